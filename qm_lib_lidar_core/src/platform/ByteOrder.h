@@ -1,0 +1,66 @@
+// Big-endian numbers in memory. Every multi-byte number of every binary format of the system is big-endian.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+namespace Quillmoran {
+
+namespace Detail {
+
+template <std::size_t Size>
+struct UnsignedOf;
+template <>
+struct UnsignedOf<1>
+{
+    using Type = std::uint8_t;
+};
+template <>
+struct UnsignedOf<2>
+{
+    using Type = std::uint16_t;
+};
+template <>
+struct UnsignedOf<4>
+{
+    using Type = std::uint32_t;
+};
+template <>
+struct UnsignedOf<8>
+{
+    using Type = std::uint64_t;
+};
+
+} // namespace Detail
+
+template <class T>
+using UnsignedOf = typename Detail::UnsignedOf<sizeof(T)>::Type;
+
+// Both compile to one load or store with a byte swap.
+template <class T>
+T loadBigEndian(const void* from) noexcept
+{
+    static_assert(std::is_arithmetic_v<T>);
+    const auto* bytes = static_cast<const unsigned char*>(from);
+    std::uint64_t bits = 0;
+    for (std::size_t i = 0; i < sizeof(T); ++i)
+        bits = bits << 8 | bytes[i];
+    const auto sized = static_cast<UnsignedOf<T>>(bits);
+    T value;
+    std::memcpy(&value, &sized, sizeof value);
+    return value;
+}
+
+template <class T>
+void storeBigEndian(void* to, T value) noexcept
+{
+    static_assert(std::is_arithmetic_v<T>);
+    UnsignedOf<T> bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    auto* bytes = static_cast<unsigned char*>(to);
+    for (std::size_t i = 0; i < sizeof(T); ++i)
+        bytes[i] = static_cast<unsigned char>(bits >> (8 * (sizeof(T) - 1 - i)));
+}
+
+} // namespace Quillmoran

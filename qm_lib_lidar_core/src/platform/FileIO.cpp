@@ -1,0 +1,140 @@
+#include "platform/FileIO.h"
+
+#include "platform/Base.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <mutex>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr mode_t newFilePermissions = 0644;
+
+int openFlags(const char* mode)
+{
+    const bool plus = std::strchr(mode, '+') != nullptr;
+    if (std::strchr(mode, 'r'))
+        return plus ? O_RDWR | O_CREAT : O_RDONLY;
+    if (std::strchr(mode, 'w'))
+        return (plus ? O_RDWR : O_WRONLY) | O_CREAT | O_TRUNC;
+    return plus ? O_RDWR | O_CREAT : O_RDONLY;
+}
+
+} // namespace
+
+FileIO::Imp* FileIO::create()
+{
+    return new Imp;
+}
+
+void FileIO::deleteFile(const char* path)
+{
+    if (::unlink(path) != 0)
+        QM_THROW_OS(path);
+}
+
+bool FileIO::fileExists(const char* path)
+{
+    struct stat64 status;
+    return stat64(path, &status) == 0;
+}
+
+void FileIO::Imp::init(const char* path, const char* mode)
+{
+    m_path = path;
+    m_flags = openFlags(mode);
+}
+
+void FileIO::Imp::init(const char* directory)
+{
+    if (!directory)
+        directory = std::getenv("TMPDIR");
+    if (!directory)
+        directory = "/tmp";
+    std::string path = std::string(directory) + "/qmiXXXXXX";
+    const int descriptor = ::mkostemp(path.data(), O_CLOEXEC);
+    if (descriptor < 0)
+        throwOSError(__FILE__, "impInit", __LINE__, directory);
+    m_path = std::move(path);
+    m_flags = O_RDWR;
+    m_descriptor = descriptor;
+    m_openCount = 1;
+    m_unlink = true;
+}
+
+FileIO::Imp::~Imp()
+{
+    // Only a regular file is ever removed: an output given as a device or a pipe is not ours to delete.
+    struct stat64 status;
+    const bool regular = m_unlink && lstat64(m_path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    if (m_descriptor >= 0)
+        ::close(m_descriptor);
+    if (regular)
+        ::unlink(m_path.c_str());
+}
+
+void FileIO::Imp::open()
+{
+    const std::lock_guard<Mutex> lock(m_mutex);
+    if (m_descriptor < 0) {
+        const int descriptor = ::open64(m_path.c_str(), m_flags | O_CLOEXEC, newFilePermissions);
+        if (descriptor < 0)
+            QM_THROW_OS(m_path.c_str());
+        m_descriptor = descriptor;
+        // A later open() after a full close keeps what was written.
+        m_flags &= ~O_TRUNC;
+    }
+    ++m_openCount;
+}
+
+void FileIO::Imp::close()
+{
+    const std::lock_guard<Mutex> lock(m_mutex);
+    if (m_openCount-- == 1) {
+        const int descriptor = m_descriptor;
+        m_descriptor = -1;
+        if (::close(descriptor) != 0)
+            QM_THROW_OS(m_path.c_str());
+    }
+}
+
+std::size_t FileIO::Imp::pread(std::int64_t offset, void* buffer, std::size_t count) const
+{
+    // The system refuses such a read; a file cannot reach that far, so it is one past the end.
+    if (count > static_cast<std::uint64_t>(INT64_MAX - offset))
+        return 0;
+    const ssize_t moved = ::pread64(m_descriptor, buffer, count, offset);
+    if (moved < 0)
+        QM_THROW_OS(m_path.c_str());
+    return static_cast<std::size_t>(moved);
+}
+
+std::size_t FileIO::Imp::pwrite(std::int64_t offset, const void* buffer, std::size_t count) const
+{
+    const ssize_t moved = ::pwrite64(m_descriptor, buffer, count, offset);
+    if (moved < 0)
+        QM_THROW_OS(m_path.c_str());
+    return static_cast<std::size_t>(moved);
+}
+
+std::int64_t FileIO::Imp::size() const
+{
+    struct stat64 status;
+    const int result = m_descriptor >= 0 ? fstat64(m_descriptor, &status) : stat64(m_path.c_str(), &status);
+    if (result != 0)
+        QM_THROW_OS(m_path.c_str());
+    return status.st_size;
+}
+
+void FileIO::Imp::truncate(std::int64_t length)
+{
+    if (::ftruncate64(m_descriptor, length) != 0)
+        QM_THROW_OS(m_path.c_str());
+}
+
+} // namespace Quillmoran

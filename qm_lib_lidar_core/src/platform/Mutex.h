@@ -1,0 +1,26 @@
+// A checked POSIX mutex. Meets the standard's BasicLockable, so std::lock_guard works with it.
+#pragma once
+
+#include "platform/Export.h"
+
+#include <pthread.h>
+
+namespace Quillmoran {
+
+class QM_API Mutex
+{
+public:
+    Mutex();
+    ~Mutex();
+    Mutex(const Mutex&) = delete;
+    Mutex& operator=(const Mutex&) = delete;
+
+    // Both throw OSError with the current errno when the pthread call fails.
+    void lock();
+    void unlock();
+
+private:
+    pthread_mutex_t m_mutex;
+};
+
+} // namespace Quillmoran

@@ -1,0 +1,314 @@
+#include "platform/Stream.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace Quillmoran {
+
+namespace {
+
+// Offsets can come from a file: beyond the largest position there is simply nothing to read.
+std::int64_t saturatingAdd(std::int64_t a, std::int64_t b)
+{
+    std::int64_t sum;
+    if (!__builtin_add_overflow(a, b, &sum))
+        return sum;
+    return a < 0 ? INT64_MIN : INT64_MAX;
+}
+
+} // namespace
+
+Stream::~Stream()
+{
+    if (!m_buffer)
+        return;
+    try {
+        m_io->close();
+    } catch (const Error&) {
+        // The owner closes first where the result of closing matters.
+    }
+}
+
+void Stream::openBuffer(std::size_t bufferSize)
+{
+    m_buffer = makeBuffer<unsigned char>(bufferSize);
+    m_bufferSize = bufferSize;
+    try {
+        m_io->open();
+    } catch (...) {
+        m_buffer.reset();
+        throw;
+    }
+}
+
+void Stream::closeBuffer()
+{
+    m_buffer.reset();
+    m_current = m_limit = nullptr;
+    m_io->close();
+}
+
+void StreamReader::init(IO* io, bool open, std::size_t bufferSize)
+{
+    setIO(io);
+    if (open)
+        this->open(bufferSize);
+}
+
+void StreamReader::init(const IO::Location& location, std::size_t bufferSize)
+{
+    const std::int64_t length = location.length();
+    if (length >= 1 && static_cast<std::uint64_t>(length) < bufferSize)
+        bufferSize = static_cast<std::size_t>(length);
+    init(location.io(), true, bufferSize);
+    seek(location.offset(), SEEK_FROM_START);
+}
+
+void StreamReader::open(std::size_t bufferSize)
+{
+    if (isOpen())
+        return;
+    openBuffer(bufferSize);
+    m_current = m_limit = m_buffer.get();
+}
+
+void StreamReader::close()
+{
+    if (isOpen()) {
+        m_position = tell();
+        closeBuffer();
+    }
+}
+
+void StreamReader::seek(std::int64_t offset, Mode mode)
+{
+    if (mode == SEEK_FROM_CURRENT)
+        offset = saturatingAdd(offset, tell());
+    else if (mode == SEEK_FROM_END)
+        offset = saturatingAdd(offset, m_io->size());
+    offset = std::max<std::int64_t>(offset, 0);
+    const std::int64_t back = m_position - offset;
+    if (back >= 0 && back <= m_limit - m_buffer.get()) {
+        m_current = m_limit - back;
+        return;
+    }
+    m_current = m_limit = m_buffer.get();
+    m_position = offset;
+}
+
+void StreamReader::flush()
+{
+    m_position = tell();
+    m_current = m_limit = m_buffer.get();
+}
+
+std::uint64_t StreamReader::remaining() const
+{
+    const std::int64_t left = m_io->size() - tell();
+    return left > 0 ? static_cast<std::uint64_t>(left) : 0;
+}
+
+std::size_t StreamReader::fill()
+{
+    m_current = m_limit = m_buffer.get();
+    const std::size_t got = m_io->pread(m_position, m_buffer.get(), m_bufferSize);
+    m_position += static_cast<std::int64_t>(got);
+    m_limit = m_buffer.get() + got;
+    return got;
+}
+
+std::size_t StreamReader::read(void* buffer, std::size_t count)
+{
+    auto* out = static_cast<unsigned char*>(buffer);
+    const auto buffered = static_cast<std::size_t>(m_limit - m_current);
+    if (buffered > count) {
+        std::memcpy(out, m_current, count);
+        m_current += count;
+        return count;
+    }
+    if (buffered != 0)
+        std::memcpy(out, m_current, buffered);
+    m_current = m_limit;
+    const std::size_t rest = count - buffered;
+    if (rest < m_bufferSize) {
+        const std::size_t taken = std::min(rest, fill());
+        std::memcpy(out + buffered, m_current, taken);
+        m_current += taken;
+        return buffered + taken;
+    }
+    // The bytes go straight to the caller; what is buffered no longer ends at the position.
+    m_current = m_limit = m_buffer.get();
+    const std::size_t got = m_io->pread(m_position, out + buffered, rest);
+    m_position += static_cast<std::int64_t>(got);
+    return buffered + got;
+}
+
+bool StreamReader::get_str(char*& line, std::size_t& capacity)
+{
+    constexpr std::size_t growth = 1024;
+    std::size_t length = 0;
+    for (;;) {
+        if (m_current == m_limit && fill() == 0)
+            break;
+        const auto buffered = static_cast<std::size_t>(m_limit - m_current);
+        const void* newline = std::memchr(m_current, '\n', buffered);
+        const std::size_t taken =
+            newline ? static_cast<std::size_t>(static_cast<const unsigned char*>(newline) - m_current) + 1
+                    : buffered;
+        const std::size_t needed = length + taken + 1;
+        if (needed > capacity) {
+            const std::size_t grown = (needed / growth + 1) * growth;
+            line = static_cast<char*>(XREALLOC(line, grown));
+            capacity = grown;
+        }
+        std::memcpy(line + length, m_current, taken);
+        m_current += taken;
+        length += taken;
+        if (newline)
+            break;
+    }
+    if (length != 0)
+        line[length] = '\0';
+    return length != 0;
+}
+
+void StreamWriter::init(IO* io, bool open, std::size_t bufferSize)
+{
+    setIO(io);
+    if (open)
+        this->open(bufferSize);
+}
+
+void StreamWriter::open(std::size_t bufferSize)
+{
+    if (isOpen())
+        return;
+    openBuffer(bufferSize);
+    m_current = m_buffer.get();
+    m_limit = m_current + bufferSize;
+}
+
+void StreamWriter::close(bool flush)
+{
+    if (!isOpen())
+        return;
+    if (flush)
+        this->flush();
+    closeBuffer();
+}
+
+void StreamWriter::writeAll(const unsigned char* bytes, std::size_t count)
+{
+    if (m_io->pwrite(m_position, bytes, count) != count)
+        QM_THROW(40002, "write error");
+    m_position += static_cast<std::int64_t>(count);
+}
+
+void StreamWriter::flush()
+{
+    const auto buffered = static_cast<std::size_t>(m_current - m_buffer.get());
+    m_current = m_buffer.get();
+    if (buffered != 0)
+        writeAll(m_buffer.get(), buffered);
+}
+
+void StreamWriter::seek(std::int64_t offset, Mode mode)
+{
+    flush();
+    if (mode == SEEK_FROM_CURRENT)
+        offset += m_position;
+    else if (mode == SEEK_FROM_END)
+        offset += m_io->size();
+    m_position = offset;
+}
+
+std::size_t StreamWriter::write(const void* buffer, std::size_t count)
+{
+    const auto* bytes = static_cast<const unsigned char*>(buffer);
+    const auto room = static_cast<std::size_t>(m_limit - m_current);
+    if (room > count) {
+        if (count != 0)
+            std::memcpy(m_current, bytes, count);
+        m_current += count;
+        return count;
+    }
+    std::memcpy(m_current, bytes, room);
+    m_current += room;
+    flush();
+    const std::size_t rest = count - room;
+    if (rest < m_bufferSize) {
+        std::memcpy(m_current, bytes + room, rest);
+        m_current += rest;
+        return count;
+    }
+    const std::size_t moved = m_io->pwrite(m_position, bytes + room, rest);
+    m_position += static_cast<std::int64_t>(moved);
+    return room + moved;
+}
+
+bool StreamWriter::put_str(const char* text, std::size_t length)
+{
+    if (length == static_cast<std::size_t>(-1))
+        length = std::strlen(text);
+    return write(text, length) == length;
+}
+
+template <class Read>
+bool StreamWriter::copyBlocks(std::int64_t length, Read read)
+{
+    flush();
+    while (static_cast<std::uint64_t>(length) >= m_bufferSize) {
+        const std::size_t got = read(m_buffer.get(), m_bufferSize);
+        if (got == 0)
+            return false;
+        writeAll(m_buffer.get(), got);
+        length -= static_cast<std::int64_t>(got);
+    }
+    // The last piece stays buffered.
+    while (length > 0) {
+        const std::size_t got = read(m_current, static_cast<std::size_t>(length));
+        if (got == 0)
+            return false;
+        m_current += got;
+        length -= static_cast<std::int64_t>(got);
+    }
+    return true;
+}
+
+bool StreamWriter::copy(IO* io, std::int64_t offset, std::int64_t length)
+{
+    if (length < 0)
+        return false;
+    struct Opened
+    {
+        IO* io;
+        explicit Opened(IO* opened) : io(opened) { io->open(); }
+        ~Opened()
+        {
+            try {
+                io->close();
+            } catch (const Error&) {
+                // Nothing was written through this store.
+            }
+        }
+    } const opened(io);
+    return copyBlocks(length, [&](unsigned char* to, std::size_t count) {
+        const std::size_t got = io->pread(offset, to, count);
+        offset += static_cast<std::int64_t>(got);
+        return got;
+    });
+}
+
+bool StreamWriter::copy(const IO::Location& location)
+{
+    return copy(location.io(), location.offset(), location.length());
+}
+
+bool StreamWriter::copy(StreamReader& reader, std::int64_t length)
+{
+    if (length < 0)
+        return false;
+    return copyBlocks(length, [&](unsigned char* to, std::size_t count) { return reader.read(to, count); });
+}
+
+} // namespace Quillmoran

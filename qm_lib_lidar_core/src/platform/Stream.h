@@ -1,0 +1,124 @@
+// Buffered sequential views of an IO, each with a position of its own. Used by one thread at a time; several
+// streams may share one IO.
+//
+// Reads never throw for a short count: the caller compares the count and reports the field it was reading.
+// Writes throw 40002 "write error" when the store takes fewer bytes than given.
+#pragma once
+
+#include "platform/Base.h"
+#include "platform/ByteOrder.h"
+#include "platform/IO.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace Quillmoran {
+
+class QM_API Stream
+{
+public:
+    enum Mode
+    {
+        SEEK_FROM_START = 0,
+        SEEK_FROM_CURRENT = 1,
+        SEEK_FROM_END = 2
+    };
+
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+    IO* getIO() const noexcept { return m_io.get(); }
+
+protected:
+    Stream() = default;
+    // Closes the store if the stream is still open; what a writer has buffered is lost.
+    ~Stream();
+
+    void setIO(IO* io) { m_io = Scoped<IO>::retained(io); }
+    bool isOpen() const noexcept { return m_buffer != nullptr; }
+    void openBuffer(std::size_t bufferSize);
+    void closeBuffer();
+
+    Scoped<IO> m_io;
+    std::size_t m_bufferSize = 0;   // bytes
+    std::int64_t m_position = 0;    // reader: offset just past the buffered bytes; writer: where they will go
+    Buffer<unsigned char> m_buffer; // null while closed
+    unsigned char* m_current = nullptr;
+    unsigned char* m_limit = nullptr; // reader: end of the valid bytes; writer: end of the buffer
+};
+
+class QM_API StreamReader : public Stream
+{
+public:
+    void init(IO* io, bool open, std::size_t bufferSize);
+    // Opens at the stretch's offset. Its length only sizes the buffer; see BoundedIO for a real limit.
+    void init(const IO::Location& location, std::size_t bufferSize);
+
+    void open(std::size_t bufferSize);
+    void close();
+
+    std::int64_t tell() const noexcept { return m_position - (m_limit - m_current); }
+    // No I/O happens here; a target within the buffered bytes keeps them.
+    void seek(std::int64_t offset, Mode mode);
+    // Drops the buffered bytes; the next read fetches them again.
+    void flush();
+    // Bytes between the position and the store's present end, 0 when past it. Tells whether a length read
+    // from a file can be true before anything is allocated for it.
+    std::uint64_t remaining() const;
+
+    // Returns the count copied, short only at the end of the store.
+    std::size_t read(void* buffer, std::size_t count);
+
+    // Reads one line with its newline into an XALLOC buffer that grows as needed; false at the end.
+    bool get_str(char*& line, std::size_t& capacity);
+
+    template <class T>
+    [[nodiscard]] bool get_be(T& value)
+    {
+        unsigned char bytes[sizeof(T)];
+        if (read(bytes, sizeof bytes) != sizeof bytes)
+            return false;
+        value = loadBigEndian<T>(bytes);
+        return true;
+    }
+
+private:
+    std::size_t fill();
+};
+
+class QM_API StreamWriter : public Stream
+{
+public:
+    void init(IO* io, bool open, std::size_t bufferSize);
+
+    void open(std::size_t bufferSize);
+    // With flush false the buffered bytes are dropped.
+    void close(bool flush);
+    void flush();
+
+    std::int64_t tell() const noexcept { return m_position + (m_current - m_buffer.get()); }
+    void seek(std::int64_t offset, Mode mode);
+
+    std::size_t write(const void* buffer, std::size_t count);
+    bool put_str(const char* text, std::size_t length = static_cast<std::size_t>(-1));
+
+    template <class T>
+    bool put_be(T value)
+    {
+        unsigned char bytes[sizeof(T)];
+        storeBigEndian(bytes, value);
+        return write(bytes, sizeof bytes) == sizeof bytes;
+    }
+
+    // Copies a stretch of a store, or the next bytes of a reader; false when the source ends too soon.
+    bool copy(IO* io, std::int64_t offset, std::int64_t length);
+    bool copy(const IO::Location& location);
+    bool copy(StreamReader& reader, std::int64_t length);
+
+private:
+    template <class Read>
+    bool copyBlocks(std::int64_t length, Read read);
+    void writeAll(const unsigned char* bytes, std::size_t count);
+};
+
+} // namespace Quillmoran

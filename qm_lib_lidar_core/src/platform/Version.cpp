@@ -1,0 +1,77 @@
+#include "platform/Version.h"
+
+#include "platform/FileIO.h"
+#include "platform/Stream.h"
+
+#include <cstring>
+
+namespace Quillmoran {
+
+int Version::getSDKMajorVersion()
+{
+    return 1;
+}
+int Version::getSDKMinorVersion()
+{
+    return 1;
+}
+int Version::getSDKVersionAge()
+{
+    return 4;
+}
+int Version::getSDKBuildNumber()
+{
+    return 4709;
+}
+const char* Version::getSDKVersionString()
+{
+    return "1.1.4.4709";
+}
+const char* Version::getSDKBuildDate()
+{
+    return "Dec 21 2017";
+}
+
+bool Version::getVexilFileVersion(const unsigned char* preamble, int& generation, bool& raster)
+{
+    generation = 0;
+    raster = false;
+    if (std::memcmp(preamble, "vxil", 4) != 0)
+        return false;
+    const int format = preamble[4];
+    const int major = preamble[5];
+    switch (format) {
+    case 1:
+    case 2:
+        generation = 2;
+        raster = true;
+        break;
+    case 3:
+        generation = major < 4 ? 3 : 4;
+        raster = true;
+        break;
+    default:
+        generation = format;
+        break;
+    }
+    return true;
+}
+
+bool Version::getVexilFileVersion(IO* io, int& generation, bool& raster)
+{
+    unsigned char preamble[preambleSize];
+    StreamReader stream; // closes the store on every way out
+    stream.init(io, true, preambleSize);
+    if (stream.read(preamble, sizeof preamble) != sizeof preamble)
+        QM_THROW(40003, "bad read -- file header");
+    return getVexilFileVersion(preamble, generation, raster);
+}
+
+bool Version::getVexilFileVersion(const char* path, int& generation, bool& raster)
+{
+    const Scoped<FileIO::Imp> file(FileIO::create());
+    file->init(path, "rb");
+    return getVexilFileVersion(file.get(), generation, raster);
+}
+
+} // namespace Quillmoran
