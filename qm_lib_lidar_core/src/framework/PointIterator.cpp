@@ -1,0 +1,47 @@
+#include "framework/PointIterator.h"
+
+#include "model/ChannelNames.h"
+#include "platform/Base.h"
+
+#include <cmath>
+
+namespace Quillmoran {
+
+namespace {
+
+void widen(Bounds::Range& range, const PointInfo& layout, const char* name)
+{
+    const double half = std::fabs(layout.getChannel(name)->getQuantization()) / 2;
+    range.min -= half;
+    range.max += half;
+}
+
+} // namespace
+
+void PointIterator::init(const Bounds& bounds, double fraction, const PointInfo& layout,
+                         ProgressDelegate* delegate)
+{
+    if (fraction >= 0 && fraction <= 1) {
+        m_fraction = fraction;
+        m_accumulator = 1 - fraction;
+        m_threshold = 1 - fraction / 2;
+    } else if (fraction > 1) {
+        m_fraction = 1;
+        m_accumulator = 0;
+        m_threshold = 0.5;
+    } else {
+        // Negative or not a number: nothing is ever taken.
+        m_fraction = 0;
+        m_accumulator = 1;
+        m_threshold = 1;
+    }
+    m_bounds = bounds;
+    m_delegate = delegate;
+    if (!layout.hasValidXYZ())
+        QM_THROW(40007, "must have x, y, and z channels");
+    widen(m_bounds.x, layout, ChannelNames::x);
+    widen(m_bounds.y, layout, ChannelNames::y);
+    widen(m_bounds.z, layout, ChannelNames::z);
+}
+
+} // namespace Quillmoran

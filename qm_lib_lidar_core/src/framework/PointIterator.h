@@ -1,0 +1,52 @@
+// Delivers the points of one query in blocks. Used by one thread at a time.
+#pragma once
+
+#include "model/Bounds.h"
+#include "model/PointData.h"
+#include "platform/Object.h"
+
+#include <cstddef>
+
+namespace Quillmoran {
+
+class ProgressDelegate;
+
+class QM_API PointIterator : public Object
+{
+public:
+    // Fills the buffer from index 0 and returns how many points were filled; 0 is the end.
+    virtual std::size_t getNextPoints(PointData& buffer) = 0;
+
+protected:
+    PointIterator() = default;
+
+    // Keeps the query. The box grows by half a quantization step on every side, so that a point whose
+    // quantized coordinate rounds into the box is kept. The layout needs X, Y and Z: 40007 "must have x, y,
+    // and z channels".
+    void init(const Bounds& bounds, double fraction, const PointInfo& layout, ProgressDelegate* delegate);
+
+    const Bounds& getBounds() const noexcept { return m_bounds; }
+    double getFraction() const noexcept { return m_fraction; }
+    ProgressDelegate* getDelegate() const noexcept { return m_delegate; }
+
+    // Whether the next candidate inside the box is taken: the fraction is added up, and each time the sum
+    // passes the threshold a point is due. With 1/2 the first, third, fifth ... are taken, with 1 all of
+    // them.
+    bool sample() noexcept
+    {
+        m_accumulator += m_fraction;
+        if (!(m_accumulator > m_threshold))
+            return false;
+        m_accumulator -= 1.0;
+        return true;
+    }
+
+private:
+    Bounds m_bounds;
+    double m_fraction = 1.0;
+    double m_accumulator = 0.0;
+    double m_threshold = 0.5;
+    ProgressDelegate* m_delegate = nullptr;
+};
+
+} // namespace Quillmoran

@@ -1,0 +1,43 @@
+#include "framework/PointSource.h"
+
+#include "framework/ProgressDelegate.h"
+#include "platform/Base.h"
+
+namespace Quillmoran {
+
+PointReader::PointReader() : m_info(PointCloudInfo::create())
+{}
+
+std::size_t PointSource::read(const Bounds& bounds, PointData& buffer, ProgressDelegate* delegate) const
+{
+    const auto throwIfCancelled = [delegate] {
+        if (delegate && delegate->getCancelled())
+            QM_THROW(40006, "operation cancelled.");
+    };
+
+    double fraction = 1.0;
+    if (getNumPoints() != unknownNumPoints) {
+        const double inBox =
+            Bounds::overlapFraction(getBounds(), bounds) * static_cast<double>(getNumPoints());
+        fraction = static_cast<double>(buffer.getNumSamples()) / inBox;
+    }
+    if (delegate)
+        delegate->setTotal(getTotalWork(bounds, fraction));
+
+    PointInfo layout;
+    layout.init(buffer);
+    const Scoped<PointIterator> iterator(createIterator(bounds, fraction, layout, delegate));
+    std::size_t seen = iterator->getNextPoints(buffer);
+    throwIfCancelled();
+
+    PointData next;
+    next.init(layout, buffer.getNumSamples());
+    while (const std::size_t count = iterator->getNextPoints(next)) {
+        throwIfCancelled();
+        PointData::merge(buffer, seen, next, count);
+        seen += count;
+    }
+    return seen;
+}
+
+} // namespace Quillmoran

@@ -1,0 +1,159 @@
+#include "framework/PointWriter.h"
+
+#include "framework/ProgressDelegate.h"
+#include "model/ChannelNames.h"
+
+#include <algorithm>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr double defaultScale = 0.001;
+
+Bounds::Range intersection(const Bounds::Range& a, const Bounds::Range& b)
+{
+    return {std::max(a.min, b.min), std::min(a.max, b.max)};
+}
+
+// The min and max of one coordinate, in four independent chains so that the compiler can use vectors. A NaN
+// compares false and changes nothing.
+Bounds::Range extent(const double* values, std::size_t count)
+{
+    constexpr std::size_t lanes = 4;
+    Bounds::Range partial[lanes];
+    std::size_t i = 0;
+    for (; i + lanes <= count; i += lanes)
+        for (std::size_t lane = 0; lane < lanes; ++lane)
+            partial[lane].grow(values[i + lane]);
+    for (; i < count; ++i)
+        partial[0].grow(values[i]);
+    for (std::size_t lane = 1; lane < lanes; ++lane)
+        partial[0].grow(partial[lane]);
+    return partial[0];
+}
+
+} // namespace
+
+void PointWriter::init(PointSource* source)
+{
+    m_source = Scoped<PointSource>::retained(source);
+    source->loadMetadata(m_metadata, false);
+    setQuantization(source->getScale(), source->getOffset());
+}
+
+void PointWriter::groomMetadata(const Bounds& bounds, double fraction)
+{
+    const Bounds& all = m_source->getBounds();
+    const Bounds kept{intersection(bounds.x, all.x), intersection(bounds.y, all.y),
+                      intersection(bounds.z, all.z)};
+    const bool whole = kept == all;
+    if (whole && fraction >= 1)
+        return;
+    if (!whole)
+        m_metadata.remove("LAS_BoundingBox");
+    m_metadata.remove("PointRecordsByReturnCount");
+}
+
+void SimplePointWriter::setQuantization(const double* scale, const double* offset)
+{
+    const PointSource& source = *getSrc();
+    const char* const names[3] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
+    const Bounds& bounds = source.getBounds();
+    const double corner[3] = {bounds.x.min, bounds.y.min, bounds.z.min};
+    for (int axis = 0; axis < 3; ++axis) {
+        const ChannelInfo* channel = source.getChannel(names[axis]);
+        const double step =
+            channel && channel->getQuantization() != 0 ? channel->getQuantization() : defaultScale;
+        m_scale[axis] = scale ? scale[axis] : step;
+        m_offset[axis] = offset ? offset[axis] : corner[axis];
+    }
+}
+
+std::int64_t SimplePointWriter::write(const Bounds& bounds, double fraction, const PointInfo& layout,
+                                      ProgressDelegate* delegate)
+{
+    PointInfo supported;
+    if (supportedChannels(layout, supported) && delegate) {
+        for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
+            const char* name = layout.getChannel(i).getName();
+            if (!supported.hasChannel(name))
+                delegate->warning("the output format does not support channel '%s'", name);
+        }
+    }
+    if (delegate)
+        delegate->setTotal(getSrc()->getTotalWork(bounds, fraction) + getTotalWork(bounds, fraction));
+
+    PointData block;
+    block.init(supported, getChunckSize());
+    groomMetadata(bounds, fraction);
+    const Scoped<PointIterator> iterator(getSrc()->createIterator(bounds, fraction, supported, delegate));
+    try {
+        writeBegin(supported);
+        Bounds written;
+        const std::int64_t count = writeBlocks(*iterator, block, written, delegate);
+        writeEnd(count, written);
+        return count;
+    } catch (...) {
+        writeAborted();
+        throw;
+    }
+}
+
+std::int64_t SimplePointWriter::writeBlocks(PointIterator& iterator, PointData& block, Bounds& written,
+                                            ProgressDelegate* delegate)
+{
+    std::int64_t total = 0;
+    while (const std::size_t count = iterator.getNextPoints(block)) {
+        total += static_cast<std::int64_t>(count);
+        written.x.grow(extent(block.getX(), count));
+        written.y.grow(extent(block.getY(), count));
+        written.z.grow(extent(block.getZ(), count));
+        writePoints(block, count, delegate);
+    }
+    return total;
+}
+
+double SimplePointWriter::getTotalWork(const Bounds& bounds, double fraction) const
+{
+    const PointSource& source = *getSrc();
+    const double points = source.getNumPoints() == PointSource::unknownNumPoints
+                              ? source.getTotalWork(Bounds::Huge(), 1.0)
+                              : static_cast<double>(source.getNumPoints());
+    return points * Bounds::overlapFraction(source.getBounds(), bounds) * fraction;
+}
+
+NULLPointWriter::NULLPointWriter() : m_info(PointCloudInfo::create())
+{}
+
+NULLPointWriter* NULLPointWriter::create()
+{
+    return new NULLPointWriter;
+}
+
+void NULLPointWriter::setQuantization(const double* scale, const double* offset)
+{
+    m_info->setQuantization(scale, offset);
+}
+
+std::int64_t NULLPointWriter::write(const Bounds& bounds, double fraction, const PointInfo& layout,
+                                    ProgressDelegate* delegate)
+{
+    if (delegate)
+        delegate->setTotal(getSrc()->getTotalWork(bounds, fraction));
+    PointData block;
+    block.init(layout, getChunckSize());
+    const Scoped<PointIterator> iterator(getSrc()->createIterator(bounds, fraction, layout, delegate));
+    std::int64_t total = 0;
+    while (const std::size_t count = iterator->getNextPoints(block))
+        total += static_cast<std::int64_t>(count);
+    return total;
+}
+
+bool NULLPointWriter::supportedChannels(const PointInfo& wanted, PointInfo& supported) const
+{
+    supported.init(wanted);
+    return true;
+}
+
+} // namespace Quillmoran
