@@ -1,0 +1,139 @@
+#include "index/DiskRTree.h"
+
+#include "platform/Base.h"
+#include "platform/Stream.h"
+
+#include <vector>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr int readError = 40014;
+
+// A subtree lies in one piece, so what a query visits next is often within the same few records.
+constexpr std::size_t streamBytes = 4096;
+
+} // namespace
+
+class DiskRTree::DiskIterator final : public RTree::Iterator
+{
+public:
+    explicit DiskIterator(const DiskRTree* tree) : m_tree(Scoped<const DiskRTree>::retained(tree))
+    {
+        m_reader.init(m_tree->m_stretch.get(), false, streamBytes);
+        rewind();
+    }
+
+    void rewind() override
+    {
+        m_path.assign(1, Step{m_tree->m_root, 0});
+        m_loaded = 1;
+    }
+
+private:
+    struct Step
+    {
+        Branch branch;
+        std::size_t next; // index of the node to look at
+    };
+
+    bool advance(const Bounds* query, std::int64_t& value) override;
+    Branch readChild(std::int64_t position);
+
+    Scoped<const DiskRTree> m_tree;
+    StreamReader m_reader;
+    std::vector<Step> m_path; // from the root down; as long as the level at most, plus the root
+    std::size_t m_loaded = 0; // branches of this walk
+};
+
+bool DiskRTree::DiskIterator::advance(const Bounds* query, std::int64_t& value)
+{
+    while (!m_path.empty()) {
+        Step& step = m_path.back();
+        if (step.next == step.branch.count) {
+            m_path.pop_back();
+            continue;
+        }
+        const Record::Node& node = step.branch.nodes[step.next];
+        const bool isLeaf = m_path.size() == m_tree->m_preamble.level + std::size_t{1};
+        if (query && !node.box.meets(*query)) {
+            ++step.next;
+        } else if (isLeaf) {
+            ++step.next;
+            value = node.payload;
+            return true;
+        } else {
+            // A child that throws is met again by the next call: damage is never passed over.
+            const Branch child = readChild(node.payload);
+            ++step.next;
+            m_path.push_back({child, 0});
+        }
+    }
+    return false;
+}
+
+// A loop would end at the root's level, but only after going round it for each of its nodes on each level;
+// children with two parents multiply in the same way. Both are refused.
+DiskRTree::Branch DiskRTree::DiskIterator::readChild(std::int64_t position)
+{
+    bool damaged = position < m_tree->m_root.position || m_loaded >= m_tree->m_maxBranches;
+    for (const Step& above : m_path)
+        damaged = damaged || above.branch.position == position;
+    if (damaged)
+        QM_THROW(readError, "bad read -- node count");
+    m_reader.open(streamBytes);
+    m_reader.seek(position, StreamReader::SEEK_FROM_START);
+    Branch child;
+    child.position = position;
+    child.read(m_reader, m_tree->m_preamble.axes);
+    ++m_loaded;
+    return child;
+}
+
+DiskRTree* DiskRTree::create()
+{
+    return new DiskRTree;
+}
+
+void DiskRTree::init(StreamReader& reader, std::int64_t length)
+{
+    m_preamble = Preamble();
+    m_root = Branch();
+    constexpr std::int64_t preambleLength = preambleBytes;
+    if (length < preambleLength)
+        QM_THROW(readError, "bad read -- count");
+    const std::int64_t start = reader.tell();
+    Preamble preamble;
+    preamble.read(reader);
+
+    m_stretch.reset(BoundedIO::create(IO::Location(reader.getIO(), start, length)));
+    // The filler of the last record may be missing, hence one more than whole records.
+    m_maxBranches = static_cast<std::size_t>(m_stretch->size() - start) / recordBytes + 1;
+    StreamReader rootReader;
+    rootReader.init(m_stretch.get(), true, recordBytes);
+    Branch root;
+    root.position = start + preambleLength;
+    rootReader.seek(root.position, StreamReader::SEEK_FROM_START);
+    root.read(rootReader, preamble.axes);
+    m_preamble = preamble;
+    m_root = root;
+    reader.seek(length - preambleLength, StreamReader::SEEK_FROM_CURRENT);
+}
+
+Bounds DiskRTree::getBounds() const
+{
+    if (m_preamble.count == 0 || m_root.count == 0)
+        QM_THROW(40016, "invalid index -- zero points");
+    Bounds all;
+    for (std::size_t i = 0; i < m_root.count; ++i)
+        all.grow(m_root.nodes[i].box);
+    return all;
+}
+
+RTree::Iterator* DiskRTree::createIterator() const
+{
+    return new DiskIterator(this);
+}
+
+} // namespace Quillmoran
