@@ -1,0 +1,304 @@
+#include "cli/QMCmdLine.h"
+#include "cli/QMCmdLineOptions.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr const char* noVersionText = "(no version info)";
+
+// The build is identified by fixed texts, so that two builds of one source print the same.
+constexpr int buildNumber = 4709;
+constexpr const char* buildTag = "main";
+constexpr const char* buildText = "Built Dec 21 2017 14:39:27 (release, 64 bits)";
+
+const char* orEmpty(const char* text)
+{
+    return text != nullptr ? text : "";
+}
+
+// Runs body; applications only have to know the parser's own exception.
+template <class Body>
+void guardAllocation(Body body)
+{
+    try {
+        body();
+    } catch (const std::bad_alloc&) {
+        throw QMUtilException(QMUtilException::outOfMemory);
+    }
+}
+
+} // namespace
+
+QMUtilException::QMUtilException(int code) noexcept : m_code(code)
+{}
+
+const char* QMUtilException::what() const noexcept
+{
+    return m_code == outOfMemory ? "out of memory" : "utility error";
+}
+
+QMCmdLine::QMCmdLine(const char* appName, const char* appDescShort, const char* appDescLong,
+                     bool usingStandardOptions)
+    : m_appName(orEmpty(appName)),
+      m_appDescLong(orEmpty(appDescLong)),
+      m_appDescShort(orEmpty(appDescShort)),
+      m_usingStandardOptions(usingStandardOptions),
+      m_exitHandler(&std::exit)
+{
+    if (appName == nullptr)
+        configError("app name not set (QMCmdLine ctor)");
+    if (appDescShort == nullptr)
+        configError("app short desc not set (QMCmdLine ctor)");
+    if (appDescLong == nullptr)
+        configError("app long desc not set (QMCmdLine ctor)");
+
+    setVersionString(nullptr);
+    if (m_usingStandardOptions) {
+        addFlag("h", "?", "show short usage message");
+        addFlag("help", nullptr, "show detailed usage message");
+        addFlag("v", "version", "show version information");
+        addFlag("credits", nullptr, "show credits and copyrights");
+    }
+}
+
+QMCmdLine::~QMCmdLine() = default;
+
+void QMCmdLine::setExitHandler(ExitHandler handler)
+{
+    m_exitHandler = handler != nullptr ? handler : &std::exit;
+}
+
+void QMCmdLine::setVersionString(const char* text)
+{
+    guardAllocation([&] {
+        m_versionString = text != nullptr ? text : noVersionText;
+        m_buildString.clear();
+        m_haveVersionNumbers = false;
+    });
+}
+
+void QMCmdLine::setVersionNumbers(int majorVersion, int minorVersion, int age)
+{
+    guardAllocation([&] {
+        m_versionString = std::to_string(majorVersion) + '.' + std::to_string(minorVersion) + '.' +
+                          std::to_string(age) + '.' + std::to_string(buildNumber) + '.' + buildTag;
+        m_buildString = buildText;
+        m_haveVersionNumbers = true;
+    });
+}
+
+void QMCmdLine::addFlag(const char* name, const char* longName, const char* description)
+{
+    addOption<OptionFlag>({name, longName, description, false});
+}
+
+void QMCmdLine::addBool(const char* name, const char* longName, const char* description, bool required)
+{
+    addOption<OptionBool>({name, longName, description, required});
+}
+
+void QMCmdLine::addString(const char* name, const char* longName, const char* description, bool required)
+{
+    addStringArray(name, longName, description, required, 1);
+}
+
+void QMCmdLine::addSint(const char* name, const char* longName, const char* description, bool required)
+{
+    addSintArray(name, longName, description, required, 1);
+}
+
+void QMCmdLine::addUint(const char* name, const char* longName, const char* description, bool required)
+{
+    addUintArray(name, longName, description, required, 1);
+}
+
+void QMCmdLine::addFloat(const char* name, const char* longName, const char* description, bool required)
+{
+    addFloatArray(name, longName, description, required, 1);
+}
+
+void QMCmdLine::addStringArray(const char* name, const char* longName, const char* description, bool required,
+                               int numArgs)
+{
+    addOption<OptionStringArray>({name, longName, description, required}, numArgs);
+}
+
+void QMCmdLine::addSintArray(const char* name, const char* longName, const char* description, bool required,
+                             int numArgs)
+{
+    addOption<OptionSintArray>({name, longName, description, required}, numArgs);
+}
+
+void QMCmdLine::addUintArray(const char* name, const char* longName, const char* description, bool required,
+                             int numArgs)
+{
+    addOption<OptionUintArray>({name, longName, description, required}, numArgs);
+}
+
+void QMCmdLine::addFloatArray(const char* name, const char* longName, const char* description, bool required,
+                              int numArgs)
+{
+    addOption<OptionFloatArray>({name, longName, description, required}, numArgs);
+}
+
+template <class OptionKind, class... Args>
+void QMCmdLine::addOption(const Declaration& declaration, Args... kindArgs)
+{
+    guardAllocation([&] {
+        checkUniqueName(declaration.shortName);
+        checkUniqueName(declaration.longName);
+        auto option = std::make_unique<OptionKind>(*this, declaration, kindArgs...);
+        try {
+            m_options.push_back(std::move(option));
+        } catch (const std::bad_alloc&) {
+            configError("could not grow the options array");
+        }
+    });
+}
+
+void QMCmdLine::checkUniqueName(const char* name) const
+{
+    if (findOption(name) != nullptr)
+        configError("switch name -%s is not unique", name);
+}
+
+void QMCmdLine::setExtra(const char* name)
+{
+    if (m_extra != nullptr) {
+        configError("setExtra already declared for option %s", m_extra->getMessageName());
+        return;
+    }
+    Option* option = findOption(name);
+    if (option == nullptr) {
+        configError("option %s invalid", orEmpty(name));
+        return;
+    }
+    if (dynamic_cast<OptionFlag*>(option) != nullptr) {
+        configError("option %s is of type Flag, can't be declared Extra", option->getMessageName());
+        return;
+    }
+    option->setExtra();
+    m_extra = option;
+}
+
+void QMCmdLine::setUndocumented(const char* name)
+{
+    if (Option* option = findOption(name))
+        option->setUndocumented();
+    else
+        configError("option %s invalid", orEmpty(name));
+}
+
+bool QMCmdLine::getUndocumented(const char* name) const
+{
+    if (const Option* option = findOption(name))
+        return option->isUndocumented();
+    configError("option %s invalid", orEmpty(name));
+    return false;
+}
+
+void QMCmdLine::parse(int argc, const char* const* argv)
+{
+    guardAllocation([&] {
+        m_argc = argc;
+        m_argv = argv;
+        const char* unknownSwitch = readArguments();
+        if (m_usingStandardOptions)
+            runStandardOptions();
+        if (unknownSwitch != nullptr)
+            usageError("unrecognized switch -%s", unknownSwitch);
+        checkRequired();
+    });
+}
+
+// An unknown switch is only remembered: a request for help elsewhere on the line goes before it.
+const char* QMCmdLine::readArguments()
+{
+    const char* unknownSwitch = nullptr;
+    int index = 1;
+    while (index < m_argc) {
+        const char* text = m_argv[index];
+        if (text[0] == '-') {
+            ++index;
+            if (Option* option = findOption(text + 1))
+                option->setArg(index, m_argc, m_argv);
+            else if (unknownSwitch == nullptr)
+                unknownSwitch = text + 1;
+        } else if (m_extra != nullptr) {
+            m_extra->setArg(index, m_argc, m_argv);
+        } else {
+            ++index;
+            usageError("extra arguments found (%s ...)", text);
+        }
+    }
+    return unknownSwitch;
+}
+
+void QMCmdLine::runStandardOptions() const
+{
+    if (isPresent("?"))
+        showShortUsageMessage();
+    else if (isPresent("help"))
+        showLongUsageMessage();
+    else if (isPresent("version"))
+        showVersion();
+    else
+        return;
+    m_exitHandler(0);
+}
+
+void QMCmdLine::checkRequired() const
+{
+    for (const auto& option : m_options) {
+        if (!option->isRequired() || option->isPresent())
+            continue;
+        if (option->isExtra())
+            usageError("required %s argument(s) not present", option->getMessageName());
+        else
+            usageError("required switch -%s not present", option->getMessageName());
+    }
+}
+
+QMCmdLine::Option* QMCmdLine::findOption(const char* name) const
+{
+    if (name == nullptr)
+        return nullptr;
+    for (const auto& option : m_options)
+        if (option->hasName(name))
+            return option.get();
+    return nullptr;
+}
+
+void QMCmdLine::usageError(const char* format, ...) const
+{
+    std::va_list args;
+    va_start(args, format);
+    printError("usage error", format, args);
+    va_end(args);
+    std::fprintf(stderr, "Use -h or -help for list of options.\n\n");
+    m_exitHandler(1);
+}
+
+void QMCmdLine::configError(const char* format, ...) const
+{
+    std::va_list args;
+    va_start(args, format);
+    printError("QMCmdLine configuration error", format, args);
+    va_end(args);
+    m_exitHandler(1);
+}
+
+void QMCmdLine::printError(const char* kind, const char* format, std::va_list args) const
+{
+    std::fprintf(stderr, "%s %s: ", m_appName, kind);
+    std::vfprintf(stderr, format, args);
+    std::fprintf(stderr, "\n");
+}
+
+} // namespace Quillmoran

@@ -1,0 +1,163 @@
+// QMCmdLine is the command-line parser of the applications: the application declares typed options,
+// parse() reads argv, and the values are then asked for by either name of an option. The parser prints
+// usage, version and error texts itself and ends the process through a replaceable exit handler.
+// A handler may return or throw: a query that failed then answers false, 0 or null.
+// Names, descriptions and argv are borrowed and must outlive the parser. One thread at a time.
+#pragma once
+
+#include "platform/Export.h"
+
+#include <cstdarg>
+#include <cstddef>
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Quillmoran {
+
+// Thrown by the parser in place of std::bad_alloc.
+class QM_API QMUtilException : public std::exception
+{
+public:
+    static constexpr int outOfMemory = 8;
+
+    explicit QMUtilException(int code) noexcept;
+
+    int getCode() const noexcept { return m_code; }
+    const char* what() const noexcept override;
+
+private:
+    int m_code;
+};
+
+class QM_API QMCmdLine
+{
+public:
+    // The option kinds are defined in cli/QMCmdLineOptions.h; applications do not need them.
+    class Option;
+    class OptionFlag;
+    class OptionBool;
+    template <class T>
+    class OptionArray;
+    class OptionStringArray;
+    class OptionSintArray;
+    class OptionUintArray;
+    class OptionFloatArray;
+    struct Declaration;
+
+    using ExitHandler = void (*)(int status);
+
+    // usingStandardOptions declares the flags h/?, help, v/version and credits; parse() acts on all of
+    // them except credits, which is left to the application.
+    QMCmdLine(const char* appName, const char* appDescShort, const char* appDescLong,
+              bool usingStandardOptions);
+    ~QMCmdLine();
+    QMCmdLine(const QMCmdLine&) = delete;
+    QMCmdLine& operator=(const QMCmdLine&) = delete;
+
+    // std::exit until set; null restores it.
+    void setExitHandler(ExitHandler handler);
+    void setVersionString(const char* text);
+    void setVersionNumbers(int majorVersion, int minorVersion, int age);
+
+    // Declarations. longName may be null. Every name must differ from all those declared before.
+    void addFlag(const char* name, const char* longName, const char* description);
+    void addBool(const char* name, const char* longName, const char* description, bool required = false);
+    void addString(const char* name, const char* longName, const char* description, bool required = false);
+    void addSint(const char* name, const char* longName, const char* description, bool required = false);
+    void addUint(const char* name, const char* longName, const char* description, bool required = false);
+    void addFloat(const char* name, const char* longName, const char* description, bool required = false);
+
+    // numArgs: N > 0 takes the next N arguments, 0 takes all that remain on the command line, -1 takes one
+    // argument per occurrence and collects them.
+    void addStringArray(const char* name, const char* longName, const char* description, bool required,
+                        int numArgs);
+    void addSintArray(const char* name, const char* longName, const char* description, bool required,
+                      int numArgs);
+    void addUintArray(const char* name, const char* longName, const char* description, bool required,
+                      int numArgs);
+    void addFloatArray(const char* name, const char* longName, const char* description, bool required,
+                       int numArgs);
+
+    // Makes the named option the receiver of positional arguments; at most one, and no flag.
+    void setExtra(const char* name);
+    // Hides the named option from the usage texts.
+    void setUndocumented(const char* name);
+    bool getUndocumented(const char* name) const;
+
+    // argv[0] is the program name. Values of an earlier parse() stay until replaced.
+    void parse(int argc, const char* const* argv);
+
+    bool isPresent(const char* name) const;
+    bool getFlag(const char* name) const;
+    bool getBool(const char* name) const;
+
+    // The only value of an option, null or 0 when it has none; several values are an error.
+    const char* getString(const char* name) const;
+    int getSint(const char* name) const;
+    unsigned int getUint(const char* name) const;
+    double getFloat(const char* name) const;
+
+    // All values of an option, owned by the parser and valid until the next parse(); null when count is 0.
+    const char* const* getStringArray(const char* name) const;
+    const char* const* getStringArray(const char* name, std::size_t& count) const;
+    const int* getSintArray(const char* name) const;
+    const int* getSintArray(const char* name, std::size_t& count) const;
+    const unsigned int* getUintArray(const char* name) const;
+    const unsigned int* getUintArray(const char* name, std::size_t& count) const;
+    const double* getFloatArray(const char* name) const;
+    const double* getFloatArray(const char* name, std::size_t& count) const;
+
+    // All of these print to standard output.
+    void showShortUsageMessage() const;
+    void showLongUsageMessage() const;
+    void showLongUsageMessage(const char* name) const;
+    void dump() const;
+
+    const char* getAppName() const { return m_appName; }
+
+    // Conversions of one argument. The numbers are read without error detection: "12abc" is 12, "abc" is 0.
+    bool toBool(const char* text) const;
+    static int toSint(const char* text);
+    static unsigned int toUint(const char* text);
+    static double toFloat(const char* text);
+
+private:
+    template <class OptionKind, class... Args>
+    void addOption(const Declaration& declaration, Args... kindArgs);
+    void checkUniqueName(const char* name) const;
+
+    Option* findOption(const char* name) const; // null when there is none
+    template <class OptionKind>
+    const OptionKind* findOfKind(const char* name) const;
+    template <class OptionKind>
+    auto getSingle(const char* name) const;
+    template <class OptionKind>
+    auto getArray(const char* name, std::size_t& count) const;
+
+    const char* readArguments(); // returns the name of the first unknown switch, or null
+    void runStandardOptions() const;
+    void checkRequired() const;
+    void showVersion() const;
+
+    void usageError(const char* format, ...) const __attribute__((format(printf, 2, 3)));
+    void configError(const char* format, ...) const __attribute__((format(printf, 2, 3)));
+    void printError(const char* kind, const char* format, std::va_list args) const
+        __attribute__((format(printf, 3, 0)));
+
+    std::vector<std::unique_ptr<Option>> m_options; // in declaration order
+    const char* m_appName;
+    const char* m_appDescLong;
+    const char* m_appDescShort;
+    std::string m_versionString;
+    std::string m_buildString;
+    const char* const* m_argv = nullptr;
+    int m_argc = -1; // -1: not parsed yet
+    bool m_usingStandardOptions;
+    bool m_haveVersionNumbers = false;
+    Option* m_extra = nullptr; // one of m_options, or none
+    ExitHandler m_exitHandler;
+};
+
+} // namespace Quillmoran

@@ -1,0 +1,164 @@
+// The option kinds of QMCmdLine. An option knows its names and how it is shown in the usage texts, takes
+// its arguments from argv and holds the converted values. Only the parser creates and uses these.
+#pragma once
+
+#include "cli/QMCmdLine.h"
+
+namespace Quillmoran {
+
+// What every declaration consists of, as the application gave it.
+struct QMCmdLine::Declaration
+{
+    const char* shortName;
+    const char* longName; // may be null
+    const char* description;
+    bool isRequired;
+};
+
+class QM_API QMCmdLine::Option
+{
+public:
+    // A missing name or description is reported to the parser and replaced by the empty text.
+    Option(const QMCmdLine& parser, const Declaration& declaration);
+    virtual ~Option();
+    Option(const Option&) = delete;
+    Option& operator=(const Option&) = delete;
+
+    // Takes the arguments of one occurrence, the first being argv[index], and moves index past them.
+    // When too few are left, takes what there is, reports it, and keeps the values it had.
+    virtual void setArg(int& index, int argc, const char* const* argv) = 0;
+    virtual void dumpDerived() const = 0;
+    virtual void showArgMessage() const = 0;
+    virtual int getNumArgs() const = 0;
+
+    bool hasName(const char* name) const;
+    const char* getShortName() const { return m_shortName; }
+    const char* getLongName() const { return m_longName; }
+    // The second name when there is one: it is the more telling one for messages.
+    const char* getMessageName() const { return m_longName != nullptr ? m_longName : m_shortName; }
+    const char* getDescription() const { return m_description; }
+
+    bool isPresent() const { return m_isPresent; }
+    bool isRequired() const { return m_isRequired; }
+    bool isExtra() const { return m_isExtra; }
+    bool isUndocumented() const { return m_isUndocumented; }
+    void setExtra() { m_isExtra = true; }
+    void setUndocumented() { m_isUndocumented = true; }
+
+    void showLongUsage() const;
+    void dump() const;
+
+protected:
+    const QMCmdLine& getParser() const { return m_parser; }
+    void setPresent() { m_isPresent = true; }
+    bool hasArgs(int wanted, int& index, int argc) const;
+
+private:
+    const QMCmdLine& m_parser;
+    bool m_isPresent = false;
+    const char* m_shortName;
+    const char* m_longName;
+    bool m_isRequired;
+    const char* m_description;
+    bool m_isExtra = false;
+    bool m_isUndocumented = false;
+};
+
+class QM_API QMCmdLine::OptionFlag final : public QMCmdLine::Option
+{
+public:
+    using Option::Option;
+
+    void setArg(int& index, int argc, const char* const* argv) override;
+    void dumpDerived() const override;
+    void showArgMessage() const override;
+    int getNumArgs() const override { return 0; }
+
+    bool getValue() const { return m_value; }
+
+private:
+    bool m_value = false;
+};
+
+class QM_API QMCmdLine::OptionBool final : public QMCmdLine::Option
+{
+public:
+    using Option::Option;
+
+    void setArg(int& index, int argc, const char* const* argv) override;
+    void dumpDerived() const override;
+    void showArgMessage() const override;
+    int getNumArgs() const override { return 1; }
+
+    bool getValue() const { return m_value; }
+
+private:
+    bool m_value = false;
+};
+
+// The common part of the array kinds: how many arguments to take, and the values of type T. A kind adds
+// its type word and the conversion of one argument.
+template <class T>
+class QM_API QMCmdLine::OptionArray : public QMCmdLine::Option
+{
+public:
+    using Value = T;
+
+    OptionArray(const QMCmdLine& parser, const Declaration& declaration, int numArgs);
+
+    void setArg(int& index, int argc, const char* const* argv) override;
+    void dumpDerived() const override;
+    void showArgMessage() const override;
+    int getNumArgs() const override { return m_numArgs; }
+
+    virtual const char* getTypeWord() const = 0;
+    const std::vector<T>& getValues() const { return m_values; }
+
+private:
+    virtual T convert(const char* text) const = 0;
+
+    int m_numArgs; // as in QMCmdLine::addStringArray
+    std::vector<T> m_values;
+};
+
+class QM_API QMCmdLine::OptionStringArray final : public QMCmdLine::OptionArray<const char*>
+{
+public:
+    using OptionArray::OptionArray;
+    const char* getTypeWord() const override { return "STRING"; }
+
+private:
+    const char* convert(const char* text) const override { return text; }
+};
+
+class QM_API QMCmdLine::OptionSintArray final : public QMCmdLine::OptionArray<int>
+{
+public:
+    using OptionArray::OptionArray;
+    const char* getTypeWord() const override { return "SIGNED-INT"; }
+
+private:
+    int convert(const char* text) const override { return toSint(text); }
+};
+
+class QM_API QMCmdLine::OptionUintArray final : public QMCmdLine::OptionArray<unsigned int>
+{
+public:
+    using OptionArray::OptionArray;
+    const char* getTypeWord() const override { return "UNSIGNED-INT"; }
+
+private:
+    unsigned int convert(const char* text) const override { return toUint(text); }
+};
+
+class QM_API QMCmdLine::OptionFloatArray final : public QMCmdLine::OptionArray<double>
+{
+public:
+    using OptionArray::OptionArray;
+    const char* getTypeWord() const override { return "FLOAT"; }
+
+private:
+    double convert(const char* text) const override { return toFloat(text); }
+};
+
+} // namespace Quillmoran
