@@ -1,0 +1,202 @@
+#include "common/MQCoder.h"
+
+namespace Quillmoran {
+
+namespace {
+
+struct ProbabilityState
+{
+    std::uint16_t Qe;
+    std::uint8_t nextMPS;
+    std::uint8_t nextLPS;
+    std::uint8_t switchMPS; // an LPS here exchanges the meaning of the symbols
+};
+
+// The published table of probability states.
+// clang-format off
+constexpr ProbabilityState states[] = {
+    // Qe  MPS LPS switch
+    {0x5601,  1,  1, 1},
+    {0x3401,  2,  6, 0},
+    {0x1801,  3,  9, 0},
+    {0x0AC1,  4, 12, 0},
+    {0x0521,  5, 29, 0},
+    {0x0221, 38, 33, 0},
+    {0x5601,  7,  6, 1},
+    {0x5401,  8, 14, 0},
+    {0x4801,  9, 14, 0},
+    {0x3801, 10, 14, 0},
+    {0x3001, 11, 17, 0},
+    {0x2401, 12, 18, 0},
+    {0x1C01, 13, 20, 0},
+    {0x1601, 29, 21, 0},
+    {0x5601, 15, 14, 1},
+    {0x5401, 16, 14, 0},
+    {0x5101, 17, 15, 0},
+    {0x4801, 18, 16, 0},
+    {0x3801, 19, 17, 0},
+    {0x3401, 20, 18, 0},
+    {0x3001, 21, 19, 0},
+    {0x2801, 22, 19, 0},
+    {0x2401, 23, 20, 0},
+    {0x2201, 24, 21, 0},
+    {0x1C01, 25, 22, 0},
+    {0x1801, 26, 23, 0},
+    {0x1601, 27, 24, 0},
+    {0x1401, 28, 25, 0},
+    {0x1201, 29, 26, 0},
+    {0x1101, 30, 27, 0},
+    {0x0AC1, 31, 28, 0},
+    {0x09C1, 32, 29, 0},
+    {0x08A1, 33, 30, 0},
+    {0x0521, 34, 31, 0},
+    {0x0441, 35, 32, 0},
+    {0x02A1, 36, 33, 0},
+    {0x0221, 37, 34, 0},
+    {0x0141, 38, 35, 0},
+    {0x0111, 39, 36, 0},
+    {0x0085, 40, 37, 0},
+    {0x0049, 41, 38, 0},
+    {0x0025, 42, 39, 0},
+    {0x0015, 43, 40, 0},
+    {0x0009, 44, 41, 0},
+    {0x0005, 45, 42, 0},
+    {0x0001, 45, 43, 0},
+    {0x5601, 46, 46, 0},
+};
+// clang-format on
+static_assert(std::size(states) * 2 == MQBase::numStates);
+
+constexpr MQBase::StateTable buildTable()
+{
+    MQBase::StateTable built{};
+    const MQBase::State* const entries = MQBase::table.entries;
+    for (std::uint32_t s = 0; s < std::size(states); ++s) {
+        for (std::uint32_t mps = 0; mps < 2; ++mps) {
+            const ProbabilityState& state = states[s];
+            built.entries[2 * s + mps] = {state.Qe, mps, entries + 2u * state.nextMPS + mps,
+                                          entries + 2u * state.nextLPS + (mps ^ state.switchMPS)};
+        }
+    }
+    return built;
+}
+
+constexpr std::int32_t nothingPending = -1;
+
+} // namespace
+
+constinit const MQBase::StateTable MQBase::table = buildTable();
+
+void MQEncoder::begin(void* buffer, std::size_t) noexcept
+{
+    C = 0;
+    A = 0x8000;
+    CT = 12;
+    B = nothingPending;
+    m_start = m_current = static_cast<std::uint8_t*>(buffer);
+    resetContexts();
+}
+
+void MQEncoder::encode(int context, int bit) noexcept
+{
+    const State*& entry = m_contexts[static_cast<std::size_t>(context)];
+    const State& state = *entry;
+    const std::uint32_t Qe = state.Qe;
+    A -= Qe;
+    if (static_cast<std::uint32_t>(bit) == state.MPS) {
+        if (A & 0x8000) {
+            C += Qe;
+            return;
+        }
+        if (A < Qe)
+            A = Qe;
+        else
+            C += Qe;
+        entry = state.nextMPS;
+    } else {
+        if (A < Qe)
+            C += Qe;
+        else
+            A = Qe;
+        entry = state.nextLPS;
+    }
+    renormalise();
+}
+
+void MQEncoder::renormalise() noexcept
+{
+    do {
+        A <<= 1;
+        C <<= 1;
+        if (--CT == 0)
+            byteOut();
+    } while (!(A & 0x8000));
+}
+
+// One byte is held back in B so that a carry out of C can still reach it.
+void MQEncoder::byteOut() noexcept
+{
+    if (B != 0xFF && (C & 0x8000000)) {
+        ++B;
+        if (B == 0xFF)
+            C &= 0x7FFFFFF;
+    }
+    if (B == 0xFF) {
+        *m_current++ = 0xFF;
+        B = static_cast<std::int32_t>((C >> 20) & 0xFF);
+        C &= 0xFFFFF;
+        CT = 7; // a bit is stuffed behind an 0xFF
+        return;
+    }
+    if (B != nothingPending)
+        *m_current++ = static_cast<std::uint8_t>(B);
+    B = static_cast<std::int32_t>((C >> 19) & 0xFF);
+    C &= 0x7FFFF;
+    CT = 8;
+}
+
+std::size_t MQEncoder::end() noexcept
+{
+    const std::uint32_t limit = C + A;
+    C |= 0xFFFF;
+    if (C >= limit)
+        C -= 0x8000;
+    C <<= CT;
+    byteOut();
+    C <<= CT;
+    byteOut();
+    if (B < 0xFF)
+        *m_current++ = static_cast<std::uint8_t>(B); // a last 0xFF is what the decoder is fed anyway
+    return static_cast<std::size_t>(m_current - m_start);
+}
+
+void MQDecoder::begin(const void* data, std::size_t length) noexcept
+{
+    m_start = static_cast<const std::uint8_t*>(data);
+    m_end = m_start + length;
+    const std::uint32_t first = length > 0 ? m_start[0] : 0xFF;
+    C = first << 16;
+    CT = 1;
+    B = static_cast<std::int32_t>(first);
+    if (length < 2) {
+        C |= 0xFF00;
+        m_current = m_end;
+    } else {
+        const std::uint32_t second = m_start[1];
+        m_current = m_start + 2;
+        B = static_cast<std::int32_t>(second);
+        if (first != 0xFF) {
+            C += second << 8;
+        } else if (second < 0x90) {
+            C += second << 9;
+            CT = 0;
+        } else {
+            C |= 0xFF00;
+        }
+    }
+    C <<= 7;
+    A = 0x8000;
+    resetContexts();
+}
+
+} // namespace Quillmoran

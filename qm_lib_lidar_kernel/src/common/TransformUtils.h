@@ -1,0 +1,41 @@
+// Transform codes. A code names the coder of a channel's bands and the lifting steps that undo its
+// decomposition: the last digit is the lifting order (0 none, 1 or 3), codes 10 to 13, 70 to 73 and 90 to 93
+// have no update step.
+//
+//   MQ-coded integers          1  3  10  11  13
+//   arithmetic-coded integers 81 83  90  91  93
+//   deflated floating point   61 63  70  71  73
+#pragma once
+
+#include "platform/Export.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace Quillmoran {
+
+using TransformType = std::uint8_t;
+
+namespace TransformUtils {
+
+enum class Coder
+{
+    MQ,
+    Arithmetic,
+    Deflate
+};
+
+// Every function refuses a code that is not in the table: -1 "bad transform type".
+QM_API Coder getCoder(TransformType type);
+// Bits that the transform may add to a sample.
+QM_API int getHeadroom(TransformType type);
+QM_API bool isInteger(TransformType type);
+QM_API bool isFloatingPoint(TransformType type);
+// Whether bands are lifted at all: the lifting order is not 0.
+QM_API bool isWavelet(TransformType type);
+// How many neighbours on each side a lifting step reads: 1, or 2 for the third order.
+QM_API std::size_t getPadding(TransformType type);
+
+} // namespace TransformUtils
+
+} // namespace Quillmoran

@@ -1,0 +1,66 @@
+// An IO over bytes in memory. Readers get an exact-size heap block, so that address sanitizers see one byte
+// too many; writers can be made to run full.
+#pragma once
+
+#include "platform/IO.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace Quillmoran::Testing {
+
+class ByteStore final : public IO
+{
+public:
+    static ByteStore* create(std::vector<std::uint8_t> bytes = {}) { return new ByteStore(std::move(bytes)); }
+
+    void open() override { ++m_openCount; }
+    void close() override { --m_openCount; }
+    std::size_t pread(std::int64_t offset, void* buffer, std::size_t count) const override
+    {
+        ++m_reads;
+        const auto length = static_cast<std::int64_t>(m_bytes.size());
+        if (offset < 0 || offset >= length)
+            return 0;
+        const std::size_t got = std::min(count, static_cast<std::size_t>(length - offset));
+        std::memcpy(buffer, m_bytes.data() + offset, got);
+        return got;
+    }
+    std::size_t pwrite(std::int64_t offset, const void* buffer, std::size_t count) const override
+    {
+        ++m_writes;
+        const auto at = static_cast<std::size_t>(offset);
+        const std::size_t taken = std::min(count, m_capacity - std::min(at, m_capacity));
+        m_bytes.resize(std::max(m_bytes.size(), at + taken));
+        if (taken != 0)
+            std::memcpy(m_bytes.data() + at, buffer, taken);
+        return taken;
+    }
+    std::int64_t size() const override { return static_cast<std::int64_t>(m_bytes.size()); }
+    void truncate(std::int64_t length) override { m_bytes.resize(static_cast<std::size_t>(length)); }
+    void unlink() override { m_unlinked = true; }
+
+    const std::vector<std::uint8_t>& bytes() const { return m_bytes; }
+    std::string text() const { return std::string(m_bytes.begin(), m_bytes.end()); }
+    int openCount() const { return m_openCount; }
+    int reads() const { return m_reads; }
+    int writes() const { return m_writes; }
+    bool unlinked() const { return m_unlinked; }
+    // Writes beyond this many bytes are short.
+    void setCapacity(std::size_t bytes) { m_capacity = bytes; }
+
+private:
+    explicit ByteStore(std::vector<std::uint8_t> bytes) : m_bytes(std::move(bytes)) {}
+
+    mutable std::vector<std::uint8_t> m_bytes;
+    int m_openCount = 0;
+    mutable int m_reads = 0;
+    mutable int m_writes = 0;
+    bool m_unlinked = false;
+    std::size_t m_capacity = SIZE_MAX;
+};
+
+} // namespace Quillmoran::Testing
