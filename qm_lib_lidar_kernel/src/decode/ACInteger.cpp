@@ -1,0 +1,87 @@
+#include "decode/ACInteger.h"
+
+#include "platform/Stream.h"
+
+#include <algorithm>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr int modelledBits = 8; // leading bits of a magnitude that have a model; the rest is raw
+constexpr int rawBitsAtOnce = 8;
+
+} // namespace
+
+void ACIntegerModels::reset()
+{
+    sign.setAlphabet(3);
+    length.setAlphabet(numLengths);
+    for (std::uint32_t i = 0; i < numLengths; ++i)
+        lowBits[i].setAlphabet(i < 6 ? 2u << i : largestAlphabet);
+}
+
+template <class T>
+ACInteger<T>::ACInteger(DataType type, TransformType transform, const char* name, std::size_t subblockSize)
+    : SubblockReader(type, transform, name, subblockSize, false)
+{}
+
+template <class T>
+void ACInteger<T>::init()
+{
+    // One and a half times the raw size.
+    SubblockReader::init(std::uint64_t{getSubblockSize()} * sizeof(T) * 3 / 2);
+}
+
+template <class T>
+std::size_t ACInteger<T>::readSubblockHeader(StreamReader& headers)
+{
+    std::uint32_t header = 0;
+    if (!headers.get_be(header))
+        QM_THROW(40207, "bad read -- subblock header");
+    if (header < firstPayloadHeader)
+        return std::size_t{header} + 1;
+    setPayloadLength(header - firstPayloadHeader);
+    return 0;
+}
+
+// A magnitude of k bits: the leading one, then up to seven bits as one symbol, then raw bits.
+template <class T>
+typename ACInteger<T>::U ACInteger<T>::decodeMagnitude(ACDecoder& decoder)
+{
+    const int length = static_cast<int>(decoder.decode(m_models.length));
+    if (length < 2)
+        return 1;
+    const std::uint32_t low = decoder.decode(m_models.lowBits[length - 1]);
+    if (length <= modelledBits)
+        return static_cast<U>(1u << (length - 1) | low);
+    U value = static_cast<U>(1u << (modelledBits - 1) | low);
+    int left = length - modelledBits;
+    for (; left > rawBitsAtOnce; left -= rawBitsAtOnce)
+        value = static_cast<U>(value << rawBitsAtOnce | decoder.getBits(rawBitsAtOnce));
+    return static_cast<U>(value << left | decoder.getBits(left));
+}
+
+template <class T>
+void ACInteger<T>::decode(std::size_t, void* out, std::size_t count)
+{
+    m_models.reset();
+    ACDecoder decoder;
+    decoder.begin(payload(), payloadSize());
+    auto* samples = static_cast<U*>(out);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint32_t sign = decoder.decode(m_models.sign);
+        if (sign == ACIntegerModels::ZERO) {
+            samples[i] = 0;
+            continue;
+        }
+        const U magnitude = decodeMagnitude(decoder);
+        samples[i] = sign == ACIntegerModels::NEGATIVE ? static_cast<U>(0 - magnitude) : magnitude;
+    }
+}
+
+template class ACInteger<std::int16_t>;
+template class ACInteger<std::int32_t>;
+template class ACInteger<std::int64_t>;
+
+} // namespace Quillmoran

@@ -1,0 +1,57 @@
+// Subblocks of signed integers, symbol by symbol: the sign (or zero), the bit length of the magnitude, its
+// leading bits with a model that belongs to the length, the rest raw. Magnitudes end at 15 bits. The models
+// start afresh in every subblock.
+#pragma once
+
+#include "common/ArithmeticCoder.h"
+#include "decode/SubblockReader.h"
+#include "platform/ByteOrder.h"
+
+namespace Quillmoran {
+
+// The models of one subblock, the same on both sides. The sizes are part of the format.
+struct QM_API ACIntegerModels
+{
+    static constexpr std::uint32_t numLengths = 16;
+    static constexpr std::uint32_t largestAlphabet = 128;
+
+    enum Sign : std::uint32_t
+    {
+        NEGATIVE = 0,
+        ZERO = 1,
+        POSITIVE = 2
+    };
+
+    ACBase::DataModel sign;
+    ACBase::DataModel length;
+    ACBase::DataModel lowBits[numLengths]; // by the bit length less one
+
+    // Sizes the models on first use and returns them to their first state.
+    void reset();
+};
+
+template <class T>
+class QM_API ACInteger final : public SubblockReader
+{
+public:
+    ACInteger(DataType type, TransformType transform, const char* name, std::size_t subblockSize);
+
+    void init() override;
+
+protected:
+    std::size_t readSubblockHeader(StreamReader& headers) override;
+    void decode(std::size_t index, void* out, std::size_t count) override;
+
+private:
+    using U = UnsignedOf<T>; // magnitudes
+
+    U decodeMagnitude(ACDecoder& decoder);
+
+    ACIntegerModels m_models;
+};
+
+extern template class ACInteger<std::int16_t>;
+extern template class ACInteger<std::int32_t>;
+extern template class ACInteger<std::int64_t>;
+
+} // namespace Quillmoran

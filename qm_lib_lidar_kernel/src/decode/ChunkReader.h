@@ -1,0 +1,88 @@
+// Reads the chunk sequence of a compressed file, field by field:
+//
+//   preamble | group header | wavelet header | index | subband ... | metadata | WKT | [class names] |
+//   [extended header]
+//
+// BaseChunkReader knows the container and the small chunks; WaveletChunkReader adds the three wavelet chunks.
+// All lengths are checked against what contains them before they are used. VX7PointReader drives both.
+#pragma once
+
+#include "common/ChunkHeader.h"
+#include "platform/IO.h"
+#include "platform/Stream.h"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Quillmoran {
+
+class Metadata;
+class RTree;
+class WaveletDecoderChannelInfo;
+
+class QM_API BaseChunkReader
+{
+public:
+    static constexpr std::size_t streamBufferSize = 4096;
+
+    // Opens a stream over the store.
+    explicit BaseChunkReader(IO* io);
+
+    StreamReader& stream() noexcept { return m_stream; }
+    void close() { m_stream.close(); }
+
+    // Reads and checks the preamble. `version` receives format, major, minor and version; returns the length
+    // of the file that the preamble tells.
+    static std::uint64_t readMagic(StreamReader& stream, std::array<std::uint8_t, 4>& version);
+    // Reads the group header and returns the length of its payload.
+    std::int64_t readGroupHeader(std::uint64_t fileLength);
+    // Reads a chunk's header and takes it and its payload off `remaining`. A chunk that is longer than what
+    // remains is `code` "chunk length error", one of another id than expected "bad chunk order".
+    std::uint32_t readChunkHeader(ChunkHeader& header, std::int64_t& remaining, int code);
+    void readChunkHeader(ChunkHeader& header, std::int64_t& remaining, std::uint32_t expectedId, int code);
+
+    void skip(std::int64_t length) { m_stream.seek(length, Stream::SEEK_FROM_CURRENT); }
+
+    // Only remembers where the records stand.
+    void readMetadata(std::int64_t length, IO::Location& location);
+    // Reads the records; an empty location leaves the store untouched.
+    static void readMetadata(const IO::Location& location, Metadata& metadata);
+    // No value when the file has no text.
+    std::optional<std::string> readWKT(std::int64_t length);
+    // A missing name has no value.
+    std::vector<std::optional<std::string>> readClassNames(std::int64_t length);
+    void readExtendedHeader(std::int64_t length, std::vector<WaveletDecoderChannelInfo>& channels);
+
+protected:
+    // The payload of a chunk: a view of the stream that ends where the payload ends.
+    class Payload;
+
+    StreamReader m_stream;
+};
+
+class QM_API WaveletChunkReader : public BaseChunkReader
+{
+public:
+    using BaseChunkReader::BaseChunkReader;
+
+    struct WaveletHeader
+    {
+        std::int64_t numPoints = 0;
+        std::uint32_t numLevels = 0;
+        std::vector<WaveletDecoderChannelInfo> channels;
+    };
+
+    WaveletHeader readWaveletHeader(std::int64_t length);
+    // Replaces the tree; returns the points per index entry.
+    std::uint32_t readIndex(std::int64_t length, Scoped<RTree>& tree);
+    // Checks that the chunk is that of the channel and subband and notes its stretches. A chunk of version 1
+    // holds one stretch, the second.
+    void readSubband(std::int64_t length, std::uint32_t channel, std::uint32_t subband, IO::Location& first,
+                     IO::Location& second);
+};
+
+} // namespace Quillmoran

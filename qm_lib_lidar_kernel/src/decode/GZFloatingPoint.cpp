@@ -1,0 +1,87 @@
+#include "decode/GZFloatingPoint.h"
+
+#include "platform/Stream.h"
+
+#include <limits>
+#include <zlib.h>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr int zlibError = 40230;
+constexpr int rawDeflate = -15; // window bits; negative means no zlib wrapper
+
+const char* message(const char* text)
+{
+    return text ? text : "buffer error";
+}
+
+} // namespace
+
+template <class T>
+struct GZFloatingPoint<T>::Inflater
+{
+    z_stream stream = {};
+
+    Inflater()
+    {
+        if (inflateInit2(&stream, rawDeflate) != Z_OK)
+            QM_THROW(zlibError, "inflateInit(): %s", message(stream.msg));
+    }
+    ~Inflater() { inflateEnd(&stream); }
+    Inflater(const Inflater&) = delete;
+    Inflater& operator=(const Inflater&) = delete;
+};
+
+template <class T>
+GZFloatingPoint<T>::GZFloatingPoint(DataType type, TransformType transform, const char* name,
+                                    std::size_t subblockSize)
+    : SubblockReader(type, transform, name, subblockSize, false)
+{}
+
+template <class T>
+GZFloatingPoint<T>::~GZFloatingPoint() = default;
+
+template <class T>
+void GZFloatingPoint<T>::init()
+{
+    m_inflater = std::make_unique<Inflater>();
+    SubblockReader::init(deflateBound(nullptr, static_cast<uLong>(getSubblockSize() * sizeof(T))));
+}
+
+template <class T>
+std::size_t GZFloatingPoint<T>::readSubblockHeader(StreamReader& headers)
+{
+    std::uint32_t header = 0;
+    if (!headers.get_be(header))
+        QM_THROW(40207, "bad read -- subblock header");
+    if (header < firstPayloadHeader)
+        return std::size_t{header} + 1;
+    setPayloadLength(header - firstPayloadHeader);
+    return 0;
+}
+
+template <class T>
+void GZFloatingPoint<T>::decode(std::size_t, void* out, std::size_t count)
+{
+    z_stream& stream = m_inflater->stream;
+    if (inflateReset(&stream) != Z_OK)
+        QM_THROW(zlibError, "inflateReset(): %s", message(stream.msg));
+    auto* bytes = static_cast<Bytef*>(out);
+    stream.next_in = const_cast<Bytef*>(payload());
+    stream.avail_in = static_cast<uInt>(payloadSize());
+    stream.next_out = bytes;
+    stream.avail_out = static_cast<uInt>(count * sizeof(T));
+    if (inflate(&stream, Z_NO_FLUSH) != Z_STREAM_END || stream.avail_out != 0)
+        QM_THROW(zlibError, "inflate(Z_NO_FLUSH): %s", message(stream.msg));
+
+    auto* samples = static_cast<T*>(out);
+    for (std::size_t i = 0; i < count; ++i)
+        samples[i] = loadBigEndian<T>(bytes + i * sizeof(T));
+}
+
+template class GZFloatingPoint<float>;
+template class GZFloatingPoint<double>;
+
+} // namespace Quillmoran

@@ -1,0 +1,115 @@
+#include "decode/SubblockReader.h"
+
+#include "decode/ACInteger.h"
+#include "decode/GZFloatingPoint.h"
+#include "decode/MQInteger.h"
+#include "platform/Stream.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr int subblockError = 40207;
+
+template <template <class> class Coder, class... Arguments>
+std::unique_ptr<SubblockReader> createInteger(DataType type, Arguments... arguments)
+{
+    switch (type) {
+    case SINT16:
+        return std::make_unique<Coder<std::int16_t>>(type, arguments...);
+    case SINT32:
+        return std::make_unique<Coder<std::int32_t>>(type, arguments...);
+    case SINT64:
+        return std::make_unique<Coder<std::int64_t>>(type, arguments...);
+    default:
+        QM_THROW(40007, "unkown datatype");
+    }
+}
+
+} // namespace
+
+std::unique_ptr<SubblockReader> SubblockReader::create(DataType type, TransformType transform,
+                                                       const char* name, std::size_t subblockSize,
+                                                       bool perPlaneLengths)
+{
+    switch (TransformUtils::getCoder(transform)) {
+    case TransformUtils::Coder::MQ:
+        return createInteger<MQInteger>(type, transform, name, subblockSize, perPlaneLengths);
+    case TransformUtils::Coder::Arithmetic:
+        return createInteger<ACInteger>(type, transform, name, subblockSize);
+    case TransformUtils::Coder::Deflate:
+        if (type == FLOAT32)
+            return std::make_unique<GZFloatingPoint<float>>(type, transform, name, subblockSize);
+        if (type == FLOAT64)
+            return std::make_unique<GZFloatingPoint<double>>(type, transform, name, subblockSize);
+        QM_THROW(40007, "unkown datatype");
+    }
+    QM_THROW(40007, "unkown transform");
+}
+
+SubblockReader::SubblockReader(DataType type, TransformType transform, const char* name,
+                               std::size_t subblockSize, bool perPlaneLengths)
+    : m_dataType(type),
+      m_transform(transform),
+      m_name(name),
+      m_subblockSize(subblockSize),
+      m_perPlaneLengths(perPlaneLengths)
+{}
+
+SubblockReader::~SubblockReader() = default;
+
+std::size_t SubblockReader::readHeader(StreamReader& headers)
+{
+    m_payloadLength = 0;
+    const std::size_t zeros = readSubblockHeader(headers);
+    if (m_payloadLength > m_payloadCapacity)
+        QM_THROW(subblockError, "bad read -- subblock data");
+    return zeros;
+}
+
+void SubblockReader::readPayload(StreamReader& data)
+{
+    // Compared with the bytes that are there before the buffer grows.
+    if (m_payloadLength > data.remaining())
+        QM_THROW(subblockError, "bad read -- subblock data");
+    if (m_payload.size() < m_payloadLength)
+        m_payload.resize(payloadSize());
+    if (data.read(m_payload.data(), payloadSize()) != payloadSize())
+        QM_THROW(subblockError, "bad read -- subblock data");
+}
+
+std::size_t SubblockReader::loadSubblock(std::size_t index, StreamReader& headers, StreamReader& data,
+                                         void* out, std::size_t count, std::size_t pendingZeros)
+{
+    const std::size_t zeros = pendingZeros != 0 ? pendingZeros : readHeader(headers);
+    if (zeros != 0) {
+        std::memset(out, 0, count * elementSize());
+        return zeros - 1;
+    }
+    readPayload(data);
+    if (count != 0)
+        decode(index, out, count);
+    return 0;
+}
+
+std::size_t SubblockReader::skipSubblocks(std::uint64_t skip, StreamReader& headers, StreamReader& data,
+                                          std::size_t pendingZeros)
+{
+    for (;;) {
+        const std::uint64_t taken = std::min<std::uint64_t>(pendingZeros, skip);
+        pendingZeros -= static_cast<std::size_t>(taken);
+        skip -= taken;
+        if (skip == 0)
+            return pendingZeros;
+        pendingZeros = readHeader(headers);
+        if (pendingZeros == 0) {
+            data.seek(static_cast<std::int64_t>(m_payloadLength), Stream::SEEK_FROM_CURRENT);
+            --skip;
+        }
+    }
+}
+
+} // namespace Quillmoran

@@ -1,0 +1,92 @@
+// Turns the subblocks of a band back into samples. A subblock is a run of samples of a fixed size: a small
+// header in one stream and, unless the header announces zeros, a payload in another.
+//
+//   header  h < 2048: this and the next h subblocks are zero, no payload
+//           h >= 2048: a payload follows; what h tells beside that is the coder's
+//
+// The reader is made for the coder of the channel's transform: MQInteger, ACInteger or GZFloatingPoint. It
+// serves one band at a time and one thread; nothing is shared between readers.
+#pragma once
+
+#include "common/TransformUtils.h"
+#include "model/DataType.h"
+#include "platform/Export.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace Quillmoran {
+
+class StreamReader;
+
+class QM_API SubblockReader
+{
+public:
+    // The reader for a kernel type and a transform. `perPlaneLengths` asks for one length per bit plane,
+    // which old files have for wavelet transforms that are MQ coded. `name` is kept as it is given. Errors
+    // 40007: "unkown datatype"; -1 "bad transform type".
+    static std::unique_ptr<SubblockReader> create(DataType type, TransformType transform, const char* name,
+                                                  std::size_t subblockSize, bool perPlaneLengths);
+
+    virtual ~SubblockReader();
+    SubblockReader(const SubblockReader&) = delete;
+    SubblockReader& operator=(const SubblockReader&) = delete;
+
+    // Prepares the coder; once, before anything is loaded.
+    virtual void init() = 0;
+
+    // Produces subblock `index` of `count` samples in `out` and returns how many of the following subblocks
+    // are known to be zero. `pendingZeros` is what the previous call returned. Errors 40207: "bad read --
+    // subblock header", "bad read -- subblock data" and those of the plane lengths.
+    std::size_t loadSubblock(std::size_t index, StreamReader& headers, StreamReader& data, void* out,
+                             std::size_t count, std::size_t pendingZeros);
+    // Passes over `skip` subblocks without decoding them and returns the zeros pending behind them.
+    std::size_t skipSubblocks(std::uint64_t skip, StreamReader& headers, StreamReader& data,
+                              std::size_t pendingZeros);
+
+    // Reads one header. 0: a payload of getPayloadLength() bytes follows; else the number of zero subblocks,
+    // this one included.
+    std::size_t readHeader(StreamReader& headers);
+    std::uint64_t getPayloadLength() const noexcept { return m_payloadLength; }
+
+    DataType getDataType() const noexcept { return m_dataType; }
+    TransformType getTransformType() const noexcept { return m_transform; }
+    const char* getName() const noexcept { return m_name; }
+    std::size_t getSubblockSize() const noexcept { return m_subblockSize; }
+
+protected:
+    SubblockReader(DataType type, TransformType transform, const char* name, std::size_t subblockSize,
+                   bool perPlaneLengths);
+
+    // The largest payload of a full subblock. What a file announces beyond it is refused; the buffer itself
+    // grows with the payloads that really come.
+    void init(std::uint64_t payloadCapacity) { m_payloadCapacity = payloadCapacity; }
+
+    virtual std::size_t readSubblockHeader(StreamReader& headers) = 0;
+    // Decodes the payload into `count` samples, at most a full subblock.
+    virtual void decode(std::size_t index, void* out, std::size_t count) = 0;
+
+    static constexpr std::uint32_t firstPayloadHeader = 2048;
+
+    const std::uint8_t* payload() const noexcept { return m_payload.data(); }
+    std::size_t payloadSize() const noexcept { return static_cast<std::size_t>(m_payloadLength); }
+    std::size_t elementSize() const noexcept { return DataTypeUtils::getSize(m_dataType); }
+    bool hasPlaneLengths() const noexcept { return m_perPlaneLengths; }
+    void setPayloadLength(std::uint64_t length) noexcept { m_payloadLength = length; }
+
+private:
+    void readPayload(StreamReader& data);
+
+    DataType m_dataType;
+    TransformType m_transform;
+    const char* m_name;
+    std::size_t m_subblockSize;
+    bool m_perPlaneLengths;
+    std::uint64_t m_payloadCapacity = 0;
+    std::uint64_t m_payloadLength = 0;
+    std::vector<std::uint8_t> m_payload;
+};
+
+} // namespace Quillmoran

@@ -1,0 +1,112 @@
+#include "decode/VX7PointReader.h"
+
+#include "decode/ChunkReader.h"
+#include "decode/WaveletDecoder.h"
+#include "model/ChannelNames.h"
+#include "platform/FileIO.h"
+
+#include <cstdio>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr std::uint32_t classNamesVersion = 0x04000002; // the first that has them
+
+} // namespace
+
+VX7PointReader* VX7PointReader::create()
+{
+    return new VX7PointReader;
+}
+
+void VX7PointReader::init(const char* path)
+{
+    const Scoped<FileIO::Imp> file(FileIO::create());
+    file->init(path, "r");
+    init(file.get());
+}
+
+void VX7PointReader::init(IO* io)
+{
+    WaveletChunkReader chunks(io);
+    readChunks(chunks);
+    chunks.close();
+    m_info->finish();
+    setDescription();
+}
+
+void VX7PointReader::readChunks(WaveletChunkReader& chunks)
+{
+    std::array<std::uint8_t, 4> version;
+    const std::uint64_t fileLength = BaseChunkReader::readMagic(chunks.stream(), version);
+    std::snprintf(m_fileFormat, sizeof m_fileFormat, "VX7 %d.%d.%d.%d", version[0], version[1], version[2],
+                  version[3]);
+    const std::uint32_t packedVersion = loadBigEndian<std::uint32_t>(version.data());
+    std::int64_t remaining = chunks.readGroupHeader(fileLength);
+
+    m_info.reset(WaveletDecoderInfo::create(packedVersion));
+    m_info->load(chunks, remaining);
+
+    ChunkHeader chunk;
+    chunks.readChunkHeader(chunk, remaining, CHUNK_METADATA, 40212);
+    chunks.readMetadata(chunk.length, m_metadata);
+    chunks.readChunkHeader(chunk, remaining, CHUNK_WKT, 40214);
+    if (const auto wkt = chunks.readWKT(chunk.length))
+        setWKT(wkt->c_str());
+    if (packedVersion >= classNamesVersion) {
+        chunks.readChunkHeader(chunk, remaining, CHUNK_CLASS_NAMES, 40216);
+        const auto names = chunks.readClassNames(chunk.length);
+        std::vector<const char*> pointers;
+        pointers.reserve(names.size());
+        for (const auto& name : names)
+            pointers.push_back(name ? name->c_str() : nullptr);
+        setClassIdNames(pointers.data(), pointers.size());
+    }
+    if (remaining > 0 && chunks.readChunkHeader(chunk, remaining, 40219) == CHUNK_EXTENDED_HEADER)
+        chunks.readExtendedHeader(chunk.length, m_info->getChannels());
+}
+
+void VX7PointReader::setDescription()
+{
+    setNumPoints(m_info->getNumPoints());
+    setBounds(m_info->getBounds());
+    setPointInfo(m_info->getPointInfo());
+
+    double scale[3];
+    double offset[3];
+    const char* const names[3] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
+    for (int axis = 0; axis < 3; ++axis) {
+        const auto channel = m_info->getChannel(names[axis]);
+        if (!channel)
+            return;
+        scale[axis] = m_info->getChannel(*channel).getScale();
+        offset[axis] = m_info->getChannel(*channel).getOffset();
+    }
+    setQuantization(scale, offset);
+}
+
+void VX7PointReader::loadMetadata(Metadata& into, bool) const
+{
+    BaseChunkReader::readMetadata(m_metadata, into);
+}
+
+double VX7PointReader::getTotalWork(const Bounds& bounds, double fraction) const
+{
+    if (!(fraction > 0))
+        return 0;
+    double points = 0;
+    for (const auto& range : m_info->getPointRanges(m_info->getLevel(fraction), bounds))
+        points += static_cast<double>(range.length);
+    return points;
+}
+
+PointIterator* VX7PointReader::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
+                                              ProgressDelegate* delegate) const
+{
+    Scoped<WaveletDecoder> decoder(WaveletDecoder::create());
+    decoder->init(*m_info, bounds, fraction, layout, delegate);
+    return decoder.detach();
+}
+
+} // namespace Quillmoran

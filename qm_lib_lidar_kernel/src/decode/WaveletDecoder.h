@@ -1,0 +1,66 @@
+// The iterator over the points of a compressed file: decodes the ranges of points that a query can meet,
+// channel by channel in parallel, and keeps the points of the box that the sampling takes.
+#pragma once
+
+#include "decode/SubbandSource.h"
+#include "decode/SubblockReader.h"
+#include "decode/WaveletDecoderInfo.h"
+#include "framework/PointIterator.h"
+#include "model/PointData.h"
+
+#include <memory>
+#include <vector>
+
+namespace Quillmoran {
+
+class QM_API WaveletDecoder final : public PointIterator
+{
+public:
+    static WaveletDecoder* create();
+
+    // Keeps the file's information. Errors -1: "could not find channel '%s'", "unsupported datatype"; those
+    // of the coders; 40007 "must have x, y, and z channels".
+    void init(const WaveletDecoderInfo& info, const Bounds& bounds, double fraction, const PointInfo& layout,
+              ProgressDelegate* delegate);
+
+    // Errors of damaged bands; a cancelled delegate is 40006 "operation cancelled.".
+    std::size_t getNextPoints(PointData& buffer) override;
+
+private:
+    struct Channel
+    {
+        WaveletDecoderChannelInfo info;
+        std::unique_ptr<SubblockReader> reader;
+        std::unique_ptr<SubbandSource> root;
+    };
+
+    WaveletDecoder() = default;
+    ~WaveletDecoder() override;
+
+    void selectChannels(const PointInfo& layout);
+    void addChannel(std::size_t fileChannel, ConversionAction action, std::size_t pointChannel);
+    void begin(std::int64_t position);
+    void buildPipeline(Channel& channel);
+    void seek(std::int64_t position);
+    void end();
+
+    // Decodes the next `count` points into the block.
+    void decode(std::size_t count);
+    void decodeChannel(Channel& channel, std::size_t count);
+    // Makes the block hold undecoded points; false when every range is done.
+    bool refill();
+    // Copies what the query keeps of the block's points from the cursor on; returns the buffer's new fill.
+    std::size_t copyKept(PointData& buffer, std::size_t filled);
+
+    Scoped<const WaveletDecoderInfo> m_info;
+    std::uint32_t m_level = 0;
+    std::vector<Channel> m_channels; // the parts of a split channel stand together: fraction, exponent, sign
+    std::vector<WaveletDecoderInfo::PointRange> m_ranges;
+    std::size_t m_range = 0; // the current one; its start moves as it is decoded
+
+    PointData m_block;
+    std::size_t m_cursor = 0; // next point of the block
+    std::size_t m_fill = 0;   // points in the block
+};
+
+} // namespace Quillmoran

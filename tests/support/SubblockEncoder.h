@@ -1,0 +1,43 @@
+// Encodes bands for tests and examples: the mirror of the subblock readers, written for clearness.
+#pragma once
+
+#include "common/TransformUtils.h"
+#include "model/DataType.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace Quillmoran::Testing {
+
+using Bytes = std::vector<std::uint8_t>;
+
+struct BandOptions
+{
+    TransformType transform = 1;
+    std::size_t subblockSize = 64;
+    bool perPlaneLengths = false;
+    int rawPlanes = 0;     // of the coded planes, how many of the lowest are raw
+    int droppedPlanes = 0; // lowest planes left out (lossy)
+    std::size_t maxZeroRun = 2048;
+};
+
+// The two stretches of a band; interleaved, everything is in `headers`.
+struct EncodedBand
+{
+    Bytes headers;
+    Bytes data;
+};
+
+// T is a kernel type: int16, int32 or int64 for the integer coders, float or double for deflate.
+template <class T>
+EncodedBand encodeBand(const std::vector<T>& samples, const BandOptions& options, bool interleaved);
+
+template <class T>
+void putBigEndian(Bytes& bytes, T value)
+{
+    for (std::size_t i = sizeof(T); i-- > 0;)
+        bytes.push_back(static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> (8 * i)));
+}
+
+} // namespace Quillmoran::Testing

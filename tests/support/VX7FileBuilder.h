@@ -1,0 +1,71 @@
+// Assembles compressed files for tests and examples from channels of samples. Everything that a reader must
+// be able to meet can be chosen: versions of file and chunks, coders, subblock sizes, levels, the form of the
+// index, swapped stretches.
+#pragma once
+
+#include "common/TransformUtils.h"
+#include "framework/Metadata.h"
+#include "model/Bounds.h"
+#include "model/DataType.h"
+#include "support/SubblockEncoder.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Quillmoran::Testing {
+
+struct ChannelSpec
+{
+    std::string name;
+    DataType type = INVALID;
+    TransformType transform = 1;
+    std::uint32_t subblockSize = 64;
+    double offset = 0;
+    double scale = 0;
+    std::vector<std::int64_t> integers; // kernel samples of an integer transform
+    std::vector<double> reals;          // of a floating-point transform
+    int rawPlanes = 0;
+    int droppedPlanes = 0;
+};
+
+struct FileSpec
+{
+    std::uint8_t version = 4;       // last byte of the file version
+    std::uint8_t headerVersion = 2; // of the wavelet header chunk
+    std::uint8_t bandVersion = 3;   // of the subband chunks
+    bool swapStretches = false;
+    std::uint32_t numLevels = 4;
+    std::vector<ChannelSpec> channels;
+
+    std::uint8_t indexVersion = 2;
+    std::uint32_t pointsPerEntry = 64;
+    std::vector<Bounds> indexBoxes; // entry i covers the points from i * pointsPerEntry on
+    double indexScale = 0.001;
+
+    Metadata metadata;
+    std::optional<std::string> wkt;
+    std::vector<std::optional<std::string>> classNames;
+    bool extendedHeader = false;
+};
+
+// A quantized coordinate, or another floating-point channel stored as integers.
+ChannelSpec quantizedChannel(const std::string& name, std::vector<std::int64_t> steps, double offset,
+                             double scale, TransformType transform = 1);
+ChannelSpec integerChannel(const std::string& name, DataType type, std::vector<std::int64_t> values,
+                           TransformType transform = 1);
+ChannelSpec deflatedChannel(const std::string& name, DataType type, std::vector<double> values,
+                            TransformType transform = 70);
+// The fraction, exponent and sign of a FLOAT64 or FLOAT32 channel.
+std::vector<ChannelSpec> splitChannel(const std::string& name, DataType type,
+                                      const std::vector<double>& values, TransformType transform = 10);
+
+// Index boxes of every `pointsPerEntry` points of three coordinates.
+std::vector<Bounds> makeIndexBoxes(const std::vector<double>& x, const std::vector<double>& y,
+                                   const std::vector<double>& z, std::uint32_t pointsPerEntry);
+
+// The bytes of the file. All channels must have the same number of samples.
+Bytes buildFile(const FileSpec& spec);
+
+} // namespace Quillmoran::Testing
