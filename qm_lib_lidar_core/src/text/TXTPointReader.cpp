@@ -1,0 +1,160 @@
+#include "text/TXTPointReader.h"
+
+#include "model/ChannelNames.h"
+#include "platform/Base.h"
+#include "platform/FileIO.h"
+#include "platform/Stream.h"
+#include "text/FieldFormat.h"
+#include "text/TXTPointIterator.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr std::size_t scanBlockSize = 4096; // points
+constexpr std::size_t sampleSize = 4096;    // bytes that tell how long a file's lines are
+
+PointInfo parseGivenFormat(const char* format)
+{
+    if (!format || *format == '\0')
+        QM_THROW(40007, "format string not given");
+    PointInfo layout;
+    FieldFormat::parse(format, layout);
+    return layout;
+}
+
+PointInfo withoutSkipped(const PointInfo& fileLayout)
+{
+    PointInfo layout;
+    for (std::size_t i = 0; i < fileLayout.getNumChannels(); ++i)
+        if (!fileLayout.getChannel(i).isNamed(ChannelNames::skip))
+            layout.append(fileLayout.getChannel(i));
+    return layout;
+}
+
+} // namespace
+
+TXTPointReader* TXTPointReader::create()
+{
+    return new TXTPointReader;
+}
+
+void TXTPointReader::init(IO* io, const PointInfo& layout, std::size_t skipLines, bool scanNow)
+{
+    if (!io)
+        QM_THROW(40007, "io is NULL");
+    const Extent extent = scanNow ? scan(io, layout, skipLines) : estimate(io);
+    PointInfo fileLayout = layout;
+    setPointInfo(withoutSkipped(layout));
+    setQuantization(nullptr, nullptr);
+    setWKT(nullptr);
+    m_io = Scoped<IO>::retained(io);
+    m_fileLayout = std::move(fileLayout);
+    m_skipLines = skipLines;
+    m_extent = extent;
+}
+
+void TXTPointReader::init(const char* path, const PointInfo& layout, std::size_t skipLines, bool scanNow)
+{
+    const Scoped<FileIO::Imp> io(FileIO::create());
+    io->init(path, "r");
+    init(io.get(), layout, skipLines, scanNow);
+}
+
+void TXTPointReader::init(IO* io, const char* format, std::size_t skipLines, bool scanNow)
+{
+    init(io, parseGivenFormat(format), skipLines, scanNow);
+}
+
+void TXTPointReader::init(const char* path, const char* format, std::size_t skipLines, bool scanNow)
+{
+    init(path, parseGivenFormat(format), skipLines, scanNow);
+}
+
+void TXTPointReader::parseFormat(const char* format, PointInfo& out)
+{
+    FieldFormat::parse(format, out);
+}
+
+void TXTPointReader::parseFormat(const char* format, PointInfo& out, const PointInfo& known)
+{
+    FieldFormat::parse(format, out, known);
+}
+
+void TXTPointReader::parseQuantization(const char* spec, PointInfo& layout)
+{
+    FieldFormat::parseQuantization(spec, layout);
+}
+
+TXTPointReader::Extent TXTPointReader::scan(IO* io, const PointInfo& fileLayout, std::size_t skipLines)
+{
+    if (!fileLayout.hasValidXYZ())
+        QM_THROW(40007, "must have x, y, and z channels");
+    const char* const names[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
+    PointInfo coordinates;
+    coordinates.init(fileLayout, names, std::size(names));
+    const Scoped<TXTPointIterator> iterator(TXTPointIterator::create());
+    iterator->init(io, fileLayout, skipLines, Bounds::Huge(), 1.0, coordinates, nullptr);
+
+    PointData block;
+    block.init(coordinates, scanBlockSize);
+    Extent extent{0, Bounds(), 0};
+    while (const std::size_t count = iterator->getNextPoints(block)) {
+        extent.numPoints += static_cast<std::int64_t>(count);
+        for (std::size_t i = 0; i < count; ++i) {
+            extent.bounds.x.grow(block.getX()[i]);
+            extent.bounds.y.grow(block.getY()[i]);
+            extent.bounds.z.grow(block.getZ()[i]);
+        }
+    }
+    extent.lines = static_cast<double>(iterator->getNumLines());
+    return extent;
+}
+
+TXTPointReader::Extent TXTPointReader::estimate(IO* io)
+{
+    StreamReader stream;
+    stream.init(io, true, sampleSize);
+    char sample[sampleSize];
+    const std::size_t length = stream.read(sample, sampleSize);
+    const auto lines = static_cast<double>(std::count(sample, sample + length, '\n'));
+    const auto size = static_cast<double>(io->size());
+    Extent extent;
+    extent.lines = length == 0 ? 0 : std::max(lines, 1.0) * size / static_cast<double>(length);
+    stream.close();
+    return extent;
+}
+
+void TXTPointReader::initBoundsAndNumPoints() const
+{
+    if (m_extent.numPoints == unknownNumPoints && m_io)
+        m_extent = scan(m_io.get(), m_fileLayout, m_skipLines);
+}
+
+const Bounds& TXTPointReader::getBounds() const
+{
+    initBoundsAndNumPoints();
+    return m_extent.bounds;
+}
+
+void TXTPointReader::loadMetadata(Metadata&, bool) const
+{}
+
+double TXTPointReader::getTotalWork(const Bounds&, double) const
+{
+    return m_extent.lines;
+}
+
+PointIterator* TXTPointReader::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
+                                              ProgressDelegate* delegate) const
+{
+    Scoped<TXTPointIterator> iterator(TXTPointIterator::create());
+    iterator->init(m_io.get(), m_fileLayout, m_skipLines, bounds, fraction, layout, delegate);
+    return iterator.detach();
+}
+
+} // namespace Quillmoran

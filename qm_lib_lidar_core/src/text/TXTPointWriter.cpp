@@ -1,0 +1,251 @@
+#include "text/TXTPointWriter.h"
+
+#include "framework/ProgressDelegate.h"
+#include "platform/FileIO.h"
+#include "text/FieldFormat.h"
+#include "text/NumberFormat.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <type_traits>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr std::size_t streamBufferSize = 4096;
+// Lines are gathered here, past the stream's own buffer, so that writes are few.
+constexpr std::size_t textBufferSize = 256 * 1024;
+constexpr const char* activity = "writing text file";
+
+template <class T>
+char* writeInteger(char* out, const void* samples, std::size_t index)
+{
+    const T value = static_cast<const T*>(samples)[index];
+    if constexpr (std::is_signed_v<T>)
+        return formatSigned(out, value);
+    else
+        return formatUnsigned(out, value);
+}
+
+template <class T, int decimals>
+char* writeFixed(char* out, const void* samples, std::size_t index)
+{
+    return formatFixed(out, static_cast<double>(static_cast<const T*>(samples)[index]), decimals);
+}
+
+template <class T, int precision>
+char* writeGeneral(char* out, const void* samples, std::size_t index)
+{
+    return formatGeneral(out, static_cast<double>(static_cast<const T*>(samples)[index]), precision);
+}
+
+// How many decimals a step of 1, 0.1, 0.01 and so on needs, at least 1; 0 for any other step and for more
+// than `maximum`. The tenths come from repeated division and the tolerance shrinks with them, so that far
+// down only the very double that the division arrives at is recognised.
+template <class Real>
+int countDecimals(Real step, int maximum)
+{
+    if (std::fabs(step - 1) < 0.001)
+        return 1;
+    if (!(step > 0 && step <= 1))
+        return 0;
+    double tenth = 0.1;
+    for (int decimals = 1; decimals <= maximum; ++decimals, tenth /= 10) {
+        const Real candidate = static_cast<Real>(tenth);
+        if (candidate < step)
+            return 0;
+        if (std::fabs(step / candidate - 1) < candidate / 1000)
+            return decimals;
+    }
+    return 0;
+}
+
+} // namespace
+
+TXTPointWriter* TXTPointWriter::create()
+{
+    return new TXTPointWriter;
+}
+
+void TXTPointWriter::init(PointSource* source, IO* io, const PointInfo& fields)
+{
+    PointWriter::init(source);
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < fields.getNumChannels(); ++i) {
+        const char* name = fields.getChannel(i).getName();
+        if (source->hasChannel(name))
+            names.emplace_back(name);
+    }
+    m_names = std::move(names);
+    m_stream.init(io, false, streamBufferSize);
+}
+
+void TXTPointWriter::init(PointSource* source, IO* io, const char* format)
+{
+    PointInfo fields;
+    FieldFormat::parse(format, fields);
+    init(source, io, fields);
+}
+
+void TXTPointWriter::init(PointSource* source, const char* path, const PointInfo& fields)
+{
+    const Scoped<FileIO::Imp> io(FileIO::create());
+    io->init(path, "w");
+    init(source, io.get(), fields);
+}
+
+void TXTPointWriter::init(PointSource* source, const char* path, const char* format)
+{
+    PointInfo fields;
+    FieldFormat::parse(format, fields);
+    init(source, path, fields);
+}
+
+bool TXTPointWriter::supportedChannels(const PointInfo& wanted, PointInfo& supported) const
+{
+    supported.init(wanted);
+    return true;
+}
+
+TXTPointWriter::Formatter TXTPointWriter::getWriter(const ChannelInfo& channel)
+{
+    switch (channel.getDataType()) {
+    case UINT8:
+        return writeInteger<std::uint8_t>;
+    case SINT8:
+        return writeInteger<std::int8_t>;
+    case UINT16:
+        return writeInteger<std::uint16_t>;
+    case SINT16:
+        return writeInteger<std::int16_t>;
+    case UINT32:
+        return writeInteger<std::uint32_t>;
+    case SINT32:
+        return writeInteger<std::int32_t>;
+    case UINT64:
+        return writeInteger<std::uint64_t>;
+    case SINT64:
+        return writeInteger<std::int64_t>;
+    case FLOAT32: {
+        // Decimals come in threes: 1 to 3 of them are written as 3, 4 to 6 as 6.
+        constexpr Formatter writers[] = {writeGeneral<float, 9>, writeFixed<float, 3>, writeFixed<float, 6>};
+        return writers[(countDecimals(static_cast<float>(channel.getQuantization()), 6) + 2) / 3];
+    }
+    case FLOAT64: {
+        constexpr Formatter writers[] = {writeGeneral<double, 18>, writeFixed<double, 3>,
+                                         writeFixed<double, 6>,    writeFixed<double, 9>,
+                                         writeFixed<double, 12>,   writeFixed<double, 15>};
+        return writers[(countDecimals(channel.getQuantization(), 15) + 2) / 3];
+    }
+    case INVALID:
+        break;
+    }
+    QM_THROW(40011);
+}
+
+void TXTPointWriter::writeBegin(const PointInfo& layout)
+{
+    m_columns.clear();
+    for (const std::string& name : m_names) {
+        const int channel = layout.getChannelIndex(name.c_str());
+        if (channel < 0)
+            continue;
+        const auto index = static_cast<std::size_t>(channel);
+        m_columns.push_back({name.c_str(), getWriter(layout.getChannel(index)), index, nullptr});
+    }
+    m_leadingBlank = !m_names.empty() && !layout.hasChannel(m_names.front().c_str());
+    m_textSize = std::max(textBufferSize, longestLine());
+    m_textUsed = 0;
+    m_text = makeBuffer<char>(m_textSize);
+
+    m_stream.open(streamBufferSize);
+    m_begun = true;
+    writeHeader();
+}
+
+std::size_t TXTPointWriter::longestLine() const noexcept
+{
+    return m_columns.size() * (maxFieldLength + 1) + 1;
+}
+
+void TXTPointWriter::writeHeader()
+{
+    std::string header = "#";
+    for (const Column& column : m_columns) {
+        header += ' ';
+        header += column.name;
+    }
+    header += '\n';
+    if (!m_stream.put_str(header.data(), header.size()))
+        QM_THROW(40002, "write error");
+}
+
+void TXTPointWriter::writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate)
+{
+    if (delegate) {
+        delegate->updateCompleted(0, activity);
+        if (delegate->getCancelled()) {
+            m_stream.getIO()->unlink();
+            QM_THROW(40006, "TXT Write operation cancelled.");
+        }
+    }
+    for (Column& column : m_columns)
+        column.samples = block.getChannel(column.channel).getData();
+
+    const std::size_t needed = longestLine();
+    const bool leadingBlank = m_leadingBlank;
+    for (std::size_t point = 0; point < count; ++point) {
+        if (m_textSize - m_textUsed < needed)
+            flushText();
+        char* const line = m_text.get() + m_textUsed;
+        char* out = line;
+        bool blank = leadingBlank;
+        for (const Column& column : m_columns) {
+            *out = ' ';
+            out = column.formatter(out + blank, column.samples, point);
+            blank = true;
+        }
+        *out++ = '\n';
+        m_textUsed += static_cast<std::size_t>(out - line);
+    }
+    if (delegate)
+        delegate->updateCompleted(static_cast<double>(count), activity);
+}
+
+void TXTPointWriter::flushText()
+{
+    const std::size_t used = m_textUsed;
+    m_textUsed = 0;
+    if (m_stream.write(m_text.get(), used) != used)
+        QM_THROW(40002, "write error");
+}
+
+void TXTPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
+{
+    const bool nothing = count == 0 && bounds == Bounds::Huge();
+    if (nothing)
+        m_stream.getIO()->unlink();
+    else
+        flushText();
+    m_stream.close(!nothing);
+    m_begun = false;
+    m_text.reset();
+}
+
+void TXTPointWriter::writeAborted() noexcept
+{
+    // What was never opened is untouched; a file that was there before is not ours to remove.
+    if (!m_begun)
+        return;
+    m_begun = false;
+    try {
+        m_stream.getIO()->unlink();
+        m_stream.close(false);
+    } catch (...) {
+        // The failure that brought us here is the one to report.
+    }
+}
+
+} // namespace Quillmoran

@@ -1,0 +1,75 @@
+// Writes points as a plain text table: a line "# X Y Z ..." that names the columns, then one line per point
+// with its fields separated by single blanks. The programs use it for text output.
+//
+// Integers are written whole. A floating-point channel is written with the 3, 6, 9, 12 or 15 decimals that
+// its quantization of 1, 0.1, 0.01 and so on needs, and with all significant digits when it has none of that
+// kind.
+#pragma once
+
+#include "framework/PointWriter.h"
+#include "platform/Stream.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Quillmoran {
+
+class QM_API TXTPointWriter final : public SimplePointWriter
+{
+public:
+    static TXTPointWriter* create();
+
+    // One column per channel of `fields` that the source has, in that order; a channel named twice gives two
+    // columns. The format is a text of field letters (see FieldFormat.h). Nothing is written, nor is the file
+    // created, before write() begins.
+    void init(PointSource* source, IO* io, const PointInfo& fields);
+    void init(PointSource* source, IO* io, const char* format);
+    void init(PointSource* source, const char* path, const PointInfo& fields);
+    void init(PointSource* source, const char* path, const char* format);
+
+    // Every channel is supported.
+    bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override;
+
+protected:
+    // A column whose channel the layout lacks stays empty, without a separator. A channel of no known type is
+    // 40011.
+    void writeBegin(const PointInfo& layout) override;
+    // Asks the delegate once per block: 40006 "TXT Write operation cancelled.".
+    void writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate) override;
+    // Without points and with unbounded bounds nothing is left behind.
+    void writeEnd(std::int64_t count, const Bounds& bounds) override;
+    void writeAborted() noexcept override;
+
+private:
+    // Writes sample `index` at `out` and returns the end of the text.
+    using Formatter = char* (*)(char* out, const void* samples, std::size_t index);
+
+    struct Column
+    {
+        const char* name; // in m_names
+        Formatter formatter;
+        std::size_t channel; // in the layout being written
+        const void* samples; // of the block being written
+    };
+
+    TXTPointWriter() = default;
+
+    static Formatter getWriter(const ChannelInfo& channel);
+    // Bytes that a line can take at most.
+    std::size_t longestLine() const noexcept;
+    void writeHeader();
+    void flushText();
+
+    StreamWriter m_stream;
+    bool m_begun = false; // the output was opened and is not complete
+    std::vector<std::string> m_names;
+    std::vector<Column> m_columns; // those of m_names that the layout has
+    bool m_leadingBlank = false;   // the first name has no column, so every line begins with a blank
+    Buffer<char> m_text;           // lines on their way to the stream
+    std::size_t m_textSize = 0;    // bytes
+    std::size_t m_textUsed = 0;
+};
+
+} // namespace Quillmoran

@@ -1,0 +1,123 @@
+#include "support/ExampleSurvey.h"
+
+#include "model/ChannelNames.h"
+#include "support/Random.h"
+
+#include <cstdlib>
+
+namespace Quillmoran::Testing {
+
+namespace {
+
+constexpr int numLines = 4;
+constexpr int pointsPerLine = 600;
+constexpr double scale = 0.01;
+constexpr double offsets[3] = {500000.0, 4100000.0, 100.0};
+constexpr std::uint32_t pointsPerEntry = 64;
+
+// Height of the ground in steps, integers all the way so that it is the same everywhere.
+std::int64_t ground(std::int64_t x, std::int64_t y)
+{
+    const std::int64_t hill = 6000 - std::abs(x - 9000) / 3 - std::abs(y - 2000) / 2;
+    return hill + x * y / 9000 % 40;
+}
+
+struct Survey
+{
+    std::vector<std::int64_t> position[3], intensity, returnNum, numReturns, scanDir, edge, classId, angle,
+        source;
+    std::vector<std::int64_t> red, green, blue;
+    std::vector<double> gpsTime;
+};
+
+Survey flySurvey()
+{
+    Survey survey;
+    Random random(20);
+    for (int line = 0; line < numLines; ++line) {
+        for (int i = 0; i < pointsPerLine; ++i) {
+            const int along = line % 2 ? pointsPerLine - 1 - i : i;
+            const int swing = i % 40;
+            const std::int64_t x = along * 30 + random.between(-6, 6);
+            const std::int64_t y = line * 1000 + std::abs(swing - 20) * 45 + random.between(-6, 6);
+            const bool tree = ground(x, y) % 7 == 3 && random.chance(0.6);
+            const std::int64_t height = tree ? random.between(300, 1500) : random.between(-4, 4);
+            survey.position[0].push_back(x);
+            survey.position[1].push_back(y);
+            survey.position[2].push_back(ground(x, y) + height);
+            survey.intensity.push_back(tree ? random.between(20, 90) : random.between(110, 180));
+            survey.returnNum.push_back(tree ? random.between(1, 3) : 1);
+            survey.numReturns.push_back(tree ? 3 : 1);
+            survey.scanDir.push_back(swing < 20);
+            survey.edge.push_back(swing == 0 || swing == 20);
+            survey.classId.push_back(tree ? 5 : 2);
+            survey.angle.push_back(std::abs(swing - 20) - 10);
+            survey.source.push_back(101 + line);
+            survey.red.push_back(tree ? random.between(40, 70) : random.between(120, 140));
+            survey.green.push_back(tree ? random.between(90, 140) : random.between(110, 130));
+            survey.blue.push_back(tree ? random.between(30, 50) : random.between(80, 95));
+            survey.gpsTime.push_back(245380.0 + line * 60 + i * 0x1p-10);
+        }
+    }
+    return survey;
+}
+
+} // namespace
+
+Bytes buildExampleSurvey()
+{
+    const Survey survey = flySurvey();
+    FileSpec spec;
+    spec.numLevels = 6;
+    const char* const axes[3] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
+    std::vector<double> coordinates[3];
+    for (int axis = 0; axis < 3; ++axis) {
+        spec.channels.push_back(
+            quantizedChannel(axes[axis], survey.position[axis], offsets[axis], scale, 11));
+        for (const std::int64_t step : survey.position[axis])
+            coordinates[axis].push_back(static_cast<double>(step) * scale + offsets[axis]);
+    }
+    const auto add = [&](const char* name, DataType type, const std::vector<std::int64_t>& values,
+                         TransformType transform) {
+        spec.channels.push_back(integerChannel(name, type, values, transform));
+    };
+    add(ChannelNames::intensity, UINT16, survey.intensity, 91);
+    add(ChannelNames::returnNum, UINT8, survey.returnNum, 90);
+    add(ChannelNames::numReturns, UINT8, survey.numReturns, 90);
+    add(ChannelNames::scanDir, UINT8, survey.scanDir, 10);
+    add(ChannelNames::edgeFlightLine, UINT8, survey.edge, 10);
+    add(ChannelNames::classId, UINT8, survey.classId, 90);
+    add(ChannelNames::scanAngle, SINT8, survey.angle, 91);
+    add(ChannelNames::sourceId, UINT16, survey.source, 11);
+    for (ChannelSpec& part : splitChannel(ChannelNames::gpsTime, FLOAT64, survey.gpsTime))
+        spec.channels.push_back(std::move(part));
+    add(ChannelNames::red, UINT16, survey.red, 91);
+    add(ChannelNames::green, UINT16, survey.green, 91);
+    add(ChannelNames::blue, UINT16, survey.blue, 91);
+    for (ChannelSpec& channel : spec.channels)
+        channel.subblockSize = 256;
+
+    spec.pointsPerEntry = pointsPerEntry;
+    spec.indexScale = scale / 4;
+    spec.indexBoxes = makeIndexBoxes(coordinates[0], coordinates[1], coordinates[2], pointsPerEntry);
+    for (Bounds& box : spec.indexBoxes) {
+        for (Bounds::Range* range : {&box.x, &box.y, &box.z}) {
+            range->min -= scale / 2; // stored boxes are rounded and must still cover their points
+            range->max += scale / 2;
+        }
+    }
+    const std::string count = std::to_string(survey.gpsTime.size());
+    spec.metadata.add("PreCompressionPointCount", nullptr, METADATA_STRING, count.c_str(), 0);
+    spec.wkt =
+        "PROJCS[\"WGS 84 / UTM zone 13N\",GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,"
+        "298.257223563]],PRIMEM[\"Greenwich\",0],UNIT[\"degree\",0.0174532925199433]],"
+        "PROJECTION[\"Transverse_Mercator\"],PARAMETER[\"latitude_of_origin\",0],"
+        "PARAMETER[\"central_meridian\",-105],PARAMETER[\"scale_factor\",0.9996],"
+        "PARAMETER[\"false_easting\",500000],PARAMETER[\"false_northing\",0],UNIT[\"metre\",1]]";
+    spec.classNames = {
+        std::string("Created"),        std::string("Unclassified"),      std::string("Ground"),
+        std::string("Low vegetation"), std::string("Medium vegetation"), std::string("High vegetation")};
+    return buildFile(spec);
+}
+
+} // namespace Quillmoran::Testing

@@ -1,0 +1,141 @@
+// A source of points held in memory, for tests of whatever reads from a source. Columns are given as doubles
+// and kept in the type of their channel; queries honour the box, the fraction and the requested channels.
+#pragma once
+
+#include "framework/PointSource.h"
+#include "model/ChannelNames.h"
+#include "platform/Base.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace Quillmoran::TestSupport {
+
+class MemoryPointSource final : public PointReader
+{
+public:
+    using Columns = std::vector<std::vector<double>>;
+
+    // Column i holds the samples of channel i; all have the same length. The bounds are those of X, Y and Z.
+    static Scoped<MemoryPointSource> make(const PointInfo& layout, const Columns& columns)
+    {
+        Scoped<MemoryPointSource> source(new MemoryPointSource(layout, columns.front().size()));
+        for (std::size_t i = 0; i < columns.size(); ++i)
+            source->fill(source->m_channels[i], columns[i]);
+        Bounds bounds;
+        source->grow(bounds.x, ChannelNames::x);
+        source->grow(bounds.y, ChannelNames::y);
+        source->grow(bounds.z, ChannelNames::z);
+        source->setBounds(bounds);
+        return source;
+    }
+
+    // What a test wants to change of the source: values that no double holds, a scale, an unknown count,
+    // records.
+    ChannelData& column(const char* name) { return *find(name); }
+    using PointReader::setBounds;
+    using PointReader::setNumPoints;
+    using PointReader::setQuantization;
+    using PointReader::setWKT;
+    Metadata& metadata() { return m_metadata; }
+    // Iterators throw 40000 "test" in place of delivering the point of this index.
+    void failAt(std::size_t point) { m_failingPoint = point; }
+
+    const char* getFileFormatString() const override { return "Memory"; }
+    void loadMetadata(Metadata& into, bool) const override { into.add(m_metadata); }
+    double getTotalWork(const Bounds&, double) const override { return static_cast<double>(m_count); }
+    PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
+                                  ProgressDelegate* delegate) const override
+    {
+        return new Iterator(*this, bounds, fraction, layout, delegate);
+    }
+
+private:
+    class Iterator final : public PointIterator
+    {
+    public:
+        Iterator(const MemoryPointSource& source, const Bounds& bounds, double fraction,
+                 const PointInfo& layout, ProgressDelegate* delegate)
+            : m_source(Scoped<const MemoryPointSource>::retained(&source))
+        {
+            init(bounds, fraction, layout, delegate);
+            const char* const names[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
+            for (int axis = 0; axis < 3; ++axis)
+                m_coordinates[axis] = static_cast<const double*>(source.find(names[axis])->getData());
+            for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
+                const ChannelData* channel = source.find(layout.getChannel(i).getName());
+                if (!channel)
+                    QM_THROW(40012, "requesting channel not in the source");
+                m_channels.push_back(channel);
+            }
+        }
+
+        std::size_t getNextPoints(PointData& buffer) override
+        {
+            std::size_t count = 0;
+            for (; m_next < m_source->m_count && count < buffer.getNumSamples(); ++m_next) {
+                if (m_next == m_source->m_failingPoint)
+                    QM_THROW(40000, "test");
+                if (!getBounds().contains(m_coordinates[0][m_next], m_coordinates[1][m_next],
+                                          m_coordinates[2][m_next]) ||
+                    !sample())
+                    continue;
+                for (std::size_t i = 0; i < m_channels.size(); ++i)
+                    ChannelData::copy(buffer.getChannel(i), count, *m_channels[i], m_next, 1);
+                ++count;
+            }
+            return count;
+        }
+
+    private:
+        Scoped<const MemoryPointSource> m_source;
+        const double* m_coordinates[3];
+        std::vector<const ChannelData*> m_channels; // of the requested layout
+        std::size_t m_next = 0;
+    };
+
+    MemoryPointSource(const PointInfo& layout, std::size_t count)
+        : m_count(count), m_channels(layout.getNumChannels())
+    {
+        setPointInfo(layout);
+        setNumPoints(static_cast<std::int64_t>(count));
+        for (std::size_t i = 0; i < m_channels.size(); ++i)
+            m_channels[i].init(layout.getChannel(i), count);
+    }
+
+    const ChannelData* find(const char* name) const
+    {
+        const auto found = std::find_if(m_channels.begin(), m_channels.end(),
+                                        [name](const ChannelData& channel) { return channel.isNamed(name); });
+        return found == m_channels.end() ? nullptr : &*found;
+    }
+    ChannelData* find(const char* name) { return const_cast<ChannelData*>(std::as_const(*this).find(name)); }
+
+    static void fill(ChannelData& channel, const std::vector<double>& values)
+    {
+        visitDataType(channel.getDataType(), [&](auto zero) {
+            using T = decltype(zero);
+            std::transform(values.begin(), values.end(), static_cast<T*>(channel.getData()),
+                           [](double value) { return static_cast<T>(value); });
+        });
+    }
+
+    void grow(Bounds::Range& range, const char* name) const
+    {
+        const ChannelData* channel = find(name);
+        if (!channel || channel->getDataType() != FLOAT64)
+            return;
+        for (std::size_t i = 0; i < m_count; ++i)
+            range.grow(static_cast<const double*>(channel->getData())[i]);
+    }
+
+    std::size_t m_count;
+    std::size_t m_failingPoint = static_cast<std::size_t>(-1);
+    std::vector<ChannelData> m_channels;
+    Metadata m_metadata;
+};
+
+} // namespace Quillmoran::TestSupport
