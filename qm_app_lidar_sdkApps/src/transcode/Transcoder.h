@@ -1,0 +1,42 @@
+// One run of vxunpack: declares and parses the options, opens the input, makes the writer and pulls the
+// points through it.
+#pragma once
+
+#include "cli/QMCmdLine.h"
+#include "framework/PointWriter.h"
+#include "utils/CreatePointSource.h"
+
+namespace Quillmoran {
+
+class Transcoder
+{
+public:
+    Transcoder();
+
+    // Ends the process on usage errors and after help or version texts.
+    void parse(int argc, const char* const* argv);
+    // Failures are thrown.
+    void run();
+
+private:
+    enum class Output
+    {
+        Text,
+        LAS,
+        BPF,
+        Null
+    };
+
+    void transcode();
+    Output chooseOutput() const;
+    Bounds getCropBox() const;
+    double getFraction() const;
+    PointInfo getLayout(const PointSource& source) const;
+    Scoped<PointWriter> createWriter(PointSource& source, const PointInfo& layout) const;
+    void configure(PointWriter& writer) const;
+    void printOutputHeader() const;
+
+    QMCmdLine m_cmdLine;
+};
+
+} // namespace Quillmoran

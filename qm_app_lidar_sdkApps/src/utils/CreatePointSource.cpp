@@ -1,0 +1,232 @@
+#include "utils/CreatePointSource.h"
+
+#include "decode/VX7PointReader.h"
+#include "platform/FileIO.h"
+#include "platform/Stream.h"
+#include "text/TXTPointReader.h"
+
+#include <cctype>
+#include <cstring>
+#include <string>
+#include <strings.h>
+
+namespace Quillmoran {
+
+namespace {
+
+struct Ending
+{
+    const char* text;
+    PointSourceType type;
+};
+
+constexpr Ending endings[] = {
+    {".vxl", POINT_SOURCE_VX7}, {".las", POINT_SOURCE_LAS},   {".laz", POINT_SOURCE_LAZ},
+    {".bpf", POINT_SOURCE_BPF}, {".list", POINT_SOURCE_LIST}, {".index", POINT_SOURCE_INDEX},
+};
+
+[[noreturn]] void throwUnsupported(const char* name)
+{
+    QM_THROW(-1, "unsupported input file format '%s'", name);
+}
+
+[[noreturn]] void throwNeedsParse()
+{
+    QM_THROW(-1, "TXT file requires a format parse string '-parse'");
+}
+
+// The list's name up to and including its last separator.
+std::string directoryPrefix(const std::string& name)
+{
+    std::size_t separator = name.rfind('/');
+    if (separator == std::string::npos)
+        separator = name.rfind('\\');
+    return separator == std::string::npos ? std::string() : name.substr(0, separator + 1);
+}
+
+bool isSeparator(char c)
+{
+    return c == '/' || c == '\\';
+}
+
+bool isRooted(const std::string& name)
+{
+    if (!name.empty() && isSeparator(name[0]))
+        return true;
+    return name.size() >= 3 && std::isalpha(static_cast<unsigned char>(name[0])) && name[1] == ':' &&
+           isSeparator(name[2]);
+}
+
+std::string trimmed(const char* line)
+{
+    constexpr char whiteSpace[] = " \t\n\v\f\r";
+    const std::string text(line);
+    const std::size_t first = text.find_first_not_of(whiteSpace);
+    if (first == std::string::npos)
+        return {};
+    return text.substr(first, text.find_last_not_of(whiteSpace) - first + 1);
+}
+
+constexpr int maxListDepth = 16;
+
+class DepthGuard
+{
+public:
+    explicit DepthGuard(int& depth) : m_depth(depth) { ++m_depth; }
+    ~DepthGuard() { --m_depth; }
+    DepthGuard(const DepthGuard&) = delete;
+    DepthGuard& operator=(const DepthGuard&) = delete;
+
+private:
+    int& m_depth;
+};
+
+struct LineBuffer
+{
+    char* text = nullptr;
+    std::size_t capacity = 0;
+
+    LineBuffer() = default;
+    ~LineBuffer() { XDEALLOC(text); }
+    LineBuffer(const LineBuffer&) = delete;
+    LineBuffer& operator=(const LineBuffer&) = delete;
+};
+
+} // namespace
+
+SimpleFileOpener* SimpleFileOpener::create()
+{
+    return new SimpleFileOpener;
+}
+
+PointSourceType SimpleFileOpener::getPointSourceType(const char* name)
+{
+    return getPointSourceType(QMFileSpec(name));
+}
+
+PointSourceType SimpleFileOpener::getPointSourceType(const QMFileSpec& file)
+{
+    for (const Ending& ending : endings)
+        if (file.endsWith(ending.text))
+            return ending.type;
+    return strcasecmp(file.c_str(), "null") == 0 ? POINT_SOURCE_NULL : POINT_SOURCE_TEXT;
+}
+
+const char* SimpleFileOpener::getPointSourceTypeName(PointSourceType type)
+{
+    switch (type) {
+    case POINT_SOURCE_TEXT:
+        return "Text LiDAR File";
+    case POINT_SOURCE_LAS:
+        return "LAS File";
+    case POINT_SOURCE_LAZ:
+        return "LAZ File";
+    case POINT_SOURCE_VX7:
+        return "Vexil LiDAR File";
+    case POINT_SOURCE_LIST:
+        return "List of LiDAR Files";
+    case POINT_SOURCE_INDEX:
+        return "Spatial Index of Lidar Files";
+    case POINT_SOURCE_BPF:
+        return "BPF File";
+    case POINT_SOURCE_NULL:
+    case POINT_SOURCE_UNKNOWN:
+        break;
+    }
+    return "Unknown File Type";
+}
+
+void SimpleFileOpener::setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines)
+{
+    m_textOptions = TextOptions{scanNow, layout, skipLines};
+}
+
+PointSource* SimpleFileOpener::openPointSource(const QMFileSpec& file) const
+{
+    switch (getPointSourceType(file)) {
+    case POINT_SOURCE_TEXT: {
+        if (!m_textOptions)
+            throwNeedsParse();
+        Scoped<TXTPointReader> reader(TXTPointReader::create());
+        reader->init(file.c_str(), m_textOptions->layout, m_textOptions->skipLines, m_textOptions->scanNow);
+        return reader.detach();
+    }
+    case POINT_SOURCE_VX7: {
+        Scoped<VX7PointReader> reader(VX7PointReader::create());
+        reader->init(file.c_str());
+        return reader.detach();
+    }
+    default:
+        throwUnsupported(file.c_str());
+    }
+}
+
+FilePointSourceManager::FilePointSourceManager() : m_opener(SimpleFileOpener::create())
+{}
+
+FilePointSourceManager* FilePointSourceManager::create()
+{
+    return new FilePointSourceManager;
+}
+
+void FilePointSourceManager::addFile(const char* name)
+{
+    switch (SimpleFileOpener::getPointSourceType(name)) {
+    case POINT_SOURCE_NULL:
+    case POINT_SOURCE_UNKNOWN:
+        throwUnsupported(name);
+    case POINT_SOURCE_LIST:
+        addListFile(name);
+        return;
+    case POINT_SOURCE_TEXT:
+        if (!m_opener->hasTextOptions())
+            throwNeedsParse();
+        break;
+    default:
+        break;
+    }
+    m_files.push_back({QMFileSpec(name), {}});
+    setNumSources(m_files.size());
+}
+
+void FilePointSourceManager::addListFile(const char* name)
+{
+    const std::string prefix = directoryPrefix(name);
+    const Scoped<FileIO::Imp> file(FileIO::create());
+    file->init(name, "r");
+    StreamReader stream;
+    stream.init(file.get(), true, 4096);
+
+    // A list can name lists, itself among them.
+    const DepthGuard guard(m_listDepth);
+    if (m_listDepth > maxListDepth)
+        QM_THROW(-1, "list files are nested too deeply: '%s'", name);
+    LineBuffer line;
+    while (stream.get_str(line.text, line.capacity)) {
+        const std::string entry = trimmed(line.text);
+        addFile((isRooted(entry) ? entry : prefix + entry).c_str());
+    }
+}
+
+void FilePointSourceManager::setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines)
+{
+    m_opener->setTextOptions(scanNow, layout, skipLines);
+}
+
+const char* FilePointSourceManager::getFilename(std::size_t index) const noexcept
+{
+    return index < m_files.size() ? m_files[index].file.c_str() : nullptr;
+}
+
+PointSource* FilePointSourceManager::createPointSource(std::size_t index)
+{
+    if (index >= m_files.size())
+        QM_THROW(-1);
+    FileInfo& info = m_files[index];
+    if (!info.source)
+        info.source.reset(m_opener->openPointSource(info.file));
+    info.source->retain();
+    return info.source.get();
+}
+
+} // namespace Quillmoran

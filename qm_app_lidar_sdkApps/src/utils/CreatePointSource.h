@@ -1,0 +1,88 @@
+// Turns the names that a user gives into point sources: SimpleFileOpener classifies a name by its ending and
+// opens the matching reader; FilePointSourceManager is the ordered set of input files, opened on first use.
+#pragma once
+
+#include "cli/QMFileSpec.h"
+#include "framework/PointSource.h"
+
+#include <optional>
+#include <vector>
+
+namespace Quillmoran {
+
+enum PointSourceType : int
+{
+    POINT_SOURCE_UNKNOWN = 0,
+    POINT_SOURCE_TEXT = 1,
+    POINT_SOURCE_LAS = 2,
+    POINT_SOURCE_LAZ = 3,
+    POINT_SOURCE_VX7 = 4,
+    POINT_SOURCE_NULL = 5,
+    POINT_SOURCE_LIST = 6,
+    POINT_SOURCE_INDEX = 7,
+    POINT_SOURCE_BPF = 8
+};
+
+class SimpleFileOpener : public Object
+{
+public:
+    static SimpleFileOpener* create();
+
+    // By the name alone, in any case of letters; what ends in nothing known is text.
+    static PointSourceType getPointSourceType(const char* name);
+    static PointSourceType getPointSourceType(const QMFileSpec& file);
+    static const char* getPointSourceTypeName(PointSourceType type);
+
+    // How text files are read: whether to scan them when they are opened, their columns, and the lines to
+    // skip.
+    void setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines);
+    bool hasTextOptions() const noexcept { return m_textOptions.has_value(); }
+
+    // A new count of a source. Errors -1: "TXT file requires a format parse string '-parse'",
+    // "unsupported input file format '%s'"; those of the reader.
+    PointSource* openPointSource(const QMFileSpec& file) const;
+
+private:
+    struct TextOptions
+    {
+        bool scanNow;
+        PointInfo layout;
+        std::size_t skipLines;
+    };
+
+    SimpleFileOpener() = default;
+
+    std::optional<TextOptions> m_textOptions;
+};
+
+class FilePointSourceManager final : public PointSourceManager
+{
+public:
+    static FilePointSourceManager* create();
+
+    // Errors -1: "unsupported input file format '%s'", "TXT file requires a format parse string '-parse'".
+    void addFile(const char* name);
+    // One name per line, each added as a file; a relative one is taken from the list's own directory. There
+    // are no comments and no empty lines.
+    void addListFile(const char* name);
+    void setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines);
+
+    // Null for an index past the end.
+    const char* getFilename(std::size_t index) const noexcept;
+    PointSource* createPointSource(std::size_t index) override;
+
+private:
+    struct FileInfo
+    {
+        QMFileSpec file;
+        Scoped<PointSource> source; // from first use on
+    };
+
+    FilePointSourceManager();
+
+    std::vector<FileInfo> m_files;
+    Scoped<SimpleFileOpener> m_opener;
+    int m_listDepth = 0; // of the list files being read
+};
+
+} // namespace Quillmoran

@@ -1,0 +1,107 @@
+#include "utils/Summary.h"
+
+#include "framework/PointSource.h"
+#include "wkt/PrettyWKT.h"
+
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace Quillmoran::Utils {
+
+namespace {
+
+// The number of points that went into a compressed file, when the record holds a number.
+std::optional<long long> getPreCompressionCount(const Metadata& metadata)
+{
+    const char* description = nullptr;
+    MetadataDataType type{};
+    const void* value = nullptr;
+    std::size_t length = 0;
+    if (!metadata.get("PreCompressionPointCount", description, type, value, length) || !value)
+        return std::nullopt;
+    if (type == METADATA_STRING) {
+        const char* text = static_cast<const char*>(value);
+        const char* end = text + std::strlen(text);
+        long long count = 0;
+        const auto [rest, error] = std::from_chars(text, end, count);
+        if (error == std::errc() && rest == end)
+            return count;
+    } else if (type == METADATA_FLOAT64_ARRAY && length != 0) {
+        double count = 0;
+        std::memcpy(&count, value, sizeof count);
+        constexpr double limit = 9223372036854775808.0;
+        if (count >= -limit && count < limit)
+            return static_cast<long long>(count);
+    }
+    return std::nullopt;
+}
+
+struct CloseModule
+{
+    void operator()(void* module) const { dlclose(module); }
+};
+
+// Indented for people; the text as it is when it is not understood, or where the module is not installed.
+std::string prettyWKT(const char* wkt)
+{
+    const std::unique_ptr<void, CloseModule> module(dlopen(WKT_MODULE, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE));
+    if (!module)
+        return wkt;
+    const auto prettyPrint = reinterpret_cast<decltype(&qmPrettyWKT)>(dlsym(module.get(), "qmPrettyWKT"));
+    const std::unique_ptr<char, decltype(&std::free)> pretty(prettyPrint ? prettyPrint(wkt) : nullptr,
+                                                             std::free);
+    return pretty ? pretty.get() : wkt;
+}
+
+} // namespace
+
+void printHeader(std::FILE* stream, const PointSource& source, const char* fileName)
+{
+    std::fprintf(stream, "Basic LiDAR Info:\n");
+    if (fileName && *fileName)
+        std::fprintf(stream, "   Filename:          %s\n", fileName);
+    if (const auto* reader = dynamic_cast<const PointReader*>(&source))
+        std::fprintf(stream, "   Format:            %s\n", reader->getFileFormatString());
+
+    const std::int64_t numPoints = source.getNumPoints();
+    const Bounds& bounds = source.getBounds();
+    std::fprintf(stream, "   Number of Points:  %llu\n", static_cast<unsigned long long>(numPoints));
+    std::fprintf(stream, "   Bounds Min:        %f %f %f\n", bounds.x.min, bounds.y.min, bounds.z.min);
+    std::fprintf(stream, "   Bounds Max:        %f %f %f\n", bounds.x.max, bounds.y.max, bounds.z.max);
+    const double density =
+        static_cast<double>(numPoints) / (bounds.x.max - bounds.x.min) / (bounds.y.max - bounds.y.min);
+    std::fprintf(stream, "   Point Density:     %f points / sq. unit\n", density);
+    if (const double* scale = source.getScale())
+        std::fprintf(stream, "   Scale:             %g %g %g\n", scale[0], scale[1], scale[2]);
+    else
+        std::fprintf(stream, "   Scale:             None\n");
+    if (const double* offset = source.getOffset())
+        std::fprintf(stream, "   Offset:            %f %f %f\n", offset[0], offset[1], offset[2]);
+    else
+        std::fprintf(stream, "   Offset:            None\n");
+
+    Metadata metadata;
+    source.loadMetadata(metadata, false);
+    std::printf("   Pre-compression point count check:  ");
+    const auto original = getPreCompressionCount(metadata);
+    if (!original)
+        std::fprintf(stream, "not present / indeterminate\n");
+    else if (*original == numPoints)
+        std::fprintf(stream, "lossless (%lld)\n", *original);
+    else
+        std::fprintf(stream, "lossy (%lld, %lld)\n", *original, static_cast<long long>(numPoints));
+
+    std::fprintf(stream, "   Supported Fields: ");
+    for (std::size_t i = 0; i < source.getNumChannels(); ++i)
+        std::fprintf(stream, " '%s'", source.getChannel(i).getName());
+    std::fputc('\n', stream);
+    const char* wkt = source.getWKT();
+    std::fprintf(stream, "   Spatial Reference: %s\n", wkt ? prettyWKT(wkt).c_str() : "None");
+}
+
+} // namespace Quillmoran::Utils

@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Checks that need no test run: formatting, the direction of includes, static analysis.
+#
+#   scripts/lint.sh             everything
+#   scripts/lint.sh --quick     without clang-tidy
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+mapfile -t sources < <(git ls-files '*.h' '*.cpp')
+find_tool() { command -v "$1-14" || command -v "$1"; }
+
+"$(find_tool clang-format)" --dry-run -Werror "${sources[@]}"
+
+# core <- kernel <- apps: no library includes what builds on it.
+folders() { ls -d "$1"/src/*/ | xargs -n1 basename | paste -sd'|'; }
+kernel=$(folders qm_lib_lidar_kernel)
+apps=$(folders qm_app_lidar_sdkApps)
+wrong=$(git grep -nE "#include \"($kernel|$apps)/" -- qm_lib_lidar_core/src || true)
+wrong+=$(git grep -nE "#include \"($apps)/" -- qm_lib_lidar_kernel/src || true)
+wrong+=$(git grep -nE '#include "decode/' -- qm_lib_lidar_kernel/src/common || true)
+wrong+=$(git grep -nE '#include "support/' -- 'qm_*' || true)
+if [ -n "$wrong" ]; then
+  printf 'includes against the direction of the libraries:\n%s\n' "$wrong" >&2
+  exit 1
+fi
+
+if [ "${1:-}" != --quick ]; then
+  scripts/build.sh release
+  mapfile -t code < <(git ls-files 'qm_*.cpp')
+  printf '%s\n' "${code[@]}" | xargs -P "$(nproc)" -n 4 "$(find_tool clang-tidy)" --quiet -p build/release
+fi
+echo "lint: clean"

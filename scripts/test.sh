@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Builds everything and runs the tests: scripts/test.sh [PRESET [CTEST-ARGUMENT ...]]
+#
+# Where sample files stand beside the checkout (../shared/vectors), the program must decode each of them exactly, too.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+preset=${1:-release}
+shift || true
+scripts/dependencies.sh
+scripts/build.sh "$preset"
+
+# A race or an overflow is a failure, whatever the test says.
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+export TSAN_OPTIONS=halt_on_error=1:suppressions=$PWD/tests/tsan.supp
+vectors=../shared/vectors
+if [ -e "$vectors/check.py" ] && command -v python3 >/dev/null; then
+  # The sanitizers' own memory counts against the limits of hostile files.
+  skip=()
+  [ "$preset" = release ] || skip=(--skip-hostile --limit 100)
+  python3 "$vectors/check.py" "build/$preset/vxunpack" "$vectors" "${skip[@]}"
+fi
+(cd "build/$preset" && ctest --output-on-failure -j "$(nproc)" "$@")

@@ -1,0 +1,98 @@
+#include "utils/CreatePointSource.h"
+
+#include "platform/Base.h"
+#include "support/ExampleSurvey.h"
+#include "support/TemporaryDirectory.h"
+#include "text/TXTPointReader.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+
+namespace Quillmoran {
+namespace {
+
+using Testing::TemporaryDirectory;
+using Testing::writeFile;
+
+std::string failure(const std::function<void()>& action)
+{
+    try {
+        action();
+    } catch (const Error& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+TEST(SimpleFileOpener, ClassifiesNamesByTheirEnding)
+{
+    const std::pair<const char*, PointSourceType> cases[] = {
+        {"a.vxl", POINT_SOURCE_VX7},    {"dir.las/A.VXL", POINT_SOURCE_VX7}, {"a.LAS", POINT_SOURCE_LAS},
+        {"null.las", POINT_SOURCE_LAS}, {"a.Laz", POINT_SOURCE_LAZ},         {"a.bpf", POINT_SOURCE_BPF},
+        {"a.list", POINT_SOURCE_LIST},  {"a.index", POINT_SOURCE_INDEX},     {"NULL", POINT_SOURCE_NULL},
+        {"./null", POINT_SOURCE_TEXT},  {"a.txt", POINT_SOURCE_TEXT},        {"", POINT_SOURCE_TEXT},
+        {"vxl", POINT_SOURCE_TEXT},     {".vxl", POINT_SOURCE_VX7},          {"a.vxl.gz", POINT_SOURCE_TEXT},
+    };
+    for (const auto& [name, type] : cases)
+        EXPECT_EQ(SimpleFileOpener::getPointSourceType(name), type) << name;
+    EXPECT_STREQ(SimpleFileOpener::getPointSourceTypeName(POINT_SOURCE_VX7), "Vexil LiDAR File");
+    EXPECT_STREQ(SimpleFileOpener::getPointSourceTypeName(POINT_SOURCE_NULL), "Unknown File Type");
+    EXPECT_STREQ(SimpleFileOpener::getPointSourceTypeName(static_cast<PointSourceType>(99)),
+                 "Unknown File Type");
+}
+
+TEST(FilePointSourceManager, ReadsListsRelativeToThemselves)
+{
+    const TemporaryDirectory directory;
+    std::filesystem::create_directory(directory / "sub");
+    writeFile(directory / "sub/inner.list", std::string("  b.vxl \r\n"));
+    writeFile(directory / "outer.list", std::string("a.vxl\n/abs/c.vxl\nC:\\d.vxl\n\\e.vxl\nsub/inner.list"));
+    const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
+    manager->addFile((directory / "outer.list").c_str());
+    ASSERT_EQ(manager->getNumSources(), 5u);
+    EXPECT_EQ(manager->getFilename(0), directory / "a.vxl");
+    EXPECT_STREQ(manager->getFilename(1), "/abs/c.vxl");
+    EXPECT_STREQ(manager->getFilename(2), "C:\\d.vxl");
+    EXPECT_STREQ(manager->getFilename(3), "\\e.vxl");
+    EXPECT_EQ(manager->getFilename(4), directory / "sub/b.vxl");
+    EXPECT_EQ(manager->getFilename(5), nullptr);
+}
+
+TEST(FilePointSourceManager, RefusesWhatItCannotOpen)
+{
+    const TemporaryDirectory directory;
+    const std::string loop = directory / "loop.list", text = directory / "a.txt";
+    writeFile(loop, std::string("loop.list\n"));
+    const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
+    EXPECT_EQ(failure([&] { manager->addFile("null"); }), "unsupported input file format 'null'");
+    EXPECT_EQ(failure([&] { manager->addFile(text.c_str()); }),
+              "TXT file requires a format parse string '-parse'");
+    EXPECT_EQ(failure([&] { manager->addFile(loop.c_str()); }),
+              "list files are nested too deeply: '" + loop + "'");
+    EXPECT_EQ(failure([&] { manager->createPointSource(0); }), "");
+    manager->addFile("a.index");
+    EXPECT_EQ(failure([&] { manager->createPointSource(0); }), "unsupported input file format 'a.index'");
+}
+
+TEST(FilePointSourceManager, OpensEachSourceOnce)
+{
+    const TemporaryDirectory directory;
+    const std::string compressed = directory / "a.vxl", text = directory / "b.txt";
+    writeFile(compressed, Testing::buildExampleSurvey());
+    writeFile(text, std::string("# x y z\n1 2 3\n4,5,6\n"));
+    const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
+    PointInfo layout;
+    TXTPointReader::parseFormat("xyz", layout);
+    manager->setTextOptions(true, layout, 0);
+    manager->addFile(compressed.c_str());
+    manager->addFile(text.c_str());
+    const Scoped<PointSource> first(manager->createPointSource(0)), again(manager->createPointSource(0));
+    EXPECT_EQ(first.get(), again.get());
+    EXPECT_EQ(first->getNumPoints(), 2400);
+    const Scoped<PointSource> second(manager->createPointSource(1));
+    EXPECT_EQ(second->getNumPoints(), 2);
+    EXPECT_EQ(second->getBounds().y.max, 5);
+}
+
+} // namespace
+} // namespace Quillmoran

@@ -1,0 +1,270 @@
+// The program as its users run it.
+#include "support/ExampleSurvey.h"
+#include "support/SampleCloud.h"
+#include "support/TemporaryDirectory.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace Quillmoran {
+namespace {
+
+using Testing::readFile;
+using Testing::SampleCloud;
+using Testing::TemporaryDirectory;
+using Testing::writeFile;
+
+struct Result
+{
+    int status; // exit status, or minus the signal that ended the program
+    std::string output;
+    std::string errors;
+};
+
+// A running program whose two outputs go to files of the directory.
+class Program
+{
+public:
+    Program(const TemporaryDirectory& directory, const std::vector<std::string>& arguments)
+        : m_output(directory / "stdout"), m_errors(directory / "stderr")
+    {
+        std::vector<char*> argv = {const_cast<char*>(VXUNPACK)};
+        for (const std::string& argument : arguments)
+            argv.push_back(const_cast<char*>(argument.c_str()));
+        argv.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        const int flags = O_WRONLY | O_CREAT | O_TRUNC;
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, m_output.c_str(), flags, 0644);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, m_errors.c_str(), flags, 0644);
+        if (posix_spawn(&m_process, VXUNPACK, &actions, nullptr, argv.data(), environ) != 0)
+            ADD_FAILURE() << "cannot start " << VXUNPACK;
+        posix_spawn_file_actions_destroy(&actions);
+    }
+
+    void signal(int number) const { ::kill(m_process, number); }
+
+    Result wait()
+    {
+        int status = 0;
+        waitpid(m_process, &status, 0);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), readFile(m_output),
+                readFile(m_errors)};
+    }
+
+private:
+    std::string m_output, m_errors;
+    pid_t m_process = 0;
+};
+
+class Vxunpack : public testing::Test
+{
+protected:
+    Vxunpack() { writeFile(input, Testing::buildExampleSurvey()); }
+
+    Result run(const std::vector<std::string>& arguments) { return Program(directory, arguments).wait(); }
+    // Runs on the example and gives the text that was written.
+    std::string decode(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), {"-i", input, "-o", output});
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 0) << result.errors;
+        return readFile(output);
+    }
+    static std::size_t countLines(const std::string& text)
+    {
+        return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+    }
+    bool exists(const std::string& path) const { return std::filesystem::exists(path); }
+
+    TemporaryDirectory directory;
+    std::string input = directory / "in.vxl";
+    std::string output = directory / "out.txt";
+};
+
+TEST_F(Vxunpack, DecodesTheExampleOfTheRepository)
+{
+    EXPECT_EQ(readFile(EXAMPLES "/survey.vxl"), readFile(input)) << "make_survey writes other bytes";
+    const Result result = run({"-i", input, "-o", output});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_NE(result.output.find("\r100.00% (writing text file)\n2400 points written\n"), std::string::npos);
+    const std::string text = readFile(output);
+    EXPECT_EQ(countLines(text), 2401u);
+    EXPECT_EQ(text.substr(0, text.find('\n', text.find('\n') + 1)),
+              "# X Y Z Intensity ReturnNum NumReturns ScanDir EdgeFlightLine ClassId ScanAngle SourceId "
+              "GPSTime Red "
+              "Green Blue\n"
+              "500000.030 4100008.980 124.510 159 1 1 1 1 2 10 101 245380 122 119 87");
+}
+
+TEST_F(Vxunpack, WritesTheSameBytesForAnyThreadsAndBlocks)
+{
+    const std::string expected = decode({"-j", "1"});
+    for (const std::vector<std::string>& options :
+         std::initializer_list<std::vector<std::string>>{{"-j", "2"},
+                                                         {"-j", "7", "-cs", "1"},
+                                                         {"-cs", "999"},
+                                                         {"-numThreads", "0"},
+                                                         {"-chunckSize", "5000000"}})
+        EXPECT_EQ(decode(options), expected) << options[0] << " " << options[1];
+}
+
+TEST_F(Vxunpack, PicksFieldsBoxAndShare)
+{
+    EXPECT_EQ(decode({"-ofld", "zyxRtx"}).substr(0, 72),
+              "# Z Y X Red GPSTime X\n124.510 4100008.980 500000.030 122 245380 500000.0");
+    EXPECT_EQ(countLines(decode({"-s", "4"})), 601u);
+    EXPECT_EQ(countLines(decode({"-s", "0.5"})), 2401u);
+    EXPECT_EQ(countLines(decode({"-s", "-2"})), 1u);
+    const std::string boxed = decode({"-c", "500020", "500030", "-inf", "+inf", "-inf", "inf"});
+    EXPECT_GT(countLines(boxed), 100u);
+    EXPECT_LT(countLines(boxed), 300u);
+    EXPECT_EQ(countLines(decode({"-c", "0", "1", "0", "1", "0", "1"})), 1u);
+}
+
+TEST_F(Vxunpack, WritesNothingToNull)
+{
+    const Result result = run({"-i", input, "-o", "null"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_NE(result.output.find("\n2400 points written\n"), std::string::npos);
+    EXPECT_FALSE(exists("null"));
+}
+
+TEST_F(Vxunpack, ExplainsWhatItCannotDo)
+{
+    const std::string text = directory / "x.xyz", las = directory / "out.las",
+                      missing = directory / "none.vxl";
+    struct Case
+    {
+        std::vector<std::string> arguments;
+        std::string error;
+    };
+    const Case cases[] = {
+        {{"-i", text, "-o", output}, "unsupported input file format '" + text + "'"},
+        {{"-i", missing, "-o", output}, "No such file or directory path = " + missing},
+        {{"-i", input, "-o", output, "-of", "PLY"}, "unsupported output format 'PLY'"},
+        {{"-i", input, "-o", directory / "o.vxl"}, "unknown output format"},
+        {{"-i", input, "-o", directory / "o.list"}, "unknown output format"},
+        {{"-i", input, "-o", las}, "this version cannot write LAS or LAZ files"},
+        {{"-i", input, "-o", directory / "o.bpf"}, "this version cannot write BPF files"},
+        {{"-i", input, "-o", input, "-of", "txt"}, "the output '" + input + "' is the input file"},
+        {{"-i", input, "-o", output, "-ofld", "xyzQ"}, "'Q' is not a supported format token"},
+        {{"-i", input, "-o", output, "-ofld", "xyzT"},
+         "'GPSTime_Adjusted' is not in the input channel mapping"},
+        {{"-i", input, "-o", output, "-ofld", "xyi"}, "must have x, y, and z channels"},
+        {{"-i", input, "-o", directory / "none/out.txt"},
+         "No such file or directory path = " + (directory / "none/out.txt")},
+    };
+    for (const Case& c : cases) {
+        const Result result = run(c.arguments);
+        EXPECT_EQ(result.status, 1) << c.error;
+        EXPECT_EQ(result.errors, "Error: " + c.error + "\n");
+        EXPECT_FALSE(exists(output)) << c.error;
+        EXPECT_FALSE(exists(las));
+    }
+    EXPECT_EQ(countLines(decode({})), 2401u) << "the input was harmed";
+}
+
+TEST_F(Vxunpack, ReportsUsageErrorsOnStandardError)
+{
+    const Result missing = run({"-o", output});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(missing.output, "");
+    EXPECT_EQ(missing.errors, "vxunpack usage error: required switch -inputFile not present\n"
+                              "Use -h or -help for list of options.\n\n");
+    const Result version = run({"-version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.output.substr(0, 19), "Version 1.1.4.4709.");
+    EXPECT_NE(version.output.find("\nBuilt Dec 21 2017 14:39:27 (release, 64 bits)\n"), std::string::npos);
+    const Result help = run({"-help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.output.find("  -s or -subsample FLOAT\n"), std::string::npos);
+}
+
+// What a verbose run looks up at its end has never been declared; scripts know the status.
+TEST_F(Vxunpack, EndsAVerboseRunWithTheOutputComplete)
+{
+    const Result result = run({"-V", "-i", input, "-o", output});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.errors, "vxunpack QMCmdLine configuration error: switch name -parse invalid\n");
+    EXPECT_EQ(countLines(readFile(output)), 2401u);
+    for (const char* line :
+         {"Basic LiDAR Info:\n   Filename:          ", "   Format:            VX7 4.0.0.4\n",
+          "   Number of Points:  2400\n   Bounds Min:        499999.940000 4099999.940000 120.750000\n",
+          "   Scale:             0.01 0.01 0.01\n   Offset:            500000.000000 4100000.000000 "
+          "100.000000\n",
+          "   Pre-compression point count check:  lossless (2400)\n   Supported Fields:  'X' 'Y' 'Z' "
+          "'Intensity'",
+          "   Spatial Reference: PROJCS[\"WGS 84 / UTM zone 13N\",\n    GEOGCS[\"WGS 84\",\n",
+          "\n2400 points written\n"})
+        EXPECT_NE(result.output.find(line), std::string::npos) << line << "in\n" << result.output;
+}
+
+TEST_F(Vxunpack, LeavesNoPartOfAnOutputThatFailed)
+{
+    // Damage behind the first blocks: the writer has begun by then.
+    const SampleCloud cloud = SampleCloud::make(60000, 1);
+    Testing::FileSpec spec = cloud.toFile();
+    spec.channels.resize(3);
+    Testing::Bytes bytes = buildFile(spec);
+    const auto chunkAt = [&](std::size_t at) { return bytes[at + 3]; };
+    std::size_t at = 28, last = 0; // the last band of Z: its headers end in zeros from here on
+    while (chunkAt(at) != 5) {
+        last = at;
+        std::size_t length = 0;
+        for (int i = 4; i < 12; ++i)
+            length = length << 8 | bytes[at + static_cast<std::size_t>(i)];
+        at += 12 + length;
+    }
+    ASSERT_NE(last, 0u);
+    std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(at) - 40,
+              bytes.begin() + static_cast<std::ptrdiff_t>(at), std::uint8_t{0xFF});
+    const std::string damaged = directory / "damaged.vxl";
+    writeFile(damaged, bytes);
+    const Result result = run({"-i", damaged, "-o", output, "-cs", "100"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.errors.rfind("Error: bad read -- subblock ", 0), 0u) << result.errors;
+    EXPECT_NE(result.output.find("writing text file"), std::string::npos) << "the writer had not begun";
+    EXPECT_FALSE(exists(output));
+
+    // A run that cannot even begin keeps what stands there.
+    writeFile(output, std::string("precious"));
+    bytes.resize(500);
+    writeFile(damaged, bytes);
+    EXPECT_EQ(run({"-i", damaged, "-o", output}).status, 1);
+    EXPECT_EQ(readFile(output), "precious");
+}
+
+TEST_F(Vxunpack, StopsAtASignalAndRemovesItsOutput)
+{
+    const SampleCloud cloud = SampleCloud::make(400000, 1);
+    const std::string big = directory / "big.vxl";
+    writeFile(big, buildFile(cloud.toFile()));
+    for (const int number : {SIGINT, SIGTERM}) {
+        Program program(directory, {"-i", big, "-o", output, "-cs", "200", "-j", "1"});
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        std::error_code none;
+        while (std::filesystem::file_size(output, none) + 1 <= 1 &&
+               std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        program.signal(number);
+        const Result result = program.wait();
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.errors.rfind("\nInterrupt detected.  Shutting down application...\nError: ", 0), 0u)
+            << result.errors;
+        EXPECT_NE(result.errors.find("peration cancelled.\n"), std::string::npos) << result.errors;
+        EXPECT_FALSE(exists(output));
+    }
+}
+
+} // namespace
+} // namespace Quillmoran
