@@ -7,7 +7,7 @@
 #include "framework/PointSource.h"
 #include "model/ChannelNames.h"
 #include "platform/FileIO.h"
-#include "text/FieldFormat.h"
+#include "text/TXTPointReader.h"
 
 #include <benchmark/benchmark.h>
 
@@ -133,7 +133,7 @@ public:
     RepeatedBlock()
     {
         PointInfo layout;
-        FieldFormat::parse("xyzirndecaputRGB", layout);
+        TXTPointReader::parseFormat("xyzirndecaputRGB", layout);
         for (const char* name : {ChannelNames::x, ChannelNames::y, ChannelNames::z})
             layout.getChannel(name)->setQuantization(0.01);
         layout.getChannel(ChannelNames::gpsTime)->setQuantization(1e-6);

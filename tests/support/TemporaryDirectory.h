@@ -1,23 +1,40 @@
-// A directory that goes with the test.
+// Real files for tests: a directory that goes with its object, and whole files at once.
 #pragma once
 
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
+#include <stdlib.h>
 #include <string>
 #include <vector>
 
 namespace Quillmoran::Testing {
 
+inline void writeFile(const std::string& path, const std::string& content)
+{
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+inline void writeFile(const std::string& path, const std::vector<std::uint8_t>& bytes)
+{
+    writeFile(path, std::string(bytes.begin(), bytes.end()));
+}
+
+inline std::string readFile(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 class TemporaryDirectory
 {
 public:
-    TemporaryDirectory()
+    TemporaryDirectory() : m_path((std::filesystem::temp_directory_path() / "vx_test_XXXXXX").string())
     {
-        std::string name = (std::filesystem::temp_directory_path() / "vxtestXXXXXX").string();
-        m_path = mkdtemp(name.data()) ? name : throw std::filesystem::filesystem_error("mkdtemp", name, {});
+        if (!mkdtemp(m_path.data()))
+            throw std::runtime_error("no temporary directory");
     }
     ~TemporaryDirectory()
     {
@@ -27,27 +44,21 @@ public:
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
-    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
+    const std::string& path() const { return m_path; }
+    std::string path(const std::string& name) const { return m_path + '/' + name; }
+    std::string operator/(const std::string& name) const { return path(name); }
+    bool isEmpty() const { return std::filesystem::is_empty(m_path); }
+
+    // Makes a file and returns its path.
+    std::string file(const std::string& name, const std::string& content) const
+    {
+        writeFile(path(name), content);
+        return path(name);
+    }
+    static std::string contentOf(const std::string& path) { return readFile(path); }
 
 private:
     std::string m_path;
 };
-
-inline void writeFile(const std::string& path, const std::vector<std::uint8_t>& bytes)
-{
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
-inline void writeFile(const std::string& path, const std::string& text)
-{
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-inline std::string readFile(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
 
 } // namespace Quillmoran::Testing

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
@@ -26,8 +27,10 @@ extern "C" void handleSignal(int number, siginfo_t*, void*)
     if (std::find(std::begin(handledSignals), std::end(handledSignals), number) == std::end(handledSignals))
         return;
     static constexpr char notice[] = "\nInterrupt detected.  Shutting down application...\n";
+    const int interruptedErrno = errno; // the code that was interrupted may be about to look at it
     cancelRequested = 1;
     [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, notice, sizeof notice - 1);
+    errno = interruptedErrno;
 }
 
 // A finished operation without work reports 0 / 0; an integer conversion must not meet that, nor an infinity.

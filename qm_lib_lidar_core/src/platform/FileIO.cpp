@@ -106,7 +106,7 @@ void FileIO::Imp::close()
 std::size_t FileIO::Imp::pread(std::int64_t offset, void* buffer, std::size_t count) const
 {
     // The system refuses such a read; a file cannot reach that far, so it is one past the end.
-    if (count > static_cast<std::uint64_t>(INT64_MAX - offset))
+    if (offset >= 0 && count > static_cast<std::uint64_t>(INT64_MAX - offset))
         return 0;
     const ssize_t moved = ::pread64(m_descriptor, buffer, count, offset);
     if (moved < 0)

@@ -45,7 +45,8 @@ std::size_t BoundedIO::pread(std::int64_t offset, void* buffer, std::size_t coun
 {
     if (offset >= m_end)
         return 0;
-    const auto left = static_cast<std::uint64_t>(m_end - offset);
+    // In unsigned arithmetic, since the offset may be as negative as it likes.
+    const std::uint64_t left = static_cast<std::uint64_t>(m_end) - static_cast<std::uint64_t>(offset);
     return m_stretch.io()->pread(offset, buffer,
                                  static_cast<std::size_t>(std::min<std::uint64_t>(count, left)));
 }

@@ -86,10 +86,9 @@ void StreamReader::seek(std::int64_t offset, Mode mode)
         offset = saturatingAdd(offset, tell());
     else if (mode == SEEK_FROM_END)
         offset = saturatingAdd(offset, m_io->size());
-    offset = std::max<std::int64_t>(offset, 0);
-    const std::int64_t back = m_position - offset;
-    if (back >= 0 && back <= m_limit - m_buffer.get()) {
-        m_current = m_limit - back;
+    const std::int64_t first = m_position - (m_limit - m_buffer.get()); // of the buffered bytes
+    if (offset >= first && offset <= m_position) {
+        m_current = m_limit - (m_position - offset);
         return;
     }
     m_current = m_limit = m_buffer.get();
@@ -104,8 +103,10 @@ void StreamReader::flush()
 
 std::uint64_t StreamReader::remaining() const
 {
-    const std::int64_t left = m_io->size() - tell();
-    return left > 0 ? static_cast<std::uint64_t>(left) : 0;
+    const std::int64_t end = m_io->size();
+    const std::int64_t position = tell();
+    // The position may be anything that seek() was given.
+    return end > position ? static_cast<std::uint64_t>(end) - static_cast<std::uint64_t>(position) : 0;
 }
 
 std::size_t StreamReader::fill()

@@ -100,10 +100,10 @@ void parse(const char* format, PointInfo& out, const PointInfo& known)
     out = std::move(layout);
 }
 
-void parseQuantization(const char* spec, PointInfo& layout)
+void parseQuantization(const char* text, PointInfo& layout)
 {
     PointInfo quantized = layout;
-    for (const char* group = spec;; ++group) {
+    for (const char* group = text;; ++group) {
         const std::size_t length = std::strcspn(group, ",");
         applyGroup(std::string(group, length), quantized);
         group += length;

@@ -16,6 +16,6 @@ void parse(const char* format, PointInfo& out, const PointInfo& known);
 
 // Sets quantizations of coordinates and times, as in "xy@0.01,z@0.001,t@1e-6"; channels that the layout lacks
 // are passed over. All errors are 40007.
-void parseQuantization(const char* spec, PointInfo& layout);
+void parseQuantization(const char* text, PointInfo& layout);
 
 } // namespace Quillmoran::FieldFormat

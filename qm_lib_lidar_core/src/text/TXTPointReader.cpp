@@ -85,9 +85,9 @@ void TXTPointReader::parseFormat(const char* format, PointInfo& out, const Point
     FieldFormat::parse(format, out, known);
 }
 
-void TXTPointReader::parseQuantization(const char* spec, PointInfo& layout)
+void TXTPointReader::parseQuantization(const char* text, PointInfo& layout)
 {
-    FieldFormat::parseQuantization(spec, layout);
+    FieldFormat::parseQuantization(text, layout);
 }
 
 TXTPointReader::Extent TXTPointReader::scan(IO* io, const PointInfo& fileLayout, std::size_t skipLines)

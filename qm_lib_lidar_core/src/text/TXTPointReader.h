@@ -29,7 +29,7 @@ public:
     // See FieldFormat.h.
     static void parseFormat(const char* format, PointInfo& out);
     static void parseFormat(const char* format, PointInfo& out, const PointInfo& known);
-    static void parseQuantization(const char* spec, PointInfo& layout);
+    static void parseQuantization(const char* text, PointInfo& layout);
 
     // Reads the whole file for its count and bounds unless they are known. getBounds() does the same, as
     // there are no unknown bounds, and can therefore throw what a bad file gives; getNumPoints() never reads.

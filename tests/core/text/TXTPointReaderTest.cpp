@@ -309,7 +309,7 @@ TEST(FieldFormat, KnowsEveryLetter)
         "X FLOAT64 32; Y FLOAT64 32; Z FLOAT64 32; Intensity UINT16 16; ReturnNum UINT8 3; "
         "NumReturns UINT8 3; ScanDir UINT8 1; EdgeFlightLine UINT8 1; ScanAngle SINT8 8; "
         "ClassId UINT8 8; SourceId UINT16 16; UserData UINT8 8; GPSTime FLOAT64 64; "
-        "GPSTime_Adjusted FLOAT64 64; Red UINT16 16; Green UINT16 16; Blue UINT16 16; @Skip UNKNOWN 0; ");
+        "GPSTime_Adjusted FLOAT64 64; Red UINT16 16; Green UINT16 16; Blue UINT16 16; @Skip INVALID 0; ");
 }
 
 TEST(FieldFormat, TakesChannelsFromAKnownLayout)
@@ -342,8 +342,8 @@ TEST(FieldFormat, ParsesQuantizations)
         EXPECT_EQ(layout.getChannel(i).getQuantization(), expected[i]) << "i=" << i;
     EXPECT_EQ(layout.getChannel("X")->getBits(), 32);
 
-    const auto parseError = [&](const char* spec) {
-        return errorOf(40007, [&] { TXTPointReader::parseQuantization(spec, layout); });
+    const auto parseError = [&](const char* text) {
+        return errorOf(40007, [&] { TXTPointReader::parseQuantization(text, layout); });
     };
     EXPECT_EQ(parseError("x@1,yz"), "the quantization value is missing for 'yz'");
     EXPECT_EQ(parseError("x@1,"), "the quantization value is missing for ''");

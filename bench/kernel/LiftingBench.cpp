@@ -1,0 +1,84 @@
+// The lifting steps on one block, and a whole chain of stages whose bands are zero (so that lifting and
+// interleaving are all there is to do).
+#include "decode/InverseWavelet.h"
+#include "decode/SubbandSource.h"
+#include "decode/SubblockReader.h"
+#include "support/ByteStore.h"
+#include "support/ForwardWavelet.h"
+#include "support/SubblockEncoder.h"
+
+#include <benchmark/benchmark.h>
+#include <stdexcept>
+
+namespace Quillmoran {
+namespace {
+
+template <class T>
+void lift(benchmark::State& state, DataType type, TransformType transform)
+{
+    constexpr std::size_t count = 8192, pad = 4;
+    std::vector<T> low(count + 2 * pad), high(count + 2 * pad);
+    for (std::size_t i = 0; i < low.size(); ++i) {
+        low[i] = static_cast<T>(i % 251);
+        high[i] = static_cast<T>(i % 13);
+    }
+    LiftingStep predict = nullptr, update = nullptr;
+    TransformUtils::getInverseWavelet(type, transform, predict, update);
+    const std::vector<T> before = low;
+    update(low.data() + pad, count, high.data() + pad, count);
+    const std::vector<T> inner(high.begin() + pad, high.end() - pad);
+    const T expected = Testing::wrappingSubtract(
+        before[pad + 100], Testing::updated(inner, 100, Testing::Lifting::of(transform).order));
+    if (low[pad + 100] != expected)
+        throw std::logic_error("lift");
+    for (auto _ : state) {
+        update(low.data() + pad, count, high.data() + pad, count);
+        predict(low.data() + pad, count, high.data() + pad, count);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(2 * count));
+}
+constexpr auto lift16 = lift<std::int16_t>;
+constexpr auto lift32 = lift<std::int32_t>;
+constexpr auto lift64 = lift<std::int64_t>;
+constexpr auto liftDoubles = lift<double>;
+BENCHMARK_CAPTURE(lift16, order1, SINT16, TransformType{1});
+BENCHMARK_CAPTURE(lift32, order1, SINT32, TransformType{1});
+BENCHMARK_CAPTURE(lift64, order1, SINT64, TransformType{1});
+BENCHMARK_CAPTURE(lift32, order3, SINT32, TransformType{3});
+BENCHMARK_CAPTURE(liftDoubles, order3, FLOAT64, TransformType{63});
+
+void pullZeroBands(benchmark::State& state)
+{
+    constexpr std::int64_t total = 1 << 20;
+    constexpr std::size_t block = 16384;
+    const auto reader = SubblockReader::create(SINT32, 1, "T", 4096, false);
+    reader->init();
+    Testing::BandOptions options;
+    options.subblockSize = 4096;
+    const auto headers = Testing::encodeBand(std::vector<std::int32_t>(total), options, true).headers;
+    const Scoped<Testing::ByteStore> store(Testing::ByteStore::create(headers));
+    const IO::Location stretch(store.get(), 0, store->size());
+    const BandStretches stretches{stretch, stretch, true};
+    const int levels = static_cast<int>(state.range(0));
+    auto root = SubbandSource::createSubbandReader(*reader, 0, false, stretches, total >> (levels - 1));
+    for (int level = levels - 2; level >= 0; --level) {
+        auto high = SubbandSource::createSubbandReader(*reader, 0, true, stretches, total >> (level + 1));
+        root = SubbandSource::createPipeStage(block / 2, std::move(root), std::move(high));
+    }
+    std::vector<std::int32_t> samples(block);
+    for (auto _ : state) {
+        root->begin(0);
+        std::int64_t got = 0;
+        while (const std::size_t count = root->get(samples.data(), block))
+            got += static_cast<std::int64_t>(count);
+        if (got != total)
+            throw std::logic_error("pullZeroBands");
+        root->end();
+    }
+    state.SetItemsProcessed(state.iterations() * total);
+}
+BENCHMARK(pullZeroBands)->Arg(1)->Arg(2)->Arg(8);
+
+} // namespace
+} // namespace Quillmoran

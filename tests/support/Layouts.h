@@ -1,0 +1,34 @@
+// Channel descriptions and layouts in one expression.
+#pragma once
+
+#include "model/PointInfo.h"
+
+#include <initializer_list>
+
+namespace Quillmoran::Testing {
+
+inline ChannelInfo channel(const char* name, DataType type, double quantization = 0)
+{
+    ChannelInfo info;
+    info.init(name, type, 0, quantization);
+    return info;
+}
+
+inline PointInfo layoutOf(std::initializer_list<ChannelInfo> channels)
+{
+    PointInfo layout;
+    for (const ChannelInfo& info : channels)
+        layout.append(info);
+    return layout;
+}
+
+// X, Y and Z, and whatever else is given.
+inline PointInfo layoutXYZ(std::initializer_list<ChannelInfo> more = {})
+{
+    PointInfo layout = layoutOf({channel("X", FLOAT64), channel("Y", FLOAT64), channel("Z", FLOAT64)});
+    for (const ChannelInfo& info : more)
+        layout.append(info);
+    return layout;
+}
+
+} // namespace Quillmoran::Testing
