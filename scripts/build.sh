@@ -22,4 +22,4 @@ if command -v ccache >/dev/null; then options+=(-DCMAKE_CXX_COMPILER_LAUNCHER=cc
 cmake -S . -B "build/$preset" -G Ninja "${options[@]}" >/dev/null
 targets=()
 for target in "$@"; do targets+=(--target "$target"); done
-cmake --build "build/$preset" "${targets[@]}" | grep -vE '^\[[0-9]+/[0-9]+\] (Building|Linking|Creating)|^ninja: no work' || [ "${PIPESTATUS[0]}" -eq 0 ]
+cmake --build "build/$preset" "${targets[@]}" | grep -vE '^\[[0-9]+/[0-9]+\] (Building|Linking|Creating|Re-checking)|^ninja: no work' || [ "${PIPESTATUS[0]}" -eq 0 ]

@@ -17,6 +17,11 @@ if [ "$all" -ne 2400 ] || [ "$boxed" -lt 1000 ] || [ "$boxed" -gt 1400 ]; then
   echo "installed program and library gave $all and $boxed points" >&2
   exit 1
 fi
+# A verbose run finds the installed module that indents coordinate systems; its status is 1 by tradition.
+"$prefix/usr/bin/vxunpack" -V -i examples/survey.vxl -o null 2>/dev/null | grep -q '^    GEOGCS' || {
+  echo "the installed program does not indent the coordinate system" >&2
+  exit 1
+}
 # Nothing installed may remember where it was built.
 if grep -rlF "$PWD" "$prefix/usr"; then
   echo "installed files name the build directory" >&2

@@ -172,6 +172,7 @@ std::vector<WaveletDecoderInfo::PointRange> WaveletDecoderInfo::getPointRanges(s
         return {everything};
 
     std::vector<PointRange> ranges;
+    std::size_t joinAt = std::size_t{1} << 16;
     std::uint64_t matches = 0;
     const Scoped<RTree::Iterator> entries(m_index->createIterator());
     const auto numPoints = static_cast<std::uint64_t>(m_numPoints);
@@ -185,12 +186,15 @@ std::vector<WaveletDecoderInfo::PointRange> WaveletDecoderInfo::getPointRanges(s
             continue;
         const std::uint64_t length = std::min<std::uint64_t>(m_pointsPerEntry, numPoints - start);
         ranges.push_back({static_cast<std::int64_t>(start), static_cast<std::int64_t>(length)});
+        // Joined as they come, so that a box with most of the file takes no memory for each of its entries.
+        if (ranges.size() >= joinAt) {
+            merge(ranges);
+            joinAt = std::max(joinAt, 2 * ranges.size());
+        }
     }
     if (matches == numEntries)
         return {everything};
 
-    std::sort(ranges.begin(), ranges.end(),
-              [](const PointRange& a, const PointRange& b) { return a.start < b.start; });
     merge(ranges);
     for (std::uint32_t step = 0; step < level; ++step) {
         for (PointRange& range : ranges) {
@@ -206,6 +210,8 @@ std::vector<WaveletDecoderInfo::PointRange> WaveletDecoderInfo::getPointRanges(s
 
 void WaveletDecoderInfo::merge(std::vector<PointRange>& ranges) const
 {
+    std::sort(ranges.begin(), ranges.end(),
+              [](const PointRange& a, const PointRange& b) { return a.start < b.start; });
     std::size_t merged = 0; // ranges [0, merged) are done, the last of them may still grow
     for (const PointRange& range : ranges) {
         if (merged != 0) {

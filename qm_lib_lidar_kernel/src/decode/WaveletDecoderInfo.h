@@ -99,6 +99,7 @@ private:
     void readBands(WaveletChunkReader& reader, std::int64_t& remaining);
     Bounds::Range getAxisBounds(const char* name, const Bounds* indexBounds,
                                 Bounds::Range Bounds::*axis) const;
+    // Sorts the ranges and joins those that are no further apart than a subblock.
     void merge(std::vector<PointRange>& ranges) const;
 
     std::uint32_t m_fileVersion;
