@@ -123,15 +123,19 @@ inline std::uint32_t MQDecoder::decode(const State*& context) noexcept
     return decision;
 }
 
+// All shifts up to the next byte at once: A is never 0, and its top bit is to become bit 15.
 inline void MQDecoder::renormalise() noexcept
 {
-    do {
-        if (CT == 0)
-            byteIn();
-        A <<= 1;
-        C <<= 1;
-        --CT;
-    } while (!(A & 0x8000));
+    auto shift = static_cast<std::uint32_t>(__builtin_clz(A)) - 16;
+    while (shift > CT) {
+        A <<= CT;
+        C <<= CT;
+        shift -= CT;
+        byteIn();
+    }
+    A <<= shift;
+    C <<= shift;
+    CT -= shift;
 }
 
 inline void MQDecoder::byteIn() noexcept

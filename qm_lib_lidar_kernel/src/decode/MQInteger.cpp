@@ -3,6 +3,7 @@
 #include "platform/Stream.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace Quillmoran {
@@ -19,9 +20,24 @@ enum CoefficientState : std::uint8_t
     NEGATIVE = 2
 };
 
-constexpr int significanceContexts = 0; // 3 * left + right
-constexpr int signContexts = 9;         // 3 * left + right
-constexpr int refinementContexts = 18;  // 6 * left + 3 * (negative) + right
+constexpr int signContexts = 9; // 3 * left + right
+
+// The context of a coefficient's first decision in a plane by the states of its left neighbour, its own and
+// its right neighbour: 0 to 8 for whether it becomes significant, 18 to 35 for the next bit of one that is.
+constexpr auto firstContexts = [] {
+    std::array<std::uint8_t, 27> contexts{};
+    for (int left = 0; left < 3; ++left) {
+        for (int own = 0; own < 3; ++own) {
+            for (int right = 0; right < 3; ++right) {
+                const int significance = 3 * left + right;
+                const int refinement = 18 + 6 * left + (own == NEGATIVE ? 3 : 0) + right;
+                contexts[static_cast<std::size_t>(9 * left + 3 * own + right)] =
+                    static_cast<std::uint8_t>(own == INSIGNIFICANT ? significance : refinement);
+            }
+        }
+    }
+    return contexts;
+}();
 
 // The plane codes of all top planes below `top`.
 constexpr std::uint32_t codesBelow(std::uint32_t top)
@@ -139,26 +155,23 @@ void MQInteger<T>::readPlaneLengths(StreamReader& headers)
 template <class T>
 void MQInteger<T>::decodePlane(MQDecoder& shared, U* __restrict magnitudes, std::size_t count, U bit)
 {
-    // A local decoder lives in registers.
+    // A local decoder lives in registers. Whether a coefficient is significant already is folded into the
+    // context, so that one branch a decision, that on its outcome, is all there is to predict.
     MQDecoder decoder = shared;
     std::uint8_t* const states = m_states.data();
-    int left = INSIGNIFICANT;
-    int current = states[1];
+    unsigned left = INSIGNIFICANT;
+    unsigned own = states[1];
     for (std::size_t i = 0; i < count; ++i) {
-        const int right = states[i + 2];
-        if (current == INSIGNIFICANT) {
-            const int neighbours = 3 * left + right;
-            if (decoder.decode(significanceContexts + neighbours)) {
-                states[i + 1] = decoder.decode(signContexts + neighbours) ? NEGATIVE : POSITIVE;
-                magnitudes[i] |= bit;
+        const unsigned right = states[i + 2];
+        if (decoder.decode(firstContexts[9 * left + 3 * own + right])) {
+            magnitudes[i] |= bit;
+            if (own == INSIGNIFICANT) {
+                const int sign = decoder.decode(signContexts + static_cast<int>(3 * left + right));
+                states[i + 1] = sign ? NEGATIVE : POSITIVE;
             }
-        } else {
-            const int sign = current == NEGATIVE ? 3 : 0;
-            if (decoder.decode(refinementContexts + 6 * left + sign + right))
-                magnitudes[i] |= bit;
         }
-        left = current;
-        current = right;
+        left = own;
+        own = right;
     }
     shared = decoder;
 }
