@@ -12,7 +12,7 @@ scripts/build.sh "$preset"
 
 # A race or an overflow is a failure, whatever the test says.
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-export TSAN_OPTIONS=halt_on_error=1:suppressions=$PWD/tests/tsan.supp
+export TSAN_OPTIONS=halt_on_error=1
 vectors=../shared/vectors
 if [ -e "$vectors/check.py" ] && command -v python3 >/dev/null; then
   # The sanitizers' own memory counts against the limits of hostile files.

@@ -5,6 +5,7 @@
 #include "platform/IO.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -56,9 +57,9 @@ private:
     explicit ByteStore(std::vector<std::uint8_t> bytes) : m_bytes(std::move(bytes)) {}
 
     mutable std::vector<std::uint8_t> m_bytes;
-    int m_openCount = 0;
-    mutable int m_reads = 0;
-    mutable int m_writes = 0;
+    std::atomic<int> m_openCount{0};
+    mutable std::atomic<int> m_reads{0};
+    mutable std::atomic<int> m_writes{0};
     bool m_unlinked = false;
     std::size_t m_capacity = SIZE_MAX;
 };

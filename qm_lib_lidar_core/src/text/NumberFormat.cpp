@@ -140,7 +140,7 @@ private:
 [[gnu::noinline]] std::uint64_t scaleSmallFraction(const Parts& parts, int decimals) noexcept
 {
     // The product is below 2^53 * 10^21 < 2^123.
-    if (parts.shift >= 128)
+    if (parts.shift == 0 || parts.shift >= 128)
         return 0;
     const Uint128 product = parts.fraction * widePowersOfTen[static_cast<std::size_t>(decimals)];
     const Uint128 half = Uint128{1} << (parts.shift - 1);

@@ -3,7 +3,6 @@
 #include <charconv>
 #include <clocale>
 #include <cstdlib>
-#include <locale.h>
 #include <system_error>
 
 namespace Quillmoran {

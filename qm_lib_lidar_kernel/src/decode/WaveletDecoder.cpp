@@ -1,13 +1,11 @@
 #include "decode/WaveletDecoder.h"
 
+#include "decode/ParallelLoop.h"
 #include "framework/ProgressDelegate.h"
 #include "platform/Base.h"
 
 #include <algorithm>
 #include <cmath>
-#include <exception>
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
 
 namespace Quillmoran {
 
@@ -137,25 +135,8 @@ void WaveletDecoder::decodeChannel(Channel& channel, std::size_t count)
 
 void WaveletDecoder::decode(std::size_t count)
 {
-    // Each task writes one channel of the block. The first channel that fails speaks for all, whatever order
-    // the tasks ran in.
-    std::vector<std::exception_ptr> failures(m_channels.size());
-    const auto decodeRange = [&](const tbb::blocked_range<std::size_t>& range) {
-        for (std::size_t i = range.begin(); i != range.end(); ++i) {
-            try {
-                decodeChannel(m_channels[i], count);
-            } catch (...) {
-                failures[i] = std::current_exception();
-            }
-        }
-    };
-    tbb::task_group_context context;
-    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, m_channels.size()), decodeRange,
-                      tbb::auto_partitioner(), context);
-    for (const std::exception_ptr& failure : failures)
-        if (failure)
-            std::rethrow_exception(failure);
-
+    // Each task writes one channel of the block and reads through streams of its own.
+    parallelLoop(m_channels.size(), [this, count](std::size_t i) { decodeChannel(m_channels[i], count); });
     for (std::size_t i = 0; i < m_channels.size(); ++i) {
         if (m_channels[i].info.getAction() == CONVERT_MERGE) {
             m_channels[i].info.mergeFromKernel(m_channels[i + 1].info, m_channels[i + 2].info, m_block,
