@@ -19,15 +19,13 @@ namespace {
 
 using TestSupport::errorOf;
 
-const std::string noMemory = std::strerror(ENOMEM);
-constexpr std::size_t impossible = SIZE_MAX / 2;
-
 TEST(Error, AppendsTextAndCutsItAt1023Bytes)
 {
     Error error("dir/file.cpp", "function", 1, -1);
     EXPECT_STREQ(error.what(), "");
     error("%s", std::string(1000, 'a').c_str())("%d%s", 7, std::string(5000, 'b').c_str())("lost");
     EXPECT_EQ(error.what(), std::string(1000, 'a') + '7' + std::string(22, 'b'));
+    EXPECT_EQ(errorOf(5, [] { QM_THROW(5, "%s", std::string(3000, '%').c_str()); }), std::string(1023, '%'));
 }
 
 TEST(Error, NamesTheFileAfterItsLastSeparator)
@@ -36,25 +34,7 @@ TEST(Error, NamesTheFileAfterItsLastSeparator)
     EXPECT_STREQ(filename("src/platform/Base.cpp"), "Base.cpp");
     EXPECT_STREQ(filename("c:\\src\\Base.cpp"), "Base.cpp");
     EXPECT_STREQ(filename("src/a\\b.cpp"), "a\\b.cpp"); // a slash anywhere makes backslashes plain
-    EXPECT_STREQ(filename("src/"), "");
     EXPECT_EQ(filename("Base.cpp"), nullptr);
-}
-
-TEST(Error, TellsPlaceCodeAndTextOfItsThrow)
-{
-    const std::string longText(3000, '%');
-    int line = 0;
-    try {
-        line = __LINE__ + 1;
-        QM_THROW(40012, "bad channel name '%s'", longText.c_str());
-    } catch (const Error& error) {
-        EXPECT_EQ(error.what(), ("bad channel name '" + longText).substr(0, 1023));
-        EXPECT_STREQ(error.filename(), "ErrorTest.cpp");
-        EXPECT_STREQ(error.function(), "TestBody");
-        EXPECT_EQ(error.line(), line);
-        EXPECT_EQ(error.error(), 40012);
-    }
-    EXPECT_NE(line, 0);
 }
 
 TEST(OSError, HasTheSystemsTextAndTheBarePath)
@@ -68,35 +48,25 @@ TEST(OSError, HasTheSystemsTextAndTheBarePath)
 
 TEST(Memory, RefusesImpossibleSizesAsOutOfMemory)
 {
-    EXPECT_THROW(XALLOC(impossible), OSError);
-    EXPECT_EQ(errorOf(ENOMEM, [] { XALLOC(impossible); }), noMemory);
+    const std::string noMemory = std::strerror(ENOMEM);
+    const Buffer<char> block(STRDUP("kept"));
+    EXPECT_THROW(XALLOC(SIZE_MAX / 2), OSError);
+    EXPECT_EQ(errorOf(ENOMEM, [] { XALLOC(SIZE_MAX / 2); }), noMemory);
+    EXPECT_EQ(errorOf(ENOMEM, [&] { XREALLOC(block.get(), SIZE_MAX / 2); }), noMemory);
+    EXPECT_STREQ(block.get(), "kept");
     // The product of count and size would be small again.
     EXPECT_EQ(errorOf(ENOMEM, [] { makeBuffer<double>(SIZE_MAX / 8 + 2); }), noMemory);
 }
 
-TEST(Memory, KeepsTheBlockThatCannotGrow)
-{
-    const Buffer<char> block(STRDUP("kept"));
-    EXPECT_EQ(errorOf(ENOMEM, [&] { XREALLOC(block.get(), impossible); }), noMemory);
-    EXPECT_STREQ(block.get(), "kept");
-}
-
-TEST(Memory, DuplicatesTexts)
+TEST(Memory, DuplicatesTextsUpToTheLengthGiven)
 {
     const auto duplicate = [](auto... arguments) { return Buffer<char>(STRDUP(arguments...)); };
     EXPECT_EQ(duplicate(nullptr), nullptr);
     EXPECT_EQ(duplicate(nullptr, std::size_t{5}), nullptr);
     EXPECT_STREQ(duplicate("abcdef").get(), "abcdef");
-    EXPECT_STREQ(duplicate("abcdef", std::size_t{3}).get(), "abc");
     EXPECT_STREQ(duplicate("abcdef", std::size_t{9}).get(), "abcdef");
-    EXPECT_STREQ(duplicate("abcdef", std::size_t{0}).get(), "");
-}
-
-TEST(Memory, ReadsNoTextBeyondTheLengthGiven)
-{
-    const auto unterminated = makeBuffer<char>(4);
-    std::memcpy(unterminated.get(), "wxyz", 4);
-    EXPECT_STREQ(Buffer<char>(STRDUP(unterminated.get(), 4)).get(), "wxyz");
+    const char unterminated[] = {'a', 'b', 'c'};
+    EXPECT_STREQ(duplicate(unterminated, sizeof unterminated).get(), "abc");
 }
 
 } // namespace

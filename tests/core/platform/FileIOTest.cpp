@@ -1,210 +1,141 @@
 #include "platform/FileIO.h"
 #include "platform/Base.h"
 #include "support/Errors.h"
-#include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <sys/stat.h>
 
 namespace Quillmoran {
 namespace {
 
-using Testing::TemporaryDirectory;
 using TestSupport::errorOf;
 
-Scoped<FileIO::Imp> fileAt(const std::string& path, const char* mode)
+class FileIOTest : public testing::Test
 {
-    Scoped<FileIO::Imp> file(FileIO::create());
-    file->init(path.c_str(), mode);
-    return file;
-}
+protected:
+    void SetUp() override { ASSERT_NE(mkdtemp(m_directory.data()), nullptr); }
+    void TearDown() override { std::filesystem::remove_all(m_directory); }
 
-Scoped<FileIO::Imp> temporaryFile(const char* directory)
-{
-    Scoped<FileIO::Imp> file(FileIO::create());
-    file->init(directory);
-    return file;
-}
-
-std::string readAll(const IO& io)
-{
-    char bytes[100];
-    return {bytes, io.pread(0, bytes, sizeof bytes)};
-}
-
-std::string failure(int code, const std::string& path)
-{
-    return std::strerror(code) + (" path = " + path);
-}
-
-// Sets a variable of the environment for as long as it lives.
-class Environment
-{
-public:
-    Environment(const char* name, const char* value) : m_name(name)
+    std::string path(const std::string& name) const { return m_directory + '/' + name; }
+    std::string present(const std::string& name, const std::string& content) const
     {
-        if (const char* old = std::getenv(name))
-            m_old = old;
-        setenv(name, value, 1);
+        std::ofstream(path(name)) << content;
+        return path(name);
     }
-    ~Environment()
+    static Scoped<FileIO::Imp> fileAt(const std::string& path, const char* mode)
     {
-        if (m_old)
-            setenv(m_name, m_old->c_str(), 1);
-        else
-            unsetenv(m_name);
+        Scoped<FileIO::Imp> file(FileIO::create());
+        file->init(path.c_str(), mode);
+        return file;
     }
-    Environment(const Environment&) = delete;
-    Environment& operator=(const Environment&) = delete;
+    static std::string readAll(const IO& io)
+    {
+        char bytes[100];
+        return {bytes, io.pread(0, bytes, sizeof bytes)};
+    }
+    static std::string failure(int code, const std::string& path)
+    {
+        return std::strerror(code) + (" path = " + path);
+    }
 
-private:
-    const char* m_name;
-    std::optional<std::string> m_old;
+    std::string m_directory = (std::filesystem::temp_directory_path() / "vx_test_XXXXXX").string();
 };
 
-TEST(FileIO, OpensAsItsModeSays)
+TEST_F(FileIOTest, OpensAsItsModeSays)
 {
-    const struct
-    {
-        const char* mode;
-        bool reads, writes, creates, truncates;
-    } cases[] = {
-        {"r", true, false, false, false},  {"rb", true, false, false, false}, {"r+", true, true, true, false},
-        {"w", false, true, true, true},    {"w+b", true, true, true, true},   {"+", true, true, true, false},
-        {"rw", true, false, false, false}, {"a", true, false, false, false},  {"", true, false, false, false},
-    };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.mode);
-        const TemporaryDirectory directory;
-        const std::string missing = directory.path("missing");
-        const auto created = fileAt(missing, each.mode);
-        if (each.creates)
-            created->open();
-        else
-            EXPECT_EQ(errorOf(ENOENT, [&] { created->open(); }), failure(ENOENT, missing));
-        EXPECT_EQ(FileIO::fileExists(missing.c_str()), each.creates);
+    const std::string reads = " r rb rw r+ + w+b a ", writes = " r+ + w w+b ", truncates = " w w+b ";
+    for (const std::string mode : {"r", "rb", "rw", "r+", "+", "w", "w+b", "a"}) {
+        SCOPED_TRACE(mode);
+        const auto isIn = [&](const std::string& modes) {
+            return modes.find(' ' + mode + ' ') != std::string::npos;
+        };
+        const auto created = fileAt(path("new"), mode.c_str());
+        EXPECT_EQ(errorOf(ENOENT, [&] { created->open(); }),
+                  isIn(writes) ? "nothing thrown" : failure(ENOENT, path("new")));
+        EXPECT_EQ(FileIO::fileExists(path("new").c_str()), isIn(writes));
+        std::filesystem::remove(path("new"));
 
-        const std::string path = directory.file("present", "abc");
-        const auto file = fileAt(path, each.mode);
+        const auto file = fileAt(present("old", "abc"), mode.c_str());
         file->open();
-        EXPECT_EQ(file->size(), each.truncates ? 0 : 3);
-        if (each.reads)
-            EXPECT_EQ(readAll(*file), each.truncates ? "" : "abc");
-        else
-            EXPECT_EQ(errorOf(EBADF, [&] { readAll(*file); }), failure(EBADF, path));
-        if (each.writes)
-            EXPECT_EQ(file->pwrite(0, "x", 1), 1u);
-        else
-            EXPECT_EQ(errorOf(EBADF, [&] { file->pwrite(0, "x", 1); }), failure(EBADF, path));
+        EXPECT_EQ(file->size(), isIn(truncates) ? 0 : 3);
+        EXPECT_EQ(errorOf(EBADF, [&] { readAll(*file); }),
+                  isIn(reads) ? "nothing thrown" : failure(EBADF, file->path()));
+        EXPECT_EQ(errorOf(EBADF, [&] { file->pwrite(0, "x", 1); }),
+                  isIn(writes) ? "nothing thrown" : failure(EBADF, file->path()));
     }
 }
 
-TEST(FileIO, StaysOpenUntilEveryOpenHasMetItsClose)
+TEST_F(FileIOTest, NestsItsOpeningsAndTruncatesAtTheFirstOnly)
 {
-    const TemporaryDirectory directory;
-    const auto file = fileAt(directory.file("a", "abc"), "r");
-    file->open();
-    file->open();
-    file->close();
-    EXPECT_EQ(readAll(*file), "abc");
-    file->close();
-    EXPECT_EQ(errorOf(EBADF, [&] { readAll(*file); }), failure(EBADF, file->path()));
-    file->open();
-    EXPECT_EQ(readAll(*file), "abc");
-}
-
-TEST(FileIO, TruncatesAtTheFirstOpenOnly)
-{
-    const TemporaryDirectory directory;
-    const auto file = fileAt(directory.file("a", "old"), "w+");
+    const auto file = fileAt(present("a", "old"), "w+");
     for (const char* before : {"", "new"}) {
         file->open();
+        file->open();
         EXPECT_EQ(readAll(*file), before);
+        file->close();
         file->pwrite(0, "new", 3);
         file->close();
+        EXPECT_EQ(errorOf(EBADF, [&] { readAll(*file); }), failure(EBADF, file->path()));
+        EXPECT_EQ(file->size(), 3); // also when closed
     }
 }
 
-TEST(FileIO, TellsTheSizeAlsoWhenClosed)
+TEST_F(FileIOTest, TemporaryFilesStandInTMPDIRAndGoWithTheirObject)
 {
-    const TemporaryDirectory directory;
-    const auto file = fileAt(directory.file("a", "12345"), "r+");
-    EXPECT_EQ(file->size(), 5);
-    file->open();
-    file->truncate(2);
-    EXPECT_EQ(file->size(), 2);
-    file->close();
-    EXPECT_EQ(file->size(), 2);
-}
-
-TEST(FileIO, TemporaryFilesGoWithTheirObject)
-{
-    const TemporaryDirectory directory;
+    const char* const variable = std::getenv("TMPDIR");
+    const std::string before = variable ? variable : "/tmp";
+    setenv("TMPDIR", m_directory.c_str(), 1);
     for (const bool closed : {false, true}) {
-        const auto file = temporaryFile(directory.path().c_str());
-        EXPECT_EQ(std::string(file->path()).find(directory.path("qmi")), 0u);
-        EXPECT_EQ(std::strlen(file->path()), directory.path("qmiXXXXXX").size());
-        EXPECT_EQ(file->pwrite(0, "abc", 3), 3u);
+        const Scoped<FileIO::Imp> file(FileIO::create());
+        file->init(nullptr);
+        EXPECT_EQ(std::string(file->path()).find(path("qmi")), 0u);
+        file->pwrite(0, "abc", 3);
         EXPECT_EQ(readAll(*file), "abc");
         if (closed)
             file->close();
-        EXPECT_EQ(TemporaryDirectory::contentOf(file->path()), "abc");
+        EXPECT_TRUE(FileIO::fileExists(file->path()));
     }
-    EXPECT_TRUE(directory.isEmpty());
+    setenv("TMPDIR", before.c_str(), 1);
+    EXPECT_TRUE(std::filesystem::is_empty(m_directory));
 }
 
-TEST(FileIO, TemporaryFilesStandInTMPDIRByDefault)
+TEST_F(FileIOTest, UnlinkRemovesRegularFilesAlone)
 {
-    const TemporaryDirectory directory;
-    const Environment environment("TMPDIR", directory.path().c_str());
-    const auto file = temporaryFile(nullptr);
-    EXPECT_EQ(std::string(file->path()).find(directory.path("qmi")), 0u);
-}
-
-TEST(FileIO, UnlinkRemovesRegularFilesAlone)
-{
-    const TemporaryDirectory directory;
-    const std::string target = directory.file("target", "abc");
-    const std::string link = directory.path("link"), pipe = directory.path("pipe");
+    const std::string target = present("target", "abc"), link = path("link"), pipe = path("pipe");
     std::filesystem::create_symlink(target, link);
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    for (const std::string& path : {target, link, pipe}) {
-        const auto file = fileAt(path, "r+");
+    for (const std::string& each : {link, pipe, target}) {
+        const auto file = fileAt(each, "r+");
         file->unlink();
-        EXPECT_TRUE(FileIO::fileExists(path.c_str()));
+        EXPECT_TRUE(FileIO::fileExists(each.c_str()));
     }
-    EXPECT_FALSE(FileIO::fileExists(target.c_str()));
     EXPECT_TRUE(std::filesystem::is_symlink(link));
     EXPECT_TRUE(std::filesystem::is_fifo(pipe));
+    EXPECT_FALSE(FileIO::fileExists(target.c_str()));
 }
 
-TEST(FileIO, NamesThePathInItsErrors)
+TEST_F(FileIOTest, NamesThePathInItsErrors)
 {
-    const TemporaryDirectory directory;
-    const std::string missing = directory.path("no/such"), path = directory.file("a", "abc");
-    const char* const missingPath = missing.c_str();
-    EXPECT_EQ(errorOf(ENOENT, [&] { fileAt(missing, "w")->open(); }), failure(ENOENT, missing));
-    EXPECT_EQ(errorOf(ENOENT, [&] { fileAt(missing, "r")->size(); }), failure(ENOENT, missing));
-    EXPECT_EQ(errorOf(ENOENT, [&] { FileIO::deleteFile(missingPath); }), failure(ENOENT, missing));
-    EXPECT_EQ(errorOf(ENOENT, [&] { temporaryFile(missingPath); }), failure(ENOENT, missing));
-    const auto file = fileAt(path, "r");
-    file->open();
-    EXPECT_EQ(errorOf(EINVAL, [&] { file->truncate(1); }), failure(EINVAL, path));
-    FileIO::deleteFile(path.c_str());
-    EXPECT_FALSE(FileIO::fileExists(path.c_str()));
+    const std::string missing = path("no/such");
+    const auto file = fileAt(missing, "w");
+    EXPECT_EQ(errorOf(ENOENT, [&] { file->open(); }), failure(ENOENT, missing));
+    EXPECT_EQ(errorOf(ENOENT, [&] { file->size(); }), failure(ENOENT, missing));
+    EXPECT_EQ(errorOf(EBADF, [&] { file->truncate(1); }), failure(EBADF, missing));
+    EXPECT_EQ(errorOf(ENOENT, [&] { FileIO::deleteFile(missing.c_str()); }), failure(ENOENT, missing));
+    EXPECT_EQ(errorOf(ENOENT, [&] { file->init(missing.c_str()); }), failure(ENOENT, missing));
 }
 
 // Offsets and lengths can come from a damaged file.
-TEST(FileIO, ReadsNothingWhereNoFileCanReach)
+TEST_F(FileIOTest, ReadsNothingWhereNoFileCanReach)
 {
-    const TemporaryDirectory directory;
-    const auto file = fileAt(directory.file("a", "abc"), "r");
+    const auto file = fileAt(present("a", "abc"), "r");
     file->open();
     char bytes[16];
     for (const std::int64_t offset : {std::int64_t{3}, INT64_MAX - 16, INT64_MAX - 15, INT64_MAX})

@@ -1,0 +1,111 @@
+#include "framework/PercentProgressDelegate.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <functional>
+#include <memory>
+#include <string>
+#include <unistd.h>
+
+namespace Quillmoran {
+namespace {
+
+constexpr int cancellingSignals[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT};
+
+std::string printed(const std::function<void(PercentProgressDelegate&)>& body)
+{
+    testing::internal::CaptureStdout();
+    PercentProgressDelegate delegate;
+    body(delegate);
+    return testing::internal::GetCapturedStdout();
+}
+
+TEST(PercentProgressDelegate, RedrawsOncePerHundredthOfAPercentAndForAnotherActivity)
+{
+    static const char first[] = "same text", second[] = "same text";
+    EXPECT_EQ(printed([](auto& delegate) {
+                  for (const double fraction : {0.0, 0.12344, 0.12349, 0.1235, 0.12351, 1.0, 1.0})
+                      delegate.reportProgress(fraction, first);
+                  delegate.reportProgress(1.0, second);
+              }),
+              "\r  0.00% (same text)\r 12.35% (same text)\r 12.36% (same text)"
+              "\r100.00% (same text)\r100.00% (same text)");
+}
+
+TEST(ProgressDelegate, CountsUpToItsTotal)
+{
+    EXPECT_EQ(printed([](auto& delegate) {
+                  delegate.updateCompleted(0, "nothing to do"); // 0 / 0
+                  delegate.setTotal(8);
+                  delegate.updateCompleted(1, "a");
+                  delegate.updateCompleted(3, "a");
+                  delegate.setTotal(4);
+                  delegate.updateCompleted(1, "a");
+                  delegate.warning("%s %d%%", std::string(5000, 'n').c_str(), 7);
+              }),
+              "\r  0.00% (nothing to do)\r 12.50% (a)\r 50.00% (a)\r 25.00% (a)" + std::string(5000, 'n') +
+                  " 7%\n");
+}
+
+// Signals come in child processes, since a cancelled process stays so. A body tells whether all went well.
+void expectInChild(const std::function<bool()>& body, const char* standardError)
+{
+    EXPECT_EXIT(_exit(body() ? 0 : 1), testing::ExitedWithCode(0), standardError);
+}
+
+#define NOTICE "\nInterrupt detected\\.  Shutting down application\\.\\.\\.\n"
+
+TEST(PercentProgressDelegateDeathTest, EverySignalCancelsAllDelegatesFromThenOnWithOneNotice)
+{
+    for (const int number : cancellingSignals)
+        expectInChild(
+            [number] {
+                auto first = std::make_unique<PercentProgressDelegate>();
+                first->setCancelled(true); // which stays its own affair
+                const bool before = PercentProgressDelegate().getCancelled();
+                raise(number);
+                first.reset();
+                return !before && PercentProgressDelegate().getCancelled();
+            },
+            "^" NOTICE "$");
+}
+
+TEST(PercentProgressDelegateDeathTest, GivesTheSignalsBackWithTheLastDelegate)
+{
+    const auto ignoresAll = [] {
+        for (const int number : cancellingSignals)
+            raise(number);
+        return !PercentProgressDelegate().getCancelled();
+    };
+    const auto body = [&] {
+        for (const int number : cancellingSignals)
+            std::signal(number, SIG_IGN);
+        auto first = std::make_unique<PercentProgressDelegate>(),
+             second = std::make_unique<PercentProgressDelegate>();
+        first.reset();
+        second.reset();
+        const bool given = ignoresAll();
+        first = std::make_unique<PercentProgressDelegate>();
+        second = std::make_unique<PercentProgressDelegate>();
+        first.reset();
+        return given && !ignoresAll();
+    };
+    expectInChild(body, "^" NOTICE NOTICE NOTICE NOTICE "$");
+}
+
+TEST(PercentProgressDelegateDeathTest, LeavesErrnoToTheInterruptedCode)
+{
+    const auto body = [] {
+        PercentProgressDelegate delegate;
+        close(STDERR_FILENO); // so that the notice fails
+        errno = ENOSPC;
+        raise(SIGINT);
+        return errno == ENOSPC;
+    };
+    expectInChild(body, "");
+}
+
+} // namespace
+} // namespace Quillmoran

@@ -1,0 +1,313 @@
+#include "model/PointData.h"
+#include "platform/Base.h"
+#include "support/Errors.h"
+#include "support/Layouts.h"
+#include "support/Random.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace Quillmoran {
+namespace {
+
+using Testing::channel;
+using Testing::layoutXYZ;
+using TestSupport::errorOf;
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+
+template <class T>
+constexpr DataType typeOf = static_cast<DataType>(sizeof(T) << 8 | (std::is_signed_v<T> ? 1 : 0) |
+                                                  (std::is_floating_point_v<T> ? 2 : 0));
+
+template <class T>
+struct Samples : ChannelData
+{
+    explicit Samples(const std::vector<T>& values)
+    {
+        init(channel("A", typeOf<T>), values.size());
+        std::copy(values.begin(), values.end(), static_cast<T*>(getData()));
+    }
+    std::vector<T> values() const
+    {
+        const auto* first = static_cast<const T*>(getData());
+        return {first, first + getNumSamples()};
+    }
+};
+
+template <class D, class S>
+std::vector<D> converted(const std::vector<S>& values)
+{
+    Samples<D> dst{std::vector<D>(values.size())};
+    ChannelData::convert(dst, 0, Samples<S>(values), 0, values.size());
+    return dst.values();
+}
+
+template <class D, class S>
+D scaled(S value, double offset = 0, double scale = 1)
+{
+    Samples<D> dst(std::vector<D>(1));
+    ChannelData::convert(dst, 0, Samples<S>({value}), 0, offset, scale, 1);
+    return dst.values()[0];
+}
+
+template <class Visit>
+void forIntegers(Visit visit)
+{
+    for (const DataType type : {UINT8, SINT8, UINT16, SINT16, UINT32, SINT32, UINT64, SINT64})
+        visitDataType(type, [&](auto zero) {
+            if constexpr (std::is_integral_v<decltype(zero)>)
+                visit(zero);
+        });
+}
+
+TEST(ChannelData, ChecksBothRangesFromTheOffsetOn)
+{
+    Samples<std::int32_t> dst({0, 1, 2, 3}), src({0, 4, 5});
+    const Samples<double> reals({0, 0});
+    dst.setOffset(1);
+    src.setOffset(1);
+    const struct
+    {
+        std::size_t dst, src, count;
+        const char* side;
+    } cases[] = {{1, 0, 3, "dst"}, {0, 0, 3, "src"},        {4, 0, 0, "dst"},        {0, 3, 0, "src"},
+                 {0, 1, 2, "src"}, {SIZE_MAX, 0, 2, "dst"}, {0, SIZE_MAX, 2, "src"}, {1, 0, SIZE_MAX, "dst"}};
+    for (const auto& [to, from, count, side] : cases) {
+        SCOPED_TRACE(std::to_string(to) + ' ' + std::to_string(from) + ' ' + std::to_string(count));
+        EXPECT_EQ(errorOf(40007, [&] { ChannelData::convert(dst, to, src, from, count); }),
+                  side + std::string(" too small"));
+        // The others say the same of both sides.
+        EXPECT_EQ(errorOf(40007, [&] { ChannelData::copy(dst, to, src, from, count); }), "dst too small");
+        EXPECT_EQ(errorOf(40007, [&] { ChannelData::convert(dst, to, reals, from, 0, 1, count); }),
+                  "dst too small");
+    }
+    ChannelData::copy(dst, 3, src, 2, 0);
+    ChannelData::copy(dst, 1, src, 0, 2);
+    ChannelData::copy(dst, 0, dst, 1, 2); // of itself
+    EXPECT_EQ(dst.values(), (std::vector<std::int32_t>{4, 5, 5}));
+}
+
+TEST(ChannelData, TellsTheFamiliesOfTypesApart)
+{
+    Samples<std::int32_t> whole({1});
+    const Samples<double> real({2});
+    Samples<float> single({3});
+    const Samples<std::uint32_t> sameSize({4});
+    EXPECT_EQ(errorOf(40007, [&] { ChannelData::convert(whole, 0, real, 0, 1); }),
+              "isFloat(dst) != isFloat(src)");
+    EXPECT_EQ(errorOf(40007, [&] { ChannelData::convert(single, 0, real, 0, 0.0, 1.0, 1); }),
+              "isFloat(dst) == isFloat(src)");
+    EXPECT_EQ(errorOf(40007, [&] { ChannelData::copy(whole, 0, sameSize, 0, 1); }),
+              "datatype are not the same");
+    ChannelData none;
+    none.init(channel("@Skip", INVALID), 1);
+    ChannelData::convert(whole, 0, none, 0, 1);
+    ChannelData::convert(none, 0, whole, 0, 1);
+    ChannelData::convert(none, 0, real, 0, 0.0, 1.0, 1);
+    EXPECT_EQ(whole.values()[0], 1);
+}
+
+// Sign- or zero-extend to 64 bits, then keep the low bytes.
+TEST(ChannelData, NarrowsIntegersByTheirLowBytesAndExtendsBySign)
+{
+    forIntegers([](auto s) {
+        using S = decltype(s);
+        std::vector<S> values{std::numeric_limits<S>::min(), std::numeric_limits<S>::max()};
+        for (const int value : {0, 1, -1, -2, 127, 128, 255, 300, 32767, 65535, -40000, 0x12345678})
+            values.push_back(static_cast<S>(value));
+        forIntegers([&](auto d) {
+            const auto results = converted<decltype(d)>(values);
+            for (std::size_t i = 0; i < values.size(); ++i) {
+                auto extended = static_cast<std::uint64_t>(values[i]);
+                if (values[i] < 0)
+                    extended |= ~static_cast<std::uint64_t>(std::numeric_limits<S>::max());
+                decltype(d) expected;
+                std::memcpy(&expected, &extended, sizeof expected); // little-endian
+                EXPECT_EQ(results[i], expected) << +values[i] << " of " << typeOf<S> << " to " << sizeof d;
+            }
+        });
+    });
+}
+
+TEST(ChannelData, RoundsDoublesToTheNearestSingle)
+{
+    const std::vector<double> values{1 + 0x1p-24, 1 + 0x1.8p-23, 0.1, -1e300, 1e-300, infinity};
+    EXPECT_EQ(converted<float>(values),
+              (std::vector<float>{1.0f, 1 + 0x1p-22f, 0.1f, -HUGE_VALF, 0.0f, HUGE_VALF}));
+    EXPECT_EQ(converted<double>(std::vector<float>{0.1f, 0x1p-149f}),
+              (std::vector<double>{0x1.99999ap-4, 0x1p-149}));
+}
+
+TEST(ChannelData, QuantizesHalvesUpwards)
+{
+    forIntegers([](auto d) {
+        using D = decltype(d);
+        EXPECT_EQ(scaled<D>(0.25, 0, 0.5), D{1});
+        EXPECT_EQ(scaled<D>(-0.25, 0, 0.5), D{0});
+        EXPECT_EQ(scaled<D>(102.124, 100, 0.25), D{8});
+        EXPECT_EQ(scaled<D>(102.125f, 100, 0.25), D{9});
+        EXPECT_EQ(scaled<D>(-0.75, 0, 0.5), static_cast<D>(-1));
+    });
+    // 0.1f is 0.100000001490116...; in single precision the quotient would be 100000000.
+    EXPECT_EQ(scaled<std::int32_t>(0.1f, 0, 1e-9), 100000001);
+}
+
+TEST(ChannelData, WrapsWhatQuantizesOutsideOfItsType)
+{
+    EXPECT_EQ(scaled<std::uint8_t>(300.0), 44);
+    EXPECT_EQ(scaled<std::int8_t>(200.0), -56);
+    EXPECT_EQ(scaled<std::uint16_t>(-1.0), 65535);
+    EXPECT_EQ(scaled<std::int16_t>(98304.0), -32768);
+    EXPECT_EQ(scaled<std::int32_t>(-0x1p31), INT32_MIN);
+    EXPECT_EQ(scaled<std::uint32_t>(-1.0), UINT32_MAX);
+    EXPECT_EQ(scaled<std::uint32_t>(0x1p32 + 5), 5u);
+    EXPECT_EQ(scaled<std::uint64_t>(-1.0), UINT64_MAX);
+    EXPECT_EQ(scaled<std::uint64_t>(0x1p63 - 1024), (std::uint64_t{1} << 63) - 1024);
+    EXPECT_EQ(scaled<std::uint64_t>(0x1p63), std::uint64_t{1} << 63);
+    EXPECT_EQ(scaled<std::uint64_t>(0x1p64 - 2048), UINT64_MAX - 2047);
+}
+
+// What the processor's conversion gives for a number that it cannot represent is its smallest integer.
+TEST(ChannelData, QuantizesWhatNoIntegerHoldsToTheInvalidInteger)
+{
+    for (const double value : {nan, infinity, -infinity, 1e30, -1e30}) {
+        EXPECT_EQ(scaled<std::uint8_t>(value), 0) << value;
+        EXPECT_EQ(scaled<std::int32_t>(value), INT32_MIN) << value;
+        EXPECT_EQ(scaled<std::uint32_t>(value), 0u) << value;
+        EXPECT_EQ(scaled<std::int64_t>(value), INT64_MIN) << value;
+        EXPECT_EQ(scaled<std::uint64_t>(value), std::uint64_t{1} << 63) << value;
+    }
+    EXPECT_EQ(scaled<std::uint8_t>(0x1p31 + 5), 0);
+    EXPECT_EQ(scaled<std::int64_t>(0x1p63), INT64_MIN);
+}
+
+TEST(ChannelData, DequantizesFromTheExactInteger)
+{
+    forIntegers([](auto s) {
+        using S = decltype(s);
+        EXPECT_EQ((scaled<double, S>(8, 100, 0.25)), 102.0);
+        EXPECT_EQ((scaled<float, S>(8, 100, 0.25)), 102.0f);
+        EXPECT_EQ((scaled<double, S>(std::numeric_limits<S>::max(), 0.5, 2)),
+                  std::ldexp(1.0, std::numeric_limits<S>::digits + 1) - (sizeof(S) < 8 ? 1.5 : 0));
+    });
+    EXPECT_EQ(scaled<double>(INT64_MIN), -0x1p63);
+}
+
+TEST(PointData, MovesAllChannelsAndCoordinatesByItsOffset)
+{
+    PointData block;
+    block.init(layoutXYZ({channel("A", UINT16)}), 4);
+    const double *x = block.getX(), *z = block.getZ();
+    block.setOffset(3);
+    EXPECT_EQ(block.getNumSamples(), 1u);
+    EXPECT_EQ(block.getX(), x + 3);
+    EXPECT_EQ(block.getZ(), z + 3);
+    EXPECT_EQ(block.getChannel("A")->getNumSamples(), 1u);
+    EXPECT_EQ(errorOf(40007, [&] { block.setOffset(4); }), "offset too large");
+    block.resize(7);
+    EXPECT_EQ(block.getNumSamples(), 7u);
+    EXPECT_EQ(block.getY(), block.getChannel("Y")->getData());
+    EXPECT_EQ(errorOf(40007, [&] { block.init(PointInfo(), 4); }), "must have x, y, and z channels");
+    EXPECT_EQ(block.getNumSamples() + block.getNumChannels(), 0u);
+}
+
+// Offers `batches` one after another, the points numbered from 0, in X and in the bytes of A.
+std::vector<std::size_t> merged(std::size_t capacity, const std::vector<std::size_t>& batches)
+{
+    const auto fill = [](PointData& block, std::size_t count, std::size_t first) {
+        block.init(layoutXYZ({channel("A", UINT8)}), count);
+        for (std::size_t i = 0; i < count; ++i) {
+            block.getX()[i] = static_cast<double>(first + i);
+            block.getY()[i] = block.getZ()[i] = 0;
+            static_cast<std::uint8_t*>(block.getChannel("A")->getData())[i] =
+                static_cast<std::uint8_t>(first + i);
+        }
+    };
+    PointData held, offered;
+    fill(held, capacity, 1000000);
+    std::size_t seen = 0;
+    for (const std::size_t count : batches) {
+        fill(offered, count, seen);
+        PointData::merge(held, seen, offered, count);
+        seen += count;
+    }
+    const std::vector<std::size_t> numbers(held.getX(), held.getX() + capacity);
+    for (std::size_t i = 0; i < capacity; ++i)
+        EXPECT_EQ(static_cast<std::uint8_t*>(held.getChannel("A")->getData())[i], numbers[i] & 0xFF);
+    return numbers;
+}
+
+// The same by the rule, on bare numbers and one point at a time while there is room.
+std::vector<std::size_t> mergedByRule(std::size_t capacity, const std::vector<std::size_t>& batches)
+{
+    std::vector<std::size_t> held;
+    std::size_t seen = 0;
+    for (std::size_t count : batches) {
+        for (; held.size() < capacity && count > 0; --count)
+            held.push_back(seen++);
+        if (count == 0)
+            continue;
+        const double before = static_cast<double>(seen), offered = static_cast<double>(count);
+        const double slots = static_cast<double>(capacity);
+        const double step = (before + offered) / slots, kept = offered / step;
+        double phase = std::floor(before / step + 0.5) * step - before;
+        if (phase < 0)
+            phase += step;
+        for (double d = slots / kept - 1, t = phase; t < offered && d < slots;
+             d += slots / kept, t += offered / kept)
+            held[static_cast<std::size_t>(d)] = seen + static_cast<std::size_t>(t);
+        seen += count;
+    }
+    for (std::size_t i = held.size(); i < capacity; ++i)
+        held.push_back(1000000 + i);
+    return held;
+}
+
+TEST(PointDataMerge, FillsThenOverwritesAtAnEvenStride)
+{
+    using Numbers = std::vector<std::size_t>;
+    EXPECT_EQ(merged(6, {4}), (Numbers{0, 1, 2, 3, 1000004, 1000005}));
+    EXPECT_EQ(merged(10, {10, 10}), (Numbers{0, 10, 2, 12, 4, 14, 6, 16, 8, 18}));
+    // A batch that both fills and overwrites; then one whose first point is not the one that is due.
+    EXPECT_EQ(merged(4, {2, 6}), (Numbers{0, 4, 2, 6}));
+    EXPECT_EQ(merged(4, {4, 4, 4}), (Numbers{0, 4, 9, 6}));
+    EXPECT_EQ(merged(0, {5, 7}), Numbers());
+}
+
+TEST(PointDataMerge, AgreesWithTheRuleForAnyBatches)
+{
+    Testing::Random random(11);
+    for (int round = 0; round < 300; ++round) {
+        const std::size_t capacity = 1 + random.below(40);
+        std::vector<std::size_t> batches(1 + random.below(12));
+        for (std::size_t& count : batches)
+            count = random.below(random.chance(0.2) ? 300 : 50);
+        ASSERT_EQ(merged(capacity, batches), mergedByRule(capacity, batches)) << "round " << round;
+    }
+}
+
+TEST(PointDataMerge, StopsAtTheFirstChannelOfAnotherType)
+{
+    PointData held, offered;
+    held.init(layoutXYZ({channel("A", UINT8)}), 2);
+    offered.init(layoutXYZ({channel("A", SINT8)}), 4);
+    std::fill_n(held.getX(), 2, 0.0);
+    std::fill_n(offered.getX(), 4, 1.0);
+    EXPECT_EQ(errorOf(40007, [&] { PointData::merge(held, 4, offered, 4); }), "datatype are not the same");
+    EXPECT_EQ(held.getX()[1], 1.0); // what came before is merged
+    held.init(layoutXYZ(), 2);
+    EXPECT_EQ(errorOf(40007, [&] { PointData::merge(held, 4, offered, 4); }),
+              "number of channels must the same");
+}
+
+} // namespace
+} // namespace Quillmoran
