@@ -16,7 +16,7 @@ Integer truncate(double value) noexcept
 {
     constexpr double low = static_cast<double>(std::numeric_limits<Integer>::min());
     const bool fits = value > low - 1.0 && value < -low;
-    return fits || value == low ? static_cast<Integer>(value) : std::numeric_limits<Integer>::min();
+    return fits ? static_cast<Integer>(value) : std::numeric_limits<Integer>::min();
 }
 
 template <class D>

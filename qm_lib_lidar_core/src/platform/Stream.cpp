@@ -122,8 +122,6 @@ std::size_t StreamReader::read(void* buffer, std::size_t count)
 {
     if (count == 0)
         return 0; // also for a null buffer
-    if (count == 0)
-        return 0; // the buffer may be null
     auto* out = static_cast<unsigned char*>(buffer);
     const auto buffered = static_cast<std::size_t>(m_limit - m_current);
     if (buffered > count) {

@@ -167,6 +167,7 @@ TEST(Metadata, EndsTextsAndArraysThatAFileLeftUnfinished)
     EXPECT_EQ(dumped(metadata),
               "   key (text):\n      'value'\n   a:\n      { 1.000000 }\n   b:\n      { }\n");
     EXPECT_EQ(metadata.getValueLength(0), 5u);
+    EXPECT_EQ(written(metadata).find("1234567"), std::string::npos);
     EXPECT_EQ(metadata.getValue(2), nullptr);
 }
 

@@ -98,9 +98,11 @@ TEST_F(FileIOTest, TemporaryFilesStandInTMPDIRAndGoWithTheirObject)
         EXPECT_EQ(std::string(file->path()).find(path("qmi")), 0u);
         file->pwrite(0, "abc", 3);
         EXPECT_EQ(readAll(*file), "abc");
-        if (closed)
-            file->close();
         EXPECT_TRUE(FileIO::fileExists(file->path()));
+        if (closed) {
+            file->close();
+            EXPECT_EQ(errorOf(EBADF, [&] { readAll(*file); }), failure(EBADF, file->path()));
+        }
     }
     setenv("TMPDIR", before.c_str(), 1);
     EXPECT_TRUE(std::filesystem::is_empty(m_directory));
