@@ -186,6 +186,9 @@ TEST(SimplePointWriter, TakesStepsAndCornerOfTheSourceByDefault)
     const double scale[] = {1, 2, 3}, offset[] = {4, 5, 6};
     writer->setQuantization(scale, nullptr);
     expectQuantization(*writer, {1, 2, 3}, {5, -7, 1});
+    const double partial[] = {1, 0, 3}; // as good as none
+    source->setQuantization(partial, offset);
+    expectQuantization(*NotingWriter::make(*source), {0.01, 0.001, 0.001}, {5, -7, 1});
     source->setQuantization(scale, offset);
     expectQuantization(*NotingWriter::make(*source), {1, 2, 3}, {4, 5, 6});
 }

@@ -77,14 +77,15 @@ TEST(ChannelData, ChecksBothRangesFromTheOffsetOn)
     src.setOffset(1);
     const struct
     {
-        std::size_t dst, src, count;
+        std::size_t to, from, count;
         const char* side;
     } cases[] = {{1, 0, 3, "dst"}, {0, 0, 3, "src"},        {4, 0, 0, "dst"},        {0, 3, 0, "src"},
                  {0, 1, 2, "src"}, {SIZE_MAX, 0, 2, "dst"}, {0, SIZE_MAX, 2, "src"}, {1, 0, SIZE_MAX, "dst"}};
-    for (const auto& [to, from, count, side] : cases) {
+    for (const auto& each : cases) {
+        const std::size_t to = each.to, from = each.from, count = each.count;
         SCOPED_TRACE(std::to_string(to) + ' ' + std::to_string(from) + ' ' + std::to_string(count));
         EXPECT_EQ(errorOf(40007, [&] { ChannelData::convert(dst, to, src, from, count); }),
-                  side + std::string(" too small"));
+                  each.side + std::string(" too small"));
         // The others say the same of both sides.
         EXPECT_EQ(errorOf(40007, [&] { ChannelData::copy(dst, to, src, from, count); }), "dst too small");
         EXPECT_EQ(errorOf(40007, [&] { ChannelData::convert(dst, to, reals, from, 0, 1, count); }),
