@@ -18,12 +18,12 @@ const VX7PointReader& openSurvey()
 {
     static const Scoped<VX7PointReader> survey = [] {
         const auto cloud = Testing::SampleCloud::make(numPoints, 1);
-        Testing::FileSpec spec = cloud.toFile();
-        spec.numLevels = 8;
-        for (Testing::ChannelSpec& channel : spec.channels)
+        Testing::FilePlan plan = cloud.toFile();
+        plan.numLevels = 8;
+        for (Testing::ChannelPlan& channel : plan.channels)
             channel.subblockSize = 4096;
-        cloud.addIndex(spec, 2, 1000);
-        const Scoped<Testing::ByteStore> store(Testing::ByteStore::create(buildFile(spec)));
+        cloud.addIndex(plan, 2, 1000);
+        const Scoped<Testing::ByteStore> store(Testing::ByteStore::create(buildFile(plan)));
         Scoped<VX7PointReader> reader(VX7PointReader::create());
         reader->init(store.get());
         return reader;

@@ -1,28 +1,18 @@
 #include "utils/CreatePointSource.h"
 
-#include "platform/Base.h"
+#include "support/Errors.h"
 #include "support/ExampleSurvey.h"
 #include "support/TemporaryDirectory.h"
 #include "text/TXTPointReader.h"
 
-#include <functional>
 #include <gtest/gtest.h>
 
 namespace Quillmoran {
 namespace {
 
+using Testing::errorOf;
 using Testing::TemporaryDirectory;
 using Testing::writeFile;
-
-std::string failure(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (const Error& error) {
-        return error.what();
-    }
-    return "no error";
-}
 
 TEST(SimpleFileOpener, ClassifiesNamesByTheirEnding)
 {
@@ -64,14 +54,14 @@ TEST(FilePointSourceManager, RefusesWhatItCannotOpen)
     const std::string loop = directory / "loop.list", text = directory / "a.txt";
     writeFile(loop, std::string("loop.list\n"));
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
-    EXPECT_EQ(failure([&] { manager->addFile("null"); }), "unsupported input file format 'null'");
-    EXPECT_EQ(failure([&] { manager->addFile(text.c_str()); }),
+    EXPECT_EQ(errorOf(-1, [&] { manager->addFile("null"); }), "unsupported input file format 'null'");
+    EXPECT_EQ(errorOf(-1, [&] { manager->addFile(text.c_str()); }),
               "TXT file requires a format parse string '-parse'");
-    EXPECT_EQ(failure([&] { manager->addFile(loop.c_str()); }),
+    EXPECT_EQ(errorOf(-1, [&] { manager->addFile(loop.c_str()); }),
               "list files are nested too deeply: '" + loop + "'");
-    EXPECT_EQ(failure([&] { manager->createPointSource(0); }), "");
+    EXPECT_EQ(errorOf(-1, [&] { manager->createPointSource(0); }), "");
     manager->addFile("a.index");
-    EXPECT_EQ(failure([&] { manager->createPointSource(0); }), "unsupported input file format 'a.index'");
+    EXPECT_EQ(errorOf(-1, [&] { manager->createPointSource(0); }), "unsupported input file format 'a.index'");
 }
 
 TEST(FilePointSourceManager, OpensEachSourceOnce)

@@ -213,9 +213,9 @@ TEST_F(Vxunpack, LeavesNoPartOfAnOutputThatFailed)
 {
     // Damage behind the first blocks: the writer has begun by then.
     const SampleCloud cloud = SampleCloud::make(60000, 1);
-    Testing::FileSpec spec = cloud.toFile();
-    spec.channels.resize(3);
-    Testing::Bytes bytes = buildFile(spec);
+    Testing::FilePlan plan = cloud.toFile();
+    plan.channels.resize(3);
+    Testing::Bytes bytes = buildFile(plan);
     const auto chunkAt = [&](std::size_t at) { return bytes[at + 3]; };
     std::size_t at = 28, last = 0; // the last band of Z: its headers end in zeros from here on
     while (chunkAt(at) != 5) {

@@ -17,6 +17,10 @@ class ByteStore final : public IO
 {
 public:
     static ByteStore* create(std::vector<std::uint8_t> bytes = {}) { return new ByteStore(std::move(bytes)); }
+    static Scoped<ByteStore> make(const std::string& text = {})
+    {
+        return Scoped<ByteStore>(create({text.begin(), text.end()}));
+    }
 
     void open() override { ++m_openCount; }
     void close() override { --m_openCount; }

@@ -1,4 +1,4 @@
-// Runs what must throw an Error and gives back its text, for comparing.
+// Runs what must throw an Error and gives back what it says, for comparing.
 #pragma once
 
 #include "platform/Base.h"
@@ -7,8 +7,21 @@
 
 #include <string>
 
-namespace Quillmoran::TestSupport {
+namespace Quillmoran::Testing {
 
+// The code and the text: "40007 bad index".
+template <class Body>
+std::string failureOf(Body body)
+{
+    try {
+        body();
+    } catch (const Error& error) {
+        return std::to_string(error.error()) + ' ' + error.what();
+    }
+    return "no error";
+}
+
+// The text alone, of an error with the given code.
 template <class Body>
 std::string errorOf(int code, Body body)
 {
@@ -21,4 +34,4 @@ std::string errorOf(int code, Body body)
     return "nothing thrown";
 }
 
-} // namespace Quillmoran::TestSupport
+} // namespace Quillmoran::Testing

@@ -67,19 +67,19 @@ Survey flySurvey()
 Bytes buildExampleSurvey()
 {
     const Survey survey = flySurvey();
-    FileSpec spec;
-    spec.numLevels = 6;
+    FilePlan plan;
+    plan.numLevels = 6;
     const char* const axes[3] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
     std::vector<double> coordinates[3];
     for (int axis = 0; axis < 3; ++axis) {
-        spec.channels.push_back(
+        plan.channels.push_back(
             quantizedChannel(axes[axis], survey.position[axis], offsets[axis], scale, 11));
         for (const std::int64_t step : survey.position[axis])
             coordinates[axis].push_back(static_cast<double>(step) * scale + offsets[axis]);
     }
     const auto add = [&](const char* name, DataType type, const std::vector<std::int64_t>& values,
                          TransformType transform) {
-        spec.channels.push_back(integerChannel(name, type, values, transform));
+        plan.channels.push_back(integerChannel(name, type, values, transform));
     };
     add(ChannelNames::intensity, UINT16, survey.intensity, 91);
     add(ChannelNames::returnNum, UINT8, survey.returnNum, 90);
@@ -89,35 +89,35 @@ Bytes buildExampleSurvey()
     add(ChannelNames::classId, UINT8, survey.classId, 90);
     add(ChannelNames::scanAngle, SINT8, survey.angle, 91);
     add(ChannelNames::sourceId, UINT16, survey.source, 11);
-    for (ChannelSpec& part : splitChannel(ChannelNames::gpsTime, FLOAT64, survey.gpsTime))
-        spec.channels.push_back(std::move(part));
+    for (ChannelPlan& part : splitChannel(ChannelNames::gpsTime, FLOAT64, survey.gpsTime))
+        plan.channels.push_back(std::move(part));
     add(ChannelNames::red, UINT16, survey.red, 91);
     add(ChannelNames::green, UINT16, survey.green, 91);
     add(ChannelNames::blue, UINT16, survey.blue, 91);
-    for (ChannelSpec& channel : spec.channels)
+    for (ChannelPlan& channel : plan.channels)
         channel.subblockSize = 256;
 
-    spec.pointsPerEntry = pointsPerEntry;
-    spec.indexScale = scale / 4;
-    spec.indexBoxes = makeIndexBoxes(coordinates[0], coordinates[1], coordinates[2], pointsPerEntry);
-    for (Bounds& box : spec.indexBoxes) {
+    plan.pointsPerEntry = pointsPerEntry;
+    plan.indexScale = scale / 4;
+    plan.indexBoxes = makeIndexBoxes(coordinates[0], coordinates[1], coordinates[2], pointsPerEntry);
+    for (Bounds& box : plan.indexBoxes) {
         for (Bounds::Range* range : {&box.x, &box.y, &box.z}) {
             range->min -= scale / 2; // stored boxes are rounded and must still cover their points
             range->max += scale / 2;
         }
     }
     const std::string count = std::to_string(survey.gpsTime.size());
-    spec.metadata.add("PreCompressionPointCount", nullptr, METADATA_STRING, count.c_str(), 0);
-    spec.wkt =
+    plan.metadata.add("PreCompressionPointCount", nullptr, METADATA_STRING, count.c_str(), 0);
+    plan.wkt =
         "PROJCS[\"WGS 84 / UTM zone 13N\",GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,"
         "298.257223563]],PRIMEM[\"Greenwich\",0],UNIT[\"degree\",0.0174532925199433]],"
         "PROJECTION[\"Transverse_Mercator\"],PARAMETER[\"latitude_of_origin\",0],"
         "PARAMETER[\"central_meridian\",-105],PARAMETER[\"scale_factor\",0.9996],"
         "PARAMETER[\"false_easting\",500000],PARAMETER[\"false_northing\",0],UNIT[\"metre\",1]]";
-    spec.classNames = {
+    plan.classNames = {
         std::string("Created"),        std::string("Unclassified"),      std::string("Ground"),
         std::string("Low vegetation"), std::string("Medium vegetation"), std::string("High vegetation")};
-    return buildFile(spec);
+    return buildFile(plan);
 }
 
 } // namespace Quillmoran::Testing

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-namespace Quillmoran::TestSupport {
+namespace Quillmoran::Testing {
 
 class MemoryPointSource final : public PointReader
 {
@@ -138,4 +138,4 @@ private:
     Metadata m_metadata;
 };
 
-} // namespace Quillmoran::TestSupport
+} // namespace Quillmoran::Testing

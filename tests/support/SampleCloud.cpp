@@ -34,29 +34,29 @@ SampleCloud SampleCloud::make(std::size_t count, std::uint64_t seed)
     return cloud;
 }
 
-FileSpec SampleCloud::toFile() const
+FilePlan SampleCloud::toFile() const
 {
-    FileSpec spec;
+    FilePlan plan;
     const char* const names[3] = {"X", "Y", "Z"};
     for (int axis = 0; axis < 3; ++axis)
-        spec.channels.push_back(quantizedChannel(names[axis], steps[axis], offsets[axis], scale));
-    spec.channels.push_back(integerChannel("Intensity", UINT16, intensity, 91));
-    spec.channels.push_back(integerChannel("ClassId", UINT8, classId, 10));
-    spec.channels.push_back(integerChannel("ScanAngle", SINT8, scanAngle, 90));
-    for (ChannelSpec& part : splitChannel("GPSTime", FLOAT64, gpsTime))
-        spec.channels.push_back(std::move(part));
-    spec.channels.push_back(deflatedChannel("Temperature", FLOAT32, temperature));
-    return spec;
+        plan.channels.push_back(quantizedChannel(names[axis], steps[axis], offsets[axis], scale));
+    plan.channels.push_back(integerChannel("Intensity", UINT16, intensity, 91));
+    plan.channels.push_back(integerChannel("ClassId", UINT8, classId, 10));
+    plan.channels.push_back(integerChannel("ScanAngle", SINT8, scanAngle, 90));
+    for (ChannelPlan& part : splitChannel("GPSTime", FLOAT64, gpsTime))
+        plan.channels.push_back(std::move(part));
+    plan.channels.push_back(deflatedChannel("Temperature", FLOAT32, temperature));
+    return plan;
 }
 
-void SampleCloud::addIndex(FileSpec& spec, std::uint8_t version, std::uint32_t pointsPerEntry) const
+void SampleCloud::addIndex(FilePlan& plan, std::uint8_t version, std::uint32_t pointsPerEntry) const
 {
-    spec.indexVersion = version;
-    spec.pointsPerEntry = pointsPerEntry;
-    spec.indexBoxes = makeIndexBoxes(coordinates[0], coordinates[1], coordinates[2], pointsPerEntry);
+    plan.indexVersion = version;
+    plan.pointsPerEntry = pointsPerEntry;
+    plan.indexBoxes = makeIndexBoxes(coordinates[0], coordinates[1], coordinates[2], pointsPerEntry);
     // Stored boxes are rounded to the index's quantum; they must still cover their points.
-    const double margin = version == 2 ? spec.indexScale : 0;
-    for (Bounds& box : spec.indexBoxes) {
+    const double margin = version == 2 ? plan.indexScale : 0;
+    for (Bounds& box : plan.indexBoxes) {
         for (Bounds::Range* range : {&box.x, &box.y, &box.z}) {
             range->min -= margin;
             range->max += margin;

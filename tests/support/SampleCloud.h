@@ -25,8 +25,8 @@ struct SampleCloud
 
     // A file of it: coordinates, intensity, class, angle, a split GPS time and a deflated temperature,
     // without an index.
-    FileSpec toFile() const;
-    void addIndex(FileSpec& spec, std::uint8_t version, std::uint32_t pointsPerEntry) const;
+    FilePlan toFile() const;
+    void addIndex(FilePlan& plan, std::uint8_t version, std::uint32_t pointsPerEntry) const;
 };
 
 } // namespace Quillmoran::Testing

@@ -18,18 +18,18 @@ namespace {
 
 constexpr double noScale = 0;
 
-bool hasFloatKernel(const ChannelSpec& channel)
+bool hasFloatKernel(const ChannelPlan& channel)
 {
     return TransformUtils::isFloatingPoint(channel.transform);
 }
 
-std::size_t countSamples(const ChannelSpec& channel)
+std::size_t countSamples(const ChannelPlan& channel)
 {
     return hasFloatKernel(channel) ? channel.reals.size() : channel.integers.size();
 }
 
 // The record as the reader will derive it.
-WaveletChannelInfo makeRecord(const ChannelSpec& channel)
+WaveletChannelInfo makeRecord(const ChannelPlan& channel)
 {
     std::uint64_t largest = 0;
     std::int64_t low = INT64_MAX, high = INT64_MIN;
@@ -58,7 +58,7 @@ WaveletChannelInfo makeRecord(const ChannelSpec& channel)
 class FileWriter
 {
 public:
-    explicit FileWriter(const FileSpec& spec) : m_spec(spec), m_io(ByteStore::create())
+    explicit FileWriter(const FilePlan& plan) : m_plan(plan), m_io(ByteStore::create())
     {
         m_out.init(m_io.get(), true, 4096);
     }
@@ -66,7 +66,7 @@ public:
     Bytes write()
     {
         m_out.put_str("vxil");
-        for (const std::uint8_t byte : {std::uint8_t{4}, std::uint8_t{0}, std::uint8_t{0}, m_spec.version})
+        for (const std::uint8_t byte : {std::uint8_t{4}, std::uint8_t{0}, std::uint8_t{0}, m_plan.version})
             m_out.put_be(byte);
         m_out.put_be(std::uint64_t{0});
         writeChunk(CHUNK_GROUP, [this] { writeGroup(); });
@@ -92,25 +92,25 @@ private:
     {
         writeChunk(CHUNK_WAVELET_HEADER, [this] { writeHeader(); });
         writeChunk(CHUNK_INDEX, [this] { writeIndex(); });
-        for (std::size_t c = 0; c < m_spec.channels.size(); ++c)
+        for (std::size_t c = 0; c < m_plan.channels.size(); ++c)
             writeBands(c);
-        writeChunk(CHUNK_METADATA, [this] { m_spec.metadata.write(m_out); });
+        writeChunk(CHUNK_METADATA, [this] { m_plan.metadata.write(m_out); });
         writeChunk(CHUNK_WKT, [this] {
             m_out.put_be(std::uint8_t{1});
-            writeName(m_spec.wkt);
+            writeName(m_plan.wkt);
         });
-        if (m_spec.version >= 2) {
+        if (m_plan.version >= 2) {
             writeChunk(CHUNK_CLASS_NAMES, [this] {
                 m_out.put_be(std::uint8_t{1});
-                m_out.put_be(static_cast<std::uint32_t>(m_spec.classNames.size()));
-                for (const auto& name : m_spec.classNames)
+                m_out.put_be(static_cast<std::uint32_t>(m_plan.classNames.size()));
+                for (const auto& name : m_plan.classNames)
                     writeName(name);
             });
         }
-        if (m_spec.extendedHeader) {
+        if (m_plan.extendedHeader) {
             writeChunk(CHUNK_EXTENDED_HEADER, [this] {
                 m_out.put_be(std::uint8_t{1});
-                for (const ChannelSpec& channel : m_spec.channels)
+                for (const ChannelPlan& channel : m_plan.channels)
                     makeRecord(channel).saveExtended(m_out, -1);
             });
         }
@@ -125,16 +125,16 @@ private:
 
     void writeHeader()
     {
-        m_out.put_be(m_spec.headerVersion);
+        m_out.put_be(m_plan.headerVersion);
         m_out.put_be(
-            static_cast<std::int64_t>(m_spec.channels.empty() ? 0 : countSamples(m_spec.channels[0])));
-        m_out.put_be(static_cast<std::uint16_t>(m_spec.numLevels - 1));
-        m_out.put_be(static_cast<std::uint16_t>(m_spec.channels.size()));
-        for (const ChannelSpec& channel : m_spec.channels)
+            static_cast<std::int64_t>(m_plan.channels.empty() ? 0 : countSamples(m_plan.channels[0])));
+        m_out.put_be(static_cast<std::uint16_t>(m_plan.numLevels - 1));
+        m_out.put_be(static_cast<std::uint16_t>(m_plan.channels.size()));
+        for (const ChannelPlan& channel : m_plan.channels)
             saveRecord(channel);
     }
 
-    void saveRecord(const ChannelSpec& channel)
+    void saveRecord(const ChannelPlan& channel)
     {
         WaveletChannelInfo record = makeRecord(channel);
         const std::size_t count = countSamples(channel);
@@ -152,25 +152,25 @@ private:
 
     void writeIndex()
     {
-        m_out.put_be(m_spec.indexVersion);
-        m_out.put_be(m_spec.pointsPerEntry);
-        if (m_spec.indexVersion == 1) {
-            m_out.put_be(static_cast<std::uint32_t>(m_spec.indexBoxes.size()));
-            for (const Bounds& box : m_spec.indexBoxes)
+        m_out.put_be(m_plan.indexVersion);
+        m_out.put_be(m_plan.pointsPerEntry);
+        if (m_plan.indexVersion == 1) {
+            m_out.put_be(static_cast<std::uint32_t>(m_plan.indexBoxes.size()));
+            for (const Bounds& box : m_plan.indexBoxes)
                 for (const double value : {box.x.min, box.x.max, box.y.min, box.y.max, box.z.min, box.z.max})
                     m_out.put_be(value);
             return;
         }
         const Scoped<MemoryRTree> tree(MemoryRTree::create());
-        for (std::size_t i = 0; i < m_spec.indexBoxes.size(); ++i)
-            tree->insert(m_spec.indexBoxes[i], static_cast<std::int64_t>(i));
-        const double scale[3] = {m_spec.indexScale, m_spec.indexScale, m_spec.indexScale};
+        for (std::size_t i = 0; i < m_plan.indexBoxes.size(); ++i)
+            tree->insert(m_plan.indexBoxes[i], static_cast<std::int64_t>(i));
+        const double scale[3] = {m_plan.indexScale, m_plan.indexScale, m_plan.indexScale};
         tree->save(m_out, scale);
     }
 
     void writeBands(std::size_t c)
     {
-        const ChannelSpec& channel = m_spec.channels[c];
+        const ChannelPlan& channel = m_plan.channels[c];
         const DataType kernel = makeRecord(channel).getKernelDataType();
         visitDataType(kernel, [&](auto zero) {
             using T = decltype(zero);
@@ -188,57 +188,57 @@ private:
     template <class T>
     void writeTypedBands(std::size_t c, std::vector<T> samples)
     {
-        const ChannelSpec& channel = m_spec.channels[c];
+        const ChannelPlan& channel = m_plan.channels[c];
         BandOptions options;
         options.transform = channel.transform;
         options.subblockSize = channel.subblockSize;
-        options.perPlaneLengths = m_spec.version < 4 && TransformUtils::isWavelet(channel.transform);
+        options.perPlaneLengths = m_plan.version < 4 && TransformUtils::isWavelet(channel.transform);
         options.rawPlanes = channel.rawPlanes;
         options.droppedPlanes = channel.droppedPlanes;
-        const auto bands = decompose(std::move(samples), Lifting::of(channel.transform), m_spec.numLevels);
+        const auto bands = decompose(std::move(samples), Lifting::of(channel.transform), m_plan.numLevels);
         for (std::size_t level = 0; level < bands.size(); ++level) {
-            const EncodedBand band = encodeBand(bands[level], options, m_spec.bandVersion == 1);
+            const EncodedBand band = encodeBand(bands[level], options, m_plan.bandVersion == 1);
             writeChunk(CHUNK_SUBBAND, [&] { writeBand(c, level, band); });
         }
     }
 
     void writeBand(std::size_t channel, std::size_t level, const EncodedBand& band)
     {
-        m_out.put_be(m_spec.bandVersion);
+        m_out.put_be(m_plan.bandVersion);
         m_out.put_be(static_cast<std::uint16_t>(channel));
         m_out.put_be(static_cast<std::uint16_t>(level));
-        if (m_spec.bandVersion == 1) {
+        if (m_plan.bandVersion == 1) {
             m_out.write(band.headers.data(), band.headers.size());
             return;
         }
-        const Bytes& a = m_spec.swapStretches ? band.headers : band.data;
-        const Bytes& b = m_spec.swapStretches ? band.data : band.headers;
+        const Bytes& a = m_plan.swapStretches ? band.headers : band.data;
+        const Bytes& b = m_plan.swapStretches ? band.data : band.headers;
         m_out.put_be(static_cast<std::int64_t>(a.size()));
         m_out.put_be(static_cast<std::int64_t>(b.size()));
         m_out.write(a.data(), a.size());
         m_out.write(b.data(), b.size());
     }
 
-    const FileSpec& m_spec;
+    const FilePlan& m_plan;
     Scoped<ByteStore> m_io;
     StreamWriter m_out;
 };
 
 } // namespace
 
-ChannelSpec quantizedChannel(const std::string& name, std::vector<std::int64_t> steps, double offset,
+ChannelPlan quantizedChannel(const std::string& name, std::vector<std::int64_t> steps, double offset,
                              double scale, TransformType transform)
 {
-    ChannelSpec channel = integerChannel(name, FLOAT64, std::move(steps), transform);
+    ChannelPlan channel = integerChannel(name, FLOAT64, std::move(steps), transform);
     channel.offset = offset;
     channel.scale = scale;
     return channel;
 }
 
-ChannelSpec integerChannel(const std::string& name, DataType type, std::vector<std::int64_t> values,
+ChannelPlan integerChannel(const std::string& name, DataType type, std::vector<std::int64_t> values,
                            TransformType transform)
 {
-    ChannelSpec channel;
+    ChannelPlan channel;
     channel.name = name;
     channel.type = type;
     channel.transform = transform;
@@ -246,10 +246,10 @@ ChannelSpec integerChannel(const std::string& name, DataType type, std::vector<s
     return channel;
 }
 
-ChannelSpec deflatedChannel(const std::string& name, DataType type, std::vector<double> values,
+ChannelPlan deflatedChannel(const std::string& name, DataType type, std::vector<double> values,
                             TransformType transform)
 {
-    ChannelSpec channel;
+    ChannelPlan channel;
     channel.name = name;
     channel.type = type;
     channel.transform = transform;
@@ -257,7 +257,7 @@ ChannelSpec deflatedChannel(const std::string& name, DataType type, std::vector<
     return channel;
 }
 
-std::vector<ChannelSpec> splitChannel(const std::string& name, DataType type,
+std::vector<ChannelPlan> splitChannel(const std::string& name, DataType type,
                                       const std::vector<double>& values, TransformType transform)
 {
     const bool narrow = type == FLOAT32;
@@ -278,12 +278,12 @@ std::vector<ChannelSpec> splitChannel(const std::string& name, DataType type,
     }
     const std::string prefix =
         narrow ? WaveletChannelInfo::fraction32Prefix : WaveletChannelInfo::fraction64Prefix;
-    std::vector<ChannelSpec> parts = {
+    std::vector<ChannelPlan> parts = {
         quantizedChannel(prefix + name, std::move(fraction), 0, noScale, transform),
         quantizedChannel(WaveletChannelInfo::exponentPrefix + name, std::move(exponent), 0, noScale,
                          transform),
         quantizedChannel(WaveletChannelInfo::signPrefix + name, std::move(sign), 0, noScale, transform)};
-    for (ChannelSpec& part : parts)
+    for (ChannelPlan& part : parts)
         part.type = type;
     return parts;
 }
@@ -302,9 +302,9 @@ std::vector<Bounds> makeIndexBoxes(const std::vector<double>& x, const std::vect
     return boxes;
 }
 
-Bytes buildFile(const FileSpec& spec)
+Bytes buildFile(const FilePlan& plan)
 {
-    return FileWriter(spec).write();
+    return FileWriter(plan).write();
 }
 
 } // namespace Quillmoran::Testing

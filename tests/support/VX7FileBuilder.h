@@ -16,7 +16,7 @@
 
 namespace Quillmoran::Testing {
 
-struct ChannelSpec
+struct ChannelPlan
 {
     std::string name;
     DataType type = INVALID;
@@ -30,14 +30,14 @@ struct ChannelSpec
     int droppedPlanes = 0;
 };
 
-struct FileSpec
+struct FilePlan
 {
     std::uint8_t version = 4;       // last byte of the file version
     std::uint8_t headerVersion = 2; // of the wavelet header chunk
     std::uint8_t bandVersion = 3;   // of the subband chunks
     bool swapStretches = false;
     std::uint32_t numLevels = 4;
-    std::vector<ChannelSpec> channels;
+    std::vector<ChannelPlan> channels;
 
     std::uint8_t indexVersion = 2;
     std::uint32_t pointsPerEntry = 64;
@@ -51,14 +51,14 @@ struct FileSpec
 };
 
 // A quantized coordinate, or another floating-point channel stored as integers.
-ChannelSpec quantizedChannel(const std::string& name, std::vector<std::int64_t> steps, double offset,
+ChannelPlan quantizedChannel(const std::string& name, std::vector<std::int64_t> steps, double offset,
                              double scale, TransformType transform = 1);
-ChannelSpec integerChannel(const std::string& name, DataType type, std::vector<std::int64_t> values,
+ChannelPlan integerChannel(const std::string& name, DataType type, std::vector<std::int64_t> values,
                            TransformType transform = 1);
-ChannelSpec deflatedChannel(const std::string& name, DataType type, std::vector<double> values,
+ChannelPlan deflatedChannel(const std::string& name, DataType type, std::vector<double> values,
                             TransformType transform = 70);
 // The fraction, exponent and sign of a FLOAT64 or FLOAT32 channel.
-std::vector<ChannelSpec> splitChannel(const std::string& name, DataType type,
+std::vector<ChannelPlan> splitChannel(const std::string& name, DataType type,
                                       const std::vector<double>& values, TransformType transform = 10);
 
 // Index boxes of every `pointsPerEntry` points of three coordinates.
@@ -66,6 +66,6 @@ std::vector<Bounds> makeIndexBoxes(const std::vector<double>& x, const std::vect
                                    const std::vector<double>& z, std::uint32_t pointsPerEntry);
 
 // The bytes of the file. All channels must have the same number of samples.
-Bytes buildFile(const FileSpec& spec);
+Bytes buildFile(const FilePlan& plan);
 
 } // namespace Quillmoran::Testing

@@ -1,7 +1,5 @@
 #include "decode/ACInteger.h"
 
-#include "platform/Stream.h"
-
 #include <algorithm>
 
 namespace Quillmoran {
@@ -31,18 +29,6 @@ void ACInteger<T>::init()
 {
     // One and a half times the raw size.
     SubblockReader::init(std::uint64_t{getSubblockSize()} * sizeof(T) * 3 / 2);
-}
-
-template <class T>
-std::size_t ACInteger<T>::readSubblockHeader(StreamReader& headers)
-{
-    std::uint32_t header = 0;
-    if (!headers.get_be(header))
-        QM_THROW(40207, "bad read -- subblock header");
-    if (header < firstPayloadHeader)
-        return std::size_t{header} + 1;
-    setPayloadLength(header - firstPayloadHeader);
-    return 0;
 }
 
 // A magnitude of k bits: the leading one, then up to seven bits as one symbol, then raw bits.

@@ -1,6 +1,7 @@
 #include "decode/GZFloatingPoint.h"
 
-#include "platform/Stream.h"
+#include "platform/Base.h"
+#include "platform/ByteOrder.h"
 
 #include <limits>
 #include <zlib.h>
@@ -48,18 +49,6 @@ void GZFloatingPoint<T>::init()
 {
     m_inflater = std::make_unique<Inflater>();
     SubblockReader::init(deflateBound(nullptr, static_cast<uLong>(getSubblockSize() * sizeof(T))));
-}
-
-template <class T>
-std::size_t GZFloatingPoint<T>::readSubblockHeader(StreamReader& headers)
-{
-    std::uint32_t header = 0;
-    if (!headers.get_be(header))
-        QM_THROW(40207, "bad read -- subblock header");
-    if (header < firstPayloadHeader)
-        return std::size_t{header} + 1;
-    setPayloadLength(header - firstPayloadHeader);
-    return 0;
 }
 
 template <class T>

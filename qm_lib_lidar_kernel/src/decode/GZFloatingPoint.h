@@ -17,7 +17,6 @@ public:
     void init() override;
 
 protected:
-    std::size_t readSubblockHeader(StreamReader& headers) override;
     void decode(std::size_t index, void* out, std::size_t count) override;
 
 private:

@@ -70,6 +70,17 @@ std::size_t SubblockReader::readHeader(StreamReader& headers)
     return zeros;
 }
 
+std::size_t SubblockReader::readSubblockHeader(StreamReader& headers)
+{
+    std::uint32_t header = 0;
+    if (!headers.get_be(header))
+        QM_THROW(subblockError, "bad read -- subblock header");
+    if (header < firstPayloadHeader)
+        return std::size_t{header} + 1;
+    setPayloadLength(header - firstPayloadHeader);
+    return 0;
+}
+
 void SubblockReader::readPayload(StreamReader& data)
 {
     // Compared with the bytes that are there before the buffer grows.

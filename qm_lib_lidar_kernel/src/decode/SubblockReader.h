@@ -64,7 +64,9 @@ protected:
     // grows with the payloads that really come.
     void init(std::uint64_t payloadCapacity) { m_payloadCapacity = payloadCapacity; }
 
-    virtual std::size_t readSubblockHeader(StreamReader& headers) = 0;
+    // This form suits coders that announce nothing but a length: 32 bits, the zeros or 2048 more than the
+    // length.
+    virtual std::size_t readSubblockHeader(StreamReader& headers);
     // Decodes the payload into `count` samples, at most a full subblock.
     virtual void decode(std::size_t index, void* out, std::size_t count) = 0;
 

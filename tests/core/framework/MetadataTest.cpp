@@ -17,7 +17,7 @@ namespace Quillmoran {
 namespace {
 
 using Testing::ByteStore;
-using TestSupport::errorOf;
+using Testing::errorOf;
 using namespace std::string_literals;
 
 std::string dumped(const Metadata& metadata)

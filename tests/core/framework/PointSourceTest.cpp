@@ -15,9 +15,9 @@
 namespace Quillmoran {
 namespace {
 
+using Testing::errorOf;
 using Testing::layoutXYZ;
-using TestSupport::errorOf;
-using TestSupport::MemoryPointSource;
+using Testing::MemoryPointSource;
 using Numbers = std::vector<double>;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();

@@ -14,9 +14,9 @@ namespace Quillmoran {
 namespace {
 
 using Testing::channel;
+using Testing::errorOf;
 using Testing::layoutXYZ;
-using TestSupport::errorOf;
-using TestSupport::MemoryPointSource;
+using Testing::MemoryPointSource;
 using Numbers = std::vector<double>;
 using Strings = std::vector<std::string>;
 

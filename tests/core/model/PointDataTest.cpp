@@ -18,8 +18,8 @@ namespace Quillmoran {
 namespace {
 
 using Testing::channel;
+using Testing::errorOf;
 using Testing::layoutXYZ;
-using TestSupport::errorOf;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();

@@ -17,7 +17,7 @@ extern "C" const char* __asan_default_options()
 namespace Quillmoran {
 namespace {
 
-using TestSupport::errorOf;
+using Testing::errorOf;
 
 TEST(Error, AppendsTextAndCutsItAt1023Bytes)
 {

@@ -15,7 +15,7 @@
 namespace Quillmoran {
 namespace {
 
-using TestSupport::errorOf;
+using Testing::errorOf;
 
 class FileIOTest : public testing::Test
 {

@@ -17,8 +17,8 @@ namespace Quillmoran {
 namespace {
 
 using Testing::ByteStore;
+using Testing::errorOf;
 using Testing::Random;
-using TestSupport::errorOf;
 using Bytes = std::vector<std::uint8_t>;
 
 Bytes pattern(std::size_t count, std::size_t first = 0)

@@ -44,8 +44,7 @@ TEST(Version, NeedsSixteenBytesAndClosesTheStoreEitherWay)
     for (const std::size_t length : {0u, 10u, 15u, 16u}) {
         const Scoped<Testing::ByteStore> store(Testing::ByteStore::create(preamble(4, 0, length)));
         const auto probe = [&] { Version::getVexilFileVersion(store.get(), generation, raster); };
-        EXPECT_EQ(TestSupport::errorOf(40003, probe),
-                  length < 16 ? "bad read -- file header" : "nothing thrown");
+        EXPECT_EQ(Testing::errorOf(40003, probe), length < 16 ? "bad read -- file header" : "nothing thrown");
         EXPECT_EQ(store->openCount(), 0);
     }
 }

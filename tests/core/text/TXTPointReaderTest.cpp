@@ -1,8 +1,8 @@
 #include "text/TXTPointReader.h"
 
 #include "framework/ProgressDelegate.h"
+#include "support/ByteStore.h"
 #include "support/Errors.h"
-#include "support/MemoryIO.h"
 
 #include <gtest/gtest.h>
 
@@ -16,15 +16,15 @@
 namespace Quillmoran {
 namespace {
 
-using TestSupport::errorOf;
-using TestSupport::MemoryIO;
+using Testing::ByteStore;
+using Testing::errorOf;
 using Rows = std::vector<std::vector<double>>;
 
 Scoped<TXTPointReader> readerOf(const std::string& text, const char* format, std::size_t skipLines = 0,
                                 bool scanNow = false)
 {
     Scoped<TXTPointReader> reader(TXTPointReader::create());
-    reader->init(MemoryIO::make(text).get(), format, skipLines, scanNow);
+    reader->init(ByteStore::make(text).get(), format, skipLines, scanNow);
     return reader;
 }
 
@@ -218,14 +218,14 @@ TEST(TXTPointReader, ReadsEveryTypeOfALayout)
         layout.append(channel);
     }
     const Scoped<TXTPointReader> reader(TXTPointReader::create());
-    reader->init(MemoryIO::make("1 2 3 -1 -1 -1 -1 -1 -1 -1 -1 0.1\n").get(), layout, 0, true);
+    reader->init(ByteStore::make("1 2 3 -1 -1 -1 -1 -1 -1 -1 -1 0.1\n").get(), layout, 0, true);
     EXPECT_EQ(read(*reader, layout), (Rows{{1, 2, 3, 255, -1, 65535, -1, 4294967295, -1,
                                             18446744073709551615.0, -1, static_cast<double>(0.1f)}}));
 
     ChannelInfo blank;
     blank.init("Blank", INVALID, 0, 0);
     layout.append(blank);
-    reader->init(MemoryIO::make().get(), layout, 0, false);
+    reader->init(ByteStore::make().get(), layout, 0, false);
     EXPECT_EQ(errorOf(40011, [&] { read(*reader, layout); }), "");
 }
 
@@ -249,12 +249,13 @@ TEST(TXTPointReader, ScansForCountAndBounds)
 TEST(TXTPointReader, StaysAsItWasWhenInitFails)
 {
     const auto reader = readerOf("1 2 3\n", "xyz", 0, true);
-    EXPECT_EQ(errorOf(40005, [&] { reader->init(MemoryIO::make("1 2").get(), "xyz", 0, true); }).substr(0, 6),
-              "line 1");
-    EXPECT_EQ(errorOf(40007, [&] { reader->init(MemoryIO::make().get(), "xy", 0, true); }),
+    EXPECT_EQ(
+        errorOf(40005, [&] { reader->init(ByteStore::make("1 2").get(), "xyz", 0, true); }).substr(0, 6),
+        "line 1");
+    EXPECT_EQ(errorOf(40007, [&] { reader->init(ByteStore::make().get(), "xy", 0, true); }),
               "must have x, y, and z channels");
     EXPECT_EQ(errorOf(40007, [&] { reader->init(static_cast<IO*>(nullptr), "xyz", 0, true); }), "io is NULL");
-    EXPECT_EQ(errorOf(40007, [&] { reader->init(MemoryIO::make().get(), "", 0, true); }),
+    EXPECT_EQ(errorOf(40007, [&] { reader->init(ByteStore::make().get(), "", 0, true); }),
               "format string not given");
     EXPECT_EQ(errorOf(ENOENT, [&] { reader->init("no/such/file.txt", "xyz", 0, false); }),
               "No such file or directory path = no/such/file.txt");

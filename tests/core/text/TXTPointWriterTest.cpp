@@ -2,8 +2,8 @@
 
 #include "framework/ProgressDelegate.h"
 #include "platform/FileIO.h"
+#include "support/ByteStore.h"
 #include "support/Errors.h"
-#include "support/MemoryIO.h"
 #include "support/MemoryPointSource.h"
 
 #include <gtest/gtest.h>
@@ -18,9 +18,9 @@
 namespace Quillmoran {
 namespace {
 
-using TestSupport::errorOf;
-using TestSupport::MemoryIO;
-using TestSupport::MemoryPointSource;
+using Testing::ByteStore;
+using Testing::errorOf;
+using Testing::MemoryPointSource;
 
 ChannelInfo channel(const char* name, DataType type, double quantization = 0)
 {
@@ -57,12 +57,12 @@ Scoped<TXTPointWriter> writerTo(IO* io, PointSource& source, const char* format)
 std::string write(PointSource& source, const char* format, const PointInfo& layout,
                   const Bounds& bounds = Bounds::Huge(), std::size_t blockSize = 4096)
 {
-    const Scoped<MemoryIO> io = MemoryIO::make();
+    const Scoped<ByteStore> io = ByteStore::make();
     const Scoped<TXTPointWriter> writer = writerTo(io.get(), source, format);
     writer->setChunckSize(blockSize);
     writer->write(bounds, 1.0, layout, nullptr);
-    EXPECT_EQ(io->openCount, 0);
-    return io->content;
+    EXPECT_EQ(io->openCount(), 0);
+    return io->text();
 }
 
 // What one sample of a channel with this quantization looks like.
@@ -207,9 +207,9 @@ TEST(TXTPointWriter, WritesTheSameTextForEveryBlockSizeAndInFewWrites)
         EXPECT_EQ(write(*source, "xyzx", xyz, Bounds::Huge(), blockSize), expected)
             << "blockSize=" << blockSize;
 
-    const Scoped<MemoryIO> io = MemoryIO::make();
+    const Scoped<ByteStore> io = ByteStore::make();
     writerTo(io.get(), *source, "xyzx")->write(Bounds::Huge(), 1.0, xyz, nullptr);
-    EXPECT_LT(io->numWrites, static_cast<int>(expected.size() / 65536));
+    EXPECT_LT(io->writes(), static_cast<int>(expected.size() / 65536));
 }
 
 TEST(TXTPointWriter, HoldsLinesLongerThanItsBuffer)
@@ -231,7 +231,7 @@ TEST(TXTPointWriter, KeepsAHeaderOnlyFileWhenTheBoxMissesThePoints)
 TEST(TXTPointWriter, ReportsEachBlock)
 {
     const auto source = threePoints();
-    const Scoped<MemoryIO> io = MemoryIO::make();
+    const Scoped<ByteStore> io = ByteStore::make();
     const auto writer = writerTo(io.get(), *source, "x");
     writer->setChunckSize(2);
     Recorder delegate;
@@ -243,16 +243,16 @@ TEST(TXTPointWriter, ReportsEachBlock)
 TEST(TXTPointWriter, RemovesItsOutputWhenCancelled)
 {
     const auto source = threePoints();
-    const Scoped<MemoryIO> io = MemoryIO::make();
+    const Scoped<ByteStore> io = ByteStore::make();
     const auto writer = writerTo(io.get(), *source, "x");
     writer->setChunckSize(1);
     Recorder delegate;
     delegate.cancelAfter = 1;
     EXPECT_EQ(errorOf(40006, [&] { writer->write(Bounds::Huge(), 1.0, xyz, &delegate); }),
               "TXT Write operation cancelled.");
-    EXPECT_TRUE(io->unlinked);
-    EXPECT_EQ(io->openCount, 0);
-    EXPECT_EQ(io->content, "") << "what was buffered is dropped";
+    EXPECT_TRUE(io->unlinked());
+    EXPECT_EQ(io->openCount(), 0);
+    EXPECT_EQ(io->text(), "") << "what was buffered is dropped";
 }
 
 TEST(TXTPointWriter, RemovesItsOutputWhenTheStoreIsFull)
@@ -261,13 +261,13 @@ TEST(TXTPointWriter, RemovesItsOutputWhenTheStoreIsFull)
     const auto source = MemoryPointSource::make(xyz, {values, values, values});
     // In the header's block, in a direct write and in the last flush.
     for (const std::size_t capacity : {0u, 10000u, 1799990u}) {
-        const Scoped<MemoryIO> io = MemoryIO::make();
-        io->capacity = capacity;
+        const Scoped<ByteStore> io = ByteStore::make();
+        io->setCapacity(capacity);
         const auto writer = writerTo(io.get(), *source, "xyz");
         EXPECT_EQ(errorOf(40002, [&] { writer->write(Bounds::Huge(), 1.0, xyz, nullptr); }), "write error")
             << "capacity=" << capacity;
-        EXPECT_TRUE(io->unlinked);
-        EXPECT_EQ(io->openCount, 0);
+        EXPECT_TRUE(io->unlinked());
+        EXPECT_EQ(io->openCount(), 0);
     }
 }
 

@@ -15,7 +15,7 @@ namespace {
 
 using Testing::Bytes;
 using Testing::ByteStore;
-using Testing::FileSpec;
+using Testing::FilePlan;
 using Testing::SampleCloud;
 
 // Opens the file and decodes everything, as the program does.
@@ -55,16 +55,16 @@ public:
     explicit SmallFile(std::uint8_t indexVersion = 2, std::uint8_t bandVersion = 3)
     {
         cloud = SampleCloud::make(100, 5);
-        FileSpec spec = cloud.toFile();
-        spec.numLevels = 2;
-        spec.bandVersion = bandVersion;
-        spec.wkt = "LOCAL_CS";
-        spec.classNames = {std::string("a"), std::nullopt, std::string("Ground")};
-        spec.extendedHeader = true;
+        FilePlan plan = cloud.toFile();
+        plan.numLevels = 2;
+        plan.bandVersion = bandVersion;
+        plan.wkt = "LOCAL_CS";
+        plan.classNames = {std::string("a"), std::nullopt, std::string("Ground")};
+        plan.extendedHeader = true;
         const double value = 100;
-        spec.metadata.add("PreCompressionPointCount", "count", METADATA_FLOAT64_ARRAY, &value, 1);
-        cloud.addIndex(spec, indexVersion, 10);
-        bytes = buildFile(spec);
+        plan.metadata.add("PreCompressionPointCount", "count", METADATA_FLOAT64_ARRAY, &value, 1);
+        cloud.addIndex(plan, indexVersion, 10);
+        bytes = buildFile(plan);
         std::size_t at = 28;
         while (at < bytes.size()) {
             const auto id = static_cast<unsigned>(get(bytes, at, 4));
@@ -255,10 +255,10 @@ TEST(DamagedFile, SurvivesEveryWrongByte)
 TEST(DamagedFile, DecodesMoreLevelsThanThePointsHave)
 {
     SampleCloud cloud = SampleCloud::make(9, 3);
-    FileSpec spec = cloud.toFile();
-    spec.channels.resize(3);
-    spec.numLevels = 3000;
-    EXPECT_EQ(outcome(buildFile(spec)), "9 points");
+    FilePlan plan = cloud.toFile();
+    plan.channels.resize(3);
+    plan.numLevels = 3000;
+    EXPECT_EQ(outcome(buildFile(plan)), "9 points");
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "platform/Base.h"
 #include "support/ForwardWavelet.h"
+#include "support/Kernels.h"
 #include "support/Random.h"
 
 #include <cstring>
@@ -11,15 +12,9 @@
 namespace Quillmoran {
 namespace {
 
+using Testing::kernelOf;
 using Testing::Lifting;
 using Testing::Random;
-
-template <class T>
-constexpr DataType typeOf = sizeof(T) == 2              ? SINT16
-                            : std::is_same_v<T, float>  ? FLOAT32
-                            : std::is_same_v<T, double> ? FLOAT64
-                            : sizeof(T) == 4            ? SINT32
-                                                        : SINT64;
 
 template <class T>
 T randomSample(Random& random, bool extreme)
@@ -46,7 +41,7 @@ void expectSameAsPlain(TransformType transform, std::size_t count, bool extreme)
     const std::vector<T> expected = Testing::inverseLevel(low, high, Lifting::of(transform));
 
     LiftingStep predict = nullptr, update = nullptr;
-    TransformUtils::getInverseWavelet(typeOf<T>, transform, predict, update);
+    TransformUtils::getInverseWavelet(kernelOf<T>, transform, predict, update);
     std::vector<T> l(count + 2 * pad), h(count + 2 * pad);
     const auto extend = [&](std::vector<T>& cells, const std::vector<T>& band) {
         for (std::size_t i = 0; i < cells.size(); ++i)

@@ -4,6 +4,7 @@
 #include "platform/Base.h"
 #include "support/ByteStore.h"
 #include "support/ForwardWavelet.h"
+#include "support/Kernels.h"
 #include "support/Random.h"
 #include "support/SubblockEncoder.h"
 
@@ -17,15 +18,9 @@ using Testing::BandOptions;
 using Testing::Bytes;
 using Testing::ByteStore;
 using Testing::EncodedBand;
+using Testing::kernelOf;
 using Testing::Lifting;
 using Testing::Random;
-
-template <class T>
-constexpr DataType typeOf = sizeof(T) == 2              ? SINT16
-                            : std::is_same_v<T, float>  ? FLOAT32
-                            : std::is_same_v<T, double> ? FLOAT64
-                            : sizeof(T) == 4            ? SINT32
-                                                        : SINT64;
 
 // A channel's bands in a store, and the chain over them.
 template <class T>
@@ -55,7 +50,7 @@ public:
             all.insert(all.end(), encoded.data.begin(), encoded.data.end());
         }
         m_store = Scoped<ByteStore>(ByteStore::create(std::move(all)));
-        m_reader = SubblockReader::create(typeOf<T>, transform, "T", subblockSize, false);
+        m_reader = SubblockReader::create(kernelOf<T>, transform, "T", subblockSize, false);
         m_reader->init();
         for (std::size_t i = 0; i < m_bands.size(); ++i) {
             const auto position = [](std::size_t value) { return static_cast<std::int64_t>(value); };

@@ -2,12 +2,12 @@
 
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
+#include "support/Errors.h"
 #include "support/Random.h"
 #include "support/SubblockEncoder.h"
 
 #include <cmath>
 #include <cstring>
-#include <functional>
 #include <gtest/gtest.h>
 #include <limits>
 
@@ -18,6 +18,7 @@ using Testing::BandOptions;
 using Testing::Bytes;
 using Testing::ByteStore;
 using Testing::EncodedBand;
+using Testing::failureOf;
 using Testing::putBigEndian;
 using Testing::Random;
 
@@ -158,24 +159,13 @@ TEST(GZFloatingPoint, GivesBackEveryBitPattern)
     expectFloatRoundTrip<double>(FLOAT64);
 }
 
-// Runs `load` and returns the code and text of its error.
-std::string failure(const std::function<void()>& load)
-{
-    try {
-        load();
-    } catch (const Error& error) {
-        return std::to_string(error.error()) + " " + error.what();
-    }
-    return "no error";
-}
-
 std::string loadFailure(DataType type, TransformType transform, const Bytes& headers, const Bytes& data,
                         bool planeLengths = false, std::size_t count = 4)
 {
     BandStreams streams(EncodedBand{headers, data});
     const auto reader = makeReader(type, transform, count, planeLengths);
     std::vector<double> out(count);
-    return failure([&] { reader->loadSubblock(0, streams.headers, streams.data, out.data(), count, 0); });
+    return failureOf([&] { reader->loadSubblock(0, streams.headers, streams.data, out.data(), count, 0); });
 }
 
 template <class Header>
@@ -252,7 +242,7 @@ TEST(SubblockReader, ReportsBrokenDeflateStreams)
 TEST(SubblockReader, ChoosesByTransformAndType)
 {
     const auto create = [](DataType type, TransformType transform) {
-        return failure([&] { SubblockReader::create(type, transform, "T", 64, false); });
+        return failureOf([&] { SubblockReader::create(type, transform, "T", 64, false); });
     };
     EXPECT_EQ(create(UINT16, 70), "40007 unkown datatype");
     EXPECT_EQ(create(UINT16, 1), "40007 unkown datatype");

@@ -1,8 +1,8 @@
 #include "decode/VX7PointReader.h"
 
 #include "framework/ProgressDelegate.h"
-#include "platform/Base.h"
 #include "support/ByteStore.h"
+#include "support/Errors.h"
 #include "support/ForwardWavelet.h"
 #include "support/Random.h"
 #include "support/SampleCloud.h"
@@ -18,7 +18,8 @@ namespace {
 
 using Testing::Bytes;
 using Testing::ByteStore;
-using Testing::FileSpec;
+using Testing::failureOf;
+using Testing::FilePlan;
 using Testing::Random;
 using Testing::SampleCloud;
 
@@ -100,24 +101,24 @@ TEST(VX7PointReader, GivesBackEveryPointOfEveryKindOfFile)
     for (std::uint64_t seed = 0; seed < 150; ++seed) {
         Random random(seed);
         const SampleCloud cloud = SampleCloud::make(seed < 20 ? seed : random.below(4000), seed);
-        FileSpec spec = cloud.toFile();
-        spec.version = static_cast<std::uint8_t>(random.between(1, 4));
-        spec.headerVersion = static_cast<std::uint8_t>(random.between(1, 2));
-        spec.bandVersion = static_cast<std::uint8_t>(random.between(1, 3));
-        spec.swapStretches = random.chance(0.5);
-        spec.numLevels = static_cast<std::uint32_t>(random.between(1, 14));
-        spec.extendedHeader = random.chance(0.3);
+        FilePlan plan = cloud.toFile();
+        plan.version = static_cast<std::uint8_t>(random.between(1, 4));
+        plan.headerVersion = static_cast<std::uint8_t>(random.between(1, 2));
+        plan.bandVersion = static_cast<std::uint8_t>(random.between(1, 3));
+        plan.swapStretches = random.chance(0.5);
+        plan.numLevels = static_cast<std::uint32_t>(random.between(1, 14));
+        plan.extendedHeader = random.chance(0.3);
         const TransformType lossless[] = {1, 3, 10, 11, 13};
-        for (Testing::ChannelSpec& channel : spec.channels) {
+        for (Testing::ChannelPlan& channel : plan.channels) {
             channel.subblockSize = static_cast<std::uint32_t>(random.between(8, 700));
             channel.rawPlanes = static_cast<int>(random.below(4));
             // Splitting needs the fields to stay in their width, deflate no rounding: neither is lifted here.
             if (channel.transform == 1)
                 channel.transform = lossless[random.below(5)];
         }
-        cloud.addIndex(spec, static_cast<std::uint8_t>(random.between(1, 2)),
+        cloud.addIndex(plan, static_cast<std::uint8_t>(random.between(1, 2)),
                        1 + static_cast<std::uint32_t>(random.below(300)));
-        const auto reader = openFile(buildFile(spec));
+        const auto reader = openFile(buildFile(plan));
         ASSERT_EQ(reader->getNumPoints(), static_cast<std::int64_t>(cloud.intensity.size()));
         expectCloud(readAll(*reader), cloud, "seed=" + std::to_string(seed));
     }
@@ -126,12 +127,12 @@ TEST(VX7PointReader, GivesBackEveryPointOfEveryKindOfFile)
 TEST(VX7PointReader, DescribesItsFile)
 {
     const SampleCloud cloud = SampleCloud::make(500, 1);
-    FileSpec spec = cloud.toFile();
-    spec.wkt = "LOCAL_CS[\"here\"]";
-    spec.classNames = {std::string("Created"), std::nullopt, std::string("Ground")};
+    FilePlan plan = cloud.toFile();
+    plan.wkt = "LOCAL_CS[\"here\"]";
+    plan.classNames = {std::string("Created"), std::nullopt, std::string("Ground")};
     const double count = 500;
-    spec.metadata.add("PreCompressionPointCount", nullptr, METADATA_FLOAT64_ARRAY, &count, 1);
-    const auto reader = openFile(buildFile(spec));
+    plan.metadata.add("PreCompressionPointCount", nullptr, METADATA_FLOAT64_ARRAY, &count, 1);
+    const auto reader = openFile(buildFile(plan));
 
     EXPECT_STREQ(reader->getFileFormatString(), "VX7 4.0.0.4");
     EXPECT_STREQ(reader->getWKT(), "LOCAL_CS[\"here\"]");
@@ -161,11 +162,11 @@ TEST(VX7PointReader, NeverLosesAPointOfABox)
 {
     const SampleCloud cloud = SampleCloud::make(3000, 9);
     for (const std::uint8_t version : std::initializer_list<std::uint8_t>{1, 2}) {
-        FileSpec spec = cloud.toFile();
-        for (Testing::ChannelSpec& channel : spec.channels)
+        FilePlan plan = cloud.toFile();
+        for (Testing::ChannelPlan& channel : plan.channels)
             channel.subblockSize = 16;
-        cloud.addIndex(spec, version, 23);
-        const auto reader = openFile(buildFile(spec));
+        cloud.addIndex(plan, version, 23);
+        const auto reader = openFile(buildFile(plan));
         Random random(version);
         for (int query = 0; query < 60; ++query) {
             Bounds box = Bounds::Huge();
@@ -197,11 +198,11 @@ TEST(VX7PointReader, NeverLosesAPointOfABox)
 TEST(VX7PointReader, DecodesTheLevelThatTheFractionAsksFor)
 {
     const SampleCloud cloud = SampleCloud::make(1001, 4);
-    FileSpec spec = cloud.toFile();
-    spec.numLevels = 4;
-    for (Testing::ChannelSpec& channel : spec.channels)
+    FilePlan plan = cloud.toFile();
+    plan.numLevels = 4;
+    for (Testing::ChannelPlan& channel : plan.channels)
         channel.transform = channel.transform == 1 ? 11 : channel.transform; // coarse levels hold true points
-    const auto reader = openFile(buildFile(spec));
+    const auto reader = openFile(buildFile(plan));
     const auto everyNth = [&](std::size_t step) {
         std::vector<double> picked;
         for (std::size_t i = 0; i < cloud.gpsTime.size(); i += step)
@@ -225,9 +226,9 @@ TEST(VX7PointReader, DecodesTheLevelThatTheFractionAsksFor)
 TEST(VX7PointReader, StaysExactForEveryThreadCountAndBlockSize)
 {
     const SampleCloud cloud = SampleCloud::make(40000, 8);
-    FileSpec spec = cloud.toFile();
-    cloud.addIndex(spec, 2, 100);
-    const auto reader = openFile(buildFile(spec));
+    FilePlan plan = cloud.toFile();
+    cloud.addIndex(plan, 2, 100);
+    const auto reader = openFile(buildFile(plan));
     Bounds box = Bounds::Huge();
     box.x = {SampleCloud::offsets[0] + 10, SampleCloud::offsets[0] + 50};
     const tbb::global_control allowThreads(tbb::global_control::max_allowed_parallelism, 8);
@@ -265,24 +266,14 @@ TEST(VX7PointReader, ServesSeveralIteratorsAtOnce)
     EXPECT_EQ(block.getX()[9], cloud.coordinates[0][19]);
 }
 
-std::string failure(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (const Error& error) {
-        return std::to_string(error.error()) + " " + error.what();
-    }
-    return "no error";
-}
-
 TEST(VX7PointReader, RefusesChannelsThatItCannotGive)
 {
     const SampleCloud cloud = SampleCloud::make(50, 2);
-    FileSpec spec = cloud.toFile();
-    spec.channels.push_back(spec.channels[6]); // a fraction without exponent and sign
-    spec.channels.back().name = "@d|Lonely";
+    FilePlan plan = cloud.toFile();
+    plan.channels.push_back(plan.channels[6]); // a fraction without exponent and sign
+    plan.channels.back().name = "@d|Lonely";
     Testing::integerChannel("Odd", static_cast<DataType>(0x400 | 2), cloud.classId, 10);
-    const auto reader = openFile(buildFile(spec));
+    const auto reader = openFile(buildFile(plan));
     const auto ask = [&](const char* name, DataType type) {
         PointInfo layout;
         const char* const axes[] = {"X", "Y", "Z"};
@@ -290,7 +281,7 @@ TEST(VX7PointReader, RefusesChannelsThatItCannotGive)
         ChannelInfo wanted;
         wanted.init(name, type, 0, 0);
         layout.append(wanted);
-        return failure(
+        return failureOf(
             [&] { Scoped<PointIterator>(reader->createIterator(Bounds::Huge(), 1, layout, nullptr)); });
     };
     EXPECT_EQ(ask("Red", UINT16), "-1 could not find channel 'Red'");
@@ -303,7 +294,7 @@ TEST(VX7PointReader, RefusesChannelsThatItCannotGive)
     PointInfo noZ;
     const char* const axes[] = {"X", "Y"};
     noZ.init(reader->getPointInfo(), axes, 2);
-    EXPECT_EQ(failure([&] { reader->createIterator(Bounds::Huge(), 1, noZ, nullptr); }),
+    EXPECT_EQ(failureOf([&] { reader->createIterator(Bounds::Huge(), 1, noZ, nullptr); }),
               "40007 must have x, y, and z channels");
 }
 
@@ -341,22 +332,22 @@ TEST(VX7PointReader, ReportsProgressAndStopsWhenCancelled)
 
     CancelAfter hasty(1);
     const Scoped<PointIterator> cancelled(reader->createIterator(Bounds::Huge(), 1, layout, &hasty));
-    EXPECT_EQ(failure([&] { cancelled->getNextPoints(block); }), "40006 operation cancelled.");
+    EXPECT_EQ(failureOf([&] { cancelled->getNextPoints(block); }), "40006 operation cancelled.");
 }
 
 TEST(WaveletDecoderInfo, CutsRangesWithTheLevel)
 {
     const SampleCloud cloud = SampleCloud::make(1000, 6);
-    FileSpec spec = cloud.toFile();
-    for (Testing::ChannelSpec& channel : spec.channels)
+    FilePlan plan = cloud.toFile();
+    for (Testing::ChannelPlan& channel : plan.channels)
         channel.subblockSize = 64;
-    spec.numLevels = 6;
+    plan.numLevels = 6;
     // Boxes along a line: entry i lies at x = i.
-    spec.indexVersion = 1;
-    spec.pointsPerEntry = 10;
+    plan.indexVersion = 1;
+    plan.pointsPerEntry = 10;
     for (int i = 0; i < 100; ++i)
-        spec.indexBoxes.push_back({{double(i), double(i)}, {0, 0}, {0, 0}});
-    const auto reader = openFile(buildFile(spec));
+        plan.indexBoxes.push_back({{double(i), double(i)}, {0, 0}, {0, 0}});
+    const auto reader = openFile(buildFile(plan));
     const auto ranges = [&](std::uint32_t level, double from, double to) {
         Bounds box = Bounds::Huge();
         box.x = {from, to};
