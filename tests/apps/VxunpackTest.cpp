@@ -209,6 +209,26 @@ TEST_F(Vxunpack, EndsAVerboseRunWithTheOutputComplete)
         EXPECT_NE(result.output.find(line), std::string::npos) << line << "in\n" << result.output;
 }
 
+TEST_F(Vxunpack, ComparesThePointCountThatWasPacked)
+{
+    const SampleCloud cloud = SampleCloud::make(70, 1);
+    const double whole = 71, broken = 70.5;
+    const auto summary = [&](MetadataDataType type, const void* value) {
+        Testing::FilePlan plan = cloud.toFile();
+        plan.metadata.add("PreCompressionPointCount", nullptr, type, value, 1);
+        writeFile(input, buildFile(plan));
+        const std::string text = run({"-V", "-i", input, "-o", "null"}).output;
+        const std::size_t at = text.find("count check:  ") + 14;
+        return text.substr(at, text.find('\n', at) - at);
+    };
+    EXPECT_EQ(summary(METADATA_STRING, "70"), "lossless (70)");
+    EXPECT_EQ(summary(METADATA_FLOAT64_ARRAY, &whole), "lossy (71, 70)");
+    for (const char* text : {"70 ", "+70", "seventy", ""})
+        EXPECT_EQ(summary(METADATA_STRING, text), "not present / indeterminate") << text;
+    EXPECT_EQ(summary(METADATA_FLOAT64_ARRAY, &broken), "not present / indeterminate");
+    EXPECT_EQ(summary(METADATA_BLOB, "F"), "not present / indeterminate");
+}
+
 TEST_F(Vxunpack, LeavesNoPartOfAnOutputThatFailed)
 {
     // Damage behind the first blocks: the writer has begun by then.

@@ -192,7 +192,8 @@ private:
         BandOptions options;
         options.transform = channel.transform;
         options.subblockSize = channel.subblockSize;
-        options.perPlaneLengths = m_plan.version < 4 && TransformUtils::isWavelet(channel.transform);
+        options.perPlaneLengths = m_plan.version < 4 && (TransformUtils::isWavelet(channel.transform) ||
+                                                         m_plan.planeLengthsWithoutLifting);
         options.rawPlanes = channel.rawPlanes;
         options.droppedPlanes = channel.droppedPlanes;
         const auto bands = decompose(std::move(samples), Lifting::of(channel.transform), m_plan.numLevels);

@@ -36,6 +36,7 @@ struct FilePlan
     std::uint8_t headerVersion = 2; // of the wavelet header chunk
     std::uint8_t bandVersion = 3;   // of the subband chunks
     bool swapStretches = false;
+    bool planeLengthsWithoutLifting = false; // as some writers of old files did
     std::uint32_t numLevels = 4;
     std::vector<ChannelPlan> channels;
 

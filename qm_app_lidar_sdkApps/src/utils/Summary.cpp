@@ -4,6 +4,7 @@
 #include "wkt/PrettyWKT.h"
 
 #include <charconv>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
@@ -36,7 +37,7 @@ std::optional<long long> getPreCompressionCount(const Metadata& metadata)
         double count = 0;
         std::memcpy(&count, value, sizeof count);
         constexpr double limit = 9223372036854775808.0;
-        if (count >= -limit && count < limit)
+        if (count >= -limit && count < limit && count == std::trunc(count))
             return static_cast<long long>(count);
     }
     return std::nullopt;

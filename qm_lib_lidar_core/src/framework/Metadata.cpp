@@ -184,8 +184,6 @@ void Metadata::read(StreamReader& reader)
     for (std::uint32_t i = 0; i < count; ++i) {
         Record added{};
         added.key = toText(readBlock(reader, "key"));
-        if (added.key.empty())
-            QM_THROW(readError, "bad read -- key data");
         added.description = toText(readBlock(reader, "description"));
         std::uint16_t type = 0;
         if (!reader.get_be(type))
@@ -196,6 +194,8 @@ void Metadata::read(StreamReader& reader)
             added.value.resize(added.length() * sizeof(double) + 1);
             swapDoubles(added.value, added.length());
         }
+        if (added.key.empty())
+            QM_THROW(40007, "metadata key not given");
         m_records.push_back(std::move(added));
     }
 }

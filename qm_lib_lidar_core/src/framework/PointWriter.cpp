@@ -42,6 +42,12 @@ void PointWriter::init(PointSource* source)
     setQuantization(source->getScale(), source->getOffset());
 }
 
+std::size_t PointWriter::getBlockSize() const
+{
+    const auto points = static_cast<std::uint64_t>(std::max<std::int64_t>(m_source->getNumPoints(), 1));
+    return static_cast<std::size_t>(std::min<std::uint64_t>(m_chunckSize, points));
+}
+
 void PointWriter::groomMetadata(const Bounds& bounds, double fraction)
 {
     const Bounds& all = m_source->getBounds();
@@ -85,7 +91,7 @@ std::int64_t SimplePointWriter::write(const Bounds& bounds, double fraction, con
         delegate->setTotal(getSrc()->getTotalWork(bounds, fraction) + getTotalWork(bounds, fraction));
 
     PointData block;
-    block.init(supported, getChunckSize());
+    block.init(supported, getBlockSize());
     groomMetadata(bounds, fraction);
     const Scoped<PointIterator> iterator(getSrc()->createIterator(bounds, fraction, supported, delegate));
     try {
@@ -142,7 +148,7 @@ std::int64_t NULLPointWriter::write(const Bounds& bounds, double fraction, const
     if (delegate)
         delegate->setTotal(getSrc()->getTotalWork(bounds, fraction));
     PointData block;
-    block.init(layout, getChunckSize());
+    block.init(layout, getBlockSize());
     const Scoped<PointIterator> iterator(getSrc()->createIterator(bounds, fraction, layout, delegate));
     std::int64_t total = 0;
     while (const std::size_t count = iterator->getNextPoints(block))

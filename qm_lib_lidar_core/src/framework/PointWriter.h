@@ -41,6 +41,9 @@ public:
 protected:
     PointWriter() = default;
 
+    // The chunk size, or the number of points when that is smaller.
+    std::size_t getBlockSize() const;
+
 private:
     Scoped<PointSource> m_source;
     Metadata m_metadata;

@@ -25,6 +25,20 @@ int openFlags(const char* mode)
     return plus ? O_RDWR | O_CREAT : O_RDONLY;
 }
 
+// Only a regular file is ever removed: an output given as a device or a pipe is not ours to delete. A link
+// stays, too, but what it leads to is emptied.
+void remove(const char* path) noexcept
+{
+    struct stat64 own, target;
+    if (lstat64(path, &own) != 0)
+        return;
+    if (S_ISREG(own.st_mode))
+        ::unlink(path);
+    else if (S_ISLNK(own.st_mode) && stat64(path, &target) == 0 && S_ISREG(target.st_mode) &&
+             ::truncate64(path, 0) != 0)
+        return; // nothing more can be done in a destructor
+}
+
 } // namespace
 
 FileIO::Imp* FileIO::create()
@@ -69,13 +83,10 @@ void FileIO::Imp::init(const char* directory)
 
 FileIO::Imp::~Imp()
 {
-    // Only a regular file is ever removed: an output given as a device or a pipe is not ours to delete.
-    struct stat64 status;
-    const bool regular = m_unlink && lstat64(m_path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
     if (m_descriptor >= 0)
         ::close(m_descriptor);
-    if (regular)
-        ::unlink(m_path.c_str());
+    if (m_unlink)
+        remove(m_path.c_str());
 }
 
 void FileIO::Imp::open()

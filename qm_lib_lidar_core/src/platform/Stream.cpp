@@ -1,22 +1,11 @@
 #include "platform/Stream.h"
 
+#include "platform/CheckedMath.h"
+
 #include <algorithm>
 #include <cstring>
 
 namespace Quillmoran {
-
-namespace {
-
-// Offsets can come from a file: beyond the largest position there is simply nothing to read.
-std::int64_t saturatingAdd(std::int64_t a, std::int64_t b)
-{
-    std::int64_t sum;
-    if (!__builtin_add_overflow(a, b, &sum))
-        return sum;
-    return a < 0 ? INT64_MIN : INT64_MAX;
-}
-
-} // namespace
 
 Stream::~Stream()
 {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "decode/ChunkReader.h"
+#include "platform/CheckedMath.h"
 
 #include <algorithm>
 
@@ -12,7 +13,9 @@ class BaseChunkReader::Payload
 {
 public:
     Payload(StreamReader& stream, std::int64_t length)
-        : m_stream(stream), m_end(stream.tell() + length), m_left(static_cast<std::uint64_t>(length))
+        : m_stream(stream),
+          m_end(saturatingAdd(stream.tell(), length)),
+          m_left(static_cast<std::uint64_t>(length))
     {}
 
     std::uint64_t left() const noexcept { return m_left; }

@@ -81,8 +81,7 @@ private:
 template <class T>
 MQInteger<T>::MQInteger(DataType type, TransformType transform, const char* name, std::size_t subblockSize,
                         bool perPlaneLengths)
-    : SubblockReader(type, transform, name, subblockSize,
-                     perPlaneLengths && TransformUtils::isWavelet(transform))
+    : SubblockReader(type, transform, name, subblockSize, perPlaneLengths)
 {}
 
 template <class T>

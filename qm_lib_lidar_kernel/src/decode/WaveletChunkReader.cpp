@@ -110,7 +110,7 @@ void WaveletChunkReader::readSubband(std::int64_t length, std::uint32_t channel,
             !payload.take(static_cast<std::uint64_t>(b)))
             QM_THROW(subbandError, "chunk length error");
         second.set(io, start, a);
-        first.set(io, start + a, b);
+        first.set(io, saturatingAdd(start, a), b);
     }
     payload.skipRest();
 }

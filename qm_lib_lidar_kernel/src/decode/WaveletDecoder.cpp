@@ -57,10 +57,7 @@ void WaveletDecoder::selectChannels(const PointInfo& layout)
                 QM_THROW(-1, "unsupported datatype");
             addChannel(*whole, CONVERT_PLAIN, i);
         } else if (const auto split = m_info->getSplitChannel(name)) {
-            const bool narrow =
-                m_info->getChannel(split->fraction).nameBehind(WaveletChannelInfo::fraction32Prefix) !=
-                nullptr;
-            if (type != (narrow ? FLOAT32 : FLOAT64))
+            if (!isMergeable(*split, type))
                 QM_THROW(-1, "unsupported datatype");
             addChannel(split->fraction, CONVERT_MERGE, i);
             addChannel(split->exponent, CONVERT_MERGE, i);
@@ -69,6 +66,19 @@ void WaveletDecoder::selectChannels(const PointInfo& layout)
             QM_THROW(-1, "could not find channel '%s'", name);
         }
     }
+}
+
+// A damaged file can give the parts any kernel; merging takes the fraction's from its prefix.
+bool WaveletDecoder::isMergeable(const WaveletDecoderInfo::SplitChannel& split, DataType wanted) const
+{
+    const WaveletDecoderChannelInfo& fraction = m_info->getChannel(split.fraction);
+    const bool narrow = fraction.nameBehind(WaveletChannelInfo::fraction32Prefix) != nullptr;
+    const auto hasIntegers = [this](std::size_t part) {
+        return TransformUtils::isInteger(m_info->getChannel(part).getTransformType());
+    };
+    return wanted == (narrow ? FLOAT32 : FLOAT64) &&
+           fraction.getKernelDataType() == (narrow ? SINT32 : SINT64) && hasIntegers(split.exponent) &&
+           hasIntegers(split.sign);
 }
 
 void WaveletDecoder::addChannel(std::size_t fileChannel, ConversionAction action, std::size_t pointChannel)

@@ -38,6 +38,7 @@ private:
     ~WaveletDecoder() override;
 
     void selectChannels(const PointInfo& layout);
+    bool isMergeable(const WaveletDecoderInfo::SplitChannel& split, DataType wanted) const;
     void addChannel(std::size_t fileChannel, ConversionAction action, std::size_t pointChannel);
     void begin(std::int64_t position);
     void buildPipeline(Channel& channel);

@@ -69,23 +69,26 @@ void WaveletDecoderInfo::readBands(WaveletChunkReader& reader, std::int64_t& rem
 
 void WaveletDecoderInfo::finish()
 {
-    Bounds indexBounds;
-    const bool indexed = m_index->getCount() != 0;
-    if (indexed)
-        indexBounds = m_index->getBounds();
-    const Bounds* known = indexed ? &indexBounds : nullptr;
-    m_bounds.x = getAxisBounds(ChannelNames::x, known, &Bounds::x);
-    m_bounds.y = getAxisBounds(ChannelNames::y, known, &Bounds::y);
-    m_bounds.z = getAxisBounds(ChannelNames::z, known, &Bounds::z);
+    m_bounds.x = getAxisBounds(ChannelNames::x, &Bounds::x);
+    m_bounds.y = getAxisBounds(ChannelNames::y, &Bounds::y);
+    m_bounds.z = getAxisBounds(ChannelNames::z, &Bounds::z);
     m_bandLayout = BandLayout::detect(*this);
 }
 
-Bounds::Range WaveletDecoderInfo::getAxisBounds(const char* name, const Bounds* indexBounds,
-                                                Bounds::Range Bounds::*axis) const
+Bounds WaveletDecoderInfo::getIndexBounds() const
+{
+    try {
+        return m_index->getBounds();
+    } catch (const Error&) {
+        return Bounds::Huge(); // an index without boxes
+    }
+}
+
+Bounds::Range WaveletDecoderInfo::getAxisBounds(const char* name, Bounds::Range Bounds::*axis) const
 {
     const auto index = getChannel(name);
     if (!index)
-        return (indexBounds ? *indexBounds : Bounds::Huge()).*axis;
+        return getIndexBounds().*axis;
     const WaveletChannelInfo& channel = m_channels[*index];
     if (TransformUtils::isFloatingPoint(channel.getTransformType()))
         return {channel.getMinimum().real, channel.getMaximum().real};

@@ -97,8 +97,8 @@ private:
     explicit WaveletDecoderInfo(std::uint32_t fileVersion) : m_fileVersion(fileVersion) {}
 
     void readBands(WaveletChunkReader& reader, std::int64_t& remaining);
-    Bounds::Range getAxisBounds(const char* name, const Bounds* indexBounds,
-                                Bounds::Range Bounds::*axis) const;
+    Bounds getIndexBounds() const;
+    Bounds::Range getAxisBounds(const char* name, Bounds::Range Bounds::*axis) const;
     // Sorts the ranges and joins those that are no further apart than a subblock.
     void merge(std::vector<PointRange>& ranges) const;
 

@@ -251,6 +251,16 @@ TEST(DamagedFile, SurvivesEveryWrongByte)
     }
 }
 
+// Lengths that only just do not contradict each other, at the end of the range.
+TEST(DamagedFile, ReadsPastTheEndAtAbsurdLengths)
+{
+    SmallFile file;
+    set(file.bytes, 8, 8, minusOne);
+    set(file.bytes, 20, 8, INT64_MAX);
+    set(file.bytes, file.payload(2) - 8, 8, INT64_MAX - 12);
+    EXPECT_EQ(outcome(file.bytes), "40201 bad read -- chunk id");
+}
+
 // Thousands of levels of one sample each; only the first few can hold more.
 TEST(DamagedFile, DecodesMoreLevelsThanThePointsHave)
 {

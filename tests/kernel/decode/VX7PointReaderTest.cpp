@@ -1,6 +1,8 @@
 #include "decode/VX7PointReader.h"
 
+#include "common/ChunkHeader.h"
 #include "framework/ProgressDelegate.h"
+#include "platform/ByteOrder.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
 #include "support/ForwardWavelet.h"
@@ -122,6 +124,43 @@ TEST(VX7PointReader, GivesBackEveryPointOfEveryKindOfFile)
         ASSERT_EQ(reader->getNumPoints(), static_cast<std::int64_t>(cloud.intensity.size()));
         expectCloud(readAll(*reader), cloud, "seed=" + std::to_string(seed));
     }
+}
+
+// Nothing in such files says so but their own headers.
+TEST(VX7PointReader, SeesHowOldWritersLaidOutTheirBands)
+{
+    const SampleCloud cloud = SampleCloud::make(900, 3);
+    for (const bool swapped : {false, true}) {
+        for (const std::uint8_t version : std::initializer_list<std::uint8_t>{1, 3}) {
+            FilePlan plan = cloud.toFile();
+            plan.version = version;
+            plan.bandVersion = 2;
+            plan.swapStretches = swapped;
+            plan.planeLengthsWithoutLifting = true;
+            if (swapped)
+                plan.channels[0].transform = 10; // the first band that could tell
+            expectCloud(readAll(*openFile(buildFile(plan))), cloud, "version=" + std::to_string(version));
+        }
+    }
+}
+
+TEST(VX7PointReader, NeedsNoIndexForAnOpenQuery)
+{
+    const SampleCloud cloud = SampleCloud::make(200, 3);
+    FilePlan plan = cloud.toFile();
+    cloud.addIndex(plan, 2, 50);
+    Bytes bytes = buildFile(plan);
+    // The tree's count stays, but its root has no nodes.
+    std::size_t index = 28;
+    while (bytes[index + 3] != CHUNK_INDEX)
+        index += 12 + loadBigEndian<std::uint64_t>(bytes.data() + index + 4);
+    ASSERT_EQ(bytes[index + 12 + 5 + 54], 4);
+    bytes[index + 12 + 5 + 54] = 0;
+    const auto reader = openFile(bytes);
+    expectCloud(readAll(*reader), cloud, "empty root");
+    Bounds box = reader->getBounds();
+    box.x.max -= 1;
+    EXPECT_EQ(readAll(*reader, box).count, 0u);
 }
 
 TEST(VX7PointReader, DescribesItsFile)
@@ -272,6 +311,9 @@ TEST(VX7PointReader, RefusesChannelsThatItCannotGive)
     FilePlan plan = cloud.toFile();
     plan.channels.push_back(plan.channels[6]); // a fraction without exponent and sign
     plan.channels.back().name = "@d|Lonely";
+    // Parts whose kernels are not what their names promise.
+    for (const char* part : {"@d|Deflated", "@e|Deflated", "@s|Deflated"})
+        plan.channels.push_back(Testing::deflatedChannel(part, FLOAT32, cloud.temperature));
     Testing::integerChannel("Odd", static_cast<DataType>(0x400 | 2), cloud.classId, 10);
     const auto reader = openFile(buildFile(plan));
     const auto ask = [&](const char* name, DataType type) {
@@ -287,6 +329,7 @@ TEST(VX7PointReader, RefusesChannelsThatItCannotGive)
     EXPECT_EQ(ask("Red", UINT16), "-1 could not find channel 'Red'");
     EXPECT_EQ(ask("Lonely", FLOAT64), "-1 could not find channel 'Lonely'");
     EXPECT_EQ(ask("@e|GPSTime", FLOAT64), "-1 could not find channel '@e|GPSTime'");
+    EXPECT_EQ(ask("Deflated", FLOAT64), "-1 unsupported datatype");
     EXPECT_EQ(ask("Intensity", INVALID), "-1 unsupported datatype");
     EXPECT_EQ(ask("Intensity", FLOAT32), "-1 unsupported datatype");
     EXPECT_EQ(ask("Intensity", UINT32), "no error");
