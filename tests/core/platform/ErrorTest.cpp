@@ -7,9 +7,14 @@
 #include <cstring>
 #include <string>
 
-// The address sanitizer ends the process on sizes that malloc refuses, unless it is told not to.
+// The sanitizers end the process on sizes that malloc refuses, unless they are told not to.
 extern "C" __attribute__((visibility("default"), used)) const char* __asan_default_options();
+extern "C" __attribute__((visibility("default"), used)) const char* __tsan_default_options();
 extern "C" const char* __asan_default_options()
+{
+    return "allocator_may_return_null=1";
+}
+extern "C" const char* __tsan_default_options()
 {
     return "allocator_may_return_null=1";
 }
