@@ -7,7 +7,7 @@ scripts/build.sh release
 prefix=$(mktemp -d)
 trap 'rm -rf "$prefix"' EXIT
 cmake --install build/release --prefix "$prefix/usr" >/dev/null
-cmake -S examples/read_points -B "$prefix/build" -DCMAKE_PREFIX_PATH="$prefix/usr" >/dev/null
+cmake -S examples/read_points -B "$prefix/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix/usr" >/dev/null
 cmake --build "$prefix/build" >/dev/null
 
 "$prefix/usr/bin/vxunpack" -i examples/survey.vxl -o "$prefix/all.txt" >/dev/null
