@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Peak memory and time of whole runs at growing sizes: scripts/measure_memory.sh [MILLIONS ...]     (default: 1 10 100)
 #
-# Files are made by bench/kernel/make_large in TMPDIR; 100 million points take about 900 MB there while this runs.
+# Files are made by bench/kernel/make_large in TMPDIR; 100 million points take a gigabyte or more there.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

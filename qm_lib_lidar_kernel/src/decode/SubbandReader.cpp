@@ -116,9 +116,9 @@ std::size_t SubbandReaderImp<T>::load(std::uint64_t subblock)
         return count;
     m_loaded = noSubblock;
     if (!m_samples) {
-        m_capacity = static_cast<std::size_t>(
+        const auto capacity = static_cast<std::size_t>(
             std::min<std::uint64_t>(getBlockSize(), static_cast<std::uint64_t>(getNumSamples())));
-        m_samples = makeBuffer<T>(m_capacity);
+        m_samples = makeBuffer<T>(capacity);
     }
     if (subblock != m_next)
         walkTo(subblock);

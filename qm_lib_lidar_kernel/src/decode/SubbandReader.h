@@ -69,7 +69,6 @@ private:
     std::size_t m_pendingZeros = 0;      // of the subblocks from m_next on
     std::uint64_t m_loaded = noSubblock; // the subblock in the buffer
     Buffer<T> m_samples;
-    std::size_t m_capacity = 0; // of the buffer, samples
 };
 
 } // namespace Quillmoran
