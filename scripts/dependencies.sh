@@ -5,20 +5,50 @@
 #   scripts/dependencies.sh --all    and what checks and benchmarks need
 set -euo pipefail
 
-packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libgdal-dev libgtest-dev)
+packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libgdal-dev libgeotiff-dev nlohmann-json3-dev libgtest-dev)
+laszip=(liblaszip8 liblaszip-api8 liblaszip-dev)
 if [ "${1:-}" = --all ]; then
   packages+=(libbenchmark-dev clang-format-14 clang-tidy-14 valgrind python3)
 fi
 
+is_installed() { dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null | grep -qx installed; }
 missing=()
-for package in "${packages[@]}"; do
-  dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
-done
-[ ${#missing[@]} -eq 0 ] && exit 0
+for package in "${packages[@]}"; do is_installed "$package" || missing+=("$package"); done
+if [ ${#missing[@]} -eq 0 ] && is_installed liblaszip-dev; then exit 0; fi
 
 run=()
 [ "$(id -u)" -eq 0 ] || run=(sudo)
 export DEBIAN_FRONTEND=noninteractive
-echo "installing: ${missing[*]}"
+install() { "${run[@]}" apt-get install -y -qq --no-install-recommends "$@" >/dev/null; }
+
+# Debian 12 is the one release without LASzip; the build of the next one runs on it. Its packages are fetched from the
+# mirror that the machine already uses, with lists and cache of their own, so that nothing else ever comes from there.
+install_laszip_of_next_release() (
+  directory=$(mktemp -d)
+  trap 'rm -rf "$directory"' EXIT
+  chmod 755 "$directory" # apt downloads as a user of its own
+  mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Codename: bookworm' | head -n 1)
+  [ -n "$mirror" ] || mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' | head -n 1)
+  mkdir -p "$directory/lists/partial" "$directory/cache/archives/partial"
+  echo "deb $mirror trixie main" >"$directory/sources.list"
+  apt=("${run[@]}" apt-get -qq -o "Dir::Etc::SourceList=$directory/sources.list" -o Dir::Etc::SourceParts=/dev/null
+    -o "Dir::State::Lists=$directory/lists" -o "Dir::Cache=$directory/cache" -o APT::Sandbox::User=root)
+  "${apt[@]}" update
+  cd "$directory"
+  "${apt[@]}" download "${laszip[@]}"
+  install ./*.deb
+)
+
 "${run[@]}" apt-get update -qq
-"${run[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "installing: ${missing[*]}"
+  install "${missing[@]}"
+fi
+if ! is_installed liblaszip-dev; then
+  echo "installing: liblaszip-dev"
+  if apt-cache show liblaszip-dev >/dev/null 2>&1; then
+    install liblaszip-dev
+  else
+    install_laszip_of_next_release
+  fi
+fi

@@ -1,14 +1,13 @@
 #include "utils/Summary.h"
 
 #include "framework/PointSource.h"
+#include "platform/LoadableModule.h"
 #include "wkt/PrettyWKT.h"
 
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -43,32 +42,10 @@ std::optional<long long> getPreCompressionCount(const Metadata& metadata)
     return std::nullopt;
 }
 
-struct CloseModule
-{
-    void operator()(void* module) const { dlclose(module); }
-};
-using Module = std::unique_ptr<void, CloseModule>;
-
-// The module stands beside the program in a build and in the library folder of an installation.
-Module openWKTModule()
-{
-    std::error_code ignored;
-    const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
-    for (const char* folder : {".", WKT_MODULE_FOLDER}) {
-        const auto path = program / folder / WKT_MODULE;
-        if (Module module{dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE)})
-            return module;
-    }
-    return nullptr;
-}
-
 // Indented for people; the text as it is when it is not understood, or where the module is not installed.
 std::string prettyWKT(const char* wkt)
 {
-    const Module module = openWKTModule();
-    if (!module)
-        return wkt;
-    const auto prettyPrint = reinterpret_cast<decltype(&qmPrettyWKT)>(dlsym(module.get(), "qmPrettyWKT"));
+    const auto prettyPrint = LoadableModule::find<decltype(qmPrettyWKT)>(WKT_MODULE, "qmPrettyWKT");
     const std::unique_ptr<char, decltype(&std::free)> pretty(prettyPrint ? prettyPrint(wkt) : nullptr,
                                                              std::free);
     return pretty ? pretty.get() : wkt;
