@@ -5,7 +5,7 @@ cd "$(dirname "$0")/.."
 
 scripts/dependencies.sh
 echo "building ..."
-scripts/build.sh release vxunpack qm_app_wkt
+scripts/build.sh release vxunpack
 
 echo "decoding examples/survey.vxl to build/survey.txt"
 build/release/vxunpack -i examples/survey.vxl -o build/survey.txt

@@ -1,6 +1,7 @@
 #include "transcode/Transcoder.h"
 
 #include "framework/PercentProgressDelegate.h"
+#include "las/LASPointWriter.h"
 #include "platform/Base.h"
 #include "text/TXTPointReader.h"
 #include "text/TXTPointWriter.h"
@@ -9,6 +10,7 @@
 #include "utils/Utils.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <strings.h>
 #include <sys/stat.h>
 
@@ -194,12 +196,31 @@ Scoped<PointWriter> Transcoder::createWriter(PointSource& source, const PointInf
         writer->init(&source);
         return Scoped<PointWriter>(writer.detach());
     }
-    case Output::LAS:
-        QM_THROW(-1, "this version cannot write LAS or LAZ files");
+    case Output::LAS: {
+        Scoped<LASPointWriter> writer(LASPointWriter::create());
+        writer->init(&source, m_cmdLine.getString("outputFile"), getLASVersion());
+        writer->setWriteLAZ(writesLAZ());
+        return Scoped<PointWriter>(writer.detach());
+    }
     case Output::BPF:
         QM_THROW(-1, "this version cannot write BPF files");
     }
     QM_THROW(-1, "unknown output format");
+}
+
+int Transcoder::getLASVersion() const
+{
+    // The number behind "las", and behind "laz", which has none, 0: such files have always had an unset
+    // version.
+    constexpr std::size_t prefix = 3;
+    return m_cmdLine.isPresent("outputFormat") ? std::atoi(m_cmdLine.getString("outputFormat") + prefix) : -1;
+}
+
+bool Transcoder::writesLAZ() const
+{
+    if (m_cmdLine.isPresent("outputFormat") && equalsIgnoringCase(m_cmdLine.getString("outputFormat"), "laz"))
+        return true;
+    return Utils::getPointSourceType(m_cmdLine.getString("outputFile")) == POINT_SOURCE_LAZ;
 }
 
 void Transcoder::configure(PointWriter& writer) const

@@ -33,6 +33,8 @@ private:
     double getFraction() const;
     PointInfo getLayout(const PointSource& source) const;
     Scoped<PointWriter> createWriter(PointSource& source, const PointInfo& layout) const;
+    int getLASVersion() const; // -1: by the channels
+    bool writesLAZ() const;
     void configure(PointWriter& writer) const;
     void printOutputHeader() const;
 

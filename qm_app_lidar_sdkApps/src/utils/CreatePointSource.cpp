@@ -1,6 +1,7 @@
 #include "utils/CreatePointSource.h"
 
 #include "decode/VX7PointReader.h"
+#include "las/LASPointReader.h"
 #include "platform/FileIO.h"
 #include "platform/Stream.h"
 #include "text/TXTPointReader.h"
@@ -149,6 +150,12 @@ PointSource* SimpleFileOpener::openPointSource(const QMFileSpec& file) const
             throwNeedsParse();
         Scoped<TXTPointReader> reader(TXTPointReader::create());
         reader->init(file.c_str(), m_textOptions->layout, m_textOptions->skipLines, m_textOptions->scanNow);
+        return reader.detach();
+    }
+    case POINT_SOURCE_LAS:
+    case POINT_SOURCE_LAZ: {
+        Scoped<LASPointReader> reader(LASPointReader::create());
+        reader->init(file.c_str(), m_openFullWaveform);
         return reader.detach();
     }
     case POINT_SOURCE_VX7: {

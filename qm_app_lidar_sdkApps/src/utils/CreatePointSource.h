@@ -38,6 +38,10 @@ public:
     void setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines);
     bool hasTextOptions() const noexcept { return m_textOptions.has_value(); }
 
+    // Whether LAS files with waveforms are opened for the rest of what they hold. They are refused at first.
+    bool willOpenFullWaveformFiles() const noexcept { return m_openFullWaveform; }
+    void setOpenFullWaveformFiles(bool open) noexcept { m_openFullWaveform = open; }
+
     // A new count of a source. Errors -1: "TXT file requires a format parse string '-parse'",
     // "unsupported input file format '%s'"; those of the reader.
     PointSource* openPointSource(const QMFileSpec& file) const;
@@ -53,6 +57,7 @@ private:
     SimpleFileOpener() = default;
 
     std::optional<TextOptions> m_textOptions;
+    bool m_openFullWaveform = false;
 };
 
 class FilePointSourceManager final : public PointSourceManager

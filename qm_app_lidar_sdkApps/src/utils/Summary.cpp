@@ -1,16 +1,13 @@
 #include "utils/Summary.h"
 
 #include "framework/PointSource.h"
-#include "platform/LoadableModule.h"
-#include "wkt/PrettyWKT.h"
+#include "srs/SpatialReference.h"
 
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <optional>
-#include <string>
 
 namespace Quillmoran::Utils {
 
@@ -40,15 +37,6 @@ std::optional<long long> getPreCompressionCount(const Metadata& metadata)
             return static_cast<long long>(count);
     }
     return std::nullopt;
-}
-
-// Indented for people; the text as it is when it is not understood, or where the module is not installed.
-std::string prettyWKT(const char* wkt)
-{
-    const auto prettyPrint = LoadableModule::find<decltype(qmPrettyWKT)>(WKT_MODULE, "qmPrettyWKT");
-    const std::unique_ptr<char, decltype(&std::free)> pretty(prettyPrint ? prettyPrint(wkt) : nullptr,
-                                                             std::free);
-    return pretty ? pretty.get() : wkt;
 }
 
 } // namespace
@@ -94,7 +82,7 @@ void printHeader(std::FILE* stream, const PointSource& source, const char* fileN
         std::fprintf(stream, " '%s'", source.getChannel(i).getName());
     std::fputc('\n', stream);
     const char* wkt = source.getWKT();
-    std::fprintf(stream, "   Spatial Reference: %s\n", wkt ? prettyWKT(wkt).c_str() : "None");
+    std::fprintf(stream, "   Spatial Reference: %s\n", wkt ? SpatialReference::pretty(wkt).c_str() : "None");
 }
 
 } // namespace Quillmoran::Utils

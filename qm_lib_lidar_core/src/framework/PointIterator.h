@@ -5,6 +5,7 @@
 #include "model/PointData.h"
 #include "platform/Object.h"
 
+#include <algorithm>
 #include <cstddef>
 
 namespace Quillmoran {
@@ -39,6 +40,28 @@ protected:
             return false;
         m_accumulator -= 1.0;
         return true;
+    }
+
+    // Takes the points of a block, from `cursor` to `fill`, that lie in the box and that the sampling takes,
+    // until `room` of them fill the caller's buffer: calls copyRun(filled, first, count) for each run of
+    // them. Returns how many the buffer then holds; `cursor` goes on.
+    template <class CopyRun>
+    std::size_t takeKept(const double* x, const double* y, const double* z, std::size_t& cursor,
+                         std::size_t fill, std::size_t filled, std::size_t room, CopyRun copyRun)
+    {
+        const Bounds bounds = m_bounds;
+        while (cursor < fill && filled < room) {
+            const std::size_t first = cursor;
+            const std::size_t last = first + std::min(fill - first, room - filled);
+            std::size_t next = first;
+            while (next < last && bounds.contains(x[next], y[next], z[next]) && sample())
+                ++next;
+            if (next != first)
+                copyRun(filled, first, next - first);
+            filled += next - first;
+            cursor = next < last ? next + 1 : next; // the point that ended a run is not kept
+        }
+        return filled;
     }
 
 private:

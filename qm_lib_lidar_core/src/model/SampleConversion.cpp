@@ -2,22 +2,11 @@
 
 #include <cmath>
 #include <cstdint>
-#include <limits>
 #include <type_traits>
 
 namespace Quillmoran::SampleConversion {
 
 namespace {
-
-// The processor's truncating conversion, without undefined behaviour: what does not fit gives the smallest
-// integer. The comparison is false for NaN.
-template <class Integer>
-Integer truncate(double value) noexcept
-{
-    constexpr double low = static_cast<double>(std::numeric_limits<Integer>::min());
-    const bool fits = value > low - 1.0 && value < -low;
-    return fits ? static_cast<Integer>(value) : std::numeric_limits<Integer>::min();
-}
 
 template <class D>
 D fromRounded(double value) noexcept

@@ -5,8 +5,19 @@
 #include "model/DataType.h"
 
 #include <cstddef>
+#include <limits>
 
 namespace Quillmoran::SampleConversion {
+
+// The processor's truncating conversion, without undefined behaviour: what does not fit gives the smallest
+// integer. The comparison is false for NaN.
+template <class Integer>
+Integer truncate(double value) noexcept
+{
+    constexpr double low = static_cast<double>(std::numeric_limits<Integer>::min());
+    const bool fits = value > low - 1.0 && value < -low;
+    return fits ? static_cast<Integer>(value) : std::numeric_limits<Integer>::min();
+}
 
 // The language's ordinary value conversion within the integer family or within the float family; narrowing
 // wraps. A pair of types across the families, or a type that is none of the ten, converts nothing.

@@ -1,4 +1,5 @@
-// Big-endian numbers in memory. Every multi-byte number of every binary format of the system is big-endian.
+// Big-endian and little-endian numbers in memory. The system's own formats are big-endian, LAS is
+// little-endian.
 #pragma once
 
 #include <cstdint>
@@ -37,7 +38,7 @@ struct UnsignedOf<8>
 template <class T>
 using UnsignedOf = typename Detail::UnsignedOf<sizeof(T)>::Type;
 
-// Both compile to one load or store with a byte swap.
+// Each of the four compiles to one load or store, with a byte swap where the machine's order differs.
 template <class T>
 T loadBigEndian(const void* from) noexcept
 {
@@ -61,6 +62,31 @@ void storeBigEndian(void* to, T value) noexcept
     auto* bytes = static_cast<unsigned char*>(to);
     for (std::size_t i = 0; i < sizeof(T); ++i)
         bytes[i] = static_cast<unsigned char>(bits >> (8 * (sizeof(T) - 1 - i)));
+}
+
+template <class T>
+T loadLittleEndian(const void* from) noexcept
+{
+    static_assert(std::is_arithmetic_v<T>);
+    const auto* bytes = static_cast<const unsigned char*>(from);
+    std::uint64_t bits = 0;
+    for (std::size_t i = sizeof(T); i-- > 0;)
+        bits = bits << 8 | bytes[i];
+    const auto sized = static_cast<UnsignedOf<T>>(bits);
+    T value;
+    std::memcpy(&value, &sized, sizeof value);
+    return value;
+}
+
+template <class T>
+void storeLittleEndian(void* to, T value) noexcept
+{
+    static_assert(std::is_arithmetic_v<T>);
+    UnsignedOf<T> bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    auto* bytes = static_cast<unsigned char*>(to);
+    for (std::size_t i = 0; i < sizeof(T); ++i)
+        bytes[i] = static_cast<unsigned char>(bits >> (8 * i));
 }
 
 } // namespace Quillmoran

@@ -179,36 +179,16 @@ bool WaveletDecoder::refill()
     return true;
 }
 
-std::size_t WaveletDecoder::copyKept(PointData& buffer, std::size_t filled)
-{
-    const double* x = m_block.getX();
-    const double* y = m_block.getY();
-    const double* z = m_block.getZ();
-    const Bounds bounds = getBounds();
-    const std::size_t room = buffer.getNumSamples();
-    while (m_cursor < m_fill && filled < room) {
-        // One run of kept points at a time.
-        const std::size_t last = m_cursor + std::min(m_fill - m_cursor, room - filled);
-        const std::size_t first = m_cursor;
-        while (m_cursor < last && bounds.contains(x[m_cursor], y[m_cursor], z[m_cursor]) && sample())
-            ++m_cursor;
-        const std::size_t run = m_cursor - first;
-        if (run != 0)
-            PointData::copy(buffer, filled, m_block, first, run);
-        filled += run;
-        if (m_cursor < last)
-            ++m_cursor; // the point that ended the run is not kept
-    }
-    return filled;
-}
-
 std::size_t WaveletDecoder::getNextPoints(PointData& buffer)
 {
     std::size_t filled = 0;
     while (filled < buffer.getNumSamples()) {
         if (m_cursor == m_fill && !refill())
             break;
-        filled = copyKept(buffer, filled);
+        filled = takeKept(m_block.getX(), m_block.getY(), m_block.getZ(), m_cursor, m_fill, filled,
+                          buffer.getNumSamples(), [&](std::size_t to, std::size_t first, std::size_t count) {
+                              PointData::copy(buffer, to, m_block, first, count);
+                          });
     }
     return filled;
 }

@@ -50,8 +50,6 @@ private:
     void decodeChannel(Channel& channel, std::size_t count);
     // Makes the block hold undecoded points; false when every range is done.
     bool refill();
-    // Copies what the query keeps of the block's points from the cursor on; returns the buffer's new fill.
-    std::size_t copyKept(PointData& buffer, std::size_t filled);
 
     Scoped<const WaveletDecoderInfo> m_info;
     std::uint32_t m_level = 0;

@@ -1,0 +1,11 @@
+# LASzip comes without a CMake package of its own. Defines LASzip::LASzip.
+find_path(LASzip_INCLUDE_DIR laszip/laszip_api.h)
+find_library(LASzip_LIBRARY laszip)
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(LASzip REQUIRED_VARS LASzip_LIBRARY LASzip_INCLUDE_DIR)
+if(LASzip_FOUND AND NOT TARGET LASzip::LASzip)
+  add_library(LASzip::LASzip UNKNOWN IMPORTED)
+  set_target_properties(LASzip::LASzip PROPERTIES
+    IMPORTED_LOCATION ${LASzip_LIBRARY} INTERFACE_INCLUDE_DIRECTORIES ${LASzip_INCLUDE_DIR})
+endif()
+mark_as_advanced(LASzip_INCLUDE_DIR LASzip_LIBRARY)

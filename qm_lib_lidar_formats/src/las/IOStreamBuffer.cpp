@@ -1,0 +1,107 @@
+#include "las/IOStreamBuffer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace Quillmoran {
+
+IOStreamBuffer::IOStreamBuffer(IO& io, std::vector<unsigned char> head)
+    : m_io(io), m_head(std::move(head)), m_buffer(makeBuffer<char>(bufferSize)), m_writing(false)
+{
+    setg(m_buffer.get(), m_buffer.get(), m_buffer.get());
+}
+
+IOStreamBuffer::IOStreamBuffer(IO& io, std::int64_t position)
+    : m_io(io), m_buffer(makeBuffer<char>(bufferSize)), m_position(position), m_writing(true)
+{
+    setp(m_buffer.get(), m_buffer.get() + bufferSize);
+}
+
+std::int64_t IOStreamBuffer::tell() const noexcept
+{
+    return m_writing ? m_position + (pptr() - pbase()) : m_position - (egptr() - gptr());
+}
+
+IOStreamBuffer::int_type IOStreamBuffer::underflow()
+{
+    const auto headSize = static_cast<std::int64_t>(m_head.size());
+    std::size_t got = 0;
+    if (m_position < headSize) {
+        got = std::min(bufferSize, static_cast<std::size_t>(headSize - m_position));
+        std::memcpy(m_buffer.get(), m_head.data() + m_position, got);
+    } else {
+        got = m_io.pread(m_position, m_buffer.get(), bufferSize);
+    }
+    if (got == 0)
+        QM_THROW(40602, "the file ends within its points");
+    m_position += static_cast<std::int64_t>(got);
+    setg(m_buffer.get(), m_buffer.get(), m_buffer.get() + got);
+    return traits_type::to_int_type(*gptr());
+}
+
+void IOStreamBuffer::flush()
+{
+    const char* next = pbase();
+    while (next < pptr()) {
+        const std::size_t moved = m_io.pwrite(m_position, next, static_cast<std::size_t>(pptr() - next));
+        if (moved == 0)
+            QM_THROW(40002, "write error");
+        next += moved;
+        m_position += static_cast<std::int64_t>(moved);
+    }
+    setp(m_buffer.get(), m_buffer.get() + bufferSize);
+}
+
+IOStreamBuffer::int_type IOStreamBuffer::overflow(int_type byte)
+{
+    flush();
+    if (traits_type::eq_int_type(byte, traits_type::eof()))
+        return traits_type::not_eof(byte);
+    return sputc(traits_type::to_char_type(byte));
+}
+
+int IOStreamBuffer::sync()
+{
+    if (m_writing)
+        flush();
+    return 0;
+}
+
+IOStreamBuffer::pos_type IOStreamBuffer::seekoff(off_type offset, std::ios_base::seekdir from,
+                                                 std::ios_base::openmode)
+{
+    if (from == std::ios_base::beg)
+        return seekpos(offset, {});
+    if (from == std::ios_base::cur && offset == 0)
+        return tell();
+    if (m_writing)
+        flush();
+    const std::int64_t base = from == std::ios_base::cur ? tell() : m_io.size();
+    std::int64_t target = 0;
+    if (__builtin_add_overflow(base, static_cast<std::int64_t>(offset), &target))
+        return pos_type(off_type(-1));
+    return seekpos(target, {});
+}
+
+IOStreamBuffer::pos_type IOStreamBuffer::seekpos(pos_type position, std::ios_base::openmode)
+{
+    const auto target = static_cast<std::int64_t>(off_type(position));
+    if (target < 0)
+        return pos_type(off_type(-1));
+    if (m_writing) {
+        flush();
+        m_position = target;
+        return position;
+    }
+    const std::int64_t buffered = m_position - (egptr() - eback());
+    if (target >= buffered && target <= m_position) {
+        setg(eback(), eback() + (target - buffered), egptr());
+    } else {
+        m_position = target;
+        setg(m_buffer.get(), m_buffer.get(), m_buffer.get());
+    }
+    return position;
+}
+
+} // namespace Quillmoran

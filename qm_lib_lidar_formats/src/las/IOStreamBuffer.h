@@ -1,0 +1,46 @@
+// A standard stream's buffer over an IO, for LASzip, which reads and writes standard streams. One direction
+// at a time, used by one thread.
+#pragma once
+
+#include "platform/Base.h"
+#include "platform/IO.h"
+
+#include <cstdint>
+#include <ios>
+#include <streambuf>
+#include <vector>
+
+namespace Quillmoran {
+
+class IOStreamBuffer final : public std::streambuf
+{
+public:
+    // Reading: `head` stands in place of the store's first bytes. A read behind the end throws, so that the
+    // stream is bad and not merely at its end, which LASzip would not notice.
+    IOStreamBuffer(IO& io, std::vector<unsigned char> head);
+    // Writing, from a position of the store on.
+    IOStreamBuffer(IO& io, std::int64_t position);
+
+    // Writes what is buffered; throws when the store does not take it.
+    void flush();
+
+protected:
+    int_type underflow() override;
+    int_type overflow(int_type byte) override;
+    int sync() override;
+    pos_type seekoff(off_type offset, std::ios_base::seekdir from, std::ios_base::openmode which) override;
+    pos_type seekpos(pos_type position, std::ios_base::openmode which) override;
+
+private:
+    static constexpr std::size_t bufferSize = 64 * 1024;
+
+    std::int64_t tell() const noexcept;
+
+    IO& m_io;
+    std::vector<unsigned char> m_head;
+    Buffer<char> m_buffer;
+    std::int64_t m_position = 0; // reading: of the end of the buffered bytes; writing: of their beginning
+    bool m_writing;
+};
+
+} // namespace Quillmoran

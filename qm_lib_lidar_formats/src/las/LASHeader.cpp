@@ -1,0 +1,190 @@
+#include "las/LASHeader.h"
+
+#include "platform/Base.h"
+#include "platform/ByteOrder.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr char signature[] = "LASF";
+constexpr std::size_t smallestHeader = 227;
+constexpr std::size_t largestHeader = 375;
+// A compressed file marks itself in the upper bits of its point format.
+constexpr std::uint8_t compressedMark = 0x80;
+constexpr std::uint8_t formatMask = 0x3F;
+
+// Walks over a block of known size; one list of fields serves reading and writing.
+class Reader
+{
+public:
+    explicit Reader(const unsigned char* bytes) : m_next(bytes) {}
+
+    template <class T>
+    void operator()(T& value)
+    {
+        value = loadLittleEndian<T>(m_next);
+        m_next += sizeof(T);
+    }
+    void text(std::string& value)
+    {
+        const auto* begin = reinterpret_cast<const char*>(m_next);
+        value.assign(begin, strnlen(begin, LASHeader::textBytes));
+        m_next += LASHeader::textBytes;
+    }
+
+private:
+    const unsigned char* m_next;
+};
+
+class Writer
+{
+public:
+    explicit Writer(unsigned char* bytes) : m_next(bytes) {}
+
+    template <class T>
+    void operator()(const T& value)
+    {
+        storeLittleEndian(m_next, value);
+        m_next += sizeof(T);
+    }
+    void text(const std::string& value)
+    {
+        std::memcpy(m_next, value.data(), std::min(value.size(), LASHeader::textBytes));
+        m_next += LASHeader::textBytes;
+    }
+
+private:
+    unsigned char* m_next;
+};
+
+template <class Field, class Header>
+void visitIdentification(Field& field, Header& header)
+{
+    field(header.fileSourceID);
+    field(header.globalEncoding);
+    field(header.projectID.data1);
+    field(header.projectID.data2);
+    field(header.projectID.data3);
+    for (auto& byte : header.projectID.data4)
+        field(byte);
+    field(header.versionMajor);
+    field(header.versionMinor);
+    field.text(header.systemIdentifier);
+    field.text(header.generatingSoftware);
+    field(header.creationDay);
+    field(header.creationYear);
+}
+
+template <class Field, class Header, class Byte>
+void visitPoints(Field& field, Header& header, Byte& markedFormat)
+{
+    field(header.headerSize);
+    field(header.pointDataOffset);
+    field(header.numVLRs);
+    field(markedFormat);
+    field(header.recordLength);
+    field(header.legacyPointCount);
+    for (auto& count : header.legacyPointsByReturn)
+        field(count);
+    for (auto& value : header.scale)
+        field(value);
+    for (auto& value : header.offset)
+        field(value);
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        field(header.max[axis]);
+        field(header.min[axis]);
+    }
+}
+
+template <class Field, class Header>
+void visitLaterVersions(Field& field, Header& header)
+{
+    if (header.versionMinor >= 3)
+        field(header.waveformDataStart);
+    if (header.versionMinor >= 4) {
+        field(header.firstEVLR);
+        field(header.numEVLRs);
+        field(header.pointCount);
+        for (auto& count : header.pointsByReturn)
+            field(count);
+    }
+}
+
+[[noreturn]] void throwBad(const char* what)
+{
+    QM_THROW(40602, "bad LAS header: %s", what);
+}
+
+void check(const LASHeader& header, std::size_t bytesRead)
+{
+    const bool known = header.versionMajor == 1 && header.versionMinor <= 4;
+    const bool unset = header.versionMajor == 0 && header.versionMinor == 0;
+    if (!known && !unset)
+        QM_THROW(40602, "bad LAS header: unknown version %d.%d", header.versionMajor, header.versionMinor);
+    if (header.headerSize < LASHeader::sizeOfVersion(header.versionMinor))
+        throwBad("the header size is too small for the version");
+    if (bytesRead < LASHeader::sizeOfVersion(header.versionMinor))
+        throwBad("the file is too short");
+    if (header.pointFormat.number > LASPointFormat::last)
+        QM_THROW(40602, "bad LAS header: unknown point format %d", header.pointFormat.number);
+    if (header.recordLength < header.pointFormat.recordLength())
+        throwBad("the point record length is too small for the point format");
+    if (header.pointDataOffset < header.headerSize)
+        throwBad("the points begin inside the header");
+}
+
+} // namespace
+
+std::uint16_t LASHeader::sizeOfVersion(std::uint8_t minor) noexcept
+{
+    return minor >= 4 ? largestHeader : minor == 3 ? smallestHeader + 8 : smallestHeader;
+}
+
+void LASHeader::read(const IO& io)
+{
+    // What the file does not have reads as zeros; check() knows how much there was.
+    std::array<unsigned char, largestHeader> bytes{};
+    std::size_t got = 0;
+    while (got < bytes.size()) {
+        const std::size_t moved =
+            io.pread(static_cast<std::int64_t>(got), bytes.data() + got, bytes.size() - got);
+        if (moved == 0)
+            break;
+        got += moved;
+    }
+    if (std::memcmp(bytes.data(), signature, 4) != 0)
+        throwBad("no \"LASF\" at the beginning");
+    Reader field(bytes.data() + 4);
+    std::uint8_t markedFormat = 0;
+    visitIdentification(field, *this);
+    visitPoints(field, *this, markedFormat);
+    pointFormat.number = markedFormat & formatMask;
+    compressed = (markedFormat & compressedMark) != 0;
+    visitLaterVersions(field, *this);
+    check(*this, got);
+}
+
+std::vector<unsigned char> LASHeader::write() const
+{
+    std::vector<unsigned char> bytes(headerSize);
+    std::memcpy(bytes.data(), signature, 4);
+    Writer field(bytes.data() + 4);
+    const auto markedFormat =
+        static_cast<std::uint8_t>(compressed ? pointFormat.number | compressedMark : pointFormat.number);
+    visitIdentification(field, *this);
+    visitPoints(field, *this, markedFormat);
+    visitLaterVersions(field, *this);
+    return bytes;
+}
+
+std::uint64_t LASHeader::getPointCount() const noexcept
+{
+    // The older count of a 1.4 file may be 0 or stale; some writers of 1.4 fill only that one.
+    return versionMinor >= 4 && pointCount != 0 ? pointCount : legacyPointCount;
+}
+
+} // namespace Quillmoran

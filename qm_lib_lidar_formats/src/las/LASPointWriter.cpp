@@ -1,0 +1,219 @@
+#include "las/LASPointWriter.h"
+
+#include "framework/ProgressDelegate.h"
+#include "platform/Base.h"
+
+#include <algorithm>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr const char* activity = "writing LAS file";
+constexpr std::size_t sliceSize = 16384; // points
+constexpr std::uint64_t mostLegacyPoints = UINT32_MAX;
+
+std::uint32_t legacyCount(std::uint64_t count)
+{
+    return count > mostLegacyPoints ? 0 : static_cast<std::uint32_t>(count);
+}
+
+} // namespace
+
+LASPointWriter* LASPointWriter::create()
+{
+    return new LASPointWriter;
+}
+
+void LASPointWriter::init(PointSource* source, const char* path, FileVersion version)
+{
+    PointWriter::init(source);
+    m_path = path;
+    m_version = version;
+}
+
+bool LASPointWriter::lasSupportedChannels(const PointInfo& wanted, PointInfo& supported)
+{
+    PointInfo kept;
+    for (std::size_t i = 0; i < wanted.getNumChannels(); ++i)
+        if (LASFields::isKnown(wanted.getChannel(i).getName()))
+            kept.append(wanted.getChannel(i));
+    supported = std::move(kept);
+    return supported.getNumChannels() != wanted.getNumChannels();
+}
+
+void LASPointWriter::writeBegin(const PointInfo& layout)
+{
+    LASFileHead::Request request;
+    request.version = m_version;
+    request.compressed = m_writeLAZ;
+    request.overrideProjection = m_overrideProjection;
+    request.scale = getScale();
+    request.offset = getOffset();
+    request.wkt = getSrc()->getWKT();
+    const LASFileHead head = LASFileHead::make(layout, getMetadata(), request);
+    m_header = head.header;
+    m_summary = {};
+    m_total = 0;
+    m_warned = false;
+    chooseColumns(layout);
+
+    openOutput();
+    writeFully(0, m_header.write());
+    writeFully(m_header.headerSize, head.records);
+    // A whole block can wait, so that the next one is decoded in the meantime.
+    m_queue = std::make_unique<LASRecordQueue>(LASRecordWriter::create(*m_output, m_header),
+                                               getBlockSize() / sliceSize + 2);
+}
+
+void LASPointWriter::chooseColumns(const PointInfo& layout)
+{
+    m_columns.clear();
+    for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
+        const ChannelInfo& channel = layout.getChannel(i);
+        if (!LASFields::isKnown(channel.getName()))
+            QM_THROW(40607, "invalid LAS field: %s", channel.getName());
+        if (const auto field = LASFields::find(m_header.pointFormat, channel.getName()))
+            m_columns.push_back({i, channel.getDataType(), *field});
+    }
+}
+
+void LASPointWriter::openOutput()
+{
+    const Scoped<FileIO::Imp> output(FileIO::create());
+    output->init(m_path.c_str(), "w");
+    try {
+        output->open();
+    } catch (const Error&) {
+        QM_THROW(40610, "Unable to create output %s.", m_path.c_str());
+    }
+    m_output = output;
+}
+
+void LASPointWriter::writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate)
+{
+    if (delegate) {
+        delegate->updateCompleted(0, activity);
+        if (delegate->getCancelled())
+            QM_THROW(40006, "LAS Write operation cancelled.");
+    }
+    m_total += count;
+    throwIfTooMany();
+    bool fits = true;
+    try {
+        for (std::size_t first = 0; first < count; first += sliceSize) {
+            LASRecordQueue::Slice slice = m_queue->take();
+            slice.count = std::min(sliceSize, count - first);
+            fits &= packSlice(slice, block, first);
+            countReturns(slice);
+            m_queue->put(std::move(slice));
+        }
+    } catch (const Error&) {
+        QM_THROW(40601, "Unable to write point");
+    }
+    if (delegate && !fits && !m_warned) {
+        m_warned = true;
+        delegate->warning("some coordinates are too far from the offset to be stored with this scale");
+    }
+    if (delegate)
+        delegate->updateCompleted(static_cast<double>(count), activity);
+}
+
+void LASPointWriter::throwIfTooMany() const
+{
+    if (m_total > mostLegacyPoints && m_header.versionMinor <= 3)
+        QM_THROW(40607, "Attempt to write 2 ^ 32 or more points to a LAS file.");
+}
+
+bool LASPointWriter::packSlice(LASRecordQueue::Slice& slice, const PointData& block, std::size_t first)
+{
+    const std::size_t stride = m_header.recordLength;
+    slice.records.assign(slice.count * stride, 0);
+    unsigned char* const records = slice.records.data();
+    bool fits = true;
+    for (const Column& column : m_columns) {
+        const auto* const samples =
+            static_cast<const unsigned char*>(block.getChannel(column.channel).getData()) +
+            first * DataTypeUtils::getSize(column.type);
+        if (column.field.isCoordinate()) {
+            const std::size_t axis = column.field.axis();
+            fits &= LASFields::packCoordinate(
+                records, stride, column.field, {m_header.scale[axis], m_header.offset[axis]},
+                reinterpret_cast<const double*>(samples), slice.count, m_summary.extents[axis]);
+        } else {
+            LASFields::pack(records, stride, column.field, samples, column.type, slice.count);
+        }
+    }
+    return fits;
+}
+
+void LASPointWriter::countReturns(const LASRecordQueue::Slice& slice)
+{
+    const std::size_t stride = m_header.recordLength;
+    const unsigned mask = m_header.pointFormat.isExtended() ? 15 : 7;
+    constexpr std::size_t returnsOffset = 14; // in the records of all formats
+    for (std::size_t i = 0; i < slice.count; ++i)
+        ++m_summary.byReturn[slice.records[i * stride + returnsOffset] & mask];
+}
+
+void LASPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
+{
+    if (count == 0 && bounds == Bounds::Huge()) {
+        writeAborted();
+        return;
+    }
+    try {
+        m_queue->finish();
+    } catch (const Error&) {
+        QM_THROW(40601, "Unable to write point");
+    }
+    m_queue.reset();
+    completeHeader();
+    try {
+        writeFully(0, m_header.write());
+        m_output->close();
+    } catch (const Error&) {
+        QM_THROW(40601, "Unable to update header");
+    }
+    m_output.reset();
+}
+
+void LASPointWriter::completeHeader()
+{
+    m_header.legacyPointCount = legacyCount(m_total);
+    m_header.pointCount = m_total;
+    for (std::size_t i = 0; i < LASHeader::maxReturns; ++i) {
+        const std::uint64_t points = m_summary.byReturn[i + 1];
+        m_header.pointsByReturn[i] = points;
+        if (i < LASHeader::legacyReturns)
+            m_header.legacyPointsByReturn[i] = legacyCount(points);
+    }
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        // Without points both ends are step 0.
+        const LASFields::Extent extent = m_total == 0 ? LASFields::Extent{0, 0} : m_summary.extents[axis];
+        m_header.min[axis] = extent.min * m_header.scale[axis] + m_header.offset[axis];
+        m_header.max[axis] = extent.max * m_header.scale[axis] + m_header.offset[axis];
+    }
+}
+
+void LASPointWriter::writeFully(std::int64_t position, const std::vector<unsigned char>& bytes) const
+{
+    for (std::size_t done = 0; done < bytes.size();) {
+        const std::size_t moved = m_output->pwrite(position + static_cast<std::int64_t>(done),
+                                                   bytes.data() + done, bytes.size() - done);
+        if (moved == 0)
+            QM_THROW(40002, "write error");
+        done += moved;
+    }
+}
+
+void LASPointWriter::writeAborted() noexcept
+{
+    m_queue.reset();
+    // What was never opened is untouched; a file that was there before is not ours to remove.
+    if (m_output)
+        m_output->unlink();
+    m_output.reset();
+}
+
+} // namespace Quillmoran

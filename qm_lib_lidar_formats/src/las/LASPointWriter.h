@@ -1,0 +1,100 @@
+// Writes LAS files, versions 1.0 to 1.4, and LAZ, their form compressed by LASzip. Point format and version
+// follow from the channels: formats 0 to 3 where they can hold them, else 6 to 8. Records are written by a
+// thread of their own while the next block of points is made. The programs use it for "las" and "laz"
+// outputs.
+#pragma once
+
+#include "framework/PointWriter.h"
+#include "las/LASFields.h"
+#include "las/LASFileHead.h"
+#include "las/LASRecordQueue.h"
+#include "platform/FileIO.h"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Quillmoran {
+
+class QM_API LASPointWriter final : public SimplePointWriter
+{
+public:
+    using FileVersion = int; // 10 * major + minor; -1 chooses by the channels
+
+    static LASPointWriter* create();
+
+    // Nothing is touched before write() begins. Any other version than -1 is written as it is: 0 gives the
+    // version fields 0 and 0.
+    void init(PointSource* source, const char* path, FileVersion version);
+    // LAZ in place of LAS.
+    void setWriteLAZ(bool laz) { m_writeLAZ = laz; }
+    // Takes the coordinate system from the source's WKT, not from the projection records among its metadata.
+    void setOverrideProjectionVLRs(bool override) { m_overrideProjection = override; }
+
+    static LASPointFormat getRecordFormat(const PointInfo& layout)
+    {
+        return LASFileHead::chooseFormat(layout);
+    }
+    static FileVersion getFileVersion(const PointInfo& layout) { return LASFileHead::chooseVersion(layout); }
+    // Puts the channels that LAS has into `supported`, in the order of `wanted`; true when one was left out.
+    static bool lasSupportedChannels(const PointInfo& wanted, PointInfo& supported);
+
+    bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override
+    {
+        return lasSupportedChannels(wanted, supported);
+    }
+
+protected:
+    // A channel without a place in LAS is 40607 "invalid LAS field: %s", a file that cannot be made 40610
+    // "Unable to create output %s.".
+    void writeBegin(const PointInfo& layout) override;
+    // Asks the delegate once per block: 40006 "LAS Write operation cancelled.". More points than the version
+    // can count is 40607, a record that cannot be written 40601 "Unable to write point".
+    void writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate) override;
+    // Completes the header, or leaves no file when there are no points and the bounds are unbounded.
+    void writeEnd(std::int64_t count, const Bounds& bounds) override;
+    void writeAborted() noexcept override;
+
+private:
+    // A channel of the layout with a place in the records.
+    struct Column
+    {
+        std::size_t channel; // in the layout
+        DataType type;       // of its samples
+        LASField field;
+    };
+    // What the header says of all points.
+    struct Summary
+    {
+        LASFields::Extent extents[3]; // in steps
+        std::array<std::uint64_t, LASHeader::maxReturns + 1> byReturn{};
+    };
+
+    LASPointWriter() = default;
+
+    void chooseColumns(const PointInfo& layout);
+    void openOutput();
+    bool packSlice(LASRecordQueue::Slice& slice, const PointData& block, std::size_t first);
+    void countReturns(const LASRecordQueue::Slice& slice);
+    void throwIfTooMany() const;
+    void completeHeader();
+    void writeFully(std::int64_t position, const std::vector<unsigned char>& bytes) const;
+
+    std::string m_path;
+    FileVersion m_version = -1;
+    bool m_writeLAZ = false;
+    bool m_overrideProjection = false;
+
+    // Of the file being written.
+    LASHeader m_header;
+    std::vector<Column> m_columns;
+    Summary m_summary;
+    std::uint64_t m_total = 0; // points
+    bool m_warned = false;     // that a coordinate does not fit
+    Scoped<FileIO::Imp> m_output;
+    std::unique_ptr<LASRecordQueue> m_queue; // before m_output goes
+};
+
+} // namespace Quillmoran

@@ -1,0 +1,129 @@
+#include "las/LASRecordReader.h"
+
+#include "las/IOStreamBuffer.h"
+#include "las/LASzipPoint.h"
+#include "model/ChannelNames.h"
+#include "platform/Base.h"
+#include "platform/OpenIO.h"
+
+#include <istream>
+
+namespace Quillmoran {
+
+namespace {
+
+class PlainReader final : public LASRecordReader
+{
+public:
+    PlainReader(IO* io, const LASHeader& header)
+        : LASRecordReader(header.recordLength), m_io(io), m_position(header.pointDataOffset)
+    {}
+
+    void read(unsigned char* records, std::size_t count) override
+    {
+        const std::size_t wanted = count * stride();
+        for (std::size_t got = 0; got < wanted;) {
+            const std::size_t moved = m_io->pread(m_position, records + got, wanted - got);
+            if (moved == 0)
+                QM_THROW(40602, "the file ends within its points");
+            got += moved;
+            m_position += static_cast<std::int64_t>(moved);
+        }
+    }
+
+private:
+    OpenIO m_io;
+    std::int64_t m_position;
+};
+
+// Newer compressed files keep their fields apart; those that nobody asks for are not decompressed.
+laszip_U32 selectFields(const PointInfo& wanted)
+{
+    using namespace ChannelNames;
+    constexpr struct
+    {
+        const char* channel;
+        laszip_U32 fields;
+    } selections[] = {
+        {z, laszip_DECOMPRESS_SELECTIVE_Z},
+        {intensity, laszip_DECOMPRESS_SELECTIVE_INTENSITY},
+        {classId, laszip_DECOMPRESS_SELECTIVE_CLASSIFICATION},
+        {classFlags, laszip_DECOMPRESS_SELECTIVE_FLAGS},
+        {scanDir, laszip_DECOMPRESS_SELECTIVE_FLAGS},
+        {edgeFlightLine, laszip_DECOMPRESS_SELECTIVE_FLAGS},
+        {scanAngle, laszip_DECOMPRESS_SELECTIVE_SCAN_ANGLE},
+        {userData, laszip_DECOMPRESS_SELECTIVE_USER_DATA},
+        {sourceId, laszip_DECOMPRESS_SELECTIVE_POINT_SOURCE},
+        {gpsTime, laszip_DECOMPRESS_SELECTIVE_GPS_TIME},
+        {gpsTimeAdjusted, laszip_DECOMPRESS_SELECTIVE_GPS_TIME},
+        {red, laszip_DECOMPRESS_SELECTIVE_RGB},
+        {green, laszip_DECOMPRESS_SELECTIVE_RGB},
+        {blue, laszip_DECOMPRESS_SELECTIVE_RGB},
+        {nearInfrared, laszip_DECOMPRESS_SELECTIVE_NIR},
+    };
+    laszip_U32 fields = laszip_DECOMPRESS_SELECTIVE_CHANNEL_RETURNS_XY;
+    for (const auto& selection : selections)
+        if (wanted.hasChannel(selection.channel))
+            fields |= selection.fields;
+    return fields;
+}
+
+// LASzip refuses the version that an unset one reads as; such a file is shown to it as 1.2.
+std::vector<unsigned char> headForLASzip(LASHeader header)
+{
+    if (header.versionMajor != 0)
+        return {};
+    header.versionMajor = 1;
+    header.versionMinor = 2;
+    return header.write();
+}
+
+class CompressedReader final : public LASRecordReader
+{
+public:
+    CompressedReader(IO* io, const LASHeader& header, const PointInfo& wanted)
+        : LASRecordReader(header.pointFormat.recordLength()),
+          m_io(io),
+          m_format(header.pointFormat),
+          m_buffer(*m_io, headForLASzip(header)),
+          m_stream(&m_buffer)
+    {
+        m_laszip.check(laszip_decompress_selective(m_laszip.get(), selectFields(wanted)));
+        laszip_BOOL isCompressed = 0;
+        m_laszip.check(laszip_open_reader_stream(m_laszip.get(), m_stream, &isCompressed));
+        m_isOpen = true;
+    }
+    ~CompressedReader() override
+    {
+        if (m_isOpen)
+            laszip_close_reader(m_laszip.get());
+    }
+
+    void read(unsigned char* records, std::size_t count) override
+    {
+        for (std::size_t i = 0; i < count; ++i, records += stride()) {
+            m_laszip.check(laszip_read_point(m_laszip.get()));
+            toRecord(records, m_laszip.point(), m_format);
+        }
+    }
+
+private:
+    OpenIO m_io;
+    LASPointFormat m_format;
+    IOStreamBuffer m_buffer;
+    std::istream m_stream;
+    LASzip m_laszip;
+    bool m_isOpen = false;
+};
+
+} // namespace
+
+std::unique_ptr<LASRecordReader> LASRecordReader::create(IO* io, const LASHeader& header,
+                                                         const PointInfo& wanted)
+{
+    if (header.compressed)
+        return std::make_unique<CompressedReader>(io, header, wanted);
+    return std::make_unique<PlainReader>(io, header);
+}
+
+} // namespace Quillmoran

@@ -1,0 +1,56 @@
+// The variable length records of a LAS file: small blocks of anything, each known by a user ID and a number.
+// They stand between header and points, and in LAS 1.4 behind the points as well (extended records).
+#pragma once
+
+#include "las/LASHeader.h"
+#include "platform/IO.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Quillmoran {
+
+struct LASVariableRecord
+{
+    static constexpr std::size_t headerBytes = 54;
+    static constexpr std::size_t extendedHeaderBytes = 60;
+    static constexpr std::size_t userIDBytes = 16;
+    static constexpr std::size_t descriptionBytes = 32;
+
+    static constexpr char projectionUserID[] = "LASF_Projection";
+    enum Projection : std::uint16_t
+    {
+        WKT_MATH_TRANSFORM = 2111,
+        WKT_COORDINATE_SYSTEM = 2112,
+        GEO_KEY_DIRECTORY = 34735,
+        GEO_DOUBLE_PARAMS = 34736,
+        GEO_ASCII_PARAMS = 34737
+    };
+
+    std::string userID;
+    std::uint16_t recordID = 0;
+    std::string description;
+    std::int64_t position = 0; // of the value in the file
+    std::uint64_t length = 0;  // of the value, bytes
+
+    bool is(const char* user, std::uint16_t record) const noexcept
+    {
+        return recordID == record && userID == user;
+    }
+    bool isProjection(std::uint16_t record) const noexcept { return is(projectionUserID, record); }
+};
+
+// The records of a file, those behind the points last; LASzip's own is left out, since it describes the
+// file's coding. A record that does not end where it must is 40602. The store is open.
+std::vector<LASVariableRecord> readLASVariableRecords(const IO& io, const LASHeader& header);
+// A record's value. 40602 when the file is shorter than it was.
+std::vector<unsigned char> readLASRecordValue(const IO& io, const LASVariableRecord& record);
+
+// Appends a whole record: header with the mark 0xAABB, user ID, number and description, then the value, which
+// is shorter than 65536 bytes.
+void appendLASVariableRecord(std::vector<unsigned char>& to, const char* userID, std::uint16_t recordID,
+                             const char* description, const void* value, std::size_t length);
+
+} // namespace Quillmoran

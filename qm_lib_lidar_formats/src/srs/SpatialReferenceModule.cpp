@@ -1,0 +1,105 @@
+#include "srs/SpatialReferenceModule.h"
+
+#include <cpl_conv.h>
+#include <cpl_error.h>
+#include <geo_normalize.h>
+#include <geo_simpletags.h>
+#include <geotiff.h>
+#include <memory>
+#include <ogr_spatialref.h>
+
+// GDAL exports these two without a header for them.
+extern "C" {
+char* GTIFGetOGISDefn(GTIF* keys, GTIFDefn* definition);
+int GTIFSetFromOGISDefn(GTIF* keys, const char* wkt);
+}
+
+namespace {
+
+using Quillmoran::GeoTIFFKeys;
+
+constexpr int directoryTag = 34735;
+constexpr int doublesTag = 34736;
+constexpr int asciiTag = 34737;
+
+// The libraries say on the console what they do not understand; that is not for this system's users.
+class QuietErrors
+{
+public:
+    QuietErrors() { CPLPushErrorHandler(CPLQuietErrorHandler); }
+    ~QuietErrors() { CPLPopErrorHandler(); }
+    QuietErrors(const QuietErrors&) = delete;
+    QuietErrors& operator=(const QuietErrors&) = delete;
+};
+
+using CPLText = std::unique_ptr<char, decltype(&VSIFree)>;
+using SimpleTags = std::unique_ptr<ST_TIFF, decltype(&ST_Destroy)>;
+using Keys = std::unique_ptr<GTIF, decltype(&GTIFFree)>;
+using Definition = std::unique_ptr<GTIFDefn, decltype(&GTIFFreeDefn)>;
+
+template <class T>
+T* getTag(const SimpleTags& tags, int tag, int& count)
+{
+    int type = 0;
+    void* values = nullptr;
+    count = 0;
+    return ST_GetKey(tags.get(), tag, &count, &type, &values) ? static_cast<T*>(values) : nullptr;
+}
+
+template <class T>
+void setTag(const SimpleTags& tags, int tag, int type, const T* values, std::size_t count)
+{
+    if (count != 0) // the library copies the values
+        ST_SetKey(tags.get(), tag, static_cast<int>(count), type, const_cast<T*>(values));
+}
+
+} // namespace
+
+bool qmWKTToGeoTIFF(const char* wkt, GeoTIFFKeys& keys)
+{
+    const QuietErrors quiet;
+    const SimpleTags tags(ST_Create(), ST_Destroy);
+    const Keys gtif(GTIFNewSimpleTags(tags.get()), GTIFFree);
+    if (!gtif || !GTIFSetFromOGISDefn(gtif.get(), wkt) || !GTIFWriteKeys(gtif.get()))
+        return false;
+    int count = 0;
+    if (const auto* values = getTag<std::uint16_t>(tags, directoryTag, count))
+        keys.directory.assign(values, values + count);
+    if (const auto* values = getTag<double>(tags, doublesTag, count))
+        keys.doubles.assign(values, values + count);
+    if (const auto* values = getTag<char>(tags, asciiTag, count))
+        keys.ascii.assign(values, values + count);
+    return true;
+}
+
+bool qmGeoTIFFToWKT(const GeoTIFFKeys& keys, std::string& wkt)
+{
+    const QuietErrors quiet;
+    const SimpleTags tags(ST_Create(), ST_Destroy);
+    setTag(tags, directoryTag, STT_SHORT, keys.directory.data(), keys.directory.size());
+    setTag(tags, doublesTag, STT_DOUBLE, keys.doubles.data(), keys.doubles.size());
+    // One more for the NUL, which not every file has.
+    setTag(tags, asciiTag, STT_ASCII, keys.ascii.c_str(), keys.ascii.empty() ? 0 : keys.ascii.size() + 1);
+    const Keys gtif(GTIFNewSimpleTags(tags.get()), GTIFFree);
+    const Definition definition(GTIFAllocDefn(), GTIFFreeDefn);
+    if (!gtif || !definition || !GTIFGetDefn(gtif.get(), definition.get()))
+        return false;
+    const CPLText text(GTIFGetOGISDefn(gtif.get(), definition.get()), VSIFree);
+    if (!text || *text == '\0')
+        return false;
+    wkt = text.get();
+    return true;
+}
+
+bool qmPrettyWKT(const char* wkt, std::string& pretty)
+{
+    const QuietErrors quiet;
+    OGRSpatialReference reference;
+    char* text = nullptr;
+    const bool understood =
+        reference.SetFromUserInput(wkt) == OGRERR_NONE && reference.exportToPrettyWkt(&text) == OGRERR_NONE;
+    const CPLText owned(text, VSIFree);
+    if (understood)
+        pretty = text;
+    return understood;
+}

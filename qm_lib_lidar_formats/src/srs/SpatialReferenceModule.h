@@ -1,0 +1,12 @@
+// What the module of coordinate systems gives to SpatialReference, which describes the functions.
+#pragma once
+
+#include "srs/SpatialReference.h"
+
+extern "C" {
+
+QM_API bool qmWKTToGeoTIFF(const char* wkt, Quillmoran::GeoTIFFKeys& keys);
+// `keys` are consistent: every entry of the directory lies within the values.
+QM_API bool qmGeoTIFFToWKT(const Quillmoran::GeoTIFFKeys& keys, std::string& wkt);
+QM_API bool qmPrettyWKT(const char* wkt, std::string& pretty);
+}
