@@ -1,5 +1,6 @@
 // The program as its users run it.
 #include "support/ExampleSurvey.h"
+#include "support/LASFile.h"
 #include "support/SampleCloud.h"
 #include "support/TemporaryDirectory.h"
 
@@ -131,6 +132,45 @@ TEST_F(Vxunpack, PicksFieldsBoxAndShare)
     EXPECT_EQ(countLines(decode({"-c", "0", "1", "0", "1", "0", "1"})), 1u);
 }
 
+TEST_F(Vxunpack, WritesLASAndLAZ)
+{
+    struct
+    {
+        std::vector<std::string> options;
+        std::string name;
+        int version;
+        bool compressed;
+    } const cases[] = {
+        {{}, "out.las", 12, false},
+        {{}, "out.LAZ", 12, true},
+        {{"-of", "LAS11"}, "out.dat", 11, false},
+        {{"-of", "las10"}, "out.laz", 10, true},
+        {{"-of", "LAZ"}, "out.dat", 0, true},
+        {{"-of", "Las12", "-ofld", "xyz"}, "null", 12, false},
+    };
+    for (const auto& c : cases) {
+        const std::string path = directory / c.name;
+        std::vector<std::string> arguments = {"-i", input, "-o", path};
+        arguments.insert(arguments.end(), c.options.begin(), c.options.end());
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 0) << result.errors;
+        EXPECT_NE(result.output.find("\r100.00% (writing LAS file)\n2400 points written\n"),
+                  std::string::npos);
+        const Testing::LASFile file = Testing::LASFile::load(path);
+        EXPECT_EQ(10 * file.versionMajor + file.versionMinor, c.version) << c.name;
+        EXPECT_EQ(file.compressed, c.compressed) << c.name;
+        EXPECT_EQ(file.legacyCount, 2400u);
+        EXPECT_EQ(file.scale[0], 0.01);
+        EXPECT_EQ(file.offset[1], 4100000.0);
+    }
+    const Result scaled = run({"-i", input, "-o", directory / "s.las", "-sc", "1", "2", "4", "-s", "2"});
+    EXPECT_EQ(scaled.status, 0) << scaled.errors;
+    const Testing::LASFile file = Testing::LASFile::load(directory / "s.las");
+    EXPECT_EQ(file.scale, (std::array<double, 3>{1, 2, 4}));
+    EXPECT_EQ(file.offset[0], 499999.94) << "the lower corner";
+    EXPECT_EQ(file.legacyCount, 1200u);
+}
+
 TEST_F(Vxunpack, WritesNothingToNull)
 {
     const Result result = run({"-i", input, "-o", "null"});
@@ -141,8 +181,7 @@ TEST_F(Vxunpack, WritesNothingToNull)
 
 TEST_F(Vxunpack, ExplainsWhatItCannotDo)
 {
-    const std::string text = directory / "x.xyz", las = directory / "out.las",
-                      missing = directory / "none.vxl";
+    const std::string text = directory / "x.xyz", missing = directory / "none.vxl";
     struct Case
     {
         std::vector<std::string> arguments;
@@ -154,7 +193,9 @@ TEST_F(Vxunpack, ExplainsWhatItCannotDo)
         {{"-i", input, "-o", output, "-of", "PLY"}, "unsupported output format 'PLY'"},
         {{"-i", input, "-o", directory / "o.vxl"}, "unknown output format"},
         {{"-i", input, "-o", directory / "o.list"}, "unknown output format"},
-        {{"-i", input, "-o", las}, "this version cannot write LAS or LAZ files"},
+        {{"-i", input, "-o", directory / "none/o.las"},
+         "Unable to create output " + (directory / "none/o.las") + "."},
+        {{"-i", input, "-o", input, "-of", "las10"}, "the output '" + input + "' is the input file"},
         {{"-i", input, "-o", directory / "o.bpf"}, "this version cannot write BPF files"},
         {{"-i", input, "-o", input, "-of", "txt"}, "the output '" + input + "' is the input file"},
         {{"-i", input, "-o", output, "-ofld", "xyzQ"}, "'Q' is not a supported format token"},
@@ -169,7 +210,6 @@ TEST_F(Vxunpack, ExplainsWhatItCannotDo)
         EXPECT_EQ(result.status, 1) << c.error;
         EXPECT_EQ(result.errors, "Error: " + c.error + "\n");
         EXPECT_FALSE(exists(output)) << c.error;
-        EXPECT_FALSE(exists(las));
     }
     EXPECT_EQ(countLines(decode({})), 2401u) << "the input was harmed";
 }
@@ -269,7 +309,9 @@ TEST_F(Vxunpack, StopsAtASignalAndRemovesItsOutput)
     const SampleCloud cloud = SampleCloud::make(400000, 1);
     const std::string big = directory / "big.vxl";
     writeFile(big, buildFile(cloud.toFile()));
-    for (const int number : {SIGINT, SIGTERM}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        // Each kind of writer once.
+        output = directory / (number == SIGINT ? "out.txt" : number == SIGTERM ? "out.las" : "out.laz");
         Program program(directory, {"-i", big, "-o", output, "-cs", "200", "-j", "1"});
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         std::error_code none;

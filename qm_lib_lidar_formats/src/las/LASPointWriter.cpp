@@ -32,6 +32,16 @@ void LASPointWriter::init(PointSource* source, const char* path, FileVersion ver
     m_version = version;
 }
 
+LASPointFormat LASPointWriter::getRecordFormat(const PointInfo& layout)
+{
+    return LASFileHead::chooseFormat(layout);
+}
+
+LASPointWriter::FileVersion LASPointWriter::getFileVersion(const PointInfo& layout)
+{
+    return LASFileHead::chooseVersion(layout);
+}
+
 bool LASPointWriter::lasSupportedChannels(const PointInfo& wanted, PointInfo& supported)
 {
     PointInfo kept;

@@ -33,11 +33,8 @@ public:
     // Takes the coordinate system from the source's WKT, not from the projection records among its metadata.
     void setOverrideProjectionVLRs(bool override) { m_overrideProjection = override; }
 
-    static LASPointFormat getRecordFormat(const PointInfo& layout)
-    {
-        return LASFileHead::chooseFormat(layout);
-    }
-    static FileVersion getFileVersion(const PointInfo& layout) { return LASFileHead::chooseVersion(layout); }
+    static LASPointFormat getRecordFormat(const PointInfo& layout);
+    static FileVersion getFileVersion(const PointInfo& layout);
     // Puts the channels that LAS has into `supported`, in the order of `wanted`; true when one was left out.
     static bool lasSupportedChannels(const PointInfo& wanted, PointInfo& supported);
 

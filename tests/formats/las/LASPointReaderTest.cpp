@@ -1,0 +1,306 @@
+#include "las/LASPointReader.h"
+
+#include "framework/ProgressDelegate.h"
+#include "las/LASPointWriter.h"
+#include "support/Errors.h"
+#include "support/LASClouds.h"
+#include "support/TemporaryDirectory.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+
+namespace Quillmoran {
+namespace {
+
+using Testing::LASBytes;
+using Testing::LASFile;
+using Testing::LASFilePoint;
+using Testing::randomLASFile;
+using Testing::readLASPoints;
+
+class LASReading : public testing::Test
+{
+protected:
+    Scoped<LASPointReader> open(const LASBytes& bytes, bool openFullWaveform = false)
+    {
+        Testing::writeFile(path, bytes);
+        Scoped<LASPointReader> reader(LASPointReader::create());
+        reader->init(path.c_str(), openFullWaveform);
+        return reader;
+    }
+    // Reads everything: the header, the metadata and all points.
+    std::string failureOfReading(const LASBytes& bytes)
+    {
+        std::string message = Testing::failureOf([&] {
+            const auto reader = open(bytes);
+            Metadata metadata;
+            reader->loadMetadata(metadata, false);
+            readLASPoints(*reader);
+        });
+        const std::string prefix = "40606 Failed to create LASReader for path = '" + path + "': ";
+        return message.rfind(prefix, 0) == 0 ? message.substr(prefix.size()) : message;
+    }
+    std::string compress(const LASFile& file)
+    {
+        const auto source = open(file.build());
+        const Scoped<LASPointWriter> writer(LASPointWriter::create());
+        const std::string compressed = directory / "file.laz";
+        writer->init(source.get(), compressed.c_str(), 10 * file.versionMajor + file.versionMinor);
+        writer->setWriteLAZ(true);
+        writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
+        return Testing::readFile(compressed);
+    }
+
+    Testing::TemporaryDirectory directory;
+    std::string path = directory / "file.las";
+};
+
+TEST_F(LASReading, GivesEveryFieldOfEveryFormat)
+{
+    for (int format = 0; format <= 10; ++format) {
+        LASFile file = randomLASFile(format, format >= 6 ? 4 : 3, 3000, 7);
+        const auto reader = open(file.build(), true);
+        EXPECT_EQ(reader->getNumPoints(), 3000);
+        EXPECT_TRUE(readLASPoints(*reader) == file.points) << "format " << format;
+        // Longer records and headers, and a gap before the points.
+        file.recordLength = static_cast<std::uint16_t>(LASFile::recordBytes(format) + 5);
+        file.headerSize = 390;
+        file.pointDataOffset = 1000;
+        EXPECT_TRUE(readLASPoints(*open(file.build(), true)) == file.points) << "format " << format;
+    }
+}
+
+TEST_F(LASReading, DescribesTheFile)
+{
+    LASFile file = randomLASFile(8, 4, 10, 1);
+    file.globalEncoding = 1;
+    const auto reader = open(file.build());
+    EXPECT_STREQ(reader->getFileFormatString(), "LAS 1.4");
+    EXPECT_EQ(reader->getBounds().x.min, file.min[0]);
+    EXPECT_EQ(reader->getBounds().z.max, file.max[2]);
+    EXPECT_EQ(reader->getScale()[1], 0.01);
+    EXPECT_EQ(reader->getOffset()[1], -2000);
+    std::string channels;
+    for (std::size_t i = 0; i < reader->getNumChannels(); ++i) {
+        const ChannelInfo& channel = reader->getChannel(i);
+        channels += std::string(channel.getName()) + ' ' + DataTypeUtils::toString(channel.getDataType()) +
+                    ' ' + std::to_string(channel.getBits()) + '\n';
+    }
+    EXPECT_EQ(channels, "X FLOAT64 32\nY FLOAT64 32\nZ FLOAT64 32\nIntensity UINT16 16\nReturnNum UINT8 4\n"
+                        "NumReturns UINT8 4\nScanDir UINT8 1\nEdgeFlightLine UINT8 1\nClassId UINT8 8\n"
+                        "ClassFlags UINT8 4\nScannerChannel UINT8 2\nScanAngle SINT16 16\nUserData UINT8 8\n"
+                        "SourceId UINT16 16\nGPSTime_Adjusted FLOAT64 64\nRed UINT16 16\nGreen UINT16 16\n"
+                        "Blue UINT16 16\nNearInfrared UINT16 16\n");
+    EXPECT_EQ(reader->getChannel("X")->getQuantization(), 0.01);
+
+    const auto older = open(randomLASFile(1, 1, 10, 1).build());
+    EXPECT_EQ(older->getChannel("ReturnNum")->getBits(), 3);
+    EXPECT_EQ(older->getChannel("ScanAngle")->getDataType(), SINT8);
+    EXPECT_TRUE(older->hasChannel("GPSTime"));
+    EXPECT_FALSE(older->hasChannel("ClassFlags"));
+    EXPECT_FALSE(older->hasChannel("Red"));
+}
+
+TEST_F(LASReading, AnswersQueriesByBoxShareAndChannel)
+{
+    const LASFile file = randomLASFile(3, 2, 40000, 3); // more than two slices
+    const auto reader = open(file.build());
+    Bounds box = Bounds::Huge();
+    box.x = {900, 1100};
+    box.y = {-1950, -1700.005}; // Y counts up from -2000 in steps of 0.01; half a step is added
+    std::vector<LASFilePoint> expected;
+    for (const LASFilePoint& p : file.points)
+        if (p.x >= -10000 && p.x <= 10000 && p.y >= 5000 && p.y <= 30000)
+            expected.push_back(p);
+    ASSERT_GT(expected.size(), 1000u);
+    EXPECT_TRUE(readLASPoints(*reader, box) == expected);
+    EXPECT_TRUE(readLASPoints(*reader, box, 1, 7) == expected);
+
+    std::vector<LASFilePoint> third;
+    for (std::size_t i = 0; i < expected.size(); i += 4)
+        third.push_back(expected[i]);
+    EXPECT_TRUE(readLASPoints(*reader, box, 0.25) == third);
+    EXPECT_TRUE(readLASPoints(*reader, box, 0).empty());
+    EXPECT_EQ(reader->getTotalWork(box, 0.25), 40000);
+    EXPECT_EQ(reader->getTotalWork(box, 0), 0);
+
+    PointInfo layout = reader->getPointInfo();
+    layout.getChannel(3).init("Temperature", UINT16, 16, 0);
+    EXPECT_EQ(Testing::failureOf([&] { reader->createIterator(box, 1, layout, nullptr)->release(); }),
+              "40012 requesting channel not in the source");
+    layout.getChannel(3).init("Intensity", UINT8, 8, 0);
+    EXPECT_EQ(Testing::failureOf([&] { reader->createIterator(box, 1, layout, nullptr)->release(); }),
+              "40010 channel 'Intensity' has another type in the source");
+}
+
+TEST_F(LASReading, KeepsHeaderFieldsAndRecordsAsMetadata)
+{
+    LASFile file = randomLASFile(6, 4, 3, 1);
+    file.systemID = "LIDAR";
+    file.software = "Tool 32 bytes long ............";
+    file.fileSourceID = 77;
+    file.guid1 = 0xDEADBEEF;
+    file.guid3 = 0x12;
+    file.guid4[7] = 9;
+    file.year = 2024;
+    file.day = 45;
+    file.records = {
+        {"LASF_Spec", 0, "lookup", {1, 2, 3}}, {"laszip encoded", 22204, "", {0}}, {"", 7, "", {}}};
+    file.extendedRecords = {{"far", 65535, "behind the points", LASBytes(70000, 5)}};
+    Metadata metadata;
+    open(file.build())->loadMetadata(metadata, false);
+    const auto text = [&](const char* key) {
+        return std::string(
+            static_cast<const char*>(metadata.getValue(static_cast<std::size_t>(metadata.getKeyIndex(key)))));
+    };
+    EXPECT_EQ(text("SystemID"), "LIDAR");
+    EXPECT_EQ(text("GeneratingSoftware"), file.software);
+    EXPECT_EQ(text("FileSourceID"), "77");
+    EXPECT_EQ(text("ProjectID"), "{DEADBEEF-0000-0012-0000-000000000009}");
+    EXPECT_EQ(text("FileCreationDate"), "2024-045");
+    EXPECT_TRUE(metadata.has("PointRecordsByReturnCount"));
+    EXPECT_TRUE(metadata.has("LAS_BoundingBox"));
+    const int spare = metadata.getKeyIndex("LASF_Spec::0");
+    ASSERT_GE(spare, 0);
+    EXPECT_STREQ(metadata.getDescription(static_cast<std::size_t>(spare)), "lookup");
+    EXPECT_EQ(metadata.getValueLength(static_cast<std::size_t>(spare)), 3u);
+    EXPECT_TRUE(metadata.has("::7"));
+    EXPECT_FALSE(metadata.has("laszip encoded::22204"));
+    EXPECT_EQ(metadata.getValueLength(static_cast<std::size_t>(metadata.getKeyIndex("far::65535"))), 70000u);
+}
+
+TEST_F(LASReading, FindsTheCoordinateSystemInEitherNotation)
+{
+    const auto bytesOf = [](const std::string& text) { return LASBytes(text.begin(), text.end()); };
+    LASFile file = randomLASFile(1, 4, 3, 1);
+    EXPECT_EQ(open(file.build())->getWKT(), nullptr);
+    // WGS 84 / UTM zone 13N: model projected, code 32613.
+    const LASBytes keys = {1, 0, 1, 0, 0, 0, 2, 0, 0, 4, 0, 0, 1, 0, 1, 0, 0, 12, 0, 0, 1, 0, 0x65, 0x7F};
+    file.records = {{"LASF_Projection", 34735, "", keys}};
+    const auto fromKeys = open(file.build());
+    ASSERT_NE(fromKeys->getWKT(), nullptr);
+    EXPECT_EQ(std::string(fromKeys->getWKT()).rfind("PROJCS[\"WGS 84 / UTM zone 13N\"", 0), 0u)
+        << fromKeys->getWKT();
+
+    file.extendedRecords = {{"LASF_Projection", 2112, "", bytesOf("LOCAL_CS[\"a\"]") /* no NUL */}};
+    EXPECT_EQ(std::string(open(file.build())->getWKT()).rfind("PROJCS", 0), 0u)
+        << "the keys count without the bit";
+    file.globalEncoding = 16;
+    EXPECT_STREQ(open(file.build())->getWKT(), "LOCAL_CS[\"a\"]");
+
+    Metadata all, sanitized;
+    open(file.build())->loadMetadata(all, false);
+    open(file.build())->loadMetadata(sanitized, true);
+    EXPECT_TRUE(all.has("LASF_Projection::34735"));
+    EXPECT_FALSE(sanitized.has("LASF_Projection::34735"));
+    EXPECT_FALSE(sanitized.has("LASF_Projection::2112"));
+
+    // Keys that point outside their values are not understood, and harm nothing.
+    file.globalEncoding = 0;
+    for (const LASBytes& bad : {LASBytes{1}, LASBytes{1, 0, 1, 0, 0, 0, 255, 255},
+                                LASBytes{1, 0, 1, 0, 0, 0, 1, 0, 0, 4, 0xB0, 0x87, 255, 0, 255, 255},
+                                LASBytes{1, 0, 1, 0, 0, 0, 1, 0, 0, 4, 0xB1, 0x87, 255, 255, 0, 0}}) {
+        file.records[0].value = bad;
+        file.extendedRecords.clear();
+        EXPECT_EQ(open(file.build())->getWKT(), nullptr);
+    }
+}
+
+TEST_F(LASReading, RefusesWaveformsUnlessTheyArePassedOver)
+{
+    for (const int format : {4, 5, 9, 10})
+        EXPECT_EQ(Testing::failureOf([&] { open(randomLASFile(format, 4, 3, 1).build()); }),
+                  "40608 Input LAS/LAZ file contains waveform data.  This is not currently supported.");
+}
+
+TEST_F(LASReading, RefusesAFileThatIsDamaged)
+{
+    EXPECT_EQ(
+        Testing::failureOf([&] {
+            const Scoped<LASPointReader> reader(LASPointReader::create());
+            reader->init("none.las", false);
+        }),
+        "40606 Failed to create LASReader for path = 'none.las': No such file or directory path = none.las");
+    LASFile file = randomLASFile(1, 4, 100, 1);
+    file.records = {{"user", 1, "", LASBytes(20)}, {"user", 2, "", LASBytes(10)}};
+    file.extendedRecords = {{"user", 3, "", LASBytes(100)}};
+    const LASBytes whole = file.build();
+    EXPECT_EQ(failureOfReading(whole), "no error");
+
+    const auto with = [&](std::size_t at, const LASBytes& value) {
+        LASBytes bytes = whole;
+        std::copy(value.begin(), value.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at));
+        return failureOfReading(bytes);
+    };
+    const LASBytes huge(8, 0xFF);
+    const LASBytes huge4(4, 0xFF);
+    EXPECT_EQ(with(0, {'X'}), "bad LAS header: no \"LASF\" at the beginning");
+    EXPECT_EQ(with(24, {2}), "bad LAS header: unknown version 2.4");
+    EXPECT_EQ(with(25, {5}), "bad LAS header: unknown version 1.5");
+    EXPECT_EQ(with(94, {0x76, 1}), "bad LAS header: the header size is too small for the version");
+    EXPECT_EQ(with(96, {0, 1, 0, 0}), "bad LAS header: the points begin inside the header");
+    EXPECT_EQ(with(96, huge4), "the file ends before its points");
+    EXPECT_EQ(with(100, {3, 0, 0, 0}), "variable length record 3 of 3 has no room");
+    EXPECT_EQ(with(100, huge4), "variable length record 3 of 4294967295 has no room");
+    EXPECT_EQ(with(104, {11}), "bad LAS header: unknown point format 11");
+    EXPECT_EQ(with(105, {27, 0}),
+              "bad LAS header: the point record length is too small for the point format");
+    EXPECT_EQ(with(375 + 20, {0xFF, 0xFF}), "variable length record 1 of 2 is too long");
+    EXPECT_EQ(with(235, huge), "the extended variable length records lie outside the file");
+    EXPECT_EQ(with(243, huge4), "extended variable length record 2 of 4294967295 has no room");
+    EXPECT_EQ(with(247, huge), "bad LAS header: the number of points is too large");
+    EXPECT_EQ(with(247, {0, 0, 1, 0}), "the file ends after 105 of 65536 points");
+
+    for (std::size_t length = 0; length < whole.size(); length += length < 600 ? 1 : 97) {
+        const LASBytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
+        EXPECT_NE(failureOfReading(cut), "no error") << length;
+    }
+}
+
+TEST_F(LASReading, ReadsCompressedFilesOfEveryFormatThatIsWritten)
+{
+    for (const int format : {0, 1, 2, 3, 6, 7, 8}) {
+        const LASFile file = randomLASFile(format, 4, 60000, 9); // more than one of LASzip's chunks
+        const std::string laz = compress(file);
+        const auto reader = open({laz.begin(), laz.end()});
+        EXPECT_STREQ(reader->getFileFormatString(), "LAZ 1.4");
+        EXPECT_TRUE(readLASPoints(*reader) == file.points) << "format " << format;
+    }
+}
+
+TEST_F(LASReading, RefusesCompressedFilesThatAreDamaged)
+{
+    for (const int format : {3, 7}) {
+        const std::string laz = compress(randomLASFile(format, 4, 3000, 9));
+        const LASBytes whole(laz.begin(), laz.end());
+        ASSERT_EQ(failureOfReading(whole), "no error");
+        for (std::size_t length = 227; length < whole.size() - 60; length += 1 + length / 7)
+            EXPECT_NE(failureOfReading({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)}),
+                      "no error")
+                << length;
+        // Whatever a changed byte does, it is an error or points.
+        for (std::size_t at = 227; at < whole.size(); at += 1 + at / 40) {
+            LASBytes bytes = whole;
+            bytes[at] ^= 0x55;
+            failureOfReading(bytes);
+        }
+    }
+}
+
+TEST_F(LASReading, StopsWhenCancelled)
+{
+    struct Cancelled : ProgressDelegate
+    {
+        void reportProgress(double, const char*) override {}
+        bool getCancelled() override { return true; }
+    } delegate;
+    const auto reader = open(randomLASFile(0, 2, 10, 1).build());
+    const Scoped<PointIterator> iterator(
+        reader->createIterator(Bounds::Huge(), 1, reader->getPointInfo(), &delegate));
+    PointData block;
+    block.init(reader->getPointInfo(), 10);
+    EXPECT_EQ(Testing::failureOf([&] { iterator->getNextPoints(block); }), "40006 operation cancelled.");
+}
+
+} // namespace
+} // namespace Quillmoran

@@ -1,0 +1,429 @@
+#include "las/LASPointWriter.h"
+
+#include "framework/ProgressDelegate.h"
+#include "las/LASPointReader.h"
+#include "support/Errors.h"
+#include "support/LASClouds.h"
+#include "support/Layouts.h"
+#include "support/MemoryPointSource.h"
+#include "support/TemporaryDirectory.h"
+
+#include <cmath>
+#include <ctime>
+#include <gtest/gtest.h>
+#include <optional>
+
+namespace Quillmoran {
+namespace {
+
+using Testing::channel;
+using Testing::LASFile;
+using Testing::LASFilePoint;
+using Testing::layoutXYZ;
+using Testing::MemoryPointSource;
+
+class LASWriting : public testing::Test
+{
+protected:
+    // One point at the origin per value of the further channels.
+    static Scoped<MemoryPointSource> makeSource(std::initializer_list<ChannelInfo> channels,
+                                                const MemoryPointSource::Columns& values = {})
+    {
+        const std::size_t count = values.empty() ? 2 : values.front().size();
+        MemoryPointSource::Columns columns(3, std::vector<double>(count, 0.0));
+        columns.insert(columns.end(), values.begin(), values.end());
+        columns.resize(3 + channels.size(), std::vector<double>(count, 1.0));
+        return MemoryPointSource::make(layoutXYZ(channels), columns);
+    }
+
+    Scoped<LASPointWriter> makeWriter(PointSource& source, int version = -1)
+    {
+        Scoped<LASPointWriter> writer(LASPointWriter::create());
+        writer->init(&source, path.c_str(), version);
+        return writer;
+    }
+    LASFile write(PointSource& source, int version = -1)
+    {
+        makeWriter(source, version)->write(Bounds::Huge(), 1, source.getPointInfo(), nullptr);
+        return LASFile::load(path);
+    }
+
+    Testing::TemporaryDirectory directory;
+    std::string path = directory / "out.las";
+};
+
+std::string padded(const std::string& text)
+{
+    std::string whole = text;
+    whole.resize(32);
+    return whole;
+}
+
+TEST_F(LASWriting, ChoosesFormatAndVersionByTheChannels)
+{
+    const auto chosen = [](std::initializer_list<ChannelInfo> channels) {
+        const PointInfo layout = layoutXYZ(channels);
+        return std::to_string(LASPointWriter::getRecordFormat(layout).number) + '/' +
+               std::to_string(LASPointWriter::getFileVersion(layout));
+    };
+    const auto withBits = [](const char* name, DataType type, int bits) {
+        ChannelInfo info;
+        info.init(name, type, bits, 0);
+        return info;
+    };
+    const ChannelInfo time = channel("GPSTime", FLOAT64), red = channel("Red", UINT16);
+    EXPECT_EQ(chosen({channel("Intensity", UINT16)}), "0/11");
+    EXPECT_EQ(chosen({time}), "1/11");
+    EXPECT_EQ(chosen({red}), "2/12");
+    EXPECT_EQ(chosen({channel("GPSTime_Adjusted", FLOAT64), channel("Blue", UINT16)}), "3/12");
+    EXPECT_EQ(chosen({withBits("ReturnNum", UINT8, 3), withBits("ScanAngle", SINT8, 8)}), "0/11");
+    EXPECT_EQ(chosen({withBits("ReturnNum", UINT8, 4)}), "6/14");
+    EXPECT_EQ(chosen({withBits("NumReturns", UINT8, 4), time}), "6/14");
+    EXPECT_EQ(chosen({withBits("ScanAngle", SINT16, 9), red}), "7/14");
+    EXPECT_EQ(chosen({channel("ClassFlags", UINT8), time, red}), "7/14");
+    EXPECT_EQ(chosen({channel("ScannerChannel", UINT8)}), "6/14");
+    EXPECT_EQ(chosen({channel("NearInfrared", UINT16), red}), "8/14");
+    EXPECT_EQ(chosen({channel("NearInfrared", UINT16)}), "6/14");
+}
+
+TEST_F(LASWriting, WritesTheHeaderByteForByte)
+{
+    const auto source = makeSource({channel("Intensity", UINT16)});
+    source->setQuantization(std::vector<double>{0.25, 0.5, 2}.data(),
+                            std::vector<double>{100, -7, 3.5}.data());
+    const LASFile file = write(*source);
+    EXPECT_EQ(file.versionMajor * 10 + file.versionMinor, 11);
+    EXPECT_EQ(file.systemID, padded(""));
+    EXPECT_EQ(file.software, padded("Quillmoran 1.1.4.4709"));
+    const std::time_t now = std::time(nullptr);
+    const std::tm* today = std::gmtime(&now);
+    EXPECT_EQ(file.day, today->tm_yday + 1);
+    EXPECT_EQ(file.year, today->tm_year + 1900);
+    EXPECT_EQ(file.headerSize, 227);
+    EXPECT_EQ(file.pointDataOffset, 227u);
+    EXPECT_EQ(file.format, 0);
+    EXPECT_EQ(file.recordLength, 20);
+    EXPECT_EQ(file.legacyCount, 2u);
+    EXPECT_EQ(file.globalEncoding, 0);
+    EXPECT_EQ(file.scale, (std::array<double, 3>{0.25, 0.5, 2}));
+    EXPECT_EQ(file.offset, (std::array<double, 3>{100, -7, 3.5}));
+    EXPECT_EQ(file.points[1].intensity, 1);
+    EXPECT_EQ(Testing::readFile(path).size(), 227u + 2 * 20);
+
+    struct
+    {
+        int version, minor, size;
+    } const versions[] = {{0, 0, 227}, {10, 0, 227}, {11, 1, 227}, {12, 2, 227}, {13, 3, 235}, {14, 4, 375}};
+    for (const auto& v : versions) {
+        const LASFile versioned = write(*source, v.version);
+        EXPECT_EQ(versioned.versionMajor, v.version / 10);
+        EXPECT_EQ(versioned.versionMinor, v.minor);
+        EXPECT_EQ(versioned.headerSize, v.size);
+        EXPECT_EQ(versioned.pointDataOffset, static_cast<unsigned>(v.size));
+        EXPECT_EQ(versioned.count, 2u);
+        EXPECT_EQ(versioned.points.size(), 2u);
+    }
+    // The older version is written as asked, whatever the format.
+    const LASFile extended =
+        write(*makeSource({channel("ClassFlags", UINT8), channel("GPSTime_Adjusted", FLOAT64)}), 12);
+    EXPECT_EQ(extended.format, 6);
+    EXPECT_EQ(extended.headerSize, 227);
+    EXPECT_EQ(extended.globalEncoding, 1);
+}
+
+TEST_F(LASWriting, StoresFieldsByTheirWidth)
+{
+    // The values of one channel in a file of five points.
+    const auto stored = [&](const ChannelInfo& info, std::vector<double> values, auto field, bool extended) {
+        const auto source = extended ? makeSource({info, channel("ClassFlags", UINT8)}, {values})
+                                     : makeSource({info}, {values});
+        std::vector<int> result;
+        for (const LASFilePoint& point : write(*source).points)
+            result.push_back(static_cast<int>(point.*field));
+        return result;
+    };
+    using V = std::vector<int>;
+    const std::vector<double> bytes = {0, 1, 7, 8, 255};
+    const ChannelInfo three = [] {
+        ChannelInfo info;
+        info.init("ReturnNum", UINT8, 3, 0);
+        return info;
+    }();
+    EXPECT_EQ(stored(three, bytes, &LASFilePoint::returnNum, false), (V{0, 1, 7, 7, 7}));
+    EXPECT_EQ(stored(three, {0, 9, 15, 16, 255}, &LASFilePoint::returnNum, true), (V{0, 9, 15, 0, 15}));
+    EXPECT_EQ(stored(channel("ScanDir", UINT8), bytes, &LASFilePoint::scanDir, false), (V{0, 1, 1, 0, 1}));
+    EXPECT_EQ(stored(channel("EdgeFlightLine", UINT8), bytes, &LASFilePoint::edge, true), (V{0, 1, 1, 0, 1}));
+    EXPECT_EQ(stored(channel("ClassId", UINT8), bytes, &LASFilePoint::classId, false), (V{0, 1, 7, 8, 255}));
+    EXPECT_EQ(stored(channel("ClassId", UINT8), bytes, &LASFilePoint::classId, true), (V{0, 1, 7, 8, 255}));
+    EXPECT_EQ(stored(channel("ScannerChannel", UINT8), bytes, &LASFilePoint::scannerChannel, true),
+              (V{0, 1, 3, 0, 3}));
+    EXPECT_EQ(stored(channel("ClassFlags", UINT8), bytes, &LASFilePoint::classFlags, false),
+              (V{0, 1, 7, 8, 15}));
+    // Other types become the field's as by a cast: low bits of integers, whole part of real numbers.
+    EXPECT_EQ(stored(channel("Intensity", SINT32), {-1, 65536, 70000}, &LASFilePoint::intensity, false),
+              (V{65535, 0, 4464}));
+    EXPECT_EQ(stored(channel("Intensity", FLOAT64), {2.9, -2.9, 1e300, std::nan("")},
+                     &LASFilePoint::intensity, false),
+              (V{2, 65534, 0, 0}));
+    EXPECT_EQ(stored(channel("UserData", FLOAT32), {255.9, 256, 300.5}, &LASFilePoint::userData, false),
+              (V{255, 0, 44}));
+    EXPECT_EQ(stored(channel("ScanAngle", SINT8), {-128, 127, -1}, &LASFilePoint::scanAngle, false),
+              (V{-128, 127, -1}));
+    EXPECT_EQ(stored(channel("ScanAngle", SINT16), {-30000, 30000}, &LASFilePoint::scanAngle, true),
+              (V{-30000, 30000}));
+}
+
+TEST_F(LASWriting, RoundsCoordinatesAwayFromTheOffset)
+{
+    const std::vector<double> x = {10, 10.25, 10.5, 9.75, 9.5, 9.24, 10.24};
+    const auto source = MemoryPointSource::make(layoutXYZ(), {x, x, x});
+    const auto writer = makeWriter(*source);
+    writer->setQuantization(std::vector<double>{0.5, 0.5, 0.5}.data(),
+                            std::vector<double>{10, 10, 10}.data());
+    writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
+    const LASFile file = LASFile::load(path);
+    std::vector<int> steps;
+    for (const LASFilePoint& point : file.points)
+        steps.push_back(point.x);
+    EXPECT_EQ(steps, (std::vector<int>{0, 1, 1, -1, -1, -2, 0}));
+    // The header's bounds are those of the steps.
+    EXPECT_EQ(file.min[0], 9.0);
+    EXPECT_EQ(file.max[0], 10.5);
+}
+
+TEST_F(LASWriting, WarnsOfWhatDoesNotFit)
+{
+    struct Warnings : ProgressDelegate
+    {
+        void reportProgress(double, const char*) override {}
+        bool getCancelled() override { return false; }
+        void displayWarning(const char* text) override { all += std::string(text) + '\n'; }
+        std::string all;
+    } warnings;
+    const auto source = MemoryPointSource::make(layoutXYZ({channel("Temperature", FLOAT32)}),
+                                                {{0, 3e6, 1}, {0, 1, 1}, {0, 1, 1}, {1, 2, 3}});
+    const auto writer = makeWriter(*source);
+    writer->setChunckSize(1);
+    EXPECT_EQ(writer->write(Bounds::Huge(), 1, source->getPointInfo(), &warnings), 3);
+    EXPECT_EQ(warnings.all, "the output format does not support channel 'Temperature'\n"
+                            "some coordinates are too far from the offset to be stored with this scale\n");
+}
+
+TEST_F(LASWriting, CountsPointsByReturn)
+{
+    ChannelInfo returns;
+    returns.init("ReturnNum", UINT8, 3, 0);
+    const std::vector<double> numbers = {1, 1, 2, 5, 6, 7, 0, 1};
+    const auto legacy = write(*makeSource({returns}, {numbers}));
+    EXPECT_EQ(legacy.legacyCount, 8u);
+    EXPECT_EQ(legacy.legacyByReturn, (std::array<std::uint32_t, 5>{3, 1, 0, 0, 1}));
+    returns.init("ReturnNum", UINT8, 4, 0);
+    const auto extended = write(*makeSource({returns}, {{1, 15, 15, 6, 5, 0}}));
+    EXPECT_EQ(extended.legacyCount, 6u);
+    EXPECT_EQ(extended.count, 6u);
+    EXPECT_EQ(extended.legacyByReturn, (std::array<std::uint32_t, 5>{1, 0, 0, 0, 1}));
+    EXPECT_EQ(extended.byReturn,
+              (std::array<std::uint64_t, 15>{1, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 2}));
+}
+
+TEST_F(LASWriting, KeepsTheIdentityOfItsSource)
+{
+    const auto source = makeSource({});
+    Metadata& metadata = source->metadata();
+    const auto text = [&](const char* key, const char* value) {
+        metadata.add(key, nullptr, METADATA_STRING, value, 0);
+    };
+    const std::string longName(40, 'n');
+    text("SystemID", longName.c_str());
+    text("ProjectID", "{DEADBEEF-0102-ABCD-1122-334455667788}");
+    text("FileSourceID", "513");
+    text("FileCreationDate", "1999-001");
+    text("GeneratingSoftware", "other");
+    const double counts[] = {9, 9, 9, 9, 9};
+    metadata.add("PointRecordsByReturnCount", nullptr, METADATA_FLOAT64_ARRAY, counts, 5);
+    text("user::34735", "only projection records are copied");
+    const LASFile file = write(*source);
+    EXPECT_EQ(file.systemID, std::string(32, 'n'));
+    EXPECT_EQ(file.guid1, 0xDEADBEEFu);
+    EXPECT_EQ(file.guid2, 0x0102);
+    EXPECT_EQ(file.guid3, 0xABCD);
+    EXPECT_EQ(file.guid4, (std::array<std::uint8_t, 8>{0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88}));
+    EXPECT_EQ(file.fileSourceID, 513);
+    EXPECT_EQ(file.software, padded("Quillmoran 1.1.4.4709"));
+    EXPECT_NE(file.year, 1999);
+    EXPECT_EQ(file.legacyByReturn, (std::array<std::uint32_t, 5>{}));
+    EXPECT_TRUE(file.records.empty());
+
+    metadata.remove();
+    text("ProjectID", "{DEADBEEF-0102}");
+    text("FileSourceID", "none");
+    EXPECT_EQ(write(*source).guid1, 0u);
+}
+
+// What a case of the projection tests expects: the numbers of the records in the file and the WKT bit.
+struct Projection
+{
+    std::string records;
+    bool wktBit;
+};
+
+Projection projectionOf(const LASFile& file)
+{
+    std::string records;
+    for (const auto& record : file.records) {
+        EXPECT_EQ(record.userID, "LASF_Projection");
+        EXPECT_EQ(record.reserved, 0xAABB);
+        records += std::to_string(record.recordID) + ' ';
+    }
+    return {records, (file.globalEncoding & 16) != 0};
+}
+
+TEST_F(LASWriting, CopiesProjectionRecords)
+{
+    const auto legacy = makeSource({});
+    const auto extended = makeSource({channel("ClassFlags", UINT8)});
+    for (const auto& source : {legacy, extended}) {
+        Metadata& metadata = source->metadata();
+        metadata.add("LASF_Projection::34735", "keys", METADATA_BLOB, "\1\0\1\0\0\0\0\0", 8);
+        const double numbers[] = {1.5, 2.5};
+        metadata.add("LASF_Projection::34736", nullptr, METADATA_FLOAT64_ARRAY, numbers, 2);
+        metadata.add("LASF_Projection::34734", nullptr, METADATA_BLOB, "no", 2);
+        source->setWKT("LOCAL_CS[\"unused\"]");
+    }
+    const LASFile copied = write(*legacy);
+    EXPECT_EQ(projectionOf(copied).records, "34735 34736 ");
+    EXPECT_EQ(copied.records[0].description, "keys");
+    EXPECT_EQ(copied.records[1].value.size(), 16u);
+    EXPECT_EQ(copied.pointDataOffset, 227u + 2 * 54 + 8 + 16);
+    // Keys have no place beside the newer formats: the WKT of the source is taken.
+    const LASFile translated = write(*extended);
+    EXPECT_EQ(projectionOf(translated).records, "2112 ");
+    EXPECT_TRUE(projectionOf(translated).wktBit);
+
+    const std::string huge(65536, 'x'), largest(65534, 'x');
+    extended->metadata().add("LASF_Projection::2111", nullptr, METADATA_STRING, largest.c_str(), 0);
+    extended->metadata().add("LASF_Projection::2112", nullptr, METADATA_STRING, huge.c_str(), 0);
+    const LASFile wkt = write(*extended);
+    EXPECT_EQ(projectionOf(wkt).records, "2111 ");
+    EXPECT_EQ(wkt.records[0].value.size(), 65535u) << "with its NUL";
+    EXPECT_TRUE(projectionOf(wkt).wktBit);
+    legacy->metadata().add("LASF_Projection::2112", nullptr, METADATA_STRING, "LOCAL_CS[\"b\"]", 0);
+    const LASFile both = write(*legacy);
+    EXPECT_EQ(projectionOf(both).records, "34735 34736 2112 ");
+    EXPECT_FALSE(projectionOf(both).wktBit) << "the keys count";
+
+    const auto writer = makeWriter(*extended);
+    writer->setOverrideProjectionVLRs(true);
+    writer->write(Bounds::Huge(), 1, extended->getPointInfo(), nullptr);
+    const LASFile overridden = LASFile::load(path);
+    ASSERT_EQ(projectionOf(overridden).records, "2112 ");
+    EXPECT_EQ(std::string(overridden.records[0].value.begin(), overridden.records[0].value.end()),
+              std::string("LOCAL_CS[\"unused\"]") + '\0');
+}
+
+TEST_F(LASWriting, TranslatesTheCoordinateSystem)
+{
+    const auto source = makeSource({});
+    source->setWKT("");
+    EXPECT_EQ(projectionOf(write(*source)).records, "");
+    source->setWKT("no such thing");
+    EXPECT_EQ(projectionOf(write(*source)).records, "");
+    source->setWKT("GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS "
+                   "84\",6378137,298.257223563]],PRIMEM[\"Greenwich\",0],"
+                   "UNIT[\"degree\",0.0174532925199433],AUTHORITY[\"EPSG\",\"4326\"]]");
+    const LASFile keys = write(*source);
+    EXPECT_EQ(projectionOf(keys).records.substr(0, 6), "34735 ");
+    EXPECT_FALSE(projectionOf(keys).wktBit);
+    const Scoped<LASPointReader> reader(LASPointReader::create());
+    reader->init(path.c_str(), false);
+    ASSERT_NE(reader->getWKT(), nullptr);
+    EXPECT_EQ(std::string(reader->getWKT()).rfind("GEOGCS[\"WGS 84\"", 0), 0u);
+    EXPECT_EQ(projectionOf(write(*source, 14)).records, "2112 ")
+        << "a version that has WKT takes it as it is";
+}
+
+TEST_F(LASWriting, CompressesTheSamePoints)
+{
+    const LASFile original = Testing::randomLASFile(7, 4, 50001, 5);
+    Testing::writeFile(path, original.build());
+    const Scoped<LASPointReader> reader(LASPointReader::create());
+    reader->init(path.c_str(), false);
+    for (const int version : {-1, 0, 12}) {
+        const Scoped<LASPointWriter> writer(LASPointWriter::create());
+        const std::string compressed = directory / "out.laz";
+        writer->init(reader.get(), compressed.c_str(), version);
+        writer->setWriteLAZ(true);
+        writer->write(Bounds::Huge(), 1, reader->getPointInfo(), nullptr);
+        const LASFile header = LASFile::load(compressed);
+        EXPECT_TRUE(header.compressed);
+        EXPECT_EQ(header.format, 7);
+        EXPECT_EQ(header.count, 50001u);
+        EXPECT_EQ(header.versionMajor * 10 + header.versionMinor, version < 0 ? 14 : version);
+        ASSERT_EQ(header.records.size(), 1u);
+        EXPECT_EQ(header.records[0].userID, "laszip encoded");
+        const Scoped<LASPointReader> back(LASPointReader::create());
+        back->init(compressed.c_str(), false);
+        EXPECT_TRUE(Testing::readLASPoints(*back) == original.points) << version;
+    }
+}
+
+TEST_F(LASWriting, LeavesNoFileWithoutPointsAnywhere)
+{
+    const auto source = makeSource({});
+    // A box beside the points still makes a file, of no points.
+    Bounds beside = Bounds::Huge();
+    beside.x = {100, 200};
+    EXPECT_EQ(makeWriter(*source)->write(beside, 1, source->getPointInfo(), nullptr), 0);
+    const LASFile empty = LASFile::load(path);
+    EXPECT_EQ(empty.count, 0u);
+    EXPECT_EQ(empty.min, empty.offset);
+    EXPECT_EQ(empty.max, empty.offset);
+}
+
+TEST_F(LASWriting, LeavesNothingBehindWhenItFails)
+{
+    const auto source = makeSource({}, {});
+    Testing::writeFile(path, std::string("precious"));
+    const Scoped<LASPointWriter> nowhere(LASPointWriter::create());
+    const std::string unreachable = directory / "none/out.las";
+    nowhere->init(source.get(), unreachable.c_str(), -1);
+    EXPECT_EQ(Testing::failureOf([&] { nowhere->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
+              "40610 Unable to create output " + unreachable + ".");
+
+    struct Cancelling : ProgressDelegate
+    {
+        void reportProgress(double, const char* message) override
+        {
+            isWriting |= std::string(message) == "writing LAS file";
+        }
+        bool getCancelled() override { return isWriting; }
+        bool isWriting = false;
+    } cancelling;
+    for (const bool laz : {false, true}) {
+        const auto writer = makeWriter(*source);
+        writer->setWriteLAZ(laz);
+        cancelling.isWriting = false;
+        EXPECT_EQ(Testing::failureOf(
+                      [&] { writer->write(Bounds::Huge(), 1, source->getPointInfo(), &cancelling); }),
+                  "40006 LAS Write operation cancelled.");
+        EXPECT_FALSE(std::filesystem::exists(path));
+
+        // The header fits into a full disk's last buffer nowhere, the points even less.
+        const Scoped<LASPointWriter> full(LASPointWriter::create());
+        full->init(source.get(), "/dev/full", -1);
+        full->setWriteLAZ(laz);
+        EXPECT_EQ(
+            Testing::failureOf([&] { full->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
+            "28 No space left on device path = /dev/full");
+    }
+
+    source->failAt(1);
+    const auto failing = makeWriter(*source);
+    failing->setChunckSize(1);
+    EXPECT_EQ(Testing::failureOf([&] { failing->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
+              "40000 test");
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+} // namespace
+} // namespace Quillmoran

@@ -1,0 +1,120 @@
+// Points for tests of LAS files: random ones that use every field, the channels in which they appear, and the
+// way back from what a source delivers.
+#pragma once
+
+#include "framework/PointSource.h"
+#include "model/ChannelNames.h"
+#include "support/LASFile.h"
+#include "support/Random.h"
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace Quillmoran::Testing {
+
+// A file of random points whose fields are all within what the format can hold.
+inline LASFile randomLASFile(int format, int minor, std::size_t count, std::uint64_t seed)
+{
+    Random random(seed);
+    const bool extended = format >= 6;
+    const bool time = format == 1 || format >= 3;
+    const bool colour =
+        LASFile::recordBytes(format) >= 26 && format != 1 && format != 4 && format != 6 && format != 9;
+    LASFile file;
+    file.format = format;
+    file.versionMinor = minor;
+    file.offset = {1000, -2000, 50};
+    for (std::size_t i = 0; i < count; ++i) {
+        LASFilePoint p;
+        const auto byte = [&random](int bound) {
+            return static_cast<std::uint8_t>(random.below(static_cast<unsigned>(bound)));
+        };
+        const auto word = [&random] { return static_cast<std::uint16_t>(random.next()); };
+        p.x = static_cast<std::int32_t>(random.between(-100000, 100000));
+        p.y = static_cast<std::int32_t>(i);
+        p.z = static_cast<std::int32_t>(random.between(INT32_MIN, INT32_MAX));
+        p.intensity = word();
+        p.returnNum = byte(extended ? 16 : 8);
+        p.numReturns = byte(extended ? 16 : 8);
+        p.scanDir = byte(2);
+        p.edge = byte(2);
+        p.classId = byte(256);
+        p.scanAngle =
+            static_cast<std::int16_t>(extended ? random.between(-30000, 30000) : random.between(-128, 127));
+        p.userData = byte(256);
+        p.sourceId = word();
+        if (extended) {
+            p.classFlags = byte(16);
+            p.scannerChannel = byte(4);
+        }
+        if (time)
+            p.gpsTime = random.real() * 1e6 - 10;
+        if (colour) {
+            p.red = word();
+            p.green = word();
+            p.blue = word();
+        }
+        if (format == 8 || format == 10)
+            p.nearInfrared = word();
+        file.points.push_back(p);
+    }
+    file.describePoints();
+    return file;
+}
+
+// What a whole query of a source delivers, as LAS points; coordinates come back in steps of the source's
+// scale.
+inline std::vector<LASFilePoint> readLASPoints(const PointSource& source, const Bounds& box = Bounds::Huge(),
+                                               double fraction = 1, std::size_t blockSize = 1000)
+{
+    std::vector<LASFilePoint> points;
+    const Scoped<PointIterator> iterator(
+        source.createIterator(box, fraction, source.getPointInfo(), nullptr));
+    PointData block;
+    block.init(source.getPointInfo(), blockSize);
+    while (const std::size_t count = iterator->getNextPoints(block)) {
+        for (std::size_t i = 0; i < count; ++i) {
+            LASFilePoint p;
+            const auto take = [&](const char* name, auto& field) {
+                if (const ChannelData* channel = block.getChannel(name)) {
+                    const auto* samples = static_cast<const unsigned char*>(channel->getData());
+                    const std::size_t size = DataTypeUtils::getSize(channel->getDataType());
+                    if (channel->getDataType() == SINT8)
+                        field =
+                            static_cast<std::decay_t<decltype(field)>>(static_cast<std::int8_t>(samples[i]));
+                    else
+                        std::memcpy(&field, samples + i * size, size);
+                }
+            };
+            const auto step = [&](const double* values, int axis) {
+                const double steps = (values[i] - source.getOffset()[axis]) / source.getScale()[axis];
+                return static_cast<std::int32_t>(steps < 0 ? steps - 0.5 : steps + 0.5);
+            };
+            p.x = step(block.getX(), 0);
+            p.y = step(block.getY(), 1);
+            p.z = step(block.getZ(), 2);
+            take(ChannelNames::intensity, p.intensity);
+            take(ChannelNames::returnNum, p.returnNum);
+            take(ChannelNames::numReturns, p.numReturns);
+            take(ChannelNames::scanDir, p.scanDir);
+            take(ChannelNames::edgeFlightLine, p.edge);
+            take(ChannelNames::classId, p.classId);
+            take(ChannelNames::classFlags, p.classFlags);
+            take(ChannelNames::scannerChannel, p.scannerChannel);
+            take(ChannelNames::scanAngle, p.scanAngle);
+            take(ChannelNames::userData, p.userData);
+            take(ChannelNames::sourceId, p.sourceId);
+            take(ChannelNames::gpsTime, p.gpsTime);
+            take(ChannelNames::gpsTimeAdjusted, p.gpsTime);
+            take(ChannelNames::red, p.red);
+            take(ChannelNames::green, p.green);
+            take(ChannelNames::blue, p.blue);
+            take(ChannelNames::nearInfrared, p.nearInfrared);
+            points.push_back(p);
+        }
+    }
+    return points;
+}
+
+} // namespace Quillmoran::Testing
