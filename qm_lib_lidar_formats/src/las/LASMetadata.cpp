@@ -114,7 +114,7 @@ void read(Metadata& into, const IO& io, const LASHeader& header,
     addCountsByReturn(into, header);
     addBoundingBox(into, header);
     for (const LASVariableRecord& record : records) {
-        if (record.length > largestValue)
+        if (record.length > largestValue || record.isCompression())
             continue;
         const auto value = readLASRecordValue(io, record);
         const std::string key = record.userID + separator + std::to_string(record.recordID);

@@ -17,7 +17,8 @@
 
 namespace Quillmoran::LASMetadata {
 
-// Appends the records of a file. The store is open; values of more than a mebibyte are left out.
+// Appends the records of a file. The store is open; values of more than a mebibyte and
+// what describes the file's own compression are left out.
 void read(Metadata& into, const IO& io, const LASHeader& header,
           const std::vector<LASVariableRecord>& records);
 

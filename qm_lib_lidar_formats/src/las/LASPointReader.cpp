@@ -3,6 +3,7 @@
 #include "las/LASFields.h"
 #include "las/LASMetadata.h"
 #include "las/LASPointIterator.h"
+#include "las/LASzipRecord.h"
 #include "platform/Base.h"
 #include "platform/ByteOrder.h"
 #include "platform/FileIO.h"
@@ -59,9 +60,8 @@ void LASPointReader::open(bool openFullWaveform)
     checkSize();
     m_records = readLASVariableRecords(*io, m_header);
     readCoordinateSystem();
-    // Whether LASzip can take the file shows when it begins.
     if (m_header.compressed)
-        LASRecordReader::create(m_io.get(), m_header, PointInfo());
+        checkCompression();
 }
 
 void LASPointReader::checkSize() const
@@ -77,6 +77,17 @@ void LASPointReader::checkSize() const
     if (!m_header.compressed && count > whole)
         QM_THROW(40602, "the file ends after %llu of %llu points", static_cast<unsigned long long>(whole),
                  static_cast<unsigned long long>(count));
+}
+
+void LASPointReader::checkCompression() const
+{
+    const auto record = std::find_if(m_records.begin(), m_records.end(),
+                                     [](const LASVariableRecord& each) { return each.isCompression(); });
+    if (record == m_records.end())
+        QM_THROW(40602, "the file says that it is compressed, and not how");
+    checkLASzipRecord(readLASRecordValue(*m_io, *record), m_header);
+    // Whether LASzip can take the file shows when it begins.
+    LASRecordReader::create(m_io.get(), m_header, PointInfo());
 }
 
 const LASVariableRecord* LASPointReader::findProjection(std::uint16_t recordID) const noexcept

@@ -47,6 +47,7 @@ private:
 
     void open(bool openFullWaveform);
     void checkSize() const;
+    void checkCompression() const;
     void readCoordinateSystem();
     const LASVariableRecord* findProjection(std::uint16_t recordID) const noexcept;
     void setDescription();

@@ -30,12 +30,6 @@ std::string paddedText(const unsigned char* bytes, std::size_t size)
     return {text, strnlen(text, size)};
 }
 
-bool describesCompression(const LASVariableRecord& record)
-{
-    constexpr std::uint16_t compressionRecordID = 22204;
-    return record.is("laszip encoded", compressionRecordID);
-}
-
 // One stretch of records: `count` of them, from `position` on, all before `end`.
 struct Stretch
 {
@@ -68,8 +62,7 @@ void readStretch(const IO& io, Stretch stretch, std::vector<LASVariableRecord>& 
         if (record.length > left - headerBytes)
             QM_THROW(40602, "%s record %u of %u is too long", stretch.name, i + 1, stretch.count);
         stretch.position = record.position + static_cast<std::int64_t>(record.length);
-        if (!describesCompression(record))
-            records.push_back(std::move(record));
+        records.push_back(std::move(record));
     }
 }
 

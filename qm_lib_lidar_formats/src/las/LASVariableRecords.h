@@ -19,6 +19,8 @@ struct LASVariableRecord
     static constexpr std::size_t userIDBytes = 16;
     static constexpr std::size_t descriptionBytes = 32;
 
+    static constexpr char compressionUserID[] = "laszip encoded";
+    static constexpr std::uint16_t compressionRecordID = 22204;
     static constexpr char projectionUserID[] = "LASF_Projection";
     enum Projection : std::uint16_t
     {
@@ -39,6 +41,8 @@ struct LASVariableRecord
     {
         return recordID == record && userID == user;
     }
+    // How a compressed file is coded.
+    bool isCompression() const noexcept { return is(compressionUserID, compressionRecordID); }
     bool isProjection(std::uint16_t record) const noexcept { return is(projectionUserID, record); }
 };
 
