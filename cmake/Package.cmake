@@ -7,6 +7,7 @@ configure_package_config_file(${CMAKE_CURRENT_SOURCE_DIR}/cmake/vxunpack-config.
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/vxunpack-config-version.cmake
   COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vxunpack-config.cmake
-  ${CMAKE_CURRENT_BINARY_DIR}/vxunpack-config-version.cmake DESTINATION ${package_dir})
+  ${CMAKE_CURRENT_BINARY_DIR}/vxunpack-config-version.cmake
+  ${CMAKE_CURRENT_SOURCE_DIR}/cmake/FindLASzip.cmake DESTINATION ${package_dir})
 install(EXPORT vxunpack-targets NAMESPACE vxunpack:: DESTINATION ${package_dir})
 install(FILES README.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -61,12 +61,14 @@ bool visitFields(LASPointFormat format, const char* time, Visit visit)
             if (visit(field))
                 return true;
     }
-    if (format.hasTime() && visit(LASField{time, FLOAT64, 64, format.timeOffset()}))
+    const auto at = [](std::size_t offset) { return static_cast<std::uint8_t>(offset); };
+    if (format.hasTime() && visit(LASField{time, FLOAT64, 64, at(format.timeOffset())}))
         return true;
     for (std::size_t i = 0; format.hasColour() && i < 3; ++i)
-        if (visit(LASField{colours[i], UINT16, 16, format.colourOffset() + 2 * i}))
+        if (visit(LASField{colours[i], UINT16, 16, at(format.colourOffset() + 2 * i)}))
             return true;
-    return format.hasNearInfrared() && visit(LASField{nearInfrared, UINT16, 16, format.nearInfraredOffset()});
+    return format.hasNearInfrared() &&
+           visit(LASField{nearInfrared, UINT16, 16, at(format.nearInfraredOffset())});
 }
 
 bool isSame(const char* a, const char* b)

@@ -27,12 +27,12 @@ struct LASField
     const char* channel;
     DataType type; // of the samples; coordinates stand in the record as 32-bit steps
     std::uint8_t bits;
-    std::size_t offset;     // bytes into the record
+    std::uint8_t offset;    // bytes into the record
     std::uint8_t shift = 0; // of the lowest bit
     Excess excess = WRAPS;
 
     bool isCoordinate() const noexcept { return offset < 12; }
-    std::size_t axis() const noexcept { return offset / 4; } // of a coordinate
+    std::size_t axis() const noexcept { return offset / 4u; } // of a coordinate
 };
 
 namespace LASFields {
