@@ -23,8 +23,11 @@ JSON triple(const double* values)
     return values ? JSON::array({values[0], values[1], values[2]}) : JSON();
 }
 
+// Null when a side ends before it begins, as without points.
 JSON describeBounds(const Bounds& bounds)
 {
+    if (bounds.x.min > bounds.x.max || bounds.y.min > bounds.y.max || bounds.z.min > bounds.z.max)
+        return {};
     const double min[] = {bounds.x.min, bounds.y.min, bounds.z.min};
     const double max[] = {bounds.x.max, bounds.y.max, bounds.z.max};
     JSON json;

@@ -1,6 +1,7 @@
 #include "info/TextReport.h"
 
 #include "index/DiskRTree.h"
+#include "model/ChannelNames.h"
 #include "utils/Summary.h"
 
 #include <cinttypes>
@@ -107,17 +108,25 @@ void writeStatistics(const std::vector<ChannelStatistics>& statistics)
     }
 }
 
+const char* classNameOf(const PointSource& source, std::size_t code)
+{
+    const char* name = code < source.getNumClassIdNames() ? source.getClassIdNames()[code] : nullptr;
+    return name ? name : "";
+}
+
 // How many points have each code.
-void writeHistograms(const std::vector<ChannelStatistics>& statistics)
+void writeHistograms(const std::vector<ChannelStatistics>& statistics, const PointSource& source)
 {
     for (const ChannelStatistics& channel : statistics) {
         const std::vector<std::uint64_t>& histogram = channel.getHistogram();
         if (histogram.empty())
             continue;
+        const bool areClasses = channel.getName() == ChannelNames::classId;
         std::printf("Points by %s:\n", channel.getName().c_str());
         for (std::size_t code = 0; code < histogram.size(); ++code)
             if (histogram[code] != 0)
-                std::printf("   %3zu %14" PRIu64 "\n", code, histogram[code]);
+                std::printf("   %3zu %14" PRIu64 "  %s\n", code, histogram[code],
+                            areClasses ? classNameOf(source, code) : "");
     }
 }
 
@@ -133,7 +142,7 @@ void writeText(const FileReport& report)
                     report.check->numQueries, report.problems.size());
     if (!report.statistics.empty()) {
         writeStatistics(report.statistics);
-        writeHistograms(report.statistics);
+        writeHistograms(report.statistics, *report.description->source);
     }
 }
 
