@@ -12,6 +12,31 @@ void addCommonOptions(QMCmdLine& cmdLine)
     cmdLine.addUint("j", "numThreads", "sets the number of available threads used while processing", false);
 }
 
+void addTXTPointReaderOptions(QMCmdLine& cmdLine)
+{
+    cmdLine.addString("p", "parse",
+                      "parse format that describes the fields in a Text input file.\n"
+                      "  Required for Text input.\n"
+                      "  x, y, z  => point values\n"
+                      "  i => intensity\n"
+                      "  r => return number\n"
+                      "  n => number of returns\n"
+                      "  d => scan direction\n"
+                      "  e => edge of flight line\n"
+                      "  a => scan angle\n"
+                      "  c => class id\n"
+                      "  p => source id\n"
+                      "  u => user data\n"
+                      "  t => GPS time (week)\n"
+                      "  T => GPS time (adjusted)\n"
+                      "  R => red\n"
+                      "  G => green\n"
+                      "  B => blue\n"
+                      "  s => skip this field",
+                      false);
+    cmdLine.addUint("skip", "skipHeader", "Skip the first N line of Text input files.", false);
+}
+
 void setVersion(QMCmdLine& cmdLine)
 {
     cmdLine.setVersionNumbers(Version::getSDKMajorVersion(), Version::getSDKMinorVersion(),

@@ -11,6 +11,8 @@ namespace Utils {
 
 // "V"/"verbose" and "j"/"numThreads", the options that every program has.
 void addCommonOptions(QMCmdLine& cmdLine);
+// "p"/"parse" and "skip"/"skipHeader", for programs that read text: what setTextOptions() looks up.
+void addTXTPointReaderOptions(QMCmdLine& cmdLine);
 void setVersion(QMCmdLine& cmdLine);
 
 PointSourceType getPointSourceType(const char* name);

@@ -18,6 +18,17 @@ void widen(Bounds::Range& range, const PointInfo& layout, const char* name)
 
 } // namespace
 
+Bounds PointIterator::widened(const Bounds& bounds, const PointInfo& layout)
+{
+    if (!layout.hasValidXYZ())
+        QM_THROW(40007, "must have x, y, and z channels");
+    Bounds wide = bounds;
+    widen(wide.x, layout, ChannelNames::x);
+    widen(wide.y, layout, ChannelNames::y);
+    widen(wide.z, layout, ChannelNames::z);
+    return wide;
+}
+
 void PointIterator::init(const Bounds& bounds, double fraction, const PointInfo& layout,
                          ProgressDelegate* delegate)
 {
@@ -35,13 +46,8 @@ void PointIterator::init(const Bounds& bounds, double fraction, const PointInfo&
         m_accumulator = 1;
         m_threshold = 1;
     }
-    m_bounds = bounds;
     m_delegate = delegate;
-    if (!layout.hasValidXYZ())
-        QM_THROW(40007, "must have x, y, and z channels");
-    widen(m_bounds.x, layout, ChannelNames::x);
-    widen(m_bounds.y, layout, ChannelNames::y);
-    widen(m_bounds.z, layout, ChannelNames::z);
+    m_bounds = widened(bounds, layout);
 }
 
 } // namespace Quillmoran

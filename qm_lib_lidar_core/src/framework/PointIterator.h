@@ -18,12 +18,15 @@ public:
     // Fills the buffer from index 0 and returns how many points were filled; 0 is the end.
     virtual std::size_t getNextPoints(PointData& buffer) = 0;
 
+    // What a query of a box takes: the box grown by half a quantization step on every side, so that a point
+    // whose quantized coordinate rounds into the box is kept. The layout needs X, Y and Z: 40007 "must have
+    // x, y, and z channels".
+    static Bounds widened(const Bounds& bounds, const PointInfo& layout);
+
 protected:
     PointIterator() = default;
 
-    // Keeps the query. The box grows by half a quantization step on every side, so that a point whose
-    // quantized coordinate rounds into the box is kept. The layout needs X, Y and Z: 40007 "must have x, y,
-    // and z channels".
+    // Keeps the query, its box widened. The same error.
     void init(const Bounds& bounds, double fraction, const PointInfo& layout, ProgressDelegate* delegate);
 
     const Bounds& getBounds() const noexcept { return m_bounds; }

@@ -14,14 +14,25 @@ struct Transform
     TransformType code;
     Coder coder;
     int order; // of the lifting steps
+    const char* name;
 };
 
 constexpr Transform transforms[] = {
-    {1, Coder::MQ, 1},          {3, Coder::MQ, 3},          {10, Coder::MQ, 0},
-    {11, Coder::MQ, 1},         {13, Coder::MQ, 3},         {61, Coder::Deflate, 1},
-    {63, Coder::Deflate, 3},    {70, Coder::Deflate, 0},    {71, Coder::Deflate, 1},
-    {73, Coder::Deflate, 3},    {81, Coder::Arithmetic, 1}, {83, Coder::Arithmetic, 3},
-    {90, Coder::Arithmetic, 0}, {91, Coder::Arithmetic, 1}, {93, Coder::Arithmetic, 3},
+    {1, Coder::MQ, 1, "MQ, order 1 lifting"},
+    {3, Coder::MQ, 3, "MQ, order 3 lifting"},
+    {10, Coder::MQ, 0, "MQ, no lifting"},
+    {11, Coder::MQ, 1, "MQ, order 1 prediction"},
+    {13, Coder::MQ, 3, "MQ, order 3 prediction"},
+    {61, Coder::Deflate, 1, "deflate, order 1 lifting"},
+    {63, Coder::Deflate, 3, "deflate, order 3 lifting"},
+    {70, Coder::Deflate, 0, "deflate, no lifting"},
+    {71, Coder::Deflate, 1, "deflate, order 1 prediction"},
+    {73, Coder::Deflate, 3, "deflate, order 3 prediction"},
+    {81, Coder::Arithmetic, 1, "arithmetic, order 1 lifting"},
+    {83, Coder::Arithmetic, 3, "arithmetic, order 3 lifting"},
+    {90, Coder::Arithmetic, 0, "arithmetic, no lifting"},
+    {91, Coder::Arithmetic, 1, "arithmetic, order 1 prediction"},
+    {93, Coder::Arithmetic, 3, "arithmetic, order 3 prediction"},
 };
 
 const Transform& find(TransformType type)
@@ -38,6 +49,11 @@ const Transform& find(TransformType type)
 Coder getCoder(TransformType type)
 {
     return find(type).coder;
+}
+
+const char* toString(TransformType type)
+{
+    return find(type).name;
 }
 
 int getHeadroom(TransformType type)

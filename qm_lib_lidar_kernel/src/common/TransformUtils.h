@@ -27,6 +27,8 @@ enum class Coder
 
 // Every function refuses a code that is not in the table: -1 "bad transform type".
 QM_API Coder getCoder(TransformType type);
+// The coder and the lifting, for people: "MQ, order 1 prediction".
+QM_API const char* toString(TransformType type);
 // Bits that the transform may add to a sample.
 QM_API int getHeadroom(TransformType type);
 QM_API bool isInteger(TransformType type);

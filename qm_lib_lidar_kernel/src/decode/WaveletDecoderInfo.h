@@ -64,6 +64,7 @@ public:
     std::int64_t getNumPoints() const noexcept { return m_numPoints; }
     std::uint32_t getNumLevels() const noexcept { return m_numLevels; }
     const Bounds& getBounds() const noexcept { return m_bounds; }
+    const RTree& getIndex() const noexcept { return *m_index; }
     std::uint32_t getPointsPerEntry() const noexcept { return m_pointsPerEntry; }
     std::int64_t getIndexLength() const noexcept { return m_indexLength; } // bytes
 

@@ -1,0 +1,26 @@
+#include "info/CompressedSize.h"
+
+namespace Quillmoran {
+
+CompressedSize CompressedSize::of(const WaveletDecoderInfo& info)
+{
+    // Stretches lie in chunks that lie in the group, so no sum can pass the group's length.
+    CompressedSize size;
+    const std::uint32_t coarsest = info.getNumLevels() - 1;
+    size.levelBytes.resize(info.getNumLevels());
+    for (const WaveletDecoderChannelInfo& record : info.getChannels()) {
+        Channel& channel = size.channels.emplace_back();
+        for (std::uint32_t band = 0; band <= coarsest; ++band) {
+            const BandStretches stretches = info.getBandStretches(record, band);
+            const std::int64_t headers = stretches.interleaved ? 0 : stretches.headers.length();
+            channel.interleaved = channel.interleaved || stretches.interleaved;
+            channel.headerBytes += headers;
+            channel.dataBytes += stretches.data.length();
+            // Band 0 is the coarsest level itself, each further one refines to the next finer level.
+            size.levelBytes[coarsest - band] += headers + stretches.data.length();
+        }
+    }
+    return size;
+}
+
+} // namespace Quillmoran

@@ -1,0 +1,225 @@
+#include "info/JSONReport.h"
+
+#include "index/DiskRTree.h"
+
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+namespace Quillmoran {
+
+namespace {
+
+using JSON = nlohmann::ordered_json; // keys stay in the order in which they are set
+
+// Infinities and NaNs need no care: the library writes them as null.
+
+JSON textOrNull(const char* text)
+{
+    return text ? JSON(text) : JSON();
+}
+
+JSON triple(const double* values)
+{
+    return values ? JSON::array({values[0], values[1], values[2]}) : JSON();
+}
+
+// Null when a side ends before it begins, as without points.
+JSON describeBounds(const Bounds& bounds)
+{
+    if (bounds.x.min > bounds.x.max || bounds.y.min > bounds.y.max || bounds.z.min > bounds.z.max)
+        return {};
+    const double min[] = {bounds.x.min, bounds.y.min, bounds.z.min};
+    const double max[] = {bounds.x.max, bounds.y.max, bounds.z.max};
+    JSON json;
+    json["min"] = triple(min);
+    json["max"] = triple(max);
+    return json;
+}
+
+JSON describeChannels(const PointSource& source)
+{
+    JSON channels = JSON::array();
+    for (std::size_t i = 0; i < source.getNumChannels(); ++i) {
+        const ChannelInfo& channel = source.getChannel(i);
+        JSON json;
+        json["name"] = channel.getName();
+        json["type"] = DataTypeUtils::toString(channel.getDataType());
+        json["bits"] = channel.getBits();
+        json["quantization"] = channel.getQuantization();
+        channels.push_back(std::move(json));
+    }
+    return channels;
+}
+
+JSON describeClassNames(const PointSource& source)
+{
+    JSON names = JSON::array();
+    for (std::size_t i = 0; i < source.getNumClassIdNames(); ++i)
+        names.push_back(textOrNull(source.getClassIdNames()[i]));
+    return names;
+}
+
+const char* nameOf(MetadataDataType type)
+{
+    switch (type) {
+    case METADATA_STRING:
+        return "string";
+    case METADATA_BLOB:
+        return "blob";
+    case METADATA_FLOAT64_ARRAY:
+        return "numbers";
+    }
+    return "unknown"; // a file can hold any code
+}
+
+JSON describeValue(const Metadata& metadata, std::size_t index)
+{
+    const void* value = metadata.getValue(index);
+    if (metadata.getDataType(index) == METADATA_STRING)
+        return value ? JSON(static_cast<const char*>(value)) : JSON("");
+    if (metadata.getDataType(index) != METADATA_FLOAT64_ARRAY)
+        return {};
+    JSON numbers = JSON::array();
+    for (std::size_t i = 0; i < metadata.getValueLength(index); ++i) {
+        double number;
+        std::memcpy(&number, static_cast<const char*>(value) + i * sizeof number, sizeof number);
+        numbers.push_back(number);
+    }
+    return numbers;
+}
+
+JSON describeMetadata(const Metadata& metadata)
+{
+    JSON records = JSON::array();
+    for (std::size_t i = 0; i < metadata.getNumRecords(); ++i) {
+        JSON json;
+        json["key"] = metadata.getKey(i);
+        json["description"] = textOrNull(metadata.getDescription(i));
+        json["type"] = nameOf(metadata.getDataType(i));
+        json["length"] = metadata.getValueLength(i);
+        json["value"] = describeValue(metadata, i);
+        records.push_back(std::move(json));
+    }
+    return records;
+}
+
+JSON describeRecord(const WaveletDecoderChannelInfo& record, const CompressedSize::Channel& size)
+{
+    const bool isReal = TransformUtils::isFloatingPoint(record.getTransformType());
+    const auto low = record.getMinimum();
+    const auto high = record.getMaximum();
+    // A channel without samples has no range.
+    const bool hasRange = isReal ? low.real <= high.real : low.integer <= high.integer;
+    JSON json;
+    json["name"] = record.getName();
+    json["type"] = DataTypeUtils::toString(record.getDataType());
+    json["kernelType"] = DataTypeUtils::toString(record.getKernelDataType());
+    json["bits"] = record.getBits();
+    json["min"] = !hasRange ? JSON() : isReal ? JSON(low.real) : JSON(low.integer);
+    json["max"] = !hasRange ? JSON() : isReal ? JSON(high.real) : JSON(high.integer);
+    json["scale"] = record.getScale();
+    json["offset"] = record.getOffset();
+    json["transform"] = static_cast<unsigned>(record.getTransformType());
+    json["transformName"] = TransformUtils::toString(record.getTransformType());
+    json["subblockSize"] = record.getSubblockSize();
+    json["bytes"] = size.bytes();
+    json["headerBytes"] = size.interleaved ? JSON() : JSON(size.headerBytes);
+    json["dataBytes"] = size.interleaved ? JSON() : JSON(size.dataBytes);
+    return json;
+}
+
+JSON describeIndex(const WaveletDecoderInfo& info)
+{
+    JSON json;
+    json["kind"] = dynamic_cast<const DiskRTree*>(&info.getIndex()) ? "tree" : "list";
+    json["numEntries"] = info.getIndex().getCount();
+    json["pointsPerEntry"] = info.getPointsPerEntry();
+    json["bytes"] = info.getIndexLength();
+    return json;
+}
+
+JSON describeCompression(const WaveletDecoderInfo& info, const CompressedSize& size)
+{
+    JSON json;
+    json["version"] = info.getFileVersion() & 0xFF;
+    json["index"] = describeIndex(info);
+    json["levels"] = JSON::array();
+    for (std::uint32_t level = 0; level < info.getNumLevels(); ++level) {
+        JSON each;
+        each["numPoints"] = info.getNumSamples(level);
+        each["bytes"] = size.levelBytes[level];
+        json["levels"].push_back(std::move(each));
+    }
+    json["records"] = JSON::array();
+    for (std::size_t i = 0; i < info.getChannels().size(); ++i)
+        json["records"].push_back(describeRecord(info.getChannels()[i], size.channels[i]));
+    return json;
+}
+
+void addDescription(JSON& json, const SourceDescription& description)
+{
+    const PointSource& source = *description.source;
+    const bool isCounted = source.getNumPoints() != PointSource::unknownNumPoints;
+    json["type"] = description.typeName;
+    json["format"] = textOrNull(description.format);
+    json["fileBytes"] = description.fileBytes ? JSON(*description.fileBytes) : JSON();
+    json["numPoints"] = isCounted ? JSON(source.getNumPoints()) : JSON();
+    json["bounds"] = describeBounds(source.getBounds());
+    json["scale"] = triple(source.getScale());
+    json["offset"] = triple(source.getOffset());
+    json["channels"] = describeChannels(source);
+    json["classNames"] = describeClassNames(source);
+    json["metadata"] = describeMetadata(description.metadata);
+    json["wkt"] = textOrNull(source.getWKT());
+    if (description.compression)
+        json["compression"] = describeCompression(*description.compression, description.compressedSize);
+}
+
+JSON describeStatistics(const ChannelStatistics& channel)
+{
+    const auto toNumber = [](auto number) { return JSON(number); };
+    const bool hasRange = channel.getCount() != 0;
+    JSON json;
+    json["name"] = channel.getName();
+    json["count"] = channel.getCount();
+    json["notFinite"] = channel.getNumNotFinite();
+    json["min"] = hasRange ? std::visit(toNumber, channel.getMinimum()) : JSON();
+    json["max"] = hasRange ? std::visit(toNumber, channel.getMaximum()) : JSON();
+    json["mean"] = hasRange ? JSON(channel.getMean()) : JSON();
+    const std::vector<std::uint64_t>& histogram = channel.getHistogram();
+    if (histogram.empty())
+        return json;
+    JSON counts = JSON::object();
+    for (std::size_t code = 0; code < histogram.size(); ++code)
+        if (histogram[code] != 0)
+            counts[std::to_string(code)] = histogram[code];
+    json["counts"] = std::move(counts);
+    return json;
+}
+
+} // namespace
+
+std::string toJSON(const FileReport& report)
+{
+    JSON json;
+    json["file"] = report.fileName;
+    json["sound"] = report.problems.empty();
+    if (!report.problems.empty()) {
+        json["error"] = report.problems.front();
+        json["problems"] = report.problems;
+    }
+    if (report.description)
+        addDescription(json, *report.description);
+    if (report.check) {
+        json["check"]["numPoints"] = report.check->numPoints;
+        json["check"]["numQueries"] = report.check->numQueries;
+    }
+    if (!report.statistics.empty()) {
+        json["statistics"] = JSON::array();
+        for (const ChannelStatistics& channel : report.statistics)
+            json["statistics"].push_back(describeStatistics(channel));
+    }
+    return json.dump(2, ' ', false, JSON::error_handler_t::replace);
+}
+
+} // namespace Quillmoran

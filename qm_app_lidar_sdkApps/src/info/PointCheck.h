@@ -1,0 +1,55 @@
+// Looks at every point of a source for what contradicts the source's own description: the number of points,
+// their bounds and, in compressed files, the index. Memory does not grow with the file.
+#pragma once
+
+#include "framework/PointSource.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace Quillmoran {
+
+class PointCheck
+{
+public:
+    explicit PointCheck(const PointSource& source);
+
+    // The next points, in the order of the file, with any layout.
+    void add(const PointData& block, std::size_t count);
+    // Called behind the last point: repeats a few boxes as queries and compares what they give with what the
+    // pass saw in them.
+    void finish(ProgressDelegate* delegate);
+
+    long long getNumPoints() const noexcept { return m_numPoints; }
+    std::size_t getNumQueries() const noexcept { return m_boxes.size(); }
+    // One sentence each; empty when all is well.
+    const std::vector<std::string>& getProblems() const noexcept { return m_problems; }
+
+private:
+    struct CountedBox
+    {
+        Bounds box;
+        Bounds wide; // what a query of the box takes
+        long long numPoints = 0;
+    };
+
+    void chooseBoxes();
+    void checkBox(const CountedBox& counted, ProgressDelegate* delegate);
+    void addProblem(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+    const PointSource& m_source;
+    PointInfo m_xyz;
+    Bounds m_allowed;
+    long long m_numPoints = 0;
+    long long m_numOutside = 0;
+    struct
+    {
+        long long index = 0;
+        double x = 0, y = 0, z = 0;
+    } m_firstOutside;
+    std::vector<CountedBox> m_boxes;
+    std::vector<std::string> m_problems;
+};
+
+} // namespace Quillmoran

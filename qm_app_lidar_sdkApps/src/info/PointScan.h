@@ -1,0 +1,24 @@
+// One pass over the points of a source in blocks, for whoever wants to see all of them.
+#pragma once
+
+#include "framework/PointSource.h"
+
+#include <cstddef>
+
+namespace Quillmoran {
+
+// Calls visit(block, count) for each block of the points that lie in the box, with the channels of the
+// layout. The delegate may be null; its total is the caller's.
+template <class Visit>
+void scanPoints(const PointSource& source, const Bounds& box, const PointInfo& layout,
+                ProgressDelegate* delegate, Visit visit)
+{
+    constexpr std::size_t blockPoints = 4096;
+    PointData block;
+    block.init(layout, blockPoints);
+    const Scoped<PointIterator> iterator(source.createIterator(box, 1.0, layout, delegate));
+    while (const std::size_t count = iterator->getNextPoints(block))
+        visit(block, count);
+}
+
+} // namespace Quillmoran

@@ -1,0 +1,26 @@
+#include "info/SourceDescription.h"
+
+#include "decode/VX7PointReader.h"
+#include "utils/Utils.h"
+
+#include <filesystem>
+
+namespace Quillmoran {
+
+SourceDescription::SourceDescription(const Scoped<PointSource>& opened, const std::string& fileName)
+    : source(opened), typeName(Utils::getPointSourceTypeName(Utils::getPointSourceType(fileName.c_str())))
+{
+    source->loadMetadata(metadata, false);
+    std::error_code failure;
+    const std::uintmax_t size = std::filesystem::file_size(fileName, failure);
+    if (!failure)
+        fileBytes = size;
+    if (const auto* reader = dynamic_cast<const PointReader*>(source.get()))
+        format = reader->getFileFormatString();
+    if (const auto* reader = dynamic_cast<const VX7PointReader*>(source.get())) {
+        compression = &reader->getDecoderInfo();
+        compressedSize = CompressedSize::of(*compression);
+    }
+}
+
+} // namespace Quillmoran
