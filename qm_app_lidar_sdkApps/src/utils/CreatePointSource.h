@@ -2,7 +2,7 @@
 // opens the matching reader; FilePointSourceManager is the ordered set of input files, opened on first use.
 #pragma once
 
-#include "cli/QMFileSpec.h"
+#include "files/QMFileSpec.h"
 #include "framework/PointSource.h"
 
 #include <optional>

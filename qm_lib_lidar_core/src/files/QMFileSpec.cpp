@@ -1,4 +1,4 @@
-#include "cli/QMFileSpec.h"
+#include "files/QMFileSpec.h"
 
 #include <cstring>
 #include <strings.h>
