@@ -1,5 +1,6 @@
 #include "transcode/Transcoder.h"
 
+#include "files/QMFileUtils.h"
 #include "framework/PercentProgressDelegate.h"
 #include "platform/Base.h"
 #include "text/TXTPointReader.h"
@@ -10,7 +11,6 @@
 
 #include <cstdio>
 #include <strings.h>
-#include <sys/stat.h>
 
 namespace Quillmoran {
 
@@ -48,9 +48,7 @@ bool equalsIgnoringCase(const char* a, const char* b)
 // A writer truncates its output when it begins; the input must not be that file.
 void refuseSameFile(const char* input, const char* output)
 {
-    struct stat64 in, out;
-    if (stat64(input, &in) == 0 && stat64(output, &out) == 0 && in.st_dev == out.st_dev &&
-        in.st_ino == out.st_ino)
+    if (QMFileUtils::isSameFile(input, output))
         QM_THROW(-1, "the output '%s' is the input file", output);
 }
 
