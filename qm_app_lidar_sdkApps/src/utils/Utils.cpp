@@ -4,7 +4,55 @@
 #include "platform/Version.h"
 #include "text/TXTPointReader.h"
 
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <unistd.h>
+
 namespace Quillmoran::Utils {
+
+const char fieldLetters[] = "  x, y, z  => point values\n"
+                            "  i => intensity\n"
+                            "  r => return number\n"
+                            "  n => number of returns\n"
+                            "  d => scan direction\n"
+                            "  e => edge of flight line\n"
+                            "  a => scan angle\n"
+                            "  c => class id\n"
+                            "  p => source id\n"
+                            "  u => user data\n"
+                            "  t => GPS time (week)\n"
+                            "  T => GPS time (adjusted)\n"
+                            "  R => red\n"
+                            "  G => green\n"
+                            "  B => blue";
+
+namespace {
+
+// The progress line has no end yet; on a terminal the message would stand behind it.
+void endProgressLine()
+{
+    if (isatty(STDOUT_FILENO))
+        std::putchar('\n');
+    std::fflush(stdout);
+}
+
+} // namespace
+
+int runProgram(const std::function<void()>& program)
+{
+    try {
+        program();
+        return 0;
+    } catch (const std::exception& error) {
+        endProgressLine();
+        std::fprintf(stderr, "Error: %s\n", error.what());
+    } catch (...) {
+        endProgressLine();
+        std::fprintf(stderr, "unknown exception\n");
+    }
+    return 1;
+}
 
 void addCommonOptions(QMCmdLine& cmdLine)
 {
@@ -28,14 +76,39 @@ const char* getPointSourceTypeName(PointSourceType type)
     return SimpleFileOpener::getPointSourceTypeName(type);
 }
 
-void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine)
+void addTXTPointReaderOptions(QMCmdLine& cmdLine)
+{
+    static const std::string parseDescription =
+        std::string("parse format that describes the fields in a Text input file.\n"
+                    "  Required for Text input.\n") +
+        fieldLetters + "\n  s => skip field";
+    cmdLine.addString("p", "parse", parseDescription.c_str(), false);
+    cmdLine.addUint("skip", "skipHeader", "Skip the first N line of Text input files.", false);
+}
+
+namespace {
+
+template <class Target>
+void setOptions(Target& target, bool scanNow, const QMCmdLine& cmdLine)
 {
     if (!cmdLine.isPresent("parse"))
         return;
     PointInfo layout;
     TXTPointReader::parseFormat(cmdLine.getString("parse"), layout);
     const std::size_t skipLines = cmdLine.isPresent("skipHeader") ? cmdLine.getUint("skipHeader") : 0;
-    manager.setTextOptions(scanNow, layout, skipLines);
+    target.setTextOptions(scanNow, layout, skipLines);
+}
+
+} // namespace
+
+void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine)
+{
+    setOptions(manager, scanNow, cmdLine);
+}
+
+void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine)
+{
+    setOptions(opener, scanNow, cmdLine);
 }
 
 } // namespace Quillmoran::Utils
