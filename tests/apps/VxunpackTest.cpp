@@ -1,76 +1,34 @@
 // The program as its users run it.
 #include "support/ExampleSurvey.h"
+#include "support/RunProgram.h"
 #include "support/SampleCloud.h"
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 namespace Quillmoran {
 namespace {
 
+using Testing::Program;
 using Testing::readFile;
+using Testing::Result;
 using Testing::SampleCloud;
 using Testing::TemporaryDirectory;
 using Testing::writeFile;
-
-struct Result
-{
-    int status; // exit status, or minus the signal that ended the program
-    std::string output;
-    std::string errors;
-};
-
-// A running program whose two outputs go to files of the directory.
-class Program
-{
-public:
-    Program(const TemporaryDirectory& directory, const std::vector<std::string>& arguments)
-        : m_output(directory / "stdout"), m_errors(directory / "stderr")
-    {
-        std::vector<char*> argv = {const_cast<char*>(VXUNPACK)};
-        for (const std::string& argument : arguments)
-            argv.push_back(const_cast<char*>(argument.c_str()));
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        const int flags = O_WRONLY | O_CREAT | O_TRUNC;
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, m_output.c_str(), flags, 0644);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, m_errors.c_str(), flags, 0644);
-        if (posix_spawn(&m_process, VXUNPACK, &actions, nullptr, argv.data(), environ) != 0)
-            ADD_FAILURE() << "cannot start " << VXUNPACK;
-        posix_spawn_file_actions_destroy(&actions);
-    }
-
-    void signal(int number) const { ::kill(m_process, number); }
-
-    Result wait()
-    {
-        int status = 0;
-        waitpid(m_process, &status, 0);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), readFile(m_output),
-                readFile(m_errors)};
-    }
-
-private:
-    std::string m_output, m_errors;
-    pid_t m_process = 0;
-};
 
 class Vxunpack : public testing::Test
 {
 protected:
     Vxunpack() { writeFile(input, Testing::buildExampleSurvey()); }
 
-    Result run(const std::vector<std::string>& arguments) { return Program(directory, arguments).wait(); }
+    Result run(const std::vector<std::string>& arguments)
+    {
+        return Program(VXUNPACK, directory, arguments).wait();
+    }
     // Runs on the example and gives the text that was written.
     std::string decode(std::vector<std::string> arguments)
     {
@@ -136,7 +94,7 @@ TEST_F(Vxunpack, WritesNothingToNull)
     const Result result = run({"-i", input, "-o", "null"});
     EXPECT_EQ(result.status, 0);
     EXPECT_NE(result.output.find("\n2400 points written\n"), std::string::npos);
-    EXPECT_FALSE(exists("null"));
+    EXPECT_FALSE(exists(directory / "null"));
 }
 
 TEST_F(Vxunpack, ExplainsWhatItCannotDo)
@@ -270,7 +228,7 @@ TEST_F(Vxunpack, StopsAtASignalAndRemovesItsOutput)
     const std::string big = directory / "big.vxl";
     writeFile(big, buildFile(cloud.toFile()));
     for (const int number : {SIGINT, SIGTERM}) {
-        Program program(directory, {"-i", big, "-o", output, "-cs", "200", "-j", "1"});
+        Program program(VXUNPACK, directory, {"-i", big, "-o", output, "-cs", "200", "-j", "1"});
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         std::error_code none;
         while (std::filesystem::file_size(output, none) + 1 <= 1 &&
