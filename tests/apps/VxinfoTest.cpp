@@ -19,6 +19,7 @@ using nlohmann::json;
 using Testing::Bytes;
 using Testing::FilePlan;
 using Testing::Program;
+using Testing::Result;
 using Testing::SampleCloud;
 using Testing::TemporaryDirectory;
 using Testing::writeFile;
@@ -29,7 +30,7 @@ constexpr std::size_t firstMaximum = 16 + 2 * ChunkHeader::size + 13 + 31;
 class Vxinfo : public testing::Test
 {
 protected:
-    Program::Result run(const std::vector<std::string>& arguments)
+    Result run(const std::vector<std::string>& arguments)
     {
         return Program(VXINFO, directory, arguments).wait();
     }
@@ -37,7 +38,7 @@ protected:
     json report(const std::string& file, std::vector<std::string> options = {}, bool sound = true)
     {
         options.insert(options.end(), {file, "-json"});
-        const Program::Result result = run(options);
+        const Result result = run(options);
         EXPECT_EQ(result.status, sound ? 0 : 1) << result.errors;
         EXPECT_EQ(result.errors.empty(), sound) << result.errors;
         json files = json::parse(result.output);
@@ -104,7 +105,7 @@ TEST_F(Vxinfo, DescribesTheExampleForPrograms)
 
 TEST_F(Vxinfo, DescribesTheExampleForPeople)
 {
-    const Program::Result result = run({example, "-check", "-stats"});
+    const Result result = run({example, "-check", "-stats"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.errors, "");
     for (const char* line :
@@ -243,7 +244,7 @@ TEST_F(Vxinfo, ChecksThatPointsLieWithinTheBounds)
     EXPECT_EQ(damaged["error"].get<std::string>().rfind(expected, 0), 0u) << damaged["error"] << expected;
     EXPECT_EQ(damaged["numPoints"], 300);
 
-    const Program::Result text = run({"-check", file});
+    const Result text = run({"-check", file});
     EXPECT_EQ(text.status, 1);
     EXPECT_EQ(text.errors.rfind("Error: " + file + ": " + expected, 0), 0u) << text.errors;
     EXPECT_NE(text.output.find("Check:\n   300 points and 5 boxes looked at, 1 problems\n"),
@@ -256,7 +257,7 @@ TEST_F(Vxinfo, GoesOnBehindFilesThatAreNotSound)
     write("good.vxl", bytes);
     write("cut.vxl", bytes.substr(0, bytes.size() / 2));
     const std::string list = write("all.list", std::string("cut.vxl\nnone.vxl\ngood.vxl"));
-    const Program::Result result = run({list, "null", "-json", directory / "good.vxl"});
+    const Result result = run({list, "null", "-json", directory / "good.vxl"});
     EXPECT_EQ(result.status, 1);
     const std::string none = directory / "none.vxl";
     EXPECT_EQ(result.errors, "Error: " + (directory / "cut.vxl") + ": bad read -- chunk id\nError: " + none +
@@ -273,7 +274,7 @@ TEST_F(Vxinfo, GoesOnBehindFilesThatAreNotSound)
     EXPECT_EQ(files[2]["numPoints"], 2400);
     EXPECT_EQ(files[4]["numPoints"], 2400);
 
-    const Program::Result verbose = run({"-V", directory / "cut.vxl"});
+    const Result verbose = run({"-V", directory / "cut.vxl"});
     EXPECT_NE(verbose.errors.find(": bad read -- chunk id (error 40201, read in ChunkHeader.cpp:"),
               std::string::npos)
         << verbose.errors;
@@ -341,7 +342,7 @@ TEST_F(Vxinfo, ReadsTextWithItsColumnsGiven)
 
 TEST_F(Vxinfo, NeedsAName)
 {
-    const Program::Result result = run({"-json"});
+    const Result result = run({"-json"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(result.errors, "vxinfo usage error: required inputFile argument(s) not present\n"

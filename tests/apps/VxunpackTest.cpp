@@ -16,8 +16,8 @@ namespace Quillmoran {
 namespace {
 
 using Testing::Program;
-using Result = Program::Result;
 using Testing::readFile;
+using Testing::Result;
 using Testing::SampleCloud;
 using Testing::TemporaryDirectory;
 using Testing::writeFile;
@@ -135,7 +135,7 @@ TEST_F(Vxunpack, WritesNothingToNull)
     const Result result = run({"-i", input, "-o", "null"});
     EXPECT_EQ(result.status, 0);
     EXPECT_NE(result.output.find("\n2400 points written\n"), std::string::npos);
-    EXPECT_FALSE(exists("null"));
+    EXPECT_FALSE(exists(directory / "null"));
 }
 
 TEST_F(Vxunpack, ExplainsWhatItCannotDo)

@@ -1,12 +1,12 @@
-// Programs as their users run them.
+// Runs a program of the project as its users do.
 #pragma once
 
 #include "support/TemporaryDirectory.h"
 
 #include <csignal>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <spawn.h>
-#include <stdexcept>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,17 +14,17 @@
 
 namespace Quillmoran::Testing {
 
-// A running program whose two outputs go to files of the directory.
+struct Result
+{
+    int status; // exit status, or minus the signal that ended the program
+    std::string output;
+    std::string errors;
+};
+
+// A program that runs in a directory; its two outputs go to files there.
 class Program
 {
 public:
-    struct Result
-    {
-        int status; // exit status, or minus the signal that ended the program
-        std::string output;
-        std::string errors;
-    };
-
     Program(const char* path, const TemporaryDirectory& directory, const std::vector<std::string>& arguments)
         : m_output(directory / "stdout"), m_errors(directory / "stderr")
     {
@@ -34,15 +34,17 @@ public:
         argv.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addchdir_np(&actions, directory.path().c_str());
         const int flags = O_WRONLY | O_CREAT | O_TRUNC;
         posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, m_output.c_str(), flags, 0644);
         posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, m_errors.c_str(), flags, 0644);
-        const int failure = posix_spawn(&m_process, path, &actions, nullptr, argv.data(), environ);
+        if (posix_spawn(&m_process, path, &actions, nullptr, argv.data(), environ) != 0)
+            ADD_FAILURE() << "cannot start " << path;
         posix_spawn_file_actions_destroy(&actions);
-        if (failure != 0)
-            throw std::runtime_error(std::string("cannot start ") + path);
     }
 
+    // What it has printed so far.
+    std::string output() const { return readFile(m_output); }
     void signal(int number) const { ::kill(m_process, number); }
 
     Result wait()

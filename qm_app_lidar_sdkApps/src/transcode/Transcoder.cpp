@@ -1,5 +1,7 @@
 #include "transcode/Transcoder.h"
 
+#include "files/QMFileUtils.h"
+#include "filters/MosaicFilter.h"
 #include "framework/PercentProgressDelegate.h"
 #include "las/LASPointWriter.h"
 #include "platform/Base.h"
@@ -11,8 +13,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <strings.h>
-#include <sys/stat.h>
 
 namespace Quillmoran {
 
@@ -20,24 +22,15 @@ namespace {
 
 constexpr char description[] = "Decodes VX7 files to LAS or Text files";
 
-constexpr char outFieldsDescription[] = "Output specific fields.  By default output all those supported by "
-                                        "output format and are in the input file.\n"
-                                        "Parse format: \n"
-                                        "  x, y, z  => point values\n"
-                                        "  i => intensity\n"
-                                        "  r => return number\n"
-                                        "  n => number of returns\n"
-                                        "  d => scan direction\n"
-                                        "  e => edge of flight line\n"
-                                        "  a => scan angle\n"
-                                        "  c => class id\n"
-                                        "  p => source id\n"
-                                        "  u => user data\n"
-                                        "  t => GPS time (week)\n"
-                                        "  T => GPS time (adjusted)\n"
-                                        "  R => red\n"
-                                        "  G => green\n"
-                                        "  B => blue";
+const char* describeOutFields()
+{
+    static const std::string text =
+        std::string("Output specific fields.  By default output all those supported by "
+                    "output format and are in the input file.\n"
+                    "Parse format: \n") +
+        Utils::fieldLetters;
+    return text.c_str();
+}
 
 // What the help text says is the writers' own default; runs of this program use more.
 constexpr unsigned defaultChunckSize = 1048576;
@@ -50,9 +43,7 @@ bool equalsIgnoringCase(const char* a, const char* b)
 // A writer truncates its output when it begins; the input must not be that file.
 void refuseSameFile(const char* input, const char* output)
 {
-    struct stat64 in, out;
-    if (stat64(input, &in) == 0 && stat64(output, &out) == 0 && in.st_dev == out.st_dev &&
-        in.st_ino == out.st_ino)
+    if (QMFileUtils::isSameFile(input, output))
         QM_THROW(-1, "the output '%s' is the input file", output);
 }
 
@@ -62,7 +53,7 @@ Transcoder::Transcoder() : m_cmdLine("vxunpack", description, description, true)
 {
     Utils::setVersion(m_cmdLine);
     Utils::addCommonOptions(m_cmdLine);
-    m_cmdLine.addString("ofld", "outFields", outFieldsDescription, false);
+    m_cmdLine.addString("ofld", "outFields", describeOutFields(), false);
     m_cmdLine.addString("i", "inputFile", "name of input VX7 file.", true);
     m_cmdLine.addString("o", "outputFile", "name of output file", true);
     m_cmdLine.addString("of", "outputFormat", "Output format: TXT, LAS10, LAS11, LAS12.", false);
@@ -96,6 +87,24 @@ void Transcoder::run()
     pool.execute([this] { transcode(); });
 }
 
+Scoped<PointSource> Transcoder::openInput(FilePointSourceManager& manager) const
+{
+    const bool verbose = m_cmdLine.getFlag("verbose");
+    for (std::size_t i = 0; verbose && i < manager.getNumSources(); ++i) {
+        const Scoped<PointSource> source(manager.createPointSource(i));
+        Utils::printHeader(stdout, *source, manager.getFilename(i));
+    }
+    if (manager.getNumSources() < 2)
+        return Scoped<PointSource>(manager.createPointSource(0));
+    Scoped<MosaicFilter> mosaic(MosaicFilter::create());
+    mosaic->init(&manager);
+    if (verbose)
+        Utils::printHeader(stdout, *mosaic, nullptr);
+    for (const std::string& warning : mosaic->getWarnings())
+        std::printf("%s\n", warning.c_str());
+    return Scoped<PointSource>(mosaic.detach());
+}
+
 void Transcoder::transcode()
 {
     const char* input = m_cmdLine.getString("inputFile");
@@ -104,9 +113,7 @@ void Transcoder::transcode()
         QM_THROW(-1, "unsupported input file format '%s'", input);
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     manager->addFile(input);
-    const Scoped<PointSource> source(manager->createPointSource(0));
-    if (verbose)
-        Utils::printHeader(stdout, *source, manager->getFilename(0));
+    const Scoped<PointSource> source = openInput(*manager);
 
     const Bounds cropBox = getCropBox();
     const double fraction = getFraction();

@@ -28,6 +28,7 @@ private:
     };
 
     void transcode();
+    Scoped<PointSource> openInput(FilePointSourceManager& manager) const;
     Output chooseOutput() const;
     Bounds getCropBox() const;
     double getFraction() const;

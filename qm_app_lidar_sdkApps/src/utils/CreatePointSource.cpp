@@ -1,6 +1,7 @@
 #include "utils/CreatePointSource.h"
 
 #include "decode/VX7PointReader.h"
+#include "filters/MosaicFilter.h"
 #include "las/LASPointReader.h"
 #include "platform/FileIO.h"
 #include "platform/Stream.h"
@@ -225,13 +226,24 @@ const char* FilePointSourceManager::getFilename(std::size_t index) const noexcep
     return index < m_files.size() ? m_files[index].file.c_str() : nullptr;
 }
 
+PointSource* FilePointSourceManager::openSource(const QMFileSpec& file) const
+{
+    if (SimpleFileOpener::getPointSourceType(file) != POINT_SOURCE_INDEX)
+        return m_opener->openPointSource(file);
+    const Scoped<PersistentPointSourceManager> tiles(PersistentPointSourceManager::create());
+    tiles->init(file, m_opener.get());
+    Scoped<MosaicFilter> mosaic(MosaicFilter::create());
+    mosaic->init(tiles->getPointCloudInfo(), tiles->getRTree(), tiles.get());
+    return mosaic.detach();
+}
+
 PointSource* FilePointSourceManager::createPointSource(std::size_t index)
 {
     if (index >= m_files.size())
         QM_THROW(-1);
     FileInfo& info = m_files[index];
     if (!info.source)
-        info.source.reset(m_opener->openPointSource(info.file));
+        info.source.reset(openSource(info.file));
     info.source->retain();
     return info.source.get();
 }

@@ -2,8 +2,7 @@
 // opens the matching reader; FilePointSourceManager is the ordered set of input files, opened on first use.
 #pragma once
 
-#include "cli/QMFileSpec.h"
-#include "framework/PointSource.h"
+#include "utils/PersistentPointSourceManager.h"
 
 #include <optional>
 #include <vector>
@@ -23,7 +22,7 @@ enum PointSourceType : int
     POINT_SOURCE_BPF = 8
 };
 
-class SimpleFileOpener : public Object
+class SimpleFileOpener final : public PersistentPointSourceManager::FileOpener
 {
 public:
     static SimpleFileOpener* create();
@@ -44,7 +43,7 @@ public:
 
     // A new count of a source. Errors -1: "TXT file requires a format parse string '-parse'",
     // "unsupported input file format '%s'"; those of the reader.
-    PointSource* openPointSource(const QMFileSpec& file) const;
+    PointSource* openPointSource(const QMFileSpec& file) const override;
 
 private:
     struct TextOptions
@@ -74,6 +73,7 @@ public:
 
     // Null for an index past the end.
     const char* getFilename(std::size_t index) const noexcept;
+    // The source of a tile-set index is the mosaic of its tiles.
     PointSource* createPointSource(std::size_t index) override;
 
 private:
@@ -84,6 +84,8 @@ private:
     };
 
     FilePointSourceManager();
+
+    PointSource* openSource(const QMFileSpec& file) const;
 
     std::vector<FileInfo> m_files;
     Scoped<SimpleFileOpener> m_opener;

@@ -1,5 +1,6 @@
 #include "utils/Summary.h"
 
+#include "filters/MosaicFilter.h"
 #include "framework/PointSource.h"
 #include "srs/SpatialReference.h"
 
@@ -43,11 +44,15 @@ std::optional<long long> getPreCompressionCount(const Metadata& metadata)
 
 void printHeader(std::FILE* stream, const PointSource& source, const char* fileName)
 {
-    std::fprintf(stream, "Basic LiDAR Info:\n");
-    if (fileName && *fileName)
-        std::fprintf(stream, "   Filename:          %s\n", fileName);
-    if (const auto* reader = dynamic_cast<const PointReader*>(&source))
-        std::fprintf(stream, "   Format:            %s\n", reader->getFileFormatString());
+    if (dynamic_cast<const MosaicFilter*>(&source)) {
+        std::fprintf(stream, "Basic Mosaic Info:\n");
+    } else {
+        std::fprintf(stream, "Basic LiDAR Info:\n");
+        if (fileName && *fileName)
+            std::fprintf(stream, "   Filename:          %s\n", fileName);
+        if (const auto* reader = dynamic_cast<const PointReader*>(&source))
+            std::fprintf(stream, "   Format:            %s\n", reader->getFileFormatString());
+    }
 
     const std::int64_t numPoints = source.getNumPoints();
     const Bounds& bounds = source.getBounds();

@@ -1,25 +1,42 @@
-// What the programs share: common options, the version text, how text files are read.
+// What the programs share: common options, the version text, how text files are read, points chosen by value,
+// whole directories of files.
 #pragma once
 
 #include "utils/CreatePointSource.h"
 
 namespace Quillmoran {
 
+class PersistentPointSourceWriter;
 class QMCmdLine;
 
 namespace Utils {
 
 // "V"/"verbose" and "j"/"numThreads", the options that every program has.
 void addCommonOptions(QMCmdLine& cmdLine);
-// "p"/"parse" and "skip"/"skipHeader", for programs that read text: what setTextOptions() looks up.
-void addTXTPointReaderOptions(QMCmdLine& cmdLine);
 void setVersion(QMCmdLine& cmdLine);
+// A line of help for each field letter that names a channel.
+extern const char fieldLetters[];
 
 PointSourceType getPointSourceType(const char* name);
 const char* getPointSourceTypeName(PointSourceType type);
 
-// Takes "parse" and "skipHeader" into the manager; nothing without "parse".
+// "p"/"parse" and "skip"/"skipHeader": how text input is read.
+void addTXTPointReaderOptions(QMCmdLine& cmdLine);
+// Takes both into a manager or an opener of files; nothing without "parse".
 void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine);
+void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine);
+
+// "filter": the choice of points by the value of a channel. The second wraps a source in that filter, and
+// gives it back as it is when the option was not used. -1 for a text that is not of the option's format.
+void addFilterOptions(QMCmdLine& cmdLine);
+Scoped<PointSource> handleFilterOptions(const QMCmdLine& cmdLine, const Scoped<PointSource>& source);
+
+// Adds a file, or the files of a directory and of `depth` levels of directories below it: those of a
+// directory in the order of their names, whatever their case, then its directories. Lists stand for the files
+// that they name; text files, indexes and the null name are passed over. A directory that cannot be read is
+// the system's error "could not get directory contents".
+void addFiles(FilePointSourceManager& manager, const char* path, int depth);
+void addFiles(PersistentPointSourceWriter& writer, const char* path, int depth);
 
 } // namespace Utils
 

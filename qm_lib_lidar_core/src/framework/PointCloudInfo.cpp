@@ -21,6 +21,16 @@ void PointCloudInfo::init(const PointSource& source)
     setClassIdNames(source.getClassIdNames(), source.getNumClassIdNames());
 }
 
+void PointCloudInfo::init(const PointCloudInfo& other)
+{
+    setPointInfo(other.getPointInfo());
+    setNumPoints(other.getNumPoints());
+    setWKT(other.getWKT());
+    setBounds(other.getBounds());
+    setQuantization(other.getScale(), other.getOffset());
+    setClassIdNames(other.getClassIdNames(), other.getNumClassIdNames());
+}
+
 void PointCloudInfo::setWKT(const char* wkt)
 {
     m_wkt = wkt ? std::optional<std::string>(wkt) : std::nullopt;

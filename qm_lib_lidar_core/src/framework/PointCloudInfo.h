@@ -19,8 +19,9 @@ class QM_API PointCloudInfo final : public Object
 public:
     static PointCloudInfo* create();
 
-    // Takes everything from a source.
+    // Takes everything from a source, or from another record.
     void init(const PointSource& source);
+    void init(const PointCloudInfo& other);
 
     const PointInfo& getPointInfo() const noexcept { return m_pointInfo; }
     void setPointInfo(const PointInfo& info) { m_pointInfo = info; }

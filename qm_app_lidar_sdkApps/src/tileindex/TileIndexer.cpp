@@ -1,0 +1,188 @@
+#include "tileindex/TileIndexer.h"
+
+#include "files/QMFileUtils.h"
+#include "framework/PercentProgressDelegate.h"
+#include "platform/Base.h"
+#include "tileindex/TileReport.h"
+#include "utils/PersistentPointSourceWriter.h"
+#include "utils/Summary.h"
+#include "utils/ThreadPool.h"
+#include "utils/Utils.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <set>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr char description[] = "Builds, updates and lists spatial indexes of LiDAR files";
+
+} // namespace
+
+TileIndexer::TileIndexer() : m_cmdLine("vxindex", description, description, true)
+{
+    Utils::setVersion(m_cmdLine);
+    Utils::addCommonOptions(m_cmdLine);
+    m_cmdLine.addString("o", "index", "name of the index file, ending in .index", true);
+    m_cmdLine.addStringArray("i", "inputFile", "file, list of files or directory to index; may be repeated",
+                             false, -1);
+    m_cmdLine.setExtra("i");
+    m_cmdLine.addUint("d", "depth", "levels of directories below a given one to look into.  Default is 0",
+                      false);
+    m_cmdLine.addFlag("u", "update",
+                      "update an existing index: add new files, read changed ones again, drop missing ones");
+    m_cmdLine.addFlag("l", "list", "list the files of an index, and which of them were changed since");
+    m_cmdLine.addFlag("check", nullptr, "list the files of an index and open each of them to compare");
+    m_cmdLine.addString("srs", nullptr, "spatial reference of the whole set", false);
+    m_cmdLine.addString("overview", nullptr, "file that holds an even share of the points of all files",
+                        false);
+    m_cmdLine.addFloat(
+        "overviewFraction", nullptr,
+        "that share, above 0 and at most 1.  By default it is computed from the numbers of points", false);
+    m_cmdLine.addFlag("removeOverview", nullptr, "take the overview out of the index; its file stays");
+    Utils::addTXTPointReaderOptions(m_cmdLine);
+}
+
+void TileIndexer::parse(int argc, const char* const* argv)
+{
+    m_cmdLine.parse(argc, argv);
+}
+
+void TileIndexer::run()
+{
+    ThreadPool pool(m_cmdLine.isPresent("numThreads") ? m_cmdLine.getUint("numThreads") : 0);
+    Utils::setTextOptions(*m_opener, true, m_cmdLine);
+    // Every other name would not be opened as an index, and might be that of a tile.
+    if (Utils::getPointSourceType(m_cmdLine.getString("index")) != POINT_SOURCE_INDEX)
+        QM_THROW(-1, "the name of an index must end in '.index': '%s'", m_cmdLine.getString("index"));
+    if (m_cmdLine.getFlag("list") || m_cmdLine.getFlag("check"))
+        pool.execute([this] { report(); });
+    else
+        pool.execute([this] { build(); });
+    if (m_cmdLine.getFlag("verbose"))
+        printSummary();
+}
+
+void TileIndexer::printSummary() const
+{
+    const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
+    files->addFile(m_cmdLine.getString("index"));
+    const Scoped<PointSource> mosaic(files->createPointSource(0));
+    Utils::printHeader(stdout, *mosaic, nullptr);
+}
+
+void TileIndexer::report() const
+{
+    const Scoped<PersistentPointSourceManager> index(PersistentPointSourceManager::create());
+    index->init(m_cmdLine.getString("index"), m_opener.get());
+    TileReport(index->getTileSet(), m_cmdLine.getFlag("check") ? m_opener.get() : nullptr).print(stdout);
+}
+
+void TileIndexer::build() const
+{
+    const char* index = m_cmdLine.getString("index");
+    const Scoped<PersistentPointSourceWriter> writer(PersistentPointSourceWriter::create());
+    if (m_cmdLine.getFlag("update"))
+        writer->init(index, m_opener.get());
+    else
+        writer->init(m_opener.get());
+
+    PercentProgressDelegate delegate;
+    const Changes changes = updateTiles(*writer, delegate);
+    configure(*writer);
+    std::putchar('\n');
+    for (const std::string& warning : writer->getWarnings())
+        delegate.displayWarning(warning.c_str());
+    writer->write(index);
+    std::printf("%zu files, %lld points (%zu files added, %zu refreshed, %zu removed)\n",
+                writer->getNumTiles(), static_cast<long long>(writer->getNumPoints()), changes.added,
+                changes.refreshed, changes.removed);
+}
+
+std::vector<QMFileSpec> TileIndexer::collectInputs() const
+{
+    const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
+    Utils::setTextOptions(*files, false, m_cmdLine);
+    std::size_t count = 0;
+    const char* const* names = m_cmdLine.getStringArray("inputFile", count);
+    for (std::size_t i = 0; i < count; ++i)
+        addInputs(*files, names[i]);
+    std::vector<QMFileSpec> inputs;
+    for (std::size_t i = 0; i < files->getNumSources(); ++i)
+        inputs.emplace_back(files->getFilename(i));
+    if (inputs.empty() && !m_cmdLine.getFlag("update"))
+        QM_THROW(-1, "there are no files to index");
+    return inputs;
+}
+
+void TileIndexer::addInputs(FilePointSourceManager& files, const char* name) const
+{
+    if (QMFileUtils::isDirectory(name)) {
+        constexpr unsigned deepest = 1000; // no file system goes further
+        Utils::addFiles(files, name, static_cast<int>(std::min(m_cmdLine.getUint("depth"), deepest)));
+        return;
+    }
+    // A name of no known ending would otherwise be taken for a text file that needs a format.
+    if (!QMFileUtils::exists(name)) {
+        errno = ENOENT;
+        QM_THROW_OS(name);
+    }
+    files.addFile(name);
+}
+
+TileIndexer::Changes TileIndexer::updateTiles(PersistentPointSourceWriter& writer,
+                                              ProgressDelegate& delegate) const
+{
+    std::vector<QMFileSpec> files = writer.getFiles();
+    if (writer.getOverview())
+        files.push_back(writer.getOverview()->tile.path);
+    const std::vector<QMFileSpec> inputs = collectInputs();
+    files.insert(files.end(), inputs.begin(), inputs.end());
+    delegate.setTotal(static_cast<double>(files.size()));
+
+    std::set<QMFileSpec> seen;
+    if (m_cmdLine.isPresent("overview"))
+        seen.insert(QMFileUtils::resolve(m_cmdLine.getString("overview")));
+    Changes changes;
+    for (const QMFileSpec& file : files) {
+        if (delegate.getCancelled())
+            QM_THROW(40006, "operation cancelled.");
+        if (seen.insert(QMFileUtils::resolve(file)).second) {
+            using Change = PersistentPointSourceWriter::Change;
+            const Change change = writer.update(file);
+            changes.added += change == Change::Added;
+            changes.refreshed += change == Change::Refreshed;
+            changes.removed += change == Change::Removed;
+        }
+        delegate.updateCompleted(1, "indexing files");
+    }
+    return changes;
+}
+
+void TileIndexer::configure(PersistentPointSourceWriter& writer) const
+{
+    if (m_cmdLine.isPresent("srs"))
+        writer.setSRS(m_cmdLine.getString("srs"));
+    if (m_cmdLine.getFlag("removeOverview"))
+        writer.removeOverview(false);
+    if (m_cmdLine.isPresent("overview"))
+        setOverview(writer);
+}
+
+void TileIndexer::setOverview(PersistentPointSourceWriter& writer) const
+{
+    const char* file = m_cmdLine.getString("overview");
+    double fraction = 0;
+    if (m_cmdLine.isPresent("overviewFraction")) {
+        fraction = m_cmdLine.getFloat("overviewFraction");
+    } else {
+        const Scoped<PointSource> overview = openTile(*m_opener, file);
+        fraction = static_cast<double>(overview->getNumPoints()) / static_cast<double>(writer.getNumPoints());
+    }
+    writer.setOverview(file, fraction);
+}
+
+} // namespace Quillmoran

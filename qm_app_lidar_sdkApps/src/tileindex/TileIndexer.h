@@ -1,0 +1,45 @@
+// One run of vxindex: declares and parses the options, then builds or updates an index, or tells what one
+// holds.
+#pragma once
+
+#include "cli/QMCmdLine.h"
+#include "utils/CreatePointSource.h"
+
+#include <vector>
+
+namespace Quillmoran {
+
+class PersistentPointSourceWriter;
+class ProgressDelegate;
+
+class TileIndexer
+{
+public:
+    TileIndexer();
+
+    // Ends the process on usage errors and after help or version texts.
+    void parse(int argc, const char* const* argv);
+    // Failures are thrown.
+    void run();
+
+private:
+    // How many tiles a run changed.
+    struct Changes
+    {
+        std::size_t added = 0, refreshed = 0, removed = 0;
+    };
+
+    void build() const;
+    void report() const;
+    void printSummary() const;
+    std::vector<QMFileSpec> collectInputs() const;
+    void addInputs(FilePointSourceManager& files, const char* name) const;
+    Changes updateTiles(PersistentPointSourceWriter& writer, ProgressDelegate& delegate) const;
+    void configure(PersistentPointSourceWriter& writer) const;
+    void setOverview(PersistentPointSourceWriter& writer) const;
+
+    QMCmdLine m_cmdLine;
+    Scoped<SimpleFileOpener> m_opener{SimpleFileOpener::create()};
+};
+
+} // namespace Quillmoran

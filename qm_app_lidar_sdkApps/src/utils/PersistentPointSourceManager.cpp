@@ -1,0 +1,87 @@
+#include "utils/PersistentPointSourceManager.h"
+
+#include "files/QMFileUtils.h"
+#include "index/DiskRTree.h"
+#include "index/MemoryRTree.h"
+#include "platform/Base.h"
+#include "platform/FileIO.h"
+#include "utils/TileSetFile.h"
+
+#include <cstring>
+#include <utility>
+
+namespace Quillmoran {
+
+namespace {
+
+QMFileSpec findOverview(const QMFileSpec& directory, const QMFileSpec& stored)
+{
+    const QMFileSpec beside(directory, "overview.vxl");
+    return !QMFileUtils::exists(stored) && QMFileUtils::exists(beside) ? beside : stored;
+}
+
+} // namespace
+
+Scoped<PointSource> openTile(const PersistentPointSourceManager::FileOpener& opener, const QMFileSpec& file)
+{
+    try {
+        return Scoped<PointSource>(opener.openPointSource(file));
+    } catch (Error& error) {
+        if (!std::strstr(error.what(), file.c_str()))
+            error(" path = %s", file.c_str());
+        throw;
+    }
+}
+
+PersistentPointSourceManager* PersistentPointSourceManager::create()
+{
+    return new PersistentPointSourceManager;
+}
+
+PersistentPointSourceManager::PersistentPointSourceManager() : m_tree(MemoryRTree::create())
+{}
+
+void PersistentPointSourceManager::init(const QMFileSpec& index, FileOpener* opener)
+{
+    const Scoped<FileIO::Imp> file(FileIO::create());
+    file->init(index.c_str(), "r");
+    TileSet set;
+    const Scoped<DiskRTree> tree(DiskRTree::create());
+    TileSetFile::read(file.get(), set, *tree);
+
+    const QMFileSpec directory(index.dirname().c_str());
+    for (TileInfo& tile : set.tiles)
+        tile.path = QMFileSpec(directory, tile.path.c_str());
+    if (set.overview) {
+        QMFileSpec& path = set.overview->tile.path;
+        path = findOverview(directory, QMFileSpec(directory, path.c_str()));
+    }
+    m_set = std::move(set);
+    m_tree = Scoped<const RTree>::retained(tree.get());
+    m_opener = Scoped<FileOpener>::retained(opener);
+    setNumSources(m_set.tiles.size());
+}
+
+const TileInfo& PersistentPointSourceManager::getTileInfo(std::size_t index) const
+{
+    if (index >= m_set.tiles.size())
+        QM_THROW(-1, "bad tile index");
+    return m_set.tiles[index];
+}
+
+const TileInfo* PersistentPointSourceManager::getOverviewInfo() const noexcept
+{
+    return m_set.overview ? &m_set.overview->tile : nullptr;
+}
+
+PointSource* PersistentPointSourceManager::createPointSource(std::size_t index)
+{
+    return openTile(*m_opener, getTileInfo(index).path).detach();
+}
+
+PointSource* PersistentPointSourceManager::createOverviewPointSource()
+{
+    return m_set.overview ? openTile(*m_opener, m_set.overview->tile.path).detach() : nullptr;
+}
+
+} // namespace Quillmoran

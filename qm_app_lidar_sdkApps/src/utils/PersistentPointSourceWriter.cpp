@@ -1,0 +1,244 @@
+#include "utils/PersistentPointSourceWriter.h"
+
+#include "files/QMFileUtils.h"
+#include "index/MemoryRTree.h"
+#include "platform/Base.h"
+#include "platform/CheckedMath.h"
+#include "platform/FileIO.h"
+#include "utils/TileGrid.h"
+#include "utils/TileSetFile.h"
+
+#include <unistd.h>
+
+namespace Quillmoran {
+
+namespace {
+
+// A file under construction beside the one that it will replace; goes with this object unless it was
+// finished.
+class PartialFile
+{
+public:
+    explicit PartialFile(const QMFileSpec& final)
+        : m_final(final), m_path((final.c_str() + ('.' + std::to_string(::getpid())) + ".part").c_str())
+    {}
+    ~PartialFile()
+    {
+        if (!m_isFinished)
+            ::unlink(m_path.c_str());
+    }
+    PartialFile(const PartialFile&) = delete;
+    PartialFile& operator=(const PartialFile&) = delete;
+
+    const QMFileSpec& path() const { return m_path; }
+    void finish()
+    {
+        QMFileUtils::moveFile(m_path, m_final);
+        m_isFinished = true;
+    }
+
+private:
+    QMFileSpec m_final;
+    QMFileSpec m_path;
+    bool m_isFinished = false;
+};
+
+QMFileSpec relativeTo(const std::string& directory, const QMFileSpec& path)
+{
+    const std::string prefix = directory == "/" ? directory : directory + '/';
+    const std::string whole = path.c_str();
+    return whole.compare(0, prefix.size(), prefix) == 0 ? whole.c_str() + prefix.size() : whole.c_str();
+}
+
+} // namespace
+
+PersistentPointSourceWriter* PersistentPointSourceWriter::create()
+{
+    return new PersistentPointSourceWriter;
+}
+
+void PersistentPointSourceWriter::init(FileOpener* opener)
+{
+    clear();
+    m_srs.clear();
+    m_overview.reset();
+    m_indexTime.reset();
+    m_opener = Scoped<FileOpener>::retained(opener);
+}
+
+void PersistentPointSourceWriter::init(const QMFileSpec& index, FileOpener* opener)
+{
+    const std::int64_t indexTime = QMFileUtils::getStats(index).modificationTime;
+    const Scoped<PersistentPointSourceManager> known(PersistentPointSourceManager::create());
+    known->init(index, opener);
+    init(opener);
+    const TileSet& set = known->getTileSet();
+    m_srs = set.srs;
+    m_union = PointCloudUnion(*set.info);
+    for (const TileInfo& tile : set.tiles)
+        insert(tile);
+    m_overview = set.overview;
+    if (m_overview)
+        m_overview->tile.path = QMFileUtils::resolve(m_overview->tile.path);
+    m_indexTime = indexTime;
+}
+
+std::int64_t PersistentPointSourceWriter::getNumPoints() const
+{
+    std::int64_t sum = 0;
+    for (const auto& [order, tile] : m_tiles)
+        sum = saturatingAdd(sum, tile.numPoints);
+    return sum;
+}
+
+std::vector<QMFileSpec> PersistentPointSourceWriter::getFiles() const
+{
+    std::vector<QMFileSpec> files;
+    for (const auto& [order, tile] : m_tiles)
+        files.push_back(tile.path);
+    return files;
+}
+
+TileInfo PersistentPointSourceWriter::describe(const QMFileSpec& file, PointCloudInfo& cloud) const
+{
+    const Scoped<PointSource> source = openTile(*m_opener, file);
+    const TileInfo tile = describeTile(file, *source);
+    cloud.init(*source);
+    return tile;
+}
+
+void PersistentPointSourceWriter::add(const QMFileSpec& file)
+{
+    if (m_overview && m_overview->tile.path == QMFileUtils::resolve(file))
+        return setOverview(file, m_overview->fraction);
+    const Scoped<PointCloudInfo> cloud(PointCloudInfo::create());
+    insert(describe(file, *cloud));
+    m_union.add(*cloud);
+}
+
+void PersistentPointSourceWriter::insert(const TileInfo& tile)
+{
+    TileInfo resolved = tile;
+    resolved.path = QMFileUtils::resolve(tile.path);
+    const auto [known, isNew] = m_order.emplace(resolved.path, m_nextOrder);
+    if (isNew)
+        ++m_nextOrder;
+    m_tiles[known->second] = resolved;
+}
+
+// A file that was written in the second in which the index was, or later, can have been changed after it was
+// described without its time telling.
+bool PersistentPointSourceWriter::isUnchanged(const TileInfo& tile) const
+{
+    const std::int64_t time = QMFileUtils::getStats(tile.path).modificationTime;
+    return time == tile.timestamp && m_indexTime && time < *m_indexTime;
+}
+
+PersistentPointSourceWriter::Change PersistentPointSourceWriter::update(const QMFileSpec& file)
+{
+    const QMFileSpec path = QMFileUtils::resolve(file);
+    if (m_overview && m_overview->tile.path == path)
+        return updateOverview();
+    const auto known = m_order.find(path);
+    if (known == m_order.end()) {
+        add(file);
+        return Change::Added;
+    }
+    if (!QMFileUtils::exists(path)) {
+        remove(path);
+        return Change::Removed;
+    }
+    const TileInfo before = m_tiles.at(known->second);
+    if (isUnchanged(before))
+        return Change::None;
+    add(file);
+    return m_tiles.at(known->second) == before ? Change::None : Change::Refreshed;
+}
+
+PersistentPointSourceWriter::Change PersistentPointSourceWriter::updateOverview()
+{
+    const TileInfo before = m_overview->tile;
+    if (!QMFileUtils::exists(before.path)) {
+        removeOverview(false);
+        return Change::Removed;
+    }
+    if (isUnchanged(before))
+        return Change::None;
+    setOverview(before.path, m_overview->fraction);
+    return m_overview->tile == before ? Change::None : Change::Refreshed;
+}
+
+bool PersistentPointSourceWriter::remove(const QMFileSpec& file)
+{
+    const auto known = m_order.find(QMFileUtils::resolve(file));
+    if (known == m_order.end())
+        return false;
+    m_tiles.erase(known->second);
+    m_order.erase(known);
+    if (m_tiles.empty())
+        clear();
+    return true;
+}
+
+void PersistentPointSourceWriter::clear()
+{
+    m_tiles.clear();
+    m_order.clear();
+    m_nextOrder = 0;
+    m_union = PointCloudUnion();
+}
+
+void PersistentPointSourceWriter::setOverview(const QMFileSpec& file, double fraction)
+{
+    if (!isOverviewFraction(fraction))
+        QM_THROW(-1, "bad overview fraction");
+    const Scoped<PointCloudInfo> cloud(PointCloudInfo::create());
+    const TileInfo tile = describe(file, *cloud);
+    remove(tile.path);
+    m_overview = Overview{tile, fraction};
+}
+
+void PersistentPointSourceWriter::removeOverview(bool deleteFile)
+{
+    if (m_overview && deleteFile)
+        QMFileUtils::deleteFile(m_overview->tile.path);
+    m_overview.reset();
+}
+
+TileSet PersistentPointSourceWriter::getTileSet(const QMFileSpec& index) const
+{
+    const std::string directory = QMFileUtils::resolve(index).dirname();
+    TileSet set;
+    set.srs = m_srs;
+    set.info->init(m_union.getInfo());
+    set.info->setNumPoints(getNumPoints());
+    Bounds bounds;
+    for (const auto& [order, tile] : m_tiles) {
+        bounds.grow(tile.bounds);
+        set.tiles.push_back(tile);
+        set.tiles.back().path = relativeTo(directory, tile.path);
+    }
+    set.info->setBounds(bounds);
+    set.overview = m_overview;
+    if (set.overview)
+        set.overview->tile.path = relativeTo(directory, m_overview->tile.path);
+    return set;
+}
+
+void PersistentPointSourceWriter::write(const QMFileSpec& index) const
+{
+    const TileSet set = getTileSet(index);
+    const TileGrid grid(set.info->getBounds());
+    const Scoped<MemoryRTree> tree(MemoryRTree::create());
+    for (std::size_t i = 0; i < set.tiles.size(); ++i)
+        if (set.tiles[i].numPoints != 0)
+            tree->insert(grid.widen(set.tiles[i].bounds), static_cast<std::int64_t>(i));
+
+    PartialFile partial(index);
+    const Scoped<FileIO::Imp> file(FileIO::create());
+    file->init(partial.path().c_str(), "w");
+    TileSetFile::write(file.get(), set, *tree, grid.steps());
+    partial.finish();
+}
+
+} // namespace Quillmoran

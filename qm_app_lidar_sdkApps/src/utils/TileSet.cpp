@@ -1,0 +1,65 @@
+#include "utils/TileSet.h"
+
+#include "files/QMFileUtils.h"
+#include "framework/PointSource.h"
+#include "model/ChannelNames.h"
+#include "platform/Base.h"
+
+#include <cmath>
+#include <iterator>
+
+namespace Quillmoran {
+
+namespace {
+
+bool isFinite(const Bounds::Range& range)
+{
+    return std::isfinite(range.min) && std::isfinite(range.max);
+}
+
+bool isFinite(const Bounds& bounds)
+{
+    return isFinite(bounds.x) && isFinite(bounds.y) && isFinite(bounds.z);
+}
+
+Bounds measureBounds(const PointSource& source)
+{
+    constexpr std::size_t blockPoints = 16384;
+    const char* const names[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
+    PointInfo layout;
+    layout.init(source.getPointInfo(), names, std::size(names));
+    const Scoped<PointIterator> iterator(source.createIterator(Bounds::Huge(), 1, layout, nullptr));
+    PointData block;
+    block.init(layout, blockPoints);
+    Bounds bounds;
+    while (const std::size_t count = iterator->getNextPoints(block)) {
+        for (std::size_t i = 0; i < count; ++i) {
+            bounds.x.grow(block.getX()[i]);
+            bounds.y.grow(block.getY()[i]);
+            bounds.z.grow(block.getZ()[i]);
+        }
+    }
+    return bounds;
+}
+
+} // namespace
+
+TileInfo describeTile(const QMFileSpec& file, const PointSource& source)
+{
+    TileInfo tile;
+    tile.path = QMFileUtils::resolve(file);
+    tile.timestamp = QMFileUtils::getStats(file).modificationTime;
+    tile.numPoints = source.getNumPoints();
+    if (tile.numPoints == PointSource::unknownNumPoints)
+        QM_THROW(-1, "the number of points must be known");
+    if (tile.numPoints == 0)
+        return tile;
+    tile.bounds = source.getBounds();
+    if (!isFinite(tile.bounds))
+        tile.bounds = measureBounds(source);
+    if (!isFinite(tile.bounds))
+        QM_THROW(-1, "the bounds must be known");
+    return tile;
+}
+
+} // namespace Quillmoran

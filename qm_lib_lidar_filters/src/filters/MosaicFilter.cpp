@@ -1,0 +1,176 @@
+#include "filters/MosaicFilter.h"
+
+#include "filters/LayoutAdapter.h"
+#include "filters/PointCloudUnion.h"
+#include "filters/SharedMetadata.h"
+#include "framework/ProgressDelegate.h"
+#include "index/MemoryRTree.h"
+#include "platform/Base.h"
+
+namespace Quillmoran {
+
+namespace {
+
+// The box by which a source is found. A side that is not known, as in a file without an index, is open.
+Bounds getSearchBox(const Bounds& bounds)
+{
+    Bounds box = bounds;
+    for (const auto axis : {&Bounds::x, &Bounds::y, &Bounds::z})
+        if (!((box.*axis).min <= (box.*axis).max))
+            box.*axis = Bounds::Huge().*axis;
+    return box;
+}
+
+void checkChannels(const PointInfo& known, const PointInfo& layout)
+{
+    for (std::size_t i = 0; i < layout.getNumChannels(); ++i)
+        if (!known.hasChannel(layout.getChannel(i).getName()))
+            QM_THROW(40012, "requesting channel not in the source");
+}
+
+} // namespace
+
+// Reads one source after the other; for the overview there is only the first.
+class MosaicFilter::Iterator final : public PointIterator
+{
+public:
+    Iterator(const Bounds& bounds, double fraction, const PointInfo& layout, ProgressDelegate* delegate)
+        : m_query(bounds), m_queryFraction(fraction), m_layout(layout)
+    {
+        init(bounds, fraction, layout, delegate);
+    }
+
+    void walk(const RTree& tree, PointSourceManager* manager)
+    {
+        m_walk.reset(tree.createIterator());
+        m_manager = Scoped<PointSourceManager>::retained(manager);
+    }
+
+    // Adopts the caller's count of the source.
+    void read(PointSource* source)
+    {
+        m_source.reset(source);
+        m_points.reset(createAdaptedIterator(*source, m_query, m_queryFraction, m_layout, getDelegate()));
+    }
+
+    std::size_t getNextPoints(PointData& buffer) override
+    {
+        do {
+            if (m_points)
+                if (const std::size_t count = m_points->getNextPoints(buffer))
+                    return count;
+        } while (readNextSource());
+        return 0;
+    }
+
+private:
+    bool readNextSource()
+    {
+        // One source at a time: what is read to its end gives its file and its buffers back first.
+        m_points.reset();
+        m_source.reset();
+        if (getDelegate() && getDelegate()->getCancelled())
+            QM_THROW(40006, "operation cancelled.");
+        // The widened box, as the sources use it: a point that rounds into the query is not lost.
+        std::int64_t index = 0;
+        if (!m_walk || !m_walk->next(getBounds(), index))
+            return false;
+        read(m_manager->createPointSource(static_cast<std::size_t>(index)));
+        return true;
+    }
+
+    const Bounds m_query;
+    const double m_queryFraction;
+    const PointInfo m_layout;
+    Scoped<RTree::Iterator> m_walk; // null when there are no tiles to read
+    Scoped<PointSourceManager> m_manager;
+    Scoped<PointSource> m_source;   // being read
+    Scoped<PointIterator> m_points; // of that source
+};
+
+MosaicFilter::MosaicFilter() : m_info(PointCloudInfo::create()), m_tree(MemoryRTree::create())
+{}
+
+MosaicFilter* MosaicFilter::create()
+{
+    return new MosaicFilter;
+}
+
+void MosaicFilter::init(PointSourceManager* manager)
+{
+    PointCloudUnion all;
+    const Scoped<MemoryRTree> tree(MemoryRTree::create());
+    for (std::size_t i = 0; i < manager->getNumSources(); ++i) {
+        const Scoped<PointSource> source(manager->createPointSource(i));
+        // A text file is read for its bounds, and knows its number of points only then.
+        const Bounds box = getSearchBox(source->getBounds());
+        const Scoped<PointCloudInfo> info(PointCloudInfo::create());
+        info->init(*source);
+        all.add(*info);
+        if (info->getNumPoints() != 0)
+            tree->insert(box, static_cast<std::int64_t>(i));
+    }
+    init(&all.getInfo(), tree.get(), manager);
+    m_sharesMetadata = true;
+    m_warnings = all.getWarnings();
+}
+
+void MosaicFilter::init(const PointCloudInfo* info, const RTree* tree, PointSourceManager* manager)
+{
+    const double overviewThreshold = manager->getOverviewFraction();
+    m_info->init(*info);
+    m_tree = Scoped<const RTree>::retained(tree);
+    m_manager = Scoped<PointSourceManager>::retained(manager);
+    m_overviewThreshold = overviewThreshold;
+    m_sharesMetadata = false;
+    m_warnings.clear();
+}
+
+void MosaicFilter::loadMetadata(Metadata& into, bool sanitize) const
+{
+    if (!m_sharesMetadata)
+        return;
+    Metadata shared;
+    for (std::size_t i = 0; i < m_manager->getNumSources(); ++i) {
+        const Scoped<PointSource> source(m_manager->createPointSource(i));
+        Metadata own;
+        source->loadMetadata(i == 0 ? shared : own, sanitize);
+        if (i != 0)
+            keepShared(shared, own);
+    }
+    if (m_manager->getNumSources() > 1)
+        removeCounts(shared);
+    into.add(shared);
+}
+
+double MosaicFilter::getTotalWork(const Bounds& bounds, double fraction) const
+{
+    if (!readsTiles(fraction)) {
+        const Scoped<PointSource> overview(m_manager->createOverviewPointSource());
+        return overview ? overview->getTotalWork(bounds, fraction / m_overviewThreshold) : 0;
+    }
+    double work = 0;
+    const Scoped<RTree::Iterator> walk(m_tree->createIterator());
+    for (std::int64_t index = 0; walk->next(bounds, index);) {
+        const Scoped<PointSource> source(m_manager->createPointSource(static_cast<std::size_t>(index)));
+        work += source->getTotalWork(bounds, fraction);
+    }
+    return work;
+}
+
+PointIterator* MosaicFilter::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
+                                            ProgressDelegate* delegate) const
+{
+    checkChannels(getPointInfo(), layout);
+    if (readsTiles(fraction)) {
+        Scoped<Iterator> iterator(new Iterator(bounds, fraction, layout, delegate));
+        iterator->walk(*m_tree, m_manager.get());
+        return iterator.detach();
+    }
+    Scoped<Iterator> iterator(new Iterator(bounds, fraction / m_overviewThreshold, layout, delegate));
+    if (PointSource* overview = m_manager->createOverviewPointSource())
+        iterator->read(overview);
+    return iterator.detach();
+}
+
+} // namespace Quillmoran

@@ -1,0 +1,327 @@
+#include "filters/MosaicFilter.h"
+
+#include "framework/ProgressDelegate.h"
+#include "index/MemoryRTree.h"
+#include "platform/FileIO.h"
+#include "support/ByteStore.h"
+#include "support/Errors.h"
+#include "support/Layouts.h"
+#include "support/MemoryPointSource.h"
+#include "support/SetOfSources.h"
+#include "text/TXTPointReader.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace Quillmoran {
+namespace {
+
+using Testing::channel;
+using Testing::errorOf;
+using Testing::layoutXYZ;
+using Testing::MemoryPointSource;
+using Testing::readRows;
+using Testing::SetOfSources;
+using Numbers = std::vector<double>;
+using Rows = std::vector<Numbers>;
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+
+// `count` points on a line of x from `begin` on, one apart.
+Scoped<MemoryPointSource> pointsFrom(double begin, int count)
+{
+    Numbers x, zeros(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i)
+        x.push_back(begin + i);
+    return MemoryPointSource::make(layoutXYZ(), {x, zeros, zeros});
+}
+
+// One point at (x, 0, 0) with one more channel.
+Scoped<MemoryPointSource> pointWith(double x, const char* name, DataType type, double value)
+{
+    return MemoryPointSource::make(layoutXYZ({channel(name, type)}), {{x}, {0}, {0}, {value}});
+}
+
+struct Mosaic
+{
+    explicit Mosaic(std::vector<Scoped<PointSource>> sources) : set(SetOfSources::make(std::move(sources)))
+    {
+        filter->init(set.get());
+        set->takeRequests();
+    }
+
+    template <class... Sources>
+    static Mosaic of(const Sources&... sources)
+    {
+        return Mosaic({Scoped<PointSource>::retained(sources.get())...});
+    }
+
+    Rows rows(const Bounds& bounds = Bounds::Huge(), double fraction = 1) const
+    {
+        Rows all = readRows(*filter, filter->getPointInfo(), bounds, fraction);
+        std::sort(all.begin(), all.end());
+        return all;
+    }
+
+    Scoped<SetOfSources> set;
+    Scoped<MosaicFilter> filter{MosaicFilter::create()};
+};
+
+Bounds fromTo(double begin, double end)
+{
+    return {{begin, end}, {-1, 1}, {-1, 1}};
+}
+
+TEST(MosaicFilter, GivesASingleSourceUnchanged)
+{
+    const auto source = pointsFrom(0, 100);
+    const double scale[] = {0.01, 0.01, 0.001}, offset[] = {5, 6, 7};
+    source->setQuantization(scale, offset);
+    source->metadata().add("PreCompressionPointCount", nullptr, METADATA_STRING, "100", 0);
+    const auto mosaic = Mosaic::of(source);
+    EXPECT_TRUE(mosaic.filter->getPointInfo() == source->getPointInfo());
+    EXPECT_EQ(mosaic.filter->getNumPoints(), 100);
+    EXPECT_EQ(mosaic.filter->getBounds(), source->getBounds());
+    EXPECT_EQ(mosaic.filter->getOffset()[2], 7);
+    EXPECT_STREQ(mosaic.filter->getFileFormatString(), "Mosaic 1.0");
+    for (const double fraction : {1.0, 0.3, 2.0, 0.0, -1.0})
+        EXPECT_EQ(mosaic.rows(fromTo(10, 60), fraction),
+                  readRows(*source, layoutXYZ(), fromTo(10, 60), fraction))
+            << fraction;
+    Metadata records;
+    mosaic.filter->loadMetadata(records, false);
+    EXPECT_TRUE(records.has("PreCompressionPointCount"));
+}
+
+TEST(MosaicFilter, OpensOnlyTheSourcesThatMeetTheQuery)
+{
+    std::vector<Scoped<PointSource>> sources;
+    for (int i = 0; i < 30; ++i)
+        sources.emplace_back(pointsFrom(i * 10, 10).detach());
+    const Mosaic mosaic(std::move(sources));
+    EXPECT_EQ(mosaic.filter->getNumPoints(), 300);
+    std::vector<int> expected(30);
+    expected[4] = expected[5] = 1;
+    EXPECT_EQ(mosaic.rows(fromTo(47, 52)).size(), 6u);
+    EXPECT_EQ(mosaic.set->takeRequests(), expected);
+    EXPECT_EQ(mosaic.filter->getTotalWork(fromTo(47, 52), 1), 20);
+    EXPECT_EQ(mosaic.set->takeRequests(), expected);
+    EXPECT_EQ(mosaic.rows(fromTo(400, 500)), Rows());
+    EXPECT_EQ(mosaic.filter->getTotalWork(fromTo(400, 500), 1), 0);
+    EXPECT_EQ(mosaic.set->takeRequests(), std::vector<int>(30));
+    EXPECT_EQ(mosaic.rows().size(), 300u);
+}
+
+TEST(MosaicFilter, FindsPointsThatRoundIntoTheQuery)
+{
+    PointInfo layout = layoutXYZ();
+    layout.getChannel("X")->setQuantization(0.5);
+    const auto a = MemoryPointSource::make(layout, {{1, 2}, {0, 0}, {0, 0}});
+    const auto b = MemoryPointSource::make(layout, {{3, 4}, {0, 0}, {0, 0}});
+    EXPECT_EQ(Mosaic::of(a, b).rows(fromTo(2.2, 2.8)), (Rows{{2, 0, 0}, {3, 0, 0}}));
+}
+
+TEST(MosaicFilter, ReadsTheOverviewForSmallShares)
+{
+    const auto source = pointsFrom(0, 1000);
+    const auto overview = pointsFrom(0, 100);
+    const auto mosaic = Mosaic::of(source);
+    mosaic.set->setOverview(Scoped<PointSource>::retained(overview.get()), 0.1);
+    mosaic.filter->init(mosaic.set.get());
+    EXPECT_EQ(mosaic.rows(Bounds::Huge(), 0.11).size(), 110u);
+    mosaic.set->takeRequests();
+    EXPECT_EQ(mosaic.rows(Bounds::Huge(), 0.1).size(), 100u);
+    EXPECT_EQ(mosaic.rows(Bounds::Huge(), 0.05), readRows(*overview, layoutXYZ(), Bounds::Huge(), 0.5));
+    EXPECT_EQ(mosaic.filter->getTotalWork(Bounds::Huge(), 0.05), 100);
+    EXPECT_EQ(mosaic.rows(Bounds::Huge(), -1).size(), 0u);
+    EXPECT_EQ(mosaic.set->takeRequests(), std::vector<int>(1));
+}
+
+TEST(MosaicFilter, UnitesChannelsAndFillsMissingOnesWithZeros)
+{
+    const auto a = pointWith(1, "Intensity", UINT16, 60000), b = pointWith(2, "ClassId", UINT8, 7);
+    const auto mosaic = Mosaic::of(a, b);
+    const PointInfo& layout = mosaic.filter->getPointInfo();
+    ASSERT_EQ(layout.getNumChannels(), 5u);
+    EXPECT_STREQ(layout.getChannel(3).getName(), "Intensity");
+    EXPECT_STREQ(layout.getChannel(4).getName(), "ClassId");
+    EXPECT_EQ(mosaic.rows(), (Rows{{1, 0, 0, 60000, 0}, {2, 0, 0, 0, 7}}));
+    const PointInfo unknown = layoutXYZ({channel("Red", UINT16)});
+    EXPECT_EQ(errorOf(40012, [&] { readRows(*mosaic.filter, unknown); }),
+              "requesting channel not in the source");
+    // An adapted source that gives more than one of its own blocks.
+    const auto many = pointsFrom(0, 40000);
+    const auto all = Mosaic::of(a, many);
+    EXPECT_EQ(readRows(*all.filter, all.filter->getPointInfo(), fromTo(10, 1e6), 1, 100000).size(), 39990u);
+}
+
+TEST(MosaicFilter, ChoosesATypeThatHoldsBothSources)
+{
+    struct Case
+    {
+        DataType a, b, both;
+        double low, high; // of a and of b
+        int bits;
+    };
+    const Case cases[] = {
+        {UINT8, UINT16, UINT16, 255, 65535, 16},   {SINT8, SINT32, SINT32, -128, -2147483648.0, 32},
+        {UINT8, SINT8, SINT16, 255, -128, 16},     {UINT16, SINT8, SINT32, 65535, -128, 32},
+        {SINT16, UINT8, SINT16, -32768, 255, 16},  {UINT32, SINT16, SINT64, 4294967295.0, -1, 64},
+        {UINT64, SINT8, FLOAT64, 1e15, -128, 64},  {FLOAT32, UINT8, FLOAT64, 0.5, 255, 64},
+        {FLOAT32, FLOAT64, FLOAT64, 0.5, 0.1, 64}, {SINT64, FLOAT64, FLOAT64, -5, 0.1, 64},
+    };
+    for (const Case& c : cases) {
+        for (const bool swapped : {false, true}) {
+            const auto a = pointWith(1, "C", c.a, c.low), b = pointWith(2, "C", c.b, c.high);
+            const auto mosaic = swapped ? Mosaic::of(b, a) : Mosaic::of(a, b);
+            const ChannelInfo* both = mosaic.filter->getChannel("C");
+            EXPECT_EQ(both->getDataType(), c.both) << c.a << ' ' << c.b;
+            EXPECT_EQ(both->getBits(), c.bits) << c.a << ' ' << c.b;
+            EXPECT_EQ(mosaic.rows(), (Rows{{1, 0, 0, c.low}, {2, 0, 0, c.high}})) << c.a << ' ' << c.b;
+        }
+    }
+}
+
+TEST(MosaicFilter, KeepsTheStepThatShowsAllPoints)
+{
+    struct Case
+    {
+        double a, b, both;
+    };
+    for (const Case& c : {Case{0.01, 0.01, 0.01}, Case{0.01, 0.001, 0.001}, Case{0.25, 0.01, 0.01},
+                          Case{0.01, 0.003, 0}, Case{0.01, 0, 0}, Case{0, 0, 0}}) {
+        const auto source = [](double step) {
+            PointInfo layout = layoutXYZ();
+            layout.getChannel("X")->setQuantization(step);
+            return MemoryPointSource::make(layout, {{0}, {0}, {0}});
+        };
+        for (const auto& [first, second] : {std::pair(c.a, c.b), std::pair(c.b, c.a)})
+            EXPECT_EQ(Mosaic::of(source(first), source(second)).filter->getChannel("X")->getQuantization(),
+                      c.both)
+                << first << ' ' << second;
+    }
+}
+
+TEST(MosaicFilter, SettlesWhatItsSourcesDoNotAgreeOn)
+{
+    const auto a = pointsFrom(0, 3), b = pointsFrom(10, 4), c = pointsFrom(20, 5);
+    const double scale[] = {1, 1, 1}, offset[] = {0, 0, 0}, otherOffset[] = {0, 0, 1};
+    for (const auto* source : {&a, &b})
+        (*source)->setQuantization(scale, offset);
+    b->setWKT("FIRST");
+    EXPECT_EQ(Mosaic::of(a, b).filter->getScale()[0], 1);
+    c->setWKT("SECOND");
+    c->setQuantization(scale, otherOffset);
+    const auto mosaic = Mosaic::of(a, b, c, c);
+    EXPECT_EQ(mosaic.filter->getScale(), nullptr);
+    EXPECT_EQ(mosaic.filter->getOffset(), nullptr);
+    EXPECT_STREQ(mosaic.filter->getWKT(), "FIRST");
+    EXPECT_EQ(mosaic.filter->getWarnings().size(), 1u);
+    EXPECT_EQ(mosaic.filter->getNumPoints(), 17);
+    b->setNumPoints(PointSource::unknownNumPoints);
+    EXPECT_EQ(Mosaic::of(a, b, c).filter->getNumPoints(), PointSource::unknownNumPoints);
+    const char* const names[] = {"ground", "water"};
+    mosaic.filter->setClassIdNames(names, 2);
+    EXPECT_STREQ(mosaic.filter->getClassIdNames()[1], "water");
+}
+
+TEST(MosaicFilter, SharesTheRecordsThatDescribeAllSources)
+{
+    const auto a = pointsFrom(0, 3), b = pointsFrom(10, 3);
+    const double box[] = {1, 2};
+    for (const auto* source : {&a, &b}) {
+        Metadata& records = (*source)->metadata();
+        records.add("Vendor", nullptr, METADATA_STRING, "somebody", 0);
+        records.add("PreCompressionPointCount", nullptr, METADATA_STRING, "3", 0);
+        records.add("LAS_BoundingBox", nullptr, METADATA_FLOAT64_ARRAY, box, 2);
+        records.add("Tile", nullptr, METADATA_STRING, source == &a ? "1" : "2", 0);
+        records.add("Blob", nullptr, source == &a ? METADATA_STRING : METADATA_BLOB, "x", 2);
+        records.add("Shift", nullptr, METADATA_FLOAT64_ARRAY, box, source == &a ? 2 : 1);
+        records.add("Empty", nullptr, METADATA_BLOB, "", 0);
+    }
+    a->metadata().add("Only", nullptr, METADATA_STRING, "a", 0);
+    Metadata shared;
+    shared.add("Before", nullptr, METADATA_STRING, "stays", 0);
+    Mosaic::of(a, b).filter->loadMetadata(shared, false);
+    ASSERT_EQ(shared.getNumRecords(), 3u);
+    EXPECT_STREQ(shared.getKey(0), "Before");
+    EXPECT_STREQ(shared.getKey(1), "Vendor");
+    EXPECT_STREQ(shared.getKey(2), "Empty");
+}
+
+TEST(MosaicFilter, LosesNoPointsOfSourcesWithoutUsableBounds)
+{
+    const auto empty = pointsFrom(0, 0), unknown = pointsFrom(5, 5), unbounded = pointsFrom(50, 5),
+               known = pointsFrom(100, 5);
+    Bounds box;
+    box.x = {nan, nan};
+    box.y = {0, 0};
+    unknown->setBounds(box);
+    unbounded->setBounds(Bounds::Huge());
+    const auto mosaic = Mosaic::of(empty, unknown, unbounded, known);
+    EXPECT_EQ(mosaic.rows().size(), 15u);
+    EXPECT_EQ(mosaic.rows(fromTo(6, 7)), (Rows{{6, 0, 0}, {7, 0, 0}}));
+    EXPECT_EQ(mosaic.set->takeRequests()[0], 0);
+    EXPECT_EQ(Mosaic::of(unknown, known).filter->getBounds().x.max, 104);
+    const auto nothing = Mosaic({});
+    EXPECT_EQ(nothing.filter->getNumPoints(), 0);
+    EXPECT_EQ(nothing.filter->getTotalWork(Bounds::Huge(), 1), 0);
+    EXPECT_EQ(Mosaic::of(empty).rows(), Rows());
+    EXPECT_EQ(Mosaic::of(empty).filter->getBounds().x.min, infinity);
+}
+
+TEST(MosaicFilter, CountsTextFilesThatItHasToReadForTheirBounds)
+{
+    const auto store = Testing::ByteStore::make("1 2 3\n4 5 6\n");
+    const Scoped<TXTPointReader> text(TXTPointReader::create());
+    text->init(store.get(), "xyz", 0, false);
+    ASSERT_EQ(text->getNumPoints(), PointSource::unknownNumPoints);
+    const auto mosaic = Mosaic::of(pointsFrom(0, 2), text);
+    EXPECT_EQ(mosaic.filter->getNumPoints(), 4);
+    EXPECT_EQ(mosaic.filter->getBounds().y.max, 5);
+    EXPECT_EQ(mosaic.rows(fromTo(3, 9)), Rows());
+    EXPECT_EQ(store->openCount(), 0);
+}
+
+class Cancelled final : public ProgressDelegate
+{
+public:
+    void reportProgress(double, const char*) override {}
+    bool getCancelled() override { return true; }
+};
+
+TEST(MosaicFilter, StopsBetweenSources)
+{
+    const auto mosaic = Mosaic::of(pointsFrom(0, 2), pointsFrom(10, 2));
+    Cancelled delegate;
+    const Scoped<PointIterator> iterator(
+        mosaic.filter->createIterator(Bounds::Huge(), 1, layoutXYZ(), &delegate));
+    PointData block;
+    block.init(layoutXYZ(), 10);
+    EXPECT_EQ(errorOf(40006, [&] { iterator->getNextPoints(block); }), "operation cancelled.");
+}
+
+TEST(MosaicFilter, TakesADescriptionInPlaceOfAskingItsSources)
+{
+    const auto set = SetOfSources::make({Scoped<PointSource>(pointsFrom(0, 10).detach())});
+    const Scoped<PointCloudInfo> info(PointCloudInfo::create());
+    info->setPointInfo(layoutXYZ());
+    info->setNumPoints(1234);
+    const Scoped<MemoryRTree> tree(MemoryRTree::create());
+    tree->insert(fromTo(0, 5), 0);
+    const Scoped<MosaicFilter> mosaic(MosaicFilter::create());
+    mosaic->init(info.get(), tree.get(), set.get());
+    EXPECT_EQ(mosaic->getNumPoints(), 1234);
+    Metadata none;
+    mosaic->loadMetadata(none, false);
+    EXPECT_EQ(none.getNumRecords(), 0u);
+    EXPECT_EQ(readRows(*mosaic, layoutXYZ(), fromTo(7, 9)).size(), 0u);
+    EXPECT_EQ(set->takeRequests(), std::vector<int>{0});
+    EXPECT_EQ(readRows(*mosaic, layoutXYZ(), fromTo(4, 9)).size(), 6u);
+}
+
+} // namespace
+} // namespace Quillmoran

@@ -1,0 +1,135 @@
+#include "filters/SimpleFilterFilter.h"
+
+#include "support/Errors.h"
+#include "support/Layouts.h"
+#include "support/MemoryPointSource.h"
+#include "support/SetOfSources.h"
+
+#include <gtest/gtest.h>
+
+namespace Quillmoran {
+namespace {
+
+using Testing::channel;
+using Testing::errorOf;
+using Testing::layoutXYZ;
+using Testing::MemoryPointSource;
+using Numbers = std::vector<double>;
+
+// Point i is (i, 0, 0) and has the value i % 100 in the channel "C" of the given type.
+Scoped<MemoryPointSource> countingSource(DataType type, int count)
+{
+    Numbers x, zeros(static_cast<std::size_t>(count)), values;
+    for (int i = 0; i < count; ++i) {
+        x.push_back(i);
+        values.push_back(i % 100);
+    }
+    return MemoryPointSource::make(layoutXYZ({channel("C", type)}), {x, zeros, zeros, values});
+}
+
+Scoped<SimpleFilterFilter> filterOf(PointSource& source, bool include, std::initializer_list<int> values)
+{
+    Scoped<SimpleFilterFilter> filter(SimpleFilterFilter::create());
+    filter->init(&source, "C", include);
+    for (const int value : values)
+        filter->addValue(value);
+    return filter;
+}
+
+// The x of the points that pass.
+Numbers passing(const PointSource& filter, const PointInfo& layout = layoutXYZ(), std::size_t blockPoints = 7)
+{
+    Numbers all;
+    for (const auto& row : Testing::readRows(filter, layout, Bounds::Huge(), 1, blockPoints))
+        all.push_back(row[0]);
+    return all;
+}
+
+TEST(SimpleFilterFilter, KeepsOrDropsTheValuesOfEveryIntegerType)
+{
+    for (const DataType type : {UINT8, SINT8, UINT16, SINT16, UINT32, SINT32}) {
+        const auto source = countingSource(type, 200);
+        EXPECT_EQ(passing(*filterOf(*source, true, {3, 98, 3})), (Numbers{3, 98, 103, 198})) << type;
+        EXPECT_EQ(passing(*filterOf(*source, false, {3, 98})).size(), 196u) << type;
+        EXPECT_EQ(passing(*filterOf(*source, true, {})).size(), 0u) << type;
+        EXPECT_EQ(passing(*filterOf(*source, false, {})).size(), 200u) << type;
+    }
+}
+
+TEST(SimpleFilterFilter, ConvertsValuesToTheTypeOfTheChannel)
+{
+    const auto bytes = countingSource(UINT8, 100);
+    EXPECT_EQ(passing(*filterOf(*bytes, true, {300, 44, -212})), (Numbers{44}));
+    const auto shorts = countingSource(UINT16, 100);
+    EXPECT_EQ(passing(*filterOf(*shorts, true, {300})), Numbers());
+}
+
+TEST(SimpleFilterFilter, GoesOnInTheMiddleOfABatch)
+{
+    // Three batches of the source, and a value that the second one has nowhere.
+    const auto source = countingSource(SINT32, 40000);
+    auto& samples = source->column("C");
+    auto* values = static_cast<std::int32_t*>(samples.getData());
+    for (int i = 16384; i < 32768; ++i)
+        values[i] = -1;
+    const auto filter = filterOf(*source, true, {5, 6, 7});
+    const Numbers whole = passing(*filter, layoutXYZ(), 40000);
+    EXPECT_EQ(whole.size(), (164u + 72u) * 3);
+    EXPECT_EQ(passing(*filter, layoutXYZ(), 1), whole);
+    EXPECT_EQ(passing(*filter, layoutXYZ(), 2), whole);
+    EXPECT_EQ(passing(*filter, layoutXYZ({channel("C", SINT32)}), 7), whole);
+}
+
+TEST(SimpleFilterFilter, DeliversAFullBlockFromSeveralBatches)
+{
+    const auto source = countingSource(UINT8, 40000);
+    const auto filter = filterOf(*source, true, {1});
+    const Scoped<PointIterator> iterator(filter->createIterator(Bounds::Huge(), 1, layoutXYZ(), nullptr));
+    PointData block, none;
+    block.init(layoutXYZ(), 300);
+    none.init(layoutXYZ(), 0);
+    EXPECT_EQ(iterator->getNextPoints(none), 0u);
+    EXPECT_EQ(iterator->getNextPoints(block), 300u);
+    EXPECT_EQ(block.getX()[299], 29901);
+    EXPECT_EQ(iterator->getNextPoints(block), 100u);
+    EXPECT_EQ(iterator->getNextPoints(block), 0u);
+}
+
+TEST(SimpleFilterFilter, PassesBoxAndShareOnToTheSource)
+{
+    const auto source = countingSource(UINT8, 1000);
+    const auto filter = filterOf(*source, false, {0});
+    const auto rows = Testing::readRows(*filter, layoutXYZ(), {{0, 499}, {0, 0}, {0, 0}}, 0.5);
+    EXPECT_EQ(rows.size(), 245u); // each second of 500, without 0, 100, ...
+    EXPECT_EQ(filter->getNumPoints(), 1000);
+}
+
+TEST(SimpleFilterFilter, RefusesWhatItCannotTest)
+{
+    const auto source = countingSource(FLOAT32, 10);
+    const Scoped<SimpleFilterFilter> filter(SimpleFilterFilter::create());
+    EXPECT_EQ(errorOf(40007, [&] { filter->init(source.get(), "c", true); }),
+              "the point source does not have channel: 'c'");
+    for (const DataType type : {FLOAT32, FLOAT64, UINT64, SINT64}) {
+        const auto other = countingSource(type, 10);
+        EXPECT_EQ(errorOf(-1, [&] { passing(*filterOf(*other, true, {1})); }), "unsupported datatype");
+    }
+    const auto failing = countingSource(UINT8, 10);
+    failing->failAt(5);
+    EXPECT_EQ(errorOf(40000, [&] { passing(*filterOf(*failing, true, {1})); }), "test");
+}
+
+TEST(SimpleFilterFilter, KeepsTheValuesOfTheTimeWhenAnIteratorWasMade)
+{
+    const auto source = countingSource(UINT8, 100);
+    const auto filter = filterOf(*source, true, {1});
+    const Scoped<PointIterator> iterator(filter->createIterator(Bounds::Huge(), 1, layoutXYZ(), nullptr));
+    filter->addValue(2);
+    PointData block;
+    block.init(layoutXYZ(), 10);
+    EXPECT_EQ(iterator->getNextPoints(block), 1u);
+    EXPECT_EQ(passing(*filter).size(), 2u);
+}
+
+} // namespace
+} // namespace Quillmoran
