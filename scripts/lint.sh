@@ -11,15 +11,17 @@ find_tool() { command -v "$1-14" || command -v "$1"; }
 
 "$(find_tool clang-format)" --dry-run -Werror "${sources[@]}"
 
-# core <- kernel, filters <- apps: a library includes itself and core, nothing that builds on it or beside it.
+# core <- kernel <- formats, filters <- apps: a library includes nothing that builds on it or beside it.
 folders() { ls -d "$1"/src/*/ | xargs -n1 basename | paste -sd'|'; }
 includes() { git grep -nE "#include \"($2)/" -- "$1/src" || true; }
 kernel=$(folders qm_lib_lidar_kernel)
+formats=$(folders qm_lib_lidar_formats)
 filters=$(folders qm_lib_lidar_filters)
 apps=$(folders qm_app_lidar_sdkApps)
-wrong=$(includes qm_lib_lidar_core "$kernel|$filters|$apps")
-wrong+=$(includes qm_lib_lidar_kernel "$filters|$apps")
-wrong+=$(includes qm_lib_lidar_filters "$kernel|$apps")
+wrong=$(includes qm_lib_lidar_core "$kernel|$formats|$filters|$apps")
+wrong+=$(includes qm_lib_lidar_kernel "$formats|$filters|$apps")
+wrong+=$(includes qm_lib_lidar_formats "$filters|$apps")
+wrong+=$(includes qm_lib_lidar_filters "$kernel|$formats|$apps")
 wrong+=$(git grep -nE '#include "decode/' -- qm_lib_lidar_kernel/src/common || true)
 wrong+=$(git grep -nE '#include "support/' -- 'qm_*' || true)
 if [ -n "$wrong" ]; then
