@@ -2,12 +2,16 @@
 #include "utils/PersistentPointSourceWriter.h"
 
 #include "filters/MosaicFilter.h"
+#include "index/MemoryRTree.h"
+#include "platform/FileIO.h"
 #include "support/Errors.h"
+#include "support/Layouts.h"
 #include "support/Random.h"
 #include "support/SetOfSources.h"
 #include "support/TileFiles.h"
 #include "text/TXTPointReader.h"
 #include "utils/TileGrid.h"
+#include "utils/TileSetFile.h"
 
 #include <gtest/gtest.h>
 
@@ -284,6 +288,24 @@ TEST_F(TileIndex, SaysWhichTileItCannotRead)
     EXPECT_EQ(writer->getNumTiles(), 0u);
     writer->write(index.c_str());
     EXPECT_EQ(openMosaic()->getNumPoints(), 0);
+}
+
+TEST_F(TileIndex, RefusesATreeThatNamesNoTile)
+{
+    TileSet set;
+    set.info->setPointInfo(Testing::layoutXYZ());
+    set.tiles.push_back({tile("a.vxl", 0, 0).c_str(), 0, {{0, 9}, {0, 9}, {0, 9}}, 20});
+    const Scoped<MemoryRTree> tree(MemoryRTree::create());
+    tree->insert({{0, 9}, {0, 9}, {0, 9}}, 1);
+    const double steps[] = {1, 1, 1};
+    const Scoped<FileIO::Imp> file(FileIO::create());
+    file->init(index.c_str(), "w");
+    TileSetFile::write(file.get(), set, *tree, steps);
+    const auto mosaic = openMosaic();
+    const Bounds outside{{20, 30}, {20, 30}, {0, 1}};
+    EXPECT_EQ(readRows(*mosaic, mosaic->getPointInfo(), outside).size(), 0u);
+    EXPECT_EQ(errorOf(-1, [&] { readRows(*mosaic, mosaic->getPointInfo()); }), "bad tile index");
+    EXPECT_EQ(errorOf(-1, [&] { mosaic->getTotalWork(Bounds::Huge(), 1); }), "bad tile index");
 }
 
 TEST_F(TileIndex, MeasuresTilesWithoutBounds)
