@@ -2,12 +2,16 @@
 #include "utils/PersistentPointSourceWriter.h"
 
 #include "filters/MosaicFilter.h"
+#include "index/MemoryRTree.h"
+#include "platform/FileIO.h"
 #include "support/Errors.h"
+#include "support/Layouts.h"
 #include "support/Random.h"
 #include "support/SetOfSources.h"
 #include "support/TileFiles.h"
 #include "text/TXTPointReader.h"
 #include "utils/TileGrid.h"
+#include "utils/TileSetFile.h"
 
 #include <gtest/gtest.h>
 
@@ -286,11 +290,31 @@ TEST_F(TileIndex, SaysWhichTileItCannotRead)
     EXPECT_EQ(openMosaic()->getNumPoints(), 0);
 }
 
+TEST_F(TileIndex, RefusesATreeThatNamesNoTile)
+{
+    TileSet set;
+    set.info->setPointInfo(Testing::layoutXYZ());
+    set.tiles.push_back({tile("a.vxl", 0, 0).c_str(), 0, {{0, 9}, {0, 9}, {0, 9}}, 20});
+    const Scoped<MemoryRTree> tree(MemoryRTree::create());
+    tree->insert({{0, 9}, {0, 9}, {0, 9}}, 1);
+    const double steps[] = {1, 1, 1};
+    const Scoped<FileIO::Imp> file(FileIO::create());
+    file->init(index.c_str(), "w");
+    TileSetFile::write(file.get(), set, *tree, steps);
+    const auto mosaic = openMosaic();
+    const Bounds outside{{20, 30}, {20, 30}, {0, 1}};
+    EXPECT_EQ(readRows(*mosaic, mosaic->getPointInfo(), outside).size(), 0u);
+    EXPECT_EQ(errorOf(-1, [&] { readRows(*mosaic, mosaic->getPointInfo()); }), "bad tile index");
+    EXPECT_EQ(errorOf(-1, [&] { mosaic->getTotalWork(Bounds::Huge(), 1); }), "bad tile index");
+}
+
 TEST_F(TileIndex, MeasuresTilesWithoutBounds)
 {
     Testing::FilePlan plan;
+    // Coordinates in parts have no bounds of their own, and there is no index.
     for (const char* name : {"X", "Y", "Z"})
-        plan.channels.push_back(Testing::deflatedChannel(name, FLOAT64, {-3.5, 7, 1, 0, 2}));
+        for (Testing::ChannelPlan& part : Testing::splitChannel(name, FLOAT64, {-3.5, 7, 1, 0, 2}))
+            plan.channels.push_back(std::move(part));
     writeFile(directory / "a.vxl", buildFile(plan));
     const auto writer = makeWriter();
     writer->add((directory / "a.vxl").c_str());

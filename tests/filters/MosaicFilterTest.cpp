@@ -231,7 +231,7 @@ TEST(MosaicFilter, SettlesWhatItsSourcesDoNotAgreeOn)
 TEST(MosaicFilter, SharesTheRecordsThatDescribeAllSources)
 {
     const auto a = pointsFrom(0, 3), b = pointsFrom(10, 3);
-    const double box[] = {1, 2};
+    const double box[] = {1, 2}, otherBox[] = {1, 3};
     for (const auto* source : {&a, &b}) {
         Metadata& records = (*source)->metadata();
         records.add("Vendor", nullptr, METADATA_STRING, "somebody", 0);
@@ -239,7 +239,8 @@ TEST(MosaicFilter, SharesTheRecordsThatDescribeAllSources)
         records.add("LAS_BoundingBox", nullptr, METADATA_FLOAT64_ARRAY, box, 2);
         records.add("Tile", nullptr, METADATA_STRING, source == &a ? "1" : "2", 0);
         records.add("Blob", nullptr, source == &a ? METADATA_STRING : METADATA_BLOB, "x", 2);
-        records.add("Shift", nullptr, METADATA_FLOAT64_ARRAY, box, source == &a ? 2 : 1);
+        records.add("Shorter", nullptr, METADATA_FLOAT64_ARRAY, box, source == &a ? 2 : 1);
+        records.add("Other", nullptr, METADATA_FLOAT64_ARRAY, source == &a ? box : otherBox, 2);
         records.add("Empty", nullptr, METADATA_BLOB, "", 0);
     }
     a->metadata().add("Only", nullptr, METADATA_STRING, "a", 0);

@@ -102,7 +102,7 @@ std::vector<QMFileSpec> PersistentPointSourceWriter::getFiles() const
 TileInfo PersistentPointSourceWriter::describe(const QMFileSpec& file, PointCloudInfo& cloud) const
 {
     const Scoped<PointSource> source = openTile(*m_opener, file);
-    const TileInfo tile = describeTile(file, *source);
+    TileInfo tile = describeTile(file, *source);
     cloud.init(*source);
     return tile;
 }

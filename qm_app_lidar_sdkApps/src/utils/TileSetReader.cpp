@@ -166,8 +166,7 @@ private:
     }
 
     StreamReader m_stream;
-    std::int64_t m_end = headerBytes; // of the present packet
-    static constexpr std::int64_t headerBytes = 8;
+    std::int64_t m_end = 8; // of the present packet; before the first one, of the header
 };
 
 ChannelInfo readChannel(Packet& packet)
