@@ -21,6 +21,18 @@ Bounds::Range eighthAround(const Bounds::Range& range, double place)
     return {middle - extent / 16, middle + extent / 16};
 }
 
+// Where a set's files have different steps, it has none itself, and its bounds are as exact as the coarsest
+// of them.
+void widenWithoutStep(Bounds::Range& range, const ChannelInfo& channel)
+{
+    constexpr double part = 1e-6; // of the extent
+    const double margin = part * (range.max - range.min);
+    if (channel.getQuantization() == 0 && std::isfinite(margin)) {
+        range.min -= margin;
+        range.max += margin;
+    }
+}
+
 } // namespace
 
 PointCheck::PointCheck(const PointSource& source) : m_source(source)
@@ -28,6 +40,9 @@ PointCheck::PointCheck(const PointSource& source) : m_source(source)
     const char* const names[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
     m_xyz.init(source.getPointInfo(), names, 3);
     m_allowed = PointIterator::widened(source.getBounds(), m_xyz);
+    widenWithoutStep(m_allowed.x, *m_xyz.getChannel(names[0]));
+    widenWithoutStep(m_allowed.y, *m_xyz.getChannel(names[1]));
+    widenWithoutStep(m_allowed.z, *m_xyz.getChannel(names[2]));
     // Other sources have no index: each box would take another pass.
     if (dynamic_cast<const VX7PointReader*>(&source))
         chooseBoxes();

@@ -3,6 +3,8 @@
 #include "platform/LoadableModule.h"
 #include "srs/SpatialReferenceModule.h"
 
+#include <algorithm>
+
 namespace Quillmoran::SpatialReference {
 
 namespace {
@@ -10,28 +12,34 @@ namespace {
 enum Tag : std::uint16_t
 {
     INLINE = 0, // the value stands in the directory entry itself
-    DIRECTORY = 34735,
     DOUBLES = 34736,
     ASCII = 34737
 };
 
-// A directory is a row of four numbers, the last of them the number of keys, then a row per key: ID, tag that
-// holds the value, count, and index of the value in that tag.
-bool isConsistent(const GeoTIFFKeys& keys)
+// A directory is a row of four numbers, the version 1 first and the number of keys last, then a row per key:
+// ID, tag that holds the value, count, and index of the value in that tag.
+constexpr std::size_t row = 4;
+
+bool isUsable(const std::uint16_t* key, const GeoTIFFKeys& keys)
 {
-    constexpr std::size_t row = 4;
-    if (keys.directory.size() < row || keys.directory.size() / row - 1 < keys.directory[3])
-        return false;
-    for (std::size_t key = 1; key <= keys.directory[3]; ++key) {
-        const std::uint16_t* const entry = keys.directory.data() + key * row;
-        const std::size_t end = std::size_t{entry[2]} + entry[3];
-        const bool fits = entry[1] == INLINE || (entry[1] == DIRECTORY && end <= keys.directory.size()) ||
-                          (entry[1] == DOUBLES && end <= keys.doubles.size()) ||
-                          (entry[1] == ASCII && end <= keys.ascii.size());
-        if (!fits)
-            return false;
-    }
-    return true;
+    const std::size_t end = std::size_t{key[2]} + key[3];
+    return (key[1] == INLINE && key[2] == 1) || (key[1] == DOUBLES && end <= keys.doubles.size()) ||
+           (key[1] == ASCII && end <= keys.ascii.size());
+}
+
+// The directory without keys that point outside the values, which real files have; empty when none is left.
+std::vector<std::uint16_t> usableDirectory(const GeoTIFFKeys& keys)
+{
+    const auto& all = keys.directory;
+    if (all.size() < row || all[0] != 1)
+        return {};
+    std::vector<std::uint16_t> usable(all.begin(), all.begin() + row);
+    const std::size_t numKeys = std::min<std::size_t>(all[3], all.size() / row - 1);
+    for (std::size_t key = 1; key <= numKeys; ++key)
+        if (isUsable(all.data() + key * row, keys))
+            usable.insert(usable.end(), all.data() + key * row, all.data() + (key + 1) * row);
+    usable[3] = static_cast<std::uint16_t>(usable.size() / row - 1);
+    return usable[3] == 0 ? std::vector<std::uint16_t>() : usable;
 }
 
 template <class Function>
@@ -53,11 +61,12 @@ std::optional<GeoTIFFKeys> toGeoTIFF(const char* wkt)
 
 std::optional<std::string> toWKT(const GeoTIFFKeys& keys)
 {
-    if (!isConsistent(keys) || keys.directory[3] == 0)
+    const GeoTIFFKeys usable{usableDirectory(keys), keys.doubles, keys.ascii};
+    if (usable.directory.empty())
         return std::nullopt;
     std::string wkt;
     const auto convert = findInModule<decltype(qmGeoTIFFToWKT)>("qmGeoTIFFToWKT");
-    if (!convert || !convert(keys, wkt))
+    if (!convert || !convert(usable, wkt))
         return std::nullopt;
     return wkt;
 }
