@@ -131,6 +131,27 @@ TEST_F(Vxindex, SetsAndRemovesAnOverview)
     EXPECT_EQ(run("-o tiles/t.index -l").output.find("overview"), std::string::npos);
 }
 
+TEST_F(Vxindex, CreatesAnOverviewFromTheTiles)
+{
+    for (int again = 0; again < 2; ++again) { // the file is not a tile of the second run
+        EXPECT_EQ(
+            report("-o tiles/t.index tiles -overview tiles/o.laz -createOverview -overviewFraction 0.1"),
+            "3 files, 60 points (3 files added, 0 refreshed, 0 removed)\n");
+        const std::string listed = run("-o tiles/t.index -l").output;
+        EXPECT_NE(listed.find("overview of a share of 0.1:\nok                    6  "), std::string::npos)
+            << listed;
+    }
+    report("-o tiles/t.index -u -overview tiles/p.las -createOverview");
+    EXPECT_NE(
+        run("-o tiles/t.index -l").output.find("overview of a share of 0.0625:\nok                    6  "),
+        std::string::npos);
+    for (const char* name : {"-overview tiles/o.vxl ", ""})
+        EXPECT_EQ(run(std::string("-o t.index tiles -createOverview ") + name)
+                      .errors.rfind("Error: an overview is created as a LAS or LAZ file: '", 0),
+                  0u);
+    EXPECT_FALSE(std::filesystem::exists(directory / "t.index"));
+}
+
 TEST_F(Vxindex, ExplainsWhatItCannotDo)
 {
     directory.file("bad.vxl", "no points");

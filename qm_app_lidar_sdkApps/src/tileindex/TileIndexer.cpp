@@ -2,6 +2,7 @@
 
 #include "files/QMFileUtils.h"
 #include "framework/PercentProgressDelegate.h"
+#include "las/LASPointWriter.h"
 #include "platform/Base.h"
 #include "tileindex/TileReport.h"
 #include "utils/PersistentPointSourceWriter.h"
@@ -42,6 +43,9 @@ TileIndexer::TileIndexer() : m_cmdLine("vxindex", description, description, true
     m_cmdLine.addFloat(
         "overviewFraction", nullptr,
         "that share, above 0 and at most 1.  By default it is computed from the numbers of points", false);
+    m_cmdLine.addFlag(
+        "createOverview", nullptr,
+        "write the file of -overview, LAS or LAZ, from the indexed files.  Its share is 1/16 by default");
     m_cmdLine.addFlag("removeOverview", nullptr, "take the overview out of the index; its file stays");
     Utils::addTXTPointReaderOptions(m_cmdLine);
 }
@@ -66,12 +70,17 @@ void TileIndexer::run()
         printSummary();
 }
 
-void TileIndexer::printSummary() const
+Scoped<PointSource> TileIndexer::openIndex() const
 {
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
+    Utils::setTextOptions(*files, false, m_cmdLine);
     files->addFile(m_cmdLine.getString("index"));
-    const Scoped<PointSource> mosaic(files->createPointSource(0));
-    Utils::printHeader(stdout, *mosaic, nullptr);
+    return Scoped<PointSource>(files->createPointSource(0));
+}
+
+void TileIndexer::printSummary() const
+{
+    Utils::printHeader(stdout, *openIndex(), nullptr);
 }
 
 void TileIndexer::report() const
@@ -93,6 +102,8 @@ void TileIndexer::build() const
     PercentProgressDelegate delegate;
     const Changes changes = updateTiles(*writer, delegate);
     configure(*writer);
+    if (m_cmdLine.getFlag("createOverview"))
+        createOverview(*writer, delegate);
     std::putchar('\n');
     for (const std::string& warning : writer->getWarnings())
         delegate.displayWarning(warning.c_str());
@@ -168,7 +179,7 @@ void TileIndexer::configure(PersistentPointSourceWriter& writer) const
         writer.setSRS(m_cmdLine.getString("srs"));
     if (m_cmdLine.getFlag("removeOverview"))
         writer.removeOverview(false);
-    if (m_cmdLine.isPresent("overview"))
+    if (m_cmdLine.isPresent("overview") && !m_cmdLine.getFlag("createOverview"))
         setOverview(writer);
 }
 
@@ -182,6 +193,28 @@ void TileIndexer::setOverview(PersistentPointSourceWriter& writer) const
         const Scoped<PointSource> overview = openTile(*m_opener, file);
         fraction = static_cast<double>(overview->getNumPoints()) / static_cast<double>(writer.getNumPoints());
     }
+    writer.setOverview(file, fraction);
+}
+
+void TileIndexer::createOverview(PersistentPointSourceWriter& writer, ProgressDelegate& delegate) const
+{
+    constexpr double defaultFraction = 1.0 / 16;
+    const char* file = m_cmdLine.isPresent("overview") ? m_cmdLine.getString("overview") : "";
+    const PointSourceType type = Utils::getPointSourceType(file);
+    if (type != POINT_SOURCE_LAS && type != POINT_SOURCE_LAZ)
+        QM_THROW(-1, "an overview is created as a LAS or LAZ file: '%s'", file);
+    const double fraction =
+        m_cmdLine.isPresent("overviewFraction") ? m_cmdLine.getFloat("overviewFraction") : defaultFraction;
+
+    // The tiles are read through the index, as its users read them. An overview of before is not to be read.
+    writer.removeOverview(false);
+    writer.remove(file);
+    writer.write(m_cmdLine.getString("index"));
+    const Scoped<PointSource> tiles = openIndex();
+    const Scoped<LASPointWriter> points(LASPointWriter::create());
+    points->init(tiles.get(), file, -1);
+    points->setWriteLAZ(type == POINT_SOURCE_LAZ);
+    points->write(Bounds::Huge(), fraction, tiles->getPointInfo(), &delegate);
     writer.setOverview(file, fraction);
 }
 

@@ -37,6 +37,8 @@ private:
     Changes updateTiles(PersistentPointSourceWriter& writer, ProgressDelegate& delegate) const;
     void configure(PersistentPointSourceWriter& writer) const;
     void setOverview(PersistentPointSourceWriter& writer) const;
+    void createOverview(PersistentPointSourceWriter& writer, ProgressDelegate& delegate) const;
+    Scoped<PointSource> openIndex() const; // the finished one
 
     QMCmdLine m_cmdLine;
     Scoped<SimpleFileOpener> m_opener{SimpleFileOpener::create()};

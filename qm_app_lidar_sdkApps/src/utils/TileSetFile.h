@@ -3,9 +3,8 @@
 //   "rtre" | version 4 | packet | packet ...
 //   packet    name 4 | length of the payload 4 | payload
 //
-//   "info"    srs | number of channels 2 | channels | number of points 8 | WKT | bounds | scale 8, offset 8
-//   of x,
-//             of y, of z | number of classes 2 | class names
+//   "info"    srs | number of channels 2 | channels | number of points 8 | WKT | bounds
+//             | scale 8, offset 8 of x, of y, of z | number of classes 2 | class names
 //   "over"    tile | fraction 8                                only with an overview
 //   "path"    number of tiles 4 | tiles
 //   "tree"    the R-tree over the tiles' bounds: see RTree.h
