@@ -4,6 +4,8 @@
 #include "srs/SpatialReferenceModule.h"
 
 #include <algorithm>
+#include <mutex>
+#include <utility>
 
 namespace Quillmoran::SpatialReference {
 
@@ -48,6 +50,15 @@ Function* findInModule(const char* name)
     return LoadableModule::find<Function>(SRS_MODULE, name);
 }
 
+std::optional<std::string> translate(const GeoTIFFKeys& keys)
+{
+    std::string wkt;
+    const auto convert = findInModule<decltype(qmGeoTIFFToWKT)>("qmGeoTIFFToWKT");
+    if (!convert || !convert(keys, wkt))
+        return std::nullopt;
+    return wkt;
+}
+
 } // namespace
 
 std::optional<GeoTIFFKeys> toGeoTIFF(const char* wkt)
@@ -64,11 +75,13 @@ std::optional<std::string> toWKT(const GeoTIFFKeys& keys)
     const GeoTIFFKeys usable{usableDirectory(keys), keys.doubles, keys.ascii};
     if (usable.directory.empty())
         return std::nullopt;
-    std::string wkt;
-    const auto convert = findInModule<decltype(qmGeoTIFFToWKT)>("qmGeoTIFFToWKT");
-    if (!convert || !convert(usable, wkt))
-        return std::nullopt;
-    return wkt;
+    // The tiles of a survey share their keys, and a translation takes milliseconds.
+    static std::mutex mutex;
+    static std::pair<GeoTIFFKeys, std::optional<std::string>> last;
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (!(usable == last.first))
+        last = {usable, translate(usable)};
+    return last.second;
 }
 
 std::string pretty(const char* wkt)

@@ -18,6 +18,11 @@ struct GeoTIFFKeys
     std::vector<std::uint16_t> directory; // empty: no keys
     std::vector<double> doubles;
     std::string ascii;
+
+    bool operator==(const GeoTIFFKeys& other) const
+    {
+        return directory == other.directory && doubles == other.doubles && ascii == other.ascii;
+    }
 };
 
 namespace SpatialReference {
