@@ -27,6 +27,11 @@ public:
     virtual void unlink() = 0;
 };
 
+// Reads until all bytes are there; the count is short only at the end of the store.
+QM_API std::size_t readFully(const IO& io, std::int64_t offset, void* buffer, std::size_t count);
+// Writes until all bytes are taken; 40002 "write error" when the store takes none.
+QM_API void writeFully(const IO& io, std::int64_t offset, const void* buffer, std::size_t count);
+
 class QM_API IO::Location
 {
 public:

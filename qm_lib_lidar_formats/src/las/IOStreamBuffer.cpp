@@ -42,14 +42,9 @@ IOStreamBuffer::int_type IOStreamBuffer::underflow()
 
 void IOStreamBuffer::flush()
 {
-    const char* next = pbase();
-    while (next < pptr()) {
-        const std::size_t moved = m_io.pwrite(m_position, next, static_cast<std::size_t>(pptr() - next));
-        if (moved == 0)
-            QM_THROW(40002, "write error");
-        next += moved;
-        m_position += static_cast<std::int64_t>(moved);
-    }
+    const auto size = static_cast<std::size_t>(pptr() - pbase());
+    writeFully(m_io, m_position, pbase(), size);
+    m_position += static_cast<std::int64_t>(size);
     setp(m_buffer.get(), m_buffer.get() + bufferSize);
 }
 

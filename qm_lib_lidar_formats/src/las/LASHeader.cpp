@@ -148,14 +148,7 @@ void LASHeader::read(const IO& io)
 {
     // What the file does not have reads as zeros; check() knows how much there was.
     std::array<unsigned char, largestHeader> bytes{};
-    std::size_t got = 0;
-    while (got < bytes.size()) {
-        const std::size_t moved =
-            io.pread(static_cast<std::int64_t>(got), bytes.data() + got, bytes.size() - got);
-        if (moved == 0)
-            break;
-        got += moved;
-    }
+    const std::size_t got = readFully(io, 0, bytes.data(), bytes.size());
     if (std::memcmp(bytes.data(), signature, 4) != 0)
         throwBad("no \"LASF\" at the beginning");
     Reader field(bytes.data() + 4);

@@ -69,8 +69,8 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
     chooseColumns(layout);
 
     openOutput();
-    writeFully(0, m_header.write());
-    writeFully(m_header.headerSize, head.records);
+    writeBytes(0, m_header.write());
+    writeBytes(m_header.headerSize, head.records);
     // A whole block can wait, so that the next one is decoded in the meantime.
     m_queue = std::make_unique<LASRecordQueue>(LASRecordWriter::create(*m_output, m_header),
                                                getBlockSize() / sliceSize + 2);
@@ -180,7 +180,7 @@ void LASPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
     m_queue.reset();
     completeHeader();
     try {
-        writeFully(0, m_header.write());
+        writeBytes(0, m_header.write());
         m_output->close();
     } catch (const Error&) {
         QM_THROW(40601, "Unable to update header");
@@ -206,15 +206,9 @@ void LASPointWriter::completeHeader()
     }
 }
 
-void LASPointWriter::writeFully(std::int64_t position, const std::vector<unsigned char>& bytes) const
+void LASPointWriter::writeBytes(std::int64_t position, const std::vector<unsigned char>& bytes) const
 {
-    for (std::size_t done = 0; done < bytes.size();) {
-        const std::size_t moved = m_output->pwrite(position + static_cast<std::int64_t>(done),
-                                                   bytes.data() + done, bytes.size() - done);
-        if (moved == 0)
-            QM_THROW(40002, "write error");
-        done += moved;
-    }
+    writeFully(*m_output, position, bytes.data(), bytes.size());
 }
 
 void LASPointWriter::writeAborted() noexcept

@@ -77,7 +77,7 @@ private:
     void countReturns(const LASRecordQueue::Slice& slice);
     void throwIfTooMany() const;
     void completeHeader();
-    void writeFully(std::int64_t position, const std::vector<unsigned char>& bytes) const;
+    void writeBytes(std::int64_t position, const std::vector<unsigned char>& bytes) const;
 
     std::string m_path;
     FileVersion m_version = -1;

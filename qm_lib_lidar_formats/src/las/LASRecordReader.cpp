@@ -22,13 +22,9 @@ public:
     void read(unsigned char* records, std::size_t count) override
     {
         const std::size_t wanted = count * stride();
-        for (std::size_t got = 0; got < wanted;) {
-            const std::size_t moved = m_io->pread(m_position, records + got, wanted - got);
-            if (moved == 0)
-                QM_THROW(40602, "the file ends within its points");
-            got += moved;
-            m_position += static_cast<std::int64_t>(moved);
-        }
+        if (readFully(*m_io, m_position, records, wanted) != wanted)
+            QM_THROW(40602, "the file ends within its points");
+        m_position += static_cast<std::int64_t>(wanted);
     }
 
 private:

@@ -20,13 +20,8 @@ public:
     void write(const unsigned char* records, std::size_t count) override
     {
         const std::size_t size = count * m_recordLength;
-        for (std::size_t done = 0; done < size;) {
-            const std::size_t moved = m_io.pwrite(m_position, records + done, size - done);
-            if (moved == 0)
-                QM_THROW(40002, "write error");
-            done += moved;
-            m_position += static_cast<std::int64_t>(moved);
-        }
+        writeFully(m_io, m_position, records, size);
+        m_position += static_cast<std::int64_t>(size);
     }
     void finish() override {}
 

@@ -13,15 +13,10 @@ namespace {
 
 constexpr std::uint16_t recordMark = 0xAABB;
 
-void readFully(const IO& io, std::int64_t position, unsigned char* bytes, std::size_t size)
+void readWhole(const IO& io, std::int64_t position, void* bytes, std::size_t size)
 {
-    for (std::size_t got = 0; got < size;) {
-        const std::size_t moved =
-            io.pread(position + static_cast<std::int64_t>(got), bytes + got, size - got);
-        if (moved == 0)
-            QM_THROW(40602, "the file ends within its variable length records");
-        got += moved;
-    }
+    if (readFully(io, position, bytes, size) != size)
+        QM_THROW(40602, "the file ends within its variable length records");
 }
 
 std::string paddedText(const unsigned char* bytes, std::size_t size)
@@ -50,7 +45,7 @@ void readStretch(const IO& io, Stretch stretch, std::vector<LASVariableRecord>& 
             static_cast<std::uint64_t>(std::max<std::int64_t>(stretch.end - stretch.position, 0));
         if (left < headerBytes)
             QM_THROW(40602, "%s record %u of %u has no room", stretch.name, i + 1, stretch.count);
-        readFully(io, stretch.position, header.data(), headerBytes);
+        readWhole(io, stretch.position, header.data(), headerBytes);
         LASVariableRecord record;
         record.userID = paddedText(header.data() + 2, LASVariableRecord::userIDBytes);
         record.recordID = loadLittleEndian<std::uint16_t>(header.data() + 18);
@@ -88,7 +83,7 @@ std::vector<LASVariableRecord> readLASVariableRecords(const IO& io, const LASHea
 std::vector<unsigned char> readLASRecordValue(const IO& io, const LASVariableRecord& record)
 {
     std::vector<unsigned char> value(record.length);
-    readFully(io, record.position, value.data(), value.size());
+    readWhole(io, record.position, value.data(), value.size());
     return value;
 }
 
