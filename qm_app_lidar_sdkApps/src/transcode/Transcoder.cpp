@@ -4,6 +4,7 @@
 #include "filters/MosaicFilter.h"
 #include "framework/PercentProgressDelegate.h"
 #include "las/LASPointWriter.h"
+#include "pdal/PDALFormats.h"
 #include "platform/Base.h"
 #include "text/TXTPointReader.h"
 #include "text/TXTPointWriter.h"
@@ -210,7 +211,7 @@ Scoped<PointWriter> Transcoder::createWriter(PointSource& source, const PointInf
         return Scoped<PointWriter>(writer.detach());
     }
     case Output::BPF:
-        QM_THROW(-1, "this version cannot write BPF files");
+        return Scoped<PointWriter>(createPDALPointWriter(&source, m_cmdLine.getString("outputFile")));
     }
     QM_THROW(-1, "unknown output format");
 }

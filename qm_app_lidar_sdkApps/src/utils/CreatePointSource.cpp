@@ -3,6 +3,7 @@
 #include "decode/VX7PointReader.h"
 #include "filters/MosaicFilter.h"
 #include "las/LASPointReader.h"
+#include "pdal/PDALFormats.h"
 #include "platform/FileIO.h"
 #include "platform/Stream.h"
 #include "text/TXTPointReader.h"
@@ -164,6 +165,8 @@ PointSource* SimpleFileOpener::openPointSource(const QMFileSpec& file) const
         reader->init(file.c_str());
         return reader.detach();
     }
+    case POINT_SOURCE_BPF:
+        return createPDALPointReader(file.c_str());
     default:
         throwUnsupported(file.c_str());
     }

@@ -1,0 +1,115 @@
+#include "pdal/BPFHeader.h"
+
+#include "platform/Base.h"
+#include "platform/ByteOrder.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr std::size_t fixedBytes = 176;
+constexpr std::size_t labelBytes = 32;
+constexpr std::size_t dimensionBytes = 3 * sizeof(double) + labelBytes;
+
+void readFully(const IO& io, std::int64_t position, void* bytes, std::size_t count)
+{
+    if (io.pread(position, bytes, count) != count)
+        QM_THROW(40609, "the file ends within its header");
+}
+
+} // namespace
+
+void BPFHeader::read(const IO& io)
+{
+    unsigned char bytes[fixedBytes];
+    readFully(io, 0, bytes, sizeof bytes);
+    constexpr char magic[] = {'B', 'P', 'F', '!', '0', '0', '0', '3'};
+    if (std::memcmp(bytes, magic, sizeof magic) != 0)
+        QM_THROW(40609, "not a BPF file of version 3");
+    headerSize = loadLittleEndian<std::int32_t>(bytes + 8);
+    compressed = bytes[14] != 0;
+    numPoints = loadLittleEndian<std::int32_t>(bytes + 16);
+    isUTM = loadLittleEndian<std::int32_t>(bytes + 20) == 1;
+    const std::size_t count = bytes[12];
+    if (numPoints < 0 || headerSize < 0 ||
+        static_cast<std::size_t>(headerSize) < fixedBytes + count * dimensionBytes)
+        QM_THROW(40609, "bad BPF header");
+    readDimensions(io, count);
+    if (compressed)
+        checkBlocks(io);
+    else if (io.size() - headerSize < getPointBytes())
+        QM_THROW(40609, "the file ends before its %d points do", numPoints);
+}
+
+void BPFHeader::readDimensions(const IO& io, std::size_t count)
+{
+    std::vector<unsigned char> bytes(count * dimensionBytes);
+    readFully(io, fixedBytes, bytes.data(), bytes.size());
+    const unsigned char* const minima = bytes.data() + count * sizeof(double);
+    const unsigned char* const maxima = minima + count * sizeof(double);
+    const unsigned char* const labels = maxima + count * sizeof(double);
+    dimensions.clear();
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto* const label = reinterpret_cast<const char*>(labels + i * labelBytes);
+        dimensions.push_back({std::string(label, strnlen(label, labelBytes)),
+                              loadLittleEndian<double>(bytes.data() + i * sizeof(double)),
+                              loadLittleEndian<double>(minima + i * sizeof(double)),
+                              loadLittleEndian<double>(maxima + i * sizeof(double))});
+    }
+}
+
+// Compressed points stand in blocks, each behind its size before and after compression. PDAL makes room for
+// all points at once, so what they claim must be possible.
+void BPFHeader::checkBlocks(const IO& io) const
+{
+    constexpr std::int64_t blockHeaderBytes = 8;
+    constexpr std::int64_t bestRatio = 1032; // of deflate, the tighter of the two methods
+    std::int64_t missing = getPointBytes();
+    for (std::int64_t position = headerSize; missing > 0;) {
+        unsigned char sizes[blockHeaderBytes];
+        if (io.pread(position, sizes, sizeof sizes) != sizeof sizes)
+            QM_THROW(40609, "the file ends before its %d points do", numPoints);
+        const std::int64_t raw = loadLittleEndian<std::uint32_t>(sizes);
+        const std::int64_t packed = loadLittleEndian<std::uint32_t>(sizes + 4);
+        position += blockHeaderBytes;
+        if (raw > missing || raw / bestRatio > packed)
+            QM_THROW(40609, "bad block of compressed points");
+        if (packed > io.size() - position)
+            QM_THROW(40609, "the file ends before its %d points do", numPoints);
+        position += packed;
+        missing -= raw;
+    }
+}
+
+std::int64_t BPFHeader::getPointBytes() const
+{
+    return std::int64_t{numPoints} * static_cast<std::int64_t>(dimensions.size() * sizeof(float));
+}
+
+void BPFHeader::addOrigins(IO& io, const std::vector<Origin>& origins) const
+{
+    const std::size_t count = dimensions.size();
+    std::vector<unsigned char> bytes(3 * count * sizeof(double)); // offsets, minima, maxima
+    readFully(io, fixedBytes, bytes.data(), bytes.size());
+    const auto add = [&bytes](std::size_t index, double difference) {
+        unsigned char* const at = bytes.data() + index * sizeof(double);
+        storeLittleEndian(at, loadLittleEndian<double>(at) + difference);
+    };
+    for (const Origin& each : origins) {
+        const auto isNamed = [&each](const BPFDimension& dimension) { return dimension.label == each.label; };
+        const auto found = std::find_if(dimensions.begin(), dimensions.end(), isNamed);
+        const auto index = static_cast<std::size_t>(found - dimensions.begin());
+        if (index == count)
+            QM_THROW(40601, "dimension '%s' is missing in the output", each.label.c_str());
+        add(index, each.origin / each.scale);
+        add(count + index, each.origin);
+        add(2 * count + index, each.origin);
+    }
+    if (io.pwrite(fixedBytes, bytes.data(), bytes.size()) != bytes.size())
+        QM_THROW(40002, "write error");
+}
+
+} // namespace Quillmoran

@@ -1,0 +1,115 @@
+#include "pdal/PDALBPFOutput.h"
+
+#include "pdal/PDALErrors.h"
+
+#include <cstdio>
+#include <ostream>
+#include <pdal/PointTable.hpp>
+#include <pdal/PointView.hpp>
+#include <pdal/StageWrapper.hpp>
+#include <pdal/io/BpfWriter.hpp>
+
+namespace Quillmoran {
+
+namespace {
+
+// Options are texts; PDAL's own conversion drops digits.
+std::string toText(double value)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.17g", value);
+    return text;
+}
+
+} // namespace
+
+struct PDALBPFOutput::Pipeline
+{
+    void setOptions(const char* path, const double* scales);
+    void setCoordinateSystem(const char* wkt);
+
+    std::ostream silence{nullptr};
+    pdal::PointTable table;
+    pdal::BpfWriter writer;
+    pdal::Options options;
+    std::vector<pdal::Dimension::Id> dimensions;
+    pdal::PointViewPtr view;
+    bool keepsCoordinateSystem = true;
+};
+
+void PDALBPFOutput::Pipeline::setOptions(const char* path, const double* scales)
+{
+    options.add("filename", path);
+    options.add("format", "POINT"); // only so can views follow each other
+    const char* const names[] = {"scale_x", "scale_y", "scale_z"};
+    for (int axis = 0; axis < 3; ++axis)
+        options.add(names[axis], toText(scales[axis]));
+}
+
+// The format knows the UTM zones of WGS 84. Without a zone PDAL reads longitudes and latitudes of WGS 84.
+void PDALBPFOutput::Pipeline::setCoordinateSystem(const char* wkt)
+{
+    if (!wkt || *wkt == '\0')
+        return;
+    const pdal::SpatialReference wanted(wkt);
+    const int zone = pdal::SpatialReference(wanted.getHorizontal()).getUTMZone();
+    const auto stored =
+        zone != 0 ? pdal::SpatialReference::wgs84FromZone(zone) : pdal::SpatialReference("EPSG:4326");
+    if (zone != 0 && stored.equals(pdal::SpatialReference(wanted.getHorizontal())))
+        options.add("coord_id", zone);
+    keepsCoordinateSystem = stored.equals(wanted);
+}
+
+PDALBPFOutput::PDALBPFOutput(const char* path, const std::vector<std::string>& dimensions,
+                             const double* scales, const char* wkt)
+    : m_pipeline(std::make_unique<Pipeline>())
+{
+    translatePDALErrors(40610, [&] {
+        Pipeline& p = *m_pipeline;
+        p.setOptions(path, scales);
+        p.setCoordinateSystem(wkt);
+        p.writer.setOptions(p.options);
+        p.writer.setLog(pdal::Log::makeLog("", &p.silence));
+        for (const std::string& name : dimensions)
+            p.dimensions.push_back(
+                p.table.layout()->registerOrAssignDim(name, pdal::Dimension::Type::Double));
+        p.writer.prepare(p.table);
+        p.table.finalize();
+        pdal::StageWrapper::ready(p.writer, p.table);
+        p.view = std::make_shared<pdal::PointView>(p.table);
+    });
+}
+
+PDALBPFOutput::~PDALBPFOutput() = default;
+
+bool PDALBPFOutput::keepsCoordinateSystem() const
+{
+    return m_pipeline->keepsCoordinateSystem;
+}
+
+void PDALBPFOutput::write(const std::vector<std::vector<double>>& columns, std::size_t count)
+{
+    try {
+        Pipeline& p = *m_pipeline;
+        for (std::size_t i = 0; i < columns.size(); ++i)
+            for (pdal::PointId point = 0; point < count; ++point)
+                p.view->setField(p.dimensions[i], point, columns[i][point]);
+        pdal::PointViewPtr written = p.view;
+        if (written->size() != count) {
+            // The view keeps its points from one call to the next; this shows the first of them.
+            written = p.view->makeNew();
+            for (pdal::PointId point = 0; point < count; ++point)
+                written->appendPoint(*p.view, point);
+        }
+        pdal::StageWrapper::run(p.writer, written);
+    } catch (const std::exception&) {
+        QM_THROW(40601, "Unable to write point");
+    }
+}
+
+void PDALBPFOutput::finish()
+{
+    translatePDALErrors(40601, [&] { pdal::StageWrapper::done(m_pipeline->writer, m_pipeline->table); });
+}
+
+} // namespace Quillmoran

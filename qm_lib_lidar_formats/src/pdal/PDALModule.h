@@ -1,0 +1,11 @@
+// What the module that links PDAL gives to PDALFormats, which describes the functions.
+#pragma once
+
+#include "framework/PointSource.h"
+#include "framework/PointWriter.h"
+
+extern "C" {
+
+QM_API Quillmoran::PointReader* qmCreatePDALPointReader(const char* path);
+QM_API Quillmoran::PointWriter* qmCreatePDALPointWriter(Quillmoran::PointSource* source, const char* path);
+}

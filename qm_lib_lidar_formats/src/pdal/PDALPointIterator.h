@@ -1,0 +1,43 @@
+// Delivers the points of one query of a BPF file: pulls all of them in order, a slice at a time, and takes
+// over those that lie in the box and that the sampling takes.
+#pragma once
+
+#include "framework/PointIterator.h"
+#include "pdal/PDALBPFInput.h"
+
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+namespace Quillmoran {
+
+class PDALPointIterator final : public PointIterator
+{
+public:
+    static PDALPointIterator* create();
+
+    // `channels` are those of the file, one per dimension. See PDALPointReader::createIterator for the
+    // errors.
+    void init(const char* path, const BPFHeader& header, const PointInfo& channels, const Bounds& bounds,
+              double fraction, const PointInfo& layout, ProgressDelegate* delegate);
+
+    // Asks the delegate once per slice: 40006 "operation cancelled.".
+    std::size_t getNextPoints(PointData& buffer) override;
+
+private:
+    PDALPointIterator() = default;
+
+    void selectDimensions(const PointInfo& channels, const PointInfo& layout);
+    bool refill();
+    void store(std::size_t point);
+
+    std::unique_ptr<PDALBPFInput> m_input;
+    std::vector<std::size_t> m_dimensions; // of the requested channels
+    std::vector<double> m_values;          // of one point, per dimension
+
+    PointData m_slice;
+    std::size_t m_cursor = 0;
+    std::size_t m_fill = 0;
+};
+
+} // namespace Quillmoran

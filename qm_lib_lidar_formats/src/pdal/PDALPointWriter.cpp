@@ -1,0 +1,197 @@
+#include "pdal/PDALPointWriter.h"
+
+#include "framework/ProgressDelegate.h"
+#include "model/ChannelNames.h"
+#include "pdal/BPFHeader.h"
+#include "platform/Base.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr const char* activity = "writing BPF file";
+constexpr const char* coordinates[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
+// Distances of up to so many units are stored exactly, and others near them.
+constexpr double exactUnits = 1 << 22;
+
+// Whether values of the type can need more digits than a float has.
+bool needsOrigin(DataType type)
+{
+    return DataTypeUtils::getSize(type) >= 4 && type != FLOAT32;
+}
+
+} // namespace
+
+PDALPointWriter* PDALPointWriter::create()
+{
+    return new PDALPointWriter;
+}
+
+void PDALPointWriter::init(PointSource* source, const char* outputFile)
+{
+    PointWriter::init(source);
+    m_path = outputFile;
+    if (m_path.find('#') != std::string::npos)
+        QM_THROW(-1, "the name of a BPF file cannot hold a '#': '%s'", outputFile);
+}
+
+bool PDALPointWriter::supportedChannels(const PointInfo& wanted, PointInfo& supported) const
+{
+    PointInfo kept;
+    const auto dimensions = PDALDimensions::ofLayout(wanted);
+    for (std::size_t i = 0; i < wanted.getNumChannels(); ++i) {
+        const ChannelInfo& channel = wanted.getChannel(i);
+        if (dimensions[i].name.size() <= BPFHeader::maxLabelLength && !kept.hasChannel(channel.getName()) &&
+            kept.getNumChannels() < BPFHeader::maxDimensions)
+            kept.append(channel);
+    }
+    supported = std::move(kept);
+    return true;
+}
+
+void PDALPointWriter::writeBegin(const PointInfo& layout)
+{
+    m_total = 0;
+    m_warned = false;
+    chooseColumns(layout);
+    m_values.assign(m_columns.size(), std::vector<double>(PDALBPFOutput::viewSize));
+    openOutput();
+}
+
+void PDALPointWriter::chooseColumns(const PointInfo& layout)
+{
+    const auto dimensions = PDALDimensions::ofLayout(layout);
+    m_columns.clear();
+    const auto add = [&](std::size_t channel, double scale) {
+        m_columns.push_back({dimensions[channel].name, channel, dimensions[channel].factor, scale, 0});
+    };
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        const double scale = getScale()[axis];
+        add(static_cast<std::size_t>(layout.getChannelIndex(coordinates[axis])),
+            std::isnormal(scale) ? scale : 1);
+    }
+    for (std::size_t i = 0; i < layout.getNumChannels(); ++i)
+        if (std::none_of(m_columns.begin(), m_columns.begin() + 3,
+                         [i](const Column& column) { return column.channel == i; }))
+            add(i, 1);
+}
+
+void PDALPointWriter::openOutput()
+{
+    const Scoped<FileIO::Imp> file(FileIO::create());
+    file->init(m_path.c_str(), "+w");
+    try {
+        file->open();
+    } catch (const Error&) {
+        QM_THROW(40610, "Unable to create output %s.", m_path.c_str());
+    }
+    m_file = file;
+    std::vector<std::string> dimensions;
+    for (const Column& column : m_columns)
+        dimensions.push_back(column.dimension);
+    const double scales[] = {m_columns[0].scale, m_columns[1].scale, m_columns[2].scale};
+    m_output = std::make_unique<PDALBPFOutput>(m_path.c_str(), dimensions, scales, getSrc()->getWKT());
+}
+
+void PDALPointWriter::chooseOrigins(const PointData& block, std::size_t count)
+{
+    for (std::size_t i = 0; i < m_columns.size(); ++i) {
+        Column& column = m_columns[i];
+        if (!needsOrigin(block.getChannel(column.channel).getDataType()))
+            continue;
+        const std::size_t first = std::min(count, PDALBPFOutput::viewSize);
+        fillColumn(column, block, 0, first, m_values[i]);
+        const auto end = m_values[i].begin() + static_cast<std::ptrdiff_t>(first);
+        const auto found = std::find_if(m_values[i].begin(), end, [](double v) { return std::isfinite(v); });
+        const double near = found == end ? 0 : *found;
+        if (i >= 3)
+            column.origin = std::trunc(near);
+        else // the user's own offset where that does as well
+            column.origin = std::fabs(near - getOffset()[i]) < exactUnits * std::fabs(column.scale)
+                                ? getOffset()[i]
+                                : near;
+    }
+}
+
+void PDALPointWriter::fillColumn(const Column& column, const PointData& block, std::size_t first,
+                                 std::size_t count, std::vector<double>& values) const
+{
+    const ChannelData& channel = block.getChannel(column.channel);
+    visitDataType(channel.getDataType(), [&](auto zero) {
+        using T = decltype(zero);
+        const T* const samples = static_cast<const T*>(channel.getData()) + first;
+        std::transform(samples, samples + count, values.begin(), [&column](T sample) {
+            return static_cast<double>(sample) * column.factor - column.origin;
+        });
+    });
+}
+
+void PDALPointWriter::writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate)
+{
+    if (delegate) {
+        delegate->updateCompleted(0, activity);
+        if (delegate->getCancelled())
+            QM_THROW(40006, "BPF Write operation cancelled.");
+        if (!m_warned && !m_output->keepsCoordinateSystem())
+            delegate->warning("the output format does not support the coordinate system");
+        m_warned = true;
+    }
+    if (m_total == 0)
+        chooseOrigins(block, count);
+    m_total += static_cast<std::int64_t>(count);
+    if (m_total > BPFHeader::maxPoints)
+        QM_THROW(40607, "Attempt to write 2 ^ 31 or more points to a BPF file.");
+    for (std::size_t first = 0; first < count; first += PDALBPFOutput::viewSize) {
+        const std::size_t size = std::min(PDALBPFOutput::viewSize, count - first);
+        for (std::size_t i = 0; i < m_columns.size(); ++i)
+            fillColumn(m_columns[i], block, first, size, m_values[i]);
+        m_output->write(m_values, size);
+    }
+    if (delegate)
+        delegate->updateCompleted(static_cast<double>(count), activity);
+}
+
+void PDALPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
+{
+    if (count == 0 && bounds == Bounds::Huge()) {
+        writeAborted();
+        return;
+    }
+    m_output->finish();
+    m_output.reset();
+    completeFile();
+    m_file->close();
+    m_file.reset();
+}
+
+void PDALPointWriter::completeFile()
+{
+    // PDAL does not notice a full disk; its header then promises more than there is.
+    BPFHeader header;
+    try {
+        header.read(*m_file);
+    } catch (const Error&) {
+        QM_THROW(40601, "Unable to write point");
+    }
+    if (header.numPoints != m_total)
+        QM_THROW(40601, "Unable to write point");
+    std::vector<BPFHeader::Origin> origins;
+    for (const Column& column : m_columns)
+        origins.push_back({column.dimension, column.origin, column.scale});
+    if (m_total != 0)
+        header.addOrigins(*m_file, origins);
+}
+
+void PDALPointWriter::writeAborted() noexcept
+{
+    m_output.reset();
+    // What was never opened is untouched; a file that was there before is not ours to remove.
+    if (m_file)
+        m_file->unlink();
+    m_file.reset();
+}
+
+} // namespace Quillmoran

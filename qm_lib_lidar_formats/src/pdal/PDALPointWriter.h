@@ -1,0 +1,70 @@
+// Writes BPF files through PDAL: version 3, uncompressed, point by point. Stands in the module, see
+// PDALFormats.h. docs/pdal.md says what the format cannot hold.
+//
+// All values are stored as floats of 24 significant bits, so whatever needs more (coordinates, times, large
+// integers) is stored as its distance from an origin near the first point.
+#pragma once
+
+#include "framework/PointWriter.h"
+#include "pdal/PDALBPFOutput.h"
+#include "pdal/PDALDimensions.h"
+#include "platform/FileIO.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Quillmoran {
+
+class PDALPointWriter final : public SimplePointWriter
+{
+public:
+    static PDALPointWriter* create();
+
+    // Nothing is touched before write() begins. A name with a "#", by which PDAL means a set of files, is -1.
+    void init(PointSource* source, const char* outputFile);
+
+    // At most 255 channels, with names of at most 31 characters, each once.
+    bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override;
+
+protected:
+    // A file that cannot be made is 40610 "Unable to create output %s.".
+    void writeBegin(const PointInfo& layout) override;
+    // Asks the delegate once per block: 40006 "BPF Write operation cancelled.". 2^31 or more points are
+    // 40607.
+    void writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate) override;
+    void writeEnd(std::int64_t count, const Bounds& bounds) override;
+    void writeAborted() noexcept override;
+
+private:
+    // A channel of the layout on its way to a dimension of the file. X, Y and Z stand first.
+    struct Column
+    {
+        std::string dimension;
+        std::size_t channel; // in the layout
+        double factor;       // from samples to values
+        double scale;        // the unit in which values are stored
+        double origin;       // what is stored is the distance from it
+    };
+
+    PDALPointWriter() = default;
+
+    void chooseColumns(const PointInfo& layout);
+    void openOutput();
+    void chooseOrigins(const PointData& block, std::size_t count);
+    void fillColumn(const Column& column, const PointData& block, std::size_t first, std::size_t count,
+                    std::vector<double>& values) const;
+    void completeFile();
+
+    std::string m_path;
+
+    // Of the file being written.
+    std::vector<Column> m_columns;
+    std::vector<std::vector<double>> m_values; // of one view, per column
+    std::int64_t m_total = 0;                  // points
+    bool m_warned = false;                     // of the coordinate system
+    Scoped<FileIO::Imp> m_file;
+    std::unique_ptr<PDALBPFOutput> m_output;
+};
+
+} // namespace Quillmoran
