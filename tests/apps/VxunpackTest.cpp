@@ -138,6 +138,27 @@ TEST_F(Vxunpack, WritesNothingToNull)
     EXPECT_FALSE(exists(directory / "null"));
 }
 
+TEST_F(Vxunpack, WritesBPFWhereItsModuleIs)
+{
+    const std::string path = directory / "out.Bpf";
+    writeFile(path, std::string("precious"));
+    for (const std::vector<std::string>& format : {std::vector<std::string>{}, {"-of", "BPF"}}) {
+        std::vector<std::string> arguments = {"-i", input, "-o", path};
+        arguments.insert(arguments.end(), format.begin(), format.end());
+        const Result result = run(arguments);
+        if (HAS_PDAL) {
+            EXPECT_EQ(result.status, 0) << result.errors;
+            EXPECT_NE(result.output.find("(writing BPF file)\n2400 points written\n"), std::string::npos);
+            EXPECT_EQ(readFile(path).substr(0, 8), "BPF!0003");
+        } else {
+            EXPECT_EQ(result.status, 1);
+            EXPECT_EQ(result.errors, "Error: this installation cannot read or write BPF files: its PDAL "
+                                     "module is not there\n");
+            EXPECT_EQ(readFile(path), "precious");
+        }
+    }
+}
+
 TEST_F(Vxunpack, ExplainsWhatItCannotDo)
 {
     const std::string text = directory / "x.xyz", missing = directory / "none.vxl";
@@ -155,7 +176,6 @@ TEST_F(Vxunpack, ExplainsWhatItCannotDo)
         {{"-i", input, "-o", directory / "none/o.las"},
          "Unable to create output " + (directory / "none/o.las") + "."},
         {{"-i", input, "-o", input, "-of", "las10"}, "the output '" + input + "' is the input file"},
-        {{"-i", input, "-o", directory / "o.bpf"}, "this version cannot write BPF files"},
         {{"-i", input, "-o", input, "-of", "txt"}, "the output '" + input + "' is the input file"},
         {{"-i", input, "-o", output, "-ofld", "xyzQ"}, "'Q' is not a supported format token"},
         {{"-i", input, "-o", output, "-ofld", "xyzT"},

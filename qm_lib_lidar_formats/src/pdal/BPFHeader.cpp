@@ -4,6 +4,7 @@
 #include "platform/ByteOrder.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 
 namespace Quillmoran {
@@ -11,6 +12,7 @@ namespace Quillmoran {
 namespace {
 
 constexpr std::size_t fixedBytes = 176;
+constexpr std::int64_t compressionOffset = 14;
 constexpr std::size_t labelBytes = 32;
 constexpr std::size_t dimensionBytes = 3 * sizeof(double) + labelBytes;
 
@@ -30,7 +32,7 @@ void BPFHeader::read(const IO& io)
     if (std::memcmp(bytes, magic, sizeof magic) != 0)
         QM_THROW(40609, "not a BPF file of version 3");
     headerSize = loadLittleEndian<std::int32_t>(bytes + 8);
-    compressed = bytes[14] != 0;
+    compression = static_cast<BPFCompression>(bytes[compressionOffset]);
     numPoints = loadLittleEndian<std::int32_t>(bytes + 16);
     isUTM = loadLittleEndian<std::int32_t>(bytes + 20) == 1;
     const std::size_t count = bytes[12];
@@ -38,8 +40,8 @@ void BPFHeader::read(const IO& io)
         static_cast<std::size_t>(headerSize) < fixedBytes + count * dimensionBytes)
         QM_THROW(40609, "bad BPF header");
     readDimensions(io, count);
-    if (compressed)
-        checkBlocks(io);
+    if (compression != BPFCompression::None)
+        forEachBlock(io, [](std::int64_t, std::int64_t, std::int64_t) {});
     else if (io.size() - headerSize < getPointBytes())
         QM_THROW(40609, "the file ends before its %d points do", numPoints);
 }
@@ -54,6 +56,8 @@ void BPFHeader::readDimensions(const IO& io, std::size_t count)
     dimensions.clear();
     for (std::size_t i = 0; i < count; ++i) {
         const auto* const label = reinterpret_cast<const char*>(labels + i * labelBytes);
+        if (!std::isalpha(labels[i * labelBytes]))
+            QM_THROW(40609, "bad BPF header"); // PDAL would look for its name forever
         dimensions.push_back({std::string(label, strnlen(label, labelBytes)),
                               loadLittleEndian<double>(bytes.data() + i * sizeof(double)),
                               loadLittleEndian<double>(minima + i * sizeof(double)),
@@ -61,26 +65,26 @@ void BPFHeader::readDimensions(const IO& io, std::size_t count)
     }
 }
 
-// Compressed points stand in blocks, each behind its size before and after compression. PDAL makes room for
-// all points at once, so what they claim must be possible.
-void BPFHeader::checkBlocks(const IO& io) const
+// Each block stands behind its size before and after compression.
+void BPFHeader::forEachBlock(const IO& io,
+                             const std::function<void(std::int64_t, std::int64_t, std::int64_t)>& visit) const
 {
-    constexpr std::int64_t blockHeaderBytes = 8;
-    constexpr std::int64_t bestRatio = 1032; // of deflate, the tighter of the two methods
+    constexpr std::int64_t sizesBytes = 8;
     std::int64_t missing = getPointBytes();
     for (std::int64_t position = headerSize; missing > 0;) {
-        unsigned char sizes[blockHeaderBytes];
+        unsigned char sizes[sizesBytes];
         if (io.pread(position, sizes, sizeof sizes) != sizeof sizes)
             QM_THROW(40609, "the file ends before its %d points do", numPoints);
-        const std::int64_t raw = loadLittleEndian<std::uint32_t>(sizes);
-        const std::int64_t packed = loadLittleEndian<std::uint32_t>(sizes + 4);
-        position += blockHeaderBytes;
-        if (raw > missing || raw / bestRatio > packed)
+        const std::int64_t size = loadLittleEndian<std::uint32_t>(sizes);
+        const std::int64_t packedSize = loadLittleEndian<std::uint32_t>(sizes + 4);
+        position += sizesBytes;
+        if (size > missing)
             QM_THROW(40609, "bad block of compressed points");
-        if (packed > io.size() - position)
+        if (packedSize > io.size() - position)
             QM_THROW(40609, "the file ends before its %d points do", numPoints);
-        position += packed;
-        missing -= raw;
+        visit(position, packedSize, size);
+        position += packedSize;
+        missing -= size;
     }
 }
 
@@ -109,6 +113,13 @@ void BPFHeader::addOrigins(IO& io, const std::vector<Origin>& origins) const
         add(2 * count + index, each.origin);
     }
     if (io.pwrite(fixedBytes, bytes.data(), bytes.size()) != bytes.size())
+        QM_THROW(40002, "write error");
+}
+
+void BPFHeader::setPlain(IO& io)
+{
+    const auto none = BPFCompression::None;
+    if (io.pwrite(compressionOffset, &none, sizeof none) != sizeof none)
         QM_THROW(40002, "write error");
 }
 

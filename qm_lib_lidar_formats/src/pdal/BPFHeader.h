@@ -13,10 +13,18 @@
 #include "platform/IO.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace Quillmoran {
+
+enum class BPFCompression : std::uint8_t
+{
+    None = 0,
+    FastLZ = 2,
+    Deflate = 3
+};
 
 struct BPFDimension
 {
@@ -32,7 +40,7 @@ struct BPFHeader
     static constexpr std::int64_t maxPoints = INT32_MAX;
 
     std::int32_t headerSize = 0; // bytes before the points
-    bool compressed = false;
+    BPFCompression compression = BPFCompression::None;
     std::int32_t numPoints = 0;
     bool isUTM = false;
     std::vector<BPFDimension> dimensions;
@@ -41,6 +49,10 @@ struct BPFHeader
     void read(const IO& io);
     // Bytes of all points as they are before they are compressed.
     std::int64_t getPointBytes() const;
+    // Compressed points stand in blocks; calls visit(position, packedSize, size) for each. 40609 when the
+    // blocks do not hold the points or do not fit the file.
+    void forEachBlock(const IO& io,
+                      const std::function<void(std::int64_t, std::int64_t, std::int64_t)>& visit) const;
 
     // Says in the file that the values of dimensions lie `origin` above those that were written.
     struct Origin
@@ -50,10 +62,11 @@ struct BPFHeader
         double scale; // of the dimension in the matrix
     };
     void addOrigins(IO& io, const std::vector<Origin>& origins) const;
+    // Says in the file that its points are not compressed.
+    static void setPlain(IO& io);
 
 private:
     void readDimensions(const IO& io, std::size_t count);
-    void checkBlocks(const IO& io) const;
 };
 
 } // namespace Quillmoran

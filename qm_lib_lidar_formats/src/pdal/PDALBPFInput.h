@@ -1,5 +1,5 @@
-// Pulls the points of a BPF file out of PDAL one at a time. PDAL holds buffers of the file, not its points,
-// unless the file is compressed: then it unpacks all of it first. Used by one thread at a time.
+// Pulls the points of a plain BPF file out of PDAL one at a time. PDAL holds buffers of the file, not its
+// points. Used by one thread at a time.
 #pragma once
 
 #include "pdal/BPFHeader.h"

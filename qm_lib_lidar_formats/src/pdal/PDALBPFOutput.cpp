@@ -51,13 +51,18 @@ void PDALBPFOutput::Pipeline::setCoordinateSystem(const char* wkt)
 {
     if (!wkt || *wkt == '\0')
         return;
-    const pdal::SpatialReference wanted(wkt);
-    const int zone = pdal::SpatialReference(wanted.getHorizontal()).getUTMZone();
-    const auto stored =
-        zone != 0 ? pdal::SpatialReference::wgs84FromZone(zone) : pdal::SpatialReference("EPSG:4326");
-    if (zone != 0 && stored.equals(pdal::SpatialReference(wanted.getHorizontal())))
-        options.add("coord_id", zone);
-    keepsCoordinateSystem = stored.equals(wanted);
+    keepsCoordinateSystem = false;
+    try {
+        const pdal::SpatialReference wanted(wkt), horizontal(wanted.getHorizontal());
+        const int zone = horizontal.getUTMZone();
+        const auto stored =
+            zone != 0 ? pdal::SpatialReference::wgs84FromZone(zone) : pdal::SpatialReference("EPSG:4326");
+        if (zone != 0 && stored.equals(horizontal))
+            options.add("coord_id", zone);
+        keepsCoordinateSystem = stored.equals(wanted);
+    } catch (const pdal::pdal_error&) {
+        // A text that PDAL does not understand.
+    }
 }
 
 PDALBPFOutput::PDALBPFOutput(const char* path, const std::vector<std::string>& dimensions,

@@ -1,7 +1,9 @@
 #include "pdal/PDALPointIterator.h"
 
 #include "framework/ProgressDelegate.h"
+#include "pdal/BPFUnpacker.h"
 #include "platform/Base.h"
+#include "platform/OpenIO.h"
 
 #include <cmath>
 #include <limits>
@@ -41,9 +43,20 @@ void PDALPointIterator::init(const char* path, const BPFHeader& header, const Po
     selectDimensions(channels, layout);
     if (getFraction() == 0)
         return;
-    m_input = std::make_unique<PDALBPFInput>(path, header.dimensions);
+    openInput(path, header);
     m_values.resize(header.dimensions.size());
     m_slice.init(layout, sliceSize);
+}
+
+void PDALPointIterator::openInput(const char* path, const BPFHeader& header)
+{
+    if (header.compression != BPFCompression::None) {
+        const Scoped<FileIO::Imp> packed(FileIO::create());
+        packed->init(path, "r");
+        m_plain = unpackBPF(*OpenIO(packed.get()), header);
+        path = m_plain->path();
+    }
+    m_input = std::make_unique<PDALBPFInput>(path, header.dimensions);
 }
 
 void PDALPointIterator::selectDimensions(const PointInfo& channels, const PointInfo& layout)

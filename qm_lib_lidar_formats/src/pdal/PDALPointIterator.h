@@ -4,6 +4,7 @@
 
 #include "framework/PointIterator.h"
 #include "pdal/PDALBPFInput.h"
+#include "platform/FileIO.h"
 
 #include <cstddef>
 #include <memory>
@@ -27,10 +28,12 @@ public:
 private:
     PDALPointIterator() = default;
 
+    void openInput(const char* path, const BPFHeader& header);
     void selectDimensions(const PointInfo& channels, const PointInfo& layout);
     bool refill();
     void store(std::size_t point);
 
+    Scoped<FileIO::Imp> m_plain; // of a compressed file
     std::unique_ptr<PDALBPFInput> m_input;
     std::vector<std::size_t> m_dimensions; // of the requested channels
     std::vector<double> m_values;          // of one point, per dimension

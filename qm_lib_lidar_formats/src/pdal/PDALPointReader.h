@@ -1,5 +1,6 @@
-// The reader of BPF files, version 3, plain or compressed, through PDAL. Opening looks at the header only;
-// each iterator reads through a PDAL reader of its own. Stands in the module, see PDALFormats.h.
+// The reader of BPF files, version 3, through PDAL. Opening looks at the header only; each iterator reads
+// through a PDAL reader of its own, from a plain temporary copy when the file is compressed. Stands in the
+// module, see PDALFormats.h.
 #pragma once
 
 #include "framework/PointSource.h"

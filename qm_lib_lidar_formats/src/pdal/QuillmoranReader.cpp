@@ -116,8 +116,12 @@ void QuillmoranReader::initialize()
         chooseChannels();
         addMetadata();
     });
-    if (const char* wkt = m_reader->getWKT())
-        setSpatialReference(pdal::SpatialReference(wkt));
+    try {
+        if (const char* wkt = m_reader->getWKT())
+            setSpatialReference(pdal::SpatialReference(wkt));
+    } catch (const pdal::pdal_error& error) {
+        log()->get(pdal::LogLevel::Warning) << getName() << ": " << error.what() << std::endl;
+    }
 }
 
 // Channels are known by their own names and by those of their dimensions.

@@ -1,0 +1,107 @@
+#include "pdal/FastLZ.h"
+
+#include <algorithm>
+
+namespace Quillmoran {
+
+namespace {
+
+// A block is a row of instructions, told apart by the three upper bits of their first byte:
+//
+//   000LLLLL                 L + 1 literal bytes follow
+//   MMMDDDDD (more M) D      a match of M + 2 bytes, D + 1 bytes back; M of 7 goes on in the next byte or
+//   bytes
+//
+// In the first instruction these bits tell the level instead; it is always a literal run. On level 2 a match
+// length goes on while its bytes are 255, and the largest distance means that 16 more bits follow.
+class Unpacker
+{
+public:
+    explicit Unpacker(const std::vector<unsigned char>& packed) : m_in(packed) {}
+
+    bool unpack(std::size_t size)
+    {
+        if (m_in.empty())
+            return size == 0;
+        const unsigned level = m_in[0] >> 5;
+        if (level > 1)
+            return false;
+        m_isLevel2 = level == 1;
+        bool fits = copyLiterals(std::size_t{take() & 31u} + 1, size);
+        while (fits && m_next < m_in.size()) {
+            const unsigned control = take();
+            fits = control < 32 ? copyLiterals(control + 1, size) : copyMatch(control, size);
+        }
+        return fits && !m_overrun && m_out.size() == size;
+    }
+
+    std::vector<unsigned char> m_out;
+
+private:
+    unsigned take()
+    {
+        if (m_next < m_in.size())
+            return m_in[m_next++];
+        m_overrun = true;
+        return 0;
+    }
+
+    bool copyLiterals(std::size_t count, std::size_t size)
+    {
+        if (count > m_in.size() - m_next || count > size - m_out.size())
+            return false;
+        const auto first = m_in.begin() + static_cast<std::ptrdiff_t>(m_next);
+        m_out.insert(m_out.end(), first, first + static_cast<std::ptrdiff_t>(count));
+        m_next += count;
+        return true;
+    }
+
+    bool copyMatch(unsigned control, std::size_t size)
+    {
+        std::size_t length = control >> 5;
+        if (length == 7)
+            length += takeLength();
+        length += 2;
+        constexpr std::size_t farthest = 8191;
+        std::size_t distance = (std::size_t{control & 31u} << 8) + take();
+        if (m_isLevel2 && distance == farthest) {
+            distance += std::size_t{take()} << 8;
+            distance += take();
+        }
+        ++distance;
+        if (m_overrun || distance > m_out.size() || length > size - m_out.size())
+            return false;
+        // A match may reach into what it writes itself.
+        for (std::size_t i = 0; i < length; ++i)
+            m_out.push_back(m_out[m_out.size() - distance]);
+        return true;
+    }
+
+    std::size_t takeLength()
+    {
+        std::size_t length = 0;
+        unsigned more;
+        do {
+            more = take();
+            length += more;
+        } while (m_isLevel2 && more == 255);
+        return length;
+    }
+
+    const std::vector<unsigned char>& m_in;
+    std::size_t m_next = 0;
+    bool m_isLevel2 = false;
+    bool m_overrun = false; // more was taken than there is
+};
+
+} // namespace
+
+std::vector<unsigned char> unpackFastLZ(const std::vector<unsigned char>& packed, std::size_t size)
+{
+    Unpacker unpacker(packed);
+    if (!unpacker.unpack(size))
+        unpacker.m_out.clear();
+    return std::move(unpacker.m_out);
+}
+
+} // namespace Quillmoran

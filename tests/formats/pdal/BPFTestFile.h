@@ -1,0 +1,99 @@
+// For tests of BPF files: a parser of plain ones that shares nothing with the code under test, and whole
+// sources as columns of doubles.
+#pragma once
+
+#include "framework/PointSource.h"
+#include "platform/ByteOrder.h"
+
+#include <cmath>
+#include <cstddef>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Quillmoran::Testing {
+
+using Columns = std::map<std::string, std::vector<double>>;
+
+struct BPFTestFile
+{
+    int numPoints = 0, coordinateKind = 0, zone = 0;
+    std::vector<std::string> labels;
+    std::vector<double> offsets, minima, maxima;
+    Columns columns; // by label
+
+    static BPFTestFile parse(const std::string& bytes)
+    {
+        const auto integer = [&](std::size_t at) { return loadLittleEndian<std::int32_t>(&bytes.at(at)); };
+        const auto real = [&](std::size_t at) { return loadLittleEndian<double>(&bytes.at(at)); };
+        BPFTestFile file;
+        if (bytes.substr(0, 8) != "BPF!0003" || bytes.at(14) != 0)
+            throw std::runtime_error("not a plain BPF file");
+        const auto count = static_cast<std::size_t>(static_cast<unsigned char>(bytes[12]));
+        const bool byPoint = bytes[13] == 1;
+        file.numPoints = integer(16);
+        file.coordinateKind = integer(20);
+        file.zone = integer(24);
+        const auto points = static_cast<std::size_t>(file.numPoints);
+        for (std::size_t d = 0; d < count; ++d) {
+            file.offsets.push_back(real(176 + 8 * d));
+            file.minima.push_back(real(176 + 8 * (count + d)));
+            file.maxima.push_back(real(176 + 8 * (2 * count + d)));
+            file.labels.push_back(bytes.substr(176 + 24 * count + 32 * d, 32).c_str());
+            auto& column = file.columns[file.labels.back()];
+            for (std::size_t p = 0; p < points; ++p) {
+                const std::size_t index = byPoint ? p * count + d : d * points + p;
+                const std::size_t at = static_cast<std::size_t>(integer(8)) + 4 * index;
+                column.push_back(static_cast<double>(loadLittleEndian<float>(&bytes.at(at))) +
+                                 file.offsets[d]);
+            }
+        }
+        file.transform(
+            [&](int row, int column) { return real(32 + static_cast<std::size_t>(row * 4 + column) * 8); });
+        return file;
+    }
+
+private:
+    template <class Matrix>
+    void transform(Matrix m)
+    {
+        for (std::size_t p = 0; p < columns["X"].size(); ++p) {
+            const double x = columns["X"][p], y = columns["Y"][p], z = columns["Z"][p];
+            const auto row = [&](int i) { return x * m(i, 0) + y * m(i, 1) + z * m(i, 2) + m(i, 3); };
+            const double w = row(3);
+            columns["X"][p] = row(0) / w;
+            columns["Y"][p] = row(1) / w;
+            columns["Z"][p] = row(2) / w;
+        }
+    }
+};
+
+// What a query delivers, by channel.
+inline Columns readColumns(const PointSource& source, const PointInfo& layout,
+                           const Bounds& box = Bounds::Huge(), double fraction = 1,
+                           ProgressDelegate* delegate = nullptr)
+{
+    Columns columns;
+    PointData block;
+    block.init(layout, 1000);
+    const Scoped<PointIterator> iterator(source.createIterator(box, fraction, layout, delegate));
+    while (const std::size_t count = iterator->getNextPoints(block)) {
+        for (std::size_t c = 0; c < block.getNumChannels(); ++c) {
+            const ChannelData& channel = block.getChannel(c);
+            visitDataType(channel.getDataType(), [&](auto zero) {
+                const auto* const samples = static_cast<const decltype(zero)*>(channel.getData());
+                for (std::size_t i = 0; i < count; ++i)
+                    columns[channel.getName()].push_back(static_cast<double>(samples[i]));
+            });
+        }
+    }
+    return columns;
+}
+
+inline Columns readColumns(const PointSource& source)
+{
+    return readColumns(source, source.getPointInfo());
+}
+
+} // namespace Quillmoran::Testing

@@ -1,0 +1,339 @@
+#include "formats/pdal/BPFTestFile.h"
+#include "framework/PointWriter.h"
+#include "framework/ProgressDelegate.h"
+#include "pdal/PDALFormats.h"
+#include "support/Errors.h"
+#include "support/Layouts.h"
+#include "support/MemoryPointSource.h"
+#include "support/Random.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <zlib.h>
+
+namespace Quillmoran {
+namespace {
+
+using Testing::BPFTestFile;
+using Testing::channel;
+using Testing::Columns;
+using Testing::failureOf;
+using Testing::layoutXYZ;
+using Testing::MemoryPointSource;
+using Testing::readColumns;
+
+const PointInfo layout = layoutXYZ({channel("Intensity", UINT16), channel("ReturnNum", UINT8)});
+
+Scoped<PointReader> open(const std::string& path)
+{
+    return Scoped<PointReader>(createPDALPointReader(path.c_str()));
+}
+
+class CancellingDelegate final : public ProgressDelegate
+{
+public:
+    void reportProgress(double, const char*) override {}
+    bool getCancelled() override { return true; }
+};
+
+class PDALPointReaderTest : public testing::Test
+{
+protected:
+    // Points on a grid whose coordinates are exact in a file. They repeat with the period.
+    void writeGrid(std::size_t count, std::size_t period = SIZE_MAX)
+    {
+        Testing::Random random(7);
+        MemoryPointSource::Columns columns(layout.getNumChannels());
+        for (std::size_t i = 0; i < count; ++i) {
+            if (i % period == 0)
+                random = Testing::Random(7);
+            const auto step = [&](int bound) { return static_cast<double>(random.between(0, bound)); };
+            columns[0].push_back(1000 + step(400) / 4);
+            columns[1].push_back(2000 + step(400) / 4);
+            columns[2].push_back(step(40) / 4);
+            columns[3].push_back(step(65535));
+            columns[4].push_back(step(5));
+        }
+        source = MemoryPointSource::make(layout, columns);
+        const double scale[] = {0.25, 0.25, 0.25}, offset[] = {1000, 2000, 0};
+        source->setQuantization(scale, offset);
+        const Scoped<PointWriter> writer(createPDALPointWriter(source.get(), path.c_str()));
+        writer->write(Bounds::Huge(), 1, layout, nullptr);
+    }
+
+    // How reading a whole file of these bytes ends.
+    std::string readDamaged(const std::string& bytes)
+    {
+        Testing::writeFile(path, bytes);
+        return failureOf([this] { readColumns(*open(path)); });
+    }
+
+    Testing::TemporaryDirectory directory;
+    std::string path = directory / "in.bpf";
+    Scoped<MemoryPointSource> source;
+};
+
+TEST_F(PDALPointReaderTest, HonoursBoxShareAndChannels)
+{
+    writeGrid(10000);
+    const auto reader = open(path);
+    EXPECT_EQ(reader->getBounds(), source->getBounds());
+    EXPECT_EQ(reader->getTotalWork(Bounds::Huge(), 0.5), 10000);
+    PointInfo some = layoutXYZ({channel("ReturnNum", UINT8)});
+    const Bounds boxes[] = {Bounds::Huge(),
+                            {{1020, 1060.25}, {2000, 2050}, Bounds::Huge().z},
+                            {{1020, 1021}, {2000, 2050}, {3, 3}},
+                            {{0, 1}, {0, 1}, {0, 1}}};
+    for (const Bounds& box : boxes)
+        for (const double fraction : {1.0, 0.5, 0.3, 1e-4, 0.0, -1.0}) {
+            EXPECT_EQ(readColumns(*reader, layout, box, fraction),
+                      readColumns(*source, layout, box, fraction))
+                << box.x.min << ' ' << fraction;
+            EXPECT_EQ(readColumns(*reader, some, box, fraction), readColumns(*source, some, box, fraction));
+        }
+}
+
+TEST_F(PDALPointReaderTest, RefusesQueriesThatItCannotAnswer)
+{
+    writeGrid(10);
+    const auto reader = open(path);
+    const auto query = [&](const PointInfo& wanted, ProgressDelegate* delegate = nullptr) {
+        return failureOf([&] { readColumns(*reader, wanted, Bounds::Huge(), 1, delegate); });
+    };
+    EXPECT_EQ(query(layoutXYZ({channel("Red", UINT16)})), "40012 requesting channel not in the source");
+    EXPECT_EQ(query(layoutXYZ({channel("Intensity", UINT8)})),
+              "40010 channel 'Intensity' has another type in the source");
+    CancellingDelegate delegate;
+    EXPECT_EQ(query(layout, &delegate), "40006 operation cancelled.");
+}
+
+TEST_F(PDALPointReaderTest, SaysWhatIsWrongWithAFile)
+{
+    const std::string failed = "40609 Failed to create PDALReader for path = '" + path + "': ";
+    EXPECT_EQ(failureOf([&] { open(path); }), failed + "No such file or directory path = " + path);
+    writeGrid(20);
+    const std::string whole = Testing::readFile(path);
+    for (std::size_t length = 0; length < whole.size(); ++length)
+        ASSERT_EQ(readDamaged(whole.substr(0, length)).substr(0, failed.size()), failed) << length;
+    EXPECT_EQ(readDamaged(whole + "more"), "no error");
+    const auto with = [&whole](std::size_t at, const std::string& bytes) {
+        return std::string(whole).replace(at, bytes.size(), bytes);
+    };
+    EXPECT_EQ(readDamaged(with(7, "2")), failed + "not a BPF file of version 3");
+    EXPECT_EQ(readDamaged(with(16, "\xff\xff\xff\x7f")),
+              failed + "the file ends before its 2147483647 points do");
+    EXPECT_EQ(readDamaged(with(16, "\xff\xff\xff\xff")), failed + "bad BPF header");
+    EXPECT_EQ(readDamaged(with(8, std::string(4, '\0'))), failed + "bad BPF header");
+    EXPECT_EQ(readDamaged(with(12, "\xff")), failed + "bad BPF header");
+    EXPECT_EQ(readDamaged(with(whole.find("Z", 176 + 24 * 5), "Q")),
+              failed + "must have x, y, and z channels");
+    // PDAL never comes back from such a name.
+    EXPECT_EQ(readDamaged(with(whole.find("Intensity"), "7")), failed + "bad BPF header");
+    // Claimed to be compressed: the points do not look like blocks.
+    EXPECT_EQ(readDamaged(with(14, "\3")).substr(0, failed.size()), failed);
+}
+
+TEST_F(PDALPointReaderTest, TypesChannelsByTheRangeInTheHeader)
+{
+    writeGrid(20);
+    const std::string whole = Testing::readFile(path);
+    const BPFTestFile file = BPFTestFile::parse(whole);
+    const auto intensity = static_cast<std::size_t>(
+        std::find(file.labels.begin(), file.labels.end(), "Intensity") - file.labels.begin());
+    const auto withMaximum = [&](double maximum) {
+        std::string bytes = whole;
+        storeLittleEndian(&bytes[176 + 8 * (2 * file.labels.size() + intensity)], maximum);
+        return bytes;
+    };
+    EXPECT_EQ(readDamaged(withMaximum(65535)), "no error");
+    EXPECT_EQ(open(path)->getChannel("Intensity")->getDataType(), UINT16);
+    for (const double maximum : {70000.0, 0.5, std::nan("")}) {
+        EXPECT_EQ(readDamaged(withMaximum(maximum)), "no error");
+        EXPECT_EQ(open(path)->getChannel("Intensity")->getDataType(), FLOAT64) << maximum;
+    }
+    std::string bytes = withMaximum(65535);
+    storeLittleEndian(&bytes[bytes.size() - 4 * (file.labels.size() - intensity)], 1e9f);
+    EXPECT_EQ(readDamaged(bytes), "40609 a value of 'Intensity' lies outside the range in the header");
+}
+
+std::string sizeText(std::size_t size)
+{
+    char bytes[4];
+    storeLittleEndian(bytes, static_cast<std::uint32_t>(size));
+    return {bytes, sizeof bytes};
+}
+
+std::string deflate(const std::string& bytes)
+{
+    uLongf size = compressBound(bytes.size());
+    std::string packed(size, '\0');
+    compress(reinterpret_cast<Bytef*>(packed.data()), &size, reinterpret_cast<const Bytef*>(bytes.data()),
+             bytes.size());
+    return packed.substr(0, size);
+}
+
+// Finds matches at the given distance only. Level 2 has longer matches and distances than level 1.
+std::string fastLZ(const std::string& bytes, int level, std::size_t distance)
+{
+    std::string packed, literals;
+    const auto flush = [&] {
+        for (std::size_t at = 0; at < literals.size(); at += 32) {
+            const std::string run = literals.substr(at, 32);
+            const int levelBits = packed.empty() ? (level - 1) << 5 : 0;
+            packed += static_cast<char>(levelBits | static_cast<int>(run.size() - 1));
+            packed += run;
+        }
+        literals.clear();
+    };
+    const std::size_t longest = level == 1 ? 264 : 5000;
+    for (std::size_t at = 0; at < bytes.size();) {
+        std::size_t length = 0;
+        while (at >= distance && length < longest && at + length < bytes.size() &&
+               bytes[at + length] == bytes[at + length - distance])
+            ++length;
+        if (length < 3) {
+            literals += bytes[at++];
+            continue;
+        }
+        flush();
+        const bool isFar = distance > 8191; // needs level 2
+        const std::size_t near = isFar ? 8191 : distance - 1, code = length - 2;
+        packed += static_cast<char>(std::min<std::size_t>(code, 7) << 5 | near >> 8);
+        if (code >= 7) {
+            std::size_t more = code - 7;
+            for (; level == 2 && more >= 255; more -= 255)
+                packed += '\xff';
+            packed += static_cast<char>(more);
+        }
+        packed += static_cast<char>(near);
+        if (isFar) {
+            packed += static_cast<char>((distance - 8192) >> 8);
+            packed += static_cast<char>(distance - 8192);
+        }
+        at += length;
+    }
+    flush();
+    return packed;
+}
+
+// The file with its points in two blocks, packed by pack().
+template <class Pack>
+std::string compressedBy(char method, const std::string& plain, Pack pack)
+{
+    const auto headerSize = static_cast<std::size_t>(loadLittleEndian<std::int32_t>(&plain[8]));
+    std::string bytes = plain.substr(0, headerSize);
+    bytes[14] = method;
+    const std::size_t half = (plain.size() - headerSize) / 2;
+    for (const std::string& raw : {plain.substr(headerSize, half), plain.substr(headerSize + half)}) {
+        const std::string packed = pack(raw);
+        bytes += sizeText(raw.size()) + sizeText(packed.size()) + packed;
+    }
+    return bytes;
+}
+
+TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
+{
+    constexpr std::size_t pointBytes = 20, period = 411; // further back than a match of level 1 reaches
+    writeGrid(5000, period);
+    const std::string plain = Testing::readFile(path);
+    const Columns expected = readColumns(*open(path));
+    const auto fastLZOf = [](int level, std::size_t distance) {
+        return [=](const std::string& raw) { return fastLZ(raw, level, distance); };
+    };
+    const struct
+    {
+        const char* name;
+        std::string bytes;
+    } cases[] = {{"deflate", compressedBy(3, plain, deflate)},
+                 {"FastLZ 1, short matches", compressedBy(2, plain, fastLZOf(1, pointBytes))},
+                 {"FastLZ 1, runs", compressedBy(2, plain, fastLZOf(1, 1))},
+                 {"FastLZ 2, short matches", compressedBy(2, plain, fastLZOf(2, pointBytes))},
+                 {"FastLZ 2, far and long", compressedBy(2, plain, fastLZOf(2, pointBytes * period))},
+                 {"stored", compressedBy(2, plain, [](const std::string& raw) { return raw; })}};
+    for (const auto& each : cases) {
+        Testing::writeFile(path, each.bytes);
+        EXPECT_EQ(readColumns(*open(path)), expected) << each.name;
+        std::string other = each.bytes;
+        other[14] = '\1';
+        EXPECT_EQ(readDamaged(other), "40609 the file is compressed by a method that is not supported");
+    }
+    // Points that are missing, too many, or lie before the first byte.
+    const auto damaged = [&](char method, const std::string& packed) {
+        return readDamaged(compressedBy(method, plain, [&](const std::string&) { return packed; }));
+    };
+    const std::string points = plain.substr(plain.size() - 50000, 50000);
+    for (const char method : {'\2', '\3'}) {
+        const auto pack = [&](const std::string& raw) {
+            return method == 3 ? deflate(raw) : fastLZ(raw, 2, 20);
+        };
+        EXPECT_EQ(damaged(method, pack(points)), "no error");
+        for (const std::string& wrong :
+             {pack(points.substr(1)), pack(points + '\0'), pack(points).substr(0, 900),
+              std::string("\x20q\xe0\x01\x07", 5), std::string()})
+            EXPECT_EQ(damaged(method, wrong), "40609 the compressed points are damaged") << wrong.size();
+    }
+}
+
+// Files that others made, where the environment names their folder.
+class RealBPFFiles : public PDALPointReaderTest
+{
+protected:
+    void SetUp() override
+    {
+        const char* const folder = std::getenv("VX_DATA");
+        if (!folder)
+            GTEST_SKIP() << "VX_DATA does not name the folder of real files";
+        data = std::string(folder) + "/bpf/";
+    }
+    std::string data;
+    const std::string chipped = "autzen-utm-chipped-25-v3";
+};
+
+void expectEqual(const PointReader& reader, const BPFTestFile& file, const std::string& name)
+{
+    const Columns columns = readColumns(reader);
+    ASSERT_EQ(reader.getNumPoints(), file.numPoints) << name;
+    ASSERT_EQ(columns.size(), file.labels.size()) << name;
+    for (std::size_t i = 0; i < file.labels.size(); ++i) {
+        const std::string channel = reader.getChannel(i).getName();
+        EXPECT_EQ(columns.at(channel), file.columns.at(file.labels[i])) << name << ' ' << channel;
+    }
+    EXPECT_NE(std::string(reader.getWKT()).find("UTM zone 10N"), std::string::npos) << name;
+}
+
+TEST_F(RealBPFFiles, AreReadCompletely)
+{
+    const BPFTestFile twin = BPFTestFile::parse(Testing::readFile(data + chipped + ".bpf"));
+    EXPECT_EQ(twin.numPoints, 1065);
+    for (const char* name : {".bpf", "-interleaved.bpf", "-fastlz.bpf", "-deflate-segregated.bpf"})
+        expectEqual(*open(data + chipped + name), twin, name);
+    for (const std::string name : {chipped + "-interleaved.bpf", std::string("autzen-utm.bpf")})
+        expectEqual(*open(data + name), BPFTestFile::parse(Testing::readFile(data + name)), name);
+    const auto reader = open(data + "autzen-utm.bpf");
+    for (const char* name : {"Intensity", "ReturnNum", "NumReturns", "ClassId", "Red", "GPSTime"})
+        EXPECT_TRUE(reader->hasChannel(name)) << name;
+    EXPECT_EQ(reader->getChannel("ClassId")->getDataType(), UINT8);
+}
+
+TEST_F(RealBPFFiles, EndInAnErrorOrAnAnswerWhenDamaged)
+{
+    Testing::Random random(3);
+    for (const char* name : {"-interleaved.bpf", "-fastlz.bpf", "-deflate-segregated.bpf"}) {
+        const std::string whole = Testing::readFile(data + chipped + name);
+        for (std::size_t length = 0; length < whole.size(); length += 397)
+            EXPECT_EQ(readDamaged(whole.substr(0, length)).substr(0, 5), "40609") << name << ' ' << length;
+        for (int i = 0; i < 100; ++i) {
+            std::string bytes = whole;
+            const std::size_t at = i % 2 ? random.below(800) : random.below(bytes.size());
+            bytes[at] = static_cast<char>(random.next());
+            const std::string end = readDamaged(bytes);
+            EXPECT_TRUE(end == "no error" || end.substr(0, 5) == "40609") << name << ' ' << at << ' ' << end;
+        }
+    }
+}
+
+} // namespace
+} // namespace Quillmoran
