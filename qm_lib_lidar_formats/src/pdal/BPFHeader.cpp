@@ -16,9 +16,9 @@ constexpr std::int64_t compressionOffset = 14;
 constexpr std::size_t labelBytes = 32;
 constexpr std::size_t dimensionBytes = 3 * sizeof(double) + labelBytes;
 
-void readFully(const IO& io, std::int64_t position, void* bytes, std::size_t count)
+void readWhole(const IO& io, std::int64_t position, void* bytes, std::size_t count)
 {
-    if (io.pread(position, bytes, count) != count)
+    if (readFully(io, position, bytes, count) != count)
         QM_THROW(40609, "the file ends within its header");
 }
 
@@ -27,7 +27,7 @@ void readFully(const IO& io, std::int64_t position, void* bytes, std::size_t cou
 void BPFHeader::read(const IO& io)
 {
     unsigned char bytes[fixedBytes];
-    readFully(io, 0, bytes, sizeof bytes);
+    readWhole(io, 0, bytes, sizeof bytes);
     constexpr char magic[] = {'B', 'P', 'F', '!', '0', '0', '0', '3'};
     if (std::memcmp(bytes, magic, sizeof magic) != 0)
         QM_THROW(40609, "not a BPF file of version 3");
@@ -49,7 +49,7 @@ void BPFHeader::read(const IO& io)
 void BPFHeader::readDimensions(const IO& io, std::size_t count)
 {
     std::vector<unsigned char> bytes(count * dimensionBytes);
-    readFully(io, fixedBytes, bytes.data(), bytes.size());
+    readWhole(io, fixedBytes, bytes.data(), bytes.size());
     const unsigned char* const minima = bytes.data() + count * sizeof(double);
     const unsigned char* const maxima = minima + count * sizeof(double);
     const unsigned char* const labels = maxima + count * sizeof(double);
@@ -73,7 +73,7 @@ void BPFHeader::forEachBlock(const IO& io,
     std::int64_t missing = getPointBytes();
     for (std::int64_t position = headerSize; missing > 0;) {
         unsigned char sizes[sizesBytes];
-        if (io.pread(position, sizes, sizeof sizes) != sizeof sizes)
+        if (readFully(io, position, sizes, sizeof sizes) != sizeof sizes)
             QM_THROW(40609, "the file ends before its %d points do", numPoints);
         const std::int64_t size = loadLittleEndian<std::uint32_t>(sizes);
         const std::int64_t packedSize = loadLittleEndian<std::uint32_t>(sizes + 4);
@@ -93,11 +93,11 @@ std::int64_t BPFHeader::getPointBytes() const
     return std::int64_t{numPoints} * static_cast<std::int64_t>(dimensions.size() * sizeof(float));
 }
 
-void BPFHeader::addOrigins(IO& io, const std::vector<Origin>& origins) const
+void BPFHeader::addOrigins(const IO& io, const std::vector<Origin>& origins) const
 {
     const std::size_t count = dimensions.size();
     std::vector<unsigned char> bytes(3 * count * sizeof(double)); // offsets, minima, maxima
-    readFully(io, fixedBytes, bytes.data(), bytes.size());
+    readWhole(io, fixedBytes, bytes.data(), bytes.size());
     const auto add = [&bytes](std::size_t index, double difference) {
         unsigned char* const at = bytes.data() + index * sizeof(double);
         storeLittleEndian(at, loadLittleEndian<double>(at) + difference);
@@ -112,15 +112,13 @@ void BPFHeader::addOrigins(IO& io, const std::vector<Origin>& origins) const
         add(count + index, each.origin);
         add(2 * count + index, each.origin);
     }
-    if (io.pwrite(fixedBytes, bytes.data(), bytes.size()) != bytes.size())
-        QM_THROW(40002, "write error");
+    writeFully(io, fixedBytes, bytes.data(), bytes.size());
 }
 
-void BPFHeader::setPlain(IO& io)
+void BPFHeader::setPlain(const IO& io)
 {
     const auto none = BPFCompression::None;
-    if (io.pwrite(compressionOffset, &none, sizeof none) != sizeof none)
-        QM_THROW(40002, "write error");
+    writeFully(io, compressionOffset, &none, sizeof none);
 }
 
 } // namespace Quillmoran

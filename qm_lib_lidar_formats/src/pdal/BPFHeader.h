@@ -61,9 +61,9 @@ struct BPFHeader
         double origin;
         double scale; // of the dimension in the matrix
     };
-    void addOrigins(IO& io, const std::vector<Origin>& origins) const;
+    void addOrigins(const IO& io, const std::vector<Origin>& origins) const;
     // Says in the file that its points are not compressed.
-    static void setPlain(IO& io);
+    static void setPlain(const IO& io);
 
 private:
     void readDimensions(const IO& io, std::size_t count);

@@ -24,17 +24,16 @@ constexpr std::int64_t pieceBytes = 1 << 16;
 class Appender
 {
 public:
-    explicit Appender(IO& io) : m_io(io) {}
+    explicit Appender(const IO& io) : m_io(io) {}
 
     void append(const unsigned char* bytes, std::size_t count)
     {
-        if (m_io.pwrite(m_position, bytes, count) != count)
-            QM_THROW(40002, "write error");
+        writeFully(m_io, m_position, bytes, count);
         m_position += static_cast<std::int64_t>(count);
     }
 
 private:
-    IO& m_io;
+    const IO& m_io;
     std::int64_t m_position = 0;
 };
 
@@ -50,7 +49,7 @@ public:
     const Bytes& next(std::int64_t most = pieceBytes)
     {
         m_piece.resize(static_cast<std::size_t>(std::min(m_left, most)));
-        if (m_io.pread(m_position, m_piece.data(), m_piece.size()) != m_piece.size())
+        if (readFully(m_io, m_position, m_piece.data(), m_piece.size()) != m_piece.size())
             throwDamaged();
         m_position += static_cast<std::int64_t>(m_piece.size());
         m_left -= static_cast<std::int64_t>(m_piece.size());
