@@ -16,7 +16,8 @@ fail() { echo "test_pdal: $*" >&2; exit 1; }
 
 # Mounts are seen by this run alone and go with it.
 if [ "${VX_IN_NAMESPACE:-}" != yes ]; then
-  VX_IN_NAMESPACE=yes exec unshare --mount --propagation private "$0" "$@"
+  unshare --mount true || fail "this environment does not permit mounts"
+  VX_IN_NAMESPACE=yes exec unshare --mount --propagation private scripts/test_pdal.sh "$@"
 fi
 
 make_root() {

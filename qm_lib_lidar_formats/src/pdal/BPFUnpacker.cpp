@@ -115,10 +115,10 @@ void unpackBlock(BPFCompression method, Stretch from, std::int64_t packed, std::
     } else if (method == BPFCompression::Deflate) {
         inflate(std::move(from), size, to);
     } else {
-        const Bytes bytes = unpackFastLZ(from.next(packed), static_cast<std::size_t>(size));
-        if (bytes.empty() && size != 0)
+        const auto bytes = unpackFastLZ(from.next(packed), static_cast<std::size_t>(size));
+        if (!bytes)
             throwDamaged();
-        to.append(bytes.data(), bytes.size());
+        to.append(bytes->data(), bytes->size());
     }
 }
 

@@ -1,6 +1,6 @@
 #include "pdal/FastLZ.h"
 
-#include <algorithm>
+#include <utility>
 
 namespace Quillmoran {
 
@@ -35,7 +35,7 @@ public:
         return fits && !m_overrun && m_out.size() == size;
     }
 
-    std::vector<unsigned char> m_out;
+    std::vector<unsigned char>& output() { return m_out; }
 
 private:
     unsigned take()
@@ -89,19 +89,21 @@ private:
     }
 
     const std::vector<unsigned char>& m_in;
-    std::size_t m_next = 0;
+    std::vector<unsigned char> m_out;
+    std::size_t m_next = 0; // of the input
     bool m_isLevel2 = false;
     bool m_overrun = false; // more was taken than there is
 };
 
 } // namespace
 
-std::vector<unsigned char> unpackFastLZ(const std::vector<unsigned char>& packed, std::size_t size)
+std::optional<std::vector<unsigned char>> unpackFastLZ(const std::vector<unsigned char>& packed,
+                                                       std::size_t size)
 {
     Unpacker unpacker(packed);
     if (!unpacker.unpack(size))
-        unpacker.m_out.clear();
-    return std::move(unpacker.m_out);
+        return std::nullopt;
+    return std::move(unpacker.output());
 }
 
 } // namespace Quillmoran

@@ -2,12 +2,14 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <vector>
 
 namespace Quillmoran {
 
 // The bytes that were compressed, `size` of them. Nothing when the input is damaged or holds another number
 // of bytes.
-std::vector<unsigned char> unpackFastLZ(const std::vector<unsigned char>& packed, std::size_t size);
+std::optional<std::vector<unsigned char>> unpackFastLZ(const std::vector<unsigned char>& packed,
+                                                       std::size_t size);
 
 } // namespace Quillmoran

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 
 namespace Quillmoran {
 
@@ -88,6 +89,9 @@ void PDALPointWriter::openOutput()
     } catch (const Error&) {
         QM_THROW(40610, "Unable to create output %s.", m_path.c_str());
     }
+    // The header is written last; a pipe or a device cannot go back to it, and is not ours to remove.
+    if (!std::filesystem::is_regular_file(m_path))
+        QM_THROW(40610, "Unable to create output %s.", m_path.c_str());
     m_file = file;
     std::vector<std::string> dimensions;
     for (const Column& column : m_columns)

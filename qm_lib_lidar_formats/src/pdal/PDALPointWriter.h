@@ -28,7 +28,7 @@ public:
     bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override;
 
 protected:
-    // A file that cannot be made is 40610 "Unable to create output %s.".
+    // A file that cannot be made, or is no regular one, is 40610 "Unable to create output %s.".
     void writeBegin(const PointInfo& layout) override;
     // Asks the delegate once per block: 40006 "BPF Write operation cancelled.". 2^31 or more points are
     // 40607.

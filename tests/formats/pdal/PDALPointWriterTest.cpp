@@ -11,7 +11,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <csignal>
 #include <limits>
+#include <sys/resource.h>
 
 namespace Quillmoran {
 namespace {
@@ -247,13 +249,29 @@ TEST_F(PDALPointWriterTest, LeavesNothingOfAFileThatIsNotComplete)
               "-1 the name of a BPF file cannot hold a '#': '" + path + "'");
 }
 
+// PDAL goes on writing.
 TEST_F(PDALPointWriterTest, ReportsAFullDisk)
 {
-    if (!std::filesystem::exists("/dev/full"))
-        GTEST_SKIP() << "no device that is always full";
-    std::filesystem::create_symlink("/dev/full", path);
     const auto survey = openSurvey();
-    EXPECT_EQ(failureOf([&] { write(*survey); }), "40601 Unable to write point");
+    rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit small{100000, before.rlim_max};
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &small);
+    const std::string failure = failureOf([&] { write(*survey); });
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(failure, "40601 Unable to write point");
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(PDALPointWriterTest, LeavesDevicesAlone)
+{
+    const Numbers values{1, 2, 3, 4};
+    const auto source = MemoryPointSource::make(layoutXYZ(), {values, values, values});
+    std::filesystem::create_symlink("/dev/null", path);
+    EXPECT_EQ(failureOf([&] { write(*source); }), "40610 Unable to create output " + path + ".");
+    EXPECT_TRUE(std::filesystem::exists(path));
 }
 
 } // namespace
