@@ -85,7 +85,6 @@ private:
     PointData m_block;
     std::size_t m_cursor = 0;
     std::size_t m_fill = 0;
-    pdal::point_count_t m_delivered = 0;
 };
 
 template <class Body>
@@ -213,7 +212,6 @@ void QuillmoranReader::ready(pdal::PointTableRef)
         m_block.init(m_layout, blockSize);
     });
     m_cursor = m_fill = 0;
-    m_delivered = 0;
 }
 
 bool QuillmoranReader::refill()
@@ -236,13 +234,13 @@ void QuillmoranReader::store(pdal::PointRef& point)
     }
 }
 
+// PDAL stops asking when it has as many points as its option "count" wants.
 bool QuillmoranReader::processOne(pdal::PointRef& point)
 {
-    if (m_delivered >= m_count || (m_cursor == m_fill && !refill()))
+    if (m_cursor == m_fill && !refill())
         return false;
     store(point);
     ++m_cursor;
-    ++m_delivered;
     return true;
 }
 

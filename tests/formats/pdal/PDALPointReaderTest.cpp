@@ -236,7 +236,7 @@ std::string compressedBy(char method, const std::string& plain, Pack pack)
 
 TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
 {
-    constexpr std::size_t pointBytes = 20, period = 411; // further back than a match of level 1 reaches
+    constexpr std::size_t pointBytes = 20, period = 400; // as far back as a match of level 1 reaches
     writeGrid(5000, period);
     const std::string plain = Testing::readFile(path);
     const Columns expected = readColumns(*open(path));
@@ -250,8 +250,9 @@ TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
     } cases[] = {{"deflate", compressedBy(3, plain, deflate)},
                  {"FastLZ 1, short matches", compressedBy(2, plain, fastLZOf(1, pointBytes))},
                  {"FastLZ 1, runs", compressedBy(2, plain, fastLZOf(1, 1))},
+                 {"FastLZ 1, long matches", compressedBy(2, plain, fastLZOf(1, pointBytes * period))},
                  {"FastLZ 2, short matches", compressedBy(2, plain, fastLZOf(2, pointBytes))},
-                 {"FastLZ 2, far and long", compressedBy(2, plain, fastLZOf(2, pointBytes * period))},
+                 {"FastLZ 2, far and long", compressedBy(2, plain, fastLZOf(2, 2 * pointBytes * period))},
                  {"stored", compressedBy(2, plain, [](const std::string& raw) { return raw; })}};
     for (const auto& each : cases) {
         Testing::writeFile(path, each.bytes);
