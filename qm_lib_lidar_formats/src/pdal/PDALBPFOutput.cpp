@@ -2,6 +2,7 @@
 
 #include "pdal/PDALErrors.h"
 
+#include <cpl_error.h>
 #include <cstdio>
 #include <ostream>
 #include <pdal/PointTable.hpp>
@@ -52,6 +53,7 @@ void PDALBPFOutput::Pipeline::setCoordinateSystem(const char* wkt)
     if (!wkt || *wkt == '\0')
         return;
     keepsCoordinateSystem = false;
+    CPLPushErrorHandler(CPLQuietErrorHandler);
     try {
         const pdal::SpatialReference wanted(wkt), horizontal(wanted.getHorizontal());
         const int zone = horizontal.getUTMZone();
@@ -63,6 +65,7 @@ void PDALBPFOutput::Pipeline::setCoordinateSystem(const char* wkt)
     } catch (const pdal::pdal_error&) {
         // A text that PDAL does not understand.
     }
+    CPLPopErrorHandler();
 }
 
 PDALBPFOutput::PDALBPFOutput(const char* path, const std::vector<std::string>& dimensions,
