@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Peak memory and time of whole runs at growing sizes: scripts/measure_memory.sh [MILLIONS ...]     (default: 1 10 100)
 #
-# Files are made by bench/kernel/make_large in TMPDIR; 100 million points take a gigabyte or more there.
+# Files are made by bench/kernel/make_large in TMPDIR; 100 million points take ten gigabytes there.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -12,11 +12,15 @@ scripts/build.sh bench vxunpack make_large
 
 directory=$(mktemp -d)
 trap 'rm -rf "$directory"' EXIT
-printf '%10s %12s %10s %12s %10s\n' 'M points' 'null MiB' 'null s' 'text MiB' 'text s'
+outputs=(null txt las laz)
+printf '%10s' 'M points'
+for output in "${outputs[@]}"; do printf ' %12s %10s' "$output MiB" "$output s"; done
+echo
 for size in "${sizes[@]}"; do
   build/bench/make_large "$directory/in.vxl" "$size"
   row=$(printf '%10s' "$size")
-  for output in null /dev/null; do
+  for output in "${outputs[@]}"; do
+    [ "$output" = null ] || output=$directory/out.$output
     row+=$(python3 - "$directory/in.vxl" "$output" <<'PY'
 import os, subprocess, sys, time
 begin = time.monotonic()
@@ -27,6 +31,7 @@ if status != 0:
 print(' %12.1f %10.1f' % (usage.ru_maxrss / 1024, time.monotonic() - begin), end='')
 PY
 )
+    rm -f "$directory"/out.*
   done
   echo "$row"
 done

@@ -86,6 +86,7 @@ void LASPointReader::checkCompression() const
     if (record == m_records.end())
         QM_THROW(40602, "the file says that it is compressed, and not how");
     checkLASzipRecord(readLASRecordValue(*m_io, *record), m_header);
+    checkLASzipChunks(*m_io, m_header);
     // Whether LASzip can take the file shows when it begins.
     LASRecordReader::create(m_io.get(), m_header, PointInfo());
 }

@@ -68,9 +68,7 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
     m_warned = false;
     chooseColumns(layout);
 
-    openOutput();
-    writeBytes(0, m_header.write());
-    writeBytes(m_header.headerSize, head.records);
+    openOutput(head.records);
     // A whole block can wait, so that the next one is decoded in the meantime.
     m_queue = std::make_unique<LASRecordQueue>(LASRecordWriter::create(*m_output, m_header),
                                                getBlockSize() / sliceSize + 2);
@@ -88,16 +86,18 @@ void LASPointWriter::chooseColumns(const PointInfo& layout)
     }
 }
 
-void LASPointWriter::openOutput()
+void LASPointWriter::openOutput(const std::vector<unsigned char>& records)
 {
     const Scoped<FileIO::Imp> output(FileIO::create());
     output->init(m_path.c_str(), "w");
     try {
         output->open();
+        m_output = output;
+        writeBytes(0, m_header.write());
+        writeBytes(m_header.headerSize, records);
     } catch (const Error&) {
         QM_THROW(40610, "Unable to create output %s.", m_path.c_str());
     }
-    m_output = output;
 }
 
 void LASPointWriter::writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate)

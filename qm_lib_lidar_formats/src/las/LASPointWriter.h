@@ -72,7 +72,7 @@ private:
     LASPointWriter() = default;
 
     void chooseColumns(const PointInfo& layout);
-    void openOutput();
+    void openOutput(const std::vector<unsigned char>& records);
     bool packSlice(LASRecordQueue::Slice& slice, const PointData& block, std::size_t first);
     void countReturns(const LASRecordQueue::Slice& slice);
     void throwIfTooMany() const;

@@ -84,6 +84,9 @@ public:
           m_buffer(*m_io, headForLASzip(header)),
           m_stream(&m_buffer)
     {
+        // Otherwise the stream keeps a failed read to itself, and LASzip goes on with bytes that are not
+        // there.
+        m_stream.exceptions(std::ios::badbit);
         m_laszip.check(laszip_decompress_selective(m_laszip.get(), selectFields(wanted)));
         laszip_BOOL isCompressed = 0;
         m_laszip.check(laszip_open_reader_stream(m_laszip.get(), m_stream, &isCompressed));

@@ -1,15 +1,20 @@
-// The variable length record by which a compressed file tells how its points are coded. It is looked at
-// before LASzip sees it, which does not clean up behind a record that it refuses.
+// What a compressed file tells of its own coding. It is looked at before LASzip sees it, which believes what
+// is said there and does not clean up behind a file that it refuses.
 #pragma once
 
 #include "las/LASHeader.h"
+#include "platform/IO.h"
 
 #include <vector>
 
 namespace Quillmoran {
 
-// 40602 unless the record is whole, names codings that exist and describes points of the header's record
-// length.
+// The variable length record of the compression: 40602 unless it is whole, names codings that exist and
+// describes points of the header's record length.
 void checkLASzipRecord(const std::vector<unsigned char>& value, const LASHeader& header);
+
+// The table of the chunks into which points are cut: 40602 when it lists more than the file can hold. The
+// store is open.
+void checkLASzipChunks(const IO& io, const LASHeader& header);
 
 } // namespace Quillmoran

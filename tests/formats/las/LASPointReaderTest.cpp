@@ -7,6 +7,7 @@
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
+#include <cstring>
 #include <gtest/gtest.h>
 
 namespace Quillmoran {
@@ -278,6 +279,16 @@ TEST_F(LASReading, RefusesCompressedFilesThatAreDamaged)
             EXPECT_NE(failureOfReading({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)}),
                       "no error")
                 << length;
+        // More chunks than there are bytes: LASzip would make room for all of them.
+        LASBytes manyChunks = whole;
+        std::uint64_t table = 0;
+        std::memcpy(&table, whole.data() + LASFile::parse(whole).pointDataOffset, sizeof table);
+        std::fill_n(manyChunks.begin() + static_cast<std::ptrdiff_t>(table) + 4, 4, std::uint8_t{0xFE});
+        EXPECT_EQ(failureOfReading(manyChunks).rfind("bad LAZ chunk table: 4278124286 chunks", 0), 0u);
+        // A few more than there are: LASzip looks for their sizes behind the end of the file.
+        manyChunks[table + 4] = 100;
+        std::fill_n(manyChunks.begin() + static_cast<std::ptrdiff_t>(table) + 5, 3, std::uint8_t{0});
+        failureOfReading(manyChunks);
         // Whatever a changed byte does, it is an error or points.
         for (std::size_t at = 227; at < whole.size(); at += 1 + at / 40) {
             LASBytes bytes = whole;
