@@ -85,8 +85,9 @@ void LASPointReader::checkCompression() const
                                      [](const LASVariableRecord& each) { return each.isCompression(); });
     if (record == m_records.end())
         QM_THROW(40602, "the file says that it is compressed, and not how");
-    checkLASzipRecord(readLASRecordValue(*m_io, *record), m_header);
-    checkLASzipChunks(*m_io, m_header);
+    const auto value = readLASRecordValue(*m_io, *record);
+    checkLASzipRecord(value, m_header);
+    checkLASzipChunks(*m_io, m_header, value);
     // Whether LASzip can take the file shows when it begins.
     LASRecordReader::create(m_io.get(), m_header, PointInfo());
 }

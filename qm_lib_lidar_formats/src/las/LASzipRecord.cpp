@@ -75,23 +75,26 @@ void checkLASzipRecord(const std::vector<unsigned char>& value, const LASHeader&
         throwBad("its points are of another size than the header's");
 }
 
-void checkLASzipChunks(const IO& io, const LASHeader& header)
+void checkLASzipChunks(const IO& io, const LASHeader& header, const std::vector<unsigned char>& value)
 {
+    constexpr unsigned withoutChunks = 1; // the compressor of the oldest files
+    if (loadLittleEndian<std::uint16_t>(value.data()) == withoutChunks || header.getPointCount() == 0)
+        return;
     // | position of the table 8 | chunks ... | table: version 4 | number of chunks 4 | ...
     // A position of -1 means that it stands in the last 8 bytes of the file.
-    constexpr std::int64_t positionBytes = 8;
     const std::int64_t size = io.size();
     unsigned char bytes[8];
-    if (readFully(io, header.pointDataOffset, bytes, sizeof bytes) != sizeof bytes)
-        return; // a file without points, or one that ends within them
-    auto table = loadLittleEndian<std::int64_t>(bytes);
-    if (table == -1 && readFully(io, size - positionBytes, bytes, sizeof bytes) == sizeof bytes)
-        table = loadLittleEndian<std::int64_t>(bytes);
-    if (table < 0 || readFully(io, table, bytes, sizeof bytes) != sizeof bytes)
-        return; // LASzip does without a table that is not there
+    const auto read = [&](std::int64_t position) {
+        if (position < 0 || readFully(io, position, bytes, sizeof bytes) != sizeof bytes)
+            QM_THROW(40602, "the LAZ chunk table is missing");
+    };
+    read(header.pointDataOffset);
+    if (loadLittleEndian<std::int64_t>(bytes) == -1)
+        read(size - static_cast<std::int64_t>(sizeof bytes));
+    read(loadLittleEndian<std::int64_t>(bytes));
     const auto numChunks = loadLittleEndian<std::uint32_t>(bytes + 4);
     constexpr std::int64_t smallestChunk = 20; // it begins with a whole point
-    if (numChunks > size / smallestChunk + 1)
+    if (numChunks > size / smallestChunk)
         QM_THROW(40602, "bad LAZ chunk table: %u chunks do not fit into the file", numChunks);
 }
 

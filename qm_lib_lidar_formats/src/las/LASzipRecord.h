@@ -13,8 +13,8 @@ namespace Quillmoran {
 // describes points of the header's record length.
 void checkLASzipRecord(const std::vector<unsigned char>& value, const LASHeader& header);
 
-// The table of the chunks into which points are cut: 40602 when it lists more than the file can hold. The
-// store is open.
-void checkLASzipChunks(const IO& io, const LASHeader& header);
+// The table of the chunks into which a file of this record cuts its points: 40602 when it is missing, which
+// no file with points does without, or lists more chunks than the file can hold. The store is open.
+void checkLASzipChunks(const IO& io, const LASHeader& header, const std::vector<unsigned char>& value);
 
 } // namespace Quillmoran
