@@ -3,6 +3,7 @@
 #include "platform/Base.h"
 #include "platform/ByteOrder.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <iterator>
 
@@ -10,34 +11,49 @@ namespace Quillmoran {
 
 namespace {
 
-//   | compressor 2 | coder 2 | version 4 | options 4 | chunk size 4 | two numbers that are not used 16 |
-//   items 2 |    34 per item | type 2 | size 2 | version 2 | 6
+//   | compressor 2 | coder 2 | version 4 | options 4 | chunk size 4 | two unused numbers 16 | items 2 |   34
+//   per item | type 2 | size 2 | version 2 |                                                              6
 constexpr std::size_t fixedBytes = 34;
 constexpr std::size_t itemBytes = 6;
 
-// The parts of a point, by their number: bytes (0: any number of them) and the newest version of the coding.
+// Compressors: without chunks, in chunks, and in chunks whose fields are apart, for formats 6 to 10.
+enum Compressor : unsigned
+{
+    POINTWISE = 1,
+    CHUNKED = 2,
+    LAYERED = 3
+};
+
+// The parts of a point: their number, their bytes (0: any number of them), the versions of their coding, and
+// whether they belong to formats 6 to 10.
 struct Item
 {
-    std::uint16_t size;
-    std::uint16_t newestVersion;
+    unsigned type;
+    unsigned size;
+    unsigned oldestVersion;
+    unsigned newestVersion;
+    bool extended;
 };
 constexpr Item items[] = {
-    {0, 2},  // bytes of the owner
-    {2, 0},  // formats of points that nobody writes: 16-bit, 32-bit, 64-bit, float, double
-    {4, 0},  //
-    {8, 0},  //
-    {4, 0},  //
-    {8, 0},  //
-    {20, 2}, // formats 0 to 5
-    {8, 2},  // GPS time of formats 1, 3, 4 and 5
-    {6, 2},  // colours of formats 2, 3 and 5
-    {29, 1}, // wave packet of formats 4 and 5
-    {30, 4}, // formats 6 to 10
-    {6, 4},  // colours of format 7
-    {8, 4},  // colours and near infrared of formats 8 and 10
-    {29, 4}, // wave packet of formats 9 and 10
-    {0, 4},  // bytes of the owner in formats 6 to 10
+    {6, 20, 1, 2, false}, // what all of formats 0 to 5 have
+    {7, 8, 1, 2, false},  // GPS time
+    {8, 6, 1, 2, false},  // colours
+    {9, 29, 1, 1, false}, // wave packet
+    {0, 0, 1, 2, false},  // bytes of the owner
+    {10, 30, 3, 4, true}, // what all of formats 6 to 10 have
+    {11, 6, 3, 4, true},  // colours
+    {12, 8, 3, 4, true},  // colours and near infrared
+    {13, 29, 3, 4, true}, // wave packet
+    {14, 0, 3, 4, true},  // bytes of the owner
 };
+
+bool isKnown(unsigned type, unsigned size, unsigned version, bool extended)
+{
+    return std::any_of(std::begin(items), std::end(items), [=](const Item& item) {
+        return item.type == type && (item.size == 0 || item.size == size) && version >= item.oldestVersion &&
+               version <= item.newestVersion && item.extended == extended;
+    });
+}
 
 [[noreturn]] void throwBad(const char* what)
 {
@@ -50,9 +66,8 @@ void checkLASzipRecord(const std::vector<unsigned char>& value, const LASHeader&
 {
     if (value.size() < fixedBytes)
         throwBad("it is too short");
-    constexpr unsigned newestCompressor = 3;
     const unsigned compressor = loadLittleEndian<std::uint16_t>(value.data());
-    if (compressor == 0 || compressor > newestCompressor)
+    if (compressor < POINTWISE || compressor > LAYERED)
         QM_THROW(40602, "bad LAZ compression record: unknown compressor %u", compressor);
     if (const unsigned coder = loadLittleEndian<std::uint16_t>(value.data() + 2); coder != 0)
         QM_THROW(40602, "bad LAZ compression record: unknown coder %u", coder);
@@ -65,20 +80,21 @@ void checkLASzipRecord(const std::vector<unsigned char>& value, const LASHeader&
         const unsigned type = loadLittleEndian<std::uint16_t>(item);
         const unsigned size = loadLittleEndian<std::uint16_t>(item + 2);
         const unsigned version = loadLittleEndian<std::uint16_t>(item + 4);
-        if (type >= std::size(items) || (items[type].size != 0 && items[type].size != size) ||
-            version > items[type].newestVersion)
+        if (!isKnown(type, size, version, compressor == LAYERED))
             QM_THROW(40602, "bad LAZ compression record: unknown item %u of %u bytes, version %u", type, size,
                      version);
         pointSize += size;
     }
+    const unsigned first = loadLittleEndian<std::uint16_t>(value.data() + fixedBytes);
+    if (first != (header.pointFormat.isExtended() ? 10u : 6u))
+        throwBad("its points are of another format than the header's");
     if (pointSize != header.recordLength)
         throwBad("its points are of another size than the header's");
 }
 
 void checkLASzipChunks(const IO& io, const LASHeader& header, const std::vector<unsigned char>& value)
 {
-    constexpr unsigned withoutChunks = 1; // the compressor of the oldest files
-    if (loadLittleEndian<std::uint16_t>(value.data()) == withoutChunks || header.getPointCount() == 0)
+    if (loadLittleEndian<std::uint16_t>(value.data()) == POINTWISE || header.getPointCount() == 0)
         return;
     // | position of the table 8 | chunks ... | table: version 4 | number of chunks 4 | ...
     // A position of -1 means that it stands in the last 8 bytes of the file.

@@ -279,6 +279,17 @@ TEST_F(LASReading, RefusesCompressedFilesThatAreDamaged)
             EXPECT_NE(failureOfReading({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)}),
                       "no error")
                 << length;
+        // Each number of the compression record, of which LASzip does not survive all.
+        const std::size_t record = LASFile::parse(whole).headerSize + 54u;
+        for (const std::size_t at : {0, 2, 12, 32, 34, 36, 38, 40})
+            for (const std::uint8_t value : {0, 1, 2, 3, 7, 255}) {
+                LASBytes bytes = whole;
+                bytes[record + at] = value;
+                failureOfReading(bytes);
+            }
+        LASBytes otherCompressor = whole;
+        otherCompressor[record] = format == 7 ? 1 : 3;
+        EXPECT_EQ(failureOfReading(otherCompressor).rfind("bad LAZ compression record: unknown item", 0), 0u);
         // More chunks than there are bytes: LASzip would make room for all of them.
         LASBytes manyChunks = whole;
         std::uint64_t table = 0;
