@@ -108,6 +108,8 @@ void checkLASzipChunks(const IO& io, const LASHeader& header, const std::vector<
     if (loadLittleEndian<std::int64_t>(bytes) == -1)
         read(size - static_cast<std::int64_t>(sizeof bytes));
     read(loadLittleEndian<std::int64_t>(bytes));
+    if (loadLittleEndian<std::uint32_t>(bytes) != 0)
+        QM_THROW(40602, "bad LAZ chunk table: unknown version");
     const auto numChunks = loadLittleEndian<std::uint32_t>(bytes + 4);
     constexpr std::int64_t smallestChunk = 20; // it begins with a whole point
     if (numChunks > size / smallestChunk)

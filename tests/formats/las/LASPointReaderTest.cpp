@@ -282,9 +282,9 @@ TEST_F(LASReading, RefusesCompressedFilesThatAreDamaged)
         // Each number of the compression record, of which LASzip does not survive all.
         const std::size_t record = LASFile::parse(whole).headerSize + 54u;
         for (const std::size_t at : {0, 2, 12, 32, 34, 36, 38, 40})
-            for (const std::uint8_t value : {0, 1, 2, 3, 7, 255}) {
+            for (const int value : {0, 1, 2, 3, 7, 255}) {
                 LASBytes bytes = whole;
-                bytes[record + at] = value;
+                bytes[record + at] = static_cast<std::uint8_t>(value);
                 failureOfReading(bytes);
             }
         LASBytes otherCompressor = whole;
@@ -296,6 +296,11 @@ TEST_F(LASReading, RefusesCompressedFilesThatAreDamaged)
         std::memcpy(&table, whole.data() + LASFile::parse(whole).pointDataOffset, sizeof table);
         std::fill_n(manyChunks.begin() + static_cast<std::ptrdiff_t>(table) + 4, 4, std::uint8_t{0xFE});
         EXPECT_EQ(failureOfReading(manyChunks).rfind("bad LAZ chunk table: 4278124286 chunks", 0), 0u);
+        manyChunks[table] = 1;
+        EXPECT_EQ(failureOfReading(manyChunks), "bad LAZ chunk table: unknown version");
+        manyChunks[table] = 0;
+        for (std::size_t length = table; length < whole.size(); ++length)
+            failureOfReading({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)});
         // A few more than there are: LASzip looks for their sizes behind the end of the file.
         manyChunks[table + 4] = 100;
         std::fill_n(manyChunks.begin() + static_cast<std::ptrdiff_t>(table) + 5, 3, std::uint8_t{0});
