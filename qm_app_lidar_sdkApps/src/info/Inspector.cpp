@@ -3,8 +3,8 @@
 #include "framework/PercentProgressDelegate.h"
 #include "info/JSONReport.h"
 #include "info/PointCheck.h"
-#include "info/PointScan.h"
 #include "info/TextReport.h"
+#include "utils/PointScan.h"
 #include "utils/ThreadPool.h"
 #include "utils/Utils.h"
 

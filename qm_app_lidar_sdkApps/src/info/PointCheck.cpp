@@ -2,8 +2,8 @@
 
 #include "decode/VX7PointReader.h"
 #include "framework/ProgressDelegate.h"
-#include "info/PointScan.h"
 #include "model/ChannelNames.h"
+#include "utils/PointScan.h"
 
 #include <cmath>
 #include <cstdarg>

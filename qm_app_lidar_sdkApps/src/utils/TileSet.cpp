@@ -4,6 +4,7 @@
 #include "framework/PointSource.h"
 #include "model/ChannelNames.h"
 #include "platform/Base.h"
+#include "utils/PointScan.h"
 
 #include <cmath>
 #include <iterator>
@@ -24,21 +25,17 @@ bool isFinite(const Bounds& bounds)
 
 Bounds measureBounds(const PointSource& source)
 {
-    constexpr std::size_t blockPoints = 16384;
     const char* const names[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
     PointInfo layout;
     layout.init(source.getPointInfo(), names, std::size(names));
-    const Scoped<PointIterator> iterator(source.createIterator(Bounds::Huge(), 1, layout, nullptr));
-    PointData block;
-    block.init(layout, blockPoints);
     Bounds bounds;
-    while (const std::size_t count = iterator->getNextPoints(block)) {
+    scanPoints(source, Bounds::Huge(), layout, nullptr, [&bounds](const PointData& block, std::size_t count) {
         for (std::size_t i = 0; i < count; ++i) {
             bounds.x.grow(block.getX()[i]);
             bounds.y.grow(block.getY()[i]);
             bounds.z.grow(block.getZ()[i]);
         }
-    }
+    });
     return bounds;
 }
 
