@@ -10,7 +10,7 @@
 #include "support/SetOfSources.h"
 #include "support/TileFiles.h"
 #include "text/TXTPointReader.h"
-#include "utils/TileGrid.h"
+#include "index/BoxGrid.h"
 #include "utils/TileSetFile.h"
 
 #include <gtest/gtest.h>
@@ -335,7 +335,7 @@ TEST_F(TileIndex, LeavesTheOldIndexWhenWritingFails)
     EXPECT_EQ(std::distance(begin(files), end(files)), 2) << "the index and the tile";
 }
 
-TEST(TileGrid, NeverLosesATileToRounding)
+TEST(BoxGrid, NeverLosesATileToRounding)
 {
     Testing::Random random(3);
     for (const double origin : {0.0, 500000.0, -4.1e6, 1e12})
@@ -348,7 +348,7 @@ TEST(TileGrid, NeverLosesATileToRounding)
                 boxes.push_back({range, range, range});
                 all.grow(boxes.back());
             }
-            const TileGrid grid(all);
+            const BoxGrid grid(all);
             const double step = grid.steps()[0];
             const double offset = grid.widen(all).x.min;
             for (const Bounds& box : boxes) {

@@ -11,7 +11,6 @@
 #include "utils/Utils.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <set>
 
@@ -31,8 +30,7 @@ TileIndexer::TileIndexer() : m_cmdLine("vxindex", description, description, true
     m_cmdLine.addStringArray("i", "inputFile", "file, list of files or directory to index; may be repeated",
                              false, -1);
     m_cmdLine.setExtra("i");
-    m_cmdLine.addUint("d", "depth", "levels of directories below a given one to look into.  Default is 0",
-                      false);
+    Utils::addDepthOption(m_cmdLine);
     m_cmdLine.addFlag("u", "update",
                       "update an existing index: add new files, read changed ones again, drop missing ones");
     m_cmdLine.addFlag("l", "list", "list the files of an index, and which of them were changed since");
@@ -120,28 +118,13 @@ std::vector<QMFileSpec> TileIndexer::collectInputs() const
     std::size_t count = 0;
     const char* const* names = m_cmdLine.getStringArray("inputFile", count);
     for (std::size_t i = 0; i < count; ++i)
-        addInputs(*files, names[i]);
+        Utils::addInput(*files, names[i], m_cmdLine);
     std::vector<QMFileSpec> inputs;
     for (std::size_t i = 0; i < files->getNumSources(); ++i)
         inputs.emplace_back(files->getFilename(i));
     if (inputs.empty() && !m_cmdLine.getFlag("update"))
         QM_THROW(-1, "there are no files to index");
     return inputs;
-}
-
-void TileIndexer::addInputs(FilePointSourceManager& files, const char* name) const
-{
-    if (QMFileUtils::isDirectory(name)) {
-        constexpr unsigned deepest = 1000; // no file system goes further
-        Utils::addFiles(files, name, static_cast<int>(std::min(m_cmdLine.getUint("depth"), deepest)));
-        return;
-    }
-    // A name of no known ending would otherwise be taken for a text file that needs a format.
-    if (!QMFileUtils::exists(name)) {
-        errno = ENOENT;
-        QM_THROW_OS(name);
-    }
-    files.addFile(name);
 }
 
 TileIndexer::Changes TileIndexer::updateTiles(PersistentPointSourceWriter& writer,

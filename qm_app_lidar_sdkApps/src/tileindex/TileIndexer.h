@@ -33,7 +33,6 @@ private:
     void report() const;
     void printSummary() const;
     std::vector<QMFileSpec> collectInputs() const;
-    void addInputs(FilePointSourceManager& files, const char* name) const;
     Changes updateTiles(PersistentPointSourceWriter& writer, ProgressDelegate& delegate) const;
     void configure(PersistentPointSourceWriter& writer) const;
     void setOverview(PersistentPointSourceWriter& writer) const;

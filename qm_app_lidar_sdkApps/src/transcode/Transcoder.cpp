@@ -1,12 +1,9 @@
 #include "transcode/Transcoder.h"
 
-#include "files/QMFileUtils.h"
-#include "filters/MosaicFilter.h"
 #include "framework/PercentProgressDelegate.h"
 #include "las/LASPointWriter.h"
 #include "pdal/PDALFormats.h"
 #include "platform/Base.h"
-#include "text/TXTPointReader.h"
 #include "text/TXTPointWriter.h"
 #include "utils/Summary.h"
 #include "utils/ThreadPool.h"
@@ -23,16 +20,6 @@ namespace {
 
 constexpr char description[] = "Decodes VX7 files to LAS or Text files";
 
-const char* describeOutFields()
-{
-    static const std::string text =
-        std::string("Output specific fields.  By default output all those supported by "
-                    "output format and are in the input file.\n"
-                    "Parse format: \n") +
-        Utils::fieldLetters;
-    return text.c_str();
-}
-
 // What the help text says is the writers' own default; runs of this program use more.
 constexpr unsigned defaultChunckSize = 1048576;
 
@@ -41,31 +28,18 @@ bool equalsIgnoringCase(const char* a, const char* b)
     return strcasecmp(a, b) == 0;
 }
 
-// A writer truncates its output when it begins; the input must not be that file.
-void refuseSameFile(const char* input, const char* output)
-{
-    if (QMFileUtils::isSameFile(input, output))
-        QM_THROW(-1, "the output '%s' is the input file", output);
-}
-
 } // namespace
 
 Transcoder::Transcoder() : m_cmdLine("vxunpack", description, description, true)
 {
     Utils::setVersion(m_cmdLine);
     Utils::addCommonOptions(m_cmdLine);
-    m_cmdLine.addString("ofld", "outFields", describeOutFields(), false);
+    Utils::addOutFieldsOption(m_cmdLine);
     m_cmdLine.addString("i", "inputFile", "name of input VX7 file.", true);
     m_cmdLine.addString("o", "outputFile", "name of output file", true);
     m_cmdLine.addString("of", "outputFormat", "Output format: TXT, LAS10, LAS11, LAS12.", false);
-    m_cmdLine.addFloat(
-        "s", "subsample",
-        "subsample, taking every n-th point.  -s 2 leaves one half the file, -s 3 leaves one third.", false);
-    m_cmdLine.addFloatArray(
-        "c", "crop",
-        "crop to specified box (world coordinates:  x-min, x-max, y-min, y-max, z-min, z-max).\n"
-        "  A value of -inf (for a minimum) or +inf (maximum) means no-crop in that direction",
-        false, 6);
+    Utils::addSubsampleOption(m_cmdLine);
+    Utils::addCropOption(m_cmdLine);
     m_cmdLine.addFloatArray(
         "ofs", "offset",
         "Specify the offset from which the points will be specified (world coordinates:  x[0], "
@@ -88,24 +62,6 @@ void Transcoder::run()
     pool.execute([this] { transcode(); });
 }
 
-Scoped<PointSource> Transcoder::openInput(FilePointSourceManager& manager) const
-{
-    const bool verbose = m_cmdLine.getFlag("verbose");
-    for (std::size_t i = 0; verbose && i < manager.getNumSources(); ++i) {
-        const Scoped<PointSource> source(manager.createPointSource(i));
-        Utils::printHeader(stdout, *source, manager.getFilename(i));
-    }
-    if (manager.getNumSources() < 2)
-        return Scoped<PointSource>(manager.createPointSource(0));
-    Scoped<MosaicFilter> mosaic(MosaicFilter::create());
-    mosaic->init(&manager);
-    if (verbose)
-        Utils::printHeader(stdout, *mosaic, nullptr);
-    for (const std::string& warning : mosaic->getWarnings())
-        std::printf("%s\n", warning.c_str());
-    return Scoped<PointSource>(mosaic.detach());
-}
-
 void Transcoder::transcode()
 {
     const char* input = m_cmdLine.getString("inputFile");
@@ -114,14 +70,14 @@ void Transcoder::transcode()
         QM_THROW(-1, "unsupported input file format '%s'", input);
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     manager->addFile(input);
-    const Scoped<PointSource> source = openInput(*manager);
+    const Scoped<PointSource> source = Utils::openInputs(*manager, verbose);
 
-    const Bounds cropBox = getCropBox();
-    const double fraction = getFraction();
+    const Bounds cropBox = Utils::getCropBox(m_cmdLine);
+    const double fraction = Utils::getFraction(m_cmdLine);
     const Output output = chooseOutput();
     if (output != Output::Null)
-        refuseSameFile(input, m_cmdLine.getString("outputFile"));
-    const PointInfo layout = getLayout(*source);
+        Utils::refuseSameFile(input, m_cmdLine.getString("outputFile"));
+    const PointInfo layout = Utils::getOutFields(m_cmdLine, *source);
     const Scoped<PointWriter> writer = createWriter(*source, layout);
     configure(*writer);
 
@@ -130,27 +86,6 @@ void Transcoder::transcode()
     std::printf("\n%lld points written\n", count);
     if (verbose)
         printOutputHeader();
-}
-
-Bounds Transcoder::getCropBox() const
-{
-    Bounds box = Bounds::Huge();
-    if (!m_cmdLine.isPresent("crop"))
-        return box;
-    std::size_t count = 0;
-    const double* values = m_cmdLine.getFloatArray("crop", count);
-    if (count >= 4) {
-        box.x = {values[0], values[1]};
-        box.y = {values[2], values[3]};
-    }
-    if (count >= 6)
-        box.z = {values[4], values[5]};
-    return box;
-}
-
-double Transcoder::getFraction() const
-{
-    return m_cmdLine.isPresent("subsample") ? 1.0 / m_cmdLine.getFloat("subsample") : 1.0;
 }
 
 Transcoder::Output Transcoder::chooseOutput() const
@@ -179,16 +114,6 @@ Transcoder::Output Transcoder::chooseOutput() const
     default:
         QM_THROW(-1, "unknown output format");
     }
-}
-
-PointInfo Transcoder::getLayout(const PointSource& source) const
-{
-    PointInfo layout;
-    if (m_cmdLine.isPresent("outFields"))
-        TXTPointReader::parseFormat(m_cmdLine.getString("outFields"), layout, source.getPointInfo());
-    else
-        layout.init(source.getPointInfo());
-    return layout;
 }
 
 Scoped<PointWriter> Transcoder::createWriter(PointSource& source, const PointInfo& layout) const

@@ -28,11 +28,7 @@ private:
     };
 
     void transcode();
-    Scoped<PointSource> openInput(FilePointSourceManager& manager) const;
     Output chooseOutput() const;
-    Bounds getCropBox() const;
-    double getFraction() const;
-    PointInfo getLayout(const PointSource& source) const;
     Scoped<PointWriter> createWriter(PointSource& source, const PointInfo& layout) const;
     int getLASVersion() const; // -1: by the channels
     bool writesLAZ() const;

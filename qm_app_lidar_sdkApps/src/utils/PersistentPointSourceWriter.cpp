@@ -5,7 +5,7 @@
 #include "platform/Base.h"
 #include "platform/CheckedMath.h"
 #include "platform/FileIO.h"
-#include "utils/TileGrid.h"
+#include "index/BoxGrid.h"
 #include "utils/TileSetFile.h"
 
 #include <unistd.h>
@@ -228,7 +228,7 @@ TileSet PersistentPointSourceWriter::getTileSet(const QMFileSpec& index) const
 void PersistentPointSourceWriter::write(const QMFileSpec& index) const
 {
     const TileSet set = getTileSet(index);
-    const TileGrid grid(set.info->getBounds());
+    const BoxGrid grid(set.info->getBounds());
     const Scoped<MemoryRTree> tree(MemoryRTree::create());
     for (std::size_t i = 0; i < set.tiles.size(); ++i)
         if (set.tiles[i].numPoints != 0)

@@ -31,6 +31,25 @@ void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmd
 void addFilterOptions(QMCmdLine& cmdLine);
 Scoped<PointSource> handleFilterOptions(const QMCmdLine& cmdLine, const Scoped<PointSource>& source);
 
+// "ofld"/"outFields", "s"/"subsample", "c"/"crop": which points and channels of a source are wanted.
+void addOutFieldsOption(QMCmdLine& cmdLine);
+void addSubsampleOption(QMCmdLine& cmdLine);
+void addCropOption(QMCmdLine& cmdLine);
+// All channels of the source when none are named.
+PointInfo getOutFields(const QMCmdLine& cmdLine, const PointSource& source);
+double getFraction(const QMCmdLine& cmdLine);
+Bounds getCropBox(const QMCmdLine& cmdLine);
+
+// "d"/"depth", for addInput().
+void addDepthOption(QMCmdLine& cmdLine);
+// Adds what a user named: a file of any kind, a list, or the files of a directory and of "depth" levels below it.
+// What does not exist is the system's error.
+void addInput(FilePointSourceManager& files, const char* name, const QMCmdLine& cmdLine);
+// The file, or the mosaic of several; `verbose` prints a summary of each.
+Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose);
+// A writer truncates its output, which must not be what it reads: -1 "the output '%s' is the input file".
+void refuseSameFile(const char* input, const char* output);
+
 // Adds a file, or the files of a directory and of `depth` levels of directories below it: those of a
 // directory in the order of their names, whatever their case, then its directories. Lists stand for the files
 // that they name; text files, indexes and the null name are passed over. A directory that cannot be read is

@@ -48,6 +48,19 @@ std::size_t PointWriter::getBlockSize() const
     return static_cast<std::size_t>(std::min<std::uint64_t>(m_chunckSize, points));
 }
 
+PointInfo PointWriter::getSupported(const PointInfo& layout, ProgressDelegate* delegate) const
+{
+    PointInfo supported;
+    if (supportedChannels(layout, supported) && delegate) {
+        for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
+            const char* name = layout.getChannel(i).getName();
+            if (!supported.hasChannel(name))
+                delegate->warning("the output format does not support channel '%s'", name);
+        }
+    }
+    return supported;
+}
+
 void PointWriter::groomMetadata(const Bounds& bounds, double fraction)
 {
     const Bounds& all = m_source->getBounds();
@@ -79,14 +92,7 @@ void SimplePointWriter::setQuantization(const double* scale, const double* offse
 std::int64_t SimplePointWriter::write(const Bounds& bounds, double fraction, const PointInfo& layout,
                                       ProgressDelegate* delegate)
 {
-    PointInfo supported;
-    if (supportedChannels(layout, supported) && delegate) {
-        for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
-            const char* name = layout.getChannel(i).getName();
-            if (!supported.hasChannel(name))
-                delegate->warning("the output format does not support channel '%s'", name);
-        }
-    }
+    const PointInfo supported = getSupported(layout, delegate);
     if (delegate)
         delegate->setTotal(getSrc()->getTotalWork(bounds, fraction) + getTotalWork(bounds, fraction));
 

@@ -43,6 +43,8 @@ protected:
 
     // The chunk size, or the number of points when that is smaller.
     std::size_t getBlockSize() const;
+    // What the format can hold of a layout; warns of the channels that are dropped.
+    PointInfo getSupported(const PointInfo& layout, ProgressDelegate* delegate) const;
 
 private:
     Scoped<PointSource> m_source;

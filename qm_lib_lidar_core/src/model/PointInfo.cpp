@@ -91,6 +91,14 @@ int PointInfo::getChannelIndex(const char* name) const noexcept
     return channel ? static_cast<int>(channel - m_channels.data()) : -1;
 }
 
+std::size_t PointInfo::getPointSize() const noexcept
+{
+    std::size_t size = 0;
+    for (const ChannelInfo& channel : m_channels)
+        size += DataTypeUtils::getSize(channel.getDataType());
+    return size;
+}
+
 bool PointInfo::hasValidXYZ() const noexcept
 {
     for (const char* name : {ChannelNames::x, ChannelNames::y, ChannelNames::z}) {

@@ -39,6 +39,9 @@ public:
     // The first match, or -1.
     int getChannelIndex(const char* name) const noexcept;
 
+    // Bytes of one point, all channels together.
+    std::size_t getPointSize() const noexcept;
+
     bool operator==(const PointInfo& other) const noexcept { return m_channels == other.m_channels; }
 
     // Whether "X", "Y" and "Z" are there, each FLOAT64. Whoever needs coordinates tests this.

@@ -49,21 +49,23 @@ void extractPart(Kernel* __restrict kernel, const void* samples, std::size_t cou
     }
 }
 
+// Each part is cut out into whatever integer the kernel has.
 template <class Float>
 void extract(ChannelData& kernel, const ChannelData& channel, std::size_t count, ConversionAction action)
 {
     using Parts = Layout<Float>;
-    const void* samples = channel.getData();
-    if (action == CONVERT_EXTRACT_FRACTION) {
-        extractPart<Float>(static_cast<typename Parts::Kernel*>(kernel.getData()), samples, count, 0,
-                           Parts::fractionBits);
-        return;
+    int shift = 0;
+    int width = Parts::fractionBits;
+    if (action != CONVERT_EXTRACT_FRACTION) {
+        const bool isExponent = action == CONVERT_EXTRACT_EXPONENT;
+        shift = isExponent ? Parts::fractionBits : Parts::fractionBits + Parts::exponentBits;
+        width = isExponent ? Parts::exponentBits : 1;
     }
-    auto* small = static_cast<std::int16_t*>(kernel.getData());
-    if (action == CONVERT_EXTRACT_EXPONENT)
-        extractPart<Float>(small, samples, count, Parts::fractionBits, Parts::exponentBits);
-    else
-        extractPart<Float>(small, samples, count, Parts::fractionBits + Parts::exponentBits, 1);
+    visitDataType(kernel.getDataType(), [&](auto zero) {
+        using T = decltype(zero);
+        if constexpr (std::is_integral_v<T> && std::is_signed_v<T> && sizeof(T) >= 2)
+            extractPart<Float>(static_cast<T*>(kernel.getData()), channel.getData(), count, shift, width);
+    });
 }
 
 template <class Float>
@@ -161,6 +163,15 @@ DataType WaveletChannelInfo::integerKernel(int bits) const
     return total <= 15 ? SINT16 : total <= 31 ? SINT32 : SINT64;
 }
 
+int WaveletChannelInfo::countBits(std::int64_t low, std::int64_t high) noexcept
+{
+    // Unsigned, so that neither a range of 2^63 and more nor the limits of a channel without samples (the
+    // smallest above the largest) overflow: both give the widest kernel.
+    const std::uint64_t range =
+        low <= high ? static_cast<std::uint64_t>(high) - static_cast<std::uint64_t>(low) : 0;
+    return binaryDigits(std::max({range, magnitude(low), magnitude(high)}));
+}
+
 void WaveletChannelInfo::deriveKernel()
 {
     if (TransformUtils::isFloatingPoint(m_transform)) {
@@ -169,13 +180,9 @@ void WaveletChannelInfo::deriveKernel()
         m_offset = m_scale = 0;
         return;
     }
-    // Unsigned, so that neither a range of 2^63 and more nor the limits of a channel without samples (the
-    // smallest above the largest) overflow: both give the widest kernel.
     const std::int64_t low = m_minimum.integer;
     const std::int64_t high = m_maximum.integer;
-    const std::uint64_t range =
-        low <= high ? static_cast<std::uint64_t>(high) - static_cast<std::uint64_t>(low) : 0;
-    m_bits = binaryDigits(std::max({range, magnitude(low), magnitude(high)}));
+    m_bits = countBits(low, high);
     if (nameBehind(fraction64Prefix))
         m_kernelDataType = SINT64;
     else if (nameBehind(fraction32Prefix))

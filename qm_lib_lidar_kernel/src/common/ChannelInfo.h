@@ -56,6 +56,9 @@ public:
     WaveletChannelInfo& operator=(const WaveletChannelInfo& other);
     virtual ~WaveletChannelInfo();
 
+    // The significant bits of kernel samples in this range.
+    static int countBits(std::int64_t low, std::int64_t high) noexcept;
+
     // For writing: the kernel type follows from the bits and the headroom of the transform.
     void init(const char* name, DataType dataType, int bits, TransformType transform,
               std::uint32_t subblockSize, double offset, double scale);

@@ -93,44 +93,9 @@ void MQEncoder::begin(void* buffer, std::size_t) noexcept
     A = 0x8000;
     CT = 12;
     B = nothingPending;
+    m_shifts = 0;
     m_start = m_current = static_cast<std::uint8_t*>(buffer);
     resetContexts();
-}
-
-void MQEncoder::encode(int context, int bit) noexcept
-{
-    const State*& entry = m_contexts[static_cast<std::size_t>(context)];
-    const State& state = *entry;
-    const std::uint32_t Qe = state.Qe;
-    A -= Qe;
-    if (static_cast<std::uint32_t>(bit) == state.MPS) {
-        if (A & 0x8000) {
-            C += Qe;
-            return;
-        }
-        if (A < Qe)
-            A = Qe;
-        else
-            C += Qe;
-        entry = state.nextMPS;
-    } else {
-        if (A < Qe)
-            C += Qe;
-        else
-            A = Qe;
-        entry = state.nextLPS;
-    }
-    renormalise();
-}
-
-void MQEncoder::renormalise() noexcept
-{
-    do {
-        A <<= 1;
-        C <<= 1;
-        if (--CT == 0)
-            byteOut();
-    } while (!(A & 0x8000));
 }
 
 // One byte is held back in B so that a carry out of C can still reach it.
@@ -168,6 +133,24 @@ std::size_t MQEncoder::end() noexcept
     if (B < 0xFF)
         *m_current++ = static_cast<std::uint8_t>(B); // a last 0xFF is what the decoder is fed anyway
     return static_cast<std::size_t>(m_current - m_start);
+}
+
+// The decoder begins with two bytes and one bit of them to spare (none when the second is a stuffed one), and
+// takes another byte whenever its bits are used up.
+std::size_t MQEncoder::decoderPosition() const noexcept
+{
+    const auto byteAt = [this](std::size_t index) -> std::uint32_t {
+        return m_start + index < m_current ? m_start[index] : 0xFF;
+    };
+    std::size_t position = 2;
+    std::uint32_t last = byteAt(1);
+    std::uint64_t bits = byteAt(0) == 0xFF && last < 0x90 ? 0 : 1;
+    while (bits < m_shifts) {
+        const std::uint32_t byte = byteAt(position++);
+        bits += last == 0xFF && byte < 0x90 ? 7 : 8;
+        last = byte;
+    }
+    return position;
 }
 
 void MQDecoder::begin(const void* data, std::size_t length) noexcept

@@ -54,14 +54,25 @@ class QM_API MQEncoder : public MQBase
 public:
     // The buffer must hold all that is coded; it is never checked.
     void begin(void* buffer, std::size_t capacity) noexcept;
-    void encode(int context, int bit) noexcept;
+    void encode(int context, int bit) noexcept
+    {
+        encode(m_contexts[static_cast<std::size_t>(context)], static_cast<std::uint32_t>(bit));
+    }
+    // The same decision `count` times.
+    void encodeRun(int context, int bit, std::size_t count) noexcept;
     // Flushes and returns the bytes written since begin().
     std::size_t end() noexcept;
 
+    // How many bytes of the segment, followed by bytes of 0xFF, a decoder has taken when it has decoded
+    // everything; it may be more than end() has written. Called after end().
+    std::size_t decoderPosition() const noexcept;
+
 private:
-    void renormalise() noexcept;
+    inline void encode(const State*& context, std::uint32_t bit) noexcept;
+    inline void renormalise() noexcept;
     void byteOut() noexcept;
 
+    std::uint64_t m_shifts = 0; // of all renormalisations, as many as the decoder makes
     std::uint8_t* m_start = nullptr;
     std::uint8_t* m_current = nullptr;
 };
@@ -91,6 +102,65 @@ private:
     const std::uint8_t* m_current = nullptr;
     const std::uint8_t* m_end = nullptr;
 };
+
+inline void MQEncoder::encode(const State*& context, std::uint32_t bit) noexcept
+{
+    const State& state = *context;
+    const std::uint32_t Qe = state.Qe;
+    A -= Qe;
+    if (bit == state.MPS) {
+        if (A & 0x8000) {
+            C += Qe;
+            return;
+        }
+        if (A < Qe)
+            A = Qe;
+        else
+            C += Qe;
+        context = state.nextMPS;
+    } else {
+        if (A < Qe)
+            C += Qe;
+        else
+            A = Qe;
+        context = state.nextLPS;
+    }
+    renormalise();
+}
+
+// Decisions that confirm the more probable symbol only add up until the interval has shrunk to half.
+inline void MQEncoder::encodeRun(int context, int bit, std::size_t count) noexcept
+{
+    const State*& entry = m_contexts[static_cast<std::size_t>(context)];
+    while (count != 0) {
+        if (static_cast<std::uint32_t>(bit) == entry->MPS) {
+            const std::uint32_t room = (A - 0x8000) / entry->Qe;
+            const auto steps = static_cast<std::uint32_t>(count < room ? count : room);
+            A -= steps * entry->Qe;
+            C += steps * entry->Qe;
+            count -= steps;
+            if (count == 0)
+                return;
+        }
+        encode(entry, static_cast<std::uint32_t>(bit));
+        --count;
+    }
+}
+
+// All shifts up to the next byte at once: A is never 0, and its top bit is to become bit 15.
+inline void MQEncoder::renormalise() noexcept
+{
+    auto shift = static_cast<std::uint32_t>(__builtin_clz(A)) - 16;
+    m_shifts += shift;
+    A <<= shift;
+    while (shift >= CT) {
+        C <<= CT;
+        shift -= CT;
+        byteOut();
+    }
+    C <<= shift;
+    CT -= shift;
+}
 
 inline std::uint32_t MQDecoder::decode(const State*& context) noexcept
 {

@@ -35,6 +35,8 @@ QM_API bool isInteger(TransformType type);
 QM_API bool isFloatingPoint(TransformType type);
 // Whether bands are lifted at all: the lifting order is not 0.
 QM_API bool isWavelet(TransformType type);
+// Whether the low bands are smoothed. Without an update step they hold samples of the channel itself.
+QM_API bool hasUpdate(TransformType type);
 // How many neighbours on each side a lifting step reads: 1, or 2 for the third order.
 QM_API std::size_t getPadding(TransformType type);
 

@@ -1,23 +1,6 @@
 #include "decode/ACInteger.h"
 
-#include <algorithm>
-
 namespace Quillmoran {
-
-namespace {
-
-constexpr int modelledBits = 8; // leading bits of a magnitude that have a model; the rest is raw
-constexpr int rawBitsAtOnce = 8;
-
-} // namespace
-
-void ACIntegerModels::reset()
-{
-    sign.setAlphabet(3);
-    length.setAlphabet(numLengths);
-    for (std::uint32_t i = 0; i < numLengths; ++i)
-        lowBits[i].setAlphabet(i < 6 ? 2u << i : largestAlphabet);
-}
 
 template <class T>
 ACInteger<T>::ACInteger(DataType type, TransformType transform, const char* name, std::size_t subblockSize)
@@ -39,6 +22,8 @@ typename ACInteger<T>::U ACInteger<T>::decodeMagnitude(ACDecoder& decoder)
     if (length < 2)
         return 1;
     const std::uint32_t low = decoder.decode(m_models.lowBits[length - 1]);
+    constexpr int modelledBits = ACIntegerModels::modelledBits;
+    constexpr int rawBitsAtOnce = ACIntegerModels::rawBitsAtOnce;
     if (length <= modelledBits)
         return static_cast<U>(1u << (length - 1) | low);
     U value = static_cast<U>(1u << (modelledBits - 1) | low);

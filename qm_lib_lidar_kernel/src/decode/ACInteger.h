@@ -3,32 +3,11 @@
 // start afresh in every subblock.
 #pragma once
 
-#include "common/ArithmeticCoder.h"
+#include "common/ACIntegerModels.h"
 #include "decode/SubblockReader.h"
 #include "platform/ByteOrder.h"
 
 namespace Quillmoran {
-
-// The models of one subblock, the same on both sides. The sizes are part of the format.
-struct QM_API ACIntegerModels
-{
-    static constexpr std::uint32_t numLengths = 16;
-    static constexpr std::uint32_t largestAlphabet = 128;
-
-    enum Sign : std::uint32_t
-    {
-        NEGATIVE = 0,
-        ZERO = 1,
-        POSITIVE = 2
-    };
-
-    ACBase::DataModel sign;
-    ACBase::DataModel length;
-    ACBase::DataModel lowBits[numLengths]; // by the bit length less one
-
-    // Sizes the models on first use and returns them to their first state.
-    void reset();
-};
 
 template <class T>
 class QM_API ACInteger final : public SubblockReader

@@ -11,17 +11,10 @@
 //   update_ORDER3   high -2 .. lowCount          predict_ORDER3   low -1 .. highCount + 1
 #pragma once
 
-#include "common/TransformUtils.h"
-#include "model/DataType.h"
+#include "common/Lifting.h"
 #include "platform/Export.h"
 
-#include <cstddef>
-
 namespace Quillmoran {
-
-// `update` changes low[0, lowCount) and reads high; `predict` changes high[0, highCount) and reads low. The
-// arrays hold the sample type that the step was chosen for.
-using LiftingStep = void (*)(void* low, std::size_t lowCount, void* high, std::size_t highCount);
 
 namespace TransformUtils {
 

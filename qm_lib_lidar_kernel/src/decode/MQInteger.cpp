@@ -1,55 +1,15 @@
 #include "decode/MQInteger.h"
 
+#include "common/BitPlanes.h"
 #include "platform/Stream.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
 
 namespace Quillmoran {
 
 namespace {
 
 constexpr int subblockError = 40207;
-
-// The states of a coefficient; they are digits of the context numbers.
-enum CoefficientState : std::uint8_t
-{
-    POSITIVE = 0,
-    INSIGNIFICANT = 1,
-    NEGATIVE = 2
-};
-
-constexpr int signContexts = 9; // 3 * left + right
-
-// The context of a coefficient's first decision in a plane by the states of its left neighbour, its own and
-// its right neighbour: 0 to 8 for whether it becomes significant, 18 to 35 for the next bit of one that is.
-constexpr auto firstContexts = [] {
-    std::array<std::uint8_t, 27> contexts{};
-    for (int left = 0; left < 3; ++left) {
-        for (int own = 0; own < 3; ++own) {
-            for (int right = 0; right < 3; ++right) {
-                const int significance = 3 * left + right;
-                const int refinement = 18 + 6 * left + (own == NEGATIVE ? 3 : 0) + right;
-                contexts[static_cast<std::size_t>(9 * left + 3 * own + right)] =
-                    static_cast<std::uint8_t>(own == INSIGNIFICANT ? significance : refinement);
-            }
-        }
-    }
-    return contexts;
-}();
-
-// The plane codes of all top planes below `top`.
-constexpr std::uint32_t codesBelow(std::uint32_t top)
-{
-    return top * (top + 1) * (top + 5) / 6;
-}
-
-// Within one top plane, the codes of all bottom planes below `bottom`.
-constexpr std::uint32_t codesBelowBottom(std::uint32_t top, std::uint32_t bottom)
-{
-    return bottom * (2 * top + 5 - bottom) / 2;
-}
 
 // Raw bits are taken from the least significant end of each byte. Behind the last byte come zeros.
 class RawBits
@@ -109,23 +69,15 @@ std::size_t MQInteger<T>::readSubblockHeader(StreamReader& headers)
     return 0;
 }
 
-// Codes number the triples (top, bottom, raw top) with top ascending, within it bottom from 0 to top, within
-// that raw top from bottom - 1 to top: (0,0,-1) (0,0,0) (1,0,-1) (1,0,0) (1,0,1) (1,1,0) (1,1,1) (2,0,-1) ...
 template <class T>
 void MQInteger<T>::setPlanes(std::uint32_t code)
 {
-    std::uint32_t top = 0;
-    while (codesBelow(top + 1) <= code)
-        ++top;
-    if (top >= 8 * sizeof(T))
+    const BitPlanes planes = BitPlanes::fromCode(code);
+    if (planes.top >= static_cast<int>(8 * sizeof(T)))
         QM_THROW(subblockError, "bad read -- subblock header");
-    const std::uint32_t inTop = code - codesBelow(top);
-    std::uint32_t bottom = 0;
-    while (bottom < top && codesBelowBottom(top, bottom + 1) <= inTop)
-        ++bottom;
-    m_topPlane = static_cast<int>(top);
-    m_bottomPlane = static_cast<int>(bottom);
-    m_rawTopPlane = m_bottomPlane - 1 + static_cast<int>(inTop - codesBelowBottom(top, bottom));
+    m_topPlane = planes.top;
+    m_bottomPlane = planes.bottom;
+    m_rawTopPlane = planes.rawTop;
 }
 
 template <class T>

@@ -1,3 +1,4 @@
+#include "common/IndexVersion.h"
 #include "decode/ChunkPayload.h"
 #include "decode/ChunkReader.h"
 #include "decode/WaveletDecoderInfo.h"
@@ -12,12 +13,6 @@ constexpr int headerError = 40203;
 constexpr int indexError = 40205;
 constexpr int subbandError = 40207;
 constexpr int unsupportedError = 40211;
-
-enum IndexVersion : std::uint8_t
-{
-    INDEX_IN_MEMORY = 1,
-    INDEX_ON_DISK = 2
-};
 
 } // namespace
 

@@ -1,6 +1,6 @@
 #include "decode/WaveletDecoder.h"
 
-#include "decode/ParallelLoop.h"
+#include "common/ParallelLoop.h"
 #include "framework/ProgressDelegate.h"
 #include "platform/Base.h"
 

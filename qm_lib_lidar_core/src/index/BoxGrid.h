@@ -1,16 +1,17 @@
-// The grid on which the tree of an index stores the tiles' boxes in 32 bits. Storing rounds to the nearest
-// line, so each box is made larger by a step first: a query that meets a tile meets its stored box.
+// A grid on which the disk form of an R-tree stores boxes in 32 bits. Storing rounds to the nearest line, so each
+// box is made larger by a step first: a query that meets a box meets its stored form.
 #pragma once
 
 #include "model/Bounds.h"
+#include "platform/Export.h"
 
 namespace Quillmoran {
 
-class TileGrid
+class QM_API BoxGrid
 {
 public:
     // For boxes within these finite bounds, or bounds that are empty.
-    explicit TileGrid(const Bounds& bounds);
+    explicit BoxGrid(const Bounds& bounds);
 
     const double* steps() const noexcept { return m_steps; } // of x, y and z
     Bounds widen(const Bounds& box) const;

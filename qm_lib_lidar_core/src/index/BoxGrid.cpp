@@ -1,4 +1,4 @@
-#include "utils/TileGrid.h"
+#include "index/BoxGrid.h"
 
 #include <algorithm>
 #include <cmath>
@@ -20,11 +20,11 @@ double chooseStep(const Bounds::Range& range)
 
 } // namespace
 
-TileGrid::TileGrid(const Bounds& bounds)
+BoxGrid::BoxGrid(const Bounds& bounds)
     : m_steps{chooseStep(bounds.x), chooseStep(bounds.y), chooseStep(bounds.z)}
 {}
 
-Bounds TileGrid::widen(const Bounds& box) const
+Bounds BoxGrid::widen(const Bounds& box) const
 {
     Bounds wider = box;
     Bounds::Range* const ranges[] = {&wider.x, &wider.y, &wider.z};

@@ -1,4 +1,4 @@
-#include "decode/ParallelLoop.h"
+#include "common/ParallelLoop.h"
 
 #include <exception>
 #include <vector>

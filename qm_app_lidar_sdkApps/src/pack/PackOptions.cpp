@@ -1,0 +1,99 @@
+#include "pack/PackOptions.h"
+
+#include "cli/QMCmdLine.h"
+#include "platform/Base.h"
+
+#include <charconv>
+#include <cstring>
+#include <string>
+
+namespace Quillmoran::PackOptions {
+
+namespace {
+
+std::uint32_t parseNumber(const char* begin, const char* end, const char* option, const char* text)
+{
+    std::uint32_t value = 0;
+    const auto [rest, error] = std::from_chars(begin, end, value);
+    if (error != std::errc() || rest != end)
+        QM_THROW(-1, "bad value '%s' of -%s", text, option);
+    return value;
+}
+
+template <class Integer>
+Integer narrow(std::uint32_t value, const char* option)
+{
+    const auto narrowed = static_cast<Integer>(value);
+    if (narrowed != value)
+        QM_THROW(-1, "the value %u of -%s is too large", value, option);
+    return narrowed;
+}
+
+// "number" for all channels, or "channel=number"; from the end, since a channel's name may hold an "=".
+template <class Set>
+void parseChoices(const QMCmdLine& cmdLine, const char* option, EncodeOptions& options, Set set)
+{
+    std::size_t count = 0;
+    const char* const* texts = cmdLine.getStringArray(option, count);
+    for (std::size_t i = 0; i < count; ++i) {
+        const char* const text = texts[i];
+        const char* const equals = std::strrchr(text, '=');
+        const char* const number = equals ? equals + 1 : text;
+        const std::uint32_t value = parseNumber(number, text + std::strlen(text), option, text);
+        if (equals)
+            set(options.byChannel[std::string(text, equals)], value);
+        else
+            set(options.all, value);
+    }
+}
+
+std::uint8_t getVersion(const QMCmdLine& cmdLine, const char* option, std::uint8_t newest)
+{
+    return cmdLine.isPresent(option) ? narrow<std::uint8_t>(cmdLine.getUint(option), option) : newest;
+}
+
+} // namespace
+
+void add(QMCmdLine& cmdLine)
+{
+    cmdLine.addStringArray("t", "transform",
+                           "transform code, for all channels that it suits or as <channel>=<code>.  May be repeated.\n"
+                           "  By default each channel gets the one of 10, 11, 13, 90, 91, 93, 70, 71 and 73 that "
+                           "serves it best",
+                           false, -1);
+    cmdLine.addFlag("smooth", nullptr,
+                    "choose among the transforms that smooth: coarse levels hold averages, not points of the input");
+    cmdLine.addStringArray("sb", "subblockSize",
+                           "samples per subblock, for all channels or as <channel>=<samples>.  May be repeated", false,
+                           -1);
+    cmdLine.addUint("levels", nullptr, "number of levels, 1 to 64.  By default the coarsest has about 512 points",
+                    false);
+    cmdLine.addUint("pe", "pointsPerEntry", "points per box of the spatial index", false);
+    cmdLine.addUint("fileVersion", nullptr, "version of the file, 1 to 4.  Default is 4, the newest", false);
+    cmdLine.addUint("headerVersion", nullptr, "version of the wavelet header, 1 or 2.  Default is 2", false);
+    cmdLine.addUint("indexVersion", nullptr, "version of the index, 1 or 2.  Default is 2", false);
+    cmdLine.addUint("bandVersion", nullptr, "version of the subbands, 1 to 3.  Default is 3", false);
+}
+
+EncodeOptions get(const QMCmdLine& cmdLine)
+{
+    EncodeOptions options;
+    options.all.smooth = cmdLine.getFlag("smooth");
+    parseChoices(cmdLine, "transform", options, [](ChannelChoice& choice, std::uint32_t value) {
+        choice.transform = narrow<TransformType>(value, "transform");
+    });
+    parseChoices(cmdLine, "subblockSize", options,
+                 [](ChannelChoice& choice, std::uint32_t value) { choice.subblockSize = value; });
+    if (cmdLine.isPresent("levels"))
+        options.numLevels = cmdLine.getUint("levels");
+    if (cmdLine.isPresent("pointsPerEntry"))
+        options.pointsPerEntry = cmdLine.getUint("pointsPerEntry");
+    options.versions.file = getVersion(cmdLine, "fileVersion", options.versions.file);
+    options.versions.header = getVersion(cmdLine, "headerVersion", options.versions.header);
+    options.versions.index = getVersion(cmdLine, "indexVersion", options.versions.index);
+    options.versions.band = getVersion(cmdLine, "bandVersion", options.versions.band);
+    options.check();
+    return options;
+}
+
+} // namespace Quillmoran::PackOptions

@@ -1,0 +1,18 @@
+// The options of vxpack that say how a file is coded.
+#pragma once
+
+#include "encode/EncodeOptions.h"
+
+namespace Quillmoran {
+
+class QMCmdLine;
+
+namespace PackOptions {
+
+void add(QMCmdLine& cmdLine);
+// -1 for a text that is not of an option's format, 40007 for a value out of its range.
+EncodeOptions get(const QMCmdLine& cmdLine);
+
+} // namespace PackOptions
+
+} // namespace Quillmoran

@@ -1,0 +1,130 @@
+#include "pack/Packer.h"
+
+#include "files/QMFileUtils.h"
+#include "filters/HilbertOrder.h"
+#include "filters/QuantizeFilter.h"
+#include "framework/PercentProgressDelegate.h"
+#include "pack/PackOptions.h"
+#include "pack/PackReport.h"
+#include "platform/Base.h"
+#include "utils/ThreadPool.h"
+#include "utils/Utils.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr char description[] = "Encodes LiDAR files as VX7 files";
+
+} // namespace
+
+Packer::Packer() : m_cmdLine("vxpack", description, description, true)
+{
+    Utils::setVersion(m_cmdLine);
+    Utils::addCommonOptions(m_cmdLine);
+    m_cmdLine.addStringArray("i", "inputFile",
+                             "LAS, LAZ, BPF, VX7 or text file, list of files, index or directory.  May be repeated; "
+                             "several files become one cloud",
+                             true, -1);
+    m_cmdLine.addString("o", "outputFile", "name of output file, ending in .vxl", true);
+    Utils::addDepthOption(m_cmdLine);
+    Utils::addTXTPointReaderOptions(m_cmdLine);
+    Utils::addOutFieldsOption(m_cmdLine);
+    Utils::addFilterOptions(m_cmdLine);
+    Utils::addSubsampleOption(m_cmdLine);
+    Utils::addCropOption(m_cmdLine);
+    m_cmdLine.addFloatArray("quantize", nullptr,
+                            "round coordinates to these steps (x, y, z).  The only option that changes values", false,
+                            3);
+    m_cmdLine.addString("order", nullptr,
+                        "order of the points: 'input' as they come (default), or 'hilbert' along a curve that keeps "
+                        "neighbours together, so that boxes are read faster",
+                        false);
+    PackOptions::add(m_cmdLine);
+}
+
+void Packer::parse(int argc, const char* const* argv)
+{
+    m_cmdLine.parse(argc, argv);
+}
+
+void Packer::run()
+{
+    ThreadPool pool(m_cmdLine.isPresent("numThreads") ? m_cmdLine.getUint("numThreads") : 0);
+    pool.execute([this] { pack(); });
+}
+
+void Packer::pack() const
+{
+    const char* output = m_cmdLine.getString("outputFile");
+    if (Utils::getPointSourceType(output) != POINT_SOURCE_VX7)
+        QM_THROW(-1, "the name of the output must end in '.vxl': '%s'", output);
+    const EncodeOptions options = PackOptions::get(m_cmdLine);
+
+    const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
+    addInputs(*files);
+    const Scoped<PointSource> source = applyFilters(Utils::openInputs(*files, m_cmdLine.getFlag("verbose")));
+
+    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
+    writer->init(source.get(), output);
+    writer->setOptions(options);
+    PercentProgressDelegate delegate;
+    const std::int64_t count = writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine),
+                                             Utils::getOutFields(m_cmdLine, *source), &delegate);
+    printResult(*writer, count);
+}
+
+void Packer::addInputs(FilePointSourceManager& files) const
+{
+    Utils::setTextOptions(files, true, m_cmdLine);
+    std::size_t count = 0;
+    const char* const* names = m_cmdLine.getStringArray("inputFile", count);
+    for (std::size_t i = 0; i < count; ++i)
+        Utils::addInput(files, names[i], m_cmdLine);
+    if (files.getNumSources() == 0)
+        QM_THROW(-1, "there are no files to read");
+    for (std::size_t i = 0; i < files.getNumSources(); ++i)
+        Utils::refuseSameFile(files.getFilename(i), m_cmdLine.getString("outputFile"));
+}
+
+Scoped<PointSource> Packer::applyFilters(Scoped<PointSource> source) const
+{
+    source = Utils::handleFilterOptions(m_cmdLine, source);
+    if (m_cmdLine.isPresent("quantize")) {
+        Scoped<QuantizeFilter> filter(QuantizeFilter::create());
+        filter->init(source.get(), m_cmdLine.getFloatArray("quantize"));
+        source = Scoped<PointSource>(filter.detach());
+    }
+    if (!m_cmdLine.isPresent("order"))
+        return source;
+    const char* order = m_cmdLine.getString("order");
+    if (std::strcmp(order, "hilbert") == 0) {
+        Scoped<HilbertOrder> filter(HilbertOrder::create());
+        filter->init(source.get());
+        return Scoped<PointSource>(filter.detach());
+    }
+    if (std::strcmp(order, "input") != 0)
+        QM_THROW(-1, "unknown order '%s', it is 'input' or 'hilbert'", order);
+    return source;
+}
+
+void Packer::printResult(const VX7PointWriter& writer, std::int64_t numPoints) const
+{
+    const std::int64_t size = QMFileUtils::getSize(m_cmdLine.getString("outputFile"));
+    std::printf("\n%lld points written, %lld bytes", static_cast<long long>(numPoints), static_cast<long long>(size));
+    if (numPoints > 0)
+        std::printf(", %.3f a point", static_cast<double>(size) / static_cast<double>(numPoints));
+    std::putchar('\n');
+    if (m_cmdLine.isPresent("quantize")) {
+        const double* steps = m_cmdLine.getFloatArray("quantize");
+        std::printf("coordinates were rounded to steps of %g, %g and %g: this file is not lossless\n", steps[0],
+                    steps[1], steps[2]);
+    }
+    if (m_cmdLine.getFlag("verbose"))
+        printPackReport(stdout, writer, numPoints);
+}
+
+} // namespace Quillmoran

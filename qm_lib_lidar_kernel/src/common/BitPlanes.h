@@ -1,0 +1,79 @@
+// How integers are coded bit plane by bit plane: which planes are coded how, and the contexts of the decisions.
+//
+//   plane   t  ...  r+1 | r  ...  l | l-1 ... 0
+//           MQ coded    | raw bits  | zero
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace Quillmoran {
+
+// The states of a coefficient; they are digits of the context numbers.
+enum CoefficientState : std::uint8_t
+{
+    POSITIVE = 0,
+    INSIGNIFICANT = 1,
+    NEGATIVE = 2
+};
+
+inline constexpr int signContexts = 9; // 3 * left + right
+
+// The context of a coefficient's first decision in a plane by the states of its left neighbour, its own and
+// its right neighbour: 0 to 8 for whether it becomes significant, 18 to 35 for the next bit of one that is.
+inline constexpr auto firstContexts = [] {
+    std::array<std::uint8_t, 27> contexts{};
+    for (int left = 0; left < 3; ++left) {
+        for (int own = 0; own < 3; ++own) {
+            for (int right = 0; right < 3; ++right) {
+                const int significance = 3 * left + right;
+                const int refinement = 18 + 6 * left + (own == NEGATIVE ? 3 : 0) + right;
+                contexts[static_cast<std::size_t>(9 * left + 3 * own + right)] =
+                    static_cast<std::uint8_t>(own == INSIGNIFICANT ? significance : refinement);
+            }
+        }
+    }
+    return contexts;
+}();
+
+// The planes of a subblock. Codes number the triples (top, bottom, raw top) with top ascending, within it bottom
+// from 0 to top, within that raw top from bottom - 1 to top:
+// (0,0,-1) (0,0,0) (1,0,-1) (1,0,0) (1,0,1) (1,1,0) (1,1,1) (2,0,-1) ...
+struct BitPlanes
+{
+    int top = 0;
+    int bottom = 0;
+    int rawTop = -1;
+
+    static constexpr BitPlanes fromCode(std::uint32_t code)
+    {
+        std::uint32_t top = 0;
+        while (codesBelow(top + 1) <= code)
+            ++top;
+        const std::uint32_t inTop = code - codesBelow(top);
+        std::uint32_t bottom = 0;
+        while (bottom < top && codesBelowBottom(top, bottom + 1) <= inTop)
+            ++bottom;
+        const auto low = static_cast<int>(bottom);
+        return {static_cast<int>(top), low, low - 1 + static_cast<int>(inTop - codesBelowBottom(top, bottom))};
+    }
+
+    constexpr std::uint32_t toCode() const
+    {
+        const auto t = static_cast<std::uint32_t>(top);
+        const auto b = static_cast<std::uint32_t>(bottom);
+        return codesBelow(t) + codesBelowBottom(t, b) + static_cast<std::uint32_t>(rawTop - bottom + 1);
+    }
+
+private:
+    // The codes of all top planes below `top`.
+    static constexpr std::uint32_t codesBelow(std::uint32_t top) { return top * (top + 1) * (top + 5) / 6; }
+    // Within one top plane, the codes of all bottom planes below `bottom`.
+    static constexpr std::uint32_t codesBelowBottom(std::uint32_t top, std::uint32_t bottom)
+    {
+        return bottom * (2 * top + 5 - bottom) / 2;
+    }
+};
+
+} // namespace Quillmoran

@@ -1,0 +1,90 @@
+#include "encode/ChannelSurvey.h"
+
+#include <algorithm>
+#include <cstring>
+#include <type_traits>
+
+namespace Quillmoran {
+
+namespace {
+
+using Range = ChannelSurvey::Range;
+
+template <class T>
+void growByIntegers(Range& range, const T* samples, std::size_t count)
+{
+    // Unsigned 64-bit samples wrap, as they do in a kernel.
+    using Wrapped = std::conditional_t<sizeof(T) == 8, std::int64_t, T>;
+    auto low = static_cast<Wrapped>(samples[0]);
+    auto high = low;
+    for (std::size_t i = 1; i < count; ++i) {
+        const auto sample = static_cast<Wrapped>(samples[i]);
+        low = sample < low ? sample : low;
+        high = sample > high ? sample : high;
+    }
+    range.grow(static_cast<std::int64_t>(low));
+    range.grow(static_cast<std::int64_t>(high));
+}
+
+// The exponent fields and the signs of IEEE 754 numbers of the width of `Bits`.
+template <class Bits>
+void growByParts(Range& exponents, Range& signs, const void* samples, std::size_t count)
+{
+    constexpr int width = 8 * sizeof(Bits);
+    constexpr int fractionBits = width == 32 ? 23 : 52;
+    const auto* bytes = static_cast<const unsigned char*>(samples);
+    Bits low = ~Bits{0};
+    Bits high = 0;
+    Bits anySign = 0;
+    Bits allSigns = ~Bits{0};
+    for (std::size_t i = 0; i < count; ++i) {
+        Bits bits;
+        std::memcpy(&bits, bytes + i * sizeof bits, sizeof bits);
+        anySign |= bits;
+        allSigns &= bits;
+        const auto exponent = static_cast<Bits>(static_cast<Bits>(bits << 1) >> (fractionBits + 1));
+        low = std::min(low, exponent);
+        high = std::max(high, exponent);
+    }
+    exponents.grow(static_cast<std::int64_t>(low));
+    exponents.grow(static_cast<std::int64_t>(high));
+    signs.grow(static_cast<std::int64_t>(allSigns >> (width - 1)));
+    signs.grow(static_cast<std::int64_t>(anySign >> (width - 1)));
+}
+
+} // namespace
+
+void ChannelSurvey::add(const ChannelData& channel, std::size_t count)
+{
+    if (count == 0)
+        return;
+    if (DataTypeUtils::isFloat(channel.getDataType()))
+        addReals(channel, count);
+    else
+        addIntegers(channel, count);
+}
+
+void ChannelSurvey::addIntegers(const ChannelData& channel, std::size_t count)
+{
+    visitDataType(channel.getDataType(), [&](auto zero) {
+        using T = decltype(zero);
+        if constexpr (std::is_integral_v<T>)
+            growByIntegers(m_range, static_cast<const T*>(channel.getData()), count);
+    });
+}
+
+void ChannelSurvey::addReals(const ChannelData& channel, std::size_t count)
+{
+    if (!m_begun)
+        m_grids = FloatGrid::find(channel, count, m_declared);
+    m_begun = true;
+    m_grids.erase(std::remove_if(m_grids.begin(), m_grids.end(),
+                                 [&](FloatGrid& grid) { return !grid.hold(channel, count); }),
+                  m_grids.end());
+    if (channel.getDataType() == FLOAT32)
+        growByParts<std::uint32_t>(m_exponents, m_signs, channel.getData(), count);
+    else
+        growByParts<std::uint64_t>(m_exponents, m_signs, channel.getData(), count);
+}
+
+} // namespace Quillmoran

@@ -1,0 +1,61 @@
+#include "encode/Decomposition.h"
+
+#include "encode/AnalysisStage.h"
+#include "encode/BandWriter.h"
+#include "platform/Base.h"
+
+#include <cstdint>
+
+namespace Quillmoran {
+
+namespace {
+
+template <class T>
+class DecompositionImp final : public Decomposition
+{
+public:
+    DecompositionImp(DataType type, TransformType transform, std::size_t numLevels)
+        : m_stages(numLevels - 1, AnalysisStage<T>(type, transform))
+    {}
+
+    void put(const void* samples, std::size_t count, bool last, std::vector<BandWriter>& bands) override
+    {
+        const T* low = static_cast<const T*>(samples);
+        std::size_t band = bands.size();
+        for (AnalysisStage<T>& stage : m_stages) {
+            stage.push(low, count, last);
+            bands[--band].put(stage.high().data(), stage.high().size());
+            low = stage.low().data();
+            count = stage.low().size();
+        }
+        bands[0].put(low, count);
+    }
+
+private:
+    std::vector<AnalysisStage<T>> m_stages; // from the finest
+};
+
+} // namespace
+
+Decomposition::~Decomposition() = default;
+
+std::unique_ptr<Decomposition> Decomposition::create(DataType type, TransformType transform,
+                                                     std::size_t numLevels)
+{
+    switch (type) {
+    case SINT16:
+        return std::make_unique<DecompositionImp<std::int16_t>>(type, transform, numLevels);
+    case SINT32:
+        return std::make_unique<DecompositionImp<std::int32_t>>(type, transform, numLevels);
+    case SINT64:
+        return std::make_unique<DecompositionImp<std::int64_t>>(type, transform, numLevels);
+    case FLOAT32:
+        return std::make_unique<DecompositionImp<float>>(type, transform, numLevels);
+    case FLOAT64:
+        return std::make_unique<DecompositionImp<double>>(type, transform, numLevels);
+    default:
+        QM_THROW(40007, "unkown datatype");
+    }
+}
+
+} // namespace Quillmoran

@@ -1,0 +1,77 @@
+#include "encode/IndexWriter.h"
+
+#include "common/IndexVersion.h"
+#include "index/BoxGrid.h"
+#include "index/MemoryRTree.h"
+#include "model/PointData.h"
+#include "platform/Stream.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace Quillmoran {
+
+namespace {
+
+bool isFinite(const Bounds& box)
+{
+    for (const Bounds::Range* range : {&box.x, &box.y, &box.z})
+        if (!std::isfinite(range->min) || !std::isfinite(range->max))
+            return false;
+    return true;
+}
+
+} // namespace
+
+void IndexWriter::add(const PointData& points, std::size_t count)
+{
+    for (std::size_t i = 0; i < count;) {
+        if (m_room == 0) {
+            m_boxes.emplace_back();
+            m_room = m_pointsPerEntry;
+        }
+        const std::size_t taken = std::min<std::size_t>(count - i, m_room);
+        Bounds box = m_boxes.back();
+        for (const std::size_t end = i + taken; i < end; ++i) {
+            box.x.grow(points.getX()[i]);
+            box.y.grow(points.getY()[i]);
+            box.z.grow(points.getZ()[i]);
+        }
+        m_boxes.back() = box;
+        m_room -= static_cast<std::uint32_t>(taken);
+    }
+}
+
+void IndexWriter::write(StreamWriter& out, std::uint8_t version) const
+{
+    Bounds all;
+    for (const Bounds& box : m_boxes)
+        all.grow(box);
+    if (version == INDEX_ON_DISK && !m_boxes.empty() && !isFinite(all))
+        version = INDEX_IN_MEMORY;
+    out.put_be(version);
+    out.put_be(m_pointsPerEntry);
+    if (version == INDEX_IN_MEMORY)
+        writeBoxes(out);
+    else
+        writeTree(out, all);
+}
+
+void IndexWriter::writeBoxes(StreamWriter& out) const
+{
+    out.put_be(static_cast<std::uint32_t>(m_boxes.size()));
+    for (const Bounds& box : m_boxes)
+        for (const double value : {box.x.min, box.x.max, box.y.min, box.y.max, box.z.min, box.z.max})
+            out.put_be(value);
+}
+
+void IndexWriter::writeTree(StreamWriter& out, const Bounds& all) const
+{
+    const BoxGrid grid(all);
+    const Scoped<MemoryRTree> tree(MemoryRTree::create());
+    for (std::size_t i = 0; i < m_boxes.size(); ++i)
+        tree->insert(grid.widen(m_boxes[i]), static_cast<std::int64_t>(i));
+    tree->save(out, grid.steps());
+}
+
+} // namespace Quillmoran

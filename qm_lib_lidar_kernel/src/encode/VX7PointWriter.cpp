@@ -1,0 +1,252 @@
+#include "encode/VX7PointWriter.h"
+
+#include "common/ParallelLoop.h"
+#include "encode/BlockReader.h"
+#include "encode/ChunkWriter.h"
+#include "encode/PointEncoder.h"
+#include "encode/SourceSurvey.h"
+#include "framework/ProgressDelegate.h"
+#include "model/ChannelNames.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr std::size_t blockPoints = 65536;
+constexpr std::size_t smallestBlock = 4096; // for points of many channels
+constexpr std::size_t mostBlockBytes = 16 << 20;
+// The coarsest level keeps at least as many points: previews want no fewer, and chunks cost bytes.
+constexpr std::int64_t coarsestPoints = 512;
+constexpr std::uint32_t mostLevels = 24;
+constexpr std::int64_t mostIndexEntries = 65536;
+constexpr std::int64_t smallFileEntries = 16; // that a small file should have
+constexpr std::uint32_t smallestEntry = 64;     // points
+constexpr char pointCountKey[] = "PreCompressionPointCount";
+constexpr const char* surveying = "surveying points";
+constexpr const char* writing = "writing VX7 file";
+
+// The writer's own work on a point, in units of what its source has with it.
+constexpr double surveyWork = 0.5;
+constexpr double encodeWork = 2;
+
+// Adds the work done and ends a run that is to end.
+void report(ProgressDelegate* delegate, double work, const char* activity)
+{
+    if (!delegate)
+        return;
+    if (delegate->getCancelled())
+        QM_THROW(40006, "VX7 Write operation cancelled.");
+    delegate->updateCompleted(work, activity);
+}
+
+void checkNames(const PointInfo& layout)
+{
+    constexpr std::size_t longestName = 65000; // a record's length field has 16 bits, and prefixes come on top
+    constexpr std::size_t mostChannels = 65535 / 3;
+    if (layout.getNumChannels() > mostChannels)
+        QM_THROW(40007, "more than %zu channels", mostChannels);
+    for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
+        const std::string name = layout.getChannel(i).getName();
+        const bool isPart = name.size() >= WaveletChannelInfo::prefixSize && name[0] == '@' && name[2] == '|';
+        if (name.empty() || name.size() > longestName || isPart)
+            QM_THROW(40007, "a channel cannot be called '%.64s'", name.c_str());
+        if (layout.getChannelIndex(name.c_str()) != static_cast<int>(i))
+            QM_THROW(40007, "two channels are called '%.64s'", name.c_str());
+    }
+}
+
+bool isCoordinate(const ChannelInfo& channel)
+{
+    return channel.isNamed(ChannelNames::x) || channel.isNamed(ChannelNames::y) || channel.isNamed(ChannelNames::z);
+}
+
+} // namespace
+
+VX7PointWriter* VX7PointWriter::create()
+{
+    return new VX7PointWriter;
+}
+
+void VX7PointWriter::init(PointSource* source, const char* path)
+{
+    const Scoped<FileIO::Imp> io(FileIO::create());
+    io->init(path, "w");
+    init(source, io.get());
+}
+
+void VX7PointWriter::init(PointSource* source, IO* io)
+{
+    PointWriter::init(source);
+    m_io = Scoped<IO>::retained(io);
+}
+
+void VX7PointWriter::setOptions(const EncodeOptions& options)
+{
+    options.check();
+    m_options = options;
+}
+
+void VX7PointWriter::setQuantization(const double* scale, const double* offset)
+{
+    m_hasGrid = scale != nullptr;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        m_scale[axis] = scale ? scale[axis] : 0;
+        m_offset[axis] = scale && offset ? offset[axis] : 0;
+    }
+}
+
+bool VX7PointWriter::supportedChannels(const PointInfo& wanted, PointInfo& supported) const
+{
+    for (std::size_t i = 0; i < wanted.getNumChannels(); ++i)
+        if (DataTypeUtils::isKnown(wanted.getChannel(i).getDataType()))
+            supported.append(wanted.getChannel(i));
+    return supported.getNumChannels() != wanted.getNumChannels();
+}
+
+std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const PointInfo& wanted,
+                                   ProgressDelegate* delegate)
+{
+    const PointInfo layout = getSupported(wanted, delegate);
+    checkNames(layout);
+    const double passWork = getSrc()->getTotalWork(bounds, fraction);
+    if (delegate)
+        delegate->setTotal(passWork * (2 + surveyWork + encodeWork));
+    groomMetadata(bounds, fraction);
+
+    std::int64_t numPoints = 0;
+    std::uint32_t numLevels = 1;
+    std::unique_ptr<PointEncoder> encoder;
+    {
+        BlockReader reader = openReader(bounds, fraction, layout, delegate);
+        const SourceSurvey survey(layout, getGrid(), reader, [&](std::size_t count) {
+            report(delegate, static_cast<double>(count) * surveyWork, surveying);
+        });
+        numPoints = survey.getNumPoints();
+        numLevels = chooseLevels(numPoints);
+        const BandFormat format{numLevels, m_options.versions.band == 1,
+                                m_options.versions.file < FileVersions::withSingleLengths, m_options.rawPlanes};
+        const std::vector<ChannelPlan> plans = choosePlans(survey, layout, format);
+        encoder = std::make_unique<PointEncoder>(plans, format, choosePointsPerEntry(numPoints, plans));
+    }
+
+    BlockReader reader = openReader(bounds, fraction, layout, delegate);
+    encoder->encode(reader, [&](std::size_t count) {
+        report(delegate, static_cast<double>(count) * encodeWork, writing);
+    });
+    if (encoder->getNumPoints() != numPoints || !encoder->isWithinPlans())
+        QM_THROW(40007, "the source has changed while it was read");
+    addPointCount(numPoints);
+    writeFile(*encoder, numLevels);
+    summarise(*encoder);
+    return numPoints;
+}
+
+BlockReader VX7PointWriter::openReader(const Bounds& bounds, double fraction, const PointInfo& layout,
+                                       ProgressDelegate* delegate) const
+{
+    Scoped<PointIterator> iterator(getSrc()->createIterator(bounds, fraction, layout, delegate));
+    const std::size_t room = std::max<std::size_t>(mostBlockBytes / (layout.getPointSize() + 1), smallestBlock);
+    return BlockReader(std::move(iterator), layout, std::min(room, blockPoints));
+}
+
+SourceSurvey::CoordinateGrid VX7PointWriter::getGrid() const
+{
+    const Bounds& bounds = getSrc()->getBounds();
+    return {getScale(), getOffset(), {bounds.x.min, bounds.y.min, bounds.z.min}};
+}
+
+std::vector<ChannelPlan> VX7PointWriter::choosePlans(const SourceSurvey& survey, const PointInfo& layout,
+                                                     const BandFormat& format) const
+{
+    const std::vector<const PlanChooser::Run*> runs = survey.getRuns();
+    const PlanChooser chooser(runs, format);
+    std::vector<ChannelPlan> plans(layout.getNumChannels());
+    parallelLoop(plans.size(), [&](std::size_t i) {
+        const ChannelInfo& channel = layout.getChannel(i);
+        plans[i] = chooser.choose(channel, static_cast<int>(i), survey.getChannel(i), getChoice(channel),
+                                  isCoordinate(channel));
+    });
+    return plans;
+}
+
+const ChannelChoice& VX7PointWriter::getChoice(const ChannelInfo& channel) const
+{
+    const auto found = m_options.byChannel.find(channel.getName());
+    return found != m_options.byChannel.end() ? found->second : m_options.all;
+}
+
+std::uint32_t VX7PointWriter::chooseLevels(std::int64_t numPoints) const
+{
+    if (m_options.numLevels)
+        return *m_options.numLevels;
+    std::uint32_t levels = 1;
+    while (levels < mostLevels && numPoints >> levels >= coarsestPoints)
+        ++levels;
+    return levels;
+}
+
+// Ranges of points are joined when they are no further apart than the largest subblock, so finer boxes than that
+// tell a reader little.
+std::uint32_t VX7PointWriter::choosePointsPerEntry(std::int64_t numPoints,
+                                                   const std::vector<ChannelPlan>& plans) const
+{
+    if (m_options.pointsPerEntry)
+        return *m_options.pointsPerEntry;
+    std::uint32_t largest = smallestEntry;
+    for (const ChannelPlan& plan : plans)
+        for (const KernelPlan& part : plan)
+            largest = std::max(largest, part.subblockSize);
+    std::int64_t points = largest;
+    while (points > smallestEntry && numPoints / points < smallFileEntries)
+        points /= 2;
+    while (numPoints / points >= mostIndexEntries)
+        points *= 2;
+    return static_cast<std::uint32_t>(std::min<std::int64_t>(points, INT32_MAX));
+}
+
+void VX7PointWriter::addPointCount(std::int64_t numPoints)
+{
+    Metadata metadata = getMetadata();
+    if (metadata.has(pointCountKey))
+        return;
+    const std::int64_t whole = getSrc()->getNumPoints();
+    const std::string count = std::to_string(whole == PointSource::unknownNumPoints ? numPoints : whole);
+    metadata.add(pointCountKey, nullptr, METADATA_STRING, count.c_str(), 0);
+    setMetadata(metadata);
+}
+
+void VX7PointWriter::writeFile(const PointEncoder& encoder, std::uint32_t numLevels)
+{
+    FileContents contents;
+    contents.numPoints = encoder.getNumPoints();
+    contents.numLevels = numLevels;
+    contents.channels = &encoder.getChannels();
+    contents.index = &encoder.getIndex();
+    contents.metadata = &getMetadata();
+    contents.wkt = getSrc()->getWKT();
+    contents.classNames = getSrc()->getClassIdNames();
+    contents.numClassNames = getSrc()->getNumClassIdNames();
+    try {
+        ChunkWriter(m_io.get(), m_options.versions).write(contents);
+    } catch (...) {
+        m_io->unlink();
+        m_io.reset();
+        throw;
+    }
+}
+
+void VX7PointWriter::summarise(const PointEncoder& encoder)
+{
+    m_summary.clear();
+    for (const auto& channel : encoder.getChannels()) {
+        const WaveletChannelInfo& info = channel->getInfo();
+        m_summary.push_back({info.getName(), info.getTransformType(), info.getSubblockSize(), info.getScale(),
+                             info.getOffset(), channel->getSize()});
+    }
+}
+
+} // namespace Quillmoran
