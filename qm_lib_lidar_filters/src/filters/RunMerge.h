@@ -1,0 +1,60 @@
+// Shows sorted runs of a file as one sorted sequence. A run is a stretch of records of one size, a record a
+// 64-bit key in native byte order and the bytes that go with it. Equal keys keep the order of their runs.
+#pragma once
+
+#include "platform/Stream.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace Quillmoran {
+
+struct RecordRun
+{
+    std::int64_t offset = 0; // in the file
+    std::uint64_t count = 0; // records
+};
+
+class RunMerge
+{
+public:
+    // The buffers of all runs together have `bufferBytes`, or a record for each run where that is more.
+    RunMerge(IO* io, const RecordRun* runs, std::size_t numRuns, std::size_t recordSize,
+             std::size_t bufferBytes);
+
+    // The next record, which stays until the next call; null at the end. 40003 "bad read -- temporary file"
+    // when the file is shorter than its runs.
+    const unsigned char* next();
+
+private:
+    struct Run
+    {
+        StreamReader stream;
+        std::uint64_t remaining = 0; // records that are not loaded
+    };
+
+    struct Head
+    {
+        std::uint64_t key;
+        std::size_t run;
+
+        bool operator<(const Head& other) const noexcept
+        {
+            return key != other.key ? key < other.key : run < other.run;
+        }
+    };
+
+    unsigned char* recordOf(std::size_t run) const noexcept { return m_records.get() + run * m_recordSize; }
+    // Puts the next record of a run into its place; false at the run's end.
+    bool load(std::size_t run, Head& head);
+    void sift(std::size_t at) noexcept;
+
+    std::size_t m_recordSize;
+    std::vector<Run> m_runs;
+    Buffer<unsigned char> m_records; // the first of each run
+    std::vector<Head> m_heap;        // a head is not behind those at twice its index plus 1 and 2
+    bool m_started = false;
+};
+
+} // namespace Quillmoran

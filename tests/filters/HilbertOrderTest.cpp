@@ -1,0 +1,284 @@
+#include "filters/HilbertOrder.h"
+
+#include "filters/HilbertCurve.h"
+#include "framework/ProgressDelegate.h"
+#include "support/Errors.h"
+#include "support/Layouts.h"
+#include "support/MemoryPointSource.h"
+#include "support/Random.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Quillmoran {
+namespace {
+
+using Testing::channel;
+using Testing::errorOf;
+using Testing::layoutXYZ;
+using Testing::MemoryPointSource;
+using Testing::Random;
+using Rows = std::vector<std::string>; // the bytes of points, X and Y first
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+
+// Counts the queries that come to its source.
+class Counter final : public PointFilter
+{
+public:
+    PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
+                                  ProgressDelegate* delegate) const override
+    {
+        ++count;
+        return PointFilter::createIterator(bounds, fraction, layout, delegate);
+    }
+
+    mutable int count = 0;
+};
+
+class Listener final : public ProgressDelegate
+{
+public:
+    double done = 0;
+    int polls = INT_MAX; // until it cancels
+
+    void reportProgress(double fraction, const char*) override { done = fraction; }
+    bool getCancelled() override { return polls-- <= 0; }
+};
+
+Rows read(PointIterator& iterator, const PointInfo& layout, std::size_t blockPoints = 1000)
+{
+    PointData block;
+    block.init(layout, blockPoints);
+    Rows rows;
+    while (const std::size_t count = iterator.getNextPoints(block)) {
+        const std::size_t first = rows.size();
+        rows.resize(first + count);
+        for (std::size_t c = 0; c < layout.getNumChannels(); ++c) {
+            const std::size_t size = DataTypeUtils::getSize(layout.getChannel(c).getDataType());
+            const auto* const samples = static_cast<const char*>(block.getChannel(c).getData());
+            for (std::size_t i = 0; i < count; ++i)
+                rows[first + i].append(samples + i * size, size);
+        }
+    }
+    return rows;
+}
+
+// Temporary files go to a directory of their own.
+class HilbertOrderTest : public testing::Test
+{
+protected:
+    HilbertOrderTest()
+    {
+        if (const char* variable = std::getenv("TMPDIR"))
+            m_before = variable;
+        setenv("TMPDIR", directory.path().c_str(), 1);
+    }
+    ~HilbertOrderTest() override
+    {
+        EXPECT_TRUE(directory.isEmpty());
+        setenv("TMPDIR", m_before.c_str(), 1);
+    }
+
+    // Random bits in channels of all types, some cells with several points.
+    void fill(std::size_t count)
+    {
+        Random random(count);
+        MemoryPointSource::Columns columns(layout.getNumChannels(), std::vector<double>(count));
+        for (std::size_t i = 0; i < 2 * count; ++i)
+            columns[i % 2][i / 2] = static_cast<double>(random.below(50)) * 0.25 - 5;
+        source = MemoryPointSource::make(layout, columns);
+        for (std::size_t c = 3; c < layout.getNumChannels(); ++c) {
+            ChannelData& samples = source->column(layout.getChannel(c).getName());
+            auto* const bytes = static_cast<std::uint8_t*>(samples.getData());
+            const std::size_t size = DataTypeUtils::getSize(samples.getDataType());
+            std::generate_n(bytes, count * size, [&] { return static_cast<std::uint8_t>(random.next()); });
+        }
+        if (count > 2) {
+            auto* const floats = static_cast<float*>(source->column("F").getData());
+            const std::uint32_t signalling = 0x7F812345;
+            floats[0] = -0.0f;
+            std::memcpy(floats + 1, &signalling, sizeof signalling);
+            static_cast<double*>(source->column("X").getData())[2] = -0.0;
+        }
+        counter->init(source.get());
+        filter->init(counter.get());
+    }
+
+    Rows sorted(const Bounds& bounds = Bounds::Huge(), double fraction = 1, std::size_t blockPoints = 1000,
+                ProgressDelegate* delegate = nullptr) const
+    {
+        const Scoped<PointIterator> iterator(filter->createIterator(bounds, fraction, layout, delegate));
+        return read(*iterator, layout, blockPoints);
+    }
+
+    Rows expected(const Bounds& bounds = Bounds::Huge(), double fraction = 1) const
+    {
+        const Scoped<PointIterator> iterator(source->createIterator(bounds, fraction, layout, nullptr));
+        Rows rows = read(*iterator, layout);
+        const HilbertGrid grid(source->getBounds(), bounds);
+        const auto keyOf = [&grid](const std::string& row) {
+            double x, y;
+            std::uint64_t key;
+            std::memcpy(&x, row.data(), sizeof x);
+            std::memcpy(&y, row.data() + sizeof x, sizeof y);
+            grid.getKeys(&key, &x, &y, 1);
+            return key;
+        };
+        std::stable_sort(rows.begin(), rows.end(),
+                         [&](const auto& a, const auto& b) { return keyOf(a) < keyOf(b); });
+        return rows;
+    }
+
+    const PointInfo layout =
+        layoutXYZ({channel("A", UINT8), channel("B", SINT64), channel("C", SINT8), channel("D", UINT16),
+                   channel("E", SINT16), channel("F", FLOAT32), channel("G", UINT32), channel("H", SINT32),
+                   channel("I", UINT64), channel("J", FLOAT64)});
+    // Runs of about a dozen points, merged two at a time.
+    const RowSorter::Limits small{1000, 1, 1};
+    const Testing::TemporaryDirectory directory;
+    Scoped<MemoryPointSource> source;
+    const Scoped<Counter> counter{new Counter};
+    const Scoped<HilbertOrder> filter{HilbertOrder::create()};
+
+private:
+    std::string m_before = "/tmp";
+};
+
+TEST_F(HilbertOrderTest, IsTheSameForAllSizesOfRunsAndMerges)
+{
+    for (const std::size_t count : {1u, 2u, 100u, 5000u}) {
+        fill(count);
+        const Rows rows = expected();
+        for (const std::size_t run : {1u, 1000u, 30'000u, 10'000'000u})
+            for (const std::size_t merge : {1u, 300u, 2000u, 1'000'000u}) {
+                filter->init(counter.get());
+                filter->setLimits({run, merge, 1});
+                ASSERT_EQ(sorted(), rows) << count << ' ' << run << ' ' << merge;
+                ASSERT_EQ(sorted(Bounds::Huge(), 1, 7), rows) << count << ' ' << run << ' ' << merge;
+            }
+    }
+}
+
+TEST_F(HilbertOrderTest, LeavesBoxAndShareToTheSource)
+{
+    fill(3000);
+    filter->setLimits(small);
+    for (const Bounds& box : {Bounds{{-1, 3.5}, {0, 90}, {0, 0}}, Bounds{{6, infinity}, {-1, 1}, {0, 0}}})
+        for (const double fraction : {1.0, 0.3}) {
+            const Rows rows = expected(box, fraction);
+            EXPECT_GT(rows.size(), 10u);
+            EXPECT_EQ(sorted(box, fraction), rows);
+        }
+    EXPECT_EQ(sorted({{90, 91}, {0, 1}, {0, 0}}), Rows());
+    EXPECT_EQ(sorted(Bounds::Huge(), nan), Rows());
+    fill(0);
+    EXPECT_EQ(sorted(), Rows());
+}
+
+TEST_F(HilbertOrderTest, ReadsTheSourceOncePerQuery)
+{
+    fill(500);
+    for (const RowSorter::Limits& limits : {small, RowSorter::Limits()}) {
+        counter->count = 0;
+        filter->init(counter.get());
+        filter->setLimits(limits);
+        const Rows rows = expected();
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 3; ++i)
+            threads.emplace_back([&] { EXPECT_EQ(sorted(), rows); });
+        for (std::thread& thread : threads)
+            thread.join();
+        EXPECT_EQ(counter->count, 1);
+
+        const Scoped<PointIterator> older(filter->createIterator(Bounds::Huge(), 1, layout, nullptr));
+        EXPECT_EQ(sorted(Bounds::Huge(), 0.5), expected(Bounds::Huge(), 0.5));
+        EXPECT_EQ(counter->count, 2);
+        const Scoped<PointIterator> narrow(filter->createIterator(Bounds::Huge(), 0.5, layoutXYZ(), nullptr));
+        EXPECT_EQ(read(*narrow, layoutXYZ()).size(), 250u);
+        EXPECT_EQ(sorted({{0, 1}, {0, 1}, {0, 0}}, 0.5), expected({{0, 1}, {0, 1}, {0, 0}}, 0.5));
+        EXPECT_EQ(counter->count, 4);
+        EXPECT_EQ(read(*older, layout), rows);
+    }
+}
+
+TEST_F(HilbertOrderTest, ReportsTheSortedPointsAndStopsWhenCancelled)
+{
+    fill(40'000);
+    Listener unmerged;
+    const Rows rows = sorted(Bounds::Huge(), 1, 1000, &unmerged);
+    filter->init(counter.get());
+    filter->setLimits({400'000, 1, 1});
+    Listener listener;
+    listener.setTotal(filter->getTotalWork(Bounds::Huge(), 1));
+    EXPECT_EQ(sorted(Bounds::Huge(), 1, 1000, &listener), rows);
+    EXPECT_EQ(listener.done, 0.5);             // the source reports nothing
+    EXPECT_LT(listener.polls, unmerged.polls); // merging runs asks, too
+    sorted(Bounds::Huge(), 1, 1000, &listener);
+    EXPECT_EQ(listener.done, 1);
+
+    for (int polls = 0; polls < INT_MAX - listener.polls; polls += 1 + polls / 2) {
+        Listener canceller;
+        canceller.polls = polls;
+        filter->init(counter.get());
+        const auto readTwice = [&] {
+            for (int i = 0; i < 2; ++i)
+                sorted(Bounds::Huge(), 1, 1000, &canceller);
+        };
+        EXPECT_EQ(errorOf(40006, readTwice), "operation cancelled.") << polls;
+    }
+    EXPECT_EQ(sorted(), rows);
+}
+
+TEST_F(HilbertOrderTest, PassesFailuresOn)
+{
+    fill(500);
+    const Rows rows = expected();
+    const Bounds box{{0, 1}, {0, 1}, {0, 0}};
+    const Rows inBox = expected(box);
+    filter->setLimits(small);
+    EXPECT_EQ(sorted(box), inBox);
+    for (const std::size_t point : {0u, 400u}) {
+        source->failAt(point);
+        EXPECT_EQ(errorOf(40000, [&] { sorted(); }), "test");
+    }
+    source->failAt(500);
+    EXPECT_EQ(sorted(), rows);
+    EXPECT_EQ(sorted(box), inBox);
+
+    setenv("TMPDIR", (directory / "none").c_str(), 1);
+    EXPECT_NE(errorOf(ENOENT, [&] { sorted(); }).find("none"), std::string::npos);
+    filter->setLimits({});
+    EXPECT_EQ(sorted(), rows); // no file for a single run
+}
+
+TEST_F(HilbertOrderTest, RefusesOtherLayouts)
+{
+    fill(5);
+    PointInfo other = layout;
+    other.getChannel(std::size_t{3}) = channel("A", UINT16);
+    const auto readAs = [&](const PointInfo& wanted) {
+        const Scoped<PointIterator> iterator(filter->createIterator(Bounds::Huge(), 1, layout, nullptr));
+        read(*iterator, wanted);
+    };
+    EXPECT_EQ(errorOf(40007, [&] { readAs(layoutXYZ()); }), "number of channels must the same");
+    EXPECT_EQ(errorOf(40007, [&] { readAs(other); }), "datatype are not the same");
+    const auto ask = [&](const PointInfo& wanted) {
+        const Scoped<PointIterator> iterator(filter->createIterator(Bounds::Huge(), 1, wanted, nullptr));
+    };
+    EXPECT_EQ(errorOf(-1, [&] { ask(layoutXYZ({ChannelInfo()})); }), "unsupported datatype");
+    EXPECT_EQ(errorOf(40007, [&] { ask(PointInfo()); }), "must have x, y, and z channels");
+}
+
+} // namespace
+} // namespace Quillmoran
