@@ -103,25 +103,12 @@ void ACEncoder::begin(void* buffer, std::size_t) noexcept
     m_start = m_current = static_cast<std::uint8_t*>(buffer);
 }
 
-// A sum that wraps carries into the bytes already written.
-void ACEncoder::addToBase(std::uint32_t value) noexcept
+void ACEncoder::carry() noexcept
 {
-    m_base += value;
-    if (m_base >= value)
-        return;
     std::uint8_t* byte = m_current;
     while (*--byte == 0xFF)
         *byte = 0;
     ++*byte;
-}
-
-void ACEncoder::renormalise() noexcept
-{
-    while (m_length < minLength) {
-        *m_current++ = static_cast<std::uint8_t>(m_base >> 24);
-        m_base <<= 8;
-        m_length <<= 8;
-    }
 }
 
 void ACEncoder::putBit(int bit) noexcept
@@ -129,13 +116,6 @@ void ACEncoder::putBit(int bit) noexcept
     m_length >>= 1;
     if (bit)
         addToBase(m_length);
-    renormalise();
-}
-
-void ACEncoder::putBits(std::uint32_t value, int bits) noexcept
-{
-    m_length >>= bits;
-    addToBase(value * m_length);
     renormalise();
 }
 
@@ -150,19 +130,6 @@ void ACEncoder::encode(int bit, BitModel& model) noexcept
     }
     renormalise();
     model.countSymbol(bit ? 1 : 0);
-}
-
-void ACEncoder::encode(std::uint32_t symbol, DataModel& model) noexcept
-{
-    std::uint32_t upper = m_length;
-    m_length >>= dataModelShift;
-    const std::uint32_t lower = model.distribution[symbol] * m_length;
-    if (symbol != model.last_symbol)
-        upper = model.distribution[symbol + 1] * m_length;
-    addToBase(lower);
-    m_length = upper - lower;
-    renormalise();
-    model.countSymbol(symbol, true);
 }
 
 std::size_t ACEncoder::end() noexcept

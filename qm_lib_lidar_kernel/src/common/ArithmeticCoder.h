@@ -99,8 +99,22 @@ public:
     std::size_t end() noexcept;
 
 private:
-    void addToBase(std::uint32_t value) noexcept;
-    void renormalise() noexcept;
+    // A sum that wraps carries into the bytes already written.
+    void addToBase(std::uint32_t value) noexcept
+    {
+        m_base += value;
+        if (m_base < value)
+            carry();
+    }
+    void carry() noexcept;
+    void renormalise() noexcept
+    {
+        while (m_length < minLength) {
+            *m_current++ = static_cast<std::uint8_t>(m_base >> 24);
+            m_base <<= 8;
+            m_length <<= 8;
+        }
+    }
 
     std::uint32_t m_base = 0;
     std::uint32_t m_length = 0;
@@ -133,6 +147,26 @@ private:
     const std::uint8_t* m_current = nullptr;
     const std::uint8_t* m_end = nullptr;
 };
+
+inline void ACEncoder::putBits(std::uint32_t value, int bits) noexcept
+{
+    m_length >>= bits;
+    addToBase(value * m_length);
+    renormalise();
+}
+
+inline void ACEncoder::encode(std::uint32_t symbol, DataModel& model) noexcept
+{
+    std::uint32_t upper = m_length;
+    m_length >>= dataModelShift;
+    const std::uint32_t lower = model.distribution[symbol] * m_length;
+    if (symbol != model.last_symbol)
+        upper = model.distribution[symbol + 1] * m_length;
+    addToBase(lower);
+    m_length = upper - lower;
+    renormalise();
+    model.countSymbol(symbol, true);
+}
 
 inline std::uint32_t ACDecoder::getBit() noexcept
 {

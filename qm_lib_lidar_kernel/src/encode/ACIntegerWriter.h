@@ -3,6 +3,7 @@
 
 #include "common/ACIntegerModels.h"
 #include "encode/SubblockWriter.h"
+#include "platform/Export.h"
 
 namespace Quillmoran {
 

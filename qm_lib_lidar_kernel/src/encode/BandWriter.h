@@ -4,6 +4,7 @@
 
 #include "encode/SpillStream.h"
 #include "encode/SubblockWriter.h"
+#include "platform/Export.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -11,7 +12,7 @@
 
 namespace Quillmoran {
 
-class BandWriter
+class QM_API BandWriter
 {
 public:
     using Bytes = SubblockWriter::Bytes;

@@ -6,6 +6,7 @@
 #include "encode/BandWriter.h"
 #include "encode/ChannelPlan.h"
 #include "encode/Decomposition.h"
+#include "platform/Export.h"
 
 #include <memory>
 #include <vector>
@@ -21,7 +22,7 @@ struct BandFormat
     int rawPlanes = SubblockFormat::chooseRawPlanes;
 };
 
-class ChannelEncoder
+class QM_API ChannelEncoder
 {
 public:
     // `channelIndex` is that of the channel in the points. The bands spill into the file.

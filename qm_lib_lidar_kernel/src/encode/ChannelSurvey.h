@@ -3,13 +3,14 @@
 #pragma once
 
 #include "encode/FloatGrid.h"
+#include "platform/Export.h"
 
 #include <cstdint>
 #include <vector>
 
 namespace Quillmoran {
 
-class ChannelSurvey
+class QM_API ChannelSurvey
 {
 public:
     struct Range

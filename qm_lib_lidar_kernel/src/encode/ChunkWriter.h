@@ -3,6 +3,7 @@
 
 #include "encode/EncodeOptions.h"
 #include "encode/IndexWriter.h"
+#include "platform/Export.h"
 #include "platform/Stream.h"
 
 #include <cstdint>
@@ -26,7 +27,7 @@ struct FileContents
     std::size_t numClassNames = 0;
 };
 
-class ChunkWriter
+class QM_API ChunkWriter
 {
 public:
     // Opens the store.

@@ -4,6 +4,7 @@
 
 #include "common/TransformUtils.h"
 #include "model/DataType.h"
+#include "platform/Export.h"
 
 #include <cstddef>
 #include <memory>
@@ -13,7 +14,7 @@ namespace Quillmoran {
 
 class BandWriter;
 
-class Decomposition
+class QM_API Decomposition
 {
 public:
     // 40007 "unkown datatype" for what is no kernel type.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "encode/PlanChooser.h"
+#include "platform/Export.h"
 
 #include <cstdint>
 #include <map>
@@ -23,7 +24,7 @@ struct FileVersions
     std::uint8_t band = 3;   // subband chunks, 1 to 3
 };
 
-struct EncodeOptions
+struct QM_API EncodeOptions
 {
     FileVersions versions;
     ChannelChoice all;                              // for every channel that it suits

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "model/PointData.h"
+#include "platform/Export.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -11,7 +12,7 @@
 
 namespace Quillmoran {
 
-struct FloatGrid
+struct QM_API FloatGrid
 {
     double scale = 0;
     double offset = 0;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "encode/SubblockWriter.h"
+#include "platform/Export.h"
 
 namespace Quillmoran {
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "model/Bounds.h"
+#include "platform/Export.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -12,7 +13,7 @@ namespace Quillmoran {
 class PointData;
 class StreamWriter;
 
-class IndexWriter
+class QM_API IndexWriter
 {
 public:
     explicit IndexWriter(std::uint32_t pointsPerEntry) : m_pointsPerEntry(pointsPerEntry) {}

@@ -16,6 +16,8 @@ constexpr double rawTolerance = 0.01;
 // A decision moves at most 15 bits out of the coder, and a byte behind an 0xFF holds only 7.
 constexpr std::size_t mostBytesPerDecision = 3;
 constexpr std::size_t flushBytes = 16;
+// Planes that fewer than one coefficient in so many has reached are coded in leaps over the others.
+constexpr std::size_t sparsePart = 3;
 
 int binaryDigits(std::uint64_t value)
 {
@@ -102,6 +104,9 @@ void MQIntegerWriter<T>::loadSamples(const T* samples, std::size_t count)
         m_negative[i] = sign != 0;
         m_widths[i] = static_cast<std::uint8_t>(binaryDigits(m_magnitudes[i]));
     }
+    m_widthCounts.fill(0);
+    for (std::size_t i = 0; i < count; ++i)
+        ++m_widthCounts[m_widths[i]];
 }
 
 template <class T>
@@ -125,15 +130,11 @@ BitPlanes MQIntegerWriter<T>::choosePlanes(std::size_t count) const
 template <class T>
 int MQIntegerWriter<T>::chooseRawTop(std::size_t count, int top, int bottom) const
 {
-    std::array<std::size_t, 65> widths{}; // coefficients by the digits of their magnitude
-    for (std::size_t i = 0; i < count; ++i)
-        ++widths[m_widths[i]];
-
     std::array<double, 64> gains{};
     double total = 0;
     double insignificant = static_cast<double>(count);
     for (int plane = top; plane >= bottom; --plane) {
-        const auto becoming = static_cast<double>(widths[static_cast<std::size_t>(plane) + 1]);
+        const auto becoming = static_cast<double>(m_widthCounts[static_cast<std::size_t>(plane) + 1]);
         const double gain = insignificant - entropyBits(becoming, insignificant);
         gains[static_cast<std::size_t>(plane)] = gain;
         total += static_cast<double>(count) + becoming - gain;
@@ -151,25 +152,29 @@ int MQIntegerWriter<T>::chooseRawTop(std::size_t count, int top, int bottom) con
 }
 
 template <class T>
+template <bool sparse>
 void MQIntegerWriter<T>::encodePlane(MQEncoder& shared, std::size_t count, int plane)
 {
     // A local encoder lives in registers. See MQInteger::decodePlane().
     MQEncoder encoder = shared;
     std::uint8_t* const states = m_states.data();
+    const U* const magnitudes = m_magnitudes.data();
     unsigned left = INSIGNIFICANT;
-    for (std::size_t i = 0;; ++i) {
-        const std::size_t next = findWider(m_widths.data(), i, count, plane);
-        if (next != i) {
-            // Everything up to there stays insignificant, and only the outermost have other neighbours.
-            encodeZeros(encoder, next - i, left, states[next + 1]);
-            left = INSIGNIFICANT;
+    for (std::size_t i = 0; i < count; ++i) {
+        if constexpr (sparse) {
+            const std::size_t next = findWider(m_widths.data(), i, count, plane);
+            if (next != i) {
+                // Everything up to there stays insignificant, and only the outermost have other neighbours.
+                encodeZeros(encoder, next - i, left, states[next + 1]);
+                left = INSIGNIFICANT;
+                i = next;
+            }
+            if (i == count)
+                break;
         }
-        if (next == count)
-            break;
-        i = next;
         const unsigned own = states[i + 1];
         const unsigned right = states[i + 2];
-        const int bit = static_cast<int>((m_magnitudes[i] >> plane) & 1);
+        const int bit = static_cast<int>((magnitudes[i] >> plane) & 1);
         encoder.encode(firstContexts[9 * left + 3 * own + right], bit);
         if (bit && own == INSIGNIFICANT) {
             encoder.encode(signContexts + static_cast<int>(3 * left + right), m_negative[i]);
@@ -208,8 +213,14 @@ void MQIntegerWriter<T>::encodePayload(const BitPlanes& planes, std::size_t coun
     m_segment.resize(std::max(m_segment.size(), (codedPlanes + 1) * count * mostBytesPerDecision + flushBytes));
     MQEncoder encoder;
     encoder.begin(m_segment.data(), m_segment.size());
-    for (int plane = planes.top; plane > planes.rawTop; --plane)
-        encodePlane(encoder, count, plane);
+    std::size_t wider = 0;
+    for (int plane = planes.top; plane > planes.rawTop; --plane) {
+        wider += m_widthCounts[static_cast<std::size_t>(plane) + 1];
+        if (wider < count / sparsePart)
+            encodePlane<true>(encoder, count, plane);
+        else
+            encodePlane<false>(encoder, count, plane);
+    }
     const std::size_t length = encoder.end();
 
     // Behind its segment a decoder is fed ones. Raw bits begin where it stands after the last decision; without

@@ -7,6 +7,9 @@
 #include "encode/SubblockWriter.h"
 #include "platform/ByteOrder.h"
 
+#include <array>
+#include "platform/Export.h"
+
 namespace Quillmoran {
 
 template <class T>
@@ -24,6 +27,7 @@ private:
     BitPlanes choosePlanes(std::size_t count) const;
     int chooseRawTop(std::size_t count, int top, int bottom) const;
     void encodePayload(const BitPlanes& planes, std::size_t count);
+    template <bool sparse>
     void encodePlane(MQEncoder& shared, std::size_t count, int plane);
     void encodeRawPlanes(const BitPlanes& planes, std::size_t count);
     void putHeader(const BitPlanes& planes, Bytes& headers) const;
@@ -31,6 +35,7 @@ private:
     std::vector<U> m_magnitudes;
     std::vector<std::uint8_t> m_negative; // 1 for samples below 0
     std::vector<std::uint8_t> m_widths;   // digits of the magnitudes
+    std::array<std::size_t, 65> m_widthCounts{}; // coefficients by their digits
     // State of coefficient i at i + 1; the two ends are neighbours that never become significant.
     std::vector<std::uint8_t> m_states;
     Bytes m_segment; // scratch of the MQ coder

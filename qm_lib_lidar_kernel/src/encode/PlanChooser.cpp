@@ -16,7 +16,7 @@ constexpr TransformType realCodes[] = {70, 71, 73};
 constexpr TransformType smoothRealCodes[] = {70, 61, 63};
 
 // MQ-coded channels must be smaller by this to be chosen: they decode at a half to a quarter of the others' pace.
-constexpr double slowDecoding = 1.03;
+constexpr double slowDecoding = 1.06;
 // Ways that are larger than the best by this after a run of points are not tried on the others.
 constexpr double hopeless = 1.1;
 // A smaller subblock is chosen when it costs no more than this.

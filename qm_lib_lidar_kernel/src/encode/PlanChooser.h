@@ -6,6 +6,7 @@
 
 #include "encode/ChannelEncoder.h"
 #include "encode/ChannelSurvey.h"
+#include "platform/Export.h"
 
 #include <cstdint>
 #include <optional>
@@ -22,7 +23,7 @@ struct ChannelChoice
     std::optional<std::uint32_t> subblockSize;
 };
 
-class PlanChooser
+class QM_API PlanChooser
 {
 public:
     // A run of consecutive points.

@@ -6,6 +6,7 @@
 #include "encode/BlockReader.h"
 #include "encode/ChannelEncoder.h"
 #include "encode/IndexWriter.h"
+#include "platform/Export.h"
 
 #include <cstdint>
 #include <functional>
@@ -14,7 +15,7 @@
 
 namespace Quillmoran {
 
-class PointEncoder
+class QM_API PointEncoder
 {
 public:
     // Plan i is that of channel i of the points.

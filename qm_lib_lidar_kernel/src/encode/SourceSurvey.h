@@ -5,6 +5,7 @@
 #include "encode/BlockReader.h"
 #include "encode/ChannelSurvey.h"
 #include "encode/PlanChooser.h"
+#include "platform/Export.h"
 
 #include <cstdint>
 #include <functional>
@@ -13,7 +14,7 @@
 
 namespace Quillmoran {
 
-class SourceSurvey
+class QM_API SourceSurvey
 {
 public:
     // What is known of X, Y and Z beforehand.

@@ -3,6 +3,7 @@
 // the file, so what it remembers of them does not grow with their bytes.
 #pragma once
 
+#include "platform/Export.h"
 #include "platform/FileIO.h"
 #include "platform/Mutex.h"
 
@@ -15,7 +16,7 @@ namespace Quillmoran {
 class StreamWriter;
 
 // The shared file, made when the first stream needs it. May be used from any thread.
-class SpillFile
+class QM_API SpillFile
 {
 public:
     // Reserves a stretch and returns where it begins.
@@ -28,7 +29,7 @@ private:
     std::int64_t m_end = 0;
 };
 
-class SpillStream
+class QM_API SpillStream
 {
 public:
     explicit SpillStream(SpillFile& file) : m_file(&file) {}

@@ -10,6 +10,7 @@
 #include "encode/EncodeOptions.h"
 #include "encode/SourceSurvey.h"
 #include "framework/PointWriter.h"
+#include "platform/Export.h"
 #include "platform/FileIO.h"
 
 #include <cstdint>
