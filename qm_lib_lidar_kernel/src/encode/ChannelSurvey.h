@@ -1,5 +1,5 @@
-// What the first pass over the points finds out about one channel: the range of an integer channel, the grids that
-// hold a floating-point one, the range of its exponents.
+// What the first pass over the points finds out about one channel: the range of an integer channel, the grids
+// that hold a floating-point one, the range of its exponents.
 #pragma once
 
 #include "encode/FloatGrid.h"

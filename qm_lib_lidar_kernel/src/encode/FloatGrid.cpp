@@ -12,7 +12,7 @@ namespace {
 
 // Up to here a rounded quotient is the integer that it came from.
 constexpr double largestInteger = 2251799813685248.0; // 2^51
-constexpr std::size_t mostTried = 2048;                // samples that choose the grids
+constexpr std::size_t mostTried = 2048;               // samples that choose the grids
 constexpr std::size_t mostGrids = 3;
 
 // Two samples are the same when their bits are: neither a NaN nor a zero's sign may be lost.
@@ -64,8 +64,8 @@ double firstFinite(const ChannelData& channel, std::size_t count)
     visitDataType(channel.getDataType(), [&](auto zero) {
         const auto* samples = static_cast<const decltype(zero)*>(channel.getData());
         const auto* end = samples + count;
-        const auto* found =
-            std::find_if(samples, end, [](auto sample) { return std::isfinite(static_cast<double>(sample)); });
+        const auto* found = std::find_if(
+            samples, end, [](auto sample) { return std::isfinite(static_cast<double>(sample)); });
         value = found != end ? static_cast<double>(*found) : 0;
     });
     return value;
@@ -100,8 +100,8 @@ std::vector<FloatGrid> FloatGrid::find(const ChannelData& channel, std::size_t c
     if (!found.empty())
         return found;
 
-    // Decimals far from zero are met by an offset nearby: the sum then rounds as the decimal did. Times count from
-    // where they begin.
+    // Decimals far from zero are met by an offset nearby: the sum then rounds as the decimal did. Times count
+    // from where they begin.
     const double first = firstFinite(channel, count);
     const double offsets[] = {0, std::floor(first), first};
     static const std::vector<double> scales = makeScales();

@@ -15,7 +15,8 @@ constexpr TransformType smoothIntegerCodes[] = {10, 1, 3, 90, 81, 83};
 constexpr TransformType realCodes[] = {70, 71, 73};
 constexpr TransformType smoothRealCodes[] = {70, 61, 63};
 
-// MQ-coded channels must be smaller by this to be chosen: they decode at a half to a quarter of the others' pace.
+// MQ-coded channels must be smaller by this to be chosen: they decode at a half to a quarter of the others'
+// pace.
 constexpr double slowDecoding = 1.06;
 // Ways that are larger than the best by this after a run of points are not tried on the others.
 constexpr double hopeless = 1.1;
@@ -31,8 +32,8 @@ bool isArithmetic(TransformType transform)
     return TransformUtils::getCoder(transform) == TransformUtils::Coder::Arithmetic;
 }
 
-// Whether no coefficient of samples in this range can exceed the arithmetic coder. The third order predicts up to
-// an eighth of the range beyond it; smoothing makes low bands grow.
+// Whether no coefficient of samples in this range can exceed the arithmetic coder. The third order predicts
+// up to an eighth of the range beyond it; smoothing makes low bands grow.
 bool suitsArithmetic(TransformType transform, const ChannelSurvey::Range& range)
 {
     const double low = static_cast<double>(range.low);
@@ -42,9 +43,10 @@ bool suitsArithmetic(TransformType transform, const ChannelSurvey::Range& range)
     return largest * growth < 1 << arithmeticBits;
 }
 
-// Whether lifting the samples of a grid in floating point rounds nowhere: halves and sixteenths of the grid's steps
-// and what levels add to them must fit the significand.
-bool liftsExactly(TransformType transform, DataType type, const std::vector<FloatGrid>& grids, std::size_t levels)
+// Whether lifting the samples of a grid in floating point rounds nowhere: halves and sixteenths of the grid's
+// steps and what levels add to them must fit the significand.
+bool liftsExactly(TransformType transform, DataType type, const std::vector<FloatGrid>& grids,
+                  std::size_t levels)
 {
     if (!TransformUtils::isWavelet(transform))
         return true;
@@ -83,10 +85,12 @@ Split makeSplit(const ChannelInfo& channel, const ChannelSurvey& survey)
     split.ranges[0] = {0, (std::int64_t{1} << (narrow ? 23 : 52)) - 1};
     split.ranges[1] = survey.getExponents();
     split.ranges[2] = survey.getSigns();
-    const char* fraction = narrow ? WaveletChannelInfo::fraction32Prefix : WaveletChannelInfo::fraction64Prefix;
-    split.parts = {makePart(channel, fraction, CONVERT_EXTRACT_FRACTION, split.ranges[0]),
-                   makePart(channel, WaveletChannelInfo::exponentPrefix, CONVERT_EXTRACT_EXPONENT, split.ranges[1]),
-                   makePart(channel, WaveletChannelInfo::signPrefix, CONVERT_EXTRACT_SIGN, split.ranges[2])};
+    const char* fraction =
+        narrow ? WaveletChannelInfo::fraction32Prefix : WaveletChannelInfo::fraction64Prefix;
+    split.parts = {
+        makePart(channel, fraction, CONVERT_EXTRACT_FRACTION, split.ranges[0]),
+        makePart(channel, WaveletChannelInfo::exponentPrefix, CONVERT_EXTRACT_EXPONENT, split.ranges[1]),
+        makePart(channel, WaveletChannelInfo::signPrefix, CONVERT_EXTRACT_SIGN, split.ranges[2])};
     return split;
 }
 
@@ -171,8 +175,8 @@ void PlanChooser::chooseSubblock(KernelPlan& plan, int channelIndex, const Chann
             sizes[i] += static_cast<double>(measure(plan, channelIndex, run));
     }
     const double best = *std::min_element(std::begin(sizes), std::end(sizes));
-    const auto* chosen =
-        std::find_if(std::begin(sizes), std::end(sizes), [best](double size) { return size <= smallerSubblock * best; });
+    const auto* chosen = std::find_if(std::begin(sizes), std::end(sizes),
+                                      [best](double size) { return size <= smallerSubblock * best; });
     plan.subblockSize = runs == 0 ? defaultSubblock : subblockSizes[chosen - sizes];
 }
 
@@ -193,8 +197,10 @@ ChannelPlan PlanChooser::choose(const ChannelInfo& channel, int channelIndex, co
 
     if (!DataTypeUtils::isFloat(channel.getDataType())) {
         if (given)
-            checkSuits(channel, *given, !wantsReal && (!isArithmetic(*given) || suitsArithmetic(*given, survey.getRange())));
-        add({makePart(channel, "", CONVERT_PLAIN, survey.getRange())}, {integerCandidates(survey.getRange(), choice)});
+            checkSuits(channel, *given,
+                       !wantsReal && (!isArithmetic(*given) || suitsArithmetic(*given, survey.getRange())));
+        add({makePart(channel, "", CONVERT_PLAIN, survey.getRange())},
+            {integerCandidates(survey.getRange(), choice)});
     } else {
         const std::vector<FloatGrid>& grids = survey.getGrids();
         if (!grids.empty() && !wantsReal) {
@@ -211,8 +217,9 @@ ChannelPlan PlanChooser::choose(const ChannelInfo& channel, int channelIndex, co
             ChannelChoice fractionChoice = choice;
             if (given && isArithmetic(*given))
                 fractionChoice.transform.reset();
-            add(split.parts, {integerCandidates(split.ranges[0], fractionChoice),
-                              integerCandidates(split.ranges[1], choice), integerCandidates(split.ranges[2], choice)});
+            add(split.parts,
+                {integerCandidates(split.ranges[0], fractionChoice),
+                 integerCandidates(split.ranges[1], choice), integerCandidates(split.ranges[2], choice)});
         }
         const bool isKept = isCoordinate && !grids.empty();
         if (wantsReal || (!given && !isKept) || plans.empty()) {

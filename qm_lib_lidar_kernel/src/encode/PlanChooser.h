@@ -1,7 +1,7 @@
-// Chooses how a channel is coded by coding samples of it: every way that fits the channel is tried on the first
-// run of points, the promising ones on more runs. Ways whose sizes are within a few per cent count as equal, and
-// the one that decodes faster wins: the arithmetic coder takes one symbol where the MQ coder takes a decision a bit
-// plane, and deflate is faster than both.
+// Chooses how a channel is coded by coding samples of it: every way that fits the channel is tried on the
+// first run of points, the promising ones on more runs. Ways whose sizes are within a few per cent count as
+// equal, and the one that decodes faster wins: the arithmetic coder takes one symbol where the MQ coder takes
+// a decision a bit plane, and deflate is faster than both.
 #pragma once
 
 #include "encode/ChannelEncoder.h"
@@ -35,10 +35,12 @@ public:
 
     static constexpr std::uint32_t defaultSubblock = 4096; // samples
 
-    PlanChooser(const std::vector<const Run*>& runs, const BandFormat& format) : m_runs(runs), m_format(format) {}
+    PlanChooser(const std::vector<const Run*>& runs, const BandFormat& format)
+        : m_runs(runs), m_format(format)
+    {}
 
-    // `isCoordinate`: a channel whose declared grid is kept, whatever else would be smaller. 40007 when the given
-    // transform does not suit the channel.
+    // `isCoordinate`: a channel whose declared grid is kept, whatever else would be smaller. 40007 when the
+    // given transform does not suit the channel.
     ChannelPlan choose(const ChannelInfo& channel, int channelIndex, const ChannelSurvey& survey,
                        const ChannelChoice& choice, bool isCoordinate) const;
 

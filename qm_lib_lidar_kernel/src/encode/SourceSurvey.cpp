@@ -50,9 +50,10 @@ void SourceSurvey::declareGrids(const PointInfo& layout, const CoordinateGrid& g
         const ChannelInfo& channel = layout.getChannel(i);
         if (!DataTypeUtils::isFloat(channel.getDataType()))
             continue;
-        const auto axis = static_cast<std::size_t>(
-            std::find_if(std::begin(names), std::end(names), [&](const char* name) { return channel.isNamed(name); }) -
-            std::begin(names));
+        const auto axis =
+            static_cast<std::size_t>(std::find_if(std::begin(names), std::end(names),
+                                                  [&](const char* name) { return channel.isNamed(name); }) -
+                                     std::begin(names));
         if (axis < 3 && grid.scale)
             m_channels[i].declare({grid.scale[axis], grid.offset[axis]});
         const double step = std::fabs(channel.getQuantization());

@@ -24,7 +24,7 @@ constexpr std::int64_t coarsestPoints = 512;
 constexpr std::uint32_t mostLevels = 24;
 constexpr std::int64_t mostIndexEntries = 65536;
 constexpr std::int64_t smallFileEntries = 16; // that a small file should have
-constexpr std::uint32_t smallestEntry = 64;     // points
+constexpr std::uint32_t smallestEntry = 64;   // points
 constexpr char pointCountKey[] = "PreCompressionPointCount";
 constexpr const char* surveying = "surveying points";
 constexpr const char* writing = "writing VX7 file";
@@ -45,7 +45,8 @@ void report(ProgressDelegate* delegate, double work, const char* activity)
 
 void checkNames(const PointInfo& layout)
 {
-    constexpr std::size_t longestName = 65000; // a record's length field has 16 bits, and prefixes come on top
+    constexpr std::size_t longestName =
+        65000; // a record's length field has 16 bits, and prefixes come on top
     constexpr std::size_t mostChannels = 65535 / 3;
     if (layout.getNumChannels() > mostChannels)
         QM_THROW(40007, "more than %zu channels", mostChannels);
@@ -61,7 +62,8 @@ void checkNames(const PointInfo& layout)
 
 bool isCoordinate(const ChannelInfo& channel)
 {
-    return channel.isNamed(ChannelNames::x) || channel.isNamed(ChannelNames::y) || channel.isNamed(ChannelNames::z);
+    return channel.isNamed(ChannelNames::x) || channel.isNamed(ChannelNames::y) ||
+           channel.isNamed(ChannelNames::z);
 }
 
 } // namespace
@@ -128,7 +130,8 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
         numPoints = survey.getNumPoints();
         numLevels = chooseLevels(numPoints);
         const BandFormat format{numLevels, m_options.versions.band == 1,
-                                m_options.versions.file < FileVersions::withSingleLengths, m_options.rawPlanes};
+                                m_options.versions.file < FileVersions::withSingleLengths,
+                                m_options.rawPlanes};
         const std::vector<ChannelPlan> plans = choosePlans(survey, layout, format);
         encoder = std::make_unique<PointEncoder>(plans, format, choosePointsPerEntry(numPoints, plans));
     }
@@ -149,7 +152,8 @@ BlockReader VX7PointWriter::openReader(const Bounds& bounds, double fraction, co
                                        ProgressDelegate* delegate) const
 {
     Scoped<PointIterator> iterator(getSrc()->createIterator(bounds, fraction, layout, delegate));
-    const std::size_t room = std::max<std::size_t>(mostBlockBytes / (layout.getPointSize() + 1), smallestBlock);
+    const std::size_t room =
+        std::max<std::size_t>(mostBlockBytes / (layout.getPointSize() + 1), smallestBlock);
     return BlockReader(std::move(iterator), layout, std::min(room, blockPoints));
 }
 
@@ -189,8 +193,8 @@ std::uint32_t VX7PointWriter::chooseLevels(std::int64_t numPoints) const
     return levels;
 }
 
-// Ranges of points are joined when they are no further apart than the largest subblock, so finer boxes than that
-// tell a reader little.
+// Ranges of points are joined when they are no further apart than the largest subblock, so finer boxes than
+// that tell a reader little.
 std::uint32_t VX7PointWriter::choosePointsPerEntry(std::int64_t numPoints,
                                                    const std::vector<ChannelPlan>& plans) const
 {

@@ -1,10 +1,10 @@
-// Writes compressed point clouds (".vxl"). Unless its options say otherwise it loses nothing: every sample comes
-// back bit for bit and in its place, with scale, offset, coordinate system, class names and metadata.
+// Writes compressed point clouds (".vxl"). Unless its options say otherwise it loses nothing: every sample
+// comes back bit for bit and in its place, with scale, offset, coordinate system, class names and metadata.
 //
 // The source is read twice: the first pass (SourceSurvey) finds out what the channels hold, PlanChooser then
 // settles how each is coded, the second pass (PointEncoder) codes them. Bands grow in a temporary file
-// (SpillStream), since the file holds them one after the other; ChunkWriter puts them there at the end. Memory
-// does not grow with the number of points, but for 48 bytes an index entry.
+// (SpillStream), since the file holds them one after the other; ChunkWriter puts them there at the end.
+// Memory does not grow with the number of points, but for 48 bytes an index entry.
 #pragma once
 
 #include "encode/EncodeOptions.h"
@@ -32,13 +32,14 @@ public:
     // 40007 for a value out of its range.
     void setOptions(const EncodeOptions& options);
 
-    // The grid that is tried first for coordinates without loss; those that it does not hold are coded otherwise.
+    // The grid that is tried first for coordinates without loss; those that it does not hold are coded
+    // otherwise.
     void setQuantization(const double* scale, const double* offset) override;
     const double* getScale() const override { return m_hasGrid ? m_scale : nullptr; }
     const double* getOffset() const override { return m_hasGrid ? m_offset : nullptr; }
 
-    // Asks the delegate once per block: 40006 "VX7 Write operation cancelled.". 40007 when an option does not suit
-    // a channel, a name cannot be stored, or the source's two readings differ.
+    // Asks the delegate once per block: 40006 "VX7 Write operation cancelled.". 40007 when an option does not
+    // suit a channel, a name cannot be stored, or the source's two readings differ.
     std::int64_t write(const Bounds& bounds, double fraction, const PointInfo& layout,
                        ProgressDelegate* delegate) override;
     bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override;
