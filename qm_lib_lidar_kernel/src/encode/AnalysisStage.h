@@ -11,6 +11,7 @@
 #pragma once
 
 #include "common/Lifting.h"
+#include "platform/Export.h"
 
 #include <cstddef>
 #include <span>
@@ -19,7 +20,7 @@
 namespace Quillmoran {
 
 template <class T>
-class AnalysisStage
+class QM_API AnalysisStage
 {
 public:
     AnalysisStage(DataType type, TransformType transform);
