@@ -8,6 +8,13 @@ namespace Quillmoran {
 PointReader::PointReader() : m_info(PointCloudInfo::create())
 {}
 
+double PointSource::estimatePoints(const Bounds& bounds, double fraction) const
+{
+    const double points = getNumPoints() == unknownNumPoints ? getTotalWork(Bounds::Huge(), 1.0)
+                                                             : static_cast<double>(getNumPoints());
+    return points * Bounds::overlapFraction(getBounds(), bounds) * fraction;
+}
+
 std::size_t PointSource::read(const Bounds& bounds, PointData& buffer, ProgressDelegate* delegate) const
 {
     const auto throwIfCancelled = [delegate] {

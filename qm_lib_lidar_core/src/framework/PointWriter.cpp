@@ -128,11 +128,7 @@ std::int64_t SimplePointWriter::writeBlocks(PointIterator& iterator, PointData& 
 
 double SimplePointWriter::getTotalWork(const Bounds& bounds, double fraction) const
 {
-    const PointSource& source = *getSrc();
-    const double points = source.getNumPoints() == PointSource::unknownNumPoints
-                              ? source.getTotalWork(Bounds::Huge(), 1.0)
-                              : static_cast<double>(source.getNumPoints());
-    return points * Bounds::overlapFraction(source.getBounds(), bounds) * fraction;
+    return getSrc()->estimatePoints(bounds, fraction);
 }
 
 NULLPointWriter::NULLPointWriter() : m_info(PointCloudInfo::create())

@@ -28,7 +28,7 @@ struct QM_API EncodeOptions
 {
     FileVersions versions;
     ChannelChoice all;                              // for every channel that it suits
-    std::map<std::string, ChannelChoice> byChannel; // in place of it; must suit
+    std::map<std::string, ChannelChoice> byChannel; // what it gives comes first, and must suit
     std::optional<std::uint32_t> numLevels;         // 1 to 64
     std::optional<std::uint32_t> pointsPerEntry;    // of the index
     int rawPlanes = SubblockFormat::chooseRawPlanes;

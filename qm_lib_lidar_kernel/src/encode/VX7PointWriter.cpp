@@ -29,7 +29,7 @@ constexpr char pointCountKey[] = "PreCompressionPointCount";
 constexpr const char* surveying = "surveying points";
 constexpr const char* writing = "writing VX7 file";
 
-// The writer's own work on a point, in units of what its source has with it.
+// The writer's own work on a point, in units of what a source has with it.
 constexpr double surveyWork = 0.5;
 constexpr double encodeWork = 2;
 
@@ -114,9 +114,12 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
 {
     const PointInfo layout = getSupported(wanted, delegate);
     checkNames(layout);
-    const double passWork = getSrc()->getTotalWork(bounds, fraction);
+    for (const auto& [name, choice] : m_options.byChannel)
+        if (!layout.hasChannel(name.c_str()))
+            QM_THROW(40007, "there is no channel '%s' to choose a coding for", name.c_str());
     if (delegate)
-        delegate->setTotal(passWork * (2 + surveyWork + encodeWork));
+        delegate->setTotal(2 * getSrc()->getTotalWork(bounds, fraction) +
+                           getSrc()->estimatePoints(bounds, fraction) * (surveyWork + encodeWork));
     groomMetadata(bounds, fraction);
 
     std::int64_t numPoints = 0;
@@ -177,10 +180,21 @@ std::vector<ChannelPlan> VX7PointWriter::choosePlans(const SourceSurvey& survey,
     return plans;
 }
 
-const ChannelChoice& VX7PointWriter::getChoice(const ChannelInfo& channel) const
+ChannelChoice VX7PointWriter::getChoice(const ChannelInfo& channel) const
 {
+    ChannelChoice choice = m_options.all;
     const auto found = m_options.byChannel.find(channel.getName());
-    return found != m_options.byChannel.end() ? found->second : m_options.all;
+    if (found == m_options.byChannel.end())
+        return choice;
+    const ChannelChoice& own = found->second;
+    if (own.transform) {
+        choice.transform = own.transform;
+        choice.mustSuit = true;
+    }
+    choice.smooth |= own.smooth;
+    if (own.subblockSize)
+        choice.subblockSize = own.subblockSize;
+    return choice;
 }
 
 std::uint32_t VX7PointWriter::chooseLevels(std::int64_t numPoints) const

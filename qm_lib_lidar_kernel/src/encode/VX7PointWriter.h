@@ -64,7 +64,7 @@ private:
     SourceSurvey::CoordinateGrid getGrid() const;
     std::vector<ChannelPlan> choosePlans(const SourceSurvey& survey, const PointInfo& layout,
                                          const BandFormat& format) const;
-    const ChannelChoice& getChoice(const ChannelInfo& channel) const;
+    ChannelChoice getChoice(const ChannelInfo& channel) const;
     std::uint32_t chooseLevels(std::int64_t numPoints) const;
     std::uint32_t choosePointsPerEntry(std::int64_t numPoints, const std::vector<ChannelPlan>& plans) const;
     void addPointCount(std::int64_t numPoints);

@@ -157,6 +157,21 @@ Scoped<MemoryPointSource> makeSurvey(std::size_t count)
     return source;
 }
 
+TEST(VX7PointWriter, IndexesPointsAtTheEndsOfTheNumbers)
+{
+    const double infinity = std::numeric_limits<double>::infinity();
+    const double largest = std::numeric_limits<double>::max();
+    for (const double end : {1e300, largest, infinity}) {
+        const auto source =
+            MemoryPointSource::make(Testing::layoutXYZ(), {{-end, 0, end}, {1, 2, 3}, {end, end, end}});
+        EncodeOptions options;
+        options.pointsPerEntry = 1;
+        const auto reader = openFile(packWith(*source, options));
+        EXPECT_TRUE(readAll(*reader) == readAll(*source)) << end;
+        EXPECT_EQ(readAll(*reader, {{1, infinity}, {0, 9}, {0, infinity}}).count, 1u) << end;
+    }
+}
+
 TEST(VX7PointWriter, GivesTheSameBytesOnAnyNumberOfThreads)
 {
     const auto source = makeSurvey(150000); // several blocks
@@ -256,6 +271,16 @@ TEST(VX7PointWriter, UsesGivenTransformsOrSaysWhyNot)
     EXPECT_EQ(packed("X", 91), "40007 transform 91 does not suit channel 'X'");
     EXPECT_EQ(packed("X", 71), "40007 transform 71 does not suit channel 'X'"); // hundredths would be rounded
     EXPECT_EQ(packed("X", 12), "-1 bad transform type");
+    EXPECT_EQ(packed("Height", 10), "40007 there is no channel 'Height' to choose a coding for");
+
+    // One for all channels is used where it suits.
+    EncodeOptions options;
+    options.all.transform = 70;
+    const auto reader = openFile(packWith(*source, options));
+    EXPECT_TRUE(readAll(*reader) == readAll(*source));
+    const auto& records = reader->getDecoderInfo().getChannels();
+    EXPECT_EQ(records[0].getTransformType(), 70);
+    EXPECT_TRUE(TransformUtils::isInteger(records[3].getTransformType()));
 }
 
 class CancelAtBlock final : public ProgressDelegate
