@@ -81,15 +81,18 @@ void Packer::pack() const
 
 void Packer::addInputs(FilePointSourceManager& files) const
 {
-    Utils::setTextOptions(files, true, m_cmdLine);
     std::size_t count = 0;
     const char* const* names = m_cmdLine.getStringArray("inputFile", count);
-    for (std::size_t i = 0; i < count; ++i)
+    // One file is read twice by the writer; a mosaic has to know where each of its files lies.
+    Utils::setTextOptions(files, count > 1 || Utils::getPointSourceType(names[0]) != POINT_SOURCE_TEXT,
+                          m_cmdLine);
+    for (std::size_t i = 0; i < count; ++i) {
+        Utils::refuseSameFile(names[i], m_cmdLine.getString("outputFile")); // a list is no source, but read
         Utils::addInput(files, names[i], m_cmdLine);
+    }
     if (files.getNumSources() == 0)
         QM_THROW(-1, "there are no files to read");
-    for (std::size_t i = 0; i < files.getNumSources(); ++i)
-        Utils::refuseSameFile(files.getFilename(i), m_cmdLine.getString("outputFile"));
+    Utils::refuseInputs(files, m_cmdLine.getString("outputFile"));
 }
 
 Scoped<PointSource> Packer::applyFilters(Scoped<PointSource> source) const

@@ -22,7 +22,6 @@ public:
     {
         const double* scale = nullptr; // null: unknown
         const double* offset = nullptr;
-        double corner[3] = {0, 0, 0}; // the lowest coordinates
     };
 
     // Looks at all blocks of the reader, whose points have this layout. `onBlock` is called with the number

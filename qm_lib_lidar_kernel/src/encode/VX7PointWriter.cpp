@@ -5,10 +5,14 @@
 #include "encode/ChunkWriter.h"
 #include "encode/PointEncoder.h"
 #include "encode/SourceSurvey.h"
+#include "files/PartialFile.h"
 #include "framework/ProgressDelegate.h"
 #include "model/ChannelNames.h"
+#include "platform/FileIO.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -66,6 +70,59 @@ bool isCoordinate(const ChannelInfo& channel)
            channel.isNamed(ChannelNames::z);
 }
 
+// Where the chunks go: a file that takes its name when it is complete, or the caller's store.
+class OutputFile
+{
+public:
+    OutputFile(const std::string& path, const Scoped<IO>& io) : m_io(io)
+    {
+        if (path.empty())
+            return;
+        m_partial.emplace(path.c_str());
+        const Scoped<FileIO::Imp> file(FileIO::create());
+        file->init(m_partial->path().c_str(), "w");
+        try {
+            file->open();
+        } catch (const Error& error) {
+            // The user knows the file by its final name.
+            errno = error.error();
+            QM_THROW_OS(path.c_str());
+        }
+        m_io = Scoped<IO>::retained(file.get());
+        m_isOpen = true;
+    }
+    ~OutputFile()
+    {
+        if (m_io && !m_isFinished)
+            m_io->unlink();
+        close();
+    }
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    IO* io() const noexcept { return m_io.get(); }
+    void finish()
+    {
+        close();
+        if (m_partial)
+            m_partial->finish();
+        m_isFinished = true;
+    }
+
+private:
+    void close()
+    {
+        if (m_isOpen)
+            m_io->close();
+        m_isOpen = false;
+    }
+
+    std::optional<PartialFile> m_partial;
+    Scoped<IO> m_io;
+    bool m_isOpen = false;
+    bool m_isFinished = false;
+};
+
 } // namespace
 
 VX7PointWriter* VX7PointWriter::create()
@@ -75,14 +132,15 @@ VX7PointWriter* VX7PointWriter::create()
 
 void VX7PointWriter::init(PointSource* source, const char* path)
 {
-    const Scoped<FileIO::Imp> io(FileIO::create());
-    io->init(path, "w");
-    init(source, io.get());
+    PointWriter::init(source);
+    m_path = path;
+    m_io.reset();
 }
 
 void VX7PointWriter::init(PointSource* source, IO* io)
 {
     PointWriter::init(source);
+    m_path.clear();
     m_io = Scoped<IO>::retained(io);
 }
 
@@ -122,33 +180,40 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
                            getSrc()->estimatePoints(bounds, fraction) * (surveyWork + encodeWork));
     groomMetadata(bounds, fraction);
 
+    OutputFile output(m_path, m_io); // an output that cannot be made is noticed before the work
+    const std::unique_ptr<PointEncoder> encoder = encode(bounds, fraction, layout, delegate);
+    addPointCount(encoder->getNumPoints());
+    writeChunks(output.io(), *encoder);
+    output.finish();
+    summarise(*encoder);
+    return encoder->getNumPoints();
+}
+
+std::unique_ptr<PointEncoder> VX7PointWriter::encode(const Bounds& bounds, double fraction,
+                                                     const PointInfo& layout,
+                                                     ProgressDelegate* delegate) const
+{
     std::int64_t numPoints = 0;
-    std::uint32_t numLevels = 1;
     std::unique_ptr<PointEncoder> encoder;
     {
         BlockReader reader = openReader(bounds, fraction, layout, delegate);
-        const SourceSurvey survey(layout, getGrid(), reader, [&](std::size_t count) {
+        const SourceSurvey survey(layout, {getScale(), getOffset()}, reader, [&](std::size_t count) {
             report(delegate, static_cast<double>(count) * surveyWork, surveying);
         });
         numPoints = survey.getNumPoints();
-        numLevels = chooseLevels(numPoints);
-        const BandFormat format{numLevels, m_options.versions.band == 1,
+        const BandFormat format{chooseLevels(numPoints), m_options.versions.band == 1,
                                 m_options.versions.file < FileVersions::withSingleLengths,
                                 m_options.rawPlanes};
         const std::vector<ChannelPlan> plans = choosePlans(survey, layout, format);
         encoder = std::make_unique<PointEncoder>(plans, format, choosePointsPerEntry(numPoints, plans));
     }
-
     BlockReader reader = openReader(bounds, fraction, layout, delegate);
     encoder->encode(reader, [&](std::size_t count) {
         report(delegate, static_cast<double>(count) * encodeWork, writing);
     });
     if (encoder->getNumPoints() != numPoints || !encoder->isWithinPlans())
         QM_THROW(40007, "the source has changed while it was read");
-    addPointCount(numPoints);
-    writeFile(*encoder, numLevels);
-    summarise(*encoder);
-    return numPoints;
+    return encoder;
 }
 
 BlockReader VX7PointWriter::openReader(const Bounds& bounds, double fraction, const PointInfo& layout,
@@ -158,12 +223,6 @@ BlockReader VX7PointWriter::openReader(const Bounds& bounds, double fraction, co
     const std::size_t room =
         std::max<std::size_t>(mostBlockBytes / (layout.getPointSize() + 1), smallestBlock);
     return BlockReader(std::move(iterator), layout, std::min(room, blockPoints));
-}
-
-SourceSurvey::CoordinateGrid VX7PointWriter::getGrid() const
-{
-    const Bounds& bounds = getSrc()->getBounds();
-    return {getScale(), getOffset(), {bounds.x.min, bounds.y.min, bounds.z.min}};
 }
 
 std::vector<ChannelPlan> VX7PointWriter::choosePlans(const SourceSurvey& survey, const PointInfo& layout,
@@ -237,24 +296,18 @@ void VX7PointWriter::addPointCount(std::int64_t numPoints)
     setMetadata(metadata);
 }
 
-void VX7PointWriter::writeFile(const PointEncoder& encoder, std::uint32_t numLevels)
+void VX7PointWriter::writeChunks(IO* io, const PointEncoder& encoder) const
 {
     FileContents contents;
     contents.numPoints = encoder.getNumPoints();
-    contents.numLevels = numLevels;
+    contents.numLevels = chooseLevels(encoder.getNumPoints());
     contents.channels = &encoder.getChannels();
     contents.index = &encoder.getIndex();
     contents.metadata = &getMetadata();
     contents.wkt = getSrc()->getWKT();
     contents.classNames = getSrc()->getClassIdNames();
     contents.numClassNames = getSrc()->getNumClassIdNames();
-    try {
-        ChunkWriter(m_io.get(), m_options.versions).write(contents);
-    } catch (...) {
-        m_io->unlink();
-        m_io.reset();
-        throw;
-    }
+    ChunkWriter(io, m_options.versions).write(contents);
 }
 
 void VX7PointWriter::summarise(const PointEncoder& encoder)

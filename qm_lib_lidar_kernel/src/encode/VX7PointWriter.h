@@ -11,9 +11,9 @@
 #include "encode/SourceSurvey.h"
 #include "framework/PointWriter.h"
 #include "platform/Export.h"
-#include "platform/FileIO.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -26,7 +26,8 @@ class QM_API VX7PointWriter final : public PointWriter
 public:
     static VX7PointWriter* create();
 
-    // Nothing is touched before all points are coded; then the path, or the store, is written from its start.
+    // A file is written beside the path and takes its place when it is complete. A store is written from its
+    // start once all points are coded.
     void init(PointSource* source, const char* path);
     void init(PointSource* source, IO* io);
     // 40007 for a value out of its range.
@@ -61,16 +62,19 @@ private:
 
     BlockReader openReader(const Bounds& bounds, double fraction, const PointInfo& layout,
                            ProgressDelegate* delegate) const;
-    SourceSurvey::CoordinateGrid getGrid() const;
     std::vector<ChannelPlan> choosePlans(const SourceSurvey& survey, const PointInfo& layout,
                                          const BandFormat& format) const;
     ChannelChoice getChoice(const ChannelInfo& channel) const;
     std::uint32_t chooseLevels(std::int64_t numPoints) const;
     std::uint32_t choosePointsPerEntry(std::int64_t numPoints, const std::vector<ChannelPlan>& plans) const;
     void addPointCount(std::int64_t numPoints);
-    void writeFile(const PointEncoder& encoder, std::uint32_t numLevels);
+    // Surveys and codes the points of the query; returns the coder with all bands.
+    std::unique_ptr<PointEncoder> encode(const Bounds& bounds, double fraction, const PointInfo& layout,
+                                         ProgressDelegate* delegate) const;
+    void writeChunks(IO* io, const PointEncoder& encoder) const;
     void summarise(const PointEncoder& encoder);
 
+    std::string m_path; // or empty, then
     Scoped<IO> m_io;
     EncodeOptions m_options;
     bool m_hasGrid = false;

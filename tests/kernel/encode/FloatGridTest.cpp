@@ -15,12 +15,12 @@ using Testing::Random;
 
 template <class Float>
 std::vector<FloatGrid> findGrids(const std::vector<Float>& values,
-                                 const std::vector<FloatGrid>& declared = {})
+                                 const std::vector<FloatGrid>& declared = {}, bool isCoordinate = false)
 {
     ChannelData channel;
     channel.init(Testing::channel("T", sizeof(Float) == 4 ? FLOAT32 : FLOAT64), values.size());
     std::copy(values.begin(), values.end(), static_cast<Float*>(channel.getData()));
-    return FloatGrid::find(channel, values.size(), declared);
+    return FloatGrid::find(channel, values.size(), declared, isCoordinate);
 }
 
 // The number that a decimal of so many places is read as.
@@ -58,6 +58,23 @@ TEST(FloatGrid, PrefersWhatTheSourceDeclares)
     ASSERT_EQ(grids.size(), 1u);
     EXPECT_EQ(grids[0].scale, 0.25);
     EXPECT_EQ(findGrids(values, {{0.3, 0.0}})[0].scale, 1.0); // which does not hold them
+}
+
+TEST(FloatGrid, TakesNoStepThatMisleadsAReader)
+{
+    // Box queries are widened by half a step of the coordinates.
+    const std::vector<double> coarse = {1024, 2048, 0, 4096};
+    EXPECT_EQ(findGrids(coarse)[0].scale, 1024.0);
+    EXPECT_LE(findGrids(coarse, {}, true)[0].scale, 0.01);
+    // Text shows two or three decimals of hundredths.
+    std::vector<double> values;
+    for (int i = 0; i < 100; ++i)
+        values.push_back(0.1234567 + i * 0.01);
+    for (const FloatGrid& grid : findGrids(values))
+        EXPECT_NE(grid.scale, 0.01);
+    // Neither of these is the number that its three decimals are read as.
+    for (const FloatGrid& grid : findGrids(std::vector<double>{3 * 0.001 * 1e5 + 0.001, 100000.7 - 1e5}))
+        EXPECT_NE(grid.decimals, 1e3);
 }
 
 TEST(FloatGrid, HoldsNothingThatDoesNotComeBackBitForBit)
