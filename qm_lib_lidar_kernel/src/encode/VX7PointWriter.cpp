@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -54,12 +55,13 @@ void checkNames(const PointInfo& layout)
     constexpr std::size_t mostChannels = 65535 / 3;
     if (layout.getNumChannels() > mostChannels)
         QM_THROW(40007, "more than %zu channels", mostChannels);
+    std::set<std::string> seen;
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const std::string name = layout.getChannel(i).getName();
         const bool isPart = name.size() >= WaveletChannelInfo::prefixSize && name[0] == '@' && name[2] == '|';
         if (name.empty() || name.size() > longestName || isPart)
             QM_THROW(40007, "a channel cannot be called '%.64s'", name.c_str());
-        if (layout.getChannelIndex(name.c_str()) != static_cast<int>(i))
+        if (!seen.insert(name).second)
             QM_THROW(40007, "two channels are called '%.64s'", name.c_str());
     }
 }
