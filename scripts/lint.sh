@@ -22,7 +22,9 @@ wrong=$(includes qm_lib_lidar_core "$kernel|$formats|$filters|$apps")
 wrong+=$(includes qm_lib_lidar_kernel "$formats|$filters|$apps")
 wrong+=$(includes qm_lib_lidar_formats "$filters|$apps")
 wrong+=$(includes qm_lib_lidar_filters "$kernel|$formats|$apps")
-wrong+=$(git grep -nE '#include "decode/' -- qm_lib_lidar_kernel/src/common || true)
+wrong+=$(git grep -nE '#include "(de|en)code/' -- qm_lib_lidar_kernel/src/common || true)
+wrong+=$(git grep -nE '#include "encode/' -- qm_lib_lidar_kernel/src/decode || true)
+wrong+=$(git grep -nE '#include "decode/' -- qm_lib_lidar_kernel/src/encode || true)
 wrong+=$(git grep -nE '#include "support/' -- 'qm_*' || true)
 if [ -n "$wrong" ]; then
   printf 'includes against the direction of the libraries:\n%s\n' "$wrong" >&2

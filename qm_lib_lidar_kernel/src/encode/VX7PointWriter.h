@@ -4,7 +4,8 @@
 // The source is read twice: the first pass (SourceSurvey) finds out what the channels hold, PlanChooser then
 // settles how each is coded, the second pass (PointEncoder) codes them. Bands grow in a temporary file
 // (SpillStream), since the file holds them one after the other; ChunkWriter puts them there at the end.
-// Memory does not grow with the number of points, but for 48 bytes an index entry.
+// Memory does not grow with the number of points: an index has at most 65,536 entries, of 150 bytes while it
+// is made, unless the points of an entry are given.
 #pragma once
 
 #include "encode/EncodeOptions.h"
