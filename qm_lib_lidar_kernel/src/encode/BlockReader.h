@@ -20,16 +20,21 @@ public:
             block.points.init(layout, blockPoints);
     }
 
-    const PointData& points() const noexcept { return m_blocks[m_present].points; }
-    std::size_t count() const noexcept { return m_blocks[m_present].count; } // 0: the end
+    // Calls visit(points, count) for each block; it calls readNext() while or after it works on them.
+    template <class Visit>
+    void forEach(Visit visit)
+    {
+        readNext();
+        for (m_present = 1 - m_present; m_blocks[m_present].count != 0; m_present = 1 - m_present)
+            visit(std::as_const(m_blocks[m_present].points), m_blocks[m_present].count);
+    }
 
-    // May run on any thread while others read the present block.
+    // May run on any thread.
     void readNext()
     {
         Block& next = m_blocks[1 - m_present];
         next.count = m_iterator->getNextPoints(next.points);
     }
-    void advance() noexcept { m_present = 1 - m_present; }
 
 private:
     struct Block

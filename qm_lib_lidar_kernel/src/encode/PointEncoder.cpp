@@ -18,11 +18,7 @@ PointEncoder::PointEncoder(const std::vector<ChannelPlan>& plans, const BandForm
 
 void PointEncoder::encode(BlockReader& reader, const std::function<void(std::size_t)>& onBlock)
 {
-    reader.readNext();
-    reader.advance();
-    while (reader.count() != 0) {
-        const PointData& points = reader.points();
-        const std::size_t count = reader.count();
+    reader.forEach([&](const PointData& points, std::size_t count) {
         m_numPoints += static_cast<std::int64_t>(count);
         parallelLoop(m_channels.size() + 1, [&](std::size_t job) {
             if (job == 0)
@@ -32,8 +28,7 @@ void PointEncoder::encode(BlockReader& reader, const std::function<void(std::siz
         });
         encodePending([&reader] { reader.readNext(); });
         onBlock(count);
-        reader.advance();
-    }
+    });
     parallelLoop(m_channels.size(), [this](std::size_t channel) { m_channels[channel]->finish(); });
     encodePending([] {});
 }

@@ -23,11 +23,7 @@ SourceSurvey::SourceSurvey(const PointInfo& layout, const CoordinateGrid& grid, 
       m_mostRuns(std::clamp<std::size_t>(mostRunBytes / (runPoints * layout.getPointSize() + 1), 1, mostRuns))
 {
     declareGrids(layout, grid);
-    reader.readNext();
-    reader.advance();
-    while (reader.count() != 0) {
-        const PointData& points = reader.points();
-        const std::size_t count = reader.count();
+    reader.forEach([&](const PointData& points, std::size_t count) {
         m_numPoints += static_cast<std::int64_t>(count);
         keepRun(layout, points, count);
         parallelLoop(m_channels.size() + 1, [&](std::size_t job) {
@@ -37,8 +33,7 @@ SourceSurvey::SourceSurvey(const PointInfo& layout, const CoordinateGrid& grid, 
                 m_channels[job - 1].add(points.getChannel(job - 1), count);
         });
         onBlock(count);
-        reader.advance();
-    }
+    });
 }
 
 // The source's own grid for coordinates, and the grid of a channel's step.
