@@ -2,6 +2,7 @@
 #include "utils/PersistentPointSourceWriter.h"
 
 #include "filters/MosaicFilter.h"
+#include "index/BoxGrid.h"
 #include "index/MemoryRTree.h"
 #include "platform/FileIO.h"
 #include "support/Errors.h"
@@ -10,7 +11,6 @@
 #include "support/SetOfSources.h"
 #include "support/TileFiles.h"
 #include "text/TXTPointReader.h"
-#include "index/BoxGrid.h"
 #include "utils/TileSetFile.h"
 
 #include <gtest/gtest.h>

@@ -56,18 +56,20 @@ std::uint8_t getVersion(const QMCmdLine& cmdLine, const char* option, std::uint8
 
 void add(QMCmdLine& cmdLine)
 {
-    cmdLine.addStringArray("t", "transform",
-                           "transform code, for all channels that it suits or as <channel>=<code>.  May be repeated.\n"
-                           "  By default each channel gets the one of 10, 11, 13, 90, 91, 93, 70, 71 and 73 that "
-                           "serves it best",
-                           false, -1);
-    cmdLine.addFlag("smooth", nullptr,
-                    "choose among the transforms that smooth: coarse levels hold averages, not points of the input");
-    cmdLine.addStringArray("sb", "subblockSize",
-                           "samples per subblock, for all channels or as <channel>=<samples>.  May be repeated", false,
-                           -1);
-    cmdLine.addUint("levels", nullptr, "number of levels, 1 to 64.  By default the coarsest has about 512 points",
-                    false);
+    cmdLine.addStringArray(
+        "t", "transform",
+        "transform code, for all channels that it suits or as <channel>=<code>.  May be repeated.\n"
+        "  By default each channel gets the one of 10, 11, 13, 90, 91, 93, 70, 71 and 73 that "
+        "serves it best",
+        false, -1);
+    cmdLine.addFlag(
+        "smooth", nullptr,
+        "choose among the transforms that smooth: coarse levels hold averages, not points of the input");
+    cmdLine.addStringArray(
+        "sb", "subblockSize",
+        "samples per subblock, for all channels or as <channel>=<samples>.  May be repeated", false, -1);
+    cmdLine.addUint("levels", nullptr,
+                    "number of levels, 1 to 64.  By default the coarsest has about 512 points", false);
     cmdLine.addUint("pe", "pointsPerEntry", "points per box of the spatial index", false);
     cmdLine.addUint("fileVersion", nullptr, "version of the file, 1 to 4.  Default is 4, the newest", false);
     cmdLine.addUint("headerVersion", nullptr, "version of the wavelet header, 1 or 2.  Default is 2", false);

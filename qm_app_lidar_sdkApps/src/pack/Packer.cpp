@@ -25,10 +25,11 @@ Packer::Packer() : m_cmdLine("vxpack", description, description, true)
 {
     Utils::setVersion(m_cmdLine);
     Utils::addCommonOptions(m_cmdLine);
-    m_cmdLine.addStringArray("i", "inputFile",
-                             "LAS, LAZ, BPF, VX7 or text file, list of files, index or directory.  May be repeated; "
-                             "several files become one cloud",
-                             true, -1);
+    m_cmdLine.addStringArray(
+        "i", "inputFile",
+        "LAS, LAZ, BPF, VX7 or text file, list of files, index or directory.  May be repeated; "
+        "several files become one cloud",
+        true, -1);
     m_cmdLine.addString("o", "outputFile", "name of output file, ending in .vxl", true);
     Utils::addDepthOption(m_cmdLine);
     Utils::addTXTPointReaderOptions(m_cmdLine);
@@ -36,13 +37,14 @@ Packer::Packer() : m_cmdLine("vxpack", description, description, true)
     Utils::addFilterOptions(m_cmdLine);
     Utils::addSubsampleOption(m_cmdLine);
     Utils::addCropOption(m_cmdLine);
-    m_cmdLine.addFloatArray("quantize", nullptr,
-                            "round coordinates to these steps (x, y, z).  The only option that changes values", false,
-                            3);
-    m_cmdLine.addString("order", nullptr,
-                        "order of the points: 'input' as they come (default), or 'hilbert' along a curve that keeps "
-                        "neighbours together, so that boxes are read faster",
-                        false);
+    m_cmdLine.addFloatArray(
+        "quantize", nullptr,
+        "round coordinates to these steps (x, y, z).  The only option that changes values", false, 3);
+    m_cmdLine.addString(
+        "order", nullptr,
+        "order of the points: 'input' as they come (default), or 'hilbert' along a curve that keeps "
+        "neighbours together, so that boxes are read faster",
+        false);
     PackOptions::add(m_cmdLine);
 }
 
@@ -114,14 +116,15 @@ Scoped<PointSource> Packer::applyFilters(Scoped<PointSource> source) const
 void Packer::printResult(const VX7PointWriter& writer, std::int64_t numPoints) const
 {
     const std::int64_t size = QMFileUtils::getSize(m_cmdLine.getString("outputFile"));
-    std::printf("\n%lld points written, %lld bytes", static_cast<long long>(numPoints), static_cast<long long>(size));
+    std::printf("\n%lld points written, %lld bytes", static_cast<long long>(numPoints),
+                static_cast<long long>(size));
     if (numPoints > 0)
         std::printf(", %.3f a point", static_cast<double>(size) / static_cast<double>(numPoints));
     std::putchar('\n');
     if (m_cmdLine.isPresent("quantize")) {
         const double* steps = m_cmdLine.getFloatArray("quantize");
-        std::printf("coordinates were rounded to steps of %g, %g and %g: this file is not lossless\n", steps[0],
-                    steps[1], steps[2]);
+        std::printf("coordinates were rounded to steps of %g, %g and %g: this file is not lossless\n",
+                    steps[0], steps[1], steps[2]);
     }
     if (m_cmdLine.getFlag("verbose"))
         printPackReport(stdout, writer, numPoints);

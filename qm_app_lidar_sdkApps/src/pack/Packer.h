@@ -1,5 +1,5 @@
-// One run of vxpack: declares and parses the options, opens the inputs, puts the filters that were asked for between
-// them and the writer, and writes the file.
+// One run of vxpack: declares and parses the options, opens the inputs, puts the filters that were asked for
+// between them and the writer, and writes the file.
 #pragma once
 
 #include "cli/QMCmdLine.h"

@@ -1,11 +1,11 @@
 #include "utils/PersistentPointSourceWriter.h"
 
 #include "files/QMFileUtils.h"
+#include "index/BoxGrid.h"
 #include "index/MemoryRTree.h"
 #include "platform/Base.h"
 #include "platform/CheckedMath.h"
 #include "platform/FileIO.h"
-#include "index/BoxGrid.h"
 #include "utils/TileSetFile.h"
 
 #include <unistd.h>

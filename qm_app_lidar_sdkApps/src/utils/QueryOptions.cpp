@@ -17,10 +17,11 @@ namespace {
 
 const char* describeOutFields()
 {
-    static const std::string text = std::string("Output specific fields.  By default output all those supported by "
-                                                "output format and are in the input file.\n"
-                                                "Parse format: \n") +
-                                    fieldLetters;
+    static const std::string text =
+        std::string("Output specific fields.  By default output all those supported by "
+                    "output format and are in the input file.\n"
+                    "Parse format: \n") +
+        fieldLetters;
     return text.c_str();
 }
 
@@ -80,7 +81,8 @@ Bounds getCropBox(const QMCmdLine& cmdLine)
 
 void addDepthOption(QMCmdLine& cmdLine)
 {
-    cmdLine.addUint("d", "depth", "levels of directories below a given one to look into.  Default is 0", false);
+    cmdLine.addUint("d", "depth", "levels of directories below a given one to look into.  Default is 0",
+                    false);
 }
 
 void addInput(FilePointSourceManager& files, const char* name, const QMCmdLine& cmdLine)

@@ -42,8 +42,8 @@ Bounds getCropBox(const QMCmdLine& cmdLine);
 
 // "d"/"depth", for addInput().
 void addDepthOption(QMCmdLine& cmdLine);
-// Adds what a user named: a file of any kind, a list, or the files of a directory and of "depth" levels below it.
-// What does not exist is the system's error.
+// Adds what a user named: a file of any kind, a list, or the files of a directory and of "depth" levels below
+// it. What does not exist is the system's error.
 void addInput(FilePointSourceManager& files, const char* name, const QMCmdLine& cmdLine);
 // The file, or the mosaic of several; `verbose` prints a summary of each.
 Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose);

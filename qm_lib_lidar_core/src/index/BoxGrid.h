@@ -1,5 +1,5 @@
-// A grid on which the disk form of an R-tree stores boxes in 32 bits. Storing rounds to the nearest line, so each
-// box is made larger by a step first: a query that meets a box meets its stored form.
+// A grid on which the disk form of an R-tree stores boxes in 32 bits. Storing rounds to the nearest line, so
+// each box is made larger by a step first: a query that meets a box meets its stored form.
 #pragma once
 
 #include "model/Bounds.h"

@@ -75,7 +75,8 @@ void QuantizeFilter::init(PointSource* source, const double* steps)
 PointIterator* QuantizeFilter::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                               ProgressDelegate* delegate) const
 {
-    return new Iterator(*this, Scoped<PointIterator>(getSrc()->createIterator(bounds, fraction, layout, delegate)));
+    return new Iterator(*this,
+                        Scoped<PointIterator>(getSrc()->createIterator(bounds, fraction, layout, delegate)));
 }
 
 } // namespace Quillmoran
