@@ -7,6 +7,8 @@
 #include "pack/PackOptions.h"
 #include "pack/PackReport.h"
 #include "platform/Base.h"
+#include "platform/FileIO.h"
+#include "utils/PersistentPointSourceManager.h"
 #include "utils/ThreadPool.h"
 #include "utils/Utils.h"
 
@@ -18,6 +20,33 @@ namespace Quillmoran {
 namespace {
 
 constexpr char description[] = "Encodes LiDAR files as VX7 files";
+
+// The output must be none of the files that are read, the tiles of an index among them.
+void refuseInput(const char* input, const char* output)
+{
+    Utils::refuseSameFile(input, output);
+    if (Utils::getPointSourceType(input) != POINT_SOURCE_INDEX)
+        return;
+    const Scoped<SimpleFileOpener> opener(SimpleFileOpener::create());
+    const Scoped<PersistentPointSourceManager> index(PersistentPointSourceManager::create());
+    index->init(input, opener.get());
+    for (const TileInfo& tile : index->getTileSet().tiles)
+        Utils::refuseSameFile(tile.path.c_str(), output);
+    if (const TileInfo* overview = index->getOverviewInfo())
+        Utils::refuseSameFile(overview->path.c_str(), output);
+}
+
+// The output is written when all else is done; that it cannot be is better known before. The system's error.
+void checkWritable(const char* output)
+{
+    const bool isThere = QMFileUtils::exists(output);
+    const Scoped<FileIO::Imp> file(FileIO::create());
+    file->init(output, "r+"); // does not truncate
+    file->open();
+    file->close();
+    if (!isThere)
+        QMFileUtils::deleteFile(output);
+}
 
 } // namespace
 
@@ -65,17 +94,22 @@ void Packer::pack() const
     if (Utils::getPointSourceType(output) != POINT_SOURCE_VX7)
         QM_THROW(-1, "the name of the output must end in '.vxl': '%s'", output);
     const EncodeOptions options = PackOptions::get(m_cmdLine);
+    if (m_cmdLine.isPresent("subsample") && !(m_cmdLine.getFloat("subsample") > 0))
+        QM_THROW(-1, "the value of -subsample must be above 0");
 
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     addInputs(*files);
+    checkWritable(output);
     const Scoped<PointSource> source = applyFilters(Utils::openInputs(*files, m_cmdLine.getFlag("verbose")));
+    const PointInfo layout = Utils::getOutFields(m_cmdLine, *source);
+    PackOptions::checkChannels(options, layout);
 
     const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
     writer->init(source.get(), output);
     writer->setOptions(options);
     PercentProgressDelegate delegate;
-    const std::int64_t count = writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine),
-                                             Utils::getOutFields(m_cmdLine, *source), &delegate);
+    const std::int64_t count =
+        writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine), layout, &delegate);
     printResult(*writer, count);
 }
 
@@ -89,7 +123,7 @@ void Packer::addInputs(FilePointSourceManager& files) const
     if (files.getNumSources() == 0)
         QM_THROW(-1, "there are no files to read");
     for (std::size_t i = 0; i < files.getNumSources(); ++i)
-        Utils::refuseSameFile(files.getFilename(i), m_cmdLine.getString("outputFile"));
+        refuseInput(files.getFilename(i), m_cmdLine.getString("outputFile"));
 }
 
 Scoped<PointSource> Packer::applyFilters(Scoped<PointSource> source) const
