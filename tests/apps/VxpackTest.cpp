@@ -276,6 +276,14 @@ TEST_F(Vxpack, GivesBackCompressedFilesInEveryVersion)
     }
 }
 
+TEST_F(Vxpack, MakesTheExampleOfTheRepository)
+{
+    const std::string example = readFile(EXAMPLES "/survey.vxl");
+    EXPECT_TRUE(readFile(directory / "survey.vxl") == example) << "make_survey writes other bytes";
+    pack("-i survey.vxl -o again.vxl -levels 6 -pe 64 -sb 256 -t GPSTime=11");
+    EXPECT_TRUE(readFile(directory / "again.vxl") == example);
+}
+
 TEST_F(Vxpack, JoinsSeveralFiles)
 {
     std::filesystem::create_directories(directory / "tiles/more");
