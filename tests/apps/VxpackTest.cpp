@@ -333,7 +333,12 @@ TEST_F(Vxpack, PacksBPFWhereItsModuleIs)
     pack("-i in.bpf -o out.vxl");
     const json source = describe("in.bpf -stats"), packed = describe("out.vxl -stats -check");
     EXPECT_EQ(packed["numPoints"], 2400);
-    EXPECT_EQ(packed["statistics"], source["statistics"]);
+    ASSERT_EQ(packed["statistics"].size(), source["statistics"].size());
+    for (const json& channel : source["statistics"])
+        for (const char* key : {"count", "notFinite", "min", "max", "counts"})
+            EXPECT_EQ(find(packed["statistics"], channel["name"]).value(key, json()),
+                      channel.value(key, json()))
+                << channel["name"] << ' ' << key;
     EXPECT_EQ(packed["wkt"], source["wkt"]);
 }
 

@@ -14,6 +14,8 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <unistd.h>
 
 namespace Quillmoran {
 
@@ -39,13 +41,16 @@ void refuseInput(const char* input, const char* output)
 // The output is written when all else is done; that it cannot be is better known before. The system's error.
 void checkWritable(const char* output)
 {
-    const bool isThere = QMFileUtils::exists(output);
-    const Scoped<FileIO::Imp> file(FileIO::create());
-    file->init(output, "r+"); // does not truncate
-    file->open();
-    file->close();
-    if (!isThere)
-        QMFileUtils::deleteFile(output);
+    if (QMFileUtils::exists(output)) {
+        const Scoped<FileIO::Imp> file(FileIO::create());
+        file->init(output, "r+"); // does not truncate
+        file->open();
+        file->close();
+        return;
+    }
+    const std::string directory = QMFileSpec(output).dirname();
+    if (::access(directory.empty() ? "." : directory.c_str(), W_OK | X_OK) != 0)
+        QM_THROW_OS(output);
 }
 
 } // namespace
