@@ -1,4 +1,5 @@
-// Encodes bands for tests and examples: the mirror of the subblock readers, written for clearness.
+// Bands for tests of the decoder: samples through the subblock writers, in whatever form a file may hold
+// them.
 #pragma once
 
 #include "common/TransformUtils.h"
@@ -18,7 +19,7 @@ struct BandOptions
     std::size_t subblockSize = 64;
     bool perPlaneLengths = false;
     int rawPlanes = 0;     // of the coded planes, how many of the lowest are raw
-    int droppedPlanes = 0; // lowest planes left out (lossy)
+    int droppedPlanes = 0; // lowest planes left out (lossy), but for the highest one of a subblock
     std::size_t maxZeroRun = 2048;
 };
 

@@ -1,7 +1,6 @@
 #include "pack/PackOptions.h"
 
 #include "cli/QMCmdLine.h"
-#include "model/PointInfo.h"
 #include "platform/Base.h"
 
 #include <charconv>
@@ -48,18 +47,6 @@ void parseChoices(const QMCmdLine& cmdLine, const char* option, EncodeOptions& o
     }
 }
 
-// What is said of one channel is said on top of what is said of all.
-void completeChoices(EncodeOptions& options)
-{
-    for (auto& [name, choice] : options.byChannel) {
-        choice.smooth = options.all.smooth;
-        if (!choice.transform)
-            choice.transform = options.all.transform;
-        if (!choice.subblockSize)
-            choice.subblockSize = options.all.subblockSize;
-    }
-}
-
 std::uint8_t getVersion(const QMCmdLine& cmdLine, const char* option, std::uint8_t newest)
 {
     return cmdLine.isPresent(option) ? narrow<std::uint8_t>(cmdLine.getUint(option), option) : newest;
@@ -99,7 +86,6 @@ EncodeOptions get(const QMCmdLine& cmdLine)
     });
     parseChoices(cmdLine, "subblockSize", options,
                  [](ChannelChoice& choice, std::uint32_t value) { choice.subblockSize = value; });
-    completeChoices(options);
     if (cmdLine.isPresent("levels"))
         options.numLevels = cmdLine.getUint("levels");
     if (cmdLine.isPresent("pointsPerEntry"))
@@ -110,14 +96,6 @@ EncodeOptions get(const QMCmdLine& cmdLine)
     options.versions.band = getVersion(cmdLine, "bandVersion", options.versions.band);
     options.check();
     return options;
-}
-
-void checkChannels(const EncodeOptions& options, const PointInfo& layout)
-{
-    for (const auto& [name, choice] : options.byChannel)
-        if (!layout.hasChannel(name.c_str()))
-            QM_THROW(-1, "-transform or -subblockSize names the channel '%s', which is not written",
-                     name.c_str());
 }
 
 } // namespace Quillmoran::PackOptions

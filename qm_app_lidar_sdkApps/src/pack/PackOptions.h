@@ -5,7 +5,6 @@
 
 namespace Quillmoran {
 
-class PointInfo;
 class QMCmdLine;
 
 namespace PackOptions {
@@ -13,8 +12,6 @@ namespace PackOptions {
 void add(QMCmdLine& cmdLine);
 // -1 for a text that is not of an option's format, 40007 for a value out of its range.
 EncodeOptions get(const QMCmdLine& cmdLine);
-// -1 when a choice is for a channel that is not written.
-void checkChannels(const EncodeOptions& options, const PointInfo& layout);
 
 } // namespace PackOptions
 

@@ -7,51 +7,17 @@
 #include "pack/PackOptions.h"
 #include "pack/PackReport.h"
 #include "platform/Base.h"
-#include "platform/FileIO.h"
-#include "utils/PersistentPointSourceManager.h"
 #include "utils/ThreadPool.h"
 #include "utils/Utils.h"
 
 #include <cstdio>
 #include <cstring>
-#include <string>
-#include <unistd.h>
 
 namespace Quillmoran {
 
 namespace {
 
 constexpr char description[] = "Encodes LiDAR files as VX7 files";
-
-// The output must be none of the files that are read, the tiles of an index among them.
-void refuseInput(const char* input, const char* output)
-{
-    Utils::refuseSameFile(input, output);
-    if (Utils::getPointSourceType(input) != POINT_SOURCE_INDEX)
-        return;
-    const Scoped<SimpleFileOpener> opener(SimpleFileOpener::create());
-    const Scoped<PersistentPointSourceManager> index(PersistentPointSourceManager::create());
-    index->init(input, opener.get());
-    for (const TileInfo& tile : index->getTileSet().tiles)
-        Utils::refuseSameFile(tile.path.c_str(), output);
-    if (const TileInfo* overview = index->getOverviewInfo())
-        Utils::refuseSameFile(overview->path.c_str(), output);
-}
-
-// The output is written when all else is done; that it cannot be is better known before. The system's error.
-void checkWritable(const char* output)
-{
-    if (QMFileUtils::exists(output)) {
-        const Scoped<FileIO::Imp> file(FileIO::create());
-        file->init(output, "r+"); // does not truncate
-        file->open();
-        file->close();
-        return;
-    }
-    const std::string directory = QMFileSpec(output).dirname();
-    if (::access(directory.empty() ? "." : directory.c_str(), W_OK | X_OK) != 0)
-        QM_THROW_OS(output);
-}
 
 } // namespace
 
@@ -104,31 +70,31 @@ void Packer::pack() const
 
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     addInputs(*files);
-    checkWritable(output);
     const Scoped<PointSource> source = applyFilters(Utils::openInputs(*files, m_cmdLine.getFlag("verbose")));
-    const PointInfo layout = Utils::getOutFields(m_cmdLine, *source);
-    PackOptions::checkChannels(options, layout);
 
     const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
     writer->init(source.get(), output);
     writer->setOptions(options);
     PercentProgressDelegate delegate;
-    const std::int64_t count =
-        writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine), layout, &delegate);
+    const std::int64_t count = writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine),
+                                             Utils::getOutFields(m_cmdLine, *source), &delegate);
     printResult(*writer, count);
 }
 
 void Packer::addInputs(FilePointSourceManager& files) const
 {
-    Utils::setTextOptions(files, true, m_cmdLine);
     std::size_t count = 0;
     const char* const* names = m_cmdLine.getStringArray("inputFile", count);
-    for (std::size_t i = 0; i < count; ++i)
+    // One file is read twice by the writer; a mosaic has to know where each of its files lies.
+    Utils::setTextOptions(files, count > 1 || Utils::getPointSourceType(names[0]) != POINT_SOURCE_TEXT,
+                          m_cmdLine);
+    for (std::size_t i = 0; i < count; ++i) {
+        Utils::refuseSameFile(names[i], m_cmdLine.getString("outputFile")); // a list is no source, but read
         Utils::addInput(files, names[i], m_cmdLine);
+    }
     if (files.getNumSources() == 0)
         QM_THROW(-1, "there are no files to read");
-    for (std::size_t i = 0; i < files.getNumSources(); ++i)
-        refuseInput(files.getFilename(i), m_cmdLine.getString("outputFile"));
+    Utils::refuseInputs(files, m_cmdLine.getString("outputFile"));
 }
 
 Scoped<PointSource> Packer::applyFilters(Scoped<PointSource> source) const

@@ -1,5 +1,6 @@
 #include "utils/PersistentPointSourceWriter.h"
 
+#include "files/PartialFile.h"
 #include "files/QMFileUtils.h"
 #include "index/BoxGrid.h"
 #include "index/MemoryRTree.h"
@@ -8,40 +9,9 @@
 #include "platform/FileIO.h"
 #include "utils/TileSetFile.h"
 
-#include <unistd.h>
-
 namespace Quillmoran {
 
 namespace {
-
-// A file under construction beside the one that it will replace; goes with this object unless it was
-// finished.
-class PartialFile
-{
-public:
-    explicit PartialFile(const QMFileSpec& final)
-        : m_final(final), m_path((final.c_str() + ('.' + std::to_string(::getpid())) + ".part").c_str())
-    {}
-    ~PartialFile()
-    {
-        if (!m_isFinished)
-            ::unlink(m_path.c_str());
-    }
-    PartialFile(const PartialFile&) = delete;
-    PartialFile& operator=(const PartialFile&) = delete;
-
-    const QMFileSpec& path() const { return m_path; }
-    void finish()
-    {
-        QMFileUtils::moveFile(m_path, m_final);
-        m_isFinished = true;
-    }
-
-private:
-    QMFileSpec m_final;
-    QMFileSpec m_path;
-    bool m_isFinished = false;
-};
 
 QMFileSpec relativeTo(const std::string& directory, const QMFileSpec& path)
 {

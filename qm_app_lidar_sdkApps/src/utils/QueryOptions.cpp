@@ -123,4 +123,21 @@ void refuseSameFile(const char* input, const char* output)
         QM_THROW(-1, "the output '%s' is the input file", output);
 }
 
+void refuseInputs(const FilePointSourceManager& files, const char* output)
+{
+    for (std::size_t i = 0; i < files.getNumSources(); ++i) {
+        const char* const name = files.getFilename(i);
+        refuseSameFile(name, output);
+        if (getPointSourceType(name) != POINT_SOURCE_INDEX)
+            continue;
+        const Scoped<SimpleFileOpener> opener(SimpleFileOpener::create());
+        const Scoped<PersistentPointSourceManager> index(PersistentPointSourceManager::create());
+        index->init(name, opener.get());
+        for (std::size_t tile = 0; tile < index->getNumSources(); ++tile)
+            refuseSameFile(index->getTileInfo(tile).path.c_str(), output);
+        if (const TileInfo* overview = index->getOverviewInfo())
+            refuseSameFile(overview->path.c_str(), output);
+    }
+}
+
 } // namespace Quillmoran::Utils

@@ -49,6 +49,8 @@ void addInput(FilePointSourceManager& files, const char* name, const QMCmdLine& 
 Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose);
 // A writer truncates its output, which must not be what it reads: -1 "the output '%s' is the input file".
 void refuseSameFile(const char* input, const char* output);
+// The same for all files of a set, the tiles of an index included.
+void refuseInputs(const FilePointSourceManager& files, const char* output);
 
 // Adds a file, or the files of a directory and of `depth` levels of directories below it: those of a
 // directory in the order of their names, whatever their case, then its directories. Lists stand for the files

@@ -8,6 +8,15 @@ namespace Quillmoran {
 PointReader::PointReader() : m_info(PointCloudInfo::create())
 {}
 
+double PointSource::estimatePoints(const Bounds& bounds, double fraction) const
+{
+    const double points = getNumPoints() == unknownNumPoints ? getTotalWork(Bounds::Huge(), 1.0)
+                                                             : static_cast<double>(getNumPoints());
+    // Some sources have to read all points to know their bounds.
+    const double share = bounds == Bounds::Huge() ? 1 : Bounds::overlapFraction(getBounds(), bounds);
+    return points * share * fraction;
+}
+
 std::size_t PointSource::read(const Bounds& bounds, PointData& buffer, ProgressDelegate* delegate) const
 {
     const auto throwIfCancelled = [delegate] {

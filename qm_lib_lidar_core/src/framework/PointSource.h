@@ -50,6 +50,10 @@ public:
     const ChannelInfo& getChannel(std::size_t index) const { return getPointInfo().getChannel(index); }
     const ChannelInfo* getChannel(const char* name) const { return getPointInfo().getChannel(name); }
 
+    // About how many points a query gives, of a source that does not know how many it has, how much work they
+    // are.
+    double estimatePoints(const Bounds& bounds, double fraction) const;
+
     // Fills the caller's buffer, whose layout is the query's, with an even sample of all points in the box.
     // Returns how many points were seen (the buffer holds at most its own size). A cancelled delegate is
     // 40006 "operation cancelled.".

@@ -16,6 +16,12 @@ Bounds::Range intersection(const Bounds::Range& a, const Bounds::Range& b)
     return {std::max(a.min, b.min), std::min(a.max, b.max)};
 }
 
+// Whether nothing of the bounds lies outside the box.
+bool isWhole(const Bounds& all, const Bounds& box)
+{
+    return Bounds{intersection(box.x, all.x), intersection(box.y, all.y), intersection(box.z, all.z)} == all;
+}
+
 // The min and max of one coordinate, in four independent chains so that the compiler can use vectors. A NaN
 // compares false and changes nothing.
 Bounds::Range extent(const double* values, std::size_t count)
@@ -63,10 +69,7 @@ PointInfo PointWriter::getSupported(const PointInfo& layout, ProgressDelegate* d
 
 void PointWriter::groomMetadata(const Bounds& bounds, double fraction)
 {
-    const Bounds& all = m_source->getBounds();
-    const Bounds kept{intersection(bounds.x, all.x), intersection(bounds.y, all.y),
-                      intersection(bounds.z, all.z)};
-    const bool whole = kept == all;
+    const bool whole = bounds == Bounds::Huge() || isWhole(m_source->getBounds(), bounds);
     if (whole && fraction >= 1)
         return;
     if (!whole)
@@ -128,11 +131,7 @@ std::int64_t SimplePointWriter::writeBlocks(PointIterator& iterator, PointData& 
 
 double SimplePointWriter::getTotalWork(const Bounds& bounds, double fraction) const
 {
-    const PointSource& source = *getSrc();
-    const double points = source.getNumPoints() == PointSource::unknownNumPoints
-                              ? source.getTotalWork(Bounds::Huge(), 1.0)
-                              : static_cast<double>(source.getNumPoints());
-    return points * Bounds::overlapFraction(source.getBounds(), bounds) * fraction;
+    return getSrc()->estimatePoints(bounds, fraction);
 }
 
 NULLPointWriter::NULLPointWriter() : m_info(PointCloudInfo::create())

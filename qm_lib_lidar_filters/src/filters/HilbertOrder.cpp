@@ -15,6 +15,7 @@ namespace {
 // Rows and the columns that they are packed from stay in the caches together.
 constexpr std::size_t blockBytes = 1 << 17;
 constexpr std::size_t mostBlockPoints = 4096;
+constexpr const char* activity = "sorting points";
 
 std::size_t getBlockPoints(const PointRows& format)
 {
@@ -54,7 +55,7 @@ public:
             m_format.unpack(buffer, filled, m_rows.get(), count);
             filled += count;
             if (getDelegate())
-                getDelegate()->updateCompleted(static_cast<double>(count), "sorting points");
+                getDelegate()->updateCompleted(static_cast<double>(count), activity);
         }
         return filled;
     }
@@ -79,13 +80,8 @@ void HilbertOrder::init(PointSource* source)
 
 double HilbertOrder::getTotalWork(const Bounds& bounds, double fraction) const
 {
-    const PointSource& source = *getSrc();
-    const double points = source.getNumPoints() == PointSource::unknownNumPoints
-                              ? source.getTotalWork(Bounds::Huge(), 1.0)
-                              : static_cast<double>(source.getNumPoints());
     const double share = fraction > 0 ? std::min(fraction, 1.0) : 0;
-    return source.getTotalWork(bounds, fraction) +
-           points * Bounds::overlapFraction(source.getBounds(), bounds) * share;
+    return getSrc()->getTotalWork(bounds, fraction) + getSrc()->estimatePoints(bounds, share);
 }
 
 Scoped<const SortedRows> HilbertOrder::sort(const Query& query, ProgressDelegate* delegate) const
@@ -121,6 +117,9 @@ PointIterator* HilbertOrder::createIterator(const Bounds& bounds, double fractio
         m_sorted.reset(); // gives memory and disk back before others are taken
         m_query = query;
         m_sorted = sort(query, delegate);
+    } else if (delegate) {
+        // getTotalWork() promised the work of reading, which is saved.
+        delegate->updateCompleted(getSrc()->getTotalWork(bounds, fraction), activity);
     }
     return new Iterator(*m_sorted, query, delegate);
 }

@@ -53,23 +53,30 @@ void QuantizeFilter::init(PointSource* source, const double* steps)
 {
     PointFilter::init(source);
     m_info = source->getPointInfo();
-    m_bounds = source->getBounds();
+    m_bounds.reset();
     const char* const names[3] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
-    Bounds::Range* const ranges[3] = {&m_bounds.x, &m_bounds.y, &m_bounds.z};
     const double* const offset = source->getOffset();
     for (int axis = 0; axis < 3; ++axis) {
-        const double step = steps[axis];
-        if (!(step > 0) || !std::isfinite(step))
-            QM_THROW(40007, "a step must be above 0: %g", step);
-        const double corner = std::isfinite(ranges[axis]->min) ? std::floor(ranges[axis]->min) : 0;
-        m_scale[axis] = step;
-        m_offset[axis] = offset ? offset[axis] : corner;
+        if (!(steps[axis] > 0) || !std::isfinite(steps[axis]))
+            QM_THROW(40007, "a step must be above 0: %g", steps[axis]);
+        m_scale[axis] = steps[axis];
+        m_offset[axis] = offset ? offset[axis] : 0;
+        if (ChannelInfo* channel = m_info.getChannel(names[axis]))
+            channel->setQuantization(steps[axis]);
+    }
+}
+
+const Bounds& QuantizeFilter::getBounds() const
+{
+    if (m_bounds)
+        return *m_bounds;
+    m_bounds = getSrc()->getBounds();
+    Bounds::Range* const ranges[3] = {&m_bounds->x, &m_bounds->y, &m_bounds->z};
+    for (int axis = 0; axis < 3; ++axis)
         for (double* end : {&ranges[axis]->min, &ranges[axis]->max})
             if (std::isfinite(*end))
-                *end = nearest(*end, m_offset[axis], step);
-        if (ChannelInfo* channel = m_info.getChannel(names[axis]))
-            channel->setQuantization(step);
-    }
+                *end = nearest(*end, m_offset[axis], m_scale[axis]);
+    return *m_bounds;
 }
 
 PointIterator* QuantizeFilter::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,

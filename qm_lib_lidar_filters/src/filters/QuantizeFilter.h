@@ -1,9 +1,11 @@
 // Rounds the coordinates of its source to a grid: the nearest multiples of a step on each axis, counted from
-// the source's own offset, or from a whole number near its points. Whoever wants a smaller file and can do
-// with coarser coordinates puts it in front of a writer.
+// the source's own offset, or from 0. Whoever wants a smaller file and can do with coarser coordinates puts
+// it in front of a writer.
 #pragma once
 
 #include "framework/PointSource.h"
+
+#include <optional>
 
 namespace Quillmoran {
 
@@ -16,7 +18,7 @@ public:
     void init(PointSource* source, const double* steps);
 
     const PointInfo& getPointInfo() const override { return m_info; }
-    const Bounds& getBounds() const override { return m_bounds; }
+    const Bounds& getBounds() const override;
     const double* getScale() const override { return m_scale; }
     const double* getOffset() const override { return m_offset; }
     // The box meets rounded coordinates: a point that rounds into it is kept when the layout's steps are this
@@ -30,7 +32,7 @@ private:
     QuantizeFilter() = default;
 
     PointInfo m_info;
-    Bounds m_bounds;
+    mutable std::optional<Bounds> m_bounds; // once they are asked for, which can cost a source a pass
     double m_scale[3] = {0, 0, 0};
     double m_offset[3] = {0, 0, 0};
 };

@@ -1,5 +1,5 @@
-// The models with which integers are coded symbol by symbol: the sign (or zero), the bit length of the magnitude,
-// its leading bits with a model that belongs to the length; further bits are raw.
+// The models with which integers are coded symbol by symbol: the sign (or zero), the bit length of the
+// magnitude, its leading bits with a model that belongs to the length; further bits are raw.
 #pragma once
 
 #include "common/ArithmeticCoder.h"

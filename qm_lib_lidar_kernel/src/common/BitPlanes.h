@@ -1,4 +1,5 @@
-// How integers are coded bit plane by bit plane: which planes are coded how, and the contexts of the decisions.
+// How integers are coded bit plane by bit plane: which planes are coded how, and the contexts of the
+// decisions.
 //
 //   plane   t  ...  r+1 | r  ...  l | l-1 ... 0
 //           MQ coded    | raw bits  | zero
@@ -37,9 +38,9 @@ inline constexpr auto firstContexts = [] {
     return contexts;
 }();
 
-// The planes of a subblock. Codes number the triples (top, bottom, raw top) with top ascending, within it bottom
-// from 0 to top, within that raw top from bottom - 1 to top:
-// (0,0,-1) (0,0,0) (1,0,-1) (1,0,0) (1,0,1) (1,1,0) (1,1,1) (2,0,-1) ...
+// The planes of a subblock. Codes number the triples (top, bottom, raw top) with top ascending, within it
+// bottom from 0 to top, within that raw top from bottom - 1 to top: (0,0,-1) (0,0,0) (1,0,-1) (1,0,0) (1,0,1)
+// (1,1,0) (1,1,1) (2,0,-1) ...
 struct BitPlanes
 {
     int top = 0;
@@ -56,7 +57,8 @@ struct BitPlanes
         while (bottom < top && codesBelowBottom(top, bottom + 1) <= inTop)
             ++bottom;
         const auto low = static_cast<int>(bottom);
-        return {static_cast<int>(top), low, low - 1 + static_cast<int>(inTop - codesBelowBottom(top, bottom))};
+        return {static_cast<int>(top), low,
+                low - 1 + static_cast<int>(inTop - codesBelowBottom(top, bottom))};
     }
 
     constexpr std::uint32_t toCode() const

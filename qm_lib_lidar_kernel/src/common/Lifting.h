@@ -1,6 +1,6 @@
-// The terms of the lifting steps, in the arithmetic of each kernel type, and the choice of steps for a channel.
-// The inverse transform and the forward one are the same steps with the opposite sign, in the opposite order:
-// both are made of what stands here. See decode/InverseWavelet.h for the shape of a step.
+// The terms of the lifting steps, in the arithmetic of each kernel type, and the choice of steps for a
+// channel. The inverse transform and the forward one are the same steps with the opposite sign, in the
+// opposite order: both are made of what stands here. See decode/InverseWavelet.h for the shape of a step.
 #pragma once
 
 #include "common/TransformUtils.h"

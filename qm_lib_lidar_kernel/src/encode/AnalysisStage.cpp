@@ -8,7 +8,8 @@ namespace Quillmoran {
 
 template <class T>
 AnalysisStage<T>::AnalysisStage(DataType type, TransformType transform)
-    : m_pad(TransformUtils::getPadding(transform)), m_predicts(TransformUtils::isWavelet(transform)),
+    : m_pad(TransformUtils::getPadding(transform)),
+      m_predicts(TransformUtils::isWavelet(transform)),
       m_updates(TransformUtils::hasUpdate(transform))
 {
     TransformUtils::getForwardWavelet(type, transform, m_predict, m_update);

@@ -5,11 +5,13 @@
 //   low     |== final ==========|------ samples -----------|
 //   high    |== final ====================|--- samples ----|
 //
-// The mirror of decode/PipelineStage.h: each band is extended by its outermost sample just before the step that
-// reads it, with the values that it holds then. Results do not depend on how the samples are cut into pushes.
+// The mirror of decode/PipelineStage.h: each band is extended by its outermost sample just before the step
+// that reads it, with the values that it holds then. Results do not depend on how the samples are cut into
+// pushes.
 #pragma once
 
 #include "common/Lifting.h"
+#include "platform/Export.h"
 
 #include <cstddef>
 #include <span>
@@ -18,7 +20,7 @@
 namespace Quillmoran {
 
 template <class T>
-class AnalysisStage
+class QM_API AnalysisStage
 {
 public:
     AnalysisStage(DataType type, TransformType transform);
@@ -27,7 +29,10 @@ public:
     void push(const T* samples, std::size_t count, bool last);
 
     // What the last push has finished of both bands. Valid until the next.
-    std::span<const T> low() const noexcept { return {m_low.data() + m_pad + m_lowOut, m_updated - m_lowOut}; }
+    std::span<const T> low() const noexcept
+    {
+        return {m_low.data() + m_pad + m_lowOut, m_updated - m_lowOut};
+    }
     std::span<const T> high() const noexcept
     {
         return {m_high.data() + m_pad + m_highOut, m_predicted - m_highOut};
@@ -43,8 +48,8 @@ private:
 
     LiftingStep m_predict = nullptr;
     LiftingStep m_update = nullptr;
-    std::size_t m_pad;    // cells on each side for the ends of the band
-    bool m_predicts;      // whether the steps do anything
+    std::size_t m_pad; // cells on each side for the ends of the band
+    bool m_predicts;   // whether the steps do anything
     bool m_updates;
     bool m_atStart = true; // cell 0 is the first pair of the band
     std::vector<T> m_low;

@@ -1,5 +1,5 @@
-// Reads the blocks of an iterator into two buffers in turn, so that the next block can be read while others work on
-// the present one.
+// Reads the blocks of an iterator into two buffers in turn, so that the next block can be read while others
+// work on the present one.
 #pragma once
 
 #include "framework/PointIterator.h"

@@ -1,6 +1,6 @@
 // Codes one kernel channel: point samples become kernel samples, bands, subblocks, and these the bytes of the
-// file. Its user decides what runs where: put() and commit() are called by one thread at a time and in the order
-// of the points, between them encodePending() by any number of threads.
+// file. Its user decides what runs where: put() and commit() are called by one thread at a time and in the
+// order of the points, between them encodePending() by any number of threads.
 #pragma once
 
 #include "encode/BandWriter.h"

@@ -76,7 +76,7 @@ void ChannelSurvey::addIntegers(const ChannelData& channel, std::size_t count)
 void ChannelSurvey::addReals(const ChannelData& channel, std::size_t count)
 {
     if (!m_begun)
-        m_grids = FloatGrid::find(channel, count, m_declared);
+        m_grids = FloatGrid::find(channel, count, m_declared, m_isCoordinate);
     m_begun = true;
     m_grids.erase(std::remove_if(m_grids.begin(), m_grids.end(),
                                  [&](FloatGrid& grid) { return !grid.hold(channel, count); }),

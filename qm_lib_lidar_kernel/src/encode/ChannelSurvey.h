@@ -1,5 +1,5 @@
-// What the first pass over the points finds out about one channel: the range of an integer channel, the grids that
-// hold a floating-point one, the range of its exponents.
+// What the first pass over the points finds out about one channel: the range of an integer channel, the grids
+// that hold a floating-point one, the range of its exponents.
 #pragma once
 
 #include "encode/FloatGrid.h"
@@ -27,6 +27,8 @@ public:
 
     // Grids that the source gives for the channel; they are tried before others.
     void declare(const FloatGrid& grid) { m_declared.push_back(grid); }
+    // Whether queries are going to compare the channel with a box.
+    void setCoordinate(bool isCoordinate) { m_isCoordinate = isCoordinate; }
 
     void add(const ChannelData& channel, std::size_t count);
 
@@ -43,6 +45,7 @@ private:
     void addReals(const ChannelData& channel, std::size_t count);
 
     bool m_begun = false;
+    bool m_isCoordinate = false;
     std::vector<FloatGrid> m_declared;
     std::vector<FloatGrid> m_grids;
     Range m_range;

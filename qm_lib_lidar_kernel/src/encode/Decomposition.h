@@ -18,14 +18,16 @@ class QM_API Decomposition
 {
 public:
     // 40007 "unkown datatype" for what is no kernel type.
-    static std::unique_ptr<Decomposition> create(DataType type, TransformType transform, std::size_t numLevels);
+    static std::unique_ptr<Decomposition> create(DataType type, TransformType transform,
+                                                 std::size_t numLevels);
 
     virtual ~Decomposition();
     Decomposition(const Decomposition&) = delete;
     Decomposition& operator=(const Decomposition&) = delete;
 
-    // Takes the next samples and puts what is finished into `bands`, of which there are as many as levels: the
-    // low band of the coarsest level, then the high bands from there on. `last` tells that no samples follow.
+    // Takes the next samples and puts what is finished into `bands`, of which there are as many as levels:
+    // the low band of the coarsest level, then the high bands from there on. `last` tells that no samples
+    // follow.
     virtual void put(const void* samples, std::size_t count, bool last, std::vector<BandWriter>& bands) = 0;
 
 protected:

@@ -22,7 +22,8 @@ void checkChoice(const ChannelChoice& choice)
     if (choice.transform)
         TransformUtils::getCoder(*choice.transform);
     if (choice.subblockSize)
-        checkRange("the subblock size", *choice.subblockSize, SubblockWriter::smallestSubblock, largestSubblock);
+        checkRange("the subblock size", *choice.subblockSize, SubblockWriter::smallestSubblock,
+                   largestSubblock);
 }
 
 } // namespace

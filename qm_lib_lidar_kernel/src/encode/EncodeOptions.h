@@ -11,11 +11,11 @@
 
 namespace Quillmoran {
 
-// The versions of the container and of its chunks. The newest are the default; older ones are for readers that
-// know no others.
+// The versions of the container and of its chunks. The newest are the default; older ones are for readers
+// that know no others.
 struct FileVersions
 {
-    static constexpr std::uint8_t withClassNames = 2;   // of the file: from here on
+    static constexpr std::uint8_t withClassNames = 2;    // of the file: from here on
     static constexpr std::uint8_t withSingleLengths = 4; // one length a subblock, not one a bit plane
 
     std::uint8_t file = 4;   // 1 to 4
@@ -28,7 +28,7 @@ struct QM_API EncodeOptions
 {
     FileVersions versions;
     ChannelChoice all;                              // for every channel that it suits
-    std::map<std::string, ChannelChoice> byChannel; // in place of it; must suit
+    std::map<std::string, ChannelChoice> byChannel; // what it gives comes first, and must suit
     std::optional<std::uint32_t> numLevels;         // 1 to 64
     std::optional<std::uint32_t> pointsPerEntry;    // of the index
     int rawPlanes = SubblockFormat::chooseRawPlanes;

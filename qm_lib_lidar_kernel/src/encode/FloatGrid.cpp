@@ -12,14 +12,24 @@ namespace {
 
 // Up to here a rounded quotient is the integer that it came from.
 constexpr double largestInteger = 2251799813685248.0; // 2^51
-constexpr std::size_t mostTried = 2048;                // samples that choose the grids
+constexpr std::size_t mostTried = 2048;               // samples that choose the grids
 constexpr std::size_t mostGrids = 3;
+// A box of coordinates is widened by half of their step; of what a source does not declare no user expects
+// more.
+constexpr double coarsestCoordinate = 0.01;
 
 // Two samples are the same when their bits are: neither a NaN nor a zero's sign may be lost.
 template <class Float>
 bool isSame(Float a, Float b)
 {
     return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// Whether the sample is what its decimal with that many places is read as.
+template <class Float>
+bool isDecimal(Float sample, double power)
+{
+    return isSame(static_cast<Float>(std::nearbyint(static_cast<double>(sample) * power) / power), sample);
 }
 
 template <class Float>
@@ -43,19 +53,31 @@ bool holdSamples(FloatGrid& grid, const Float* samples, std::size_t count) noexc
     }
     grid.low = low;
     grid.high = high;
+    for (std::size_t i = 0; grid.decimals != 0 && fits && i < count; ++i)
+        fits = isDecimal(samples[i], grid.decimals);
     return fits;
 }
 
-// Tenths and halves, the coarsest first.
-std::vector<double> makeScales()
+struct Step
 {
-    std::vector<double> scales;
+    double scale;
+    double decimals; // as in FloatGrid
+};
+
+// Powers of two, tenths and halves of tenths, the coarsest first.
+std::vector<Step> makeSteps()
+{
+    std::vector<Step> steps = {{10, 0}, {100, 0}, {1000, 0}, {1e4, 0}, {1e5, 0}};
     for (int exponent = -52; exponent <= 20; ++exponent)
-        scales.push_back(std::ldexp(1.0, exponent));
-    for (const double scale : {1e-1, 1e-2, 1e-3, 1e-4, 1e-5, 1e-6, 1e-7, 1e-8, 1e-9, 1e1, 1e2, 1e3, 1e4, 1e5})
-        scales.push_back(scale);
-    std::sort(scales.begin(), scales.end(), std::greater<>());
-    return scales;
+        if (exponent != 0)
+            steps.push_back({std::ldexp(1.0, exponent), 0});
+    for (const double power : {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9}) {
+        steps.push_back({1 / power, power});
+        if (power != 1e0)
+            steps.push_back({0.5 / power, 0});
+    }
+    std::sort(steps.begin(), steps.end(), [](const Step& a, const Step& b) { return a.scale > b.scale; });
+    return steps;
 }
 
 double firstFinite(const ChannelData& channel, std::size_t count)
@@ -64,11 +86,20 @@ double firstFinite(const ChannelData& channel, std::size_t count)
     visitDataType(channel.getDataType(), [&](auto zero) {
         const auto* samples = static_cast<const decltype(zero)*>(channel.getData());
         const auto* end = samples + count;
-        const auto* found =
-            std::find_if(samples, end, [](auto sample) { return std::isfinite(static_cast<double>(sample)); });
+        const auto* found = std::find_if(
+            samples, end, [](auto sample) { return std::isfinite(static_cast<double>(sample)); });
         value = found != end ? static_cast<double>(*found) : 0;
     });
     return value;
+}
+
+FloatGrid at(double scale, double offset, double decimals)
+{
+    FloatGrid grid;
+    grid.scale = scale;
+    grid.offset = offset;
+    grid.decimals = decimals;
+    return grid;
 }
 
 } // namespace
@@ -81,7 +112,7 @@ bool FloatGrid::hold(const ChannelData& channel, std::size_t count) noexcept
 }
 
 std::vector<FloatGrid> FloatGrid::find(const ChannelData& channel, std::size_t count,
-                                       const std::vector<FloatGrid>& declared)
+                                       const std::vector<FloatGrid>& declared, bool isCoordinate)
 {
     count = std::min(count, mostTried);
     std::vector<FloatGrid> found;
@@ -90,28 +121,34 @@ std::vector<FloatGrid> FloatGrid::find(const ChannelData& channel, std::size_t c
         // Most candidates fail at once.
         if (!grid.hold(channel, std::min<std::size_t>(count, 16)) || !grid.hold(channel, count))
             return false;
-        found.push_back({grid.scale, grid.offset});
+        found.push_back(candidate);
         return true;
     };
-    constexpr std::size_t mostDeclared = 2;
-    for (const FloatGrid& grid : declared)
-        if (grid.scale > 0 && found.size() < mostDeclared)
-            tryGrid(grid);
+    // Decimals far from zero are met by an offset nearby: the sum then rounds as the decimal did. Times count
+    // from where they begin.
+    const double first = firstFinite(channel, count);
+    const double offsets[] = {0, std::floor(first), first};
+    for (const FloatGrid& grid : declared) {
+        if (grid.scale == 0 || !found.empty())
+            continue;
+        tryGrid(grid);
+        if (grid.offset != offsets[1])
+            tryGrid(at(grid.scale, offsets[1], 0));
+    }
     if (!found.empty())
         return found;
 
-    // Decimals far from zero are met by an offset nearby: the sum then rounds as the decimal did. Times count from
-    // where they begin.
-    const double first = firstFinite(channel, count);
-    const double offsets[] = {0, std::floor(first), first};
-    static const std::vector<double> scales = makeScales();
-    for (const double scale : scales) {
+    static const std::vector<Step> steps = makeSteps();
+    for (const Step& step : steps) {
         if (found.size() == mostGrids)
             break;
-        if (!found.empty() && scale > found.back().scale / 8)
+        if ((isCoordinate && step.scale > coarsestCoordinate) ||
+            (!found.empty() && step.scale > found.back().scale / 8))
             continue;
-        for (const double offset : offsets)
-            if (tryGrid({scale, offset}))
+        // Decimals and coordinates stay whole multiples of the step.
+        const std::size_t usable = isCoordinate || step.decimals != 0 ? 2 : 3;
+        for (std::size_t i = 0; i < usable; ++i)
+            if (tryGrid(at(step.scale, offsets[i], step.decimals)))
                 break;
     }
     return found;

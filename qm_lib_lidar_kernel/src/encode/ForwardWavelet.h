@@ -1,6 +1,7 @@
-// The lifting steps of one level of the forward transform: predict replaces the odd samples by what their even
-// neighbours do not tell, update then smooths the even samples. The cells that the steps read outside their
-// counted ranges are those of decode/InverseWavelet.h, with which they are exact inverses of each other.
+// The lifting steps of one level of the forward transform: predict replaces the odd samples by what their
+// even neighbours do not tell, update then smooths the even samples. The cells that the steps read outside
+// their counted ranges are those of decode/InverseWavelet.h, with which they are exact inverses of each
+// other.
 #pragma once
 
 #include "common/Lifting.h"

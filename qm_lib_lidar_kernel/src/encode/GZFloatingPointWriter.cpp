@@ -52,16 +52,16 @@ void GZFloatingPointWriter<T>::encode(const void* samples, std::size_t count, By
         storeBigEndian(m_raw.data() + i * sizeof(T), static_cast<const T*>(samples)[i]);
 
     z_stream& stream = m_deflater->stream;
-    const std::size_t begin = data.size();
-    data.resize(begin + deflateBound(&stream, static_cast<uLong>(m_raw.size())));
+    m_payload.resize(deflateBound(&stream, static_cast<uLong>(m_raw.size())));
     stream.next_in = m_raw.data();
     stream.avail_in = static_cast<uInt>(m_raw.size());
-    stream.next_out = data.data() + begin;
-    stream.avail_out = static_cast<uInt>(data.size() - begin);
+    stream.next_out = m_payload.data();
+    stream.avail_out = static_cast<uInt>(m_payload.size());
     if (deflateReset(&stream) != Z_OK || deflate(&stream, Z_FINISH) != Z_STREAM_END)
         QM_THROW(zlibError, "deflate(Z_FINISH): %s", message(stream.msg));
-    data.resize(data.size() - stream.avail_out);
-    putPayloadHeader(data.size() - begin, headers);
+    const std::size_t length = m_payload.size() - stream.avail_out;
+    putPayloadHeader(length, headers);
+    data.insert(data.end(), m_payload.begin(), m_payload.begin() + static_cast<std::ptrdiff_t>(length));
 }
 
 template class GZFloatingPointWriter<float>;

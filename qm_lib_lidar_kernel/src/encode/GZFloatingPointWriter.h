@@ -22,6 +22,7 @@ private:
 
     std::unique_ptr<Deflater> m_deflater;
     Bytes m_raw;
+    Bytes m_payload;
 };
 
 extern template class GZFloatingPointWriter<float>;

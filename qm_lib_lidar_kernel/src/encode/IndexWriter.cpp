@@ -13,10 +13,12 @@ namespace Quillmoran {
 
 namespace {
 
-bool isFinite(const Bounds& box)
+// Whether a grid can be laid over the boxes: neither their ends nor their extents leave the numbers.
+bool fitsGrid(const Bounds& all)
 {
-    for (const Bounds::Range* range : {&box.x, &box.y, &box.z})
-        if (!std::isfinite(range->min) || !std::isfinite(range->max))
+    const Bounds outer = BoxGrid(all).widen(all);
+    for (const Bounds::Range* range : {&outer.x, &outer.y, &outer.z})
+        if (!std::isfinite(range->max - range->min))
             return false;
     return true;
 }
@@ -47,7 +49,7 @@ void IndexWriter::write(StreamWriter& out, std::uint8_t version) const
     Bounds all;
     for (const Bounds& box : m_boxes)
         all.grow(box);
-    if (version == INDEX_ON_DISK && !m_boxes.empty() && !isFinite(all))
+    if (version == INDEX_ON_DISK && !m_boxes.empty() && !fitsGrid(all))
         version = INDEX_IN_MEMORY;
     out.put_be(version);
     out.put_be(m_pointsPerEntry);

@@ -20,8 +20,8 @@ public:
 
     void add(const PointData& points, std::size_t count);
 
-    // The newer form rounds boxes to a grid; they are made larger first, so that each covers its points. Boxes that
-    // are not finite can only be held by the older one, which is then written.
+    // The newer form rounds boxes to a grid; they are made larger first, so that each covers its points.
+    // Boxes that are not finite can only be held by the older one, which is then written.
     void write(StreamWriter& out, std::uint8_t version) const;
 
     std::size_t getNumEntries() const noexcept { return m_boxes.size(); }

@@ -24,7 +24,8 @@ int binaryDigits(std::uint64_t value)
     return value == 0 ? 0 : 64 - __builtin_clzll(value);
 }
 
-// The first coefficient from `i` on that has more than `plane` digits. The array is followed by a word of zeros.
+// The first coefficient from `i` on that has more than `plane` digits. The array is followed by a word of
+// zeros.
 inline std::size_t findWider(const std::uint8_t* widths, std::size_t i, std::size_t count, int plane)
 {
     constexpr std::uint64_t everyByte = 0x0101010101010101;
@@ -125,8 +126,8 @@ BitPlanes MQIntegerWriter<T>::choosePlanes(std::size_t count) const
     return planes;
 }
 
-// What the coder gains in a plane is what it knows of the coefficients that are not significant yet; signs and
-// refinements are taken for random.
+// What the coder gains in a plane is what it knows of the coefficients that are not significant yet; signs
+// and refinements are taken for random.
 template <class T>
 int MQIntegerWriter<T>::chooseRawTop(std::size_t count, int top, int bottom) const
 {
@@ -210,7 +211,8 @@ void MQIntegerWriter<T>::encodePayload(const BitPlanes& planes, std::size_t coun
 {
     const auto codedPlanes = static_cast<std::size_t>(planes.top - planes.rawTop);
     m_states.assign(count + 2, INSIGNIFICANT);
-    m_segment.resize(std::max(m_segment.size(), (codedPlanes + 1) * count * mostBytesPerDecision + flushBytes));
+    m_segment.resize(
+        std::max(m_segment.size(), (codedPlanes + 1) * count * mostBytesPerDecision + flushBytes));
     MQEncoder encoder;
     encoder.begin(m_segment.data(), m_segment.size());
     std::size_t wider = 0;
@@ -223,8 +225,8 @@ void MQIntegerWriter<T>::encodePayload(const BitPlanes& planes, std::size_t coun
     }
     const std::size_t length = encoder.end();
 
-    // Behind its segment a decoder is fed ones. Raw bits begin where it stands after the last decision; without
-    // them, bytes that it does not read are left out.
+    // Behind its segment a decoder is fed ones. Raw bits begin where it stands after the last decision;
+    // without them, bytes that it does not read are left out.
     const std::size_t position = encoder.decoderPosition();
     const std::size_t kept = std::min(length, position);
     m_payload.assign(m_segment.begin(), m_segment.begin() + static_cast<std::ptrdiff_t>(kept));
@@ -252,7 +254,8 @@ void MQIntegerWriter<T>::putHeader(const BitPlanes& planes, Bytes& headers) cons
         left -= share;
     }
     if (left != 0)
-        QM_THROW(40007, "a subblock of %zu samples is too long for its plane lengths", getFormat().subblockSize);
+        QM_THROW(40007, "a subblock of %zu samples is too long for its plane lengths",
+                 getFormat().subblockSize);
 }
 
 template <class T>

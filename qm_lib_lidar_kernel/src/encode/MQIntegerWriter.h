@@ -1,5 +1,6 @@
-// The writer of decode/MQInteger.h's subblocks. The lowest planes of noisy samples are nearly as random as their
-// raw bits, which are decoded many times faster: they are stored raw where the coder would gain next to nothing.
+// The writer of decode/MQInteger.h's subblocks. The lowest planes of noisy samples are nearly as random as
+// their raw bits, which are decoded many times faster: they are stored raw where the coder would gain next to
+// nothing.
 #pragma once
 
 #include "common/BitPlanes.h"
@@ -7,8 +8,8 @@
 #include "encode/SubblockWriter.h"
 #include "platform/ByteOrder.h"
 
-#include <array>
 #include "platform/Export.h"
+#include <array>
 
 namespace Quillmoran {
 
@@ -33,8 +34,8 @@ private:
     void putHeader(const BitPlanes& planes, Bytes& headers) const;
 
     std::vector<U> m_magnitudes;
-    std::vector<std::uint8_t> m_negative; // 1 for samples below 0
-    std::vector<std::uint8_t> m_widths;   // digits of the magnitudes
+    std::vector<std::uint8_t> m_negative;        // 1 for samples below 0
+    std::vector<std::uint8_t> m_widths;          // digits of the magnitudes
     std::array<std::size_t, 65> m_widthCounts{}; // coefficients by their digits
     // State of coefficient i at i + 1; the two ends are neighbours that never become significant.
     std::vector<std::uint8_t> m_states;

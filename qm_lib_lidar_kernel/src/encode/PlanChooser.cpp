@@ -15,7 +15,8 @@ constexpr TransformType smoothIntegerCodes[] = {10, 1, 3, 90, 81, 83};
 constexpr TransformType realCodes[] = {70, 71, 73};
 constexpr TransformType smoothRealCodes[] = {70, 61, 63};
 
-// MQ-coded channels must be smaller by this to be chosen: they decode at a half to a quarter of the others' pace.
+// MQ-coded channels must be smaller by this to be chosen: they decode at a half to a quarter of the others'
+// pace.
 constexpr double slowDecoding = 1.06;
 // Ways that are larger than the best by this after a run of points are not tried on the others.
 constexpr double hopeless = 1.1;
@@ -31,8 +32,8 @@ bool isArithmetic(TransformType transform)
     return TransformUtils::getCoder(transform) == TransformUtils::Coder::Arithmetic;
 }
 
-// Whether no coefficient of samples in this range can exceed the arithmetic coder. The third order predicts up to
-// an eighth of the range beyond it; smoothing makes low bands grow.
+// Whether no coefficient of samples in this range can exceed the arithmetic coder. The third order predicts
+// up to an eighth of the range beyond it; smoothing makes low bands grow.
 bool suitsArithmetic(TransformType transform, const ChannelSurvey::Range& range)
 {
     const double low = static_cast<double>(range.low);
@@ -42,9 +43,10 @@ bool suitsArithmetic(TransformType transform, const ChannelSurvey::Range& range)
     return largest * growth < 1 << arithmeticBits;
 }
 
-// Whether lifting the samples of a grid in floating point rounds nowhere: halves and sixteenths of the grid's steps
-// and what levels add to them must fit the significand.
-bool liftsExactly(TransformType transform, DataType type, const std::vector<FloatGrid>& grids, std::size_t levels)
+// Whether lifting the samples of a grid in floating point rounds nowhere: halves and sixteenths of the grid's
+// steps and what levels add to them must fit the significand.
+bool liftsExactly(TransformType transform, DataType type, const std::vector<FloatGrid>& grids,
+                  std::size_t levels)
 {
     if (!TransformUtils::isWavelet(transform))
         return true;
@@ -69,48 +71,40 @@ KernelPlan makePart(const ChannelInfo& channel, const char* prefix, ConversionAc
     return part;
 }
 
-// The three parts of a floating-point channel, with the ranges of their kernel samples.
-struct Split
+// What an integer transform would work on: the samples of an integer channel, or the integers of a grid.
+std::optional<ChannelSurvey::Range> getIntegers(const ChannelInfo& channel, const ChannelSurvey& survey)
 {
-    ChannelPlan parts;
-    ChannelSurvey::Range ranges[3];
-};
-
-Split makeSplit(const ChannelInfo& channel, const ChannelSurvey& survey)
-{
-    const bool narrow = channel.getDataType() == FLOAT32;
-    Split split;
-    split.ranges[0] = {0, (std::int64_t{1} << (narrow ? 23 : 52)) - 1};
-    split.ranges[1] = survey.getExponents();
-    split.ranges[2] = survey.getSigns();
-    const char* fraction = narrow ? WaveletChannelInfo::fraction32Prefix : WaveletChannelInfo::fraction64Prefix;
-    split.parts = {makePart(channel, fraction, CONVERT_EXTRACT_FRACTION, split.ranges[0]),
-                   makePart(channel, WaveletChannelInfo::exponentPrefix, CONVERT_EXTRACT_EXPONENT, split.ranges[1]),
-                   makePart(channel, WaveletChannelInfo::signPrefix, CONVERT_EXTRACT_SIGN, split.ranges[2])};
-    return split;
+    if (!DataTypeUtils::isFloat(channel.getDataType()))
+        return survey.getRange();
+    if (survey.getGrids().empty())
+        return std::nullopt;
+    return ChannelSurvey::Range{survey.getGrids()[0].low, survey.getGrids()[0].high};
 }
 
-std::vector<TransformType> integerCandidates(const ChannelSurvey::Range& range, const ChannelChoice& choice)
+std::vector<TransformType> integerTransforms(const ChannelSurvey::Range& range, const ChannelChoice& choice)
 {
-    std::vector<TransformType> candidates;
-    if (choice.transform) {
-        candidates.push_back(*choice.transform);
-        return candidates;
-    }
+    if (choice.transform && (!isArithmetic(*choice.transform) || suitsArithmetic(*choice.transform, range)))
+        return {*choice.transform};
+    std::vector<TransformType> transforms;
     for (const TransformType code : choice.smooth ? smoothIntegerCodes : integerCodes)
         if (!isArithmetic(code) || suitsArithmetic(code, range))
-            candidates.push_back(code);
-    return candidates;
-}
-
-void checkSuits(const ChannelInfo& channel, TransformType transform, bool suits)
-{
-    if (!suits)
-        QM_THROW(40007, "transform %d does not suit channel '%s'", static_cast<int>(transform),
-                 channel.getName());
+            transforms.push_back(code);
+    return transforms;
 }
 
 } // namespace
+
+struct PlanChooser::Candidate
+{
+    ChannelPlan plan;
+    std::vector<std::vector<TransformType>> transforms; // to try for each part of the plan
+
+    void add(const KernelPlan& part, std::vector<TransformType> forPart)
+    {
+        plan.push_back(part);
+        transforms.push_back(std::move(forPart));
+    }
+};
 
 struct PlanChooser::Trial
 {
@@ -135,13 +129,13 @@ std::int64_t PlanChooser::measure(const KernelPlan& plan, int channelIndex, std:
 }
 
 PlanChooser::Trial PlanChooser::chooseTransform(KernelPlan& plan, int channelIndex,
-                                                const std::vector<TransformType>& candidates,
+                                                const std::vector<TransformType>& transforms,
                                                 const ChannelChoice& choice) const
 {
     plan.subblockSize = choice.subblockSize.value_or(defaultSubblock);
     std::vector<Trial> trials;
-    for (const TransformType candidate : candidates)
-        trials.push_back({candidate, 0});
+    for (const TransformType transform : transforms)
+        trials.push_back({transform, 0});
     const auto cheaper = [](const Trial& a, const Trial& b) { return a.cost < b.cost; };
     for (std::size_t run = 0; run < m_runs.size(); ++run) {
         for (Trial& trial : trials) {
@@ -171,73 +165,87 @@ void PlanChooser::chooseSubblock(KernelPlan& plan, int channelIndex, const Chann
             sizes[i] += static_cast<double>(measure(plan, channelIndex, run));
     }
     const double best = *std::min_element(std::begin(sizes), std::end(sizes));
-    const auto* chosen =
-        std::find_if(std::begin(sizes), std::end(sizes), [best](double size) { return size <= smallerSubblock * best; });
+    const auto* chosen = std::find_if(std::begin(sizes), std::end(sizes),
+                                      [best](double size) { return size <= smallerSubblock * best; });
     plan.subblockSize = runs == 0 ? defaultSubblock : subblockSizes[chosen - sizes];
 }
 
-ChannelPlan PlanChooser::choose(const ChannelInfo& channel, int channelIndex, const ChannelSurvey& survey,
-                                const ChannelChoice& choice, bool isCoordinate) const
+std::vector<PlanChooser::Candidate> PlanChooser::makeCandidates(const ChannelInfo& channel,
+                                                                const ChannelSurvey& survey,
+                                                                const ChannelChoice& choice,
+                                                                bool isCoordinate) const
 {
-    std::vector<ChannelPlan> plans; // the ways to hold the channel
-    std::vector<double> costs;
-    const auto add = [&](ChannelPlan plan, const std::vector<std::vector<TransformType>>& candidates) {
-        double cost = 0;
-        for (std::size_t part = 0; part < plan.size(); ++part)
-            cost += chooseTransform(plan[part], channelIndex, candidates[part], choice).cost;
-        plans.push_back(std::move(plan));
-        costs.push_back(cost);
-    };
-    const std::optional<TransformType>& given = choice.transform;
-    const bool wantsReal = given && TransformUtils::isFloatingPoint(*given);
-
-    if (!DataTypeUtils::isFloat(channel.getDataType())) {
-        if (given)
-            checkSuits(channel, *given, !wantsReal && (!isArithmetic(*given) || suitsArithmetic(*given, survey.getRange())));
-        add({makePart(channel, "", CONVERT_PLAIN, survey.getRange())}, {integerCandidates(survey.getRange(), choice)});
-    } else {
-        const std::vector<FloatGrid>& grids = survey.getGrids();
-        if (!grids.empty() && !wantsReal) {
-            const ChannelSurvey::Range range{grids[0].low, grids[0].high};
-            if (given)
-                checkSuits(channel, *given, !isArithmetic(*given) || suitsArithmetic(*given, range));
-            KernelPlan part = makePart(channel, "", CONVERT_PLAIN, range);
-            part.offset = grids[0].offset;
-            part.scale = grids[0].scale;
-            add({part}, {integerCandidates(range, choice)});
-        } else if (!wantsReal && m_runs.size() != 0) {
-            const Split split = makeSplit(channel, survey);
-            // The fraction fits no arithmetic coder; a given code is then for the other parts.
-            ChannelChoice fractionChoice = choice;
-            if (given && isArithmetic(*given))
-                fractionChoice.transform.reset();
-            add(split.parts, {integerCandidates(split.ranges[0], fractionChoice),
-                              integerCandidates(split.ranges[1], choice), integerCandidates(split.ranges[2], choice)});
+    const bool isReal = DataTypeUtils::isFloat(channel.getDataType());
+    const bool wantsReal = choice.transform && TransformUtils::isFloatingPoint(*choice.transform);
+    const auto integers = getIntegers(channel, survey);
+    std::vector<Candidate> candidates;
+    if (integers && !wantsReal) {
+        KernelPlan part = makePart(channel, "", CONVERT_PLAIN, *integers);
+        if (isReal) {
+            part.offset = survey.getGrids()[0].offset;
+            part.scale = survey.getGrids()[0].scale;
         }
-        const bool isKept = isCoordinate && !grids.empty();
-        if (wantsReal || (!given && !isKept) || plans.empty()) {
-            std::vector<TransformType> candidates;
-            if (wantsReal)
-                candidates.push_back(*given);
-            else
-                for (const TransformType code : choice.smooth ? smoothRealCodes : realCodes)
-                    candidates.push_back(code);
-            candidates.erase(std::remove_if(candidates.begin(), candidates.end(),
-                                            [&](TransformType code) {
-                                                return !liftsExactly(code, channel.getDataType(), grids,
-                                                                     m_format.numLevels);
-                                            }),
-                             candidates.end());
-            if (wantsReal)
-                checkSuits(channel, *given, !candidates.empty());
-            KernelPlan part = makePart(channel, "", CONVERT_PLAIN, {});
-            add({part}, {candidates});
+        candidates.emplace_back().add(part, integerTransforms(*integers, choice));
+    } else if (!wantsReal && !m_runs.empty()) {
+        const bool narrow = channel.getDataType() == FLOAT32;
+        const ChannelSurvey::Range fractions{0, (std::int64_t{1} << (narrow ? 23 : 52)) - 1};
+        const auto addPart = [&](const char* prefix, ConversionAction action,
+                                 const ChannelSurvey::Range& range) {
+            candidates.back().add(makePart(channel, prefix, action, range), integerTransforms(range, choice));
+        };
+        candidates.emplace_back();
+        addPart(narrow ? WaveletChannelInfo::fraction32Prefix : WaveletChannelInfo::fraction64Prefix,
+                CONVERT_EXTRACT_FRACTION, fractions);
+        addPart(WaveletChannelInfo::exponentPrefix, CONVERT_EXTRACT_EXPONENT, survey.getExponents());
+        addPart(WaveletChannelInfo::signPrefix, CONVERT_EXTRACT_SIGN, survey.getSigns());
+    }
+    if (wantsReal)
+        candidates.emplace_back().add(makePart(channel, "", CONVERT_PLAIN, {}), {*choice.transform});
+    else if (isReal && (candidates.empty() || (!choice.transform && !(integers && isCoordinate)))) {
+        std::vector<TransformType> transforms;
+        for (const TransformType code : choice.smooth ? smoothRealCodes : realCodes)
+            if (liftsExactly(code, channel.getDataType(), survey.getGrids(), m_format.numLevels))
+                transforms.push_back(code);
+        candidates.emplace_back().add(makePart(channel, "", CONVERT_PLAIN, {}), std::move(transforms));
+    }
+    return candidates;
+}
+
+bool PlanChooser::suits(TransformType transform, const ChannelInfo& channel,
+                        const ChannelSurvey& survey) const
+{
+    const bool isReal = DataTypeUtils::isFloat(channel.getDataType());
+    if (TransformUtils::isFloatingPoint(transform))
+        return isReal &&
+               liftsExactly(transform, channel.getDataType(), survey.getGrids(), m_format.numLevels);
+    const auto integers = getIntegers(channel, survey);
+    return !isArithmetic(transform) || !integers || suitsArithmetic(transform, *integers);
+}
+
+ChannelPlan PlanChooser::choose(const ChannelInfo& channel, int channelIndex, const ChannelSurvey& survey,
+                                ChannelChoice choice, bool isCoordinate) const
+{
+    if (choice.transform && !suits(*choice.transform, channel, survey)) {
+        if (choice.mustSuit)
+            QM_THROW(40007, "transform %d does not suit channel '%s'", static_cast<int>(*choice.transform),
+                     channel.getName());
+        choice.transform.reset();
+    }
+    ChannelPlan best;
+    double leastCost = std::numeric_limits<double>::infinity();
+    for (Candidate& candidate : makeCandidates(channel, survey, choice, isCoordinate)) {
+        double cost = 0;
+        for (std::size_t part = 0; part < candidate.plan.size(); ++part)
+            cost +=
+                chooseTransform(candidate.plan[part], channelIndex, candidate.transforms[part], choice).cost;
+        if (cost < leastCost) {
+            leastCost = cost;
+            best = std::move(candidate.plan);
         }
     }
-    const auto best = static_cast<std::size_t>(std::min_element(costs.begin(), costs.end()) - costs.begin());
-    for (KernelPlan& part : plans[best])
+    for (KernelPlan& part : best)
         chooseSubblock(part, channelIndex, choice);
-    return plans[best];
+    return best;
 }
 
 } // namespace Quillmoran

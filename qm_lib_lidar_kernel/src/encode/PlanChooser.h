@@ -1,7 +1,7 @@
-// Chooses how a channel is coded by coding samples of it: every way that fits the channel is tried on the first
-// run of points, the promising ones on more runs. Ways whose sizes are within a few per cent count as equal, and
-// the one that decodes faster wins: the arithmetic coder takes one symbol where the MQ coder takes a decision a bit
-// plane, and deflate is faster than both.
+// Chooses how a channel is coded by coding samples of it: every way that fits the channel is tried on the
+// first run of points, the promising ones on more runs. Ways whose sizes are within a few per cent count as
+// equal, and the one that decodes faster wins: the arithmetic coder takes one symbol where the MQ coder takes
+// a decision a bit plane, and deflate is faster than both.
 #pragma once
 
 #include "encode/ChannelEncoder.h"
@@ -18,6 +18,8 @@ namespace Quillmoran {
 struct ChannelChoice
 {
     std::optional<TransformType> transform;
+    // Whether a transform that does not suit the channel is an error; else it is as if it were not given.
+    bool mustSuit = false;
     // Whether to try the transforms that smooth in place of those that keep samples at the coarse levels.
     bool smooth = false;
     std::optional<std::uint32_t> subblockSize;
@@ -35,19 +37,25 @@ public:
 
     static constexpr std::uint32_t defaultSubblock = 4096; // samples
 
-    PlanChooser(const std::vector<const Run*>& runs, const BandFormat& format) : m_runs(runs), m_format(format) {}
+    PlanChooser(const std::vector<const Run*>& runs, const BandFormat& format)
+        : m_runs(runs), m_format(format)
+    {}
 
-    // `isCoordinate`: a channel whose declared grid is kept, whatever else would be smaller. 40007 when the given
-    // transform does not suit the channel.
+    // `isCoordinate`: a channel whose declared grid is kept, whatever else would be smaller. 40007 when the
+    // given transform does not suit the channel.
     ChannelPlan choose(const ChannelInfo& channel, int channelIndex, const ChannelSurvey& survey,
-                       const ChannelChoice& choice, bool isCoordinate) const;
+                       ChannelChoice choice, bool isCoordinate) const;
 
 private:
     struct Trial;
+    struct Candidate;
 
+    // The ways to hold the channel, each with the transforms to try for its parts.
+    std::vector<Candidate> makeCandidates(const ChannelInfo& channel, const ChannelSurvey& survey,
+                                          const ChannelChoice& choice, bool isCoordinate) const;
+    bool suits(TransformType transform, const ChannelInfo& channel, const ChannelSurvey& survey) const;
     std::int64_t measure(const KernelPlan& plan, int channelIndex, std::size_t run) const;
-    // Fills in transform and subblock size; returns the bytes of all runs tried, and how fast it decodes.
-    Trial chooseTransform(KernelPlan& plan, int channelIndex, const std::vector<TransformType>& candidates,
+    Trial chooseTransform(KernelPlan& plan, int channelIndex, const std::vector<TransformType>& transforms,
                           const ChannelChoice& choice) const;
     void chooseSubblock(KernelPlan& plan, int channelIndex, const ChannelChoice& choice) const;
 

@@ -43,7 +43,8 @@ bool PointEncoder::isWithinPlans() const
     return std::all_of(m_channels.begin(), m_channels.end(), [](const auto& channel) {
         const WaveletChannelInfo& info = channel->getInfo();
         return !TransformUtils::isInteger(info.getTransformType()) ||
-               WaveletChannelInfo::countBits(info.getMinimum().integer, info.getMaximum().integer) <= info.getBits();
+               WaveletChannelInfo::countBits(info.getMinimum().integer, info.getMaximum().integer) <=
+                   info.getBits();
     });
 }
 

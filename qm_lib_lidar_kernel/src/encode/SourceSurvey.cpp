@@ -4,7 +4,6 @@
 #include "model/ChannelNames.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace Quillmoran {
 
@@ -42,7 +41,7 @@ SourceSurvey::SourceSurvey(const PointInfo& layout, const CoordinateGrid& grid, 
     }
 }
 
-// The source's own grid for coordinates, and grids of a channel's step: around zero and around the data.
+// The source's own grid for coordinates, and the grid of a channel's step.
 void SourceSurvey::declareGrids(const PointInfo& layout, const CoordinateGrid& grid)
 {
     const char* const names[3] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
@@ -50,17 +49,15 @@ void SourceSurvey::declareGrids(const PointInfo& layout, const CoordinateGrid& g
         const ChannelInfo& channel = layout.getChannel(i);
         if (!DataTypeUtils::isFloat(channel.getDataType()))
             continue;
-        const auto axis = static_cast<std::size_t>(
-            std::find_if(std::begin(names), std::end(names), [&](const char* name) { return channel.isNamed(name); }) -
-            std::begin(names));
+        const auto axis =
+            static_cast<std::size_t>(std::find_if(std::begin(names), std::end(names),
+                                                  [&](const char* name) { return channel.isNamed(name); }) -
+                                     std::begin(names));
+        m_channels[i].setCoordinate(axis < 3);
         if (axis < 3 && grid.scale)
             m_channels[i].declare({grid.scale[axis], grid.offset[axis]});
-        const double step = std::fabs(channel.getQuantization());
-        if (step == 0)
-            continue;
-        m_channels[i].declare({step, 0});
-        if (axis < 3 && std::isfinite(grid.corner[axis]))
-            m_channels[i].declare({step, std::floor(grid.corner[axis])});
+        if (channel.getQuantization() != 0)
+            m_channels[i].declare({channel.getQuantization(), 0});
     }
 }
 

@@ -1,5 +1,5 @@
-// The first of the two passes of writing a file: what every channel holds, how many points there are, and runs of
-// points that tell how the channels are best coded.
+// The first of the two passes of writing a file: what every channel holds, how many points there are, and
+// runs of points that tell how the channels are best coded.
 #pragma once
 
 #include "encode/BlockReader.h"
@@ -22,11 +22,10 @@ public:
     {
         const double* scale = nullptr; // null: unknown
         const double* offset = nullptr;
-        double corner[3] = {0, 0, 0}; // the lowest coordinates
     };
 
-    // Looks at all blocks of the reader, whose points have this layout. `onBlock` is called with the number of
-    // points of each block.
+    // Looks at all blocks of the reader, whose points have this layout. `onBlock` is called with the number
+    // of points of each block.
     SourceSurvey(const PointInfo& layout, const CoordinateGrid& grid, BlockReader& reader,
                  const std::function<void(std::size_t)>& onBlock);
 

@@ -20,6 +20,7 @@ std::int64_t SpillFile::reserve(std::int64_t length)
     if (!m_io) {
         Scoped<FileIO::Imp> io(FileIO::create());
         io->init(nullptr);
+        FileIO::deleteFile(io->path()); // the open file stays, and nothing does when the program is killed
         m_io.reset(io.detach());
     }
     const std::int64_t offset = m_end;

@@ -2,8 +2,8 @@
 // stretch of bytes, a payload into another.
 //
 // The writer is made for the coder of the channel's transform: MQIntegerWriter, ACIntegerWriter or
-// GZFloatingPointWriter. Subblocks do not depend on each other, so any number of writers may share the work of
-// a channel; each serves one thread at a time.
+// GZFloatingPointWriter. Subblocks do not depend on each other, so any number of writers may share the work
+// of a channel; each serves one thread at a time.
 #pragma once
 
 #include "common/TransformUtils.h"
@@ -52,8 +52,8 @@ public:
     // Appends the header of `count` zero subblocks, 1 to longestZeroRun.
     static void putZeroRun(TransformType transform, std::size_t count, Bytes& headers);
 
-    // Appends a subblock of `count` samples, at most a full one and not all zero. 40007 "%s" when the coder cannot
-    // hold the samples.
+    // Appends a subblock of `count` samples, at most a full one and not all zero. 40007 "%s" when the coder
+    // cannot hold the samples.
     virtual void encode(const void* samples, std::size_t count, Bytes& headers, Bytes& data) = 0;
 
     const SubblockFormat& getFormat() const noexcept { return m_format; }

@@ -5,10 +5,14 @@
 #include "encode/ChunkWriter.h"
 #include "encode/PointEncoder.h"
 #include "encode/SourceSurvey.h"
+#include "files/PartialFile.h"
 #include "framework/ProgressDelegate.h"
 #include "model/ChannelNames.h"
+#include "platform/FileIO.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -24,12 +28,12 @@ constexpr std::int64_t coarsestPoints = 512;
 constexpr std::uint32_t mostLevels = 24;
 constexpr std::int64_t mostIndexEntries = 65536;
 constexpr std::int64_t smallFileEntries = 16; // that a small file should have
-constexpr std::uint32_t smallestEntry = 64;     // points
+constexpr std::uint32_t smallestEntry = 64;   // points
 constexpr char pointCountKey[] = "PreCompressionPointCount";
 constexpr const char* surveying = "surveying points";
 constexpr const char* writing = "writing VX7 file";
 
-// The writer's own work on a point, in units of what its source has with it.
+// The writer's own work on a point, in units of what a source has with it.
 constexpr double surveyWork = 0.5;
 constexpr double encodeWork = 2;
 
@@ -45,7 +49,8 @@ void report(ProgressDelegate* delegate, double work, const char* activity)
 
 void checkNames(const PointInfo& layout)
 {
-    constexpr std::size_t longestName = 65000; // a record's length field has 16 bits, and prefixes come on top
+    constexpr std::size_t longestName =
+        65000; // a record's length field has 16 bits, and prefixes come on top
     constexpr std::size_t mostChannels = 65535 / 3;
     if (layout.getNumChannels() > mostChannels)
         QM_THROW(40007, "more than %zu channels", mostChannels);
@@ -61,8 +66,62 @@ void checkNames(const PointInfo& layout)
 
 bool isCoordinate(const ChannelInfo& channel)
 {
-    return channel.isNamed(ChannelNames::x) || channel.isNamed(ChannelNames::y) || channel.isNamed(ChannelNames::z);
+    return channel.isNamed(ChannelNames::x) || channel.isNamed(ChannelNames::y) ||
+           channel.isNamed(ChannelNames::z);
 }
+
+// Where the chunks go: a file that takes its name when it is complete, or the caller's store.
+class OutputFile
+{
+public:
+    OutputFile(const std::string& path, const Scoped<IO>& io) : m_io(io)
+    {
+        if (path.empty())
+            return;
+        m_partial.emplace(path.c_str());
+        const Scoped<FileIO::Imp> file(FileIO::create());
+        file->init(m_partial->path().c_str(), "w");
+        try {
+            file->open();
+        } catch (const Error& error) {
+            // The user knows the file by its final name.
+            errno = error.error();
+            QM_THROW_OS(path.c_str());
+        }
+        m_io = Scoped<IO>::retained(file.get());
+        m_isOpen = true;
+    }
+    ~OutputFile()
+    {
+        if (m_io && !m_isFinished)
+            m_io->unlink();
+        close();
+    }
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    IO* io() const noexcept { return m_io.get(); }
+    void finish()
+    {
+        close();
+        if (m_partial)
+            m_partial->finish();
+        m_isFinished = true;
+    }
+
+private:
+    void close()
+    {
+        if (m_isOpen)
+            m_io->close();
+        m_isOpen = false;
+    }
+
+    std::optional<PartialFile> m_partial;
+    Scoped<IO> m_io;
+    bool m_isOpen = false;
+    bool m_isFinished = false;
+};
 
 } // namespace
 
@@ -73,14 +132,15 @@ VX7PointWriter* VX7PointWriter::create()
 
 void VX7PointWriter::init(PointSource* source, const char* path)
 {
-    const Scoped<FileIO::Imp> io(FileIO::create());
-    io->init(path, "w");
-    init(source, io.get());
+    PointWriter::init(source);
+    m_path = path;
+    m_io.reset();
 }
 
 void VX7PointWriter::init(PointSource* source, IO* io)
 {
     PointWriter::init(source);
+    m_path.clear();
     m_io = Scoped<IO>::retained(io);
 }
 
@@ -112,51 +172,57 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
 {
     const PointInfo layout = getSupported(wanted, delegate);
     checkNames(layout);
-    const double passWork = getSrc()->getTotalWork(bounds, fraction);
+    for (const auto& [name, choice] : m_options.byChannel)
+        if (!layout.hasChannel(name.c_str()))
+            QM_THROW(40007, "there is no channel '%s' to choose a coding for", name.c_str());
     if (delegate)
-        delegate->setTotal(passWork * (2 + surveyWork + encodeWork));
+        delegate->setTotal(2 * getSrc()->getTotalWork(bounds, fraction) +
+                           getSrc()->estimatePoints(bounds, fraction) * (surveyWork + encodeWork));
     groomMetadata(bounds, fraction);
 
+    OutputFile output(m_path, m_io); // an output that cannot be made is noticed before the work
+    const std::unique_ptr<PointEncoder> encoder = encode(bounds, fraction, layout, delegate);
+    addPointCount(encoder->getNumPoints());
+    writeChunks(output.io(), *encoder);
+    output.finish();
+    summarise(*encoder);
+    return encoder->getNumPoints();
+}
+
+std::unique_ptr<PointEncoder> VX7PointWriter::encode(const Bounds& bounds, double fraction,
+                                                     const PointInfo& layout,
+                                                     ProgressDelegate* delegate) const
+{
     std::int64_t numPoints = 0;
-    std::uint32_t numLevels = 1;
     std::unique_ptr<PointEncoder> encoder;
     {
         BlockReader reader = openReader(bounds, fraction, layout, delegate);
-        const SourceSurvey survey(layout, getGrid(), reader, [&](std::size_t count) {
+        const SourceSurvey survey(layout, {getScale(), getOffset()}, reader, [&](std::size_t count) {
             report(delegate, static_cast<double>(count) * surveyWork, surveying);
         });
         numPoints = survey.getNumPoints();
-        numLevels = chooseLevels(numPoints);
-        const BandFormat format{numLevels, m_options.versions.band == 1,
-                                m_options.versions.file < FileVersions::withSingleLengths, m_options.rawPlanes};
+        const BandFormat format{chooseLevels(numPoints), m_options.versions.band == 1,
+                                m_options.versions.file < FileVersions::withSingleLengths,
+                                m_options.rawPlanes};
         const std::vector<ChannelPlan> plans = choosePlans(survey, layout, format);
         encoder = std::make_unique<PointEncoder>(plans, format, choosePointsPerEntry(numPoints, plans));
     }
-
     BlockReader reader = openReader(bounds, fraction, layout, delegate);
     encoder->encode(reader, [&](std::size_t count) {
         report(delegate, static_cast<double>(count) * encodeWork, writing);
     });
     if (encoder->getNumPoints() != numPoints || !encoder->isWithinPlans())
         QM_THROW(40007, "the source has changed while it was read");
-    addPointCount(numPoints);
-    writeFile(*encoder, numLevels);
-    summarise(*encoder);
-    return numPoints;
+    return encoder;
 }
 
 BlockReader VX7PointWriter::openReader(const Bounds& bounds, double fraction, const PointInfo& layout,
                                        ProgressDelegate* delegate) const
 {
     Scoped<PointIterator> iterator(getSrc()->createIterator(bounds, fraction, layout, delegate));
-    const std::size_t room = std::max<std::size_t>(mostBlockBytes / (layout.getPointSize() + 1), smallestBlock);
+    const std::size_t room =
+        std::max<std::size_t>(mostBlockBytes / (layout.getPointSize() + 1), smallestBlock);
     return BlockReader(std::move(iterator), layout, std::min(room, blockPoints));
-}
-
-SourceSurvey::CoordinateGrid VX7PointWriter::getGrid() const
-{
-    const Bounds& bounds = getSrc()->getBounds();
-    return {getScale(), getOffset(), {bounds.x.min, bounds.y.min, bounds.z.min}};
 }
 
 std::vector<ChannelPlan> VX7PointWriter::choosePlans(const SourceSurvey& survey, const PointInfo& layout,
@@ -173,10 +239,21 @@ std::vector<ChannelPlan> VX7PointWriter::choosePlans(const SourceSurvey& survey,
     return plans;
 }
 
-const ChannelChoice& VX7PointWriter::getChoice(const ChannelInfo& channel) const
+ChannelChoice VX7PointWriter::getChoice(const ChannelInfo& channel) const
 {
+    ChannelChoice choice = m_options.all;
     const auto found = m_options.byChannel.find(channel.getName());
-    return found != m_options.byChannel.end() ? found->second : m_options.all;
+    if (found == m_options.byChannel.end())
+        return choice;
+    const ChannelChoice& own = found->second;
+    if (own.transform) {
+        choice.transform = own.transform;
+        choice.mustSuit = true;
+    }
+    choice.smooth |= own.smooth;
+    if (own.subblockSize)
+        choice.subblockSize = own.subblockSize;
+    return choice;
 }
 
 std::uint32_t VX7PointWriter::chooseLevels(std::int64_t numPoints) const
@@ -189,8 +266,8 @@ std::uint32_t VX7PointWriter::chooseLevels(std::int64_t numPoints) const
     return levels;
 }
 
-// Ranges of points are joined when they are no further apart than the largest subblock, so finer boxes than that
-// tell a reader little.
+// Ranges of points are joined when they are no further apart than the largest subblock, so finer boxes than
+// that tell a reader little.
 std::uint32_t VX7PointWriter::choosePointsPerEntry(std::int64_t numPoints,
                                                    const std::vector<ChannelPlan>& plans) const
 {
@@ -219,24 +296,18 @@ void VX7PointWriter::addPointCount(std::int64_t numPoints)
     setMetadata(metadata);
 }
 
-void VX7PointWriter::writeFile(const PointEncoder& encoder, std::uint32_t numLevels)
+void VX7PointWriter::writeChunks(IO* io, const PointEncoder& encoder) const
 {
     FileContents contents;
     contents.numPoints = encoder.getNumPoints();
-    contents.numLevels = numLevels;
+    contents.numLevels = chooseLevels(encoder.getNumPoints());
     contents.channels = &encoder.getChannels();
     contents.index = &encoder.getIndex();
     contents.metadata = &getMetadata();
     contents.wkt = getSrc()->getWKT();
     contents.classNames = getSrc()->getClassIdNames();
     contents.numClassNames = getSrc()->getNumClassIdNames();
-    try {
-        ChunkWriter(m_io.get(), m_options.versions).write(contents);
-    } catch (...) {
-        m_io->unlink();
-        m_io.reset();
-        throw;
-    }
+    ChunkWriter(io, m_options.versions).write(contents);
 }
 
 void VX7PointWriter::summarise(const PointEncoder& encoder)

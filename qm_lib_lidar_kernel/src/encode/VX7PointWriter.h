@@ -1,19 +1,19 @@
-// Writes compressed point clouds (".vxl"). Unless its options say otherwise it loses nothing: every sample comes
-// back bit for bit and in its place, with scale, offset, coordinate system, class names and metadata.
+// Writes compressed point clouds (".vxl"). Unless its options say otherwise it loses nothing: every sample
+// comes back bit for bit and in its place, with scale, offset, coordinate system, class names and metadata.
 //
 // The source is read twice: the first pass (SourceSurvey) finds out what the channels hold, PlanChooser then
 // settles how each is coded, the second pass (PointEncoder) codes them. Bands grow in a temporary file
-// (SpillStream), since the file holds them one after the other; ChunkWriter puts them there at the end. Memory
-// does not grow with the number of points, but for 48 bytes an index entry.
+// (SpillStream), since the file holds them one after the other; ChunkWriter puts them there at the end.
+// Memory does not grow with the number of points, but for 48 bytes an index entry.
 #pragma once
 
 #include "encode/EncodeOptions.h"
 #include "encode/SourceSurvey.h"
 #include "framework/PointWriter.h"
 #include "platform/Export.h"
-#include "platform/FileIO.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -26,19 +26,21 @@ class QM_API VX7PointWriter final : public PointWriter
 public:
     static VX7PointWriter* create();
 
-    // Nothing is touched before all points are coded; then the path, or the store, is written from its start.
+    // A file is written beside the path and takes its place when it is complete. A store is written from its
+    // start once all points are coded.
     void init(PointSource* source, const char* path);
     void init(PointSource* source, IO* io);
     // 40007 for a value out of its range.
     void setOptions(const EncodeOptions& options);
 
-    // The grid that is tried first for coordinates without loss; those that it does not hold are coded otherwise.
+    // The grid that is tried first for coordinates without loss; those that it does not hold are coded
+    // otherwise.
     void setQuantization(const double* scale, const double* offset) override;
     const double* getScale() const override { return m_hasGrid ? m_scale : nullptr; }
     const double* getOffset() const override { return m_hasGrid ? m_offset : nullptr; }
 
-    // Asks the delegate once per block: 40006 "VX7 Write operation cancelled.". 40007 when an option does not suit
-    // a channel, a name cannot be stored, or the source's two readings differ.
+    // Asks the delegate once per block: 40006 "VX7 Write operation cancelled.". 40007 when an option does not
+    // suit a channel, a name cannot be stored, or the source's two readings differ.
     std::int64_t write(const Bounds& bounds, double fraction, const PointInfo& layout,
                        ProgressDelegate* delegate) override;
     bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override;
@@ -60,16 +62,19 @@ private:
 
     BlockReader openReader(const Bounds& bounds, double fraction, const PointInfo& layout,
                            ProgressDelegate* delegate) const;
-    SourceSurvey::CoordinateGrid getGrid() const;
     std::vector<ChannelPlan> choosePlans(const SourceSurvey& survey, const PointInfo& layout,
                                          const BandFormat& format) const;
-    const ChannelChoice& getChoice(const ChannelInfo& channel) const;
+    ChannelChoice getChoice(const ChannelInfo& channel) const;
     std::uint32_t chooseLevels(std::int64_t numPoints) const;
     std::uint32_t choosePointsPerEntry(std::int64_t numPoints, const std::vector<ChannelPlan>& plans) const;
     void addPointCount(std::int64_t numPoints);
-    void writeFile(const PointEncoder& encoder, std::uint32_t numLevels);
+    // Surveys and codes the points of the query; returns the coder with all bands.
+    std::unique_ptr<PointEncoder> encode(const Bounds& bounds, double fraction, const PointInfo& layout,
+                                         ProgressDelegate* delegate) const;
+    void writeChunks(IO* io, const PointEncoder& encoder) const;
     void summarise(const PointEncoder& encoder);
 
+    std::string m_path; // or empty, then
     Scoped<IO> m_io;
     EncodeOptions m_options;
     bool m_hasGrid = false;

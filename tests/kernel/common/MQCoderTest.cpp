@@ -116,6 +116,52 @@ TEST(MQCoder, GivesBackDecisionsThatFightItsStates)
     }
 }
 
+// What stands behind a segment begins where the decoder stopped reading; the encoder knows the place.
+TEST(MQCoder, TellsWhereTheDecoderWillStand)
+{
+    for (std::uint64_t seed = 0; seed < 200; ++seed) {
+        Random random(seed);
+        std::vector<Decision> decisions(random.below(seed < 100 ? 40 : 3000));
+        for (Decision& decision : decisions)
+            decision = {static_cast<int>(random.below(3)),
+                        random.chance(static_cast<double>(seed % 5) * 0.25)};
+        Bytes coded(decisions.size() * 3 + 16);
+        MQEncoder encoder;
+        encoder.begin(coded.data(), coded.size());
+        for (const Decision& decision : decisions)
+            encoder.encode(decision.context, decision.bit);
+        coded.resize(encoder.end());
+        coded.insert(coded.end(), 8, 0xFF);
+        MQDecoder decoder;
+        decoder.begin(coded.data(), coded.size());
+        for (const Decision& decision : decisions)
+            ASSERT_EQ(decoder.decode(decision.context), decision.bit);
+        EXPECT_EQ(encoder.decoderPosition(), decoder.position()) << "seed=" << seed;
+    }
+}
+
+TEST(MQCoder, CodesARunAsItsDecisions)
+{
+    for (std::uint64_t seed = 0; seed < 100; ++seed) {
+        Random random(seed);
+        Bytes one(1 << 16), other(1 << 16);
+        MQEncoder single, runs;
+        single.begin(one.data(), one.size());
+        runs.begin(other.data(), other.size());
+        for (int i = 0; i < 30; ++i) {
+            const int context = static_cast<int>(random.below(2));
+            const int bit = random.chance(0.2) ? 1 : 0;
+            const std::uint64_t count = random.below(i % 5 == 0 ? 2000 : 5);
+            for (std::uint64_t k = 0; k < count; ++k)
+                single.encode(context, bit);
+            runs.encodeRun(context, bit, count);
+        }
+        one.resize(single.end());
+        other.resize(runs.end());
+        ASSERT_EQ(one, other) << "seed=" << seed;
+    }
+}
+
 TEST(MQCoder, CodesSkewedDecisionsNearTheirEntropy)
 {
     Random random(7);

@@ -1,0 +1,368 @@
+#include "encode/VX7PointWriter.h"
+
+#include "framework/ProgressDelegate.h"
+#include "support/Errors.h"
+#include "support/Layouts.h"
+#include "support/RandomCloud.h"
+#include "support/ReadPoints.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+#include <tbb/global_control.h>
+#include <tbb/task_arena.h>
+
+namespace Quillmoran {
+namespace {
+
+using Testing::Bytes;
+using Testing::ByteStore;
+using Testing::failureOf;
+using Testing::makeRandomCloud;
+using Testing::MemoryPointSource;
+using Testing::openFile;
+using Testing::Points;
+using Testing::Random;
+using Testing::readAll;
+
+struct Query
+{
+    Bounds bounds = Bounds::Huge();
+    double fraction = 1.0;
+};
+
+Bytes packWith(PointSource& source, const EncodeOptions& options = {}, const Query& query = {},
+               ProgressDelegate* delegate = nullptr)
+{
+    const Scoped<ByteStore> store(ByteStore::create());
+    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
+    writer->init(&source, store.get());
+    writer->setOptions(options);
+    writer->write(query.bounds, query.fraction, source.getPointInfo(), delegate);
+    return store->bytes();
+}
+
+// Every option at random; of the transforms those that suit any channel.
+EncodeOptions randomOptions(Random& random)
+{
+    EncodeOptions options;
+    const TransformType codes[] = {1, 3, 10, 11, 13};
+    if (random.chance(0.4))
+        options.all.transform = codes[random.below(std::size(codes))];
+    options.all.smooth = random.chance(0.3);
+    if (random.chance(0.5))
+        options.all.subblockSize = static_cast<std::uint32_t>(random.between(16, 600));
+    if (random.chance(0.5))
+        options.numLevels = static_cast<std::uint32_t>(random.between(1, 14));
+    if (random.chance(0.5))
+        options.pointsPerEntry = static_cast<std::uint32_t>(random.between(1, 500));
+    if (random.chance(0.3))
+        options.rawPlanes = static_cast<int>(random.below(12));
+    options.versions.file = static_cast<std::uint8_t>(random.between(1, 4));
+    options.versions.header = static_cast<std::uint8_t>(random.between(1, 2));
+    options.versions.index = static_cast<std::uint8_t>(random.between(1, 2));
+    options.versions.band = static_cast<std::uint8_t>(random.between(1, 3));
+    return options;
+}
+
+std::size_t randomCount(Random& random, std::uint64_t seed)
+{
+    return seed < 40 ? seed : random.below(seed % 4 == 0 ? 5000 : 700);
+}
+
+void expectSameLayout(const PointInfo& a, const PointInfo& b)
+{
+    ASSERT_EQ(a.getNumChannels(), b.getNumChannels());
+    for (std::size_t i = 0; i < a.getNumChannels(); ++i) {
+        EXPECT_STREQ(a.getChannel(i).getName(), b.getChannel(i).getName());
+        EXPECT_EQ(a.getChannel(i).getDataType(), b.getChannel(i).getDataType());
+    }
+}
+
+TEST(VX7PointWriter, GivesBackAnyPointsWithAnyOptions)
+{
+    for (std::uint64_t seed = 0; seed < 240; ++seed) {
+        SCOPED_TRACE("seed=" + std::to_string(seed));
+        Random random(seed);
+        const auto source = makeRandomCloud(random, randomCount(random, seed), 6);
+        const EncodeOptions options = seed % 3 == 0 ? EncodeOptions() : randomOptions(random);
+        const auto reader = openFile(packWith(*source, options));
+        expectSameLayout(source->getPointInfo(), reader->getPointInfo());
+        ASSERT_EQ(reader->getNumPoints(), source->getNumPoints());
+        ASSERT_TRUE(readAll(*source) == readAll(*reader));
+    }
+}
+
+TEST(VX7PointWriter, LosesNoPointOfABox)
+{
+    for (std::uint64_t seed = 0; seed < 60; ++seed) {
+        SCOPED_TRACE("seed=" + std::to_string(seed));
+        Random random(seed);
+        const std::size_t count = 1 + random.below(3000);
+        const auto source = makeRandomCloud(random, count, 0);
+        EncodeOptions options;
+        options.pointsPerEntry = static_cast<std::uint32_t>(random.between(1, 60));
+        options.all.subblockSize = 16; // so that ranges are not joined
+        options.versions.index = static_cast<std::uint8_t>(random.between(1, 2));
+        const auto reader = openFile(packWith(*source, options));
+        for (int i = 0; i < 10; ++i) {
+            // A box with points on its faces.
+            Bounds box;
+            for (int corner = 0; corner < 2; ++corner) {
+                const std::size_t p = random.below(count);
+                box.x.grow(static_cast<const double*>(source->column("X").getData())[p]);
+                box.y.grow(static_cast<const double*>(source->column("Y").getData())[p]);
+                box.z.grow(static_cast<const double*>(source->column("Z").getData())[p]);
+            }
+            // Both sides ask with the reader's layout, whose steps widen the box.
+            const PointInfo& layout = reader->getPointInfo();
+            PointData expected, got;
+            expected.init(layout, count);
+            got.init(layout, count);
+            const Scoped<PointIterator> all(source->createIterator(box, 1.0, layout, nullptr));
+            const Scoped<PointIterator> some(reader->createIterator(box, 1.0, layout, nullptr));
+            const std::size_t wanted = all->getNextPoints(expected);
+            ASSERT_EQ(some->getNextPoints(got), wanted);
+            for (std::size_t p = 0; p < wanted; ++p)
+                ASSERT_EQ(got.getX()[p], expected.getX()[p]);
+        }
+    }
+}
+
+Scoped<MemoryPointSource> makeSurvey(std::size_t count)
+{
+    Random random(11);
+    MemoryPointSource::Columns columns(6, std::vector<double>(count));
+    for (std::size_t i = 0; i < count; ++i) {
+        const double t = static_cast<double>(i);
+        columns[0][i] =
+            static_cast<double>(50000000 + static_cast<std::int64_t>(i % 500) * 30 + random.between(-9, 9)) *
+            0.01;
+        columns[1][i] =
+            static_cast<double>(410000000 + static_cast<std::int64_t>(i / 500) * 40 + random.between(-9, 9)) *
+            0.01;
+        columns[2][i] =
+            static_cast<double>(static_cast<std::int64_t>(12000 + t / 50) + random.between(-5, 5)) * 0.01;
+        columns[3][i] = static_cast<double>(100 + random.below(60));
+        columns[4][i] = 2;
+        columns[5][i] = 245379.5 + t * 0.0000152587890625;
+    }
+    auto source = MemoryPointSource::make(
+        Testing::layoutOf({Testing::channel("X", FLOAT64, 0.01), Testing::channel("Y", FLOAT64, 0.01),
+                           Testing::channel("Z", FLOAT64, 0.01), Testing::channel("Intensity", UINT16),
+                           Testing::channel("ClassId", UINT8), Testing::channel("GPSTime", FLOAT64)}),
+        columns);
+    const double scale[3] = {0.01, 0.01, 0.01};
+    const double offset[3] = {0, 0, 0};
+    source->setQuantization(scale, offset);
+    return source;
+}
+
+TEST(VX7PointWriter, IndexesPointsAtTheEndsOfTheNumbers)
+{
+    const double infinity = std::numeric_limits<double>::infinity();
+    const double largest = std::numeric_limits<double>::max();
+    for (const double end : {1e300, largest, infinity}) {
+        const auto source =
+            MemoryPointSource::make(Testing::layoutXYZ(), {{-end, 0, end}, {1, 2, 3}, {end, end, end}});
+        EncodeOptions options;
+        options.pointsPerEntry = 1;
+        const auto reader = openFile(packWith(*source, options));
+        EXPECT_TRUE(readAll(*reader) == readAll(*source)) << end;
+        EXPECT_EQ(readAll(*reader, {{1, infinity}, {0, 9}, {0, infinity}}).count, 1u) << end;
+    }
+}
+
+TEST(VX7PointWriter, GivesTheSameBytesOnAnyNumberOfThreads)
+{
+    const auto source = makeSurvey(150000); // several blocks
+    Bytes first;
+    for (const int threads : {1, 2, 5}) {
+        const tbb::global_control limit(tbb::global_control::max_allowed_parallelism,
+                                        static_cast<std::size_t>(threads));
+        tbb::task_arena arena(threads);
+        Bytes bytes;
+        arena.execute([&] { bytes = packWith(*source); });
+        if (first.empty())
+            first = bytes;
+        EXPECT_TRUE(bytes == first) << threads;
+    }
+    EXPECT_TRUE(readAll(*openFile(first)) == readAll(*source));
+}
+
+TEST(VX7PointWriter, KeepsWhatIsKnownOfTheSource)
+{
+    const auto source = makeSurvey(3000);
+    source->setWKT("LOCAL_CS[\"here\"]");
+    source->metadata().add("Key", "of a record", METADATA_STRING, "value", 0);
+    const auto reader = openFile(packWith(*source));
+    EXPECT_STREQ(reader->getWKT(), source->getWKT());
+    ASSERT_NE(reader->getScale(), nullptr);
+    EXPECT_EQ(reader->getScale()[1], 0.01);
+    EXPECT_EQ(reader->getOffset()[1], 0.0);
+    EXPECT_TRUE(reader->getBounds() == source->getBounds());
+    Metadata records;
+    reader->loadMetadata(records, false);
+    EXPECT_TRUE(records.has("Key"));
+    ASSERT_TRUE(records.has("PreCompressionPointCount"));
+    EXPECT_STREQ(static_cast<const char*>(records.getValue(
+                     static_cast<std::size_t>(records.getKeyIndex("PreCompressionPointCount")))),
+                 "3000");
+
+    // A part of the points tells how many there were.
+    const auto half = openFile(packWith(*source, {}, {Bounds::Huge(), 0.5}));
+    EXPECT_EQ(half->getNumPoints(), 1500);
+    Metadata halfRecords;
+    half->loadMetadata(halfRecords, false);
+    EXPECT_STREQ(static_cast<const char*>(halfRecords.getValue(
+                     static_cast<std::size_t>(halfRecords.getKeyIndex("PreCompressionPointCount")))),
+                 "3000");
+}
+
+TEST(VX7PointWriter, KeepsMeasuredPointsAtCoarseLevels)
+{
+    const auto source = makeSurvey(5000);
+    EncodeOptions options;
+    options.numLevels = 4;
+    const auto reader = openFile(packWith(*source, options));
+    const Points all = readAll(*source);
+    const Points coarse = readAll(*reader, Bounds::Huge(), 0.125);
+    const std::vector<double> x = all.values<double>(0), coarseX = coarse.values<double>(0);
+    ASSERT_EQ(coarseX.size(), 625u);
+    for (std::size_t i = 0; i < coarseX.size(); ++i)
+        ASSERT_EQ(coarseX[i], x[8 * i]);
+}
+
+TEST(VX7PointWriter, ChoosesByWhatAChannelHolds)
+{
+    const auto source = makeSurvey(20000);
+    const Scoped<ByteStore> store(ByteStore::create());
+    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
+    writer->init(source.get(), store.get());
+    writer->write(Bounds::Huge(), 1.0, source->getPointInfo(), nullptr);
+    const auto& summary = writer->getSummary();
+    ASSERT_EQ(summary.size(), 6u);
+    EXPECT_LT(summary[4].size, 200);           // a constant class
+    EXPECT_LT(summary[5].size, 4000);          // times of equal steps
+    EXPECT_LT(summary[3].size, 20000 * 7 / 8); // 60 values: at most 6 bits and a bit
+    EXPECT_LT(store->size(), 20000 * 5);
+    for (const auto& channel : summary)
+        EXPECT_FALSE(TransformUtils::hasUpdate(channel.transform)) << channel.name;
+}
+
+TEST(VX7PointWriter, UsesGivenTransformsOrSaysWhyNot)
+{
+    const auto source = makeSurvey(2000);
+    const auto packed = [&](const char* channel, int code) {
+        return failureOf([&] {
+            EncodeOptions options;
+            options.byChannel[channel].transform = static_cast<TransformType>(code);
+            const auto reader = openFile(packWith(*source, options));
+            EXPECT_TRUE(readAll(*reader) == readAll(*source));
+            const auto& records = reader->getDecoderInfo().getChannels();
+            const auto& record = records[*reader->getDecoderInfo().getChannel(channel)];
+            EXPECT_EQ(record.getTransformType(), code);
+        });
+    };
+    for (const int code : {1, 3, 10, 11, 13, 81, 83, 90, 91, 93})
+        EXPECT_EQ(packed("Intensity", code), "no error") << code;
+    for (const int code : {61, 70, 71, 73, 1, 13})
+        EXPECT_EQ(packed("GPSTime", code), "no error") << code;
+    EXPECT_EQ(packed("Intensity", 70), "40007 transform 70 does not suit channel 'Intensity'");
+    EXPECT_EQ(packed("X", 91), "40007 transform 91 does not suit channel 'X'");
+    EXPECT_EQ(packed("X", 71), "40007 transform 71 does not suit channel 'X'"); // hundredths would be rounded
+    EXPECT_EQ(packed("X", 12), "-1 bad transform type");
+    EXPECT_EQ(packed("Height", 10), "40007 there is no channel 'Height' to choose a coding for");
+
+    // One for all channels is used where it suits.
+    EncodeOptions options;
+    options.all.transform = 70;
+    const auto reader = openFile(packWith(*source, options));
+    EXPECT_TRUE(readAll(*reader) == readAll(*source));
+    const auto& records = reader->getDecoderInfo().getChannels();
+    EXPECT_EQ(records[0].getTransformType(), 70);
+    EXPECT_TRUE(TransformUtils::isInteger(records[3].getTransformType()));
+}
+
+class CancelAtBlock final : public ProgressDelegate
+{
+public:
+    explicit CancelAtBlock(int block) : m_left(block) {}
+    void reportProgress(double fraction, const char*) override { m_last = fraction; }
+    bool getCancelled() override { return m_left-- <= 0; }
+    double last() const { return m_last; }
+
+private:
+    int m_left;
+    double m_last = 0;
+};
+
+TEST(VX7PointWriter, LeavesNothingOfAFailedRun)
+{
+    const Testing::TemporaryDirectory directory;
+    const auto source = makeSurvey(150000);
+    const std::string path = directory / "out.vxl";
+    const auto run = [&](ProgressDelegate* delegate) {
+        const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
+        writer->init(source.get(), path.c_str());
+        writer->write(Bounds::Huge(), 1.0, source->getPointInfo(), delegate);
+    };
+    for (int block = 0; block < 6; ++block) {
+        CancelAtBlock delegate(block);
+        EXPECT_EQ(failureOf([&] { run(&delegate); }), "40006 VX7 Write operation cancelled.") << block;
+        EXPECT_TRUE(directory.isEmpty());
+    }
+    CancelAtBlock patient(1000);
+    run(&patient);
+    EXPECT_NEAR(patient.last(), 2.5 / 4.5, 0.001); // the writer's share; this source does not report its own
+    const std::string complete = Testing::readFile(path);
+
+    // A run that fails before it writes leaves an older output alone.
+    source->failAt(100000);
+    EXPECT_EQ(failureOf([&] { run(nullptr); }), "40000 test");
+    EXPECT_EQ(Testing::readFile(path), complete);
+}
+
+TEST(VX7PointWriter, GivesUpAnOutputThatRunsFull)
+{
+    const auto source = makeSurvey(20000);
+    const Scoped<ByteStore> store(ByteStore::create());
+    store->setCapacity(3000);
+    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
+    writer->init(source.get(), store.get());
+    EXPECT_EQ(failureOf([&] { writer->write(Bounds::Huge(), 1.0, source->getPointInfo(), nullptr); }),
+              "40002 write error");
+    EXPECT_TRUE(store->unlinked());
+    EXPECT_EQ(store->openCount(), 0);
+}
+
+TEST(VX7PointWriter, RefusesNamesThatItCannotStore)
+{
+    const auto failure = [](const char* a, const char* b) {
+        const auto source = MemoryPointSource::make(
+            Testing::layoutXYZ({Testing::channel(a, UINT8), Testing::channel(b, UINT8)}),
+            {{1}, {1}, {1}, {1}, {1}});
+        return failureOf([&] { packWith(*source); });
+    };
+    EXPECT_EQ(failure("@d|A", "B"), "40007 a channel cannot be called '@d|A'");
+    EXPECT_EQ(failure("A", "A"), "40007 two channels are called 'A'");
+    EXPECT_EQ(failure("", "A"), "40007 a channel cannot be called ''");
+}
+
+TEST(VX7PointWriter, RefusesOptionsOutOfRange)
+{
+    const auto failure = [](auto change) {
+        EncodeOptions options;
+        change(options);
+        return failureOf([&] { Scoped<VX7PointWriter>(VX7PointWriter::create())->setOptions(options); });
+    };
+    EXPECT_EQ(failure([](auto& o) { o.versions.file = 5; }), "40007 the file version must be 1 to 4");
+    EXPECT_EQ(failure([](auto& o) { o.versions.band = 0; }),
+              "40007 the version of the subbands must be 1 to 3");
+    EXPECT_EQ(failure([](auto& o) { o.all.subblockSize = 15; }),
+              "40007 the subblock size must be 16 to 1048576");
+    EXPECT_EQ(failure([](auto& o) { o.numLevels = 0; }), "40007 the number of levels must be 1 to 64");
+    EXPECT_EQ(failure([](auto& o) { o.byChannel["X"].transform = 99; }), "-1 bad transform type");
+}
+
+} // namespace
+} // namespace Quillmoran
