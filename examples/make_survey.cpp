@@ -1,4 +1,4 @@
-// Writes survey.vxl, the file that the README decodes: make_survey PATH
+// Writes survey.vxl, the file that the README works with: make_survey PATH
 #include "support/ExampleSurvey.h"
 
 #include <cstdio>

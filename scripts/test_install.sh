@@ -17,6 +17,11 @@ if [ "$all" -ne 2400 ] || [ "$boxed" -lt 1000 ] || [ "$boxed" -gt 1400 ]; then
   echo "installed program and library gave $all and $boxed points" >&2
   exit 1
 fi
+# Packed again and decoded it is the same text.
+"$prefix/usr/bin/vxpack" -i examples/survey.vxl -o "$prefix/again.vxl" >/dev/null
+"$prefix/usr/bin/vxunpack" -i "$prefix/again.vxl" -o "$prefix/again.txt" >/dev/null
+cmp "$prefix/all.txt" "$prefix/again.txt"
+"$prefix/usr/bin/vxinfo" -check "$prefix/again.vxl" >/dev/null
 # A verbose run finds the installed module that indents coordinate systems; its status is 1 by tradition.
 "$prefix/usr/bin/vxunpack" -V -i examples/survey.vxl -o null >"$prefix/summary.txt" 2>/dev/null || true
 grep -q '^    GEOGCS' "$prefix/summary.txt" || {

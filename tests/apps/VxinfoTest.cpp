@@ -94,11 +94,11 @@ TEST_F(Vxinfo, DescribesTheExampleForPrograms)
     ASSERT_EQ(compression["levels"].size(), 6u);
     EXPECT_EQ(compression["levels"][5]["numPoints"], 75);
     const json z = find(compression["records"], "Z");
-    EXPECT_EQ(z["transform"], 11);
-    EXPECT_EQ(z["transformName"], "MQ, order 1 prediction");
+    EXPECT_EQ(z["transform"], 91);
+    EXPECT_EQ(z["transformName"], "arithmetic, order 1 prediction");
     EXPECT_EQ(z["subblockSize"], 256);
     EXPECT_EQ(z["min"], 2075);
-    EXPECT_EQ(find(compression["records"], "@d|GPSTime")["kernelType"], "SINT64");
+    EXPECT_EQ(find(compression["records"], "GPSTime")["kernelType"], "SINT32");
     for (const char* absent : {"error", "problems", "check", "statistics"})
         EXPECT_FALSE(file.contains(absent)) << absent;
 }

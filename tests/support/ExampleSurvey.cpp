@@ -1,9 +1,13 @@
 #include "support/ExampleSurvey.h"
 
+#include "encode/VX7PointWriter.h"
 #include "model/ChannelNames.h"
+#include "support/ByteStore.h"
+#include "support/MemoryPointSource.h"
 #include "support/Random.h"
 
 #include <cstdlib>
+#include <iterator>
 
 namespace Quillmoran::Testing {
 
@@ -13,7 +17,6 @@ constexpr int numLines = 4;
 constexpr int pointsPerLine = 600;
 constexpr double scale = 0.01;
 constexpr double offsets[3] = {500000.0, 4100000.0, 100.0};
-constexpr std::uint32_t pointsPerEntry = 64;
 
 // Height of the ground in steps, integers all the way so that it is the same everywhere.
 std::int64_t ground(std::int64_t x, std::int64_t y)
@@ -62,62 +65,75 @@ Survey flySurvey()
     return survey;
 }
 
-} // namespace
+ChannelInfo describe(const char* name, DataType type, double step)
+{
+    ChannelInfo channel;
+    channel.init(name, type, 0, step);
+    return channel;
+}
 
-Bytes buildExampleSurvey()
+Scoped<MemoryPointSource> makeSource()
 {
     const Survey survey = flySurvey();
-    FilePlan plan;
-    plan.numLevels = 6;
+    PointInfo layout;
+    MemoryPointSource::Columns columns;
     const char* const axes[3] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
-    std::vector<double> coordinates[3];
     for (int axis = 0; axis < 3; ++axis) {
-        plan.channels.push_back(
-            quantizedChannel(axes[axis], survey.position[axis], offsets[axis], scale, 11));
+        layout.append(describe(axes[axis], FLOAT64, scale));
+        columns.emplace_back();
         for (const std::int64_t step : survey.position[axis])
-            coordinates[axis].push_back(static_cast<double>(step) * scale + offsets[axis]);
+            columns.back().push_back(static_cast<double>(step) * scale + offsets[axis]);
     }
-    const auto add = [&](const char* name, DataType type, const std::vector<std::int64_t>& values,
-                         TransformType transform) {
-        plan.channels.push_back(integerChannel(name, type, values, transform));
+    const auto add = [&](const char* name, DataType type, const auto& values) {
+        layout.append(describe(name, type, 0));
+        columns.emplace_back(values.begin(), values.end());
     };
-    add(ChannelNames::intensity, UINT16, survey.intensity, 91);
-    add(ChannelNames::returnNum, UINT8, survey.returnNum, 90);
-    add(ChannelNames::numReturns, UINT8, survey.numReturns, 90);
-    add(ChannelNames::scanDir, UINT8, survey.scanDir, 10);
-    add(ChannelNames::edgeFlightLine, UINT8, survey.edge, 10);
-    add(ChannelNames::classId, UINT8, survey.classId, 90);
-    add(ChannelNames::scanAngle, SINT8, survey.angle, 91);
-    add(ChannelNames::sourceId, UINT16, survey.source, 11);
-    for (ChannelPlan& part : splitChannel(ChannelNames::gpsTime, FLOAT64, survey.gpsTime))
-        plan.channels.push_back(std::move(part));
-    add(ChannelNames::red, UINT16, survey.red, 91);
-    add(ChannelNames::green, UINT16, survey.green, 91);
-    add(ChannelNames::blue, UINT16, survey.blue, 91);
-    for (ChannelPlan& channel : plan.channels)
-        channel.subblockSize = 256;
+    add(ChannelNames::intensity, UINT16, survey.intensity);
+    add(ChannelNames::returnNum, UINT8, survey.returnNum);
+    add(ChannelNames::numReturns, UINT8, survey.numReturns);
+    add(ChannelNames::scanDir, UINT8, survey.scanDir);
+    add(ChannelNames::edgeFlightLine, UINT8, survey.edge);
+    add(ChannelNames::classId, UINT8, survey.classId);
+    add(ChannelNames::scanAngle, SINT8, survey.angle);
+    add(ChannelNames::sourceId, UINT16, survey.source);
+    add(ChannelNames::gpsTime, FLOAT64, survey.gpsTime);
+    add(ChannelNames::red, UINT16, survey.red);
+    add(ChannelNames::green, UINT16, survey.green);
+    add(ChannelNames::blue, UINT16, survey.blue);
 
-    plan.pointsPerEntry = pointsPerEntry;
-    plan.indexScale = scale / 4;
-    plan.indexBoxes = makeIndexBoxes(coordinates[0], coordinates[1], coordinates[2], pointsPerEntry);
-    for (Bounds& box : plan.indexBoxes) {
-        for (Bounds::Range* range : {&box.x, &box.y, &box.z}) {
-            range->min -= scale / 2; // stored boxes are rounded and must still cover their points
-            range->max += scale / 2;
-        }
-    }
-    const std::string count = std::to_string(survey.gpsTime.size());
-    plan.metadata.add("PreCompressionPointCount", nullptr, METADATA_STRING, count.c_str(), 0);
-    plan.wkt =
+    Scoped<MemoryPointSource> source = MemoryPointSource::make(layout, columns);
+    const double steps[3] = {scale, scale, scale};
+    source->setQuantization(steps, offsets);
+    source->setWKT(
         "PROJCS[\"WGS 84 / UTM zone 13N\",GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,"
         "298.257223563]],PRIMEM[\"Greenwich\",0],UNIT[\"degree\",0.0174532925199433]],"
         "PROJECTION[\"Transverse_Mercator\"],PARAMETER[\"latitude_of_origin\",0],"
         "PARAMETER[\"central_meridian\",-105],PARAMETER[\"scale_factor\",0.9996],"
-        "PARAMETER[\"false_easting\",500000],PARAMETER[\"false_northing\",0],UNIT[\"metre\",1]]";
-    plan.classNames = {
-        std::string("Created"),        std::string("Unclassified"),      std::string("Ground"),
-        std::string("Low vegetation"), std::string("Medium vegetation"), std::string("High vegetation")};
-    return buildFile(plan);
+        "PARAMETER[\"false_easting\",500000],PARAMETER[\"false_northing\",0],UNIT[\"metre\",1]]");
+    const char* const names[] = {"Created",        "Unclassified",      "Ground",
+                                 "Low vegetation", "Medium vegetation", "High vegetation"};
+    source->setClassIdNames(names, std::size(names));
+    return source;
+}
+
+} // namespace
+
+Bytes buildExampleSurvey()
+{
+    const Scoped<MemoryPointSource> source = makeSource();
+    const Scoped<ByteStore> store(ByteStore::create());
+    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
+    writer->init(source.get(), store.get());
+    // So few points would get few levels, subblocks and boxes; an example should have some to look at.
+    EncodeOptions options;
+    options.numLevels = 6;
+    options.pointsPerEntry = 64;
+    options.all.subblockSize = 256;
+    // Times might else be deflated, in bytes that depend on zlib's version.
+    options.byChannel[ChannelNames::gpsTime].transform = TransformType{11};
+    writer->setOptions(options);
+    writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
+    return store->bytes();
 }
 
 } // namespace Quillmoran::Testing

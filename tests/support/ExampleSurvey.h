@@ -1,7 +1,8 @@
-// The small survey of examples/survey.vxl: a strip of hills with trees, flown in four lines.
+// The small survey of examples/survey.vxl: a strip of hills with trees, flown in four lines. It is written as
+// vxpack writes files, from a source in memory, since no other format that is read holds names of classes.
 #pragma once
 
-#include "support/VX7FileBuilder.h"
+#include "support/SubblockEncoder.h"
 
 namespace Quillmoran::Testing {
 

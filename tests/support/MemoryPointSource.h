@@ -37,6 +37,7 @@ public:
     // records.
     ChannelData& column(const char* name) { return *find(name); }
     using PointReader::setBounds;
+    using PointReader::setClassIdNames;
     using PointReader::setNumPoints;
     using PointReader::setQuantization;
     using PointReader::setWKT;

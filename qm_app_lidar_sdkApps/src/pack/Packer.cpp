@@ -65,6 +65,8 @@ void Packer::pack() const
     if (Utils::getPointSourceType(output) != POINT_SOURCE_VX7)
         QM_THROW(-1, "the name of the output must end in '.vxl': '%s'", output);
     const EncodeOptions options = PackOptions::get(m_cmdLine);
+    if (m_cmdLine.isPresent("subsample") && !(m_cmdLine.getFloat("subsample") > 0))
+        QM_THROW(-1, "the value of -subsample must be above 0");
 
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     addInputs(*files);

@@ -135,6 +135,8 @@ void refuseInputs(const FilePointSourceManager& files, const char* output)
         index->init(name, opener.get());
         for (std::size_t tile = 0; tile < index->getNumSources(); ++tile)
             refuseSameFile(index->getTileInfo(tile).path.c_str(), output);
+        if (const TileInfo* overview = index->getOverviewInfo())
+            refuseSameFile(overview->path.c_str(), output);
     }
 }
 

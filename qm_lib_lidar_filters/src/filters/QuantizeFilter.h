@@ -1,6 +1,6 @@
 // Rounds the coordinates of its source to a grid: the nearest multiples of a step on each axis, counted from
-// the source's own offset, or from a whole number near its points. Whoever wants a smaller file and can do
-// with coarser coordinates puts it in front of a writer.
+// the source's own offset, or from 0. Whoever wants a smaller file and can do with coarser coordinates puts
+// it in front of a writer.
 #pragma once
 
 #include "framework/PointSource.h"

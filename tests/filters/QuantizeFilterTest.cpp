@@ -1,0 +1,144 @@
+#include "filters/QuantizeFilter.h"
+
+#include "support/Errors.h"
+#include "support/Layouts.h"
+#include "support/MemoryPointSource.h"
+#include "support/Random.h"
+#include "support/SetOfSources.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+namespace Quillmoran {
+namespace {
+
+using Testing::channel;
+using Testing::errorOf;
+using Testing::layoutXYZ;
+using Testing::MemoryPointSource;
+using Testing::readRows;
+using Numbers = std::vector<double>;
+using Rows = std::vector<Numbers>;
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+
+Scoped<QuantizeFilter> filterOf(PointSource& source, const Numbers& steps)
+{
+    Scoped<QuantizeFilter> filter(QuantizeFilter::create());
+    filter->init(&source, steps.data());
+    return filter;
+}
+
+// Points all over a square, numbered in the channel "N".
+Scoped<MemoryPointSource> randomSource(std::size_t count)
+{
+    Testing::Random random(4);
+    MemoryPointSource::Columns columns(4);
+    for (std::size_t i = 0; i < count; ++i) {
+        columns[0].push_back(500 + 20 * random.real());
+        columns[1].push_back(-30 + 20 * random.real());
+        columns[2].push_back(random.real());
+        columns[3].push_back(static_cast<double>(i));
+    }
+    return MemoryPointSource::make(layoutXYZ({channel("N", UINT32)}), columns);
+}
+
+TEST(QuantizeFilter, RoundsToTheNearestMultiple)
+{
+    const auto source = MemoryPointSource::make(layoutXYZ(), {{0, 0.24, 0.26, 0.25, -0.2, -0.25, -0.3},
+                                                              {5, 6, 7, 7.1, 8.5, 9.49, 9.51},
+                                                              {49, infinity, -infinity, 99, 149, 151, -151}});
+    const auto counted = MemoryPointSource::make(layoutXYZ(), {{0.3}, {0.6}, {4}});
+    const double scale[] = {0.1, 0.1, 0.1}, origin[] = {0.25, 0.5, 1};
+    counted->setQuantization(scale, origin);
+    EXPECT_EQ(readRows(*filterOf(*counted, {1, 1, 2}), layoutXYZ()), (Rows{{0.25, 0.5, 5}}))
+        << "counted from the source's own offset";
+    const Rows rows = readRows(*filterOf(*source, {0.5, 1, 100}), layoutXYZ());
+    const Numbers x = {0, 0, 0.5, 0.5, 0, 0, -0.5}, y = {5, 6, 7, 7, 9, 9, 10};
+    const Numbers z = {0, infinity, -infinity, 100, 100, 200, -200};
+    ASSERT_EQ(rows.size(), x.size());
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        EXPECT_EQ(rows[i], (Numbers{x[i], y[i], z[i]})) << i;
+}
+
+TEST(QuantizeFilter, MovesNothingByMoreThanHalfAStep)
+{
+    const auto source = randomSource(5000);
+    const auto filter = filterOf(*source, {0.1, 0.3, 0.007});
+    const double steps[] = {0.1, 0.3, 0.007};
+    const PointInfo& layout = filter->getPointInfo();
+    for (const char* name : {"X", "Y", "Z"})
+        EXPECT_EQ(layout.getChannel(name)->getQuantization(), steps[name[0] - 'X']);
+    const Rows before = readRows(*source, layout), after = readRows(*filter, layout, Bounds::Huge(), 1, 999);
+    ASSERT_EQ(after.size(), 5000u);
+    Bounds bounds;
+    for (std::size_t i = 0; i < after.size(); ++i) {
+        EXPECT_EQ(after[i][3], before[i][3]);
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            EXPECT_LE(std::fabs(after[i][axis] - before[i][axis]), steps[axis] / 2 * (1 + 1e-9));
+            const double cell = (after[i][axis] - filter->getOffset()[axis]) / steps[axis];
+            EXPECT_NEAR(cell, std::round(cell), 1e-6);
+        }
+        bounds.x.grow(after[i][0]);
+        bounds.y.grow(after[i][1]);
+        bounds.z.grow(after[i][2]);
+    }
+    EXPECT_EQ(filter->getBounds(), bounds) << "those of the rounded points";
+    EXPECT_EQ(filter->getNumPoints(), 5000);
+    // Rounding again changes nothing.
+    const auto again = filterOf(*filter, {0.1, 0.3, 0.007});
+    EXPECT_EQ(readRows(*again, layout), after);
+    EXPECT_EQ(again->getBounds(), bounds);
+}
+
+TEST(QuantizeFilter, LosesNoPointOfABox)
+{
+    const auto source = randomSource(5000);
+    const auto filter = filterOf(*source, {0.5, 0.5, 0.5});
+    const PointInfo& layout = filter->getPointInfo();
+    const Rows all = readRows(*filter, layout);
+    // Sides on the grid, and between its lines.
+    for (const double shift : {0.0, 0.2, 0.4}) {
+        Bounds box = Bounds::Huge();
+        box.x = {505 + shift, 509.5 - shift};
+        box.y = {-25 - shift, -20 + shift};
+        Rows expected, found;
+        for (const Numbers& row : all)
+            if (box.contains(row[0], row[1], row[2]))
+                expected.push_back(row);
+        for (const Numbers& row : readRows(*filter, layout, box))
+            if (box.contains(row[0], row[1], row[2]))
+                found.push_back(row);
+        EXPECT_GT(expected.size(), 100u);
+        EXPECT_EQ(found, expected) << shift;
+    }
+}
+
+TEST(QuantizeFilter, RefusesStepsThatAreNone)
+{
+    const auto source = randomSource(3);
+    for (const auto& [step, text] :
+         {std::pair(0.0, "0"), std::pair(-0.5, "-0.5"), std::pair(infinity, "inf")})
+        EXPECT_EQ(errorOf(40007,
+                          [&, bad = step] {
+                              filterOf(*source, {1, bad, 1});
+                          }),
+                  std::string("a step must be above 0: ") + text);
+    EXPECT_EQ(errorOf(40007,
+                      [&] {
+                          filterOf(*source, {1, 1, nan});
+                      })
+                  .rfind("a step must be above 0: ", 0),
+              0u);
+    // Nothing is known of an empty source.
+    const auto empty = MemoryPointSource::make(layoutXYZ(), {{}, {}, {}});
+    const auto filter = filterOf(*empty, {1, 1, 1});
+    EXPECT_EQ(filter->getOffset()[1], 0);
+    EXPECT_EQ(readRows(*filter, layoutXYZ()), Rows());
+}
+
+} // namespace
+} // namespace Quillmoran
