@@ -500,7 +500,7 @@ TEST_F(Vxpack, ExplainsWhatItCannotDo)
         {"-i bad.vxl -o out.vxl", "not a Vexil file"},
         {"-i a.xyz -o out.vxl", "TXT file requires a format parse string '-parse'"},
         {"-i a.xyz -o out.vxl -parse xyzi", "line 1 has 3 fields but was expecting at least 4."},
-        {"-i survey.vxl -o out.vxl -t 42", "bad transform type"},
+        {"-i survey.vxl -o out.vxl -t 42", "there is no transform 42"},
         {"-i survey.vxl -o out.vxl -t X=", "bad value 'X=' of -transform"},
         {"-i survey.vxl -o out.vxl -t MQ", "bad value 'MQ' of -transform"},
         {"-i survey.vxl -o out.vxl -t 266", "the value 266 of -transform is too large"},

@@ -83,6 +83,11 @@ EncodeOptions get(const QMCmdLine& cmdLine)
     options.all.smooth = cmdLine.getFlag("smooth");
     parseChoices(cmdLine, "transform", options, [](ChannelChoice& choice, std::uint32_t value) {
         choice.transform = narrow<TransformType>(value, "transform");
+        try {
+            TransformUtils::getCoder(*choice.transform);
+        } catch (const Error&) {
+            QM_THROW(-1, "there is no transform %u", value);
+        }
     });
     parseChoices(cmdLine, "subblockSize", options,
                  [](ChannelChoice& choice, std::uint32_t value) { choice.subblockSize = value; });

@@ -10,9 +10,12 @@ namespace Quillmoran {
 
 namespace {
 
+// Values that are coarser than the step themselves stay as they are.
 double nearest(double value, double offset, double scale)
 {
-    return std::floor((value - offset) / scale + 0.5) * scale + offset;
+    constexpr double mostSteps = 4503599627370496.0; // 2^52
+    const double steps = (value - offset) / scale;
+    return std::fabs(steps) < mostSteps ? std::floor(steps + 0.5) * scale + offset : value;
 }
 
 void roundAll(double* values, std::size_t count, double offset, double scale)

@@ -1,5 +1,6 @@
 #include "encode/ChannelEncoder.h"
 
+#include <cstring>
 #include <mutex>
 #include <utility>
 
@@ -24,12 +25,19 @@ void ChannelEncoder::put(const PointData& points, std::size_t count)
 {
     m_info.convertToKernel(points, count);
     m_info.updateMinMax(count);
+    m_hasSamples |= count != 0;
     m_decomposition->put(m_info.getKernel().getData(), count, false, m_bands);
     collectPending();
 }
 
 void ChannelEncoder::finish()
 {
+    if (!m_hasSamples) {
+        // An empty range would read as the widest one.
+        m_info.reserveKernel(1);
+        std::memset(m_info.getKernel().getData(), 0, DataTypeUtils::getSize(m_info.getKernelDataType()));
+        m_info.updateMinMax(1);
+    }
     m_decomposition->put(nullptr, 0, true, m_bands);
     for (BandWriter& band : m_bands)
         band.finish();

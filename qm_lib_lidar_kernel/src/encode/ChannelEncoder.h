@@ -48,6 +48,7 @@ private:
     void returnWriter(std::unique_ptr<SubblockWriter> writer);
 
     WaveletChannelInfo m_info;
+    bool m_hasSamples = false;
     SubblockFormat m_format;
     std::vector<BandWriter> m_bands;
     std::unique_ptr<Decomposition> m_decomposition;

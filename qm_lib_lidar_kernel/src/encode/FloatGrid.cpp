@@ -12,7 +12,7 @@ namespace {
 
 // Up to here a rounded quotient is the integer that it came from.
 constexpr double largestInteger = 2251799813685248.0; // 2^51
-constexpr std::size_t mostTried = 2048;               // samples that choose the grids
+constexpr int mostParts = 255;                        // of a tenth
 constexpr std::size_t mostGrids = 3;
 // A box of coordinates is widened by half of their step; of what a source does not declare no user expects
 // more.
@@ -64,7 +64,9 @@ struct Step
     double decimals; // as in FloatGrid
 };
 
-// Powers of two, tenths and halves of tenths, the coarsest first.
+// Powers of two, tenths and halves of tenths, the coarsest first. Not every decimal is the rounded product of
+// an integer and a tenth, since the tenth itself is rounded; parts of it whose own rounding is smaller miss
+// fewer.
 std::vector<Step> makeSteps()
 {
     std::vector<Step> steps = {{10, 0}, {100, 0}, {1000, 0}, {1e4, 0}, {1e5, 0}};
@@ -73,8 +75,18 @@ std::vector<Step> makeSteps()
             steps.push_back({std::ldexp(1.0, exponent), 0});
     for (const double power : {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9}) {
         steps.push_back({1 / power, power});
-        if (power != 1e0)
-            steps.push_back({0.5 / power, 0});
+        if (power == 1e0)
+            continue;
+        steps.push_back({0.5 / power, 0});
+        double least = std::fabs(std::fma(1 / power, power, -1));
+        for (int part = 3; part <= mostParts; part += 2) {
+            const double scale = 1 / (power * part);
+            const double error = std::fabs(std::fma(scale, power * part, -1));
+            if (error < least) {
+                steps.push_back({scale, 0});
+                least = error;
+            }
+        }
     }
     std::sort(steps.begin(), steps.end(), [](const Step& a, const Step& b) { return a.scale > b.scale; });
     return steps;
@@ -114,7 +126,6 @@ bool FloatGrid::hold(const ChannelData& channel, std::size_t count) noexcept
 std::vector<FloatGrid> FloatGrid::find(const ChannelData& channel, std::size_t count,
                                        const std::vector<FloatGrid>& declared, bool isCoordinate)
 {
-    count = std::min(count, mostTried);
     std::vector<FloatGrid> found;
     const auto tryGrid = [&](const FloatGrid& candidate) {
         FloatGrid grid = candidate;

@@ -40,6 +40,19 @@ TEST(FloatGrid, FindsTheStepsOfDecimalsFarFromZero)
     EXPECT_EQ(grids[0].scale, 0.01);
 }
 
+TEST(FloatGrid, FindsPartsOfATenthWhereTheTenthItselfMisses)
+{
+    // Heights: hundredths below a thousand, where a product with 0.01 is often the decimal's neighbour.
+    Random random(4);
+    std::vector<double> values;
+    for (int i = 0; i < 5000; ++i)
+        values.push_back(decimal(random.between(40000, 52000), 2));
+    const auto grids = findGrids(values, {}, true);
+    ASSERT_FALSE(grids.empty());
+    EXPECT_GT(grids[0].scale, 0.01 / 256);
+    EXPECT_EQ(0.01 / grids[0].scale, std::round(0.01 / grids[0].scale));
+}
+
 TEST(FloatGrid, FindsTimesThatCountFromAnOddBeginning)
 {
     std::vector<double> values;
