@@ -62,7 +62,9 @@ void printWay(const Way& way, const Usages& own, const Usages& peer, std::int64_
     const double seconds = median(collect(count, [&](std::size_t i) { return own[i].seconds; }));
     const double cpu = median(collect(count, [&](std::size_t i) { return own[i].cpuSeconds; }));
     const double peak = collect(count, [&](std::size_t i) { return own[i].peakBytes; }).back();
-    std::printf("  %-15s %9.2f %9.2f %10.3f %9.1f", way.name, seconds, cpu,
+    const double cores =
+        median(collect(count, [&](std::size_t i) { return own[i].cpuSeconds / own[i].seconds; }));
+    std::printf("  %-15s %9.2f %9.2f %6.2f %10.3f %9.1f", way.name, seconds, cpu, cores,
                 static_cast<double>(numPoints) / seconds / 1e6, peak / 1e6);
     if (way.goal == 0) {
         std::putchar('\n');
