@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 
 namespace Quillmoran::Benchmarks {
 
@@ -87,7 +88,8 @@ void printSpeed(const std::string& file, int numRounds, const std::string& direc
     for (std::size_t i = 0; i < numWays; ++i) {
         const Way& way = ways[i];
         const std::string threads = way.numThreads ? way.numThreads : "";
-        outputs[i] = directory + "/speed" + threads + way.ending;
+        outputs[i] = directory + "/speed";
+        outputs[i].append(threads).append(way.ending);
         commands[i] = {way.command, file, outputs[i]};
         if (way.numThreads)
             commands[i].push_back(threads);
