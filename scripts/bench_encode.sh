@@ -44,7 +44,9 @@ else
 fi
 
 build/bench/pack_compare sizes "$directory" "${files[@]}"
+inputs=()
 for size in $millions; do
-  build/bench/make_large "$directory/in.las" "$size" "$source"
-  build/bench/pack_compare speeds "$directory" "$rounds" "$directory/in.las"
+  inputs+=("$directory/${size}_million.las")
+  build/bench/make_large "${inputs[-1]}" "$size" "$source"
 done
+build/bench/pack_compare speeds "$directory" "$rounds" "${inputs[@]}"
