@@ -58,18 +58,17 @@ double median(const std::vector<double>& sorted)
     return sorted.size() % 2 == 1 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
 }
 
-double countCores(const Usages& usages)
+// Per second, as a number of cores.
+double perSecond(const Usages& usages, double Usage::*cpuSeconds)
 {
     return median(
-        collect(usages.size(), [&](std::size_t i) { return usages[i].cpuSeconds / usages[i].seconds; }));
+        collect(usages.size(), [&](std::size_t i) { return usages[i].*cpuSeconds / usages[i].seconds; }));
 }
 
-const char* judge(const Way& way, double speed, const Usages& peer)
+const char* judge(const Way& way, double speed, double othersCores)
 {
-    constexpr double wholeCore = 0.9;
-    if (speed < way.goal && way.needsCores && countCores(peer) < wholeCore)
-        return "busy";
-    return mark(speed >= way.goal);
+    constexpr double idle = 0.2;
+    return speed < way.goal && way.needsCores && othersCores > idle ? "busy" : mark(speed >= way.goal);
 }
 
 void printWay(const Way& way, const Usages& own, const Usages& peer, std::int64_t numPoints)
@@ -78,8 +77,10 @@ void printWay(const Way& way, const Usages& own, const Usages& peer, std::int64_
     const double seconds = median(collect(count, [&](std::size_t i) { return own[i].seconds; }));
     const double cpu = median(collect(count, [&](std::size_t i) { return own[i].cpuSeconds; }));
     const double peak = collect(count, [&](std::size_t i) { return own[i].peakBytes; }).back();
-    std::printf("  %-15s %9.2f %9.2f %6.2f %10.3f %9.1f", way.name, seconds, cpu, countCores(own),
-                static_cast<double>(numPoints) / seconds / 1e6, peak / 1e6);
+    const double others = perSecond(own, &Usage::othersSeconds);
+    std::printf("  %-15s %9.2f %9.2f %6.2f %6.2f %10.3f %9.1f", way.name, seconds, cpu,
+                perSecond(own, &Usage::cpuSeconds), others, static_cast<double>(numPoints) / seconds / 1e6,
+                peak / 1e6);
     if (way.goal == 0) {
         std::putchar('\n');
         return;
@@ -88,7 +89,7 @@ void printWay(const Way& way, const Usages& own, const Usages& peer, std::int64_
     const auto byCPU = collect(count, [&](std::size_t i) { return peer[i].cpuSeconds / own[i].cpuSeconds; });
     std::printf("  %5.2f (%.2f..%.2f)  %5.2f (%.2f..%.2f)  %.2f %s", median(speed), speed.front(),
                 speed.back(), median(byCPU), byCPU.front(), byCPU.back(), way.goal,
-                judge(way, median(speed), peer));
+                judge(way, median(speed), others));
     if (static_cast<double>(numPoints) <= Goals::peakPoints)
         std::printf(", memory %s", mark(peak < Goals::peakBytes));
     std::putchar('\n');
@@ -121,8 +122,8 @@ void printSpeed(const std::string& file, int numRounds, const std::string& direc
     const std::int64_t numPoints = countPoints(file);
     std::printf("\n%s, %lld points, %d rounds\n", QMFileSpec(file.c_str()).basename().c_str(),
                 static_cast<long long>(numPoints), numRounds);
-    std::printf("  %-15s %9s %9s %6s %10s %9s  %-18s  %-18s  %s\n", "", "seconds", "CPU s", "cores",
-                "Mpoints/s", "peak MB", "speed / LASzip", "by CPU time", "goal");
+    std::printf("  %-15s %9s %9s %6s %6s %10s %9s  %-18s  %-18s  %s\n", "", "seconds", "CPU s", "cores",
+                "others", "Mpoints/s", "peak MB", "speed / LASzip", "by CPU time", "goal");
     for (std::size_t i = 0; i < numWays; ++i)
         printWay(ways[i], usages[i], usages[0], numPoints);
     for (const std::string& output : outputs)
@@ -138,9 +139,9 @@ void printSpeeds(const std::vector<std::string>& files, int numRounds, const std
         "median (least..most), by the clock and by the CPU time of all threads. Goals: %.2f of LASzip's\n"
         "speed with one thread, %.2f with two, less than %.0f MB at 10 million points. Cores: what a run got "
         "of\n"
-        "the machine. Where LASzip has not got a whole one, others had the rest: two threads cannot show "
-        "then\n"
-        "what they do, and a goal that they miss is marked \"busy\".\n",
+        "the machine, and what others had of it meanwhile; where they had some, two threads cannot show what "
+        "they\n"
+        "do, and a goal that they miss is marked \"busy\".\n",
         Goals::oneThread, Goals::twoThreads, Goals::peakBytes / 1e6);
     for (const std::string& file : files)
         printSpeed(file, numRounds, directory);

@@ -2,8 +2,10 @@
 
 #include "platform/Base.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <fstream>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -16,6 +18,18 @@ namespace {
 double toSeconds(const timeval& time)
 {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+}
+
+// CPU time of all processes since the machine started; 0 where the system does not tell.
+double machineSeconds()
+{
+    // cpu user nice system idle iowait irq softirq ...
+    std::ifstream file("/proc/stat");
+    std::string name;
+    double user = 0, nice = 0, system = 0;
+    if (!(file >> name >> user >> nice >> system))
+        return 0;
+    return (user + nice + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 } // namespace
@@ -31,6 +45,7 @@ Usage runAgain(const std::vector<std::string>& arguments)
     argv.push_back(nullptr);
 
     using Clock = std::chrono::steady_clock;
+    const double machineBegin = machineSeconds();
     const Clock::time_point begin = Clock::now();
     pid_t process = 0;
     errno = posix_spawn(&process, "/proc/self/exe", nullptr, nullptr, argv.data(), environ);
@@ -44,7 +59,8 @@ Usage runAgain(const std::vector<std::string>& arguments)
     const std::chrono::duration<double> elapsed = Clock::now() - begin;
     if (status != 0)
         QM_THROW(-1, "'%s' failed", arguments.front().c_str());
-    return {elapsed.count(), toSeconds(usage.ru_utime) + toSeconds(usage.ru_stime),
+    const double own = toSeconds(usage.ru_utime) + toSeconds(usage.ru_stime);
+    return {elapsed.count(), own, std::max(machineSeconds() - machineBegin - own, 0.0),
             static_cast<double>(usage.ru_maxrss) * 1024};
 }
 

@@ -9,7 +9,8 @@ namespace Quillmoran::Benchmarks {
 struct Usage
 {
     double seconds = 0;
-    double cpuSeconds = 0; // of all threads, the system's share included
+    double cpuSeconds = 0;    // of all threads, the system's share included
+    double othersSeconds = 0; // CPU time that the machine spent on everything else meanwhile
     // Counts what the parent held when it started the child, too: it must be small.
     double peakBytes = 0;
 };
