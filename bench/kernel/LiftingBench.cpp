@@ -3,6 +3,7 @@
 #include "decode/InverseWavelet.h"
 #include "decode/SubbandSource.h"
 #include "decode/SubblockReader.h"
+#include "encode/ForwardWavelet.h"
 #include "support/ByteStore.h"
 #include "support/ForwardWavelet.h"
 #include "support/SubblockEncoder.h"
@@ -47,6 +48,47 @@ BENCHMARK_CAPTURE(lift32, order1, SINT32, TransformType{1});
 BENCHMARK_CAPTURE(lift64, order1, SINT64, TransformType{1});
 BENCHMARK_CAPTURE(lift32, order3, SINT32, TransformType{3});
 BENCHMARK_CAPTURE(liftDoubles, order3, FLOAT64, TransformType{63});
+
+// The same on the way into a file: predict, then update.
+template <class T>
+void liftForward(benchmark::State& state, DataType type, TransformType transform)
+{
+    constexpr std::size_t count = 8192, pad = 4;
+    std::vector<T> low(count + 2 * pad), high(count + 2 * pad);
+    for (std::size_t i = 0; i < low.size(); ++i) {
+        low[i] = static_cast<T>(i * 7 % 251);
+        high[i] = static_cast<T>(i * 5 % 241);
+    }
+    LiftingStep predict = nullptr, update = nullptr;
+    TransformUtils::getForwardWavelet(type, transform, predict, update);
+    const std::vector<T> even = low, odd = high;
+    predict(low.data() + pad, count, high.data() + pad, count);
+    update(low.data() + pad, count, high.data() + pad, count);
+    const auto lifting = Testing::Lifting::of(transform);
+    for (std::size_t i = pad; i < pad + count; ++i) {
+        const auto at = static_cast<std::ptrdiff_t>(i);
+        const T expectedHigh = Testing::wrappingSubtract(odd[i], Testing::predicted(even, at, lifting.order));
+        const T expectedLow = lifting.hasUpdate
+                                  ? Testing::wrappingAdd(even[i], Testing::updated(high, at, lifting.order))
+                                  : even[i];
+        if (high[i] != expectedHigh || low[i] != expectedLow)
+            throw std::logic_error("liftForward");
+    }
+    for (auto _ : state) {
+        predict(low.data() + pad, count, high.data() + pad, count);
+        update(low.data() + pad, count, high.data() + pad, count);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(2 * count));
+}
+constexpr auto liftForward16 = liftForward<std::int16_t>;
+constexpr auto liftForward32 = liftForward<std::int32_t>;
+constexpr auto liftForwardDoubles = liftForward<double>;
+BENCHMARK_CAPTURE(liftForward16, order1, SINT16, TransformType{1});
+BENCHMARK_CAPTURE(liftForward32, order1, SINT32, TransformType{1});
+BENCHMARK_CAPTURE(liftForward32, order1WithoutUpdate, SINT32, TransformType{11});
+BENCHMARK_CAPTURE(liftForward32, order3, SINT32, TransformType{3});
+BENCHMARK_CAPTURE(liftForwardDoubles, order3, FLOAT64, TransformType{63});
 
 void pullZeroBands(benchmark::State& state)
 {
