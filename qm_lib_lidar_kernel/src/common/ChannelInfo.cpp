@@ -323,14 +323,21 @@ void WaveletChannelInfo::updateMinMax(std::size_t count)
         using T = decltype(zero);
         if constexpr (std::is_signed_v<T>) {
             const auto* samples = static_cast<const T*>(m_kernel.getData());
+            using Limits = std::numeric_limits<T>;
+            T low = std::is_integral_v<T> ? Limits::max() : Limits::infinity();
+            T high = std::is_integral_v<T> ? Limits::lowest() : -Limits::infinity();
             for (std::size_t i = 0; i < count; ++i) {
-                if constexpr (std::is_integral_v<T>) {
-                    m_minimum.integer = std::min<std::int64_t>(m_minimum.integer, samples[i]);
-                    m_maximum.integer = std::max<std::int64_t>(m_maximum.integer, samples[i]);
-                } else {
-                    m_minimum.real = std::min<double>(m_minimum.real, samples[i]);
-                    m_maximum.real = std::max<double>(m_maximum.real, samples[i]);
-                }
+                low = samples[i] < low ? samples[i] : low; // a NaN changes nothing
+                high = samples[i] > high ? samples[i] : high;
+            }
+            if (count == 0)
+                return;
+            if constexpr (std::is_integral_v<T>) {
+                m_minimum.integer = std::min<std::int64_t>(m_minimum.integer, low);
+                m_maximum.integer = std::max<std::int64_t>(m_maximum.integer, high);
+            } else {
+                m_minimum.real = std::min<double>(m_minimum.real, low);
+                m_maximum.real = std::max<double>(m_maximum.real, high);
             }
         } else {
             QM_THROW(40218, "bad kernel datatype");

@@ -17,21 +17,22 @@ int binaryDigits(std::uint32_t value)
     return 32 - __builtin_clz(value);
 }
 
-} // namespace
-
-template <class T>
-void ACIntegerWriter<T>::encodeMagnitude(ACEncoder& encoder, std::uint32_t magnitude)
+// Inlined, so that the coder lives in registers.
+[[gnu::always_inline]] inline void encodeMagnitude(ACEncoder& encoder, ACIntegerModels& models,
+                                                   std::uint32_t magnitude)
 {
     const int length = binaryDigits(magnitude);
-    encoder.encode(static_cast<std::uint32_t>(length), m_models.length);
+    encoder.encode(static_cast<std::uint32_t>(length), models.length);
     if (length < 2)
         return;
     const int raw = length > ACIntegerModels::modelledBits ? length - ACIntegerModels::modelledBits : 0;
     const std::uint32_t leadingOne = 1u << (length - 1 - raw);
-    encoder.encode((magnitude >> raw) ^ leadingOne, m_models.lowBits[length - 1]);
+    encoder.encode((magnitude >> raw) ^ leadingOne, models.lowBits[length - 1]);
     if (raw > 0)
         encoder.putBits(magnitude & ((1u << raw) - 1), raw);
 }
+
+} // namespace
 
 template <class T>
 void ACIntegerWriter<T>::encode(const void* samples, std::size_t count, Bytes& headers, Bytes& data)
@@ -52,7 +53,7 @@ void ACIntegerWriter<T>::encode(const void* samples, std::size_t count, Bytes& h
         if (magnitude >> mostBits)
             QM_THROW(40007, "a coefficient of more than %d bits cannot be arithmetic coded", mostBits);
         encoder.encode(value < 0 ? ACIntegerModels::NEGATIVE : ACIntegerModels::POSITIVE, m_models.sign);
-        encodeMagnitude(encoder, static_cast<std::uint32_t>(magnitude));
+        encodeMagnitude(encoder, m_models, static_cast<std::uint32_t>(magnitude));
     }
     const std::size_t length = encoder.end();
     if (length > getCapacity())

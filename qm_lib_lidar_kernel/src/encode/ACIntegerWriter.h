@@ -17,8 +17,6 @@ public:
     void encode(const void* samples, std::size_t count, Bytes& headers, Bytes& data) override;
 
 private:
-    void encodeMagnitude(ACEncoder& encoder, std::uint32_t magnitude);
-
     ACIntegerModels m_models;
     Bytes m_payload;
 };

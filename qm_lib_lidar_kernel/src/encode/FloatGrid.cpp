@@ -1,7 +1,5 @@
 #include "encode/FloatGrid.h"
 
-#include "model/SampleConversion.h"
-
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -43,11 +41,12 @@ bool holdSamples(FloatGrid& grid, const Float* samples, std::size_t count) noexc
     for (std::size_t i = 0; i < count; ++i) {
         // As samples are quantized and dequantized; the truncation is a floor that the processor has.
         const double steps = (static_cast<double>(samples[i]) - offset) / scale + 0.5;
-        auto step = SampleConversion::truncate<std::int64_t>(steps);
-        step = static_cast<std::int64_t>(static_cast<std::uint64_t>(step) -
-                                         (static_cast<double>(step) > steps ? 1u : 0u));
+        const bool isInteger = std::fabs(steps) < largestInteger;
+        const double bounded = isInteger ? steps : 0;
+        auto step = static_cast<std::int64_t>(bounded);
+        step -= static_cast<double>(step) > bounded ? 1 : 0;
         const auto back = static_cast<Float>(static_cast<double>(step) * scale + offset);
-        fits &= isSame(back, samples[i]) & (std::fabs(steps) < largestInteger);
+        fits &= isSame(back, samples[i]) & isInteger;
         low = std::min(low, step);
         high = std::max(high, step);
     }
@@ -142,8 +141,12 @@ std::vector<FloatGrid> FloatGrid::find(const ChannelData& channel, std::size_t c
     for (const FloatGrid& grid : declared) {
         if (grid.scale == 0 || !found.empty())
             continue;
-        tryGrid(grid);
-        if (grid.offset != offsets[1])
+        if (!std::isnan(grid.offset)) {
+            tryGrid(grid);
+            continue;
+        }
+        tryGrid(at(grid.scale, offsets[0], 0));
+        if (offsets[1] != offsets[0])
             tryGrid(at(grid.scale, offsets[1], 0));
     }
     if (!found.empty())

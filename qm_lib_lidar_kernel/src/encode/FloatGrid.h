@@ -29,8 +29,8 @@ struct QM_API FloatGrid
     bool hold(const ChannelData& channel, std::size_t count) noexcept;
 
     // The grids that hold the samples with which a channel begins, best first: the first of `declared` that
-    // does, and its like near the data; or else the coarsest one and two finer ones, in case that later
-    // samples need them.
+    // does, where an offset of NaN stands for zero and for a whole number near the data; or else the coarsest
+    // one and two finer ones, in case that later samples need them.
     static std::vector<FloatGrid> find(const ChannelData& channel, std::size_t count,
                                        const std::vector<FloatGrid>& declared, bool isCoordinate);
 

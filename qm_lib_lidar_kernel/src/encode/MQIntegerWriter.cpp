@@ -12,7 +12,7 @@ namespace Quillmoran {
 namespace {
 
 // The share of a subblock's bits that may be given away for raw planes.
-constexpr double rawTolerance = 0.01;
+constexpr double rawTolerance = 0.02;
 // A decision moves at most 15 bits out of the coder, and a byte behind an 0xFF holds only 7.
 constexpr std::size_t mostBytesPerDecision = 3;
 constexpr std::size_t flushBytes = 16;
@@ -60,10 +60,12 @@ double entropyBits(double ones, double all)
     return all * std::log2(all) - ones * std::log2(ones) - (all - ones) * std::log2(all - ones);
 }
 
-// Fills bytes from their least significant end.
+// Fills bytes from their least significant end, eight at a time.
 class RawBitWriter
 {
 public:
+    static constexpr std::size_t slack = 8; // bytes behind the last one that may be written to
+
     explicit RawBitWriter(std::uint8_t* out) : m_out(out) {}
 
     // Up to 8 bits, the first in the lowest place; those above `count` are 0.
@@ -71,20 +73,24 @@ public:
     {
         m_bits |= bits << m_used;
         m_used += count;
-        while (m_used >= 8) {
-            *m_out++ = static_cast<std::uint8_t>(m_bits);
-            m_bits >>= 8;
-            m_used -= 8;
-        }
+        if (m_used > 56)
+            flush();
     }
     std::uint8_t* finish() noexcept
     {
-        if (m_used != 0)
-            *m_out++ = static_cast<std::uint8_t>(m_bits);
-        return m_out;
+        flush();
+        return m_used != 0 ? m_out + 1 : m_out;
     }
 
 private:
+    void flush() noexcept
+    {
+        storeLittleEndian(m_out, m_bits);
+        m_out += m_used / 8;
+        m_bits = m_used < 64 ? m_bits >> (m_used & ~7u) : 0;
+        m_used %= 8;
+    }
+
     std::uint8_t* m_out;
     std::uint64_t m_bits = 0;
     unsigned m_used = 0;
@@ -191,7 +197,7 @@ void MQIntegerWriter<T>::encodeRawPlanes(const BitPlanes& planes, std::size_t co
 {
     const std::size_t begin = m_payload.size();
     const auto numPlanes = static_cast<std::size_t>(planes.rawTop - planes.bottom + 1);
-    m_payload.resize(begin + (count * (numPlanes + 1) + 7) / 8 + 1);
+    m_payload.resize(begin + count * (numPlanes + 1) / 8 + 1 + RawBitWriter::slack);
     RawBitWriter raw(m_payload.data() + begin);
     for (int plane = planes.rawTop; plane >= planes.bottom; --plane) {
         for (std::size_t i = 0; i < count; ++i) {

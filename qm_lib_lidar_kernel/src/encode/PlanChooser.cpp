@@ -182,7 +182,8 @@ std::vector<PlanChooser::Candidate> PlanChooser::makeCandidates(const ChannelInf
     if (integers && !wantsReal) {
         KernelPlan part = makePart(channel, "", CONVERT_PLAIN, *integers);
         if (isReal) {
-            part.offset = survey.getGrids()[0].offset;
+            const double offset = survey.getGrids()[0].offset;
+            part.offset = std::isnan(offset) ? 0 : offset; // not looked for when there are no points
             part.scale = survey.getGrids()[0].scale;
         }
         candidates.emplace_back().add(part, integerTransforms(*integers, choice));

@@ -4,6 +4,7 @@
 #include "model/ChannelNames.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace Quillmoran {
 
@@ -13,7 +14,7 @@ constexpr std::size_t runPoints = 8192;
 constexpr std::size_t mostRuns = 16; // kept
 constexpr std::size_t mostRunBytes = 32 << 20;
 constexpr std::int64_t mostRunsUsed = 8;
-constexpr std::int64_t pointsPerRun = 262144; // of the whole
+constexpr std::int64_t pointsPerRun = 524288; // of the whole
 
 } // namespace
 
@@ -52,7 +53,7 @@ void SourceSurvey::declareGrids(const PointInfo& layout, const CoordinateGrid& g
         if (axis < 3 && grid.scale)
             m_channels[i].declare({grid.scale[axis], grid.offset[axis]});
         if (channel.getQuantization() != 0)
-            m_channels[i].declare({channel.getQuantization(), 0});
+            m_channels[i].declare({channel.getQuantization(), std::nan("")});
     }
 }
 

@@ -233,7 +233,14 @@ std::vector<ChannelPlan> VX7PointWriter::choosePlans(const SourceSurvey& survey,
     const std::vector<const PlanChooser::Run*> runs = survey.getRuns();
     const PlanChooser chooser(runs, format);
     std::vector<ChannelPlan> plans(layout.getNumChannels());
-    parallelLoop(plans.size(), [&](std::size_t i) {
+    parallelLoop(plans.size() + 1, [&](std::size_t job) {
+        if (job == 0) {
+            // Some sources have to translate theirs, which takes as long as a good many points. Nobody reads
+            // now.
+            getSrc()->getWKT();
+            return;
+        }
+        const std::size_t i = job - 1;
         const ChannelInfo& channel = layout.getChannel(i);
         plans[i] = chooser.choose(channel, static_cast<int>(i), survey.getChannel(i), getChoice(channel),
                                   isCoordinate(channel));
