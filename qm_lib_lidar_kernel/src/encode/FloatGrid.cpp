@@ -1,5 +1,7 @@
 #include "encode/FloatGrid.h"
 
+#include "platform/ByteOrder.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -16,11 +18,19 @@ constexpr std::size_t mostGrids = 3;
 // more.
 constexpr double coarsestCoordinate = 0.01;
 
+template <class Float>
+UnsignedOf<Float> bitsOf(Float value)
+{
+    UnsignedOf<Float> bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
 // Two samples are the same when their bits are: neither a NaN nor a zero's sign may be lost.
 template <class Float>
 bool isSame(Float a, Float b)
 {
-    return std::memcmp(&a, &b, sizeof a) == 0;
+    return bitsOf(a) == bitsOf(b);
 }
 
 // Whether the sample is what its decimal with that many places is read as.

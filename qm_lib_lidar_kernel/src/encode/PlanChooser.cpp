@@ -134,6 +134,7 @@ PlanChooser::Trial PlanChooser::chooseTransform(KernelPlan& plan, int channelInd
 {
     plan.subblockSize = choice.subblockSize.value_or(defaultSubblock);
     std::vector<Trial> trials;
+    trials.reserve(transforms.size());
     for (const TransformType transform : transforms)
         trials.push_back({transform, 0});
     const auto cheaper = [](const Trial& a, const Trial& b) { return a.cost < b.cost; };
