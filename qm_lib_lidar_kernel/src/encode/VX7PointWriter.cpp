@@ -50,8 +50,7 @@ void report(ProgressDelegate* delegate, double work, const char* activity)
 
 void checkNames(const PointInfo& layout)
 {
-    constexpr std::size_t longestName =
-        65000; // a record's length field has 16 bits, and prefixes come on top
+    constexpr std::size_t longestName = 65000; // a length field has 16 bits, and prefixes come on top
     constexpr std::size_t mostChannels = 65535 / 3;
     if (layout.getNumChannels() > mostChannels)
         QM_THROW(40007, "more than %zu channels", mostChannels);
@@ -95,14 +94,19 @@ public:
     }
     ~OutputFile()
     {
-        if (m_io && !m_isFinished)
+        if (m_isBegun && !m_isFinished)
             m_io->unlink();
         close();
     }
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    IO* io() const noexcept { return m_io.get(); }
+    // Until then a caller's store is untouched.
+    IO* begin() noexcept
+    {
+        m_isBegun = true;
+        return m_io.get();
+    }
     void finish()
     {
         close();
@@ -122,6 +126,7 @@ private:
     std::optional<PartialFile> m_partial;
     Scoped<IO> m_io;
     bool m_isOpen = false;
+    bool m_isBegun = false;
     bool m_isFinished = false;
 };
 
@@ -185,7 +190,7 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
     OutputFile output(m_path, m_io); // an output that cannot be made is noticed before the work
     const std::unique_ptr<PointEncoder> encoder = encode(bounds, fraction, layout, delegate);
     addPointCount(encoder->getNumPoints());
-    writeChunks(output.io(), *encoder);
+    writeChunks(output.begin(), *encoder);
     output.finish();
     summarise(*encoder);
     return encoder->getNumPoints();
