@@ -3,6 +3,7 @@
 #include "platform/Stream.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <limits>
 
@@ -98,11 +99,6 @@ const std::int16_t* narrowed(const ChannelData& part, ChannelData& scratch, std:
     return static_cast<const std::int16_t*>(scratch.getData());
 }
 
-int binaryDigits(std::uint64_t value)
-{
-    return value == 0 ? 0 : 64 - __builtin_clzll(value);
-}
-
 std::uint64_t magnitude(std::int64_t value)
 {
     return value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
@@ -169,7 +165,7 @@ int WaveletChannelInfo::countBits(std::int64_t low, std::int64_t high) noexcept
     // smallest above the largest) overflow: both give the widest kernel.
     const std::uint64_t range =
         low <= high ? static_cast<std::uint64_t>(high) - static_cast<std::uint64_t>(low) : 0;
-    return binaryDigits(std::max({range, magnitude(low), magnitude(high)}));
+    return static_cast<int>(std::bit_width(std::max({range, magnitude(low), magnitude(high)})));
 }
 
 void WaveletChannelInfo::deriveKernel()

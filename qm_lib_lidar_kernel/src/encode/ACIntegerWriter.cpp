@@ -3,6 +3,8 @@
 #include "platform/Base.h"
 #include "platform/ByteOrder.h"
 
+#include <bit>
+
 namespace Quillmoran {
 
 namespace {
@@ -12,16 +14,11 @@ constexpr int mostBits = 15; // of a magnitude
 constexpr std::size_t mostBytesPerSample = 7;
 constexpr std::size_t flushBytes = 16;
 
-int binaryDigits(std::uint32_t value)
-{
-    return 32 - __builtin_clz(value);
-}
-
 // Inlined, so that the coder lives in registers.
 [[gnu::always_inline]] inline void encodeMagnitude(ACEncoder& encoder, ACIntegerModels& models,
                                                    std::uint32_t magnitude)
 {
-    const int length = binaryDigits(magnitude);
+    const int length = static_cast<int>(std::bit_width(magnitude));
     encoder.encode(static_cast<std::uint32_t>(length), models.length);
     if (length < 2)
         return;

@@ -29,6 +29,7 @@ public:
     void declare(const FloatGrid& grid) { m_declared.push_back(grid); }
     // Whether queries are going to compare the channel with a box.
     void setCoordinate(bool isCoordinate) { m_isCoordinate = isCoordinate; }
+    bool isCoordinate() const noexcept { return m_isCoordinate; }
 
     void add(const ChannelData& channel, std::size_t count);
 

@@ -24,8 +24,6 @@ public:
     // Boxes that are not finite can only be held by the older one, which is then written.
     void write(StreamWriter& out, std::uint8_t version) const;
 
-    std::size_t getNumEntries() const noexcept { return m_boxes.size(); }
-
 private:
     void writeBoxes(StreamWriter& out) const;
     void writeTree(StreamWriter& out, const Bounds& all) const;

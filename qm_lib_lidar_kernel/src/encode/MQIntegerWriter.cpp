@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstring>
 
@@ -18,11 +19,6 @@ constexpr std::size_t mostBytesPerDecision = 3;
 constexpr std::size_t flushBytes = 16;
 // Planes that fewer than one coefficient in so many has reached are coded in leaps over the others.
 constexpr std::size_t sparsePart = 3;
-
-int binaryDigits(std::uint64_t value)
-{
-    return value == 0 ? 0 : 64 - __builtin_clzll(value);
-}
 
 // The first coefficient from `i` on that has more than `plane` digits. The array is followed by a word of
 // zeros.
@@ -109,7 +105,7 @@ void MQIntegerWriter<T>::loadSamples(const T* samples, std::size_t count)
         const U sign = static_cast<U>(samples[i] < 0 ? ~U{0} : U{0});
         m_magnitudes[i] = static_cast<U>((value ^ sign) - sign);
         m_negative[i] = sign != 0;
-        m_widths[i] = static_cast<std::uint8_t>(binaryDigits(m_magnitudes[i]));
+        m_widths[i] = static_cast<std::uint8_t>(std::bit_width(m_magnitudes[i]));
     }
     m_widthCounts.fill(0);
     for (std::size_t i = 0; i < count; ++i)
@@ -123,7 +119,7 @@ BitPlanes MQIntegerWriter<T>::choosePlanes(std::size_t count) const
     for (std::size_t i = 0; i < count; ++i)
         all = static_cast<U>(all | m_magnitudes[i]);
     BitPlanes planes;
-    planes.top = binaryDigits(all) - 1;
+    planes.top = static_cast<int>(std::bit_width(all)) - 1;
     planes.bottom = __builtin_ctzll(all);
     const int rawPlanes = getFormat().rawPlanes;
     planes.rawTop = rawPlanes == SubblockFormat::chooseRawPlanes

@@ -173,8 +173,7 @@ void PlanChooser::chooseSubblock(KernelPlan& plan, int channelIndex, const Chann
 
 std::vector<PlanChooser::Candidate> PlanChooser::makeCandidates(const ChannelInfo& channel,
                                                                 const ChannelSurvey& survey,
-                                                                const ChannelChoice& choice,
-                                                                bool isCoordinate) const
+                                                                const ChannelChoice& choice) const
 {
     const bool isReal = DataTypeUtils::isFloat(channel.getDataType());
     const bool wantsReal = choice.transform && TransformUtils::isFloatingPoint(*choice.transform);
@@ -203,7 +202,7 @@ std::vector<PlanChooser::Candidate> PlanChooser::makeCandidates(const ChannelInf
     }
     if (wantsReal)
         candidates.emplace_back().add(makePart(channel, "", CONVERT_PLAIN, {}), {*choice.transform});
-    else if (isReal && (candidates.empty() || (!choice.transform && !(integers && isCoordinate)))) {
+    else if (isReal && (candidates.empty() || (!choice.transform && !(integers && survey.isCoordinate())))) {
         std::vector<TransformType> transforms;
         for (const TransformType code : choice.smooth ? smoothRealCodes : realCodes)
             if (liftsExactly(code, channel.getDataType(), survey.getGrids(), m_format.numLevels))
@@ -225,7 +224,7 @@ bool PlanChooser::suits(TransformType transform, const ChannelInfo& channel,
 }
 
 ChannelPlan PlanChooser::choose(const ChannelInfo& channel, int channelIndex, const ChannelSurvey& survey,
-                                ChannelChoice choice, bool isCoordinate) const
+                                ChannelChoice choice) const
 {
     if (choice.transform && !suits(*choice.transform, channel, survey)) {
         if (choice.mustSuit)
@@ -235,7 +234,7 @@ ChannelPlan PlanChooser::choose(const ChannelInfo& channel, int channelIndex, co
     }
     ChannelPlan best;
     double leastCost = std::numeric_limits<double>::infinity();
-    for (Candidate& candidate : makeCandidates(channel, survey, choice, isCoordinate)) {
+    for (Candidate& candidate : makeCandidates(channel, survey, choice)) {
         double cost = 0;
         for (std::size_t part = 0; part < candidate.plan.size(); ++part)
             cost +=

@@ -41,10 +41,10 @@ public:
         : m_runs(runs), m_format(format)
     {}
 
-    // `isCoordinate`: a channel whose declared grid is kept, whatever else would be smaller. 40007 when the
-    // given transform does not suit the channel.
+    // A coordinate's grid is kept, whatever else would be smaller. 40007 when a transform that must suit the
+    // channel does not.
     ChannelPlan choose(const ChannelInfo& channel, int channelIndex, const ChannelSurvey& survey,
-                       ChannelChoice choice, bool isCoordinate) const;
+                       ChannelChoice choice) const;
 
 private:
     struct Trial;
@@ -52,7 +52,7 @@ private:
 
     // The ways to hold the channel, each with the transforms to try for its parts.
     std::vector<Candidate> makeCandidates(const ChannelInfo& channel, const ChannelSurvey& survey,
-                                          const ChannelChoice& choice, bool isCoordinate) const;
+                                          const ChannelChoice& choice) const;
     bool suits(TransformType transform, const ChannelInfo& channel, const ChannelSurvey& survey) const;
     std::int64_t measure(const KernelPlan& plan, int channelIndex, std::size_t run) const;
     Trial chooseTransform(KernelPlan& plan, int channelIndex, const std::vector<TransformType>& transforms,

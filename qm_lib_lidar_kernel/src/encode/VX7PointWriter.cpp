@@ -7,7 +7,6 @@
 #include "encode/SourceSurvey.h"
 #include "files/PartialFile.h"
 #include "framework/ProgressDelegate.h"
-#include "model/ChannelNames.h"
 #include "platform/FileIO.h"
 
 #include <algorithm>
@@ -63,12 +62,6 @@ void checkNames(const PointInfo& layout)
         if (!seen.insert(name).second)
             QM_THROW(40007, "two channels are called '%.64s'", name.c_str());
     }
-}
-
-bool isCoordinate(const ChannelInfo& channel)
-{
-    return channel.isNamed(ChannelNames::x) || channel.isNamed(ChannelNames::y) ||
-           channel.isNamed(ChannelNames::z);
 }
 
 // Where the chunks go: a file that takes its name when it is complete, or the caller's store.
@@ -247,8 +240,7 @@ std::vector<ChannelPlan> VX7PointWriter::choosePlans(const SourceSurvey& survey,
         }
         const std::size_t i = job - 1;
         const ChannelInfo& channel = layout.getChannel(i);
-        plans[i] = chooser.choose(channel, static_cast<int>(i), survey.getChannel(i), getChoice(channel),
-                                  isCoordinate(channel));
+        plans[i] = chooser.choose(channel, static_cast<int>(i), survey.getChannel(i), getChoice(channel));
     });
     return plans;
 }
