@@ -6,6 +6,8 @@ target_compile_options(vx_options INTERFACE
   -Wimplicit-fallthrough
   # GCC 12 warns of overlaps inside std::string's own code (its bug 105651).
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
+  # As GCC has it: -Wconversion is about values that change, not about their signs.
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>
   $<$<BOOL:${VX_WARNINGS_AS_ERRORS}>:-Werror>
   # Sampling thresholds and dequantized values are compared bit for bit, so a multiply and an add stay two steps.
   -ffp-contract=off

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Configures and builds a preset of CMakePresets.json without needing a CMake that knows presets.
 #
-#   scripts/build.sh [PRESET [TARGET ...]]      release (default), debug, asan, tsan or bench
+#   scripts/build.sh [PRESET [TARGET ...]]      release (default), debug, asan, tsan, fuzz, coverage or bench
 #
 # The build directory is build/PRESET. A compiler cache is used when one is installed.
 set -euo pipefail
@@ -14,6 +14,15 @@ case $preset in
   debug) options=(-DCMAKE_BUILD_TYPE=Debug) ;;
   asan) options=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DVX_SANITIZE=address,undefined) ;;
   tsan) options=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DVX_SANITIZE=thread) ;;
+  fuzz)
+    options=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++-14 -DBUILD_SHARED_LIBS=OFF
+      -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -gline-tables-only" -DVX_SANITIZE=address,undefined,fuzzer-no-link
+      -DVX_BUILD_FUZZERS=ON)
+    ;;
+  coverage)
+    options=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++-14 -DBUILD_SHARED_LIBS=OFF
+      -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g -fprofile-instr-generate -fcoverage-mapping")
+    ;;
   bench) options=(-DCMAKE_BUILD_TYPE=Release -DVX_BUILD_BENCHMARKS=ON) ;;
   *) echo "unknown preset: $preset" >&2; exit 2 ;;
 esac

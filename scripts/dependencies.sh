@@ -8,7 +8,8 @@ set -euo pipefail
 packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libgdal-dev libgeotiff-dev nlohmann-json3-dev libgtest-dev)
 laszip=(liblaszip8 liblaszip-api8 liblaszip-dev)
 if [ "${1:-}" = --all ]; then
-  packages+=(libbenchmark-dev clang-format-14 clang-tidy-14 valgrind python3)
+  packages+=(libbenchmark-dev clang-format-14 clang-tidy-14 clang-14 libclang-rt-14-dev llvm-14
+    valgrind python3)
 fi
 
 is_installed() { dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null | grep -qx installed; }

@@ -18,7 +18,6 @@ constexpr std::uint64_t fixedFields = 5; // version and length, or count, of the
 
 constexpr int fileError = 40209;
 constexpr int unsupportedError = 40211;
-constexpr int metadataError = 40212;
 constexpr int wktError = 40214;
 constexpr int classNamesError = 40216;
 constexpr int extendedRecordError = 40219;

@@ -1,0 +1,50 @@
+// Takes an input apart: small numbers from its front, the rest as it is.
+#pragma once
+
+#include "support/FuzzTarget.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+namespace Quillmoran::Fuzz {
+
+// Zeros come where the input has ended.
+class InputReader
+{
+public:
+    explicit InputReader(Input input) : m_rest(input) {}
+
+    template <class T>
+    T take()
+    {
+        T value{};
+        const std::size_t size = std::min(sizeof value, m_rest.size());
+        if (size != 0)
+            std::memcpy(&value, m_rest.data(), size);
+        m_rest = m_rest.subspan(size);
+        return value;
+    }
+    std::uint32_t below(std::uint32_t bound) { return take<std::uint16_t>() % bound; }
+
+    Input takeBytes(std::size_t count)
+    {
+        const Input bytes = m_rest.first(std::min(count, m_rest.size()));
+        m_rest = m_rest.subspan(bytes.size());
+        return bytes;
+    }
+    // To the end of the line, which is passed over. Ends at a NUL, as texts from users do.
+    std::string takeLine()
+    {
+        const auto end = std::find(m_rest.begin(), m_rest.end(), '\n');
+        std::string line(m_rest.begin(), end);
+        m_rest = m_rest.subspan(std::min(line.size() + 1, m_rest.size()));
+        return line.c_str();
+    }
+    Input rest() const { return m_rest; }
+
+private:
+    Input m_rest;
+};
+
+} // namespace Quillmoran::Fuzz

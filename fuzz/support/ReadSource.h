@@ -1,0 +1,39 @@
+// Reads points as the programs do, but never so many that a small input that promises billions keeps a fuzzer
+// busy.
+#pragma once
+
+#include "framework/PointSource.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace Quillmoran::Fuzz {
+
+// At most about `limit` points of a query; returns how many came.
+inline std::uint64_t readPoints(const PointSource& source, const Bounds& bounds, double fraction,
+                                const PointInfo& layout, std::uint64_t limit = 4096)
+{
+    constexpr std::size_t blockPoints = 512;
+    const Scoped<PointIterator> iterator(source.createIterator(bounds, fraction, layout, nullptr));
+    PointData block;
+    block.init(layout, blockPoints);
+    std::uint64_t count = 0;
+    while (count < limit) {
+        const std::size_t got = iterator->getNextPoints(block);
+        if (got == 0)
+            break;
+        count += got;
+    }
+    return count;
+}
+
+// A part of a box: the lower half of x, the upper two thirds of y.
+inline Bounds partOf(const Bounds& bounds)
+{
+    Bounds part = bounds;
+    part.x.max = bounds.x.min + (bounds.x.max - bounds.x.min) / 2;
+    part.y.min = bounds.y.min + (bounds.y.max - bounds.y.min) / 3;
+    return part;
+}
+
+} // namespace Quillmoran::Fuzz

@@ -1,0 +1,86 @@
+// Command lines: one argument a line, for a parser with an option of each kind and all those that the
+// programs share.
+#include "cli/QMCmdLine.h"
+#include "platform/Base.h"
+#include "support/InputReader.h"
+#include "support/Layouts.h"
+#include "support/MemoryPointSource.h"
+#include "utils/Utils.h"
+
+namespace Quillmoran::Fuzz {
+
+namespace {
+
+struct Exit
+{};
+
+void declare(QMCmdLine& cmdLine)
+{
+    cmdLine.setExitHandler([](int) { throw Exit(); });
+    cmdLine.setVersionNumbers(1, 1, 4);
+    Utils::addCommonOptions(cmdLine);
+    Utils::addTXTPointReaderOptions(cmdLine);
+    Utils::addFilterOptions(cmdLine);
+    Utils::addOutFieldsOption(cmdLine);
+    Utils::addSubsampleOption(cmdLine);
+    Utils::addCropOption(cmdLine);
+    Utils::addDepthOption(cmdLine);
+    cmdLine.addBool("b", "bool", "a bool");
+    cmdLine.addSint("si", "sint", "an int");
+    cmdLine.addUintArray("ua", nullptr, "each time it occurs", false, -1);
+    cmdLine.addSintArray("sa", "sints", "two at a time", false, 2);
+    cmdLine.addStringArray("rest", "all", "all that remain", false, 0);
+    cmdLine.addStringArray("x", "extra", "positional", false, -1);
+    cmdLine.setExtra("x");
+    cmdLine.setUndocumented("b");
+}
+
+// What programs ask after a successful parse.
+void query(const QMCmdLine& cmdLine)
+{
+    const PointInfo layout = Testing::layoutXYZ({Testing::channel("Intensity", UINT16)});
+    const Scoped<PointSource> source(
+        Testing::MemoryPointSource::make(layout, {{0, 1}, {0, 1}, {0, 1}, {7, 8}}).detach());
+    const Scoped<PointSource> chosen = Utils::handleFilterOptions(cmdLine, source);
+    const PointInfo fields = Utils::getOutFields(cmdLine, *chosen);
+    require(fields.getNumChannels() <= 1u << 20, "more fields than letters");
+    Utils::getFraction(cmdLine);
+    Utils::getCropBox(cmdLine);
+    const Scoped<SimpleFileOpener> opener(SimpleFileOpener::create());
+    Utils::setTextOptions(*opener, false, cmdLine);
+    std::size_t count = 0;
+    const char* const* const extra = cmdLine.getStringArray("extra", count);
+    for (std::size_t i = 0; i < count; ++i)
+        require(extra[i] != nullptr, "a missing argument");
+    cmdLine.getUintArray("ua", count);
+    cmdLine.getSintArray("sints", count);
+    cmdLine.getStringArray("all", count);
+    cmdLine.getBool("bool");
+    cmdLine.getSint("sint");
+    cmdLine.getUint("depth");
+}
+
+} // namespace
+
+std::uint64_t run(Input input)
+{
+    InputReader reader(input);
+    std::vector<std::string> arguments = {"program"};
+    while (!reader.rest().empty())
+        arguments.push_back(reader.takeLine());
+    std::vector<const char*> argv;
+    for (const std::string& argument : arguments)
+        argv.push_back(argument.c_str());
+    QMCmdLine cmdLine("program", "short", "long", true);
+    declare(cmdLine);
+    try {
+        cmdLine.parse(static_cast<int>(argv.size()), argv.data());
+        query(cmdLine);
+        cmdLine.dump();
+    } catch (const Exit&) {
+        // help, or a usage error
+    }
+    return 0;
+}
+
+} // namespace Quillmoran::Fuzz

@@ -1,0 +1,115 @@
+// The entropy decoders behind each kind of subblock reader, fed with headers and payloads that no container
+// has checked; and samples that must come back from their coder as they were.
+#include "decode/SubblockReader.h"
+#include "encode/SubblockWriter.h"
+#include "platform/Base.h"
+#include "platform/Stream.h"
+#include "support/ByteStore.h"
+#include "support/InputReader.h"
+
+#include <array>
+#include <vector>
+
+namespace Quillmoran::Fuzz {
+
+namespace {
+
+using Testing::ByteStore;
+using Samples = std::vector<std::uint8_t>;
+
+constexpr std::array<DataType, 6> types = {SINT16, SINT32, SINT64, FLOAT32, FLOAT64, UINT16};
+constexpr std::array<TransformType, 8> transforms = {1, 3, 10, 11, 13, 70, 90, 91};
+constexpr std::size_t maxSubblocks = 8;
+
+struct Streams
+{
+    Scoped<ByteStore> headerStore, dataStore;
+    StreamReader headers, data;
+
+    Streams(Input headerBytes, Input dataBytes)
+        : headerStore(ByteStore::create({headerBytes.begin(), headerBytes.end()})),
+          dataStore(ByteStore::create({dataBytes.begin(), dataBytes.end()}))
+    {
+        constexpr std::size_t buffer = 64; // so that fields lie across its end
+        headers.init(headerStore.get(), true, buffer);
+        data.init(dataStore.get(), true, buffer);
+    }
+};
+
+// Loads subblocks until the headers end, the first `skipped` of them passed over.
+Samples decode(const SubblockFormat& format, Input headerBytes, Input dataBytes, std::size_t skipped)
+{
+    const auto reader = SubblockReader::create(format.type, format.transform, "Channel", format.subblockSize,
+                                               format.perPlaneLengths);
+    reader->init();
+    Streams streams(headerBytes, dataBytes);
+    const std::size_t bytes = format.subblockSize * DataTypeUtils::getSize(format.type);
+    Samples samples;
+    std::size_t zeros = reader->skipSubblocks(skipped, streams.headers, streams.data, 0);
+    for (std::size_t i = skipped; i < maxSubblocks; ++i) {
+        if (zeros == 0 && streams.headers.remaining() == 0)
+            break;
+        Samples block(bytes, 0xAA);
+        zeros =
+            reader->loadSubblock(i, streams.headers, streams.data, block.data(), format.subblockSize, zeros);
+        samples.insert(samples.end(), block.begin(), block.end());
+    }
+    return samples;
+}
+
+// Decodes whatever the headers say, whole and with subblocks passed over: what both deliver must agree.
+void readAnything(const SubblockFormat& format, std::size_t skipped, Input headers, Input data)
+{
+    const Samples whole = decode(format, headers, data, 0);
+    const std::size_t passed =
+        std::min(skipped * format.subblockSize * DataTypeUtils::getSize(format.type), whole.size());
+    const Samples rest = decode(format, headers, data, skipped);
+    require(std::equal(whole.begin() + static_cast<std::ptrdiff_t>(passed), whole.end(), rest.begin(),
+                       rest.end()),
+            "subblocks differ when those before them are passed over");
+}
+
+void roundTrip(const SubblockFormat& format, Input input)
+{
+    if (format.subblockSize < SubblockWriter::smallestSubblock)
+        return;
+    const std::size_t bytes = format.subblockSize * DataTypeUtils::getSize(format.type);
+    Samples samples(input.begin(), input.end());
+    samples.resize(std::min(maxSubblocks, input.size() / bytes + 1) * bytes);
+    const auto writer = SubblockWriter::create(format);
+    SubblockWriter::Bytes headers, data;
+    for (std::size_t at = 0; at < samples.size(); at += bytes) {
+        if (SubblockWriter::isZero(&samples[at], bytes))
+            SubblockWriter::putZeroRun(format.transform, 1, headers);
+        else
+            writer->encode(&samples[at], format.subblockSize, headers, data);
+    }
+    try {
+        require(decode(format, headers, data, 0) == samples, "samples did not come back");
+    } catch (const Error& error) {
+        require(false, error.what());
+    }
+}
+
+} // namespace
+
+std::uint64_t run(Input input)
+{
+    InputReader reader(input);
+    SubblockFormat format;
+    format.type = types[reader.take<std::uint8_t>() % types.size()];
+    format.transform = transforms[reader.take<std::uint8_t>() % transforms.size()];
+    format.subblockSize = 1 + reader.below(512);
+    const auto choices = reader.take<std::uint8_t>();
+    format.perPlaneLengths = (choices & 1) != 0;
+    const std::size_t skipped = choices >> 2 & 7;
+    if ((choices & 2) != 0) {
+        roundTrip(format, reader.rest());
+    } else {
+        const Input headers = reader.takeBytes(reader.take<std::uint8_t>());
+        readAnything(format, skipped, headers, reader.rest());
+    }
+    return 2 * maxSubblocks * format.subblockSize;
+}
+
+} // namespace Quillmoran::Fuzz

@@ -1,0 +1,85 @@
+// The index of a tile set: read as it is, written again, and queried through the mosaic that shows it. Its
+// tiles are small clouds in memory, since their paths could name anything.
+#include "filters/MosaicFilter.h"
+#include "index/DiskRTree.h"
+#include "index/MemoryRTree.h"
+#include "platform/Base.h"
+#include "support/ByteStore.h"
+#include "support/FuzzTarget.h"
+#include "support/Layouts.h"
+#include "support/MemoryPointSource.h"
+#include "support/ReadSource.h"
+#include "support/TemporaryDirectory.h"
+#include "utils/PersistentPointSourceManager.h"
+#include "utils/TileSetFile.h"
+
+namespace Quillmoran::Fuzz {
+
+namespace {
+
+using Testing::MemoryPointSource;
+
+class TileOpener final : public PersistentPointSourceManager::FileOpener
+{
+public:
+    // Every path is a tile of three points, but for those that cannot be opened.
+    PointSource* openPointSource(const QMFileSpec& file) const override
+    {
+        if (file.c_str()[0] != '\0' && file.c_str()[std::strlen(file.c_str()) - 1] == '!')
+            QM_THROW(-1, "no such tile");
+        return MemoryPointSource::make(Testing::layoutXYZ(), {{0, 50, 100}, {0, 50, 100}, {0, 5, 10}})
+            .detach();
+    }
+};
+
+// What was read is written and read as the same again.
+void compareCopy(const TileSet& set)
+{
+    const Scoped<Testing::ByteStore> copy(Testing::ByteStore::create());
+    const Scoped<MemoryRTree> tree(MemoryRTree::create());
+    const double scale[3] = {0.01, 0.01, 0.01};
+    TileSetFile::write(copy.get(), set, *tree, scale);
+    TileSet again;
+    const Scoped<DiskRTree> disk(DiskRTree::create());
+    try {
+        TileSetFile::read(copy.get(), again, *disk);
+    } catch (const Error& error) {
+        require(false, error.what());
+    }
+    require(again.tiles.size() == set.tiles.size() && again.srs == set.srs.c_str(),
+            "a tile set does not come back");
+}
+
+} // namespace
+
+std::uint64_t run(Input input)
+{
+    const Scoped<Testing::ByteStore> store(Testing::ByteStore::create({input.begin(), input.end()}));
+    TileSet set;
+    const Scoped<DiskRTree> tree(DiskRTree::create());
+    TileSetFile::read(store.get(), set, *tree);
+    compareCopy(set);
+
+    static const Testing::TemporaryDirectory directory;
+    static const std::string path = directory / "survey.index";
+    Testing::writeFile(path, store->bytes());
+    const Scoped<TileOpener> opener(new TileOpener);
+    const Scoped<PersistentPointSourceManager> tiles(PersistentPointSourceManager::create());
+    tiles->init(QMFileSpec(path.c_str()), opener.get());
+    const Scoped<MosaicFilter> mosaic(MosaicFilter::create());
+    mosaic->init(tiles->getPointCloudInfo(), tiles->getRTree(), tiles.get());
+    const PointInfo layout = mosaic->getPointInfo();
+    std::uint64_t points = 0;
+    for (const double fraction : {1.0, 0.1}) {
+        for (const Bounds& bounds : {Bounds::Huge(), partOf(mosaic->getBounds())}) {
+            try {
+                points += readPoints(*mosaic, bounds, fraction, layout);
+            } catch (const Error&) {
+                // other queries meet other tiles
+            }
+        }
+    }
+    return points;
+}
+
+} // namespace Quillmoran::Fuzz

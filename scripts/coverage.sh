@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Reports which lines of the decoding code the fuzzers' seeds and committed inputs reach. Fails below 90 %.
+#
+#   scripts/coverage.sh          a table of the files; build/coverage/lines.txt shows the lines themselves
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+mapfile -t targets < <(for source in fuzz/targets/*.cpp; do basename "$source" .cpp; done)
+scripts/build.sh coverage "${targets[@]/#/replay_}" make_seeds
+build=build/coverage
+rm -rf "$build/seeds" "$build"/*.profraw
+"$build/make_seeds" "$build/seeds"
+objects=()
+for target in "${targets[@]}"; do
+  folders=("$build/seeds/$target")
+  for folder in corpus regressions; do
+    [ ! -d "fuzz/$folder/$target" ] || folders+=("fuzz/$folder/$target")
+  done
+  LLVM_PROFILE_FILE="$build/$target.profraw" "$build/replay_$target" "${folders[@]}" >/dev/null 2>&1
+  objects+=(-object "$build/replay_$target")
+done
+llvm-profdata-14 merge -o "$build/all.profdata" "$build"/*.profraw
+
+# What reads a compressed file: the decoder, what it shares with the encoder but for the encoder's own half, the
+# index and the streams.
+mapfile -t sources < <(git ls-files 'qm_lib_lidar_kernel/src/decode/*' 'qm_lib_lidar_kernel/src/common/*' \
+  qm_lib_lidar_core/src/index/DiskRTree.cpp qm_lib_lidar_core/src/index/RTree.cpp \
+  qm_lib_lidar_core/src/framework/Metadata.cpp)
+llvm-cov-14 show "${objects[@]:1}" -instr-profile "$build/all.profdata" "${sources[@]}" >"$build/lines.txt"
+llvm-cov-14 export -summary-only "${objects[@]:1}" -instr-profile "$build/all.profdata" "${sources[@]}" |
+  python3 -c '
+import json, os, sys
+files = json.load(sys.stdin)["data"][0]["files"]
+covered = count = 0
+for file in sorted(files, key=lambda file: file["filename"]):
+    lines = file["summary"]["lines"]
+    covered += lines["covered"]
+    count += lines["count"]
+    name = os.path.relpath(file["filename"])
+    print("%-65s %5d of %5d %6.1f %%" % (name, lines["covered"], lines["count"], lines["percent"]))
+share = 100 * covered / max(count, 1)
+print(f"lines of the decoding code: {covered} of {count}, {share:.1f} %")
+sys.exit(share <= 90)'

@@ -1,0 +1,90 @@
+#!/usr/bin/env bash
+# Builds the fuzzers and runs them, as many at once as there are processors.
+#
+#   scripts/fuzz.sh [--seconds N] [TARGET ...]    N seconds for each target (default 60) or for those named
+#   scripts/fuzz.sh --keep [TARGET ...]           takes what earlier runs learned into fuzz/corpus
+#
+# What a run learns stays in build/fuzz/corpus for the next one. Findings go to build/fuzz/findings; once mended, an
+# input is kept in fuzz/regressions/TARGET, where the tests replay it. Ends with a line for a test runner.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+seconds=60
+keep=false
+targets=()
+while [ $# -gt 0 ]; do
+  case $1 in
+    --seconds) seconds=$2; shift ;;
+    --keep) keep=true ;;
+    *) targets+=("$1") ;;
+  esac
+  shift
+done
+all() { for source in fuzz/targets/*.cpp; do basename "$source" .cpp; done; }
+[ ${#targets[@]} -gt 0 ] || mapfile -t targets < <(all)
+
+scripts/build.sh fuzz "${targets[@]/#/fuzz_}" make_seeds
+build=build/fuzz
+"$build/make_seeds" "$build/seeds"
+largest=16384
+# Real files of other writers, where they stand beside the checkout.
+if [ -d ../shared/vectors/files ]; then
+  find ../shared/vectors/files -name '*.vxl' -size "-${largest}c" -exec cp -f {} "$build/seeds/container" \;
+fi
+
+# At most this much of each target's inputs is committed.
+keep_inputs() {
+  local target=$1 merged="$build/merged/$1"
+  rm -rf "$merged" && mkdir -p "$merged"
+  "$build/fuzz_$target" -merge=1 -max_len=$largest -close_fd_mask=1 "$merged" "$build/corpus/$target" "$build/seeds/$target" \
+    >/dev/null 2>"$build/merge_$target.log"
+  mkdir -p "fuzz/corpus/$target"
+  rm -f "fuzz/corpus/$target"/*
+  # Small inputs first: they replay quickly, and most of what is covered is covered by them.
+  local bytes=0 size name
+  while read -r size name; do
+    bytes=$((bytes + size))
+    [ $bytes -le $(($(all | wc -l) > 0 ? 1900000 / $(all | wc -l) : 0)) ] || break
+    cp "$merged/$name" "fuzz/corpus/$target/"
+  done < <(find "$merged" -type f -printf '%s %f\n' | sort -n)
+  echo "$target: $(find "fuzz/corpus/$target" -type f | wc -l) inputs, $bytes bytes"
+}
+if $keep; then
+  for target in "${targets[@]}"; do keep_inputs "$target"; done
+  exit
+fi
+
+run_target() {
+  local target=$1 build=$2 seconds=$3 largest=$4
+  local corpus="$build/corpus/$target" findings="$build/findings/$target"
+  mkdir -p "$corpus" "$findings"
+  local inputs=("$corpus" "$build/seeds/$target")
+  for folder in corpus regressions; do
+    [ ! -d "fuzz/$folder/$target" ] || inputs+=("fuzz/$folder/$target")
+  done
+  local dictionary=()
+  [ ! -e "fuzz/dictionaries/$target" ] || dictionary=(-dict="fuzz/dictionaries/$target")
+  # Memory and time are the targets' own business; these limits catch what runs away altogether.
+  "$build/fuzz_$target" -max_total_time="$seconds" -max_len="$largest" -timeout=60 -rss_limit_mb=2560 \
+    -print_final_stats=1 -close_fd_mask=1 -artifact_prefix="$findings/" "${dictionary[@]}" "${inputs[@]}" \
+    >/dev/null 2>"$build/$target.log"
+}
+export -f run_target
+export ASAN_OPTIONS=${ASAN_OPTIONS:-}:allocator_may_return_null=0
+failed=0
+printf '%s\n' "${targets[@]}" |
+  xargs -P "$(nproc)" -I{} bash -c 'run_target "$@" || touch "$2/findings/$1/.failed"' _ {} "$build" "$seconds" "$largest"
+for target in "${targets[@]}"; do
+  log="$build/$target.log"
+  executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
+  covered=$(grep -oE 'cov: [0-9]+' "$log" | tail -n 1 || true)
+  echo "$target: ${executions:-0} executions in $seconds s, ${covered:-cov: 0}"
+  if [ -e "$build/findings/$target/.failed" ]; then
+    rm -f "$build/findings/$target/.failed"
+    failed=$((failed + 1))
+    echo "$target: FINDING, see $log"
+    grep -E 'ERROR:|SUMMARY:|out of proportion|artifact_prefix|Test unit written' "$log" | head -n 5 || true
+  fi
+done
+echo "$((${#targets[@]} - failed)) passed, $failed failed"
+[ "$failed" -eq 0 ]
