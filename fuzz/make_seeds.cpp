@@ -5,7 +5,10 @@
 #include "encode/SubblockWriter.h"
 #include "encode/VX7PointWriter.h"
 #include "index/MemoryRTree.h"
+#include "las/LASPointReader.h"
+#include "las/LASPointWriter.h"
 #include "platform/Stream.h"
+#include "support/LASClouds.h"
 #include "support/RandomCloud.h"
 #include "support/ReadPoints.h"
 #include "support/SampleCloud.h"
@@ -228,6 +231,26 @@ void addMetadata(const Seeds& seeds)
     seeds.add("metadata", "records", written([&](StreamWriter& stream) { metadata.write(stream); }));
 }
 
+void addLASFiles(const Seeds& seeds)
+{
+    for (int format = 0; format <= 10; ++format) {
+        const Testing::TemporaryDirectory directory;
+        const Testing::LASBytes plain = Testing::randomLASFile(format, format < 6 ? 2 : 4, 30, 1).build();
+        const std::string name = "format" + std::to_string(format);
+        seeds.add("las", name, Bytes(plain.begin(), plain.end()));
+        const std::string path = directory / "plain.las";
+        const std::string compressed = directory / "compressed.laz";
+        Testing::writeFile(path, plain);
+        const Scoped<LASPointReader> reader(LASPointReader::create());
+        reader->init(path.c_str(), true);
+        const Scoped<LASPointWriter> writer(LASPointWriter::create());
+        writer->init(reader.get(), compressed.c_str(), format < 6 ? 12 : 14);
+        writer->setWriteLAZ(true);
+        writer->write(Bounds::Huge(), 1.0, reader->getPointInfo(), nullptr);
+        seeds.add("las", name + "-compressed", Testing::readFile(compressed));
+    }
+}
+
 void addTexts(const Seeds& seeds)
 {
     const std::string points = "1.5 2.5 3.5 7\n-1e3,4,5,8 # a comment\n\n0x10 inf nan 9\n1 2 3 65536\n";
@@ -263,6 +286,7 @@ int main(int argc, char** argv)
         addTrees(seeds);
         addTileSets(seeds);
         addMetadata(seeds);
+        addLASFiles(seeds);
         addTexts(seeds);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s\n", error.what());

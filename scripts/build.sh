@@ -20,7 +20,7 @@ case $preset in
       -DVX_BUILD_FUZZERS=ON)
     ;;
   coverage)
-    options=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++-14 -DBUILD_SHARED_LIBS=OFF
+    options=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++-14
       -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g -fprofile-instr-generate -fcoverage-mapping")
     ;;
   bench) options=(-DCMAKE_BUILD_TYPE=Release -DVX_BUILD_BENCHMARKS=ON) ;;

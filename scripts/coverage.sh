@@ -11,13 +11,13 @@ build=build/coverage
 rm -rf "$build/seeds" "$build"/*.profraw
 "$build/make_seeds" "$build/seeds"
 objects=()
+for library in "$build"/*.so; do objects+=(-object "$library"); done
 for target in "${targets[@]}"; do
   folders=("$build/seeds/$target")
   for folder in corpus regressions; do
     [ ! -d "fuzz/$folder/$target" ] || folders+=("fuzz/$folder/$target")
   done
   LLVM_PROFILE_FILE="$build/$target.profraw" "$build/replay_$target" "${folders[@]}" >/dev/null 2>&1
-  objects+=(-object "$build/replay_$target")
 done
 llvm-profdata-14 merge -o "$build/all.profdata" "$build"/*.profraw
 

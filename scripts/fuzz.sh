@@ -70,7 +70,7 @@ run_target() {
     >/dev/null 2>"$build/$target.log"
 }
 export -f run_target
-export ASAN_OPTIONS=${ASAN_OPTIONS:-}:allocator_may_return_null=0
+export LSAN_OPTIONS=suppressions=fuzz/leaks.supp:print_suppressions=0
 failed=0
 printf '%s\n' "${targets[@]}" |
   xargs -P "$(nproc)" -I{} bash -c 'run_target "$@" || touch "$2/findings/$1/.failed"' _ {} "$build" "$seconds" "$largest"

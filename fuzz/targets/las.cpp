@@ -1,0 +1,36 @@
+// LAS and LAZ files: header, records, all points, a box. What the reader passes on to LASzip must be safe
+// there, since LASzip itself checks little.
+#include "las/LASPointReader.h"
+#include "platform/Base.h"
+#include "support/FuzzTarget.h"
+#include "support/ReadSource.h"
+#include "support/TemporaryDirectory.h"
+
+namespace Quillmoran::Fuzz {
+
+std::uint64_t run(Input input)
+{
+    static const Testing::TemporaryDirectory directory;
+    static const std::string path = directory / "file.las";
+    Testing::writeFile(path, std::vector<std::uint8_t>(input.begin(), input.end()));
+    const Scoped<LASPointReader> reader(LASPointReader::create());
+    reader->init(path.c_str(), true);
+    const PointInfo& layout = reader->getPointInfo();
+    std::uint64_t points = 0;
+    try {
+        points = readPoints(*reader, Bounds::Huge(), 1.0, layout);
+    } catch (const Error&) {
+        // the records may be right
+    }
+    try {
+        // Every query reads the whole file.
+        if (reader->getNumPoints() < 100000)
+            points += readPoints(*reader, partOf(reader->getBounds()), 0.5, layout);
+    } catch (const Error&) {
+    }
+    Metadata metadata;
+    reader->loadMetadata(metadata, false);
+    return points;
+}
+
+} // namespace Quillmoran::Fuzz
