@@ -36,10 +36,7 @@ typename ACInteger<T>::U ACInteger<T>::decodeMagnitude(ACDecoder& decoder, ACInt
 template <class T>
 void ACInteger<T>::decode(std::size_t, void* out, std::size_t count)
 {
-    // The models of a thread serve all readers in turn, since every subblock begins with fresh ones. Each set
-    // has some 15 kB, and there can be thousands of readers.
-    thread_local ACIntegerModels threadModels;
-    ACIntegerModels& models = threadModels;
+    ACIntegerModels& models = ACIntegerModels::ofThread();
     models.reset();
     ACDecoder decoder;
     decoder.begin(payload(), payloadSize());
