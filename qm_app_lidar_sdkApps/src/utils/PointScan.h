@@ -15,7 +15,7 @@ void scanPoints(const PointSource& source, const Bounds& box, const PointInfo& l
 {
     constexpr std::size_t blockPoints = 4096;
     PointData block;
-    block.init(layout, blockPoints);
+    block.init(layout, layout.getBlockPoints(blockPoints));
     const Scoped<PointIterator> iterator(source.createIterator(box, 1.0, layout, delegate));
     while (const std::size_t count = iterator->getNextPoints(block))
         visit(block, count);

@@ -2,6 +2,7 @@
 
 #include "framework/ProgressDelegate.h"
 #include "model/ChannelNames.h"
+#include "model/NameIndex.h"
 
 #include <algorithm>
 
@@ -48,19 +49,20 @@ void PointWriter::init(PointSource* source)
     setQuantization(source->getScale(), source->getOffset());
 }
 
-std::size_t PointWriter::getBlockSize() const
+std::size_t PointWriter::getBlockSize(const PointInfo& layout) const
 {
     const auto points = static_cast<std::uint64_t>(std::max<std::int64_t>(m_source->getNumPoints(), 1));
-    return static_cast<std::size_t>(std::min<std::uint64_t>(m_chunckSize, points));
+    return layout.getBlockPoints(static_cast<std::size_t>(std::min<std::uint64_t>(m_chunckSize, points)));
 }
 
 PointInfo PointWriter::getSupported(const PointInfo& layout, ProgressDelegate* delegate) const
 {
     PointInfo supported;
     if (supportedChannels(layout, supported) && delegate) {
+        const NameIndex names(supported);
         for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
             const char* name = layout.getChannel(i).getName();
-            if (!supported.hasChannel(name))
+            if (!names.find(name))
                 delegate->warning("the output format does not support channel '%s'", name);
         }
     }
@@ -100,7 +102,7 @@ std::int64_t SimplePointWriter::write(const Bounds& bounds, double fraction, con
         delegate->setTotal(getSrc()->getTotalWork(bounds, fraction) + getTotalWork(bounds, fraction));
 
     PointData block;
-    block.init(supported, getBlockSize());
+    block.init(supported, getBlockSize(supported));
     groomMetadata(bounds, fraction);
     const Scoped<PointIterator> iterator(getSrc()->createIterator(bounds, fraction, supported, delegate));
     try {
@@ -153,7 +155,7 @@ std::int64_t NULLPointWriter::write(const Bounds& bounds, double fraction, const
     if (delegate)
         delegate->setTotal(getSrc()->getTotalWork(bounds, fraction));
     PointData block;
-    block.init(layout, getBlockSize());
+    block.init(layout, getBlockSize(layout));
     const Scoped<PointIterator> iterator(getSrc()->createIterator(bounds, fraction, layout, delegate));
     std::int64_t total = 0;
     while (const std::size_t count = iterator->getNextPoints(block))

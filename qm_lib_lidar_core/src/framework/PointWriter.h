@@ -34,15 +34,15 @@ public:
     void setMetadata(const Metadata& metadata) { m_metadata = metadata; }
     const Metadata& getMetadata() const { return m_metadata; }
 
-    // Points per block.
+    // Points per block, at most.
     void setChunckSize(std::size_t points) { m_chunckSize = points; }
     std::size_t getChunckSize() const { return m_chunckSize; }
 
 protected:
     PointWriter() = default;
 
-    // The chunk size, or the number of points when that is smaller.
-    std::size_t getBlockSize() const;
+    // The chunk size, or the number of points when that is smaller, or what a block of this layout may hold.
+    std::size_t getBlockSize(const PointInfo& layout) const;
     // What the format can hold of a layout; warns of the channels that are dropped.
     PointInfo getSupported(const PointInfo& layout, ProgressDelegate* delegate) const;
 

@@ -99,6 +99,13 @@ std::size_t PointInfo::getPointSize() const noexcept
     return size;
 }
 
+std::size_t PointInfo::getBlockPoints(std::size_t most) const noexcept
+{
+    constexpr std::size_t blockBytes = std::size_t{64} << 20;
+    return std::clamp<std::size_t>(blockBytes / std::max<std::size_t>(getPointSize(), 1), 1,
+                                   std::max<std::size_t>(most, 1));
+}
+
 bool PointInfo::hasValidXYZ() const noexcept
 {
     for (const char* name : {ChannelNames::x, ChannelNames::y, ChannelNames::z}) {

@@ -1,6 +1,7 @@
 #include "text/TXTPointWriter.h"
 
 #include "framework/ProgressDelegate.h"
+#include "model/NameIndex.h"
 #include "platform/FileIO.h"
 #include "text/FieldFormat.h"
 #include "text/NumberFormat.h"
@@ -73,9 +74,10 @@ void TXTPointWriter::init(PointSource* source, IO* io, const PointInfo& fields)
 {
     PointWriter::init(source);
     std::vector<std::string> names;
+    const NameIndex known(source->getPointInfo());
     for (std::size_t i = 0; i < fields.getNumChannels(); ++i) {
         const char* name = fields.getChannel(i).getName();
-        if (source->hasChannel(name))
+        if (known.find(name))
             names.emplace_back(name);
     }
     m_names = std::move(names);
@@ -148,13 +150,10 @@ TXTPointWriter::Formatter TXTPointWriter::getWriter(const ChannelInfo& channel)
 void TXTPointWriter::writeBegin(const PointInfo& layout)
 {
     m_columns.clear();
-    for (const std::string& name : m_names) {
-        const int channel = layout.getChannelIndex(name.c_str());
-        if (channel < 0)
-            continue;
-        const auto index = static_cast<std::size_t>(channel);
-        m_columns.push_back({name.c_str(), getWriter(layout.getChannel(index)), index, nullptr});
-    }
+    const NameIndex channels(layout);
+    for (const std::string& name : m_names)
+        if (const auto channel = channels.find(name.c_str()))
+            m_columns.push_back({name.c_str(), getWriter(layout.getChannel(*channel)), *channel, nullptr});
     m_leadingBlank = !m_names.empty() && !layout.hasChannel(m_names.front().c_str());
     m_textSize = std::max(textBufferSize, longestLine());
     m_textUsed = 0;

@@ -1,5 +1,7 @@
 #include "filters/LayoutAdapter.h"
 
+#include "model/NameIndex.h"
+
 #include <algorithm>
 #include <cstring>
 #include <optional>
@@ -18,20 +20,23 @@ public:
                      const PointInfo& layout, ProgressDelegate* delegate)
     {
         PointInfo present;
+        const NameIndex names(source.getPointInfo());
         for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
             const ChannelInfo& wanted = layout.getChannel(i);
-            const ChannelInfo* own = source.getChannel(wanted.getName());
+            const auto index = names.find(wanted.getName());
+            const ChannelInfo* own = index ? &source.getChannel(*index) : nullptr;
             m_origins.push_back(own ? std::optional(present.getNumChannels()) : std::nullopt);
             if (own)
                 present.append(own->getDataType() == wanted.getDataType() ? wanted : *own);
         }
         m_block.init(present, 0);
+        m_mostPoints = present.getBlockPoints(mostBlockPoints);
         m_source.reset(source.createIterator(bounds, fraction, present, delegate));
     }
 
     std::size_t getNextPoints(PointData& out) override
     {
-        const std::size_t capacity = std::min(out.getNumSamples(), mostBlockPoints);
+        const std::size_t capacity = std::min(out.getNumSamples(), m_mostPoints);
         if (m_block.getNumSamples() != capacity)
             m_block.resize(capacity);
         const std::size_t count = m_source->getNextPoints(m_block);
@@ -62,15 +67,17 @@ private:
 
     Scoped<PointIterator> m_source;
     PointData m_block;                                 // in the source's types
+    std::size_t m_mostPoints = 0;                      // of the block
     std::vector<std::optional<std::size_t>> m_origins; // of each wanted channel in the block; none: zeros
 };
 
 bool hasAll(const PointSource& source, const PointInfo& layout)
 {
+    const NameIndex names(source.getPointInfo());
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const ChannelInfo& wanted = layout.getChannel(i);
-        const ChannelInfo* own = source.getChannel(wanted.getName());
-        if (!own || own->getDataType() != wanted.getDataType())
+        const auto own = names.find(wanted.getName());
+        if (!own || source.getChannel(*own).getDataType() != wanted.getDataType())
             return false;
     }
     return true;

@@ -5,6 +5,7 @@
 #include "filters/SharedMetadata.h"
 #include "framework/ProgressDelegate.h"
 #include "index/MemoryRTree.h"
+#include "model/NameIndex.h"
 #include "platform/Base.h"
 
 namespace Quillmoran {
@@ -23,8 +24,9 @@ Bounds getSearchBox(const Bounds& bounds)
 
 void checkChannels(const PointInfo& known, const PointInfo& layout)
 {
+    const NameIndex names(known);
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i)
-        if (!known.hasChannel(layout.getChannel(i).getName()))
+        if (!names.find(layout.getChannel(i).getName()))
             QM_THROW(40012, "requesting channel not in the source");
 }
 

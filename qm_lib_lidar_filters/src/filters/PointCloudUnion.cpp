@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <map>
+#include <string>
 
 namespace Quillmoran {
 
@@ -99,12 +101,22 @@ void PointCloudUnion::add(const PointCloudInfo& cloud)
 void PointCloudUnion::addChannels(const PointInfo& layout)
 {
     PointInfo all = m_info->getPointInfo();
+    std::map<std::string, std::size_t> names; // first channels of their names
+    for (std::size_t i = 0; i < all.getNumChannels(); ++i)
+        if (const char* name = all.getChannel(i).getName())
+            names.emplace(name, i);
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const ChannelInfo& channel = layout.getChannel(i);
-        if (ChannelInfo* known = all.getChannel(channel.getName()))
-            *known = uniteChannels(*known, channel);
-        else
-            all.append(channel);
+        const char* const name = channel.getName();
+        const auto known = name ? names.find(name) : names.end();
+        if (known != names.end()) {
+            ChannelInfo& both = all.getChannel(known->second);
+            both = uniteChannels(both, channel);
+            continue;
+        }
+        if (name)
+            names.emplace(name, all.getNumChannels());
+        all.append(channel);
     }
     m_info->setPointInfo(all);
 }

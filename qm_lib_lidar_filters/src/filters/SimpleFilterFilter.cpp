@@ -25,7 +25,7 @@ public:
         m_source.reset(filter.getSrc()->createIterator(bounds, fraction, layout, delegate));
         for (const int value : filter.m_values)
             m_values.insert(static_cast<T>(value));
-        m_buffer.init(layout, bufferPoints);
+        m_buffer.init(layout, layout.getBlockPoints(bufferPoints));
     }
 
     // The channels are copied by index: `out` has the layout of the query or its first channels.

@@ -71,7 +71,7 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
     openOutput(head.records);
     // A whole block can wait, so that the next one is decoded in the meantime.
     m_queue = std::make_unique<LASRecordQueue>(LASRecordWriter::create(*m_output, m_header),
-                                               getBlockSize() / sliceSize + 2);
+                                               getBlockSize(layout) / sliceSize + 2);
 }
 
 void LASPointWriter::chooseColumns(const PointInfo& layout)

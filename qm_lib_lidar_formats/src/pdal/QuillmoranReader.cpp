@@ -209,7 +209,7 @@ void QuillmoranReader::ready(pdal::PointTableRef)
         m_threadLimit.emplace(tbb::global_control::max_allowed_parallelism, m_threads);
     translateErrors([this] {
         m_iterator.reset(m_reader->createIterator(getBox(), m_fraction, m_layout, nullptr));
-        m_block.init(m_layout, blockSize);
+        m_block.init(m_layout, m_layout.getBlockPoints(blockSize));
     });
     m_cursor = m_fill = 0;
 }

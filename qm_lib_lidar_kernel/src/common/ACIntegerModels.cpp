@@ -10,4 +10,10 @@ void ACIntegerModels::reset()
         lowBits[i].setAlphabet(i < 6 ? 2u << i : largestAlphabet);
 }
 
+ACIntegerModels& ACIntegerModels::ofThread()
+{
+    thread_local ACIntegerModels models;
+    return models;
+}
+
 } // namespace Quillmoran

@@ -29,6 +29,11 @@ struct QM_API ACIntegerModels
 
     // Sizes the models on first use and returns them to their first state.
     void reset();
+
+    // A set of the thread's own. One serves all its readers in turn, since every subblock begins with fresh
+    // models: a set has some 15 kB, and there can be thousands of readers. Out of line, so that a loop over
+    // samples asks for it once.
+    static ACIntegerModels& ofThread();
 };
 
 } // namespace Quillmoran

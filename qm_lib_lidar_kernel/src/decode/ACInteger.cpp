@@ -16,12 +16,12 @@ void ACInteger<T>::init()
 
 // A magnitude of k bits: the leading one, then up to seven bits as one symbol, then raw bits.
 template <class T>
-typename ACInteger<T>::U ACInteger<T>::decodeMagnitude(ACDecoder& decoder)
+typename ACInteger<T>::U ACInteger<T>::decodeMagnitude(ACDecoder& decoder, ACIntegerModels& models)
 {
-    const int length = static_cast<int>(decoder.decode(m_models.length));
+    const int length = static_cast<int>(decoder.decode(models.length));
     if (length < 2)
         return 1;
-    const std::uint32_t low = decoder.decode(m_models.lowBits[length - 1]);
+    const std::uint32_t low = decoder.decode(models.lowBits[length - 1]);
     constexpr int modelledBits = ACIntegerModels::modelledBits;
     constexpr int rawBitsAtOnce = ACIntegerModels::rawBitsAtOnce;
     if (length <= modelledBits)
@@ -36,17 +36,18 @@ typename ACInteger<T>::U ACInteger<T>::decodeMagnitude(ACDecoder& decoder)
 template <class T>
 void ACInteger<T>::decode(std::size_t, void* out, std::size_t count)
 {
-    m_models.reset();
+    ACIntegerModels& models = ACIntegerModels::ofThread();
+    models.reset();
     ACDecoder decoder;
     decoder.begin(payload(), payloadSize());
     auto* samples = static_cast<U*>(out);
     for (std::size_t i = 0; i < count; ++i) {
-        const std::uint32_t sign = decoder.decode(m_models.sign);
+        const std::uint32_t sign = decoder.decode(models.sign);
         if (sign == ACIntegerModels::ZERO) {
             samples[i] = 0;
             continue;
         }
-        const U magnitude = decodeMagnitude(decoder);
+        const U magnitude = decodeMagnitude(decoder, models);
         samples[i] = sign == ACIntegerModels::NEGATIVE ? static_cast<U>(0 - magnitude) : magnitude;
     }
 }

@@ -23,9 +23,7 @@ protected:
 private:
     using U = UnsignedOf<T>; // magnitudes
 
-    U decodeMagnitude(ACDecoder& decoder);
-
-    ACIntegerModels m_models;
+    static U decodeMagnitude(ACDecoder& decoder, ACIntegerModels& models);
 };
 
 extern template class ACInteger<std::int16_t>;

@@ -18,10 +18,9 @@ const char* message(const char* text)
     return text ? text : "buffer error";
 }
 
-} // namespace
-
-template <class T>
-struct GZFloatingPoint<T>::Inflater
+// A thread's serves all readers in turn: with its window it has some 40 kB, and there can be thousands of
+// readers.
+struct Inflater
 {
     z_stream stream = {};
 
@@ -35,6 +34,14 @@ struct GZFloatingPoint<T>::Inflater
     Inflater& operator=(const Inflater&) = delete;
 };
 
+z_stream& getInflater()
+{
+    thread_local Inflater inflater;
+    return inflater.stream;
+}
+
+} // namespace
+
 template <class T>
 GZFloatingPoint<T>::GZFloatingPoint(DataType type, TransformType transform, const char* name,
                                     std::size_t subblockSize)
@@ -42,19 +49,15 @@ GZFloatingPoint<T>::GZFloatingPoint(DataType type, TransformType transform, cons
 {}
 
 template <class T>
-GZFloatingPoint<T>::~GZFloatingPoint() = default;
-
-template <class T>
 void GZFloatingPoint<T>::init()
 {
-    m_inflater = std::make_unique<Inflater>();
     SubblockReader::init(deflateBound(nullptr, static_cast<uLong>(getSubblockSize() * sizeof(T))));
 }
 
 template <class T>
 void GZFloatingPoint<T>::decode(std::size_t, void* out, std::size_t count)
 {
-    z_stream& stream = m_inflater->stream;
+    z_stream& stream = getInflater();
     if (inflateReset(&stream) != Z_OK)
         QM_THROW(zlibError, "inflateReset(): %s", message(stream.msg));
     auto* bytes = static_cast<Bytef*>(out);

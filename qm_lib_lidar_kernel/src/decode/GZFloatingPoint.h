@@ -10,18 +10,13 @@ class QM_API GZFloatingPoint final : public SubblockReader
 {
 public:
     GZFloatingPoint(DataType type, TransformType transform, const char* name, std::size_t subblockSize);
-    ~GZFloatingPoint() override;
 
-    // Errors 40230 with the library's message: "inflateInit(): %s"; while decoding "inflateReset(): %s" and
-    // "inflate(Z_NO_FLUSH): %s", the latter also for a stream that does not end with the last sample.
     void init() override;
 
 protected:
+    // Errors 40230 with the library's message: "inflateInit(): %s", "inflateReset(): %s" and
+    // "inflate(Z_NO_FLUSH): %s", the latter also for a stream that does not end with the last sample.
     void decode(std::size_t index, void* out, std::size_t count) override;
-
-private:
-    struct Inflater;
-    std::unique_ptr<Inflater> m_inflater;
 };
 
 extern template class GZFloatingPoint<float>;

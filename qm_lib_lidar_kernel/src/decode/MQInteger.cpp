@@ -150,6 +150,8 @@ void MQInteger<T>::decode(std::size_t, void* out, std::size_t count)
     // Magnitudes are built up in place of the samples.
     auto* magnitudes = static_cast<U*>(out);
     std::fill_n(magnitudes, count, U{0});
+    if (m_states.capacity() < count + 2)
+        takeMemory(count + 2 - m_states.capacity());
     m_states.assign(count + 2, INSIGNIFICANT);
 
     MQDecoder decoder;

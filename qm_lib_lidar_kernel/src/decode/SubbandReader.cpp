@@ -12,23 +12,26 @@ constexpr std::uint64_t maxSubblockSamples = std::uint64_t{1} << 24;
 
 } // namespace
 
-void SubblockCheckpoints::reset(const Checkpoint& start)
+void SubblockCheckpoints::reset(const Checkpoint& start, std::size_t latest)
 {
-    m_stride = 1;
+    m_stride = smallestStride;
     m_places.assign(1, start);
-    m_places.reserve(capacity);
+    m_latest.assign(latest, start);
+    m_oldest = 0;
 }
 
 void SubblockCheckpoints::offer(const Checkpoint& place)
 {
-    if (place.subblock < m_places.back().subblock + m_stride)
+    m_latest[m_oldest] = place;
+    m_oldest = m_oldest + 1 == m_latest.size() ? 0 : m_oldest + 1;
+    if (place.headers - m_places.back().headers < m_stride)
         return;
     if (m_places.size() == capacity) {
         for (std::size_t i = 1; i < capacity / 2; ++i)
             m_places[i] = m_places[2 * i];
         m_places.resize(capacity / 2);
         m_stride *= 2;
-        if (place.subblock < m_places.back().subblock + m_stride)
+        if (place.headers - m_places.back().headers < m_stride)
             return;
     }
     m_places.push_back(place);
@@ -39,17 +42,26 @@ const SubblockCheckpoints::Checkpoint& SubblockCheckpoints::before(std::uint64_t
     const auto behind =
         std::upper_bound(m_places.begin(), m_places.end(), subblock,
                          [](std::uint64_t value, const Checkpoint& place) { return value < place.subblock; });
-    return *std::prev(behind); // the first place is subblock 0
+    const Checkpoint* best = &*std::prev(behind); // the first place is subblock 0
+    for (const Checkpoint& place : m_latest)
+        if (place.subblock <= subblock && place.subblock > best->subblock)
+            best = &place;
+    return *best;
 }
 
 namespace {
 
+// A chain's stages look back up to this many samples of a band.
+constexpr std::size_t mostLookBack = 32;
+
 // A stream over a stretch that ends where the stretch ends. Coarse bands are small, and so is their buffer.
-void openStretch(const IO::Location& stretch, Scoped<IO>& bounded, StreamReader& stream)
+void openStretch(SubblockReader& reader, const IO::Location& stretch, Scoped<IO>& bounded,
+                 StreamReader& stream)
 {
     constexpr std::int64_t largestBuffer = 16384;
     bounded.reset(BoundedIO::create(stretch));
     const std::int64_t bytes = std::clamp<std::int64_t>(stretch.length(), 1, largestBuffer);
+    reader.takeMemory(static_cast<std::uint64_t>(bytes));
     stream.init(bounded.get(), true, static_cast<std::size_t>(bytes));
     stream.seek(stretch.offset(), Stream::SEEK_FROM_START);
 }
@@ -75,12 +87,18 @@ void SubbandReaderImp<T>::begin(std::int64_t position)
     m_next = 0;
     m_pendingZeros = 0;
     m_position = position;
-    if (getNumSamples() == 0)
-        return; // an empty band has no subblock
-    openStretch(m_stretches.headers, m_headerStretch, m_headers);
+    m_headers.close();
+    m_data.close();
+    m_headerStretch.reset();
+}
+
+template <class T>
+void SubbandReaderImp<T>::open()
+{
+    openStretch(m_reader, m_stretches.headers, m_headerStretch, m_headers);
     if (!m_stretches.interleaved)
-        openStretch(m_stretches.data, m_dataStretch, m_data);
-    m_checkpoints.reset({0, m_headers.tell(), dataStream().tell(), 0});
+        openStretch(m_reader, m_stretches.data, m_dataStretch, m_data);
+    m_checkpoints.reset({0, m_headers.tell(), dataStream().tell(), 0}, mostLookBack / getBlockSize() + 2);
 }
 
 template <class T>
@@ -115,19 +133,34 @@ std::size_t SubbandReaderImp<T>::load(std::uint64_t subblock)
     if (subblock == m_loaded)
         return count;
     m_loaded = noSubblock;
-    if (!m_samples) {
-        const auto capacity = static_cast<std::size_t>(
-            std::min<std::uint64_t>(getBlockSize(), static_cast<std::uint64_t>(getNumSamples())));
-        m_samples = makeBuffer<T>(capacity);
-    }
+    if (!m_headerStretch)
+        open();
     if (subblock != m_next)
         walkTo(subblock);
-    m_pendingZeros =
-        m_reader.loadSubblock(subblock, m_headers, dataStream(), m_samples.get(), count, m_pendingZeros);
+    if (m_pendingZeros == 0)
+        m_pendingZeros = m_reader.readHeader(m_headers);
+    m_isZero = m_pendingZeros != 0;
+    if (m_isZero) {
+        --m_pendingZeros;
+    } else {
+        reserve(count);
+        m_reader.loadPayload(subblock, dataStream(), m_samples.get(), count);
+    }
     m_next = subblock + 1;
     m_checkpoints.offer({m_next, m_headers.tell(), dataStream().tell(), m_pendingZeros});
     m_loaded = subblock;
     return count;
+}
+
+template <class T>
+void SubbandReaderImp<T>::reserve(std::size_t count)
+{
+    if (count <= m_capacity)
+        return;
+    m_reader.takeMemory((count - m_capacity) * sizeof(T));
+    m_samples.reset(); // gives it back before the larger one is taken
+    m_samples = makeBuffer<T>(count);
+    m_capacity = count;
 }
 
 template <class T>
@@ -140,7 +173,10 @@ std::size_t SubbandReaderImp<T>::get(void* out, std::size_t count)
         const std::size_t inside =
             static_cast<std::size_t>(static_cast<std::uint64_t>(m_position) % getBlockSize());
         const std::size_t taken = std::min(count - copied, load(subblock) - inside);
-        std::memcpy(samples + copied, m_samples.get() + inside, taken * sizeof(T));
+        if (m_isZero)
+            std::fill_n(samples + copied, taken, T(0));
+        else
+            std::memcpy(samples + copied, m_samples.get() + inside, taken * sizeof(T));
         copied += taken;
         m_position += static_cast<std::int64_t>(taken);
     }
@@ -152,7 +188,9 @@ void SubbandReaderImp<T>::end()
 {
     m_headers.close();
     m_data.close();
+    m_headerStretch.reset();
     m_samples.reset();
+    m_capacity = 0;
     m_loaded = noSubblock;
 }
 

@@ -10,8 +10,9 @@
 namespace Quillmoran {
 
 // Places in a band from which reading can resume, so that a seek backwards need not walk all headers from the
-// band's start. Holds a bounded number of them, evenly spread over what has been read: when it is full, every
-// second one goes.
+// band's start. Holds a bounded number of them, evenly spread over the headers that have been read: when it
+// is full, every second one goes. And the latest ones: a range of points begins up to a few samples before
+// what was read for the range in front of it, and there can be a range for every other subblock.
 class SubblockCheckpoints
 {
 public:
@@ -23,17 +24,21 @@ public:
         std::size_t pendingZeros = 0;
     };
 
-    void reset(const Checkpoint& start);
-    // Offers a place; it is kept if it lies a stride behind the last one.
+    // `latest` is how many of the latest places are kept.
+    void reset(const Checkpoint& start, std::size_t latest);
+    // Offers a place; it is kept among the spread ones if it lies a stride behind the last of them.
     void offer(const Checkpoint& place);
     // The last place at or before a subblock.
     const Checkpoint& before(std::uint64_t subblock) const;
 
 private:
     static constexpr std::size_t capacity = 256;
+    static constexpr std::int64_t smallestStride = 64; // so that places take less than what they skip
 
-    std::uint64_t m_stride = 1; // subblocks
+    std::int64_t m_stride = smallestStride; // bytes of headers
     std::vector<Checkpoint> m_places;
+    std::vector<Checkpoint> m_latest; // a ring
+    std::size_t m_oldest = 0;
 };
 
 template <class T>
@@ -51,8 +56,12 @@ public:
 private:
     static constexpr std::uint64_t noSubblock = UINT64_MAX;
 
-    // Decodes the subblock into the buffer unless it is there, and returns its number of samples.
+    // Opens the streams, on first use: a query may never come to this band.
+    void open();
+    // Decodes the subblock into the buffer unless it is there, and returns its number of samples. Zeros take
+    // no buffer.
     std::size_t load(std::uint64_t subblock);
+    void reserve(std::size_t count);
     void walkTo(std::uint64_t subblock);
     StreamReader& dataStream() noexcept { return m_stretches.interleaved ? m_headers : m_data; }
 
@@ -68,7 +77,9 @@ private:
     std::uint64_t m_next = 0;            // the subblock that the streams stand before
     std::size_t m_pendingZeros = 0;      // of the subblocks from m_next on
     std::uint64_t m_loaded = noSubblock; // the subblock in the buffer
+    bool m_isZero = false;               // it is zero, and not in the buffer
     Buffer<T> m_samples;
+    std::size_t m_capacity = 0; // of the buffer, samples
 };
 
 } // namespace Quillmoran

@@ -3,6 +3,7 @@
 #include "decode/ACInteger.h"
 #include "decode/GZFloatingPoint.h"
 #include "decode/MQInteger.h"
+#include "decode/MemoryBudget.h"
 #include "platform/Stream.h"
 
 #include <algorithm>
@@ -61,6 +62,12 @@ SubblockReader::SubblockReader(DataType type, TransformType transform, const cha
 
 SubblockReader::~SubblockReader() = default;
 
+void SubblockReader::takeMemory(std::uint64_t bytes)
+{
+    if (m_budget)
+        m_budget->take(bytes);
+}
+
 std::size_t SubblockReader::readHeader(StreamReader& headers)
 {
     m_payloadLength = 0;
@@ -86,8 +93,10 @@ void SubblockReader::readPayload(StreamReader& data)
     // Compared with the bytes that are there before the buffer grows.
     if (m_payloadLength > data.remaining())
         QM_THROW(subblockError, "bad read -- subblock data");
-    if (m_payload.size() < m_payloadLength)
+    if (m_payload.size() < m_payloadLength) {
+        takeMemory(m_payloadLength - m_payload.size());
         m_payload.resize(payloadSize());
+    }
     if (data.read(m_payload.data(), payloadSize()) != payloadSize())
         QM_THROW(subblockError, "bad read -- subblock data");
 }
@@ -100,10 +109,15 @@ std::size_t SubblockReader::loadSubblock(std::size_t index, StreamReader& header
         std::memset(out, 0, count * elementSize());
         return zeros - 1;
     }
+    loadPayload(index, data, out, count);
+    return 0;
+}
+
+void SubblockReader::loadPayload(std::size_t index, StreamReader& data, void* out, std::size_t count)
+{
     readPayload(data);
     if (count != 0)
         decode(index, out, count);
-    return 0;
 }
 
 std::size_t SubblockReader::skipSubblocks(std::uint64_t skip, StreamReader& headers, StreamReader& data,

@@ -19,6 +19,7 @@
 
 namespace Quillmoran {
 
+class MemoryBudget;
 class StreamReader;
 
 class QM_API SubblockReader
@@ -36,6 +37,10 @@ public:
 
     // Prepares the coder; once, before anything is loaded.
     virtual void init() = 0;
+    // What the reader and its bands allocate is taken from this budget, which must outlive them; without one
+    // there is no limit.
+    void setBudget(MemoryBudget* budget) noexcept { m_budget = budget; }
+    void takeMemory(std::uint64_t bytes);
 
     // Produces subblock `index` of `count` samples in `out` and returns how many of the following subblocks
     // are known to be zero. `pendingZeros` is what the previous call returned. Errors 40207: "bad read --
@@ -50,6 +55,8 @@ public:
     // this one included.
     std::size_t readHeader(StreamReader& headers);
     std::uint64_t getPayloadLength() const noexcept { return m_payloadLength; }
+    // The second half of loadSubblock(): reads and decodes the payload that the last header announced.
+    void loadPayload(std::size_t index, StreamReader& data, void* out, std::size_t count);
 
     DataType getDataType() const noexcept { return m_dataType; }
     TransformType getTransformType() const noexcept { return m_transform; }
@@ -86,6 +93,7 @@ private:
     const char* m_name;
     std::size_t m_subblockSize;
     bool m_perPlaneLengths;
+    MemoryBudget* m_budget = nullptr;
     std::uint64_t m_payloadCapacity = 0;
     std::uint64_t m_payloadLength = 0;
     std::vector<std::uint8_t> m_payload;

@@ -12,9 +12,20 @@ namespace Quillmoran {
 namespace {
 
 // Points per block: enough work per task for the scheduler to vanish, small enough to stay in the caches.
-constexpr std::size_t blockPoints = 16384;
+constexpr std::size_t mostBlockPoints = 16384;
+// What a block may take, in points and kernel samples; only points of hundreds of channels come to it.
+constexpr std::size_t blockBytes = std::size_t{16} << 20;
 // Coarser stages see fewer samples; their windows shrink with them down to this.
 constexpr std::size_t smallestStageBlock = 64;
+
+// The chains of a query may take this much and this multiple of the file's size. The first is what a million
+// points of sixty channels in one subblock need, the second lets samples shrink to a sixteenth; what files of
+// common subblock sizes need is far below both.
+constexpr std::uint64_t freeMemory = std::uint64_t{512} << 20;
+constexpr std::uint64_t memoryPerFileByte = 16;
+// A channel's and a level's own objects, about.
+constexpr std::uint64_t channelBytes = 1024;
+constexpr std::uint64_t levelBytes = 1536;
 
 } // namespace
 
@@ -39,8 +50,7 @@ void WaveletDecoder::init(const WaveletDecoderInfo& info, const Bounds& bounds, 
     selectChannels(layout);
     if (!nothing)
         m_ranges = info.getPointRanges(m_level, getBounds());
-    m_block.init(layout, static_cast<std::size_t>(std::min<std::int64_t>(
-                             blockPoints, std::max<std::int64_t>(info.getNumPoints(), 1))));
+    m_block.init(layout, getBlockPoints(layout));
     begin(m_ranges.empty() ? 0 : m_ranges.front().start);
 }
 
@@ -88,11 +98,23 @@ void WaveletDecoder::addChannel(std::size_t fileChannel, ConversionAction action
     added.info.setupConvert(action, static_cast<int>(pointChannel));
 }
 
+std::size_t WaveletDecoder::getBlockPoints(const PointInfo& layout) const
+{
+    std::size_t pointBytes = layout.getPointSize();
+    for (const Channel& channel : m_channels)
+        pointBytes += DataTypeUtils::getSize(channel.info.getKernelDataType());
+    const std::size_t most = std::clamp<std::size_t>(blockBytes / pointBytes, 1, mostBlockPoints);
+    return static_cast<std::size_t>(
+        std::clamp<std::int64_t>(m_info->getNumPoints(), 1, static_cast<std::int64_t>(most)));
+}
+
 void WaveletDecoder::buildPipeline(Channel& channel)
 {
     const WaveletDecoderChannelInfo& info = channel.info;
+    m_budget.take(channelBytes + levelBytes);
     channel.reader = SubblockReader::create(info.getKernelDataType(), info.getTransformType(), info.getName(),
                                             info.getSubblockSize(), m_info->hasPlaneLengths(info));
+    channel.reader->setBudget(&m_budget);
     channel.reader->init();
 
     const std::uint32_t coarsest = m_info->getNumLevels() - 1;
@@ -106,14 +128,23 @@ void WaveletDecoder::buildPipeline(Channel& channel)
             continue;
         auto high = SubbandSource::createSubbandReader(*channel.reader, band - 1, true,
                                                        m_info->getBandStretches(info, band), highSamples);
+        const std::size_t largest = std::max<std::size_t>(m_block.getNumSamples() / 2, 1);
         const std::size_t block =
-            std::max(blockPoints / 2 >> std::min(level - m_level, 31u), smallestStageBlock);
+            std::max(largest >> std::min(level - m_level, 31u), std::min(largest, smallestStageBlock));
+        m_budget.take(levelBytes + 2 * block * DataTypeUtils::getSize(info.getKernelDataType()));
         channel.root = SubbandSource::createPipeStage(block, std::move(channel.root), std::move(high));
     }
 }
 
 void WaveletDecoder::begin(std::int64_t position)
 {
+    if (m_channels.empty())
+        return;
+    m_file.emplace(m_info->getFile());
+    constexpr auto largestFile = static_cast<std::int64_t>(UINT64_MAX / memoryPerFileByte / 2);
+    const auto fileBytes =
+        static_cast<std::uint64_t>(std::clamp<std::int64_t>((*m_file)->size(), 0, largestFile));
+    m_budget.reset(freeMemory + memoryPerFileByte * fileBytes);
     for (Channel& channel : m_channels) {
         buildPipeline(channel);
         channel.root->begin(position);
@@ -146,7 +177,15 @@ void WaveletDecoder::decodeChannel(Channel& channel, std::size_t count)
 void WaveletDecoder::decode(std::size_t count)
 {
     // Each task writes one channel of the block and reads through streams of its own.
-    parallelLoop(m_channels.size(), [this, count](std::size_t i) { decodeChannel(m_channels[i], count); });
+    try {
+        parallelLoop(m_channels.size(),
+                     [this, count](std::size_t i) { decodeChannel(m_channels[i], count); });
+    } catch (const Error&) {
+        // Which channel meets the end of the budget depends on the threads. That it is met does not.
+        if (m_budget.isExceeded())
+            MemoryBudget::throwExceeded();
+        throw;
+    }
     for (std::size_t i = 0; i < m_channels.size(); ++i) {
         if (m_channels[i].info.getAction() == CONVERT_MERGE) {
             m_channels[i].info.mergeFromKernel(m_channels[i + 1].info, m_channels[i + 2].info, m_block,
@@ -159,10 +198,8 @@ void WaveletDecoder::decode(std::size_t count)
 bool WaveletDecoder::refill()
 {
     m_cursor = m_fill = 0;
-    while (m_range < m_ranges.size() && m_ranges[m_range].length == 0) {
-        if (++m_range < m_ranges.size())
-            seek(m_ranges[m_range].start);
-    }
+    if (m_range < m_ranges.size() && m_ranges[m_range].length == 0 && ++m_range < m_ranges.size())
+        seek(m_ranges[m_range].start);
     if (m_range == m_ranges.size())
         return false;
     if (getDelegate() && getDelegate()->getCancelled())

@@ -2,13 +2,16 @@
 // channel by channel in parallel, and keeps the points of the box that the sampling takes.
 #pragma once
 
+#include "decode/MemoryBudget.h"
 #include "decode/SubbandSource.h"
 #include "decode/SubblockReader.h"
 #include "decode/WaveletDecoderInfo.h"
 #include "framework/PointIterator.h"
 #include "model/PointData.h"
+#include "platform/OpenIO.h"
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace Quillmoran {
@@ -19,7 +22,8 @@ public:
     static WaveletDecoder* create();
 
     // Keeps the file's information. Errors -1: "could not find channel '%s'", "unsupported datatype"; those
-    // of the coders; 40007 "must have x, y, and z channels".
+    // of the coders; 40007 "must have x, y, and z channels"; 40203 "bad read -- channel info", here or while
+    // decoding, for chains that take more memory than a file of this size can explain.
     void init(const WaveletDecoderInfo& info, const Bounds& bounds, double fraction, const PointInfo& layout,
               ProgressDelegate* delegate);
 
@@ -40,6 +44,8 @@ private:
     void selectChannels(const PointInfo& layout);
     bool isMergeable(const WaveletDecoderInfo::SplitChannel& split, DataType wanted) const;
     void addChannel(std::size_t fileChannel, ConversionAction action, std::size_t pointChannel);
+    // Points per block, fewer when they have many channels.
+    std::size_t getBlockPoints(const PointInfo& layout) const;
     void begin(std::int64_t position);
     void buildPipeline(Channel& channel);
     void seek(std::int64_t position);
@@ -52,6 +58,8 @@ private:
     bool refill();
 
     Scoped<const WaveletDecoderInfo> m_info;
+    std::optional<OpenIO> m_file; // the chains open it again when they come to read
+    MemoryBudget m_budget;
     std::uint32_t m_level = 0;
     std::vector<Channel> m_channels; // the parts of a split channel stand together: fraction, exponent, sign
     std::vector<WaveletDecoderInfo::PointRange> m_ranges;

@@ -24,12 +24,6 @@ bool isSplitPart(const WaveletChannelInfo& channel)
            channel.nameBehind(WaveletChannelInfo::signPrefix);
 }
 
-bool isPart(const WaveletChannelInfo& channel, const char* prefix, const char* name)
-{
-    const char* behind = channel.nameBehind(prefix);
-    return behind && std::strcmp(behind, name) == 0;
-}
-
 } // namespace
 
 WaveletDecoderInfo* WaveletDecoderInfo::create(std::uint32_t fileVersion)
@@ -39,6 +33,7 @@ WaveletDecoderInfo* WaveletDecoderInfo::create(std::uint32_t fileVersion)
 
 void WaveletDecoderInfo::load(WaveletChunkReader& reader, std::int64_t& remaining)
 {
+    m_file = Scoped<IO>::retained(reader.stream().getIO());
     ChunkHeader chunk;
     reader.readChunkHeader(chunk, remaining, CHUNK_WAVELET_HEADER, 40203);
     WaveletChunkReader::WaveletHeader header = reader.readWaveletHeader(chunk.length);
@@ -69,10 +64,31 @@ void WaveletDecoderInfo::readBands(WaveletChunkReader& reader, std::int64_t& rem
 
 void WaveletDecoderInfo::finish()
 {
+    indexNames();
     m_bounds.x = getAxisBounds(ChannelNames::x, &Bounds::x);
     m_bounds.y = getAxisBounds(ChannelNames::y, &Bounds::y);
     m_bounds.z = getAxisBounds(ChannelNames::z, &Bounds::z);
     m_bandLayout = BandLayout::detect(*this);
+}
+
+void WaveletDecoderInfo::indexNames()
+{
+    m_wholes = m_fractions = m_exponents = m_signs = NameIndex();
+    for (std::size_t i = 0; i < m_channels.size(); ++i) {
+        const WaveletChannelInfo& channel = m_channels[i];
+        if (const char* wide = channel.nameBehind(WaveletChannelInfo::fraction64Prefix))
+            m_fractions.add(wide, i);
+        else if (const char* narrow = channel.nameBehind(WaveletChannelInfo::fraction32Prefix))
+            m_fractions.add(narrow, i);
+        else if (const char* exponent = channel.nameBehind(WaveletChannelInfo::exponentPrefix))
+            m_exponents.add(exponent, i);
+        else if (const char* sign = channel.nameBehind(WaveletChannelInfo::signPrefix))
+            m_signs.add(sign, i);
+        else
+            m_wholes.add(channel.getName(), i);
+    }
+    for (NameIndex* index : {&m_wholes, &m_fractions, &m_exponents, &m_signs})
+        index->finish();
 }
 
 Bounds WaveletDecoderInfo::getIndexBounds() const
@@ -127,25 +143,14 @@ const WaveletDecoderChannelInfo& WaveletDecoderInfo::getChannel(std::size_t inde
 
 std::optional<std::size_t> WaveletDecoderInfo::getChannel(const char* name) const
 {
-    for (std::size_t i = 0; i < m_channels.size(); ++i)
-        if (!isSplitPart(m_channels[i]) && std::strcmp(m_channels[i].getName(), name) == 0)
-            return i;
-    return std::nullopt;
+    return m_wholes.find(name);
 }
 
 std::optional<WaveletDecoderInfo::SplitChannel> WaveletDecoderInfo::getSplitChannel(const char* name) const
 {
-    std::optional<std::size_t> fraction, exponent, sign;
-    for (std::size_t i = 0; i < m_channels.size(); ++i) {
-        const WaveletChannelInfo& channel = m_channels[i];
-        if (!fraction && (isPart(channel, WaveletChannelInfo::fraction64Prefix, name) ||
-                          isPart(channel, WaveletChannelInfo::fraction32Prefix, name)))
-            fraction = i;
-        else if (!exponent && isPart(channel, WaveletChannelInfo::exponentPrefix, name))
-            exponent = i;
-        else if (!sign && isPart(channel, WaveletChannelInfo::signPrefix, name))
-            sign = i;
-    }
+    const auto fraction = m_fractions.find(name);
+    const auto exponent = m_exponents.find(name);
+    const auto sign = m_signs.find(name);
     if (!fraction || !exponent || !sign)
         return std::nullopt;
     return SplitChannel{*fraction, *exponent, *sign};
@@ -208,13 +213,18 @@ std::vector<WaveletDecoderInfo::PointRange> WaveletDecoderInfo::getPointRanges(s
         }
         merge(ranges);
     }
+    ranges.erase(std::remove_if(ranges.begin(), ranges.end(),
+                                [](const PointRange& range) { return range.length == 0; }),
+                 ranges.end());
     return ranges;
 }
 
 void WaveletDecoderInfo::merge(std::vector<PointRange>& ranges) const
 {
-    std::sort(ranges.begin(), ranges.end(),
-              [](const PointRange& a, const PointRange& b) { return a.start < b.start; });
+    // From level to level they stay in order.
+    const auto comesFirst = [](const PointRange& a, const PointRange& b) { return a.start < b.start; };
+    if (!std::is_sorted(ranges.begin(), ranges.end(), comesFirst))
+        std::sort(ranges.begin(), ranges.end(), comesFirst);
     std::size_t merged = 0; // ranges [0, merged) are done, the last of them may still grow
     for (const PointRange& range : ranges) {
         if (merged != 0) {

@@ -7,6 +7,7 @@
 #include "decode/BandLayout.h"
 #include "index/RTree.h"
 #include "model/Bounds.h"
+#include "model/NameIndex.h"
 #include "model/PointInfo.h"
 #include "platform/IO.h"
 
@@ -60,6 +61,7 @@ public:
     // Called once all names are complete.
     void finish();
 
+    IO* getFile() const noexcept { return m_file.get(); }
     std::uint32_t getFileVersion() const noexcept { return m_fileVersion; }
     std::int64_t getNumPoints() const noexcept { return m_numPoints; }
     std::uint32_t getNumLevels() const noexcept { return m_numLevels; }
@@ -74,7 +76,7 @@ public:
     std::vector<WaveletDecoderChannelInfo>& getChannels() noexcept { return m_channels; }
     const std::vector<WaveletDecoderChannelInfo>& getChannels() const noexcept { return m_channels; }
     const WaveletDecoderChannelInfo& getChannel(std::size_t index) const;
-    // The index of the whole channel of that name.
+    // By name, once finish() was called. The index of the whole channel of that name.
     std::optional<std::size_t> getChannel(const char* name) const;
     std::optional<SplitChannel> getSplitChannel(const char* name) const;
 
@@ -82,8 +84,8 @@ public:
     std::int64_t getNumSamples(std::uint32_t level) const noexcept;
     // The level at which a query at that fraction is decoded.
     std::uint32_t getLevel(double fraction) const noexcept;
-    // The ranges of points, at that level, that can lie in a box; sorted and apart. Nearby ranges are joined,
-    // since decoding works in whole subblocks.
+    // The ranges of points, at that level, that can lie in a box; sorted, apart and not empty. Nearby ranges
+    // are joined, since decoding works in whole subblocks.
     std::vector<PointRange> getPointRanges(std::uint32_t level, const Bounds& bounds) const;
 
     // The streams of one band of a channel, with the roles that its stretches play in this file.
@@ -97,12 +99,14 @@ public:
 private:
     explicit WaveletDecoderInfo(std::uint32_t fileVersion) : m_fileVersion(fileVersion) {}
 
+    void indexNames();
     void readBands(WaveletChunkReader& reader, std::int64_t& remaining);
     Bounds getIndexBounds() const;
     Bounds::Range getAxisBounds(const char* name, Bounds::Range Bounds::*axis) const;
     // Sorts the ranges and joins those that are no further apart than a subblock.
     void merge(std::vector<PointRange>& ranges) const;
 
+    Scoped<IO> m_file;
     std::uint32_t m_fileVersion;
     std::int64_t m_numPoints = 0;
     std::uint32_t m_numLevels = 1;
@@ -110,6 +114,9 @@ private:
     Bounds m_bounds;
     Scoped<RTree> m_index;
     std::vector<WaveletDecoderChannelInfo> m_channels;
+    // By name: those that are whole, and the parts of split ones under the name of the channel that they
+    // make.
+    NameIndex m_wholes, m_fractions, m_exponents, m_signs;
     std::uint32_t m_pointsPerEntry = 0;
     std::int64_t m_indexLength = 0;
     BandLayout m_bandLayout;

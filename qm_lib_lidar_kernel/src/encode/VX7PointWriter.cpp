@@ -21,7 +21,7 @@ namespace Quillmoran {
 namespace {
 
 constexpr std::size_t blockPoints = 65536;
-constexpr std::size_t smallestBlock = 4096; // for points of many channels
+constexpr std::size_t smallestBlock = 64; // for points of very many channels
 constexpr std::size_t mostBlockBytes = 16 << 20;
 // The coarsest level keeps at least as many points: previews want no fewer, and chunks cost bytes.
 constexpr std::int64_t coarsestPoints = 512;

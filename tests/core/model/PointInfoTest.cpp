@@ -1,5 +1,6 @@
 #include "model/PointInfo.h"
 #include "model/Bounds.h"
+#include "model/NameIndex.h"
 #include "model/PointData.h"
 #include "support/Errors.h"
 #include "support/Layouts.h"
@@ -133,6 +134,29 @@ TEST(Bounds, TellsTheShareOfABoxInsideAnother)
         EXPECT_EQ(Bounds::overlapFraction({whole, a, whole}, {whole, b, {0, 5}}), fraction * 0.5);
         EXPECT_EQ(Bounds::overlapFraction({whole, whole, a}, {{5, 9}, {5, 99}, b}), 0.4 * 0.5 * fraction);
     }
+}
+
+TEST(PointInfo, KeepsBlocksOfWidePointsSmall)
+{
+    PointInfo layout = layoutXYZ();
+    EXPECT_EQ(layout.getBlockPoints(1 << 20), 1u << 20);
+    EXPECT_EQ(layout.getBlockPoints(0), 1u);
+    for (int i = 0; i < 60000; ++i)
+        layout.append(channel("c", FLOAT64));
+    EXPECT_LE(layout.getBlockPoints(1 << 20) * layout.getPointSize(), 64u << 20);
+    EXPECT_EQ(PointInfo().getBlockPoints(7), 7u);
+}
+
+TEST(NameIndex, FindsTheFirstOfAName)
+{
+    const ChannelInfo nameless;
+    const PointInfo layout = layoutOf({channel("b", UINT8), nameless, channel("a", UINT8),
+                                       channel("b", UINT16), channel("", UINT8), channel("B", UINT8)});
+    const NameIndex index(layout);
+    for (const char* name : {"a", "b", "B", ""})
+        EXPECT_EQ(static_cast<int>(index.find(name).value()), layout.getChannelIndex(name)) << name;
+    for (const char* name : {"aa", "c", static_cast<const char*>(nullptr)})
+        EXPECT_FALSE(index.find(name));
 }
 
 } // namespace

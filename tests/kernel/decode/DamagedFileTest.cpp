@@ -3,6 +3,7 @@
 #include "framework/PointWriter.h"
 #include "platform/Base.h"
 #include "support/ByteStore.h"
+#include "support/Errors.h"
 #include "support/Random.h"
 #include "support/SampleCloud.h"
 
@@ -269,6 +270,52 @@ TEST(DamagedFile, DecodesMoreLevelsThanThePointsHave)
     plan.channels.resize(3);
     plan.numLevels = 3000;
     EXPECT_EQ(outcome(buildFile(plan)), "9 points");
+}
+
+// Eight channels whose few bytes say that they hold one subblock of 2^24 wide samples.
+TEST(DamagedFile, RefusesMoreMemoryThanItsSizeExplains)
+{
+    const auto decodeBlock = [](std::int64_t sample) {
+        FilePlan plan = SampleCloud::make(4, 7).toFile();
+        plan.numLevels = 1;
+        plan.channels.resize(3);
+        for (Testing::ChannelPlan& channel : plan.channels)
+            channel.integers.assign(4, 0);
+        for (int i = 0; i < 5; ++i)
+            plan.channels.push_back(
+                Testing::integerChannel("c" + std::to_string(i), SINT64, {0, 0, 0, sample}, 10));
+        for (Testing::ChannelPlan& channel : plan.channels) {
+            channel.subblockSize = 1 << 24;
+            channel.droppedPlanes = channel.type == SINT64 ? 40 : 0; // one plane is left, for speed
+        }
+        Bytes bytes = buildFile(plan);
+        constexpr std::size_t numPoints = 16 + 12 + 12 + 1; // behind preamble, headers of chunks and version
+        set(bytes, numPoints, 8, 1 << 24);
+        return Testing::failureOf([&] {
+            const Scoped<ByteStore> store(ByteStore::create(bytes));
+            const Scoped<VX7PointReader> reader(VX7PointReader::create());
+            reader->init(store.get());
+            const PointInfo& layout = reader->getPointInfo();
+            const Scoped<PointIterator> points(reader->createIterator(Bounds::Huge(), 1, layout, nullptr));
+            PointData block;
+            block.init(layout, 1000);
+            EXPECT_EQ(points->getNextPoints(block), 1000u);
+        });
+    };
+    EXPECT_EQ(decodeBlock(std::int64_t{1} << 40), "40203 bad read -- channel info");
+    EXPECT_EQ(decodeBlock(0), "no error"); // zeros need no memory
+}
+
+// In blocks of 16,384 points each of their points would take gigabytes, and names that are looked up one by
+// one minutes.
+TEST(DamagedFile, DecodesTensOfThousandsOfChannels)
+{
+    FilePlan plan = SampleCloud::make(2, 7).toFile();
+    plan.numLevels = 1;
+    plan.channels.resize(3);
+    for (int i = 0; i < 60000; ++i)
+        plan.channels.push_back(Testing::integerChannel("c" + std::to_string(i), UINT8, {0, 0}, 10));
+    EXPECT_EQ(outcome(buildFile(plan)), "2 points");
 }
 
 } // namespace

@@ -1,8 +1,10 @@
 #include "decode/SubbandSource.h"
 
+#include "decode/MemoryBudget.h"
 #include "decode/SubblockReader.h"
 #include "platform/Base.h"
 #include "support/ByteStore.h"
+#include "support/Errors.h"
 #include "support/ForwardWavelet.h"
 #include "support/Kernels.h"
 #include "support/Random.h"
@@ -66,6 +68,7 @@ public:
     }
 
     SubbandSource& root() { return *m_root; }
+    SubblockReader& reader() { return *m_reader; }
     const ByteStore& store() const { return *m_store; }
     // What the plain inverse gives: the original samples for integers, the nearest floats else.
     std::vector<T> expected() const
@@ -192,6 +195,43 @@ TEST(SubbandSource, SeeksBackwardsWithoutWalkingTheBandAgain)
     }
     // A walk of all 25,000 headers would take ten reads of the header stream alone.
     EXPECT_LT(chain.store().reads() - before, 100 * 6);
+}
+
+// As ranges of points do it that are a subblock apart: each begins a little before the end of the last one.
+TEST(SubbandSource, StepsBackWithoutWalking)
+{
+    Random random(2);
+    const std::size_t count = 200000;
+    std::vector<std::int32_t> samples(count);
+    for (auto& sample : samples)
+        sample = static_cast<std::int32_t>(random.between(-100, 100));
+    Chain<std::int32_t> chain(samples, 1, 1, 8, 64, false);
+    chain.root().begin(0);
+    const int before = chain.store().reads();
+    for (std::size_t position = 0; position < count; position += 12) {
+        chain.root().seek(static_cast<std::int64_t>(position));
+        ASSERT_EQ(chain.read(16), cut(samples, position, 16));
+    }
+    // The two streams once each take some forty reads of their buffers.
+    EXPECT_LT(chain.store().reads() - before, 200);
+}
+
+TEST(SubbandSource, TakesMemoryForPayloadsAlone)
+{
+    constexpr std::size_t subblockSize = 1024;
+    const auto failureWith = [](std::int16_t sample, std::uint64_t budgetBytes) {
+        Chain<std::int16_t> chain(std::vector<std::int16_t>(2 * subblockSize, sample), 90, 1, subblockSize,
+                                  64, true);
+        MemoryBudget budget(budgetBytes);
+        chain.reader().setBudget(&budget);
+        return Testing::failureOf([&] {
+            chain.root().begin(0);
+            EXPECT_EQ(chain.read(2 * subblockSize).size(), 2 * subblockSize);
+        });
+    };
+    EXPECT_EQ(failureWith(0, 100), "no error"); // the stream's buffer
+    EXPECT_EQ(failureWith(7, subblockSize * 2), "40203 bad read -- channel info");
+    EXPECT_EQ(failureWith(7, subblockSize * 2 + 200), "no error"); // one buffer serves both
 }
 
 TEST(SubbandSource, RefusesTypesThatAreNoKernel)
