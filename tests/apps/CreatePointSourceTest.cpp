@@ -65,6 +65,26 @@ TEST(FilePointSourceManager, RefusesWhatItCannotOpen)
               "No such file or directory path = " + directory / "a.index");
 }
 
+// Ten lists, each naming the next one sixty times: 60^9 files.
+TEST(FilePointSourceManager, RefusesListsThatMultiply)
+{
+    const TemporaryDirectory directory;
+    const auto nameOf = [&](int i) { return directory / ("l" + std::to_string(i) + ".list"); };
+    for (int i = 0; i < 10; ++i) {
+        std::string lines;
+        for (int line = 0; line < 60; ++line)
+            lines += i == 9 ? "a.las\n" : "l" + std::to_string(i + 1) + ".list\n";
+        writeFile(nameOf(i), lines);
+    }
+    const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
+    const std::string message = errorOf(-1, [&] { manager->addFile(nameOf(0).c_str()); });
+    EXPECT_EQ(message.rfind("list files name too many list files: ", 0), 0u) << message;
+    // Two levels of them are no more than somebody may want.
+    const Scoped<FilePointSourceManager> wide(FilePointSourceManager::create());
+    wide->addFile(nameOf(7).c_str());
+    EXPECT_EQ(wide->getNumSources(), 60u * 60 * 60);
+}
+
 TEST(FilePointSourceManager, OpensEachSourceOnce)
 {
     const TemporaryDirectory directory;

@@ -71,6 +71,10 @@ std::string trimmed(const char* line)
 }
 
 constexpr int maxListDepth = 16;
+// A list that names another one many times, which does the same, and so on, multiplies without end. So the
+// lists that lists name may add up to this much, each with its size and what it costs to open one.
+constexpr std::int64_t maxNestedListBytes = 16 << 20;
+constexpr std::int64_t nestedListBytes = 256;
 
 class DepthGuard
 {
@@ -212,6 +216,12 @@ void FilePointSourceManager::addListFile(const char* name)
     const DepthGuard guard(m_listDepth);
     if (m_listDepth > maxListDepth)
         QM_THROW(-1, "list files are nested too deeply: '%s'", name);
+    if (m_listDepth > 1) {
+        const std::int64_t bytes = file->size();
+        if (bytes > maxNestedListBytes - nestedListBytes - m_nestedListBytes)
+            QM_THROW(-1, "list files name too many list files: '%s'", name);
+        m_nestedListBytes += bytes + nestedListBytes;
+    }
     LineBuffer line;
     while (stream.get_str(line.text, line.capacity)) {
         const std::string entry = trimmed(line.text);

@@ -89,7 +89,8 @@ private:
 
     std::vector<FileInfo> m_files;
     Scoped<SimpleFileOpener> m_opener;
-    int m_listDepth = 0; // of the list files being read
+    int m_listDepth = 0;                // of the list files being read
+    std::int64_t m_nestedListBytes = 0; // of all lists that were named by lists
 };
 
 } // namespace Quillmoran
