@@ -6,6 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 mapfile -t targets < <(for source in fuzz/targets/*.cpp; do basename "$source" .cpp; done)
+scripts/dependencies.sh --all
 scripts/build.sh coverage "${targets[@]/#/replay_}" make_seeds
 build=build/coverage
 rm -rf "$build/seeds" "$build"/*.profraw

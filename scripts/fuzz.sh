@@ -23,6 +23,7 @@ done
 all() { for source in fuzz/targets/*.cpp; do basename "$source" .cpp; done; }
 [ ${#targets[@]} -gt 0 ] || mapfile -t targets < <(all)
 
+scripts/dependencies.sh --all
 scripts/build.sh fuzz "${targets[@]/#/fuzz_}" make_seeds
 build=build/fuzz
 "$build/make_seeds" "$build/seeds"
@@ -32,7 +33,6 @@ if [ -d ../shared/vectors/files ]; then
   find ../shared/vectors/files -name '*.vxl' -size "-${largest}c" -exec cp -f {} "$build/seeds/container" \;
 fi
 
-# At most this much of each target's inputs is committed.
 keep_inputs() {
   local target=$1 merged="$build/merged/$1"
   rm -rf "$merged" && mkdir -p "$merged"
@@ -41,10 +41,11 @@ keep_inputs() {
   mkdir -p "fuzz/corpus/$target"
   rm -f "fuzz/corpus/$target"/*
   # Small inputs first: they replay quickly, and most of what is covered is covered by them.
-  local bytes=0 size name
+  local bytes=0 size name most=80000
+  [ "$target" != container ] || most=1000000
   while read -r size name; do
+    [ $((bytes + size)) -le $most ] || break
     bytes=$((bytes + size))
-    [ $bytes -le $(($(all | wc -l) > 0 ? 1900000 / $(all | wc -l) : 0)) ] || break
     cp "$merged/$name" "fuzz/corpus/$target/"
   done < <(find "$merged" -type f -printf '%s %f\n' | sort -n)
   echo "$target: $(find "fuzz/corpus/$target" -type f | wc -l) inputs, $bytes bytes"

@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 
 preset=${1:-release}
 shift || true
-scripts/dependencies.sh
+if [ "$preset" = fuzz ]; then scripts/dependencies.sh --all; else scripts/dependencies.sh; fi
 scripts/build.sh "$preset"
 
 # A race or an overflow is a failure, whatever the test says.
