@@ -1,6 +1,7 @@
 #include "decode/SubbandSource.h"
 
 #include "decode/MemoryBudget.h"
+#include "decode/SubbandReader.h"
 #include "decode/SubblockReader.h"
 #include "platform/Base.h"
 #include "support/ByteStore.h"
@@ -197,23 +198,23 @@ TEST(SubbandSource, SeeksBackwardsWithoutWalkingTheBandAgain)
     EXPECT_LT(chain.store().reads() - before, 100 * 6);
 }
 
-// As ranges of points do it that are a subblock apart: each begins a little before the end of the last one.
-TEST(SubbandSource, StepsBackWithoutWalking)
+// Seeking back walks no more than a part of the band, and nothing when it is a few subblocks, as at the begin
+// of each range of points.
+TEST(SubblockCheckpoints, AreNearWhatWasRead)
 {
-    Random random(2);
-    const std::size_t count = 200000;
-    std::vector<std::int32_t> samples(count);
-    for (auto& sample : samples)
-        sample = static_cast<std::int32_t>(random.between(-100, 100));
-    Chain<std::int32_t> chain(samples, 1, 1, 8, 64, false);
-    chain.root().begin(0);
-    const int before = chain.store().reads();
-    for (std::size_t position = 0; position < count; position += 12) {
-        chain.root().seek(static_cast<std::int64_t>(position));
-        ASSERT_EQ(chain.read(16), cut(samples, position, 16));
+    constexpr std::uint64_t count = 1000000;
+    constexpr std::size_t latest = 30;
+    SubblockCheckpoints places;
+    places.reset({0, 100, 7, 0}, latest);
+    for (std::uint64_t i = 1; i <= count; ++i)
+        places.offer({i, static_cast<std::int64_t>(100 + 6 * i), 7, 0});
+    for (std::uint64_t i = 0; i < latest; ++i)
+        ASSERT_EQ(places.before(count - i).subblock, count - i);
+    for (std::uint64_t i = 0; i < count; i += 997) {
+        const std::uint64_t found = places.before(i).subblock;
+        ASSERT_LE(found, i);
+        ASSERT_GE(found + count / 100, i);
     }
-    // The two streams once each take some forty reads of their buffers.
-    EXPECT_LT(chain.store().reads() - before, 200);
 }
 
 TEST(SubbandSource, TakesMemoryForPayloadsAlone)
