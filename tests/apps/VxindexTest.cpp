@@ -8,7 +8,6 @@
 #include <csignal>
 #include <iterator>
 #include <sstream>
-#include <thread>
 
 namespace Quillmoran {
 namespace {
@@ -167,7 +166,16 @@ TEST_F(Vxindex, ExplainsWhatItCannotDo)
         {"-o t.index -u tiles", "No such file or directory path = t.index"},
         {"-o old.index -u tiles", "Input/output error: failed reading: version"},
         {"-o t.index tiles old.index", "unsupported input file format 'old.index'"},
+        {"-o link.index tiles", "the output 'link.index' is the input file"},
+        {"-o hard.index all.list", "the output 'hard.index' is the input file"},
+        {"-o list.index all.list", "the output 'list.index' is the input file"},
+        {"-o t.index tiles -overview over.las -createOverview", "the output 'over.las' is the input file"},
     };
+    directory.file("all.list", "tiles/a.vxl\n");
+    std::filesystem::create_symlink("tiles/a.vxl", directory / "link.index");
+    for (const auto& [name, link] :
+         {std::pair("tiles/a.vxl", "hard.index"), {"tiles/a.vxl", "over.las"}, {"all.list", "list.index"}})
+        std::filesystem::create_hard_link(directory / name, directory / link);
     for (const auto& [arguments, error] : cases) {
         const Result result = run(arguments);
         EXPECT_EQ(result.status, 1) << arguments;
@@ -191,15 +199,7 @@ TEST_F(Vxindex, KeepsTheOldIndexAtAnInterrupt)
     directory.file("tiles/b.txt", lines);
     directory.file("all.list", "tiles/a.vxl\ntiles/b.txt\ntiles/c.vxl\n");
     Program program = start("-o t.index -p xyz all.list");
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (program.output().find("33.34%") == std::string::npos &&
-           std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    program.signal(SIGINT);
-    const Result result = program.wait();
-    EXPECT_EQ(result.errors,
-              "\nInterrupt detected.  Shutting down application...\nError: operation cancelled.\n");
-    EXPECT_EQ(result.status, 1);
+    program.interrupt("33.34%", SIGINT);
     EXPECT_EQ(readFile(directory / "t.index"), before);
     for (const auto& file : std::filesystem::directory_iterator(directory.path()))
         EXPECT_NE(file.path().extension(), ".part");

@@ -30,7 +30,7 @@ public:
         const auto length = static_cast<std::int64_t>(m_bytes.size());
         if (offset < 0 || offset >= length)
             return 0;
-        const std::size_t got = std::min(count, static_cast<std::size_t>(length - offset));
+        const std::size_t got = std::min({count, static_cast<std::size_t>(length - offset), m_mostMoved});
         std::memcpy(buffer, m_bytes.data() + offset, got);
         return got;
     }
@@ -38,7 +38,7 @@ public:
     {
         ++m_writes;
         const auto at = static_cast<std::size_t>(offset);
-        const std::size_t taken = std::min(count, m_capacity - std::min(at, m_capacity));
+        const std::size_t taken = std::min({count, m_capacity - std::min(at, m_capacity), m_mostMoved});
         m_bytes.resize(std::max(m_bytes.size(), at + taken));
         if (taken != 0)
             std::memcpy(m_bytes.data() + at, buffer, taken);
@@ -56,6 +56,8 @@ public:
     bool unlinked() const { return m_unlinked; }
     // Writes beyond this many bytes are short.
     void setCapacity(std::size_t bytes) { m_capacity = bytes; }
+    // No call moves more, so that most are short.
+    void setMostMoved(std::size_t bytes) { m_mostMoved = bytes; }
 
 private:
     explicit ByteStore(std::vector<std::uint8_t> bytes) : m_bytes(std::move(bytes)) {}
@@ -66,6 +68,7 @@ private:
     mutable std::atomic<int> m_writes{0};
     bool m_unlinked = false;
     std::size_t m_capacity = SIZE_MAX;
+    std::size_t m_mostMoved = SIZE_MAX;
 };
 
 } // namespace Quillmoran::Testing

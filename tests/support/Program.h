@@ -3,12 +3,14 @@
 
 #include "support/TemporaryDirectory.h"
 
+#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <spawn.h>
 #include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -46,6 +48,21 @@ public:
     // What it has printed so far.
     std::string output() const { return readFile(m_output); }
     void signal(int number) const { ::kill(m_process, number); }
+
+    // Sends a signal as soon as the program has printed a text, and expects it to end as it should then.
+    Result interrupt(const std::string& text, int number)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (output().find(text) == std::string::npos && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        signal(number);
+        Result result = wait();
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.errors.rfind("\nInterrupt detected.  Shutting down application...\nError: ", 0), 0u)
+            << result.errors;
+        EXPECT_NE(result.errors.find("peration cancelled.\n"), std::string::npos) << result.errors;
+        return result;
+    }
 
     Result wait()
     {

@@ -5,6 +5,7 @@
 #include "info/PointCheck.h"
 #include "info/TextReport.h"
 #include "utils/PointScan.h"
+#include "utils/Program.h"
 #include "utils/ThreadPool.h"
 #include "utils/Utils.h"
 
@@ -76,8 +77,7 @@ bool Inspector::run()
         if (json)
             std::printf("\n]\n");
     });
-    if (std::fflush(stdout) != 0 || std::ferror(stdout))
-        QM_THROW(-1, "cannot write the report");
+    Utils::finishReport();
     return m_allSound;
 }
 

@@ -7,6 +7,7 @@
 #include "pack/PackOptions.h"
 #include "pack/PackReport.h"
 #include "platform/Base.h"
+#include "utils/Program.h"
 #include "utils/ThreadPool.h"
 #include "utils/Utils.h"
 
@@ -55,6 +56,7 @@ void Packer::parse(int argc, const char* const* argv)
 
 void Packer::run()
 {
+    Utils::ignoreBrokenPipes();
     ThreadPool pool(m_cmdLine.isPresent("numThreads") ? m_cmdLine.getUint("numThreads") : 0);
     pool.execute([this] { pack(); });
 }

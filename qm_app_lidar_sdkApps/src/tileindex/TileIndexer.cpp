@@ -6,6 +6,7 @@
 #include "platform/Base.h"
 #include "tileindex/TileReport.h"
 #include "utils/PersistentPointSourceWriter.h"
+#include "utils/Program.h"
 #include "utils/Summary.h"
 #include "utils/ThreadPool.h"
 #include "utils/Utils.h"
@@ -86,10 +87,12 @@ void TileIndexer::report() const
     const Scoped<PersistentPointSourceManager> index(PersistentPointSourceManager::create());
     index->init(m_cmdLine.getString("index"), m_opener.get());
     TileReport(index->getTileSet(), m_cmdLine.getFlag("check") ? m_opener.get() : nullptr).print(stdout);
+    Utils::finishReport();
 }
 
 void TileIndexer::build() const
 {
+    Utils::ignoreBrokenPipes();
     const char* index = m_cmdLine.getString("index");
     const Scoped<PersistentPointSourceWriter> writer(PersistentPointSourceWriter::create());
     if (m_cmdLine.getFlag("update"))
@@ -127,6 +130,17 @@ std::vector<QMFileSpec> TileIndexer::collectInputs() const
     return inputs;
 }
 
+// What is written must not take the place of what is described. An index among the inputs is no tile.
+void TileIndexer::refuseInputs(const std::vector<QMFileSpec>& inputs) const
+{
+    std::size_t count = 0;
+    const char* const* names = m_cmdLine.getStringArray("inputFile", count);
+    for (std::size_t i = 0; i < count; ++i) // a list is no tile, but read
+        Utils::refuseSameFile(names[i], m_cmdLine.getString("index"));
+    for (const QMFileSpec& input : inputs)
+        Utils::refuseSameFile(input.c_str(), m_cmdLine.getString("index"));
+}
+
 TileIndexer::Changes TileIndexer::updateTiles(PersistentPointSourceWriter& writer,
                                               ProgressDelegate& delegate) const
 {
@@ -134,6 +148,7 @@ TileIndexer::Changes TileIndexer::updateTiles(PersistentPointSourceWriter& write
     if (writer.getOverview())
         files.push_back(writer.getOverview()->tile.path);
     const std::vector<QMFileSpec> inputs = collectInputs();
+    refuseInputs(inputs);
     files.insert(files.end(), inputs.begin(), inputs.end());
     delegate.setTotal(static_cast<double>(files.size()));
 
@@ -192,6 +207,8 @@ void TileIndexer::createOverview(PersistentPointSourceWriter& writer, ProgressDe
     // The tiles are read through the index, as its users read them. An overview of before is not to be read.
     writer.removeOverview(false);
     writer.remove(file);
+    for (const QMFileSpec& tile : writer.getFiles())
+        Utils::refuseSameFile(tile.c_str(), file);
     writer.write(m_cmdLine.getString("index"));
     const Scoped<PointSource> tiles = openIndex();
     const Scoped<LASPointWriter> points(LASPointWriter::create());

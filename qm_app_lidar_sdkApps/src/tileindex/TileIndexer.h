@@ -33,6 +33,7 @@ private:
     void report() const;
     void printSummary() const;
     std::vector<QMFileSpec> collectInputs() const;
+    void refuseInputs(const std::vector<QMFileSpec>& inputs) const;
     Changes updateTiles(PersistentPointSourceWriter& writer, ProgressDelegate& delegate) const;
     void configure(PersistentPointSourceWriter& writer) const;
     void setOverview(PersistentPointSourceWriter& writer) const;

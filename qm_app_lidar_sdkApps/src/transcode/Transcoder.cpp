@@ -5,6 +5,7 @@
 #include "pdal/PDALFormats.h"
 #include "platform/Base.h"
 #include "text/TXTPointWriter.h"
+#include "utils/Program.h"
 #include "utils/Summary.h"
 #include "utils/ThreadPool.h"
 #include "utils/Utils.h"
@@ -58,6 +59,7 @@ void Transcoder::parse(int argc, const char* const* argv)
 
 void Transcoder::run()
 {
+    Utils::ignoreBrokenPipes();
     ThreadPool pool(m_cmdLine.isPresent("numThreads") ? m_cmdLine.getUint("numThreads") : 0);
     pool.execute([this] { transcode(); });
 }

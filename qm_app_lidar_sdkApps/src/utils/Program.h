@@ -9,4 +9,10 @@ namespace Quillmoran::Utils {
 // "Error: ..." on standard error; here and nowhere else are exceptions caught for good.
 int runProgram(const std::function<bool()>& run);
 
+// For programs that write files: what they print can be read by a program that ends before.
+void ignoreBrokenPipes();
+
+// Ends a report on standard output: -1 "cannot write the report" when some of it was lost.
+void finishReport();
+
 } // namespace Quillmoran::Utils

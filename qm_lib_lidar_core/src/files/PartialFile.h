@@ -10,20 +10,27 @@ namespace Quillmoran {
 class QM_API PartialFile
 {
 public:
-    // What a link leads to is replaced, not the link. A device or a pipe is written to directly. The system's
-    // error when a file of that name may not be written.
+    // Makes an empty file, one that nobody else writes, with the permissions of the one that it will replace.
+    // What a link leads to is replaced, not the link. A device or a pipe is written to directly, and so is an
+    // existing file in a directory that takes no others. The system's error when a file of that name may not
+    // be written.
     explicit PartialFile(const QMFileSpec& final);
     // Removes what was written unless it was finished.
     ~PartialFile();
     PartialFile(const PartialFile&) = delete;
     PartialFile& operator=(const PartialFile&) = delete;
 
-    // Where to write. The file is not created here.
+    // Where to write.
     const QMFileSpec& path() const noexcept { return m_path; }
     // Puts the complete file in its place.
     void finish();
+    // There is nothing to write: neither this file nor an older one is left.
+    void finishWithoutFile();
 
 private:
+    // False when the directory takes no new files.
+    bool createBeside(unsigned permissions);
+
     QMFileSpec m_final;
     QMFileSpec m_path;
     bool m_isDirect = false;

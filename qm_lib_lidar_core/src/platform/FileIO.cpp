@@ -2,6 +2,7 @@
 
 #include "platform/Base.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -26,17 +27,24 @@ int openFlags(const char* mode)
 }
 
 // Only a regular file is ever removed: an output given as a device or a pipe is not ours to delete. A link
-// stays, too, but what it leads to is emptied.
+// stays, too, but what it leads to is emptied, and so is a file in a directory that may not be changed.
 void remove(const char* path) noexcept
 {
     struct stat64 own, target;
-    if (lstat64(path, &own) != 0)
+    if (lstat64(path, &own) != 0 || (S_ISREG(own.st_mode) && ::unlink(path) == 0))
         return;
-    if (S_ISREG(own.st_mode))
-        ::unlink(path);
-    else if (S_ISLNK(own.st_mode) && stat64(path, &target) == 0 && S_ISREG(target.st_mode) &&
-             ::truncate64(path, 0) != 0)
+    if (stat64(path, &target) == 0 && S_ISREG(target.st_mode) && ::truncate64(path, 0) != 0)
         return; // nothing more can be done in a destructor
+}
+
+// A signal with a handler can interrupt a call before it has done anything.
+template <class Call>
+auto uninterrupted(Call call)
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
 }
 
 } // namespace
@@ -119,7 +127,7 @@ std::size_t FileIO::Imp::pread(std::int64_t offset, void* buffer, std::size_t co
     // The system refuses such a read; a file cannot reach that far, so it is one past the end.
     if (offset >= 0 && count > static_cast<std::uint64_t>(INT64_MAX - offset))
         return 0;
-    const ssize_t moved = ::pread64(m_descriptor, buffer, count, offset);
+    const ssize_t moved = uninterrupted([&] { return ::pread64(m_descriptor, buffer, count, offset); });
     if (moved < 0)
         QM_THROW_OS(m_path.c_str());
     return static_cast<std::size_t>(moved);
@@ -127,7 +135,7 @@ std::size_t FileIO::Imp::pread(std::int64_t offset, void* buffer, std::size_t co
 
 std::size_t FileIO::Imp::pwrite(std::int64_t offset, const void* buffer, std::size_t count) const
 {
-    const ssize_t moved = ::pwrite64(m_descriptor, buffer, count, offset);
+    const ssize_t moved = uninterrupted([&] { return ::pwrite64(m_descriptor, buffer, count, offset); });
     if (moved < 0)
         QM_THROW_OS(m_path.c_str());
     return static_cast<std::size_t>(moved);
@@ -144,7 +152,7 @@ std::int64_t FileIO::Imp::size() const
 
 void FileIO::Imp::truncate(std::int64_t length)
 {
-    if (::ftruncate64(m_descriptor, length) != 0)
+    if (uninterrupted([&] { return ::ftruncate64(m_descriptor, length); }) != 0)
         QM_THROW_OS(m_path.c_str());
 }
 

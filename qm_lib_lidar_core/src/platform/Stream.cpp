@@ -13,7 +13,7 @@ Stream::~Stream()
         return;
     try {
         m_io->close();
-    } catch (const Error&) {
+    } catch (...) {
         // The owner closes first where the result of closing matters.
     }
 }
@@ -123,14 +123,20 @@ std::size_t StreamReader::read(void* buffer, std::size_t count)
     m_current = m_limit;
     const std::size_t rest = count - buffered;
     if (rest < m_bufferSize) {
-        const std::size_t taken = std::min(rest, fill());
-        std::memcpy(out + buffered, m_current, taken);
-        m_current += taken;
+        // A store may give less than there is; only nothing is the end.
+        std::size_t taken = 0, got = 0;
+        do {
+            got = fill();
+            const std::size_t next = std::min(rest - taken, got);
+            std::memcpy(out + buffered + taken, m_current, next);
+            m_current += next;
+            taken += next;
+        } while (taken < rest && got != 0);
         return buffered + taken;
     }
     // The bytes go straight to the caller; what is buffered no longer ends at the position.
     m_current = m_limit = m_buffer.get();
-    const std::size_t got = m_io->pread(m_position, out + buffered, rest);
+    const std::size_t got = readFully(*m_io, m_position, out + buffered, rest);
     m_position += static_cast<std::int64_t>(got);
     return buffered + got;
 }
@@ -191,8 +197,7 @@ void StreamWriter::close(bool flush)
 
 void StreamWriter::writeAll(const unsigned char* bytes, std::size_t count)
 {
-    if (m_io->pwrite(m_position, bytes, count) != count)
-        QM_THROW(40002, "write error");
+    writeFully(*m_io, m_position, bytes, count);
     m_position += static_cast<std::int64_t>(count);
 }
 
@@ -233,9 +238,15 @@ std::size_t StreamWriter::write(const void* buffer, std::size_t count)
         m_current += rest;
         return count;
     }
-    const std::size_t moved = m_io->pwrite(m_position, bytes + room, rest);
-    m_position += static_cast<std::int64_t>(moved);
-    return room + moved;
+    std::size_t done = room;
+    while (done < count) {
+        const std::size_t moved = m_io->pwrite(m_position, bytes + done, count - done);
+        if (moved == 0)
+            break;
+        m_position += static_cast<std::int64_t>(moved);
+        done += moved;
+    }
+    return done;
 }
 
 bool StreamWriter::put_str(const char* text, std::size_t length)
@@ -279,7 +290,7 @@ bool StreamWriter::copy(IO* io, std::int64_t offset, std::int64_t length)
         {
             try {
                 io->close();
-            } catch (const Error&) {
+            } catch (...) {
                 // Nothing was written through this store.
             }
         }

@@ -2,7 +2,8 @@
 // streams may share one IO.
 //
 // Reads never throw for a short count: the caller compares the count and reports the field it was reading.
-// Writes throw 40002 "write error" when the store takes fewer bytes than given.
+// A store may move fewer bytes than asked for; the rest follows. Writes throw 40002 "write error" when it
+// takes none.
 #pragma once
 
 #include "platform/Base.h"

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstring>
 #include <type_traits>
+#include <utility>
 
 namespace Quillmoran {
 
@@ -81,6 +82,7 @@ void TXTPointWriter::init(PointSource* source, IO* io, const PointInfo& fields)
             names.emplace_back(name);
     }
     m_names = std::move(names);
+    m_path.clear();
     m_stream.init(io, false, streamBufferSize);
 }
 
@@ -93,9 +95,8 @@ void TXTPointWriter::init(PointSource* source, IO* io, const char* format)
 
 void TXTPointWriter::init(PointSource* source, const char* path, const PointInfo& fields)
 {
-    const Scoped<FileIO::Imp> io(FileIO::create());
-    io->init(path, "w");
-    init(source, io.get(), fields);
+    init(source, static_cast<IO*>(nullptr), fields);
+    m_path = path;
 }
 
 void TXTPointWriter::init(PointSource* source, const char* path, const char* format)
@@ -159,9 +160,20 @@ void TXTPointWriter::writeBegin(const PointInfo& layout)
     m_textUsed = 0;
     m_text = makeBuffer<char>(m_textSize);
 
+    openOutput();
+    writeHeader();
+}
+
+void TXTPointWriter::openOutput()
+{
+    if (!m_path.empty()) {
+        m_partial.emplace(m_path.c_str());
+        const Scoped<FileIO::Imp> file(FileIO::create());
+        file->init(m_partial->path().c_str(), "w");
+        m_stream.init(file.get(), false, streamBufferSize);
+    }
     m_stream.open(streamBufferSize);
     m_begun = true;
-    writeHeader();
 }
 
 std::size_t TXTPointWriter::longestLine() const noexcept
@@ -229,22 +241,34 @@ void TXTPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
     else
         flushText();
     m_stream.close(!nothing);
+    if (m_partial && nothing)
+        m_partial->finishWithoutFile();
+    else if (m_partial)
+        m_partial->finish();
     m_begun = false;
     m_text.reset();
+    releaseFile();
 }
 
 void TXTPointWriter::writeAborted() noexcept
 {
     // What was never opened is untouched; a file that was there before is not ours to remove.
-    if (!m_begun)
-        return;
-    m_begun = false;
     try {
-        m_stream.getIO()->unlink();
-        m_stream.close(false);
+        if (std::exchange(m_begun, false)) {
+            m_stream.getIO()->unlink();
+            m_stream.close(false);
+        }
     } catch (...) {
         // The failure that brought us here is the one to report.
     }
+    releaseFile();
+}
+
+void TXTPointWriter::releaseFile()
+{
+    if (!m_path.empty())
+        m_stream.init(nullptr, false, streamBufferSize);
+    m_partial.reset();
 }
 
 } // namespace Quillmoran

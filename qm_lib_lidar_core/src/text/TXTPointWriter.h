@@ -6,11 +6,13 @@
 // kind.
 #pragma once
 
+#include "files/PartialFile.h"
 #include "framework/PointWriter.h"
 #include "platform/Stream.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,8 +24,8 @@ public:
     static TXTPointWriter* create();
 
     // One column per channel of `fields` that the source has, in that order; a channel named twice gives two
-    // columns. The format is a text of field letters (see FieldFormat.h). Nothing is written, nor is the file
-    // created, before write() begins.
+    // columns. The format is a text of field letters (see FieldFormat.h). Nothing is written, nor is a file
+    // created, before write() begins; a file takes its name when it is complete.
     void init(PointSource* source, IO* io, const PointInfo& fields);
     void init(PointSource* source, IO* io, const char* format);
     void init(PointSource* source, const char* path, const PointInfo& fields);
@@ -59,9 +61,13 @@ private:
     static Formatter getWriter(const ChannelInfo& channel);
     // Bytes that a line can take at most.
     std::size_t longestLine() const noexcept;
+    void openOutput();
     void writeHeader();
     void flushText();
+    void releaseFile();
 
+    std::string m_path;                   // empty when the caller gave the store
+    std::optional<PartialFile> m_partial; // of the path, while writing
     StreamWriter m_stream;
     bool m_begun = false; // the output was opened and is not complete
     std::vector<std::string> m_names;

@@ -88,9 +88,10 @@ void LASPointWriter::chooseColumns(const PointInfo& layout)
 
 void LASPointWriter::openOutput(const std::vector<unsigned char>& records)
 {
-    const Scoped<FileIO::Imp> output(FileIO::create());
-    output->init(m_path.c_str(), "w");
     try {
+        m_partial.emplace(m_path.c_str());
+        const Scoped<FileIO::Imp> output(FileIO::create());
+        output->init(m_partial->path().c_str(), "w");
         output->open();
         m_output = output;
         writeBytes(0, m_header.write());
@@ -169,6 +170,7 @@ void LASPointWriter::countReturns(const LASRecordQueue::Slice& slice)
 void LASPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
 {
     if (count == 0 && bounds == Bounds::Huge()) {
+        m_partial->finishWithoutFile();
         writeAborted();
         return;
     }
@@ -182,10 +184,12 @@ void LASPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
     try {
         writeBytes(0, m_header.write());
         m_output->close();
+        m_partial->finish();
     } catch (const Error&) {
         QM_THROW(40601, "Unable to update header");
     }
     m_output.reset();
+    m_partial.reset();
 }
 
 void LASPointWriter::completeHeader()
@@ -218,6 +222,7 @@ void LASPointWriter::writeAborted() noexcept
     if (m_output)
         m_output->unlink();
     m_output.reset();
+    m_partial.reset();
 }
 
 } // namespace Quillmoran

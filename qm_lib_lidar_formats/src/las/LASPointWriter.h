@@ -4,6 +4,7 @@
 // outputs.
 #pragma once
 
+#include "files/PartialFile.h"
 #include "framework/PointWriter.h"
 #include "las/LASFields.h"
 #include "las/LASFileHead.h"
@@ -13,6 +14,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,8 +27,8 @@ public:
 
     static LASPointWriter* create();
 
-    // Nothing is touched before write() begins. Any other version than -1 is written as it is: 0 gives the
-    // version fields 0 and 0.
+    // Nothing is touched before write() begins, and the file takes its name when it is complete. Any other
+    // version than -1 is written as it is: 0 gives the version fields 0 and 0.
     void init(PointSource* source, const char* path, FileVersion version);
     // LAZ in place of LAS.
     void setWriteLAZ(bool laz) { m_writeLAZ = laz; }
@@ -90,7 +92,8 @@ private:
     Summary m_summary;
     std::uint64_t m_total = 0; // points
     bool m_warned = false;     // that a coordinate does not fit
-    Scoped<FileIO::Imp> m_output;
+    std::optional<PartialFile> m_partial;
+    Scoped<FileIO::Imp> m_output;            // before m_partial goes
     std::unique_ptr<LASRecordQueue> m_queue; // before m_output goes
 };
 

@@ -83,21 +83,24 @@ void PDALPointWriter::chooseColumns(const PointInfo& layout)
 void PDALPointWriter::openOutput()
 {
     const Scoped<FileIO::Imp> file(FileIO::create());
-    file->init(m_path.c_str(), "+w");
     try {
+        m_partial.emplace(m_path.c_str());
+        file->init(m_partial->path().c_str(), "+w");
         file->open();
     } catch (const Error&) {
         QM_THROW(40610, "Unable to create output %s.", m_path.c_str());
     }
-    // The header is written last; a pipe or a device cannot go back to it, and is not ours to remove.
-    if (!std::filesystem::is_regular_file(m_path))
+    // The header is written last; a pipe or a device cannot go back to it, and is not ours to remove. A link
+    // can lead to where PDAL does not read the name as it is.
+    const std::string path = m_partial->path().c_str();
+    if (!std::filesystem::is_regular_file(path) || path.find('#') != std::string::npos)
         QM_THROW(40610, "Unable to create output %s.", m_path.c_str());
     m_file = file;
     std::vector<std::string> dimensions;
     for (const Column& column : m_columns)
         dimensions.push_back(column.dimension);
     const double scales[] = {m_columns[0].scale, m_columns[1].scale, m_columns[2].scale};
-    m_output = std::make_unique<PDALBPFOutput>(m_path.c_str(), dimensions, scales, getSrc()->getWKT());
+    m_output = std::make_unique<PDALBPFOutput>(path.c_str(), dimensions, scales, getSrc()->getWKT());
 }
 
 void PDALPointWriter::chooseOrigins(const PointData& block, std::size_t count)
@@ -161,6 +164,7 @@ void PDALPointWriter::writePoints(const PointData& block, std::size_t count, Pro
 void PDALPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
 {
     if (count == 0 && bounds == Bounds::Huge()) {
+        m_partial->finishWithoutFile();
         writeAborted();
         return;
     }
@@ -168,7 +172,9 @@ void PDALPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
     m_output.reset();
     completeFile();
     m_file->close();
+    m_partial->finish();
     m_file.reset();
+    m_partial.reset();
 }
 
 void PDALPointWriter::completeFile()
@@ -196,6 +202,7 @@ void PDALPointWriter::writeAborted() noexcept
     if (m_file)
         m_file->unlink();
     m_file.reset();
+    m_partial.reset();
 }
 
 } // namespace Quillmoran

@@ -5,12 +5,14 @@
 // integers) is stored as its distance from an origin near the first point.
 #pragma once
 
+#include "files/PartialFile.h"
 #include "framework/PointWriter.h"
 #include "pdal/PDALBPFOutput.h"
 #include "pdal/PDALDimensions.h"
 #include "platform/FileIO.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -63,7 +65,8 @@ private:
     std::vector<std::vector<double>> m_values; // of one view, per column
     std::int64_t m_total = 0;                  // points
     bool m_warned = false;                     // of the coordinate system
-    Scoped<FileIO::Imp> m_file;
+    std::optional<PartialFile> m_partial;
+    Scoped<FileIO::Imp> m_file; // before m_partial goes
     std::unique_ptr<PDALBPFOutput> m_output;
 };
 

@@ -10,7 +10,6 @@
 #include "platform/FileIO.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <optional>
 #include <set>
 #include <string>
@@ -75,26 +74,17 @@ public:
         m_partial.emplace(path.c_str());
         const Scoped<FileIO::Imp> file(FileIO::create());
         file->init(m_partial->path().c_str(), "w");
-        try {
-            file->open();
-        } catch (const Error& error) {
-            // The user knows the file by its final name.
-            errno = error.error();
-            QM_THROW_OS(path.c_str());
-        }
         m_io = Scoped<IO>::retained(file.get());
-        m_isOpen = true;
     }
     ~OutputFile()
     {
         if (m_isBegun && !m_isFinished)
             m_io->unlink();
-        close();
     }
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    // Until then a caller's store is untouched.
+    // Until then a caller's store is untouched, and so is a file that is written directly.
     IO* begin() noexcept
     {
         m_isBegun = true;
@@ -102,23 +92,14 @@ public:
     }
     void finish()
     {
-        close();
         if (m_partial)
             m_partial->finish();
         m_isFinished = true;
     }
 
 private:
-    void close()
-    {
-        if (m_isOpen)
-            m_io->close();
-        m_isOpen = false;
-    }
-
     std::optional<PartialFile> m_partial;
     Scoped<IO> m_io;
-    bool m_isOpen = false;
     bool m_isBegun = false;
     bool m_isFinished = false;
 };
@@ -184,8 +165,8 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
     const std::unique_ptr<PointEncoder> encoder = encode(bounds, fraction, layout, delegate);
     addPointCount(encoder->getNumPoints());
     writeChunks(output.begin(), *encoder);
-    output.finish();
     summarise(*encoder);
+    output.finish();
     return encoder->getNumPoints();
 }
 

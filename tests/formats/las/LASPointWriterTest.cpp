@@ -406,7 +406,7 @@ TEST_F(LASWriting, LeavesNothingBehindWhenItFails)
         EXPECT_EQ(Testing::failureOf(
                       [&] { writer->write(Bounds::Huge(), 1, source->getPointInfo(), &cancelling); }),
                   "40006 LAS Write operation cancelled.");
-        EXPECT_FALSE(std::filesystem::exists(path));
+        EXPECT_EQ(Testing::readFile(path), "precious");
 
         const Scoped<LASPointWriter> full(LASPointWriter::create());
         full->init(source.get(), "/dev/full", -1);
@@ -421,7 +421,9 @@ TEST_F(LASWriting, LeavesNothingBehindWhenItFails)
     failing->setChunckSize(1);
     EXPECT_EQ(Testing::failureOf([&] { failing->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
               "40000 test");
-    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_EQ(Testing::readFile(path), "precious");
+    std::filesystem::remove(path);
+    EXPECT_TRUE(directory.isEmpty());
 }
 
 } // namespace

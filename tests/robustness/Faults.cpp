@@ -1,0 +1,295 @@
+#include "robustness/Faults.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <link.h>
+#include <new>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Quillmoran::Testing {
+
+namespace {
+
+std::atomic<bool> armed{false}, areSpared{false};
+Fault chosen{Call::Open, 0, 0};
+std::array<std::atomic<long>, numCalls> counts;
+std::atomic<bool> hasHappened{false};
+char directory[4096];                       // without std::string: operator new looks here
+std::array<std::atomic<bool>, 4096> isOurs; // by descriptor
+
+// Counts a call; true when it is to fail.
+bool fails(Call call)
+{
+    const long number = ++counts[static_cast<std::size_t>(call)];
+    // A full disk behind a network tells so again when the file is closed.
+    const bool again =
+        chosen.lasts && (call == chosen.call ? number > chosen.at
+                                             : call == Call::Close && chosen.error == ENOSPC && hasHappened);
+    const bool now = chosen.at != 0 && (again || (call == chosen.call && number == chosen.at));
+    if (now)
+        hasHappened = true;
+    if (now && chosen.error > 0)
+        errno = chosen.error;
+    return now;
+}
+
+bool concerns(const char* path)
+{
+    return armed && std::strncmp(path, directory, std::strlen(directory)) == 0;
+}
+
+bool concerns(int descriptor)
+{
+    return armed && descriptor >= 0 && static_cast<std::size_t>(descriptor) < isOurs.size() &&
+           isOurs[static_cast<std::size_t>(descriptor)];
+}
+
+int opened(int descriptor)
+{
+    if (descriptor >= 0 && static_cast<std::size_t>(descriptor) < isOurs.size())
+        isOurs[static_cast<std::size_t>(descriptor)] = true;
+    return descriptor;
+}
+
+template <class Function>
+Function* systems(const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// Where a library lies in memory.
+struct Library
+{
+    const char* name;
+    std::uintptr_t begin = 0, end = 0;
+
+    bool holds(const void* caller) const
+    {
+        const auto address = reinterpret_cast<std::uintptr_t>(caller);
+        return address >= begin && address < end;
+    }
+};
+// LASzip destroys objects that its failing allocations have left half made, which ends the process.
+Library laszip{"liblaszip"};
+// Its XALLOC stands above malloc, which must not fail for those that do not expect it.
+Library core{"libqm_lib_lidar_core"};
+
+int findLibraries(dl_phdr_info* loaded, std::size_t, void*)
+{
+    for (Library* library : {&laszip, &core}) {
+        if (!std::strstr(loaded->dlpi_name, library->name))
+            continue;
+        library->begin = loaded->dlpi_addr;
+        for (int i = 0; i < loaded->dlpi_phnum; ++i)
+            library->end =
+                std::max<std::uintptr_t>(library->end, loaded->dlpi_addr + loaded->dlpi_phdr[i].p_vaddr +
+                                                           loaded->dlpi_phdr[i].p_memsz);
+    }
+    return 0;
+}
+
+void* allocate(std::size_t size, const void* caller)
+{
+    if (armed && !areSpared && !laszip.holds(caller) && fails(Call::Allocate))
+        return nullptr;
+    return std::malloc(size != 0 ? size : 1);
+}
+
+bool failsForCore(const void* caller)
+{
+    return armed && !areSpared && core.holds(caller) && fails(Call::Allocate);
+}
+
+void* allocateOrThrow(std::size_t size, const void* caller)
+{
+    void* const block = allocate(size, caller);
+    if (!block)
+        throw std::bad_alloc();
+    return block;
+}
+
+// The count of bytes to move: 0 at an end of file that comes too early, -1 for an error.
+std::ptrdiff_t countMoved(int descriptor, Call call, std::size_t count)
+{
+    if (!concerns(descriptor) || !fails(call))
+        return static_cast<std::ptrdiff_t>(count);
+    if (chosen.error == shortTransfer)
+        return static_cast<std::ptrdiff_t>((count + 1) / 2);
+    return chosen.error == endOfFile ? 0 : -1;
+}
+
+} // namespace
+
+Faults::Faults(const std::string& below, const Fault& fault)
+{
+    below.copy(directory, sizeof directory - 1);
+    directory[below.size()] = '\0';
+    chosen = fault;
+    for (auto& count : counts)
+        count = 0;
+    hasHappened = false;
+    dl_iterate_phdr(findLibraries, nullptr);
+    armed = true;
+}
+
+Faults::~Faults()
+{
+    armed = false;
+}
+
+long Faults::count(Call call)
+{
+    return counts[static_cast<std::size_t>(call)];
+}
+
+bool Faults::happened()
+{
+    return hasHappened;
+}
+
+SparedAllocations::SparedAllocations()
+{
+    areSpared = true;
+}
+
+SparedAllocations::~SparedAllocations()
+{
+    areSpared = false;
+}
+
+} // namespace Quillmoran::Testing
+
+using Quillmoran::Testing::Call;
+namespace T = Quillmoran::Testing;
+
+#pragma GCC visibility push(default)
+
+extern "C" {
+
+int open64(const char* path, int flags, ...)
+{
+    static auto* const system = T::systems<int(const char*, int, ...)>("open64");
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    if (!T::concerns(path))
+        return system(path, flags, mode);
+    return T::fails(Call::Open) ? -1 : T::opened(system(path, flags, mode));
+}
+
+int mkostemp(char* path, int flags)
+{
+    static auto* const system = T::systems<int(char*, int)>("mkostemp");
+    if (!T::concerns(path))
+        return system(path, flags);
+    return T::fails(Call::Open) ? -1 : T::opened(system(path, flags));
+}
+
+ssize_t pread64(int descriptor, void* buffer, std::size_t count, off64_t offset)
+{
+    static auto* const system = T::systems<ssize_t(int, void*, std::size_t, off64_t)>("pread64");
+    const std::ptrdiff_t moved = T::countMoved(descriptor, Call::Read, count);
+    return moved <= 0 && count != 0 ? moved
+                                    : system(descriptor, buffer, static_cast<std::size_t>(moved), offset);
+}
+
+ssize_t pwrite64(int descriptor, const void* buffer, std::size_t count, off64_t offset)
+{
+    static auto* const system = T::systems<ssize_t(int, const void*, std::size_t, off64_t)>("pwrite64");
+    const std::ptrdiff_t moved = T::countMoved(descriptor, Call::Write, count);
+    return moved <= 0 && count != 0 ? moved
+                                    : system(descriptor, buffer, static_cast<std::size_t>(moved), offset);
+}
+
+// As the system does, this closes whatever it says.
+int close(int descriptor)
+{
+    static auto* const system = T::systems<int(int)>("close");
+    const bool concerned = T::concerns(descriptor);
+    if (descriptor >= 0 && static_cast<std::size_t>(descriptor) < T::isOurs.size())
+        T::isOurs[static_cast<std::size_t>(descriptor)] = false;
+    const int result = system(descriptor);
+    return concerned && T::fails(Call::Close) ? -1 : result;
+}
+
+int fstat64(int descriptor, struct stat64* status) noexcept
+{
+    static auto* const system = T::systems<int(int, struct stat64*)>("fstat64");
+    return T::concerns(descriptor) && T::fails(Call::Size) ? -1 : system(descriptor, status);
+}
+
+int rename(const char* from, const char* to) noexcept
+{
+    static auto* const system = T::systems<int(const char*, const char*)>("rename");
+    return T::concerns(from) && T::fails(Call::Rename) ? -1 : system(from, to);
+}
+
+int unlink(const char* path) noexcept
+{
+    static auto* const system = T::systems<int(const char*)>("unlink");
+    return T::concerns(path) && T::fails(Call::Unlink) ? -1 : system(path);
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // which have their own
+void* __libc_malloc(std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
+
+void* malloc(std::size_t size) noexcept
+{
+    const void* const caller = __builtin_return_address(0);
+    return T::failsForCore(caller) ? nullptr : __libc_malloc(size);
+}
+
+void* realloc(void* block, std::size_t size) noexcept
+{
+    const void* const caller = __builtin_return_address(0);
+    return T::failsForCore(caller) ? nullptr : __libc_realloc(block, size);
+}
+#endif
+
+} // extern "C"
+
+void* operator new(std::size_t size)
+{
+    return T::allocateOrThrow(size, __builtin_return_address(0));
+}
+void* operator new[](std::size_t size)
+{
+    return T::allocateOrThrow(size, __builtin_return_address(0));
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    return T::allocate(size, __builtin_return_address(0));
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
+{
+    return T::allocate(size, __builtin_return_address(0));
+}
+void operator delete(void* block) noexcept
+{
+    std::free(block);
+}
+void operator delete[](void* block) noexcept
+{
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept
+{
+    std::free(block);
+}
+void operator delete[](void* block, std::size_t) noexcept
+{
+    std::free(block);
+}
+
+#pragma GCC visibility pop

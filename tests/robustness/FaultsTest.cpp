@@ -1,0 +1,446 @@
+// Runs the programs with every call to the system, and every allocation, failing in its turn. They run within
+// this process, so that sanitizers see what a failure leaves behind.
+#include "robustness/Faults.h"
+
+#include "cli/QMCmdLine.h"
+#include "encode/VX7PointWriter.h"
+#include "framework/ProgressDelegate.h"
+#include "info/Inspector.h"
+#include "las/LASPointWriter.h"
+#include "pack/Packer.h"
+#include "pdal/PDALFormats.h"
+#include "platform/ByteOrder.h"
+#include "support/LASClouds.h"
+#include "support/SampleCloud.h"
+#include "support/TemporaryDirectory.h"
+#include "text/TXTPointWriter.h"
+#include "tileindex/TileIndexer.h"
+#include "transcode/Transcoder.h"
+#include "utils/CreatePointSource.h"
+#include "utils/Program.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <sys/stat.h>
+#include <type_traits>
+#include <unistd.h>
+#include <vector>
+
+namespace Quillmoran {
+namespace {
+
+using Testing::Call;
+using Testing::Fault;
+using Testing::Faults;
+using Testing::readFile;
+using Testing::writeFile;
+
+bool succeeds(Inspector& program)
+{
+    return program.run();
+}
+template <class Program>
+bool succeeds(Program& program)
+{
+    program.run();
+    return true;
+}
+
+using Main = int (*)(int argc, const char* const* argv);
+
+template <class Program>
+int mainOf(int argc, const char* const* argv)
+{
+    return Utils::runProgram([argc, argv] {
+        std::optional<Program> program;
+        {
+            const Testing::SparedAllocations spared; // which end the process
+            program.emplace();
+            program->parse(argc, argv);
+        }
+        return succeeds(*program);
+    });
+}
+
+constexpr Main vxunpack = mainOf<Transcoder>, vxpack = mainOf<Packer>, vxindex = mainOf<TileIndexer>,
+               vxinfo = mainOf<Inspector>;
+
+struct Outcome
+{
+    int status;
+    std::string output, errors;
+};
+
+// A command line: a name that is there stands for its path, "@" before a name for the path of an output.
+struct Command
+{
+    Main program;
+    const char* arguments;
+};
+
+using Contents = std::map<std::string, std::string>; // by the path below the directory
+
+// All numbers up to a count, or the first and the last of them and some between.
+std::vector<long> sample(long count, long most)
+{
+    std::vector<long> numbers;
+    for (long n = 1; n <= count; ++n)
+        if (count <= most || n <= most / 3 || n > count - most / 3 || n % (3 * count / most) == 0)
+            numbers.push_back(n);
+    return numbers;
+}
+
+std::string currentFault; // for the message when a fault ends this process
+const int messages = ::dup(STDERR_FILENO);
+extern "C" void tellFault(int)
+{
+    [[maybe_unused]] const auto written = ::write(messages, currentFault.data(), currentFault.size());
+}
+
+class Robustness : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        std::signal(SIGABRT, tellFault);
+        std::filesystem::create_directory(directory / "tmp");
+        setenv("TMPDIR", (directory / "tmp").c_str(), 1);
+        writeFile(directory / "a.vxl", buildFile(Testing::SampleCloud::make(1500, 1).toFile()));
+        writeFile(directory / "b.las", Testing::randomLASFile(7, 4, 900, 2).build());
+        writeFile(directory / "d.txt", std::string("1.5 2 3 4\n5 6 7 8\n9 10 11 12\n"));
+        writeFile(directory / "big.las", Testing::randomLASFile(7, 4, 12000, 2).build());
+        ASSERT_EQ(run({vxunpack, "-i a.vxl -o c.laz -cs 300"}).status, 0);
+    }
+    void TearDown() override
+    {
+        unsetenv("TMPDIR");
+        RecordProperty("faults", std::to_string(m_numFaults));
+        std::printf("%ld faults\n", m_numFaults);
+    }
+
+    std::vector<std::string> split(const Command& command) const
+    {
+        std::vector<std::string> words = {"program"};
+        std::istringstream stream(command.arguments);
+        for (std::string word; stream >> word;)
+            words.push_back(word.find('.') != std::string::npos ? directory / word : word);
+        return words;
+    }
+
+    // Runs a program with a fault.
+    Outcome run(const Command& command, const Fault& fault = {Call::Open, 0, 0})
+    {
+        const std::vector<std::string> words = split(command);
+        std::vector<const char*> argv;
+        for (const std::string& word : words)
+            argv.push_back(word.c_str());
+        const std::string paths[] = {outside / "stdout", outside / "stderr"};
+        int saved[2];
+        for (const int stream : {1, 2}) {
+            std::fflush(stream == 1 ? stdout : stderr);
+            saved[stream - 1] = ::dup(stream);
+            const int file = ::open(paths[stream - 1].c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            ::dup2(file, stream);
+            ::close(file);
+        }
+        int status = 0;
+        {
+            const Faults faults(directory.path(), fault);
+            status = command.program(static_cast<int>(argv.size()), argv.data());
+        }
+        for (const int stream : {1, 2}) {
+            std::fflush(stream == 1 ? stdout : stderr);
+            ::dup2(saved[stream - 1], stream);
+            ::close(saved[stream - 1]);
+        }
+        m_numFaults += Faults::happened();
+        return {status, readFile(paths[0]), readFile(paths[1])};
+    }
+
+    Contents contents() const
+    {
+        Contents files;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(directory.path()))
+            if (entry.is_regular_file())
+                files[entry.path().lexically_relative(directory.path()).string()] = readFile(entry.path());
+        // An index holds the time of an overview that was just written.
+        struct stat status;
+        if (files.count("o.las") && files.count("t.index") &&
+            ::stat((directory / "o.las").c_str(), &status) == 0) {
+            unsigned char time[8];
+            storeBigEndian(time, static_cast<std::int64_t>(status.st_mtim.tv_sec));
+            std::string& index = files["t.index"];
+            const std::size_t found = index.rfind(std::string(std::begin(time), std::end(time)));
+            if (found != std::string::npos)
+                index.replace(found, sizeof time, sizeof time, '\0');
+        }
+        return files;
+    }
+
+    // The files of a command's outputs before and after, and in between where it writes one twice.
+    struct Expected
+    {
+        Contents before, between, after;
+        Outcome clean;
+    };
+
+    void restore(const Contents& files) const
+    {
+        for (const auto& [name, content] : contents())
+            if (!files.count(name))
+                std::filesystem::remove(directory / name);
+        for (const auto& [name, content] : files)
+            if (readFile(directory / name) != content)
+                writeFile(directory / name, content);
+    }
+
+    // Every file is as it was or as it is to become, and what succeeds is complete.
+    void check(const Expected& expected, const Outcome& outcome) const
+    {
+        const Contents now = contents();
+        if (outcome.status == 0) {
+            EXPECT_EQ(outcome.output, expected.clean.output);
+            EXPECT_EQ(outcome.errors, "");
+            EXPECT_TRUE(now == expected.after) << "incomplete";
+        } else {
+            EXPECT_EQ(outcome.status, 1);
+            const std::string& text = outcome.errors;
+            const bool isLine = text.rfind("Error: ", 0) == 0 && text.find('\n') == text.size() - 1;
+            // A file that is not sound is no failure of vxinfo's, but of what it reports.
+            EXPECT_TRUE(isLine || (text.empty() && outcome.output.find("problem") != std::string::npos))
+                << text << outcome.output;
+        }
+        for (const auto& [name, content] : now) {
+            const auto isOf = [&, &name = name, &content = content](const Contents& files) {
+                const auto found = files.find(name);
+                return found != files.end() && found->second == content;
+            };
+            EXPECT_TRUE(isOf(expected.before) || isOf(expected.between) || isOf(expected.after))
+                << name << " is neither old nor complete, " << content.size() << " bytes";
+        }
+        for (const auto& [name, content] : expected.before)
+            EXPECT_TRUE(now.count(name)) << name << " is lost";
+    }
+
+    Testing::TemporaryDirectory directory, outside;
+    long m_numFaults = 0;
+};
+
+TEST_F(Robustness, EveryCallThatFailsEndsInAnErrorOrIsMadeUpFor)
+{
+    const struct
+    {
+        Command command;
+        const char* output;
+        const char* between = ""; // arguments that leave what is there for a while
+        bool readsText = false;   // which can end anywhere
+        long most = 24;           // of each call
+    } cases[] = {
+        {{vxunpack, "-i a.vxl -o out.txt -cs 300 -j 1"}, "out.txt"},
+        {{vxunpack, "-i a.vxl -o out.las -cs 300 -j 1"}, "out.las"},
+        {{vxunpack, "-i a.vxl -o out.laz -cs 300 -j 1"}, "out.laz"},
+        {{vxunpack, "-i a.vxl -o null -j 1"}, ""},
+        {{vxpack, "-i b.las -o out.vxl -order hilbert -j 1"}, "out.vxl"},
+        {{vxpack, "-i big.las -o out.vxl -j 2"}, "out.vxl", "", false, 8}, // through a temporary file
+        {{vxpack, "-i a.vxl -i c.laz -o out.vxl -j 1"}, "out.vxl"},
+        {{vxpack, "-i d.txt -p xyzi -o out.vxl -j 1"}, "out.vxl", "", true},
+        {{vxindex, "-o t.index a.vxl b.las c.laz d.txt -p xyzi -j 1"}, "t.index", "", true},
+        {{vxindex, "-o t.index a.vxl b.las -overview o.las -createOverview -j 1"},
+         "t.index",
+         "-o t.index a.vxl b.las -j 1"},
+        {{vxinfo, "a.vxl b.las c.laz d.txt -p xyzi -check -stats -json -j 1"}, "", "", true},
+    };
+    const struct
+    {
+        Call call;
+        int error;
+        bool lasts;
+        bool isMadeUpFor;
+    } faults[] = {
+        {Call::Open, EMFILE, false, false}, {Call::Open, EACCES, false, false},
+        {Call::Read, EIO, false, false},    {Call::Read, Testing::endOfFile, true, false},
+        {Call::Read, EINTR, false, true},   {Call::Read, Testing::shortTransfer, false, true},
+        {Call::Write, EIO, false, false},   {Call::Write, ENOSPC, true, false},
+        {Call::Write, EINTR, false, true},  {Call::Write, Testing::shortTransfer, true, true},
+        {Call::Close, EIO, false, false},   {Call::Size, EIO, false, false},
+        {Call::Rename, EIO, true, false},   {Call::Rename, EXDEV, true, true},
+        {Call::Unlink, EIO, false, false},
+    };
+    for (const auto& each : cases) {
+        Expected expected;
+        expected.before = contents();
+        if (*each.between) {
+            ASSERT_EQ(run({each.command.program, each.between}).status, 0);
+            expected.between = contents();
+            restore(expected.before);
+        }
+        if (*each.output)
+            expected.before[each.output] = "precious";
+        run(each.command); // what is made once for all
+        expected.clean = run(each.command);
+        ASSERT_EQ(expected.clean.status, 0) << expected.clean.errors;
+        expected.after = contents();
+        long counts[Testing::numCalls];
+        for (int call = 0; call < Testing::numCalls; ++call)
+            counts[call] = Faults::count(static_cast<Call>(call));
+        for (const auto& fault : faults) {
+            if (fault.error == Testing::endOfFile && each.readsText)
+                continue;
+            for (const long at : sample(counts[static_cast<int>(fault.call)], each.most)) {
+                currentFault = std::string(each.command.arguments) + ": call " +
+                               std::to_string(static_cast<int>(fault.call)) + " number " +
+                               std::to_string(at) + " error " + std::to_string(fault.error) + '\n';
+                SCOPED_TRACE(currentFault);
+                restore(expected.before);
+                const Outcome outcome = run(each.command, {fault.call, at, fault.error, fault.lasts});
+                check(expected, outcome);
+                EXPECT_TRUE(outcome.status == 0 || !fault.isMadeUpFor) << outcome.errors;
+            }
+        }
+        restore(expected.before);
+        if (*each.output)
+            std::filesystem::remove(directory / each.output);
+    }
+}
+
+// Cancels when it is asked for the n-th time.
+struct Canceller : ProgressDelegate
+{
+    explicit Canceller(int n) : left(n) {}
+    void reportProgress(double, const char*) override {}
+    bool getCancelled() override { return --left < 0; }
+
+    int left;
+};
+
+TEST_F(Robustness, EveryWriterStopsAtEveryBlockWithoutATrace)
+{
+    const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
+    files->addFile((directory / "a.vxl").c_str());
+    const Scoped<PointSource> source(files->createPointSource(0));
+    const std::string path = directory / "out";
+    const auto make = [&](auto* created, auto... arguments) {
+        Scoped<std::remove_pointer_t<decltype(created)>> writer(created);
+        writer->init(source.get(), arguments...);
+        return Scoped<PointWriter>(writer.detach());
+    };
+    const std::function<Scoped<PointWriter>()> makers[] = {
+        [&] { return make(TXTPointWriter::create(), path.c_str(), source->getPointInfo()); },
+        [&] { return make(LASPointWriter::create(), path.c_str(), -1); },
+        [&] {
+            const auto writer = make(LASPointWriter::create(), path.c_str(), -1);
+            static_cast<LASPointWriter&>(*writer).setWriteLAZ(true);
+            return writer;
+        },
+        [&] { return make(VX7PointWriter::create(), path.c_str()); },
+        [&] { return make(NULLPointWriter::create()); },
+        [&] { return Scoped<PointWriter>(createPDALPointWriter(source.get(), path.c_str())); },
+    };
+    Contents before = contents();
+    before["out"] = "precious";
+    for (const auto& maker : makers) {
+        if (&maker == std::end(makers) - 1 && !HAS_PDAL)
+            break;
+        bool isDone = false;
+        for (int n = 0; !isDone; ++n) {
+            SCOPED_TRACE("writer " + std::to_string(&maker - makers) + " at " + std::to_string(n));
+            restore(before);
+            const Scoped<PointWriter> writer = maker();
+            writer->setChunckSize(100);
+            Canceller delegate(n);
+            try {
+                EXPECT_EQ(writer->write(Bounds::Huge(), 1, source->getPointInfo(), &delegate), 1500);
+                isDone = true;
+                EXPECT_GE(delegate.left, 0) << "goes on when it is cancelled";
+                EXPECT_GE(n, 1);
+            } catch (const Error& error) {
+                EXPECT_EQ(error.error(), 40006);
+                EXPECT_TRUE(contents() == before);
+                ++m_numFaults;
+            }
+        }
+    }
+}
+
+TEST_F(Robustness, EveryAllocationThatFailsEndsInAnError)
+{
+    const Command commands[] = {
+        {vxunpack, "-i a.vxl -o out.txt -cs 300 -j 1 -crop 0 9e9 0 9e9 0 9e9 -ofld xyzit"},
+        {vxunpack, "-i a.vxl -o out.las -cs 300 -j 1"},
+        {vxunpack, "-i a.vxl -o out.laz -cs 300 -j 2"},
+        {vxpack, "-i b.las -o out.vxl -order hilbert -j 1"},
+        {vxpack, "-i c.laz -i a.vxl -i d.txt -p xyzi -o out.vxl -j 2"},
+        {vxindex, "-o t.index a.vxl b.las c.laz d.txt -p xyzi -j 1"},
+        // Not as JSON, whose library ends the process.
+        {vxinfo, "a.vxl b.las c.laz d.txt -p xyzi -check -stats -j 1"},
+    };
+    for (const Command& command : commands) {
+        Expected expected;
+        expected.before = contents();
+        run(command);
+        expected.clean = run(command);
+        ASSERT_EQ(expected.clean.status, 0) << expected.clean.errors;
+        expected.after = contents();
+        const long count = Faults::count(Call::Allocate);
+        for (const bool lasts : {false, true}) {
+            for (const long at : sample(count, lasts ? 15 : 150)) {
+                currentFault = std::string(command.arguments) + ": allocation " + std::to_string(at) +
+                               (lasts ? " and all later\n" : "\n");
+                SCOPED_TRACE(currentFault);
+                restore(expected.before);
+                check(expected, run(command, {Call::Allocate, at, ENOMEM, lasts}));
+            }
+        }
+        restore(expected.before);
+    }
+}
+
+TEST_F(Robustness, TheCommandLineReportsEveryAllocationThatFails)
+{
+    struct Exit
+    {
+        int status;
+    };
+    const auto parse = [](long at) {
+        QMCmdLine line("program", "short", "long", true);
+        line.setExitHandler([](int status) { throw Exit{status}; });
+        const Faults faults("/", {Call::Allocate, at, ENOMEM});
+        line.setVersionNumbers(1, 2, 3);
+        line.addString("o", "output", "a rather long description of what it is good for", true);
+        line.addFloatArray("s", "scale", "three numbers", false, 3);
+        line.addStringArray("i", "input", "any number", false, -1);
+        line.setExtra("i");
+        const char* const arguments[] = {"program", "-o", "a name that is long enough", "-s", "1", "2",
+                                         "3",       "-i", "another name of some length"};
+        line.parse(static_cast<int>(std::size(arguments)), arguments);
+        return Faults::count(Call::Allocate);
+    };
+    const long count = parse(0);
+    ASSERT_GT(count, 10);
+    for (long at = 1; at <= count; ++at) {
+        try {
+            parse(at);
+            ADD_FAILURE() << "allocation " << at << " did not fail";
+        } catch (const Exit& exit) {
+            EXPECT_EQ(exit.status, 1);
+        } catch (const QMUtilException& error) {
+            EXPECT_STREQ(error.what(), "out of memory");
+        }
+        ++m_numFaults;
+    }
+}
+
+} // namespace
+} // namespace Quillmoran

@@ -1,0 +1,165 @@
+// Programs as processes: killed and interrupted at any time, two of them with one output, without the streams
+// that a shell gives them.
+#include "support/LASClouds.h"
+#include "support/Program.h"
+#include "support/Random.h"
+#include "support/SampleCloud.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Quillmoran {
+namespace {
+
+using Testing::Program;
+using Testing::readFile;
+using Testing::Result;
+using Testing::writeFile;
+
+struct Command
+{
+    const char* program;
+    std::string arguments;
+    std::string output;
+};
+
+class Processes : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        writeFile(directory / "in.vxl", buildFile(Testing::SampleCloud::make(40000, 1).toFile()));
+        writeFile(directory / "in.las", Testing::randomLASFile(7, 4, 40000, 2).build());
+        setenv("TMPDIR", directory.path().c_str(), 1);
+    }
+    void TearDown() override { unsetenv("TMPDIR"); }
+
+    Program start(const Command& command) const
+    {
+        std::vector<std::string> words;
+        std::istringstream stream(command.arguments);
+        for (std::string word; stream >> word;)
+            words.push_back(word);
+        return Program(command.program, directory, words);
+    }
+    Result shell(const std::string& line) const { return Program("/bin/sh", directory, {"-c", line}).wait(); }
+    std::string make(const Command& command) const
+    {
+        EXPECT_EQ(start(command).wait().status, 0) << command.arguments;
+        return readFile(directory / command.output);
+    }
+    // Files beside the inputs and the output.
+    int countOthers(const std::string& output) const
+    {
+        int count = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
+            const std::string name = entry.path().filename();
+            count += name != output && name != "in.vxl" && name != "in.las" && name != "stdout" &&
+                     name != "stderr";
+        }
+        return count;
+    }
+
+    Testing::TemporaryDirectory directory;
+    const std::vector<Command> commands = {
+        {VXUNPACK, "-i in.vxl -o out.txt -cs 500 -j 1", "out.txt"},
+        {VXUNPACK, "-i in.vxl -o out.las -cs 500 -j 2", "out.las"},
+        {VXUNPACK, "-i in.vxl -o out.laz -cs 500 -j 1", "out.laz"},
+        {VXPACK, "-i in.las -o out.vxl -j 2", "out.vxl"},
+        {VXINDEX, "-o t.index in.vxl in.las", "t.index"},
+    };
+};
+
+TEST_F(Processes, LeaveTheOldOutputOrACompleteOneWhenASignalComes)
+{
+    Testing::Random random(1);
+    int numSignals = 0, numEnded = 0;
+    for (const Command& command : commands) {
+        const auto begin = std::chrono::steady_clock::now();
+        const std::string complete = make(command);
+        const auto duration =
+            std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
+        for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGKILL, SIGKILL, SIGKILL, SIGPIPE}) {
+            SCOPED_TRACE(command.arguments + " signal " + std::to_string(number));
+            writeFile(directory / command.output, std::string("precious"));
+            Program program = start(command);
+            std::this_thread::sleep_for(
+                std::chrono::microseconds(random.below(static_cast<std::uint64_t>(duration.count()))));
+            program.signal(number);
+            const int status = program.wait().status;
+            const std::string now = readFile(directory / command.output);
+            EXPECT_TRUE(now == complete || (now == "precious" && status != 0))
+                << "status " << status << ", " << now.size() << " bytes";
+            EXPECT_TRUE(status == 0 || status == 1 || status == -number) << status;
+            ++numSignals;
+            numEnded += status != 0;
+            EXPECT_TRUE(number == SIGKILL || countOthers(command.output) == 0);
+            for (const auto& entry : std::filesystem::directory_iterator(directory.path()))
+                if (entry.path().extension() == ".part")
+                    std::filesystem::remove(entry.path());
+        }
+        std::filesystem::remove(directory / command.output);
+    }
+    std::printf("%d signals, %d of them in time\n", numSignals, numEnded);
+}
+
+TEST_F(Processes, NeverMixTheirOutputs)
+{
+    for (Command command : commands) {
+        if (command.program == std::string(VXINDEX))
+            continue; // its options change too little
+        Command other = command;
+        other.arguments += " -s 2";
+        const std::string outputs[] = {make(command), make(other)};
+        ASSERT_NE(outputs[0], outputs[1]);
+        for (int round = 0; round < 4; ++round) {
+            Program first = start(command), second = start(other);
+            const int statuses[] = {first.wait().status, second.wait().status};
+            const std::string now = readFile(directory / command.output);
+            EXPECT_TRUE((now == outputs[0] && statuses[0] == 0) || (now == outputs[1] && statuses[1] == 0))
+                << command.arguments << ": " << now.size() << " bytes";
+            EXPECT_EQ(statuses[0] + statuses[1], 0);
+            EXPECT_EQ(countOthers(command.output), 0);
+        }
+        std::filesystem::remove(directory / command.output);
+    }
+}
+
+// An output must not become what messages are printed to, nor end with the reader of the progress.
+TEST_F(Processes, DoWithoutStandardStreams)
+{
+    for (const Command& command : commands) {
+        const std::string complete = make(command);
+        const std::string line = std::string("'") + command.program + "' " + command.arguments;
+        EXPECT_EQ(shell(line + " <&- >&- 2>&-").status, 0);
+        EXPECT_EQ(readFile(directory / command.output), complete) << command.arguments;
+        std::filesystem::remove(directory / command.output);
+        EXPECT_EQ(shell("(" + line + "; echo $? >&2) | :").errors, "0\n") << command.arguments;
+        EXPECT_EQ(readFile(directory / command.output), complete) << command.arguments;
+        std::filesystem::remove(directory / command.output);
+    }
+}
+
+TEST_F(Processes, NoticeThatAReportIsLost)
+{
+    make(commands.back());
+    for (const std::string& report :
+         {std::string("'") + VXINDEX + "' -o t.index -l", std::string("'") + VXINFO + "' in.vxl"}) {
+        for (const char* lost : {" >/dev/full", " >&-"}) {
+            const Result result = shell(report + lost);
+            EXPECT_EQ(result.status, 1) << report << lost;
+            EXPECT_EQ(result.errors, "Error: cannot write the report\n");
+        }
+    }
+}
+
+} // namespace
+} // namespace Quillmoran
