@@ -6,14 +6,18 @@
 
 namespace Quillmoran {
 
-IOStreamBuffer::IOStreamBuffer(IO& io, std::vector<unsigned char> head)
-    : m_io(io), m_head(std::move(head)), m_buffer(makeBuffer<char>(bufferSize)), m_writing(false)
+IOStreamBuffer::IOStreamBuffer(IO& io, std::vector<unsigned char> head, const LASzipChunks& chunks)
+    : m_io(io),
+      m_head(std::move(head)),
+      m_walk(io, chunks),
+      m_buffer(makeBuffer<char>(bufferSize)),
+      m_writing(false)
 {
     setg(m_buffer.get(), m_buffer.get(), m_buffer.get());
 }
 
 IOStreamBuffer::IOStreamBuffer(IO& io, std::int64_t position)
-    : m_io(io), m_buffer(makeBuffer<char>(bufferSize)), m_position(position), m_writing(true)
+    : m_io(io), m_walk(io, {}), m_buffer(makeBuffer<char>(bufferSize)), m_position(position), m_writing(true)
 {
     setp(m_buffer.get(), m_buffer.get() + bufferSize);
 }
@@ -23,21 +27,50 @@ std::int64_t IOStreamBuffer::tell() const noexcept
     return m_writing ? m_position + (pptr() - pbase()) : m_position - (egptr() - gptr());
 }
 
-IOStreamBuffer::int_type IOStreamBuffer::underflow()
+void IOStreamBuffer::rethrow() const
+{
+    if (m_failure)
+        std::rethrow_exception(m_failure);
+}
+
+std::size_t IOStreamBuffer::fill()
 {
     const auto headSize = static_cast<std::int64_t>(m_head.size());
-    std::size_t got = 0;
     if (m_position < headSize) {
-        got = std::min(bufferSize, static_cast<std::size_t>(headSize - m_position));
+        const std::size_t got = std::min(bufferSize, static_cast<std::size_t>(headSize - m_position));
         std::memcpy(m_buffer.get(), m_head.data() + m_position, got);
-    } else {
-        got = m_io.pread(m_position, m_buffer.get(), bufferSize);
+        return got;
     }
+    const std::size_t got = m_io.pread(m_position, m_buffer.get(), m_walk.allow(m_position, bufferSize));
     if (got == 0)
         QM_THROW(40602, "the file ends within its points");
-    m_position += static_cast<std::int64_t>(got);
-    setg(m_buffer.get(), m_buffer.get(), m_buffer.get() + got);
+    return got;
+}
+
+IOStreamBuffer::int_type IOStreamBuffer::underflow()
+{
+    try {
+        const std::size_t got = fill();
+        m_position += static_cast<std::int64_t>(got);
+        setg(m_buffer.get(), m_buffer.get(), m_buffer.get() + got);
+    } catch (...) {
+        m_failure = std::current_exception();
+        throw;
+    }
     return traits_type::to_int_type(*gptr());
+}
+
+std::streamsize IOStreamBuffer::xsgetn(char* bytes, std::streamsize count)
+{
+    const std::int64_t position = tell();
+    const std::streamsize got = std::streambuf::xsgetn(bytes, count);
+    try {
+        m_walk.passed(position, static_cast<std::size_t>(got));
+    } catch (...) {
+        m_failure = std::current_exception();
+        throw;
+    }
+    return got;
 }
 
 void IOStreamBuffer::flush()

@@ -2,10 +2,12 @@
 // at a time, used by one thread.
 #pragma once
 
+#include "las/LASzipChunks.h"
 #include "platform/Base.h"
 #include "platform/IO.h"
 
 #include <cstdint>
+#include <exception>
 #include <ios>
 #include <streambuf>
 #include <vector>
@@ -15,17 +17,21 @@ namespace Quillmoran {
 class IOStreamBuffer final : public std::streambuf
 {
 public:
-    // Reading: `head` stands in place of the store's first bytes. A read behind the end throws, so that the
-    // stream is bad and not merely at its end, which LASzip would not notice.
-    IOStreamBuffer(IO& io, std::vector<unsigned char> head);
+    // Reading: `head` stands in place of the store's first bytes, and only sound chunks are shown. A read
+    // behind the end throws, so that the stream is bad and not merely at its end, which LASzip would not
+    // notice.
+    IOStreamBuffer(IO& io, std::vector<unsigned char> head, const LASzipChunks& chunks);
     // Writing, from a position of the store on.
     IOStreamBuffer(IO& io, std::int64_t position);
 
+    // Throws what a read has thrown, of which LASzip keeps the reason to itself.
+    void rethrow() const;
     // Writes what is buffered; throws when the store does not take it.
     void flush();
 
 protected:
     int_type underflow() override;
+    std::streamsize xsgetn(char* bytes, std::streamsize count) override;
     int_type overflow(int_type byte) override;
     int sync() override;
     pos_type seekoff(off_type offset, std::ios_base::seekdir from, std::ios_base::openmode which) override;
@@ -35,12 +41,15 @@ private:
     static constexpr std::size_t bufferSize = 64 * 1024;
 
     std::int64_t tell() const noexcept;
+    std::size_t fill();
 
     IO& m_io;
     std::vector<unsigned char> m_head;
+    LASzipChunkWalk m_walk;
     Buffer<char> m_buffer;
     std::int64_t m_position = 0; // reading: of the end of the buffered bytes; writing: of their beginning
     bool m_writing;
+    std::exception_ptr m_failure;
 };
 
 } // namespace Quillmoran

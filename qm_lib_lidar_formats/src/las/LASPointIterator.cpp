@@ -20,8 +20,9 @@ LASPointIterator* LASPointIterator::create()
     return new LASPointIterator;
 }
 
-void LASPointIterator::init(IO* io, const LASHeader& header, const PointInfo& channels, const Bounds& bounds,
-                            double fraction, const PointInfo& layout, ProgressDelegate* delegate)
+void LASPointIterator::init(IO* io, const LASHeader& header, const LASzipChunks& chunks,
+                            const PointInfo& channels, const Bounds& bounds, double fraction,
+                            const PointInfo& layout, ProgressDelegate* delegate)
 {
     PointIterator::init(bounds, fraction, layout, delegate);
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
@@ -37,7 +38,7 @@ void LASPointIterator::init(IO* io, const LASHeader& header, const PointInfo& ch
         m_axes[axis] = {header.scale[axis], header.offset[axis]};
     if (getFraction() == 0)
         return;
-    m_reader = LASRecordReader::create(io, header, layout);
+    m_reader = LASRecordReader::create(io, header, chunks, layout);
     m_remaining = static_cast<std::int64_t>(header.getPointCount());
     m_sliceSize = std::clamp<std::size_t>(sliceBytes / m_reader->stride(), 1, largestSlice);
     m_records.resize(m_sliceSize * m_reader->stride());

@@ -18,8 +18,8 @@ public:
     static LASPointIterator* create();
 
     // `channels` are those of the file. See LASPointReader::createIterator for the errors.
-    void init(IO* io, const LASHeader& header, const PointInfo& channels, const Bounds& bounds,
-              double fraction, const PointInfo& layout, ProgressDelegate* delegate);
+    void init(IO* io, const LASHeader& header, const LASzipChunks& chunks, const PointInfo& channels,
+              const Bounds& bounds, double fraction, const PointInfo& layout, ProgressDelegate* delegate);
 
     // Asks the delegate once per slice: 40006 "operation cancelled.".
     std::size_t getNextPoints(PointData& buffer) override;

@@ -61,7 +61,7 @@ void LASPointReader::open(bool openFullWaveform)
     m_records = readLASVariableRecords(*io, m_header);
     readCoordinateSystem();
     if (m_header.compressed)
-        checkCompression();
+        openCompressed();
 }
 
 void LASPointReader::checkSize() const
@@ -79,17 +79,20 @@ void LASPointReader::checkSize() const
                  static_cast<unsigned long long>(count));
 }
 
-void LASPointReader::checkCompression() const
+void LASPointReader::openCompressed()
 {
-    const auto record = std::find_if(m_records.begin(), m_records.end(),
-                                     [](const LASVariableRecord& each) { return each.isCompression(); });
-    if (record == m_records.end())
+    // Of several, LASzip takes the last and forgets to give back the others.
+    std::vector<LASVariableRecord> records = m_records;
+    const auto isOther = [](const LASVariableRecord& record) { return !record.isCompression(); };
+    records.erase(std::remove_if(records.begin(), records.end(), isOther), records.end());
+    if (records.empty())
         QM_THROW(40602, "the file says that it is compressed, and not how");
-    const auto value = readLASRecordValue(*m_io, *record);
-    checkLASzipRecord(value, m_header);
-    checkLASzipChunks(*m_io, m_header, value);
+    if (records.size() > 1)
+        QM_THROW(40602, "the file says more than once how it is compressed");
+    const auto coding = readLASzipRecord(readLASRecordValue(*m_io, records.front()), m_header);
+    m_chunks = LASzipChunks::find(*m_io, m_header, coding);
     // Whether LASzip can take the file shows when it begins.
-    LASRecordReader::create(m_io.get(), m_header, PointInfo());
+    LASRecordReader::create(m_io.get(), m_header, m_chunks, PointInfo());
 }
 
 const LASVariableRecord* LASPointReader::findProjection(std::uint16_t recordID) const noexcept
@@ -172,7 +175,7 @@ PointIterator* LASPointReader::createIterator(const Bounds& bounds, double fract
                                               ProgressDelegate* delegate) const
 {
     Scoped<LASPointIterator> iterator(LASPointIterator::create());
-    iterator->init(m_io.get(), m_header, getPointInfo(), bounds, fraction, layout, delegate);
+    iterator->init(m_io.get(), m_header, m_chunks, getPointInfo(), bounds, fraction, layout, delegate);
     return iterator.detach();
 }
 

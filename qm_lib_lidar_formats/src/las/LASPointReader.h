@@ -6,6 +6,7 @@
 #include "framework/PointSource.h"
 #include "las/LASHeader.h"
 #include "las/LASVariableRecords.h"
+#include "las/LASzipChunks.h"
 #include "srs/SpatialReference.h"
 
 #include <mutex>
@@ -47,13 +48,14 @@ private:
 
     void open(bool openFullWaveform);
     void checkSize() const;
-    void checkCompression() const;
+    void openCompressed();
     void readCoordinateSystem();
     const LASVariableRecord* findProjection(std::uint16_t recordID) const noexcept;
     void setDescription();
 
     Scoped<IO> m_io;
     LASHeader m_header;
+    LASzipChunks m_chunks;
     std::vector<LASVariableRecord> m_records;
     char m_fileFormat[16] = "";
 

@@ -77,11 +77,11 @@ std::vector<unsigned char> headForLASzip(LASHeader header)
 class CompressedReader final : public LASRecordReader
 {
 public:
-    CompressedReader(IO* io, const LASHeader& header, const PointInfo& wanted)
+    CompressedReader(IO* io, const LASHeader& header, const LASzipChunks& chunks, const PointInfo& wanted)
         : LASRecordReader(header.pointFormat.recordLength()),
           m_io(io),
           m_format(header.pointFormat),
-          m_buffer(*m_io, headForLASzip(header)),
+          m_buffer(*m_io, headForLASzip(header), chunks),
           m_stream(&m_buffer)
     {
         // Otherwise the stream keeps a failed read to itself, and LASzip goes on with bytes that are not
@@ -89,7 +89,7 @@ public:
         m_stream.exceptions(std::ios::badbit);
         m_laszip.check(laszip_decompress_selective(m_laszip.get(), selectFields(wanted)));
         laszip_BOOL isCompressed = 0;
-        m_laszip.check(laszip_open_reader_stream(m_laszip.get(), m_stream, &isCompressed));
+        check(laszip_open_reader_stream(m_laszip.get(), m_stream, &isCompressed));
         m_isOpen = true;
     }
     ~CompressedReader() override
@@ -100,28 +100,41 @@ public:
 
     void read(unsigned char* records, std::size_t count) override
     {
+        // Behind an error LASzip would go on where the chunk table says that the next chunk is.
+        if (m_failed)
+            QM_THROW(40602, "the points behind damaged ones cannot be read");
+        m_failed = true;
         for (std::size_t i = 0; i < count; ++i, records += stride()) {
-            m_laszip.check(laszip_read_point(m_laszip.get()));
+            check(laszip_read_point(m_laszip.get()));
             toRecord(records, m_laszip.point(), m_format);
         }
+        m_failed = false;
     }
 
 private:
+    void check(laszip_I32 status) const
+    {
+        if (status != 0)
+            m_buffer.rethrow();
+        m_laszip.check(status);
+    }
+
     OpenIO m_io;
     LASPointFormat m_format;
     IOStreamBuffer m_buffer;
     std::istream m_stream;
     LASzip m_laszip;
     bool m_isOpen = false;
+    bool m_failed = false;
 };
 
 } // namespace
 
 std::unique_ptr<LASRecordReader> LASRecordReader::create(IO* io, const LASHeader& header,
-                                                         const PointInfo& wanted)
+                                                         const LASzipChunks& chunks, const PointInfo& wanted)
 {
     if (header.compressed)
-        return std::make_unique<CompressedReader>(io, header, wanted);
+        return std::make_unique<CompressedReader>(io, header, chunks, wanted);
     return std::make_unique<PlainReader>(io, header);
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "las/LASHeader.h"
+#include "las/LASzipChunks.h"
 #include "model/PointInfo.h"
 #include "platform/IO.h"
 
@@ -16,7 +17,8 @@ class LASRecordReader
 public:
     // The reader for a file of this header; it holds the store open. Fields of other channels than the wanted
     // ones may come as anything. Throws 40602 when LASzip does not take the file.
-    static std::unique_ptr<LASRecordReader> create(IO* io, const LASHeader& header, const PointInfo& wanted);
+    static std::unique_ptr<LASRecordReader> create(IO* io, const LASHeader& header,
+                                                   const LASzipChunks& chunks, const PointInfo& wanted);
 
     virtual ~LASRecordReader() = default;
     LASRecordReader(const LASRecordReader&) = delete;
@@ -24,7 +26,7 @@ public:
 
     // Bytes from one record to the next in what read() gives.
     std::size_t stride() const noexcept { return m_stride; }
-    // The next `count` records. 40602 when the file ends before them or is damaged.
+    // The next `count` records. 40602 when the file ends before them or is damaged, then and ever after.
     virtual void read(unsigned char* records, std::size_t count) = 0;
 
 protected:

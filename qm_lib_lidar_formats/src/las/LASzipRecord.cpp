@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
+#include <vector>
 
 namespace Quillmoran {
 
@@ -55,6 +56,47 @@ bool isKnown(unsigned type, unsigned size, unsigned version, bool extended)
     });
 }
 
+// The parts of a format's points, in the order in which they must come; LASzip does not look whether one
+// comes twice, and then keeps a point in memory that it has given back.
+std::vector<unsigned> partsOf(const LASHeader& header)
+{
+    const LASPointFormat format = header.pointFormat;
+    const bool ownerBytes = header.recordLength > format.recordLength();
+    std::vector<unsigned> types;
+    const auto append = [&types](bool has, unsigned type) {
+        if (has)
+            types.push_back(type);
+    };
+    if (format.isExtended()) {
+        append(true, 10);
+        append(format.hasColour(), format.hasNearInfrared() ? 12 : 11);
+        append(format.hasWaveform(), 13);
+        append(ownerBytes, 14);
+    } else {
+        append(true, 6);
+        append(format.hasTime(), 7);
+        append(format.hasColour(), 8);
+        append(format.hasWaveform(), 9);
+        append(ownerBytes, 0);
+    }
+    return types;
+}
+
+// Streams of bytes in which a layered chunk keeps an item.
+std::size_t layersOf(unsigned type, unsigned size)
+{
+    switch (type) {
+    case 10:
+        return 9;
+    case 12:
+        return 2;
+    case 14:
+        return size;
+    default:
+        return 1;
+    }
+}
+
 [[noreturn]] void throwBad(const char* what)
 {
     QM_THROW(40602, "bad LAZ compression record: %s", what);
@@ -62,7 +104,7 @@ bool isKnown(unsigned type, unsigned size, unsigned version, bool extended)
 
 } // namespace
 
-void checkLASzipRecord(const std::vector<unsigned char>& value, const LASHeader& header)
+LASzipCoding readLASzipRecord(const std::vector<unsigned char>& value, const LASHeader& header)
 {
     if (value.size() < fixedBytes)
         throwBad("it is too short");
@@ -74,6 +116,9 @@ void checkLASzipRecord(const std::vector<unsigned char>& value, const LASHeader&
     const std::size_t numItems = loadLittleEndian<std::uint16_t>(value.data() + 32);
     if (numItems == 0 || numItems > (value.size() - fixedBytes) / itemBytes)
         throwBad("its items do not fit");
+    LASzipCoding coding;
+    coding.chunked = compressor != POINTWISE;
+    std::vector<unsigned> types;
     std::size_t pointSize = 0;
     for (std::size_t i = 0; i < numItems; ++i) {
         const unsigned char* const item = value.data() + fixedBytes + i * itemBytes;
@@ -83,37 +128,17 @@ void checkLASzipRecord(const std::vector<unsigned char>& value, const LASHeader&
         if (!isKnown(type, size, version, compressor == LAYERED))
             QM_THROW(40602, "bad LAZ compression record: unknown item %u of %u bytes, version %u", type, size,
                      version);
+        types.push_back(type);
         pointSize += size;
+        coding.numLayers += compressor == LAYERED ? layersOf(type, size) : 0;
     }
-    const unsigned first = loadLittleEndian<std::uint16_t>(value.data() + fixedBytes);
-    if (first != (header.pointFormat.isExtended() ? 10u : 6u))
+    if (types.front() != partsOf(header).front())
         throwBad("its points are of another format than the header's");
     if (pointSize != header.recordLength)
         throwBad("its points are of another size than the header's");
-}
-
-void checkLASzipChunks(const IO& io, const LASHeader& header, const std::vector<unsigned char>& value)
-{
-    if (loadLittleEndian<std::uint16_t>(value.data()) == POINTWISE || header.getPointCount() == 0)
-        return;
-    // | position of the table 8 | chunks ... | table: version 4 | number of chunks 4 | ...
-    // A position of -1 means that it stands in the last 8 bytes of the file.
-    const std::int64_t size = io.size();
-    unsigned char bytes[8];
-    const auto read = [&](std::int64_t position) {
-        if (position < 0 || readFully(io, position, bytes, sizeof bytes) != sizeof bytes)
-            QM_THROW(40602, "the LAZ chunk table is missing");
-    };
-    read(header.pointDataOffset);
-    if (loadLittleEndian<std::int64_t>(bytes) == -1)
-        read(size - static_cast<std::int64_t>(sizeof bytes));
-    read(loadLittleEndian<std::int64_t>(bytes));
-    if (loadLittleEndian<std::uint32_t>(bytes) != 0)
-        QM_THROW(40602, "bad LAZ chunk table: unknown version");
-    const auto numChunks = loadLittleEndian<std::uint32_t>(bytes + 4);
-    constexpr std::int64_t smallestChunk = 20; // it begins with a whole point
-    if (numChunks > size / smallestChunk)
-        QM_THROW(40602, "bad LAZ chunk table: %u chunks do not fit into the file", numChunks);
+    if (types != partsOf(header))
+        throwBad("its points are of another format than the header's");
+    return coding;
 }
 
 } // namespace Quillmoran

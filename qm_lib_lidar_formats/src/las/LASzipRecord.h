@@ -3,18 +3,20 @@
 #pragma once
 
 #include "las/LASHeader.h"
-#include "platform/IO.h"
 
+#include <cstddef>
 #include <vector>
 
 namespace Quillmoran {
 
-// The variable length record of the compression: 40602 unless it is whole, names codings that exist and
-// describes points of the header's record length.
-void checkLASzipRecord(const std::vector<unsigned char>& value, const LASHeader& header);
+struct LASzipCoding
+{
+    bool chunked = false;      // the points come in chunks, each coded on its own
+    std::size_t numLayers = 0; // of a chunk that keeps the fields apart; 0 when chunks do not
+};
 
-// The table of the chunks into which a file of this record cuts its points: 40602 when it is missing, which
-// no file with points does without, or lists more chunks than the file can hold. The store is open.
-void checkLASzipChunks(const IO& io, const LASHeader& header, const std::vector<unsigned char>& value);
+// The variable length record of the compression: 40602 unless it is whole, names codings that exist and
+// describes points of the header's format and record length.
+LASzipCoding readLASzipRecord(const std::vector<unsigned char>& value, const LASHeader& header);
 
 } // namespace Quillmoran

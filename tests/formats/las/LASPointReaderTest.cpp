@@ -305,12 +305,50 @@ TEST_F(LASReading, RefusesCompressedFilesThatAreDamaged)
         manyChunks[table + 4] = 100;
         std::fill_n(manyChunks.begin() + static_cast<std::ptrdiff_t>(table) + 5, 3, std::uint8_t{0});
         failureOfReading(manyChunks);
-        // Whatever a changed byte does, it is an error or points.
-        for (std::size_t at = 227; at < whole.size(); at += 1 + at / 40) {
+    }
+}
+
+// LASzip makes room for the layers as their sizes say, adds them up in 32 bits, and looks outside its tables
+// when a code begins with four bytes of ones.
+TEST_F(LASReading, ShowsLASzipNoChunkThatItWouldNotSurvive)
+{
+    for (const int format : {3, 7}) {
+        const std::string laz = compress(randomLASFile(format, 4, 300, 9));
+        const LASBytes whole(laz.begin(), laz.end());
+        const LASFile head = LASFile::parse(whole);
+        const std::size_t code = head.pointDataOffset + 8u + LASFile::recordBytes(format);
+        const auto with = [&](std::size_t at, std::size_t count, std::uint8_t value) {
             LASBytes bytes = whole;
-            bytes[at] ^= 0x55;
-            failureOfReading(bytes);
+            std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(at), count, value);
+            return failureOfReading(bytes);
+        };
+        if (format == 3) {
+            EXPECT_EQ(with(code, 4, 0xFF), "40602 bad LAZ chunk: no code begins with these bytes");
+        } else {
+            EXPECT_EQ(with(code + 4 + 10 * 4, 4, 0xFF), "bad LAZ chunk: no code begins with these bytes");
+            EXPECT_EQ(with(code + 4, 4, 0x7F), "bad LAZ chunk: layer 0 reaches into the chunk table");
+            EXPECT_EQ(with(code + 4, 40, 0xFF), "bad LAZ chunk: layer 0 reaches into the chunk table");
         }
+        std::uint64_t table = 0;
+        std::memcpy(&table, whole.data() + head.pointDataOffset, sizeof table);
+        EXPECT_EQ(with(table + 8, 4, 0xFF), "bad LAZ chunk: no code begins with these bytes");
+        // Its last item twice, and the whole record twice.
+        const std::size_t record = head.headerSize;
+        const std::size_t items = record + LASVariableRecord::headerBytes + 34;
+        LASBytes bytes = whole;
+        if (format == 3) {
+            bytes[items + 6] = 0;
+            EXPECT_EQ(failureOfReading(bytes),
+                      "bad LAZ compression record: its points are of another format than the header's");
+        }
+        const LASBytes again(whole.begin() + static_cast<std::ptrdiff_t>(record),
+                             whole.begin() + head.pointDataOffset);
+        bytes = whole;
+        bytes.insert(bytes.begin() + head.pointDataOffset, again.begin(), again.end());
+        ++bytes[100];
+        const auto begin = static_cast<std::uint32_t>(head.pointDataOffset + again.size());
+        std::memcpy(&bytes[96], &begin, sizeof begin);
+        EXPECT_EQ(failureOfReading(bytes), "the file says more than once how it is compressed");
     }
 }
 

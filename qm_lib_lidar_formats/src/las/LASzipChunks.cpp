@@ -1,0 +1,115 @@
+#include "las/LASzipChunks.h"
+
+#include "platform/Base.h"
+#include "platform/ByteOrder.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace Quillmoran {
+
+namespace {
+
+// LASzip's decoder begins with a range of 0xFFFFFFFF and a value of the first four bytes, and looks outside
+// its tables when the value is not below the range. No coder writes such a value.
+void checkCode(const IO& io, std::int64_t position)
+{
+    unsigned char bytes[4];
+    if (readFully(io, position, bytes, sizeof bytes) == sizeof bytes &&
+        loadLittleEndian<std::uint32_t>(bytes) == UINT32_MAX)
+        QM_THROW(40602, "bad LAZ chunk: no code begins with these bytes");
+}
+
+} // namespace
+
+LASzipChunks LASzipChunks::find(const IO& io, const LASHeader& header, const LASzipCoding& coding)
+{
+    LASzipChunks chunks;
+    if (header.getPointCount() == 0)
+        return chunks;
+    chunks.begin = header.pointDataOffset;
+    chunks.pointBytes = header.recordLength;
+    if (!coding.chunked)
+        return chunks;
+    // A position of -1 means that it stands in the last 8 bytes of the file.
+    const std::int64_t size = io.size();
+    unsigned char bytes[8];
+    const auto read = [&](std::int64_t position) {
+        if (position < 0 || readFully(io, position, bytes, sizeof bytes) != sizeof bytes)
+            QM_THROW(40602, "the LAZ chunk table is missing");
+        return loadLittleEndian<std::int64_t>(bytes);
+    };
+    std::int64_t table = read(header.pointDataOffset);
+    if (table == -1)
+        table = read(size - static_cast<std::int64_t>(sizeof bytes));
+    read(table);
+    if (loadLittleEndian<std::uint32_t>(bytes) != 0)
+        QM_THROW(40602, "bad LAZ chunk table: unknown version");
+    chunks.count = loadLittleEndian<std::uint32_t>(bytes + 4);
+    constexpr std::int64_t smallestChunk = 20; // it begins with a whole point
+    if (chunks.count > size / smallestChunk)
+        QM_THROW(40602, "bad LAZ chunk table: %u chunks do not fit into the file", chunks.count);
+    checkCode(io, table + std::int64_t{sizeof bytes});
+    chunks.begin += std::int64_t{sizeof bytes};
+    if (table < chunks.begin)
+        QM_THROW(40602, "bad LAZ chunk table: it stands before the points");
+    chunks.end = table;
+    chunks.numLayers = coding.numLayers;
+    return chunks;
+}
+
+LASzipChunkWalk::LASzipChunkWalk(const IO& io, const LASzipChunks& chunks)
+    : m_io(io), m_chunks(chunks), m_next(chunks.begin), m_unchecked(chunks.count)
+{}
+
+std::size_t LASzipChunkWalk::allow(std::int64_t position, std::size_t count)
+{
+    if (m_chunks.numLayers == 0)
+        return count;
+    // The table is read before the chunks, and never again.
+    if (position >= m_chunks.end)
+        return m_amongChunks ? 0 : count;
+    m_amongChunks = m_amongChunks || position >= m_chunks.begin;
+    const auto upTo = [&](std::int64_t end) {
+        const std::int64_t left = std::max<std::int64_t>(end - position, 0);
+        count = static_cast<std::size_t>(std::min(left, static_cast<std::int64_t>(count)));
+    };
+    upTo(m_chunks.end);
+    while (m_unchecked != 0 && m_next < position + static_cast<std::int64_t>(count))
+        checkChunk();
+    if (m_unchecked == 0)
+        upTo(std::max(m_next, m_chunks.begin));
+    return count;
+}
+
+void LASzipChunkWalk::passed(std::int64_t position, std::size_t count)
+{
+    if (m_chunks.numLayers != 0 || m_chunks.pointBytes == 0 || position < m_chunks.begin)
+        return;
+    if (position != m_pieceEnd)
+        m_pieceBegin = position;
+    m_pieceEnd = position + static_cast<std::int64_t>(count);
+    if (m_pieceEnd - m_pieceBegin == static_cast<std::int64_t>(m_chunks.pointBytes))
+        checkCode(m_io, m_pieceEnd);
+}
+
+void LASzipChunkWalk::checkChunk()
+{
+    std::vector<unsigned char> sizes(4 * m_chunks.numLayers);
+    const std::int64_t position = m_next + static_cast<std::int64_t>(m_chunks.pointBytes) + 4;
+    std::int64_t left = m_chunks.end - position - static_cast<std::int64_t>(sizes.size());
+    if (left < 0 || readFully(m_io, position, sizes.data(), sizes.size()) != sizes.size())
+        QM_THROW(40602, "bad LAZ chunk: it has no room before the chunk table");
+    for (std::size_t i = 0; i < m_chunks.numLayers; ++i) {
+        const std::int64_t size = loadLittleEndian<std::uint32_t>(sizes.data() + 4 * i);
+        if (size > left)
+            QM_THROW(40602, "bad LAZ chunk: layer %zu reaches into the chunk table", i);
+        if (size != 0)
+            checkCode(m_io, m_chunks.end - left);
+        left -= size;
+    }
+    m_next = m_chunks.end - left;
+    --m_unchecked;
+}
+
+} // namespace Quillmoran
