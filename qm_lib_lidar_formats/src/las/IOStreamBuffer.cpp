@@ -43,9 +43,20 @@ IOStreamBuffer::int_type IOStreamBuffer::underflow()
 void IOStreamBuffer::flush()
 {
     const auto size = static_cast<std::size_t>(pptr() - pbase());
-    writeFully(m_io, m_position, pbase(), size);
+    try {
+        if (!m_failure)
+            writeFully(m_io, m_position, pbase(), size);
+    } catch (...) {
+        m_failure = std::current_exception();
+    }
     m_position += static_cast<std::int64_t>(size);
     setp(m_buffer.get(), m_buffer.get() + bufferSize);
+}
+
+void IOStreamBuffer::throwFailure() const
+{
+    if (m_failure)
+        std::rethrow_exception(m_failure);
 }
 
 IOStreamBuffer::int_type IOStreamBuffer::overflow(int_type byte)

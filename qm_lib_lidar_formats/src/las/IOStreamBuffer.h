@@ -6,6 +6,7 @@
 #include "platform/IO.h"
 
 #include <cstdint>
+#include <exception>
 #include <ios>
 #include <streambuf>
 #include <vector>
@@ -21,8 +22,11 @@ public:
     // Writing, from a position of the store on.
     IOStreamBuffer(IO& io, std::int64_t position);
 
-    // Writes what is buffered; throws when the store does not take it.
+    // Writes what is buffered. What the store does not take is dropped, and so is all that follows: LASzip
+    // leaks memory when it closes a stream that has gone bad.
     void flush();
+    // Throws what the store threw.
+    void throwFailure() const;
 
 protected:
     int_type underflow() override;
@@ -41,6 +45,7 @@ private:
     Buffer<char> m_buffer;
     std::int64_t m_position = 0; // reading: of the end of the buffered bytes; writing: of their beginning
     bool m_writing;
+    std::exception_ptr m_failure; // of writing
 };
 
 } // namespace Quillmoran
