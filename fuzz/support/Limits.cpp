@@ -18,8 +18,8 @@ namespace Quillmoran::Fuzz {
 
 namespace {
 
-constexpr std::int64_t baseBytes = std::int64_t{256} << 20;
-constexpr std::int64_t bytesPerByte = 256;
+constexpr std::int64_t baseBytes = std::int64_t{640} << 20;
+constexpr std::int64_t bytesPerByte = 64;
 // Seconds under the sanitizers, which cost a factor of ten or so.
 constexpr double baseSeconds = 2;
 constexpr double secondsPerByte = 20e-6;

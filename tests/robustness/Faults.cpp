@@ -104,7 +104,7 @@ void* allocate(std::size_t size, const void* caller)
     return std::malloc(size != 0 ? size : 1);
 }
 
-bool failsForCore(const void* caller)
+[[maybe_unused]] bool failsForCore(const void* caller)
 {
     return armed && !areSpared && core.holds(caller) && fails(Call::Allocate);
 }
@@ -271,10 +271,6 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
     return T::allocate(size, __builtin_return_address(0));
 }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
-{
-    return T::allocate(size, __builtin_return_address(0));
-}
 void operator delete(void* block) noexcept
 {
     std::free(block);
@@ -283,11 +279,11 @@ void operator delete[](void* block) noexcept
 {
     std::free(block);
 }
-void operator delete(void* block, std::size_t) noexcept
+void operator delete[](void* block, std::size_t) noexcept
 {
     std::free(block);
 }
-void operator delete[](void* block, std::size_t) noexcept
+void operator delete(void* block, std::size_t) noexcept
 {
     std::free(block);
 }

@@ -27,12 +27,6 @@ std::int64_t IOStreamBuffer::tell() const noexcept
     return m_writing ? m_position + (pptr() - pbase()) : m_position - (egptr() - gptr());
 }
 
-void IOStreamBuffer::rethrow() const
-{
-    if (m_failure)
-        std::rethrow_exception(m_failure);
-}
-
 std::size_t IOStreamBuffer::fill()
 {
     const auto headSize = static_cast<std::int64_t>(m_head.size());
@@ -76,9 +70,20 @@ std::streamsize IOStreamBuffer::xsgetn(char* bytes, std::streamsize count)
 void IOStreamBuffer::flush()
 {
     const auto size = static_cast<std::size_t>(pptr() - pbase());
-    writeFully(m_io, m_position, pbase(), size);
+    try {
+        if (!m_failure)
+            writeFully(m_io, m_position, pbase(), size);
+    } catch (...) {
+        m_failure = std::current_exception();
+    }
     m_position += static_cast<std::int64_t>(size);
     setp(m_buffer.get(), m_buffer.get() + bufferSize);
+}
+
+void IOStreamBuffer::throwFailure() const
+{
+    if (m_failure)
+        std::rethrow_exception(m_failure);
 }
 
 IOStreamBuffer::int_type IOStreamBuffer::overflow(int_type byte)

@@ -24,10 +24,11 @@ public:
     // Writing, from a position of the store on.
     IOStreamBuffer(IO& io, std::int64_t position);
 
-    // Throws what a read has thrown, of which LASzip keeps the reason to itself.
-    void rethrow() const;
-    // Writes what is buffered; throws when the store does not take it.
+    // Writes what is buffered. What the store does not take is dropped, and so is all that follows: LASzip
+    // leaks memory when it closes a stream that has gone bad.
     void flush();
+    // Throws what a read or a write has thrown, of which LASzip keeps the reason to itself.
+    void throwFailure() const;
 
 protected:
     int_type underflow() override;

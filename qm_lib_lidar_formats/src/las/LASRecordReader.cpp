@@ -115,7 +115,7 @@ private:
     void check(laszip_I32 status) const
     {
         if (status != 0)
-            m_buffer.rethrow();
+            m_buffer.throwFailure();
         m_laszip.check(status);
     }
 

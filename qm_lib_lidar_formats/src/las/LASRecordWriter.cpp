@@ -77,6 +77,7 @@ private:
     // LASzip does not look at what became of its bytes.
     void throwIfBad() const
     {
+        m_buffer.throwFailure();
         if (!m_stream)
             QM_THROW(40002, "write error");
     }
