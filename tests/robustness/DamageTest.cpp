@@ -73,8 +73,13 @@ protected:
     FileBytes whole;
     Random random{GetParam()};
     // Of this kind: one place in how many is damaged, and how many damages of a random sort there are.
-    const std::size_t stride = longRun ? 1 : kind.slowness;
-    const std::size_t count = longRun ? std::strtoul(longRun, nullptr, 10) : 100 / kind.slowness;
+#if defined(__SANITIZE_THREAD__)
+    static constexpr std::size_t thinning = 16; // what this finds has little to do with threads
+#else
+    static constexpr std::size_t thinning = 1;
+#endif
+    const std::size_t stride = longRun ? 1 : kind.slowness * thinning;
+    const std::size_t count = longRun ? std::strtoul(longRun, nullptr, 10) : 100 / stride + 1;
 
 private:
     int m_files = 0;
@@ -98,7 +103,7 @@ void append(FileBytes& to, const FileBytes& bytes)
 
 TEST_P(Damage, CutAtEveryLength)
 {
-    for (std::size_t size = 0; size < whole.size(); ++size)
+    for (std::size_t size = 0; size < whole.size(); size += thinning)
         attempt(slice(whole, 0, size), "cut at " + std::to_string(size));
 }
 
