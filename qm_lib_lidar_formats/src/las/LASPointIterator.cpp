@@ -41,6 +41,8 @@ void LASPointIterator::init(IO* io, const LASHeader& header, const LASzipChunks&
     m_reader = LASRecordReader::create(io, header, chunks, layout);
     m_remaining = static_cast<std::int64_t>(header.getPointCount());
     m_sliceSize = std::clamp<std::size_t>(sliceBytes / m_reader->stride(), 1, largestSlice);
+    m_sliceSize =
+        static_cast<std::size_t>(std::min<std::int64_t>(m_remaining, static_cast<std::int64_t>(m_sliceSize)));
     m_records.resize(m_sliceSize * m_reader->stride());
     for (auto& coordinates : m_coordinates)
         coordinates.resize(m_sliceSize);
