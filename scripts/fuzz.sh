@@ -71,7 +71,6 @@ run_target() {
     >/dev/null 2>"$build/$target.log"
 }
 export -f run_target
-export LSAN_OPTIONS=suppressions=fuzz/leaks.supp:print_suppressions=0
 failed=0
 printf '%s\n' "${targets[@]}" |
   xargs -P "$(nproc)" -I{} bash -c 'run_target "$@" || touch "$2/findings/$1/.failed"' _ {} "$build" "$seconds" "$largest"

@@ -214,7 +214,7 @@ TEST_F(Vxinfo, ChecksThatAllPointsAreThere)
         const json damaged = report(plan, {"-check"}, false);
         EXPECT_EQ(damaged["error"].get<std::string>().rfind("the index gives 0 of the ", 0), 0u)
             << damaged["error"];
-        EXPECT_EQ(damaged["problems"], json({damaged["error"]}));
+        EXPECT_EQ(damaged["problems"], json::array({damaged["error"]}));
     }
 
     // A point nowhere is in no box.

@@ -265,6 +265,7 @@ FileBytes makeText(const TemporaryDirectory&)
     return bytesOf(text.str());
 }
 
+#if HAS_PDAL
 FileBytes makeBPF(const TemporaryDirectory& directory)
 {
     const auto tile = openFile(buildTile(0, 0, 50));
@@ -272,6 +273,7 @@ FileBytes makeBPF(const TemporaryDirectory& directory)
     writer->write(Bounds::Huge(), 1, tile->getPointInfo(), nullptr);
     return bytesOf(readFile(directory / "made.bpf"));
 }
+#endif
 
 FileBytes makeList(const TemporaryDirectory& directory)
 {
@@ -335,7 +337,9 @@ const std::vector<DamagedKind>& damagedKinds()
         {"files.list", makeList, 1, readByName},
         {"tiles.index", makeTileIndex, 3, readByName},
         {"boxes.tree", makeTree, 1, readTree},
+#if HAS_PDAL
         {"points.bpf", makeBPF, 1, readByName},
+#endif
     };
     return kinds;
 }

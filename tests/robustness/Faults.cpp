@@ -240,7 +240,7 @@ int unlink(const char* path) noexcept
     return T::concerns(path) && T::fails(Call::Unlink) ? -1 : system(path);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // which have their own
+#ifndef VX_SANITIZED // sanitizers have their own
 void* __libc_malloc(std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
 

@@ -2,13 +2,12 @@
 
 #include <algorithm>
 #include <cstring>
-#include <utility>
 
 namespace Quillmoran {
 
-IOStreamBuffer::IOStreamBuffer(IO& io, std::vector<unsigned char> head, const LASzipChunks& chunks)
+IOStreamBuffer::IOStreamBuffer(IO& io, const LASzipChunks& chunks)
     : m_io(io),
-      m_head(std::move(head)),
+      m_head(chunks.head),
       m_walk(io, chunks),
       m_buffer(makeBuffer<char>(bufferSize)),
       m_writing(false)

@@ -17,10 +17,9 @@ namespace Quillmoran {
 class IOStreamBuffer final : public std::streambuf
 {
 public:
-    // Reading: `head` stands in place of the store's first bytes, and only sound chunks are shown. A read
-    // behind the end throws, so that the stream is bad and not merely at its end, which LASzip would not
-    // notice.
-    IOStreamBuffer(IO& io, std::vector<unsigned char> head, const LASzipChunks& chunks);
+    // Reading: only sound chunks are shown, and their head in place of the store's first bytes. A read behind
+    // the end throws, so that the stream is bad and not merely at its end, which LASzip would not notice.
+    IOStreamBuffer(IO& io, const LASzipChunks& chunks);
     // Writing, from a position of the store on.
     IOStreamBuffer(IO& io, std::int64_t position);
 

@@ -83,14 +83,17 @@ void LASPointReader::openCompressed()
 {
     // Of several, LASzip takes the last and forgets to give back the others.
     std::vector<LASVariableRecord> records = m_records;
-    const auto isOther = [](const LASVariableRecord& record) { return !record.isCompression(); };
+    const auto isOther = [this](const LASVariableRecord& record) {
+        return !record.isCompression() || record.position > m_header.pointDataOffset;
+    };
     records.erase(std::remove_if(records.begin(), records.end(), isOther), records.end());
     if (records.empty())
         QM_THROW(40602, "the file says that it is compressed, and not how");
     if (records.size() > 1)
         QM_THROW(40602, "the file says more than once how it is compressed");
-    const auto coding = readLASzipRecord(readLASRecordValue(*m_io, records.front()), m_header);
-    m_chunks = LASzipChunks::find(*m_io, m_header, coding);
+    const std::vector<unsigned char> value = readLASRecordValue(*m_io, records.front());
+    m_chunks = LASzipChunks::find(*m_io, m_header, readLASzipRecord(value, m_header));
+    m_chunks.head = makeLASzipHead(m_header, value);
     // Whether LASzip can take the file shows when it begins.
     LASRecordReader::create(m_io.get(), m_header, m_chunks, PointInfo());
 }

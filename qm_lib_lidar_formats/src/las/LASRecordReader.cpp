@@ -64,16 +64,6 @@ laszip_U32 selectFields(const PointInfo& wanted)
     return fields;
 }
 
-// LASzip refuses the version that an unset one reads as; such a file is shown to it as 1.2.
-std::vector<unsigned char> headForLASzip(LASHeader header)
-{
-    if (header.versionMajor != 0)
-        return {};
-    header.versionMajor = 1;
-    header.versionMinor = 2;
-    return header.write();
-}
-
 class CompressedReader final : public LASRecordReader
 {
 public:
@@ -81,7 +71,7 @@ public:
         : LASRecordReader(header.pointFormat.recordLength()),
           m_io(io),
           m_format(header.pointFormat),
-          m_buffer(*m_io, headForLASzip(header), chunks),
+          m_buffer(*m_io, chunks),
           m_stream(&m_buffer)
     {
         // Otherwise the stream keeps a failed read to itself, and LASzip goes on with bytes that are not

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace Quillmoran {
 
@@ -16,11 +17,12 @@ namespace Quillmoran {
 //   points 4 | size of each layer 4 | layers: code | else          | one point as it stands | code |
 struct LASzipChunks
 {
-    std::int64_t begin = 0;     // of the first point
-    std::int64_t end = 0;       // layered: where the table begins
-    std::uint32_t count = 0;    // layered: chunks
-    std::size_t numLayers = 0;  // 0: the chunks are not layered
-    std::size_t pointBytes = 0; // 0: the file has no points
+    std::vector<unsigned char> head; // stands in place of the file's first bytes; see makeLASzipHead()
+    std::int64_t begin = 0;          // of the first point
+    std::int64_t end = 0;            // layered: where the table begins
+    std::uint32_t count = 0;         // layered: chunks
+    std::size_t numLayers = 0;       // 0: the chunks are not layered
+    std::size_t pointBytes = 0;      // 0: the file has no points
 
     // Finds the points of a file of this coding. 40602 when the table is missing, which no chunked file with
     // points does without, or lists more chunks than the file can hold. The store is open.

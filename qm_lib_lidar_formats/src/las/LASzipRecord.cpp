@@ -1,5 +1,6 @@
 #include "las/LASzipRecord.h"
 
+#include "las/LASVariableRecords.h"
 #include "platform/Base.h"
 #include "platform/ByteOrder.h"
 
@@ -139,6 +140,23 @@ LASzipCoding readLASzipRecord(const std::vector<unsigned char>& value, const LAS
     if (types != partsOf(header))
         throwBad("its points are of another format than the header's");
     return coding;
+}
+
+std::vector<unsigned char> makeLASzipHead(LASHeader header, const std::vector<unsigned char>& value)
+{
+    if (header.versionMajor == 0) {
+        header.versionMajor = 1;
+        header.versionMinor = 2;
+    }
+    header.headerSize = LASHeader::sizeOfVersion(header.versionMinor);
+    header.numVLRs = 1;
+    header.waveformDataStart = 0;
+    header.firstEVLR = 0;
+    header.numEVLRs = 0;
+    std::vector<unsigned char> head = header.write();
+    appendLASVariableRecord(head, LASVariableRecord::compressionUserID,
+                            LASVariableRecord::compressionRecordID, nullptr, value.data(), value.size());
+    return head;
 }
 
 } // namespace Quillmoran

@@ -19,4 +19,9 @@ struct LASzipCoding
 // describes points of the header's format and record length.
 LASzipCoding readLASzipRecord(const std::vector<unsigned char>& value, const LASHeader& header);
 
+// What LASzip is to see in place of the header and the records in front of the points: the header, and the
+// value of this one record. It frees the others even where it could not read them, and it refuses a version
+// that is unset.
+std::vector<unsigned char> makeLASzipHead(LASHeader header, const std::vector<unsigned char>& value);
+
 } // namespace Quillmoran

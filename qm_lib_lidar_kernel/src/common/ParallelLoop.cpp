@@ -10,6 +10,7 @@
 #else
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
 #endif
 
 namespace Quillmoran {
@@ -41,14 +42,17 @@ void runAll(std::size_t count, const Body& body)
 template <class Body>
 void runAll(std::size_t count, const Body& body)
 {
-    tbb::task_group_context context;
-    tbb::parallel_for(
-        tbb::blocked_range<std::size_t>(0, count),
-        [&body](const tbb::blocked_range<std::size_t>& range) {
-            for (std::size_t i = range.begin(); i != range.end(); ++i)
-                body(i);
-        },
-        tbb::auto_partitioner(), context);
+    // The caller may hold a lock. While it waits it must not take up tasks of other loops, which may want it.
+    tbb::this_task_arena::isolate([&] {
+        tbb::task_group_context context;
+        tbb::parallel_for(
+            tbb::blocked_range<std::size_t>(0, count),
+            [&body](const tbb::blocked_range<std::size_t>& range) {
+                for (std::size_t i = range.begin(); i != range.end(); ++i)
+                    body(i);
+            },
+            tbb::auto_partitioner(), context);
+    });
 }
 
 #endif
