@@ -42,15 +42,23 @@ std::size_t IOStreamBuffer::fill()
 
 IOStreamBuffer::int_type IOStreamBuffer::underflow()
 {
+    std::size_t got = bufferSize; // of zeros, once a read has failed
     try {
-        const std::size_t got = fill();
-        m_position += static_cast<std::int64_t>(got);
-        setg(m_buffer.get(), m_buffer.get(), m_buffer.get() + got);
+        if (!m_failure)
+            got = fill();
     } catch (...) {
-        m_failure = std::current_exception();
-        throw;
+        becomeZeros();
     }
+    if (!m_failure)
+        m_position += static_cast<std::int64_t>(got);
+    setg(m_buffer.get(), m_buffer.get(), m_buffer.get() + got);
     return traits_type::to_int_type(*gptr());
+}
+
+void IOStreamBuffer::becomeZeros()
+{
+    m_failure = std::current_exception();
+    std::fill_n(m_buffer.get(), bufferSize, '\0');
 }
 
 std::streamsize IOStreamBuffer::xsgetn(char* bytes, std::streamsize count)
@@ -58,10 +66,10 @@ std::streamsize IOStreamBuffer::xsgetn(char* bytes, std::streamsize count)
     const std::int64_t position = tell();
     const std::streamsize got = std::streambuf::xsgetn(bytes, count);
     try {
-        m_walk.passed(position, static_cast<std::size_t>(got));
+        if (!m_failure)
+            m_walk.passed(position, static_cast<std::size_t>(got));
     } catch (...) {
-        m_failure = std::current_exception();
-        throw;
+        becomeZeros();
     }
     return got;
 }

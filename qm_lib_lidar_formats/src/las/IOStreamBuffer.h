@@ -17,8 +17,9 @@ namespace Quillmoran {
 class IOStreamBuffer final : public std::streambuf
 {
 public:
-    // Reading: only sound chunks are shown, and their head in place of the store's first bytes. A read behind
-    // the end throws, so that the stream is bad and not merely at its end, which LASzip would not notice.
+    // Reading: only sound chunks are shown, and their head in place of the store's first bytes. From a failed
+    // read on, as one behind the end is, all bytes are zero: LASzip can crash where a stream goes bad or
+    // ends, and not over zeros. So throwFailure() is called behind every call of LASzip.
     IOStreamBuffer(IO& io, const LASzipChunks& chunks);
     // Writing, from a position of the store on.
     IOStreamBuffer(IO& io, std::int64_t position);
@@ -42,6 +43,8 @@ private:
 
     std::int64_t tell() const noexcept;
     std::size_t fill();
+    // Keeps the exception that is being handled.
+    void becomeZeros();
 
     IO& m_io;
     std::vector<unsigned char> m_head;

@@ -74,18 +74,12 @@ public:
           m_buffer(*m_io, chunks),
           m_stream(&m_buffer)
     {
-        // Otherwise the stream keeps a failed read to itself, and LASzip goes on with bytes that are not
-        // there.
-        m_stream.exceptions(std::ios::badbit);
         m_laszip.check(laszip_decompress_selective(m_laszip.get(), selectFields(wanted)));
         laszip_BOOL isCompressed = 0;
-        check(laszip_open_reader_stream(m_laszip.get(), m_stream, &isCompressed));
-        m_isOpen = true;
-    }
-    ~CompressedReader() override
-    {
-        if (m_isOpen)
-            laszip_close_reader(m_laszip.get());
+        const laszip_I32 status = laszip_open_reader_stream(m_laszip.get(), m_stream, &isCompressed);
+        if (status == 0)
+            m_opened.reset(m_laszip.get());
+        check(status);
     }
 
     void read(unsigned char* records, std::size_t count) override
@@ -104,8 +98,7 @@ public:
 private:
     void check(laszip_I32 status) const
     {
-        if (status != 0)
-            m_buffer.throwFailure();
+        m_buffer.throwFailure();
         m_laszip.check(status);
     }
 
@@ -114,7 +107,7 @@ private:
     IOStreamBuffer m_buffer;
     std::istream m_stream;
     LASzip m_laszip;
-    bool m_isOpen = false;
+    std::unique_ptr<void, laszip_I32 (*)(laszip_POINTER)> m_opened{nullptr, laszip_close_reader};
     bool m_failed = false;
 };
 

@@ -73,12 +73,7 @@ std::size_t LASzipChunkWalk::allow(std::int64_t position, std::size_t count)
         const std::int64_t left = std::max<std::int64_t>(end - position, 0);
         count = static_cast<std::size_t>(std::min(left, static_cast<std::int64_t>(count)));
     };
-    // No chunk is refused while LASzip reads what stands before the points: it would not clean up.
-    if (position < m_chunks.begin) {
-        upTo(m_chunks.begin);
-        return count;
-    }
-    m_amongChunks = true;
+    m_amongChunks = m_amongChunks || position >= m_chunks.begin;
     upTo(m_chunks.end);
     while (m_unchecked != 0 && m_next < position + static_cast<std::int64_t>(count))
         checkChunk();

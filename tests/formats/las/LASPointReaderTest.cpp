@@ -325,9 +325,10 @@ TEST_F(LASReading, ShowsLASzipNoChunkThatItWouldNotSurvive)
         if (format == 3) {
             EXPECT_EQ(with(code, 4, 0xFF), "40602 bad LAZ chunk: no code begins with these bytes");
         } else {
-            EXPECT_EQ(with(code + 4 + 10 * 4, 4, 0xFF), "bad LAZ chunk: no code begins with these bytes");
-            EXPECT_EQ(with(code + 4, 4, 0x7F), "bad LAZ chunk: layer 0 reaches into the chunk table");
-            EXPECT_EQ(with(code + 4, 40, 0xFF), "bad LAZ chunk: layer 0 reaches into the chunk table");
+            EXPECT_EQ(with(code + 4 + 10 * 4, 4, 0xFF),
+                      "40602 bad LAZ chunk: no code begins with these bytes");
+            EXPECT_EQ(with(code + 4, 4, 0x7F), "40602 bad LAZ chunk: layer 0 reaches into the chunk table");
+            EXPECT_EQ(with(code + 4, 40, 0xFF), "40602 bad LAZ chunk: layer 0 reaches into the chunk table");
         }
         std::uint64_t table = 0;
         std::memcpy(&table, whole.data() + head.pointDataOffset, sizeof table);
