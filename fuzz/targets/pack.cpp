@@ -3,6 +3,7 @@
 #include "encode/VX7PointWriter.h"
 #include "platform/Base.h"
 #include "support/InputReader.h"
+#include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/ReadPoints.h"
 #include "support/ReadSource.h"
@@ -45,15 +46,11 @@ PointInfo takeLayout(InputReader& reader)
     constexpr DataType types[] = {UINT8,  SINT8,   UINT16, SINT16, UINT32,
                                   SINT32, FLOAT32, UINT64, SINT64, FLOAT64};
     PointInfo layout;
-    const auto append = [&layout](const std::string& name, DataType type, double step) {
-        ChannelInfo info;
-        info.init(name.c_str(), type, 0, step);
-        layout.append(info);
-    };
     for (const char* name : {"X", "Y", "Z"})
-        append(name, FLOAT64, reader.below(2) * 0.01);
+        layout.append(Testing::channel(name, FLOAT64, reader.below(2) * 0.01));
     for (std::uint32_t i = reader.below(5); i > 0; --i)
-        append("C" + std::to_string(i), types[reader.below(std::size(types))], 0);
+        layout.append(
+            Testing::channel(("C" + std::to_string(i)).c_str(), types[reader.below(std::size(types))]));
     return layout;
 }
 
