@@ -10,7 +10,7 @@ scripts/dependencies.sh --all
 scripts/build.sh coverage "${targets[@]/#/replay_}" make_seeds
 build=build/coverage
 rm -rf "$build/seeds" "$build"/*.profraw
-"$build/make_seeds" "$build/seeds"
+LLVM_PROFILE_FILE=/dev/null "$build/make_seeds" "$build/seeds"
 objects=()
 for library in "$build"/*.so; do objects+=(-object "$library"); done
 for target in "${targets[@]}"; do
