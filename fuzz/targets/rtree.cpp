@@ -50,15 +50,16 @@ std::multiset<std::int64_t> walk(const RTree& tree, const Query& query)
     return values;
 }
 
-void readDiskForm(Input bytes, const Query& query)
+// A tree reads on through the store, which it keeps.
+Scoped<DiskRTree> openDiskForm(std::vector<std::uint8_t> bytes)
 {
-    const Scoped<ByteStore> store(ByteStore::create({bytes.begin(), bytes.end()}));
+    const auto length = static_cast<std::int64_t>(bytes.size());
+    const Scoped<ByteStore> store(ByteStore::create(std::move(bytes)));
     StreamReader stream;
     stream.init(store.get(), true, 512);
-    const Scoped<DiskRTree> tree(DiskRTree::create());
-    tree->init(stream, static_cast<std::int64_t>(bytes.size()));
-    stream.close();
-    walk(*tree, query);
+    Scoped<DiskRTree> tree(DiskRTree::create());
+    tree->init(stream, length);
+    return tree;
 }
 
 void readMemoryForm(Input bytes, const Query& query)
@@ -79,12 +80,7 @@ void readMemoryForm(Input bytes, const Query& query)
     const double scale[3] = {0.01, 0.01, 0.001};
     tree->save(writer, scale);
     writer.close(true);
-    StreamReader savedStream;
-    savedStream.init(saved.get(), true, 512);
-    const Scoped<DiskRTree> disk(DiskRTree::create());
-    disk->init(savedStream, saved->size());
-    savedStream.close();
-    require(walk(*disk, query) == values, "the disk form holds other values");
+    require(walk(*openDiskForm(saved->bytes()), query) == values, "the disk form holds other values");
 }
 
 } // namespace
@@ -97,7 +93,7 @@ std::uint64_t run(Input input)
     if (memoryForm)
         readMemoryForm(reader.rest(), query);
     else
-        readDiskForm(reader.rest(), query);
+        walk(*openDiskForm({reader.rest().begin(), reader.rest().end()}), query);
     return 0;
 }
 

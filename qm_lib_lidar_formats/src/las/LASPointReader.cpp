@@ -81,7 +81,7 @@ void LASPointReader::checkSize() const
 
 void LASPointReader::openCompressed()
 {
-    // Of several, LASzip takes the last and forgets to give back the others.
+    // Nothing says which of several counts, and those behind the points come too late.
     std::vector<LASVariableRecord> records = m_records;
     const auto isOther = [this](const LASVariableRecord& record) {
         return !record.isCompression() || record.position > m_header.pointDataOffset;
