@@ -60,6 +60,7 @@ run_target() {
   local target=$1 build=$2 seconds=$3 largest=$4
   local corpus="$build/corpus/$target" findings="$build/findings/$target"
   mkdir -p "$corpus" "$findings"
+  rm -f "$findings/.failed" # of a run that was interrupted
   local inputs=("$corpus" "$build/seeds/$target")
   for folder in corpus regressions; do
     [ ! -d "fuzz/$folder/$target" ] || inputs+=("fuzz/$folder/$target")
