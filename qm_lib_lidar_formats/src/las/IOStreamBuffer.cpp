@@ -6,11 +6,7 @@
 namespace Quillmoran {
 
 IOStreamBuffer::IOStreamBuffer(IO& io, const LASzipChunks& chunks)
-    : m_io(io),
-      m_head(chunks.head),
-      m_walk(io, chunks),
-      m_buffer(makeBuffer<char>(bufferSize)),
-      m_writing(false)
+    : m_io(io), m_walk(io, chunks), m_buffer(makeBuffer<char>(bufferSize)), m_writing(false)
 {
     setg(m_buffer.get(), m_buffer.get(), m_buffer.get());
 }
@@ -28,10 +24,11 @@ std::int64_t IOStreamBuffer::tell() const noexcept
 
 std::size_t IOStreamBuffer::fill()
 {
-    const auto headSize = static_cast<std::int64_t>(m_head.size());
+    const std::vector<unsigned char>& head = m_walk.getHead();
+    const auto headSize = static_cast<std::int64_t>(head.size());
     if (m_position < headSize) {
         const std::size_t got = std::min(bufferSize, static_cast<std::size_t>(headSize - m_position));
-        std::memcpy(m_buffer.get(), m_head.data() + m_position, got);
+        std::memcpy(m_buffer.get(), head.data() + m_position, got);
         return got;
     }
     const std::size_t got = m_io.pread(m_position, m_buffer.get(), m_walk.allow(m_position, bufferSize));

@@ -47,7 +47,6 @@ private:
     void becomeZeros();
 
     IO& m_io;
-    std::vector<unsigned char> m_head;
     LASzipChunkWalk m_walk;
     Buffer<char> m_buffer;
     std::int64_t m_position = 0; // reading: of the end of the buffered bytes; writing: of their beginning

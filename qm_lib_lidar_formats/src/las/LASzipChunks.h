@@ -36,6 +36,8 @@ public:
     // The store must outlive the walk.
     LASzipChunkWalk(const IO& io, const LASzipChunks& chunks);
 
+    const std::vector<unsigned char>& getHead() const noexcept { return m_chunks.head; }
+
     // How many of the `count` bytes at a position LASzip may see: not what lies behind the chunks once it has
     // come to them. 40602 when a layered chunk that begins among these bytes is larger than what is left for
     // it.
