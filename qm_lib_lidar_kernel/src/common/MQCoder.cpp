@@ -1,5 +1,8 @@
 #include "common/MQCoder.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace Quillmoran {
 
 namespace {
@@ -83,9 +86,35 @@ constexpr MQBase::StateTable buildTable()
 
 constexpr std::int32_t nothingPending = -1;
 
+// Whether a byte carries seven bits, by the byte before it.
+constexpr bool isStuffed(std::uint32_t before, std::uint32_t byte)
+{
+    return before == 0xFF && byte < 0x90;
+}
+
 } // namespace
 
 constinit const MQBase::StateTable MQBase::table = buildTable();
+
+constexpr MQDecoder::TransitionTable MQDecoder::buildTransitions()
+{
+    const auto contextOf = [](std::uint32_t s, std::uint32_t mps) -> Context {
+        return std::uint32_t{states[s].Qe} << 16 | (2 * s + mps) << 2 | mps;
+    };
+    TransitionTable built{};
+    for (std::uint32_t s = 0; s < std::size(states); ++s) {
+        for (std::uint32_t mps = 0; mps < 2; ++mps) {
+            const ProbabilityState& state = states[s];
+            Context* const next = &built.next[std::size_t{4} * (2 * s + mps)];
+            next[0] = contextOf(s, mps);
+            next[1] = contextOf(state.nextMPS, mps);
+            next[2] = next[3] = contextOf(state.nextLPS, mps ^ state.switchMPS);
+        }
+    }
+    return built;
+}
+
+constinit const MQDecoder::TransitionTable MQDecoder::transitions = MQDecoder::buildTransitions();
 
 void MQEncoder::begin(void* buffer, std::size_t) noexcept
 {
@@ -95,7 +124,7 @@ void MQEncoder::begin(void* buffer, std::size_t) noexcept
     B = nothingPending;
     m_shifts = 0;
     m_start = m_current = static_cast<std::uint8_t*>(buffer);
-    resetContexts();
+    m_contexts.fill(table.entries);
 }
 
 // One byte is held back in B so that a carry out of C can still reach it.
@@ -157,29 +186,76 @@ void MQDecoder::begin(const void* data, std::size_t length) noexcept
 {
     m_start = static_cast<const std::uint8_t*>(data);
     m_end = m_start + length;
-    const std::uint32_t first = length > 0 ? m_start[0] : 0xFF;
-    C = first << 16;
-    CT = 1;
-    B = static_cast<std::int32_t>(first);
-    if (length < 2) {
-        C |= 0xFF00;
-        m_current = m_end;
-    } else {
-        const std::uint32_t second = m_start[1];
-        m_current = m_start + 2;
-        B = static_cast<std::int32_t>(second);
-        if (first != 0xFF) {
-            C += second << 8;
-        } else if (second < 0x90) {
-            C += second << 9;
-            CT = 0;
-        } else {
-            C |= 0xFF00;
-        }
+    m_current = m_start + std::min<std::size_t>(length, 2);
+    m_padding = 0;
+    const std::uint64_t first = length > 0 ? m_start[0] : 0xFF;
+    const std::uint64_t second = length > 1 ? m_start[1] : 0xFF;
+    // Seven shifts have been made already, so one bit of the second byte is left, none of a stuffed one.
+    const bool stuffed = isStuffed(static_cast<std::uint32_t>(first), static_cast<std::uint32_t>(second));
+    const std::uint64_t low = stuffed ? second << 9 : (first == 0xFF ? 0xFF : second) << 8;
+    m_registers.A = std::uint64_t{0x8000} << registerShift;
+    m_registers.C = ((first << 16) + low) << 7 << (registerShift - 16);
+    m_registers.ahead = stuffed ? 0 : 1;
+    m_contexts.fill(transitions.next[0]);
+}
+
+MQDecoder::Registers MQDecoder::refill(Registers registers, std::uint32_t shift) noexcept
+{
+    while (shift > registers.ahead) {
+        registers.A <<= registers.ahead;
+        registers.C <<= registers.ahead;
+        shift -= registers.ahead;
+        registers.ahead = 0;
+        takeAhead(registers);
     }
-    C <<= 7;
-    A = 0x8000;
-    resetContexts();
+    registers.A <<= shift;
+    registers.C <<= shift;
+    registers.ahead -= shift;
+    return registers;
+}
+
+// Bits taken ahead of their time must not change the compared ones. Only the top bit of a stuffed byte does,
+// which is added to the byte before it: such a byte is taken when it is due.
+void MQDecoder::takeAhead(Registers& registers) noexcept
+{
+    constexpr std::uint32_t mostAhead = registerShift;
+    while (registers.ahead <= mostAhead - 8) {
+        std::uint64_t byte = 0xFF;
+        std::uint32_t bits = 8;
+        if (m_current == m_end) {
+            ++m_padding;
+        } else if (m_current[-1] != 0xFF) {
+            byte = *m_current++;
+        } else if (*m_current < 0x90) {
+            byte = *m_current;
+            bits = 7;
+            if (byte >= 0x80 && registers.ahead != 0)
+                return;
+            ++m_current;
+        } else {
+            ++m_current;
+        }
+        registers.C += byte << (registerShift - bits - registers.ahead);
+        registers.ahead += bits;
+    }
+}
+
+std::size_t MQDecoder::position() const noexcept
+{
+    // Gives back the bytes of which no bit was shifted in.
+    std::uint32_t ahead = m_registers.ahead;
+    std::uint32_t padding = m_padding;
+    for (; padding != 0 && ahead >= 8; --padding)
+        ahead -= 8;
+    const std::uint8_t* current = m_current;
+    while (padding == 0 && current - m_start > 2) {
+        const std::uint32_t bits = isStuffed(current[-2], current[-1]) ? 7 : 8;
+        if (ahead < bits)
+            break;
+        ahead -= bits;
+        --current;
+    }
+    return static_cast<std::size_t>(current - m_start);
 }
 
 } // namespace Quillmoran

@@ -1,10 +1,10 @@
 // The MQ coder: binary adaptive arithmetic coding as in JPEG 2000 and JBIG2. It codes the decisions of
 // integer coefficients, bit plane by bit plane.
 //
-// A decision is coded in one of 64 contexts. Each context points at an entry of one shared state table; the
-// more probable symbol is folded into the table (two entries per probability state), so a decision needs no
-// look-up by index and a context no symbol of its own. Neither side allocates or fails: a damaged segment
-// decodes to some decisions. One object is used by one thread at a time.
+// A decision is coded in one of 64 contexts. A context stands at an entry of one shared state table, into which
+// the more probable symbol is folded (two entries per probability state). The encoder's contexts point at
+// their entries; the decoder's hold what a decision needs of them in one word. Neither side allocates or
+// fails: a damaged segment decodes to some decisions. One object is used by one thread at a time.
 //
 // This coder differs from the published one in two places: the flush, which writes no end marker, and the
 // byte after an 0xFF that is no stuffed byte, which is consumed instead of being taken for a marker.
@@ -39,14 +39,7 @@ public:
     static const StateTable table;
 
 protected:
-    MQBase() { resetContexts(); }
-    void resetContexts() noexcept { m_contexts.fill(table.entries); }
-
-    std::uint32_t C = 0;  // code register
-    std::uint32_t A = 0;  // interval, in [0x8000, 0xFFFF] between decisions
-    std::uint32_t CT = 0; // shifts left before the next byte moves
-    std::int32_t B = 0;   // encoder: the byte held back, -1 for none; decoder: the last byte taken
-    std::array<const State*, numContexts> m_contexts;
+    MQBase() = default;
 };
 
 class QM_API MQEncoder : public MQBase
@@ -72,6 +65,11 @@ private:
     inline void renormalise() noexcept;
     void byteOut() noexcept;
 
+    std::uint32_t C = 0;  // code register
+    std::uint32_t A = 0;  // interval, in [0x8000, 0xFFFF] between decisions
+    std::uint32_t CT = 0; // shifts left before the next byte moves
+    std::int32_t B = 0;   // the byte held back, -1 for none
+    std::array<const State*, numContexts> m_contexts{};
     std::uint64_t m_shifts = 0; // of all renormalisations, as many as the decoder makes
     std::uint8_t* m_start = nullptr;
     std::uint8_t* m_current = nullptr;
@@ -80,27 +78,61 @@ private:
 class QM_API MQDecoder : public MQBase
 {
 public:
+    // What every decision changes. A loop holds it in a local, so that it stays in machine registers.
+    //
+    //   bit  63 .. 48   47 ..              0
+    //   A    interval   0                        in [0x8000, 0xFFFF] between decisions
+    //   C    code       bits taken ahead | 0
+    struct Registers
+    {
+        std::uint64_t A = 0;
+        std::uint64_t C = 0;
+        std::uint32_t ahead = 0; // how many bits were taken ahead, up to 48
+    };
+
     // Reads only [data, data + length). Past the end the decoder is fed ones for ever; an empty segment is
     // all ones.
     void begin(const void* data, std::size_t length) noexcept;
     void end() noexcept {}
 
-    int decode(int context) noexcept
-    {
-        return static_cast<int>(decode(m_contexts[static_cast<std::size_t>(context)]));
-    }
+    int decode(int context) noexcept { return static_cast<int>(decode(m_registers, context)); }
 
-    // How many bytes of the segment have been taken so far.
-    std::size_t position() const noexcept { return static_cast<std::size_t>(m_current - m_start); }
+    Registers registers() const noexcept { return m_registers; }
+    void setRegisters(const Registers& registers) noexcept { m_registers = registers; }
+    // A decision with the registers in a local: without a branch on its outcome, which for noise would be
+    // mispredicted every other time.
+    inline std::uint32_t decode(Registers& registers, int context) noexcept;
+    // The same for decisions that are nearly always the more probable symbol, which most often changes
+    // nothing but the interval.
+    inline std::uint32_t decodeSkewed(Registers& registers, int context) noexcept;
+
+    // How many bytes of the segment had to be taken so far.
+    std::size_t position() const noexcept;
 
 private:
-    inline std::uint32_t decode(const State*& context) noexcept;
-    inline void renormalise() noexcept;
-    inline void byteIn() noexcept;
+    // Qe << 16 | entry << 2 | the more probable symbol: all that a decision needs of its state.
+    using Context = std::uint32_t;
+    static constexpr std::uint32_t entryMask = 0x1FC;
+    static constexpr int registerShift = 48; // of the 16 bits that the published registers compare
+    // The context that follows, by the present one's entry (times 4) plus 0 when the interval stays, 1 after
+    // the more probable symbol, 3 after the other.
+    struct TransitionTable
+    {
+        std::array<Context, 4 * numStates> next;
+    };
+    static const TransitionTable transitions;
+    static constexpr TransitionTable buildTransitions();
 
+    // Shifts by more bits than were taken ahead, and takes more.
+    Registers refill(Registers registers, std::uint32_t shift) noexcept;
+    void takeAhead(Registers& registers) noexcept;
+
+    Registers m_registers;
+    std::array<Context, numContexts> m_contexts{};
     const std::uint8_t* m_start = nullptr;
-    const std::uint8_t* m_current = nullptr;
+    const std::uint8_t* m_current = nullptr; // behind the bytes that were taken, those ahead included
     const std::uint8_t* m_end = nullptr;
+    std::uint32_t m_padding = 0; // bytes of ones that were taken past the end
 };
 
 inline void MQEncoder::encode(const State*& context, std::uint32_t bit) noexcept
@@ -162,69 +194,42 @@ inline void MQEncoder::renormalise() noexcept
     CT -= shift;
 }
 
-inline std::uint32_t MQDecoder::decode(const State*& context) noexcept
+inline std::uint32_t MQDecoder::decode(Registers& registers, int index) noexcept
 {
-    const State& state = *context;
-    const std::uint32_t Qe = state.Qe;
-    A -= Qe;
-    std::uint32_t decision = state.MPS;
-    if ((C >> 16) < Qe) {
-        // The lower part was chosen; it is the less probable one unless the interval is inverted.
-        if (A < Qe) {
-            context = state.nextMPS;
-        } else {
-            decision ^= 1;
-            context = state.nextLPS;
-        }
-        A = Qe;
-        renormalise();
-        return decision;
-    }
-    C -= Qe << 16;
-    if (A & 0x8000)
-        return decision;
-    if (A < Qe) {
-        decision ^= 1;
-        context = state.nextLPS;
+    Context& context = m_contexts[static_cast<std::size_t>(index)];
+    const Context state = context;
+    const std::uint64_t Qe = std::uint64_t{state >> 16} << registerShift;
+    const std::uint64_t rest = registers.A - Qe;
+    // All ones when the lower part of the interval was chosen. It is the less probable one unless the parts
+    // are inverted.
+    const std::uint64_t lower = std::uint64_t{0} - std::uint64_t{registers.C < Qe};
+    const std::uint64_t A = rest ^ ((rest ^ Qe) & lower);
+    const std::uint64_t C = registers.C - (Qe & ~lower);
+    const std::uint32_t isLPS = static_cast<std::uint32_t>(lower & 1) ^ std::uint32_t{rest < Qe};
+    const auto isShort = static_cast<std::uint32_t>(~A >> 63); // always so after a less probable symbol
+    context = transitions.next[(state & entryMask) + isShort + 2 * isLPS];
+    // A is never 0; its top bit becomes bit 63.
+    const auto shift = static_cast<std::uint32_t>(__builtin_clzll(A));
+    if (__builtin_expect(shift > registers.ahead, 0)) {
+        registers = refill({A, C, registers.ahead}, shift);
     } else {
-        context = state.nextMPS;
+        registers.A = A << shift;
+        registers.C = C << shift;
+        registers.ahead -= shift;
     }
-    renormalise();
-    return decision;
+    return (state & 1) ^ isLPS;
 }
 
-// All shifts up to the next byte at once: A is never 0, and its top bit is to become bit 15.
-inline void MQDecoder::renormalise() noexcept
+inline std::uint32_t MQDecoder::decodeSkewed(Registers& registers, int index) noexcept
 {
-    auto shift = static_cast<std::uint32_t>(__builtin_clz(A)) - 16;
-    while (shift > CT) {
-        A <<= CT;
-        C <<= CT;
-        shift -= CT;
-        byteIn();
-    }
-    A <<= shift;
-    C <<= shift;
-    CT -= shift;
-}
-
-inline void MQDecoder::byteIn() noexcept
-{
-    CT = 8;
-    if (m_current == m_end) {
-        C += 0xFF00;
-        return;
-    }
-    const std::uint32_t byte = *m_current++;
-    if (B != 0xFF) {
-        C += byte << 8;
-    } else if (byte < 0x90) {
-        C += byte << 9; // a stuffed byte carries seven bits
-        CT = 7;
-    } else {
-        C += 0xFF00;
-    }
-    B = static_cast<std::int32_t>(byte);
+    const Context state = m_contexts[static_cast<std::size_t>(index)];
+    const std::uint64_t Qe = std::uint64_t{state >> 16} << registerShift;
+    const std::uint64_t rest = registers.A - Qe;
+    if (registers.C < Qe || rest >> 63 == 0)
+        return decode(registers, index);
+    registers.A = rest;
+    registers.C -= Qe;
+    return state & 1;
 }
 
 } // namespace Quillmoran

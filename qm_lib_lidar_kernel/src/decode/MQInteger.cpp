@@ -11,29 +11,55 @@ namespace {
 
 constexpr int subblockError = 40207;
 
+// Decodes one raw plane of a few coefficients and returns how many bits they took. No branch depends on the
+// bits, which are noise.
+template <class U>
+std::uint32_t decodeRawGroup(std::uint64_t bits, std::uint8_t* __restrict states, U* __restrict magnitudes,
+                             std::size_t count, int plane)
+{
+    static_assert(POSITIVE == 0 && INSIGNIFICANT == 1 && NEGATIVE == 2);
+    std::uint32_t taken = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto bit = static_cast<std::uint32_t>(bits & 1);
+        const auto sign = static_cast<std::uint32_t>(bits >> 1 & 1);
+        const std::uint32_t hasSign = bit & states[i]; // becomes significant
+        states[i] = static_cast<std::uint8_t>(states[i] - hasSign + 2 * (hasSign & sign));
+        magnitudes[i] = static_cast<U>(magnitudes[i] | static_cast<U>(bit) << plane);
+        bits >>= 1 + hasSign;
+        taken += 1 + hasSign;
+    }
+    return taken;
+}
+
 // Raw bits are taken from the least significant end of each byte. Behind the last byte come zeros.
 class RawBits
 {
 public:
+    static constexpr std::uint32_t visibleBits = 57; // at least
+
     RawBits(const std::uint8_t* current, const std::uint8_t* end) : m_current(current), m_end(end) {}
 
-    std::uint32_t next() noexcept
+    std::uint64_t peek() const noexcept
     {
-        if (m_left == 0) {
-            m_byte = m_current != m_end ? *m_current++ : 0;
-            m_left = 8;
-        }
-        const std::uint32_t bit = m_byte & 1;
-        m_byte >>= 1;
-        --m_left;
-        return bit;
+        if (m_end - m_current >= 8)
+            return loadLittleEndian<std::uint64_t>(m_current) >> m_used;
+        std::uint64_t bits = 0;
+        for (const std::uint8_t* byte = m_end; byte != m_current;)
+            bits = bits << 8 | *--byte;
+        return bits >> m_used;
+    }
+
+    void skip(std::uint32_t bits) noexcept
+    {
+        const std::ptrdiff_t bytes = (m_used + bits) / 8;
+        m_used = (m_used + bits) % 8;
+        m_current += std::min(bytes, m_end - m_current);
     }
 
 private:
     const std::uint8_t* m_current;
     const std::uint8_t* m_end;
-    std::uint32_t m_byte = 0;
-    int m_left = 0;
+    std::uint32_t m_used = 0; // bits of the current byte
 };
 
 } // namespace
@@ -104,43 +130,68 @@ void MQInteger<T>::readPlaneLengths(StreamReader& headers)
 }
 
 template <class T>
-void MQInteger<T>::decodePlane(MQDecoder& shared, U* __restrict magnitudes, std::size_t count, U bit)
+template <bool skewed>
+void MQInteger<T>::decodePlane(MQDecoder& decoder, U* __restrict magnitudes, std::size_t count, int plane)
 {
-    // A local decoder lives in registers. Whether a coefficient is significant already is folded into the
-    // context, so that one branch a decision, that on its outcome, is all there is to predict.
-    MQDecoder decoder = shared;
+    // Whether a coefficient is significant already is folded into the context. The one branch on what was
+    // decoded leads to the sign, once for each coefficient.
+    MQDecoder::Registers registers = decoder.registers();
     std::uint8_t* const states = m_states.data();
     unsigned left = INSIGNIFICANT;
     unsigned own = states[1];
     for (std::size_t i = 0; i < count; ++i) {
         const unsigned right = states[i + 2];
-        if (decoder.decode(firstContexts[9 * left + 3 * own + right])) {
-            magnitudes[i] |= bit;
-            if (own == INSIGNIFICANT) {
-                const int sign = decoder.decode(signContexts + static_cast<int>(3 * left + right));
-                states[i + 1] = sign ? NEGATIVE : POSITIVE;
-            }
+        const int context = firstContexts[9 * left + 3 * own + right];
+        const std::uint32_t bit =
+            skewed ? decoder.decodeSkewed(registers, context) : decoder.decode(registers, context);
+        magnitudes[i] = static_cast<U>(magnitudes[i] | static_cast<U>(bit) << plane);
+        if (bit & (own == INSIGNIFICANT ? 1u : 0u)) {
+            const int signContext = signContexts + static_cast<int>(3 * left + right);
+            states[i + 1] = decoder.decode(registers, signContext) ? NEGATIVE : POSITIVE;
         }
         left = own;
         own = right;
     }
-    shared = decoder;
+    decoder.setRegisters(registers);
 }
 
 template <class T>
-void MQInteger<T>::decodeRawPlanes(const std::uint8_t* bits, const std::uint8_t* end,
-                                   U* __restrict magnitudes, std::size_t count)
+void MQInteger<T>::decodePlanes(MQDecoder& decoder, U* magnitudes, std::size_t count)
 {
+    // A plane resembles the one above it. The uppermost ones hold the first bits of few coefficients. At a
+    // third of a bit for a decision both ways take the same time.
+    constexpr std::size_t skewedDecisions = 3; // and more for each coded bit
+    bool skewed = true;
+    for (int plane = m_topPlane; plane > m_rawTopPlane; --plane) {
+        const std::size_t before = decoder.position();
+        if (skewed)
+            decodePlane<true>(decoder, magnitudes, count, plane);
+        else
+            decodePlane<false>(decoder, magnitudes, count, plane);
+        skewed = (decoder.position() - before) * 8 * skewedDecisions < count;
+    }
+}
+
+template <class T>
+void MQInteger<T>::decodeRawPlanes(const std::uint8_t* bits, const std::uint8_t* end, U* magnitudes,
+                                   std::size_t count)
+{
+    // A coefficient takes two bits at most. So many of them are decoded from what is seen at once.
+    constexpr std::size_t group = RawBits::visibleBits / 2;
     RawBits raw(bits, end);
-    for (int plane = m_rawTopPlane; plane >= m_bottomPlane; --plane) {
-        const U bit = static_cast<U>(U{1} << plane);
-        for (std::size_t i = 0; i < count; ++i) {
-            if (!raw.next())
-                continue;
-            if (m_states[i + 1] == INSIGNIFICANT)
-                m_states[i + 1] = raw.next() ? NEGATIVE : POSITIVE;
-            magnitudes[i] |= bit;
-        }
+    for (int plane = m_rawTopPlane; plane >= m_bottomPlane; --plane)
+        for (std::size_t i = 0; i < count; i += group)
+            raw.skip(decodeRawGroup(raw.peek(), m_states.data() + 1 + i, magnitudes + i,
+                                    std::min(group, count - i), plane));
+}
+
+template <class T>
+void MQInteger<T>::applySigns(U* __restrict magnitudes, std::size_t count) const
+{
+    const std::uint8_t* const states = m_states.data() + 1;
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto negative = static_cast<U>(0 - (states[i] >> 1)); // all ones
+        magnitudes[i] = static_cast<U>((magnitudes[i] ^ negative) - negative);
     }
 }
 
@@ -156,14 +207,10 @@ void MQInteger<T>::decode(std::size_t, void* out, std::size_t count)
 
     MQDecoder decoder;
     decoder.begin(payload(), payloadSize());
-    for (int plane = m_topPlane; plane > m_rawTopPlane; --plane)
-        decodePlane(decoder, magnitudes, count, static_cast<U>(U{1} << plane));
+    decodePlanes(decoder, magnitudes, count);
     // The raw bits begin where the decoder stopped reading.
     decodeRawPlanes(payload() + decoder.position(), payload() + payloadSize(), magnitudes, count);
-
-    for (std::size_t i = 0; i < count; ++i)
-        if (m_states[i + 1] == NEGATIVE)
-            magnitudes[i] = static_cast<U>(0 - magnitudes[i]);
+    applySigns(magnitudes, count);
 }
 
 template class MQInteger<std::int16_t>;

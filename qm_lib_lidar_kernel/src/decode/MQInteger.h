@@ -32,8 +32,12 @@ private:
 
     void setPlanes(std::uint32_t code);
     void readPlaneLengths(StreamReader& headers);
-    void decodePlane(MQDecoder& decoder, U* magnitudes, std::size_t count, U bit);
+    // `skewed`: for planes that hold little, nearly all decisions being the probable ones.
+    template <bool skewed>
+    void decodePlane(MQDecoder& decoder, U* magnitudes, std::size_t count, int plane);
+    void decodePlanes(MQDecoder& decoder, U* magnitudes, std::size_t count);
     void decodeRawPlanes(const std::uint8_t* bits, const std::uint8_t* end, U* magnitudes, std::size_t count);
+    void applySigns(U* magnitudes, std::size_t count) const;
 
     int m_topPlane = -1;
     int m_bottomPlane = -1;
