@@ -2,7 +2,7 @@
 
 namespace Quillmoran {
 
-void ACIntegerModels::reset()
+ACIntegerModels::ACIntegerModels()
 {
     sign.setAlphabet(3);
     length.setAlphabet(numLengths);
@@ -10,9 +10,18 @@ void ACIntegerModels::reset()
         lowBits[i].setAlphabet(i < 6 ? 2u << i : largestAlphabet);
 }
 
-ACIntegerModels& ACIntegerModels::ofThread()
+void ACIntegerModels::reset() noexcept
 {
-    thread_local ACIntegerModels models;
+    static const ACIntegerModels fresh;
+    sign.assign(fresh.sign);
+    length.assign(fresh.length);
+    for (std::uint32_t i = 0; i < numLengths; ++i)
+        lowBits[i].assign(fresh.lowBits[i]);
+}
+
+std::array<ACIntegerModels, 2>& ACIntegerModels::ofThread()
+{
+    thread_local std::array<ACIntegerModels, 2> models;
     return models;
 }
 

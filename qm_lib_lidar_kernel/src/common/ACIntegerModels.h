@@ -4,6 +4,7 @@
 
 #include "common/ArithmeticCoder.h"
 
+#include <array>
 #include <cstdint>
 
 namespace Quillmoran {
@@ -27,13 +28,14 @@ struct QM_API ACIntegerModels
     ACBase::DataModel length;
     ACBase::DataModel lowBits[numLengths]; // by the bit length less one
 
-    // Sizes the models on first use and returns them to their first state.
-    void reset();
+    // In their first state.
+    ACIntegerModels();
+    void reset() noexcept;
 
-    // A set of the thread's own. One serves all its readers in turn, since every subblock begins with fresh
-    // models: a set has some 15 kB, and there can be thousands of readers. Out of line, so that a loop over
-    // samples asks for it once.
-    static ACIntegerModels& ofThread();
+    // Two sets of the thread's own. They serve all its readers in turn, since every subblock begins with
+    // fresh models: a set has some 10 kB, and there can be thousands of readers. Out of line, so that a loop
+    // over samples asks for them once.
+    static std::array<ACIntegerModels, 2>& ofThread();
 };
 
 } // namespace Quillmoran

@@ -7,7 +7,6 @@ namespace {
 constexpr std::uint32_t maxBitCount = 1u << 13;    // counts are halved above these totals, so that a model
 constexpr std::uint32_t maxSymbolCount = 1u << 15; // keeps following its data
 constexpr std::uint32_t maxBitUpdateCycle = 64;
-constexpr std::uint32_t smallAlphabet = 16; // searched without a table
 
 } // namespace
 
@@ -29,22 +28,32 @@ void ACBase::BitModel::update() noexcept
 void ACBase::DataModel::setAlphabet(std::uint32_t symbols)
 {
     if (symbols != data_symbols) {
-        distribution = makeBuffer<std::uint32_t>(symbols);
-        symbol_count = makeBuffer<std::uint32_t>(symbols);
-        decoder_table.reset();
-        table_size = table_shift = 0;
-        if (symbols > smallAlphabet) {
-            std::uint32_t tableBits = 3;
-            while (symbols > 1u << (tableBits + 2))
-                ++tableBits;
-            table_size = (1u << tableBits) + 4;
-            table_shift = static_cast<std::uint32_t>(dataModelShift) - tableBits;
-            decoder_table = makeBuffer<std::uint32_t>(table_size + 6);
-        }
         data_symbols = symbols;
         last_symbol = symbols - 1;
+        distribution = makeBuffer<std::uint16_t>(distributionSize());
+        std::fill_n(distribution.get(), distributionSize(), unreachable);
+        symbol_count = makeBuffer<std::uint32_t>(symbols);
+        std::uint32_t tableBits = 0;
+        if (symbols > smallAlphabet) {
+            tableBits = 3;
+            while (symbols > 1u << (tableBits + 2))
+                ++tableBits;
+        }
+        table_size = 1u << tableBits;
+        table_shift = static_cast<std::uint32_t>(dataModelShift) - tableBits;
+        decoder_table = makeBuffer<std::uint16_t>(table_size);
     }
     reset();
+}
+
+void ACBase::DataModel::assign(const DataModel& other) noexcept
+{
+    std::copy_n(other.distribution.get(), distributionSize(), distribution.get());
+    std::copy_n(other.symbol_count.get(), data_symbols, symbol_count.get());
+    std::copy_n(other.decoder_table.get(), table_size, decoder_table.get());
+    total_count = other.total_count;
+    update_cycle = other.update_cycle;
+    symbols_until_update = other.symbols_until_update;
 }
 
 void ACBase::DataModel::reset() noexcept
@@ -72,28 +81,28 @@ void ACBase::DataModel::update(bool fromEncoder) noexcept
     // NOLINTNEXTLINE(clang-analyzer-core.DivideZero): every symbol counts once from the start
     const std::uint32_t scale = 0x80000000u / total_count;
     std::uint32_t sum = 0;
-    if (!decoder_table || fromEncoder) {
-        for (std::uint32_t k = 0; k < data_symbols; ++k) {
-            distribution[k] = (scale * sum) >> (31 - dataModelShift);
-            sum += symbol_count[k];
-        }
-    } else {
-        // Slot s holds the last symbol whose share begins before slot s does.
-        std::uint32_t slot = 0;
-        for (std::uint32_t k = 0; k < data_symbols; ++k) {
-            distribution[k] = (scale * sum) >> (31 - dataModelShift);
-            sum += symbol_count[k];
-            const std::uint32_t first = distribution[k] >> table_shift;
-            while (slot < first)
-                decoder_table[++slot] = k - 1;
-        }
-        decoder_table[0] = 0;
-        while (slot <= table_size)
-            decoder_table[++slot] = last_symbol;
+    for (std::uint32_t k = 0; k < data_symbols; ++k) {
+        distribution[k] = static_cast<std::uint16_t>((scale * sum) >> (31 - dataModelShift));
+        sum += symbol_count[k];
     }
+    if (!fromEncoder)
+        updateTable();
 
     update_cycle = std::min((5 * update_cycle) >> 2, 8 * data_symbols + 48);
     symbols_until_update = update_cycle;
+}
+
+void ACBase::DataModel::updateTable() noexcept
+{
+    std::uint32_t slot = 0;
+    for (std::uint32_t k = 0; k < data_symbols; ++k) {
+        const std::uint32_t first = distribution[k] >> table_shift;
+        while (slot < first)
+            decoder_table[++slot] = static_cast<std::uint16_t>(k - 1);
+    }
+    decoder_table[0] = 0;
+    while (slot + 1 < table_size)
+        decoder_table[++slot] = static_cast<std::uint16_t>(last_symbol);
 }
 
 void ACEncoder::begin(void* buffer, std::size_t) noexcept
@@ -150,10 +159,17 @@ void ACDecoder::begin(const void* data, std::size_t length) noexcept
 {
     m_current = static_cast<const std::uint8_t*>(data);
     m_end = m_current + length;
-    m_value = 0;
-    for (int i = 0; i < 4; ++i)
-        m_value = m_value << 8 | nextByte();
+    m_value = takeLast(4);
     m_length = maxLength;
+}
+
+std::uint32_t ACDecoder::takeLast(std::uint32_t bytes) noexcept
+{
+    std::uint32_t next = 0;
+    for (std::ptrdiff_t i = 0; i < 4; ++i)
+        next = next << 8 | (i < m_end - m_current ? m_current[i] : 0u);
+    m_current += std::min<std::ptrdiff_t>(bytes, m_end - m_current);
+    return next;
 }
 
 } // namespace Quillmoran

@@ -8,11 +8,14 @@
 #pragma once
 
 #include "platform/Base.h"
+#include "platform/ByteOrder.h"
 #include "platform/Export.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace Quillmoran {
 
@@ -56,10 +59,15 @@ private:
 class QM_API ACBase::DataModel
 {
 public:
-    // Sizes the model for `symbols` symbols, at least 1, and resets it. A model that has that size already
-    // keeps its memory.
+    // Models of so many symbols and fewer are searched as a whole.
+    static constexpr std::uint32_t smallAlphabet = 16;
+
+    // Sizes the model for `symbols` symbols, at least 1 and at most 2^15, and resets it. A model that has
+    // that size already keeps its memory.
     void setAlphabet(std::uint32_t symbols);
     void reset() noexcept;
+    // Takes over the state of a model with the same alphabet.
+    void assign(const DataModel& other) noexcept;
     // `fromEncoder` leaves out the decoder's look-up table.
     void update(bool fromEncoder) noexcept;
 
@@ -67,21 +75,34 @@ private:
     friend class ACEncoder;
     friend class ACDecoder;
 
+    // The decoder looks at so many shares at once, behind the last symbol's, too: those begin where no value
+    // comes to.
+    static constexpr std::uint32_t searchWidth = 8;
+    static constexpr std::uint16_t unreachable = 0xFFFF;
+    // How many of the shares from that symbol on begin at or before a scaled value: 0 to searchWidth.
+    std::uint32_t countBegun(std::uint32_t symbol, std::uint16_t scaled) const noexcept;
+
     void countSymbol(std::uint32_t symbol, bool fromEncoder) noexcept
     {
         ++symbol_count[symbol];
         if (--symbols_until_update == 0)
             update(fromEncoder);
     }
+    void updateTable() noexcept;
+    std::size_t distributionSize() const noexcept
+    {
+        return std::max(data_symbols, smallAlphabet) + std::size_t{searchWidth};
+    }
 
-    Buffer<std::uint32_t> distribution; // cumulative probabilities, scaled to 2^15
+    Buffer<std::uint16_t> distribution; // cumulative probabilities, scaled to 2^15
     Buffer<std::uint32_t> symbol_count;
     std::uint32_t total_count = 0;
     std::uint32_t update_cycle = 0;
     std::uint32_t symbols_until_update = 0;
     std::uint32_t data_symbols = 0;
     std::uint32_t last_symbol = 0;
-    Buffer<std::uint32_t> decoder_table; // for more than 16 symbols: where to start the bisection
+    // By the upper bits of a scaled value: a symbol whose share begins there or before.
+    Buffer<std::uint16_t> decoder_table;
     std::uint32_t table_size = 0;
     std::uint32_t table_shift = 0;
 };
@@ -130,17 +151,41 @@ public:
     std::uint32_t getBits(int bits) noexcept; // up to 16 bits at a time
     std::uint32_t decode(BitModel& model) noexcept;
     std::uint32_t decode(DataModel& model) noexcept;
+    // The same, faster, for a model of a small alphabet and for one of three symbols.
+    std::uint32_t decodeSmall(DataModel& model) noexcept;
+    std::uint32_t decodeThree(DataModel& model) noexcept;
     void end() noexcept {}
 
 private:
-    std::uint32_t nextByte() noexcept { return m_current != m_end ? *m_current++ : 0; }
+    // The value in units of a model's probabilities. Damaged data can leave it outside the interval.
+    std::uint32_t scaledValue() const noexcept
+    {
+        constexpr std::uint32_t largest = (1u << dataModelShift) - 1;
+        return std::min(m_value / (m_length >> dataModelShift), largest);
+    }
+    std::uint32_t finish(DataModel& model, std::uint32_t symbol) noexcept;
+    void narrow(std::uint32_t lower, std::uint32_t upper) noexcept
+    {
+        m_value -= lower;
+        m_length = upper - lower;
+        renormalise();
+    }
+    // The length is never 0; whole bytes are shifted in until it has 25 bits.
     void renormalise() noexcept
     {
-        while (m_length < minLength) {
-            m_value = m_value << 8 | nextByte();
-            m_length <<= 8;
+        const auto shift = static_cast<std::uint32_t>(__builtin_clz(m_length)) & 24;
+        std::uint32_t next;
+        if (__builtin_expect(m_end - m_current >= 4, 1)) {
+            next = loadBigEndian<std::uint32_t>(m_current);
+            m_current += shift / 8;
+        } else {
+            next = takeLast(shift / 8);
         }
+        m_value = static_cast<std::uint32_t>((std::uint64_t{m_value} << 32 | next) << shift >> 32);
+        m_length <<= shift;
     }
+    // The upper bytes of the result are the next ones, zeros behind the last.
+    std::uint32_t takeLast(std::uint32_t bytes) noexcept;
 
     std::uint32_t m_value = 0;
     std::uint32_t m_length = 0;
@@ -202,49 +247,64 @@ inline std::uint32_t ACDecoder::decode(BitModel& model) noexcept
     return bit;
 }
 
+inline std::uint32_t ACDecoder::finish(DataModel& model, std::uint32_t symbol) noexcept
+{
+    const std::uint32_t unit = m_length >> dataModelShift;
+    const std::uint32_t upper =
+        symbol != model.last_symbol ? model.distribution[symbol + 1] * unit : m_length;
+    narrow(model.distribution[symbol] * unit, upper);
+    model.countSymbol(symbol, false);
+    return symbol;
+}
+
+// Shares are in order: the begun ones are the first ones. Written with vectors, since GCC 12 miscounts in the
+// plain loop that it vectorises by itself.
+inline std::uint32_t ACBase::DataModel::countBegun(std::uint32_t symbol, std::uint16_t scaled) const noexcept
+{
+    using Shares [[gnu::vector_size(2 * searchWidth)]] = std::uint16_t;
+    using Flags [[gnu::vector_size(searchWidth)]] = std::int8_t;
+    Shares shares;
+    std::memcpy(&shares, &distribution[symbol], sizeof shares);
+    const Flags flags = __builtin_convertvector(shares <= Shares{} + scaled, Flags);
+    std::uint64_t bytes; // all ones for each that has begun
+    std::memcpy(&bytes, &flags, sizeof bytes);
+    return static_cast<std::uint32_t>(std::countr_one(bytes)) / 8;
+}
+
+// Without branches: which symbol comes next cannot be predicted, or it would not have been coded.
 inline std::uint32_t ACDecoder::decode(DataModel& model) noexcept
 {
-    const std::uint32_t* const distribution = model.distribution.get();
-    std::uint32_t upper = m_length;
-    m_length >>= dataModelShift;
-    std::uint32_t symbol = 0;
-    std::uint32_t lower = 0;
-    if (model.decoder_table) {
-        // Damaged data can leave the value outside the interval; the look-up stays inside its table all the
-        // same.
-        constexpr std::uint32_t largest = (1u << dataModelShift) - 1;
-        const std::uint32_t scaled = std::min(m_value / m_length, largest);
-        const std::uint32_t slot = scaled >> model.table_shift;
-        symbol = model.decoder_table[slot];
-        std::uint32_t above = model.decoder_table[slot + 1] + 1;
-        while (above > symbol + 1) {
-            const std::uint32_t middle = (symbol + above) >> 1;
-            if (scaled < distribution[middle])
-                above = middle;
-            else
-                symbol = middle;
-        }
-        lower = distribution[symbol] * m_length;
-        if (symbol != model.last_symbol)
-            upper = distribution[symbol + 1] * m_length;
-    } else {
-        std::uint32_t above = model.data_symbols;
-        std::uint32_t middle = above >> 1;
-        do {
-            const std::uint32_t bound = m_length * distribution[middle];
-            if (bound > m_value) {
-                above = middle;
-                upper = bound;
-            } else {
-                symbol = middle;
-                lower = bound;
-            }
-            middle = (symbol + above) >> 1;
-        } while (middle != symbol);
+    const auto scaled = static_cast<std::uint16_t>(scaledValue());
+    std::uint32_t symbol = model.decoder_table[scaled >> model.table_shift];
+    std::uint32_t begun = model.countBegun(symbol + 1, scaled);
+    while (__builtin_expect(begun == DataModel::searchWidth, 0)) {
+        symbol += begun;
+        begun = model.countBegun(symbol + 1, scaled);
     }
-    m_value -= lower;
-    m_length = upper - lower;
-    renormalise();
+    return finish(model, symbol + begun);
+}
+
+inline std::uint32_t ACDecoder::decodeSmall(DataModel& model) noexcept
+{
+    const auto scaled = static_cast<std::uint16_t>(scaledValue());
+    static_assert(DataModel::smallAlphabet == 2 * DataModel::searchWidth);
+    const std::uint32_t begun =
+        model.countBegun(0, scaled) + model.countBegun(DataModel::searchWidth, scaled);
+    return finish(model, begun - 1);
+}
+
+// Two products are faster than a quotient.
+inline std::uint32_t ACDecoder::decodeThree(DataModel& model) noexcept
+{
+    const std::uint32_t unit = m_length >> dataModelShift;
+    const std::uint32_t first = model.distribution[1] * unit;
+    const std::uint32_t second = model.distribution[2] * unit;
+    const std::uint32_t isBehindFirst = m_value >= first ? 1 : 0;
+    const std::uint32_t isBehindSecond = m_value >= second ? 1 : 0;
+    const std::uint32_t lowers[] = {0, first, second};
+    const std::uint32_t uppers[] = {first, second, m_length};
+    const std::uint32_t symbol = isBehindFirst + isBehindSecond;
+    narrow(lowers[symbol], uppers[symbol]);
     model.countSymbol(symbol, false);
     return symbol;
 }

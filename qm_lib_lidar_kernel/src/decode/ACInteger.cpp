@@ -1,6 +1,64 @@
 #include "decode/ACInteger.h"
 
+#include "common/ACIntegerModels.h"
+#include "platform/ByteOrder.h"
+
 namespace Quillmoran {
+
+namespace {
+
+// One subblock while it is decoded.
+class Samples
+{
+public:
+    Samples(const CodedSubblock& subblock, ACIntegerModels& models) : m_models(models)
+    {
+        models.reset();
+        m_decoder.begin(subblock.payload, static_cast<std::size_t>(subblock.header.payloadLength));
+    }
+
+    // A sample is decoded step by step: the sign unless it is zero, the length of its magnitude, its value.
+    std::uint32_t sign() noexcept { return m_decoder.decodeThree(m_models.sign); }
+    std::uint32_t length() noexcept { return m_decoder.decodeSmall(m_models.length); }
+
+    // A magnitude of k bits: the leading one, then up to seven bits as one symbol, then raw bits.
+    template <class U>
+    U value(std::uint32_t sign, std::uint32_t length) noexcept
+    {
+        U magnitude = 1;
+        if (__builtin_expect(length >= 2, 1))
+            magnitude = longMagnitude<U>(static_cast<int>(length));
+        const auto negative = static_cast<U>(0 - U{sign == ACIntegerModels::NEGATIVE}); // all ones
+        return static_cast<U>((magnitude ^ negative) - negative);
+    }
+
+    template <class U>
+    U afterSign(std::uint32_t sign) noexcept
+    {
+        return sign == ACIntegerModels::ZERO ? U{0} : value<U>(sign, length());
+    }
+
+private:
+    template <class U>
+    U longMagnitude(int length) noexcept
+    {
+        constexpr int modelledBits = ACIntegerModels::modelledBits;
+        constexpr int rawBitsAtOnce = ACIntegerModels::rawBitsAtOnce;
+        const std::uint32_t low = m_decoder.decode(m_models.lowBits[length - 1]);
+        if (__builtin_expect(length <= modelledBits, 1))
+            return static_cast<U>(1u << (length - 1) | low);
+        U magnitude = static_cast<U>(1u << (modelledBits - 1) | low);
+        int left = length - modelledBits;
+        for (; left > rawBitsAtOnce; left -= rawBitsAtOnce)
+            magnitude = static_cast<U>(magnitude << rawBitsAtOnce | m_decoder.getBits(rawBitsAtOnce));
+        return static_cast<U>(magnitude << left | m_decoder.getBits(left));
+    }
+
+    ACDecoder m_decoder;
+    ACIntegerModels& m_models;
+};
+
+} // namespace
 
 template <class T>
 ACInteger<T>::ACInteger(DataType type, TransformType transform, const char* name, std::size_t subblockSize)
@@ -14,41 +72,37 @@ void ACInteger<T>::init()
     SubblockReader::init(std::uint64_t{getSubblockSize()} * sizeof(T) * 3 / 2);
 }
 
-// A magnitude of k bits: the leading one, then up to seven bits as one symbol, then raw bits.
 template <class T>
-typename ACInteger<T>::U ACInteger<T>::decodeMagnitude(ACDecoder& decoder, ACIntegerModels& models)
+void ACInteger<T>::decode(const CodedSubblock& subblock) const
 {
-    const int length = static_cast<int>(decoder.decode(models.length));
-    if (length < 2)
-        return 1;
-    const std::uint32_t low = decoder.decode(models.lowBits[length - 1]);
-    constexpr int modelledBits = ACIntegerModels::modelledBits;
-    constexpr int rawBitsAtOnce = ACIntegerModels::rawBitsAtOnce;
-    if (length <= modelledBits)
-        return static_cast<U>(1u << (length - 1) | low);
-    U value = static_cast<U>(1u << (modelledBits - 1) | low);
-    int left = length - modelledBits;
-    for (; left > rawBitsAtOnce; left -= rawBitsAtOnce)
-        value = static_cast<U>(value << rawBitsAtOnce | decoder.getBits(rawBitsAtOnce));
-    return static_cast<U>(value << left | decoder.getBits(left));
+    using U = UnsignedOf<T>;
+    Samples coded(subblock, ACIntegerModels::ofThread()[0]);
+    auto* const out = static_cast<U*>(subblock.samples);
+    for (std::size_t i = 0; i < subblock.count; ++i)
+        out[i] = coded.afterSign<U>(coded.sign());
 }
 
 template <class T>
-void ACInteger<T>::decode(std::size_t, void* out, std::size_t count)
+void ACInteger<T>::decodeTwo(const CodedSubblock& first, const CodedSubblock& second) const
 {
-    ACIntegerModels& models = ACIntegerModels::ofThread();
-    models.reset();
-    ACDecoder decoder;
-    decoder.begin(payload(), payloadSize());
-    auto* samples = static_cast<U*>(out);
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::uint32_t sign = decoder.decode(models.sign);
-        if (sign == ACIntegerModels::ZERO) {
-            samples[i] = 0;
+    using U = UnsignedOf<T>;
+    std::array<ACIntegerModels, 2>& models = ACIntegerModels::ofThread();
+    Samples a(first, models[0]);
+    Samples b(second, models[1]);
+    auto* const outA = static_cast<U*>(first.samples);
+    auto* const outB = static_cast<U*>(second.samples);
+    for (std::size_t i = 0; i < first.count; ++i) {
+        const std::uint32_t signA = a.sign();
+        const std::uint32_t signB = b.sign();
+        if (signA == ACIntegerModels::ZERO || signB == ACIntegerModels::ZERO) {
+            outA[i] = a.afterSign<U>(signA);
+            outB[i] = b.afterSign<U>(signB);
             continue;
         }
-        const U magnitude = decodeMagnitude(decoder, models);
-        samples[i] = sign == ACIntegerModels::NEGATIVE ? static_cast<U>(0 - magnitude) : magnitude;
+        const std::uint32_t lengthA = a.length();
+        const std::uint32_t lengthB = b.length();
+        outA[i] = a.value<U>(signA, lengthA);
+        outB[i] = b.value<U>(signB, lengthB);
     }
 }
 

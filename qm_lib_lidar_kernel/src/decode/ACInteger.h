@@ -3,9 +3,7 @@
 // start afresh in every subblock.
 #pragma once
 
-#include "common/ACIntegerModels.h"
 #include "decode/SubblockReader.h"
-#include "platform/ByteOrder.h"
 
 namespace Quillmoran {
 
@@ -17,13 +15,10 @@ public:
 
     void init() override;
 
-protected:
-    void decode(std::size_t index, void* out, std::size_t count) override;
-
-private:
-    using U = UnsignedOf<T>; // magnitudes
-
-    static U decodeMagnitude(ACDecoder& decoder, ACIntegerModels& models);
+    void decode(const CodedSubblock& subblock) const override;
+    // Every symbol waits for the one before it; two subblocks wait at the same time.
+    void decodeTwo(const CodedSubblock& first, const CodedSubblock& second) const override;
+    bool prefersTwo() const noexcept override { return true; }
 };
 
 extern template class ACInteger<std::int16_t>;

@@ -72,9 +72,10 @@ bool fits(const WaveletDecoderInfo& info, const Candidate& candidate, bool swapp
         std::uint64_t left = countSubblocks(info, candidate);
         std::uint64_t payloads = 0;
         while (left != 0) {
-            const std::uint64_t zeros = reader->readHeader(stream);
+            SubblockHeader header;
+            const std::uint64_t zeros = reader->readHeader(stream, header);
             left -= zeros == 0 ? 1 : std::min(zeros, left);
-            payloads += reader->getPayloadLength();
+            payloads += header.payloadLength;
         }
         return stream.tell() == headers.offset() + headers.length() &&
                payloads == static_cast<std::uint64_t>(data.length());

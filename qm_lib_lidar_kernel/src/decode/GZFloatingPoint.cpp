@@ -55,21 +55,21 @@ void GZFloatingPoint<T>::init()
 }
 
 template <class T>
-void GZFloatingPoint<T>::decode(std::size_t, void* out, std::size_t count)
+void GZFloatingPoint<T>::decode(const CodedSubblock& subblock) const
 {
     z_stream& stream = getInflater();
     if (inflateReset(&stream) != Z_OK)
         QM_THROW(zlibError, "inflateReset(): %s", message(stream.msg));
-    auto* bytes = static_cast<Bytef*>(out);
-    stream.next_in = const_cast<Bytef*>(payload());
-    stream.avail_in = static_cast<uInt>(payloadSize());
+    auto* bytes = static_cast<Bytef*>(subblock.samples);
+    stream.next_in = const_cast<Bytef*>(subblock.payload);
+    stream.avail_in = static_cast<uInt>(subblock.header.payloadLength);
     stream.next_out = bytes;
-    stream.avail_out = static_cast<uInt>(count * sizeof(T));
+    stream.avail_out = static_cast<uInt>(subblock.count * sizeof(T));
     if (inflate(&stream, Z_NO_FLUSH) != Z_STREAM_END || stream.avail_out != 0)
         QM_THROW(zlibError, "inflate(Z_NO_FLUSH): %s", message(stream.msg));
 
-    auto* samples = static_cast<T*>(out);
-    for (std::size_t i = 0; i < count; ++i)
+    auto* samples = static_cast<T*>(subblock.samples);
+    for (std::size_t i = 0; i < subblock.count; ++i)
         samples[i] = loadBigEndian<T>(bytes + i * sizeof(T));
 }
 

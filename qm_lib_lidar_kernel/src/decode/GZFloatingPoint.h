@@ -13,10 +13,9 @@ public:
 
     void init() override;
 
-protected:
     // Errors 40230 with the library's message: "inflateInit(): %s", "inflateReset(): %s" and
     // "inflate(Z_NO_FLUSH): %s", the latter also for a stream that does not end with the last sample.
-    void decode(std::size_t index, void* out, std::size_t count) override;
+    void decode(const CodedSubblock& subblock) const override;
 };
 
 extern template class GZFloatingPoint<float>;

@@ -1,6 +1,7 @@
 #include "decode/MQInteger.h"
 
-#include "common/BitPlanes.h"
+#include "common/MQCoder.h"
+#include "platform/ByteOrder.h"
 #include "platform/Stream.h"
 
 #include <algorithm>
@@ -62,81 +63,41 @@ private:
     std::uint32_t m_used = 0; // bits of the current byte
 };
 
-} // namespace
-
-template <class T>
-MQInteger<T>::MQInteger(DataType type, TransformType transform, const char* name, std::size_t subblockSize,
-                        bool perPlaneLengths)
-    : SubblockReader(type, transform, name, subblockSize, perPlaneLengths)
-{}
-
-template <class T>
-void MQInteger<T>::init()
+// The coefficients of a subblock while they are decoded.
+template <class U>
+class Coefficients
 {
-    // One and a half times the raw size.
-    SubblockReader::init(std::uint64_t{getSubblockSize()} * sizeof(T) * 3 / 2);
-}
+public:
+    // The magnitudes are zero.
+    Coefficients(U* magnitudes, std::size_t count)
+        : m_magnitudes(magnitudes), m_count(count), m_states(count + 2, INSIGNIFICANT)
+    {}
 
-template <class T>
-std::size_t MQInteger<T>::readSubblockHeader(StreamReader& headers)
-{
-    std::uint16_t header = 0;
-    if (!headers.get_be(header))
-        QM_THROW(subblockError, "bad read -- subblock header");
-    if (header < firstPayloadHeader) {
-        m_topPlane = m_bottomPlane = -1;
-        m_rawTopPlane = -2;
-        return std::size_t{header} + 1;
-    }
-    if (header == firstPayloadHeader)
-        QM_THROW(subblockError, "bad read -- subblock header");
-    setPlanes(header - firstPayloadHeader - 1);
-    readPlaneLengths(headers);
-    return 0;
-}
+    void decodePlanes(MQDecoder& decoder, const BitPlanes& planes);
+    void decodeRawPlanes(RawBits bits, const BitPlanes& planes);
+    void applySigns();
 
-template <class T>
-void MQInteger<T>::setPlanes(std::uint32_t code)
-{
-    const BitPlanes planes = BitPlanes::fromCode(code);
-    if (planes.top >= static_cast<int>(8 * sizeof(T)))
-        QM_THROW(subblockError, "bad read -- subblock header");
-    m_topPlane = planes.top;
-    m_bottomPlane = planes.bottom;
-    m_rawTopPlane = planes.rawTop;
-}
+private:
+    // `skewed`: for planes that hold little, nearly all decisions being the probable ones.
+    template <bool skewed>
+    void decodePlane(MQDecoder& decoder, int plane);
 
-template <class T>
-void MQInteger<T>::readPlaneLengths(StreamReader& headers)
-{
-    if (!hasPlaneLengths()) {
-        std::uint32_t length = 0;
-        if (!headers.get_be(length))
-            QM_THROW(subblockError, "bad read -- plane length header");
-        setPayloadLength(length);
-        return;
-    }
-    std::uint64_t sum = 0;
-    for (int plane = m_topPlane; plane >= m_bottomPlane; --plane) {
-        std::uint8_t layer = 0; // of no use to a reader
-        std::uint16_t length = 0;
-        if (!headers.get_be(layer))
-            QM_THROW(subblockError, "bad read -- plane layer header");
-        if (!headers.get_be(length))
-            QM_THROW(subblockError, "bad read -- plane length header");
-        sum += length;
-    }
-    setPayloadLength(sum);
-}
+    U* m_magnitudes;
+    std::size_t m_count;
+    // State of coefficient i at i + 1; the two ends are neighbours that never become significant.
+    std::vector<std::uint8_t> m_states;
+};
 
-template <class T>
+template <class U>
 template <bool skewed>
-void MQInteger<T>::decodePlane(MQDecoder& decoder, U* __restrict magnitudes, std::size_t count, int plane)
+void Coefficients<U>::decodePlane(MQDecoder& decoder, int plane)
 {
     // Whether a coefficient is significant already is folded into the context. The one branch on what was
     // decoded leads to the sign, once for each coefficient.
     MQDecoder::Registers registers = decoder.registers();
+    U* const __restrict magnitudes = m_magnitudes;
     std::uint8_t* const states = m_states.data();
+    const std::size_t count = m_count;
     unsigned left = INSIGNIFICANT;
     unsigned own = states[1];
     for (std::size_t i = 0; i < count; ++i) {
@@ -155,62 +116,123 @@ void MQInteger<T>::decodePlane(MQDecoder& decoder, U* __restrict magnitudes, std
     decoder.setRegisters(registers);
 }
 
-template <class T>
-void MQInteger<T>::decodePlanes(MQDecoder& decoder, U* magnitudes, std::size_t count)
+template <class U>
+void Coefficients<U>::decodePlanes(MQDecoder& decoder, const BitPlanes& planes)
 {
     // A plane resembles the one above it. The uppermost ones hold the first bits of few coefficients. At a
     // third of a bit for a decision both ways take the same time.
     constexpr std::size_t skewedDecisions = 3; // and more for each coded bit
     bool skewed = true;
-    for (int plane = m_topPlane; plane > m_rawTopPlane; --plane) {
+    for (int plane = planes.top; plane > planes.rawTop; --plane) {
         const std::size_t before = decoder.position();
         if (skewed)
-            decodePlane<true>(decoder, magnitudes, count, plane);
+            decodePlane<true>(decoder, plane);
         else
-            decodePlane<false>(decoder, magnitudes, count, plane);
-        skewed = (decoder.position() - before) * 8 * skewedDecisions < count;
+            decodePlane<false>(decoder, plane);
+        skewed = (decoder.position() - before) * 8 * skewedDecisions < m_count;
     }
 }
 
-template <class T>
-void MQInteger<T>::decodeRawPlanes(const std::uint8_t* bits, const std::uint8_t* end, U* magnitudes,
-                                   std::size_t count)
+template <class U>
+void Coefficients<U>::decodeRawPlanes(RawBits bits, const BitPlanes& planes)
 {
     // A coefficient takes two bits at most. So many of them are decoded from what is seen at once.
     constexpr std::size_t group = RawBits::visibleBits / 2;
-    RawBits raw(bits, end);
-    for (int plane = m_rawTopPlane; plane >= m_bottomPlane; --plane)
-        for (std::size_t i = 0; i < count; i += group)
-            raw.skip(decodeRawGroup(raw.peek(), m_states.data() + 1 + i, magnitudes + i,
-                                    std::min(group, count - i), plane));
+    for (int plane = planes.rawTop; plane >= planes.bottom; --plane)
+        for (std::size_t i = 0; i < m_count; i += group)
+            bits.skip(decodeRawGroup(bits.peek(), m_states.data() + 1 + i, m_magnitudes + i,
+                                     std::min(group, m_count - i), plane));
 }
 
-template <class T>
-void MQInteger<T>::applySigns(U* __restrict magnitudes, std::size_t count) const
+template <class U>
+void Coefficients<U>::applySigns()
 {
+    U* const __restrict magnitudes = m_magnitudes;
     const std::uint8_t* const states = m_states.data() + 1;
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < m_count; ++i) {
         const auto negative = static_cast<U>(0 - (states[i] >> 1)); // all ones
         magnitudes[i] = static_cast<U>((magnitudes[i] ^ negative) - negative);
     }
 }
 
+} // namespace
+
 template <class T>
-void MQInteger<T>::decode(std::size_t, void* out, std::size_t count)
+MQInteger<T>::MQInteger(DataType type, TransformType transform, const char* name, std::size_t subblockSize,
+                        bool perPlaneLengths)
+    : SubblockReader(type, transform, name, subblockSize, perPlaneLengths)
+{}
+
+template <class T>
+void MQInteger<T>::init()
+{
+    // One and a half times the raw size.
+    SubblockReader::init(std::uint64_t{getSubblockSize()} * sizeof(T) * 3 / 2);
+}
+
+template <class T>
+std::size_t MQInteger<T>::readSubblockHeader(StreamReader& headers, SubblockHeader& header) const
+{
+    std::uint16_t value = 0;
+    if (!headers.get_be(value))
+        QM_THROW(subblockError, "bad read -- subblock header");
+    if (value < firstPayloadHeader)
+        return std::size_t{value} + 1;
+    if (value == firstPayloadHeader)
+        QM_THROW(subblockError, "bad read -- subblock header");
+    header.planes = readPlanes(value - firstPayloadHeader - 1);
+    header.payloadLength = readPlaneLengths(headers, header.planes);
+    return 0;
+}
+
+template <class T>
+BitPlanes MQInteger<T>::readPlanes(std::uint32_t code)
+{
+    const BitPlanes planes = BitPlanes::fromCode(code);
+    if (planes.top >= static_cast<int>(8 * sizeof(T)))
+        QM_THROW(subblockError, "bad read -- subblock header");
+    return planes;
+}
+
+template <class T>
+std::uint64_t MQInteger<T>::readPlaneLengths(StreamReader& headers, const BitPlanes& planes) const
+{
+    if (!hasPlaneLengths()) {
+        std::uint32_t length = 0;
+        if (!headers.get_be(length))
+            QM_THROW(subblockError, "bad read -- plane length header");
+        return length;
+    }
+    std::uint64_t sum = 0;
+    for (int plane = planes.top; plane >= planes.bottom; --plane) {
+        std::uint8_t layer = 0; // of no use to a reader
+        std::uint16_t length = 0;
+        if (!headers.get_be(layer))
+            QM_THROW(subblockError, "bad read -- plane layer header");
+        if (!headers.get_be(length))
+            QM_THROW(subblockError, "bad read -- plane length header");
+        sum += length;
+    }
+    return sum;
+}
+
+template <class T>
+void MQInteger<T>::decode(const CodedSubblock& subblock) const
 {
     // Magnitudes are built up in place of the samples.
-    auto* magnitudes = static_cast<U*>(out);
-    std::fill_n(magnitudes, count, U{0});
-    if (m_states.capacity() < count + 2)
-        takeMemory(count + 2 - m_states.capacity());
-    m_states.assign(count + 2, INSIGNIFICANT);
+    using U = UnsignedOf<T>;
+    auto* const samples = static_cast<U*>(subblock.samples);
+    std::fill_n(samples, subblock.count, U{0});
+    Coefficients<U> coefficients(samples, subblock.count);
 
+    const auto length = static_cast<std::size_t>(subblock.header.payloadLength);
     MQDecoder decoder;
-    decoder.begin(payload(), payloadSize());
-    decodePlanes(decoder, magnitudes, count);
+    decoder.begin(subblock.payload, length);
+    coefficients.decodePlanes(decoder, subblock.header.planes);
     // The raw bits begin where the decoder stopped reading.
-    decodeRawPlanes(payload() + decoder.position(), payload() + payloadSize(), magnitudes, count);
-    applySigns(magnitudes, count);
+    coefficients.decodeRawPlanes({subblock.payload + decoder.position(), subblock.payload + length},
+                                 subblock.header.planes);
+    coefficients.applySigns();
 }
 
 template class MQInteger<std::int16_t>;

@@ -8,9 +8,7 @@
 // of a decision are the states of both neighbours as they were when the plane began.
 #pragma once
 
-#include "common/MQCoder.h"
 #include "decode/SubblockReader.h"
-#include "platform/ByteOrder.h"
 
 namespace Quillmoran {
 
@@ -23,27 +21,14 @@ public:
 
     void init() override;
 
+    void decode(const CodedSubblock& subblock) const override;
+
 protected:
-    std::size_t readSubblockHeader(StreamReader& headers) override;
-    void decode(std::size_t index, void* out, std::size_t count) override;
+    std::size_t readSubblockHeader(StreamReader& headers, SubblockHeader& header) const override;
 
 private:
-    using U = UnsignedOf<T>; // magnitudes
-
-    void setPlanes(std::uint32_t code);
-    void readPlaneLengths(StreamReader& headers);
-    // `skewed`: for planes that hold little, nearly all decisions being the probable ones.
-    template <bool skewed>
-    void decodePlane(MQDecoder& decoder, U* magnitudes, std::size_t count, int plane);
-    void decodePlanes(MQDecoder& decoder, U* magnitudes, std::size_t count);
-    void decodeRawPlanes(const std::uint8_t* bits, const std::uint8_t* end, U* magnitudes, std::size_t count);
-    void applySigns(U* magnitudes, std::size_t count) const;
-
-    int m_topPlane = -1;
-    int m_bottomPlane = -1;
-    int m_rawTopPlane = -1;
-    // State of coefficient i at i + 1; the two ends are neighbours that never become significant.
-    std::vector<std::uint8_t> m_states;
+    static BitPlanes readPlanes(std::uint32_t code);
+    std::uint64_t readPlaneLengths(StreamReader& headers, const BitPlanes& planes) const;
 };
 
 extern template class MQInteger<std::int16_t>;

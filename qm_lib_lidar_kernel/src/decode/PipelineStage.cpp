@@ -124,6 +124,19 @@ std::size_t PipelineStageImp<T>::get(void* out, std::size_t count)
 }
 
 template <class T>
+void PipelineStageImp<T>::prepare(std::size_t count, std::vector<Work>& work)
+{
+    if (m_cursor + count <= finished() || atEnd())
+        return;
+    // However many fills it takes, this is where the last one ends.
+    const std::size_t cells = cellsFor((m_cursor + count + 1) / 2);
+    if (cells > m_lowEnd)
+        m_low->prepare(cells - m_lowEnd, work);
+    if (cells > m_highEnd)
+        m_high->prepare(cells - m_highEnd, work);
+}
+
+template <class T>
 void PipelineStageImp<T>::slide()
 {
     if (m_predicted < m_pad || m_predicted == m_first)
@@ -143,8 +156,7 @@ void PipelineStageImp<T>::slide()
 template <class T>
 void PipelineStageImp<T>::fill(std::size_t wanted)
 {
-    // Behind a finished cell stand pad cells that are only restored and pad - 1 that are raw.
-    readChildren(std::min(m_capacity, wanted + 2 * m_pad - 1));
+    readChildren(std::min(m_capacity, cellsFor(wanted)));
     update();
     predict();
 }

@@ -28,6 +28,7 @@ public:
     void begin(std::int64_t position) override;
     void seek(std::int64_t position) override;
     std::size_t get(void* out, std::size_t count) override;
+    void prepare(std::size_t count, std::vector<Work>& work) override;
     void end() override;
 
 private:
@@ -40,6 +41,9 @@ private:
     void readChildren(std::size_t cells);
     void update();
     void predict();
+    // How many cells must be read before so many are finished: behind a finished cell stand pad cells that
+    // are only restored and pad - 1 that are raw.
+    std::size_t cellsFor(std::size_t finished) const noexcept { return finished + 2 * m_pad - 1; }
     // Drops the finished cells that no later cell needs.
     void slide();
 

@@ -83,13 +83,10 @@ SubbandReaderImp<T>::SubbandReaderImp(SubblockReader& reader, unsigned level, bo
 template <class T>
 void SubbandReaderImp<T>::begin(std::int64_t position)
 {
-    m_loaded = noSubblock;
+    end();
     m_next = 0;
     m_pendingZeros = 0;
     m_position = position;
-    m_headers.close();
-    m_data.close();
-    m_headerStretch.reset();
 }
 
 template <class T>
@@ -105,6 +102,7 @@ template <class T>
 void SubbandReaderImp<T>::seek(std::int64_t position)
 {
     m_position = position; // the streams follow when samples are asked for
+    m_current = 0;
 }
 
 template <class T>
@@ -125,62 +123,172 @@ void SubbandReaderImp<T>::walkTo(std::uint64_t subblock)
 }
 
 template <class T>
-std::size_t SubbandReaderImp<T>::load(std::uint64_t subblock)
+std::int64_t SubbandReaderImp<T>::startOf(const Piece& piece) const noexcept
 {
-    const std::uint64_t first = subblock * getBlockSize();
-    const std::uint64_t behind = static_cast<std::uint64_t>(getNumSamples()) - first;
-    const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(getBlockSize(), behind));
-    if (subblock == m_loaded)
-        return count;
-    m_loaded = noSubblock;
-    if (!m_headerStretch)
-        open();
-    if (subblock != m_next)
-        walkTo(subblock);
-    if (m_pendingZeros == 0)
-        m_pendingZeros = m_reader.readHeader(m_headers);
-    m_isZero = m_pendingZeros != 0;
-    if (m_isZero) {
-        --m_pendingZeros;
-    } else {
-        reserve(count);
-        m_reader.loadPayload(subblock, dataStream(), m_samples.get(), count);
-    }
-    m_next = subblock + 1;
-    m_checkpoints.offer({m_next, m_headers.tell(), dataStream().tell(), m_pendingZeros});
-    m_loaded = subblock;
-    return count;
+    return static_cast<std::int64_t>(piece.firstSubblock * getBlockSize());
 }
 
 template <class T>
-void SubbandReaderImp<T>::reserve(std::size_t count)
+std::int64_t SubbandReaderImp<T>::endOf(const Piece& piece) const noexcept
+{
+    // The band's last subblock may be short; multiplied out, its end may not fit.
+    const auto numSamples = static_cast<std::uint64_t>(getNumSamples());
+    return static_cast<std::int64_t>(
+        piece.endSubblock > numSamples / getBlockSize() ? numSamples : piece.endSubblock * getBlockSize());
+}
+
+template <class T>
+void SubbandReaderImp<T>::dropBefore(std::uint64_t subblock)
+{
+    const auto holds = [subblock](const Piece& piece) {
+        return piece.firstSubblock <= subblock && subblock < piece.endSubblock;
+    };
+    const auto first = std::find_if(m_pieces.begin(), m_pieces.end(), holds);
+    m_pieces.erase(m_pieces.begin(), first);
+    m_current = 0;
+    m_payloads.clear();
+    // What is kept moves to the front; that is the rest of a subblock or two.
+    std::size_t kept = 0;
+    for (Piece& piece : m_pieces) {
+        if (piece.samples == noSamples)
+            continue;
+        if (piece.samples != kept)
+            std::memmove(m_samples.get() + kept, m_samples.get() + piece.samples, piece.count * sizeof(T));
+        piece.samples = kept;
+        kept += piece.count;
+    }
+    m_numSamples = kept;
+}
+
+template <class T>
+void SubbandReaderImp<T>::prepare(std::size_t count, std::vector<Work>& work)
+{
+    if (count == 0 || m_position >= getNumSamples())
+        return;
+    const std::uint64_t left = static_cast<std::uint64_t>(getNumSamples() - m_position);
+    const std::int64_t last =
+        m_position + static_cast<std::int64_t>(std::min<std::uint64_t>(count, left)) - 1;
+    if (!m_headerStretch)
+        open();
+    dropBefore(subblockOf(m_position));
+    const std::size_t prepared = m_pieces.size();
+    const std::uint64_t endSubblock = subblockOf(last) + 1;
+    std::uint64_t next = m_pieces.empty() ? subblockOf(m_position) : m_pieces.back().endSubblock;
+    if (next < endSubblock && next != m_next)
+        walkTo(next);
+    while (m_pieces.empty() || m_pieces.back().endSubblock < endSubblock)
+        addPiece(endSubblock);
+    addWork(prepared, work);
+}
+
+template <class T>
+void SubbandReaderImp<T>::addPiece(std::uint64_t end)
+{
+    if (m_pieces.size() == m_pieces.capacity()) {
+        const std::size_t added = m_pieces.capacity() + 1;
+        m_reader.takeMemory(added * sizeof(Piece));
+        m_pieces.reserve(m_pieces.capacity() + added);
+    }
+    Piece piece;
+    piece.firstSubblock = m_next;
+    if (m_pendingZeros == 0)
+        m_pendingZeros = m_reader.readHeader(m_headers, piece.header);
+    if (m_pendingZeros != 0) {
+        const std::uint64_t zeros = std::min<std::uint64_t>(m_pendingZeros, end - m_next);
+        m_pendingZeros -= static_cast<std::size_t>(zeros);
+        m_next += zeros;
+    } else {
+        const std::uint64_t behind = static_cast<std::uint64_t>(getNumSamples()) - m_next * getBlockSize();
+        piece.count = static_cast<std::size_t>(std::min<std::uint64_t>(getBlockSize(), behind));
+        piece.payload = m_payloads.size();
+        m_reader.readPayload(piece.header, dataStream(), m_payloads);
+        reserveSamples(m_numSamples + piece.count);
+        piece.samples = m_numSamples;
+        m_numSamples += piece.count;
+        ++m_next;
+    }
+    piece.endSubblock = m_next;
+    m_pieces.push_back(piece);
+    m_checkpoints.offer({m_next, m_headers.tell(), dataStream().tell(), m_pendingZeros});
+}
+
+template <class T>
+void SubbandReaderImp<T>::reserveSamples(std::size_t count)
 {
     if (count <= m_capacity)
         return;
-    m_reader.takeMemory((count - m_capacity) * sizeof(T));
-    m_samples.reset(); // gives it back before the larger one is taken
-    m_samples = makeBuffer<T>(count);
-    m_capacity = count;
+    constexpr std::size_t mostSpare = 4096;
+    const std::size_t capacity = std::max(count, std::min(2 * m_capacity, count + mostSpare));
+    m_reader.takeMemory((capacity - m_capacity) * sizeof(T));
+    Buffer<T> larger = makeBuffer<T>(capacity);
+    std::copy_n(m_samples.get(), m_numSamples, larger.get());
+    m_samples = std::move(larger);
+    m_capacity = capacity;
+}
+
+template <class T>
+void SubbandReaderImp<T>::addWork(std::size_t firstPiece, std::vector<Work>& work) const
+{
+    auto* const leaf = const_cast<SubbandReaderImp*>(this);
+    for (std::size_t i = firstPiece; i < m_pieces.size();) {
+        if (m_pieces[i].samples == noSamples) {
+            ++i;
+            continue;
+        }
+        const bool two = m_reader.prefersTwo() && i + 1 < m_pieces.size() &&
+                         m_pieces[i + 1].samples != noSamples && m_pieces[i + 1].count == m_pieces[i].count;
+        const std::size_t count = two ? 2 : 1;
+        work.push_back({leaf, i, count});
+        i += count;
+    }
+}
+
+template <class T>
+CodedSubblock SubbandReaderImp<T>::coded(const Piece& piece)
+{
+    return {piece.header, m_payloads.data() + piece.payload, m_samples.get() + piece.samples, piece.count};
+}
+
+template <class T>
+void SubbandReaderImp<T>::decode(std::size_t first, std::size_t count)
+{
+    if (count == 2)
+        m_reader.decodeTwo(coded(m_pieces[first]), coded(m_pieces[first + 1]));
+    else
+        m_reader.decode(coded(m_pieces[first]));
 }
 
 template <class T>
 std::size_t SubbandReaderImp<T>::get(void* out, std::size_t count)
 {
+    const std::int64_t left = std::max<std::int64_t>(getNumSamples() - m_position, 0);
+    count = static_cast<std::size_t>(std::min<std::uint64_t>(count, static_cast<std::uint64_t>(left)));
+    if (m_pieces.empty() || m_position < startOf(m_pieces.front()) ||
+        m_position + static_cast<std::int64_t>(count) > endOf(m_pieces.back())) {
+        std::vector<Work> work;
+        prepare(count, work);
+        for (const Work& piece : work)
+            piece.run();
+    }
     auto* samples = static_cast<T*>(out);
-    std::size_t copied = 0;
-    while (copied < count && m_position < getNumSamples()) {
-        const std::uint64_t subblock = static_cast<std::uint64_t>(m_position) / getBlockSize();
-        const std::size_t inside =
-            static_cast<std::size_t>(static_cast<std::uint64_t>(m_position) % getBlockSize());
-        const std::size_t taken = std::min(count - copied, load(subblock) - inside);
-        if (m_isZero)
+    for (std::size_t copied = 0; copied < count;) {
+        const Piece& piece = m_pieces[m_current];
+        if (m_position >= endOf(piece)) {
+            ++m_current;
+            continue;
+        }
+        const std::size_t taken =
+            std::min(count - copied, static_cast<std::size_t>(endOf(piece) - m_position));
+        if (piece.samples == noSamples) {
             std::fill_n(samples + copied, taken, T(0));
-        else
-            std::memcpy(samples + copied, m_samples.get() + inside, taken * sizeof(T));
+        } else {
+            const auto inside = static_cast<std::size_t>(m_position - startOf(piece));
+            std::memcpy(samples + copied, m_samples.get() + piece.samples + inside, taken * sizeof(T));
+        }
         copied += taken;
         m_position += static_cast<std::int64_t>(taken);
     }
-    return copied;
+    return count;
 }
 
 template <class T>
@@ -189,9 +297,11 @@ void SubbandReaderImp<T>::end()
     m_headers.close();
     m_data.close();
     m_headerStretch.reset();
+    m_pieces.clear();
+    m_current = 0;
+    m_payloads.clear();
     m_samples.reset();
-    m_capacity = 0;
-    m_loaded = noSubblock;
+    m_numSamples = m_capacity = 0;
 }
 
 template class SubbandReaderImp<std::int16_t>;

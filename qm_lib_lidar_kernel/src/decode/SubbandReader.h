@@ -51,19 +51,42 @@ public:
     void begin(std::int64_t position) override;
     void seek(std::int64_t position) override;
     std::size_t get(void* out, std::size_t count) override;
+    void prepare(std::size_t count, std::vector<Work>& work) override;
     void end() override;
 
 private:
-    static constexpr std::uint64_t noSubblock = UINT64_MAX;
+    static constexpr std::size_t noSamples = SIZE_MAX;
+
+    // A subblock, or a run of those that are zero and take no room.
+    struct Piece
+    {
+        std::uint64_t firstSubblock = 0;
+        std::uint64_t endSubblock = 0;
+        std::size_t samples = noSamples; // where they are in the window
+        std::size_t payload = 0;         // where it is among the payloads
+        std::size_t count = 0;           // of samples
+        SubblockHeader header;
+    };
 
     // Opens the streams, on first use: a query may never come to this band.
     void open();
-    // Decodes the subblock into the buffer unless it is there, and returns its number of samples. Zeros take
-    // no buffer.
-    std::size_t load(std::uint64_t subblock);
-    void reserve(std::size_t count);
     void walkTo(std::uint64_t subblock);
+    // Forgets the pieces in front of a subblock, all of them when it does not follow.
+    void dropBefore(std::uint64_t subblock);
+    // Reads the next subblock, or as many as are zero, but none from `end` on.
+    void addPiece(std::uint64_t end);
+    void addWork(std::size_t firstPiece, std::vector<Work>& work) const;
+    void reserveSamples(std::size_t count);
+    void decode(std::size_t first, std::size_t count) override;
+    CodedSubblock coded(const Piece& piece);
     StreamReader& dataStream() noexcept { return m_stretches.interleaved ? m_headers : m_data; }
+    std::uint64_t subblockOf(std::int64_t position) const noexcept
+    {
+        return static_cast<std::uint64_t>(position) / getBlockSize();
+    }
+    // Where a piece's samples begin and end in the band.
+    std::int64_t startOf(const Piece& piece) const noexcept;
+    std::int64_t endOf(const Piece& piece) const noexcept;
 
     SubblockReader& m_reader;
     BandStretches m_stretches;
@@ -72,14 +95,16 @@ private:
     StreamReader m_headers;
     StreamReader m_data;
     SubblockCheckpoints m_checkpoints;
+    std::uint64_t m_next = 0;       // the subblock that the streams stand before
+    std::size_t m_pendingZeros = 0; // of the subblocks from m_next on
 
-    std::int64_t m_position = 0;         // of the next sample
-    std::uint64_t m_next = 0;            // the subblock that the streams stand before
-    std::size_t m_pendingZeros = 0;      // of the subblocks from m_next on
-    std::uint64_t m_loaded = noSubblock; // the subblock in the buffer
-    bool m_isZero = false;               // it is zero, and not in the buffer
-    Buffer<T> m_samples;
-    std::size_t m_capacity = 0; // of the buffer, samples
+    std::int64_t m_position = 0;          // of the next sample
+    std::vector<Piece> m_pieces;          // in order, without gaps
+    std::size_t m_current = 0;            // the piece that was read last
+    Buffer<T> m_samples;                  // the window: the samples of the pieces, in order
+    std::size_t m_numSamples = 0;         // used of it
+    std::size_t m_capacity = 0;           // of it
+    std::vector<std::uint8_t> m_payloads; // of the pieces that were prepared last
 };
 
 } // namespace Quillmoran

@@ -60,68 +60,74 @@ SubblockReader::SubblockReader(DataType type, TransformType transform, const cha
       m_perPlaneLengths(perPlaneLengths)
 {}
 
-SubblockReader::~SubblockReader() = default;
-
 void SubblockReader::takeMemory(std::uint64_t bytes)
 {
     if (m_budget)
         m_budget->take(bytes);
 }
 
-std::size_t SubblockReader::readHeader(StreamReader& headers)
+std::size_t SubblockReader::readHeader(StreamReader& headers, SubblockHeader& header) const
 {
-    m_payloadLength = 0;
-    const std::size_t zeros = readSubblockHeader(headers);
-    if (m_payloadLength > m_payloadCapacity)
+    header = {};
+    const std::size_t zeros = readSubblockHeader(headers, header);
+    if (header.payloadLength > m_payloadCapacity)
         QM_THROW(subblockError, "bad read -- subblock data");
     return zeros;
 }
 
-std::size_t SubblockReader::readSubblockHeader(StreamReader& headers)
+std::size_t SubblockReader::readSubblockHeader(StreamReader& headers, SubblockHeader& header) const
 {
-    std::uint32_t header = 0;
-    if (!headers.get_be(header))
+    std::uint32_t value = 0;
+    if (!headers.get_be(value))
         QM_THROW(subblockError, "bad read -- subblock header");
-    if (header < firstPayloadHeader)
-        return std::size_t{header} + 1;
-    setPayloadLength(header - firstPayloadHeader);
+    if (value < firstPayloadHeader)
+        return std::size_t{value} + 1;
+    header.payloadLength = value - firstPayloadHeader;
     return 0;
 }
 
-void SubblockReader::readPayload(StreamReader& data)
+void SubblockReader::readPayload(const SubblockHeader& header, StreamReader& data,
+                                 std::vector<std::uint8_t>& bytes)
 {
-    // Compared with the bytes that are there before the buffer grows.
-    if (m_payloadLength > data.remaining())
+    if (header.payloadLength > data.remaining())
         QM_THROW(subblockError, "bad read -- subblock data");
-    if (m_payload.size() < m_payloadLength) {
-        takeMemory(m_payloadLength - m_payload.size());
-        m_payload.resize(payloadSize());
+    const auto length = static_cast<std::size_t>(header.payloadLength);
+    const std::size_t before = bytes.size();
+    const std::size_t capacity = bytes.capacity();
+    if (length > capacity - before) {
+        const std::size_t wanted = std::max(before + length, capacity + capacity / 2);
+        takeMemory(wanted - capacity);
+        bytes.reserve(wanted);
     }
-    if (data.read(m_payload.data(), payloadSize()) != payloadSize())
+    bytes.resize(before + length);
+    if (data.read(bytes.data() + before, length) != length)
         QM_THROW(subblockError, "bad read -- subblock data");
 }
 
-std::size_t SubblockReader::loadSubblock(std::size_t index, StreamReader& headers, StreamReader& data,
-                                         void* out, std::size_t count, std::size_t pendingZeros)
+void SubblockReader::decodeTwo(const CodedSubblock& first, const CodedSubblock& second) const
 {
-    const std::size_t zeros = pendingZeros != 0 ? pendingZeros : readHeader(headers);
+    decode(first);
+    decode(second);
+}
+
+std::size_t SubblockReader::loadSubblock(std::size_t, StreamReader& headers, StreamReader& data, void* out,
+                                         std::size_t count, std::size_t pendingZeros)
+{
+    SubblockHeader header;
+    const std::size_t zeros = pendingZeros != 0 ? pendingZeros : readHeader(headers, header);
     if (zeros != 0) {
         std::memset(out, 0, count * elementSize());
         return zeros - 1;
     }
-    loadPayload(index, data, out, count);
+    m_payload.clear();
+    readPayload(header, data, m_payload);
+    if (count != 0)
+        decode({header, m_payload.data(), out, count});
     return 0;
 }
 
-void SubblockReader::loadPayload(std::size_t index, StreamReader& data, void* out, std::size_t count)
-{
-    readPayload(data);
-    if (count != 0)
-        decode(index, out, count);
-}
-
 std::size_t SubblockReader::skipSubblocks(std::uint64_t skip, StreamReader& headers, StreamReader& data,
-                                          std::size_t pendingZeros)
+                                          std::size_t pendingZeros) const
 {
     for (;;) {
         const std::uint64_t taken = std::min<std::uint64_t>(pendingZeros, skip);
@@ -129,9 +135,10 @@ std::size_t SubblockReader::skipSubblocks(std::uint64_t skip, StreamReader& head
         skip -= taken;
         if (skip == 0)
             return pendingZeros;
-        pendingZeros = readHeader(headers);
+        SubblockHeader header;
+        pendingZeros = readHeader(headers, header);
         if (pendingZeros == 0) {
-            data.seek(static_cast<std::int64_t>(m_payloadLength), Stream::SEEK_FROM_CURRENT);
+            data.seek(static_cast<std::int64_t>(header.payloadLength), Stream::SEEK_FROM_CURRENT);
             --skip;
         }
     }

@@ -4,10 +4,12 @@
 //   header  h < 2048: this and the next h subblocks are zero, no payload
 //           h >= 2048: a payload follows; what h tells beside that is the coder's
 //
-// The reader is made for the coder of the channel's transform: MQInteger, ACInteger or GZFloatingPoint. It
-// serves one band at a time and one thread; nothing is shared between readers.
+// The reader is made for the coder of the channel's transform: MQInteger, ACInteger or GZFloatingPoint, and
+// serves all bands of the channel. Headers are read one after the other; payloads, once they are in memory,
+// are decoded in any order and on any thread.
 #pragma once
 
+#include "common/BitPlanes.h"
 #include "common/TransformUtils.h"
 #include "model/DataType.h"
 #include "platform/Export.h"
@@ -22,6 +24,22 @@ namespace Quillmoran {
 class MemoryBudget;
 class StreamReader;
 
+// What the header of a subblock tells of its payload.
+struct SubblockHeader
+{
+    std::uint64_t payloadLength = 0; // bytes; 0 for zeros
+    BitPlanes planes{-1, -1, -2};    // of MQ-coded integers
+};
+
+// A payload in memory and the place for its samples.
+struct CodedSubblock
+{
+    SubblockHeader header;
+    const std::uint8_t* payload = nullptr;
+    void* samples = nullptr;
+    std::size_t count = 0; // of samples, at most a full subblock
+};
+
 class QM_API SubblockReader
 {
 public:
@@ -31,7 +49,7 @@ public:
     static std::unique_ptr<SubblockReader> create(DataType type, TransformType transform, const char* name,
                                                   std::size_t subblockSize, bool perPlaneLengths);
 
-    virtual ~SubblockReader();
+    virtual ~SubblockReader() = default;
     SubblockReader(const SubblockReader&) = delete;
     SubblockReader& operator=(const SubblockReader&) = delete;
 
@@ -49,14 +67,19 @@ public:
                              std::size_t count, std::size_t pendingZeros);
     // Passes over `skip` subblocks without decoding them and returns the zeros pending behind them.
     std::size_t skipSubblocks(std::uint64_t skip, StreamReader& headers, StreamReader& data,
-                              std::size_t pendingZeros);
+                              std::size_t pendingZeros) const;
 
-    // Reads one header. 0: a payload of getPayloadLength() bytes follows; else the number of zero subblocks,
+    // The steps of loadSubblock(). Reads one header. 0: a payload follows; else the number of zero subblocks,
     // this one included.
-    std::size_t readHeader(StreamReader& headers);
-    std::uint64_t getPayloadLength() const noexcept { return m_payloadLength; }
-    // The second half of loadSubblock(): reads and decodes the payload that the last header announced.
-    void loadPayload(std::size_t index, StreamReader& data, void* out, std::size_t count);
+    std::size_t readHeader(StreamReader& headers, SubblockHeader& header) const;
+    // Appends a payload to `bytes`, which is compared with the bytes that are there before it grows.
+    void readPayload(const SubblockHeader& header, StreamReader& data, std::vector<std::uint8_t>& bytes);
+    // Any number of threads may decode at a time.
+    virtual void decode(const CodedSubblock& subblock) const = 0;
+    // Two subblocks of one size. A coder whose steps wait for each other decodes them in turn.
+    virtual void decodeTwo(const CodedSubblock& first, const CodedSubblock& second) const;
+    // Whether that is faster than one after the other.
+    virtual bool prefersTwo() const noexcept { return false; }
 
     DataType getDataType() const noexcept { return m_dataType; }
     TransformType getTransformType() const noexcept { return m_transform; }
@@ -73,21 +96,14 @@ protected:
 
     // This form suits coders that announce nothing but a length: 32 bits, the zeros or 2048 more than the
     // length.
-    virtual std::size_t readSubblockHeader(StreamReader& headers);
-    // Decodes the payload into `count` samples, at most a full subblock.
-    virtual void decode(std::size_t index, void* out, std::size_t count) = 0;
+    virtual std::size_t readSubblockHeader(StreamReader& headers, SubblockHeader& header) const;
 
     static constexpr std::uint32_t firstPayloadHeader = 2048;
 
-    const std::uint8_t* payload() const noexcept { return m_payload.data(); }
-    std::size_t payloadSize() const noexcept { return static_cast<std::size_t>(m_payloadLength); }
     std::size_t elementSize() const noexcept { return DataTypeUtils::getSize(m_dataType); }
     bool hasPlaneLengths() const noexcept { return m_perPlaneLengths; }
-    void setPayloadLength(std::uint64_t length) noexcept { m_payloadLength = length; }
 
 private:
-    void readPayload(StreamReader& data);
-
     DataType m_dataType;
     TransformType m_transform;
     const char* m_name;
@@ -95,8 +111,7 @@ private:
     bool m_perPlaneLengths;
     MemoryBudget* m_budget = nullptr;
     std::uint64_t m_payloadCapacity = 0;
-    std::uint64_t m_payloadLength = 0;
-    std::vector<std::uint8_t> m_payload;
+    std::vector<std::uint8_t> m_payload; // of loadSubblock()
 };
 
 } // namespace Quillmoran

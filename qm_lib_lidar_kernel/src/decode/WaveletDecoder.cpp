@@ -1,8 +1,8 @@
 #include "decode/WaveletDecoder.h"
 
-#include "common/ParallelLoop.h"
 #include "framework/ProgressDelegate.h"
 #include "platform/Base.h"
+#include "platform/ParallelLoop.h"
 
 #include <algorithm>
 #include <cmath>
@@ -34,10 +34,7 @@ WaveletDecoder* WaveletDecoder::create()
     return new WaveletDecoder;
 }
 
-WaveletDecoder::~WaveletDecoder()
-{
-    end();
-}
+WaveletDecoder::~WaveletDecoder() = default;
 
 void WaveletDecoder::init(const WaveletDecoderInfo& info, const Bounds& bounds, double fraction,
                           const PointInfo& layout, ProgressDelegate* delegate)
@@ -50,7 +47,8 @@ void WaveletDecoder::init(const WaveletDecoderInfo& info, const Bounds& bounds, 
     selectChannels(layout);
     if (!nothing)
         m_ranges = info.getPointRanges(m_level, getBounds());
-    m_block.init(layout, getBlockPoints(layout));
+    for (Block& block : m_blocks)
+        block.points.init(layout, getBlockPoints(layout));
     begin(m_ranges.empty() ? 0 : m_ranges.front().start);
 }
 
@@ -128,7 +126,7 @@ void WaveletDecoder::buildPipeline(Channel& channel)
             continue;
         auto high = SubbandSource::createSubbandReader(*channel.reader, band - 1, true,
                                                        m_info->getBandStretches(info, band), highSamples);
-        const std::size_t largest = std::max<std::size_t>(m_block.getNumSamples() / 2, 1);
+        const std::size_t largest = std::max<std::size_t>(m_blocks[0].points.getNumSamples() / 2, 1);
         const std::size_t block =
             std::max(largest >> std::min(level - m_level, 31u), std::min(largest, smallestStageBlock));
         m_budget.take(levelBytes + 2 * block * DataTypeUtils::getSize(info.getKernelDataType()));
@@ -157,29 +155,24 @@ void WaveletDecoder::seek(std::int64_t position)
         channel.root->seek(position);
 }
 
-void WaveletDecoder::end()
+void WaveletDecoder::decodeChannel(Channel& channel, Block& block)
 {
-    for (Channel& channel : m_channels) {
-        channel.root.reset();
-        channel.reader.reset();
-    }
-}
-
-void WaveletDecoder::decodeChannel(Channel& channel, std::size_t count)
-{
-    channel.info.reserveKernel(count);
-    const std::size_t got = channel.root->get(channel.info.getKernel().getData(), count);
-    if (got != count)
+    channel.work.clear();
+    channel.root->prepare(block.fill, channel.work);
+    nestedParallelLoop(channel.work.size(), [&channel](std::size_t i) { channel.work[i].run(); });
+    channel.info.reserveKernel(block.fill);
+    const std::size_t got = channel.root->get(channel.info.getKernel().getData(), block.fill);
+    if (got != block.fill)
         QM_THROW(40207, "bad read -- subblock data");
-    channel.info.convertFromKernel(m_block, count);
+    channel.info.convertFromKernel(block.points, block.fill);
 }
 
-void WaveletDecoder::decode(std::size_t count)
+void WaveletDecoder::decode(Block& block)
 {
     // Each task writes one channel of the block and reads through streams of its own.
     try {
-        parallelLoop(m_channels.size(),
-                     [this, count](std::size_t i) { decodeChannel(m_channels[i], count); });
+        nestedParallelLoop(m_channels.size(),
+                           [this, &block](std::size_t i) { decodeChannel(m_channels[i], block); });
     } catch (const Error&) {
         // Which channel meets the end of the budget depends on the threads. That it is met does not.
         if (m_budget.isExceeded())
@@ -188,31 +181,42 @@ void WaveletDecoder::decode(std::size_t count)
     }
     for (std::size_t i = 0; i < m_channels.size(); ++i) {
         if (m_channels[i].info.getAction() == CONVERT_MERGE) {
-            m_channels[i].info.mergeFromKernel(m_channels[i + 1].info, m_channels[i + 2].info, m_block,
-                                               count);
+            m_channels[i].info.mergeFromKernel(m_channels[i + 1].info, m_channels[i + 2].info, block.points,
+                                               block.fill);
             i += 2;
         }
     }
 }
 
-bool WaveletDecoder::refill()
+bool WaveletDecoder::startNext()
 {
-    m_cursor = m_fill = 0;
     if (m_range < m_ranges.size() && m_ranges[m_range].length == 0 && ++m_range < m_ranges.size())
         seek(m_ranges[m_range].start);
     if (m_range == m_ranges.size())
         return false;
+    WaveletDecoderInfo::PointRange& range = m_ranges[m_range];
+    Block& block = m_blocks[1 - m_current];
+    block.fill = static_cast<std::size_t>(
+        std::min<std::uint64_t>(static_cast<std::uint64_t>(range.length), block.points.getNumSamples()));
+    range.start += static_cast<std::int64_t>(block.fill);
+    range.length -= static_cast<std::int64_t>(block.fill);
+    m_decoding.start([this, &block] { decode(block); });
+    return true;
+}
+
+bool WaveletDecoder::refill()
+{
+    m_cursor = 0;
+    m_blocks[m_current].fill = 0;
+    if (!m_decoding.isStarted() && !startNext())
+        return false;
     if (getDelegate() && getDelegate()->getCancelled())
         QM_THROW(40006, "operation cancelled.");
-    WaveletDecoderInfo::PointRange& range = m_ranges[m_range];
-    const auto count = static_cast<std::size_t>(
-        std::min<std::uint64_t>(static_cast<std::uint64_t>(range.length), m_block.getNumSamples()));
-    decode(count);
-    range.start += static_cast<std::int64_t>(count);
-    range.length -= static_cast<std::int64_t>(count);
-    m_fill = count;
+    m_decoding.wait();
+    m_current = 1 - m_current;
+    startNext();
     if (getDelegate())
-        getDelegate()->updateCompleted(static_cast<double>(count), "reading VX7 file");
+        getDelegate()->updateCompleted(static_cast<double>(m_blocks[m_current].fill), "reading VX7 file");
     return true;
 }
 
@@ -220,11 +224,13 @@ std::size_t WaveletDecoder::getNextPoints(PointData& buffer)
 {
     std::size_t filled = 0;
     while (filled < buffer.getNumSamples()) {
-        if (m_cursor == m_fill && !refill())
+        if (m_cursor == m_blocks[m_current].fill && !refill())
             break;
-        filled = takeKept(m_block.getX(), m_block.getY(), m_block.getZ(), m_cursor, m_fill, filled,
+        const Block& block = m_blocks[m_current];
+        const PointData& points = block.points;
+        filled = takeKept(points.getX(), points.getY(), points.getZ(), m_cursor, block.fill, filled,
                           buffer.getNumSamples(), [&](std::size_t to, std::size_t first, std::size_t count) {
-                              PointData::copy(buffer, to, m_block, first, count);
+                              PointData::copy(buffer, to, points, first, count);
                           });
     }
     return filled;

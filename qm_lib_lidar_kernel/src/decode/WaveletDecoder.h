@@ -1,5 +1,6 @@
-// The iterator over the points of a compressed file: decodes the ranges of points that a query can meet,
-// channel by channel in parallel, and keeps the points of the box that the sampling takes.
+// The iterator over the points of a compressed file: decodes the ranges of points that a query can meet, the
+// subblocks of all channels in parallel, and keeps the points of the box that the sampling takes. While the
+// points of one block are taken, the next one is decoded.
 #pragma once
 
 #include "decode/MemoryBudget.h"
@@ -8,6 +9,7 @@
 #include "decode/WaveletDecoderInfo.h"
 #include "framework/PointIterator.h"
 #include "model/PointData.h"
+#include "platform/BackgroundTask.h"
 #include "platform/OpenIO.h"
 
 #include <memory>
@@ -36,6 +38,12 @@ private:
         WaveletDecoderChannelInfo info;
         std::unique_ptr<SubblockReader> reader;
         std::unique_ptr<SubbandSource> root;
+        std::vector<SubbandSource::Work> work; // of the block that is being decoded
+    };
+    struct Block
+    {
+        PointData points;
+        std::size_t fill = 0; // points in it
     };
 
     WaveletDecoder() = default;
@@ -49,12 +57,13 @@ private:
     void begin(std::int64_t position);
     void buildPipeline(Channel& channel);
     void seek(std::int64_t position);
-    void end();
 
-    // Decodes the next `count` points into the block.
-    void decode(std::size_t count);
-    void decodeChannel(Channel& channel, std::size_t count);
-    // Makes the block hold undecoded points; false when every range is done.
+    // Decodes the next block of points that no one reads.
+    void decode(Block& block);
+    void decodeChannel(Channel& channel, Block& block);
+    // Begins to decode the points that follow; false when every range is done.
+    bool startNext();
+    // Makes the current block hold points that were not taken; false when there are no more.
     bool refill();
 
     Scoped<const WaveletDecoderInfo> m_info;
@@ -65,9 +74,10 @@ private:
     std::vector<WaveletDecoderInfo::PointRange> m_ranges;
     std::size_t m_range = 0; // the current one; its start moves as it is decoded
 
-    PointData m_block;
-    std::size_t m_cursor = 0; // next point of the block
-    std::size_t m_fill = 0;   // points in the block
+    Block m_blocks[2];
+    std::size_t m_current = 0; // of the blocks: the other one is being decoded
+    std::size_t m_cursor = 0;  // next point of the current block
+    BackgroundTask m_decoding; // last: it uses the others
 };
 
 } // namespace Quillmoran

@@ -1,6 +1,6 @@
 #include "encode/PointEncoder.h"
 
-#include "common/ParallelLoop.h"
+#include "platform/ParallelLoop.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,7 +1,7 @@
 #include "encode/SourceSurvey.h"
 
-#include "common/ParallelLoop.h"
 #include "model/ChannelNames.h"
+#include "platform/ParallelLoop.h"
 
 #include <algorithm>
 #include <cmath>

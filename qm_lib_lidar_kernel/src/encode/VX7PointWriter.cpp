@@ -1,6 +1,5 @@
 #include "encode/VX7PointWriter.h"
 
-#include "common/ParallelLoop.h"
 #include "encode/BlockReader.h"
 #include "encode/ChunkWriter.h"
 #include "encode/PointEncoder.h"
@@ -8,6 +7,7 @@
 #include "files/PartialFile.h"
 #include "framework/ProgressDelegate.h"
 #include "platform/FileIO.h"
+#include "platform/ParallelLoop.h"
 
 #include <algorithm>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "common/ParallelLoop.h"
+#include "platform/ParallelLoop.h"
 
 #include <exception>
 #include <vector>
@@ -37,30 +37,44 @@ void runAll(std::size_t count, const Body& body)
         thread.join();
 }
 
+template <class Function>
+void runIsolated(const Function& function)
+{
+    function();
+}
+
 #else
 
+// Iterations are few and long: each is a task.
 template <class Body>
 void runAll(std::size_t count, const Body& body)
 {
-    // The caller may hold a lock. While it waits it must not take up tasks of other loops, which may want it.
-    tbb::this_task_arena::isolate([&] {
-        tbb::task_group_context context;
-        tbb::parallel_for(
-            tbb::blocked_range<std::size_t>(0, count),
-            [&body](const tbb::blocked_range<std::size_t>& range) {
-                for (std::size_t i = range.begin(); i != range.end(); ++i)
-                    body(i);
-            },
-            tbb::auto_partitioner(), context);
-    });
+    tbb::task_group_context context;
+    tbb::parallel_for(
+        tbb::blocked_range<std::size_t>(0, count),
+        [&body](const tbb::blocked_range<std::size_t>& range) {
+            for (std::size_t i = range.begin(); i != range.end(); ++i)
+                body(i);
+        },
+        tbb::simple_partitioner(), context);
+}
+
+template <class Function>
+void runIsolated(const Function& function)
+{
+    tbb::this_task_arena::isolate(function);
 }
 
 #endif
 
 } // namespace
 
-void parallelLoop(std::size_t count, const std::function<void(std::size_t)>& body)
+void nestedParallelLoop(std::size_t count, const std::function<void(std::size_t)>& body)
 {
+    if (count == 1) {
+        body(0);
+        return;
+    }
     std::vector<std::exception_ptr> failures(count);
     runAll(count, [&](std::size_t index) {
         try {
@@ -72,6 +86,11 @@ void parallelLoop(std::size_t count, const std::function<void(std::size_t)>& bod
     for (const std::exception_ptr& failure : failures)
         if (failure)
             std::rethrow_exception(failure);
+}
+
+void parallelLoop(std::size_t count, const std::function<void(std::size_t)>& body)
+{
+    runIsolated([&] { nestedParallelLoop(count, body); });
 }
 
 } // namespace Quillmoran
