@@ -84,10 +84,10 @@ public:
 private:
     void shiftCopy(PointData& buffer, std::size_t count) const
     {
-        const auto column = static_cast<double>(m_copy % m_tiles->m_numColumns);
-        const auto row = static_cast<double>(m_copy / m_tiles->m_numColumns);
-        shift(*buffer.getChannel(ChannelNames::x), count, column * m_tiles->m_width);
-        shift(*buffer.getChannel(ChannelNames::y), count, row * m_tiles->m_height);
+        const std::int64_t column = m_copy % m_tiles->m_numColumns;
+        const std::int64_t row = m_copy / m_tiles->m_numColumns;
+        shift(*buffer.getChannel(ChannelNames::x), count, static_cast<double>(column) * m_tiles->m_width);
+        shift(*buffer.getChannel(ChannelNames::y), count, static_cast<double>(row) * m_tiles->m_height);
         if (const int time = findTime(m_layout); time >= 0)
             shift(buffer.getChannel(static_cast<std::size_t>(time)), count,
                   static_cast<double>(m_copy) * m_tiles->m_duration);
@@ -136,7 +136,8 @@ Scoped<TiledSource> TiledSource::make(PointSource* source, const Tiling& tiling)
         tiling.isSquare ? std::clamp<std::int64_t>(std::llround(side), 1, numCopies) : numCopies;
     tiled->m_numColumns = numColumns;
     bounds.x.max += static_cast<double>(numColumns - 1) * tiled->m_width;
-    bounds.y.max += static_cast<double>((numCopies - 1) / numColumns) * tiled->m_height;
+    const std::int64_t lastRow = (numCopies - 1) / numColumns;
+    bounds.y.max += static_cast<double>(lastRow) * tiled->m_height;
     return tiled;
 }
 
