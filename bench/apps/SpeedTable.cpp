@@ -45,9 +45,9 @@ void printWay(const Way& way, const Usages& own, const Usages& peer, std::int64_
     const double seconds = spreadOfRounds(count, [&](std::size_t i) { return own[i].seconds; }).median;
     const double cpu = spreadOfRounds(count, [&](std::size_t i) { return own[i].cpuSeconds; }).median;
     const double peak = spreadOfRounds(count, [&](std::size_t i) { return own[i].peakBytes; }).most;
-    const double others = medianCores(own, &Usage::othersSeconds);
+    const double others = coresOf(own, &Usage::othersSeconds);
     std::printf("  %-15s %9.2f %9.2f %6.2f %6.2f %10.3f %9.1f", way.name, seconds, cpu,
-                medianCores(own, &Usage::cpuSeconds), others, static_cast<double>(numPoints) / seconds / 1e6,
+                coresOf(own, &Usage::cpuSeconds), others, static_cast<double>(numPoints) / seconds / 1e6,
                 peak / 1e6);
     if (way.goal == 0) {
         std::putchar('\n');

@@ -1,7 +1,6 @@
 #include "support/ChildProcess.h"
 
 #include "platform/Base.h"
-#include "support/Statistics.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -90,10 +89,14 @@ Usage runAgain(const std::vector<std::string>& arguments)
     return runProgram(words);
 }
 
-double medianCores(const Usages& usages, double Usage::*seconds)
+double coresOf(const Usages& usages, double Usage::*seconds)
 {
-    const auto cores = [&](std::size_t round) { return usages[round].*seconds / usages[round].seconds; };
-    return spreadOfRounds(usages.size(), cores).median;
+    Usage sum;
+    for (const Usage& usage : usages) {
+        sum.seconds += usage.seconds;
+        sum.*seconds += usage.*seconds;
+    }
+    return sum.*seconds / sum.seconds;
 }
 
 } // namespace Quillmoran::Benchmarks

@@ -25,7 +25,8 @@ Usage runProgram(const std::vector<std::string>& words, const std::string& outpu
 // This program with other arguments.
 Usage runAgain(const std::vector<std::string>& arguments);
 
-// The median of such seconds per second: a number of cores.
-double medianCores(const Usages& usages, double Usage::*seconds);
+// Such seconds per second, over all rounds: a number of cores. The system counts others' in hundredths of a
+// second, so that a single short run tells nothing.
+double coresOf(const Usages& usages, double Usage::*seconds);
 
 } // namespace Quillmoran::Benchmarks
