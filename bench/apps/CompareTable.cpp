@@ -36,9 +36,9 @@ void printFigures(const RowResult& result)
     const Spread wall = figures([](const Usage& usage) { return usage.seconds; });
     const Spread cpu = figures([](const Usage& usage) { return usage.cpuSeconds; });
     const Spread peak = figures([](const Usage& usage) { return usage.peakBytes / bytesPerMiB; });
-    std::printf("%-17.*s %20s %6.*f %4.2f %7.2f %5.1f", static_cast<int>(result.row->name.size()),
+    std::printf("%-17.*s %20s %5.*f %4.2f %6.2f %5.1f", static_cast<int>(result.row->name.size()),
                 result.row->name.data(), toString(wall, wall.most < 10 ? 3 : 2).c_str(),
-                cpu.median < 10 ? 3 : 2, cpu.median, coresOf(usages, &Usage::othersSeconds),
+                cpu.median < 1 ? 3 : 2, cpu.median, coresOf(usages, &Usage::othersSeconds),
                 static_cast<double>(result.numPoints) / wall.median / 1e6, peak.most);
 }
 
@@ -77,9 +77,9 @@ bool printGoal(const Goal& goal, const RowResult& own, const std::vector<RowResu
     }
     const Spread reached = comparison.getRatio(&Usage::seconds);
     if (goal.quantity == Quantity::peak)
-        std::printf(" %20s %6s", toString(reached, 1).c_str(), "");
+        std::printf(" %20s %5s", toString(reached, 1).c_str(), "");
     else
-        std::printf(" %20s %6.2f", toString(reached, 2).c_str(),
+        std::printf(" %20s %5.2f", toString(reached, 2).c_str(),
                     comparison.getRatio(&Usage::cpuSeconds).median);
     return printVerdict(goal, own, reached.median, judgement);
 }
@@ -90,7 +90,7 @@ void printLegend(Mode mode)
         "Whole processes, run in turn: medians of the rounds, and least..most. busy: cores that others had\n"
         "meanwhile; what several threads miss while others have some is marked so. Mpts/s: points of the\n"
         "file, however many are taken; PDAL writes text of one million at most. MiB: peak memory.\n"
-        "Ratios are taken within a round, by the clock; by CPU: the same of the CPU time of all threads.\n"
+        "Ratios are taken within a round, by the clock; CPU: the same of the CPU time of all threads.\n"
         "over null: seconds beyond those of null with as many threads.\n");
     if (mode == Mode::goals)
         std::printf("Goals are for 10 million points and, for the start of programs, 0.1 million.\n");
@@ -117,8 +117,8 @@ std::vector<std::string> printTable(const RowTable& table, const Input& input,
                 QMFileSpec(input.stem.c_str()).basename().c_str(), static_cast<long long>(input.numPoints),
                 input.vxlBytes / numPoints, input.lazBytes / numPoints,
                 static_cast<long long>(input.numInWindow));
-    std::printf("%-17s %20s %6s %4s %7s %5s  %-25s %20s %6s  %s\n", "", "seconds", "CPU s", "busy", "Mpts/s",
-                "MiB", "compared", "ratio", "by CPU", mode == Mode::check ? "floor" : "goal");
+    std::printf("%-17s %20s %5s %4s %6s %5s  %-25s %20s %5s  %s\n", "", "seconds", "CPU s", "busy", "Mpts/s",
+                "MiB", "compared", "ratio", "CPU", mode == Mode::check ? "floor" : "goal");
     const Judgement judgement{mode, mode == Mode::goals && numPoints >= table.judgedPoints};
     std::vector<std::string> below;
     for (const RowResult& result : results) {
@@ -128,7 +128,7 @@ std::vector<std::string> printTable(const RowTable& table, const Input& input,
             if (goal.row != result.row->name)
                 continue;
             if (!isFirst)
-                std::printf("\n%64s", "");
+                std::printf("\n%62s", "");
             isFirst = false;
             if (printGoal(goal, result, results, judgement))
                 below.push_back(std::string(goal.row) + ": " + describe(goal));
