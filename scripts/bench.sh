@@ -2,7 +2,8 @@
 # Builds and runs the benchmarks of the inner loops: scripts/bench.sh [--smoke | GOOGLE-BENCHMARK-ARGUMENT ...]
 #
 # --smoke runs each for a moment: they verify their results before they time anything, so this shows that they still
-# build and that the loops they measure are right. scripts/bench_encode.sh, which compares whole files, is shown so, too.
+# build and that the loops they measure are right. scripts/bench_encode.sh and scripts/compare.sh, which compare whole
+# files and programs, are shown so, too.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,4 +14,7 @@ arguments=("$@")
 for program in build/bench/*_bench; do
   "$program" "${arguments[@]}"
 done
-[ "${1:-}" != --smoke ] || scripts/bench_encode.sh --smoke
+if [ "${1:-}" = --smoke ]; then
+  scripts/bench_encode.sh --smoke
+  scripts/compare.sh --smoke
+fi

@@ -12,9 +12,4 @@ struct Goals
     static constexpr double peakPoints = 10.5e6; // at which that holds: about 10 million
 };
 
-inline const char* mark(bool isMet)
-{
-    return isMet ? "met" : "missed";
-}
-
 } // namespace Quillmoran::Benchmarks

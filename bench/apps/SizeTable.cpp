@@ -4,6 +4,7 @@
 #include "files/QMFileUtils.h"
 #include "platform/Base.h"
 #include "support/Encoders.h"
+#include "support/Statistics.h"
 
 #include <algorithm>
 #include <cstdint>

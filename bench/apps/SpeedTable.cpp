@@ -4,8 +4,8 @@
 #include "files/QMFileUtils.h"
 #include "las/LASPointReader.h"
 #include "support/ChildProcess.h"
+#include "support/Statistics.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -32,9 +32,6 @@ constexpr Way ways[] = {
 };
 constexpr std::size_t numWays = std::size(ways);
 
-// Of each way, one for each round.
-using Usages = std::vector<Usage>;
-
 std::int64_t countPoints(const std::string& file)
 {
     const Scoped<LASPointReader> reader(LASPointReader::create());
@@ -42,54 +39,27 @@ std::int64_t countPoints(const std::string& file)
     return reader->getNumPoints();
 }
 
-template <class Value>
-std::vector<double> collect(std::size_t count, Value value)
-{
-    std::vector<double> values;
-    for (std::size_t i = 0; i < count; ++i)
-        values.push_back(value(i));
-    std::sort(values.begin(), values.end());
-    return values;
-}
-
-double median(const std::vector<double>& sorted)
-{
-    const std::size_t middle = sorted.size() / 2;
-    return sorted.size() % 2 == 1 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
-}
-
-// Per second, as a number of cores.
-double perSecond(const Usages& usages, double Usage::*cpuSeconds)
-{
-    return median(
-        collect(usages.size(), [&](std::size_t i) { return usages[i].*cpuSeconds / usages[i].seconds; }));
-}
-
-const char* judge(const Way& way, double speed, double othersCores)
-{
-    constexpr double idle = 0.2;
-    return speed < way.goal && way.needsCores && othersCores > idle ? "busy" : mark(speed >= way.goal);
-}
-
 void printWay(const Way& way, const Usages& own, const Usages& peer, std::int64_t numPoints)
 {
     const std::size_t count = own.size();
-    const double seconds = median(collect(count, [&](std::size_t i) { return own[i].seconds; }));
-    const double cpu = median(collect(count, [&](std::size_t i) { return own[i].cpuSeconds; }));
-    const double peak = collect(count, [&](std::size_t i) { return own[i].peakBytes; }).back();
-    const double others = perSecond(own, &Usage::othersSeconds);
+    const double seconds = spreadOfRounds(count, [&](std::size_t i) { return own[i].seconds; }).median;
+    const double cpu = spreadOfRounds(count, [&](std::size_t i) { return own[i].cpuSeconds; }).median;
+    const double peak = spreadOfRounds(count, [&](std::size_t i) { return own[i].peakBytes; }).most;
+    const double others = coresOf(own, &Usage::othersSeconds);
     std::printf("  %-15s %9.2f %9.2f %6.2f %6.2f %10.3f %9.1f", way.name, seconds, cpu,
-                perSecond(own, &Usage::cpuSeconds), others, static_cast<double>(numPoints) / seconds / 1e6,
+                coresOf(own, &Usage::cpuSeconds), others, static_cast<double>(numPoints) / seconds / 1e6,
                 peak / 1e6);
     if (way.goal == 0) {
         std::putchar('\n');
         return;
     }
-    const auto speed = collect(count, [&](std::size_t i) { return peer[i].seconds / own[i].seconds; });
-    const auto byCPU = collect(count, [&](std::size_t i) { return peer[i].cpuSeconds / own[i].cpuSeconds; });
-    std::printf("  %5.2f (%.2f..%.2f)  %5.2f (%.2f..%.2f)  %.2f %s", median(speed), speed.front(),
-                speed.back(), median(byCPU), byCPU.front(), byCPU.back(), way.goal,
-                judge(way, median(speed), others));
+    const auto ratio = [&](double Usage::*taken) {
+        return spreadOfRounds(count, [&](std::size_t i) { return peer[i].*taken / own[i].*taken; });
+    };
+    const Spread speed = ratio(&Usage::seconds);
+    std::printf("  %18s  %18s  %.2f %s", toString(speed, 2).c_str(),
+                toString(ratio(&Usage::cpuSeconds), 2).c_str(), way.goal,
+                judge(speed.median >= way.goal, way.needsCores, others));
     if (static_cast<double>(numPoints) <= Goals::peakPoints)
         std::printf(", memory %s", mark(peak < Goals::peakBytes));
     std::putchar('\n');

@@ -1,4 +1,4 @@
-// Runs this program again, with other arguments, to see what a piece of work takes on its own.
+// Runs programs, this one included, to see what a piece of work takes on its own.
 #pragma once
 
 #include <string>
@@ -15,7 +15,18 @@ struct Usage
     double peakBytes = 0;
 };
 
-// Throws when the child fails.
+// One for each round.
+using Usages = std::vector<Usage>;
+
+// The first word is a path, or a name to be found as a shell would. What the program prints goes to the file.
+// Throws when it cannot be started or fails.
+Usage runProgram(const std::vector<std::string>& words, const std::string& output = "/dev/null");
+
+// This program with other arguments.
 Usage runAgain(const std::vector<std::string>& arguments);
+
+// Such seconds per second, over all rounds: a number of cores. The system counts others' in hundredths of a
+// second, so that a single short run tells nothing.
+double coresOf(const Usages& usages, double Usage::*seconds);
 
 } // namespace Quillmoran::Benchmarks

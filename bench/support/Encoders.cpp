@@ -2,12 +2,12 @@
 
 #include "las/LASPointReader.h"
 #include "platform/Base.h"
+#include "support/LASzipHandle.h"
 #include "utils/CreatePointSource.h"
 #include "utils/ThreadPool.h"
 
 #include <algorithm>
 #include <cstring>
-#include <laszip/laszip_api.h>
 
 namespace Quillmoran::Benchmarks {
 
@@ -21,41 +21,6 @@ Scoped<PointSource> open(const std::string& path)
     opener->setOpenFullWaveformFiles(true);
     return Scoped<PointSource>(opener->openPointSource(QMFileSpec(path.c_str())));
 }
-
-class LASzipHandle
-{
-public:
-    LASzipHandle() { check(laszip_create(&m_handle)); }
-    ~LASzipHandle() { laszip_destroy(m_handle); }
-    LASzipHandle(const LASzipHandle&) = delete;
-    LASzipHandle& operator=(const LASzipHandle&) = delete;
-
-    laszip_POINTER get() const { return m_handle; }
-    laszip_header_struct& header() const
-    {
-        laszip_header_struct* header = nullptr;
-        check(laszip_get_header_pointer(m_handle, &header));
-        return *header;
-    }
-    laszip_point_struct& point() const
-    {
-        laszip_point_struct* point = nullptr;
-        check(laszip_get_point_pointer(m_handle, &point));
-        return *point;
-    }
-    void check(laszip_I32 status) const
-    {
-        if (status == 0)
-            return;
-        laszip_CHAR* reason = nullptr;
-        if (m_handle)
-            laszip_get_error(m_handle, &reason);
-        QM_THROW(-1, "LASzip: %s", reason ? reason : "no reason given");
-    }
-
-private:
-    laszip_POINTER m_handle = nullptr;
-};
 
 // The format with the same channels that has no wave packets.
 LASPointFormat withoutWaveform(std::uint8_t number)
@@ -125,20 +90,17 @@ PackResult packVXL(const std::string& input, const std::string& output, unsigned
     return result;
 }
 
-void compressLAZ(const std::string& input, const std::string& output)
+void compressLAZ(const std::string& input, const std::string& output, bool isIndexed)
 {
-    const LASzipHandle reader;
-    laszip_BOOL isCompressed = 0;
-    reader.check(laszip_open_reader(reader.get(), input.c_str(), &isCompressed));
-    const laszip_header_struct& header = reader.header();
-    const std::uint64_t numPoints = header.number_of_point_records != 0
-                                        ? header.number_of_point_records
-                                        : header.extended_number_of_point_records;
+    LASzipHandle reader;
+    const std::uint64_t numPoints = reader.openReader(input);
 
     const LASzipHandle writer;
-    copyHeader(writer.header(), header);
+    copyHeader(writer.header(), reader.header());
     const LASPointFormat format{writer.header().point_data_format};
     writer.check(laszip_request_native_extension(writer.get(), format.isExtended()));
+    if (isIndexed)
+        writer.check(laszip_create_spatial_index(writer.get(), 1, 0));
     writer.check(laszip_open_writer(writer.get(), output.c_str(), 1));
 
     const laszip_point_struct& from = reader.point();
@@ -148,7 +110,7 @@ void compressLAZ(const std::string& input, const std::string& output)
         to = from;
         to.num_extra_bytes = 0;
         to.extra_bytes = nullptr;
-        writer.check(laszip_write_point(writer.get()));
+        writer.check(isIndexed ? laszip_write_indexed_point(writer.get()) : laszip_write_point(writer.get()));
     }
     writer.check(laszip_close_writer(writer.get()));
     reader.check(laszip_close_reader(reader.get()));

@@ -2,8 +2,11 @@
 
 #include "model/ChannelNames.h"
 #include "platform/Base.h"
+#include "support/Random.h"
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace Quillmoran::Benchmarks {
 
@@ -43,16 +46,19 @@ double getDuration(const PointSource& source)
     return range.max - range.min;
 }
 
-class Iterator final : public PointIterator
+// Whole steps, so that every copy is on the grid.
+double wholeSteps(const Bounds::Range& range, double step)
+{
+    return (std::ceil((range.max - range.min) / step) + 1) * step;
+}
+
+} // namespace
+
+class TiledIterator final : public PointIterator
 {
 public:
-    Iterator(const PointSource* source, std::int64_t numCopies, double width, double duration,
-             const PointInfo& layout)
-        : m_source(Scoped<const PointSource>::retained(source)),
-          m_layout(layout),
-          m_numCopies(numCopies),
-          m_width(width),
-          m_duration(duration)
+    TiledIterator(const TiledSource& tiles, const PointInfo& layout)
+        : m_tiles(Scoped<const TiledSource>::retained(&tiles)), m_layout(layout)
     {
         init(Bounds::Huge(), 1, layout, nullptr);
     }
@@ -61,12 +67,13 @@ public:
     {
         for (;;) {
             if (!m_points) {
-                if (m_copy == m_numCopies)
+                if (m_copy == m_tiles->m_tiling.numCopies)
                     return 0;
-                m_points.reset(m_source->createIterator(Bounds::Huge(), 1, m_layout, nullptr));
+                m_points.reset(m_tiles->getSrc()->createIterator(Bounds::Huge(), 1, m_layout, nullptr));
             }
             if (const std::size_t count = m_points->getNextPoints(buffer)) {
                 shiftCopy(buffer, count);
+                addNoise(buffer, count);
                 return count;
             }
             m_points.reset();
@@ -77,36 +84,60 @@ public:
 private:
     void shiftCopy(PointData& buffer, std::size_t count) const
     {
-        const auto copy = static_cast<double>(m_copy);
-        shift(*buffer.getChannel(ChannelNames::x), count, copy * m_width);
+        const std::int64_t column = m_copy % m_tiles->m_numColumns;
+        const std::int64_t row = m_copy / m_tiles->m_numColumns;
+        shift(*buffer.getChannel(ChannelNames::x), count, static_cast<double>(column) * m_tiles->m_width);
+        shift(*buffer.getChannel(ChannelNames::y), count, static_cast<double>(row) * m_tiles->m_height);
         if (const int time = findTime(m_layout); time >= 0)
-            shift(buffer.getChannel(static_cast<std::size_t>(time)), count, copy * m_duration);
+            shift(buffer.getChannel(static_cast<std::size_t>(time)), count,
+                  static_cast<double>(m_copy) * m_tiles->m_duration);
     }
 
-    Scoped<const PointSource> m_source;
+    void addNoise(PointData& buffer, std::size_t count)
+    {
+        ChannelData* const intensity = buffer.getChannel(ChannelNames::intensity);
+        const int most = m_tiles->m_tiling.intensityNoise;
+        if (most == 0 || !intensity)
+            return;
+        auto* const samples = static_cast<std::uint16_t*>(intensity->getData());
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::int64_t noisy = samples[i] + m_random.between(-most, most);
+            samples[i] = static_cast<std::uint16_t>(
+                std::clamp<std::int64_t>(noisy, 0, std::numeric_limits<std::uint16_t>::max()));
+        }
+    }
+
+    Scoped<const TiledSource> m_tiles;
     PointInfo m_layout;
-    std::int64_t m_numCopies;
-    double m_width;
-    double m_duration;
+    Testing::Random m_random{11};
     Scoped<PointIterator> m_points; // of the present copy
     std::int64_t m_copy = 0;
 };
 
-} // namespace
-
-Scoped<TiledSource> TiledSource::make(PointSource* source, std::int64_t numCopies)
+Scoped<TiledSource> TiledSource::make(PointSource* source, const Tiling& tiling)
 {
     const double* scale = source->getScale();
     if (!scale)
         QM_THROW(40007, "only a source with a grid can be tiled");
-    Scoped<TiledSource> tiled(new TiledSource(numCopies));
+    const ChannelInfo* intensity = source->getChannel(ChannelNames::intensity);
+    if (tiling.intensityNoise != 0 && intensity && intensity->getDataType() != UINT16)
+        QM_THROW(40007, "noise is for intensities of 16 bits");
+    Scoped<TiledSource> tiled(new TiledSource(tiling));
     tiled->init(source);
     tiled->m_bounds = source->getBounds();
-    Bounds::Range& x = tiled->m_bounds.x;
-    // Whole steps, so that every copy is on the grid.
-    tiled->m_width = (std::ceil((x.max - x.min) / scale[0]) + 1) * scale[0];
-    x.max += static_cast<double>(numCopies - 1) * tiled->m_width;
+    Bounds& bounds = tiled->m_bounds;
+    tiled->m_width = wholeSteps(bounds.x, scale[0]);
+    tiled->m_height = wholeSteps(bounds.y, scale[1]);
     tiled->m_duration = getDuration(*source);
+
+    const std::int64_t numCopies = tiling.numCopies;
+    const double side = std::sqrt(static_cast<double>(numCopies) * tiled->m_height / tiled->m_width);
+    const std::int64_t numColumns =
+        tiling.isSquare ? std::clamp<std::int64_t>(std::llround(side), 1, numCopies) : numCopies;
+    tiled->m_numColumns = numColumns;
+    bounds.x.max += static_cast<double>(numColumns - 1) * tiled->m_width;
+    const std::int64_t lastRow = (numCopies - 1) / numColumns;
+    bounds.y.max += static_cast<double>(lastRow) * tiled->m_height;
     return tiled;
 }
 
@@ -115,7 +146,7 @@ PointIterator* TiledSource::createIterator(const Bounds& bounds, double fraction
 {
     if (bounds != Bounds::Huge() || fraction != 1)
         QM_THROW(40007, "tiles are read as a whole");
-    return new Iterator(getSrc(), m_numCopies, m_width, m_duration, layout);
+    return new TiledIterator(*this, layout);
 }
 
 } // namespace Quillmoran::Benchmarks

@@ -1,0 +1,74 @@
+#include "apps/CompareInput.h"
+
+#include "files/QMFileUtils.h"
+#include "platform/Base.h"
+#include "support/ChildProcess.h"
+#include "support/LASzipReads.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+
+namespace Quillmoran::Benchmarks {
+
+namespace {
+
+constexpr double windowShare = 0.01; // of the area, and of the points
+
+std::string toText(double coordinate)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "%.6f", coordinate);
+    return text;
+}
+
+} // namespace
+
+std::string programPath(const char* name)
+{
+    return QMFileUtils::getProcessPath().dirname() + "/" + name;
+}
+
+void describePoints(const std::string& las, const std::string& description)
+{
+    const std::int64_t numPoints = decodeWithLASzip(las);
+    const Window window = findWindow(las, windowShare);
+    std::ofstream file(description);
+    file << numPoints << ' ' << countInWindow(las, window) << ' ' << toText(window.minX) << ' '
+         << toText(window.maxX) << ' ' << toText(window.minY) << ' ' << toText(window.maxY) << '\n';
+    if (!file.flush())
+        QM_THROW(-1, "%s cannot be written", description.c_str());
+}
+
+Input prepareInput(const std::string& las)
+{
+    Input input;
+    input.stem = las.substr(0, las.rfind(".las"));
+    const std::string vxl = input.stem + ".vxl";
+    const std::string laz = input.stem + ".laz";
+    runProgram({programPath("vxpack"), "-i", las, "-o", vxl});
+    runAgain({"verify", las, vxl});
+    runAgain({"twin", las, laz});
+    runAgain({"verify", las, laz});
+
+    const std::string description = input.stem + ".window";
+    runAgain({"describe", las, description});
+    std::ifstream file(description);
+    if (!(file >> input.numPoints >> input.numInWindow >> input.minX >> input.maxX >> input.minY >>
+          input.maxY))
+        QM_THROW(-1, "%s is not as expected", description.c_str());
+    const std::string numInside = std::to_string(input.numInWindow);
+    const std::string inside = input.stem + "_window.las";
+    runAgain({"window", laz, input.minX, input.maxX, input.minY, input.maxY, numInside});
+    runProgram({programPath("vxunpack"), "-i", vxl, "-o", inside, "-c", input.minX, input.maxX, input.minY,
+                input.maxY, "-inf", "+inf"});
+    runAgain({"decode", inside, numInside});
+    QMFileUtils::deleteFile(inside.c_str());
+
+    input.vxlBytes = static_cast<double>(QMFileUtils::getSize(vxl.c_str()));
+    input.lazBytes = static_cast<double>(QMFileUtils::getSize(laz.c_str()));
+    return input;
+}
+
+} // namespace Quillmoran::Benchmarks
