@@ -299,12 +299,14 @@ inline std::uint32_t ACDecoder::decodeThree(DataModel& model) noexcept
     const std::uint32_t unit = m_length >> dataModelShift;
     const std::uint32_t first = model.distribution[1] * unit;
     const std::uint32_t second = model.distribution[2] * unit;
-    const std::uint32_t isBehindFirst = m_value >= first ? 1 : 0;
-    const std::uint32_t isBehindSecond = m_value >= second ? 1 : 0;
-    const std::uint32_t lowers[] = {0, first, second};
-    const std::uint32_t uppers[] = {first, second, m_length};
-    const std::uint32_t symbol = isBehindFirst + isBehindSecond;
-    narrow(lowers[symbol], uppers[symbol]);
+    // All ones where the value lies behind a bound.
+    const std::uint32_t behindFirst = 0 - std::uint32_t{m_value >= first};
+    const std::uint32_t behindSecond = 0 - std::uint32_t{m_value >= second};
+    const std::uint32_t symbol = 0 - (behindFirst + behindSecond);
+    const std::uint32_t lower = (first & behindFirst) + ((second - first) & behindSecond);
+    const std::uint32_t upper =
+        first + ((second - first) & behindFirst) + ((m_length - second) & behindSecond);
+    narrow(lower, upper);
     model.countSymbol(symbol, false);
     return symbol;
 }

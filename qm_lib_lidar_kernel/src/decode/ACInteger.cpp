@@ -8,38 +8,40 @@ namespace Quillmoran {
 namespace {
 
 // One subblock while it is decoded.
+template <class U>
 class Samples
 {
 public:
-    Samples(const CodedSubblock& subblock, ACIntegerModels& models) : m_models(models)
+    Samples(const CodedSubblock& subblock, ACIntegerModels& models)
+        : m_models(models), m_next(static_cast<U*>(subblock.samples)), m_end(m_next + subblock.count)
     {
         models.reset();
         m_decoder.begin(subblock.payload, static_cast<std::size_t>(subblock.header.payloadLength));
     }
+
+    bool atEnd() const noexcept { return m_next == m_end; }
+    void put(U sample) noexcept { *m_next++ = sample; }
 
     // A sample is decoded step by step: the sign unless it is zero, the length of its magnitude, its value.
     std::uint32_t sign() noexcept { return m_decoder.decodeThree(m_models.sign); }
     std::uint32_t length() noexcept { return m_decoder.decodeSmall(m_models.length); }
 
     // A magnitude of k bits: the leading one, then up to seven bits as one symbol, then raw bits.
-    template <class U>
     U value(std::uint32_t sign, std::uint32_t length) noexcept
     {
         U magnitude = 1;
         if (__builtin_expect(length >= 2, 1))
-            magnitude = longMagnitude<U>(static_cast<int>(length));
+            magnitude = longMagnitude(static_cast<int>(length));
         const auto negative = static_cast<U>(0 - U{sign == ACIntegerModels::NEGATIVE}); // all ones
         return static_cast<U>((magnitude ^ negative) - negative);
     }
 
-    template <class U>
     U afterSign(std::uint32_t sign) noexcept
     {
-        return sign == ACIntegerModels::ZERO ? U{0} : value<U>(sign, length());
+        return sign == ACIntegerModels::ZERO ? U{0} : value(sign, length());
     }
 
 private:
-    template <class U>
     U longMagnitude(int length) noexcept
     {
         constexpr int modelledBits = ACIntegerModels::modelledBits;
@@ -56,6 +58,8 @@ private:
 
     ACDecoder m_decoder;
     ACIntegerModels& m_models;
+    U* m_next;
+    U* m_end;
 };
 
 } // namespace
@@ -75,35 +79,33 @@ void ACInteger<T>::init()
 template <class T>
 void ACInteger<T>::decode(const CodedSubblock& subblock) const
 {
-    using U = UnsignedOf<T>;
-    Samples coded(subblock, ACIntegerModels::ofThread()[0]);
-    auto* const out = static_cast<U*>(subblock.samples);
-    for (std::size_t i = 0; i < subblock.count; ++i)
-        out[i] = coded.afterSign<U>(coded.sign());
+    Samples<UnsignedOf<T>> samples(subblock, ACIntegerModels::ofThread()[0]);
+    while (!samples.atEnd())
+        samples.put(samples.afterSign(samples.sign()));
 }
 
 template <class T>
 void ACInteger<T>::decodeTwo(const CodedSubblock& first, const CodedSubblock& second) const
 {
-    using U = UnsignedOf<T>;
     std::array<ACIntegerModels, 2>& models = ACIntegerModels::ofThread();
-    Samples a(first, models[0]);
-    Samples b(second, models[1]);
-    auto* const outA = static_cast<U*>(first.samples);
-    auto* const outB = static_cast<U*>(second.samples);
-    for (std::size_t i = 0; i < first.count; ++i) {
+    Samples<UnsignedOf<T>> a(first, models[0]);
+    Samples<UnsignedOf<T>> b(second, models[1]);
+    while (!a.atEnd() && !b.atEnd()) {
         const std::uint32_t signA = a.sign();
         const std::uint32_t signB = b.sign();
         if (signA == ACIntegerModels::ZERO || signB == ACIntegerModels::ZERO) {
-            outA[i] = a.afterSign<U>(signA);
-            outB[i] = b.afterSign<U>(signB);
+            a.put(a.afterSign(signA));
+            b.put(b.afterSign(signB));
             continue;
         }
         const std::uint32_t lengthA = a.length();
         const std::uint32_t lengthB = b.length();
-        outA[i] = a.value<U>(signA, lengthA);
-        outB[i] = b.value<U>(signB, lengthB);
+        a.put(a.value(signA, lengthA));
+        b.put(b.value(signB, lengthB));
     }
+    for (Samples<UnsignedOf<T>>* samples : {&a, &b})
+        while (!samples->atEnd())
+            samples->put(samples->afterSign(samples->sign()));
 }
 
 template class ACInteger<std::int16_t>;

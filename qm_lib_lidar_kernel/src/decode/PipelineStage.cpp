@@ -124,7 +124,7 @@ std::size_t PipelineStageImp<T>::get(void* out, std::size_t count)
 }
 
 template <class T>
-void PipelineStageImp<T>::prepare(std::size_t count, std::vector<Work>& work)
+void PipelineStageImp<T>::prepare(std::size_t count, std::vector<CodedSubblock>& work)
 {
     if (m_cursor + count <= finished() || atEnd())
         return;

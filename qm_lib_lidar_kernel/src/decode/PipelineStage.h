@@ -28,7 +28,7 @@ public:
     void begin(std::int64_t position) override;
     void seek(std::int64_t position) override;
     std::size_t get(void* out, std::size_t count) override;
-    void prepare(std::size_t count, std::vector<Work>& work) override;
+    void prepare(std::size_t count, std::vector<CodedSubblock>& work) override;
     void end() override;
 
 private:

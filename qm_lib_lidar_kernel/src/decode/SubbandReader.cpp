@@ -161,7 +161,7 @@ void SubbandReaderImp<T>::dropBefore(std::uint64_t subblock)
 }
 
 template <class T>
-void SubbandReaderImp<T>::prepare(std::size_t count, std::vector<Work>& work)
+void SubbandReaderImp<T>::prepare(std::size_t count, std::vector<CodedSubblock>& work)
 {
     if (count == 0 || m_position >= getNumSamples())
         return;
@@ -178,7 +178,13 @@ void SubbandReaderImp<T>::prepare(std::size_t count, std::vector<Work>& work)
         walkTo(next);
     while (m_pieces.empty() || m_pieces.back().endSubblock < endSubblock)
         addPiece(endSubblock);
-    addWork(prepared, work);
+    // Once all are read the buffers stay where they are.
+    for (std::size_t i = prepared; i < m_pieces.size(); ++i) {
+        const Piece& piece = m_pieces[i];
+        if (piece.samples != noSamples)
+            work.push_back({piece.header, m_payloads.data() + piece.payload, m_samples.get() + piece.samples,
+                            piece.count});
+    }
 }
 
 template <class T>
@@ -227,48 +233,16 @@ void SubbandReaderImp<T>::reserveSamples(std::size_t count)
 }
 
 template <class T>
-void SubbandReaderImp<T>::addWork(std::size_t firstPiece, std::vector<Work>& work) const
-{
-    auto* const leaf = const_cast<SubbandReaderImp*>(this);
-    for (std::size_t i = firstPiece; i < m_pieces.size();) {
-        if (m_pieces[i].samples == noSamples) {
-            ++i;
-            continue;
-        }
-        const bool two = m_reader.prefersTwo() && i + 1 < m_pieces.size() &&
-                         m_pieces[i + 1].samples != noSamples && m_pieces[i + 1].count == m_pieces[i].count;
-        const std::size_t count = two ? 2 : 1;
-        work.push_back({leaf, i, count});
-        i += count;
-    }
-}
-
-template <class T>
-CodedSubblock SubbandReaderImp<T>::coded(const Piece& piece)
-{
-    return {piece.header, m_payloads.data() + piece.payload, m_samples.get() + piece.samples, piece.count};
-}
-
-template <class T>
-void SubbandReaderImp<T>::decode(std::size_t first, std::size_t count)
-{
-    if (count == 2)
-        m_reader.decodeTwo(coded(m_pieces[first]), coded(m_pieces[first + 1]));
-    else
-        m_reader.decode(coded(m_pieces[first]));
-}
-
-template <class T>
 std::size_t SubbandReaderImp<T>::get(void* out, std::size_t count)
 {
     const std::int64_t left = std::max<std::int64_t>(getNumSamples() - m_position, 0);
     count = static_cast<std::size_t>(std::min<std::uint64_t>(count, static_cast<std::uint64_t>(left)));
     if (m_pieces.empty() || m_position < startOf(m_pieces.front()) ||
         m_position + static_cast<std::int64_t>(count) > endOf(m_pieces.back())) {
-        std::vector<Work> work;
+        std::vector<CodedSubblock> work;
         prepare(count, work);
-        for (const Work& piece : work)
-            piece.run();
+        for (const CodedSubblock& subblock : work)
+            m_reader.decode(subblock);
     }
     auto* samples = static_cast<T*>(out);
     for (std::size_t copied = 0; copied < count;) {

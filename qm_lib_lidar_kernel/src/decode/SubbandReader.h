@@ -51,7 +51,7 @@ public:
     void begin(std::int64_t position) override;
     void seek(std::int64_t position) override;
     std::size_t get(void* out, std::size_t count) override;
-    void prepare(std::size_t count, std::vector<Work>& work) override;
+    void prepare(std::size_t count, std::vector<CodedSubblock>& work) override;
     void end() override;
 
 private:
@@ -75,10 +75,7 @@ private:
     void dropBefore(std::uint64_t subblock);
     // Reads the next subblock, or as many as are zero, but none from `end` on.
     void addPiece(std::uint64_t end);
-    void addWork(std::size_t firstPiece, std::vector<Work>& work) const;
     void reserveSamples(std::size_t count);
-    void decode(std::size_t first, std::size_t count) override;
-    CodedSubblock coded(const Piece& piece);
     StreamReader& dataStream() noexcept { return m_stretches.interleaved ? m_headers : m_data; }
     std::uint64_t subblockOf(std::int64_t position) const noexcept
     {

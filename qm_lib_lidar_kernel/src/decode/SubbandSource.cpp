@@ -44,9 +44,6 @@ SubbandSource::SubbandSource(DataType type, TransformType transform, const char*
 
 SubbandSource::~SubbandSource() = default;
 
-void SubbandSource::decode(std::size_t, std::size_t)
-{}
-
 std::unique_ptr<SubbandSource> SubbandSource::createSubbandReader(SubblockReader& reader, unsigned level,
                                                                   bool isHigh, const BandStretches& stretches,
                                                                   std::int64_t numSamples)

@@ -11,7 +11,7 @@
 // time and shares nothing with other chains but the file.
 //
 // Nearly all the work is in the subblocks, which can be decoded apart: prepare() reads the payloads that a
-// get() will need and names the pieces of work, any thread may decode() them, and the get() finds them done.
+// get() will need and lists the subblocks, any thread may decode them, and the get() finds them done.
 #pragma once
 
 #include "common/TransformUtils.h"
@@ -27,6 +27,7 @@
 namespace Quillmoran {
 
 class SubblockReader;
+struct CodedSubblock;
 
 // The two stretches of a band. When both are the same stretch, headers and payloads alternate in it.
 struct BandStretches
@@ -54,24 +55,14 @@ public:
                                                           std::unique_ptr<SubbandSource> low,
                                                           std::unique_ptr<SubbandSource> high);
 
-    // Subblocks of one leaf that are read but not yet decoded.
-    struct Work
-    {
-        SubbandSource* leaf;
-        std::size_t first; // the leaf's own number
-        std::size_t count;
-
-        void run() const { leaf->decode(first, count); }
-    };
-
     // Prepares to deliver samples from `position` on; a position past the end delivers nothing.
     virtual void begin(std::int64_t position) = 0;
     virtual void seek(std::int64_t position) = 0;
     // Copies up to `count` samples to `out` and returns how many; fewer only at the end of the band.
     virtual std::size_t get(void* out, std::size_t count) = 0;
-    // Reads what the next `count` samples need and appends the work that it makes. It must be done before
-    // anything else is called. Without prepare(), get() does it all.
-    virtual void prepare(std::size_t count, std::vector<Work>& work) = 0;
+    // Reads what the next `count` samples need and appends the subblocks that are to be decoded for them, by
+    // the channel's reader, before anything else is called. Without prepare(), get() does it all.
+    virtual void prepare(std::size_t count, std::vector<CodedSubblock>& work) = 0;
     // Frees buffers and streams; a later begin() makes them again.
     virtual void end() = 0;
 
@@ -86,9 +77,6 @@ public:
 protected:
     SubbandSource(DataType type, TransformType transform, const char* name, unsigned level, bool isHigh,
                   std::size_t blockSize, std::int64_t numSamples);
-
-    // Leaves only.
-    virtual void decode(std::size_t first, std::size_t count);
 
 private:
     DataType m_dataType; // a kernel type

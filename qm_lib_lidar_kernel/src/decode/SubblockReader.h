@@ -76,7 +76,7 @@ public:
     void readPayload(const SubblockHeader& header, StreamReader& data, std::vector<std::uint8_t>& bytes);
     // Any number of threads may decode at a time.
     virtual void decode(const CodedSubblock& subblock) const = 0;
-    // Two subblocks of one size. A coder whose steps wait for each other decodes them in turn.
+    // A coder whose steps wait for each other decodes two subblocks in turn.
     virtual void decodeTwo(const CodedSubblock& first, const CodedSubblock& second) const;
     // Whether that is faster than one after the other.
     virtual bool prefersTwo() const noexcept { return false; }

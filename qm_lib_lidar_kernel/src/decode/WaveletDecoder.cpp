@@ -155,11 +155,25 @@ void WaveletDecoder::seek(std::int64_t position)
         channel.root->seek(position);
 }
 
+void WaveletDecoder::decodeSubblocks(const Channel& channel)
+{
+    // They come from the coarsest band to the finest, so that neighbours are of like size.
+    const std::vector<CodedSubblock>& work = channel.work;
+    const std::size_t step = channel.reader->prefersTwo() ? 2 : 1;
+    nestedParallelLoop((work.size() + step - 1) / step, [&](std::size_t i) {
+        const std::size_t behind = work.size() - step * i;
+        if (step == 2 && behind >= 2)
+            channel.reader->decodeTwo(work[behind - 2], work[behind - 1]);
+        else
+            channel.reader->decode(work[behind - 1]);
+    });
+}
+
 void WaveletDecoder::decodeChannel(Channel& channel, Block& block)
 {
     channel.work.clear();
     channel.root->prepare(block.fill, channel.work);
-    nestedParallelLoop(channel.work.size(), [&channel](std::size_t i) { channel.work[i].run(); });
+    decodeSubblocks(channel);
     channel.info.reserveKernel(block.fill);
     const std::size_t got = channel.root->get(channel.info.getKernel().getData(), block.fill);
     if (got != block.fill)

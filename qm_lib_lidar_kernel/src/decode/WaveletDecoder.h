@@ -38,7 +38,7 @@ private:
         WaveletDecoderChannelInfo info;
         std::unique_ptr<SubblockReader> reader;
         std::unique_ptr<SubbandSource> root;
-        std::vector<SubbandSource::Work> work; // of the block that is being decoded
+        std::vector<CodedSubblock> work; // of the block that is being decoded
     };
     struct Block
     {
@@ -61,6 +61,7 @@ private:
     // Decodes the next block of points that no one reads.
     void decode(Block& block);
     void decodeChannel(Channel& channel, Block& block);
+    static void decodeSubblocks(const Channel& channel);
     // Begins to decode the points that follow; false when every range is done.
     bool startNext();
     // Makes the current block hold points that were not taken; false when there are no more.
