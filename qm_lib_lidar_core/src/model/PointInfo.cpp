@@ -101,7 +101,7 @@ std::size_t PointInfo::getPointSize() const noexcept
 
 std::size_t PointInfo::getBlockPoints(std::size_t most) const noexcept
 {
-    constexpr std::size_t blockBytes = std::size_t{64} << 20;
+    constexpr std::size_t blockBytes = std::size_t{1} << 20; // it stays in the caches
     return std::clamp<std::size_t>(blockBytes / std::max<std::size_t>(getPointSize(), 1), 1,
                                    std::max<std::size_t>(most, 1));
 }

@@ -41,7 +41,7 @@ public:
 
     // Bytes of one point, all channels together.
     std::size_t getPointSize() const noexcept;
-    // Points for a block of at most `most` points and some 64 MiB, at least 1. What is done with points never
+    // Points for a block of at most `most` points and some 1 MiB, at least 1. What is done with points never
     // depends on the blocks that they come in, and a point can have tens of thousands of channels.
     std::size_t getBlockPoints(std::size_t most) const noexcept;
 

@@ -3,6 +3,7 @@
 #include "framework/ProgressDelegate.h"
 #include "model/NameIndex.h"
 #include "platform/FileIO.h"
+#include "platform/ParallelLoop.h"
 #include "text/FieldFormat.h"
 #include "text/NumberFormat.h"
 
@@ -17,8 +18,12 @@ namespace Quillmoran {
 namespace {
 
 constexpr std::size_t streamBufferSize = 4096;
-// Lines are gathered here, past the stream's own buffer, so that writes are few.
-constexpr std::size_t textBufferSize = 256 * 1024;
+// What a slice of lines may take at most, and how many lines are worth a task.
+constexpr std::size_t mostSliceBytes = std::size_t{2} << 20;
+constexpr std::size_t mostSliceLines = 2048;
+constexpr std::size_t numSlices = 8; // formatted at a time
+// The text of a whole block can wait, so that the next block is decoded while it is written.
+constexpr std::size_t numWaitingSlices = 12;
 constexpr const char* activity = "writing text file";
 
 template <class T>
@@ -156,12 +161,21 @@ void TXTPointWriter::writeBegin(const PointInfo& layout)
         if (const auto channel = channels.find(name.c_str()))
             m_columns.push_back({name.c_str(), getWriter(layout.getChannel(*channel)), *channel, nullptr});
     m_leadingBlank = !m_names.empty() && !layout.hasChannel(m_names.front().c_str());
-    m_textSize = std::max(textBufferSize, longestLine());
-    m_textUsed = 0;
-    m_text = makeBuffer<char>(m_textSize);
 
     openOutput();
     writeHeader();
+    startQueue();
+}
+
+void TXTPointWriter::startQueue()
+{
+    m_sliceLines = std::clamp<std::size_t>(mostSliceBytes / longestLine(), 1, mostSliceLines);
+    m_queue.emplace(
+        [this](const Slice& slice) {
+            if (m_stream.write(slice.text.get(), slice.size) != slice.size)
+                QM_THROW(40002, "write error");
+        },
+        numSlices + numWaitingSlices);
 }
 
 void TXTPointWriter::openOutput()
@@ -197,21 +211,34 @@ void TXTPointWriter::writePoints(const PointData& block, std::size_t count, Prog
 {
     if (delegate) {
         delegate->updateCompleted(0, activity);
-        if (delegate->getCancelled()) {
-            m_stream.getIO()->unlink();
+        if (delegate->getCancelled())
             QM_THROW(40006, "TXT Write operation cancelled.");
-        }
     }
     for (Column& column : m_columns)
         column.samples = block.getChannel(column.channel).getData();
+    for (std::size_t first = 0; first < count; first += numSlices * m_sliceLines) {
+        const std::size_t left = count - first;
+        m_slices.resize(std::min(numSlices, (left + m_sliceLines - 1) / m_sliceLines));
+        for (Slice& slice : m_slices)
+            slice = m_queue->take();
+        parallelLoop(m_slices.size(), [&](std::size_t i) {
+            const std::size_t begin = first + i * m_sliceLines;
+            formatLines(m_slices[i], begin, std::min(begin + m_sliceLines, count));
+        });
+        for (Slice& slice : m_slices)
+            m_queue->put(std::move(slice));
+    }
+    if (delegate)
+        delegate->updateCompleted(static_cast<double>(count), activity);
+}
 
-    const std::size_t needed = longestLine();
+void TXTPointWriter::formatLines(Slice& slice, std::size_t first, std::size_t end) const
+{
+    if (!slice.text)
+        slice.text = makeBuffer<char>(m_sliceLines * longestLine());
     const bool leadingBlank = m_leadingBlank;
-    for (std::size_t point = 0; point < count; ++point) {
-        if (m_textSize - m_textUsed < needed)
-            flushText();
-        char* const line = m_text.get() + m_textUsed;
-        char* out = line;
+    char* out = slice.text.get();
+    for (std::size_t point = first; point < end; ++point) {
         bool blank = leadingBlank;
         for (const Column& column : m_columns) {
             *out = ' ';
@@ -219,18 +246,8 @@ void TXTPointWriter::writePoints(const PointData& block, std::size_t count, Prog
             blank = true;
         }
         *out++ = '\n';
-        m_textUsed += static_cast<std::size_t>(out - line);
     }
-    if (delegate)
-        delegate->updateCompleted(static_cast<double>(count), activity);
-}
-
-void TXTPointWriter::flushText()
-{
-    const std::size_t used = m_textUsed;
-    m_textUsed = 0;
-    if (m_stream.write(m_text.get(), used) != used)
-        QM_THROW(40002, "write error");
+    slice.size = static_cast<std::size_t>(out - slice.text.get());
 }
 
 void TXTPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
@@ -239,19 +256,22 @@ void TXTPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
     if (nothing)
         m_stream.getIO()->unlink();
     else
-        flushText();
+        m_queue->finish();
+    m_queue.reset();
     m_stream.close(!nothing);
     if (m_partial && nothing)
         m_partial->finishWithoutFile();
     else if (m_partial)
         m_partial->finish();
     m_begun = false;
-    m_text.reset();
+    m_slices.clear();
     releaseFile();
 }
 
 void TXTPointWriter::writeAborted() noexcept
 {
+    m_queue.reset();
+    m_slices.clear();
     // What was never opened is untouched; a file that was there before is not ours to remove.
     try {
         if (std::exchange(m_begun, false)) {

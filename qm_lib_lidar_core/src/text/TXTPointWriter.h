@@ -4,10 +4,14 @@
 // Integers are written whole. A floating-point channel is written with the 3, 6, 9, 12 or 15 decimals that
 // its quantization of 1, 0.1, 0.01 and so on needs, and with all significant digits when it has none of that
 // kind.
+//
+// Lines are formatted in parallel, a slice of a block of points each, and written by a thread of their own
+// while the next ones are made.
 #pragma once
 
 #include "files/PartialFile.h"
 #include "framework/PointWriter.h"
+#include "platform/OutputQueue.h"
 #include "platform/Stream.h"
 
 #include <cstddef>
@@ -56,6 +60,13 @@ private:
         const void* samples; // of the block being written
     };
 
+    // Some lines.
+    struct Slice
+    {
+        Buffer<char> text;
+        std::size_t size = 0; // bytes
+    };
+
     TXTPointWriter() = default;
 
     static Formatter getWriter(const ChannelInfo& channel);
@@ -63,7 +74,9 @@ private:
     std::size_t longestLine() const noexcept;
     void openOutput();
     void writeHeader();
-    void flushText();
+    void startQueue();
+    // Formats points [first, end) of the block.
+    void formatLines(Slice& slice, std::size_t first, std::size_t end) const;
     void releaseFile();
 
     std::string m_path;                   // empty when the caller gave the store
@@ -73,9 +86,9 @@ private:
     std::vector<std::string> m_names;
     std::vector<Column> m_columns; // those of m_names that the layout has
     bool m_leadingBlank = false;   // the first name has no column, so every line begins with a blank
-    Buffer<char> m_text;           // lines on their way to the stream
-    std::size_t m_textSize = 0;    // bytes
-    std::size_t m_textUsed = 0;
+    std::size_t m_sliceLines = 0;
+    std::vector<Slice> m_slices;               // being formatted
+    std::optional<OutputQueue<Slice>> m_queue; // its thread uses the stream
 };
 
 } // namespace Quillmoran

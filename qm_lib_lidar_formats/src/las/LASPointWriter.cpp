@@ -11,6 +11,8 @@ namespace {
 
 constexpr const char* activity = "writing LAS file";
 constexpr std::size_t sliceSize = 16384; // points
+// Under way at a time: enough that the next block of points is decoded while those of one are written.
+constexpr std::size_t mostSlices = 6;
 constexpr std::uint64_t mostLegacyPoints = UINT32_MAX;
 
 std::uint32_t legacyCount(std::uint64_t count)
@@ -69,9 +71,9 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
     chooseColumns(layout);
 
     openOutput(head.records);
-    // A whole block can wait, so that the next one is decoded in the meantime.
-    m_queue = std::make_unique<LASRecordQueue>(LASRecordWriter::create(*m_output, m_header),
-                                               getBlockSize(layout) / sliceSize + 2);
+    m_writer = LASRecordWriter::create(*m_output, m_header);
+    m_queue.emplace([this](const Slice& slice) { m_writer->write(slice.records.data(), slice.count); },
+                    mostSlices);
 }
 
 void LASPointWriter::chooseColumns(const PointInfo& layout)
@@ -113,7 +115,7 @@ void LASPointWriter::writePoints(const PointData& block, std::size_t count, Prog
     bool fits = true;
     try {
         for (std::size_t first = 0; first < count; first += sliceSize) {
-            LASRecordQueue::Slice slice = m_queue->take();
+            Slice slice = m_queue->take();
             slice.count = std::min(sliceSize, count - first);
             fits &= packSlice(slice, block, first);
             countReturns(slice);
@@ -136,7 +138,7 @@ void LASPointWriter::throwIfTooMany() const
         QM_THROW(40607, "Attempt to write 2 ^ 32 or more points to a LAS file.");
 }
 
-bool LASPointWriter::packSlice(LASRecordQueue::Slice& slice, const PointData& block, std::size_t first)
+bool LASPointWriter::packSlice(Slice& slice, const PointData& block, std::size_t first)
 {
     const std::size_t stride = m_header.recordLength;
     slice.records.assign(slice.count * stride, 0);
@@ -158,7 +160,7 @@ bool LASPointWriter::packSlice(LASRecordQueue::Slice& slice, const PointData& bl
     return fits;
 }
 
-void LASPointWriter::countReturns(const LASRecordQueue::Slice& slice)
+void LASPointWriter::countReturns(const Slice& slice)
 {
     const std::size_t stride = m_header.recordLength;
     const unsigned mask = m_header.pointFormat.isExtended() ? 15 : 7;
@@ -176,10 +178,12 @@ void LASPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
     }
     try {
         m_queue->finish();
+        m_writer->finish();
     } catch (const Error&) {
         QM_THROW(40601, "Unable to write point");
     }
     m_queue.reset();
+    m_writer.reset();
     completeHeader();
     try {
         writeBytes(0, m_header.write());
@@ -218,6 +222,7 @@ void LASPointWriter::writeBytes(std::int64_t position, const std::vector<unsigne
 void LASPointWriter::writeAborted() noexcept
 {
     m_queue.reset();
+    m_writer.reset();
     // What was never opened is untouched; a file that was there before is not ours to remove.
     if (m_output)
         m_output->unlink();

@@ -8,8 +8,9 @@
 #include "framework/PointWriter.h"
 #include "las/LASFields.h"
 #include "las/LASFileHead.h"
-#include "las/LASRecordQueue.h"
+#include "las/LASRecordWriter.h"
 #include "platform/FileIO.h"
+#include "platform/OutputQueue.h"
 
 #include <array>
 #include <cstdint>
@@ -64,6 +65,11 @@ private:
         DataType type;       // of its samples
         LASField field;
     };
+    struct Slice
+    {
+        std::vector<unsigned char> records;
+        std::size_t count = 0; // of records
+    };
     // What the header says of all points.
     struct Summary
     {
@@ -75,8 +81,8 @@ private:
 
     void chooseColumns(const PointInfo& layout);
     void openOutput(const std::vector<unsigned char>& records);
-    bool packSlice(LASRecordQueue::Slice& slice, const PointData& block, std::size_t first);
-    void countReturns(const LASRecordQueue::Slice& slice);
+    bool packSlice(Slice& slice, const PointData& block, std::size_t first);
+    void countReturns(const Slice& slice);
     void throwIfTooMany() const;
     void completeHeader();
     void writeBytes(std::int64_t position, const std::vector<unsigned char>& bytes) const;
@@ -93,8 +99,9 @@ private:
     std::uint64_t m_total = 0; // points
     bool m_warned = false;     // that a coordinate does not fit
     std::optional<PartialFile> m_partial;
-    Scoped<FileIO::Imp> m_output;            // before m_partial goes
-    std::unique_ptr<LASRecordQueue> m_queue; // before m_output goes
+    Scoped<FileIO::Imp> m_output;               // before m_partial goes
+    std::unique_ptr<LASRecordWriter> m_writer;  // before m_output goes
+    std::optional<OutputQueue<Slice>> m_queue;  // before m_writer goes, which its thread uses
 };
 
 } // namespace Quillmoran

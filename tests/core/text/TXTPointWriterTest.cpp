@@ -209,7 +209,7 @@ TEST(TXTPointWriter, WritesTheSameTextForEveryBlockSizeAndInFewWrites)
 
     const Scoped<ByteStore> io = ByteStore::make();
     writerTo(io.get(), *source, "xyzx")->write(Bounds::Huge(), 1.0, xyz, nullptr);
-    EXPECT_LT(io->writes(), static_cast<int>(expected.size() / 65536));
+    EXPECT_LT(io->writes(), static_cast<int>(expected.size() / 32768));
 }
 
 TEST(TXTPointWriter, HoldsLinesLongerThanItsBuffer)

@@ -1,0 +1,125 @@
+// Hands slices of output to a thread that writes them, in order, while the next ones are made. How much can be
+// under way is limited; whoever is faster waits. Used by one thread at a time.
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace Quillmoran {
+
+template <class Slice>
+class OutputQueue
+{
+public:
+    // `write` is called on the queue's thread.
+    OutputQueue(std::function<void(const Slice&)> write, std::size_t maxSlices)
+        : m_write(std::move(write)), m_maxSlices(maxSlices), m_thread([this] { run(); })
+    {}
+    // Without finish(), what still waits is dropped.
+    ~OutputQueue()
+    {
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_ends = m_drops = true;
+        }
+        m_changed.notify_all();
+        if (m_thread.joinable())
+            m_thread.join();
+    }
+    OutputQueue(const OutputQueue&) = delete;
+    OutputQueue& operator=(const OutputQueue&) = delete;
+
+    // A slice to fill, with whatever it held before. Up to the limit of them may be held at a time. All three
+    // throw what `write` threw.
+    Slice take()
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_failure || !m_free.empty() || m_numSlices < m_maxSlices; });
+        if (m_failure)
+            std::rethrow_exception(m_failure);
+        if (m_free.empty()) {
+            ++m_numSlices;
+            return {};
+        }
+        Slice slice = std::move(m_free.back());
+        m_free.pop_back();
+        return slice;
+    }
+
+    void put(Slice slice)
+    {
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            if (m_failure)
+                std::rethrow_exception(m_failure);
+            m_waiting.push_back(std::move(slice));
+        }
+        m_changed.notify_all();
+    }
+
+    // Waits until everything is written.
+    void finish()
+    {
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_ends = true;
+        }
+        m_changed.notify_all();
+        m_thread.join();
+        if (m_failure)
+            std::rethrow_exception(m_failure);
+    }
+
+private:
+    void run()
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        try {
+            writeSlices(lock);
+        } catch (...) {
+            if (!lock.owns_lock())
+                lock.lock();
+            m_failure = std::current_exception();
+            m_changed.notify_all();
+        }
+    }
+
+    void writeSlices(std::unique_lock<std::mutex>& lock)
+    {
+        for (;;) {
+            m_changed.wait(lock, [this] { return m_ends || !m_waiting.empty(); });
+            if (m_drops || m_waiting.empty())
+                return;
+            Slice slice = std::move(m_waiting.front());
+            m_waiting.pop_front();
+            lock.unlock();
+            m_write(slice);
+            lock.lock();
+            m_free.push_back(std::move(slice));
+            m_changed.notify_all();
+        }
+    }
+
+    const std::function<void(const Slice&)> m_write;
+    const std::size_t m_maxSlices;
+
+    std::mutex m_mutex; // of everything below
+    std::condition_variable m_changed;
+    std::deque<Slice> m_waiting;
+    std::vector<Slice> m_free;
+    std::size_t m_numSlices = 0; // taken, waiting, being written or free
+    bool m_ends = false;         // nothing more will be put
+    bool m_drops = false;        // what waits is not wanted any more
+    std::exception_ptr m_failure;
+
+    std::thread m_thread; // last: it uses the others
+};
+
+} // namespace Quillmoran
