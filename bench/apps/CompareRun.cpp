@@ -1,7 +1,9 @@
 #include "apps/CompareRun.h"
 
 #include "platform/Base.h"
+#include "support/PagePool.h"
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -66,6 +68,19 @@ std::vector<std::string> makeCommand(const Row& row, const Input& input, const S
     return words;
 }
 
+// Of what the command wrote when it ran before.
+std::uint64_t outputSize(const std::vector<std::string>& command, const std::string& directory)
+{
+    std::uint64_t bytes = 0;
+    for (const std::string& word : command) {
+        std::error_code missing;
+        if (word.compare(0, directory.size(), directory) == 0)
+            if (const auto size = std::filesystem::file_size(word, missing); !missing)
+                bytes += size;
+    }
+    return bytes;
+}
+
 bool canRun(const Row& row, const RowTable& table, const Surroundings& surroundings)
 {
     if (row.program == Program::pdal && surroundings.pdalVersion.empty())
@@ -108,6 +123,7 @@ std::vector<RowResult> runRows(const RowTable& table, const Input& input, const 
 
     for (int round = 0; round <= numRounds * table.runsPerRound; ++round)
         for (std::size_t i = 0; i < results.size(); ++i) {
+            refreshPages(surroundings.directory, outputSize(commands[i], surroundings.directory));
             const Usage usage = runProgram(commands[i]);
             if (round > 0)
                 results[i].usages.push_back(usage);
