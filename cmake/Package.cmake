@@ -8,6 +8,7 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/vxunpack-config-ver
   COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vxunpack-config.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/vxunpack-config-version.cmake
+  ${CMAKE_CURRENT_SOURCE_DIR}/cmake/FindDeflate.cmake
   ${CMAKE_CURRENT_SOURCE_DIR}/cmake/FindLASzip.cmake DESTINATION ${package_dir})
 install(EXPORT vxunpack-targets NAMESPACE vxunpack:: DESTINATION ${package_dir})
 install(FILES README.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -5,7 +5,8 @@
 #   scripts/dependencies.sh --all    and what checks and benchmarks need
 set -euo pipefail
 
-packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libgdal-dev libgeotiff-dev nlohmann-json3-dev libgtest-dev)
+packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libdeflate-dev libgdal-dev libgeotiff-dev nlohmann-json3-dev
+  libgtest-dev)
 laszip=(liblaszip8 liblaszip-api8 liblaszip-dev)
 if [ "${1:-}" = --all ]; then
   packages+=(libbenchmark-dev clang-format-14 clang-tidy-14 clang-14 libclang-rt-14-dev llvm-14

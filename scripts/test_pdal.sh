@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 root=${VX_BULLSEYE_ROOT:-${XDG_CACHE_HOME:-$HOME/.cache}/vxunpack/bullseye}
-packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libgdal-dev libgeotiff-dev liblaszip-dev nlohmann-json3-dev
+packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libdeflate-dev libgdal-dev libgeotiff-dev liblaszip-dev nlohmann-json3-dev
   libgtest-dev libpdal-dev pdal)
 
 fail() { echo "test_pdal: $*" >&2; exit 1; }
