@@ -1,0 +1,42 @@
+#include "platform/BackgroundTask.h"
+
+#include "platform/ParallelLoop.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <stdexcept>
+
+namespace Quillmoran {
+namespace {
+
+TEST(BackgroundTask, IsDoneWhenItWasWaitedForAndStartsAgain)
+{
+    BackgroundTask task;
+    EXPECT_FALSE(task.isStarted());
+    std::atomic<int> sum{0};
+    for (int i = 1; i <= 100; ++i) {
+        task.start([&, i] { nestedParallelLoop(10, [&](std::size_t) { sum += i; }); });
+        EXPECT_TRUE(task.isStarted());
+        task.wait();
+        EXPECT_FALSE(task.isStarted());
+        ASSERT_EQ(sum, 10 * i * (i + 1) / 2);
+    }
+}
+
+TEST(BackgroundTask, ThrowsFromWaitAndIsWaitedForWhenItGoes)
+{
+    std::atomic<bool> ran{false};
+    {
+        BackgroundTask task;
+        task.start([] { throw std::runtime_error("bad"); });
+        EXPECT_THROW(task.wait(), std::runtime_error);
+        task.start([&] {
+            ran = true;
+            throw std::runtime_error("lost");
+        });
+    }
+    EXPECT_TRUE(ran);
+}
+
+} // namespace
+} // namespace Quillmoran

@@ -1,0 +1,43 @@
+#include "platform/ParallelLoop.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace Quillmoran {
+namespace {
+
+TEST(ParallelLoop, RunsEveryIterationOnceInsideOthers)
+{
+    std::vector<std::atomic<int>> runs(30 * 20);
+    parallelLoop(30, [&](std::size_t outer) {
+        nestedParallelLoop(20, [&](std::size_t inner) { ++runs[20 * outer + inner]; });
+    });
+    parallelLoop(0, [&](std::size_t) { FAIL(); });
+    for (const auto& count : runs)
+        EXPECT_EQ(count, 1);
+}
+
+TEST(ParallelLoop, ThrowsWhatTheFirstOfTheFailedThrewOnceAllHaveRun)
+{
+    for (int repeat = 0; repeat < 20; ++repeat) {
+        std::atomic<int> runs{0};
+        std::string failure;
+        try {
+            parallelLoop(50, [&](std::size_t i) {
+                ++runs;
+                if (i % 10 == 7)
+                    throw std::runtime_error(std::to_string(i));
+            });
+        } catch (const std::runtime_error& error) {
+            failure = error.what();
+        }
+        EXPECT_EQ(failure, "7");
+        EXPECT_EQ(runs, 50);
+    }
+}
+
+} // namespace
+} // namespace Quillmoran
