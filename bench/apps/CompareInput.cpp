@@ -47,8 +47,10 @@ Input prepareInput(const std::string& las)
     input.stem = las.substr(0, las.rfind(".las"));
     const std::string vxl = input.stem + ".vxl";
     const std::string laz = input.stem + ".laz";
+    const std::string spatial = input.stem + "_spatial.vxl";
     runProgram({programPath("vxpack"), "-i", las, "-o", vxl});
     runAgain({"verify", las, vxl});
+    runProgram({programPath("vxpack"), "-i", las, "-o", spatial, "-order", "hilbert"});
     runAgain({"twin", las, laz});
     runAgain({"verify", las, laz});
 
@@ -61,9 +63,11 @@ Input prepareInput(const std::string& las)
     const std::string numInside = std::to_string(input.numInWindow);
     const std::string inside = input.stem + "_window.las";
     runAgain({"window", laz, input.minX, input.maxX, input.minY, input.maxY, numInside});
-    runProgram({programPath("vxunpack"), "-i", vxl, "-o", inside, "-c", input.minX, input.maxX, input.minY,
-                input.maxY, "-inf", "+inf"});
-    runAgain({"decode", inside, numInside});
+    for (const std::string& packed : {vxl, spatial}) {
+        runProgram({programPath("vxunpack"), "-i", packed, "-o", inside, "-c", input.minX, input.maxX,
+                    input.minY, input.maxY, "-inf", "+inf"});
+        runAgain({"decode", inside, numInside});
+    }
     QMFileUtils::deleteFile(inside.c_str());
 
     input.vxlBytes = static_cast<double>(QMFileUtils::getSize(vxl.c_str()));

@@ -8,7 +8,9 @@ namespace Quillmoran::Benchmarks {
 
 struct Input
 {
-    std::string stem; // of the paths: .las, .vxl and .laz are added; .lax holds the LAZ file's spatial index
+    // Of the paths: .las, .vxl and .laz are added, .lax for the LAZ file's spatial index, _spatial.vxl for
+    // the points in spatial order.
+    std::string stem;
     std::int64_t numPoints = 0;
     std::int64_t numInWindow = 0;
     // As both programs get it.
@@ -17,8 +19,9 @@ struct Input
     double lazBytes = 0;
 };
 
-// Makes the .vxl file with vxpack, and LAZ file and index with LASzip, beside the LAS file, whose name ends
-// in .las; each is compared with it, and what a window gives from either file is counted. Errors are thrown.
+// Makes the .vxl files with vxpack, and LAZ file and index with LASzip, beside the LAS file, whose name ends
+// in .las. Those in its order are compared with it, and what a window gives from each file is counted. Errors
+// are thrown.
 Input prepareInput(const std::string& las);
 
 // The piece of prepareInput that must be in a process of its own, since it reads points: writes the first

@@ -21,8 +21,9 @@ struct Row
     std::string_view name;
     Program program;
     unsigned numThreads; // allCores for as many as the machine has
-    // Words between spaces. In braces, files of the input by their ending, files of the sample of an input
-    // that takes some programs too long, the window, the number of points, the directory for outputs.
+    // Words between spaces. In braces, files of the input by their ending, its points in spatial order, files
+    // of the sample of an input that takes some programs too long, the window, the number of points, the
+    // directory for outputs.
     std::string_view arguments;
 };
 

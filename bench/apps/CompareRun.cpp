@@ -53,6 +53,7 @@ std::vector<std::string> makeCommand(const Row& row, const Input& input, const S
         replace(word, "{las}", input.stem + ".las");
         replace(word, "{laz}", input.stem + ".laz");
         replace(word, "{vxl}", input.stem + ".vxl");
+        replace(word, "{spatial}", input.stem + "_spatial.vxl");
         if (surroundings.sample)
             replace(word, sampleFile, surroundings.sample->stem + ".laz");
         replace(word, "{out}", surroundings.directory);
