@@ -266,9 +266,8 @@ inline std::uint32_t ACBase::DataModel::countBegun(std::uint32_t symbol, std::ui
     Shares shares;
     std::memcpy(&shares, &distribution[symbol], sizeof shares);
     const Flags flags = __builtin_convertvector(shares <= Shares{} + scaled, Flags);
-    std::uint64_t bytes; // all ones for each that has begun
-    std::memcpy(&bytes, &flags, sizeof bytes);
-    return static_cast<std::uint32_t>(std::countr_one(bytes)) / 8;
+    // A byte of ones for each that has begun, the first in the lowest place.
+    return static_cast<std::uint32_t>(std::countr_one(loadLittleEndian<std::uint64_t>(&flags))) / 8;
 }
 
 // Without branches: which symbol comes next cannot be predicted, or it would not have been coded.
