@@ -1,6 +1,6 @@
-// On a virtual machine the first use of a page of memory can cost ten times the writing into it, and pages that
-// were free for a while count as unused. How fast a file is written then tells more of the machine's past than
-// of the program.
+// On a virtual machine the first use of a page of memory can cost ten times the writing into it, and pages
+// that were free for a while count as unused. How fast a file is written then tells more of the machine's
+// past than of the program.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// Hands slices of output to a thread that writes them, in order, while the next ones are made. How much can be
-// under way is limited; whoever is faster waits. Used by one thread at a time.
+// Hands slices of output to a thread that writes them, in order, while the next ones are made. How much can
+// be under way is limited; whoever is faster waits. Used by one thread at a time.
 #pragma once
 
 #include <condition_variable>

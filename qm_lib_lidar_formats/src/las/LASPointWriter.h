@@ -99,9 +99,9 @@ private:
     std::uint64_t m_total = 0; // points
     bool m_warned = false;     // that a coordinate does not fit
     std::optional<PartialFile> m_partial;
-    Scoped<FileIO::Imp> m_output;               // before m_partial goes
-    std::unique_ptr<LASRecordWriter> m_writer;  // before m_output goes
-    std::optional<OutputQueue<Slice>> m_queue;  // before m_writer goes, which its thread uses
+    Scoped<FileIO::Imp> m_output;              // before m_partial goes
+    std::unique_ptr<LASRecordWriter> m_writer; // before m_output goes
+    std::optional<OutputQueue<Slice>> m_queue; // before m_writer goes, which its thread uses
 };
 
 } // namespace Quillmoran

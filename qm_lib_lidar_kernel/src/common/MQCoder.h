@@ -1,9 +1,9 @@
 // The MQ coder: binary adaptive arithmetic coding as in JPEG 2000 and JBIG2. It codes the decisions of
 // integer coefficients, bit plane by bit plane.
 //
-// A decision is coded in one of 64 contexts. A context stands at an entry of one shared state table, into which
-// the more probable symbol is folded (two entries per probability state). The encoder's contexts point at
-// their entries; the decoder's hold what a decision needs of them in one word. Neither side allocates or
+// A decision is coded in one of 64 contexts. A context stands at an entry of one shared state table, into
+// which the more probable symbol is folded (two entries per probability state). The encoder's contexts point
+// at their entries; the decoder's hold what a decision needs of them in one word. Neither side allocates or
 // fails: a damaged segment decodes to some decisions. One object is used by one thread at a time.
 //
 // This coder differs from the published one in two places: the flush, which writes no end marker, and the

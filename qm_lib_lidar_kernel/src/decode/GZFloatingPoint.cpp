@@ -46,7 +46,10 @@ z_stream& getInflater()
 #ifdef VX_HAS_LIBDEFLATE
 struct DecompressorDeleter
 {
-    void operator()(libdeflate_decompressor* decompressor) const { libdeflate_free_decompressor(decompressor); }
+    void operator()(libdeflate_decompressor* decompressor) const
+    {
+        libdeflate_free_decompressor(decompressor);
+    }
 };
 
 // Takes a half to a quarter of zlib's time. False for whatever it does not like: zlib then finds the words.
