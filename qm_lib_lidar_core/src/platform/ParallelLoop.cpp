@@ -21,10 +21,11 @@ namespace {
 
 // The scheduler is not built with the sanitizer, which would take its handing over of tasks for races and
 // could not tell them from ours. Plain threads show it everything.
+constexpr std::size_t mostThreads = 4;
+
 template <class Body>
 void runAll(std::size_t count, const Body& body)
 {
-    constexpr std::size_t mostThreads = 4;
     std::atomic<std::size_t> next{0};
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < std::min(count, mostThreads); ++i) {
@@ -41,6 +42,11 @@ template <class Function>
 void runIsolated(const Function& function)
 {
     function();
+}
+
+std::size_t countThreads()
+{
+    return mostThreads;
 }
 
 #else
@@ -63,6 +69,11 @@ template <class Function>
 void runIsolated(const Function& function)
 {
     tbb::this_task_arena::isolate(function);
+}
+
+std::size_t countThreads()
+{
+    return static_cast<std::size_t>(tbb::this_task_arena::max_concurrency());
 }
 
 #endif
@@ -91,6 +102,11 @@ void nestedParallelLoop(std::size_t count, const std::function<void(std::size_t)
 void parallelLoop(std::size_t count, const std::function<void(std::size_t)>& body)
 {
     runIsolated([&] { nestedParallelLoop(count, body); });
+}
+
+std::size_t getNumThreads()
+{
+    return countThreads();
 }
 
 } // namespace Quillmoran

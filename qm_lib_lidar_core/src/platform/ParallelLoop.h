@@ -19,4 +19,7 @@ QM_API void parallelLoop(std::size_t count, const std::function<void(std::size_t
 // work of that one.
 QM_API void nestedParallelLoop(std::size_t count, const std::function<void(std::size_t)>& body);
 
+// How many threads the loops can have here.
+QM_API std::size_t getNumThreads();
+
 } // namespace Quillmoran

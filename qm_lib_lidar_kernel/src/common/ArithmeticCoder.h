@@ -266,8 +266,12 @@ inline std::uint32_t ACBase::DataModel::countBegun(std::uint32_t symbol, std::ui
     Shares shares;
     std::memcpy(&shares, &distribution[symbol], sizeof shares);
     const Flags flags = __builtin_convertvector(shares <= Shares{} + scaled, Flags);
-    // A byte of ones for each that has begun, the first in the lowest place.
-    return static_cast<std::uint32_t>(std::countr_one(loadLittleEndian<std::uint64_t>(&flags))) / 8;
+    // A byte of ones for each that has begun. Copied as a whole, so that it stays in a register.
+    std::uint64_t bytes;
+    std::memcpy(&bytes, &flags, sizeof bytes);
+    const int ones =
+        std::endian::native == std::endian::little ? std::countr_one(bytes) : std::countl_one(bytes);
+    return static_cast<std::uint32_t>(ones) / 8;
 }
 
 // Without branches: which symbol comes next cannot be predicted, or it would not have been coded.

@@ -11,8 +11,11 @@ namespace Quillmoran {
 
 namespace {
 
-// Points per block: enough work per task for the scheduler to vanish, small enough to stay in the caches.
-constexpr std::size_t mostBlockPoints = 16384;
+// Points per block: small enough to stay in the caches. The longest subblock is a twentieth of the work of a
+// block of the usual channels, so a few threads find enough to share; many of them need larger blocks.
+constexpr std::size_t usualBlockPoints = 16384;
+constexpr std::size_t threadsPerBlock = 4;
+constexpr std::size_t mostBlocks = 16;
 // What a block may take, in points and kernel samples; only points of hundreds of channels come to it.
 constexpr std::size_t blockBytes = std::size_t{16} << 20;
 // Coarser stages see fewer samples; their windows shrink with them down to this.
@@ -101,7 +104,9 @@ std::size_t WaveletDecoder::getBlockPoints(const PointInfo& layout) const
     std::size_t pointBytes = layout.getPointSize();
     for (const Channel& channel : m_channels)
         pointBytes += DataTypeUtils::getSize(channel.info.getKernelDataType());
-    const std::size_t most = std::clamp<std::size_t>(blockBytes / pointBytes, 1, mostBlockPoints);
+    const std::size_t wanted =
+        usualBlockPoints * std::clamp<std::size_t>(getNumThreads() / threadsPerBlock, 1, mostBlocks);
+    const std::size_t most = std::clamp<std::size_t>(blockBytes / pointBytes, 1, wanted);
     return static_cast<std::size_t>(
         std::clamp<std::int64_t>(m_info->getNumPoints(), 1, static_cast<std::int64_t>(most)));
 }
