@@ -176,8 +176,13 @@ void SubbandReaderImp<T>::prepare(std::size_t count, std::vector<CodedSubblock>&
     std::uint64_t next = m_pieces.empty() ? subblockOf(m_position) : m_pieces.back().endSubblock;
     if (next < endSubblock && next != m_next)
         walkTo(next);
-    while (m_pieces.empty() || m_pieces.back().endSubblock < endSubblock)
-        addPiece(endSubblock);
+    try {
+        while (m_pieces.empty() || m_pieces.back().endSubblock < endSubblock)
+            addPiece(endSubblock);
+    } catch (...) {
+        m_pieces.clear(); // those that were added will not be decoded
+        throw;
+    }
     // Once all are read the buffers stay where they are.
     for (std::size_t i = prepared; i < m_pieces.size(); ++i) {
         const Piece& piece = m_pieces[i];
@@ -233,17 +238,27 @@ void SubbandReaderImp<T>::reserveSamples(std::size_t count)
 }
 
 template <class T>
+void SubbandReaderImp<T>::prepareAndDecode(std::size_t count)
+{
+    std::vector<CodedSubblock> work;
+    prepare(count, work);
+    try {
+        for (const CodedSubblock& subblock : work)
+            m_reader.decode(subblock);
+    } catch (...) {
+        m_pieces.clear();
+        throw;
+    }
+}
+
+template <class T>
 std::size_t SubbandReaderImp<T>::get(void* out, std::size_t count)
 {
     const std::int64_t left = std::max<std::int64_t>(getNumSamples() - m_position, 0);
     count = static_cast<std::size_t>(std::min<std::uint64_t>(count, static_cast<std::uint64_t>(left)));
     if (m_pieces.empty() || m_position < startOf(m_pieces.front()) ||
-        m_position + static_cast<std::int64_t>(count) > endOf(m_pieces.back())) {
-        std::vector<CodedSubblock> work;
-        prepare(count, work);
-        for (const CodedSubblock& subblock : work)
-            m_reader.decode(subblock);
-    }
+        m_position + static_cast<std::int64_t>(count) > endOf(m_pieces.back()))
+        prepareAndDecode(count);
     auto* samples = static_cast<T*>(out);
     for (std::size_t copied = 0; copied < count;) {
         const Piece& piece = m_pieces[m_current];

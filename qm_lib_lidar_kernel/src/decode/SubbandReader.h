@@ -76,6 +76,7 @@ private:
     // Reads the next subblock, or as many as are zero, but none from `end` on.
     void addPiece(std::uint64_t end);
     void reserveSamples(std::size_t count);
+    void prepareAndDecode(std::size_t count);
     StreamReader& dataStream() noexcept { return m_stretches.interleaved ? m_headers : m_data; }
     std::uint64_t subblockOf(std::int64_t position) const noexcept
     {

@@ -231,7 +231,12 @@ bool WaveletDecoder::refill()
         return false;
     if (getDelegate() && getDelegate()->getCancelled())
         QM_THROW(40006, "operation cancelled.");
-    m_decoding.wait();
+    try {
+        m_decoding.wait();
+    } catch (...) {
+        m_range = m_ranges.size(); // the chains are of no use any more
+        throw;
+    }
     m_current = 1 - m_current;
     startNext();
     if (getDelegate())

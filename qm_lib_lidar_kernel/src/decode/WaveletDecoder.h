@@ -29,7 +29,8 @@ public:
     void init(const WaveletDecoderInfo& info, const Bounds& bounds, double fraction, const PointInfo& layout,
               ProgressDelegate* delegate);
 
-    // Errors of damaged bands; a cancelled delegate is 40006 "operation cancelled.".
+    // Errors of damaged bands, behind which no more points come; a cancelled delegate is 40006 "operation
+    // cancelled.".
     std::size_t getNextPoints(PointData& buffer) override;
 
 private:

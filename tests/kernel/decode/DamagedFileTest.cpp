@@ -236,6 +236,37 @@ TEST(DamagedFile, GivesAnErrorAtEveryLength)
     }
 }
 
+// A file of several blocks, the first of which fails: its chains would go on with whatever they hold.
+TEST(DamagedFile, GivesNoMorePointsBehindAnError)
+{
+    FilePlan plan = SampleCloud::make(60000, 5).toFile();
+    plan.channels.resize(3);
+    const Bytes whole = buildFile(plan);
+    int failures = 0;
+    for (std::size_t at = whole.size() / 2; at < whole.size(); at += whole.size() / 80) {
+        Bytes bytes = whole;
+        std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(at),
+                    std::min<std::size_t>(40, bytes.size() - at), std::uint8_t{0xFF});
+        Scoped<PointIterator> points;
+        PointData block;
+        try {
+            const Scoped<ByteStore> store(ByteStore::create(bytes));
+            const Scoped<VX7PointReader> reader(VX7PointReader::create());
+            reader->init(store.get());
+            points.reset(reader->createIterator(Bounds::Huge(), 1, reader->getPointInfo(), nullptr));
+            block.init(reader->getPointInfo(), 1000);
+            while (points->getNextPoints(block) != 0) {
+            }
+        } catch (const Error&) {
+            if (block.getNumSamples() == 0)
+                continue;
+            ++failures;
+            EXPECT_EQ(points->getNextPoints(block), 0u) << "at=" << at;
+        }
+    }
+    EXPECT_GT(failures, 0);
+}
+
 // Lengths that only just do not contradict each other, at the end of the range.
 TEST(DamagedFile, ReadsPastTheEndAtAbsurdLengths)
 {
