@@ -1,42 +1,12 @@
-// How integers are coded bit plane by bit plane: which planes are coded how, and the contexts of the
-// decisions.
+// Which planes of integers that are coded bit plane by bit plane are coded how.
 //
 //   plane   t  ...  r+1 | r  ...  l | l-1 ... 0
 //           MQ coded    | raw bits  | zero
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 
 namespace Quillmoran {
-
-// The states of a coefficient; they are digits of the context numbers.
-enum CoefficientState : std::uint8_t
-{
-    POSITIVE = 0,
-    INSIGNIFICANT = 1,
-    NEGATIVE = 2
-};
-
-inline constexpr int signContexts = 9; // 3 * left + right
-
-// The context of a coefficient's first decision in a plane by the states of its left neighbour, its own and
-// its right neighbour: 0 to 8 for whether it becomes significant, 18 to 35 for the next bit of one that is.
-inline constexpr auto firstContexts = [] {
-    std::array<std::uint8_t, 27> contexts{};
-    for (int left = 0; left < 3; ++left) {
-        for (int own = 0; own < 3; ++own) {
-            for (int right = 0; right < 3; ++right) {
-                const int significance = 3 * left + right;
-                const int refinement = 18 + 6 * left + (own == NEGATIVE ? 3 : 0) + right;
-                contexts[static_cast<std::size_t>(9 * left + 3 * own + right)] =
-                    static_cast<std::uint8_t>(own == INSIGNIFICANT ? significance : refinement);
-            }
-        }
-    }
-    return contexts;
-}();
 
 // The planes of a subblock. Codes number the triples (top, bottom, raw top) with top ascending, within it
 // bottom from 0 to top, within that raw top from bottom - 1 to top: (0,0,-1) (0,0,0) (1,0,-1) (1,0,0) (1,0,1)

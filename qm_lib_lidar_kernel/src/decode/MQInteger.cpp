@@ -1,5 +1,6 @@
 #include "decode/MQInteger.h"
 
+#include "common/BitPlaneContexts.h"
 #include "common/MQCoder.h"
 #include "platform/ByteOrder.h"
 #include "platform/Stream.h"

@@ -1,5 +1,6 @@
 #include "encode/MQIntegerWriter.h"
 
+#include "common/BitPlaneContexts.h"
 #include "platform/Base.h"
 
 #include <algorithm>
