@@ -239,6 +239,11 @@ const char* FilePointSourceManager::getFilename(std::size_t index) const noexcep
     return index < m_files.size() ? m_files[index].file.c_str() : nullptr;
 }
 
+std::string FilePointSourceManager::getSourceName(std::size_t index) const
+{
+    return index < m_files.size() ? m_files[index].file.c_str() : PointSourceManager::getSourceName(index);
+}
+
 PointSource* FilePointSourceManager::openSource(const QMFileSpec& file) const
 {
     if (SimpleFileOpener::getPointSourceType(file) != POINT_SOURCE_INDEX)

@@ -73,6 +73,7 @@ public:
 
     // Null for an index past the end.
     const char* getFilename(std::size_t index) const noexcept;
+    std::string getSourceName(std::size_t index) const override;
     // The source of a tile-set index is the mosaic of its tiles.
     PointSource* createPointSource(std::size_t index) override;
 

@@ -42,6 +42,7 @@ public:
 
     // -1 "bad tile index"; the opener's own errors, with the path of the tile.
     PointSource* createPointSource(std::size_t index) override;
+    std::string getSourceName(std::size_t index) const override { return getTileInfo(index).path.c_str(); }
     double getOverviewFraction() const override { return m_set.overview ? m_set.overview->fraction : 0; }
     PointSource* createOverviewPointSource() override;
 

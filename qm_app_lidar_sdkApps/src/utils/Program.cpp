@@ -1,6 +1,7 @@
 #include "utils/Program.h"
 
 #include "platform/Base.h"
+#include "text/Printable.h"
 
 #include <cerrno>
 #include <csignal>
@@ -40,12 +41,18 @@ int runProgram(const std::function<bool()>& run)
         return run() ? 0 : 1;
     } catch (const std::exception& error) {
         endProgressLine();
-        std::fprintf(stderr, "Error: %s\n", error.what());
+        std::fprintf(stderr, "Error: %s\n", printable(error.what()).c_str());
     } catch (...) {
         endProgressLine();
         std::fprintf(stderr, "unknown exception\n");
     }
     return 1;
+}
+
+void warn(const std::string& text)
+{
+    endProgressLine();
+    std::fprintf(stderr, "Warning: %s\n", printable(text).c_str());
 }
 
 void ignoreBrokenPipes()

@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <string>
 
 namespace Quillmoran {
 
@@ -140,6 +141,8 @@ public:
     std::size_t getNumSources() const noexcept { return m_numSources; }
     // A new count of source `index`.
     virtual PointSource* createPointSource(std::size_t index) = 0;
+    // The name that messages give source `index`: its file, by default "source 0", "source 1" ...
+    virtual std::string getSourceName(std::size_t index) const { return "source " + std::to_string(index); }
     // The sampling fraction that the overview holds; 0 and null without an overview.
     virtual double getOverviewFraction() const { return 0; }
     virtual PointSource* createOverviewPointSource() { return nullptr; }
