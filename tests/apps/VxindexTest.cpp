@@ -79,8 +79,14 @@ TEST_F(Vxindex, TakesFilesListsTextAndDirectoriesInAnyOrder)
     std::filesystem::create_directories(directory / "more/deep");
     directory.file("more/d.txt", "header\n1 2 3\n");
     tile("more/deep/e.vxl", 40);
-    EXPECT_EQ(report("-o t.index tiles/c.vxl -p xyz -skip 1 -i tiles/c.vxl all.list -d 1 more tiles"),
-              "5 files, 81 points (5 files added, 0 refreshed, 0 removed)\n");
+    const Result result =
+        run("-o t.index tiles/c.vxl -p xyz -skip 1 -i tiles/c.vxl all.list -d 1 more tiles");
+    EXPECT_NE(result.output.find("\n5 files, 81 points (5 files added, 0 refreshed, 0 removed)\n"),
+              std::string::npos)
+        << result.output;
+    EXPECT_EQ(result.errors,
+              "Warning: 'more/d.txt' has no coordinate system and 'tiles/c.vxl' has one, which "
+              "is used for all\n");
     EXPECT_EQ(report("-o t.index -l"),
               "ok                   20  0.000 8.820  0.000 8.550  0.000 0.040  tiles/a.vxl\n");
 }
@@ -145,9 +151,9 @@ TEST_F(Vxindex, CreatesAnOverviewFromTheTiles)
         run("-o tiles/t.index -l").output.find("overview of a share of 0.0625:\nok                    6  "),
         std::string::npos);
     for (const char* name : {"-overview tiles/o.vxl ", ""})
-        EXPECT_EQ(run(std::string("-o t.index tiles -createOverview ") + name)
-                      .errors.rfind("Error: an overview is created as a LAS or LAZ file: '", 0),
-                  0u);
+        EXPECT_NE(run(std::string("-o t.index tiles -createOverview ") + name)
+                      .errors.find("Error: an overview is created as a LAS or LAZ file: '"),
+                  std::string::npos);
     EXPECT_FALSE(std::filesystem::exists(directory / "t.index"));
 }
 

@@ -25,6 +25,7 @@ namespace {
 using nlohmann::json;
 using Testing::LASBytes;
 using Testing::LASFile;
+using Testing::LASFilePoint;
 using Testing::Program;
 using Testing::readFile;
 using Testing::Result;
@@ -313,6 +314,141 @@ TEST_F(Vxpack, JoinsSeveralFiles)
     ASSERT_EQ(rounded.size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i)
         EXPECT_NEAR(rounded[i][0], expected[i][0], 1e-9);
+}
+
+// Two older formats without and with colour, with flags, classes 12 and week time, and a newer one.
+TEST_F(Vxpack, JoinsLASFilesOfDifferentFormats)
+{
+    constexpr int week = 2100;
+    std::vector<LASFilePoint> expected;
+    for (const int format : {1, 3, 7}) {
+        LASFile file = Testing::randomLASFile(format, format < 6 ? 2 : 4, 500, static_cast<unsigned>(format));
+        for (LASFilePoint& p : file.points) {
+            p.sourceId = static_cast<std::uint16_t>(format);
+            p.y += format * 1000;
+        }
+        file.globalEncoding = format < 6 ? 0 : 1;
+        file.describePoints();
+        writeFile(directory / (std::to_string(format) + ".las"), file.build());
+        for (const LASFilePoint& p : Testing::joinedPoints(file, week))
+            expected.push_back(p);
+    }
+    const Result refused = run("-i 1.las -i 3.las -i 7.las -o out.vxl");
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.errors,
+              "Error: the files hold different GPS times: '1.las' week time (GPSTime), '7.las' adjusted "
+              "standard time (GPSTime_Adjusted); give the GPS week to convert week time (-gpsWeek)\n");
+    EXPECT_FALSE(exists("out.vxl"));
+    EXPECT_EQ(start(VXINDEX, "-o all.index 1.las 3.las 7.las").wait().errors, refused.errors);
+    const std::string warning = "Warning: '1.las' without Blue, Green, Red: the points have 0 there\n";
+    EXPECT_EQ(start(VXINDEX, "-o all.index 1.las -gpsWeek 2100").wait().errors, "");
+    EXPECT_EQ(start(VXINDEX, "-o all.index -u 7.las -gpsWeek 2101").wait().errors,
+              "Error: the index was made with GPS week 2100\n");
+    EXPECT_EQ(start(VXINDEX, "-o all.index -u 7.las 3.las").wait().status, 0);
+    for (const char* inputs : {"-gpsWeek 2100 -i 1.las -i 3.las -i 7.las",
+                               "-gpsWeek 2100 -i 7.las -i 3.las -i 1.las", "-i all.index"}) {
+        const Result packed = run(std::string(inputs) + " -o out.vxl");
+        EXPECT_EQ(packed.status, 0) << packed.errors;
+        EXPECT_EQ(packed.errors, std::string(inputs) == "-i all.index" ? "" : warning) << inputs;
+        succeed(VXUNPACK, "-i out.vxl -o out.las");
+        LASFile joined = LASFile::load(directory / "out.las");
+        EXPECT_EQ(joined.format, 7);
+        EXPECT_EQ(joined.globalEncoding & 1, 1);
+        std::sort(joined.points.begin(), joined.points.end(),
+                  [](const LASFilePoint& a, const LASFilePoint& b) { return a.y < b.y; });
+        EXPECT_TRUE(joined.points == expected) << inputs;
+    }
+    // One file's week times are converted, too.
+    EXPECT_EQ(describe("out.vxl")["channels"].size(), describe("7.las")["channels"].size());
+    pack("-i 3.las -o out.vxl -gpsWeek 2100");
+    EXPECT_EQ(find(describe("out.vxl")["channels"], "GPSTime"), json());
+    EXPECT_EQ(samplesOf("out.vxl")[0][12], expected[500].gpsTime);
+}
+
+TEST_F(Vxpack, ItsFilesWithTwoClocksGiveLASFilesWithTheOneChosen)
+{
+    writeFile(directory / "in.xyz", std::string("1 1 1 10 0\n2 2 2 20 7\n3 3 3 0 8\n4 4 4 9 9\n"));
+    struct Case
+    {
+        const char* parse;
+        const char* options;
+        std::vector<double> times;
+        bool adjusted;       // what the header says
+        const char* message; // behind the file's name
+    };
+    const Case cases[] = {
+        {"xyztT",
+         "",
+         {0, 7, 8, 9},
+         true,
+         "LAS holds one GPS time of GPSTime and GPSTime_Adjusted; GPSTime_Adjusted is written, 2 points lose "
+         "a "
+         "GPSTime that is not 0"},
+        {"xyzTt",
+         "",
+         {0, 7, 8, 9},
+         true,
+         "LAS holds one GPS time of GPSTime_Adjusted and GPSTime; GPSTime is written, 2 points lose a "
+         "GPSTime_Adjusted that is not 0; the header says adjusted standard time for all points"},
+        {"xyztT",
+         "-gps NONZERO",
+         {10, 7, 8, 9},
+         true,
+         "LAS holds one GPS time of GPSTime and GPSTime_Adjusted; GPSTime_Adjusted is written, GPSTime for 1 "
+         "point where it is 0, 1 point loses a GPSTime that is not 0; the header says adjusted standard time "
+         "for all points"},
+        {"xyztT", "-gps week", {10, 20, 0, 9}, false, ""},
+        {"xyztT", "-gps adjusted", {0, 7, 8, 9}, true, ""},
+        {"xyztT", "-ofld xyzt", {10, 20, 0, 9}, false, ""},
+    };
+    for (const Case& c : cases) {
+        const std::string name = std::string(c.parse) + ' ' + c.options;
+        pack(std::string("-i in.xyz -o two.vxl -parse ") + c.parse);
+        const Result result = start(VXUNPACK, std::string("-i two.vxl -o out.las ") + c.options).wait();
+        EXPECT_EQ(result.status, 0) << name;
+        EXPECT_EQ(result.errors, *c.message ? "Warning: 'out.las': " + std::string(c.message) + "\n" : "")
+            << name;
+        const LASFile file = LASFile::load(directory / "out.las");
+        std::vector<double> times;
+        for (const LASFilePoint& p : file.points)
+            times.push_back(p.gpsTime);
+        EXPECT_EQ(times, c.times) << name;
+        EXPECT_EQ((file.globalEncoding & 1) != 0, c.adjusted) << name;
+    }
+    pack("-i in.xyz -o one.vxl -parse xyzts");
+    EXPECT_EQ(start(VXUNPACK, "-i one.vxl -o new.las -gps adjusted").wait().errors,
+              "Error: 'one.vxl' has no channel 'GPSTime_Adjusted'\n");
+    EXPECT_EQ(start(VXUNPACK, "-i two.vxl -o new.las -gps both").wait().errors,
+              "Error: unknown value 'both' of -gps, it is 'week', 'adjusted' or 'nonzero'\n");
+    EXPECT_FALSE(exists("new.las"));
+}
+
+TEST_F(Vxpack, ComparesCoordinateSystems)
+{
+    const auto tile = [&](const char* name, const char* wkt) {
+        Testing::FilePlan plan;
+        plan.numLevels = 1;
+        plan.channels = {Testing::quantizedChannel("X", {1, 2}, 0, 0.01),
+                         Testing::quantizedChannel("Y", {1, 2}, 0, 0.01),
+                         Testing::quantizedChannel("Z", {1, 2}, 0, 0.01)};
+        plan.wkt = wkt;
+        writeFile(directory / name, buildFile(plan));
+    };
+    tile("a.vxl", "LOCAL_CS[\"a\",UNIT[\"metre\",1]]");
+    tile("b.vxl", "LOCAL_CS[\"b\",UNIT[\"foot\",0.3048]]");
+    tile("none.vxl", "");
+    const std::string differ = "the coordinate systems of 'a.vxl' and 'b.vxl' differ";
+    const std::string none = "'none.vxl' has no coordinate system and 'a.vxl' has one";
+    const Result result = run("-i a.vxl -i a.vxl -i none.vxl -i b.vxl -o out.vxl");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "Warning: " + differ + "; that of 'a.vxl' is used\nWarning: " + none +
+                                 ", which is used for all\n");
+    EXPECT_EQ(start(VXINDEX, "-o t.index none.vxl a.vxl").wait().errors,
+              "Warning: " + none + ", which is used for all\n");
+    EXPECT_EQ(start(VXINDEX, "-o u.index a.vxl b.vxl -srs same").wait().errors, "Error: " + differ + "\n");
+    EXPECT_EQ(run("-i a.vxl -i none.vxl -o new.vxl -srs same").errors, "Error: " + none + "\n");
+    EXPECT_FALSE(exists("new.vxl") || exists("u.index"));
+    pack("-i a.vxl -i a.vxl -o out.vxl -srs same");
 }
 
 TEST_F(Vxpack, PacksBPFWhereItsModuleIs)

@@ -230,6 +230,54 @@ TEST(RealFiles, PackedFilesGiveBackTheirPoints)
     EXPECT_GE(numPacked + 1, paths.size()) << "files that were not even opened";
 }
 
+// Files of formats 3, 6 and 1 with different clocks, scan angles and classifications, joined into one.
+TEST(RealFiles, JoinedFilesKeepTheMeaningOfTheirFields)
+{
+    constexpr int week = 1500;
+    const Testing::TemporaryDirectory directory;
+    const std::string packed = directory / "mix.vxl", output = directory / "mix.las";
+    std::vector<std::string> names = {"4_6_crop", "test1_4", "vegetation_1_3", "mvk-thin"};
+    const auto fieldsOf = [](std::vector<LASFilePoint> points) {
+        std::vector<std::array<double, 16>> fields;
+        for (const LASFilePoint& p : points)
+            fields.push_back({p.gpsTime, double(p.intensity), double(p.returnNum), double(p.numReturns),
+                              double(p.scanDir), double(p.edge), double(p.classId), double(p.classFlags),
+                              double(p.scannerChannel), double(p.scanAngle), double(p.userData),
+                              double(p.sourceId), double(p.red), double(p.green), double(p.blue)});
+        std::sort(fields.begin(), fields.end());
+        return fields;
+    };
+    const auto coordinatesOf = [](const LASFile& file, std::vector<double>& x) {
+        for (const LASFilePoint& p : file.points)
+            x.push_back(p.x * file.scale[0] + file.offset[0]);
+    };
+    std::vector<LASFilePoint> expected;
+    std::vector<double> expectedX;
+    for (const std::string& name : names) {
+        const LASFile file = LASFile::load(shared("data/las/" + name + ".las"));
+        for (const LASFilePoint& p : Testing::joinedPoints(file, week))
+            expected.push_back(p);
+        coordinatesOf(file, expectedX);
+    }
+    std::sort(expectedX.begin(), expectedX.end());
+    for (int order = 0; order < 2; ++order, std::reverse(names.begin(), names.end())) {
+        std::string pack = std::string(VXPACK) + " -gpsWeek " + std::to_string(week) + " -o " + packed;
+        for (const std::string& name : names)
+            pack += " -i " + shared("data/las/" + name + ".las");
+        for (const std::string& command :
+             {pack, std::string(VXUNPACK) + " -sc 0.01 0.01 0.01 -i " + packed + " -o " + output})
+            ASSERT_EQ(std::system((command + " >/dev/null 2>&1").c_str()), 0) << command;
+        const LASFile joined = LASFile::load(output);
+        EXPECT_TRUE(fieldsOf(joined.points) == fieldsOf(expected)) << names[0] << " first";
+        std::vector<double> x;
+        coordinatesOf(joined, x);
+        std::sort(x.begin(), x.end());
+        ASSERT_EQ(x.size(), expectedX.size());
+        for (std::size_t i = 0; i < x.size(); ++i)
+            ASSERT_NEAR(x[i], expectedX[i], joined.scale[0] * 0.51);
+    }
+}
+
 // The program's outputs of the two real clouds against the files that they were made from.
 TEST(RealFiles, DecodedCloudsGiveBackTheirLASFiles)
 {

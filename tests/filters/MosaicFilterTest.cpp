@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace Quillmoran {
@@ -219,13 +220,132 @@ TEST(MosaicFilter, SettlesWhatItsSourcesDoNotAgreeOn)
     EXPECT_EQ(mosaic.filter->getScale(), nullptr);
     EXPECT_EQ(mosaic.filter->getOffset(), nullptr);
     EXPECT_STREQ(mosaic.filter->getWKT(), "FIRST");
-    EXPECT_EQ(mosaic.filter->getWarnings().size(), 1u);
+    std::string systems;
+    for (const NamedCoordinateSystem& system : mosaic.filter->getCoordinateSystems())
+        systems += system.file + " has '" + system.wkt + "'; ";
+    EXPECT_EQ(systems, "source 0 has ''; source 1 has 'FIRST'; source 2 has 'SECOND'; ");
     EXPECT_EQ(mosaic.filter->getNumPoints(), 17);
     b->setNumPoints(PointSource::unknownNumPoints);
     EXPECT_EQ(Mosaic::of(a, b, c).filter->getNumPoints(), PointSource::unknownNumPoints);
     const char* const names[] = {"ground", "water"};
     mosaic.filter->setClassIdNames(names, 2);
     EXPECT_STREQ(mosaic.filter->getClassIdNames()[1], "water");
+}
+
+TEST(MosaicFilter, SaysWhatItFillsWithZerosOrDrops)
+{
+    const auto with = pointWith(1, "Red", UINT16, 1), without = pointsFrom(10, 1), empty = pointsFrom(0, 0);
+    const char *const names[] = {"ground", nullptr}, *const others[] = {"ground", "water"};
+    with->setClassIdNames(names, 2);
+    EXPECT_EQ(Mosaic::of(with, with, empty).filter->getWarnings(), std::vector<std::string>());
+    without->setClassIdNames(others, 2);
+    EXPECT_EQ(Mosaic::of(with, without, without).filter->getWarnings(),
+              (std::vector<std::string>{
+                  "'source 1' and 1 other file without Red: the points have 0 there",
+                  "the class names of 'source 1' differ from those of 'source 0', which are used"}));
+    EXPECT_EQ(Mosaic::of(without, with).filter->getWarnings()[0],
+              "'source 0' without Red: the points have 0 there");
+}
+
+// One point as files of the older LAS formats have it, or as those of the newer ones.
+Scoped<MemoryPointSource> oldPoint(double x, double classByte, double angle, double weekTime)
+{
+    return MemoryPointSource::make(
+        layoutXYZ({channel("ClassId", UINT8), channel("ScanAngle", SINT8), channel("GPSTime", FLOAT64)}),
+        {{x}, {0}, {0}, {classByte}, {angle}, {weekTime}});
+}
+
+Scoped<MemoryPointSource> newPoint(double x, double classId, double flags, double angle, double time)
+{
+    return MemoryPointSource::make(
+        layoutXYZ({channel("ClassFlags", UINT8), channel("ClassId", UINT8), channel("ScanAngle", SINT16),
+                   channel("GPSTime_Adjusted", FLOAT64)}),
+        {{x}, {0}, {0}, {flags}, {classId}, {angle}, {time}});
+}
+
+TEST(MosaicFilter, ConvertsChannelsThatMeanDifferentThings)
+{
+    constexpr double week = 2000 * 604800.0 - 1e9;
+    const PointInfo layout = layoutXYZ({channel("ClassId", UINT8), channel("ClassFlags", UINT8),
+                                        channel("ScanAngle", SINT16), channel("GPSTime_Adjusted", FLOAT64)});
+    // Class 2; class 31 with all flags; overlap, withheld.
+    const std::vector<Scoped<PointSource>> sources = {
+        Scoped<PointSource>(oldPoint(1, 2, 14, 0.5).detach()),
+        Scoped<PointSource>(oldPoint(2, 255, -90, 604799).detach()),
+        Scoped<PointSource>(oldPoint(3, 12 + 128, 127, nan).detach()),
+        Scoped<PointSource>(newPoint(4, 200, 9, -2334, 5).detach())};
+    Rows expected = {{1, 0, 0, 2, 0, 2333, week + 0.5},
+                     {2, 0, 0, 31, 7, -15000, week + 604799},
+                     {3, 0, 0, 12, 12, 21167, nan},
+                     {4, 0, 0, 200, 9, -2334, 5}};
+    for (const bool reversed : {false, true}) {
+        auto order = sources;
+        if (reversed)
+            std::reverse(order.begin(), order.end());
+        const auto set = SetOfSources::make(order);
+        const Scoped<MosaicFilter> mosaic(MosaicFilter::create());
+        mosaic->init(set.get(), 2000);
+        EXPECT_EQ(mosaic->getChannel("ScanAngle")->getDataType(), SINT16);
+        EXPECT_FALSE(mosaic->hasChannel("GPSTime"));
+        Rows rows = readRows(*mosaic, layout);
+        std::sort(rows.begin(), rows.end());
+        EXPECT_TRUE(std::isnan(rows[2][6]));
+        rows[2][6] = expected[2][6] = 0;
+        EXPECT_EQ(rows, expected);
+        // The meaning is that of the whole mosaic, also in a query without the flags.
+        EXPECT_EQ(readRows(*mosaic, layoutXYZ({channel("ClassId", UINT8)}), fromTo(2, 2)),
+                  (Rows{{2, 0, 0, 31}}));
+    }
+    // Nothing changes where all sources agree.
+    const auto old = Mosaic::of(oldPoint(1, 255, 14, 0.5), oldPoint(2, 12, -1, 7));
+    EXPECT_EQ(old.rows(), (Rows{{1, 0, 0, 255, 14, 0.5}, {2, 0, 0, 12, -1, 7}}));
+    // Floating-point degrees stay degrees.
+    const auto real = pointWith(2, "ScanAngle", FLOAT32, 1.5);
+    EXPECT_EQ(Mosaic::of(pointWith(1, "ScanAngle", SINT16, 500), real).rows(),
+              (Rows{{1, 0, 0, 3}, {2, 0, 0, 1.5}}));
+}
+
+TEST(MosaicFilter, RefusesToMixClocksWithoutAWeek)
+{
+    const auto week = oldPoint(1, 2, 14, 0.5), adjusted = newPoint(2, 2, 0, 0, 5), none = pointsFrom(3, 1);
+    const auto both = MemoryPointSource::make(
+        layoutXYZ({channel("GPSTime", FLOAT64), channel("GPSTime_Adjusted", FLOAT64)}),
+        {{4, 5, 6}, {0, 0, 0}, {0, 0, 0}, {7, 0, 8}, {0, 0, 9}});
+    EXPECT_EQ(errorOf(40007, [&] { Mosaic::of(none, adjusted, week); }),
+              "the files hold different GPS times: 'source 1' adjusted standard time (GPSTime_Adjusted), "
+              "'source 2' week time (GPSTime); give the GPS week to convert week time (-gpsWeek)");
+    EXPECT_NE(errorOf(40007, [&] { Mosaic::of(both, week); }), "nothing thrown");
+    EXPECT_EQ(Mosaic::of(both, none).rows().size(), 4u);
+    // A file that holds both: one clock for each point.
+    const auto set = SetOfSources::make({Scoped<PointSource>::retained(both.get())});
+    const Scoped<MosaicFilter> mosaic(MosaicFilter::create());
+    mosaic->init(set.get(), 1654);
+    constexpr double origin = 1654 * 604800.0 - 1e9;
+    EXPECT_EQ(readRows(*mosaic, mosaic->getPointInfo()),
+              (Rows{{4, 0, 0, origin + 7}, {5, 0, 0, 0}, {6, 0, 0, 9}}));
+}
+
+// As after a tile of an index was replaced by one that the index does not fit.
+TEST(MosaicFilter, RefusesSourcesThatDoNotFitItsDescription)
+{
+    const Scoped<PointCloudInfo> info(PointCloudInfo::create());
+    info->init(*oldPoint(1, 2, 14, 0.5));
+    const auto set = SetOfSources::make({Scoped<PointSource>(newPoint(1, 2, 0, 0, 5).detach())});
+    const Scoped<MemoryRTree> tree(MemoryRTree::create());
+    tree->insert(fromTo(0, 5), 0);
+    const Scoped<MosaicFilter> mosaic(MosaicFilter::create());
+    mosaic->init(info.get(), tree.get(), set.get());
+    for (const auto& [wanted, problem] :
+         {std::pair("ScanAngle", "ScanAngle"), std::pair("ClassId", "ClassFlags"),
+          std::pair("GPSTime", "GPSTime_Adjusted")})
+        EXPECT_EQ(errorOf(40010,
+                          [&, name = wanted] {
+                              readRows(*mosaic, layoutXYZ({*info->getPointInfo().getChannel(name)}));
+                          }),
+                  std::string("channel '") + problem +
+                      "' does not fit the layout that the files were joined in")
+            << wanted;
+    EXPECT_EQ(readRows(*mosaic, layoutXYZ()).size(), 1u);
 }
 
 TEST(MosaicFilter, SharesTheRecordsThatDescribeAllSources)

@@ -7,6 +7,7 @@
 #include "support/LASFile.h"
 #include "support/Random.h"
 
+#include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -61,6 +62,26 @@ inline LASFile randomLASFile(int format, int minor, std::size_t count, std::uint
     }
     file.describePoints();
     return file;
+}
+
+// The points of a file as they are joined with those of formats 6 and above, after the published format; with
+// week times taken in a GPS week.
+inline std::vector<LASFilePoint> joinedPoints(const LASFile& file, int gpsWeek)
+{
+    std::vector<LASFilePoint> points = file.points;
+    for (LASFilePoint& p : points) {
+        if (file.format < 6) {
+            p.classFlags = static_cast<std::uint8_t>(p.classId >> 5);
+            p.classId &= 31;
+            if (p.classId == 12)
+                p.classFlags |= 8;
+            p.scanAngle = static_cast<std::int16_t>(std::lround(p.scanAngle / 0.006));
+        }
+        const bool hasTime = file.format == 1 || file.format >= 3;
+        if (hasTime && (file.globalEncoding & 1) == 0)
+            p.gpsTime += gpsWeek * 604800.0 - 1e9;
+    }
+    return points;
 }
 
 // What a whole query of a source delivers, as LAS points; coordinates come back in steps of the source's

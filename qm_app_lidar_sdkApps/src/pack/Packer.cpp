@@ -34,6 +34,11 @@ Packer::Packer() : m_cmdLine("vxpack", description, description, true)
     m_cmdLine.addString("o", "outputFile", "name of output file, ending in .vxl", true);
     Utils::addDepthOption(m_cmdLine);
     Utils::addTXTPointReaderOptions(m_cmdLine);
+    Utils::addGPSWeekOption(m_cmdLine);
+    m_cmdLine.addString("srs", nullptr,
+                        "'same' refuses inputs with different coordinate systems.  By default there is a "
+                        "warning, and the first one is used",
+                        false);
     Utils::addOutFieldsOption(m_cmdLine);
     Utils::addFilterOptions(m_cmdLine);
     Utils::addSubsampleOption(m_cmdLine);
@@ -72,7 +77,10 @@ void Packer::pack() const
 
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     addInputs(*files);
-    const Scoped<PointSource> source = applyFilters(Utils::openInputs(*files, m_cmdLine.getFlag("verbose")));
+    if (m_cmdLine.isPresent("srs") && std::strcmp(m_cmdLine.getString("srs"), "same") != 0)
+        QM_THROW(-1, "unknown value '%s' of -srs, it is 'same'", m_cmdLine.getString("srs"));
+    const Scoped<PointSource> source = applyFilters(
+        Utils::openInputs(*files, m_cmdLine.getFlag("verbose"), Utils::getMergeOptions(m_cmdLine)));
 
     const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
     writer->init(source.get(), output);

@@ -36,7 +36,10 @@ TileIndexer::TileIndexer() : m_cmdLine("vxindex", description, description, true
                       "update an existing index: add new files, read changed ones again, drop missing ones");
     m_cmdLine.addFlag("l", "list", "list the files of an index, and which of them were changed since");
     m_cmdLine.addFlag("check", nullptr, "list the files of an index and open each of them to compare");
-    m_cmdLine.addString("srs", nullptr, "spatial reference of the whole set", false);
+    m_cmdLine.addString("srs", nullptr,
+                        "spatial reference of the whole set, or 'same' to refuse files with different ones",
+                        false);
+    Utils::addGPSWeekOption(m_cmdLine);
     m_cmdLine.addString("overview", nullptr, "file that holds an even share of the points of all files",
                         false);
     m_cmdLine.addFloat(
@@ -99,15 +102,19 @@ void TileIndexer::build() const
         writer->init(index, m_opener.get());
     else
         writer->init(m_opener.get());
+    const Utils::MergeOptions merge = Utils::getMergeOptions(m_cmdLine);
+    if (merge.gpsWeek)
+        writer->setGPSWeek(*merge.gpsWeek);
 
     PercentProgressDelegate delegate;
     const Changes changes = updateTiles(*writer, delegate);
+    Utils::compareCoordinateSystems(writer->getCoordinateSystems(), merge);
     configure(*writer);
     if (m_cmdLine.getFlag("createOverview"))
         createOverview(*writer, delegate);
     std::putchar('\n');
     for (const std::string& warning : writer->getWarnings())
-        delegate.displayWarning(warning.c_str());
+        Utils::warn(warning);
     writer->write(index);
     std::printf("%zu files, %lld points (%zu files added, %zu refreshed, %zu removed)\n",
                 writer->getNumTiles(), static_cast<long long>(writer->getNumPoints()), changes.added,
@@ -173,7 +180,7 @@ TileIndexer::Changes TileIndexer::updateTiles(PersistentPointSourceWriter& write
 
 void TileIndexer::configure(PersistentPointSourceWriter& writer) const
 {
-    if (m_cmdLine.isPresent("srs"))
+    if (m_cmdLine.isPresent("srs") && !Utils::getMergeOptions(m_cmdLine).requiresSameCoordinateSystem)
         writer.setSRS(m_cmdLine.getString("srs"));
     if (m_cmdLine.getFlag("removeOverview"))
         writer.removeOverview(false);
@@ -215,6 +222,7 @@ void TileIndexer::createOverview(PersistentPointSourceWriter& writer, ProgressDe
     points->init(tiles.get(), file, -1);
     points->setWriteLAZ(type == POINT_SOURCE_LAZ);
     points->write(Bounds::Huge(), fraction, tiles->getPointInfo(), &delegate);
+    Utils::warnOfTimeConflict(*points, file);
     writer.setOverview(file, fraction);
 }
 

@@ -2,6 +2,7 @@
 
 #include "framework/PercentProgressDelegate.h"
 #include "las/LASPointWriter.h"
+#include "model/ChannelNames.h"
 #include "pdal/PDALFormats.h"
 #include "platform/Base.h"
 #include "text/TXTPointWriter.h"
@@ -50,6 +51,10 @@ Transcoder::Transcoder() : m_cmdLine("vxunpack", description, description, true)
         "sc", "scale",
         "Specify the scale-factor (x-scale, y-scale, z-scale).  Default is 0.001, 0.001, 0.001", false, 3);
     m_cmdLine.addUint("cs", "chunckSize", "Writer Chuncksize.  Default is 4096", false);
+    m_cmdLine.addString("gps", nullptr,
+                        "which GPS time LAS output holds: week, adjusted, or nonzero (the one that is not 0)",
+                        false);
+    m_cmdLine.setUndocumented("gps"); // the usage text is fixed; the man page has it
 }
 
 void Transcoder::parse(int argc, const char* const* argv)
@@ -79,13 +84,15 @@ void Transcoder::transcode()
     const Output output = chooseOutput();
     if (output != Output::Null)
         Utils::refuseSameFile(input, m_cmdLine.getString("outputFile"));
-    const PointInfo layout = Utils::getOutFields(m_cmdLine, *source);
+    const PointInfo layout = chooseTime(Utils::getOutFields(m_cmdLine, *source));
     const Scoped<PointWriter> writer = createWriter(*source, layout);
     configure(*writer);
 
     PercentProgressDelegate delegate;
     const long long count = writer->write(cropBox, fraction, layout, &delegate);
     std::printf("\n%lld points written\n", count);
+    if (const auto* las = dynamic_cast<const LASPointWriter*>(writer.get()))
+        Utils::warnOfTimeConflict(*las, m_cmdLine.getString("outputFile"));
     if (verbose)
         printOutputHeader();
 }
@@ -118,6 +125,36 @@ Transcoder::Output Transcoder::chooseOutput() const
     }
 }
 
+// Leaves out the time that "gps" does not choose.
+PointInfo Transcoder::chooseTime(const PointInfo& layout) const
+{
+    if (!m_cmdLine.isPresent("gps"))
+        return layout;
+    if (chooseOutput() != Output::LAS)
+        QM_THROW(-1, "-gps is for LAS and LAZ output");
+    const char* const choice = m_cmdLine.getString("gps");
+    const bool week = equalsIgnoringCase(choice, "week");
+    if (!week && !equalsIgnoringCase(choice, "adjusted")) {
+        if (!equalsIgnoringCase(choice, "nonzero"))
+            QM_THROW(-1, "unknown value '%s' of -gps, it is 'week', 'adjusted' or 'nonzero'", choice);
+        return layout;
+    }
+    const char* const kept = week ? ChannelNames::gpsTime : ChannelNames::gpsTimeAdjusted;
+    const char* const dropped = week ? ChannelNames::gpsTimeAdjusted : ChannelNames::gpsTime;
+    if (!layout.hasChannel(kept))
+        QM_THROW(-1, "'%s' has no channel '%s'", m_cmdLine.getString("inputFile"), kept);
+    PointInfo chosen;
+    for (std::size_t i = 0; i < layout.getNumChannels(); ++i)
+        if (!layout.getChannel(i).isNamed(dropped))
+            chosen.append(layout.getChannel(i));
+    return chosen;
+}
+
+bool Transcoder::prefersNonzeroTime() const
+{
+    return m_cmdLine.isPresent("gps") && equalsIgnoringCase(m_cmdLine.getString("gps"), "nonzero");
+}
+
 Scoped<PointWriter> Transcoder::createWriter(PointSource& source, const PointInfo& layout) const
 {
     switch (chooseOutput()) {
@@ -135,6 +172,7 @@ Scoped<PointWriter> Transcoder::createWriter(PointSource& source, const PointInf
         Scoped<LASPointWriter> writer(LASPointWriter::create());
         writer->init(&source, m_cmdLine.getString("outputFile"), getLASVersion());
         writer->setWriteLAZ(writesLAZ());
+        writer->setPrefersNonzeroTime(prefersNonzeroTime());
         return Scoped<PointWriter>(writer.detach());
     }
     case Output::BPF:

@@ -29,6 +29,8 @@ private:
 
     void transcode();
     Output chooseOutput() const;
+    PointInfo chooseTime(const PointInfo& layout) const;
+    bool prefersNonzeroTime() const;
     Scoped<PointWriter> createWriter(PointSource& source, const PointInfo& layout) const;
     int getLASVersion() const; // -1: by the channels
     bool writesLAZ() const;

@@ -251,7 +251,7 @@ PointSource* FilePointSourceManager::openSource(const QMFileSpec& file) const
     const Scoped<PersistentPointSourceManager> tiles(PersistentPointSourceManager::create());
     tiles->init(file, m_opener.get());
     Scoped<MosaicFilter> mosaic(MosaicFilter::create());
-    mosaic->init(tiles->getPointCloudInfo(), tiles->getRTree(), tiles.get());
+    mosaic->init(tiles->getPointCloudInfo(), tiles->getRTree(), tiles.get(), tiles->getGPSWeek());
     return mosaic.detach();
 }
 

@@ -35,6 +35,8 @@ public:
     const char* getSRS() const noexcept { return m_set.srs.c_str(); }
     const PointCloudInfo* getPointCloudInfo() const noexcept { return m_set.info.get(); }
     const RTree* getRTree() const noexcept { return m_tree.get(); }
+    // The week with which tiles with week time are read as adjusted standard time, if any.
+    const std::optional<int>& getGPSWeek() const noexcept { return m_set.gpsWeek; }
     // -1 "bad tile index" past the end.
     const TileInfo& getTileInfo(std::size_t index) const;
     // Null without an overview.

@@ -29,6 +29,7 @@ PersistentPointSourceWriter* PersistentPointSourceWriter::create()
 
 void PersistentPointSourceWriter::init(FileOpener* opener)
 {
+    m_gpsWeek.reset();
     clear();
     m_srs.clear();
     m_overview.reset();
@@ -44,7 +45,9 @@ void PersistentPointSourceWriter::init(const QMFileSpec& index, FileOpener* open
     init(opener);
     const TileSet& set = known->getTileSet();
     m_srs = set.srs;
-    m_union = PointCloudUnion(*set.info);
+    m_gpsWeek = set.gpsWeek;
+    m_union = PointCloudUnion(m_gpsWeek);
+    m_union.add(*set.info, index.c_str());
     for (const TileInfo& tile : set.tiles)
         insert(tile);
     m_overview = set.overview;
@@ -82,8 +85,9 @@ void PersistentPointSourceWriter::add(const QMFileSpec& file)
     if (m_overview && m_overview->tile.path == QMFileUtils::resolve(file))
         return setOverview(file, m_overview->fraction);
     const Scoped<PointCloudInfo> cloud(PointCloudInfo::create());
-    insert(describe(file, *cloud));
-    m_union.add(*cloud);
+    const TileInfo tile = describe(file, *cloud);
+    m_union.add(*cloud, file.c_str());
+    insert(tile);
 }
 
 void PersistentPointSourceWriter::insert(const TileInfo& tile)
@@ -155,7 +159,20 @@ void PersistentPointSourceWriter::clear()
     m_tiles.clear();
     m_order.clear();
     m_nextOrder = 0;
-    m_union = PointCloudUnion();
+    m_union = PointCloudUnion(m_gpsWeek);
+}
+
+void PersistentPointSourceWriter::setGPSWeek(int week)
+{
+    if (m_gpsWeek == week)
+        return;
+    if (m_gpsWeek)
+        QM_THROW(-1, "the index was made with GPS week %d", *m_gpsWeek);
+    m_gpsWeek = week;
+    PointCloudUnion converted(m_gpsWeek);
+    if (!m_tiles.empty())
+        converted.add(m_union.getInfo(), "the index");
+    m_union = converted;
 }
 
 void PersistentPointSourceWriter::setOverview(const QMFileSpec& file, double fraction)
@@ -180,6 +197,7 @@ TileSet PersistentPointSourceWriter::getTileSet(const QMFileSpec& index) const
     const std::string directory = QMFileUtils::resolve(index).dirname();
     TileSet set;
     set.srs = m_srs;
+    set.gpsWeek = m_gpsWeek;
     set.info->init(m_union.getInfo());
     set.info->setNumPoints(getNumPoints());
     Bounds bounds;

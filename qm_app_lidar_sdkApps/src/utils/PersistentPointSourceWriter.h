@@ -32,11 +32,16 @@ public:
     std::size_t getNumTiles() const noexcept { return m_tiles.size(); }
     std::int64_t getNumPoints() const;
     std::vector<QMFileSpec> getFiles() const;
-    // What the tiles did not agree on.
-    const std::vector<std::string>& getWarnings() const noexcept { return m_union.getWarnings(); }
+    // What the tiles did not agree on: see PointCloudUnion.
+    std::vector<std::string> getWarnings() const { return m_union.getWarnings(); }
+    const std::vector<NamedCoordinateSystem>& getCoordinateSystems() const noexcept
+    {
+        return m_union.getCoordinateSystems();
+    }
 
-    // Opens the file and inserts it; the errors are the opener's and those of describeTile(). A file that is
-    // a tile already is described anew, and so is the overview, which does not become a tile.
+    // Opens the file and inserts it; the errors are the opener's, those of describeTile() and of
+    // PointCloudUnion::add(). A file that is a tile already is described anew, and so is the overview, which
+    // does not become a tile.
     void add(const QMFileSpec& file);
     // Adds a tile, or replaces the one of the same path, without opening it: its channels are those of the
     // set.
@@ -48,6 +53,9 @@ public:
     bool remove(const QMFileSpec& file);
     void clear();
 
+    // Week time of the tiles is converted to adjusted standard time, so that tiles with either clock can be
+    // added. -1 if the index was made with another week.
+    void setGPSWeek(int week);
     void setSRS(const char* srs) { m_srs = srs ? srs : ""; }
     // A file that holds that share of all points, above 0 and at most 1: -1 "bad overview fraction". A tile
     // of that path is one no more.
@@ -69,6 +77,7 @@ private:
 
     Scoped<FileOpener> m_opener;
     std::string m_srs;
+    std::optional<int> m_gpsWeek;
     PointCloudUnion m_union;                     // counts and bounds are those of the tiles
     std::map<std::uint64_t, TileInfo> m_tiles;   // by the order in which they came
     std::map<QMFileSpec, std::uint64_t> m_order; // of each path

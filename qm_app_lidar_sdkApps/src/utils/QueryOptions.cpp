@@ -1,9 +1,7 @@
 #include "cli/QMCmdLine.h"
 #include "files/QMFileUtils.h"
-#include "filters/MosaicFilter.h"
 #include "platform/Base.h"
 #include "text/TXTPointReader.h"
-#include "utils/Summary.h"
 #include "utils/Utils.h"
 
 #include <algorithm>
@@ -98,23 +96,6 @@ void addInput(FilePointSourceManager& files, const char* name, const QMCmdLine& 
         QM_THROW_OS(name);
     }
     files.addFile(name);
-}
-
-Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose)
-{
-    for (std::size_t i = 0; verbose && i < files.getNumSources(); ++i) {
-        const Scoped<PointSource> source(files.createPointSource(i));
-        printHeader(stdout, *source, files.getFilename(i));
-    }
-    if (files.getNumSources() < 2)
-        return Scoped<PointSource>(files.createPointSource(0));
-    Scoped<MosaicFilter> mosaic(MosaicFilter::create());
-    mosaic->init(&files);
-    if (verbose)
-        printHeader(stdout, *mosaic, nullptr);
-    for (const std::string& warning : mosaic->getWarnings())
-        std::printf("%s\n", warning.c_str());
-    return Scoped<PointSource>(mosaic.detach());
 }
 
 void refuseSameFile(const char* input, const char* output)

@@ -40,6 +40,7 @@ struct TileSet
 {
     std::string srs;
     Scoped<PointCloudInfo> info{PointCloudInfo::create()};
+    std::optional<int> gpsWeek; // with which week time is converted to adjusted standard time
     std::vector<TileInfo> tiles;
     std::optional<Overview> overview;
 };

@@ -5,6 +5,7 @@
 //
 //   "info"    srs | number of channels 2 | channels | number of points 8 | WKT | bounds
 //             | scale 8, offset 8 of x, of y, of z | number of classes 2 | class names
+//   "week"    GPS week 4                                       only when week times are converted
 //   "over"    tile | fraction 8                                only with an overview
 //   "path"    number of tiles 4 | tiles
 //   "tree"    the R-tree over the tiles' bounds: see RTree.h

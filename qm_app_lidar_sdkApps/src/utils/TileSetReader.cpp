@@ -135,7 +135,7 @@ public:
         do {
             m_stream.seek(m_end, Stream::SEEK_FROM_START);
             name = readStart(expected);
-        } while (!isAmong(name, {"info", "over", "path", "tree"}));
+        } while (!isAmong(name, {"info", "week", "over", "path", "tree"}));
         if (!isAmong(name, names))
             QM_THROW(-1, "unknown chunk name '%s' was expecting '%s'", name.c_str(), expected);
         return name;
@@ -220,6 +220,14 @@ void readInfo(Packet packet, TileSet& set)
     readClassNames(packet, *set.info);
 }
 
+void readGPSWeek(Packet packet, TileSet& set)
+{
+    const auto week = packet.readNumber<std::uint32_t>("GPS week");
+    if (week > INT32_MAX)
+        throwImpossible("GPS week");
+    set.gpsWeek = static_cast<int>(week);
+}
+
 void readOverview(Packet packet, TileSet& set)
 {
     Overview overview;
@@ -246,7 +254,12 @@ void TileSetFile::read(IO* io, TileSet& set, DiskRTree& tree)
     packets.next({"info"});
     set = TileSet();
     readInfo(packets.open(), set);
-    if (packets.next({"over", "path"}) == "over") {
+    std::string name = packets.next({"week", "over", "path"});
+    if (name == "week") {
+        readGPSWeek(packets.open(), set);
+        name = packets.next({"over", "path"});
+    }
+    if (name == "over") {
         readOverview(packets.open(), set);
         packets.next({"path"});
     }

@@ -138,6 +138,9 @@ void TileSetFile::write(IO* io, const TileSet& set, const MemoryRTree& tree, con
     writer.putBytes("rtre", 4, "magic");
     writer.putNumber(version, "version");
     writer.putPacket("info", [&] { writeInfo(writer, set); });
+    if (set.gpsWeek)
+        writer.putPacket("week",
+                         [&] { writer.putNumber(static_cast<std::uint32_t>(*set.gpsWeek), "GPS week"); });
     if (set.overview)
         writer.putPacket("over", [&] {
             writer.putTile(set.overview->tile);

@@ -2,10 +2,15 @@
 // whole directories of files.
 #pragma once
 
+#include "filters/PointCloudUnion.h"
 #include "utils/CreatePointSource.h"
+
+#include <optional>
+#include <vector>
 
 namespace Quillmoran {
 
+class LASPointWriter;
 class PersistentPointSourceWriter;
 class QMCmdLine;
 
@@ -45,8 +50,25 @@ void addDepthOption(QMCmdLine& cmdLine);
 // Adds what a user named: a file of any kind, a list, or the files of a directory and of "depth" levels below
 // it. What does not exist is the system's error.
 void addInput(FilePointSourceManager& files, const char* name, const QMCmdLine& cmdLine);
-// The file, or the mosaic of several; `verbose` prints a summary of each.
-Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose);
+
+// How files that differ become one point cloud: see MergeRules.h and docs/merging.md.
+struct MergeOptions
+{
+    std::optional<int> gpsWeek;                // converts week time to adjusted standard time
+    bool requiresSameCoordinateSystem = false; // otherwise different ones give a warning
+};
+// "gpsWeek". The option "srs" has the value "same" for requiresSameCoordinateSystem.
+void addGPSWeekOption(QMCmdLine& cmdLine);
+MergeOptions getMergeOptions(const QMCmdLine& cmdLine);
+// Compares the coordinate systems of files that become one cloud, and warns if they differ or one of the
+// files has none; -1 if they have to be the same.
+void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems, const MergeOptions& options);
+
+// The file, or the mosaic of several; `verbose` prints a summary of each. What the files do not agree on is
+// said in warnings.
+Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose, const MergeOptions& options = {});
+// Says which of two clocks a LAS file holds, and how many points have lost the other one.
+void warnOfTimeConflict(const LASPointWriter& writer, const char* output);
 // A writer truncates its output, which must not be what it reads: -1 "the output '%s' is the input file".
 void refuseSameFile(const char* input, const char* output);
 // The same for all files of a set, the tiles of an index included.

@@ -1,9 +1,8 @@
 #include "filters/LayoutAdapter.h"
 
-#include "model/NameIndex.h"
-
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <optional>
 #include <vector>
 
@@ -11,23 +10,48 @@ namespace Quillmoran {
 
 namespace {
 
+using MergeRules::Origin;
+using MergeRules::Rule;
+
 constexpr std::size_t mostBlockPoints = 16384;
+
+using Origins = std::vector<std::optional<Origin>>; // of each wanted channel; none: zeros
+
+Origins findOrigins(const PointInfo& source, const MergeRules::Target& target, const PointInfo& layout)
+{
+    const NameIndex names(source);
+    Origins origins;
+    for (std::size_t i = 0; i < layout.getNumChannels(); ++i)
+        origins.push_back(MergeRules::findOrigin(source, names, target, layout.getChannel(i).getName()));
+    return origins;
+}
 
 class AdaptingIterator final : public PointIterator
 {
 public:
-    AdaptingIterator(const PointSource& source, const Bounds& bounds, double fraction,
-                     const PointInfo& layout, ProgressDelegate* delegate)
+    AdaptingIterator(const PointSource& source, Origins origins, const std::optional<int>& gpsWeek,
+                     const Bounds& bounds, double fraction, const PointInfo& layout,
+                     ProgressDelegate* delegate)
+        : m_origins(std::move(origins)), m_gpsWeek(gpsWeek)
     {
         PointInfo present;
-        const NameIndex names(source.getPointInfo());
+        std::map<std::size_t, std::size_t> positions; // of the source's channels in the block
+        const auto take = [&](std::size_t channel, const ChannelInfo& description) {
+            const auto [known, isNew] = positions.emplace(channel, present.getNumChannels());
+            if (isNew)
+                present.append(description);
+            return known->second;
+        };
         for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
+            if (!m_origins[i])
+                continue;
+            Origin& origin = *m_origins[i];
             const ChannelInfo& wanted = layout.getChannel(i);
-            const auto index = names.find(wanted.getName());
-            const ChannelInfo* own = index ? &source.getChannel(*index) : nullptr;
-            m_origins.push_back(own ? std::optional(present.getNumChannels()) : std::nullopt);
-            if (own)
-                present.append(own->getDataType() == wanted.getDataType() ? wanted : *own);
+            const ChannelInfo& own = source.getChannel(origin.channel);
+            if (origin.rule == Rule::EitherToAdjusted)
+                origin.other = take(origin.other, source.getChannel(origin.other));
+            const bool isSame = origin.rule == Rule::Copy && own.getDataType() == wanted.getDataType();
+            origin.channel = take(origin.channel, isSame ? wanted : own);
         }
         m_block.init(present, 0);
         m_mostPoints = present.getBlockPoints(mostBlockPoints);
@@ -41,8 +65,9 @@ public:
             m_block.resize(capacity);
         const std::size_t count = m_source->getNextPoints(m_block);
         for (std::size_t i = 0; i < m_origins.size(); ++i) {
-            if (m_origins[i])
-                convert(out.getChannel(i), m_block.getChannel(*m_origins[i]), count);
+            if (const auto& origin = m_origins[i])
+                MergeRules::convert(out.getChannel(i), m_block.getChannel(origin->channel),
+                                    &m_block.getChannel(origin->other), origin->rule, m_gpsWeek, count);
             else
                 clear(out.getChannel(i), count);
         }
@@ -50,14 +75,6 @@ public:
     }
 
 private:
-    static void convert(ChannelData& to, const ChannelData& from, std::size_t count)
-    {
-        if (DataTypeUtils::isFloat(to.getDataType()) == DataTypeUtils::isFloat(from.getDataType()))
-            ChannelData::convert(to, 0, from, 0, count);
-        else
-            ChannelData::convert(to, 0, from, 0, 0.0, 1.0, count);
-    }
-
     static void clear(ChannelData& channel, std::size_t count)
     {
         const std::size_t bytes = count * DataTypeUtils::getSize(channel.getDataType());
@@ -66,31 +83,32 @@ private:
     }
 
     Scoped<PointIterator> m_source;
-    PointData m_block;                                 // in the source's types
-    std::size_t m_mostPoints = 0;                      // of the block
-    std::vector<std::optional<std::size_t>> m_origins; // of each wanted channel in the block; none: zeros
+    PointData m_block; // in the source's types
+    std::size_t m_mostPoints = 0;
+    Origins m_origins; // of each wanted channel in the block
+    std::optional<int> m_gpsWeek;
 };
 
-bool hasAll(const PointSource& source, const PointInfo& layout)
+bool isOwnLayout(const PointSource& source, const Origins& origins, const PointInfo& layout)
 {
-    const NameIndex names(source.getPointInfo());
-    for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
-        const ChannelInfo& wanted = layout.getChannel(i);
-        const auto own = names.find(wanted.getName());
-        if (!own || source.getChannel(*own).getDataType() != wanted.getDataType())
+    for (std::size_t i = 0; i < origins.size(); ++i)
+        if (!origins[i] || origins[i]->rule != Rule::Copy ||
+            source.getChannel(origins[i]->channel).getDataType() != layout.getChannel(i).getDataType())
             return false;
-    }
     return true;
 }
 
 } // namespace
 
-PointIterator* createAdaptedIterator(const PointSource& source, const Bounds& bounds, double fraction,
-                                     const PointInfo& layout, ProgressDelegate* delegate)
+PointIterator* createAdaptedIterator(const PointSource& source, const MergeRules::Target& target,
+                                     const Bounds& bounds, double fraction, const PointInfo& layout,
+                                     ProgressDelegate* delegate)
 {
-    if (hasAll(source, layout))
+    Origins origins = findOrigins(source.getPointInfo(), target, layout);
+    if (isOwnLayout(source, origins, layout))
         return source.createIterator(bounds, fraction, layout, delegate);
-    return new AdaptingIterator(source, bounds, fraction, layout, delegate);
+    return new AdaptingIterator(source, std::move(origins), target.getGPSWeek(), bounds, fraction, layout,
+                                delegate);
 }
 
 } // namespace Quillmoran

@@ -1,7 +1,7 @@
 #include "filters/MosaicFilter.h"
 
 #include "filters/LayoutAdapter.h"
-#include "filters/PointCloudUnion.h"
+#include "filters/MergeRules.h"
 #include "filters/SharedMetadata.h"
 #include "framework/ProgressDelegate.h"
 #include "index/MemoryRTree.h"
@@ -36,8 +36,9 @@ void checkChannels(const PointInfo& known, const PointInfo& layout)
 class MosaicFilter::Iterator final : public PointIterator
 {
 public:
-    Iterator(const Bounds& bounds, double fraction, const PointInfo& layout, ProgressDelegate* delegate)
-        : m_query(bounds), m_queryFraction(fraction), m_layout(layout)
+    Iterator(std::shared_ptr<const MergeRules::Target> target, const Bounds& bounds, double fraction,
+             const PointInfo& layout, ProgressDelegate* delegate)
+        : m_target(std::move(target)), m_query(bounds), m_queryFraction(fraction), m_layout(layout)
     {
         init(bounds, fraction, layout, delegate);
     }
@@ -52,7 +53,8 @@ public:
     void read(PointSource* source)
     {
         m_source.reset(source);
-        m_points.reset(createAdaptedIterator(*source, m_query, m_queryFraction, m_layout, getDelegate()));
+        m_points.reset(
+            createAdaptedIterator(*source, *m_target, m_query, m_queryFraction, m_layout, getDelegate()));
     }
 
     std::size_t getNextPoints(PointData& buffer) override
@@ -81,6 +83,7 @@ private:
         return true;
     }
 
+    const std::shared_ptr<const MergeRules::Target> m_target;
     const Bounds m_query;
     const double m_queryFraction;
     const PointInfo m_layout;
@@ -90,7 +93,10 @@ private:
     Scoped<PointIterator> m_points; // of that source
 };
 
-MosaicFilter::MosaicFilter() : m_info(PointCloudInfo::create()), m_tree(MemoryRTree::create())
+MosaicFilter::MosaicFilter()
+    : m_info(PointCloudInfo::create()),
+      m_tree(MemoryRTree::create()),
+      m_target(std::make_shared<const MergeRules::Target>(PointInfo()))
 {}
 
 MosaicFilter* MosaicFilter::create()
@@ -98,9 +104,9 @@ MosaicFilter* MosaicFilter::create()
     return new MosaicFilter;
 }
 
-void MosaicFilter::init(PointSourceManager* manager)
+void MosaicFilter::init(PointSourceManager* manager, const std::optional<int>& gpsWeek)
 {
-    PointCloudUnion all;
+    PointCloudUnion all(gpsWeek);
     const Scoped<MemoryRTree> tree(MemoryRTree::create());
     for (std::size_t i = 0; i < manager->getNumSources(); ++i) {
         const Scoped<PointSource> source(manager->createPointSource(i));
@@ -108,24 +114,28 @@ void MosaicFilter::init(PointSourceManager* manager)
         const Bounds box = getSearchBox(source->getBounds());
         const Scoped<PointCloudInfo> info(PointCloudInfo::create());
         info->init(*source);
-        all.add(*info);
+        all.add(*info, manager->getSourceName(i));
         if (info->getNumPoints() != 0)
             tree->insert(box, static_cast<std::int64_t>(i));
     }
-    init(&all.getInfo(), tree.get(), manager);
+    init(&all.getInfo(), tree.get(), manager, gpsWeek);
     m_sharesMetadata = true;
     m_warnings = all.getWarnings();
+    m_coordinateSystems = all.getCoordinateSystems();
 }
 
-void MosaicFilter::init(const PointCloudInfo* info, const RTree* tree, PointSourceManager* manager)
+void MosaicFilter::init(const PointCloudInfo* info, const RTree* tree, PointSourceManager* manager,
+                        const std::optional<int>& gpsWeek)
 {
     const double overviewThreshold = manager->getOverviewFraction();
+    m_target = std::make_shared<const MergeRules::Target>(info->getPointInfo(), gpsWeek);
     m_info->init(*info);
     m_tree = Scoped<const RTree>::retained(tree);
     m_manager = Scoped<PointSourceManager>::retained(manager);
     m_overviewThreshold = overviewThreshold;
     m_sharesMetadata = false;
     m_warnings.clear();
+    m_coordinateSystems.clear();
 }
 
 void MosaicFilter::loadMetadata(Metadata& into, bool sanitize) const
@@ -165,11 +175,12 @@ PointIterator* MosaicFilter::createIterator(const Bounds& bounds, double fractio
 {
     checkChannels(getPointInfo(), layout);
     if (readsTiles(fraction)) {
-        Scoped<Iterator> iterator(new Iterator(bounds, fraction, layout, delegate));
+        Scoped<Iterator> iterator(new Iterator(m_target, bounds, fraction, layout, delegate));
         iterator->walk(*m_tree, m_manager.get());
         return iterator.detach();
     }
-    Scoped<Iterator> iterator(new Iterator(bounds, fraction / m_overviewThreshold, layout, delegate));
+    Scoped<Iterator> iterator(
+        new Iterator(m_target, bounds, fraction / m_overviewThreshold, layout, delegate));
     if (PointSource* overview = m_manager->createOverviewPointSource())
         iterator->read(overview);
     return iterator.detach();

@@ -1,93 +1,58 @@
 #include "filters/PointCloudUnion.h"
 
+#include "filters/MergeRules.h"
 #include "framework/PointSource.h"
+#include "model/ChannelNames.h"
+#include "platform/Base.h"
 #include "platform/CheckedMath.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
-#include <map>
-#include <string>
 
 namespace Quillmoran {
 
 namespace {
 
-constexpr bool isSigned(DataType type)
+const char* const clockNames[] = {"week time (GPSTime)", "adjusted standard time (GPSTime_Adjusted)",
+                                  "both week time and adjusted standard time"};
+
+// Files of the older LAS formats lack these, and 0 or what their class says is the right value.
+bool isImplied(const ChannelInfo& channel)
 {
-    return (type & 1) != 0;
+    return channel.isNamed(ChannelNames::classFlags) || channel.isNamed(ChannelNames::scannerChannel);
 }
 
-DataType findCommonType(DataType a, DataType b)
+bool isSameNames(const PointCloudInfo& a, const PointCloudInfo& b)
 {
-    if (a == b)
-        return a;
-    if (DataTypeUtils::isFloat(a) || DataTypeUtils::isFloat(b))
-        return FLOAT64;
-    // An unsigned type needs a signed one of twice its size.
-    const bool needsSign = isSigned(a) || isSigned(b);
-    const auto bytesOf = [needsSign](DataType type) {
-        return DataTypeUtils::getSize(type) * (needsSign && !isSigned(type) ? 2 : 1);
-    };
-    switch (std::max(bytesOf(a), bytesOf(b))) {
-    case 1:
-        return needsSign ? SINT8 : UINT8;
-    case 2:
-        return needsSign ? SINT16 : UINT16;
-    case 4:
-        return needsSign ? SINT32 : UINT32;
-    case 8:
-        return needsSign ? SINT64 : UINT64;
-    default:
-        return FLOAT64;
-    }
+    const auto isSame = [](const char* x, const char* y) { return std::strcmp(x ? x : "", y ? y : "") == 0; };
+    return a.getNumClassIdNames() == b.getNumClassIdNames() &&
+           std::equal(a.getClassIdNames(), a.getClassIdNames() + a.getNumClassIdNames(), b.getClassIdNames(),
+                      isSame);
 }
 
-// Decimals that show the multiples of one step show those of every whole multiple of it.
-double findCommonStep(double a, double b)
+std::string others(std::size_t count)
 {
-    if (a == b)
-        return a;
-    const double finer = std::min(std::fabs(a), std::fabs(b));
-    const double ratio = std::max(std::fabs(a), std::fabs(b)) / finer;
-    constexpr double tolerance = 1e-9; // decimal steps are no exact doubles
-    return std::fabs(ratio - std::round(ratio)) < tolerance * ratio ? finer : 0;
-}
-
-ChannelInfo uniteChannels(const ChannelInfo& a, const ChannelInfo& b)
-{
-    const DataType type = findCommonType(a.getDataType(), b.getDataType());
-    const bool isOneOfThem = type == a.getDataType() || type == b.getDataType();
-    const int allBits = 0;
-    ChannelInfo both;
-    both.init(a.getName(), type, isOneOfThem ? std::max(a.getBits(), b.getBits()) : allBits,
-              findCommonStep(a.getQuantization(), b.getQuantization()));
-    return both;
-}
-
-bool isEmpty(const char* text)
-{
-    return !text || *text == '\0';
+    return count == 0 ? "" : " and " + std::to_string(count) + (count == 1 ? " other file" : " other files");
 }
 
 } // namespace
 
-PointCloudUnion::PointCloudUnion() : m_info(PointCloudInfo::create())
+PointCloudUnion::PointCloudUnion(const std::optional<int>& gpsWeek)
+    : m_info(PointCloudInfo::create()), m_gpsWeek(gpsWeek)
 {}
 
-PointCloudUnion::PointCloudUnion(const PointCloudInfo& cloud) : PointCloudUnion()
+void PointCloudUnion::add(const PointCloudInfo& cloud, const std::string& file)
 {
-    add(cloud);
-}
-
-void PointCloudUnion::add(const PointCloudInfo& cloud)
-{
-    addChannels(cloud.getPointInfo());
-    addWKT(cloud.getWKT());
-    if (m_info->getNumClassIdNames() == 0)
-        m_info->setClassIdNames(cloud.getClassIdNames(), cloud.getNumClassIdNames());
-    if (cloud.getNumPoints() == 0)
+    const bool hasPoints = cloud.getNumPoints() != 0;
+    if (hasPoints)
+        checkClocks(cloud.getPointInfo(), file);
+    const PointInfo layout = MergeRules::renameClocks(cloud.getPointInfo(), m_gpsWeek);
+    addChannels(layout);
+    addCoordinateSystem(cloud, file);
+    addClassNames(cloud, file);
+    if (!hasPoints)
         return;
+    countChannels(layout, file);
     addQuantization(cloud.getScale(), cloud.getOffset());
     // The largest count means unknown, and the sum stops there.
     static_assert(PointSource::unknownNumPoints == INT64_MAX);
@@ -95,7 +60,25 @@ void PointCloudUnion::add(const PointCloudInfo& cloud)
     Bounds bounds = m_info->getBounds();
     bounds.grow(cloud.getBounds());
     m_info->setBounds(bounds);
-    m_hasPoints = true;
+    if (m_numWithPoints++ == 0)
+        m_firstWithPoints = file;
+}
+
+void PointCloudUnion::checkClocks(const PointInfo& layout, const std::string& file)
+{
+    const bool week = layout.hasChannel(ChannelNames::gpsTime);
+    const bool adjusted = layout.hasChannel(ChannelNames::gpsTimeAdjusted);
+    if (m_gpsWeek || (!week && !adjusted))
+        return;
+    const Clock clock = !week ? ADJUSTED : !adjusted ? WEEK : BOTH;
+    for (std::size_t i = 0; i < m_clockFiles.size(); ++i)
+        if (i != clock && !m_clockFiles[i].empty())
+            QM_THROW(40007,
+                     "the files hold different GPS times: '%s' %s, '%s' %s; give the GPS week to convert "
+                     "week time (-gpsWeek)",
+                     m_clockFiles[i].c_str(), clockNames[i], file.c_str(), clockNames[clock]);
+    if (m_clockFiles[clock].empty())
+        m_clockFiles[clock] = file;
 }
 
 void PointCloudUnion::addChannels(const PointInfo& layout)
@@ -111,7 +94,7 @@ void PointCloudUnion::addChannels(const PointInfo& layout)
         const auto known = name ? names.find(name) : names.end();
         if (known != names.end()) {
             ChannelInfo& both = all.getChannel(known->second);
-            both = uniteChannels(both, channel);
+            both = MergeRules::uniteChannels(both, channel);
             continue;
         }
         if (name)
@@ -121,19 +104,50 @@ void PointCloudUnion::addChannels(const PointInfo& layout)
     m_info->setPointInfo(all);
 }
 
-void PointCloudUnion::addWKT(const char* wkt)
+void PointCloudUnion::addCoordinateSystem(const PointCloudInfo& cloud, const std::string& file)
 {
-    if (isEmpty(wkt))
+    const std::string wkt = cloud.getWKT() ? cloud.getWKT() : "";
+    if (wkt.empty() && cloud.getNumPoints() == 0)
         return;
-    if (isEmpty(m_info->getWKT()))
-        m_info->setWKT(wkt);
-    else if (std::strcmp(m_info->getWKT(), wkt) != 0 && m_warnings.empty())
-        m_warnings.emplace_back("the sources have different coordinate systems; the first one is used");
+    if (!wkt.empty() && (!m_info->getWKT() || *m_info->getWKT() == '\0'))
+        m_info->setWKT(wkt.c_str());
+    const bool isKnown = std::any_of(m_coordinateSystems.begin(), m_coordinateSystems.end(),
+                                     [&](const NamedCoordinateSystem& known) { return known.wkt == wkt; });
+    if (!isKnown && m_coordinateSystems.size() < maxCoordinateSystems)
+        m_coordinateSystems.push_back({wkt, file});
+}
+
+void PointCloudUnion::addClassNames(const PointCloudInfo& cloud, const std::string& file)
+{
+    if (cloud.getNumClassIdNames() == 0)
+        return;
+    if (m_info->getNumClassIdNames() == 0) {
+        m_info->setClassIdNames(cloud.getClassIdNames(), cloud.getNumClassIdNames());
+        m_classNamesFile = file;
+    } else if (m_otherClassNamesFile.empty() && !isSameNames(*m_info, cloud)) {
+        m_otherClassNamesFile = file;
+    }
+}
+
+void PointCloudUnion::countChannels(const PointInfo& layout, const std::string& file)
+{
+    for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
+        const ChannelInfo& channel = layout.getChannel(i);
+        if (!channel.getName() || isImplied(channel))
+            continue;
+        const auto [known, isNew] = m_channels.emplace(channel.getName(), Presence{});
+        if (isNew)
+            known->second.file = m_firstWithPoints;
+        ++known->second.count;
+    }
+    for (auto& [name, presence] : m_channels)
+        if (presence.file.empty() && presence.count <= m_numWithPoints)
+            presence.file = file;
 }
 
 void PointCloudUnion::addQuantization(const double* scale, const double* offset)
 {
-    if (!m_hasPoints) {
+    if (m_numWithPoints == 0) {
         m_info->setQuantization(scale, offset);
         return;
     }
@@ -143,6 +157,26 @@ void PointCloudUnion::addQuantization(const double* scale, const double* offset)
     if (!scale || !std::equal(scale, scale + 3, ownScale) ||
         !std::equal(offset, offset + 3, m_info->getOffset()))
         m_info->setQuantization(nullptr, nullptr);
+}
+
+std::vector<std::string> PointCloudUnion::getWarnings() const
+{
+    // Channels that the same files lack share a line.
+    std::map<std::pair<std::string, std::size_t>, std::string> missing;
+    for (const auto& [name, presence] : m_channels) {
+        if (presence.count == m_numWithPoints)
+            continue;
+        std::string& names = missing[{presence.file, m_numWithPoints - presence.count}];
+        names += (names.empty() ? "" : ", ") + name;
+    }
+    std::vector<std::string> warnings;
+    for (const auto& [files, names] : missing)
+        warnings.push_back("'" + files.first + "'" + others(files.second - 1) + " without " + names +
+                           ": the points have 0 there");
+    if (!m_otherClassNamesFile.empty())
+        warnings.push_back("the class names of '" + m_otherClassNamesFile + "' differ from those of '" +
+                           m_classNamesFile + "', which are used");
+    return warnings;
 }
 
 } // namespace Quillmoran

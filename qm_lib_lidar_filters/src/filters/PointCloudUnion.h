@@ -1,48 +1,89 @@
 // The description of several point clouds as one: what the mosaic shows of its sources and the tile-set index
-// of its tiles. Clouds are added one by one; what they do not agree on is settled so that no point loses
-// anything:
+// of its tiles. Clouds are added one by one. What they do not agree on:
 //
-//   channels            all names, in order of first appearance
-//     type              one that holds the values of both: the wider integer, signed when either is; FLOAT64
-//                       where no integer does and for floats beside integers
-//     quantization      kept when equal; of steps of which one divides the others that one; else none
+//   channels            all names, in order of first appearance; MergeRules.h says what becomes of their
+//                       types and meanings. Two clocks of GPS time are refused
 //   number of points    the sum, unknown when one is unknown
 //   bounds              around all points
 //   scale and offset    kept when equal, else none
-//   coordinate system   the first, with a warning when another one differs
-//   class names         the first
+//   coordinate system   the first; getCoordinateSystems() gives the others
+//   class names         the first, with a warning when others differ
 //
 // A cloud without points adds its channels, its coordinate system and its class names alone.
 #pragma once
 
 #include "framework/PointCloudInfo.h"
 
+#include <array>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace Quillmoran {
 
+// A coordinate system and a file that has it.
+struct NamedCoordinateSystem
+{
+    std::string wkt; // empty: the file has points and no coordinate system
+    std::string file;
+};
+
 class QM_API PointCloudUnion
 {
 public:
-    PointCloudUnion();
-    // Starts from the description of clouds that were added before.
-    explicit PointCloudUnion(const PointCloudInfo& cloud);
+    // Further different texts are not kept.
+    static constexpr std::size_t maxCoordinateSystems = 16;
 
-    void add(const PointCloudInfo& cloud);
+    // With a GPS week, week time becomes adjusted time (see MergeRules.h), and both clocks may be added.
+    explicit PointCloudUnion(const std::optional<int>& gpsWeek = std::nullopt);
+
+    // `file` is the name that messages give the cloud. 40007 "... hold different GPS times ..." when it has
+    // another clock than a cloud added before; the union is then unchanged.
+    void add(const PointCloudInfo& cloud, const std::string& file);
 
     const PointCloudInfo& getInfo() const noexcept { return *m_info; }
-    // What the clouds did not agree on and a user should know; each is said once.
-    const std::vector<std::string>& getWarnings() const noexcept { return m_warnings; }
+    const std::optional<int>& getGPSWeek() const noexcept { return m_gpsWeek; }
+    // Each different text once, in order of first appearance, with the first file that has it.
+    const std::vector<NamedCoordinateSystem>& getCoordinateSystems() const noexcept
+    {
+        return m_coordinateSystems;
+    }
+    // What is filled with zeros or dropped. Coordinate systems are the caller's to compare, since texts that
+    // differ may mean the same.
+    std::vector<std::string> getWarnings() const;
 
 private:
+    enum Clock
+    {
+        WEEK,
+        ADJUSTED,
+        BOTH,
+        NUM_CLOCKS
+    };
+
+    void checkClocks(const PointInfo& layout, const std::string& file);
     void addChannels(const PointInfo& layout);
-    void addWKT(const char* wkt);
+    void addCoordinateSystem(const PointCloudInfo& cloud, const std::string& file);
     void addQuantization(const double* scale, const double* offset);
+    void addClassNames(const PointCloudInfo& cloud, const std::string& file);
+    void countChannels(const PointInfo& layout, const std::string& file);
+
+    struct Presence
+    {
+        std::size_t count = 0; // of the clouds with points, those that have the channel
+        std::string file;      // the first of the others
+    };
 
     Scoped<PointCloudInfo> m_info;
-    bool m_hasPoints = false;
-    std::vector<std::string> m_warnings;
+    std::optional<int> m_gpsWeek;
+    std::size_t m_numWithPoints = 0;
+    std::string m_firstWithPoints;
+    std::array<std::string, NUM_CLOCKS> m_clockFiles; // the first file of each clock, empty: none
+    std::map<std::string, Presence> m_channels;       // those that are reported when a file lacks them
+    std::vector<NamedCoordinateSystem> m_coordinateSystems;
+    std::string m_classNamesFile;      // where the class names are from
+    std::string m_otherClassNamesFile; // the first file with others
 };
 
 } // namespace Quillmoran

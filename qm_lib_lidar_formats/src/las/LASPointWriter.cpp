@@ -1,9 +1,12 @@
 #include "las/LASPointWriter.h"
 
 #include "framework/ProgressDelegate.h"
+#include "model/ChannelNames.h"
 #include "platform/Base.h"
+#include "platform/ByteOrder.h"
 
 #include <algorithm>
+#include <string_view>
 
 namespace Quillmoran {
 
@@ -18,6 +21,12 @@ constexpr std::uint64_t mostLegacyPoints = UINT32_MAX;
 std::uint32_t legacyCount(std::uint64_t count)
 {
     return count > mostLegacyPoints ? 0 : static_cast<std::uint32_t>(count);
+}
+
+bool isTime(const LASField& field)
+{
+    const std::string_view name = field.channel;
+    return name == ChannelNames::gpsTime || name == ChannelNames::gpsTimeAdjusted;
 }
 
 } // namespace
@@ -79,12 +88,24 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
 void LASPointWriter::chooseColumns(const PointInfo& layout)
 {
     m_columns.clear();
+    m_otherTime.reset();
+    m_timeConflict.reset();
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const ChannelInfo& channel = layout.getChannel(i);
         if (!LASFields::isKnown(channel.getName()))
             QM_THROW(40607, "invalid LAS field: %s", channel.getName());
-        if (const auto field = LASFields::find(m_header.pointFormat, channel.getName()))
-            m_columns.push_back({i, channel.getDataType(), *field});
+        const auto field = LASFields::find(m_header.pointFormat, channel.getName());
+        if (!field)
+            continue;
+        const auto earlier = std::find_if(m_columns.begin(), m_columns.end(), [&](const Column& column) {
+            return isTime(column.field) && isTime(*field);
+        });
+        if (earlier != m_columns.end()) {
+            m_otherTime = earlier->channel;
+            m_timeConflict = TimeConflict{field->channel, earlier->field.channel};
+            m_columns.erase(earlier);
+        }
+        m_columns.push_back({i, channel.getDataType(), *field});
     }
 }
 
@@ -157,7 +178,35 @@ bool LASPointWriter::packSlice(Slice& slice, const PointData& block, std::size_t
             LASFields::pack(records, stride, column.field, samples, column.type, slice.count);
         }
     }
+    if (m_otherTime)
+        settleTimes(slice, block, first);
     return fits;
+}
+
+// Compares the times that packSlice() has written with the other clock's.
+void LASPointWriter::settleTimes(Slice& slice, const PointData& block, std::size_t first)
+{
+    const std::size_t stride = m_header.recordLength;
+    const ChannelData& channel = block.getChannel(*m_otherTime);
+    m_otherTimes.assign(slice.count * sizeof(double), 0);
+    const LASField dense{channel.getName(), FLOAT64, 64, 0};
+    const auto* const samples = static_cast<const unsigned char*>(channel.getData());
+    LASFields::pack(m_otherTimes.data(), sizeof(double), dense,
+                    samples + first * DataTypeUtils::getSize(channel.getDataType()), channel.getDataType(),
+                    slice.count);
+    unsigned char* at = slice.records.data() + m_header.pointFormat.timeOffset();
+    for (std::size_t i = 0; i < slice.count; ++i, at += stride) {
+        const auto other = loadLittleEndian<double>(m_otherTimes.data() + i * sizeof(double));
+        const auto written = loadLittleEndian<double>(at);
+        if (other == 0 || other == written)
+            continue;
+        if (m_prefersNonzeroTime && written == 0) {
+            storeLittleEndian(at, other);
+            ++m_timeConflict->numFromOther;
+        } else {
+            ++m_timeConflict->numLost;
+        }
+    }
 }
 
 void LASPointWriter::countReturns(const Slice& slice)

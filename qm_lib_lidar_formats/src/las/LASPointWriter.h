@@ -46,6 +46,19 @@ public:
         return lasSupportedChannels(wanted, supported);
     }
 
+    // LAS records hold one time. Of a layout with both GPSTime and GPSTime_Adjusted the later channel is
+    // written; with `nonzero`, where that is 0, the other one.
+    void setPrefersNonzeroTime(bool nonzero) { m_prefersNonzeroTime = nonzero; }
+    struct TimeConflict
+    {
+        const char* written = nullptr; // the channels
+        const char* other = nullptr;
+        std::uint64_t numLost = 0;      // points whose other time is not 0, differs and is not written
+        std::uint64_t numFromOther = 0; // points whose other time is written
+    };
+    // Of the last write(); nothing when the layout had one time or none.
+    const std::optional<TimeConflict>& getTimeConflict() const noexcept { return m_timeConflict; }
+
 protected:
     // A channel without a place in LAS is 40607 "invalid LAS field: %s", a file that cannot be made 40610
     // "Unable to create output %s.".
@@ -82,6 +95,7 @@ private:
     void chooseColumns(const PointInfo& layout);
     void openOutput(const std::vector<unsigned char>& records);
     bool packSlice(Slice& slice, const PointData& block, std::size_t first);
+    void settleTimes(Slice& slice, const PointData& block, std::size_t first);
     void countReturns(const Slice& slice);
     void throwIfTooMany() const;
     void completeHeader();
@@ -91,13 +105,17 @@ private:
     FileVersion m_version = -1;
     bool m_writeLAZ = false;
     bool m_overrideProjection = false;
+    bool m_prefersNonzeroTime = false;
 
     // Of the file being written.
     LASHeader m_header;
     std::vector<Column> m_columns;
     Summary m_summary;
-    std::uint64_t m_total = 0; // points
-    bool m_warned = false;     // that a coordinate does not fit
+    std::uint64_t m_total = 0;              // points
+    bool m_warned = false;                  // that a coordinate does not fit
+    std::optional<std::size_t> m_otherTime; // in the layout: the time that m_columns leaves out
+    std::optional<TimeConflict> m_timeConflict;
+    std::vector<unsigned char> m_otherTimes; // of a slice
     std::optional<PartialFile> m_partial;
     Scoped<FileIO::Imp> m_output;              // before m_partial goes
     std::unique_ptr<LASRecordWriter> m_writer; // before m_output goes

@@ -1,0 +1,115 @@
+#include "cli/QMCmdLine.h"
+#include "filters/MosaicFilter.h"
+#include "las/LASPointWriter.h"
+#include "model/ChannelNames.h"
+#include "platform/Base.h"
+#include "utils/Program.h"
+#include "utils/Summary.h"
+#include "utils/Utils.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+namespace Quillmoran::Utils {
+
+namespace {
+
+constexpr unsigned maxGPSWeek = 99999; // some 1,900 years
+
+std::string quoted(const NamedCoordinateSystem& system)
+{
+    return '\'' + system.file + '\'';
+}
+
+std::string countOf(std::uint64_t points)
+{
+    return std::to_string(points) + (points == 1 ? " point" : " points");
+}
+
+} // namespace
+
+void addGPSWeekOption(QMCmdLine& cmdLine)
+{
+    cmdLine.addUint("gpsWeek", nullptr,
+                    "GPS week (0 began on 1980-01-06) in which all week times were taken.  Converts them to "
+                    "adjusted standard time, which files with both kinds need",
+                    false);
+}
+
+MergeOptions getMergeOptions(const QMCmdLine& cmdLine)
+{
+    MergeOptions options;
+    if (cmdLine.isPresent("gpsWeek")) {
+        const unsigned week = cmdLine.getUint("gpsWeek");
+        if (week > maxGPSWeek)
+            QM_THROW(-1, "bad GPS week %u", week);
+        options.gpsWeek = static_cast<int>(week);
+    }
+    options.requiresSameCoordinateSystem =
+        cmdLine.isPresent("srs") && std::strcmp(cmdLine.getString("srs"), "same") == 0;
+    return options;
+}
+
+void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems, const MergeOptions& options)
+{
+    const auto hasText = [](const NamedCoordinateSystem& system) { return !system.wkt.empty(); };
+    const auto first = std::find_if(systems.begin(), systems.end(), hasText);
+    if (first == systems.end())
+        return;
+    const auto report = [&](const std::string& problem, const std::string& consequence) {
+        if (options.requiresSameCoordinateSystem)
+            QM_THROW(-1, "%s", problem.c_str());
+        warn(problem + consequence);
+    };
+    const auto other = std::find_if(first + 1, systems.end(), [&](const NamedCoordinateSystem& system) {
+        return hasText(system) && !std::strcmp(first->wkt.c_str(), system.wkt.c_str()) == 0;
+    });
+    if (other != systems.end())
+        report("the coordinate systems of " + quoted(*first) + " and " + quoted(*other) + " differ",
+               "; that of " + quoted(*first) + " is used");
+    const auto none = std::find_if_not(systems.begin(), systems.end(), hasText);
+    if (none != systems.end())
+        report(quoted(*none) + " has no coordinate system and " + quoted(*first) + " has one",
+               ", which is used for all");
+}
+
+void warnOfTimeConflict(const LASPointWriter& writer, const char* output)
+{
+    const auto& conflict = writer.getTimeConflict();
+    if (!conflict)
+        return;
+    const std::string written = conflict->written;
+    const std::string other = conflict->other;
+    std::string text = std::string("'") + output + "': LAS holds one GPS time of " + other + " and " +
+                       written + "; " + written + " is written, ";
+    if (conflict->numFromOther != 0)
+        text += other + " for " + countOf(conflict->numFromOther) + " where it is 0, ";
+    text += countOf(conflict->numLost) + (conflict->numLost == 1 ? " loses a " : " lose a ") + other +
+            " that is not 0";
+    // The header has one mark for all points.
+    if (written == ChannelNames::gpsTime || conflict->numFromOther != 0)
+        text += "; the header says adjusted standard time for all points";
+    warn(text);
+}
+
+Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose, const MergeOptions& options)
+{
+    for (std::size_t i = 0; verbose && i < files.getNumSources(); ++i) {
+        const Scoped<PointSource> source(files.createPointSource(i));
+        printHeader(stdout, *source, files.getFilename(i));
+    }
+    if (files.getNumSources() < 2 && !options.gpsWeek)
+        return Scoped<PointSource>(files.createPointSource(0));
+    Scoped<MosaicFilter> mosaic(MosaicFilter::create());
+    mosaic->init(&files, options.gpsWeek);
+    if (verbose)
+        printHeader(stdout, *mosaic, nullptr);
+    for (const std::string& warning : mosaic->getWarnings())
+        warn(warning);
+    compareCoordinateSystems(mosaic->getCoordinateSystems(), options);
+    return Scoped<PointSource>(mosaic.detach());
+}
+
+} // namespace Quillmoran::Utils

@@ -1,0 +1,98 @@
+// How the channels of several point clouds become those of one, by what they mean. PointCloudUnion builds the
+// united layout with these rules, LayoutAdapter reads each source in it, so that a mosaic, a tile-set index
+// and a query through either follow one table:
+//
+//   channel            sources have              united                        reason
+//   -----------------  ------------------------  ----------------------------  ------------------------------
+//   ScanAngle          degrees in one byte       as they are                   nothing to convert
+//                      and two-byte steps of     steps:                        rounding restores the degrees
+//                      0.006 degrees             round(degrees / 0.006)        exactly
+//                      and floating point        FLOAT64 degrees               steps would round them
+//   ClassId            ClassId only              the byte as it is             nothing to convert
+//   and ClassFlags     (LAS formats 0 to 5)
+//                      and some ClassFlags       low 5 bits: class; bits 5-7:  LAS 1.4 keeps class and flags
+//                                                synthetic, key point,         apart
+//                                                withheld
+//                      and class 12 (overlap)    class 12 and overlap flag     LAS 1.4 has a flag for it; the
+//                                                                              real class is not known
+//   ReturnNum,         3 bits and 4 bits         4 bits, the same values       LAS 1.4 counts up to 15
+//   NumReturns
+//   GPSTime,           one clock                 that clock                    nothing to convert
+//   GPSTime_Adjusted   both clocks               refused                       half of the times would be lost
+//                      both, GPS week given      GPSTime_Adjusted:             the week fixes the origin of
+//                                                week * 604800 + time - 1e9    week time
+//   any other          different types           a type that holds both        no value changes
+//   any                missing in some           zeros, with a warning         LAS stores 0 for "unknown"
+//
+// A source without ClassFlags counts as one of LAS formats 0 to 5, unless its scan angles have two bytes.
+#pragma once
+
+#include "model/NameIndex.h"
+#include "model/PointData.h"
+#include "model/PointInfo.h"
+
+#include <cstddef>
+#include <optional>
+
+namespace Quillmoran::MergeRules {
+
+// The layout that several sources are read in. Const methods may be called from any thread.
+class Target
+{
+public:
+    // `gpsWeek` is the GPS week (0 began on 1980-01-06) that week time counts from; with it, GPSTime is
+    // converted to GPSTime_Adjusted.
+    explicit Target(const PointInfo& layout, const std::optional<int>& gpsWeek = std::nullopt);
+    Target(const Target&) = delete;
+    Target& operator=(const Target&) = delete;
+
+    // Null if there is no such channel.
+    const ChannelInfo* find(const char* channel) const;
+    const std::optional<int>& getGPSWeek() const noexcept { return m_gpsWeek; }
+
+private:
+    PointInfo m_layout;
+    NameIndex m_names; // of the layout
+    std::optional<int> m_gpsWeek;
+};
+
+// The channels of a source as they appear in a union: with a GPS week, GPSTime is GPSTime_Adjusted.
+PointInfo renameClocks(const PointInfo& layout, const std::optional<int>& gpsWeek);
+
+// The union of two channels of the same name: a type that holds the values of both, the integer type of the
+// larger size (signed if either is), FLOAT64 if no integer does; the larger number of bits; the quantization
+// step if one of the steps is a multiple of the other, else none.
+ChannelInfo uniteChannels(const ChannelInfo& a, const ChannelInfo& b);
+
+enum class Rule
+{
+    Copy,             // convert the type only
+    DegreesToSteps,   // of scan angles
+    StepsToDegrees,   // of scan angles, for a floating-point target
+    SplitClass,       // the class of a legacy classification byte
+    SplitFlags,       // its flags
+    WeekToAdjusted,   // of GPS time
+    EitherToAdjusted, // adjusted time where it is not 0, else converted week time; both FLOAT64
+};
+
+// Where the samples of a channel come from.
+struct Origin
+{
+    std::size_t channel; // of the source
+    Rule rule = Rule::Copy;
+    std::size_t other = 0; // week time, for EitherToAdjusted
+};
+
+// Finds the origin of a channel of `target` in a source; none if the source lacks it. A source that cannot be
+// read in the target without changing what its samples mean (one that was replaced since the target was made)
+// is 40010 "channel '%s' does not fit the layout that the files were joined in". `names` are those of
+// `source`.
+std::optional<Origin> findOrigin(const PointInfo& source, const NameIndex& names, const Target& target,
+                                 const char* channel);
+
+// Converts `count` samples of a source. For Rule::EitherToAdjusted `from` is adjusted time and `week` week
+// time, otherwise `week` is not used.
+void convert(ChannelData& to, const ChannelData& from, const ChannelData* week, Rule rule,
+             const std::optional<int>& gpsWeek, std::size_t count);
+
+} // namespace Quillmoran::MergeRules
