@@ -4,6 +4,7 @@
 #include "srs/SpatialReferenceModule.h"
 
 #include <algorithm>
+#include <cstring>
 #include <mutex>
 #include <utility>
 
@@ -89,6 +90,14 @@ std::string pretty(const char* wkt)
     std::string text;
     const auto indent = findInModule<decltype(qmPrettyWKT)>("qmPrettyWKT");
     return indent && indent(wkt, text) ? text : wkt;
+}
+
+bool isSame(const char* a, const char* b)
+{
+    if (std::strcmp(a, b) == 0)
+        return true;
+    const auto compare = findInModule<decltype(qmSameWKT)>("qmSameWKT");
+    return compare && compare(a, b);
 }
 
 } // namespace Quillmoran::SpatialReference

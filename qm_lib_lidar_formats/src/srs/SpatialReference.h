@@ -34,6 +34,11 @@ QM_API std::optional<std::string> toWKT(const GeoTIFFKeys& keys);
 // WKT indented for people; the text as it is when it is not understood.
 QM_API std::string pretty(const char* wkt);
 
+// Whether two texts describe the same coordinate system. Names, and the order of axes of a geographic system,
+// make no difference. Equal texts are the same; a text that is not understood equals no other. Neither may be
+// null. May be called from any thread.
+QM_API bool isSame(const char* a, const char* b);
+
 } // namespace SpatialReference
 
 } // namespace Quillmoran

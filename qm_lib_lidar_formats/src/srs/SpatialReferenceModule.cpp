@@ -1,5 +1,7 @@
 #include "srs/SpatialReferenceModule.h"
 
+#include "srs/ParseWKT.h"
+
 #include <cpl_conv.h>
 #include <cpl_error.h>
 #include <geo_normalize.h>
@@ -102,4 +104,15 @@ bool qmPrettyWKT(const char* wkt, std::string& pretty)
     if (understood)
         pretty = text;
     return understood;
+}
+
+bool qmSameWKT(const char* a, const char* b)
+{
+    const QuietErrors quiet;
+    OGRSpatialReference first, second;
+    if (!Quillmoran::parseWKT(a, first) || !Quillmoran::parseWKT(b, second))
+        return false;
+    const char* const options[] = {"CRITERION=EQUIVALENT_EXCEPT_AXIS_ORDER_GEOGCRS",
+                                   "IGNORE_DATA_AXIS_TO_SRS_AXIS_MAPPING=YES", nullptr};
+    return first.IsSame(&second, options) != 0;
 }

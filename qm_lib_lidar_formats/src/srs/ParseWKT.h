@@ -1,0 +1,19 @@
+// The only way in which text of a file reaches GDAL: as WKT, never as "user input", which may also be a URL,
+// a path or a PROJ string. Each module that uses GDAL compiles this source.
+#pragma once
+
+#include <string_view>
+
+class OGRSpatialReference;
+
+namespace Quillmoran {
+
+// Whether the text holds a parameter of a PROJ string that names a file (init, nadgrids, geoidgrids, file,
+// ...), as EXTENSION["PROJ4", ...] of WKT 1 can. "nadgrids=@null" names none.
+bool namesFile(std::string_view text);
+
+// False if the text is not WKT, has more than 1 MiB, names a file or has control characters other than tabs
+// and line breaks. Opens nothing but the data files of GDAL and PROJ.
+bool parseWKT(const char* text, OGRSpatialReference& reference);
+
+} // namespace Quillmoran
