@@ -3,6 +3,7 @@
 #include "las/LASPointWriter.h"
 #include "model/ChannelNames.h"
 #include "platform/Base.h"
+#include "srs/SpatialReference.h"
 #include "utils/Program.h"
 #include "utils/Summary.h"
 #include "utils/Utils.h"
@@ -64,7 +65,7 @@ void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems,
         warn(problem + consequence);
     };
     const auto other = std::find_if(first + 1, systems.end(), [&](const NamedCoordinateSystem& system) {
-        return hasText(system) && !std::strcmp(first->wkt.c_str(), system.wkt.c_str()) == 0;
+        return hasText(system) && !SpatialReference::isSame(first->wkt.c_str(), system.wkt.c_str());
     });
     if (other != systems.end())
         report("the coordinate systems of " + quoted(*first) + " and " + quoted(*other) + " differ",
