@@ -6,7 +6,6 @@
 #include "index/MemoryRTree.h"
 #include "platform/Base.h"
 #include "platform/CheckedMath.h"
-#include "platform/FileIO.h"
 #include "utils/TileSetFile.h"
 
 namespace Quillmoran {
@@ -223,9 +222,8 @@ void PersistentPointSourceWriter::write(const QMFileSpec& index) const
             tree->insert(grid.widen(set.tiles[i].bounds), static_cast<std::int64_t>(i));
 
     PartialFile partial(index);
-    const Scoped<FileIO::Imp> file(FileIO::create());
-    file->init(partial.path().c_str(), "w");
-    TileSetFile::write(file.get(), set, *tree, grid.steps());
+    partial.requireSeekable("index");
+    TileSetFile::write(partial.io(), set, *tree, grid.steps());
     partial.finish();
 }
 

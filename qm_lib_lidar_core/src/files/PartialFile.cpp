@@ -2,7 +2,6 @@
 
 #include "files/QMFileUtils.h"
 #include "platform/Base.h"
-#include "platform/FileIO.h"
 
 #include <cerrno>
 #include <climits>
@@ -18,7 +17,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr unsigned newFilePermissions = 0644;
+constexpr mode_t newFilePermissions = 0666; // less the umask
+constexpr mode_t ownerPermissions = 0600;
 
 // Where a chain of links leads that ends at nothing.
 QMFileSpec followLinks(const QMFileSpec& link)
@@ -35,8 +35,8 @@ QMFileSpec followLinks(const QMFileSpec& link)
     return path.c_str();
 }
 
-// The name with the suffix, cut so that the system takes it.
-fs::path besideName(const fs::path& file, unsigned attempt)
+// The name with the suffix, cut to the length that the system allows.
+fs::path temporaryName(const fs::path& file, unsigned attempt)
 {
     std::string suffix = '.' + std::to_string(::getpid());
     if (attempt != 0)
@@ -45,46 +45,87 @@ fs::path besideName(const fs::path& file, unsigned attempt)
     return file.parent_path() / (file.filename().string().substr(0, NAME_MAX - suffix.size()) + suffix);
 }
 
-} // namespace
-
-PartialFile::PartialFile(const QMFileSpec& final) : m_path(final)
+// Gives the file the owner, group and permissions of the one that it replaces. Until then it is its creator's
+// alone. What the system or the file system does not allow is left out.
+void resemble(int descriptor, const struct stat64& replaced)
 {
-    std::error_code error;
-    const fs::file_status status = fs::status(final.c_str(), error);
-    const bool exists = fs::exists(status);
-    const bool isUnknown = status.type() == fs::file_type::none;
-    if (isUnknown || fs::is_directory(status))
-        errno = isUnknown ? error.value() : EISDIR;
-    if (isUnknown || fs::is_directory(status) || (exists && ::access(final.c_str(), W_OK) != 0))
-        QM_THROW_OS(final.c_str());
-    const fs::path target = exists ? fs::canonical(final.c_str(), error) : fs::path();
-    m_final = exists && !error ? QMFileSpec(target.c_str()) : followLinks(final);
-    const unsigned permissions =
-        exists ? static_cast<unsigned>(status.permissions() & fs::perms::all) : newFilePermissions;
-    // A file that has lost its name is reached through its descriptor's alone.
-    m_isDirect = exists && (!fs::is_regular_file(status) || error);
-    if (m_isDirect || createBeside(permissions))
+    struct stat64 own;
+    if (fstat64(descriptor, &own) != 0)
         return;
-    if (!exists || errno != EACCES)
-        QM_THROW_OS(final.c_str()); // the user knows the file by its final name
-    m_path = final;
-    m_isDirect = true;
+    constexpr auto same = static_cast<uid_t>(-1);
+    [[maybe_unused]] const int changed =
+        own.st_uid == replaced.st_uid ? 0 : ::fchown(descriptor, replaced.st_uid, same);
+    const bool hasGroup = own.st_gid == replaced.st_gid || ::fchown(descriptor, same, replaced.st_gid) == 0;
+    mode_t permissions = replaced.st_mode & 0777;
+    if (!hasGroup) {
+        // Some users move from the group to the others, some from the others to the group.
+        const mode_t both = permissions >> 3 & permissions & 7;
+        permissions = (permissions & 0700) | both << 3 | both;
+    }
+    ::fchmod(descriptor, permissions);
 }
 
-bool PartialFile::createBeside(unsigned permissions)
+// A seek on a device has no effect of its own; a pipe need not be opened to know.
+bool canSeek(const char* path)
 {
+    struct stat64 status;
+    if (stat64(path, &status) != 0 || S_ISREG(status.st_mode))
+        return true;
+    if (!S_ISCHR(status.st_mode))
+        return S_ISBLK(status.st_mode);
+    const int descriptor = ::open64(path, O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    const bool cannot = descriptor >= 0 && ::lseek64(descriptor, 0, SEEK_CUR) < 0 && errno == ESPIPE;
+    if (descriptor >= 0)
+        ::close(descriptor);
+    return !cannot;
+}
+
+} // namespace
+
+PartialFile::PartialFile(const QMFileSpec& final, const char* mode)
+    : m_given(final), m_path(final), m_io(FileIO::create())
+{
+    if (*final.c_str() == '\0')
+        QM_THROW(40007, "path not given");
+    struct stat64 status = {};
+    const bool exists = stat64(final.c_str(), &status) == 0;
+    if (!exists && errno != ENOENT && errno != ENOTDIR)
+        QM_THROW_OS(final.c_str());
+    if (exists && S_ISDIR(status.st_mode)) {
+        errno = EISDIR;
+        QM_THROW_OS(final.c_str());
+    }
+    if (exists && ::access(final.c_str(), W_OK) != 0)
+        QM_THROW_OS(final.c_str());
+    std::error_code error;
+    const fs::path target = exists ? fs::canonical(final.c_str(), error) : fs::path();
+    m_final = exists && !error ? QMFileSpec(target.c_str()) : followLinks(final);
+    // A file that has lost its name is reached through its descriptors alone.
+    m_isDirect = exists && (!S_ISREG(status.st_mode) || error);
+    if (!m_isDirect && createTemporary(exists ? &status : nullptr))
+        return;
+    if (!m_isDirect && (!exists || errno != EACCES))
+        QM_THROW_OS(final.c_str()); // the user knows the file by its final name
+    m_isDirect = true;
+    m_path = final;
+    m_io->init(final.c_str(), mode);
+}
+
+bool PartialFile::createTemporary(const struct stat64* replaced)
+{
+    const mode_t permissions = replaced ? replaced->st_mode & ownerPermissions : newFilePermissions;
     for (unsigned attempt = 0;; ++attempt) {
         // Another writer of this process, one in another container or one that was killed can have the name.
-        m_path = QMFileSpec(besideName(m_final.c_str(), attempt).c_str());
+        m_path = QMFileSpec(temporaryName(m_final.c_str(), attempt).c_str());
         const int descriptor =
-            ::open64(m_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, newFilePermissions);
+            ::open64(m_path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, permissions);
         if (descriptor < 0 && errno == EEXIST)
             continue;
         if (descriptor < 0)
             return false;
-        if (permissions != newFilePermissions)
-            ::fchmod(descriptor, permissions); // as far as the file system has them
-        ::close(descriptor);
+        if (replaced)
+            resemble(descriptor, *replaced);
+        m_io->adopt(descriptor, m_given.c_str(), FileIO::Imp::POSITIONAL);
         return true;
     }
 }
@@ -95,10 +136,23 @@ PartialFile::~PartialFile()
         ::unlink(m_path.c_str());
 }
 
+void PartialFile::requireSeekable(const char* format) const
+{
+    if (m_isDirect && !canSeek(m_path.c_str()))
+        QM_THROW(40610, "Unable to create output %s. %s output needs a seekable file", m_given.c_str(),
+                 format);
+}
+
 void PartialFile::finish()
 {
-    if (!m_isDirect)
-        QMFileUtils::moveFile(m_path, m_final);
+    if (!m_isDirect) {
+        try {
+            QMFileUtils::moveFile(m_path, m_final);
+        } catch (const Error& error) {
+            errno = error.error();
+            QM_THROW_OS(m_given.c_str());
+        }
+    }
     m_isFinished = true;
 }
 

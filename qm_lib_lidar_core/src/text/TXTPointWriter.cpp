@@ -2,7 +2,6 @@
 
 #include "framework/ProgressDelegate.h"
 #include "model/NameIndex.h"
-#include "platform/FileIO.h"
 #include "platform/ParallelLoop.h"
 #include "text/FieldFormat.h"
 #include "text/NumberFormat.h"
@@ -87,7 +86,7 @@ void TXTPointWriter::init(PointSource* source, IO* io, const PointInfo& fields)
             names.emplace_back(name);
     }
     m_names = std::move(names);
-    m_path.clear();
+    m_path.reset();
     m_stream.init(io, false, streamBufferSize);
 }
 
@@ -180,11 +179,9 @@ void TXTPointWriter::startQueue()
 
 void TXTPointWriter::openOutput()
 {
-    if (!m_path.empty()) {
-        m_partial.emplace(m_path.c_str());
-        const Scoped<FileIO::Imp> file(FileIO::create());
-        file->init(m_partial->path().c_str(), "w");
-        m_stream.init(file.get(), false, streamBufferSize);
+    if (m_path) {
+        m_partial.emplace(m_path->c_str());
+        m_stream.init(m_partial->io(), false, streamBufferSize);
     }
     m_stream.open(streamBufferSize);
     m_begun = true;
@@ -286,7 +283,7 @@ void TXTPointWriter::writeAborted() noexcept
 
 void TXTPointWriter::releaseFile()
 {
-    if (!m_path.empty())
+    if (m_path)
         m_stream.init(nullptr, false, streamBufferSize);
     m_partial.reset();
 }

@@ -29,7 +29,8 @@ public:
 
     // One column per channel of `fields` that the source has, in that order; a channel named twice gives two
     // columns. The format is a text of field letters (see FieldFormat.h). Nothing is written, nor is a file
-    // created, before write() begins; a file takes its name when it is complete.
+    // created, before write() begins; a file takes its name when it is complete. Output is written in order,
+    // so that it may be a pipe.
     void init(PointSource* source, IO* io, const PointInfo& fields);
     void init(PointSource* source, IO* io, const char* format);
     void init(PointSource* source, const char* path, const PointInfo& fields);
@@ -79,7 +80,7 @@ private:
     void formatLines(Slice& slice, std::size_t first, std::size_t end) const;
     void releaseFile();
 
-    std::string m_path;                   // empty when the caller gave the store
+    std::optional<std::string> m_path;    // none when the caller gave the IO
     std::optional<PartialFile> m_partial; // of the path, while writing
     StreamWriter m_stream;
     bool m_begun = false; // the output was opened and is not complete

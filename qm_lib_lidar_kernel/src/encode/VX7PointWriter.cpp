@@ -6,13 +6,10 @@
 #include "encode/SourceSurvey.h"
 #include "files/PartialFile.h"
 #include "framework/ProgressDelegate.h"
-#include "platform/FileIO.h"
 #include "platform/ParallelLoop.h"
 
 #include <algorithm>
-#include <optional>
 #include <set>
-#include <string>
 #include <utility>
 
 namespace Quillmoran {
@@ -67,14 +64,13 @@ void checkNames(const PointInfo& layout)
 class OutputFile
 {
 public:
-    OutputFile(const std::string& path, const Scoped<IO>& io) : m_io(io)
+    OutputFile(const std::optional<std::string>& path, const Scoped<IO>& io) : m_io(io)
     {
-        if (path.empty())
+        if (!path)
             return;
-        m_partial.emplace(path.c_str());
-        const Scoped<FileIO::Imp> file(FileIO::create());
-        file->init(m_partial->path().c_str(), "w");
-        m_io = Scoped<IO>::retained(file.get());
+        m_partial.emplace(path->c_str());
+        m_partial->requireSeekable("VX7");
+        m_io = Scoped<IO>::retained(m_partial->io());
     }
     ~OutputFile()
     {
@@ -121,7 +117,7 @@ void VX7PointWriter::init(PointSource* source, const char* path)
 void VX7PointWriter::init(PointSource* source, IO* io)
 {
     PointWriter::init(source);
-    m_path.clear();
+    m_path.reset();
     m_io = Scoped<IO>::retained(io);
 }
 

@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -75,7 +76,7 @@ private:
     void writeChunks(IO* io, const PointEncoder& encoder) const;
     void summarise(const PointEncoder& encoder);
 
-    std::string m_path; // or empty, then
+    std::optional<std::string> m_path; // or none, then
     Scoped<IO> m_io;
     EncodeOptions m_options;
     bool m_hasGrid = false;

@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace Quillmoran {
 namespace {
@@ -26,7 +28,13 @@ protected:
     }
     static void write(const PartialFile& file, const std::string& content)
     {
-        writeFile(file.path().c_str(), content);
+        file.io()->open();
+        writeFully(*file.io(), 0, content.data(), content.size());
+        file.io()->close();
+    }
+    static unsigned permissionsOf(const std::string& file)
+    {
+        return static_cast<unsigned>(fs::status(file).permissions());
     }
 
     Testing::TemporaryDirectory directory;
@@ -37,7 +45,6 @@ TEST_F(PartialFileTest, KeepsTheOldFileUntilTheNewOneIsComplete)
 {
     for (const bool finishes : {false, true}) {
         writeFile(path, std::string("old"));
-        fs::permissions(path, fs::perms(0640));
         std::optional<PartialFile> file(path.c_str());
         write(*file, "new");
         EXPECT_EQ(readFile(path), "old");
@@ -46,13 +53,52 @@ TEST_F(PartialFileTest, KeepsTheOldFileUntilTheNewOneIsComplete)
             file->finish();
         file.reset();
         EXPECT_EQ(readFile(path), finishes ? "new" : "old");
-        EXPECT_EQ(fs::status(path).permissions(), fs::perms(0640)) << "those of the old file";
         EXPECT_EQ(countFiles(), 1u);
     }
     PartialFile(path.c_str()).finishWithoutFile();
     EXPECT_TRUE(directory.isEmpty());
     PartialFile(path.c_str()).finishWithoutFile(); // nothing was there
     EXPECT_TRUE(directory.isEmpty());
+}
+
+// From the beginning, so that nobody can open what they may not read.
+TEST_F(PartialFileTest, HasTheOwnerAndPermissionsOfTheOldFile)
+{
+    const mode_t mask = umask(027);
+    EXPECT_EQ(permissionsOf(PartialFile(path.c_str()).path().c_str()), 0640u) << "of a new file";
+    const struct
+    {
+        mode_t permissions;
+        int group; // -1: ours
+    } cases[] = {{0600, -1}, {0664, -1}, {0644, 12345}};
+    for (const auto& each : cases) {
+        writeFile(path, std::string("old"));
+        if (each.group >= 0 && chown(path.c_str(), 4321, static_cast<gid_t>(each.group)) != 0)
+            continue; // for root alone
+        fs::permissions(path, fs::perms(each.permissions));
+        struct stat before, after;
+        ASSERT_EQ(stat(path.c_str(), &before), 0);
+        PartialFile file(path.c_str());
+        EXPECT_EQ(permissionsOf(file.path().c_str()), each.permissions);
+        write(file, "new");
+        file.finish();
+        ASSERT_EQ(stat(path.c_str(), &after), 0);
+        EXPECT_EQ(after.st_mode, before.st_mode);
+        EXPECT_EQ(after.st_uid, before.st_uid);
+        EXPECT_EQ(after.st_gid, before.st_gid);
+    }
+    umask(mask);
+}
+
+TEST_F(PartialFileTest, IsNotWrittenThroughALinkThatTakesItsPlace)
+{
+    const std::string victim = directory / "victim";
+    writeFile(victim, std::string("precious"));
+    PartialFile file(path.c_str());
+    fs::remove(file.path().c_str());
+    fs::create_symlink(victim, file.path().c_str());
+    write(file, "content");
+    EXPECT_EQ(readFile(victim), "precious");
 }
 
 TEST_F(PartialFileTest, IsNeverSharedByTwoWriters)
@@ -100,6 +146,10 @@ TEST_F(PartialFileTest, WritesDevicesDirectlyAndRefusesDirectories)
     EXPECT_STREQ(device.path().c_str(), "/dev/null");
     device.finish();
     EXPECT_TRUE(fs::is_character_file("/dev/null"));
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(Testing::failureOf([&] { PartialFile(path.c_str()).requireSeekable("LAS"); }),
+              "40610 Unable to create output " + path + ". LAS output needs a seekable file");
+    EXPECT_EQ(Testing::failureOf([] { PartialFile(""); }), "40007 path not given");
     EXPECT_EQ(Testing::errorOf(EISDIR, [&] { PartialFile(directory.path().c_str()); }),
               std::strerror(EISDIR) + (" path = " + directory.path()));
 }

@@ -5,12 +5,16 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
 
 namespace Quillmoran {
 namespace {
@@ -101,7 +105,7 @@ TEST_F(FileIOTest, TemporaryFilesStandInTMPDIRAndGoWithTheirObject)
         EXPECT_TRUE(FileIO::fileExists(file->path()));
         if (closed) {
             file->close();
-            EXPECT_EQ(errorOf(EBADF, [&] { readAll(*file); }), failure(EBADF, file->path()));
+            EXPECT_EQ(errorOf(EBADF, [&] { readAll(*file); }), failure(EBADF, m_directory));
         }
     }
     setenv("TMPDIR", before.c_str(), 1);
@@ -132,6 +136,27 @@ TEST_F(FileIOTest, NamesThePathInItsErrors)
     EXPECT_EQ(errorOf(EBADF, [&] { file->truncate(1); }), failure(EBADF, missing));
     EXPECT_EQ(errorOf(ENOENT, [&] { FileIO::deleteFile(missing.c_str()); }), failure(ENOENT, missing));
     EXPECT_EQ(errorOf(ENOENT, [&] { file->init(missing.c_str()); }), failure(ENOENT, missing));
+}
+
+TEST_F(FileIOTest, WritesPipesInOrder)
+{
+    const std::string fifo = path("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    std::string got;
+    std::thread reader([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the writer waits for it
+        std::ifstream in(fifo);
+        got.assign(std::istreambuf_iterator<char>(in), {});
+    });
+    const std::string text(300000, 'x'); // more than a pipe holds
+    const auto file = fileAt(fifo, "w");
+    file->open();
+    writeFully(*file, 0, text.data(), text.size());
+    EXPECT_EQ(errorOf(ESPIPE, [&] { file->pwrite(0, "y", 1); }), failure(ESPIPE, fifo));
+    writeFully(*file, static_cast<std::int64_t>(text.size()), "z", 1);
+    file->close();
+    reader.join();
+    EXPECT_TRUE(got == text + 'z');
 }
 
 // Offsets and lengths can come from a damaged file.
