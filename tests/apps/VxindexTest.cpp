@@ -130,8 +130,6 @@ TEST_F(Vxindex, SetsAndRemovesAnOverview)
     EXPECT_NE(listed.find("overview of a share of 0.25:\nok "), std::string::npos) << listed;
     report("-o tiles/t.index -u tiles");
     EXPECT_EQ(run("-o tiles/t.index -l").output, listed) << "the overview stays what it is";
-    EXPECT_EQ(run("-o tiles/t.index -u -overview tiles/overview.vxl -overviewFraction 2").errors,
-              "Error: bad overview fraction\n");
     report("-o tiles/t.index -u -removeOverview");
     EXPECT_EQ(run("-o tiles/t.index -l").output.find("overview"), std::string::npos);
 }

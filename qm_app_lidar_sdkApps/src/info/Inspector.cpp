@@ -1,9 +1,9 @@
 #include "info/Inspector.h"
 
-#include "framework/PercentProgressDelegate.h"
 #include "info/JSONReport.h"
 #include "info/PointCheck.h"
 #include "info/TextReport.h"
+#include "utils/ConsoleProgress.h"
 #include "utils/PointScan.h"
 #include "utils/Program.h"
 #include "utils/ThreadPool.h"
@@ -37,9 +37,19 @@ public:
     ProgressLine& operator=(const ProgressLine&) = delete;
 
     ProgressDelegate* delegate() { return m_delegate ? &*m_delegate : nullptr; }
+    void setTotal(double work)
+    {
+        if (m_delegate)
+            m_delegate->setTotal(work);
+    }
+    void finish()
+    {
+        if (m_delegate)
+            m_delegate->finish();
+    }
 
 private:
-    std::optional<PercentProgressDelegate> m_delegate;
+    std::optional<Utils::ConsoleProgress> m_delegate;
 };
 
 } // namespace
@@ -60,6 +70,7 @@ Inspector::Inspector() : m_cmdLine("vxinfo", description, description, true)
 
 void Inspector::parse(int argc, const char* const* argv)
 {
+    m_cmdLine.setStrictNumbers();
     m_cmdLine.parse(argc, argv);
 }
 
@@ -110,12 +121,10 @@ void Inspector::scan(FileReport& report) const
 {
     const PointSource& source = *report.description->source;
     ProgressLine progress(!m_cmdLine.getFlag("json"));
-    if (progress.delegate())
-        progress.delegate()->setTotal(source.getTotalWork(Bounds::Huge(), 1.0));
-
     std::optional<PointCheck> check;
     if (m_cmdLine.getFlag("check"))
         check.emplace(source);
+    progress.setTotal(source.getTotalWork(Bounds::Huge(), 1.0) + (check ? check->getWork() : 0));
     std::vector<ChannelStatistics> statistics;
     if (m_cmdLine.getFlag("stats"))
         for (std::size_t i = 0; i < source.getNumChannels(); ++i)
@@ -135,6 +144,7 @@ void Inspector::scan(FileReport& report) const
         report.check = {check->getNumPoints(), check->getNumQueries()};
         report.problems = check->getProblems();
     }
+    progress.finish();
 }
 
 void Inspector::write(const FileReport& report)

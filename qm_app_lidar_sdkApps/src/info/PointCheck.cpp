@@ -90,13 +90,16 @@ void PointCheck::finish(ProgressDelegate* delegate)
     if (m_numOutside != 0)
         addProblem("%lld points lie outside the stated bounds, the first is point %lld (%.10g %.10g %.10g)",
                    m_numOutside, m_firstOutside.index, m_firstOutside.x, m_firstOutside.y, m_firstOutside.z);
+    for (const CountedBox& counted : m_boxes)
+        checkBox(counted, delegate);
+}
+
+double PointCheck::getWork() const
+{
     double work = 0;
     for (const CountedBox& counted : m_boxes)
         work += m_source.getTotalWork(counted.box, 1.0);
-    if (delegate)
-        delegate->setTotal(work);
-    for (const CountedBox& counted : m_boxes)
-        checkBox(counted, delegate);
+    return work;
 }
 
 void PointCheck::checkBox(const CountedBox& counted, ProgressDelegate* delegate)

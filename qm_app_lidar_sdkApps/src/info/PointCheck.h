@@ -17,9 +17,11 @@ public:
 
     // The next points, in the order of the file, with any layout.
     void add(const PointData& block, std::size_t count);
-    // Called behind the last point: repeats a few boxes as queries and compares what they give with what the
+    // Called after the last point: repeats a few boxes as queries and compares what they give with what the
     // pass saw in them.
     void finish(ProgressDelegate* delegate);
+    // The work of finish(), as PointSource::getTotalWork() counts it.
+    double getWork() const;
 
     long long getNumPoints() const noexcept { return m_numPoints; }
     std::size_t getNumQueries() const noexcept { return m_boxes.size(); }

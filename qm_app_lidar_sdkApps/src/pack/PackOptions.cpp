@@ -1,11 +1,14 @@
 #include "pack/PackOptions.h"
 
 #include "cli/QMCmdLine.h"
+#include "model/ChannelNames.h"
 #include "platform/Base.h"
 
 #include <charconv>
 #include <cstring>
+#include <map>
 #include <string>
+#include <utility>
 
 namespace Quillmoran::PackOptions {
 
@@ -101,6 +104,19 @@ EncodeOptions get(const QMCmdLine& cmdLine)
     options.versions.band = getVersion(cmdLine, "bandVersion", options.versions.band);
     options.check();
     return options;
+}
+
+void resolveChannels(EncodeOptions& options, const PointInfo& layout)
+{
+    std::map<std::string, ChannelChoice> byChannel;
+    for (const auto& [name, choice] : options.byChannel) {
+        ChannelChoice& merged = byChannel[ChannelNames::require(name, layout, "the output").getName()];
+        if (choice.transform)
+            merged.transform = choice.transform;
+        if (choice.subblockSize)
+            merged.subblockSize = choice.subblockSize;
+    }
+    options.byChannel = std::move(byChannel);
 }
 
 } // namespace Quillmoran::PackOptions

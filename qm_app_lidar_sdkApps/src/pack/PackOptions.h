@@ -12,6 +12,8 @@ namespace PackOptions {
 void add(QMCmdLine& cmdLine);
 // -1 for a text that is not of an option's format, 40007 for a value out of its range.
 EncodeOptions get(const QMCmdLine& cmdLine);
+// Replaces the names of channels that the user gave by those of the layout; 40007 for an unknown channel.
+void resolveChannels(EncodeOptions& options, const PointInfo& layout);
 
 } // namespace PackOptions
 

@@ -3,14 +3,16 @@
 #include "files/QMFileUtils.h"
 #include "filters/HilbertOrder.h"
 #include "filters/QuantizeFilter.h"
-#include "framework/PercentProgressDelegate.h"
 #include "pack/PackOptions.h"
 #include "pack/PackReport.h"
 #include "platform/Base.h"
+#include "utils/ConsoleProgress.h"
 #include "utils/Program.h"
 #include "utils/ThreadPool.h"
 #include "utils/Utils.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -56,7 +58,12 @@ Packer::Packer() : m_cmdLine("vxpack", description, description, true)
 
 void Packer::parse(int argc, const char* const* argv)
 {
+    m_cmdLine.setStrictNumbers();
     m_cmdLine.parse(argc, argv);
+    Utils::checkQueryOptions(m_cmdLine);
+    if (const double* steps = m_cmdLine.getFloatArray("quantize"))
+        if (std::any_of(steps, steps + 3, [](double step) { return !(step > 0) || std::isinf(step); }))
+            m_cmdLine.usageError("the steps of -quantize must be numbers above 0");
 }
 
 void Packer::run()
@@ -71,9 +78,7 @@ void Packer::pack() const
     const char* output = m_cmdLine.getString("outputFile");
     if (Utils::getPointSourceType(output) != POINT_SOURCE_VX7)
         QM_THROW(-1, "the name of the output must end in '.vxl': '%s'", output);
-    const EncodeOptions options = PackOptions::get(m_cmdLine);
-    if (m_cmdLine.isPresent("subsample") && !(m_cmdLine.getFloat("subsample") > 0))
-        QM_THROW(-1, "the value of -subsample must be above 0");
+    EncodeOptions options = PackOptions::get(m_cmdLine);
 
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     addInputs(*files);
@@ -82,13 +87,21 @@ void Packer::pack() const
     const Scoped<PointSource> source = applyFilters(
         Utils::openInputs(*files, m_cmdLine.getFlag("verbose"), Utils::getMergeOptions(m_cmdLine)));
 
+    const PointInfo layout = Utils::getOutFields(m_cmdLine, *source);
+    PackOptions::resolveChannels(options, layout);
     const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
     writer->init(source.get(), output);
     writer->setOptions(options);
-    PercentProgressDelegate delegate;
-    const std::int64_t count = writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine),
-                                             Utils::getOutFields(m_cmdLine, *source), &delegate);
+    Utils::ConsoleProgress progress;
+    const std::int64_t count =
+        writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine), layout, &progress);
+    progress.finish();
     printResult(*writer, count);
+    if (count == 0) {
+        std::size_t numFilters = 0;
+        const char* const* filters = m_cmdLine.getStringArray("filter", numFilters);
+        Utils::warnOfEmptyOutput(m_cmdLine, *source, {filters, filters + numFilters});
+    }
 }
 
 void Packer::addInputs(FilePointSourceManager& files) const

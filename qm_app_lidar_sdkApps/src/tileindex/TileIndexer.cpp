@@ -1,10 +1,11 @@
 #include "tileindex/TileIndexer.h"
 
 #include "files/QMFileUtils.h"
-#include "framework/PercentProgressDelegate.h"
+#include "framework/ProgressDelegate.h"
 #include "las/LASPointWriter.h"
 #include "platform/Base.h"
 #include "tileindex/TileReport.h"
+#include "utils/ConsoleProgress.h"
 #include "utils/PersistentPointSourceWriter.h"
 #include "utils/Program.h"
 #include "utils/Summary.h"
@@ -54,7 +55,11 @@ TileIndexer::TileIndexer() : m_cmdLine("vxindex", description, description, true
 
 void TileIndexer::parse(int argc, const char* const* argv)
 {
+    m_cmdLine.setStrictNumbers();
     m_cmdLine.parse(argc, argv);
+    if (m_cmdLine.isPresent("overviewFraction") &&
+        !isOverviewFraction(m_cmdLine.getFloat("overviewFraction")))
+        m_cmdLine.usageError("the value of -overviewFraction must be above 0 and at most 1");
 }
 
 void TileIndexer::run()
@@ -106,16 +111,17 @@ void TileIndexer::build() const
     if (merge.gpsWeek)
         writer->setGPSWeek(*merge.gpsWeek);
 
-    PercentProgressDelegate delegate;
+    Utils::ConsoleProgress delegate;
     const Changes changes = updateTiles(*writer, delegate);
     Utils::compareCoordinateSystems(writer->getCoordinateSystems(), merge);
     configure(*writer);
     if (m_cmdLine.getFlag("createOverview"))
         createOverview(*writer, delegate);
+    writer->write(index);
+    delegate.finish();
     std::putchar('\n');
     for (const std::string& warning : writer->getWarnings())
         Utils::warn(warning);
-    writer->write(index);
     std::printf("%zu files, %lld points (%zu files added, %zu refreshed, %zu removed)\n",
                 writer->getNumTiles(), static_cast<long long>(writer->getNumPoints()), changes.added,
                 changes.refreshed, changes.removed);

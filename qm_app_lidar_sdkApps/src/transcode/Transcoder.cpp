@@ -1,11 +1,11 @@
 #include "transcode/Transcoder.h"
 
-#include "framework/PercentProgressDelegate.h"
 #include "las/LASPointWriter.h"
 #include "model/ChannelNames.h"
 #include "pdal/PDALFormats.h"
 #include "platform/Base.h"
 #include "text/TXTPointWriter.h"
+#include "utils/ConsoleProgress.h"
 #include "utils/Program.h"
 #include "utils/Summary.h"
 #include "utils/ThreadPool.h"
@@ -88,11 +88,14 @@ void Transcoder::transcode()
     const Scoped<PointWriter> writer = createWriter(*source, layout);
     configure(*writer);
 
-    PercentProgressDelegate delegate;
-    const long long count = writer->write(cropBox, fraction, layout, &delegate);
+    Utils::ConsoleProgress progress;
+    const long long count = writer->write(cropBox, fraction, layout, &progress);
+    progress.finish();
     std::printf("\n%lld points written\n", count);
     if (const auto* las = dynamic_cast<const LASPointWriter*>(writer.get()))
         Utils::warnOfTimeConflict(*las, m_cmdLine.getString("outputFile"));
+    if (count == 0)
+        Utils::warnOfEmptyOutput(m_cmdLine, *source);
     if (verbose)
         printOutputHeader();
 }

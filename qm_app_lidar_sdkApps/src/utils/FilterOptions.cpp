@@ -1,11 +1,14 @@
 #include "cli/QMCmdLine.h"
 #include "filters/SimpleFilterFilter.h"
+#include "model/ChannelNames.h"
 #include "platform/Base.h"
 #include "utils/Utils.h"
 
 #include <charconv>
-#include <cstring>
+#include <cstdint>
+#include <limits>
 #include <string>
+#include <type_traits>
 
 namespace Quillmoran::Utils {
 
@@ -14,7 +17,7 @@ namespace {
 struct ValueFilter
 {
     std::string channel;
-    int value = 0;
+    std::int64_t value = 0;
     bool include = true;
 };
 
@@ -45,24 +48,53 @@ ValueFilter parseFilter(const char* text)
     return filter;
 }
 
+// Refuses values that no sample of the channel can have, as they match other samples or none.
+void checkValue(const ChannelInfo& channel, std::int64_t value)
+{
+    constexpr std::size_t largestSample = 4; // bytes, of the channels that SimpleFilterFilter reads
+    const DataType type = channel.getDataType();
+    if (!DataTypeUtils::isKnown(type) || DataTypeUtils::isFloat(type) ||
+        DataTypeUtils::getSize(type) > largestSample)
+        QM_THROW(-1, "-filter needs a channel of integers of at most 32 bits, channel '%s' is %s",
+                 channel.getName(), DataTypeUtils::toString(type));
+    visitDataType(type, [&](auto zero) {
+        using T = decltype(zero);
+        if constexpr (std::is_integral_v<T> && sizeof(T) <= largestSample)
+            if (value < std::numeric_limits<T>::min() || value > std::numeric_limits<T>::max())
+                QM_THROW(-1, "the value %lld of -filter is out of the range of channel '%s' (%s)",
+                         static_cast<long long>(value), channel.getName(), DataTypeUtils::toString(type));
+    });
+}
+
+Scoped<PointSource> applyFilter(const ValueFilter& wanted, PointSource& source)
+{
+    const ChannelInfo& channel = ChannelNames::require(wanted.channel, source.getPointInfo());
+    checkValue(channel, wanted.value);
+    Scoped<SimpleFilterFilter> filter(SimpleFilterFilter::create());
+    filter->init(&source, channel.getName(), wanted.include);
+    filter->addValue(static_cast<int>(wanted.value)); // converted back to the channel's type
+    return Scoped<PointSource>(filter.detach());
+}
+
 } // namespace
 
 void addFilterOptions(QMCmdLine& cmdLine)
 {
-    cmdLine.addString(
-        "filter", nullptr,
-        "Filter points by a given channel.  Format: <channel name>,<integer value>,include|exclude", false);
+    cmdLine.addStringArray("filter", nullptr,
+                           "Filter points by a given channel.  Format: <channel name>,<integer "
+                           "value>,include|exclude.  May be repeated; "
+                           "a point is kept if it passes all filters",
+                           false, -1);
 }
 
 Scoped<PointSource> handleFilterOptions(const QMCmdLine& cmdLine, const Scoped<PointSource>& source)
 {
-    if (!cmdLine.isPresent("filter"))
-        return source;
-    const ValueFilter wanted = parseFilter(cmdLine.getString("filter"));
-    Scoped<SimpleFilterFilter> filter(SimpleFilterFilter::create());
-    filter->init(source.get(), wanted.channel.c_str(), wanted.include);
-    filter->addValue(wanted.value);
-    return Scoped<PointSource>(filter.detach());
+    Scoped<PointSource> filtered = source;
+    std::size_t count = 0;
+    const char* const* texts = cmdLine.getStringArray("filter", count);
+    for (std::size_t i = 0; i < count; ++i)
+        filtered = applyFilter(parseFilter(texts[i]), *filtered);
+    return filtered;
 }
 
 } // namespace Quillmoran::Utils

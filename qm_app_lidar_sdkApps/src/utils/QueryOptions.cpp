@@ -2,12 +2,16 @@
 #include "files/QMFileUtils.h"
 #include "platform/Base.h"
 #include "text/TXTPointReader.h"
+#include "utils/Program.h"
 #include "utils/Utils.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <string>
+#include <vector>
 
 namespace Quillmoran::Utils {
 
@@ -21,6 +25,56 @@ const char* describeOutFields()
                     "Parse format: \n") +
         fieldLetters;
     return text.c_str();
+}
+
+struct Axis
+{
+    const char* name;
+    Bounds::Range Bounds::*range;
+};
+constexpr Axis axes[] = {{"x", &Bounds::x}, {"y", &Bounds::y}, {"z", &Bounds::z}};
+
+std::string toText(const Bounds& box)
+{
+    std::string text;
+    for (const auto& [name, range] : axes) {
+        char part[80];
+        std::snprintf(part, sizeof part, "%s%s %.10g to %.10g", text.empty() ? "" : ", ", name,
+                      (box.*range).min, (box.*range).max);
+        text += part;
+    }
+    return text;
+}
+
+bool isDisjoint(const Bounds& a, const Bounds& b)
+{
+    return std::any_of(std::begin(axes), std::end(axes), [&](const Axis& axis) {
+        return (a.*axis.range).min > (b.*axis.range).max || (b.*axis.range).min > (a.*axis.range).max;
+    });
+}
+
+std::string explainEmptyOutput(const QMCmdLine& cmdLine, const PointSource& source,
+                               const std::vector<std::string>& filters)
+{
+    const Bounds bounds = source.getBounds(); // a text file also counts its points for this
+    if (source.getNumPoints() == 0)
+        return "the input has no points";
+    const bool isCropped = cmdLine.isPresent("crop");
+    const Bounds box = getCropBox(cmdLine);
+    if (isCropped && bounds.x.min <= bounds.x.max && isDisjoint(box, bounds))
+        return "the crop box (" + toText(box) + ") is outside the bounds of the input (" + toText(bounds) +
+               ")";
+    const std::string crop = isCropped ? " in the crop box (" + toText(box) + ")" : "";
+    if (!filters.empty()) {
+        std::string all;
+        for (const std::string& filter : filters)
+            all += (all.empty() ? "'" : " and '") + filter + "'";
+        return "no point" + crop + " passes " +
+               (filters.size() == 1 ? "the filter " + all : "all of the filters " + all);
+    }
+    if (cmdLine.isPresent("subsample"))
+        return "subsampling skipped all points" + crop;
+    return isCropped ? "the input has no points" + crop : "the input gave no points";
 }
 
 } // namespace
@@ -75,6 +129,25 @@ Bounds getCropBox(const QMCmdLine& cmdLine)
     if (count >= 6)
         box.z = {values[4], values[5]};
     return box;
+}
+
+void checkQueryOptions(const QMCmdLine& cmdLine)
+{
+    const double step = cmdLine.getFloat("subsample");
+    if (cmdLine.isPresent("subsample") && (!(step > 0) || std::isinf(step)))
+        cmdLine.usageError("the value of -subsample must be a number above 0");
+    const Bounds box = getCropBox(cmdLine);
+    for (const auto& [name, range] : axes)
+        if (!((box.*range).min <= (box.*range).max))
+            cmdLine.usageError("the box of -crop is inverted: %s-min %g is greater than %s-max %g", name,
+                               (box.*range).min, name, (box.*range).max);
+}
+
+void warnOfEmptyOutput(const QMCmdLine& cmdLine, const PointSource& source,
+                       const std::vector<std::string>& filters)
+{
+    warn("no points were written to '" + std::string(cmdLine.getString("outputFile")) +
+         "': " + explainEmptyOutput(cmdLine, source, filters));
 }
 
 void addDepthOption(QMCmdLine& cmdLine)

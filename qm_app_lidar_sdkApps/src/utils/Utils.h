@@ -31,8 +31,10 @@ void addTXTPointReaderOptions(QMCmdLine& cmdLine);
 void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine);
 void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine);
 
-// "filter": the choice of points by the value of a channel. The second wraps a source in that filter, and
-// gives it back as it is when the option was not used. -1 for a text that is not of the option's format.
+// "filter": the choice of points by the value of a channel; may be repeated. The second wraps a source in the
+// filters, and returns it as it is without any. -1 for text that is not of the option's format, for channels
+// that are not integers of at most 32 bits and for values out of a channel's range, 40007 for an unknown
+// channel.
 void addFilterOptions(QMCmdLine& cmdLine);
 Scoped<PointSource> handleFilterOptions(const QMCmdLine& cmdLine, const Scoped<PointSource>& source);
 
@@ -44,6 +46,12 @@ void addCropOption(QMCmdLine& cmdLine);
 PointInfo getOutFields(const QMCmdLine& cmdLine, const PointSource& source);
 double getFraction(const QMCmdLine& cmdLine);
 Bounds getCropBox(const QMCmdLine& cmdLine);
+// Usage errors for a subsample that is not above 0 and for an inverted box.
+void checkQueryOptions(const QMCmdLine& cmdLine);
+// Warns that "outputFile" has no points and says why: the box, the filters (texts of "filter", if the program
+// has that option), the sampling or the source.
+void warnOfEmptyOutput(const QMCmdLine& cmdLine, const PointSource& source,
+                       const std::vector<std::string>& filters = {});
 
 // "d"/"depth", for addInput().
 void addDepthOption(QMCmdLine& cmdLine);

@@ -86,6 +86,11 @@ public:
     void setUndocumented(const char* name);
     bool getUndocumented(const char* name) const;
 
+    // Makes parse() refuse numeric arguments that are not numbers of the option's type as usage errors: other
+    // text before or after the number, values out of range, NaN. Infinities are written "inf", "+inf",
+    // "-inf".
+    void setStrictNumbers() { m_strictNumbers = true; }
+
     // argv[0] is the program name. Values of an earlier parse() stay until replaced.
     void parse(int argc, const char* const* argv);
 
@@ -109,6 +114,10 @@ public:
     const double* getFloatArray(const char* name) const;
     const double* getFloatArray(const char* name, std::size_t& count) const;
 
+    // Reports a usage error on standard error and calls the exit handler with status 1; for arguments that
+    // the application finds invalid.
+    void usageError(const char* format, ...) const __attribute__((format(printf, 2, 3)));
+
     // All of these print to standard output.
     void showShortUsageMessage() const;
     void showLongUsageMessage() const;
@@ -118,6 +127,7 @@ public:
     const char* getAppName() const { return m_appName; }
 
     // Conversions of one argument. The numbers are read without error detection: "12abc" is 12, "abc" is 0.
+    // setStrictNumbers() does not affect them.
     bool toBool(const char* text) const;
     static int toSint(const char* text);
     static unsigned int toUint(const char* text);
@@ -141,7 +151,6 @@ private:
     void checkRequired() const;
     void showVersion() const;
 
-    void usageError(const char* format, ...) const __attribute__((format(printf, 2, 3)));
     void configError(const char* format, ...) const __attribute__((format(printf, 2, 3)));
     void printError(const char* kind, const char* format, std::va_list args) const
         __attribute__((format(printf, 3, 0)));
@@ -156,6 +165,7 @@ private:
     int m_argc = -1; // -1: not parsed yet
     bool m_usingStandardOptions;
     bool m_haveVersionNumbers = false;
+    bool m_strictNumbers = false;
     Option* m_extra = nullptr; // one of m_options, or none
     ExitHandler m_exitHandler;
 };

@@ -1,7 +1,11 @@
 #include "cli/QMCmdLineOptions.h"
 
+#include <charconv>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <strings.h>
 
 namespace Quillmoran {
 
@@ -30,6 +34,15 @@ void printValue(unsigned int value)
 void printValue(double value)
 {
     std::printf(" %g", value);
+}
+
+template <class Integer>
+bool isInteger(const char* text)
+{
+    const char* const end = text + std::strlen(text);
+    Integer value = 0;
+    const auto [rest, error] = std::from_chars(text + (*text == '+'), end, value);
+    return error == std::errc() && rest == end && std::strncmp(text, "+-", 2) != 0;
 }
 
 } // namespace
@@ -144,8 +157,11 @@ void QMCmdLine::OptionArray<T>::setArg(int& index, int argc, const char* const* 
 
     if (m_numArgs >= 0)
         m_values.clear();
-    for (const int end = index + wanted; index < end; ++index)
+    for (const int end = index + wanted; index < end; ++index) {
+        if (hasStrictNumbers() && !accepts(argv[index]))
+            getParser().usageError("bad value '%s' of option -%s", argv[index], getMessageName());
         m_values.push_back(convert(argv[index]));
+    }
     setPresent();
 }
 
@@ -171,6 +187,29 @@ void QMCmdLine::OptionArray<T>::showArgMessage() const
     else
         for (int i = 0; i < m_numArgs; ++i)
             std::printf(" %s%d", word, i);
+}
+
+bool QMCmdLine::OptionSintArray::accepts(const char* text) const
+{
+    return isInteger<int>(text);
+}
+
+bool QMCmdLine::OptionUintArray::accepts(const char* text) const
+{
+    return isInteger<unsigned int>(text);
+}
+
+bool QMCmdLine::OptionFloatArray::accepts(const char* text) const
+{
+    for (const char* infinity : {"inf", "+inf", "-inf"})
+        if (strcasecmp(text, infinity) == 0)
+            return true;
+    // strtod() also reads hexadecimal numbers, spelled-out infinities and NaNs, and skips white space.
+    if (text[std::strspn(text, "0123456789+-.eE")] != '\0')
+        return false;
+    char* end = nullptr;
+    const double value = std::strtod(text, &end);
+    return end != text && *end == '\0' && std::isfinite(value);
 }
 
 template class QMCmdLine::OptionArray<const char*>;

@@ -52,6 +52,7 @@ protected:
     const QMCmdLine& getParser() const { return m_parser; }
     void setPresent() { m_isPresent = true; }
     bool hasArgs(int wanted, int& index, int argc) const;
+    bool hasStrictNumbers() const { return m_parser.m_strictNumbers; }
 
 private:
     const QMCmdLine& m_parser;
@@ -116,6 +117,8 @@ public:
 
 private:
     virtual T convert(const char* text) const = 0;
+    // Whether all of the text is a value of the kind.
+    virtual bool accepts(const char* text) const = 0;
 
     int m_numArgs; // as in QMCmdLine::addStringArray
     std::vector<T> m_values;
@@ -129,6 +132,7 @@ public:
 
 private:
     const char* convert(const char* text) const override { return text; }
+    bool accepts(const char*) const override { return true; }
 };
 
 class QM_API QMCmdLine::OptionSintArray final : public QMCmdLine::OptionArray<int>
@@ -139,6 +143,7 @@ public:
 
 private:
     int convert(const char* text) const override { return toSint(text); }
+    bool accepts(const char* text) const override;
 };
 
 class QM_API QMCmdLine::OptionUintArray final : public QMCmdLine::OptionArray<unsigned int>
@@ -149,6 +154,7 @@ public:
 
 private:
     unsigned int convert(const char* text) const override { return toUint(text); }
+    bool accepts(const char* text) const override;
 };
 
 class QM_API QMCmdLine::OptionFloatArray final : public QMCmdLine::OptionArray<double>
@@ -159,6 +165,7 @@ public:
 
 private:
     double convert(const char* text) const override { return toFloat(text); }
+    bool accepts(const char* text) const override;
 };
 
 } // namespace Quillmoran

@@ -8,7 +8,7 @@
 
 namespace Quillmoran {
 
-class QM_API PercentProgressDelegate final : public ProgressDelegate
+class QM_API PercentProgressDelegate : public ProgressDelegate
 {
 public:
     PercentProgressDelegate();

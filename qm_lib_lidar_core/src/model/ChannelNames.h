@@ -1,5 +1,17 @@
-// The names of the standard channels of LAS-type points. Names match exactly, with case.
+// The names of the standard channels of LAS-type points, and the names that LAS and PDAL give them. Readers
+// and writers match channel names exactly, with case; resolve() is for names that users type.
 #pragma once
+
+#include "platform/Export.h"
+
+#include <string>
+
+namespace Quillmoran {
+
+class ChannelInfo;
+class PointInfo;
+
+} // namespace Quillmoran
 
 namespace Quillmoran::ChannelNames {
 
@@ -25,5 +37,19 @@ inline constexpr char blue[] = "Blue";
 inline constexpr char nearInfrared[] = "NearInfrared";
 // A column of a text file that is read over and dropped.
 inline constexpr char skip[] = "@Skip";
+
+// The channel of `layout` that a user means by `name`, null if there is none: the channel of exactly that
+// name, else the only one that differs in case, else the channel whose LAS or PDAL name it is
+// ("Classification", "return_number", "NIR"), ignoring case, blanks and underscores. "GpsTime" is either
+// clock, week time first.
+QM_API const ChannelInfo* resolve(const std::string& name, const PointInfo& layout);
+// The same; 40007 "<context> does not have channel: '<name>', its channels are X, Y, Z" if there is none.
+QM_API const ChannelInfo& require(const std::string& name, const PointInfo& layout,
+                                  const char* context = "the point source");
+
+// PDAL's name of a standard channel; null for all other channels.
+QM_API const char* toPDAL(const std::string& channel);
+// The standard channel of a PDAL dimension, ignoring case, blanks and underscores; null if there is none.
+QM_API const char* fromPDAL(const std::string& dimension);
 
 } // namespace Quillmoran::ChannelNames

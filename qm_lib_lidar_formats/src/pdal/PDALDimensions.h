@@ -22,10 +22,6 @@ namespace PDALDimensions {
 // PDAL does not take in a name becomes an underscore, and a name that is taken gets one more at its end.
 std::vector<PDALDimension> ofLayout(const PointInfo& layout);
 
-// The standard channel that a dimension of this name stands for; null when there is none. Names that differ
-// in case or in blanks and underscores are the same ("Return Number").
-const char* standardChannel(const std::string& dimension);
-
 } // namespace PDALDimensions
 
 } // namespace Quillmoran

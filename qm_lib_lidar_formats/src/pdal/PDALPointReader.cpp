@@ -47,7 +47,7 @@ constexpr StandardType standardTypes[] = {
 // channel has a type that holds a float and the dimension's offset.
 ChannelInfo describe(const BPFDimension& dimension)
 {
-    const char* const standard = PDALDimensions::standardChannel(dimension.label);
+    const char* const standard = ChannelNames::fromPDAL(dimension.label);
     ChannelInfo channel;
     channel.init(standard ? standard : dimension.label.c_str(),
                  standard || dimension.offset != 0 ? FLOAT64 : FLOAT32, 0, 0);

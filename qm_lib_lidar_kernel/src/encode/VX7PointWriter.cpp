@@ -184,9 +184,13 @@ std::unique_ptr<PointEncoder> VX7PointWriter::encode(const Bounds& bounds, doubl
         const std::vector<ChannelPlan> plans = choosePlans(survey, layout, format);
         encoder = std::make_unique<PointEncoder>(plans, format, choosePointsPerEntry(numPoints, plans));
     }
+    // The number of points is known by now. They share the work that was estimated.
+    const double pointWork = numPoints == 0 ? 0
+                                            : encodeWork * getSrc()->estimatePoints(bounds, fraction) /
+                                                  static_cast<double>(numPoints);
     BlockReader reader = openReader(bounds, fraction, layout, delegate);
     encoder->encode(reader, [&](std::size_t count) {
-        report(delegate, static_cast<double>(count) * encodeWork, writing);
+        report(delegate, static_cast<double>(count) * pointWork, writing);
     });
     if (encoder->getNumPoints() != numPoints || !encoder->isWithinPlans())
         QM_THROW(40007, "the source has changed while it was read");

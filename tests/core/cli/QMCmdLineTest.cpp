@@ -418,6 +418,38 @@ TEST(QMCmdLine, NumbersAreReadAsFarAsTheyGo)
         EXPECT_EQ(QMCmdLine::toFloat(text), -infinity) << text;
 }
 
+TEST(QMCmdLine, StrictNumbersAreReadCompletely)
+{
+    const auto isRefused = [](const char* option, const char* text) {
+        Tool cmdLine;
+        cmdLine.setStrictNumbers();
+        cmdLine.addSint("i", nullptr, "d");
+        cmdLine.addUint("u", nullptr, "d");
+        cmdLine.addFloat("x", nullptr, "d");
+        const std::string errors = parse(cmdLine, {option, text}).err;
+        EXPECT_TRUE(errors.empty() ||
+                    errors == usageError(std::string("bad value '") + text + "' of option " + option))
+            << errors;
+        return !errors.empty();
+    };
+    const std::pair<const char*, std::vector<const char*>> accepted[] = {
+        {"-i", {"0", "-12", "+7", "2147483647", "-2147483648"}},
+        {"-u", {"0", "+7", "007", "4294967295"}},
+        {"-x", {"0", "-2.5e1", ".5", "+3.", "1e308", "inf", "+INF", "-inf"}},
+    };
+    const std::pair<const char*, std::vector<const char*>> refused[] = {
+        {"-i", {"", "-", "+", "+-1", "12abc", "1.5", " 1", "2147483648", "-2147483649"}},
+        {"-u", {"", "-1", "+-1", "++1", "abc", "0x10", "1 ", "4294967296", "99999999999999999999"}},
+        {"-x", {"", "-", "+", ".", "e5", "1,5", "12abc", " 1", "1e", "0x10", "nan", "infinity", "1e999"}},
+    };
+    for (const auto& [option, texts] : accepted)
+        for (const char* text : texts)
+            EXPECT_FALSE(isRefused(option, text)) << option << " '" << text << "'";
+    for (const auto& [option, texts] : refused)
+        for (const char* text : texts)
+            EXPECT_TRUE(isRefused(option, text)) << option << " '" << text << "'";
+}
+
 TEST(QMCmdLine, OutOfMemoryLeavesAsUtilExceptionWithCodeEight)
 {
     Tool cmdLine;

@@ -1,5 +1,6 @@
 #include "model/PointInfo.h"
 #include "model/Bounds.h"
+#include "model/ChannelNames.h"
 #include "model/NameIndex.h"
 #include "model/PointData.h"
 #include "support/Errors.h"
@@ -157,6 +158,34 @@ TEST(NameIndex, FindsTheFirstOfAName)
         EXPECT_EQ(static_cast<int>(index.find(name).value()), layout.getChannelIndex(name)) << name;
     for (const char* name : {"aa", "c", static_cast<const char*>(nullptr)})
         EXPECT_FALSE(index.find(name));
+}
+
+TEST(ChannelNames, FindsWhatUsersMean)
+{
+    const PointInfo layout =
+        layoutOf({channel("ClassId", UINT8), channel("GPSTime_Adjusted", FLOAT64),
+                  channel("scan_angle", SINT16), channel("ScanAngle", SINT8), channel("nir", UINT16),
+                  channel("Red", UINT16), channel("RED", UINT16)});
+    const std::pair<const char*, const char*> cases[] = {
+        {"ClassId", "ClassId"},
+        {"classid", "ClassId"},
+        {"Classification", "ClassId"},
+        {"class", "ClassId"},
+        {"GpsTime", "GPSTime_Adjusted"},
+        {"gps_time", "GPSTime_Adjusted"},
+        {"scan_angle", "scan_angle"},
+        {"SCANANGLE", "ScanAngle"},
+        {"Scan Angle Rank", "ScanAngle"},
+        {"NIR", "nir"},
+        {"RED", "RED"},
+    };
+    for (const auto& [name, expected] : cases) {
+        const ChannelInfo* found = ChannelNames::resolve(name, layout);
+        ASSERT_TRUE(found) << name;
+        EXPECT_STREQ(found->getName(), expected) << name;
+    }
+    for (const char* name : {"", "Mood", "Green", "Infrared", "X"})
+        EXPECT_FALSE(ChannelNames::resolve(name, layout)) << name;
 }
 
 } // namespace
