@@ -70,26 +70,26 @@ void Packer::pack() const
     if (m_cmdLine.isPresent("subsample") && !(m_cmdLine.getFloat("subsample") > 0))
         QM_THROW(-1, "the value of -subsample must be above 0");
 
+    PercentProgressDelegate delegate;
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
-    addInputs(*files);
+    addInputs(*files, delegate);
     const Scoped<PointSource> source = applyFilters(Utils::openInputs(*files, m_cmdLine.getFlag("verbose")));
 
     const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
     writer->init(source.get(), output);
     writer->setOptions(options);
-    PercentProgressDelegate delegate;
     const std::int64_t count = writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine),
-                                             Utils::getOutFields(m_cmdLine, *source), &delegate);
+                                             Utils::getOutColumns(m_cmdLine, *source), &delegate);
     printResult(*writer, count);
 }
 
-void Packer::addInputs(FilePointSourceManager& files) const
+void Packer::addInputs(FilePointSourceManager& files, ProgressDelegate& delegate) const
 {
     std::size_t count = 0;
     const char* const* names = m_cmdLine.getStringArray("inputFile", count);
     // One file is read twice by the writer; a mosaic has to know where each of its files lies.
-    Utils::setTextOptions(files, count > 1 || Utils::getPointSourceType(names[0]) != POINT_SOURCE_TEXT,
-                          m_cmdLine);
+    const bool isMosaic = count > 1 || Utils::getPointSourceType(names[0]) != POINT_SOURCE_TEXT;
+    Utils::setTextOptions(files, isMosaic, m_cmdLine, &delegate);
     for (std::size_t i = 0; i < count; ++i) {
         Utils::refuseSameFile(names[i], m_cmdLine.getString("outputFile")); // a list is no source, but read
         Utils::addInput(files, names[i], m_cmdLine);

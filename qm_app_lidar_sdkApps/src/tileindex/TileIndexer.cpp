@@ -101,6 +101,7 @@ void TileIndexer::build() const
         writer->init(m_opener.get());
 
     PercentProgressDelegate delegate;
+    Utils::setTextOptions(*m_opener, true, m_cmdLine, &delegate);
     const Changes changes = updateTiles(*writer, delegate);
     configure(*writer);
     if (m_cmdLine.getFlag("createOverview"))

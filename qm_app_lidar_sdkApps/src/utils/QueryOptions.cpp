@@ -2,7 +2,7 @@
 #include "files/QMFileUtils.h"
 #include "filters/MosaicFilter.h"
 #include "platform/Base.h"
-#include "text/TXTPointReader.h"
+#include "text/FieldFormat.h"
 #include "utils/Summary.h"
 #include "utils/Utils.h"
 
@@ -50,11 +50,17 @@ void addCropOption(QMCmdLine& cmdLine)
 
 PointInfo getOutFields(const QMCmdLine& cmdLine, const PointSource& source)
 {
-    PointInfo layout;
+    PointInfo layout = source.getPointInfo();
     if (cmdLine.isPresent("outFields"))
-        TXTPointReader::parseFormat(cmdLine.getString("outFields"), layout, source.getPointInfo());
-    else
-        layout.init(source.getPointInfo());
+        FieldFormat::parse(cmdLine.getString("outFields"), layout, source.getPointInfo());
+    return layout;
+}
+
+PointInfo getOutColumns(const QMCmdLine& cmdLine, const PointSource& source)
+{
+    PointInfo layout = source.getPointInfo();
+    if (cmdLine.isPresent("outFields"))
+        FieldFormat::parseColumns(cmdLine.getString("outFields"), layout, source.getPointInfo());
     return layout;
 }
 
