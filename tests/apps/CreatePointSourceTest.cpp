@@ -56,7 +56,7 @@ TEST(FilePointSourceManager, RefusesWhatItCannotOpen)
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     EXPECT_EQ(errorOf(-1, [&] { manager->addFile("null"); }), "unsupported input file format 'null'");
     EXPECT_EQ(errorOf(-1, [&] { manager->addFile(text.c_str()); }),
-              "TXT file requires a format parse string '-parse'");
+              "TXT file requires a format parse string '-parse': '" + text + "'");
     EXPECT_EQ(errorOf(-1, [&] { manager->addFile(loop.c_str()); }),
               "list files are nested too deeply: '" + loop + "'");
     EXPECT_EQ(errorOf(-1, [&] { manager->createPointSource(0); }), "");

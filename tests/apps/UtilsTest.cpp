@@ -74,10 +74,10 @@ TEST_F(AddFiles, ReadsListsInTheirPlace)
     EXPECT_EQ(walk(directory / "b.list", 0), (Names{"lists/x.vxl", "y.las"}));
     directory.file("text.list", "a.txt\n");
     EXPECT_EQ(errorOf(-1, [&] { walk(directory / "text.list", 0); }),
-              "TXT file requires a format parse string '-parse'");
+              "TXT file requires a format parse string '-parse': '" + directory / "a.txt" + "'");
     directory.file("blank.list", "\n");
     EXPECT_EQ(errorOf(-1, [&] { walk(directory / "blank.list", 0); }),
-              "TXT file requires a format parse string '-parse'");
+              "TXT file requires a format parse string '-parse': '" + directory.path("") + "'");
 }
 
 TEST_F(AddFiles, FillsAnIndex)

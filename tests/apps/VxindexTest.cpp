@@ -159,11 +159,13 @@ TEST_F(Vxindex, ExplainsWhatItCannotDo)
 {
     directory.file("bad.vxl", "no points");
     directory.file("a.txt", "1 2 3\n");
+    directory.file("wrong.txt", "1 2 3 4\n1 2 3 65536\n");
     directory.file("old.index", "rtre");
     const std::pair<const char*, std::string> cases[] = {
         {"-o t.index", "there are no files to index"},
         {"-o t.index nothing", "No such file or directory path = nothing"},
-        {"-o t.index a.txt", "TXT file requires a format parse string '-parse'"},
+        {"-o t.index a.txt", "TXT file requires a format parse string '-parse': 'a.txt'"},
+        {"-o t.index -p xyzi wrong.txt", "wrong.txt:2:7: 65536 does not fit Intensity (0 to 65535)"},
         {"-o t.index -p xyz a.txt bad.vxl", "not a Vexil file path = bad.vxl"},
         {"-o tiles/a.vxl tiles/b.vxl", "the name of an index must end in '.index': 'tiles/a.vxl'"},
         {"-o t.index -l", "No such file or directory path = t.index"},

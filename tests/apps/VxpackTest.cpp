@@ -600,6 +600,7 @@ TEST_F(Vxpack, ExplainsWhatItCannotDo)
     std::filesystem::create_directories(directory / "folder.vxl");
     directory.file("a.xyz", "1 2 3\n");
     directory.file("bad.vxl", "no points");
+    std::filesystem::create_symlink("/dev/zero", directory / "zero.xyz");
     const std::pair<std::string, std::string> cases[] = {
         {"-i survey.vxl -o survey.vxl", "the output 'survey.vxl' is the input file"},
         {"-i tiles.index -o ./survey.vxl", "the output './survey.vxl' is the input file"},
@@ -613,8 +614,12 @@ TEST_F(Vxpack, ExplainsWhatItCannotDo)
         {"-i none.las -o out.vxl", "No such file or directory path = none.las"},
         {"-i folder.vxl -o out.vxl", "there are no files to read"},
         {"-i bad.vxl -o out.vxl", "not a Vexil file"},
-        {"-i a.xyz -o out.vxl", "TXT file requires a format parse string '-parse'"},
-        {"-i a.xyz -o out.vxl -parse xyzi", "line 1 has 3 fields but was expecting at least 4."},
+        {"-i a.xyz -o out.vxl", "TXT file requires a format parse string '-parse': 'a.xyz'"},
+        {"-i a.xyz -o out.vxl -parse xyzi", "a.xyz:1:6: 3 fields, expected 4"},
+        {"-i a.xyz -o out.vxl -parse xyzi -lenient", "a.xyz:1:6: 3 fields, expected 4"},
+        {"-i a.xyz -o out.vxl -parse xyi", "must have x, y, and z channels"},
+        {"-i a.xyz -o out.vxl -parse X,Y,Z,i", "a.xyz:1:6: 3 fields, expected 4"},
+        {"-i zero.xyz -o out.vxl -parse xyz", "zero.xyz:1: line is longer than 1048576 bytes"},
         {"-i survey.vxl -o out.vxl -t 42", "there is no transform 42"},
         {"-i survey.vxl -o out.vxl -t X=", "bad value 'X=' of -transform"},
         {"-i survey.vxl -o out.vxl -t MQ", "bad value 'MQ' of -transform"},

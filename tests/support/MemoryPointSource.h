@@ -80,8 +80,7 @@ private:
             for (; m_next < m_source->m_count && count < buffer.getNumSamples(); ++m_next) {
                 if (m_next == m_source->m_failingPoint)
                     QM_THROW(40000, "test");
-                if (!getBounds().contains(m_coordinates[0][m_next], m_coordinates[1][m_next],
-                                          m_coordinates[2][m_next]) ||
+                if (!isWanted(m_coordinates[0][m_next], m_coordinates[1][m_next], m_coordinates[2][m_next]) ||
                     !sample())
                     continue;
                 for (std::size_t i = 0; i < m_channels.size(); ++i)

@@ -159,8 +159,12 @@ void Inspector::write(const FileReport& report)
         return;
     m_allSound = false;
     std::fflush(stdout);
-    for (const std::string& problem : report.problems)
-        std::fprintf(stderr, "Error: %s: %s\n", report.fileName.c_str(), problem.c_str());
+    for (const std::string& problem : report.problems) {
+        // Errors in text begin with the file's name and the line.
+        const bool isLocated = problem.rfind(report.fileName + ':', 0) == 0;
+        std::fprintf(stderr, "Error: %s%s\n", isLocated ? "" : (report.fileName + ": ").c_str(),
+                     problem.c_str());
+    }
 }
 
 template <class Work>

@@ -71,7 +71,8 @@ void PointCheck::add(const PointData& block, std::size_t count)
     const double* y = block.getY();
     const double* z = block.getZ();
     for (std::size_t i = 0; i < count; ++i) {
-        if (m_allowed.contains(x[i], y[i], z[i]))
+        // No bounds hold a NaN.
+        if (m_allowed.contains(x[i], y[i], z[i]) || std::isnan(x[i] + y[i] + z[i]))
             continue;
         if (m_numOutside++ == 0)
             m_firstOutside = {m_numPoints + static_cast<long long>(i), x[i], y[i], z[i]};

@@ -80,19 +80,19 @@ void Packer::pack() const
         QM_THROW(-1, "the name of the output must end in '.vxl': '%s'", output);
     EncodeOptions options = PackOptions::get(m_cmdLine);
 
+    Utils::ConsoleProgress progress;
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
-    addInputs(*files);
+    addInputs(*files, progress);
     if (m_cmdLine.isPresent("srs") && std::strcmp(m_cmdLine.getString("srs"), "same") != 0)
         QM_THROW(-1, "unknown value '%s' of -srs, it is 'same'", m_cmdLine.getString("srs"));
     const Scoped<PointSource> source = applyFilters(
         Utils::openInputs(*files, m_cmdLine.getFlag("verbose"), Utils::getMergeOptions(m_cmdLine)));
 
-    const PointInfo layout = Utils::getOutFields(m_cmdLine, *source);
+    const PointInfo layout = Utils::getOutColumns(m_cmdLine, *source);
     PackOptions::resolveChannels(options, layout);
     const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
     writer->init(source.get(), output);
     writer->setOptions(options);
-    Utils::ConsoleProgress progress;
     const std::int64_t count =
         writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine), layout, &progress);
     progress.finish();
@@ -104,13 +104,13 @@ void Packer::pack() const
     }
 }
 
-void Packer::addInputs(FilePointSourceManager& files) const
+void Packer::addInputs(FilePointSourceManager& files, ProgressDelegate& delegate) const
 {
     std::size_t count = 0;
     const char* const* names = m_cmdLine.getStringArray("inputFile", count);
     // One file is read twice by the writer; a mosaic has to know where each of its files lies.
-    Utils::setTextOptions(files, count > 1 || Utils::getPointSourceType(names[0]) != POINT_SOURCE_TEXT,
-                          m_cmdLine);
+    const bool isMosaic = count > 1 || Utils::getPointSourceType(names[0]) != POINT_SOURCE_TEXT;
+    Utils::setTextOptions(files, isMosaic, m_cmdLine, &delegate);
     for (std::size_t i = 0; i < count; ++i) {
         Utils::refuseSameFile(names[i], m_cmdLine.getString("outputFile")); // a list is no source, but read
         Utils::addInput(files, names[i], m_cmdLine);

@@ -20,7 +20,7 @@ public:
 
 private:
     void pack() const;
-    void addInputs(FilePointSourceManager& files) const;
+    void addInputs(FilePointSourceManager& files, ProgressDelegate& delegate) const;
     // The source with the filters of the options in front of it.
     Scoped<PointSource> applyFilters(Scoped<PointSource> source) const;
     void printResult(const VX7PointWriter& writer, std::int64_t numPoints) const;

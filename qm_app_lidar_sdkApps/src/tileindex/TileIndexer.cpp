@@ -112,6 +112,7 @@ void TileIndexer::build() const
         writer->setGPSWeek(*merge.gpsWeek);
 
     Utils::ConsoleProgress delegate;
+    Utils::setTextOptions(*m_opener, true, m_cmdLine, &delegate);
     const Changes changes = updateTiles(*writer, delegate);
     Utils::compareCoordinateSystems(writer->getCoordinateSystems(), merge);
     configure(*writer);

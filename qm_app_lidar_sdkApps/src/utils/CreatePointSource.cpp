@@ -33,9 +33,9 @@ constexpr Ending endings[] = {
     QM_THROW(-1, "unsupported input file format '%s'", name);
 }
 
-[[noreturn]] void throwNeedsParse()
+[[noreturn]] void throwNeedsParse(const char* name)
 {
-    QM_THROW(-1, "TXT file requires a format parse string '-parse'");
+    QM_THROW(-1, "TXT file requires a format parse string '-parse': '%s'", name);
 }
 
 // The list's name up to and including its last separator.
@@ -145,19 +145,34 @@ const char* SimpleFileOpener::getPointSourceTypeName(PointSourceType type)
 
 void SimpleFileOpener::setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines)
 {
-    m_textOptions = TextOptions{scanNow, layout, skipLines};
+    TextOptions options;
+    options.layout = layout;
+    options.skipLines = skipLines;
+    options.scanNow = scanNow;
+    setTextOptions(options);
+}
+
+PointSource* SimpleFileOpener::openText(const char* path) const
+{
+    if (!m_textOptions)
+        throwNeedsParse(path);
+    TextOptions options = *m_textOptions;
+    if (options.layout.getNumChannels() == 0) {
+        const std::optional<PointInfo> columns = TXTPointReader::readHeader(path, options.skipLines);
+        if (!columns)
+            throwNeedsParse(path);
+        options.layout = *columns;
+    }
+    Scoped<TXTPointReader> reader(TXTPointReader::create());
+    reader->init(path, options);
+    return reader.detach();
 }
 
 PointSource* SimpleFileOpener::openPointSource(const QMFileSpec& file) const
 {
     switch (getPointSourceType(file)) {
-    case POINT_SOURCE_TEXT: {
-        if (!m_textOptions)
-            throwNeedsParse();
-        Scoped<TXTPointReader> reader(TXTPointReader::create());
-        reader->init(file.c_str(), m_textOptions->layout, m_textOptions->skipLines, m_textOptions->scanNow);
-        return reader.detach();
-    }
+    case POINT_SOURCE_TEXT:
+        return openText(file.c_str());
     case POINT_SOURCE_LAS:
     case POINT_SOURCE_LAZ: {
         Scoped<LASPointReader> reader(LASPointReader::create());
@@ -195,7 +210,7 @@ void FilePointSourceManager::addFile(const char* name)
         return;
     case POINT_SOURCE_TEXT:
         if (!m_opener->hasTextOptions())
-            throwNeedsParse();
+            throwNeedsParse(name);
         break;
     default:
         break;

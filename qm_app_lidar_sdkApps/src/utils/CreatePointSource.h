@@ -2,6 +2,7 @@
 // opens the matching reader; FilePointSourceManager is the ordered set of input files, opened on first use.
 #pragma once
 
+#include "text/TextOptions.h"
 #include "utils/PersistentPointSourceManager.h"
 
 #include <optional>
@@ -32,8 +33,8 @@ public:
     static PointSourceType getPointSourceType(const QMFileSpec& file);
     static const char* getPointSourceTypeName(PointSourceType type);
 
-    // How text files are read: whether to scan them when they are opened, their columns, and the lines to
-    // skip.
+    // How text files are read. Without columns each file must name its own in a header line.
+    void setTextOptions(const TextOptions& options) { m_textOptions = options; }
     void setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines);
     bool hasTextOptions() const noexcept { return m_textOptions.has_value(); }
 
@@ -41,17 +42,12 @@ public:
     bool willOpenFullWaveformFiles() const noexcept { return m_openFullWaveform; }
     void setOpenFullWaveformFiles(bool open) noexcept { m_openFullWaveform = open; }
 
-    // A new count of a source. Errors -1: "TXT file requires a format parse string '-parse'",
+    // A new count of a source. Errors -1: "TXT file requires a format parse string '-parse': '%s'",
     // "unsupported input file format '%s'"; those of the reader.
     PointSource* openPointSource(const QMFileSpec& file) const override;
 
 private:
-    struct TextOptions
-    {
-        bool scanNow;
-        PointInfo layout;
-        std::size_t skipLines;
-    };
+    PointSource* openText(const char* path) const;
 
     SimpleFileOpener() = default;
 
@@ -64,11 +60,13 @@ class FilePointSourceManager final : public PointSourceManager
 public:
     static FilePointSourceManager* create();
 
-    // Errors -1: "unsupported input file format '%s'", "TXT file requires a format parse string '-parse'".
+    // Errors -1: "unsupported input file format '%s'", "TXT file requires a format parse string '-parse':
+    // '%s'" unless setTextOptions() was called before.
     void addFile(const char* name);
     // One name per line, each added as a file; a relative one is taken from the list's own directory. There
     // are no comments and no empty lines.
     void addListFile(const char* name);
+    void setTextOptions(const TextOptions& options) { m_opener->setTextOptions(options); }
     void setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines);
 
     // Null for an index past the end.

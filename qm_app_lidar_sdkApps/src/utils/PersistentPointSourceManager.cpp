@@ -27,7 +27,8 @@ Scoped<PointSource> openTile(const PersistentPointSourceManager::FileOpener& ope
     try {
         return Scoped<PointSource>(opener.openPointSource(file));
     } catch (Error& error) {
-        if (!std::strstr(error.what(), file.c_str()))
+        constexpr int cancelled = 40006;
+        if (error.error() != cancelled && !std::strstr(error.what(), file.c_str()))
             error(" path = %s", file.c_str());
         throw;
     }

@@ -1,7 +1,7 @@
 #include "cli/QMCmdLine.h"
 #include "files/QMFileUtils.h"
 #include "platform/Base.h"
-#include "text/TXTPointReader.h"
+#include "text/FieldFormat.h"
 #include "utils/Program.h"
 #include "utils/Utils.h"
 
@@ -102,11 +102,17 @@ void addCropOption(QMCmdLine& cmdLine)
 
 PointInfo getOutFields(const QMCmdLine& cmdLine, const PointSource& source)
 {
-    PointInfo layout;
+    PointInfo layout = source.getPointInfo();
     if (cmdLine.isPresent("outFields"))
-        TXTPointReader::parseFormat(cmdLine.getString("outFields"), layout, source.getPointInfo());
-    else
-        layout.init(source.getPointInfo());
+        FieldFormat::parse(cmdLine.getString("outFields"), layout, source.getPointInfo());
+    return layout;
+}
+
+PointInfo getOutColumns(const QMCmdLine& cmdLine, const PointSource& source)
+{
+    PointInfo layout = source.getPointInfo();
+    if (cmdLine.isPresent("outFields"))
+        FieldFormat::parseColumns(cmdLine.getString("outFields"), layout, source.getPointInfo());
     return layout;
 }
 

@@ -2,7 +2,7 @@
 
 #include "cli/QMCmdLine.h"
 #include "platform/Version.h"
-#include "text/TXTPointReader.h"
+#include "text/FieldFormat.h"
 
 #include <string>
 
@@ -50,35 +50,44 @@ void addTXTPointReaderOptions(QMCmdLine& cmdLine)
 {
     static const std::string parseDescription =
         std::string("parse format that describes the fields in a Text input file.\n"
-                    "  Required for Text input.\n") +
+                    "  Required for Text input without a header line '# X Y Z ...'.\n"
+                    "  One letter per field, or names separated by commas, <name>:<type> for a name\n"
+                    "  that is not standard: X,Y,Z,NearInfrared,Amplitude:FLOAT32\n") +
         fieldLetters + "\n  s => skip field";
     cmdLine.addString("p", "parse", parseDescription.c_str(), false);
     cmdLine.addUint("skip", "skipHeader", "Skip the first N line of Text input files.", false);
+    cmdLine.addFlag("lenient", nullptr,
+                    "accept Text input whose values do not fit their fields (they wrap) and lines with more\n"
+                    "  fields than the format");
 }
 
 namespace {
 
-template <class Target>
-void setOptions(Target& target, bool scanNow, const QMCmdLine& cmdLine)
+TextOptions getTextOptions(const QMCmdLine& cmdLine, bool scanNow, ProgressDelegate* cancellation)
 {
-    if (!cmdLine.isPresent("parse"))
-        return;
-    PointInfo layout;
-    TXTPointReader::parseFormat(cmdLine.getString("parse"), layout);
-    const std::size_t skipLines = cmdLine.isPresent("skipHeader") ? cmdLine.getUint("skipHeader") : 0;
-    target.setTextOptions(scanNow, layout, skipLines);
+    TextOptions options;
+    if (cmdLine.isPresent("parse"))
+        FieldFormat::parseColumns(cmdLine.getString("parse"), options.layout);
+    if (cmdLine.isPresent("skipHeader"))
+        options.skipLines = cmdLine.getUint("skipHeader");
+    options.scanNow = scanNow;
+    options.strict = !cmdLine.getFlag("lenient");
+    options.cancellation = cancellation;
+    return options;
 }
 
 } // namespace
 
-void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine)
+void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine,
+                    ProgressDelegate* cancellation)
 {
-    setOptions(manager, scanNow, cmdLine);
+    manager.setTextOptions(getTextOptions(cmdLine, scanNow, cancellation));
 }
 
-void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine)
+void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine,
+                    ProgressDelegate* cancellation)
 {
-    setOptions(opener, scanNow, cmdLine);
+    opener.setTextOptions(getTextOptions(cmdLine, scanNow, cancellation));
 }
 
 } // namespace Quillmoran::Utils

@@ -25,11 +25,15 @@ extern const char fieldLetters[];
 PointSourceType getPointSourceType(const char* name);
 const char* getPointSourceTypeName(PointSourceType type);
 
-// "p"/"parse" and "skip"/"skipHeader": how text input is read.
+// "p"/"parse", "skip"/"skipHeader" and "lenient": how text input is read.
 void addTXTPointReaderOptions(QMCmdLine& cmdLine);
-// Takes both into a manager or an opener of files; nothing without "parse".
-void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine);
-void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine);
+// Takes them into a manager or an opener of files. The delegate may be null; it is asked whether to stop
+// while a text file is scanned, and must outlive the sources opened with these options. 40007 for a bad
+// "parse".
+void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine,
+                    ProgressDelegate* cancellation = nullptr);
+void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine,
+                    ProgressDelegate* cancellation = nullptr);
 
 // "filter": the choice of points by the value of a channel; may be repeated. The second wraps a source in the
 // filters, and returns it as it is without any. -1 for text that is not of the option's format, for channels
@@ -42,8 +46,9 @@ Scoped<PointSource> handleFilterOptions(const QMCmdLine& cmdLine, const Scoped<P
 void addOutFieldsOption(QMCmdLine& cmdLine);
 void addSubsampleOption(QMCmdLine& cmdLine);
 void addCropOption(QMCmdLine& cmdLine);
-// All channels of the source when none are named.
+// All channels of the source when none are named; by letters only, or also by a list of names.
 PointInfo getOutFields(const QMCmdLine& cmdLine, const PointSource& source);
+PointInfo getOutColumns(const QMCmdLine& cmdLine, const PointSource& source);
 double getFraction(const QMCmdLine& cmdLine);
 Bounds getCropBox(const QMCmdLine& cmdLine);
 // Usage errors for a subsample that is not above 0 and for an inverted box.

@@ -48,6 +48,7 @@ void PointIterator::init(const Bounds& bounds, double fraction, const PointInfo&
     }
     m_delegate = delegate;
     m_bounds = widened(bounds, layout);
+    m_isUnbounded = m_bounds == Bounds::Huge();
 }
 
 } // namespace Quillmoran

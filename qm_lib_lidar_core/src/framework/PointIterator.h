@@ -30,6 +30,12 @@ protected:
     void init(const Bounds& bounds, double fraction, const PointInfo& layout, ProgressDelegate* delegate);
 
     const Bounds& getBounds() const noexcept { return m_bounds; }
+    // Whether the query takes a point with these coordinates, the sampling aside. A query without a box takes
+    // points with NaN coordinates, too; no box holds them.
+    bool isWanted(double x, double y, double z) const noexcept
+    {
+        return m_isUnbounded || m_bounds.contains(x, y, z);
+    }
     double getFraction() const noexcept { return m_fraction; }
     ProgressDelegate* getDelegate() const noexcept { return m_delegate; }
 
@@ -53,11 +59,12 @@ protected:
                          std::size_t fill, std::size_t filled, std::size_t room, CopyRun copyRun)
     {
         const Bounds bounds = m_bounds;
+        const bool isUnbounded = m_isUnbounded;
         while (cursor < fill && filled < room) {
             const std::size_t first = cursor;
             const std::size_t last = first + std::min(fill - first, room - filled);
             std::size_t next = first;
-            while (next < last && bounds.contains(x[next], y[next], z[next]) && sample())
+            while (next < last && (isUnbounded || bounds.contains(x[next], y[next], z[next])) && sample())
                 ++next;
             if (next != first)
                 copyRun(filled, first, next - first);
@@ -69,6 +76,7 @@ protected:
 
 private:
     Bounds m_bounds;
+    bool m_isUnbounded = false;
     double m_fraction = 1.0;
     double m_accumulator = 0.0;
     double m_threshold = 0.5;

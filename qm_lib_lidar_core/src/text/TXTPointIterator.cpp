@@ -2,59 +2,20 @@
 
 #include "framework/ProgressDelegate.h"
 #include "platform/Base.h"
-#include "text/NumberParse.h"
 
 #include <cstring>
-#include <type_traits>
+#include <string_view>
 
 namespace Quillmoran {
 
 namespace {
 
-constexpr std::size_t streamBufferSize = 4096;
 constexpr std::uint64_t reportInterval = 1000; // lines
 constexpr const char* activity = "reading text file";
 
-bool isSeparator(char c) noexcept
+std::string countOf(std::size_t fields)
 {
-    return c == ',' || isWhiteSpace(c);
-}
-
-[[noreturn]] void throwBadField()
-{
-    QM_THROW(40005, "bad TXT file format");
-}
-
-// A sign and digits; too large a number wraps. "12.5" is the field 12, and ".5" is left for the next one.
-template <class T>
-const char* parseInteger(const char* text, const char*, void* samples, std::size_t index)
-{
-    const char* at = text + (*text == '-' || *text == '+');
-    std::uint64_t value = 0;
-    for (; *at >= '0' && *at <= '9'; ++at)
-        value = value * 10 + static_cast<std::uint64_t>(*at - '0');
-    if (at == text)
-        throwBadField();
-    static_cast<T*>(samples)[index] = static_cast<T>(*text == '-' ? 0 - value : value);
-    return at;
-}
-
-template <class T>
-const char* parseFloat(const char* text, const char* end, void* samples, std::size_t index)
-{
-    double value = 0;
-    const char* const after = parseDouble(text, end, value);
-    if (after == text)
-        throwBadField();
-    static_cast<T*>(samples)[index] = static_cast<T>(value);
-    return after;
-}
-
-const char* skipField(const char* text, const char*, void*, std::size_t)
-{
-    while (*text != '\0' && !isSeparator(*text))
-        ++text;
-    return text;
+    return std::to_string(fields) + (fields == 1 ? " field" : " fields");
 }
 
 } // namespace
@@ -64,29 +25,17 @@ TXTPointIterator* TXTPointIterator::create()
     return new TXTPointIterator;
 }
 
-TXTPointIterator::Parser TXTPointIterator::parserOf(DataType type)
-{
-    Parser parser = nullptr;
-    const bool known = visitDataType(type, [&parser](auto sample) {
-        using T = decltype(sample);
-        if constexpr (std::is_floating_point_v<T>)
-            parser = parseFloat<T>;
-        else
-            parser = parseInteger<T>;
-    });
-    if (!known)
-        QM_THROW(40011);
-    return parser;
-}
-
-void TXTPointIterator::init(IO* io, const PointInfo& fileLayout, std::size_t skipLines, const Bounds& bounds,
+void TXTPointIterator::init(IO* io, const std::string& name, const TextOptions& options, const Bounds& bounds,
                             double fraction, const PointInfo& requested, ProgressDelegate* delegate)
 {
     PointIterator::init(bounds, fraction, requested, delegate);
-    bindFields(fileLayout, requested);
-    m_stream.init(io, true, streamBufferSize);
-    for (std::size_t i = 0; i < skipLines; ++i)
-        if (!m_stream.get_str(m_line.text, m_line.capacity))
+    m_name = name;
+    m_strict = options.strict;
+    m_layout = options.layout;
+    bindFields(m_layout, requested);
+    m_lines.init(io, name, delegate);
+    for (std::size_t i = 0; i < options.skipLines; ++i)
+        if (!m_lines.next())
             break;
 }
 
@@ -94,7 +43,13 @@ void TXTPointIterator::bindFields(const PointInfo& fileLayout, const PointInfo& 
 {
     if (requested.getNumChannels() > fileLayout.getNumChannels())
         QM_THROW(-1, "tring to extract more channels than fields");
-    m_fields.assign(fileLayout.getNumChannels(), Field{skipField, 0, nullptr});
+    const auto parserOf = [this](DataType type) {
+        const auto parser = m_strict ? FieldParse::getStrict(type) : FieldParse::getLenient(type);
+        if (!parser)
+            QM_THROW(40011);
+        return parser;
+    };
+    m_fields.assign(fileLayout.getNumChannels(), Field{FieldParse::skip, 0, nullptr});
     for (std::size_t i = 0; i < requested.getNumChannels(); ++i) {
         const ChannelInfo& channel = requested.getChannel(i);
         const int column = fileLayout.getChannelIndex(channel.getName());
@@ -104,7 +59,7 @@ void TXTPointIterator::bindFields(const PointInfo& fileLayout, const PointInfo& 
         if (channel.getDataType() != fileLayout.getChannel(index).getDataType())
             QM_THROW(40010);
         Field& field = m_fields[index];
-        if (field.parser != skipField)
+        if (field.parser != FieldParse::skip)
             m_copies.push_back({field.channel, i});
         else
             field = {parserOf(channel.getDataType()), i, nullptr};
@@ -114,24 +69,74 @@ void TXTPointIterator::bindFields(const PointInfo& fileLayout, const PointInfo& 
 void TXTPointIterator::bindSamples(PointData& buffer)
 {
     for (Field& field : m_fields)
-        if (field.parser != skipField)
+        if (field.parser != FieldParse::skip)
             field.samples = buffer.getChannel(field.channel).getData();
 }
 
-std::size_t TXTPointIterator::parseLine(std::size_t index) const
+bool TXTPointIterator::parseLine(std::size_t index) const
 {
-    const char* text = m_line.text;
-    const char* const end = text + std::strlen(text);
-    std::size_t numFields = 0;
+    const std::string_view line = m_lines.line();
+    const char* text = line.data();
+    const char* const end = text + (m_strict ? line.size() : std::strlen(text));
     for (const Field& field : m_fields) {
-        while (isSeparator(*text))
+        while (FieldParse::isSeparator(*text))
             ++text;
-        if (*text == '\0' || *text == '#')
-            break;
-        text = field.parser(text, end, field.samples, index);
-        ++numFields;
+        if (*text == '\0' || *text == '#') {
+            checkEnd(text);
+            const auto numFields = static_cast<std::size_t>(&field - m_fields.data());
+            if (numFields != 0)
+                throwWrongCount(numFields, text);
+            return false;
+        }
+        const char* const after = field.parser(text, end, field.samples, index);
+        if (!after)
+            throwBadField(static_cast<std::size_t>(&field - m_fields.data()), text);
+        text = after;
     }
-    return numFields;
+    if (m_strict && *text != '\0') {
+        while (FieldParse::isSeparator(*text))
+            ++text;
+        if (*text != '\0' && *text != '#')
+            throwWrongCount(m_fields.size(), text);
+    }
+    checkEnd(text);
+    return !m_fields.empty();
+}
+
+// A NUL ends a line for all that read text; strictly it must be the one after its last character.
+void TXTPointIterator::checkEnd(const char* text) const
+{
+    const std::string_view line = m_lines.line();
+    const auto at = static_cast<std::size_t>(text - line.data());
+    if (m_strict && *text == '\0' && at != line.size())
+        QM_THROW(40005, "%sline contains a NUL character", m_lines.location(at + 1).c_str());
+}
+
+void TXTPointIterator::throwBadField(std::size_t field, const char* text) const
+{
+    if (m_name.empty() && !m_strict)
+        QM_THROW(40005, "bad TXT file format");
+    const std::string_view line = m_lines.line();
+    const std::string location = m_lines.location(static_cast<std::size_t>(text - line.data()) + 1);
+    QM_THROW(40005, "%s%s", location.c_str(),
+             FieldParse::explain(text, line.data() + line.size(), m_layout.getChannel(field)).c_str());
+}
+
+void TXTPointIterator::throwWrongCount(std::size_t numFields, const char* text) const
+{
+    if (m_name.empty() && !m_strict)
+        QM_THROW(40005, "line %lu has %lu fields but was expecting at least %lu.",
+                 static_cast<unsigned long>(m_numLines), static_cast<unsigned long>(numFields),
+                 static_cast<unsigned long>(m_fields.size()));
+    const auto column = static_cast<std::size_t>(text - m_lines.line().data()) + 1;
+    while (*text != '\0' && *text != '#') {
+        ++numFields;
+        text = FieldParse::skip(text, nullptr, nullptr, 0);
+        while (FieldParse::isSeparator(*text))
+            ++text;
+    }
+    QM_THROW(40005, "%s%s, expected %zu", m_lines.location(column).c_str(), countOf(numFields).c_str(),
+             m_fields.size());
 }
 
 void TXTPointIterator::reportLines()
@@ -150,18 +155,11 @@ std::size_t TXTPointIterator::getNextPoints(PointData& buffer)
     const double* const z = buffer.getZ();
     const std::size_t capacity = buffer.getNumSamples();
     std::size_t count = 0;
-    while (count < capacity && m_stream.get_str(m_line.text, m_line.capacity)) {
-        const std::size_t numFields = parseLine(count);
+    while (count < capacity && m_lines.next()) {
         ++m_numLines;
-        if (numFields == m_fields.size()) {
-            // A point that is not kept is overwritten by the next line's.
-            if (getBounds().contains(x[count], y[count], z[count]) && sample())
-                ++count;
-        } else if (numFields != 0) {
-            QM_THROW(40005, "line %lu has %lu fields but was expecting at least %lu.",
-                     static_cast<unsigned long>(m_numLines), static_cast<unsigned long>(numFields),
-                     static_cast<unsigned long>(m_fields.size()));
-        }
+        // A point that is not kept is overwritten by the next line's.
+        if (parseLine(count) && isWanted(x[count], y[count], z[count]) && sample())
+            ++count;
         if (m_numLines % reportInterval == 0 && getDelegate()) {
             if (getDelegate()->getCancelled())
                 QM_THROW(40006, "operation cancelled.");

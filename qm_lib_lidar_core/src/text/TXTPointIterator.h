@@ -2,11 +2,13 @@
 #pragma once
 
 #include "framework/PointIterator.h"
-#include "model/PointInfo.h"
-#include "platform/Stream.h"
+#include "text/FieldParse.h"
+#include "text/LineReader.h"
+#include "text/TextOptions.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace Quillmoran {
@@ -16,29 +18,27 @@ class TXTPointIterator final : public PointIterator
 public:
     static TXTPointIterator* create();
 
-    // The channels of `requested` must be among those of `fileLayout`. One that is requested twice is
-    // delivered twice; where the file has a name twice the first column is taken.
-    void init(IO* io, const PointInfo& fileLayout, std::size_t skipLines, const Bounds& bounds,
+    // The channels of `requested` must be among those of the options' layout. One that is requested twice is
+    // delivered twice; where the file has a name twice the first column is taken. With the file's name,
+    // errors in its text begin with it, the line and the column; without one they have the fixed texts below.
+    void init(IO* io, const std::string& name, const TextOptions& options, const Bounds& bounds,
               double fraction, const PointInfo& requested, ProgressDelegate* delegate);
 
-    // The buffer must have the requested layout. 40005 for a line of too few fields (lines are counted from 1
-    // behind the skipped ones) or a field that is no number, 40006 "operation cancelled.". A line without
-    // fields is passed over, and so is the rest of a line behind the last field.
+    // The buffer must have the requested layout. 40005 "line %lu has %lu fields but was expecting at least
+    // %lu." (lines are counted from 1 after the skipped ones) and "bad TXT file format", 40006 "operation
+    // cancelled.". A line without fields is skipped; so is the rest of a line after the last field, unless
+    // the options are strict.
     std::size_t getNextPoints(PointData& buffer) override;
 
     // Lines read so far, the skipped ones apart.
     std::uint64_t getNumLines() const noexcept { return m_numLines; }
 
 private:
-    // Reads a field at `text`, which is neither white space nor the end, and returns its end. `end` is the
-    // NUL that ends the line.
-    using Parser = const char* (*)(const char* text, const char* end, void* samples, std::size_t index);
-
     struct Field
     {
-        Parser parser = nullptr;
+        FieldParse::Parser parser = nullptr;
         std::size_t channel = 0; // in the requested layout
-        void* samples = nullptr; // of the block being filled, null for a field that is read over
+        void* samples = nullptr; // of the block being filled, null for a field that is skipped
     };
 
     // A channel requested again takes the samples of the first one.
@@ -47,30 +47,23 @@ private:
         std::size_t from, to; // channels of the requested layout
     };
 
-    struct Line
-    {
-        Line() = default;
-        Line(const Line&) = delete;
-        Line& operator=(const Line&) = delete;
-        ~Line() { XDEALLOC(text); }
-
-        char* text = nullptr;
-        std::size_t capacity = 0;
-    };
-
     TXTPointIterator() = default;
 
-    static Parser parserOf(DataType type);
     void bindFields(const PointInfo& fileLayout, const PointInfo& requested);
     void bindSamples(PointData& buffer);
-    // The number of fields read. What is read is stored at `index`.
-    std::size_t parseLine(std::size_t index) const;
+    // Whether the line holds a point; it is stored at `index`.
+    bool parseLine(std::size_t index) const;
+    void checkEnd(const char* text) const;
+    [[noreturn]] void throwBadField(std::size_t field, const char* text) const;
+    [[noreturn]] void throwWrongCount(std::size_t numFields, const char* text) const;
     void reportLines();
 
+    std::string m_name; // of the file; empty for the fixed messages
+    PointInfo m_layout; // of the file
+    bool m_strict = false;
     std::vector<Field> m_fields; // one per column of the file
     std::vector<Copy> m_copies;  // for channels requested more than once
-    StreamReader m_stream;
-    Line m_line;
+    LineReader m_lines;
     std::uint64_t m_numLines = 0;
     std::uint64_t m_numReported = 0; // lines
 };

@@ -1,10 +1,12 @@
 #include "text/TXTPointReader.h"
 
+#include "framework/ProgressDelegate.h"
 #include "model/ChannelNames.h"
 #include "platform/Base.h"
 #include "platform/FileIO.h"
 #include "platform/Stream.h"
 #include "text/FieldFormat.h"
+#include "text/LineReader.h"
 #include "text/TXTPointIterator.h"
 
 #include <algorithm>
@@ -36,6 +38,19 @@ PointInfo withoutSkipped(const PointInfo& fileLayout)
     return layout;
 }
 
+// Passes on the wish to stop and no progress, as the pass for count and bounds is no part of a total.
+class Cancellation final : public ProgressDelegate
+{
+public:
+    explicit Cancellation(ProgressDelegate* delegate) : m_delegate(delegate) {}
+
+    void reportProgress(double, const char*) override {}
+    bool getCancelled() override { return m_delegate && m_delegate->getCancelled(); }
+
+private:
+    ProgressDelegate* m_delegate;
+};
+
 } // namespace
 
 TXTPointReader* TXTPointReader::create()
@@ -43,19 +58,36 @@ TXTPointReader* TXTPointReader::create()
     return new TXTPointReader;
 }
 
-void TXTPointReader::init(IO* io, const PointInfo& layout, std::size_t skipLines, bool scanNow)
+void TXTPointReader::init(IO* io, const std::string& name, const TextOptions& options)
 {
     if (!io)
         QM_THROW(40007, "io is NULL");
-    const Extent extent = scanNow ? scan(io, layout, skipLines) : estimate(io);
-    PointInfo fileLayout = layout;
-    setPointInfo(withoutSkipped(layout));
+    const Extent extent = options.scanNow ? scan(io, name, options) : estimate(io);
+    TextOptions kept = options;
+    std::string keptName = name;
+    setPointInfo(withoutSkipped(options.layout));
     setQuantization(nullptr, nullptr);
     setWKT(nullptr);
     m_io = Scoped<IO>::retained(io);
-    m_fileLayout = std::move(fileLayout);
-    m_skipLines = skipLines;
+    m_options = std::move(kept);
+    m_name = std::move(keptName);
     m_extent = extent;
+}
+
+void TXTPointReader::init(const char* path, const TextOptions& options)
+{
+    const Scoped<FileIO::Imp> io(FileIO::create());
+    io->init(path, "r");
+    init(io.get(), std::string(path), options);
+}
+
+void TXTPointReader::init(IO* io, const PointInfo& layout, std::size_t skipLines, bool scanNow)
+{
+    TextOptions options;
+    options.layout = layout;
+    options.skipLines = skipLines;
+    options.scanNow = scanNow;
+    init(io, std::string(), options);
 }
 
 void TXTPointReader::init(const char* path, const PointInfo& layout, std::size_t skipLines, bool scanNow)
@@ -75,6 +107,21 @@ void TXTPointReader::init(const char* path, const char* format, std::size_t skip
     init(path, parseGivenFormat(format), skipLines, scanNow);
 }
 
+std::optional<PointInfo> TXTPointReader::readHeader(const char* path, std::size_t skipLines)
+{
+    const Scoped<FileIO::Imp> io(FileIO::create());
+    io->init(path, "r");
+    LineReader lines;
+    lines.init(io.get(), path, nullptr);
+    for (std::size_t i = 0; i <= skipLines; ++i)
+        if (!lines.next())
+            return std::nullopt;
+    PointInfo layout;
+    if (!FieldFormat::parseHeader(lines.line(), layout))
+        return std::nullopt;
+    return layout;
+}
+
 void TXTPointReader::parseFormat(const char* format, PointInfo& out)
 {
     FieldFormat::parse(format, out);
@@ -90,18 +137,23 @@ void TXTPointReader::parseQuantization(const char* text, PointInfo& layout)
     FieldFormat::parseQuantization(text, layout);
 }
 
-TXTPointReader::Extent TXTPointReader::scan(IO* io, const PointInfo& fileLayout, std::size_t skipLines)
+TXTPointReader::Extent TXTPointReader::scan(IO* io, const std::string& name, const TextOptions& options)
 {
-    if (!fileLayout.hasValidXYZ())
+    if (!options.layout.hasValidXYZ())
         QM_THROW(40007, "must have x, y, and z channels");
     const char* const names[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
-    PointInfo coordinates;
-    coordinates.init(fileLayout, names, std::size(names));
+    // Strictly all columns are looked at, so that what a later query would refuse is refused now.
+    PointInfo wanted;
+    if (options.strict)
+        wanted = withoutSkipped(options.layout);
+    else
+        wanted.init(options.layout, names, std::size(names));
+    Cancellation cancellation(options.cancellation);
     const Scoped<TXTPointIterator> iterator(TXTPointIterator::create());
-    iterator->init(io, fileLayout, skipLines, Bounds::Huge(), 1.0, coordinates, nullptr);
+    iterator->init(io, name, options, Bounds::Huge(), 1.0, wanted, &cancellation);
 
     PointData block;
-    block.init(coordinates, scanBlockSize);
+    block.init(wanted, wanted.getBlockPoints(scanBlockSize));
     Extent extent{0, Bounds(), 0};
     while (const std::size_t count = iterator->getNextPoints(block)) {
         extent.numPoints += static_cast<std::int64_t>(count);
@@ -132,7 +184,7 @@ TXTPointReader::Extent TXTPointReader::estimate(IO* io)
 void TXTPointReader::initBoundsAndNumPoints() const
 {
     if (m_extent.numPoints == unknownNumPoints && m_io)
-        m_extent = scan(m_io.get(), m_fileLayout, m_skipLines);
+        m_extent = scan(m_io.get(), m_name, m_options);
 }
 
 const Bounds& TXTPointReader::getBounds() const
@@ -153,7 +205,7 @@ PointIterator* TXTPointReader::createIterator(const Bounds& bounds, double fract
                                               ProgressDelegate* delegate) const
 {
     Scoped<TXTPointIterator> iterator(TXTPointIterator::create());
-    iterator->init(m_io.get(), m_fileLayout, m_skipLines, bounds, fraction, layout, delegate);
+    iterator->init(m_io.get(), m_name, m_options, bounds, fraction, layout, delegate);
     return iterator.detach();
 }
 

@@ -5,9 +5,12 @@
 
 #include "framework/PointSource.h"
 #include "platform/IO.h"
+#include "text/TextOptions.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string>
 
 namespace Quillmoran {
 
@@ -25,6 +28,14 @@ public:
     void init(const char* path, const PointInfo& layout, std::size_t skipLines, bool scanNow);
     void init(IO* io, const char* format, std::size_t skipLines, bool scanNow);
     void init(const char* path, const char* format, std::size_t skipLines, bool scanNow);
+
+    // The same with all options. Errors in the text begin with the file's name, line and column:
+    // "points.txt:17:9: 70000 does not fit Intensity (0 to 65535)".
+    void init(const char* path, const TextOptions& options);
+
+    // The columns that the first line after the skipped ones names, as TXTPointWriter writes it (see
+    // FieldFormat::parseHeader); nothing for another line.
+    static std::optional<PointInfo> readHeader(const char* path, std::size_t skipLines);
 
     // See FieldFormat.h.
     static void parseFormat(const char* format, PointInfo& out);
@@ -57,12 +68,13 @@ private:
 
     TXTPointReader() = default;
 
-    static Extent scan(IO* io, const PointInfo& fileLayout, std::size_t skipLines);
+    void init(IO* io, const std::string& name, const TextOptions& options);
+    static Extent scan(IO* io, const std::string& name, const TextOptions& options);
     static Extent estimate(IO* io);
 
     Scoped<IO> m_io;
-    PointInfo m_fileLayout; // with the "@Skip" columns
-    std::size_t m_skipLines = 0;
+    std::string m_name; // of the file; empty for messages without a place
+    TextOptions m_options;
     mutable Extent m_extent; // of the points, once they were read
 };
 

@@ -4,6 +4,7 @@
 #include "platform/ByteOrder.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 namespace Quillmoran {
@@ -135,6 +136,14 @@ void check(const LASHeader& header, std::size_t bytesRead)
         throwBad("the point record length is too small for the point format");
     if (header.pointDataOffset < header.headerSize)
         throwBad("the points begin inside the header");
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        // A negative scale would turn the bounds over.
+        constexpr char names[] = "xyz";
+        if (!(header.scale[axis] > 0) || std::isinf(header.scale[axis]))
+            QM_THROW(40602, "bad LAS header: the %c scale is %g", names[axis], header.scale[axis]);
+        if (!std::isfinite(header.offset[axis]))
+            QM_THROW(40602, "bad LAS header: the %c offset is %g", names[axis], header.offset[axis]);
+    }
 }
 
 } // namespace

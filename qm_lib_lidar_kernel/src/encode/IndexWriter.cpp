@@ -23,6 +23,20 @@ bool fitsGrid(const Bounds& all)
     return true;
 }
 
+// Points that all have NaN for a coordinate leave the range empty, and no query of a box takes them. The tree
+// needs finite numbers: the lower end of the range of all points.
+Bounds onGrid(Bounds box, const Bounds& all)
+{
+    const auto settle = [](Bounds::Range& range, const Bounds::Range& whole) {
+        if (!(range.min <= range.max))
+            range = {whole.min, whole.min};
+    };
+    settle(box.x, all.x);
+    settle(box.y, all.y);
+    settle(box.z, all.z);
+    return box;
+}
+
 } // namespace
 
 void IndexWriter::add(const PointData& points, std::size_t count)
@@ -72,7 +86,7 @@ void IndexWriter::writeTree(StreamWriter& out, const Bounds& all) const
     const BoxGrid grid(all);
     const Scoped<MemoryRTree> tree(MemoryRTree::create());
     for (std::size_t i = 0; i < m_boxes.size(); ++i)
-        tree->insert(grid.widen(m_boxes[i]), static_cast<std::int64_t>(i));
+        tree->insert(grid.widen(onGrid(m_boxes[i], all)), static_cast<std::int64_t>(i));
     tree->save(out, grid.steps());
 }
 

@@ -3,6 +3,9 @@
 #include "framework/ProgressDelegate.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
+#include "support/TemporaryDirectory.h"
+#include "text/FieldFormat.h"
+#include "text/LineReader.h"
 
 #include <gtest/gtest.h>
 
@@ -10,6 +13,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -153,6 +157,86 @@ TEST(TXTPointReader, ReadsDecimalTextAsStrtodDoes)
     EXPECT_TRUE(std::isnan(read("0 0 0 -nan", "xyzt").at(0)[3]));
 }
 
+// Reads a file as the programs do.
+Rows readFile(const TextOptions& options, const std::string& text)
+{
+    const Testing::TemporaryDirectory directory;
+    const std::string path = directory.file("t.txt", text);
+    const Scoped<TXTPointReader> reader(TXTPointReader::create());
+    try {
+        reader->init(path.c_str(), options);
+        return read(*reader, reader->getPointInfo());
+    } catch (const Error& error) {
+        EXPECT_EQ(error.error(), 40005);
+        EXPECT_EQ(std::string(error.what()).substr(0, path.size() + 1), path + ':');
+        throw std::runtime_error(error.what() + path.size() + 1);
+    }
+}
+
+TEST(TXTPointReader, RefusesStrictlyWhatWouldChange)
+{
+    struct Case
+    {
+        const char* format;
+        std::string text;
+        const char* error; // null: the text fits
+    };
+    const std::string longest(LineReader::maxLength - 5, ' ');
+    const Case cases[] = {
+        {"xyzi", "1 2 3 70000", "2:7: 70000 does not fit Intensity (0 to 65535)"},
+        {"xyzi", "# 7\n\n1 2 3 -5", "4:7: -5 does not fit Intensity (0 to 65535)"},
+        {"xyzi", "1 2 3 12.5", "2:7: 12.5 is not an integer (Intensity)"},
+        {"xyzi", "1 2 3 nan", "2:7: nan is not an integer (Intensity)"},
+        {"xyzi", "1 2 3 +-3", "2:7: '+-3' is not a number (Intensity)"},
+        {"xyzi", "1 2 3 7x", "2:7: '7x' is not a number (Intensity)"},
+        {"xyzi", "1 2 3 -", "2:7: '-' is not a number (Intensity)"},
+        {"xyzi", "1 2 3 99999999999999999999",
+         "2:7: 99999999999999999999 does not fit Intensity (0 to 65535)"},
+        {"xyzc", "1 2 3 256", "2:7: 256 does not fit ClassId (0 to 255)"},
+        {"xyza", "1 2 3 -129", "2:7: -129 does not fit ScanAngle (-128 to 127)"},
+        {"xyzas", "1 2 3 -128 a", nullptr},
+        {"xyzca", "1 2 3 255 127", nullptr},
+        {"xyzi", "1 2 3 12.0", nullptr},
+        {"xyzi", "1 2 3 0065535", nullptr},
+        {"x,y,z,a:uint64", "1 2 3 18446744073709551615", nullptr},
+        {"x,y,z,a:uint64", "1 2 3 18446744073709551616",
+         "2:7: 18446744073709551616 does not fit a (0 to 18446744073709551615)"},
+        {"x,y,z,a:sint64", "1 2 3 -9223372036854775808", nullptr},
+        {"x,y,z,a:sint64", "1 2 3 9223372036854775808",
+         "2:7: 9223372036854775808 does not fit a (-9223372036854775808 to 9223372036854775807)"},
+        {"x,y,z,a:float32", "1 2 3 1e39", "2:7: 1e39 does not fit a (FLOAT32)"},
+        {"xyz", "1 2 1e400", "2:5: 1e400 does not fit Z (FLOAT64)"},
+        {"xyz", "1 2 -inf", nullptr},
+        {"xyz", "1 2 123456789012345678", "2:5: 123456789012345678 does not fit Z (FLOAT64)"},
+        {"xyz", "1 2 123456789012345680", nullptr},
+        {"xyz", "1 2 3x", "2:5: '3x' is not a number (Z)"},
+        {"xyz", "1 2 " + std::string(50, 'x'),
+         "2:5: 'xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx...' is not a number (Z)"},
+        {"xyz", "1,5 2,5 3,5", "2:7: 6 fields, expected 3"},
+        {"xyz", "1 2 3 # 4\n,1,2,3,\n 1 2 3#4\n", nullptr},
+        {"xyz", "1 2 3\n1", "3:2: 1 field, expected 3"},
+        {"xyz", std::string("1 2 3\0 4", 8), "2:6: line contains a NUL character"},
+        {"xyz", longest + "1 2 3", nullptr},
+        {"xyz", longest + "1 2 34", "2: line is longer than 1048576 bytes"},
+    };
+    for (const Case& test : cases) {
+        TextOptions options;
+        FieldFormat::parseColumns(test.format, options.layout);
+        options.skipLines = 1;
+        options.strict = true;
+        for (const bool scanNow : {false, true}) {
+            options.scanNow = scanNow; // finds what is wrong in any column
+            std::string error;
+            try {
+                EXPECT_FALSE(readFile(options, "skipped\n" + test.text + '\n').empty());
+            } catch (const std::runtime_error& what) {
+                error = what.what();
+            }
+            EXPECT_EQ(error, test.error ? test.error : "") << test.format << ' ' << test.text.substr(0, 50);
+        }
+    }
+}
+
 TEST(TXTPointReader, RefusesWhatIsNoNumber)
 {
     for (const char* text : {"X Y Z\n", "1 2 z", "1 2 .", "1 2 -", "1 2 +-3", "1 2 e5", "1 2 --1"})
@@ -234,7 +318,11 @@ TEST(TXTPointReader, ScansForCountAndBounds)
     const std::string text = "# x y z\n3 -1 5 8\n\n1 4 nan 8\n-2.5 7 6 8\n";
     const Bounds expected{{-2.5, 3}, {-1, 7}, {5, 6}};
     const auto scanned = readerOf(text, "xyzi", 0, true);
-    EXPECT_EQ(scanned->getNumPoints(), 2) << "a point without a place is in no box";
+    EXPECT_EQ(scanned->getNumPoints(), 3) << "a point without a place counts";
+    Query query;
+    EXPECT_EQ(read(*scanned, parsed("xyz"), query).size(), 3u);
+    query.bounds.z = {0, INFINITY};
+    EXPECT_EQ(read(*scanned, parsed("xyz"), query).size(), 2u) << "but is in no box";
     EXPECT_EQ(scanned->getBounds(), expected);
     EXPECT_EQ(scanned->getTotalWork(Bounds::Huge(), 1), 5);
     EXPECT_EQ(scanned->getScale(), nullptr);
@@ -243,7 +331,7 @@ TEST(TXTPointReader, ScansForCountAndBounds)
     EXPECT_EQ(lazy->getNumPoints(), PointSource::unknownNumPoints);
     EXPECT_EQ(lazy->getTotalWork(Bounds::Huge(), 1), 5);
     EXPECT_EQ(lazy->getBounds(), expected);
-    EXPECT_EQ(lazy->getNumPoints(), 2);
+    EXPECT_EQ(lazy->getNumPoints(), 3);
 }
 
 TEST(TXTPointReader, StaysAsItWasWhenInitFails)
@@ -295,9 +383,8 @@ TEST(TXTPointReader, ReportsEveryThousandLinesAndHearsOfCancelling)
     EXPECT_EQ(errorOf(40006, [&] { read(*reader, parsed("xyz"), query); }), "operation cancelled.");
 }
 
-TEST(FieldFormat, KnowsEveryLetter)
+std::string describe(const PointInfo& layout)
 {
-    const PointInfo layout = parsed("xyzirndeacputTRGBs");
     std::string described;
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const ChannelInfo& channel = layout.getChannel(i);
@@ -305,12 +392,68 @@ TEST(FieldFormat, KnowsEveryLetter)
                      " " + std::to_string(channel.getBits()) + "; ";
         EXPECT_EQ(channel.getQuantization(), 0);
     }
+    return described;
+}
+
+TEST(FieldFormat, KnowsEveryLetter)
+{
     EXPECT_EQ(
-        described,
+        describe(parsed("xyzirndeacputTRGBs")),
         "X FLOAT64 32; Y FLOAT64 32; Z FLOAT64 32; Intensity UINT16 16; ReturnNum UINT8 3; "
         "NumReturns UINT8 3; ScanDir UINT8 1; EdgeFlightLine UINT8 1; ScanAngle SINT8 8; "
         "ClassId UINT8 8; SourceId UINT16 16; UserData UINT8 8; GPSTime FLOAT64 64; "
         "GPSTime_Adjusted FLOAT64 64; Red UINT16 16; Green UINT16 16; Blue UINT16 16; @Skip INVALID 0; ");
+}
+
+TEST(FieldFormat, ReadsListsOfNames)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"x, Y,z,returnnum,ScanAngle",
+         "X FLOAT64 32; Y FLOAT64 32; Z FLOAT64 32; ReturnNum UINT8 3; ScanAngle SINT8 8; "},
+        {"ReturnNum,ScanAngle,ClassFlags", "ReturnNum UINT8 4; ScanAngle SINT16 16; ClassFlags UINT8 4; "},
+        {"a:b:float32,intensity:UINT8,@skip,s,t,NearInfrared,n,ScanAngle:SINT8",
+         "a:b FLOAT32 32; Intensity UINT8 8; @Skip INVALID 0; @Skip INVALID 0; GPSTime FLOAT64 64; "
+         "NearInfrared "
+         "UINT16 16; NumReturns UINT8 4; ScanAngle SINT8 8; "},
+    };
+    PointInfo layout;
+    for (const auto& [text, expected] : cases) {
+        FieldFormat::parseColumns(text, layout);
+        EXPECT_EQ(describe(layout), expected) << text;
+    }
+    const std::pair<const char*, const char*> errors[] = {
+        {"X,Amplitude", "'Amplitude' is not a standard channel; add its type, as in 'Amplitude:FLOAT64'"},
+        {"X,a:FLOAT", "'FLOAT' is not a data type"},
+        {"X,,Y", "a name is missing in 'X,,Y'"},
+        {"X,q", "'q' is not a supported format token"},
+        {"Intensity", "'I' is not a supported format token"},
+    };
+    for (const auto& [text, expected] : errors)
+        EXPECT_EQ(errorOf(40007, [&, text = text] { FieldFormat::parseColumns(text, layout); }), expected);
+
+    const PointInfo known = parsed("xyzi");
+    FieldFormat::parseColumns("intensity,X", layout, known);
+    EXPECT_EQ(describe(layout), "Intensity UINT16 16; X FLOAT64 32; ");
+    EXPECT_EQ(errorOf(40007, [&] { FieldFormat::parseColumns("X,Red", layout, known); }),
+              "'Red' is not in the input channel mapping");
+}
+
+TEST(FieldFormat, ReadsHeaderLines)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"# X Y Z ScanAngle Amplitude x X", "X FLOAT64 32; Y FLOAT64 32; Z FLOAT64 32; ScanAngle SINT8 8; "
+                                            "Amplitude FLOAT64 64; x FLOAT64 64; @Skip INVALID 0; "},
+        {"#ScannerChannel  X Y Z ScanAngle\r",
+         "ScannerChannel UINT8 2; X FLOAT64 32; Y FLOAT64 32; Z FLOAT64 32; ScanAngle SINT16 16; "},
+        {"", ""},
+        {"X Y Z", ""},
+        {"# points of X and Y", ""},
+    };
+    for (const auto& [line, expected] : cases) {
+        PointInfo layout;
+        EXPECT_EQ(FieldFormat::parseHeader(line, layout), *expected != '\0') << line;
+        EXPECT_EQ(describe(layout), expected) << line;
+    }
 }
 
 TEST(FieldFormat, TakesChannelsFromAKnownLayout)

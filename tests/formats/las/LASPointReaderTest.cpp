@@ -246,6 +246,12 @@ TEST_F(LASReading, RefusesAFileThatIsDamaged)
     EXPECT_EQ(with(104, {11}), "bad LAS header: unknown point format 11");
     EXPECT_EQ(with(105, {27, 0}),
               "bad LAS header: the point record length is too small for the point format");
+    const LASBytes nan = {0, 0, 0, 0, 0, 0, 0xF8, 0x7F}, infinity = {0, 0, 0, 0, 0, 0, 0xF0, 0x7F};
+    EXPECT_EQ(with(131, LASBytes(8)), "bad LAS header: the x scale is 0");
+    EXPECT_EQ(with(139, nan), "bad LAS header: the y scale is nan");
+    EXPECT_EQ(with(147, infinity), "bad LAS header: the z scale is inf");
+    EXPECT_EQ(with(147, {0, 0, 0, 0, 0, 0, 0xF0, 0xBF}), "bad LAS header: the z scale is -1");
+    EXPECT_EQ(with(155, nan), "bad LAS header: the x offset is nan");
     EXPECT_EQ(with(375 + 20, {0xFF, 0xFF}), "variable length record 1 of 2 is too long");
     EXPECT_EQ(with(235, huge), "the extended variable length records lie outside the file");
     EXPECT_EQ(with(243, huge4), "extended variable length record 2 of 4294967295 has no room");

@@ -172,6 +172,23 @@ TEST(VX7PointWriter, IndexesPointsAtTheEndsOfTheNumbers)
     }
 }
 
+TEST(VX7PointWriter, KeepsPointsThatAreNowhere)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    for (const double finite : {1.0, nan})
+        for (const std::uint8_t version : {std::uint8_t{1}, std::uint8_t{2}}) {
+            const auto source = MemoryPointSource::make(
+                Testing::layoutXYZ(), {{1, nan, nan}, {finite, finite, finite}, {nan, 2, nan}});
+            EncodeOptions options;
+            options.pointsPerEntry = 1; // boxes without a coordinate
+            options.versions.index = version;
+            const auto reader = openFile(packWith(*source, options));
+            EXPECT_TRUE(readAll(*reader) == readAll(*source));
+            EXPECT_EQ(readAll(*reader).count, 3u);
+            EXPECT_EQ(readAll(*reader, {{0, 9}, {0, 9}, {0, 9}}).count, 0u) << "they are in no box";
+        }
+}
+
 TEST(VX7PointWriter, GivesTheSameBytesOnAnyNumberOfThreads)
 {
     const auto source = makeSurvey(150000); // several blocks
