@@ -206,6 +206,18 @@ protected:
                 writeFile(directory / name, content);
     }
 
+    // A write that fails is reported with the system's reason and the name that the user knows.
+    void checkReason(const Outcome& outcome, const Fault& fault, const char* output) const
+    {
+        if (outcome.status == 0 || fault.call != Call::Write || fault.error <= 0)
+            return;
+        const std::string reason = std::strerror(fault.error) + std::string(" path = ");
+        const std::string temporary = reason + (directory / "tmp") + '\n';
+        EXPECT_TRUE(outcome.errors.find(reason + (directory / output) + '\n') != std::string::npos ||
+                    outcome.errors.find(temporary) != std::string::npos)
+            << outcome.errors;
+    }
+
     // Every file is as it was or as it is to become, and what succeeds is complete.
     void check(const Expected& expected, const Outcome& outcome) const
     {
@@ -306,6 +318,7 @@ TEST_F(Robustness, EveryCallThatFailsEndsInAnErrorOrIsMadeUpFor)
                 restore(expected.before);
                 const Outcome outcome = run(each.command, {fault.call, at, fault.error, fault.lasts});
                 check(expected, outcome);
+                checkReason(outcome, {fault.call, at, fault.error}, each.output);
                 EXPECT_TRUE(outcome.status == 0 || !fault.isMadeUpFor) << outcome.errors;
             }
         }
