@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <exception>
 #include <fcntl.h>
+#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,6 +35,19 @@ void endProgressLine()
     std::fflush(stdout);
 }
 
+// Also when there is no memory left to escape the text.
+void printError(const char* text)
+{
+    try {
+        std::fprintf(stderr, "Error: %s\n", printable(text).c_str());
+    } catch (const std::bad_alloc&) {
+        std::fputs("Error: ", stderr);
+        for (; *text != '\0'; ++text)
+            std::fputc(static_cast<unsigned char>(*text) < ' ' || *text == '\x7f' ? '?' : *text, stderr);
+        std::fputc('\n', stderr);
+    }
+}
+
 } // namespace
 
 int runProgram(const std::function<bool()>& run)
@@ -43,7 +57,7 @@ int runProgram(const std::function<bool()>& run)
         return run() ? 0 : 1;
     } catch (const std::exception& error) {
         endProgressLine();
-        std::fprintf(stderr, "Error: %s\n", printable(error.what()).c_str());
+        printError(error.what());
     } catch (...) {
         endProgressLine();
         std::fprintf(stderr, "unknown exception\n");
