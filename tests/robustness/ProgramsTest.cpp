@@ -10,10 +10,13 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace Quillmoran {
@@ -87,7 +90,8 @@ TEST_F(Processes, LeaveTheOldOutputOrACompleteOneWhenASignalComes)
         const std::string complete = make(command);
         const auto duration =
             std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
-        for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGKILL, SIGKILL, SIGKILL, SIGPIPE}) {
+        for (const int number :
+             {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGKILL, SIGKILL, SIGPIPE, SIGUSR1, SIGALRM, SIGXCPU}) {
             SCOPED_TRACE(command.arguments + " signal " + std::to_string(number));
             writeFile(directory / command.output, std::string("precious"));
             Program program = start(command);
@@ -131,6 +135,61 @@ TEST_F(Processes, NeverMixTheirOutputs)
         }
         std::filesystem::remove(directory / command.output);
     }
+}
+
+// The limit sends SIGXFSZ.
+TEST_F(Processes, ReportAFileThatBecomesTooLarge)
+{
+    for (const Command& command : commands) {
+        if (command.program == std::string(VXINDEX))
+            continue; // its output is too small
+        const Result result =
+            shell(std::string("ulimit -f 16; '") + command.program + "' " + command.arguments);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_NE(result.errors.find("File too large path = "), std::string::npos) << result.errors;
+        EXPECT_EQ(countOthers(""), 0) << command.arguments;
+    }
+}
+
+TEST_F(Processes, WriteTextToPipes)
+{
+    const std::string complete = make(commands.front());
+    const std::string line = std::string("'") + VXUNPACK + "' -i in.vxl -o ";
+    const std::string got = directory / "got";
+    for (const std::string& command : {line + "/dev/stdout | cat >got", line + "/dev/stdout >got",
+                                       line + "/proc/self/fd/1 2>stderr | cat >got",
+                                       "mkfifo pipe; cat pipe >got & " + line + "pipe >&2; wait $!"}) {
+        const Result result = shell(command);
+        EXPECT_TRUE(readFile(got) == complete) << command;
+        EXPECT_EQ(result.output, "");
+        EXPECT_NE(result.errors.find("\n40000 points written\n"), std::string::npos) << result.errors;
+    }
+    const std::string head = "(" + line + "/dev/stdout; echo $? >status) | head -n 1 >got";
+    EXPECT_NE(shell(head).errors.find("Error: Broken pipe path = /dev/stdout\n"), std::string::npos);
+    EXPECT_EQ(readFile(directory / "status"), "1\n");
+    EXPECT_EQ(shell(line + "pipe -of laz").errors,
+              "Error: Unable to create output pipe. LAS output needs a seekable file\n");
+}
+
+TEST_F(Processes, StopAtASignalWhereAPipeKeepsThemWaiting)
+{
+    const std::string pipe = directory / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::vector<std::string> arguments = {"-i", "in.vxl", "-o", "pipe"};
+    Result result{-SIGINT, "", ""};
+    for (int delay = 100; result.status == -SIGINT && delay < 10000; delay *= 2) { // until it handles signals
+        const Program waiting(VXUNPACK, directory, arguments);
+        std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+        waiting.signal(SIGINT);
+        result = waiting.wait();
+    }
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.errors.find("\nError: operation cancelled.\n"), std::string::npos) << result.errors;
+
+    const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK); // and reads nothing
+    Program(VXUNPACK, directory, arguments).interrupt("writing", SIGINT);
+    ::close(reader);
+    EXPECT_TRUE(std::filesystem::is_fifo(pipe));
 }
 
 // An output must not become what messages are printed to, nor end with the reader of the progress.

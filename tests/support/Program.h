@@ -64,7 +64,7 @@ public:
         return result;
     }
 
-    Result wait()
+    Result wait() const
     {
         int status = 0;
         waitpid(m_process, &status, 0);

@@ -68,7 +68,7 @@ void Packer::parse(int argc, const char* const* argv)
 
 void Packer::run()
 {
-    Utils::ignoreBrokenPipes();
+    Utils::ignoreWriteSignals();
     ThreadPool pool(m_cmdLine.isPresent("numThreads") ? m_cmdLine.getUint("numThreads") : 0);
     pool.execute([this] { pack(); });
 }

@@ -100,7 +100,7 @@ void TileIndexer::report() const
 
 void TileIndexer::build() const
 {
-    Utils::ignoreBrokenPipes();
+    Utils::ignoreWriteSignals();
     const char* index = m_cmdLine.getString("index");
     const Scoped<PersistentPointSourceWriter> writer(PersistentPointSourceWriter::create());
     if (m_cmdLine.getFlag("update"))

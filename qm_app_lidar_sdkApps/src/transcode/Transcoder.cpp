@@ -13,6 +13,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <strings.h>
 
@@ -64,7 +65,7 @@ void Transcoder::parse(int argc, const char* const* argv)
 
 void Transcoder::run()
 {
-    Utils::ignoreBrokenPipes();
+    Utils::ignoreWriteSignals();
     ThreadPool pool(m_cmdLine.isPresent("numThreads") ? m_cmdLine.getUint("numThreads") : 0);
     pool.execute([this] { transcode(); });
 }
@@ -77,13 +78,16 @@ void Transcoder::transcode()
         QM_THROW(-1, "unsupported input file format '%s'", input);
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     manager->addFile(input);
+    m_outputFile = m_cmdLine.getString("outputFile");
+    m_output = chooseOutput();
+    if (m_output != Output::Null)
+        separateOutputs();
     const Scoped<PointSource> source = Utils::openInputs(*manager, verbose);
 
     const Bounds cropBox = Utils::getCropBox(m_cmdLine);
     const double fraction = Utils::getFraction(m_cmdLine);
-    const Output output = chooseOutput();
-    if (output != Output::Null)
-        Utils::refuseSameFile(input, m_cmdLine.getString("outputFile"));
+    if (m_output != Output::Null)
+        Utils::refuseSameFile(input, m_outputFile.c_str());
     const PointInfo layout = chooseTime(Utils::getOutFields(m_cmdLine, *source));
     const Scoped<PointWriter> writer = createWriter(*source, layout);
     configure(*writer);
@@ -98,6 +102,26 @@ void Transcoder::transcode()
         Utils::warnOfEmptyOutput(m_cmdLine, *source);
     if (verbose)
         printOutputHeader();
+}
+
+// What is printed does not mix with the points when both go to standard output.
+void Transcoder::separateOutputs()
+{
+    if (m_outputFile.empty())
+        QM_THROW(-1, "the name of the output file is empty");
+    if (!Utils::isStandardOutput(m_outputFile.c_str()))
+        return;
+    if (m_output == Output::Text) {
+        m_standardOutput = Utils::divertStandardOutput(m_outputFile.c_str());
+        return;
+    }
+    // A file that is not written in order is replaced by name, which must not be that of standard error.
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::canonical(m_outputFile, error);
+    if (!error && std::filesystem::is_regular_file(path, error)) {
+        m_outputFile = path;
+        Utils::divertStandardOutput(m_outputFile.c_str());
+    }
 }
 
 Transcoder::Output Transcoder::chooseOutput() const
@@ -133,7 +157,7 @@ PointInfo Transcoder::chooseTime(const PointInfo& layout) const
 {
     if (!m_cmdLine.isPresent("gps"))
         return layout;
-    if (chooseOutput() != Output::LAS)
+    if (m_output != Output::LAS)
         QM_THROW(-1, "-gps is for LAS and LAZ output");
     const char* const choice = m_cmdLine.getString("gps");
     const bool week = equalsIgnoringCase(choice, "week");
@@ -160,10 +184,13 @@ bool Transcoder::prefersNonzeroTime() const
 
 Scoped<PointWriter> Transcoder::createWriter(PointSource& source, const PointInfo& layout) const
 {
-    switch (chooseOutput()) {
+    switch (m_output) {
     case Output::Text: {
         Scoped<TXTPointWriter> writer(TXTPointWriter::create());
-        writer->init(&source, m_cmdLine.getString("outputFile"), layout);
+        if (m_standardOutput)
+            writer->init(&source, m_standardOutput.get(), layout);
+        else
+            writer->init(&source, m_outputFile.c_str(), layout);
         return Scoped<PointWriter>(writer.detach());
     }
     case Output::Null: {
@@ -173,13 +200,13 @@ Scoped<PointWriter> Transcoder::createWriter(PointSource& source, const PointInf
     }
     case Output::LAS: {
         Scoped<LASPointWriter> writer(LASPointWriter::create());
-        writer->init(&source, m_cmdLine.getString("outputFile"), getLASVersion());
+        writer->init(&source, m_outputFile.c_str(), getLASVersion());
         writer->setWriteLAZ(writesLAZ());
         writer->setPrefersNonzeroTime(prefersNonzeroTime());
         return Scoped<PointWriter>(writer.detach());
     }
     case Output::BPF:
-        return Scoped<PointWriter>(createPDALPointWriter(&source, m_cmdLine.getString("outputFile")));
+        return Scoped<PointWriter>(createPDALPointWriter(&source, m_outputFile.c_str()));
     }
     QM_THROW(-1, "unknown output format");
 }

@@ -4,7 +4,10 @@
 
 #include "cli/QMCmdLine.h"
 #include "framework/PointWriter.h"
+#include "platform/IO.h"
 #include "utils/CreatePointSource.h"
+
+#include <string>
 
 namespace Quillmoran {
 
@@ -28,6 +31,7 @@ private:
     };
 
     void transcode();
+    void separateOutputs();
     Output chooseOutput() const;
     PointInfo chooseTime(const PointInfo& layout) const;
     bool prefersNonzeroTime() const;
@@ -38,6 +42,9 @@ private:
     void printOutputHeader() const;
 
     QMCmdLine m_cmdLine;
+    Output m_output = Output::Null;
+    std::string m_outputFile;
+    Scoped<IO> m_standardOutput; // when the output is text to it
 };
 
 } // namespace Quillmoran

@@ -1,6 +1,7 @@
 #include "utils/Program.h"
 
 #include "platform/Base.h"
+#include "platform/FileIO.h"
 #include "text/Printable.h"
 
 #include <cerrno>
@@ -8,6 +9,8 @@
 #include <cstdio>
 #include <exception>
 #include <fcntl.h>
+#include <new>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Quillmoran::Utils {
@@ -32,6 +35,19 @@ void endProgressLine()
     std::fflush(stdout);
 }
 
+// Also when there is no memory left to escape the text.
+void printError(const char* text)
+{
+    try {
+        std::fprintf(stderr, "Error: %s\n", printable(text).c_str());
+    } catch (const std::bad_alloc&) {
+        std::fputs("Error: ", stderr);
+        for (; *text != '\0'; ++text)
+            std::fputc(static_cast<unsigned char>(*text) < ' ' || *text == '\x7f' ? '?' : *text, stderr);
+        std::fputc('\n', stderr);
+    }
+}
+
 } // namespace
 
 int runProgram(const std::function<bool()>& run)
@@ -41,7 +57,7 @@ int runProgram(const std::function<bool()>& run)
         return run() ? 0 : 1;
     } catch (const std::exception& error) {
         endProgressLine();
-        std::fprintf(stderr, "Error: %s\n", printable(error.what()).c_str());
+        printError(error.what());
     } catch (...) {
         endProgressLine();
         std::fprintf(stderr, "unknown exception\n");
@@ -55,9 +71,32 @@ void warn(const std::string& text)
     std::fprintf(stderr, "Warning: %s\n", printable(text).c_str());
 }
 
-void ignoreBrokenPipes()
+void ignoreWriteSignals()
 {
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
+bool isStandardOutput(const char* path)
+{
+    struct stat64 file, output;
+    const int flags = ::fcntl(STDOUT_FILENO, F_GETFL);
+    return flags >= 0 && (flags & O_ACCMODE) != O_RDONLY && stat64(path, &file) == 0 &&
+           fstat64(STDOUT_FILENO, &output) == 0 && file.st_dev == output.st_dev &&
+           file.st_ino == output.st_ino;
+}
+
+Scoped<IO> divertStandardOutput(const char* name)
+{
+    std::fflush(stdout);
+    Scoped<FileIO::Imp> io(FileIO::create());
+    const int descriptor = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (descriptor < 0)
+        QM_THROW_OS(name);
+    io->adopt(descriptor, name, FileIO::Imp::SEQUENTIAL);
+    if (::dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
+        QM_THROW_OS(name);
+    return Scoped<IO>(io.detach());
 }
 
 void finishReport()

@@ -125,7 +125,13 @@ bool PartialFile::createTemporary(const struct stat64* replaced)
             return false;
         if (replaced)
             resemble(descriptor, *replaced);
-        m_io->adopt(descriptor, m_given.c_str(), FileIO::Imp::POSITIONAL);
+        try {
+            m_io->adopt(descriptor, m_given.c_str(), FileIO::Imp::POSITIONAL);
+        } catch (...) { // out of memory; without an object nothing else would remove the file
+            ::close(descriptor);
+            ::unlink(m_path.c_str());
+            throw;
+        }
         return true;
     }
 }

@@ -1,36 +1,67 @@
 #include "framework/PercentProgressDelegate.h"
 
+#include "platform/Interrupt.h"
+
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <mutex>
 #include <unistd.h>
+#include <utility>
 
 namespace Quillmoran {
 
 namespace {
 
-constexpr int handledSignals[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT};
-
-std::atomic<int> cancelRequested{0};
-static_assert(std::atomic<int>::is_always_lock_free, "stored from a signal handler");
+// These are always handled.
+constexpr int requests[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT};
+// So are these where they would end the process, and the real-time signals.
+constexpr int otherEnds[] = {SIGUSR1, SIGUSR2,   SIGALRM, SIGVTALRM, SIGPROF,
+                             SIGXCPU, SIGSTKFLT, SIGIO,   SIGPWR};
 
 std::mutex instanceMutex;
 int instanceCount = 0;
-struct sigaction previousActions[std::size(handledSignals)];
+struct sigaction previousActions[NSIG]; // by signal
+bool isReplaced[NSIG] = {};
+
+bool isOneOf(int number, const int* begin, const int* end)
+{
+    return std::find(begin, end, number) != end;
+}
+
+bool isHandled(int number)
+{
+    return isOneOf(number, std::begin(requests), std::end(requests)) ||
+           isOneOf(number, std::begin(otherEnds), std::end(otherEnds)) ||
+           (number >= SIGRTMIN && number <= SIGRTMAX);
+}
 
 extern "C" void handleSignal(int number, siginfo_t*, void*)
 {
-    if (std::find(std::begin(handledSignals), std::end(handledSignals), number) == std::end(handledSignals))
+    if (!isHandled(number))
         return;
     static constexpr char notice[] = "\nInterrupt detected.  Shutting down application...\n";
     const int interruptedErrno = errno; // the code that was interrupted may be about to look at it
-    cancelRequested = 1;
+    setInterrupted();
     [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, notice, sizeof notice - 1);
     errno = interruptedErrno;
+}
+
+void handle(int number, bool always)
+{
+    struct sigaction action = {}, previous = {};
+    action.sa_sigaction = handleSignal;
+    action.sa_flags = SA_SIGINFO;
+    sigemptyset(&action.sa_mask);
+    if (sigaction(number, nullptr, &previous) != 0)
+        return;
+    const bool ends = (previous.sa_flags & SA_SIGINFO) == 0 && previous.sa_handler == SIG_DFL;
+    if (!always && !ends)
+        return;
+    previousActions[number] = previous;
+    isReplaced[number] = sigaction(number, &action, nullptr) == 0;
 }
 
 // A finished operation without work reports 0 / 0; an integer conversion must not meet that, nor an infinity.
@@ -48,12 +79,12 @@ PercentProgressDelegate::PercentProgressDelegate()
     const std::lock_guard<std::mutex> lock(instanceMutex);
     if (instanceCount++ != 0)
         return;
-    struct sigaction action = {};
-    action.sa_sigaction = handleSignal;
-    action.sa_flags = SA_SIGINFO;
-    sigemptyset(&action.sa_mask);
-    for (std::size_t i = 0; i < std::size(handledSignals); ++i)
-        sigaction(handledSignals[i], &action, &previousActions[i]);
+    for (const int number : requests)
+        handle(number, true);
+    for (const int number : otherEnds)
+        handle(number, false);
+    for (int number = SIGRTMIN; number <= SIGRTMAX; ++number)
+        handle(number, false);
 }
 
 PercentProgressDelegate::~PercentProgressDelegate()
@@ -61,8 +92,9 @@ PercentProgressDelegate::~PercentProgressDelegate()
     const std::lock_guard<std::mutex> lock(instanceMutex);
     if (--instanceCount != 0)
         return;
-    for (std::size_t i = 0; i < std::size(handledSignals); ++i)
-        sigaction(handledSignals[i], &previousActions[i], nullptr);
+    for (int number = 1; number < NSIG; ++number)
+        if (std::exchange(isReplaced[number], false))
+            sigaction(number, &previousActions[number], nullptr);
 }
 
 void PercentProgressDelegate::reportProgress(double fraction, const char* message)
@@ -78,7 +110,7 @@ void PercentProgressDelegate::reportProgress(double fraction, const char* messag
 
 bool PercentProgressDelegate::getCancelled()
 {
-    return m_cancelled || cancelRequested != 0;
+    return m_cancelled || isInterrupted();
 }
 
 void PercentProgressDelegate::displayWarning(const char* text)

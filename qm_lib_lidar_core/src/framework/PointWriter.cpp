@@ -3,8 +3,10 @@
 #include "framework/ProgressDelegate.h"
 #include "model/ChannelNames.h"
 #include "model/NameIndex.h"
+#include "platform/Base.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace Quillmoran {
 
@@ -90,7 +92,20 @@ void SimplePointWriter::setQuantization(const double* scale, const double* offse
         const double step =
             channel && channel->getQuantization() != 0 ? channel->getQuantization() : defaultScale;
         m_scale[axis] = scale ? scale[axis] : step;
-        m_offset[axis] = offset ? offset[axis] : corner[axis];
+        m_offset[axis] = offset ? offset[axis] : std::isfinite(corner[axis]) ? corner[axis] : 0;
+        m_offset[axis] += 0.0; // no -0
+    }
+}
+
+void SimplePointWriter::checkQuantization() const
+{
+    constexpr double largestStep = 2147483648.0;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        const char name = "XYZ"[axis];
+        if (!std::isnormal(m_scale[axis]) || m_scale[axis] < 0 || !std::isfinite(m_scale[axis] * largestStep))
+            QM_THROW(40007, "the scale %g of %c cannot be used", m_scale[axis], name);
+        if (!std::isfinite(m_offset[axis]))
+            QM_THROW(40007, "the offset %g of %c cannot be used", m_offset[axis], name);
     }
 }
 

@@ -55,8 +55,8 @@ private:
 class QM_API SimplePointWriter : public PointWriter
 {
 public:
-    // Without a scale: the source's steps where it has them, else 0.001. Without an offset: the lower corner
-    // of the source's bounds.
+    // Without a scale: the source's quantization where it has one, else 0.001. Without an offset: the lower
+    // corner of the source's bounds, 0 where they are infinite.
     void setQuantization(const double* scale, const double* offset) override;
     const double* getScale() const override { return m_scale; }
     const double* getOffset() const override { return m_offset; }
@@ -65,6 +65,10 @@ public:
 
 protected:
     SimplePointWriter() = default;
+
+    // For formats that store integers: 40007 when a scale is not a finite number above 0, or so large or
+    // small that its multiples are not numbers, or an offset is not finite.
+    void checkQuantization() const;
 
     virtual void writeBegin(const PointInfo& layout) = 0;
     virtual void writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate) = 0;

@@ -124,6 +124,18 @@ void unpackBits(std::uint8_t* __restrict samples, const unsigned char* __restric
         samples[i] = static_cast<std::uint8_t>(*at >> shift & mask);
 }
 
+// Rounded half a step away from the offset by truncation.
+double toSteps(double value, double scale, double offset) noexcept
+{
+    return (value - offset) / scale + (value >= offset ? 0.5 : -0.5);
+}
+
+// The comparisons are false for NaN.
+bool isStep(double steps) noexcept
+{
+    return steps > -2147483649.0 && steps < 2147483648.0;
+}
+
 } // namespace
 
 bool isKnown(const char* channel) noexcept
@@ -182,6 +194,11 @@ void pack(unsigned char* records, std::size_t stride, const LASField& field, con
     });
 }
 
+bool fits(double value, const Axis& axis) noexcept
+{
+    return isStep(toSteps(value, axis.scale, axis.offset));
+}
+
 bool packCoordinate(unsigned char* records, std::size_t stride, const LASField& field, const Axis& axis,
                     const double* samples, std::size_t count, Extent& extent)
 {
@@ -192,10 +209,8 @@ bool packCoordinate(unsigned char* records, std::size_t stride, const LASField& 
     bool fits = true;
     unsigned char* at = records + field.offset;
     for (std::size_t i = 0; i < count; ++i, at += stride) {
-        const double value = samples[i];
-        const double steps = (value - offset) / scale + (value >= offset ? 0.5 : -0.5);
-        // The comparisons are false for NaN.
-        fits &= steps > -2147483649.0 && steps < 2147483648.0;
+        const double steps = toSteps(samples[i], scale, offset);
+        fits &= isStep(steps);
         const auto step = SampleConversion::truncate<std::int32_t>(steps);
         min = step < min ? step : min;
         max = step > max ? step : max;

@@ -64,6 +64,8 @@ struct Extent
 // lose their fraction. An unknown type gives zeros.
 void pack(unsigned char* records, std::size_t stride, const LASField& field, const void* samples,
           DataType type, std::size_t count);
+// Whether the value's step has 32 bits; NaN has none.
+bool fits(double value, const Axis& axis) noexcept;
 // Rounds half a step away from the offset. `extent` grows by the steps. False when some value was not within
 // the range of 32-bit steps; such a value stands as the smallest one.
 bool packCoordinate(unsigned char* records, std::size_t stride, const LASField& field, const Axis& axis,

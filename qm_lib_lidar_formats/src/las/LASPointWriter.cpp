@@ -6,6 +6,7 @@
 #include "platform/ByteOrder.h"
 
 #include <algorithm>
+#include <cmath>
 #include <string_view>
 
 namespace Quillmoran {
@@ -65,6 +66,7 @@ bool LASPointWriter::lasSupportedChannels(const PointInfo& wanted, PointInfo& su
 
 void LASPointWriter::writeBegin(const PointInfo& layout)
 {
+    checkQuantization();
     LASFileHead::Request request;
     request.version = m_version;
     request.compressed = m_writeLAZ;
@@ -76,7 +78,6 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
     m_header = head.header;
     m_summary = {};
     m_total = 0;
-    m_warned = false;
     chooseColumns(layout);
 
     openOutput(head.records);
@@ -113,14 +114,15 @@ void LASPointWriter::openOutput(const std::vector<unsigned char>& records)
 {
     try {
         m_partial.emplace(m_path.c_str());
-        const Scoped<FileIO::Imp> output(FileIO::create());
-        output->init(m_partial->path().c_str(), "w");
-        output->open();
-        m_output = output;
+        m_partial->requireSeekable("LAS");
+        m_partial->io()->open();
+        m_output = Scoped<FileIO::Imp>::retained(m_partial->io());
         writeBytes(0, m_header.write());
         writeBytes(m_header.headerSize, records);
-    } catch (const Error&) {
-        QM_THROW(40610, "Unable to create output %s.", m_path.c_str());
+    } catch (const Error& error) {
+        if (error.error() == 40610)
+            throw;
+        QM_THROW(40610, "Unable to create output %s. %s", m_path.c_str(), error.what());
     }
 }
 
@@ -142,15 +144,38 @@ void LASPointWriter::writePoints(const PointData& block, std::size_t count, Prog
             countReturns(slice);
             m_queue->put(std::move(slice));
         }
-    } catch (const Error&) {
-        QM_THROW(40601, "Unable to write point");
+    } catch (const Error& error) {
+        QM_THROW(40601, "Unable to write point: %s", error.what());
     }
-    if (delegate && !fits && !m_warned) {
-        m_warned = true;
-        delegate->warning("some coordinates are too far from the offset to be stored with this scale");
-    }
+    if (!fits)
+        throwOutOfRange(block, count);
     if (delegate)
         delegate->updateCompleted(static_cast<double>(count), activity);
+}
+
+void LASPointWriter::throwOutOfRange(const PointData& block, std::size_t count) const
+{
+    for (const Column& column : m_columns) {
+        if (!column.field.isCoordinate())
+            continue;
+        const std::size_t axis = column.field.axis();
+        const LASFields::Axis grid{m_header.scale[axis], m_header.offset[axis]};
+        const auto* const samples = static_cast<const double*>(block.getChannel(column.channel).getData());
+        const double* const end = samples + count;
+        const double* const found =
+            std::find_if_not(samples, end, [&](double value) { return LASFields::fits(value, grid); });
+        if (found == end)
+            continue;
+        if (!std::isfinite(*found))
+            QM_THROW(40607, "%s: LAS cannot hold the %s coordinate %g", m_path.c_str(), column.field.channel,
+                     *found);
+        QM_THROW(
+            40607,
+            "%s: the %s coordinate %.15g does not fit into 32 bits with the scale %g and the offset %.15g; "
+            "use a coarser scale (-sc) or a nearer offset (-ofs)",
+            m_path.c_str(), column.field.channel, *found, grid.scale, grid.offset);
+    }
+    QM_THROW(40607, "%s: a coordinate does not fit into 32 bits", m_path.c_str());
 }
 
 void LASPointWriter::throwIfTooMany() const
@@ -228,8 +253,8 @@ void LASPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
     try {
         m_queue->finish();
         m_writer->finish();
-    } catch (const Error&) {
-        QM_THROW(40601, "Unable to write point");
+    } catch (const Error& error) {
+        QM_THROW(40601, "Unable to write point: %s", error.what());
     }
     m_queue.reset();
     m_writer.reset();
@@ -238,8 +263,8 @@ void LASPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
         writeBytes(0, m_header.write());
         m_output->close();
         m_partial->finish();
-    } catch (const Error&) {
-        QM_THROW(40601, "Unable to update header");
+    } catch (const Error& error) {
+        QM_THROW(40601, "Unable to update header: %s", error.what());
     }
     m_output.reset();
     m_partial.reset();

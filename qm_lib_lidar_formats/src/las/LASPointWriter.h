@@ -60,11 +60,12 @@ public:
     const std::optional<TimeConflict>& getTimeConflict() const noexcept { return m_timeConflict; }
 
 protected:
-    // A channel without a place in LAS is 40607 "invalid LAS field: %s", a file that cannot be made 40610
-    // "Unable to create output %s.".
+    // A channel without a place in LAS is 40607 "invalid LAS field: %s", a file that cannot be created or
+    // cannot seek 40610 "Unable to create output %s. " with the reason, an unusable scale or offset 40007.
     void writeBegin(const PointInfo& layout) override;
     // Asks the delegate once per block: 40006 "LAS Write operation cancelled.". More points than the version
-    // can count is 40607, a record that cannot be written 40601 "Unable to write point".
+    // can count is 40607, and so is a coordinate that does not fit into 32 bits; a record that cannot be
+    // written is 40601 "Unable to write point: " with the reason.
     void writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate) override;
     // Completes the header, or leaves no file when there are no points and the bounds are unbounded.
     void writeEnd(std::int64_t count, const Bounds& bounds) override;
@@ -98,6 +99,8 @@ private:
     void settleTimes(Slice& slice, const PointData& block, std::size_t first);
     void countReturns(const Slice& slice);
     void throwIfTooMany() const;
+    // For a block with a coordinate that does not fit: names the first one.
+    [[noreturn]] void throwOutOfRange(const PointData& block, std::size_t count) const;
     void completeHeader();
     void writeBytes(std::int64_t position, const std::vector<unsigned char>& bytes) const;
 
@@ -112,7 +115,6 @@ private:
     std::vector<Column> m_columns;
     Summary m_summary;
     std::uint64_t m_total = 0;              // points
-    bool m_warned = false;                  // that a coordinate does not fit
     std::optional<std::size_t> m_otherTime; // in the layout: the time that m_columns leaves out
     std::optional<TimeConflict> m_timeConflict;
     std::vector<unsigned char> m_otherTimes; // of a slice

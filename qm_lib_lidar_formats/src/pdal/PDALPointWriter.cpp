@@ -55,6 +55,7 @@ bool PDALPointWriter::supportedChannels(const PointInfo& wanted, PointInfo& supp
 
 void PDALPointWriter::writeBegin(const PointInfo& layout)
 {
+    checkQuantization();
     m_total = 0;
     m_warned = false;
     chooseColumns(layout);
@@ -82,20 +83,23 @@ void PDALPointWriter::chooseColumns(const PointInfo& layout)
 
 void PDALPointWriter::openOutput()
 {
-    const Scoped<FileIO::Imp> file(FileIO::create());
     try {
-        m_partial.emplace(m_path.c_str());
-        file->init(m_partial->path().c_str(), "+w");
-        file->open();
-    } catch (const Error&) {
-        QM_THROW(40610, "Unable to create output %s.", m_path.c_str());
+        m_partial.emplace(m_path.c_str(), "+w");
+        m_partial->requireSeekable("BPF");
+        m_partial->io()->open();
+    } catch (const Error& error) {
+        if (error.error() == 40610)
+            throw;
+        QM_THROW(40610, "Unable to create output %s. %s", m_path.c_str(), error.what());
     }
-    // The header is written last; a pipe or a device cannot go back to it, and is not ours to remove. A link
-    // can lead to where PDAL does not read the name as it is.
-    const std::string path = m_partial->path().c_str();
-    if (!std::filesystem::is_regular_file(path) || path.find('#') != std::string::npos)
-        QM_THROW(40610, "Unable to create output %s.", m_path.c_str());
-    m_file = file;
+    m_file = Scoped<FileIO::Imp>::retained(m_partial->io());
+    // PDAL opens files by name. This name is that of the open file itself, whatever its own name leads to by
+    // now.
+    const std::string path = "/proc/self/fd/" + std::to_string(m_file->descriptor());
+    // The header is written last; a device cannot go back to it, and is not ours to remove.
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error))
+        QM_THROW(40610, "Unable to create output %s. BPF output needs a regular file", m_path.c_str());
     std::vector<std::string> dimensions;
     for (const Column& column : m_columns)
         dimensions.push_back(column.dimension);
@@ -177,17 +181,31 @@ void PDALPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
     m_partial.reset();
 }
 
+// PDAL does not report why a write failed; another one fails for the same reason.
+void PDALPointWriter::throwIncomplete() const
+{
+    const std::vector<char> bytes(1 << 20);
+    try {
+        writeFully(*m_file, m_file->size(), bytes.data(), bytes.size());
+    } catch (const Error& error) {
+        QM_THROW(40601, "Unable to write point: %s", error.what());
+    }
+    QM_THROW(40601, "Unable to write point: PDAL failed path = %s", m_path.c_str());
+}
+
 void PDALPointWriter::completeFile()
 {
     // PDAL does not notice a full disk; its header then promises more than there is.
     BPFHeader header;
+    bool isComplete = false;
     try {
         header.read(*m_file);
+        isComplete = header.numPoints == m_total;
     } catch (const Error&) {
-        QM_THROW(40601, "Unable to write point");
+        isComplete = false;
     }
-    if (header.numPoints != m_total)
-        QM_THROW(40601, "Unable to write point");
+    if (!isComplete)
+        throwIncomplete();
     std::vector<BPFHeader::Origin> origins;
     for (const Column& column : m_columns)
         origins.push_back({column.dimension, column.origin, column.scale});

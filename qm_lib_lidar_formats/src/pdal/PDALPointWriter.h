@@ -30,7 +30,8 @@ public:
     bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override;
 
 protected:
-    // A file that cannot be made, or is no regular one, is 40610 "Unable to create output %s.".
+    // A file that cannot be created, or is not a regular one, is 40610 "Unable to create output %s. " with
+    // the reason, an unusable scale or offset 40007.
     void writeBegin(const PointInfo& layout) override;
     // Asks the delegate once per block: 40006 "BPF Write operation cancelled.". 2^31 or more points are
     // 40607.
@@ -57,6 +58,7 @@ private:
     void fillColumn(const Column& column, const PointData& block, std::size_t first, std::size_t count,
                     std::vector<double>& values) const;
     void completeFile();
+    [[noreturn]] void throwIncomplete() const;
 
     std::string m_path;
 

@@ -72,6 +72,26 @@ TEST(PercentProgressDelegateDeathTest, EverySignalCancelsAllDelegatesFromThenOnW
             "^" NOTICE "$");
 }
 
+// Those that would end the process; a signal that is ignored or handled stays so.
+TEST(PercentProgressDelegateDeathTest, OtherSignalsThatEndAProcessCancel)
+{
+    for (const int number : {SIGUSR1, SIGUSR2, SIGALRM, SIGVTALRM, SIGPROF, SIGXCPU, SIGIO, SIGPWR, SIGSTKFLT,
+                             SIGRTMIN, SIGRTMAX}) {
+        const auto cancels = [number] {
+            PercentProgressDelegate delegate;
+            raise(number);
+            return delegate.getCancelled();
+        };
+        expectInChild(cancels, "^" NOTICE "$");
+        expectInChild(
+            [&] {
+                std::signal(number, SIG_IGN);
+                return !cancels();
+            },
+            "^$");
+    }
+}
+
 TEST(PercentProgressDelegateDeathTest, GivesTheSignalsBackWithTheLastDelegate)
 {
     const auto ignoresAll = [] {

@@ -11,6 +11,7 @@
 #include <cmath>
 #include <ctime>
 #include <gtest/gtest.h>
+#include <limits>
 #include <optional>
 
 namespace Quillmoran {
@@ -191,7 +192,7 @@ TEST_F(LASWriting, RoundsCoordinatesAwayFromTheOffset)
     EXPECT_EQ(file.max[0], 10.5);
 }
 
-TEST_F(LASWriting, WarnsOfWhatDoesNotFit)
+TEST_F(LASWriting, WarnsOfChannelsThatItDrops)
 {
     struct Warnings : ProgressDelegate
     {
@@ -201,12 +202,45 @@ TEST_F(LASWriting, WarnsOfWhatDoesNotFit)
         std::string all;
     } warnings;
     const auto source = MemoryPointSource::make(layoutXYZ({channel("Temperature", FLOAT32)}),
-                                                {{0, 3e6, 1}, {0, 1, 1}, {0, 1, 1}, {1, 2, 3}});
-    const auto writer = makeWriter(*source);
-    writer->setChunckSize(1);
-    EXPECT_EQ(writer->write(Bounds::Huge(), 1, source->getPointInfo(), &warnings), 3);
-    EXPECT_EQ(warnings.all, "the output format does not support channel 'Temperature'\n"
-                            "some coordinates are too far from the offset to be stored with this scale\n");
+                                                {{0, 3, 1}, {0, 1, 1}, {0, 1, 1}, {1, 2, 3}});
+    EXPECT_EQ(makeWriter(*source)->write(Bounds::Huge(), 1, source->getPointInfo(), &warnings), 3);
+    EXPECT_EQ(warnings.all, "the output format does not support channel 'Temperature'\n");
+}
+
+TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
+{
+    const double inf = std::numeric_limits<double>::infinity(), nan = std::nan("");
+    const struct
+    {
+        double y, scale, offset;
+        std::string error;
+    } cases[] = {
+        {3e6, 0.001, 0,
+         "40607 " + path +
+             ": the Y coordinate 3000000 does not fit into 32 bits with the scale 0.001 and the offset 0; "
+             "use a "
+             "coarser scale (-sc) or a nearer offset (-ofs)"},
+        {3e6, 0.001, 2e6, "no error"},
+        {-inf, 0.001, 0, "40607 " + path + ": LAS cannot hold the Y coordinate -inf"},
+        {1, 0, 0, "40007 the scale 0 of Y cannot be used"},
+        {1, -1, 0, "40007 the scale -1 of Y cannot be used"},
+        {1, nan, 0, "40007 the scale nan of Y cannot be used"},
+        {1, inf, 0, "40007 the scale inf of Y cannot be used"},
+        {1, 1e300, 0, "40007 the scale 1e+300 of Y cannot be used"},
+        {1, 1e-310, 0, "40007 the scale 1e-310 of Y cannot be used"},
+        {1, 1, inf, "40007 the offset inf of Y cannot be used"},
+    };
+    for (const auto& each : cases) {
+        const auto source = MemoryPointSource::make(layoutXYZ(), {{0, 1}, {2e6, each.y}, {0, 1}});
+        const auto writer = makeWriter(*source);
+        const double scale[] = {1, each.scale, 1}, offset[] = {0, each.offset, 0};
+        writer->setQuantization(scale, offset);
+        EXPECT_EQ(
+            Testing::failureOf([&] { writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
+            each.error);
+        EXPECT_EQ(std::filesystem::remove(path), each.error == "no error") << each.error;
+        EXPECT_TRUE(directory.isEmpty()) << each.error;
+    }
 }
 
 TEST_F(LASWriting, CountsPointsByReturn)
@@ -388,7 +422,8 @@ TEST_F(LASWriting, LeavesNothingBehindWhenItFails)
     const std::string unreachable = directory / "none/out.las";
     nowhere->init(source.get(), unreachable.c_str(), -1);
     EXPECT_EQ(Testing::failureOf([&] { nowhere->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
-              "40610 Unable to create output " + unreachable + ".");
+              "40610 Unable to create output " + unreachable +
+                  ". No such file or directory path = " + unreachable);
 
     struct Cancelling : ProgressDelegate
     {
@@ -413,7 +448,7 @@ TEST_F(LASWriting, LeavesNothingBehindWhenItFails)
         full->setWriteLAZ(laz);
         EXPECT_EQ(
             Testing::failureOf([&] { full->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
-            "40610 Unable to create output /dev/full.");
+            "40610 Unable to create output /dev/full. No space left on device path = /dev/full");
     }
 
     source->failAt(1);

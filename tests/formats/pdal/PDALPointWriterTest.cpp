@@ -243,7 +243,8 @@ TEST_F(PDALPointWriterTest, LeavesNothingOfAFileThatIsNotComplete)
               "40012");
     EXPECT_EQ(Testing::readFile(path), "precious");
     path = directory / "none/out.bpf";
-    EXPECT_EQ(failureOf([&] { write(*source); }), "40610 Unable to create output " + path + ".");
+    EXPECT_EQ(failureOf([&] { write(*source); }),
+              "40610 Unable to create output " + path + ". No such file or directory path = " + path);
     path = directory / "out#.bpf";
     EXPECT_EQ(failureOf([&] { write(*source); }),
               "-1 the name of a BPF file cannot hold a '#': '" + path + "'");
@@ -261,7 +262,7 @@ TEST_F(PDALPointWriterTest, ReportsAFullDisk)
     const std::string failure = failureOf([&] { write(*survey); });
     setrlimit(RLIMIT_FSIZE, &before);
     std::signal(SIGXFSZ, handler);
-    EXPECT_EQ(failure, "40601 Unable to write point");
+    EXPECT_EQ(failure, "40601 Unable to write point: File too large path = " + path);
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
@@ -270,7 +271,8 @@ TEST_F(PDALPointWriterTest, LeavesDevicesAlone)
     const Numbers values{1, 2, 3, 4};
     const auto source = MemoryPointSource::make(layoutXYZ(), {values, values, values});
     std::filesystem::create_symlink("/dev/null", path);
-    EXPECT_EQ(failureOf([&] { write(*source); }), "40610 Unable to create output " + path + ".");
+    EXPECT_EQ(failureOf([&] { write(*source); }),
+              "40610 Unable to create output " + path + ". BPF output needs a regular file");
     EXPECT_TRUE(std::filesystem::exists(path));
 }
 
