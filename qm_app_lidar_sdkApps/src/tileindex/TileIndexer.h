@@ -34,6 +34,8 @@ private:
     void printSummary() const;
     std::vector<QMFileSpec> collectInputs() const;
     void refuseInputs(const std::vector<QMFileSpec>& inputs) const;
+    void refuseAsOverview(const std::vector<QMFileSpec>& files) const;
+    QMFileSpec findPresentOverview() const;
     Changes updateTiles(PersistentPointSourceWriter& writer, ProgressDelegate& delegate) const;
     void configure(PersistentPointSourceWriter& writer) const;
     void setOverview(PersistentPointSourceWriter& writer) const;

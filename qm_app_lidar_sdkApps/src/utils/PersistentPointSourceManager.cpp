@@ -56,8 +56,13 @@ void PersistentPointSourceManager::init(const QMFileSpec& index, FileOpener* ope
         QMFileSpec& path = set.overview->tile.path;
         path = findOverview(directory, QMFileSpec(directory, path.c_str()));
     }
+    init(std::move(set), tree.get(), opener);
+}
+
+void PersistentPointSourceManager::init(TileSet set, const RTree* tree, FileOpener* opener)
+{
     m_set = std::move(set);
-    m_tree = Scoped<const RTree>::retained(tree.get());
+    m_tree = Scoped<const RTree>::retained(tree);
     m_opener = Scoped<FileOpener>::retained(opener);
     setNumSources(m_set.tiles.size());
 }

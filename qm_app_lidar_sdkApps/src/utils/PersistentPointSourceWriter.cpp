@@ -2,6 +2,7 @@
 
 #include "files/PartialFile.h"
 #include "files/QMFileUtils.h"
+#include "filters/MosaicFilter.h"
 #include "index/BoxGrid.h"
 #include "index/MemoryRTree.h"
 #include "platform/Base.h"
@@ -17,6 +18,15 @@ QMFileSpec relativeTo(const std::string& directory, const QMFileSpec& path)
     const std::string prefix = directory == "/" ? directory : directory + '/';
     const std::string whole = path.c_str();
     return whole.compare(0, prefix.size(), prefix) == 0 ? whole.c_str() + prefix.size() : whole.c_str();
+}
+
+Scoped<MemoryRTree> makeTree(const TileSet& set, const BoxGrid& grid)
+{
+    Scoped<MemoryRTree> tree(MemoryRTree::create());
+    for (std::size_t i = 0; i < set.tiles.size(); ++i)
+        if (set.tiles[i].numPoints != 0)
+            tree->insert(grid.widen(set.tiles[i].bounds), static_cast<std::int64_t>(i));
+    return tree;
 }
 
 } // namespace
@@ -191,9 +201,8 @@ void PersistentPointSourceWriter::removeOverview(bool deleteFile)
     m_overview.reset();
 }
 
-TileSet PersistentPointSourceWriter::getTileSet(const QMFileSpec& index) const
+TileSet PersistentPointSourceWriter::getTileSet() const
 {
-    const std::string directory = QMFileUtils::resolve(index).dirname();
     TileSet set;
     set.srs = m_srs;
     set.gpsWeek = m_gpsWeek;
@@ -203,23 +212,33 @@ TileSet PersistentPointSourceWriter::getTileSet(const QMFileSpec& index) const
     for (const auto& [order, tile] : m_tiles) {
         bounds.grow(tile.bounds);
         set.tiles.push_back(tile);
-        set.tiles.back().path = relativeTo(directory, tile.path);
     }
     set.info->setBounds(bounds);
     set.overview = m_overview;
-    if (set.overview)
-        set.overview->tile.path = relativeTo(directory, m_overview->tile.path);
     return set;
+}
+
+Scoped<PointSource> PersistentPointSourceWriter::createPointSource() const
+{
+    const TileSet set = getTileSet();
+    const Scoped<MemoryRTree> tree = makeTree(set, BoxGrid(set.info->getBounds()));
+    const Scoped<PersistentPointSourceManager> tiles(PersistentPointSourceManager::create());
+    tiles->init(set, tree.get(), m_opener.get());
+    Scoped<MosaicFilter> mosaic(MosaicFilter::create());
+    mosaic->init(tiles->getPointCloudInfo(), tiles->getRTree(), tiles.get());
+    return Scoped<PointSource>(mosaic.detach());
 }
 
 void PersistentPointSourceWriter::write(const QMFileSpec& index) const
 {
-    const TileSet set = getTileSet(index);
+    TileSet set = getTileSet();
+    const std::string directory = QMFileUtils::resolve(index).dirname();
+    for (TileInfo& tile : set.tiles)
+        tile.path = relativeTo(directory, tile.path);
+    if (set.overview)
+        set.overview->tile.path = relativeTo(directory, set.overview->tile.path);
     const BoxGrid grid(set.info->getBounds());
-    const Scoped<MemoryRTree> tree(MemoryRTree::create());
-    for (std::size_t i = 0; i < set.tiles.size(); ++i)
-        if (set.tiles[i].numPoints != 0)
-            tree->insert(grid.widen(set.tiles[i].bounds), static_cast<std::int64_t>(i));
+    const Scoped<MemoryRTree> tree = makeTree(set, grid);
 
     PartialFile partial(index);
     partial.requireSeekable("index");

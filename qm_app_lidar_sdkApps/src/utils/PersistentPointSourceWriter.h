@@ -63,6 +63,9 @@ public:
     const std::optional<Overview>& getOverview() const noexcept { return m_overview; }
     void removeOverview(bool deleteFile);
 
+    // The mosaic of the tiles, as readers of the index will see it, without writing the index.
+    Scoped<PointSource> createPointSource() const;
+
     // Paths of files below the index's directory are stored relative to it, others absolute. What was there
     // under this name stays until the new index is complete.
     void write(const QMFileSpec& index) const;
@@ -73,7 +76,7 @@ private:
     TileInfo describe(const QMFileSpec& file, PointCloudInfo& cloud) const;
     bool isUnchanged(const TileInfo& tile) const;
     Change updateOverview();
-    TileSet getTileSet(const QMFileSpec& index) const;
+    TileSet getTileSet() const; // with absolute paths
 
     Scoped<FileOpener> m_opener;
     std::string m_srs;
