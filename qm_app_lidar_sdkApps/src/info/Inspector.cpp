@@ -10,6 +10,7 @@
 #include "utils/Utils.h"
 
 #include <cstdio>
+#include <utility>
 
 namespace Quillmoran {
 
@@ -110,7 +111,9 @@ FileReport Inspector::inspect(const std::string& fileName) const
     report.fileName = fileName;
     attempt(report, [&] {
         const auto manager = createManager(fileName.c_str());
-        report.description.emplace(Scoped<PointSource>(manager->createPointSource(0)), fileName);
+        Scoped<PointSource> source(manager->createPointSource(0));
+        source->getWKT(); // may fail to load a module
+        report.description.emplace(std::move(source), fileName);
         if (m_cmdLine.getFlag("check") || m_cmdLine.getFlag("stats"))
             scan(report);
     });

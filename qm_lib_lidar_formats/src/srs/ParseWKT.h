@@ -8,8 +8,9 @@ class OGRSpatialReference;
 
 namespace Quillmoran {
 
-// Whether the text holds a parameter of a PROJ string that names a file (init, nadgrids, geoidgrids, file,
-// ...), as EXTENSION["PROJ4", ...] of WKT 1 can. "nadgrids=@null" names none.
+// Whether the text may name a file that PROJ opens when it parses the text: a parameter of a PROJ string
+// (init, nadgrids, file, ...), as EXTENSION["PROJ4", ...] of WKT 1 can hold, or PARAMETERFILE of WKT 2.
+// "nadgrids=@null" names none.
 bool namesFile(std::string_view text);
 
 // False if the text is not WKT, has more than 1 MiB, names a file or has control characters other than tabs
