@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cpl_vsi.h>
 #include <cstddef>
+#include <memory>
 #include <ogr_spatialref.h>
 #include <string>
 
@@ -48,6 +50,17 @@ bool parseWKT(const char* text, OGRSpatialReference& reference)
     const std::string_view whole(text);
     return whole.size() <= maxBytes && std::none_of(whole.begin(), whole.end(), isControl) &&
            !namesFile(whole) && reference.importFromWkt(text) == OGRERR_NONE;
+}
+
+std::string toWKT1(const char* text)
+{
+    OGRSpatialReference reference;
+    const char* const options[] = {"FORMAT=WKT1_GDAL", nullptr};
+    char* exported = nullptr;
+    const bool understood =
+        parseWKT(text, reference) && reference.exportToWkt(&exported, options) == OGRERR_NONE;
+    const std::unique_ptr<char, decltype(&VSIFree)> owned(exported, VSIFree);
+    return understood ? exported : "";
 }
 
 } // namespace Quillmoran

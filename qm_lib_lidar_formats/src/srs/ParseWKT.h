@@ -2,6 +2,7 @@
 // a path or a PROJ string. Each module that uses GDAL compiles this source.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 class OGRSpatialReference;
@@ -16,5 +17,9 @@ bool namesFile(std::string_view text);
 // False if the text is not WKT, has more than 1 MiB, names a file or has control characters other than tabs
 // and line breaks. Opens nothing but the data files of GDAL and PROJ.
 bool parseWKT(const char* text, OGRSpatialReference& reference);
+
+// The text in the notation of GDAL's WKT 1, for libraries that take other texts than WKT as well; empty if it is
+// not understood.
+std::string toWKT1(const char* text);
 
 } // namespace Quillmoran
