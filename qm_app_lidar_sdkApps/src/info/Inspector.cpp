@@ -3,6 +3,8 @@
 #include "info/JSONReport.h"
 #include "info/PointCheck.h"
 #include "info/TextReport.h"
+#include "las/LASPointReader.h"
+#include "text/Printable.h"
 #include "utils/ConsoleProgress.h"
 #include "utils/PointScan.h"
 #include "utils/Program.h"
@@ -113,6 +115,9 @@ FileReport Inspector::inspect(const std::string& fileName) const
         const auto manager = createManager(fileName.c_str());
         Scoped<PointSource> source(manager->createPointSource(0));
         source->getWKT(); // may fail to load a module
+        const auto* las = dynamic_cast<const LASPointReader*>(source.get());
+        if (las && las->hasUnknownCoordinateSystem())
+            Utils::warnOfUnknownCoordinateSystems({fileName}, "");
         report.description.emplace(std::move(source), fileName);
         if (m_cmdLine.getFlag("check") || m_cmdLine.getFlag("stats"))
             scan(report);
@@ -163,7 +168,8 @@ void Inspector::write(const FileReport& report)
     m_allSound = false;
     std::fflush(stdout);
     for (const std::string& problem : report.problems)
-        std::fprintf(stderr, "Error: %s: %s\n", report.fileName.c_str(), problem.c_str());
+        std::fprintf(stderr, "Error: %s: %s\n", printable(report.fileName).c_str(),
+                     printable(problem).c_str());
 }
 
 template <class Work>

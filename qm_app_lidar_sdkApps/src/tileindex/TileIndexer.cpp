@@ -111,8 +111,9 @@ void TileIndexer::build() const
     if (merge.gpsWeek)
         writer->setGPSWeek(*merge.gpsWeek);
 
+    const std::vector<QMFileSpec> inputs = collectInputs(); // an interrupt ends the program at once
     Utils::ConsoleProgress delegate;
-    const Changes changes = updateTiles(*writer, delegate);
+    const Changes changes = updateTiles(*writer, inputs, delegate);
     Utils::compareCoordinateSystems(writer->getCoordinateSystems(), merge);
     configure(*writer);
     if (m_cmdLine.getFlag("createOverview"))
@@ -122,6 +123,8 @@ void TileIndexer::build() const
     std::putchar('\n');
     for (const std::string& warning : writer->getWarnings())
         Utils::warn(warning);
+    Utils::warnOfUnknownCoordinateSystems(writer->getUnknownCoordinateSystems(),
+                                          "; the index does not keep them");
     std::printf("%zu files, %lld points (%zu files added, %zu refreshed, %zu removed)\n",
                 writer->getNumTiles(), static_cast<long long>(writer->getNumPoints()), changes.added,
                 changes.refreshed, changes.removed);
@@ -186,12 +189,12 @@ QMFileSpec TileIndexer::findPresentOverview() const
 }
 
 TileIndexer::Changes TileIndexer::updateTiles(PersistentPointSourceWriter& writer,
+                                              const std::vector<QMFileSpec>& inputs,
                                               ProgressDelegate& delegate) const
 {
     std::vector<QMFileSpec> files = writer.getFiles();
     if (writer.getOverview())
         files.push_back(writer.getOverview()->tile.path);
-    const std::vector<QMFileSpec> inputs = collectInputs();
     refuseInputs(inputs);
     files.insert(files.end(), inputs.begin(), inputs.end());
     if (m_cmdLine.getFlag("createOverview") && m_cmdLine.isPresent("overview"))
@@ -257,6 +260,7 @@ void TileIndexer::createOverview(PersistentPointSourceWriter& writer, ProgressDe
     points->setWriteLAZ(type == POINT_SOURCE_LAZ);
     points->write(Bounds::Huge(), fraction, tiles->getPointInfo(), &delegate);
     Utils::warnOfTimeConflict(*points, file);
+    Utils::warnOfLostCoordinateSystem(*points, file);
     writer.setOverview(file, fraction);
 }
 

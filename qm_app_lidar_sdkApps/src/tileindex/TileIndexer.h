@@ -36,7 +36,8 @@ private:
     void refuseInputs(const std::vector<QMFileSpec>& inputs) const;
     void refuseAsOverview(const std::vector<QMFileSpec>& files) const;
     QMFileSpec findPresentOverview() const;
-    Changes updateTiles(PersistentPointSourceWriter& writer, ProgressDelegate& delegate) const;
+    Changes updateTiles(PersistentPointSourceWriter& writer, const std::vector<QMFileSpec>& inputs,
+                        ProgressDelegate& delegate) const;
     void configure(PersistentPointSourceWriter& writer) const;
     void setOverview(PersistentPointSourceWriter& writer) const;
     void createOverview(PersistentPointSourceWriter& writer, ProgressDelegate& delegate) const;

@@ -1,6 +1,7 @@
 #include "utils/PersistentPointSourceManager.h"
 
 #include "files/QMFileUtils.h"
+#include "filters/MosaicFilter.h"
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
 #include "platform/Base.h"
@@ -33,6 +34,13 @@ Scoped<PointSource> openTile(const PersistentPointSourceManager::FileOpener& ope
     }
 }
 
+Scoped<PointSource> openMosaic(PersistentPointSourceManager& tiles)
+{
+    Scoped<MosaicFilter> mosaic(MosaicFilter::create());
+    mosaic->init(tiles.getPointCloudInfo(), tiles.getRTree(), &tiles, tiles.getGPSWeek());
+    return Scoped<PointSource>(mosaic.detach());
+}
+
 PersistentPointSourceManager* PersistentPointSourceManager::create()
 {
     return new PersistentPointSourceManager;
@@ -43,6 +51,7 @@ PersistentPointSourceManager::PersistentPointSourceManager() : m_tree(MemoryRTre
 
 void PersistentPointSourceManager::init(const QMFileSpec& index, FileOpener* opener)
 {
+    QMFileUtils::requireRegularFile(index);
     const Scoped<FileIO::Imp> file(FileIO::create());
     file->init(index.c_str(), "r");
     TileSet set;

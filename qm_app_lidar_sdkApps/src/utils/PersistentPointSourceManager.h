@@ -64,4 +64,7 @@ private:
 // Opens a tile; the opener's errors say which file they are about.
 Scoped<PointSource> openTile(const PersistentPointSourceManager::FileOpener& opener, const QMFileSpec& file);
 
+// The mosaic of all tiles, which keeps the manager.
+Scoped<PointSource> openMosaic(PersistentPointSourceManager& tiles);
+
 } // namespace Quillmoran

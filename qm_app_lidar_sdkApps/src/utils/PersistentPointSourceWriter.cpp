@@ -2,9 +2,9 @@
 
 #include "files/PartialFile.h"
 #include "files/QMFileUtils.h"
-#include "filters/MosaicFilter.h"
 #include "index/BoxGrid.h"
 #include "index/MemoryRTree.h"
+#include "las/LASPointReader.h"
 #include "platform/Base.h"
 #include "platform/CheckedMath.h"
 #include "utils/TileSetFile.h"
@@ -39,6 +39,7 @@ PersistentPointSourceWriter* PersistentPointSourceWriter::create()
 void PersistentPointSourceWriter::init(FileOpener* opener)
 {
     m_gpsWeek.reset();
+    m_unknownCoordinateSystems.clear();
     clear();
     m_srs.clear();
     m_overview.reset();
@@ -81,9 +82,12 @@ std::vector<QMFileSpec> PersistentPointSourceWriter::getFiles() const
     return files;
 }
 
-TileInfo PersistentPointSourceWriter::describe(const QMFileSpec& file, PointCloudInfo& cloud) const
+TileInfo PersistentPointSourceWriter::describe(const QMFileSpec& file, PointCloudInfo& cloud)
 {
     const Scoped<PointSource> source = openTile(*m_opener, file);
+    const auto* las = dynamic_cast<const LASPointReader*>(source.get());
+    if (las && las->hasUnknownCoordinateSystem())
+        m_unknownCoordinateSystems.emplace_back(file.c_str());
     TileInfo tile = describeTile(file, *source);
     cloud.init(*source);
     return tile;
@@ -224,9 +228,7 @@ Scoped<PointSource> PersistentPointSourceWriter::createPointSource() const
     const Scoped<MemoryRTree> tree = makeTree(set, BoxGrid(set.info->getBounds()));
     const Scoped<PersistentPointSourceManager> tiles(PersistentPointSourceManager::create());
     tiles->init(set, tree.get(), m_opener.get());
-    Scoped<MosaicFilter> mosaic(MosaicFilter::create());
-    mosaic->init(tiles->getPointCloudInfo(), tiles->getRTree(), tiles.get());
-    return Scoped<PointSource>(mosaic.detach());
+    return openMosaic(*tiles);
 }
 
 void PersistentPointSourceWriter::write(const QMFileSpec& index) const

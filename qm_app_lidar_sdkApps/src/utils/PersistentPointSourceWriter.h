@@ -39,6 +39,12 @@ public:
         return m_union.getCoordinateSystems();
     }
 
+    // The opened files whose coordinate systems are not understood.
+    const std::vector<std::string>& getUnknownCoordinateSystems() const noexcept
+    {
+        return m_unknownCoordinateSystems;
+    }
+
     // Opens the file and inserts it; the errors are the opener's, those of describeTile() and of
     // PointCloudUnion::add(). A file that is a tile already is described anew, and so is the overview, which
     // does not become a tile.
@@ -73,7 +79,7 @@ public:
 private:
     PersistentPointSourceWriter() = default;
 
-    TileInfo describe(const QMFileSpec& file, PointCloudInfo& cloud) const;
+    TileInfo describe(const QMFileSpec& file, PointCloudInfo& cloud);
     bool isUnchanged(const TileInfo& tile) const;
     Change updateOverview();
     TileSet getTileSet() const; // with absolute paths
@@ -81,9 +87,10 @@ private:
     Scoped<FileOpener> m_opener;
     std::string m_srs;
     std::optional<int> m_gpsWeek;
-    PointCloudUnion m_union;                     // counts and bounds are those of the tiles
-    std::map<std::uint64_t, TileInfo> m_tiles;   // by the order in which they came
-    std::map<QMFileSpec, std::uint64_t> m_order; // of each path
+    std::vector<std::string> m_unknownCoordinateSystems; // names of files
+    PointCloudUnion m_union;                             // counts and bounds are those of the tiles
+    std::map<std::uint64_t, TileInfo> m_tiles;           // by the order in which they came
+    std::map<QMFileSpec, std::uint64_t> m_order;         // of each path
     std::uint64_t m_nextOrder = 0;
     std::optional<Overview> m_overview;
     std::optional<std::int64_t> m_indexTime; // of the index that this set started from

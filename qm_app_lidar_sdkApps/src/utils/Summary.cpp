@@ -65,9 +65,10 @@ std::string describeCoordinateSystem(const char* wkt)
     if (!wkt)
         return "None";
     try {
-        return printableLines(SpatialReference::pretty(wkt));
+        const std::string pretty = SpatialReference::pretty(wkt);
+        return pretty == wkt ? printable(pretty) : printableLines(pretty);
     } catch (const Error& error) {
-        warn(std::string("the coordinate system is printed as it is in the file: ") + error.what());
+        warn(std::string("the coordinate system is printed as it is: ") + error.what());
         return printable(wkt);
     }
 }
