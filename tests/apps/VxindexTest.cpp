@@ -155,6 +155,42 @@ TEST_F(Vxindex, CreatesAnOverviewFromTheTiles)
     EXPECT_FALSE(std::filesystem::exists(directory / "t.index"));
 }
 
+// Neither the index nor a file that it describes is lost, whether an overview is refused or its writing
+// fails.
+TEST_F(Vxindex, CreatesNoOverviewInPlaceOfATile)
+{
+    EXPECT_EQ(run("-o las.index tiles/a.vxl -overview a.las -overviewFraction 1 -createOverview").status, 0);
+    std::filesystem::rename(directory / "a.las", directory / "tiles/a.las");
+    std::filesystem::create_symlink("tiles/a.las", directory / "link.las");
+    std::filesystem::create_hard_link(directory / "tiles/a.las", directory / "hard.las");
+    std::filesystem::create_directory(directory / "directory.las");
+    std::filesystem::remove(directory / "las.index");
+    report("-o t.index tiles/a.las");
+    const std::pair<const char*, const char*> cases[] = {
+        {"tiles/a.las tiles/b.vxl -overview tiles/a.las", "the output 'tiles/a.las' is the input file"},
+        {"-u tiles/b.vxl -overview tiles/a.las", "the output 'tiles/a.las' is the input file"},
+        {"-u -overview link.las", "the output 'link.las' is the input file"},
+        {"-u -overview hard.las", "the output 'hard.las' is the input file"},
+        {"tiles -overview tiles/../tiles/a.las", "the output 'tiles/../tiles/a.las' is the input file"},
+        {"tiles/b.vxl -overview directory.las",
+         "Unable to create output directory.las. Is a directory path = directory.las"},
+    };
+    const std::string before = readFile(directory / "t.index");
+    const std::string survey = readFile(directory / "tiles/a.las");
+    for (const auto& [arguments, error] : cases) {
+        const Result result = run(std::string("-o t.index -createOverview ") + arguments);
+        EXPECT_EQ(result.status, 1) << arguments;
+        EXPECT_EQ(result.errors, std::string("Error: ") + error + "\n") << arguments;
+        EXPECT_EQ(readFile(directory / "t.index"), before) << arguments;
+        EXPECT_EQ(readFile(directory / "tiles/a.las"), survey) << arguments;
+    }
+    // The present overview is replaced, also where a directory names it.
+    report("-o t.index tiles/b.vxl -overview tiles/o.las -createOverview");
+    EXPECT_EQ(run("-o t.index -u tiles -overview tiles/o.las -createOverview -overviewFraction 1").status, 0);
+    EXPECT_NE(run("-o t.index -l").output.find("overview of a share of 1:\nok                   80  "),
+              std::string::npos);
+}
+
 TEST_F(Vxindex, ExplainsWhatItCannotDo)
 {
     directory.file("bad.vxl", "no points");

@@ -3,6 +3,8 @@
 #include "info/JSONReport.h"
 #include "info/PointCheck.h"
 #include "info/TextReport.h"
+#include "las/LASPointReader.h"
+#include "text/Printable.h"
 #include "utils/ConsoleProgress.h"
 #include "utils/PointScan.h"
 #include "utils/Program.h"
@@ -10,6 +12,7 @@
 #include "utils/Utils.h"
 
 #include <cstdio>
+#include <utility>
 
 namespace Quillmoran {
 
@@ -110,7 +113,12 @@ FileReport Inspector::inspect(const std::string& fileName) const
     report.fileName = fileName;
     attempt(report, [&] {
         const auto manager = createManager(fileName.c_str());
-        report.description.emplace(Scoped<PointSource>(manager->createPointSource(0)), fileName);
+        Scoped<PointSource> source(manager->createPointSource(0));
+        source->getWKT(); // may fail to load a module
+        const auto* las = dynamic_cast<const LASPointReader*>(source.get());
+        if (las && las->hasUnknownCoordinateSystem())
+            Utils::warnOfUnknownCoordinateSystems({fileName}, "");
+        report.description.emplace(std::move(source), fileName);
         if (m_cmdLine.getFlag("check") || m_cmdLine.getFlag("stats"))
             scan(report);
     });
@@ -162,8 +170,8 @@ void Inspector::write(const FileReport& report)
     for (const std::string& problem : report.problems) {
         // Errors in text begin with the file's name and the line.
         const bool isLocated = problem.rfind(report.fileName + ':', 0) == 0;
-        std::fprintf(stderr, "Error: %s%s\n", isLocated ? "" : (report.fileName + ": ").c_str(),
-                     problem.c_str());
+        const std::string line = isLocated ? problem : report.fileName + ": " + problem;
+        std::fprintf(stderr, "Error: %s\n", printable(line).c_str());
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "index/DiskRTree.h"
 #include "model/ChannelNames.h"
+#include "text/Printable.h"
 #include "utils/Summary.h"
 
 #include <cinttypes>
@@ -16,7 +17,7 @@ void writeChannels(const PointSource& source)
     std::printf("Channels:\n   %-20s %-8s %5s %12s\n", "Name", "Type", "Bits", "Step");
     for (std::size_t i = 0; i < source.getNumChannels(); ++i) {
         const ChannelInfo& channel = source.getChannel(i);
-        std::printf("   %-20s %-8s %5d %12g\n", channel.getName(),
+        std::printf("   %-20s %-8s %5d %12g\n", printable(channel.getName()).c_str(),
                     DataTypeUtils::toString(channel.getDataType()), channel.getBits(),
                     channel.getQuantization());
     }
@@ -29,7 +30,7 @@ void writeClassNames(const PointSource& source)
     std::printf("Class Names:\n");
     for (std::size_t i = 0; i < source.getNumClassIdNames(); ++i)
         if (const char* name = source.getClassIdNames()[i])
-            std::printf("   %3zu  %s\n", i, name);
+            std::printf("   %3zu  %s\n", i, printable(name).c_str());
 }
 
 void writeMetadata(const Metadata& metadata)
@@ -42,7 +43,7 @@ void writeMetadata(const Metadata& metadata)
 
 void writeRecord(const WaveletDecoderChannelInfo& record, const CompressedSize::Channel& size)
 {
-    std::printf("   %-20s %-8s %5d %9" PRIu32 " %12g %14.10g", record.getName(),
+    std::printf("   %-20s %-8s %5d %9" PRIu32 " %12g %14.10g", printable(record.getName()).c_str(),
                 DataTypeUtils::toString(record.getKernelDataType()), record.getBits(),
                 record.getSubblockSize(), record.getScale(), record.getOffset());
     if (size.interleaved)
@@ -99,8 +100,8 @@ void writeStatistics(const std::vector<ChannelStatistics>& statistics)
     std::printf("Statistics:\n   %-20s %14s %10s %20s %20s %20s\n", "Name", "Count", "Not Finite", "Minimum",
                 "Maximum", "Mean");
     for (const ChannelStatistics& channel : statistics) {
-        std::printf("   %-20s %14" PRIu64 " %10" PRIu64, channel.getName().c_str(), channel.getCount(),
-                    channel.getNumNotFinite());
+        std::printf("   %-20s %14" PRIu64 " %10" PRIu64, printable(channel.getName()).c_str(),
+                    channel.getCount(), channel.getNumNotFinite());
         if (channel.getCount() != 0)
             std::printf(" %20s %20s %20.10g", toText(channel.getMinimum()).c_str(),
                         toText(channel.getMaximum()).c_str(), channel.getMean());
@@ -122,11 +123,11 @@ void writeHistograms(const std::vector<ChannelStatistics>& statistics, const Poi
         if (histogram.empty())
             continue;
         const bool areClasses = channel.getName() == ChannelNames::classId;
-        std::printf("Points by %s:\n", channel.getName().c_str());
+        std::printf("Points by %s:\n", printable(channel.getName()).c_str());
         for (std::size_t code = 0; code < histogram.size(); ++code)
             if (histogram[code] != 0)
                 std::printf("   %3zu %14" PRIu64 "  %s\n", code, histogram[code],
-                            areClasses ? classNameOf(source, code) : "");
+                            areClasses ? printable(classNameOf(source, code)).c_str() : "");
     }
 }
 

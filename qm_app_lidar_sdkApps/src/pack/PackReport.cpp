@@ -1,5 +1,7 @@
 #include "pack/PackReport.h"
 
+#include "text/Printable.h"
+
 namespace Quillmoran {
 
 void printPackReport(std::FILE* stream, const VX7PointWriter& writer, std::int64_t numPoints)
@@ -9,9 +11,9 @@ void printPackReport(std::FILE* stream, const VX7PointWriter& writer, std::int64
     for (const VX7PointWriter::ChannelSummary& channel : writer.getSummary()) {
         const double perPoint =
             numPoints == 0 ? 0 : static_cast<double>(channel.size) / static_cast<double>(numPoints);
-        std::fprintf(stream, "   %-20s %12lld %8.3f %9u %12g %16.10g  %d (%s)\n", channel.name.c_str(),
-                     static_cast<long long>(channel.size), perPoint, channel.subblockSize, channel.scale,
-                     channel.offset, static_cast<int>(channel.transform),
+        std::fprintf(stream, "   %-20s %12lld %8.3f %9u %12g %16.10g  %d (%s)\n",
+                     printable(channel.name).c_str(), static_cast<long long>(channel.size), perPoint,
+                     channel.subblockSize, channel.scale, channel.offset, static_cast<int>(channel.transform),
                      TransformUtils::toString(channel.transform));
     }
 }

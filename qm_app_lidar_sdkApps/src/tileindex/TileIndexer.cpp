@@ -111,9 +111,10 @@ void TileIndexer::build() const
     if (merge.gpsWeek)
         writer->setGPSWeek(*merge.gpsWeek);
 
+    const std::vector<QMFileSpec> inputs = collectInputs(); // an interrupt ends the program at once
     Utils::ConsoleProgress delegate;
     Utils::setTextOptions(*m_opener, true, m_cmdLine, &delegate);
-    const Changes changes = updateTiles(*writer, delegate);
+    const Changes changes = updateTiles(*writer, inputs, delegate);
     Utils::compareCoordinateSystems(writer->getCoordinateSystems(), merge);
     configure(*writer);
     if (m_cmdLine.getFlag("createOverview"))
@@ -123,6 +124,8 @@ void TileIndexer::build() const
     std::putchar('\n');
     for (const std::string& warning : writer->getWarnings())
         Utils::warn(warning);
+    Utils::warnOfUnknownCoordinateSystems(writer->getUnknownCoordinateSystems(),
+                                          "; the index does not keep them");
     std::printf("%zu files, %lld points (%zu files added, %zu refreshed, %zu removed)\n",
                 writer->getNumTiles(), static_cast<long long>(writer->getNumPoints()), changes.added,
                 changes.refreshed, changes.removed);
@@ -155,15 +158,48 @@ void TileIndexer::refuseInputs(const std::vector<QMFileSpec>& inputs) const
         Utils::refuseSameFile(input.c_str(), m_cmdLine.getString("index"));
 }
 
+// Creating an overview must not replace a tile. The overview of the index that is updated or replaced is
+// none.
+void TileIndexer::refuseAsOverview(const std::vector<QMFileSpec>& files) const
+{
+    const char* overview = m_cmdLine.getString("overview");
+    const QMFileSpec path = QMFileUtils::resolve(overview);
+    const bool isPresent = findPresentOverview() == path;
+    for (const QMFileSpec& file : files)
+        if (!isPresent || !(QMFileUtils::resolve(file) == path))
+            Utils::refuseSameFile(file.c_str(), overview);
+    std::size_t count = 0;
+    const char* const* names = m_cmdLine.getStringArray("inputFile", count);
+    for (std::size_t i = 0; i < count; ++i) // lists, too
+        if (!isPresent || !(QMFileUtils::resolve(names[i]) == path))
+            Utils::refuseSameFile(names[i], overview);
+}
+
+// The resolved path of the overview of the index on disk; empty if there is no such index or overview.
+QMFileSpec TileIndexer::findPresentOverview() const
+{
+    try {
+        const Scoped<PersistentPointSourceManager> index(PersistentPointSourceManager::create());
+        index->init(m_cmdLine.getString("index"), m_opener.get());
+        if (const TileInfo* overview = index->getOverviewInfo())
+            return QMFileUtils::resolve(overview->path);
+    } catch (const Error&) {
+        // An index that cannot be read is replaced.
+    }
+    return {};
+}
+
 TileIndexer::Changes TileIndexer::updateTiles(PersistentPointSourceWriter& writer,
+                                              const std::vector<QMFileSpec>& inputs,
                                               ProgressDelegate& delegate) const
 {
     std::vector<QMFileSpec> files = writer.getFiles();
     if (writer.getOverview())
         files.push_back(writer.getOverview()->tile.path);
-    const std::vector<QMFileSpec> inputs = collectInputs();
     refuseInputs(inputs);
     files.insert(files.end(), inputs.begin(), inputs.end());
+    if (m_cmdLine.getFlag("createOverview") && m_cmdLine.isPresent("overview"))
+        refuseAsOverview(files);
     delegate.setTotal(static_cast<double>(files.size()));
 
     std::set<QMFileSpec> seen;
@@ -218,18 +254,14 @@ void TileIndexer::createOverview(PersistentPointSourceWriter& writer, ProgressDe
     const double fraction =
         m_cmdLine.isPresent("overviewFraction") ? m_cmdLine.getFloat("overviewFraction") : defaultFraction;
 
-    // The tiles are read through the index, as its users read them. An overview of before is not to be read.
-    writer.removeOverview(false);
-    writer.remove(file);
-    for (const QMFileSpec& tile : writer.getFiles())
-        Utils::refuseSameFile(tile.c_str(), file);
-    writer.write(m_cmdLine.getString("index"));
-    const Scoped<PointSource> tiles = openIndex();
+    writer.removeOverview(false); // its points must not be read
+    const Scoped<PointSource> tiles = writer.createPointSource();
     const Scoped<LASPointWriter> points(LASPointWriter::create());
     points->init(tiles.get(), file, -1);
     points->setWriteLAZ(type == POINT_SOURCE_LAZ);
     points->write(Bounds::Huge(), fraction, tiles->getPointInfo(), &delegate);
     Utils::warnOfTimeConflict(*points, file);
+    Utils::warnOfLostCoordinateSystem(*points, file);
     writer.setOverview(file, fraction);
 }
 

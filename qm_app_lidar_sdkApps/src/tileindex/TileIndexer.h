@@ -34,7 +34,10 @@ private:
     void printSummary() const;
     std::vector<QMFileSpec> collectInputs() const;
     void refuseInputs(const std::vector<QMFileSpec>& inputs) const;
-    Changes updateTiles(PersistentPointSourceWriter& writer, ProgressDelegate& delegate) const;
+    void refuseAsOverview(const std::vector<QMFileSpec>& files) const;
+    QMFileSpec findPresentOverview() const;
+    Changes updateTiles(PersistentPointSourceWriter& writer, const std::vector<QMFileSpec>& inputs,
+                        ProgressDelegate& delegate) const;
     void configure(PersistentPointSourceWriter& writer) const;
     void setOverview(PersistentPointSourceWriter& writer) const;
     void createOverview(PersistentPointSourceWriter& writer, ProgressDelegate& delegate) const;

@@ -2,6 +2,7 @@
 
 #include "files/QMFileUtils.h"
 #include "platform/Base.h"
+#include "text/Printable.h"
 
 namespace Quillmoran {
 
@@ -11,7 +12,7 @@ void TileReport::print(std::FILE* stream)
     std::fprintf(stream, "%zu files, %lld points\n", m_set.tiles.size(),
                  static_cast<long long>(m_set.info->getNumPoints()));
     if (!m_set.srs.empty())
-        std::fprintf(stream, "spatial reference: %s\n", m_set.srs.c_str());
+        std::fprintf(stream, "spatial reference: %s\n", printable(m_set.srs).c_str());
     if (m_set.overview) {
         std::fprintf(stream, "overview of a share of %g:\n", m_set.overview->fraction);
         printTile(stream, m_set.overview->tile);
@@ -30,7 +31,7 @@ void TileReport::printTile(std::FILE* stream, const TileInfo& tile)
     const Bounds& box = tile.bounds;
     std::fprintf(stream, "%-10s %12lld  %.3f %.3f  %.3f %.3f  %.3f %.3f  %s\n",
                  names[static_cast<std::size_t>(state)], static_cast<long long>(tile.numPoints), box.x.min,
-                 box.x.max, box.y.min, box.y.max, box.z.min, box.z.max, tile.path.c_str());
+                 box.x.max, box.y.min, box.y.max, box.z.min, box.z.max, printable(tile.path.c_str()).c_str());
 }
 
 TileReport::State TileReport::findState(const TileInfo& tile) const

@@ -1,5 +1,7 @@
 #include "utils/ConsoleProgress.h"
 
+#include "text/Printable.h"
+
 namespace Quillmoran::Utils {
 
 void ConsoleProgress::reportProgress(double fraction, const char* message)
@@ -14,6 +16,11 @@ void ConsoleProgress::finish()
 {
     if (m_message)
         PercentProgressDelegate::reportProgress(1, m_message);
+}
+
+void ConsoleProgress::displayWarning(const char* text)
+{
+    PercentProgressDelegate::displayWarning(printable(text).c_str());
 }
 
 } // namespace Quillmoran::Utils

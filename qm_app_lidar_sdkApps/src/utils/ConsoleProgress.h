@@ -11,6 +11,8 @@ class ConsoleProgress final : public PercentProgressDelegate
 {
 public:
     void reportProgress(double fraction, const char* message) override;
+    // Escapes control characters of names from files.
+    void displayWarning(const char* text) override;
     // Shows 100 % of the last activity. Call it when the output is complete.
     void finish();
 

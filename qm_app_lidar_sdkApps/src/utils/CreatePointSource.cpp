@@ -1,7 +1,7 @@
 #include "utils/CreatePointSource.h"
 
 #include "decode/VX7PointReader.h"
-#include "filters/MosaicFilter.h"
+#include "files/QMFileUtils.h"
 #include "las/LASPointReader.h"
 #include "pdal/PDALFormats.h"
 #include "platform/FileIO.h"
@@ -11,6 +11,7 @@
 #include <cctype>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <strings.h>
 
 namespace Quillmoran {
@@ -52,7 +53,7 @@ bool isSeparator(char c)
     return c == '/' || c == '\\';
 }
 
-bool isRooted(const std::string& name)
+bool isRooted(std::string_view name)
 {
     if (!name.empty() && isSeparator(name[0]))
         return true;
@@ -60,17 +61,17 @@ bool isRooted(const std::string& name)
            isSeparator(name[2]);
 }
 
-std::string trimmed(const char* line)
+std::string_view trimmed(std::string_view text)
 {
     constexpr char whiteSpace[] = " \t\n\v\f\r";
-    const std::string text(line);
     const std::size_t first = text.find_first_not_of(whiteSpace);
-    if (first == std::string::npos)
+    if (first == std::string_view::npos)
         return {};
     return text.substr(first, text.find_last_not_of(whiteSpace) - first + 1);
 }
 
 constexpr int maxListDepth = 16;
+constexpr std::size_t maxListLine = 1 << 20; // bytes
 // A list that names another one many times, which does the same, and so on, multiplies without end. So the
 // lists that lists name may add up to this much, each with its size and what it costs to open one.
 constexpr std::int64_t maxNestedListBytes = 16 << 20;
@@ -98,6 +99,15 @@ struct LineBuffer
     LineBuffer(const LineBuffer&) = delete;
     LineBuffer& operator=(const LineBuffer&) = delete;
 };
+
+bool readListLine(StreamReader& stream, LineBuffer& line, const char* list, std::size_t number)
+{
+    try {
+        return stream.get_str(line.text, line.capacity, maxListLine);
+    } catch (const Error& error) {
+        QM_THROW(error.error(), "%s, line %zu: %s", list, number, error.what());
+    }
+}
 
 } // namespace
 
@@ -170,7 +180,9 @@ PointSource* SimpleFileOpener::openText(const char* path) const
 
 PointSource* SimpleFileOpener::openPointSource(const QMFileSpec& file) const
 {
-    switch (getPointSourceType(file)) {
+    const PointSourceType type = getPointSourceType(file);
+    QMFileUtils::requireRegularFile(file);
+    switch (type) {
     case POINT_SOURCE_TEXT:
         return openText(file.c_str());
     case POINT_SOURCE_LAS:
@@ -221,6 +233,7 @@ void FilePointSourceManager::addFile(const char* name)
 
 void FilePointSourceManager::addListFile(const char* name)
 {
+    QMFileUtils::requireRegularFile(name);
     const std::string prefix = directoryPrefix(name);
     const Scoped<FileIO::Imp> file(FileIO::create());
     file->init(name, "r");
@@ -238,9 +251,10 @@ void FilePointSourceManager::addListFile(const char* name)
         m_nestedListBytes += bytes + nestedListBytes;
     }
     LineBuffer line;
-    while (stream.get_str(line.text, line.capacity)) {
-        const std::string entry = trimmed(line.text);
-        addFile((isRooted(entry) ? entry : prefix + entry).c_str());
+    for (std::size_t number = 1; readListLine(stream, line, name, number); ++number) {
+        const std::string_view entry = trimmed(line.text);
+        std::string path = isRooted(entry) ? std::string() : prefix;
+        addFile(path.append(entry).c_str());
     }
 }
 
@@ -265,9 +279,7 @@ PointSource* FilePointSourceManager::openSource(const QMFileSpec& file) const
         return m_opener->openPointSource(file);
     const Scoped<PersistentPointSourceManager> tiles(PersistentPointSourceManager::create());
     tiles->init(file, m_opener.get());
-    Scoped<MosaicFilter> mosaic(MosaicFilter::create());
-    mosaic->init(tiles->getPointCloudInfo(), tiles->getRTree(), tiles.get(), tiles->getGPSWeek());
-    return mosaic.detach();
+    return openMosaic(*tiles).detach();
 }
 
 PointSource* FilePointSourceManager::createPointSource(std::size_t index)

@@ -1,5 +1,6 @@
 #include "cli/QMCmdLine.h"
 #include "filters/MosaicFilter.h"
+#include "las/LASPointReader.h"
 #include "las/LASPointWriter.h"
 #include "model/ChannelNames.h"
 #include "platform/Base.h"
@@ -95,12 +96,48 @@ void warnOfTimeConflict(const LASPointWriter& writer, const char* output)
     warn(text);
 }
 
+void warnOfLostCoordinateSystem(const LASPointWriter& writer, const char* output)
+{
+    if (writer.losesCoordinateSystem())
+        warn(std::string("'") + output +
+             "': this LAS file cannot hold the coordinate system of its source, which is not kept");
+}
+
+void warnOfUnknownCoordinateSystems(const std::vector<std::string>& files, const char* consequence)
+{
+    if (files.empty())
+        return;
+    std::string text = '\'' + files.front() + '\'';
+    if (files.size() > 1)
+        text += " and " + std::to_string(files.size() - 1) + " more";
+    warn(text + ": the GeoTIFF keys of the coordinate system are not understood" + consequence);
+}
+
+namespace {
+
+void warnOfUnknownSystemsOf(FilePointSourceManager& files)
+{
+    std::vector<std::string> unknown;
+    for (std::size_t i = 0; i < files.getNumSources(); ++i) {
+        const Scoped<PointSource> source(files.createPointSource(i));
+        const auto* las = dynamic_cast<const LASPointReader*>(source.get());
+        if (las && las->hasUnknownCoordinateSystem())
+            unknown.emplace_back(files.getFilename(i));
+    }
+    warnOfUnknownCoordinateSystems(unknown, files.getNumSources() == 1
+                                                ? "; they are kept in the metadata only"
+                                                : "; they are kept in the metadata only, if all files agree");
+}
+
+} // namespace
+
 Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose, const MergeOptions& options)
 {
     for (std::size_t i = 0; verbose && i < files.getNumSources(); ++i) {
         const Scoped<PointSource> source(files.createPointSource(i));
         printHeader(stdout, *source, files.getFilename(i));
     }
+    warnOfUnknownSystemsOf(files);
     if (files.getNumSources() < 2 && !options.gpsWeek)
         return Scoped<PointSource>(files.createPointSource(0));
     Scoped<MosaicFilter> mosaic(MosaicFilter::create());

@@ -1,6 +1,7 @@
 #include "utils/PersistentPointSourceManager.h"
 
 #include "files/QMFileUtils.h"
+#include "filters/MosaicFilter.h"
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
 #include "platform/Base.h"
@@ -34,6 +35,13 @@ Scoped<PointSource> openTile(const PersistentPointSourceManager::FileOpener& ope
     }
 }
 
+Scoped<PointSource> openMosaic(PersistentPointSourceManager& tiles)
+{
+    Scoped<MosaicFilter> mosaic(MosaicFilter::create());
+    mosaic->init(tiles.getPointCloudInfo(), tiles.getRTree(), &tiles, tiles.getGPSWeek());
+    return Scoped<PointSource>(mosaic.detach());
+}
+
 PersistentPointSourceManager* PersistentPointSourceManager::create()
 {
     return new PersistentPointSourceManager;
@@ -44,6 +52,7 @@ PersistentPointSourceManager::PersistentPointSourceManager() : m_tree(MemoryRTre
 
 void PersistentPointSourceManager::init(const QMFileSpec& index, FileOpener* opener)
 {
+    QMFileUtils::requireRegularFile(index);
     const Scoped<FileIO::Imp> file(FileIO::create());
     file->init(index.c_str(), "r");
     TileSet set;
@@ -57,8 +66,13 @@ void PersistentPointSourceManager::init(const QMFileSpec& index, FileOpener* ope
         QMFileSpec& path = set.overview->tile.path;
         path = findOverview(directory, QMFileSpec(directory, path.c_str()));
     }
+    init(std::move(set), tree.get(), opener);
+}
+
+void PersistentPointSourceManager::init(TileSet set, const RTree* tree, FileOpener* opener)
+{
     m_set = std::move(set);
-    m_tree = Scoped<const RTree>::retained(tree.get());
+    m_tree = Scoped<const RTree>::retained(tree);
     m_opener = Scoped<FileOpener>::retained(opener);
     setNumSources(m_set.tiles.size());
 }

@@ -31,6 +31,8 @@ public:
     // The overview is where the index says, or else the "overview.vxl" beside the index. Errors are those of
     // TileSetFile.h; after one the manager is unchanged.
     void init(const QMFileSpec& index, FileOpener* opener);
+    // A set in memory with absolute paths; the values of the tree are indices of its tiles.
+    void init(TileSet set, const RTree* tree, FileOpener* opener);
 
     const char* getSRS() const noexcept { return m_set.srs.c_str(); }
     const PointCloudInfo* getPointCloudInfo() const noexcept { return m_set.info.get(); }
@@ -61,5 +63,8 @@ private:
 
 // Opens a tile; the opener's errors say which file they are about.
 Scoped<PointSource> openTile(const PersistentPointSourceManager::FileOpener& opener, const QMFileSpec& file);
+
+// The mosaic of all tiles, which keeps the manager.
+Scoped<PointSource> openMosaic(PersistentPointSourceManager& tiles);
 
 } // namespace Quillmoran

@@ -4,6 +4,7 @@
 #include "files/QMFileUtils.h"
 #include "index/BoxGrid.h"
 #include "index/MemoryRTree.h"
+#include "las/LASPointReader.h"
 #include "platform/Base.h"
 #include "platform/CheckedMath.h"
 #include "utils/TileSetFile.h"
@@ -19,6 +20,15 @@ QMFileSpec relativeTo(const std::string& directory, const QMFileSpec& path)
     return whole.compare(0, prefix.size(), prefix) == 0 ? whole.c_str() + prefix.size() : whole.c_str();
 }
 
+Scoped<MemoryRTree> makeTree(const TileSet& set, const BoxGrid& grid)
+{
+    Scoped<MemoryRTree> tree(MemoryRTree::create());
+    for (std::size_t i = 0; i < set.tiles.size(); ++i)
+        if (set.tiles[i].numPoints != 0)
+            tree->insert(grid.widen(set.tiles[i].bounds), static_cast<std::int64_t>(i));
+    return tree;
+}
+
 } // namespace
 
 PersistentPointSourceWriter* PersistentPointSourceWriter::create()
@@ -29,6 +39,7 @@ PersistentPointSourceWriter* PersistentPointSourceWriter::create()
 void PersistentPointSourceWriter::init(FileOpener* opener)
 {
     m_gpsWeek.reset();
+    m_unknownCoordinateSystems.clear();
     clear();
     m_srs.clear();
     m_overview.reset();
@@ -71,9 +82,12 @@ std::vector<QMFileSpec> PersistentPointSourceWriter::getFiles() const
     return files;
 }
 
-TileInfo PersistentPointSourceWriter::describe(const QMFileSpec& file, PointCloudInfo& cloud) const
+TileInfo PersistentPointSourceWriter::describe(const QMFileSpec& file, PointCloudInfo& cloud)
 {
     const Scoped<PointSource> source = openTile(*m_opener, file);
+    const auto* las = dynamic_cast<const LASPointReader*>(source.get());
+    if (las && las->hasUnknownCoordinateSystem())
+        m_unknownCoordinateSystems.emplace_back(file.c_str());
     TileInfo tile = describeTile(file, *source);
     cloud.init(*source);
     return tile;
@@ -191,9 +205,8 @@ void PersistentPointSourceWriter::removeOverview(bool deleteFile)
     m_overview.reset();
 }
 
-TileSet PersistentPointSourceWriter::getTileSet(const QMFileSpec& index) const
+TileSet PersistentPointSourceWriter::getTileSet() const
 {
-    const std::string directory = QMFileUtils::resolve(index).dirname();
     TileSet set;
     set.srs = m_srs;
     set.gpsWeek = m_gpsWeek;
@@ -203,23 +216,31 @@ TileSet PersistentPointSourceWriter::getTileSet(const QMFileSpec& index) const
     for (const auto& [order, tile] : m_tiles) {
         bounds.grow(tile.bounds);
         set.tiles.push_back(tile);
-        set.tiles.back().path = relativeTo(directory, tile.path);
     }
     set.info->setBounds(bounds);
     set.overview = m_overview;
-    if (set.overview)
-        set.overview->tile.path = relativeTo(directory, m_overview->tile.path);
     return set;
+}
+
+Scoped<PointSource> PersistentPointSourceWriter::createPointSource() const
+{
+    const TileSet set = getTileSet();
+    const Scoped<MemoryRTree> tree = makeTree(set, BoxGrid(set.info->getBounds()));
+    const Scoped<PersistentPointSourceManager> tiles(PersistentPointSourceManager::create());
+    tiles->init(set, tree.get(), m_opener.get());
+    return openMosaic(*tiles);
 }
 
 void PersistentPointSourceWriter::write(const QMFileSpec& index) const
 {
-    const TileSet set = getTileSet(index);
+    TileSet set = getTileSet();
+    const std::string directory = QMFileUtils::resolve(index).dirname();
+    for (TileInfo& tile : set.tiles)
+        tile.path = relativeTo(directory, tile.path);
+    if (set.overview)
+        set.overview->tile.path = relativeTo(directory, set.overview->tile.path);
     const BoxGrid grid(set.info->getBounds());
-    const Scoped<MemoryRTree> tree(MemoryRTree::create());
-    for (std::size_t i = 0; i < set.tiles.size(); ++i)
-        if (set.tiles[i].numPoints != 0)
-            tree->insert(grid.widen(set.tiles[i].bounds), static_cast<std::int64_t>(i));
+    const Scoped<MemoryRTree> tree = makeTree(set, grid);
 
     PartialFile partial(index);
     partial.requireSeekable("index");

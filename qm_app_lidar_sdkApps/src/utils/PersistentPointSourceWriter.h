@@ -39,6 +39,12 @@ public:
         return m_union.getCoordinateSystems();
     }
 
+    // The opened files whose coordinate systems are not understood.
+    const std::vector<std::string>& getUnknownCoordinateSystems() const noexcept
+    {
+        return m_unknownCoordinateSystems;
+    }
+
     // Opens the file and inserts it; the errors are the opener's, those of describeTile() and of
     // PointCloudUnion::add(). A file that is a tile already is described anew, and so is the overview, which
     // does not become a tile.
@@ -63,6 +69,9 @@ public:
     const std::optional<Overview>& getOverview() const noexcept { return m_overview; }
     void removeOverview(bool deleteFile);
 
+    // The mosaic of the tiles, as readers of the index will see it, without writing the index.
+    Scoped<PointSource> createPointSource() const;
+
     // Paths of files below the index's directory are stored relative to it, others absolute. What was there
     // under this name stays until the new index is complete.
     void write(const QMFileSpec& index) const;
@@ -70,17 +79,18 @@ public:
 private:
     PersistentPointSourceWriter() = default;
 
-    TileInfo describe(const QMFileSpec& file, PointCloudInfo& cloud) const;
+    TileInfo describe(const QMFileSpec& file, PointCloudInfo& cloud);
     bool isUnchanged(const TileInfo& tile) const;
     Change updateOverview();
-    TileSet getTileSet(const QMFileSpec& index) const;
+    TileSet getTileSet() const; // with absolute paths
 
     Scoped<FileOpener> m_opener;
     std::string m_srs;
     std::optional<int> m_gpsWeek;
-    PointCloudUnion m_union;                     // counts and bounds are those of the tiles
-    std::map<std::uint64_t, TileInfo> m_tiles;   // by the order in which they came
-    std::map<QMFileSpec, std::uint64_t> m_order; // of each path
+    std::vector<std::string> m_unknownCoordinateSystems; // names of files
+    PointCloudUnion m_union;                             // counts and bounds are those of the tiles
+    std::map<std::uint64_t, TileInfo> m_tiles;           // by the order in which they came
+    std::map<QMFileSpec, std::uint64_t> m_order;         // of each path
     std::uint64_t m_nextOrder = 0;
     std::optional<Overview> m_overview;
     std::optional<std::int64_t> m_indexTime; // of the index that this set started from

@@ -2,13 +2,19 @@
 
 #include "filters/MosaicFilter.h"
 #include "framework/PointSource.h"
+#include "platform/Base.h"
 #include "srs/SpatialReference.h"
+#include "text/Printable.h"
+#include "utils/Program.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <string>
+#include <string_view>
 
 namespace Quillmoran::Utils {
 
@@ -40,6 +46,33 @@ std::optional<long long> getPreCompressionCount(const Metadata& metadata)
     return std::nullopt;
 }
 
+// Each line escaped, so that the lines of indented WKT stay lines.
+std::string printableLines(const std::string& text)
+{
+    std::string result;
+    for (std::size_t begin = 0; begin <= text.size();) {
+        const std::size_t end = std::min(text.find('\n', begin), text.size());
+        result += printable(std::string_view(text).substr(begin, end - begin));
+        if (end < text.size())
+            result += '\n';
+        begin = end + 1;
+    }
+    return result;
+}
+
+std::string describeCoordinateSystem(const char* wkt)
+{
+    if (!wkt)
+        return "None";
+    try {
+        const std::string pretty = SpatialReference::pretty(wkt);
+        return pretty == wkt ? printable(pretty) : printableLines(pretty);
+    } catch (const Error& error) {
+        warn(std::string("the coordinate system is printed as it is: ") + error.what());
+        return printable(wkt);
+    }
+}
+
 } // namespace
 
 void printHeader(std::FILE* stream, const PointSource& source, const char* fileName)
@@ -49,7 +82,7 @@ void printHeader(std::FILE* stream, const PointSource& source, const char* fileN
     } else {
         std::fprintf(stream, "Basic LiDAR Info:\n");
         if (fileName && *fileName)
-            std::fprintf(stream, "   Filename:          %s\n", fileName);
+            std::fprintf(stream, "   Filename:          %s\n", printable(fileName).c_str());
         if (const auto* reader = dynamic_cast<const PointReader*>(&source))
             std::fprintf(stream, "   Format:            %s\n", reader->getFileFormatString());
     }
@@ -84,10 +117,9 @@ void printHeader(std::FILE* stream, const PointSource& source, const char* fileN
 
     std::fprintf(stream, "   Supported Fields: ");
     for (std::size_t i = 0; i < source.getNumChannels(); ++i)
-        std::fprintf(stream, " '%s'", source.getChannel(i).getName());
+        std::fprintf(stream, " '%s'", printable(source.getChannel(i).getName()).c_str());
     std::fputc('\n', stream);
-    const char* wkt = source.getWKT();
-    std::fprintf(stream, "   Spatial Reference: %s\n", wkt ? SpatialReference::pretty(wkt).c_str() : "None");
+    std::fprintf(stream, "   Spatial Reference: %s\n", describeCoordinateSystem(source.getWKT()).c_str());
 }
 
 } // namespace Quillmoran::Utils

@@ -79,9 +79,14 @@ void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems,
 
 // The file, or the mosaic of several; `verbose` prints a summary of each. What the files do not agree on is
 // said in warnings.
+// Warns of LAS files whose GeoTIFF keys are not understood.
 Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose, const MergeOptions& options = {});
 // Says which of two clocks a LAS file holds, and how many points have lost the other one.
 void warnOfTimeConflict(const LASPointWriter& writer, const char* output);
+// Warns that a finished LAS file has no place for the coordinate system, if so.
+void warnOfLostCoordinateSystem(const LASPointWriter& writer, const char* output);
+// Warns once of files whose coordinate systems are not understood; `consequence` says what is kept of them.
+void warnOfUnknownCoordinateSystems(const std::vector<std::string>& files, const char* consequence);
 // A writer truncates its output, which must not be what it reads: -1 "the output '%s' is the input file".
 void refuseSameFile(const char* input, const char* output);
 // The same for all files of a set, the tiles of an index included.

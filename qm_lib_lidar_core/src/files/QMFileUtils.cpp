@@ -69,6 +69,30 @@ Stats getStats(const QMFileSpec& file)
     return {status.st_size, status.st_mtim.tv_sec};
 }
 
+void requireRegularFile(const QMFileSpec& file)
+{
+    std::error_code ignored;
+    const char* kind = nullptr;
+    switch (fs::status(file.c_str(), ignored).type()) {
+    case fs::file_type::directory:
+        kind = "a directory";
+        break;
+    case fs::file_type::fifo:
+        kind = "a pipe";
+        break;
+    case fs::file_type::socket:
+        kind = "a socket";
+        break;
+    case fs::file_type::block:
+    case fs::file_type::character:
+        kind = "a device";
+        break;
+    default: // opening the name gives the reason if there is nothing to read
+        return;
+    }
+    QM_THROW(-1, "cannot read '%s': it is %s, not a regular file", file.c_str(), kind);
+}
+
 int getContents(const QMFileSpec& directory, std::vector<std::string>& files,
                 std::vector<std::string>& directories)
 {

@@ -2,6 +2,7 @@
 
 #include "platform/Base.h"
 #include "platform/Stream.h"
+#include "text/Printable.h"
 
 #include <algorithm>
 #include <cstring>
@@ -204,11 +205,13 @@ void Metadata::dump(std::FILE* file) const
 {
     for (const Record& each : m_records) {
         if (each.description.empty())
-            std::fprintf(file, "   %s:\n", each.key.c_str());
+            std::fprintf(file, "   %s:\n", printable(each.key).c_str());
         else
-            std::fprintf(file, "   %s (%s):\n", each.key.c_str(), each.description.c_str());
+            std::fprintf(file, "   %s (%s):\n", printable(each.key).c_str(),
+                         printable(each.description).c_str());
         if (each.type == METADATA_STRING) {
-            std::fprintf(file, "      '%s'\n", reinterpret_cast<const char*>(each.value.data()));
+            std::fprintf(file, "      '%s'\n",
+                         printable(reinterpret_cast<const char*>(each.value.data())).c_str());
         } else if (each.type == METADATA_BLOB) {
             std::fprintf(file, "      (blob of %zu bytes)\n", each.bytes());
         } else if (each.type == METADATA_FLOAT64_ARRAY) {

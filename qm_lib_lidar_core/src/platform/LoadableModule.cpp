@@ -1,5 +1,7 @@
 #include "platform/LoadableModule.h"
 
+#include "platform/Base.h"
+
 #include <dlfcn.h>
 #include <filesystem>
 #include <string>
@@ -17,6 +19,12 @@ std::filesystem::path libraryFolder()
                                        : std::filesystem::path();
 }
 
+[[noreturn]] void throwLoadError(const char* file)
+{
+    const char* const reason = dlerror();
+    QM_THROW(-1, "cannot load the module '%s': %s", file, reason ? reason : "unknown reason");
+}
+
 } // namespace
 
 void* find(const char* file, const char* function)
@@ -24,12 +32,16 @@ void* find(const char* file, const char* function)
     std::error_code ignored;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
     for (const auto& folder : {libraryFolder(), program, program / VX_MODULE_FOLDER}) {
+        const std::filesystem::path path = folder / file;
+        if (!std::filesystem::exists(path, ignored))
+            continue;
         // Never unloaded: what it brings keeps state of the process.
-        if (void* module = dlopen((folder / file).c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE)) {
-            void* const address = dlsym(module, function);
-            dlclose(module);
-            return address;
-        }
+        void* const module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+        void* const address = module ? dlsym(module, function) : nullptr;
+        if (!address)
+            throwLoadError(file);
+        dlclose(module);
+        return address;
     }
     return nullptr;
 }

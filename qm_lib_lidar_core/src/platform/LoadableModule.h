@@ -6,9 +6,10 @@
 
 namespace Quillmoran::LoadableModule {
 
-// A function of the module with this file name; null when the module is not installed, cannot be loaded or
-// lacks the function. Looked for beside this library, beside the program and in the installed library folder.
-// A module stays loaded. May be called from any thread.
+// A function of the module with this file name; null if the module is not installed. The module is looked for
+// beside this library, beside the program and in the installed library folder. A module that is there and
+// cannot be loaded, or lacks the function, is the error -1 "cannot load the module '%s': %s" with the
+// system's reason. A module stays loaded. May be called from any thread.
 QM_API void* find(const char* file, const char* function);
 
 template <class Function>

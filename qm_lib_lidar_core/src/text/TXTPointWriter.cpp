@@ -5,10 +5,12 @@
 #include "platform/ParallelLoop.h"
 #include "text/FieldFormat.h"
 #include "text/NumberFormat.h"
+#include "text/Printable.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -66,6 +68,12 @@ int countDecimals(Real step, int maximum)
             return decimals;
     }
     return 0;
+}
+
+// A name with one would end the header line or control a terminal.
+bool hasControlCharacter(std::string_view name)
+{
+    return std::any_of(name.begin(), name.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; });
 }
 
 } // namespace
@@ -197,7 +205,7 @@ void TXTPointWriter::writeHeader()
     std::string header = "#";
     for (const Column& column : m_columns) {
         header += ' ';
-        header += column.name;
+        header += hasControlCharacter(column.name) ? printable(column.name) : column.name;
     }
     header += '\n';
     if (!m_stream.put_str(header.data(), header.size()))

@@ -124,34 +124,37 @@ void LASFileHead::addCoordinateSystem(const char* wkt)
         addGeoTIFFKeys(wkt);
         return;
     }
-    addRecord(LASVariableRecord::projectionUserID, LASVariableRecord::WKT_COORDINATE_SYSTEM, nullptr, wkt,
-              std::strlen(wkt) + 1);
+    losesCoordinateSystem =
+        !addRecord(LASVariableRecord::projectionUserID, LASVariableRecord::WKT_COORDINATE_SYSTEM, nullptr,
+                   wkt, std::strlen(wkt) + 1);
     setEncoding(LASHeader::WKT, true);
 }
 
 void LASFileHead::addGeoTIFFKeys(const char* wkt)
 {
     const auto keys = SpatialReference::toGeoTIFF(wkt);
+    losesCoordinateSystem = !keys;
     if (!keys)
         return;
     const auto add = [this](std::uint16_t recordID, const auto& values) {
-        if (!values.empty())
-            addRecord(LASVariableRecord::projectionUserID, recordID, nullptr, values.data(),
-                      values.size() * sizeof(values[0]));
+        if (!values.empty() && !addRecord(LASVariableRecord::projectionUserID, recordID, nullptr,
+                                          values.data(), values.size() * sizeof(values[0])))
+            losesCoordinateSystem = true;
     };
     add(LASVariableRecord::GEO_KEY_DIRECTORY, keys->directory);
     add(LASVariableRecord::GEO_DOUBLE_PARAMS, keys->doubles);
     add(LASVariableRecord::GEO_ASCII_PARAMS, keys->ascii);
 }
 
-void LASFileHead::addRecord(const char* userID, std::uint16_t recordID, const char* description,
+bool LASFileHead::addRecord(const char* userID, std::uint16_t recordID, const char* description,
                             const void* value, std::size_t length)
 {
     if (length > longestValue)
-        return;
+        return false;
     std::vector<unsigned char> record;
     appendLASVariableRecord(record, userID, recordID, description, value, length);
     appendRecord(record);
+    return true;
 }
 
 void LASFileHead::appendRecord(const std::vector<unsigned char>& record)

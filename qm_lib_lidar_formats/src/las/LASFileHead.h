@@ -25,6 +25,7 @@ struct LASFileHead
     };
 
     LASHeader header;
+    bool losesCoordinateSystem = false; // there is one that the file cannot hold
     std::vector<unsigned char> records; // the variable length records as they stand in the file
 
     // Counts and bounds are left at what the metadata says. The coordinate system is that of the metadata's
@@ -41,7 +42,8 @@ private:
     bool copyProjection(const Metadata& metadata);
     void addCoordinateSystem(const char* wkt);
     void addGeoTIFFKeys(const char* wkt);
-    void addRecord(const char* userID, std::uint16_t recordID, const char* description, const void* value,
+    // False if the value is too long for a record.
+    bool addRecord(const char* userID, std::uint16_t recordID, const char* description, const void* value,
                    std::size_t length);
     void appendRecord(const std::vector<unsigned char>& record);
     void setEncoding(LASHeader::GlobalEncoding bit, bool on);

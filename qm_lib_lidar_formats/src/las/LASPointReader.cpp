@@ -156,6 +156,14 @@ const char* LASPointReader::getWKT() const
     return m_translated ? m_translated->c_str() : nullptr;
 }
 
+bool LASPointReader::hasUnknownCoordinateSystem() const
+{
+    constexpr std::size_t keyCount = 3; // index of the number of keys
+    const auto& directory = m_keys.directory;
+    const bool hasKeys = !directory.empty() && (directory.size() <= keyCount || directory[keyCount] != 0);
+    return hasKeys && !getWKT();
+}
+
 void LASPointReader::loadMetadata(Metadata& into, bool sanitize) const
 {
     std::vector<LASVariableRecord> records = m_records;

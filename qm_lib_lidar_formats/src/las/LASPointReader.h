@@ -31,6 +31,8 @@ public:
     const char* getFileFormatString() const override { return m_fileFormat; }
     // From the file's WKT, else from its GeoTIFF keys, which are translated at the first call.
     const char* getWKT() const override;
+    // Whether the file has GeoTIFF keys that are not understood. getWKT() is then null.
+    bool hasUnknownCoordinateSystem() const;
     // Header fields under the names that the LAS writer knows, and the variable length records; `sanitize`
     // leaves out those that describe the coordinate system.
     void loadMetadata(Metadata& into, bool sanitize) const override;

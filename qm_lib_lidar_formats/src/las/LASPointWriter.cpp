@@ -76,6 +76,7 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
     request.wkt = getSrc()->getWKT();
     const LASFileHead head = LASFileHead::make(layout, getMetadata(), request);
     m_header = head.header;
+    m_losesCoordinateSystem = head.losesCoordinateSystem;
     m_summary = {};
     m_total = 0;
     chooseColumns(layout);

@@ -36,6 +36,10 @@ public:
     // Takes the coordinate system from the source's WKT, not from the projection records among its metadata.
     void setOverrideProjectionVLRs(bool override) { m_overrideProjection = override; }
 
+    // Whether the file written last has no place for the coordinate system of its source: GeoTIFF keys cannot
+    // express it, or it is too long for a record.
+    bool losesCoordinateSystem() const noexcept { return m_losesCoordinateSystem; }
+
     static LASPointFormat getRecordFormat(const PointInfo& layout);
     static FileVersion getFileVersion(const PointInfo& layout);
     // Puts the channels that LAS has into `supported`, in the order of `wanted`; true when one was left out.
@@ -112,6 +116,7 @@ private:
 
     // Of the file being written.
     LASHeader m_header;
+    bool m_losesCoordinateSystem = false;
     std::vector<Column> m_columns;
     Summary m_summary;
     std::uint64_t m_total = 0;              // points

@@ -1,6 +1,7 @@
 #include "pdal/PDALBPFOutput.h"
 
 #include "pdal/PDALErrors.h"
+#include "srs/ParseWKT.h"
 
 #include <cpl_error.h>
 #include <cstdio>
@@ -47,7 +48,7 @@ void PDALBPFOutput::Pipeline::setOptions(const char* path, const double* scales)
         options.add(names[axis], toText(scales[axis]));
 }
 
-// The format knows the UTM zones of WGS 84. Without a zone PDAL reads longitudes and latitudes of WGS 84.
+// PDAL reads any text, so it is given only what is WKT. The format knows the UTM zones of WGS 84. Without a zone PDAL reads longitudes and latitudes of WGS 84.
 void PDALBPFOutput::Pipeline::setCoordinateSystem(const char* wkt)
 {
     if (!wkt || *wkt == '\0')
@@ -55,7 +56,7 @@ void PDALBPFOutput::Pipeline::setCoordinateSystem(const char* wkt)
     keepsCoordinateSystem = false;
     CPLPushErrorHandler(CPLQuietErrorHandler);
     try {
-        const pdal::SpatialReference wanted(wkt), horizontal(wanted.getHorizontal());
+        const pdal::SpatialReference wanted(toWKT1(wkt)), horizontal(wanted.getHorizontal());
         const int zone = horizontal.getUTMZone();
         const auto stored =
             zone != 0 ? pdal::SpatialReference::wgs84FromZone(zone) : pdal::SpatialReference("EPSG:4326");

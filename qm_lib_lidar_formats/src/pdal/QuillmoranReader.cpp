@@ -4,6 +4,7 @@
 #include "model/ChannelNames.h"
 #include "pdal/PDALDimensions.h"
 #include "platform/Base.h"
+#include "srs/ParseWKT.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -116,8 +117,14 @@ void QuillmoranReader::initialize()
         addMetadata();
     });
     try {
-        if (const char* wkt = m_reader->getWKT())
+        // PDAL reads any text, paths and URLs among them; a file may only bring WKT.
+        const char* text = m_reader->getWKT();
+        const std::string wkt = text ? toWKT1(text) : "";
+        if (!wkt.empty())
             setSpatialReference(pdal::SpatialReference(wkt));
+        else if (text && *text != '\0')
+            log()->get(pdal::LogLevel::Warning)
+                << getName() << ": the coordinate system is not understood" << std::endl;
     } catch (const pdal::pdal_error& error) {
         log()->get(pdal::LogLevel::Warning) << getName() << ": " << error.what() << std::endl;
     }

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cpl_vsi.h>
 #include <cstddef>
-#include <cstring>
+#include <memory>
 #include <ogr_spatialref.h>
 #include <string>
 
@@ -21,23 +22,26 @@ bool isControl(char c)
 
 } // namespace
 
-// The text is searched as a whole: no disagreement about quotes and brackets can hide a parameter.
+// The text is searched as a whole, without its white space: no disagreement about quotes, brackets and blanks
+// can hide a name.
 bool namesFile(std::string_view text)
 {
-    std::string lower(text);
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    for (const std::string_view parameter : {"init=", "grids=", "file=", "model=", "catalog="}) {
-        constexpr std::string_view none = "@null";
-        for (std::size_t at = 0; (at = lower.find(parameter, at)) != std::string::npos;) {
+    std::string all;
+    for (const char c : text)
+        if (!std::isspace(static_cast<unsigned char>(c)))
+            all += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (all.find("parameterfile[") != std::string::npos || all.find("parameterfile(") != std::string::npos)
+        return true;
+    for (const std::string_view parameter : {"init=", "grids=", "file=", "model=", "catalog="})
+        for (std::size_t at = 0; (at = all.find(parameter, at)) != std::string::npos;) {
+            constexpr std::string_view none = "@null";
             at += parameter.size();
             const std::size_t end = at + none.size();
-            const bool isNone = lower.compare(at, none.size(), none) == 0 &&
-                                (end == lower.size() || std::strchr(" \t\r\n\"", lower[end]));
+            const bool isNone = all.compare(at, none.size(), none) == 0 &&
+                                (end == all.size() || all[end] == '+' || all[end] == '"');
             if (!isNone)
                 return true;
         }
-    }
     return false;
 }
 
@@ -46,6 +50,17 @@ bool parseWKT(const char* text, OGRSpatialReference& reference)
     const std::string_view whole(text);
     return whole.size() <= maxBytes && std::none_of(whole.begin(), whole.end(), isControl) &&
            !namesFile(whole) && reference.importFromWkt(text) == OGRERR_NONE;
+}
+
+std::string toWKT1(const char* text)
+{
+    OGRSpatialReference reference;
+    const char* const options[] = {"FORMAT=WKT1_GDAL", nullptr};
+    char* exported = nullptr;
+    const bool understood =
+        parseWKT(text, reference) && reference.exportToWkt(&exported, options) == OGRERR_NONE;
+    const std::unique_ptr<char, decltype(&VSIFree)> owned(exported, VSIFree);
+    return understood ? exported : "";
 }
 
 } // namespace Quillmoran

@@ -1,5 +1,6 @@
 #include "srs/SpatialReference.h"
 
+#include "platform/Base.h"
 #include "platform/LoadableModule.h"
 #include "srs/SpatialReferenceModule.h"
 
@@ -48,14 +49,17 @@ std::vector<std::uint16_t> usableDirectory(const GeoTIFFKeys& keys)
 template <class Function>
 Function* findInModule(const char* name)
 {
-    return LoadableModule::find<Function>(SRS_MODULE, name);
+    const auto function = LoadableModule::find<Function>(SRS_MODULE, name);
+    if (!function)
+        QM_THROW(-1, "the module for coordinate systems, '%s', is not installed", SRS_MODULE);
+    return function;
 }
 
 std::optional<std::string> translate(const GeoTIFFKeys& keys)
 {
     std::string wkt;
     const auto convert = findInModule<decltype(qmGeoTIFFToWKT)>("qmGeoTIFFToWKT");
-    if (!convert || !convert(keys, wkt))
+    if (!convert(keys, wkt))
         return std::nullopt;
     return wkt;
 }
@@ -66,7 +70,7 @@ std::optional<GeoTIFFKeys> toGeoTIFF(const char* wkt)
 {
     GeoTIFFKeys keys;
     const auto convert = findInModule<decltype(qmWKTToGeoTIFF)>("qmWKTToGeoTIFF");
-    if (!convert || !convert(wkt, keys))
+    if (!convert(wkt, keys))
         return std::nullopt;
     return keys;
 }
@@ -89,7 +93,7 @@ std::string pretty(const char* wkt)
 {
     std::string text;
     const auto indent = findInModule<decltype(qmPrettyWKT)>("qmPrettyWKT");
-    return indent && indent(wkt, text) ? text : wkt;
+    return indent(wkt, text) ? text : wkt;
 }
 
 bool isSame(const char* a, const char* b)
@@ -97,7 +101,7 @@ bool isSame(const char* a, const char* b)
     if (std::strcmp(a, b) == 0)
         return true;
     const auto compare = findInModule<decltype(qmSameWKT)>("qmSameWKT");
-    return compare && compare(a, b);
+    return compare(a, b);
 }
 
 } // namespace Quillmoran::SpatialReference

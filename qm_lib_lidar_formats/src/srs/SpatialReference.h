@@ -1,6 +1,9 @@
 // Coordinate systems in their two notations: WKT and the GeoTIFF keys of older LAS files. The libraries that
-// know them take several times as long to load as a small file takes to decode, so they stand in a module
-// that is loaded at the first call; without the module nothing is understood.
+// understand them take several times as long to load as a small file takes to decode, so they are in a module
+// that is loaded at the first call. All functions throw -1 if the module is needed and cannot be loaded.
+//
+// Text and keys may come from any file: they are limited to 1 MiB, parsed as WKT or keys and as nothing else,
+// and make no program open a file or a connection that they name.
 #pragma once
 
 #include "platform/Export.h"
@@ -27,7 +30,7 @@ struct GeoTIFFKeys
 
 namespace SpatialReference {
 
-// Nothing when the text or the keys are not understood. Keys may come from any file.
+// Nothing if the text or the keys are not understood.
 QM_API std::optional<GeoTIFFKeys> toGeoTIFF(const char* wkt);
 QM_API std::optional<std::string> toWKT(const GeoTIFFKeys& keys);
 

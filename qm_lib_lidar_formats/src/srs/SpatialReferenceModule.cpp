@@ -4,11 +4,13 @@
 
 #include <cpl_conv.h>
 #include <cpl_error.h>
+#include <gdal_version.h>
 #include <geo_normalize.h>
 #include <geo_simpletags.h>
 #include <geotiff.h>
 #include <memory>
 #include <ogr_spatialref.h>
+#include <ogr_srs_api.h>
 
 // GDAL exports these two without a header for them.
 extern "C" {
@@ -24,14 +26,23 @@ constexpr int directoryTag = 34735;
 constexpr int doublesTag = 34736;
 constexpr int asciiTag = 34737;
 
-// The libraries say on the console what they do not understand; that is not for this system's users.
-class QuietErrors
+// Keeps the libraries' messages off the console, and PROJ off the network whatever the environment says.
+class QuietLibraries
 {
 public:
-    QuietErrors() { CPLPushErrorHandler(CPLQuietErrorHandler); }
-    ~QuietErrors() { CPLPopErrorHandler(); }
-    QuietErrors(const QuietErrors&) = delete;
-    QuietErrors& operator=(const QuietErrors&) = delete;
+    QuietLibraries()
+    {
+        CPLPushErrorHandler(CPLQuietErrorHandler);
+#if GDAL_VERSION_NUM >= GDAL_COMPUTE_VERSION(3, 4, 0)
+        OSRSetPROJEnableNetwork(0);
+#endif
+    }
+    ~QuietLibraries()
+    {
+        CPLPopErrorHandler();
+    }
+    QuietLibraries(const QuietLibraries&) = delete;
+    QuietLibraries& operator=(const QuietLibraries&) = delete;
 };
 
 using CPLText = std::unique_ptr<char, decltype(&VSIFree)>;
@@ -59,10 +70,13 @@ void setTag(const SimpleTags& tags, int tag, int type, const T* values, std::siz
 
 bool qmWKTToGeoTIFF(const char* wkt, GeoTIFFKeys& keys)
 {
-    const QuietErrors quiet;
+    const QuietLibraries quiet;
+    OGRSpatialReference reference;
     const SimpleTags tags(ST_Create(), ST_Destroy);
     const Keys gtif(GTIFNewSimpleTags(tags.get()), GTIFFree);
-    if (!gtif || !GTIFSetFromOGISDefn(gtif.get(), wkt) || !GTIFWriteKeys(gtif.get()))
+    // The function parses the text again, as WKT.
+    if (!Quillmoran::parseWKT(wkt, reference) || !gtif || !GTIFSetFromOGISDefn(gtif.get(), wkt) ||
+        !GTIFWriteKeys(gtif.get()))
         return false;
     int count = 0;
     if (const auto* values = getTag<std::uint16_t>(tags, directoryTag, count))
@@ -76,7 +90,9 @@ bool qmWKTToGeoTIFF(const char* wkt, GeoTIFFKeys& keys)
 
 bool qmGeoTIFFToWKT(const GeoTIFFKeys& keys, std::string& wkt)
 {
-    const QuietErrors quiet;
+    const QuietLibraries quiet;
+    if (Quillmoran::namesFile(keys.ascii)) // a citation can hold WKT, which is parsed
+        return false;
     const SimpleTags tags(ST_Create(), ST_Destroy);
     setTag(tags, directoryTag, STT_SHORT, keys.directory.data(), keys.directory.size());
     setTag(tags, doublesTag, STT_DOUBLE, keys.doubles.data(), keys.doubles.size());
@@ -95,11 +111,11 @@ bool qmGeoTIFFToWKT(const GeoTIFFKeys& keys, std::string& wkt)
 
 bool qmPrettyWKT(const char* wkt, std::string& pretty)
 {
-    const QuietErrors quiet;
+    const QuietLibraries quiet;
     OGRSpatialReference reference;
     char* text = nullptr;
     const bool understood =
-        reference.SetFromUserInput(wkt) == OGRERR_NONE && reference.exportToPrettyWkt(&text) == OGRERR_NONE;
+        Quillmoran::parseWKT(wkt, reference) && reference.exportToPrettyWkt(&text) == OGRERR_NONE;
     const CPLText owned(text, VSIFree);
     if (understood)
         pretty = text;
@@ -108,7 +124,7 @@ bool qmPrettyWKT(const char* wkt, std::string& pretty)
 
 bool qmSameWKT(const char* a, const char* b)
 {
-    const QuietErrors quiet;
+    const QuietLibraries quiet;
     OGRSpatialReference first, second;
     if (!Quillmoran::parseWKT(a, first) || !Quillmoran::parseWKT(b, second))
         return false;

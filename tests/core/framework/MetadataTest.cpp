@@ -181,7 +181,7 @@ TEST(Metadata, FindsAndRemovesTheFirstRecordOfAKey)
     metadata.remove("k");
     EXPECT_EQ(metadata.getKeyIndex("k"), 1);
     metadata.sort();
-    EXPECT_EQ(dumped(metadata), "   K:\n      '3'\n   k:\n      '2'\n   \xE4:\n      '1'\n");
+    EXPECT_EQ(dumped(metadata), "   K:\n      '3'\n   k:\n      '2'\n   \\xe4:\n      '1'\n");
     EXPECT_EQ(errorOf(40007, [&] { metadata.remove(std::size_t{3}); }), "bad index");
     EXPECT_EQ(errorOf(40007, [&] { metadata.add("", nullptr, METADATA_BLOB, "v", 1); }),
               "metadata key not given");

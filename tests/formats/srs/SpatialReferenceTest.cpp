@@ -1,7 +1,15 @@
 #include "srs/SpatialReference.h"
 
+#include "support/TemporaryDirectory.h"
+
 #include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <netinet/in.h>
 #include <string>
+#include <sys/inotify.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace Quillmoran::SpatialReference {
 
@@ -21,7 +29,110 @@ std::string utm(int zone, const std::string& name = "a grid", const std::string&
            extension + "]";
 }
 
+std::string withPROJ4(const std::string& projString)
+{
+    return utm(32, "a grid", ",EXTENSION[\"PROJ4\",\"" + projString + "\"]");
+}
+
+// A file and a server that no text may make a program open.
+class Decoy
+{
+public:
+    Decoy()
+    {
+        inotify_add_watch(m_watch, file.c_str(), IN_OPEN);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        EXPECT_EQ(bind(m_server, reinterpret_cast<sockaddr*>(&address), size), 0);
+        EXPECT_EQ(listen(m_server, 16), 0);
+        getsockname(m_server, reinterpret_cast<sockaddr*>(&address), &size);
+        url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/decoy";
+    }
+    ~Decoy()
+    {
+        close(m_watch);
+        close(m_server);
+    }
+    Decoy(const Decoy&) = delete;
+    Decoy& operator=(const Decoy&) = delete;
+
+    // Whether something opened the file or the connection since the last call.
+    bool wasOpened() const
+    {
+        char events[4096];
+        const bool touched = read(m_watch, events, sizeof events) > 0;
+        const int connection = accept(m_server, nullptr, nullptr);
+        if (connection >= 0)
+            close(connection);
+        return touched || connection >= 0;
+    }
+
+private:
+    Testing::TemporaryDirectory m_directory;
+
+public:
+    const std::string file = m_directory.file("decoy", wgs84);
+    std::string url;
+
+private:
+    int m_watch = inotify_init1(IN_NONBLOCK);
+    int m_server = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+};
+
+// Keys whose citation holds WKT, as Esri's programs write them.
+GeoTIFFKeys keysWithWKT(const std::string& wkt)
+{
+    const std::string citation = "ESRI PE String = " + wkt;
+    const auto length = static_cast<std::uint16_t>(citation.size());
+    return {{1, 1, 0, 2, 1024, 0, 1, 32767, 3073, 34737, length, 0}, {}, citation};
+}
+
 } // namespace
+
+TEST(SpatialReferenceTest, OpensNothingThatATextNames)
+{
+    const Decoy decoy;
+    setenv("GDAL_HTTP_TIMEOUT", "1", 1); // seconds; the server does not answer
+    setenv("PROJ_NETWORK", "ON", 1);
+    const std::string pipeline = "+proj=pipeline +step ";
+    for (const std::string& name : {decoy.file, decoy.url}) {
+        const std::string texts[] = {
+            name,
+            "/vsicurl/" + name,
+            "ESRI::" + name,
+            "+init=" + name + ":1",
+            withPROJ4(pipeline + "+init=" + name + ":1"),
+            withPROJ4(pipeline + "+InIt\n =\t" + name + ":1"),
+            withPROJ4("+proj=ob_tran +o_proj=longlat +o_lat_p=3 +init=" + name + ":1"),
+            withPROJ4("+proj=longlat +ellps=bessel +nadgrids=@null," + name),
+            "BOUNDCRS[SOURCECRS[" + wgs84 + "],TARGETCRS[" + wgs84 +
+                "],ABRIDGEDTRANSFORMATION[\"t\",METHOD[\"NTv2\",ID[\"EPSG\",9615]],PARAMETERFILE "
+                "[\"Latitude and longitude difference file\",\"" +
+                name + "\"]]]",
+        };
+        for (const std::string& text : texts) {
+            EXPECT_EQ(pretty(text.c_str()), text);
+            EXPECT_EQ(toGeoTIFF(text.c_str()), std::nullopt) << text;
+            EXPECT_FALSE(isSame(text.c_str(), wgs84.c_str())) << text;
+            toWKT(keysWithWKT(text));
+            EXPECT_FALSE(decoy.wasOpened()) << text;
+        }
+    }
+    unsetenv("PROJ_NETWORK");
+    EXPECT_EQ(toWKT(keysWithWKT(wgs84)).value_or("").substr(0, 15), "GEOGCS[\"WGS 84\"");
+}
+
+TEST(SpatialReferenceTest, TakesWKTWithoutControlCharacters)
+{
+    const auto isUnderstood = [](const std::string& text) { return pretty(text.c_str()) != text; };
+    const std::string google = withPROJ4("+proj=merc +a=6378137 +b=6378137 +nadgrids=@null +wktext +no_defs");
+    EXPECT_TRUE(isUnderstood(google));
+    EXPECT_NE(pretty(google.c_str()).find("+nadgrids=@null"), std::string::npos);
+    EXPECT_TRUE(isUnderstood(utm(32, "\tan \xc3\xa4 and\r\na line")));
+    EXPECT_FALSE(isUnderstood(utm(32, "\x1b[31m")));
+}
 
 TEST(SpatialReferenceTest, ComparesSystemsAndNotTheirTexts)
 {
