@@ -59,7 +59,7 @@ private:
     Scoped<FileOpener> m_opener;
 };
 
-// Opens a tile; the opener's errors say which file they are about.
+// Opens a tile; errors of the opener and of the source name the file.
 Scoped<PointSource> openTile(const PersistentPointSourceManager::FileOpener& opener, const QMFileSpec& file);
 
 } // namespace Quillmoran

@@ -3,6 +3,7 @@
 #include "filters/MosaicFilter.h"
 #include "framework/PointSource.h"
 #include "srs/SpatialReference.h"
+#include "utils/NamedSource.h"
 
 #include <charconv>
 #include <cmath>
@@ -42,8 +43,9 @@ std::optional<long long> getPreCompressionCount(const Metadata& metadata)
 
 } // namespace
 
-void printHeader(std::FILE* stream, const PointSource& source, const char* fileName)
+void printHeader(std::FILE* stream, const PointSource& shown, const char* fileName)
 {
+    const PointSource& source = NamedSource::unwrap(shown);
     if (dynamic_cast<const MosaicFilter*>(&source)) {
         std::fprintf(stream, "Basic Mosaic Info:\n");
     } else {
