@@ -1,8 +1,12 @@
 // What the programs share at their edges: arguments that they refuse, names of channels, runs that write
 // nothing, and the progress line.
+#include "decode/VX7PointReader.h"
+#include "platform/Base.h"
+#include "support/Errors.h"
 #include "support/ExampleSurvey.h"
 #include "support/LASClouds.h"
 #include "support/Program.h"
+#include "support/SetOfSources.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -184,6 +188,109 @@ TEST_F(Options, ExplainsWhyNoPointsAreWritten)
         EXPECT_NE(result.output.find("\n0 points written"), std::string::npos) << result.output;
         EXPECT_EQ(result.errors, "Warning: no points were written to 'out.vxl': " + reason + '\n')
             << arguments;
+    }
+}
+
+// A file that can be opened, and whose points cannot be read.
+Testing::Bytes damagedSurvey(const std::string& path)
+{
+    const Testing::Bytes whole = Testing::buildExampleSurvey();
+    for (std::size_t at = 1000; at + 16 < whole.size(); at += 50) {
+        Testing::Bytes damaged = whole;
+        std::fill_n(damaged.begin() + static_cast<std::ptrdiff_t>(at), 16, std::uint8_t{0xFF});
+        writeFile(path, damaged);
+        const Scoped<VX7PointReader> reader(VX7PointReader::create());
+        try {
+            reader->init(path.c_str());
+        } catch (const Error&) {
+            continue;
+        }
+        if (Testing::failureOf([&] { Testing::readRows(*reader, reader->getPointInfo()); }) != "no error")
+            return damaged;
+    }
+    ADD_FAILURE() << "no damage was found";
+    return whole;
+}
+
+TEST_F(Options, ErrorsNameTheFileAmongMany)
+{
+    std::filesystem::create_directory(directory / "tiles");
+    for (const char* name : {"a", "b", "c"})
+        writeFile(directory / ("tiles/" + std::string(name) + ".vxl"), Testing::buildExampleSurvey());
+    directory.file("all.list", "tiles/a.vxl\ntiles/note.txt\n");
+    succeed(VXINDEX, "-o tiles.index tiles");
+    const std::string bad = directory / "tiles/b.vxl";
+    writeFile(bad, damagedSurvey(bad));
+    const struct
+    {
+        const char* program;
+        const char* arguments;
+        const char* file;
+    } cases[] = {
+        {VXPACK, "-o out.vxl -i tiles", "tiles/b.vxl"},
+        {VXPACK, "-o out.vxl -i tiles/b.vxl", "tiles/b.vxl"},
+        {VXPACK, "-o out.vxl -i tiles.index -order hilbert", "tiles/b.vxl"},
+        {VXPACK, "-o out.vxl -i survey.vxl -i tiles.index -filter ClassId,2,include", "tiles/b.vxl"},
+        {VXPACK, "-o out.vxl -i all.list", "tiles/note.txt"},
+        {VXINDEX, "-o out.index all.list", "tiles/note.txt"},
+        {VXINDEX, "-o tiles.index -u -overview o.las -createOverview -overviewFraction 1", "tiles/b.vxl"},
+        {VXINFO, "-stats tiles.index", "tiles/b.vxl"},
+    };
+    for (const auto& [program, arguments, file] : cases) {
+        const Result result = run(program, arguments);
+        EXPECT_EQ(result.status, 1) << arguments;
+        EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+        const std::string end = std::string(file) + '\n';
+        const std::size_t path = result.errors.find(" path = ");
+        ASSERT_NE(path, std::string::npos) << arguments << result.errors;
+        EXPECT_EQ(result.errors.find(" path = ", path + 1), std::string::npos) << result.errors;
+        EXPECT_EQ(result.errors.substr(result.errors.size() - end.size()), end) << result.errors;
+    }
+}
+
+TEST_F(Options, WaveformsAreDroppedOnRequest)
+{
+    std::filesystem::create_directory(directory / "tiles");
+    writeFile(directory / "tiles/plain.las", Testing::randomLASFile(1, 4, 100, 3).build());
+    const std::string refusal =
+        "Input LAS/LAZ file contains waveform data.  This is not currently supported. path = ";
+    const std::string warning = "Warning: the waveform packets of 'tiles/wave.las' are dropped\n";
+    for (const int format : {4, 5, 9, 10}) {
+        Testing::LASFile file = Testing::randomLASFile(format, 4, 500, static_cast<unsigned>(format));
+        file.records = {{"LASF_Spec", 100, "a waveform", Testing::LASBytes(26)}, {"Owner", 9, "", {1}}};
+        writeFile(directory / "tiles/wave.las", file.build());
+        for (const char* program : {VXPACK, VXINDEX})
+            EXPECT_EQ(run(program, std::string("-i tiles -o out.") +
+                                       (program == std::string(VXPACK) ? "vxl" : "index"))
+                          .errors,
+                      "Error: " + refusal + "tiles/wave.las\n");
+
+        EXPECT_EQ(succeed(VXPACK, "-dropWaveforms -i tiles/wave.las -o wave.vxl").errors, warning);
+        succeed(VXUNPACK, "-i wave.vxl -o wave.las");
+        EXPECT_TRUE(Testing::LASFile::load(directory / "wave.las").points == file.points) << format;
+        const std::string packed = succeed(VXINFO, "wave.vxl").output;
+        EXPECT_EQ(packed.find("LASF_Spec::100"), std::string::npos);
+        EXPECT_NE(packed.find("Owner::9"), std::string::npos);
+
+        const Result indexed =
+            succeed(VXINDEX, "-dropWaveforms -o tiles.index tiles -overview o.las -createOverview");
+        EXPECT_EQ(indexed.errors.find(warning), 0u) << indexed.errors;
+        EXPECT_EQ(indexed.errors.find(warning, 1), std::string::npos) << indexed.errors;
+        const std::string unread = run(VXPACK, "-i tiles.index -o out.vxl").errors;
+        EXPECT_NE(unread.find(refusal), std::string::npos) << unread;
+        EXPECT_NE(unread.find("tiles/wave.las\n"), std::string::npos) << unread;
+        EXPECT_NE(
+            succeed(VXPACK, "-dropWaveforms -i tiles.index -o out.vxl").output.find("\n600 points written"),
+            std::string::npos);
+
+        EXPECT_NE(
+            succeed(VXINFO, "-check tiles/wave.las").output.find("   Waveform Packets:  yes, not decoded\n"),
+            std::string::npos);
+        EXPECT_NE(succeed(VXINFO, "-json tiles/wave.las").output.find("\"hasWaveforms\": true"),
+                  std::string::npos);
+        EXPECT_NE(succeed(VXINFO, "-json tiles/plain.las").output.find("\"hasWaveforms\": false"),
+                  std::string::npos);
+        succeed(VXINFO, "-check tiles.index");
     }
 }
 

@@ -451,7 +451,7 @@ TEST_F(Vxpack, PacksBPFWhereItsModuleIs)
         EXPECT_EQ(result.status, 1);
         EXPECT_EQ(result.errors,
                   "Error: this installation cannot read or write BPF files: its PDAL module is "
-                  "not there\n");
+                  "not there path = in.bpf\n");
         EXPECT_FALSE(exists("out.vxl"));
         return;
     }
@@ -613,7 +613,7 @@ TEST_F(Vxpack, ExplainsWhatItCannotDo)
         {"-i survey.vxl -o folder.vxl", "Is a directory path = folder.vxl"},
         {"-i none.las -o out.vxl", "No such file or directory path = none.las"},
         {"-i folder.vxl -o out.vxl", "there are no files to read"},
-        {"-i bad.vxl -o out.vxl", "not a Vexil file"},
+        {"-i bad.vxl -o out.vxl", "not a Vexil file path = bad.vxl"},
         {"-i a.xyz -o out.vxl", "TXT file requires a format parse string '-parse': 'a.xyz'"},
         {"-i a.xyz -o out.vxl -parse xyzi", "a.xyz:1:6: 3 fields, expected 4"},
         {"-i a.xyz -o out.vxl -parse xyzi -lenient", "a.xyz:1:6: 3 fields, expected 4"},

@@ -188,11 +188,10 @@ TEST(RealFiles, PackedFilesGiveBackTheirPoints)
     std::size_t numPacked = 0;
     for (const std::string& path : paths) {
         Scoped<LASPointReader> reader(LASPointReader::create());
-        if (Testing::failureOf([&] { reader->init(path.c_str(), false); }) != "no error")
-            continue; // waveforms
-        const std::string commands[] = {std::string(VXPACK) + " -i " + path + " -o " + packed + " >/dev/null",
-                                        std::string(VXUNPACK) + " -i " + packed + " -o " + output +
-                                            " >/dev/null"};
+        reader->init(path.c_str(), true);
+        const std::string commands[] = {
+            std::string(VXPACK) + " -dropWaveforms -i " + path + " -o " + packed + " >/dev/null",
+            std::string(VXUNPACK) + " -i " + packed + " -o " + output + " >/dev/null"};
         for (const std::string& command : commands)
             ASSERT_EQ(std::system(command.c_str()), 0) << command;
         ++numPacked;
@@ -227,7 +226,7 @@ TEST(RealFiles, PackedFilesGiveBackTheirPoints)
             EXPECT_EQ(written.records[i].value, expected.records[i].value) << path;
         }
     }
-    EXPECT_GE(numPacked + 1, paths.size()) << "files that were not even opened";
+    EXPECT_EQ(numPacked, paths.size());
 }
 
 // Files of formats 3, 6 and 1 with different clocks, scan angles and classifications, joined into one.

@@ -201,6 +201,7 @@ Scoped<FilePointSourceManager> Inspector::createManager(const char* argument) co
 {
     Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     Utils::setTextOptions(*manager, true, m_cmdLine);
+    manager->setOpenFullWaveformFiles(true);
     manager->addFile(argument);
     return manager;
 }

@@ -163,6 +163,7 @@ void addDescription(JSON& json, const SourceDescription& description)
     json["type"] = description.typeName;
     json["format"] = textOrNull(description.format);
     json["fileBytes"] = description.fileBytes ? JSON(*description.fileBytes) : JSON();
+    json["hasWaveforms"] = description.hasWaveforms;
     json["numPoints"] = isCounted ? JSON(source.getNumPoints()) : JSON();
     json["bounds"] = describeBounds(source.getBounds());
     json["scale"] = triple(source.getScale());

@@ -1,6 +1,7 @@
 #include "info/SourceDescription.h"
 
 #include "decode/VX7PointReader.h"
+#include "las/LASPointReader.h"
 #include "utils/Utils.h"
 
 #include <filesystem>
@@ -17,6 +18,8 @@ SourceDescription::SourceDescription(const Scoped<PointSource>& opened, const st
         fileBytes = size;
     if (const auto* reader = dynamic_cast<const PointReader*>(source.get()))
         format = reader->getFileFormatString();
+    if (const auto* reader = dynamic_cast<const LASPointReader*>(source.get()))
+        hasWaveforms = reader->getHeader().pointFormat.hasWaveform();
     if (const auto* reader = dynamic_cast<const VX7PointReader*>(source.get())) {
         compression = &reader->getDecoderInfo();
         compressedSize = CompressedSize::of(*compression);

@@ -17,6 +17,7 @@ struct SourceDescription
     const char* typeName = "";
     const char* format = nullptr; // null unless the source is a single file
     std::optional<std::uint64_t> fileBytes;
+    bool hasWaveforms = false; // packets that are not decoded
     Metadata metadata;
 
     // Of a compressed file only, and owned by the source.

@@ -77,6 +77,8 @@ void writeDescription(const SourceDescription& description, const std::string& f
     Utils::printHeader(stdout, source, fileName.c_str());
     if (description.fileBytes)
         std::printf("   File Size:         %" PRIu64 " bytes\n", *description.fileBytes);
+    if (description.hasWaveforms)
+        std::printf("   Waveform Packets:  yes, not decoded\n");
     writeChannels(source);
     writeClassNames(source);
     writeMetadata(description.metadata);

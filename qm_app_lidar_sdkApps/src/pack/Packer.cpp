@@ -22,6 +22,21 @@ namespace {
 
 constexpr char description[] = "Encodes LiDAR files as VX7 files";
 
+// The records that describe waveform packets or hold them mean nothing without the packets.
+Metadata withoutWaveformRecords(Metadata metadata)
+{
+    constexpr int firstDescriptor = 100;
+    constexpr int lastDescriptor = 354;
+    constexpr int packets = 65535;
+    const auto remove = [&metadata](int recordID) {
+        metadata.remove(("LASF_Spec::" + std::to_string(recordID)).c_str());
+    };
+    for (int recordID = firstDescriptor; recordID <= lastDescriptor; ++recordID)
+        remove(recordID);
+    remove(packets);
+    return metadata;
+}
+
 } // namespace
 
 Packer::Packer() : m_cmdLine("vxpack", description, description, true)
@@ -42,6 +57,7 @@ Packer::Packer() : m_cmdLine("vxpack", description, description, true)
                         "warning, and the first one is used",
                         false);
     Utils::addOutFieldsOption(m_cmdLine);
+    Utils::addWaveformOption(m_cmdLine);
     Utils::addFilterOptions(m_cmdLine);
     Utils::addSubsampleOption(m_cmdLine);
     Utils::addCropOption(m_cmdLine);
@@ -82,6 +98,9 @@ void Packer::pack() const
 
     Utils::ConsoleProgress progress;
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
+    files->setNamesErrors();
+    if (Utils::dropsWaveforms(m_cmdLine))
+        files->dropWaveforms();
     addInputs(*files, progress);
     if (m_cmdLine.isPresent("srs") && std::strcmp(m_cmdLine.getString("srs"), "same") != 0)
         QM_THROW(-1, "unknown value '%s' of -srs, it is 'same'", m_cmdLine.getString("srs"));
@@ -89,9 +108,13 @@ void Packer::pack() const
         Utils::openInputs(*files, m_cmdLine.getFlag("verbose"), Utils::getMergeOptions(m_cmdLine)));
 
     const PointInfo layout = Utils::getOutColumns(m_cmdLine, *source);
+    if (!layout.hasValidXYZ()) // the readers find it, too, and would blame the file
+        QM_THROW(40007, "must have x, y, and z channels");
     PackOptions::resolveChannels(options, layout);
     const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
     writer->init(source.get(), output);
+    if (Utils::dropsWaveforms(m_cmdLine))
+        writer->setMetadata(withoutWaveformRecords(writer->getMetadata()));
     writer->setOptions(options);
     const std::int64_t count =
         writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine), layout, &progress);

@@ -51,6 +51,7 @@ TileIndexer::TileIndexer() : m_cmdLine("vxindex", description, description, true
         "write the file of -overview, LAS or LAZ, from the indexed files.  Its share is 1/16 by default");
     m_cmdLine.addFlag("removeOverview", nullptr, "take the overview out of the index; its file stays");
     Utils::addTXTPointReaderOptions(m_cmdLine);
+    Utils::addWaveformOption(m_cmdLine);
 }
 
 void TileIndexer::parse(int argc, const char* const* argv)
@@ -66,6 +67,8 @@ void TileIndexer::run()
 {
     ThreadPool pool(m_cmdLine.isPresent("numThreads") ? m_cmdLine.getUint("numThreads") : 0);
     Utils::setTextOptions(*m_opener, true, m_cmdLine);
+    if (Utils::dropsWaveforms(m_cmdLine))
+        m_opener->dropWaveforms();
     // Every other name would not be opened as an index, and might be that of a tile.
     if (Utils::getPointSourceType(m_cmdLine.getString("index")) != POINT_SOURCE_INDEX)
         QM_THROW(-1, "the name of an index must end in '.index': '%s'", m_cmdLine.getString("index"));
@@ -81,6 +84,7 @@ Scoped<PointSource> TileIndexer::openIndex() const
 {
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     Utils::setTextOptions(*files, false, m_cmdLine);
+    files->setOpenFullWaveformFiles(Utils::dropsWaveforms(m_cmdLine)); // warned of before
     files->addFile(m_cmdLine.getString("index"));
     return Scoped<PointSource>(files->createPointSource(0));
 }
@@ -135,6 +139,7 @@ std::vector<QMFileSpec> TileIndexer::collectInputs() const
 {
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     Utils::setTextOptions(*files, false, m_cmdLine);
+    files->setNamesErrors();
     std::size_t count = 0;
     const char* const* names = m_cmdLine.getStringArray("inputFile", count);
     for (std::size_t i = 0; i < count; ++i)

@@ -7,6 +7,8 @@
 #include "platform/FileIO.h"
 #include "platform/Stream.h"
 #include "text/TXTPointReader.h"
+#include "utils/NamedSource.h"
+#include "utils/Program.h"
 
 #include <cctype>
 #include <cstring>
@@ -186,11 +188,8 @@ PointSource* SimpleFileOpener::openPointSource(const QMFileSpec& file) const
     case POINT_SOURCE_TEXT:
         return openText(file.c_str());
     case POINT_SOURCE_LAS:
-    case POINT_SOURCE_LAZ: {
-        Scoped<LASPointReader> reader(LASPointReader::create());
-        reader->init(file.c_str(), m_openFullWaveform);
-        return reader.detach();
-    }
+    case POINT_SOURCE_LAZ:
+        return openLAS(file);
     case POINT_SOURCE_VX7: {
         Scoped<VX7PointReader> reader(VX7PointReader::create());
         reader->init(file.c_str());
@@ -203,6 +202,18 @@ PointSource* SimpleFileOpener::openPointSource(const QMFileSpec& file) const
     }
 }
 
+PointSource* SimpleFileOpener::openLAS(const QMFileSpec& file) const
+{
+    Scoped<LASPointReader> reader(LASPointReader::create());
+    reader->init(file.c_str(), m_openFullWaveform);
+    if (m_warnsOfWaveforms && reader->getHeader().pointFormat.hasWaveform()) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_warned.insert(file.c_str()).second)
+            Utils::warn(std::string("the waveform packets of '") + file.c_str() + "' are dropped");
+    }
+    return reader.detach();
+}
+
 FilePointSourceManager::FilePointSourceManager() : m_opener(SimpleFileOpener::create())
 {}
 
@@ -212,6 +223,17 @@ FilePointSourceManager* FilePointSourceManager::create()
 }
 
 void FilePointSourceManager::addFile(const char* name)
+{
+    try {
+        add(name);
+    } catch (Error& error) {
+        if (m_namesErrors)
+            nameFile(error, name);
+        throw;
+    }
+}
+
+void FilePointSourceManager::add(const char* name)
 {
     switch (SimpleFileOpener::getPointSourceType(name)) {
     case POINT_SOURCE_NULL:
@@ -287,8 +309,17 @@ PointSource* FilePointSourceManager::createPointSource(std::size_t index)
     if (index >= m_files.size())
         QM_THROW(-1);
     FileInfo& info = m_files[index];
-    if (!info.source)
-        info.source.reset(openSource(info.file));
+    if (!info.source) {
+        try {
+            info.source.reset(openSource(info.file));
+        } catch (Error& error) {
+            if (m_namesErrors)
+                nameFile(error, info.file.c_str());
+            throw;
+        }
+        if (m_namesErrors)
+            info.source = NamedSource::wrap(info.source.get(), info.file.c_str());
+    }
     info.source->retain();
     return info.source.get();
 }

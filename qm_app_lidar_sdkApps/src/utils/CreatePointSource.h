@@ -5,7 +5,10 @@
 #include "text/TextOptions.h"
 #include "utils/PersistentPointSourceManager.h"
 
+#include <mutex>
 #include <optional>
+#include <set>
+#include <string>
 #include <vector>
 
 namespace Quillmoran {
@@ -41,6 +44,8 @@ public:
     // Whether LAS files with waveforms are opened for the rest of what they hold. They are refused at first.
     bool willOpenFullWaveformFiles() const noexcept { return m_openFullWaveform; }
     void setOpenFullWaveformFiles(bool open) noexcept { m_openFullWaveform = open; }
+    // Opens them, too, and warns once per file that its waveform packets are dropped.
+    void dropWaveforms() noexcept { m_openFullWaveform = m_warnsOfWaveforms = true; }
 
     // A new count of a source. Errors -1: "TXT file requires a format parse string '-parse': '%s'",
     // "unsupported input file format '%s'"; those of the reader.
@@ -50,9 +55,13 @@ private:
     PointSource* openText(const char* path) const;
 
     SimpleFileOpener() = default;
+    PointSource* openLAS(const QMFileSpec& file) const;
 
     std::optional<TextOptions> m_textOptions;
     bool m_openFullWaveform = false;
+    bool m_warnsOfWaveforms = false;
+    mutable std::mutex m_mutex;
+    mutable std::set<std::string> m_warned; // files, by name
 };
 
 class FilePointSourceManager final : public PointSourceManager
@@ -69,6 +78,12 @@ public:
     void setTextOptions(const TextOptions& options) { m_opener->setTextOptions(options); }
     void setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines);
 
+    // As those of the opener of the files.
+    void setOpenFullWaveformFiles(bool open) noexcept { m_opener->setOpenFullWaveformFiles(open); }
+    void dropWaveforms() noexcept { m_opener->dropWaveforms(); }
+    // From now on errors of files that are added, opened or read name the file; sources are NamedSources.
+    void setNamesErrors() noexcept { m_namesErrors = true; }
+
     // Null for an index past the end.
     const char* getFilename(std::size_t index) const noexcept;
     std::string getSourceName(std::size_t index) const override;
@@ -84,10 +99,12 @@ private:
 
     FilePointSourceManager();
 
+    void add(const char* name);
     PointSource* openSource(const QMFileSpec& file) const;
 
     std::vector<FileInfo> m_files;
     Scoped<SimpleFileOpener> m_opener;
+    bool m_namesErrors = false;
     int m_listDepth = 0;                // of the list files being read
     std::int64_t m_nestedListBytes = 0; // of all lists that were named by lists
 };

@@ -6,9 +6,9 @@
 #include "index/MemoryRTree.h"
 #include "platform/Base.h"
 #include "platform/FileIO.h"
+#include "utils/NamedSource.h"
 #include "utils/TileSetFile.h"
 
-#include <cstring>
 #include <utility>
 
 namespace Quillmoran {
@@ -26,11 +26,10 @@ QMFileSpec findOverview(const QMFileSpec& directory, const QMFileSpec& stored)
 Scoped<PointSource> openTile(const PersistentPointSourceManager::FileOpener& opener, const QMFileSpec& file)
 {
     try {
-        return Scoped<PointSource>(opener.openPointSource(file));
+        const Scoped<PointSource> source(opener.openPointSource(file));
+        return NamedSource::wrap(source.get(), file.c_str());
     } catch (Error& error) {
-        constexpr int cancelled = 40006;
-        if (error.error() != cancelled && !std::strstr(error.what(), file.c_str()))
-            error(" path = %s", file.c_str());
+        nameFile(error, file.c_str());
         throw;
     }
 }

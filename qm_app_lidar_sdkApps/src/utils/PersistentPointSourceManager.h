@@ -61,7 +61,7 @@ private:
     Scoped<FileOpener> m_opener;
 };
 
-// Opens a tile; the opener's errors say which file they are about.
+// Opens a tile; errors of the opener and of the source name the file.
 Scoped<PointSource> openTile(const PersistentPointSourceManager::FileOpener& opener, const QMFileSpec& file);
 
 // The mosaic of all tiles, which keeps the manager.

@@ -5,6 +5,7 @@
 #include "platform/Base.h"
 #include "srs/SpatialReference.h"
 #include "text/Printable.h"
+#include "utils/NamedSource.h"
 #include "utils/Program.h"
 
 #include <algorithm>
@@ -75,8 +76,9 @@ std::string describeCoordinateSystem(const char* wkt)
 
 } // namespace
 
-void printHeader(std::FILE* stream, const PointSource& source, const char* fileName)
+void printHeader(std::FILE* stream, const PointSource& shown, const char* fileName)
 {
+    const PointSource& source = NamedSource::unwrap(shown);
     if (dynamic_cast<const MosaicFilter*>(&source)) {
         std::fprintf(stream, "Basic Mosaic Info:\n");
     } else {

@@ -90,4 +90,15 @@ void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmd
     opener.setTextOptions(getTextOptions(cmdLine, scanNow, cancellation));
 }
 
+void addWaveformOption(QMCmdLine& cmdLine)
+{
+    cmdLine.addFlag("dropWaveforms", nullptr,
+                    "read LAS and LAZ files with waveforms without their waveform packets");
+}
+
+bool dropsWaveforms(const QMCmdLine& cmdLine)
+{
+    return cmdLine.getFlag("dropWaveforms");
+}
+
 } // namespace Quillmoran::Utils

@@ -35,6 +35,10 @@ void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLi
 void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine,
                     ProgressDelegate* cancellation = nullptr);
 
+// "dropWaveforms": LAS files with waveforms are read without them, with a warning for each.
+void addWaveformOption(QMCmdLine& cmdLine);
+bool dropsWaveforms(const QMCmdLine& cmdLine);
+
 // "filter": the choice of points by the value of a channel; may be repeated. The second wraps a source in the
 // filters, and returns it as it is without any. -1 for text that is not of the option's format, for channels
 // that are not integers of at most 32 bits and for values out of a channel's range, 40007 for an unknown

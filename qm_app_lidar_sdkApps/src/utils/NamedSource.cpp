@@ -1,0 +1,79 @@
+#include "utils/NamedSource.h"
+
+#include "platform/Base.h"
+
+#include <cstring>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr int cancelledError = 40006;
+
+template <class Work>
+auto naming(const std::string& file, Work work) -> decltype(work())
+{
+    try {
+        return work();
+    } catch (Error& error) {
+        nameFile(error, file);
+        throw;
+    }
+}
+
+} // namespace
+
+void nameFile(Error& error, const std::string& file)
+{
+    if (error.error() != cancelledError && !std::strstr(error.what(), file.c_str()) &&
+        !std::strstr(error.what(), " path = "))
+        error(" path = %s", file.c_str());
+}
+
+class NamedSource::Iterator final : public PointIterator
+{
+public:
+    Iterator(PointIterator* points, const std::string& file) : m_points(points), m_file(file) {}
+
+    std::size_t getNextPoints(PointData& buffer) override
+    {
+        return naming(m_file, [&] { return m_points->getNextPoints(buffer); });
+    }
+
+private:
+    Scoped<PointIterator> m_points;
+    const std::string m_file;
+};
+
+Scoped<PointSource> NamedSource::wrap(PointSource* source, const std::string& file)
+{
+    Scoped<NamedSource> named(new NamedSource(file));
+    named->init(source);
+    return Scoped<PointSource>(named.detach());
+}
+
+const PointSource& NamedSource::unwrap(const PointSource& source)
+{
+    const auto* named = dynamic_cast<const NamedSource*>(&source);
+    return named ? *named->getSrc() : source;
+}
+
+void NamedSource::loadMetadata(Metadata& into, bool sanitize) const
+{
+    naming(m_file, [&] { getSrc()->loadMetadata(into, sanitize); });
+}
+
+const Bounds& NamedSource::getBounds() const
+{
+    return naming(m_file, [&]() -> const Bounds& { return getSrc()->getBounds(); });
+}
+
+PointIterator* NamedSource::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
+                                           ProgressDelegate* delegate) const
+{
+    return naming(m_file, [&] {
+        return new Iterator(getSrc()->createIterator(bounds, fraction, layout, delegate), m_file);
+    });
+}
+
+} // namespace Quillmoran
