@@ -18,7 +18,7 @@ void printPackReport(std::FILE* stream, const VX7PointWriter& writer, std::int64
             numPoints == 0 ? 0 : static_cast<double>(channel.size) / static_cast<double>(numPoints);
         std::fprintf(stream, "   %-20s %12lld %8.3f %9u %12g %16.10g  %d (%s)\n", channel.name.c_str(),
                      static_cast<long long>(channel.size), perPoint, channel.subblockSize, channel.scale,
-                     channel.offset, static_cast<int>(channel.transform),
+                     channel.offset + 0.0, static_cast<int>(channel.transform),
                      TransformUtils::toString(channel.transform));
     }
 }

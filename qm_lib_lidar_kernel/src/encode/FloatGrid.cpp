@@ -146,7 +146,7 @@ std::vector<FloatGrid> FloatGrid::find(const ChannelData& channel, std::size_t c
     };
     // Decimals far from zero are met by an offset nearby: the sum then rounds as the decimal did. Times count
     // from where they begin.
-    const double first = firstFinite(channel, count) + 0.0; // no -0
+    const double first = firstFinite(channel, count);
     const double offsets[] = {0, std::floor(first), first};
     for (const FloatGrid& grid : declared) {
         if (grid.scale == 0 || !found.empty())
