@@ -302,7 +302,7 @@ TEST_F(Vxinfo, WritesJSONWhateverTheFileHolds)
                               std::numeric_limits<double>::quiet_NaN()};
     FilePlan plan;
     for (const char* name : {"X", "Y", "Z"})
-        plan.channels.push_back(Testing::quantizedChannel(name, {}, 0, 0.01));
+        plan.channels.push_back(Testing::quantizedChannel(name, {}, -0.0, 0.01));
     plan.metadata.add("k\xFFy\"\n", "\xC3", METADATA_STRING, "\xE2\x82", 0);
     plan.metadata.add("numbers", nullptr, METADATA_FLOAT64_ARRAY, numbers, 3);
     plan.metadata.add("blob", nullptr, METADATA_BLOB, "abc", 3);
@@ -323,6 +323,15 @@ TEST_F(Vxinfo, WritesJSONWhateverTheFileHolds)
     EXPECT_EQ(file["wkt"], json());
     EXPECT_EQ(file["compression"]["records"][0]["min"], json());
     EXPECT_EQ(file["statistics"][0]["mean"], json());
+    EXPECT_EQ(file["offset"].dump(), "[0.0,0.0,0.0]") << "not -0";
+    EXPECT_EQ(file["compression"]["records"][0]["offset"].dump(), "0.0");
+    const std::string text = run({"built.vxl"}).output;
+    for (const char* line :
+         {"   Point Density:     0.000000 points", "   Offset:            0.000000 0.000000 0.000000\n"})
+        EXPECT_NE(text.find(line), std::string::npos) << text;
+    // As it is packed, a channel without samples has the range of one zero.
+    Program(VXPACK, directory, {"-i", example, "-o", "none.vxl", "-c", "0", "1", "0", "1", "0", "1"}).wait();
+    EXPECT_EQ(report(directory / "none.vxl")["bounds"], json());
 }
 
 TEST_F(Vxinfo, ReadsTextWithItsColumnsGiven)

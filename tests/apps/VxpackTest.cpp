@@ -287,10 +287,18 @@ TEST_F(Vxpack, JoinsSeveralFiles)
     for (const char* name : {"tiles/a.vxl", "tiles/b.vxl", "tiles/more/c.vxl"})
         for (const auto& row : samplesOf(name))
             expected.push_back(row);
+    // Tiles count from origins of their own, and no grid holds them all.
+    const auto packTiles = [this](const std::string& arguments) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.errors.rfind("Warning: out.vxl: the scale and offset of X are not stored", 0), 0u)
+            << result.errors;
+        return result.output;
+    };
     for (const char* inputs :
          {"-i tiles -d 1", "-i all.list", "-i all.index", "-i tiles/a.vxl -i tiles/b.vxl -i tiles/more/c.vxl",
           "-i tiles -i tiles/more"}) {
-        const std::string output = pack(std::string(inputs) + " -o out.vxl");
+        const std::string output = packTiles(std::string(inputs) + " -o out.vxl");
         EXPECT_NE(output.find("\n70 points written, "), std::string::npos) << output;
         EXPECT_TRUE(samplesOf("out.vxl") == expected) << inputs;
         const json file = describe("out.vxl -check");
@@ -298,8 +306,9 @@ TEST_F(Vxpack, JoinsSeveralFiles)
         EXPECT_EQ(file["wkt"], "LOCAL_CS[\"grid\"]") << inputs;
         EXPECT_EQ(file["classNames"], json({"never", nullptr, "ground"})) << inputs;
     }
-    EXPECT_NE(pack("-i tiles -o out.vxl").find("\n50 points written, "), std::string::npos) << "one level";
-    // Tiles count from origins of their own; one grid holds them all when they may move by a rounding.
+    EXPECT_NE(packTiles("-i tiles -o out.vxl").find("\n50 points written, "), std::string::npos)
+        << "one level";
+    // One grid holds them all when they may move by a rounding.
     pack("-i tiles -d 1 -o out.vxl -quantize 0.01 0.01 0.01");
     EXPECT_EQ(describe("out.vxl")["scale"], json({0.01, 0.01, 0.01}));
     const Rows rounded = samplesOf("out.vxl");
@@ -580,6 +589,24 @@ TEST_F(Vxpack, CodesAsItIsTold)
     const std::size_t x = table.find("\n   X  ");
     ASSERT_NE(x, std::string::npos) << table;
     EXPECT_NE(table.substr(x, 90).find(" 512 "), std::string::npos) << table.substr(x, 90);
+}
+
+TEST_F(Vxpack, WarnsOfScalesThatAFileCannotKeep)
+{
+    EXPECT_EQ(run("-i survey.vxl -o out.vxl -t 10").errors, "");
+    const Result packed = run("-i survey.vxl -o out.vxl -t X=70");
+    EXPECT_EQ(packed.status, 0);
+    EXPECT_EQ(
+        packed.errors,
+        "Warning: out.vxl: the scale and offset of X are not stored, since floating-point numbers are; LAS "
+        "output rounds such coordinates to 0.001 unless -sc is given\n");
+    const Result unpacked = start(VXUNPACK, "-i out.vxl -o out.las").wait();
+    EXPECT_EQ(unpacked.status, 0);
+    EXPECT_EQ(
+        unpacked.errors,
+        "Warning: out.las: coordinates (X) are rounded to 0.001, since the input has no scale for them; "
+        "-sc chooses another\n");
+    EXPECT_EQ(start(VXUNPACK, "-i out.vxl -o out.las -sc 0.01 0.01 0.01").wait().errors, "");
 }
 
 TEST_F(Vxpack, WritesTheSameBytesForAnyThreads)

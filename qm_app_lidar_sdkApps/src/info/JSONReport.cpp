@@ -20,13 +20,15 @@ JSON textOrNull(const char* text)
 
 JSON triple(const double* values)
 {
-    return values ? JSON::array({values[0], values[1], values[2]}) : JSON();
+    return values ? JSON::array({values[0] + 0.0, values[1] + 0.0, values[2] + 0.0}) : JSON(); // no -0
 }
 
-// Null when a side ends before it begins, as without points.
-JSON describeBounds(const Bounds& bounds)
+// Null without points, and when a side ends before it begins.
+JSON describeBounds(const PointSource& source)
 {
-    if (bounds.x.min > bounds.x.max || bounds.y.min > bounds.y.max || bounds.z.min > bounds.z.max)
+    const Bounds& bounds = source.getBounds();
+    if (source.getNumPoints() == 0 || bounds.x.min > bounds.x.max || bounds.y.min > bounds.y.max ||
+        bounds.z.min > bounds.z.max)
         return {};
     const double min[] = {bounds.x.min, bounds.y.min, bounds.z.min};
     const double max[] = {bounds.x.max, bounds.y.max, bounds.z.max};
@@ -118,7 +120,7 @@ JSON describeRecord(const WaveletDecoderChannelInfo& record, const CompressedSiz
     json["min"] = !hasRange ? JSON() : isReal ? JSON(low.real) : JSON(low.integer);
     json["max"] = !hasRange ? JSON() : isReal ? JSON(high.real) : JSON(high.integer);
     json["scale"] = record.getScale();
-    json["offset"] = record.getOffset();
+    json["offset"] = record.getOffset() + 0.0;
     json["transform"] = static_cast<unsigned>(record.getTransformType());
     json["transformName"] = TransformUtils::toString(record.getTransformType());
     json["subblockSize"] = record.getSubblockSize();
@@ -165,7 +167,7 @@ void addDescription(JSON& json, const SourceDescription& description)
     json["fileBytes"] = description.fileBytes ? JSON(*description.fileBytes) : JSON();
     json["hasWaveforms"] = description.hasWaveforms;
     json["numPoints"] = isCounted ? JSON(source.getNumPoints()) : JSON();
-    json["bounds"] = describeBounds(source.getBounds());
+    json["bounds"] = describeBounds(source);
     json["scale"] = triple(source.getScale());
     json["offset"] = triple(source.getOffset());
     json["channels"] = describeChannels(source);

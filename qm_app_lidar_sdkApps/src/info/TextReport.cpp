@@ -45,7 +45,7 @@ void writeRecord(const WaveletDecoderChannelInfo& record, const CompressedSize::
 {
     std::printf("   %-20s %-8s %5d %9" PRIu32 " %12g %14.10g", printable(record.getName()).c_str(),
                 DataTypeUtils::toString(record.getKernelDataType()), record.getBits(),
-                record.getSubblockSize(), record.getScale(), record.getOffset());
+                record.getSubblockSize(), record.getScale(), record.getOffset() + 0.0); // no -0
     if (size.interleaved)
         std::printf(" %12s", "(in data)");
     else

@@ -1,6 +1,12 @@
 #include "pack/PackReport.h"
 
+#include "model/ChannelNames.h"
 #include "text/Printable.h"
+#include "utils/Program.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
 
 namespace Quillmoran {
 
@@ -13,9 +19,29 @@ void printPackReport(std::FILE* stream, const VX7PointWriter& writer, std::int64
             numPoints == 0 ? 0 : static_cast<double>(channel.size) / static_cast<double>(numPoints);
         std::fprintf(stream, "   %-20s %12lld %8.3f %9u %12g %16.10g  %d (%s)\n",
                      printable(channel.name).c_str(), static_cast<long long>(channel.size), perPoint,
-                     channel.subblockSize, channel.scale, channel.offset, static_cast<int>(channel.transform),
-                     TransformUtils::toString(channel.transform));
+                     channel.subblockSize, channel.scale, channel.offset + 0.0,
+                     static_cast<int>(channel.transform), TransformUtils::toString(channel.transform));
     }
+}
+
+void warnOfLostScales(const VX7PointWriter& writer, const PointInfo& layout, const char* output)
+{
+    const std::vector<VX7PointWriter::ChannelSummary>& records = writer.getSummary();
+    std::string names;
+    for (const char* name : {ChannelNames::x, ChannelNames::y, ChannelNames::z}) {
+        const ChannelInfo* channel = layout.getChannel(name);
+        // A channel that is split has only records of other names.
+        const bool isKept = std::any_of(records.begin(), records.end(), [name](const auto& record) {
+            return record.name == name && record.scale != 0;
+        });
+        if (channel && channel->getQuantization() != 0 && !isKept)
+            names += std::string(names.empty() ? "" : ", ") + name;
+    }
+    if (!names.empty())
+        Utils::warn(
+            std::string(output) + ": the scale and offset of " + names +
+            " are not stored, since floating-point numbers are; LAS output rounds such coordinates to "
+            "0.001 unless -sc is given");
 }
 
 } // namespace Quillmoran

@@ -120,6 +120,7 @@ void Packer::pack() const
         writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine), layout, &progress);
     progress.finish();
     printResult(*writer, count);
+    warnOfLostScales(*writer, layout, output);
     if (count == 0) {
         std::size_t numFilters = 0;
         const char* const* filters = m_cmdLine.getStringArray("filter", numFilters);

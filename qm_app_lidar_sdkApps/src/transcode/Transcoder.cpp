@@ -91,6 +91,7 @@ void Transcoder::transcode()
     const PointInfo layout = chooseTime(Utils::getOutFields(m_cmdLine, *source));
     const Scoped<PointWriter> writer = createWriter(*source, layout);
     configure(*writer);
+    warnOfRounding(*source, layout);
 
     Utils::ConsoleProgress progress;
     const long long count = writer->write(cropBox, fraction, layout, &progress);
@@ -237,6 +238,22 @@ void Transcoder::configure(PointWriter& writer) const
                                hasOffset ? m_cmdLine.getFloatArray("offset") : nullptr);
     writer.setChunckSize(m_cmdLine.isPresent("chunckSize") ? m_cmdLine.getUint("chunckSize")
                                                            : defaultChunckSize);
+}
+
+// Coordinates that are not multiples of a scale are not written as they are.
+void Transcoder::warnOfRounding(const PointSource& source, const PointInfo& layout) const
+{
+    if (m_output != Output::LAS || m_cmdLine.isPresent("scale") || source.getNumPoints() == 0)
+        return;
+    std::string names;
+    for (const char* name : {ChannelNames::x, ChannelNames::y, ChannelNames::z}) {
+        const ChannelInfo* channel = layout.getChannel(name);
+        if (channel && channel->getQuantization() == 0)
+            names += std::string(names.empty() ? "" : ", ") + name;
+    }
+    if (!names.empty())
+        Utils::warn(m_outputFile + ": coordinates (" + names +
+                    ") are rounded to 0.001, since the input has no scale for them; -sc chooses another");
 }
 
 void Transcoder::printOutputHeader() const

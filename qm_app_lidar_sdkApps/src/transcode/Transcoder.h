@@ -39,6 +39,7 @@ private:
     int getLASVersion() const; // -1: by the channels
     bool writesLAZ() const;
     void configure(PointWriter& writer) const;
+    void warnOfRounding(const PointSource& source, const PointInfo& layout) const;
     void printOutputHeader() const;
 
     QMCmdLine m_cmdLine;

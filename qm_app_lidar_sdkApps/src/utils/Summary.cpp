@@ -94,15 +94,17 @@ void printHeader(std::FILE* stream, const PointSource& shown, const char* fileNa
     std::fprintf(stream, "   Number of Points:  %llu\n", static_cast<unsigned long long>(numPoints));
     std::fprintf(stream, "   Bounds Min:        %f %f %f\n", bounds.x.min, bounds.y.min, bounds.z.min);
     std::fprintf(stream, "   Bounds Max:        %f %f %f\n", bounds.x.max, bounds.y.max, bounds.z.max);
-    const double density =
-        static_cast<double>(numPoints) / (bounds.x.max - bounds.x.min) / (bounds.y.max - bounds.y.min);
+    const double density = numPoints == 0 ? 0
+                                          : static_cast<double>(numPoints) / (bounds.x.max - bounds.x.min) /
+                                                (bounds.y.max - bounds.y.min);
     std::fprintf(stream, "   Point Density:     %f points / sq. unit\n", density);
     if (const double* scale = source.getScale())
         std::fprintf(stream, "   Scale:             %g %g %g\n", scale[0], scale[1], scale[2]);
     else
         std::fprintf(stream, "   Scale:             None\n");
     if (const double* offset = source.getOffset())
-        std::fprintf(stream, "   Offset:            %f %f %f\n", offset[0], offset[1], offset[2]);
+        std::fprintf(stream, "   Offset:            %f %f %f\n", offset[0] + 0.0, offset[1] + 0.0,
+                     offset[2] + 0.0); // no -0
     else
         std::fprintf(stream, "   Offset:            None\n");
 

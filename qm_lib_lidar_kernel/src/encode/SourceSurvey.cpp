@@ -51,7 +51,7 @@ void SourceSurvey::declareGrids(const PointInfo& layout, const CoordinateGrid& g
                                      std::begin(names));
         m_channels[i].setCoordinate(axis < 3);
         if (axis < 3 && grid.scale)
-            m_channels[i].declare({grid.scale[axis], grid.offset[axis]});
+            m_channels[i].declare({grid.scale[axis], grid.offset[axis] + 0.0}); // no -0
         if (channel.getQuantization() != 0)
             m_channels[i].declare({channel.getQuantization(), std::nan("")});
     }
