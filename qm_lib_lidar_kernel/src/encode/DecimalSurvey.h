@@ -1,0 +1,30 @@
+// How many decimals all samples of a floating-point channel have: each sample is what a decimal number with
+// so many places is read as.
+#pragma once
+
+#include "model/PointData.h"
+#include "platform/Export.h"
+
+#include <cstddef>
+
+namespace Quillmoran {
+
+class QM_API DecimalSurvey
+{
+public:
+    // Samples of a FLOAT32 or FLOAT64 channel.
+    void add(const ChannelData& channel, std::size_t count);
+
+    // The least number of decimals; 0 when there is none up to TextDecimals::most, when text with so many
+    // decimals would not show every sample as that decimal number, or when all samples are exactly their
+    // decimals (245380.125), which text with all digits shows as well.
+    int get() const noexcept;
+
+private:
+    bool m_isNarrow = false; // FLOAT32
+    int m_decimals = 0;      // beyond the most: none
+    bool m_isExact = true;
+    double m_largest = 0; // magnitude of the finite samples
+};
+
+} // namespace Quillmoran
