@@ -5,9 +5,12 @@
 #include "support/ByteStore.h"
 #include "support/InputReader.h"
 #include "support/ReadSource.h"
+#include "text/FieldFormat.h"
 #include "text/TXTPointReader.h"
 #include "text/TXTPointWriter.h"
 #include "utils/Utils.h"
+
+#include <cstring>
 
 namespace Quillmoran::Fuzz {
 
@@ -24,6 +27,24 @@ Scoped<PointSource> filtered(const std::string& filter, const Scoped<PointSource
     return Utils::handleFilterOptions(cmdLine, source);
 }
 
+// As the programs read text: what is refused is refused with its place.
+std::uint64_t readStrictly(const std::string& format, const Scoped<ByteStore>& store)
+{
+    try {
+        TextOptions options;
+        if (!FieldFormat::parseHeader(format, options.layout))
+            FieldFormat::parseColumns(format.c_str(), options.layout);
+        options.scanNow = options.strict = true;
+        const Scoped<TXTPointReader> reader(TXTPointReader::create());
+        reader->init(store.get(), "t", options);
+        return readPoints(*reader, Bounds::Huge(), 1.0, reader->getPointInfo());
+    } catch (const Error& error) {
+        require(error.error() != 40005 || std::strncmp(error.what(), "t:", 2) == 0,
+                "an error names its place");
+        return 0;
+    }
+}
+
 } // namespace
 
 std::uint64_t run(Input input)
@@ -33,16 +54,17 @@ std::uint64_t run(Input input)
     const std::string quantization = reader.takeLine();
     const std::string filter = reader.takeLine();
     const std::size_t skippedLines = reader.rest().size() % 3;
+    const Scoped<ByteStore> store(ByteStore::create({reader.rest().begin(), reader.rest().end()}));
+    std::uint64_t points = readStrictly(format, store);
     PointInfo layout;
     TXTPointReader::parseFormat(format.c_str(), layout);
 
-    const Scoped<ByteStore> store(ByteStore::create({reader.rest().begin(), reader.rest().end()}));
     const Scoped<TXTPointReader> lazy(TXTPointReader::create());
     lazy->init(store.get(), layout, skippedLines, false);
     PointInfo wanted;
     wanted.init(lazy->getPointInfo());
     TXTPointReader::parseQuantization(quantization.c_str(), wanted);
-    std::uint64_t points = readPoints(*lazy, Bounds::Huge(), 1.0, wanted);
+    points += readPoints(*lazy, Bounds::Huge(), 1.0, wanted);
     points += readPoints(*lazy, partOf(lazy->getBounds()), 0.4, wanted);
 
     Scoped<PointSource> source = Scoped<PointSource>::retained(lazy.get());

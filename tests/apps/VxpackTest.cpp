@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <sstream>
 
 namespace Quillmoran {
@@ -213,30 +214,56 @@ TEST_F(Vxpack, GivesBackLASAndLAZFiles)
     }
 }
 
-TEST_F(Vxpack, KeepsWhatTextSays)
+TEST_F(Vxpack, GivesTextBackByteForByte)
 {
     Testing::Random random(3);
-    std::string text = "made by hand\nX Y Z I T\n";
+    std::string text = "# X Y Z Intensity ReturnNum NumReturns ScanDir EdgeFlightLine ClassId ClassFlags "
+                       "ScannerChannel ScanAngle UserData SourceId GPSTime GPSTime_Adjusted Red Green Blue "
+                       "NearInfrared Amplitude Noise\n";
     for (int i = 0; i < 3000; ++i) {
-        char line[200];
-        std::snprintf(line, sizeof line, "%.2f,%.2f %.17g %d %.6f\n", 636000 + 0.01 * (i * 7 % 5000),
-                      848900.25 + 0.25 * (i / 9), random.real() * 1e3 - 500,
-                      static_cast<int>(random.below(65536)), 245379 + i * 0.000125);
+        const auto below = [&](int end) {
+            return static_cast<int>(random.below(static_cast<unsigned>(end)));
+        };
+        char line[500];
+        // Heights from 4.06 to 6152.6, which no multiple of a hundredth gives exactly; a step of its own for
+        // Y.
+        std::snprintf(line, sizeof line,
+                      "%.3f %.2f %.3f %d %d %d %d 1 %d %d %d %d %d %d %.6f %.9f %d %d %d %d %.3f %.18g\n",
+                      636000 + 0.01 * (i * 7 % 5000), 848900.25 + 0.25 * (i / 9) + 0.5 * (i % 2 == 0),
+                      below(615260) / 100.0, below(65536), below(16), below(16), below(2), below(256),
+                      below(16), below(4), below(65536) - 32768, below(256), below(65536),
+                      245379 + i * 0.000125, below(1000000) / 1e9, below(65536), below(65536), below(65536),
+                      below(65536), (below(2000) - 1000) / 1000.0, random.real());
         text += line;
     }
-    writeFile(directory / "in.xyz", text);
-    std::replace(text.begin(), text.end(), ',', ' ');
-    pack("-i in.xyz -o out.vxl -parse xyzit -skipHeader 2");
+    writeFile(directory / "in.txt", text);
+    pack("-i in.txt -o out.vxl");
     const json file = describe("out.vxl -check");
     EXPECT_EQ(find(file["channels"], "X")["quantization"], 0.01);
-    EXPECT_EQ(find(file["channels"], "Y")["quantization"], 0.01) << "no coarser than boxes are asked for";
-    EXPECT_EQ(find(file["channels"], "Z")["quantization"], 0.0);
-    Lines expected = linesOf(text), decoded = linesOf(decode("out.vxl"));
-    EXPECT_EQ(decoded[0], "# X Y Z Intensity GPSTime");
-    EXPECT_EQ(decoded[1].substr(0, 20), "636000.000 848900.25");
-    expected.erase(expected.begin(), expected.begin() + 2);
-    decoded.erase(decoded.begin());
-    EXPECT_TRUE(numbersOf(decoded) == numbersOf(expected));
+    EXPECT_EQ(find(file["channels"], "Z")["type"], "FLOAT64");
+    EXPECT_EQ(find(file["channels"], "ScanAngle")["type"], "SINT16");
+    // A step of a quarter or half is shown by all digits, as those need no more than they have.
+    const auto withoutZeros = [](const std::string& lines) {
+        return std::regex_replace(lines, std::regex("(\\.[0-9]*[1-9])0+ |\\.0+ "), "$1 ");
+    };
+    EXPECT_EQ(withoutZeros(decode("out.vxl")), withoutZeros(text));
+
+    // The same columns by name, and what follows of them through another file.
+    std::string table = "made by hand\nno header\n" + text.substr(text.find('\n') + 1);
+    std::replace(table.begin(), table.end(), ' ', ',');
+    writeFile(directory / "in.csv", table);
+    pack("-i in.csv -o csv.vxl -skip 2 -parse x,y,z,i,r,n,d,e,c,ClassFlags,scannerchannel,a,u,p,t,T,R,G,B,"
+         "NearInfrared,Amplitude:FLOAT64,Noise:FLOAT64");
+    EXPECT_TRUE(readFile(directory / "csv.vxl") == readFile(directory / "out.vxl"));
+    pack("-i csv.vxl -o again.vxl");
+    EXPECT_TRUE(readFile(directory / "again.vxl") == readFile(directory / "out.vxl"));
+    pack("-i out.vxl -o few.vxl -ofld X,y,z,amplitude -quantize 0.01 0.01 0.123456789123456");
+    EXPECT_EQ(linesOf(decode("few.vxl"))[0], "# X Y Z Amplitude");
+    EXPECT_TRUE(rowsOf("few.vxl") == samplesOf("few.vxl")) << "decimals of the input are not those of others";
+
+    directory.file("wraps.xyz", "1 2 3 70000 -5 ignored\n");
+    pack("-i wraps.xyz -o wraps.vxl -parse xyzic -lenient");
+    EXPECT_EQ(rowsOf("wraps.vxl"), (Rows{{1, 2, 3, 4464, 251}}));
 }
 
 TEST_F(Vxpack, GivesBackCompressedFilesInEveryVersion)

@@ -5,6 +5,7 @@
 #include "model/ChannelNames.h"
 #include "platform/Base.h"
 #include "srs/SpatialReference.h"
+#include "utils/NamedSource.h"
 #include "utils/Program.h"
 #include "utils/Summary.h"
 #include "utils/Utils.h"
@@ -120,7 +121,7 @@ void warnOfUnknownSystemsOf(FilePointSourceManager& files)
     std::vector<std::string> unknown;
     for (std::size_t i = 0; i < files.getNumSources(); ++i) {
         const Scoped<PointSource> source(files.createPointSource(i));
-        const auto* las = dynamic_cast<const LASPointReader*>(source.get());
+        const auto* las = dynamic_cast<const LASPointReader*>(&NamedSource::unwrap(*source));
         if (las && las->hasUnknownCoordinateSystem())
             unknown.emplace_back(files.getFilename(i));
     }

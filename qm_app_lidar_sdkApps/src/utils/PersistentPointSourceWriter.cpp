@@ -7,6 +7,7 @@
 #include "las/LASPointReader.h"
 #include "platform/Base.h"
 #include "platform/CheckedMath.h"
+#include "utils/NamedSource.h"
 #include "utils/TileSetFile.h"
 
 namespace Quillmoran {
@@ -85,7 +86,7 @@ std::vector<QMFileSpec> PersistentPointSourceWriter::getFiles() const
 TileInfo PersistentPointSourceWriter::describe(const QMFileSpec& file, PointCloudInfo& cloud)
 {
     const Scoped<PointSource> source = openTile(*m_opener, file);
-    const auto* las = dynamic_cast<const LASPointReader*>(source.get());
+    const auto* las = dynamic_cast<const LASPointReader*>(&NamedSource::unwrap(*source));
     if (las && las->hasUnknownCoordinateSystem())
         m_unknownCoordinateSystems.emplace_back(file.c_str());
     TileInfo tile = describeTile(file, *source);

@@ -29,8 +29,10 @@ public:
     void init(IO* io, const char* format, std::size_t skipLines, bool scanNow);
     void init(const char* path, const char* format, std::size_t skipLines, bool scanNow);
 
-    // The same with all options. Errors in the text begin with the file's name, line and column:
-    // "points.txt:17:9: 70000 does not fit Intensity (0 to 65535)".
+    // The same with all options. Errors in the text begin with the file's name, the line and the column:
+    // "points.txt:17:9: 70000 does not fit Intensity (0 to 65535)". Without a name they have fixed texts, see
+    // TXTPointIterator, unless the options are strict.
+    void init(IO* io, const std::string& name, const TextOptions& options);
     void init(const char* path, const TextOptions& options);
 
     // The columns that the first line after the skipped ones names, as TXTPointWriter writes it (see
@@ -68,7 +70,6 @@ private:
 
     TXTPointReader() = default;
 
-    void init(IO* io, const std::string& name, const TextOptions& options);
     static Extent scan(IO* io, const std::string& name, const TextOptions& options);
     static Extent estimate(IO* io);
 

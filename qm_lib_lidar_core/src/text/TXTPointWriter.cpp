@@ -6,6 +6,7 @@
 #include "text/FieldFormat.h"
 #include "text/NumberFormat.h"
 #include "text/Printable.h"
+#include "text/TextDecimals.h"
 
 #include <algorithm>
 #include <cmath>
@@ -124,7 +125,7 @@ bool TXTPointWriter::supportedChannels(const PointInfo& wanted, PointInfo& suppo
     return true;
 }
 
-TXTPointWriter::Formatter TXTPointWriter::getWriter(const ChannelInfo& channel)
+TXTPointWriter::Formatter TXTPointWriter::getWriter(const ChannelInfo& channel, int decimals)
 {
     switch (channel.getDataType()) {
     case UINT8:
@@ -146,13 +147,15 @@ TXTPointWriter::Formatter TXTPointWriter::getWriter(const ChannelInfo& channel)
     case FLOAT32: {
         // Decimals come in threes: 1 to 3 of them are written as 3, 4 to 6 as 6.
         constexpr Formatter writers[] = {writeGeneral<float, 9>, writeFixed<float, 3>, writeFixed<float, 6>};
-        return writers[(countDecimals(static_cast<float>(channel.getQuantization()), 6) + 2) / 3];
+        const int ofStep = countDecimals(static_cast<float>(channel.getQuantization()), 6);
+        return writers[((ofStep == 0 && decimals <= 6 ? decimals : ofStep) + 2) / 3];
     }
     case FLOAT64: {
         constexpr Formatter writers[] = {writeGeneral<double, 18>, writeFixed<double, 3>,
                                          writeFixed<double, 6>,    writeFixed<double, 9>,
                                          writeFixed<double, 12>,   writeFixed<double, 15>};
-        return writers[(countDecimals(channel.getQuantization(), 15) + 2) / 3];
+        const int ofStep = countDecimals(channel.getQuantization(), 15);
+        return writers[((ofStep == 0 ? decimals : ofStep) + 2) / 3];
     }
     case INVALID:
         break;
@@ -165,8 +168,11 @@ void TXTPointWriter::writeBegin(const PointInfo& layout)
     m_columns.clear();
     const NameIndex channels(layout);
     for (const std::string& name : m_names)
-        if (const auto channel = channels.find(name.c_str()))
-            m_columns.push_back({name.c_str(), getWriter(layout.getChannel(*channel)), *channel, nullptr});
+        if (const auto channel = channels.find(name.c_str())) {
+            const int decimals = TextDecimals::find(getMetadata(), name.c_str());
+            m_columns.push_back(
+                {name.c_str(), getWriter(layout.getChannel(*channel), decimals), *channel, nullptr});
+        }
     m_leadingBlank = !m_names.empty() && !layout.hasChannel(m_names.front().c_str());
 
     openOutput();

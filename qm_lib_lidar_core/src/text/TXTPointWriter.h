@@ -2,8 +2,8 @@
 // with its fields separated by single blanks. The programs use it for text output.
 //
 // Integers are written whole. A floating-point channel is written with the 3, 6, 9, 12 or 15 decimals that
-// its quantization of 1, 0.1, 0.01 and so on needs, and with all significant digits when it has none of that
-// kind.
+// its quantization of 1, 0.1, 0.01 and so on needs, or, when it has none of that kind, with those that a
+// metadata record of the source names (TextDecimals.h), else with all significant digits.
 //
 // Lines are formatted in parallel, a slice of a block of points each, and written by a thread of their own
 // while the next ones are made.
@@ -70,7 +70,8 @@ private:
 
     TXTPointWriter() = default;
 
-    static Formatter getWriter(const ChannelInfo& channel);
+    // `decimals` is 0 or a number for a channel whose quantization gives none.
+    static Formatter getWriter(const ChannelInfo& channel, int decimals);
     // Bytes that a line can take at most.
     std::size_t longestLine() const noexcept;
     void openOutput();

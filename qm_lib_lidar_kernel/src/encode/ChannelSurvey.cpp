@@ -52,7 +52,21 @@ void growByParts(Range& exponents, Range& signs, const void* samples, std::size_
     signs.grow(static_cast<std::int64_t>(anySign >> (width - 1)));
 }
 
+// Whether text with the decimals of this step shows its multiples whole.
+bool isPowerOfTenth(double scale)
+{
+    for (double power = 1; power <= 1e12; power *= 10)
+        if (scale == 1 / power)
+            return true;
+    return false;
+}
+
 } // namespace
+
+int ChannelSurvey::getHiddenDecimals(double scale) const noexcept
+{
+    return isPowerOfTenth(scale) ? 0 : m_decimals.get();
+}
 
 void ChannelSurvey::add(const ChannelData& channel, std::size_t count)
 {
@@ -81,6 +95,10 @@ void ChannelSurvey::addReals(const ChannelData& channel, std::size_t count)
     m_grids.erase(std::remove_if(m_grids.begin(), m_grids.end(),
                                  [&](FloatGrid& grid) { return !grid.hold(channel, count); }),
                   m_grids.end());
+    // Of channels with a decimal step of their own there is nothing to find out.
+    if (std::none_of(m_declared.begin(), m_declared.end(),
+                     [](const FloatGrid& grid) { return isPowerOfTenth(grid.scale); }))
+        m_decimals.add(channel, count);
     if (channel.getDataType() == FLOAT32)
         growByParts<std::uint32_t>(m_exponents, m_signs, channel.getData(), count);
     else

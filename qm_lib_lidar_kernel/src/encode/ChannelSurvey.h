@@ -2,6 +2,7 @@
 // that hold a floating-point one, the range of its exponents.
 #pragma once
 
+#include "encode/DecimalSurvey.h"
 #include "encode/FloatGrid.h"
 #include "platform/Export.h"
 
@@ -37,6 +38,9 @@ public:
     const Range& getRange() const noexcept { return m_range; }
     // Those that hold all samples seen, best first. Before the first sample: those that were declared.
     const std::vector<FloatGrid>& getGrids() const noexcept { return m_begun ? m_grids : m_declared; }
+    // Decimals of a floating-point channel that text would not show if the channel was stored with that scale
+    // (0: without a grid), as TextDecimals has them; 0 when there is nothing to add.
+    int getHiddenDecimals(double scale) const noexcept;
     // Of the exponent fields and the sign bits of a floating-point channel.
     const Range& getExponents() const noexcept { return m_exponents; }
     const Range& getSigns() const noexcept { return m_signs; }
@@ -49,6 +53,7 @@ private:
     bool m_isCoordinate = false;
     std::vector<FloatGrid> m_declared;
     std::vector<FloatGrid> m_grids;
+    DecimalSurvey m_decimals;
     Range m_range;
     Range m_exponents;
     Range m_signs;

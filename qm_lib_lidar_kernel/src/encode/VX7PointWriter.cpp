@@ -7,6 +7,7 @@
 #include "files/PartialFile.h"
 #include "framework/ProgressDelegate.h"
 #include "platform/ParallelLoop.h"
+#include "text/TextDecimals.h"
 
 #include <algorithm>
 #include <set>
@@ -158,8 +159,10 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
     groomMetadata(bounds, fraction);
 
     OutputFile output(m_path, m_io); // an output that cannot be made is noticed before the work
+    m_decimals.clear();
     const std::unique_ptr<PointEncoder> encoder = encode(bounds, fraction, layout, delegate);
     addPointCount(encoder->getNumPoints());
+    addDecimals();
     writeChunks(output.begin(), *encoder);
     summarise(*encoder);
     output.finish();
@@ -167,8 +170,7 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
 }
 
 std::unique_ptr<PointEncoder> VX7PointWriter::encode(const Bounds& bounds, double fraction,
-                                                     const PointInfo& layout,
-                                                     ProgressDelegate* delegate) const
+                                                     const PointInfo& layout, ProgressDelegate* delegate)
 {
     std::int64_t numPoints = 0;
     std::unique_ptr<PointEncoder> encoder;
@@ -182,6 +184,7 @@ std::unique_ptr<PointEncoder> VX7PointWriter::encode(const Bounds& bounds, doubl
                                 m_options.versions.file < FileVersions::withSingleLengths,
                                 m_options.rawPlanes};
         const std::vector<ChannelPlan> plans = choosePlans(survey, layout, format);
+        noteDecimals(survey, layout, plans);
         encoder = std::make_unique<PointEncoder>(plans, format, choosePointsPerEntry(numPoints, plans));
     }
     // The number of points is known by now. They share the work that was estimated.
@@ -280,6 +283,29 @@ void VX7PointWriter::addPointCount(std::int64_t numPoints)
     const std::int64_t whole = getSrc()->getNumPoints();
     const std::string count = std::to_string(whole == PointSource::unknownNumPoints ? numPoints : whole);
     metadata.add(pointCountKey, nullptr, METADATA_STRING, count.c_str(), 0);
+    setMetadata(metadata);
+}
+
+// Coarse levels of transforms that smooth hold averages, which have decimals of their own.
+void VX7PointWriter::noteDecimals(const SourceSurvey& survey, const PointInfo& layout,
+                                  const std::vector<ChannelPlan>& plans)
+{
+    for (std::size_t i = 0; i < plans.size(); ++i) {
+        const ChannelInfo& channel = layout.getChannel(i);
+        const KernelPlan& plan = plans[i].front();
+        if (!DataTypeUtils::isFloat(channel.getDataType()) || TransformUtils::hasUpdate(plan.transform))
+            continue;
+        if (const int decimals = survey.getChannel(i).getHiddenDecimals(plan.scale))
+            m_decimals.emplace_back(channel.getName(), decimals);
+    }
+}
+
+void VX7PointWriter::addDecimals()
+{
+    Metadata metadata = getMetadata();
+    TextDecimals::remove(metadata); // those of the source, whose samples may have been changed
+    for (const auto& [channel, decimals] : m_decimals)
+        TextDecimals::add(metadata, channel.c_str(), decimals);
     setMetadata(metadata);
 }
 

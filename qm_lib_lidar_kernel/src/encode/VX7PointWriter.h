@@ -72,7 +72,11 @@ private:
     void addPointCount(std::int64_t numPoints);
     // Surveys and codes the points of the query; returns the coder with all bands.
     std::unique_ptr<PointEncoder> encode(const Bounds& bounds, double fraction, const PointInfo& layout,
-                                         ProgressDelegate* delegate) const;
+                                         ProgressDelegate* delegate);
+    // Remembers the decimals of channels that text output could not tell from their plans.
+    void noteDecimals(const SourceSurvey& survey, const PointInfo& layout,
+                      const std::vector<ChannelPlan>& plans);
+    void addDecimals();
     void writeChunks(IO* io, const PointEncoder& encoder) const;
     void summarise(const PointEncoder& encoder);
 
@@ -82,6 +86,7 @@ private:
     bool m_hasGrid = false;
     double m_scale[3] = {0, 0, 0};
     double m_offset[3] = {0, 0, 0};
+    std::vector<std::pair<std::string, int>> m_decimals; // by channel
     std::vector<ChannelSummary> m_summary;
 };
 

@@ -1,0 +1,43 @@
+#include "text/TextDecimals.h"
+
+#include <cstring>
+
+namespace Quillmoran::TextDecimals {
+
+namespace {
+
+constexpr char recordKey[] = "TextDecimals";
+
+} // namespace
+
+void add(Metadata& metadata, const char* channel, int decimals)
+{
+    const double value = decimals;
+    metadata.add(recordKey, channel, METADATA_FLOAT64_ARRAY, &value, 1);
+}
+
+int find(const Metadata& metadata, const char* channel)
+{
+    for (std::size_t i = 0; i < metadata.getNumRecords(); ++i) {
+        const char *key = nullptr, *description = nullptr;
+        MetadataDataType type = METADATA_STRING;
+        const void* value = nullptr;
+        std::size_t length = 0;
+        metadata.get(i, key, description, type, value, length);
+        if (std::strcmp(key, recordKey) != 0 || !description || std::strcmp(description, channel) != 0 ||
+            type != METADATA_FLOAT64_ARRAY || length != 1)
+            continue;
+        double decimals = 0;
+        std::memcpy(&decimals, value, sizeof decimals);
+        return decimals >= 1 && decimals <= most ? static_cast<int>(decimals) : 0;
+    }
+    return 0;
+}
+
+void remove(Metadata& metadata)
+{
+    while (metadata.has(recordKey))
+        metadata.remove(recordKey);
+}
+
+} // namespace Quillmoran::TextDecimals

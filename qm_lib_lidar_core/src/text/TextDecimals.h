@@ -1,0 +1,19 @@
+// How many decimals the samples of a floating-point channel have, as a metadata record. Text output normally
+// takes the number from the quantization of a channel. Decimals that no step restores exactly are stored with
+// another step, or as they are, and would be printed with all their digits: 411.189999999999998. With this
+// record they are printed as they were read, 411.190. Programs that do not know the record ignore it.
+#pragma once
+
+#include "framework/Metadata.h"
+
+namespace Quillmoran::TextDecimals {
+
+inline constexpr int most = 12;
+
+// One record per channel: the key "TextDecimals", the channel as description, the number as value.
+QM_API void add(Metadata& metadata, const char* channel, int decimals);
+// The number for a channel, 1 to `most`; 0 when there is none.
+QM_API int find(const Metadata& metadata, const char* channel);
+QM_API void remove(Metadata& metadata);
+
+} // namespace Quillmoran::TextDecimals
