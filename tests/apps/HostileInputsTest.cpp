@@ -90,7 +90,9 @@ TEST_F(HostileInputs, AModuleThatCannotBeLoadedEndsTheRun)
     EXPECT_EQ(runWithoutGDAL(VXINFO, "in.las").errors.rfind("Error: in.las: " + reason, 0), 0u);
     const Result shown = runWithoutGDAL(VXINFO, "good.vxl");
     EXPECT_EQ(shown.status, 0);
-    EXPECT_EQ(shown.errors.rfind("Warning: the coordinate system is printed as it is: " + reason, 0), 0u)
+    EXPECT_EQ(
+        shown.errors.rfind("Warning: 'good.vxl': the coordinate system is printed as it is: " + reason, 0),
+        0u)
         << shown.errors;
     EXPECT_NE(shown.output.find("Spatial Reference: PROJCS[\"WGS 84 / UTM zone 13N\",GEOGCS["),
               std::string::npos);

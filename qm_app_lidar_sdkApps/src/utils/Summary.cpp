@@ -61,7 +61,7 @@ std::string printableLines(const std::string& text)
     return result;
 }
 
-std::string describeCoordinateSystem(const char* wkt)
+std::string describeCoordinateSystem(const char* wkt, const char* fileName)
 {
     if (!wkt)
         return "None";
@@ -69,7 +69,8 @@ std::string describeCoordinateSystem(const char* wkt)
         const std::string pretty = SpatialReference::pretty(wkt);
         return pretty == wkt ? printable(pretty) : printableLines(pretty);
     } catch (const Error& error) {
-        warn(std::string("the coordinate system is printed as it is: ") + error.what());
+        const std::string file = fileName && *fileName ? '\'' + std::string(fileName) + "': " : "";
+        warn(file + "the coordinate system is printed as it is: " + error.what());
         return printable(wkt);
     }
 }
@@ -123,7 +124,8 @@ void printHeader(std::FILE* stream, const PointSource& shown, const char* fileNa
     for (std::size_t i = 0; i < source.getNumChannels(); ++i)
         std::fprintf(stream, " '%s'", printable(source.getChannel(i).getName()).c_str());
     std::fputc('\n', stream);
-    std::fprintf(stream, "   Spatial Reference: %s\n", describeCoordinateSystem(source.getWKT()).c_str());
+    std::fprintf(stream, "   Spatial Reference: %s\n",
+                 describeCoordinateSystem(source.getWKT(), fileName).c_str());
 }
 
 } // namespace Quillmoran::Utils
