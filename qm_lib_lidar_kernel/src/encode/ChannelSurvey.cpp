@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <type_traits>
 
 namespace Quillmoran {
@@ -55,10 +56,9 @@ void growByParts(Range& exponents, Range& signs, const void* samples, std::size_
 // Whether text with the decimals of this step shows its multiples whole.
 bool isPowerOfTenth(double scale)
 {
-    for (double power = 1; power <= 1e12; power *= 10)
-        if (scale == 1 / power)
-            return true;
-    return false;
+    constexpr double powers[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12};
+    return std::any_of(std::begin(powers), std::end(powers),
+                       [scale](double power) { return scale == 1 / power; });
 }
 
 } // namespace

@@ -29,7 +29,7 @@ bool haveDecimals(const Float* samples, std::size_t count, double power) noexcep
     bool fits = true;
     for (std::size_t i = 0; i < count; ++i) {
         const double whole = static_cast<double>(samples[i]) * power + rounder - rounder;
-        fits &= (static_cast<Float>(whole / power) == samples[i]) | (samples[i] != samples[i]);
+        fits &= (static_cast<Float>(whole / power) == samples[i]) | std::isnan(samples[i]);
     }
     return fits;
 }
@@ -42,7 +42,7 @@ bool areBinary(const Float* samples, std::size_t count, int places) noexcept
     bool fits = true;
     for (std::size_t i = 0; i < count; ++i) {
         const double scaled = static_cast<double>(samples[i]) * power;
-        fits &= (scaled + rounder - rounder == scaled) | (samples[i] != samples[i]);
+        fits &= (scaled + rounder - rounder == scaled) | std::isnan(samples[i]);
     }
     return fits;
 }
