@@ -194,7 +194,7 @@ TEST_F(Options, ExplainsWhyNoPointsAreWritten)
 // A file that can be opened, and whose points cannot be read.
 Testing::Bytes damagedSurvey(const std::string& path)
 {
-    const Testing::Bytes whole = Testing::buildExampleSurvey();
+    Testing::Bytes whole = Testing::buildExampleSurvey();
     for (std::size_t at = 1000; at + 16 < whole.size(); at += 50) {
         Testing::Bytes damaged = whole;
         std::fill_n(damaged.begin() + static_cast<std::ptrdiff_t>(at), 16, std::uint8_t{0xFF});
