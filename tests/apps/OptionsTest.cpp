@@ -177,13 +177,12 @@ TEST_F(Options, ExplainsWhyNoPointsAreWritten)
         {VXPACK, "-i survey.vxl -filter ClassId,2,include -filter ClassId,6,include",
          "no point passes all of the filters 'ClassId,2,include' and 'ClassId,6,include'"},
         {VXPACK, "-i empty.las", "the input has no points"},
-        {VXUNPACK, "-i survey.vxl -s 1000 -c 500000.26 500000.28 -inf +inf -inf +inf",
+        {VXPACK, "-i survey.vxl -s 1000 -c 500000.26 500000.28 -inf +inf -inf +inf",
          "subsampling skipped all points in the crop box (x 500000.26 to 500000.28, y -inf to inf, z -inf to "
          "inf)"},
     };
     for (const auto& [program, arguments, reason] : cases) {
-        const Result result =
-            run(program, arguments + " -o out.vxl" + (program == std::string(VXPACK) ? "" : " -of txt"));
+        const Result result = run(program, arguments + " -o out.vxl");
         EXPECT_EQ(result.status, 0) << arguments;
         EXPECT_NE(result.output.find("\n0 points written"), std::string::npos) << result.output;
         EXPECT_EQ(result.errors, "Warning: no points were written to 'out.vxl': " + reason + '\n')

@@ -101,8 +101,6 @@ void Transcoder::transcode()
         Utils::warnOfTimeConflict(*las, m_cmdLine.getString("outputFile"));
         Utils::warnOfLostCoordinateSystem(*las, m_cmdLine.getString("outputFile"));
     }
-    if (count == 0)
-        Utils::warnOfEmptyOutput(m_cmdLine, *source);
     if (verbose)
         printOutputHeader();
 }
