@@ -673,7 +673,7 @@ TEST_F(Vxpack, ExplainsWhatItCannotDo)
         {"-i a.xyz -o out.vxl -parse xyzi -lenient", "a.xyz:1:6: 3 fields, expected 4"},
         {"-i a.xyz -o out.vxl -parse xyi", "must have x, y, and z channels"},
         {"-i a.xyz -o out.vxl -parse X,Y,Z,i", "a.xyz:1:6: 3 fields, expected 4"},
-        {"-i zero.xyz -o out.vxl -parse xyz", "cannot read 'zero.xyz': it is a device, not a regular file"},
+        {"-i zero.xyz -o out.vxl -parse xyz", "zero.xyz:1: line is longer than 1048576 bytes"},
         {"-i survey.vxl -o out.vxl -t 42", "there is no transform 42"},
         {"-i survey.vxl -o out.vxl -t X=", "bad value 'X=' of -transform"},
         {"-i survey.vxl -o out.vxl -t MQ", "bad value 'MQ' of -transform"},
