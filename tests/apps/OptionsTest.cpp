@@ -95,8 +95,7 @@ TEST_F(Options, RefusesWhatIsNoValueOfAnOption)
         EXPECT_FALSE(std::filesystem::exists(directory / "out.index")) << arguments;
     }
     // As ever for the program whose parser is part of its interface.
-    EXPECT_EQ(succeed(VXUNPACK, "-i survey.vxl -o null -j 2x -c 7 5 0 1x 0 1").errors.rfind("Warning: ", 0),
-              0u);
+    EXPECT_EQ(succeed(VXUNPACK, "-i survey.vxl -o null -j 2x -c 7 5 0 1x 0 1").errors, "");
 }
 
 TEST_F(Options, ChannelsAndFiltersAreNamedAsElsewhere)
@@ -157,32 +156,27 @@ TEST_F(Options, ExplainsWhyNoPointsAreWritten)
         "4100039.06, z 120.75 to 166.8)";
     const struct
     {
-        const char* program;
         std::string arguments;
         std::string reason;
     } cases[] = {
-        {VXPACK, "-i survey.vxl -c 0 1 0 1 -inf +inf",
-         "the crop box (x 0 to 1, y 0 to 1, z -inf to inf) " + bounds},
-        {VXUNPACK, "-i survey.vxl -c 0 1 0 1 -inf +inf",
-         "the crop box (x 0 to 1, y 0 to 1, z -inf to inf) " + bounds},
-        {VXPACK, "-i one.txt -p xyz -c 2 3 0 9 0 9",
+        {"-i survey.vxl -c 0 1 0 1 -inf +inf", "the crop box (x 0 to 1, y 0 to 1, z -inf to inf) " + bounds},
+        {"-i one.txt -p xyz -c 2 3 0 9 0 9",
          "the crop box (x 2 to 3, y 0 to 9, z 0 to 9) is outside the bounds of the input (x 1 to 1, y 2 to "
          "2, z 3 "
          "to 3)"},
-        {VXPACK, "-i survey.vxl -c 500000.001 500000.002 -inf inf -inf inf",
+        {"-i survey.vxl -c 500000.001 500000.002 -inf inf -inf inf",
          "the input has no points in the crop box (x 500000.001 to 500000.002, y -inf to inf, z -inf to "
          "inf)"},
-        {VXPACK, "-i survey.vxl -filter ClassId,77,include",
-         "no point passes the filter 'ClassId,77,include'"},
-        {VXPACK, "-i survey.vxl -filter ClassId,2,include -filter ClassId,6,include",
+        {"-i survey.vxl -filter ClassId,77,include", "no point passes the filter 'ClassId,77,include'"},
+        {"-i survey.vxl -filter ClassId,2,include -filter ClassId,6,include",
          "no point passes all of the filters 'ClassId,2,include' and 'ClassId,6,include'"},
-        {VXPACK, "-i empty.las", "the input has no points"},
-        {VXPACK, "-i survey.vxl -s 1000 -c 500000.26 500000.28 -inf +inf -inf +inf",
+        {"-i empty.las", "the input has no points"},
+        {"-i survey.vxl -s 1000 -c 500000.26 500000.28 -inf +inf -inf +inf",
          "subsampling skipped all points in the crop box (x 500000.26 to 500000.28, y -inf to inf, z -inf to "
          "inf)"},
     };
-    for (const auto& [program, arguments, reason] : cases) {
-        const Result result = run(program, arguments + " -o out.vxl");
+    for (const auto& [arguments, reason] : cases) {
+        const Result result = run(VXPACK, arguments + " -o out.vxl");
         EXPECT_EQ(result.status, 0) << arguments;
         EXPECT_NE(result.output.find("\n0 points written"), std::string::npos) << result.output;
         EXPECT_EQ(result.errors, "Warning: no points were written to 'out.vxl': " + reason + '\n')
