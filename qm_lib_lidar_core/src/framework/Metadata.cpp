@@ -148,6 +148,13 @@ void Metadata::remove(const char* key)
         m_records.erase(m_records.begin() + index);
 }
 
+void Metadata::removeAll(const char* key)
+{
+    m_records.erase(std::remove_if(m_records.begin(), m_records.end(),
+                                   [key](const Record& record) { return record.key == key; }),
+                    m_records.end());
+}
+
 void Metadata::sort()
 {
     std::sort(m_records.begin(), m_records.end(),

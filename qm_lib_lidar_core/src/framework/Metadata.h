@@ -53,6 +53,7 @@ public:
     void remove() noexcept { m_records.clear(); }
     void remove(std::size_t index);
     void remove(const char* key);
+    void removeAll(const char* key);
 
     // Orders by key, bytewise; records of one key keep no particular order.
     void sort();

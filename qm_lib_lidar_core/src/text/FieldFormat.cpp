@@ -10,7 +10,6 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <strings.h>
 #include <utility>
 #include <vector>
 
@@ -78,11 +77,6 @@ ChannelInfo makeChannel(std::string_view name, DataType type)
     ChannelInfo channel;
     channel.init(std::string(name).c_str(), type, 0, 0.0);
     return channel;
-}
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b)
-{
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
 std::string_view trimmed(std::string_view text)
@@ -179,16 +173,6 @@ bool isList(const char* text)
     return text && std::strchr(text, ',');
 }
 
-const ChannelInfo* findKnown(std::string_view name, const PointInfo& known)
-{
-    if (const ChannelInfo* const same = known.getChannel(std::string(name).c_str()))
-        return same;
-    for (std::size_t i = 0; i < known.getNumChannels(); ++i)
-        if (equalsIgnoringCase(known.getChannel(i).getName(), name))
-            return &known.getChannel(i);
-    return nullptr;
-}
-
 // One group: letters, "@" and a value.
 void applyGroup(const std::string& group, PointInfo& layout)
 {
@@ -240,16 +224,13 @@ void parse(const char* format, PointInfo& out, const PointInfo& known)
 
 const ChannelInfo* findStandard(std::string_view name)
 {
-    static const std::vector<ChannelInfo> standard = [] {
-        std::vector<ChannelInfo> channels;
+    static const PointInfo standard = [] {
+        PointInfo channels;
         for (const Token& token : tokens)
-            channels.push_back(makeChannel(token));
+            channels.append(makeChannel(token));
         return channels;
     }();
-    const auto found = std::find_if(standard.begin(), standard.end(), [name](const ChannelInfo& channel) {
-        return equalsIgnoringCase(channel.getName(), name);
-    });
-    return found != standard.end() ? &*found : nullptr;
+    return ChannelNames::resolve(std::string(name), standard);
 }
 
 void parseColumns(const char* text, PointInfo& out)
@@ -267,10 +248,7 @@ void parseColumns(const char* text, PointInfo& out, const PointInfo& known)
         return parse(text, out, known);
     PointInfo layout;
     forEachName(text, [&](std::string_view name) {
-        const ChannelInfo* const same = findKnown(name, known);
-        if (!same)
-            QM_THROW(40007, "'%s' is not in the input channel mapping", std::string(name).c_str());
-        layout.append(*same);
+        layout.append(ChannelNames::require(std::string(name), known, "the input"));
     });
     out = std::move(layout);
 }

@@ -17,18 +17,18 @@ QM_API void parse(const char* format, PointInfo& out);
 // channel mapping". The whole text is read before names are looked up.
 QM_API void parse(const char* format, PointInfo& out, const PointInfo& known);
 
-// The standard channel of a name in any case, with its type and bits; null for another name.
+// The standard channel that a user means by a name (see ChannelNames::resolve), with its type and bits; null
+// for another name.
 QM_API const ChannelInfo* findStandard(std::string_view name);
 
-// Letters, or a list of names if the text has a comma. An entry of the list is a standard channel in any case
-// of letters, a single letter, or NAME:TYPE for any channel and type, as in "Amplitude:FLOAT32". Channels
+// Letters, or a list of names if the text has a comma. An entry of the list is a name of a standard channel
+// (see findStandard), a single letter, or NAME:TYPE for any channel and type, as in "Amplitude:FLOAT32". Channels
 // that LAS has in its extended formats only (ClassFlags, ScannerChannel, NearInfrared) make ScanAngle the
 // wide angle of these formats, SINT16. Errors 40007: those of parse(), "a name is missing in '%s'", "'%s' is
 // not a standard channel; add its type, as in '%s:FLOAT64'", "'%s' is not a data type".
 QM_API void parseColumns(const char* text, PointInfo& out);
 
-// Letters, or a list of names of channels in `known`; a name that matches none exactly may match one in
-// another case. The errors of parse().
+// Letters, or a list of names of channels in `known`. The errors of parse() and of ChannelNames::require().
 QM_API void parseColumns(const char* text, PointInfo& out, const PointInfo& known);
 
 // Columns from a header line "# X Y Z Intensity ...": true if it starts with "#" and names X, Y and Z among

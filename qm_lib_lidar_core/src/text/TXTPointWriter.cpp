@@ -167,9 +167,11 @@ void TXTPointWriter::writeBegin(const PointInfo& layout)
 {
     m_columns.clear();
     const NameIndex channels(layout);
+    const std::map<std::string, int> decimalsOf = TextDecimals::read(getMetadata());
     for (const std::string& name : m_names)
         if (const auto channel = channels.find(name.c_str())) {
-            const int decimals = TextDecimals::find(getMetadata(), name.c_str());
+            const auto known = decimalsOf.find(name);
+            const int decimals = known == decimalsOf.end() ? 0 : known->second;
             m_columns.push_back(
                 {name.c_str(), getWriter(layout.getChannel(*channel), decimals), *channel, nullptr});
         }

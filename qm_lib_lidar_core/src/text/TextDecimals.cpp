@@ -16,28 +16,28 @@ void add(Metadata& metadata, const char* channel, int decimals)
     metadata.add(recordKey, channel, METADATA_FLOAT64_ARRAY, &value, 1);
 }
 
-int find(const Metadata& metadata, const char* channel)
+std::map<std::string, int> read(const Metadata& metadata)
 {
+    std::map<std::string, int> numbers;
     for (std::size_t i = 0; i < metadata.getNumRecords(); ++i) {
         const char *key = nullptr, *description = nullptr;
         MetadataDataType type = METADATA_STRING;
         const void* value = nullptr;
         std::size_t length = 0;
         metadata.get(i, key, description, type, value, length);
-        if (std::strcmp(key, recordKey) != 0 || !description || std::strcmp(description, channel) != 0 ||
-            type != METADATA_FLOAT64_ARRAY || length != 1)
+        if (std::strcmp(key, recordKey) != 0 || !description || type != METADATA_FLOAT64_ARRAY || length != 1)
             continue;
         double decimals = 0;
         std::memcpy(&decimals, value, sizeof decimals);
-        return decimals >= 1 && decimals <= most ? static_cast<int>(decimals) : 0;
+        if (decimals >= 1 && decimals <= most)
+            numbers.emplace(description, static_cast<int>(decimals));
     }
-    return 0;
+    return numbers;
 }
 
 void remove(Metadata& metadata)
 {
-    while (metadata.has(recordKey))
-        metadata.remove(recordKey);
+    metadata.removeAll(recordKey);
 }
 
 } // namespace Quillmoran::TextDecimals

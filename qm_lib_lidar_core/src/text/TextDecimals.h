@@ -6,14 +6,17 @@
 
 #include "framework/Metadata.h"
 
+#include <map>
+#include <string>
+
 namespace Quillmoran::TextDecimals {
 
 inline constexpr int most = 12;
 
 // One record per channel: the key "TextDecimals", the channel as description, the number as value.
 QM_API void add(Metadata& metadata, const char* channel, int decimals);
-// The number for a channel, 1 to `most`; 0 when there is none.
-QM_API int find(const Metadata& metadata, const char* channel);
+// The numbers by channel, each 1 to `most`; records with other values are ignored.
+QM_API std::map<std::string, int> read(const Metadata& metadata);
 QM_API void remove(Metadata& metadata);
 
 } // namespace Quillmoran::TextDecimals

@@ -50,8 +50,7 @@ void keepShared(Metadata& shared, const Metadata& other)
 void removeCounts(Metadata& records)
 {
     for (const char* key : {"PointRecordsByReturnCount", "LAS_BoundingBox", "PreCompressionPointCount"})
-        while (records.has(key))
-            records.remove(key);
+        records.removeAll(key);
 }
 
 } // namespace Quillmoran

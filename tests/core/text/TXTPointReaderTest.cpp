@@ -435,7 +435,11 @@ TEST(FieldFormat, ReadsListsOfNames)
     FieldFormat::parseColumns("intensity,X", layout, known);
     EXPECT_EQ(describe(layout), "Intensity UINT16 16; X FLOAT64 32; ");
     EXPECT_EQ(errorOf(40007, [&] { FieldFormat::parseColumns("X,Red", layout, known); }),
-              "'Red' is not in the input channel mapping");
+              "the input does not have channel: 'Red', its channels are X, Y, Z, Intensity");
+    FieldFormat::parseColumns("x,y,z,Classification,return_number,NIR", layout);
+    EXPECT_EQ(describe(layout),
+              "X FLOAT64 32; Y FLOAT64 32; Z FLOAT64 32; ClassId UINT8 8; ReturnNum UINT8 4; "
+              "NearInfrared UINT16 16; ");
 }
 
 TEST(FieldFormat, ReadsHeaderLines)
