@@ -182,6 +182,8 @@ TEST_F(Options, ExplainsWhyNoPointsAreWritten)
         EXPECT_EQ(result.errors, "Warning: no points were written to 'out.vxl': " + reason + '\n')
             << arguments;
     }
+    EXPECT_EQ(succeed(VXINDEX, "-o e.index empty.las").errors,
+              "Warning: 'e.index': none of the files has points\n");
 }
 
 // A file that can be opened, and whose points cannot be read.
@@ -246,7 +248,8 @@ TEST_F(Options, WaveformsAreDroppedOnRequest)
     std::filesystem::create_directory(directory / "tiles");
     writeFile(directory / "tiles/plain.las", Testing::randomLASFile(1, 4, 100, 3).build());
     const std::string refusal =
-        "Input LAS/LAZ file contains waveform data.  This is not currently supported. path = ";
+        "Input LAS/LAZ file contains waveform data.  This is not currently supported.  -dropWaveforms reads "
+        "its points without them. path = ";
     const std::string warning = "Warning: the waveform packets of 'tiles/wave.las' are dropped\n";
     for (const int format : {4, 5, 9, 10}) {
         Testing::LASFile file = Testing::randomLASFile(format, 4, 500, static_cast<unsigned>(format));

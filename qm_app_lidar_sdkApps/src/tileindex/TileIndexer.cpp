@@ -130,6 +130,8 @@ void TileIndexer::build() const
         Utils::warn(warning);
     Utils::warnOfUnknownCoordinateSystems(writer->getUnknownCoordinateSystems(),
                                           "; the index does not keep them");
+    if (writer->getNumPoints() == 0)
+        Utils::warn(std::string("'") + index + "': none of the files has points");
     std::printf("%zu files, %lld points (%zu files added, %zu refreshed, %zu removed)\n",
                 writer->getNumTiles(), static_cast<long long>(writer->getNumPoints()), changes.added,
                 changes.refreshed, changes.removed);

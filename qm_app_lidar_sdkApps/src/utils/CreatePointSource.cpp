@@ -205,7 +205,13 @@ PointSource* SimpleFileOpener::openPointSource(const QMFileSpec& file) const
 PointSource* SimpleFileOpener::openLAS(const QMFileSpec& file) const
 {
     Scoped<LASPointReader> reader(LASPointReader::create());
-    reader->init(file.c_str(), m_openFullWaveform);
+    try {
+        reader->init(file.c_str(), m_openFullWaveform);
+    } catch (Error& error) {
+        if (error.error() == LASPointReader::waveformError)
+            error("  -dropWaveforms reads its points without them.");
+        throw;
+    }
     if (m_warnsOfWaveforms && reader->getHeader().pointFormat.hasWaveform()) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_warned.insert(file.c_str()).second)

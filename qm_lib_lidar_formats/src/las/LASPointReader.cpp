@@ -16,8 +16,6 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr int waveformError = 40608;
-
 // The values of a record; what does not fill one at its end is no value.
 template <class T>
 std::vector<T> toNumbers(const std::vector<unsigned char>& bytes)

@@ -19,6 +19,8 @@ namespace Quillmoran {
 class QM_API LASPointReader final : public PointReader
 {
 public:
+    static constexpr int waveformError = 40608;
+
     static LASPointReader* create();
 
     // A file with waveforms is 40608 unless they are to be passed over: "Input LAS/LAZ file contains waveform
