@@ -183,7 +183,7 @@ TEST_F(HostileInputs, LinesOfListsAreLimited)
     directory.file("long.list", "a.vxl\n" + std::string(longest + 1, 'a'));
     EXPECT_EQ(run(VXINFO, "ok.list").status, 0);
     EXPECT_EQ(run(VXPACK, "-i long.list -o out.vxl").errors,
-              "Error: long.list, line 2: a line is longer than 1048576 bytes\n");
+              "Error: long.list:2: line is longer than 1048576 bytes\n");
 }
 
 TEST_F(HostileInputs, ControlCharactersAreNeverPrinted)

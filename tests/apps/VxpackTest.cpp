@@ -371,7 +371,7 @@ TEST_F(Vxpack, JoinsLASFilesOfDifferentFormats)
     const std::string warning = "Warning: '1.las' without Blue, Green, Red: the points have 0 there\n";
     EXPECT_EQ(start(VXINDEX, "-o all.index 1.las -gpsWeek 2100").wait().errors, "");
     EXPECT_EQ(start(VXINDEX, "-o all.index -u 7.las -gpsWeek 2101").wait().errors,
-              "Error: the index was made with GPS week 2100\n");
+              "Error: 'all.index' was made with GPS week 2100\n");
     EXPECT_EQ(start(VXINDEX, "-o all.index -u 7.las 3.las").wait().status, 0);
     for (const char* inputs : {"-gpsWeek 2100 -i 1.las -i 3.las -i 7.las",
                                "-gpsWeek 2100 -i 7.las -i 3.las -i 1.las", "-i all.index"}) {

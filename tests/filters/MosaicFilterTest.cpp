@@ -299,10 +299,25 @@ TEST(MosaicFilter, ConvertsChannelsThatMeanDifferentThings)
     // Nothing changes where all sources agree.
     const auto old = Mosaic::of(oldPoint(1, 255, 14, 0.5), oldPoint(2, 12, -1, 7));
     EXPECT_EQ(old.rows(), (Rows{{1, 0, 0, 255, 14, 0.5}, {2, 0, 0, 12, -1, 7}}));
-    // Floating-point degrees stay degrees.
-    const auto real = pointWith(2, "ScanAngle", FLOAT32, 1.5);
-    EXPECT_EQ(Mosaic::of(pointWith(1, "ScanAngle", SINT16, 500), real).rows(),
-              (Rows{{1, 0, 0, 3}, {2, 0, 0, 1.5}}));
+    // Floating-point degrees become steps, too, and their rounding is reported.
+    const auto real =
+        Mosaic::of(pointWith(1, "ScanAngle", SINT16, 500), pointWith(2, "ScanAngle", FLOAT32, -1.5));
+    EXPECT_EQ(real.rows(), (Rows{{1, 0, 0, 500}, {2, 0, 0, -250}}));
+    EXPECT_EQ(
+        real.filter->getWarnings(),
+        (std::vector<std::string>{"the scan angles of 'source 1' are rounded to steps of 0.006 degrees"}));
+    // A channel that only newer LAS formats have makes the union one of these.
+    const auto newer = Mosaic::of(oldPoint(1, 130, 14, 0.5), pointWith(2, "NearInfrared", UINT16, 9));
+    EXPECT_EQ(readRows(*newer.filter,
+                       layoutXYZ({channel("ClassId", UINT8), channel("ClassFlags", UINT8),
+                                  channel("ScanAngle", SINT16)}),
+                       fromTo(1, 1)),
+              (Rows{{1, 0, 0, 2, 4, 2333}}));
+    const auto doubtful = Mosaic::of(newPoint(1, 2, 0, 0, 5), pointWith(2, "ClassId", UINT8, 65));
+    EXPECT_EQ(
+        doubtful.filter->getWarnings().back(),
+        "the classes of 'source 1' are read as classification bytes of LAS formats 0 to 5: class in the low "
+        "5 bits, flags in the others");
 }
 
 TEST(MosaicFilter, RefusesToMixClocksWithoutAWeek)
@@ -338,12 +353,13 @@ TEST(MosaicFilter, RefusesSourcesThatDoNotFitItsDescription)
     for (const auto& [wanted, problem] :
          {std::pair("ScanAngle", "ScanAngle"), std::pair("ClassId", "ClassFlags"),
           std::pair("GPSTime", "GPSTime_Adjusted")})
-        EXPECT_EQ(errorOf(40010,
-                          [&, name = wanted] {
-                              readRows(*mosaic, layoutXYZ({*info->getPointInfo().getChannel(name)}));
-                          }),
-                  std::string("channel '") + problem +
-                      "' does not fit the layout that the files were joined in")
+        EXPECT_EQ(
+            errorOf(40010,
+                    [&, name = wanted] {
+                        readRows(*mosaic, layoutXYZ({*info->getPointInfo().getChannel(name)}));
+                    }),
+            std::string("channel '") + problem +
+                "' does not fit the joined layout; an index needs an update (vxindex -u) path = source 0")
             << wanted;
     EXPECT_EQ(readRows(*mosaic, layoutXYZ()).size(), 1u);
 }

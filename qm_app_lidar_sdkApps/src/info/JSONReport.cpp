@@ -222,7 +222,11 @@ std::string toJSON(const FileReport& report)
         for (const ChannelStatistics& channel : report.statistics)
             json["statistics"].push_back(describeStatistics(channel));
     }
-    return json.dump(2, ' ', false, JSON::error_handler_t::replace);
+    // ASCII only: no control character of a file gets to a terminal. The library leaves DEL as it is.
+    std::string text = json.dump(2, ' ', true, JSON::error_handler_t::replace);
+    for (std::size_t at = 0; (at = text.find('\x7F', at)) != std::string::npos;)
+        text.replace(at, 1, "\\u007f");
+    return text;
 }
 
 } // namespace Quillmoran

@@ -29,7 +29,7 @@ Metadata withoutWaveformRecords(Metadata metadata)
     constexpr int lastDescriptor = 354;
     constexpr int packets = 65535;
     const auto remove = [&metadata](int recordID) {
-        metadata.remove(("LASF_Spec::" + std::to_string(recordID)).c_str());
+        metadata.removeAll(("LASF_Spec::" + std::to_string(recordID)).c_str());
     };
     for (int recordID = firstDescriptor; recordID <= lastDescriptor; ++recordID)
         remove(recordID);

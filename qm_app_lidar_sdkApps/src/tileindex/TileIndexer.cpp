@@ -123,6 +123,10 @@ void TileIndexer::build() const
     configure(*writer);
     if (m_cmdLine.getFlag("createOverview"))
         createOverview(*writer, delegate);
+    else if (writer->getOverview() && !m_cmdLine.isPresent("overview") &&
+             changes.added + changes.refreshed != 0)
+        Utils::warn(std::string("the overview of '") + index + "' does not cover files that were added or " +
+                    "changed; queries of small shares read it alone. -createOverview makes a new one");
     writer->write(index);
     delegate.finish();
     std::putchar('\n');
@@ -135,6 +139,7 @@ void TileIndexer::build() const
     std::printf("%zu files, %lld points (%zu files added, %zu refreshed, %zu removed)\n",
                 writer->getNumTiles(), static_cast<long long>(writer->getNumPoints()), changes.added,
                 changes.refreshed, changes.removed);
+    Utils::setTextOptions(*m_opener, true, m_cmdLine); // without the delegate, which ends here
 }
 
 std::vector<QMFileSpec> TileIndexer::collectInputs() const
@@ -165,8 +170,8 @@ void TileIndexer::refuseInputs(const std::vector<QMFileSpec>& inputs) const
         Utils::refuseSameFile(input.c_str(), m_cmdLine.getString("index"));
 }
 
-// Creating an overview must not replace a tile. The overview of the index that is updated or replaced is
-// none.
+// Creating an overview must not replace a tile. The present overview of the index is not a
+// tile.
 void TileIndexer::refuseAsOverview(const std::vector<QMFileSpec>& files) const
 {
     const char* overview = m_cmdLine.getString("overview");
@@ -267,8 +272,7 @@ void TileIndexer::createOverview(PersistentPointSourceWriter& writer, ProgressDe
     points->init(tiles.get(), file, -1);
     points->setWriteLAZ(type == POINT_SOURCE_LAZ);
     points->write(Bounds::Huge(), fraction, tiles->getPointInfo(), &delegate);
-    Utils::warnOfTimeConflict(*points, file);
-    Utils::warnOfLostCoordinateSystem(*points, file);
+    Utils::warnOfLASOutput(*points, file);
     writer.setOverview(file, fraction);
 }
 

@@ -97,10 +97,8 @@ void Transcoder::transcode()
     const long long count = writer->write(cropBox, fraction, layout, &progress);
     progress.finish();
     std::printf("\n%lld points written\n", count);
-    if (const auto* las = dynamic_cast<const LASPointWriter*>(writer.get())) {
-        Utils::warnOfTimeConflict(*las, m_cmdLine.getString("outputFile"));
-        Utils::warnOfLostCoordinateSystem(*las, m_cmdLine.getString("outputFile"));
-    }
+    if (const auto* las = dynamic_cast<const LASPointWriter*>(writer.get()))
+        Utils::warnOfLASOutput(*las, m_cmdLine.getString("outputFile"));
     if (verbose)
         printOutputHeader();
 }

@@ -5,7 +5,8 @@
 #include "las/LASPointReader.h"
 #include "pdal/PDALFormats.h"
 #include "platform/FileIO.h"
-#include "platform/Stream.h"
+#include "platform/Interrupt.h"
+#include "text/LineReader.h"
 #include "text/TXTPointReader.h"
 #include "utils/NamedSource.h"
 #include "utils/Program.h"
@@ -73,7 +74,6 @@ std::string_view trimmed(std::string_view text)
 }
 
 constexpr int maxListDepth = 16;
-constexpr std::size_t maxListLine = 1 << 20; // bytes
 // A list that names another one many times, which does the same, and so on, multiplies without end. So the
 // lists that lists name may add up to this much, each with its size and what it costs to open one.
 constexpr std::int64_t maxNestedListBytes = 16 << 20;
@@ -90,26 +90,6 @@ public:
 private:
     int& m_depth;
 };
-
-struct LineBuffer
-{
-    char* text = nullptr;
-    std::size_t capacity = 0;
-
-    LineBuffer() = default;
-    ~LineBuffer() { XDEALLOC(text); }
-    LineBuffer(const LineBuffer&) = delete;
-    LineBuffer& operator=(const LineBuffer&) = delete;
-};
-
-bool readListLine(StreamReader& stream, LineBuffer& line, const char* list, std::size_t number)
-{
-    try {
-        return stream.get_str(line.text, line.capacity, maxListLine);
-    } catch (const Error& error) {
-        QM_THROW(error.error(), "%s, line %zu: %s", list, number, error.what());
-    }
-}
 
 } // namespace
 
@@ -265,8 +245,6 @@ void FilePointSourceManager::addListFile(const char* name)
     const std::string prefix = directoryPrefix(name);
     const Scoped<FileIO::Imp> file(FileIO::create());
     file->init(name, "r");
-    StreamReader stream;
-    stream.init(file.get(), true, 4096);
 
     // A list can name lists, itself among them.
     const DepthGuard guard(m_listDepth);
@@ -278,9 +256,10 @@ void FilePointSourceManager::addListFile(const char* name)
             QM_THROW(-1, "list files name too many list files: '%s'", name);
         m_nestedListBytes += bytes + nestedListBytes;
     }
-    LineBuffer line;
-    for (std::size_t number = 1; readListLine(stream, line, name, number); ++number) {
-        const std::string_view entry = trimmed(line.text);
+    LineReader lines;
+    lines.init(file.get(), name, nullptr);
+    while (lines.next()) {
+        const std::string_view entry = trimmed(lines.line());
         std::string path = isRooted(entry) ? std::string() : prefix;
         addFile(path.append(entry).c_str());
     }
@@ -307,7 +286,7 @@ PointSource* FilePointSourceManager::openSource(const QMFileSpec& file) const
         return m_opener->openPointSource(file);
     const Scoped<PersistentPointSourceManager> tiles(PersistentPointSourceManager::create());
     tiles->init(file, m_opener.get());
-    return openMosaic(*tiles).detach();
+    return openMosaic(*tiles, m_gpsWeek).detach();
 }
 
 PointSource* FilePointSourceManager::createPointSource(std::size_t index)
@@ -315,6 +294,9 @@ PointSource* FilePointSourceManager::createPointSource(std::size_t index)
     if (index >= m_files.size())
         QM_THROW(-1);
     FileInfo& info = m_files[index];
+    // Opening thousands of files takes long, before any operation asks its progress delegate.
+    if (isInterrupted())
+        QM_THROW(40006, "operation cancelled.");
     if (!info.source) {
         try {
             info.source.reset(openSource(info.file));

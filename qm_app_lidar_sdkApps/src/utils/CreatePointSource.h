@@ -81,6 +81,8 @@ public:
     // As those of the opener of the files.
     void setOpenFullWaveformFiles(bool open) noexcept { m_opener->setOpenFullWaveformFiles(open); }
     void dropWaveforms() noexcept { m_opener->dropWaveforms(); }
+    // Indexes that were made without a GPS week are read with this one (see MergeRules.h).
+    void setGPSWeek(const std::optional<int>& week) noexcept { m_gpsWeek = week; }
     // From now on errors of files that are added, opened or read name the file; sources are NamedSources.
     void setNamesErrors() noexcept { m_namesErrors = true; }
 
@@ -103,6 +105,7 @@ private:
     PointSource* openSource(const QMFileSpec& file) const;
 
     std::vector<FileInfo> m_files;
+    std::optional<int> m_gpsWeek;
     Scoped<SimpleFileOpener> m_opener;
     bool m_namesErrors = false;
     int m_listDepth = 0;                // of the list files being read

@@ -31,6 +31,23 @@ std::string countOf(std::uint64_t points)
     return std::to_string(points) + (points == 1 ? " point" : " points");
 }
 
+// LAS records hold one time.
+void warnOfTimeConflict(const LASPointWriter::TimeConflict& conflict, const std::string& output)
+{
+    const std::string written = conflict.written;
+    const std::string other = conflict.other;
+    std::string text =
+        output + "LAS holds one GPS time of " + other + " and " + written + "; " + written + " is written, ";
+    if (conflict.numFromOther != 0)
+        text += other + " for " + countOf(conflict.numFromOther) + " where it is 0, ";
+    text += countOf(conflict.numLost) + (conflict.numLost == 1 ? " loses a " : " lose a ") + other +
+            " that is not 0";
+    // The header has one mark for all points.
+    if (written == ChannelNames::gpsTime || conflict.numFromOther != 0)
+        text += "; the header says adjusted standard time for all points";
+    warn(text);
+}
+
 } // namespace
 
 void addGPSWeekOption(QMCmdLine& cmdLine)
@@ -78,30 +95,17 @@ void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems,
                ", which is used for all");
 }
 
-void warnOfTimeConflict(const LASPointWriter& writer, const char* output)
+void warnOfLASOutput(const LASPointWriter& writer, const char* output)
 {
-    const auto& conflict = writer.getTimeConflict();
-    if (!conflict)
-        return;
-    const std::string written = conflict->written;
-    const std::string other = conflict->other;
-    std::string text = std::string("'") + output + "': LAS holds one GPS time of " + other + " and " +
-                       written + "; " + written + " is written, ";
-    if (conflict->numFromOther != 0)
-        text += other + " for " + countOf(conflict->numFromOther) + " where it is 0, ";
-    text += countOf(conflict->numLost) + (conflict->numLost == 1 ? " loses a " : " lose a ") + other +
-            " that is not 0";
-    // The header has one mark for all points.
-    if (written == ChannelNames::gpsTime || conflict->numFromOther != 0)
-        text += "; the header says adjusted standard time for all points";
-    warn(text);
-}
-
-void warnOfLostCoordinateSystem(const LASPointWriter& writer, const char* output)
-{
+    const std::string name = std::string("'") + output + "': ";
+    if (writer.getTimeConflict())
+        warnOfTimeConflict(*writer.getTimeConflict(), name);
     if (writer.losesCoordinateSystem())
-        warn(std::string("'") + output +
-             "': this LAS file cannot hold the coordinate system of its source, which is not kept");
+        warn(name + "this LAS file cannot hold the coordinate system of its source, which is not kept");
+    if (writer.hasForeignScanAngles())
+        warn(name +
+             "the scan angles are written as they are, but their unit is not that of the LAS point format "
+             "(degrees, or steps of 0.006 degrees)");
 }
 
 void warnOfUnknownCoordinateSystems(const std::vector<std::string>& files, const char* consequence)
@@ -134,6 +138,7 @@ void warnOfUnknownSystemsOf(FilePointSourceManager& files)
 
 Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose, const MergeOptions& options)
 {
+    files.setGPSWeek(options.gpsWeek);
     for (std::size_t i = 0; verbose && i < files.getNumSources(); ++i) {
         const Scoped<PointSource> source(files.createPointSource(i));
         printHeader(stdout, *source, files.getFilename(i));

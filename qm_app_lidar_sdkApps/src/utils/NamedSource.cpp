@@ -2,8 +2,6 @@
 
 #include "platform/Base.h"
 
-#include <cstring>
-
 namespace Quillmoran {
 
 namespace {
@@ -25,8 +23,10 @@ auto naming(const std::string& file, Work work) -> decltype(work())
 
 void nameFile(Error& error, const std::string& file)
 {
-    if (error.error() != cancelledError && !std::strstr(error.what(), file.c_str()) &&
-        !std::strstr(error.what(), " path = "))
+    const std::string text = error.what();
+    const bool isNamed = text.find(" path = ") != std::string::npos || text.rfind(file + ':', 0) == 0 ||
+                         text.find('\'' + file + '\'') != std::string::npos;
+    if (error.error() != cancelledError && !isNamed)
         error(" path = %s", file.c_str());
 }
 

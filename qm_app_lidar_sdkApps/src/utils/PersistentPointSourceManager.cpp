@@ -1,6 +1,7 @@
 #include "utils/PersistentPointSourceManager.h"
 
 #include "files/QMFileUtils.h"
+#include "filters/MergeRules.h"
 #include "filters/MosaicFilter.h"
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
@@ -34,10 +35,14 @@ Scoped<PointSource> openTile(const PersistentPointSourceManager::FileOpener& ope
     }
 }
 
-Scoped<PointSource> openMosaic(PersistentPointSourceManager& tiles)
+Scoped<PointSource> openMosaic(PersistentPointSourceManager& tiles, const std::optional<int>& gpsWeek)
 {
+    const std::optional<int> week = tiles.getGPSWeek() ? tiles.getGPSWeek() : gpsWeek;
+    const Scoped<PointCloudInfo> info(PointCloudInfo::create());
+    info->init(*tiles.getPointCloudInfo());
+    info->setPointInfo(MergeRules::renameClocks(info->getPointInfo(), week));
     Scoped<MosaicFilter> mosaic(MosaicFilter::create());
-    mosaic->init(tiles.getPointCloudInfo(), tiles.getRTree(), &tiles, tiles.getGPSWeek());
+    mosaic->init(info.get(), tiles.getRTree(), &tiles, week);
     return Scoped<PointSource>(mosaic.detach());
 }
 

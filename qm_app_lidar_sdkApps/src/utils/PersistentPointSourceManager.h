@@ -65,6 +65,7 @@ private:
 Scoped<PointSource> openTile(const PersistentPointSourceManager::FileOpener& opener, const QMFileSpec& file);
 
 // The mosaic of all tiles, which keeps the manager.
-Scoped<PointSource> openMosaic(PersistentPointSourceManager& tiles);
+Scoped<PointSource> openMosaic(PersistentPointSourceManager& tiles,
+                               const std::optional<int>& gpsWeek = std::nullopt);
 
 } // namespace Quillmoran

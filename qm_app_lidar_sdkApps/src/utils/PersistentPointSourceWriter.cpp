@@ -57,8 +57,9 @@ void PersistentPointSourceWriter::init(const QMFileSpec& index, FileOpener* open
     const TileSet& set = known->getTileSet();
     m_srs = set.srs;
     m_gpsWeek = set.gpsWeek;
+    m_indexName = index.c_str();
     m_union = PointCloudUnion(m_gpsWeek);
-    m_union.add(*set.info, index.c_str());
+    m_union.add(*set.info, m_indexName);
     for (const TileInfo& tile : set.tiles)
         insert(tile);
     m_overview = set.overview;
@@ -181,11 +182,11 @@ void PersistentPointSourceWriter::setGPSWeek(int week)
     if (m_gpsWeek == week)
         return;
     if (m_gpsWeek)
-        QM_THROW(-1, "the index was made with GPS week %d", *m_gpsWeek);
+        QM_THROW(-1, "'%s' was made with GPS week %d", m_indexName.c_str(), *m_gpsWeek);
     m_gpsWeek = week;
     PointCloudUnion converted(m_gpsWeek);
     if (!m_tiles.empty())
-        converted.add(m_union.getInfo(), "the index");
+        converted.add(m_union.getInfo(), m_indexName);
     m_union = converted;
 }
 
@@ -196,6 +197,9 @@ void PersistentPointSourceWriter::setOverview(const QMFileSpec& file, double fra
     const Scoped<PointCloudInfo> cloud(PointCloudInfo::create());
     const TileInfo tile = describe(file, *cloud);
     remove(tile.path);
+    PointCloudUnion both(m_gpsWeek); // refuses another clock
+    both.add(m_union.getInfo(), "the tiles");
+    both.add(*cloud, file.c_str());
     m_overview = Overview{tile, fraction};
 }
 

@@ -87,6 +87,7 @@ private:
     Scoped<FileOpener> m_opener;
     std::string m_srs;
     std::optional<int> m_gpsWeek;
+    std::string m_indexName;                             // of the index that this set started from
     std::vector<std::string> m_unknownCoordinateSystems; // names of files
     PointCloudUnion m_union;                             // counts and bounds are those of the tiles
     std::map<std::uint64_t, TileInfo> m_tiles;           // by the order in which they came

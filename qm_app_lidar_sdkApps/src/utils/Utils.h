@@ -83,12 +83,10 @@ void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems,
 
 // The file, or the mosaic of several; `verbose` prints a summary of each. What the files do not agree on is
 // said in warnings.
-// Warns of LAS files whose GeoTIFF keys are not understood.
 Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose, const MergeOptions& options = {});
-// Says which of two clocks a LAS file holds, and how many points have lost the other one.
-void warnOfTimeConflict(const LASPointWriter& writer, const char* output);
-// Warns that a finished LAS file has no place for the coordinate system, if so.
-void warnOfLostCoordinateSystem(const LASPointWriter& writer, const char* output);
+// Warns of what a finished LAS file does not hold: the other one of two clocks, its coordinate system, scan
+// angles in its own unit.
+void warnOfLASOutput(const LASPointWriter& writer, const char* output);
 // Warns once of files whose coordinate systems are not understood; `consequence` says what is kept of them.
 void warnOfUnknownCoordinateSystems(const std::vector<std::string>& files, const char* consequence);
 // A writer truncates its output, which must not be what it reads: -1 "the output '%s' is the input file".

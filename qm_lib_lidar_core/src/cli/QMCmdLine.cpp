@@ -1,9 +1,13 @@
 #include "cli/QMCmdLine.h"
 #include "cli/QMCmdLineOptions.h"
 
+#include "text/Printable.h"
+
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <string>
 #include <utility>
 
 namespace Quillmoran {
@@ -294,11 +298,24 @@ void QMCmdLine::configError(const char* format, ...) const
     m_exitHandler(1);
 }
 
+namespace {
+
+std::string formatted(const char* format, std::va_list args)
+{
+    std::va_list again;
+    va_copy(again, args);
+    const int length = std::vsnprintf(nullptr, 0, format, again);
+    va_end(again);
+    std::string text(static_cast<std::size_t>(std::max(length, 0)), '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, args);
+    return text;
+}
+
+} // namespace
+
 void QMCmdLine::printError(const char* kind, const char* format, std::va_list args) const
 {
-    std::fprintf(stderr, "%s %s: ", m_appName, kind);
-    std::vfprintf(stderr, format, args);
-    std::fprintf(stderr, "\n");
+    std::fprintf(stderr, "%s %s: %s\n", m_appName, kind, printable(formatted(format, args)).c_str());
 }
 
 } // namespace Quillmoran

@@ -58,7 +58,7 @@ void resemble(int descriptor, const struct stat64& replaced)
     const bool hasGroup = own.st_gid == replaced.st_gid || ::fchown(descriptor, same, replaced.st_gid) == 0;
     mode_t permissions = replaced.st_mode & 0777;
     if (!hasGroup) {
-        // Some users move from the group to the others, some from the others to the group.
+        // The group differs, so group and others get the permissions that both had.
         const mode_t both = permissions >> 3 & permissions & 7;
         permissions = (permissions & 0700) | both << 3 | both;
     }
@@ -123,6 +123,11 @@ bool PartialFile::createTemporary(const struct stat64* replaced)
             continue;
         if (descriptor < 0)
             return false;
+        struct stat64 own = {};
+        if (fstat64(descriptor, &own) == 0) {
+            m_device = own.st_dev;
+            m_inode = own.st_ino;
+        }
         if (replaced)
             resemble(descriptor, *replaced);
         try {
@@ -149,9 +154,20 @@ void PartialFile::requireSeekable(const char* format) const
                  format);
 }
 
+// What else has been given the temporary name, a link perhaps, must not become the output.
+void PartialFile::requireOwnFile() const
+{
+    struct stat64 status;
+    if (lstat64(m_path.c_str(), &status) != 0)
+        QM_THROW_OS(m_given.c_str());
+    if (status.st_dev != m_device || status.st_ino != m_inode)
+        QM_THROW(40002, "another file has taken the place of the temporary file path = %s", m_path.c_str());
+}
+
 void PartialFile::finish()
 {
     if (!m_isDirect) {
+        requireOwnFile();
         try {
             QMFileUtils::moveFile(m_path, m_final);
         } catch (const Error& error) {

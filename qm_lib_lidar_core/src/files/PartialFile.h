@@ -10,6 +10,8 @@
 #include "platform/Export.h"
 #include "platform/FileIO.h"
 
+#include <cstdint>
+
 struct stat64;
 
 namespace Quillmoran {
@@ -46,10 +48,14 @@ private:
     // False when no file can be created in the directory.
     bool createTemporary(const struct stat64* replaced);
 
+    void requireOwnFile() const;
+
     QMFileSpec m_given;
     QMFileSpec m_final;
     QMFileSpec m_path;
     Scoped<FileIO::Imp> m_io;
+    std::uint64_t m_device = 0; // of the temporary file
+    std::uint64_t m_inode = 0;
     bool m_isDirect = false;
     bool m_isFinished = false;
 };

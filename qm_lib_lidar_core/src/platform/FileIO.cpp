@@ -20,7 +20,7 @@ namespace {
 
 constexpr mode_t newFilePermissions = 0666; // less the umask
 constexpr int pollInterval = 50;            // milliseconds
-// What a pipe that can take anything takes without blocking.
+// Bytes that a writable pipe accepts without blocking.
 constexpr std::size_t maxSequentialWrite = PIPE_BUF;
 
 int openFlags(const char* mode)

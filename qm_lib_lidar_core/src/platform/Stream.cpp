@@ -141,7 +141,7 @@ std::size_t StreamReader::read(void* buffer, std::size_t count)
     return buffered + got;
 }
 
-bool StreamReader::get_str(char*& line, std::size_t& capacity, std::size_t maxLength)
+bool StreamReader::get_str(char*& line, std::size_t& capacity)
 {
     constexpr std::size_t growth = 1024;
     std::size_t length = 0;
@@ -153,8 +153,6 @@ bool StreamReader::get_str(char*& line, std::size_t& capacity, std::size_t maxLe
         const std::size_t taken =
             newline ? static_cast<std::size_t>(static_cast<const unsigned char*>(newline) - m_current) + 1
                     : buffered;
-        if (taken - (newline ? 1 : 0) > maxLength - length)
-            QM_THROW(40005, "a line is longer than %zu bytes", maxLength);
         const std::size_t needed = length + taken + 1;
         if (needed > capacity) {
             const std::size_t grown = (needed / growth + 1) * growth;

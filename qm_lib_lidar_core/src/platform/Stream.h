@@ -70,9 +70,8 @@ public:
     // Returns the count copied, short only at the end of the store.
     std::size_t read(void* buffer, std::size_t count);
 
-    // Reads one line with its newline into an XALLOC buffer that grows as needed; false at the end. A line of
-    // more than `maxLength` bytes is the error 40005 "a line is longer than %zu bytes".
-    bool get_str(char*& line, std::size_t& capacity, std::size_t maxLength = SIZE_MAX);
+    // Reads one line with its newline into an XALLOC buffer that grows as needed; false at the end.
+    bool get_str(char*& line, std::size_t& capacity);
 
     template <class T>
     [[nodiscard]] bool get_be(T& value)

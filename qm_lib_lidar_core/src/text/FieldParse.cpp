@@ -100,8 +100,10 @@ const char* parseStrictInteger(const char* text, const char* end, void* samples,
     constexpr double tooLarge = 18446744073709551616.0; // 2^64
     std::uint64_t magnitude = 0;
     const auto whole = std::from_chars(text + isSign(*text), after, magnitude);
-    return whole.ec == std::errc() && whole.ptr == after &&
-           (std::fabs(value) >= tooLarge || static_cast<std::uint64_t>(std::fabs(value)) != magnitude);
+    if (whole.ptr != after)
+        return false;
+    return whole.ec != std::errc() || std::fabs(value) >= tooLarge ||
+           static_cast<std::uint64_t>(std::fabs(value)) != magnitude;
 }
 
 template <class T>

@@ -2,6 +2,7 @@
 
 #include "framework/ProgressDelegate.h"
 #include "platform/Base.h"
+#include "platform/Interrupt.h"
 
 #include <cstring>
 
@@ -24,7 +25,7 @@ void LineReader::init(IO* io, const std::string& name, ProgressDelegate* delegat
 
 bool LineReader::fill()
 {
-    if (m_delegate && m_delegate->getCancelled())
+    if (isInterrupted() || (m_delegate && m_delegate->getCancelled()))
         QM_THROW(40006, "operation cancelled.");
     const std::size_t kept = m_end - m_begin;
     if (m_begin != 0)
@@ -61,6 +62,9 @@ bool LineReader::next()
         QM_THROW(40005, "%sline is longer than %zu bytes", location().c_str(), maxLength);
     m_buffer[m_begin + length] = '\0';
     m_line = {m_buffer.data() + m_begin, length};
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    if (m_number == 1 && m_line.substr(0, byteOrderMark.size()) == byteOrderMark)
+        m_line.remove_prefix(byteOrderMark.size());
     m_begin += length + (ended ? 0 : 1);
     return true;
 }

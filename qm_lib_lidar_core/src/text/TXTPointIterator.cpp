@@ -1,10 +1,14 @@
 #include "text/TXTPointIterator.h"
 
 #include "framework/ProgressDelegate.h"
+#include "model/ChannelNames.h"
+#include "model/NameIndex.h"
 #include "platform/Base.h"
+#include "text/FieldFormat.h"
 
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 namespace Quillmoran {
 
@@ -12,6 +16,19 @@ namespace {
 
 constexpr std::uint64_t reportInterval = 1000; // lines
 constexpr const char* activity = "reading text file";
+
+// The largest value of a standard channel that LAS stores in fewer bits than a byte; 0 for all others.
+std::uint8_t largestOf(const ChannelInfo& channel)
+{
+    constexpr std::pair<const char*, std::uint8_t> narrow[] = {
+        {ChannelNames::returnNum, 15},     {ChannelNames::numReturns, 15}, {ChannelNames::scanDir, 1},
+        {ChannelNames::edgeFlightLine, 1}, {ChannelNames::classFlags, 15}, {ChannelNames::scannerChannel, 3},
+    };
+    for (const auto& [name, largest] : narrow)
+        if (channel.isNamed(name) && channel.getDataType() == UINT8)
+            return largest;
+    return 0;
+}
 
 std::string countOf(std::size_t fields)
 {
@@ -49,20 +66,21 @@ void TXTPointIterator::bindFields(const PointInfo& fileLayout, const PointInfo& 
             QM_THROW(40011);
         return parser;
     };
+    const NameIndex columns(fileLayout);
     m_fields.assign(fileLayout.getNumChannels(), Field{FieldParse::skip, 0, nullptr});
     for (std::size_t i = 0; i < requested.getNumChannels(); ++i) {
         const ChannelInfo& channel = requested.getChannel(i);
-        const int column = fileLayout.getChannelIndex(channel.getName());
-        if (column < 0)
+        const auto column = columns.find(channel.getName());
+        if (!column)
             QM_THROW(40012, "requesting channel not in the source");
-        const auto index = static_cast<std::size_t>(column);
-        if (channel.getDataType() != fileLayout.getChannel(index).getDataType())
+        if (channel.getDataType() != fileLayout.getChannel(*column).getDataType())
             QM_THROW(40010);
-        Field& field = m_fields[index];
+        Field& field = m_fields[*column];
         if (field.parser != FieldParse::skip)
             m_copies.push_back({field.channel, i});
         else
-            field = {parserOf(channel.getDataType()), i, nullptr};
+            field = {parserOf(channel.getDataType()), i, nullptr,
+                     m_strict ? largestOf(channel) : std::uint8_t{0}};
     }
 }
 
@@ -73,14 +91,38 @@ void TXTPointIterator::bindSamples(PointData& buffer)
             field.samples = buffer.getChannel(field.channel).getData();
 }
 
-bool TXTPointIterator::parseLine(std::size_t index) const
+const char* TXTPointIterator::skipSeparators(const char* text, std::size_t field) const
+{
+    std::size_t commas = field == 0 ? 1 : 0;
+    for (; FieldParse::isSeparator(*text); ++text)
+        if (*text == ',' && commas++ != 0 && m_strict)
+            QM_THROW(40005, "%sa field is empty",
+                     m_lines.location(static_cast<std::size_t>(text - m_lines.line().data()) + 1).c_str());
+    return text;
+}
+
+// The tables of several files in one file can have different columns.
+void TXTPointIterator::checkHeader(std::string_view line)
+{
+    PointInfo columns;
+    if (!FieldFormat::parseHeader(line, columns))
+        return;
+    if (m_header.empty())
+        m_header = line;
+    else if (m_header != line)
+        QM_THROW(40005, "%sthe columns differ from those of the first header line",
+                 m_lines.location().c_str());
+}
+
+bool TXTPointIterator::parseLine(std::size_t index)
 {
     const std::string_view line = m_lines.line();
     const char* text = line.data();
     const char* const end = text + (m_strict ? line.size() : std::strlen(text));
+    if (m_strict && *text == '#')
+        checkHeader(line);
     for (const Field& field : m_fields) {
-        while (FieldParse::isSeparator(*text))
-            ++text;
+        text = skipSeparators(text, static_cast<std::size_t>(&field - m_fields.data()));
         if (*text == '\0' || *text == '#') {
             checkEnd(text);
             const auto numFields = static_cast<std::size_t>(&field - m_fields.data());
@@ -91,6 +133,8 @@ bool TXTPointIterator::parseLine(std::size_t index) const
         const char* const after = field.parser(text, end, field.samples, index);
         if (!after)
             throwBadField(static_cast<std::size_t>(&field - m_fields.data()), text);
+        if (field.largest != 0 && static_cast<const std::uint8_t*>(field.samples)[index] > field.largest)
+            throwTooLarge(field, text, after);
         text = after;
     }
     if (m_strict && *text != '\0') {
@@ -120,6 +164,14 @@ void TXTPointIterator::throwBadField(std::size_t field, const char* text) const
     const std::string location = m_lines.location(static_cast<std::size_t>(text - line.data()) + 1);
     QM_THROW(40005, "%s%s", location.c_str(),
              FieldParse::explain(text, line.data() + line.size(), m_layout.getChannel(field)).c_str());
+}
+
+void TXTPointIterator::throwTooLarge(const Field& field, const char* text, const char* after) const
+{
+    const auto index = static_cast<std::size_t>(&field - m_fields.data());
+    const std::string location = m_lines.location(static_cast<std::size_t>(text - m_lines.line().data()) + 1);
+    QM_THROW(40005, "%s%s does not fit %s (0 to %d)", location.c_str(), std::string(text, after).c_str(),
+             m_layout.getChannel(index).getName(), field.largest);
 }
 
 void TXTPointIterator::throwWrongCount(std::size_t numFields, const char* text) const

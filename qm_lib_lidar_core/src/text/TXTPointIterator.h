@@ -37,8 +37,9 @@ private:
     struct Field
     {
         FieldParse::Parser parser = nullptr;
-        std::size_t channel = 0; // in the requested layout
-        void* samples = nullptr; // of the block being filled, null for a field that is skipped
+        std::size_t channel = 0;  // in the requested layout
+        void* samples = nullptr;  // of the block being filled, null for a field that is skipped
+        std::uint8_t largest = 0; // strict: of a channel with fewer bits than its type; 0: any value
     };
 
     // A channel requested again takes the samples of the first one.
@@ -52,15 +53,19 @@ private:
     void bindFields(const PointInfo& fileLayout, const PointInfo& requested);
     void bindSamples(PointData& buffer);
     // Whether the line holds a point; it is stored at `index`.
-    bool parseLine(std::size_t index) const;
+    bool parseLine(std::size_t index);
+    const char* skipSeparators(const char* text, std::size_t field) const;
+    void checkHeader(std::string_view line);
     void checkEnd(const char* text) const;
     [[noreturn]] void throwBadField(std::size_t field, const char* text) const;
+    [[noreturn]] void throwTooLarge(const Field& field, const char* text, const char* after) const;
     [[noreturn]] void throwWrongCount(std::size_t numFields, const char* text) const;
     void reportLines();
 
     std::string m_name; // of the file; empty for the fixed messages
     PointInfo m_layout; // of the file
     bool m_strict = false;
+    std::string m_header;        // strict: the first header line that was read
     std::vector<Field> m_fields; // one per column of the file
     std::vector<Copy> m_copies;  // for channels requested more than once
     LineReader m_lines;

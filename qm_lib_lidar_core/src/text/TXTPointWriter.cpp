@@ -71,12 +71,6 @@ int countDecimals(Real step, int maximum)
     return 0;
 }
 
-// A name with one would end the header line or control a terminal.
-bool hasControlCharacter(std::string_view name)
-{
-    return std::any_of(name.begin(), name.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; });
-}
-
 } // namespace
 
 TXTPointWriter* TXTPointWriter::create()
@@ -213,7 +207,7 @@ void TXTPointWriter::writeHeader()
     std::string header = "#";
     for (const Column& column : m_columns) {
         header += ' ';
-        header += hasControlCharacter(column.name) ? printable(column.name) : column.name;
+        header += printable(column.name); // one line, and nothing that a terminal obeys
     }
     header += '\n';
     if (!m_stream.put_str(header.data(), header.size()))

@@ -75,15 +75,29 @@ bool holdsSteps(DataType type)
     return !DataTypeUtils::isFloat(type) && DataTypeUtils::getSize(type) > 1;
 }
 
-bool isLegacy(const PointInfo& source)
+bool hasSteps(const PointInfo& layout)
 {
-    const ChannelInfo* const angle = source.getChannel(scanAngle);
-    return !source.hasChannel(classFlags) && !(angle && holdsSteps(angle->getDataType()));
+    const ChannelInfo* const angle = layout.getChannel(scanAngle);
+    return angle && holdsSteps(angle->getDataType());
+}
+
+// Whether LAS needs one of its formats 6 to 10 for the layout.
+bool isNewer(const PointInfo& layout)
+{
+    constexpr int oldReturnBits = 3;
+    const auto hasMoreReturns = [&](const char* name) {
+        const ChannelInfo* const channel = layout.getChannel(name);
+        return channel && channel->getBits() > oldReturnBits;
+    };
+    return layout.hasChannel(classFlags) || layout.hasChannel(ChannelNames::scannerChannel) ||
+           layout.hasChannel(ChannelNames::nearInfrared) || hasSteps(layout) ||
+           hasMoreReturns(ChannelNames::returnNum) || hasMoreReturns(ChannelNames::numReturns);
 }
 
 [[noreturn]] void throwDoesNotFit(const char* channel)
 {
-    QM_THROW(40010, "channel '%s' does not fit the layout that the files were joined in", channel);
+    QM_THROW(40010, "channel '%s' does not fit the joined layout; an index needs an update (vxindex -u)",
+             channel);
 }
 
 std::optional<Origin> findTime(const PointInfo& source, const NameIndex& names, const Target& target,
@@ -115,8 +129,7 @@ std::optional<Origin> findClass(const PointInfo& source, const NameIndex& names,
 {
     const auto own = names.find(channel);
     const auto ownClass = names.find(classId);
-    const bool splits = target.find(classFlags) && ownClass && isLegacy(source) &&
-                        !DataTypeUtils::isFloat(source.getChannel(*ownClass).getDataType());
+    const bool splits = target.find(classFlags) && hasLegacyClass(source);
     if (splits)
         return Origin{*ownClass, own ? Rule::SplitClass : Rule::SplitFlags};
     if (names.find(classFlags) && !target.find(classFlags))
@@ -126,13 +139,9 @@ std::optional<Origin> findClass(const PointInfo& source, const NameIndex& names,
 
 Rule findAngleRule(DataType own, DataType united)
 {
-    if (holdsSteps(own) == holdsSteps(united))
-        return Rule::Copy;
-    if (holdsSteps(united) && !DataTypeUtils::isFloat(own))
-        return Rule::DegreesToSteps;
-    if (holdsSteps(own) && DataTypeUtils::isFloat(united))
-        return Rule::StepsToDegrees;
-    throwDoesNotFit(scanAngle);
+    if (holdsSteps(own) && !holdsSteps(united))
+        throwDoesNotFit(scanAngle);
+    return holdsSteps(own) == holdsSteps(united) ? Rule::Copy : Rule::DegreesToSteps;
 }
 
 // Narrows as conversions between sample types do.
@@ -194,6 +203,9 @@ PointInfo renameClocks(const PointInfo& layout, const std::optional<int>& gpsWee
 
 ChannelInfo uniteChannels(const ChannelInfo& a, const ChannelInfo& b)
 {
+    const bool aHasSteps = holdsSteps(a.getDataType());
+    if (a.isNamed(scanAngle) && aHasSteps != holdsSteps(b.getDataType()))
+        return aHasSteps ? a : b;
     const DataType type = findCommonType(a.getDataType(), b.getDataType());
     const bool isOneOfThem = type == a.getDataType() || type == b.getDataType();
     const int allBits = 0;
@@ -201,6 +213,34 @@ ChannelInfo uniteChannels(const ChannelInfo& a, const ChannelInfo& b)
     both.init(a.getName(), type, isOneOfThem ? std::max(a.getBits(), b.getBits()) : allBits,
               findCommonStep(a.getQuantization(), b.getQuantization()));
     return both;
+}
+
+void settleUnion(PointInfo& layout)
+{
+    if (!isNewer(layout))
+        return;
+    ChannelInfo* const angle = layout.getChannel(scanAngle);
+    if (angle && DataTypeUtils::getSize(angle->getDataType()) == 1)
+        angle->init(scanAngle, SINT16, 0, 0.0);
+    const ChannelInfo* const classes = layout.getChannel(classId);
+    if (classes && !DataTypeUtils::isFloat(classes->getDataType()) && !layout.hasChannel(classFlags)) {
+        constexpr int flagBits = 4;
+        ChannelInfo flags;
+        flags.init(classFlags, UINT8, flagBits, 0.0);
+        layout.append(flags);
+    }
+}
+
+bool hasLegacyClass(const PointInfo& layout)
+{
+    const ChannelInfo* const classes = layout.getChannel(classId);
+    return classes && !DataTypeUtils::isFloat(classes->getDataType()) && !isNewer(layout);
+}
+
+bool hasRealAngles(const PointInfo& layout)
+{
+    const ChannelInfo* const angle = layout.getChannel(scanAngle);
+    return angle && DataTypeUtils::isFloat(angle->getDataType());
 }
 
 std::optional<Origin> findOrigin(const PointInfo& source, const NameIndex& names, const Target& target,
@@ -239,8 +279,6 @@ void convert(ChannelData& to, const ChannelData& from, const ChannelData* week, 
     case Rule::DegreesToSteps:
         return transform(to, from, count,
                          [](auto degrees) { return std::round(static_cast<double>(degrees) / angleStep); });
-    case Rule::StepsToDegrees:
-        return transform(to, from, count, [](auto steps) { return static_cast<double>(steps) * angleStep; });
     case Rule::SplitClass:
         return transform(to, from, count, [](auto byte) { return static_cast<unsigned>(byte) & classMask; });
     case Rule::SplitFlags:

@@ -4,13 +4,11 @@
 //
 //   channel            sources have              united                        reason
 //   -----------------  ------------------------  ----------------------------  ------------------------------
-//   ScanAngle          degrees in one byte       as they are                   nothing to convert
-//                      and two-byte steps of     steps:                        rounding restores the degrees
-//                      0.006 degrees             round(degrees / 0.006)        exactly
-//                      and floating point        FLOAT64 degrees               steps would round them
-//   ClassId            ClassId only              the byte as it is             nothing to convert
-//   and ClassFlags     (LAS formats 0 to 5)
-//                      and some ClassFlags       low 5 bits: class; bits 5-7:  LAS 1.4 keeps class and flags
+//   ScanAngle          degrees only              as they are                   nothing to convert
+//                      degrees, and two-byte     steps:                        rounding restores whole degrees
+//                      steps of 0.006 degrees    round(degrees / 0.006)        exactly
+//   ClassId            older layouts only        the byte as it is             nothing to convert
+//   and ClassFlags     older and newer layouts   low 5 bits: class; bits 5-7:  LAS 1.4 keeps class and flags
 //                                                synthetic, key point,         apart
 //                                                withheld
 //                      and class 12 (overlap)    class 12 and overlap flag     LAS 1.4 has a flag for it; the
@@ -24,7 +22,9 @@
 //   any other          different types           a type that holds both        no value changes
 //   any                missing in some           zeros, with a warning         LAS stores 0 for "unknown"
 //
-// A source without ClassFlags counts as one of LAS formats 0 to 5, unless its scan angles have two bytes.
+// A newer layout has what only LAS formats 6 to 10 have: ClassFlags, ScannerChannel, NearInfrared, returns of
+// more than 3 bits or two-byte scan angles. Where any source has it, the union is such a layout, too: its
+// scan angles are steps and its classes have ClassFlags.
 #pragma once
 
 #include "model/NameIndex.h"
@@ -57,18 +57,25 @@ private:
 };
 
 // The channels of a source as they appear in a union: with a GPS week, GPSTime is GPSTime_Adjusted.
-PointInfo renameClocks(const PointInfo& layout, const std::optional<int>& gpsWeek);
+QM_API PointInfo renameClocks(const PointInfo& layout, const std::optional<int>& gpsWeek);
 
 // The union of two channels of the same name: a type that holds the values of both, the integer type of the
 // larger size (signed if either is), FLOAT64 if no integer does; the larger number of bits; the quantization
-// step if one of the steps is a multiple of the other, else none.
+// step if one of the steps is a multiple of the other, else none. Steps of scan angles stay steps.
 ChannelInfo uniteChannels(const ChannelInfo& a, const ChannelInfo& b);
+
+// Makes the union of several layouts one of the newer kind if any of them is.
+void settleUnion(PointInfo& layout);
+
+// Whether the layout has a classification byte with flags, as LAS formats 0 to 5 have it.
+bool hasLegacyClass(const PointInfo& layout);
+// Whether scan angles of the layout are floating-point degrees, which steps round.
+bool hasRealAngles(const PointInfo& layout);
 
 enum class Rule
 {
     Copy,             // convert the type only
     DegreesToSteps,   // of scan angles
-    StepsToDegrees,   // of scan angles, for a floating-point target
     SplitClass,       // the class of a legacy classification byte
     SplitFlags,       // its flags
     WeekToAdjusted,   // of GPS time
@@ -85,7 +92,7 @@ struct Origin
 
 // Finds the origin of a channel of `target` in a source; none if the source lacks it. A source that cannot be
 // read in the target without changing what its samples mean (one that was replaced since the target was made)
-// is 40010 "channel '%s' does not fit the layout that the files were joined in". `names` are those of
+// is 40010 "channel '%s' does not fit the joined layout; an index needs an update (vxindex -u)". `names` are those of
 // `source`.
 std::optional<Origin> findOrigin(const PointInfo& source, const NameIndex& names, const Target& target,
                                  const char* channel);

@@ -8,9 +8,13 @@
 #include "model/NameIndex.h"
 #include "platform/Base.h"
 
+#include <cstring>
+
 namespace Quillmoran {
 
 namespace {
+
+constexpr int misfitError = 40010; // of MergeRules::findOrigin()
 
 // The box by which a source is found. A side that is not known, as in a file without an index, is open.
 Bounds getSearchBox(const Bounds& bounds)
@@ -79,7 +83,14 @@ private:
         std::int64_t index = 0;
         if (!m_walk || !m_walk->next(getBounds(), index))
             return false;
-        read(m_manager->createPointSource(static_cast<std::size_t>(index)));
+        const auto source = static_cast<std::size_t>(index);
+        try {
+            read(m_manager->createPointSource(source));
+        } catch (Error& error) {
+            if (error.error() == misfitError && !std::strstr(error.what(), " path = "))
+                error(" path = %s", m_manager->getSourceName(source).c_str());
+            throw;
+        }
         return true;
     }
 

@@ -13,8 +13,9 @@ namespace Quillmoran {
 
 namespace {
 
-const char* const clockNames[] = {"week time (GPSTime)", "adjusted standard time (GPSTime_Adjusted)",
-                                  "both week time and adjusted standard time"};
+constexpr std::array<const char*, 3> clockNames = {"week time (GPSTime)",
+                                                   "adjusted standard time (GPSTime_Adjusted)",
+                                                   "both week time and adjusted standard time"};
 
 // Files of the older LAS formats lack these, and 0 or what their class says is the right value.
 bool isImplied(const ChannelInfo& channel)
@@ -53,6 +54,7 @@ void PointCloudUnion::add(const PointCloudInfo& cloud, const std::string& file)
     if (!hasPoints)
         return;
     countChannels(layout, file);
+    noteDoubts(layout, file);
     addQuantization(cloud.getScale(), cloud.getOffset());
     // The largest count means unknown, and the sum stops there.
     static_assert(PointSource::unknownNumPoints == INT64_MAX);
@@ -71,12 +73,15 @@ void PointCloudUnion::checkClocks(const PointInfo& layout, const std::string& fi
     if (m_gpsWeek || (!week && !adjusted))
         return;
     const Clock clock = !week ? ADJUSTED : !adjusted ? WEEK : BOTH;
+    const auto describe = [](const std::string& name, std::size_t kind) {
+        return '\'' + name + "' " + clockNames.at(kind);
+    };
     for (std::size_t i = 0; i < m_clockFiles.size(); ++i)
         if (i != clock && !m_clockFiles[i].empty())
             QM_THROW(40007,
-                     "the files hold different GPS times: '%s' %s, '%s' %s; give the GPS week to convert "
-                     "week time (-gpsWeek)",
-                     m_clockFiles[i].c_str(), clockNames[i], file.c_str(), clockNames[clock]);
+                     "the files hold different GPS times: %s, %s; give the GPS week to convert week time "
+                     "(-gpsWeek)",
+                     describe(m_clockFiles[i], i).c_str(), describe(file, clock).c_str());
     if (m_clockFiles[clock].empty())
         m_clockFiles[clock] = file;
 }
@@ -84,6 +89,7 @@ void PointCloudUnion::checkClocks(const PointInfo& layout, const std::string& fi
 void PointCloudUnion::addChannels(const PointInfo& layout)
 {
     PointInfo all = m_info->getPointInfo();
+    const bool isFirst = all.getNumChannels() == 0;
     std::map<std::string, std::size_t> names; // first channels of their names
     for (std::size_t i = 0; i < all.getNumChannels(); ++i)
         if (const char* name = all.getChannel(i).getName())
@@ -101,6 +107,8 @@ void PointCloudUnion::addChannels(const PointInfo& layout)
             names.emplace(name, all.getNumChannels());
         all.append(channel);
     }
+    if (!isFirst)
+        MergeRules::settleUnion(all);
     m_info->setPointInfo(all);
 }
 
@@ -111,10 +119,14 @@ void PointCloudUnion::addCoordinateSystem(const PointCloudInfo& cloud, const std
         return;
     if (!wkt.empty() && (!m_info->getWKT() || *m_info->getWKT() == '\0'))
         m_info->setWKT(wkt.c_str());
-    const bool isKnown = std::any_of(m_coordinateSystems.begin(), m_coordinateSystems.end(),
-                                     [&](const NamedCoordinateSystem& known) { return known.wkt == wkt; });
-    if (!isKnown && m_coordinateSystems.size() < maxCoordinateSystems)
-        m_coordinateSystems.push_back({wkt, file});
+    const auto isKnown = [this](const std::string& text) {
+        return std::any_of(m_coordinateSystems.begin(), m_coordinateSystems.end(),
+                           [&](const NamedCoordinateSystem& known) { return known.wkt == text; });
+    };
+    const bool isKept = wkt.empty() || m_coordinateSystems.size() < maxCoordinateSystems;
+    const std::string text = isKept ? wkt : "one of many";
+    if (!isKnown(wkt) && !isKnown(text))
+        m_coordinateSystems.push_back({text, file});
 }
 
 void PointCloudUnion::addClassNames(const PointCloudInfo& cloud, const std::string& file)
@@ -145,6 +157,16 @@ void PointCloudUnion::countChannels(const PointInfo& layout, const std::string& 
             presence.file = file;
 }
 
+void PointCloudUnion::noteDoubts(const PointInfo& layout, const std::string& file)
+{
+    // Every LAS file has scan angles; of other sources nothing says what their classes are.
+    const bool isDoubtful = MergeRules::hasLegacyClass(layout) && !layout.hasChannel(ChannelNames::scanAngle);
+    if (isDoubtful && m_doubtfulClassFile.empty())
+        m_doubtfulClassFile = file;
+    if (MergeRules::hasRealAngles(layout) && m_realAnglesFile.empty())
+        m_realAnglesFile = file;
+}
+
 void PointCloudUnion::addQuantization(const double* scale, const double* offset)
 {
     if (m_numWithPoints == 0) {
@@ -161,7 +183,7 @@ void PointCloudUnion::addQuantization(const double* scale, const double* offset)
 
 std::vector<std::string> PointCloudUnion::getWarnings() const
 {
-    // Channels that the same files lack share a line.
+    // Channels of the same first file and number of files share a line.
     std::map<std::pair<std::string, std::size_t>, std::string> missing;
     for (const auto& [name, presence] : m_channels) {
         if (presence.count == m_numWithPoints)
@@ -170,9 +192,19 @@ std::vector<std::string> PointCloudUnion::getWarnings() const
         names += (names.empty() ? "" : ", ") + name;
     }
     std::vector<std::string> warnings;
+    warnings.reserve(missing.size() + 4);
     for (const auto& [files, names] : missing)
         warnings.push_back("'" + files.first + "'" + others(files.second - 1) + " without " + names +
                            ": the points have 0 there");
+    const PointInfo& layout = m_info->getPointInfo();
+    if (!m_doubtfulClassFile.empty() && layout.hasChannel(ChannelNames::classFlags))
+        warnings.push_back(
+            "the classes of '" + m_doubtfulClassFile +
+            "' are read as classification bytes of LAS formats 0 to 5: class in the low 5 bits, "
+            "flags in the others");
+    if (!m_realAnglesFile.empty() && !MergeRules::hasRealAngles(layout))
+        warnings.push_back("the scan angles of '" + m_realAnglesFile +
+                           "' are rounded to steps of 0.006 degrees");
     if (!m_otherClassNamesFile.empty())
         warnings.push_back("the class names of '" + m_otherClassNamesFile + "' differ from those of '" +
                            m_classNamesFile + "', which are used");

@@ -32,7 +32,7 @@ struct NamedCoordinateSystem
 class QM_API PointCloudUnion
 {
 public:
-    // Further different texts are not kept.
+    // Different texts that are kept. The next one is kept without its text and so counts as another system.
     static constexpr std::size_t maxCoordinateSystems = 16;
 
     // With a GPS week, week time becomes adjusted time (see MergeRules.h), and both clocks may be added.
@@ -49,7 +49,7 @@ public:
     {
         return m_coordinateSystems;
     }
-    // What is filled with zeros or dropped. Coordinate systems are the caller's to compare, since texts that
+    // What is filled with zeros, rounded, dropped or doubtful. Coordinate systems are the caller's to compare, since texts that
     // differ may mean the same.
     std::vector<std::string> getWarnings() const;
 
@@ -67,6 +67,7 @@ private:
     void addCoordinateSystem(const PointCloudInfo& cloud, const std::string& file);
     void addQuantization(const double* scale, const double* offset);
     void addClassNames(const PointCloudInfo& cloud, const std::string& file);
+    void noteDoubts(const PointInfo& layout, const std::string& file);
     void countChannels(const PointInfo& layout, const std::string& file);
 
     struct Presence
@@ -82,6 +83,8 @@ private:
     std::array<std::string, NUM_CLOCKS> m_clockFiles; // the first file of each clock, empty: none
     std::map<std::string, Presence> m_channels;       // those that are reported when a file lacks them
     std::vector<NamedCoordinateSystem> m_coordinateSystems;
+    std::string m_doubtfulClassFile;   // with classes that may not be legacy bytes
+    std::string m_realAnglesFile;      // with floating-point scan angles
     std::string m_classNamesFile;      // where the class names are from
     std::string m_otherClassNamesFile; // the first file with others
 };

@@ -103,12 +103,25 @@ void LASPointWriter::chooseColumns(const PointInfo& layout)
             return isTime(column.field) && isTime(*field);
         });
         if (earlier != m_columns.end()) {
-            m_otherTime = earlier->channel;
-            m_timeConflict = TimeConflict{field->channel, earlier->field.channel};
+            if (std::string_view(field->channel) != earlier->field.channel) {
+                m_otherTime = earlier->channel;
+                m_timeConflict = TimeConflict{field->channel, earlier->field.channel};
+            }
             m_columns.erase(earlier);
         }
         m_columns.push_back({i, channel.getDataType(), *field});
     }
+}
+
+bool LASPointWriter::hasForeignScanAngles() const noexcept
+{
+    for (const Column& column : m_columns) {
+        const bool holdsSteps =
+            !DataTypeUtils::isFloat(column.type) && DataTypeUtils::getSize(column.type) > 1;
+        if (std::string_view(column.field.channel) == ChannelNames::scanAngle)
+            return holdsSteps != m_header.pointFormat.isExtended();
+    }
+    return false;
 }
 
 void LASPointWriter::openOutput(const std::vector<unsigned char>& records)

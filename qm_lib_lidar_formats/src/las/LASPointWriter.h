@@ -63,6 +63,10 @@ public:
     // Of the last write(); nothing when the layout had one time or none.
     const std::optional<TimeConflict>& getTimeConflict() const noexcept { return m_timeConflict; }
 
+    // Whether scan angles were written as they are although the point format has another unit: degrees where
+    // formats 6 and above have steps of 0.006 degrees, or the reverse.
+    bool hasForeignScanAngles() const noexcept;
+
 protected:
     // A channel without a place in LAS is 40607 "invalid LAS field: %s", a file that cannot be created or
     // cannot seek 40610 "Unable to create output %s. " with the reason, an unusable scale or offset 40007.

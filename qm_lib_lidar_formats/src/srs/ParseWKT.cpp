@@ -14,10 +14,19 @@ namespace {
 
 constexpr std::size_t maxBytes = 1 << 20;
 
-bool isControl(char c)
+// Control characters other than the white space between the parts of WKT. In a name, a line break could pass
+// for a line of a report.
+bool hasControls(std::string_view text)
 {
-    const auto code = static_cast<unsigned char>(c);
-    return (code < 0x20 && c != '\n' && c != '\r' && c != '\t') || code == 0x7F;
+    bool isQuoted = false;
+    for (const char c : text) {
+        const auto code = static_cast<unsigned char>(c);
+        const bool isSpace = c == '\n' || c == '\r' || c == '\t';
+        if ((code < 0x20 && (isQuoted || !isSpace)) || code == 0x7F)
+            return true;
+        isQuoted ^= c == '"';
+    }
+    return false;
 }
 
 } // namespace
@@ -48,8 +57,8 @@ bool namesFile(std::string_view text)
 bool parseWKT(const char* text, OGRSpatialReference& reference)
 {
     const std::string_view whole(text);
-    return whole.size() <= maxBytes && std::none_of(whole.begin(), whole.end(), isControl) &&
-           !namesFile(whole) && reference.importFromWkt(text) == OGRERR_NONE;
+    return whole.size() <= maxBytes && !hasControls(whole) && !namesFile(whole) &&
+           reference.importFromWkt(text) == OGRERR_NONE;
 }
 
 std::string toWKT1(const char* text)

@@ -99,6 +99,8 @@ TEST_F(PartialFileTest, IsNotWrittenThroughALinkThatTakesItsPlace)
     fs::create_symlink(victim, file.path().c_str());
     write(file, "content");
     EXPECT_EQ(readFile(victim), "precious");
+    EXPECT_THROW(file.finish(), Error);
+    EXPECT_FALSE(fs::exists(fs::symlink_status(path)));
 }
 
 TEST_F(PartialFileTest, IsNeverSharedByTwoWriters)
