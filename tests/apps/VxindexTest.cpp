@@ -148,6 +148,9 @@ TEST_F(Vxindex, CreatesAnOverviewFromTheTiles)
     EXPECT_NE(
         run("-o tiles/t.index -l").output.find("overview of a share of 0.0625:\nok                    6  "),
         std::string::npos);
+    tile("d.vxl", 40);
+    EXPECT_NE(run("-o tiles/t.index -u d.vxl").errors.find("does not cover files that were added"),
+              std::string::npos);
     for (const char* name : {"-overview tiles/o.vxl ", ""})
         EXPECT_NE(run(std::string("-o t.index tiles -createOverview ") + name)
                       .errors.find("Error: an overview is created as a LAS or LAZ file: '"),

@@ -386,6 +386,20 @@ TEST_F(Vxpack, JoinsLASFilesOfDifferentFormats)
                   [](const LASFilePoint& a, const LASFilePoint& b) { return a.y < b.y; });
         EXPECT_TRUE(joined.points == expected) << inputs;
     }
+    // Tiles of an index without a week: only those with a time get an adjusted one.
+    LASFile untimed = Testing::randomLASFile(0, 2, 5, 9);
+    for (LASFilePoint& p : untimed.points)
+        p.sourceId = 0;
+    untimed.describePoints();
+    writeFile(directory / "0.las", untimed.build());
+    EXPECT_EQ(start(VXINDEX, "-o old.index 0.las 1.las").wait().status, 0);
+    EXPECT_EQ(run("-gpsWeek 2100 -i old.index -i 7.las -o out.vxl").status, 0);
+    succeed(VXUNPACK, "-i out.vxl -o out.las");
+    for (const LASFilePoint& p : LASFile::load(directory / "out.las").points)
+        ASSERT_EQ(p.gpsTime == 0, p.sourceId == 0);
+    const std::string clocks = start(VXINDEX, "-o new.index 7.las -overview 1.las").wait().errors;
+    EXPECT_EQ(clocks.rfind("Error: the files hold different GPS times: 'the tiles' adjusted", 0), 0u)
+        << clocks;
     // One file's week times are converted, too.
     EXPECT_EQ(describe("out.vxl")["channels"].size(), describe("7.las")["channels"].size());
     pack("-i 3.las -o out.vxl -gpsWeek 2100");
@@ -443,6 +457,11 @@ TEST_F(Vxpack, ItsFilesWithTwoClocksGiveLASFilesWithTheOneChosen)
         EXPECT_EQ(times, c.times) << name;
         EXPECT_EQ((file.globalEncoding & 1) != 0, c.adjusted) << name;
     }
+    pack("-i in.xyz -o one.vxl -parse X,Y,Z,ScanAngle:SINT8,NearInfrared");
+    EXPECT_EQ(
+        start(VXUNPACK, "-i one.vxl -o out.las").wait().errors,
+        "Warning: 'out.las': the scan angles are written as they are, but their unit is not that of the LAS "
+        "point format (degrees, or steps of 0.006 degrees)\n");
     pack("-i in.xyz -o one.vxl -parse xyzts");
     EXPECT_EQ(start(VXUNPACK, "-i one.vxl -o new.las -gps adjusted").wait().errors,
               "Error: 'one.vxl' has no channel 'GPSTime_Adjusted'\n");
