@@ -1,5 +1,5 @@
-// Files whose strings attack: what they name is not opened, what they hold is not printed as it is, and what is
-// not understood is reported.
+// Files with hostile strings: what they name is not opened, control characters are not printed, and what is not
+// understood is reported.
 #include "support/LASFile.h"
 #include "support/Program.h"
 #include "support/SetOfSources.h"

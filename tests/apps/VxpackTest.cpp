@@ -318,7 +318,7 @@ TEST_F(Vxpack, JoinsSeveralFiles)
     const auto packTiles = [this](const std::string& arguments) {
         const Result result = run(arguments);
         EXPECT_EQ(result.status, 0);
-        EXPECT_EQ(result.errors.rfind("Warning: out.vxl: the scale and offset of X are not stored", 0), 0u)
+        EXPECT_EQ(result.errors.rfind("Warning: 'out.vxl': the scale and offset of X are not stored", 0), 0u)
             << result.errors;
         return result.output;
     };
@@ -416,7 +416,7 @@ TEST_F(Vxpack, ItsFilesWithTwoClocksGiveLASFilesWithTheOneChosen)
         const char* options;
         std::vector<double> times;
         bool adjusted;       // what the header says
-        const char* message; // behind the file's name
+        const char* message; // after the file's name
     };
     const Case cases[] = {
         {"xyztT",
@@ -642,15 +642,14 @@ TEST_F(Vxpack, WarnsOfScalesThatAFileCannotKeep)
     EXPECT_EQ(run("-i survey.vxl -o out.vxl -t 10").errors, "");
     const Result packed = run("-i survey.vxl -o out.vxl -t X=70");
     EXPECT_EQ(packed.status, 0);
-    EXPECT_EQ(
-        packed.errors,
-        "Warning: out.vxl: the scale and offset of X are not stored, since floating-point numbers are; LAS "
-        "output rounds such coordinates to 0.001 unless -sc is given\n");
+    EXPECT_EQ(packed.errors, "Warning: 'out.vxl': the scale and offset of X are not stored, since the file "
+                             "has these coordinates as "
+                             "floating-point numbers; LAS output rounds them to 0.001 unless -sc is given\n");
     const Result unpacked = start(VXUNPACK, "-i out.vxl -o out.las").wait();
     EXPECT_EQ(unpacked.status, 0);
     EXPECT_EQ(
         unpacked.errors,
-        "Warning: out.las: coordinates (X) are rounded to 0.001, since the input has no scale for them; "
+        "Warning: 'out.las': coordinates (X) are rounded to 0.001, since the input has no scale for them; "
         "-sc chooses another\n");
     EXPECT_EQ(start(VXUNPACK, "-i out.vxl -o out.las -sc 0.01 0.01 0.01").wait().errors, "");
 }

@@ -38,10 +38,10 @@ void warnOfLostScales(const VX7PointWriter& writer, const PointInfo& layout, con
             names += std::string(names.empty() ? "" : ", ") + name;
     }
     if (!names.empty())
-        Utils::warn(
-            std::string(output) + ": the scale and offset of " + names +
-            " are not stored, since floating-point numbers are; LAS output rounds such coordinates to "
-            "0.001 unless -sc is given");
+        Utils::warn(std::string("'") + output + "': the scale and offset of " + names +
+                    " are not stored, since the file has these coordinates as floating-point numbers; LAS "
+                    "output rounds "
+                    "them to 0.001 unless -sc is given");
 }
 
 } // namespace Quillmoran

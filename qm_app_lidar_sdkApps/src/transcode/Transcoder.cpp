@@ -248,7 +248,7 @@ void Transcoder::warnOfRounding(const PointSource& source, const PointInfo& layo
             names += std::string(names.empty() ? "" : ", ") + name;
     }
     if (!names.empty())
-        Utils::warn(m_outputFile + ": coordinates (" + names +
+        Utils::warn("'" + m_outputFile + "': coordinates (" + names +
                     ") are rounded to 0.001, since the input has no scale for them; -sc chooses another");
 }
 

@@ -24,8 +24,8 @@ QM_API bool isSameFile(const QMFileSpec& a, const QMFileSpec& b);
 QM_API std::int64_t getSize(const QMFileSpec& file);
 QM_API Stats getStats(const QMFileSpec& file);
 
-// Throws -1 "cannot read '%s': it is a pipe, not a regular file" (or a device, ...) before anything opens it, as
-// opening a pipe can block. Links are followed; a name that leads to nothing is no error.
+// Throws -1 "cannot read '%s': it is a pipe, not a regular file" (or a device, ...) before anything opens it,
+// as opening a pipe can block. Links are followed; a name that leads to nothing is no error.
 QM_API void requireRegularFile(const QMFileSpec& file);
 
 // Appends the names in a directory, in no particular order; what is not a directory is a file. Returns 0 or

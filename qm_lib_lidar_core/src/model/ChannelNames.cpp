@@ -16,7 +16,7 @@ struct StandardName
 {
     const char* channel;
     const char* dimension; // of PDAL
-    const char* other;     // of the LAS specification or of other LAS software; may be null
+    const char* other;     // of LAS itself or of other LAS software; may be null
 };
 
 constexpr StandardName standardNames[] = {

@@ -41,8 +41,7 @@ public:
     // "+" adds the other direction (and creates); no other character has a meaning.
     void init(const char* path, const char* mode);
     // Makes and opens a temporary file that goes with this object. The directory defaults to TMPDIR, then
-    // /tmp.
-    // Errors name the directory.
+    // /tmp; errors name it.
     void init(const char* directory);
     // Takes over an open descriptor, which the last close() closes for good. The file is not reached by any
     // name: unlink() has no effect, and errors name `name`. With SEQUENTIAL it is written as one that cannot

@@ -22,9 +22,9 @@ QM_API void parse(const char* format, PointInfo& out, const PointInfo& known);
 QM_API const ChannelInfo* findStandard(std::string_view name);
 
 // Letters, or a list of names if the text has a comma. An entry of the list is a name of a standard channel
-// (see findStandard), a single letter, or NAME:TYPE for any channel and type, as in "Amplitude:FLOAT32". Channels
-// that LAS has in its extended formats only (ClassFlags, ScannerChannel, NearInfrared) make ScanAngle the
-// wide angle of these formats, SINT16. Errors 40007: those of parse(), "a name is missing in '%s'", "'%s' is
+// (see findStandard), a single letter, or NAME:TYPE for any channel and type, as in "Amplitude:FLOAT32".
+// Channels that LAS has in its extended formats only (ClassFlags, ScannerChannel, NearInfrared) make ScanAngle
+// the wide angle of these formats, SINT16. Errors 40007: those of parse(), "a name is missing in '%s'", "'%s' is
 // not a standard channel; add its type, as in '%s:FLOAT64'", "'%s' is not a data type".
 QM_API void parseColumns(const char* text, PointInfo& out);
 

@@ -19,16 +19,16 @@ class QM_API LineReader
 public:
     static constexpr std::size_t maxLength = std::size_t{1} << 20; // bytes of a line, without its newline
 
-    // `name` is the file's name for messages. The delegate may be null; it and isInterrupted() are asked whether
-    // to stop each time the buffer is filled.
+    // `name` is the file's name for messages. The delegate may be null; it and isInterrupted() are asked
+    // whether to stop each time the buffer is filled.
     void init(IO* io, const std::string& name, ProgressDelegate* delegate);
 
     // Goes to the next line; false at the end. 40005 "line is longer than 1048576 bytes", after the file's
     // name and the number of the line; 40006 "operation cancelled.".
     bool next();
 
-    // The present line without its newline and, in the first line, without a UTF-8 byte order mark; followed by
-    // a NUL. Valid until next().
+    // The present line without its newline and, in the first line, without a UTF-8 byte order mark; followed
+    // by a NUL. Valid until next().
     std::string_view line() const noexcept { return m_line; }
     std::uint64_t number() const noexcept { return m_number; } // of the present line, from 1
     // "points.txt:17: ", or "line 17: " for a file without a name. A column, from 1, follows the line.

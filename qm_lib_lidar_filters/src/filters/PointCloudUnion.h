@@ -49,8 +49,8 @@ public:
     {
         return m_coordinateSystems;
     }
-    // What is filled with zeros, rounded, dropped or doubtful. Coordinate systems are the caller's to compare, since texts that
-    // differ may mean the same.
+    // What is filled with zeros, rounded, dropped or doubtful. The caller compares coordinate systems, since
+    // texts that differ may mean the same.
     std::vector<std::string> getWarnings() const;
 
 private:

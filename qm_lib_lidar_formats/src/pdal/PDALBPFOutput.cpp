@@ -48,7 +48,8 @@ void PDALBPFOutput::Pipeline::setOptions(const char* path, const double* scales)
         options.add(names[axis], toText(scales[axis]));
 }
 
-// PDAL reads any text, so it is given only what is WKT. The format knows the UTM zones of WGS 84. Without a zone PDAL reads longitudes and latitudes of WGS 84.
+// PDAL reads any text, so it is given WKT only. The format knows the UTM zones of WGS 84. Without a zone PDAL
+// reads longitudes and latitudes of WGS 84.
 void PDALBPFOutput::Pipeline::setCoordinateSystem(const char* wkt)
 {
     if (!wkt || *wkt == '\0')

@@ -18,8 +18,8 @@ bool namesFile(std::string_view text);
 // and line breaks. Opens nothing but the data files of GDAL and PROJ.
 bool parseWKT(const char* text, OGRSpatialReference& reference);
 
-// The text in the notation of GDAL's WKT 1, for libraries that take other texts than WKT as well; empty if it is
-// not understood.
+// The text in the notation of GDAL's WKT 1, for libraries that take other texts than WKT as well; empty if it
+// is not understood.
 std::string toWKT1(const char* text);
 
 } // namespace Quillmoran

@@ -34,7 +34,7 @@ bool haveDecimals(const Float* samples, std::size_t count, double power) noexcep
     return fits;
 }
 
-// Whether the samples are multiples of 2^-places; such numbers, and no others, have so many decimals exactly.
+// Whether the samples are multiples of 2^-places; only such numbers have exactly that number of decimals.
 template <class Float>
 bool areBinary(const Float* samples, std::size_t count, int places) noexcept
 {
