@@ -143,28 +143,15 @@ bool isSeparator(char c) noexcept
     return c == ',' || isWhiteSpace(c);
 }
 
-Parser getLenient(DataType type) noexcept
+Parser get(DataType type, bool strict) noexcept
 {
     Parser parser = nullptr;
-    visitDataType(type, [&parser](auto sample) {
+    visitDataType(type, [&](auto sample) {
         using T = decltype(sample);
         if constexpr (std::is_floating_point_v<T>)
-            parser = parseFloat<T>;
+            parser = strict ? parseStrictFloat<T> : parseFloat<T>;
         else
-            parser = parseInteger<T>;
-    });
-    return parser;
-}
-
-Parser getStrict(DataType type) noexcept
-{
-    Parser parser = nullptr;
-    visitDataType(type, [&parser](auto sample) {
-        using T = decltype(sample);
-        if constexpr (std::is_floating_point_v<T>)
-            parser = parseStrictFloat<T>;
-        else
-            parser = parseStrictInteger<T>;
+            parser = strict ? parseStrictInteger<T> : parseInteger<T>;
     });
     return parser;
 }

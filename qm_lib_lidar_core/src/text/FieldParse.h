@@ -12,13 +12,13 @@ namespace Quillmoran::FieldParse {
 // its end; null for a field that is refused. `end` is the NUL that ends the line.
 using Parser = const char* (*)(const char* text, const char* end, void* samples, std::size_t index);
 
-// Integers are a sign and digits, and too large a number wraps. "12.5" is the field 12, and ".5" is left for
-// the next one. Null for a type that is none of the ten.
-Parser getLenient(DataType type) noexcept;
-
-// The whole field must be a number that the type can hold. Integers may be written as decimals ("12.0"), and
-// a whole number is refused where a double would round it.
-Parser getStrict(DataType type) noexcept;
+// The parser of a sample type; null for an unknown type.
+//
+// Lenient: integers are a sign and digits, and too large a number wraps. "12.5" is the field 12, and ".5" is
+// left for the next one.
+// Strict: the whole field must be a number that the type can hold. Integers may be written as decimals
+// ("12.0"), and a whole number is refused where a double would round it.
+Parser get(DataType type, bool strict) noexcept;
 
 // Skips a field.
 const char* skip(const char* text, const char* end, void* samples, std::size_t index);

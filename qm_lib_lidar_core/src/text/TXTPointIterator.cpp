@@ -61,7 +61,7 @@ void TXTPointIterator::bindFields(const PointInfo& fileLayout, const PointInfo& 
     if (requested.getNumChannels() > fileLayout.getNumChannels())
         QM_THROW(-1, "tring to extract more channels than fields");
     const auto parserOf = [this](DataType type) {
-        const auto parser = m_strict ? FieldParse::getStrict(type) : FieldParse::getLenient(type);
+        const auto parser = FieldParse::get(type, m_strict);
         if (!parser)
             QM_THROW(40011);
         return parser;

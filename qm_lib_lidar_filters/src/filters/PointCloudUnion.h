@@ -43,7 +43,6 @@ public:
     void add(const PointCloudInfo& cloud, const std::string& file);
 
     const PointCloudInfo& getInfo() const noexcept { return *m_info; }
-    const std::optional<int>& getGPSWeek() const noexcept { return m_gpsWeek; }
     // Each different text once, in order of first appearance, with the first file that has it.
     const std::vector<NamedCoordinateSystem>& getCoordinateSystems() const noexcept
     {

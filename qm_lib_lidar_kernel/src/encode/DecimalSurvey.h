@@ -1,5 +1,5 @@
-// How many decimals all samples of a floating-point channel have: each sample is what a decimal number with
-// so many places is read as.
+// The number of decimals of a floating-point channel: the least number of places with which a decimal number
+// is read as each of the samples.
 //
 // Text output takes the number of decimals from the scale of a channel, which must then be a power of ten. No
 // such scale restores all decimals: 40603 times the double 0.01 is not the double 406.03, and the text rules
@@ -22,8 +22,8 @@ public:
     // Samples of a FLOAT32 or FLOAT64 channel.
     void add(const ChannelData& channel, std::size_t count);
 
-    // The least number of decimals; 0 when there is none up to TextDecimals::most, when text with so many
-    // decimals would not show every sample as that decimal number, or when all samples are exactly their
+    // The least number of decimals; 0 when there is none up to TextDecimals::most, when text with that number
+    // of decimals would not show every sample as its decimal, or when all samples are exactly their
     // decimals (245380.125), which text with all digits shows as well.
     int get() const noexcept;
 
