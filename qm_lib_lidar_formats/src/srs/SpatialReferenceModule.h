@@ -5,9 +5,9 @@
 
 extern "C" {
 
-QM_API bool qmWKTToGeoTIFF(const char* wkt, Quillmoran::GeoTIFFKeys& keys);
+bool qmWKTToGeoTIFF(const char* wkt, Quillmoran::GeoTIFFKeys& keys);
 // `keys` are consistent: every entry of the directory lies within the values.
-QM_API bool qmGeoTIFFToWKT(const Quillmoran::GeoTIFFKeys& keys, std::string& wkt);
-QM_API bool qmPrettyWKT(const char* wkt, std::string& pretty);
-QM_API bool qmSameWKT(const char* a, const char* b);
+bool qmGeoTIFFToWKT(const Quillmoran::GeoTIFFKeys& keys, std::string& wkt);
+bool qmPrettyWKT(const char* wkt, std::string& pretty);
+bool qmSameWKT(const char* a, const char* b);
 }
