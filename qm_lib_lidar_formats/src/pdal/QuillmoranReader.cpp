@@ -4,6 +4,7 @@
 #include "pdal/PDALDimensions.h"
 #include "srs/ParseWKT.h"
 #include <vxunpack/Base.h>
+#include <vxunpack/Export.h>
 #include <vxunpack/VX7PointReader.h>
 
 #include <algorithm>

@@ -3,11 +3,13 @@
 
 #include "srs/SpatialReference.h"
 
+#include <vxunpack/Export.h>
+
 extern "C" {
 
-bool qmWKTToGeoTIFF(const char* wkt, Quillmoran::GeoTIFFKeys& keys);
+QM_API bool qmWKTToGeoTIFF(const char* wkt, Quillmoran::GeoTIFFKeys& keys);
 // `keys` are consistent: every entry of the directory lies within the values.
-bool qmGeoTIFFToWKT(const Quillmoran::GeoTIFFKeys& keys, std::string& wkt);
-bool qmPrettyWKT(const char* wkt, std::string& pretty);
-bool qmSameWKT(const char* a, const char* b);
+QM_API bool qmGeoTIFFToWKT(const Quillmoran::GeoTIFFKeys& keys, std::string& wkt);
+QM_API bool qmPrettyWKT(const char* wkt, std::string& pretty);
+QM_API bool qmSameWKT(const char* a, const char* b);
 }
