@@ -1,7 +1,7 @@
 #include "support/Encoders.h"
 
 #include "support/LASzipHandle.h"
-#include "utils/ThreadPool.h"
+#include "utils/sets/ThreadLimit.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/FilePointSourceManager.h>
 #include <vxunpack/LASPointReader.h>
@@ -19,7 +19,7 @@ Scoped<PointSource> open(const std::string& path)
 {
     const Scoped<SimpleFileOpener> opener(SimpleFileOpener::create());
     opener->setOpenFullWaveformFiles(true);
-    return Scoped<PointSource>(opener->openPointSource(QMFileSpec(path.c_str())));
+    return Scoped<PointSource>(opener->openPointSource(path.c_str()));
 }
 
 // The format with the same channels that has no wave packets.
@@ -78,7 +78,7 @@ std::size_t fill(PointIterator& points, PointData& block)
 PackResult packVXL(const std::string& input, const std::string& output, unsigned numThreads)
 {
     PackResult result;
-    ThreadPool pool(numThreads);
+    ThreadLimit pool(numThreads);
     pool.execute([&] {
         const Scoped<LASPointReader> source(LASPointReader::create());
         source->init(input.c_str(), true);
