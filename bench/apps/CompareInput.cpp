@@ -1,9 +1,9 @@
 #include "apps/CompareInput.h"
 
 #include "files/QMFileUtils.h"
-#include "platform/Base.h"
 #include "support/ChildProcess.h"
 #include "support/LASzipReads.h"
+#include <vxunpack/Base.h>
 
 #include <cinttypes>
 #include <cstdio>
@@ -38,7 +38,7 @@ void describePoints(const std::string& las, const std::string& description)
     file << numPoints << ' ' << countInWindow(las, window) << ' ' << toText(window.minX) << ' '
          << toText(window.maxX) << ' ' << toText(window.minY) << ' ' << toText(window.maxY) << '\n';
     if (!file.flush())
-        QM_THROW(-1, "%s cannot be written", description.c_str());
+        QM_THROW(ErrorCode::General, "%s cannot be written", description.c_str());
 }
 
 Input prepareInput(const std::string& las)
@@ -59,7 +59,7 @@ Input prepareInput(const std::string& las)
     std::ifstream file(description);
     if (!(file >> input.numPoints >> input.numInWindow >> input.minX >> input.maxX >> input.minY >>
           input.maxY))
-        QM_THROW(-1, "%s is not as expected", description.c_str());
+        QM_THROW(ErrorCode::General, "%s is not as expected", description.c_str());
     const std::string numInside = std::to_string(input.numInWindow);
     const std::string inside = input.stem + "_window.las";
     runAgain({"window", laz, input.minX, input.maxX, input.minY, input.maxY, numInside});

@@ -1,7 +1,7 @@
 #include "apps/CompareRun.h"
 
-#include "platform/Base.h"
 #include "support/PagePool.h"
+#include <vxunpack/Base.h>
 
 #include <filesystem>
 #include <fstream>
@@ -36,7 +36,7 @@ std::vector<std::string> startOfCommand(Program program)
     case Program::vxpack:
         return {programPath("vxpack")};
     }
-    QM_THROW(-1, "no such program");
+    QM_THROW(ErrorCode::General, "no such program");
 }
 
 void replace(std::string& word, std::string_view what, const std::string& by)

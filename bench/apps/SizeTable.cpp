@@ -2,9 +2,9 @@
 
 #include "apps/Goals.h"
 #include "files/QMFileUtils.h"
-#include "platform/Base.h"
 #include "support/Encoders.h"
 #include "support/Statistics.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cstdint>

@@ -2,9 +2,9 @@
 
 #include "apps/Goals.h"
 #include "files/QMFileUtils.h"
-#include "las/LASPointReader.h"
 #include "support/ChildProcess.h"
 #include "support/Statistics.h"
+#include <vxunpack/LASPointReader.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -7,9 +7,9 @@
 // those of LASzip to be measured. It does no such work itself: a process that has ever been large makes its
 // children look large.
 #include "apps/CompareTable.h"
-#include "platform/Base.h"
 #include "support/Encoders.h"
 #include "support/LASzipReads.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -63,7 +63,8 @@ bool compare(Mode mode, const std::string& directory, int numRounds, const Words
 void requireCount(std::int64_t count, const std::string& expected)
 {
     if (count != std::atoll(expected.c_str()))
-        QM_THROW(-1, "%lld points where %s were expected", static_cast<long long>(count), expected.c_str());
+        QM_THROW(ErrorCode::General, "%lld points where %s were expected", static_cast<long long>(count),
+                 expected.c_str());
 }
 
 bool runPiece(const Words& words)

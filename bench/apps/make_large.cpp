@@ -2,10 +2,10 @@
 //
 // The points are those of a made-up survey, or of a LAS or LAZ file over and over: side by side, or as a
 // square of copies that also differ a little in intensity.
-#include "las/LASPointReader.h"
-#include "las/LASPointWriter.h"
 #include "support/TerrainSurvey.h"
 #include "support/TiledSource.h"
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/LASPointWriter.h>
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 #include "support/ChildProcess.h"
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -75,7 +75,7 @@ Usage runProgram(const std::vector<std::string>& words, const std::string& outpu
         std::string command;
         for (const std::string& word : words)
             command.append(command.empty() ? "" : " ").append(word);
-        QM_THROW(-1, "'%s' failed", command.c_str());
+        QM_THROW(ErrorCode::General, "'%s' failed", command.c_str());
     }
     const double own = toSeconds(usage.ru_utime) + toSeconds(usage.ru_stime);
     return {elapsed.count(), own, std::max(machineSeconds() - machineBegin - own, 0.0),

@@ -1,10 +1,10 @@
 #include "support/Encoders.h"
 
-#include "las/LASPointReader.h"
-#include "platform/Base.h"
 #include "support/LASzipHandle.h"
-#include "utils/CreatePointSource.h"
 #include "utils/ThreadPool.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/FilePointSourceManager.h>
+#include <vxunpack/LASPointReader.h>
 
 #include <algorithm>
 #include <cstring>
@@ -122,7 +122,7 @@ void requireSamePoints(const std::string& expected, const std::string& actual)
     const Scoped<PointSource> right = open(actual);
     const PointInfo& layout = left->getPointInfo();
     if (right->getNumChannels() != layout.getNumChannels() || right->getNumPoints() != left->getNumPoints())
-        QM_THROW(-1, "%s has other channels or another number of points", actual.c_str());
+        QM_THROW(ErrorCode::General, "%s has other channels or another number of points", actual.c_str());
 
     // Channels that the layout names and the file lacks, or has with another type, are errors of the
     // iterator.
@@ -136,7 +136,7 @@ void requireSamePoints(const std::string& expected, const std::string& actual)
     for (;;) {
         const std::size_t count = fill(*leftPoints, leftBlock);
         if (fill(*rightPoints, rightBlock) != count)
-            QM_THROW(-1, "%s ends elsewhere than its header says", actual.c_str());
+            QM_THROW(ErrorCode::General, "%s ends elsewhere than its header says", actual.c_str());
         if (count == 0)
             break;
         for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
@@ -144,12 +144,13 @@ void requireSamePoints(const std::string& expected, const std::string& actual)
             const std::size_t bytes = count * DataTypeUtils::getSize(channel.getDataType());
             if (std::memcmp(leftBlock.getChannel(i).getData(), rightBlock.getChannel(i).getData(), bytes) !=
                 0)
-                QM_THROW(-1, "%s differs in channel %s", actual.c_str(), channel.getName());
+                QM_THROW(ErrorCode::General, "%s differs in channel %s", actual.c_str(), channel.getName());
         }
         numPoints += static_cast<std::int64_t>(count);
     }
     if (numPoints != left->getNumPoints())
-        QM_THROW(-1, "%s and %s do not deliver all their points", expected.c_str(), actual.c_str());
+        QM_THROW(ErrorCode::General, "%s and %s do not deliver all their points", expected.c_str(),
+                 actual.c_str());
 }
 
 } // namespace Quillmoran::Benchmarks

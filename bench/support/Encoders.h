@@ -2,7 +2,7 @@
 // have kept them. All failures are thrown.
 #pragma once
 
-#include "encode/VX7PointWriter.h"
+#include <vxunpack/VX7PointWriter.h>
 
 #include <cstdint>
 #include <string>

@@ -1,6 +1,6 @@
 #include "support/LASzipHandle.h"
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 namespace Quillmoran::Benchmarks {
 
@@ -43,7 +43,7 @@ void LASzipHandle::check(laszip_I32 status) const
     laszip_CHAR* reason = nullptr;
     if (m_handle)
         laszip_get_error(m_handle, &reason);
-    QM_THROW(-1, "LASzip: %s", reason ? reason : "no reason given");
+    QM_THROW(ErrorCode::General, "LASzip: %s", reason ? reason : "no reason given");
 }
 
 } // namespace Quillmoran::Benchmarks

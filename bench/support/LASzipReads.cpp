@@ -1,7 +1,7 @@
 #include "support/LASzipReads.h"
 
-#include "platform/Base.h"
 #include "support/LASzipHandle.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cmath>
@@ -127,7 +127,7 @@ std::int64_t readWindowWithLASzip(const std::string& path, const Window& window)
     laszip_BOOL isAppended = 0;
     reader.check(laszip_has_spatial_index(reader.get(), &hasIndex, &isAppended));
     if (!hasIndex)
-        QM_THROW(-1, "%s has no spatial index", path.c_str());
+        QM_THROW(ErrorCode::General, "%s has no spatial index", path.c_str());
     laszip_BOOL isEmpty = 0;
     reader.check(
         laszip_inside_rectangle(reader.get(), window.minX, window.minY, window.maxX, window.maxY, &isEmpty));

@@ -1,8 +1,8 @@
 #include "support/TerrainSurvey.h"
 
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
 #include "support/Random.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <array>
@@ -211,7 +211,7 @@ public:
         for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
             const int column = survey.getPointInfo().getChannelIndex(layout.getChannel(i).getName());
             if (column < 0)
-                QM_THROW(40012, "requesting channel not in the source");
+                QM_THROW(ErrorCode::NoSuchChannel, "requesting channel not in the source");
             m_columns.push_back(static_cast<std::size_t>(column));
         }
     }

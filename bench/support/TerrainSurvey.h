@@ -3,7 +3,7 @@
 // gives the same ones, and no more than one pulse is held.
 #pragma once
 
-#include "framework/PointSource.h"
+#include <vxunpack/PointSource.h>
 
 namespace Quillmoran::Benchmarks {
 

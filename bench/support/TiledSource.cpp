@@ -1,8 +1,8 @@
 #include "support/TiledSource.h"
 
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
 #include "support/Random.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cmath>
@@ -118,10 +118,10 @@ Scoped<TiledSource> TiledSource::make(PointSource* source, const Tiling& tiling)
 {
     const double* scale = source->getScale();
     if (!scale)
-        QM_THROW(40007, "only a source with a grid can be tiled");
+        QM_THROW(ErrorCode::InvalidArgument, "only a source with a grid can be tiled");
     const ChannelInfo* intensity = source->getChannel(ChannelNames::intensity);
     if (tiling.intensityNoise != 0 && intensity && intensity->getDataType() != UINT16)
-        QM_THROW(40007, "noise is for intensities of 16 bits");
+        QM_THROW(ErrorCode::InvalidArgument, "noise is for intensities of 16 bits");
     Scoped<TiledSource> tiled(new TiledSource(tiling));
     tiled->init(source);
     tiled->m_bounds = source->getBounds();
@@ -145,7 +145,7 @@ PointIterator* TiledSource::createIterator(const Bounds& bounds, double fraction
                                            ProgressDelegate*) const
 {
     if (bounds != Bounds::Huge() || fraction != 1)
-        QM_THROW(40007, "tiles are read as a whole");
+        QM_THROW(ErrorCode::InvalidArgument, "tiles are read as a whole");
     return new TiledIterator(*this, layout);
 }
 

@@ -2,7 +2,7 @@
 // younger. For whole queries; the wrapped source's points must keep to its grid and be within its bounds.
 #pragma once
 
-#include "framework/PointSource.h"
+#include <vxunpack/PointSource.h>
 
 namespace Quillmoran::Benchmarks {
 
