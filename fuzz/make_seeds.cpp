@@ -3,10 +3,7 @@
 //
 //   make_seeds DIRECTORY        DIRECTORY/TARGET/NAME
 #include "encode/SubblockWriter.h"
-#include "encode/VX7PointWriter.h"
 #include "index/MemoryRTree.h"
-#include "las/LASPointReader.h"
-#include "las/LASPointWriter.h"
 #include "platform/Stream.h"
 #include "support/LASClouds.h"
 #include "support/RandomCloud.h"
@@ -14,6 +11,9 @@
 #include "support/SampleCloud.h"
 #include "support/TemporaryDirectory.h"
 #include "utils/TileSetFile.h"
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/LASPointWriter.h>
+#include <vxunpack/VX7PointWriter.h>
 
 #include <algorithm>
 #include <cstdio>

@@ -1,5 +1,5 @@
 // Conversions between sample types, over blocks that fit the second-level cache.
-#include "model/PointData.h"
+#include <vxunpack/PointData.h>
 
 #include <benchmark/benchmark.h>
 #include <cstdint>

@@ -2,12 +2,12 @@
 // LAS file has them. The values are survey-like: coordinates in centimetres, times in microseconds, small
 // integers.
 #include "text/NumberFormat.h"
-#include "text/TXTPointWriter.h"
+#include <vxunpack/TXTPointWriter.h>
 
-#include "framework/PointSource.h"
 #include "model/ChannelNames.h"
-#include "platform/FileIO.h"
-#include "text/TXTPointReader.h"
+#include <vxunpack/FileIO.h>
+#include <vxunpack/PointSource.h>
+#include <vxunpack/TXTPointReader.h>
 
 #include <benchmark/benchmark.h>
 

@@ -2,8 +2,8 @@
 // small, in rows, with a little height. Every query is checked against a linear scan before it is timed.
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
-#include "platform/FileIO.h"
 #include "platform/Stream.h"
+#include <vxunpack/FileIO.h>
 
 #include <benchmark/benchmark.h>
 

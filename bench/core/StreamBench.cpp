@@ -1,6 +1,6 @@
 // Reading a file through streams of different buffers: many small fields, and payloads of a few kilobytes.
-#include "platform/FileIO.h"
 #include "platform/Stream.h"
+#include <vxunpack/FileIO.h>
 
 #include <benchmark/benchmark.h>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // Whole queries of one file, in memory, on one thread and on two.
-#include "decode/VX7PointReader.h"
-#include "framework/PointWriter.h"
 #include "support/ByteStore.h"
 #include "support/SampleCloud.h"
+#include <vxunpack/PointWriter.h>
+#include <vxunpack/VX7PointReader.h>
 
 #include <benchmark/benchmark.h>
 #include <stdexcept>

@@ -1,7 +1,7 @@
 // The functions that libFuzzer calls, around the run() of a target.
-#include "platform/Base.h"
 #include "support/FuzzTarget.h"
 #include "support/Limits.h"
+#include <vxunpack/Base.h>
 
 #include <cstdio>
 #include <cstdlib>

@@ -2,7 +2,7 @@
 // busy.
 #pragma once
 
-#include "framework/PointSource.h"
+#include <vxunpack/PointSource.h>
 
 #include <algorithm>
 #include <cstdint>

@@ -1,11 +1,11 @@
 // Command lines: one argument a line, for a parser with an option of each kind and all those that the
 // programs share.
 #include "cli/QMCmdLine.h"
-#include "platform/Base.h"
 #include "support/InputReader.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "utils/Utils.h"
+#include <vxunpack/Base.h>
 
 namespace Quillmoran::Fuzz {
 

@@ -1,10 +1,10 @@
 // A compressed file and everything behind it: opening, metadata, all points, a box, a coarse level, a thinned
 // box of a coarse level.
-#include "decode/VX7PointReader.h"
-#include "platform/Base.h"
 #include "support/ByteStore.h"
 #include "support/FuzzTarget.h"
 #include "support/ReadSource.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/VX7PointReader.h>
 
 #include <limits>
 

@@ -1,10 +1,10 @@
 // LAS and LAZ files: header, records, all points, a box. What the reader passes on to LASzip must be safe
 // there, since LASzip itself checks little.
-#include "las/LASPointReader.h"
-#include "platform/Base.h"
 #include "support/FuzzTarget.h"
 #include "support/ReadSource.h"
 #include "support/TemporaryDirectory.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/LASPointReader.h>
 
 namespace Quillmoran::Fuzz {
 

@@ -2,7 +2,7 @@
 #include "support/FuzzTarget.h"
 #include "support/Layouts.h"
 #include "support/TemporaryDirectory.h"
-#include "utils/CreatePointSource.h"
+#include <vxunpack/FilePointSourceManager.h>
 
 namespace Quillmoran::Fuzz {
 

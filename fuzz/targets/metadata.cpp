@@ -1,9 +1,9 @@
 // The serialised records of a metadata store. What can be read is written and read again.
-#include "framework/Metadata.h"
-#include "platform/Base.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/FuzzTarget.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/Metadata.h>
 
 #include <cstdio>
 #include <memory>

@@ -1,12 +1,12 @@
 // Any cloud under any options of the writer: what is written must be read back bit for bit, and checked
 // queries of it must work.
-#include "encode/VX7PointWriter.h"
-#include "platform/Base.h"
 #include "support/InputReader.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/ReadPoints.h"
 #include "support/ReadSource.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/VX7PointWriter.h>
 
 #include <cmath>
 

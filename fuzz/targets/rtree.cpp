@@ -2,10 +2,10 @@
 // asked again.
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
-#include "platform/Base.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/InputReader.h"
+#include <vxunpack/Base.h>
 
 #include <cmath>
 #include <set>

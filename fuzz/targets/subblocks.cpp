@@ -2,10 +2,10 @@
 // has checked; and samples that must come back from their coder as they were.
 #include "decode/SubblockReader.h"
 #include "encode/SubblockWriter.h"
-#include "platform/Base.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/InputReader.h"
+#include <vxunpack/Base.h>
 
 #include <array>
 #include <vector>

@@ -1,14 +1,14 @@
 // Tables of points as text. The first line of an input is the format, the second the quantization, the third
 // a filter, then come the lines of the table.
 #include "cli/QMCmdLine.h"
-#include "platform/Base.h"
 #include "support/ByteStore.h"
 #include "support/InputReader.h"
 #include "support/ReadSource.h"
 #include "text/FieldFormat.h"
-#include "text/TXTPointReader.h"
-#include "text/TXTPointWriter.h"
 #include "utils/Utils.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/TXTPointReader.h>
+#include <vxunpack/TXTPointWriter.h>
 
 #include <cstring>
 

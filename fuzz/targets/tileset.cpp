@@ -1,17 +1,17 @@
 // The index of a tile set: read as it is, written again, and queried through the mosaic that shows it. Its
 // tiles are small clouds in memory, since their paths could name anything.
-#include "filters/MosaicFilter.h"
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
-#include "platform/Base.h"
 #include "support/ByteStore.h"
 #include "support/FuzzTarget.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/ReadSource.h"
 #include "support/TemporaryDirectory.h"
-#include "utils/PersistentPointSourceManager.h"
 #include "utils/TileSetFile.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/MosaicFilter.h>
+#include <vxunpack/PersistentPointSourceManager.h>
 
 namespace Quillmoran::Fuzz {
 
@@ -26,7 +26,7 @@ public:
     PointSource* openPointSource(const QMFileSpec& file) const override
     {
         if (file.c_str()[0] != '\0' && file.c_str()[std::strlen(file.c_str()) - 1] == '!')
-            QM_THROW(-1, "no such tile");
+            QM_THROW(ErrorCode::General, "no such tile");
         return MemoryPointSource::make(Testing::layoutXYZ(), {{0, 50, 100}, {0, 50, 100}, {0, 5, 10}})
             .detach();
     }

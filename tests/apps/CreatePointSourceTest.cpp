@@ -1,9 +1,9 @@
-#include "utils/CreatePointSource.h"
+#include <vxunpack/FilePointSourceManager.h>
 
 #include "support/Errors.h"
 #include "support/ExampleSurvey.h"
 #include "support/TemporaryDirectory.h"
-#include "text/TXTPointReader.h"
+#include <vxunpack/TXTPointReader.h>
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
 // What the programs share at their edges: arguments that they refuse, names of channels, runs that write
 // nothing, and the progress line.
-#include "decode/VX7PointReader.h"
-#include "platform/Base.h"
 #include "support/Errors.h"
 #include "support/ExampleSurvey.h"
 #include "support/LASClouds.h"
 #include "support/Program.h"
 #include "support/SetOfSources.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/VX7PointReader.h>
 
 #include <algorithm>
 #include <cstdio>

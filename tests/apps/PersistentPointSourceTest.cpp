@@ -1,17 +1,17 @@
-#include "utils/PersistentPointSourceManager.h"
-#include "utils/PersistentPointSourceWriter.h"
+#include <vxunpack/PersistentPointSourceManager.h>
+#include <vxunpack/PersistentPointSourceWriter.h>
 
-#include "filters/MosaicFilter.h"
 #include "index/BoxGrid.h"
 #include "index/MemoryRTree.h"
-#include "platform/FileIO.h"
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/Random.h"
 #include "support/SetOfSources.h"
 #include "support/TileFiles.h"
-#include "text/TXTPointReader.h"
 #include "utils/TileSetFile.h"
+#include <vxunpack/FileIO.h>
+#include <vxunpack/MosaicFilter.h>
+#include <vxunpack/TXTPointReader.h>
 
 #include <gtest/gtest.h>
 

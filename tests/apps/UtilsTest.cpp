@@ -4,8 +4,8 @@
 #include "support/Errors.h"
 #include "support/SetOfSources.h"
 #include "support/TileFiles.h"
-#include "utils/PersistentPointSourceWriter.h"
 #include "utils/Summary.h"
+#include <vxunpack/PersistentPointSourceWriter.h>
 
 #include <gtest/gtest.h>
 

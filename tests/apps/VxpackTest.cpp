@@ -1,14 +1,14 @@
 // The program as its users run it: what goes into a file comes out of it again.
-#include "decode/VX7PointReader.h"
 #include "filters/HilbertCurve.h"
-#include "las/LASPointReader.h"
-#include "las/LASPointWriter.h"
 #include "support/ExampleSurvey.h"
 #include "support/LASClouds.h"
 #include "support/Program.h"
 #include "support/SampleCloud.h"
 #include "support/SetOfSources.h"
 #include "support/TileFiles.h"
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/LASPointWriter.h>
+#include <vxunpack/VX7PointReader.h>
 
 #include <algorithm>
 #include <cmath>

@@ -1,10 +1,10 @@
 // Real files, where they are: data/las, data/laz and data/broken, and in vectors/files compressed clouds that
 // were made from two of them.
-#include "las/LASPointReader.h"
-#include "las/LASPointWriter.h"
 #include "support/Errors.h"
 #include "support/LASClouds.h"
 #include "support/TemporaryDirectory.h"
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/LASPointWriter.h>
 
 #include <algorithm>
 #include <cstdlib>

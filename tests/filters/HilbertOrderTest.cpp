@@ -1,12 +1,12 @@
-#include "filters/HilbertOrder.h"
+#include <vxunpack/HilbertOrder.h>
 
 #include "filters/HilbertCurve.h"
-#include "framework/ProgressDelegate.h"
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/Random.h"
 #include "support/TemporaryDirectory.h"
+#include <vxunpack/ProgressDelegate.h>
 
 #include <gtest/gtest.h>
 

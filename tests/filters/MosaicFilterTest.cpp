@@ -1,14 +1,14 @@
-#include "filters/MosaicFilter.h"
+#include <vxunpack/MosaicFilter.h>
 
-#include "framework/ProgressDelegate.h"
 #include "index/MemoryRTree.h"
-#include "platform/FileIO.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/SetOfSources.h"
-#include "text/TXTPointReader.h"
+#include <vxunpack/FileIO.h>
+#include <vxunpack/ProgressDelegate.h>
+#include <vxunpack/TXTPointReader.h>
 
 #include <gtest/gtest.h>
 

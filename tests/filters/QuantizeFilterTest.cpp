@@ -1,4 +1,4 @@
-#include "filters/QuantizeFilter.h"
+#include <vxunpack/QuantizeFilter.h>
 
 #include "support/Errors.h"
 #include "support/Layouts.h"

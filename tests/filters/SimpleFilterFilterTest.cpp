@@ -1,4 +1,4 @@
-#include "filters/SimpleFilterFilter.h"
+#include <vxunpack/SimpleFilterFilter.h>
 
 #include "support/Errors.h"
 #include "support/Layouts.h"

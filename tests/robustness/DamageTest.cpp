@@ -3,9 +3,9 @@
 //
 // Ordinary runs leave out some places of files that take long to open. VX_DAMAGES leaves out none and sets
 // how many damages of each random sort are tried.
-#include "platform/Base.h"
 #include "robustness/DamagedKinds.h"
 #include "support/Random.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,20 +1,20 @@
 #include "robustness/DamagedKinds.h"
 
-#include "encode/VX7PointWriter.h"
-#include "framework/ProgressDelegate.h"
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
-#include "las/LASPointReader.h"
-#include "las/LASPointWriter.h"
 #include "pdal/PDALFormats.h"
-#include "platform/FileIO.h"
 #include "platform/Stream.h"
 #include "support/LASClouds.h"
 #include "support/RandomCloud.h"
 #include "support/ReadPoints.h"
 #include "support/SampleCloud.h"
 #include "support/TileFiles.h"
-#include "utils/PersistentPointSourceWriter.h"
+#include <vxunpack/FileIO.h>
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/LASPointWriter.h>
+#include <vxunpack/PersistentPointSourceWriter.h>
+#include <vxunpack/ProgressDelegate.h>
+#include <vxunpack/VX7PointWriter.h>
 
 #include <laszip/laszip_api.h>
 #include <sstream>

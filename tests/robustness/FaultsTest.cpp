@@ -3,21 +3,21 @@
 #include "robustness/Faults.h"
 
 #include "cli/QMCmdLine.h"
-#include "encode/VX7PointWriter.h"
-#include "framework/ProgressDelegate.h"
 #include "info/Inspector.h"
-#include "las/LASPointWriter.h"
 #include "pack/Packer.h"
 #include "pdal/PDALFormats.h"
 #include "platform/ByteOrder.h"
 #include "support/LASClouds.h"
 #include "support/SampleCloud.h"
 #include "support/TemporaryDirectory.h"
-#include "text/TXTPointWriter.h"
 #include "tileindex/TileIndexer.h"
 #include "transcode/Transcoder.h"
-#include "utils/CreatePointSource.h"
 #include "utils/Program.h"
+#include <vxunpack/FilePointSourceManager.h>
+#include <vxunpack/LASPointWriter.h>
+#include <vxunpack/ProgressDelegate.h>
+#include <vxunpack/TXTPointWriter.h>
+#include <vxunpack/VX7PointWriter.h>
 
 #include <gtest/gtest.h>
 

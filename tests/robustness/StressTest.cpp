@@ -1,10 +1,5 @@
 // One source read by many threads at once, each with iterators of its own: every answer must be what a single
 // thread is given. Meant for thread sanitizers as much as for its own comparisons.
-#include "decode/VX7PointReader.h"
-#include "encode/VX7PointWriter.h"
-#include "las/LASPointReader.h"
-#include "las/LASPointWriter.h"
-#include "platform/Base.h"
 #include "support/ByteStore.h"
 #include "support/LASClouds.h"
 #include "support/MemoryPointSource.h"
@@ -12,8 +7,13 @@
 #include "support/ReadPoints.h"
 #include "support/SampleCloud.h"
 #include "support/TileFiles.h"
-#include "utils/PersistentPointSourceWriter.h"
 #include "utils/ThreadPool.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/LASPointWriter.h>
+#include <vxunpack/PersistentPointSourceWriter.h>
+#include <vxunpack/VX7PointReader.h>
+#include <vxunpack/VX7PointWriter.h>
 
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -136,9 +136,9 @@ void expectSameAnswers(const PointSource& calm, const PointSource& busy)
                   for (std::size_t n = rounds(); n > 0; --n) {
                       const std::size_t i = choice.below(queries.size());
                       if (queries[i].ask(busy) != answers[i])
-                          QM_THROW(-1, "query %zu differs", i);
+                          QM_THROW(ErrorCode::General, "query %zu differs", i);
                       if ((busy.getWKT() ? busy.getWKT() : "none") != wkt)
-                          QM_THROW(-1, "the coordinate system differs");
+                          QM_THROW(ErrorCode::General, "the coordinate system differs");
                       Metadata metadata;
                       busy.loadMetadata(metadata, false);
                       busy.getTotalWork(queries[i].box, queries[i].fraction);
@@ -236,7 +236,7 @@ TEST(Stress, WritersAtOnce)
     EXPECT_EQ(onManyThreads([&](std::size_t thread) {
                   for (std::size_t n = (rounds() + 5) / 6; n > 0; --n) {
                       if (thread % 2 == 0 ? pack(*cloud) != once : pack(*reader) != twice)
-                          QM_THROW(-1, "the file differs");
+                          QM_THROW(ErrorCode::General, "the file differs");
                   }
               }),
               "");

@@ -2,7 +2,7 @@
 // too many; writers can be made to run full.
 #pragma once
 
-#include "platform/IO.h"
+#include <vxunpack/IO.h>
 
 #include <algorithm>
 #include <atomic>

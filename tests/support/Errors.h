@@ -1,7 +1,7 @@
 // Runs what must throw an Error and gives back what it says, for comparing.
 #pragma once
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
 #include "support/ExampleSurvey.h"
 
-#include "encode/VX7PointWriter.h"
 #include "model/ChannelNames.h"
 #include "support/ByteStore.h"
 #include "support/MemoryPointSource.h"
 #include "support/Random.h"
+#include <vxunpack/VX7PointWriter.h>
 
 #include <cstdlib>
 #include <iterator>

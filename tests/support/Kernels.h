@@ -1,7 +1,7 @@
 // The kernel types of the decoder and the C++ types of their samples.
 #pragma once
 
-#include "model/DataType.h"
+#include <vxunpack/DataType.h>
 
 #include <cstdint>
 #include <type_traits>

@@ -2,10 +2,10 @@
 // way back from what a source delivers.
 #pragma once
 
-#include "framework/PointSource.h"
 #include "model/ChannelNames.h"
 #include "support/LASFile.h"
 #include "support/Random.h"
+#include <vxunpack/PointSource.h>
 
 #include <cmath>
 #include <cstring>

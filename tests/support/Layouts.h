@@ -1,7 +1,7 @@
 // Channel descriptions and layouts in one expression.
 #pragma once
 
-#include "model/PointInfo.h"
+#include <vxunpack/PointInfo.h>
 
 #include <initializer_list>
 

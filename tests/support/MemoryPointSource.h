@@ -2,9 +2,9 @@
 // and kept in the type of their channel; queries honour the box, the fraction and the requested channels.
 #pragma once
 
-#include "framework/PointSource.h"
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/PointSource.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -69,7 +69,7 @@ private:
             for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
                 const ChannelData* channel = source.find(layout.getChannel(i).getName());
                 if (!channel)
-                    QM_THROW(40012, "requesting channel not in the source");
+                    QM_THROW(ErrorCode::NoSuchChannel, "requesting channel not in the source");
                 m_channels.push_back(channel);
             }
         }
@@ -79,7 +79,7 @@ private:
             std::size_t count = 0;
             for (; m_next < m_source->m_count && count < buffer.getNumSamples(); ++m_next) {
                 if (m_next == m_source->m_failingPoint)
-                    QM_THROW(40000, "test");
+                    QM_THROW(static_cast<ErrorCode>(40000), "test");
                 if (!isWanted(m_coordinates[0][m_next], m_coordinates[1][m_next], m_coordinates[2][m_next]) ||
                     !sample())
                     continue;

@@ -1,9 +1,9 @@
 // All points of a source at once, and compressed files from memory, for comparing.
 #pragma once
 
-#include "decode/VX7PointReader.h"
 #include "support/ByteStore.h"
 #include "support/SubblockEncoder.h"
+#include <vxunpack/VX7PointReader.h>
 
 #include <cstddef>
 #include <cstring>

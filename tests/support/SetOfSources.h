@@ -2,7 +2,7 @@
 // is asked for. Queries of any source, as rows of numbers.
 #pragma once
 
-#include "framework/PointSource.h"
+#include <vxunpack/PointSource.h>
 
 #include <vector>
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "common/TransformUtils.h"
-#include "model/DataType.h"
+#include <vxunpack/DataType.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -4,7 +4,7 @@
 
 #include "support/TemporaryDirectory.h"
 #include "support/VX7FileBuilder.h"
-#include "utils/CreatePointSource.h"
+#include <vxunpack/FilePointSourceManager.h>
 
 #include <string>
 #include <vector>

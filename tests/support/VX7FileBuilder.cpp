@@ -111,7 +111,7 @@ private:
             writeChunk(CHUNK_EXTENDED_HEADER, [this] {
                 m_out.put_be(std::uint8_t{1});
                 for (const ChannelPlan& channel : m_plan.channels)
-                    makeRecord(channel).saveExtended(m_out, -1);
+                    makeRecord(channel).saveExtended(m_out, ErrorCode::General);
             });
         }
     }
@@ -147,7 +147,7 @@ private:
                                                     : static_cast<T>(channel.integers[i]);
         });
         record.updateMinMax(count);
-        record.save(m_out, -1);
+        record.save(m_out, ErrorCode::General);
     }
 
     void writeIndex()

@@ -4,10 +4,10 @@
 #pragma once
 
 #include "common/TransformUtils.h"
-#include "framework/Metadata.h"
-#include "model/Bounds.h"
-#include "model/DataType.h"
 #include "support/SubblockEncoder.h"
+#include <vxunpack/Bounds.h>
+#include <vxunpack/DataType.h>
+#include <vxunpack/Metadata.h>
 
 #include <cstdint>
 #include <optional>

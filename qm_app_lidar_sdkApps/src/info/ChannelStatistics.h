@@ -1,7 +1,7 @@
 // Count, range and mean of the samples of one channel, gathered block by block.
 #pragma once
 
-#include "model/PointData.h"
+#include <vxunpack/PointData.h>
 
 #include <cstddef>
 #include <cstdint>

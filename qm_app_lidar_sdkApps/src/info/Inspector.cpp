@@ -3,13 +3,13 @@
 #include "info/JSONReport.h"
 #include "info/PointCheck.h"
 #include "info/TextReport.h"
-#include "las/LASPointReader.h"
 #include "text/Printable.h"
 #include "utils/ConsoleProgress.h"
 #include "utils/PointScan.h"
 #include "utils/Program.h"
 #include "utils/ThreadPool.h"
 #include "utils/Utils.h"
+#include <vxunpack/LASPointReader.h>
 
 #include <cstdio>
 #include <utility>
@@ -20,7 +20,7 @@ namespace {
 
 constexpr char description[] = "Tells what LiDAR files hold and whether they are sound";
 
-constexpr int cancelledError = 40006;
+constexpr ErrorCode cancelledError = ErrorCode::Cancelled;
 
 // Progress on a line of its own, which ends with this object; none in output for machines.
 class ProgressLine
@@ -181,7 +181,7 @@ void Inspector::attempt(FileReport& report, Work work) const
     try {
         work();
     } catch (const Error& error) {
-        if (error.error() == cancelledError)
+        if (error.code() == cancelledError)
             throw;
         report.problems.push_back(explain(error));
     } catch (const std::exception& error) {

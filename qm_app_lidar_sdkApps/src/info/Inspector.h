@@ -3,8 +3,8 @@
 
 #include "cli/QMCmdLine.h"
 #include "info/FileReport.h"
-#include "platform/Base.h"
-#include "utils/CreatePointSource.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/FilePointSourceManager.h>
 
 #include <string>
 #include <vector>

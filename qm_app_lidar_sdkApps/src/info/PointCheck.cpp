@@ -1,9 +1,9 @@
 #include "info/PointCheck.h"
 
-#include "decode/VX7PointReader.h"
-#include "framework/ProgressDelegate.h"
 #include "model/ChannelNames.h"
 #include "utils/PointScan.h"
+#include <vxunpack/ProgressDelegate.h>
+#include <vxunpack/VX7PointReader.h>
 
 #include <cmath>
 #include <cstdarg>

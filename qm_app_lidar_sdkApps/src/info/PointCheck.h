@@ -2,7 +2,7 @@
 // their bounds and, in compressed files, the index. Memory does not grow with the file.
 #pragma once
 
-#include "framework/PointSource.h"
+#include <vxunpack/PointSource.h>
 
 #include <cstddef>
 #include <string>

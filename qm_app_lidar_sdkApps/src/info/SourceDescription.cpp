@@ -1,8 +1,8 @@
 #include "info/SourceDescription.h"
 
-#include "decode/VX7PointReader.h"
-#include "las/LASPointReader.h"
 #include "utils/Utils.h"
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/VX7PointReader.h>
 
 #include <filesystem>
 

@@ -1,9 +1,9 @@
 // What a file tells about itself before any point is decoded.
 #pragma once
 
-#include "framework/Metadata.h"
-#include "framework/PointSource.h"
 #include "info/CompressedSize.h"
+#include <vxunpack/Metadata.h>
+#include <vxunpack/PointSource.h>
 
 #include <cstdint>
 #include <optional>

@@ -2,7 +2,7 @@
 
 #include "cli/QMCmdLine.h"
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <charconv>
 #include <cstring>
@@ -19,7 +19,7 @@ std::uint32_t parseNumber(const char* begin, const char* end, const char* option
     std::uint32_t value = 0;
     const auto [rest, error] = std::from_chars(begin, end, value);
     if (error != std::errc() || rest != end)
-        QM_THROW(-1, "bad value '%s' of -%s", text, option);
+        QM_THROW(ErrorCode::General, "bad value '%s' of -%s", text, option);
     return value;
 }
 
@@ -28,7 +28,7 @@ Integer narrow(std::uint32_t value, const char* option)
 {
     const auto narrowed = static_cast<Integer>(value);
     if (narrowed != value)
-        QM_THROW(-1, "the value %u of -%s is too large", value, option);
+        QM_THROW(ErrorCode::General, "the value %u of -%s is too large", value, option);
     return narrowed;
 }
 
@@ -89,7 +89,7 @@ EncodeOptions get(const QMCmdLine& cmdLine)
         try {
             TransformUtils::getCoder(*choice.transform);
         } catch (const Error&) {
-            QM_THROW(-1, "there is no transform %u", value);
+            QM_THROW(ErrorCode::General, "there is no transform %u", value);
         }
     });
     parseChoices(cmdLine, "subblockSize", options,

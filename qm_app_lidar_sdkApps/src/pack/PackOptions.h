@@ -1,7 +1,7 @@
 // The options of vxpack that say how a file is coded.
 #pragma once
 
-#include "encode/EncodeOptions.h"
+#include <vxunpack/EncodeOptions.h>
 
 namespace Quillmoran {
 
@@ -10,9 +10,9 @@ class QMCmdLine;
 namespace PackOptions {
 
 void add(QMCmdLine& cmdLine);
-// -1 for a text that is not of an option's format, 40007 for a value out of its range.
+// -1 for a text that is not of an option's format, InvalidArgument for a value out of its range.
 EncodeOptions get(const QMCmdLine& cmdLine);
-// Replaces the names of channels that the user gave by those of the layout; 40007 for an unknown channel.
+// Replaces the names of channels that the user gave by those of the layout; InvalidArgument for an unknown channel.
 void resolveChannels(EncodeOptions& options, const PointInfo& layout);
 
 } // namespace PackOptions

@@ -1,7 +1,7 @@
 // What vxpack says about the file that it has written.
 #pragma once
 
-#include "encode/VX7PointWriter.h"
+#include <vxunpack/VX7PointWriter.h>
 
 #include <cstdint>
 #include <cstdio>

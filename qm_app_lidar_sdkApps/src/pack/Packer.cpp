@@ -1,15 +1,15 @@
 #include "pack/Packer.h"
 
 #include "files/QMFileUtils.h"
-#include "filters/HilbertOrder.h"
-#include "filters/QuantizeFilter.h"
 #include "pack/PackOptions.h"
 #include "pack/PackReport.h"
-#include "platform/Base.h"
 #include "utils/ConsoleProgress.h"
 #include "utils/Program.h"
 #include "utils/ThreadPool.h"
 #include "utils/Utils.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/HilbertOrder.h>
+#include <vxunpack/QuantizeFilter.h>
 
 #include <algorithm>
 #include <cmath>
@@ -93,7 +93,7 @@ void Packer::pack() const
 {
     const char* output = m_cmdLine.getString("outputFile");
     if (Utils::getPointSourceType(output) != POINT_SOURCE_VX7)
-        QM_THROW(-1, "the name of the output must end in '.vxl': '%s'", output);
+        QM_THROW(ErrorCode::General, "the name of the output must end in '.vxl': '%s'", output);
     EncodeOptions options = PackOptions::get(m_cmdLine);
 
     Utils::ConsoleProgress progress;
@@ -103,13 +103,13 @@ void Packer::pack() const
         files->dropWaveforms();
     addInputs(*files, progress);
     if (m_cmdLine.isPresent("srs") && std::strcmp(m_cmdLine.getString("srs"), "same") != 0)
-        QM_THROW(-1, "unknown value '%s' of -srs, it is 'same'", m_cmdLine.getString("srs"));
+        QM_THROW(ErrorCode::General, "unknown value '%s' of -srs, it is 'same'", m_cmdLine.getString("srs"));
     const Scoped<PointSource> source = applyFilters(
         Utils::openInputs(*files, m_cmdLine.getFlag("verbose"), Utils::getMergeOptions(m_cmdLine)));
 
     const PointInfo layout = Utils::getOutColumns(m_cmdLine, *source);
     if (!layout.hasValidXYZ()) // the readers find it, too, and would blame the file
-        QM_THROW(40007, "must have x, y, and z channels");
+        QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
     PackOptions::resolveChannels(options, layout);
     const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
     writer->init(source.get(), output);
@@ -140,7 +140,7 @@ void Packer::addInputs(FilePointSourceManager& files, ProgressDelegate& delegate
         Utils::addInput(files, names[i], m_cmdLine);
     }
     if (files.getNumSources() == 0)
-        QM_THROW(-1, "there are no files to read");
+        QM_THROW(ErrorCode::General, "there are no files to read");
     Utils::refuseInputs(files, m_cmdLine.getString("outputFile"));
 }
 
@@ -161,7 +161,7 @@ Scoped<PointSource> Packer::applyFilters(Scoped<PointSource> source) const
         return Scoped<PointSource>(filter.detach());
     }
     if (std::strcmp(order, "input") != 0)
-        QM_THROW(-1, "unknown order '%s', it is 'input' or 'hilbert'", order);
+        QM_THROW(ErrorCode::General, "unknown order '%s', it is 'input' or 'hilbert'", order);
     return source;
 }
 

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "cli/QMCmdLine.h"
-#include "encode/VX7PointWriter.h"
-#include "utils/CreatePointSource.h"
+#include <vxunpack/FilePointSourceManager.h>
+#include <vxunpack/VX7PointWriter.h>
 
 namespace Quillmoran {
 

@@ -1,16 +1,16 @@
 #include "tileindex/TileIndexer.h"
 
 #include "files/QMFileUtils.h"
-#include "framework/ProgressDelegate.h"
-#include "las/LASPointWriter.h"
-#include "platform/Base.h"
 #include "tileindex/TileReport.h"
 #include "utils/ConsoleProgress.h"
-#include "utils/PersistentPointSourceWriter.h"
 #include "utils/Program.h"
 #include "utils/Summary.h"
 #include "utils/ThreadPool.h"
 #include "utils/Utils.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/LASPointWriter.h>
+#include <vxunpack/PersistentPointSourceWriter.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -71,7 +71,8 @@ void TileIndexer::run()
         m_opener->dropWaveforms();
     // Every other name would not be opened as an index, and might be that of a tile.
     if (Utils::getPointSourceType(m_cmdLine.getString("index")) != POINT_SOURCE_INDEX)
-        QM_THROW(-1, "the name of an index must end in '.index': '%s'", m_cmdLine.getString("index"));
+        QM_THROW(ErrorCode::General, "the name of an index must end in '.index': '%s'",
+                 m_cmdLine.getString("index"));
     if (m_cmdLine.getFlag("list") || m_cmdLine.getFlag("check"))
         pool.execute([this] { report(); });
     else
@@ -155,7 +156,7 @@ std::vector<QMFileSpec> TileIndexer::collectInputs() const
     for (std::size_t i = 0; i < files->getNumSources(); ++i)
         inputs.emplace_back(files->getFilename(i));
     if (inputs.empty() && !m_cmdLine.getFlag("update"))
-        QM_THROW(-1, "there are no files to index");
+        QM_THROW(ErrorCode::General, "there are no files to index");
     return inputs;
 }
 
@@ -220,7 +221,7 @@ TileIndexer::Changes TileIndexer::updateTiles(PersistentPointSourceWriter& write
     Changes changes;
     for (const QMFileSpec& file : files) {
         if (delegate.getCancelled())
-            QM_THROW(40006, "operation cancelled.");
+            QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
         if (seen.insert(QMFileUtils::resolve(file)).second) {
             using Change = PersistentPointSourceWriter::Change;
             const Change change = writer.update(file);
@@ -262,7 +263,7 @@ void TileIndexer::createOverview(PersistentPointSourceWriter& writer, ProgressDe
     const char* file = m_cmdLine.isPresent("overview") ? m_cmdLine.getString("overview") : "";
     const PointSourceType type = Utils::getPointSourceType(file);
     if (type != POINT_SOURCE_LAS && type != POINT_SOURCE_LAZ)
-        QM_THROW(-1, "an overview is created as a LAS or LAZ file: '%s'", file);
+        QM_THROW(ErrorCode::General, "an overview is created as a LAS or LAZ file: '%s'", file);
     const double fraction =
         m_cmdLine.isPresent("overviewFraction") ? m_cmdLine.getFloat("overviewFraction") : defaultFraction;
 

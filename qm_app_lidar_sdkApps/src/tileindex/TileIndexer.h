@@ -3,7 +3,7 @@
 #pragma once
 
 #include "cli/QMCmdLine.h"
-#include "utils/CreatePointSource.h"
+#include <vxunpack/FilePointSourceManager.h>
 
 #include <vector>
 

@@ -1,8 +1,8 @@
 #include "tileindex/TileReport.h"
 
 #include "files/QMFileUtils.h"
-#include "platform/Base.h"
 #include "text/Printable.h"
+#include <vxunpack/Base.h>
 
 namespace Quillmoran {
 
@@ -20,7 +20,7 @@ void TileReport::print(std::FILE* stream)
     for (const TileInfo& tile : m_set.tiles)
         printTile(stream, tile);
     if (m_opener && m_differing != 0)
-        QM_THROW(-1, "%zu of %zu files are not as they were indexed", m_differing, numFiles);
+        QM_THROW(ErrorCode::General, "%zu of %zu files are not as they were indexed", m_differing, numFiles);
 }
 
 void TileReport::printTile(std::FILE* stream, const TileInfo& tile)

@@ -1,7 +1,7 @@
 // What an index holds and whether its files are still as they were indexed, for people.
 #pragma once
 
-#include "utils/PersistentPointSourceManager.h"
+#include <vxunpack/PersistentPointSourceManager.h>
 
 #include <cstdio>
 

@@ -1,15 +1,15 @@
 #include "transcode/Transcoder.h"
 
-#include "las/LASPointWriter.h"
 #include "model/ChannelNames.h"
 #include "pdal/PDALFormats.h"
-#include "platform/Base.h"
-#include "text/TXTPointWriter.h"
 #include "utils/ConsoleProgress.h"
 #include "utils/Program.h"
 #include "utils/Summary.h"
 #include "utils/ThreadPool.h"
 #include "utils/Utils.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/LASPointWriter.h>
+#include <vxunpack/TXTPointWriter.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -75,7 +75,7 @@ void Transcoder::transcode()
     const char* input = m_cmdLine.getString("inputFile");
     const bool verbose = m_cmdLine.getFlag("verbose");
     if (Utils::getPointSourceType(input) != POINT_SOURCE_VX7)
-        QM_THROW(-1, "unsupported input file format '%s'", input);
+        QM_THROW(ErrorCode::General, "unsupported input file format '%s'", input);
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     manager->addFile(input);
     m_outputFile = m_cmdLine.getString("outputFile");
@@ -107,7 +107,7 @@ void Transcoder::transcode()
 void Transcoder::separateOutputs()
 {
     if (m_outputFile.empty())
-        QM_THROW(-1, "the name of the output file is empty");
+        QM_THROW(ErrorCode::General, "the name of the output file is empty");
     if (!Utils::isStandardOutput(m_outputFile.c_str()))
         return;
     if (m_output == Output::Text) {
@@ -134,7 +134,7 @@ Transcoder::Output Transcoder::chooseOutput() const
         for (const char* las : {"las10", "las11", "las12", "laz"})
             if (equalsIgnoringCase(format, las))
                 return Output::LAS;
-        QM_THROW(-1, "unsupported output format '%s'", format);
+        QM_THROW(ErrorCode::General, "unsupported output format '%s'", format);
     }
     switch (Utils::getPointSourceType(m_cmdLine.getString("outputFile"))) {
     case POINT_SOURCE_TEXT:
@@ -147,7 +147,7 @@ Transcoder::Output Transcoder::chooseOutput() const
     case POINT_SOURCE_NULL:
         return Output::Null;
     default:
-        QM_THROW(-1, "unknown output format");
+        QM_THROW(ErrorCode::General, "unknown output format");
     }
 }
 
@@ -157,18 +157,19 @@ PointInfo Transcoder::chooseTime(const PointInfo& layout) const
     if (!m_cmdLine.isPresent("gps"))
         return layout;
     if (m_output != Output::LAS)
-        QM_THROW(-1, "-gps is for LAS and LAZ output");
+        QM_THROW(ErrorCode::General, "-gps is for LAS and LAZ output");
     const char* const choice = m_cmdLine.getString("gps");
     const bool week = equalsIgnoringCase(choice, "week");
     if (!week && !equalsIgnoringCase(choice, "adjusted")) {
         if (!equalsIgnoringCase(choice, "nonzero"))
-            QM_THROW(-1, "unknown value '%s' of -gps, it is 'week', 'adjusted' or 'nonzero'", choice);
+            QM_THROW(ErrorCode::General, "unknown value '%s' of -gps, it is 'week', 'adjusted' or 'nonzero'",
+                     choice);
         return layout;
     }
     const char* const kept = week ? ChannelNames::gpsTime : ChannelNames::gpsTimeAdjusted;
     const char* const dropped = week ? ChannelNames::gpsTimeAdjusted : ChannelNames::gpsTime;
     if (!layout.hasChannel(kept))
-        QM_THROW(-1, "'%s' has no channel '%s'", m_cmdLine.getString("inputFile"), kept);
+        QM_THROW(ErrorCode::General, "'%s' has no channel '%s'", m_cmdLine.getString("inputFile"), kept);
     PointInfo chosen;
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i)
         if (!layout.getChannel(i).isNamed(dropped))
@@ -207,7 +208,7 @@ Scoped<PointWriter> Transcoder::createWriter(PointSource& source, const PointInf
     case Output::BPF:
         return Scoped<PointWriter>(createPDALPointWriter(&source, m_outputFile.c_str()));
     }
-    QM_THROW(-1, "unknown output format");
+    QM_THROW(ErrorCode::General, "unknown output format");
 }
 
 int Transcoder::getLASVersion() const

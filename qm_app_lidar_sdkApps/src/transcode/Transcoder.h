@@ -3,9 +3,9 @@
 #pragma once
 
 #include "cli/QMCmdLine.h"
-#include "framework/PointWriter.h"
-#include "platform/IO.h"
-#include "utils/CreatePointSource.h"
+#include <vxunpack/FilePointSourceManager.h>
+#include <vxunpack/IO.h>
+#include <vxunpack/PointWriter.h>
 
 #include <string>
 

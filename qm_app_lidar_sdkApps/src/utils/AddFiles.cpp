@@ -1,7 +1,7 @@
 #include "files/QMFileUtils.h"
-#include "platform/Base.h"
-#include "utils/PersistentPointSourceWriter.h"
 #include "utils/Utils.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/PersistentPointSourceWriter.h>
 
 #include <algorithm>
 #include <string>
@@ -51,7 +51,7 @@ void walkFileSystem(Target& target, const QMFileSpec& directory, int depth, std:
     std::vector<std::string> files;
     std::vector<std::string> directories;
     if (const int error = QMFileUtils::getContents(directory, files, directories))
-        QM_THROW(error, "could not get directory contents");
+        QM_THROW(static_cast<ErrorCode>(error), "could not get directory contents");
     std::sort(files.begin(), files.end(), [](const std::string& a, const std::string& b) {
         return strcasecmp(a.c_str(), b.c_str()) < 0;
     });

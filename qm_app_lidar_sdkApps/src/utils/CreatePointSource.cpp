@@ -1,15 +1,15 @@
-#include "utils/CreatePointSource.h"
+#include <vxunpack/FilePointSourceManager.h>
 
-#include "decode/VX7PointReader.h"
 #include "files/QMFileUtils.h"
-#include "las/LASPointReader.h"
 #include "pdal/PDALFormats.h"
-#include "platform/FileIO.h"
 #include "platform/Interrupt.h"
 #include "text/LineReader.h"
-#include "text/TXTPointReader.h"
 #include "utils/NamedSource.h"
 #include "utils/Program.h"
+#include <vxunpack/FileIO.h>
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/TXTPointReader.h>
+#include <vxunpack/VX7PointReader.h>
 
 #include <cctype>
 #include <cstring>
@@ -34,12 +34,12 @@ constexpr Ending endings[] = {
 
 [[noreturn]] void throwUnsupported(const char* name)
 {
-    QM_THROW(-1, "unsupported input file format '%s'", name);
+    QM_THROW(ErrorCode::General, "unsupported input file format '%s'", name);
 }
 
 [[noreturn]] void throwNeedsParse(const char* name)
 {
-    QM_THROW(-1, "TXT file requires a format parse string '-parse': '%s'", name);
+    QM_THROW(ErrorCode::General, "TXT file requires a format parse string '-parse': '%s'", name);
 }
 
 // The list's name up to and including its last separator.
@@ -188,7 +188,7 @@ PointSource* SimpleFileOpener::openLAS(const QMFileSpec& file) const
     try {
         reader->init(file.c_str(), m_openFullWaveform);
     } catch (Error& error) {
-        if (error.error() == LASPointReader::waveformError)
+        if (error.code() == ErrorCode::Waveforms)
             error("  -dropWaveforms reads its points without them.");
         throw;
     }
@@ -249,11 +249,11 @@ void FilePointSourceManager::addListFile(const char* name)
     // A list can name lists, itself among them.
     const DepthGuard guard(m_listDepth);
     if (m_listDepth > maxListDepth)
-        QM_THROW(-1, "list files are nested too deeply: '%s'", name);
+        QM_THROW(ErrorCode::General, "list files are nested too deeply: '%s'", name);
     if (m_listDepth > 1) {
         const std::int64_t bytes = file->size();
         if (bytes > maxNestedListBytes - nestedListBytes - m_nestedListBytes)
-            QM_THROW(-1, "list files name too many list files: '%s'", name);
+            QM_THROW(ErrorCode::General, "list files name too many list files: '%s'", name);
         m_nestedListBytes += bytes + nestedListBytes;
     }
     LineReader lines;
@@ -292,11 +292,11 @@ PointSource* FilePointSourceManager::openSource(const QMFileSpec& file) const
 PointSource* FilePointSourceManager::createPointSource(std::size_t index)
 {
     if (index >= m_files.size())
-        QM_THROW(-1);
+        QM_THROW(ErrorCode::General);
     FileInfo& info = m_files[index];
     // Opening thousands of files takes long, before any operation asks its progress delegate.
     if (isInterrupted())
-        QM_THROW(40006, "operation cancelled.");
+        QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
     if (!info.source) {
         try {
             info.source.reset(openSource(info.file));

@@ -1,8 +1,8 @@
 #include "cli/QMCmdLine.h"
-#include "filters/SimpleFilterFilter.h"
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
 #include "utils/Utils.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/SimpleFilterFilter.h>
 
 #include <charconv>
 #include <cstdint>
@@ -23,7 +23,8 @@ struct ValueFilter
 
 [[noreturn]] void throwBadFilter(const char* text)
 {
-    QM_THROW(-1, "bad filter '%s', the format is <channel name>,<integer value>,include|exclude", text);
+    QM_THROW(ErrorCode::General,
+             "bad filter '%s', the format is <channel name>,<integer value>,include|exclude", text);
 }
 
 // From the end, since a channel's name may hold a comma.
@@ -55,13 +56,15 @@ void checkValue(const ChannelInfo& channel, std::int64_t value)
     const DataType type = channel.getDataType();
     if (!DataTypeUtils::isKnown(type) || DataTypeUtils::isFloat(type) ||
         DataTypeUtils::getSize(type) > largestSample)
-        QM_THROW(-1, "-filter needs a channel of integers of at most 32 bits, channel '%s' is %s",
+        QM_THROW(ErrorCode::General,
+                 "-filter needs a channel of integers of at most 32 bits, channel '%s' is %s",
                  channel.getName(), DataTypeUtils::toString(type));
     visitDataType(type, [&](auto zero) {
         using T = decltype(zero);
         if constexpr (std::is_integral_v<T> && sizeof(T) <= largestSample)
             if (value < std::numeric_limits<T>::min() || value > std::numeric_limits<T>::max())
-                QM_THROW(-1, "the value %lld of -filter is out of the range of channel '%s' (%s)",
+                QM_THROW(ErrorCode::General,
+                         "the value %lld of -filter is out of the range of channel '%s' (%s)",
                          static_cast<long long>(value), channel.getName(), DataTypeUtils::toString(type));
     });
 }

@@ -1,14 +1,14 @@
 #include "cli/QMCmdLine.h"
-#include "filters/MosaicFilter.h"
-#include "las/LASPointReader.h"
-#include "las/LASPointWriter.h"
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
 #include "srs/SpatialReference.h"
 #include "utils/NamedSource.h"
 #include "utils/Program.h"
 #include "utils/Summary.h"
 #include "utils/Utils.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/LASPointWriter.h>
+#include <vxunpack/MosaicFilter.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -64,7 +64,7 @@ MergeOptions getMergeOptions(const QMCmdLine& cmdLine)
     if (cmdLine.isPresent("gpsWeek")) {
         const unsigned week = cmdLine.getUint("gpsWeek");
         if (week > maxGPSWeek)
-            QM_THROW(-1, "bad GPS week %u", week);
+            QM_THROW(ErrorCode::General, "bad GPS week %u", week);
         options.gpsWeek = static_cast<int>(week);
     }
     options.requiresSameCoordinateSystem =
@@ -80,7 +80,7 @@ void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems,
         return;
     const auto report = [&](const std::string& problem, const std::string& consequence) {
         if (options.requiresSameCoordinateSystem)
-            QM_THROW(-1, "%s", problem.c_str());
+            QM_THROW(ErrorCode::General, "%s", problem.c_str());
         warn(problem + consequence);
     };
     const auto other = std::find_if(first + 1, systems.end(), [&](const NamedCoordinateSystem& system) {

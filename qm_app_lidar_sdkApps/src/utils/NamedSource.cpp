@@ -1,12 +1,12 @@
 #include "utils/NamedSource.h"
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 namespace Quillmoran {
 
 namespace {
 
-constexpr int cancelledError = 40006;
+constexpr ErrorCode cancelledError = ErrorCode::Cancelled;
 
 template <class Work>
 auto naming(const std::string& file, Work work) -> decltype(work())
@@ -26,7 +26,7 @@ void nameFile(Error& error, const std::string& file)
     const std::string text = error.what();
     const bool isNamed = text.find(" path = ") != std::string::npos || text.rfind(file + ':', 0) == 0 ||
                          text.find('\'' + file + '\'') != std::string::npos;
-    if (error.error() != cancelledError && !isNamed)
+    if (error.code() != cancelledError && !isNamed)
         error(" path = %s", file.c_str());
 }
 

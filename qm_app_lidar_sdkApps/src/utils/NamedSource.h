@@ -1,7 +1,7 @@
 // Errors of a point source that name its file.
 #pragma once
 
-#include "framework/PointSource.h"
+#include <vxunpack/PointSource.h>
 
 #include <string>
 

@@ -1,14 +1,14 @@
-#include "utils/PersistentPointSourceManager.h"
+#include <vxunpack/PersistentPointSourceManager.h>
 
 #include "files/QMFileUtils.h"
 #include "filters/MergeRules.h"
-#include "filters/MosaicFilter.h"
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
-#include "platform/Base.h"
-#include "platform/FileIO.h"
 #include "utils/NamedSource.h"
 #include "utils/TileSetFile.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/FileIO.h>
+#include <vxunpack/MosaicFilter.h>
 
 #include <utility>
 
@@ -84,7 +84,7 @@ void PersistentPointSourceManager::init(TileSet set, const RTree* tree, FileOpen
 const TileInfo& PersistentPointSourceManager::getTileInfo(std::size_t index) const
 {
     if (index >= m_set.tiles.size())
-        QM_THROW(-1, "bad tile index");
+        QM_THROW(ErrorCode::General, "bad tile index");
     return m_set.tiles[index];
 }
 

@@ -1,14 +1,14 @@
-#include "utils/PersistentPointSourceWriter.h"
+#include <vxunpack/PersistentPointSourceWriter.h>
 
 #include "files/PartialFile.h"
 #include "files/QMFileUtils.h"
 #include "index/BoxGrid.h"
 #include "index/MemoryRTree.h"
-#include "las/LASPointReader.h"
-#include "platform/Base.h"
 #include "platform/CheckedMath.h"
 #include "utils/NamedSource.h"
 #include "utils/TileSetFile.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/LASPointReader.h>
 
 namespace Quillmoran {
 
@@ -182,7 +182,7 @@ void PersistentPointSourceWriter::setGPSWeek(int week)
     if (m_gpsWeek == week)
         return;
     if (m_gpsWeek)
-        QM_THROW(-1, "'%s' was made with GPS week %d", m_indexName.c_str(), *m_gpsWeek);
+        QM_THROW(ErrorCode::General, "'%s' was made with GPS week %d", m_indexName.c_str(), *m_gpsWeek);
     m_gpsWeek = week;
     PointCloudUnion converted(m_gpsWeek);
     if (!m_tiles.empty())
@@ -193,7 +193,7 @@ void PersistentPointSourceWriter::setGPSWeek(int week)
 void PersistentPointSourceWriter::setOverview(const QMFileSpec& file, double fraction)
 {
     if (!isOverviewFraction(fraction))
-        QM_THROW(-1, "bad overview fraction");
+        QM_THROW(ErrorCode::General, "bad overview fraction");
     const Scoped<PointCloudInfo> cloud(PointCloudInfo::create());
     const TileInfo tile = describe(file, *cloud);
     remove(tile.path);

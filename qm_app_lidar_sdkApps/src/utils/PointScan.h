@@ -1,7 +1,7 @@
 // One pass over the points of a source in blocks, for whoever wants to see all of them.
 #pragma once
 
-#include "framework/PointSource.h"
+#include <vxunpack/PointSource.h>
 
 #include <cstddef>
 

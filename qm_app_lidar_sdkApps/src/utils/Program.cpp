@@ -1,8 +1,8 @@
 #include "utils/Program.h"
 
-#include "platform/Base.h"
-#include "platform/FileIO.h"
 #include "text/Printable.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/FileIO.h>
 
 #include <cerrno>
 #include <csignal>
@@ -102,7 +102,7 @@ Scoped<IO> divertStandardOutput(const char* name)
 void finishReport()
 {
     if (std::fflush(stdout) != 0 || std::ferror(stdout))
-        QM_THROW(-1, "cannot write the report");
+        QM_THROW(ErrorCode::General, "cannot write the report");
 }
 
 } // namespace Quillmoran::Utils

@@ -1,7 +1,7 @@
 // The frame of every program's main().
 #pragma once
 
-#include "platform/IO.h"
+#include <vxunpack/IO.h>
 
 #include <functional>
 #include <string>

@@ -1,9 +1,9 @@
 #include "cli/QMCmdLine.h"
 #include "files/QMFileUtils.h"
-#include "platform/Base.h"
 #include "text/FieldFormat.h"
 #include "utils/Program.h"
 #include "utils/Utils.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -180,7 +180,7 @@ void addInput(FilePointSourceManager& files, const char* name, const QMCmdLine& 
 void refuseSameFile(const char* input, const char* output)
 {
     if (QMFileUtils::isSameFile(input, output))
-        QM_THROW(-1, "the output '%s' is the input file", output);
+        QM_THROW(ErrorCode::General, "the output '%s' is the input file", output);
 }
 
 void refuseInputs(const FilePointSourceManager& files, const char* output)

@@ -1,12 +1,12 @@
 #include "utils/Summary.h"
 
-#include "filters/MosaicFilter.h"
-#include "framework/PointSource.h"
-#include "platform/Base.h"
 #include "srs/SpatialReference.h"
 #include "text/Printable.h"
 #include "utils/NamedSource.h"
 #include "utils/Program.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/MosaicFilter.h>
+#include <vxunpack/PointSource.h>
 
 #include <algorithm>
 #include <charconv>

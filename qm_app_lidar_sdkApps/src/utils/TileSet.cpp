@@ -1,10 +1,10 @@
 #include "utils/TileSet.h"
 
 #include "files/QMFileUtils.h"
-#include "framework/PointSource.h"
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
 #include "utils/PointScan.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/PointSource.h>
 
 #include <cmath>
 #include <iterator>
@@ -48,14 +48,14 @@ TileInfo describeTile(const QMFileSpec& file, const PointSource& source)
     tile.timestamp = QMFileUtils::getStats(file).modificationTime;
     tile.numPoints = source.getNumPoints();
     if (tile.numPoints == PointSource::unknownNumPoints)
-        QM_THROW(-1, "the number of points must be known");
+        QM_THROW(ErrorCode::General, "the number of points must be known");
     if (tile.numPoints == 0)
         return tile;
     tile.bounds = source.getBounds();
     if (!isFinite(tile.bounds))
         tile.bounds = measureBounds(source);
     if (!isFinite(tile.bounds))
-        QM_THROW(-1, "the bounds must be known");
+        QM_THROW(ErrorCode::General, "the bounds must be known");
     return tile;
 }
 

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "files/QMFileSpec.h"
-#include "framework/PointCloudInfo.h"
-#include "model/Bounds.h"
+#include <vxunpack/Bounds.h>
+#include <vxunpack/PointCloudInfo.h>
 
 #include <cstdint>
 #include <optional>

@@ -1,8 +1,8 @@
 #include "index/DiskRTree.h"
-#include "model/DataType.h"
-#include "platform/Base.h"
 #include "platform/Stream.h"
 #include "utils/TileSetFile.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/DataType.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -32,7 +32,7 @@ constexpr std::size_t tileBytes = textBytes + 8 + 6 * 8 + 8;
 
 [[noreturn]] void throwImpossible(const char* field)
 {
-    QM_THROW(-1, "failed reading: %s", field);
+    QM_THROW(ErrorCode::General, "failed reading: %s", field);
 }
 
 // The payload of one packet: a stream that ends where the packet ends, so that every field that is cut shows
@@ -118,12 +118,12 @@ public:
         char magic[4];
         if (m_stream.read(magic, sizeof magic) != sizeof magic ||
             std::memcmp(magic, "rtre", sizeof magic) != 0)
-            QM_THROW(-1, "bad magic");
+            QM_THROW(ErrorCode::General, "bad magic");
         std::uint32_t version = 0;
         if (!m_stream.get_be(version))
             throwCut("version");
         if (version > newestVersion)
-            QM_THROW(-1, "unsupported version");
+            QM_THROW(ErrorCode::General, "unsupported version");
     }
 
     // Goes to the next packet that has a meaning, which must be one of these, and gives its name. The last of
@@ -137,7 +137,8 @@ public:
             name = readStart(expected);
         } while (!isAmong(name, {"info", "week", "over", "path", "tree"}));
         if (!isAmong(name, names))
-            QM_THROW(-1, "unknown chunk name '%s' was expecting '%s'", name.c_str(), expected);
+            QM_THROW(ErrorCode::General, "unknown chunk name '%s' was expecting '%s'", name.c_str(),
+                     expected);
         return name;
     }
 

@@ -1,7 +1,7 @@
 #include "index/MemoryRTree.h"
-#include "platform/Base.h"
 #include "platform/Stream.h"
 #include "utils/TileSetFile.h"
+#include <vxunpack/Base.h>
 
 #include <cstring>
 
@@ -47,7 +47,7 @@ public:
     {
         const std::size_t length = text ? std::strlen(text) : 0;
         if (length > UINT16_MAX)
-            QM_THROW(-1, "failed writing: %s: string is too long", field);
+            QM_THROW(ErrorCode::General, "failed writing: %s: string is too long", field);
         putNumber(static_cast<std::uint16_t>(length), std::string(field) + ": string length");
         if (length != 0)
             putBytes(text, length, std::string(field) + ": string payload");
@@ -56,7 +56,7 @@ public:
     void putCount16(std::size_t count, const char* field)
     {
         if (count > UINT16_MAX)
-            QM_THROW(-1, "failed writing: %s", field);
+            QM_THROW(ErrorCode::General, "failed writing: %s", field);
         putNumber(static_cast<std::uint16_t>(count), field);
     }
 
@@ -89,7 +89,7 @@ public:
         const std::int64_t end = m_stream.tell();
         const std::int64_t length = end - start - startBytes;
         if (length > UINT32_MAX)
-            QM_THROW(-1, "failed writing: '%s' packet too long", name.c_str());
+            QM_THROW(ErrorCode::General, "failed writing: '%s' packet too long", name.c_str());
         m_stream.seek(start + 4, Stream::SEEK_FROM_START);
         putNumber(static_cast<std::uint32_t>(length), quoted + " packet length");
         m_stream.seek(end, Stream::SEEK_FROM_START);
@@ -133,7 +133,7 @@ void writeInfo(FieldWriter& writer, const TileSet& set)
 void TileSetFile::write(IO* io, const TileSet& set, const MemoryRTree& tree, const double scale[3])
 {
     if (set.tiles.size() > UINT32_MAX)
-        QM_THROW(-1, "failed writing: too many files");
+        QM_THROW(ErrorCode::General, "failed writing: too many files");
     FieldWriter writer(io);
     writer.putBytes("rtre", 4, "magic");
     writer.putNumber(version, "version");

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "filters/PointCloudUnion.h"
-#include "utils/CreatePointSource.h"
+#include <vxunpack/FilePointSourceManager.h>
 
 #include <optional>
 #include <vector>
@@ -28,7 +28,7 @@ const char* getPointSourceTypeName(PointSourceType type);
 // "p"/"parse", "skip"/"skipHeader" and "lenient": how text input is read.
 void addTXTPointReaderOptions(QMCmdLine& cmdLine);
 // Takes them into a manager or an opener of files. The delegate may be null; it is asked whether to stop
-// while a text file is scanned, and must outlive the sources opened with these options. 40007 for a bad
+// while a text file is scanned, and must outlive the sources opened with these options. InvalidArgument for a bad
 // "parse".
 void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine,
                     ProgressDelegate* cancellation = nullptr);
@@ -41,7 +41,7 @@ bool dropsWaveforms(const QMCmdLine& cmdLine);
 
 // "filter": the choice of points by the value of a channel; may be repeated. The second wraps a source in the
 // filters, and returns it as it is without any. -1 for text that is not of the option's format, for channels
-// that are not integers of at most 32 bits and for values out of a channel's range, 40007 for an unknown
+// that are not integers of at most 32 bits and for values out of a channel's range, InvalidArgument for an unknown
 // channel.
 void addFilterOptions(QMCmdLine& cmdLine);
 Scoped<PointSource> handleFilterOptions(const QMCmdLine& cmdLine, const Scoped<PointSource>& source);

@@ -5,8 +5,6 @@
 // Names, descriptions and argv are borrowed and must outlive the parser. One thread at a time.
 #pragma once
 
-#include "platform/Export.h"
-
 #include <cstdarg>
 #include <cstddef>
 #include <exception>
@@ -17,7 +15,7 @@
 namespace Quillmoran {
 
 // Thrown by the parser in place of std::bad_alloc.
-class QM_API QMUtilException : public std::exception
+class QMUtilException : public std::exception
 {
 public:
     static constexpr int outOfMemory = 8;
@@ -31,7 +29,7 @@ private:
     int m_code;
 };
 
-class QM_API QMCmdLine
+class QMCmdLine
 {
 public:
     // The option kinds are defined in cli/QMCmdLineOptions.h; applications do not need them.

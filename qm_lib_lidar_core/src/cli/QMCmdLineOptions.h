@@ -15,7 +15,7 @@ struct QMCmdLine::Declaration
     bool isRequired;
 };
 
-class QM_API QMCmdLine::Option
+class QMCmdLine::Option
 {
 public:
     // A missing name or description is reported to the parser and replaced by the empty text.
@@ -65,7 +65,7 @@ private:
     bool m_isUndocumented = false;
 };
 
-class QM_API QMCmdLine::OptionFlag final : public QMCmdLine::Option
+class QMCmdLine::OptionFlag final : public QMCmdLine::Option
 {
 public:
     using Option::Option;
@@ -81,7 +81,7 @@ private:
     bool m_value = false;
 };
 
-class QM_API QMCmdLine::OptionBool final : public QMCmdLine::Option
+class QMCmdLine::OptionBool final : public QMCmdLine::Option
 {
 public:
     using Option::Option;
@@ -100,7 +100,7 @@ private:
 // The common part of the array kinds: how many arguments to take, and the values of type T. A kind adds
 // its type word and the conversion of one argument.
 template <class T>
-class QM_API QMCmdLine::OptionArray : public QMCmdLine::Option
+class QMCmdLine::OptionArray : public QMCmdLine::Option
 {
 public:
     using Value = T;
@@ -124,7 +124,7 @@ private:
     std::vector<T> m_values;
 };
 
-class QM_API QMCmdLine::OptionStringArray final : public QMCmdLine::OptionArray<const char*>
+class QMCmdLine::OptionStringArray final : public QMCmdLine::OptionArray<const char*>
 {
 public:
     using OptionArray::OptionArray;
@@ -135,7 +135,7 @@ private:
     bool accepts(const char*) const override { return true; }
 };
 
-class QM_API QMCmdLine::OptionSintArray final : public QMCmdLine::OptionArray<int>
+class QMCmdLine::OptionSintArray final : public QMCmdLine::OptionArray<int>
 {
 public:
     using OptionArray::OptionArray;
@@ -146,7 +146,7 @@ private:
     bool accepts(const char* text) const override;
 };
 
-class QM_API QMCmdLine::OptionUintArray final : public QMCmdLine::OptionArray<unsigned int>
+class QMCmdLine::OptionUintArray final : public QMCmdLine::OptionArray<unsigned int>
 {
 public:
     using OptionArray::OptionArray;
@@ -157,7 +157,7 @@ private:
     bool accepts(const char* text) const override;
 };
 
-class QM_API QMCmdLine::OptionFloatArray final : public QMCmdLine::OptionArray<double>
+class QMCmdLine::OptionFloatArray final : public QMCmdLine::OptionArray<double>
 {
 public:
     using OptionArray::OptionArray;

@@ -1,7 +1,7 @@
 #include "files/PartialFile.h"
 
 #include "files/QMFileUtils.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <cerrno>
 #include <climits>
@@ -86,7 +86,7 @@ PartialFile::PartialFile(const QMFileSpec& final, const char* mode)
     : m_given(final), m_path(final), m_io(FileIO::create())
 {
     if (*final.c_str() == '\0')
-        QM_THROW(40007, "path not given");
+        QM_THROW(ErrorCode::InvalidArgument, "path not given");
     struct stat64 status = {};
     const bool exists = stat64(final.c_str(), &status) == 0;
     if (!exists && errno != ENOENT && errno != ENOTDIR)
@@ -150,8 +150,8 @@ PartialFile::~PartialFile()
 void PartialFile::requireSeekable(const char* format) const
 {
     if (m_isDirect && !canSeek(m_path.c_str()))
-        QM_THROW(40610, "Unable to create output %s. %s output needs a seekable file", m_given.c_str(),
-                 format);
+        QM_THROW(ErrorCode::OutputCreate, "Unable to create output %s. %s output needs a seekable file",
+                 m_given.c_str(), format);
 }
 
 // What else has been given the temporary name, a link perhaps, must not become the output.
@@ -161,7 +161,8 @@ void PartialFile::requireOwnFile() const
     if (lstat64(m_path.c_str(), &status) != 0)
         QM_THROW_OS(m_given.c_str());
     if (status.st_dev != m_device || status.st_ino != m_inode)
-        QM_THROW(40002, "another file has taken the place of the temporary file path = %s", m_path.c_str());
+        QM_THROW(ErrorCode::Write, "another file has taken the place of the temporary file path = %s",
+                 m_path.c_str());
 }
 
 void PartialFile::finish()

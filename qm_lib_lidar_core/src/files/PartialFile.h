@@ -7,8 +7,7 @@
 #pragma once
 
 #include "files/QMFileSpec.h"
-#include "platform/Export.h"
-#include "platform/FileIO.h"
+#include <vxunpack/FileIO.h>
 
 #include <cstdint>
 
@@ -16,7 +15,7 @@ struct stat64;
 
 namespace Quillmoran {
 
-class QM_API PartialFile
+class PartialFile
 {
 public:
     // Creates an empty file. A new file gets the permissions 0666 less the umask. One that replaces a file
@@ -24,7 +23,7 @@ public:
     // What a link leads to is replaced, not the link. A device or a pipe is written to directly, and so is an
     // existing file in a directory in which no file can be created; these are opened, and emptied, by
     // io()->open(). The mode, "w" or "+w", is that of FileIO. The system's error when a file of that name may
-    // not be written, 40007 "path not given" without a name.
+    // not be written, InvalidArgument "path not given" without a name.
     explicit PartialFile(const QMFileSpec& final, const char* mode = "w");
     // Removes the temporary file unless it was finished. A file that is written directly stays;
     // io()->unlink() removes or empties it.
@@ -32,7 +31,7 @@ public:
     PartialFile(const PartialFile&) = delete;
     PartialFile& operator=(const PartialFile&) = delete;
 
-    // For writers of a format that is not written in order: 40610 when the file cannot seek.
+    // For writers of a format that is not written in order: OutputCreate when the file cannot seek.
     void requireSeekable(const char* format) const;
 
     // The file to open, write and close. Errors name the path as given to the constructor.

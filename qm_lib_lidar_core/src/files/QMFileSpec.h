@@ -2,13 +2,11 @@
 // system; see QMFileUtils.h.
 #pragma once
 
-#include "platform/Export.h"
-
 #include <string>
 
 namespace Quillmoran {
 
-class QM_API QMFileSpec
+class QMFileSpec
 {
 public:
     // Of 8-bit text.
@@ -22,7 +20,7 @@ public:
     // Null is the empty path. The bytes are taken as they are: a file's name need not be valid UTF-8.
     QMFileSpec(const char* path) : m_path(path ? path : "") {}
     QMFileSpec(const char* path, Encoding encoding);
-    // UTF-16 and UTF-32 text; 40007 "invalid UTF-16 text", "invalid UTF-32 text".
+    // UTF-16 and UTF-32 text; InvalidArgument "invalid UTF-16 text", "invalid UTF-32 text".
     explicit QMFileSpec(const char16_t* path);
     explicit QMFileSpec(const wchar_t* path);
     // A name inside a directory; an absolute name stands for itself.

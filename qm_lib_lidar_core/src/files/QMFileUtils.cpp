@@ -1,7 +1,7 @@
 #include "files/QMFileUtils.h"
 
-#include "platform/Base.h"
-#include "platform/FileIO.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/FileIO.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -90,7 +90,7 @@ void requireRegularFile(const QMFileSpec& file)
     default: // opening the name gives the reason if there is nothing to read
         return;
     }
-    QM_THROW(-1, "cannot read '%s': it is %s, not a regular file", file.c_str(), kind);
+    QM_THROW(ErrorCode::General, "cannot read '%s': it is %s, not a regular file", file.c_str(), kind);
 }
 
 int getContents(const QMFileSpec& directory, std::vector<std::string>& files,

@@ -1,6 +1,6 @@
 #include "files/Unicode.h"
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 namespace Quillmoran::Unicode {
 
@@ -14,7 +14,7 @@ constexpr char32_t firstOfTwo = 0x10000; // the first character that UTF-16 writ
 
 [[noreturn]] void throwInvalid(const char* encoding)
 {
-    QM_THROW(40007, "invalid %s text", encoding);
+    QM_THROW(ErrorCode::InvalidArgument, "invalid %s text", encoding);
 }
 
 bool isCharacter(char32_t c)

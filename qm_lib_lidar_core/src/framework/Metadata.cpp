@@ -1,8 +1,8 @@
-#include "framework/Metadata.h"
+#include <vxunpack/Metadata.h>
 
-#include "platform/Base.h"
 #include "platform/Stream.h"
 #include "text/Printable.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cstring>
@@ -11,8 +11,8 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr int readError = 40008;
-constexpr int writeError = 40009;
+constexpr ErrorCode readError = ErrorCode::MetadataRead;
+constexpr ErrorCode writeError = ErrorCode::MetadataWrite;
 constexpr std::uint32_t formatVersion = 0;
 
 // Swaps the doubles of an array between file and host order; the operation is its own inverse.
@@ -69,9 +69,9 @@ void Metadata::add(const char* key, const char* description, MetadataDataType ty
                    std::size_t length)
 {
     if (!key || !*key)
-        QM_THROW(40007, "metadata key not given");
+        QM_THROW(ErrorCode::InvalidArgument, "metadata key not given");
     if (!value)
-        QM_THROW(40007, "metadata value not given");
+        QM_THROW(ErrorCode::InvalidArgument, "metadata value not given");
     std::size_t bytes = length;
     if (type == METADATA_STRING)
         bytes = std::strlen(static_cast<const char*>(value)) + 1;
@@ -92,7 +92,7 @@ void Metadata::add(const Metadata& other)
 const Metadata::Record& Metadata::record(std::size_t index) const
 {
     if (index >= m_records.size())
-        QM_THROW(40007, "bad index");
+        QM_THROW(ErrorCode::InvalidArgument, "bad index");
     return m_records[index];
 }
 
@@ -203,7 +203,7 @@ void Metadata::read(StreamReader& reader)
             swapDoubles(added.value, added.length());
         }
         if (added.key.empty())
-            QM_THROW(40007, "metadata key not given");
+            QM_THROW(ErrorCode::InvalidArgument, "metadata key not given");
         m_records.push_back(std::move(added));
     }
 }

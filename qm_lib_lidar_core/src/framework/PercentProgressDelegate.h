@@ -4,13 +4,13 @@
 // SIGPIPE and SIGXFSZ are the program's to ignore, so that the write reports an error.
 #pragma once
 
-#include "framework/ProgressDelegate.h"
+#include <vxunpack/ProgressDelegate.h>
 
 #include <cstdint>
 
 namespace Quillmoran {
 
-class QM_API PercentProgressDelegate : public ProgressDelegate
+class PercentProgressDelegate : public ProgressDelegate
 {
 public:
     PercentProgressDelegate();

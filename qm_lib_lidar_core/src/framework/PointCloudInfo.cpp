@@ -1,6 +1,6 @@
-#include "framework/PointCloudInfo.h"
+#include <vxunpack/PointCloudInfo.h>
 
-#include "framework/PointSource.h"
+#include <vxunpack/PointSource.h>
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
-#include "framework/PointIterator.h"
+#include <vxunpack/PointIterator.h>
 
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <cmath>
 
@@ -21,7 +21,7 @@ void widen(Bounds::Range& range, const PointInfo& layout, const char* name)
 Bounds PointIterator::widened(const Bounds& bounds, const PointInfo& layout)
 {
     if (!layout.hasValidXYZ())
-        QM_THROW(40007, "must have x, y, and z channels");
+        QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
     Bounds wide = bounds;
     widen(wide.x, layout, ChannelNames::x);
     widen(wide.y, layout, ChannelNames::y);

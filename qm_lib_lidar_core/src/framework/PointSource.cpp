@@ -1,7 +1,7 @@
-#include "framework/PointSource.h"
+#include <vxunpack/PointSource.h>
 
-#include "framework/ProgressDelegate.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/ProgressDelegate.h>
 
 namespace Quillmoran {
 
@@ -21,7 +21,7 @@ std::size_t PointSource::read(const Bounds& bounds, PointData& buffer, ProgressD
 {
     const auto throwIfCancelled = [delegate] {
         if (delegate && delegate->getCancelled())
-            QM_THROW(40006, "operation cancelled.");
+            QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
     };
 
     double fraction = 1.0;

@@ -1,9 +1,9 @@
-#include "framework/PointWriter.h"
+#include <vxunpack/PointWriter.h>
 
-#include "framework/ProgressDelegate.h"
 #include "model/ChannelNames.h"
 #include "model/NameIndex.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
 #include <cmath>
@@ -103,9 +103,9 @@ void SimplePointWriter::checkQuantization() const
     for (std::size_t axis = 0; axis < 3; ++axis) {
         const char name = "XYZ"[axis];
         if (!std::isnormal(m_scale[axis]) || m_scale[axis] < 0 || !std::isfinite(m_scale[axis] * largestStep))
-            QM_THROW(40007, "the scale %g of %c cannot be used", m_scale[axis], name);
+            QM_THROW(ErrorCode::InvalidArgument, "the scale %g of %c cannot be used", m_scale[axis], name);
         if (!std::isfinite(m_offset[axis]))
-            QM_THROW(40007, "the offset %g of %c cannot be used", m_offset[axis], name);
+            QM_THROW(ErrorCode::InvalidArgument, "the offset %g of %c cannot be used", m_offset[axis], name);
     }
 }
 

@@ -1,6 +1,6 @@
-#include "framework/ProgressDelegate.h"
+#include <vxunpack/ProgressDelegate.h>
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <cstdarg>
 #include <cstdio>

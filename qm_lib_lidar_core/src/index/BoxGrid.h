@@ -2,12 +2,11 @@
 // each box is made larger by a step first: a query that meets a box meets its stored form.
 #pragma once
 
-#include "model/Bounds.h"
-#include "platform/Export.h"
+#include <vxunpack/Bounds.h>
 
 namespace Quillmoran {
 
-class QM_API BoxGrid
+class BoxGrid
 {
 public:
     // For boxes within these finite bounds, or bounds that are empty.

@@ -1,7 +1,7 @@
 #include "index/DiskRTree.h"
 
-#include "platform/Base.h"
 #include "platform/Stream.h"
+#include <vxunpack/Base.h>
 
 #include <vector>
 
@@ -9,7 +9,7 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr int readError = 40014;
+constexpr ErrorCode readError = ErrorCode::IndexRead;
 
 // A subtree lies in one piece, so what a query visits next is often within the same few records.
 constexpr std::size_t streamBytes = 4096;
@@ -124,7 +124,7 @@ void DiskRTree::init(StreamReader& reader, std::int64_t length)
 Bounds DiskRTree::getBounds() const
 {
     if (m_preamble.count == 0 || m_root.count == 0)
-        QM_THROW(40016, "invalid index -- zero points");
+        QM_THROW(ErrorCode::IndexEmpty, "invalid index -- zero points");
     Bounds all;
     for (std::size_t i = 0; i < m_root.count; ++i)
         all.grow(m_root.nodes[i].box);

@@ -1,7 +1,7 @@
 #include "index/MemoryRTree.h"
 
-#include "platform/Base.h"
 #include "platform/Stream.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <array>
@@ -15,8 +15,8 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr int readError = 40014;
-constexpr int writeError = 40015;
+constexpr ErrorCode readError = ErrorCode::IndexRead;
+constexpr ErrorCode writeError = ErrorCode::IndexWrite;
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
 // Fewest nodes of a branch below the root. It keeps the depth logarithmic however equal the boxes are: 2^64
@@ -340,7 +340,7 @@ void MemoryRTree::clear()
 Bounds MemoryRTree::getBounds() const
 {
     if (m_count == 0)
-        QM_THROW(40016, "invalid index -- zero points");
+        QM_THROW(ErrorCode::IndexEmpty, "invalid index -- zero points");
     return m_root->bounds();
 }
 

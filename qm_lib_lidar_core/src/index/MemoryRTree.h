@@ -14,7 +14,7 @@
 
 namespace Quillmoran {
 
-class QM_API MemoryRTree final : public RTree
+class MemoryRTree final : public RTree
 {
 public:
     static MemoryRTree* create();
@@ -32,12 +32,12 @@ public:
     Iterator* createIterator() const override;
 
     // Appends the disk form. The grid of each axis starts at the tree's smallest coordinate and has the given
-    // step; a tree without values is saved too. 40015 "the rtree is too big" when the step is not above 0 or
+    // step; a tree without values is saved too. IndexWrite "the rtree is too big" when the step is not above 0 or
     // not finite, a box is not on the grid, or a value or a position needs more than 32 bits. What was
     // written before an error stays.
     void save(StreamWriter& writer, const double scale[3]) const;
     // Replaces the content by a memory form that takes up `length` bytes, and leaves the reader at its end.
-    // A damaged one is 40014 "bad read -- count" or "bad read -- index bounds" and changes nothing.
+    // A damaged one is IndexRead "bad read -- count" or "bad read -- index bounds" and changes nothing.
     void load(StreamReader& reader, std::int64_t length);
 
     // Whether every box of an inner branch is the union of those below it and all branches are filled and

@@ -1,7 +1,7 @@
 #include "index/RTree.h"
 
-#include "platform/Base.h"
 #include "platform/Stream.h"
+#include <vxunpack/Base.h>
 
 #include <cmath>
 
@@ -9,8 +9,8 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr int readError = 40014;
-constexpr int writeError = 40015;
+constexpr ErrorCode readError = ErrorCode::IndexRead;
+constexpr ErrorCode writeError = ErrorCode::IndexWrite;
 
 template <class T>
 void put(StreamWriter& writer, T value, const char* field)

@@ -11,8 +11,8 @@
 // A leaf's payloads are values, those of the other branches the positions of their children in the file.
 #pragma once
 
-#include "model/Bounds.h"
-#include "platform/Object.h"
+#include <vxunpack/Bounds.h>
+#include <vxunpack/Object.h>
 
 #include <array>
 #include <cstddef>
@@ -23,13 +23,13 @@ namespace Quillmoran {
 class StreamReader;
 class StreamWriter;
 
-class QM_API RTree : public Object
+class RTree : public Object
 {
 public:
     class Iterator;
 
     virtual std::size_t getCount() const = 0;
-    // The union of all boxes; 40016 "invalid index -- zero points" when there is none.
+    // The union of all boxes; IndexEmpty "invalid index -- zero points" when there is none.
     virtual Bounds getBounds() const = 0;
     // A new iterator with a count of 1, which keeps the tree alive. May be called from any thread.
     virtual Iterator* createIterator() const = 0;
@@ -47,8 +47,8 @@ protected:
         double offset = 0;
     };
 
-    // The two parts of the disk form. Reading throws 40014 "bad read -- ..." with the field that is cut,
-    // writing 40015 "bad write -- ..." with the field that was not taken.
+    // The two parts of the disk form. Reading throws IndexRead "bad read -- ..." with the field that is cut,
+    // writing IndexWrite "bad write -- ..." with the field that was not taken.
     struct Preamble
     {
         std::uint8_t level = 0; // of the root; 0 = leaf
@@ -69,7 +69,7 @@ protected:
         std::size_t count = 0;
         std::array<Node, maxNodes> nodes;
 
-        // A box that is not on the grid is 40015 "the rtree is too big".
+        // A box that is not on the grid is IndexWrite "the rtree is too big".
         void write(StreamWriter& writer, const Axis axes[3]) const;
         // The filler may be missing.
         void read(StreamReader& reader, const Axis axes[3]);
@@ -82,7 +82,7 @@ protected:
 // the next value that answers the query, so a query is repeated unchanged until next() returns false; then
 // rewind() starts a new walk. Boxes are closed: touching on a face is meeting. Values come in the order in
 // which they are stored.
-class QM_API RTree::Iterator : public Object
+class RTree::Iterator : public Object
 {
 public:
     virtual void rewind() = 0;

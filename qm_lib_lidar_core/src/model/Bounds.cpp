@@ -1,4 +1,4 @@
-#include "model/Bounds.h"
+#include <vxunpack/Bounds.h>
 
 #include <algorithm>
 

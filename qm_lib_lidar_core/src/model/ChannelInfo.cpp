@@ -1,4 +1,4 @@
-#include "model/ChannelInfo.h"
+#include <vxunpack/ChannelInfo.h>
 
 namespace Quillmoran {
 

@@ -1,7 +1,7 @@
 #include "model/ChannelNames.h"
 
-#include "model/PointInfo.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/PointInfo.h>
 
 #include <algorithm>
 #include <cctype>
@@ -99,8 +99,8 @@ const ChannelInfo& require(const std::string& name, const PointInfo& layout, con
         const char* const channel = layout.getChannel(i).getName();
         known += (i == 0 ? "" : ", ") + std::string(channel ? channel : "");
     }
-    QM_THROW(40007, "%s does not have channel: '%.200s', its channels are %s", context, name.c_str(),
-             known.c_str());
+    QM_THROW(ErrorCode::InvalidArgument, "%s does not have channel: '%.200s', its channels are %s", context,
+             name.c_str(), known.c_str());
 }
 
 const char* toPDAL(const std::string& channel)

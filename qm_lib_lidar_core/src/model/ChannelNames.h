@@ -2,8 +2,6 @@
 // and writers match channel names exactly, with case; resolve() is for names that users type.
 #pragma once
 
-#include "platform/Export.h"
-
 #include <string>
 
 namespace Quillmoran {
@@ -42,14 +40,14 @@ inline constexpr char skip[] = "@Skip";
 // name, else the only one that differs in case, else the channel whose LAS or PDAL name it is
 // ("Classification", "return_number", "NIR"), ignoring case, blanks and underscores. "GpsTime" is either
 // clock, week time first.
-QM_API const ChannelInfo* resolve(const std::string& name, const PointInfo& layout);
-// The same; 40007 "<context> does not have channel: '<name>', its channels are X, Y, Z" if there is none.
-QM_API const ChannelInfo& require(const std::string& name, const PointInfo& layout,
-                                  const char* context = "the point source");
+const ChannelInfo* resolve(const std::string& name, const PointInfo& layout);
+// The same; InvalidArgument "<context> does not have channel: '<name>', its channels are X, Y, Z" if there is none.
+const ChannelInfo& require(const std::string& name, const PointInfo& layout,
+                           const char* context = "the point source");
 
 // PDAL's name of a standard channel; null for all other channels.
-QM_API const char* toPDAL(const std::string& channel);
+const char* toPDAL(const std::string& channel);
 // The standard channel of a PDAL dimension, ignoring case, blanks and underscores; null if there is none.
-QM_API const char* fromPDAL(const std::string& dimension);
+const char* fromPDAL(const std::string& dimension);
 
 } // namespace Quillmoran::ChannelNames

@@ -1,4 +1,4 @@
-#include "model/DataType.h"
+#include <vxunpack/DataType.h>
 
 #include <strings.h>
 

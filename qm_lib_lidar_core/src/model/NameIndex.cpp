@@ -1,6 +1,6 @@
 #include "model/NameIndex.h"
 
-#include "model/PointInfo.h"
+#include <vxunpack/PointInfo.h>
 
 #include <algorithm>
 #include <cstring>

@@ -2,8 +2,6 @@
 // each channel of a layout of tens of thousands takes minutes.
 #pragma once
 
-#include "platform/Export.h"
-
 #include <cstddef>
 #include <optional>
 #include <utility>
@@ -14,7 +12,7 @@ namespace Quillmoran {
 class PointInfo;
 
 // Refers to the names, which must stay where they are. Const methods may be called from any thread.
-class QM_API NameIndex
+class NameIndex
 {
 public:
     NameIndex() = default;

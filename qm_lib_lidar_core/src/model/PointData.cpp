@@ -1,8 +1,8 @@
-#include "model/PointData.h"
+#include <vxunpack/PointData.h>
 
 #include "model/ChannelNames.h"
 #include "model/SampleConversion.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cmath>
@@ -22,7 +22,7 @@ bool fits(std::size_t index, std::size_t count, std::size_t size) noexcept
 void checkRange(std::size_t index, std::size_t count, const ChannelData& channel, const char* side)
 {
     if (!fits(index, count, channel.getNumSamples()))
-        QM_THROW(40007, "%s too small", side);
+        QM_THROW(ErrorCode::InvalidArgument, "%s too small", side);
 }
 
 void* sample(ChannelData& channel, std::size_t index) noexcept
@@ -82,7 +82,7 @@ void ChannelData::setData(void* data, bool owns)
 void ChannelData::setOffset(std::size_t offset)
 {
     if (offset >= m_numSamples)
-        QM_THROW(40007, "offset too large");
+        QM_THROW(ErrorCode::InvalidArgument, "offset too large");
     m_offset = offset;
 }
 
@@ -102,7 +102,7 @@ void ChannelData::copy(ChannelData& dst, std::size_t dstIndex, const ChannelData
     checkRange(dstIndex, count, dst, "dst");
     checkRange(srcIndex, count, src, "dst"); // this word for both sides: users match on the text
     if (dst.getDataType() != src.getDataType())
-        QM_THROW(40007, "datatype are not the same");
+        QM_THROW(ErrorCode::InvalidArgument, "datatype are not the same");
     copySamples(dst, dstIndex, src, srcIndex, count);
 }
 
@@ -112,7 +112,7 @@ void ChannelData::convert(ChannelData& dst, std::size_t dstIndex, const ChannelD
     checkRange(dstIndex, count, dst, "dst");
     checkRange(srcIndex, count, src, "src");
     if (DataTypeUtils::isFloat(dst.getDataType()) != DataTypeUtils::isFloat(src.getDataType()))
-        QM_THROW(40007, "isFloat(dst) != isFloat(src)");
+        QM_THROW(ErrorCode::InvalidArgument, "isFloat(dst) != isFloat(src)");
     if (dst.getDataType() == src.getDataType())
         copySamples(dst, dstIndex, src, srcIndex, count);
     else
@@ -126,7 +126,7 @@ void ChannelData::convert(ChannelData& dst, std::size_t dstIndex, const ChannelD
     checkRange(dstIndex, count, dst, "dst");
     checkRange(srcIndex, count, src, "dst");
     if (DataTypeUtils::isFloat(dst.getDataType()) == DataTypeUtils::isFloat(src.getDataType()))
-        QM_THROW(40007, "isFloat(dst) == isFloat(src)");
+        QM_THROW(ErrorCode::InvalidArgument, "isFloat(dst) == isFloat(src)");
     const auto convertSamples =
         DataTypeUtils::isFloat(dst.getDataType()) ? SampleConversion::dequantize : SampleConversion::quantize;
     convertSamples(sample(dst, dstIndex), dst.getDataType(), sample(src, srcIndex), src.getDataType(), offset,
@@ -139,7 +139,7 @@ void PointData::init(const PointInfo& info, std::size_t count)
     m_numSamples = m_offset = 0;
     m_x = m_y = m_z = nullptr;
     if (!info.hasValidXYZ())
-        QM_THROW(40007, "must have x, y, and z channels");
+        QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
     std::vector<ChannelData> channels(info.getNumChannels());
     for (std::size_t i = 0; i < channels.size(); ++i)
         channels[i].init(info.getChannel(i), count);
@@ -178,7 +178,7 @@ void PointData::setOffset(std::size_t offset)
 const ChannelData& PointData::getChannel(std::size_t index) const
 {
     if (index >= m_channels.size())
-        QM_THROW(40012, "bad channel index");
+        QM_THROW(ErrorCode::NoSuchChannel, "bad channel index");
     return m_channels[index];
 }
 
@@ -203,7 +203,7 @@ void PointData::copy(PointData& dst, std::size_t dstIndex, const PointData& src,
                      std::size_t count)
 {
     if (dst.getNumChannels() != src.getNumChannels())
-        QM_THROW(40007, "number of channels must the same");
+        QM_THROW(ErrorCode::InvalidArgument, "number of channels must the same");
     for (std::size_t i = 0; i < dst.m_channels.size(); ++i)
         ChannelData::copy(dst.m_channels[i], dstIndex, src.m_channels[i], srcIndex, count);
 }
@@ -211,7 +211,7 @@ void PointData::copy(PointData& dst, std::size_t dstIndex, const PointData& src,
 void PointData::merge(PointData& dst, std::size_t seen, const PointData& src, std::size_t count)
 {
     if (dst.getNumChannels() != src.getNumChannels())
-        QM_THROW(40007, "number of channels must the same");
+        QM_THROW(ErrorCode::InvalidArgument, "number of channels must the same");
     const std::size_t capacity = dst.getNumSamples();
     std::size_t filled = 0;
     if (capacity > seen) {
@@ -242,7 +242,7 @@ void PointData::merge(PointData& dst, std::size_t seen, const PointData& src, st
         ChannelData& to = dst.m_channels[i];
         const ChannelData& from = src.m_channels[i];
         if (to.getDataType() != from.getDataType())
-            QM_THROW(40007, "datatype are not the same");
+            QM_THROW(ErrorCode::InvalidArgument, "datatype are not the same");
         double t = srcStart;
         for (double d = dstStride - 1; t < available && d < slots; d += dstStride, t += srcStride) {
             const std::size_t source = filled + static_cast<std::size_t>(t);

@@ -1,8 +1,8 @@
-#include "model/PointInfo.h"
+#include <vxunpack/PointInfo.h>
 
 #include "model/ChannelNames.h"
-#include "model/PointData.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/PointData.h>
 
 #include <algorithm>
 #include <utility>
@@ -29,7 +29,7 @@ void PointInfo::copyByName(const Source& source, const char* const* names, std::
     for (std::size_t i = 0; i < count; ++i) {
         const ChannelInfo* channel = source.getChannel(names[i]);
         if (!channel)
-            QM_THROW(40012, "bad channel name '%s'", names[i]);
+            QM_THROW(ErrorCode::NoSuchChannel, "bad channel name '%s'", names[i]);
         m_channels[i].init(*channel);
     }
 }
@@ -64,7 +64,7 @@ void PointInfo::init(const PointData& source, const char* const* names, std::siz
 const ChannelInfo& PointInfo::getChannel(std::size_t index) const
 {
     if (index >= m_channels.size())
-        QM_THROW(40012, "bad channel index");
+        QM_THROW(ErrorCode::NoSuchChannel, "bad channel index");
     return m_channels[index];
 }
 

@@ -2,7 +2,7 @@
 // the types are looked at once per call.
 #pragma once
 
-#include "model/DataType.h"
+#include <vxunpack/DataType.h>
 
 #include <cstddef>
 #include <limits>

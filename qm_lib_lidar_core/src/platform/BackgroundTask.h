@@ -3,14 +3,12 @@
 // thread it runs when it is waited for. Used by one thread at a time.
 #pragma once
 
-#include "platform/Export.h"
-
 #include <functional>
 #include <memory>
 
 namespace Quillmoran {
 
-class QM_API BackgroundTask
+class BackgroundTask
 {
 public:
     BackgroundTask();

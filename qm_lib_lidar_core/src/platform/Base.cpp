@@ -1,4 +1,4 @@
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -50,12 +50,12 @@ OSError::OSError(const char* file, const char* function, int line) noexcept
     std::snprintf(m_message, messageCapacity, "%s", std::strerror(error()));
 }
 
-void throwError(const char* file, const char* function, int line, int code)
+void throwError(const char* file, const char* function, int line, ErrorCode code)
 {
     throw Error(file, function, line, code);
 }
 
-void throwError(const char* file, const char* function, int line, int code, const char* format, ...)
+void throwError(const char* file, const char* function, int line, ErrorCode code, const char* format, ...)
 {
     char text[1024];
     std::va_list arguments;

@@ -1,7 +1,7 @@
-#include "platform/FileIO.h"
+#include <vxunpack/FileIO.h>
 
-#include "platform/Base.h"
 #include "platform/Interrupt.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -162,7 +162,7 @@ int FileIO::Imp::openPipe() const
         if (descriptor >= 0 || errno != ENXIO)
             return descriptor;
         if (isInterrupted())
-            QM_THROW(40006, "operation cancelled.");
+            QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
         ::poll(nullptr, 0, pollInterval);
     }
 }
@@ -197,7 +197,7 @@ std::size_t FileIO::Imp::pwrite(std::int64_t offset, const void* buffer, std::si
     if (moved < 0)
         QM_THROW_OS(m_name.c_str());
     if (moved == 0 && count != 0)
-        QM_THROW(40002, "write error path = %s", m_name.c_str());
+        QM_THROW(ErrorCode::Write, "write error path = %s", m_name.c_str());
     return static_cast<std::size_t>(moved);
 }
 
@@ -210,7 +210,7 @@ void FileIO::Imp::waitUntilWritable() const
         if (result > 0 || (result < 0 && errno != EINTR))
             return;
         if (isInterrupted())
-            QM_THROW(40006, "operation cancelled.");
+            QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
     }
 }
 

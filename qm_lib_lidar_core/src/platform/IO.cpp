@@ -1,6 +1,6 @@
-#include "platform/IO.h"
+#include <vxunpack/IO.h>
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -27,7 +27,7 @@ void writeFully(const IO& io, std::int64_t offset, const void* buffer, std::size
         const std::size_t moved =
             io.pwrite(offset + static_cast<std::int64_t>(done), bytes + done, count - done);
         if (moved == 0)
-            QM_THROW(40002, "write error");
+            QM_THROW(ErrorCode::Write, "write error");
         done += moved;
     }
 }

@@ -2,13 +2,11 @@
 // waits for another process asks directly.
 #pragma once
 
-#include "platform/Export.h"
-
 namespace Quillmoran {
 
 // Once true, it stays true.
-QM_API bool isInterrupted() noexcept;
+bool isInterrupted() noexcept;
 // May be called from a signal handler.
-QM_API void setInterrupted() noexcept;
+void setInterrupted() noexcept;
 
 } // namespace Quillmoran

@@ -1,6 +1,6 @@
 #include "platform/LoadableModule.h"
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <dlfcn.h>
 #include <filesystem>
@@ -22,7 +22,7 @@ std::filesystem::path libraryFolder()
 [[noreturn]] void throwLoadError(const char* file)
 {
     const char* const reason = dlerror();
-    QM_THROW(-1, "cannot load the module '%s': %s", file, reason ? reason : "unknown reason");
+    QM_THROW(ErrorCode::General, "cannot load the module '%s': %s", file, reason ? reason : "unknown reason");
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 #include "platform/Mutex.h"
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 namespace Quillmoran {
 

@@ -1,13 +1,11 @@
 // A checked POSIX mutex. Meets the standard's BasicLockable, so std::lock_guard works with it.
 #pragma once
 
-#include "platform/Export.h"
-
 #include <pthread.h>
 
 namespace Quillmoran {
 
-class QM_API Mutex
+class Mutex
 {
 public:
     Mutex();

@@ -1,7 +1,7 @@
 // Keeps a store open for as long as it lives, for readers: a failing close is not reported.
 #pragma once
 
-#include "platform/IO.h"
+#include <vxunpack/IO.h>
 
 namespace Quillmoran {
 

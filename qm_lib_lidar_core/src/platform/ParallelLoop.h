@@ -2,8 +2,6 @@
 // of a block of points, the subblocks of a channel and the lines of a text.
 #pragma once
 
-#include "platform/Export.h"
-
 #include <cstddef>
 #include <functional>
 
@@ -13,13 +11,13 @@ namespace Quillmoran {
 // iteration runs, whatever the others do; of the exceptions that they throw, that of the lowest index is
 // thrown, so that errors do not depend on the order in which tasks ran. While the caller waits it takes up no
 // work of other loops, which may want a lock that it holds.
-QM_API void parallelLoop(std::size_t count, const std::function<void(std::size_t)>& body);
+void parallelLoop(std::size_t count, const std::function<void(std::size_t)>& body);
 
 // The same inside the body of another loop or of a BackgroundTask: while the caller waits it may take up the
 // work of that one.
-QM_API void nestedParallelLoop(std::size_t count, const std::function<void(std::size_t)>& body);
+void nestedParallelLoop(std::size_t count, const std::function<void(std::size_t)>& body);
 
 // How many threads the loops can have here.
-QM_API std::size_t getNumThreads();
+std::size_t getNumThreads();
 
 } // namespace Quillmoran

@@ -2,20 +2,20 @@
 // streams may share one IO.
 //
 // Reads never throw for a short count: the caller compares the count and reports the field it was reading.
-// A store may move fewer bytes than asked for; the rest follows. Writes throw 40002 "write error" when it
+// A store may move fewer bytes than asked for; the rest follows. Writes throw Write "write error" when it
 // takes none.
 #pragma once
 
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
-#include "platform/IO.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/IO.h>
 
 #include <cstddef>
 #include <cstdint>
 
 namespace Quillmoran {
 
-class QM_API Stream
+class Stream
 {
 public:
     enum Mode
@@ -48,7 +48,7 @@ protected:
     unsigned char* m_limit = nullptr; // reader: end of the valid bytes; writer: end of the buffer
 };
 
-class QM_API StreamReader : public Stream
+class StreamReader : public Stream
 {
 public:
     void init(IO* io, bool open, std::size_t bufferSize);
@@ -87,7 +87,7 @@ private:
     std::size_t fill();
 };
 
-class QM_API StreamWriter : public Stream
+class StreamWriter : public Stream
 {
 public:
     void init(IO* io, bool open, std::size_t bufferSize);

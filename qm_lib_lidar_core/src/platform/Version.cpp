@@ -1,7 +1,7 @@
 #include "platform/Version.h"
 
-#include "platform/FileIO.h"
 #include "platform/Stream.h"
+#include <vxunpack/FileIO.h>
 
 #include <cstring>
 
@@ -63,7 +63,7 @@ bool Version::getVexilFileVersion(IO* io, int& generation, bool& raster)
     StreamReader stream; // closes the store on every way out
     stream.init(io, true, preambleSize);
     if (stream.read(preamble, sizeof preamble) != sizeof preamble)
-        QM_THROW(40003, "bad read -- file header");
+        QM_THROW(ErrorCode::FileProbe, "bad read -- file header");
     return getVexilFileVersion(preamble, generation, raster);
 }
 

@@ -1,13 +1,11 @@
 // The version of the library, and the probe that tells whether a file is one of ours.
 #pragma once
 
-#include "platform/Export.h"
-
 namespace Quillmoran {
 
 class IO;
 
-class QM_API Version
+class Version
 {
 public:
     static int getSDKMajorVersion();
@@ -21,7 +19,7 @@ public:
 
     // Looks at the first 16 bytes of a file. False, generation 0, when the magic is another one; else the
     // generation of the format. `raster` tells generations before the LiDAR format. A store or file that is
-    // shorter is 40003 "bad read -- file header".
+    // shorter is FileProbe "bad read -- file header".
     static bool getVexilFileVersion(const unsigned char* preamble, int& generation, bool& raster);
     static bool getVexilFileVersion(IO* io, int& generation, bool& raster);
     static bool getVexilFileVersion(const char* path, int& generation, bool& raster);

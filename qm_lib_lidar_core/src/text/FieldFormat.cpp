@@ -1,8 +1,8 @@
 #include "text/FieldFormat.h"
 
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
 #include "text/NumberParse.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cstring>
@@ -53,7 +53,7 @@ constexpr std::string_view quantizedLetters = "xyztT";
 
 [[noreturn]] void throwUnsupported(char letter)
 {
-    QM_THROW(40007, "'%c' is not a supported format token", letter);
+    QM_THROW(ErrorCode::InvalidArgument, "'%c' is not a supported format token", letter);
 }
 
 const Token& findToken(char letter)
@@ -107,7 +107,7 @@ void forEachName(std::string_view list, Visit visit)
 {
     forEachPart(list, ',', [&](std::string_view name) {
         if (name.empty())
-            QM_THROW(40007, "a name is missing in '%s'", std::string(list).c_str());
+            QM_THROW(ErrorCode::InvalidArgument, "a name is missing in '%s'", std::string(list).c_str());
         visit(name);
     });
 }
@@ -127,14 +127,15 @@ Listed parseListed(std::string_view entry)
     const std::size_t colon = entry.rfind(':');
     if (colon == std::string_view::npos || colon == 0) {
         const std::string name(entry);
-        QM_THROW(40007, "'%s' is not a standard channel; add its type, as in '%s:FLOAT64'", name.c_str(),
+        QM_THROW(ErrorCode::InvalidArgument,
+                 "'%s' is not a standard channel; add its type, as in '%s:FLOAT64'", name.c_str(),
                  name.c_str());
     }
     const std::string_view name = trimmed(entry.substr(0, colon));
     const std::string type(trimmed(entry.substr(colon + 1)));
     const DataType known = DataTypeUtils::toDataType(type.c_str());
     if (known == INVALID)
-        QM_THROW(40007, "'%s' is not a data type", type.c_str());
+        QM_THROW(ErrorCode::InvalidArgument, "'%s' is not a data type", type.c_str());
     const ChannelInfo* const standard = FieldFormat::findStandard(name);
     return {makeChannel(standard ? standard->getName() : name, known), true};
 }
@@ -178,13 +179,13 @@ void applyGroup(const std::string& group, PointInfo& layout)
 {
     const std::size_t at = group.find('@');
     if (at == std::string::npos)
-        QM_THROW(40007, "the quantization value is missing for '%s'", group.c_str());
+        QM_THROW(ErrorCode::InvalidArgument, "the quantization value is missing for '%s'", group.c_str());
     const char* const text = group.c_str() + at + 1;
     double value = 0;
     if (parseDouble(text, group.c_str() + group.size(), value) == text)
-        QM_THROW(40007, "could not parse quantization for '%s'", group.c_str());
+        QM_THROW(ErrorCode::InvalidArgument, "could not parse quantization for '%s'", group.c_str());
     if (value == 0)
-        QM_THROW(40007, "quantization for '%s' can not be zero", group.c_str());
+        QM_THROW(ErrorCode::InvalidArgument, "quantization for '%s' can not be zero", group.c_str());
     for (const char letter : group.substr(0, at)) {
         if (quantizedLetters.find(letter) == std::string_view::npos)
             throwUnsupported(letter);
@@ -198,7 +199,7 @@ void applyGroup(const std::string& group, PointInfo& layout)
 void parse(const char* format, PointInfo& out)
 {
     if (!format)
-        QM_THROW(40007, "format string not given");
+        QM_THROW(ErrorCode::InvalidArgument, "format string not given");
     PointInfo layout;
     layout.init(std::strlen(format));
     for (std::size_t i = 0; format[i] != '\0'; ++i) {
@@ -216,7 +217,8 @@ void parse(const char* format, PointInfo& out, const PointInfo& known)
         ChannelInfo& channel = layout.getChannel(i);
         const ChannelInfo* const same = known.getChannel(channel.getName());
         if (!same)
-            QM_THROW(40007, "'%s' is not in the input channel mapping", channel.getName());
+            QM_THROW(ErrorCode::InvalidArgument, "'%s' is not in the input channel mapping",
+                     channel.getName());
         channel.init(*same);
     }
     out = std::move(layout);

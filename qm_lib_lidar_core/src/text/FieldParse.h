@@ -1,7 +1,7 @@
 // One field of a text table as a sample of its channel.
 #pragma once
 
-#include "model/ChannelInfo.h"
+#include <vxunpack/ChannelInfo.h>
 
 #include <cstddef>
 #include <string>

@@ -1,8 +1,8 @@
 #include "text/LineReader.h"
 
-#include "framework/ProgressDelegate.h"
-#include "platform/Base.h"
 #include "platform/Interrupt.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <cstring>
 
@@ -26,7 +26,7 @@ void LineReader::init(IO* io, const std::string& name, ProgressDelegate* delegat
 bool LineReader::fill()
 {
     if (isInterrupted() || (m_delegate && m_delegate->getCancelled()))
-        QM_THROW(40006, "operation cancelled.");
+        QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
     const std::size_t kept = m_end - m_begin;
     if (m_begin != 0)
         std::memmove(m_buffer.data(), m_buffer.data() + m_begin, kept);
@@ -59,7 +59,7 @@ bool LineReader::next()
         return false;
     ++m_number;
     if (length > maxLength)
-        QM_THROW(40005, "%sline is longer than %zu bytes", location().c_str(), maxLength);
+        QM_THROW(ErrorCode::TextRead, "%sline is longer than %zu bytes", location().c_str(), maxLength);
     m_buffer[m_begin + length] = '\0';
     m_line = {m_buffer.data() + m_begin, length};
     constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";

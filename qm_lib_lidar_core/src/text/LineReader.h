@@ -1,7 +1,6 @@
 // Reads a file line by line, each line in place in a buffer that grows up to the longest line allowed.
 #pragma once
 
-#include "platform/Export.h"
 #include "platform/Stream.h"
 
 #include <cstddef>
@@ -14,7 +13,7 @@ namespace Quillmoran {
 
 class ProgressDelegate;
 
-class QM_API LineReader
+class LineReader
 {
 public:
     static constexpr std::size_t maxLength = std::size_t{1} << 20; // bytes of a line, without its newline
@@ -23,8 +22,8 @@ public:
     // whether to stop each time the buffer is filled.
     void init(IO* io, const std::string& name, ProgressDelegate* delegate);
 
-    // Goes to the next line; false at the end. 40005 "line is longer than 1048576 bytes", after the file's
-    // name and the number of the line; 40006 "operation cancelled.".
+    // Goes to the next line; false at the end. TextRead "line is longer than 1048576 bytes", after the file's
+    // name and the number of the line; Cancelled "operation cancelled.".
     bool next();
 
     // The present line without its newline and, in the first line, without a UTF-8 byte order mark; followed

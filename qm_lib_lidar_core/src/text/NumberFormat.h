@@ -6,8 +6,6 @@
 // maxFieldLength characters; what is longer is cut. The rest of those characters may be overwritten, too.
 #pragma once
 
-#include "platform/Export.h"
-
 #include <cstddef>
 #include <cstdint>
 
@@ -15,11 +13,11 @@ namespace Quillmoran {
 
 inline constexpr std::size_t maxFieldLength = 63;
 
-QM_API char* formatUnsigned(char* out, std::uint64_t value) noexcept;
-QM_API char* formatSigned(char* out, std::int64_t value) noexcept;
+char* formatUnsigned(char* out, std::uint64_t value) noexcept;
+char* formatSigned(char* out, std::int64_t value) noexcept;
 // "%.*f" with 1 to 15 decimals.
-QM_API char* formatFixed(char* out, double value, int decimals) noexcept;
+char* formatFixed(char* out, double value, int decimals) noexcept;
 // "%.*g" with 1 to 18 significant digits.
-QM_API char* formatGeneral(char* out, double value, int precision) noexcept;
+char* formatGeneral(char* out, double value, int precision) noexcept;
 
 } // namespace Quillmoran

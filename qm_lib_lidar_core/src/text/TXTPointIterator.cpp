@@ -1,10 +1,10 @@
 #include "text/TXTPointIterator.h"
 
-#include "framework/ProgressDelegate.h"
 #include "model/ChannelNames.h"
 #include "model/NameIndex.h"
-#include "platform/Base.h"
 #include "text/FieldFormat.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <cstring>
 #include <string_view>
@@ -59,11 +59,11 @@ void TXTPointIterator::init(IO* io, const std::string& name, const TextOptions& 
 void TXTPointIterator::bindFields(const PointInfo& fileLayout, const PointInfo& requested)
 {
     if (requested.getNumChannels() > fileLayout.getNumChannels())
-        QM_THROW(-1, "tring to extract more channels than fields");
+        QM_THROW(ErrorCode::General, "tring to extract more channels than fields");
     const auto parserOf = [this](DataType type) {
         const auto parser = FieldParse::get(type, m_strict);
         if (!parser)
-            QM_THROW(40011);
+            QM_THROW(ErrorCode::TextField);
         return parser;
     };
     const NameIndex columns(fileLayout);
@@ -72,9 +72,9 @@ void TXTPointIterator::bindFields(const PointInfo& fileLayout, const PointInfo& 
         const ChannelInfo& channel = requested.getChannel(i);
         const auto column = columns.find(channel.getName());
         if (!column)
-            QM_THROW(40012, "requesting channel not in the source");
+            QM_THROW(ErrorCode::NoSuchChannel, "requesting channel not in the source");
         if (channel.getDataType() != fileLayout.getChannel(*column).getDataType())
-            QM_THROW(40010);
+            QM_THROW(ErrorCode::ChannelType);
         Field& field = m_fields[*column];
         if (field.parser != FieldParse::skip)
             m_copies.push_back({field.channel, i});
@@ -96,7 +96,7 @@ const char* TXTPointIterator::skipSeparators(const char* text, std::size_t field
     std::size_t commas = field == 0 ? 1 : 0;
     for (; FieldParse::isSeparator(*text); ++text)
         if (*text == ',' && commas++ != 0 && m_strict)
-            QM_THROW(40005, "%sa field is empty",
+            QM_THROW(ErrorCode::TextRead, "%sa field is empty",
                      m_lines.location(static_cast<std::size_t>(text - m_lines.line().data()) + 1).c_str());
     return text;
 }
@@ -110,7 +110,7 @@ void TXTPointIterator::checkHeader(std::string_view line)
     if (m_header.empty())
         m_header = line;
     else if (m_header != line)
-        QM_THROW(40005, "%sthe columns differ from those of the first header line",
+        QM_THROW(ErrorCode::TextRead, "%sthe columns differ from those of the first header line",
                  m_lines.location().c_str());
 }
 
@@ -153,16 +153,16 @@ void TXTPointIterator::checkEnd(const char* text) const
     const std::string_view line = m_lines.line();
     const auto at = static_cast<std::size_t>(text - line.data());
     if (m_strict && *text == '\0' && at != line.size())
-        QM_THROW(40005, "%sline contains a NUL character", m_lines.location(at + 1).c_str());
+        QM_THROW(ErrorCode::TextRead, "%sline contains a NUL character", m_lines.location(at + 1).c_str());
 }
 
 void TXTPointIterator::throwBadField(std::size_t field, const char* text) const
 {
     if (m_name.empty() && !m_strict)
-        QM_THROW(40005, "bad TXT file format");
+        QM_THROW(ErrorCode::TextRead, "bad TXT file format");
     const std::string_view line = m_lines.line();
     const std::string location = m_lines.location(static_cast<std::size_t>(text - line.data()) + 1);
-    QM_THROW(40005, "%s%s", location.c_str(),
+    QM_THROW(ErrorCode::TextRead, "%s%s", location.c_str(),
              FieldParse::explain(text, line.data() + line.size(), m_layout.getChannel(field)).c_str());
 }
 
@@ -170,14 +170,14 @@ void TXTPointIterator::throwTooLarge(const Field& field, const char* text, const
 {
     const auto index = static_cast<std::size_t>(&field - m_fields.data());
     const std::string location = m_lines.location(static_cast<std::size_t>(text - m_lines.line().data()) + 1);
-    QM_THROW(40005, "%s%s does not fit %s (0 to %d)", location.c_str(), std::string(text, after).c_str(),
-             m_layout.getChannel(index).getName(), field.largest);
+    QM_THROW(ErrorCode::TextRead, "%s%s does not fit %s (0 to %d)", location.c_str(),
+             std::string(text, after).c_str(), m_layout.getChannel(index).getName(), field.largest);
 }
 
 void TXTPointIterator::throwWrongCount(std::size_t numFields, const char* text) const
 {
     if (m_name.empty() && !m_strict)
-        QM_THROW(40005, "line %lu has %lu fields but was expecting at least %lu.",
+        QM_THROW(ErrorCode::TextRead, "line %lu has %lu fields but was expecting at least %lu.",
                  static_cast<unsigned long>(m_numLines), static_cast<unsigned long>(numFields),
                  static_cast<unsigned long>(m_fields.size()));
     const auto column = static_cast<std::size_t>(text - m_lines.line().data()) + 1;
@@ -187,8 +187,8 @@ void TXTPointIterator::throwWrongCount(std::size_t numFields, const char* text) 
         while (FieldParse::isSeparator(*text))
             ++text;
     }
-    QM_THROW(40005, "%s%s, expected %zu", m_lines.location(column).c_str(), countOf(numFields).c_str(),
-             m_fields.size());
+    QM_THROW(ErrorCode::TextRead, "%s%s, expected %zu", m_lines.location(column).c_str(),
+             countOf(numFields).c_str(), m_fields.size());
 }
 
 void TXTPointIterator::reportLines()
@@ -214,7 +214,7 @@ std::size_t TXTPointIterator::getNextPoints(PointData& buffer)
             ++count;
         if (m_numLines % reportInterval == 0 && getDelegate()) {
             if (getDelegate()->getCancelled())
-                QM_THROW(40006, "operation cancelled.");
+                QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
             reportLines();
         }
     }

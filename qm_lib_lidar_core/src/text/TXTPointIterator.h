@@ -1,10 +1,10 @@
 // Reads a text table line by line for one query of TXTPointReader. It has a stream of its own over the file.
 #pragma once
 
-#include "framework/PointIterator.h"
 #include "text/FieldParse.h"
 #include "text/LineReader.h"
-#include "text/TextOptions.h"
+#include <vxunpack/PointIterator.h>
+#include <vxunpack/TextOptions.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -24,8 +24,8 @@ public:
     void init(IO* io, const std::string& name, const TextOptions& options, const Bounds& bounds,
               double fraction, const PointInfo& requested, ProgressDelegate* delegate);
 
-    // The buffer must have the requested layout. 40005 "line %lu has %lu fields but was expecting at least
-    // %lu." (lines are counted from 1 after the skipped ones) and "bad TXT file format", 40006 "operation
+    // The buffer must have the requested layout. TextRead "line %lu has %lu fields but was expecting at least
+    // %lu." (lines are counted from 1 after the skipped ones) and "bad TXT file format", Cancelled "operation
     // cancelled.". A line without fields is skipped; so is the rest of a line after the last field, unless
     // the options are strict.
     std::size_t getNextPoints(PointData& buffer) override;

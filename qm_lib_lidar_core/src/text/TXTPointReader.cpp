@@ -1,13 +1,13 @@
-#include "text/TXTPointReader.h"
+#include <vxunpack/TXTPointReader.h>
 
-#include "framework/ProgressDelegate.h"
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
-#include "platform/FileIO.h"
 #include "platform/Stream.h"
 #include "text/FieldFormat.h"
 #include "text/LineReader.h"
 #include "text/TXTPointIterator.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/FileIO.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
 #include <iterator>
@@ -23,7 +23,7 @@ constexpr std::size_t sampleSize = 4096;    // bytes that tell how long a file's
 PointInfo parseGivenFormat(const char* format)
 {
     if (!format || *format == '\0')
-        QM_THROW(40007, "format string not given");
+        QM_THROW(ErrorCode::InvalidArgument, "format string not given");
     PointInfo layout;
     FieldFormat::parse(format, layout);
     return layout;
@@ -61,7 +61,7 @@ TXTPointReader* TXTPointReader::create()
 void TXTPointReader::init(IO* io, const std::string& name, const TextOptions& options)
 {
     if (!io)
-        QM_THROW(40007, "io is NULL");
+        QM_THROW(ErrorCode::InvalidArgument, "io is NULL");
     const Extent extent = options.scanNow ? scan(io, name, options) : estimate(io);
     TextOptions kept = options;
     std::string keptName = name;
@@ -140,7 +140,7 @@ void TXTPointReader::parseQuantization(const char* text, PointInfo& layout)
 TXTPointReader::Extent TXTPointReader::scan(IO* io, const std::string& name, const TextOptions& options)
 {
     if (!options.layout.hasValidXYZ())
-        QM_THROW(40007, "must have x, y, and z channels");
+        QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
     const char* const names[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
     // Strictly all columns are looked at, so that what a later query would refuse is refused now.
     PointInfo wanted;

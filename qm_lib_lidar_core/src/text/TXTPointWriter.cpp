@@ -1,12 +1,12 @@
-#include "text/TXTPointWriter.h"
+#include <vxunpack/TXTPointWriter.h>
 
-#include "framework/ProgressDelegate.h"
 #include "model/NameIndex.h"
 #include "platform/ParallelLoop.h"
 #include "text/FieldFormat.h"
 #include "text/NumberFormat.h"
 #include "text/Printable.h"
 #include "text/TextDecimals.h"
+#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
 #include <cmath>
@@ -154,7 +154,7 @@ TXTPointWriter::Formatter TXTPointWriter::getWriter(const ChannelInfo& channel, 
     case INVALID:
         break;
     }
-    QM_THROW(40011);
+    QM_THROW(ErrorCode::TextField);
 }
 
 void TXTPointWriter::writeBegin(const PointInfo& layout)
@@ -182,7 +182,7 @@ void TXTPointWriter::startQueue()
     m_queue.emplace(
         [this](const Slice& slice) {
             if (m_stream.write(slice.text.get(), slice.size) != slice.size)
-                QM_THROW(40002, "write error");
+                QM_THROW(ErrorCode::Write, "write error");
         },
         numSlices + numWaitingSlices);
 }
@@ -211,7 +211,7 @@ void TXTPointWriter::writeHeader()
     }
     header += '\n';
     if (!m_stream.put_str(header.data(), header.size()))
-        QM_THROW(40002, "write error");
+        QM_THROW(ErrorCode::Write, "write error");
 }
 
 void TXTPointWriter::writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate)
@@ -219,7 +219,7 @@ void TXTPointWriter::writePoints(const PointData& block, std::size_t count, Prog
     if (delegate) {
         delegate->updateCompleted(0, activity);
         if (delegate->getCancelled())
-            QM_THROW(40006, "TXT Write operation cancelled.");
+            QM_THROW(ErrorCode::Cancelled, "TXT Write operation cancelled.");
     }
     for (Column& column : m_columns)
         column.samples = block.getChannel(column.channel).getData();

@@ -4,7 +4,7 @@
 // record they are printed as they were read, 411.190. Programs that do not know the record ignore it.
 #pragma once
 
-#include "framework/Metadata.h"
+#include <vxunpack/Metadata.h>
 
 #include <map>
 #include <string>
@@ -14,9 +14,9 @@ namespace Quillmoran::TextDecimals {
 inline constexpr int most = 12;
 
 // One record per channel: the key "TextDecimals", the channel as description, the number as value.
-QM_API void add(Metadata& metadata, const char* channel, int decimals);
+void add(Metadata& metadata, const char* channel, int decimals);
 // The numbers by channel, each 1 to `most`; records with other values are ignored.
-QM_API std::map<std::string, int> read(const Metadata& metadata);
-QM_API void remove(Metadata& metadata);
+std::map<std::string, int> read(const Metadata& metadata);
+void remove(Metadata& metadata);
 
 } // namespace Quillmoran::TextDecimals

@@ -4,8 +4,7 @@
 // "A class of fast algorithms for the Peano-Hilbert space-filling curve", 1994.
 #pragma once
 
-#include "model/Bounds.h"
-#include "platform/Export.h"
+#include <vxunpack/Bounds.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -14,11 +13,11 @@ namespace Quillmoran {
 
 // The place of a cell of a square of 2^32 by 2^32 on the curve, which begins at (0, 0) and ends at the other
 // end of the x axis.
-QM_API std::uint64_t getHilbertKey(std::uint32_t x, std::uint32_t y) noexcept;
+std::uint64_t getHilbertKey(std::uint32_t x, std::uint32_t y) noexcept;
 
 // Lays the square over coordinates. What lies outside belongs to the nearest cell of its edge, what is not a
 // number to the first cell of its axis: every point has a key.
-class QM_API HilbertGrid
+class HilbertGrid
 {
 public:
     // Covers the part of `known` inside the box. Where that is nothing or has no end, the square is one that

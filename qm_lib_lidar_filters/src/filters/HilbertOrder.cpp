@@ -1,9 +1,9 @@
-#include "filters/HilbertOrder.h"
+#include <vxunpack/HilbertOrder.h>
 
 #include "filters/HilbertCurve.h"
 #include "filters/PointRows.h"
-#include "framework/ProgressDelegate.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
 #include <mutex>
@@ -26,7 +26,7 @@ std::size_t getBlockPoints(const PointRows& format)
 void checkCancelled(ProgressDelegate* delegate)
 {
     if (delegate && delegate->getCancelled())
-        QM_THROW(40006, "operation cancelled.");
+        QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "filters/MergeRules.h"
-#include "framework/PointSource.h"
+#include <vxunpack/PointSource.h>
 
 namespace Quillmoran {
 

@@ -2,7 +2,7 @@
 
 #include "model/ChannelNames.h"
 #include "model/SampleConversion.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cmath>
@@ -96,8 +96,8 @@ bool isNewer(const PointInfo& layout)
 
 [[noreturn]] void throwDoesNotFit(const char* channel)
 {
-    QM_THROW(40010, "channel '%s' does not fit the joined layout; an index needs an update (vxindex -u)",
-             channel);
+    QM_THROW(ErrorCode::ChannelType,
+             "channel '%s' does not fit the joined layout; an index needs an update (vxindex -u)", channel);
 }
 
 std::optional<Origin> findTime(const PointInfo& source, const NameIndex& names, const Target& target,

@@ -28,8 +28,8 @@
 #pragma once
 
 #include "model/NameIndex.h"
-#include "model/PointData.h"
-#include "model/PointInfo.h"
+#include <vxunpack/PointData.h>
+#include <vxunpack/PointInfo.h>
 
 #include <cstddef>
 #include <optional>
@@ -57,7 +57,7 @@ private:
 };
 
 // The channels of a source as they appear in a union: with a GPS week, GPSTime is GPSTime_Adjusted.
-QM_API PointInfo renameClocks(const PointInfo& layout, const std::optional<int>& gpsWeek);
+PointInfo renameClocks(const PointInfo& layout, const std::optional<int>& gpsWeek);
 
 // The union of two channels of the same name: a type that holds the values of both, the integer type of the
 // larger size (signed if either is), FLOAT64 if no integer does; the larger number of bits; the quantization
@@ -92,7 +92,7 @@ struct Origin
 
 // Finds the origin of a channel of `target` in a source; none if the source lacks it. A source that cannot be
 // read in the target without changing what its samples mean (one that was replaced since the target was made)
-// is 40010 "channel '%s' does not fit the joined layout; an index needs an update (vxindex -u)". `names` are
+// is ChannelType "channel '%s' does not fit the joined layout; an index needs an update (vxindex -u)". `names` are
 // those of `source`.
 std::optional<Origin> findOrigin(const PointInfo& source, const NameIndex& names, const Target& target,
                                  const char* channel);

@@ -1,12 +1,12 @@
-#include "filters/MosaicFilter.h"
+#include <vxunpack/MosaicFilter.h>
 
 #include "filters/LayoutAdapter.h"
 #include "filters/MergeRules.h"
 #include "filters/SharedMetadata.h"
-#include "framework/ProgressDelegate.h"
 #include "index/MemoryRTree.h"
 #include "model/NameIndex.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <cstring>
 
@@ -14,7 +14,7 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr int misfitError = 40010; // of MergeRules::findOrigin()
+constexpr ErrorCode misfitError = ErrorCode::ChannelType; // of MergeRules::findOrigin()
 
 // The box by which a source is found. A side that is not known, as in a file without an index, is open.
 Bounds getSearchBox(const Bounds& bounds)
@@ -31,7 +31,7 @@ void checkChannels(const PointInfo& known, const PointInfo& layout)
     const NameIndex names(known);
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i)
         if (!names.find(layout.getChannel(i).getName()))
-            QM_THROW(40012, "requesting channel not in the source");
+            QM_THROW(ErrorCode::NoSuchChannel, "requesting channel not in the source");
 }
 
 } // namespace
@@ -78,7 +78,7 @@ private:
         m_points.reset();
         m_source.reset();
         if (getDelegate() && getDelegate()->getCancelled())
-            QM_THROW(40006, "operation cancelled.");
+            QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
         // The widened box, as the sources use it: a point that rounds into the query is not lost.
         std::int64_t index = 0;
         if (!m_walk || !m_walk->next(getBounds(), index))
@@ -87,7 +87,7 @@ private:
         try {
             read(m_manager->createPointSource(source));
         } catch (Error& error) {
-            if (error.error() == misfitError && !std::strstr(error.what(), " path = "))
+            if (error.code() == misfitError && !std::strstr(error.what(), " path = "))
                 error(" path = %s", m_manager->getSourceName(source).c_str());
             throw;
         }

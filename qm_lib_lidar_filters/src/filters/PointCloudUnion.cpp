@@ -1,10 +1,10 @@
 #include "filters/PointCloudUnion.h"
 
 #include "filters/MergeRules.h"
-#include "framework/PointSource.h"
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
 #include "platform/CheckedMath.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/PointSource.h>
 
 #include <algorithm>
 #include <cstring>
@@ -78,7 +78,7 @@ void PointCloudUnion::checkClocks(const PointInfo& layout, const std::string& fi
     };
     for (std::size_t i = 0; i < m_clockFiles.size(); ++i)
         if (i != clock && !m_clockFiles[i].empty())
-            QM_THROW(40007,
+            QM_THROW(ErrorCode::InvalidArgument,
                      "the files hold different GPS times: %s, %s; give the GPS week to convert week time "
                      "(-gpsWeek)",
                      describe(m_clockFiles[i], i).c_str(), describe(file, clock).c_str());

@@ -12,7 +12,7 @@
 // A cloud without points adds its channels, its coordinate system and its class names alone.
 #pragma once
 
-#include "framework/PointCloudInfo.h"
+#include <vxunpack/PointCloudInfo.h>
 
 #include <array>
 #include <map>
@@ -29,7 +29,7 @@ struct NamedCoordinateSystem
     std::string file;
 };
 
-class QM_API PointCloudUnion
+class PointCloudUnion
 {
 public:
     // Different texts that are kept. The next one is kept without its text and so counts as another system.
@@ -38,7 +38,7 @@ public:
     // With a GPS week, week time becomes adjusted time (see MergeRules.h), and both clocks may be added.
     explicit PointCloudUnion(const std::optional<int>& gpsWeek = std::nullopt);
 
-    // `file` is the name that messages give the cloud. 40007 "... hold different GPS times ..." when it has
+    // `file` is the name that messages give the cloud. InvalidArgument "... hold different GPS times ..." when it has
     // another clock than a cloud added before; the union is then unchanged.
     void add(const PointCloudInfo& cloud, const std::string& file);
 

@@ -1,6 +1,6 @@
 #include "filters/PointRows.h"
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <cstring>
 
@@ -29,7 +29,7 @@ PointRows::PointRows(const PointInfo& layout)
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const DataType type = layout.getChannel(i).getDataType();
         if (!DataTypeUtils::isKnown(type))
-            QM_THROW(-1, "unsupported datatype");
+            QM_THROW(ErrorCode::General, "unsupported datatype");
         m_types.push_back(type);
         m_rowSize += DataTypeUtils::getSize(type);
     }
@@ -38,10 +38,10 @@ PointRows::PointRows(const PointInfo& layout)
 void PointRows::checkLayout(const PointData& block) const
 {
     if (block.getNumChannels() != m_types.size())
-        QM_THROW(40007, "number of channels must the same");
+        QM_THROW(ErrorCode::InvalidArgument, "number of channels must the same");
     for (std::size_t i = 0; i < m_types.size(); ++i)
         if (block.getChannel(i).getDataType() != m_types[i])
-            QM_THROW(40007, "datatype are not the same");
+            QM_THROW(ErrorCode::InvalidArgument, "datatype are not the same");
 }
 
 void PointRows::pack(unsigned char* rows, const PointData& block, std::size_t first, std::size_t count) const

@@ -2,7 +2,7 @@
 // moved one by one, as a sort does.
 #pragma once
 
-#include "model/PointData.h"
+#include <vxunpack/PointData.h>
 
 #include <cstddef>
 #include <vector>
@@ -18,7 +18,7 @@ public:
     std::size_t getRowSize() const noexcept { return m_rowSize; }
 
     // Both move `count` points between rows and a block from index `first` on. The block must hold them and
-    // have the layout: 40007 "number of channels must the same", "datatype are not the same".
+    // have the layout: InvalidArgument "number of channels must the same", "datatype are not the same".
     void pack(unsigned char* rows, const PointData& block, std::size_t first, std::size_t count) const;
     void unpack(PointData& block, std::size_t first, const unsigned char* rows, std::size_t count) const;
 

@@ -1,7 +1,7 @@
-#include "filters/QuantizeFilter.h"
+#include <vxunpack/QuantizeFilter.h>
 
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <cmath>
 #include <utility>
@@ -61,7 +61,7 @@ void QuantizeFilter::init(PointSource* source, const double* steps)
     const double* const offset = source->getOffset();
     for (int axis = 0; axis < 3; ++axis) {
         if (!(steps[axis] > 0) || !std::isfinite(steps[axis]))
-            QM_THROW(40007, "a step must be above 0: %g", steps[axis]);
+            QM_THROW(ErrorCode::InvalidArgument, "a step must be above 0: %g", steps[axis]);
         m_scale[axis] = steps[axis];
         m_offset[axis] = offset ? offset[axis] : 0;
         if (ChannelInfo* channel = m_info.getChannel(names[axis]))

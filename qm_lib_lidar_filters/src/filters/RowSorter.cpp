@@ -114,7 +114,7 @@ void RowSorter::writeRun()
 void RowSorter::put(const void* bytes, std::size_t size)
 {
     if (m_writer.write(bytes, size) != size)
-        QM_THROW(40002, "write error");
+        QM_THROW(ErrorCode::Write, "write error");
 }
 
 // Neighbours are merged, so that the order of the runs stays that of their rows, and no more of them than

@@ -6,8 +6,8 @@
 #pragma once
 
 #include "filters/RunMerge.h"
-#include "platform/FileIO.h"
-#include "platform/Object.h"
+#include <vxunpack/FileIO.h>
+#include <vxunpack/Object.h>
 
 #include <cstddef>
 #include <cstdint>

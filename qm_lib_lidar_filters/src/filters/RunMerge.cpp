@@ -36,7 +36,7 @@ bool RunMerge::load(std::size_t run, Head& head)
         return false;
     unsigned char* const record = recordOf(run);
     if (from.stream.read(record, m_recordSize) != m_recordSize)
-        QM_THROW(40003, "bad read -- temporary file");
+        QM_THROW(ErrorCode::FileProbe, "bad read -- temporary file");
     --from.remaining;
     std::memcpy(&head.key, record, sizeof head.key);
     return true;

@@ -23,7 +23,7 @@ public:
     RunMerge(IO* io, const RecordRun* runs, std::size_t numRuns, std::size_t recordSize,
              std::size_t bufferBytes);
 
-    // The next record, which stays until the next call; null at the end. 40003 "bad read -- temporary file"
+    // The next record, which stays until the next call; null at the end. FileProbe "bad read -- temporary file"
     // when the file is shorter than its runs.
     const unsigned char* next();
 

@@ -1,7 +1,7 @@
 // The metadata records that describe a set of point clouds as they describe each of its members.
 #pragma once
 
-#include "framework/Metadata.h"
+#include <vxunpack/Metadata.h>
 
 namespace Quillmoran {
 

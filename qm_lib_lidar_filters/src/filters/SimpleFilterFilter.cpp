@@ -1,6 +1,6 @@
-#include "filters/SimpleFilterFilter.h"
+#include <vxunpack/SimpleFilterFilter.h>
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -92,7 +92,8 @@ SimpleFilterFilter* SimpleFilterFilter::create()
 void SimpleFilterFilter::init(PointSource* source, const char* channelName, bool include)
 {
     if (!source->hasChannel(channelName))
-        QM_THROW(40007, "the point source does not have channel: '%s'", channelName ? channelName : "");
+        QM_THROW(ErrorCode::InvalidArgument, "the point source does not have channel: '%s'",
+                 channelName ? channelName : "");
     PointFilter::init(source);
     m_channelName = channelName;
     m_include = include;
@@ -125,7 +126,7 @@ PointIterator* SimpleFilterFilter::createIterator(const Bounds& bounds, double f
     case SINT32:
         return make(std::int32_t{});
     default:
-        QM_THROW(-1, "unsupported datatype");
+        QM_THROW(ErrorCode::General, "unsupported datatype");
     }
 }
 

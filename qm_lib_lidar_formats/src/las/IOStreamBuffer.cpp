@@ -33,7 +33,7 @@ std::size_t IOStreamBuffer::fill()
     }
     const std::size_t got = m_io.pread(m_position, m_buffer.get(), m_walk.allow(m_position, bufferSize));
     if (got == 0)
-        QM_THROW(40602, "the file ends within its points");
+        QM_THROW(ErrorCode::LASRead, "the file ends within its points");
     return got;
 }
 

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "las/LASzipChunks.h"
-#include "platform/Base.h"
-#include "platform/IO.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/IO.h>
 
 #include <cstdint>
 #include <exception>

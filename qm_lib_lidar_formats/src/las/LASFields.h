@@ -5,7 +5,7 @@
 #pragma once
 
 #include "las/LASPointFormat.h"
-#include "model/PointInfo.h"
+#include <vxunpack/PointInfo.h>
 
 #include <array>
 #include <cstddef>

@@ -2,9 +2,9 @@
 // layout, the metadata and the coordinate system of what is written.
 #pragma once
 
-#include "framework/Metadata.h"
 #include "las/LASHeader.h"
-#include "model/PointInfo.h"
+#include <vxunpack/Metadata.h>
+#include <vxunpack/PointInfo.h>
 
 #include <cstddef>
 #include <vector>

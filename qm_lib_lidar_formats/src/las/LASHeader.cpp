@@ -1,7 +1,7 @@
 #include "las/LASHeader.h"
 
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cmath>
@@ -117,7 +117,7 @@ void visitLaterVersions(Field& field, Header& header)
 
 [[noreturn]] void throwBad(const char* what)
 {
-    QM_THROW(40602, "bad LAS header: %s", what);
+    QM_THROW(ErrorCode::LASRead, "bad LAS header: %s", what);
 }
 
 void check(const LASHeader& header, std::size_t bytesRead)
@@ -125,13 +125,14 @@ void check(const LASHeader& header, std::size_t bytesRead)
     const bool known = header.versionMajor == 1 && header.versionMinor <= 4;
     const bool unset = header.versionMajor == 0 && header.versionMinor == 0;
     if (!known && !unset)
-        QM_THROW(40602, "bad LAS header: unknown version %d.%d", header.versionMajor, header.versionMinor);
+        QM_THROW(ErrorCode::LASRead, "bad LAS header: unknown version %d.%d", header.versionMajor,
+                 header.versionMinor);
     if (header.headerSize < LASHeader::sizeOfVersion(header.versionMinor))
         throwBad("the header size is too small for the version");
     if (bytesRead < LASHeader::sizeOfVersion(header.versionMinor))
         throwBad("the file is too short");
     if (header.pointFormat.number > LASPointFormat::last)
-        QM_THROW(40602, "bad LAS header: unknown point format %d", header.pointFormat.number);
+        QM_THROW(ErrorCode::LASRead, "bad LAS header: unknown point format %d", header.pointFormat.number);
     if (header.recordLength < header.pointFormat.recordLength())
         throwBad("the point record length is too small for the point format");
     if (header.pointDataOffset < header.headerSize)
@@ -140,9 +141,11 @@ void check(const LASHeader& header, std::size_t bytesRead)
         // A negative scale would turn the bounds over.
         constexpr char names[] = "xyz";
         if (!(header.scale[axis] > 0) || std::isinf(header.scale[axis]))
-            QM_THROW(40602, "bad LAS header: the %c scale is %g", names[axis], header.scale[axis]);
+            QM_THROW(ErrorCode::LASRead, "bad LAS header: the %c scale is %g", names[axis],
+                     header.scale[axis]);
         if (!std::isfinite(header.offset[axis]))
-            QM_THROW(40602, "bad LAS header: the %c offset is %g", names[axis], header.offset[axis]);
+            QM_THROW(ErrorCode::LASRead, "bad LAS header: the %c offset is %g", names[axis],
+                     header.offset[axis]);
     }
 }
 

@@ -3,8 +3,7 @@
 #pragma once
 
 #include "las/LASPointFormat.h"
-#include "platform/Export.h"
-#include "platform/IO.h"
+#include <vxunpack/IO.h>
 
 #include <array>
 #include <cstdint>
@@ -13,7 +12,7 @@
 
 namespace Quillmoran {
 
-struct QM_API LASHeader
+struct LASHeader
 {
     static constexpr std::size_t textBytes = 32; // of the two names
     static constexpr std::size_t legacyReturns = 5;
@@ -63,7 +62,7 @@ struct QM_API LASHeader
     std::array<std::uint64_t, maxReturns> pointsByReturn{};
 
     // Reads and checks the block: signature, a version from 1.0 to 1.4 (or the 0.0 that some writers leave),
-    // header and record sizes that hold their fields, points that begin behind the header. 40602 "bad LAS
+    // header and record sizes that hold their fields, points that begin behind the header. LASRead "bad LAS
     // header: ..." else.
     void read(const IO& io);
     // The block as it stands in a file, headerSize bytes.

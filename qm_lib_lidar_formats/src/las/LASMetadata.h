@@ -7,9 +7,9 @@
 //   blob
 #pragma once
 
-#include "framework/Metadata.h"
 #include "las/LASHeader.h"
 #include "las/LASVariableRecords.h"
+#include <vxunpack/Metadata.h>
 
 #include <optional>
 #include <string>

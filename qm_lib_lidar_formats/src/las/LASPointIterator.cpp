@@ -1,8 +1,8 @@
 #include "las/LASPointIterator.h"
 
-#include "framework/ProgressDelegate.h"
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
 
@@ -29,9 +29,9 @@ void LASPointIterator::init(IO* io, const LASHeader& header, const LASzipChunks&
         const ChannelInfo& wanted = layout.getChannel(i);
         const auto field = LASFields::find(header.pointFormat, wanted.getName());
         if (!field || !channels.hasChannel(wanted.getName()))
-            QM_THROW(40012, "requesting channel not in the source");
+            QM_THROW(ErrorCode::NoSuchChannel, "requesting channel not in the source");
         if (wanted.getDataType() != field->type)
-            QM_THROW(40010, "channel '%s' has another type in the source", wanted.getName());
+            QM_THROW(ErrorCode::ChannelType, "channel '%s' has another type in the source", wanted.getName());
         m_fields.push_back(*field);
     }
     for (std::size_t axis = 0; axis < 3; ++axis)
@@ -54,7 +54,7 @@ bool LASPointIterator::refill()
     if (m_remaining == 0)
         return false;
     if (getDelegate() && getDelegate()->getCancelled())
-        QM_THROW(40006, "operation cancelled.");
+        QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
     const auto count =
         static_cast<std::size_t>(std::min<std::int64_t>(m_remaining, static_cast<std::int64_t>(m_sliceSize)));
     m_reader->read(m_records.data(), count);

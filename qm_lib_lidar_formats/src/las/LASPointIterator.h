@@ -2,9 +2,9 @@
 // takes over the wanted channels of the points that lie in the box and that the sampling takes.
 #pragma once
 
-#include "framework/PointIterator.h"
 #include "las/LASFields.h"
 #include "las/LASRecordReader.h"
+#include <vxunpack/PointIterator.h>
 
 #include <cstdint>
 #include <memory>
@@ -21,7 +21,7 @@ public:
     void init(IO* io, const LASHeader& header, const LASzipChunks& chunks, const PointInfo& channels,
               const Bounds& bounds, double fraction, const PointInfo& layout, ProgressDelegate* delegate);
 
-    // Asks the delegate once per slice: 40006 "operation cancelled.".
+    // Asks the delegate once per slice: Cancelled "operation cancelled.".
     std::size_t getNextPoints(PointData& buffer) override;
 
 private:

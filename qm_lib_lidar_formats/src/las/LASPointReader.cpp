@@ -1,13 +1,13 @@
-#include "las/LASPointReader.h"
+#include <vxunpack/LASPointReader.h>
 
 #include "las/LASFields.h"
 #include "las/LASMetadata.h"
 #include "las/LASPointIterator.h"
 #include "las/LASzipRecord.h"
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
-#include "platform/FileIO.h"
 #include "platform/OpenIO.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/FileIO.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -41,9 +41,9 @@ void LASPointReader::init(const char* path, bool openFullWaveform)
     try {
         open(openFullWaveform);
     } catch (const Error& error) {
-        if (error.error() == waveformError)
+        if (error.code() == ErrorCode::Waveforms)
             throw;
-        QM_THROW(40606, "Failed to create LASReader for path = '%s': %s", path, error.what());
+        QM_THROW(ErrorCode::LASOpen, "Failed to create LASReader for path = '%s': %s", path, error.what());
     }
     setDescription();
 }
@@ -53,7 +53,7 @@ void LASPointReader::open(bool openFullWaveform)
     const OpenIO io(m_io.get());
     m_header.read(*io);
     if (m_header.pointFormat.hasWaveform() && !openFullWaveform)
-        QM_THROW(waveformError,
+        QM_THROW(ErrorCode::Waveforms,
                  "Input LAS/LAZ file contains waveform data.  This is not currently supported.");
     checkSize();
     m_records = readLASVariableRecords(*io, m_header);
@@ -68,13 +68,13 @@ void LASPointReader::checkSize() const
     const std::int64_t begin = m_header.pointDataOffset;
     const std::uint64_t count = m_header.getPointCount();
     if (begin > size)
-        QM_THROW(40602, "the file ends before its points");
+        QM_THROW(ErrorCode::LASRead, "the file ends before its points");
     if (count > static_cast<std::uint64_t>(INT64_MAX) - 1)
-        QM_THROW(40602, "bad LAS header: the number of points is too large");
+        QM_THROW(ErrorCode::LASRead, "bad LAS header: the number of points is too large");
     const std::uint64_t whole = static_cast<std::uint64_t>(size - begin) / m_header.recordLength;
     if (!m_header.compressed && count > whole)
-        QM_THROW(40602, "the file ends after %llu of %llu points", static_cast<unsigned long long>(whole),
-                 static_cast<unsigned long long>(count));
+        QM_THROW(ErrorCode::LASRead, "the file ends after %llu of %llu points",
+                 static_cast<unsigned long long>(whole), static_cast<unsigned long long>(count));
 }
 
 void LASPointReader::openCompressed()
@@ -86,9 +86,9 @@ void LASPointReader::openCompressed()
     };
     records.erase(std::remove_if(records.begin(), records.end(), isOther), records.end());
     if (records.empty())
-        QM_THROW(40602, "the file says that it is compressed, and not how");
+        QM_THROW(ErrorCode::LASRead, "the file says that it is compressed, and not how");
     if (records.size() > 1)
-        QM_THROW(40602, "the file says more than once how it is compressed");
+        QM_THROW(ErrorCode::LASRead, "the file says more than once how it is compressed");
     const std::vector<unsigned char> value = readLASRecordValue(*m_io, records.front());
     m_chunks = LASzipChunks::find(*m_io, m_header, readLASzipRecord(value, m_header));
     m_chunks.head = makeLASzipHead(m_header, value);

@@ -1,9 +1,9 @@
-#include "las/LASPointWriter.h"
+#include <vxunpack/LASPointWriter.h>
 
-#include "framework/ProgressDelegate.h"
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
 #include <cmath>
@@ -95,7 +95,7 @@ void LASPointWriter::chooseColumns(const PointInfo& layout)
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const ChannelInfo& channel = layout.getChannel(i);
         if (!LASFields::isKnown(channel.getName()))
-            QM_THROW(40607, "invalid LAS field: %s", channel.getName());
+            QM_THROW(ErrorCode::NotRepresentable, "invalid LAS field: %s", channel.getName());
         const auto field = LASFields::find(m_header.pointFormat, channel.getName());
         if (!field)
             continue;
@@ -134,9 +134,9 @@ void LASPointWriter::openOutput(const std::vector<unsigned char>& records)
         writeBytes(0, m_header.write());
         writeBytes(m_header.headerSize, records);
     } catch (const Error& error) {
-        if (error.error() == 40610)
+        if (error.code() == ErrorCode::OutputCreate)
             throw;
-        QM_THROW(40610, "Unable to create output %s. %s", m_path.c_str(), error.what());
+        QM_THROW(ErrorCode::OutputCreate, "Unable to create output %s. %s", m_path.c_str(), error.what());
     }
 }
 
@@ -145,7 +145,7 @@ void LASPointWriter::writePoints(const PointData& block, std::size_t count, Prog
     if (delegate) {
         delegate->updateCompleted(0, activity);
         if (delegate->getCancelled())
-            QM_THROW(40006, "LAS Write operation cancelled.");
+            QM_THROW(ErrorCode::Cancelled, "LAS Write operation cancelled.");
     }
     m_total += count;
     throwIfTooMany();
@@ -159,7 +159,7 @@ void LASPointWriter::writePoints(const PointData& block, std::size_t count, Prog
             m_queue->put(std::move(slice));
         }
     } catch (const Error& error) {
-        QM_THROW(40601, "Unable to write point: %s", error.what());
+        QM_THROW(ErrorCode::PointWrite, "Unable to write point: %s", error.what());
     }
     if (!fits)
         throwOutOfRange(block, count);
@@ -181,21 +181,21 @@ void LASPointWriter::throwOutOfRange(const PointData& block, std::size_t count) 
         if (found == end)
             continue;
         if (!std::isfinite(*found))
-            QM_THROW(40607, "%s: LAS cannot hold the %s coordinate %g", m_path.c_str(), column.field.channel,
-                     *found);
+            QM_THROW(ErrorCode::NotRepresentable, "%s: LAS cannot hold the %s coordinate %g", m_path.c_str(),
+                     column.field.channel, *found);
         QM_THROW(
-            40607,
+            ErrorCode::NotRepresentable,
             "%s: the %s coordinate %.15g does not fit into 32 bits with the scale %g and the offset %.15g; "
             "use a coarser scale (-sc) or a nearer offset (-ofs)",
             m_path.c_str(), column.field.channel, *found, grid.scale, grid.offset);
     }
-    QM_THROW(40607, "%s: a coordinate does not fit into 32 bits", m_path.c_str());
+    QM_THROW(ErrorCode::NotRepresentable, "%s: a coordinate does not fit into 32 bits", m_path.c_str());
 }
 
 void LASPointWriter::throwIfTooMany() const
 {
     if (m_total > mostLegacyPoints && m_header.versionMinor <= 3)
-        QM_THROW(40607, "Attempt to write 2 ^ 32 or more points to a LAS file.");
+        QM_THROW(ErrorCode::NotRepresentable, "Attempt to write 2 ^ 32 or more points to a LAS file.");
 }
 
 bool LASPointWriter::packSlice(Slice& slice, const PointData& block, std::size_t first)
@@ -268,7 +268,7 @@ void LASPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
         m_queue->finish();
         m_writer->finish();
     } catch (const Error& error) {
-        QM_THROW(40601, "Unable to write point: %s", error.what());
+        QM_THROW(ErrorCode::PointWrite, "Unable to write point: %s", error.what());
     }
     m_queue.reset();
     m_writer.reset();
@@ -278,7 +278,7 @@ void LASPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
         m_output->close();
         m_partial->finish();
     } catch (const Error& error) {
-        QM_THROW(40601, "Unable to update header: %s", error.what());
+        QM_THROW(ErrorCode::PointWrite, "Unable to update header: %s", error.what());
     }
     m_output.reset();
     m_partial.reset();

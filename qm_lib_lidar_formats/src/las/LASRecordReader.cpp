@@ -3,8 +3,8 @@
 #include "las/IOStreamBuffer.h"
 #include "las/LASzipPoint.h"
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
 #include "platform/OpenIO.h"
+#include <vxunpack/Base.h>
 
 #include <istream>
 
@@ -23,7 +23,7 @@ public:
     {
         const std::size_t wanted = count * stride();
         if (readFully(*m_io, m_position, records, wanted) != wanted)
-            QM_THROW(40602, "the file ends within its points");
+            QM_THROW(ErrorCode::LASRead, "the file ends within its points");
         m_position += static_cast<std::int64_t>(wanted);
     }
 
@@ -86,7 +86,7 @@ public:
     {
         // Behind an error LASzip would go on where the chunk table says that the next chunk is.
         if (m_failed)
-            QM_THROW(40602, "the points behind damaged ones cannot be read");
+            QM_THROW(ErrorCode::LASRead, "the points behind damaged ones cannot be read");
         m_failed = true;
         for (std::size_t i = 0; i < count; ++i, records += stride()) {
             check(laszip_read_point(m_laszip.get()));

@@ -4,8 +4,8 @@
 
 #include "las/LASHeader.h"
 #include "las/LASzipChunks.h"
-#include "model/PointInfo.h"
-#include "platform/IO.h"
+#include <vxunpack/IO.h>
+#include <vxunpack/PointInfo.h>
 
 #include <cstddef>
 #include <memory>
@@ -16,7 +16,7 @@ class LASRecordReader
 {
 public:
     // The reader for a file of this header; it holds the store open. Fields of other channels than the wanted
-    // ones may come as anything. Throws 40602 when LASzip does not take the file.
+    // ones may come as anything. Throws LASRead when LASzip does not take the file.
     static std::unique_ptr<LASRecordReader> create(IO* io, const LASHeader& header,
                                                    const LASzipChunks& chunks, const PointInfo& wanted);
 
@@ -26,7 +26,7 @@ public:
 
     // Bytes from one record to the next in what read() gives.
     std::size_t stride() const noexcept { return m_stride; }
-    // The next `count` records. 40602 when the file ends before them or is damaged, then and ever after.
+    // The next `count` records. LASRead when the file ends before them or is damaged, then and ever after.
     virtual void read(unsigned char* records, std::size_t count) = 0;
 
 protected:

@@ -2,7 +2,7 @@
 
 #include "las/IOStreamBuffer.h"
 #include "las/LASzipPoint.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <ostream>
 
@@ -79,7 +79,7 @@ private:
     {
         m_buffer.throwFailure();
         if (!m_stream)
-            QM_THROW(40002, "write error");
+            QM_THROW(ErrorCode::Write, "write error");
     }
 
     LASHeader m_header;

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "las/LASHeader.h"
-#include "platform/IO.h"
+#include <vxunpack/IO.h>
 
 #include <cstddef>
 #include <memory>

@@ -1,7 +1,7 @@
 #include "las/LASVariableRecords.h"
 
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <array>
@@ -16,7 +16,7 @@ constexpr std::uint16_t recordMark = 0xAABB;
 void readWhole(const IO& io, std::int64_t position, void* bytes, std::size_t size)
 {
     if (readFully(io, position, bytes, size) != size)
-        QM_THROW(40602, "the file ends within its variable length records");
+        QM_THROW(ErrorCode::LASRead, "the file ends within its variable length records");
 }
 
 std::string paddedText(const unsigned char* bytes, std::size_t size)
@@ -44,7 +44,8 @@ void readStretch(const IO& io, Stretch stretch, std::vector<LASVariableRecord>& 
         const auto left =
             static_cast<std::uint64_t>(std::max<std::int64_t>(stretch.end - stretch.position, 0));
         if (left < headerBytes)
-            QM_THROW(40602, "%s record %u of %u has no room", stretch.name, i + 1, stretch.count);
+            QM_THROW(ErrorCode::LASRead, "%s record %u of %u has no room", stretch.name, i + 1,
+                     stretch.count);
         readWhole(io, stretch.position, header.data(), headerBytes);
         LASVariableRecord record;
         record.userID = paddedText(header.data() + 2, LASVariableRecord::userIDBytes);
@@ -55,7 +56,8 @@ void readStretch(const IO& io, Stretch stretch, std::vector<LASVariableRecord>& 
                                         LASVariableRecord::descriptionBytes);
         record.position = stretch.position + static_cast<std::int64_t>(headerBytes);
         if (record.length > left - headerBytes)
-            QM_THROW(40602, "%s record %u of %u is too long", stretch.name, i + 1, stretch.count);
+            QM_THROW(ErrorCode::LASRead, "%s record %u of %u is too long", stretch.name, i + 1,
+                     stretch.count);
         stretch.position = record.position + static_cast<std::int64_t>(record.length);
         records.push_back(std::move(record));
     }
@@ -71,7 +73,7 @@ std::vector<LASVariableRecord> readLASVariableRecords(const IO& io, const LASHea
     const std::int64_t size = io.size();
     if (header.numEVLRs != 0) {
         if (header.firstEVLR < header.pointDataOffset || header.firstEVLR > static_cast<std::uint64_t>(size))
-            QM_THROW(40602, "the extended variable length records lie outside the file");
+            QM_THROW(ErrorCode::LASRead, "the extended variable length records lie outside the file");
         readStretch(io,
                     {"extended variable length", true, static_cast<std::int64_t>(header.firstEVLR), size,
                      header.numEVLRs},

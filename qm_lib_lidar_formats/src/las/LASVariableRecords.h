@@ -3,7 +3,7 @@
 #pragma once
 
 #include "las/LASHeader.h"
-#include "platform/IO.h"
+#include <vxunpack/IO.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -47,9 +47,9 @@ struct LASVariableRecord
 };
 
 // The records of a file, those behind the points last; LASzip's own is left out, since it describes the
-// file's coding. A record that does not end where it must is 40602. The store is open.
+// file's coding. A record that does not end where it must is LASRead. The store is open.
 std::vector<LASVariableRecord> readLASVariableRecords(const IO& io, const LASHeader& header);
-// A record's value. 40602 when the file is shorter than it was.
+// A record's value. LASRead when the file is shorter than it was.
 std::vector<unsigned char> readLASRecordValue(const IO& io, const LASVariableRecord& record);
 
 // Appends a whole record: header with the mark 0xAABB, user ID, number and description, then the value, which

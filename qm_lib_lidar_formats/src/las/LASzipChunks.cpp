@@ -1,7 +1,7 @@
 #include "las/LASzipChunks.h"
 
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <vector>
@@ -17,7 +17,7 @@ void checkCode(const IO& io, std::int64_t position)
     unsigned char bytes[4];
     if (readFully(io, position, bytes, sizeof bytes) == sizeof bytes &&
         loadLittleEndian<std::uint32_t>(bytes) == UINT32_MAX)
-        QM_THROW(40602, "bad LAZ chunk: no code begins with these bytes");
+        QM_THROW(ErrorCode::LASRead, "bad LAZ chunk: no code begins with these bytes");
 }
 
 } // namespace
@@ -36,7 +36,7 @@ LASzipChunks LASzipChunks::find(const IO& io, const LASHeader& header, const LAS
     unsigned char bytes[8];
     const auto read = [&](std::int64_t position) {
         if (position < 0 || readFully(io, position, bytes, sizeof bytes) != sizeof bytes)
-            QM_THROW(40602, "the LAZ chunk table is missing");
+            QM_THROW(ErrorCode::LASRead, "the LAZ chunk table is missing");
         return loadLittleEndian<std::int64_t>(bytes);
     };
     std::int64_t table = read(header.pointDataOffset);
@@ -44,15 +44,15 @@ LASzipChunks LASzipChunks::find(const IO& io, const LASHeader& header, const LAS
         table = read(size - static_cast<std::int64_t>(sizeof bytes));
     read(table);
     if (loadLittleEndian<std::uint32_t>(bytes) != 0)
-        QM_THROW(40602, "bad LAZ chunk table: unknown version");
+        QM_THROW(ErrorCode::LASRead, "bad LAZ chunk table: unknown version");
     chunks.count = loadLittleEndian<std::uint32_t>(bytes + 4);
     constexpr std::int64_t smallestChunk = 20; // it begins with a whole point
     if (chunks.count > size / smallestChunk)
-        QM_THROW(40602, "bad LAZ chunk table: %u chunks do not fit into the file", chunks.count);
+        QM_THROW(ErrorCode::LASRead, "bad LAZ chunk table: %u chunks do not fit into the file", chunks.count);
     checkCode(io, table + std::int64_t{sizeof bytes});
     chunks.begin += std::int64_t{sizeof bytes};
     if (table < chunks.begin)
-        QM_THROW(40602, "bad LAZ chunk table: it stands before the points");
+        QM_THROW(ErrorCode::LASRead, "bad LAZ chunk table: it stands before the points");
     chunks.end = table;
     chunks.numLayers = coding.numLayers;
     return chunks;
@@ -99,11 +99,11 @@ void LASzipChunkWalk::checkChunk()
     const std::int64_t position = m_next + static_cast<std::int64_t>(m_chunks.pointBytes) + 4;
     std::int64_t left = m_chunks.end - position - static_cast<std::int64_t>(sizes.size());
     if (left < 0 || readFully(m_io, position, sizes.data(), sizes.size()) != sizes.size())
-        QM_THROW(40602, "bad LAZ chunk: it has no room before the chunk table");
+        QM_THROW(ErrorCode::LASRead, "bad LAZ chunk: it has no room before the chunk table");
     for (std::size_t i = 0; i < m_chunks.numLayers; ++i) {
         const std::int64_t size = loadLittleEndian<std::uint32_t>(sizes.data() + 4 * i);
         if (size > left)
-            QM_THROW(40602, "bad LAZ chunk: layer %zu reaches into the chunk table", i);
+            QM_THROW(ErrorCode::LASRead, "bad LAZ chunk: layer %zu reaches into the chunk table", i);
         if (size != 0)
             checkCode(m_io, m_chunks.end - left);
         left -= size;

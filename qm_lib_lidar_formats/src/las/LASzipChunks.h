@@ -4,7 +4,7 @@
 
 #include "las/LASHeader.h"
 #include "las/LASzipRecord.h"
-#include "platform/IO.h"
+#include <vxunpack/IO.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -24,7 +24,7 @@ struct LASzipChunks
     std::size_t numLayers = 0;       // 0: the chunks are not layered
     std::size_t pointBytes = 0;      // 0: the file has no points
 
-    // Finds the points of a file of this coding. 40602 when the table is missing, which no chunked file with
+    // Finds the points of a file of this coding. LASRead when the table is missing, which no chunked file with
     // points does without, or lists more chunks than the file can hold. The store is open.
     static LASzipChunks find(const IO& io, const LASHeader& header, const LASzipCoding& coding);
 };
@@ -39,11 +39,11 @@ public:
     const std::vector<unsigned char>& getHead() const noexcept { return m_chunks.head; }
 
     // How many of the `count` bytes at a position LASzip may see: not what lies behind the chunks once it has
-    // come to them. 40602 when a layered chunk that begins among these bytes is larger than what is left for
+    // come to them. LASRead when a layered chunk that begins among these bytes is larger than what is left for
     // it.
     std::size_t allow(std::int64_t position, std::size_t count);
     // LASzip has read these bytes in one piece, as it reads what is stored as it stands; it reads code byte
-    // by byte. 40602 when they complete a point behind which no code can begin.
+    // by byte. LASRead when they complete a point behind which no code can begin.
     void passed(std::int64_t position, std::size_t count);
 
 private:

@@ -1,7 +1,7 @@
 #include "las/LASzipPoint.h"
 
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
+#include <vxunpack/Base.h>
 
 #include <cstring>
 
@@ -85,10 +85,10 @@ void extendedFromRecord(laszip_point_struct& point, const unsigned char* record)
 LASzip::LASzip()
 {
     if (laszip_create(&m_handle) != 0)
-        QM_THROW(40602, "LASzip: cannot be started");
+        QM_THROW(ErrorCode::LASRead, "LASzip: cannot be started");
     if (laszip_get_point_pointer(m_handle, &m_point) != 0) {
         laszip_destroy(m_handle);
-        QM_THROW(40602, "LASzip: cannot be started");
+        QM_THROW(ErrorCode::LASRead, "LASzip: cannot be started");
     }
 }
 
@@ -103,8 +103,8 @@ void LASzip::check(laszip_I32 status) const
         return;
     laszip_CHAR* reason = nullptr;
     if (laszip_get_error(m_handle, &reason) != 0 || !reason)
-        QM_THROW(40602, "LASzip: unknown error");
-    QM_THROW(40602, "LASzip: %s", reason);
+        QM_THROW(ErrorCode::LASRead, "LASzip: unknown error");
+    QM_THROW(ErrorCode::LASRead, "LASzip: %s", reason);
 }
 
 void toRecord(unsigned char* record, const laszip_point_struct& point, LASPointFormat format) noexcept

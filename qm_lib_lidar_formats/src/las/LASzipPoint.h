@@ -11,7 +11,7 @@ namespace Quillmoran {
 class LASzip
 {
 public:
-    // Each throws 40602 with LASzip's reason when it fails.
+    // Each throws LASRead with LASzip's reason when it fails.
     LASzip();
     ~LASzip();
     LASzip(const LASzip&) = delete;

@@ -1,8 +1,8 @@
 #include "las/LASzipRecord.h"
 
 #include "las/LASVariableRecords.h"
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -100,7 +100,7 @@ std::size_t layersOf(unsigned type, unsigned size)
 
 [[noreturn]] void throwBad(const char* what)
 {
-    QM_THROW(40602, "bad LAZ compression record: %s", what);
+    QM_THROW(ErrorCode::LASRead, "bad LAZ compression record: %s", what);
 }
 
 } // namespace
@@ -111,9 +111,9 @@ LASzipCoding readLASzipRecord(const std::vector<unsigned char>& value, const LAS
         throwBad("it is too short");
     const unsigned compressor = loadLittleEndian<std::uint16_t>(value.data());
     if (compressor < POINTWISE || compressor > LAYERED)
-        QM_THROW(40602, "bad LAZ compression record: unknown compressor %u", compressor);
+        QM_THROW(ErrorCode::LASRead, "bad LAZ compression record: unknown compressor %u", compressor);
     if (const unsigned coder = loadLittleEndian<std::uint16_t>(value.data() + 2); coder != 0)
-        QM_THROW(40602, "bad LAZ compression record: unknown coder %u", coder);
+        QM_THROW(ErrorCode::LASRead, "bad LAZ compression record: unknown coder %u", coder);
     const std::size_t numItems = loadLittleEndian<std::uint16_t>(value.data() + 32);
     if (numItems == 0 || numItems > (value.size() - fixedBytes) / itemBytes)
         throwBad("its items do not fit");
@@ -127,7 +127,8 @@ LASzipCoding readLASzipRecord(const std::vector<unsigned char>& value, const LAS
         const unsigned size = loadLittleEndian<std::uint16_t>(item + 2);
         const unsigned version = loadLittleEndian<std::uint16_t>(item + 4);
         if (!isKnown(type, size, version, compressor == LAYERED))
-            QM_THROW(40602, "bad LAZ compression record: unknown item %u of %u bytes, version %u", type, size,
+            QM_THROW(ErrorCode::LASRead,
+                     "bad LAZ compression record: unknown item %u of %u bytes, version %u", type, size,
                      version);
         types.push_back(type);
         pointSize += size;

@@ -15,7 +15,7 @@ struct LASzipCoding
     std::size_t numLayers = 0; // of a chunk that keeps the fields apart; 0 when chunks do not
 };
 
-// The variable length record of the compression: 40602 unless it is whole, names codings that exist and
+// The variable length record of the compression: LASRead unless it is whole, names codings that exist and
 // describes points of the header's format and record length.
 LASzipCoding readLASzipRecord(const std::vector<unsigned char>& value, const LASHeader& header);
 

@@ -1,7 +1,7 @@
 #include "pdal/BPFHeader.h"
 
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cctype>
@@ -19,7 +19,7 @@ constexpr std::size_t dimensionBytes = 3 * sizeof(double) + labelBytes;
 void readWhole(const IO& io, std::int64_t position, void* bytes, std::size_t count)
 {
     if (readFully(io, position, bytes, count) != count)
-        QM_THROW(40609, "the file ends within its header");
+        QM_THROW(ErrorCode::BPFRead, "the file ends within its header");
 }
 
 } // namespace
@@ -30,7 +30,7 @@ void BPFHeader::read(const IO& io)
     readWhole(io, 0, bytes, sizeof bytes);
     constexpr char magic[] = {'B', 'P', 'F', '!', '0', '0', '0', '3'};
     if (std::memcmp(bytes, magic, sizeof magic) != 0)
-        QM_THROW(40609, "not a BPF file of version 3");
+        QM_THROW(ErrorCode::BPFRead, "not a BPF file of version 3");
     headerSize = loadLittleEndian<std::int32_t>(bytes + 8);
     compression = static_cast<BPFCompression>(bytes[compressionOffset]);
     numPoints = loadLittleEndian<std::int32_t>(bytes + 16);
@@ -38,12 +38,12 @@ void BPFHeader::read(const IO& io)
     const std::size_t count = bytes[12];
     if (numPoints < 0 || headerSize < 0 ||
         static_cast<std::size_t>(headerSize) < fixedBytes + count * dimensionBytes)
-        QM_THROW(40609, "bad BPF header");
+        QM_THROW(ErrorCode::BPFRead, "bad BPF header");
     readDimensions(io, count);
     if (compression != BPFCompression::None)
         forEachBlock(io, [](std::int64_t, std::int64_t, std::int64_t) {});
     else if (io.size() - headerSize < getPointBytes())
-        QM_THROW(40609, "the file ends before its %d points do", numPoints);
+        QM_THROW(ErrorCode::BPFRead, "the file ends before its %d points do", numPoints);
 }
 
 void BPFHeader::readDimensions(const IO& io, std::size_t count)
@@ -57,7 +57,7 @@ void BPFHeader::readDimensions(const IO& io, std::size_t count)
     for (std::size_t i = 0; i < count; ++i) {
         const auto* const label = reinterpret_cast<const char*>(labels + i * labelBytes);
         if (!std::isalpha(labels[i * labelBytes]))
-            QM_THROW(40609, "bad BPF header"); // PDAL would look for its name forever
+            QM_THROW(ErrorCode::BPFRead, "bad BPF header"); // PDAL would look for its name forever
         dimensions.push_back({std::string(label, strnlen(label, labelBytes)),
                               loadLittleEndian<double>(bytes.data() + i * sizeof(double)),
                               loadLittleEndian<double>(minima + i * sizeof(double)),
@@ -74,14 +74,14 @@ void BPFHeader::forEachBlock(const IO& io,
     for (std::int64_t position = headerSize; missing > 0;) {
         unsigned char sizes[sizesBytes];
         if (readFully(io, position, sizes, sizeof sizes) != sizeof sizes)
-            QM_THROW(40609, "the file ends before its %d points do", numPoints);
+            QM_THROW(ErrorCode::BPFRead, "the file ends before its %d points do", numPoints);
         const std::int64_t size = loadLittleEndian<std::uint32_t>(sizes);
         const std::int64_t packedSize = loadLittleEndian<std::uint32_t>(sizes + 4);
         position += sizesBytes;
         if (size > missing)
-            QM_THROW(40609, "bad block of compressed points");
+            QM_THROW(ErrorCode::BPFRead, "bad block of compressed points");
         if (packedSize > io.size() - position)
-            QM_THROW(40609, "the file ends before its %d points do", numPoints);
+            QM_THROW(ErrorCode::BPFRead, "the file ends before its %d points do", numPoints);
         visit(position, packedSize, size);
         position += packedSize;
         missing -= size;
@@ -107,7 +107,7 @@ void BPFHeader::addOrigins(const IO& io, const std::vector<Origin>& origins) con
         const auto found = std::find_if(dimensions.begin(), dimensions.end(), isNamed);
         const auto index = static_cast<std::size_t>(found - dimensions.begin());
         if (index == count)
-            QM_THROW(40601, "dimension '%s' is missing in the output", each.label.c_str());
+            QM_THROW(ErrorCode::PointWrite, "dimension '%s' is missing in the output", each.label.c_str());
         add(index, each.origin / each.scale);
         add(count + index, each.origin);
         add(2 * count + index, each.origin);

@@ -10,7 +10,7 @@
 // dimension's value is the float plus the offset, and coordinates then go through the matrix.
 #pragma once
 
-#include "platform/IO.h"
+#include <vxunpack/IO.h>
 
 #include <cstdint>
 #include <functional>
@@ -45,11 +45,11 @@ struct BPFHeader
     bool isUTM = false;
     std::vector<BPFDimension> dimensions;
 
-    // 40609 for what is no header of version 3, and for a file that ends before its points do.
+    // BPFRead for what is no header of version 3, and for a file that ends before its points do.
     void read(const IO& io);
     // Bytes of all points as they are before they are compressed.
     std::int64_t getPointBytes() const;
-    // Compressed points stand in blocks; calls visit(position, packedSize, size) for each. 40609 when the
+    // Compressed points stand in blocks; calls visit(position, packedSize, size) for each. BPFRead when the
     // blocks do not hold the points or do not fit the file.
     void forEachBlock(const IO& io,
                       const std::function<void(std::int64_t, std::int64_t, std::int64_t)>& visit) const;

@@ -1,8 +1,8 @@
 #include "pdal/BPFUnpacker.h"
 
 #include "pdal/FastLZ.h"
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <zlib.h>
@@ -17,7 +17,7 @@ constexpr std::int64_t pieceBytes = 1 << 16;
 
 [[noreturn]] void throwDamaged()
 {
-    QM_THROW(40609, "the compressed points are damaged");
+    QM_THROW(ErrorCode::BPFRead, "the compressed points are damaged");
 }
 
 // Appends to a file.
@@ -127,7 +127,7 @@ void unpackBlock(BPFCompression method, Stretch from, std::int64_t packed, std::
 Scoped<FileIO::Imp> unpackBPF(const IO& packed, const BPFHeader& header)
 {
     if (header.compression != BPFCompression::Deflate && header.compression != BPFCompression::FastLZ)
-        QM_THROW(40609, "the file is compressed by a method that is not supported");
+        QM_THROW(ErrorCode::BPFRead, "the file is compressed by a method that is not supported");
     Scoped<FileIO::Imp> plain(FileIO::create());
     plain->init(nullptr);
     Appender out(*plain);

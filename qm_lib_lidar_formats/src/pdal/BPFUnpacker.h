@@ -3,11 +3,11 @@
 #pragma once
 
 #include "pdal/BPFHeader.h"
-#include "platform/FileIO.h"
+#include <vxunpack/FileIO.h>
 
 namespace Quillmoran {
 
-// A temporary file that goes with its object. Damage is 40609.
+// A temporary file that goes with its object. Damage is BPFRead.
 Scoped<FileIO::Imp> unpackBPF(const IO& packed, const BPFHeader& header);
 
 } // namespace Quillmoran

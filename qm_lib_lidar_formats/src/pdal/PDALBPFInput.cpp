@@ -39,7 +39,7 @@ struct PDALBPFInput::Pipeline : QuietReader
 
 PDALBPFInput::PDALBPFInput(const char* path, const std::vector<BPFDimension>& dimensions)
 {
-    translatePDALErrors(40609, [&] {
+    translatePDALErrors(ErrorCode::BPFRead, [&] {
         m_pipeline = std::make_unique<Pipeline>(path);
         Pipeline& p = *m_pipeline;
         // A float and its offset need a double, which PDAL would give to coordinates alone.
@@ -56,7 +56,7 @@ PDALBPFInput::~PDALBPFInput() = default;
 
 bool PDALBPFInput::next(double* values)
 {
-    return translatePDALErrors(40609, [&] {
+    return translatePDALErrors(ErrorCode::BPFRead, [&] {
         Pipeline& p = *m_pipeline;
         if (!pdal::StreamableWrapper::processOne(p.reader, p.point))
             return false;
@@ -68,7 +68,8 @@ bool PDALBPFInput::next(double* values)
 
 std::string PDALBPFInput::readCoordinateSystem(const char* path)
 {
-    return translatePDALErrors(40609, [&] { return QuietReader(path).reader.preview().m_srs.getWKT(); });
+    return translatePDALErrors(ErrorCode::BPFRead,
+                               [&] { return QuietReader(path).reader.preview().m_srs.getWKT(); });
 }
 
 } // namespace Quillmoran

@@ -13,7 +13,7 @@ namespace Quillmoran {
 class PDALBPFInput
 {
 public:
-    // What PDAL does not take in the file is 40609 with PDAL's reason.
+    // What PDAL does not take in the file is BPFRead with PDAL's reason.
     PDALBPFInput(const char* path, const std::vector<BPFDimension>& dimensions);
     ~PDALBPFInput();
     PDALBPFInput(const PDALBPFInput&) = delete;

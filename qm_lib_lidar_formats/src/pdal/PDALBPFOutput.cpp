@@ -74,7 +74,7 @@ PDALBPFOutput::PDALBPFOutput(const char* path, const std::vector<std::string>& d
                              const double* scales, const char* wkt)
     : m_pipeline(std::make_unique<Pipeline>())
 {
-    translatePDALErrors(40610, [&] {
+    translatePDALErrors(ErrorCode::OutputCreate, [&] {
         Pipeline& p = *m_pipeline;
         p.setOptions(path, scales);
         p.setCoordinateSystem(wkt);
@@ -113,13 +113,14 @@ void PDALBPFOutput::write(const std::vector<std::vector<double>>& columns, std::
         }
         pdal::StageWrapper::run(p.writer, written);
     } catch (const std::exception&) {
-        QM_THROW(40601, "Unable to write point");
+        QM_THROW(ErrorCode::PointWrite, "Unable to write point");
     }
 }
 
 void PDALBPFOutput::finish()
 {
-    translatePDALErrors(40601, [&] { pdal::StageWrapper::done(m_pipeline->writer, m_pipeline->table); });
+    translatePDALErrors(ErrorCode::PointWrite,
+                        [&] { pdal::StageWrapper::done(m_pipeline->writer, m_pipeline->table); });
 }
 
 } // namespace Quillmoran

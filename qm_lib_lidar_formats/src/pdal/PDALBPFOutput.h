@@ -16,7 +16,7 @@ public:
     static constexpr std::size_t viewSize = 4096; // points, the most that write() takes at once
 
     // The file exists and is overwritten. The first three dimensions are X, Y and Z; they are stored in units
-    // of the scales. `wkt` may be null. What PDAL refuses is 40610 with PDAL's reason.
+    // of the scales. `wkt` may be null. What PDAL refuses is OutputCreate with PDAL's reason.
     PDALBPFOutput(const char* path, const std::vector<std::string>& dimensions, const double* scales,
                   const char* wkt);
     ~PDALBPFOutput();
@@ -25,7 +25,7 @@ public:
 
     // Whether a reader will find the coordinate system again.
     bool keepsCoordinateSystem() const;
-    // Column i holds `count` values or more of dimension i. 40601 "Unable to write point" when PDAL fails.
+    // Column i holds `count` values or more of dimension i. PointWrite "Unable to write point" when PDAL fails.
     void write(const std::vector<std::vector<double>>& columns, std::size_t count);
     // Completes the header. Whether all bytes reached the disk is for the caller to see.
     void finish();

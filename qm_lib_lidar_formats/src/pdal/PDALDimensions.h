@@ -2,7 +2,7 @@
 // names. The BPF reader and writer and the stage share it.
 #pragma once
 
-#include "model/PointInfo.h"
+#include <vxunpack/PointInfo.h>
 
 #include <string>
 #include <vector>

@@ -1,12 +1,13 @@
 // PDAL and what it uses throw exceptions of their own; outside of the module there is only Error.
 #pragma once
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/ErrorCode.h>
 
 namespace Quillmoran {
 
 template <class Body>
-auto translatePDALErrors(int code, Body body)
+auto translatePDALErrors(ErrorCode code, Body body)
 {
     try {
         return body();

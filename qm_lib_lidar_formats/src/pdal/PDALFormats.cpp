@@ -1,8 +1,8 @@
 #include "pdal/PDALFormats.h"
 
 #include "pdal/PDALModule.h"
-#include "platform/Base.h"
 #include "platform/LoadableModule.h"
+#include <vxunpack/Base.h>
 
 namespace Quillmoran {
 
@@ -13,7 +13,8 @@ Function* findInModule(const char* name)
 {
     const auto function = LoadableModule::find<Function>(PDAL_MODULE, name);
     if (!function)
-        QM_THROW(-1, "this installation cannot read or write BPF files: its PDAL module is not there");
+        QM_THROW(ErrorCode::General,
+                 "this installation cannot read or write BPF files: its PDAL module is not there");
     return function;
 }
 

@@ -4,16 +4,16 @@
 // BPF files: its PDAL module is not there", and nothing is touched.
 #pragma once
 
-#include "framework/PointSource.h"
-#include "framework/PointWriter.h"
+#include <vxunpack/PointSource.h>
+#include <vxunpack/PointWriter.h>
 
 namespace Quillmoran {
 
-// A new count of an opened reader. Everything that is wrong with the file is 40609 "Failed to create
+// A new count of an opened reader. Everything that is wrong with the file is BPFRead "Failed to create
 // PDALReader for path = '%s'" with the reason.
-QM_API PointReader* createPDALPointReader(const char* path);
+PointReader* createPDALPointReader(const char* path);
 
 // A new count of a writer for the points of the source. Nothing is written before its write() begins.
-QM_API PointWriter* createPDALPointWriter(PointSource* source, const char* path);
+PointWriter* createPDALPointWriter(PointSource* source, const char* path);
 
 } // namespace Quillmoran

@@ -1,8 +1,9 @@
 // What the module that links PDAL gives to PDALFormats, which describes the functions.
 #pragma once
 
-#include "framework/PointSource.h"
-#include "framework/PointWriter.h"
+#include <vxunpack/Export.h>
+#include <vxunpack/PointSource.h>
+#include <vxunpack/PointWriter.h>
 
 extern "C" {
 

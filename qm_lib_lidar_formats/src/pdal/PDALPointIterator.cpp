@@ -1,9 +1,9 @@
 #include "pdal/PDALPointIterator.h"
 
-#include "framework/ProgressDelegate.h"
 #include "pdal/BPFUnpacker.h"
-#include "platform/Base.h"
 #include "platform/OpenIO.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <cmath>
 #include <limits>
@@ -23,7 +23,8 @@ T toSample(double value, const ChannelInfo& channel)
         const double rounded = std::floor(value + 0.5);
         using Limits = std::numeric_limits<T>;
         if (!(rounded >= static_cast<double>(Limits::min()) && rounded < std::ldexp(1.0, Limits::digits)))
-            QM_THROW(40609, "a value of '%s' lies outside the range in the header", channel.getName());
+            QM_THROW(ErrorCode::BPFRead, "a value of '%s' lies outside the range in the header",
+                     channel.getName());
         return static_cast<T>(rounded);
     }
 }
@@ -65,10 +66,10 @@ void PDALPointIterator::selectDimensions(const PointInfo& channels, const PointI
         const ChannelInfo& wanted = layout.getChannel(i);
         const int dimension = channels.getChannelIndex(wanted.getName());
         if (dimension < 0)
-            QM_THROW(40012, "requesting channel not in the source");
+            QM_THROW(ErrorCode::NoSuchChannel, "requesting channel not in the source");
         m_dimensions.push_back(static_cast<std::size_t>(dimension));
         if (wanted.getDataType() != channels.getChannel(m_dimensions.back()).getDataType())
-            QM_THROW(40010, "channel '%s' has another type in the source", wanted.getName());
+            QM_THROW(ErrorCode::ChannelType, "channel '%s' has another type in the source", wanted.getName());
     }
 }
 
@@ -90,7 +91,7 @@ bool PDALPointIterator::refill()
     if (!m_input)
         return false;
     if (getDelegate() && getDelegate()->getCancelled())
-        QM_THROW(40006, "operation cancelled.");
+        QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
     while (m_fill < sliceSize && m_input->next(m_values.data()))
         store(m_fill++);
     if (getDelegate())

@@ -2,9 +2,9 @@
 // over those that lie in the box and that the sampling takes.
 #pragma once
 
-#include "framework/PointIterator.h"
 #include "pdal/PDALBPFInput.h"
-#include "platform/FileIO.h"
+#include <vxunpack/FileIO.h>
+#include <vxunpack/PointIterator.h>
 
 #include <cstddef>
 #include <memory>
@@ -22,7 +22,7 @@ public:
     void init(const char* path, const BPFHeader& header, const PointInfo& channels, const Bounds& bounds,
               double fraction, const PointInfo& layout, ProgressDelegate* delegate);
 
-    // Asks the delegate once per slice: 40006 "operation cancelled.".
+    // Asks the delegate once per slice: Cancelled "operation cancelled.".
     std::size_t getNextPoints(PointData& buffer) override;
 
 private:

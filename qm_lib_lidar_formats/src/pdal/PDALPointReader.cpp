@@ -4,9 +4,9 @@
 #include "pdal/PDALBPFInput.h"
 #include "pdal/PDALDimensions.h"
 #include "pdal/PDALPointIterator.h"
-#include "platform/Base.h"
-#include "platform/FileIO.h"
 #include "platform/OpenIO.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/FileIO.h>
 
 #include <cmath>
 
@@ -75,7 +75,7 @@ void PDALPointReader::init(const char* path)
     try {
         open();
     } catch (const Error& error) {
-        QM_THROW(40609, "Failed to create PDALReader for path = '%s': %s", path, error.what());
+        QM_THROW(ErrorCode::BPFRead, "Failed to create PDALReader for path = '%s': %s", path, error.what());
     }
 }
 
@@ -105,7 +105,7 @@ void PDALPointReader::setDescription()
             bounds.z = {dimension.min, dimension.max};
     }
     if (!layout.hasValidXYZ())
-        QM_THROW(40609, "must have x, y, and z channels");
+        QM_THROW(ErrorCode::BPFRead, "must have x, y, and z channels");
     setPointInfo(layout);
     setNumPoints(m_header.numPoints);
     setBounds(bounds);

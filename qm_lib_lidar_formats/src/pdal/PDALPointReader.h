@@ -3,8 +3,8 @@
 // module, see PDALFormats.h.
 #pragma once
 
-#include "framework/PointSource.h"
 #include "pdal/BPFHeader.h"
+#include <vxunpack/PointSource.h>
 
 #include <string>
 
@@ -23,7 +23,7 @@ public:
     void loadMetadata(Metadata&, bool) const override {}
     // Points that a query reads: all of them, as there is no index.
     double getTotalWork(const Bounds& bounds, double fraction) const override;
-    // A channel that the file lacks is 40012, one of another type 40010. Damage in the points is 40609 when
+    // A channel that the file lacks is NoSuchChannel, one of another type ChannelType. Damage in the points is BPFRead when
     // they are reached.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;

@@ -1,9 +1,9 @@
 #include "pdal/PDALPointWriter.h"
 
-#include "framework/ProgressDelegate.h"
 #include "model/ChannelNames.h"
 #include "pdal/BPFHeader.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
 #include <cmath>
@@ -36,7 +36,7 @@ void PDALPointWriter::init(PointSource* source, const char* outputFile)
     PointWriter::init(source);
     m_path = outputFile;
     if (m_path.find('#') != std::string::npos)
-        QM_THROW(-1, "the name of a BPF file cannot hold a '#': '%s'", outputFile);
+        QM_THROW(ErrorCode::General, "the name of a BPF file cannot hold a '#': '%s'", outputFile);
 }
 
 bool PDALPointWriter::supportedChannels(const PointInfo& wanted, PointInfo& supported) const
@@ -88,9 +88,9 @@ void PDALPointWriter::openOutput()
         m_partial->requireSeekable("BPF");
         m_partial->io()->open();
     } catch (const Error& error) {
-        if (error.error() == 40610)
+        if (error.code() == ErrorCode::OutputCreate)
             throw;
-        QM_THROW(40610, "Unable to create output %s. %s", m_path.c_str(), error.what());
+        QM_THROW(ErrorCode::OutputCreate, "Unable to create output %s. %s", m_path.c_str(), error.what());
     }
     m_file = Scoped<FileIO::Imp>::retained(m_partial->io());
     // PDAL opens files by name. This name is that of the open file itself, whatever its own name leads to by
@@ -99,7 +99,8 @@ void PDALPointWriter::openOutput()
     // The header is written last; a device cannot go back to it, and is not ours to remove.
     std::error_code error;
     if (!std::filesystem::is_regular_file(path, error))
-        QM_THROW(40610, "Unable to create output %s. BPF output needs a regular file", m_path.c_str());
+        QM_THROW(ErrorCode::OutputCreate, "Unable to create output %s. BPF output needs a regular file",
+                 m_path.c_str());
     std::vector<std::string> dimensions;
     for (const Column& column : m_columns)
         dimensions.push_back(column.dimension);
@@ -145,7 +146,7 @@ void PDALPointWriter::writePoints(const PointData& block, std::size_t count, Pro
     if (delegate) {
         delegate->updateCompleted(0, activity);
         if (delegate->getCancelled())
-            QM_THROW(40006, "BPF Write operation cancelled.");
+            QM_THROW(ErrorCode::Cancelled, "BPF Write operation cancelled.");
         if (!m_warned && !m_output->keepsCoordinateSystem())
             delegate->warning("the output format does not support the coordinate system");
         m_warned = true;
@@ -154,7 +155,7 @@ void PDALPointWriter::writePoints(const PointData& block, std::size_t count, Pro
         chooseOrigins(block, count);
     m_total += static_cast<std::int64_t>(count);
     if (m_total > BPFHeader::maxPoints)
-        QM_THROW(40607, "Attempt to write 2 ^ 31 or more points to a BPF file.");
+        QM_THROW(ErrorCode::NotRepresentable, "Attempt to write 2 ^ 31 or more points to a BPF file.");
     for (std::size_t first = 0; first < count; first += PDALBPFOutput::viewSize) {
         const std::size_t size = std::min(PDALBPFOutput::viewSize, count - first);
         for (std::size_t i = 0; i < m_columns.size(); ++i)
@@ -188,9 +189,9 @@ void PDALPointWriter::throwIncomplete() const
     try {
         writeFully(*m_file, m_file->size(), bytes.data(), bytes.size());
     } catch (const Error& error) {
-        QM_THROW(40601, "Unable to write point: %s", error.what());
+        QM_THROW(ErrorCode::PointWrite, "Unable to write point: %s", error.what());
     }
-    QM_THROW(40601, "Unable to write point: PDAL failed path = %s", m_path.c_str());
+    QM_THROW(ErrorCode::PointWrite, "Unable to write point: PDAL failed path = %s", m_path.c_str());
 }
 
 void PDALPointWriter::completeFile()

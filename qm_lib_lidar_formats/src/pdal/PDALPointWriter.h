@@ -6,10 +6,10 @@
 #pragma once
 
 #include "files/PartialFile.h"
-#include "framework/PointWriter.h"
 #include "pdal/PDALBPFOutput.h"
 #include "pdal/PDALDimensions.h"
-#include "platform/FileIO.h"
+#include <vxunpack/FileIO.h>
+#include <vxunpack/PointWriter.h>
 
 #include <memory>
 #include <optional>
@@ -30,11 +30,11 @@ public:
     bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override;
 
 protected:
-    // A file that cannot be created, or is not a regular one, is 40610 "Unable to create output %s. " with
-    // the reason, an unusable scale or offset 40007.
+    // A file that cannot be created, or is not a regular one, is OutputCreate "Unable to create output %s. " with
+    // the reason, an unusable scale or offset InvalidArgument.
     void writeBegin(const PointInfo& layout) override;
-    // Asks the delegate once per block: 40006 "BPF Write operation cancelled.". 2^31 or more points are
-    // 40607.
+    // Asks the delegate once per block: Cancelled "BPF Write operation cancelled.". 2^31 or more points are
+    // NotRepresentable.
     void writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate) override;
     void writeEnd(std::int64_t count, const Bounds& bounds) override;
     void writeAborted() noexcept override;

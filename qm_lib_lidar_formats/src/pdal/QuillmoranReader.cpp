@@ -1,10 +1,11 @@
 // The PDAL stage "readers.quillmoran": compressed point clouds (".vxl") as the input of any PDAL pipeline, in
 // standard and in streaming mode. docs/pdal.md describes its options.
-#include "decode/VX7PointReader.h"
 #include "model/ChannelNames.h"
 #include "pdal/PDALDimensions.h"
-#include "platform/Base.h"
 #include "srs/ParseWKT.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/Export.h>
+#include <vxunpack/VX7PointReader.h>
 
 #include <algorithm>
 #include <cstdint>

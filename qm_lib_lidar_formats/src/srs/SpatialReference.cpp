@@ -1,8 +1,8 @@
 #include "srs/SpatialReference.h"
 
-#include "platform/Base.h"
 #include "platform/LoadableModule.h"
 #include "srs/SpatialReferenceModule.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cstring>
@@ -51,7 +51,7 @@ Function* findInModule(const char* name)
 {
     const auto function = LoadableModule::find<Function>(SRS_MODULE, name);
     if (!function)
-        QM_THROW(-1, "the module for coordinate systems, '%s', is not installed", SRS_MODULE);
+        QM_THROW(ErrorCode::General, "the module for coordinate systems, '%s', is not installed", SRS_MODULE);
     return function;
 }
 

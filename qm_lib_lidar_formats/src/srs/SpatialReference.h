@@ -6,8 +6,6 @@
 // and make no program open a file or a connection that they name.
 #pragma once
 
-#include "platform/Export.h"
-
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -31,16 +29,16 @@ struct GeoTIFFKeys
 namespace SpatialReference {
 
 // Nothing if the text or the keys are not understood.
-QM_API std::optional<GeoTIFFKeys> toGeoTIFF(const char* wkt);
-QM_API std::optional<std::string> toWKT(const GeoTIFFKeys& keys);
+std::optional<GeoTIFFKeys> toGeoTIFF(const char* wkt);
+std::optional<std::string> toWKT(const GeoTIFFKeys& keys);
 
 // WKT indented for people; the text as it is when it is not understood.
-QM_API std::string pretty(const char* wkt);
+std::string pretty(const char* wkt);
 
 // Whether two texts describe the same coordinate system. Names, and the order of axes of a geographic system,
 // make no difference. Equal texts are the same; a text that is not understood equals no other. Neither may be
 // null. May be called from any thread.
-QM_API bool isSame(const char* a, const char* b);
+bool isSame(const char* a, const char* b);
 
 } // namespace SpatialReference
 

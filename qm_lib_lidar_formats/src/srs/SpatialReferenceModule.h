@@ -3,6 +3,8 @@
 
 #include "srs/SpatialReference.h"
 
+#include <vxunpack/Export.h>
+
 extern "C" {
 
 QM_API bool qmWKTToGeoTIFF(const char* wkt, Quillmoran::GeoTIFFKeys& keys);

@@ -10,7 +10,7 @@
 namespace Quillmoran {
 
 // The models of one subblock, the same on both sides. The sizes are part of the format.
-struct QM_API ACIntegerModels
+struct ACIntegerModels
 {
     static constexpr std::uint32_t numLengths = 16;
     static constexpr std::uint32_t largestAlphabet = 128;

@@ -7,9 +7,8 @@
 // some symbols. Coders and models are used by one thread at a time.
 #pragma once
 
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
-#include "platform/Export.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <bit>
@@ -19,7 +18,7 @@
 
 namespace Quillmoran {
 
-class QM_API ACBase
+class ACBase
 {
 public:
     class BitModel;
@@ -32,7 +31,7 @@ protected:
     static constexpr int dataModelShift = 15; // precision of a symbol's cumulative probability
 };
 
-class QM_API ACBase::BitModel
+class ACBase::BitModel
 {
 public:
     void reset() noexcept { *this = BitModel(); }
@@ -56,7 +55,7 @@ private:
     std::uint32_t bit_count = 2;
 };
 
-class QM_API ACBase::DataModel
+class ACBase::DataModel
 {
 public:
     // Models of so many symbols and fewer are searched as a whole.
@@ -107,7 +106,7 @@ private:
     std::uint32_t table_shift = 0;
 };
 
-class QM_API ACEncoder : public ACBase
+class ACEncoder : public ACBase
 {
 public:
     // The buffer must hold all that is coded; it is never checked.
@@ -143,7 +142,7 @@ private:
     std::uint8_t* m_current = nullptr;
 };
 
-class QM_API ACDecoder : public ACBase
+class ACDecoder : public ACBase
 {
 public:
     void begin(const void* data, std::size_t length) noexcept;

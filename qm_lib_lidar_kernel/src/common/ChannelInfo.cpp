@@ -197,7 +197,7 @@ const char* WaveletChannelInfo::nameBehind(const char* prefix) const noexcept
     return m_name.compare(0, prefixSize, prefix) == 0 ? m_name.c_str() + prefixSize : nullptr;
 }
 
-int WaveletChannelInfo::save(StreamWriter& writer, int code) const
+int WaveletChannelInfo::save(StreamWriter& writer, ErrorCode code) const
 {
     char name[recordNameSize] = {};
     m_name.copy(name, sizeof name);
@@ -217,7 +217,7 @@ int WaveletChannelInfo::save(StreamWriter& writer, int code) const
     return quantized ? quantizedRecordSize : recordSize;
 }
 
-int WaveletChannelInfo::load(StreamReader& reader, int code)
+int WaveletChannelInfo::load(StreamReader& reader, ErrorCode code)
 {
     char name[recordNameSize];
     std::uint16_t dataType = 0;
@@ -235,7 +235,7 @@ int WaveletChannelInfo::load(StreamReader& reader, int code)
     return quantized ? quantizedRecordSize : recordSize;
 }
 
-int WaveletChannelInfo::saveExtended(StreamWriter& writer, int code) const
+int WaveletChannelInfo::saveExtended(StreamWriter& writer, ErrorCode code) const
 {
     const auto length = static_cast<std::uint16_t>(m_name.size());
     if (length != m_name.size() || !writer.put_be(length))
@@ -245,7 +245,7 @@ int WaveletChannelInfo::saveExtended(StreamWriter& writer, int code) const
     return length + 2;
 }
 
-int WaveletChannelInfo::loadExtended(StreamReader& reader, int code)
+int WaveletChannelInfo::loadExtended(StreamReader& reader, ErrorCode code)
 {
     std::uint16_t length = 0;
     if (!reader.get_be(length))
@@ -336,11 +336,11 @@ void WaveletChannelInfo::updateMinMax(std::size_t count)
                 m_maximum.real = std::max<double>(m_maximum.real, high);
             }
         } else {
-            QM_THROW(40218, "bad kernel datatype");
+            QM_THROW(ErrorCode::KernelDataType, "bad kernel datatype");
         }
     });
     if (!known)
-        QM_THROW(40218, "bad kernel datatype");
+        QM_THROW(ErrorCode::KernelDataType, "bad kernel datatype");
 }
 
 } // namespace Quillmoran

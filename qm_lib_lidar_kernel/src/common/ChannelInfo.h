@@ -7,8 +7,8 @@
 #pragma once
 
 #include "common/TransformUtils.h"
-#include "model/PointData.h"
-#include "platform/Export.h"
+#include <vxunpack/ErrorCode.h>
+#include <vxunpack/PointData.h>
 
 #include <cstdint>
 #include <string>
@@ -29,7 +29,7 @@ enum ConversionAction : int
     CONVERT_MERGE = 5 // decoding: one of the three parts of a split channel, merged after all are decoded
 };
 
-class QM_API WaveletChannelInfo
+class WaveletChannelInfo
 {
 public:
     static constexpr int recordNameSize = 16;
@@ -66,12 +66,12 @@ public:
     // The fixed record of the wavelet header. Both return its size in bytes; a short transfer is
     // `code` "bad read -- channel info" or "bad write -- channel info". load() derives the kernel type and
     // the bits from the range and refuses an unknown transform (-1 "bad transform type").
-    int save(StreamWriter& writer, int code) const;
-    int load(StreamReader& reader, int code);
+    int save(StreamWriter& writer, ErrorCode code) const;
+    int load(StreamReader& reader, ErrorCode code);
     // The full name, for names that the fixed record cuts. Errors "bad read -- channel name length",
     // "bad read -- channel name" and the like with `code`.
-    int saveExtended(StreamWriter& writer, int code) const;
-    int loadExtended(StreamReader& reader, int code);
+    int saveExtended(StreamWriter& writer, ErrorCode code) const;
+    int loadExtended(StreamReader& reader, ErrorCode code);
 
     const char* getName() const noexcept { return m_name.c_str(); }
     DataType getDataType() const noexcept { return m_dataType; }
@@ -105,7 +105,7 @@ public:
     // width, since coarse levels of a part can leave it.
     void mergeFromKernel(WaveletChannelInfo& exponent, WaveletChannelInfo& sign, PointData& points,
                          std::size_t count) const;
-    // Widens the range by the kernel's samples. Another kernel type is 40218 "bad kernel datatype".
+    // Widens the range by the kernel's samples. Another kernel type is KernelDataType "bad kernel datatype".
     void updateMinMax(std::size_t count);
 
 private:

@@ -8,9 +8,9 @@ int ChunkHeader::read(StreamReader& reader)
 {
     offset = reader.tell();
     if (!reader.get_be(id))
-        QM_THROW(40201, "bad read -- chunk id");
+        QM_THROW(ErrorCode::ChunkHeaderRead, "bad read -- chunk id");
     if (!reader.get_be(length))
-        QM_THROW(40201, "bad read -- chunk length");
+        QM_THROW(ErrorCode::ChunkHeaderRead, "bad read -- chunk length");
     return size;
 }
 
@@ -24,9 +24,9 @@ int ChunkHeader::write(StreamWriter& writer, bool rewrite)
         offset = end;
     }
     if (!writer.put_be(id))
-        QM_THROW(40202, "bad write -- chunk id");
+        QM_THROW(ErrorCode::ChunkHeaderWrite, "bad write -- chunk id");
     if (!writer.put_be(length))
-        QM_THROW(40202, "bad write -- chunk length");
+        QM_THROW(ErrorCode::ChunkHeaderWrite, "bad write -- chunk length");
     if (rewrite)
         writer.seek(end, Stream::SEEK_FROM_START);
     return size;

@@ -2,7 +2,7 @@
 // payload that follows.
 #pragma once
 
-#include "platform/IO.h"
+#include <vxunpack/IO.h>
 
 #include <cstdint>
 
@@ -23,7 +23,7 @@ enum ChunkId : std::uint32_t
     CHUNK_EXTENDED_HEADER = 8
 };
 
-struct QM_API ChunkHeader
+struct ChunkHeader
 {
     static constexpr int size = 12; // bytes on disk
 
@@ -31,10 +31,10 @@ struct QM_API ChunkHeader
     std::int64_t length = 0; // of the payload, bytes
     std::int64_t offset = 0; // where the header stands; set by read() and write()
 
-    // Returns the bytes read. Errors 40201: "bad read -- chunk id", "bad read -- chunk length".
+    // Returns the bytes read. Errors ChunkHeaderRead: "bad read -- chunk id", "bad read -- chunk length".
     int read(StreamReader& reader);
     // Writes the header at the writer's position. With `rewrite`, the writer stands behind the payload: sets
-    // the length, writes the header again in its old place and returns there. Errors 40202.
+    // the length, writes the header again in its old place and returns there. Errors ChunkHeaderWrite.
     int write(StreamWriter& writer, bool rewrite);
     // The stretch of the whole chunk, header included.
     void save(IO* io, IO::Location& location) const;

@@ -4,9 +4,9 @@
 #pragma once
 
 #include "common/TransformUtils.h"
-#include "model/DataType.h"
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/DataType.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -167,11 +167,11 @@ void choose(TransformType transform, LiftingStep& predictStep, LiftingStep& upda
     case 10:
         return;
     default:
-        QM_THROW(40007, "unkown wavelet type");
+        QM_THROW(ErrorCode::InvalidArgument, "unkown wavelet type");
     }
 }
 
-// The steps for a kernel type and a transform. Errors 40007: "unkown wavelet type", "unkown datatype".
+// The steps for a kernel type and a transform. Errors InvalidArgument: "unkown wavelet type", "unkown datatype".
 template <class Direction>
 void choose(DataType type, TransformType transform, LiftingStep& predictStep, LiftingStep& updateStep)
 {
@@ -187,7 +187,7 @@ void choose(DataType type, TransformType transform, LiftingStep& predictStep, Li
     case FLOAT64:
         return choose<Direction, double>(transform, predictStep, updateStep);
     default:
-        QM_THROW(40007, "unkown datatype");
+        QM_THROW(ErrorCode::InvalidArgument, "unkown datatype");
     }
 }
 

@@ -10,15 +10,13 @@
 // byte after an 0xFF that is no stuffed byte, which is consumed instead of being taken for a marker.
 #pragma once
 
-#include "platform/Export.h"
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
 namespace Quillmoran {
 
-class QM_API MQBase
+class MQBase
 {
 public:
     static constexpr std::size_t numContexts = 64;
@@ -42,7 +40,7 @@ protected:
     MQBase() = default;
 };
 
-class QM_API MQEncoder : public MQBase
+class MQEncoder : public MQBase
 {
 public:
     // The buffer must hold all that is coded; it is never checked.
@@ -75,7 +73,7 @@ private:
     std::uint8_t* m_current = nullptr;
 };
 
-class QM_API MQDecoder : public MQBase
+class MQDecoder : public MQBase
 {
 public:
     // What every decision changes. A loop holds it in a local, so that it stays in machine registers.

@@ -1,6 +1,6 @@
 #include "common/TransformUtils.h"
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <iterator>
@@ -41,7 +41,7 @@ const Transform& find(TransformType type)
     const auto* found = std::find_if(std::begin(transforms), std::end(transforms),
                                      [type](const Transform& transform) { return transform.code == type; });
     if (found == std::end(transforms))
-        QM_THROW(-1, "bad transform type");
+        QM_THROW(ErrorCode::General, "bad transform type");
     return *found;
 }
 

@@ -7,8 +7,6 @@
 //   deflated floating point   61 63  70  71  73
 #pragma once
 
-#include "platform/Export.h"
-
 #include <cstddef>
 #include <cstdint>
 
@@ -26,19 +24,19 @@ enum class Coder
 };
 
 // Every function refuses a code that is not in the table: -1 "bad transform type".
-QM_API Coder getCoder(TransformType type);
+Coder getCoder(TransformType type);
 // The coder and the lifting, for people: "MQ, order 1 prediction".
-QM_API const char* toString(TransformType type);
+const char* toString(TransformType type);
 // Bits that the transform may add to a sample.
-QM_API int getHeadroom(TransformType type);
-QM_API bool isInteger(TransformType type);
-QM_API bool isFloatingPoint(TransformType type);
+int getHeadroom(TransformType type);
+bool isInteger(TransformType type);
+bool isFloatingPoint(TransformType type);
 // Whether bands are lifted at all: the lifting order is not 0.
-QM_API bool isWavelet(TransformType type);
+bool isWavelet(TransformType type);
 // Whether the low bands are smoothed. Without an update step they hold samples of the channel itself.
-QM_API bool hasUpdate(TransformType type);
+bool hasUpdate(TransformType type);
 // How many neighbours on each side a lifting step reads: 1, or 2 for the third order.
-QM_API std::size_t getPadding(TransformType type);
+std::size_t getPadding(TransformType type);
 
 } // namespace TransformUtils
 

@@ -8,7 +8,7 @@
 namespace Quillmoran {
 
 template <class T>
-class QM_API ACInteger final : public SubblockReader
+class ACInteger final : public SubblockReader
 {
 public:
     ACInteger(DataType type, TransformType transform, const char* name, std::size_t subblockSize);

@@ -2,7 +2,7 @@
 
 #include "decode/ChunkPayload.h"
 #include "decode/WaveletDecoderInfo.h"
-#include "framework/Metadata.h"
+#include <vxunpack/Metadata.h>
 
 #include <cstring>
 
@@ -16,12 +16,12 @@ constexpr std::uint8_t newestVersion = 4;
 
 constexpr std::uint64_t fixedFields = 5; // version and length, or count, of the WKT and class-names chunks
 
-constexpr int fileError = 40209;
-constexpr int unsupportedError = 40211;
-constexpr int wktError = 40214;
-constexpr int classNamesError = 40216;
-constexpr int extendedRecordError = 40219;
-constexpr int extendedHeaderError = 40220;
+constexpr ErrorCode fileError = ErrorCode::ContainerRead;
+constexpr ErrorCode unsupportedError = ErrorCode::Unsupported;
+constexpr ErrorCode wktError = ErrorCode::WKTChunkRead;
+constexpr ErrorCode classNamesError = ErrorCode::ClassNamesChunkRead;
+constexpr ErrorCode extendedRecordError = ErrorCode::ExtendedRecordRead;
+constexpr ErrorCode extendedHeaderError = ErrorCode::ExtendedHeaderRead;
 
 } // namespace
 
@@ -60,7 +60,7 @@ std::int64_t BaseChunkReader::readGroupHeader(std::uint64_t fileLength)
     return group.length;
 }
 
-std::uint32_t BaseChunkReader::readChunkHeader(ChunkHeader& header, std::int64_t& remaining, int code)
+std::uint32_t BaseChunkReader::readChunkHeader(ChunkHeader& header, std::int64_t& remaining, ErrorCode code)
 {
     remaining -= header.read(m_stream);
     if (header.length < 0 || remaining < header.length)
@@ -70,7 +70,7 @@ std::uint32_t BaseChunkReader::readChunkHeader(ChunkHeader& header, std::int64_t
 }
 
 void BaseChunkReader::readChunkHeader(ChunkHeader& header, std::int64_t& remaining, std::uint32_t expectedId,
-                                      int code)
+                                      ErrorCode code)
 {
     if (readChunkHeader(header, remaining, code) != expectedId)
         QM_THROW(code, "bad chunk order");

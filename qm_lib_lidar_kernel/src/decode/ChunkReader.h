@@ -8,8 +8,9 @@
 #pragma once
 
 #include "common/ChunkHeader.h"
-#include "platform/IO.h"
 #include "platform/Stream.h"
+#include <vxunpack/ErrorCode.h>
+#include <vxunpack/IO.h>
 
 #include <array>
 #include <cstdint>
@@ -24,7 +25,7 @@ class Metadata;
 class RTree;
 class WaveletDecoderChannelInfo;
 
-class QM_API BaseChunkReader
+class BaseChunkReader
 {
 public:
     static constexpr std::size_t streamBufferSize = 4096;
@@ -42,8 +43,9 @@ public:
     std::int64_t readGroupHeader(std::uint64_t fileLength);
     // Reads a chunk's header and takes it and its payload off `remaining`. A chunk that is longer than what
     // remains is `code` "chunk length error", one of another id than expected "bad chunk order".
-    std::uint32_t readChunkHeader(ChunkHeader& header, std::int64_t& remaining, int code);
-    void readChunkHeader(ChunkHeader& header, std::int64_t& remaining, std::uint32_t expectedId, int code);
+    std::uint32_t readChunkHeader(ChunkHeader& header, std::int64_t& remaining, ErrorCode code);
+    void readChunkHeader(ChunkHeader& header, std::int64_t& remaining, std::uint32_t expectedId,
+                         ErrorCode code);
 
     void skip(std::int64_t length) { m_stream.seek(length, Stream::SEEK_FROM_CURRENT); }
 
@@ -64,7 +66,7 @@ protected:
     StreamReader m_stream;
 };
 
-class QM_API WaveletChunkReader : public BaseChunkReader
+class WaveletChunkReader : public BaseChunkReader
 {
 public:
     using BaseChunkReader::BaseChunkReader;

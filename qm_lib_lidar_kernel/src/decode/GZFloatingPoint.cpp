@@ -1,7 +1,7 @@
 #include "decode/GZFloatingPoint.h"
 
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
+#include <vxunpack/Base.h>
 
 #include <memory>
 #include <zlib.h>
@@ -13,7 +13,7 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr int zlibError = 40230;
+constexpr ErrorCode zlibError = ErrorCode::Inflate;
 constexpr int rawDeflate = -15; // window bits; negative means no zlib wrapper
 
 const char* message(const char* text)

@@ -6,14 +6,14 @@
 namespace Quillmoran {
 
 template <class T>
-class QM_API GZFloatingPoint final : public SubblockReader
+class GZFloatingPoint final : public SubblockReader
 {
 public:
     GZFloatingPoint(DataType type, TransformType transform, const char* name, std::size_t subblockSize);
 
     void init() override;
 
-    // Errors 40230 with the library's message: "inflateInit(): %s", "inflateReset(): %s" and
+    // Errors Inflate with the library's message: "inflateInit(): %s", "inflateReset(): %s" and
     // "inflate(Z_NO_FLUSH): %s", the latter also for a stream that does not end with the last sample.
     void decode(const CodedSubblock& subblock) const override;
 };

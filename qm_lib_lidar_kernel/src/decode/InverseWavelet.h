@@ -12,15 +12,13 @@
 #pragma once
 
 #include "common/Lifting.h"
-#include "platform/Export.h"
 
 namespace Quillmoran {
 
 namespace TransformUtils {
 
-// The steps for a kernel type and a transform. Errors 40007: "unkown wavelet type", "unkown datatype".
-QM_API void getInverseWavelet(DataType type, TransformType transform, LiftingStep& predict,
-                              LiftingStep& update);
+// The steps for a kernel type and a transform. Errors InvalidArgument: "unkown wavelet type", "unkown datatype".
+void getInverseWavelet(DataType type, TransformType transform, LiftingStep& predict, LiftingStep& update);
 
 } // namespace TransformUtils
 

@@ -11,7 +11,7 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr int subblockError = 40207;
+constexpr ErrorCode subblockError = ErrorCode::SubbandRead;
 
 // Decodes one raw plane of a few coefficients and returns how many bits they took. No branch depends on the
 // bits, which are noise.

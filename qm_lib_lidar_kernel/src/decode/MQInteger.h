@@ -13,7 +13,7 @@
 namespace Quillmoran {
 
 template <class T>
-class QM_API MQInteger final : public SubblockReader
+class MQInteger final : public SubblockReader
 {
 public:
     MQInteger(DataType type, TransformType transform, const char* name, std::size_t subblockSize,

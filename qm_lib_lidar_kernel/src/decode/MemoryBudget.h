@@ -4,7 +4,7 @@
 // suffices for a block of points does not depend on the order in which they draw.
 #pragma once
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <atomic>
 #include <cstdint>
@@ -22,7 +22,7 @@ public:
         m_isExceeded = false;
     }
 
-    // Asked before bytes are allocated. 40203 "bad read -- channel info" when they are too many: it is the
+    // Asked before bytes are allocated. WaveletHeaderRead "bad read -- channel info" when they are too many: it is the
     // channel records that make them so many.
     void take(std::uint64_t bytes)
     {
@@ -35,7 +35,10 @@ public:
         } while (!m_left.compare_exchange_weak(left, left - bytes));
     }
 
-    [[noreturn]] static void throwExceeded() { QM_THROW(40203, "bad read -- channel info"); }
+    [[noreturn]] static void throwExceeded()
+    {
+        QM_THROW(ErrorCode::WaveletHeaderRead, "bad read -- channel info");
+    }
 
     bool isExceeded() const noexcept { return m_isExceeded; }
 

@@ -14,7 +14,7 @@
 
 #include "decode/InverseWavelet.h"
 #include "decode/SubbandSource.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 namespace Quillmoran {
 

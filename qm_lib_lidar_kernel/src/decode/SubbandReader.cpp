@@ -77,7 +77,7 @@ SubbandReaderImp<T>::SubbandReaderImp(SubblockReader& reader, unsigned level, bo
       m_stretches(stretches)
 {
     if (std::min<std::uint64_t>(getBlockSize(), static_cast<std::uint64_t>(numSamples)) > maxSubblockSamples)
-        QM_THROW(40203, "bad read -- channel info");
+        QM_THROW(ErrorCode::WaveletHeaderRead, "bad read -- channel info");
 }
 
 template <class T>

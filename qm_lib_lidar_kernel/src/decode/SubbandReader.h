@@ -13,7 +13,7 @@ namespace Quillmoran {
 // band's start. Holds a bounded number of them, evenly spread over the headers that have been read: when it
 // is full, every second one goes. And the latest ones: a range of points begins up to a few samples before
 // what was read for the range in front of it, and there can be a range for every other subblock.
-class QM_API SubblockCheckpoints
+class SubblockCheckpoints
 {
 public:
     struct Checkpoint

@@ -2,7 +2,7 @@
 
 #include "decode/PipelineStage.h"
 #include "decode/SubbandReader.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 
@@ -25,7 +25,7 @@ std::unique_ptr<SubbandSource> createTyped(DataType type, Arguments&&... argumen
     case FLOAT64:
         return std::make_unique<Source<double>>(std::forward<Arguments>(arguments)...);
     default:
-        QM_THROW(-1, "unkown datatype");
+        QM_THROW(ErrorCode::General, "unkown datatype");
     }
 }
 

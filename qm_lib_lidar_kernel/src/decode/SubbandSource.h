@@ -15,9 +15,8 @@
 #pragma once
 
 #include "common/TransformUtils.h"
-#include "model/DataType.h"
-#include "platform/Export.h"
-#include "platform/IO.h"
+#include <vxunpack/DataType.h>
+#include <vxunpack/IO.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -37,7 +36,7 @@ struct BandStretches
     bool interleaved = false; // the headers' stretch holds the payloads too
 };
 
-class QM_API SubbandSource
+class SubbandSource
 {
 public:
     virtual ~SubbandSource();
@@ -45,7 +44,7 @@ public:
     SubbandSource& operator=(const SubbandSource&) = delete;
 
     // A leaf over a band of `numSamples` samples. The reader must outlive it. -1 "unkown datatype" for a type
-    // that is no kernel type; 40203 "bad read -- channel info" for a subblock that no sane file has.
+    // that is no kernel type; WaveletHeaderRead "bad read -- channel info" for a subblock that no sane file has.
     static std::unique_ptr<SubbandSource> createSubbandReader(SubblockReader& reader, unsigned level,
                                                               bool isHigh, const BandStretches& stretches,
                                                               std::int64_t numSamples);

@@ -13,7 +13,7 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr int subblockError = 40207;
+constexpr ErrorCode subblockError = ErrorCode::SubbandRead;
 
 template <template <class> class Coder, class... Arguments>
 std::unique_ptr<SubblockReader> createInteger(DataType type, Arguments... arguments)
@@ -26,7 +26,7 @@ std::unique_ptr<SubblockReader> createInteger(DataType type, Arguments... argume
     case SINT64:
         return std::make_unique<Coder<std::int64_t>>(type, arguments...);
     default:
-        QM_THROW(40007, "unkown datatype");
+        QM_THROW(ErrorCode::InvalidArgument, "unkown datatype");
     }
 }
 
@@ -46,9 +46,9 @@ std::unique_ptr<SubblockReader> SubblockReader::create(DataType type, TransformT
             return std::make_unique<GZFloatingPoint<float>>(type, transform, name, subblockSize);
         if (type == FLOAT64)
             return std::make_unique<GZFloatingPoint<double>>(type, transform, name, subblockSize);
-        QM_THROW(40007, "unkown datatype");
+        QM_THROW(ErrorCode::InvalidArgument, "unkown datatype");
     }
-    QM_THROW(40007, "unkown transform");
+    QM_THROW(ErrorCode::InvalidArgument, "unkown transform");
 }
 
 SubblockReader::SubblockReader(DataType type, TransformType transform, const char* name,

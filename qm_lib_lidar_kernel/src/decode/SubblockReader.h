@@ -11,8 +11,7 @@
 
 #include "common/BitPlanes.h"
 #include "common/TransformUtils.h"
-#include "model/DataType.h"
-#include "platform/Export.h"
+#include <vxunpack/DataType.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -40,12 +39,12 @@ struct CodedSubblock
     std::size_t count = 0; // of samples, at most a full subblock
 };
 
-class QM_API SubblockReader
+class SubblockReader
 {
 public:
     // The reader for a kernel type and a transform. `perPlaneLengths` asks for one length per bit plane,
     // which old files have for wavelet transforms that are MQ coded. `name` is kept as it is given. Errors
-    // 40007: "unkown datatype"; -1 "bad transform type".
+    // InvalidArgument: "unkown datatype"; -1 "bad transform type".
     static std::unique_ptr<SubblockReader> create(DataType type, TransformType transform, const char* name,
                                                   std::size_t subblockSize, bool perPlaneLengths);
 
@@ -61,7 +60,7 @@ public:
     void takeMemory(std::uint64_t bytes);
 
     // Produces subblock `index` of `count` samples in `out` and returns how many of the following subblocks
-    // are known to be zero. `pendingZeros` is what the previous call returned. Errors 40207: "bad read --
+    // are known to be zero. `pendingZeros` is what the previous call returned. Errors SubbandRead: "bad read --
     // subblock header", "bad read -- subblock data" and those of the plane lengths.
     std::size_t loadSubblock(std::size_t index, StreamReader& headers, StreamReader& data, void* out,
                              std::size_t count, std::size_t pendingZeros);

@@ -1,9 +1,9 @@
-#include "decode/VX7PointReader.h"
+#include <vxunpack/VX7PointReader.h>
 
 #include "decode/ChunkReader.h"
 #include "decode/WaveletDecoder.h"
 #include "model/ChannelNames.h"
-#include "platform/FileIO.h"
+#include <vxunpack/FileIO.h>
 
 #include <cstdio>
 
@@ -49,13 +49,13 @@ void VX7PointReader::readChunks(WaveletChunkReader& chunks)
     m_info->load(chunks, remaining);
 
     ChunkHeader chunk;
-    chunks.readChunkHeader(chunk, remaining, CHUNK_METADATA, 40212);
+    chunks.readChunkHeader(chunk, remaining, CHUNK_METADATA, ErrorCode::MetadataChunkRead);
     chunks.readMetadata(chunk.length, m_metadata);
-    chunks.readChunkHeader(chunk, remaining, CHUNK_WKT, 40214);
+    chunks.readChunkHeader(chunk, remaining, CHUNK_WKT, ErrorCode::WKTChunkRead);
     if (const auto wkt = chunks.readWKT(chunk.length))
         setWKT(wkt->c_str());
     if (packedVersion >= classNamesVersion) {
-        chunks.readChunkHeader(chunk, remaining, CHUNK_CLASS_NAMES, 40216);
+        chunks.readChunkHeader(chunk, remaining, CHUNK_CLASS_NAMES, ErrorCode::ClassNamesChunkRead);
         const auto names = chunks.readClassNames(chunk.length);
         std::vector<const char*> pointers;
         pointers.reserve(names.size());
@@ -63,7 +63,8 @@ void VX7PointReader::readChunks(WaveletChunkReader& chunks)
             pointers.push_back(name ? name->c_str() : nullptr);
         setClassIdNames(pointers.data(), pointers.size());
     }
-    if (remaining > 0 && chunks.readChunkHeader(chunk, remaining, 40219) == CHUNK_EXTENDED_HEADER)
+    if (remaining > 0 &&
+        chunks.readChunkHeader(chunk, remaining, ErrorCode::ExtendedRecordRead) == CHUNK_EXTENDED_HEADER)
         chunks.readExtendedHeader(chunk.length, m_info->getChannels());
 }
 

@@ -9,10 +9,10 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr int headerError = 40203;
-constexpr int indexError = 40205;
-constexpr int subbandError = 40207;
-constexpr int unsupportedError = 40211;
+constexpr ErrorCode headerError = ErrorCode::WaveletHeaderRead;
+constexpr ErrorCode indexError = ErrorCode::IndexChunkRead;
+constexpr ErrorCode subbandError = ErrorCode::SubbandRead;
+constexpr ErrorCode unsupportedError = ErrorCode::Unsupported;
 
 } // namespace
 

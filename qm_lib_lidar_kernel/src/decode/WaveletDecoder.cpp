@@ -1,8 +1,8 @@
 #include "decode/WaveletDecoder.h"
 
-#include "framework/ProgressDelegate.h"
-#include "platform/Base.h"
 #include "platform/ParallelLoop.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
 #include <cmath>
@@ -65,16 +65,16 @@ void WaveletDecoder::selectChannels(const PointInfo& layout)
             const DataType stored = m_info->getChannel(*whole).getDataType();
             if (!DataTypeUtils::isKnown(type) || !DataTypeUtils::isKnown(stored) ||
                 DataTypeUtils::isFloat(type) != DataTypeUtils::isFloat(stored))
-                QM_THROW(-1, "unsupported datatype");
+                QM_THROW(ErrorCode::General, "unsupported datatype");
             addChannel(*whole, CONVERT_PLAIN, i);
         } else if (const auto split = m_info->getSplitChannel(name)) {
             if (!isMergeable(*split, type))
-                QM_THROW(-1, "unsupported datatype");
+                QM_THROW(ErrorCode::General, "unsupported datatype");
             addChannel(split->fraction, CONVERT_MERGE, i);
             addChannel(split->exponent, CONVERT_MERGE, i);
             addChannel(split->sign, CONVERT_MERGE, i);
         } else {
-            QM_THROW(-1, "could not find channel '%s'", name);
+            QM_THROW(ErrorCode::General, "could not find channel '%s'", name);
         }
     }
 }
@@ -182,7 +182,7 @@ void WaveletDecoder::decodeChannel(Channel& channel, Block& block)
     channel.info.reserveKernel(block.fill);
     const std::size_t got = channel.root->get(channel.info.getKernel().getData(), block.fill);
     if (got != block.fill)
-        QM_THROW(40207, "bad read -- subblock data");
+        QM_THROW(ErrorCode::SubbandRead, "bad read -- subblock data");
     channel.info.convertFromKernel(block.points, block.fill);
 }
 
@@ -230,7 +230,7 @@ bool WaveletDecoder::refill()
     if (!m_decoding.isStarted() && !startNext())
         return false;
     if (getDelegate() && getDelegate()->getCancelled())
-        QM_THROW(40006, "operation cancelled.");
+        QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
     try {
         m_decoding.wait();
     } catch (...) {

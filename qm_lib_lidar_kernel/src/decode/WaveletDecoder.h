@@ -7,10 +7,10 @@
 #include "decode/SubbandSource.h"
 #include "decode/SubblockReader.h"
 #include "decode/WaveletDecoderInfo.h"
-#include "framework/PointIterator.h"
-#include "model/PointData.h"
 #include "platform/BackgroundTask.h"
 #include "platform/OpenIO.h"
+#include <vxunpack/PointData.h>
+#include <vxunpack/PointIterator.h>
 
 #include <memory>
 #include <optional>
@@ -18,18 +18,18 @@
 
 namespace Quillmoran {
 
-class QM_API WaveletDecoder final : public PointIterator
+class WaveletDecoder final : public PointIterator
 {
 public:
     static WaveletDecoder* create();
 
     // Keeps the file's information. Errors -1: "could not find channel '%s'", "unsupported datatype"; those
-    // of the coders; 40007 "must have x, y, and z channels"; 40203 "bad read -- channel info", here or while
+    // of the coders; InvalidArgument "must have x, y, and z channels"; WaveletHeaderRead "bad read -- channel info", here or while
     // decoding, for chains that take more memory than a file of this size can explain.
     void init(const WaveletDecoderInfo& info, const Bounds& bounds, double fraction, const PointInfo& layout,
               ProgressDelegate* delegate);
 
-    // Errors of damaged bands, behind which no more points come; a cancelled delegate is 40006 "operation
+    // Errors of damaged bands, behind which no more points come; a cancelled delegate is Cancelled "operation
     // cancelled.".
     std::size_t getNextPoints(PointData& buffer) override;
 

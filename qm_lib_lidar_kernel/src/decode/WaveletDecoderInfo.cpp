@@ -3,7 +3,7 @@
 #include "common/ChunkHeader.h"
 #include "decode/ChunkReader.h"
 #include "model/ChannelNames.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cmath>
@@ -35,7 +35,7 @@ void WaveletDecoderInfo::load(WaveletChunkReader& reader, std::int64_t& remainin
 {
     m_file = Scoped<IO>::retained(reader.stream().getIO());
     ChunkHeader chunk;
-    reader.readChunkHeader(chunk, remaining, CHUNK_WAVELET_HEADER, 40203);
+    reader.readChunkHeader(chunk, remaining, CHUNK_WAVELET_HEADER, ErrorCode::WaveletHeaderRead);
     WaveletChunkReader::WaveletHeader header = reader.readWaveletHeader(chunk.length);
     m_numPoints = header.numPoints;
     m_numLevels = header.numLevels;
@@ -43,7 +43,7 @@ void WaveletDecoderInfo::load(WaveletChunkReader& reader, std::int64_t& remainin
     for (const WaveletDecoderChannelInfo& channel : m_channels)
         m_largestSubblock = std::max(m_largestSubblock, channel.getSubblockSize());
 
-    reader.readChunkHeader(chunk, remaining, CHUNK_INDEX, 40205);
+    reader.readChunkHeader(chunk, remaining, CHUNK_INDEX, ErrorCode::IndexChunkRead);
     m_pointsPerEntry = reader.readIndex(chunk.length, m_index);
     m_indexLength = chunk.length;
     readBands(reader, remaining);
@@ -55,7 +55,7 @@ void WaveletDecoderInfo::readBands(WaveletChunkReader& reader, std::int64_t& rem
     for (std::size_t c = 0; c < m_channels.size(); ++c) {
         for (std::uint32_t level = 0; level < m_numLevels; ++level) {
             ChunkHeader chunk;
-            reader.readChunkHeader(chunk, remaining, CHUNK_SUBBAND, 40207);
+            reader.readChunkHeader(chunk, remaining, CHUNK_SUBBAND, ErrorCode::SubbandRead);
             WaveletDecoderChannelInfo::Band& band = m_channels[c].getBands().emplace_back();
             reader.readSubband(chunk.length, static_cast<std::uint32_t>(c), level, band.first, band.second);
         }
@@ -137,7 +137,7 @@ PointInfo WaveletDecoderInfo::getPointInfo() const
 const WaveletDecoderChannelInfo& WaveletDecoderInfo::getChannel(std::size_t index) const
 {
     if (index >= m_channels.size())
-        QM_THROW(40012, "bad channel index");
+        QM_THROW(ErrorCode::NoSuchChannel, "bad channel index");
     return m_channels[index];
 }
 

@@ -6,10 +6,10 @@
 #include "common/ChannelInfo.h"
 #include "decode/BandLayout.h"
 #include "index/RTree.h"
-#include "model/Bounds.h"
 #include "model/NameIndex.h"
-#include "model/PointInfo.h"
-#include "platform/IO.h"
+#include <vxunpack/Bounds.h>
+#include <vxunpack/IO.h>
+#include <vxunpack/PointInfo.h>
 
 #include <array>
 #include <cstdint>
@@ -21,7 +21,7 @@ namespace Quillmoran {
 class WaveletChunkReader;
 
 // A channel record with the pair of stretches of each of its bands, the coarsest first.
-class QM_API WaveletDecoderChannelInfo final : public WaveletChannelInfo
+class WaveletDecoderChannelInfo final : public WaveletChannelInfo
 {
 public:
     struct Band
@@ -37,7 +37,7 @@ private:
     std::vector<Band> m_bands;
 };
 
-class QM_API WaveletDecoderInfo final : public Object
+class WaveletDecoderInfo final : public Object
 {
 public:
     struct PointRange

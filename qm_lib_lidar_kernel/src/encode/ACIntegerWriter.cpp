@@ -1,7 +1,7 @@
 #include "encode/ACIntegerWriter.h"
 
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
+#include <vxunpack/Base.h>
 
 #include <bit>
 
@@ -48,13 +48,15 @@ void ACIntegerWriter<T>::encode(const void* samples, std::size_t count, Bytes& h
         }
         const U magnitude = value < 0 ? static_cast<U>(0 - static_cast<U>(value)) : static_cast<U>(value);
         if (magnitude >> mostBits)
-            QM_THROW(40007, "a coefficient of more than %d bits cannot be arithmetic coded", mostBits);
+            QM_THROW(ErrorCode::InvalidArgument,
+                     "a coefficient of more than %d bits cannot be arithmetic coded", mostBits);
         encoder.encode(value < 0 ? ACIntegerModels::NEGATIVE : ACIntegerModels::POSITIVE, m_models.sign);
         encodeMagnitude(encoder, m_models, static_cast<std::uint32_t>(magnitude));
     }
     const std::size_t length = encoder.end();
     if (length > getCapacity())
-        QM_THROW(40007, "a subblock of %zu samples has no room for its payload", getFormat().subblockSize);
+        QM_THROW(ErrorCode::InvalidArgument, "a subblock of %zu samples has no room for its payload",
+                 getFormat().subblockSize);
     putPayloadHeader(length, headers);
     data.insert(data.end(), m_payload.begin(), m_payload.begin() + static_cast<std::ptrdiff_t>(length));
 }

@@ -3,12 +3,11 @@
 
 #include "common/ACIntegerModels.h"
 #include "encode/SubblockWriter.h"
-#include "platform/Export.h"
 
 namespace Quillmoran {
 
 template <class T>
-class QM_API ACIntegerWriter final : public SubblockWriter
+class ACIntegerWriter final : public SubblockWriter
 {
 public:
     explicit ACIntegerWriter(const SubblockFormat& format) : SubblockWriter(format) {}

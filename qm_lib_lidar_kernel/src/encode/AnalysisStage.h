@@ -11,7 +11,6 @@
 #pragma once
 
 #include "common/Lifting.h"
-#include "platform/Export.h"
 
 #include <cstddef>
 #include <span>
@@ -20,7 +19,7 @@
 namespace Quillmoran {
 
 template <class T>
-class QM_API AnalysisStage
+class AnalysisStage
 {
 public:
     AnalysisStage(DataType type, TransformType transform);

@@ -4,7 +4,6 @@
 
 #include "encode/SpillStream.h"
 #include "encode/SubblockWriter.h"
-#include "platform/Export.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -12,7 +11,7 @@
 
 namespace Quillmoran {
 
-class QM_API BandWriter
+class BandWriter
 {
 public:
     using Bytes = SubblockWriter::Bytes;

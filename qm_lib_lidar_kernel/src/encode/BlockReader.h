@@ -2,8 +2,8 @@
 // work on the present one.
 #pragma once
 
-#include "framework/PointIterator.h"
-#include "platform/Object.h"
+#include <vxunpack/Object.h>
+#include <vxunpack/PointIterator.h>
 
 #include <cstddef>
 #include <utility>

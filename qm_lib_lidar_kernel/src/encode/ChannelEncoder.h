@@ -6,7 +6,6 @@
 #include "encode/BandWriter.h"
 #include "encode/ChannelPlan.h"
 #include "encode/Decomposition.h"
-#include "platform/Export.h"
 
 #include <memory>
 #include <vector>
@@ -22,7 +21,7 @@ struct BandFormat
     int rawPlanes = SubblockFormat::chooseRawPlanes;
 };
 
-class QM_API ChannelEncoder
+class ChannelEncoder
 {
 public:
     // `channelIndex` is that of the channel in the points. The bands spill into the file.
@@ -33,7 +32,7 @@ public:
     void finish();
 
     std::size_t numPending() const noexcept { return m_pending.size(); }
-    // 40007 when the coder cannot hold the samples.
+    // InvalidArgument when the coder cannot hold the samples.
     void encodePending(std::size_t index);
     void commit();
 

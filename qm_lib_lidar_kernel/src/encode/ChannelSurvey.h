@@ -4,14 +4,13 @@
 
 #include "encode/DecimalSurvey.h"
 #include "encode/FloatGrid.h"
-#include "platform/Export.h"
 
 #include <cstdint>
 #include <vector>
 
 namespace Quillmoran {
 
-class QM_API ChannelSurvey
+class ChannelSurvey
 {
 public:
     struct Range

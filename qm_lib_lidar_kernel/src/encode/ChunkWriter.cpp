@@ -1,7 +1,7 @@
 #include "encode/ChunkWriter.h"
 
 #include "common/ChunkHeader.h"
-#include "framework/Metadata.h"
+#include <vxunpack/Metadata.h>
 
 #include <algorithm>
 #include <cstring>
@@ -15,8 +15,8 @@ constexpr std::int64_t fileLengthOffset = 8;
 constexpr std::int64_t preambleSize = 16;
 constexpr std::uint8_t lidarFormat = 4;
 constexpr std::uint8_t smallChunkVersion = 1; // of WKT, class names and extended header
-constexpr int headerError = 40204;
-constexpr int extendedError = 40219;
+constexpr ErrorCode headerError = ErrorCode::WaveletHeaderWrite;
+constexpr ErrorCode extendedError = ErrorCode::ExtendedRecordRead;
 
 bool needsExtendedHeader(const FileContents& contents)
 {

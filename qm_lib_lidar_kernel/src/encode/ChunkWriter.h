@@ -1,10 +1,9 @@
 // Writes the chunk sequence that decode/ChunkReader.h reads.
 #pragma once
 
-#include "encode/EncodeOptions.h"
 #include "encode/IndexWriter.h"
-#include "platform/Export.h"
 #include "platform/Stream.h"
+#include <vxunpack/EncodeOptions.h>
 
 #include <cstdint>
 #include <memory>
@@ -27,7 +26,7 @@ struct FileContents
     std::size_t numClassNames = 0;
 };
 
-class QM_API ChunkWriter
+class ChunkWriter
 {
 public:
     // Opens the store.

@@ -9,14 +9,13 @@
 // a scale would take several bytes each.
 #pragma once
 
-#include "model/PointData.h"
-#include "platform/Export.h"
+#include <vxunpack/PointData.h>
 
 #include <cstddef>
 
 namespace Quillmoran {
 
-class QM_API DecimalSurvey
+class DecimalSurvey
 {
 public:
     // Samples of a FLOAT32 or FLOAT64 channel.

@@ -2,7 +2,7 @@
 
 #include "encode/AnalysisStage.h"
 #include "encode/BandWriter.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <cstdint>
 
@@ -54,7 +54,7 @@ std::unique_ptr<Decomposition> Decomposition::create(DataType type, TransformTyp
     case FLOAT64:
         return std::make_unique<DecompositionImp<double>>(type, transform, numLevels);
     default:
-        QM_THROW(40007, "unkown datatype");
+        QM_THROW(ErrorCode::InvalidArgument, "unkown datatype");
     }
 }
 

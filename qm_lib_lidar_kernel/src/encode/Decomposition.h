@@ -3,8 +3,7 @@
 #pragma once
 
 #include "common/TransformUtils.h"
-#include "model/DataType.h"
-#include "platform/Export.h"
+#include <vxunpack/DataType.h>
 
 #include <cstddef>
 #include <memory>
@@ -14,10 +13,10 @@ namespace Quillmoran {
 
 class BandWriter;
 
-class QM_API Decomposition
+class Decomposition
 {
 public:
-    // 40007 "unkown datatype" for what is no kernel type.
+    // InvalidArgument "unkown datatype" for what is no kernel type.
     static std::unique_ptr<Decomposition> create(DataType type, TransformType transform,
                                                  std::size_t numLevels);
 

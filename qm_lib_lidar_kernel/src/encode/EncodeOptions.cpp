@@ -1,6 +1,6 @@
-#include "encode/EncodeOptions.h"
+#include <vxunpack/EncodeOptions.h>
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 namespace Quillmoran {
 
@@ -13,7 +13,7 @@ constexpr int mostRawPlanes = 64;
 void checkRange(const char* what, std::int64_t value, std::int64_t low, std::int64_t high)
 {
     if (value < low || value > high)
-        QM_THROW(40007, "%s must be %lld to %lld", what, static_cast<long long>(low),
+        QM_THROW(ErrorCode::InvalidArgument, "%s must be %lld to %lld", what, static_cast<long long>(low),
                  static_cast<long long>(high));
 }
 

@@ -8,8 +8,7 @@
 // whole.
 #pragma once
 
-#include "model/PointData.h"
-#include "platform/Export.h"
+#include <vxunpack/PointData.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -17,7 +16,7 @@
 
 namespace Quillmoran {
 
-struct QM_API FloatGrid
+struct FloatGrid
 {
     double scale = 0;
     double offset = 0;

@@ -5,15 +5,13 @@
 #pragma once
 
 #include "common/Lifting.h"
-#include "platform/Export.h"
 
 namespace Quillmoran {
 
 namespace TransformUtils {
 
-// The steps for a kernel type and a transform. Errors 40007: "unkown wavelet type", "unkown datatype".
-QM_API void getForwardWavelet(DataType type, TransformType transform, LiftingStep& predict,
-                              LiftingStep& update);
+// The steps for a kernel type and a transform. Errors InvalidArgument: "unkown wavelet type", "unkown datatype".
+void getForwardWavelet(DataType type, TransformType transform, LiftingStep& predict, LiftingStep& update);
 
 } // namespace TransformUtils
 

@@ -1,7 +1,7 @@
 #include "encode/GZFloatingPointWriter.h"
 
-#include "platform/Base.h"
 #include "platform/ByteOrder.h"
+#include <vxunpack/Base.h>
 
 #include <zlib.h>
 
@@ -9,7 +9,7 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr int zlibError = 40230;
+constexpr ErrorCode zlibError = ErrorCode::Inflate;
 constexpr int rawDeflate = -15; // window bits; negative means no zlib wrapper
 constexpr int defaultMemory = 8;
 

@@ -2,19 +2,18 @@
 #pragma once
 
 #include "encode/SubblockWriter.h"
-#include "platform/Export.h"
 
 namespace Quillmoran {
 
 template <class T>
-class QM_API GZFloatingPointWriter final : public SubblockWriter
+class GZFloatingPointWriter final : public SubblockWriter
 {
 public:
-    // 40230 "deflateInit(): %s".
+    // Inflate "deflateInit(): %s".
     explicit GZFloatingPointWriter(const SubblockFormat& format);
     ~GZFloatingPointWriter() override;
 
-    // 40230 "deflate(Z_FINISH): %s".
+    // Inflate "deflate(Z_FINISH): %s".
     void encode(const void* samples, std::size_t count, Bytes& headers, Bytes& data) override;
 
 private:

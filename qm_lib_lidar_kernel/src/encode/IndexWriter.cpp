@@ -3,8 +3,8 @@
 #include "common/IndexVersion.h"
 #include "index/BoxGrid.h"
 #include "index/MemoryRTree.h"
-#include "model/PointData.h"
 #include "platform/Stream.h"
+#include <vxunpack/PointData.h>
 
 #include <algorithm>
 #include <cmath>

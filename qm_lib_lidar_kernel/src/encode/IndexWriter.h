@@ -1,8 +1,7 @@
 // The spatial index of a file being written: a box for every so many points, and the chunk's payload.
 #pragma once
 
-#include "model/Bounds.h"
-#include "platform/Export.h"
+#include <vxunpack/Bounds.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +12,7 @@ namespace Quillmoran {
 class PointData;
 class StreamWriter;
 
-class QM_API IndexWriter
+class IndexWriter
 {
 public:
     explicit IndexWriter(std::uint32_t pointsPerEntry) : m_pointsPerEntry(pointsPerEntry) {}

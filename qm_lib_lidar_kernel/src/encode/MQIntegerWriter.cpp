@@ -1,7 +1,7 @@
 #include "encode/MQIntegerWriter.h"
 
 #include "common/BitPlaneContexts.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <array>
@@ -258,7 +258,7 @@ void MQIntegerWriter<T>::putHeader(const BitPlanes& planes, Bytes& headers) cons
         left -= share;
     }
     if (left != 0)
-        QM_THROW(40007, "a subblock of %zu samples is too long for its plane lengths",
+        QM_THROW(ErrorCode::InvalidArgument, "a subblock of %zu samples is too long for its plane lengths",
                  getFormat().subblockSize);
 }
 

@@ -8,13 +8,12 @@
 #include "encode/SubblockWriter.h"
 #include "platform/ByteOrder.h"
 
-#include "platform/Export.h"
 #include <array>
 
 namespace Quillmoran {
 
 template <class T>
-class QM_API MQIntegerWriter final : public SubblockWriter
+class MQIntegerWriter final : public SubblockWriter
 {
 public:
     explicit MQIntegerWriter(const SubblockFormat& format) : SubblockWriter(format) {}

@@ -1,6 +1,6 @@
 #include "encode/PlanChooser.h"
 
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
 #include <cmath>
@@ -229,8 +229,8 @@ ChannelPlan PlanChooser::choose(const ChannelInfo& channel, int channelIndex, co
 {
     if (choice.transform && !suits(*choice.transform, channel, survey)) {
         if (choice.mustSuit)
-            QM_THROW(40007, "transform %d does not suit channel '%s'", static_cast<int>(*choice.transform),
-                     channel.getName());
+            QM_THROW(ErrorCode::InvalidArgument, "transform %d does not suit channel '%s'",
+                     static_cast<int>(*choice.transform), channel.getName());
         choice.transform.reset();
     }
     ChannelPlan best;

@@ -6,7 +6,6 @@
 
 #include "encode/ChannelEncoder.h"
 #include "encode/ChannelSurvey.h"
-#include "platform/Export.h"
 
 #include <cstdint>
 #include <optional>
@@ -25,7 +24,7 @@ struct ChannelChoice
     std::optional<std::uint32_t> subblockSize;
 };
 
-class QM_API PlanChooser
+class PlanChooser
 {
 public:
     // A run of consecutive points.
@@ -41,7 +40,7 @@ public:
         : m_runs(runs), m_format(format)
     {}
 
-    // A coordinate's grid is kept, whatever else would be smaller. 40007 when a transform that must suit the
+    // A coordinate's grid is kept, whatever else would be smaller. InvalidArgument when a transform that must suit the
     // channel does not.
     ChannelPlan choose(const ChannelInfo& channel, int channelIndex, const ChannelSurvey& survey,
                        ChannelChoice choice) const;

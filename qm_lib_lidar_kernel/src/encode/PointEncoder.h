@@ -6,7 +6,6 @@
 #include "encode/BlockReader.h"
 #include "encode/ChannelEncoder.h"
 #include "encode/IndexWriter.h"
-#include "platform/Export.h"
 
 #include <cstdint>
 #include <functional>
@@ -15,7 +14,7 @@
 
 namespace Quillmoran {
 
-class QM_API PointEncoder
+class PointEncoder
 {
 public:
     // Plan i is that of channel i of the points.

@@ -5,7 +5,6 @@
 #include "encode/BlockReader.h"
 #include "encode/ChannelSurvey.h"
 #include "encode/PlanChooser.h"
-#include "platform/Export.h"
 
 #include <cstdint>
 #include <functional>
@@ -14,7 +13,7 @@
 
 namespace Quillmoran {
 
-class QM_API SourceSurvey
+class SourceSurvey
 {
 public:
     // What is known of X, Y and Z beforehand.

@@ -60,7 +60,7 @@ void SpillStream::copyTo(StreamWriter& out) const
     for (const Stretch& stretch : m_stretches) {
         const std::int64_t count = std::min(left, stretch.length);
         if (!out.copy(&m_file->io(), stretch.offset, count))
-            QM_THROW(40001, "read error -- temporary file");
+            QM_THROW(ErrorCode::TemporaryFileRead, "read error -- temporary file");
         left -= count;
     }
     out.write(m_buffer.data(), m_buffer.size());

@@ -3,9 +3,8 @@
 // the file, so what it remembers of them does not grow with their bytes.
 #pragma once
 
-#include "platform/Export.h"
-#include "platform/FileIO.h"
 #include "platform/Mutex.h"
+#include <vxunpack/FileIO.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +15,7 @@ namespace Quillmoran {
 class StreamWriter;
 
 // The shared file, made when the first stream needs it. May be used from any thread.
-class QM_API SpillFile
+class SpillFile
 {
 public:
     // Reserves a stretch and returns where it begins.
@@ -29,7 +28,7 @@ private:
     std::int64_t m_end = 0;
 };
 
-class QM_API SpillStream
+class SpillStream
 {
 public:
     explicit SpillStream(SpillFile& file) : m_file(&file) {}

@@ -3,7 +3,7 @@
 #include "encode/ACIntegerWriter.h"
 #include "encode/GZFloatingPointWriter.h"
 #include "encode/MQIntegerWriter.h"
-#include "platform/Base.h"
+#include <vxunpack/Base.h>
 
 #include <cstring>
 
@@ -22,7 +22,7 @@ std::unique_ptr<SubblockWriter> createInteger(const SubblockFormat& format)
     case SINT64:
         return std::make_unique<Coder<std::int64_t>>(format);
     default:
-        QM_THROW(40007, "unkown datatype");
+        QM_THROW(ErrorCode::InvalidArgument, "unkown datatype");
     }
 }
 
@@ -40,9 +40,9 @@ std::unique_ptr<SubblockWriter> SubblockWriter::create(const SubblockFormat& for
             return std::make_unique<GZFloatingPointWriter<float>>(format);
         if (format.type == FLOAT64)
             return std::make_unique<GZFloatingPointWriter<double>>(format);
-        QM_THROW(40007, "unkown datatype");
+        QM_THROW(ErrorCode::InvalidArgument, "unkown datatype");
     }
-    QM_THROW(40007, "unkown transform");
+    QM_THROW(ErrorCode::InvalidArgument, "unkown transform");
 }
 
 SubblockWriter::~SubblockWriter() = default;

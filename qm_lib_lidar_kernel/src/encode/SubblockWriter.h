@@ -7,8 +7,7 @@
 #pragma once
 
 #include "common/TransformUtils.h"
-#include "model/DataType.h"
-#include "platform/Export.h"
+#include <vxunpack/DataType.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -30,7 +29,7 @@ struct SubblockFormat
     int rawPlanes = chooseRawPlanes;
 };
 
-class QM_API SubblockWriter
+class SubblockWriter
 {
 public:
     using Bytes = std::vector<std::uint8_t>;
@@ -40,7 +39,7 @@ public:
     // What one header can announce.
     static constexpr std::size_t longestZeroRun = 2048;
 
-    // Errors 40007: "unkown datatype"; -1 "bad transform type".
+    // Errors InvalidArgument: "unkown datatype"; -1 "bad transform type".
     static std::unique_ptr<SubblockWriter> create(const SubblockFormat& format);
 
     virtual ~SubblockWriter();
@@ -52,7 +51,7 @@ public:
     // Appends the header of `count` zero subblocks, 1 to longestZeroRun.
     static void putZeroRun(TransformType transform, std::size_t count, Bytes& headers);
 
-    // Appends a subblock of `count` samples, at most a full one and not all zero. 40007 "%s" when the coder
+    // Appends a subblock of `count` samples, at most a full one and not all zero. InvalidArgument "%s" when the coder
     // cannot hold the samples.
     virtual void encode(const void* samples, std::size_t count, Bytes& headers, Bytes& data) = 0;
 

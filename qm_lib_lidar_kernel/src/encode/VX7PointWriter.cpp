@@ -1,13 +1,13 @@
-#include "encode/VX7PointWriter.h"
+#include <vxunpack/VX7PointWriter.h>
 
 #include "encode/BlockReader.h"
 #include "encode/ChunkWriter.h"
 #include "encode/PointEncoder.h"
 #include "encode/SourceSurvey.h"
 #include "files/PartialFile.h"
-#include "framework/ProgressDelegate.h"
 #include "platform/ParallelLoop.h"
 #include "text/TextDecimals.h"
+#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
 #include <set>
@@ -40,7 +40,7 @@ void report(ProgressDelegate* delegate, double work, const char* activity)
     if (!delegate)
         return;
     if (delegate->getCancelled())
-        QM_THROW(40006, "VX7 Write operation cancelled.");
+        QM_THROW(ErrorCode::Cancelled, "VX7 Write operation cancelled.");
     delegate->updateCompleted(work, activity);
 }
 
@@ -49,15 +49,15 @@ void checkNames(const PointInfo& layout)
     constexpr std::size_t longestName = 65000; // a length field has 16 bits, and prefixes come on top
     constexpr std::size_t mostChannels = 65535 / 3;
     if (layout.getNumChannels() > mostChannels)
-        QM_THROW(40007, "more than %zu channels", mostChannels);
+        QM_THROW(ErrorCode::InvalidArgument, "more than %zu channels", mostChannels);
     std::set<std::string> seen;
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const std::string name = layout.getChannel(i).getName();
         const bool isPart = name.size() >= WaveletChannelInfo::prefixSize && name[0] == '@' && name[2] == '|';
         if (name.empty() || name.size() > longestName || isPart)
-            QM_THROW(40007, "a channel cannot be called '%.64s'", name.c_str());
+            QM_THROW(ErrorCode::InvalidArgument, "a channel cannot be called '%.64s'", name.c_str());
         if (!seen.insert(name).second)
-            QM_THROW(40007, "two channels are called '%.64s'", name.c_str());
+            QM_THROW(ErrorCode::InvalidArgument, "two channels are called '%.64s'", name.c_str());
     }
 }
 
@@ -152,7 +152,8 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
     checkNames(layout);
     for (const auto& [name, choice] : m_options.byChannel)
         if (!layout.hasChannel(name.c_str()))
-            QM_THROW(40007, "there is no channel '%s' to choose a coding for", name.c_str());
+            QM_THROW(ErrorCode::InvalidArgument, "there is no channel '%s' to choose a coding for",
+                     name.c_str());
     if (delegate)
         delegate->setTotal(2 * getSrc()->getTotalWork(bounds, fraction) +
                            getSrc()->estimatePoints(bounds, fraction) * (surveyWork + encodeWork));
@@ -196,7 +197,7 @@ std::unique_ptr<PointEncoder> VX7PointWriter::encode(const Bounds& bounds, doubl
         report(delegate, static_cast<double>(count) * pointWork, writing);
     });
     if (encoder->getNumPoints() != numPoints || !encoder->isWithinPlans())
-        QM_THROW(40007, "the source has changed while it was read");
+        QM_THROW(ErrorCode::InvalidArgument, "the source has changed while it was read");
     return encoder;
 }
 

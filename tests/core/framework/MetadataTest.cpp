@@ -1,7 +1,7 @@
-#include "framework/Metadata.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
+#include <vxunpack/Metadata.h>
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
-#include "framework/PointSource.h"
-#include "framework/ProgressDelegate.h"
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/Random.h"
+#include <vxunpack/PointSource.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
-#include "framework/PointWriter.h"
-#include "framework/ProgressDelegate.h"
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
+#include <vxunpack/PointWriter.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <gtest/gtest.h>
 
@@ -65,7 +65,7 @@ private:
     {
         calls.push_back(call + ' ' + std::to_string(number));
         if (call == failsIn)
-            QM_THROW(40000, "test");
+            QM_THROW(static_cast<ErrorCode>(40000), "test");
     }
 };
 

@@ -4,9 +4,9 @@
 
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
-#include "platform/Base.h"
-#include "platform/FileIO.h"
 #include "platform/Stream.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/FileIO.h>
 
 #include <algorithm>
 #include <cstring>

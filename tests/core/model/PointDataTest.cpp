@@ -1,8 +1,8 @@
-#include "model/PointData.h"
-#include "platform/Base.h"
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/Random.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/PointData.h>
 
 #include <gtest/gtest.h>
 

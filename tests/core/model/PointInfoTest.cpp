@@ -1,10 +1,10 @@
-#include "model/PointInfo.h"
-#include "model/Bounds.h"
 #include "model/ChannelNames.h"
 #include "model/NameIndex.h"
-#include "model/PointData.h"
 #include "support/Errors.h"
 #include "support/Layouts.h"
+#include <vxunpack/Bounds.h>
+#include <vxunpack/PointData.h>
+#include <vxunpack/PointInfo.h>
 
 #include <gtest/gtest.h>
 

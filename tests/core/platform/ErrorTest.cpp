@@ -1,5 +1,5 @@
-#include "platform/Base.h"
 #include "support/Errors.h"
+#include <vxunpack/Base.h>
 
 #include <gtest/gtest.h>
 
@@ -30,7 +30,8 @@ TEST(Error, AppendsTextAndCutsItAt1023Bytes)
     EXPECT_STREQ(error.what(), "");
     error("%s", std::string(1000, 'a').c_str())("%d%s", 7, std::string(5000, 'b').c_str())("lost");
     EXPECT_EQ(error.what(), std::string(1000, 'a') + '7' + std::string(22, 'b'));
-    EXPECT_EQ(errorOf(5, [] { QM_THROW(5, "%s", std::string(3000, '%').c_str()); }), std::string(1023, '%'));
+    EXPECT_EQ(errorOf(5, [] { QM_THROW(static_cast<ErrorCode>(5), "%s", std::string(3000, '%').c_str()); }),
+              std::string(1023, '%'));
 }
 
 TEST(Error, NamesTheFileAfterItsLastSeparator)

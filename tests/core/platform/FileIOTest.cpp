@@ -1,6 +1,6 @@
-#include "platform/FileIO.h"
-#include "platform/Base.h"
 #include "support/Errors.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/FileIO.h>
 
 #include <gtest/gtest.h>
 

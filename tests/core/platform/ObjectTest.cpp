@@ -1,4 +1,4 @@
-#include "platform/Object.h"
+#include <vxunpack/Object.h>
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 #include "platform/Stream.h"
-#include "platform/FileIO.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
 #include "support/Random.h"
+#include <vxunpack/FileIO.h>
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "platform/Version.h"
-#include "platform/FileIO.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
+#include <vxunpack/FileIO.h>
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
-#include "text/TXTPointReader.h"
+#include <vxunpack/TXTPointReader.h>
 
-#include "framework/ProgressDelegate.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
 #include "support/TemporaryDirectory.h"
 #include "text/FieldFormat.h"
 #include "text/LineReader.h"
+#include <vxunpack/ProgressDelegate.h>
 
 #include <gtest/gtest.h>
 

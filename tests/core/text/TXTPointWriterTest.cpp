@@ -1,10 +1,10 @@
-#include "text/TXTPointWriter.h"
+#include <vxunpack/TXTPointWriter.h>
 
-#include "framework/ProgressDelegate.h"
-#include "platform/FileIO.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
 #include "support/MemoryPointSource.h"
+#include <vxunpack/FileIO.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <gtest/gtest.h>
 

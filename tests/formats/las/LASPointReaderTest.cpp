@@ -1,10 +1,10 @@
-#include "las/LASPointReader.h"
+#include <vxunpack/LASPointReader.h>
 
-#include "framework/ProgressDelegate.h"
-#include "las/LASPointWriter.h"
 #include "support/Errors.h"
 #include "support/LASClouds.h"
 #include "support/TemporaryDirectory.h"
+#include <vxunpack/LASPointWriter.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
 #include <cstring>

@@ -1,12 +1,12 @@
-#include "las/LASPointWriter.h"
+#include <vxunpack/LASPointWriter.h>
 
-#include "framework/ProgressDelegate.h"
-#include "las/LASPointReader.h"
 #include "support/Errors.h"
 #include "support/LASClouds.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/TemporaryDirectory.h"
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <cmath>
 #include <ctime>

@@ -2,8 +2,8 @@
 // sources as columns of doubles.
 #pragma once
 
-#include "framework/PointSource.h"
 #include "platform/ByteOrder.h"
+#include <vxunpack/PointSource.h>
 
 #include <cmath>
 #include <cstddef>

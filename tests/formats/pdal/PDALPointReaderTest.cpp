@@ -1,12 +1,12 @@
 #include "formats/pdal/BPFTestFile.h"
-#include "framework/PointWriter.h"
-#include "framework/ProgressDelegate.h"
 #include "pdal/PDALFormats.h"
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/Random.h"
 #include "support/TemporaryDirectory.h"
+#include <vxunpack/PointWriter.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <gtest/gtest.h>
 

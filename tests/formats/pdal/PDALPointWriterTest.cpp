@@ -1,12 +1,12 @@
-#include "decode/VX7PointReader.h"
 #include "formats/pdal/BPFTestFile.h"
-#include "framework/ProgressDelegate.h"
 #include "pdal/PDALFormats.h"
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/SampleCloud.h"
 #include "support/TemporaryDirectory.h"
+#include <vxunpack/ProgressDelegate.h>
+#include <vxunpack/VX7PointReader.h>
 
 #include <gtest/gtest.h>
 

@@ -44,14 +44,14 @@ WaveletChannelInfo recordOf(const char* name, DataType type, TransformType trans
 WaveletChannelInfo reloaded(const WaveletChannelInfo& record, int* size = nullptr)
 {
     int saved = 0;
-    const auto io = written([&](StreamWriter& writer) { saved = record.save(writer, -1); });
+    const auto io = written([&](StreamWriter& writer) { saved = record.save(writer, ErrorCode::General); });
     EXPECT_EQ(io->size(), saved);
     if (size)
         *size = saved;
     StreamReader reader;
     reader.init(io.get(), true, 16);
     WaveletChannelInfo loaded;
-    EXPECT_EQ(loaded.load(reader, -1), saved);
+    EXPECT_EQ(loaded.load(reader, ErrorCode::General), saved);
     return loaded;
 }
 
@@ -121,17 +121,18 @@ TEST(WaveletChannelInfo, KeepsLongNamesInTheExtendedRecord)
     WaveletChannelInfo record = reloaded(recordOf(name, UINT16, 10, 0, 1));
     EXPECT_STREQ(record.getName(), "AVeryLongChannel");
     const WaveletChannelInfo full = recordOf(name, UINT16, 10, 0, 1);
-    const auto io = written([&](StreamWriter& writer) { full.saveExtended(writer, 7); });
+    const auto io =
+        written([&](StreamWriter& writer) { full.saveExtended(writer, static_cast<ErrorCode>(7)); });
     StreamReader reader;
     reader.init(io.get(), true, 16);
-    EXPECT_EQ(record.loadExtended(reader, 7), 28);
+    EXPECT_EQ(record.loadExtended(reader, static_cast<ErrorCode>(7)), 28);
     EXPECT_STREQ(record.getName(), name);
 }
 
 TEST(WaveletChannelInfo, ReportsEveryShortRecord)
 {
-    const auto io =
-        written([&](StreamWriter& writer) { recordOf("X", FLOAT64, 1, 0, 1, 0.1).save(writer, -1); });
+    const auto io = written(
+        [&](StreamWriter& writer) { recordOf("X", FLOAT64, 1, 0, 1, 0.1).save(writer, ErrorCode::General); });
     for (std::size_t length = 0; length < 55; ++length) {
         const Scoped<ByteStore> cut(
             ByteStore::create({io->bytes().begin(), io->bytes().begin() + static_cast<int>(length)}));
@@ -139,7 +140,7 @@ TEST(WaveletChannelInfo, ReportsEveryShortRecord)
         reader.init(cut.get(), true, 8);
         WaveletChannelInfo record;
         try {
-            record.load(reader, 4711);
+            record.load(reader, static_cast<ErrorCode>(4711));
             FAIL() << "length=" << length;
         } catch (const Error& error) {
             EXPECT_EQ(error.error(), 4711);

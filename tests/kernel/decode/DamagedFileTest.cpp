@@ -1,11 +1,11 @@
 // Damaged files: each field that can be wrong gives its own error. What random damage does,
 // robustness/DamageTest tries.
-#include "decode/VX7PointReader.h"
-#include "framework/PointWriter.h"
-#include "platform/Base.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
 #include "support/SampleCloud.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/PointWriter.h>
+#include <vxunpack/VX7PointReader.h>
 
 #include <functional>
 #include <gtest/gtest.h>

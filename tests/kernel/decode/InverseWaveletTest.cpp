@@ -1,9 +1,9 @@
 #include "decode/InverseWavelet.h"
 
-#include "platform/Base.h"
 #include "support/ForwardWavelet.h"
 #include "support/Kernels.h"
 #include "support/Random.h"
+#include <vxunpack/Base.h>
 
 #include <cstring>
 #include <gtest/gtest.h>

@@ -3,13 +3,13 @@
 #include "decode/MemoryBudget.h"
 #include "decode/SubbandReader.h"
 #include "decode/SubblockReader.h"
-#include "platform/Base.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
 #include "support/ForwardWavelet.h"
 #include "support/Kernels.h"
 #include "support/Random.h"
 #include "support/SubblockEncoder.h"
+#include <vxunpack/Base.h>
 
 #include <cstring>
 #include <gtest/gtest.h>

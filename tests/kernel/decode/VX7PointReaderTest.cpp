@@ -1,7 +1,6 @@
-#include "decode/VX7PointReader.h"
+#include <vxunpack/VX7PointReader.h>
 
 #include "common/ChunkHeader.h"
-#include "framework/ProgressDelegate.h"
 #include "platform/ByteOrder.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
@@ -9,6 +8,7 @@
 #include "support/Random.h"
 #include "support/ReadPoints.h"
 #include "support/SampleCloud.h"
+#include <vxunpack/ProgressDelegate.h>
 
 #include <cmath>
 #include <cstring>

@@ -1,11 +1,11 @@
-#include "encode/VX7PointWriter.h"
+#include <vxunpack/VX7PointWriter.h>
 
-#include "framework/ProgressDelegate.h"
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/RandomCloud.h"
 #include "support/ReadPoints.h"
 #include "support/TemporaryDirectory.h"
+#include <vxunpack/ProgressDelegate.h>
 
 #include <gtest/gtest.h>
 #include <tbb/global_control.h>

@@ -1,0 +1,97 @@
+// Errors and checked memory: what every other file of the system stands on.
+//
+// All failures are reported by throwing `Error`; the applications' main() is the only place that prints it.
+// Raw buffers come from XALLOC (or `makeBuffer`, which owns what it returns) and never fail silently.
+#pragma once
+
+#include <vxunpack/ErrorCode.h>
+#include <vxunpack/Export.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <new>
+#include <type_traits>
+
+namespace Quillmoran {
+
+// A failure: message, place of the throw and a numeric code. Holds no heap memory, so that it can be built
+// when memory is exhausted. `file` must be a string literal (only a pointer into it is kept).
+class QM_API Error : public std::exception
+{
+public:
+    Error(const char* file, const char* function, int line, ErrorCode code) noexcept
+        : Error(file, function, line, static_cast<int>(code))
+    {}
+    Error(const char* file, const char* function, int line, int code) noexcept;
+
+    // Appends printf-style text to the message; what does not fit into 1023 bytes is cut.
+    Error& operator()(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
+
+    const char* what() const noexcept override { return m_message; }
+    // The file's base name, null when the path given held no separator.
+    const char* filename() const noexcept { return m_file; }
+    const char* function() const noexcept { return m_function; }
+    int line() const noexcept { return m_line; }
+    // The code as a number; of an OSError the value of errno.
+    int error() const noexcept { return m_error; }
+    ErrorCode code() const noexcept { return static_cast<ErrorCode>(m_error); }
+
+protected:
+    static constexpr std::size_t messageCapacity = 1024;
+    char m_message[messageCapacity];
+
+private:
+    const char* m_file;
+    const char* m_function;
+    int m_line;
+    int m_error;
+};
+
+// A failure of the operating system: code and message are those of the current errno.
+class QM_API OSError : public Error
+{
+public:
+    OSError(const char* file, const char* function, int line) noexcept;
+};
+
+// Throw helpers, out of line so that the checked path stays small. Use them through the macros below.
+[[noreturn]] QM_API void throwError(const char* file, const char* function, int line, ErrorCode code);
+[[noreturn]] QM_API void throwError(const char* file, const char* function, int line, ErrorCode code,
+                                    const char* format, ...) __attribute__((format(printf, 5, 6)));
+[[noreturn]] QM_API void throwOSError(const char* file, const char* function, int line, const char* path);
+
+// QM_THROW(code, format, ...): throws Error with the place of the call.
+#define QM_THROW(...) ::Quillmoran::throwError(__FILE__, __func__, __LINE__, __VA_ARGS__)
+// QM_THROW_OS(path): throws the error of errno with " path = %s" appended.
+#define QM_THROW_OS(path) ::Quillmoran::throwOSError(__FILE__, __func__, __LINE__, path)
+
+// malloc, realloc and free that throw OSError (ENOMEM) in place of returning null. XALLOC(0) is valid.
+QM_API void* XALLOC(std::size_t size);
+QM_API void* XREALLOC(void* block, std::size_t size);
+QM_API void XDEALLOC(void* block) noexcept;
+// Copies of C strings, to be freed with XDEALLOC; a null text gives null. The second form copies at most
+// `length` characters.
+QM_API char* STRDUP(const char* text);
+QM_API char* STRDUP(const char* text, std::size_t length);
+
+struct Deallocate
+{
+    void operator()(void* block) const noexcept { XDEALLOC(block); }
+};
+
+// An owned block of `count` trivial values with unspecified contents.
+template <class T>
+using Buffer = std::unique_ptr<T[], Deallocate>;
+
+QM_API void* allocateArray(std::size_t count, std::size_t elementSize);
+
+template <class T>
+Buffer<T> makeBuffer(std::size_t count)
+{
+    static_assert(std::is_trivially_copyable_v<T>);
+    return Buffer<T>(static_cast<T*>(allocateArray(count, sizeof(T))));
+}
+
+} // namespace Quillmoran

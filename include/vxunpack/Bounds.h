@@ -1,0 +1,64 @@
+// A box: three closed ranges. A range whose min is not below its max is empty for the overlap computation.
+#pragma once
+
+#include <vxunpack/Export.h>
+
+#include <limits>
+
+namespace Quillmoran {
+
+struct QM_API Bounds
+{
+    struct Range
+    {
+        double min = std::numeric_limits<double>::infinity();
+        double max = -std::numeric_limits<double>::infinity();
+
+        bool operator==(const Range& other) const noexcept { return min == other.min && max == other.max; }
+        bool contains(double value) const noexcept { return value >= min && value <= max; }
+        bool contains(const Range& other) const noexcept { return min <= other.min && max >= other.max; }
+        bool meets(const Range& other) const noexcept { return max >= other.min && other.max >= min; }
+        void grow(const Range& other) noexcept
+        {
+            min = other.min < min ? other.min : min;
+            max = other.max > max ? other.max : max;
+        }
+        // A NaN changes nothing.
+        void grow(double value) noexcept { grow(Range{value, value}); }
+    };
+
+    // A fresh box contains nothing; growing it by a point makes it that point.
+    Range x, y, z;
+
+    bool operator==(const Bounds& other) const noexcept
+    {
+        return x == other.x && y == other.y && z == other.z;
+    }
+    bool operator!=(const Bounds& other) const noexcept { return !(*this == other); }
+    bool contains(double px, double py, double pz) const noexcept
+    {
+        return x.contains(px) && y.contains(py) && z.contains(pz);
+    }
+    bool contains(const Bounds& other) const noexcept
+    {
+        return x.contains(other.x) && y.contains(other.y) && z.contains(other.z);
+    }
+    bool meets(const Bounds& other) const noexcept
+    {
+        return x.meets(other.x) && y.meets(other.y) && z.meets(other.z);
+    }
+    void grow(const Bounds& other) noexcept
+    {
+        x.grow(other.x);
+        y.grow(other.y);
+        z.grow(other.z);
+    }
+
+    // The box from -infinity to +infinity on every axis: no crop.
+    static const Bounds& Huge();
+    // The share of box `a` that lies inside `b`. A flat or unbounded axis counts as wholly inside, so that
+    // only a real disjointness gives 0.
+    static double overlapFraction(const Bounds& a, const Bounds& b) noexcept;
+};
+
+} // namespace Quillmoran

@@ -1,0 +1,89 @@
+// The types of a sample. The value of a type tells its size and kind: bits 8 to 15 hold the size in bytes,
+// bit 0 is set for signed types, bits 0 and 1 for floating point. Files store these values.
+#pragma once
+
+#include <vxunpack/Export.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace Quillmoran {
+
+enum DataType : std::uint32_t
+{
+    INVALID = 0x000,
+    UINT8 = 0x100,
+    SINT8 = 0x101,
+    UINT16 = 0x200,
+    SINT16 = 0x201,
+    UINT32 = 0x400,
+    SINT32 = 0x401,
+    FLOAT32 = 0x403,
+    UINT64 = 0x800,
+    SINT64 = 0x801,
+    FLOAT64 = 0x803
+};
+
+namespace DataTypeUtils {
+
+constexpr std::size_t getSize(DataType type) noexcept
+{
+    return (type >> 8) & 0xFF;
+}
+// The property by which conversions tell the two families apart.
+constexpr bool isFloat(DataType type) noexcept
+{
+    return (type & 2) != 0;
+}
+
+// Whether the value is one of the ten sample types above (INVALID is not).
+QM_API bool isKnown(DataType type) noexcept;
+// "UINT8" and so on; "UNKNOWN" for any other value.
+QM_API const char* toString(DataType type) noexcept;
+// Ignores case; INVALID for null, empty or unknown text.
+QM_API DataType toDataType(const char* text) noexcept;
+
+} // namespace DataTypeUtils
+
+// Calls visit(T{}) with a zero of the C++ type of `type`; returns false for a type that is none of the ten.
+template <class Visit>
+bool visitDataType(DataType type, Visit&& visit)
+{
+    switch (type) {
+    case UINT8:
+        visit(std::uint8_t{});
+        return true;
+    case SINT8:
+        visit(std::int8_t{});
+        return true;
+    case UINT16:
+        visit(std::uint16_t{});
+        return true;
+    case SINT16:
+        visit(std::int16_t{});
+        return true;
+    case UINT32:
+        visit(std::uint32_t{});
+        return true;
+    case SINT32:
+        visit(std::int32_t{});
+        return true;
+    case UINT64:
+        visit(std::uint64_t{});
+        return true;
+    case SINT64:
+        visit(std::int64_t{});
+        return true;
+    case FLOAT32:
+        visit(float{});
+        return true;
+    case FLOAT64:
+        visit(double{});
+        return true;
+    case INVALID:
+        break;
+    }
+    return false;
+}
+
+} // namespace Quillmoran
