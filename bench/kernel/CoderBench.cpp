@@ -1,7 +1,7 @@
 // The entropy coders inside their subblock readers and writers: samples per second, and the coded bits that
 // went in or came out.
-#include "decode/SubblockReader.h"
-#include "encode/SubblockWriter.h"
+#include "decode/coders/SubblockReader.h"
+#include "encode/coders/SubblockWriter.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/Random.h"

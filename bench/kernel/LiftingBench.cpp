@@ -1,9 +1,9 @@
 // The lifting steps on one block, and a whole chain of stages whose bands are zero (so that lifting and
 // interleaving are all there is to do).
-#include "decode/InverseWavelet.h"
-#include "decode/SubbandSource.h"
-#include "decode/SubblockReader.h"
-#include "encode/ForwardWavelet.h"
+#include "decode/bands/SubbandSource.h"
+#include "decode/coders/SubblockReader.h"
+#include "decode/lifting/InverseWavelet.h"
+#include "encode/lifting/ForwardWavelet.h"
 #include "support/ByteStore.h"
 #include "support/ForwardWavelet.h"
 #include "support/SubblockEncoder.h"

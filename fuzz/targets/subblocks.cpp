@@ -1,7 +1,7 @@
 // The entropy decoders behind each kind of subblock reader, fed with headers and payloads that no container
 // has checked; and samples that must come back from their coder as they were.
-#include "decode/SubblockReader.h"
-#include "encode/SubblockWriter.h"
+#include "decode/coders/SubblockReader.h"
+#include "encode/coders/SubblockWriter.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/InputReader.h"

@@ -2,7 +2,7 @@
 // them.
 #pragma once
 
-#include "common/TransformUtils.h"
+#include "common/coders/TransformUtils.h"
 #include <vxunpack/DataType.h>
 
 #include <cstddef>

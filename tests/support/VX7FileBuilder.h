@@ -3,7 +3,7 @@
 // index, swapped stretches.
 #pragma once
 
-#include "common/TransformUtils.h"
+#include "common/coders/TransformUtils.h"
 #include "support/SubblockEncoder.h"
 #include <vxunpack/Bounds.h>
 #include <vxunpack/DataType.h>
