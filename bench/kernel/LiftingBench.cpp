@@ -1,5 +1,5 @@
-// The lifting steps on one block, and a whole chain of stages whose bands are zero (so that lifting and
-// interleaving are all there is to do).
+// The lifting steps on one block, and a whole chain of stages whose bands are zero, so that it only lifts and
+// interleaves.
 #include "decode/InverseWavelet.h"
 #include "decode/SubbandSource.h"
 #include "decode/SubblockReader.h"
@@ -49,7 +49,7 @@ BENCHMARK_CAPTURE(lift64, order1, SINT64, TransformType{1});
 BENCHMARK_CAPTURE(lift32, order3, SINT32, TransformType{3});
 BENCHMARK_CAPTURE(liftDoubles, order3, FLOAT64, TransformType{63});
 
-// The same on the way into a file: predict, then update.
+// The forward transform: predict, then update.
 template <class T>
 void liftForward(benchmark::State& state, DataType type, TransformType transform)
 {
