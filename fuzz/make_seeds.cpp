@@ -2,7 +2,7 @@
 // and texts of each kind.
 //
 //   make_seeds DIRECTORY        writes DIRECTORY/TARGET/NAME
-#include "encode/SubblockWriter.h"
+#include "encode/coders/SubblockWriter.h"
 #include "index/MemoryRTree.h"
 #include "platform/Stream.h"
 #include "support/LASClouds.h"

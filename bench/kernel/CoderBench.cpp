@@ -1,6 +1,6 @@
 // The entropy coders inside their subblock readers and writers: samples per second, and coded bits per second.
-#include "decode/SubblockReader.h"
-#include "encode/SubblockWriter.h"
+#include "decode/coders/SubblockReader.h"
+#include "encode/coders/SubblockWriter.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/Random.h"

@@ -2,7 +2,7 @@
 // that agree.
 #pragma once
 
-#include "common/ChunkHeader.h"
+#include "common/container/ChunkHeader.h"
 #include "platform/ByteOrder.h"
 #include "support/FuzzTarget.h"
 

@@ -1,7 +1,7 @@
 // The entropy decoder of each kind of subblock reader, with headers and payloads that no container has
 // checked; and samples that their coder must restore exactly.
-#include "decode/SubblockReader.h"
-#include "encode/SubblockWriter.h"
+#include "decode/coders/SubblockReader.h"
+#include "encode/coders/SubblockWriter.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/InputReader.h"

@@ -1,5 +1,5 @@
 // The program as its users, and programs that read its JSON, run it.
-#include "common/ChunkHeader.h"
+#include "common/container/ChunkHeader.h"
 #include "platform/ByteOrder.h"
 #include "support/ExampleSurvey.h"
 #include "support/Program.h"

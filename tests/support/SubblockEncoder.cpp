@@ -1,6 +1,6 @@
 #include "support/SubblockEncoder.h"
 
-#include "encode/SubblockWriter.h"
+#include "encode/coders/SubblockWriter.h"
 #include "support/Kernels.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // Bands for tests of the decoder: samples encoded by the subblock writers, in every form that a file may have.
 #pragma once
 
-#include "common/TransformUtils.h"
+#include "common/coders/TransformUtils.h"
 #include <vxunpack/DataType.h>
 
 #include <cstddef>

@@ -1,7 +1,7 @@
 #include "support/VX7FileBuilder.h"
 
-#include "common/ChannelInfo.h"
-#include "common/ChunkHeader.h"
+#include "common/container/ChunkHeader.h"
+#include "common/container/WaveletChannelInfo.h"
 #include "index/MemoryRTree.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"

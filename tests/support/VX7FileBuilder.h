@@ -3,7 +3,7 @@
 // of the index, the order of byte ranges.
 #pragma once
 
-#include "common/TransformUtils.h"
+#include "common/coders/TransformUtils.h"
 #include "support/SubblockEncoder.h"
 #include <vxunpack/Bounds.h>
 #include <vxunpack/DataType.h>

@@ -1,6 +1,6 @@
 #include <vxunpack/VX7PointReader.h>
 
-#include "common/ChunkHeader.h"
+#include "common/container/ChunkHeader.h"
 #include "platform/ByteOrder.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
