@@ -126,7 +126,7 @@ TEST_F(Vxinfo, AddsUpTheBytesOfTheBands)
         for (const bool swapped : {false, true}) {
             FilePlan plan = cloud.toFile();
             plan.bandVersion = bandVersion;
-            plan.swapStretches = swapped;
+            plan.swapRanges = swapped;
             const Bytes bytes = buildFile(plan);
             std::map<std::size_t, std::int64_t> first, second; // per channel
             std::map<std::size_t, std::int64_t> levels;
