@@ -1,7 +1,7 @@
 #include "info/PointCheck.h"
 
 #include "model/ChannelNames.h"
-#include "utils/PointScan.h"
+#include "utils/sets/PointScan.h"
 #include <vxunpack/ProgressDelegate.h>
 #include <vxunpack/VX7PointReader.h>
 

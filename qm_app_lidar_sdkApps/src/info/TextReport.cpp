@@ -3,7 +3,7 @@
 #include "index/DiskRTree.h"
 #include "model/ChannelNames.h"
 #include "text/Printable.h"
-#include "utils/Summary.h"
+#include "utils/program/Summary.h"
 
 #include <cinttypes>
 #include <cstdio>
