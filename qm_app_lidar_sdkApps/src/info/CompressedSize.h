@@ -2,7 +2,7 @@
 // directory of bands; nothing is decoded.
 #pragma once
 
-#include "decode/WaveletDecoderInfo.h"
+#include "decode/container/WaveletDecoderInfo.h"
 
 #include <cstdint>
 #include <vector>

@@ -1,7 +1,9 @@
 #include <vxunpack/TXTPointWriter.h>
 
+#include "files/OutputFile.h"
 #include "model/NameIndex.h"
 #include "platform/ParallelLoop.h"
+#include "platform/Stream.h"
 #include "text/FieldFormat.h"
 #include "text/NumberFormat.h"
 #include "text/Printable.h"
@@ -10,21 +12,23 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
+#include <map>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace Quillmoran {
 
 namespace {
 
 constexpr std::size_t streamBufferSize = 4096;
-// What a slice of lines may take at most, and how many lines are worth a task.
-constexpr std::size_t mostSliceBytes = std::size_t{2} << 20;
-constexpr std::size_t mostSliceLines = 2048;
+constexpr std::size_t maxSliceBytes = std::size_t{2} << 20;
+constexpr std::size_t maxSliceLines = 2048;
 constexpr std::size_t numSlices = 8; // formatted at a time
-// The text of a whole block can wait, so that the next block is decoded while it is written.
+// The text of a whole block fits into the queue, so that it is written while the next block is decoded.
 constexpr std::size_t numWaitingSlices = 12;
 constexpr const char* activity = "writing text file";
 
@@ -50,9 +54,9 @@ char* writeGeneral(char* out, const void* samples, std::size_t index)
     return formatGeneral(out, static_cast<double>(static_cast<const T*>(samples)[index]), precision);
 }
 
-// How many decimals a step of 1, 0.1, 0.01 and so on needs, at least 1; 0 for any other step and for more
-// than `maximum`. The tenths come from repeated division and the tolerance shrinks with them, so that far
-// down only the very double that the division arrives at is recognised.
+// The number of decimals of a step of 1, 0.1, 0.01 and so on, at least 1; 0 for any other step and for more
+// than `maximum`. The tenths are found by repeated division, and the tolerance shrinks with them: a very small
+// step is recognised only if it equals the result of the division.
 template <class Real>
 int countDecimals(Real step, int maximum)
 {
@@ -71,55 +75,11 @@ int countDecimals(Real step, int maximum)
     return 0;
 }
 
-} // namespace
+// Writes sample `index` to `out` and returns the end of the text.
+using Formatter = char* (*)(char* out, const void* samples, std::size_t index);
 
-TXTPointWriter* TXTPointWriter::create()
-{
-    return new TXTPointWriter;
-}
-
-void TXTPointWriter::init(PointSource* source, IO* io, const PointInfo& fields)
-{
-    PointWriter::init(source);
-    std::vector<std::string> names;
-    const NameIndex known(source->getPointInfo());
-    for (std::size_t i = 0; i < fields.getNumChannels(); ++i) {
-        const char* name = fields.getChannel(i).getName();
-        if (known.find(name))
-            names.emplace_back(name);
-    }
-    m_names = std::move(names);
-    m_path.reset();
-    m_stream.init(io, false, streamBufferSize);
-}
-
-void TXTPointWriter::init(PointSource* source, IO* io, const char* format)
-{
-    PointInfo fields;
-    FieldFormat::parse(format, fields);
-    init(source, io, fields);
-}
-
-void TXTPointWriter::init(PointSource* source, const char* path, const PointInfo& fields)
-{
-    init(source, static_cast<IO*>(nullptr), fields);
-    m_path = path;
-}
-
-void TXTPointWriter::init(PointSource* source, const char* path, const char* format)
-{
-    PointInfo fields;
-    FieldFormat::parse(format, fields);
-    init(source, path, fields);
-}
-
-bool TXTPointWriter::supportedChannels(const PointInfo& wanted, PointInfo& supported) const
-{
-    supported.init(wanted);
-    return true;
-}
-
-TXTPointWriter::Formatter TXTPointWriter::getWriter(const ChannelInfo& channel, int decimals)
+// `decimals` is used for a channel whose quantization gives none; 0 if unknown.
+Formatter getWriter(const ChannelInfo& channel, int decimals)
 {
     switch (channel.getDataType()) {
     case UINT8:
@@ -157,145 +117,180 @@ TXTPointWriter::Formatter TXTPointWriter::getWriter(const ChannelInfo& channel, 
     QM_THROW(ErrorCode::TextField);
 }
 
-void TXTPointWriter::writeBegin(const PointInfo& layout)
+} // namespace
+
+struct TXTPointWriter::Private
 {
-    m_columns.clear();
+    struct Column
+    {
+        const char* name; // in `names`
+        Formatter formatter;
+        std::size_t channel; // in the layout being written
+        const void* samples; // of the block being written
+    };
+
+    void chooseColumns(const PointInfo& layout, const Metadata& metadata);
+    std::string header() const;
+    // The maximum length of a line, in bytes.
+    std::size_t maxLineLength() const noexcept { return columns.size() * (maxFieldLength + 1) + 1; }
+    // Formats points [first, end) of the block.
+    void formatLines(OutputFile::Slice& slice, std::size_t first, std::size_t end) const;
+
+    OutputFile output{"TXT", OutputFile::SEQUENTIAL};
+    std::optional<StreamWriter> stream; // of the open output; the queue's thread uses it
+    std::vector<std::string> names;
+    std::vector<Column> columns; // the names that the layout has
+    bool leadingBlank = false;   // the first name has no column, so every line begins with a blank
+    std::size_t sliceLines = 0;
+    std::vector<OutputFile::Slice> slices; // being formatted
+};
+
+TXTPointWriter::TXTPointWriter() : m_private(std::make_unique<Private>())
+{}
+
+TXTPointWriter::~TXTPointWriter() = default;
+
+TXTPointWriter* TXTPointWriter::create()
+{
+    return new TXTPointWriter;
+}
+
+void TXTPointWriter::init(PointSource* source, IO* io, const PointInfo& fields)
+{
+    PointWriter::init(source);
+    m_private->names.clear();
+    const NameIndex known(source->getPointInfo());
+    for (std::size_t i = 0; i < fields.getNumChannels(); ++i) {
+        const char* name = fields.getChannel(i).getName();
+        if (known.find(name))
+            m_private->names.emplace_back(name);
+    }
+    m_private->output.init(io);
+}
+
+void TXTPointWriter::init(PointSource* source, IO* io, const char* format)
+{
+    PointInfo fields;
+    FieldFormat::parse(format, fields);
+    init(source, io, fields);
+}
+
+void TXTPointWriter::init(PointSource* source, const char* path, const PointInfo& fields)
+{
+    init(source, static_cast<IO*>(nullptr), fields);
+    m_private->output.init(path);
+}
+
+void TXTPointWriter::init(PointSource* source, const char* path, const char* format)
+{
+    PointInfo fields;
+    FieldFormat::parse(format, fields);
+    init(source, path, fields);
+}
+
+bool TXTPointWriter::supportedChannels(const PointInfo& wanted, PointInfo& supported) const
+{
+    supported.init(wanted);
+    return true;
+}
+
+void TXTPointWriter::Private::chooseColumns(const PointInfo& layout, const Metadata& metadata)
+{
+    columns.clear();
     const NameIndex channels(layout);
-    const std::map<std::string, int> decimalsOf = TextDecimals::read(getMetadata());
-    for (const std::string& name : m_names)
+    const std::map<std::string, int> decimalsOf = TextDecimals::read(metadata);
+    for (const std::string& name : names)
         if (const auto channel = channels.find(name.c_str())) {
             const auto known = decimalsOf.find(name);
             const int decimals = known == decimalsOf.end() ? 0 : known->second;
-            m_columns.push_back(
+            columns.push_back(
                 {name.c_str(), getWriter(layout.getChannel(*channel), decimals), *channel, nullptr});
         }
-    m_leadingBlank = !m_names.empty() && !layout.hasChannel(m_names.front().c_str());
-
-    openOutput();
-    writeHeader();
-    startQueue();
+    leadingBlank = !names.empty() && !layout.hasChannel(names.front().c_str());
+    sliceLines = std::clamp<std::size_t>(maxSliceBytes / maxLineLength(), 1, maxSliceLines);
 }
 
-void TXTPointWriter::startQueue()
-{
-    m_sliceLines = std::clamp<std::size_t>(mostSliceBytes / longestLine(), 1, mostSliceLines);
-    m_queue.emplace(
-        [this](const Slice& slice) {
-            if (m_stream.write(slice.text.get(), slice.size) != slice.size)
-                QM_THROW(ErrorCode::Write, "write error");
-        },
-        numSlices + numWaitingSlices);
-}
-
-void TXTPointWriter::openOutput()
-{
-    if (m_path) {
-        m_partial.emplace(m_path->c_str());
-        m_stream.init(m_partial->io(), false, streamBufferSize);
-    }
-    m_stream.open(streamBufferSize);
-    m_begun = true;
-}
-
-std::size_t TXTPointWriter::longestLine() const noexcept
-{
-    return m_columns.size() * (maxFieldLength + 1) + 1;
-}
-
-void TXTPointWriter::writeHeader()
+std::string TXTPointWriter::Private::header() const
 {
     std::string header = "#";
-    for (const Column& column : m_columns) {
+    for (const Column& column : columns) {
         header += ' ';
-        header += printable(column.name); // one line, and nothing that a terminal obeys
+        header += printable(column.name); // one line, without control characters
     }
-    header += '\n';
-    if (!m_stream.put_str(header.data(), header.size()))
-        QM_THROW(ErrorCode::Write, "write error");
+    return header + '\n';
+}
+
+void TXTPointWriter::writeBegin(const PointInfo& layout)
+{
+    Private& state = *m_private;
+    state.chooseColumns(layout, getMetadata());
+    IO& io = state.output.open();
+    const auto write = [&state](const void* bytes, std::size_t size) {
+        if (state.stream->write(bytes, size) != size)
+            QM_THROW(ErrorCode::Write, "write error");
+    };
+    state.stream.emplace();
+    state.stream->init(&io, true, streamBufferSize);
+    const std::string header = state.header();
+    write(header.data(), header.size());
+    state.output.startQueue([write](const OutputFile::Slice& slice) { write(slice.bytes.get(), slice.size); },
+                            numSlices + numWaitingSlices);
 }
 
 void TXTPointWriter::writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate)
 {
-    if (delegate) {
-        delegate->updateCompleted(0, activity);
-        if (delegate->getCancelled())
-            QM_THROW(ErrorCode::Cancelled, "TXT Write operation cancelled.");
-    }
-    for (Column& column : m_columns)
+    Private& state = *m_private;
+    state.output.checkCancelled(delegate, activity);
+    for (Private::Column& column : state.columns)
         column.samples = block.getChannel(column.channel).getData();
-    for (std::size_t first = 0; first < count; first += numSlices * m_sliceLines) {
+    for (std::size_t first = 0; first < count; first += numSlices * state.sliceLines) {
         const std::size_t left = count - first;
-        m_slices.resize(std::min(numSlices, (left + m_sliceLines - 1) / m_sliceLines));
-        for (Slice& slice : m_slices)
-            slice = m_queue->take();
-        parallelLoop(m_slices.size(), [&](std::size_t i) {
-            const std::size_t begin = first + i * m_sliceLines;
-            formatLines(m_slices[i], begin, std::min(begin + m_sliceLines, count));
+        state.slices.resize(std::min(numSlices, (left + state.sliceLines - 1) / state.sliceLines));
+        for (OutputFile::Slice& slice : state.slices)
+            slice = state.output.queue().take();
+        parallelLoop(state.slices.size(), [&](std::size_t i) {
+            const std::size_t begin = first + i * state.sliceLines;
+            state.formatLines(state.slices[i], begin, std::min(begin + state.sliceLines, count));
         });
-        for (Slice& slice : m_slices)
-            m_queue->put(std::move(slice));
+        for (OutputFile::Slice& slice : state.slices)
+            state.output.queue().put(std::move(slice));
     }
     if (delegate)
         delegate->updateCompleted(static_cast<double>(count), activity);
 }
 
-void TXTPointWriter::formatLines(Slice& slice, std::size_t first, std::size_t end) const
+void TXTPointWriter::Private::formatLines(OutputFile::Slice& slice, std::size_t first, std::size_t end) const
 {
-    if (!slice.text)
-        slice.text = makeBuffer<char>(m_sliceLines * longestLine());
-    const bool leadingBlank = m_leadingBlank;
-    char* out = slice.text.get();
+    slice.reserve(sliceLines * maxLineLength());
+    const bool leads = leadingBlank;
+    char* const text = reinterpret_cast<char*>(slice.bytes.get());
+    char* out = text;
     for (std::size_t point = first; point < end; ++point) {
-        bool blank = leadingBlank;
-        for (const Column& column : m_columns) {
+        bool blank = leads;
+        for (const Column& column : columns) {
             *out = ' ';
             out = column.formatter(out + blank, column.samples, point);
             blank = true;
         }
         *out++ = '\n';
     }
-    slice.size = static_cast<std::size_t>(out - slice.text.get());
+    slice.size = static_cast<std::size_t>(out - text);
 }
 
-void TXTPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
+void TXTPointWriter::writeEnd(std::int64_t, const Bounds&)
 {
-    const bool nothing = count == 0 && bounds == Bounds::Huge();
-    if (nothing)
-        m_stream.getIO()->unlink();
-    else
-        m_queue->finish();
-    m_queue.reset();
-    m_stream.close(!nothing);
-    if (m_partial && nothing)
-        m_partial->finishWithoutFile();
-    else if (m_partial)
-        m_partial->finish();
-    m_begun = false;
-    m_slices.clear();
-    releaseFile();
+    Private& state = *m_private;
+    state.output.finishQueue();
+    state.stream->close(true);
+    state.output.commit();
+    writeAborted(); // releases the memory
 }
 
 void TXTPointWriter::writeAborted() noexcept
 {
-    m_queue.reset();
-    m_slices.clear();
-    // What was never opened is untouched; a file that was there before is not ours to remove.
-    try {
-        if (std::exchange(m_begun, false)) {
-            m_stream.getIO()->unlink();
-            m_stream.close(false);
-        }
-    } catch (...) {
-        // The failure that brought us here is the one to report.
-    }
-    releaseFile();
-}
-
-void TXTPointWriter::releaseFile()
-{
-    if (m_path)
-        m_stream.init(nullptr, false, streamBufferSize);
-    m_partial.reset();
+    m_private->output.abort();
+    m_private->stream.reset();
+    m_private->slices.clear();
 }
 
 } // namespace Quillmoran

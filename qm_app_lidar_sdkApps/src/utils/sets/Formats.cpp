@@ -43,7 +43,7 @@ PointSource* openLAS(const char* path, const OpenOptions& options)
             error("  -dropWaveforms reads its points without them.");
         throw;
     }
-    if (options.warn && reader->getHeader().pointFormat.hasWaveform())
+    if (options.warn && reader->hasWaveforms())
         options.warn(std::string("the waveform packets of '") + path + "' are dropped");
     return reader.detach();
 }
