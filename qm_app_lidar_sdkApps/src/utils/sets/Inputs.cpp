@@ -97,18 +97,6 @@ Scoped<PointSource> joinFiles(FilePointSourceManager& files, const std::optional
     return make<MosaicFilter, PointSource>(&files, gpsWeek);
 }
 
-Scoped<PointSource> openAny(const char* name, const OpenOptions& options, int depth,
-                            const std::optional<int>& gpsWeek)
-{
-    const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
-    files->setNamesErrors();
-    files->getOpener().options() = options;
-    addInput(*files, name, depth);
-    if (files->getNumSources() == 0)
-        QM_THROW(ErrorCode::General, "there are no files to read in '%s'", name);
-    return joinFiles(*files, gpsWeek);
-}
-
 void refuseSameFile(const char* input, const char* output)
 {
     if (QMFileUtils::isSameFile(input, output))

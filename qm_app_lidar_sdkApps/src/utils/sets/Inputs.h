@@ -25,11 +25,6 @@ void addInput(FilePointSourceManager& files, const char* name, int depth);
 // The file, or the mosaic of several. With a GPS week always a mosaic, which converts week time with it.
 Scoped<PointSource> joinFiles(FilePointSourceManager& files, const std::optional<int>& gpsWeek);
 
-// Opens a file of any format, a list, an index or a directory with `depth` levels below it as one point
-// cloud. Errors name the file.
-Scoped<PointSource> openAny(const char* name, const OpenOptions& options, int depth = 0,
-                            const std::optional<int>& gpsWeek = std::nullopt);
-
 // A writer truncates its output, which therefore must not be an input: -1 "the output '%s' is the input file".
 void refuseSameFile(const char* input, const char* output);
 // The same for all files of a set, including the tiles of an index.
