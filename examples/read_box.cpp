@@ -16,7 +16,8 @@ int main(int argc, char** argv)
         const vx::Cloud cloud = vx::open(argv[1]);
         const vx::Box box = {std::atof(argv[2]), std::atof(argv[3]), std::atof(argv[4]), std::atof(argv[5])};
         // Only the channels named here are decoded.
-        for (const vx::Block& block : cloud.read({.box = box, .channels = {"X", "Y", "Z", "Classification"}})) {
+        for (const vx::Block& block :
+             cloud.read({.box = box, .channels = {"X", "Y", "Z", "Classification"}})) {
             const auto classes = block.column<std::uint8_t>("Classification");
             for (std::size_t i = 0; i < block.size(); ++i)
                 std::printf("%.2f %.2f %.2f %d\n", block.x()[i], block.y()[i], block.z()[i], classes[i]);

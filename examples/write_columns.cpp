@@ -32,7 +32,8 @@ int main(int argc, char** argv)
             return true; // false cancels
         };
         const auto warning = [](const std::string& text) { std::fprintf(stderr, "%s\n", text.c_str()); };
-        const auto count = vx::write(argv[1], cloud, {.threads = 2, .progress = progress, .warning = warning});
+        const auto count =
+            vx::write(argv[1], cloud, {.threads = 2, .progress = progress, .warning = warning});
         std::printf("\n%llu points written\n", static_cast<unsigned long long>(count));
     } catch (const vx::Error& error) {
         std::fprintf(stderr, "Error: %s\n", error.what());

@@ -17,7 +17,7 @@ prefix=$(mktemp -d)
 trap 'rm -rf "$prefix"' EXIT
 cmake --install build/release --prefix "$prefix/usr" >/dev/null
 bin=$prefix/usr/bin
-library=$(echo "$prefix"/usr/lib/*/libvxunpack.so)
+library=$(find "$prefix/usr" -name libvxunpack.so)
 
 # Functions, data, vtables and type descriptions; "W" are instances of templates, which vary with the compiler.
 symbols=cmake/libvxunpack.symbols

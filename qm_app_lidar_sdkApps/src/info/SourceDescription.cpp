@@ -19,7 +19,7 @@ SourceDescription::SourceDescription(const Scoped<PointSource>& opened, const st
     if (const auto* reader = dynamic_cast<const PointReader*>(source.get()))
         format = reader->getFileFormatString();
     if (const auto* reader = dynamic_cast<const LASPointReader*>(source.get()))
-        hasWaveforms = reader->getHeader().pointFormat.hasWaveform();
+        hasWaveforms = reader->hasWaveforms();
     if (const auto* reader = dynamic_cast<const VX7PointReader*>(source.get())) {
         compression = &reader->getDecoderInfo();
         compressedSize = CompressedSize::of(*compression);

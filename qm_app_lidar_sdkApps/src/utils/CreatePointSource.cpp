@@ -192,7 +192,7 @@ PointSource* SimpleFileOpener::openLAS(const QMFileSpec& file) const
             error("  -dropWaveforms reads its points without them.");
         throw;
     }
-    if (m_warnsOfWaveforms && reader->getHeader().pointFormat.hasWaveform()) {
+    if (m_warnsOfWaveforms && reader->hasWaveforms()) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_warned.insert(file.c_str()).second)
             Utils::warn(std::string("the waveform packets of '") + file.c_str() + "' are dropped");

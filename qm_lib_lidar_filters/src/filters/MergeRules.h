@@ -92,8 +92,8 @@ struct Origin
 
 // Finds the origin of a channel of `target` in a source; none if the source lacks it. A source that cannot be
 // read in the target without changing what its samples mean (one that was replaced since the target was made)
-// is ChannelType "channel '%s' does not fit the joined layout; an index needs an update (vxindex -u)". `names` are
-// those of `source`.
+// is ChannelType "channel '%s' does not fit the joined layout; an index needs an update (vxindex -u)".
+// `names` are those of `source`.
 std::optional<Origin> findOrigin(const PointInfo& source, const NameIndex& names, const Target& target,
                                  const char* channel);
 

@@ -2,6 +2,7 @@
 
 #include "filters/LayoutAdapter.h"
 #include "filters/MergeRules.h"
+#include "filters/PointCloudUnion.h"
 #include "filters/SharedMetadata.h"
 #include "index/MemoryRTree.h"
 #include "model/NameIndex.h"
@@ -16,7 +17,8 @@ namespace {
 
 constexpr ErrorCode misfitError = ErrorCode::ChannelType; // of MergeRules::findOrigin()
 
-// The box by which a source is found. A side that is not known, as in a file without an index, is open.
+// The box of a source in the tree. An axis whose range is not known, as in a file without an index, is
+// unbounded.
 Bounds getSearchBox(const Bounds& bounds)
 {
     Bounds box = bounds;
@@ -36,7 +38,26 @@ void checkChannels(const PointInfo& known, const PointInfo& layout)
 
 } // namespace
 
-// Reads one source after the other; for the overview there is only the first.
+struct MosaicFilter::Impl
+{
+    bool readsTiles(double fraction) const
+    {
+        if (!manager)
+            QM_THROW(ErrorCode::InvalidArgument, "the mosaic has no sources before init()");
+        return fraction > overviewThreshold;
+    }
+
+    Scoped<PointCloudInfo> info{PointCloudInfo::create()};
+    Scoped<const RTree> tree; // the sources' boxes
+    Scoped<PointSourceManager> manager;
+    double overviewThreshold = 0; // fractions up to this one are read from the overview
+    bool sharesMetadata = false;
+    std::shared_ptr<const MergeRules::Target> target; // shared with iterators
+    std::vector<std::string> warnings;
+    std::vector<NamedCoordinateSystem> coordinateSystems;
+};
+
+// Reads one source after the other, or the overview.
 class MosaicFilter::Iterator final : public PointIterator
 {
 public:
@@ -74,12 +95,12 @@ public:
 private:
     bool readNextSource()
     {
-        // One source at a time: what is read to its end gives its file and its buffers back first.
+        // One source at a time: the last one releases its file and its buffers first.
         m_points.reset();
         m_source.reset();
         if (getDelegate() && getDelegate()->getCancelled())
             QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
-        // The widened box, as the sources use it: a point that rounds into the query is not lost.
+        // The sources widen the box, too: a point that rounds into the query is not lost.
         std::int64_t index = 0;
         if (!m_walk || !m_walk->next(getBounds(), index))
             return false;
@@ -104,11 +125,10 @@ private:
     Scoped<PointIterator> m_points; // of that source
 };
 
-MosaicFilter::MosaicFilter()
-    : m_info(PointCloudInfo::create()),
-      m_tree(MemoryRTree::create()),
-      m_target(std::make_shared<const MergeRules::Target>(PointInfo()))
+MosaicFilter::MosaicFilter() : m_impl(std::make_unique<Impl>())
 {}
+
+MosaicFilter::~MosaicFilter() = default;
 
 MosaicFilter* MosaicFilter::create()
 {
@@ -121,7 +141,7 @@ void MosaicFilter::init(PointSourceManager* manager, const std::optional<int>& g
     const Scoped<MemoryRTree> tree(MemoryRTree::create());
     for (std::size_t i = 0; i < manager->getNumSources(); ++i) {
         const Scoped<PointSource> source(manager->createPointSource(i));
-        // A text file is read for its bounds, and knows its number of points only then.
+        // A text file is read for its bounds, and only then knows its number of points.
         const Bounds box = getSearchBox(source->getBounds());
         const Scoped<PointCloudInfo> info(PointCloudInfo::create());
         info->init(*source);
@@ -130,52 +150,106 @@ void MosaicFilter::init(PointSourceManager* manager, const std::optional<int>& g
             tree->insert(box, static_cast<std::int64_t>(i));
     }
     init(&all.getInfo(), tree.get(), manager, gpsWeek);
-    m_sharesMetadata = true;
-    m_warnings = all.getWarnings();
-    m_coordinateSystems = all.getCoordinateSystems();
+    m_impl->sharesMetadata = true;
+    m_impl->warnings = all.getWarnings();
+    m_impl->coordinateSystems = all.getCoordinateSystems();
 }
 
 void MosaicFilter::init(const PointCloudInfo* info, const RTree* tree, PointSourceManager* manager,
                         const std::optional<int>& gpsWeek)
 {
-    const double overviewThreshold = manager->getOverviewFraction();
-    m_target = std::make_shared<const MergeRules::Target>(info->getPointInfo(), gpsWeek);
-    m_info->init(*info);
-    m_tree = Scoped<const RTree>::retained(tree);
-    m_manager = Scoped<PointSourceManager>::retained(manager);
-    m_overviewThreshold = overviewThreshold;
-    m_sharesMetadata = false;
-    m_warnings.clear();
-    m_coordinateSystems.clear();
+    auto impl = std::make_unique<Impl>();
+    impl->overviewThreshold = manager->getOverviewFraction();
+    impl->target = std::make_shared<const MergeRules::Target>(info->getPointInfo(), gpsWeek);
+    impl->info->init(*info);
+    impl->tree = Scoped<const RTree>::retained(tree);
+    impl->manager = Scoped<PointSourceManager>::retained(manager);
+    m_impl = std::move(impl);
+}
+
+void MosaicFilter::setClassIdNames(const char* const* names, std::size_t count)
+{
+    m_impl->info->setClassIdNames(names, count);
+}
+
+const std::vector<std::string>& MosaicFilter::getWarnings() const noexcept
+{
+    return m_impl->warnings;
+}
+
+const std::vector<NamedCoordinateSystem>& MosaicFilter::getCoordinateSystems() const noexcept
+{
+    return m_impl->coordinateSystems;
+}
+
+const PointInfo& MosaicFilter::getPointInfo() const
+{
+    return m_impl->info->getPointInfo();
+}
+
+std::int64_t MosaicFilter::getNumPoints() const
+{
+    return m_impl->info->getNumPoints();
+}
+
+const char* MosaicFilter::getWKT() const
+{
+    return m_impl->info->getWKT();
+}
+
+const Bounds& MosaicFilter::getBounds() const
+{
+    return m_impl->info->getBounds();
+}
+
+const double* MosaicFilter::getScale() const
+{
+    return m_impl->info->getScale();
+}
+
+const double* MosaicFilter::getOffset() const
+{
+    return m_impl->info->getOffset();
+}
+
+std::size_t MosaicFilter::getNumClassIdNames() const
+{
+    return m_impl->info->getNumClassIdNames();
+}
+
+const char* const* MosaicFilter::getClassIdNames() const
+{
+    return m_impl->info->getClassIdNames();
 }
 
 void MosaicFilter::loadMetadata(Metadata& into, bool sanitize) const
 {
-    if (!m_sharesMetadata)
+    if (!m_impl->sharesMetadata)
         return;
+    PointSourceManager& manager = *m_impl->manager;
     Metadata shared;
-    for (std::size_t i = 0; i < m_manager->getNumSources(); ++i) {
-        const Scoped<PointSource> source(m_manager->createPointSource(i));
+    for (std::size_t i = 0; i < manager.getNumSources(); ++i) {
+        const Scoped<PointSource> source(manager.createPointSource(i));
         Metadata own;
         source->loadMetadata(i == 0 ? shared : own, sanitize);
         if (i != 0)
             keepShared(shared, own);
     }
-    if (m_manager->getNumSources() > 1)
+    if (manager.getNumSources() > 1)
         removeCounts(shared);
     into.add(shared);
 }
 
 double MosaicFilter::getTotalWork(const Bounds& bounds, double fraction) const
 {
-    if (!readsTiles(fraction)) {
-        const Scoped<PointSource> overview(m_manager->createOverviewPointSource());
-        return overview ? overview->getTotalWork(bounds, fraction / m_overviewThreshold) : 0;
+    if (!m_impl->readsTiles(fraction)) {
+        const Scoped<PointSource> overview(m_impl->manager->createOverviewPointSource());
+        return overview ? overview->getTotalWork(bounds, fraction / m_impl->overviewThreshold) : 0;
     }
     double work = 0;
-    const Scoped<RTree::Iterator> walk(m_tree->createIterator());
+    const Scoped<RTree::Iterator> walk(m_impl->tree->createIterator());
     for (std::int64_t index = 0; walk->next(bounds, index);) {
-        const Scoped<PointSource> source(m_manager->createPointSource(static_cast<std::size_t>(index)));
+        const Scoped<PointSource> source(m_impl->manager->createPointSource(static_cast<std::size_t>(index)));
         work += source->getTotalWork(bounds, fraction);
     }
     return work;
@@ -184,15 +258,13 @@ double MosaicFilter::getTotalWork(const Bounds& bounds, double fraction) const
 PointIterator* MosaicFilter::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                             ProgressDelegate* delegate) const
 {
+    const bool readsTiles = m_impl->readsTiles(fraction);
     checkChannels(getPointInfo(), layout);
-    if (readsTiles(fraction)) {
-        Scoped<Iterator> iterator(new Iterator(m_target, bounds, fraction, layout, delegate));
-        iterator->walk(*m_tree, m_manager.get());
-        return iterator.detach();
-    }
-    Scoped<Iterator> iterator(
-        new Iterator(m_target, bounds, fraction / m_overviewThreshold, layout, delegate));
-    if (PointSource* overview = m_manager->createOverviewPointSource())
+    const double sourceFraction = readsTiles ? fraction : fraction / m_impl->overviewThreshold;
+    Scoped<Iterator> iterator(new Iterator(m_impl->target, bounds, sourceFraction, layout, delegate));
+    if (readsTiles)
+        iterator->walk(*m_impl->tree, m_impl->manager.get());
+    else if (PointSource* overview = m_impl->manager->createOverviewPointSource())
         iterator->read(overview);
     return iterator.detach();
 }

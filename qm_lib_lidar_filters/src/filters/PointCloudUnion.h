@@ -12,6 +12,7 @@
 // A cloud without points adds its channels, its coordinate system and its class names alone.
 #pragma once
 
+#include <vxunpack/MosaicFilter.h>
 #include <vxunpack/PointCloudInfo.h>
 
 #include <array>
@@ -22,13 +23,6 @@
 
 namespace Quillmoran {
 
-// A coordinate system and a file that has it.
-struct NamedCoordinateSystem
-{
-    std::string wkt; // empty: the file has points and no coordinate system
-    std::string file;
-};
-
 class PointCloudUnion
 {
 public:
@@ -38,8 +32,8 @@ public:
     // With a GPS week, week time becomes adjusted time (see MergeRules.h), and both clocks may be added.
     explicit PointCloudUnion(const std::optional<int>& gpsWeek = std::nullopt);
 
-    // `file` is the name that messages give the cloud. InvalidArgument "... hold different GPS times ..." when it has
-    // another clock than a cloud added before; the union is then unchanged.
+    // `file` is the name that messages give the cloud. InvalidArgument "... hold different GPS times ..."
+    // when it has another clock than a cloud added before; the union is then unchanged.
     void add(const PointCloudInfo& cloud, const std::string& file);
 
     const PointCloudInfo& getInfo() const noexcept { return *m_info; }

@@ -6,7 +6,9 @@
 #pragma once
 
 #include "filters/RunMerge.h"
+#include "platform/Stream.h"
 #include <vxunpack/FileIO.h>
+#include <vxunpack/HilbertOrder.h>
 #include <vxunpack/Object.h>
 
 #include <cstddef>
@@ -69,13 +71,7 @@ private:
 class RowSorter
 {
 public:
-    // How much memory is used, in bytes.
-    struct Limits
-    {
-        std::size_t run = 32 << 20;    // rows and keys of a run, while rows are added
-        std::size_t merge = 16 << 20;  // buffers of a merge
-        std::size_t buffer = 16 << 10; // the least of a merge's buffers: decides how many runs it takes
-    };
+    using Limits = HilbertOrder::Limits;
 
     RowSorter(std::size_t rowSize, const Limits& limits);
 

@@ -23,8 +23,8 @@ public:
     RunMerge(IO* io, const RecordRun* runs, std::size_t numRuns, std::size_t recordSize,
              std::size_t bufferBytes);
 
-    // The next record, which stays until the next call; null at the end. FileProbe "bad read -- temporary file"
-    // when the file is shorter than its runs.
+    // The next record, which stays until the next call; null at the end. FileProbe "bad read -- temporary
+    // file" when the file is shorter than its runs.
     const unsigned char* next();
 
 private:

@@ -25,7 +25,8 @@ public:
 
     // Whether a reader will find the coordinate system again.
     bool keepsCoordinateSystem() const;
-    // Column i holds `count` values or more of dimension i. PointWrite "Unable to write point" when PDAL fails.
+    // Column i holds `count` values or more of dimension i. PointWrite "Unable to write point" when PDAL
+    // fails.
     void write(const std::vector<std::vector<double>>& columns, std::size_t count);
     // Completes the header. Whether all bytes reached the disk is for the caller to see.
     void finish();

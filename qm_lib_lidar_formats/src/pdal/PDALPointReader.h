@@ -23,8 +23,8 @@ public:
     void loadMetadata(Metadata&, bool) const override {}
     // Points that a query reads: all of them, as there is no index.
     double getTotalWork(const Bounds& bounds, double fraction) const override;
-    // A channel that the file lacks is NoSuchChannel, one of another type ChannelType. Damage in the points is BPFRead when
-    // they are reached.
+    // A channel that the file lacks is NoSuchChannel, one of another type ChannelType. Damage in the points
+    // is BPFRead when they are reached.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 

@@ -30,8 +30,8 @@ public:
     bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override;
 
 protected:
-    // A file that cannot be created, or is not a regular one, is OutputCreate "Unable to create output %s. " with
-    // the reason, an unusable scale or offset InvalidArgument.
+    // A file that cannot be created, or is not a regular one, is OutputCreate "Unable to create output %s. "
+    // with the reason, an unusable scale or offset InvalidArgument.
     void writeBegin(const PointInfo& layout) override;
     // Asks the delegate once per block: Cancelled "BPF Write operation cancelled.". 2^31 or more points are
     // NotRepresentable.

@@ -241,8 +241,8 @@ TEST_F(LASReading, RefusesAFileThatIsDamaged)
     EXPECT_EQ(with(94, {0x76, 1}), "bad LAS header: the header size is too small for the version");
     EXPECT_EQ(with(96, {0, 1, 0, 0}), "bad LAS header: the points begin inside the header");
     EXPECT_EQ(with(96, huge4), "the file ends before its points");
-    EXPECT_EQ(with(100, {3, 0, 0, 0}), "variable length record 3 of 3 has no room");
-    EXPECT_EQ(with(100, huge4), "variable length record 3 of 4294967295 has no room");
+    EXPECT_EQ(with(100, {3, 0, 0, 0}), "VLR 3 of 3 is cut off");
+    EXPECT_EQ(with(100, huge4), "VLR 3 of 4294967295 is cut off");
     EXPECT_EQ(with(104, {11}), "bad LAS header: unknown point format 11");
     EXPECT_EQ(with(105, {27, 0}),
               "bad LAS header: the point record length is too small for the point format");
@@ -252,9 +252,9 @@ TEST_F(LASReading, RefusesAFileThatIsDamaged)
     EXPECT_EQ(with(147, infinity), "bad LAS header: the z scale is inf");
     EXPECT_EQ(with(147, {0, 0, 0, 0, 0, 0, 0xF0, 0xBF}), "bad LAS header: the z scale is -1");
     EXPECT_EQ(with(155, nan), "bad LAS header: the x offset is nan");
-    EXPECT_EQ(with(375 + 20, {0xFF, 0xFF}), "variable length record 1 of 2 is too long");
-    EXPECT_EQ(with(235, huge), "the extended variable length records lie outside the file");
-    EXPECT_EQ(with(243, huge4), "extended variable length record 2 of 4294967295 has no room");
+    EXPECT_EQ(with(375 + 20, {0xFF, 0xFF}), "VLR 1 of 2 is too long");
+    EXPECT_EQ(with(235, huge), "the EVLRs are outside the file");
+    EXPECT_EQ(with(243, huge4), "EVLR 2 of 4294967295 is cut off");
     EXPECT_EQ(with(247, huge), "bad LAS header: the number of points is too large");
     EXPECT_EQ(with(247, {0, 0, 1, 0}), "the file ends after 105 of 65536 points");
 
@@ -329,19 +329,19 @@ TEST_F(LASReading, ShowsLASzipNoChunkThatItWouldNotSurvive)
             return failureOfReading(bytes);
         };
         if (format == 3) {
-            EXPECT_EQ(with(code, 4, 0xFF), "40602 bad LAZ chunk: no code begins with these bytes");
+            EXPECT_EQ(with(code, 4, 0xFF), "40602 bad LAZ chunk: invalid first bytes of its code");
         } else {
             EXPECT_EQ(with(code + 4 + 10 * 4, 4, 0xFF),
-                      "40602 bad LAZ chunk: no code begins with these bytes");
-            EXPECT_EQ(with(code + 4, 4, 0x7F), "40602 bad LAZ chunk: layer 0 reaches into the chunk table");
-            EXPECT_EQ(with(code + 4, 40, 0xFF), "40602 bad LAZ chunk: layer 0 reaches into the chunk table");
+                      "40602 bad LAZ chunk: invalid first bytes of its code");
+            EXPECT_EQ(with(code + 4, 4, 0x7F), "40602 bad LAZ chunk: layer 0 overlaps the chunk table");
+            EXPECT_EQ(with(code + 4, 40, 0xFF), "40602 bad LAZ chunk: layer 0 overlaps the chunk table");
         }
         std::uint64_t table = 0;
         std::memcpy(&table, whole.data() + head.pointDataOffset, sizeof table);
-        EXPECT_EQ(with(table + 8, 4, 0xFF), "bad LAZ chunk: no code begins with these bytes");
+        EXPECT_EQ(with(table + 8, 4, 0xFF), "bad LAZ chunk: invalid first bytes of its code");
         // Its last item twice, and the whole record twice.
         const std::size_t record = head.headerSize;
-        const std::size_t items = record + LASVariableRecord::headerBytes + 34;
+        const std::size_t items = record + 54 + 34;
         LASBytes bytes = whole;
         if (format == 3) {
             bytes[items + 6] = 0;
@@ -355,7 +355,8 @@ TEST_F(LASReading, ShowsLASzipNoChunkThatItWouldNotSurvive)
         ++bytes[100];
         const auto begin = static_cast<std::uint32_t>(head.pointDataOffset + again.size());
         std::memcpy(&bytes[96], &begin, sizeof begin);
-        EXPECT_EQ(failureOfReading(bytes), "the file says more than once how it is compressed");
+        EXPECT_EQ(failureOfReading(bytes),
+                  "the file has more than one VLR with the LASzip coding of its points");
     }
 }
 

@@ -64,7 +64,7 @@ TEST_F(LASWriting, ChoosesFormatAndVersionByTheChannels)
 {
     const auto chosen = [](std::initializer_list<ChannelInfo> channels) {
         const PointInfo layout = layoutXYZ(channels);
-        return std::to_string(LASPointWriter::getRecordFormat(layout).number) + '/' +
+        return std::to_string(LASPointWriter::getRecordFormat(layout)) + '/' +
                std::to_string(LASPointWriter::getFileVersion(layout));
     };
     const auto withBits = [](const char* name, DataType type, int bits) {

@@ -1,8 +1,8 @@
-// The variable length records of a LAS file: small blocks of anything, each known by a user ID and a number.
-// They stand between header and points, and in LAS 1.4 behind the points as well (extended records).
+// The VLRs of a LAS file, its variable length records: blocks of any content, identified by a user ID and a
+// number. They are between header and points; LAS 1.4 also has extended ones, EVLRs, after the points.
 #pragma once
 
-#include "las/LASHeader.h"
+#include "las/header/LASHeader.h"
 #include <vxunpack/IO.h>
 
 #include <cstddef>
@@ -41,19 +41,18 @@ struct LASVariableRecord
     {
         return recordID == record && userID == user;
     }
-    // How a compressed file is coded.
+    // Whether it is LASzip's VLR, which describes the coding of a compressed file.
     bool isCompression() const noexcept { return is(compressionUserID, compressionRecordID); }
     bool isProjection(std::uint16_t record) const noexcept { return is(projectionUserID, record); }
 };
 
-// The records of a file, those behind the points last; LASzip's own is left out, since it describes the
-// file's coding. A record that does not end where it must is LASRead. The store is open.
+// All VLRs of a file, then its EVLRs. LASRead when a record does not end before the points or the end of the
+// file. `io` is open.
 std::vector<LASVariableRecord> readLASVariableRecords(const IO& io, const LASHeader& header);
-// A record's value. LASRead when the file is shorter than it was.
+// A record's value. LASRead when the file has become shorter.
 std::vector<unsigned char> readLASRecordValue(const IO& io, const LASVariableRecord& record);
 
-// Appends a whole record: header with the mark 0xAABB, user ID, number and description, then the value, which
-// is shorter than 65536 bytes.
+// Appends a VLR: its header, with the mark 0xAABB, and the value of less than 65536 bytes.
 void appendLASVariableRecord(std::vector<unsigned char>& to, const char* userID, std::uint16_t recordID,
                              const char* description, const void* value, std::size_t length);
 

@@ -1,4 +1,4 @@
-#include "las/LASMetadata.h"
+#include "las/header/LASMetadata.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -19,7 +19,7 @@ constexpr char countsByReturn[] = "PointRecordsByReturnCount";
 constexpr char boundingBox[] = "LAS_BoundingBox";
 constexpr char separator[] = "::";
 
-constexpr std::uint64_t largestValue = 1 << 20; // bytes; what describes a cloud is far smaller
+constexpr std::uint64_t maxValueBytes = 1 << 20; // far more than any description of a cloud
 
 void addText(Metadata& into, const char* key, const std::string& text)
 {
@@ -107,18 +107,17 @@ void read(Metadata& into, const IO& io, const LASHeader& header,
     addText(into, generatingSoftware, header.generatingSoftware);
     addProjectID(into, header.projectID);
     addText(into, fileSourceID, std::to_string(header.fileSourceID));
-    // Year and day of the year, as the header has them.
     char date[16];
     std::snprintf(date, sizeof date, "%04d-%03d", header.creationYear, header.creationDay);
     addText(into, fileCreationDate, date);
     addCountsByReturn(into, header);
     addBoundingBox(into, header);
     for (const LASVariableRecord& record : records) {
-        if (record.length > largestValue || record.isCompression())
+        if (record.length > maxValueBytes || record.isCompression())
             continue;
         const auto value = readLASRecordValue(io, record);
         const std::string key = record.userID + separator + std::to_string(record.recordID);
-        // A record without a value still has an address, which the store asks for.
+        // Metadata::add() requires an address, also for no bytes.
         into.add(key.c_str(), record.description.c_str(), METADATA_BLOB,
                  value.empty() ? "" : static_cast<const void*>(value.data()), value.size());
     }

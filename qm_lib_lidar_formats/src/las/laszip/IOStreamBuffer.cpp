@@ -1,4 +1,4 @@
-#include "las/IOStreamBuffer.h"
+#include "las/laszip/IOStreamBuffer.h"
 
 #include <algorithm>
 #include <cstring>
@@ -44,7 +44,7 @@ IOStreamBuffer::int_type IOStreamBuffer::underflow()
         if (!m_failure)
             got = fill();
     } catch (...) {
-        becomeZeros();
+        failWithZeros();
     }
     if (!m_failure)
         m_position += static_cast<std::int64_t>(got);
@@ -52,7 +52,7 @@ IOStreamBuffer::int_type IOStreamBuffer::underflow()
     return traits_type::to_int_type(*gptr());
 }
 
-void IOStreamBuffer::becomeZeros()
+void IOStreamBuffer::failWithZeros()
 {
     m_failure = std::current_exception();
     std::fill_n(m_buffer.get(), bufferSize, '\0');
@@ -64,9 +64,9 @@ std::streamsize IOStreamBuffer::xsgetn(char* bytes, std::streamsize count)
     const std::streamsize got = std::streambuf::xsgetn(bytes, count);
     try {
         if (!m_failure)
-            m_walk.passed(position, static_cast<std::size_t>(got));
+            m_walk.noteRead(position, static_cast<std::size_t>(got));
     } catch (...) {
-        becomeZeros();
+        failWithZeros();
     }
     return got;
 }

@@ -1,4 +1,4 @@
-#include "las/LASFields.h"
+#include "las/points/LASFields.h"
 
 #include "model/ChannelNames.h"
 #include "model/SampleConversion.h"
@@ -13,7 +13,7 @@ namespace {
 
 using namespace ChannelNames;
 
-// Formats 0 to 5, up to where the formats differ.
+// The common fields of formats 0 to 5.
 constexpr LASField legacyFields[] = {
     {x, FLOAT64, 32, 0},
     {y, FLOAT64, 32, 4},
@@ -29,6 +29,7 @@ constexpr LASField legacyFields[] = {
     {sourceId, UINT16, 16, 18},
 };
 
+// The common fields of formats 6 to 10, without the time.
 constexpr LASField extendedFields[] = {
     {x, FLOAT64, 32, 0},
     {y, FLOAT64, 32, 4},
@@ -124,7 +125,7 @@ void unpackBits(std::uint8_t* __restrict samples, const unsigned char* __restric
         samples[i] = static_cast<std::uint8_t>(*at >> shift & mask);
 }
 
-// Rounded half a step away from the offset by truncation.
+// Truncation of the result rounds half steps away from the offset.
 double toSteps(double value, double scale, double offset) noexcept
 {
     return (value - offset) / scale + (value >= offset ? 0.5 : -0.5);
@@ -140,7 +141,7 @@ bool isStep(double steps) noexcept
 
 bool isKnown(const char* channel) noexcept
 {
-    // The two formats that have, together, every field.
+    // Together these formats have every field.
     for (const LASPointFormat format : {LASPointFormat{3}, LASPointFormat{8}})
         if (find(format, channel))
             return true;

@@ -1,9 +1,9 @@
-// Delivers a file's point records one after the other, in the layout of their point format: those of a LAS
-// file as they stand, those of a LAZ file decompressed by LASzip. Used by one thread at a time.
+// Reads a file's point records in order, in the layout of their point format. LASzip decompresses those of a
+// LAZ file. Used by one thread at a time.
 #pragma once
 
-#include "las/LASHeader.h"
-#include "las/LASzipChunks.h"
+#include "las/header/LASHeader.h"
+#include "las/laszip/LASzipChunks.h"
 #include <vxunpack/IO.h>
 #include <vxunpack/PointInfo.h>
 
@@ -15,8 +15,8 @@ namespace Quillmoran {
 class LASRecordReader
 {
 public:
-    // The reader for a file of this header; it holds the store open. Fields of other channels than the wanted
-    // ones may come as anything. Throws LASRead when LASzip does not take the file.
+    // The reader for a file with this header; it keeps `io` open. Fields of channels that are not wanted have
+    // unspecified values. LASRead when LASzip refuses the file.
     static std::unique_ptr<LASRecordReader> create(IO* io, const LASHeader& header,
                                                    const LASzipChunks& chunks, const PointInfo& wanted);
 
@@ -24,9 +24,10 @@ public:
     LASRecordReader(const LASRecordReader&) = delete;
     LASRecordReader& operator=(const LASRecordReader&) = delete;
 
-    // Bytes from one record to the next in what read() gives.
+    // Bytes from one record to the next in the output of read().
     std::size_t stride() const noexcept { return m_stride; }
-    // The next `count` records. LASRead when the file ends before them or is damaged, then and ever after.
+    // The next `count` records. LASRead when the file ends before them or is malformed; later calls throw,
+    // too.
     virtual void read(unsigned char* records, std::size_t count) = 0;
 
 protected:

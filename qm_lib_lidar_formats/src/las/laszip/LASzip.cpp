@@ -1,4 +1,4 @@
-#include "las/LASzipPoint.h"
+#include "las/laszip/LASzip.h"
 
 #include "platform/ByteOrder.h"
 #include <vxunpack/Base.h>
@@ -9,7 +9,7 @@ namespace Quillmoran {
 
 namespace {
 
-// LASzip's byte of a point of formats 0 to 5, and of the others; the compiler makes them plain loads and
+// Formats 0 to 5 pack bit fields of LASzip's structure into these two bytes. The compiler emits loads and
 // shifts.
 unsigned char legacyReturns(const laszip_point_struct& point) noexcept
 {
@@ -62,7 +62,7 @@ void extendedToRecord(unsigned char* record, const laszip_point_struct& point) n
 
 void extendedFromRecord(laszip_point_struct& point, const unsigned char* record) noexcept
 {
-    const unsigned flags = loadLittleEndian<std::uint16_t>(record + 14); // both bytes of them
+    const unsigned flags = loadLittleEndian<std::uint16_t>(record + 14); // two bytes of flags
     point.extended_point_type = 1;
     point.extended_return_number = flags & 15;
     point.extended_number_of_returns = flags >> 4 & 15;
@@ -74,7 +74,7 @@ void extendedFromRecord(laszip_point_struct& point, const unsigned char* record)
     point.user_data = record[17];
     point.extended_scan_angle = loadLittleEndian<std::int16_t>(record + 18);
     point.point_source_ID = loadLittleEndian<std::uint16_t>(record + 20);
-    // LASzip refuses a point whose older flags differ; the older class may be left at 0.
+    // LASzip refuses a point whose legacy flags differ; its legacy class may be 0.
     point.synthetic_flag = flags >> 8 & 1;
     point.keypoint_flag = flags >> 9 & 1;
     point.withheld_flag = flags >> 10 & 1;

@@ -1,8 +1,8 @@
-// The public header block of a LAS file, versions 1.0 to 1.4, as a value: read from a store, checked, and
-// written. All numbers of the block are little-endian.
+// The public header block of a LAS file, versions 1.0 to 1.4, as a value: read from a file, checked, and
+// written. Its numbers are little-endian.
 #pragma once
 
-#include "las/LASPointFormat.h"
+#include "las/points/LASPointFormat.h"
 #include <vxunpack/IO.h>
 
 #include <array>
@@ -61,17 +61,17 @@ struct LASHeader
     std::uint64_t pointCount = 0;
     std::array<std::uint64_t, maxReturns> pointsByReturn{};
 
-    // Reads and checks the block: signature, a version from 1.0 to 1.4 (or the 0.0 that some writers leave),
-    // header and record sizes that hold their fields, points that begin behind the header. LASRead "bad LAS
-    // header: ..." else.
+    // Reads and checks the block: signature, a version from 1.0 to 1.4 (or 0.0, which some writers leave),
+    // header and record sizes that hold their fields, points that begin after the header. LASRead "bad LAS
+    // header: " and the reason otherwise.
     void read(const IO& io);
-    // The block as it stands in a file, headerSize bytes.
+    // The block as it is in a file, headerSize bytes.
     std::vector<unsigned char> write() const;
 
-    // The count that is valid for the file's version.
+    // The number of points, from the field that is valid for the file's version.
     std::uint64_t getPointCount() const noexcept;
 
-    // Bytes of the block in a file of the version: what a minor version of 3, and of 4 and above, adds.
+    // Bytes of the block; minor versions 3 and 4 add fields.
     static std::uint16_t sizeOfVersion(std::uint8_t minor) noexcept;
 };
 

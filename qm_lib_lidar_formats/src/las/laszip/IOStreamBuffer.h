@@ -1,8 +1,8 @@
-// A standard stream's buffer over an IO, for LASzip, which reads and writes standard streams. One direction
-// at a time, used by one thread.
+// The buffer of a standard stream over an IO, for LASzip, which reads and writes standard streams. It either
+// reads or writes. Used by one thread.
 #pragma once
 
-#include "las/LASzipChunks.h"
+#include "las/laszip/LASzipChunks.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/IO.h>
 
@@ -17,17 +17,17 @@ namespace Quillmoran {
 class IOStreamBuffer final : public std::streambuf
 {
 public:
-    // Reading: only sound chunks are shown, and their head in place of the store's first bytes. From a failed
-    // read on, as one behind the end is, all bytes are zero: LASzip can crash where a stream goes bad or
-    // ends, and not over zeros. So throwFailure() is called behind every call of LASzip.
+    // Reads checked chunks, and their head in place of the file's first bytes. A failed read, or one after
+    // the end, gives zeros from then on: LASzip can crash when a stream fails or ends, but not on zeros. So
+    // call throwFailure() after every call of LASzip.
     IOStreamBuffer(IO& io, const LASzipChunks& chunks);
-    // Writing, from a position of the store on.
+    // Writes from the position on.
     IOStreamBuffer(IO& io, std::int64_t position);
 
-    // Writes what is buffered. What the store does not take is dropped, and so is all that follows: LASzip
-    // leaks memory when it closes a stream that has gone bad.
+    // Writes the buffered bytes. After an error they and all later ones are dropped without failing the
+    // stream: LASzip leaks memory when it closes a failed stream.
     void flush();
-    // Throws what a read or a write has thrown, of which LASzip keeps the reason to itself.
+    // Throws the error of an earlier read or write, which LASzip does not pass on.
     void throwFailure() const;
 
 protected:
@@ -43,13 +43,13 @@ private:
 
     std::int64_t tell() const noexcept;
     std::size_t fill();
-    // Keeps the exception that is being handled.
-    void becomeZeros();
+    // Keeps the exception that is being handled; later reads give zeros.
+    void failWithZeros();
 
     IO& m_io;
     LASzipChunkWalk m_walk;
     Buffer<char> m_buffer;
-    std::int64_t m_position = 0; // reading: of the end of the buffered bytes; writing: of their beginning
+    std::int64_t m_position = 0; // of the end of the buffered bytes when reading, of their begin when writing
     bool m_writing;
     std::exception_ptr m_failure;
 };

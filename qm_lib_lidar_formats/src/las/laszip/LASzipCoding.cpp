@@ -1,6 +1,6 @@
-#include "las/LASzipRecord.h"
+#include "las/laszip/LASzipCoding.h"
 
-#include "las/LASVariableRecords.h"
+#include "las/header/LASVariableRecord.h"
 #include "platform/ByteOrder.h"
 #include <vxunpack/Base.h>
 
@@ -18,51 +18,49 @@ namespace {
 constexpr std::size_t fixedBytes = 34;
 constexpr std::size_t itemBytes = 6;
 
-// Compressors: without chunks, in chunks, and in chunks whose fields are apart, for formats 6 to 10.
 enum Compressor : unsigned
 {
-    POINTWISE = 1,
+    POINTWISE = 1, // no chunks
     CHUNKED = 2,
-    LAYERED = 3
+    LAYERED = 3 // chunks that code each field separately, for formats 6 to 10
 };
 
-// The parts of a point: their number, their bytes (0: any number of them), the versions of their coding, and
-// whether they belong to formats 6 to 10.
+// A part of a point.
 struct Item
 {
     unsigned type;
-    unsigned size;
-    unsigned oldestVersion;
-    unsigned newestVersion;
-    bool extended;
+    unsigned size; // bytes; 0: any
+    unsigned minVersion;
+    unsigned maxVersion;
+    bool extended; // of formats 6 to 10
 };
 constexpr Item items[] = {
-    {6, 20, 1, 2, false}, // what all of formats 0 to 5 have
+    {6, 20, 1, 2, false}, // common fields of formats 0 to 5
     {7, 8, 1, 2, false},  // GPS time
     {8, 6, 1, 2, false},  // colours
     {9, 29, 1, 1, false}, // wave packet
-    {0, 0, 1, 2, false},  // bytes of the owner
-    {10, 30, 3, 4, true}, // what all of formats 6 to 10 have
+    {0, 0, 1, 2, false},  // user bytes
+    {10, 30, 3, 4, true}, // common fields of formats 6 to 10
     {11, 6, 3, 4, true},  // colours
     {12, 8, 3, 4, true},  // colours and near infrared
     {13, 29, 3, 4, true}, // wave packet
-    {14, 0, 3, 4, true},  // bytes of the owner
+    {14, 0, 3, 4, true},  // user bytes
 };
 
 bool isKnown(unsigned type, unsigned size, unsigned version, bool extended)
 {
     return std::any_of(std::begin(items), std::end(items), [=](const Item& item) {
-        return item.type == type && (item.size == 0 || item.size == size) && version >= item.oldestVersion &&
-               version <= item.newestVersion && item.extended == extended;
+        return item.type == type && (item.size == 0 || item.size == size) && version >= item.minVersion &&
+               version <= item.maxVersion && item.extended == extended;
     });
 }
 
-// The parts of a format's points, in the order in which they must come; LASzip does not look whether one
-// comes twice, and then keeps a point in memory that it has given back.
-std::vector<unsigned> partsOf(const LASHeader& header)
+// The types of a point's items, in the required order. LASzip does not check whether a type is repeated, and
+// then uses memory that it has freed.
+std::vector<unsigned> itemTypesOf(const LASHeader& header)
 {
     const LASPointFormat format = header.pointFormat;
-    const bool ownerBytes = header.recordLength > format.recordLength();
+    const bool userBytes = header.recordLength > format.recordLength();
     std::vector<unsigned> types;
     const auto append = [&types](bool has, unsigned type) {
         if (has)
@@ -72,18 +70,18 @@ std::vector<unsigned> partsOf(const LASHeader& header)
         append(true, 10);
         append(format.hasColour(), format.hasNearInfrared() ? 12 : 11);
         append(format.hasWaveform(), 13);
-        append(ownerBytes, 14);
+        append(userBytes, 14);
     } else {
         append(true, 6);
         append(format.hasTime(), 7);
         append(format.hasColour(), 8);
         append(format.hasWaveform(), 9);
-        append(ownerBytes, 0);
+        append(userBytes, 0);
     }
     return types;
 }
 
-// Streams of bytes in which a layered chunk keeps an item.
+// Byte streams that code an item in a layered chunk.
 std::size_t layersOf(unsigned type, unsigned size)
 {
     switch (type) {
@@ -105,7 +103,7 @@ std::size_t layersOf(unsigned type, unsigned size)
 
 } // namespace
 
-LASzipCoding readLASzipRecord(const std::vector<unsigned char>& value, const LASHeader& header)
+LASzipCoding LASzipCoding::parse(const std::vector<unsigned char>& value, const LASHeader& header)
 {
     if (value.size() < fixedBytes)
         throwBad("it is too short");
@@ -116,7 +114,7 @@ LASzipCoding readLASzipRecord(const std::vector<unsigned char>& value, const LAS
         QM_THROW(ErrorCode::LASRead, "bad LAZ compression record: unknown coder %u", coder);
     const std::size_t numItems = loadLittleEndian<std::uint16_t>(value.data() + 32);
     if (numItems == 0 || numItems > (value.size() - fixedBytes) / itemBytes)
-        throwBad("its items do not fit");
+        throwBad("the items are longer than the record");
     LASzipCoding coding;
     coding.chunked = compressor != POINTWISE;
     std::vector<unsigned> types;
@@ -134,11 +132,11 @@ LASzipCoding readLASzipRecord(const std::vector<unsigned char>& value, const LAS
         pointSize += size;
         coding.numLayers += compressor == LAYERED ? layersOf(type, size) : 0;
     }
-    if (types.front() != partsOf(header).front())
+    if (types.front() != itemTypesOf(header).front())
         throwBad("its points are of another format than the header's");
     if (pointSize != header.recordLength)
         throwBad("its points are of another size than the header's");
-    if (types != partsOf(header))
+    if (types != itemTypesOf(header))
         throwBad("its points are of another format than the header's");
     return coding;
 }

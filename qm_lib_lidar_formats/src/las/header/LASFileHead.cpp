@@ -1,8 +1,8 @@
-#include "las/LASFileHead.h"
+#include "las/header/LASFileHead.h"
 
-#include "las/LASMetadata.h"
-#include "las/LASRecordWriter.h"
-#include "las/LASVariableRecords.h"
+#include "las/header/LASMetadata.h"
+#include "las/header/LASVariableRecord.h"
+#include "las/points/LASRecordWriter.h"
 #include "model/ChannelNames.h"
 #include "platform/Version.h"
 #include "srs/SpatialReference.h"
@@ -15,7 +15,7 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr std::size_t longestValue = 65535; // bytes of a variable length record
+constexpr std::size_t maxValueBytes = 65535; // of a VLR
 
 bool hasMoreBits(const PointInfo& layout, const char* name, int bits)
 {
@@ -42,7 +42,7 @@ LASPointFormat LASFileHead::chooseFormat(const PointInfo& layout)
         hasMoreBits(layout, ChannelNames::scanAngle, 8);
     if (!extended && !nearInfrared)
         return {static_cast<std::uint8_t>((colour ? 2 : 0) + (time ? 1 : 0))};
-    // There is no format with near infrared and without colour; what has no place is left out.
+    // No format has near infrared without colour; a channel without a field is left out.
     return {static_cast<std::uint8_t>(!colour ? 6 : nearInfrared ? 8 : 7)};
 }
 
@@ -101,7 +101,7 @@ bool LASFileHead::copyProjection(const Metadata& metadata)
                            key->recordID == LASVariableRecord::WKT_COORDINATE_SYSTEM;
         const bool isArray = metadata.getDataType(i) == METADATA_FLOAT64_ARRAY;
         const std::size_t length = metadata.getValueLength(i) * (isArray ? sizeof(double) : 1);
-        if ((!isKeys && !isWKT) || length > longestValue)
+        if ((!isKeys && !isWKT) || length > maxValueBytes)
             continue;
         addRecord(key->userID.c_str(), key->recordID, metadata.getDescription(i), metadata.getValue(i),
                   length);
@@ -149,7 +149,7 @@ void LASFileHead::addGeoTIFFKeys(const char* wkt)
 bool LASFileHead::addRecord(const char* userID, std::uint16_t recordID, const char* description,
                             const void* value, std::size_t length)
 {
-    if (length > longestValue)
+    if (length > maxValueBytes)
         return false;
     std::vector<unsigned char> record;
     appendLASVariableRecord(record, userID, recordID, description, value, length);

@@ -1,7 +1,7 @@
-#include "las/LASRecordWriter.h"
+#include "las/points/LASRecordWriter.h"
 
-#include "las/IOStreamBuffer.h"
-#include "las/LASzipPoint.h"
+#include "las/laszip/IOStreamBuffer.h"
+#include "las/laszip/LASzip.h"
 #include <vxunpack/Base.h>
 
 #include <ostream>
@@ -31,7 +31,7 @@ private:
     std::int64_t m_position;
 };
 
-// Tells LASzip of what form the points are. Newer formats take LASzip's own newer coding.
+// Declares the points to LASzip. Formats 6 to 10 use its layered coding.
 void describe(const LASzip& laszip, const LASHeader& header)
 {
     laszip.check(laszip_request_native_extension(laszip.get(), header.pointFormat.isExtended()));
@@ -46,7 +46,7 @@ public:
         : m_header(header), m_buffer(io, header.pointDataOffset), m_stream(&m_buffer)
     {
         describe(m_laszip, header);
-        // The header is written elsewhere; LASzip adds the points alone.
+        // LASPointWriter writes the header; LASzip appends the points.
         m_laszip.check(laszip_open_writer_stream(m_laszip.get(), m_stream, 1, 1));
         m_isOpen = true;
     }
@@ -74,7 +74,7 @@ public:
     }
 
 private:
-    // LASzip does not look at what became of its bytes.
+    // LASzip does not check whether its writes succeed.
     void throwIfBad() const
     {
         m_buffer.throwFailure();

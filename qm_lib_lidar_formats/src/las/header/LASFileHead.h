@@ -1,8 +1,8 @@
-// What a LAS writer puts in front of the points: the header and the variable length records, made from the
-// layout, the metadata and the coordinate system of what is written.
+// What a LAS writer writes before the points: the header and the VLRs, made from the layout, the metadata and
+// the coordinate system of the points.
 #pragma once
 
-#include "las/LASHeader.h"
+#include "las/header/LASHeader.h"
 #include <vxunpack/Metadata.h>
 #include <vxunpack/PointInfo.h>
 
@@ -13,27 +13,26 @@ namespace Quillmoran {
 
 struct LASFileHead
 {
-    // What the file is to be.
     struct Request
     {
-        int version = -1; // 10 * major + minor, whatever that is; -1 chooses by the layout
+        int version = -1; // 10 * major + minor, any value; -1 chooses by the layout
         bool compressed = false;
-        bool overrideProjection = false; // the coordinate system is `wkt`, whatever the metadata has
+        bool overrideProjection = false; // uses `wkt` and not the projection VLRs of the metadata
         const double* scale = nullptr;   // of X, Y and Z
         const double* offset = nullptr;
-        const char* wkt = nullptr; // may stay null
+        const char* wkt = nullptr; // optional
     };
 
     LASHeader header;
-    bool losesCoordinateSystem = false; // there is one that the file cannot hold
-    std::vector<unsigned char> records; // the variable length records as they stand in the file
+    bool losesCoordinateSystem = false; // the file cannot hold the coordinate system
+    std::vector<unsigned char> records; // the VLRs as they are in the file
 
-    // Counts and bounds are left at what the metadata says. The coordinate system is that of the metadata's
-    // projection records where there are any, else `wkt`: as WKT from LAS 1.4 on, translated to GeoTIFF keys
-    // before.
+    // Takes counts by return from the metadata and leaves the other counts and the bounds at 0. The
+    // coordinate system is that of the metadata's projection VLRs if there are any, else `wkt`: as WKT in LAS
+    // 1.4, translated to GeoTIFF keys in earlier versions.
     static LASFileHead make(const PointInfo& layout, const Metadata& metadata, const Request& request);
 
-    // The point format for a layout, and the first LAS version that has it (10 * major + minor).
+    // The point format for a layout, and the version that is written for it (10 * major + minor).
     static LASPointFormat chooseFormat(const PointInfo& layout);
     static int chooseVersion(const PointInfo& layout);
 
@@ -42,7 +41,7 @@ private:
     bool copyProjection(const Metadata& metadata);
     void addCoordinateSystem(const char* wkt);
     void addGeoTIFFKeys(const char* wkt);
-    // False if the value is too long for a record.
+    // False if the value is too long for a VLR.
     bool addRecord(const char* userID, std::uint16_t recordID, const char* description, const void* value,
                    std::size_t length);
     void appendRecord(const std::vector<unsigned char>& record);

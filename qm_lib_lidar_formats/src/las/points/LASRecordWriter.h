@@ -1,8 +1,8 @@
-// Stores point records one after the other behind a LAS header: as they are, or compressed by LASzip. Used by
-// one thread at a time.
+// Writes point records in order after a LAS header: unchanged, or compressed by LASzip. Used by one thread at
+// a time.
 #pragma once
 
-#include "las/LASHeader.h"
+#include "las/header/LASHeader.h"
 #include <vxunpack/IO.h>
 
 #include <cstddef>
@@ -14,18 +14,18 @@ namespace Quillmoran {
 class LASRecordWriter
 {
 public:
-    // Writes from header.pointDataOffset on; the store is open and stays open longer than the writer.
+    // Writes from header.pointDataOffset on. `io` must be open until the writer is destroyed.
     static std::unique_ptr<LASRecordWriter> create(IO& io, const LASHeader& header);
-    // What a compressed file of this header needs among its variable length records: one whole record.
+    // The VLR that a compressed file with this header needs, with its VLR header.
     static std::vector<unsigned char> compressionRecord(const LASHeader& header);
 
     virtual ~LASRecordWriter() = default;
     LASRecordWriter(const LASRecordWriter&) = delete;
     LASRecordWriter& operator=(const LASRecordWriter&) = delete;
 
-    // `records` are header.recordLength bytes each.
+    // Each record has header.recordLength bytes. Throws the errors of `io`, or LASRead with LASzip's message.
     virtual void write(const unsigned char* records, std::size_t count) = 0;
-    // Completes the point data.
+    // Completes the point data; throws as write() does.
     virtual void finish() = 0;
 
 protected:

@@ -1,11 +1,12 @@
-// The point data record formats of LAS: what each holds and where in the record. Shared by reader and writer.
+// The point data record formats of LAS: their fields and where these are in the record. Shared by reader and
+// writer. Numbers are sizes in bytes.
 //
-//   formats 0-5    | X 4 | Y 4 | Z 4 | intensity 2 | returns 1 | class 1 | angle 1 | user 1 | source 2 | ...
-//   20 formats 6-10   | X 4 | Y 4 | Z 4 | intensity 2 | returns 1 | flags 1 | class 1 | user 1 | angle 2 |
-//   source 2 | time 8   30
+//   formats 0-5   | X 4 | Y 4 | Z 4 | intensity 2 | returns 1 | class 1 | angle 1 | user 1 | source 2 |
+//   formats 6-10  | X 4 | Y 4 | Z 4 | intensity 2 | returns 1 | flags 1 | class 1 | user 1 | angle 2 | source 2 |
+//                 | time 8 |
 //
-// Behind that come, where the format has them, the time 8 (formats 0-5), red, green and blue 6, near infrared
-// 2 and the wave packet 29. A file's records may be longer: the rest is bytes of its owner.
+// After these fields follow, if the format has them: time 8 (formats 0-5), red, green and blue 2 each, near
+// infrared 2, wave packet 29. A file's records may be longer; the rest are user bytes.
 #pragma once
 
 #include <cstddef>
@@ -19,10 +20,8 @@ struct LASPointFormat
 
     std::uint8_t number;
 
-    bool isExtended() const noexcept
-    {
-        return number >= 6;
-    } // LAS 1.4's own: more returns, classes and angles
+    // The formats of LAS 1.4, with more returns, classes and scan angles.
+    bool isExtended() const noexcept { return number >= 6; }
     bool hasTime() const noexcept { return number == 1 || number >= 3; }
     bool hasColour() const noexcept
     {

@@ -1,7 +1,7 @@
-#include "las/LASRecordReader.h"
+#include "las/points/LASRecordReader.h"
 
-#include "las/IOStreamBuffer.h"
-#include "las/LASzipPoint.h"
+#include "las/laszip/IOStreamBuffer.h"
+#include "las/laszip/LASzip.h"
 #include "model/ChannelNames.h"
 #include "platform/OpenIO.h"
 #include <vxunpack/Base.h>
@@ -32,7 +32,7 @@ private:
     std::int64_t m_position;
 };
 
-// Newer compressed files keep their fields apart; those that nobody asks for are not decompressed.
+// Files of formats 6 to 10 compress each field separately; those that are not wanted are skipped.
 laszip_U32 selectFields(const PointInfo& wanted)
 {
     using namespace ChannelNames;
@@ -84,9 +84,9 @@ public:
 
     void read(unsigned char* records, std::size_t count) override
     {
-        // Behind an error LASzip would go on where the chunk table says that the next chunk is.
+        // After an error LASzip would continue at the next chunk of the chunk table.
         if (m_failed)
-            QM_THROW(ErrorCode::LASRead, "the points behind damaged ones cannot be read");
+            QM_THROW(ErrorCode::LASRead, "the points after malformed ones cannot be read");
         m_failed = true;
         for (std::size_t i = 0; i < count; ++i, records += stride()) {
             check(laszip_read_point(m_laszip.get()));

@@ -1,4 +1,4 @@
-#include "las/LASVariableRecords.h"
+#include "las/header/LASVariableRecord.h"
 
 #include "platform/ByteOrder.h"
 #include <vxunpack/Base.h>
@@ -16,7 +16,7 @@ constexpr std::uint16_t recordMark = 0xAABB;
 void readWhole(const IO& io, std::int64_t position, void* bytes, std::size_t size)
 {
     if (readFully(io, position, bytes, size) != size)
-        QM_THROW(ErrorCode::LASRead, "the file ends within its variable length records");
+        QM_THROW(ErrorCode::LASRead, "the file ends within its VLRs");
 }
 
 std::string paddedText(const unsigned char* bytes, std::size_t size)
@@ -25,40 +25,38 @@ std::string paddedText(const unsigned char* bytes, std::size_t size)
     return {text, strnlen(text, size)};
 }
 
-// One stretch of records: `count` of them, from `position` on, all before `end`.
-struct Stretch
+// The byte range of the VLRs or of the EVLRs: `count` records from `position` on, which end at `end` at the
+// latest.
+struct RecordRange
 {
-    const char* name;
     bool extended;
     std::int64_t position;
     std::int64_t end;
     std::uint32_t count;
 };
 
-void readStretch(const IO& io, Stretch stretch, std::vector<LASVariableRecord>& records)
+void readRange(const IO& io, RecordRange range, std::vector<LASVariableRecord>& records)
 {
+    const char* const name = range.extended ? "EVLR" : "VLR";
     const std::size_t headerBytes =
-        stretch.extended ? LASVariableRecord::extendedHeaderBytes : LASVariableRecord::headerBytes;
+        range.extended ? LASVariableRecord::extendedHeaderBytes : LASVariableRecord::headerBytes;
     std::array<unsigned char, LASVariableRecord::extendedHeaderBytes> header;
-    for (std::uint32_t i = 0; i < stretch.count; ++i) {
-        const auto left =
-            static_cast<std::uint64_t>(std::max<std::int64_t>(stretch.end - stretch.position, 0));
+    for (std::uint32_t i = 0; i < range.count; ++i) {
+        const auto left = static_cast<std::uint64_t>(std::max<std::int64_t>(range.end - range.position, 0));
         if (left < headerBytes)
-            QM_THROW(ErrorCode::LASRead, "%s record %u of %u has no room", stretch.name, i + 1,
-                     stretch.count);
-        readWhole(io, stretch.position, header.data(), headerBytes);
+            QM_THROW(ErrorCode::LASRead, "%s %u of %u is cut off", name, i + 1, range.count);
+        readWhole(io, range.position, header.data(), headerBytes);
         LASVariableRecord record;
         record.userID = paddedText(header.data() + 2, LASVariableRecord::userIDBytes);
         record.recordID = loadLittleEndian<std::uint16_t>(header.data() + 18);
-        record.length = stretch.extended ? loadLittleEndian<std::uint64_t>(header.data() + 20)
-                                         : loadLittleEndian<std::uint16_t>(header.data() + 20);
+        record.length = range.extended ? loadLittleEndian<std::uint64_t>(header.data() + 20)
+                                       : loadLittleEndian<std::uint16_t>(header.data() + 20);
         record.description = paddedText(header.data() + headerBytes - LASVariableRecord::descriptionBytes,
                                         LASVariableRecord::descriptionBytes);
-        record.position = stretch.position + static_cast<std::int64_t>(headerBytes);
+        record.position = range.position + static_cast<std::int64_t>(headerBytes);
         if (record.length > left - headerBytes)
-            QM_THROW(ErrorCode::LASRead, "%s record %u of %u is too long", stretch.name, i + 1,
-                     stretch.count);
-        stretch.position = record.position + static_cast<std::int64_t>(record.length);
+            QM_THROW(ErrorCode::LASRead, "%s %u of %u is too long", name, i + 1, range.count);
+        range.position = record.position + static_cast<std::int64_t>(record.length);
         records.push_back(std::move(record));
     }
 }
@@ -68,16 +66,12 @@ void readStretch(const IO& io, Stretch stretch, std::vector<LASVariableRecord>& 
 std::vector<LASVariableRecord> readLASVariableRecords(const IO& io, const LASHeader& header)
 {
     std::vector<LASVariableRecord> records;
-    readStretch(io, {"variable length", false, header.headerSize, header.pointDataOffset, header.numVLRs},
-                records);
+    readRange(io, {false, header.headerSize, header.pointDataOffset, header.numVLRs}, records);
     const std::int64_t size = io.size();
     if (header.numEVLRs != 0) {
         if (header.firstEVLR < header.pointDataOffset || header.firstEVLR > static_cast<std::uint64_t>(size))
-            QM_THROW(ErrorCode::LASRead, "the extended variable length records lie outside the file");
-        readStretch(io,
-                    {"extended variable length", true, static_cast<std::int64_t>(header.firstEVLR), size,
-                     header.numEVLRs},
-                    records);
+            QM_THROW(ErrorCode::LASRead, "the EVLRs are outside the file");
+        readRange(io, {true, static_cast<std::int64_t>(header.firstEVLR), size, header.numEVLRs}, records);
     }
     return records;
 }

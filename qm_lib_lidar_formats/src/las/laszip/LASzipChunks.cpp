@@ -1,4 +1,4 @@
-#include "las/LASzipChunks.h"
+#include "las/laszip/LASzipChunks.h"
 
 #include "platform/ByteOrder.h"
 #include <vxunpack/Base.h>
@@ -10,14 +10,14 @@ namespace Quillmoran {
 
 namespace {
 
-// LASzip's decoder begins with a range of 0xFFFFFFFF and a value of the first four bytes, and looks outside
-// its tables when the value is not below the range. No coder writes such a value.
+// LASzip's decoder begins with the range 0xFFFFFFFF and the first four bytes as its value. It reads outside
+// its tables when the value is not below the range, which no encoder produces.
 void checkCode(const IO& io, std::int64_t position)
 {
     unsigned char bytes[4];
     if (readFully(io, position, bytes, sizeof bytes) == sizeof bytes &&
         loadLittleEndian<std::uint32_t>(bytes) == UINT32_MAX)
-        QM_THROW(ErrorCode::LASRead, "bad LAZ chunk: no code begins with these bytes");
+        QM_THROW(ErrorCode::LASRead, "bad LAZ chunk: invalid first bytes of its code");
 }
 
 } // namespace
@@ -31,7 +31,7 @@ LASzipChunks LASzipChunks::find(const IO& io, const LASHeader& header, const LAS
     chunks.pointBytes = header.recordLength;
     if (!coding.chunked)
         return chunks;
-    // A position of -1 means that it stands in the last 8 bytes of the file.
+    // A position of -1 means that the last 8 bytes of the file hold the position.
     const std::int64_t size = io.size();
     unsigned char bytes[8];
     const auto read = [&](std::int64_t position) {
@@ -46,13 +46,13 @@ LASzipChunks LASzipChunks::find(const IO& io, const LASHeader& header, const LAS
     if (loadLittleEndian<std::uint32_t>(bytes) != 0)
         QM_THROW(ErrorCode::LASRead, "bad LAZ chunk table: unknown version");
     chunks.count = loadLittleEndian<std::uint32_t>(bytes + 4);
-    constexpr std::int64_t smallestChunk = 20; // it begins with a whole point
-    if (chunks.count > size / smallestChunk)
+    constexpr std::int64_t minChunkBytes = 20; // its first point is not coded
+    if (chunks.count > size / minChunkBytes)
         QM_THROW(ErrorCode::LASRead, "bad LAZ chunk table: %u chunks do not fit into the file", chunks.count);
     checkCode(io, table + std::int64_t{sizeof bytes});
     chunks.begin += std::int64_t{sizeof bytes};
     if (table < chunks.begin)
-        QM_THROW(ErrorCode::LASRead, "bad LAZ chunk table: it stands before the points");
+        QM_THROW(ErrorCode::LASRead, "bad LAZ chunk table: it is before the points");
     chunks.end = table;
     chunks.numLayers = coding.numLayers;
     return chunks;
@@ -66,7 +66,7 @@ std::size_t LASzipChunkWalk::allow(std::int64_t position, std::size_t count)
 {
     if (m_chunks.numLayers == 0)
         return count;
-    // The table is read before the chunks, and never again.
+    // LASzip reads the table before the chunks and not again.
     if (position >= m_chunks.end)
         return m_amongChunks ? 0 : count;
     const auto upTo = [&](std::int64_t end) {
@@ -82,15 +82,15 @@ std::size_t LASzipChunkWalk::allow(std::int64_t position, std::size_t count)
     return count;
 }
 
-void LASzipChunkWalk::passed(std::int64_t position, std::size_t count)
+void LASzipChunkWalk::noteRead(std::int64_t position, std::size_t count)
 {
     if (m_chunks.numLayers != 0 || m_chunks.pointBytes == 0 || position < m_chunks.begin)
         return;
-    if (position != m_pieceEnd)
-        m_pieceBegin = position;
-    m_pieceEnd = position + static_cast<std::int64_t>(count);
-    if (m_pieceEnd - m_pieceBegin == static_cast<std::int64_t>(m_chunks.pointBytes))
-        checkCode(m_io, m_pieceEnd);
+    if (position != m_readEnd)
+        m_readBegin = position;
+    m_readEnd = position + static_cast<std::int64_t>(count);
+    if (m_readEnd - m_readBegin == static_cast<std::int64_t>(m_chunks.pointBytes))
+        checkCode(m_io, m_readEnd);
 }
 
 void LASzipChunkWalk::checkChunk()
@@ -99,11 +99,11 @@ void LASzipChunkWalk::checkChunk()
     const std::int64_t position = m_next + static_cast<std::int64_t>(m_chunks.pointBytes) + 4;
     std::int64_t left = m_chunks.end - position - static_cast<std::int64_t>(sizes.size());
     if (left < 0 || readFully(m_io, position, sizes.data(), sizes.size()) != sizes.size())
-        QM_THROW(ErrorCode::LASRead, "bad LAZ chunk: it has no room before the chunk table");
+        QM_THROW(ErrorCode::LASRead, "bad LAZ chunk: its header overlaps the chunk table");
     for (std::size_t i = 0; i < m_chunks.numLayers; ++i) {
         const std::int64_t size = loadLittleEndian<std::uint32_t>(sizes.data() + 4 * i);
         if (size > left)
-            QM_THROW(ErrorCode::LASRead, "bad LAZ chunk: layer %zu reaches into the chunk table", i);
+            QM_THROW(ErrorCode::LASRead, "bad LAZ chunk: layer %zu overlaps the chunk table", i);
         if (size != 0)
             checkCode(m_io, m_chunks.end - left);
         left -= size;

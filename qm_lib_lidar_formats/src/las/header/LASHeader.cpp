@@ -1,4 +1,4 @@
-#include "las/LASHeader.h"
+#include "las/header/LASHeader.h"
 
 #include "platform/ByteOrder.h"
 #include <vxunpack/Base.h>
@@ -12,13 +12,14 @@ namespace Quillmoran {
 namespace {
 
 constexpr char signature[] = "LASF";
-constexpr std::size_t smallestHeader = 227;
-constexpr std::size_t largestHeader = 375;
-// A compressed file marks itself in the upper bits of its point format.
+constexpr std::size_t minHeaderBytes = 227;
+constexpr std::size_t maxHeaderBytes = 375;
+// The upper bits of the point format mark a compressed file.
 constexpr std::uint8_t compressedMark = 0x80;
 constexpr std::uint8_t formatMask = 0x3F;
 
-// Walks over a block of known size; one list of fields serves reading and writing.
+// Reader and Writer visit the fields of a block of known size; reading and writing share the lists of fields
+// below.
 class Reader
 {
 public:
@@ -138,7 +139,7 @@ void check(const LASHeader& header, std::size_t bytesRead)
     if (header.pointDataOffset < header.headerSize)
         throwBad("the points begin inside the header");
     for (std::size_t axis = 0; axis < 3; ++axis) {
-        // A negative scale would turn the bounds over.
+        // A negative scale would swap minimum and maximum.
         constexpr char names[] = "xyz";
         if (!(header.scale[axis] > 0) || std::isinf(header.scale[axis]))
             QM_THROW(ErrorCode::LASRead, "bad LAS header: the %c scale is %g", names[axis],
@@ -153,13 +154,13 @@ void check(const LASHeader& header, std::size_t bytesRead)
 
 std::uint16_t LASHeader::sizeOfVersion(std::uint8_t minor) noexcept
 {
-    return minor >= 4 ? largestHeader : minor == 3 ? smallestHeader + 8 : smallestHeader;
+    return minor >= 4 ? maxHeaderBytes : minor == 3 ? minHeaderBytes + 8 : minHeaderBytes;
 }
 
 void LASHeader::read(const IO& io)
 {
-    // What the file does not have reads as zeros; check() knows how much there was.
-    std::array<unsigned char, largestHeader> bytes{};
+    // Bytes after the end of the file are zeros; check() gets the number that was read.
+    std::array<unsigned char, maxHeaderBytes> bytes{};
     const std::size_t got = readFully(io, 0, bytes.data(), bytes.size());
     if (std::memcmp(bytes.data(), signature, 4) != 0)
         throwBad("no \"LASF\" at the beginning");
@@ -188,7 +189,7 @@ std::vector<unsigned char> LASHeader::write() const
 
 std::uint64_t LASHeader::getPointCount() const noexcept
 {
-    // The older count of a 1.4 file may be 0 or stale; some writers of 1.4 fill only that one.
+    // The legacy count of a 1.4 file may be 0 or outdated; some writers of 1.4 set only the legacy count.
     return versionMinor >= 4 && pointCount != 0 ? pointCount : legacyPointCount;
 }
 

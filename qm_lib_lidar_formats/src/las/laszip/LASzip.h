@@ -1,8 +1,8 @@
-// Point records and LASzip's own form of a point, in both directions, and the handle of a LASzip instance.
-// For the two sources that call LASzip; its header is not to be seen elsewhere.
+// A LASzip instance, and conversions between point records and LASzip's point structure. Only the sources
+// that call LASzip include this header, since it includes LASzip's.
 #pragma once
 
-#include "las/LASPointFormat.h"
+#include "las/points/LASPointFormat.h"
 
 #include <laszip/laszip_api.h>
 
@@ -11,7 +11,7 @@ namespace Quillmoran {
 class LASzip
 {
 public:
-    // Each throws LASRead with LASzip's reason when it fails.
+    // The constructor and check() throw LASRead with LASzip's message.
     LASzip();
     ~LASzip();
     LASzip(const LASzip&) = delete;
@@ -19,7 +19,7 @@ public:
 
     laszip_POINTER get() const noexcept { return m_handle; }
     laszip_point_struct& point() const noexcept { return *m_point; }
-    // Throws unless `status` is LASzip's word for success.
+    // Throws unless `status`, the result of a function of LASzip, is 0.
     void check(laszip_I32 status) const;
 
 private:
@@ -27,7 +27,7 @@ private:
     laszip_point_struct* m_point = nullptr;
 };
 
-// `record` has the length of the format's own fields, without bytes of the owner.
+// `record` has the length of the format's fields; user bytes after them are not converted.
 void toRecord(unsigned char* record, const laszip_point_struct& point, LASPointFormat format) noexcept;
 void fromRecord(laszip_point_struct& point, const unsigned char* record, LASPointFormat format) noexcept;
 
