@@ -145,7 +145,7 @@ protected:
                    channel("E", SINT16), channel("F", FLOAT32), channel("G", UINT32), channel("H", SINT32),
                    channel("I", UINT64), channel("J", FLOAT64)});
     // Runs of about a dozen points, merged two at a time.
-    const RowSorter::Limits small{1000, 1, 1};
+    const HilbertOrder::Limits small{1000, 1, 1};
     const Testing::TemporaryDirectory directory;
     Scoped<MemoryPointSource> source;
     const Scoped<Counter> counter{new Counter};
@@ -189,7 +189,7 @@ TEST_F(HilbertOrderTest, LeavesBoxAndShareToTheSource)
 TEST_F(HilbertOrderTest, ReadsTheSourceOncePerQuery)
 {
     fill(500);
-    for (const RowSorter::Limits& limits : {small, RowSorter::Limits()}) {
+    for (const HilbertOrder::Limits& limits : {small, HilbertOrder::Limits()}) {
         counter->count = 0;
         filter->init(counter.get());
         filter->setLimits(limits);

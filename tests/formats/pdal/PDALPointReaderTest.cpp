@@ -124,7 +124,7 @@ TEST_F(PDALPointReaderTest, SaysWhatIsWrongWithAFile)
     };
     EXPECT_EQ(readDamaged(with(7, "2")), failed + "not a BPF file of version 3");
     EXPECT_EQ(readDamaged(with(16, "\xff\xff\xff\x7f")),
-              failed + "the file ends before its 2147483647 points do");
+              failed + "the file ends before the last of its 2147483647 points");
     EXPECT_EQ(readDamaged(with(16, "\xff\xff\xff\xff")), failed + "bad BPF header");
     EXPECT_EQ(readDamaged(with(8, std::string(4, '\0'))), failed + "bad BPF header");
     EXPECT_EQ(readDamaged(with(12, "\xff")), failed + "bad BPF header");
@@ -156,7 +156,7 @@ TEST_F(PDALPointReaderTest, TypesChannelsByTheRangeInTheHeader)
     }
     std::string bytes = withMaximum(65535);
     storeLittleEndian(&bytes[bytes.size() - 4 * (file.labels.size() - intensity)], 1e9f);
-    EXPECT_EQ(readDamaged(bytes), "40609 a value of 'Intensity' lies outside the range in the header");
+    EXPECT_EQ(readDamaged(bytes), "40609 a value of 'Intensity' is outside the range in the header");
 }
 
 std::string sizeText(std::size_t size)
@@ -274,7 +274,7 @@ TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
         for (const std::string& wrong :
              {pack(points.substr(1)), pack(points + '\0'), pack(points).substr(0, 900),
               std::string("\x20q\xe0\x01\x07", 5), std::string()})
-            EXPECT_EQ(damaged(method, wrong), "40609 the compressed points are damaged") << wrong.size();
+            EXPECT_EQ(damaged(method, wrong), "40609 the compressed points are malformed") << wrong.size();
     }
 }
 
