@@ -1,5 +1,5 @@
-// The index of a tile set: read as it is, written again, and queried through the mosaic that shows it. Its
-// tiles are small clouds in memory, since their paths could name anything.
+// The index of a tile set: read, written again, and queried through a mosaic. Its tiles are small clouds in
+// memory, since their paths could name any file.
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
 #include "support/ByteStore.h"
@@ -22,7 +22,7 @@ using Testing::MemoryPointSource;
 class TileOpener final : public PersistentPointSourceManager::FileOpener
 {
 public:
-    // Every path is a tile of three points, but for those that cannot be opened.
+    // Every path is a tile of three points, except for those that cannot be opened.
     PointSource* openPointSource(const QMFileSpec& file) const override
     {
         if (file.c_str()[0] != '\0' && file.c_str()[std::strlen(file.c_str()) - 1] == '!')
@@ -32,7 +32,7 @@ public:
     }
 };
 
-// What was read is written and read as the same again.
+// An index that was read is written, and must then be read as the same index.
 void compareCopy(const TileSet& set)
 {
     const Scoped<Testing::ByteStore> copy(Testing::ByteStore::create());
@@ -75,7 +75,7 @@ std::uint64_t run(Input input)
             try {
                 points += readPoints(*mosaic, bounds, fraction, layout);
             } catch (const Error&) {
-                // other queries meet other tiles
+                // other queries read other tiles
             }
         }
     }

@@ -1,5 +1,5 @@
-// One source read by many threads at once, each with iterators of its own: every answer must be what a single
-// thread is given. Meant for thread sanitizers as much as for its own comparisons.
+// Many threads read one source at once, each with its own iterators: every result must be that of a single
+// thread. Meant for thread sanitizers as well as for its own comparisons.
 #include "support/ByteStore.h"
 #include "support/LASClouds.h"
 #include "support/MemoryPointSource.h"
@@ -37,15 +37,15 @@ std::size_t rounds()
     return wanted ? std::strtoul(wanted, nullptr, 10) : 12;
 }
 
-// Runs body(thread) on many threads, inside one pool that has more threads than small machines have cores.
-// Returns what any of them threw.
+// Runs body(thread) on many threads, in one pool that has more threads than small machines have cores. Returns
+// the text of an exception of any of them.
 template <class Body>
 std::string onManyThreads(const Body& body)
 {
     std::mutex mutex;
     std::string failures;
-    // The scheduler's own handing over of work is unknown to a thread sanitizer; there, loops run on plain
-    // threads and need no pool.
+    // A thread sanitizer does not see how the scheduler synchronizes threads; there, loops run on plain threads
+    // and need no pool.
 #if !defined(__SANITIZE_THREAD__)
     ThreadPool pool(8);
     const auto run = [&pool](const auto& work) { pool.execute(work); };
@@ -95,7 +95,7 @@ struct Query
             numBlocks = random.below(4);
     }
 
-    // The bytes of all points, and behind them the error when there was one.
+    // The bytes of all points, then the text of the error, if any.
     std::string ask(const PointSource& source) const
     {
         std::string answer;
@@ -163,7 +163,7 @@ TEST(Stress, IteratorsOfOneCompressedFile)
     }
 }
 
-// Some queries meet broken subblocks, each in its own channels and places.
+// Some queries read broken subblocks, in different channels and places.
 TEST(Stress, IteratorsOfADamagedFile)
 {
     Bytes bytes = buildSurvey(2);
@@ -218,7 +218,7 @@ TEST(Stress, IteratorsOfManyTiles)
     expectSameAnswers(*open(), *open());
 }
 
-// Writers share nothing but what they read; each packs the whole source, while others read it.
+// Writers share only their source; each packs all of it, while others read it.
 TEST(Stress, WritersAtOnce)
 {
     Random random(5);

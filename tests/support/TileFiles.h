@@ -1,4 +1,4 @@
-// Small compressed files on a grid of cells, as the tiles of a survey, and an opener that tells which files
+// Small compressed files on a grid of cells, as the tiles of a survey, and an opener that records which files
 // were opened.
 #pragma once
 

@@ -2,7 +2,7 @@
 // level. Taken from the directory that opening read; nothing is decoded.
 #pragma once
 
-#include "decode/WaveletDecoderInfo.h"
+#include "decode/container/WaveletDecoderInfo.h"
 
 #include <cstdint>
 #include <vector>
