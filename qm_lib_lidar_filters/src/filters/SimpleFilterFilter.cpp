@@ -91,7 +91,7 @@ SimpleFilterFilter* SimpleFilterFilter::create()
 
 void SimpleFilterFilter::init(PointSource* source, const char* channelName, bool include)
 {
-    if (!source->hasChannel(channelName))
+    if (source && !source->hasChannel(channelName))
         QM_THROW(ErrorCode::InvalidArgument, "the point source does not have channel: '%s'",
                  channelName ? channelName : "");
     PointFilter::init(source);

@@ -31,16 +31,11 @@ T toSample(double value, const ChannelInfo& channel)
 
 } // namespace
 
-PDALPointIterator* PDALPointIterator::create()
+PDALPointIterator::PDALPointIterator(const char* path, const BPFHeader& header, const PointInfo& channels,
+                                     const Bounds& bounds, double fraction, const PointInfo& layout,
+                                     ProgressDelegate* delegate)
 {
-    return new PDALPointIterator;
-}
-
-void PDALPointIterator::init(const char* path, const BPFHeader& header, const PointInfo& channels,
-                             const Bounds& bounds, double fraction, const PointInfo& layout,
-                             ProgressDelegate* delegate)
-{
-    PointIterator::init(bounds, fraction, layout, delegate);
+    init(bounds, fraction, layout, delegate);
     selectDimensions(channels, layout);
     if (getFraction() == 0)
         return;

@@ -15,19 +15,16 @@ namespace Quillmoran {
 class PDALPointIterator final : public PointIterator
 {
 public:
-    static PDALPointIterator* create();
-
     // `channels` are those of the file, one per dimension. See PDALPointReader::createIterator for the
     // errors.
-    void init(const char* path, const BPFHeader& header, const PointInfo& channels, const Bounds& bounds,
-              double fraction, const PointInfo& layout, ProgressDelegate* delegate);
+    PDALPointIterator(const char* path, const BPFHeader& header, const PointInfo& channels,
+                      const Bounds& bounds, double fraction, const PointInfo& layout,
+                      ProgressDelegate* delegate);
 
     // Asks the delegate once per slice: Cancelled "operation cancelled.".
     std::size_t getNextPoints(PointData& buffer) override;
 
 private:
-    PDALPointIterator() = default;
-
     void openInput(const char* path, const BPFHeader& header);
     void selectDimensions(const PointInfo& channels, const PointInfo& layout);
     bool refill();

@@ -126,9 +126,8 @@ double PDALPointReader::getTotalWork(const Bounds&, double fraction) const
 PointIterator* PDALPointReader::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                                ProgressDelegate* delegate) const
 {
-    Scoped<PDALPointIterator> iterator(PDALPointIterator::create());
-    iterator->init(m_path.c_str(), m_header, getPointInfo(), bounds, fraction, layout, delegate);
-    return iterator.detach();
+    return new PDALPointIterator(m_path.c_str(), m_header, getPointInfo(), bounds, fraction, layout,
+                                 delegate);
 }
 
 } // namespace Quillmoran
