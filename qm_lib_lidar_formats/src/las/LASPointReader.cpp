@@ -232,10 +232,8 @@ PointIterator* LASPointReader::createIterator(const Bounds& bounds, double fract
                                               ProgressDelegate* delegate) const
 {
     const Impl& impl = opened();
-    Scoped<LASPointIterator> iterator(LASPointIterator::create());
-    iterator->init(impl.io.get(), impl.header, impl.chunks, getPointInfo(), bounds, fraction, layout,
-                   delegate);
-    return iterator.detach();
+    return new LASPointIterator(impl.io.get(), impl.header, impl.chunks, getPointInfo(), bounds, fraction,
+                                layout, delegate);
 }
 
 } // namespace Quillmoran

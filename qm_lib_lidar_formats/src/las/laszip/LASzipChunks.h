@@ -1,7 +1,8 @@
 // The chunks of points in a compressed file. LASzip allocates the sizes that a chunk declares and adds them
 // up in 32 bits, so chunks are checked here before LASzip reads them.
 //
-//   chunked file    | position of the table 8 | chunk | chunk | ... | table: version 4 | number of chunks 4 | code |
+//   chunked file    | position of the table 8 | chunk | chunk | ... | table |
+//   table           | version 4 | number of chunks 4 | code |
 //   chunk           | first point, not coded | code |
 //   layered chunk   | first point, not coded | number of points 4 | size of each layer 4 | layers: code |
 //   without chunks  | first point, not coded | code |
