@@ -25,6 +25,18 @@ enum PointSourceType : int
     POINT_SOURCE_BPF = 8
 };
 
+// How files are opened.
+struct OpenOptions
+{
+    // Text files are refused without these. If the layout is empty, each file must name its columns in a header
+    // line.
+    std::optional<TextOptions> text;
+    // Whether LAS files with waveforms are opened, without their waveform packets, or refused.
+    bool opensWaveforms = false;
+    // If set, called with a message for each file whose waveform packets are dropped, in any thread.
+    std::function<void(const std::string&)> warn;
+};
+
 // Thread-safe once it is configured.
 class QM_API SimpleFileOpener final : public PersistentPointSourceManager::FileOpener
 {
@@ -35,29 +47,22 @@ public:
     static PointSourceType getPointSourceType(const char* name);
     static const char* getPointSourceTypeName(PointSourceType type);
 
-    // How text files are read. If the layout is empty, each file must name its columns in a header line.
-    void setTextOptions(const TextOptions& options);
-    void setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines);
-    bool hasTextOptions() const noexcept;
-
-    // Whether LAS files with waveforms are opened, without their waveform packets. By default they are
-    // refused.
-    bool willOpenFullWaveformFiles() const noexcept;
-    void setOpenFullWaveformFiles(bool open) noexcept;
-    // Opens them and calls `warn`, once per file, with a message.
-    void dropWaveforms(std::function<void(const std::string&)> warn);
+    OpenOptions& options() noexcept { return m_options; }
+    void setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines)
+    {
+        m_options.text = TextOptions{layout, skipLines, scanNow};
+    }
+    bool willOpenFullWaveformFiles() const noexcept { return m_options.opensWaveforms; }
+    void setOpenFullWaveformFiles(bool open) noexcept { m_options.opensWaveforms = open; }
 
     // A new count of a source. Errors -1: "TXT file requires a format parse string '-parse': '%s'",
     // "unsupported input file format '%s'"; those of the reader.
     PointSource* openPointSource(const char* path) const override;
 
 private:
-    struct Imp;
+    SimpleFileOpener() = default;
 
-    SimpleFileOpener();
-    ~SimpleFileOpener() override;
-
-    const std::unique_ptr<Imp> m_imp;
+    OpenOptions m_options;
 };
 
 class QM_API FilePointSourceManager final : public PointSourceManager

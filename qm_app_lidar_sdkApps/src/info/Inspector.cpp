@@ -28,7 +28,7 @@ Inspector::Inspector() : Program("vxinfo", description)
     m_cmdLine.addFlag("check", nullptr,
                       "decode all points and compare them with the description in the file.");
     m_cmdLine.addFlag("stats", nullptr, "decode all points for the range and the mean of each channel.");
-    // One file per occurrence, so that options can follow the names.
+    // One file per occurrence, so that options may follow the names.
     m_cmdLine.addStringArray("i", "inputFile", "name of an input file, or of a list of files.", true, -1);
     m_cmdLine.setExtra("i");
 }
@@ -76,7 +76,7 @@ FileReport Inspector::inspect(const std::string& fileName) const
     return report;
 }
 
-// The progress line ends also when this fails, before the next report. There is none in JSON output.
+// Shows progress except in JSON output. Ends the progress line also on failure, before the next report.
 void Inspector::decode(FileReport& report) const
 {
     if (m_cmdLine.getFlag("json"))
@@ -133,7 +133,7 @@ void Inspector::write(const FileReport& report)
     m_allSound = false;
     std::fflush(stdout);
     for (const std::string& problem : report.problems) {
-        // Errors in text begin with the file's name and the line.
+        // Errors of text files begin with the name and the line.
         const bool isLocated = problem.rfind(report.fileName + ':', 0) == 0;
         const std::string line = isLocated ? problem : report.fileName + ": " + problem;
         std::fprintf(stderr, "Error: %s\n", printable(line).c_str());

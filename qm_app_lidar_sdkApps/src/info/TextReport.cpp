@@ -117,7 +117,7 @@ const char* classNameOf(const PointSource& source, std::size_t code)
     return name ? name : "";
 }
 
-// How many points have each code.
+// The number of points with each code.
 void writeHistograms(const std::vector<ChannelStatistics>& statistics, const PointSource& source)
 {
     for (const ChannelStatistics& channel : statistics) {

@@ -5,6 +5,7 @@
 #include "pack/PackReport.h"
 #include "utils/program/ConsoleProgress.h"
 #include "utils/program/Utils.h"
+#include "utils/sets/Make.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/HilbertOrder.h>
 #include <vxunpack/QuantizeFilter.h>
@@ -98,8 +99,7 @@ bool Packer::work()
     if (!layout.hasValidXYZ()) // otherwise the readers would report it as a fault of the file
         QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
     PackOptions::resolveChannels(options, layout);
-    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-    writer->init(source.get(), output);
+    const auto writer = make<VX7PointWriter>(source.get(), output);
     if (Utils::dropsWaveforms(m_cmdLine))
         writer->setMetadata(withoutWaveformRecords(writer->getMetadata()));
     writer->setOptions(options);
@@ -131,19 +131,13 @@ void Packer::addInputs(FilePointSourceManager& files, ProgressDelegate& delegate
 Scoped<PointSource> Packer::applyFilters(Scoped<PointSource> source) const
 {
     source = Utils::handleFilterOptions(m_cmdLine, source);
-    if (m_cmdLine.isPresent("quantize")) {
-        Scoped<QuantizeFilter> filter(QuantizeFilter::create());
-        filter->init(source.get(), m_cmdLine.getFloatArray("quantize"));
-        source = Scoped<PointSource>(filter.detach());
-    }
+    if (m_cmdLine.isPresent("quantize"))
+        source = make<QuantizeFilter, PointSource>(source.get(), m_cmdLine.getFloatArray("quantize"));
     if (!m_cmdLine.isPresent("order"))
         return source;
     const char* order = m_cmdLine.getString("order");
-    if (std::strcmp(order, "hilbert") == 0) {
-        Scoped<HilbertOrder> filter(HilbertOrder::create());
-        filter->init(source.get());
-        return Scoped<PointSource>(filter.detach());
-    }
+    if (std::strcmp(order, "hilbert") == 0)
+        return make<HilbertOrder, PointSource>(source.get());
     if (std::strcmp(order, "input") != 0)
         QM_THROW(ErrorCode::General, "unknown order '%s', it is 'input' or 'hilbert'", order);
     return source;

@@ -5,6 +5,7 @@
 #include "utils/program/ConsoleProgress.h"
 #include "utils/program/Summary.h"
 #include "utils/program/Utils.h"
+#include "utils/sets/Make.h"
 #include "utils/sets/TileSet.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/LASPointWriter.h>
@@ -94,8 +95,7 @@ void TileIndexer::printSummary() const
 
 void TileIndexer::report() const
 {
-    const Scoped<PersistentPointSourceManager> index(PersistentPointSourceManager::create());
-    index->init(m_cmdLine.getString("index"), m_opener.get());
+    const auto index = make<PersistentPointSourceManager>(m_cmdLine.getString("index"), m_opener.get());
     TileReport(*index, m_cmdLine.getFlag("check") ? m_opener.get() : nullptr).print(stdout);
     Utils::finishReport();
 }
@@ -179,8 +179,7 @@ void TileIndexer::refuseAsOverview(std::vector<std::string> files) const
 std::string TileIndexer::findPresentOverview() const
 {
     try {
-        const Scoped<PersistentPointSourceManager> index(PersistentPointSourceManager::create());
-        index->init(m_cmdLine.getString("index"), m_opener.get());
+        const auto index = make<PersistentPointSourceManager>(m_cmdLine.getString("index"), m_opener.get());
         if (const TileInfo* overview = index->getOverviewInfo())
             return resolved(overview->path);
     } catch (const Error&) {

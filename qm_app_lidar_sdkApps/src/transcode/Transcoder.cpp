@@ -150,7 +150,8 @@ bool Transcoder::prefersNonzeroTime() const
 
 Scoped<PointWriter> Transcoder::createWriter(PointSource& source, const PointInfo& layout) const
 {
-    Scoped<PointWriter> writer = m_output->createWriter(source, m_outputFile, layout, m_standardOutput.get());
+    Scoped<PointWriter> writer =
+        m_output->createWriter(source, m_outputFile.c_str(), layout, m_standardOutput.get());
     if (auto* las = dynamic_cast<LASPointWriter*>(writer.get()))
         las->setPrefersNonzeroTime(prefersNonzeroTime());
     return writer;

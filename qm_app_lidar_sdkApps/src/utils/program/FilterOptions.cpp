@@ -1,6 +1,7 @@
 #include "cli/QMCmdLine.h"
 #include "model/ChannelNames.h"
 #include "utils/program/Utils.h"
+#include "utils/sets/Make.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/SimpleFilterFilter.h>
 
@@ -67,8 +68,7 @@ Scoped<PointSource> applyFilter(const ValueFilter& wanted, PointSource& source)
 {
     const ChannelInfo& channel = ChannelNames::require(wanted.channel, source.getPointInfo());
     checkValue(channel, wanted.value);
-    Scoped<SimpleFilterFilter> filter(SimpleFilterFilter::create());
-    filter->init(&source, channel.getName(), wanted.include);
+    auto filter = make<SimpleFilterFilter>(&source, channel.getName(), wanted.include);
     filter->addValue(static_cast<int>(wanted.value)); // converted back to the channel's type
     return Scoped<PointSource>(filter.detach());
 }

@@ -4,6 +4,7 @@
 #include "platform/Interrupt.h"
 #include "text/LineReader.h"
 #include "utils/sets/Formats.h"
+#include "utils/sets/Make.h"
 #include "utils/sets/NamedSource.h"
 #include "utils/sets/TileSet.h"
 #include <vxunpack/Base.h>
@@ -81,8 +82,7 @@ struct FilePointSourceManager::Imp
     {
         if (SimpleFileOpener::getPointSourceType(name.c_str()) != POINT_SOURCE_INDEX)
             return Scoped<PointSource>(opener->openPointSource(name.c_str()));
-        const Scoped<PersistentPointSourceManager> tiles(PersistentPointSourceManager::create());
-        tiles->init(name.c_str(), opener.get());
+        const auto tiles = make<PersistentPointSourceManager>(name.c_str(), opener.get());
         return openMosaic(*tiles, gpsWeek);
     }
 
@@ -120,7 +120,7 @@ void FilePointSourceManager::Imp::add(const char* name, FilePointSourceManager& 
         return manager.addListFile(name);
     if (type == POINT_SOURCE_NULL)
         Formats::throwUnsupported(name);
-    if (type == POINT_SOURCE_TEXT && !opener->hasTextOptions())
+    if (type == POINT_SOURCE_TEXT && !opener->options().text)
         Formats::throwNeedsColumns(name);
     files.push_back({name, {}});
 }
@@ -129,8 +129,7 @@ void FilePointSourceManager::addListFile(const char* name)
 {
     QMFileUtils::requireRegularFile(name);
     const std::string prefix = directoryPrefix(name);
-    const Scoped<FileIO::Imp> file(FileIO::create());
-    file->init(name, "r");
+    const auto file = make<FileIO::Imp>(name, "r");
 
     // A list can name lists, itself among them.
     const DepthGuard guard(m_imp->listDepth);

@@ -2,6 +2,7 @@
 
 #include "files/QMFileSpec.h"
 #include "pdal/PDALFormats.h"
+#include "utils/sets/Make.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/LASPointReader.h>
 #include <vxunpack/LASPointWriter.h>
@@ -29,9 +30,7 @@ PointSource* openText(const char* path, const OpenOptions& options)
             Formats::throwNeedsColumns(path);
         text.layout = *columns;
     }
-    Scoped<TXTPointReader> reader(TXTPointReader::create());
-    reader->init(path, text);
-    return reader.detach();
+    return make<TXTPointReader>(path, text).detach();
 }
 
 PointSource* openLAS(const char* path, const OpenOptions& options)
@@ -51,9 +50,7 @@ PointSource* openLAS(const char* path, const OpenOptions& options)
 
 PointSource* openVX7(const char* path, const OpenOptions&)
 {
-    Scoped<VX7PointReader> reader(VX7PointReader::create());
-    reader->init(path);
-    return reader.detach();
+    return make<VX7PointReader>(path).detach();
 }
 
 PointSource* openBPF(const char* path, const OpenOptions&)
@@ -63,40 +60,31 @@ PointSource* openBPF(const char* path, const OpenOptions&)
 
 PointWriter* createTextWriter(const OutputTarget& target)
 {
-    Scoped<TXTPointWriter> writer(TXTPointWriter::create());
-    const PointInfo& layout = target.layout ? *target.layout : target.source->getPointInfo();
     if (target.stream)
-        writer->init(target.source, target.stream, layout);
-    else
-        writer->init(target.source, target.path.c_str(), layout);
-    return writer.detach();
+        return make<TXTPointWriter>(target.source, target.stream, target.layout).detach();
+    return make<TXTPointWriter>(target.source, target.path, target.layout).detach();
 }
 
 PointWriter* createLASWriter(const OutputTarget& target)
 {
-    Scoped<LASPointWriter> writer(LASPointWriter::create());
-    writer->init(target.source, target.path.c_str(), target.lasVersion);
+    auto writer = make<LASPointWriter>(target.source, target.path, target.lasVersion);
     writer->setWriteLAZ(target.compressed);
     return writer.detach();
 }
 
 PointWriter* createVX7Writer(const OutputTarget& target)
 {
-    Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-    writer->init(target.source, target.path.c_str());
-    return writer.detach();
+    return make<VX7PointWriter>(target.source, target.path).detach();
 }
 
 PointWriter* createBPFWriter(const OutputTarget& target)
 {
-    return createPDALPointWriter(target.source, target.path.c_str());
+    return createPDALPointWriter(target.source, target.path);
 }
 
 PointWriter* createNullWriter(const OutputTarget& target)
 {
-    Scoped<NULLPointWriter> writer(NULLPointWriter::create());
-    writer->init(target.source);
-    return writer.detach();
+    return make<NULLPointWriter>(target.source).detach();
 }
 
 } // namespace
@@ -173,11 +161,11 @@ OutputChoice::OutputChoice(const char* path, const char* formatName) : m_format(
     QM_THROW(ErrorCode::General, "unsupported output format '%s'", formatName);
 }
 
-Scoped<PointWriter> OutputChoice::createWriter(PointSource& source, const std::string& path,
-                                               const PointInfo& layout, IO* stream) const
+Scoped<PointWriter> OutputChoice::createWriter(PointSource& source, const char* path, const PointInfo& layout,
+                                               IO* stream) const
 {
     return Scoped<PointWriter>(
-        m_format->createWriter({&source, path, stream, &layout, m_lasVersion, m_compressed}));
+        m_format->createWriter({&source, path, layout, stream, m_lasVersion, m_compressed}));
 }
 
 } // namespace Quillmoran

@@ -7,32 +7,21 @@
 #include <vxunpack/PointWriter.h>
 
 #include <array>
-#include <functional>
-#include <optional>
 #include <string>
 
 namespace Quillmoran {
 
 class IO;
 
-// How files are opened.
-struct OpenOptions
-{
-    std::optional<TextOptions> text; // without them text files are refused
-    bool opensWaveforms = false;     // without their packets
-    // Called for each file whose waveform packets are dropped; may be empty.
-    std::function<void(const std::string&)> warn;
-};
-
 // What is written, and where.
 struct OutputTarget
 {
     PointSource* source;
-    std::string path;
-    IO* stream = nullptr;              // text only: written in place of the path
-    const PointInfo* layout = nullptr; // the columns of text; null: the channels of the source
-    int lasVersion = -1;               // see LASPointWriter
-    bool compressed = false;           // LAZ in place of LAS
+    const char* path;
+    const PointInfo& layout; // the columns of text
+    IO* stream;              // null, or of text: written in place of the path
+    int lasVersion;          // see LASPointWriter
+    bool compressed;         // LAZ in place of LAS
 };
 
 struct Format
@@ -81,7 +70,7 @@ public:
     PointSourceType type() const noexcept { return m_format->type; }
     bool isLAS() const noexcept { return type() == POINT_SOURCE_LAS || type() == POINT_SOURCE_LAZ; }
     // The writer, with a count of 1. `stream` and `layout` as in OutputTarget.
-    Scoped<PointWriter> createWriter(PointSource& source, const std::string& path, const PointInfo& layout,
+    Scoped<PointWriter> createWriter(PointSource& source, const char* path, const PointInfo& layout,
                                      IO* stream = nullptr) const;
 
 private:

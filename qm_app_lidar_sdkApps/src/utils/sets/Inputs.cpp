@@ -1,6 +1,7 @@
 #include "utils/sets/Inputs.h"
 
 #include "files/QMFileUtils.h"
+#include "utils/sets/Make.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/MosaicFilter.h>
 #include <vxunpack/PersistentPointSourceWriter.h>
@@ -93,9 +94,7 @@ Scoped<PointSource> joinFiles(FilePointSourceManager& files, const std::optional
     files.setGPSWeek(gpsWeek);
     if (files.getNumSources() == 1 && !gpsWeek)
         return Scoped<PointSource>(files.createPointSource(0));
-    Scoped<MosaicFilter> mosaic(MosaicFilter::create());
-    mosaic->init(&files, gpsWeek);
-    return Scoped<PointSource>(mosaic.detach());
+    return make<MosaicFilter, PointSource>(&files, gpsWeek);
 }
 
 Scoped<PointSource> openAny(const char* name, const OpenOptions& options, int depth,
@@ -103,12 +102,7 @@ Scoped<PointSource> openAny(const char* name, const OpenOptions& options, int de
 {
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     files->setNamesErrors();
-    SimpleFileOpener& opener = files->getOpener();
-    if (options.text)
-        opener.setTextOptions(*options.text);
-    opener.setOpenFullWaveformFiles(options.opensWaveforms);
-    if (options.warn)
-        opener.dropWaveforms(options.warn);
+    files->getOpener().options() = options;
     addInput(*files, name, depth);
     if (files->getNumSources() == 0)
         QM_THROW(ErrorCode::General, "there are no files to read in '%s'", name);
@@ -129,8 +123,7 @@ void refuseInputs(const FilePointSourceManager& files, const char* output)
         if (SimpleFileOpener::getPointSourceType(name) != POINT_SOURCE_INDEX)
             continue;
         const Scoped<SimpleFileOpener> opener(SimpleFileOpener::create());
-        const Scoped<PersistentPointSourceManager> index(PersistentPointSourceManager::create());
-        index->init(name, opener.get());
+        const auto index = make<PersistentPointSourceManager>(name, opener.get());
         for (std::size_t tile = 0; tile < index->getNumSources(); ++tile)
             refuseSameFile(index->getTileInfo(tile).path.c_str(), output);
         if (const TileInfo* overview = index->getOverviewInfo())

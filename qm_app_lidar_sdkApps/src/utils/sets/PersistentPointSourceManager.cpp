@@ -4,6 +4,7 @@
 #include "filters/MergeRules.h"
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
+#include "utils/sets/Make.h"
 #include "utils/sets/NamedSource.h"
 #include "utils/sets/TileSetFile.h"
 #include <vxunpack/Base.h>
@@ -33,12 +34,9 @@ Scoped<PointSource> openTile(const PersistentPointSourceManager::FileOpener& ope
 Scoped<PointSource> openMosaic(PersistentPointSourceManager& tiles, const std::optional<int>& gpsWeek)
 {
     const std::optional<int> week = tiles.getGPSWeek() ? tiles.getGPSWeek() : gpsWeek;
-    const Scoped<PointCloudInfo> info(PointCloudInfo::create());
-    info->init(*tiles.getPointCloudInfo());
+    const auto info = make<PointCloudInfo>(*tiles.getPointCloudInfo());
     info->setPointInfo(MergeRules::renameClocks(info->getPointInfo(), week));
-    Scoped<MosaicFilter> mosaic(MosaicFilter::create());
-    mosaic->init(info.get(), tiles.getRTree(), &tiles, week);
-    return Scoped<PointSource>(mosaic.detach());
+    return make<MosaicFilter, PointSource>(info.get(), tiles.getRTree(), &tiles, week);
 }
 
 struct PersistentPointSourceManager::Imp
@@ -61,8 +59,7 @@ PersistentPointSourceManager* PersistentPointSourceManager::create()
 void PersistentPointSourceManager::init(const char* index, FileOpener* opener)
 {
     QMFileUtils::requireRegularFile(index);
-    const Scoped<FileIO::Imp> file(FileIO::create());
-    file->init(index, "r");
+    const auto file = make<FileIO::Imp>(index, "r");
     TileSet set;
     const Scoped<DiskRTree> tree(DiskRTree::create());
     TileSetFile::read(file.get(), set, *tree);

@@ -6,6 +6,7 @@
 #include "index/BoxGrid.h"
 #include "index/MemoryRTree.h"
 #include "platform/CheckedMath.h"
+#include "utils/sets/Make.h"
 #include "utils/sets/NamedSource.h"
 #include "utils/sets/TileSetFile.h"
 #include <vxunpack/Base.h>
@@ -47,15 +48,13 @@ struct PersistentPointSourceWriter::Imp
     TileSet getTileSet() const; // with absolute paths
 
     Scoped<FileOpener> opener;
-    std::string srs;
-    std::optional<int> gpsWeek;
+    TileSet set;                                 // its description and tiles are made by getTileSet()
     std::string indexName;                       // of the index that this set started from
     std::vector<std::string> unknownSystems;     // names of files
     PointCloudUnion cloud;                       // counts and bounds are those of the tiles
     std::map<std::uint64_t, TileInfo> tiles;     // by the order in which they were added
     std::map<std::string, std::uint64_t> orders; // by path
     std::uint64_t nextOrder = 0;
-    std::optional<Overview> overview;
     std::optional<std::int64_t> indexTime; // of the index that this set started from
 };
 
@@ -80,21 +79,18 @@ bool PersistentPointSourceWriter::Imp::isUnchanged(const TileInfo& tile) const
 
 TileSet PersistentPointSourceWriter::Imp::getTileSet() const
 {
-    TileSet set;
-    set.srs = srs;
-    set.gpsWeek = gpsWeek;
-    set.info->init(cloud.getInfo());
+    TileSet whole = set;
+    whole.info = make<PointCloudInfo>(cloud.getInfo());
     std::int64_t numPoints = 0;
     Bounds bounds;
     for (const auto& [order, tile] : tiles) {
         numPoints = saturatingAdd(numPoints, tile.numPoints);
         bounds.grow(tile.bounds);
-        set.tiles.push_back(tile);
+        whole.tiles.push_back(tile);
     }
-    set.info->setNumPoints(numPoints);
-    set.info->setBounds(bounds);
-    set.overview = overview;
-    return set;
+    whole.info->setNumPoints(numPoints);
+    whole.info->setBounds(bounds);
+    return whole;
 }
 
 PersistentPointSourceWriter::PersistentPointSourceWriter() : m_imp(new Imp)
@@ -116,19 +112,18 @@ void PersistentPointSourceWriter::init(FileOpener* opener)
 void PersistentPointSourceWriter::init(const char* index, FileOpener* opener)
 {
     const std::int64_t indexTime = QMFileUtils::getStats(index).modificationTime;
-    const Scoped<PersistentPointSourceManager> known(PersistentPointSourceManager::create());
-    known->init(index, opener);
+    const auto known = make<PersistentPointSourceManager>(index, opener);
     init(opener);
-    m_imp->srs = known->getSRS();
-    m_imp->gpsWeek = known->getGPSWeek();
     m_imp->indexName = index;
-    m_imp->cloud = PointCloudUnion(m_imp->gpsWeek);
+    m_imp->set.srs = known->getSRS();
+    m_imp->set.gpsWeek = known->getGPSWeek();
+    m_imp->cloud = PointCloudUnion(m_imp->set.gpsWeek);
     m_imp->cloud.add(*known->getPointCloudInfo(), index);
     for (std::size_t i = 0; i < known->getNumSources(); ++i)
         insert(known->getTileInfo(i));
     if (const TileInfo* overview = known->getOverviewInfo()) {
-        m_imp->overview = Overview{*overview, known->getOverviewFraction()};
-        m_imp->overview->tile.path = resolved(overview->path);
+        m_imp->set.overview = Overview{*overview, known->getOverviewFraction()};
+        m_imp->set.overview->tile.path = resolved(overview->path);
     }
     m_imp->indexTime = indexTime;
 }
@@ -168,18 +163,18 @@ const std::vector<std::string>& PersistentPointSourceWriter::getUnknownCoordinat
 
 const TileInfo* PersistentPointSourceWriter::getOverviewInfo() const noexcept
 {
-    return m_imp->overview ? &m_imp->overview->tile : nullptr;
+    return m_imp->set.overview ? &m_imp->set.overview->tile : nullptr;
 }
 
 void PersistentPointSourceWriter::setSRS(const char* srs)
 {
-    m_imp->srs = srs ? srs : "";
+    m_imp->set.srs = srs ? srs : "";
 }
 
 void PersistentPointSourceWriter::add(const char* file)
 {
-    if (m_imp->overview && m_imp->overview->tile.path == resolved(file))
-        return setOverview(file, m_imp->overview->fraction);
+    if (m_imp->set.overview && m_imp->set.overview->tile.path == resolved(file))
+        return setOverview(file, m_imp->set.overview->fraction);
     const Scoped<PointCloudInfo> cloud(PointCloudInfo::create());
     const TileInfo tile = m_imp->describe(file, *cloud);
     m_imp->cloud.add(*cloud, file);
@@ -199,13 +194,13 @@ void PersistentPointSourceWriter::insert(const TileInfo& tile)
 PersistentPointSourceWriter::Change PersistentPointSourceWriter::update(const char* file)
 {
     const std::string path = resolved(file);
-    const bool isOverview = m_imp->overview && m_imp->overview->tile.path == path;
+    const bool isOverview = m_imp->set.overview && m_imp->set.overview->tile.path == path;
     const auto known = m_imp->orders.find(path);
     if (!isOverview && known == m_imp->orders.end()) {
         add(file);
         return Change::Added;
     }
-    const TileInfo before = isOverview ? m_imp->overview->tile : m_imp->tiles.at(known->second);
+    const TileInfo before = isOverview ? m_imp->set.overview->tile : m_imp->tiles.at(known->second);
     if (!QMFileUtils::exists(path.c_str())) {
         if (isOverview)
             removeOverview(false);
@@ -216,7 +211,7 @@ PersistentPointSourceWriter::Change PersistentPointSourceWriter::update(const ch
     if (m_imp->isUnchanged(before))
         return Change::None;
     add(file);
-    const TileInfo& after = isOverview ? m_imp->overview->tile : m_imp->tiles.at(known->second);
+    const TileInfo& after = isOverview ? m_imp->set.overview->tile : m_imp->tiles.at(known->second);
     return after == before ? Change::None : Change::Refreshed;
 }
 
@@ -237,12 +232,12 @@ void PersistentPointSourceWriter::clear()
     m_imp->tiles.clear();
     m_imp->orders.clear();
     m_imp->nextOrder = 0;
-    m_imp->cloud = PointCloudUnion(m_imp->gpsWeek);
+    m_imp->cloud = PointCloudUnion(m_imp->set.gpsWeek);
 }
 
 void PersistentPointSourceWriter::setGPSWeek(int week)
 {
-    std::optional<int>& known = m_imp->gpsWeek;
+    std::optional<int>& known = m_imp->set.gpsWeek;
     if (known == week)
         return;
     if (known)
@@ -261,17 +256,17 @@ void PersistentPointSourceWriter::setOverview(const char* file, double fraction)
     const Scoped<PointCloudInfo> cloud(PointCloudInfo::create());
     const TileInfo tile = m_imp->describe(file, *cloud);
     remove(tile.path.c_str());
-    PointCloudUnion both(m_imp->gpsWeek); // refuses another clock
+    PointCloudUnion both(m_imp->set.gpsWeek); // refuses another clock
     both.add(m_imp->cloud.getInfo(), "the tiles");
     both.add(*cloud, file);
-    m_imp->overview = Overview{tile, fraction};
+    m_imp->set.overview = Overview{tile, fraction};
 }
 
 void PersistentPointSourceWriter::removeOverview(bool deleteFile)
 {
-    if (m_imp->overview && deleteFile)
-        QMFileUtils::deleteFile(m_imp->overview->tile.path.c_str());
-    m_imp->overview.reset();
+    if (m_imp->set.overview && deleteFile)
+        QMFileUtils::deleteFile(m_imp->set.overview->tile.path.c_str());
+    m_imp->set.overview.reset();
 }
 
 Scoped<PointSource> PersistentPointSourceWriter::createPointSource() const
