@@ -10,7 +10,7 @@
 #include "support/ReadPoints.h"
 #include "support/SampleCloud.h"
 #include "support/TemporaryDirectory.h"
-#include "utils/TileSetFile.h"
+#include "utils/sets/TileSetFile.h"
 #include <vxunpack/LASPointReader.h>
 #include <vxunpack/LASPointWriter.h>
 #include <vxunpack/VX7PointWriter.h>

@@ -1,6 +1,6 @@
 # A target that compiles every header of the libraries alone: a header must bring what it needs.
 get_property(roots GLOBAL PROPERTY VX_HEADER_ROOTS)
-list(APPEND roots ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/qm_app_lidar_sdkApps/src ${CMAKE_CURRENT_SOURCE_DIR})
+list(APPEND roots ${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR})
 set(probes)
 foreach(root ${roots})
   file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE ${root} ${root}/*.h)

@@ -4,7 +4,7 @@
 #include "support/InputReader.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
-#include "utils/Utils.h"
+#include "utils/program/Utils.h"
 #include <vxunpack/Base.h>
 
 namespace Quillmoran::Fuzz {

@@ -66,7 +66,7 @@ void readAnything(const SubblockFormat& format, std::size_t skipped, Input heade
     const Samples rest = decode(format, headers, data, skipped);
     require(std::equal(whole.begin() + static_cast<std::ptrdiff_t>(passed), whole.end(), rest.begin(),
                        rest.end()),
-            "subblocks differ when those before them are passed over");
+            "subblocks differ if those before them are skipped");
 }
 
 void roundTrip(const SubblockFormat& format, Input input)

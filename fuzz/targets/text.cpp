@@ -5,7 +5,7 @@
 #include "support/InputReader.h"
 #include "support/ReadSource.h"
 #include "text/FieldFormat.h"
-#include "utils/Utils.h"
+#include "utils/program/Utils.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/TXTPointReader.h>
 #include <vxunpack/TXTPointWriter.h>

@@ -8,7 +8,7 @@
 #include "support/MemoryPointSource.h"
 #include "support/ReadSource.h"
 #include "support/TemporaryDirectory.h"
-#include "utils/TileSetFile.h"
+#include "utils/sets/TileSetFile.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/MosaicFilter.h>
 #include <vxunpack/PersistentPointSourceManager.h>
@@ -23,9 +23,9 @@ class TileOpener final : public PersistentPointSourceManager::FileOpener
 {
 public:
     // Every path is a tile of three points, except for those that cannot be opened.
-    PointSource* openPointSource(const QMFileSpec& file) const override
+    PointSource* openPointSource(const char* path) const override
     {
-        if (file.c_str()[0] != '\0' && file.c_str()[std::strlen(file.c_str()) - 1] == '!')
+        if (path[0] != '\0' && path[std::strlen(path) - 1] == '!')
             QM_THROW(ErrorCode::General, "no such tile");
         return MemoryPointSource::make(Testing::layoutXYZ(), {{0, 50, 100}, {0, 50, 100}, {0, 5, 10}})
             .detach();
@@ -65,7 +65,7 @@ std::uint64_t run(Input input)
     Testing::writeFile(path, store->bytes());
     const Scoped<TileOpener> opener(new TileOpener);
     const Scoped<PersistentPointSourceManager> tiles(PersistentPointSourceManager::create());
-    tiles->init(QMFileSpec(path.c_str()), opener.get());
+    tiles->init(path.c_str(), opener.get());
     const Scoped<MosaicFilter> mosaic(MosaicFilter::create());
     mosaic->init(tiles->getPointCloudInfo(), tiles->getRTree(), tiles.get());
     const PointInfo layout = mosaic->getPointInfo();

@@ -292,11 +292,11 @@ FileBytes makeTileIndex(const TemporaryDirectory& directory)
     for (int i = 0; i < 13; ++i) {
         const std::string path = directory / ("t" + std::to_string(i) + ".vxl");
         writeFile(path, buildTile(i % 4 * 10, i / 4 * 10, 5));
-        index->add(QMFileSpec(path.c_str()));
+        index->add(path.c_str());
     }
     writeFile(directory / "small.vxl", buildTile(0, 0, 3));
-    index->setOverview(QMFileSpec((directory / "small.vxl").c_str()), 0.1);
-    index->write(QMFileSpec((directory / "made.index").c_str()));
+    index->setOverview((directory / "small.vxl").c_str(), 0.1);
+    index->write((directory / "made.index").c_str());
     return bytesOf(readFile(directory / "made.index"));
 }
 

@@ -12,7 +12,7 @@
 #include "support/TemporaryDirectory.h"
 #include "tileindex/TileIndexer.h"
 #include "transcode/Transcoder.h"
-#include "utils/Program.h"
+#include "utils/program/Program.h"
 #include <vxunpack/FilePointSourceManager.h>
 #include <vxunpack/LASPointWriter.h>
 #include <vxunpack/ProgressDelegate.h>
@@ -47,30 +47,19 @@ using Testing::Faults;
 using Testing::readFile;
 using Testing::writeFile;
 
-bool succeeds(Inspector& program)
-{
-    return program.run();
-}
-template <class Program>
-bool succeeds(Program& program)
-{
-    program.run();
-    return true;
-}
-
 using Main = int (*)(int argc, const char* const* argv);
 
-template <class Program>
+template <class SomeProgram>
 int mainOf(int argc, const char* const* argv)
 {
     return Utils::runProgram([argc, argv] {
-        std::optional<Program> program;
+        std::optional<SomeProgram> program;
         {
             const Testing::SparedAllocations spared; // which end the process
             program.emplace();
             program->parse(argc, argv);
         }
-        return succeeds(*program);
+        return program->run();
     });
 }
 

@@ -7,7 +7,7 @@
 #include "support/ReadPoints.h"
 #include "support/SampleCloud.h"
 #include "support/TileFiles.h"
-#include "utils/ThreadPool.h"
+#include "utils/sets/ThreadLimit.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/LASPointReader.h>
 #include <vxunpack/LASPointWriter.h>
@@ -47,7 +47,7 @@ std::string onManyThreads(const Body& body)
     // A thread sanitizer does not see how the scheduler synchronizes threads; there, loops run on plain threads
     // and need no pool.
 #if !defined(__SANITIZE_THREAD__)
-    ThreadPool pool(8);
+    ThreadLimit pool(8);
     const auto run = [&pool](const auto& work) { pool.execute(work); };
 #else
     const auto run = [](const auto& work) { work(); };
@@ -204,12 +204,12 @@ TEST(Stress, IteratorsOfManyTiles)
     for (int i = 0; i < 30; ++i) {
         const std::string tile = directory / (std::to_string(i) + ".vxl");
         Testing::writeFile(tile, Testing::buildTile(i % 6 * 10, i / 6 * 10, 200));
-        index->add(QMFileSpec(tile.c_str()));
+        index->add(tile.c_str());
     }
     Testing::writeFile(directory / "overview.vxl", Testing::buildTile(0, 0, 100));
-    index->setOverview(QMFileSpec((directory / "overview.vxl").c_str()), 0.1);
+    index->setOverview((directory / "overview.vxl").c_str(), 0.1);
     const std::string path = directory / "tiles.index";
-    index->write(QMFileSpec(path.c_str()));
+    index->write(path.c_str());
     const auto open = [&] {
         const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
         files->addFile(path.c_str());

@@ -168,7 +168,9 @@ TEST(Cloud, MistakesAreErrors)
               ErrorCode::InvalidArgument);
     EXPECT_EQ(codeOf([&] { vx::open(std::vector<std::string>()); }), ErrorCode::InvalidArgument);
     EXPECT_EQ(codeOf([&] { vx::open(directory / "absent.vxl").read(); }), ErrorCode{ENOENT});
-    EXPECT_EQ(codeOf([&] { vx::write(directory / "out.index", cloud); }), ErrorCode::InvalidArgument);
+    EXPECT_EQ(codeOf([&] { vx::write(directory / "out.index", cloud); }), ErrorCode::General);
+    EXPECT_EQ(codeOf([&] { vx::write(directory / "out", cloud, {.format = "lazz"}); }),
+              ErrorCode::InvalidArgument);
 
     // Cancelled at the first report; the output is absent.
     EXPECT_EQ(

@@ -1,8 +1,7 @@
 #include <vxunpack/Cloud.h>
 
-#include "files/QMFileUtils.h"
 #include "text/FieldFormat.h"
-#include "utils/Utils.h"
+#include "utils/sets/Inputs.h"
 #include <vxunpack/FilePointSourceManager.h>
 #include <vxunpack/MosaicFilter.h>
 
@@ -24,26 +23,19 @@ Cloud open(const std::vector<std::string>& paths, const OpenOptions& options)
         FieldFormat::parseColumns(options.textFormat.c_str(), text.layout);
     text.skipLines = options.skipLines;
     text.strict = true;
-    files->setTextOptions(text);
+    files->getOpener().setTextOptions(text);
     if (options.dropWaveforms)
-        files->dropWaveforms();
-    files->setGPSWeek(options.gpsWeek);
+        files->getOpener().dropWaveforms(options.warning ? options.warning : [](const std::string&) {});
     for (const std::string& path : paths)
-        if (QMFileUtils::isDirectory(path.c_str()))
-            Utils::addFiles(*files, path.c_str(), 0);
-        else
-            files->addFile(path.c_str());
+        Utils::addInput(*files, path.c_str(), 0);
     if (files->getNumSources() == 0)
         QM_THROW(ErrorCode::InvalidArgument, "there is no file to open%s%s", paths.empty() ? "" : " in ",
                  paths.empty() ? "" : paths.front().c_str());
-    if (files->getNumSources() == 1 && !options.gpsWeek)
-        return Cloud(Scoped<PointSource>(files->createPointSource(0)));
-    Scoped<MosaicFilter> mosaic(MosaicFilter::create());
-    mosaic->init(files.get(), options.gpsWeek);
-    if (options.warning)
+    const Scoped<PointSource> source = Utils::joinFiles(*files, options.gpsWeek);
+    if (const auto* mosaic = dynamic_cast<const MosaicFilter*>(source.get()); mosaic && options.warning)
         for (const std::string& warning : mosaic->getWarnings())
             options.warning(warning);
-    return Cloud(Scoped<PointSource>(mosaic.detach()));
+    return Cloud(source);
 }
 
 } // namespace vx

@@ -1,13 +1,9 @@
 #include <vxunpack/Cloud.h>
 
-#include "pdal/PDALFormats.h"
 #include "sdk/Queries.h"
-#include "utils/ThreadPool.h"
-#include <vxunpack/FilePointSourceManager.h>
-#include <vxunpack/LASPointWriter.h>
+#include "utils/sets/Formats.h"
+#include "utils/sets/ThreadLimit.h"
 #include <vxunpack/ProgressDelegate.h>
-#include <vxunpack/TXTPointWriter.h>
-#include <vxunpack/VX7PointWriter.h>
 
 #include <atomic>
 
@@ -39,56 +35,27 @@ private:
     std::atomic<bool> m_isCancelled = false;
 };
 
-// A path with the ending that names the format.
-std::string formatName(const std::string& path, const std::string& format)
+// A file name that the table of formats recognises as the format to write.
+std::string nameForFormat(const std::string& path, const std::string& format)
 {
     if (format.empty())
         return path;
-    return format == "null" ? format : "a." + format;
-}
-
-Scoped<PointWriter> createWriter(PointSource& source, const PointInfo& layout, const std::string& path,
-                                 const std::string& format)
-{
-    const PointSourceType type = SimpleFileOpener::getPointSourceType(formatName(path, format).c_str());
-    switch (type) {
-    case POINT_SOURCE_VX7: {
-        Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-        writer->init(&source, path.c_str());
-        return Scoped<PointWriter>(writer.detach());
-    }
-    case POINT_SOURCE_LAS:
-    case POINT_SOURCE_LAZ: {
-        Scoped<LASPointWriter> writer(LASPointWriter::create());
-        writer->init(&source, path.c_str(), -1);
-        writer->setWriteLAZ(type == POINT_SOURCE_LAZ);
-        return Scoped<PointWriter>(writer.detach());
-    }
-    case POINT_SOURCE_TEXT: {
-        Scoped<TXTPointWriter> writer(TXTPointWriter::create());
-        writer->init(&source, path.c_str(), layout);
-        return Scoped<PointWriter>(writer.detach());
-    }
-    case POINT_SOURCE_BPF:
-        return Scoped<PointWriter>(createPDALPointWriter(&source, path.c_str()));
-    case POINT_SOURCE_NULL: {
-        Scoped<NULLPointWriter> writer(NULLPointWriter::create());
-        writer->init(&source);
-        return Scoped<PointWriter>(writer.detach());
-    }
-    default:
-        QM_THROW(ErrorCode::InvalidArgument, "unsupported output format '%s'", path.c_str());
-    }
+    if (format == "null")
+        return format;
+    const std::string name = "x." + format;
+    if (format != "txt" && Formats::ofName(name.c_str()).type == POINT_SOURCE_TEXT)
+        QM_THROW(ErrorCode::InvalidArgument, "unsupported output format '%s'", format.c_str());
+    return name;
 }
 
 } // namespace
 
 struct ThreadLimit::Impl
 {
-    ThreadPool pool;
+    Quillmoran::ThreadLimit limit;
 };
 
-ThreadLimit::ThreadLimit(unsigned threads) : m_impl(new Impl{ThreadPool(threads)})
+ThreadLimit::ThreadLimit(unsigned threads) : m_impl(new Impl{Quillmoran::ThreadLimit(threads)})
 {}
 ThreadLimit::~ThreadLimit() = default;
 
@@ -98,14 +65,15 @@ std::uint64_t write(const std::string& path, const Cloud& cloud, const WriteOpti
     const Bounds bounds = toBounds(options.query.box);
     PointSource& source = cloud.source();
     const PointInfo layout = chooseChannels(source.getPointInfo(), options.query.channels);
-    const Scoped<PointWriter> writer = createWriter(source, layout, path, options.format);
+    const OutputChoice output(nameForFormat(path, options.format).c_str(), nullptr);
+    const Scoped<PointWriter> writer = output.createWriter(source, path, layout);
     if (options.scale || options.offset)
         writer->setQuantization(options.scale ? options.scale->data() : nullptr,
                                 options.offset ? options.offset->data() : nullptr);
     Callbacks callbacks(options);
     std::int64_t count = 0;
-    ThreadPool pool(options.threads);
-    pool.execute([&] { count = writer->write(bounds, options.query.fraction, layout, &callbacks); });
+    Quillmoran::ThreadLimit limit(options.threads);
+    limit.execute([&] { count = writer->write(bounds, options.query.fraction, layout, &callbacks); });
     return static_cast<std::uint64_t>(count);
 }
 

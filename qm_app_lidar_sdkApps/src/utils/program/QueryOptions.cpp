@@ -1,12 +1,10 @@
 #include "cli/QMCmdLine.h"
-#include "files/QMFileUtils.h"
 #include "text/FieldFormat.h"
-#include "utils/Program.h"
-#include "utils/Utils.h"
+#include "utils/program/Program.h"
+#include "utils/program/Utils.h"
 #include <vxunpack/Base.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <iterator>
@@ -162,42 +160,18 @@ void addDepthOption(QMCmdLine& cmdLine)
                     false);
 }
 
-void addInput(FilePointSourceManager& files, const char* name, const QMCmdLine& cmdLine)
+void addNamed(FilePointSourceManager& files, const QMCmdLine& cmdLine)
 {
-    if (QMFileUtils::isDirectory(name)) {
-        constexpr unsigned deepest = 1000; // no file system goes further
-        addFiles(files, name, static_cast<int>(std::min(cmdLine.getUint("depth"), deepest)));
-        return;
-    }
-    // A name of no known ending would otherwise be taken for a text file that needs a format.
-    if (!QMFileUtils::exists(name)) {
-        errno = ENOENT;
-        QM_THROW_OS(name);
-    }
-    files.addFile(name);
+    constexpr unsigned maxDepth = 1000; // beyond the limits of file systems
+    const int depth = static_cast<int>(std::min(cmdLine.getUint("depth"), maxDepth));
+    for (const std::string& name : getStrings(cmdLine, "inputFile"))
+        addInput(files, name.c_str(), depth);
 }
 
-void refuseSameFile(const char* input, const char* output)
+void refuseNamed(const QMCmdLine& cmdLine, const char* output)
 {
-    if (QMFileUtils::isSameFile(input, output))
-        QM_THROW(ErrorCode::General, "the output '%s' is the input file", output);
-}
-
-void refuseInputs(const FilePointSourceManager& files, const char* output)
-{
-    for (std::size_t i = 0; i < files.getNumSources(); ++i) {
-        const char* const name = files.getFilename(i);
-        refuseSameFile(name, output);
-        if (getPointSourceType(name) != POINT_SOURCE_INDEX)
-            continue;
-        const Scoped<SimpleFileOpener> opener(SimpleFileOpener::create());
-        const Scoped<PersistentPointSourceManager> index(PersistentPointSourceManager::create());
-        index->init(name, opener.get());
-        for (std::size_t tile = 0; tile < index->getNumSources(); ++tile)
-            refuseSameFile(index->getTileInfo(tile).path.c_str(), output);
-        if (const TileInfo* overview = index->getOverviewInfo())
-            refuseSameFile(overview->path.c_str(), output);
-    }
+    for (const std::string& name : getStrings(cmdLine, "inputFile"))
+        refuseSameFile(name.c_str(), output);
 }
 
 } // namespace Quillmoran::Utils

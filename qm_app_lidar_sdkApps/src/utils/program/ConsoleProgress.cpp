@@ -1,12 +1,14 @@
-#include "utils/ConsoleProgress.h"
+#include "utils/program/ConsoleProgress.h"
 
 #include "text/Printable.h"
+
+#include <cstdio>
 
 namespace Quillmoran::Utils {
 
 void ConsoleProgress::reportProgress(double fraction, const char* message)
 {
-    constexpr double almostDone = 0.9999; // the line is rounded up
+    constexpr double almostDone = 0.9999; // rounding must not show 100 %
     m_message = message;
     if (!(fraction > almostDone))
         PercentProgressDelegate::reportProgress(fraction, message);
@@ -16,6 +18,7 @@ void ConsoleProgress::finish()
 {
     if (m_message)
         PercentProgressDelegate::reportProgress(1, m_message);
+    std::putchar('\n');
 }
 
 void ConsoleProgress::displayWarning(const char* text)

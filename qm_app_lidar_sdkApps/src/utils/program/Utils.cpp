@@ -1,9 +1,13 @@
-#include "utils/Utils.h"
+#include "utils/program/Utils.h"
 
 #include "cli/QMCmdLine.h"
 #include "platform/Version.h"
 #include "text/FieldFormat.h"
+#include "utils/program/Program.h"
 
+#include <memory>
+#include <mutex>
+#include <set>
 #include <string>
 
 namespace Quillmoran::Utils {
@@ -23,6 +27,13 @@ const char fieldLetters[] = "  x, y, z  => point values\n"
                             "  R => red\n"
                             "  G => green\n"
                             "  B => blue";
+
+std::vector<std::string> getStrings(const QMCmdLine& cmdLine, const char* option)
+{
+    std::size_t count = 0;
+    const char* const* values = cmdLine.getStringArray(option, count);
+    return {values, values + count};
+}
 
 void addCommonOptions(QMCmdLine& cmdLine)
 {
@@ -61,9 +72,14 @@ void addTXTPointReaderOptions(QMCmdLine& cmdLine)
                     "  fields than the format");
 }
 
-namespace {
+void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine,
+                    ProgressDelegate* cancellation)
+{
+    setTextOptions(manager.getOpener(), scanNow, cmdLine, cancellation);
+}
 
-TextOptions getTextOptions(const QMCmdLine& cmdLine, bool scanNow, ProgressDelegate* cancellation)
+void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine,
+                    ProgressDelegate* cancellation)
 {
     TextOptions options;
     if (cmdLine.isPresent("parse"))
@@ -73,21 +89,7 @@ TextOptions getTextOptions(const QMCmdLine& cmdLine, bool scanNow, ProgressDeleg
     options.scanNow = scanNow;
     options.strict = !cmdLine.getFlag("lenient");
     options.cancellation = cancellation;
-    return options;
-}
-
-} // namespace
-
-void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine,
-                    ProgressDelegate* cancellation)
-{
-    manager.setTextOptions(getTextOptions(cmdLine, scanNow, cancellation));
-}
-
-void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine,
-                    ProgressDelegate* cancellation)
-{
-    opener.setTextOptions(getTextOptions(cmdLine, scanNow, cancellation));
+    opener.options().text = options;
 }
 
 void addWaveformOption(QMCmdLine& cmdLine)
@@ -99,6 +101,20 @@ void addWaveformOption(QMCmdLine& cmdLine)
 bool dropsWaveforms(const QMCmdLine& cmdLine)
 {
     return cmdLine.getFlag("dropWaveforms");
+}
+
+void handleWaveformOption(const QMCmdLine& cmdLine, SimpleFileOpener& opener)
+{
+    if (!dropsWaveforms(cmdLine))
+        return;
+    opener.setOpenFullWaveformFiles(true);
+    // Sources can be opened more than once.
+    opener.options().warn = [mutex = std::make_shared<std::mutex>(),
+                             warned = std::make_shared<std::set<std::string>>()](const std::string& text) {
+        const std::lock_guard<std::mutex> lock(*mutex);
+        if (warned->insert(text).second)
+            warn(text);
+    };
 }
 
 } // namespace Quillmoran::Utils

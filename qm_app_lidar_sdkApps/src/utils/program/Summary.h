@@ -9,8 +9,8 @@ class PointSource;
 
 namespace Utils {
 
-// `fileName` may be null. The line of the pre-compression point count begins on standard output, whatever the
-// stream: scripts look for it there.
+// `fileName` may be null. The line about the pre-compression point count begins on standard output even for
+// other streams: scripts look for it there.
 void printHeader(std::FILE* stream, const PointSource& source, const char* fileName);
 
 } // namespace Utils

@@ -1,10 +1,10 @@
 #include "cli/QMCmdLine.h"
 #include "model/ChannelNames.h"
 #include "srs/SpatialReference.h"
-#include "utils/NamedSource.h"
-#include "utils/Program.h"
-#include "utils/Summary.h"
-#include "utils/Utils.h"
+#include "utils/program/Program.h"
+#include "utils/program/Summary.h"
+#include "utils/program/Utils.h"
+#include "utils/sets/NamedSource.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/LASPointReader.h>
 #include <vxunpack/LASPointWriter.h>
@@ -19,7 +19,7 @@ namespace Quillmoran::Utils {
 
 namespace {
 
-constexpr unsigned maxGPSWeek = 99999; // some 1,900 years
+constexpr unsigned maxGPSWeek = 99999; // about 1,900 years
 
 std::string quoted(const NamedCoordinateSystem& system)
 {
@@ -31,7 +31,7 @@ std::string countOf(std::uint64_t points)
     return std::to_string(points) + (points == 1 ? " point" : " points");
 }
 
-// LAS records hold one time.
+// A LAS record holds one time.
 void warnOfTimeConflict(const LASPointWriter::TimeConflict& conflict, const std::string& output)
 {
     const std::string written = conflict.written;
@@ -42,7 +42,7 @@ void warnOfTimeConflict(const LASPointWriter::TimeConflict& conflict, const std:
         text += other + " for " + countOf(conflict.numFromOther) + " where it is 0, ";
     text += countOf(conflict.numLost) + (conflict.numLost == 1 ? " loses a " : " lose a ") + other +
             " that is not 0";
-    // The header has one mark for all points.
+    // One flag in the header applies to all points.
     if (written == ChannelNames::gpsTime || conflict.numFromOther != 0)
         text += "; the header says adjusted standard time for all points";
     warn(text);
@@ -120,6 +120,7 @@ void warnOfUnknownCoordinateSystems(const std::vector<std::string>& files, const
 
 namespace {
 
+// Asks each file, which opens it.
 void warnOfUnknownSystemsOf(FilePointSourceManager& files)
 {
     std::vector<std::string> unknown;
@@ -144,16 +145,17 @@ Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose, cons
         printHeader(stdout, *source, files.getFilename(i));
     }
     warnOfUnknownSystemsOf(files);
-    if (files.getNumSources() < 2 && !options.gpsWeek)
-        return Scoped<PointSource>(files.createPointSource(0));
-    Scoped<MosaicFilter> mosaic(MosaicFilter::create());
-    mosaic->init(&files, options.gpsWeek);
+    Scoped<PointSource> joined = joinFiles(files, options.gpsWeek);
+    const auto* mosaic = dynamic_cast<const MosaicFilter*>(joined.get());
+    if (!mosaic ||
+        (files.getNumSources() == 1 && !options.gpsWeek)) // an index compared its files when it was made
+        return joined;
     if (verbose)
         printHeader(stdout, *mosaic, nullptr);
     for (const std::string& warning : mosaic->getWarnings())
         warn(warning);
     compareCoordinateSystems(mosaic->getCoordinateSystems(), options);
-    return Scoped<PointSource>(mosaic.detach());
+    return joined;
 }
 
 } // namespace Quillmoran::Utils

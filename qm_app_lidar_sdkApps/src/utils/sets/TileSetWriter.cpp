@@ -1,6 +1,6 @@
 #include "index/MemoryRTree.h"
 #include "platform/Stream.h"
-#include "utils/TileSetFile.h"
+#include "utils/sets/TileSetFile.h"
 #include <vxunpack/Base.h>
 
 #include <cstring>
@@ -11,16 +11,16 @@ namespace {
 
 constexpr std::size_t streamBytes = 4096;
 constexpr std::uint32_t version = 2;
-constexpr std::uint32_t openLength = 0xFFFFFFFF; // of a packet that is being written
+constexpr std::uint32_t openLength = 0xFFFFFFFF; // until the payload is written
 
-[[noreturn]] void throwNotTaken(const std::string& field)
+[[noreturn]] void throwFailed(const std::string& field)
 {
     OSError error(__FILE__, "write", __LINE__);
     error(": failed writing: %s", field.c_str());
     throw error;
 }
 
-// Writes the fields of one file, each under the name that an error gives it.
+// Writes the fields of a file. Errors name the field.
 class FieldWriter
 {
 public:
@@ -33,16 +33,16 @@ public:
     void putNumber(T value, const std::string& field)
     {
         if (!m_stream.put_be(value))
-            throwNotTaken(field);
+            throwFailed(field);
     }
 
     void putBytes(const char* bytes, std::size_t count, const std::string& field)
     {
         if (!m_stream.put_str(bytes, count))
-            throwNotTaken(field);
+            throwFailed(field);
     }
 
-    // Null is empty.
+    // Null is written as empty text.
     void putText(const char* text, const char* field)
     {
         const std::size_t length = text ? std::strlen(text) : 0;
@@ -76,7 +76,7 @@ public:
         putNumber(tile.numPoints, "number of points");
     }
 
-    // The length is known once the payload stands behind it.
+    // Fills in the length after the payload is written.
     template <class Payload>
     void putPacket(const std::string& name, Payload putPayload)
     {

@@ -1,9 +1,9 @@
-#include "utils/Summary.h"
+#include "utils/program/Summary.h"
 
 #include "srs/SpatialReference.h"
 #include "text/Printable.h"
-#include "utils/NamedSource.h"
-#include "utils/Program.h"
+#include "utils/program/Program.h"
+#include "utils/sets/NamedSource.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/MosaicFilter.h>
 #include <vxunpack/PointSource.h>
@@ -21,7 +21,7 @@ namespace Quillmoran::Utils {
 
 namespace {
 
-// The number of points that went into a compressed file, when the record holds a number.
+// The number of points before compression, if the record holds a number.
 std::optional<long long> getPreCompressionCount(const Metadata& metadata)
 {
     const char* description = nullptr;
@@ -47,7 +47,7 @@ std::optional<long long> getPreCompressionCount(const Metadata& metadata)
     return std::nullopt;
 }
 
-// Each line escaped, so that the lines of indented WKT stay lines.
+// Escapes each line by itself and so keeps the line ends of indented WKT.
 std::string printableLines(const std::string& text)
 {
     std::string result;

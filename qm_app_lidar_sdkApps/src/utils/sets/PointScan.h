@@ -1,4 +1,4 @@
-// One pass over the points of a source in blocks, for whoever wants to see all of them.
+// Reads all points of a source block by block.
 #pragma once
 
 #include <vxunpack/PointSource.h>
@@ -7,8 +7,8 @@
 
 namespace Quillmoran {
 
-// Calls visit(block, count) for each block of the points that lie in the box, with the channels of the
-// layout. The delegate may be null; its total is the caller's.
+// Calls visit(block, count) for each block of the points in the box, with the channels of the layout. The
+// delegate may be null; the caller sets its total.
 template <class Visit>
 void scanPoints(const PointSource& source, const Bounds& box, const PointInfo& layout,
                 ProgressDelegate* delegate, Visit visit)

@@ -1,8 +1,8 @@
-#include "utils/TileSet.h"
+#include "utils/sets/TileSet.h"
 
 #include "files/QMFileUtils.h"
 #include "model/ChannelNames.h"
-#include "utils/PointScan.h"
+#include "utils/sets/PointScan.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/PointSource.h>
 
@@ -41,10 +41,10 @@ Bounds measureBounds(const PointSource& source)
 
 } // namespace
 
-TileInfo describeTile(const QMFileSpec& file, const PointSource& source)
+TileInfo describeTile(const char* file, const PointSource& source)
 {
     TileInfo tile;
-    tile.path = QMFileUtils::resolve(file);
+    tile.path = QMFileUtils::resolve(file).c_str();
     tile.timestamp = QMFileUtils::getStats(file).modificationTime;
     tile.numPoints = source.getNumPoints();
     if (tile.numPoints == PointSource::unknownNumPoints)

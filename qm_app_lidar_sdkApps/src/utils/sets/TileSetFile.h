@@ -14,11 +14,11 @@
 //   tile      path | timestamp 8 | bounds | number of points 8
 //   bounds    min 8, max 8 of x, of y, of z                    text    length 2 | bytes
 //
-// Packets come in this order; ones of other names may stand between them and are passed over. A path that is
-// not absolute is meant from the directory of the index.
+// Packets have this order. Packets with other names may occur between them and are skipped. Relative paths are
+// relative to the directory of the index.
 #pragma once
 
-#include "utils/TileSet.h"
+#include "utils/sets/TileSet.h"
 
 namespace Quillmoran {
 
@@ -28,13 +28,13 @@ class MemoryRTree;
 
 namespace TileSetFile {
 
-// Replaces both; after an error neither is to be used. Paths come as they are stored. What is cut is the
-// system's error "failed reading: ...", what cannot be true -1 with the same text; further -1 "bad magic",
-// "unsupported version" and "unknown chunk name '%s' was expecting '%s'". The tree reads on through the
-// store.
+// Replaces both, which are undefined after an error. Returns paths as stored. A truncated file is the system's
+// error "failed reading: ...", an impossible value -1 with the same text. Other errors are -1 "bad magic",
+// "unsupported version" and "unknown chunk name '%s' was expecting '%s'". The tree keeps reading from the
+// file.
 void read(IO* io, TileSet& set, DiskRTree& tree);
 
-// The tree is stored on a grid of these steps. -1 "failed writing: ..." for what the file cannot hold.
+// Stores the tree on a grid with the given scale. -1 "failed writing: ..." for values beyond the file's limits.
 void write(IO* io, const TileSet& set, const MemoryRTree& tree, const double scale[3]);
 
 } // namespace TileSetFile

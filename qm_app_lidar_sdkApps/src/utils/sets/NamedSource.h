@@ -1,24 +1,35 @@
-// Errors of a point source that name its file.
+// Adds the name of the file to the errors of a point source.
 #pragma once
 
+#include <vxunpack/Base.h>
 #include <vxunpack/PointSource.h>
 
 #include <string>
 
 namespace Quillmoran {
 
-class Error;
-
-// Appends " path = FILE" to an error that names no file. A cancelled operation is left as it is.
+// Appends " path = FILE" to an error that names no file. Cancelled is left unchanged.
 void nameFile(Error& error, const std::string& file);
 
-// Shows the wrapped source as it is; its errors, those of its iterators included, name the file.
+// Does the work; its errors name the file.
+template <class Work>
+auto naming(const std::string& file, Work work) -> decltype(work())
+{
+    try {
+        return work();
+    } catch (Error& error) {
+        nameFile(error, file);
+        throw;
+    }
+}
+
+// Forwards to the wrapped source; errors of the source and its iterators name the file.
 class NamedSource final : public PointFilter
 {
 public:
     // Retains the source.
     static Scoped<PointSource> wrap(PointSource* source, const std::string& file);
-    // The source itself for one that is not wrapped.
+    // The wrapped source, or the source itself if it is not wrapped.
     static const PointSource& unwrap(const PointSource& source);
 
     void loadMetadata(Metadata& into, bool sanitize) const override;

@@ -1,6 +1,8 @@
-#include "utils/Program.h"
+#include "utils/program/Program.h"
 
 #include "text/Printable.h"
+#include "utils/program/Utils.h"
+#include "utils/sets/ThreadLimit.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/FileIO.h>
 
@@ -13,21 +15,43 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace Quillmoran::Utils {
+namespace Quillmoran {
+
+Program::Program(const char* name, const char* description) : m_cmdLine(name, description, description, true)
+{
+    Utils::setVersion(m_cmdLine);
+    Utils::addCommonOptions(m_cmdLine);
+}
+
+void Program::parse(int argc, const char* const* argv)
+{
+    m_cmdLine.parse(argc, argv);
+    checkOptions();
+}
+
+bool Program::run()
+{
+    bool succeeded = false;
+    ThreadLimit(m_cmdLine.getUint("numThreads")).execute([&] { succeeded = work(); });
+    return succeeded;
+}
+
+namespace Utils {
 
 namespace {
 
-// A program can be started without its standard streams. A file opened then would take the place of one, and
-// have progress and messages written into it. What takes the place here cannot be used for what the stream is
-// for, so that a report that is lost is noticed.
+// A program can be started with closed standard streams. The first file that it opens would then get the
+// descriptor of one, and progress and messages would be written into the file. The descriptors opened here
+// have the wrong direction, so that using the stream is an error and a lost report is noticed.
 void occupyStandardStreams()
 {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         if (::fcntl(stream, F_GETFD) < 0 && errno == EBADF)
-            ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY); // takes the lowest number
+            ::open("/dev/null",
+                   stream == STDIN_FILENO ? O_WRONLY : O_RDONLY); // gets the lowest free descriptor
 }
 
-// The progress line has no end yet; on a terminal the message would stand behind it.
+// On a terminal, begins a new line after an unfinished progress line.
 void endProgressLine()
 {
     if (isatty(STDOUT_FILENO))
@@ -35,7 +59,7 @@ void endProgressLine()
     std::fflush(stdout);
 }
 
-// Also when there is no memory left to escape the text.
+// Also works if there is no memory left to escape the text.
 void printError(const char* text)
 {
     try {
@@ -105,4 +129,6 @@ void finishReport()
         QM_THROW(ErrorCode::General, "cannot write the report");
 }
 
-} // namespace Quillmoran::Utils
+} // namespace Utils
+
+} // namespace Quillmoran

@@ -1,6 +1,7 @@
 #include "cli/QMCmdLine.h"
 #include "model/ChannelNames.h"
-#include "utils/Utils.h"
+#include "utils/program/Utils.h"
+#include "utils/sets/Make.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/SimpleFilterFilter.h>
 
@@ -21,35 +22,29 @@ struct ValueFilter
     bool include = true;
 };
 
-[[noreturn]] void throwBadFilter(const char* text)
+// Parses from the end, since the name of a channel may contain a comma.
+ValueFilter parseFilter(const std::string& text)
 {
-    QM_THROW(ErrorCode::General,
-             "bad filter '%s', the format is <channel name>,<integer value>,include|exclude", text);
-}
-
-// From the end, since a channel's name may hold a comma.
-ValueFilter parseFilter(const char* text)
-{
-    const std::string whole(text);
-    const std::size_t modeComma = whole.rfind(',');
-    if (modeComma == std::string::npos || modeComma == 0)
-        throwBadFilter(text);
-    const std::size_t valueComma = whole.rfind(',', modeComma - 1);
-    if (valueComma == std::string::npos || valueComma == 0)
-        throwBadFilter(text);
-
     ValueFilter filter;
-    filter.channel = whole.substr(0, valueComma);
-    const char* const end = text + modeComma;
-    const auto [rest, error] = std::from_chars(text + valueComma + 1, end, filter.value);
-    const std::string mode = whole.substr(modeComma + 1);
+    const std::size_t modeComma = text.rfind(',');
+    const std::size_t valueComma = text.rfind(',', modeComma - 1);
+    const std::string mode = text.substr(modeComma + 1);
     filter.include = mode == "include";
-    if (error != std::errc() || rest != end || (!filter.include && mode != "exclude"))
-        throwBadFilter(text);
+    filter.channel = text.substr(0, valueComma);
+    bool isNumber = false;
+    if (modeComma != std::string::npos && valueComma < modeComma && valueComma != 0) {
+        const char* const end = text.data() + modeComma;
+        const auto [rest, error] = std::from_chars(text.data() + valueComma + 1, end, filter.value);
+        isNumber = error == std::errc() && rest == end;
+    }
+    if (!isNumber || (!filter.include && mode != "exclude"))
+        QM_THROW(ErrorCode::General,
+                 "bad filter '%s', the format is <channel name>,<integer value>,include|exclude",
+                 text.c_str());
     return filter;
 }
 
-// Refuses values that no sample of the channel can have, as they match other samples or none.
+// Values beyond the type of the channel would be converted and select other points.
 void checkValue(const ChannelInfo& channel, std::int64_t value)
 {
     constexpr std::size_t largestSample = 4; // bytes, of the channels that SimpleFilterFilter reads
@@ -73,8 +68,7 @@ Scoped<PointSource> applyFilter(const ValueFilter& wanted, PointSource& source)
 {
     const ChannelInfo& channel = ChannelNames::require(wanted.channel, source.getPointInfo());
     checkValue(channel, wanted.value);
-    Scoped<SimpleFilterFilter> filter(SimpleFilterFilter::create());
-    filter->init(&source, channel.getName(), wanted.include);
+    auto filter = make<SimpleFilterFilter>(&source, channel.getName(), wanted.include);
     filter->addValue(static_cast<int>(wanted.value)); // converted back to the channel's type
     return Scoped<PointSource>(filter.detach());
 }
@@ -93,10 +87,8 @@ void addFilterOptions(QMCmdLine& cmdLine)
 Scoped<PointSource> handleFilterOptions(const QMCmdLine& cmdLine, const Scoped<PointSource>& source)
 {
     Scoped<PointSource> filtered = source;
-    std::size_t count = 0;
-    const char* const* texts = cmdLine.getStringArray("filter", count);
-    for (std::size_t i = 0; i < count; ++i)
-        filtered = applyFilter(parseFilter(texts[i]), *filtered);
+    for (const std::string& text : getStrings(cmdLine, "filter"))
+        filtered = applyFilter(parseFilter(text), *filtered);
     return filtered;
 }
 

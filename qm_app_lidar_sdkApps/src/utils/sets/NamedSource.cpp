@@ -1,32 +1,13 @@
-#include "utils/NamedSource.h"
-
-#include <vxunpack/Base.h>
+#include "utils/sets/NamedSource.h"
 
 namespace Quillmoran {
-
-namespace {
-
-constexpr ErrorCode cancelledError = ErrorCode::Cancelled;
-
-template <class Work>
-auto naming(const std::string& file, Work work) -> decltype(work())
-{
-    try {
-        return work();
-    } catch (Error& error) {
-        nameFile(error, file);
-        throw;
-    }
-}
-
-} // namespace
 
 void nameFile(Error& error, const std::string& file)
 {
     const std::string text = error.what();
     const bool isNamed = text.find(" path = ") != std::string::npos || text.rfind(file + ':', 0) == 0 ||
                          text.find('\'' + file + '\'') != std::string::npos;
-    if (error.code() != cancelledError && !isNamed)
+    if (error.code() != ErrorCode::Cancelled && !isNamed)
         error(" path = %s", file.c_str());
 }
 

@@ -1,6 +1,6 @@
 #include "index/DiskRTree.h"
 #include "platform/Stream.h"
-#include "utils/TileSetFile.h"
+#include "utils/sets/TileSetFile.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/DataType.h>
 
@@ -16,12 +16,12 @@ namespace {
 constexpr std::size_t streamBytes = 4096;
 constexpr std::uint32_t newestVersion = 2;
 
-// The fewest bytes of each, with empty texts.
+// Minimum sizes, with empty texts.
 constexpr std::size_t textBytes = 2;
 constexpr std::size_t channelBytes = textBytes + 2 + 2 + 8;
 constexpr std::size_t tileBytes = textBytes + 8 + 6 * 8 + 8;
 
-// The system reports no error when a file just ends.
+// The system reports no error at the end of a file.
 [[noreturn]] void throwCut(const std::string& field)
 {
     errno = EIO;
@@ -35,15 +35,14 @@ constexpr std::size_t tileBytes = textBytes + 8 + 6 * 8 + 8;
     QM_THROW(ErrorCode::General, "failed reading: %s", field);
 }
 
-// The payload of one packet: a stream that ends where the packet ends, so that every field that is cut shows
-// as a short read.
+// The payload of one packet: a stream that ends with the packet, so that a truncated field is a short read.
 class Packet
 {
 public:
     Packet(IO* io, std::int64_t position, std::int64_t length)
-        : m_stretch(BoundedIO::create(IO::Location(io, position, length)))
+        : m_range(BoundedIO::create(IO::Location(io, position, length)))
     {
-        m_stream.init(m_stretch.get(), true, streamBytes);
+        m_stream.init(m_range.get(), true, streamBytes);
         m_stream.seek(position, Stream::SEEK_FROM_START);
     }
 
@@ -56,7 +55,7 @@ public:
         return value;
     }
 
-    // How many follow, each of `size` bytes at least.
+    // The number of items that follow, each of at least `size` bytes.
     template <class T>
     T readCount(const char* field, std::size_t size)
     {
@@ -96,7 +95,7 @@ public:
     TileInfo readTile()
     {
         TileInfo tile;
-        tile.path = readText("path").c_str();
+        tile.path = readText("path").c_str(); // up to a NUL
         tile.timestamp = readNumber<std::int64_t>("timestamp");
         tile.bounds = readBounds();
         tile.numPoints = readNumPoints();
@@ -104,7 +103,7 @@ public:
     }
 
 private:
-    Scoped<IO> m_stretch;
+    Scoped<IO> m_range;
     StreamReader m_stream;
 };
 
@@ -126,8 +125,8 @@ public:
             QM_THROW(ErrorCode::General, "unsupported version");
     }
 
-    // Goes to the next packet that has a meaning, which must be one of these, and gives its name. The last of
-    // them is the one that must come.
+    // Skips to the next packet with a known name, which must be one of these, and returns its name. The last
+    // one of `names` is required, the others are optional.
     std::string next(std::initializer_list<const char*> names)
     {
         const char* expected = names.end()[-1];
@@ -167,7 +166,7 @@ private:
     }
 
     StreamReader m_stream;
-    std::int64_t m_end = 8; // of the present packet; before the first one, of the header
+    std::int64_t m_end = 8; // of the current packet; at first of the header
 };
 
 ChannelInfo readChannel(Packet& packet)
