@@ -275,6 +275,6 @@ void QuillmoranReader::done(pdal::PointTableRef)
 
 using Quillmoran::QuillmoranReader;
 using Quillmoran::stageInfo;
-// PDAL looks up the function that the macro defines; PDAL exports it on other systems only.
+// PDAL looks up this function, which the macro defines and exports on other systems only.
 extern "C" QM_API void PF_initPlugin();
 CREATE_SHARED_STAGE(QuillmoranReader, stageInfo)

@@ -55,15 +55,6 @@ Function* findInModule(const char* name)
     return function;
 }
 
-std::optional<std::string> translate(const GeoTIFFKeys& keys)
-{
-    std::string wkt;
-    const auto convert = findInModule<decltype(qmGeoTIFFToWKT)>("qmGeoTIFFToWKT");
-    if (!convert(keys, wkt))
-        return std::nullopt;
-    return wkt;
-}
-
 } // namespace
 
 std::optional<GeoTIFFKeys> toGeoTIFF(const char* wkt)
@@ -84,8 +75,11 @@ std::optional<std::string> toWKT(const GeoTIFFKeys& keys)
     static std::mutex mutex;
     static std::pair<GeoTIFFKeys, std::optional<std::string>> last;
     const std::lock_guard<std::mutex> lock(mutex);
-    if (!(usable == last.first))
-        last = {usable, translate(usable)};
+    if (usable != last.first) {
+        std::string wkt;
+        const auto convert = findInModule<decltype(qmGeoTIFFToWKT)>("qmGeoTIFFToWKT");
+        last = {usable, convert(usable, wkt) ? std::optional(wkt) : std::nullopt};
+    }
     return last.second;
 }
 

@@ -21,10 +21,7 @@ struct GeoTIFFKeys
     std::vector<double> doubles;
     std::string ascii;
 
-    bool operator==(const GeoTIFFKeys& other) const
-    {
-        return directory == other.directory && doubles == other.doubles && ascii == other.ascii;
-    }
+    bool operator==(const GeoTIFFKeys&) const = default;
 };
 
 namespace SpatialReference {

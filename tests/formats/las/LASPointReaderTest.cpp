@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <gtest/gtest.h>
 
 namespace Quillmoran {
@@ -358,6 +359,23 @@ TEST_F(LASReading, HidesChunksFromLASzipThatWouldCrashIt)
         EXPECT_EQ(failureOfReading(bytes),
                   "the file has more than one VLR with the LASzip coding of its points");
     }
+}
+
+TEST_F(LASReading, RefusesCallsBeforeInit)
+{
+    const Scoped<LASPointReader> reader(LASPointReader::create());
+    Metadata metadata;
+    const std::function<void()> calls[] = {
+        [&] { reader->getFileFormatString(); },
+        [&] { reader->getWKT(); },
+        [&] { reader->hasUnknownCoordinateSystem(); },
+        [&] { reader->hasWaveforms(); },
+        [&] { reader->loadMetadata(metadata, false); },
+        [&] { reader->getTotalWork(Bounds::Huge(), 1); },
+        [&] { reader->createIterator(Bounds::Huge(), 1, PointInfo(), nullptr); },
+    };
+    for (const auto& call : calls)
+        EXPECT_EQ(Testing::failureOf(call).substr(0, 5), "40007") << &call - calls;
 }
 
 TEST_F(LASReading, StopsWhenCancelled)

@@ -192,21 +192,6 @@ TEST_F(LASWriting, RoundsCoordinatesAwayFromTheOffset)
     EXPECT_EQ(file.max[0], 10.5);
 }
 
-TEST_F(LASWriting, WarnsOfChannelsThatItDrops)
-{
-    struct Warnings : ProgressDelegate
-    {
-        void reportProgress(double, const char*) override {}
-        bool getCancelled() override { return false; }
-        void displayWarning(const char* text) override { all += std::string(text) + '\n'; }
-        std::string all;
-    } warnings;
-    const auto source = MemoryPointSource::make(layoutXYZ({channel("Temperature", FLOAT32)}),
-                                                {{0, 3, 1}, {0, 1, 1}, {0, 1, 1}, {1, 2, 3}});
-    EXPECT_EQ(makeWriter(*source)->write(Bounds::Huge(), 1, source->getPointInfo(), &warnings), 3);
-    EXPECT_EQ(warnings.all, "the output format does not support channel 'Temperature'\n");
-}
-
 TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
 {
     const double inf = std::numeric_limits<double>::infinity(), nan = std::nan("");
