@@ -1,6 +1,7 @@
 #include "apps/SizeTable.h"
 
 #include "apps/Goals.h"
+#include "common/coders/TransformUtils.h"
 #include "files/QMFileUtils.h"
 #include "support/Encoders.h"
 #include "support/Statistics.h"
@@ -73,7 +74,7 @@ void printChannels(const Row& row)
                     static_cast<long long>(channel.size),
                     static_cast<double>(channel.size) / static_cast<double>(row.packed.numPoints),
                     channel.subblockSize, static_cast<int>(channel.transform),
-                    TransformUtils::toString(channel.transform));
+                    TransformUtils::toString(channel.transform).c_str());
 }
 
 } // namespace
