@@ -365,7 +365,7 @@ def compare_speeds(programs, source, directory, options):
 
 
 def print_sizes(programs, files, directory):
-    print('Sizes. vxl: the whole file, with the VLRs of the input as metadata; bands: its samples only. laz: the whole\n'
+    print('\nSizes. vxl: the whole file, with the VLRs of the input as metadata; bands: its samples only. laz: the whole\n'
           f'file, without VLRs except for the one that describes the compression. Goal: vxl / laz of at most {SIZE_GOAL:.2f}.\n')
     print(f"{'':24} {'':9} {'vxl':>10} {'bands':>10} {'laz':>10} {'vxl':>8} {'bands':>8} {'laz':>8} {'vxl':>6}  bands")
     print(f"{'file':24} {'points':>9} {'bytes':>10} {'bytes':>10} {'bytes':>10} {'a point':>8} {'a point':>8} {'a point':>8}"
@@ -403,7 +403,7 @@ def print_sizes(programs, files, directory):
 
 def print_memory(programs, source, directory, sizes):
     columns = ['pack', 'null', 'txt', 'las', 'laz']
-    print('Peak memory and time of vxpack from a LAS file ("pack"), then of vxunpack from the result.')
+    print('\nPeak memory and time of vxpack from a LAS file ("pack"), then of vxunpack from the result.')
     print(f"{'M points':>10}" + ''.join(f'{column + " MiB":>13}{column + " s":>11}' for column in columns))
     las, vxl = directory / 'in.las', directory / 'in.vxl'
     for size in sizes:

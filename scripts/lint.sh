@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Checks that need no test run: formatting, the direction of includes, static analysis.
+# Static checks: formatting, the direction of includes, clang-tidy.
 #
 #   scripts/lint.sh             everything
 #   scripts/lint.sh --quick     without clang-tidy
@@ -11,7 +11,7 @@ find_tool() { command -v "$1-14" || command -v "$1"; }
 
 "$(find_tool clang-format)" --dry-run -Werror "${sources[@]}"
 
-# core <- kernel <- formats, filters <- apps: a library includes nothing that builds on it or beside it. A public header
+# core <- kernel <- formats, filters <- apps: a library includes headers of libraries to its left only. A public header
 # belongs to the library that holds its source.
 folders() { ls -d "$1"/src/*/ | xargs -n1 basename | paste -sd'|'; }
 headers() {
@@ -41,7 +41,7 @@ fi
 
 if [ "${1:-}" != --quick ]; then
   scripts/build.sh release
-  # Sources whose libraries are not here (PDAL) are not built, and the database does not know how they would be.
+  # Sources that need a missing library (PDAL) are not built and are not in the compilation database.
   mapfile -t code < <(git ls-files 'qm_*.cpp' | while read -r file; do
     ! grep -qF "/$file\"" build/release/compile_commands.json || echo "$file"
   done)

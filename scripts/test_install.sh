@@ -36,7 +36,7 @@ fi
 "$bin/vxunpack" -i examples/survey.vxl -o "$prefix/all.txt" >/dev/null
 all=$(($(wc -l <"$prefix/all.txt") - 1))
 [ "$all" -eq 2400 ] || fail "the installed program gave $all points"
-# Packed again and decoded it is the same text.
+# Encoding and decoding the example again gives the same text.
 "$bin/vxpack" -i examples/survey.vxl -o "$prefix/again.vxl" >/dev/null
 "$bin/vxunpack" -i "$prefix/again.vxl" -o "$prefix/again.txt" >/dev/null
 cmp "$prefix/all.txt" "$prefix/again.txt"

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace Quillmoran {
 
@@ -31,12 +32,12 @@ public:
     // version other than -1 is written as given: 0 sets both version fields to 0.
     void init(PointSource* source, const char* path, FileVersion version);
     // Writes LAZ in place of LAS.
-    void setWriteLAZ(bool laz);
+    void setWriteLAZ(bool laz) { m_writeLAZ = laz; }
     // Takes the coordinate system from the source's WKT, not from the projection VLRs in its metadata.
-    void setOverrideProjectionVLRs(bool override);
+    void setOverrideProjectionVLRs(bool override) { m_overrideProjection = override; }
     // Of a layout with both GPSTime and GPSTime_Adjusted the later channel is written; with `nonzero` a time
     // of 0 is replaced by the other one.
-    void setPrefersNonzeroTime(bool nonzero);
+    void setPrefersNonzeroTime(bool nonzero) { m_prefersNonzeroTime = nonzero; }
 
     // The number of the point format, 0 to 8, and the version for a layout.
     static int getRecordFormat(const PointInfo& layout);
@@ -53,12 +54,12 @@ public:
 
     // Whether the coordinate system of the source was left out: GeoTIFF keys cannot express it, or it is too
     // long for a VLR.
-    bool losesCoordinateSystem() const noexcept;
+    bool losesCoordinateSystem() const noexcept { return m_losesCoordinateSystem; }
     // Empty when the layout had one time or none.
-    const std::optional<TimeConflict>& getTimeConflict() const noexcept;
+    const std::optional<TimeConflict>& getTimeConflict() const noexcept { return m_timeConflict; }
     // Whether scan angles were written unchanged although the point format has another unit: degrees to
     // formats 6 and above, which have steps of 0.006 degrees, or the reverse.
-    bool hasForeignScanAngles() const noexcept;
+    bool hasForeignScanAngles() const noexcept { return m_hasForeignScanAngles; }
 
 protected:
     // An unusable scale or offset is InvalidArgument, a channel that LAS does not have NotRepresentable
@@ -79,7 +80,18 @@ private:
     LASPointWriter();
     ~LASPointWriter() override;
 
-    std::unique_ptr<Impl> m_impl;
+    std::string m_path;
+    FileVersion m_version = -1;
+    bool m_writeLAZ = false;
+    bool m_overrideProjection = false;
+    bool m_prefersNonzeroTime = false;
+
+    // About the file that was written last.
+    bool m_losesCoordinateSystem = false;
+    bool m_hasForeignScanAngles = false;
+    std::optional<TimeConflict> m_timeConflict;
+
+    std::unique_ptr<Impl> m_impl; // null while no file is written
 };
 
 } // namespace Quillmoran

@@ -40,24 +40,30 @@ public:
     // made with.
     void init(const PointCloudInfo* info, const RTree* tree, PointSourceManager* manager,
               const std::optional<int>& gpsWeek = std::nullopt);
-    void setClassIdNames(const char* const* names, std::size_t count);
+    void setClassIdNames(const char* const* names, std::size_t count)
+    {
+        m_info->setClassIdNames(names, count);
+    }
 
     const char* getFileFormatString() const { return "Mosaic 1.0"; }
     // What the sources did not agree on; empty for a tile-set index.
-    const std::vector<std::string>& getWarnings() const noexcept;
+    const std::vector<std::string>& getWarnings() const noexcept { return m_warnings; }
     // Each different text once, in order of first appearance, with the first file that has it. Texts may
     // differ and mean the same. Empty for a tile-set index.
-    const std::vector<NamedCoordinateSystem>& getCoordinateSystems() const noexcept;
+    const std::vector<NamedCoordinateSystem>& getCoordinateSystems() const noexcept
+    {
+        return m_coordinateSystems;
+    }
 
     // The description is empty before init().
-    const PointInfo& getPointInfo() const override;
-    std::int64_t getNumPoints() const override;
-    const char* getWKT() const override;
-    const Bounds& getBounds() const override;
-    const double* getScale() const override;
-    const double* getOffset() const override;
-    std::size_t getNumClassIdNames() const override;
-    const char* const* getClassIdNames() const override;
+    const PointInfo& getPointInfo() const override { return m_info->getPointInfo(); }
+    std::int64_t getNumPoints() const override { return m_info->getNumPoints(); }
+    const char* getWKT() const override { return m_info->getWKT(); }
+    const Bounds& getBounds() const override { return m_info->getBounds(); }
+    const double* getScale() const override { return m_info->getScale(); }
+    const double* getOffset() const override { return m_info->getOffset(); }
+    std::size_t getNumClassIdNames() const override { return m_info->getNumClassIdNames(); }
+    const char* const* getClassIdNames() const override { return m_info->getClassIdNames(); }
     // The records that all sources share, without point counts and boxes; opens every source. None for a
     // tile-set index.
     void loadMetadata(Metadata& into, bool sanitize) const override;
@@ -73,9 +79,14 @@ private:
     struct Impl;
 
     MosaicFilter();
-    ~MosaicFilter() override;
 
-    std::unique_ptr<Impl> m_impl;
+    const Impl& sources() const;
+
+    Scoped<PointCloudInfo> m_info;
+    bool m_sharesMetadata = false;
+    std::vector<std::string> m_warnings;
+    std::vector<NamedCoordinateSystem> m_coordinateSystems;
+    std::shared_ptr<const Impl> m_impl; // null before init(), shared with iterators
 };
 
 } // namespace Quillmoran

@@ -84,7 +84,7 @@ bool Transcoder::work()
     progress.finish();
     std::printf("%lld points written\n", count);
     if (las)
-        Utils::warnOfLASOutput(*las, m_cmdLine.getString("outputFile"));
+        Utils::warnOfLASOutput(*las, m_cmdLine.getString("outputFile"), Utils::warn);
     // This program does not declare "parse", so in verbose runs this lookup is a configuration error that ends
     // the run with status 1. They have always ended in this way; the output is already complete.
     return !verbose || m_cmdLine.isPresent("parse");
@@ -158,17 +158,8 @@ void Transcoder::configure(PointWriter& writer) const
 // LAS rounds coordinates that are not multiples of its scale.
 void Transcoder::warnOfRounding(const PointSource& source, const PointInfo& layout) const
 {
-    if (!m_output->isLAS() || m_cmdLine.isPresent("scale") || source.getNumPoints() == 0)
-        return;
-    std::string names;
-    for (const char* name : {ChannelNames::x, ChannelNames::y, ChannelNames::z}) {
-        const ChannelInfo* channel = layout.getChannel(name);
-        if (channel && channel->getQuantization() == 0)
-            names += std::string(names.empty() ? "" : ", ") + name;
-    }
-    if (!names.empty())
-        Utils::warn("'" + m_outputFile + "': coordinates (" + names +
-                    ") are rounded to 0.001, since the input has no scale for them; -sc chooses another");
+    if (m_output->isLAS() && !m_cmdLine.isPresent("scale"))
+        Utils::warnOfRounding(source, layout, m_outputFile, "; -sc chooses another", Utils::warn);
 }
 
 } // namespace Quillmoran

@@ -40,10 +40,7 @@ struct HilbertOrder::Impl
         double fraction = 0;
         PointInfo layout;
 
-        bool operator==(const Query& other) const noexcept
-        {
-            return bounds == other.bounds && fraction == other.fraction && layout == other.layout;
-        }
+        bool operator==(const Query&) const = default;
     };
 
     Scoped<const SortedRows> sort(const PointSource& source, const Query& wanted,

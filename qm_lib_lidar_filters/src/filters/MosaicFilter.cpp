@@ -40,46 +40,37 @@ void checkChannels(const PointInfo& known, const PointInfo& layout)
 
 struct MosaicFilter::Impl
 {
-    bool readsTiles(double fraction) const
-    {
-        if (!manager)
-            QM_THROW(ErrorCode::InvalidArgument, "the mosaic has no sources before init()");
-        return fraction > overviewThreshold;
-    }
+    Impl(const PointInfo& layout, const RTree* boxes, PointSourceManager* sources,
+         const std::optional<int>& gpsWeek)
+        : tree(Scoped<const RTree>::retained(boxes)),
+          manager(Scoped<PointSourceManager>::retained(sources)),
+          target(layout, gpsWeek)
+    {}
 
-    Scoped<PointCloudInfo> info{PointCloudInfo::create()};
-    Scoped<const RTree> tree; // the sources' boxes
-    Scoped<PointSourceManager> manager;
-    double overviewThreshold = 0; // fractions up to this one are read from the overview
-    bool sharesMetadata = false;
-    std::shared_ptr<const MergeRules::Target> target; // shared with iterators
-    std::vector<std::string> warnings;
-    std::vector<NamedCoordinateSystem> coordinateSystems;
+    bool readsTiles(double fraction) const { return fraction > overviewThreshold; }
+
+    const Scoped<const RTree> tree; // the sources' boxes
+    const Scoped<PointSourceManager> manager;
+    const MergeRules::Target target;
+    const double overviewThreshold = manager->getOverviewFraction(); // fractions up to this read the overview
 };
 
 // Reads one source after the other, or the overview.
 class MosaicFilter::Iterator final : public PointIterator
 {
 public:
-    Iterator(std::shared_ptr<const MergeRules::Target> target, const Bounds& bounds, double fraction,
+    Iterator(std::shared_ptr<const Impl> sources, const Bounds& bounds, double fraction,
              const PointInfo& layout, ProgressDelegate* delegate)
-        : m_target(std::move(target)), m_query(bounds), m_queryFraction(fraction), m_layout(layout)
+        : m_sources(std::move(sources)), m_query(bounds), m_queryFraction(fraction), m_layout(layout)
     {
         init(bounds, fraction, layout, delegate);
-    }
-
-    void walk(const RTree& tree, PointSourceManager* manager)
-    {
-        m_walk.reset(tree.createIterator());
-        m_manager = Scoped<PointSourceManager>::retained(manager);
-    }
-
-    // Adopts the caller's count of the source.
-    void read(PointSource* source)
-    {
-        m_source.reset(source);
-        m_points.reset(
-            createAdaptedIterator(*source, *m_target, m_query, m_queryFraction, m_layout, getDelegate()));
+        if (m_sources->readsTiles(fraction)) {
+            m_walk.reset(m_sources->tree->createIterator());
+            return;
+        }
+        m_queryFraction /= m_sources->overviewThreshold;
+        if (PointSource* overview = m_sources->manager->createOverviewPointSource())
+            read(overview);
     }
 
     std::size_t getNextPoints(PointData& buffer) override
@@ -93,6 +84,14 @@ public:
     }
 
 private:
+    // Adopts the caller's count of the source.
+    void read(PointSource* source)
+    {
+        m_source.reset(source);
+        m_points.reset(createAdaptedIterator(*source, m_sources->target, m_query, m_queryFraction, m_layout,
+                                             getDelegate()));
+    }
+
     bool readNextSource()
     {
         // One source at a time: the last one releases its file and its buffers first.
@@ -106,29 +105,33 @@ private:
             return false;
         const auto source = static_cast<std::size_t>(index);
         try {
-            read(m_manager->createPointSource(source));
+            read(m_sources->manager->createPointSource(source));
         } catch (Error& error) {
             if (error.code() == misfitError && !std::strstr(error.what(), " path = "))
-                error(" path = %s", m_manager->getSourceName(source).c_str());
+                error(" path = %s", m_sources->manager->getSourceName(source).c_str());
             throw;
         }
         return true;
     }
 
-    const std::shared_ptr<const MergeRules::Target> m_target;
+    const std::shared_ptr<const Impl> m_sources;
     const Bounds m_query;
-    const double m_queryFraction;
+    double m_queryFraction; // of the sources, or of the overview
     const PointInfo m_layout;
-    Scoped<RTree::Iterator> m_walk; // null when there are no tiles to read
-    Scoped<PointSourceManager> m_manager;
+    Scoped<RTree::Iterator> m_walk; // null for the overview
     Scoped<PointSource> m_source;   // being read
     Scoped<PointIterator> m_points; // of that source
 };
 
-MosaicFilter::MosaicFilter() : m_impl(std::make_unique<Impl>())
+MosaicFilter::MosaicFilter() : m_info(PointCloudInfo::create())
 {}
 
-MosaicFilter::~MosaicFilter() = default;
+const MosaicFilter::Impl& MosaicFilter::sources() const
+{
+    if (!m_impl)
+        QM_THROW(ErrorCode::InvalidArgument, "the mosaic has no sources before init()");
+    return *m_impl;
+}
 
 MosaicFilter* MosaicFilter::create()
 {
@@ -150,83 +153,26 @@ void MosaicFilter::init(PointSourceManager* manager, const std::optional<int>& g
             tree->insert(box, static_cast<std::int64_t>(i));
     }
     init(&all.getInfo(), tree.get(), manager, gpsWeek);
-    m_impl->sharesMetadata = true;
-    m_impl->warnings = all.getWarnings();
-    m_impl->coordinateSystems = all.getCoordinateSystems();
+    m_sharesMetadata = true;
+    m_warnings = all.getWarnings();
+    m_coordinateSystems = all.getCoordinateSystems();
 }
 
 void MosaicFilter::init(const PointCloudInfo* info, const RTree* tree, PointSourceManager* manager,
                         const std::optional<int>& gpsWeek)
 {
-    auto impl = std::make_unique<Impl>();
-    impl->overviewThreshold = manager->getOverviewFraction();
-    impl->target = std::make_shared<const MergeRules::Target>(info->getPointInfo(), gpsWeek);
-    impl->info->init(*info);
-    impl->tree = Scoped<const RTree>::retained(tree);
-    impl->manager = Scoped<PointSourceManager>::retained(manager);
-    m_impl = std::move(impl);
-}
-
-void MosaicFilter::setClassIdNames(const char* const* names, std::size_t count)
-{
-    m_impl->info->setClassIdNames(names, count);
-}
-
-const std::vector<std::string>& MosaicFilter::getWarnings() const noexcept
-{
-    return m_impl->warnings;
-}
-
-const std::vector<NamedCoordinateSystem>& MosaicFilter::getCoordinateSystems() const noexcept
-{
-    return m_impl->coordinateSystems;
-}
-
-const PointInfo& MosaicFilter::getPointInfo() const
-{
-    return m_impl->info->getPointInfo();
-}
-
-std::int64_t MosaicFilter::getNumPoints() const
-{
-    return m_impl->info->getNumPoints();
-}
-
-const char* MosaicFilter::getWKT() const
-{
-    return m_impl->info->getWKT();
-}
-
-const Bounds& MosaicFilter::getBounds() const
-{
-    return m_impl->info->getBounds();
-}
-
-const double* MosaicFilter::getScale() const
-{
-    return m_impl->info->getScale();
-}
-
-const double* MosaicFilter::getOffset() const
-{
-    return m_impl->info->getOffset();
-}
-
-std::size_t MosaicFilter::getNumClassIdNames() const
-{
-    return m_impl->info->getNumClassIdNames();
-}
-
-const char* const* MosaicFilter::getClassIdNames() const
-{
-    return m_impl->info->getClassIdNames();
+    m_impl = std::make_shared<const Impl>(info->getPointInfo(), tree, manager, gpsWeek);
+    m_info->init(*info);
+    m_sharesMetadata = false;
+    m_warnings.clear();
+    m_coordinateSystems.clear();
 }
 
 void MosaicFilter::loadMetadata(Metadata& into, bool sanitize) const
 {
-    if (!m_impl->sharesMetadata)
+    PointSourceManager& manager = *sources().manager;
+    if (!m_sharesMetadata)
         return;
-    PointSourceManager& manager = *m_impl->manager;
     Metadata shared;
     for (std::size_t i = 0; i < manager.getNumSources(); ++i) {
         const Scoped<PointSource> source(manager.createPointSource(i));
@@ -242,14 +188,15 @@ void MosaicFilter::loadMetadata(Metadata& into, bool sanitize) const
 
 double MosaicFilter::getTotalWork(const Bounds& bounds, double fraction) const
 {
-    if (!m_impl->readsTiles(fraction)) {
-        const Scoped<PointSource> overview(m_impl->manager->createOverviewPointSource());
-        return overview ? overview->getTotalWork(bounds, fraction / m_impl->overviewThreshold) : 0;
+    const Impl& all = sources();
+    if (!all.readsTiles(fraction)) {
+        const Scoped<PointSource> overview(all.manager->createOverviewPointSource());
+        return overview ? overview->getTotalWork(bounds, fraction / all.overviewThreshold) : 0;
     }
     double work = 0;
-    const Scoped<RTree::Iterator> walk(m_impl->tree->createIterator());
+    const Scoped<RTree::Iterator> walk(all.tree->createIterator());
     for (std::int64_t index = 0; walk->next(bounds, index);) {
-        const Scoped<PointSource> source(m_impl->manager->createPointSource(static_cast<std::size_t>(index)));
+        const Scoped<PointSource> source(all.manager->createPointSource(static_cast<std::size_t>(index)));
         work += source->getTotalWork(bounds, fraction);
     }
     return work;
@@ -258,15 +205,9 @@ double MosaicFilter::getTotalWork(const Bounds& bounds, double fraction) const
 PointIterator* MosaicFilter::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                             ProgressDelegate* delegate) const
 {
-    const bool readsTiles = m_impl->readsTiles(fraction);
+    sources();
     checkChannels(getPointInfo(), layout);
-    const double sourceFraction = readsTiles ? fraction : fraction / m_impl->overviewThreshold;
-    Scoped<Iterator> iterator(new Iterator(m_impl->target, bounds, sourceFraction, layout, delegate));
-    if (readsTiles)
-        iterator->walk(*m_impl->tree, m_impl->manager.get());
-    else if (PointSource* overview = m_impl->manager->createOverviewPointSource())
-        iterator->read(overview);
-    return iterator.detach();
+    return new Iterator(m_impl, bounds, fraction, layout, delegate);
 }
 
 } // namespace Quillmoran

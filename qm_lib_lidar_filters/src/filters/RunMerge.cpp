@@ -7,7 +7,7 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr std::size_t largestBuffer = 1 << 20;
+constexpr std::size_t maxBufferBytes = 1 << 20;
 
 } // namespace
 
@@ -16,7 +16,7 @@ RunMerge::RunMerge(IO* io, const RecordRun* runs, std::size_t numRuns, std::size
     : m_recordSize(recordSize), m_runs(numRuns), m_records(makeBuffer<unsigned char>(numRuns * recordSize))
 {
     const std::size_t bufferSize =
-        std::max(recordSize, std::min(bufferBytes / std::max<std::size_t>(numRuns, 1), largestBuffer));
+        std::max(recordSize, std::min(bufferBytes / std::max<std::size_t>(numRuns, 1), maxBufferBytes));
     for (std::size_t i = 0; i < numRuns; ++i) {
         m_runs[i].remaining = runs[i].count;
         m_runs[i].stream.init(io, true, bufferSize);

@@ -1,5 +1,6 @@
-// Shows sorted runs of a file as one sorted sequence. A run is a stretch of records of one size, a record a
-// 64-bit key in native byte order and the bytes that go with it. Equal keys keep the order of their runs.
+// Merges the sorted runs of a file into one sorted sequence. A run is a byte range of records of the same
+// size; a record is a 64-bit key in native byte order and the bytes of a row. Equal keys keep the order of
+// their runs.
 #pragma once
 
 #include "platform/Stream.h"
@@ -19,19 +20,19 @@ struct RecordRun
 class RunMerge
 {
 public:
-    // The buffers of all runs together have `bufferBytes`, or a record for each run where that is more.
+    // The buffers of all runs use `bufferBytes` together, or one record per run if that is more.
     RunMerge(IO* io, const RecordRun* runs, std::size_t numRuns, std::size_t recordSize,
              std::size_t bufferBytes);
 
-    // The next record, which stays until the next call; null at the end. FileProbe "bad read -- temporary
-    // file" when the file is shorter than its runs.
+    // The next record, valid until the next call; null at the end. FileProbe "bad read -- temporary file"
+    // when the file is shorter than its runs.
     const unsigned char* next();
 
 private:
     struct Run
     {
         StreamReader stream;
-        std::uint64_t remaining = 0; // records that are not loaded
+        std::uint64_t remaining = 0; // records to load
     };
 
     struct Head
@@ -46,14 +47,16 @@ private:
     };
 
     unsigned char* recordOf(std::size_t run) const noexcept { return m_records.get() + run * m_recordSize; }
-    // Puts the next record of a run into its place; false at the run's end.
+    // Loads the next record of a run; false at the end of the run.
     bool load(std::size_t run, Head& head);
+    // Moves the head at an index down to its place in the heap. Half the time of std::pop_heap and
+    // std::push_heap.
     void sift(std::size_t at) noexcept;
 
     std::size_t m_recordSize;
     std::vector<Run> m_runs;
     Buffer<unsigned char> m_records; // the first of each run
-    std::vector<Head> m_heap;        // a head is not behind those at twice its index plus 1 and 2
+    std::vector<Head> m_heap;        // a binary heap, the least head first
     bool m_started = false;
 };
 

@@ -6,34 +6,20 @@ namespace Quillmoran {
 
 namespace {
 
-struct Value
+bool isSame(const Metadata& a, std::size_t i, const Metadata& b, std::size_t j)
 {
-    const char* key;
-    const char* description;
-    MetadataDataType type;
-    const void* data;
-    std::size_t length; // as Metadata counts it
-};
-
-Value getRecord(const Metadata& records, std::size_t index)
-{
-    Value value;
-    records.get(index, value.key, value.description, value.type, value.data, value.length);
-    return value;
-}
-
-bool isSame(const Value& a, const Value& b)
-{
-    if (std::strcmp(a.key, b.key) != 0 || a.type != b.type || a.length != b.length)
+    if (std::strcmp(a.getKey(i), b.getKey(j)) != 0 || a.getDataType(i) != b.getDataType(j) ||
+        a.getValueLength(i) != b.getValueLength(j))
         return false;
-    const std::size_t bytes = a.type == METADATA_FLOAT64_ARRAY ? a.length * sizeof(double) : a.length;
-    return bytes == 0 || std::memcmp(a.data, b.data, bytes) == 0;
+    const std::size_t valueSize = a.getDataType(i) == METADATA_FLOAT64_ARRAY ? sizeof(double) : 1;
+    const std::size_t bytes = a.getValueLength(i) * valueSize;
+    return bytes == 0 || std::memcmp(a.getValue(i), b.getValue(j), bytes) == 0;
 }
 
-bool holds(const Metadata& records, const Value& wanted)
+bool contains(const Metadata& records, const Metadata& other, std::size_t index)
 {
     for (std::size_t i = 0; i < records.getNumRecords(); ++i)
-        if (isSame(getRecord(records, i), wanted))
+        if (isSame(records, i, other, index))
             return true;
     return false;
 }
@@ -43,7 +29,7 @@ bool holds(const Metadata& records, const Value& wanted)
 void keepShared(Metadata& shared, const Metadata& other)
 {
     for (std::size_t i = shared.getNumRecords(); i-- > 0;)
-        if (!holds(other, getRecord(shared, i)))
+        if (!contains(other, shared, i))
             shared.remove(i);
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <type_traits>
 
 namespace Quillmoran {
 
@@ -28,7 +29,7 @@ public:
         m_buffer.init(layout, layout.getBlockPoints(bufferPoints));
     }
 
-    // The channels are copied by index: `out` has the layout of the query or its first channels.
+    // Copies channels by index: `out` has the layout of the query or its first channels.
     std::size_t getNextPoints(PointData& out) override
     {
         const std::size_t capacity = out.getNumSamples();
@@ -67,7 +68,7 @@ private:
         return index;
     }
 
-    // The end of the run of kept points that begins at `index`.
+    // The end of the sequence of kept points that begins at `index`.
     std::size_t findEnd(std::size_t index, std::size_t limit) const
     {
         while (index < limit && keeps(index))
@@ -91,7 +92,7 @@ SimpleFilterFilter* SimpleFilterFilter::create()
 
 void SimpleFilterFilter::init(PointSource* source, const char* channelName, bool include)
 {
-    if (!source->hasChannel(channelName))
+    if (source && !source->hasChannel(channelName))
         QM_THROW(ErrorCode::InvalidArgument, "the point source does not have channel: '%s'",
                  channelName ? channelName : "");
     PointFilter::init(source);
@@ -109,25 +110,15 @@ PointIterator* SimpleFilterFilter::createIterator(const Bounds& bounds, double f
         return createIterator(bounds, fraction, extended, delegate);
     }
     const auto channel = static_cast<std::size_t>(index);
-    const auto make = [&](auto zero) -> PointIterator* {
-        return new Iterator<decltype(zero)>(*this, channel, bounds, fraction, layout, delegate);
-    };
-    switch (layout.getChannel(channel).getDataType()) {
-    case UINT8:
-        return make(std::uint8_t{});
-    case SINT8:
-        return make(std::int8_t{});
-    case UINT16:
-        return make(std::uint16_t{});
-    case SINT16:
-        return make(std::int16_t{});
-    case UINT32:
-        return make(std::uint32_t{});
-    case SINT32:
-        return make(std::int32_t{});
-    default:
+    PointIterator* iterator = nullptr;
+    visitDataType(layout.getChannel(channel).getDataType(), [&](auto zero) {
+        using T = decltype(zero);
+        if constexpr (std::is_integral_v<T> && sizeof(T) <= sizeof(std::int32_t))
+            iterator = new Iterator<T>(*this, channel, bounds, fraction, layout, delegate);
+    });
+    if (!iterator)
         QM_THROW(ErrorCode::General, "unsupported datatype");
-    }
+    return iterator;
 }
 
 } // namespace Quillmoran

@@ -15,16 +15,11 @@ constexpr std::size_t maxSliceBytes = 1 << 20; // for long records
 
 } // namespace
 
-LASPointIterator* LASPointIterator::create()
+LASPointIterator::LASPointIterator(IO* io, const LASHeader& header, const LASzipChunks& chunks,
+                                   const PointInfo& channels, const Bounds& bounds, double fraction,
+                                   const PointInfo& layout, ProgressDelegate* delegate)
 {
-    return new LASPointIterator;
-}
-
-void LASPointIterator::init(IO* io, const LASHeader& header, const LASzipChunks& chunks,
-                            const PointInfo& channels, const Bounds& bounds, double fraction,
-                            const PointInfo& layout, ProgressDelegate* delegate)
-{
-    PointIterator::init(bounds, fraction, layout, delegate);
+    init(bounds, fraction, layout, delegate);
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const ChannelInfo& wanted = layout.getChannel(i);
         const auto field = LASFields::find(header.pointFormat, wanted.getName());

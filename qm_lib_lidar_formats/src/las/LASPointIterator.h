@@ -15,18 +15,15 @@ namespace Quillmoran {
 class LASPointIterator final : public PointIterator
 {
 public:
-    static LASPointIterator* create();
-
     // `channels` are those of the file. Retains `io`. See LASPointReader::createIterator for the errors.
-    void init(IO* io, const LASHeader& header, const LASzipChunks& chunks, const PointInfo& channels,
-              const Bounds& bounds, double fraction, const PointInfo& layout, ProgressDelegate* delegate);
+    LASPointIterator(IO* io, const LASHeader& header, const LASzipChunks& chunks, const PointInfo& channels,
+                     const Bounds& bounds, double fraction, const PointInfo& layout,
+                     ProgressDelegate* delegate);
 
     // Asks the delegate once per slice: Cancelled "operation cancelled.".
     std::size_t getNextPoints(PointData& buffer) override;
 
 private:
-    LASPointIterator() = default;
-
     bool refill();
     void copyRun(PointData& buffer, std::size_t filled, std::size_t first, std::size_t count) const;
 

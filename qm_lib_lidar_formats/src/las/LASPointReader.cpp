@@ -158,7 +158,7 @@ void LASPointReader::Impl::readCoordinateSystem()
 {
     const auto directory = toNumbers<std::uint16_t>(readProjection(LASVariableRecord::GEO_KEY_DIRECTORY));
     const auto text = readProjection(LASVariableRecord::WKT_COORDINATE_SYSTEM);
-    // Of a file with both notations the header says which one is valid.
+    // If a file has both notations, its header says which one is valid.
     const bool isTextValid = (header.globalEncoding & LASHeader::WKT) != 0 || directory.empty();
     if (isTextValid)
         wkt.assign(text.begin(), std::find(text.begin(), text.end(), '\0'));
@@ -232,10 +232,8 @@ PointIterator* LASPointReader::createIterator(const Bounds& bounds, double fract
                                               ProgressDelegate* delegate) const
 {
     const Impl& impl = opened();
-    Scoped<LASPointIterator> iterator(LASPointIterator::create());
-    iterator->init(impl.io.get(), impl.header, impl.chunks, getPointInfo(), bounds, fraction, layout,
-                   delegate);
-    return iterator.detach();
+    return new LASPointIterator(impl.io.get(), impl.header, impl.chunks, getPointInfo(), bounds, fraction,
+                                layout, delegate);
 }
 
 } // namespace Quillmoran

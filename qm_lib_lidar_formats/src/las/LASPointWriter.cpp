@@ -37,10 +37,19 @@ bool isTime(const LASField& field)
     return name == ChannelNames::gpsTime || name == ChannelNames::gpsTimeAdjusted;
 }
 
+// Scan angles of larger integer types are steps of 0.006 degrees, all others degrees.
+bool isScanAngleStep(DataType type)
+{
+    return !DataTypeUtils::isFloat(type) && DataTypeUtils::getSize(type) > 1;
+}
+
 } // namespace
 
+// The file being written.
 struct LASPointWriter::Impl
 {
+    Impl(const char* path, const LASFileHead& head, const PointInfo& layout);
+
     using Slice = OutputFile::Slice; // of records
 
     // A channel of the layout that has a field in the records.
@@ -76,28 +85,21 @@ struct LASPointWriter::Impl
         writeFully(output.io(), position, bytes.data(), bytes.size());
     }
 
-    FileVersion version = -1;
-    bool writeLAZ = false;
-    bool overrideProjection = false;
-    bool prefersNonzeroTime = false;
-
-    // The file being written.
     LASHeader header;
-    bool losesCoordinateSystem = false;
     std::vector<Column> columns;
     Summary summary;
-    std::uint64_t total = 0;              // points
+    std::uint64_t total = 0; // points
+    bool hasForeignScanAngles = false;
+    bool prefersNonzeroTime = false;
     std::optional<std::size_t> otherTime; // channel of the layout: the time that has no column
     std::optional<TimeConflict> timeConflict;
     std::vector<unsigned char> otherTimes; // of a slice
     OutputFile output{"LAS", OutputFile::SEEKABLE};
-    // Shared with the queue. When the output is aborted it must be destroyed by the queue, before the file
-    // is.
+    // Shared with the queue of the output, which destroys it before the file when the output is aborted.
     std::shared_ptr<LASRecordWriter> writer;
 };
 
-LASPointWriter::LASPointWriter() : m_impl(std::make_unique<Impl>())
-{}
+LASPointWriter::LASPointWriter() = default;
 
 LASPointWriter::~LASPointWriter() = default;
 
@@ -109,33 +111,8 @@ LASPointWriter* LASPointWriter::create()
 void LASPointWriter::init(PointSource* source, const char* path, FileVersion version)
 {
     PointWriter::init(source);
-    m_impl->output.init(path);
-    m_impl->version = version;
-}
-
-void LASPointWriter::setWriteLAZ(bool laz)
-{
-    m_impl->writeLAZ = laz;
-}
-
-void LASPointWriter::setOverrideProjectionVLRs(bool override)
-{
-    m_impl->overrideProjection = override;
-}
-
-void LASPointWriter::setPrefersNonzeroTime(bool nonzero)
-{
-    m_impl->prefersNonzeroTime = nonzero;
-}
-
-bool LASPointWriter::losesCoordinateSystem() const noexcept
-{
-    return m_impl->losesCoordinateSystem;
-}
-
-const std::optional<LASPointWriter::TimeConflict>& LASPointWriter::getTimeConflict() const noexcept
-{
-    return m_impl->timeConflict;
+    m_path = path;
+    m_version = version;
 }
 
 int LASPointWriter::getRecordFormat(const PointInfo& layout)
@@ -161,35 +138,35 @@ bool LASPointWriter::lasSupportedChannels(const PointInfo& wanted, PointInfo& su
 void LASPointWriter::writeBegin(const PointInfo& layout)
 {
     checkQuantization();
-    Impl& impl = *m_impl;
     LASFileHead::Request request;
-    request.version = impl.version;
-    request.compressed = impl.writeLAZ;
-    request.overrideProjection = impl.overrideProjection;
+    request.version = m_version;
+    request.compressed = m_writeLAZ;
+    request.overrideProjection = m_overrideProjection;
     request.scale = getScale();
     request.offset = getOffset();
     request.wkt = getSrc()->getWKT();
     const LASFileHead head = LASFileHead::make(layout, getMetadata(), request);
-    impl.header = head.header;
-    impl.losesCoordinateSystem = head.losesCoordinateSystem;
-    impl.summary = {};
-    impl.total = 0;
-    impl.chooseColumns(layout);
+    m_impl = std::make_unique<Impl>(m_path.c_str(), head, layout);
+    m_impl->prefersNonzeroTime = m_prefersNonzeroTime;
+    m_losesCoordinateSystem = head.losesCoordinateSystem;
+    m_hasForeignScanAngles = m_impl->hasForeignScanAngles;
+    m_timeConflict.reset();
+}
 
-    impl.openOutput(head.records);
-    impl.writer = LASRecordWriter::create(impl.output.io(), impl.header);
-    impl.output.startQueue(
-        [&impl, writer = impl.writer](const Impl::Slice& slice) {
-            writer->write(slice.bytes.get(), impl.countRecords(slice));
-        },
-        maxSlices);
+LASPointWriter::Impl::Impl(const char* path, const LASFileHead& head, const PointInfo& layout)
+    : header(head.header)
+{
+    chooseColumns(layout);
+    output.init(path);
+    openOutput(head.records);
+    writer = LASRecordWriter::create(output.io(), header);
+    output.startQueue([this, records = writer](
+                          const Slice& slice) { records->write(slice.bytes.get(), countRecords(slice)); },
+                      maxSlices);
 }
 
 void LASPointWriter::Impl::chooseColumns(const PointInfo& layout)
 {
-    columns.clear();
-    otherTime.reset();
-    timeConflict.reset();
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const ChannelInfo& channel = layout.getChannel(i);
         if (!LASFields::isKnown(channel.getName()))
@@ -208,18 +185,9 @@ void LASPointWriter::Impl::chooseColumns(const PointInfo& layout)
             columns.erase(earlier);
         }
         columns.push_back({i, channel.getDataType(), *field});
+        if (channel.isNamed(ChannelNames::scanAngle))
+            hasForeignScanAngles = isScanAngleStep(channel.getDataType()) != header.pointFormat.isExtended();
     }
-}
-
-bool LASPointWriter::hasForeignScanAngles() const noexcept
-{
-    for (const Impl::Column& column : m_impl->columns) {
-        const bool holdsSteps =
-            !DataTypeUtils::isFloat(column.type) && DataTypeUtils::getSize(column.type) > 1;
-        if (std::string_view(column.field.channel) == ChannelNames::scanAngle)
-            return holdsSteps != m_impl->header.pointFormat.isExtended();
-    }
-    return false;
 }
 
 void LASPointWriter::Impl::openOutput(const std::vector<unsigned char>& records)
@@ -362,6 +330,8 @@ void LASPointWriter::writeEnd(std::int64_t, const Bounds&)
     } catch (const Error& error) {
         QM_THROW(ErrorCode::PointWrite, "Unable to update header: %s", error.what());
     }
+    m_timeConflict = impl.timeConflict;
+    m_impl.reset();
 }
 
 void LASPointWriter::Impl::completeHeader()
@@ -384,8 +354,7 @@ void LASPointWriter::Impl::completeHeader()
 
 void LASPointWriter::writeAborted() noexcept
 {
-    m_impl->writer.reset();
-    m_impl->output.abort();
+    m_impl.reset();
 }
 
 } // namespace Quillmoran

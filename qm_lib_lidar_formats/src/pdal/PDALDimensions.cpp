@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <strings.h>
 
 namespace Quillmoran::PDALDimensions {
 
@@ -11,33 +12,20 @@ namespace {
 
 constexpr double extendedScanAngleStep = 0.006; // degrees, of the 16-bit scan angles of LAS 1.4
 
-bool isLetter(char c)
-{
-    return std::isalpha(static_cast<unsigned char>(c)) != 0;
-}
-
-bool isLetterOrDigit(char c)
-{
-    return std::isalnum(static_cast<unsigned char>(c)) != 0;
-}
-
 std::string toDimensionName(const std::string& channel)
 {
     if (const char* standard = ChannelNames::toPDAL(channel))
         return standard;
     std::string name = channel;
-    std::replace_if(
-        name.begin(), name.end(), [](char c) { return !isLetterOrDigit(c); }, '_');
-    return !name.empty() && isLetter(name[0]) ? name : "C_" + name;
+    const auto isInvalid = [](unsigned char c) { return !std::isalnum(c); };
+    std::replace_if(name.begin(), name.end(), isInvalid, '_');
+    return std::isalpha(static_cast<unsigned char>(name.c_str()[0])) ? name : "C_" + name;
 }
 
-bool isTaken(const std::vector<PDALDimension>& dimensions, const std::string& name)
+bool isUsed(const std::vector<PDALDimension>& dimensions, const std::string& name)
 {
-    const auto equalsIgnoringCase = [](char a, char b) {
-        return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
-    };
     return std::any_of(dimensions.begin(), dimensions.end(), [&](const PDALDimension& each) {
-        return std::equal(each.name.begin(), each.name.end(), name.begin(), name.end(), equalsIgnoringCase);
+        return strcasecmp(each.name.c_str(), name.c_str()) == 0;
     });
 }
 
@@ -49,7 +37,7 @@ std::vector<PDALDimension> ofLayout(const PointInfo& layout)
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const ChannelInfo& channel = layout.getChannel(i);
         std::string name = toDimensionName(channel.getName() ? channel.getName() : "");
-        while (isTaken(dimensions, name))
+        while (isUsed(dimensions, name))
             name += '_';
         const bool extendedAngle =
             channel.isNamed(ChannelNames::scanAngle) && channel.getDataType() == SINT16;

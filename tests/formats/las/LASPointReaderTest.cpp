@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <gtest/gtest.h>
 
 namespace Quillmoran {
@@ -29,7 +30,7 @@ protected:
         reader->init(path.c_str(), openFullWaveform);
         return reader;
     }
-    // Reads everything: the header, the metadata and all points.
+    // The error of reading the header, the metadata and all points.
     std::string failureOfReading(const LASBytes& bytes)
     {
         std::string message = Testing::failureOf([&] {
@@ -56,7 +57,7 @@ protected:
     std::string path = directory / "file.las";
 };
 
-TEST_F(LASReading, GivesEveryFieldOfEveryFormat)
+TEST_F(LASReading, ReadsEveryFieldOfEveryFormat)
 {
     for (int format = 0; format <= 10; ++format) {
         LASFile file = randomLASFile(format, format >= 6 ? 4 : 3, 3000, 7);
@@ -102,7 +103,7 @@ TEST_F(LASReading, DescribesTheFile)
     EXPECT_FALSE(older->hasChannel("Red"));
 }
 
-TEST_F(LASReading, AnswersQueriesByBoxShareAndChannel)
+TEST_F(LASReading, AnswersQueriesByBoxFractionAndChannel)
 {
     const LASFile file = randomLASFile(3, 2, 40000, 3); // more than two slices
     const auto reader = open(file.build());
@@ -117,10 +118,10 @@ TEST_F(LASReading, AnswersQueriesByBoxShareAndChannel)
     EXPECT_TRUE(readLASPoints(*reader, box) == expected);
     EXPECT_TRUE(readLASPoints(*reader, box, 1, 7) == expected);
 
-    std::vector<LASFilePoint> third;
+    std::vector<LASFilePoint> quarter;
     for (std::size_t i = 0; i < expected.size(); i += 4)
-        third.push_back(expected[i]);
-    EXPECT_TRUE(readLASPoints(*reader, box, 0.25) == third);
+        quarter.push_back(expected[i]);
+    EXPECT_TRUE(readLASPoints(*reader, box, 0.25) == quarter);
     EXPECT_TRUE(readLASPoints(*reader, box, 0).empty());
     EXPECT_EQ(reader->getTotalWork(box, 0.25), 40000);
     EXPECT_EQ(reader->getTotalWork(box, 0), 0);
@@ -147,7 +148,7 @@ TEST_F(LASReading, KeepsHeaderFieldsAndRecordsAsMetadata)
     file.day = 45;
     file.records = {
         {"LASF_Spec", 0, "lookup", {1, 2, 3}}, {"laszip encoded", 22204, "", {0}}, {"", 7, "", {}}};
-    file.extendedRecords = {{"far", 65535, "behind the points", LASBytes(70000, 5)}};
+    file.extendedRecords = {{"far", 65535, "after the points", LASBytes(70000, 5)}};
     Metadata metadata;
     open(file.build())->loadMetadata(metadata, false);
     const auto text = [&](const char* key) {
@@ -185,7 +186,7 @@ TEST_F(LASReading, FindsTheCoordinateSystemInEitherNotation)
 
     file.extendedRecords = {{"LASF_Projection", 2112, "", bytesOf("LOCAL_CS[\"a\"]") /* no NUL */}};
     EXPECT_EQ(std::string(open(file.build())->getWKT()).rfind("PROJCS", 0), 0u)
-        << "the keys count without the bit";
+        << "the keys are valid without the bit";
     file.globalEncoding = 16;
     EXPECT_STREQ(open(file.build())->getWKT(), "LOCAL_CS[\"a\"]");
 
@@ -196,7 +197,7 @@ TEST_F(LASReading, FindsTheCoordinateSystemInEitherNotation)
     EXPECT_FALSE(sanitized.has("LASF_Projection::34735"));
     EXPECT_FALSE(sanitized.has("LASF_Projection::2112"));
 
-    // Keys that point outside their values are not understood, and harm nothing.
+    // Keys that refer to missing values are ignored.
     file.globalEncoding = 0;
     for (const LASBytes& bad : {LASBytes{1}, LASBytes{1, 0, 1, 0, 0, 0, 255, 255},
                                 LASBytes{1, 0, 1, 0, 0, 0, 1, 0, 0, 4, 0xB0, 0x87, 255, 0, 255, 255},
@@ -207,14 +208,14 @@ TEST_F(LASReading, FindsTheCoordinateSystemInEitherNotation)
     }
 }
 
-TEST_F(LASReading, RefusesWaveformsUnlessTheyArePassedOver)
+TEST_F(LASReading, RefusesWaveformsUnlessTheyAreSkipped)
 {
     for (const int format : {4, 5, 9, 10})
         EXPECT_EQ(Testing::failureOf([&] { open(randomLASFile(format, 4, 3, 1).build()); }),
                   "40608 Input LAS/LAZ file contains waveform data.  This is not currently supported.");
 }
 
-TEST_F(LASReading, RefusesAFileThatIsDamaged)
+TEST_F(LASReading, RefusesMalformedFiles)
 {
     EXPECT_EQ(
         Testing::failureOf([&] {
@@ -264,7 +265,7 @@ TEST_F(LASReading, RefusesAFileThatIsDamaged)
     }
 }
 
-TEST_F(LASReading, ReadsCompressedFilesOfEveryFormatThatIsWritten)
+TEST_F(LASReading, ReadsCompressedFilesOfEveryWrittenFormat)
 {
     for (const int format : {0, 1, 2, 3, 6, 7, 8}) {
         const LASFile file = randomLASFile(format, 4, 60000, 9); // more than one of LASzip's chunks
@@ -275,7 +276,7 @@ TEST_F(LASReading, ReadsCompressedFilesOfEveryFormatThatIsWritten)
     }
 }
 
-TEST_F(LASReading, RefusesCompressedFilesThatAreDamaged)
+TEST_F(LASReading, RefusesMalformedCompressedFiles)
 {
     for (const int format : {3, 7}) {
         const std::string laz = compress(randomLASFile(format, 4, 3000, 9));
@@ -285,7 +286,7 @@ TEST_F(LASReading, RefusesCompressedFilesThatAreDamaged)
             EXPECT_NE(failureOfReading({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)}),
                       "no error")
                 << length;
-        // Each number of the compression record, of which LASzip does not survive all.
+        // Each number of LASzip's VLR; LASzip crashes on some values.
         const std::size_t record = LASFile::parse(whole).headerSize + 54u;
         for (const std::size_t at : {0, 2, 12, 32, 34, 36, 38, 40})
             for (const int value : {0, 1, 2, 3, 7, 255}) {
@@ -296,7 +297,7 @@ TEST_F(LASReading, RefusesCompressedFilesThatAreDamaged)
         LASBytes otherCompressor = whole;
         otherCompressor[record] = format == 7 ? 1 : 3;
         EXPECT_EQ(failureOfReading(otherCompressor).rfind("bad LAZ compression record: unknown item", 0), 0u);
-        // More chunks than there are bytes: LASzip would make room for all of them.
+        // More chunks than bytes: LASzip would allocate memory for all of them.
         LASBytes manyChunks = whole;
         std::uint64_t table = 0;
         std::memcpy(&table, whole.data() + LASFile::parse(whole).pointDataOffset, sizeof table);
@@ -307,16 +308,16 @@ TEST_F(LASReading, RefusesCompressedFilesThatAreDamaged)
         manyChunks[table] = 0;
         for (std::size_t length = table; length < whole.size(); ++length)
             failureOfReading({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)});
-        // A few more than there are: LASzip looks for their sizes behind the end of the file.
+        // Some chunks too many: LASzip would read their sizes after the end of the file.
         manyChunks[table + 4] = 100;
         std::fill_n(manyChunks.begin() + static_cast<std::ptrdiff_t>(table) + 5, 3, std::uint8_t{0});
         failureOfReading(manyChunks);
     }
 }
 
-// LASzip makes room for the layers as their sizes say, adds them up in 32 bits, and looks outside its tables
-// when a code begins with four bytes of ones.
-TEST_F(LASReading, ShowsLASzipNoChunkThatItWouldNotSurvive)
+// LASzip allocates the declared sizes of layers, adds them up in 32 bits, and reads outside its tables when a code
+// begins with four bytes of ones.
+TEST_F(LASReading, HidesChunksFromLASzipThatWouldCrashIt)
 {
     for (const int format : {3, 7}) {
         const std::string laz = compress(randomLASFile(format, 4, 300, 9));
@@ -339,7 +340,7 @@ TEST_F(LASReading, ShowsLASzipNoChunkThatItWouldNotSurvive)
         std::uint64_t table = 0;
         std::memcpy(&table, whole.data() + head.pointDataOffset, sizeof table);
         EXPECT_EQ(with(table + 8, 4, 0xFF), "bad LAZ chunk: invalid first bytes of its code");
-        // Its last item twice, and the whole record twice.
+        // The last item twice, and the whole VLR twice.
         const std::size_t record = head.headerSize;
         const std::size_t items = record + 54 + 34;
         LASBytes bytes = whole;
@@ -358,6 +359,23 @@ TEST_F(LASReading, ShowsLASzipNoChunkThatItWouldNotSurvive)
         EXPECT_EQ(failureOfReading(bytes),
                   "the file has more than one VLR with the LASzip coding of its points");
     }
+}
+
+TEST_F(LASReading, RefusesCallsBeforeInit)
+{
+    const Scoped<LASPointReader> reader(LASPointReader::create());
+    Metadata metadata;
+    const std::function<void()> calls[] = {
+        [&] { reader->getFileFormatString(); },
+        [&] { reader->getWKT(); },
+        [&] { reader->hasUnknownCoordinateSystem(); },
+        [&] { reader->hasWaveforms(); },
+        [&] { reader->loadMetadata(metadata, false); },
+        [&] { reader->getTotalWork(Bounds::Huge(), 1); },
+        [&] { reader->createIterator(Bounds::Huge(), 1, PointInfo(), nullptr); },
+    };
+    for (const auto& call : calls)
+        EXPECT_EQ(Testing::failureOf(call).substr(0, 5), "40007") << &call - calls;
 }
 
 TEST_F(LASReading, StopsWhenCancelled)

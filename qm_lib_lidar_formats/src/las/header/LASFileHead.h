@@ -27,9 +27,8 @@ struct LASFileHead
     bool losesCoordinateSystem = false; // the file cannot hold the coordinate system
     std::vector<unsigned char> records; // the VLRs as they are in the file
 
-    // Takes counts by return from the metadata and leaves the other counts and the bounds at 0. The
-    // coordinate system is that of the metadata's projection VLRs if there are any, else `wkt`: as WKT in LAS
-    // 1.4, translated to GeoTIFF keys in earlier versions.
+    // Counts and bounds are 0. The coordinate system is that of the metadata's projection VLRs if there are
+    // any, else `wkt`: as WKT in LAS 1.4, translated to GeoTIFF keys in earlier versions.
     static LASFileHead make(const PointInfo& layout, const Metadata& metadata, const Request& request);
 
     // The point format for a layout, and the version that is written for it (10 * major + minor).

@@ -56,12 +56,10 @@ void addBoundingBox(Metadata& into, const LASHeader& header)
 
 const char* findText(const Metadata& metadata, const char* key)
 {
-    const char* description = nullptr;
-    MetadataDataType type{};
-    const void* value = nullptr;
-    std::size_t length = 0;
-    const bool found = metadata.get(key, description, type, value, length);
-    return found && type == METADATA_STRING ? static_cast<const char*>(value) : nullptr;
+    const int found = metadata.getKeyIndex(key);
+    const auto index = static_cast<std::size_t>(found);
+    const bool isText = found >= 0 && metadata.getDataType(index) == METADATA_STRING;
+    return isText ? static_cast<const char*>(metadata.getValue(index)) : nullptr;
 }
 
 void applyProjectID(const char* text, LASHeader::ProjectID& id)
@@ -79,23 +77,6 @@ void applyProjectID(const char* text, LASHeader::ProjectID& id)
     std::transform(d, d + 8, parsed.data4.begin(),
                    [](unsigned byte) { return static_cast<std::uint8_t>(byte); });
     id = parsed;
-}
-
-void applyCountsByReturn(const Metadata& metadata, LASHeader& header)
-{
-    const char* description = nullptr;
-    MetadataDataType type{};
-    const void* value = nullptr;
-    std::size_t length = 0;
-    if (!metadata.get(countsByReturn, description, type, value, length) || type != METADATA_FLOAT64_ARRAY ||
-        length < LASHeader::legacyReturns)
-        return;
-    for (std::size_t i = 0; i < LASHeader::legacyReturns; ++i) {
-        double count = 0;
-        std::memcpy(&count, static_cast<const double*>(value) + i, sizeof count);
-        const bool fits = count >= 0 && count <= 4294967295.0;
-        header.legacyPointsByReturn[i] = fits ? static_cast<std::uint32_t>(count) : 0;
-    }
 }
 
 } // namespace
@@ -134,7 +115,6 @@ void apply(const Metadata& metadata, LASHeader& header)
         if (std::sscanf(text, "%d", &id) == 1)
             header.fileSourceID = static_cast<std::uint16_t>(id);
     }
-    applyCountsByReturn(metadata, header);
 }
 
 std::optional<RecordKey> parseRecordKey(const char* key)

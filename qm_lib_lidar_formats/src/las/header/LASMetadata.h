@@ -23,7 +23,7 @@ namespace Quillmoran::LASMetadata {
 void read(Metadata& into, const IO& io, const LASHeader& header,
           const std::vector<LASVariableRecord>& records);
 
-// Copies system ID, project ID, file source ID and counts by return to the header of a file to be written.
+// Copies system ID, project ID and file source ID to the header of a file to be written.
 void apply(const Metadata& metadata, LASHeader& header);
 
 // The key of a metadata record that holds a VLR.

@@ -49,7 +49,7 @@ private:
     IO& m_io;
     LASzipChunkWalk m_walk;
     Buffer<char> m_buffer;
-    std::int64_t m_position = 0; // of the end of the buffered bytes when reading, of their begin when writing
+    std::int64_t m_position = 0; // reading: end of the buffered bytes; writing: their beginning
     bool m_writing;
     std::exception_ptr m_failure;
 };

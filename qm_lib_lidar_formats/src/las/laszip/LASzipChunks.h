@@ -1,7 +1,8 @@
 // The chunks of points in a compressed file. LASzip allocates the sizes that a chunk declares and adds them
 // up in 32 bits, so chunks are checked here before LASzip reads them.
 //
-//   chunked file    | position of the table 8 | chunk | chunk | ... | table: version 4 | number of chunks 4 | code |
+//   chunked file    | position of the table 8 | chunk | chunk | ... | table |
+//   table           | version 4 | number of chunks 4 | code |
 //   chunk           | first point, not coded | code |
 //   layered chunk   | first point, not coded | number of points 4 | size of each layer 4 | layers: code |
 //   without chunks  | first point, not coded | code |
@@ -44,7 +45,7 @@ public:
     // reached the chunks. LASRead when a layered chunk that begins in these bytes does not end before the
     // table.
     std::size_t allow(std::int64_t position, std::size_t count);
-    // Reports bytes that LASzip has read in one call. It reads points that are not coded so, and code byte by
+    // Reports bytes that LASzip has read in one call: it reads uncoded points in a few calls, and code byte by
     // byte. LASRead when the bytes complete a point and the code after it is invalid.
     void noteRead(std::int64_t position, std::size_t count);
 

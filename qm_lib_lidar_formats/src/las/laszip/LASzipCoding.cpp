@@ -132,12 +132,10 @@ LASzipCoding LASzipCoding::parse(const std::vector<unsigned char>& value, const 
         pointSize += size;
         coding.numLayers += compressor == LAYERED ? layersOf(type, size) : 0;
     }
-    if (types.front() != itemTypesOf(header).front())
+    if (types != itemTypesOf(header))
         throwBad("its points are of another format than the header's");
     if (pointSize != header.recordLength)
         throwBad("its points are of another size than the header's");
-    if (types != itemTypesOf(header))
-        throwBad("its points are of another format than the header's");
     return coding;
 }
 

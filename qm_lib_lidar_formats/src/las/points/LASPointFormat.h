@@ -2,8 +2,8 @@
 // writer. Numbers are sizes in bytes.
 //
 //   formats 0-5   | X 4 | Y 4 | Z 4 | intensity 2 | returns 1 | class 1 | angle 1 | user 1 | source 2 |
-//   formats 6-10  | X 4 | Y 4 | Z 4 | intensity 2 | returns 1 | flags 1 | class 1 | user 1 | angle 2 | source 2 |
-//                 | time 8 |
+//   formats 6-10  | X 4 | Y 4 | Z 4 | intensity 2 | returns 1 | flags 1 | class 1 | user 1 | angle 2 |
+//                 | source 2 | time 8 |
 //
 // After these fields follow, if the format has them: time 8 (formats 0-5), red, green and blue 2 each, near
 // infrared 2, wave packet 29. A file's records may be longer; the rest are user bytes.
