@@ -23,7 +23,9 @@ Cloud open(const std::vector<std::string>& paths, const OpenOptions& options)
     text.skipLines = options.skipLines;
     text.strict = true;
     const auto warn = options.warning ? options.warning : [](const std::string&) {};
-    files->getOpener().options() = {.text = text, .opensWaveforms = options.dropWaveforms, .warn = warn};
+    files->getOpener().setTextOptions(text);
+    if (options.dropWaveforms)
+        files->getOpener().dropWaveforms(warn);
     for (const std::string& path : paths)
         Utils::addInput(*files, path.c_str(), 0);
     if (files->getNumSources() == 0)

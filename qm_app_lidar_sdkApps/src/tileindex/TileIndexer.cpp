@@ -78,14 +78,11 @@ bool TileIndexer::work()
     else
         build();
     if (m_cmdLine.getFlag("verbose"))
-        printSummary();
+        Utils::printHeader(
+            stdout,
+            *openMosaic(*make<PersistentPointSourceManager>(m_cmdLine.getString("index"), m_opener.get())),
+            nullptr);
     return true;
-}
-
-void TileIndexer::printSummary() const
-{
-    const auto index = make<PersistentPointSourceManager>(m_cmdLine.getString("index"), m_opener.get());
-    Utils::printHeader(stdout, *openMosaic(*index), nullptr);
 }
 
 void TileIndexer::report() const
@@ -141,20 +138,16 @@ std::vector<std::string> TileIndexer::collectInputs() const
     Utils::setTextOptions(*files, false, m_cmdLine);
     files->setNamesErrors();
     Utils::addNamed(*files, m_cmdLine);
+    // The index must not replace an input.
+    Utils::refuseNamed(m_cmdLine, m_cmdLine.getString("index"));
     std::vector<std::string> inputs;
-    for (std::size_t i = 0; i < files->getNumSources(); ++i)
+    for (std::size_t i = 0; i < files->getNumSources(); ++i) {
+        Utils::refuseSameFile(files->getFilename(i), m_cmdLine.getString("index"));
         inputs.emplace_back(files->getFilename(i));
+    }
     if (inputs.empty() && !m_cmdLine.getFlag("update"))
         QM_THROW(ErrorCode::General, "there are no files to index");
     return inputs;
-}
-
-// The index must not replace an input.
-void TileIndexer::refuseInputs(const std::vector<std::string>& inputs) const
-{
-    Utils::refuseNamed(m_cmdLine, m_cmdLine.getString("index"));
-    for (const std::string& input : inputs)
-        Utils::refuseSameFile(input.c_str(), m_cmdLine.getString("index"));
 }
 
 // Creating an overview must not replace a tile or a list. The present overview of the index is not a tile.
@@ -162,25 +155,18 @@ void TileIndexer::refuseAsOverview(std::vector<std::string> files) const
 {
     const char* overview = m_cmdLine.getString("overview");
     const std::string path = resolved(overview);
-    const bool isPresent = findPresentOverview() == path;
+    bool isPresent = false;
+    try {
+        const auto index = make<PersistentPointSourceManager>(m_cmdLine.getString("index"), m_opener.get());
+        isPresent = index->getOverviewInfo() && resolved(index->getOverviewInfo()->path) == path;
+    } catch (const Error&) {
+        // There is no index, or an unreadable one that will be replaced.
+    }
     for (const std::string& name : Utils::getStrings(m_cmdLine, "inputFile"))
         files.push_back(name);
     for (const std::string& file : files)
         if (!isPresent || resolved(file) != path)
             Utils::refuseSameFile(file.c_str(), overview);
-}
-
-// The resolved path of the overview of the index on disk; empty if there is no such index or overview.
-std::string TileIndexer::findPresentOverview() const
-{
-    try {
-        const auto index = make<PersistentPointSourceManager>(m_cmdLine.getString("index"), m_opener.get());
-        if (const TileInfo* overview = index->getOverviewInfo())
-            return resolved(overview->path);
-    } catch (const Error&) {
-        // An unreadable index is replaced.
-    }
-    return {};
 }
 
 TileIndexer::Changes TileIndexer::updateTiles(PersistentPointSourceWriter& writer,
@@ -190,7 +176,6 @@ TileIndexer::Changes TileIndexer::updateTiles(PersistentPointSourceWriter& write
     std::vector<std::string> files = writer.getFiles();
     if (const TileInfo* overview = writer.getOverviewInfo())
         files.push_back(overview->path);
-    refuseInputs(inputs);
     files.insert(files.end(), inputs.begin(), inputs.end());
     if (m_cmdLine.getFlag("createOverview") && m_cmdLine.isPresent("overview"))
         refuseAsOverview(files);

@@ -29,11 +29,8 @@ private:
 
     void build() const;
     void report() const;
-    void printSummary() const;
     std::vector<std::string> collectInputs() const;
-    void refuseInputs(const std::vector<std::string>& inputs) const;
     void refuseAsOverview(std::vector<std::string> files) const;
-    std::string findPresentOverview() const;
     Changes updateTiles(PersistentPointSourceWriter& writer, const std::vector<std::string>& inputs,
                         ProgressDelegate& delegate) const;
     void configure(PersistentPointSourceWriter& writer) const;

@@ -61,7 +61,9 @@ bool Transcoder::work()
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     manager->addFile(input);
     m_outputFile = m_cmdLine.getString("outputFile");
-    m_output = chooseOutput();
+    m_output.emplace(m_outputFile.c_str(), m_cmdLine.getString("outputFormat"));
+    if (m_output->type() == POINT_SOURCE_VX7) // this program decodes
+        QM_THROW(ErrorCode::General, "unknown output format");
     if (m_output->type() != POINT_SOURCE_NULL)
         separateOutputs();
     const Scoped<PointSource> source = Utils::openInputs(*manager, verbose);
@@ -109,14 +111,6 @@ void Transcoder::separateOutputs()
         m_outputFile = path;
         Utils::divertStandardOutput(m_outputFile.c_str());
     }
-}
-
-OutputChoice Transcoder::chooseOutput() const
-{
-    const OutputChoice choice(m_outputFile.c_str(), m_cmdLine.getString("outputFormat"));
-    if (choice.type() == POINT_SOURCE_VX7) // this program decodes
-        QM_THROW(ErrorCode::General, "unknown output format");
-    return choice;
 }
 
 // Removes the time that "gps" does not choose.

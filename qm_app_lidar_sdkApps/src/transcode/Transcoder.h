@@ -18,7 +18,6 @@ private:
     bool work() override;
 
     void separateOutputs();
-    OutputChoice chooseOutput() const;
     PointInfo chooseTime(const PointInfo& layout) const;
     void configure(PointWriter& writer) const;
     void warnOfRounding(const PointSource& source, const PointInfo& layout) const;

@@ -71,15 +71,9 @@ struct FilePointSourceManager::Imp
         return namesErrors ? naming(name, work) : work();
     }
 
-    // Collects a file, or the files of a list; `depth` is the number of lists that contain the name.
-    void collect(const std::string& name, int depth, std::vector<File>& into);
-    void collectList(const char* name, int depth, std::vector<File>& into);
-    // Returns the new number of files.
-    std::size_t append(const std::vector<File>& added)
-    {
-        files.insert(files.end(), added.begin(), added.end());
-        return files.size();
-    }
+    // Adds a file, or the files of a list; `depth` is the number of lists that contain the name.
+    void add(const std::string& name, int depth);
+    void addList(const char* name, int depth);
     Scoped<PointSource> open(const std::string& name) const;
 
     std::vector<File> files;
@@ -89,21 +83,21 @@ struct FilePointSourceManager::Imp
     std::int64_t nestedBytes = 0; // of all nested lists
 };
 
-void FilePointSourceManager::Imp::collect(const std::string& name, int depth, std::vector<File>& into)
+void FilePointSourceManager::Imp::add(const std::string& name, int depth)
 {
     named(name, [&] {
         const PointSourceType type = SimpleFileOpener::getPointSourceType(name.c_str());
         if (type == POINT_SOURCE_LIST)
-            return collectList(name.c_str(), depth + 1, into);
+            return addList(name.c_str(), depth + 1);
         if (type == POINT_SOURCE_NULL)
             Formats::throwUnsupported(name.c_str());
         if (type == POINT_SOURCE_TEXT && !opener->hasTextOptions())
             Formats::throwNeedsColumns(name.c_str());
-        into.push_back({name, {}});
+        files.push_back({name, {}});
     });
 }
 
-void FilePointSourceManager::Imp::collectList(const char* name, int depth, std::vector<File>& into)
+void FilePointSourceManager::Imp::addList(const char* name, int depth)
 {
     QMFileUtils::requireRegularFile(name);
     const std::string prefix = directoryPrefix(name);
@@ -123,7 +117,7 @@ void FilePointSourceManager::Imp::collectList(const char* name, int depth, std::
     while (lines.next()) {
         const std::string_view entry = trimmed(lines.line());
         std::string path = isRooted(entry) ? std::string() : prefix;
-        collect(path.append(entry), depth, into);
+        add(path.append(entry), depth);
     }
 }
 
@@ -148,16 +142,16 @@ FilePointSourceManager* FilePointSourceManager::create()
 
 void FilePointSourceManager::addFile(const char* name)
 {
-    std::vector<Imp::File> added;
-    m_imp->collect(name, 0, added);
-    setNumSources(m_imp->append(added));
+    m_imp->files.resize(getNumSources()); // drops files of a list with an error
+    m_imp->add(name, 0);
+    setNumSources(m_imp->files.size());
 }
 
 void FilePointSourceManager::addListFile(const char* name)
 {
-    std::vector<Imp::File> added;
-    m_imp->collectList(name, 1, added);
-    setNumSources(m_imp->append(added));
+    m_imp->files.resize(getNumSources());
+    m_imp->addList(name, 1);
+    setNumSources(m_imp->files.size());
 }
 
 SimpleFileOpener& FilePointSourceManager::getOpener() noexcept
