@@ -1,8 +1,8 @@
-// Writes the inputs that fuzzing starts from: files as our own writers make them, one of each form that a
-// reader can meet, and texts of each kind.
+// Writes the inputs that fuzzing starts from: files of our own writers, in each form that a reader supports,
+// and texts of each kind.
 //
-//   make_seeds DIRECTORY        DIRECTORY/TARGET/NAME
-#include "encode/SubblockWriter.h"
+//   make_seeds DIRECTORY        writes DIRECTORY/TARGET/NAME
+#include "encode/coders/SubblockWriter.h"
 #include "index/MemoryRTree.h"
 #include "platform/Stream.h"
 #include "support/LASClouds.h"
@@ -10,7 +10,7 @@
 #include "support/ReadPoints.h"
 #include "support/SampleCloud.h"
 #include "support/TemporaryDirectory.h"
-#include "utils/TileSetFile.h"
+#include "utils/sets/TileSetFile.h"
 #include <vxunpack/LASPointReader.h>
 #include <vxunpack/LASPointWriter.h>
 #include <vxunpack/VX7PointWriter.h>
@@ -50,7 +50,7 @@ private:
     std::filesystem::path m_root;
 };
 
-// What the other writers of this format do, one thing at a time.
+// Choices of other writers of this format, one at a time.
 void addFilesOfAllVersions(const Seeds& seeds)
 {
     for (int i = 0; i < 24; ++i) {
@@ -60,7 +60,7 @@ void addFilesOfAllVersions(const Seeds& seeds)
         plan.version = static_cast<std::uint8_t>(1 + i % 4);
         plan.headerVersion = static_cast<std::uint8_t>(1 + i % 2);
         plan.bandVersion = static_cast<std::uint8_t>(1 + i / 4 % 3);
-        plan.swapStretches = i % 5 == 4;
+        plan.swapRanges = i % 5 == 4;
         plan.planeLengthsWithoutLifting = plan.version < 4 && i % 3 == 0;
         plan.numLevels = static_cast<std::uint32_t>(1 + i % 5);
         plan.extendedHeader = plan.version == 4;
@@ -105,10 +105,10 @@ void append(Bytes& bytes, const Bytes& more)
     std::copy(more.begin(), more.end(), std::back_inserter(bytes));
 }
 
-// The bytes in front say type, transform, size and way; see targets/subblocks.cpp.
+// The first bytes choose type, transform, size and mode; see targets/subblocks.cpp.
 void addSubblocks(const Seeds& seeds)
 {
-    constexpr std::uint8_t ways = 3; // per-plane lengths, round trip
+    constexpr std::uint8_t modes = 3; // per-plane lengths, round trip
     Random random(2);
     int number = 0;
     for (std::uint8_t type = 0; type < 5; ++type) {
@@ -117,7 +117,7 @@ void addSubblocks(const Seeds& seeds)
             for (int i = 0; i < 128; ++i)
                 samples.push_back(static_cast<std::uint8_t>(i % 4 < 2 ? random.below(4) : 0));
             const std::string name = "subblock" + std::to_string(number++);
-            Bytes trip = {type, transform, 31, 0, ways};
+            Bytes trip = {type, transform, 31, 0, modes};
             append(trip, samples);
             seeds.add("subblocks", name + "-trip", trip);
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Installs what building and testing need from Debian's or Ubuntu's packages. Does nothing when all of it is there.
+# Installs the packages of Debian or Ubuntu that building and testing need, unless all are installed.
 #
-#   scripts/dependencies.sh          what a build and its tests need
-#   scripts/dependencies.sh --all    and what checks and benchmarks need
+#   scripts/dependencies.sh          packages for a build and its tests
+#   scripts/dependencies.sh --all    and those for checks and benchmarks
 set -euo pipefail
 
 packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libdeflate-dev libgdal-dev libgeotiff-dev nlohmann-json3-dev
@@ -23,12 +23,12 @@ run=()
 export DEBIAN_FRONTEND=noninteractive
 install() { "${run[@]}" apt-get install -y -qq --no-install-recommends "$@" >/dev/null; }
 
-# Debian 12 is the one release without LASzip; the build of the next one runs on it. Its packages are fetched from the
-# mirror that the machine already uses, with lists and cache of their own, so that nothing else ever comes from there.
+# Debian 12 is the only release without LASzip; the packages of the next release also work on it. They are downloaded
+# from the mirror that the machine uses, with separate lists and cache, so that no other package is taken from there.
 install_laszip_of_next_release() (
   directory=$(mktemp -d)
   trap 'rm -rf "$directory"' EXIT
-  chmod 755 "$directory" # apt downloads as a user of its own
+  chmod 755 "$directory" # apt downloads as another user
   mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Codename: bookworm' | head -n 1)
   [ -n "$mirror" ] || mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' | head -n 1)
   mkdir -p "$directory/lists/partial" "$directory/cache/archives/partial"

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Builds the fuzzers and runs them, as many at once as there are processors.
+# Builds the fuzzers and runs them, one per processor at a time.
 #
-#   scripts/fuzz.sh [--seconds N] [TARGET ...]    N seconds for each target (default 60) or for those named
-#   scripts/fuzz.sh --keep [TARGET ...]           takes what earlier runs learned into fuzz/corpus
+#   scripts/fuzz.sh [--seconds N] [TARGET ...]    N seconds (default 60) for each target, or for those named
+#   scripts/fuzz.sh --keep [TARGET ...]           copies the inputs that earlier runs found into fuzz/corpus
 #
-# What a run learns stays in build/fuzz/corpus for the next one. Findings go to build/fuzz/findings; once mended, an
-# input is kept in fuzz/regressions/TARGET, where the tests replay it. Ends with a line for a test runner.
+# New inputs remain in build/fuzz/corpus for the next run. Findings are written to build/fuzz/findings; once fixed, an
+# input is added to fuzz/regressions/TARGET, which the tests replay. The last line is for a test runner.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -28,7 +28,7 @@ scripts/build.sh fuzz "${targets[@]/#/fuzz_}" make_seeds
 build=build/fuzz
 "$build/make_seeds" "$build/seeds"
 largest=16384
-# Real files of other writers, where they stand beside the checkout.
+# Real files of other writers, if present.
 if [ -d ../shared/vectors/files ]; then
   find ../shared/vectors/files -name '*.vxl' -size "-${largest}c" -exec cp -f {} "$build/seeds/container" \;
 fi
@@ -36,16 +36,16 @@ fi
 keep_inputs() {
   local target=$1 merged="$build/merged/$1"
   rm -rf "$merged" && mkdir -p "$merged"
-  # By the edges that they reach, not by how often: that many times fewer inputs do.
+  # By the edges that they reach, not by how often they reach them: far fewer inputs are needed.
   "$build/fuzz_$target" -merge=1 -use_counters=0 -max_len=$largest -close_fd_mask=1 "$merged" "$build/corpus/$target" \
     "$build/seeds/$target" >/dev/null 2>"$build/merge_$target.log"
   mkdir -p "fuzz/corpus/$target"
   rm -f "fuzz/corpus/$target"/*
-  # Small inputs first: they replay quickly, and most of what is covered is covered by them.
-  local bytes=0 size name most=80000
-  [ "$target" != container ] || most=1000000
+  # Small inputs first: they replay quickly and cover most of the code.
+  local bytes=0 size name max_bytes=80000
+  [ "$target" != container ] || max_bytes=1000000
   while read -r size name; do
-    [ $((bytes + size)) -le $most ] || break
+    [ $((bytes + size)) -le $max_bytes ] || break
     bytes=$((bytes + size))
     cp "$merged/$name" "fuzz/corpus/$target/"
   done < <(find "$merged" -type f -printf '%s %f\n' | sort -n)
@@ -60,14 +60,14 @@ run_target() {
   local target=$1 build=$2 seconds=$3 largest=$4
   local corpus="$build/corpus/$target" findings="$build/findings/$target"
   mkdir -p "$corpus" "$findings"
-  rm -f "$findings/.failed" # of a run that was interrupted
+  rm -f "$findings/.failed" # left by an interrupted run
   local inputs=("$corpus" "$build/seeds/$target")
   for folder in corpus regressions; do
     [ ! -d "fuzz/$folder/$target" ] || inputs+=("fuzz/$folder/$target")
   done
   local dictionary=()
   [ ! -e "fuzz/dictionaries/$target" ] || dictionary=(-dict="fuzz/dictionaries/$target")
-  # Memory and time are the targets' own business; these limits catch what runs away altogether.
+  # The targets check memory and time themselves; these limits are for runaway processes.
   "$build/fuzz_$target" -max_total_time="$seconds" -max_len="$largest" -timeout=60 -rss_limit_mb=2560 \
     -print_final_stats=1 -close_fd_mask=1 -artifact_prefix="$findings/" "${dictionary[@]}" "${inputs[@]}" \
     >/dev/null 2>"$build/$target.log"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Checks that need no test run: formatting, the direction of includes, static analysis.
+# Static checks: formatting, the direction of includes, clang-tidy.
 #
 #   scripts/lint.sh             everything
 #   scripts/lint.sh --quick     without clang-tidy
@@ -11,17 +11,25 @@ find_tool() { command -v "$1-14" || command -v "$1"; }
 
 "$(find_tool clang-format)" --dry-run -Werror "${sources[@]}"
 
-# core <- kernel <- formats, filters <- apps: a library includes nothing that builds on it or beside it.
+# core <- kernel <- formats, filters <- apps: a library includes headers of libraries to its left only. A public header
+# belongs to the library that holds its source.
 folders() { ls -d "$1"/src/*/ | xargs -n1 basename | paste -sd'|'; }
-includes() { git grep -nE "#include \"($2)/" -- "$1/src" || true; }
-kernel=$(folders qm_lib_lidar_kernel)
-formats=$(folders qm_lib_lidar_formats)
-filters=$(folders qm_lib_lidar_filters)
-apps=$(folders qm_app_lidar_sdkApps)
+headers() {
+  git ls-files "$1/src/*.cpp" | xargs -n1 basename -s .cpp | while read -r name; do
+    [ ! -e "include/vxunpack/$name.h" ] || echo "$name"
+  done | paste -sd'|'
+}
+of() { echo "\"($(folders "$1"))/|<vxunpack/($(headers "$1"))\.h>"; }
+includes() { git grep -nE "#include ($2)" -- "$1/src" || true; }
+kernel=$(of qm_lib_lidar_kernel)
+formats=$(of qm_lib_lidar_formats)
+filters=$(of qm_lib_lidar_filters)
+apps=$(of qm_app_lidar_sdkApps)
 wrong=$(includes qm_lib_lidar_core "$kernel|$formats|$filters|$apps")
 wrong+=$(includes qm_lib_lidar_kernel "$formats|$filters|$apps")
 wrong+=$(includes qm_lib_lidar_formats "$filters|$apps")
 wrong+=$(includes qm_lib_lidar_filters "$kernel|$formats|$apps")
+wrong+=$(git grep -nE '#include "' -- include || true)
 wrong+=$(git grep -nE '#include "(de|en)code/' -- qm_lib_lidar_kernel/src/common || true)
 wrong+=$(git grep -nE '#include "encode/' -- qm_lib_lidar_kernel/src/decode || true)
 wrong+=$(git grep -nE '#include "decode/' -- qm_lib_lidar_kernel/src/encode || true)
@@ -33,7 +41,7 @@ fi
 
 if [ "${1:-}" != --quick ]; then
   scripts/build.sh release
-  # Sources whose libraries are not here (PDAL) are not built, and the database does not know how they would be.
+  # Sources that need a missing library (PDAL) are not built and are not in the compilation database.
   mapfile -t code < <(git ls-files 'qm_*.cpp' | while read -r file; do
     ! grep -qF "/$file\"" build/release/compile_commands.json || echo "$file"
   done)

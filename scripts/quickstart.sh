@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# From a fresh machine to points: installs what is needed, builds vxunpack and decodes the example.
+# Installs all dependencies, builds vxunpack and decodes the example.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -1,36 +1,71 @@
 #!/usr/bin/env bash
-# Installs into a temporary prefix and builds examples/read_points against it, as a user's project would.
+# Installs into a temporary prefix and uses the result as others do: the programs, the library from CMake and from
+# pkg-config. The exported symbols and the installed headers must be those that the repository lists.
+#
+#   scripts/test_install.sh             checks
+#   scripts/test_install.sh --update    replaces the list of symbols, for an intended change
 set -euo pipefail
 cd "$(dirname "$0")/.."
+
+fail() {
+  echo "$*" >&2
+  exit 1
+}
 
 scripts/build.sh release
 prefix=$(mktemp -d)
 trap 'rm -rf "$prefix"' EXIT
 cmake --install build/release --prefix "$prefix/usr" >/dev/null
-cmake -S examples/read_points -B "$prefix/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix/usr" >/dev/null
-cmake --build "$prefix/build" >/dev/null
+bin=$prefix/usr/bin
+library=$(find "$prefix/usr" -name libvxunpack.so)
 
-"$prefix/usr/bin/vxunpack" -i examples/survey.vxl -o "$prefix/all.txt" >/dev/null
+# Functions, data, vtables and type descriptions; "W" are instances of templates, which vary with the compiler.
+symbols=cmake/libvxunpack.symbols
+nm -DC --defined-only "$library" | cut -d' ' -f2- | grep -v '^W' | LC_ALL=C sort -u >"$prefix/symbols"
+if [ "${1:-}" = --update ]; then cp "$prefix/symbols" "$symbols"; fi
+diff "$symbols" "$prefix/symbols" || fail "the exported symbols changed; if that is intended: scripts/test_install.sh --update"
+
+# Nothing but the public headers, which include only each other and the standard library.
+(cd "$prefix/usr/include" && find . -type f) | LC_ALL=C sort >"$prefix/headers"
+(cd include && find . -name '*.h') | LC_ALL=C sort | diff - "$prefix/headers" || fail "other headers are installed"
+if grep -rn '^#include "' "$prefix/usr/include" ||
+  grep -rnE '^#include <' "$prefix/usr/include" | grep -vE '<(vxunpack/[A-Za-z0-9]+\.h|[a-z_]+)>'; then
+  fail "public headers include internal ones"
+fi
+
+"$bin/vxunpack" -i examples/survey.vxl -o "$prefix/all.txt" >/dev/null
 all=$(($(wc -l <"$prefix/all.txt") - 1))
-boxed=$("$prefix/build/read_points" examples/survey.vxl 500000 500090 4100000 4100040 | wc -l)
-if [ "$all" -ne 2400 ] || [ "$boxed" -lt 1000 ] || [ "$boxed" -gt 1400 ]; then
-  echo "installed program and library gave $all and $boxed points" >&2
-  exit 1
-fi
-# Packed again and decoded it is the same text.
-"$prefix/usr/bin/vxpack" -i examples/survey.vxl -o "$prefix/again.vxl" >/dev/null
-"$prefix/usr/bin/vxunpack" -i "$prefix/again.vxl" -o "$prefix/again.txt" >/dev/null
+[ "$all" -eq 2400 ] || fail "the installed program gave $all points"
+# Encoding and decoding the example again gives the same text.
+"$bin/vxpack" -i examples/survey.vxl -o "$prefix/again.vxl" >/dev/null
+"$bin/vxunpack" -i "$prefix/again.vxl" -o "$prefix/again.txt" >/dev/null
 cmp "$prefix/all.txt" "$prefix/again.txt"
-"$prefix/usr/bin/vxinfo" -check "$prefix/again.vxl" >/dev/null
-# A verbose run finds the installed module that indents coordinate systems; its status is 1 by tradition.
-"$prefix/usr/bin/vxunpack" -V -i examples/survey.vxl -o null >"$prefix/summary.txt" 2>/dev/null || true
-grep -q '^    GEOGCS' "$prefix/summary.txt" || {
-  echo "the installed program does not indent the coordinate system" >&2
-  exit 1
-}
-# Nothing installed may remember where it was built.
-if grep -rlF "$PWD" "$prefix/usr"; then
-  echo "installed files name the build directory" >&2
-  exit 1
-fi
-echo "install: $all points from the program, $boxed in a box from the library"
+"$bin/vxinfo" -check "$prefix/again.vxl" >/dev/null
+# A verbose run finds the installed module that indents coordinate systems; its status is 1.
+"$bin/vxunpack" -V -i examples/survey.vxl -o null >"$prefix/summary.txt" 2>/dev/null || true
+grep -q '^    GEOGCS' "$prefix/summary.txt" || fail "the installed program does not indent the coordinate system"
+# Installed files must not remember where they were built.
+if grep -rlF "$PWD" "$prefix/usr"; then fail "installed files name the build directory"; fi
+
+# The examples, built by CMake.
+cmake -S examples -B "$prefix/examples" -G Ninja -DCMAKE_PREFIX_PATH="$prefix/usr" >/dev/null
+cmake --build "$prefix/examples" >/dev/null
+examples=$prefix/examples
+boxed=$("$examples/read_box" examples/survey.vxl 500000 500090 4100000 4100040 | wc -l)
+[ "$boxed" -ge 1000 ] && [ "$boxed" -le 1400 ] || fail "read_box gave $boxed points"
+"$examples/parallel_read" examples/survey.vxl 3 | awk '{ sum += $3 } END { exit sum != 2400 }' ||
+  fail "parallel_read did not count 2400 points"
+"$examples/write_columns" "$prefix/columns.laz" >/dev/null 2>&1
+"$bin/vxinfo" "$prefix/columns.laz" | grep -q 1000000 || fail "write_columns did not write 1000000 points"
+"$bin/vxunpack" -i examples/survey.vxl -ofld xyz -o "$prefix/xyz.txt" >/dev/null
+sed -i 1d "$prefix/xyz.txt"
+tr , ' ' <"$prefix/xyz.txt" >"$prefix/lines.xyz"
+"$examples/custom_source" "$prefix/lines.xyz" "$prefix/lines.vxl" >/dev/null
+"$bin/vxunpack" -i "$prefix/lines.vxl" -o "$prefix/lines.txt" >/dev/null
+sed 1d "$prefix/lines.txt" | cmp - "$prefix/xyz.txt"
+
+# One of them, built by pkg-config.
+export PKG_CONFIG_PATH=$(dirname "$library")/pkgconfig
+g++ examples/read_box.cpp $(pkg-config --cflags --libs vxunpack) -Wl,-rpath,"$(dirname "$library")" -o "$prefix/read_box"
+[ "$("$prefix/read_box" examples/survey.vxl 500000 500090 4100000 4100040 | wc -l)" -eq "$boxed" ]
+echo "install: $all points from the program, $boxed in a box from the library, $(wc -l <"$symbols") exported symbols"

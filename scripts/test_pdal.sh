@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Builds everything on Debian 11, which has PDAL and the oldest compiler and libraries that we support, runs the whole
-# test suite there, and then the pdal command itself with the stage and with BPF files.
+# Builds everything on Debian 11, which has PDAL and the oldest supported compiler and libraries, runs all tests there,
+# and then the pdal command with our stage and with BPF files.
 #
-# The system stands in a folder of its own, which is made at the first run (1.7 GB, about two minutes) from the mirror
-# that this machine uses: VX_BULLSEYE_ROOT, by default vxunpack/bullseye in the user's cache. Needs root for chroot.
+# The system is in the folder VX_BULLSEYE_ROOT (default: vxunpack/bullseye in the user's cache). The first run makes it
+# from the mirror that this machine uses (1.7 GB, about two minutes). Needs root for chroot.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -14,7 +14,7 @@ packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libdeflate-dev libgdal-dev
 fail() { echo "test_pdal: $*" >&2; exit 1; }
 [ "$(id -u)" -eq 0 ] || fail "needs root, for debootstrap and chroot"
 
-# Mounts are seen by this run alone and go with it.
+# Mounts are private to this run and end with it.
 if [ "${VX_IN_NAMESPACE:-}" != yes ]; then
   unshare --mount true || fail "this environment does not permit mounts"
   VX_IN_NAMESPACE=yes exec unshare --mount --propagation private scripts/test_pdal.sh "$@"
@@ -27,7 +27,7 @@ make_root() {
   mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' | grep -v security | head -n 1)
   [ -n "$mirror" ] || fail "apt knows no mirror"
   log=$(mktemp)
-  # Under another name until it is complete, so that a broken one is never used.
+  # Under another name until it is complete, so that an incomplete one is never used.
   rm -rf "$root.new"
   mkdir -p "$root.new"
   chmod 755 "$root.new"
@@ -53,7 +53,7 @@ if ! inside "dpkg-query -W ${packages[*]}" >/dev/null 2>&1; then
     fail "the packages could not be installed"
 fi
 
-# The source is seen, not copied, and cannot be changed from inside.
+# The source is mounted read-only, not copied.
 mkdir -p "$root/source" "$root/shared" "$root/build"
 mount --bind . "$root/source"
 mount -o remount,bind,ro "$root/source"

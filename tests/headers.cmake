@@ -1,6 +1,6 @@
 # A target that compiles every header of the libraries alone: a header must bring what it needs.
 get_property(roots GLOBAL PROPERTY VX_HEADER_ROOTS)
-list(APPEND roots ${PROJECT_SOURCE_DIR}/qm_app_lidar_sdkApps/src ${CMAKE_CURRENT_SOURCE_DIR})
+list(APPEND roots ${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR})
 set(probes)
 foreach(root ${roots})
   file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE ${root} ${root}/*.h)
@@ -12,4 +12,4 @@ foreach(root ${roots})
   endforeach()
 endforeach()
 add_library(vx_headers OBJECT ${probes})
-target_link_libraries(vx_headers PRIVATE vx_test_support qm_app_utils)
+target_link_libraries(vx_headers PRIVATE vx_test_support qm_lib_lidar_sdk)

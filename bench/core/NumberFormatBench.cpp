@@ -1,5 +1,5 @@
-// Fields per second of the number formatter, and points per second of the text writer on sixteen columns as a
-// LAS file has them. The values are survey-like: coordinates in centimetres, times in microseconds, small
+// Fields per second of the number formatter, and points per second of the text writer with the sixteen columns
+// of a LAS file. The values are typical of a survey: coordinates in centimetres, times in microseconds, small
 // integers.
 #include "text/NumberFormat.h"
 #include <vxunpack/TXTPointWriter.h>
@@ -52,7 +52,7 @@ std::vector<std::uint64_t> makeIntegers()
     return values;
 }
 
-// Formats all values again and again; the first round is compared with printf's text.
+// Formats all values repeatedly. The first round is compared with printf's text.
 template <class T, class Format, class Expect>
 void run(benchmark::State& state, const std::vector<T>& values, Format format, Expect expect)
 {
@@ -123,8 +123,8 @@ void printfFixed(benchmark::State& state)
 }
 BENCHMARK(printfFixed);
 
-// Delivers one block of points a number of times. The samples stay in the writer's block from the first time
-// on, so that only writing takes time.
+// Delivers one block of points several times. The samples remain in the writer's block after the first time,
+// so that only writing takes time.
 class RepeatedBlock final : public PointReader
 {
 public:
@@ -210,7 +210,7 @@ BENCHMARK(writeTextToNull)->Unit(benchmark::kMillisecond);
 
 void writeTextToFile(benchmark::State& state)
 {
-    // Every round overwrites the file of the one before.
+    // Every round overwrites the file of the previous one.
     const Scoped<FileIO::Imp> file(FileIO::create());
     file->init(nullptr);
     writeText(state, file->path());

@@ -1,5 +1,5 @@
 // Building an R-tree and querying it, in memory and from a file. The boxes are those of a tiled survey:
-// small, in rows, with a little height. Every query is checked against a linear scan before it is timed.
+// small, in rows, with little height. Every query is checked against a linear scan before it is timed.
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
 #include "platform/Stream.h"
@@ -73,7 +73,7 @@ const RTree& diskTree()
     return *tree;
 }
 
-// A square in the middle, `width` boxes wide, its sides a quarter of a box away from any face.
+// A square in the middle, `width` boxes wide. Its sides are a quarter of a box away from any face.
 Bounds makeQuery(std::int64_t width)
 {
     const double from = 100.25 * boxSize;

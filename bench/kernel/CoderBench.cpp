@@ -1,7 +1,6 @@
-// The entropy coders inside their subblock readers and writers: samples per second, and the coded bits that
-// went in or came out.
-#include "decode/SubblockReader.h"
-#include "encode/SubblockWriter.h"
+// The entropy coders inside their subblock readers and writers: samples per second, and coded bits per second.
+#include "decode/coders/SubblockReader.h"
+#include "encode/coders/SubblockWriter.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/Random.h"
@@ -18,7 +17,7 @@ namespace {
 constexpr std::size_t subblockSize = 4096;
 constexpr std::size_t total = subblockSize * 64;
 
-// Laplacian-like coefficients of about `spread`, as high bands have.
+// Coefficients with an approximate Laplace distribution of width `spread`, as in high bands.
 template <class T>
 std::vector<T> makeCoefficients(double spread)
 {
@@ -31,7 +30,7 @@ std::vector<T> makeCoefficients(double spread)
     return samples;
 }
 
-// Decodes a band of full subblocks, as often as wanted.
+// Decodes a band of full subblocks any number of times.
 template <class T>
 class BandDecoder
 {
@@ -122,7 +121,7 @@ constexpr auto encode16 = encodeBand<std::int16_t>;
 constexpr auto encode32 = encodeBand<std::int32_t>;
 constexpr auto encodeDoubles = encodeBand<double>;
 constexpr int chosen = SubblockFormat::chooseRawPlanes;
-// With the raw planes of a written file, and with none: every plane through the coder.
+// With the raw planes that a writer chooses, and without: every plane is coded.
 BENCHMARK_CAPTURE(encode16, MQ, SINT16, TransformType{1}, chosen)->Arg(1)->Arg(10)->Arg(200);
 BENCHMARK_CAPTURE(encode16, MQAllPlanes, SINT16, TransformType{1}, 0)->Arg(1)->Arg(10)->Arg(200);
 BENCHMARK_CAPTURE(encode32, MQ, SINT32, TransformType{1}, chosen)->Arg(10)->Arg(5000);

@@ -1,9 +1,9 @@
-// The lifting steps on one block, and a whole chain of stages whose bands are zero (so that lifting and
-// interleaving are all there is to do).
-#include "decode/InverseWavelet.h"
-#include "decode/SubbandSource.h"
-#include "decode/SubblockReader.h"
-#include "encode/ForwardWavelet.h"
+// The lifting steps on one block, and a whole chain of stages whose bands are zero, so that it only lifts and
+// interleaves.
+#include "decode/bands/SubbandSource.h"
+#include "decode/coders/SubblockReader.h"
+#include "decode/lifting/InverseWavelet.h"
+#include "encode/lifting/ForwardWavelet.h"
 #include "support/ByteStore.h"
 #include "support/ForwardWavelet.h"
 #include "support/SubblockEncoder.h"
@@ -49,7 +49,7 @@ BENCHMARK_CAPTURE(lift64, order1, SINT64, TransformType{1});
 BENCHMARK_CAPTURE(lift32, order3, SINT32, TransformType{3});
 BENCHMARK_CAPTURE(liftDoubles, order3, FLOAT64, TransformType{63});
 
-// The same on the way into a file: predict, then update.
+// The forward transform: predict, then update.
 template <class T>
 void liftForward(benchmark::State& state, DataType type, TransformType transform)
 {
@@ -100,12 +100,12 @@ void pullZeroBands(benchmark::State& state)
     options.subblockSize = 4096;
     const auto headers = Testing::encodeBand(std::vector<std::int32_t>(total), options, true).headers;
     const Scoped<Testing::ByteStore> store(Testing::ByteStore::create(headers));
-    const IO::Location stretch(store.get(), 0, store->size());
-    const BandStretches stretches{stretch, stretch, true};
+    const IO::Location range(store.get(), 0, store->size());
+    const BandStretches ranges{range, range, true};
     const int levels = static_cast<int>(state.range(0));
-    auto root = SubbandSource::createSubbandReader(*reader, 0, false, stretches, total >> (levels - 1));
+    auto root = SubbandSource::createSubbandReader(*reader, 0, false, ranges, total >> (levels - 1));
     for (int level = levels - 2; level >= 0; --level) {
-        auto high = SubbandSource::createSubbandReader(*reader, 0, true, stretches, total >> (level + 1));
+        auto high = SubbandSource::createSubbandReader(*reader, 0, true, ranges, total >> (level + 1));
         root = SubbandSource::createPipeStage(block / 2, std::move(root), std::move(high));
     }
     std::vector<std::int32_t> samples(block);

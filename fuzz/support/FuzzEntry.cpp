@@ -22,7 +22,7 @@ void require(bool condition, const char* text)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     using namespace Quillmoran;
-    // One thread, so that an input always takes the same way through the code.
+    // One thread, so that an input always executes the same code.
     static const tbb::global_control oneThread(tbb::global_control::max_allowed_parallelism, 1);
     const Fuzz::Limits limits(size);
     std::uint64_t samples = 0;

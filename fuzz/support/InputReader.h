@@ -1,4 +1,4 @@
-// Takes an input apart: small numbers from its front, the rest as it is.
+// Splits an input into small numbers from its beginning and a rest.
 #pragma once
 
 #include "support/FuzzTarget.h"
@@ -9,7 +9,7 @@
 
 namespace Quillmoran::Fuzz {
 
-// Zeros come where the input has ended.
+// Returns zeros after the end of the input.
 class InputReader
 {
 public:
@@ -33,7 +33,7 @@ public:
         m_rest = m_rest.subspan(bytes.size());
         return bytes;
     }
-    // To the end of the line, which is passed over. Ends at a NUL, as texts from users do.
+    // Reads to the end of the line, and skips that. Ends at a NUL, as texts from users do.
     std::string takeLine()
     {
         const auto end = std::find(m_rest.begin(), m_rest.end(), '\n');

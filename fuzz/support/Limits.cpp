@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <ctime>
 
-// The sanitizers' runtime has these; a build without sanitizers measures no memory.
+// Defined by the runtime of the sanitizers. Without sanitizers memory is not measured.
 extern "C" {
 int __sanitizer_install_malloc_and_free_hooks(void (*onMalloc)(const volatile void*, std::size_t),
                                               void (*onFree)(const volatile void*)) __attribute__((weak));
@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::int64_t baseBytes = std::int64_t{640} << 20;
 constexpr std::int64_t bytesPerByte = 64;
-// Seconds under the sanitizers, which cost a factor of ten or so.
+// In seconds. Sanitizers slow the code down about ten times.
 constexpr double baseSeconds = 2;
 constexpr double secondsPerByte = 20e-6;
 constexpr double secondsPerSample = 5e-6;
@@ -56,7 +56,7 @@ Limits::Limits(std::size_t inputBytes) : m_inputBytes(inputBytes), m_begin(proce
     [[maybe_unused]] static const bool counts =
         __sanitizer_install_malloc_and_free_hooks &&
         __sanitizer_install_malloc_and_free_hooks(countMalloc, countFree) != 0;
-    liveBytes = 0; // what is freed later may be older
+    liveBytes = 0; // memory that is freed later may have been allocated before
     peakBytes = 0;
 }
 

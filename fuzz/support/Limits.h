@@ -1,4 +1,4 @@
-// What an input may cost. docs/robustness.md promises these bounds; the fuzzers hold every input to them.
+// Limits on memory and time for an input. docs/robustness.md promises them; the fuzzers check every input.
 #pragma once
 
 #include <cstddef>
@@ -6,19 +6,19 @@
 
 namespace Quillmoran::Fuzz {
 
-// Watches the memory and the processor time of the process from its construction on.
+// Measures the memory and the CPU time of the process since its construction.
 class Limits
 {
 public:
     explicit Limits(std::size_t inputBytes);
 
-    // Ends the process with a message when the run took more memory than its input allows, or more time than
-    // its input and the samples decoded do.
+    // Ends the process with a message if the run used more memory than its input allows, or more time than its
+    // input and the samples decoded allow.
     void check(std::uint64_t samples) const;
 
 private:
     std::size_t m_inputBytes;
-    double m_begin; // seconds of processor time
+    double m_begin; // seconds of CPU time
 };
 
 } // namespace Quillmoran::Fuzz

@@ -1,5 +1,4 @@
-// Reads points as the programs do, but never so many that a small input that promises billions keeps a fuzzer
-// busy.
+// Reads points as the programs do, up to a limit: a small input can claim billions of points.
 #pragma once
 
 #include <vxunpack/PointSource.h>
@@ -9,7 +8,7 @@
 
 namespace Quillmoran::Fuzz {
 
-// At most about `limit` points of a query; returns how many came.
+// Reads about `limit` points of a query at most, and returns their number.
 inline std::uint64_t readPoints(const PointSource& source, const Bounds& bounds, double fraction,
                                 const PointInfo& layout, std::uint64_t limit = 4096)
 {

@@ -1,4 +1,4 @@
-// Runs stored inputs through a target: the tests replay the corpus and what was found before.
+// Runs stored inputs through a target: the tests replay the corpus and past findings.
 //
 //   replay_TARGET FILE-OR-DIRECTORY ...
 #include <cstdio>
@@ -19,7 +19,7 @@ void replay(const std::filesystem::path& path)
     const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
     if (!file)
         throw std::runtime_error("cannot read " + path.string());
-    // The name stands in the log before anything can happen.
+    // Log the name first, in case the input crashes the process.
     std::fprintf(stderr, "%s\n", path.filename().c_str());
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
     ++numInputs;

@@ -1,8 +1,8 @@
-// A compressed file as a list of chunks, for the mutator: taken apart without trust, and put together with
-// lengths that agree.
+// A compressed file as a list of chunks, for the mutator: split without trusting it, and joined with lengths
+// that agree.
 #pragma once
 
-#include "common/ChunkHeader.h"
+#include "common/container/ChunkHeader.h"
 #include "platform/ByteOrder.h"
 #include "support/FuzzTarget.h"
 
@@ -21,12 +21,12 @@ struct VX7File
         Bytes payload;
     };
 
-    static constexpr std::size_t preambleBytes = 16; // magic, version, length of what follows
+    static constexpr std::size_t preambleBytes = 16; // magic, version, length of the rest
 
     Bytes preamble;
     std::vector<Chunk> chunks;
 
-    // Whatever of the bytes can be taken for chunks.
+    // Splits the bytes as far as they look like chunks.
     static VX7File parse(Input bytes)
     {
         VX7File file;

@@ -1,6 +1,6 @@
-// Changes compressed files so that they stay files: lengths agree, chunks keep their order, every channel has
-// its bands. Bytes changed blindly would nearly always end at the container, and the coders behind it would
-// never be reached.
+// Changes compressed files so that they remain well-formed: lengths agree, chunks keep their order, every
+// channel has its bands. With bytes changed at random the container code would reject nearly all inputs before
+// they reach the coders.
 #include "support/Random.h"
 #include "support/VX7File.h"
 
@@ -25,9 +25,8 @@ constexpr std::size_t pointsField = 1;
 constexpr std::size_t levelField = 9;
 constexpr std::size_t channelsField = 11;
 constexpr std::size_t fixedHeaderBytes = 13;
-// Fields of a subband chunk: version 1, channel 2, band 2, and from version 2 on the lengths of two
-// stretches.
-constexpr std::size_t stretchesField = 5;
+// Fields of a subband chunk: version 1, channel 2, band 2, and since version 2 the lengths of two byte ranges.
+constexpr std::size_t rangesField = 5;
 constexpr std::size_t fixedBandBytes = 21;
 
 constexpr std::uint64_t notableValues[] = {0,
@@ -61,7 +60,7 @@ public:
         return m_file.toBytes();
     }
 
-    // Payloads of another file in the place of ours.
+    // Replaces payloads with those of another file.
     Bytes mixWith(const VX7File& other)
     {
         for (Chunk& chunk : m_file.chunks) {
@@ -107,14 +106,14 @@ private:
     Chunk& pick() { return m_file.chunks[m_random.below(m_file.chunks.size())]; }
     std::uint64_t notable() { return notableValues[m_random.below(std::size(notableValues))]; }
 
-    // Lets libFuzzer change what stands from `begin` on; it may grow or shrink.
+    // Lets libFuzzer change the bytes from `begin` on; their number may change.
     void mutateBytes(Bytes& bytes, std::size_t begin)
     {
         begin = std::min(begin, bytes.size());
         const std::size_t size = bytes.size() - begin;
-        const std::size_t most = size + 64;
-        bytes.resize(begin + most);
-        bytes.resize(begin + LLVMFuzzerMutate(bytes.data() + begin, size, most));
+        const std::size_t maxSize = size + 64;
+        bytes.resize(begin + maxSize);
+        bytes.resize(begin + LLVMFuzzerMutate(bytes.data() + begin, size, maxSize));
     }
 
     template <class T>
@@ -146,7 +145,7 @@ private:
                                m_random.chance(0.3) ? notable() : m_random.below(5000));
     }
 
-    // A record holds texts and numbers of unlike sizes; wherever the blow falls, its length stays.
+    // A record holds texts and numbers of different sizes; a change keeps its length.
     void changeRecord()
     {
         Chunk* const header = m_file.find(CHUNK_WAVELET_HEADER);
@@ -171,7 +170,7 @@ private:
         }
     }
 
-    // Every channel gets the bands that the header then announces: copies of its last one, or fewer.
+    // Every channel gets the number of bands that the header announces: copies of its last one, or fewer.
     void changeLevels()
     {
         Chunk* const header = m_file.find(CHUNK_WAVELET_HEADER);
@@ -185,7 +184,7 @@ private:
         std::size_t bandsAt = m_file.chunks.size();
         for (std::size_t i = 0; i < m_file.chunks.size(); ++i) {
             Chunk& chunk = m_file.chunks[i];
-            if (chunk.id != CHUNK_SUBBAND || chunk.payload.size() < stretchesField) {
+            if (chunk.id != CHUNK_SUBBAND || chunk.payload.size() < rangesField) {
                 chunks.push_back(std::move(chunk));
                 continue;
             }
@@ -228,11 +227,11 @@ private:
     {
         Chunk& chunk = pick();
         if (chunk.id != CHUNK_SUBBAND || chunk.payload.size() < fixedBandBytes || chunk.payload[0] == 1) {
-            mutateBytes(chunk.payload, chunk.id == CHUNK_SUBBAND ? stretchesField : 1);
+            mutateBytes(chunk.payload, chunk.id == CHUNK_SUBBAND ? rangesField : 1);
             return;
         }
         // The data come first, then the headers.
-        const auto stored = loadBigEndian<std::uint64_t>(chunk.payload.data() + stretchesField);
+        const auto stored = loadBigEndian<std::uint64_t>(chunk.payload.data() + rangesField);
         const auto begin = chunk.payload.begin() + fixedBandBytes;
         const auto dataBytes = static_cast<std::ptrdiff_t>(
             std::min<std::uint64_t>(stored, chunk.payload.size() - fixedBandBytes));
@@ -255,8 +254,8 @@ private:
         }
         Bytes& payload = chunk.payload;
         payload.resize(fixedBandBytes);
-        put<std::uint64_t>(payload, stretchesField, data.size());
-        put<std::uint64_t>(payload, stretchesField + 8, headers.size());
+        put<std::uint64_t>(payload, rangesField, data.size());
+        put<std::uint64_t>(payload, rangesField + 8, headers.size());
         payload.insert(payload.end(), data.begin(), data.end());
         payload.insert(payload.end(), headers.begin(), headers.end());
     }
@@ -265,8 +264,7 @@ private:
     static void replaceBody(Chunk& chunk, const Chunk& theirs)
     {
         Bytes payload = theirs.payload;
-        if (chunk.id == CHUNK_SUBBAND && payload.size() >= stretchesField &&
-            chunk.payload.size() >= stretchesField)
+        if (chunk.id == CHUNK_SUBBAND && payload.size() >= rangesField && chunk.payload.size() >= rangesField)
             std::copy_n(chunk.payload.begin() + 1, 4, payload.begin() + 1);
         chunk.payload = std::move(payload);
     }
@@ -291,7 +289,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
                                                unsigned seed)
 {
     using namespace Quillmoran::Fuzz;
-    // Some inputs are changed blindly all the same: damage of lengths is damage, too.
+    // Some inputs are changed at random nevertheless, to damage lengths too.
     if (size < VX7File::preambleBytes || seed % 16 == 0)
         return LLVMFuzzerMutate(data, size, maxSize);
     return store(Mutator(VX7File::parse({data, size}), seed).mutate(), data, maxSize);

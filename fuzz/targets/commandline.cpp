@@ -1,10 +1,10 @@
-// Command lines: one argument a line, for a parser with an option of each kind and all those that the
-// programs share.
+// Command lines, one argument per line, for a parser with an option of each kind and all common options of the
+// programs.
 #include "cli/QMCmdLine.h"
 #include "support/InputReader.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
-#include "utils/Utils.h"
+#include "utils/program/Utils.h"
 #include <vxunpack/Base.h>
 
 namespace Quillmoran::Fuzz {
@@ -35,7 +35,7 @@ void declare(QMCmdLine& cmdLine)
     cmdLine.setUndocumented("b");
 }
 
-// What programs ask after a successful parse.
+// The queries of a program after a successful parse.
 void query(const QMCmdLine& cmdLine)
 {
     const PointInfo layout = Testing::layoutXYZ({Testing::channel("Intensity", UINT16)});

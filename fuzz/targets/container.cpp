@@ -1,5 +1,4 @@
-// A compressed file and everything behind it: opening, metadata, all points, a box, a coarse level, a thinned
-// box of a coarse level.
+// A compressed file: opening, metadata, all points, a box, a coarse level, a thinned box of a coarse level.
 #include "support/ByteStore.h"
 #include "support/FuzzTarget.h"
 #include "support/ReadSource.h"
@@ -12,7 +11,7 @@ namespace Quillmoran::Fuzz {
 
 namespace {
 
-// Samples that one refill of the decoder can make it decode: whole subblocks of all channels.
+// The number of samples that one refill of the decoder can decode: whole subblocks of all channels.
 double samplesAtOnce(const WaveletDecoderInfo& info)
 {
     double samples = 0;
@@ -26,7 +25,7 @@ double samplesAtOnce(const WaveletDecoderInfo& info)
 
 std::uint64_t run(Input input)
 {
-    constexpr double mostSamples = 1 << 18;
+    constexpr double maxSamples = 1 << 18;
     const Scoped<Testing::ByteStore> store(Testing::ByteStore::create({input.begin(), input.end()}));
     const Scoped<VX7PointReader> reader(VX7PointReader::create());
     reader->init(store.get());
@@ -37,25 +36,25 @@ std::uint64_t run(Input input)
         Metadata metadata;
         reader->loadMetadata(metadata, false);
     } catch (const Error&) {
-        // points come without it
+        // points can be read without it
     }
     const double atOnce = samplesAtOnce(info);
-    if (atOnce > mostSamples)
-        return samples; // right, but slow
+    if (atOnce > maxSamples)
+        return samples; // correct, but slow
     const PointInfo& layout = reader->getPointInfo();
     const Bounds part = partOf(reader->getBounds());
     for (const auto& [bounds, fraction] :
          {std::pair(Bounds::Huge(), 1.0), {part, 1.0}, {Bounds::Huge(), 0.25}, {part, 0.1}}) {
-        // A box is looked for in all ranges that it touches, whatever comes of them.
+        // A query decodes all ranges that the box touches, even if no point is inside.
         const double work = reader->getTotalWork(bounds, fraction);
-        if (bounds != Bounds::Huge() && work > mostSamples)
+        if (bounds != Bounds::Huge() && work > maxSamples)
             continue;
         try {
             readPoints(*reader, bounds, fraction, layout);
         } catch (const Error&) {
-            // the next query may touch other bands
+            // the next query may read other bands
         }
-        samples += static_cast<std::uint64_t>(2 * atOnce + std::min(work, mostSamples)) *
+        samples += static_cast<std::uint64_t>(2 * atOnce + std::min(work, maxSamples)) *
                    std::max<std::size_t>(info.getChannels().size(), 1);
     }
     return samples;

@@ -1,5 +1,5 @@
-// LAS and LAZ files: header, records, all points, a box. What the reader passes on to LASzip must be safe
-// there, since LASzip itself checks little.
+// LAS and LAZ files: header, VLRs, all points, a box. The reader must pass only safe data on to LASzip, which
+// checks little itself.
 #include "support/FuzzTarget.h"
 #include "support/ReadSource.h"
 #include "support/TemporaryDirectory.h"
@@ -20,7 +20,7 @@ std::uint64_t run(Input input)
     try {
         points = readPoints(*reader, Bounds::Huge(), 1.0, layout);
     } catch (const Error&) {
-        // the records may be right
+        // the VLRs may be valid
     }
     try {
         // Every query reads the whole file.

@@ -1,4 +1,4 @@
-// The serialised records of a metadata store. What can be read is written and read again.
+// The serialised metadata. Records that can be read are written and read again.
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/FuzzTarget.h"

@@ -1,5 +1,5 @@
-// Any cloud under any options of the writer: what is written must be read back bit for bit, and checked
-// queries of it must work.
+// Any cloud with any options of the writer: the file must restore every bit, and checked queries of it must
+// succeed.
 #include "support/InputReader.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
@@ -54,7 +54,7 @@ PointInfo takeLayout(InputReader& reader)
     return layout;
 }
 
-// Samples are the bytes of the input over and over; coordinates are no NaN, which no box holds.
+// Samples are the bytes of the input, repeated. Coordinates are never NaN, which no box contains.
 Scoped<MemoryPointSource> takeCloud(InputReader& reader)
 {
     const PointInfo layout = takeLayout(reader);

@@ -1,5 +1,5 @@
-// The tree of boxes: the disk form read where it lies, the memory form loaded whole, saved as a disk form and
-// asked again.
+// The tree of boxes: a disk tree read in place, and a memory tree that is loaded whole, saved as a disk tree
+// and queried again.
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
 #include "platform/Stream.h"
@@ -33,7 +33,7 @@ Query takeQuery(InputReader& reader)
     return query;
 }
 
-// The walk that a reader makes, once for all values, a box and a point, then again after a rewind.
+// Walks the tree as a reader does: for all values, a box and a point, each again after a rewind.
 std::multiset<std::int64_t> walk(const RTree& tree, const Query& query)
 {
     const Scoped<RTree::Iterator> iterator(tree.createIterator());
@@ -50,7 +50,7 @@ std::multiset<std::int64_t> walk(const RTree& tree, const Query& query)
     return values;
 }
 
-// A tree reads on through the store, which it keeps.
+// A tree retains its file and reads from it later.
 Scoped<DiskRTree> openDiskForm(std::vector<std::uint8_t> bytes)
 {
     const auto length = static_cast<std::int64_t>(bytes.size());

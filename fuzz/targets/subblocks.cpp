@@ -1,7 +1,7 @@
-// The entropy decoders behind each kind of subblock reader, fed with headers and payloads that no container
-// has checked; and samples that must come back from their coder as they were.
-#include "decode/SubblockReader.h"
-#include "encode/SubblockWriter.h"
+// The entropy decoder of each kind of subblock reader, with headers and payloads that no container has
+// checked; and samples that their coder must restore exactly.
+#include "decode/coders/SubblockReader.h"
+#include "encode/coders/SubblockWriter.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/InputReader.h"
@@ -30,13 +30,13 @@ struct Streams
         : headerStore(ByteStore::create({headerBytes.begin(), headerBytes.end()})),
           dataStore(ByteStore::create({dataBytes.begin(), dataBytes.end()}))
     {
-        constexpr std::size_t buffer = 64; // so that fields lie across its end
+        constexpr std::size_t buffer = 64; // small, so that fields cross its end
         headers.init(headerStore.get(), true, buffer);
         data.init(dataStore.get(), true, buffer);
     }
 };
 
-// Loads subblocks until the headers end, the first `skipped` of them passed over.
+// Loads subblocks until the headers end; the first `skipped` of them are skipped.
 Samples decode(const SubblockFormat& format, Input headerBytes, Input dataBytes, std::size_t skipped)
 {
     const auto reader = SubblockReader::create(format.type, format.transform, "Channel", format.subblockSize,
@@ -57,7 +57,7 @@ Samples decode(const SubblockFormat& format, Input headerBytes, Input dataBytes,
     return samples;
 }
 
-// Decodes whatever the headers say, whole and with subblocks passed over: what both deliver must agree.
+// Decodes the band whole and with subblocks skipped: samples that both deliver must agree.
 void readAnything(const SubblockFormat& format, std::size_t skipped, Input headers, Input data)
 {
     const Samples whole = decode(format, headers, data, 0);
@@ -66,7 +66,7 @@ void readAnything(const SubblockFormat& format, std::size_t skipped, Input heade
     const Samples rest = decode(format, headers, data, skipped);
     require(std::equal(whole.begin() + static_cast<std::ptrdiff_t>(passed), whole.end(), rest.begin(),
                        rest.end()),
-            "subblocks differ when those before them are passed over");
+            "subblocks differ if those before them are skipped");
 }
 
 void roundTrip(const SubblockFormat& format, Input input)

@@ -1,11 +1,11 @@
 // Tables of points as text. The first line of an input is the format, the second the quantization, the third
-// a filter, then come the lines of the table.
+// a filter; the other lines are the table.
 #include "cli/QMCmdLine.h"
 #include "support/ByteStore.h"
 #include "support/InputReader.h"
 #include "support/ReadSource.h"
 #include "text/FieldFormat.h"
-#include "utils/Utils.h"
+#include "utils/program/Utils.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/TXTPointReader.h>
 #include <vxunpack/TXTPointWriter.h>
@@ -27,7 +27,7 @@ Scoped<PointSource> filtered(const std::string& filter, const Scoped<PointSource
     return Utils::handleFilterOptions(cmdLine, source);
 }
 
-// As the programs read text: what is refused is refused with its place.
+// Reads text as the programs do. An error must name its line.
 std::uint64_t readStrictly(const std::string& format, const Scoped<ByteStore>& store)
 {
     try {

@@ -1,5 +1,5 @@
-// The index of a tile set: read as it is, written again, and queried through the mosaic that shows it. Its
-// tiles are small clouds in memory, since their paths could name anything.
+// The index of a tile set: read, written again, and queried through a mosaic. Its tiles are small clouds in
+// memory, since their paths could name any file.
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
 #include "support/ByteStore.h"
@@ -8,7 +8,7 @@
 #include "support/MemoryPointSource.h"
 #include "support/ReadSource.h"
 #include "support/TemporaryDirectory.h"
-#include "utils/TileSetFile.h"
+#include "utils/sets/TileSetFile.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/MosaicFilter.h>
 #include <vxunpack/PersistentPointSourceManager.h>
@@ -22,17 +22,17 @@ using Testing::MemoryPointSource;
 class TileOpener final : public PersistentPointSourceManager::FileOpener
 {
 public:
-    // Every path is a tile of three points, but for those that cannot be opened.
-    PointSource* openPointSource(const QMFileSpec& file) const override
+    // Every path is a tile of three points, except for those that cannot be opened.
+    PointSource* openPointSource(const char* path) const override
     {
-        if (file.c_str()[0] != '\0' && file.c_str()[std::strlen(file.c_str()) - 1] == '!')
+        if (path[0] != '\0' && path[std::strlen(path) - 1] == '!')
             QM_THROW(ErrorCode::General, "no such tile");
         return MemoryPointSource::make(Testing::layoutXYZ(), {{0, 50, 100}, {0, 50, 100}, {0, 5, 10}})
             .detach();
     }
 };
 
-// What was read is written and read as the same again.
+// An index that was read is written, and must then be read as the same index.
 void compareCopy(const TileSet& set)
 {
     const Scoped<Testing::ByteStore> copy(Testing::ByteStore::create());
@@ -65,7 +65,7 @@ std::uint64_t run(Input input)
     Testing::writeFile(path, store->bytes());
     const Scoped<TileOpener> opener(new TileOpener);
     const Scoped<PersistentPointSourceManager> tiles(PersistentPointSourceManager::create());
-    tiles->init(QMFileSpec(path.c_str()), opener.get());
+    tiles->init(path.c_str(), opener.get());
     const Scoped<MosaicFilter> mosaic(MosaicFilter::create());
     mosaic->init(tiles->getPointCloudInfo(), tiles->getRTree(), tiles.get());
     const PointInfo layout = mosaic->getPointInfo();
@@ -75,7 +75,7 @@ std::uint64_t run(Input input)
             try {
                 points += readPoints(*mosaic, bounds, fraction, layout);
             } catch (const Error&) {
-                // other queries meet other tiles
+                // other queries read other tiles
             }
         }
     }

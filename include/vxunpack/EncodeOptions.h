@@ -1,7 +1,7 @@
 // What a user may choose of a file being written; whatever is not given is chosen from the data.
 #pragma once
 
-#include "encode/PlanChooser.h"
+#include "encode/planning/PlanChooser.h"
 #include <vxunpack/Export.h>
 
 #include <cstdint>

@@ -1,15 +1,14 @@
-// Turns the names that a user gives into point sources: SimpleFileOpener classifies a name by its ending and
-// opens the matching reader; FilePointSourceManager is the ordered set of input files, opened on first use.
+// Turns file names into point sources: SimpleFileOpener classifies a name by its ending and opens the
+// matching reader; FilePointSourceManager is an ordered set of input files, opened on first use.
 #pragma once
 
 #include <vxunpack/PersistentPointSourceManager.h>
 #include <vxunpack/TXTPointReader.h>
 
-#include <mutex>
+#include <functional>
+#include <memory>
 #include <optional>
-#include <set>
 #include <string>
-#include <vector>
 
 namespace Quillmoran {
 
@@ -26,65 +25,67 @@ enum PointSourceType : int
     POINT_SOURCE_BPF = 8
 };
 
-class SimpleFileOpener final : public PersistentPointSourceManager::FileOpener
+// How files are opened.
+struct OpenOptions
+{
+    // Text files are refused without these. If the layout is empty, each file must name its columns in a header
+    // line.
+    std::optional<TextOptions> text;
+    // Whether LAS files with waveforms are opened, without their waveform packets, or refused.
+    bool opensWaveforms = false;
+    // If set, called with a message for each file whose waveform packets are dropped, in any thread.
+    std::function<void(const std::string&)> warn;
+};
+
+// Thread-safe once it is configured.
+class QM_API SimpleFileOpener final : public PersistentPointSourceManager::FileOpener
 {
 public:
     static SimpleFileOpener* create();
 
-    // By the name alone, in any case of letters; what ends in nothing known is text.
+    // By the name alone, ignoring case; a name without a known ending is text.
     static PointSourceType getPointSourceType(const char* name);
-    static PointSourceType getPointSourceType(const QMFileSpec& file);
     static const char* getPointSourceTypeName(PointSourceType type);
 
-    // How text files are read. Without columns each file must name its own in a header line.
-    void setTextOptions(const TextOptions& options) { m_textOptions = options; }
-    void setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines);
-    bool hasTextOptions() const noexcept { return m_textOptions.has_value(); }
-
-    // Whether LAS files with waveforms are opened for the rest of what they hold. They are refused at first.
-    bool willOpenFullWaveformFiles() const noexcept { return m_openFullWaveform; }
-    void setOpenFullWaveformFiles(bool open) noexcept { m_openFullWaveform = open; }
-    // Opens them, too, and warns once per file that its waveform packets are dropped.
-    void dropWaveforms() noexcept { m_openFullWaveform = m_warnsOfWaveforms = true; }
+    OpenOptions& options() noexcept { return m_options; }
+    void setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines)
+    {
+        m_options.text = TextOptions{layout, skipLines, scanNow};
+    }
+    bool willOpenFullWaveformFiles() const noexcept { return m_options.opensWaveforms; }
+    void setOpenFullWaveformFiles(bool open) noexcept { m_options.opensWaveforms = open; }
 
     // A new count of a source. Errors -1: "TXT file requires a format parse string '-parse': '%s'",
     // "unsupported input file format '%s'"; those of the reader.
-    PointSource* openPointSource(const QMFileSpec& file) const override;
+    PointSource* openPointSource(const char* path) const override;
 
 private:
-    PointSource* openText(const char* path) const;
-
     SimpleFileOpener() = default;
-    PointSource* openLAS(const QMFileSpec& file) const;
 
-    std::optional<TextOptions> m_textOptions;
-    bool m_openFullWaveform = false;
-    bool m_warnsOfWaveforms = false;
-    mutable std::mutex m_mutex;
-    mutable std::set<std::string> m_warned; // files, by name
+    OpenOptions m_options;
 };
 
-class FilePointSourceManager final : public PointSourceManager
+class QM_API FilePointSourceManager final : public PointSourceManager
 {
 public:
     static FilePointSourceManager* create();
 
     // Errors -1: "unsupported input file format '%s'", "TXT file requires a format parse string '-parse':
-    // '%s'" unless setTextOptions() was called before.
+    // '%s'" unless the opener has text options.
     void addFile(const char* name);
-    // One name per line, each added as a file; a relative one is taken from the list's own directory. There
-    // are no comments and no empty lines.
+    // One name per line, each added as a file. Relative names are relative to the directory of the list.
+    // Comments and empty lines are not supported.
     void addListFile(const char* name);
-    void setTextOptions(const TextOptions& options) { m_opener->setTextOptions(options); }
-    void setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines);
 
-    // As those of the opener of the files.
-    void setOpenFullWaveformFiles(bool open) noexcept { m_opener->setOpenFullWaveformFiles(open); }
-    void dropWaveforms() noexcept { m_opener->dropWaveforms(); }
-    // Indexes that were made without a GPS week are read with this one (see MergeRules.h).
-    void setGPSWeek(const std::optional<int>& week) noexcept { m_gpsWeek = week; }
-    // From now on errors of files that are added, opened or read name the file; sources are NamedSources.
-    void setNamesErrors() noexcept { m_namesErrors = true; }
+    SimpleFileOpener& getOpener() noexcept;
+    void setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines)
+    {
+        getOpener().setTextOptions(scanNow, layout, skipLines);
+    }
+    // The week for indexes that were made without one (see MergeRules.h).
+    void setGPSWeek(const std::optional<int>& week) noexcept;
+    // From now on, errors of files that are added, opened or read name the file; sources are NamedSources.
+    void setNamesErrors() noexcept;
 
     // Null for an index past the end.
     const char* getFilename(std::size_t index) const noexcept;
@@ -93,23 +94,12 @@ public:
     PointSource* createPointSource(std::size_t index) override;
 
 private:
-    struct FileInfo
-    {
-        QMFileSpec file;
-        Scoped<PointSource> source; // from first use on
-    };
+    struct Imp;
 
     FilePointSourceManager();
+    ~FilePointSourceManager() override;
 
-    void add(const char* name);
-    PointSource* openSource(const QMFileSpec& file) const;
-
-    std::vector<FileInfo> m_files;
-    std::optional<int> m_gpsWeek;
-    Scoped<SimpleFileOpener> m_opener;
-    bool m_namesErrors = false;
-    int m_listDepth = 0;                // of the list files being read
-    std::int64_t m_nestedListBytes = 0; // of all lists that were named by lists
+    const std::unique_ptr<Imp> m_imp;
 };
 
 } // namespace Quillmoran

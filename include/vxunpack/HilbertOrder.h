@@ -1,57 +1,53 @@
-// Shows a source's points in the order of a Hilbert curve over X and Y (HilbertCurve.h), so that points that
-// follow one another are near each other. Points of one cell of the curve keep the source's order. Box and
-// share are the source's matter: the filter sorts what the source gives for a query.
+// Delivers a source's points in the order of a Hilbert curve over X and Y, so that points close to each other
+// on the ground are close to each other in the sequence. Points in the same cell of the curve keep the
+// source's order. The source applies the query's box and fraction; the filter sorts the result.
 //
-// Points are sorted in bounded memory, with a temporary file for many of them (RowSorter.h). What was sorted
-// is kept until another query comes: asking for the same query again does not read the source again.
+// Sorting uses bounded memory and, for many points, a temporary file. The sorted points are kept until
+// another query is made, so that repeating a query does not read the source again.
 #pragma once
 
-#include "filters/RowSorter.h"
-#include "platform/Mutex.h"
 #include <vxunpack/PointSource.h>
+
+#include <cstddef>
+#include <memory>
 
 namespace Quillmoran {
 
 class QM_API HilbertOrder final : public PointFilter
 {
 public:
+    // The memory of a sort, in bytes.
+    struct Limits
+    {
+        std::size_t run = 32 << 20;    // points and keys that are sorted at a time
+        std::size_t merge = 16 << 20;  // all buffers of a merge
+        std::size_t buffer = 16 << 10; // one buffer of a merge, at least; limits the number of merged runs
+    };
+
     static HilbertOrder* create();
 
+    // Retains the source.
     void init(PointSource* source);
-    // For the sorts to come. The order does not depend on it.
-    void setLimits(const RowSorter::Limits& limits) { m_limits = limits; }
+    // Applies to later queries; the order of the points does not depend on it.
+    void setLimits(const Limits& limits);
 
-    // Reading the source, and each point once for the sorted ones.
+    // The source's work, and the number of sorted points.
     double getTotalWork(const Bounds& bounds, double fraction) const override;
-    // Reads the source to its end and sorts, unless the last query was the same; its errors, those of the
-    // temporary file, Cancelled "operation cancelled." and -1 "unsupported datatype" come here already. One sort
-    // is done at a time, others wait. Iterators go on when another query follows.
+    // Reads the whole source and sorts, unless the query is that of the last call. Throws the source's
+    // errors, those of the temporary file, Cancelled "operation cancelled.", General "unsupported datatype",
+    // and InvalidArgument before init(). May be called from any thread; one sort runs at a time. Iterators
+    // stay valid when another query follows.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 
 private:
     class Iterator;
+    struct Impl;
 
-    struct Query
-    {
-        Bounds bounds;
-        double fraction = 0;
-        PointInfo layout;
+    HilbertOrder();
+    ~HilbertOrder() override;
 
-        bool operator==(const Query& other) const noexcept
-        {
-            return bounds == other.bounds && fraction == other.fraction && layout == other.layout;
-        }
-    };
-
-    HilbertOrder() = default;
-
-    Scoped<const SortedRows> sort(const Query& query, ProgressDelegate* delegate) const;
-
-    RowSorter::Limits m_limits;
-    mutable Mutex m_mutex; // guards the last query
-    mutable Query m_query;
-    mutable Scoped<const SortedRows> m_sorted; // of the last query, null without one
+    std::unique_ptr<Impl> m_impl;
 };
 
 } // namespace Quillmoran

@@ -1,16 +1,15 @@
-// Shows the sources of a manager as one: a list of files, or the tiles of an index. A query visits the
-// sources whose boxes it meets, one after the other in the order of an R-tree; the others are never opened,
-// and only the one being read is held. Sources may differ in their channels: see PointCloudUnion.h for what
-// the mosaic shows of them and MergeRules.h for how they are read.
+// Shows the sources of a manager, a list of files or the tiles of an index, as one point cloud. A query reads
+// the sources whose boxes it intersects, one after the other; the others are not opened. Sources may differ
+// in their channels: docs/merging.md describes what the mosaic makes of them.
 //
-// A manager with an overview, a file that holds a share of all points, answers from it the queries of that
-// share or less.
+// A manager with an overview, a file that holds a fraction of all points, answers queries of up to that
+// fraction from the overview.
 #pragma once
 
-#include "filters/PointCloudUnion.h"
-#include "index/RTree.h"
 #include <vxunpack/PointSource.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,21 +17,27 @@
 
 namespace Quillmoran {
 
-namespace MergeRules {
-class Target;
-}
+class RTree;
+
+// A coordinate system and a file that has it.
+struct NamedCoordinateSystem
+{
+    std::string wkt; // empty: the file has points and no coordinate system
+    std::string file;
+};
 
 class QM_API MosaicFilter final : public PointFilter
 {
 public:
     static MosaicFilter* create();
 
-    // Asks every source for its description. With a GPS week, week time is converted to adjusted standard
-    // time; without one, sources with different clocks are InvalidArgument (see PointCloudUnion::add). A mosaic whose
-    // init() throws is unchanged.
+    // Retains the manager and opens every source for its description. `gpsWeek` is the GPS week (0 began on
+    // 1980-01-06) that week times count from; with it, they are converted to adjusted standard time. Without
+    // it, sources with different clocks throw InvalidArgument. The mosaic is unchanged when init() throws.
     void init(PointSourceManager* manager, const std::optional<int>& gpsWeek = std::nullopt);
-    // The description and the boxes are known, and no source is opened: those of a tile-set index, whose
-    // values are the manager's indices. The GPS week is the one with which the description was made.
+    // For a tile-set index: the description and the boxes are given, and no source is opened. The values of
+    // the tree are the manager's indices; the tree is retained. `gpsWeek` is the one that the description was
+    // made with.
     void init(const PointCloudInfo* info, const RTree* tree, PointSourceManager* manager,
               const std::optional<int>& gpsWeek = std::nullopt);
     void setClassIdNames(const char* const* names, std::size_t count)
@@ -41,45 +46,47 @@ public:
     }
 
     const char* getFileFormatString() const { return "Mosaic 1.0"; }
-    // What the sources did not agree on; empty for a tile-set index. See PointCloudUnion.
+    // What the sources did not agree on; empty for a tile-set index.
     const std::vector<std::string>& getWarnings() const noexcept { return m_warnings; }
+    // Each different text once, in order of first appearance, with the first file that has it. Texts may
+    // differ and mean the same. Empty for a tile-set index.
     const std::vector<NamedCoordinateSystem>& getCoordinateSystems() const noexcept
     {
         return m_coordinateSystems;
     }
 
+    // The description is empty before init().
     const PointInfo& getPointInfo() const override { return m_info->getPointInfo(); }
     std::int64_t getNumPoints() const override { return m_info->getNumPoints(); }
     const char* getWKT() const override { return m_info->getWKT(); }
-    // The records that all sources share, apart from counts and boxes. None for a tile-set index, which does
-    // not hold any: asking all its tiles would open them all.
-    void loadMetadata(Metadata& into, bool sanitize) const override;
     const Bounds& getBounds() const override { return m_info->getBounds(); }
     const double* getScale() const override { return m_info->getScale(); }
     const double* getOffset() const override { return m_info->getOffset(); }
     std::size_t getNumClassIdNames() const override { return m_info->getNumClassIdNames(); }
     const char* const* getClassIdNames() const override { return m_info->getClassIdNames(); }
-    // Opens the sources whose boxes meet the query, one at a time.
+    // The records that all sources share, without point counts and boxes; opens every source. None for a
+    // tile-set index.
+    void loadMetadata(Metadata& into, bool sanitize) const override;
+    // Opens the sources whose boxes intersect the query, one at a time. InvalidArgument before init().
     double getTotalWork(const Bounds& bounds, double fraction) const override;
-    // A channel that no source has is NoSuchChannel "requesting channel not in the source".
+    // A channel that no source has is NoSuchChannel "requesting channel not in the source". InvalidArgument
+    // before init(). May be called from any thread if the manager's functions may.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 
 private:
     class Iterator;
+    struct Impl;
 
     MosaicFilter();
 
-    bool readsTiles(double fraction) const { return fraction > m_overviewThreshold; }
+    const Impl& sources() const;
 
     Scoped<PointCloudInfo> m_info;
-    Scoped<const RTree> m_tree; // the sources' boxes
-    Scoped<PointSourceManager> m_manager;
-    double m_overviewThreshold = 0; // fractions up to this one are read from the overview
     bool m_sharesMetadata = false;
-    std::shared_ptr<const MergeRules::Target> m_target; // shared with iterators
     std::vector<std::string> m_warnings;
     std::vector<NamedCoordinateSystem> m_coordinateSystems;
+    std::shared_ptr<const Impl> m_impl; // null before init(), shared with iterators
 };
 
 } // namespace Quillmoran

@@ -1,25 +1,48 @@
-// The tiles of an index file as the sources of a manager, opened one by one when they are asked for and not
-// kept. A file set shows an index through a MosaicFilter, whose queries find their tiles in the index's tree.
+// The tiles of an index file as the sources of a manager. Each call opens a tile anew; the manager keeps none
+// open. FilePointSourceManager joins the tiles of an index with a MosaicFilter, which looks up the tiles of a
+// query in the index's R-tree.
 //
-// A tile that was changed since it was indexed is still read; whether a point of it is found then depends on
-// the bounds that the index has. The index file is opened for as long as its tree is being walked.
+// A tile that changed after it was indexed is still read, but queries select it by the bounds in the index.
+// The index file stays open for as long as its R-tree is in use.
 #pragma once
 
-#include "index/RTree.h"
-#include "utils/TileSet.h"
+#include <vxunpack/Bounds.h>
 #include <vxunpack/PointSource.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
 
 namespace Quillmoran {
 
-class PersistentPointSourceManager final : public PointSourceManager
+class RTree;
+struct TileSet;
+
+// One file of a set.
+struct TileInfo
+{
+    std::string path;
+    std::int64_t timestamp = 0; // the file's modification time, seconds since 1970
+    Bounds bounds;
+    std::int64_t numPoints = 0;
+
+    bool operator==(const TileInfo& other) const
+    {
+        return path == other.path && timestamp == other.timestamp && bounds == other.bounds &&
+               numPoints == other.numPoints;
+    }
+};
+
+class QM_API PersistentPointSourceManager final : public PointSourceManager
 {
 public:
-    // Makes the source of a file.
-    class FileOpener : public Object
+    // Opens the source of a file.
+    class QM_API FileOpener : public Object
     {
     public:
         // A new count of a source.
-        virtual PointSource* openPointSource(const QMFileSpec& file) const = 0;
+        virtual PointSource* openPointSource(const char* path) const = 0;
 
     protected:
         FileOpener() = default;
@@ -27,18 +50,16 @@ public:
 
     static PersistentPointSourceManager* create();
 
-    // A relative path is meant from the index's own directory, so that tiles and index can be moved together.
-    // The overview is where the index says, or else the "overview.vxl" beside the index. Errors are those of
-    // TileSetFile.h; after one the manager is unchanged.
-    void init(const QMFileSpec& index, FileOpener* opener);
-    // A set in memory with absolute paths; the values of the tree are indices of its tiles.
-    void init(TileSet set, const RTree* tree, FileOpener* opener);
+    // Relative paths are relative to the directory of the index, so tiles and index can be moved together. If
+    // the overview is not where the index says, "overview.vxl" in the directory of the index is taken. Errors
+    // are those of TileSetFile.h; they leave the manager unchanged.
+    void init(const char* index, FileOpener* opener);
 
-    const char* getSRS() const noexcept { return m_set.srs.c_str(); }
-    const PointCloudInfo* getPointCloudInfo() const noexcept { return m_set.info.get(); }
-    const RTree* getRTree() const noexcept { return m_tree.get(); }
-    // The week with which tiles with week time are read as adjusted standard time, if any.
-    const std::optional<int>& getGPSWeek() const noexcept { return m_set.gpsWeek; }
+    const char* getSRS() const noexcept;
+    const PointCloudInfo* getPointCloudInfo() const noexcept;
+    const RTree* getRTree() const noexcept;
+    // The week that converts the week times of tiles to adjusted standard time, if any.
+    const std::optional<int>& getGPSWeek() const noexcept;
     // -1 "bad tile index" past the end.
     const TileInfo& getTileInfo(std::size_t index) const;
     // Null without an overview.
@@ -46,26 +67,21 @@ public:
 
     // -1 "bad tile index"; the opener's own errors, with the path of the tile.
     PointSource* createPointSource(std::size_t index) override;
-    std::string getSourceName(std::size_t index) const override { return getTileInfo(index).path.c_str(); }
-    double getOverviewFraction() const override { return m_set.overview ? m_set.overview->fraction : 0; }
+    std::string getSourceName(std::size_t index) const override { return getTileInfo(index).path; }
+    double getOverviewFraction() const override;
     PointSource* createOverviewPointSource() override;
 
-    // What the index holds, with the paths as they are opened.
-    const TileSet& getTileSet() const noexcept { return m_set; }
-
 private:
+    friend class PersistentPointSourceWriter;
+    struct Imp;
+
     PersistentPointSourceManager();
+    ~PersistentPointSourceManager() override;
 
-    TileSet m_set;
-    Scoped<const RTree> m_tree;
-    Scoped<FileOpener> m_opener;
+    // A set in memory with absolute paths; the values of the tree are indices of its tiles.
+    void init(TileSet set, const RTree* tree, FileOpener* opener);
+
+    const std::unique_ptr<Imp> m_imp;
 };
-
-// Opens a tile; errors of the opener and of the source name the file.
-Scoped<PointSource> openTile(const PersistentPointSourceManager::FileOpener& opener, const QMFileSpec& file);
-
-// The mosaic of all tiles, which keeps the manager.
-Scoped<PointSource> openMosaic(PersistentPointSourceManager& tiles,
-                               const std::optional<int>& gpsWeek = std::nullopt);
 
 } // namespace Quillmoran

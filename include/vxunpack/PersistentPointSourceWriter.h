@@ -1,18 +1,21 @@
-// Builds an index file: a set of tiles, each of which is opened once for its description. A set can start
-// from an index that exists, and follow changes of the files.
+// Builds an index file: a set of tiles, each opened once for its description. A set can start from an
+// existing index and follow changes of the files.
 //
-// Tiles keep the order in which they came. One file is one tile however it is named: paths are compared when
-// they are absolute and the links of their directories resolved.
+// Tiles keep the order in which they were added. A file is one tile, whatever path names it: paths are made
+// absolute and the links of their directories resolved before they are compared.
 #pragma once
 
-#include "filters/PointCloudUnion.h"
 #include <vxunpack/PersistentPointSourceManager.h>
 
-#include <map>
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace Quillmoran {
 
-class PersistentPointSourceWriter final : public Object
+struct NamedCoordinateSystem;
+
+class QM_API PersistentPointSourceWriter final : public Object
 {
 public:
     using FileOpener = PersistentPointSourceManager::FileOpener;
@@ -26,75 +29,57 @@ public:
 
     static PersistentPointSourceWriter* create();
 
+    // An empty set, or that of an index.
     void init(FileOpener* opener);
-    void init(const QMFileSpec& index, FileOpener* opener);
+    void init(const char* index, FileOpener* opener);
 
-    std::size_t getNumTiles() const noexcept { return m_tiles.size(); }
+    std::size_t getNumTiles() const noexcept;
     std::int64_t getNumPoints() const;
-    std::vector<QMFileSpec> getFiles() const;
-    // What the tiles did not agree on: see PointCloudUnion.
-    std::vector<std::string> getWarnings() const { return m_union.getWarnings(); }
-    const std::vector<NamedCoordinateSystem>& getCoordinateSystems() const noexcept
-    {
-        return m_union.getCoordinateSystems();
-    }
-
+    std::vector<std::string> getFiles() const; // absolute paths
+    // Differences between the tiles: see PointCloudUnion.
+    std::vector<std::string> getWarnings() const;
+    const std::vector<NamedCoordinateSystem>& getCoordinateSystems() const noexcept;
     // The opened files whose coordinate systems are not understood.
-    const std::vector<std::string>& getUnknownCoordinateSystems() const noexcept
-    {
-        return m_unknownCoordinateSystems;
-    }
+    const std::vector<std::string>& getUnknownCoordinateSystems() const noexcept;
 
-    // Opens the file and inserts it; the errors are the opener's, those of describeTile() and of
-    // PointCloudUnion::add(). A file that is a tile already is described anew, and so is the overview, which
-    // does not become a tile.
-    void add(const QMFileSpec& file);
-    // Adds a tile, or replaces the one of the same path, without opening it: its channels are those of the
-    // set.
+    // Opens the file and inserts it; errors are those of the opener, of describeTile() and of
+    // PointCloudUnion::add(). A file that is already a tile, or the overview, is described anew in its place.
+    void add(const char* file);
+    // Adds a tile, or replaces the one of the same path, without opening it. Its channels must be among those
+    // of the set.
     void insert(const TileInfo& tile);
-    // Follows a change of a file: a new one is added, one of another time described anew, one that is gone
-    // removed. The channels of removed tiles stay channels of the set. The overview is followed, too.
-    Change update(const QMFileSpec& file);
-    // False when there is no such tile.
-    bool remove(const QMFileSpec& file);
+    // Follows a change of a file: adds a new one, describes it anew if its time changed, removes it if it no
+    // longer exists. Channels of removed tiles remain channels of the set. Also applies to the overview.
+    Change update(const char* file);
+    // False if there is no such tile.
+    bool remove(const char* file);
     void clear();
 
-    // Week time of the tiles is converted to adjusted standard time, so that tiles with either clock can be
+    // Converts week times of the tiles to adjusted standard time, so that tiles with either clock can be
     // added. -1 if the index was made with another week.
     void setGPSWeek(int week);
-    void setSRS(const char* srs) { m_srs = srs ? srs : ""; }
-    // A file that holds that share of all points, above 0 and at most 1: -1 "bad overview fraction". A tile
-    // of that path is one no more.
-    void setOverview(const QMFileSpec& file, double fraction);
-    const std::optional<Overview>& getOverview() const noexcept { return m_overview; }
+    void setSRS(const char* srs);
+    // A file with that fraction of all points, above 0 and at most 1: -1 "bad overview fraction". Removes the
+    // tile with that path, if any.
+    void setOverview(const char* file, double fraction);
+    // Null without an overview.
+    const TileInfo* getOverviewInfo() const noexcept;
     void removeOverview(bool deleteFile);
 
     // The mosaic of the tiles, as readers of the index will see it, without writing the index.
     Scoped<PointSource> createPointSource() const;
 
-    // Paths of files below the index's directory are stored relative to it, others absolute. What was there
-    // under this name stays until the new index is complete.
-    void write(const QMFileSpec& index) const;
+    // Stores relative paths of files below the directory of the index and absolute paths of others. A file of
+    // this name is replaced only when the new index is complete.
+    void write(const char* index) const;
 
 private:
-    PersistentPointSourceWriter() = default;
+    struct Imp;
 
-    TileInfo describe(const QMFileSpec& file, PointCloudInfo& cloud);
-    bool isUnchanged(const TileInfo& tile) const;
-    Change updateOverview();
-    TileSet getTileSet() const; // with absolute paths
+    PersistentPointSourceWriter();
+    ~PersistentPointSourceWriter() override;
 
-    Scoped<FileOpener> m_opener;
-    std::string m_srs;
-    std::optional<int> m_gpsWeek;
-    std::string m_indexName;                             // of the index that this set started from
-    std::vector<std::string> m_unknownCoordinateSystems; // names of files
-    PointCloudUnion m_union;                             // counts and bounds are those of the tiles
-    std::map<std::uint64_t, TileInfo> m_tiles;           // by the order in which they came
-    std::map<QMFileSpec, std::uint64_t> m_order;         // of each path
-    std::uint64_t m_nextOrder = 0;
-    std::optional<Overview> m_overview;
-    std::optional<std::int64_t> m_indexTime; // of the index that this set started from
+    const std::unique_ptr<Imp> m_imp;
 };
 
 } // namespace Quillmoran

@@ -1,6 +1,5 @@
-// Rounds the coordinates of its source to a grid: the nearest multiples of a step on each axis, counted from
-// the source's own offset, or from 0. Whoever wants a smaller file and can do with coarser coordinates puts
-// it in front of a writer.
+// Rounds the coordinates of its source to a grid: on each axis to the nearest multiple of a step, counted
+// from the source's offset, or from 0. Coarser coordinates make smaller files.
 #pragma once
 
 #include <vxunpack/PointSource.h>
@@ -14,15 +13,18 @@ class QM_API QuantizeFilter final : public PointFilter
 public:
     static QuantizeFilter* create();
 
-    // Three steps; InvalidArgument "a step must be above 0: %g" when one is not, or is not finite.
+    // Retains the source. `steps` are those of X, Y and Z in the source's units; InvalidArgument "a step must
+    // be above 0: %g" when one is not, or is not finite.
     void init(PointSource* source, const double* steps);
 
     const PointInfo& getPointInfo() const override { return m_info; }
+    // Asks the source at the first call, which makes some sources read all points. Not safe to call from
+    // several threads at a time.
     const Bounds& getBounds() const override;
     const double* getScale() const override { return m_scale; }
     const double* getOffset() const override { return m_offset; }
-    // The box meets rounded coordinates: a point that rounds into it is kept when the layout's steps are this
-    // filter's, as those of getPointInfo() are.
+    // The box applies to rounded coordinates if the layout has this filter's steps as quantization, as
+    // getPointInfo() does. InvalidArgument before init().
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 
@@ -32,7 +34,7 @@ private:
     QuantizeFilter() = default;
 
     PointInfo m_info;
-    mutable std::optional<Bounds> m_bounds; // once they are asked for, which can cost a source a pass
+    mutable std::optional<Bounds> m_bounds; // set at the first request
     double m_scale[3] = {0, 0, 0};
     double m_offset[3] = {0, 0, 0};
 };

@@ -3,7 +3,7 @@
 // their own.
 #pragma once
 
-#include "decode/WaveletDecoderInfo.h"
+#include "decode/container/WaveletDecoderInfo.h"
 #include <vxunpack/PointSource.h>
 
 namespace Quillmoran {
@@ -31,7 +31,7 @@ public:
 private:
     VX7PointReader() = default;
 
-    void readChunks(WaveletChunkReader& chunks);
+    void readChunks(ChunkReader& chunks);
     void setDescription();
 
     Scoped<WaveletDecoderInfo> m_info;

@@ -8,7 +8,7 @@
 // is made, unless the points of an entry are given.
 #pragma once
 
-#include "encode/SourceSurvey.h"
+#include "encode/planning/SourceSurvey.h"
 #include <vxunpack/EncodeOptions.h>
 #include <vxunpack/Export.h>
 #include <vxunpack/PointWriter.h>

@@ -8,7 +8,7 @@
 #include "support/Random.h"
 #include "support/SetOfSources.h"
 #include "support/TileFiles.h"
-#include "utils/TileSetFile.h"
+#include "utils/sets/TileSetFile.h"
 #include <vxunpack/FileIO.h>
 #include <vxunpack/MosaicFilter.h>
 #include <vxunpack/TXTPointReader.h>
@@ -56,7 +56,7 @@ protected:
     Scoped<PersistentPointSourceWriter> openWriter()
     {
         Scoped<PersistentPointSourceWriter> writer(PersistentPointSourceWriter::create());
-        writer->init(QMFileSpec(index.c_str()), opener.get());
+        writer->init(index.c_str(), opener.get());
         return writer;
     }
     Scoped<PersistentPointSourceManager> openIndex(const std::string& path)
@@ -75,8 +75,8 @@ protected:
     static Names namesOf(const PersistentPointSourceWriter& writer)
     {
         Names names;
-        for (const QMFileSpec& file : writer.getFiles())
-            names.push_back(file.basename());
+        for (const std::string& file : writer.getFiles())
+            names.push_back(std::filesystem::path(file).filename());
         return names;
     }
 
@@ -128,8 +128,8 @@ TEST_F(TileIndex, KeepsWhatItDescribes)
     const auto read = openIndex(index);
     EXPECT_STREQ(read->getSRS(), "EPSG:25832");
     ASSERT_EQ(read->getNumSources(), 3u);
-    EXPECT_EQ(read->getTileInfo(0).path, QMFileSpec((directory / "b.vxl").c_str()));
-    EXPECT_EQ(read->getTileInfo(2).path, QMFileSpec((directory / "sub/a.vxl").c_str()));
+    EXPECT_EQ(read->getTileInfo(0).path, directory / "b.vxl");
+    EXPECT_EQ(read->getTileInfo(2).path, directory / "sub/a.vxl");
     EXPECT_EQ(read->getTileInfo(2).numPoints, 30);
     EXPECT_EQ(read->getTileInfo(2).bounds.y.min, 40);
     EXPECT_EQ(read->getTileInfo(1).bounds, Bounds());
@@ -168,7 +168,7 @@ TEST_F(TileIndex, CanBeMovedWithTheTilesBelowIt)
     std::filesystem::rename(directory / "here", directory / "there");
 
     const auto read = openIndex(directory / "there/t.index");
-    EXPECT_EQ(read->getTileInfo(0).path, QMFileSpec((directory / "there/a.vxl").c_str()));
+    EXPECT_EQ(read->getTileInfo(0).path, directory / "there/a.vxl");
     for (std::size_t i = 0; i < 2; ++i)
         EXPECT_EQ(Scoped<PointSource>(read->createPointSource(i))->getNumPoints(), 20);
     EXPECT_EQ(Scoped<PointSource>(read->createOverviewPointSource())->getNumPoints(), 4);
@@ -183,7 +183,7 @@ TEST_F(TileIndex, LooksForALostOverviewBesideItself)
     writer->setOverview((elsewhere / "small.vxl").c_str(), 0.5);
     writer->write(index.c_str());
     std::filesystem::remove(elsewhere / "small.vxl");
-    EXPECT_EQ(openIndex(index)->getOverviewInfo()->path, QMFileSpec((elsewhere / "small.vxl").c_str()));
+    EXPECT_EQ(openIndex(index)->getOverviewInfo()->path, elsewhere / "small.vxl");
     tile("overview.vxl", 0, 0, 4);
     EXPECT_EQ(Scoped<PointSource>(openIndex(index)->createOverviewPointSource())->getNumPoints(), 4);
 }

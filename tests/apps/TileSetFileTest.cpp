@@ -1,4 +1,4 @@
-#include "utils/TileSetFile.h"
+#include "utils/sets/TileSetFile.h"
 
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
@@ -294,9 +294,9 @@ TEST(TileSetFile, RefusesWhatTheFileCannotHold)
     };
     TileSet set;
     set.tiles.resize(1);
-    set.tiles[0].path = QMFileSpec(std::string(65535, 'a').c_str());
+    set.tiles[0].path = std::string(65535, 'a');
     EXPECT_EQ(writing(set), "no error");
-    set.tiles[0].path = QMFileSpec(std::string(65536, 'a').c_str());
+    set.tiles[0].path = std::string(65536, 'a');
     EXPECT_EQ(writing(set), "-1 failed writing: path: string is too long");
     const auto full = ByteStore::make();
     full->setCapacity(100);

@@ -1,10 +1,10 @@
-#include "utils/Utils.h"
+#include "utils/program/Utils.h"
 
 #include "cli/QMCmdLine.h"
 #include "support/Errors.h"
 #include "support/SetOfSources.h"
 #include "support/TileFiles.h"
-#include "utils/Summary.h"
+#include "utils/program/Summary.h"
 #include <vxunpack/PersistentPointSourceWriter.h>
 
 #include <gtest/gtest.h>
@@ -92,7 +92,7 @@ TEST_F(AddFiles, FillsAnIndex)
     writer->init(opener.get());
     Utils::addFiles(*writer, directory.path().c_str(), 1);
     EXPECT_EQ(writer->getNumTiles(), 2u);
-    EXPECT_EQ(writer->getFiles()[0].basename(), "b.vxl");
+    EXPECT_EQ(writer->getFiles()[0], directory / "b.vxl");
 }
 
 // Takes a directory away when a file is opened.
@@ -101,10 +101,10 @@ class Remover final : public PersistentPointSourceManager::FileOpener
 public:
     explicit Remover(std::string victim) : m_victim(std::move(victim)) {}
 
-    PointSource* openPointSource(const QMFileSpec& file) const override
+    PointSource* openPointSource(const char* path) const override
     {
         std::filesystem::remove(m_victim);
-        return Scoped<SimpleFileOpener>(SimpleFileOpener::create())->openPointSource(file);
+        return Scoped<SimpleFileOpener>(SimpleFileOpener::create())->openPointSource(path);
     }
 
 private:

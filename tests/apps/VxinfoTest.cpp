@@ -1,5 +1,5 @@
 // The program as its users, and programs that read its JSON, run it.
-#include "common/ChunkHeader.h"
+#include "common/container/ChunkHeader.h"
 #include "platform/ByteOrder.h"
 #include "support/ExampleSurvey.h"
 #include "support/Program.h"
@@ -126,7 +126,7 @@ TEST_F(Vxinfo, AddsUpTheBytesOfTheBands)
         for (const bool swapped : {false, true}) {
             FilePlan plan = cloud.toFile();
             plan.bandVersion = bandVersion;
-            plan.swapStretches = swapped;
+            plan.swapRanges = swapped;
             const Bytes bytes = buildFile(plan);
             std::map<std::size_t, std::int64_t> first, second; // per channel
             std::map<std::size_t, std::int64_t> levels;

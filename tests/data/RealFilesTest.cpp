@@ -1,5 +1,5 @@
-// Real files, where they are: data/las, data/laz and data/broken, and in vectors/files compressed clouds that
-// were made from two of them.
+// Real files, if present: data/las, data/laz and data/broken, and in vectors/files compressed clouds made from
+// two of them.
 #include "support/Errors.h"
 #include "support/LASClouds.h"
 #include "support/TemporaryDirectory.h"
@@ -124,7 +124,7 @@ TEST(RealFiles, LAZFilesAreReadCompletely)
     }
 }
 
-// From LAS to LAS, plain and compressed, everything stays but what a writer must state anew.
+// From LAS to LAS, plain and compressed: all is kept, except for fields that a writer must set itself.
 TEST(RealFiles, LASFilesSurviveBeingWrittenAgain)
 {
     const Testing::TemporaryDirectory directory;
@@ -151,7 +151,7 @@ TEST(RealFiles, LASFilesSurviveBeingWrittenAgain)
             for (const auto& record : written.records)
                 if (record.userID == "LASF_Projection")
                     kept.push_back(record.value);
-            // What stood behind the points comes before them.
+            // EVLRs after the points become VLRs before them.
             for (const auto* records : {&file.records, &file.extendedRecords})
                 for (const auto& record : *records)
                     if (record.userID == "LASF_Projection" && (file.format < 6 || record.recordID < 34735))
@@ -176,8 +176,7 @@ TEST(RealFiles, BrokenFilesEndInAnErrorOrInTheirPoints)
     }
 }
 
-// Through a compressed file and back: all fields of the points as they were, the rest as the LAS writer keeps
-// it.
+// Through a compressed file and back: all fields of the points are restored, the rest as the LAS writer does.
 TEST(RealFiles, PackedFilesGiveBackTheirPoints)
 {
     const Testing::TemporaryDirectory directory;
@@ -229,7 +228,7 @@ TEST(RealFiles, PackedFilesGiveBackTheirPoints)
     EXPECT_EQ(numPacked, paths.size());
 }
 
-// Files of formats 3, 6 and 1 with different clocks, scan angles and classifications, joined into one.
+// Joins files of formats 3, 6 and 1 with different clocks, scan angles and classifications.
 TEST(RealFiles, JoinedFilesKeepTheMeaningOfTheirFields)
 {
     constexpr int week = 1500;
@@ -277,7 +276,7 @@ TEST(RealFiles, JoinedFilesKeepTheMeaningOfTheirFields)
     }
 }
 
-// The program's outputs of the two real clouds against the files that they were made from.
+// Compares the program's outputs for two real clouds with the files that they were made from.
 TEST(RealFiles, DecodedCloudsGiveBackTheirLASFiles)
 {
     const Testing::TemporaryDirectory directory;

@@ -25,7 +25,7 @@ struct Cell
     std::uint32_t x, y;
 };
 
-// The other way, from the finest level up: a part of the curve is turned into place in the next larger one.
+// The inverse, from the finest level up: rotates a part of the curve into the next larger one.
 Cell cellAt(std::uint64_t key)
 {
     Cell cell{0, 0};
@@ -43,7 +43,7 @@ Cell cellAt(std::uint64_t key)
     return cell;
 }
 
-TEST(HilbertCurve, GoesFromEachCellToANeighbour)
+TEST(HilbertCurve, MovesFromEachCellToANeighbour)
 {
     Random random(1);
     for (int round = 0; round < 300; ++round) {
@@ -78,21 +78,21 @@ TEST(HilbertGrid, HasAKeyForEveryPoint)
         double x, y;
         Cell cell;
     } cases[] = {
-        // The longer side counts, and the edges take what is outside.
+        // The longer side of the bounds; outside coordinates are at the edge.
         {{{0, 4}, {10, 12}, none}, Bounds::Huge(), 1, 11, {quarter, quarter}},
         {{{0, 4}, {10, 12}, none}, Bounds::Huge(), 4, 12, {last, half}},
         {{{0, 4}, {10, 12}, none}, Bounds::Huge(), -1e300, 15, {0, last}},
         {{{0, 4}, {10, 12}, none}, Bounds::Huge(), infinity, nan, {last, 0}},
-        // The box cuts, also on one side, and stands in for what is not known.
+        // The box cuts the bounds, also on one side, and replaces unknown ones.
         {{{0, 4}, {0, 4}, none}, {{2, infinity}, {-5, 2}, any}, 3, 0.5, {half, quarter}},
         {{none, any, none}, {{2, 4}, {0, 2}, any}, 3, 0.5, {half, quarter}},
-        // Nothing and everything: the square of all projections.
+        // Empty and unbounded: the square of all projections.
         {{none, none, none}, Bounds::Huge(), 0, 1, {half, half + 64}},
         {{{0, 1}, {0, infinity}, none}, Bounds::Huge(), 0, 1, {half, half + 64}},
         {{{-1e308, 1e308}, {0, 1}, none}, Bounds::Huge(), 0, 1, {half, half + 64}},
         {{{0, 1}, {nan, nan}, none}, Bounds::Huge(), 0, 1, {half, half + 64}},
         {{{0, 1}, {0, 1}, none}, {{2, 3}, {0, 1}, any}, 0, 1, {half, half + 64}},
-        // A single place.
+        // A single point.
         {{{7, 7}, {8, 8}, none}, Bounds::Huge(), 7, 9, {0, last}},
     };
     for (const auto& c : cases) {

@@ -32,7 +32,7 @@ using Rows = std::vector<std::string>; // the bytes of points, X and Y first
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
-// Counts the queries that come to its source.
+// Counts the queries to its source.
 class Counter final : public PointFilter
 {
 public:
@@ -74,7 +74,7 @@ Rows read(PointIterator& iterator, const PointInfo& layout, std::size_t blockPoi
     return rows;
 }
 
-// Temporary files go to a directory of their own.
+// Creates temporary files in a directory of its own.
 class HilbertOrderTest : public testing::Test
 {
 protected:
@@ -144,8 +144,8 @@ protected:
         layoutXYZ({channel("A", UINT8), channel("B", SINT64), channel("C", SINT8), channel("D", UINT16),
                    channel("E", SINT16), channel("F", FLOAT32), channel("G", UINT32), channel("H", SINT32),
                    channel("I", UINT64), channel("J", FLOAT64)});
-    // Runs of about a dozen points, merged two at a time.
-    const RowSorter::Limits small{1000, 1, 1};
+    // Sorted runs of about a dozen points, merged two at a time.
+    const HilbertOrder::Limits small{1000, 1, 1};
     const Testing::TemporaryDirectory directory;
     Scoped<MemoryPointSource> source;
     const Scoped<Counter> counter{new Counter};
@@ -170,7 +170,7 @@ TEST_F(HilbertOrderTest, IsTheSameForAllSizesOfRunsAndMerges)
     }
 }
 
-TEST_F(HilbertOrderTest, LeavesBoxAndShareToTheSource)
+TEST_F(HilbertOrderTest, PassesBoxAndFractionToTheSource)
 {
     fill(3000);
     filter->setLimits(small);
@@ -189,7 +189,7 @@ TEST_F(HilbertOrderTest, LeavesBoxAndShareToTheSource)
 TEST_F(HilbertOrderTest, ReadsTheSourceOncePerQuery)
 {
     fill(500);
-    for (const RowSorter::Limits& limits : {small, RowSorter::Limits()}) {
+    for (const HilbertOrder::Limits& limits : {small, HilbertOrder::Limits()}) {
         counter->count = 0;
         filter->init(counter.get());
         filter->setLimits(limits);
@@ -222,10 +222,10 @@ TEST_F(HilbertOrderTest, ReportsTheSortedPointsAndStopsWhenCancelled)
     Listener listener;
     listener.setTotal(filter->getTotalWork(Bounds::Huge(), 1));
     EXPECT_EQ(sorted(Bounds::Huge(), 1, 1000, &listener), rows);
-    EXPECT_EQ(listener.done, 0.5);             // the source reports nothing
-    EXPECT_LT(listener.polls, unmerged.polls); // merging runs asks, too
+    EXPECT_EQ(listener.done, 0.5);             // the source does not report
+    EXPECT_LT(listener.polls, unmerged.polls); // merging asks, too
     sorted(Bounds::Huge(), 1, 1000, &listener);
-    EXPECT_EQ(listener.done, 1.5); // the merge, and in one go the reading that it did not need
+    EXPECT_EQ(listener.done, 1.5); // the merge, and the work of reading that was saved
 
     for (int polls = 0; polls < INT_MAX - listener.polls; polls += 1 + polls / 2) {
         Listener canceller;
@@ -240,7 +240,7 @@ TEST_F(HilbertOrderTest, ReportsTheSortedPointsAndStopsWhenCancelled)
     EXPECT_EQ(sorted(), rows);
 }
 
-TEST_F(HilbertOrderTest, PassesFailuresOn)
+TEST_F(HilbertOrderTest, PassesErrors)
 {
     fill(500);
     const Rows rows = expected();
@@ -259,7 +259,7 @@ TEST_F(HilbertOrderTest, PassesFailuresOn)
     setenv("TMPDIR", (directory / "none").c_str(), 1);
     EXPECT_NE(errorOf(ENOENT, [&] { sorted(); }).find("none"), std::string::npos);
     filter->setLimits({});
-    EXPECT_EQ(sorted(), rows); // no file for a single run
+    EXPECT_EQ(sorted(), rows); // no file for a single sorted run
 }
 
 TEST_F(HilbertOrderTest, RefusesOtherLayouts)

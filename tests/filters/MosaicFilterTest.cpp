@@ -31,7 +31,7 @@ using Rows = std::vector<Numbers>;
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
-// `count` points on a line of x from `begin` on, one apart.
+// `count` points on a line along x from `begin` on, with a distance of 1.
 Scoped<MemoryPointSource> pointsFrom(double begin, int count)
 {
     Numbers x, zeros(static_cast<std::size_t>(count));
@@ -76,7 +76,7 @@ Bounds fromTo(double begin, double end)
     return {{begin, end}, {-1, 1}, {-1, 1}};
 }
 
-TEST(MosaicFilter, GivesASingleSourceUnchanged)
+TEST(MosaicFilter, DoesNotChangeASingleSource)
 {
     const auto source = pointsFrom(0, 100);
     const double scale[] = {0.01, 0.01, 0.001}, offset[] = {5, 6, 7};
@@ -97,7 +97,7 @@ TEST(MosaicFilter, GivesASingleSourceUnchanged)
     EXPECT_TRUE(records.has("PreCompressionPointCount"));
 }
 
-TEST(MosaicFilter, OpensOnlyTheSourcesThatMeetTheQuery)
+TEST(MosaicFilter, OpensOnlyTheSourcesThatIntersectTheQuery)
 {
     std::vector<Scoped<PointSource>> sources;
     for (int i = 0; i < 30; ++i)
@@ -125,7 +125,7 @@ TEST(MosaicFilter, FindsPointsThatRoundIntoTheQuery)
     EXPECT_EQ(Mosaic::of(a, b).rows(fromTo(2.2, 2.8)), (Rows{{2, 0, 0}, {3, 0, 0}}));
 }
 
-TEST(MosaicFilter, ReadsTheOverviewForSmallShares)
+TEST(MosaicFilter, ReadsTheOverviewForSmallFractions)
 {
     const auto source = pointsFrom(0, 1000);
     const auto overview = pointsFrom(0, 100);
@@ -153,7 +153,7 @@ TEST(MosaicFilter, UnitesChannelsAndFillsMissingOnesWithZeros)
     const PointInfo unknown = layoutXYZ({channel("Red", UINT16)});
     EXPECT_EQ(errorOf(40012, [&] { readRows(*mosaic.filter, unknown); }),
               "requesting channel not in the source");
-    // An adapted source that gives more than one of its own blocks.
+    // An adapted source with more than one block.
     const auto many = pointsFrom(0, 40000);
     const auto all = Mosaic::of(a, many);
     EXPECT_EQ(readRows(*all.filter, all.filter->getPointInfo(), fromTo(10, 1e6), 1, 100000).size(), 39990u);
@@ -186,7 +186,7 @@ TEST(MosaicFilter, ChoosesATypeThatHoldsBothSources)
     }
 }
 
-TEST(MosaicFilter, KeepsTheStepThatShowsAllPoints)
+TEST(MosaicFilter, KeepsTheStepThatRepresentsAllPoints)
 {
     struct Case
     {
@@ -206,7 +206,7 @@ TEST(MosaicFilter, KeepsTheStepThatShowsAllPoints)
     }
 }
 
-TEST(MosaicFilter, SettlesWhatItsSourcesDoNotAgreeOn)
+TEST(MosaicFilter, UnitesDescriptionsThatDiffer)
 {
     const auto a = pointsFrom(0, 3), b = pointsFrom(10, 4), c = pointsFrom(20, 5);
     const double scale[] = {1, 1, 1}, offset[] = {0, 0, 0}, otherOffset[] = {0, 0, 1};
@@ -232,7 +232,7 @@ TEST(MosaicFilter, SettlesWhatItsSourcesDoNotAgreeOn)
     EXPECT_STREQ(mosaic.filter->getClassIdNames()[1], "water");
 }
 
-TEST(MosaicFilter, SaysWhatItFillsWithZerosOrDrops)
+TEST(MosaicFilter, WarnsOfMissingChannelsAndDroppedNames)
 {
     const auto with = pointWith(1, "Red", UINT16, 1), without = pointsFrom(10, 1), empty = pointsFrom(0, 0);
     const char *const names[] = {"ground", nullptr}, *const others[] = {"ground", "water"};
@@ -247,7 +247,7 @@ TEST(MosaicFilter, SaysWhatItFillsWithZerosOrDrops)
               "'source 0' without Red: the points have 0 there");
 }
 
-// One point as files of the older LAS formats have it, or as those of the newer ones.
+// One point as in files of the older LAS formats, or of the newer ones.
 Scoped<MemoryPointSource> oldPoint(double x, double classByte, double angle, double weekTime)
 {
     return MemoryPointSource::make(
@@ -263,7 +263,7 @@ Scoped<MemoryPointSource> newPoint(double x, double classId, double flags, doubl
         {{x}, {0}, {0}, {flags}, {classId}, {angle}, {time}});
 }
 
-TEST(MosaicFilter, ConvertsChannelsThatMeanDifferentThings)
+TEST(MosaicFilter, ConvertsChannelsWithDifferentMeanings)
 {
     constexpr double week = 2000 * 604800.0 - 1e9;
     const PointInfo layout = layoutXYZ({channel("ClassId", UINT8), channel("ClassFlags", UINT8),
@@ -292,21 +292,21 @@ TEST(MosaicFilter, ConvertsChannelsThatMeanDifferentThings)
         EXPECT_TRUE(std::isnan(rows[2][6]));
         rows[2][6] = expected[2][6] = 0;
         EXPECT_EQ(rows, expected);
-        // The meaning is that of the whole mosaic, also in a query without the flags.
+        // The whole mosaic defines the meaning, also in a query without the flags.
         EXPECT_EQ(readRows(*mosaic, layoutXYZ({channel("ClassId", UINT8)}), fromTo(2, 2)),
                   (Rows{{2, 0, 0, 31}}));
     }
-    // Nothing changes where all sources agree.
+    // No change if all sources agree.
     const auto old = Mosaic::of(oldPoint(1, 255, 14, 0.5), oldPoint(2, 12, -1, 7));
     EXPECT_EQ(old.rows(), (Rows{{1, 0, 0, 255, 14, 0.5}, {2, 0, 0, 12, -1, 7}}));
-    // Floating-point degrees become steps, too, and their rounding is reported.
+    // Floating-point degrees become steps, with a warning about rounding.
     const auto real =
         Mosaic::of(pointWith(1, "ScanAngle", SINT16, 500), pointWith(2, "ScanAngle", FLOAT32, -1.5));
     EXPECT_EQ(real.rows(), (Rows{{1, 0, 0, 500}, {2, 0, 0, -250}}));
     EXPECT_EQ(
         real.filter->getWarnings(),
         (std::vector<std::string>{"the scan angles of 'source 1' are rounded to steps of 0.006 degrees"}));
-    // A channel that only newer LAS formats have makes the union one of these.
+    // A channel that only newer LAS formats have makes the layout a newer one.
     const auto newer = Mosaic::of(oldPoint(1, 130, 14, 0.5), pointWith(2, "NearInfrared", UINT16, 9));
     EXPECT_EQ(readRows(*newer.filter,
                        layoutXYZ({channel("ClassId", UINT8), channel("ClassFlags", UINT8),
@@ -331,7 +331,7 @@ TEST(MosaicFilter, RefusesToMixClocksWithoutAWeek)
               "'source 2' week time (GPSTime); give the GPS week to convert week time (-gpsWeek)");
     EXPECT_NE(errorOf(40007, [&] { Mosaic::of(both, week); }), "nothing thrown");
     EXPECT_EQ(Mosaic::of(both, none).rows().size(), 4u);
-    // A file that holds both: one clock for each point.
+    // A file with both clocks: one time per point.
     const auto set = SetOfSources::make({Scoped<PointSource>::retained(both.get())});
     const Scoped<MosaicFilter> mosaic(MosaicFilter::create());
     mosaic->init(set.get(), 1654);
@@ -340,7 +340,7 @@ TEST(MosaicFilter, RefusesToMixClocksWithoutAWeek)
               (Rows{{4, 0, 0, origin + 7}, {5, 0, 0, 0}, {6, 0, 0, 9}}));
 }
 
-// As after a tile of an index was replaced by one that the index does not fit.
+// As with a tile that was replaced after its index was written.
 TEST(MosaicFilter, RefusesSourcesThatDoNotFitItsDescription)
 {
     const Scoped<PointCloudInfo> info(PointCloudInfo::create());
@@ -364,13 +364,13 @@ TEST(MosaicFilter, RefusesSourcesThatDoNotFitItsDescription)
     EXPECT_EQ(readRows(*mosaic, layoutXYZ()).size(), 1u);
 }
 
-TEST(MosaicFilter, SharesTheRecordsThatDescribeAllSources)
+TEST(MosaicFilter, HasTheRecordsThatAllSourcesShare)
 {
     const auto a = pointsFrom(0, 3), b = pointsFrom(10, 3);
     const double box[] = {1, 2}, otherBox[] = {1, 3};
     for (const auto* source : {&a, &b}) {
         Metadata& records = (*source)->metadata();
-        records.add("Vendor", nullptr, METADATA_STRING, "somebody", 0);
+        records.add("Vendor", nullptr, METADATA_STRING, "a vendor", 0);
         records.add("PreCompressionPointCount", nullptr, METADATA_STRING, "3", 0);
         records.add("LAS_BoundingBox", nullptr, METADATA_FLOAT64_ARRAY, box, 2);
         records.add("Tile", nullptr, METADATA_STRING, source == &a ? "1" : "2", 0);
@@ -410,7 +410,7 @@ TEST(MosaicFilter, LosesNoPointsOfSourcesWithoutUsableBounds)
     EXPECT_EQ(Mosaic::of(empty).filter->getBounds().x.min, infinity);
 }
 
-TEST(MosaicFilter, CountsTextFilesThatItHasToReadForTheirBounds)
+TEST(MosaicFilter, CountsTheTextFilesThatItReadsForTheirBounds)
 {
     const auto store = Testing::ByteStore::make("1 2 3\n4 5 6\n");
     const Scoped<TXTPointReader> text(TXTPointReader::create());
@@ -441,7 +441,7 @@ TEST(MosaicFilter, StopsBetweenSources)
     EXPECT_EQ(errorOf(40006, [&] { iterator->getNextPoints(block); }), "operation cancelled.");
 }
 
-TEST(MosaicFilter, TakesADescriptionInPlaceOfAskingItsSources)
+TEST(MosaicFilter, TakesADescriptionWithoutOpeningItsSources)
 {
     const auto set = SetOfSources::make({Scoped<PointSource>(pointsFrom(0, 10).detach())});
     const Scoped<PointCloudInfo> info(PointCloudInfo::create());

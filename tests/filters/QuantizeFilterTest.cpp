@@ -32,7 +32,7 @@ Scoped<QuantizeFilter> filterOf(PointSource& source, const Numbers& steps)
     return filter;
 }
 
-// Points all over a square, numbered in the channel "N".
+// Random points in a square, numbered in the channel "N".
 Scoped<MemoryPointSource> randomSource(std::size_t count)
 {
     Testing::Random random(4);
@@ -55,7 +55,7 @@ TEST(QuantizeFilter, RoundsToTheNearestMultiple)
     const double scale[] = {0.1, 0.1, 0.1}, origin[] = {0.25, 0.5, 1};
     counted->setQuantization(scale, origin);
     EXPECT_EQ(readRows(*filterOf(*counted, {1, 1, 2}), layoutXYZ()), (Rows{{0.25, 0.5, 5}}))
-        << "counted from the source's own offset";
+        << "counted from the source's offset";
     const Rows rows = readRows(*filterOf(*source, {0.5, 1, 100}), layoutXYZ());
     const Numbers x = {0, 0, 0.5, 0.5, 0, 0, -0.5}, y = {5, 6, 7, 7, 9, 9, 10};
     const Numbers z = {0, infinity, -infinity, 100, 100, 200, -200};
@@ -64,7 +64,7 @@ TEST(QuantizeFilter, RoundsToTheNearestMultiple)
         EXPECT_EQ(rows[i], (Numbers{x[i], y[i], z[i]})) << i;
 }
 
-TEST(QuantizeFilter, MovesNothingByMoreThanHalfAStep)
+TEST(QuantizeFilter, MovesNoPointByMoreThanHalfAStep)
 {
     const auto source = randomSource(5000);
     const auto filter = filterOf(*source, {0.1, 0.3, 0.007});
@@ -86,9 +86,9 @@ TEST(QuantizeFilter, MovesNothingByMoreThanHalfAStep)
         bounds.y.grow(after[i][1]);
         bounds.z.grow(after[i][2]);
     }
-    EXPECT_EQ(filter->getBounds(), bounds) << "those of the rounded points";
+    EXPECT_EQ(filter->getBounds(), bounds) << "bounds of the rounded points";
     EXPECT_EQ(filter->getNumPoints(), 5000);
-    // Rounding again changes nothing.
+    // Rounding again has no effect.
     const auto again = filterOf(*filter, {0.1, 0.3, 0.007});
     EXPECT_EQ(readRows(*again, layout), after);
     EXPECT_EQ(again->getBounds(), bounds);
@@ -100,7 +100,7 @@ TEST(QuantizeFilter, LosesNoPointOfABox)
     const auto filter = filterOf(*source, {0.5, 0.5, 0.5});
     const PointInfo& layout = filter->getPointInfo();
     const Rows all = readRows(*filter, layout);
-    // Sides on the grid, and between its lines.
+    // Sides of the box on and between the lines of the grid.
     for (const double shift : {0.0, 0.2, 0.4}) {
         Bounds box = Bounds::Huge();
         box.x = {505 + shift, 509.5 - shift};
@@ -117,7 +117,7 @@ TEST(QuantizeFilter, LosesNoPointOfABox)
     }
 }
 
-TEST(QuantizeFilter, RefusesStepsThatAreNone)
+TEST(QuantizeFilter, RefusesInvalidSteps)
 {
     const auto source = randomSource(3);
     for (const auto& [step, text] :
@@ -133,7 +133,7 @@ TEST(QuantizeFilter, RefusesStepsThatAreNone)
                       })
                   .rfind("a step must be above 0: ", 0),
               0u);
-    // Nothing is known of an empty source.
+    // An empty source has no offset.
     const auto empty = MemoryPointSource::make(layoutXYZ(), {{}, {}, {}});
     const auto filter = filterOf(*empty, {1, 1, 1});
     EXPECT_EQ(filter->getOffset()[1], 0);

@@ -36,7 +36,7 @@ Scoped<SimpleFilterFilter> filterOf(PointSource& source, bool include, std::init
     return filter;
 }
 
-// The x of the points that pass.
+// The x coordinates of the kept points.
 Numbers passing(const PointSource& filter, const PointInfo& layout = layoutXYZ(), std::size_t blockPoints = 7)
 {
     Numbers all;
@@ -64,9 +64,9 @@ TEST(SimpleFilterFilter, ConvertsValuesToTheTypeOfTheChannel)
     EXPECT_EQ(passing(*filterOf(*shorts, true, {300})), Numbers());
 }
 
-TEST(SimpleFilterFilter, GoesOnInTheMiddleOfABatch)
+TEST(SimpleFilterFilter, ContinuesInTheMiddleOfABatch)
 {
-    // Three batches of the source, and a value that the second one has nowhere.
+    // Three batches of the source; the second one has no kept point.
     const auto source = countingSource(SINT32, 40000);
     auto& samples = source->column("C");
     auto* values = static_cast<std::int32_t*>(samples.getData());
@@ -95,7 +95,7 @@ TEST(SimpleFilterFilter, DeliversAFullBlockFromSeveralBatches)
     EXPECT_EQ(iterator->getNextPoints(block), 0u);
 }
 
-TEST(SimpleFilterFilter, PassesBoxAndShareOnToTheSource)
+TEST(SimpleFilterFilter, PassesBoxAndFractionToTheSource)
 {
     const auto source = countingSource(UINT8, 1000);
     const auto filter = filterOf(*source, false, {0});
@@ -104,7 +104,7 @@ TEST(SimpleFilterFilter, PassesBoxAndShareOnToTheSource)
     EXPECT_EQ(filter->getNumPoints(), 1000);
 }
 
-TEST(SimpleFilterFilter, RefusesWhatItCannotTest)
+TEST(SimpleFilterFilter, RefusesChannelsThatItCannotTest)
 {
     const auto source = countingSource(FLOAT32, 10);
     const Scoped<SimpleFilterFilter> filter(SimpleFilterFilter::create());
@@ -119,7 +119,7 @@ TEST(SimpleFilterFilter, RefusesWhatItCannotTest)
     EXPECT_EQ(errorOf(40000, [&] { passing(*filterOf(*failing, true, {1})); }), "test");
 }
 
-TEST(SimpleFilterFilter, KeepsTheValuesOfTheTimeWhenAnIteratorWasMade)
+TEST(SimpleFilterFilter, GivesAnIteratorTheValuesAtItsCreation)
 {
     const auto source = countingSource(UINT8, 100);
     const auto filter = filterOf(*source, true, {1});

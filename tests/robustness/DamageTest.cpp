@@ -1,8 +1,8 @@
-// Files of every kind, damaged in every way: what comes of them is an Error or points, nothing else. When a
-// test crashes, the file that did it is left in its temporary directory.
+// Files of every kind, damaged in many ways: reading them gives an Error or points, never a crash. If a test
+// crashes, the file that caused it is left in its temporary directory.
 //
-// Ordinary runs leave out some places of files that take long to open. VX_DAMAGES leaves out none and sets
-// how many damages of each random sort are tried.
+// Ordinary runs skip some places of files that are slow to open. VX_DAMAGES skips none, and sets the number of
+// trials of each kind of random damage.
 #include "robustness/DamagedKinds.h"
 #include "support/Random.h"
 #include <vxunpack/Base.h>
@@ -39,7 +39,7 @@ protected:
     std::string attempt(const FileBytes& bytes, const std::string& what)
     {
         const std::string path = directory / kind.fileName;
-        // A file of its own each time: some file systems write what replaces another to disk at once.
+        // A new file each time: some file systems write a file that replaces another to disk at once.
         std::filesystem::remove(path);
         Testing::writeFile(path, bytes);
         ++m_files;
@@ -62,9 +62,9 @@ protected:
     Testing::TemporaryDirectory directory;
     FileBytes whole;
     Random random{GetParam()};
-    // Of this kind: one place in how many is damaged, and how many damages of a random sort there are.
+    // One in how many places is damaged, and the number of trials of random damage.
 #if defined(__SANITIZE_THREAD__)
-    static constexpr std::size_t thinning = 16; // what this finds has little to do with threads
+    static constexpr std::size_t thinning = 16; // finds little that concerns threads
 #else
     static constexpr std::size_t thinning = 1;
 #endif
@@ -97,7 +97,7 @@ TEST_P(Damage, CutAtEveryLength)
         attempt(slice(whole, 0, size), "cut at " + std::to_string(size));
 }
 
-// Headers stand at the beginning of a file.
+// Headers are at the beginning of a file.
 TEST_P(Damage, SingleBits)
 {
     const std::size_t headerBytes = std::min<std::size_t>(whole.size(), 100);
@@ -116,7 +116,7 @@ TEST_P(Damage, WrongBytes)
     for (std::size_t at = 0; at < whole.size(); ++at) {
         if (isLeftOut())
             continue;
-        // Values that mean something to lengths, counts and codes, in turn.
+        // Values that are special for lengths, counts and codes, in turn.
         const int values[] = {0, 1, 0x7F, 0x80, 0xFF, static_cast<int>(random.below(256))};
         FileBytes bytes = whole;
         bytes[at] = static_cast<std::uint8_t>(values[random.below(std::size(values))]);
@@ -154,7 +154,7 @@ TEST_P(Damage, ExtremeFields)
     }
 }
 
-// Several wrong bytes at once, so that one does not hide behind the check of another.
+// Several wrong bytes at once, so that the check for one does not hide another.
 TEST_P(Damage, ManyWrongBytes)
 {
     for (std::size_t i = 0; i < 2 * count; ++i) {
@@ -165,7 +165,7 @@ TEST_P(Damage, ManyWrongBytes)
     }
 }
 
-TEST_P(Damage, StretchesMoved)
+TEST_P(Damage, RangesMoved)
 {
     for (std::size_t i = 0; i < 2 * count; ++i) {
         std::size_t cuts[4] = {anywhere(), anywhere(), anywhere(), anywhere()};
@@ -178,15 +178,15 @@ TEST_P(Damage, StretchesMoved)
         const char* const order = orders[i % std::size(orders)];
         for (const char* part = order; *part; ++part)
             append(bytes, parts[*part - '0']);
-        attempt(bytes, std::string("stretches ") + order);
+        attempt(bytes, std::string("ranges ") + order);
     }
 }
 
 class DamageOfChunks : public Damage
 {};
 
-// The chunks of a .vxl file in another order, doubled and missing, with lengths around them that are right
-// and that are as they were.
+// The chunks of a .vxl file in another order, doubled and missing, with correct and with unchanged lengths of
+// the group.
 TEST_P(DamageOfChunks, ChunksMoved)
 {
     constexpr std::size_t first = 28;

@@ -30,7 +30,7 @@ FileBytes bytesOf(const std::string& text)
     return {text.begin(), text.end()};
 }
 
-// Ends queries of files that claim more than anybody waits for.
+// Ends queries of files that claim a huge number of points.
 class Patience final : public ProgressDelegate
 {
 public:
@@ -43,17 +43,17 @@ private:
 
 void query(const PointSource& source, const PointInfo& layout, const Bounds& box, double fraction)
 {
-    constexpr std::size_t mostPoints = 3000;
+    constexpr std::size_t maxPoints = 3000;
     Patience patience;
     const Scoped<PointIterator> iterator(source.createIterator(box, fraction, layout, &patience));
     PointData block;
     block.init(layout, 64);
     try {
         std::size_t got = 1;
-        for (std::size_t count = 0; got != 0 && count < mostPoints; count += got)
+        for (std::size_t count = 0; got != 0 && count < maxPoints; count += got)
             got = iterator->getNextPoints(block);
     } catch (const Error&) {
-        // Nothing keeps a caller from asking once more.
+        // A caller may call it again after the end.
         try {
             iterator->getNextPoints(block);
         } catch (const Error&) {
@@ -101,7 +101,7 @@ void readByName(const std::string& path)
         readSource(*Scoped<PointSource>(files->createPointSource(i)));
 }
 
-// Waveforms are passed over, where the programs refuse them.
+// Waveforms are skipped here, while the programs reject them.
 void readLAS(const std::string& path)
 {
     const Scoped<LASPointReader> reader(LASPointReader::create());
@@ -126,7 +126,7 @@ void readTree(const std::string& path)
     }
 }
 
-// A file with everything that one can have.
+// A file with all optional parts.
 FilePlan wholePlan(std::size_t count)
 {
     const SampleCloud cloud = SampleCloud::make(count, 5);
@@ -153,11 +153,11 @@ FileBytes makeOldVX7(const TemporaryDirectory&)
     return buildFile(plan);
 }
 
-// The transforms that the other two do not have, and stretches in the other order.
+// The transforms that the other two do not use, and byte ranges in the other order.
 FileBytes makeLiftedVX7(const TemporaryDirectory&)
 {
     FilePlan plan = wholePlan(60);
-    plan.swapStretches = true;
+    plan.swapRanges = true;
     plan.bandVersion = 2;
     const TransformType integers[] = {3, 11, 13, 3, 81, 93, 11, 3, 83};
     for (std::size_t i = 0; i < plan.channels.size(); ++i)
@@ -206,7 +206,7 @@ FileBytes makeWrittenLAZ(const TemporaryDirectory& directory)
     return bytesOf(readFile(directory / "written.laz"));
 }
 
-// What LASPointWriter does not make: several chunks, bytes of the owner, waveforms.
+// Features that LASPointWriter does not write: several chunks, extra bytes, waveforms.
 template <int format, int minor>
 FileBytes makeChunkedLAZ(const TemporaryDirectory&)
 {
@@ -292,11 +292,11 @@ FileBytes makeTileIndex(const TemporaryDirectory& directory)
     for (int i = 0; i < 13; ++i) {
         const std::string path = directory / ("t" + std::to_string(i) + ".vxl");
         writeFile(path, buildTile(i % 4 * 10, i / 4 * 10, 5));
-        index->add(QMFileSpec(path.c_str()));
+        index->add(path.c_str());
     }
     writeFile(directory / "small.vxl", buildTile(0, 0, 3));
-    index->setOverview(QMFileSpec((directory / "small.vxl").c_str()), 0.1);
-    index->write(QMFileSpec((directory / "made.index").c_str()));
+    index->setOverview((directory / "small.vxl").c_str(), 0.1);
+    index->write((directory / "made.index").c_str());
     return bytesOf(readFile(directory / "made.index"));
 }
 

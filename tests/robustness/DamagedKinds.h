@@ -14,16 +14,16 @@ struct DamagedKind
 {
     using FileBytes = std::vector<std::uint8_t>;
 
-    const char* fileName; // says what it is by its ending
-    // The whole file; what else it needs is made in the directory.
+    const char* fileName; // its extension selects the reader
+    // Returns the whole file; other files that it needs are made in the directory.
     FileBytes (*make)(const TemporaryDirectory& directory);
-    // How many times longer it takes to try one than other files.
+    // How many times longer a trial takes than for other files.
     std::size_t slowness;
-    // Opens the file and asks for all that it can tell.
+    // Opens the file and makes all queries.
     void (*read)(const std::string& path);
 };
 
-// Every kind that this build has.
+// All kinds that this build supports.
 const std::vector<DamagedKind>& damagedKinds();
 
 } // namespace Quillmoran::Testing

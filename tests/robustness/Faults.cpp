@@ -23,14 +23,14 @@ std::atomic<bool> armed{false}, areSpared{false};
 Fault chosen{Call::Open, 0, 0};
 std::array<std::atomic<long>, numCalls> counts;
 std::atomic<bool> hasHappened{false};
-char directory[4096];                       // without std::string: operator new looks here
+char directory[4096];                       // no std::string: operator new reads it
 std::array<std::atomic<bool>, 4096> isOurs; // by descriptor
 
-// Counts a call; true when it is to fail.
+// Counts a call; true if it must fail.
 bool fails(Call call)
 {
     const long number = ++counts[static_cast<std::size_t>(call)];
-    // A full disk behind a network tells so again when the file is closed.
+    // A network file system may report a full disk again when the file is closed.
     const bool again =
         chosen.lasts && (call == chosen.call ? number > chosen.at
                                              : call == Call::Close && chosen.error == ENOSPC && hasHappened);
@@ -66,10 +66,10 @@ Function* systems(const char* name)
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// Where a library lies in memory.
-struct Library
+// The address range of a library, or of the program, in memory.
+struct Module
 {
-    const char* name;
+    const char* name; // a part of it; empty for the program
     std::uintptr_t begin = 0, end = 0;
 
     bool holds(const void* caller) const
@@ -78,21 +78,20 @@ struct Library
         return address >= begin && address < end;
     }
 };
-// LASzip destroys objects that its failing allocations have left half made, which ends the process.
-Library laszip{"liblaszip"};
-// Its XALLOC stands above malloc, which must not fail for those that do not expect it.
-Library core{"libqm_lib_lidar_core"};
+// LASzip destroys objects that its failed allocations have left incomplete, which ends the process.
+Module laszip{"liblaszip"};
+// Its XALLOC calls malloc, which must not fail for other callers: they do not expect it.
+Module program{""};
 
-int findLibraries(dl_phdr_info* loaded, std::size_t, void*)
+int findModules(dl_phdr_info* loaded, std::size_t, void*)
 {
-    for (Library* library : {&laszip, &core}) {
-        if (!std::strstr(loaded->dlpi_name, library->name))
+    for (Module* module : {&laszip, &program}) {
+        if (*module->name ? !std::strstr(loaded->dlpi_name, module->name) : *loaded->dlpi_name)
             continue;
-        library->begin = loaded->dlpi_addr;
+        module->begin = loaded->dlpi_addr;
         for (int i = 0; i < loaded->dlpi_phnum; ++i)
-            library->end =
-                std::max<std::uintptr_t>(library->end, loaded->dlpi_addr + loaded->dlpi_phdr[i].p_vaddr +
-                                                           loaded->dlpi_phdr[i].p_memsz);
+            module->end = std::max<std::uintptr_t>(
+                module->end, loaded->dlpi_addr + loaded->dlpi_phdr[i].p_vaddr + loaded->dlpi_phdr[i].p_memsz);
     }
     return 0;
 }
@@ -104,9 +103,9 @@ void* allocate(std::size_t size, const void* caller)
     return std::malloc(size != 0 ? size : 1);
 }
 
-[[maybe_unused]] bool failsForCore(const void* caller)
+[[maybe_unused]] bool failsForProgram(const void* caller)
 {
-    return armed && !areSpared && core.holds(caller) && fails(Call::Allocate);
+    return armed && !areSpared && program.holds(caller) && fails(Call::Allocate);
 }
 
 void* allocateOrThrow(std::size_t size, const void* caller)
@@ -117,7 +116,7 @@ void* allocateOrThrow(std::size_t size, const void* caller)
     return block;
 }
 
-// The count of bytes to move: 0 at an end of file that comes too early, -1 for an error.
+// The number of bytes to move: 0 for a premature end of file, -1 for an error.
 std::ptrdiff_t countMoved(int descriptor, Call call, std::size_t count)
 {
     if (!concerns(descriptor) || !fails(call))
@@ -137,7 +136,7 @@ Faults::Faults(const std::string& below, const Fault& fault)
     for (auto& count : counts)
         count = 0;
     hasHappened = false;
-    dl_iterate_phdr(findLibraries, nullptr);
+    dl_iterate_phdr(findModules, nullptr);
     armed = true;
 }
 
@@ -211,7 +210,7 @@ ssize_t pwrite64(int descriptor, const void* buffer, std::size_t count, off64_t 
                                     : system(descriptor, buffer, static_cast<std::size_t>(moved), offset);
 }
 
-// As the system does, this closes whatever it says.
+// As in the system, the file is closed even if this returns an error.
 int close(int descriptor)
 {
     static auto* const system = T::systems<int(int)>("close");
@@ -240,20 +239,20 @@ int unlink(const char* path) noexcept
     return T::concerns(path) && T::fails(Call::Unlink) ? -1 : system(path);
 }
 
-#ifndef VX_SANITIZED // sanitizers have their own
+#ifndef VX_SANITIZED // sanitizers replace it themselves
 void* __libc_malloc(std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
 
 void* malloc(std::size_t size) noexcept
 {
     const void* const caller = __builtin_return_address(0);
-    return T::failsForCore(caller) ? nullptr : __libc_malloc(size);
+    return T::failsForProgram(caller) ? nullptr : __libc_malloc(size);
 }
 
 void* realloc(void* block, std::size_t size) noexcept
 {
     const void* const caller = __builtin_return_address(0);
-    return T::failsForCore(caller) ? nullptr : __libc_realloc(block, size);
+    return T::failsForProgram(caller) ? nullptr : __libc_realloc(block, size);
 }
 #endif
 

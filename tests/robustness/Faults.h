@@ -1,5 +1,5 @@
-// Lets a chosen call to the system fail, or a chosen allocation. The program that links Faults.cpp calls its
-// versions of open, pread, pwrite and so on, and its operator new: so do the libraries that it has loaded.
+// Makes a chosen system call or allocation fail. A program that links Faults.cpp, and the libraries that it
+// loads, call its versions of open, pread, pwrite and so on, and its operator new.
 #pragma once
 
 #include <string>
@@ -19,7 +19,7 @@ enum class Call
 };
 constexpr int numCalls = 8;
 
-// Faults that are no error of the system, in place of an errno: half of the bytes are moved; the file ends.
+// Faults other than system errors, instead of an errno: half of the bytes are moved; the file ends.
 constexpr int shortTransfer = 0;
 constexpr int endOfFile = -1;
 
@@ -28,10 +28,10 @@ struct Fault
     Call call;
     long at;            // the first call is 1; 0 never happens
     int error;          // errno or one of the above
-    bool lasts = false; // all later calls fail, too
+    bool lasts = false; // all later calls also fail
 };
 
-// While one lives its fault happens, and calls are counted. Only files below the directory are concerned.
+// During its lifetime the fault happens and calls are counted, for files below the directory only.
 class Faults
 {
 public:
@@ -40,13 +40,13 @@ public:
     Faults(const Faults&) = delete;
     Faults& operator=(const Faults&) = delete;
 
-    // Calls since the last one began.
+    // Calls since the construction of the last one.
     static long count(Call call);
-    // Whether the fault came to pass.
+    // Whether the fault happened.
     static bool happened();
 };
 
-// While one lives, allocations neither count nor fail.
+// During its lifetime allocations are not counted and do not fail.
 class SparedAllocations
 {
 public:

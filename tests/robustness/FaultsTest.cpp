@@ -1,5 +1,5 @@
-// Runs the programs with every call to the system, and every allocation, failing in its turn. They run within
-// this process, so that sanitizers see what a failure leaves behind.
+// Runs the programs with every system call, and every allocation, failing in turn. They run in this process, so
+// that sanitizers detect leaks after a failure.
 #include "robustness/Faults.h"
 
 #include "cli/QMCmdLine.h"
@@ -12,7 +12,7 @@
 #include "support/TemporaryDirectory.h"
 #include "tileindex/TileIndexer.h"
 #include "transcode/Transcoder.h"
-#include "utils/Program.h"
+#include "utils/program/Program.h"
 #include <vxunpack/FilePointSourceManager.h>
 #include <vxunpack/LASPointWriter.h>
 #include <vxunpack/ProgressDelegate.h>
@@ -47,30 +47,19 @@ using Testing::Faults;
 using Testing::readFile;
 using Testing::writeFile;
 
-bool succeeds(Inspector& program)
-{
-    return program.run();
-}
-template <class Program>
-bool succeeds(Program& program)
-{
-    program.run();
-    return true;
-}
-
 using Main = int (*)(int argc, const char* const* argv);
 
-template <class Program>
+template <class SomeProgram>
 int mainOf(int argc, const char* const* argv)
 {
     return Utils::runProgram([argc, argv] {
-        std::optional<Program> program;
+        std::optional<SomeProgram> program;
         {
             const Testing::SparedAllocations spared; // which end the process
             program.emplace();
             program->parse(argc, argv);
         }
-        return succeeds(*program);
+        return program->run();
     });
 }
 
@@ -83,7 +72,7 @@ struct Outcome
     std::string output, errors;
 };
 
-// A command line: a name that is there stands for its path, "@" before a name for the path of an output.
+// A command line: the name of an existing file is replaced by its path, and "@name" by the path of an output.
 struct Command
 {
     Main program;
@@ -92,19 +81,20 @@ struct Command
 
 using Contents = std::map<std::string, std::string>; // by the path below the directory
 
-// All numbers up to a count, or the first and the last of them and some between.
-std::vector<long> sample(long count, long most)
+// All numbers up to a count, or the first, the last and some others.
+std::vector<long> sample(long count, long maxCount)
 {
     std::vector<long> numbers;
     for (long n = 1; n <= count; ++n)
-        if (count <= most || n <= most / 3 || n > count - most / 3 || n % (3 * count / most) == 0)
+        if (count <= maxCount || n <= maxCount / 3 || n > count - maxCount / 3 ||
+            n % (3 * count / maxCount) == 0)
             numbers.push_back(n);
     return numbers;
 }
 
-std::string currentFault; // for the message when a fault ends this process
+std::string currentFault; // for the message if a fault ends this process
 const int messages = ::dup(STDERR_FILENO);
-extern "C" void tellFault(int)
+extern "C" void printFault(int)
 {
     [[maybe_unused]] const auto written = ::write(messages, currentFault.data(), currentFault.size());
 }
@@ -114,7 +104,7 @@ class Robustness : public testing::Test
 protected:
     void SetUp() override
     {
-        std::signal(SIGABRT, tellFault);
+        std::signal(SIGABRT, printFault);
         std::filesystem::create_directory(directory / "tmp");
         setenv("TMPDIR", (directory / "tmp").c_str(), 1);
         writeFile(directory / "a.vxl", buildFile(Testing::SampleCloud::make(1500, 1).toFile()));
@@ -175,7 +165,7 @@ protected:
         for (const auto& entry : std::filesystem::recursive_directory_iterator(directory.path()))
             if (entry.is_regular_file())
                 files[entry.path().lexically_relative(directory.path()).string()] = readFile(entry.path());
-        // An index holds the time of an overview that was just written.
+        // An index holds the modification time of an overview that was just written.
         struct stat status;
         if (files.count("o.las") && files.count("t.index") &&
             ::stat((directory / "o.las").c_str(), &status) == 0) {
@@ -189,7 +179,7 @@ protected:
         return files;
     }
 
-    // The files of a command's outputs before and after, and in between where it writes one twice.
+    // The outputs of a command before and after it, and in between if it writes one twice.
     struct Expected
     {
         Contents before, between, after;
@@ -222,7 +212,7 @@ protected:
         ADD_FAILURE() << outcome.errors;
     }
 
-    // Every file is as it was or as it is to become, and what succeeds is complete.
+    // Every file is either old or new, and after success it is new.
     void check(const Expected& expected, const Outcome& outcome) const
     {
         const Contents now = contents();
@@ -237,7 +227,7 @@ protected:
                    expected.clean.errors.find(text.substr(0, text.find('\n'))) != std::string::npos)
                 text.erase(0, text.find('\n') + 1);
             const bool isLine = text.rfind("Error: ", 0) == 0 && text.find('\n') == text.size() - 1;
-            // A file that is not sound is no failure of vxinfo's, but of what it reports.
+            // vxinfo reports a damaged file without failing itself.
             EXPECT_TRUE(isLine || (text.empty() && outcome.output.find("problem") != std::string::npos))
                 << text << outcome.output;
         }
@@ -263,9 +253,9 @@ TEST_F(Robustness, EveryCallThatFailsEndsInAnErrorOrIsMadeUpFor)
     {
         Command command;
         const char* output;
-        const char* between = ""; // arguments that leave what is there for a while
-        bool readsText = false;   // which can end anywhere
-        long most = 15;           // of each call
+        const char* between = ""; // arguments that write an intermediate version
+        bool readsText = false;   // which is valid with any length
+        long maxFaults = 15;      // of each call
     } cases[] = {
         {{vxunpack, "-i a.vxl -o out.txt -cs 300 -j 1"}, "out.txt"},
         {{vxunpack, "-i a.vxl -o out.las -cs 300 -j 1"}, "out.las"},
@@ -307,7 +297,7 @@ TEST_F(Robustness, EveryCallThatFailsEndsInAnErrorOrIsMadeUpFor)
         }
         if (*each.output)
             expected.before[each.output] = "precious";
-        run(each.command); // what is made once for all
+        run(each.command); // one-time initializations
         expected.clean = run(each.command);
         ASSERT_EQ(expected.clean.status, 0) << expected.clean.errors;
         expected.after = contents();
@@ -317,7 +307,7 @@ TEST_F(Robustness, EveryCallThatFailsEndsInAnErrorOrIsMadeUpFor)
         for (const auto& fault : faults) {
             if (fault.error == Testing::endOfFile && each.readsText)
                 continue;
-            for (const long at : sample(counts[static_cast<int>(fault.call)], each.most)) {
+            for (const long at : sample(counts[static_cast<int>(fault.call)], each.maxFaults)) {
                 currentFault = std::string(each.command.arguments) + ": call " +
                                std::to_string(static_cast<int>(fault.call)) + " number " +
                                std::to_string(at) + " error " + std::to_string(fault.error) + '\n';
@@ -335,7 +325,7 @@ TEST_F(Robustness, EveryCallThatFailsEndsInAnErrorOrIsMadeUpFor)
     }
 }
 
-// Cancels when it is asked for the n-th time.
+// Cancels at the n-th query.
 struct Canceller : ProgressDelegate
 {
     explicit Canceller(int n) : left(n) {}
@@ -383,7 +373,7 @@ TEST_F(Robustness, EveryWriterStopsAtEveryBlockWithoutATrace)
             try {
                 EXPECT_EQ(writer->write(Bounds::Huge(), 1, source->getPointInfo(), &delegate), 1500);
                 isDone = true;
-                EXPECT_GE(delegate.left, 0) << "goes on when it is cancelled";
+                EXPECT_GE(delegate.left, 0) << "continues after it was cancelled";
                 EXPECT_GE(n, 1);
             } catch (const Error& error) {
                 EXPECT_EQ(error.error(), 40006);
@@ -403,7 +393,7 @@ TEST_F(Robustness, EveryAllocationThatFailsEndsInAnError)
         {vxpack, "-i b.las -o out.vxl -order hilbert -j 1"},
         {vxpack, "-i c.laz -i a.vxl -i d.txt -p xyzi -o out.vxl -j 2"},
         {vxindex, "-o t.index a.vxl b.las c.laz d.txt -p xyzi -j 1"},
-        // Not as JSON, whose library ends the process.
+        // Not as JSON: its library ends the process.
         {vxinfo, "a.vxl b.las c.laz d.txt -p xyzi -check -stats -j 1"},
     };
     for (const Command& command : commands) {

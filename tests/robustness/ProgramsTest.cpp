@@ -1,5 +1,5 @@
-// Programs as processes: killed and interrupted at any time, two of them with one output, without the streams
-// that a shell gives them.
+// Programs as processes: killed and interrupted at any time, two with the same output, without standard
+// streams.
 #include "support/LASClouds.h"
 #include "support/Program.h"
 #include "support/Random.h"
@@ -59,7 +59,7 @@ protected:
         EXPECT_EQ(start(command).wait().status, 0) << command.arguments;
         return readFile(directory / command.output);
     }
-    // Files beside the inputs and the output.
+    // Files other than the inputs and the output.
     int countOthers(const std::string& output) const
     {
         int count = 0;
@@ -119,7 +119,7 @@ TEST_F(Processes, NeverMixTheirOutputs)
 {
     for (Command command : commands) {
         if (command.program == std::string(VXINDEX))
-            continue; // its options change too little
+            continue; // its options make no difference
         Command other = command;
         other.arguments += " -s 2";
         const std::string outputs[] = {make(command), make(other)};
@@ -137,7 +137,7 @@ TEST_F(Processes, NeverMixTheirOutputs)
     }
 }
 
-// The limit sends SIGXFSZ.
+// Exceeding the limit raises SIGXFSZ.
 TEST_F(Processes, ReportAFileThatBecomesTooLarge)
 {
     for (const Command& command : commands) {
@@ -186,13 +186,13 @@ TEST_F(Processes, StopAtASignalWhereAPipeKeepsThemWaiting)
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.errors.find("\nError: operation cancelled.\n"), std::string::npos) << result.errors;
 
-    const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK); // and reads nothing
+    const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK); // never read from
     Program(VXUNPACK, directory, arguments).interrupt("writing", SIGINT);
     ::close(reader);
     EXPECT_TRUE(std::filesystem::is_fifo(pipe));
 }
 
-// An output must not become what messages are printed to, nor end with the reader of the progress.
+// Messages must not be written into an output, and a run must not fail because nobody reads its progress.
 TEST_F(Processes, DoWithoutStandardStreams)
 {
     for (const Command& command : commands) {

@@ -1,5 +1,5 @@
-// One source read by many threads at once, each with iterators of its own: every answer must be what a single
-// thread is given. Meant for thread sanitizers as much as for its own comparisons.
+// Many threads read one source at once, each with its own iterators: every result must be that of a single
+// thread. Meant for thread sanitizers as well as for its own comparisons.
 #include "support/ByteStore.h"
 #include "support/LASClouds.h"
 #include "support/MemoryPointSource.h"
@@ -7,7 +7,7 @@
 #include "support/ReadPoints.h"
 #include "support/SampleCloud.h"
 #include "support/TileFiles.h"
-#include "utils/ThreadPool.h"
+#include "utils/sets/ThreadLimit.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/LASPointReader.h>
 #include <vxunpack/LASPointWriter.h>
@@ -37,17 +37,17 @@ std::size_t rounds()
     return wanted ? std::strtoul(wanted, nullptr, 10) : 12;
 }
 
-// Runs body(thread) on many threads, inside one pool that has more threads than small machines have cores.
-// Returns what any of them threw.
+// Runs body(thread) on many threads, in one pool that has more threads than small machines have cores. Returns
+// the text of an exception of any of them.
 template <class Body>
 std::string onManyThreads(const Body& body)
 {
     std::mutex mutex;
     std::string failures;
-    // The scheduler's own handing over of work is unknown to a thread sanitizer; there, loops run on plain
-    // threads and need no pool.
+    // A thread sanitizer does not see how the scheduler synchronizes threads; there, loops run on plain threads
+    // and need no pool.
 #if !defined(__SANITIZE_THREAD__)
-    ThreadPool pool(8);
+    ThreadLimit pool(8);
     const auto run = [&pool](const auto& work) { pool.execute(work); };
 #else
     const auto run = [](const auto& work) { work(); };
@@ -95,7 +95,7 @@ struct Query
             numBlocks = random.below(4);
     }
 
-    // The bytes of all points, and behind them the error when there was one.
+    // The bytes of all points, then the text of the error, if any.
     std::string ask(const PointSource& source) const
     {
         std::string answer;
@@ -163,7 +163,7 @@ TEST(Stress, IteratorsOfOneCompressedFile)
     }
 }
 
-// Some queries meet broken subblocks, each in its own channels and places.
+// Some queries read broken subblocks, in different channels and places.
 TEST(Stress, IteratorsOfADamagedFile)
 {
     Bytes bytes = buildSurvey(2);
@@ -204,12 +204,12 @@ TEST(Stress, IteratorsOfManyTiles)
     for (int i = 0; i < 30; ++i) {
         const std::string tile = directory / (std::to_string(i) + ".vxl");
         Testing::writeFile(tile, Testing::buildTile(i % 6 * 10, i / 6 * 10, 200));
-        index->add(QMFileSpec(tile.c_str()));
+        index->add(tile.c_str());
     }
     Testing::writeFile(directory / "overview.vxl", Testing::buildTile(0, 0, 100));
-    index->setOverview(QMFileSpec((directory / "overview.vxl").c_str()), 0.1);
+    index->setOverview((directory / "overview.vxl").c_str(), 0.1);
     const std::string path = directory / "tiles.index";
-    index->write(QMFileSpec(path.c_str()));
+    index->write(path.c_str());
     const auto open = [&] {
         const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
         files->addFile(path.c_str());
@@ -218,7 +218,7 @@ TEST(Stress, IteratorsOfManyTiles)
     expectSameAnswers(*open(), *open());
 }
 
-// Writers share nothing but what they read; each packs the whole source, while others read it.
+// Writers share only their source; each packs all of it, while others read it.
 TEST(Stress, WritersAtOnce)
 {
     Random random(5);

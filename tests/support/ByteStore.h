@@ -1,5 +1,5 @@
-// An IO over bytes in memory. Readers get an exact-size heap block, so that address sanitizers see one byte
-// too many; writers can be made to run full.
+// An IO over bytes in memory. Reads are from a heap block of the exact size, so that address sanitizers detect
+// a read past the end; the capacity for writes can be limited.
 #pragma once
 
 #include <vxunpack/IO.h>
@@ -30,7 +30,7 @@ public:
         const auto length = static_cast<std::int64_t>(m_bytes.size());
         if (offset < 0 || offset >= length)
             return 0;
-        const std::size_t got = std::min({count, static_cast<std::size_t>(length - offset), m_mostMoved});
+        const std::size_t got = std::min({count, static_cast<std::size_t>(length - offset), m_maxMoved});
         std::memcpy(buffer, m_bytes.data() + offset, got);
         return got;
     }
@@ -38,7 +38,7 @@ public:
     {
         ++m_writes;
         const auto at = static_cast<std::size_t>(offset);
-        const std::size_t taken = std::min({count, m_capacity - std::min(at, m_capacity), m_mostMoved});
+        const std::size_t taken = std::min({count, m_capacity - std::min(at, m_capacity), m_maxMoved});
         m_bytes.resize(std::max(m_bytes.size(), at + taken));
         if (taken != 0)
             std::memcpy(m_bytes.data() + at, buffer, taken);
@@ -54,10 +54,10 @@ public:
     int reads() const { return m_reads; }
     int writes() const { return m_writes; }
     bool unlinked() const { return m_unlinked; }
-    // Writes beyond this many bytes are short.
+    // Writes beyond this size are short, as on a full disk.
     void setCapacity(std::size_t bytes) { m_capacity = bytes; }
-    // No call moves more, so that most are short.
-    void setMostMoved(std::size_t bytes) { m_mostMoved = bytes; }
+    // Limits every call, so that most reads and writes are short.
+    void setMaxMoved(std::size_t bytes) { m_maxMoved = bytes; }
 
 private:
     explicit ByteStore(std::vector<std::uint8_t> bytes) : m_bytes(std::move(bytes)) {}
@@ -68,7 +68,7 @@ private:
     mutable std::atomic<int> m_writes{0};
     bool m_unlinked = false;
     std::size_t m_capacity = SIZE_MAX;
-    std::size_t m_mostMoved = SIZE_MAX;
+    std::size_t m_maxMoved = SIZE_MAX;
 };
 
 } // namespace Quillmoran::Testing

@@ -1,4 +1,4 @@
-// Runs what must throw an Error and gives back what it says, for comparing.
+// Runs code that must throw an Error, and returns the error as text.
 #pragma once
 
 #include <vxunpack/Base.h>

@@ -18,7 +18,7 @@ constexpr int pointsPerLine = 600;
 constexpr double scale = 0.01;
 constexpr double offsets[3] = {500000.0, 4100000.0, 100.0};
 
-// Height of the ground in steps, integers all the way so that it is the same everywhere.
+// Height of the ground in steps, in integer arithmetic only so that it is the same on every machine.
 std::int64_t ground(std::int64_t x, std::int64_t y)
 {
     const std::int64_t hill = 6000 - std::abs(x - 9000) / 3 - std::abs(y - 2000) / 2;
@@ -124,12 +124,12 @@ Bytes buildExampleSurvey()
     const Scoped<ByteStore> store(ByteStore::create());
     const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
     writer->init(source.get(), store.get());
-    // So few points would get few levels, subblocks and boxes; an example should have some to look at.
+    // By default a file of so few points has few levels, subblocks and boxes; an example should have several.
     EncodeOptions options;
     options.numLevels = 6;
     options.pointsPerEntry = 64;
     options.all.subblockSize = 256;
-    // Times might else be deflated, in bytes that depend on zlib's version.
+    // Times must not be deflated: those bytes depend on the version of zlib.
     options.byChannel[ChannelNames::gpsTime].transform = TransformType{11};
     writer->setOptions(options);
     writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);

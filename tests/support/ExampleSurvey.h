@@ -1,5 +1,5 @@
-// The small survey of examples/survey.vxl: a strip of hills with trees, flown in four lines. It is written as
-// vxpack writes files, from a source in memory, since no other format that is read holds names of classes.
+// The small survey of examples/survey.vxl: a strip of hills with trees, flown in four lines. It is encoded as
+// vxpack does, but from a source in memory, since no other input format has class names.
 #pragma once
 
 #include "support/SubblockEncoder.h"

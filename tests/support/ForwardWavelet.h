@@ -1,6 +1,5 @@
-// The forward transform, written as the textbook has it, and a plain inverse of whole bands. Both index
-// samples one by one with the ends of a band repeated; they share no code with the decoder and are its
-// oracle.
+// The forward transform as in a textbook, and a plain inverse of whole bands. Both index samples one by one and
+// repeat the ends of a band. They share no code with the decoder: tests compare it with them.
 #pragma once
 
 #include <algorithm>
@@ -11,7 +10,7 @@
 
 namespace Quillmoran::Testing {
 
-// The lifting order (0, 1 or 3) and whether there is an update step.
+// The lifting order (0, 1 or 3), and whether there is an update step.
 struct Lifting
 {
     int order;
@@ -141,7 +140,7 @@ std::vector<std::vector<T>> decompose(std::vector<T> samples, Lifting lifting, s
     return bands;
 }
 
-// The samples that the first `count` bands make.
+// Reconstructs the samples of the first `count` bands.
 template <class T>
 std::vector<T> compose(const std::vector<std::vector<T>>& bands, Lifting lifting, std::size_t count)
 {

@@ -1,5 +1,5 @@
-// Points for tests of LAS files: random ones that use every field, the channels in which they appear, and the
-// way back from what a source delivers.
+// Points for tests of LAS files: random points that use every field, their channels, and the points of a query
+// as LAS points.
 #pragma once
 
 #include "model/ChannelNames.h"
@@ -14,7 +14,7 @@
 
 namespace Quillmoran::Testing {
 
-// A file of random points whose fields are all within what the format can hold.
+// A file of random points whose fields are within the limits of the format.
 inline LASFile randomLASFile(int format, int minor, std::size_t count, std::uint64_t seed)
 {
     Random random(seed);
@@ -64,8 +64,8 @@ inline LASFile randomLASFile(int format, int minor, std::size_t count, std::uint
     return file;
 }
 
-// The points of a file as they are joined with those of formats 6 and above, after the published format; with
-// week times taken in a GPS week.
+// The points of a file as they are joined with those of formats 6 and above, by the published format. Week
+// times are in the given GPS week.
 inline std::vector<LASFilePoint> joinedPoints(const LASFile& file, int gpsWeek)
 {
     std::vector<LASFilePoint> points = file.points;
@@ -84,8 +84,7 @@ inline std::vector<LASFilePoint> joinedPoints(const LASFile& file, int gpsWeek)
     return points;
 }
 
-// What a whole query of a source delivers, as LAS points; coordinates come back in steps of the source's
-// scale.
+// All points of a source as LAS points. Coordinates are in steps of the source's scale.
 inline std::vector<LASFilePoint> readLASPoints(const PointSource& source, const Bounds& box = Bounds::Huge(),
                                                double fraction = 1, std::size_t blockSize = 1000)
 {

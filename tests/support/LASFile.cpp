@@ -250,7 +250,7 @@ LASBytes LASFile::build() const
     for (const LASFilePoint& point : points) {
         const std::size_t end = body.bytes.size() + length;
         writePoint(body, point, format);
-        body.bytes.resize(end, 0xDD); // bytes of the owner, and wave packets
+        body.bytes.resize(end, 0xDD); // extra bytes and wave packets
     }
     const std::uint64_t extendedAt = extendedRecords.empty() ? 0 : size + body.bytes.size();
     for (const LASFileRecord& record : extendedRecords)
@@ -271,7 +271,7 @@ LASBytes LASFile::build() const
         out(std::uint64_t{0});
     if (versionMinor >= 4)
         out(extendedAt), out(static_cast<std::uint32_t>(extendedRecords.size())), out(count), out(byReturn);
-    out.bytes.resize(size, 0xCC); // what a longer header holds
+    out.bytes.resize(size, 0xCC); // the additional bytes of a longer header
     out.bytes.insert(out.bytes.end(), body.bytes.begin(), body.bytes.end());
     return out.bytes;
 }

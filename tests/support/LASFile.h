@@ -1,5 +1,5 @@
-// LAS files as plain values, taken apart and put together field by field after the published format, without
-// the code that the tests are about.
+// LAS files as plain values, parsed and built field by field by the published format, without using the code
+// under test.
 #pragma once
 
 #include <array>
@@ -20,7 +20,7 @@ struct LASFileRecord
     std::uint16_t reserved = 0xAABB;
 };
 
-// Every field that any point format has; those that a format lacks are 0.
+// The fields of all point formats; those that a format lacks are 0.
 struct LASFilePoint
 {
     std::int32_t x = 0, y = 0, z = 0;
@@ -46,7 +46,7 @@ struct LASFile
     std::string systemID, software; // with the NULs that pad them to 32 bytes
     int day = 0, year = 0;
     std::uint16_t headerSize = 0;      // 0: the version's own
-    std::uint32_t pointDataOffset = 0; // 0: behind the variable length records
+    std::uint32_t pointDataOffset = 0; // 0: after the VLRs
     int format = 0;
     bool compressed = false;
     std::uint16_t recordLength = 0; // 0: the format's own
@@ -56,14 +56,14 @@ struct LASFile
     std::uint64_t count = 0; // of version 1.4, as the following
     std::array<std::uint64_t, 15> byReturn{};
     std::vector<LASFileRecord> records, extendedRecords;
-    std::vector<LASFilePoint> points; // not of a compressed file
+    std::vector<LASFilePoint> points; // empty for a compressed file
 
     static std::size_t recordBytes(int format);
 
-    // Throws std::runtime_error when the bytes are no whole file.
+    // Throws std::runtime_error if the file is incomplete.
     static LASFile parse(const LASBytes& bytes);
     static LASFile load(const std::string& path);
-    // Sizes, offsets and numbers of records are filled in, counts and bounds are those of the members.
+    // Sizes, offsets and numbers of records are computed; counts and bounds are those of the members.
     LASBytes build() const;
     // Sets counts, counts by return and bounds from the points.
     void describePoints();

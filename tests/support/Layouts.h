@@ -22,7 +22,7 @@ inline PointInfo layoutOf(std::initializer_list<ChannelInfo> channels)
     return layout;
 }
 
-// X, Y and Z, and whatever else is given.
+// X, Y and Z, and the channels given.
 inline PointInfo layoutXYZ(std::initializer_list<ChannelInfo> more = {})
 {
     PointInfo layout = layoutOf({channel("X", FLOAT64), channel("Y", FLOAT64), channel("Z", FLOAT64)});

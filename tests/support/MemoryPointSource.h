@@ -1,5 +1,5 @@
-// A source of points held in memory, for tests of whatever reads from a source. Columns are given as doubles
-// and kept in the type of their channel; queries honour the box, the fraction and the requested channels.
+// A source of points in memory, for tests of code that reads from a source. Columns are given as doubles and
+// stored in the type of their channel; queries honour the box, the fraction and the requested channels.
 #pragma once
 
 #include "model/ChannelNames.h"
@@ -33,8 +33,7 @@ public:
         return source;
     }
 
-    // What a test wants to change of the source: values that no double holds, a scale, an unknown count,
-    // records.
+    // For tests that need values that are no doubles, a scale, an unknown count, metadata.
     ChannelData& column(const char* name) { return *find(name); }
     using PointReader::setBounds;
     using PointReader::setClassIdNames;
@@ -42,7 +41,7 @@ public:
     using PointReader::setQuantization;
     using PointReader::setWKT;
     Metadata& metadata() { return m_metadata; }
-    // Iterators throw 40000 "test" in place of delivering the point of this index.
+    // Iterators throw 40000 "test" instead of delivering the point with this index.
     void failAt(std::size_t point) { m_failingPoint = point; }
 
     const char* getFileFormatString() const override { return "Memory"; }

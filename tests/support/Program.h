@@ -1,4 +1,4 @@
-// Runs a program of the project as its users do.
+// Runs a program as a process.
 #pragma once
 
 #include "support/TemporaryDirectory.h"
@@ -23,7 +23,7 @@ struct Result
     std::string errors;
 };
 
-// A program that runs in a directory; its two outputs go to files there.
+// A program that runs in a directory; standard output and standard error go to files there.
 class Program
 {
 public:
@@ -49,7 +49,7 @@ public:
     std::string output() const { return readFile(m_output); }
     void signal(int number) const { ::kill(m_process, number); }
 
-    // Sends a signal as soon as the program has printed a text, and expects it to end as it should then.
+    // Sends a signal as soon as the program has printed a text, and expects the error of an interrupted run.
     Result interrupt(const std::string& text, int number)
     {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);

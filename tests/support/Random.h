@@ -1,4 +1,4 @@
-// A small generator of its own, so that a seed means the same numbers with every standard library.
+// A random number generator whose numbers for a seed are the same with every standard library.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// Clouds of random layout and content for property tests of whatever keeps points: channels of every type,
-// samples of every character, among them those that arithmetic loses.
+// Clouds of random layout and content for tests of code that must restore points exactly: channels of every
+// type and samples of many kinds, also those that arithmetic would change.
 #pragma once
 
 #include "support/MemoryPointSource.h"
@@ -14,7 +14,7 @@ namespace Quillmoran::Testing {
 
 namespace RandomCloudDetail {
 
-// Fills a column of integers: constant, a ramp, steps, small noise, anything, the two extremes.
+// Fills a column of integers: constant, a ramp, steps, small noise, random bits, the two extremes.
 template <class T>
 void fillIntegers(Random& random, T* samples, std::size_t count)
 {
@@ -89,8 +89,8 @@ void fillReals(Random& random, T* samples, std::size_t count, bool finite)
 
 } // namespace RandomCloudDetail
 
-// X, Y and Z, never NaN, and up to `mostChannels` others.
-inline Scoped<MemoryPointSource> makeRandomCloud(Random& random, std::size_t count, std::size_t mostChannels)
+// X, Y and Z, never NaN, and up to `maxChannels` others.
+inline Scoped<MemoryPointSource> makeRandomCloud(Random& random, std::size_t count, std::size_t maxChannels)
 {
     constexpr DataType types[] = {UINT8,  SINT8,   UINT16, SINT16, UINT32,
                                   SINT32, FLOAT32, UINT64, SINT64, FLOAT64};
@@ -102,7 +102,7 @@ inline Scoped<MemoryPointSource> makeRandomCloud(Random& random, std::size_t cou
     };
     for (const char* name : {"X", "Y", "Z"})
         append(name, FLOAT64, random.chance(0.5) ? 0.01 : 0);
-    for (std::size_t i = random.below(mostChannels + 1); i > 0; --i)
+    for (std::size_t i = random.below(maxChannels + 1); i > 0; --i)
         append((random.chance(0.2) ? "a name that is longer than the record holds " : "C") +
                    std::to_string(i),
                types[random.below(std::size(types))], 0);

@@ -19,7 +19,7 @@ inline Scoped<VX7PointReader> openFile(const Bytes& bytes)
     return reader;
 }
 
-// All points of a query, as the bytes of each channel one behind the other.
+// All points of a query, as the bytes of each channel.
 struct Points
 {
     std::size_t count = 0;

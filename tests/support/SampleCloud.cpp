@@ -11,7 +11,7 @@ SampleCloud SampleCloud::make(std::size_t count, std::uint64_t seed)
     SampleCloud cloud;
     Random random(seed);
     for (std::size_t i = 0; i < count; ++i) {
-        // Scan lines back and forth over a rolling ground.
+        // Zigzag scan lines over hills.
         const auto line = static_cast<std::int64_t>(i / 200);
         const auto along = static_cast<std::int64_t>(i % 200);
         cloud.steps[0].push_back((line % 2 ? 200 - along : along) * 35 + random.between(-9, 9));

@@ -14,7 +14,7 @@ struct SampleCloud
     static constexpr double scale = 0.01;
     static constexpr double offsets[3] = {500000.0, 4100000.0, 100.0};
 
-    // Quantized coordinates, as steps, and as the doubles that a reader gives.
+    // Quantized coordinates, as steps and as the doubles that a reader returns.
     std::vector<std::int64_t> steps[3];
     std::vector<double> coordinates[3];
     std::vector<std::int64_t> intensity, classId, scanAngle;

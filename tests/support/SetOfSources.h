@@ -1,5 +1,5 @@
-// A manager over sources in memory, for tests of what reads sets of sources. It counts how often each source
-// is asked for. Queries of any source, as rows of numbers.
+// A manager of sources in memory, for tests of code that reads sets of sources. It counts the requests for each
+// source. Also queries of any source as rows of numbers.
 #pragma once
 
 #include <vxunpack/PointSource.h>
@@ -40,7 +40,7 @@ public:
         return m_overview.get();
     }
 
-    // How often each source was asked for since the last call.
+    // The number of requests for each source since the last call.
     std::vector<int> takeRequests()
     {
         std::vector<int> requests(m_requests.size());
@@ -55,7 +55,7 @@ private:
     double m_fraction = 0;
 };
 
-// All points of a query, each a row with the samples of its channels.
+// All points of a query, one row of samples per point.
 inline std::vector<std::vector<double>> readRows(const PointSource& source, const PointInfo& layout,
                                                  const Bounds& bounds = Bounds::Huge(), double fraction = 1,
                                                  std::size_t blockPoints = 7)

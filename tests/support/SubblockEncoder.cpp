@@ -1,6 +1,6 @@
 #include "support/SubblockEncoder.h"
 
-#include "encode/SubblockWriter.h"
+#include "encode/coders/SubblockWriter.h"
 #include "support/Kernels.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@ namespace Quillmoran::Testing {
 
 namespace {
 
-// Clears the planes below `dropped` of integer magnitudes; the highest plane in use always stays.
+// Clears the planes below `dropped` of integer magnitudes, but never the highest plane in use.
 template <class T>
 void dropPlanes(std::vector<T>& samples, int dropped)
 {

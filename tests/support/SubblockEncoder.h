@@ -1,8 +1,7 @@
-// Bands for tests of the decoder: samples through the subblock writers, in whatever form a file may hold
-// them.
+// Bands for tests of the decoder: samples encoded by the subblock writers, in every form that a file may have.
 #pragma once
 
-#include "common/TransformUtils.h"
+#include "common/coders/TransformUtils.h"
 #include <vxunpack/DataType.h>
 
 #include <cstddef>
@@ -18,12 +17,12 @@ struct BandOptions
     TransformType transform = 1;
     std::size_t subblockSize = 64;
     bool perPlaneLengths = false;
-    int rawPlanes = 0;     // of the coded planes, how many of the lowest are raw
-    int droppedPlanes = 0; // lowest planes left out (lossy), but for the highest one of a subblock
+    int rawPlanes = 0;     // number of lowest planes that are raw
+    int droppedPlanes = 0; // lowest planes omitted (lossy), except for the highest one of a subblock
     std::size_t maxZeroRun = 2048;
 };
 
-// The two stretches of a band; interleaved, everything is in `headers`.
+// The two byte ranges of a band; if interleaved, everything is in `headers`.
 struct EncodedBand
 {
     Bytes headers;

@@ -1,4 +1,4 @@
-// Real files for tests: a directory that goes with its object, and whole files at once.
+// Files for tests: a directory that is removed with its object, and whole files at once.
 #pragma once
 
 #include <cstdint>
@@ -55,7 +55,6 @@ public:
         writeFile(path(name), content);
         return path(name);
     }
-    static std::string contentOf(const std::string& path) { return readFile(path); }
 
 private:
     std::string m_path;

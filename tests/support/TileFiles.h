@@ -1,4 +1,4 @@
-// Small compressed files on a grid of cells, as the tiles of a survey, and an opener that tells which files
+// Small compressed files on a grid of cells, as the tiles of a survey, and an opener that records which files
 // were opened.
 #pragma once
 
@@ -34,10 +34,10 @@ class CountingOpener final : public PersistentPointSourceManager::FileOpener
 public:
     static Scoped<CountingOpener> make() { return Scoped<CountingOpener>(new CountingOpener); }
 
-    PointSource* openPointSource(const QMFileSpec& file) const override
+    PointSource* openPointSource(const char* path) const override
     {
-        m_opened.push_back(file.basename());
-        return m_opener->openPointSource(file);
+        m_opened.push_back(std::filesystem::path(path).filename());
+        return m_opener->openPointSource(path);
     }
 
     SimpleFileOpener& simple() { return *m_opener; }

@@ -1,7 +1,7 @@
 #include "support/VX7FileBuilder.h"
 
-#include "common/ChannelInfo.h"
-#include "common/ChunkHeader.h"
+#include "common/container/ChunkHeader.h"
+#include "common/container/WaveletChannelInfo.h"
 #include "index/MemoryRTree.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
@@ -28,7 +28,7 @@ std::size_t countSamples(const ChannelPlan& channel)
     return hasFloatKernel(channel) ? channel.reals.size() : channel.integers.size();
 }
 
-// The record as the reader will derive it.
+// The record, with the fields that a reader derives.
 WaveletChannelInfo makeRecord(const ChannelPlan& channel)
 {
     std::uint64_t largest = 0;
@@ -212,8 +212,8 @@ private:
             m_out.write(band.headers.data(), band.headers.size());
             return;
         }
-        const Bytes& a = m_plan.swapStretches ? band.headers : band.data;
-        const Bytes& b = m_plan.swapStretches ? band.data : band.headers;
+        const Bytes& a = m_plan.swapRanges ? band.headers : band.data;
+        const Bytes& b = m_plan.swapRanges ? band.data : band.headers;
         m_out.put_be(static_cast<std::int64_t>(a.size()));
         m_out.put_be(static_cast<std::int64_t>(b.size()));
         m_out.write(a.data(), a.size());

@@ -1,9 +1,9 @@
-// Assembles compressed files for tests and examples from channels of samples. Everything that a reader must
-// be able to meet can be chosen: versions of file and chunks, coders, subblock sizes, levels, the form of the
-// index, swapped stretches.
+// Assembles compressed files for tests and examples from channels of samples. A plan can choose
+// everything that a reader must support: versions of file and chunks, coders, subblock sizes, levels, the form
+// of the index, the order of byte ranges.
 #pragma once
 
-#include "common/TransformUtils.h"
+#include "common/coders/TransformUtils.h"
 #include "support/SubblockEncoder.h"
 #include <vxunpack/Bounds.h>
 #include <vxunpack/DataType.h>
@@ -32,17 +32,17 @@ struct ChannelPlan
 
 struct FilePlan
 {
-    std::uint8_t version = 4;       // last byte of the file version
-    std::uint8_t headerVersion = 2; // of the wavelet header chunk
-    std::uint8_t bandVersion = 3;   // of the subband chunks
-    bool swapStretches = false;
+    std::uint8_t version = 4;                // last byte of the file version
+    std::uint8_t headerVersion = 2;          // of the wavelet header chunk
+    std::uint8_t bandVersion = 3;            // of the subband chunks
+    bool swapRanges = false;                 // headers of a band before its data
     bool planeLengthsWithoutLifting = false; // as some writers of old files did
     std::uint32_t numLevels = 4;
     std::vector<ChannelPlan> channels;
 
     std::uint8_t indexVersion = 2;
     std::uint32_t pointsPerEntry = 64;
-    std::vector<Bounds> indexBoxes; // entry i covers the points from i * pointsPerEntry on
+    std::vector<Bounds> indexBoxes; // entry i covers points from i * pointsPerEntry
     double indexScale = 0.001;
 
     Metadata metadata;

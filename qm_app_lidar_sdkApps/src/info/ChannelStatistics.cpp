@@ -11,12 +11,12 @@ namespace Quillmoran {
 
 namespace {
 
-// The alternative of Sample that holds every T.
+// The alternative of Sample that represents every T.
 template <class T>
 using Wide = std::conditional_t<std::is_floating_point_v<T>, double,
                                 std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>>;
 
-constexpr std::size_t numCodes = 256; // that eight bits can hold
+constexpr std::size_t numCodes = 256; // of eight bits
 
 bool holdsCodes(const ChannelInfo& channel)
 {
@@ -55,7 +55,7 @@ void ChannelStatistics::addSamples(const T* samples, std::size_t count)
 {
     auto low = std::get<Wide<T>>(m_minimum);
     auto high = std::get<Wide<T>>(m_maximum);
-    double sum = 0; // of the block: sums of few numbers lose less
+    double sum = 0; // of the block: short sums are more precise
     std::size_t finite = count;
     for (std::size_t i = 0; i < count; ++i) {
         const T sample = samples[i];

@@ -1,4 +1,4 @@
-// Count, range and mean of the samples of one channel, gathered block by block.
+// Count, range and mean of the samples of a channel, computed block by block.
 #pragma once
 
 #include <vxunpack/PointData.h>
@@ -23,14 +23,14 @@ public:
     void add(const ChannelData& samples, std::size_t count);
 
     const std::string& getName() const noexcept { return m_name; }
-    // Infinities and NaNs are counted apart and enter nothing else.
+    // Infinities and NaNs are counted separately and otherwise ignored.
     std::uint64_t getCount() const noexcept { return m_count; }
     std::uint64_t getNumNotFinite() const noexcept { return m_numNotFinite; }
-    // All three need a count that is not 0.
+    // Defined only for a count above 0.
     Sample getMinimum() const noexcept { return m_minimum; }
     Sample getMaximum() const noexcept { return m_maximum; }
     double getMean() const noexcept { return m_sum / static_cast<double>(m_count); }
-    // How many samples have each value, of the classes and the returns; empty for other channels.
+    // The number of samples with each value, for classes and returns; empty for other channels.
     const std::vector<std::uint64_t>& getHistogram() const noexcept { return m_histogram; }
 
 private:

@@ -4,7 +4,7 @@ namespace Quillmoran {
 
 CompressedSize CompressedSize::of(const WaveletDecoderInfo& info)
 {
-    // Stretches lie in chunks that lie in the group, so no sum can pass the group's length.
+    // The byte ranges are disjoint parts of the file, so the sums cannot overflow.
     CompressedSize size;
     const std::uint32_t coarsest = info.getNumLevels() - 1;
     size.levelBytes.resize(info.getNumLevels());
@@ -16,7 +16,7 @@ CompressedSize CompressedSize::of(const WaveletDecoderInfo& info)
             channel.interleaved = channel.interleaved || stretches.interleaved;
             channel.headerBytes += headers;
             channel.dataBytes += stretches.data.length();
-            // Band 0 is the coarsest level itself, each further one refines to the next finer level.
+            // Band 0 is the coarsest level; each following band refines to the next finer level.
             size.levelBytes[coarsest - band] += headers + stretches.data.length();
         }
     }

@@ -1,4 +1,4 @@
-// All that a run found out about one file. Written as text or as JSON.
+// The results of a run for one file. Written as text or as JSON.
 #pragma once
 
 #include "info/ChannelStatistics.h"
@@ -15,15 +15,15 @@ struct FileReport
 {
     struct Check
     {
-        long long numPoints;    // that were there
-        std::size_t numQueries; // boxes that were compared
+        long long numPoints;    // decoded
+        std::size_t numQueries; // compared boxes
     };
 
     std::string fileName;
-    std::optional<SourceDescription> description; // none when the file cannot be opened
-    std::optional<Check> check;                   // none unless wanted and done
-    std::vector<ChannelStatistics> statistics;    // empty unless wanted and done
-    std::vector<std::string> problems;            // empty: the file is sound
+    std::optional<SourceDescription> description; // unless the file cannot be opened
+    std::optional<Check> check;                   // of a run with -check that completed
+    std::vector<ChannelStatistics> statistics;    // of a run with -stats that completed
+    std::vector<std::string> problems;            // empty for a sound file
 };
 
 } // namespace Quillmoran

@@ -4,11 +4,9 @@
 #include "info/PointCheck.h"
 #include "info/TextReport.h"
 #include "text/Printable.h"
-#include "utils/ConsoleProgress.h"
-#include "utils/PointScan.h"
-#include "utils/Program.h"
-#include "utils/ThreadPool.h"
-#include "utils/Utils.h"
+#include "utils/program/ConsoleProgress.h"
+#include "utils/program/Utils.h"
+#include "utils/sets/PointScan.h"
 #include <vxunpack/LASPointReader.h>
 
 #include <cstdio>
@@ -18,84 +16,37 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr char description[] = "Tells what LiDAR files hold and whether they are sound";
-
-constexpr ErrorCode cancelledError = ErrorCode::Cancelled;
-
-// Progress on a line of its own, which ends with this object; none in output for machines.
-class ProgressLine
-{
-public:
-    explicit ProgressLine(bool isShown)
-    {
-        if (isShown)
-            m_delegate.emplace();
-    }
-    ~ProgressLine()
-    {
-        if (m_delegate)
-            std::putchar('\n');
-    }
-    ProgressLine(const ProgressLine&) = delete;
-    ProgressLine& operator=(const ProgressLine&) = delete;
-
-    ProgressDelegate* delegate() { return m_delegate ? &*m_delegate : nullptr; }
-    void setTotal(double work)
-    {
-        if (m_delegate)
-            m_delegate->setTotal(work);
-    }
-    void finish()
-    {
-        if (m_delegate)
-            m_delegate->finish();
-    }
-
-private:
-    std::optional<Utils::ConsoleProgress> m_delegate;
-};
+constexpr char description[] = "Describes LiDAR files and checks them for damage";
 
 } // namespace
 
-Inspector::Inspector() : m_cmdLine("vxinfo", description, description, true)
+Inspector::Inspector() : Program("vxinfo", description)
 {
-    Utils::setVersion(m_cmdLine);
-    Utils::addCommonOptions(m_cmdLine);
+    m_cmdLine.setStrictNumbers();
     Utils::addTXTPointReaderOptions(m_cmdLine);
     m_cmdLine.addFlag("json", nullptr, "write a JSON array with an object for each file.");
     m_cmdLine.addFlag("check", nullptr,
-                      "decode all points and compare them with what the file tells about them.");
+                      "decode all points and compare them with the description in the file.");
     m_cmdLine.addFlag("stats", nullptr, "decode all points for the range and the mean of each channel.");
-    // One file per occurrence, so that options can follow the names.
+    // One file per occurrence, so that options may follow the names.
     m_cmdLine.addStringArray("i", "inputFile", "name of an input file, or of a list of files.", true, -1);
     m_cmdLine.setExtra("i");
 }
 
-void Inspector::parse(int argc, const char* const* argv)
-{
-    m_cmdLine.setStrictNumbers();
-    m_cmdLine.parse(argc, argv);
-}
-
-bool Inspector::run()
+bool Inspector::work()
 {
     const bool json = m_cmdLine.getFlag("json");
-    std::size_t count = 0;
-    const char* const* arguments = m_cmdLine.getStringArray("inputFile", count);
-    ThreadPool pool(m_cmdLine.getUint("numThreads"));
-    pool.execute([&] {
-        if (json)
-            std::printf("[");
-        for (std::size_t i = 0; i < count; ++i)
-            inspectArgument(arguments[i]);
-        if (json)
-            std::printf("\n]\n");
-    });
+    if (json)
+        std::printf("[");
+    for (const std::string& argument : Utils::getStrings(m_cmdLine, "inputFile"))
+        inspectArgument(argument);
+    if (json)
+        std::printf("\n]\n");
     Utils::finishReport();
     return m_allSound;
 }
 
-void Inspector::inspectArgument(const char* argument)
+void Inspector::inspectArgument(const std::string& argument)
 {
     FileReport unreadable;
     unreadable.fileName = argument;
@@ -112,7 +63,7 @@ FileReport Inspector::inspect(const std::string& fileName) const
     FileReport report;
     report.fileName = fileName;
     attempt(report, [&] {
-        const auto manager = createManager(fileName.c_str());
+        const auto manager = createManager(fileName);
         Scoped<PointSource> source(manager->createPointSource(0));
         source->getWKT(); // may fail to load a module
         const auto* las = dynamic_cast<const LASPointReader*>(source.get());
@@ -120,25 +71,40 @@ FileReport Inspector::inspect(const std::string& fileName) const
             Utils::warnOfUnknownCoordinateSystems({fileName}, "");
         report.description.emplace(std::move(source), fileName);
         if (m_cmdLine.getFlag("check") || m_cmdLine.getFlag("stats"))
-            scan(report);
+            decode(report);
     });
     return report;
 }
 
-void Inspector::scan(FileReport& report) const
+// Shows progress except in JSON output. Ends the progress line also on failure, before the next report.
+void Inspector::decode(FileReport& report) const
+{
+    if (m_cmdLine.getFlag("json"))
+        return scan(report, nullptr);
+    Utils::ConsoleProgress progress;
+    try {
+        scan(report, &progress);
+    } catch (...) {
+        std::putchar('\n');
+        throw;
+    }
+    progress.finish();
+}
+
+void Inspector::scan(FileReport& report, ProgressDelegate* progress) const
 {
     const PointSource& source = *report.description->source;
-    ProgressLine progress(!m_cmdLine.getFlag("json"));
     std::optional<PointCheck> check;
     if (m_cmdLine.getFlag("check"))
         check.emplace(source);
-    progress.setTotal(source.getTotalWork(Bounds::Huge(), 1.0) + (check ? check->getWork() : 0));
+    if (progress)
+        progress->setTotal(source.getTotalWork(Bounds::Huge(), 1.0) + (check ? check->getWork() : 0));
     std::vector<ChannelStatistics> statistics;
     if (m_cmdLine.getFlag("stats"))
         for (std::size_t i = 0; i < source.getNumChannels(); ++i)
             statistics.emplace_back(source.getChannel(i));
 
-    scanPoints(source, Bounds::Huge(), source.getPointInfo(), progress.delegate(),
+    scanPoints(source, Bounds::Huge(), source.getPointInfo(), progress,
                [&](const PointData& block, std::size_t count) {
                    if (check)
                        check->add(block, count);
@@ -148,11 +114,10 @@ void Inspector::scan(FileReport& report) const
 
     report.statistics = std::move(statistics);
     if (check) {
-        check->finish(progress.delegate());
+        check->finish(progress);
         report.check = {check->getNumPoints(), check->getNumQueries()};
         report.problems = check->getProblems();
     }
-    progress.finish();
 }
 
 void Inspector::write(const FileReport& report)
@@ -168,7 +133,7 @@ void Inspector::write(const FileReport& report)
     m_allSound = false;
     std::fflush(stdout);
     for (const std::string& problem : report.problems) {
-        // Errors in text begin with the file's name and the line.
+        // Errors of text files begin with the name and the line.
         const bool isLocated = problem.rfind(report.fileName + ':', 0) == 0;
         const std::string line = isLocated ? problem : report.fileName + ": " + problem;
         std::fprintf(stderr, "Error: %s\n", printable(line).c_str());
@@ -181,7 +146,7 @@ void Inspector::attempt(FileReport& report, Work work) const
     try {
         work();
     } catch (const Error& error) {
-        if (error.code() == cancelledError)
+        if (error.code() == ErrorCode::Cancelled)
             throw;
         report.problems.push_back(explain(error));
     } catch (const std::exception& error) {
@@ -197,16 +162,16 @@ std::string Inspector::explain(const Error& error) const
            (error.filename() ? error.filename() : "?") + ":" + std::to_string(error.line()) + ")";
 }
 
-Scoped<FilePointSourceManager> Inspector::createManager(const char* argument) const
+Scoped<FilePointSourceManager> Inspector::createManager(const std::string& argument) const
 {
     Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     Utils::setTextOptions(*manager, true, m_cmdLine);
-    manager->setOpenFullWaveformFiles(true);
-    manager->addFile(argument);
+    manager->getOpener().setOpenFullWaveformFiles(true);
+    manager->addFile(argument.c_str());
     return manager;
 }
 
-std::vector<std::string> Inspector::expand(const char* argument) const
+std::vector<std::string> Inspector::expand(const std::string& argument) const
 {
     const auto manager = createManager(argument);
     std::vector<std::string> fileNames;

@@ -1,8 +1,8 @@
-// One run of vxinfo: declares and parses the options, expands lists, and reports file by file.
+// vxinfo: expands lists and reports on each file.
 #pragma once
 
-#include "cli/QMCmdLine.h"
 #include "info/FileReport.h"
+#include "utils/program/Program.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/FilePointSourceManager.h>
 
@@ -11,34 +11,31 @@
 
 namespace Quillmoran {
 
-class Inspector
+class Inspector final : public Program
 {
 public:
     Inspector();
 
-    // Ends the process on usage errors and after help or version texts.
-    void parse(int argc, const char* const* argv);
-    // Whether all files are sound. What is wrong with a file is reported and the next one follows; only a
-    // cancelled run ends in a throw.
-    bool run();
-
 private:
-    void inspectArgument(const char* argument);
+    // Returns whether no file has a problem. Errors of a file are problems in its report, and the next file
+    // follows; only cancellation is thrown.
+    bool work() override;
+    void inspectArgument(const std::string& argument);
     FileReport inspect(const std::string& fileName) const;
-    void scan(FileReport& report) const;
+    void decode(FileReport& report) const;
+    void scan(FileReport& report, ProgressDelegate* progress) const;
     void write(const FileReport& report);
 
-    // Does the work and makes its failure a problem of the file.
+    // Does the work and adds its error to the problems of the file.
     template <class Work>
     void attempt(FileReport& report, Work work) const;
     std::string explain(const Error& error) const;
-    // The files that an argument stands for: itself, or what a list names.
-    std::vector<std::string> expand(const char* argument) const;
-    Scoped<FilePointSourceManager> createManager(const char* argument) const;
+    // The files of a list; for other arguments the file itself.
+    std::vector<std::string> expand(const std::string& argument) const;
+    Scoped<FilePointSourceManager> createManager(const std::string& argument) const;
 
-    QMCmdLine m_cmdLine;
     bool m_allSound = true;
-    bool m_isFirst = true; // report of the run
+    bool m_isFirst = true; // no report has been written
 };
 
 } // namespace Quillmoran

@@ -9,9 +9,9 @@ namespace Quillmoran {
 
 namespace {
 
-using JSON = nlohmann::ordered_json; // keys stay in the order in which they are set
+using JSON = nlohmann::ordered_json; // keeps the order of keys
 
-// Infinities and NaNs need no care: the library writes them as null.
+// The library writes infinities and NaNs as null.
 
 JSON textOrNull(const char* text)
 {
@@ -23,7 +23,7 @@ JSON triple(const double* values)
     return values ? JSON::array({values[0] + 0.0, values[1] + 0.0, values[2] + 0.0}) : JSON(); // no -0
 }
 
-// Null without points, and when a side ends before it begins.
+// Null without points and for empty boxes.
 JSON describeBounds(const PointSource& source)
 {
     const Bounds& bounds = source.getBounds();
@@ -71,7 +71,7 @@ const char* nameOf(MetadataDataType type)
     case METADATA_FLOAT64_ARRAY:
         return "numbers";
     }
-    return "unknown"; // a file can hold any code
+    return "unknown"; // files may contain any code
 }
 
 JSON describeValue(const Metadata& metadata, std::size_t index)
@@ -110,7 +110,7 @@ JSON describeRecord(const WaveletDecoderChannelInfo& record, const CompressedSiz
     const bool isReal = TransformUtils::isFloatingPoint(record.getTransformType());
     const auto low = record.getMinimum();
     const auto high = record.getMaximum();
-    // A channel without samples has no range.
+    // A channel without samples has minimum > maximum.
     const bool hasRange = isReal ? low.real <= high.real : low.integer <= high.integer;
     JSON json;
     json["name"] = record.getName();
@@ -222,7 +222,7 @@ std::string toJSON(const FileReport& report)
         for (const ChannelStatistics& channel : report.statistics)
             json["statistics"].push_back(describeStatistics(channel));
     }
-    // ASCII only: no control character of a file gets to a terminal. The library leaves DEL as it is.
+    // ASCII only, so that no control character reaches a terminal. The library does not escape DEL.
     std::string text = json.dump(2, ' ', true, JSON::error_handler_t::replace);
     for (std::size_t at = 0; (at = text.find('\x7F', at)) != std::string::npos;)
         text.replace(at, 1, "\\u007f");

@@ -1,4 +1,4 @@
-// A report for programs. The keys are part of the interface and described in docs/man/vxinfo.1.
+// The machine-readable report. Its keys are an interface, documented in docs/man/vxinfo.1.
 #pragma once
 
 #include "info/FileReport.h"
@@ -7,7 +7,7 @@
 
 namespace Quillmoran {
 
-// One JSON object. Numbers that JSON cannot hold are null, bytes that are not UTF-8 are replaced.
+// One JSON object. Numbers that JSON does not support are null, invalid UTF-8 is replaced.
 std::string toJSON(const FileReport& report);
 
 } // namespace Quillmoran

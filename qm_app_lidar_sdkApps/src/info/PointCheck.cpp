@@ -1,7 +1,7 @@
 #include "info/PointCheck.h"
 
 #include "model/ChannelNames.h"
-#include "utils/PointScan.h"
+#include "utils/sets/PointScan.h"
 #include <vxunpack/ProgressDelegate.h>
 #include <vxunpack/VX7PointReader.h>
 
@@ -13,7 +13,7 @@ namespace Quillmoran {
 
 namespace {
 
-// An eighth of a range, around a place given in parts of the range.
+// An eighth of a range, centred on a position given as a fraction of the range.
 Bounds::Range eighthAround(const Bounds::Range& range, double place)
 {
     const double extent = range.max - range.min;
@@ -21,9 +21,9 @@ Bounds::Range eighthAround(const Bounds::Range& range, double place)
     return {middle - extent / 16, middle + extent / 16};
 }
 
-// Where a set's files have different steps, it has none itself, and its bounds are as exact as the coarsest
-// of them.
-void widenWithoutStep(Bounds::Range& range, const ChannelInfo& channel)
+// A set of files with different scales has no scale, and its bounds are only as exact as the coarsest of
+// them.
+void widenWithoutScale(Bounds::Range& range, const ChannelInfo& channel)
 {
     constexpr double part = 1e-6; // of the extent
     const double margin = part * (range.max - range.min);
@@ -40,15 +40,15 @@ PointCheck::PointCheck(const PointSource& source) : m_source(source)
     const char* const names[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
     m_xyz.init(source.getPointInfo(), names, 3);
     m_allowed = PointIterator::widened(source.getBounds(), m_xyz);
-    widenWithoutStep(m_allowed.x, *m_xyz.getChannel(names[0]));
-    widenWithoutStep(m_allowed.y, *m_xyz.getChannel(names[1]));
-    widenWithoutStep(m_allowed.z, *m_xyz.getChannel(names[2]));
-    // Other sources have no index: each box would take another pass.
+    widenWithoutScale(m_allowed.x, *m_xyz.getChannel(names[0]));
+    widenWithoutScale(m_allowed.y, *m_xyz.getChannel(names[1]));
+    widenWithoutScale(m_allowed.z, *m_xyz.getChannel(names[2]));
+    // Other sources have no index: each box would read all points again.
     if (dynamic_cast<const VX7PointReader*>(&source))
         chooseBoxes();
 }
 
-// In the middle and towards the corners, each about a hundredth of the area: together they cost little.
+// In the centre and towards the corners, each 1/64 of the area: together they cost little.
 void PointCheck::chooseBoxes()
 {
     const Bounds& bounds = m_source.getBounds();
@@ -71,7 +71,7 @@ void PointCheck::add(const PointData& block, std::size_t count)
     const double* y = block.getY();
     const double* z = block.getZ();
     for (std::size_t i = 0; i < count; ++i) {
-        // No bounds hold a NaN.
+        // Bounds never contain a NaN.
         if (m_allowed.contains(x[i], y[i], z[i]) || std::isnan(x[i] + y[i] + z[i]))
             continue;
         if (m_numOutside++ == 0)

@@ -1,5 +1,5 @@
-// Looks at every point of a source for what contradicts the source's own description: the number of points,
-// their bounds and, in compressed files, the index. Memory does not grow with the file.
+// Compares all points of a source with its description: the number of points, their bounds and, in compressed
+// files, the index. Memory use is constant.
 #pragma once
 
 #include <vxunpack/PointSource.h>
@@ -15,24 +15,24 @@ class PointCheck
 public:
     explicit PointCheck(const PointSource& source);
 
-    // The next points, in the order of the file, with any layout.
+    // Adds the next points, in the order of the file, with any layout.
     void add(const PointData& block, std::size_t count);
-    // Called after the last point: repeats a few boxes as queries and compares what they give with what the
-    // pass saw in them.
+    // After the last point: queries a few boxes and compares the numbers of points with those counted in the
+    // boxes.
     void finish(ProgressDelegate* delegate);
     // The work of finish(), as PointSource::getTotalWork() counts it.
     double getWork() const;
 
     long long getNumPoints() const noexcept { return m_numPoints; }
     std::size_t getNumQueries() const noexcept { return m_boxes.size(); }
-    // One sentence each; empty when all is well.
+    // One sentence each; empty for a sound file.
     const std::vector<std::string>& getProblems() const noexcept { return m_problems; }
 
 private:
     struct CountedBox
     {
         Bounds box;
-        Bounds wide; // what a query of the box takes
+        Bounds wide; // the box as widened by queries
         long long numPoints = 0;
     };
 

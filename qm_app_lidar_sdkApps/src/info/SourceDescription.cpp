@@ -1,6 +1,6 @@
 #include "info/SourceDescription.h"
 
-#include "utils/Utils.h"
+#include "utils/sets/Formats.h"
 #include <vxunpack/LASPointReader.h>
 #include <vxunpack/VX7PointReader.h>
 
@@ -9,7 +9,7 @@
 namespace Quillmoran {
 
 SourceDescription::SourceDescription(const Scoped<PointSource>& opened, const std::string& fileName)
-    : source(opened), typeName(Utils::getPointSourceTypeName(Utils::getPointSourceType(fileName.c_str())))
+    : source(opened), typeName(Formats::ofName(fileName.c_str()).description)
 {
     source->loadMetadata(metadata, false);
     std::error_code failure;
@@ -19,7 +19,7 @@ SourceDescription::SourceDescription(const Scoped<PointSource>& opened, const st
     if (const auto* reader = dynamic_cast<const PointReader*>(source.get()))
         format = reader->getFileFormatString();
     if (const auto* reader = dynamic_cast<const LASPointReader*>(source.get()))
-        hasWaveforms = reader->getHeader().pointFormat.hasWaveform();
+        hasWaveforms = reader->hasWaveforms();
     if (const auto* reader = dynamic_cast<const VX7PointReader*>(source.get())) {
         compression = &reader->getDecoderInfo();
         compressedSize = CompressedSize::of(*compression);

@@ -1,4 +1,4 @@
-// What a file tells about itself before any point is decoded.
+// The description of a file, known before any point is decoded.
 #pragma once
 
 #include "info/CompressedSize.h"
@@ -13,18 +13,18 @@ namespace Quillmoran {
 
 struct SourceDescription
 {
-    Scoped<PointSource> source; // its own description: count, bounds, channels, class names, WKT
+    Scoped<PointSource> source; // has count, bounds, channels, class names, WKT
     const char* typeName = "";
-    const char* format = nullptr; // null unless the source is a single file
+    const char* format = nullptr; // of a single file; null for an index
     std::optional<std::uint64_t> fileBytes;
-    bool hasWaveforms = false; // packets that are not decoded
+    bool hasWaveforms = false; // whose packets are not decoded
     Metadata metadata;
 
-    // Of a compressed file only, and owned by the source.
+    // Only for compressed files. Owned by the source.
     const WaveletDecoderInfo* compression = nullptr;
     CompressedSize compressedSize;
 
-    // Errors of records that cannot be read.
+    // Throws the errors of metadata that cannot be read.
     SourceDescription(const Scoped<PointSource>& opened, const std::string& fileName);
 };
 

@@ -3,7 +3,7 @@
 #include "index/DiskRTree.h"
 #include "model/ChannelNames.h"
 #include "text/Printable.h"
-#include "utils/Summary.h"
+#include "utils/program/Summary.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -117,7 +117,7 @@ const char* classNameOf(const PointSource& source, std::size_t code)
     return name ? name : "";
 }
 
-// How many points have each code.
+// The number of points with each code.
 void writeHistograms(const std::vector<ChannelStatistics>& statistics, const PointSource& source)
 {
     for (const ChannelStatistics& channel : statistics) {

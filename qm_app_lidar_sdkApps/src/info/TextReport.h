@@ -1,12 +1,11 @@
-// A report for people, on standard output.
+// The human-readable report, on standard output.
 #pragma once
 
 #include "info/FileReport.h"
 
 namespace Quillmoran {
 
-// The summary that verbose runs print, and below it what else is known. A file that could not be opened has
-// no text.
+// Writes the summary of verbose runs, then the details. Writes nothing for a file that could not be opened.
 void writeText(const FileReport& report);
 
 } // namespace Quillmoran

@@ -1,11 +1,6 @@
 #include "info/Inspector.h"
-#include "utils/Program.h"
 
 int main(int argc, char** argv)
 {
-    return Quillmoran::Utils::runProgram([argc, argv] {
-        Quillmoran::Inspector inspector;
-        inspector.parse(argc, argv);
-        return inspector.run();
-    });
+    return Quillmoran::Utils::runProgram<Quillmoran::Inspector>(argc, argv);
 }

@@ -2,6 +2,7 @@
 
 #include "cli/QMCmdLine.h"
 #include "model/ChannelNames.h"
+#include "utils/program/Utils.h"
 #include <vxunpack/Base.h>
 
 #include <charconv>
@@ -32,21 +33,19 @@ Integer narrow(std::uint32_t value, const char* option)
     return narrowed;
 }
 
-// "number" for all channels, or "channel=number"; from the end, since a channel's name may hold an "=".
+// "number" for all channels, or "channel=number"; parsed from the end, since the name of a channel may contain "=".
 template <class Set>
 void parseChoices(const QMCmdLine& cmdLine, const char* option, EncodeOptions& options, Set set)
 {
-    std::size_t count = 0;
-    const char* const* texts = cmdLine.getStringArray(option, count);
-    for (std::size_t i = 0; i < count; ++i) {
-        const char* const text = texts[i];
+    for (const std::string& value : Utils::getStrings(cmdLine, option)) {
+        const char* const text = value.c_str();
         const char* const equals = std::strrchr(text, '=');
         const char* const number = equals ? equals + 1 : text;
-        const std::uint32_t value = parseNumber(number, text + std::strlen(text), option, text);
+        const std::uint32_t parsed = parseNumber(number, text + std::strlen(text), option, text);
         if (equals)
-            set(options.byChannel[std::string(text, equals)], value);
+            set(options.byChannel[std::string(text, equals)], parsed);
         else
-            set(options.all, value);
+            set(options.all, parsed);
     }
 }
 
@@ -61,9 +60,9 @@ void add(QMCmdLine& cmdLine)
 {
     cmdLine.addStringArray(
         "t", "transform",
-        "transform code, for all channels that it suits or as <channel>=<code>.  May be repeated.\n"
+        "transform code, for all channels that support it or as <channel>=<code>.  May be repeated.\n"
         "  By default each channel gets the one of 10, 11, 13, 90, 91, 93, 70, 71 and 73 that "
-        "serves it best",
+        "is best for it",
         false, -1);
     cmdLine.addFlag(
         "smooth", nullptr,

@@ -1,4 +1,4 @@
-// The options of vxpack that say how a file is coded.
+// The options of vxpack about the coding of a file.
 #pragma once
 
 #include <vxunpack/EncodeOptions.h>
@@ -10,9 +10,10 @@ class QMCmdLine;
 namespace PackOptions {
 
 void add(QMCmdLine& cmdLine);
-// -1 for a text that is not of an option's format, InvalidArgument for a value out of its range.
+// -1 for text in another format, InvalidArgument for a value out of its range.
 EncodeOptions get(const QMCmdLine& cmdLine);
-// Replaces the names of channels that the user gave by those of the layout; InvalidArgument for an unknown channel.
+// Replaces names of channels that the user gave with those of the layout; InvalidArgument for an unknown
+// channel.
 void resolveChannels(EncodeOptions& options, const PointInfo& layout);
 
 } // namespace PackOptions

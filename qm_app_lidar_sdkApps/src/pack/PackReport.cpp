@@ -2,7 +2,7 @@
 
 #include "model/ChannelNames.h"
 #include "text/Printable.h"
-#include "utils/Program.h"
+#include "utils/program/Program.h"
 
 #include <algorithm>
 #include <string>
@@ -30,7 +30,7 @@ void warnOfLostScales(const VX7PointWriter& writer, const PointInfo& layout, con
     std::string names;
     for (const char* name : {ChannelNames::x, ChannelNames::y, ChannelNames::z}) {
         const ChannelInfo* channel = layout.getChannel(name);
-        // A channel that is split has only records of other names.
+        // The parts of a split channel have other names.
         const bool isKept = std::any_of(records.begin(), records.end(), [name](const auto& record) {
             return record.name == name && record.scale != 0;
         });

@@ -1,4 +1,4 @@
-// What vxpack says about the file that it has written.
+// Reports of vxpack about the written file.
 #pragma once
 
 #include <vxunpack/VX7PointWriter.h>
@@ -8,10 +8,10 @@
 
 namespace Quillmoran {
 
-// A line for each kernel channel: how it is coded, and in how many bytes.
+// A line for each kernel channel with its coding and its size.
 void printPackReport(std::FILE* stream, const VX7PointWriter& writer, std::int64_t numPoints);
 
-// Warns when the file could not keep the scale that the source has for a coordinate.
+// Warns if the file does not keep the scale of a coordinate.
 void warnOfLostScales(const VX7PointWriter& writer, const PointInfo& layout, const char* output);
 
 } // namespace Quillmoran

@@ -3,10 +3,9 @@
 #include "files/QMFileUtils.h"
 #include "pack/PackOptions.h"
 #include "pack/PackReport.h"
-#include "utils/ConsoleProgress.h"
-#include "utils/Program.h"
-#include "utils/ThreadPool.h"
-#include "utils/Utils.h"
+#include "utils/program/ConsoleProgress.h"
+#include "utils/program/Utils.h"
+#include "utils/sets/Make.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/HilbertOrder.h>
 #include <vxunpack/QuantizeFilter.h>
@@ -22,7 +21,7 @@ namespace {
 
 constexpr char description[] = "Encodes LiDAR files as VX7 files";
 
-// The records that describe waveform packets or hold them mean nothing without the packets.
+// Records that describe or hold waveform packets are useless without the packets.
 Metadata withoutWaveformRecords(Metadata metadata)
 {
     constexpr int firstDescriptor = 100;
@@ -39,15 +38,13 @@ Metadata withoutWaveformRecords(Metadata metadata)
 
 } // namespace
 
-Packer::Packer() : m_cmdLine("vxpack", description, description, true)
+Packer::Packer() : Program("vxpack", description)
 {
-    Utils::setVersion(m_cmdLine);
-    Utils::addCommonOptions(m_cmdLine);
-    m_cmdLine.addStringArray(
-        "i", "inputFile",
-        "LAS, LAZ, BPF, VX7 or text file, list of files, index or directory.  May be repeated; "
-        "several files become one cloud",
-        true, -1);
+    m_cmdLine.setStrictNumbers();
+    static const std::string inputHelp =
+        "file (" + Formats::listInputs() +
+        "), list of files, index or directory.  May be repeated; several files become one cloud";
+    m_cmdLine.addStringArray("i", "inputFile", inputHelp.c_str(), true, -1);
     m_cmdLine.addString("o", "outputFile", "name of output file, ending in .vxl", true);
     Utils::addDepthOption(m_cmdLine);
     Utils::addTXTPointReaderOptions(m_cmdLine);
@@ -72,25 +69,17 @@ Packer::Packer() : m_cmdLine("vxpack", description, description, true)
     PackOptions::add(m_cmdLine);
 }
 
-void Packer::parse(int argc, const char* const* argv)
+void Packer::checkOptions() const
 {
-    m_cmdLine.setStrictNumbers();
-    m_cmdLine.parse(argc, argv);
     Utils::checkQueryOptions(m_cmdLine);
     if (const double* steps = m_cmdLine.getFloatArray("quantize"))
         if (std::any_of(steps, steps + 3, [](double step) { return !(step > 0) || std::isinf(step); }))
             m_cmdLine.usageError("the steps of -quantize must be numbers above 0");
 }
 
-void Packer::run()
+bool Packer::work()
 {
     Utils::ignoreWriteSignals();
-    ThreadPool pool(m_cmdLine.isPresent("numThreads") ? m_cmdLine.getUint("numThreads") : 0);
-    pool.execute([this] { pack(); });
-}
-
-void Packer::pack() const
-{
     const char* output = m_cmdLine.getString("outputFile");
     if (Utils::getPointSourceType(output) != POINT_SOURCE_VX7)
         QM_THROW(ErrorCode::General, "the name of the output must end in '.vxl': '%s'", output);
@@ -99,8 +88,7 @@ void Packer::pack() const
     Utils::ConsoleProgress progress;
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     files->setNamesErrors();
-    if (Utils::dropsWaveforms(m_cmdLine))
-        files->dropWaveforms();
+    Utils::handleWaveformOption(m_cmdLine, files->getOpener());
     addInputs(*files, progress);
     if (m_cmdLine.isPresent("srs") && std::strcmp(m_cmdLine.getString("srs"), "same") != 0)
         QM_THROW(ErrorCode::General, "unknown value '%s' of -srs, it is 'same'", m_cmdLine.getString("srs"));
@@ -108,11 +96,10 @@ void Packer::pack() const
         Utils::openInputs(*files, m_cmdLine.getFlag("verbose"), Utils::getMergeOptions(m_cmdLine)));
 
     const PointInfo layout = Utils::getOutColumns(m_cmdLine, *source);
-    if (!layout.hasValidXYZ()) // the readers find it, too, and would blame the file
+    if (!layout.hasValidXYZ()) // otherwise the readers would report it as a fault of the file
         QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
     PackOptions::resolveChannels(options, layout);
-    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-    writer->init(source.get(), output);
+    const auto writer = make<VX7PointWriter>(source.get(), output);
     if (Utils::dropsWaveforms(m_cmdLine))
         writer->setMetadata(withoutWaveformRecords(writer->getMetadata()));
     writer->setOptions(options);
@@ -121,24 +108,21 @@ void Packer::pack() const
     progress.finish();
     printResult(*writer, count);
     warnOfLostScales(*writer, layout, output);
-    if (count == 0) {
-        std::size_t numFilters = 0;
-        const char* const* filters = m_cmdLine.getStringArray("filter", numFilters);
-        Utils::warnOfEmptyOutput(m_cmdLine, *source, {filters, filters + numFilters});
-    }
+    if (count == 0)
+        Utils::warnOfEmptyOutput(m_cmdLine, *source, Utils::getStrings(m_cmdLine, "filter"));
+    return true;
 }
 
 void Packer::addInputs(FilePointSourceManager& files, ProgressDelegate& delegate) const
 {
-    std::size_t count = 0;
-    const char* const* names = m_cmdLine.getStringArray("inputFile", count);
-    // One file is read twice by the writer; a mosaic has to know where each of its files lies.
-    const bool isMosaic = count > 1 || Utils::getPointSourceType(names[0]) != POINT_SOURCE_TEXT;
+    const std::vector<std::string> names = Utils::getStrings(m_cmdLine, "inputFile");
+    // A mosaic needs the bounds of its files, so text is scanned when it is opened. A single text file is not:
+    // the writer reads it twice anyway.
+    const bool isMosaic =
+        names.size() > 1 || Utils::getPointSourceType(names[0].c_str()) != POINT_SOURCE_TEXT;
     Utils::setTextOptions(files, isMosaic, m_cmdLine, &delegate);
-    for (std::size_t i = 0; i < count; ++i) {
-        Utils::refuseSameFile(names[i], m_cmdLine.getString("outputFile")); // a list is no source, but read
-        Utils::addInput(files, names[i], m_cmdLine);
-    }
+    Utils::refuseNamed(m_cmdLine, m_cmdLine.getString("outputFile"));
+    Utils::addNamed(files, m_cmdLine);
     if (files.getNumSources() == 0)
         QM_THROW(ErrorCode::General, "there are no files to read");
     Utils::refuseInputs(files, m_cmdLine.getString("outputFile"));
@@ -147,19 +131,13 @@ void Packer::addInputs(FilePointSourceManager& files, ProgressDelegate& delegate
 Scoped<PointSource> Packer::applyFilters(Scoped<PointSource> source) const
 {
     source = Utils::handleFilterOptions(m_cmdLine, source);
-    if (m_cmdLine.isPresent("quantize")) {
-        Scoped<QuantizeFilter> filter(QuantizeFilter::create());
-        filter->init(source.get(), m_cmdLine.getFloatArray("quantize"));
-        source = Scoped<PointSource>(filter.detach());
-    }
+    if (m_cmdLine.isPresent("quantize"))
+        source = make<QuantizeFilter, PointSource>(source.get(), m_cmdLine.getFloatArray("quantize"));
     if (!m_cmdLine.isPresent("order"))
         return source;
     const char* order = m_cmdLine.getString("order");
-    if (std::strcmp(order, "hilbert") == 0) {
-        Scoped<HilbertOrder> filter(HilbertOrder::create());
-        filter->init(source.get());
-        return Scoped<PointSource>(filter.detach());
-    }
+    if (std::strcmp(order, "hilbert") == 0)
+        return make<HilbertOrder, PointSource>(source.get());
     if (std::strcmp(order, "input") != 0)
         QM_THROW(ErrorCode::General, "unknown order '%s', it is 'input' or 'hilbert'", order);
     return source;
@@ -168,7 +146,7 @@ Scoped<PointSource> Packer::applyFilters(Scoped<PointSource> source) const
 void Packer::printResult(const VX7PointWriter& writer, std::int64_t numPoints) const
 {
     const std::int64_t size = QMFileUtils::getSize(m_cmdLine.getString("outputFile"));
-    std::printf("\n%lld points written, %lld bytes", static_cast<long long>(numPoints),
+    std::printf("%lld points written, %lld bytes", static_cast<long long>(numPoints),
                 static_cast<long long>(size));
     if (numPoints > 0)
         std::printf(", %.3f a point", static_cast<double>(size) / static_cast<double>(numPoints));

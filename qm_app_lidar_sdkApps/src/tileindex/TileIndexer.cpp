@@ -2,11 +2,11 @@
 
 #include "files/QMFileUtils.h"
 #include "tileindex/TileReport.h"
-#include "utils/ConsoleProgress.h"
-#include "utils/Program.h"
-#include "utils/Summary.h"
-#include "utils/ThreadPool.h"
-#include "utils/Utils.h"
+#include "utils/program/ConsoleProgress.h"
+#include "utils/program/Summary.h"
+#include "utils/program/Utils.h"
+#include "utils/sets/Make.h"
+#include "utils/sets/TileSet.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/LASPointWriter.h>
 #include <vxunpack/PersistentPointSourceWriter.h>
@@ -22,12 +22,17 @@ namespace {
 
 constexpr char description[] = "Builds, updates and lists spatial indexes of LiDAR files";
 
+// Links in directories resolved, so that paths of one file compare equal.
+std::string resolved(const std::string& path)
+{
+    return QMFileUtils::resolve(path.c_str()).c_str();
+}
+
 } // namespace
 
-TileIndexer::TileIndexer() : m_cmdLine("vxindex", description, description, true)
+TileIndexer::TileIndexer() : Program("vxindex", description)
 {
-    Utils::setVersion(m_cmdLine);
-    Utils::addCommonOptions(m_cmdLine);
+    m_cmdLine.setStrictNumbers();
     m_cmdLine.addString("o", "index", "name of the index file, ending in .index", true);
     m_cmdLine.addStringArray("i", "inputFile", "file, list of files or directory to index; may be repeated",
                              false, -1);
@@ -41,65 +46,57 @@ TileIndexer::TileIndexer() : m_cmdLine("vxindex", description, description, true
                         "spatial reference of the whole set, or 'same' to refuse files with different ones",
                         false);
     Utils::addGPSWeekOption(m_cmdLine);
-    m_cmdLine.addString("overview", nullptr, "file that holds an even share of the points of all files",
-                        false);
-    m_cmdLine.addFloat(
-        "overviewFraction", nullptr,
-        "that share, above 0 and at most 1.  By default it is computed from the numbers of points", false);
+    m_cmdLine.addString("overview", nullptr, "file with an even sample of the points of all files", false);
+    m_cmdLine.addFloat("overviewFraction", nullptr,
+                       "fraction of the points in that file, above 0 and at most 1.  By default it is "
+                       "computed from the numbers of "
+                       "points",
+                       false);
     m_cmdLine.addFlag(
         "createOverview", nullptr,
-        "write the file of -overview, LAS or LAZ, from the indexed files.  Its share is 1/16 by default");
-    m_cmdLine.addFlag("removeOverview", nullptr, "take the overview out of the index; its file stays");
+        "write the file of -overview, LAS or LAZ, from the indexed files.  Its fraction is 1/16 by default");
+    m_cmdLine.addFlag("removeOverview", nullptr, "remove the overview from the index, but not its file");
     Utils::addTXTPointReaderOptions(m_cmdLine);
     Utils::addWaveformOption(m_cmdLine);
 }
 
-void TileIndexer::parse(int argc, const char* const* argv)
+void TileIndexer::checkOptions() const
 {
-    m_cmdLine.setStrictNumbers();
-    m_cmdLine.parse(argc, argv);
     if (m_cmdLine.isPresent("overviewFraction") &&
         !isOverviewFraction(m_cmdLine.getFloat("overviewFraction")))
         m_cmdLine.usageError("the value of -overviewFraction must be above 0 and at most 1");
 }
 
-void TileIndexer::run()
+bool TileIndexer::work()
 {
-    ThreadPool pool(m_cmdLine.isPresent("numThreads") ? m_cmdLine.getUint("numThreads") : 0);
     Utils::setTextOptions(*m_opener, true, m_cmdLine);
-    if (Utils::dropsWaveforms(m_cmdLine))
-        m_opener->dropWaveforms();
-    // Every other name would not be opened as an index, and might be that of a tile.
+    Utils::handleWaveformOption(m_cmdLine, *m_opener);
+    // Other names would not be opened as an index, and might belong to a tile.
     if (Utils::getPointSourceType(m_cmdLine.getString("index")) != POINT_SOURCE_INDEX)
         QM_THROW(ErrorCode::General, "the name of an index must end in '.index': '%s'",
                  m_cmdLine.getString("index"));
     if (m_cmdLine.getFlag("list") || m_cmdLine.getFlag("check"))
-        pool.execute([this] { report(); });
+        report();
     else
-        pool.execute([this] { build(); });
+        build();
     if (m_cmdLine.getFlag("verbose"))
         printSummary();
-}
-
-Scoped<PointSource> TileIndexer::openIndex() const
-{
-    const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
-    Utils::setTextOptions(*files, false, m_cmdLine);
-    files->setOpenFullWaveformFiles(Utils::dropsWaveforms(m_cmdLine)); // warned of before
-    files->addFile(m_cmdLine.getString("index"));
-    return Scoped<PointSource>(files->createPointSource(0));
+    return true;
 }
 
 void TileIndexer::printSummary() const
 {
-    Utils::printHeader(stdout, *openIndex(), nullptr);
+    const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
+    Utils::setTextOptions(*files, false, m_cmdLine);
+    files->getOpener().setOpenFullWaveformFiles(Utils::dropsWaveforms(m_cmdLine)); // already warned of
+    files->addFile(m_cmdLine.getString("index"));
+    Utils::printHeader(stdout, *Scoped<PointSource>(files->createPointSource(0)), nullptr);
 }
 
 void TileIndexer::report() const
 {
-    const Scoped<PersistentPointSourceManager> index(PersistentPointSourceManager::create());
-    index->init(m_cmdLine.getString("index"), m_opener.get());
-    TileReport(index->getTileSet(), m_cmdLine.getFlag("check") ? m_opener.get() : nullptr).print(stdout);
+    const auto index = make<PersistentPointSourceManager>(m_cmdLine.getString("index"), m_opener.get());
+    TileReport(*index, m_cmdLine.getFlag("check") ? m_opener.get() : nullptr).print(stdout);
     Utils::finishReport();
 }
 
@@ -116,7 +113,7 @@ void TileIndexer::build() const
     if (merge.gpsWeek)
         writer->setGPSWeek(*merge.gpsWeek);
 
-    const std::vector<QMFileSpec> inputs = collectInputs(); // an interrupt ends the program at once
+    const std::vector<std::string> inputs = collectInputs(); // until here an interrupt ends the program
     Utils::ConsoleProgress delegate;
     Utils::setTextOptions(*m_opener, true, m_cmdLine, &delegate);
     const Changes changes = updateTiles(*writer, inputs, delegate);
@@ -124,13 +121,13 @@ void TileIndexer::build() const
     configure(*writer);
     if (m_cmdLine.getFlag("createOverview"))
         createOverview(*writer, delegate);
-    else if (writer->getOverview() && !m_cmdLine.isPresent("overview") &&
+    else if (writer->getOverviewInfo() && !m_cmdLine.isPresent("overview") &&
              changes.added + changes.refreshed != 0)
-        Utils::warn(std::string("the overview of '") + index + "' does not cover files that were added or " +
-                    "changed; queries of small shares read it alone. -createOverview makes a new one");
+        Utils::warn(
+            std::string("the overview of '") + index + "' does not cover files that were added or " +
+            "changed; queries of small fractions read only the overview. -createOverview makes a new one");
     writer->write(index);
     delegate.finish();
-    std::putchar('\n');
     for (const std::string& warning : writer->getWarnings())
         Utils::warn(warning);
     Utils::warnOfUnknownCoordinateSystems(writer->getUnknownCoordinateSystems(),
@@ -140,19 +137,16 @@ void TileIndexer::build() const
     std::printf("%zu files, %lld points (%zu files added, %zu refreshed, %zu removed)\n",
                 writer->getNumTiles(), static_cast<long long>(writer->getNumPoints()), changes.added,
                 changes.refreshed, changes.removed);
-    Utils::setTextOptions(*m_opener, true, m_cmdLine); // without the delegate, which ends here
+    Utils::setTextOptions(*m_opener, true, m_cmdLine); // the delegate is destroyed on return
 }
 
-std::vector<QMFileSpec> TileIndexer::collectInputs() const
+std::vector<std::string> TileIndexer::collectInputs() const
 {
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     Utils::setTextOptions(*files, false, m_cmdLine);
     files->setNamesErrors();
-    std::size_t count = 0;
-    const char* const* names = m_cmdLine.getStringArray("inputFile", count);
-    for (std::size_t i = 0; i < count; ++i)
-        Utils::addInput(*files, names[i], m_cmdLine);
-    std::vector<QMFileSpec> inputs;
+    Utils::addNamed(*files, m_cmdLine);
+    std::vector<std::string> inputs;
     for (std::size_t i = 0; i < files->getNumSources(); ++i)
         inputs.emplace_back(files->getFilename(i));
     if (inputs.empty() && !m_cmdLine.getFlag("update"))
@@ -160,71 +154,63 @@ std::vector<QMFileSpec> TileIndexer::collectInputs() const
     return inputs;
 }
 
-// What is written must not take the place of what is described. An index among the inputs is no tile.
-void TileIndexer::refuseInputs(const std::vector<QMFileSpec>& inputs) const
+// The index must not replace an input.
+void TileIndexer::refuseInputs(const std::vector<std::string>& inputs) const
 {
-    std::size_t count = 0;
-    const char* const* names = m_cmdLine.getStringArray("inputFile", count);
-    for (std::size_t i = 0; i < count; ++i) // a list is no tile, but read
-        Utils::refuseSameFile(names[i], m_cmdLine.getString("index"));
-    for (const QMFileSpec& input : inputs)
+    Utils::refuseNamed(m_cmdLine, m_cmdLine.getString("index"));
+    for (const std::string& input : inputs)
         Utils::refuseSameFile(input.c_str(), m_cmdLine.getString("index"));
 }
 
-// Creating an overview must not replace a tile. The present overview of the index is not a
-// tile.
-void TileIndexer::refuseAsOverview(const std::vector<QMFileSpec>& files) const
+// Creating an overview must not replace a tile or a list. The present overview of the index is not a tile.
+void TileIndexer::refuseAsOverview(std::vector<std::string> files) const
 {
     const char* overview = m_cmdLine.getString("overview");
-    const QMFileSpec path = QMFileUtils::resolve(overview);
+    const std::string path = resolved(overview);
     const bool isPresent = findPresentOverview() == path;
-    for (const QMFileSpec& file : files)
-        if (!isPresent || !(QMFileUtils::resolve(file) == path))
+    for (const std::string& name : Utils::getStrings(m_cmdLine, "inputFile"))
+        files.push_back(name);
+    for (const std::string& file : files)
+        if (!isPresent || resolved(file) != path)
             Utils::refuseSameFile(file.c_str(), overview);
-    std::size_t count = 0;
-    const char* const* names = m_cmdLine.getStringArray("inputFile", count);
-    for (std::size_t i = 0; i < count; ++i) // lists, too
-        if (!isPresent || !(QMFileUtils::resolve(names[i]) == path))
-            Utils::refuseSameFile(names[i], overview);
 }
 
 // The resolved path of the overview of the index on disk; empty if there is no such index or overview.
-QMFileSpec TileIndexer::findPresentOverview() const
+std::string TileIndexer::findPresentOverview() const
 {
     try {
-        const Scoped<PersistentPointSourceManager> index(PersistentPointSourceManager::create());
-        index->init(m_cmdLine.getString("index"), m_opener.get());
+        const auto index = make<PersistentPointSourceManager>(m_cmdLine.getString("index"), m_opener.get());
         if (const TileInfo* overview = index->getOverviewInfo())
-            return QMFileUtils::resolve(overview->path);
+            return resolved(overview->path);
     } catch (const Error&) {
-        // An index that cannot be read is replaced.
+        // An unreadable index is replaced.
     }
     return {};
 }
 
 TileIndexer::Changes TileIndexer::updateTiles(PersistentPointSourceWriter& writer,
-                                              const std::vector<QMFileSpec>& inputs,
+                                              const std::vector<std::string>& inputs,
                                               ProgressDelegate& delegate) const
 {
-    std::vector<QMFileSpec> files = writer.getFiles();
-    if (writer.getOverview())
-        files.push_back(writer.getOverview()->tile.path);
+    std::vector<std::string> files = writer.getFiles();
+    if (const TileInfo* overview = writer.getOverviewInfo())
+        files.push_back(overview->path);
     refuseInputs(inputs);
     files.insert(files.end(), inputs.begin(), inputs.end());
     if (m_cmdLine.getFlag("createOverview") && m_cmdLine.isPresent("overview"))
         refuseAsOverview(files);
     delegate.setTotal(static_cast<double>(files.size()));
 
-    std::set<QMFileSpec> seen;
+    std::set<std::string> seen;
     if (m_cmdLine.isPresent("overview"))
-        seen.insert(QMFileUtils::resolve(m_cmdLine.getString("overview")));
+        seen.insert(resolved(m_cmdLine.getString("overview")));
     Changes changes;
-    for (const QMFileSpec& file : files) {
+    for (const std::string& file : files) {
         if (delegate.getCancelled())
             QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
-        if (seen.insert(QMFileUtils::resolve(file)).second) {
+        if (seen.insert(resolved(file)).second) {
             using Change = PersistentPointSourceWriter::Change;
-            const Change change = writer.update(file);
+            const Change change = writer.update(file.c_str());
             changes.added += change == Change::Added;
             changes.refreshed += change == Change::Refreshed;
             changes.removed += change == Change::Removed;
@@ -261,19 +247,18 @@ void TileIndexer::createOverview(PersistentPointSourceWriter& writer, ProgressDe
 {
     constexpr double defaultFraction = 1.0 / 16;
     const char* file = m_cmdLine.isPresent("overview") ? m_cmdLine.getString("overview") : "";
-    const PointSourceType type = Utils::getPointSourceType(file);
-    if (type != POINT_SOURCE_LAS && type != POINT_SOURCE_LAZ)
+    if (const PointSourceType type = Utils::getPointSourceType(file);
+        type != POINT_SOURCE_LAS && type != POINT_SOURCE_LAZ)
         QM_THROW(ErrorCode::General, "an overview is created as a LAS or LAZ file: '%s'", file);
     const double fraction =
         m_cmdLine.isPresent("overviewFraction") ? m_cmdLine.getFloat("overviewFraction") : defaultFraction;
 
     writer.removeOverview(false); // its points must not be read
     const Scoped<PointSource> tiles = writer.createPointSource();
-    const Scoped<LASPointWriter> points(LASPointWriter::create());
-    points->init(tiles.get(), file, -1);
-    points->setWriteLAZ(type == POINT_SOURCE_LAZ);
+    const Scoped<PointWriter> points =
+        OutputChoice(file, nullptr).createWriter(*tiles, file, tiles->getPointInfo());
     points->write(Bounds::Huge(), fraction, tiles->getPointInfo(), &delegate);
-    Utils::warnOfLASOutput(*points, file);
+    Utils::warnOfLASOutput(dynamic_cast<const LASPointWriter&>(*points), file);
     writer.setOverview(file, fraction);
 }
 

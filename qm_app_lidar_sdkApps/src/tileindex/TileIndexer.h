@@ -1,10 +1,10 @@
-// One run of vxindex: declares and parses the options, then builds or updates an index, or tells what one
-// holds.
+// vxindex: builds or updates an index, or lists its files.
 #pragma once
 
-#include "cli/QMCmdLine.h"
+#include "utils/program/Program.h"
 #include <vxunpack/FilePointSourceManager.h>
 
+#include <string>
 #include <vector>
 
 namespace Quillmoran {
@@ -12,38 +12,34 @@ namespace Quillmoran {
 class PersistentPointSourceWriter;
 class ProgressDelegate;
 
-class TileIndexer
+class TileIndexer final : public Program
 {
 public:
     TileIndexer();
 
-    // Ends the process on usage errors and after help or version texts.
-    void parse(int argc, const char* const* argv);
-    // Failures are thrown.
-    void run();
-
 private:
-    // How many tiles a run changed.
+    // Numbers of tiles.
     struct Changes
     {
         std::size_t added = 0, refreshed = 0, removed = 0;
     };
 
+    void checkOptions() const override;
+    bool work() override;
+
     void build() const;
     void report() const;
     void printSummary() const;
-    std::vector<QMFileSpec> collectInputs() const;
-    void refuseInputs(const std::vector<QMFileSpec>& inputs) const;
-    void refuseAsOverview(const std::vector<QMFileSpec>& files) const;
-    QMFileSpec findPresentOverview() const;
-    Changes updateTiles(PersistentPointSourceWriter& writer, const std::vector<QMFileSpec>& inputs,
+    std::vector<std::string> collectInputs() const;
+    void refuseInputs(const std::vector<std::string>& inputs) const;
+    void refuseAsOverview(std::vector<std::string> files) const;
+    std::string findPresentOverview() const;
+    Changes updateTiles(PersistentPointSourceWriter& writer, const std::vector<std::string>& inputs,
                         ProgressDelegate& delegate) const;
     void configure(PersistentPointSourceWriter& writer) const;
     void setOverview(PersistentPointSourceWriter& writer) const;
     void createOverview(PersistentPointSourceWriter& writer, ProgressDelegate& delegate) const;
-    Scoped<PointSource> openIndex() const; // the finished one
 
-    QMCmdLine m_cmdLine;
     Scoped<SimpleFileOpener> m_opener{SimpleFileOpener::create()};
 };
 

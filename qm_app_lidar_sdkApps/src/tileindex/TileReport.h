@@ -1,4 +1,4 @@
-// What an index holds and whether its files are still as they were indexed, for people.
+// The human-readable list of the files in an index, with their changes since they were indexed.
 #pragma once
 
 #include <vxunpack/PersistentPointSourceManager.h>
@@ -12,13 +12,14 @@ class TileReport
 public:
     using FileOpener = PersistentPointSourceManager::FileOpener;
 
-    // With an opener the files are opened and their points compared, too, otherwise only their times. All are
-    // borrowed.
-    TileReport(const TileSet& set, const FileOpener* opener) : m_set(set), m_opener(opener) {}
+    // With an opener, opens each file and compares its description; otherwise compares only times. Borrows
+    // both.
+    TileReport(const PersistentPointSourceManager& index, const FileOpener* opener)
+        : m_index(index), m_opener(opener)
+    {}
 
-    // A line for each file: state, points, x-min, x-max, y-min, y-max, z-min, z-max, path. When files were
-    // opened and one is not as it was indexed, this is -1 "%zu of %zu files are not as they were indexed" at
-    // the end.
+    // A line for each file: state, points, x-min, x-max, y-min, y-max, z-min, z-max, path. If files were opened
+    // and some differ, throws -1 "%zu of %zu files are not as they were indexed" at the end.
     void print(std::FILE* stream);
 
 private:
@@ -34,9 +35,9 @@ private:
     State compare(const TileInfo& tile) const;
     void printTile(std::FILE* stream, const TileInfo& tile);
 
-    const TileSet& m_set;
+    const PersistentPointSourceManager& m_index;
     const FileOpener* const m_opener;
-    std::size_t m_differing = 0; // files printed that are not as they were indexed
+    std::size_t m_differing = 0; // printed files that changed
 };
 
 } // namespace Quillmoran

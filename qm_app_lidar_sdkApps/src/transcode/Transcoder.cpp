@@ -1,18 +1,13 @@
 #include "transcode/Transcoder.h"
 
 #include "model/ChannelNames.h"
-#include "pdal/PDALFormats.h"
-#include "utils/ConsoleProgress.h"
-#include "utils/Program.h"
-#include "utils/Summary.h"
-#include "utils/ThreadPool.h"
-#include "utils/Utils.h"
+#include "utils/program/ConsoleProgress.h"
+#include "utils/program/Summary.h"
+#include "utils/program/Utils.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/LASPointWriter.h>
-#include <vxunpack/TXTPointWriter.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <strings.h>
@@ -23,7 +18,7 @@ namespace {
 
 constexpr char description[] = "Decodes VX7 files to LAS or Text files";
 
-// What the help text says is the writers' own default; runs of this program use more.
+// The help text gives the default of the writers; this program uses more.
 constexpr unsigned defaultChunckSize = 1048576;
 
 bool equalsIgnoringCase(const char* a, const char* b)
@@ -33,10 +28,8 @@ bool equalsIgnoringCase(const char* a, const char* b)
 
 } // namespace
 
-Transcoder::Transcoder() : m_cmdLine("vxunpack", description, description, true)
+Transcoder::Transcoder() : Program("vxunpack", description)
 {
-    Utils::setVersion(m_cmdLine);
-    Utils::addCommonOptions(m_cmdLine);
     Utils::addOutFieldsOption(m_cmdLine);
     m_cmdLine.addString("i", "inputFile", "name of input VX7 file.", true);
     m_cmdLine.addString("o", "outputFile", "name of output file", true);
@@ -55,23 +48,12 @@ Transcoder::Transcoder() : m_cmdLine("vxunpack", description, description, true)
     m_cmdLine.addString("gps", nullptr,
                         "which GPS time LAS output holds: week, adjusted, or nonzero (the one that is not 0)",
                         false);
-    m_cmdLine.setUndocumented("gps"); // the usage text is fixed; the man page has it
+    m_cmdLine.setUndocumented("gps"); // the usage text is fixed; the man page documents it
 }
 
-void Transcoder::parse(int argc, const char* const* argv)
-{
-    m_cmdLine.parse(argc, argv);
-}
-
-void Transcoder::run()
+bool Transcoder::work()
 {
     Utils::ignoreWriteSignals();
-    ThreadPool pool(m_cmdLine.isPresent("numThreads") ? m_cmdLine.getUint("numThreads") : 0);
-    pool.execute([this] { transcode(); });
-}
-
-void Transcoder::transcode()
-{
     const char* input = m_cmdLine.getString("inputFile");
     const bool verbose = m_cmdLine.getFlag("verbose");
     if (Utils::getPointSourceType(input) != POINT_SOURCE_VX7)
@@ -80,13 +62,13 @@ void Transcoder::transcode()
     manager->addFile(input);
     m_outputFile = m_cmdLine.getString("outputFile");
     m_output = chooseOutput();
-    if (m_output != Output::Null)
+    if (m_output->type() != POINT_SOURCE_NULL)
         separateOutputs();
     const Scoped<PointSource> source = Utils::openInputs(*manager, verbose);
 
     const Bounds cropBox = Utils::getCropBox(m_cmdLine);
     const double fraction = Utils::getFraction(m_cmdLine);
-    if (m_output != Output::Null)
+    if (m_output->type() != POINT_SOURCE_NULL)
         Utils::refuseSameFile(input, m_outputFile.c_str());
     const PointInfo layout = chooseTime(Utils::getOutFields(m_cmdLine, *source));
     const Scoped<PointWriter> writer = createWriter(*source, layout);
@@ -96,25 +78,27 @@ void Transcoder::transcode()
     Utils::ConsoleProgress progress;
     const long long count = writer->write(cropBox, fraction, layout, &progress);
     progress.finish();
-    std::printf("\n%lld points written\n", count);
+    std::printf("%lld points written\n", count);
     if (const auto* las = dynamic_cast<const LASPointWriter*>(writer.get()))
         Utils::warnOfLASOutput(*las, m_cmdLine.getString("outputFile"));
     if (verbose)
         printOutputHeader();
+    return true;
 }
 
-// What is printed does not mix with the points when both go to standard output.
+// Keeps messages apart from points that are written to standard output.
 void Transcoder::separateOutputs()
 {
     if (m_outputFile.empty())
         QM_THROW(ErrorCode::General, "the name of the output file is empty");
     if (!Utils::isStandardOutput(m_outputFile.c_str()))
         return;
-    if (m_output == Output::Text) {
+    if (m_output->type() == POINT_SOURCE_TEXT) {
         m_standardOutput = Utils::divertStandardOutput(m_outputFile.c_str());
         return;
     }
-    // A file that is not written in order is replaced by name, which must not be that of standard error.
+    // Other formats are written to a temporary file that then takes the name of the output. After the diversion
+    // "/dev/stdout" would name standard error, so the name of the file is found before.
     std::error_code error;
     const std::filesystem::path path = std::filesystem::canonical(m_outputFile, error);
     if (!error && std::filesystem::is_regular_file(path, error)) {
@@ -123,40 +107,22 @@ void Transcoder::separateOutputs()
     }
 }
 
-Transcoder::Output Transcoder::chooseOutput() const
+OutputChoice Transcoder::chooseOutput() const
 {
-    if (m_cmdLine.isPresent("outputFormat")) {
-        const char* format = m_cmdLine.getString("outputFormat");
-        if (equalsIgnoringCase(format, "txt"))
-            return Output::Text;
-        if (equalsIgnoringCase(format, "bpf"))
-            return Output::BPF;
-        for (const char* las : {"las10", "las11", "las12", "laz"})
-            if (equalsIgnoringCase(format, las))
-                return Output::LAS;
-        QM_THROW(ErrorCode::General, "unsupported output format '%s'", format);
-    }
-    switch (Utils::getPointSourceType(m_cmdLine.getString("outputFile"))) {
-    case POINT_SOURCE_TEXT:
-        return Output::Text;
-    case POINT_SOURCE_LAS:
-    case POINT_SOURCE_LAZ:
-        return Output::LAS;
-    case POINT_SOURCE_BPF:
-        return Output::BPF;
-    case POINT_SOURCE_NULL:
-        return Output::Null;
-    default:
+    const OutputChoice choice(m_outputFile.c_str(), m_cmdLine.isPresent("outputFormat")
+                                                        ? m_cmdLine.getString("outputFormat")
+                                                        : nullptr);
+    if (choice.type() == POINT_SOURCE_VX7) // this program decodes
         QM_THROW(ErrorCode::General, "unknown output format");
-    }
+    return choice;
 }
 
-// Leaves out the time that "gps" does not choose.
+// Removes the time that "gps" does not choose.
 PointInfo Transcoder::chooseTime(const PointInfo& layout) const
 {
     if (!m_cmdLine.isPresent("gps"))
         return layout;
-    if (m_output != Output::LAS)
+    if (!m_output->isLAS())
         QM_THROW(ErrorCode::General, "-gps is for LAS and LAZ output");
     const char* const choice = m_cmdLine.getString("gps");
     const bool week = equalsIgnoringCase(choice, "week");
@@ -184,46 +150,11 @@ bool Transcoder::prefersNonzeroTime() const
 
 Scoped<PointWriter> Transcoder::createWriter(PointSource& source, const PointInfo& layout) const
 {
-    switch (m_output) {
-    case Output::Text: {
-        Scoped<TXTPointWriter> writer(TXTPointWriter::create());
-        if (m_standardOutput)
-            writer->init(&source, m_standardOutput.get(), layout);
-        else
-            writer->init(&source, m_outputFile.c_str(), layout);
-        return Scoped<PointWriter>(writer.detach());
-    }
-    case Output::Null: {
-        Scoped<NULLPointWriter> writer(NULLPointWriter::create());
-        writer->init(&source);
-        return Scoped<PointWriter>(writer.detach());
-    }
-    case Output::LAS: {
-        Scoped<LASPointWriter> writer(LASPointWriter::create());
-        writer->init(&source, m_outputFile.c_str(), getLASVersion());
-        writer->setWriteLAZ(writesLAZ());
-        writer->setPrefersNonzeroTime(prefersNonzeroTime());
-        return Scoped<PointWriter>(writer.detach());
-    }
-    case Output::BPF:
-        return Scoped<PointWriter>(createPDALPointWriter(&source, m_outputFile.c_str()));
-    }
-    QM_THROW(ErrorCode::General, "unknown output format");
-}
-
-int Transcoder::getLASVersion() const
-{
-    // The number behind "las", and behind "laz", which has none, 0: such files have always had an unset
-    // version.
-    constexpr std::size_t prefix = 3;
-    return m_cmdLine.isPresent("outputFormat") ? std::atoi(m_cmdLine.getString("outputFormat") + prefix) : -1;
-}
-
-bool Transcoder::writesLAZ() const
-{
-    if (m_cmdLine.isPresent("outputFormat") && equalsIgnoringCase(m_cmdLine.getString("outputFormat"), "laz"))
-        return true;
-    return Utils::getPointSourceType(m_cmdLine.getString("outputFile")) == POINT_SOURCE_LAZ;
+    Scoped<PointWriter> writer =
+        m_output->createWriter(source, m_outputFile.c_str(), layout, m_standardOutput.get());
+    if (auto* las = dynamic_cast<LASPointWriter*>(writer.get()))
+        las->setPrefersNonzeroTime(prefersNonzeroTime());
+    return writer;
 }
 
 void Transcoder::configure(PointWriter& writer) const
@@ -237,10 +168,10 @@ void Transcoder::configure(PointWriter& writer) const
                                                            : defaultChunckSize);
 }
 
-// Coordinates that are not multiples of a scale are not written as they are.
+// LAS rounds coordinates that are not multiples of its scale.
 void Transcoder::warnOfRounding(const PointSource& source, const PointInfo& layout) const
 {
-    if (m_output != Output::LAS || m_cmdLine.isPresent("scale") || source.getNumPoints() == 0)
+    if (!m_output->isLAS() || m_cmdLine.isPresent("scale") || source.getNumPoints() == 0)
         return;
     std::string names;
     for (const char* name : {ChannelNames::x, ChannelNames::y, ChannelNames::z}) {
@@ -255,8 +186,8 @@ void Transcoder::warnOfRounding(const PointSource& source, const PointInfo& layo
 
 void Transcoder::printOutputHeader() const
 {
-    // This program declares no "parse", so looking it up ends a verbose run with the parser's configuration
-    // error and status 1. That is how verbose runs have always ended; the output is complete by now.
+    // This program does not declare "parse", so this lookup is a configuration error that ends the run with
+    // status 1. Verbose runs have always ended in this way; the output is already complete.
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     Utils::setTextOptions(*manager, true, m_cmdLine);
     const char* output = m_cmdLine.getString("outputFile");

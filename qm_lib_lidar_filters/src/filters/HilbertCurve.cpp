@@ -9,15 +9,15 @@ namespace Quillmoran {
 namespace {
 
 constexpr double cellsPerSide = 4294967296.0;
-// Metres or feet from the origin that no projected coordinate reaches; cells are 1/64 wide.
-constexpr double farthestCoordinate = 0x1p25;
+// In metres or feet, more than any projected coordinate; cells are 1/64 wide.
+constexpr double maxCoordinate = 0x1p25;
 
-// The orientation of a part of the curve, kept where the table below has it.
+// The orientation of a part of the curve, in the bits where the table below has it.
 constexpr unsigned swapped = 1 << 8;
 constexpr unsigned complemented = 1 << 9;
 
-// Four levels of the curve in one step: from an orientation, four bits of x and four of y (15 to 8: what the
-// table is indexed with) to the orientation of the part and eight bits of the key.
+// Four levels of the curve in one step. Input, the index of the table: orientation | four bits of x | four
+// bits of y. Output: orientation of the part | eight bits of the key.
 constexpr unsigned descend(unsigned from)
 {
     unsigned orientation = from & (swapped | complemented);
@@ -45,7 +45,7 @@ constexpr auto makeSteps()
 
 constexpr auto steps = makeSteps();
 
-// A side that is not known leaves the box's.
+// The box's range if the other is not known.
 Bounds::Range intersection(const Bounds::Range& known, const Bounds::Range& box) noexcept
 {
     if (!(known.min <= known.max))
@@ -85,10 +85,10 @@ HilbertGrid::HilbertGrid(const Bounds& known, const Bounds& box) noexcept
     Bounds::Range x = intersection(known.x, box.x);
     Bounds::Range y = intersection(known.y, box.y);
     if (!isFinite(x) || !isFinite(y))
-        x = y = {-farthestCoordinate, farthestCoordinate};
+        x = y = {-maxCoordinate, maxCoordinate};
     m_x = x.min;
     m_y = y.min;
-    // Infinite for a single place, whose cell is then the first one.
+    // Infinite for a single point, which is then in the first cell.
     m_density = cellsPerSide / std::max(x.max - x.min, y.max - y.min);
 }
 

@@ -2,6 +2,7 @@
 
 #include "filters/HilbertCurve.h"
 #include "filters/PointRows.h"
+#include "filters/RowSorter.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/ProgressDelegate.h>
 
@@ -12,15 +13,15 @@ namespace Quillmoran {
 
 namespace {
 
-// Rows and the columns that they are packed from stay in the caches together.
+// Small enough for rows and the columns that they are packed from to stay in the caches together.
 constexpr std::size_t blockBytes = 1 << 17;
-constexpr std::size_t mostBlockPoints = 4096;
+constexpr std::size_t maxBlockPoints = 4096;
 constexpr const char* activity = "sorting points";
 
 std::size_t getBlockPoints(const PointRows& format)
 {
     return std::clamp<std::size_t>(blockBytes / std::max<std::size_t>(format.getRowSize(), 1), 1,
-                                   mostBlockPoints);
+                                   maxBlockPoints);
 }
 
 void checkCancelled(ProgressDelegate* delegate)
@@ -31,10 +32,33 @@ void checkCancelled(ProgressDelegate* delegate)
 
 } // namespace
 
+struct HilbertOrder::Impl
+{
+    struct Query
+    {
+        Bounds bounds;
+        double fraction = 0;
+        PointInfo layout;
+
+        bool operator==(const Query& other) const noexcept
+        {
+            return bounds == other.bounds && fraction == other.fraction && layout == other.layout;
+        }
+    };
+
+    Scoped<const SortedRows> sort(const PointSource& source, const Query& wanted,
+                                  ProgressDelegate* delegate) const;
+
+    Limits limits;
+    std::mutex mutex; // guards the last query
+    Query query;
+    Scoped<const SortedRows> sorted; // of the last query, null without one
+};
+
 class HilbertOrder::Iterator final : public PointIterator
 {
 public:
-    Iterator(const SortedRows& sorted, const Query& query, ProgressDelegate* delegate)
+    Iterator(const SortedRows& sorted, const Impl::Query& query, ProgressDelegate* delegate)
         : m_format(query.layout),
           m_reader(sorted),
           m_blockPoints(getBlockPoints(m_format)),
@@ -67,6 +91,11 @@ private:
     Buffer<unsigned char> m_rows;
 };
 
+HilbertOrder::HilbertOrder() : m_impl(std::make_unique<Impl>())
+{}
+
+HilbertOrder::~HilbertOrder() = default;
+
 HilbertOrder* HilbertOrder::create()
 {
     return new HilbertOrder;
@@ -75,25 +104,32 @@ HilbertOrder* HilbertOrder::create()
 void HilbertOrder::init(PointSource* source)
 {
     PointFilter::init(source);
-    m_sorted.reset();
+    m_impl->sorted.reset();
+}
+
+void HilbertOrder::setLimits(const Limits& limits)
+{
+    m_impl->limits = limits;
 }
 
 double HilbertOrder::getTotalWork(const Bounds& bounds, double fraction) const
 {
-    const double share = fraction > 0 ? std::min(fraction, 1.0) : 0;
-    return getSrc()->getTotalWork(bounds, fraction) + getSrc()->estimatePoints(bounds, share);
+    const PointSource& source = *getSrc();
+    const double kept = fraction > 0 ? std::min(fraction, 1.0) : 0;
+    return source.getTotalWork(bounds, fraction) + source.estimatePoints(bounds, kept);
 }
 
-Scoped<const SortedRows> HilbertOrder::sort(const Query& query, ProgressDelegate* delegate) const
+Scoped<const SortedRows> HilbertOrder::Impl::sort(const PointSource& source, const Query& wanted,
+                                                  ProgressDelegate* delegate) const
 {
-    const PointSource& source = *getSrc();
-    const PointRows format(query.layout);
+    const PointRows format(wanted.layout);
     PointData block;
-    block.init(query.layout, getBlockPoints(format));
-    Scoped<PointIterator> points(source.createIterator(query.bounds, query.fraction, query.layout, delegate));
-    const HilbertGrid grid(source.getBounds(), query.bounds);
+    block.init(wanted.layout, getBlockPoints(format));
+    Scoped<PointIterator> points(
+        source.createIterator(wanted.bounds, wanted.fraction, wanted.layout, delegate));
+    const HilbertGrid grid(source.getBounds(), wanted.bounds);
     const auto keys = makeBuffer<std::uint64_t>(block.getNumSamples());
-    RowSorter sorter(format.getRowSize(), m_limits);
+    RowSorter sorter(format.getRowSize(), limits);
     while (const std::size_t count = points->getNextPoints(block)) {
         checkCancelled(delegate);
         grid.getKeys(keys.get(), block.getX(), block.getY(), count);
@@ -104,24 +140,25 @@ Scoped<const SortedRows> HilbertOrder::sort(const Query& query, ProgressDelegate
             done += taken;
         }
     }
-    points.reset(); // its file and its buffers are not needed while runs are merged
+    points.reset(); // releases its file and its buffers before runs are merged
     return sorter.finish([delegate] { checkCancelled(delegate); });
 }
 
 PointIterator* HilbertOrder::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                             ProgressDelegate* delegate) const
 {
-    const Query query{bounds, fraction, layout};
-    const std::lock_guard<Mutex> lock(m_mutex);
-    if (!m_sorted || !(m_query == query)) {
-        m_sorted.reset(); // gives memory and disk back before others are taken
-        m_query = query;
-        m_sorted = sort(query, delegate);
+    const PointSource& source = *getSrc();
+    const Impl::Query query{bounds, fraction, layout};
+    const std::lock_guard<std::mutex> lock(m_impl->mutex);
+    if (!m_impl->sorted || !(m_impl->query == query)) {
+        m_impl->sorted.reset(); // releases memory and disk space before others are allocated
+        m_impl->query = query;
+        m_impl->sorted = m_impl->sort(source, query, delegate);
     } else if (delegate) {
-        // getTotalWork() promised the work of reading, which is saved.
-        delegate->updateCompleted(getSrc()->getTotalWork(bounds, fraction), activity);
+        // getTotalWork() includes the work of reading the source, which is saved.
+        delegate->updateCompleted(source.getTotalWork(bounds, fraction), activity);
     }
-    return new Iterator(*m_sorted, query, delegate);
+    return new Iterator(*m_impl->sorted, query, delegate);
 }
 
 } // namespace Quillmoran

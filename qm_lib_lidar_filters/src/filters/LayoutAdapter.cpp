@@ -13,7 +13,7 @@ namespace {
 using MergeRules::Origin;
 using MergeRules::Rule;
 
-constexpr std::size_t mostBlockPoints = 16384;
+constexpr std::size_t maxBlockPoints = 16384;
 
 using Origins = std::vector<std::optional<Origin>>; // of each wanted channel; none: zeros
 
@@ -54,13 +54,13 @@ public:
             origin.channel = take(origin.channel, isSame ? wanted : own);
         }
         m_block.init(present, 0);
-        m_mostPoints = present.getBlockPoints(mostBlockPoints);
+        m_maxPoints = present.getBlockPoints(maxBlockPoints);
         m_source.reset(source.createIterator(bounds, fraction, present, delegate));
     }
 
     std::size_t getNextPoints(PointData& out) override
     {
-        const std::size_t capacity = std::min(out.getNumSamples(), m_mostPoints);
+        const std::size_t capacity = std::min(out.getNumSamples(), m_maxPoints);
         if (m_block.getNumSamples() != capacity)
             m_block.resize(capacity);
         const std::size_t count = m_source->getNextPoints(m_block);
@@ -84,7 +84,7 @@ private:
 
     Scoped<PointIterator> m_source;
     PointData m_block; // in the source's types
-    std::size_t m_mostPoints = 0;
+    std::size_t m_maxPoints = 0;
     Origins m_origins; // of each wanted channel in the block
     std::optional<int> m_gpsWeek;
 };

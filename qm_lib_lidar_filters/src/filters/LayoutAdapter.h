@@ -1,5 +1,5 @@
-// Reads a source in a layout that need not be its own, as the mosaic does when its sources differ: channels
-// that the source lacks are zeros, samples of another type or meaning are converted (see MergeRules.h).
+// Reads a source in another layout, as the mosaic does when its sources differ: channels that the source
+// lacks are zeros, samples of another type or meaning are converted (see MergeRules.h).
 #pragma once
 
 #include "filters/MergeRules.h"
@@ -7,10 +7,10 @@
 
 namespace Quillmoran {
 
-// A new iterator with a count of 1; the source's own one when nothing has to be converted. `layout` holds the
-// wanted channels, `target` the layout of the whole mosaic, which settles what they mean. Floating-point
-// values become integers by rounding, never clamped. The caller keeps the source for as long as the iterator
-// is used; the target is read only here. Errors: those of MergeRules::findOrigin() and of the source.
+// A new iterator with a count of 1; the source's own one when nothing needs conversion. `layout` has the
+// wanted channels; `target`, the layout of the whole mosaic, defines their meaning and is not kept.
+// Floating-point values are rounded to integers, not clamped. The source must outlive the iterator. Throws
+// the errors of MergeRules::findOrigin() and of the source.
 PointIterator* createAdaptedIterator(const PointSource& source, const MergeRules::Target& target,
                                      const Bounds& bounds, double fraction, const PointInfo& layout,
                                      ProgressDelegate* delegate);

@@ -59,14 +59,15 @@ DataType findCommonType(DataType a, DataType b)
     }
 }
 
-// Decimals that show the multiples of one step show those of every whole multiple of it.
+// The decimals that represent multiples of the finer step also represent those of the coarser one if the
+// ratio of the steps is an integer.
 double findCommonStep(double a, double b)
 {
     if (a == b)
         return a;
     const double finer = std::min(std::fabs(a), std::fabs(b));
     const double ratio = std::max(std::fabs(a), std::fabs(b)) / finer;
-    constexpr double tolerance = 1e-9; // decimal steps are no exact doubles
+    constexpr double tolerance = 1e-9; // doubles approximate decimal steps
     return std::fabs(ratio - std::round(ratio)) < tolerance * ratio ? finer : 0;
 }
 
@@ -117,7 +118,7 @@ std::optional<Origin> findTime(const PointInfo& source, const NameIndex& names, 
     const auto same = wantsAdjusted ? adjusted : week;
     if (same)
         return Origin{*same};
-    // The other clock is part of the target if it was part of the source when the target was made.
+    // Without the other clock in the target, the source had another clock when the target was made.
     const char* const other = wantsAdjusted ? gpsTime : gpsTimeAdjusted;
     if (names.find(other) && !target.find(other))
         throwDoesNotFit(other);
@@ -144,7 +145,7 @@ Rule findAngleRule(DataType own, DataType united)
     return holdsSteps(own) == holdsSteps(united) ? Rule::Copy : Rule::DegreesToSteps;
 }
 
-// Narrows as conversions between sample types do.
+// Narrows like the conversions between sample types.
 template <class To, class From>
 To narrow(From value)
 {
@@ -215,7 +216,7 @@ ChannelInfo uniteChannels(const ChannelInfo& a, const ChannelInfo& b)
     return both;
 }
 
-void settleUnion(PointInfo& layout)
+void completeUnion(PointInfo& layout)
 {
     if (!isNewer(layout))
         return;

@@ -1,13 +1,13 @@
-// How the channels of several point clouds become those of one, by what they mean. PointCloudUnion builds the
-// united layout with these rules, LayoutAdapter reads each source in it, so that a mosaic, a tile-set index
-// and a query through either follow one table:
+// How the channels of several point clouds become those of one, by their meaning. PointCloudUnion builds the
+// united layout with these rules and LayoutAdapter reads each source in it, so that a mosaic, a tile-set
+// index and queries to both follow one table:
 //
 //   channel            sources have              united                        reason
 //   -----------------  ------------------------  ----------------------------  ------------------------------
-//   ScanAngle          degrees only              as they are                   nothing to convert
+//   ScanAngle          degrees only              unchanged                     nothing to convert
 //                      degrees, and two-byte     steps:                        rounding restores whole degrees
 //                      steps of 0.006 degrees    round(degrees / 0.006)        exactly
-//   ClassId            older layouts only        the byte as it is             nothing to convert
+//   ClassId            older layouts only        unchanged byte                nothing to convert
 //   and ClassFlags     older and newer layouts   low 5 bits: class; bits 5-7:  LAS 1.4 keeps class and flags
 //                                                synthetic, key point,         apart
 //                                                withheld
@@ -22,9 +22,9 @@
 //   any other          different types           a type that holds both        no value changes
 //   any                missing in some           zeros, with a warning         LAS stores 0 for "unknown"
 //
-// A newer layout has what only LAS formats 6 to 10 have: ClassFlags, ScannerChannel, NearInfrared, returns of
-// more than 3 bits or two-byte scan angles. Where any source has it, the union is such a layout, too: its
-// scan angles are steps and its classes have ClassFlags.
+// A newer layout has a channel that only LAS formats 6 to 10 have: ClassFlags, ScannerChannel, NearInfrared,
+// returns of more than 3 bits or two-byte scan angles. If the layout of any source is newer, the union is
+// newer: its scan angles are steps and its classes have ClassFlags.
 #pragma once
 
 #include "model/NameIndex.h"
@@ -40,7 +40,7 @@ namespace Quillmoran::MergeRules {
 class Target
 {
 public:
-    // `gpsWeek` is the GPS week (0 began on 1980-01-06) that week time counts from; with it, GPSTime is
+    // `gpsWeek` is the GPS week (0 began on 1980-01-06) that week time counts from. With it, GPSTime is
     // converted to GPSTime_Adjusted.
     explicit Target(const PointInfo& layout, const std::optional<int>& gpsWeek = std::nullopt);
     Target(const Target&) = delete;
@@ -56,20 +56,21 @@ private:
     std::optional<int> m_gpsWeek;
 };
 
-// The channels of a source as they appear in a union: with a GPS week, GPSTime is GPSTime_Adjusted.
+// The channels of a source with their names in a union: with a GPS week, GPSTime becomes GPSTime_Adjusted.
 PointInfo renameClocks(const PointInfo& layout, const std::optional<int>& gpsWeek);
 
-// The union of two channels of the same name: a type that holds the values of both, the integer type of the
-// larger size (signed if either is), FLOAT64 if no integer does; the larger number of bits; the quantization
-// step if one of the steps is a multiple of the other, else none. Steps of scan angles stay steps.
+// The union of two channels of the same name. Its type holds the values of both: the integer type of the
+// larger size (signed if either is), FLOAT64 if no integer type does. It has the larger number of bits, and
+// the finer quantization if the other is a multiple of it, else none. If one has steps of scan angles, so has
+// the union.
 ChannelInfo uniteChannels(const ChannelInfo& a, const ChannelInfo& b);
 
-// Makes the union of several layouts one of the newer kind if any of them is.
-void settleUnion(PointInfo& layout);
+// Makes the union of several layouts a complete newer layout if any of them is newer.
+void completeUnion(PointInfo& layout);
 
-// Whether the layout has a classification byte with flags, as LAS formats 0 to 5 have it.
+// Whether the layout has the classification byte of LAS formats 0 to 5, which includes flags.
 bool hasLegacyClass(const PointInfo& layout);
-// Whether scan angles of the layout are floating-point degrees, which steps round.
+// Whether scan angles of the layout are floating-point degrees, which are rounded to steps.
 bool hasRealAngles(const PointInfo& layout);
 
 enum class Rule
@@ -82,7 +83,7 @@ enum class Rule
     EitherToAdjusted, // adjusted time where it is not 0, else converted week time; both FLOAT64
 };
 
-// Where the samples of a channel come from.
+// The channel of a source that gives the samples of a channel.
 struct Origin
 {
     std::size_t channel; // of the source
@@ -90,10 +91,10 @@ struct Origin
     std::size_t other = 0; // week time, for EitherToAdjusted
 };
 
-// Finds the origin of a channel of `target` in a source; none if the source lacks it. A source that cannot be
-// read in the target without changing what its samples mean (one that was replaced since the target was made)
-// is ChannelType "channel '%s' does not fit the joined layout; an index needs an update (vxindex -u)". `names` are
-// those of `source`.
+// Finds the origin of a channel of `target` in a source; none if the source lacks it. `names` are those of
+// `source`. ChannelType "channel '%s' does not fit the joined layout; an index needs an update (vxindex -u)"
+// when conversion would change the meaning of the samples, as with a file that was replaced after the target
+// was made.
 std::optional<Origin> findOrigin(const PointInfo& source, const NameIndex& names, const Target& target,
                                  const char* channel);
 

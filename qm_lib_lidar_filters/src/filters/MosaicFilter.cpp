@@ -2,6 +2,7 @@
 
 #include "filters/LayoutAdapter.h"
 #include "filters/MergeRules.h"
+#include "filters/PointCloudUnion.h"
 #include "filters/SharedMetadata.h"
 #include "index/MemoryRTree.h"
 #include "model/NameIndex.h"
@@ -16,7 +17,8 @@ namespace {
 
 constexpr ErrorCode misfitError = ErrorCode::ChannelType; // of MergeRules::findOrigin()
 
-// The box by which a source is found. A side that is not known, as in a file without an index, is open.
+// The box of a source in the tree. An axis whose range is not known, as in a file without an index, is
+// unbounded.
 Bounds getSearchBox(const Bounds& bounds)
 {
     Bounds box = bounds;
@@ -36,29 +38,39 @@ void checkChannels(const PointInfo& known, const PointInfo& layout)
 
 } // namespace
 
-// Reads one source after the other; for the overview there is only the first.
+struct MosaicFilter::Impl
+{
+    Impl(const PointInfo& layout, const RTree* boxes, PointSourceManager* sources,
+         const std::optional<int>& gpsWeek)
+        : tree(Scoped<const RTree>::retained(boxes)),
+          manager(Scoped<PointSourceManager>::retained(sources)),
+          target(layout, gpsWeek)
+    {}
+
+    bool readsTiles(double fraction) const { return fraction > overviewThreshold; }
+
+    const Scoped<const RTree> tree; // the sources' boxes
+    const Scoped<PointSourceManager> manager;
+    const MergeRules::Target target;
+    const double overviewThreshold = manager->getOverviewFraction(); // fractions up to this read the overview
+};
+
+// Reads one source after the other, or the overview.
 class MosaicFilter::Iterator final : public PointIterator
 {
 public:
-    Iterator(std::shared_ptr<const MergeRules::Target> target, const Bounds& bounds, double fraction,
+    Iterator(std::shared_ptr<const Impl> sources, const Bounds& bounds, double fraction,
              const PointInfo& layout, ProgressDelegate* delegate)
-        : m_target(std::move(target)), m_query(bounds), m_queryFraction(fraction), m_layout(layout)
+        : m_sources(std::move(sources)), m_query(bounds), m_queryFraction(fraction), m_layout(layout)
     {
         init(bounds, fraction, layout, delegate);
-    }
-
-    void walk(const RTree& tree, PointSourceManager* manager)
-    {
-        m_walk.reset(tree.createIterator());
-        m_manager = Scoped<PointSourceManager>::retained(manager);
-    }
-
-    // Adopts the caller's count of the source.
-    void read(PointSource* source)
-    {
-        m_source.reset(source);
-        m_points.reset(
-            createAdaptedIterator(*source, *m_target, m_query, m_queryFraction, m_layout, getDelegate()));
+        if (m_sources->readsTiles(fraction)) {
+            m_walk.reset(m_sources->tree->createIterator());
+            return;
+        }
+        m_queryFraction /= m_sources->overviewThreshold;
+        if (PointSource* overview = m_sources->manager->createOverviewPointSource())
+            read(overview);
     }
 
     std::size_t getNextPoints(PointData& buffer) override
@@ -72,43 +84,54 @@ public:
     }
 
 private:
+    // Adopts the caller's count of the source.
+    void read(PointSource* source)
+    {
+        m_source.reset(source);
+        m_points.reset(createAdaptedIterator(*source, m_sources->target, m_query, m_queryFraction, m_layout,
+                                             getDelegate()));
+    }
+
     bool readNextSource()
     {
-        // One source at a time: what is read to its end gives its file and its buffers back first.
+        // One source at a time: the last one releases its file and its buffers first.
         m_points.reset();
         m_source.reset();
         if (getDelegate() && getDelegate()->getCancelled())
             QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
-        // The widened box, as the sources use it: a point that rounds into the query is not lost.
+        // The sources widen the box, too: a point that rounds into the query is not lost.
         std::int64_t index = 0;
         if (!m_walk || !m_walk->next(getBounds(), index))
             return false;
         const auto source = static_cast<std::size_t>(index);
         try {
-            read(m_manager->createPointSource(source));
+            read(m_sources->manager->createPointSource(source));
         } catch (Error& error) {
             if (error.code() == misfitError && !std::strstr(error.what(), " path = "))
-                error(" path = %s", m_manager->getSourceName(source).c_str());
+                error(" path = %s", m_sources->manager->getSourceName(source).c_str());
             throw;
         }
         return true;
     }
 
-    const std::shared_ptr<const MergeRules::Target> m_target;
+    const std::shared_ptr<const Impl> m_sources;
     const Bounds m_query;
-    const double m_queryFraction;
+    double m_queryFraction; // of the sources, or of the overview
     const PointInfo m_layout;
-    Scoped<RTree::Iterator> m_walk; // null when there are no tiles to read
-    Scoped<PointSourceManager> m_manager;
+    Scoped<RTree::Iterator> m_walk; // null for the overview
     Scoped<PointSource> m_source;   // being read
     Scoped<PointIterator> m_points; // of that source
 };
 
-MosaicFilter::MosaicFilter()
-    : m_info(PointCloudInfo::create()),
-      m_tree(MemoryRTree::create()),
-      m_target(std::make_shared<const MergeRules::Target>(PointInfo()))
+MosaicFilter::MosaicFilter() : m_info(PointCloudInfo::create())
 {}
+
+const MosaicFilter::Impl& MosaicFilter::sources() const
+{
+    if (!m_impl)
+        QM_THROW(ErrorCode::InvalidArgument, "the mosaic has no sources before init()");
+    return *m_impl;
+}
 
 MosaicFilter* MosaicFilter::create()
 {
@@ -121,7 +144,7 @@ void MosaicFilter::init(PointSourceManager* manager, const std::optional<int>& g
     const Scoped<MemoryRTree> tree(MemoryRTree::create());
     for (std::size_t i = 0; i < manager->getNumSources(); ++i) {
         const Scoped<PointSource> source(manager->createPointSource(i));
-        // A text file is read for its bounds, and knows its number of points only then.
+        // A text file is read for its bounds, and only then knows its number of points.
         const Bounds box = getSearchBox(source->getBounds());
         const Scoped<PointCloudInfo> info(PointCloudInfo::create());
         info->init(*source);
@@ -138,12 +161,8 @@ void MosaicFilter::init(PointSourceManager* manager, const std::optional<int>& g
 void MosaicFilter::init(const PointCloudInfo* info, const RTree* tree, PointSourceManager* manager,
                         const std::optional<int>& gpsWeek)
 {
-    const double overviewThreshold = manager->getOverviewFraction();
-    m_target = std::make_shared<const MergeRules::Target>(info->getPointInfo(), gpsWeek);
+    m_impl = std::make_shared<const Impl>(info->getPointInfo(), tree, manager, gpsWeek);
     m_info->init(*info);
-    m_tree = Scoped<const RTree>::retained(tree);
-    m_manager = Scoped<PointSourceManager>::retained(manager);
-    m_overviewThreshold = overviewThreshold;
     m_sharesMetadata = false;
     m_warnings.clear();
     m_coordinateSystems.clear();
@@ -151,31 +170,33 @@ void MosaicFilter::init(const PointCloudInfo* info, const RTree* tree, PointSour
 
 void MosaicFilter::loadMetadata(Metadata& into, bool sanitize) const
 {
+    PointSourceManager& manager = *sources().manager;
     if (!m_sharesMetadata)
         return;
     Metadata shared;
-    for (std::size_t i = 0; i < m_manager->getNumSources(); ++i) {
-        const Scoped<PointSource> source(m_manager->createPointSource(i));
+    for (std::size_t i = 0; i < manager.getNumSources(); ++i) {
+        const Scoped<PointSource> source(manager.createPointSource(i));
         Metadata own;
         source->loadMetadata(i == 0 ? shared : own, sanitize);
         if (i != 0)
             keepShared(shared, own);
     }
-    if (m_manager->getNumSources() > 1)
+    if (manager.getNumSources() > 1)
         removeCounts(shared);
     into.add(shared);
 }
 
 double MosaicFilter::getTotalWork(const Bounds& bounds, double fraction) const
 {
-    if (!readsTiles(fraction)) {
-        const Scoped<PointSource> overview(m_manager->createOverviewPointSource());
-        return overview ? overview->getTotalWork(bounds, fraction / m_overviewThreshold) : 0;
+    const Impl& all = sources();
+    if (!all.readsTiles(fraction)) {
+        const Scoped<PointSource> overview(all.manager->createOverviewPointSource());
+        return overview ? overview->getTotalWork(bounds, fraction / all.overviewThreshold) : 0;
     }
     double work = 0;
-    const Scoped<RTree::Iterator> walk(m_tree->createIterator());
+    const Scoped<RTree::Iterator> walk(all.tree->createIterator());
     for (std::int64_t index = 0; walk->next(bounds, index);) {
-        const Scoped<PointSource> source(m_manager->createPointSource(static_cast<std::size_t>(index)));
+        const Scoped<PointSource> source(all.manager->createPointSource(static_cast<std::size_t>(index)));
         work += source->getTotalWork(bounds, fraction);
     }
     return work;
@@ -184,17 +205,9 @@ double MosaicFilter::getTotalWork(const Bounds& bounds, double fraction) const
 PointIterator* MosaicFilter::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                             ProgressDelegate* delegate) const
 {
+    sources();
     checkChannels(getPointInfo(), layout);
-    if (readsTiles(fraction)) {
-        Scoped<Iterator> iterator(new Iterator(m_target, bounds, fraction, layout, delegate));
-        iterator->walk(*m_tree, m_manager.get());
-        return iterator.detach();
-    }
-    Scoped<Iterator> iterator(
-        new Iterator(m_target, bounds, fraction / m_overviewThreshold, layout, delegate));
-    if (PointSource* overview = m_manager->createOverviewPointSource())
-        iterator->read(overview);
-    return iterator.detach();
+    return new Iterator(m_impl, bounds, fraction, layout, delegate);
 }
 
 } // namespace Quillmoran

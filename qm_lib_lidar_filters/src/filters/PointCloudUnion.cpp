@@ -17,7 +17,7 @@ constexpr std::array<const char*, 3> clockNames = {"week time (GPSTime)",
                                                    "adjusted standard time (GPSTime_Adjusted)",
                                                    "both week time and adjusted standard time"};
 
-// Files of the older LAS formats lack these, and 0 or what their class says is the right value.
+// Files of the older LAS formats lack these channels; their values are then 0 or part of the class.
 bool isImplied(const ChannelInfo& channel)
 {
     return channel.isNamed(ChannelNames::classFlags) || channel.isNamed(ChannelNames::scannerChannel);
@@ -56,7 +56,7 @@ void PointCloudUnion::add(const PointCloudInfo& cloud, const std::string& file)
     countChannels(layout, file);
     noteDoubts(layout, file);
     addQuantization(cloud.getScale(), cloud.getOffset());
-    // The largest count means unknown, and the sum stops there.
+    // The maximum means unknown, and the sum saturates there.
     static_assert(PointSource::unknownNumPoints == INT64_MAX);
     m_info->setNumPoints(saturatingAdd(m_info->getNumPoints(), cloud.getNumPoints()));
     Bounds bounds = m_info->getBounds();
@@ -108,7 +108,7 @@ void PointCloudUnion::addChannels(const PointInfo& layout)
         all.append(channel);
     }
     if (!isFirst)
-        MergeRules::settleUnion(all);
+        MergeRules::completeUnion(all);
     m_info->setPointInfo(all);
 }
 
@@ -159,7 +159,7 @@ void PointCloudUnion::countChannels(const PointInfo& layout, const std::string& 
 
 void PointCloudUnion::noteDoubts(const PointInfo& layout, const std::string& file)
 {
-    // Every LAS file has scan angles; of other sources nothing says what their classes are.
+    // Every LAS file has scan angles. The meaning of classes from other sources is not known.
     const bool isDoubtful = MergeRules::hasLegacyClass(layout) && !layout.hasChannel(ChannelNames::scanAngle);
     if (isDoubtful && m_doubtfulClassFile.empty())
         m_doubtfulClassFile = file;
@@ -183,7 +183,7 @@ void PointCloudUnion::addQuantization(const double* scale, const double* offset)
 
 std::vector<std::string> PointCloudUnion::getWarnings() const
 {
-    // Channels of the same first file and number of files share a line.
+    // Channels of the same first file and number of files are on one line.
     std::map<std::pair<std::string, std::size_t>, std::string> missing;
     for (const auto& [name, presence] : m_channels) {
         if (presence.count == m_numWithPoints)

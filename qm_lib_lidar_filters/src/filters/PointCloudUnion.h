@@ -1,17 +1,18 @@
-// The description of several point clouds as one: what the mosaic shows of its sources and the tile-set index
-// of its tiles. Clouds are added one by one. What they do not agree on:
+// The description of several point clouds as one, for the sources of a mosaic and the tiles of an index.
+// Clouds are added one by one:
 //
-//   channels            all names, in order of first appearance; MergeRules.h says what becomes of their
-//                       types and meanings. Two clocks of GPS time are refused
-//   number of points    the sum, unknown when one is unknown
-//   bounds              around all points
+//   channels            all names, in order of first appearance, with types and meanings by the rules of
+//                       MergeRules.h; two clocks of GPS time are refused
+//   number of points    the sum; unknown when one is unknown
+//   bounds              of all points
 //   scale and offset    kept when equal, else none
-//   coordinate system   the first; getCoordinateSystems() gives the others
+//   coordinate system   the first; getCoordinateSystems() has the others
 //   class names         the first, with a warning when others differ
 //
-// A cloud without points adds its channels, its coordinate system and its class names alone.
+// A cloud without points adds only its channels, its coordinate system and its class names.
 #pragma once
 
+#include <vxunpack/MosaicFilter.h>
 #include <vxunpack/PointCloudInfo.h>
 
 #include <array>
@@ -22,24 +23,18 @@
 
 namespace Quillmoran {
 
-// A coordinate system and a file that has it.
-struct NamedCoordinateSystem
-{
-    std::string wkt; // empty: the file has points and no coordinate system
-    std::string file;
-};
-
 class PointCloudUnion
 {
 public:
-    // Different texts that are kept. The next one is kept without its text and so counts as another system.
+    // Number of different texts that are kept. All further ones are listed once, as one unknown system.
     static constexpr std::size_t maxCoordinateSystems = 16;
 
-    // With a GPS week, week time becomes adjusted time (see MergeRules.h), and both clocks may be added.
+    // With a GPS week, week time is converted to adjusted time (see MergeRules.h), and clouds may have both
+    // clocks.
     explicit PointCloudUnion(const std::optional<int>& gpsWeek = std::nullopt);
 
-    // `file` is the name that messages give the cloud. InvalidArgument "... hold different GPS times ..." when it has
-    // another clock than a cloud added before; the union is then unchanged.
+    // Messages call the cloud `file`. InvalidArgument "... hold different GPS times ..." when it has another
+    // clock than a cloud added before; the union is then unchanged.
     void add(const PointCloudInfo& cloud, const std::string& file);
 
     const PointCloudInfo& getInfo() const noexcept { return *m_info; }
@@ -48,8 +43,8 @@ public:
     {
         return m_coordinateSystems;
     }
-    // What is filled with zeros, rounded, dropped or doubtful. The caller compares coordinate systems, since
-    // texts that differ may mean the same.
+    // About values that are filled with zeros, rounded, dropped or doubtful. The caller compares coordinate
+    // systems, since different texts may mean the same.
     std::vector<std::string> getWarnings() const;
 
 private:
@@ -71,8 +66,8 @@ private:
 
     struct Presence
     {
-        std::size_t count = 0; // of the clouds with points, those that have the channel
-        std::string file;      // the first of the others
+        std::size_t count = 0; // clouds with points that have the channel
+        std::string file;      // the first one without the channel
     };
 
     Scoped<PointCloudInfo> m_info;
@@ -80,7 +75,7 @@ private:
     std::size_t m_numWithPoints = 0;
     std::string m_firstWithPoints;
     std::array<std::string, NUM_CLOCKS> m_clockFiles; // the first file of each clock, empty: none
-    std::map<std::string, Presence> m_channels;       // those that are reported when a file lacks them
+    std::map<std::string, Presence> m_channels;       // reported when a file lacks them
     std::vector<NamedCoordinateSystem> m_coordinateSystems;
     std::string m_doubtfulClassFile;   // with classes that may not be legacy bytes
     std::string m_realAnglesFile;      // with floating-point scan angles

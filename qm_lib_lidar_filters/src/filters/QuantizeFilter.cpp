@@ -10,12 +10,12 @@ namespace Quillmoran {
 
 namespace {
 
-// Values that are coarser than the step themselves stay as they are.
+// Values so large that doubles are coarser than the step are not changed.
 double nearest(double value, double offset, double scale)
 {
-    constexpr double mostSteps = 4503599627370496.0; // 2^52
+    constexpr double maxSteps = 4503599627370496.0; // 2^52
     const double steps = (value - offset) / scale;
-    return std::fabs(steps) < mostSteps ? std::floor(steps + 0.5) * scale + offset : value;
+    return std::fabs(steps) < maxSteps ? std::floor(steps + 0.5) * scale + offset : value;
 }
 
 void roundAll(double* values, std::size_t count, double offset, double scale)

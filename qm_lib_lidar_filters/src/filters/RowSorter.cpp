@@ -82,8 +82,7 @@ void RowSorter::openFile()
 {
     const Scoped<FileIO::Imp> file(FileIO::create());
     file->init(nullptr);
-    // The file is read and written through its descriptor alone; without a name it also goes when the process
-    // is killed.
+    // An unlinked file is reachable only through its descriptor, and is removed when the process is killed.
     FileIO::deleteFile(file->path());
     m_writer.init(file.get(), true, writeBufferSize);
     m_sorted->m_file = file;
@@ -117,15 +116,15 @@ void RowSorter::put(const void* bytes, std::size_t size)
         QM_THROW(ErrorCode::Write, "write error");
 }
 
-// Neighbours are merged, so that the order of the runs stays that of their rows, and no more of them than
-// needed, level by level.
+// Merges as few adjacent runs as necessary, level by level. Merging adjacent runs keeps runs in the order of
+// their rows.
 void RowSorter::reduceRuns(const std::function<void()>& checkpoint)
 {
     const std::vector<RecordRun>& runs = m_sorted->m_runs;
-    const std::size_t mostRuns =
+    const std::size_t maxRuns =
         std::max<std::size_t>(m_limits.merge / std::max(m_limits.buffer, m_sorted->recordSize()), 2);
-    for (std::size_t first = 0; runs.size() > mostRuns; ++first) {
-        const std::size_t count = std::min(mostRuns, runs.size() - mostRuns + 1);
+    for (std::size_t first = 0; runs.size() > maxRuns; ++first) {
+        const std::size_t count = std::min(maxRuns, runs.size() - maxRuns + 1);
         if (count > runs.size() - first)
             first = 0;
         mergeRuns(first, count, checkpoint);

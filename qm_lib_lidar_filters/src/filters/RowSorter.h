@@ -1,12 +1,14 @@
-// Sorts any number of rows by a 64-bit key in bounded memory; rows with equal keys keep their order. Rows are
-// collected until a run is full, which is sorted and written to a temporary file; the runs are merged each
-// time the sorted rows are read: external merge sort, "The Art of Computer Programming, Volume 3: Sorting and
-// Searching", 1973. More runs than can be read at once are merged into fewer first. Rows that fit into one
-// run stay in memory.
+// Sorts any number of rows by a 64-bit key in bounded memory; rows with equal keys keep their order. This is
+// the external merge sort of "The Art of Computer Programming, Volume 3: Sorting and Searching", 1973: rows
+// are collected in memory, sorted when it is full, and written to a temporary file as a sorted run. Each time
+// the result is read, the sorted runs are merged. If there are more than can be read at once, they are first
+// merged into fewer. Rows that fit into one sorted run stay in memory.
 #pragma once
 
 #include "filters/RunMerge.h"
+#include "platform/Stream.h"
 #include <vxunpack/FileIO.h>
+#include <vxunpack/HilbertOrder.h>
 #include <vxunpack/Object.h>
 
 #include <cstddef>
@@ -17,7 +19,7 @@
 
 namespace Quillmoran {
 
-// What a sort ends with. Several readers may read it at a time.
+// The result of a sort. Several readers may read it at the same time.
 class SortedRows final : public Object
 {
 public:
@@ -43,12 +45,11 @@ private:
 
     std::size_t m_rowSize = 0;
     std::size_t m_mergeBytes = 0;
-    // The rows in memory: those of the only run, or of the one that is being collected.
+    // The rows in memory: all of them, or those that are being collected.
     Buffer<unsigned char> m_rows;
     Buffer<Entry> m_entries;
     std::size_t m_count = 0;
-    // The others.
-    Scoped<FileIO::Imp> m_file; // null while there are none
+    Scoped<FileIO::Imp> m_file; // the temporary file, null when all rows are in memory
     std::vector<RecordRun> m_runs;
 };
 
@@ -57,7 +58,7 @@ class SortedRows::Reader
 public:
     explicit Reader(const SortedRows& sorted);
 
-    // Copies the next rows, `count` of them if there are as many, and returns how many; 0 is the end.
+    // Copies up to `count` rows and returns how many; 0 at the end.
     std::size_t read(unsigned char* rows, std::size_t count);
 
 private:
@@ -69,20 +70,15 @@ private:
 class RowSorter
 {
 public:
-    // How much memory is used, in bytes.
-    struct Limits
-    {
-        std::size_t run = 32 << 20;    // rows and keys of a run, while rows are added
-        std::size_t merge = 16 << 20;  // buffers of a merge
-        std::size_t buffer = 16 << 10; // the least of a merge's buffers: decides how many runs it takes
-    };
+    using Limits = HilbertOrder::Limits;
 
     RowSorter(std::size_t rowSize, const Limits& limits);
 
-    // Takes the keys of the next rows and returns where the rows are to be put before the next call. `count`,
-    // not 0, becomes less when the run is full: the caller goes on behind them.
+    // Takes the keys of the next `count` rows, at least one, and returns where the caller puts the rows
+    // before the next call. Reduces `count` when memory is full; the caller then calls again for the rest.
     unsigned char* append(const std::uint64_t* keys, std::size_t& count);
-    // Leaves the sorter empty. `checkpoint` is called now and then and may throw.
+    // Returns the result and leaves the sorter empty. Calls `checkpoint` from time to time, which may throw
+    // to cancel.
     Scoped<const SortedRows> finish(const std::function<void()>& checkpoint);
 
 private:
@@ -94,7 +90,7 @@ private:
     void mergeRuns(std::size_t first, std::size_t count, const std::function<void()>& checkpoint);
 
     Limits m_limits;
-    std::size_t m_capacity; // rows of a run
+    std::size_t m_capacity; // rows of a sorted run
     Scoped<SortedRows> m_sorted;
     StreamWriter m_writer;
 };

@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 
 namespace Quillmoran {
 
 namespace {
 
-constexpr std::size_t largestBuffer = 1 << 20;
+constexpr std::size_t maxBufferBytes = 1 << 20;
 
 } // namespace
 
@@ -16,7 +17,7 @@ RunMerge::RunMerge(IO* io, const RecordRun* runs, std::size_t numRuns, std::size
     : m_recordSize(recordSize), m_runs(numRuns), m_records(makeBuffer<unsigned char>(numRuns * recordSize))
 {
     const std::size_t bufferSize =
-        std::max(recordSize, std::min(bufferBytes / std::max<std::size_t>(numRuns, 1), largestBuffer));
+        std::max(recordSize, std::min(bufferBytes / std::max<std::size_t>(numRuns, 1), maxBufferBytes));
     for (std::size_t i = 0; i < numRuns; ++i) {
         m_runs[i].remaining = runs[i].count;
         m_runs[i].stream.init(io, true, bufferSize);
@@ -25,8 +26,7 @@ RunMerge::RunMerge(IO* io, const RecordRun* runs, std::size_t numRuns, std::size
         if (load(i, head))
             m_heap.push_back(head);
     }
-    for (std::size_t i = m_heap.size() / 2; i-- > 0;)
-        sift(i);
+    std::make_heap(m_heap.begin(), m_heap.end(), std::greater<>());
 }
 
 bool RunMerge::load(std::size_t run, Head& head)
@@ -42,29 +42,14 @@ bool RunMerge::load(std::size_t run, Head& head)
     return true;
 }
 
-void RunMerge::sift(std::size_t at) noexcept
-{
-    const Head head = m_heap[at];
-    for (std::size_t child = 2 * at + 1; child < m_heap.size(); child = 2 * at + 1) {
-        if (child + 1 < m_heap.size() && m_heap[child + 1] < m_heap[child])
-            ++child;
-        if (!(m_heap[child] < head))
-            break;
-        m_heap[at] = m_heap[child];
-        at = child;
-    }
-    m_heap[at] = head;
-}
-
 const unsigned char* RunMerge::next()
 {
     if (m_started && !m_heap.empty()) {
-        if (!load(m_heap.front().run, m_heap.front())) {
-            m_heap.front() = m_heap.back();
+        std::pop_heap(m_heap.begin(), m_heap.end(), std::greater<>());
+        if (load(m_heap.back().run, m_heap.back()))
+            std::push_heap(m_heap.begin(), m_heap.end(), std::greater<>());
+        else
             m_heap.pop_back();
-        }
-        if (!m_heap.empty())
-            sift(0);
     }
     m_started = true;
     return m_heap.empty() ? nullptr : recordOf(m_heap.front().run);

@@ -1,5 +1,6 @@
-// Shows sorted runs of a file as one sorted sequence. A run is a stretch of records of one size, a record a
-// 64-bit key in native byte order and the bytes that go with it. Equal keys keep the order of their runs.
+// Merges the sorted runs of a file into one sorted sequence. A run is a byte range of records of the same
+// size; a record is a 64-bit key in native byte order and the bytes of a row. Equal keys keep the order of
+// their runs.
 #pragma once
 
 #include "platform/Stream.h"
@@ -19,11 +20,11 @@ struct RecordRun
 class RunMerge
 {
 public:
-    // The buffers of all runs together have `bufferBytes`, or a record for each run where that is more.
+    // The buffers of all runs use `bufferBytes` together, or one record per run if that is more.
     RunMerge(IO* io, const RecordRun* runs, std::size_t numRuns, std::size_t recordSize,
              std::size_t bufferBytes);
 
-    // The next record, which stays until the next call; null at the end. FileProbe "bad read -- temporary file"
+    // The next record, valid until the next call; null at the end. FileProbe "bad read -- temporary file"
     // when the file is shorter than its runs.
     const unsigned char* next();
 
@@ -31,7 +32,7 @@ private:
     struct Run
     {
         StreamReader stream;
-        std::uint64_t remaining = 0; // records that are not loaded
+        std::uint64_t remaining = 0; // records to load
     };
 
     struct Head
@@ -39,21 +40,20 @@ private:
         std::uint64_t key;
         std::size_t run;
 
-        bool operator<(const Head& other) const noexcept
+        bool operator>(const Head& other) const noexcept
         {
-            return key != other.key ? key < other.key : run < other.run;
+            return key != other.key ? key > other.key : run > other.run;
         }
     };
 
     unsigned char* recordOf(std::size_t run) const noexcept { return m_records.get() + run * m_recordSize; }
-    // Puts the next record of a run into its place; false at the run's end.
+    // Loads the next record of a run; false at the end of the run.
     bool load(std::size_t run, Head& head);
-    void sift(std::size_t at) noexcept;
 
     std::size_t m_recordSize;
     std::vector<Run> m_runs;
     Buffer<unsigned char> m_records; // the first of each run
-    std::vector<Head> m_heap;        // a head is not behind those at twice its index plus 1 and 2
+    std::vector<Head> m_heap;        // the least head first
     bool m_started = false;
 };
 

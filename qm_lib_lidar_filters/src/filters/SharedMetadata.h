@@ -1,13 +1,13 @@
-// The metadata records that describe a set of point clouds as they describe each of its members.
+// The metadata records that all point clouds of a set have in common.
 #pragma once
 
 #include <vxunpack/Metadata.h>
 
 namespace Quillmoran {
 
-// Takes out of `shared` what `other` does not hold with the same key and value.
+// Removes from `shared` the records that `other` does not have with the same key and value.
 void keepShared(Metadata& shared, const Metadata& other);
-// Takes out the records that tell of one file's points: counts and boxes.
+// Removes the records about the points of one file: counts and boxes.
 void removeCounts(Metadata& records);
 
 } // namespace Quillmoran

@@ -28,7 +28,7 @@ public:
         m_buffer.init(layout, layout.getBlockPoints(bufferPoints));
     }
 
-    // The channels are copied by index: `out` has the layout of the query or its first channels.
+    // Copies channels by index: `out` has the layout of the query or its first channels.
     std::size_t getNextPoints(PointData& out) override
     {
         const std::size_t capacity = out.getNumSamples();
@@ -67,7 +67,7 @@ private:
         return index;
     }
 
-    // The end of the run of kept points that begins at `index`.
+    // The end of the sequence of kept points that begins at `index`.
     std::size_t findEnd(std::size_t index, std::size_t limit) const
     {
         while (index < limit && keeps(index))
@@ -91,7 +91,7 @@ SimpleFilterFilter* SimpleFilterFilter::create()
 
 void SimpleFilterFilter::init(PointSource* source, const char* channelName, bool include)
 {
-    if (!source->hasChannel(channelName))
+    if (source && !source->hasChannel(channelName))
         QM_THROW(ErrorCode::InvalidArgument, "the point source does not have channel: '%s'",
                  channelName ? channelName : "");
     PointFilter::init(source);

@@ -10,21 +10,16 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr std::size_t largestSlice = 16384; // points
-constexpr std::size_t sliceBytes = 1 << 20; // for files with long records
+constexpr std::size_t maxSlicePoints = 16384;
+constexpr std::size_t maxSliceBytes = 1 << 20; // for long records
 
 } // namespace
 
-LASPointIterator* LASPointIterator::create()
+LASPointIterator::LASPointIterator(IO* io, const LASHeader& header, const LASzipChunks& chunks,
+                                   const PointInfo& channels, const Bounds& bounds, double fraction,
+                                   const PointInfo& layout, ProgressDelegate* delegate)
 {
-    return new LASPointIterator;
-}
-
-void LASPointIterator::init(IO* io, const LASHeader& header, const LASzipChunks& chunks,
-                            const PointInfo& channels, const Bounds& bounds, double fraction,
-                            const PointInfo& layout, ProgressDelegate* delegate)
-{
-    PointIterator::init(bounds, fraction, layout, delegate);
+    init(bounds, fraction, layout, delegate);
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const ChannelInfo& wanted = layout.getChannel(i);
         const auto field = LASFields::find(header.pointFormat, wanted.getName());
@@ -40,7 +35,7 @@ void LASPointIterator::init(IO* io, const LASHeader& header, const LASzipChunks&
         return;
     m_reader = LASRecordReader::create(io, header, chunks, layout);
     m_remaining = static_cast<std::int64_t>(header.getPointCount());
-    m_sliceSize = std::clamp<std::size_t>(sliceBytes / m_reader->stride(), 1, largestSlice);
+    m_sliceSize = std::clamp<std::size_t>(maxSliceBytes / m_reader->stride(), 1, maxSlicePoints);
     m_sliceSize =
         static_cast<std::size_t>(std::min<std::int64_t>(m_remaining, static_cast<std::int64_t>(m_sliceSize)));
     m_records.resize(m_sliceSize * m_reader->stride());
@@ -58,7 +53,7 @@ bool LASPointIterator::refill()
     const auto count =
         static_cast<std::size_t>(std::min<std::int64_t>(m_remaining, static_cast<std::int64_t>(m_sliceSize)));
     m_reader->read(m_records.data(), count);
-    const LASPointFormat anyFormat{0}; // coordinates stand at the same place in all of them
+    const LASPointFormat anyFormat{0}; // all formats have the coordinates at the same offsets
     const char* const names[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
     for (std::size_t axis = 0; axis < 3; ++axis)
         LASFields::unpackCoordinate(m_coordinates[axis].data(), m_records.data(), m_reader->stride(),

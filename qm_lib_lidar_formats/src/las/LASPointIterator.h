@@ -1,9 +1,9 @@
 // Delivers the points of one query of a LAS or LAZ file: reads its records in order, a slice at a time, and
-// takes over the wanted channels of the points that lie in the box and that the sampling takes.
+// unpacks the wanted channels of the points that the box and the sampling keep.
 #pragma once
 
-#include "las/LASFields.h"
-#include "las/LASRecordReader.h"
+#include "las/points/LASFields.h"
+#include "las/points/LASRecordReader.h"
 #include <vxunpack/PointIterator.h>
 
 #include <cstdint>
@@ -15,25 +15,22 @@ namespace Quillmoran {
 class LASPointIterator final : public PointIterator
 {
 public:
-    static LASPointIterator* create();
-
-    // `channels` are those of the file. See LASPointReader::createIterator for the errors.
-    void init(IO* io, const LASHeader& header, const LASzipChunks& chunks, const PointInfo& channels,
-              const Bounds& bounds, double fraction, const PointInfo& layout, ProgressDelegate* delegate);
+    // `channels` are those of the file. Retains `io`. See LASPointReader::createIterator for the errors.
+    LASPointIterator(IO* io, const LASHeader& header, const LASzipChunks& chunks, const PointInfo& channels,
+                     const Bounds& bounds, double fraction, const PointInfo& layout,
+                     ProgressDelegate* delegate);
 
     // Asks the delegate once per slice: Cancelled "operation cancelled.".
     std::size_t getNextPoints(PointData& buffer) override;
 
 private:
-    LASPointIterator() = default;
-
     bool refill();
     void copyRun(PointData& buffer, std::size_t filled, std::size_t first, std::size_t count) const;
 
     std::unique_ptr<LASRecordReader> m_reader;
     std::vector<LASField> m_fields; // of the requested channels, in their order
     LASFields::Axis m_axes[3];
-    std::int64_t m_remaining = 0; // points not read yet
+    std::int64_t m_remaining = 0; // points to read
 
     // The current slice.
     std::size_t m_sliceSize = 0; // points

@@ -1,22 +1,24 @@
 #include <vxunpack/LASPointReader.h>
 
-#include "las/LASFields.h"
-#include "las/LASMetadata.h"
 #include "las/LASPointIterator.h"
-#include "las/LASzipRecord.h"
+#include "las/header/LASMetadata.h"
+#include "las/laszip/LASzipCoding.h"
+#include "las/points/LASFields.h"
 #include "platform/ByteOrder.h"
 #include "platform/OpenIO.h"
+#include "srs/SpatialReference.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/FileIO.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <mutex>
+#include <optional>
 
 namespace Quillmoran {
 
 namespace {
 
-// The values of a record; what does not fill one at its end is no value.
+// The values of a record; incomplete bytes at its end are ignored.
 template <class T>
 std::vector<T> toNumbers(const std::vector<unsigned char>& bytes)
 {
@@ -28,164 +30,210 @@ std::vector<T> toNumbers(const std::vector<unsigned char>& bytes)
 
 } // namespace
 
+struct LASPointReader::Impl
+{
+    void open(bool openFullWaveform);
+    void checkSize() const;
+    void openCompressed();
+    void readCoordinateSystem();
+    std::vector<unsigned char> readProjection(std::uint16_t recordID) const;
+    Bounds getBounds() const;
+
+    Scoped<IO> io;
+    LASHeader header;
+    LASzipChunks chunks;
+    std::vector<LASVariableRecord> records;
+    std::string fileFormat;
+    std::string wkt;  // the text of the file
+    GeoTIFFKeys keys; // the coordinate system when `wkt` is empty
+
+    mutable std::once_flag translateOnce;
+    mutable std::optional<std::string> translated; // the keys as WKT
+};
+
+LASPointReader::LASPointReader() = default;
+
+LASPointReader::~LASPointReader() = default;
+
 LASPointReader* LASPointReader::create()
 {
     return new LASPointReader;
+}
+
+const LASPointReader::Impl& LASPointReader::opened() const
+{
+    if (!m_impl)
+        QM_THROW(ErrorCode::InvalidArgument, "the LAS reader has no file before init()");
+    return *m_impl;
 }
 
 void LASPointReader::init(const char* path, bool openFullWaveform)
 {
     const Scoped<FileIO::Imp> file(FileIO::create());
     file->init(path, "r");
-    m_io = Scoped<IO>::retained(file.get());
+    auto impl = std::make_unique<Impl>();
+    impl->io = Scoped<IO>::retained(file.get());
     try {
-        open(openFullWaveform);
+        impl->open(openFullWaveform);
     } catch (const Error& error) {
         if (error.code() == ErrorCode::Waveforms)
             throw;
         QM_THROW(ErrorCode::LASOpen, "Failed to create LASReader for path = '%s': %s", path, error.what());
     }
-    setDescription();
+    const LASHeader& header = impl->header;
+    const bool adjusted = (header.globalEncoding & LASHeader::ADJUSTED_TIME) != 0;
+    setPointInfo(LASFields::channelsOf(header.pointFormat, adjusted, header.scale));
+    setNumPoints(static_cast<std::int64_t>(header.getPointCount()));
+    setQuantization(header.scale.data(), header.offset.data());
+    setBounds(impl->getBounds());
+    if (!impl->wkt.empty())
+        setWKT(impl->wkt.c_str());
+    m_impl = std::move(impl);
 }
 
-void LASPointReader::open(bool openFullWaveform)
+void LASPointReader::Impl::open(bool openFullWaveform)
 {
-    const OpenIO io(m_io.get());
-    m_header.read(*io);
-    if (m_header.pointFormat.hasWaveform() && !openFullWaveform)
+    const OpenIO opened(io.get());
+    header.read(*opened);
+    if (header.pointFormat.hasWaveform() && !openFullWaveform)
         QM_THROW(ErrorCode::Waveforms,
                  "Input LAS/LAZ file contains waveform data.  This is not currently supported.");
     checkSize();
-    m_records = readLASVariableRecords(*io, m_header);
+    fileFormat = std::string(header.compressed ? "LAZ " : "LAS ") + std::to_string(header.versionMajor) +
+                 '.' + std::to_string(header.versionMinor);
+    records = readLASVariableRecords(*opened, header);
     readCoordinateSystem();
-    if (m_header.compressed)
+    if (header.compressed)
         openCompressed();
 }
 
-void LASPointReader::checkSize() const
+void LASPointReader::Impl::checkSize() const
 {
-    const std::int64_t size = m_io->size();
-    const std::int64_t begin = m_header.pointDataOffset;
-    const std::uint64_t count = m_header.getPointCount();
+    const std::int64_t size = io->size();
+    const std::int64_t begin = header.pointDataOffset;
+    const std::uint64_t count = header.getPointCount();
     if (begin > size)
         QM_THROW(ErrorCode::LASRead, "the file ends before its points");
     if (count > static_cast<std::uint64_t>(INT64_MAX) - 1)
         QM_THROW(ErrorCode::LASRead, "bad LAS header: the number of points is too large");
-    const std::uint64_t whole = static_cast<std::uint64_t>(size - begin) / m_header.recordLength;
-    if (!m_header.compressed && count > whole)
+    const std::uint64_t whole = static_cast<std::uint64_t>(size - begin) / header.recordLength;
+    if (!header.compressed && count > whole)
         QM_THROW(ErrorCode::LASRead, "the file ends after %llu of %llu points",
                  static_cast<unsigned long long>(whole), static_cast<unsigned long long>(count));
 }
 
-void LASPointReader::openCompressed()
+void LASPointReader::Impl::openCompressed()
 {
-    // Nothing says which of several counts, and those behind the points come too late.
-    std::vector<LASVariableRecord> records = m_records;
-    const auto isOther = [this](const LASVariableRecord& record) {
-        return !record.isCompression() || record.position > m_header.pointDataOffset;
-    };
-    records.erase(std::remove_if(records.begin(), records.end(), isOther), records.end());
-    if (records.empty())
-        QM_THROW(ErrorCode::LASRead, "the file says that it is compressed, and not how");
-    if (records.size() > 1)
-        QM_THROW(ErrorCode::LASRead, "the file says more than once how it is compressed");
-    const std::vector<unsigned char> value = readLASRecordValue(*m_io, records.front());
-    m_chunks = LASzipChunks::find(*m_io, m_header, readLASzipRecord(value, m_header));
-    m_chunks.head = makeLASzipHead(m_header, value);
-    // Whether LASzip can take the file shows when it begins.
-    LASRecordReader::create(m_io.get(), m_header, m_chunks, PointInfo());
+    // With several records nothing says which one is valid, and LASzip does not read the EVLRs after the
+    // points.
+    std::vector<LASVariableRecord> compression;
+    std::copy_if(records.begin(), records.end(), std::back_inserter(compression),
+                 [this](const LASVariableRecord& record) {
+                     return record.isCompression() && record.position <= header.pointDataOffset;
+                 });
+    if (compression.empty())
+        QM_THROW(ErrorCode::LASRead, "the file has no VLR with the LASzip coding of its points");
+    if (compression.size() > 1)
+        QM_THROW(ErrorCode::LASRead, "the file has more than one VLR with the LASzip coding of its points");
+    const std::vector<unsigned char> value = readLASRecordValue(*io, compression.front());
+    chunks = LASzipChunks::find(*io, header, LASzipCoding::parse(value, header));
+    chunks.head = makeLASzipHead(header, value);
+    // LASzip accepts or refuses the file when it begins to read.
+    LASRecordReader::create(io.get(), header, chunks, PointInfo());
 }
 
-const LASVariableRecord* LASPointReader::findProjection(std::uint16_t recordID) const noexcept
+// Empty without such a record, or with a long one.
+std::vector<unsigned char> LASPointReader::Impl::readProjection(std::uint16_t recordID) const
 {
+    constexpr std::uint64_t maxLength = 1 << 20; // bytes
     const auto found =
-        std::find_if(m_records.begin(), m_records.end(),
+        std::find_if(records.begin(), records.end(),
                      [recordID](const LASVariableRecord& record) { return record.isProjection(recordID); });
-    return found == m_records.end() ? nullptr : &*found;
+    if (found == records.end() || found->length > maxLength)
+        return {};
+    return readLASRecordValue(*io, *found);
 }
 
-void LASPointReader::readCoordinateSystem()
+void LASPointReader::Impl::readCoordinateSystem()
 {
-    const auto valueOf = [this](std::uint16_t recordID) {
-        const LASVariableRecord* record = findProjection(recordID);
-        constexpr std::uint64_t longest = 1 << 20; // bytes
-        return record && record->length <= longest ? readLASRecordValue(*m_io, *record)
-                                                   : std::vector<unsigned char>();
-    };
-    const auto keys = toNumbers<std::uint16_t>(valueOf(LASVariableRecord::GEO_KEY_DIRECTORY));
-    const auto text = valueOf(LASVariableRecord::WKT_COORDINATE_SYSTEM);
-    // A file may have both notations and says which one counts.
-    const bool textCounts = (m_header.globalEncoding & LASHeader::WKT) != 0 || keys.empty();
-    const std::string wkt(text.begin(), std::find(text.begin(), text.end(), '\0'));
-    if (textCounts && !wkt.empty()) {
-        setWKT(wkt.c_str());
+    const auto directory = toNumbers<std::uint16_t>(readProjection(LASVariableRecord::GEO_KEY_DIRECTORY));
+    const auto text = readProjection(LASVariableRecord::WKT_COORDINATE_SYSTEM);
+    // Of a file with both notations the header says which one is valid.
+    const bool isTextValid = (header.globalEncoding & LASHeader::WKT) != 0 || directory.empty();
+    if (isTextValid)
+        wkt.assign(text.begin(), std::find(text.begin(), text.end(), '\0'));
+    if (!wkt.empty())
         return;
-    }
-    m_keys.directory = keys;
-    m_keys.doubles = toNumbers<double>(valueOf(LASVariableRecord::GEO_DOUBLE_PARAMS));
-    const auto ascii = valueOf(LASVariableRecord::GEO_ASCII_PARAMS);
-    m_keys.ascii.assign(ascii.begin(), ascii.end());
+    const auto ascii = readProjection(LASVariableRecord::GEO_ASCII_PARAMS);
+    keys = {directory, toNumbers<double>(readProjection(LASVariableRecord::GEO_DOUBLE_PARAMS)),
+            std::string(ascii.begin(), ascii.end())};
 }
 
-void LASPointReader::setDescription()
+Bounds LASPointReader::Impl::getBounds() const
 {
-    std::snprintf(m_fileFormat, sizeof m_fileFormat, "%s %d.%d", m_header.compressed ? "LAZ" : "LAS",
-                  m_header.versionMajor, m_header.versionMinor);
-    setNumPoints(static_cast<std::int64_t>(m_header.getPointCount()));
-    const bool adjusted = (m_header.globalEncoding & LASHeader::ADJUSTED_TIME) != 0;
-    setPointInfo(LASFields::channelsOf(m_header.pointFormat, adjusted, m_header.scale));
-    setQuantization(m_header.scale.data(), m_header.offset.data());
-    Bounds bounds;
+    Bounds bounds = Bounds::Huge();
     Bounds::Range* const ranges[] = {&bounds.x, &bounds.y, &bounds.z};
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        const bool known = m_header.min[axis] <= m_header.max[axis];
-        *ranges[axis] = known ? Bounds::Range{m_header.min[axis], m_header.max[axis]} : Bounds::Huge().x;
-    }
-    setBounds(bounds);
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        if (header.min[axis] <= header.max[axis])
+            *ranges[axis] = {header.min[axis], header.max[axis]};
+    return bounds;
+}
+
+const char* LASPointReader::getFileFormatString() const
+{
+    return opened().fileFormat.c_str();
+}
+
+bool LASPointReader::hasWaveforms() const
+{
+    return opened().header.pointFormat.hasWaveform();
 }
 
 const char* LASPointReader::getWKT() const
 {
+    const Impl& impl = opened();
     if (const char* text = PointReader::getWKT())
         return text;
-    if (m_keys.directory.empty())
+    if (impl.keys.directory.empty())
         return nullptr;
-    std::call_once(m_translateOnce, [this] { m_translated = SpatialReference::toWKT(m_keys); });
-    return m_translated ? m_translated->c_str() : nullptr;
+    std::call_once(impl.translateOnce, [&impl] { impl.translated = SpatialReference::toWKT(impl.keys); });
+    return impl.translated ? impl.translated->c_str() : nullptr;
 }
 
 bool LASPointReader::hasUnknownCoordinateSystem() const
 {
     constexpr std::size_t keyCount = 3; // index of the number of keys
-    const auto& directory = m_keys.directory;
+    const auto& directory = opened().keys.directory;
     const bool hasKeys = !directory.empty() && (directory.size() <= keyCount || directory[keyCount] != 0);
     return hasKeys && !getWKT();
 }
 
 void LASPointReader::loadMetadata(Metadata& into, bool sanitize) const
 {
-    std::vector<LASVariableRecord> records = m_records;
+    const Impl& impl = opened();
+    std::vector<LASVariableRecord> records = impl.records;
     if (sanitize)
         records.erase(std::remove_if(records.begin(), records.end(),
                                      [](const LASVariableRecord& record) {
                                          return record.userID == LASVariableRecord::projectionUserID;
                                      }),
                       records.end());
-    const OpenIO io(m_io.get());
-    LASMetadata::read(into, *io, m_header, records);
+    const OpenIO io(impl.io.get());
+    LASMetadata::read(into, *io, impl.header, records);
 }
 
 double LASPointReader::getTotalWork(const Bounds&, double fraction) const
 {
-    return fraction > 0 ? static_cast<double>(getNumPoints()) : 0;
+    const auto count = static_cast<double>(opened().header.getPointCount());
+    return fraction > 0 ? count : 0;
 }
 
 PointIterator* LASPointReader::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                               ProgressDelegate* delegate) const
 {
-    Scoped<LASPointIterator> iterator(LASPointIterator::create());
-    iterator->init(m_io.get(), m_header, m_chunks, getPointInfo(), bounds, fraction, layout, delegate);
-    return iterator.detach();
+    const Impl& impl = opened();
+    return new LASPointIterator(impl.io.get(), impl.header, impl.chunks, getPointInfo(), bounds, fraction,
+                                layout, delegate);
 }
 
 } // namespace Quillmoran

@@ -1,27 +1,34 @@
 #include <vxunpack/LASPointWriter.h>
 
+#include "files/OutputFile.h"
+#include "las/header/LASFileHead.h"
+#include "las/points/LASFields.h"
+#include "las/points/LASRecordWriter.h"
 #include "model/ChannelNames.h"
 #include "platform/ByteOrder.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstring>
 #include <string_view>
+#include <vector>
 
 namespace Quillmoran {
 
 namespace {
 
 constexpr const char* activity = "writing LAS file";
-constexpr std::size_t sliceSize = 16384; // points
-// Under way at a time: enough that the next block of points is decoded while those of one are written.
-constexpr std::size_t mostSlices = 6;
-constexpr std::uint64_t mostLegacyPoints = UINT32_MAX;
+constexpr std::size_t slicePoints = 16384;
+// Enough slices to decode the next block of points while those of one block are written.
+constexpr std::size_t maxSlices = 6;
+constexpr std::uint64_t maxLegacyCount = UINT32_MAX;
 
 std::uint32_t legacyCount(std::uint64_t count)
 {
-    return count > mostLegacyPoints ? 0 : static_cast<std::uint32_t>(count);
+    return count > maxLegacyCount ? 0 : static_cast<std::uint32_t>(count);
 }
 
 bool isTime(const LASField& field)
@@ -30,7 +37,71 @@ bool isTime(const LASField& field)
     return name == ChannelNames::gpsTime || name == ChannelNames::gpsTimeAdjusted;
 }
 
+// Scan angles of larger integer types are steps of 0.006 degrees, all others degrees.
+bool isScanAngleStep(DataType type)
+{
+    return !DataTypeUtils::isFloat(type) && DataTypeUtils::getSize(type) > 1;
+}
+
 } // namespace
+
+// The file being written.
+struct LASPointWriter::Impl
+{
+    Impl(const char* path, const LASFileHead& head, const PointInfo& layout);
+
+    using Slice = OutputFile::Slice; // of records
+
+    // A channel of the layout that has a field in the records.
+    struct Column
+    {
+        std::size_t channel; // in the layout
+        DataType type;       // of its samples
+        LASField field;
+    };
+    // The values of the header that depend on all points.
+    struct Summary
+    {
+        LASFields::Extent extents[3]; // in steps
+        std::array<std::uint64_t, LASHeader::maxReturns + 1> byReturn{};
+    };
+
+    void chooseColumns(const PointInfo& layout);
+    void openOutput(const std::vector<unsigned char>& records);
+    std::size_t countRecords(const Slice& slice) const { return slice.size / header.recordLength; }
+    LASFields::Axis axisOf(const LASField& field) const
+    {
+        return {header.scale[field.axis()], header.offset[field.axis()]};
+    }
+    bool packSlice(Slice& slice, const PointData& block, std::size_t first);
+    void resolveTimes(Slice& slice, const PointData& block, std::size_t first);
+    void countReturns(const Slice& slice);
+    // For a block with a coordinate that does not fit: reports the first one.
+    [[noreturn]] void throwOutOfRange(const PointData& block, std::size_t count) const;
+    void completeHeader();
+    void writeHeader() { writeBytes(0, header.write()); }
+    void writeBytes(std::int64_t position, const std::vector<unsigned char>& bytes)
+    {
+        writeFully(output.io(), position, bytes.data(), bytes.size());
+    }
+
+    LASHeader header;
+    std::vector<Column> columns;
+    Summary summary;
+    std::uint64_t total = 0; // points
+    bool hasForeignScanAngles = false;
+    bool prefersNonzeroTime = false;
+    std::optional<std::size_t> otherTime; // channel of the layout: the time that has no column
+    std::optional<TimeConflict> timeConflict;
+    std::vector<unsigned char> otherTimes; // of a slice
+    OutputFile output{"LAS", OutputFile::SEEKABLE};
+    // Shared with the queue of the output, which destroys it before the file when the output is aborted.
+    std::shared_ptr<LASRecordWriter> writer;
+};
+
+LASPointWriter::LASPointWriter() = default;
+
+LASPointWriter::~LASPointWriter() = default;
 
 LASPointWriter* LASPointWriter::create()
 {
@@ -44,9 +115,9 @@ void LASPointWriter::init(PointSource* source, const char* path, FileVersion ver
     m_version = version;
 }
 
-LASPointFormat LASPointWriter::getRecordFormat(const PointInfo& layout)
+int LASPointWriter::getRecordFormat(const PointInfo& layout)
 {
-    return LASFileHead::chooseFormat(layout);
+    return LASFileHead::chooseFormat(layout).number;
 }
 
 LASPointWriter::FileVersion LASPointWriter::getFileVersion(const PointInfo& layout)
@@ -75,247 +146,215 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
     request.offset = getOffset();
     request.wkt = getSrc()->getWKT();
     const LASFileHead head = LASFileHead::make(layout, getMetadata(), request);
-    m_header = head.header;
+    m_impl = std::make_unique<Impl>(m_path.c_str(), head, layout);
+    m_impl->prefersNonzeroTime = m_prefersNonzeroTime;
     m_losesCoordinateSystem = head.losesCoordinateSystem;
-    m_summary = {};
-    m_total = 0;
-    chooseColumns(layout);
-
-    openOutput(head.records);
-    m_writer = LASRecordWriter::create(*m_output, m_header);
-    m_queue.emplace([this](const Slice& slice) { m_writer->write(slice.records.data(), slice.count); },
-                    mostSlices);
+    m_hasForeignScanAngles = m_impl->hasForeignScanAngles;
+    m_timeConflict.reset();
 }
 
-void LASPointWriter::chooseColumns(const PointInfo& layout)
+LASPointWriter::Impl::Impl(const char* path, const LASFileHead& head, const PointInfo& layout)
+    : header(head.header)
 {
-    m_columns.clear();
-    m_otherTime.reset();
-    m_timeConflict.reset();
+    chooseColumns(layout);
+    output.init(path);
+    openOutput(head.records);
+    writer = LASRecordWriter::create(output.io(), header);
+    output.startQueue([this, records = writer](
+                          const Slice& slice) { records->write(slice.bytes.get(), countRecords(slice)); },
+                      maxSlices);
+}
+
+void LASPointWriter::Impl::chooseColumns(const PointInfo& layout)
+{
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const ChannelInfo& channel = layout.getChannel(i);
         if (!LASFields::isKnown(channel.getName()))
             QM_THROW(ErrorCode::NotRepresentable, "invalid LAS field: %s", channel.getName());
-        const auto field = LASFields::find(m_header.pointFormat, channel.getName());
+        const auto field = LASFields::find(header.pointFormat, channel.getName());
         if (!field)
             continue;
-        const auto earlier = std::find_if(m_columns.begin(), m_columns.end(), [&](const Column& column) {
+        const auto earlier = std::find_if(columns.begin(), columns.end(), [&](const Column& column) {
             return isTime(column.field) && isTime(*field);
         });
-        if (earlier != m_columns.end()) {
+        if (earlier != columns.end()) {
             if (std::string_view(field->channel) != earlier->field.channel) {
-                m_otherTime = earlier->channel;
-                m_timeConflict = TimeConflict{field->channel, earlier->field.channel};
+                otherTime = earlier->channel;
+                timeConflict = TimeConflict{field->channel, earlier->field.channel};
             }
-            m_columns.erase(earlier);
+            columns.erase(earlier);
         }
-        m_columns.push_back({i, channel.getDataType(), *field});
+        columns.push_back({i, channel.getDataType(), *field});
+        if (channel.isNamed(ChannelNames::scanAngle))
+            hasForeignScanAngles = isScanAngleStep(channel.getDataType()) != header.pointFormat.isExtended();
     }
 }
 
-bool LASPointWriter::hasForeignScanAngles() const noexcept
-{
-    for (const Column& column : m_columns) {
-        const bool holdsSteps =
-            !DataTypeUtils::isFloat(column.type) && DataTypeUtils::getSize(column.type) > 1;
-        if (std::string_view(column.field.channel) == ChannelNames::scanAngle)
-            return holdsSteps != m_header.pointFormat.isExtended();
-    }
-    return false;
-}
-
-void LASPointWriter::openOutput(const std::vector<unsigned char>& records)
+void LASPointWriter::Impl::openOutput(const std::vector<unsigned char>& records)
 {
     try {
-        m_partial.emplace(m_path.c_str());
-        m_partial->requireSeekable("LAS");
-        m_partial->io()->open();
-        m_output = Scoped<FileIO::Imp>::retained(m_partial->io());
-        writeBytes(0, m_header.write());
-        writeBytes(m_header.headerSize, records);
+        output.open();
+        writeHeader();
+        writeBytes(header.headerSize, records);
     } catch (const Error& error) {
         if (error.code() == ErrorCode::OutputCreate)
             throw;
-        QM_THROW(ErrorCode::OutputCreate, "Unable to create output %s. %s", m_path.c_str(), error.what());
+        QM_THROW(ErrorCode::OutputCreate, "Unable to create output %s. %s", output.path(), error.what());
     }
 }
 
 void LASPointWriter::writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate)
 {
-    if (delegate) {
-        delegate->updateCompleted(0, activity);
-        if (delegate->getCancelled())
-            QM_THROW(ErrorCode::Cancelled, "LAS Write operation cancelled.");
-    }
-    m_total += count;
-    throwIfTooMany();
+    Impl& impl = *m_impl;
+    impl.output.checkCancelled(delegate, activity);
+    impl.total += count;
+    if (impl.total > maxLegacyCount && impl.header.versionMinor <= 3)
+        QM_THROW(ErrorCode::NotRepresentable, "Attempt to write 2 ^ 32 or more points to a LAS file.");
     bool fits = true;
     try {
-        for (std::size_t first = 0; first < count; first += sliceSize) {
-            Slice slice = m_queue->take();
-            slice.count = std::min(sliceSize, count - first);
-            fits &= packSlice(slice, block, first);
-            countReturns(slice);
-            m_queue->put(std::move(slice));
+        for (std::size_t first = 0; first < count; first += slicePoints) {
+            Impl::Slice slice = impl.output.queue().take();
+            slice.size = std::min(slicePoints, count - first) * impl.header.recordLength;
+            fits &= impl.packSlice(slice, block, first);
+            impl.countReturns(slice);
+            impl.output.queue().put(std::move(slice));
         }
     } catch (const Error& error) {
         QM_THROW(ErrorCode::PointWrite, "Unable to write point: %s", error.what());
     }
     if (!fits)
-        throwOutOfRange(block, count);
+        impl.throwOutOfRange(block, count);
     if (delegate)
         delegate->updateCompleted(static_cast<double>(count), activity);
 }
 
-void LASPointWriter::throwOutOfRange(const PointData& block, std::size_t count) const
+void LASPointWriter::Impl::throwOutOfRange(const PointData& block, std::size_t count) const
 {
-    for (const Column& column : m_columns) {
+    for (const Column& column : columns) {
         if (!column.field.isCoordinate())
             continue;
-        const std::size_t axis = column.field.axis();
-        const LASFields::Axis grid{m_header.scale[axis], m_header.offset[axis]};
+        const LASFields::Axis axis = axisOf(column.field);
         const auto* const samples = static_cast<const double*>(block.getChannel(column.channel).getData());
         const double* const end = samples + count;
         const double* const found =
-            std::find_if_not(samples, end, [&](double value) { return LASFields::fits(value, grid); });
+            std::find_if_not(samples, end, [&](double value) { return LASFields::fits(value, axis); });
         if (found == end)
             continue;
         if (!std::isfinite(*found))
-            QM_THROW(ErrorCode::NotRepresentable, "%s: LAS cannot hold the %s coordinate %g", m_path.c_str(),
+            QM_THROW(ErrorCode::NotRepresentable, "%s: LAS cannot hold the %s coordinate %g", output.path(),
                      column.field.channel, *found);
         QM_THROW(
             ErrorCode::NotRepresentable,
             "%s: the %s coordinate %.15g does not fit into 32 bits with the scale %g and the offset %.15g; "
             "use a coarser scale (-sc) or a nearer offset (-ofs)",
-            m_path.c_str(), column.field.channel, *found, grid.scale, grid.offset);
+            output.path(), column.field.channel, *found, axis.scale, axis.offset);
     }
-    QM_THROW(ErrorCode::NotRepresentable, "%s: a coordinate does not fit into 32 bits", m_path.c_str());
+    QM_THROW(ErrorCode::NotRepresentable, "%s: a coordinate does not fit into 32 bits", output.path());
 }
 
-void LASPointWriter::throwIfTooMany() const
+bool LASPointWriter::Impl::packSlice(Slice& slice, const PointData& block, std::size_t first)
 {
-    if (m_total > mostLegacyPoints && m_header.versionMinor <= 3)
-        QM_THROW(ErrorCode::NotRepresentable, "Attempt to write 2 ^ 32 or more points to a LAS file.");
-}
-
-bool LASPointWriter::packSlice(Slice& slice, const PointData& block, std::size_t first)
-{
-    const std::size_t stride = m_header.recordLength;
-    slice.records.assign(slice.count * stride, 0);
-    unsigned char* const records = slice.records.data();
+    const std::size_t stride = header.recordLength;
+    const std::size_t count = countRecords(slice);
+    slice.reserve(slice.size);
+    unsigned char* const records = slice.bytes.get();
+    std::memset(records, 0, slice.size);
     bool fits = true;
-    for (const Column& column : m_columns) {
+    for (const Column& column : columns) {
         const auto* const samples =
             static_cast<const unsigned char*>(block.getChannel(column.channel).getData()) +
             first * DataTypeUtils::getSize(column.type);
         if (column.field.isCoordinate()) {
-            const std::size_t axis = column.field.axis();
-            fits &= LASFields::packCoordinate(
-                records, stride, column.field, {m_header.scale[axis], m_header.offset[axis]},
-                reinterpret_cast<const double*>(samples), slice.count, m_summary.extents[axis]);
+            fits &= LASFields::packCoordinate(records, stride, column.field, axisOf(column.field),
+                                              reinterpret_cast<const double*>(samples), count,
+                                              summary.extents[column.field.axis()]);
         } else {
-            LASFields::pack(records, stride, column.field, samples, column.type, slice.count);
+            LASFields::pack(records, stride, column.field, samples, column.type, count);
         }
     }
-    if (m_otherTime)
-        settleTimes(slice, block, first);
+    if (otherTime)
+        resolveTimes(slice, block, first);
     return fits;
 }
 
-// Compares the times that packSlice() has written with the other clock's.
-void LASPointWriter::settleTimes(Slice& slice, const PointData& block, std::size_t first)
+// Compares the packed times with those of the other clock.
+void LASPointWriter::Impl::resolveTimes(Slice& slice, const PointData& block, std::size_t first)
 {
-    const std::size_t stride = m_header.recordLength;
-    const ChannelData& channel = block.getChannel(*m_otherTime);
-    m_otherTimes.assign(slice.count * sizeof(double), 0);
+    const std::size_t stride = header.recordLength;
+    const ChannelData& channel = block.getChannel(*otherTime);
+    const std::size_t count = countRecords(slice);
+    otherTimes.assign(count * sizeof(double), 0);
     const LASField dense{channel.getName(), FLOAT64, 64, 0};
     const auto* const samples = static_cast<const unsigned char*>(channel.getData());
-    LASFields::pack(m_otherTimes.data(), sizeof(double), dense,
+    LASFields::pack(otherTimes.data(), sizeof(double), dense,
                     samples + first * DataTypeUtils::getSize(channel.getDataType()), channel.getDataType(),
-                    slice.count);
-    unsigned char* at = slice.records.data() + m_header.pointFormat.timeOffset();
-    for (std::size_t i = 0; i < slice.count; ++i, at += stride) {
-        const auto other = loadLittleEndian<double>(m_otherTimes.data() + i * sizeof(double));
+                    count);
+    unsigned char* at = slice.bytes.get() + header.pointFormat.timeOffset();
+    for (std::size_t i = 0; i < count; ++i, at += stride) {
+        const auto other = loadLittleEndian<double>(otherTimes.data() + i * sizeof(double));
         const auto written = loadLittleEndian<double>(at);
         if (other == 0 || other == written)
             continue;
-        if (m_prefersNonzeroTime && written == 0) {
+        if (prefersNonzeroTime && written == 0) {
             storeLittleEndian(at, other);
-            ++m_timeConflict->numFromOther;
+            ++timeConflict->numFromOther;
         } else {
-            ++m_timeConflict->numLost;
+            ++timeConflict->numLost;
         }
     }
 }
 
-void LASPointWriter::countReturns(const Slice& slice)
+void LASPointWriter::Impl::countReturns(const Slice& slice)
 {
-    const std::size_t stride = m_header.recordLength;
-    const unsigned mask = m_header.pointFormat.isExtended() ? 15 : 7;
+    const std::size_t stride = header.recordLength;
+    const unsigned mask = header.pointFormat.isExtended() ? 15 : 7;
     constexpr std::size_t returnsOffset = 14; // in the records of all formats
-    for (std::size_t i = 0; i < slice.count; ++i)
-        ++m_summary.byReturn[slice.records[i * stride + returnsOffset] & mask];
+    for (std::size_t at = returnsOffset; at < slice.size; at += stride)
+        ++summary.byReturn[slice.bytes[at] & mask];
 }
 
-void LASPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
+void LASPointWriter::writeEnd(std::int64_t, const Bounds&)
 {
-    if (count == 0 && bounds == Bounds::Huge()) {
-        m_partial->finishWithoutFile();
-        writeAborted();
-        return;
-    }
+    Impl& impl = *m_impl;
     try {
-        m_queue->finish();
-        m_writer->finish();
+        impl.output.finishQueue();
+        impl.writer->finish();
     } catch (const Error& error) {
         QM_THROW(ErrorCode::PointWrite, "Unable to write point: %s", error.what());
     }
-    m_queue.reset();
-    m_writer.reset();
-    completeHeader();
+    impl.writer.reset();
+    impl.completeHeader();
     try {
-        writeBytes(0, m_header.write());
-        m_output->close();
-        m_partial->finish();
+        impl.writeHeader();
+        impl.output.commit();
     } catch (const Error& error) {
         QM_THROW(ErrorCode::PointWrite, "Unable to update header: %s", error.what());
     }
-    m_output.reset();
-    m_partial.reset();
+    m_timeConflict = impl.timeConflict;
+    m_impl.reset();
 }
 
-void LASPointWriter::completeHeader()
+void LASPointWriter::Impl::completeHeader()
 {
-    m_header.legacyPointCount = legacyCount(m_total);
-    m_header.pointCount = m_total;
+    header.legacyPointCount = legacyCount(total);
+    header.pointCount = total;
     for (std::size_t i = 0; i < LASHeader::maxReturns; ++i) {
-        const std::uint64_t points = m_summary.byReturn[i + 1];
-        m_header.pointsByReturn[i] = points;
+        const std::uint64_t points = summary.byReturn[i + 1];
+        header.pointsByReturn[i] = points;
         if (i < LASHeader::legacyReturns)
-            m_header.legacyPointsByReturn[i] = legacyCount(points);
+            header.legacyPointsByReturn[i] = legacyCount(points);
     }
     for (std::size_t axis = 0; axis < 3; ++axis) {
-        // Without points both ends are step 0.
-        const LASFields::Extent extent = m_total == 0 ? LASFields::Extent{0, 0} : m_summary.extents[axis];
-        m_header.min[axis] = extent.min * m_header.scale[axis] + m_header.offset[axis];
-        m_header.max[axis] = extent.max * m_header.scale[axis] + m_header.offset[axis];
+        // Without points minimum and maximum are step 0.
+        const LASFields::Extent extent = total == 0 ? LASFields::Extent{0, 0} : summary.extents[axis];
+        header.min[axis] = extent.min * header.scale[axis] + header.offset[axis];
+        header.max[axis] = extent.max * header.scale[axis] + header.offset[axis];
     }
-}
-
-void LASPointWriter::writeBytes(std::int64_t position, const std::vector<unsigned char>& bytes) const
-{
-    writeFully(*m_output, position, bytes.data(), bytes.size());
 }
 
 void LASPointWriter::writeAborted() noexcept
 {
-    m_queue.reset();
-    m_writer.reset();
-    // What was never opened is untouched; a file that was there before is not ours to remove.
-    if (m_output)
-        m_output->unlink();
-    m_output.reset();
-    m_partial.reset();
+    m_impl.reset();
 }
 
 } // namespace Quillmoran

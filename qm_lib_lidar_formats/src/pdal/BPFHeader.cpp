@@ -43,7 +43,7 @@ void BPFHeader::read(const IO& io)
     if (compression != BPFCompression::None)
         forEachBlock(io, [](std::int64_t, std::int64_t, std::int64_t) {});
     else if (io.size() - headerSize < getPointBytes())
-        QM_THROW(ErrorCode::BPFRead, "the file ends before its %d points do", numPoints);
+        QM_THROW(ErrorCode::BPFRead, "the file ends before the last of its %d points", numPoints);
 }
 
 void BPFHeader::readDimensions(const IO& io, std::size_t count)
@@ -57,7 +57,7 @@ void BPFHeader::readDimensions(const IO& io, std::size_t count)
     for (std::size_t i = 0; i < count; ++i) {
         const auto* const label = reinterpret_cast<const char*>(labels + i * labelBytes);
         if (!std::isalpha(labels[i * labelBytes]))
-            QM_THROW(ErrorCode::BPFRead, "bad BPF header"); // PDAL would look for its name forever
+            QM_THROW(ErrorCode::BPFRead, "bad BPF header"); // PDAL does not terminate on such names
         dimensions.push_back({std::string(label, strnlen(label, labelBytes)),
                               loadLittleEndian<double>(bytes.data() + i * sizeof(double)),
                               loadLittleEndian<double>(minima + i * sizeof(double)),
@@ -65,7 +65,7 @@ void BPFHeader::readDimensions(const IO& io, std::size_t count)
     }
 }
 
-// Each block stands behind its size before and after compression.
+// Before each block are its sizes before and after compression.
 void BPFHeader::forEachBlock(const IO& io,
                              const std::function<void(std::int64_t, std::int64_t, std::int64_t)>& visit) const
 {
@@ -74,14 +74,14 @@ void BPFHeader::forEachBlock(const IO& io,
     for (std::int64_t position = headerSize; missing > 0;) {
         unsigned char sizes[sizesBytes];
         if (readFully(io, position, sizes, sizeof sizes) != sizeof sizes)
-            QM_THROW(ErrorCode::BPFRead, "the file ends before its %d points do", numPoints);
+            QM_THROW(ErrorCode::BPFRead, "the file ends before the last of its %d points", numPoints);
         const std::int64_t size = loadLittleEndian<std::uint32_t>(sizes);
         const std::int64_t packedSize = loadLittleEndian<std::uint32_t>(sizes + 4);
         position += sizesBytes;
         if (size > missing)
             QM_THROW(ErrorCode::BPFRead, "bad block of compressed points");
         if (packedSize > io.size() - position)
-            QM_THROW(ErrorCode::BPFRead, "the file ends before its %d points do", numPoints);
+            QM_THROW(ErrorCode::BPFRead, "the file ends before the last of its %d points", numPoints);
         visit(position, packedSize, size);
         position += packedSize;
         missing -= size;

@@ -1,13 +1,20 @@
-// The header of a BPF file of version 3. PDAL reads and writes these files; this small view of them tells
-// what PDAL keeps to itself (the range and the offset of every dimension, whether all points are there) and
-// sets the offsets that PDAL's writer does not know.
+// The header of a BPF file of version 3. PDAL reads and writes these files; this class reads what PDAL does
+// not report (the range and the offset of every dimension, whether the file has all points) and sets the
+// offsets, which PDAL's writer does not support.
 //
-//   0 "BPF!0003" | 8 bytes before the points | 12 number of dimensions (1 byte) | 14 compression (1 byte) |
-//   16 number of points | 20 kind of coordinates | 24 zone | 32 matrix of 4 x 4 doubles |
-//   176 offsets | minima | maxima (a double per dimension each) | labels (32 bytes each)
+//   offset  field (32 bits, unless a size is given)
+//   0       "BPF!0003", 8 bytes
+//   8       position of the points
+//   12      number of dimensions, 1 byte
+//   14      compression, 1 byte
+//   16      number of points
+//   20      kind of coordinates
+//   24      zone
+//   32      matrix, 4 x 4 doubles
+//   176     offsets, minima, maxima: a double per dimension each; then labels of 32 bytes
 //
-// Numbers are little-endian, of 32 bits where no other size stands. Values are stored as floats: a
-// dimension's value is the float plus the offset, and coordinates then go through the matrix.
+// Numbers are little-endian. Values are stored as floats: a dimension's value is the float plus the offset;
+// coordinates are then multiplied by the matrix.
 #pragma once
 
 #include <vxunpack/IO.h>
@@ -30,7 +37,7 @@ struct BPFDimension
 {
     std::string label;
     double offset;   // 0: every value is a float
-    double min, max; // of the values, as the writer of the file says
+    double min, max; // of the values, as given by the writer of the file
 };
 
 struct BPFHeader
@@ -45,16 +52,16 @@ struct BPFHeader
     bool isUTM = false;
     std::vector<BPFDimension> dimensions;
 
-    // BPFRead for what is no header of version 3, and for a file that ends before its points do.
+    // BPFRead if the header is not of version 3 or the file ends before the last point.
     void read(const IO& io);
-    // Bytes of all points as they are before they are compressed.
+    // Size of all points in bytes, before compression.
     std::int64_t getPointBytes() const;
-    // Compressed points stand in blocks; calls visit(position, packedSize, size) for each. BPFRead when the
-    // blocks do not hold the points or do not fit the file.
+    // Calls visit(position, packedSize, size) for each block of compressed points. BPFRead when the blocks
+    // have too many points or end after the file.
     void forEachBlock(const IO& io,
                       const std::function<void(std::int64_t, std::int64_t, std::int64_t)>& visit) const;
 
-    // Says in the file that the values of dimensions lie `origin` above those that were written.
+    // Adds `origin` to the offset of dimensions in the file, whose values were written without it.
     struct Origin
     {
         std::string label;
@@ -62,7 +69,7 @@ struct BPFHeader
         double scale; // of the dimension in the matrix
     };
     void addOrigins(const IO& io, const std::vector<Origin>& origins) const;
-    // Says in the file that its points are not compressed.
+    // Changes the file's compression to none.
     static void setPlain(const IO& io);
 
 private:

@@ -15,9 +15,9 @@ using Bytes = std::vector<unsigned char>;
 
 constexpr std::int64_t pieceBytes = 1 << 16;
 
-[[noreturn]] void throwDamaged()
+[[noreturn]] void throwMalformed()
 {
-    QM_THROW(ErrorCode::BPFRead, "the compressed points are damaged");
+    QM_THROW(ErrorCode::BPFRead, "the compressed points are malformed");
 }
 
 // Appends to a file.
@@ -37,20 +37,20 @@ private:
     std::int64_t m_position = 0;
 };
 
-// A stretch of the input, piece by piece.
-class Stretch
+// A byte range of the input, read in pieces.
+class ByteRange
 {
 public:
-    Stretch(const IO& io, std::int64_t position, std::int64_t count)
+    ByteRange(const IO& io, std::int64_t position, std::int64_t count)
         : m_io(io), m_position(position), m_left(count)
     {}
 
     // Empty at the end.
-    const Bytes& next(std::int64_t most = pieceBytes)
+    const Bytes& next(std::int64_t maxBytes = pieceBytes)
     {
-        m_piece.resize(static_cast<std::size_t>(std::min(m_left, most)));
+        m_piece.resize(static_cast<std::size_t>(std::min(m_left, maxBytes)));
         if (readFully(m_io, m_position, m_piece.data(), m_piece.size()) != m_piece.size())
-            throwDamaged();
+            throwMalformed();
         m_position += static_cast<std::int64_t>(m_piece.size());
         m_left -= static_cast<std::int64_t>(m_piece.size());
         return m_piece;
@@ -63,7 +63,7 @@ private:
     Bytes m_piece;
 };
 
-void copy(Stretch from, Appender& to)
+void copy(ByteRange from, Appender& to)
 {
     for (const Bytes* piece = &from.next(); !piece->empty(); piece = &from.next())
         to.append(piece->data(), piece->size());
@@ -74,21 +74,21 @@ struct InflateStream : z_stream
     InflateStream() : z_stream()
     {
         if (inflateInit(this) != Z_OK)
-            throwDamaged();
+            throwMalformed();
     }
     ~InflateStream() { inflateEnd(this); }
     InflateStream(const InflateStream&) = delete;
     InflateStream& operator=(const InflateStream&) = delete;
 };
 
-void inflate(Stretch from, std::int64_t size, Appender& to)
+void inflate(ByteRange from, std::int64_t size, Appender& to)
 {
     InflateStream stream;
     Bytes out(pieceBytes);
     for (int state = Z_OK; state != Z_STREAM_END;) {
         const Bytes& piece = from.next();
         if (piece.empty())
-            throwDamaged();
+            throwMalformed();
         stream.next_in = const_cast<unsigned char*>(piece.data());
         stream.avail_in = static_cast<uInt>(piece.size());
         do {
@@ -96,28 +96,28 @@ void inflate(Stretch from, std::int64_t size, Appender& to)
             stream.avail_out = static_cast<uInt>(out.size());
             state = ::inflate(&stream, Z_NO_FLUSH);
             if (state != Z_OK && state != Z_STREAM_END && state != Z_BUF_ERROR)
-                throwDamaged();
+                throwMalformed();
             const std::size_t count = out.size() - stream.avail_out;
             size -= static_cast<std::int64_t>(count);
             if (size < 0)
-                throwDamaged();
+                throwMalformed();
             to.append(out.data(), count);
         } while (stream.avail_out == 0 && state != Z_STREAM_END);
     }
     if (size != 0)
-        throwDamaged();
+        throwMalformed();
 }
 
-void unpackBlock(BPFCompression method, Stretch from, std::int64_t packed, std::int64_t size, Appender& to)
+void unpackBlock(BPFCompression method, ByteRange from, std::int64_t packed, std::int64_t size, Appender& to)
 {
-    if (packed == size) { // did not become smaller
+    if (packed == size) { // stored without compression
         copy(std::move(from), to);
     } else if (method == BPFCompression::Deflate) {
         inflate(std::move(from), size, to);
     } else {
         const auto bytes = unpackFastLZ(from.next(packed), static_cast<std::size_t>(size));
         if (!bytes)
-            throwDamaged();
+            throwMalformed();
         to.append(bytes->data(), bytes->size());
     }
 }
@@ -131,9 +131,9 @@ Scoped<FileIO::Imp> unpackBPF(const IO& packed, const BPFHeader& header)
     Scoped<FileIO::Imp> plain(FileIO::create());
     plain->init(nullptr);
     Appender out(*plain);
-    copy(Stretch(packed, 0, header.headerSize), out);
+    copy(ByteRange(packed, 0, header.headerSize), out);
     header.forEachBlock(packed, [&](std::int64_t position, std::int64_t packedSize, std::int64_t size) {
-        unpackBlock(header.compression, Stretch(packed, position, packedSize), packedSize, size, out);
+        unpackBlock(header.compression, ByteRange(packed, position, packedSize), packedSize, size, out);
     });
     BPFHeader::setPlain(*plain);
     return plain;

@@ -1,5 +1,5 @@
-// Makes a plain copy of a compressed BPF file. PDAL keeps all the points of such a file in memory, lacks one
-// of the two methods in some of its builds, and takes damaged data for points.
+// Makes an uncompressed copy of a compressed BPF file. PDAL would hold all points of such a file in memory,
+// some of its builds lack one of the two methods, and it does not detect malformed data.
 #pragma once
 
 #include "pdal/BPFHeader.h"
@@ -7,7 +7,8 @@
 
 namespace Quillmoran {
 
-// A temporary file that goes with its object. Damage is BPFRead.
+// The copy is a temporary file, which is removed when its object is destroyed. BPFRead when the data are
+// malformed.
 Scoped<FileIO::Imp> unpackBPF(const IO& packed, const BPFHeader& header);
 
 } // namespace Quillmoran

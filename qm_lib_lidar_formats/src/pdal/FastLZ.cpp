@@ -6,14 +6,15 @@ namespace Quillmoran {
 
 namespace {
 
-// A block is a row of instructions, told apart by the three upper bits of their first byte:
+// A block is a sequence of instructions. The upper three bits of the first byte say which:
 //
-//   000LLLLL                 L + 1 literal bytes follow
-//   MMMDDDDD (more M) D      a match of M + 2 bytes, D + 1 bytes back; M of 7 goes on in the next byte or
-//   bytes
+//   000LLLLL                          L + 1 literal bytes follow
+//   MMMDDDDD DDDDDDDD                 a match: copies M + 2 bytes from D + 1 bytes back
+//   111DDDDD NNNNNNNN ... DDDDDDDD    a long match: copies 7 + N + 2 bytes
 //
-// In the first instruction these bits tell the level instead; it is always a literal run. On level 2 a match
-// length goes on while its bytes are 255, and the largest distance means that 16 more bits follow.
+// In the first instruction these bits are the level; it is always literal bytes. On level 1 N has one byte.
+// On level 2 N is a sum of bytes that ends with the first byte other than 255, and 16 bits are added to the
+// maximum of D.
 class Unpacker
 {
 public:
@@ -32,7 +33,7 @@ public:
             const unsigned control = take();
             fits = control < 32 ? copyLiterals(control + 1, size) : copyMatch(control, size);
         }
-        return fits && !m_overrun && m_out.size() == size;
+        return fits && !m_isOverrun && m_out.size() == size;
     }
 
     std::vector<unsigned char>& output() { return m_out; }
@@ -42,7 +43,7 @@ private:
     {
         if (m_next < m_in.size())
             return m_in[m_next++];
-        m_overrun = true;
+        m_isOverrun = true;
         return 0;
     }
 
@@ -62,16 +63,16 @@ private:
         if (length == 7)
             length += takeLength();
         length += 2;
-        constexpr std::size_t farthest = 8191;
+        constexpr std::size_t maxDistance = 8191;
         std::size_t distance = (std::size_t{control & 31u} << 8) + take();
-        if (m_isLevel2 && distance == farthest) {
+        if (m_isLevel2 && distance == maxDistance) {
             distance += std::size_t{take()} << 8;
             distance += take();
         }
         ++distance;
-        if (m_overrun || distance > m_out.size() || length > size - m_out.size())
+        if (m_isOverrun || distance > m_out.size() || length > size - m_out.size())
             return false;
-        // A match may reach into what it writes itself.
+        // A match may overlap its own output.
         for (std::size_t i = 0; i < length; ++i)
             m_out.push_back(m_out[m_out.size() - distance]);
         return true;
@@ -92,7 +93,7 @@ private:
     std::vector<unsigned char> m_out;
     std::size_t m_next = 0; // of the input
     bool m_isLevel2 = false;
-    bool m_overrun = false; // more was taken than there is
+    bool m_isOverrun = false; // read after the end
 };
 
 } // namespace

@@ -7,8 +7,7 @@
 
 namespace Quillmoran {
 
-// The bytes that were compressed, `size` of them. Nothing when the input is damaged or holds another number
-// of bytes.
+// The `size` decompressed bytes. Empty when the input is malformed or decompresses to another size.
 std::optional<std::vector<unsigned char>> unpackFastLZ(const std::vector<unsigned char>& packed,
                                                        std::size_t size);
 

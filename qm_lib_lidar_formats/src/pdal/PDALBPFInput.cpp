@@ -11,7 +11,7 @@ namespace Quillmoran {
 
 namespace {
 
-// A reader that says nothing by itself.
+// A reader without log output.
 struct QuietReader
 {
     explicit QuietReader(const char* path)
@@ -42,7 +42,7 @@ PDALBPFInput::PDALBPFInput(const char* path, const std::vector<BPFDimension>& di
     translatePDALErrors(ErrorCode::BPFRead, [&] {
         m_pipeline = std::make_unique<Pipeline>(path);
         Pipeline& p = *m_pipeline;
-        // A float and its offset need a double, which PDAL would give to coordinates alone.
+        // A float plus its offset needs a double; PDAL's default has doubles for coordinates only.
         for (const BPFDimension& each : dimensions)
             p.dimensions.push_back(p.table.layout()->registerOrAssignDim(pdal::Dimension::fixName(each.label),
                                                                          pdal::Dimension::Type::Double));

@@ -1,5 +1,5 @@
-// Pulls the points of a plain BPF file out of PDAL one at a time. PDAL holds buffers of the file, not its
-// points. Used by one thread at a time.
+// Reads the points of an uncompressed BPF file through PDAL, one at a time. PDAL does not hold all points in
+// memory. Used by one thread at a time.
 #pragma once
 
 #include "pdal/BPFHeader.h"
@@ -13,13 +13,13 @@ namespace Quillmoran {
 class PDALBPFInput
 {
 public:
-    // What PDAL does not take in the file is BPFRead with PDAL's reason.
+    // BPFRead with PDAL's message when PDAL refuses the file.
     PDALBPFInput(const char* path, const std::vector<BPFDimension>& dimensions);
     ~PDALBPFInput();
     PDALBPFInput(const PDALBPFInput&) = delete;
     PDALBPFInput& operator=(const PDALBPFInput&) = delete;
 
-    // The values of the next point, in the order of the file's dimensions; false behind the last one.
+    // The values of the next point, in the order of the file's dimensions; false after the last point.
     bool next(double* values);
 
     // The file's coordinate system as WKT, empty when PDAL finds none.

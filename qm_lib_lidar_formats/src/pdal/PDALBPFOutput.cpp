@@ -15,7 +15,7 @@ namespace Quillmoran {
 
 namespace {
 
-// Options are texts; PDAL's own conversion drops digits.
+// Options are texts. PDAL's conversion of numbers loses digits.
 std::string toText(double value)
 {
     char text[32];
@@ -42,14 +42,14 @@ struct PDALBPFOutput::Pipeline
 void PDALBPFOutput::Pipeline::setOptions(const char* path, const double* scales)
 {
     options.add("filename", path);
-    options.add("format", "POINT"); // only so can views follow each other
+    options.add("format", "POINT"); // the only format for several views
     const char* const names[] = {"scale_x", "scale_y", "scale_z"};
     for (int axis = 0; axis < 3; ++axis)
         options.add(names[axis], toText(scales[axis]));
 }
 
-// PDAL reads any text, so it is given WKT only. The format knows the UTM zones of WGS 84. Without a zone PDAL
-// reads longitudes and latitudes of WGS 84.
+// PDAL interprets any text, so it gets WKT only. The format has the UTM zones of WGS 84; without a zone,
+// readers assume longitudes and latitudes of WGS 84.
 void PDALBPFOutput::Pipeline::setCoordinateSystem(const char* wkt)
 {
     if (!wkt || *wkt == '\0')
@@ -106,7 +106,7 @@ void PDALBPFOutput::write(const std::vector<std::vector<double>>& columns, std::
                 p.view->setField(p.dimensions[i], point, columns[i][point]);
         pdal::PointViewPtr written = p.view;
         if (written->size() != count) {
-            // The view keeps its points from one call to the next; this shows the first of them.
+            // The view keeps its points between calls; this one has the first `count` of them.
             written = p.view->makeNew();
             for (pdal::PointId point = 0; point < count; ++point)
                 written->appendPoint(*p.view, point);

@@ -1,5 +1,5 @@
-// How channels appear in PDAL: standard channels as PDAL's standard dimensions, all others under their own
-// names. The BPF reader and writer and the stage share it.
+// Dimensions of PDAL for channels: PDAL's standard dimensions for standard channels, dimensions with the same
+// name for all others. The BPF reader, the BPF writer and the stage use it.
 #pragma once
 
 #include <vxunpack/PointInfo.h>
@@ -13,13 +13,13 @@ struct PDALDimension
 {
     std::string name;
     DataType type;
-    double factor; // a sample times this is the dimension's value; it is 1 but for scan angles of 16 bits
+    double factor; // value of the dimension / sample; 1 except for scan angles of 16 bits
 };
 
 namespace PDALDimensions {
 
-// One per channel of the layout, in its order. Names are such as PDAL takes, and no two are the same: what
-// PDAL does not take in a name becomes an underscore, and a name that is taken gets one more at its end.
+// One per channel of the layout, in its order. The names are valid and unique: underscores replace characters
+// that PDAL does not allow, and are appended to names that are used already.
 std::vector<PDALDimension> ofLayout(const PointInfo& layout);
 
 } // namespace PDALDimensions

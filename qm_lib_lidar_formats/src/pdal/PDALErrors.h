@@ -1,4 +1,5 @@
-// PDAL and what it uses throw exceptions of their own; outside of the module there is only Error.
+// Translates the exceptions of PDAL and of the libraries it uses to Error, the only type that leaves the
+// module.
 #pragma once
 
 #include <vxunpack/Base.h>

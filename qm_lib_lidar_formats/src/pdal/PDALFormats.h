@@ -1,7 +1,7 @@
-// BPF files, which PDAL reads and writes. PDAL is not on every machine, so what needs it stands in a module
-// that is loaded at the first call; it is the same file that PDAL loads as the plugin of
-// "readers.quillmoran". Without the module both functions throw -1 "this installation cannot read or write
-// BPF files: its PDAL module is not there", and nothing is touched.
+// BPF files, which PDAL reads and writes. PDAL is optional, so the code that needs it is in a module, which
+// is loaded at the first call; PDAL loads the same file as the plugin of "readers.quillmoran". Without the
+// module both functions throw General "this installation cannot read or write BPF files: its PDAL module is
+// not there".
 #pragma once
 
 #include <vxunpack/PointSource.h>
@@ -9,11 +9,11 @@
 
 namespace Quillmoran {
 
-// A new count of an opened reader. Everything that is wrong with the file is BPFRead "Failed to create
-// PDALReader for path = '%s'" with the reason.
+// An opened reader with a count of 1. Any fault of the file is BPFRead "Failed to create PDALReader for path
+// = '%s'" with the reason.
 PointReader* createPDALPointReader(const char* path);
 
-// A new count of a writer for the points of the source. Nothing is written before its write() begins.
+// A writer for the points of the source, with a count of 1. No file is created before its write().
 PointWriter* createPDALPointWriter(PointSource* source, const char* path);
 
 } // namespace Quillmoran

@@ -1,4 +1,4 @@
-// What the module that links PDAL gives to PDALFormats, which describes the functions.
+// The functions that PDALFormats calls in the module that links PDAL. PDALFormats.h describes them.
 #pragma once
 
 #include <vxunpack/Export.h>

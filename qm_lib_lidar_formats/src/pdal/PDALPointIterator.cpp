@@ -23,7 +23,7 @@ T toSample(double value, const ChannelInfo& channel)
         const double rounded = std::floor(value + 0.5);
         using Limits = std::numeric_limits<T>;
         if (!(rounded >= static_cast<double>(Limits::min()) && rounded < std::ldexp(1.0, Limits::digits)))
-            QM_THROW(ErrorCode::BPFRead, "a value of '%s' lies outside the range in the header",
+            QM_THROW(ErrorCode::BPFRead, "a value of '%s' is outside the range in the header",
                      channel.getName());
         return static_cast<T>(rounded);
     }
@@ -31,16 +31,11 @@ T toSample(double value, const ChannelInfo& channel)
 
 } // namespace
 
-PDALPointIterator* PDALPointIterator::create()
+PDALPointIterator::PDALPointIterator(const char* path, const BPFHeader& header, const PointInfo& channels,
+                                     const Bounds& bounds, double fraction, const PointInfo& layout,
+                                     ProgressDelegate* delegate)
 {
-    return new PDALPointIterator;
-}
-
-void PDALPointIterator::init(const char* path, const BPFHeader& header, const PointInfo& channels,
-                             const Bounds& bounds, double fraction, const PointInfo& layout,
-                             ProgressDelegate* delegate)
-{
-    PointIterator::init(bounds, fraction, layout, delegate);
+    init(bounds, fraction, layout, delegate);
     selectDimensions(channels, layout);
     if (getFraction() == 0)
         return;

@@ -1,5 +1,5 @@
-// Delivers the points of one query of a BPF file: pulls all of them in order, a slice at a time, and takes
-// over those that lie in the box and that the sampling takes.
+// Delivers the points of one query of a BPF file: reads all of them in order, a slice at a time, and copies
+// those that the box and the sampling keep.
 #pragma once
 
 #include "pdal/PDALBPFInput.h"
@@ -15,25 +15,22 @@ namespace Quillmoran {
 class PDALPointIterator final : public PointIterator
 {
 public:
-    static PDALPointIterator* create();
-
     // `channels` are those of the file, one per dimension. See PDALPointReader::createIterator for the
     // errors.
-    void init(const char* path, const BPFHeader& header, const PointInfo& channels, const Bounds& bounds,
-              double fraction, const PointInfo& layout, ProgressDelegate* delegate);
+    PDALPointIterator(const char* path, const BPFHeader& header, const PointInfo& channels,
+                      const Bounds& bounds, double fraction, const PointInfo& layout,
+                      ProgressDelegate* delegate);
 
     // Asks the delegate once per slice: Cancelled "operation cancelled.".
     std::size_t getNextPoints(PointData& buffer) override;
 
 private:
-    PDALPointIterator() = default;
-
     void openInput(const char* path, const BPFHeader& header);
     void selectDimensions(const PointInfo& channels, const PointInfo& layout);
     bool refill();
     void store(std::size_t point);
 
-    Scoped<FileIO::Imp> m_plain; // of a compressed file
+    Scoped<FileIO::Imp> m_plain; // uncompressed copy of a compressed file
     std::unique_ptr<PDALBPFInput> m_input;
     std::vector<std::size_t> m_dimensions; // of the requested channels
     std::vector<double> m_values;          // of one point, per dimension

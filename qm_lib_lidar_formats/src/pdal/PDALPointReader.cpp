@@ -22,7 +22,7 @@ struct StandardType
     double min, max;
 };
 
-// In the order in which they are tried: the values of some channels may need more bits than usual.
+// In the order in which they are tried: the values of some channels may need more bits.
 constexpr StandardType standardTypes[] = {
     {ChannelNames::intensity, UINT16, 16, 0, UINT16_MAX},
     {ChannelNames::returnNum, UINT8, 3, 0, 7},
@@ -43,8 +43,8 @@ constexpr StandardType standardTypes[] = {
     {ChannelNames::nearInfrared, UINT16, 16, 0, UINT16_MAX},
 };
 
-// A standard channel has its usual type where the range of the values says that it holds them; every other
-// channel has a type that holds a float and the dimension's offset.
+// A standard channel has its standard type if that holds the range of the values; every other channel has a
+// type that holds a float plus the dimension's offset.
 ChannelInfo describe(const BPFDimension& dimension)
 {
     const char* const standard = ChannelNames::fromPDAL(dimension.label);
@@ -110,7 +110,8 @@ void PDALPointReader::setDescription()
     setNumPoints(m_header.numPoints);
     setBounds(bounds);
 
-    // PDAL takes coordinates of no known kind for longitudes and latitudes; believed where they can be.
+    // PDAL assumes longitudes and latitudes for an unknown kind of coordinates, which the bounds may
+    // contradict.
     const Bounds degrees{{-360, 360}, {-90, 90}, Bounds::Huge().z};
     const std::string wkt = PDALBPFInput::readCoordinateSystem(m_path.c_str());
     if (!wkt.empty() && (m_header.isUTM || degrees.contains(bounds)))
@@ -125,9 +126,8 @@ double PDALPointReader::getTotalWork(const Bounds&, double fraction) const
 PointIterator* PDALPointReader::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                                ProgressDelegate* delegate) const
 {
-    Scoped<PDALPointIterator> iterator(PDALPointIterator::create());
-    iterator->init(m_path.c_str(), m_header, getPointInfo(), bounds, fraction, layout, delegate);
-    return iterator.detach();
+    return new PDALPointIterator(m_path.c_str(), m_header, getPointInfo(), bounds, fraction, layout,
+                                 delegate);
 }
 
 } // namespace Quillmoran

@@ -1,6 +1,6 @@
-// The reader of BPF files, version 3, through PDAL. Opening looks at the header only; each iterator reads
-// through a PDAL reader of its own, from a plain temporary copy when the file is compressed. Stands in the
-// module, see PDALFormats.h.
+// Reads BPF files, version 3, through PDAL. init() reads the header; each iterator has its own PDAL reader,
+// which reads an uncompressed temporary copy if the file is compressed. Part of the module, see
+// PDALFormats.h.
 #pragma once
 
 #include "pdal/BPFHeader.h"
@@ -15,16 +15,16 @@ class PDALPointReader final : public PointReader
 public:
     static PDALPointReader* create();
 
-    // See createPDALPointReader() for the errors. After one the reader is to be released.
+    // See createPDALPointReader() for the errors. After an error the reader can only be released.
     void init(const char* path);
 
     const char* getFileFormatString() const override { return "BPF 3"; }
-    // The file has nothing that a writer would take over.
+    // BPF has no records that a writer could use.
     void loadMetadata(Metadata&, bool) const override {}
-    // Points that a query reads: all of them, as there is no index.
+    // All points, which every query reads since BPF has no index; 0 for a fraction of 0.
     double getTotalWork(const Bounds& bounds, double fraction) const override;
-    // A channel that the file lacks is NoSuchChannel, one of another type ChannelType. Damage in the points is BPFRead when
-    // they are reached.
+    // A channel that the file lacks is NoSuchChannel, one with another type ChannelType. Malformed points are
+    // BPFRead when they are reached.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 

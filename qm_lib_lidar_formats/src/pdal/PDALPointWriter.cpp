@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 
 namespace Quillmoran {
@@ -15,7 +16,7 @@ namespace {
 
 constexpr const char* activity = "writing BPF file";
 constexpr const char* coordinates[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
-// Distances of up to so many units are stored exactly, and others near them.
+// Differences of up to this number of units, and those near them, are stored exactly.
 constexpr double exactUnits = 1 << 22;
 
 // Whether values of the type can need more digits than a float has.
@@ -34,8 +35,8 @@ PDALPointWriter* PDALPointWriter::create()
 void PDALPointWriter::init(PointSource* source, const char* outputFile)
 {
     PointWriter::init(source);
-    m_path = outputFile;
-    if (m_path.find('#') != std::string::npos)
+    m_output.init(outputFile);
+    if (std::strchr(outputFile, '#'))
         QM_THROW(ErrorCode::General, "the name of a BPF file cannot hold a '#': '%s'", outputFile);
 }
 
@@ -84,28 +85,24 @@ void PDALPointWriter::chooseColumns(const PointInfo& layout)
 void PDALPointWriter::openOutput()
 {
     try {
-        m_partial.emplace(m_path.c_str(), "+w");
-        m_partial->requireSeekable("BPF");
-        m_partial->io()->open();
+        m_output.open();
     } catch (const Error& error) {
         if (error.code() == ErrorCode::OutputCreate)
             throw;
-        QM_THROW(ErrorCode::OutputCreate, "Unable to create output %s. %s", m_path.c_str(), error.what());
+        QM_THROW(ErrorCode::OutputCreate, "Unable to create output %s. %s", m_output.path(), error.what());
     }
-    m_file = Scoped<FileIO::Imp>::retained(m_partial->io());
-    // PDAL opens files by name. This name is that of the open file itself, whatever its own name leads to by
-    // now.
-    const std::string path = "/proc/self/fd/" + std::to_string(m_file->descriptor());
-    // The header is written last; a device cannot go back to it, and is not ours to remove.
+    // PDAL opens files by name. This name leads to the open file, even if another file has taken its path.
+    const std::string path = "/proc/self/fd/" + std::to_string(m_output.file()->descriptor());
+    // The header is written last, which a device does not support.
     std::error_code error;
     if (!std::filesystem::is_regular_file(path, error))
         QM_THROW(ErrorCode::OutputCreate, "Unable to create output %s. BPF output needs a regular file",
-                 m_path.c_str());
+                 m_output.path());
     std::vector<std::string> dimensions;
     for (const Column& column : m_columns)
         dimensions.push_back(column.dimension);
     const double scales[] = {m_columns[0].scale, m_columns[1].scale, m_columns[2].scale};
-    m_output = std::make_unique<PDALBPFOutput>(path.c_str(), dimensions, scales, getSrc()->getWKT());
+    m_bpf = std::make_unique<PDALBPFOutput>(path.c_str(), dimensions, scales, getSrc()->getWKT());
 }
 
 void PDALPointWriter::chooseOrigins(const PointData& block, std::size_t count)
@@ -121,7 +118,7 @@ void PDALPointWriter::chooseOrigins(const PointData& block, std::size_t count)
         const double near = found == end ? 0 : *found;
         if (i >= 3)
             column.origin = std::trunc(near);
-        else // the user's own offset where that does as well
+        else // the writer's offset if it is near enough
             column.origin = std::fabs(near - getOffset()[i]) < exactUnits * std::fabs(column.scale)
                                 ? getOffset()[i]
                                 : near;
@@ -143,14 +140,10 @@ void PDALPointWriter::fillColumn(const Column& column, const PointData& block, s
 
 void PDALPointWriter::writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate)
 {
-    if (delegate) {
-        delegate->updateCompleted(0, activity);
-        if (delegate->getCancelled())
-            QM_THROW(ErrorCode::Cancelled, "BPF Write operation cancelled.");
-        if (!m_warned && !m_output->keepsCoordinateSystem())
-            delegate->warning("the output format does not support the coordinate system");
-        m_warned = true;
-    }
+    m_output.checkCancelled(delegate, activity);
+    if (delegate && !m_warned && !m_bpf->keepsCoordinateSystem())
+        delegate->warning("the output format does not support the coordinate system");
+    m_warned = true;
     if (m_total == 0)
         chooseOrigins(block, count);
     m_total += static_cast<std::int64_t>(count);
@@ -160,47 +153,39 @@ void PDALPointWriter::writePoints(const PointData& block, std::size_t count, Pro
         const std::size_t size = std::min(PDALBPFOutput::viewSize, count - first);
         for (std::size_t i = 0; i < m_columns.size(); ++i)
             fillColumn(m_columns[i], block, first, size, m_values[i]);
-        m_output->write(m_values, size);
+        m_bpf->write(m_values, size);
     }
     if (delegate)
         delegate->updateCompleted(static_cast<double>(count), activity);
 }
 
-void PDALPointWriter::writeEnd(std::int64_t count, const Bounds& bounds)
+void PDALPointWriter::writeEnd(std::int64_t, const Bounds&)
 {
-    if (count == 0 && bounds == Bounds::Huge()) {
-        m_partial->finishWithoutFile();
-        writeAborted();
-        return;
-    }
-    m_output->finish();
-    m_output.reset();
+    m_bpf->finish();
+    m_bpf.reset();
     completeFile();
-    m_file->close();
-    m_partial->finish();
-    m_file.reset();
-    m_partial.reset();
+    m_output.commit();
 }
 
-// PDAL does not report why a write failed; another one fails for the same reason.
+// PDAL does not report why a write failed. Another write fails for the same reason.
 void PDALPointWriter::throwIncomplete() const
 {
     const std::vector<char> bytes(1 << 20);
     try {
-        writeFully(*m_file, m_file->size(), bytes.data(), bytes.size());
+        writeFully(m_output.io(), m_output.io().size(), bytes.data(), bytes.size());
     } catch (const Error& error) {
         QM_THROW(ErrorCode::PointWrite, "Unable to write point: %s", error.what());
     }
-    QM_THROW(ErrorCode::PointWrite, "Unable to write point: PDAL failed path = %s", m_path.c_str());
+    QM_THROW(ErrorCode::PointWrite, "Unable to write point: PDAL failed path = %s", m_output.path());
 }
 
 void PDALPointWriter::completeFile()
 {
-    // PDAL does not notice a full disk; its header then promises more than there is.
+    // PDAL does not detect a full disk; its header then has more points than the file.
     BPFHeader header;
     bool isComplete = false;
     try {
-        header.read(*m_file);
+        header.read(m_output.io());
         isComplete = header.numPoints == m_total;
     } catch (const Error&) {
         isComplete = false;
@@ -211,17 +196,13 @@ void PDALPointWriter::completeFile()
     for (const Column& column : m_columns)
         origins.push_back({column.dimension, column.origin, column.scale});
     if (m_total != 0)
-        header.addOrigins(*m_file, origins);
+        header.addOrigins(m_output.io(), origins);
 }
 
 void PDALPointWriter::writeAborted() noexcept
 {
-    m_output.reset();
-    // What was never opened is untouched; a file that was there before is not ours to remove.
-    if (m_file)
-        m_file->unlink();
-    m_file.reset();
-    m_partial.reset();
+    m_bpf.reset();
+    m_output.abort();
 }
 
 } // namespace Quillmoran

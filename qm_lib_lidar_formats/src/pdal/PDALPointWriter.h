@@ -1,18 +1,16 @@
-// Writes BPF files through PDAL: version 3, uncompressed, point by point. Stands in the module, see
-// PDALFormats.h. docs/pdal.md says what the format cannot hold.
+// Writes BPF files through PDAL: version 3, uncompressed, point by point. Part of the module, see
+// PDALFormats.h. docs/pdal.md lists what the format cannot hold.
 //
-// All values are stored as floats of 24 significant bits, so whatever needs more (coordinates, times, large
-// integers) is stored as its distance from an origin near the first point.
+// All values are stored as floats of 24 significant bits, so values that need more (coordinates, times, large
+// integers) are stored as differences from an origin near the first point.
 #pragma once
 
-#include "files/PartialFile.h"
+#include "files/OutputFile.h"
 #include "pdal/PDALBPFOutput.h"
 #include "pdal/PDALDimensions.h"
-#include <vxunpack/FileIO.h>
 #include <vxunpack/PointWriter.h>
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,15 +21,15 @@ class PDALPointWriter final : public SimplePointWriter
 public:
     static PDALPointWriter* create();
 
-    // Nothing is touched before write() begins. A name with a "#", by which PDAL means a set of files, is -1.
+    // No file is created before write(). A name with a "#", which PDAL uses for a set of files, is General.
     void init(PointSource* source, const char* outputFile);
 
     // At most 255 channels, with names of at most 31 characters, each once.
     bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override;
 
 protected:
-    // A file that cannot be created, or is not a regular one, is OutputCreate "Unable to create output %s. " with
-    // the reason, an unusable scale or offset InvalidArgument.
+    // A file that cannot be created or is not a regular file is OutputCreate "Unable to create output %s. "
+    // with the reason, an unusable scale or offset InvalidArgument.
     void writeBegin(const PointInfo& layout) override;
     // Asks the delegate once per block: Cancelled "BPF Write operation cancelled.". 2^31 or more points are
     // NotRepresentable.
@@ -40,14 +38,14 @@ protected:
     void writeAborted() noexcept override;
 
 private:
-    // A channel of the layout on its way to a dimension of the file. X, Y and Z stand first.
+    // A channel of the layout and its dimension in the file. X, Y and Z are first.
     struct Column
     {
         std::string dimension;
         std::size_t channel; // in the layout
         double factor;       // from samples to values
-        double scale;        // the unit in which values are stored
-        double origin;       // what is stored is the distance from it
+        double scale;        // unit of the stored values
+        double origin;       // subtracted before values are stored
     };
 
     PDALPointWriter() = default;
@@ -60,16 +58,13 @@ private:
     void completeFile();
     [[noreturn]] void throwIncomplete() const;
 
-    std::string m_path;
-
-    // Of the file being written.
+    // The file being written.
     std::vector<Column> m_columns;
     std::vector<std::vector<double>> m_values; // of one view, per column
     std::int64_t m_total = 0;                  // points
     bool m_warned = false;                     // of the coordinate system
-    std::optional<PartialFile> m_partial;
-    Scoped<FileIO::Imp> m_file; // before m_partial goes
-    std::unique_ptr<PDALBPFOutput> m_output;
+    OutputFile m_output{"BPF", OutputFile::SEEKABLE, "+w"};
+    std::unique_ptr<PDALBPFOutput> m_bpf; // writes to the output, so it is destroyed first
 };
 
 } // namespace Quillmoran

@@ -44,7 +44,7 @@ public:
     std::string getName() const override { return stageInfo.name; }
 
 private:
-    // Where a channel's samples go.
+    // The dimension for a channel's samples.
     struct Target
     {
         pdal::Dimension::Id id;
@@ -66,7 +66,7 @@ private:
     void addMetadata();
     bool refill();
     void store(pdal::PointRef& point);
-    // Runs what can throw Error and throws what PDAL expects.
+    // Calls body() and translates Error to PDAL's exception.
     template <class Body>
     auto translateErrors(Body body) const;
 
@@ -78,10 +78,10 @@ private:
     unsigned m_threads = 0;
 
     Scoped<VX7PointReader> m_reader;
-    PointInfo m_layout; // of the wanted channels
+    PointInfo m_layout; // the wanted channels
     std::vector<Target> m_targets;
 
-    // Of the running query.
+    // The current query.
     std::optional<tbb::global_control> m_threadLimit;
     Scoped<PointIterator> m_iterator;
     PointData m_block;
@@ -102,9 +102,9 @@ auto QuillmoranReader::translateErrors(Body body) const
 void QuillmoranReader::addArgs(pdal::ProgramArgs& args)
 {
     m_boundsArg = &args.add("bounds", "Box of the points to read, in the file's coordinates", m_bounds);
-    args.add("fraction", "Share of the points to read, evenly spread", m_fraction, 1.0);
+    args.add("fraction", "Fraction of the points to read, evenly spaced", m_fraction, 1.0);
     args.add("channels", "Channels to read besides X, Y and Z; all by default", m_channels);
-    args.add("threads", "Number of threads; as many as the machine has by default", m_threads);
+    args.add("threads", "Number of threads; by default that of the machine", m_threads);
 }
 
 void QuillmoranReader::initialize()
@@ -118,7 +118,7 @@ void QuillmoranReader::initialize()
         addMetadata();
     });
     try {
-        // PDAL reads any text, paths and URLs among them; a file may only bring WKT.
+        // PDAL interprets any text, also paths and URLs, so it gets WKT only.
         const char* text = m_reader->getWKT();
         const std::string wkt = text ? toWKT1(text) : "";
         if (!wkt.empty())
@@ -131,7 +131,7 @@ void QuillmoranReader::initialize()
     }
 }
 
-// Channels are known by their own names and by those of their dimensions.
+// The option names channels or their dimensions.
 void QuillmoranReader::chooseChannels()
 {
     const PointInfo& all = m_reader->getPointInfo();
@@ -242,7 +242,7 @@ void QuillmoranReader::store(pdal::PointRef& point)
     }
 }
 
-// PDAL stops asking when it has as many points as its option "count" wants.
+// PDAL stops calling this after the number of points in its option "count".
 bool QuillmoranReader::processOne(pdal::PointRef& point)
 {
     if (m_cursor == m_fill && !refill())
@@ -275,6 +275,6 @@ void QuillmoranReader::done(pdal::PointTableRef)
 
 using Quillmoran::QuillmoranReader;
 using Quillmoran::stageInfo;
-// What the macro defines is what PDAL looks for; PDAL's own mark shows it on other systems only.
+// PDAL looks up the function that the macro defines; PDAL exports it on other systems only.
 extern "C" QM_API void PF_initPlugin();
 CREATE_SHARED_STAGE(QuillmoranReader, stageInfo)

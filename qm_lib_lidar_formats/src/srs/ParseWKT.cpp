@@ -14,8 +14,8 @@ namespace {
 
 constexpr std::size_t maxBytes = 1 << 20;
 
-// Control characters other than the white space between the parts of WKT. In a name, a line break could pass
-// for a line of a report.
+// Control characters other than white space between the parts of WKT. A line break in a name could imitate a
+// line of a report.
 bool hasControls(std::string_view text)
 {
     bool isQuoted = false;
@@ -31,8 +31,8 @@ bool hasControls(std::string_view text)
 
 } // namespace
 
-// The text is searched as a whole, without its white space: no disagreement about quotes, brackets and blanks
-// can hide a name.
+// Searches the whole text without its white space, so that unusual quotes, brackets and blanks cannot hide a
+// name.
 bool namesFile(std::string_view text)
 {
     std::string all;

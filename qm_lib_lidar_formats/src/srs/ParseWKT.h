@@ -1,5 +1,5 @@
-// The only way in which text of a file reaches GDAL: as WKT, never as "user input", which may also be a URL,
-// a path or a PROJ string. Each module that uses GDAL compiles this source.
+// Passes text of a file to GDAL as WKT only, not as "user input", which may also be a URL, a path or a PROJ
+// string. Each module that uses GDAL compiles this source.
 #pragma once
 
 #include <string>
@@ -10,16 +10,15 @@ class OGRSpatialReference;
 namespace Quillmoran {
 
 // Whether the text may name a file that PROJ opens when it parses the text: a parameter of a PROJ string
-// (init, nadgrids, file, ...), as EXTENSION["PROJ4", ...] of WKT 1 can hold, or PARAMETERFILE of WKT 2.
-// "nadgrids=@null" names none.
+// (init, nadgrids, file, ...) as in EXTENSION["PROJ4", ...] of WKT 1, or PARAMETERFILE of WKT 2.
+// "nadgrids=@null" does not name a file.
 bool namesFile(std::string_view text);
 
 // False if the text is not WKT, has more than 1 MiB, names a file or has control characters other than tabs
-// and line breaks. Opens nothing but the data files of GDAL and PROJ.
+// and line breaks. Opens only the data files of GDAL and PROJ.
 bool parseWKT(const char* text, OGRSpatialReference& reference);
 
-// The text in the notation of GDAL's WKT 1, for libraries that take other texts than WKT as well; empty if it
-// is not understood.
+// The text as GDAL's WKT 1, for libraries that also accept other notations; empty if parseWKT() fails.
 std::string toWKT1(const char* text);
 
 } // namespace Quillmoran

@@ -15,13 +15,13 @@ namespace {
 
 enum Tag : std::uint16_t
 {
-    INLINE = 0, // the value stands in the directory entry itself
+    INLINE = 0, // the value is in the directory entry
     DOUBLES = 34736,
     ASCII = 34737
 };
 
-// A directory is a row of four numbers, the version 1 first and the number of keys last, then a row per key:
-// ID, tag that holds the value, count, and index of the value in that tag.
+// A directory has rows of four numbers. The first row begins with the version 1 and ends with the number of
+// keys; then follows a row per key: ID, tag with the value, count, and index of the value in that tag.
 constexpr std::size_t row = 4;
 
 bool isUsable(const std::uint16_t* key, const GeoTIFFKeys& keys)
@@ -31,7 +31,7 @@ bool isUsable(const std::uint16_t* key, const GeoTIFFKeys& keys)
            (key[1] == ASCII && end <= keys.ascii.size());
 }
 
-// The directory without keys that point outside the values, which real files have; empty when none is left.
+// The directory without keys that refer to missing values, which some files have; empty when no key is left.
 std::vector<std::uint16_t> usableDirectory(const GeoTIFFKeys& keys)
 {
     const auto& all = keys.directory;
@@ -80,7 +80,7 @@ std::optional<std::string> toWKT(const GeoTIFFKeys& keys)
     const GeoTIFFKeys usable{usableDirectory(keys), keys.doubles, keys.ascii};
     if (usable.directory.empty())
         return std::nullopt;
-    // The tiles of a survey share their keys, and a translation takes milliseconds.
+    // A translation takes milliseconds, and the tiles of a survey have the same keys.
     static std::mutex mutex;
     static std::pair<GeoTIFFKeys, std::optional<std::string>> last;
     const std::lock_guard<std::mutex> lock(mutex);

@@ -1,9 +1,10 @@
-// Coordinate systems in their two notations: WKT and the GeoTIFF keys of older LAS files. The libraries that
-// understand them take several times as long to load as a small file takes to decode, so they are in a module
-// that is loaded at the first call. All functions throw -1 if the module is needed and cannot be loaded.
+// Translates coordinate systems between WKT and the GeoTIFF keys of older LAS files. Loading the libraries
+// for it takes longer than decoding a small file, so they are in a module that is loaded at the first call.
+// All functions throw General if the module is needed and cannot be loaded, and may be called from any
+// thread.
 //
-// Text and keys may come from any file: they are limited to 1 MiB, parsed as WKT or keys and as nothing else,
-// and make no program open a file or a connection that they name.
+// Text and keys may come from any file: they are limited to 1 MiB, parsed only as WKT or keys, and cannot
+// cause a program to open a file or a connection that they name.
 #pragma once
 
 #include <cstdint>
@@ -28,16 +29,15 @@ struct GeoTIFFKeys
 
 namespace SpatialReference {
 
-// Nothing if the text or the keys are not understood.
+// Empty if the text or the keys are invalid.
 std::optional<GeoTIFFKeys> toGeoTIFF(const char* wkt);
 std::optional<std::string> toWKT(const GeoTIFFKeys& keys);
 
-// WKT indented for people; the text as it is when it is not understood.
+// Indented WKT; the unchanged text if it is invalid.
 std::string pretty(const char* wkt);
 
-// Whether two texts describe the same coordinate system. Names, and the order of axes of a geographic system,
-// make no difference. Equal texts are the same; a text that is not understood equals no other. Neither may be
-// null. May be called from any thread.
+// Whether two texts, not null, describe the same coordinate system. Ignores names and the order of axes of a
+// geographic system. An invalid text is the same only as an equal text.
 bool isSame(const char* a, const char* b);
 
 } // namespace SpatialReference

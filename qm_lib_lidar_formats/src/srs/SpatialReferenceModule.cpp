@@ -12,7 +12,7 @@
 #include <ogr_spatialref.h>
 #include <ogr_srs_api.h>
 
-// GDAL exports these two without a header for them.
+// GDAL exports these two without declaring them in a header.
 extern "C" {
 char* GTIFGetOGISDefn(GTIF* keys, GTIFDefn* definition);
 int GTIFSetFromOGISDefn(GTIF* keys, const char* wkt);
@@ -26,7 +26,7 @@ constexpr int directoryTag = 34735;
 constexpr int doublesTag = 34736;
 constexpr int asciiTag = 34737;
 
-// Keeps the libraries' messages off the console, and PROJ off the network whatever the environment says.
+// Suppresses the libraries' messages, and PROJ's network access even if the environment enables it.
 class QuietLibraries
 {
 public:
@@ -74,7 +74,7 @@ bool qmWKTToGeoTIFF(const char* wkt, GeoTIFFKeys& keys)
     OGRSpatialReference reference;
     const SimpleTags tags(ST_Create(), ST_Destroy);
     const Keys gtif(GTIFNewSimpleTags(tags.get()), GTIFFree);
-    // The function parses the text again, as WKT.
+    // GTIFSetFromOGISDefn() parses the text again, as WKT.
     if (!Quillmoran::parseWKT(wkt, reference) || !gtif || !GTIFSetFromOGISDefn(gtif.get(), wkt) ||
         !GTIFWriteKeys(gtif.get()))
         return false;
@@ -96,7 +96,7 @@ bool qmGeoTIFFToWKT(const GeoTIFFKeys& keys, std::string& wkt)
     const SimpleTags tags(ST_Create(), ST_Destroy);
     setTag(tags, directoryTag, STT_SHORT, keys.directory.data(), keys.directory.size());
     setTag(tags, doublesTag, STT_DOUBLE, keys.doubles.data(), keys.doubles.size());
-    // One more for the NUL, which not every file has.
+    // Adds the NUL, which some files lack.
     setTag(tags, asciiTag, STT_ASCII, keys.ascii.c_str(), keys.ascii.empty() ? 0 : keys.ascii.size() + 1);
     const Keys gtif(GTIFNewSimpleTags(tags.get()), GTIFFree);
     const Definition definition(GTIFAllocDefn(), GTIFFreeDefn);

@@ -1,4 +1,5 @@
-// What the module of coordinate systems gives to SpatialReference, which describes the functions.
+// The functions that SpatialReference calls in the module for coordinate systems. SpatialReference.h
+// describes them.
 #pragma once
 
 #include "srs/SpatialReference.h"
@@ -8,7 +9,7 @@
 extern "C" {
 
 QM_API bool qmWKTToGeoTIFF(const char* wkt, Quillmoran::GeoTIFFKeys& keys);
-// `keys` are consistent: every entry of the directory lies within the values.
+// `keys` are consistent: every entry of the directory refers to existing values.
 QM_API bool qmGeoTIFFToWKT(const Quillmoran::GeoTIFFKeys& keys, std::string& wkt);
 QM_API bool qmPrettyWKT(const char* wkt, std::string& pretty);
 QM_API bool qmSameWKT(const char* a, const char* b);

@@ -1,7 +1,7 @@
 #include <vxunpack/VX7PointReader.h>
 
-#include "decode/ChunkReader.h"
 #include "decode/WaveletDecoder.h"
+#include "decode/container/ChunkReader.h"
 #include "model/ChannelNames.h"
 #include <vxunpack/FileIO.h>
 
@@ -29,14 +29,14 @@ void VX7PointReader::init(const char* path)
 
 void VX7PointReader::init(IO* io)
 {
-    WaveletChunkReader chunks(io);
+    ChunkReader chunks(io);
     readChunks(chunks);
     chunks.close();
     m_info->finish();
     setDescription();
 }
 
-void VX7PointReader::readChunks(WaveletChunkReader& chunks)
+void VX7PointReader::readChunks(ChunkReader& chunks)
 {
     std::array<std::uint8_t, 4> version;
     const std::uint64_t fileLength = BaseChunkReader::readMagic(chunks.stream(), version);

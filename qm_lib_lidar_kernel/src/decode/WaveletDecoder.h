@@ -4,9 +4,9 @@
 #pragma once
 
 #include "decode/MemoryBudget.h"
-#include "decode/SubbandSource.h"
-#include "decode/SubblockReader.h"
-#include "decode/WaveletDecoderInfo.h"
+#include "decode/bands/SubbandSource.h"
+#include "decode/coders/SubblockReader.h"
+#include "decode/container/WaveletDecoderInfo.h"
 #include "platform/BackgroundTask.h"
 #include "platform/OpenIO.h"
 #include <vxunpack/PointData.h>

@@ -4,8 +4,8 @@
 #pragma once
 
 #include "encode/BlockReader.h"
-#include "encode/ChannelEncoder.h"
-#include "encode/IndexWriter.h"
+#include "encode/bands/ChannelEncoder.h"
+#include "encode/container/IndexWriter.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,9 +1,9 @@
 #include <vxunpack/VX7PointWriter.h>
 
 #include "encode/BlockReader.h"
-#include "encode/ChunkWriter.h"
 #include "encode/PointEncoder.h"
-#include "encode/SourceSurvey.h"
+#include "encode/container/ChunkWriter.h"
+#include "encode/planning/SourceSurvey.h"
 #include "files/PartialFile.h"
 #include "platform/ParallelLoop.h"
 #include "text/TextDecimals.h"

@@ -101,7 +101,7 @@ TEST(StreamReader, AgreesWithAnArrayInEverySequenceOfCalls)
     for (const std::size_t bufferSize : {1u, 2u, 7u, 32u, 500u}) {
         SCOPED_TRACE(bufferSize);
         Random random(bufferSize);
-        file->setMostMoved(bufferSize % 2 == 0 ? 3 : SIZE_MAX);
+        file->setMaxMoved(bufferSize % 2 == 0 ? 3 : SIZE_MAX);
         StreamReader reader;
         reader.init(file.get(), true, bufferSize);
         std::int64_t position = 0;
@@ -201,7 +201,7 @@ TEST(StreamWriter, AgreesWithAnArrayInEverySequenceOfCalls)
         SCOPED_TRACE(bufferSize);
         Random random(bufferSize);
         const auto file = fileOf("");
-        file->setMostMoved(bufferSize % 2 == 0 ? 3 : SIZE_MAX);
+        file->setMaxMoved(bufferSize % 2 == 0 ? 3 : SIZE_MAX);
         StreamWriter writer;
         StreamReader reader;
         writer.init(file.get(), true, bufferSize);

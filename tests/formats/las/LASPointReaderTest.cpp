@@ -29,7 +29,7 @@ protected:
         reader->init(path.c_str(), openFullWaveform);
         return reader;
     }
-    // Reads everything: the header, the metadata and all points.
+    // The error of reading the header, the metadata and all points.
     std::string failureOfReading(const LASBytes& bytes)
     {
         std::string message = Testing::failureOf([&] {
@@ -56,7 +56,7 @@ protected:
     std::string path = directory / "file.las";
 };
 
-TEST_F(LASReading, GivesEveryFieldOfEveryFormat)
+TEST_F(LASReading, ReadsEveryFieldOfEveryFormat)
 {
     for (int format = 0; format <= 10; ++format) {
         LASFile file = randomLASFile(format, format >= 6 ? 4 : 3, 3000, 7);
@@ -102,7 +102,7 @@ TEST_F(LASReading, DescribesTheFile)
     EXPECT_FALSE(older->hasChannel("Red"));
 }
 
-TEST_F(LASReading, AnswersQueriesByBoxShareAndChannel)
+TEST_F(LASReading, AnswersQueriesByBoxFractionAndChannel)
 {
     const LASFile file = randomLASFile(3, 2, 40000, 3); // more than two slices
     const auto reader = open(file.build());
@@ -117,10 +117,10 @@ TEST_F(LASReading, AnswersQueriesByBoxShareAndChannel)
     EXPECT_TRUE(readLASPoints(*reader, box) == expected);
     EXPECT_TRUE(readLASPoints(*reader, box, 1, 7) == expected);
 
-    std::vector<LASFilePoint> third;
+    std::vector<LASFilePoint> quarter;
     for (std::size_t i = 0; i < expected.size(); i += 4)
-        third.push_back(expected[i]);
-    EXPECT_TRUE(readLASPoints(*reader, box, 0.25) == third);
+        quarter.push_back(expected[i]);
+    EXPECT_TRUE(readLASPoints(*reader, box, 0.25) == quarter);
     EXPECT_TRUE(readLASPoints(*reader, box, 0).empty());
     EXPECT_EQ(reader->getTotalWork(box, 0.25), 40000);
     EXPECT_EQ(reader->getTotalWork(box, 0), 0);
@@ -147,7 +147,7 @@ TEST_F(LASReading, KeepsHeaderFieldsAndRecordsAsMetadata)
     file.day = 45;
     file.records = {
         {"LASF_Spec", 0, "lookup", {1, 2, 3}}, {"laszip encoded", 22204, "", {0}}, {"", 7, "", {}}};
-    file.extendedRecords = {{"far", 65535, "behind the points", LASBytes(70000, 5)}};
+    file.extendedRecords = {{"far", 65535, "after the points", LASBytes(70000, 5)}};
     Metadata metadata;
     open(file.build())->loadMetadata(metadata, false);
     const auto text = [&](const char* key) {
@@ -185,7 +185,7 @@ TEST_F(LASReading, FindsTheCoordinateSystemInEitherNotation)
 
     file.extendedRecords = {{"LASF_Projection", 2112, "", bytesOf("LOCAL_CS[\"a\"]") /* no NUL */}};
     EXPECT_EQ(std::string(open(file.build())->getWKT()).rfind("PROJCS", 0), 0u)
-        << "the keys count without the bit";
+        << "the keys are valid without the bit";
     file.globalEncoding = 16;
     EXPECT_STREQ(open(file.build())->getWKT(), "LOCAL_CS[\"a\"]");
 
@@ -196,7 +196,7 @@ TEST_F(LASReading, FindsTheCoordinateSystemInEitherNotation)
     EXPECT_FALSE(sanitized.has("LASF_Projection::34735"));
     EXPECT_FALSE(sanitized.has("LASF_Projection::2112"));
 
-    // Keys that point outside their values are not understood, and harm nothing.
+    // Keys that refer to missing values are ignored.
     file.globalEncoding = 0;
     for (const LASBytes& bad : {LASBytes{1}, LASBytes{1, 0, 1, 0, 0, 0, 255, 255},
                                 LASBytes{1, 0, 1, 0, 0, 0, 1, 0, 0, 4, 0xB0, 0x87, 255, 0, 255, 255},
@@ -207,14 +207,14 @@ TEST_F(LASReading, FindsTheCoordinateSystemInEitherNotation)
     }
 }
 
-TEST_F(LASReading, RefusesWaveformsUnlessTheyArePassedOver)
+TEST_F(LASReading, RefusesWaveformsUnlessTheyAreSkipped)
 {
     for (const int format : {4, 5, 9, 10})
         EXPECT_EQ(Testing::failureOf([&] { open(randomLASFile(format, 4, 3, 1).build()); }),
                   "40608 Input LAS/LAZ file contains waveform data.  This is not currently supported.");
 }
 
-TEST_F(LASReading, RefusesAFileThatIsDamaged)
+TEST_F(LASReading, RefusesMalformedFiles)
 {
     EXPECT_EQ(
         Testing::failureOf([&] {
@@ -241,8 +241,8 @@ TEST_F(LASReading, RefusesAFileThatIsDamaged)
     EXPECT_EQ(with(94, {0x76, 1}), "bad LAS header: the header size is too small for the version");
     EXPECT_EQ(with(96, {0, 1, 0, 0}), "bad LAS header: the points begin inside the header");
     EXPECT_EQ(with(96, huge4), "the file ends before its points");
-    EXPECT_EQ(with(100, {3, 0, 0, 0}), "variable length record 3 of 3 has no room");
-    EXPECT_EQ(with(100, huge4), "variable length record 3 of 4294967295 has no room");
+    EXPECT_EQ(with(100, {3, 0, 0, 0}), "VLR 3 of 3 is cut off");
+    EXPECT_EQ(with(100, huge4), "VLR 3 of 4294967295 is cut off");
     EXPECT_EQ(with(104, {11}), "bad LAS header: unknown point format 11");
     EXPECT_EQ(with(105, {27, 0}),
               "bad LAS header: the point record length is too small for the point format");
@@ -252,9 +252,9 @@ TEST_F(LASReading, RefusesAFileThatIsDamaged)
     EXPECT_EQ(with(147, infinity), "bad LAS header: the z scale is inf");
     EXPECT_EQ(with(147, {0, 0, 0, 0, 0, 0, 0xF0, 0xBF}), "bad LAS header: the z scale is -1");
     EXPECT_EQ(with(155, nan), "bad LAS header: the x offset is nan");
-    EXPECT_EQ(with(375 + 20, {0xFF, 0xFF}), "variable length record 1 of 2 is too long");
-    EXPECT_EQ(with(235, huge), "the extended variable length records lie outside the file");
-    EXPECT_EQ(with(243, huge4), "extended variable length record 2 of 4294967295 has no room");
+    EXPECT_EQ(with(375 + 20, {0xFF, 0xFF}), "VLR 1 of 2 is too long");
+    EXPECT_EQ(with(235, huge), "the EVLRs are outside the file");
+    EXPECT_EQ(with(243, huge4), "EVLR 2 of 4294967295 is cut off");
     EXPECT_EQ(with(247, huge), "bad LAS header: the number of points is too large");
     EXPECT_EQ(with(247, {0, 0, 1, 0}), "the file ends after 105 of 65536 points");
 
@@ -264,7 +264,7 @@ TEST_F(LASReading, RefusesAFileThatIsDamaged)
     }
 }
 
-TEST_F(LASReading, ReadsCompressedFilesOfEveryFormatThatIsWritten)
+TEST_F(LASReading, ReadsCompressedFilesOfEveryWrittenFormat)
 {
     for (const int format : {0, 1, 2, 3, 6, 7, 8}) {
         const LASFile file = randomLASFile(format, 4, 60000, 9); // more than one of LASzip's chunks
@@ -275,7 +275,7 @@ TEST_F(LASReading, ReadsCompressedFilesOfEveryFormatThatIsWritten)
     }
 }
 
-TEST_F(LASReading, RefusesCompressedFilesThatAreDamaged)
+TEST_F(LASReading, RefusesMalformedCompressedFiles)
 {
     for (const int format : {3, 7}) {
         const std::string laz = compress(randomLASFile(format, 4, 3000, 9));
@@ -285,7 +285,7 @@ TEST_F(LASReading, RefusesCompressedFilesThatAreDamaged)
             EXPECT_NE(failureOfReading({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)}),
                       "no error")
                 << length;
-        // Each number of the compression record, of which LASzip does not survive all.
+        // Each number of LASzip's VLR; LASzip crashes on some values.
         const std::size_t record = LASFile::parse(whole).headerSize + 54u;
         for (const std::size_t at : {0, 2, 12, 32, 34, 36, 38, 40})
             for (const int value : {0, 1, 2, 3, 7, 255}) {
@@ -296,7 +296,7 @@ TEST_F(LASReading, RefusesCompressedFilesThatAreDamaged)
         LASBytes otherCompressor = whole;
         otherCompressor[record] = format == 7 ? 1 : 3;
         EXPECT_EQ(failureOfReading(otherCompressor).rfind("bad LAZ compression record: unknown item", 0), 0u);
-        // More chunks than there are bytes: LASzip would make room for all of them.
+        // More chunks than bytes: LASzip would allocate memory for all of them.
         LASBytes manyChunks = whole;
         std::uint64_t table = 0;
         std::memcpy(&table, whole.data() + LASFile::parse(whole).pointDataOffset, sizeof table);
@@ -307,16 +307,16 @@ TEST_F(LASReading, RefusesCompressedFilesThatAreDamaged)
         manyChunks[table] = 0;
         for (std::size_t length = table; length < whole.size(); ++length)
             failureOfReading({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)});
-        // A few more than there are: LASzip looks for their sizes behind the end of the file.
+        // Some chunks too many: LASzip would read their sizes after the end of the file.
         manyChunks[table + 4] = 100;
         std::fill_n(manyChunks.begin() + static_cast<std::ptrdiff_t>(table) + 5, 3, std::uint8_t{0});
         failureOfReading(manyChunks);
     }
 }
 
-// LASzip makes room for the layers as their sizes say, adds them up in 32 bits, and looks outside its tables
-// when a code begins with four bytes of ones.
-TEST_F(LASReading, ShowsLASzipNoChunkThatItWouldNotSurvive)
+// LASzip allocates the declared sizes of layers, adds them up in 32 bits, and reads outside its tables when a code
+// begins with four bytes of ones.
+TEST_F(LASReading, HidesChunksFromLASzipThatWouldCrashIt)
 {
     for (const int format : {3, 7}) {
         const std::string laz = compress(randomLASFile(format, 4, 300, 9));
@@ -329,19 +329,19 @@ TEST_F(LASReading, ShowsLASzipNoChunkThatItWouldNotSurvive)
             return failureOfReading(bytes);
         };
         if (format == 3) {
-            EXPECT_EQ(with(code, 4, 0xFF), "40602 bad LAZ chunk: no code begins with these bytes");
+            EXPECT_EQ(with(code, 4, 0xFF), "40602 bad LAZ chunk: invalid first bytes of its code");
         } else {
             EXPECT_EQ(with(code + 4 + 10 * 4, 4, 0xFF),
-                      "40602 bad LAZ chunk: no code begins with these bytes");
-            EXPECT_EQ(with(code + 4, 4, 0x7F), "40602 bad LAZ chunk: layer 0 reaches into the chunk table");
-            EXPECT_EQ(with(code + 4, 40, 0xFF), "40602 bad LAZ chunk: layer 0 reaches into the chunk table");
+                      "40602 bad LAZ chunk: invalid first bytes of its code");
+            EXPECT_EQ(with(code + 4, 4, 0x7F), "40602 bad LAZ chunk: layer 0 overlaps the chunk table");
+            EXPECT_EQ(with(code + 4, 40, 0xFF), "40602 bad LAZ chunk: layer 0 overlaps the chunk table");
         }
         std::uint64_t table = 0;
         std::memcpy(&table, whole.data() + head.pointDataOffset, sizeof table);
-        EXPECT_EQ(with(table + 8, 4, 0xFF), "bad LAZ chunk: no code begins with these bytes");
-        // Its last item twice, and the whole record twice.
+        EXPECT_EQ(with(table + 8, 4, 0xFF), "bad LAZ chunk: invalid first bytes of its code");
+        // The last item twice, and the whole VLR twice.
         const std::size_t record = head.headerSize;
-        const std::size_t items = record + LASVariableRecord::headerBytes + 34;
+        const std::size_t items = record + 54 + 34;
         LASBytes bytes = whole;
         if (format == 3) {
             bytes[items + 6] = 0;
@@ -355,7 +355,8 @@ TEST_F(LASReading, ShowsLASzipNoChunkThatItWouldNotSurvive)
         ++bytes[100];
         const auto begin = static_cast<std::uint32_t>(head.pointDataOffset + again.size());
         std::memcpy(&bytes[96], &begin, sizeof begin);
-        EXPECT_EQ(failureOfReading(bytes), "the file says more than once how it is compressed");
+        EXPECT_EQ(failureOfReading(bytes),
+                  "the file has more than one VLR with the LASzip coding of its points");
     }
 }
 

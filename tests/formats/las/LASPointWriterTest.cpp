@@ -26,7 +26,7 @@ using Testing::MemoryPointSource;
 class LASWriting : public testing::Test
 {
 protected:
-    // One point at the origin per value of the further channels.
+    // One point at the origin per value of the other channels.
     static Scoped<MemoryPointSource> makeSource(std::initializer_list<ChannelInfo> channels,
                                                 const MemoryPointSource::Columns& values = {})
     {
@@ -64,7 +64,7 @@ TEST_F(LASWriting, ChoosesFormatAndVersionByTheChannels)
 {
     const auto chosen = [](std::initializer_list<ChannelInfo> channels) {
         const PointInfo layout = layoutXYZ(channels);
-        return std::to_string(LASPointWriter::getRecordFormat(layout).number) + '/' +
+        return std::to_string(LASPointWriter::getRecordFormat(layout)) + '/' +
                std::to_string(LASPointWriter::getFileVersion(layout));
     };
     const auto withBits = [](const char* name, DataType type, int bits) {
@@ -124,7 +124,7 @@ TEST_F(LASWriting, WritesTheHeaderByteForByte)
         EXPECT_EQ(versioned.count, 2u);
         EXPECT_EQ(versioned.points.size(), 2u);
     }
-    // The older version is written as asked, whatever the format.
+    // An older version is written as requested, with any format.
     const LASFile extended =
         write(*makeSource({channel("ClassFlags", UINT8), channel("GPSTime_Adjusted", FLOAT64)}), 12);
     EXPECT_EQ(extended.format, 6);
@@ -160,7 +160,7 @@ TEST_F(LASWriting, StoresFieldsByTheirWidth)
               (V{0, 1, 3, 0, 3}));
     EXPECT_EQ(stored(channel("ClassFlags", UINT8), bytes, &LASFilePoint::classFlags, false),
               (V{0, 1, 7, 8, 15}));
-    // Other types become the field's as by a cast: low bits of integers, whole part of real numbers.
+    // Other types are cast: low bits of integers, integral part of floating-point numbers.
     EXPECT_EQ(stored(channel("Intensity", SINT32), {-1, 65536, 70000}, &LASFilePoint::intensity, false),
               (V{65535, 0, 4464}));
     EXPECT_EQ(stored(channel("Intensity", FLOAT64), {2.9, -2.9, 1e300, std::nan("")},
@@ -275,7 +275,7 @@ TEST_F(LASWriting, KeepsTheIdentityOfItsSource)
     text("GeneratingSoftware", "other");
     const double counts[] = {9, 9, 9, 9, 9};
     metadata.add("PointRecordsByReturnCount", nullptr, METADATA_FLOAT64_ARRAY, counts, 5);
-    text("user::34735", "only projection records are copied");
+    text("user::34735", "only projection VLRs are copied");
     const LASFile file = write(*source);
     EXPECT_EQ(file.systemID, std::string(32, 'n'));
     EXPECT_EQ(file.guid1, 0xDEADBEEFu);
@@ -294,7 +294,7 @@ TEST_F(LASWriting, KeepsTheIdentityOfItsSource)
     EXPECT_EQ(write(*source).guid1, 0u);
 }
 
-// What a case of the projection tests expects: the numbers of the records in the file and the WKT bit.
+// The numbers of the projection VLRs in a file, and the WKT bit.
 struct Projection
 {
     std::string records;
@@ -329,7 +329,7 @@ TEST_F(LASWriting, CopiesProjectionRecords)
     EXPECT_EQ(copied.records[0].description, "keys");
     EXPECT_EQ(copied.records[1].value.size(), 16u);
     EXPECT_EQ(copied.pointDataOffset, 227u + 2 * 54 + 8 + 16);
-    // Keys have no place beside the newer formats: the WKT of the source is taken.
+    // Formats 6 to 10 cannot have keys: the WKT of the source is written.
     const LASFile translated = write(*extended);
     EXPECT_EQ(projectionOf(translated).records, "2112 ");
     EXPECT_TRUE(projectionOf(translated).wktBit);
@@ -344,7 +344,7 @@ TEST_F(LASWriting, CopiesProjectionRecords)
     legacy->metadata().add("LASF_Projection::2112", nullptr, METADATA_STRING, "LOCAL_CS[\"b\"]", 0);
     const LASFile both = write(*legacy);
     EXPECT_EQ(projectionOf(both).records, "34735 34736 2112 ");
-    EXPECT_FALSE(projectionOf(both).wktBit) << "the keys count";
+    EXPECT_FALSE(projectionOf(both).wktBit) << "the keys are valid";
 
     const auto writer = makeWriter(*extended);
     writer->setOverrideProjectionVLRs(true);
@@ -372,8 +372,7 @@ TEST_F(LASWriting, TranslatesTheCoordinateSystem)
     reader->init(path.c_str(), false);
     ASSERT_NE(reader->getWKT(), nullptr);
     EXPECT_EQ(std::string(reader->getWKT()).rfind("GEOGCS[\"WGS 84\"", 0), 0u);
-    EXPECT_EQ(projectionOf(write(*source, 14)).records, "2112 ")
-        << "a version that has WKT takes it as it is";
+    EXPECT_EQ(projectionOf(write(*source, 14)).records, "2112 ") << "LAS 1.4 has WKT";
 }
 
 TEST_F(LASWriting, CompressesTheSamePoints)
@@ -401,20 +400,20 @@ TEST_F(LASWriting, CompressesTheSamePoints)
     }
 }
 
-TEST_F(LASWriting, LeavesNoFileWithoutPointsAnywhere)
+TEST_F(LASWriting, WritesAFileWithoutPoints)
 {
     const auto source = makeSource({});
-    // A box beside the points still makes a file, of no points.
-    Bounds beside = Bounds::Huge();
-    beside.x = {100, 200};
-    EXPECT_EQ(makeWriter(*source)->write(beside, 1, source->getPointInfo(), nullptr), 0);
+    // A box without points.
+    Bounds outside = Bounds::Huge();
+    outside.x = {100, 200};
+    EXPECT_EQ(makeWriter(*source)->write(outside, 1, source->getPointInfo(), nullptr), 0);
     const LASFile empty = LASFile::load(path);
     EXPECT_EQ(empty.count, 0u);
     EXPECT_EQ(empty.min, empty.offset);
     EXPECT_EQ(empty.max, empty.offset);
 }
 
-TEST_F(LASWriting, LeavesNothingBehindWhenItFails)
+TEST_F(LASWriting, KeepsTheExistingFileWhenItFails)
 {
     const auto source = makeSource({}, {});
     Testing::writeFile(path, std::string("precious"));

@@ -1,5 +1,5 @@
-// For tests of BPF files: a parser of plain ones that shares nothing with the code under test, and whole
-// sources as columns of doubles.
+// For tests of BPF files: a parser of uncompressed files, independent of the code under test, and functions that read
+// sources to columns of doubles.
 #pragma once
 
 #include "platform/ByteOrder.h"
@@ -29,7 +29,7 @@ struct BPFTestFile
         const auto real = [&](std::size_t at) { return loadLittleEndian<double>(&bytes.at(at)); };
         BPFTestFile file;
         if (bytes.substr(0, 8) != "BPF!0003" || bytes.at(14) != 0)
-            throw std::runtime_error("not a plain BPF file");
+            throw std::runtime_error("not an uncompressed BPF file");
         const auto count = static_cast<std::size_t>(static_cast<unsigned char>(bytes[12]));
         const bool byPoint = bytes[13] == 1;
         file.numPoints = integer(16);
@@ -69,7 +69,7 @@ private:
     }
 };
 
-// What a query delivers, by channel.
+// The result of a query, by channel.
 inline Columns readColumns(const PointSource& source, const PointInfo& layout,
                            const Bounds& box = Bounds::Huge(), double fraction = 1,
                            ProgressDelegate* delegate = nullptr)

@@ -42,7 +42,7 @@ public:
 class PDALPointReaderTest : public testing::Test
 {
 protected:
-    // Points on a grid whose coordinates are exact in a file. They repeat with the period.
+    // Points on a grid, whose coordinates are exact in a file. They repeat with the period.
     void writeGrid(std::size_t count, std::size_t period = SIZE_MAX)
     {
         Testing::Random random(7);
@@ -64,7 +64,7 @@ protected:
         writer->write(Bounds::Huge(), 1, layout, nullptr);
     }
 
-    // How reading a whole file of these bytes ends.
+    // The error of reading a file of these bytes.
     std::string readDamaged(const std::string& bytes)
     {
         Testing::writeFile(path, bytes);
@@ -76,7 +76,7 @@ protected:
     Scoped<MemoryPointSource> source;
 };
 
-TEST_F(PDALPointReaderTest, HonoursBoxShareAndChannels)
+TEST_F(PDALPointReaderTest, HonoursBoxFractionAndChannels)
 {
     writeGrid(10000);
     const auto reader = open(path);
@@ -110,7 +110,7 @@ TEST_F(PDALPointReaderTest, RefusesQueriesThatItCannotAnswer)
     EXPECT_EQ(query(layout, &delegate), "40006 operation cancelled.");
 }
 
-TEST_F(PDALPointReaderTest, SaysWhatIsWrongWithAFile)
+TEST_F(PDALPointReaderTest, ReportsTheFaultOfAFile)
 {
     const std::string failed = "40609 Failed to create PDALReader for path = '" + path + "': ";
     EXPECT_EQ(failureOf([&] { open(path); }), failed + "No such file or directory path = " + path);
@@ -124,15 +124,15 @@ TEST_F(PDALPointReaderTest, SaysWhatIsWrongWithAFile)
     };
     EXPECT_EQ(readDamaged(with(7, "2")), failed + "not a BPF file of version 3");
     EXPECT_EQ(readDamaged(with(16, "\xff\xff\xff\x7f")),
-              failed + "the file ends before its 2147483647 points do");
+              failed + "the file ends before the last of its 2147483647 points");
     EXPECT_EQ(readDamaged(with(16, "\xff\xff\xff\xff")), failed + "bad BPF header");
     EXPECT_EQ(readDamaged(with(8, std::string(4, '\0'))), failed + "bad BPF header");
     EXPECT_EQ(readDamaged(with(12, "\xff")), failed + "bad BPF header");
     EXPECT_EQ(readDamaged(with(whole.find("Z", 176 + 24 * 5), "Q")),
               failed + "must have x, y, and z channels");
-    // PDAL never comes back from such a name.
+    // PDAL does not terminate on such a name.
     EXPECT_EQ(readDamaged(with(whole.find("Intensity"), "7")), failed + "bad BPF header");
-    // Claimed to be compressed: the points do not look like blocks.
+    // Declared as compressed, but the points are not blocks.
     EXPECT_EQ(readDamaged(with(14, "\3")).substr(0, failed.size()), failed);
 }
 
@@ -156,7 +156,7 @@ TEST_F(PDALPointReaderTest, TypesChannelsByTheRangeInTheHeader)
     }
     std::string bytes = withMaximum(65535);
     storeLittleEndian(&bytes[bytes.size() - 4 * (file.labels.size() - intensity)], 1e9f);
-    EXPECT_EQ(readDamaged(bytes), "40609 a value of 'Intensity' lies outside the range in the header");
+    EXPECT_EQ(readDamaged(bytes), "40609 a value of 'Intensity' is outside the range in the header");
 }
 
 std::string sizeText(std::size_t size)
@@ -175,7 +175,7 @@ std::string deflate(const std::string& bytes)
     return packed.substr(0, size);
 }
 
-// Finds matches at the given distance only. Level 2 has longer matches and distances than level 1.
+// Finds matches at the given distance only. Level 2 has longer matches and distances.
 std::string fastLZ(const std::string& bytes, int level, std::size_t distance)
 {
     std::string packed, literals;
@@ -188,10 +188,10 @@ std::string fastLZ(const std::string& bytes, int level, std::size_t distance)
         }
         literals.clear();
     };
-    const std::size_t longest = level == 1 ? 264 : 5000;
+    const std::size_t maxLength = level == 1 ? 264 : 5000;
     for (std::size_t at = 0; at < bytes.size();) {
         std::size_t length = 0;
-        while (at >= distance && length < longest && at + length < bytes.size() &&
+        while (at >= distance && length < maxLength && at + length < bytes.size() &&
                bytes[at + length] == bytes[at + length - distance])
             ++length;
         if (length < 3) {
@@ -236,7 +236,7 @@ std::string compressedBy(char method, const std::string& plain, Pack pack)
 
 TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
 {
-    constexpr std::size_t pointBytes = 20, period = 400; // as far back as a match of level 1 reaches
+    constexpr std::size_t pointBytes = 20, period = 400; // the maximum distance of level 1
     writeGrid(5000, period);
     const std::string plain = Testing::readFile(path);
     const Columns expected = readColumns(*open(path));
@@ -249,7 +249,7 @@ TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
         std::string bytes;
     } cases[] = {{"deflate", compressedBy(3, plain, deflate)},
                  {"FastLZ 1, short matches", compressedBy(2, plain, fastLZOf(1, pointBytes))},
-                 {"FastLZ 1, runs", compressedBy(2, plain, fastLZOf(1, 1))},
+                 {"FastLZ 1, repeated bytes", compressedBy(2, plain, fastLZOf(1, 1))},
                  {"FastLZ 1, long matches", compressedBy(2, plain, fastLZOf(1, pointBytes * period))},
                  {"FastLZ 2, short matches", compressedBy(2, plain, fastLZOf(2, pointBytes))},
                  {"FastLZ 2, far and long", compressedBy(2, plain, fastLZOf(2, 2 * pointBytes * period))},
@@ -261,7 +261,7 @@ TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
         other[14] = '\1';
         EXPECT_EQ(readDamaged(other), "40609 the file is compressed by a method that is not supported");
     }
-    // Points that are missing, too many, or lie before the first byte.
+    // Too few points, too many, matches before the first byte.
     const auto damaged = [&](char method, const std::string& packed) {
         return readDamaged(compressedBy(method, plain, [&](const std::string&) { return packed; }));
     };
@@ -274,11 +274,11 @@ TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
         for (const std::string& wrong :
              {pack(points.substr(1)), pack(points + '\0'), pack(points).substr(0, 900),
               std::string("\x20q\xe0\x01\x07", 5), std::string()})
-            EXPECT_EQ(damaged(method, wrong), "40609 the compressed points are damaged") << wrong.size();
+            EXPECT_EQ(damaged(method, wrong), "40609 the compressed points are malformed") << wrong.size();
     }
 }
 
-// Files that others made, where the environment names their folder.
+// Files of other programs, if the environment names their folder.
 class RealBPFFiles : public PDALPointReaderTest
 {
 protected:
@@ -319,7 +319,7 @@ TEST_F(RealBPFFiles, AreReadCompletely)
     EXPECT_EQ(reader->getChannel("ClassId")->getDataType(), UINT8);
 }
 
-TEST_F(RealBPFFiles, EndInAnErrorOrAnAnswerWhenDamaged)
+TEST_F(RealBPFFiles, AreReadOrRefusedWhenDamaged)
 {
     Testing::Random random(3);
     for (const char* name : {"-interleaved.bpf", "-fastlz.bpf", "-deflate-segregated.bpf"}) {

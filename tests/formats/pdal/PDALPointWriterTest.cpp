@@ -46,14 +46,14 @@ protected:
     std::int64_t write(PointSource& source, const PointInfo& layout, const Bounds& box = Bounds::Huge())
     {
         const Scoped<PointWriter> writer(createPDALPointWriter(&source, path.c_str()));
-        writer->setChunckSize(5000); // more than PDAL is given at once, and no multiple of it
+        writer->setChunckSize(5000); // more than a view of PDAL, and not a multiple of it
         return writer->write(box, 1, layout, &listener);
     }
     std::int64_t write(PointSource& source) { return write(source, source.getPointInfo()); }
     BPFTestFile parse() const { return BPFTestFile::parse(Testing::readFile(path)); }
     Scoped<PointReader> open() const { return Scoped<PointReader>(createPDALPointReader(path.c_str())); }
 
-    // 12,000 points in scan lines that need all the digits of their coordinates.
+    // 12,000 points in scan lines, whose coordinates need all digits.
     Scoped<VX7PointReader> openSurvey()
     {
         const std::string input = directory / "in.vxl";
@@ -68,7 +68,7 @@ protected:
     Listener listener;
 };
 
-// Equal up to the last digits of a double, or of a float within a range.
+// Equal except for the last digits of a double, or of a float within a range.
 void expectNear(const Numbers& actual, const Numbers& expected, double tolerance, const std::string& what)
 {
     ASSERT_EQ(actual.size(), expected.size()) << what;
@@ -99,7 +99,7 @@ TEST_F(PDALPointWriterTest, WritesEveryChannelOfASurvey)
     EXPECT_EQ(file.labels.size(), std::size(names));
     for (const auto& [name, label] : names) {
         const bool coordinate = *name >= 'X';
-        // The times span less than a second but for the odd ones; those are the largest distance.
+        // Almost all times are within a second; the others have the largest difference.
         const double tolerance = coordinate ? 1e-9 : label == std::string("GpsTime") ? 1e-7 : 0;
         ASSERT_TRUE(file.columns.count(label)) << label;
         expectNear(file.columns.at(label), expected.at(name), tolerance, label);
@@ -125,7 +125,7 @@ TEST_F(PDALPointWriterTest, WritesEveryChannelOfASurvey)
     EXPECT_NEAR(reader->getBounds().z.max, extent("Z").max, 1e-9);
 }
 
-// A float has 24 bits; what needs more is stored as a distance.
+// A float has 24 bits; values that need more are stored as differences.
 TEST_F(PDALPointWriterTest, KeepsTheDigitsOfLargeValues)
 {
     const PointInfo layout = layoutXYZ({channel("GPSTime_Adjusted", FLOAT64), channel("Id", UINT32)});
@@ -149,7 +149,7 @@ TEST_F(PDALPointWriterTest, KeepsTheDigitsOfLargeValues)
     EXPECT_EQ(written.at("Id"), id);
 }
 
-TEST_F(PDALPointWriterTest, GivesDimensionsTheNamesThatPDALTakes)
+TEST_F(PDALPointWriterTest, GivesDimensionsNamesThatPDALAccepts)
 {
     const PointInfo layout =
         layoutXYZ({channel("Extra Byte", UINT8), channel("Extra_Byte", UINT8), channel("7th", UINT8),
@@ -178,7 +178,7 @@ TEST_F(PDALPointWriterTest, WritesAFileOfNoPoints)
     EXPECT_TRUE(readColumns(*reader).empty());
 }
 
-TEST_F(PDALPointWriterTest, KeepsTheCoordinateSystemsThatTheFormatKnows)
+TEST_F(PDALPointWriterTest, KeepsTheCoordinateSystemsOfTheFormat)
 {
     const auto utm = [](int meridian, int northing, const char* datum) {
         return "PROJCS[\"test\",GEOGCS[\"WGS 84\",DATUM[\"" + std::string(datum) +
@@ -221,7 +221,7 @@ TEST_F(PDALPointWriterTest, KeepsTheCoordinateSystemsThatTheFormatKnows)
     }
 }
 
-TEST_F(PDALPointWriterTest, LeavesNothingOfAFileThatIsNotComplete)
+TEST_F(PDALPointWriterTest, RemovesIncompleteFiles)
 {
     const auto survey = openSurvey();
     listener.callsUntilCancelled = 2;
@@ -237,7 +237,7 @@ TEST_F(PDALPointWriterTest, LeavesNothingOfAFileThatIsNotComplete)
     EXPECT_EQ(failureOf([&] { write(*source); }), "40000 test");
     EXPECT_FALSE(std::filesystem::exists(path));
 
-    // What fails before the writing begins keeps what stands there.
+    // An error before writing keeps the existing file.
     Testing::writeFile(path, std::string("precious"));
     EXPECT_EQ(failureOf([&] { write(*source, layoutXYZ({channel("Missing", UINT8)})); }).substr(0, 5),
               "40012");
@@ -250,7 +250,7 @@ TEST_F(PDALPointWriterTest, LeavesNothingOfAFileThatIsNotComplete)
               "-1 the name of a BPF file cannot hold a '#': '" + path + "'");
 }
 
-// PDAL goes on writing.
+// PDAL continues to write.
 TEST_F(PDALPointWriterTest, ReportsAFullDisk)
 {
     const auto survey = openSurvey();
@@ -266,7 +266,7 @@ TEST_F(PDALPointWriterTest, ReportsAFullDisk)
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST_F(PDALPointWriterTest, LeavesDevicesAlone)
+TEST_F(PDALPointWriterTest, RefusesDevices)
 {
     const Numbers values{1, 2, 3, 4};
     const auto source = MemoryPointSource::make(layoutXYZ(), {values, values, values});

@@ -34,7 +34,7 @@ std::string withPROJ4(const std::string& projString)
     return utm(32, "a grid", ",EXTENSION[\"PROJ4\",\"" + projString + "\"]");
 }
 
-// A file and a server that no text may make a program open.
+// A file and a server that no text may cause a program to open.
 class Decoy
 {
 public:
@@ -81,7 +81,7 @@ private:
     int m_server = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
 };
 
-// Keys whose citation holds WKT, as Esri's programs write them.
+// Keys whose citation has WKT, as some programs write them.
 GeoTIFFKeys keysWithWKT(const std::string& wkt)
 {
     const std::string citation = "ESRI PE String = " + wkt;
@@ -91,7 +91,7 @@ GeoTIFFKeys keysWithWKT(const std::string& wkt)
 
 } // namespace
 
-TEST(SpatialReferenceTest, OpensNothingThatATextNames)
+TEST(SpatialReferenceTest, OpensNoFileOrURLInAText)
 {
     const Decoy decoy;
     setenv("GDAL_HTTP_TIMEOUT", "1", 1); // seconds; the server does not answer
@@ -124,15 +124,15 @@ TEST(SpatialReferenceTest, OpensNothingThatATextNames)
     EXPECT_EQ(toWKT(keysWithWKT(wgs84)).value_or("").substr(0, 15), "GEOGCS[\"WGS 84\"");
 }
 
-TEST(SpatialReferenceTest, TakesWKTWithoutControlCharacters)
+TEST(SpatialReferenceTest, RefusesControlCharactersInWKT)
 {
-    const auto isUnderstood = [](const std::string& text) { return pretty(text.c_str()) != text; };
+    const auto isValid = [](const std::string& text) { return pretty(text.c_str()) != text; };
     const std::string google = withPROJ4("+proj=merc +a=6378137 +b=6378137 +nadgrids=@null +wktext +no_defs");
-    EXPECT_TRUE(isUnderstood(google));
+    EXPECT_TRUE(isValid(google));
     EXPECT_NE(pretty(google.c_str()).find("+nadgrids=@null"), std::string::npos);
-    EXPECT_TRUE(isUnderstood(utm(32, "an \xc3\xa4")));
-    EXPECT_FALSE(isUnderstood(utm(32, "\x1b[31m")));
-    EXPECT_FALSE(isUnderstood(utm(32, "a\nline"))) << "a name of two lines";
+    EXPECT_TRUE(isValid(utm(32, "an \xc3\xa4")));
+    EXPECT_FALSE(isValid(utm(32, "\x1b[31m")));
+    EXPECT_FALSE(isValid(utm(32, "a\nline"))) << "a name of two lines";
 }
 
 TEST(SpatialReferenceTest, ComparesSystemsAndNotTheirTexts)
@@ -141,7 +141,7 @@ TEST(SpatialReferenceTest, ComparesSystemsAndNotTheirTexts)
     EXPECT_TRUE(isSame(utm(32).c_str(), pretty(utm(32).c_str()).c_str()));
     EXPECT_FALSE(isSame(utm(32).c_str(), utm(33).c_str()));
     EXPECT_FALSE(isSame(utm(32).c_str(), wgs84.c_str()));
-    // Of what is not understood only equal texts are the same.
+    // Invalid texts are the same only if they are equal.
     for (const char* text : {"", "no coordinate system", "EPSG:32632", "+proj=utm +zone=32"}) {
         EXPECT_TRUE(isSame(text, text)) << text;
         EXPECT_FALSE(isSame(text, (std::string(text) + ' ').c_str())) << text;

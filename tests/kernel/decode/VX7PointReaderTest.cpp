@@ -1,6 +1,6 @@
 #include <vxunpack/VX7PointReader.h>
 
-#include "common/ChunkHeader.h"
+#include "common/container/ChunkHeader.h"
 #include "platform/ByteOrder.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
@@ -65,7 +65,7 @@ TEST(VX7PointReader, GivesBackEveryPointOfEveryKindOfFile)
         plan.version = static_cast<std::uint8_t>(random.between(1, 4));
         plan.headerVersion = static_cast<std::uint8_t>(random.between(1, 2));
         plan.bandVersion = static_cast<std::uint8_t>(random.between(1, 3));
-        plan.swapStretches = random.chance(0.5);
+        plan.swapRanges = random.chance(0.5);
         plan.numLevels = static_cast<std::uint32_t>(random.between(1, 14));
         plan.extendedHeader = random.chance(0.3);
         const TransformType lossless[] = {1, 3, 10, 11, 13};
@@ -93,7 +93,7 @@ TEST(VX7PointReader, SeesHowOldWritersLaidOutTheirBands)
             FilePlan plan = cloud.toFile();
             plan.version = version;
             plan.bandVersion = 2;
-            plan.swapStretches = swapped;
+            plan.swapRanges = swapped;
             plan.planeLengthsWithoutLifting = true;
             if (swapped)
                 plan.channels[0].transform = 10; // the first band that could tell

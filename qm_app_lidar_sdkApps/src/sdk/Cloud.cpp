@@ -1,0 +1,210 @@
+#include <vxunpack/Cloud.h>
+
+#include "model/ChannelNames.h"
+#include "sdk/GeneratedSource.h"
+#include "sdk/Queries.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+namespace vx {
+
+using namespace Quillmoran;
+
+namespace {
+
+PointInfo layoutOf(const std::vector<Channel>& channels)
+{
+    PointInfo layout;
+    for (const Channel& channel : channels) {
+        if (!DataTypeUtils::isKnown(channel.type))
+            QM_THROW(ErrorCode::InvalidArgument, "channel '%s' has no valid type", channel.name.c_str());
+        if (layout.hasChannel(channel.name.c_str()))
+            QM_THROW(ErrorCode::InvalidArgument, "there are two channels '%s'", channel.name.c_str());
+        if (!(std::isfinite(channel.scale) && channel.scale >= 0))
+            QM_THROW(ErrorCode::InvalidArgument, "the scale of channel '%s' is %g", channel.name.c_str(),
+                     channel.scale);
+        ChannelInfo info;
+        info.init(channel.name.c_str(), channel.type, 0, channel.scale);
+        layout.append(info);
+    }
+    return layout;
+}
+
+Bounds::Range rangeOf(const Column& column)
+{
+    Bounds::Range range;
+    for (const double value : std::span(static_cast<const double*>(column.data), column.size))
+        range.grow(value);
+    return range;
+}
+
+} // namespace
+
+Bounds toBounds(const Box& box)
+{
+    for (const auto& [min, max] :
+         {std::pair(box.xMin, box.xMax), std::pair(box.yMin, box.yMax), std::pair(box.zMin, box.zMax)})
+        if (!(min <= max))
+            QM_THROW(ErrorCode::InvalidArgument, "the box is empty on one axis: %g to %g", min, max);
+    Bounds bounds;
+    bounds.x = {box.xMin, box.xMax};
+    bounds.y = {box.yMin, box.yMax};
+    bounds.z = {box.zMin, box.zMax};
+    return bounds;
+}
+
+void checkFraction(double fraction)
+{
+    if (!(fraction > 0 && fraction <= 1))
+        QM_THROW(ErrorCode::InvalidArgument, "the fraction is %g, it must be above 0 and at most 1",
+                 fraction);
+}
+
+PointInfo chooseChannels(const PointInfo& all, const std::vector<std::string>& names)
+{
+    if (names.empty())
+        return all;
+    PointInfo layout;
+    for (const char* name : {ChannelNames::x, ChannelNames::y, ChannelNames::z})
+        layout.append(ChannelNames::require(name, all));
+    for (const std::string& name : names) {
+        const ChannelInfo& channel = ChannelNames::require(name, all);
+        if (!layout.hasChannel(channel.getName()))
+            layout.append(channel);
+    }
+    return layout;
+}
+
+const void* Block::find(const std::string& channel, DataType type) const
+{
+    const ChannelInfo& info = ChannelNames::require(channel, *m_layout, "the block");
+    if (info.getDataType() != type)
+        QM_THROW(ErrorCode::ChannelType, "the samples of channel '%s' are %s, not %s", info.getName(),
+                 DataTypeUtils::toString(info.getDataType()), DataTypeUtils::toString(type));
+    return std::as_const(*m_data).getChannel(info.getName())->getData();
+}
+
+MutableBlock::MutableBlock(PointData& data, const PointInfo& layout, std::size_t size) noexcept
+{
+    m_data = &data;
+    m_layout = &layout;
+    m_size = size;
+}
+
+void* MutableBlock::samples(const std::string& channel) const
+{
+    return m_data->getChannel(ChannelNames::require(channel, *m_layout, "the block").getName())->getData();
+}
+
+Reader::Reader(Scoped<PointIterator> points, std::unique_ptr<PointInfo> layout)
+    : m_points(std::move(points)), m_layout(std::move(layout)), m_data(std::make_unique<PointData>())
+{
+    constexpr std::size_t maxBlockPoints = 65536;
+    m_data->init(*m_layout, m_layout->getBlockPoints(maxBlockPoints));
+    m_block.m_data = m_data.get();
+    m_block.m_layout = m_layout.get();
+}
+
+void Reader::advance()
+{
+    m_block.m_size = 0;
+    m_block.m_size = m_points->getNextPoints(*m_data);
+}
+
+Cloud::Cloud(Scoped<PointSource> source) : m_source(std::move(source))
+{
+    if (!m_source)
+        QM_THROW(ErrorCode::InvalidArgument, "a cloud needs a source");
+}
+
+Cloud Cloud::fromColumns(std::vector<Column> columns)
+{
+    std::vector<Channel> channels;
+    Bounds bounds;
+    for (const Column& column : columns) {
+        channels.push_back(column.channel);
+        if (column.size != columns.front().size)
+            QM_THROW(ErrorCode::InvalidArgument, "channel '%s' has %zu samples and '%s' has %zu",
+                     column.channel.name.c_str(), column.size, columns.front().channel.name.c_str(),
+                     columns.front().size);
+        if (column.channel.type != FLOAT64)
+            continue;
+        if (column.channel.name == ChannelNames::x)
+            bounds.x = rangeOf(column);
+        else if (column.channel.name == ChannelNames::y)
+            bounds.y = rangeOf(column);
+        else if (column.channel.name == ChannelNames::z)
+            bounds.z = rangeOf(column);
+    }
+    const std::size_t numPoints = columns.empty() ? 0 : columns.front().size;
+    const auto fill = [columns = std::move(columns)](std::uint64_t first, const MutableBlock& block) {
+        for (const Column& column : columns) {
+            const std::size_t sampleSize = DataTypeUtils::getSize(column.channel.type);
+            std::memcpy(block.samples(column.channel.name),
+                        static_cast<const unsigned char*>(column.data) + first * sampleSize,
+                        block.size() * sampleSize);
+        }
+    };
+    return Cloud(Scoped<PointSource>(GeneratedSource::create(layoutOf(channels), numPoints, bounds, fill)));
+}
+
+Cloud Cloud::generate(std::uint64_t numPoints, std::vector<Channel> channels,
+                      std::function<void(std::uint64_t, const MutableBlock&)> fill, const Box& bounds)
+{
+    if (!fill)
+        QM_THROW(ErrorCode::InvalidArgument, "the function that makes the points is empty");
+    return Cloud(Scoped<PointSource>(
+        GeneratedSource::create(layoutOf(channels), numPoints, toBounds(bounds), std::move(fill))));
+}
+
+std::optional<std::uint64_t> Cloud::numPoints() const
+{
+    const std::int64_t count = m_source->getNumPoints();
+    if (count == PointSource::unknownNumPoints)
+        return std::nullopt;
+    return static_cast<std::uint64_t>(count);
+}
+
+Box Cloud::bounds() const
+{
+    const Bounds& bounds = m_source->getBounds();
+    return {bounds.x.min, bounds.x.max, bounds.y.min, bounds.y.max, bounds.z.min, bounds.z.max};
+}
+
+std::vector<Channel> Cloud::channels() const
+{
+    std::vector<Channel> channels;
+    const PointInfo& layout = m_source->getPointInfo();
+    for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
+        const ChannelInfo& channel = layout.getChannel(i);
+        channels.push_back({channel.getName(), channel.getDataType(), channel.getQuantization()});
+    }
+    return channels;
+}
+
+std::string Cloud::coordinateSystem() const
+{
+    const char* const wkt = m_source->getWKT();
+    return wkt ? wkt : "";
+}
+
+Metadata Cloud::metadata() const
+{
+    Metadata records;
+    m_source->loadMetadata(records, false);
+    return records;
+}
+
+Reader Cloud::read(const Query& query) const
+{
+    checkFraction(query.fraction);
+    auto layout = std::make_unique<PointInfo>(chooseChannels(m_source->getPointInfo(), query.channels));
+    Scoped<PointIterator> points(
+        m_source->createIterator(toBounds(query.box), query.fraction, *layout, nullptr));
+    return Reader(std::move(points), std::move(layout));
+}
+
+} // namespace vx

@@ -1,0 +1,80 @@
+#include <vxunpack/Cloud.h>
+
+#include "sdk/Queries.h"
+#include "utils/sets/Formats.h"
+#include "utils/sets/ThreadLimit.h"
+#include <vxunpack/ProgressDelegate.h>
+
+#include <atomic>
+
+namespace vx {
+
+using namespace Quillmoran;
+
+namespace {
+
+class Callbacks final : public ProgressDelegate
+{
+public:
+    explicit Callbacks(const WriteOptions& options) : m_options(options) {}
+
+    void reportProgress(double fraction, const char*) override
+    {
+        if (m_options.progress && !m_options.progress(fraction))
+            m_isCancelled = true;
+    }
+    bool getCancelled() override { return m_isCancelled; }
+    void displayWarning(const char* text) override
+    {
+        if (m_options.warning)
+            m_options.warning(text);
+    }
+
+private:
+    const WriteOptions& m_options;
+    std::atomic<bool> m_isCancelled = false;
+};
+
+// A file name that the table of formats recognises as the format to write.
+std::string nameForFormat(const std::string& path, const std::string& format)
+{
+    if (format.empty())
+        return path;
+    if (format == "null")
+        return format;
+    const std::string name = "x." + format;
+    if (format != "txt" && Formats::ofName(name.c_str()).type == POINT_SOURCE_TEXT)
+        QM_THROW(ErrorCode::InvalidArgument, "unsupported output format '%s'", format.c_str());
+    return name;
+}
+
+} // namespace
+
+struct ThreadLimit::Impl
+{
+    Quillmoran::ThreadLimit limit;
+};
+
+ThreadLimit::ThreadLimit(unsigned threads) : m_impl(new Impl{Quillmoran::ThreadLimit(threads)})
+{}
+ThreadLimit::~ThreadLimit() = default;
+
+std::uint64_t write(const std::string& path, const Cloud& cloud, const WriteOptions& options)
+{
+    checkFraction(options.query.fraction);
+    const Bounds bounds = toBounds(options.query.box);
+    PointSource& source = cloud.source();
+    const PointInfo layout = chooseChannels(source.getPointInfo(), options.query.channels);
+    const OutputChoice output(nameForFormat(path, options.format).c_str(), nullptr);
+    const Scoped<PointWriter> writer = output.createWriter(source, path, layout);
+    if (options.scale || options.offset)
+        writer->setQuantization(options.scale ? options.scale->data() : nullptr,
+                                options.offset ? options.offset->data() : nullptr);
+    Callbacks callbacks(options);
+    std::int64_t count = 0;
+    Quillmoran::ThreadLimit limit(options.threads);
+    limit.execute([&] { count = writer->write(bounds, options.query.fraction, layout, &callbacks); });
+    return static_cast<std::uint64_t>(count);
+}
+
+} // namespace vx

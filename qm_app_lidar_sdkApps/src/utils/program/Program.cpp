@@ -1,0 +1,134 @@
+#include "utils/program/Program.h"
+
+#include "text/Printable.h"
+#include "utils/program/Utils.h"
+#include "utils/sets/ThreadLimit.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/FileIO.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <fcntl.h>
+#include <new>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Quillmoran {
+
+Program::Program(const char* name, const char* description) : m_cmdLine(name, description, description, true)
+{
+    Utils::setVersion(m_cmdLine);
+    Utils::addCommonOptions(m_cmdLine);
+}
+
+void Program::parse(int argc, const char* const* argv)
+{
+    m_cmdLine.parse(argc, argv);
+    checkOptions();
+}
+
+bool Program::run()
+{
+    bool succeeded = false;
+    ThreadLimit(m_cmdLine.getUint("numThreads")).execute([&] { succeeded = work(); });
+    return succeeded;
+}
+
+namespace Utils {
+
+namespace {
+
+// A program can be started with closed standard streams. The first file that it opens would then get the
+// descriptor of one, and progress and messages would be written into the file. The descriptors opened here
+// have the wrong direction, so that using the stream is an error and a lost report is noticed.
+void occupyStandardStreams()
+{
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(stream, F_GETFD) < 0 && errno == EBADF)
+            ::open("/dev/null",
+                   stream == STDIN_FILENO ? O_WRONLY : O_RDONLY); // gets the lowest free descriptor
+}
+
+// On a terminal, begins a new line after an unfinished progress line.
+void endProgressLine()
+{
+    if (isatty(STDOUT_FILENO))
+        std::putchar('\n');
+    std::fflush(stdout);
+}
+
+// Also works if there is no memory left to escape the text.
+void printError(const char* text)
+{
+    try {
+        std::fprintf(stderr, "Error: %s\n", printable(text).c_str());
+    } catch (const std::bad_alloc&) {
+        std::fputs("Error: ", stderr);
+        for (; *text != '\0'; ++text)
+            std::fputc(static_cast<unsigned char>(*text) < ' ' || *text == '\x7f' ? '?' : *text, stderr);
+        std::fputc('\n', stderr);
+    }
+}
+
+} // namespace
+
+int runProgram(const std::function<bool()>& run)
+{
+    occupyStandardStreams();
+    try {
+        return run() ? 0 : 1;
+    } catch (const std::exception& error) {
+        endProgressLine();
+        printError(error.what());
+    } catch (...) {
+        endProgressLine();
+        std::fprintf(stderr, "unknown exception\n");
+    }
+    return 1;
+}
+
+void warn(const std::string& text)
+{
+    endProgressLine();
+    std::fprintf(stderr, "Warning: %s\n", printable(text).c_str());
+}
+
+void ignoreWriteSignals()
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
+bool isStandardOutput(const char* path)
+{
+    struct stat64 file, output;
+    const int flags = ::fcntl(STDOUT_FILENO, F_GETFL);
+    return flags >= 0 && (flags & O_ACCMODE) != O_RDONLY && stat64(path, &file) == 0 &&
+           fstat64(STDOUT_FILENO, &output) == 0 && file.st_dev == output.st_dev &&
+           file.st_ino == output.st_ino;
+}
+
+Scoped<IO> divertStandardOutput(const char* name)
+{
+    std::fflush(stdout);
+    Scoped<FileIO::Imp> io(FileIO::create());
+    const int descriptor = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (descriptor < 0)
+        QM_THROW_OS(name);
+    io->adopt(descriptor, name, FileIO::Imp::SEQUENTIAL);
+    if (::dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
+        QM_THROW_OS(name);
+    return Scoped<IO>(io.detach());
+}
+
+void finishReport()
+{
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        QM_THROW(ErrorCode::General, "cannot write the report");
+}
+
+} // namespace Utils
+
+} // namespace Quillmoran

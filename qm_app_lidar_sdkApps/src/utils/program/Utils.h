@@ -1,0 +1,98 @@
+// Options that programs share, and the warnings that follow from them.
+#pragma once
+
+#include "filters/PointCloudUnion.h"
+#include "utils/sets/Inputs.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Quillmoran {
+
+class LASPointWriter;
+class QMCmdLine;
+
+namespace Utils {
+
+// "V"/"verbose" and "j"/"numThreads", the options of every program.
+void addCommonOptions(QMCmdLine& cmdLine);
+void setVersion(QMCmdLine& cmdLine);
+// A line of help for each field letter that names a channel.
+extern const char fieldLetters[];
+
+PointSourceType getPointSourceType(const char* name);
+const char* getPointSourceTypeName(PointSourceType type);
+
+// All values of an option that takes one per occurrence.
+std::vector<std::string> getStrings(const QMCmdLine& cmdLine, const char* option);
+
+// "p"/"parse", "skip"/"skipHeader" and "lenient": how text input is read.
+void addTXTPointReaderOptions(QMCmdLine& cmdLine);
+// Passes them to a manager or an opener of files. The delegate may be null; scans of text files ask it whether
+// to stop, so it must outlive the sources opened with these options. InvalidArgument for a bad "parse".
+void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine,
+                    ProgressDelegate* cancellation = nullptr);
+void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine,
+                    ProgressDelegate* cancellation = nullptr);
+
+// "dropWaveforms": opens LAS files with waveforms, with a warning for each.
+void addWaveformOption(QMCmdLine& cmdLine);
+bool dropsWaveforms(const QMCmdLine& cmdLine);
+void handleWaveformOption(const QMCmdLine& cmdLine, SimpleFileOpener& opener);
+
+// "filter": selects points by the value of a channel; may be repeated. The second function wraps a source in
+// the filters; without any it returns the source. -1 for text in another format, for channels that are not
+// integers of at most 32 bits and for values out of the range of a channel, InvalidArgument for an unknown
+// channel.
+void addFilterOptions(QMCmdLine& cmdLine);
+Scoped<PointSource> handleFilterOptions(const QMCmdLine& cmdLine, const Scoped<PointSource>& source);
+
+// "ofld"/"outFields", "s"/"subsample", "c"/"crop": the points and channels of a query.
+void addOutFieldsOption(QMCmdLine& cmdLine);
+void addSubsampleOption(QMCmdLine& cmdLine);
+void addCropOption(QMCmdLine& cmdLine);
+// By default all channels of the source. The first function accepts letters only, the second also a list of
+// names.
+PointInfo getOutFields(const QMCmdLine& cmdLine, const PointSource& source);
+PointInfo getOutColumns(const QMCmdLine& cmdLine, const PointSource& source);
+double getFraction(const QMCmdLine& cmdLine);
+Bounds getCropBox(const QMCmdLine& cmdLine);
+// Usage errors for a subsample that is not above 0 and for an inverted box.
+void checkQueryOptions(const QMCmdLine& cmdLine);
+// Warns that "outputFile" has no points and says why: the box, the filters (texts of "filter", if the program
+// has that option), the sampling or the source.
+void warnOfEmptyOutput(const QMCmdLine& cmdLine, const PointSource& source,
+                       const std::vector<std::string>& filters = {});
+
+// "d"/"depth", the levels of directories that addNamed() descends.
+void addDepthOption(QMCmdLine& cmdLine);
+// addInput() for all values of "inputFile".
+void addNamed(FilePointSourceManager& files, const QMCmdLine& cmdLine);
+// refuseSameFile() for all values of "inputFile", which include lists and directories.
+void refuseNamed(const QMCmdLine& cmdLine, const char* output);
+
+// How files that differ become one point cloud: see MergeRules.h and docs/merging.md.
+struct MergeOptions
+{
+    std::optional<int> gpsWeek;                // converts week time to adjusted standard time
+    bool requiresSameCoordinateSystem = false; // by default different ones give a warning
+};
+// "gpsWeek". The option "srs" has the value "same" for requiresSameCoordinateSystem.
+void addGPSWeekOption(QMCmdLine& cmdLine);
+MergeOptions getMergeOptions(const QMCmdLine& cmdLine);
+// Compares the coordinate systems of files that become one cloud. Warns if they differ or a file has none; -1
+// if they are required to be the same.
+void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems, const MergeOptions& options);
+
+// joinFiles() with warnings about differences between the files; `verbose` prints a summary of each file.
+Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose, const MergeOptions& options = {});
+// Warns of data that a finished LAS file does not hold: the second of two clocks, its coordinate system, scan
+// angles in its own unit.
+void warnOfLASOutput(const LASPointWriter& writer, const char* output);
+// Warns once of files whose coordinate systems are not understood; `consequence` ends the message.
+void warnOfUnknownCoordinateSystems(const std::vector<std::string>& files, const char* consequence);
+
+} // namespace Utils
+
+} // namespace Quillmoran

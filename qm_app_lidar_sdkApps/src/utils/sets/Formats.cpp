@@ -1,0 +1,171 @@
+#include "utils/sets/Formats.h"
+
+#include "files/QMFileSpec.h"
+#include "pdal/PDALFormats.h"
+#include "utils/sets/Make.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/LASPointWriter.h>
+#include <vxunpack/TXTPointReader.h>
+#include <vxunpack/TXTPointWriter.h>
+#include <vxunpack/VX7PointReader.h>
+#include <vxunpack/VX7PointWriter.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <strings.h>
+
+namespace Quillmoran {
+
+namespace {
+
+PointSource* openText(const char* path, const OpenOptions& options)
+{
+    if (!options.text)
+        Formats::throwNeedsColumns(path);
+    TextOptions text = *options.text;
+    if (text.layout.getNumChannels() == 0) {
+        const std::optional<PointInfo> columns = TXTPointReader::readHeader(path, text.skipLines);
+        if (!columns)
+            Formats::throwNeedsColumns(path);
+        text.layout = *columns;
+    }
+    return make<TXTPointReader>(path, text).detach();
+}
+
+PointSource* openLAS(const char* path, const OpenOptions& options)
+{
+    Scoped<LASPointReader> reader(LASPointReader::create());
+    try {
+        reader->init(path, options.opensWaveforms);
+    } catch (Error& error) {
+        if (error.code() == ErrorCode::Waveforms)
+            error("  -dropWaveforms reads its points without them.");
+        throw;
+    }
+    if (options.warn && reader->hasWaveforms())
+        options.warn(std::string("the waveform packets of '") + path + "' are dropped");
+    return reader.detach();
+}
+
+PointSource* openVX7(const char* path, const OpenOptions&)
+{
+    return make<VX7PointReader>(path).detach();
+}
+
+PointSource* openBPF(const char* path, const OpenOptions&)
+{
+    return createPDALPointReader(path);
+}
+
+PointWriter* createTextWriter(const OutputTarget& target)
+{
+    if (target.stream)
+        return make<TXTPointWriter>(target.source, target.stream, target.layout).detach();
+    return make<TXTPointWriter>(target.source, target.path, target.layout).detach();
+}
+
+PointWriter* createLASWriter(const OutputTarget& target)
+{
+    auto writer = make<LASPointWriter>(target.source, target.path, target.lasVersion);
+    writer->setWriteLAZ(target.compressed);
+    return writer.detach();
+}
+
+PointWriter* createVX7Writer(const OutputTarget& target)
+{
+    return make<VX7PointWriter>(target.source, target.path).detach();
+}
+
+PointWriter* createBPFWriter(const OutputTarget& target)
+{
+    return createPDALPointWriter(target.source, target.path);
+}
+
+PointWriter* createNullWriter(const OutputTarget& target)
+{
+    return make<NULLPointWriter>(target.source).detach();
+}
+
+} // namespace
+
+// clang-format off
+const std::array<Format, 8> Formats::table = {{
+    {POINT_SOURCE_VX7,   ".vxl",   "VX7",   "Vexil LiDAR File",             true,  openVX7,  createVX7Writer,  {}},
+    {POINT_SOURCE_LAS,   ".las",   "LAS",   "LAS File",                     true,  openLAS,  createLASWriter,  {"las10", "las11", "las12"}},
+    {POINT_SOURCE_LAZ,   ".laz",   "LAZ",   "LAZ File",                     true,  openLAS,  createLASWriter,  {"laz"}},
+    {POINT_SOURCE_BPF,   ".bpf",   "BPF",   "BPF File",                     true,  openBPF,  createBPFWriter,  {"bpf"}},
+    {POINT_SOURCE_LIST,  ".list",  "list",  "List of LiDAR Files",          false, nullptr,  nullptr,          {}},
+    {POINT_SOURCE_INDEX, ".index", "index", "Spatial Index of Lidar Files", false, nullptr,  nullptr,          {}},
+    {POINT_SOURCE_NULL,  "null",   "null",  "Unknown File Type",            false, nullptr,  createNullWriter, {}},
+    {POINT_SOURCE_TEXT,  "",       "text",  "Text LiDAR File",              false, openText, createTextWriter, {"txt"}},
+}};
+// clang-format on
+
+bool Format::matches(const char* fileName) const
+{
+    if (*pattern == '.')
+        return QMFileSpec(fileName).endsWith(pattern);
+    return *pattern == '\0' || strcasecmp(fileName, pattern) == 0;
+}
+
+const Format& Formats::ofName(const char* fileName)
+{
+    return *std::find_if(table.begin(), table.end(),
+                         [&](const Format& format) { return format.matches(fileName); });
+}
+
+const Format* Formats::ofType(PointSourceType type) noexcept
+{
+    const auto* const row =
+        std::find_if(table.begin(), table.end(), [&](const Format& format) { return format.type == type; });
+    return row == table.end() ? nullptr : row;
+}
+
+std::string Formats::listInputs()
+{
+    std::string names;
+    for (const Format& format : table)
+        if (format.open)
+            names += (names.empty() ? "" : ", ") + std::string(format.name);
+    return names;
+}
+
+void Formats::throwUnsupported(const char* fileName)
+{
+    QM_THROW(ErrorCode::General, "unsupported input file format '%s'", fileName);
+}
+
+void Formats::throwNeedsColumns(const char* fileName)
+{
+    QM_THROW(ErrorCode::General, "TXT file requires a format parse string '-parse': '%s'", fileName);
+}
+
+OutputChoice::OutputChoice(const char* path, const char* formatName) : m_format(&Formats::ofName(path))
+{
+    m_compressed = type() == POINT_SOURCE_LAZ;
+    if (!formatName) {
+        if (!m_format->createWriter)
+            QM_THROW(ErrorCode::General, "unknown output format");
+        return;
+    }
+    for (const Format& format : Formats::table)
+        for (const char* name : format.outputNames)
+            if (name && strcasecmp(formatName, name) == 0) {
+                m_format = &format;
+                m_compressed = m_compressed || type() == POINT_SOURCE_LAZ;
+                // The number after "las". "laz" has none: its version fields have always been 0.
+                m_lasVersion = std::atoi(name + 3);
+                return;
+            }
+    QM_THROW(ErrorCode::General, "unsupported output format '%s'", formatName);
+}
+
+Scoped<PointWriter> OutputChoice::createWriter(PointSource& source, const char* path, const PointInfo& layout,
+                                               IO* stream) const
+{
+    return Scoped<PointWriter>(
+        m_format->createWriter({&source, path, layout, stream, m_lasVersion, m_compressed}));
+}
+
+} // namespace Quillmoran

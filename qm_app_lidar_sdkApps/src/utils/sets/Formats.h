@@ -1,0 +1,82 @@
+// The file formats, one row each: how names are recognised, how a file is opened and how one is written. The
+// opener, the programs' choice of a writer, their help texts and the tests of the man pages read this table,
+// so a new format is one row here and one folder with its reader and writer.
+#pragma once
+
+#include <vxunpack/FilePointSourceManager.h>
+#include <vxunpack/PointWriter.h>
+
+#include <array>
+#include <string>
+
+namespace Quillmoran {
+
+class IO;
+
+// What is written, and where.
+struct OutputTarget
+{
+    PointSource* source;
+    const char* path;
+    const PointInfo& layout; // the columns of text
+    IO* stream;              // null, or of text: written in place of the path
+    int lasVersion;          // see LASPointWriter
+    bool compressed;         // LAZ in place of LAS
+};
+
+struct Format
+{
+    PointSourceType type;
+    // How names are recognised, ignoring case: ".x" is an ending, "x" a whole name, "" every other name.
+    const char* pattern;
+    const char* name;        // short, for help texts
+    const char* description; // of the type
+    // Files of this format need no options, so they are taken from directories and lists of a walk.
+    bool isSelfDescribing;
+    // New counts. Null if the format cannot be opened or written.
+    PointSource* (*open)(const char* path, const OpenOptions& options);
+    PointWriter* (*createWriter)(const OutputTarget& target);
+    // The values of the option -outputFormat that select this format; null after the last.
+    std::array<const char*, 4> outputNames;
+
+    bool matches(const char* fileName) const;
+};
+
+namespace Formats {
+
+// All rows; a name belongs to the first one that matches.
+extern const std::array<Format, 8> table;
+
+const Format& ofName(const char* fileName);
+// Null for an unknown type.
+const Format* ofType(PointSourceType type) noexcept;
+
+// The names of the formats of points that can be opened: "VX7, LAS, ...".
+std::string listInputs();
+
+[[noreturn]] void throwUnsupported(const char* fileName);
+[[noreturn]] void throwNeedsColumns(const char* fileName);
+
+} // namespace Formats
+
+// The format of an output: by the name of the format if there is one, otherwise by the name of the file.
+class OutputChoice
+{
+public:
+    // `formatName` may be null. -1 "unsupported output format '%s'" for an unknown one, "unknown output
+    // format" if the format of the file's name cannot be written.
+    OutputChoice(const char* path, const char* formatName);
+
+    PointSourceType type() const noexcept { return m_format->type; }
+    bool isLAS() const noexcept { return type() == POINT_SOURCE_LAS || type() == POINT_SOURCE_LAZ; }
+    // The writer, with a count of 1. `stream` and `layout` as in OutputTarget.
+    Scoped<PointWriter> createWriter(PointSource& source, const char* path, const PointInfo& layout,
+                                     IO* stream = nullptr) const;
+
+private:
+    const Format* m_format;
+    int m_lasVersion = -1;
+    bool m_compressed = false;
+};
+
+} // namespace Quillmoran

@@ -1,0 +1,134 @@
+#include "utils/sets/Inputs.h"
+
+#include "files/QMFileUtils.h"
+#include "utils/sets/Make.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/MosaicFilter.h>
+#include <vxunpack/PersistentPointSourceWriter.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <functional>
+#include <strings.h>
+#include <vector>
+
+namespace Quillmoran::Utils {
+
+namespace {
+
+using Add = std::function<void(const char* name)>;
+
+void addFile(const Add& add, const char* name)
+{
+    const Format& format = Formats::ofName(name);
+    if (format.isSelfDescribing)
+        return add(name);
+    if (format.type != POINT_SOURCE_LIST)
+        return;
+    const Scoped<FilePointSourceManager> listed(FilePointSourceManager::create());
+    listed->addListFile(name);
+    for (std::size_t i = 0; i < listed->getNumSources(); ++i)
+        addFile(add, listed->getFilename(i));
+}
+
+// `path` holds the directories that are being walked, from the first one down. A link back to one of them
+// would be followed until the depth is reached.
+void walkFileSystem(const Add& add, const QMFileSpec& directory, int depth, std::vector<QMFileSpec>& path)
+{
+    std::vector<std::string> files;
+    std::vector<std::string> directories;
+    if (const int error = QMFileUtils::getContents(directory, files, directories))
+        QM_THROW(static_cast<ErrorCode>(error), "could not get directory contents");
+    std::sort(files.begin(), files.end(), [](const std::string& a, const std::string& b) {
+        return strcasecmp(a.c_str(), b.c_str()) < 0;
+    });
+    for (const std::string& file : files)
+        addFile(add, QMFileSpec(directory, file.c_str()).c_str());
+    if (depth < 1)
+        return;
+    path.push_back(directory);
+    for (const std::string& name : directories) {
+        const QMFileSpec below(directory, name.c_str());
+        if (std::none_of(path.begin(), path.end(),
+                         [&](const QMFileSpec& above) { return QMFileUtils::isSameFile(above, below); }))
+            walkFileSystem(add, below, depth - 1, path);
+    }
+    path.pop_back();
+}
+
+void addPath(const Add& add, const char* name, int depth)
+{
+    std::vector<QMFileSpec> path;
+    if (QMFileUtils::isDirectory(name))
+        walkFileSystem(add, name, depth, path);
+    else
+        addFile(add, name);
+}
+
+} // namespace
+
+void addFiles(FilePointSourceManager& manager, const char* path, int depth)
+{
+    addPath([&](const char* name) { manager.addFile(name); }, path, depth);
+}
+
+void addFiles(PersistentPointSourceWriter& writer, const char* path, int depth)
+{
+    addPath([&](const char* name) { writer.add(name); }, path, depth);
+}
+
+void addInput(FilePointSourceManager& files, const char* name, int depth)
+{
+    if (QMFileUtils::isDirectory(name))
+        return addFiles(files, name, depth);
+    // A missing file without a known ending would otherwise be reported as text that needs a format.
+    if (!QMFileUtils::exists(name)) {
+        errno = ENOENT;
+        QM_THROW_OS(name);
+    }
+    files.addFile(name);
+}
+
+Scoped<PointSource> joinFiles(FilePointSourceManager& files, const std::optional<int>& gpsWeek)
+{
+    files.setGPSWeek(gpsWeek);
+    if (files.getNumSources() == 1 && !gpsWeek)
+        return Scoped<PointSource>(files.createPointSource(0));
+    return make<MosaicFilter, PointSource>(&files, gpsWeek);
+}
+
+Scoped<PointSource> openAny(const char* name, const OpenOptions& options, int depth,
+                            const std::optional<int>& gpsWeek)
+{
+    const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
+    files->setNamesErrors();
+    files->getOpener().options() = options;
+    addInput(*files, name, depth);
+    if (files->getNumSources() == 0)
+        QM_THROW(ErrorCode::General, "there are no files to read in '%s'", name);
+    return joinFiles(*files, gpsWeek);
+}
+
+void refuseSameFile(const char* input, const char* output)
+{
+    if (QMFileUtils::isSameFile(input, output))
+        QM_THROW(ErrorCode::General, "the output '%s' is the input file", output);
+}
+
+void refuseInputs(const FilePointSourceManager& files, const char* output)
+{
+    for (std::size_t i = 0; i < files.getNumSources(); ++i) {
+        const char* const name = files.getFilename(i);
+        refuseSameFile(name, output);
+        if (SimpleFileOpener::getPointSourceType(name) != POINT_SOURCE_INDEX)
+            continue;
+        const Scoped<SimpleFileOpener> opener(SimpleFileOpener::create());
+        const auto index = make<PersistentPointSourceManager>(name, opener.get());
+        for (std::size_t tile = 0; tile < index->getNumSources(); ++tile)
+            refuseSameFile(index->getTileInfo(tile).path.c_str(), output);
+        if (const TileInfo* overview = index->getOverviewInfo())
+            refuseSameFile(overview->path.c_str(), output);
+    }
+}
+
+} // namespace Quillmoran::Utils

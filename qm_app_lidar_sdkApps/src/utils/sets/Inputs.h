@@ -1,0 +1,40 @@
+// Adds what a user named, files, lists and directories, to sets of files, and joins the files of a set into
+// one point cloud.
+#pragma once
+
+#include "utils/sets/Formats.h"
+
+#include <optional>
+
+namespace Quillmoran {
+
+class PersistentPointSourceWriter;
+
+namespace Utils {
+
+// Adds a file, or the files of a directory and of `depth` levels of directories below it: first the files of
+// a directory in the order of their names, ignoring case, then its directories. A list adds the files that it
+// names. Text files, indexes and the null name are skipped. A directory that cannot be read is the system's
+// error "could not get directory contents".
+void addFiles(FilePointSourceManager& manager, const char* path, int depth);
+void addFiles(PersistentPointSourceWriter& writer, const char* path, int depth);
+
+// The same for a name that must exist, where a single file may be of any format.
+void addInput(FilePointSourceManager& files, const char* name, int depth);
+
+// The file, or the mosaic of several. With a GPS week always a mosaic, which converts week time with it.
+Scoped<PointSource> joinFiles(FilePointSourceManager& files, const std::optional<int>& gpsWeek);
+
+// Opens a file of any format, a list, an index or a directory with `depth` levels below it as one point
+// cloud. Errors name the file.
+Scoped<PointSource> openAny(const char* name, const OpenOptions& options, int depth = 0,
+                            const std::optional<int>& gpsWeek = std::nullopt);
+
+// A writer truncates its output, which therefore must not be an input: -1 "the output '%s' is the input file".
+void refuseSameFile(const char* input, const char* output);
+// The same for all files of a set, including the tiles of an index.
+void refuseInputs(const FilePointSourceManager& files, const char* output);
+
+} // namespace Utils
+
+} // namespace Quillmoran

@@ -1,0 +1,42 @@
+// The file of a tile-set index (".index"), read and written field by field. All numbers are big-endian.
+//
+//   "rtre" | version 4 | packet | packet ...
+//   packet    name 4 | length of the payload 4 | payload
+//
+//   "info"    srs | number of channels 2 | channels | number of points 8 | WKT | bounds
+//             | scale 8, offset 8 of x, of y, of z | number of classes 2 | class names
+//   "week"    GPS week 4                                       only when week times are converted
+//   "over"    tile | fraction 8                                only with an overview
+//   "path"    number of tiles 4 | tiles
+//   "tree"    the R-tree over the tiles' bounds: see RTree.h
+//
+//   channel   name | data type 2 | bits 2 | quantization 8
+//   tile      path | timestamp 8 | bounds | number of points 8
+//   bounds    min 8, max 8 of x, of y, of z                    text    length 2 | bytes
+//
+// Packets have this order. Packets with other names may occur between them and are skipped. Relative paths are
+// relative to the directory of the index.
+#pragma once
+
+#include "utils/sets/TileSet.h"
+
+namespace Quillmoran {
+
+class DiskRTree;
+class IO;
+class MemoryRTree;
+
+namespace TileSetFile {
+
+// Replaces both, which are undefined after an error. Returns paths as stored. A truncated file is the system's
+// error "failed reading: ...", an impossible value -1 with the same text. Other errors are -1 "bad magic",
+// "unsupported version" and "unknown chunk name '%s' was expecting '%s'". The tree keeps reading from the
+// file.
+void read(IO* io, TileSet& set, DiskRTree& tree);
+
+// Stores the tree on a grid with the given scale. -1 "failed writing: ..." for values beyond the file's limits.
+void write(IO* io, const TileSet& set, const MemoryRTree& tree, const double scale[3]);
+
+} // namespace TileSetFile
+
+} // namespace Quillmoran

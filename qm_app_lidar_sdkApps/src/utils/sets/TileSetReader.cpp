@@ -1,0 +1,271 @@
+#include "index/DiskRTree.h"
+#include "platform/Stream.h"
+#include "utils/sets/TileSetFile.h"
+#include <vxunpack/Base.h>
+#include <vxunpack/DataType.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <initializer_list>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr std::size_t streamBytes = 4096;
+constexpr std::uint32_t newestVersion = 2;
+
+// Minimum sizes, with empty texts.
+constexpr std::size_t textBytes = 2;
+constexpr std::size_t channelBytes = textBytes + 2 + 2 + 8;
+constexpr std::size_t tileBytes = textBytes + 8 + 6 * 8 + 8;
+
+// The system reports no error at the end of a file.
+[[noreturn]] void throwCut(const std::string& field)
+{
+    errno = EIO;
+    OSError error(__FILE__, "read", __LINE__);
+    error(": failed reading: %s", field.c_str());
+    throw error;
+}
+
+[[noreturn]] void throwImpossible(const char* field)
+{
+    QM_THROW(ErrorCode::General, "failed reading: %s", field);
+}
+
+// The payload of one packet: a stream that ends with the packet, so that a truncated field is a short read.
+class Packet
+{
+public:
+    Packet(IO* io, std::int64_t position, std::int64_t length)
+        : m_range(BoundedIO::create(IO::Location(io, position, length)))
+    {
+        m_stream.init(m_range.get(), true, streamBytes);
+        m_stream.seek(position, Stream::SEEK_FROM_START);
+    }
+
+    template <class T>
+    T readNumber(const char* field)
+    {
+        T value;
+        if (!m_stream.get_be(value))
+            throwCut(field);
+        return value;
+    }
+
+    // The number of items that follow, each of at least `size` bytes.
+    template <class T>
+    T readCount(const char* field, std::size_t size)
+    {
+        const T count = readNumber<T>(field);
+        if (count > m_stream.remaining() / size)
+            throwImpossible(field);
+        return count;
+    }
+
+    std::int64_t readNumPoints()
+    {
+        const auto count = readNumber<std::int64_t>("number of points");
+        if (count < 0)
+            throwImpossible("number of points");
+        return count;
+    }
+
+    std::string readText(const char* field)
+    {
+        const auto length = readNumber<std::uint16_t>(field);
+        std::string text(length, '\0');
+        if (m_stream.read(text.data(), length) != length)
+            throwCut(field);
+        return text;
+    }
+
+    Bounds readBounds()
+    {
+        Bounds bounds;
+        for (Bounds::Range* range : {&bounds.x, &bounds.y, &bounds.z}) {
+            range->min = readNumber<double>("bounds");
+            range->max = readNumber<double>("bounds");
+        }
+        return bounds;
+    }
+
+    TileInfo readTile()
+    {
+        TileInfo tile;
+        tile.path = readText("path").c_str(); // up to a NUL
+        tile.timestamp = readNumber<std::int64_t>("timestamp");
+        tile.bounds = readBounds();
+        tile.numPoints = readNumPoints();
+        return tile;
+    }
+
+private:
+    Scoped<IO> m_range;
+    StreamReader m_stream;
+};
+
+class PacketSequence
+{
+public:
+    explicit PacketSequence(IO* io) { m_stream.init(io, true, streamBytes); }
+
+    void readHeader()
+    {
+        char magic[4];
+        if (m_stream.read(magic, sizeof magic) != sizeof magic ||
+            std::memcmp(magic, "rtre", sizeof magic) != 0)
+            QM_THROW(ErrorCode::General, "bad magic");
+        std::uint32_t version = 0;
+        if (!m_stream.get_be(version))
+            throwCut("version");
+        if (version > newestVersion)
+            QM_THROW(ErrorCode::General, "unsupported version");
+    }
+
+    // Skips to the next packet with a known name, which must be one of these, and returns its name. The last
+    // one of `names` is required, the others are optional.
+    std::string next(std::initializer_list<const char*> names)
+    {
+        const char* expected = names.end()[-1];
+        std::string name;
+        do {
+            m_stream.seek(m_end, Stream::SEEK_FROM_START);
+            name = readStart(expected);
+        } while (!isAmong(name, {"info", "week", "over", "path", "tree"}));
+        if (!isAmong(name, names))
+            QM_THROW(ErrorCode::General, "unknown chunk name '%s' was expecting '%s'", name.c_str(),
+                     expected);
+        return name;
+    }
+
+    Packet open() { return {m_stream.getIO(), m_stream.tell(), m_end - m_stream.tell()}; }
+    void read(DiskRTree& tree) { tree.init(m_stream, m_end - m_stream.tell()); }
+
+private:
+    static bool isAmong(const std::string& name, std::initializer_list<const char*> names)
+    {
+        return std::find(names.begin(), names.end(), name) != names.end();
+    }
+
+    std::string readStart(const char* expected)
+    {
+        const auto fieldOf = [expected](const char* field) { return '\'' + (expected + std::string(field)); };
+        std::string name(4, '\0');
+        if (m_stream.read(name.data(), name.size()) != name.size())
+            throwCut(fieldOf("' packet name"));
+        std::uint32_t length = 0;
+        if (!m_stream.get_be(length))
+            throwCut(fieldOf("' packet length"));
+        if (length > m_stream.remaining())
+            throwImpossible(fieldOf("' packet length").c_str());
+        m_end = m_stream.tell() + length;
+        return name;
+    }
+
+    StreamReader m_stream;
+    std::int64_t m_end = 8; // of the current packet; at first of the header
+};
+
+ChannelInfo readChannel(Packet& packet)
+{
+    const std::string name = packet.readText("channel name");
+    const auto type = static_cast<DataType>(packet.readNumber<std::uint16_t>("data type"));
+    const auto bits = packet.readNumber<std::uint16_t>("bits");
+    const auto quantization = packet.readNumber<double>("quantization");
+    if (!DataTypeUtils::isKnown(type))
+        throwImpossible("data type");
+    ChannelInfo channel;
+    channel.init(name.c_str(), type, bits, quantization);
+    return channel;
+}
+
+void readQuantization(Packet& packet, PointCloudInfo& info)
+{
+    double scale[3];
+    double offset[3];
+    for (int axis = 0; axis < 3; ++axis) {
+        scale[axis] = packet.readNumber<double>("scale");
+        offset[axis] = packet.readNumber<double>("offset");
+    }
+    info.setQuantization(scale, offset);
+}
+
+void readClassNames(Packet& packet, PointCloudInfo& info)
+{
+    std::vector<std::string> names(packet.readCount<std::uint16_t>("number of classes", textBytes));
+    std::vector<const char*> pointers;
+    for (std::string& name : names) {
+        name = packet.readText("class name");
+        pointers.push_back(name.empty() ? nullptr : name.c_str());
+    }
+    info.setClassIdNames(pointers.data(), pointers.size());
+}
+
+void readInfo(Packet packet, TileSet& set)
+{
+    set.srs = packet.readText("srs");
+    PointInfo layout;
+    const auto numChannels = packet.readCount<std::uint16_t>("number of channels", channelBytes);
+    for (unsigned i = 0; i < numChannels; ++i)
+        layout.append(readChannel(packet));
+    set.info->setPointInfo(layout);
+    set.info->setNumPoints(packet.readNumPoints());
+    const std::string wkt = packet.readText("WKT");
+    set.info->setWKT(wkt.empty() ? nullptr : wkt.c_str());
+    set.info->setBounds(packet.readBounds());
+    readQuantization(packet, *set.info);
+    readClassNames(packet, *set.info);
+}
+
+void readGPSWeek(Packet packet, TileSet& set)
+{
+    const auto week = packet.readNumber<std::uint32_t>("GPS week");
+    if (week > INT32_MAX)
+        throwImpossible("GPS week");
+    set.gpsWeek = static_cast<int>(week);
+}
+
+void readOverview(Packet packet, TileSet& set)
+{
+    Overview overview;
+    overview.tile = packet.readTile();
+    overview.fraction = packet.readNumber<double>("overview fraction");
+    if (!isOverviewFraction(overview.fraction))
+        throwImpossible("overview fraction");
+    set.overview = overview;
+}
+
+void readTiles(Packet packet, TileSet& set)
+{
+    set.tiles.resize(packet.readCount<std::uint32_t>("number of files", tileBytes));
+    for (TileInfo& tile : set.tiles)
+        tile = packet.readTile();
+}
+
+} // namespace
+
+void TileSetFile::read(IO* io, TileSet& set, DiskRTree& tree)
+{
+    PacketSequence packets(io);
+    packets.readHeader();
+    packets.next({"info"});
+    set = TileSet();
+    readInfo(packets.open(), set);
+    std::string name = packets.next({"week", "over", "path"});
+    if (name == "week") {
+        readGPSWeek(packets.open(), set);
+        name = packets.next({"over", "path"});
+    }
+    if (name == "over") {
+        readOverview(packets.open(), set);
+        packets.next({"path"});
+    }
+    readTiles(packets.open(), set);
+    packets.next({"tree"});
+    packets.read(tree);
+}
+
+} // namespace Quillmoran

@@ -1,0 +1,196 @@
+#include "las/header/LASHeader.h"
+
+#include "platform/ByteOrder.h"
+#include <vxunpack/Base.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr char signature[] = "LASF";
+constexpr std::size_t minHeaderBytes = 227;
+constexpr std::size_t maxHeaderBytes = 375;
+// The upper bits of the point format mark a compressed file.
+constexpr std::uint8_t compressedMark = 0x80;
+constexpr std::uint8_t formatMask = 0x3F;
+
+// Reader and Writer visit the fields of a block of known size; reading and writing share the lists of fields
+// below.
+class Reader
+{
+public:
+    explicit Reader(const unsigned char* bytes) : m_next(bytes) {}
+
+    template <class T>
+    void operator()(T& value)
+    {
+        value = loadLittleEndian<T>(m_next);
+        m_next += sizeof(T);
+    }
+    void text(std::string& value)
+    {
+        const auto* begin = reinterpret_cast<const char*>(m_next);
+        value.assign(begin, strnlen(begin, LASHeader::textBytes));
+        m_next += LASHeader::textBytes;
+    }
+
+private:
+    const unsigned char* m_next;
+};
+
+class Writer
+{
+public:
+    explicit Writer(unsigned char* bytes) : m_next(bytes) {}
+
+    template <class T>
+    void operator()(const T& value)
+    {
+        storeLittleEndian(m_next, value);
+        m_next += sizeof(T);
+    }
+    void text(const std::string& value)
+    {
+        std::memcpy(m_next, value.data(), std::min(value.size(), LASHeader::textBytes));
+        m_next += LASHeader::textBytes;
+    }
+
+private:
+    unsigned char* m_next;
+};
+
+template <class Field, class Header>
+void visitIdentification(Field& field, Header& header)
+{
+    field(header.fileSourceID);
+    field(header.globalEncoding);
+    field(header.projectID.data1);
+    field(header.projectID.data2);
+    field(header.projectID.data3);
+    for (auto& byte : header.projectID.data4)
+        field(byte);
+    field(header.versionMajor);
+    field(header.versionMinor);
+    field.text(header.systemIdentifier);
+    field.text(header.generatingSoftware);
+    field(header.creationDay);
+    field(header.creationYear);
+}
+
+template <class Field, class Header, class Byte>
+void visitPoints(Field& field, Header& header, Byte& markedFormat)
+{
+    field(header.headerSize);
+    field(header.pointDataOffset);
+    field(header.numVLRs);
+    field(markedFormat);
+    field(header.recordLength);
+    field(header.legacyPointCount);
+    for (auto& count : header.legacyPointsByReturn)
+        field(count);
+    for (auto& value : header.scale)
+        field(value);
+    for (auto& value : header.offset)
+        field(value);
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        field(header.max[axis]);
+        field(header.min[axis]);
+    }
+}
+
+template <class Field, class Header>
+void visitLaterVersions(Field& field, Header& header)
+{
+    if (header.versionMinor >= 3)
+        field(header.waveformDataStart);
+    if (header.versionMinor >= 4) {
+        field(header.firstEVLR);
+        field(header.numEVLRs);
+        field(header.pointCount);
+        for (auto& count : header.pointsByReturn)
+            field(count);
+    }
+}
+
+[[noreturn]] void throwBad(const char* what)
+{
+    QM_THROW(ErrorCode::LASRead, "bad LAS header: %s", what);
+}
+
+void check(const LASHeader& header, std::size_t bytesRead)
+{
+    const bool known = header.versionMajor == 1 && header.versionMinor <= 4;
+    const bool unset = header.versionMajor == 0 && header.versionMinor == 0;
+    if (!known && !unset)
+        QM_THROW(ErrorCode::LASRead, "bad LAS header: unknown version %d.%d", header.versionMajor,
+                 header.versionMinor);
+    if (header.headerSize < LASHeader::sizeOfVersion(header.versionMinor))
+        throwBad("the header size is too small for the version");
+    if (bytesRead < LASHeader::sizeOfVersion(header.versionMinor))
+        throwBad("the file is too short");
+    if (header.pointFormat.number > LASPointFormat::last)
+        QM_THROW(ErrorCode::LASRead, "bad LAS header: unknown point format %d", header.pointFormat.number);
+    if (header.recordLength < header.pointFormat.recordLength())
+        throwBad("the point record length is too small for the point format");
+    if (header.pointDataOffset < header.headerSize)
+        throwBad("the points begin inside the header");
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        // A negative scale would swap minimum and maximum.
+        constexpr char names[] = "xyz";
+        if (!(header.scale[axis] > 0) || std::isinf(header.scale[axis]))
+            QM_THROW(ErrorCode::LASRead, "bad LAS header: the %c scale is %g", names[axis],
+                     header.scale[axis]);
+        if (!std::isfinite(header.offset[axis]))
+            QM_THROW(ErrorCode::LASRead, "bad LAS header: the %c offset is %g", names[axis],
+                     header.offset[axis]);
+    }
+}
+
+} // namespace
+
+std::uint16_t LASHeader::sizeOfVersion(std::uint8_t minor) noexcept
+{
+    return minor >= 4 ? maxHeaderBytes : minor == 3 ? minHeaderBytes + 8 : minHeaderBytes;
+}
+
+void LASHeader::read(const IO& io)
+{
+    // Bytes after the end of the file are zeros; check() gets the number that was read.
+    std::array<unsigned char, maxHeaderBytes> bytes{};
+    const std::size_t got = readFully(io, 0, bytes.data(), bytes.size());
+    if (std::memcmp(bytes.data(), signature, 4) != 0)
+        throwBad("no \"LASF\" at the beginning");
+    Reader field(bytes.data() + 4);
+    std::uint8_t markedFormat = 0;
+    visitIdentification(field, *this);
+    visitPoints(field, *this, markedFormat);
+    pointFormat.number = markedFormat & formatMask;
+    compressed = (markedFormat & compressedMark) != 0;
+    visitLaterVersions(field, *this);
+    check(*this, got);
+}
+
+std::vector<unsigned char> LASHeader::write() const
+{
+    std::vector<unsigned char> bytes(headerSize);
+    std::memcpy(bytes.data(), signature, 4);
+    Writer field(bytes.data() + 4);
+    const auto markedFormat =
+        static_cast<std::uint8_t>(compressed ? pointFormat.number | compressedMark : pointFormat.number);
+    visitIdentification(field, *this);
+    visitPoints(field, *this, markedFormat);
+    visitLaterVersions(field, *this);
+    return bytes;
+}
+
+std::uint64_t LASHeader::getPointCount() const noexcept
+{
+    // The legacy count of a 1.4 file may be 0 or outdated; some writers of 1.4 set only the legacy count.
+    return versionMinor >= 4 && pointCount != 0 ? pointCount : legacyPointCount;
+}
+
+} // namespace Quillmoran

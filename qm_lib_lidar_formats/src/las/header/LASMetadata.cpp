@@ -1,0 +1,132 @@
+#include "las/header/LASMetadata.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace Quillmoran::LASMetadata {
+
+namespace {
+
+constexpr char systemID[] = "SystemID";
+constexpr char generatingSoftware[] = "GeneratingSoftware";
+constexpr char projectID[] = "ProjectID";
+constexpr char fileSourceID[] = "FileSourceID";
+constexpr char fileCreationDate[] = "FileCreationDate";
+constexpr char countsByReturn[] = "PointRecordsByReturnCount";
+constexpr char boundingBox[] = "LAS_BoundingBox";
+constexpr char separator[] = "::";
+
+constexpr std::uint64_t maxValueBytes = 1 << 20; // far more than any description of a cloud
+
+void addText(Metadata& into, const char* key, const std::string& text)
+{
+    if (!text.empty())
+        into.add(key, nullptr, METADATA_STRING, text.c_str(), 0);
+}
+
+void addProjectID(Metadata& into, const LASHeader::ProjectID& id)
+{
+    char text[64];
+    const auto& d = id.data4;
+    std::snprintf(text, sizeof text, "{%08" PRIX32 "-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", id.data1,
+                  id.data2, id.data3, d[0], d[1], d[2], d[3], d[4], d[5], d[6], d[7]);
+    addText(into, projectID, text);
+}
+
+void addCountsByReturn(Metadata& into, const LASHeader& header)
+{
+    std::vector<double> counts(header.legacyPointsByReturn.begin(), header.legacyPointsByReturn.end());
+    if (header.versionMinor >= 4)
+        counts.assign(header.pointsByReturn.begin(), header.pointsByReturn.end());
+    into.add(countsByReturn, nullptr, METADATA_FLOAT64_ARRAY, counts.data(), counts.size());
+}
+
+void addBoundingBox(Metadata& into, const LASHeader& header)
+{
+    double box[6];
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        box[2 * axis] = header.min[axis];
+        box[2 * axis + 1] = header.max[axis];
+    }
+    into.add(boundingBox, nullptr, METADATA_FLOAT64_ARRAY, box, 6);
+}
+
+const char* findText(const Metadata& metadata, const char* key)
+{
+    const int found = metadata.getKeyIndex(key);
+    const auto index = static_cast<std::size_t>(found);
+    const bool isText = found >= 0 && metadata.getDataType(index) == METADATA_STRING;
+    return isText ? static_cast<const char*>(metadata.getValue(index)) : nullptr;
+}
+
+void applyProjectID(const char* text, LASHeader::ProjectID& id)
+{
+    LASHeader::ProjectID parsed;
+    unsigned data2 = 0;
+    unsigned data3 = 0;
+    unsigned d[8];
+    const int fields = std::sscanf(text, "{%8" SCNx32 "-%4x-%4x-%2x%2x-%2x%2x%2x%2x%2x%2x}", &parsed.data1,
+                                   &data2, &data3, &d[0], &d[1], &d[2], &d[3], &d[4], &d[5], &d[6], &d[7]);
+    if (fields != 11)
+        return;
+    parsed.data2 = static_cast<std::uint16_t>(data2);
+    parsed.data3 = static_cast<std::uint16_t>(data3);
+    std::transform(d, d + 8, parsed.data4.begin(),
+                   [](unsigned byte) { return static_cast<std::uint8_t>(byte); });
+    id = parsed;
+}
+
+} // namespace
+
+void read(Metadata& into, const IO& io, const LASHeader& header,
+          const std::vector<LASVariableRecord>& records)
+{
+    addText(into, systemID, header.systemIdentifier);
+    addText(into, generatingSoftware, header.generatingSoftware);
+    addProjectID(into, header.projectID);
+    addText(into, fileSourceID, std::to_string(header.fileSourceID));
+    char date[16];
+    std::snprintf(date, sizeof date, "%04d-%03d", header.creationYear, header.creationDay);
+    addText(into, fileCreationDate, date);
+    addCountsByReturn(into, header);
+    addBoundingBox(into, header);
+    for (const LASVariableRecord& record : records) {
+        if (record.length > maxValueBytes || record.isCompression())
+            continue;
+        const auto value = readLASRecordValue(io, record);
+        const std::string key = record.userID + separator + std::to_string(record.recordID);
+        // Metadata::add() requires an address, also for no bytes.
+        into.add(key.c_str(), record.description.c_str(), METADATA_BLOB,
+                 value.empty() ? "" : static_cast<const void*>(value.data()), value.size());
+    }
+}
+
+void apply(const Metadata& metadata, LASHeader& header)
+{
+    if (const char* text = findText(metadata, systemID))
+        header.systemIdentifier = text;
+    if (const char* text = findText(metadata, projectID))
+        applyProjectID(text, header.projectID);
+    if (const char* text = findText(metadata, fileSourceID)) {
+        int id = 0;
+        if (std::sscanf(text, "%d", &id) == 1)
+            header.fileSourceID = static_cast<std::uint16_t>(id);
+    }
+}
+
+std::optional<RecordKey> parseRecordKey(const char* key)
+{
+    const char* const end = std::strstr(key, separator);
+    if (!end)
+        return std::nullopt;
+    const auto length = std::min(static_cast<std::size_t>(end - key), LASVariableRecord::userIDBytes);
+    const long number = std::strtol(end + std::strlen(separator), nullptr, 10);
+    if (number < 0 || number > UINT16_MAX)
+        return std::nullopt;
+    return RecordKey{std::string(key, length), static_cast<std::uint16_t>(number)};
+}
+
+} // namespace Quillmoran::LASMetadata

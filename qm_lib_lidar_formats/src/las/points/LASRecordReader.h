@@ -1,0 +1,40 @@
+// Reads a file's point records in order, in the layout of their point format. LASzip decompresses those of a
+// LAZ file. Used by one thread at a time.
+#pragma once
+
+#include "las/header/LASHeader.h"
+#include "las/laszip/LASzipChunks.h"
+#include <vxunpack/IO.h>
+#include <vxunpack/PointInfo.h>
+
+#include <cstddef>
+#include <memory>
+
+namespace Quillmoran {
+
+class LASRecordReader
+{
+public:
+    // The reader for a file with this header; it keeps `io` open. Fields of channels that are not wanted have
+    // unspecified values. LASRead when LASzip refuses the file.
+    static std::unique_ptr<LASRecordReader> create(IO* io, const LASHeader& header,
+                                                   const LASzipChunks& chunks, const PointInfo& wanted);
+
+    virtual ~LASRecordReader() = default;
+    LASRecordReader(const LASRecordReader&) = delete;
+    LASRecordReader& operator=(const LASRecordReader&) = delete;
+
+    // Bytes from one record to the next in the output of read().
+    std::size_t stride() const noexcept { return m_stride; }
+    // The next `count` records. LASRead when the file ends before them or is malformed; later calls throw,
+    // too.
+    virtual void read(unsigned char* records, std::size_t count) = 0;
+
+protected:
+    explicit LASRecordReader(std::size_t stride) : m_stride(stride) {}
+
+private:
+    std::size_t m_stride;
+};
+
+} // namespace Quillmoran

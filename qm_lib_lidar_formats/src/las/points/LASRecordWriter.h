@@ -1,0 +1,35 @@
+// Writes point records in order after a LAS header: unchanged, or compressed by LASzip. Used by one thread at
+// a time.
+#pragma once
+
+#include "las/header/LASHeader.h"
+#include <vxunpack/IO.h>
+
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+namespace Quillmoran {
+
+class LASRecordWriter
+{
+public:
+    // Writes from header.pointDataOffset on. `io` must be open until the writer is destroyed.
+    static std::unique_ptr<LASRecordWriter> create(IO& io, const LASHeader& header);
+    // The VLR that a compressed file with this header needs, with its VLR header.
+    static std::vector<unsigned char> compressionRecord(const LASHeader& header);
+
+    virtual ~LASRecordWriter() = default;
+    LASRecordWriter(const LASRecordWriter&) = delete;
+    LASRecordWriter& operator=(const LASRecordWriter&) = delete;
+
+    // Each record has header.recordLength bytes. Throws the errors of `io`, or LASRead with LASzip's message.
+    virtual void write(const unsigned char* records, std::size_t count) = 0;
+    // Completes the point data; throws as write() does.
+    virtual void finish() = 0;
+
+protected:
+    LASRecordWriter() = default;
+};
+
+} // namespace Quillmoran

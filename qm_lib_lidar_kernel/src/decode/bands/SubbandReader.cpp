@@ -1,0 +1,302 @@
+#include "decode/bands/SubbandReader.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace Quillmoran {
+
+namespace {
+
+// Far above what any writer uses; bounds what one damaged record can make a leaf allocate.
+constexpr std::uint64_t maxSubblockSamples = std::uint64_t{1} << 24;
+
+} // namespace
+
+void SubblockCheckpoints::reset(const Checkpoint& start, std::size_t latest)
+{
+    m_stride = smallestStride;
+    m_places.assign(1, start);
+    m_latest.assign(latest, start);
+    m_oldest = 0;
+}
+
+void SubblockCheckpoints::offer(const Checkpoint& place)
+{
+    m_latest[m_oldest] = place;
+    m_oldest = m_oldest + 1 == m_latest.size() ? 0 : m_oldest + 1;
+    if (place.headers - m_places.back().headers < m_stride)
+        return;
+    if (m_places.size() == capacity) {
+        for (std::size_t i = 1; i < capacity / 2; ++i)
+            m_places[i] = m_places[2 * i];
+        m_places.resize(capacity / 2);
+        m_stride *= 2;
+        if (place.headers - m_places.back().headers < m_stride)
+            return;
+    }
+    m_places.push_back(place);
+}
+
+const SubblockCheckpoints::Checkpoint& SubblockCheckpoints::before(std::uint64_t subblock) const
+{
+    const auto behind =
+        std::upper_bound(m_places.begin(), m_places.end(), subblock,
+                         [](std::uint64_t value, const Checkpoint& place) { return value < place.subblock; });
+    const Checkpoint* best = &*std::prev(behind); // the first place is subblock 0
+    for (const Checkpoint& place : m_latest)
+        if (place.subblock <= subblock && place.subblock > best->subblock)
+            best = &place;
+    return *best;
+}
+
+namespace {
+
+// A chain's stages look back up to this many samples of a band.
+constexpr std::size_t mostLookBack = 32;
+
+// A stream over a stretch that ends where the stretch ends. Coarse bands are small, and so is their buffer.
+void openStretch(SubblockReader& reader, const IO::Location& stretch, Scoped<IO>& bounded,
+                 StreamReader& stream)
+{
+    constexpr std::int64_t largestBuffer = 16384;
+    bounded.reset(BoundedIO::create(stretch));
+    const std::int64_t bytes = std::clamp<std::int64_t>(stretch.length(), 1, largestBuffer);
+    reader.takeMemory(static_cast<std::uint64_t>(bytes));
+    stream.init(bounded.get(), true, static_cast<std::size_t>(bytes));
+    stream.seek(stretch.offset(), Stream::SEEK_FROM_START);
+}
+
+} // namespace
+
+template <class T>
+SubbandReaderImp<T>::SubbandReaderImp(SubblockReader& reader, unsigned level, bool isHigh,
+                                      const BandStretches& stretches, std::int64_t numSamples)
+    : SubbandSource(reader.getDataType(), reader.getTransformType(), reader.getName(), level, isHigh,
+                    reader.getSubblockSize(), numSamples),
+      m_reader(reader),
+      m_stretches(stretches)
+{
+    if (std::min<std::uint64_t>(getBlockSize(), static_cast<std::uint64_t>(numSamples)) > maxSubblockSamples)
+        QM_THROW(ErrorCode::WaveletHeaderRead, "bad read -- channel info");
+}
+
+template <class T>
+void SubbandReaderImp<T>::begin(std::int64_t position)
+{
+    end();
+    m_next = 0;
+    m_pendingZeros = 0;
+    m_position = position;
+}
+
+template <class T>
+void SubbandReaderImp<T>::open()
+{
+    openStretch(m_reader, m_stretches.headers, m_headerStretch, m_headers);
+    if (!m_stretches.interleaved)
+        openStretch(m_reader, m_stretches.data, m_dataStretch, m_data);
+    m_checkpoints.reset({0, m_headers.tell(), dataStream().tell(), 0}, mostLookBack / getBlockSize() + 2);
+}
+
+template <class T>
+void SubbandReaderImp<T>::seek(std::int64_t position)
+{
+    m_position = position; // the streams follow when samples are asked for
+    m_current = 0;
+}
+
+template <class T>
+void SubbandReaderImp<T>::walkTo(std::uint64_t subblock)
+{
+    const auto& place = m_checkpoints.before(subblock);
+    // Resuming helps backwards, and forwards over headers that were walked before.
+    if (subblock < m_next || place.subblock > m_next) {
+        m_headers.seek(place.headers, Stream::SEEK_FROM_START);
+        if (!m_stretches.interleaved)
+            m_data.seek(place.data, Stream::SEEK_FROM_START);
+        m_pendingZeros = place.pendingZeros;
+        m_next = place.subblock;
+    }
+    m_pendingZeros = m_reader.skipSubblocks(subblock - m_next, m_headers, dataStream(), m_pendingZeros);
+    m_next = subblock;
+    m_checkpoints.offer({m_next, m_headers.tell(), dataStream().tell(), m_pendingZeros});
+}
+
+template <class T>
+std::int64_t SubbandReaderImp<T>::startOf(const Piece& piece) const noexcept
+{
+    return static_cast<std::int64_t>(piece.firstSubblock * getBlockSize());
+}
+
+template <class T>
+std::int64_t SubbandReaderImp<T>::endOf(const Piece& piece) const noexcept
+{
+    // The band's last subblock may be short; multiplied out, its end may not fit.
+    const auto numSamples = static_cast<std::uint64_t>(getNumSamples());
+    return static_cast<std::int64_t>(
+        piece.endSubblock > numSamples / getBlockSize() ? numSamples : piece.endSubblock * getBlockSize());
+}
+
+template <class T>
+void SubbandReaderImp<T>::dropBefore(std::uint64_t subblock)
+{
+    const auto holds = [subblock](const Piece& piece) {
+        return piece.firstSubblock <= subblock && subblock < piece.endSubblock;
+    };
+    const auto first = std::find_if(m_pieces.begin(), m_pieces.end(), holds);
+    m_pieces.erase(m_pieces.begin(), first);
+    m_current = 0;
+    m_payloads.clear();
+    // What is kept moves to the front; that is the rest of a subblock or two.
+    std::size_t kept = 0;
+    for (Piece& piece : m_pieces) {
+        if (piece.samples == noSamples)
+            continue;
+        if (piece.samples != kept)
+            std::memmove(m_samples.get() + kept, m_samples.get() + piece.samples, piece.count * sizeof(T));
+        piece.samples = kept;
+        kept += piece.count;
+    }
+    m_numSamples = kept;
+}
+
+template <class T>
+void SubbandReaderImp<T>::prepare(std::size_t count, std::vector<CodedSubblock>& work)
+{
+    if (count == 0 || m_position >= getNumSamples())
+        return;
+    const std::uint64_t left = static_cast<std::uint64_t>(getNumSamples() - m_position);
+    const std::int64_t last =
+        m_position + static_cast<std::int64_t>(std::min<std::uint64_t>(count, left)) - 1;
+    if (!m_headerStretch)
+        open();
+    dropBefore(subblockOf(m_position));
+    const std::size_t prepared = m_pieces.size();
+    const std::uint64_t endSubblock = subblockOf(last) + 1;
+    std::uint64_t next = m_pieces.empty() ? subblockOf(m_position) : m_pieces.back().endSubblock;
+    if (next < endSubblock && next != m_next)
+        walkTo(next);
+    try {
+        while (m_pieces.empty() || m_pieces.back().endSubblock < endSubblock)
+            addPiece(endSubblock);
+    } catch (...) {
+        m_pieces.clear(); // those that were added will not be decoded
+        throw;
+    }
+    // Once all are read the buffers stay where they are.
+    for (std::size_t i = prepared; i < m_pieces.size(); ++i) {
+        const Piece& piece = m_pieces[i];
+        if (piece.samples != noSamples)
+            work.push_back({piece.header, m_payloads.data() + piece.payload, m_samples.get() + piece.samples,
+                            piece.count});
+    }
+}
+
+template <class T>
+void SubbandReaderImp<T>::addPiece(std::uint64_t end)
+{
+    if (m_pieces.size() == m_pieces.capacity()) {
+        const std::size_t added = m_pieces.capacity() + 1;
+        m_reader.takeMemory(added * sizeof(Piece));
+        m_pieces.reserve(m_pieces.capacity() + added);
+    }
+    Piece piece;
+    piece.firstSubblock = m_next;
+    if (m_pendingZeros == 0)
+        m_pendingZeros = m_reader.readHeader(m_headers, piece.header);
+    if (m_pendingZeros != 0) {
+        const std::uint64_t zeros = std::min<std::uint64_t>(m_pendingZeros, end - m_next);
+        m_pendingZeros -= static_cast<std::size_t>(zeros);
+        m_next += zeros;
+    } else {
+        const std::uint64_t behind = static_cast<std::uint64_t>(getNumSamples()) - m_next * getBlockSize();
+        piece.count = static_cast<std::size_t>(std::min<std::uint64_t>(getBlockSize(), behind));
+        piece.payload = m_payloads.size();
+        m_reader.readPayload(piece.header, dataStream(), m_payloads);
+        reserveSamples(m_numSamples + piece.count);
+        piece.samples = m_numSamples;
+        m_numSamples += piece.count;
+        ++m_next;
+    }
+    piece.endSubblock = m_next;
+    m_pieces.push_back(piece);
+    m_checkpoints.offer({m_next, m_headers.tell(), dataStream().tell(), m_pendingZeros});
+}
+
+template <class T>
+void SubbandReaderImp<T>::reserveSamples(std::size_t count)
+{
+    if (count <= m_capacity)
+        return;
+    constexpr std::size_t mostSpare = 4096;
+    const std::size_t capacity = std::max(count, std::min(2 * m_capacity, count + mostSpare));
+    m_reader.takeMemory((capacity - m_capacity) * sizeof(T));
+    Buffer<T> larger = makeBuffer<T>(capacity);
+    std::copy_n(m_samples.get(), m_numSamples, larger.get());
+    m_samples = std::move(larger);
+    m_capacity = capacity;
+}
+
+template <class T>
+void SubbandReaderImp<T>::prepareAndDecode(std::size_t count)
+{
+    std::vector<CodedSubblock> work;
+    prepare(count, work);
+    try {
+        for (const CodedSubblock& subblock : work)
+            m_reader.decode(subblock);
+    } catch (...) {
+        m_pieces.clear();
+        throw;
+    }
+}
+
+template <class T>
+std::size_t SubbandReaderImp<T>::get(void* out, std::size_t count)
+{
+    const std::int64_t left = std::max<std::int64_t>(getNumSamples() - m_position, 0);
+    count = static_cast<std::size_t>(std::min<std::uint64_t>(count, static_cast<std::uint64_t>(left)));
+    if (m_pieces.empty() || m_position < startOf(m_pieces.front()) ||
+        m_position + static_cast<std::int64_t>(count) > endOf(m_pieces.back()))
+        prepareAndDecode(count);
+    auto* samples = static_cast<T*>(out);
+    for (std::size_t copied = 0; copied < count;) {
+        const Piece& piece = m_pieces[m_current];
+        if (m_position >= endOf(piece)) {
+            ++m_current;
+            continue;
+        }
+        const std::size_t taken =
+            std::min(count - copied, static_cast<std::size_t>(endOf(piece) - m_position));
+        if (piece.samples == noSamples) {
+            std::fill_n(samples + copied, taken, T(0));
+        } else {
+            const auto inside = static_cast<std::size_t>(m_position - startOf(piece));
+            std::memcpy(samples + copied, m_samples.get() + piece.samples + inside, taken * sizeof(T));
+        }
+        copied += taken;
+        m_position += static_cast<std::int64_t>(taken);
+    }
+    return count;
+}
+
+template <class T>
+void SubbandReaderImp<T>::end()
+{
+    m_headers.close();
+    m_data.close();
+    m_headerStretch.reset();
+    m_pieces.clear();
+    m_current = 0;
+    m_payloads.clear();
+    m_samples.reset();
+    m_numSamples = m_capacity = 0;
+}
+
+template class SubbandReaderImp<std::int16_t>;
+template class SubbandReaderImp<std::int32_t>;
+template class SubbandReaderImp<std::int64_t>;
+template class SubbandReaderImp<float>;
+template class SubbandReaderImp<double>;
+
+} // namespace Quillmoran

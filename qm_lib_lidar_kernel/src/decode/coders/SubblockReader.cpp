@@ -1,0 +1,147 @@
+#include "decode/coders/SubblockReader.h"
+
+#include "decode/MemoryBudget.h"
+#include "decode/coders/ACInteger.h"
+#include "decode/coders/GZFloatingPoint.h"
+#include "decode/coders/MQInteger.h"
+#include "platform/Stream.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr ErrorCode subblockError = ErrorCode::SubbandRead;
+
+template <template <class> class Coder, class... Arguments>
+std::unique_ptr<SubblockReader> createInteger(DataType type, Arguments... arguments)
+{
+    switch (type) {
+    case SINT16:
+        return std::make_unique<Coder<std::int16_t>>(type, arguments...);
+    case SINT32:
+        return std::make_unique<Coder<std::int32_t>>(type, arguments...);
+    case SINT64:
+        return std::make_unique<Coder<std::int64_t>>(type, arguments...);
+    default:
+        QM_THROW(ErrorCode::InvalidArgument, "unkown datatype");
+    }
+}
+
+} // namespace
+
+std::unique_ptr<SubblockReader> SubblockReader::create(DataType type, TransformType transform,
+                                                       const char* name, std::size_t subblockSize,
+                                                       bool perPlaneLengths)
+{
+    switch (TransformUtils::getCoder(transform)) {
+    case TransformUtils::Coder::MQ:
+        return createInteger<MQInteger>(type, transform, name, subblockSize, perPlaneLengths);
+    case TransformUtils::Coder::Arithmetic:
+        return createInteger<ACInteger>(type, transform, name, subblockSize);
+    case TransformUtils::Coder::Deflate:
+        if (type == FLOAT32)
+            return std::make_unique<GZFloatingPoint<float>>(type, transform, name, subblockSize);
+        if (type == FLOAT64)
+            return std::make_unique<GZFloatingPoint<double>>(type, transform, name, subblockSize);
+        QM_THROW(ErrorCode::InvalidArgument, "unkown datatype");
+    }
+    QM_THROW(ErrorCode::InvalidArgument, "unkown transform");
+}
+
+SubblockReader::SubblockReader(DataType type, TransformType transform, const char* name,
+                               std::size_t subblockSize, bool perPlaneLengths)
+    : m_dataType(type),
+      m_transform(transform),
+      m_name(name),
+      m_subblockSize(subblockSize),
+      m_perPlaneLengths(perPlaneLengths)
+{}
+
+void SubblockReader::takeMemory(std::uint64_t bytes)
+{
+    if (m_budget)
+        m_budget->take(bytes);
+}
+
+std::size_t SubblockReader::readHeader(StreamReader& headers, SubblockHeader& header) const
+{
+    header = {};
+    const std::size_t zeros = readSubblockHeader(headers, header);
+    if (header.payloadLength > m_payloadCapacity)
+        QM_THROW(subblockError, "bad read -- subblock data");
+    return zeros;
+}
+
+std::size_t SubblockReader::readSubblockHeader(StreamReader& headers, SubblockHeader& header) const
+{
+    std::uint32_t value = 0;
+    if (!headers.get_be(value))
+        QM_THROW(subblockError, "bad read -- subblock header");
+    if (value < firstPayloadHeader)
+        return std::size_t{value} + 1;
+    header.payloadLength = value - firstPayloadHeader;
+    return 0;
+}
+
+void SubblockReader::readPayload(const SubblockHeader& header, StreamReader& data,
+                                 std::vector<std::uint8_t>& bytes)
+{
+    if (header.payloadLength > data.remaining())
+        QM_THROW(subblockError, "bad read -- subblock data");
+    const auto length = static_cast<std::size_t>(header.payloadLength);
+    const std::size_t before = bytes.size();
+    const std::size_t capacity = bytes.capacity();
+    if (length > capacity - before) {
+        const std::size_t wanted = std::max(before + length, capacity + capacity / 2);
+        takeMemory(wanted - capacity);
+        bytes.reserve(wanted);
+    }
+    bytes.resize(before + length);
+    if (data.read(bytes.data() + before, length) != length)
+        QM_THROW(subblockError, "bad read -- subblock data");
+}
+
+void SubblockReader::decodeTwo(const CodedSubblock& first, const CodedSubblock& second) const
+{
+    decode(first);
+    decode(second);
+}
+
+std::size_t SubblockReader::loadSubblock(std::size_t, StreamReader& headers, StreamReader& data, void* out,
+                                         std::size_t count, std::size_t pendingZeros)
+{
+    SubblockHeader header;
+    const std::size_t zeros = pendingZeros != 0 ? pendingZeros : readHeader(headers, header);
+    if (zeros != 0) {
+        std::memset(out, 0, count * elementSize());
+        return zeros - 1;
+    }
+    m_payload.clear();
+    readPayload(header, data, m_payload);
+    if (count != 0)
+        decode({header, m_payload.data(), out, count});
+    return 0;
+}
+
+std::size_t SubblockReader::skipSubblocks(std::uint64_t skip, StreamReader& headers, StreamReader& data,
+                                          std::size_t pendingZeros) const
+{
+    for (;;) {
+        const std::uint64_t taken = std::min<std::uint64_t>(pendingZeros, skip);
+        pendingZeros -= static_cast<std::size_t>(taken);
+        skip -= taken;
+        if (skip == 0)
+            return pendingZeros;
+        SubblockHeader header;
+        pendingZeros = readHeader(headers, header);
+        if (pendingZeros == 0) {
+            data.seek(static_cast<std::int64_t>(header.payloadLength), Stream::SEEK_FROM_CURRENT);
+            --skip;
+        }
+    }
+}
+
+} // namespace Quillmoran

@@ -1,0 +1,58 @@
+// The payload of one chunk while it is read: counts down what is left of it, so that no field is taken from
+// the bytes behind the chunk. The one place where fields are compared with their chunk.
+#pragma once
+
+#include "decode/container/BaseChunkReader.h"
+#include "platform/CheckedMath.h"
+
+#include <algorithm>
+
+namespace Quillmoran {
+
+class BaseChunkReader::Payload
+{
+public:
+    Payload(StreamReader& stream, std::int64_t length)
+        : m_stream(stream),
+          m_end(saturatingAdd(stream.tell(), length)),
+          m_left(static_cast<std::uint64_t>(length))
+    {}
+
+    std::uint64_t left() const noexcept { return m_left; }
+
+    template <class T>
+    [[nodiscard]] bool get_be(T& value)
+    {
+        return take(sizeof(T)) && m_stream.get_be(value);
+    }
+
+    // Whether `count` bytes are there, in the payload and in the file: asked before anything is allocated for
+    // them.
+    [[nodiscard]] bool holds(std::uint64_t count) const
+    {
+        return count <= m_left && count <= m_stream.remaining();
+    }
+
+    [[nodiscard]] bool read(void* buffer, std::size_t count)
+    {
+        return take(count) && m_stream.read(buffer, count) == count;
+    }
+
+    // Accounts for bytes that were read from the stream directly.
+    [[nodiscard]] bool take(std::uint64_t count) noexcept
+    {
+        if (count > m_left)
+            return false;
+        m_left -= count;
+        return true;
+    }
+
+    void skipRest() { m_stream.seek(m_end, Stream::SEEK_FROM_START); }
+
+private:
+    StreamReader& m_stream;
+    std::int64_t m_end; // position behind the payload
+    std::uint64_t m_left;
+};
+
+} // namespace Quillmoran

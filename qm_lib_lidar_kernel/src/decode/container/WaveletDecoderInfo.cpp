@@ -1,0 +1,264 @@
+#include "decode/container/WaveletDecoderInfo.h"
+
+#include "common/container/ChunkHeader.h"
+#include "decode/container/ChunkReader.h"
+#include "model/ChannelNames.h"
+#include <vxunpack/Base.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr std::uint32_t singleLengthVersion = 0x04000004;
+
+bool isSplitPart(const WaveletChannelInfo& channel)
+{
+    return channel.nameBehind(WaveletChannelInfo::fraction32Prefix) ||
+           channel.nameBehind(WaveletChannelInfo::fraction64Prefix) ||
+           channel.nameBehind(WaveletChannelInfo::exponentPrefix) ||
+           channel.nameBehind(WaveletChannelInfo::signPrefix);
+}
+
+} // namespace
+
+WaveletDecoderInfo* WaveletDecoderInfo::create(std::uint32_t fileVersion)
+{
+    return new WaveletDecoderInfo(fileVersion);
+}
+
+void WaveletDecoderInfo::load(ChunkReader& reader, std::int64_t& remaining)
+{
+    m_file = Scoped<IO>::retained(reader.stream().getIO());
+    ChunkHeader chunk;
+    reader.readChunkHeader(chunk, remaining, CHUNK_WAVELET_HEADER, ErrorCode::WaveletHeaderRead);
+    ChunkReader::WaveletHeader header = reader.readWaveletHeader(chunk.length);
+    m_numPoints = header.numPoints;
+    m_numLevels = header.numLevels;
+    m_channels = std::move(header.channels);
+    for (const WaveletDecoderChannelInfo& channel : m_channels)
+        m_largestSubblock = std::max(m_largestSubblock, channel.getSubblockSize());
+
+    reader.readChunkHeader(chunk, remaining, CHUNK_INDEX, ErrorCode::IndexChunkRead);
+    m_pointsPerEntry = reader.readIndex(chunk.length, m_index);
+    m_indexLength = chunk.length;
+    readBands(reader, remaining);
+}
+
+void WaveletDecoderInfo::readBands(ChunkReader& reader, std::int64_t& remaining)
+{
+    // Bands are kept as they are met: the file's counts alone allocate nothing.
+    for (std::size_t c = 0; c < m_channels.size(); ++c) {
+        for (std::uint32_t level = 0; level < m_numLevels; ++level) {
+            ChunkHeader chunk;
+            reader.readChunkHeader(chunk, remaining, CHUNK_SUBBAND, ErrorCode::SubbandRead);
+            WaveletDecoderChannelInfo::Band& band = m_channels[c].getBands().emplace_back();
+            reader.readSubband(chunk.length, static_cast<std::uint32_t>(c), level, band.first, band.second);
+        }
+    }
+}
+
+void WaveletDecoderInfo::finish()
+{
+    indexNames();
+    m_bounds.x = getAxisBounds(ChannelNames::x, &Bounds::x);
+    m_bounds.y = getAxisBounds(ChannelNames::y, &Bounds::y);
+    m_bounds.z = getAxisBounds(ChannelNames::z, &Bounds::z);
+    m_bandLayout = BandLayout::detect(*this);
+}
+
+void WaveletDecoderInfo::indexNames()
+{
+    m_wholes = m_fractions = m_exponents = m_signs = NameIndex();
+    for (std::size_t i = 0; i < m_channels.size(); ++i) {
+        const WaveletChannelInfo& channel = m_channels[i];
+        if (const char* wide = channel.nameBehind(WaveletChannelInfo::fraction64Prefix))
+            m_fractions.add(wide, i);
+        else if (const char* narrow = channel.nameBehind(WaveletChannelInfo::fraction32Prefix))
+            m_fractions.add(narrow, i);
+        else if (const char* exponent = channel.nameBehind(WaveletChannelInfo::exponentPrefix))
+            m_exponents.add(exponent, i);
+        else if (const char* sign = channel.nameBehind(WaveletChannelInfo::signPrefix))
+            m_signs.add(sign, i);
+        else
+            m_wholes.add(channel.getName(), i);
+    }
+    for (NameIndex* index : {&m_wholes, &m_fractions, &m_exponents, &m_signs})
+        index->finish();
+}
+
+Bounds WaveletDecoderInfo::getIndexBounds() const
+{
+    try {
+        return m_index->getBounds();
+    } catch (const Error&) {
+        return Bounds::Huge(); // an index without boxes
+    }
+}
+
+Bounds::Range WaveletDecoderInfo::getAxisBounds(const char* name, Bounds::Range Bounds::*axis) const
+{
+    const auto index = getChannel(name);
+    if (!index)
+        return getIndexBounds().*axis;
+    const WaveletChannelInfo& channel = m_channels[*index];
+    if (TransformUtils::isFloatingPoint(channel.getTransformType()))
+        return {channel.getMinimum().real, channel.getMaximum().real};
+    const auto toCoordinate = [&channel](std::int64_t value) {
+        return static_cast<double>(value) * channel.getScale() + channel.getOffset();
+    };
+    return {toCoordinate(channel.getMinimum().integer), toCoordinate(channel.getMaximum().integer)};
+}
+
+PointInfo WaveletDecoderInfo::getPointInfo() const
+{
+    PointInfo layout;
+    for (const WaveletDecoderChannelInfo& channel : m_channels) {
+        ChannelInfo info;
+        if (!isSplitPart(channel)) {
+            info.init(channel.getName(), channel.getDataType(), std::max(channel.getBits(), 1),
+                      channel.getScale());
+        } else if (const char* name = channel.nameBehind(WaveletChannelInfo::fraction64Prefix)) {
+            info.init(name, FLOAT64, 0, 0);
+        } else if (const char* narrow = channel.nameBehind(WaveletChannelInfo::fraction32Prefix)) {
+            info.init(narrow, FLOAT32, 0, 0);
+        } else {
+            continue; // exponent and sign come with their fraction
+        }
+        layout.append(info);
+    }
+    return layout;
+}
+
+const WaveletDecoderChannelInfo& WaveletDecoderInfo::getChannel(std::size_t index) const
+{
+    if (index >= m_channels.size())
+        QM_THROW(ErrorCode::NoSuchChannel, "bad channel index");
+    return m_channels[index];
+}
+
+std::optional<std::size_t> WaveletDecoderInfo::getChannel(const char* name) const
+{
+    return m_wholes.find(name);
+}
+
+std::optional<WaveletDecoderInfo::SplitChannel> WaveletDecoderInfo::getSplitChannel(const char* name) const
+{
+    const auto fraction = m_fractions.find(name);
+    const auto exponent = m_exponents.find(name);
+    const auto sign = m_signs.find(name);
+    if (!fraction || !exponent || !sign)
+        return std::nullopt;
+    return SplitChannel{*fraction, *exponent, *sign};
+}
+
+std::int64_t WaveletDecoderInfo::getNumSamples(std::uint32_t level) const noexcept
+{
+    return ((m_numPoints - 1) >> std::min(level, 63u)) + 1;
+}
+
+std::uint32_t WaveletDecoderInfo::getLevel(double fraction) const noexcept
+{
+    const double level = std::floor(-std::log(fraction) / std::log(2.0));
+    if (!(level > 0))
+        return 0;
+    return static_cast<std::uint32_t>(std::min(level, static_cast<double>(m_numLevels - 1)));
+}
+
+std::vector<WaveletDecoderInfo::PointRange> WaveletDecoderInfo::getPointRanges(std::uint32_t level,
+                                                                               const Bounds& bounds) const
+{
+    if (m_numPoints == 0)
+        return {};
+    const PointRange everything{0, getNumSamples(level)};
+    const std::uint64_t numEntries = m_index->getCount();
+    if (bounds.contains(m_bounds) || numEntries == 0)
+        return {everything};
+
+    std::vector<PointRange> ranges;
+    std::size_t joinAt = std::size_t{1} << 16;
+    std::uint64_t matches = 0;
+    const Scoped<RTree::Iterator> entries(m_index->createIterator());
+    const auto numPoints = static_cast<std::uint64_t>(m_numPoints);
+    for (std::int64_t value = 0; entries->next(bounds, value);) {
+        ++matches;
+        // An entry that begins behind the last point covers none.
+        std::uint64_t start;
+        if (value < 0 ||
+            __builtin_mul_overflow(static_cast<std::uint64_t>(value), m_pointsPerEntry, &start) ||
+            start >= numPoints)
+            continue;
+        const std::uint64_t length = std::min<std::uint64_t>(m_pointsPerEntry, numPoints - start);
+        ranges.push_back({static_cast<std::int64_t>(start), static_cast<std::int64_t>(length)});
+        // Joined as they come, so that a box with most of the file takes no memory for each of its entries.
+        if (ranges.size() >= joinAt) {
+            merge(ranges);
+            joinAt = std::max(joinAt, 2 * ranges.size());
+        }
+    }
+    if (matches == numEntries)
+        return {everything};
+
+    merge(ranges);
+    for (std::uint32_t step = 0; step < level; ++step) {
+        for (PointRange& range : ranges) {
+            // Unsigned: the sums may pass 2^63.
+            const std::uint64_t end = (static_cast<std::uint64_t>(range.start + range.length) + 1) / 2;
+            range.start = static_cast<std::int64_t>((static_cast<std::uint64_t>(range.start) + 1) / 2);
+            range.length = static_cast<std::int64_t>(end) - range.start;
+        }
+        merge(ranges);
+    }
+    ranges.erase(std::remove_if(ranges.begin(), ranges.end(),
+                                [](const PointRange& range) { return range.length == 0; }),
+                 ranges.end());
+    return ranges;
+}
+
+void WaveletDecoderInfo::merge(std::vector<PointRange>& ranges) const
+{
+    // From level to level they stay in order.
+    const auto comesFirst = [](const PointRange& a, const PointRange& b) { return a.start < b.start; };
+    if (!std::is_sorted(ranges.begin(), ranges.end(), comesFirst))
+        std::sort(ranges.begin(), ranges.end(), comesFirst);
+    std::size_t merged = 0; // ranges [0, merged) are done, the last of them may still grow
+    for (const PointRange& range : ranges) {
+        if (merged != 0) {
+            PointRange& last = ranges[merged - 1];
+            const std::int64_t gap = range.start - (last.start + last.length);
+            if (gap <= static_cast<std::int64_t>(m_largestSubblock)) {
+                last.length = std::max(last.start + last.length, range.start + range.length) - last.start;
+                continue;
+            }
+        }
+        ranges[merged++] = range;
+    }
+    ranges.resize(merged);
+}
+
+BandStretches WaveletDecoderInfo::getBandStretches(const WaveletDecoderChannelInfo& channel,
+                                                   std::size_t index) const
+{
+    const WaveletDecoderChannelInfo::Band& band = channel.getBands()[index];
+    if (!band.first.io())
+        return {band.second, band.second, true};
+    const bool swapped = m_bandLayout.singleStretch ? band.first.length() == 0 : m_bandLayout.swapped;
+    return swapped ? BandStretches{band.second, band.first} : BandStretches{band.first, band.second};
+}
+
+bool WaveletDecoderInfo::isBeforeSingleLengths() const noexcept
+{
+    return m_fileVersion < singleLengthVersion;
+}
+
+bool WaveletDecoderInfo::hasPlaneLengths(const WaveletDecoderChannelInfo& channel) const
+{
+    return isBeforeSingleLengths() &&
+           (TransformUtils::isWavelet(channel.getTransformType()) || m_bandLayout.planeLengthsWithoutLifting);
+}
+
+} // namespace Quillmoran

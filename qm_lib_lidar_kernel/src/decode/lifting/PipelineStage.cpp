@@ -1,0 +1,220 @@
+#include "decode/lifting/PipelineStage.h"
+
+#include "common/coders/TransformUtils.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace Quillmoran {
+
+namespace {
+
+template <class T>
+void interleave(T* __restrict out, const T* __restrict low, const T* __restrict high, std::size_t pairs)
+{
+    for (std::size_t i = 0; i < pairs; ++i) {
+        out[2 * i] = low[i];
+        out[2 * i + 1] = high[i];
+    }
+}
+
+// The `pad` cells on one side of a band as copies of its outermost sample, zeros for a band without samples.
+template <class T>
+void extendLeft(T* cells, std::size_t count, std::size_t pad)
+{
+    std::fill(cells - pad, cells, count != 0 ? cells[0] : T(0));
+}
+
+template <class T>
+void extendRight(T* cells, std::size_t count, std::size_t behind)
+{
+    std::fill_n(cells + count, behind, count != 0 ? cells[count - 1] : T(0));
+}
+
+} // namespace
+
+template <class T>
+PipelineStageImp<T>::PipelineStageImp(std::size_t blockSize, std::unique_ptr<SubbandSource> low,
+                                      std::unique_ptr<SubbandSource> high)
+    : SubbandSource(low->getDataType(), low->getTransformType(), low->getName(), low->getLevel() + 1, false,
+                    blockSize, low->getNumSamples() + high->getNumSamples()),
+      m_low(std::move(low)),
+      m_high(std::move(high)),
+      m_pad(TransformUtils::getPadding(getTransformType())),
+      m_capacity(blockSize + 4 * m_pad)
+{
+    TransformUtils::getInverseWavelet(getDataType(), getTransformType(), m_predict, m_update);
+}
+
+template <class T>
+void PipelineStageImp<T>::begin(std::int64_t position)
+{
+    if (!m_lowBuffer) {
+        // At the right end the high band is extended by up to pad cells behind the low one's end.
+        m_lowBuffer = makeBuffer<T>(m_capacity + 3 * m_pad);
+        m_highBuffer = makeBuffer<T>(m_capacity + 3 * m_pad);
+    }
+    const std::int64_t first = restart(position);
+    m_low->begin(first);
+    m_high->begin(first);
+}
+
+template <class T>
+void PipelineStageImp<T>::seek(std::int64_t position)
+{
+    const std::int64_t inside = position - 2 * m_base;
+    const auto from = static_cast<std::int64_t>(2 * m_first);
+    if (inside >= from && inside < static_cast<std::int64_t>(std::max(finished(), m_cursor + 1))) {
+        m_cursor = static_cast<std::size_t>(inside);
+        return;
+    }
+    const std::int64_t first = restart(position);
+    m_low->seek(first);
+    m_high->seek(first);
+}
+
+template <class T>
+std::int64_t PipelineStageImp<T>::restart(std::int64_t position)
+{
+    const std::int64_t pair = position / 2;
+    m_base = std::max<std::int64_t>(pair - static_cast<std::int64_t>(2 * m_pad), 0);
+    // In the middle of a band the first cells lack their left neighbours.
+    m_restored = m_base == 0 ? 0 : m_pad;
+    m_predicted = m_first = m_base == 0 ? 0 : 2 * m_pad - 1;
+    m_lowEnd = m_highEnd = 0;
+    m_cursor = static_cast<std::size_t>(position - 2 * m_base);
+    return m_base;
+}
+
+template <class T>
+bool PipelineStageImp<T>::atEnd() const noexcept
+{
+    return m_base + static_cast<std::int64_t>(m_lowEnd) >= m_low->getNumSamples() &&
+           m_base + static_cast<std::int64_t>(m_highEnd) >= m_high->getNumSamples();
+}
+
+template <class T>
+std::size_t PipelineStageImp<T>::get(void* out, std::size_t count)
+{
+    auto* samples = static_cast<T*>(out);
+    std::size_t copied = 0;
+    while (copied < count) {
+        if (m_cursor >= finished()) {
+            if (atEnd())
+                break;
+            slide();
+            fill((m_cursor + count - copied + 1) / 2);
+            if (m_cursor >= finished())
+                break;
+        }
+        std::size_t left = std::min(count - copied, finished() - m_cursor);
+        T* to = samples + copied;
+        copied += left;
+        if (m_cursor & 1) {
+            *to++ = high()[m_cursor / 2];
+            ++m_cursor;
+            --left;
+        }
+        interleave(to, low() + m_cursor / 2, high() + m_cursor / 2, left / 2);
+        m_cursor += left;
+        if (left & 1)
+            to[left - 1] = low()[m_cursor / 2];
+    }
+    return copied;
+}
+
+template <class T>
+void PipelineStageImp<T>::prepare(std::size_t count, std::vector<CodedSubblock>& work)
+{
+    if (m_cursor + count <= finished() || atEnd())
+        return;
+    // However many fills it takes, this is where the last one ends.
+    const std::size_t cells = cellsFor((m_cursor + count + 1) / 2);
+    if (cells > m_lowEnd)
+        m_low->prepare(cells - m_lowEnd, work);
+    if (cells > m_highEnd)
+        m_high->prepare(cells - m_highEnd, work);
+}
+
+template <class T>
+void PipelineStageImp<T>::slide()
+{
+    if (m_predicted < m_pad || m_predicted == m_first)
+        return;
+    const std::size_t keep = m_predicted - m_pad;
+    std::copy(low() + keep, low() + m_lowEnd, low());
+    std::copy(high() + keep, high() + m_highEnd, high());
+    m_base += static_cast<std::int64_t>(keep);
+    m_lowEnd -= keep;
+    m_highEnd -= keep;
+    m_restored -= keep;
+    m_predicted -= keep;
+    m_first = m_first > keep ? m_first - keep : 0;
+    m_cursor -= 2 * keep;
+}
+
+template <class T>
+void PipelineStageImp<T>::fill(std::size_t wanted)
+{
+    readChildren(std::min(m_capacity, cellsFor(wanted)));
+    update();
+    predict();
+}
+
+template <class T>
+void PipelineStageImp<T>::readChildren(std::size_t cells)
+{
+    if (cells > m_lowEnd)
+        m_lowEnd += m_low->get(low() + m_lowEnd, cells - m_lowEnd);
+    if (cells > m_highEnd)
+        m_highEnd += m_high->get(high() + m_highEnd, cells - m_highEnd);
+}
+
+template <class T>
+void PipelineStageImp<T>::update()
+{
+    if (m_base == 0 && m_restored == 0)
+        extendLeft(high(), m_highEnd, m_pad);
+    std::size_t end = m_lowEnd;
+    if (atEnd())
+        extendRight(high(), m_highEnd, m_lowEnd - m_highEnd + m_pad);
+    else
+        end = m_highEnd >= m_pad - 1 ? std::min(m_lowEnd, m_highEnd - (m_pad - 1)) : 0;
+    if (end <= m_restored)
+        return;
+    m_update(low() + m_restored, end - m_restored, high() + m_restored, m_highEnd);
+    m_restored = end;
+}
+
+template <class T>
+void PipelineStageImp<T>::predict()
+{
+    if (m_base == 0 && m_predicted == 0 && m_restored != 0)
+        extendLeft(low(), m_restored, m_pad);
+    std::size_t end = m_highEnd;
+    if (atEnd())
+        extendRight(low(), m_lowEnd, m_pad);
+    else
+        end = m_restored >= m_pad ? std::min(m_highEnd, m_restored - m_pad) : 0;
+    if (end <= m_predicted)
+        return;
+    m_predict(low() + m_predicted, m_lowEnd, high() + m_predicted, end - m_predicted);
+    m_predicted = end;
+}
+
+template <class T>
+void PipelineStageImp<T>::end()
+{
+    m_low->end();
+    m_high->end();
+    m_lowBuffer.reset();
+    m_highBuffer.reset();
+}
+
+template class PipelineStageImp<std::int16_t>;
+template class PipelineStageImp<std::int32_t>;
+template class PipelineStageImp<std::int64_t>;
+template class PipelineStageImp<float>;
+template class PipelineStageImp<double>;
+
+} // namespace Quillmoran

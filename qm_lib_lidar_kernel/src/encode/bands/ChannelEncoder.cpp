@@ -1,0 +1,96 @@
+#include "encode/bands/ChannelEncoder.h"
+
+#include <cstring>
+#include <mutex>
+#include <utility>
+
+namespace Quillmoran {
+
+ChannelEncoder::ChannelEncoder(const KernelPlan& plan, int channelIndex, const BandFormat& format,
+                               SpillFile& file)
+{
+    m_info.init(plan.name.c_str(), plan.dataType, plan.bits, plan.transform, plan.subblockSize, plan.offset,
+                plan.scale);
+    m_info.setupConvert(plan.action, channelIndex);
+    m_format.type = m_info.getKernelDataType();
+    m_format.transform = plan.transform;
+    m_format.subblockSize = plan.subblockSize;
+    m_format.perPlaneLengths = format.planeLengths && TransformUtils::isWavelet(plan.transform);
+    m_format.rawPlanes = format.rawPlanes;
+    m_bands.assign(format.numLevels, SubbandWriter(m_format, format.interleaved, file));
+    m_decomposition = Decomposition::create(m_format.type, plan.transform, format.numLevels);
+}
+
+void ChannelEncoder::put(const PointData& points, std::size_t count)
+{
+    m_info.convertToKernel(points, count);
+    m_info.updateMinMax(count);
+    m_hasSamples |= count != 0;
+    m_decomposition->put(m_info.getKernel().getData(), count, false, m_bands);
+    collectPending();
+}
+
+void ChannelEncoder::finish()
+{
+    if (!m_hasSamples) {
+        // An empty range would read as the widest one.
+        m_info.reserveKernel(1);
+        std::memset(m_info.getKernel().getData(), 0, DataTypeUtils::getSize(m_info.getKernelDataType()));
+        m_info.updateMinMax(1);
+    }
+    m_decomposition->put(nullptr, 0, true, m_bands);
+    for (SubbandWriter& band : m_bands)
+        band.finish();
+    collectPending();
+}
+
+void ChannelEncoder::collectPending()
+{
+    m_pending.clear();
+    for (SubbandWriter& band : m_bands)
+        for (std::size_t i = 0; i < band.numPending(); ++i)
+            m_pending.push_back(&band.getPending(i));
+}
+
+void ChannelEncoder::encodePending(std::size_t index)
+{
+    std::unique_ptr<SubblockWriter> writer = takeWriter();
+    m_pending[index]->encode(*writer);
+    returnWriter(std::move(writer));
+}
+
+std::unique_ptr<SubblockWriter> ChannelEncoder::takeWriter()
+{
+    {
+        const std::lock_guard<Mutex> lock(m_mutex);
+        if (!m_writers.empty()) {
+            std::unique_ptr<SubblockWriter> writer = std::move(m_writers.back());
+            m_writers.pop_back();
+            return writer;
+        }
+    }
+    return SubblockWriter::create(m_format);
+}
+
+void ChannelEncoder::returnWriter(std::unique_ptr<SubblockWriter> writer)
+{
+    const std::lock_guard<Mutex> lock(m_mutex);
+    m_writers.push_back(std::move(writer));
+}
+
+void ChannelEncoder::commit()
+{
+    for (SubbandWriter& band : m_bands)
+        band.commit();
+    m_pending.clear();
+}
+
+std::int64_t ChannelEncoder::getSize() const noexcept
+{
+    std::int64_t size = 0;
+    for (const SubbandWriter& band : m_bands)
+        size += band.headers().size() + band.data().size();
+    return size;
+}
+
+} // namespace Quillmoran

@@ -1,0 +1,68 @@
+#include "encode/coders/ACIntegerWriter.h"
+
+#include "platform/ByteOrder.h"
+#include <vxunpack/Base.h>
+
+#include <bit>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr int mostBits = 15; // of a magnitude
+// The models' symbols take at most 16 bits each, three of them a sample, and the raw bits fewer than 8.
+constexpr std::size_t mostBytesPerSample = 7;
+constexpr std::size_t flushBytes = 16;
+
+// Inlined, so that the coder lives in registers.
+[[gnu::always_inline]] inline void encodeMagnitude(ACEncoder& encoder, ACIntegerModels& models,
+                                                   std::uint32_t magnitude)
+{
+    const int length = static_cast<int>(std::bit_width(magnitude));
+    encoder.encode(static_cast<std::uint32_t>(length), models.length);
+    if (length < 2)
+        return;
+    const int raw = length > ACIntegerModels::modelledBits ? length - ACIntegerModels::modelledBits : 0;
+    const std::uint32_t leadingOne = 1u << (length - 1 - raw);
+    encoder.encode((magnitude >> raw) ^ leadingOne, models.lowBits[length - 1]);
+    if (raw > 0)
+        encoder.putBits(magnitude & ((1u << raw) - 1), raw);
+}
+
+} // namespace
+
+template <class T>
+void ACIntegerWriter<T>::encode(const void* samples, std::size_t count, Bytes& headers, Bytes& data)
+{
+    using U = UnsignedOf<T>;
+    m_models.reset();
+    m_payload.resize(count * mostBytesPerSample + flushBytes);
+    ACEncoder encoder;
+    encoder.begin(m_payload.data(), m_payload.size());
+    const T* const values = static_cast<const T*>(samples);
+    for (std::size_t i = 0; i < count; ++i) {
+        const T value = values[i];
+        if (value == 0) {
+            encoder.encode(ACIntegerModels::ZERO, m_models.sign);
+            continue;
+        }
+        const U magnitude = value < 0 ? static_cast<U>(0 - static_cast<U>(value)) : static_cast<U>(value);
+        if (magnitude >> mostBits)
+            QM_THROW(ErrorCode::InvalidArgument,
+                     "a coefficient of more than %d bits cannot be arithmetic coded", mostBits);
+        encoder.encode(value < 0 ? ACIntegerModels::NEGATIVE : ACIntegerModels::POSITIVE, m_models.sign);
+        encodeMagnitude(encoder, m_models, static_cast<std::uint32_t>(magnitude));
+    }
+    const std::size_t length = encoder.end();
+    if (length > getCapacity())
+        QM_THROW(ErrorCode::InvalidArgument, "a subblock of %zu samples has no room for its payload",
+                 getFormat().subblockSize);
+    putPayloadHeader(length, headers);
+    data.insert(data.end(), m_payload.begin(), m_payload.begin() + static_cast<std::ptrdiff_t>(length));
+}
+
+template class ACIntegerWriter<std::int16_t>;
+template class ACIntegerWriter<std::int32_t>;
+template class ACIntegerWriter<std::int64_t>;
+
+} // namespace Quillmoran

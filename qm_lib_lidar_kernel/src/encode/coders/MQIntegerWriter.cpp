@@ -1,0 +1,284 @@
+#include "encode/coders/MQIntegerWriter.h"
+
+#include "common/coders/BitPlaneContexts.h"
+#include <vxunpack/Base.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstring>
+
+namespace Quillmoran {
+
+namespace {
+
+// The share of a subblock's bits that may be given away for raw planes, which are decoded at a fifth of the
+// time. Beside half a per cent, two made files larger by 1.5 % and reading faster by 5 %.
+constexpr double rawTolerance = 0.02;
+// A decision moves at most 15 bits out of the coder, and a byte behind an 0xFF holds only 7.
+constexpr std::size_t mostBytesPerDecision = 3;
+constexpr std::size_t flushBytes = 16;
+// Planes that fewer than one coefficient in so many has reached are coded in leaps over the others.
+constexpr std::size_t sparsePart = 3;
+
+// The first coefficient from `i` on that has more than `plane` digits. The array is followed by a word of
+// zeros.
+inline std::size_t findWider(const std::uint8_t* widths, std::size_t i, std::size_t count, int plane)
+{
+    constexpr std::uint64_t everyByte = 0x0101010101010101;
+    // Widths end at 64, so that a byte's top bit tells whether it is above the plane.
+    const std::uint64_t bias = everyByte * static_cast<std::uint64_t>(127 - plane);
+    for (; i < count; i += sizeof bias) {
+        std::uint64_t word;
+        std::memcpy(&word, widths + i, sizeof word);
+        const std::uint64_t wider = (word + bias) & (everyByte << 7);
+        if (wider != 0)
+            return i + static_cast<std::size_t>(__builtin_ctzll(wider)) / 8;
+    }
+    return count;
+}
+
+// `count` insignificant coefficients in a row, at least 1, and the states of what stands beside them.
+inline void encodeZeros(MQEncoder& encoder, std::size_t count, unsigned left, unsigned right)
+{
+    const auto significance = [](unsigned a, unsigned b) { return static_cast<int>(3 * a + b); };
+    if (count == 1)
+        return encoder.encode(significance(left, right), 0);
+    encoder.encode(significance(left, INSIGNIFICANT), 0);
+    encoder.encodeRun(significance(INSIGNIFICANT, INSIGNIFICANT), 0, count - 2);
+    encoder.encode(significance(INSIGNIFICANT, right), 0);
+}
+
+// Bits of information in a decision that is 1 in `ones` of `all` cases, for all of them.
+double entropyBits(double ones, double all)
+{
+    if (ones <= 0 || ones >= all)
+        return 0;
+    return all * std::log2(all) - ones * std::log2(ones) - (all - ones) * std::log2(all - ones);
+}
+
+// Fills bytes from their least significant end, eight at a time.
+class RawBitWriter
+{
+public:
+    static constexpr std::size_t slack = 8; // bytes behind the last one that may be written to
+
+    explicit RawBitWriter(std::uint8_t* out) : m_out(out) {}
+
+    // Up to 8 bits, the first in the lowest place; those above `count` are 0.
+    void put(std::uint64_t bits, unsigned count) noexcept
+    {
+        m_bits |= bits << m_used;
+        m_used += count;
+        if (m_used > 56)
+            flush();
+    }
+    std::uint8_t* finish() noexcept
+    {
+        flush();
+        return m_used != 0 ? m_out + 1 : m_out;
+    }
+
+private:
+    void flush() noexcept
+    {
+        storeLittleEndian(m_out, m_bits);
+        m_out += m_used / 8;
+        m_bits = m_used < 64 ? m_bits >> (m_used & ~7u) : 0;
+        m_used %= 8;
+    }
+
+    std::uint8_t* m_out;
+    std::uint64_t m_bits = 0;
+    unsigned m_used = 0;
+};
+
+} // namespace
+
+template <class T>
+void MQIntegerWriter<T>::loadSamples(const T* samples, std::size_t count)
+{
+    m_magnitudes.resize(count);
+    m_negative.resize(count);
+    m_widths.assign(count + sizeof(std::uint64_t), 0);
+    for (std::size_t i = 0; i < count; ++i) {
+        const U value = static_cast<U>(samples[i]);
+        const U sign = static_cast<U>(samples[i] < 0 ? ~U{0} : U{0});
+        m_magnitudes[i] = static_cast<U>((value ^ sign) - sign);
+        m_negative[i] = sign != 0;
+        m_widths[i] = static_cast<std::uint8_t>(std::bit_width(m_magnitudes[i]));
+    }
+    m_widthCounts.fill(0);
+    for (std::size_t i = 0; i < count; ++i)
+        ++m_widthCounts[m_widths[i]];
+}
+
+template <class T>
+BitPlanes MQIntegerWriter<T>::choosePlanes(std::size_t count) const
+{
+    U all = 0;
+    for (std::size_t i = 0; i < count; ++i)
+        all = static_cast<U>(all | m_magnitudes[i]);
+    BitPlanes planes;
+    planes.top = static_cast<int>(std::bit_width(all)) - 1;
+    planes.bottom = __builtin_ctzll(all);
+    const int rawPlanes = getFormat().rawPlanes;
+    planes.rawTop = rawPlanes == SubblockFormat::chooseRawPlanes
+                        ? chooseRawTop(count, planes.top, planes.bottom)
+                        : std::min(planes.bottom - 1 + rawPlanes, planes.top);
+    return planes;
+}
+
+// What the coder gains in a plane is what it knows of the coefficients that are not significant yet; signs
+// and refinements are taken for random.
+template <class T>
+int MQIntegerWriter<T>::chooseRawTop(std::size_t count, int top, int bottom) const
+{
+    std::array<double, 64> gains{};
+    double total = 0;
+    double insignificant = static_cast<double>(count);
+    for (int plane = top; plane >= bottom; --plane) {
+        const auto becoming = static_cast<double>(m_widthCounts[static_cast<std::size_t>(plane) + 1]);
+        const double gain = insignificant - entropyBits(becoming, insignificant);
+        gains[static_cast<std::size_t>(plane)] = gain;
+        total += static_cast<double>(count) + becoming - gain;
+        insignificant -= becoming;
+    }
+    int rawTop = bottom - 1;
+    double given = 0;
+    while (rawTop < top) {
+        given += gains[static_cast<std::size_t>(rawTop + 1)];
+        if (given > rawTolerance * total)
+            break;
+        ++rawTop;
+    }
+    return rawTop;
+}
+
+template <class T>
+template <bool sparse>
+void MQIntegerWriter<T>::encodePlane(MQEncoder& shared, std::size_t count, int plane)
+{
+    // A local encoder lives in registers. See MQInteger::decodePlane().
+    MQEncoder encoder = shared;
+    std::uint8_t* const states = m_states.data();
+    const U* const magnitudes = m_magnitudes.data();
+    unsigned left = INSIGNIFICANT;
+    for (std::size_t i = 0; i < count; ++i) {
+        if constexpr (sparse) {
+            const std::size_t next = findWider(m_widths.data(), i, count, plane);
+            if (next != i) {
+                // Everything up to there stays insignificant, and only the outermost have other neighbours.
+                encodeZeros(encoder, next - i, left, states[next + 1]);
+                left = INSIGNIFICANT;
+                i = next;
+            }
+            if (i == count)
+                break;
+        }
+        const unsigned own = states[i + 1];
+        const unsigned right = states[i + 2];
+        const int bit = static_cast<int>((magnitudes[i] >> plane) & 1);
+        encoder.encode(firstContexts[9 * left + 3 * own + right], bit);
+        if (bit && own == INSIGNIFICANT) {
+            encoder.encode(signContexts + static_cast<int>(3 * left + right), m_negative[i]);
+            states[i + 1] = m_negative[i] ? NEGATIVE : POSITIVE;
+        }
+        left = own;
+    }
+    shared = encoder;
+}
+
+template <class T>
+void MQIntegerWriter<T>::encodeRawPlanes(const BitPlanes& planes, std::size_t count)
+{
+    const std::size_t begin = m_payload.size();
+    const auto numPlanes = static_cast<std::size_t>(planes.rawTop - planes.bottom + 1);
+    m_payload.resize(begin + count * (numPlanes + 1) / 8 + 1 + RawBitWriter::slack);
+    RawBitWriter raw(m_payload.data() + begin);
+    for (int plane = planes.rawTop; plane >= planes.bottom; --plane) {
+        for (std::size_t i = 0; i < count; ++i) {
+            const auto bit = static_cast<unsigned>((m_magnitudes[i] >> plane) & 1);
+            const unsigned becoming = bit & static_cast<unsigned>(m_states[i + 1] == INSIGNIFICANT);
+            const unsigned sign = m_negative[i];
+            raw.put(bit | (sign & becoming) << 1, 1 + becoming);
+            if (becoming)
+                m_states[i + 1] = sign ? NEGATIVE : POSITIVE;
+        }
+    }
+    m_payload.resize(static_cast<std::size_t>(raw.finish() - m_payload.data()));
+}
+
+template <class T>
+void MQIntegerWriter<T>::encodePayload(const BitPlanes& planes, std::size_t count)
+{
+    const auto codedPlanes = static_cast<std::size_t>(planes.top - planes.rawTop);
+    m_states.assign(count + 2, INSIGNIFICANT);
+    m_segment.resize(
+        std::max(m_segment.size(), (codedPlanes + 1) * count * mostBytesPerDecision + flushBytes));
+    MQEncoder encoder;
+    encoder.begin(m_segment.data(), m_segment.size());
+    std::size_t wider = 0;
+    for (int plane = planes.top; plane > planes.rawTop; --plane) {
+        wider += m_widthCounts[static_cast<std::size_t>(plane) + 1];
+        if (wider < count / sparsePart)
+            encodePlane<true>(encoder, count, plane);
+        else
+            encodePlane<false>(encoder, count, plane);
+    }
+    const std::size_t length = encoder.end();
+
+    // Behind its segment a decoder is fed ones. Raw bits begin where it stands after the last decision;
+    // without them, bytes that it does not read are left out.
+    const std::size_t position = encoder.decoderPosition();
+    const std::size_t kept = std::min(length, position);
+    m_payload.assign(m_segment.begin(), m_segment.begin() + static_cast<std::ptrdiff_t>(kept));
+    if (planes.rawTop < planes.bottom)
+        return;
+    m_payload.resize(position, 0xFF);
+    encodeRawPlanes(planes, count);
+}
+
+template <class T>
+void MQIntegerWriter<T>::putHeader(const BitPlanes& planes, Bytes& headers) const
+{
+    appendBigEndian(headers, static_cast<std::uint16_t>(firstPayloadHeader + 1 + planes.toCode()));
+    std::size_t left = m_payload.size();
+    if (!getFormat().perPlaneLengths) {
+        appendBigEndian(headers, static_cast<std::uint32_t>(left));
+        return;
+    }
+    // Readers only add the lengths up.
+    constexpr std::size_t longest = 0xFFFF;
+    for (int plane = planes.top; plane >= planes.bottom; --plane) {
+        const std::size_t share = std::min(left, longest);
+        headers.push_back(static_cast<std::uint8_t>(plane));
+        appendBigEndian(headers, static_cast<std::uint16_t>(share));
+        left -= share;
+    }
+    if (left != 0)
+        QM_THROW(ErrorCode::InvalidArgument, "a subblock of %zu samples is too long for its plane lengths",
+                 getFormat().subblockSize);
+}
+
+template <class T>
+void MQIntegerWriter<T>::encode(const void* samples, std::size_t count, Bytes& headers, Bytes& data)
+{
+    loadSamples(static_cast<const T*>(samples), count);
+    BitPlanes planes = choosePlanes(count);
+    encodePayload(planes, count);
+    if (m_payload.size() > getCapacity()) {
+        // The coder has made things worse. Raw planes always fit.
+        planes.rawTop = planes.top;
+        encodePayload(planes, count);
+    }
+    putHeader(planes, headers);
+    data.insert(data.end(), m_payload.begin(), m_payload.end());
+}
+
+template class MQIntegerWriter<std::int16_t>;
+template class MQIntegerWriter<std::int32_t>;
+template class MQIntegerWriter<std::int64_t>;
+
+} // namespace Quillmoran

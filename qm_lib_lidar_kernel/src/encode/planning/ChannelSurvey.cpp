@@ -1,0 +1,108 @@
+#include "encode/planning/ChannelSurvey.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <type_traits>
+
+namespace Quillmoran {
+
+namespace {
+
+using Range = ChannelSurvey::Range;
+
+template <class T>
+void growByIntegers(Range& range, const T* samples, std::size_t count)
+{
+    // Unsigned 64-bit samples wrap, as they do in a kernel.
+    using Wrapped = std::conditional_t<sizeof(T) == 8, std::int64_t, T>;
+    auto low = static_cast<Wrapped>(samples[0]);
+    auto high = low;
+    for (std::size_t i = 1; i < count; ++i) {
+        const auto sample = static_cast<Wrapped>(samples[i]);
+        low = sample < low ? sample : low;
+        high = sample > high ? sample : high;
+    }
+    range.grow(static_cast<std::int64_t>(low));
+    range.grow(static_cast<std::int64_t>(high));
+}
+
+// The exponent fields and the signs of IEEE 754 numbers of the width of `Bits`.
+template <class Bits>
+void growByParts(Range& exponents, Range& signs, const void* samples, std::size_t count)
+{
+    constexpr int width = 8 * sizeof(Bits);
+    constexpr int fractionBits = width == 32 ? 23 : 52;
+    const auto* bytes = static_cast<const unsigned char*>(samples);
+    Bits low = ~Bits{0};
+    Bits high = 0;
+    Bits anySign = 0;
+    Bits allSigns = ~Bits{0};
+    for (std::size_t i = 0; i < count; ++i) {
+        Bits bits;
+        std::memcpy(&bits, bytes + i * sizeof bits, sizeof bits);
+        anySign |= bits;
+        allSigns &= bits;
+        const auto exponent = static_cast<Bits>(static_cast<Bits>(bits << 1) >> (fractionBits + 1));
+        low = std::min(low, exponent);
+        high = std::max(high, exponent);
+    }
+    exponents.grow(static_cast<std::int64_t>(low));
+    exponents.grow(static_cast<std::int64_t>(high));
+    signs.grow(static_cast<std::int64_t>(allSigns >> (width - 1)));
+    signs.grow(static_cast<std::int64_t>(anySign >> (width - 1)));
+}
+
+// Whether text with the decimals of this step shows its multiples whole.
+bool isPowerOfTenth(double scale)
+{
+    constexpr double powers[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12};
+    return std::any_of(std::begin(powers), std::end(powers),
+                       [scale](double power) { return scale == 1 / power; });
+}
+
+} // namespace
+
+int ChannelSurvey::getHiddenDecimals(double scale) const noexcept
+{
+    return isPowerOfTenth(scale) ? 0 : m_decimals.get();
+}
+
+void ChannelSurvey::add(const ChannelData& channel, std::size_t count)
+{
+    if (count == 0)
+        return;
+    if (DataTypeUtils::isFloat(channel.getDataType()))
+        addReals(channel, count);
+    else
+        addIntegers(channel, count);
+}
+
+void ChannelSurvey::addIntegers(const ChannelData& channel, std::size_t count)
+{
+    visitDataType(channel.getDataType(), [&](auto zero) {
+        using T = decltype(zero);
+        if constexpr (std::is_integral_v<T>)
+            growByIntegers(m_range, static_cast<const T*>(channel.getData()), count);
+    });
+}
+
+void ChannelSurvey::addReals(const ChannelData& channel, std::size_t count)
+{
+    if (!m_begun)
+        m_grids = FloatGrid::find(channel, count, m_declared, m_isCoordinate);
+    m_begun = true;
+    m_grids.erase(std::remove_if(m_grids.begin(), m_grids.end(),
+                                 [&](FloatGrid& grid) { return !grid.hold(channel, count); }),
+                  m_grids.end());
+    // Of channels with a decimal step of their own there is nothing to find out.
+    if (std::none_of(m_declared.begin(), m_declared.end(),
+                     [](const FloatGrid& grid) { return isPowerOfTenth(grid.scale); }))
+        m_decimals.add(channel, count);
+    if (channel.getDataType() == FLOAT32)
+        growByParts<std::uint32_t>(m_exponents, m_signs, channel.getData(), count);
+    else
+        growByParts<std::uint64_t>(m_exponents, m_signs, channel.getData(), count);
+}
+
+} // namespace Quillmoran

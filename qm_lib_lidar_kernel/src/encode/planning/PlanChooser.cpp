@@ -1,0 +1,253 @@
+#include "encode/planning/PlanChooser.h"
+
+#include <vxunpack/Base.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace Quillmoran {
+
+namespace {
+
+constexpr TransformType integerCodes[] = {10, 11, 13, 90, 91, 93};
+constexpr TransformType smoothIntegerCodes[] = {10, 1, 3, 90, 81, 83};
+constexpr TransformType realCodes[] = {70, 71, 73};
+constexpr TransformType smoothRealCodes[] = {70, 61, 63};
+
+// MQ-coded channels must be smaller by this to be chosen. Noise of eight bits decodes as fast either way, but
+// is coded more slowly: intensity and colours of a survey through the MQ coder made the file smaller by half
+// a per cent, and vxpack slower by seven.
+constexpr double slowCoding = 1.06;
+// Ways that are larger than the best by this after a run of points are not tried on the others.
+constexpr double hopeless = 1.1;
+// A smaller subblock is chosen when it costs no more than this.
+constexpr double smallerSubblock = 1.01;
+constexpr std::uint32_t subblockSizes[] = {1024, 2048, 4096};
+constexpr std::size_t subblockRuns = 2;
+
+constexpr int arithmeticBits = 15; // of a coefficient that the arithmetic coder can hold
+
+bool isArithmetic(TransformType transform)
+{
+    return TransformUtils::getCoder(transform) == TransformUtils::Coder::Arithmetic;
+}
+
+// Whether no coefficient of samples in this range can exceed the arithmetic coder. The third order predicts
+// up to an eighth of the range beyond it; smoothing makes low bands grow.
+bool suitsArithmetic(TransformType transform, const ChannelSurvey::Range& range)
+{
+    const double low = static_cast<double>(range.low);
+    const double high = static_cast<double>(range.high);
+    const double largest = std::max({high - low, std::fabs(low), std::fabs(high)});
+    const double growth = TransformUtils::hasUpdate(transform) ? 4 : 1.25;
+    return largest * growth < 1 << arithmeticBits;
+}
+
+// Whether lifting the samples of a grid in floating point rounds nowhere: halves and sixteenths of the grid's
+// steps and what levels add to them must fit the significand.
+bool liftsExactly(TransformType transform, DataType type, const std::vector<FloatGrid>& grids,
+                  std::size_t levels)
+{
+    if (!TransformUtils::isWavelet(transform))
+        return true;
+    const int significand = type == FLOAT32 ? 24 : 53;
+    const int each = TransformUtils::getHeadroom(transform) + 1;
+    const int added = TransformUtils::hasUpdate(transform) ? 2 * each * static_cast<int>(levels) : each;
+    return std::any_of(grids.begin(), grids.end(), [&](const FloatGrid& grid) {
+        int exponent = 0;
+        return grid.offset == 0 && std::frexp(grid.scale, &exponent) == 0.5 &&
+               WaveletChannelInfo::countBits(grid.low, grid.high) + added <= significand;
+    });
+}
+
+KernelPlan makePart(const ChannelInfo& channel, const char* prefix, ConversionAction action,
+                    const ChannelSurvey::Range& range)
+{
+    KernelPlan part;
+    part.name = std::string(prefix) + channel.getName();
+    part.dataType = channel.getDataType();
+    part.action = action;
+    part.bits = WaveletChannelInfo::countBits(range.low, range.high);
+    return part;
+}
+
+// What an integer transform would work on: the samples of an integer channel, or the integers of a grid.
+std::optional<ChannelSurvey::Range> getIntegers(const ChannelInfo& channel, const ChannelSurvey& survey)
+{
+    if (!DataTypeUtils::isFloat(channel.getDataType()))
+        return survey.getRange();
+    if (survey.getGrids().empty())
+        return std::nullopt;
+    return ChannelSurvey::Range{survey.getGrids()[0].low, survey.getGrids()[0].high};
+}
+
+std::vector<TransformType> integerTransforms(const ChannelSurvey::Range& range, const ChannelChoice& choice)
+{
+    if (choice.transform && (!isArithmetic(*choice.transform) || suitsArithmetic(*choice.transform, range)))
+        return {*choice.transform};
+    std::vector<TransformType> transforms;
+    for (const TransformType code : choice.smooth ? smoothIntegerCodes : integerCodes)
+        if (!isArithmetic(code) || suitsArithmetic(code, range))
+            transforms.push_back(code);
+    return transforms;
+}
+
+} // namespace
+
+struct PlanChooser::Candidate
+{
+    ChannelPlan plan;
+    std::vector<std::vector<TransformType>> transforms; // to try for each part of the plan
+
+    void add(const KernelPlan& part, std::vector<TransformType> forPart)
+    {
+        plan.push_back(part);
+        transforms.push_back(std::move(forPart));
+    }
+};
+
+struct PlanChooser::Trial
+{
+    TransformType transform = 0;
+    double cost = 0; // bytes, weighted by how fast they are coded
+};
+
+std::int64_t PlanChooser::measure(const KernelPlan& plan, int channelIndex, std::size_t run) const
+{
+    SpillFile file;
+    ChannelEncoder encoder(plan, channelIndex, m_format, file);
+    const auto encode = [&encoder] {
+        for (std::size_t i = 0; i < encoder.numPending(); ++i)
+            encoder.encodePending(i);
+        encoder.commit();
+    };
+    encoder.put(m_runs[run]->points, m_runs[run]->count);
+    encode();
+    encoder.finish();
+    encode();
+    return encoder.getSize();
+}
+
+PlanChooser::Trial PlanChooser::chooseTransform(KernelPlan& plan, int channelIndex,
+                                                const std::vector<TransformType>& transforms,
+                                                const ChannelChoice& choice) const
+{
+    plan.subblockSize = choice.subblockSize.value_or(defaultSubblock);
+    std::vector<Trial> trials;
+    trials.reserve(transforms.size());
+    for (const TransformType transform : transforms)
+        trials.push_back({transform, 0});
+    const auto cheaper = [](const Trial& a, const Trial& b) { return a.cost < b.cost; };
+    for (std::size_t run = 0; run < m_runs.size(); ++run) {
+        for (Trial& trial : trials) {
+            plan.transform = trial.transform;
+            const bool isSlow = TransformUtils::getCoder(trial.transform) == TransformUtils::Coder::MQ;
+            trial.cost += static_cast<double>(measure(plan, channelIndex, run)) * (isSlow ? slowCoding : 1);
+        }
+        const double best = std::min_element(trials.begin(), trials.end(), cheaper)->cost;
+        trials.erase(std::remove_if(trials.begin(), trials.end(),
+                                    [best](const Trial& trial) { return trial.cost > hopeless * best; }),
+                     trials.end());
+    }
+    const Trial best = *std::min_element(trials.begin(), trials.end(), cheaper);
+    plan.transform = best.transform;
+    return best;
+}
+
+void PlanChooser::chooseSubblock(KernelPlan& plan, int channelIndex, const ChannelChoice& choice) const
+{
+    if (choice.subblockSize)
+        return;
+    double sizes[std::size(subblockSizes)] = {};
+    const std::size_t runs = std::min(m_runs.size(), subblockRuns);
+    for (std::size_t i = 0; i < std::size(subblockSizes); ++i) {
+        plan.subblockSize = subblockSizes[i];
+        for (std::size_t run = 0; run < runs; ++run)
+            sizes[i] += static_cast<double>(measure(plan, channelIndex, run));
+    }
+    const double best = *std::min_element(std::begin(sizes), std::end(sizes));
+    const auto* chosen = std::find_if(std::begin(sizes), std::end(sizes),
+                                      [best](double size) { return size <= smallerSubblock * best; });
+    plan.subblockSize = runs == 0 ? defaultSubblock : subblockSizes[chosen - sizes];
+}
+
+std::vector<PlanChooser::Candidate> PlanChooser::makeCandidates(const ChannelInfo& channel,
+                                                                const ChannelSurvey& survey,
+                                                                const ChannelChoice& choice) const
+{
+    const bool isReal = DataTypeUtils::isFloat(channel.getDataType());
+    const bool wantsReal = choice.transform && TransformUtils::isFloatingPoint(*choice.transform);
+    const auto integers = getIntegers(channel, survey);
+    std::vector<Candidate> candidates;
+    if (integers && !wantsReal) {
+        KernelPlan part = makePart(channel, "", CONVERT_PLAIN, *integers);
+        if (isReal) {
+            const double offset = survey.getGrids()[0].offset;
+            part.offset = std::isnan(offset) ? 0 : offset; // not looked for when there are no points
+            part.scale = survey.getGrids()[0].scale;
+        }
+        candidates.emplace_back().add(part, integerTransforms(*integers, choice));
+    } else if (!wantsReal && !m_runs.empty()) {
+        const bool narrow = channel.getDataType() == FLOAT32;
+        const ChannelSurvey::Range fractions{0, (std::int64_t{1} << (narrow ? 23 : 52)) - 1};
+        const auto addPart = [&](const char* prefix, ConversionAction action,
+                                 const ChannelSurvey::Range& range) {
+            candidates.back().add(makePart(channel, prefix, action, range), integerTransforms(range, choice));
+        };
+        candidates.emplace_back();
+        addPart(narrow ? WaveletChannelInfo::fraction32Prefix : WaveletChannelInfo::fraction64Prefix,
+                CONVERT_EXTRACT_FRACTION, fractions);
+        addPart(WaveletChannelInfo::exponentPrefix, CONVERT_EXTRACT_EXPONENT, survey.getExponents());
+        addPart(WaveletChannelInfo::signPrefix, CONVERT_EXTRACT_SIGN, survey.getSigns());
+    }
+    if (wantsReal)
+        candidates.emplace_back().add(makePart(channel, "", CONVERT_PLAIN, {}), {*choice.transform});
+    else if (isReal && (candidates.empty() || (!choice.transform && !(integers && survey.isCoordinate())))) {
+        std::vector<TransformType> transforms;
+        for (const TransformType code : choice.smooth ? smoothRealCodes : realCodes)
+            if (liftsExactly(code, channel.getDataType(), survey.getGrids(), m_format.numLevels))
+                transforms.push_back(code);
+        candidates.emplace_back().add(makePart(channel, "", CONVERT_PLAIN, {}), std::move(transforms));
+    }
+    return candidates;
+}
+
+bool PlanChooser::suits(TransformType transform, const ChannelInfo& channel,
+                        const ChannelSurvey& survey) const
+{
+    const bool isReal = DataTypeUtils::isFloat(channel.getDataType());
+    if (TransformUtils::isFloatingPoint(transform))
+        return isReal &&
+               liftsExactly(transform, channel.getDataType(), survey.getGrids(), m_format.numLevels);
+    const auto integers = getIntegers(channel, survey);
+    return !isArithmetic(transform) || !integers || suitsArithmetic(transform, *integers);
+}
+
+ChannelPlan PlanChooser::choose(const ChannelInfo& channel, int channelIndex, const ChannelSurvey& survey,
+                                ChannelChoice choice) const
+{
+    if (choice.transform && !suits(*choice.transform, channel, survey)) {
+        if (choice.mustSuit)
+            QM_THROW(ErrorCode::InvalidArgument, "transform %d does not suit channel '%s'",
+                     static_cast<int>(*choice.transform), channel.getName());
+        choice.transform.reset();
+    }
+    ChannelPlan best;
+    double leastCost = std::numeric_limits<double>::infinity();
+    for (Candidate& candidate : makeCandidates(channel, survey, choice)) {
+        double cost = 0;
+        for (std::size_t part = 0; part < candidate.plan.size(); ++part)
+            cost +=
+                chooseTransform(candidate.plan[part], channelIndex, candidate.transforms[part], choice).cost;
+        if (cost < leastCost) {
+            leastCost = cost;
+            best = std::move(candidate.plan);
+        }
+    }
+    for (KernelPlan& part : best)
+        chooseSubblock(part, channelIndex, choice);
+    return best;
+}
+
+} // namespace Quillmoran
