@@ -315,8 +315,8 @@ TEST_F(LASReading, RefusesMalformedCompressedFiles)
     }
 }
 
-// LASzip allocates the declared sizes of layers, adds them up in 32 bits, and reads outside its tables when a code
-// begins with four bytes of ones.
+// LASzip allocates the declared sizes of layers, adds them up in 32 bits, and reads outside its tables when a
+// code begins with four bytes of ones.
 TEST_F(LASReading, HidesChunksFromLASzipThatWouldCrashIt)
 {
     for (const int format : {3, 7}) {
