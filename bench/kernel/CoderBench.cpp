@@ -9,6 +9,7 @@
 #include <benchmark/benchmark.h>
 #include <cmath>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
 namespace Quillmoran {
@@ -39,7 +40,7 @@ public:
                 const Testing::Bytes& data)
         : m_headerStore(Testing::ByteStore::create(headers)),
           m_dataStore(Testing::ByteStore::create(data)),
-          m_reader(SubblockReader::create(type, transform, "T", subblockSize, false)),
+          m_reader(SubblockReader::create({type, transform, subblockSize})),
           m_samples(total)
     {
         m_reader->init();
@@ -52,8 +53,7 @@ public:
         m_headers.seek(0, Stream::SEEK_FROM_START);
         m_data.seek(0, Stream::SEEK_FROM_START);
         for (std::size_t i = 0; i < total; i += subblockSize)
-            m_reader->loadSubblock(i / subblockSize, m_headers, m_data, m_samples.data() + i, subblockSize,
-                                   0);
+            m_reader->loadSubblock(m_headers, m_data, m_samples.data() + i, subblockSize, 0);
         return m_samples;
     }
 
@@ -99,7 +99,7 @@ BENCHMARK_CAPTURE(decode16, Arithmetic, SINT16, TransformType{91})->Arg(1)->Arg(
 BENCHMARK_CAPTURE(decodeDoubles, Deflate, FLOAT64, TransformType{70})->Arg(100);
 
 template <class T>
-void encodeBand(benchmark::State& state, DataType type, TransformType transform, int rawPlanes)
+void encodeBand(benchmark::State& state, DataType type, TransformType transform, std::optional<int> rawPlanes)
 {
     const auto samples = makeCoefficients<T>(static_cast<double>(state.range(0)));
     const auto writer = SubblockWriter::create({type, transform, subblockSize, false, rawPlanes});
@@ -120,7 +120,7 @@ void encodeBand(benchmark::State& state, DataType type, TransformType transform,
 constexpr auto encode16 = encodeBand<std::int16_t>;
 constexpr auto encode32 = encodeBand<std::int32_t>;
 constexpr auto encodeDoubles = encodeBand<double>;
-constexpr int chosen = SubblockFormat::chooseRawPlanes;
+constexpr std::optional<int> chosen;
 // With the raw planes that a writer chooses, and without: every plane is coded.
 BENCHMARK_CAPTURE(encode16, MQ, SINT16, TransformType{1}, chosen)->Arg(1)->Arg(10)->Arg(200);
 BENCHMARK_CAPTURE(encode16, MQAllPlanes, SINT16, TransformType{1}, 0)->Arg(1)->Arg(10)->Arg(200);

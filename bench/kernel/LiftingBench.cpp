@@ -94,18 +94,18 @@ void pullZeroBands(benchmark::State& state)
 {
     constexpr std::int64_t total = 1 << 20;
     constexpr std::size_t block = 16384;
-    const auto reader = SubblockReader::create(SINT32, 1, "T", 4096, false);
+    const auto reader = SubblockReader::create({SINT32, 1, 4096});
     reader->init();
     Testing::BandOptions options;
     options.subblockSize = 4096;
     const auto headers = Testing::encodeBand(std::vector<std::int32_t>(total), options, true).headers;
     const Scoped<Testing::ByteStore> store(Testing::ByteStore::create(headers));
     const IO::Location range(store.get(), 0, store->size());
-    const BandStretches ranges{range, range, true};
+    const BandRanges ranges{range, range, true};
     const int levels = static_cast<int>(state.range(0));
-    auto root = SubbandSource::createSubbandReader(*reader, 0, false, ranges, total >> (levels - 1));
+    auto root = SubbandSource::createSubbandReader(*reader, ranges, total >> (levels - 1));
     for (int level = levels - 2; level >= 0; --level) {
-        auto high = SubbandSource::createSubbandReader(*reader, 0, true, ranges, total >> (level + 1));
+        auto high = SubbandSource::createSubbandReader(*reader, ranges, total >> (level + 1));
         root = SubbandSource::createPipeStage(block / 2, std::move(root), std::move(high));
     }
     std::vector<std::int32_t> samples(block);

@@ -39,8 +39,7 @@ struct Streams
 // Loads subblocks until the headers end; the first `skipped` of them are skipped.
 Samples decode(const SubblockFormat& format, Input headerBytes, Input dataBytes, std::size_t skipped)
 {
-    const auto reader = SubblockReader::create(format.type, format.transform, "Channel", format.subblockSize,
-                                               format.perPlaneLengths);
+    const auto reader = SubblockReader::create(format);
     reader->init();
     Streams streams(headerBytes, dataBytes);
     const std::size_t bytes = format.subblockSize * DataTypeUtils::getSize(format.type);
@@ -50,8 +49,7 @@ Samples decode(const SubblockFormat& format, Input headerBytes, Input dataBytes,
         if (zeros == 0 && streams.headers.remaining() == 0)
             break;
         Samples block(bytes, 0xAA);
-        zeros =
-            reader->loadSubblock(i, streams.headers, streams.data, block.data(), format.subblockSize, zeros);
+        zeros = reader->loadSubblock(streams.headers, streams.data, block.data(), format.subblockSize, zeros);
         samples.insert(samples.end(), block.begin(), block.end());
     }
     return samples;

@@ -1,7 +1,6 @@
-// What a user may choose of a file being written; whatever is not given is chosen from the data.
+// The options of an encoded file. Values that are not set are chosen from the data.
 #pragma once
 
-#include "encode/planning/PlanChooser.h"
 #include <vxunpack/Export.h>
 
 #include <cstdint>
@@ -11,29 +10,44 @@
 
 namespace Quillmoran {
 
-// The versions of the container and of its chunks. The newest are the default; older ones are for readers
-// that know no others.
+// The versions of a .vxl file and of its chunks. The newest versions are the default; older ones are for readers that
+// do not support these.
 struct FileVersions
 {
-    static constexpr std::uint8_t withClassNames = 2;    // of the file: from here on
-    static constexpr std::uint8_t withSingleLengths = 4; // one length a subblock, not one a bit plane
+    static constexpr std::uint8_t withClassNames = 2; // first version of the file with class names
+    static constexpr std::uint8_t withSingleLengths =
+        4; // first version with one length per subblock, not per plane
 
     std::uint8_t file = 4;   // 1 to 4
-    std::uint8_t header = 2; // wavelet header, 1 or 2
+    std::uint8_t header = 2; // of the wavelet header, 1 or 2
     std::uint8_t index = 2;  // 1 or 2
-    std::uint8_t band = 3;   // subband chunks, 1 to 3
+    std::uint8_t band = 3;   // of the subbands, 1 to 3
+};
+
+// How a channel is coded.
+struct ChannelChoice
+{
+    // The code of a transform: MQ-coded integers 1, 3, 10, 11, 13; arithmetic-coded integers 81, 83, 90, 91, 93; deflated
+    // floating point 61, 63, 70, 71, 73.
+    std::optional<std::uint8_t> transform;
+    // Whether it is an error if the channel does not support the transform; otherwise the transform is then ignored.
+    bool isRequired = false;
+    // Tries the transforms that smooth, not those that keep samples unchanged at coarse levels.
+    bool smooth = false;
+    std::optional<std::uint32_t> subblockSize; // samples, 16 to 1048576
 };
 
 struct QM_API EncodeOptions
 {
     FileVersions versions;
-    ChannelChoice all;                              // for every channel that it suits
-    std::map<std::string, ChannelChoice> byChannel; // what it gives comes first, and must suit
+    ChannelChoice all;                              // for all channels
+    std::map<std::string, ChannelChoice> byChannel; // takes precedence; its transform is always required
     std::optional<std::uint32_t> numLevels;         // 1 to 64
     std::optional<std::uint32_t> pointsPerEntry;    // of the index
-    int rawPlanes = SubblockFormat::chooseRawPlanes;
+    // MQ coding: the number of lowest bit planes that are stored raw, 0 to 64.
+    std::optional<int> rawPlanes;
 
-    // InvalidArgument for a value out of its range.
+    // Throws InvalidArgument for a value out of its range and General "bad transform type" for an unknown transform.
     void check() const;
 };
 

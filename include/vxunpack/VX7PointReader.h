@@ -1,40 +1,59 @@
-// The reader of compressed point clouds (".vxl"). Opening reads the chunk sequence once; points are decoded
-// when an iterator asks for them. Iterators keep what they need of the reader, and may be used on threads of
-// their own.
+// The reader of compressed point clouds (".vxl"). Opening reads only the structure of the file; iterators decode points
+// when they are requested.
 #pragma once
 
-#include "decode/container/WaveletDecoderInfo.h"
+#include <vxunpack/IO.h>
 #include <vxunpack/PointSource.h>
 
 namespace Quillmoran {
 
+class ChunkReader;
+class WaveletDecoderInfo;
+
+// After init() the const methods may be called from any thread, and iterators may be used on different threads, each by
+// one thread at a time. Iterators keep the file; the reader may be released before them. Before init(), or after a
+// failed one, every method that needs the file throws InvalidArgument "the reader is not open".
 class QM_API VX7PointReader final : public PointReader
 {
 public:
+    // Returns a new reader with a count of 1.
     static VX7PointReader* create();
 
-    // Opens a file, or reads from a store. Errors are those of the chunks; after one the reader is to be
-    // released.
+    // Opens a file by its path, or an IO, which is retained. Called once.
+    //
+    // Unsupported: not a .vxl file, or an unsupported version. ContainerRead, ChunkHeaderRead, WaveletHeaderRead,
+    // IndexChunkRead, IndexRead, SubbandRead, MetadataChunkRead, WKTChunkRead, ClassNamesChunkRead, ExtendedRecordRead,
+    // ExtendedHeaderRead: malformed chunks. General "bad transform type": an unknown transform code. OSError: the file
+    // cannot be opened or read.
     void init(const char* path);
     void init(IO* io);
 
-    const char* getFileFormatString() const override { return m_fileFormat; }
-    // The records' own errors (MetadataRead) show here, not when the file is opened.
+    const char* getFileFormatString() const override
+    {
+        return m_fileFormat;
+    } // "VX7 4.0.0.4"; empty before init()
+    // Reads the metadata records. MetadataRead if they are malformed; init() does not check them.
     void loadMetadata(Metadata& into, bool sanitize) const override;
-    // Points that a query decodes.
+    // The number of points that a query decodes.
     double getTotalWork(const Bounds& bounds, double fraction) const override;
+    // An iterator with a count of 1. General "could not find channel '%s'" or "unsupported datatype" for a layout that
+    // the file cannot provide; InvalidArgument for one without X, Y and Z; WaveletHeaderRead if decoding needs
+    // unreasonably much memory. getNextPoints() of the iterator throws SubbandRead or Inflate for damaged data and
+    // Cancelled if the delegate is cancelled.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 
-    const WaveletDecoderInfo& getDecoderInfo() const { return *m_info; }
+    // The internal description of the file, for this project's own programs. Valid as long as the reader.
+    const WaveletDecoderInfo& getDecoderInfo() const;
 
 private:
-    VX7PointReader() = default;
+    VX7PointReader();
+    ~VX7PointReader() override;
 
-    void readChunks(ChunkReader& chunks);
+    Scoped<WaveletDecoderInfo> readChunks(ChunkReader& chunks);
     void setDescription();
 
-    Scoped<WaveletDecoderInfo> m_info;
+    Scoped<WaveletDecoderInfo> m_info; // null until init() succeeds
     IO::Location m_metadata;
     char m_fileFormat[32] = "";
 };

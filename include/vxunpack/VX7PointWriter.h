@@ -1,92 +1,81 @@
-// Writes compressed point clouds (".vxl"). Unless its options say otherwise it loses nothing: every sample
-// comes back bit for bit and in its place, with scale, offset, coordinate system, class names and metadata.
+// The writer of compressed point clouds (".vxl"). Unless its options say otherwise it is lossless: every sample is
+// restored exactly and in the original order, with scale and offset, coordinate system, class names and metadata.
 //
-// The source is read twice: the first pass (SourceSurvey) finds out what the channels hold, PlanChooser then
-// settles how each is coded, the second pass (PointEncoder) codes them. Bands grow in a temporary file
-// (SpillStream), since the file holds them one after the other; ChunkWriter puts them there at the end.
-// Memory does not grow with the number of points: an index has at most 65,536 entries, of 150 bytes while it
-// is made, unless the points of an entry are given.
+// The source is read twice: the first pass surveys the channels, the second encodes them. The bands are collected in a
+// temporary file. Memory does not grow with the number of points, unless the points per index entry are given: by
+// default an index has at most 65,536 entries, which use 150 bytes each while they are built.
 #pragma once
 
-#include "encode/planning/SourceSurvey.h"
 #include <vxunpack/EncodeOptions.h>
-#include <vxunpack/Export.h>
+#include <vxunpack/IO.h>
 #include <vxunpack/PointWriter.h>
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace Quillmoran {
 
-class PointEncoder;
-
+// Used by one thread at a time. write() uses the threads of the pool.
 class QM_API VX7PointWriter final : public PointWriter
 {
 public:
+    // Returns a new writer with a count of 1.
     static VX7PointWriter* create();
 
-    // A file is written beside the path and takes its place when it is complete. A store is written from its
-    // start once all points are coded.
+    // Sets the source and the output; both are retained. With a path, the file is written as a temporary file in the same
+    // directory and replaces the path only when it is complete. An IO is written from its start once all points are
+    // encoded.
     void init(PointSource* source, const char* path);
     void init(PointSource* source, IO* io);
-    // InvalidArgument for a value out of its range.
+    // InvalidArgument for a value out of its range, General "bad transform type" for an unknown transform.
     void setOptions(const EncodeOptions& options);
 
-    // The grid that is tried first for coordinates without loss; those that it does not hold are coded
-    // otherwise.
+    // The scale and offset of X, Y and Z to try first. Coordinates are stored with them only if that is lossless.
+    // Without a call: those of the source.
     void setQuantization(const double* scale, const double* offset) override;
     const double* getScale() const override { return m_hasGrid ? m_scale : nullptr; }
     const double* getOffset() const override { return m_hasGrid ? m_offset : nullptr; }
 
-    // Asks the delegate once per block: Cancelled "VX7 Write operation cancelled.". InvalidArgument when an option does not
-    // suit a channel, a name cannot be stored, or the source's two readings differ.
+    // Returns the number of points written. A failed call leaves no partial output.
+    //
+    // InvalidArgument: init() was not called ("the writer is not open"), a channel does not support an option, a name
+    // cannot be stored, or the two passes read different points. Cancelled "VX7 Write operation cancelled.": the
+    // delegate, which is checked once per block, is cancelled. OutputCreate, Write, OSError: the output cannot be
+    // written. Also the errors of the source.
     std::int64_t write(const Bounds& bounds, double fraction, const PointInfo& layout,
                        ProgressDelegate* delegate) override;
+    // All channels of known sample types.
     bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override;
 
-    // How the kernel channels of the last write() were coded, in the order of their records.
+    // How a channel record of the last write() was coded. A point channel can have three records.
     struct ChannelSummary
     {
-        std::string name; // with its prefix
-        TransformType transform;
+        std::string name;       // with the prefix of a part
+        std::uint8_t transform; // see ChannelChoice
         std::uint32_t subblockSize;
         double scale; // 0 unless quantized
         double offset;
         std::int64_t size; // bytes
     };
+    // In the order of the records. Valid until the next write().
     const std::vector<ChannelSummary>& getSummary() const noexcept { return m_summary; }
 
 private:
+    class Encoding;
+
     VX7PointWriter() = default;
 
-    BlockReader openReader(const Bounds& bounds, double fraction, const PointInfo& layout,
-                           ProgressDelegate* delegate) const;
-    std::vector<ChannelPlan> choosePlans(const SourceSurvey& survey, const PointInfo& layout,
-                                         const BandFormat& format) const;
-    ChannelChoice getChoice(const ChannelInfo& channel) const;
-    std::uint32_t chooseLevels(std::int64_t numPoints) const;
-    std::uint32_t choosePointsPerEntry(std::int64_t numPoints, const std::vector<ChannelPlan>& plans) const;
     void addPointCount(std::int64_t numPoints);
-    // Surveys and codes the points of the query; returns the coder with all bands.
-    std::unique_ptr<PointEncoder> encode(const Bounds& bounds, double fraction, const PointInfo& layout,
-                                         ProgressDelegate* delegate);
-    // Remembers the decimals of channels that text output could not tell from their plans.
-    void noteDecimals(const SourceSurvey& survey, const PointInfo& layout,
-                      const std::vector<ChannelPlan>& plans);
-    void addDecimals();
-    void writeChunks(IO* io, const PointEncoder& encoder) const;
-    void summarise(const PointEncoder& encoder);
+    void addDecimals(const std::vector<std::pair<std::string, int>>& decimals);
 
-    std::optional<std::string> m_path; // or none, then
+    std::optional<std::string> m_path; // the output is m_path or m_io
     Scoped<IO> m_io;
     EncodeOptions m_options;
     bool m_hasGrid = false;
     double m_scale[3] = {0, 0, 0};
     double m_offset[3] = {0, 0, 0};
-    std::vector<std::pair<std::string, int>> m_decimals; // by channel
     std::vector<ChannelSummary> m_summary;
 };
 

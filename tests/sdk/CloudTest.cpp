@@ -88,7 +88,7 @@ TEST(Cloud, ColumnsSurviveFilesOfEveryKind)
     std::vector<std::string> warnings;
     const auto warning = [&](const std::string& text) { warnings.push_back(text); };
     vx::write(directory / "row.las", cloud, {.warning = warning});
-    EXPECT_EQ(warnings.size(), 2u); // Id, Amplitude
+    EXPECT_EQ(warnings.size(), 3u); // Id, Amplitude, and the unit of the scan angles
     expectColumn(vx::open(directory / "row.las"), "X", row.x);
     vx::write(directory / "row.dat", cloud, {.query = {.channels = {"ClassId"}}, .format = "laz"});
     std::filesystem::rename(directory / "row.dat", directory / "row.laz");

@@ -1,5 +1,6 @@
 #include "support/VX7FileBuilder.h"
 
+#include "common/bands/KernelSamples.h"
 #include "common/container/ChunkHeader.h"
 #include "common/container/WaveletChannelInfo.h"
 #include "index/MemoryRTree.h"
@@ -45,9 +46,9 @@ WaveletChannelInfo makeRecord(const ChannelPlan& channel)
         largest = std::max({range, magnitude(low), magnitude(high)});
     }
     int bits = static_cast<int>(std::bit_width(largest));
-    if (channel.name.compare(0, 3, WaveletChannelInfo::fraction64Prefix) == 0)
+    if (channel.name.compare(0, 3, "@d|") == 0)
         bits = 63;
-    else if (channel.name.compare(0, 3, WaveletChannelInfo::fraction32Prefix) == 0)
+    else if (channel.name.compare(0, 3, "@f|") == 0)
         bits = 31 - TransformUtils::getHeadroom(channel.transform);
     WaveletChannelInfo record;
     record.init(channel.name.c_str(), channel.type, bits, channel.transform, channel.subblockSize,
@@ -138,15 +139,16 @@ private:
     {
         WaveletChannelInfo record = makeRecord(channel);
         const std::size_t count = countSamples(channel);
-        record.reserveKernel(count);
+        KernelSamples samples;
+        samples.reserve(record.getKernelDataType(), count);
         visitDataType(record.getKernelDataType(), [&](auto zero) {
             using T = decltype(zero);
-            auto* kernel = static_cast<T*>(record.getKernel().getData());
+            auto* kernel = static_cast<T*>(samples.getData());
             for (std::size_t i = 0; i < count; ++i)
                 kernel[i] = hasFloatKernel(channel) ? static_cast<T>(channel.reals[i])
                                                     : static_cast<T>(channel.integers[i]);
         });
-        record.updateMinMax(count);
+        record.updateMinMax(samples, count);
         record.save(m_out, ErrorCode::General);
     }
 
@@ -277,13 +279,11 @@ std::vector<ChannelPlan> splitChannel(const std::string& name, DataType type,
         exponent.push_back(static_cast<std::int64_t>(bits >> fractionBits & ((1u << exponentBits) - 1)));
         sign.push_back(static_cast<std::int64_t>(bits >> (fractionBits + exponentBits) & 1));
     }
-    const std::string prefix =
-        narrow ? WaveletChannelInfo::fraction32Prefix : WaveletChannelInfo::fraction64Prefix;
+    const std::string prefix = narrow ? "@f|" : "@d|";
     std::vector<ChannelPlan> parts = {
         quantizedChannel(prefix + name, std::move(fraction), 0, noScale, transform),
-        quantizedChannel(WaveletChannelInfo::exponentPrefix + name, std::move(exponent), 0, noScale,
-                         transform),
-        quantizedChannel(WaveletChannelInfo::signPrefix + name, std::move(sign), 0, noScale, transform)};
+        quantizedChannel("@e|" + name, std::move(exponent), 0, noScale, transform),
+        quantizedChannel("@s|" + name, std::move(sign), 0, noScale, transform)};
     for (ChannelPlan& part : parts)
         part.type = type;
     return parts;

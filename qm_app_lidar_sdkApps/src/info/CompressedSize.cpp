@@ -11,7 +11,7 @@ CompressedSize CompressedSize::of(const WaveletDecoderInfo& info)
     for (const WaveletDecoderChannelInfo& record : info.getChannels()) {
         Channel& channel = size.channels.emplace_back();
         for (std::uint32_t band = 0; band <= coarsest; ++band) {
-            const BandStretches stretches = info.getBandStretches(record, band);
+            const BandRanges stretches = info.getBandRanges(record, band);
             const std::int64_t headers = stretches.interleaved ? 0 : stretches.headers.length();
             channel.interleaved = channel.interleaved || stretches.interleaved;
             channel.headerBytes += headers;

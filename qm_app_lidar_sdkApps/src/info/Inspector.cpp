@@ -68,7 +68,7 @@ FileReport Inspector::inspect(const std::string& fileName) const
         source->getWKT(); // may fail to load a module
         const auto* las = dynamic_cast<const LASPointReader*>(source.get());
         if (las && las->hasUnknownCoordinateSystem())
-            Utils::warnOfUnknownCoordinateSystems({fileName}, "");
+            Utils::warnOfUnknownCoordinateSystems({fileName}, "", Utils::warn);
         report.description.emplace(std::move(source), fileName);
         if (m_cmdLine.getFlag("check") || m_cmdLine.getFlag("stats"))
             decode(report);

@@ -51,7 +51,7 @@ void writeRecord(const WaveletDecoderChannelInfo& record, const CompressedSize::
     else
         std::printf(" %12" PRId64, size.headerBytes);
     std::printf(" %12" PRId64 "  %d (%s)\n", size.dataBytes, record.getTransformType(),
-                TransformUtils::toString(record.getTransformType()));
+                TransformUtils::toString(record.getTransformType()).c_str());
 }
 
 void writeCompression(const WaveletDecoderInfo& info, const CompressedSize& size)

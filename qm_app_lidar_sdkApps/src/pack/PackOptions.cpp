@@ -1,6 +1,7 @@
 #include "pack/PackOptions.h"
 
 #include "cli/QMCmdLine.h"
+#include "common/coders/TransformUtils.h"
 #include "model/ChannelNames.h"
 #include "utils/program/Utils.h"
 #include <vxunpack/Base.h>

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <vxunpack/EncodeOptions.h>
+#include <vxunpack/PointInfo.h>
 
 namespace Quillmoran {
 

@@ -1,5 +1,6 @@
 #include "pack/PackReport.h"
 
+#include "common/coders/TransformUtils.h"
 #include "model/ChannelNames.h"
 #include "text/Printable.h"
 #include "utils/program/Program.h"
@@ -20,7 +21,8 @@ void printPackReport(std::FILE* stream, const VX7PointWriter& writer, std::int64
         std::fprintf(stream, "   %-20s %12lld %8.3f %9u %12g %16.10g  %d (%s)\n",
                      printable(channel.name).c_str(), static_cast<long long>(channel.size), perPoint,
                      channel.subblockSize, channel.scale, channel.offset + 0.0,
-                     static_cast<int>(channel.transform), TransformUtils::toString(channel.transform));
+                     static_cast<int>(channel.transform),
+                     TransformUtils::toString(channel.transform).c_str());
     }
 }
 

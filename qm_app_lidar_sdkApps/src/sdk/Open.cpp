@@ -3,7 +3,6 @@
 #include "text/FieldFormat.h"
 #include "utils/sets/Inputs.h"
 #include <vxunpack/FilePointSourceManager.h>
-#include <vxunpack/MosaicFilter.h>
 
 namespace vx {
 
@@ -23,19 +22,14 @@ Cloud open(const std::vector<std::string>& paths, const OpenOptions& options)
         FieldFormat::parseColumns(options.textFormat.c_str(), text.layout);
     text.skipLines = options.skipLines;
     text.strict = true;
-    files->getOpener().setTextOptions(text);
-    if (options.dropWaveforms)
-        files->getOpener().dropWaveforms(options.warning ? options.warning : [](const std::string&) {});
+    const auto warn = options.warning ? options.warning : [](const std::string&) {};
+    files->getOpener().options() = {.text = text, .opensWaveforms = options.dropWaveforms, .warn = warn};
     for (const std::string& path : paths)
         Utils::addInput(*files, path.c_str(), 0);
     if (files->getNumSources() == 0)
         QM_THROW(ErrorCode::InvalidArgument, "there is no file to open%s%s", paths.empty() ? "" : " in ",
                  paths.empty() ? "" : paths.front().c_str());
-    const Scoped<PointSource> source = Utils::joinFiles(*files, options.gpsWeek);
-    if (const auto* mosaic = dynamic_cast<const MosaicFilter*>(source.get()); mosaic && options.warning)
-        for (const std::string& warning : mosaic->getWarnings())
-            options.warning(warning);
-    return Cloud(source);
+    return Cloud(Utils::joinFiles(*files, {.gpsWeek = options.gpsWeek}, warn));
 }
 
 } // namespace vx

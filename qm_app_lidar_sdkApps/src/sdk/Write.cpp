@@ -2,7 +2,9 @@
 
 #include "sdk/Queries.h"
 #include "utils/sets/Formats.h"
+#include "utils/sets/Losses.h"
 #include "utils/sets/ThreadLimit.h"
+#include <vxunpack/LASPointWriter.h>
 #include <vxunpack/ProgressDelegate.h>
 
 #include <atomic>
@@ -66,14 +68,19 @@ std::uint64_t write(const std::string& path, const Cloud& cloud, const WriteOpti
     PointSource& source = cloud.source();
     const PointInfo layout = chooseChannels(source.getPointInfo(), options.query.channels);
     const OutputChoice output(nameForFormat(path, options.format).c_str(), nullptr);
-    const Scoped<PointWriter> writer = output.createWriter(source, path, layout);
+    const Scoped<PointWriter> writer = output.createWriter(source, path.c_str(), layout);
     if (options.scale || options.offset)
         writer->setQuantization(options.scale ? options.scale->data() : nullptr,
                                 options.offset ? options.offset->data() : nullptr);
+    const auto warn = options.warning ? options.warning : [](const std::string&) {};
+    if (output.isLAS() && !options.scale)
+        Utils::warnOfRounding(source, layout, path, "", warn);
     Callbacks callbacks(options);
     std::int64_t count = 0;
     Quillmoran::ThreadLimit limit(options.threads);
     limit.execute([&] { count = writer->write(bounds, options.query.fraction, layout, &callbacks); });
+    if (const auto* las = dynamic_cast<const LASPointWriter*>(writer.get()))
+        Utils::warnOfLASOutput(*las, path, warn);
     return static_cast<std::uint64_t>(count);
 }
 

@@ -117,7 +117,7 @@ void TileIndexer::build() const
     Utils::ConsoleProgress delegate;
     Utils::setTextOptions(*m_opener, true, m_cmdLine, &delegate);
     const Changes changes = updateTiles(*writer, inputs, delegate);
-    Utils::compareCoordinateSystems(writer->getCoordinateSystems(), merge);
+    Utils::compareCoordinateSystems(writer->getCoordinateSystems(), merge, Utils::warn);
     configure(*writer);
     if (m_cmdLine.getFlag("createOverview"))
         createOverview(*writer, delegate);
@@ -131,7 +131,7 @@ void TileIndexer::build() const
     for (const std::string& warning : writer->getWarnings())
         Utils::warn(warning);
     Utils::warnOfUnknownCoordinateSystems(writer->getUnknownCoordinateSystems(),
-                                          "; the index does not keep them");
+                                          "; the index does not keep them", Utils::warn);
     if (writer->getNumPoints() == 0)
         Utils::warn(std::string("'") + index + "': none of the files has points");
     std::printf("%zu files, %lld points (%zu files added, %zu refreshed, %zu removed)\n",
@@ -258,7 +258,7 @@ void TileIndexer::createOverview(PersistentPointSourceWriter& writer, ProgressDe
     const Scoped<PointWriter> points =
         OutputChoice(file, nullptr).createWriter(*tiles, file, tiles->getPointInfo());
     points->write(Bounds::Huge(), fraction, tiles->getPointInfo(), &delegate);
-    Utils::warnOfLASOutput(dynamic_cast<const LASPointWriter&>(*points), file);
+    Utils::warnOfLASOutput(dynamic_cast<const LASPointWriter&>(*points), file, Utils::warn);
     writer.setOverview(file, fraction);
 }
 

@@ -80,7 +80,7 @@ bool Transcoder::work()
     progress.finish();
     std::printf("%lld points written\n", count);
     if (const auto* las = dynamic_cast<const LASPointWriter*>(writer.get()))
-        Utils::warnOfLASOutput(*las, m_cmdLine.getString("outputFile"));
+        Utils::warnOfLASOutput(*las, m_cmdLine.getString("outputFile"), Utils::warn);
     if (verbose)
         printOutputHeader();
     return true;
@@ -171,17 +171,8 @@ void Transcoder::configure(PointWriter& writer) const
 // LAS rounds coordinates that are not multiples of its scale.
 void Transcoder::warnOfRounding(const PointSource& source, const PointInfo& layout) const
 {
-    if (!m_output->isLAS() || m_cmdLine.isPresent("scale") || source.getNumPoints() == 0)
-        return;
-    std::string names;
-    for (const char* name : {ChannelNames::x, ChannelNames::y, ChannelNames::z}) {
-        const ChannelInfo* channel = layout.getChannel(name);
-        if (channel && channel->getQuantization() == 0)
-            names += std::string(names.empty() ? "" : ", ") + name;
-    }
-    if (!names.empty())
-        Utils::warn("'" + m_outputFile + "': coordinates (" + names +
-                    ") are rounded to 0.001, since the input has no scale for them; -sc chooses another");
+    if (m_output->isLAS() && !m_cmdLine.isPresent("scale"))
+        Utils::warnOfRounding(source, layout, m_outputFile, "; -sc chooses another", Utils::warn);
 }
 
 void Transcoder::printOutputHeader() const

@@ -1,7 +1,8 @@
-// What the chains of one query may allocate together. A payload of few bytes can stand for a large subblock,
-// and each level of each channel holds one: without a common limit a small file could ask for any amount.
-// All chains draw on one budget, from any thread, and give nothing back before the query ends. So whether it
-// suffices for a block of points does not depend on the order in which they draw.
+// The memory that the chains of one query may allocate together. A payload of a few bytes can stand for a large subblock,
+// and every level of every channel holds one: without a common limit a small file could allocate any amount.
+//
+// All chains take memory from one budget, from any thread, and give none back before the query ends. So the result does
+// not depend on the order in which they take it.
 #pragma once
 
 #include <vxunpack/Base.h>
@@ -22,8 +23,8 @@ public:
         m_isExceeded = false;
     }
 
-    // Asked before bytes are allocated. WaveletHeaderRead "bad read -- channel info" when they are too many: it is the
-    // channel records that make them so many.
+    // Called before an allocation. WaveletHeaderRead "bad read -- channel info" if the budget is exceeded, because the
+    // channel records determine the sizes.
     void take(std::uint64_t bytes)
     {
         std::uint64_t left = m_left;

@@ -11,9 +11,13 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr std::uint32_t classNamesVersion = 0x04000002; // the first that has them
+constexpr std::uint32_t classNamesVersion = 0x04000002; // first version with class names
 
 } // namespace
+
+VX7PointReader::VX7PointReader() = default;
+
+VX7PointReader::~VX7PointReader() = default;
 
 VX7PointReader* VX7PointReader::create()
 {
@@ -30,13 +34,14 @@ void VX7PointReader::init(const char* path)
 void VX7PointReader::init(IO* io)
 {
     ChunkReader chunks(io);
-    readChunks(chunks);
+    Scoped<WaveletDecoderInfo> info = readChunks(chunks);
     chunks.close();
-    m_info->finish();
+    info->finish();
+    m_info = std::move(info);
     setDescription();
 }
 
-void VX7PointReader::readChunks(ChunkReader& chunks)
+Scoped<WaveletDecoderInfo> VX7PointReader::readChunks(ChunkReader& chunks)
 {
     std::array<std::uint8_t, 4> version;
     const std::uint64_t fileLength = BaseChunkReader::readMagic(chunks.stream(), version);
@@ -45,8 +50,8 @@ void VX7PointReader::readChunks(ChunkReader& chunks)
     const std::uint32_t packedVersion = loadBigEndian<std::uint32_t>(version.data());
     std::int64_t remaining = chunks.readGroupHeader(fileLength);
 
-    m_info.reset(WaveletDecoderInfo::create(packedVersion));
-    m_info->load(chunks, remaining);
+    Scoped<WaveletDecoderInfo> info(WaveletDecoderInfo::create(packedVersion));
+    info->load(chunks, remaining);
 
     ChunkHeader chunk;
     chunks.readChunkHeader(chunk, remaining, CHUNK_METADATA, ErrorCode::MetadataChunkRead);
@@ -65,7 +70,8 @@ void VX7PointReader::readChunks(ChunkReader& chunks)
     }
     if (remaining > 0 &&
         chunks.readChunkHeader(chunk, remaining, ErrorCode::ExtendedRecordRead) == CHUNK_EXTENDED_HEADER)
-        chunks.readExtendedHeader(chunk.length, m_info->getChannels());
+        chunks.readExtendedHeader(chunk.length, info->getChannels());
+    return info;
 }
 
 void VX7PointReader::setDescription()
@@ -87,17 +93,26 @@ void VX7PointReader::setDescription()
     setQuantization(scale, offset);
 }
 
+const WaveletDecoderInfo& VX7PointReader::getDecoderInfo() const
+{
+    if (!m_info)
+        QM_THROW(ErrorCode::InvalidArgument, "the reader is not open");
+    return *m_info;
+}
+
 void VX7PointReader::loadMetadata(Metadata& into, bool) const
 {
+    getDecoderInfo();
     BaseChunkReader::readMetadata(m_metadata, into);
 }
 
 double VX7PointReader::getTotalWork(const Bounds& bounds, double fraction) const
 {
+    const WaveletDecoderInfo& info = getDecoderInfo();
     if (!(fraction > 0))
         return 0;
     double points = 0;
-    for (const auto& range : m_info->getPointRanges(m_info->getLevel(fraction), bounds))
+    for (const auto& range : info.getPointRanges(info.getLevel(fraction), bounds))
         points += static_cast<double>(range.length);
     return points;
 }
@@ -106,7 +121,7 @@ PointIterator* VX7PointReader::createIterator(const Bounds& bounds, double fract
                                               ProgressDelegate* delegate) const
 {
     Scoped<WaveletDecoder> decoder(WaveletDecoder::create());
-    decoder->init(*m_info, bounds, fraction, layout, delegate);
+    decoder->init(getDecoderInfo(), bounds, fraction, layout, delegate);
     return decoder.detach();
 }
 

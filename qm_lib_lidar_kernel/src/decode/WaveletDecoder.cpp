@@ -11,22 +11,22 @@ namespace Quillmoran {
 
 namespace {
 
-// Points per block: small enough to stay in the caches. The longest subblock is a twentieth of the work of a
-// block of the usual channels, so a few threads find enough to share; many of them need larger blocks.
+// Points per block: few enough to stay in the caches. The longest subblock is a twentieth of the work of a block of
+// common channels, so a few threads can share a block; many threads need larger blocks.
 constexpr std::size_t usualBlockPoints = 16384;
 constexpr std::size_t threadsPerBlock = 4;
-constexpr std::size_t mostBlocks = 16;
-// What a block may take, in points and kernel samples; only points of hundreds of channels come to it.
+constexpr std::size_t maxBlocks = 16;
+// The memory of a block's points and kernel samples; only points with hundreds of channels reach it.
 constexpr std::size_t blockBytes = std::size_t{16} << 20;
-// Coarser stages see fewer samples; their windows shrink with them down to this.
+// Coarser stages have fewer samples, and smaller windows down to this size.
 constexpr std::size_t smallestStageBlock = 64;
 
-// The chains of a query may take this much and this multiple of the file's size. The first is what a million
-// points of sixty channels in one subblock need, the second lets samples shrink to a sixteenth; what files of
-// common subblock sizes need is far below both.
+// The chains of a query may use this memory plus this multiple of the file's size. The first is enough for a million
+// points of sixty channels in one subblock, the second for samples compressed to a sixteenth. Files with common
+// subblock sizes need far less.
 constexpr std::uint64_t freeMemory = std::uint64_t{512} << 20;
 constexpr std::uint64_t memoryPerFileByte = 16;
-// A channel's and a level's own objects, about.
+// Approximate size of the objects of a channel and of a level.
 constexpr std::uint64_t channelBytes = 1024;
 constexpr std::uint64_t levelBytes = 1536;
 
@@ -43,12 +43,12 @@ void WaveletDecoder::init(const WaveletDecoderInfo& info, const Bounds& bounds, 
                           const PointInfo& layout, ProgressDelegate* delegate)
 {
     m_info = Scoped<const WaveletDecoderInfo>::retained(&info);
-    const bool nothing = !(fraction > 0);
-    m_level = nothing ? 0 : info.getLevel(fraction);
-    // The level has thinned the points by powers of two; the sampling does the rest.
+    const bool isEmpty = !(fraction > 0);
+    m_level = isEmpty ? 0 : info.getLevel(fraction);
+    // The level reduces the points by a power of two; the sampling does the rest.
     PointIterator::init(bounds, std::ldexp(fraction, static_cast<int>(m_level)), layout, delegate);
     selectChannels(layout);
-    if (!nothing)
+    if (!isEmpty)
         m_ranges = info.getPointRanges(m_level, getBounds());
     for (Block& block : m_blocks)
         block.points.init(layout, getBlockPoints(layout));
@@ -79,11 +79,11 @@ void WaveletDecoder::selectChannels(const PointInfo& layout)
     }
 }
 
-// A damaged file can give the parts any kernel; merging takes the fraction's from its prefix.
+// The parts of a damaged file can have any kernel. Merging uses the width of the fraction's prefix.
 bool WaveletDecoder::isMergeable(const WaveletDecoderInfo::SplitChannel& split, DataType wanted) const
 {
     const WaveletDecoderChannelInfo& fraction = m_info->getChannel(split.fraction);
-    const bool narrow = fraction.nameBehind(WaveletChannelInfo::fraction32Prefix) != nullptr;
+    const bool narrow = fraction.getPart() == ChannelPart::Fraction32;
     const auto hasIntegers = [this](std::size_t part) {
         return TransformUtils::isInteger(m_info->getChannel(part).getTransformType());
     };
@@ -95,46 +95,45 @@ bool WaveletDecoder::isMergeable(const WaveletDecoderInfo::SplitChannel& split, 
 void WaveletDecoder::addChannel(std::size_t fileChannel, ConversionAction action, std::size_t pointChannel)
 {
     Channel& added = m_channels.emplace_back();
-    added.info = m_info->getChannel(fileChannel);
-    added.info.setupConvert(action, static_cast<int>(pointChannel));
+    added.record = &m_info->getChannel(fileChannel);
+    added.conversion.setupConvert(*added.record, action, pointChannel);
 }
 
 std::size_t WaveletDecoder::getBlockPoints(const PointInfo& layout) const
 {
     std::size_t pointBytes = layout.getPointSize();
     for (const Channel& channel : m_channels)
-        pointBytes += DataTypeUtils::getSize(channel.info.getKernelDataType());
+        pointBytes += DataTypeUtils::getSize(channel.record->getKernelDataType());
     const std::size_t wanted =
-        usualBlockPoints * std::clamp<std::size_t>(getNumThreads() / threadsPerBlock, 1, mostBlocks);
-    const std::size_t most = std::clamp<std::size_t>(blockBytes / pointBytes, 1, wanted);
+        usualBlockPoints * std::clamp<std::size_t>(getNumThreads() / threadsPerBlock, 1, maxBlocks);
+    const std::size_t maxPoints = std::clamp<std::size_t>(blockBytes / pointBytes, 1, wanted);
     return static_cast<std::size_t>(
-        std::clamp<std::int64_t>(m_info->getNumPoints(), 1, static_cast<std::int64_t>(most)));
+        std::clamp<std::int64_t>(m_info->getNumPoints(), 1, static_cast<std::int64_t>(maxPoints)));
 }
 
 void WaveletDecoder::buildPipeline(Channel& channel)
 {
-    const WaveletDecoderChannelInfo& info = channel.info;
+    const WaveletDecoderChannelInfo& record = *channel.record;
     m_budget.take(channelBytes + levelBytes);
-    channel.reader = SubblockReader::create(info.getKernelDataType(), info.getTransformType(), info.getName(),
-                                            info.getSubblockSize(), m_info->hasPlaneLengths(info));
+    channel.reader = SubblockReader::create(m_info->getSubblockFormat(record));
     channel.reader->setBudget(&m_budget);
     channel.reader->init();
 
     const std::uint32_t coarsest = m_info->getNumLevels() - 1;
-    channel.root = SubbandSource::createSubbandReader(
-        *channel.reader, 0, false, m_info->getBandStretches(info, 0), m_info->getNumSamples(coarsest));
+    channel.root = SubbandSource::createSubbandReader(*channel.reader, m_info->getBandRanges(record, 0),
+                                                      m_info->getNumSamples(coarsest));
     for (std::uint32_t band = 1; band + m_level <= coarsest; ++band) {
-        const std::uint32_t level = coarsest - band; // what the stage delivers
+        const std::uint32_t level = coarsest - band; // of the samples that the stage delivers
         const std::int64_t highSamples = m_info->getNumSamples(level) / 2;
-        // A level of one sample passes through as it is. Damaged files can have thousands of those.
+        // A level of one sample needs no stage. Damaged files can have thousands of such levels.
         if (highSamples == 0)
             continue;
-        auto high = SubbandSource::createSubbandReader(*channel.reader, band - 1, true,
-                                                       m_info->getBandStretches(info, band), highSamples);
+        auto high = SubbandSource::createSubbandReader(*channel.reader, m_info->getBandRanges(record, band),
+                                                       highSamples);
         const std::size_t largest = std::max<std::size_t>(m_blocks[0].points.getNumSamples() / 2, 1);
         const std::size_t block =
             std::max(largest >> std::min(level - m_level, 31u), std::min(largest, smallestStageBlock));
-        m_budget.take(levelBytes + 2 * block * DataTypeUtils::getSize(info.getKernelDataType()));
+        m_budget.take(levelBytes + 2 * block * DataTypeUtils::getSize(record.getKernelDataType()));
         channel.root = SubbandSource::createPipeStage(block, std::move(channel.root), std::move(high));
     }
 }
@@ -162,15 +161,15 @@ void WaveletDecoder::seek(std::int64_t position)
 
 void WaveletDecoder::decodeSubblocks(const Channel& channel)
 {
-    // They come from the coarsest band to the finest, so that neighbours are of like size.
+    // Subblocks are listed from the coarsest band to the finest, so neighbours have similar sizes.
     const std::vector<CodedSubblock>& work = channel.work;
     const std::size_t step = channel.reader->prefersTwo() ? 2 : 1;
     nestedParallelLoop((work.size() + step - 1) / step, [&](std::size_t i) {
-        const std::size_t behind = work.size() - step * i;
-        if (step == 2 && behind >= 2)
-            channel.reader->decodeTwo(work[behind - 2], work[behind - 1]);
+        const std::size_t end = work.size() - step * i;
+        if (step == 2 && end >= 2)
+            channel.reader->decodeTwo(work[end - 2], work[end - 1]);
         else
-            channel.reader->decode(work[behind - 1]);
+            channel.reader->decode(work[end - 1]);
     });
 }
 
@@ -179,29 +178,30 @@ void WaveletDecoder::decodeChannel(Channel& channel, Block& block)
     channel.work.clear();
     channel.root->prepare(block.fill, channel.work);
     decodeSubblocks(channel);
-    channel.info.reserveKernel(block.fill);
-    const std::size_t got = channel.root->get(channel.info.getKernel().getData(), block.fill);
+    channel.samples.reserve(channel.record->getKernelDataType(), block.fill);
+    const std::size_t got = channel.root->get(channel.samples.getData(), block.fill);
     if (got != block.fill)
         QM_THROW(ErrorCode::SubbandRead, "bad read -- subblock data");
-    channel.info.convertFromKernel(block.points, block.fill);
+    channel.conversion.convertFromKernel(channel.samples, block.points, block.fill);
 }
 
 void WaveletDecoder::decode(Block& block)
 {
-    // Each task writes one channel of the block and reads through streams of its own.
+    // Each task writes one channel of the block and has its own streams.
     try {
         nestedParallelLoop(m_channels.size(),
                            [this, &block](std::size_t i) { decodeChannel(m_channels[i], block); });
     } catch (const Error&) {
-        // Which channel meets the end of the budget depends on the threads. That it is met does not.
+        // Whether the budget is exceeded does not depend on the threads, but which channel exceeds it does.
         if (m_budget.isExceeded())
             MemoryBudget::throwExceeded();
         throw;
     }
     for (std::size_t i = 0; i < m_channels.size(); ++i) {
-        if (m_channels[i].info.getAction() == CONVERT_MERGE) {
-            m_channels[i].info.mergeFromKernel(m_channels[i + 1].info, m_channels[i + 2].info, block.points,
-                                               block.fill);
+        const KernelConversion& conversion = m_channels[i].conversion;
+        if (conversion.getAction() == CONVERT_MERGE) {
+            conversion.mergeFromKernel(m_channels[i].samples, m_channels[i + 1].samples,
+                                       m_channels[i + 2].samples, block.points, block.fill);
             i += 2;
         }
     }
@@ -234,7 +234,7 @@ bool WaveletDecoder::refill()
     try {
         m_decoding.wait();
     } catch (...) {
-        m_range = m_ranges.size(); // the chains are of no use any more
+        m_range = m_ranges.size(); // the chains are in an undefined state
         throw;
     }
     m_current = 1 - m_current;

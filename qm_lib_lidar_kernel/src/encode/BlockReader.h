@@ -1,5 +1,5 @@
-// Reads the blocks of an iterator into two buffers in turn, so that the next block can be read while others
-// work on the present one.
+// Reads the blocks of an iterator into two alternating buffers, so that the next block can be read while other threads
+// work on the current one.
 #pragma once
 
 #include <vxunpack/Object.h>
@@ -20,19 +20,19 @@ public:
             block.points.init(layout, blockPoints);
     }
 
-    // Calls visit(points, count) for each block; it calls readNext() while or after it works on them.
+    // Calls visit(points, count) for each block. `visit` must call readNext() once.
     template <class Visit>
     void forEach(Visit visit)
     {
         readNext();
-        for (m_present = 1 - m_present; m_blocks[m_present].count != 0; m_present = 1 - m_present)
-            visit(std::as_const(m_blocks[m_present].points), m_blocks[m_present].count);
+        for (m_current = 1 - m_current; m_blocks[m_current].count != 0; m_current = 1 - m_current)
+            visit(std::as_const(m_blocks[m_current].points), m_blocks[m_current].count);
     }
 
-    // May run on any thread.
+    // May be called from any thread.
     void readNext()
     {
-        Block& next = m_blocks[1 - m_present];
+        Block& next = m_blocks[1 - m_current];
         next.count = m_iterator->getNextPoints(next.points);
     }
 
@@ -45,7 +45,7 @@ private:
 
     Scoped<PointIterator> m_iterator;
     Block m_blocks[2];
-    std::size_t m_present = 0;
+    std::size_t m_current = 0;
 };
 
 } // namespace Quillmoran

@@ -13,7 +13,7 @@ PointEncoder::PointEncoder(const std::vector<ChannelPlan>& plans, const BandForm
 {
     for (std::size_t i = 0; i < plans.size(); ++i)
         for (const KernelPlan& plan : plans[i])
-            m_channels.push_back(std::make_unique<ChannelEncoder>(plan, static_cast<int>(i), format, m_file));
+            m_channels.push_back(std::make_unique<ChannelEncoder>(plan, i, format, m_file));
 }
 
 void PointEncoder::encode(BlockReader& reader, const std::function<void(std::size_t)>& onBlock)
@@ -36,10 +36,10 @@ void PointEncoder::encode(BlockReader& reader, const std::function<void(std::siz
 bool PointEncoder::isWithinPlans() const
 {
     return std::all_of(m_channels.begin(), m_channels.end(), [](const auto& channel) {
-        const WaveletChannelInfo& info = channel->getInfo();
-        return !TransformUtils::isInteger(info.getTransformType()) ||
-               WaveletChannelInfo::countBits(info.getMinimum().integer, info.getMaximum().integer) <=
-                   info.getBits();
+        const WaveletChannelInfo& record = channel->getRecord();
+        return !TransformUtils::isInteger(record.getTransformType()) ||
+               WaveletChannelInfo::countBits(record.getMinimum().integer, record.getMaximum().integer) <=
+                   record.getBits();
     });
 }
 

@@ -18,23 +18,23 @@ namespace Quillmoran {
 namespace {
 
 constexpr std::size_t blockPoints = 65536;
-constexpr std::size_t smallestBlock = 64; // for points of very many channels
-constexpr std::size_t mostBlockBytes = 16 << 20;
-// The coarsest level keeps at least as many points: previews want no fewer, and chunks cost bytes.
+constexpr std::size_t minBlockPoints = 64; // for points with very many channels
+constexpr std::size_t maxBlockBytes = 16 << 20;
+// Minimum of the coarsest level: previews need no fewer points, and each chunk costs bytes.
 constexpr std::int64_t coarsestPoints = 512;
-constexpr std::uint32_t mostLevels = 24;
-constexpr std::int64_t mostIndexEntries = 65536;
-constexpr std::int64_t smallFileEntries = 16; // that a small file should have
+constexpr std::uint32_t maxLevels = 24;
+constexpr std::int64_t maxIndexEntries = 65536;
+constexpr std::int64_t smallFileEntries = 16; // minimum for a small file
 constexpr std::uint32_t smallestEntry = 64;   // points
 constexpr char pointCountKey[] = "PreCompressionPointCount";
 constexpr const char* surveying = "surveying points";
 constexpr const char* writing = "writing VX7 file";
 
-// The writer's own work on a point, in units of what a source has with it.
+// The work on a point, relative to reading it from the source.
 constexpr double surveyWork = 0.5;
 constexpr double encodeWork = 2;
 
-// Adds the work done and ends a run that is to end.
+// Reports the work done and throws if the operation is cancelled.
 void report(ProgressDelegate* delegate, double work, const char* activity)
 {
     if (!delegate)
@@ -46,22 +46,22 @@ void report(ProgressDelegate* delegate, double work, const char* activity)
 
 void checkNames(const PointInfo& layout)
 {
-    constexpr std::size_t longestName = 65000; // a length field has 16 bits, and prefixes come on top
-    constexpr std::size_t mostChannels = 65535 / 3;
-    if (layout.getNumChannels() > mostChannels)
-        QM_THROW(ErrorCode::InvalidArgument, "more than %zu channels", mostChannels);
+    constexpr std::size_t maxName = 65000; // bytes; length fields have 16 bits, and prefixes are added
+    constexpr std::size_t maxChannels = 65535 / 3;
+    if (layout.getNumChannels() > maxChannels)
+        QM_THROW(ErrorCode::InvalidArgument, "more than %zu channels", maxChannels);
     std::set<std::string> seen;
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const std::string name = layout.getChannel(i).getName();
-        const bool isPart = name.size() >= WaveletChannelInfo::prefixSize && name[0] == '@' && name[2] == '|';
-        if (name.empty() || name.size() > longestName || isPart)
+        const bool isPart = name.size() >= 3 && name[0] == '@' && name[2] == '|';
+        if (name.empty() || name.size() > maxName || isPart)
             QM_THROW(ErrorCode::InvalidArgument, "a channel cannot be called '%.64s'", name.c_str());
         if (!seen.insert(name).second)
             QM_THROW(ErrorCode::InvalidArgument, "two channels are called '%.64s'", name.c_str());
     }
 }
 
-// Where the chunks go: a file that takes its name when it is complete, or the caller's store.
+// The output: a file that replaces the path when it is complete, or the caller's IO.
 class OutputFile
 {
 public:
@@ -81,7 +81,7 @@ public:
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    // Until then a caller's store is untouched, and so is a file that is written directly.
+    // The caller's IO, or a file that is written directly, is unchanged until this call.
     IO* begin() noexcept
     {
         m_isBegun = true;
@@ -145,92 +145,113 @@ bool VX7PointWriter::supportedChannels(const PointInfo& wanted, PointInfo& suppo
     return supported.getNumChannels() != wanted.getNumChannels();
 }
 
-std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const PointInfo& wanted,
-                                   ProgressDelegate* delegate)
+// One call of write(): surveys and encodes the points of a query, then writes the chunks.
+class VX7PointWriter::Encoding
 {
-    const PointInfo layout = getSupported(wanted, delegate);
-    checkNames(layout);
-    for (const auto& [name, choice] : m_options.byChannel)
-        if (!layout.hasChannel(name.c_str()))
-            QM_THROW(ErrorCode::InvalidArgument, "there is no channel '%s' to choose a coding for",
-                     name.c_str());
-    if (delegate)
-        delegate->setTotal(2 * getSrc()->getTotalWork(bounds, fraction) +
-                           getSrc()->estimatePoints(bounds, fraction) * (surveyWork + encodeWork));
-    groomMetadata(bounds, fraction);
+public:
+    Encoding(const VX7PointWriter& writer, const Bounds& bounds, double fraction, const PointInfo& layout,
+             ProgressDelegate* delegate)
+        : m_writer(writer),
+          m_options(writer.m_options),
+          m_source(*writer.getSrc()),
+          m_bounds(bounds),
+          m_fraction(fraction),
+          m_layout(layout),
+          m_delegate(delegate)
+    {}
 
-    OutputFile output(m_path, m_io); // an output that cannot be made is noticed before the work
-    m_decimals.clear();
-    const std::unique_ptr<PointEncoder> encoder = encode(bounds, fraction, layout, delegate);
-    addPointCount(encoder->getNumPoints());
-    addDecimals();
-    writeChunks(output.begin(), *encoder);
-    summarise(*encoder);
-    output.finish();
-    return encoder->getNumPoints();
-}
-
-std::unique_ptr<PointEncoder> VX7PointWriter::encode(const Bounds& bounds, double fraction,
-                                                     const PointInfo& layout, ProgressDelegate* delegate)
-{
-    std::int64_t numPoints = 0;
-    std::unique_ptr<PointEncoder> encoder;
+    double getTotalWork() const
     {
-        BlockReader reader = openReader(bounds, fraction, layout, delegate);
-        const SourceSurvey survey(layout, {getScale(), getOffset()}, reader, [&](std::size_t count) {
-            report(delegate, static_cast<double>(count) * surveyWork, surveying);
-        });
-        numPoints = survey.getNumPoints();
-        const BandFormat format{chooseLevels(numPoints), m_options.versions.band == 1,
-                                m_options.versions.file < FileVersions::withSingleLengths,
-                                m_options.rawPlanes};
-        const std::vector<ChannelPlan> plans = choosePlans(survey, layout, format);
-        noteDecimals(survey, layout, plans);
-        encoder = std::make_unique<PointEncoder>(plans, format, choosePointsPerEntry(numPoints, plans));
+        return 2 * m_source.getTotalWork(m_bounds, m_fraction) +
+               m_source.estimatePoints(m_bounds, m_fraction) * (surveyWork + encodeWork);
     }
-    // The number of points is known by now. They share the work that was estimated.
-    const double pointWork = numPoints == 0 ? 0
-                                            : encodeWork * getSrc()->estimatePoints(bounds, fraction) /
-                                                  static_cast<double>(numPoints);
-    BlockReader reader = openReader(bounds, fraction, layout, delegate);
-    encoder->encode(reader, [&](std::size_t count) {
-        report(delegate, static_cast<double>(count) * pointWork, writing);
-    });
-    if (encoder->getNumPoints() != numPoints || !encoder->isWithinPlans())
-        QM_THROW(ErrorCode::InvalidArgument, "the source has changed while it was read");
-    return encoder;
-}
+    // Both passes over the source.
+    void encode();
+    void writeChunks(IO* io, const Metadata& metadata) const;
 
-BlockReader VX7PointWriter::openReader(const Bounds& bounds, double fraction, const PointInfo& layout,
-                                       ProgressDelegate* delegate) const
+    std::int64_t getNumPoints() const { return m_encoder->getNumPoints(); }
+    // The decimals of channels for which text output cannot derive them from the plan.
+    const std::vector<std::pair<std::string, int>>& getDecimals() const { return m_decimals; }
+    std::vector<ChannelSummary> getSummary() const;
+
+private:
+    void survey();
+    BlockReader openReader() const;
+    std::vector<ChannelPlan> choosePlans(const SourceSurvey& survey, const BandFormat& format) const;
+    ChannelChoice getChoice(const ChannelInfo& channel) const;
+    std::uint32_t chooseLevels() const;
+    std::uint32_t choosePointsPerEntry(const std::vector<ChannelPlan>& plans) const;
+    void noteDecimals(const SourceSurvey& survey, const std::vector<ChannelPlan>& plans);
+
+    const VX7PointWriter& m_writer;
+    const EncodeOptions& m_options;
+    PointSource& m_source;
+    const Bounds& m_bounds;
+    double m_fraction;
+    const PointInfo& m_layout;
+    ProgressDelegate* m_delegate;
+    std::int64_t m_numPoints = 0; // of the survey
+    std::unique_ptr<PointEncoder> m_encoder;
+    std::vector<std::pair<std::string, int>> m_decimals; // by channel
+};
+
+void VX7PointWriter::Encoding::encode()
 {
-    Scoped<PointIterator> iterator(getSrc()->createIterator(bounds, fraction, layout, delegate));
-    const std::size_t room =
-        std::max<std::size_t>(mostBlockBytes / (layout.getPointSize() + 1), smallestBlock);
-    return BlockReader(std::move(iterator), layout, std::min(room, blockPoints));
+    survey();
+    // The number of points is now known. They share the estimated work.
+    const double pointWork = m_numPoints == 0 ? 0
+                                              : encodeWork * m_source.estimatePoints(m_bounds, m_fraction) /
+                                                    static_cast<double>(m_numPoints);
+    BlockReader reader = openReader();
+    m_encoder->encode(reader, [&](std::size_t count) {
+        report(m_delegate, static_cast<double>(count) * pointWork, writing);
+    });
+    if (m_encoder->getNumPoints() != m_numPoints || !m_encoder->isWithinPlans())
+        QM_THROW(ErrorCode::InvalidArgument, "the source has changed while it was read");
 }
 
-std::vector<ChannelPlan> VX7PointWriter::choosePlans(const SourceSurvey& survey, const PointInfo& layout,
-                                                     const BandFormat& format) const
+void VX7PointWriter::Encoding::survey()
+{
+    BlockReader reader = openReader();
+    const SourceSurvey survey(
+        m_layout, {m_writer.getScale(), m_writer.getOffset()}, reader,
+        [&](std::size_t count) { report(m_delegate, static_cast<double>(count) * surveyWork, surveying); });
+    m_numPoints = survey.getNumPoints();
+    const BandFormat format{chooseLevels(), m_options.versions.band == 1,
+                            m_options.versions.file < FileVersions::withSingleLengths, m_options.rawPlanes};
+    const std::vector<ChannelPlan> plans = choosePlans(survey, format);
+    noteDecimals(survey, plans);
+    m_encoder = std::make_unique<PointEncoder>(plans, format, choosePointsPerEntry(plans));
+}
+
+BlockReader VX7PointWriter::Encoding::openReader() const
+{
+    Scoped<PointIterator> iterator(m_source.createIterator(m_bounds, m_fraction, m_layout, m_delegate));
+    const std::size_t fitting =
+        std::max<std::size_t>(maxBlockBytes / (m_layout.getPointSize() + 1), minBlockPoints);
+    return BlockReader(std::move(iterator), m_layout, std::min(fitting, blockPoints));
+}
+
+std::vector<ChannelPlan> VX7PointWriter::Encoding::choosePlans(const SourceSurvey& survey,
+                                                               const BandFormat& format) const
 {
     const std::vector<const PlanChooser::Run*> runs = survey.getRuns();
     const PlanChooser chooser(runs, format);
-    std::vector<ChannelPlan> plans(layout.getNumChannels());
+    std::vector<ChannelPlan> plans(m_layout.getNumChannels());
     parallelLoop(plans.size() + 1, [&](std::size_t job) {
         if (job == 0) {
-            // Some sources have to translate theirs, which takes as long as a good many points. Nobody reads
-            // now.
-            getSrc()->getWKT();
+            // Some sources have to translate their WKT, which is slow. No other thread reads the source now.
+            m_source.getWKT();
             return;
         }
         const std::size_t i = job - 1;
-        const ChannelInfo& channel = layout.getChannel(i);
-        plans[i] = chooser.choose(channel, static_cast<int>(i), survey.getChannel(i), getChoice(channel));
+        const ChannelInfo& channel = m_layout.getChannel(i);
+        plans[i] = chooser.choose(channel, i, survey.getChannel(i), getChoice(channel));
     });
     return plans;
 }
 
-ChannelChoice VX7PointWriter::getChoice(const ChannelInfo& channel) const
+ChannelChoice VX7PointWriter::Encoding::getChoice(const ChannelInfo& channel) const
 {
     ChannelChoice choice = m_options.all;
     const auto found = m_options.byChannel.find(channel.getName());
@@ -239,7 +260,7 @@ ChannelChoice VX7PointWriter::getChoice(const ChannelInfo& channel) const
     const ChannelChoice& own = found->second;
     if (own.transform) {
         choice.transform = own.transform;
-        choice.mustSuit = true;
+        choice.isRequired = true;
     }
     choice.smooth |= own.smooth;
     if (own.subblockSize)
@@ -247,20 +268,18 @@ ChannelChoice VX7PointWriter::getChoice(const ChannelInfo& channel) const
     return choice;
 }
 
-std::uint32_t VX7PointWriter::chooseLevels(std::int64_t numPoints) const
+std::uint32_t VX7PointWriter::Encoding::chooseLevels() const
 {
     if (m_options.numLevels)
         return *m_options.numLevels;
     std::uint32_t levels = 1;
-    while (levels < mostLevels && numPoints >> levels >= coarsestPoints)
+    while (levels < maxLevels && m_numPoints >> levels >= coarsestPoints)
         ++levels;
     return levels;
 }
 
-// Ranges of points are joined when they are no further apart than the largest subblock, so finer boxes than
-// that tell a reader little.
-std::uint32_t VX7PointWriter::choosePointsPerEntry(std::int64_t numPoints,
-                                                   const std::vector<ChannelPlan>& plans) const
+// Readers join ranges of points with a gap of at most the largest subblock, so boxes with fewer points are of little use.
+std::uint32_t VX7PointWriter::Encoding::choosePointsPerEntry(const std::vector<ChannelPlan>& plans) const
 {
     if (m_options.pointsPerEntry)
         return *m_options.pointsPerEntry;
@@ -269,11 +288,75 @@ std::uint32_t VX7PointWriter::choosePointsPerEntry(std::int64_t numPoints,
         for (const KernelPlan& part : plan)
             largest = std::max(largest, part.subblockSize);
     std::int64_t points = largest;
-    while (points > smallestEntry && numPoints / points < smallFileEntries)
+    while (points > smallestEntry && m_numPoints / points < smallFileEntries)
         points /= 2;
-    while (numPoints / points >= mostIndexEntries)
+    while (m_numPoints / points >= maxIndexEntries)
         points *= 2;
     return static_cast<std::uint32_t>(std::min<std::int64_t>(points, INT32_MAX));
+}
+
+// Transforms that smooth are excluded: their coarse levels hold averages, which have other decimals.
+void VX7PointWriter::Encoding::noteDecimals(const SourceSurvey& survey, const std::vector<ChannelPlan>& plans)
+{
+    for (std::size_t i = 0; i < plans.size(); ++i) {
+        const ChannelInfo& channel = m_layout.getChannel(i);
+        const KernelPlan& plan = plans[i].front();
+        if (!DataTypeUtils::isFloat(channel.getDataType()) || TransformUtils::hasUpdate(plan.transform))
+            continue;
+        if (const int decimals = survey.getChannel(i).getHiddenDecimals(plan.scale))
+            m_decimals.emplace_back(channel.getName(), decimals);
+    }
+}
+
+void VX7PointWriter::Encoding::writeChunks(IO* io, const Metadata& metadata) const
+{
+    FileContents contents;
+    contents.numPoints = m_encoder->getNumPoints();
+    contents.numLevels = chooseLevels();
+    contents.channels = &m_encoder->getChannels();
+    contents.index = &m_encoder->getIndex();
+    contents.metadata = &metadata;
+    contents.wkt = m_source.getWKT();
+    contents.classNames = m_source.getClassIdNames();
+    contents.numClassNames = m_source.getNumClassIdNames();
+    ChunkWriter(io, m_options.versions).write(contents);
+}
+
+std::vector<VX7PointWriter::ChannelSummary> VX7PointWriter::Encoding::getSummary() const
+{
+    std::vector<ChannelSummary> summary;
+    for (const auto& channel : m_encoder->getChannels()) {
+        const WaveletChannelInfo& record = channel->getRecord();
+        summary.push_back({record.getName(), record.getTransformType(), record.getSubblockSize(),
+                           record.getScale(), record.getOffset(), channel->getSize()});
+    }
+    return summary;
+}
+
+std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const PointInfo& wanted,
+                                   ProgressDelegate* delegate)
+{
+    if (!getSrc())
+        QM_THROW(ErrorCode::InvalidArgument, "the writer is not open");
+    const PointInfo layout = getSupported(wanted, delegate);
+    checkNames(layout);
+    for (const auto& [name, choice] : m_options.byChannel)
+        if (!layout.hasChannel(name.c_str()))
+            QM_THROW(ErrorCode::InvalidArgument, "there is no channel '%s' to choose a coding for",
+                     name.c_str());
+    Encoding encoding(*this, bounds, fraction, layout, delegate);
+    if (delegate)
+        delegate->setTotal(encoding.getTotalWork());
+    groomMetadata(bounds, fraction);
+
+    OutputFile output(m_path, m_io); // created first, so that an invalid output fails before the work
+    encoding.encode();
+    addPointCount(encoding.getNumPoints());
+    addDecimals(encoding.getDecimals());
+    encoding.writeChunks(output.begin(), getMetadata());
+    m_summary = encoding.getSummary();
+    output.finish();
+    return encoding.getNumPoints();
 }
 
 void VX7PointWriter::addPointCount(std::int64_t numPoints)
@@ -287,51 +370,13 @@ void VX7PointWriter::addPointCount(std::int64_t numPoints)
     setMetadata(metadata);
 }
 
-// Coarse levels of transforms that smooth hold averages, which have decimals of their own.
-void VX7PointWriter::noteDecimals(const SourceSurvey& survey, const PointInfo& layout,
-                                  const std::vector<ChannelPlan>& plans)
-{
-    for (std::size_t i = 0; i < plans.size(); ++i) {
-        const ChannelInfo& channel = layout.getChannel(i);
-        const KernelPlan& plan = plans[i].front();
-        if (!DataTypeUtils::isFloat(channel.getDataType()) || TransformUtils::hasUpdate(plan.transform))
-            continue;
-        if (const int decimals = survey.getChannel(i).getHiddenDecimals(plan.scale))
-            m_decimals.emplace_back(channel.getName(), decimals);
-    }
-}
-
-void VX7PointWriter::addDecimals()
+void VX7PointWriter::addDecimals(const std::vector<std::pair<std::string, int>>& decimals)
 {
     Metadata metadata = getMetadata();
-    TextDecimals::remove(metadata); // those of the source, whose samples may have been changed
-    for (const auto& [channel, decimals] : m_decimals)
-        TextDecimals::add(metadata, channel.c_str(), decimals);
+    TextDecimals::remove(metadata); // those of the source, whose samples may have changed
+    for (const auto& [channel, count] : decimals)
+        TextDecimals::add(metadata, channel.c_str(), count);
     setMetadata(metadata);
-}
-
-void VX7PointWriter::writeChunks(IO* io, const PointEncoder& encoder) const
-{
-    FileContents contents;
-    contents.numPoints = encoder.getNumPoints();
-    contents.numLevels = chooseLevels(encoder.getNumPoints());
-    contents.channels = &encoder.getChannels();
-    contents.index = &encoder.getIndex();
-    contents.metadata = &getMetadata();
-    contents.wkt = getSrc()->getWKT();
-    contents.classNames = getSrc()->getClassIdNames();
-    contents.numClassNames = getSrc()->getNumClassIdNames();
-    ChunkWriter(io, m_options.versions).write(contents);
-}
-
-void VX7PointWriter::summarise(const PointEncoder& encoder)
-{
-    m_summary.clear();
-    for (const auto& channel : encoder.getChannels()) {
-        const WaveletChannelInfo& info = channel->getInfo();
-        m_summary.push_back({info.getName(), info.getTransformType(), info.getSubblockSize(), info.getScale(),
-                             info.getOffset(), channel->getSize()});
-    }
 }
 
 } // namespace Quillmoran

@@ -1,6 +1,7 @@
 #include <vxunpack/VX7PointReader.h>
 
 #include "common/container/ChunkHeader.h"
+#include "decode/container/WaveletDecoderInfo.h"
 #include "platform/ByteOrder.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
@@ -9,6 +10,7 @@
 #include "support/ReadPoints.h"
 #include "support/SampleCloud.h"
 #include <vxunpack/ProgressDelegate.h>
+#include <vxunpack/VX7PointWriter.h>
 
 #include <cmath>
 #include <cstring>
@@ -261,6 +263,30 @@ TEST(VX7PointReader, ServesSeveralIteratorsAtOnce)
     EXPECT_EQ(block.getX()[9], cloud.coordinates[0][15]);
     ASSERT_EQ(a->getNextPoints(block), 10u);
     EXPECT_EQ(block.getX()[9], cloud.coordinates[0][19]);
+}
+
+TEST(VX7PointReader, RefusesToWorkUnlessOpen)
+{
+    const auto expectRefusal = [](VX7PointReader& reader) {
+        const std::string refusal = "40007 the reader is not open";
+        Metadata metadata;
+        EXPECT_EQ(failureOf([&] { reader.createIterator(Bounds::Huge(), 1, PointInfo(), nullptr); }),
+                  refusal);
+        EXPECT_EQ(failureOf([&] { reader.getTotalWork(Bounds::Huge(), 1); }), refusal);
+        EXPECT_EQ(failureOf([&] { reader.loadMetadata(metadata, false); }), refusal);
+        EXPECT_EQ(failureOf([&] { reader.getDecoderInfo(); }), refusal);
+    };
+    const Scoped<VX7PointReader> reader(VX7PointReader::create());
+    expectRefusal(*reader);
+    Bytes file = buildFile(SampleCloud::make(100, 1).toFile());
+    file.resize(file.size() / 2);
+    const Scoped<ByteStore> store(ByteStore::create(file));
+    EXPECT_THROW(reader->init(store.get()), Error);
+    expectRefusal(*reader);
+
+    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
+    EXPECT_EQ(failureOf([&] { writer->write(Bounds::Huge(), 1, PointInfo(), nullptr); }),
+              "40007 the writer is not open");
 }
 
 TEST(VX7PointReader, RefusesChannelsThatItCannotGive)

@@ -1,5 +1,7 @@
 #include <vxunpack/VX7PointWriter.h>
 
+#include "decode/container/WaveletDecoderInfo.h"
+#include "encode/planning/PlanChooser.h"
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/RandomCloud.h"

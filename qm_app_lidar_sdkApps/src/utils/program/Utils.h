@@ -72,26 +72,11 @@ void addNamed(FilePointSourceManager& files, const QMCmdLine& cmdLine);
 // refuseSameFile() for all values of "inputFile", which include lists and directories.
 void refuseNamed(const QMCmdLine& cmdLine, const char* output);
 
-// How files that differ become one point cloud: see MergeRules.h and docs/merging.md.
-struct MergeOptions
-{
-    std::optional<int> gpsWeek;                // converts week time to adjusted standard time
-    bool requiresSameCoordinateSystem = false; // by default different ones give a warning
-};
 // "gpsWeek". The option "srs" has the value "same" for requiresSameCoordinateSystem.
 void addGPSWeekOption(QMCmdLine& cmdLine);
 MergeOptions getMergeOptions(const QMCmdLine& cmdLine);
-// Compares the coordinate systems of files that become one cloud. Warns if they differ or a file has none; -1
-// if they are required to be the same.
-void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems, const MergeOptions& options);
-
 // joinFiles() with warnings about differences between the files; `verbose` prints a summary of each file.
 Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose, const MergeOptions& options = {});
-// Warns of data that a finished LAS file does not hold: the second of two clocks, its coordinate system, scan
-// angles in its own unit.
-void warnOfLASOutput(const LASPointWriter& writer, const char* output);
-// Warns once of files whose coordinate systems are not understood; `consequence` ends the message.
-void warnOfUnknownCoordinateSystems(const std::vector<std::string>& files, const char* consequence);
 
 } // namespace Utils
 

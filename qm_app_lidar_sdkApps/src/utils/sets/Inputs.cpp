@@ -89,24 +89,18 @@ void addInput(FilePointSourceManager& files, const char* name, int depth)
     files.addFile(name);
 }
 
-Scoped<PointSource> joinFiles(FilePointSourceManager& files, const std::optional<int>& gpsWeek)
+Scoped<PointSource> joinFiles(FilePointSourceManager& files, const MergeOptions& options, const Warn& warn)
 {
-    files.setGPSWeek(gpsWeek);
-    if (files.getNumSources() == 1 && !gpsWeek)
-        return Scoped<PointSource>(files.createPointSource(0));
-    return make<MosaicFilter, PointSource>(&files, gpsWeek);
-}
-
-Scoped<PointSource> openAny(const char* name, const OpenOptions& options, int depth,
-                            const std::optional<int>& gpsWeek)
-{
-    const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
-    files->setNamesErrors();
-    files->getOpener().options() = options;
-    addInput(*files, name, depth);
-    if (files->getNumSources() == 0)
-        QM_THROW(ErrorCode::General, "there are no files to read in '%s'", name);
-    return joinFiles(*files, gpsWeek);
+    files.setGPSWeek(options.gpsWeek);
+    warnOfUnknownCoordinateSystems(files, warn);
+    if (files.getNumSources() == 1 && !options.gpsWeek)
+        return Scoped<PointSource>(
+            files.createPointSource(0)); // an index compared its files when it was made
+    const auto mosaic = make<MosaicFilter>(&files, options.gpsWeek);
+    for (const std::string& warning : mosaic->getWarnings())
+        warn(warning);
+    compareCoordinateSystems(mosaic->getCoordinateSystems(), options, warn);
+    return Scoped<PointSource>::retained(mosaic.get());
 }
 
 void refuseSameFile(const char* input, const char* output)

@@ -3,8 +3,7 @@
 #pragma once
 
 #include "utils/sets/Formats.h"
-
-#include <optional>
+#include "utils/sets/Losses.h"
 
 namespace Quillmoran {
 
@@ -22,13 +21,8 @@ void addFiles(PersistentPointSourceWriter& writer, const char* path, int depth);
 // The same for a name that must exist, where a single file may be of any format.
 void addInput(FilePointSourceManager& files, const char* name, int depth);
 
-// The file, or the mosaic of several. With a GPS week always a mosaic, which converts week time with it.
-Scoped<PointSource> joinFiles(FilePointSourceManager& files, const std::optional<int>& gpsWeek);
-
-// Opens a file of any format, a list, an index or a directory with `depth` levels below it as one point
-// cloud. Errors name the file.
-Scoped<PointSource> openAny(const char* name, const OpenOptions& options, int depth = 0,
-                            const std::optional<int>& gpsWeek = std::nullopt);
+// The file, or the mosaic of several; with a GPS week always a mosaic. Warns of differences between the files.
+Scoped<PointSource> joinFiles(FilePointSourceManager& files, const MergeOptions& options, const Warn& warn);
 
 // A writer truncates its output, which therefore must not be an input: -1 "the output '%s' is the input file".
 void refuseSameFile(const char* input, const char* output);

@@ -1,5 +1,5 @@
-// The models with which integers are coded symbol by symbol: the sign (or zero), the bit length of the
-// magnitude, its leading bits with a model that belongs to the length; further bits are raw.
+// The models of integers that are coded symbol by symbol: the sign (or zero), the bit length of the magnitude, and its
+// leading bits with one model per bit length. Further bits are raw.
 #pragma once
 
 #include "common/coders/ArithmeticCoder.h"
@@ -9,12 +9,12 @@
 
 namespace Quillmoran {
 
-// The models of one subblock, the same on both sides. The sizes are part of the format.
+// The models of one subblock. Encoder and decoder use the same ones; their sizes are part of the format.
 struct ACIntegerModels
 {
     static constexpr std::uint32_t numLengths = 16;
     static constexpr std::uint32_t largestAlphabet = 128;
-    static constexpr int modelledBits = 8; // leading bits of a magnitude that have a model; the rest is raw
+    static constexpr int modelledBits = 8; // leading bits of a magnitude with a model; the rest is raw
     static constexpr int rawBitsAtOnce = 8;
 
     enum Sign : std::uint32_t
@@ -26,15 +26,14 @@ struct ACIntegerModels
 
     ACBase::DataModel sign;
     ACBase::DataModel length;
-    ACBase::DataModel lowBits[numLengths]; // by the bit length less one
+    ACBase::DataModel lowBits[numLengths]; // index: bit length - 1
 
-    // In their first state.
+    // In their initial state.
     ACIntegerModels();
     void reset() noexcept;
 
-    // Two sets of the thread's own. They serve all its readers in turn, since every subblock begins with
-    // fresh models: a set has some 10 kB, and there can be thousands of readers. Out of line, so that a loop
-    // over samples asks for them once.
+    // Two sets per thread, shared by its readers, since every subblock starts with fresh models: a set uses about 10 kB,
+    // and there can be thousands of readers. Out of line, so that the thread's address is looked up once per subblock.
     static std::array<ACIntegerModels, 2>& ofThread();
 };
 

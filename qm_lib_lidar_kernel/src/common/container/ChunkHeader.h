@@ -1,5 +1,5 @@
-// The 12 bytes in front of every chunk of a compressed file: a 32-bit id and the signed 64-bit length of the
-// payload that follows.
+// The 12 bytes before the payload of every chunk of a compressed file: a 32-bit id and the signed 64-bit length of the
+// payload.
 #pragma once
 
 #include <vxunpack/IO.h>
@@ -13,7 +13,7 @@ class StreamWriter;
 
 enum ChunkId : std::uint32_t
 {
-    CHUNK_GROUP = 1, // holds all further chunks
+    CHUNK_GROUP = 1, // contains all other chunks
     CHUNK_WAVELET_HEADER = 2,
     CHUNK_INDEX = 3,
     CHUNK_SUBBAND = 4,
@@ -29,14 +29,15 @@ struct ChunkHeader
 
     std::uint32_t id = 0;
     std::int64_t length = 0; // of the payload, bytes
-    std::int64_t offset = 0; // where the header stands; set by read() and write()
+    std::int64_t offset = 0; // position of the header; set by read() and write()
 
-    // Returns the bytes read. Errors ChunkHeaderRead: "bad read -- chunk id", "bad read -- chunk length".
+    // Returns the number of bytes read. ChunkHeaderRead: "bad read -- chunk id", "bad read -- chunk length".
     int read(StreamReader& reader);
-    // Writes the header at the writer's position. With `rewrite`, the writer stands behind the payload: sets
-    // the length, writes the header again in its old place and returns there. Errors ChunkHeaderWrite.
+    // Writes the header at the writer's position. With `rewrite`, that position is the end of the payload: sets the
+    // length, writes the header again at its old position and returns to the end. ChunkHeaderWrite: "bad write -- chunk
+    // id", "bad write -- chunk length".
     int write(StreamWriter& writer, bool rewrite);
-    // The stretch of the whole chunk, header included.
+    // The byte range of the whole chunk, including the header.
     void save(IO* io, IO::Location& location) const;
 };
 

@@ -1,11 +1,12 @@
-// The terms of the lifting steps, in the arithmetic of each kernel type, and the choice of steps for a
-// channel. The inverse transform and the forward one are the same steps with the opposite sign, in the
-// opposite order: both are made of what stands here. See decode/lifting/InverseWavelet.h for the shape of a step.
+// The terms of the lifting steps, in the arithmetic of each kernel type, and the choice of steps for a channel. The
+// inverse and the forward transform are the same steps with opposite signs and in opposite order; both are built from
+// the terms below. decode/lifting/InverseWavelet.h shows the shape of a step.
 #pragma once
 
+#include "common/coders/KernelTypes.h"
 #include "common/coders/TransformUtils.h"
+#include "common/lifting/LiftingScheme.h"
 #include "platform/ByteOrder.h"
-#include <vxunpack/Base.h>
 #include <vxunpack/DataType.h>
 
 #include <cstddef>
@@ -20,8 +21,8 @@ using LiftingStep = void (*)(void* low, std::size_t lowCount, void* high, std::s
 
 namespace Lifting {
 
-// Integer sums wrap: they are formed in the unsigned type, where that is defined. 16-bit samples are summed
-// in 32 bits and the sum is cut to 16 bits before it is rounded.
+// Integer sums wrap: they are computed in the unsigned type, where overflow is defined. 16-bit samples are added in
+// 32 bits and the sum is truncated to 16 bits before it is rounded.
 template <class T>
 T sum(T a, T b)
 {
@@ -58,8 +59,8 @@ T weight(T a, T b, T c, T d)
     }
 }
 
-// (total + offset) >> shift. A 16-bit sum has room for the offset in 32 bits; wider ones wrap. Floating-point
-// sums are not rounded.
+// (total + offset) >> shift. The offset is added to a 16-bit sum in 32 bits; wider sums wrap. Floating-point sums are
+// not rounded.
 template <int offset, int shift, class T>
 T scaled(T total)
 {
@@ -71,19 +72,18 @@ T scaled(T total)
         return static_cast<T>(sum<T>(total, offset) >> shift);
 }
 
-// What a low sample is updated by; `h` points at the high sample of the same pair.
+// The update of a low sample; `h` points at the high sample of the same pair.
 template <int order, class T>
 T updateTerm(const T* h)
 {
-    // The rounding offsets of the third order are 30 and 14 where halves would be 16 and 8: they are part of
-    // the format.
+    // The rounding offsets of the third order are part of the format: 30 and 14, where halves would be 16 and 8.
     if constexpr (order == 1)
         return scaled<2, 2>(sum<T>(h[-1], h[0]));
     else
         return scaled<30, 5>(weight<T>(h[-2], h[-1], h[0], h[1]));
 }
 
-// What a high sample is predicted as; `l` points at the low sample of the same pair.
+// The prediction of a high sample; `l` points at the low sample of the same pair.
 template <int order, class T>
 T predictTerm(const T* l)
 {
@@ -143,52 +143,21 @@ void predict(void* lowSamples, std::size_t, void* highSamples, std::size_t highC
 inline void doNothing(void*, std::size_t, void*, std::size_t)
 {}
 
-template <class Direction, class T>
-void choose(TransformType transform, LiftingStep& predictStep, LiftingStep& updateStep)
-{
-    // The three coders share their lifting steps: 61 and 81 lift like 1, 93 like 13.
-    int reduced = transform;
-    while (reduced > 20)
-        reduced -= 20;
-    updateStep = predictStep = doNothing;
-    switch (reduced) {
-    case 1:
-        updateStep = update<Direction, 1, T>;
-        [[fallthrough]];
-    case 11:
-        predictStep = predict<Direction, 1, T>;
-        return;
-    case 3:
-        updateStep = update<Direction, 3, T>;
-        [[fallthrough]];
-    case 13:
-        predictStep = predict<Direction, 3, T>;
-        return;
-    case 10:
-        return;
-    default:
-        QM_THROW(ErrorCode::InvalidArgument, "unkown wavelet type");
-    }
-}
-
-// The steps for a kernel type and a transform. Errors InvalidArgument: "unkown wavelet type", "unkown datatype".
+// The steps for a kernel type and a transform. InvalidArgument: "unkown wavelet type", "unkown datatype".
 template <class Direction>
 void choose(DataType type, TransformType transform, LiftingStep& predictStep, LiftingStep& updateStep)
 {
-    switch (type) {
-    case SINT16:
-        return choose<Direction, std::int16_t>(transform, predictStep, updateStep);
-    case SINT32:
-        return choose<Direction, std::int32_t>(transform, predictStep, updateStep);
-    case SINT64:
-        return choose<Direction, std::int64_t>(transform, predictStep, updateStep);
-    case FLOAT32:
-        return choose<Direction, float>(transform, predictStep, updateStep);
-    case FLOAT64:
-        return choose<Direction, double>(transform, predictStep, updateStep);
-    default:
-        QM_THROW(ErrorCode::InvalidArgument, "unkown datatype");
-    }
+    visitKernelType(type, ErrorCode::InvalidArgument, [&](auto zero) {
+        using T = decltype(zero);
+        if (!TransformUtils::isKnown(transform))
+            QM_THROW(ErrorCode::InvalidArgument, "unkown wavelet type");
+        const LiftingScheme& scheme = TransformUtils::getLifting(transform);
+        updateStep = predictStep = doNothing;
+        if (scheme.order != 0)
+            predictStep = scheme.order == 1 ? predict<Direction, 1, T> : predict<Direction, 3, T>;
+        if (scheme.hasUpdate)
+            updateStep = scheme.order == 1 ? update<Direction, 1, T> : update<Direction, 3, T>;
+    });
 }
 
 } // namespace Lifting

@@ -7,74 +7,32 @@ namespace Quillmoran {
 
 namespace {
 
-// Far above what any writer uses; bounds what one damaged record can make a leaf allocate.
+// Limits the allocation for a damaged record. Writers use far smaller subblocks.
 constexpr std::uint64_t maxSubblockSamples = std::uint64_t{1} << 24;
 
-} // namespace
+// How far the stages of a chain look back in a band.
+constexpr std::size_t maxLookBack = 32; // samples
 
-void SubblockCheckpoints::reset(const Checkpoint& start, std::size_t latest)
+// Opens a stream that ends at the end of a byte range. Coarse bands are small, and so are their buffers.
+void openRange(SubblockReader& reader, const IO::Location& range, Scoped<IO>& bounded, StreamReader& stream)
 {
-    m_stride = smallestStride;
-    m_places.assign(1, start);
-    m_latest.assign(latest, start);
-    m_oldest = 0;
-}
-
-void SubblockCheckpoints::offer(const Checkpoint& place)
-{
-    m_latest[m_oldest] = place;
-    m_oldest = m_oldest + 1 == m_latest.size() ? 0 : m_oldest + 1;
-    if (place.headers - m_places.back().headers < m_stride)
-        return;
-    if (m_places.size() == capacity) {
-        for (std::size_t i = 1; i < capacity / 2; ++i)
-            m_places[i] = m_places[2 * i];
-        m_places.resize(capacity / 2);
-        m_stride *= 2;
-        if (place.headers - m_places.back().headers < m_stride)
-            return;
-    }
-    m_places.push_back(place);
-}
-
-const SubblockCheckpoints::Checkpoint& SubblockCheckpoints::before(std::uint64_t subblock) const
-{
-    const auto behind =
-        std::upper_bound(m_places.begin(), m_places.end(), subblock,
-                         [](std::uint64_t value, const Checkpoint& place) { return value < place.subblock; });
-    const Checkpoint* best = &*std::prev(behind); // the first place is subblock 0
-    for (const Checkpoint& place : m_latest)
-        if (place.subblock <= subblock && place.subblock > best->subblock)
-            best = &place;
-    return *best;
-}
-
-namespace {
-
-// A chain's stages look back up to this many samples of a band.
-constexpr std::size_t mostLookBack = 32;
-
-// A stream over a stretch that ends where the stretch ends. Coarse bands are small, and so is their buffer.
-void openStretch(SubblockReader& reader, const IO::Location& stretch, Scoped<IO>& bounded,
-                 StreamReader& stream)
-{
-    constexpr std::int64_t largestBuffer = 16384;
-    bounded.reset(BoundedIO::create(stretch));
-    const std::int64_t bytes = std::clamp<std::int64_t>(stretch.length(), 1, largestBuffer);
+    constexpr std::int64_t maxBuffer = 16384;
+    bounded.reset(BoundedIO::create(range));
+    const std::int64_t bytes = std::clamp<std::int64_t>(range.length(), 1, maxBuffer);
     reader.takeMemory(static_cast<std::uint64_t>(bytes));
     stream.init(bounded.get(), true, static_cast<std::size_t>(bytes));
-    stream.seek(stretch.offset(), Stream::SEEK_FROM_START);
+    stream.seek(range.offset(), Stream::SEEK_FROM_START);
 }
 
 } // namespace
 
 template <class T>
-SubbandReaderImp<T>::SubbandReaderImp(SubblockReader& reader, unsigned level, bool isHigh,
-                                      const BandStretches& stretches, std::int64_t numSamples)
-    : SubbandSource(reader.getDataType(), reader.getTransformType(), reader.getName(), level, isHigh,
-                    reader.getSubblockSize(), numSamples),
+SubbandReaderImp<T>::SubbandReaderImp(SubblockReader& reader, const BandRanges& ranges,
+                                      std::int64_t numSamples)
+    : SubbandSource(reader.getFormat().type, reader.getFormat().transform, reader.getFormat().subblockSize,
+                    numSamples),
       m_reader(reader),
-      m_stretches(stretches)
+      m_ranges(ranges)
 {
     if (std::min<std::uint64_t>(getBlockSize(), static_cast<std::uint64_t>(numSamples)) > maxSubblockSamples)
         QM_THROW(ErrorCode::WaveletHeaderRead, "bad read -- channel info");
@@ -92,10 +50,10 @@ void SubbandReaderImp<T>::begin(std::int64_t position)
 template <class T>
 void SubbandReaderImp<T>::open()
 {
-    openStretch(m_reader, m_stretches.headers, m_headerStretch, m_headers);
-    if (!m_stretches.interleaved)
-        openStretch(m_reader, m_stretches.data, m_dataStretch, m_data);
-    m_checkpoints.reset({0, m_headers.tell(), dataStream().tell(), 0}, mostLookBack / getBlockSize() + 2);
+    openRange(m_reader, m_ranges.headers, m_headerRange, m_headers);
+    if (!m_ranges.interleaved)
+        openRange(m_reader, m_ranges.data, m_dataRange, m_data);
+    m_checkpoints.reset({0, m_headers.tell(), dataStream().tell(), 0}, maxLookBack / getBlockSize() + 2);
 }
 
 template <class T>
@@ -108,14 +66,14 @@ void SubbandReaderImp<T>::seek(std::int64_t position)
 template <class T>
 void SubbandReaderImp<T>::walkTo(std::uint64_t subblock)
 {
-    const auto& place = m_checkpoints.before(subblock);
-    // Resuming helps backwards, and forwards over headers that were walked before.
-    if (subblock < m_next || place.subblock > m_next) {
-        m_headers.seek(place.headers, Stream::SEEK_FROM_START);
-        if (!m_stretches.interleaved)
-            m_data.seek(place.data, Stream::SEEK_FROM_START);
-        m_pendingZeros = place.pendingZeros;
-        m_next = place.subblock;
+    const auto& checkpoint = m_checkpoints.before(subblock);
+    // A checkpoint helps to go back, and to skip headers that were read before.
+    if (subblock < m_next || checkpoint.subblock > m_next) {
+        m_headers.seek(checkpoint.headers, Stream::SEEK_FROM_START);
+        if (!m_ranges.interleaved)
+            m_data.seek(checkpoint.data, Stream::SEEK_FROM_START);
+        m_pendingZeros = checkpoint.pendingZeros;
+        m_next = checkpoint.subblock;
     }
     m_pendingZeros = m_reader.skipSubblocks(subblock - m_next, m_headers, dataStream(), m_pendingZeros);
     m_next = subblock;
@@ -131,7 +89,7 @@ std::int64_t SubbandReaderImp<T>::startOf(const Piece& piece) const noexcept
 template <class T>
 std::int64_t SubbandReaderImp<T>::endOf(const Piece& piece) const noexcept
 {
-    // The band's last subblock may be short; multiplied out, its end may not fit.
+    // The last subblock may be short, and the product of its index and size may overflow.
     const auto numSamples = static_cast<std::uint64_t>(getNumSamples());
     return static_cast<std::int64_t>(
         piece.endSubblock > numSamples / getBlockSize() ? numSamples : piece.endSubblock * getBlockSize());
@@ -147,7 +105,7 @@ void SubbandReaderImp<T>::dropBefore(std::uint64_t subblock)
     m_pieces.erase(m_pieces.begin(), first);
     m_current = 0;
     m_payloads.clear();
-    // What is kept moves to the front; that is the rest of a subblock or two.
+    // Move the remaining pieces to the front: usually one or two subblocks.
     std::size_t kept = 0;
     for (Piece& piece : m_pieces) {
         if (piece.samples == noSamples)
@@ -168,7 +126,7 @@ void SubbandReaderImp<T>::prepare(std::size_t count, std::vector<CodedSubblock>&
     const std::uint64_t left = static_cast<std::uint64_t>(getNumSamples() - m_position);
     const std::int64_t last =
         m_position + static_cast<std::int64_t>(std::min<std::uint64_t>(count, left)) - 1;
-    if (!m_headerStretch)
+    if (!m_headerRange)
         open();
     dropBefore(subblockOf(m_position));
     const std::size_t prepared = m_pieces.size();
@@ -180,10 +138,10 @@ void SubbandReaderImp<T>::prepare(std::size_t count, std::vector<CodedSubblock>&
         while (m_pieces.empty() || m_pieces.back().endSubblock < endSubblock)
             addPiece(endSubblock);
     } catch (...) {
-        m_pieces.clear(); // those that were added will not be decoded
+        m_pieces.clear(); // the added ones will not be decoded
         throw;
     }
-    // Once all are read the buffers stay where they are.
+    // From here on the buffers do not move.
     for (std::size_t i = prepared; i < m_pieces.size(); ++i) {
         const Piece& piece = m_pieces[i];
         if (piece.samples != noSamples)
@@ -209,8 +167,8 @@ void SubbandReaderImp<T>::addPiece(std::uint64_t end)
         m_pendingZeros -= static_cast<std::size_t>(zeros);
         m_next += zeros;
     } else {
-        const std::uint64_t behind = static_cast<std::uint64_t>(getNumSamples()) - m_next * getBlockSize();
-        piece.count = static_cast<std::size_t>(std::min<std::uint64_t>(getBlockSize(), behind));
+        const std::uint64_t remaining = static_cast<std::uint64_t>(getNumSamples()) - m_next * getBlockSize();
+        piece.count = static_cast<std::size_t>(std::min<std::uint64_t>(getBlockSize(), remaining));
         piece.payload = m_payloads.size();
         m_reader.readPayload(piece.header, dataStream(), m_payloads);
         reserveSamples(m_numSamples + piece.count);
@@ -228,8 +186,8 @@ void SubbandReaderImp<T>::reserveSamples(std::size_t count)
 {
     if (count <= m_capacity)
         return;
-    constexpr std::size_t mostSpare = 4096;
-    const std::size_t capacity = std::max(count, std::min(2 * m_capacity, count + mostSpare));
+    constexpr std::size_t maxSpare = 4096;
+    const std::size_t capacity = std::max(count, std::min(2 * m_capacity, count + maxSpare));
     m_reader.takeMemory((capacity - m_capacity) * sizeof(T));
     Buffer<T> larger = makeBuffer<T>(capacity);
     std::copy_n(m_samples.get(), m_numSamples, larger.get());
@@ -285,7 +243,7 @@ void SubbandReaderImp<T>::end()
 {
     m_headers.close();
     m_data.close();
-    m_headerStretch.reset();
+    m_headerRange.reset();
     m_pieces.clear();
     m_current = 0;
     m_payloads.clear();

@@ -7,7 +7,7 @@ namespace Quillmoran {
 
 namespace {
 
-// One subblock while it is decoded.
+// A subblock that is being decoded.
 template <class U>
 class Samples
 {
@@ -22,7 +22,7 @@ public:
     bool atEnd() const noexcept { return m_next == m_end; }
     void put(U sample) noexcept { *m_next++ = sample; }
 
-    // A sample is decoded step by step: the sign unless it is zero, the length of its magnitude, its value.
+    // A sample is decoded in steps: the sign, then, unless it is zero, the length of its magnitude and its value.
     std::uint32_t sign() noexcept { return m_decoder.decodeThree(m_models.sign); }
     std::uint32_t length() noexcept { return m_decoder.decodeSmall(m_models.length); }
 
@@ -63,18 +63,6 @@ private:
 };
 
 } // namespace
-
-template <class T>
-ACInteger<T>::ACInteger(DataType type, TransformType transform, const char* name, std::size_t subblockSize)
-    : SubblockReader(type, transform, name, subblockSize, false)
-{}
-
-template <class T>
-void ACInteger<T>::init()
-{
-    // One and a half times the raw size.
-    SubblockReader::init(std::uint64_t{getSubblockSize()} * sizeof(T) * 3 / 2);
-}
 
 template <class T>
 void ACInteger<T>::decode(const CodedSubblock& subblock) const

@@ -1,6 +1,7 @@
-// Subblocks of signed integers, symbol by symbol: the sign (or zero), the bit length of the magnitude, its
-// leading bits with a model that belongs to the length, the rest raw. Magnitudes end at 15 bits. The models
-// start afresh in every subblock.
+// Reads subblocks of signed integers that are coded symbol by symbol with the arithmetic coder; ACIntegerModels has the
+// symbols. Magnitudes have at most 15 bits. Every subblock starts with fresh models.
+//
+// The counterpart is encode/coders/ACIntegerWriter.h.
 #pragma once
 
 #include "decode/coders/SubblockReader.h"
@@ -11,12 +12,12 @@ template <class T>
 class ACInteger final : public SubblockReader
 {
 public:
-    ACInteger(DataType type, TransformType transform, const char* name, std::size_t subblockSize);
+    explicit ACInteger(const SubblockFormat& format) : SubblockReader(format) {}
 
-    void init() override;
+    void init() override { initForIntegers(); }
 
     void decode(const CodedSubblock& subblock) const override;
-    // Every symbol waits for the one before it; two subblocks wait at the same time.
+    // Each symbol depends on the one before it, so two subblocks are interleaved to hide latency.
     void decodeTwo(const CodedSubblock& first, const CodedSubblock& second) const override;
     bool prefersTwo() const noexcept override { return true; }
 };

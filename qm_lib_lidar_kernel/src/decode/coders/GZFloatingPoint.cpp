@@ -21,8 +21,8 @@ const char* message(const char* text)
     return text ? text : "buffer error";
 }
 
-// A thread's serves all readers in turn: with its window it has some 40 kB, and there can be thousands of
-// readers.
+// One inflater per thread, shared by its readers: an inflater uses about 40 kB with its window, and there can be
+// thousands of readers.
 struct Inflater
 {
     z_stream stream = {};
@@ -52,7 +52,7 @@ struct DecompressorDeleter
     }
 };
 
-// Takes a half to a quarter of zlib's time. False for whatever it does not like: zlib then finds the words.
+// Needs a half to a quarter of zlib's time. Returns false on any error; zlib then supplies the message.
 bool inflateFast(const std::uint8_t* payload, std::size_t length, void* out, std::size_t size)
 {
     thread_local const std::unique_ptr<libdeflate_decompressor, DecompressorDeleter> decompressor(
@@ -87,15 +87,9 @@ void inflateExactly(const std::uint8_t* payload, std::size_t length, void* out, 
 } // namespace
 
 template <class T>
-GZFloatingPoint<T>::GZFloatingPoint(DataType type, TransformType transform, const char* name,
-                                    std::size_t subblockSize)
-    : SubblockReader(type, transform, name, subblockSize, false)
-{}
-
-template <class T>
 void GZFloatingPoint<T>::init()
 {
-    SubblockReader::init(deflateBound(nullptr, static_cast<uLong>(getSubblockSize() * sizeof(T))));
+    SubblockReader::init(deflateBound(nullptr, static_cast<uLong>(getFormat().subblockSize * sizeof(T))));
 }
 
 template <class T>

@@ -1,4 +1,6 @@
-// Subblocks of floating-point samples: their big-endian bytes as one raw deflate stream.
+// Reads subblocks of floating-point samples: their big-endian bytes as one raw deflate stream.
+//
+// The counterpart is encode/coders/GZFloatingPointWriter.h.
 #pragma once
 
 #include "decode/coders/SubblockReader.h"
@@ -9,12 +11,12 @@ template <class T>
 class GZFloatingPoint final : public SubblockReader
 {
 public:
-    GZFloatingPoint(DataType type, TransformType transform, const char* name, std::size_t subblockSize);
+    explicit GZFloatingPoint(const SubblockFormat& format) : SubblockReader(format) {}
 
     void init() override;
 
-    // Errors Inflate with the library's message: "inflateInit(): %s", "inflateReset(): %s" and
-    // "inflate(Z_NO_FLUSH): %s", the latter also for a stream that does not end with the last sample.
+    // Inflate with the library's message: "inflateInit(): %s", "inflateReset(): %s" and "inflate(Z_NO_FLUSH): %s",
+    // the last one also for a stream that does not end with the last sample.
     void decode(const CodedSubblock& subblock) const override;
 };
 

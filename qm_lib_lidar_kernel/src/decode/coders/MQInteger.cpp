@@ -13,8 +13,8 @@ namespace {
 
 constexpr ErrorCode subblockError = ErrorCode::SubbandRead;
 
-// Decodes one raw plane of a few coefficients and returns how many bits they took. No branch depends on the
-// bits, which are noise.
+// Decodes one raw plane of a few coefficients and returns the number of bits read. No branch depends on the bits, which
+// are noise.
 template <class U>
 std::uint32_t decodeRawGroup(std::uint64_t bits, std::uint8_t* __restrict states, U* __restrict magnitudes,
                              std::size_t count, int plane)
@@ -33,7 +33,7 @@ std::uint32_t decodeRawGroup(std::uint64_t bits, std::uint8_t* __restrict states
     return taken;
 }
 
-// Raw bits are taken from the least significant end of each byte. Behind the last byte come zeros.
+// Raw bits are read from the least significant end of each byte. Zeros follow the last byte.
 class RawBits
 {
 public:
@@ -64,7 +64,7 @@ private:
     std::uint32_t m_used = 0; // bits of the current byte
 };
 
-// The coefficients of a subblock while they are decoded.
+// The coefficients of a subblock that is being decoded.
 template <class U>
 class Coefficients
 {
@@ -79,13 +79,13 @@ public:
     void applySigns();
 
 private:
-    // `skewed`: for planes that hold little, nearly all decisions being the probable ones.
+    // `skewed`: for planes with few one-bits, where nearly all decisions are the more probable symbol.
     template <bool skewed>
     void decodePlane(MQDecoder& decoder, int plane);
 
     U* m_magnitudes;
     std::size_t m_count;
-    // State of coefficient i at i + 1; the two ends are neighbours that never become significant.
+    // The state of coefficient i is at i + 1. The two ends are neighbours that never become significant.
     std::vector<std::uint8_t> m_states;
 };
 
@@ -93,8 +93,8 @@ template <class U>
 template <bool skewed>
 void Coefficients<U>::decodePlane(MQDecoder& decoder, int plane)
 {
-    // Whether a coefficient is significant already is folded into the context. The one branch on what was
-    // decoded leads to the sign, once for each coefficient.
+    // The context includes whether the coefficient is already significant. The only branch on a decoded bit leads to
+    // the sign, once per coefficient.
     MQDecoder::Registers registers = decoder.registers();
     U* const __restrict magnitudes = m_magnitudes;
     std::uint8_t* const states = m_states.data();
@@ -120,9 +120,9 @@ void Coefficients<U>::decodePlane(MQDecoder& decoder, int plane)
 template <class U>
 void Coefficients<U>::decodePlanes(MQDecoder& decoder, const BitPlanes& planes)
 {
-    // A plane resembles the one above it. The uppermost ones hold the first bits of few coefficients. At a
-    // third of a bit for a decision both ways take the same time.
-    constexpr std::size_t skewedDecisions = 3; // and more for each coded bit
+    // A plane resembles the one above it; the uppermost planes hold the first bits of few coefficients. With three
+    // decisions per coded bit both variants take the same time.
+    constexpr std::size_t skewedDecisions = 3; // per coded bit, at least
     bool skewed = true;
     for (int plane = planes.top; plane > planes.rawTop; --plane) {
         const std::size_t before = decoder.position();
@@ -137,7 +137,7 @@ void Coefficients<U>::decodePlanes(MQDecoder& decoder, const BitPlanes& planes)
 template <class U>
 void Coefficients<U>::decodeRawPlanes(RawBits bits, const BitPlanes& planes)
 {
-    // A coefficient takes two bits at most. So many of them are decoded from what is seen at once.
+    // A coefficient has at most two bits, so a group of coefficients fits into the visible bits.
     constexpr std::size_t group = RawBits::visibleBits / 2;
     for (int plane = planes.rawTop; plane >= planes.bottom; --plane)
         for (std::size_t i = 0; i < m_count; i += group)
@@ -157,19 +157,6 @@ void Coefficients<U>::applySigns()
 }
 
 } // namespace
-
-template <class T>
-MQInteger<T>::MQInteger(DataType type, TransformType transform, const char* name, std::size_t subblockSize,
-                        bool perPlaneLengths)
-    : SubblockReader(type, transform, name, subblockSize, perPlaneLengths)
-{}
-
-template <class T>
-void MQInteger<T>::init()
-{
-    // One and a half times the raw size.
-    SubblockReader::init(std::uint64_t{getSubblockSize()} * sizeof(T) * 3 / 2);
-}
 
 template <class T>
 std::size_t MQInteger<T>::readSubblockHeader(StreamReader& headers, SubblockHeader& header) const
@@ -198,7 +185,7 @@ BitPlanes MQInteger<T>::readPlanes(std::uint32_t code)
 template <class T>
 std::uint64_t MQInteger<T>::readPlaneLengths(StreamReader& headers, const BitPlanes& planes) const
 {
-    if (!hasPlaneLengths()) {
+    if (!getFormat().perPlaneLengths) {
         std::uint32_t length = 0;
         if (!headers.get_be(length))
             QM_THROW(subblockError, "bad read -- plane length header");
@@ -206,7 +193,7 @@ std::uint64_t MQInteger<T>::readPlaneLengths(StreamReader& headers, const BitPla
     }
     std::uint64_t sum = 0;
     for (int plane = planes.top; plane >= planes.bottom; --plane) {
-        std::uint8_t layer = 0; // of no use to a reader
+        std::uint8_t layer = 0; // not needed for decoding
         std::uint16_t length = 0;
         if (!headers.get_be(layer))
             QM_THROW(subblockError, "bad read -- plane layer header");
@@ -220,7 +207,7 @@ std::uint64_t MQInteger<T>::readPlaneLengths(StreamReader& headers, const BitPla
 template <class T>
 void MQInteger<T>::decode(const CodedSubblock& subblock) const
 {
-    // Magnitudes are built up in place of the samples.
+    // Magnitudes are built in the buffer of the samples.
     using U = UnsignedOf<T>;
     auto* const samples = static_cast<U*>(subblock.samples);
     std::fill_n(samples, subblock.count, U{0});
@@ -230,7 +217,7 @@ void MQInteger<T>::decode(const CodedSubblock& subblock) const
     MQDecoder decoder;
     decoder.begin(subblock.payload, length);
     coefficients.decodePlanes(decoder, subblock.header.planes);
-    // The raw bits begin where the decoder stopped reading.
+    // Raw bits start where the decoder stopped reading.
     coefficients.decodeRawPlanes({subblock.payload + decoder.position(), subblock.payload + length},
                                  subblock.header.planes);
     coefficients.applySigns();

@@ -1,11 +1,13 @@
-// Subblocks of signed integers, coded bit plane by bit plane: the upper planes with the MQ coder, the lower
-// ones as raw bits, the lowest may be left out.
+// Reads subblocks of signed integers that are coded bit plane by bit plane: the upper planes with the MQ coder, the
+// lower ones as raw bits; the lowest planes may be omitted.
 //
 //   plane   t  ...  r+1 | r  ...  l | l-1 ... 0
 //           MQ coded    | raw bits  | zero
 //
-// A coefficient is not yet significant until its first one-bit, behind which its sign is coded. The contexts
-// of a decision are the states of both neighbours as they were when the plane began.
+// A coefficient becomes significant with its first one-bit; its sign is coded after that bit. The context of a decision
+// is made of the states that both neighbours had when the plane began.
+//
+// The counterpart is encode/coders/MQIntegerWriter.h.
 #pragma once
 
 #include "decode/coders/SubblockReader.h"
@@ -16,10 +18,9 @@ template <class T>
 class MQInteger final : public SubblockReader
 {
 public:
-    MQInteger(DataType type, TransformType transform, const char* name, std::size_t subblockSize,
-              bool perPlaneLengths);
+    explicit MQInteger(const SubblockFormat& format) : SubblockReader(format) {}
 
-    void init() override;
+    void init() override { initForIntegers(); }
 
     void decode(const CodedSubblock& subblock) const override;
 

@@ -1,9 +1,7 @@
 #include "decode/coders/SubblockReader.h"
 
+#include "common/coders/Coder.h"
 #include "decode/MemoryBudget.h"
-#include "decode/coders/ACInteger.h"
-#include "decode/coders/GZFloatingPoint.h"
-#include "decode/coders/MQInteger.h"
 #include "platform/Stream.h"
 
 #include <algorithm>
@@ -15,50 +13,12 @@ namespace {
 
 constexpr ErrorCode subblockError = ErrorCode::SubbandRead;
 
-template <template <class> class Coder, class... Arguments>
-std::unique_ptr<SubblockReader> createInteger(DataType type, Arguments... arguments)
-{
-    switch (type) {
-    case SINT16:
-        return std::make_unique<Coder<std::int16_t>>(type, arguments...);
-    case SINT32:
-        return std::make_unique<Coder<std::int32_t>>(type, arguments...);
-    case SINT64:
-        return std::make_unique<Coder<std::int64_t>>(type, arguments...);
-    default:
-        QM_THROW(ErrorCode::InvalidArgument, "unkown datatype");
-    }
-}
-
 } // namespace
 
-std::unique_ptr<SubblockReader> SubblockReader::create(DataType type, TransformType transform,
-                                                       const char* name, std::size_t subblockSize,
-                                                       bool perPlaneLengths)
+std::unique_ptr<SubblockReader> SubblockReader::create(const SubblockFormat& format)
 {
-    switch (TransformUtils::getCoder(transform)) {
-    case TransformUtils::Coder::MQ:
-        return createInteger<MQInteger>(type, transform, name, subblockSize, perPlaneLengths);
-    case TransformUtils::Coder::Arithmetic:
-        return createInteger<ACInteger>(type, transform, name, subblockSize);
-    case TransformUtils::Coder::Deflate:
-        if (type == FLOAT32)
-            return std::make_unique<GZFloatingPoint<float>>(type, transform, name, subblockSize);
-        if (type == FLOAT64)
-            return std::make_unique<GZFloatingPoint<double>>(type, transform, name, subblockSize);
-        QM_THROW(ErrorCode::InvalidArgument, "unkown datatype");
-    }
-    QM_THROW(ErrorCode::InvalidArgument, "unkown transform");
+    return TransformUtils::getCoder(format.transform).createReader(format);
 }
-
-SubblockReader::SubblockReader(DataType type, TransformType transform, const char* name,
-                               std::size_t subblockSize, bool perPlaneLengths)
-    : m_dataType(type),
-      m_transform(transform),
-      m_name(name),
-      m_subblockSize(subblockSize),
-      m_perPlaneLengths(perPlaneLengths)
-{}
 
 void SubblockReader::takeMemory(std::uint64_t bytes)
 {
@@ -110,7 +70,7 @@ void SubblockReader::decodeTwo(const CodedSubblock& first, const CodedSubblock& 
     decode(second);
 }
 
-std::size_t SubblockReader::loadSubblock(std::size_t, StreamReader& headers, StreamReader& data, void* out,
+std::size_t SubblockReader::loadSubblock(StreamReader& headers, StreamReader& data, void* out,
                                          std::size_t count, std::size_t pendingZeros)
 {
     SubblockHeader header;
@@ -119,10 +79,9 @@ std::size_t SubblockReader::loadSubblock(std::size_t, StreamReader& headers, Str
         std::memset(out, 0, count * elementSize());
         return zeros - 1;
     }
-    m_payload.clear();
-    readPayload(header, data, m_payload);
-    if (count != 0)
-        decode({header, m_payload.data(), out, count});
+    std::vector<std::uint8_t> payload;
+    readPayload(header, data, payload);
+    decode({header, payload.data(), out, count});
     return 0;
 }
 

@@ -11,11 +11,11 @@ namespace Quillmoran {
 namespace {
 
 constexpr std::size_t streamBufferSize = 4096;
-constexpr TransformType unlifted = 10; // the one MQ code without lifting
+constexpr TransformType unlifted = 10; // the MQ code without lifting
 
 using Band = WaveletDecoderChannelInfo::Band;
 
-bool hasTwoStretches(const Band& band)
+bool hasTwoRanges(const Band& band)
 {
     return band.first.length() > 0 && band.second.length() > 0;
 }
@@ -25,10 +25,10 @@ struct Candidate
     const WaveletDecoderChannelInfo* channel = nullptr;
     std::size_t band = 0;
 
-    const Band& stretches() const { return channel->getBands()[band]; }
+    const Band& ranges() const { return channel->getBands()[band]; }
 };
 
-// The first band with two stretches, of the channels that `accept`.
+// The first band with two ranges, of the channels for which `accept` returns true.
 template <class Accept>
 Candidate findBand(const WaveletDecoderInfo& info, Accept accept)
 {
@@ -36,7 +36,7 @@ Candidate findBand(const WaveletDecoderInfo& info, Accept accept)
         if (!accept(channel))
             continue;
         const auto& bands = channel.getBands();
-        const auto found = std::find_if(bands.begin(), bands.end(), hasTwoStretches);
+        const auto found = std::find_if(bands.begin(), bands.end(), hasTwoRanges);
         if (found != bands.end())
             return {&channel, static_cast<std::size_t>(found - bands.begin())};
     }
@@ -45,7 +45,7 @@ Candidate findBand(const WaveletDecoderInfo& info, Accept accept)
 
 std::uint64_t countSubblocks(const WaveletDecoderInfo& info, const Candidate& candidate)
 {
-    // Band 0 is the low band of the coarsest level, band i the high band of the i-th level from there.
+    // Band 0 is the low band of the coarsest level; band i is the high band of the i-th level from there.
     const auto level = static_cast<std::uint32_t>(info.getNumLevels() - 1 - candidate.band);
     std::int64_t samples = info.getNumSamples(level);
     if (candidate.band != 0)
@@ -57,16 +57,15 @@ std::uint64_t countSubblocks(const WaveletDecoderInfo& info, const Candidate& ca
 bool fits(const WaveletDecoderInfo& info, const Candidate& candidate, bool swapped, bool planeLengths)
 {
     const WaveletDecoderChannelInfo& channel = *candidate.channel;
-    const IO::Location& headers = swapped ? candidate.stretches().second : candidate.stretches().first;
-    const IO::Location& data = swapped ? candidate.stretches().first : candidate.stretches().second;
+    const IO::Location& headers = swapped ? candidate.ranges().second : candidate.ranges().first;
+    const IO::Location& data = swapped ? candidate.ranges().first : candidate.ranges().second;
     try {
-        const auto reader =
-            SubblockReader::create(channel.getKernelDataType(), channel.getTransformType(), channel.getName(),
-                                   channel.getSubblockSize(), planeLengths);
+        const auto reader = SubblockReader::create({channel.getKernelDataType(), channel.getTransformType(),
+                                                    channel.getSubblockSize(), planeLengths});
         reader->init();
-        const Scoped<IO> stretch(BoundedIO::create(headers));
+        const Scoped<IO> range(BoundedIO::create(headers));
         StreamReader stream;
-        stream.init(stretch.get(), true, streamBufferSize);
+        stream.init(range.get(), true, streamBufferSize);
         stream.seek(headers.offset(), Stream::SEEK_FROM_START);
 
         std::uint64_t left = countSubblocks(info, candidate);
@@ -80,7 +79,7 @@ bool fits(const WaveletDecoderInfo& info, const Candidate& candidate, bool swapp
         return stream.tell() == headers.offset() + headers.length() &&
                payloads == static_cast<std::uint64_t>(data.length());
     } catch (const Error&) {
-        return false; // whoever decodes the band reports what is wrong with it
+        return false; // decoding the band reports the error
     }
 }
 
@@ -92,7 +91,7 @@ BandLayout BandLayout::detect(const WaveletDecoderInfo& info)
     const bool oldFile = info.isBeforeSingleLengths();
     const Candidate first = findBand(info, [](const auto&) { return true; });
     if (!first.channel) {
-        layout.singleStretch = true;
+        layout.singleRange = true;
         return layout;
     }
     const bool lifted = TransformUtils::isWavelet(first.channel->getTransformType());

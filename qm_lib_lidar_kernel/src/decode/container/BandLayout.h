@@ -1,9 +1,9 @@
-// How the bands of one file are laid out where nothing in the file says so.
+// The layout of the bands of a file, where the file does not define it.
 //
-// A band of two stretches holds its payloads in the first bytes and its subblock headers behind them, but
-// some writers swapped the two. And some old writers announced a length per bit plane also for channels that
-// are not lifted. The headers themselves tell: read the right way they account for every subblock, end where
-// their stretch ends and announce as many bytes as the other stretch holds.
+// A band of two byte ranges has its payloads in the first and its subblock headers in the second, but some writers
+// swapped the two. Some old writers also stored a length per bit plane for channels that are not lifted. The headers
+// show which is the case: read correctly they describe every subblock, end where their range ends, and their payload
+// lengths add up to the length of the other range.
 #pragma once
 
 #include "decode/bands/SubbandSource.h"
@@ -11,17 +11,15 @@
 namespace Quillmoran {
 
 class WaveletDecoderInfo;
-class WaveletDecoderChannelInfo;
 
 struct BandLayout
 {
     bool swapped = false;
-    // Headers stand in whichever stretch is not empty (no band of the file has two).
-    bool singleStretch = false;
+    // Headers are in the range that is not empty: no band of the file has two.
+    bool singleRange = false;
     bool planeLengthsWithoutLifting = false;
 
-    // Walks the headers of the first band that can tell. Damaged bands tell nothing and leave the usual
-    // layout.
+    // Reads the headers of the first band with two ranges. If the band is damaged, the usual layout is returned.
     static BandLayout detect(const WaveletDecoderInfo& info);
 };
 

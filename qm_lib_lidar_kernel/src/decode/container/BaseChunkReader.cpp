@@ -86,9 +86,9 @@ void BaseChunkReader::readMetadata(const IO::Location& location, Metadata& metad
 {
     if (!location.io() || location.length() < 1)
         return;
-    const Scoped<IO> stretch(BoundedIO::create(location));
+    const Scoped<IO> range(BoundedIO::create(location));
     StreamReader stream;
-    stream.init(stretch.get(), true, streamBufferSize);
+    stream.init(range.get(), true, streamBufferSize);
     stream.seek(location.offset(), Stream::SEEK_FROM_START);
     metadata.read(stream);
     stream.close();
@@ -134,7 +134,7 @@ std::vector<std::optional<std::string>> BaseChunkReader::readClassNames(std::int
     std::uint32_t count = 0;
     if (!payload.get_be(count))
         QM_THROW(classNamesError, "bad read -- count");
-    // Each name takes its length field at least.
+    // Each name has at least its length field.
     if (count > payload.left() / sizeof(std::uint32_t))
         QM_THROW(classNamesError, "class names chunk is the wrong size");
 

@@ -1,5 +1,5 @@
-// The payload of one chunk while it is read: counts down what is left of it, so that no field is taken from
-// the bytes behind the chunk. The one place where fields are compared with their chunk.
+// The payload of a chunk that is being read. It counts the remaining bytes, so that no field is read past the end of the
+// chunk. All checks of fields against their chunk are here.
 #pragma once
 
 #include "decode/container/BaseChunkReader.h"
@@ -26,8 +26,7 @@ public:
         return take(sizeof(T)) && m_stream.get_be(value);
     }
 
-    // Whether `count` bytes are there, in the payload and in the file: asked before anything is allocated for
-    // them.
+    // Whether the payload and the file contain `count` more bytes. Called before an allocation for them.
     [[nodiscard]] bool holds(std::uint64_t count) const
     {
         return count <= m_left && count <= m_stream.remaining();
@@ -38,7 +37,7 @@ public:
         return take(count) && m_stream.read(buffer, count) == count;
     }
 
-    // Accounts for bytes that were read from the stream directly.
+    // Counts bytes that were read from the stream directly.
     [[nodiscard]] bool take(std::uint64_t count) noexcept
     {
         if (count > m_left)
@@ -51,7 +50,7 @@ public:
 
 private:
     StreamReader& m_stream;
-    std::int64_t m_end; // position behind the payload
+    std::int64_t m_end; // position after the payload
     std::uint64_t m_left;
 };
 

@@ -1,4 +1,4 @@
-// Reads the three chunks of the wavelet decomposition: header, index and subbands.
+// Reads the three wavelet chunks: header, index and subband. The counterpart is encode/container/ChunkWriter.h.
 #pragma once
 
 #include "decode/container/BaseChunkReader.h"
@@ -19,10 +19,10 @@ public:
     };
 
     WaveletHeader readWaveletHeader(std::int64_t length);
-    // Replaces the tree; returns the points per index entry.
+    // Replaces the tree and returns the points per index entry.
     std::uint32_t readIndex(std::int64_t length, Scoped<RTree>& tree);
-    // Checks that the chunk is that of the channel and subband and notes its stretches. A chunk of version 1
-    // holds one stretch, the second.
+    // Checks that the chunk belongs to the channel and subband and notes its byte ranges. A chunk of version 1 has only
+    // the second range.
     void readSubband(std::int64_t length, std::uint32_t channel, std::uint32_t subband, IO::Location& first,
                      IO::Location& second);
 };

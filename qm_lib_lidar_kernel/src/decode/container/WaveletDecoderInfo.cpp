@@ -16,14 +16,6 @@ namespace {
 
 constexpr std::uint32_t singleLengthVersion = 0x04000004;
 
-bool isSplitPart(const WaveletChannelInfo& channel)
-{
-    return channel.nameBehind(WaveletChannelInfo::fraction32Prefix) ||
-           channel.nameBehind(WaveletChannelInfo::fraction64Prefix) ||
-           channel.nameBehind(WaveletChannelInfo::exponentPrefix) ||
-           channel.nameBehind(WaveletChannelInfo::signPrefix);
-}
-
 } // namespace
 
 WaveletDecoderInfo* WaveletDecoderInfo::create(std::uint32_t fileVersion)
@@ -51,7 +43,7 @@ void WaveletDecoderInfo::load(ChunkReader& reader, std::int64_t& remaining)
 
 void WaveletDecoderInfo::readBands(ChunkReader& reader, std::int64_t& remaining)
 {
-    // Bands are kept as they are met: the file's counts alone allocate nothing.
+    // Bands are added as they are read: the counts of the header alone allocate nothing.
     for (std::size_t c = 0; c < m_channels.size(); ++c) {
         for (std::uint32_t level = 0; level < m_numLevels; ++level) {
             ChunkHeader chunk;
@@ -76,16 +68,12 @@ void WaveletDecoderInfo::indexNames()
     m_wholes = m_fractions = m_exponents = m_signs = NameIndex();
     for (std::size_t i = 0; i < m_channels.size(); ++i) {
         const WaveletChannelInfo& channel = m_channels[i];
-        if (const char* wide = channel.nameBehind(WaveletChannelInfo::fraction64Prefix))
-            m_fractions.add(wide, i);
-        else if (const char* narrow = channel.nameBehind(WaveletChannelInfo::fraction32Prefix))
-            m_fractions.add(narrow, i);
-        else if (const char* exponent = channel.nameBehind(WaveletChannelInfo::exponentPrefix))
-            m_exponents.add(exponent, i);
-        else if (const char* sign = channel.nameBehind(WaveletChannelInfo::signPrefix))
-            m_signs.add(sign, i);
-        else
-            m_wholes.add(channel.getName(), i);
+        const ChannelPart part = channel.getPart();
+        NameIndex& index = part == ChannelPart::Whole      ? m_wholes
+                           : part == ChannelPart::Exponent ? m_exponents
+                           : part == ChannelPart::Sign     ? m_signs
+                                                           : m_fractions;
+        index.add(channel.getPointName(), i);
     }
     for (NameIndex* index : {&m_wholes, &m_fractions, &m_exponents, &m_signs})
         index->finish();
@@ -118,17 +106,15 @@ PointInfo WaveletDecoderInfo::getPointInfo() const
 {
     PointInfo layout;
     for (const WaveletDecoderChannelInfo& channel : m_channels) {
+        const ChannelPart part = channel.getPart();
+        if (part == ChannelPart::Exponent || part == ChannelPart::Sign)
+            continue; // they belong to their fraction
         ChannelInfo info;
-        if (!isSplitPart(channel)) {
+        if (part == ChannelPart::Whole)
             info.init(channel.getName(), channel.getDataType(), std::max(channel.getBits(), 1),
                       channel.getScale());
-        } else if (const char* name = channel.nameBehind(WaveletChannelInfo::fraction64Prefix)) {
-            info.init(name, FLOAT64, 0, 0);
-        } else if (const char* narrow = channel.nameBehind(WaveletChannelInfo::fraction32Prefix)) {
-            info.init(narrow, FLOAT32, 0, 0);
-        } else {
-            continue; // exponent and sign come with their fraction
-        }
+        else
+            info.init(channel.getPointName(), part == ChannelPart::Fraction64 ? FLOAT64 : FLOAT32, 0, 0);
         layout.append(info);
     }
     return layout;
@@ -186,7 +172,7 @@ std::vector<WaveletDecoderInfo::PointRange> WaveletDecoderInfo::getPointRanges(s
     const auto numPoints = static_cast<std::uint64_t>(m_numPoints);
     for (std::int64_t value = 0; entries->next(bounds, value);) {
         ++matches;
-        // An entry that begins behind the last point covers none.
+        // An entry that begins after the last point has no points.
         std::uint64_t start;
         if (value < 0 ||
             __builtin_mul_overflow(static_cast<std::uint64_t>(value), m_pointsPerEntry, &start) ||
@@ -194,7 +180,7 @@ std::vector<WaveletDecoderInfo::PointRange> WaveletDecoderInfo::getPointRanges(s
             continue;
         const std::uint64_t length = std::min<std::uint64_t>(m_pointsPerEntry, numPoints - start);
         ranges.push_back({static_cast<std::int64_t>(start), static_cast<std::int64_t>(length)});
-        // Joined as they come, so that a box with most of the file takes no memory for each of its entries.
+        // Ranges are joined early, so that memory does not grow with the number of entries in the box.
         if (ranges.size() >= joinAt) {
             merge(ranges);
             joinAt = std::max(joinAt, 2 * ranges.size());
@@ -206,7 +192,7 @@ std::vector<WaveletDecoderInfo::PointRange> WaveletDecoderInfo::getPointRanges(s
     merge(ranges);
     for (std::uint32_t step = 0; step < level; ++step) {
         for (PointRange& range : ranges) {
-            // Unsigned: the sums may pass 2^63.
+            // Unsigned, because the sums may exceed 2^63.
             const std::uint64_t end = (static_cast<std::uint64_t>(range.start + range.length) + 1) / 2;
             range.start = static_cast<std::int64_t>((static_cast<std::uint64_t>(range.start) + 1) / 2);
             range.length = static_cast<std::int64_t>(end) - range.start;
@@ -221,11 +207,11 @@ std::vector<WaveletDecoderInfo::PointRange> WaveletDecoderInfo::getPointRanges(s
 
 void WaveletDecoderInfo::merge(std::vector<PointRange>& ranges) const
 {
-    // From level to level they stay in order.
+    // Ranges of a coarser level are already in order.
     const auto comesFirst = [](const PointRange& a, const PointRange& b) { return a.start < b.start; };
     if (!std::is_sorted(ranges.begin(), ranges.end(), comesFirst))
         std::sort(ranges.begin(), ranges.end(), comesFirst);
-    std::size_t merged = 0; // ranges [0, merged) are done, the last of them may still grow
+    std::size_t merged = 0; // ranges [0, merged) are done; only the last of them may still grow
     for (const PointRange& range : ranges) {
         if (merged != 0) {
             PointRange& last = ranges[merged - 1];
@@ -240,14 +226,14 @@ void WaveletDecoderInfo::merge(std::vector<PointRange>& ranges) const
     ranges.resize(merged);
 }
 
-BandStretches WaveletDecoderInfo::getBandStretches(const WaveletDecoderChannelInfo& channel,
-                                                   std::size_t index) const
+BandRanges WaveletDecoderInfo::getBandRanges(const WaveletDecoderChannelInfo& channel,
+                                             std::size_t index) const
 {
     const WaveletDecoderChannelInfo::Band& band = channel.getBands()[index];
     if (!band.first.io())
         return {band.second, band.second, true};
-    const bool swapped = m_bandLayout.singleStretch ? band.first.length() == 0 : m_bandLayout.swapped;
-    return swapped ? BandStretches{band.second, band.first} : BandStretches{band.first, band.second};
+    const bool swapped = m_bandLayout.singleRange ? band.first.length() == 0 : m_bandLayout.swapped;
+    return swapped ? BandRanges{band.second, band.first} : BandRanges{band.first, band.second};
 }
 
 bool WaveletDecoderInfo::isBeforeSingleLengths() const noexcept
@@ -255,10 +241,12 @@ bool WaveletDecoderInfo::isBeforeSingleLengths() const noexcept
     return m_fileVersion < singleLengthVersion;
 }
 
-bool WaveletDecoderInfo::hasPlaneLengths(const WaveletDecoderChannelInfo& channel) const
+SubblockFormat WaveletDecoderInfo::getSubblockFormat(const WaveletDecoderChannelInfo& channel) const
 {
-    return isBeforeSingleLengths() &&
-           (TransformUtils::isWavelet(channel.getTransformType()) || m_bandLayout.planeLengthsWithoutLifting);
+    const TransformType transform = channel.getTransformType();
+    const bool perPlaneLengths = isBeforeSingleLengths() && (TransformUtils::isWavelet(transform) ||
+                                                             m_bandLayout.planeLengthsWithoutLifting);
+    return {channel.getKernelDataType(), transform, channel.getSubblockSize(), perPlaneLengths};
 }
 
 } // namespace Quillmoran

@@ -1,8 +1,8 @@
-// What a compressed file tells about its points before any of them is decoded: the counts, the channel
-// records with the places of their bands, the bounds and the spatial index. Read once, then shared by all
-// iterators; const methods may be called from any thread.
+// The description of a compressed file: the counts, the channel records with the byte ranges of their bands, the bounds
+// and the spatial index. It is read once and shared by all iterators. Const methods may be called from any thread.
 #pragma once
 
+#include "common/coders/SubblockFormat.h"
 #include "common/container/WaveletChannelInfo.h"
 #include "decode/container/BandLayout.h"
 #include "index/RTree.h"
@@ -20,13 +20,13 @@ namespace Quillmoran {
 
 class ChunkReader;
 
-// A channel record with the pair of stretches of each of its bands, the coarsest first.
+// A channel record with the byte ranges of its bands, the coarsest band first.
 class WaveletDecoderChannelInfo final : public WaveletChannelInfo
 {
 public:
     struct Band
     {
-        IO::Location first;  // subblock headers; empty when the second stretch holds them, too
+        IO::Location first;  // subblock headers; empty if the second range also contains the headers
         IO::Location second; // payloads
     };
 
@@ -55,10 +55,9 @@ public:
 
     static WaveletDecoderInfo* create(std::uint32_t fileVersion);
 
-    // Reads the wavelet header, the index and the subband directory; what is left of the group is counted
-    // down.
+    // Reads the wavelet header, the index and the subband directory. Subtracts the bytes read from `remaining`.
     void load(ChunkReader& reader, std::int64_t& remaining);
-    // Called once all names are complete.
+    // Called when the names of all channels are complete.
     void finish();
 
     IO* getFile() const noexcept { return m_file.get(); }
@@ -70,31 +69,31 @@ public:
     std::uint32_t getPointsPerEntry() const noexcept { return m_pointsPerEntry; }
     std::int64_t getIndexLength() const noexcept { return m_indexLength; } // bytes
 
-    // The layout of the points that the channels make.
+    // The layout of the points. The parts of a split channel are one channel.
     PointInfo getPointInfo() const;
 
     std::vector<WaveletDecoderChannelInfo>& getChannels() noexcept { return m_channels; }
     const std::vector<WaveletDecoderChannelInfo>& getChannels() const noexcept { return m_channels; }
     const WaveletDecoderChannelInfo& getChannel(std::size_t index) const;
-    // By name, once finish() was called. The index of the whole channel of that name.
+    // The index of the whole channel with that name. Available after finish().
     std::optional<std::size_t> getChannel(const char* name) const;
     std::optional<SplitChannel> getSplitChannel(const char* name) const;
 
-    // Samples of a level of the decomposition: 0 is the full resolution, each further one half of it.
+    // Samples of a level of the decomposition: 0 is the full resolution, each further level has half the samples.
     std::int64_t getNumSamples(std::uint32_t level) const noexcept;
-    // The level at which a query at that fraction is decoded.
+    // The level at which a query with this fraction is decoded.
     std::uint32_t getLevel(double fraction) const noexcept;
-    // The ranges of points, at that level, that can lie in a box; sorted, apart and not empty. Nearby ranges
-    // are joined, since decoding works in whole subblocks.
+    // The ranges of points, at that level, that can be in a box: sorted, disjoint and not empty. Nearby ranges are
+    // joined, since whole subblocks are decoded.
     std::vector<PointRange> getPointRanges(std::uint32_t level, const Bounds& bounds) const;
 
-    // The streams of one band of a channel, with the roles that its stretches play in this file.
-    BandStretches getBandStretches(const WaveletDecoderChannelInfo& channel, std::size_t band) const;
-    // Files of old versions announce a length per bit plane of a lifted MQ-coded channel, newer ones a single
-    // length.
+    // The byte ranges of one band of a channel, as this file uses them.
+    BandRanges getBandRanges(const WaveletDecoderChannelInfo& channel, std::size_t band) const;
+    // Whether the file's version has one length per bit plane in the subblocks of lifted MQ-coded channels; newer
+    // versions have a single length.
     bool isBeforeSingleLengths() const noexcept;
-    // Whether the channel's subblocks announce a length per bit plane.
-    bool hasPlaneLengths(const WaveletDecoderChannelInfo& channel) const;
+    // How the subblocks of a channel are coded.
+    SubblockFormat getSubblockFormat(const WaveletDecoderChannelInfo& channel) const;
 
 private:
     explicit WaveletDecoderInfo(std::uint32_t fileVersion) : m_fileVersion(fileVersion) {}
@@ -103,19 +102,18 @@ private:
     void readBands(ChunkReader& reader, std::int64_t& remaining);
     Bounds getIndexBounds() const;
     Bounds::Range getAxisBounds(const char* name, Bounds::Range Bounds::*axis) const;
-    // Sorts the ranges and joins those that are no further apart than a subblock.
+    // Sorts the ranges and joins those with a gap of at most a subblock.
     void merge(std::vector<PointRange>& ranges) const;
 
     Scoped<IO> m_file;
     std::uint32_t m_fileVersion;
     std::int64_t m_numPoints = 0;
     std::uint32_t m_numLevels = 1;
-    std::uint32_t m_largestSubblock = 0; // ranges no further apart than this are joined
+    std::uint32_t m_largestSubblock = 0; // samples; ranges with a gap of up to this are joined
     Bounds m_bounds;
     Scoped<RTree> m_index;
     std::vector<WaveletDecoderChannelInfo> m_channels;
-    // By name: those that are whole, and the parts of split ones under the name of the channel that they
-    // make.
+    // Whole channels, and the parts of split channels under the names of their point channels.
     NameIndex m_wholes, m_fractions, m_exponents, m_signs;
     std::uint32_t m_pointsPerEntry = 0;
     std::int64_t m_indexLength = 0;

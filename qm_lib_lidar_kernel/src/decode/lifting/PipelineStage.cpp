@@ -18,7 +18,7 @@ void interleave(T* __restrict out, const T* __restrict low, const T* __restrict 
     }
 }
 
-// The `pad` cells on one side of a band as copies of its outermost sample, zeros for a band without samples.
+// Fill the `pad` cells on one side of a band with its outermost sample, or with zeros if the band has no samples.
 template <class T>
 void extendLeft(T* cells, std::size_t count, std::size_t pad)
 {
@@ -26,9 +26,9 @@ void extendLeft(T* cells, std::size_t count, std::size_t pad)
 }
 
 template <class T>
-void extendRight(T* cells, std::size_t count, std::size_t behind)
+void extendRight(T* cells, std::size_t count, std::size_t pad)
 {
-    std::fill_n(cells + count, behind, count != 0 ? cells[count - 1] : T(0));
+    std::fill_n(cells + count, pad, count != 0 ? cells[count - 1] : T(0));
 }
 
 } // namespace
@@ -36,8 +36,8 @@ void extendRight(T* cells, std::size_t count, std::size_t behind)
 template <class T>
 PipelineStageImp<T>::PipelineStageImp(std::size_t blockSize, std::unique_ptr<SubbandSource> low,
                                       std::unique_ptr<SubbandSource> high)
-    : SubbandSource(low->getDataType(), low->getTransformType(), low->getName(), low->getLevel() + 1, false,
-                    blockSize, low->getNumSamples() + high->getNumSamples()),
+    : SubbandSource(low->getDataType(), low->getTransformType(), blockSize,
+                    low->getNumSamples() + high->getNumSamples()),
       m_low(std::move(low)),
       m_high(std::move(high)),
       m_pad(TransformUtils::getPadding(getTransformType())),
@@ -50,7 +50,7 @@ template <class T>
 void PipelineStageImp<T>::begin(std::int64_t position)
 {
     if (!m_lowBuffer) {
-        // At the right end the high band is extended by up to pad cells behind the low one's end.
+        // At its right end the high band is extended by up to pad cells past the end of the low band.
         m_lowBuffer = makeBuffer<T>(m_capacity + 3 * m_pad);
         m_highBuffer = makeBuffer<T>(m_capacity + 3 * m_pad);
     }
@@ -78,7 +78,7 @@ std::int64_t PipelineStageImp<T>::restart(std::int64_t position)
 {
     const std::int64_t pair = position / 2;
     m_base = std::max<std::int64_t>(pair - static_cast<std::int64_t>(2 * m_pad), 0);
-    // In the middle of a band the first cells lack their left neighbours.
+    // In the middle of a band the left neighbours of the first cells are missing.
     m_restored = m_base == 0 ? 0 : m_pad;
     m_predicted = m_first = m_base == 0 ? 0 : 2 * m_pad - 1;
     m_lowEnd = m_highEnd = 0;
@@ -128,7 +128,7 @@ void PipelineStageImp<T>::prepare(std::size_t count, std::vector<CodedSubblock>&
 {
     if (m_cursor + count <= finished() || atEnd())
         return;
-    // However many fills it takes, this is where the last one ends.
+    // The last of all the fills that get() makes ends here.
     const std::size_t cells = cellsFor((m_cursor + count + 1) / 2);
     if (cells > m_lowEnd)
         m_low->prepare(cells - m_lowEnd, work);

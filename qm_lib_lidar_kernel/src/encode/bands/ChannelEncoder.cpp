@@ -6,37 +6,34 @@
 
 namespace Quillmoran {
 
-ChannelEncoder::ChannelEncoder(const KernelPlan& plan, int channelIndex, const BandFormat& format,
+ChannelEncoder::ChannelEncoder(const KernelPlan& plan, std::size_t channelIndex, const BandFormat& format,
                                SpillFile& file)
 {
-    m_info.init(plan.name.c_str(), plan.dataType, plan.bits, plan.transform, plan.subblockSize, plan.offset,
-                plan.scale);
-    m_info.setupConvert(plan.action, channelIndex);
-    m_format.type = m_info.getKernelDataType();
-    m_format.transform = plan.transform;
-    m_format.subblockSize = plan.subblockSize;
-    m_format.perPlaneLengths = format.planeLengths && TransformUtils::isWavelet(plan.transform);
-    m_format.rawPlanes = format.rawPlanes;
+    m_record.init(plan.name.c_str(), plan.dataType, plan.bits, plan.transform, plan.subblockSize, plan.offset,
+                  plan.scale);
+    m_conversion.setupConvert(m_record, plan.action, channelIndex);
+    m_format = {m_record.getKernelDataType(), plan.transform, plan.subblockSize,
+                format.planeLengths && TransformUtils::isWavelet(plan.transform), format.rawPlanes};
     m_bands.assign(format.numLevels, SubbandWriter(m_format, format.interleaved, file));
     m_decomposition = Decomposition::create(m_format.type, plan.transform, format.numLevels);
 }
 
 void ChannelEncoder::put(const PointData& points, std::size_t count)
 {
-    m_info.convertToKernel(points, count);
-    m_info.updateMinMax(count);
+    m_conversion.convertToKernel(points, m_samples, count);
+    m_record.updateMinMax(m_samples, count);
     m_hasSamples |= count != 0;
-    m_decomposition->put(m_info.getKernel().getData(), count, false, m_bands);
+    m_decomposition->put(m_samples.getData(), count, false, m_bands);
     collectPending();
 }
 
 void ChannelEncoder::finish()
 {
     if (!m_hasSamples) {
-        // An empty range would read as the widest one.
-        m_info.reserveKernel(1);
-        std::memset(m_info.getKernel().getData(), 0, DataTypeUtils::getSize(m_info.getKernelDataType()));
-        m_info.updateMinMax(1);
+        // Readers would take an empty range for the widest one.
+        m_samples.reserve(m_format.type, 1);
+        std::memset(m_samples.getData(), 0, DataTypeUtils::getSize(m_format.type));
+        m_record.updateMinMax(m_samples, 1);
     }
     m_decomposition->put(nullptr, 0, true, m_bands);
     for (SubbandWriter& band : m_bands)

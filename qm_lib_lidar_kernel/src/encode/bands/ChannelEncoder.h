@@ -1,6 +1,5 @@
-// Codes one kernel channel: point samples become kernel samples, bands, subblocks, and these the bytes of the
-// file. Its user decides what runs where: put() and commit() are called by one thread at a time and in the
-// order of the points, between them encodePending() by any number of threads.
+// Encodes one kernel channel: point samples to kernel samples, bands, subblocks and finally bytes. put() and commit() are
+// called by one thread at a time, in the order of the points; between them any number of threads call encodePending().
 #pragma once
 
 #include "encode/bands/Decomposition.h"
@@ -12,32 +11,33 @@
 
 namespace Quillmoran {
 
-// What all channels of a file have in common.
+// The settings that all channels of a file share.
 struct BandFormat
 {
     std::size_t numLevels = 1;
     bool interleaved = false;
-    bool planeLengths = false; // one length per bit plane for MQ-coded channels that are lifted
-    int rawPlanes = SubblockFormat::chooseRawPlanes;
+    bool planeLengths = false;                   // one length per bit plane for lifted MQ-coded channels
+    std::optional<int> rawPlanes = std::nullopt; // see SubblockFormat
 };
 
 class ChannelEncoder
 {
 public:
-    // `channelIndex` is that of the channel in the points. The bands spill into the file.
-    ChannelEncoder(const KernelPlan& plan, int channelIndex, const BandFormat& format, SpillFile& file);
+    // `channelIndex` is the index of the channel in the points. Bands are stored in the file.
+    ChannelEncoder(const KernelPlan& plan, std::size_t channelIndex, const BandFormat& format,
+                   SpillFile& file);
 
     void put(const PointData& points, std::size_t count);
-    // Ends the bands; one more round of encoding and commit() follows.
+    // Ends the bands. The caller then encodes and commits the remaining subblocks.
     void finish();
 
     std::size_t numPending() const noexcept { return m_pending.size(); }
-    // InvalidArgument when the coder cannot hold the samples.
+    // InvalidArgument if the coder cannot represent the samples.
     void encodePending(std::size_t index);
     void commit();
 
-    // The record as it is to be written once all points were put.
-    const WaveletChannelInfo& getInfo() const noexcept { return m_info; }
+    // The record of the file. Complete after finish().
+    const WaveletChannelInfo& getRecord() const noexcept { return m_record; }
     const std::vector<SubbandWriter>& getBands() const noexcept { return m_bands; }
     std::int64_t getSize() const noexcept; // bytes of all bands
 
@@ -46,14 +46,16 @@ private:
     std::unique_ptr<SubblockWriter> takeWriter();
     void returnWriter(std::unique_ptr<SubblockWriter> writer);
 
-    WaveletChannelInfo m_info;
+    WaveletChannelInfo m_record;
+    KernelConversion m_conversion;
+    KernelSamples m_samples;
     bool m_hasSamples = false;
     SubblockFormat m_format;
     std::vector<SubbandWriter> m_bands;
     std::unique_ptr<Decomposition> m_decomposition;
     std::vector<SubbandWriter::Subblock*> m_pending;
-    Mutex m_mutex; // of the writers at rest, as many as threads have worked on this channel at once
-    std::vector<std::unique_ptr<SubblockWriter>> m_writers;
+    Mutex m_mutex;
+    std::vector<std::unique_ptr<SubblockWriter>> m_writers; // that no thread is using; guarded by m_mutex
 };
 
 } // namespace Quillmoran

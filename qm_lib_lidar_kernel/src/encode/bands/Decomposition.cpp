@@ -1,10 +1,8 @@
 #include "encode/bands/Decomposition.h"
 
+#include "common/coders/KernelTypes.h"
 #include "encode/bands/SubbandWriter.h"
 #include "encode/lifting/ForwardPipelineStage.h"
-#include <vxunpack/Base.h>
-
-#include <cstdint>
 
 namespace Quillmoran {
 
@@ -32,7 +30,7 @@ public:
     }
 
 private:
-    std::vector<ForwardPipelineStage<T>> m_stages; // from the finest
+    std::vector<ForwardPipelineStage<T>> m_stages; // the finest first
 };
 
 } // namespace
@@ -42,20 +40,10 @@ Decomposition::~Decomposition() = default;
 std::unique_ptr<Decomposition> Decomposition::create(DataType type, TransformType transform,
                                                      std::size_t numLevels)
 {
-    switch (type) {
-    case SINT16:
-        return std::make_unique<DecompositionImp<std::int16_t>>(type, transform, numLevels);
-    case SINT32:
-        return std::make_unique<DecompositionImp<std::int32_t>>(type, transform, numLevels);
-    case SINT64:
-        return std::make_unique<DecompositionImp<std::int64_t>>(type, transform, numLevels);
-    case FLOAT32:
-        return std::make_unique<DecompositionImp<float>>(type, transform, numLevels);
-    case FLOAT64:
-        return std::make_unique<DecompositionImp<double>>(type, transform, numLevels);
-    default:
-        QM_THROW(ErrorCode::InvalidArgument, "unkown datatype");
-    }
+    return visitKernelType(
+        type, ErrorCode::InvalidArgument, [&](auto zero) -> std::unique_ptr<Decomposition> {
+            return std::make_unique<DecompositionImp<decltype(zero)>>(type, transform, numLevels);
+        });
 }
 
 } // namespace Quillmoran

@@ -10,7 +10,7 @@ namespace Quillmoran {
 namespace {
 
 constexpr std::size_t bufferSize = 32 * 1024; // bytes
-constexpr std::int64_t firstStretch = 128 * 1024;
+constexpr std::int64_t firstRange = 128 * 1024;
 
 } // namespace
 
@@ -20,7 +20,7 @@ std::int64_t SpillFile::reserve(std::int64_t length)
     if (!m_io) {
         Scoped<FileIO::Imp> io(FileIO::create());
         io->init(nullptr);
-        FileIO::deleteFile(io->path()); // the open file stays, and nothing does when the program is killed
+        FileIO::deleteFile(io->path()); // the open file stays usable, and a killed program leaves no file
         m_io.reset(io.detach());
     }
     const std::int64_t offset = m_end;
@@ -39,16 +39,16 @@ void SpillStream::spill()
 {
     std::size_t done = 0;
     while (done < m_buffer.size()) {
-        if (m_room == 0) {
-            m_room = m_stretches.empty() ? firstStretch : 2 * m_stretches.back().length;
-            m_stretches.push_back({m_file->reserve(m_room), m_room});
+        if (m_free == 0) {
+            m_free = m_ranges.empty() ? firstRange : 2 * m_ranges.back().length;
+            m_ranges.push_back({m_file->reserve(m_free), m_free});
         }
-        const std::int64_t count = std::min(m_room, static_cast<std::int64_t>(m_buffer.size() - done));
-        const Stretch& last = m_stretches.back();
-        writeFully(m_file->io(), last.offset + last.length - m_room, m_buffer.data() + done,
+        const std::int64_t count = std::min(m_free, static_cast<std::int64_t>(m_buffer.size() - done));
+        const Range& last = m_ranges.back();
+        writeFully(m_file->io(), last.offset + last.length - m_free, m_buffer.data() + done,
                    static_cast<std::size_t>(count));
         done += static_cast<std::size_t>(count);
-        m_room -= count;
+        m_free -= count;
         m_spilled += count;
     }
     m_buffer.clear();
@@ -57,9 +57,9 @@ void SpillStream::spill()
 void SpillStream::copyTo(StreamWriter& out) const
 {
     std::int64_t left = m_spilled;
-    for (const Stretch& stretch : m_stretches) {
-        const std::int64_t count = std::min(left, stretch.length);
-        if (!out.copy(&m_file->io(), stretch.offset, count))
+    for (const Range& range : m_ranges) {
+        const std::int64_t count = std::min(left, range.length);
+        if (!out.copy(&m_file->io(), range.offset, count))
             QM_THROW(ErrorCode::TemporaryFileRead, "read error -- temporary file");
         left -= count;
     }

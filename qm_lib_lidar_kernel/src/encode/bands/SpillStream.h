@@ -1,6 +1,6 @@
-// Bytes of many streams that grow at the same time and are wanted one after the other: each keeps a small
-// buffer in memory and the rest in one temporary file that all share. A stream takes ever longer stretches of
-// the file, so what it remembers of them does not grow with their bytes.
+// Streams of bytes that grow at the same time and are later copied one after the other. Each stream has a small buffer
+// in memory; the rest is in one temporary file that all streams share. A stream reserves byte ranges of doubling length,
+// so the list of its ranges stays short.
 #pragma once
 
 #include "platform/Mutex.h"
@@ -14,11 +14,11 @@ namespace Quillmoran {
 
 class StreamWriter;
 
-// The shared file, made when the first stream needs it. May be used from any thread.
+// The shared file. It is created when the first stream needs it. Thread-safe.
 class SpillFile
 {
 public:
-    // Reserves a stretch and returns where it begins.
+    // Reserves a byte range and returns its offset.
     std::int64_t reserve(std::int64_t length);
     FileIO::Imp& io() const noexcept { return *m_io; }
 
@@ -38,7 +38,7 @@ public:
     void copyTo(StreamWriter& out) const;
 
 private:
-    struct Stretch
+    struct Range
     {
         std::int64_t offset;
         std::int64_t length;
@@ -48,9 +48,9 @@ private:
 
     SpillFile* m_file;
     std::vector<std::uint8_t> m_buffer;
-    std::vector<Stretch> m_stretches; // all full but the last
-    std::int64_t m_spilled = 0;       // bytes in the file
-    std::int64_t m_room = 0;          // bytes left in the last stretch
+    std::vector<Range> m_ranges; // all full except the last
+    std::int64_t m_spilled = 0;  // bytes in the file
+    std::int64_t m_free = 0;     // bytes not yet used of the last range
 };
 
 } // namespace Quillmoran

@@ -1,5 +1,5 @@
-// One band of a channel on its way into the file: cuts samples into subblocks, which others encode on any
-// thread, and appends what became of them, in their order, to the band's stretches.
+// Writes one band of a channel. It divides samples into subblocks, which the caller encodes on any threads, and appends
+// the encoded subblocks, in order, to the streams of the band. The counterpart is decode/bands/SubbandReader.h.
 #pragma once
 
 #include "encode/bands/SpillStream.h"
@@ -18,23 +18,23 @@ public:
 
     struct Subblock
     {
-        Bytes samples; // room for a full subblock
+        Bytes samples;
         std::size_t count = 0;
         bool isZero = false;
-        Bytes headers; // what it is coded as
+        Bytes headers; // encoded
         Bytes data;
 
         void encode(SubblockWriter& writer);
     };
 
-    // Interleaved bands hold each payload behind its header, all in headers().
+    // In interleaved bands each payload follows its header, and data() is empty.
     SubbandWriter(const SubblockFormat& format, bool interleaved, SpillFile& file);
 
     void put(const void* samples, std::size_t count);
-    // Ends the band: what is left becomes a shorter subblock.
+    // Ends the band: the remaining samples become a shorter subblock.
     void finish();
 
-    // The subblocks that are complete and not committed. Once all are encoded, commit() stores them.
+    // The subblocks that are complete and not committed. commit() stores them when all are encoded.
     std::size_t numPending() const noexcept { return m_pending; }
     Subblock& getPending(std::size_t index) noexcept { return m_subblocks[index]; }
     void commit();
@@ -49,9 +49,9 @@ private:
     SubblockFormat m_format;
     bool m_interleaved;
     bool m_finished = false;
-    std::vector<Subblock> m_subblocks; // the pending ones, then the one that is being filled
+    std::vector<Subblock> m_subblocks; // the pending ones, then the incomplete one
     std::size_t m_pending = 0;
-    std::size_t m_zeros = 0; // zero subblocks that are not stored yet
+    std::size_t m_zeros = 0; // zero subblocks that are not yet stored
     SpillStream m_headers;
     SpillStream m_data;
 };

@@ -9,12 +9,12 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr int mostBits = 15; // of a magnitude
-// The models' symbols take at most 16 bits each, three of them a sample, and the raw bits fewer than 8.
-constexpr std::size_t mostBytesPerSample = 7;
+constexpr int maxBits = 15; // of a magnitude
+// A sample has up to three symbols of at most 16 bits each and fewer than 8 raw bits.
+constexpr std::size_t maxBytesPerSample = 7;
 constexpr std::size_t flushBytes = 16;
 
-// Inlined, so that the coder lives in registers.
+// Inlined to keep the coder in registers.
 [[gnu::always_inline]] inline void encodeMagnitude(ACEncoder& encoder, ACIntegerModels& models,
                                                    std::uint32_t magnitude)
 {
@@ -36,7 +36,7 @@ void ACIntegerWriter<T>::encode(const void* samples, std::size_t count, Bytes& h
 {
     using U = UnsignedOf<T>;
     m_models.reset();
-    m_payload.resize(count * mostBytesPerSample + flushBytes);
+    m_payload.resize(count * maxBytesPerSample + flushBytes);
     ACEncoder encoder;
     encoder.begin(m_payload.data(), m_payload.size());
     const T* const values = static_cast<const T*>(samples);
@@ -47,15 +47,15 @@ void ACIntegerWriter<T>::encode(const void* samples, std::size_t count, Bytes& h
             continue;
         }
         const U magnitude = value < 0 ? static_cast<U>(0 - static_cast<U>(value)) : static_cast<U>(value);
-        if (magnitude >> mostBits)
+        if (magnitude >> maxBits)
             QM_THROW(ErrorCode::InvalidArgument,
-                     "a coefficient of more than %d bits cannot be arithmetic coded", mostBits);
+                     "a coefficient of more than %d bits cannot be arithmetic coded", maxBits);
         encoder.encode(value < 0 ? ACIntegerModels::NEGATIVE : ACIntegerModels::POSITIVE, m_models.sign);
         encodeMagnitude(encoder, m_models, static_cast<std::uint32_t>(magnitude));
     }
     const std::size_t length = encoder.end();
     if (length > getCapacity())
-        QM_THROW(ErrorCode::InvalidArgument, "a subblock of %zu samples has no room for its payload",
+        QM_THROW(ErrorCode::InvalidArgument, "a subblock of %zu samples is too small for its payload",
                  getFormat().subblockSize);
     putPayloadHeader(length, headers);
     data.insert(data.end(), m_payload.begin(), m_payload.begin() + static_cast<std::ptrdiff_t>(length));

@@ -1,4 +1,4 @@
-// The writer of decode/coders/ACInteger.h's subblocks.
+// Writes the subblocks that decode/coders/ACInteger.h reads.
 #pragma once
 
 #include "common/coders/ACIntegerModels.h"
@@ -12,7 +12,7 @@ class ACIntegerWriter final : public SubblockWriter
 public:
     explicit ACIntegerWriter(const SubblockFormat& format) : SubblockWriter(format) {}
 
-    // Magnitudes of more than 15 bits cannot be coded.
+    // InvalidArgument for magnitudes of more than 15 bits.
     void encode(const void* samples, std::size_t count, Bytes& headers, Bytes& data) override;
 
 private:

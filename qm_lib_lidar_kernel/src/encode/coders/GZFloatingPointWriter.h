@@ -1,4 +1,4 @@
-// The writer of decode/coders/GZFloatingPoint.h's subblocks: big-endian numbers, raw deflate.
+// Writes the subblocks that decode/coders/GZFloatingPoint.h reads: big-endian numbers, raw deflate.
 #pragma once
 
 #include "encode/coders/SubblockWriter.h"

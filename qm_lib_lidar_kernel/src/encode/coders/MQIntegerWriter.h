@@ -1,6 +1,5 @@
-// The writer of decode/coders/MQInteger.h's subblocks. The lowest planes of noisy samples are nearly as random as
-// their raw bits, which are decoded many times faster: they are stored raw where the coder would gain next to
-// nothing.
+// Writes the subblocks that decode/coders/MQInteger.h reads. The lowest planes of noisy samples are nearly random, and
+// raw bits are decoded many times faster than coded ones: planes are stored raw where coding would save almost nothing.
 #pragma once
 
 #include "common/coders/BitPlanes.h"

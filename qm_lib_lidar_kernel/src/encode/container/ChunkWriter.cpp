@@ -21,7 +21,7 @@ constexpr ErrorCode extendedError = ErrorCode::ExtendedRecordRead;
 bool needsExtendedHeader(const FileContents& contents)
 {
     return std::any_of(contents.channels->begin(), contents.channels->end(), [](const auto& channel) {
-        return std::strlen(channel->getInfo().getName()) > WaveletChannelInfo::recordNameSize;
+        return std::strlen(channel->getRecord().getName()) > WaveletChannelInfo::recordNameSize;
     });
 }
 
@@ -37,7 +37,7 @@ void ChunkWriter::write(const FileContents& contents)
     m_out.put_str("vxil");
     for (const std::uint8_t byte : {lidarFormat, std::uint8_t{0}, std::uint8_t{0}, m_versions.file})
         m_out.put_be(byte);
-    m_out.put_be(std::uint64_t{0}); // the length, once it is known
+    m_out.put_be(std::uint64_t{0}); // replaced by the length below
     writeChunk(CHUNK_GROUP, [&] { writeGroup(contents); });
     const std::int64_t end = m_out.tell();
     m_out.seek(fileLengthOffset, Stream::SEEK_FROM_START);
@@ -75,7 +75,7 @@ void ChunkWriter::writeGroup(const FileContents& contents)
         writeChunk(CHUNK_EXTENDED_HEADER, [&] {
             m_out.put_be(smallChunkVersion);
             for (const auto& channel : *contents.channels)
-                channel->getInfo().saveExtended(m_out, extendedError);
+                channel->getRecord().saveExtended(m_out, extendedError);
         });
     }
 }
@@ -87,7 +87,7 @@ void ChunkWriter::writeHeader(const FileContents& contents)
     m_out.put_be(static_cast<std::uint16_t>(contents.numLevels - 1));
     m_out.put_be(static_cast<std::uint16_t>(contents.channels->size()));
     for (const auto& channel : *contents.channels)
-        channel->getInfo().save(m_out, headerError);
+        channel->getRecord().save(m_out, headerError);
 }
 
 void ChunkWriter::writeBand(std::size_t channel, std::size_t level, const SubbandWriter& band)

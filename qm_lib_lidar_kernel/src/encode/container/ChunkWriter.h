@@ -1,6 +1,8 @@
-// Writes the chunk sequence that decode/container/BaseChunkReader.h reads.
+// Writes the chunk sequence of a compressed file. The counterparts are decode/container/BaseChunkReader.h and
+// ChunkReader.h.
 #pragma once
 
+#include "encode/bands/ChannelEncoder.h"
 #include "encode/container/IndexWriter.h"
 #include "platform/Stream.h"
 #include <vxunpack/EncodeOptions.h>
@@ -13,7 +15,7 @@ namespace Quillmoran {
 
 class Metadata;
 
-// Everything that a file holds; borrowed.
+// The contents of a file. The pointers are borrowed.
 struct FileContents
 {
     std::int64_t numPoints = 0;
@@ -29,7 +31,6 @@ struct FileContents
 class ChunkWriter
 {
 public:
-    // Opens the store.
     ChunkWriter(IO* io, const FileVersions& versions);
 
     void write(const FileContents& contents);
@@ -41,7 +42,7 @@ private:
     void writeHeader(const FileContents& contents);
     void writeBand(std::size_t channel, std::size_t level, const SubbandWriter& band);
     void writeClassNames(const FileContents& contents);
-    void writeText(const char* text); // length and bytes with the NUL; null has length 0
+    void writeText(const char* text); // length, bytes, NUL; null is written as length 0
 
     FileVersions m_versions;
     StreamWriter m_out;

@@ -13,7 +13,7 @@ namespace Quillmoran {
 
 namespace {
 
-// Whether a grid can be laid over the boxes: neither their ends nor their extents leave the numbers.
+// Whether a grid can cover the boxes: their ends and extents are finite.
 bool fitsGrid(const Bounds& all)
 {
     const Bounds outer = BoxGrid(all).widen(all);
@@ -23,8 +23,8 @@ bool fitsGrid(const Bounds& all)
     return true;
 }
 
-// Points that all have NaN for a coordinate leave the range empty, and no query of a box takes them. The tree
-// needs finite numbers: the lower end of the range of all points.
+// If all points of a box have NaN for a coordinate, its range is empty, and no query of a box returns them. The tree
+// needs finite numbers, so such a range becomes the lower end of the range of all points.
 Bounds onGrid(Bounds box, const Bounds& all)
 {
     const auto settle = [](Bounds::Range& range, const Bounds::Range& whole) {
@@ -42,11 +42,11 @@ Bounds onGrid(Bounds box, const Bounds& all)
 void IndexWriter::add(const PointData& points, std::size_t count)
 {
     for (std::size_t i = 0; i < count;) {
-        if (m_room == 0) {
+        if (m_free == 0) {
             m_boxes.emplace_back();
-            m_room = m_pointsPerEntry;
+            m_free = m_pointsPerEntry;
         }
-        const std::size_t taken = std::min<std::size_t>(count - i, m_room);
+        const std::size_t taken = std::min<std::size_t>(count - i, m_free);
         Bounds box = m_boxes.back();
         for (const std::size_t end = i + taken; i < end; ++i) {
             box.x.grow(points.getX()[i]);
@@ -54,7 +54,7 @@ void IndexWriter::add(const PointData& points, std::size_t count)
             box.z.grow(points.getZ()[i]);
         }
         m_boxes.back() = box;
-        m_room -= static_cast<std::uint32_t>(taken);
+        m_free -= static_cast<std::uint32_t>(taken);
     }
 }
 

@@ -1,4 +1,4 @@
-// The spatial index of a file being written: a box for every so many points, and the chunk's payload.
+// Builds the spatial index of a file, a box per `pointsPerEntry` consecutive points, and writes the chunk's payload.
 #pragma once
 
 #include <vxunpack/Bounds.h>
@@ -19,8 +19,8 @@ public:
 
     void add(const PointData& points, std::size_t count);
 
-    // The newer form rounds boxes to a grid; they are made larger first, so that each covers its points.
-    // Boxes that are not finite can only be held by the older one, which is then written.
+    // Version 2 rounds boxes to a grid; they are enlarged first, so that each still contains its points. Only version 1
+    // can store boxes that are not finite; such boxes are always written as version 1.
     void write(StreamWriter& out, std::uint8_t version) const;
 
 private:
@@ -28,7 +28,7 @@ private:
     void writeTree(StreamWriter& out, const Bounds& all) const;
 
     std::uint32_t m_pointsPerEntry;
-    std::uint32_t m_room = 0; // points that the last box may still take
+    std::uint32_t m_free = 0; // points that can still be added to the last box
     std::vector<Bounds> m_boxes;
 };
 

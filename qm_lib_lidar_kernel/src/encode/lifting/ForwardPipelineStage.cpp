@@ -26,7 +26,7 @@ void ForwardPipelineStage<T>::push(const T* samples, std::size_t count, bool las
     update(last);
 }
 
-// Drops the cells that are given out and that no later cell needs.
+// Drops the final cells that later cells do not need.
 template <class T>
 void ForwardPipelineStage<T>::slide()
 {
@@ -45,10 +45,10 @@ void ForwardPipelineStage<T>::slide()
 template <class T>
 void ForwardPipelineStage<T>::split(const T* samples, std::size_t count)
 {
-    const std::size_t room = m_pad + m_lowEnd + count / 2 + 1 + m_pad + 1;
-    if (m_low.size() < room) {
-        m_low.resize(room);
-        m_high.resize(room);
+    const std::size_t needed = m_pad + m_lowEnd + count / 2 + 1 + m_pad + 1;
+    if (m_low.size() < needed) {
+        m_low.resize(needed);
+        m_high.resize(needed);
     }
     std::size_t i = 0;
     if (count != 0 && m_lowEnd != m_highEnd)
@@ -98,7 +98,7 @@ void ForwardPipelineStage<T>::update(bool last)
         return;
     }
     T* const high = highCells();
-    if (m_highEnd == 0) { // a level of one sample: nothing to be updated by
+    if (m_highEnd == 0) { // a level of one sample has no update
         if (last)
             m_updated = m_lowEnd;
         return;
@@ -107,8 +107,8 @@ void ForwardPipelineStage<T>::update(bool last)
         std::fill_n(high - m_pad, m_pad, high[0]);
     if (last)
         std::fill_n(high + m_highEnd, m_pad, high[m_highEnd - 1]);
-    const std::size_t behind = m_pad - 1; // high cells needed behind that of the same pair
-    const std::size_t end = last ? m_lowEnd : m_predicted > behind ? m_predicted - behind : 0;
+    const std::size_t ahead = m_pad - 1; // high cells needed after that of the same pair
+    const std::size_t end = last ? m_lowEnd : m_predicted > ahead ? m_predicted - ahead : 0;
     if (end <= m_updated)
         return;
     m_update(lowCells() + m_updated, end - m_updated, high + m_updated, m_predicted - m_updated);

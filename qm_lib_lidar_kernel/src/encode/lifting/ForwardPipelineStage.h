@@ -1,13 +1,12 @@
-// One level of the forward transform over a stream of samples: splits them into even and odd ones and lifts
-// them as soon as their neighbours are there.
+// One level of the forward transform over a stream of samples: splits them into even and odd samples and lifts these as
+// soon as their neighbours are available.
 //
 //           0        keep       updated   predicted   end         cells of the window
 //   low     |== final ==========|------ samples -----------|
 //   high    |== final ====================|--- samples ----|
 //
-// The mirror of decode/lifting/PipelineStage.h: each band is extended by its outermost sample just before the step
-// that reads it, with the values that it holds then. Results do not depend on how the samples are cut into
-// pushes.
+// The counterpart is decode/lifting/PipelineStage.h. Each band is extended by its outermost sample just before the step
+// that reads it. Results do not depend on the number of samples per push().
 #pragma once
 
 #include "common/lifting/Lifting.h"
@@ -24,10 +23,10 @@ class ForwardPipelineStage
 public:
     ForwardPipelineStage(DataType type, TransformType transform);
 
-    // Takes the next samples of the level; `last` tells that none follow.
+    // Takes the next samples of the level. `last`: no samples follow.
     void push(const T* samples, std::size_t count, bool last);
 
-    // What the last push has finished of both bands. Valid until the next.
+    // The samples of both bands that the last push() finished. Valid until the next push().
     std::span<const T> low() const noexcept
     {
         return {m_low.data() + m_pad + m_lowOut, m_updated - m_lowOut};
@@ -47,17 +46,17 @@ private:
 
     LiftingStep m_predict = nullptr;
     LiftingStep m_update = nullptr;
-    std::size_t m_pad; // cells on each side for the ends of the band
-    bool m_predicts;   // whether the steps do anything
+    std::size_t m_pad; // neighbours that a step reads on each side
+    bool m_predicts;   // whether the transform has the steps
     bool m_updates;
     bool m_atStart = true; // cell 0 is the first pair of the band
     std::vector<T> m_low;
     std::vector<T> m_high;
-    std::size_t m_lowEnd = 0; // cells split so far
+    std::size_t m_lowEnd = 0; // cells that are filled
     std::size_t m_highEnd = 0;
-    std::size_t m_predicted = 0; // high cells up to here are final
-    std::size_t m_updated = 0;   // low cells up to here are final
-    std::size_t m_lowOut = 0;    // cells given out by earlier pushes
+    std::size_t m_predicted = 0; // high cells before this one are final
+    std::size_t m_updated = 0;   // low cells before this one are final
+    std::size_t m_lowOut = 0;    // cells that earlier pushes finished
     std::size_t m_highOut = 0;
 };
 

@@ -1,7 +1,6 @@
-// The lifting steps of one level of the forward transform: predict replaces the odd samples by what their
-// even neighbours do not tell, update then smooths the even samples. The cells that the steps read outside
-// their counted ranges are those of decode/lifting/InverseWavelet.h, with which they are exact inverses of each
-// other.
+// The lifting steps of one level of the forward transform: predict replaces the odd samples by their differences from
+// predictions, update then smooths the even samples. They read the same cells outside their counted ranges as the
+// steps of decode/lifting/InverseWavelet.h, and are their exact inverses.
 #pragma once
 
 #include "common/lifting/Lifting.h"
@@ -10,7 +9,7 @@ namespace Quillmoran {
 
 namespace TransformUtils {
 
-// The steps for a kernel type and a transform. Errors InvalidArgument: "unkown wavelet type", "unkown datatype".
+// The steps for a kernel type and a transform. InvalidArgument: "unkown wavelet type", "unkown datatype".
 void getForwardWavelet(DataType type, TransformType transform, LiftingStep& predict, LiftingStep& update);
 
 } // namespace TransformUtils

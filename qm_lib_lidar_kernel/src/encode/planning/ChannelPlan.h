@@ -1,8 +1,8 @@
-// How a channel is going to be coded: the kernel channels that it becomes, one, or the three parts of a split
-// floating-point channel.
+// The plan for coding a point channel: its kernel channels, which are one, or the three parts of a split floating-point
+// channel.
 #pragma once
 
-#include "common/container/WaveletChannelInfo.h"
+#include "common/bands/KernelConversion.h"
 
 #include <cstdint>
 #include <string>
@@ -12,12 +12,12 @@ namespace Quillmoran {
 
 struct KernelPlan
 {
-    std::string name; // with its prefix
+    std::string name; // with the prefix of its part
     DataType dataType = INVALID;
     ConversionAction action = CONVERT_PLAIN;
     TransformType transform = 0;
     std::uint32_t subblockSize = 0; // samples
-    int bits = 0;                   // of integer kernel samples
+    int bits = 0;                   // significant bits of integer kernel samples
     double offset = 0;
     double scale = 0; // 0 unless quantized
 };

@@ -14,7 +14,7 @@ using Range = ChannelSurvey::Range;
 template <class T>
 void growByIntegers(Range& range, const T* samples, std::size_t count)
 {
-    // Unsigned 64-bit samples wrap, as they do in a kernel.
+    // Unsigned 64-bit samples wrap, as in a kernel.
     using Wrapped = std::conditional_t<sizeof(T) == 8, std::int64_t, T>;
     auto low = static_cast<Wrapped>(samples[0]);
     auto high = low;
@@ -27,7 +27,7 @@ void growByIntegers(Range& range, const T* samples, std::size_t count)
     range.grow(static_cast<std::int64_t>(high));
 }
 
-// The exponent fields and the signs of IEEE 754 numbers of the width of `Bits`.
+// Extends the ranges by the exponent fields and signs of IEEE 754 numbers as wide as `Bits`.
 template <class Bits>
 void growByParts(Range& exponents, Range& signs, const void* samples, std::size_t count)
 {
@@ -53,7 +53,7 @@ void growByParts(Range& exponents, Range& signs, const void* samples, std::size_
     signs.grow(static_cast<std::int64_t>(anySign >> (width - 1)));
 }
 
-// Whether text with the decimals of this step shows its multiples whole.
+// Whether text with the decimals of this scale shows its multiples exactly.
 bool isPowerOfTenth(double scale)
 {
     constexpr double powers[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12};
@@ -95,7 +95,7 @@ void ChannelSurvey::addReals(const ChannelData& channel, std::size_t count)
     m_grids.erase(std::remove_if(m_grids.begin(), m_grids.end(),
                                  [&](FloatGrid& grid) { return !grid.hold(channel, count); }),
                   m_grids.end());
-    // Of channels with a decimal step of their own there is nothing to find out.
+    // If the source declares a decimal scale, text output derives the decimals from it.
     if (std::none_of(m_declared.begin(), m_declared.end(),
                      [](const FloatGrid& grid) { return isPowerOfTenth(grid.scale); }))
         m_decimals.add(channel, count);

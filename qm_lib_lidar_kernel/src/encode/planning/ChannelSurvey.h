@@ -1,5 +1,5 @@
-// What the first pass over the points finds out about one channel: the range of an integer channel, the grids
-// that hold a floating-point one, the range of its exponents.
+// The survey of one channel by the first pass over the points: the range of an integer channel; the grids that represent
+// a floating-point channel, and the range of its exponents.
 #pragma once
 
 #include "encode/planning/DecimalSurvey.h"
@@ -15,7 +15,7 @@ class ChannelSurvey
 public:
     struct Range
     {
-        std::int64_t low = INT64_MAX; // a fresh range is empty
+        std::int64_t low = INT64_MAX; // a new range is empty
         std::int64_t high = INT64_MIN;
 
         void grow(std::int64_t value) noexcept
@@ -25,22 +25,22 @@ public:
         }
     };
 
-    // Grids that the source gives for the channel; they are tried before others.
+    // A grid that the source declares for the channel. Declared grids are tried before others.
     void declare(const FloatGrid& grid) { m_declared.push_back(grid); }
-    // Whether queries are going to compare the channel with a box.
+    // Whether the channel is X, Y or Z, which queries compare with a box.
     void setCoordinate(bool isCoordinate) { m_isCoordinate = isCoordinate; }
     bool isCoordinate() const noexcept { return m_isCoordinate; }
 
     void add(const ChannelData& channel, std::size_t count);
 
-    // Of an integer channel's samples, as they convert to signed 64-bit integers.
+    // The range of an integer channel, converted to signed 64-bit integers.
     const Range& getRange() const noexcept { return m_range; }
-    // Those that hold all samples seen, best first. Before the first sample: those that were declared.
+    // The grids that represent all samples so far, best first. Before the first sample: the declared grids.
     const std::vector<FloatGrid>& getGrids() const noexcept { return m_begun ? m_grids : m_declared; }
-    // Decimals of a floating-point channel that text would not show if the channel was stored with that scale
-    // (0: without a grid), as TextDecimals has them; 0 when there is nothing to add.
+    // The number of decimals of a floating-point channel, for TextDecimals, if text output cannot derive it from `scale`
+    // (0: no grid). 0 if nothing needs to be added.
     int getHiddenDecimals(double scale) const noexcept;
-    // Of the exponent fields and the sign bits of a floating-point channel.
+    // The ranges of the exponent fields and sign bits of a floating-point channel.
     const Range& getExponents() const noexcept { return m_exponents; }
     const Range& getSigns() const noexcept { return m_signs; }
 

@@ -11,7 +11,7 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr double rounder = 6755399441055744.0; // 1.5 * 2^52: its last place is 1
+constexpr double rounder = 6755399441055744.0; // 1.5 * 2^52: adding it rounds to an integer
 
 double powerOfTen(int exponent) noexcept
 {
@@ -21,8 +21,8 @@ double powerOfTen(int exponent) noexcept
     return power;
 }
 
-// Whether the decimal with that many places that is nearest to each sample reads as the sample. Not for
-// magnitudes beyond 2^51, which get() leaves out. A NaN has any number of decimals.
+// Whether each sample is the number nearest to its decimal with log10(power) places. Valid for magnitudes up to 2^51;
+// get() excludes larger ones. A NaN has any number of decimals.
 template <class Float>
 bool haveDecimals(const Float* samples, std::size_t count, double power) noexcept
 {
@@ -34,7 +34,7 @@ bool haveDecimals(const Float* samples, std::size_t count, double power) noexcep
     return fits;
 }
 
-// Whether the samples are multiples of 2^-places; only such numbers have exactly that number of decimals.
+// Whether the samples are multiples of 2^-places. Only such numbers equal a decimal with that number of places.
 template <class Float>
 bool areBinary(const Float* samples, std::size_t count, int places) noexcept
 {
@@ -80,12 +80,12 @@ void DecimalSurvey::add(const ChannelData& channel, std::size_t count)
 
 int DecimalSurvey::get() const noexcept
 {
-    // Text shows decimals in threes. Up to these magnitudes the distance between a sample and its decimal is
-    // below half of the last place shown.
+    // Text shows decimals in groups of three. Up to these magnitudes a sample differs from its decimal by less than half
+    // of the last shown place.
     constexpr double largestWide = 1125899906842624.0; // 2^50
     constexpr double largestNarrow = 4194304.0;        // 2^22
-    constexpr int mostNarrow = 6;
-    if (m_isExact || m_decimals > (m_isNarrow ? mostNarrow : TextDecimals::most))
+    constexpr int maxNarrow = 6;
+    if (m_isExact || m_decimals > (m_isNarrow ? maxNarrow : TextDecimals::most))
         return 0;
     const double shown = m_largest * powerOfTen((m_decimals + 2) / 3 * 3);
     return shown < (m_isNarrow ? largestNarrow : largestWide) ? m_decimals : 0;

@@ -1,12 +1,11 @@
-// The number of decimals of a floating-point channel: the least number of places with which a decimal number
-// is read as each of the samples.
+// The number of decimals of a floating-point channel: the smallest number of decimal places with which text is parsed
+// as exactly each of the samples.
 //
-// Text output takes the number of decimals from the scale of a channel, which must then be a power of ten. No
-// such scale restores all decimals: 40603 times the double 0.01 is not the double 406.03, and the text rules
-// accept no other scale of which it is a multiple. Scales that do restore decimals (FloatGrid), or none at
-// all, make text output print all digits, 411.189999999999998. The number found here goes into the metadata
-// and makes it print 411.190 (TextDecimals.h). That is some 45 bytes per channel, where samples coded without
-// a scale would take several bytes each.
+// Text output derives the number of decimals from the scale of a channel if the scale is a power of ten. Such a scale
+// does not restore all decimals: 40603 times the double 0.01 is not the double 406.03. With a scale that does restore
+// decimals (FloatGrid), or without any, text output would print all digits, 411.189999999999998. The number of decimals
+// is therefore stored in the metadata, and text output prints 411.190 (TextDecimals.h). This costs about 45 bytes per
+// channel; samples coded without a scale would cost several bytes each.
 #pragma once
 
 #include <vxunpack/PointData.h>
@@ -21,16 +20,16 @@ public:
     // Samples of a FLOAT32 or FLOAT64 channel.
     void add(const ChannelData& channel, std::size_t count);
 
-    // The least number of decimals; 0 when there is none up to TextDecimals::most, when text with that number
-    // of decimals would not show every sample as its decimal, or when all samples are exactly their
-    // decimals (245380.125), which text with all digits shows as well.
+    // The smallest number of decimals. 0 if it exceeds TextDecimals::most, if text with that number of decimals would not
+    // show every sample as its decimal, or if all samples equal their decimals exactly (245380.125), which text with all
+    // digits also shows.
     int get() const noexcept;
 
 private:
     bool m_isNarrow = false; // FLOAT32
-    int m_decimals = 0;      // beyond the most: none
+    int m_decimals = 0;      // above TextDecimals::most: none
     bool m_isExact = true;
-    double m_largest = 0; // magnitude of the finite samples
+    double m_largest = 0; // magnitude of finite samples
 };
 
 } // namespace Quillmoran

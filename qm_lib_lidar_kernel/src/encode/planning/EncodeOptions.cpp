@@ -1,14 +1,16 @@
 #include <vxunpack/EncodeOptions.h>
 
+#include "common/coders/TransformUtils.h"
+#include "encode/coders/SubblockWriter.h"
 #include <vxunpack/Base.h>
 
 namespace Quillmoran {
 
 namespace {
 
-constexpr std::uint32_t largestSubblock = 1u << 20; // samples
-constexpr std::uint32_t mostLevels = 64;            // more would halve nothing
-constexpr int mostRawPlanes = 64;
+constexpr std::uint32_t maxSubblock = 1u << 20; // samples
+constexpr std::uint32_t maxLevels = 64;         // a level halves a 64-bit number of points
+constexpr int maxRawPlanes = 64;
 
 void checkRange(const char* what, std::int64_t value, std::int64_t low, std::int64_t high)
 {
@@ -22,8 +24,7 @@ void checkChoice(const ChannelChoice& choice)
     if (choice.transform)
         TransformUtils::getCoder(*choice.transform);
     if (choice.subblockSize)
-        checkRange("the subblock size", *choice.subblockSize, SubblockWriter::smallestSubblock,
-                   largestSubblock);
+        checkRange("the subblock size", *choice.subblockSize, SubblockWriter::smallestSubblock, maxSubblock);
 }
 
 } // namespace
@@ -38,11 +39,11 @@ void EncodeOptions::check() const
     for (const auto& [name, choice] : byChannel)
         checkChoice(choice);
     if (numLevels)
-        checkRange("the number of levels", *numLevels, 1, mostLevels);
+        checkRange("the number of levels", *numLevels, 1, maxLevels);
     if (pointsPerEntry)
         checkRange("the number of points per index entry", *pointsPerEntry, 1, INT32_MAX);
-    if (rawPlanes != SubblockFormat::chooseRawPlanes)
-        checkRange("the number of raw planes", rawPlanes, 0, mostRawPlanes);
+    if (rawPlanes)
+        checkRange("the number of raw planes", *rawPlanes, 0, maxRawPlanes);
 }
 
 } // namespace Quillmoran

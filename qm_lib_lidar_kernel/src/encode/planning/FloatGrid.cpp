@@ -10,12 +10,11 @@ namespace Quillmoran {
 
 namespace {
 
-// Up to here a rounded quotient is the integer that it came from.
+// Up to this magnitude a rounded quotient is the original integer.
 constexpr double largestInteger = 2251799813685248.0; // 2^51
-constexpr int mostParts = 255;                        // of a tenth
-constexpr std::size_t mostGrids = 3;
-// A box of coordinates is widened by half of their step; of what a source does not declare no user expects
-// more.
+constexpr int maxParts = 255;                         // of a tenth
+constexpr std::size_t maxGrids = 3;
+// Queries widen a box of coordinates by half of their scale. Without a declared scale users expect at most this one.
 constexpr double coarsestCoordinate = 0.01;
 
 template <class Float>
@@ -26,14 +25,14 @@ UnsignedOf<Float> bitsOf(Float value)
     return bits;
 }
 
-// Two samples are the same when their bits are: neither a NaN nor a zero's sign may be lost.
+// Compares the bits, so that NaNs and the sign of zero are preserved.
 template <class Float>
 bool isSame(Float a, Float b)
 {
     return bitsOf(a) == bitsOf(b);
 }
 
-// Whether the sample is what its decimal with that many places is read as.
+// Whether the sample is the number that its decimal with log10(power) places is parsed as.
 template <class Float>
 bool isDecimal(Float sample, double power)
 {
@@ -49,7 +48,7 @@ bool holdSamples(FloatGrid& grid, const Float* samples, std::size_t count) noexc
     std::int64_t high = grid.high;
     bool fits = true;
     for (std::size_t i = 0; i < count; ++i) {
-        // As samples are quantized and dequantized; the truncation is a floor that the processor has.
+        // As in quantizing and dequantizing; truncating and correcting is a fast floor.
         const double steps = (static_cast<double>(samples[i]) - offset) / scale + 0.5;
         const bool isInteger = std::fabs(steps) < largestInteger;
         const double bounded = isInteger ? steps : 0;
@@ -73,9 +72,9 @@ struct Step
     double decimals; // as in FloatGrid
 };
 
-// Powers of two, tenths and halves of tenths, the coarsest first. Not every decimal is the rounded product of
-// an integer and a tenth, since the tenth itself is rounded; parts of it whose own rounding is smaller miss
-// fewer.
+// Powers of two, powers of ten and halves of these, the coarsest first. Not every decimal is the rounded product of an
+// integer and a power of ten, since 0.1 itself is rounded. Parts of a power of ten with a smaller rounding error
+// represent more decimals.
 std::vector<Step> makeSteps()
 {
     std::vector<Step> steps = {{10, 0}, {100, 0}, {1000, 0}, {1e4, 0}, {1e5, 0}};
@@ -88,7 +87,7 @@ std::vector<Step> makeSteps()
             continue;
         steps.push_back({0.5 / power, 0});
         double least = std::fabs(std::fma(1 / power, power, -1));
-        for (int part = 3; part <= mostParts; part += 2) {
+        for (int part = 3; part <= maxParts; part += 2) {
             const double scale = 1 / (power * part);
             const double error = std::fabs(std::fma(scale, power * part, -1));
             if (error < least) {
@@ -138,14 +137,14 @@ std::vector<FloatGrid> FloatGrid::find(const ChannelData& channel, std::size_t c
     std::vector<FloatGrid> found;
     const auto tryGrid = [&](const FloatGrid& candidate) {
         FloatGrid grid = candidate;
-        // Most candidates fail at once.
+        // Most candidates fail with the first samples.
         if (!grid.hold(channel, std::min<std::size_t>(count, 16)) || !grid.hold(channel, count))
             return false;
         found.push_back(candidate);
         return true;
     };
-    // Decimals far from zero are met by an offset nearby: the sum then rounds as the decimal did. Times count
-    // from where they begin.
+    // Decimals far from zero need an offset nearby: the sum then rounds like the decimal. Times are relative to the first
+    // one.
     const double first = firstFinite(channel, count);
     const double offsets[] = {0, std::floor(first), first};
     for (const FloatGrid& grid : declared) {
@@ -164,12 +163,12 @@ std::vector<FloatGrid> FloatGrid::find(const ChannelData& channel, std::size_t c
 
     static const std::vector<Step> steps = makeSteps();
     for (const Step& step : steps) {
-        if (found.size() == mostGrids)
+        if (found.size() == maxGrids)
             break;
         if ((isCoordinate && step.scale > coarsestCoordinate) ||
             (!found.empty() && step.scale > found.back().scale / 8))
             continue;
-        // Decimals and coordinates stay whole multiples of the step.
+        // Decimals and coordinates stay whole multiples of the scale.
         const std::size_t usable = isCoordinate || step.decimals != 0 ? 2 : 3;
         for (std::size_t i = 0; i < usable; ++i)
             if (tryGrid(at(step.scale, offsets[i], step.decimals)))

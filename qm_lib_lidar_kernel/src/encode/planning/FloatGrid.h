@@ -1,11 +1,10 @@
-// A grid of equal steps that holds all samples of a floating-point channel: each is, bit for bit, an integer
-// times the scale plus the offset. Surveys have stored most coordinates and many times so, and such a channel
-// is coded as those integers, without loss.
+// A grid with a scale and an offset that represents all samples of a floating-point channel exactly: each sample is, bit
+// for bit, an integer times the scale plus the offset. Most surveys store coordinates and many times this way. The
+// channel is then coded as those integers, without loss.
 //
-// The scale becomes the channel's step for whoever reads the file: queries widen a box of coordinates by half
-// of it, and text is written with as many decimals as it has. A grid that the source does not declare must
-// therefore not be coarser than coordinates are asked for, nor have decimals that do not show its samples
-// whole.
+// The scale becomes the scale of the channel in the file: queries widen a box of coordinates by half of it, and text is
+// written with its number of decimals. A grid that the source does not declare must therefore not be coarser than the
+// expected precision of coordinates, and its decimals must show the samples exactly.
 #pragma once
 
 #include <vxunpack/PointData.h>
@@ -20,21 +19,19 @@ struct FloatGrid
 {
     double scale = 0;
     double offset = 0;
-    std::int64_t low = INT64_MAX; // of the integers seen
+    std::int64_t low = INT64_MAX; // range of the integers so far
     std::int64_t high = INT64_MIN;
 
-    // Whether the grid holds these samples too, of a FLOAT32 or FLOAT64 channel. Widens the range of the
-    // integers.
+    // Whether the grid also represents these samples of a FLOAT32 or FLOAT64 channel. Extends the range of the integers.
     bool hold(const ChannelData& channel, std::size_t count) noexcept;
 
-    // The grids that hold the samples with which a channel begins, best first: the first of `declared` that
-    // does, where an offset of NaN stands for zero and for a whole number near the data; or else the coarsest
-    // one and two finer ones, in case that later samples need them.
+    // The grids that represent the first samples of a channel, best first: the first suitable one of `declared`, where an
+    // offset of NaN means zero or a whole number near the data; or else the coarsest one and two finer ones, in case
+    // later samples need them.
     static std::vector<FloatGrid> find(const ChannelData& channel, std::size_t count,
                                        const std::vector<FloatGrid>& declared, bool isCoordinate);
 
-    // 10^d when the scale shows as d decimals, so that all samples must be decimals of that many places; else
-    // 0.
+    // 10^d if the scale is shown with d decimals, so that all samples must be decimals with d places; else 0.
     double decimals = 0;
 };
 

@@ -1,5 +1,7 @@
 #include "encode/planning/PlanChooser.h"
 
+#include "common/coders/Coder.h"
+#include "common/lifting/LiftingScheme.h"
 #include <vxunpack/Base.h>
 
 #include <algorithm>
@@ -10,42 +12,38 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr TransformType integerCodes[] = {10, 11, 13, 90, 91, 93};
-constexpr TransformType smoothIntegerCodes[] = {10, 1, 3, 90, 81, 83};
-constexpr TransformType realCodes[] = {70, 71, 73};
-constexpr TransformType smoothRealCodes[] = {70, 61, 63};
-
-// MQ-coded channels must be smaller by this to be chosen. Noise of eight bits decodes as fast either way, but
-// is coded more slowly: intensity and colours of a survey through the MQ coder made the file smaller by half
-// a per cent, and vxpack slower by seven.
-constexpr double slowCoding = 1.06;
-// Ways that are larger than the best by this after a run of points are not tried on the others.
+// Transforms that are larger by this than the best one after a run of points are not tried on the other runs.
 constexpr double hopeless = 1.1;
-// A smaller subblock is chosen when it costs no more than this.
+// A smaller subblock is chosen if it costs no more than this.
 constexpr double smallerSubblock = 1.01;
 constexpr std::uint32_t subblockSizes[] = {1024, 2048, 4096};
 constexpr std::size_t subblockRuns = 2;
 
-constexpr int arithmeticBits = 15; // of a coefficient that the arithmetic coder can hold
-
-bool isArithmetic(TransformType transform)
+// The transforms to try by default: without lifting, and lifted with the update step if `smooth`, without it otherwise.
+std::vector<TransformType> listTransforms(bool floatingPoint, bool smooth)
 {
-    return TransformUtils::getCoder(transform) == TransformUtils::Coder::Arithmetic;
+    std::vector<TransformType> transforms;
+    for (const Coder& coder : Coder::all())
+        for (const LiftingScheme& lifting : liftingSchemes)
+            if (coder.isFloatingPoint == floatingPoint && (lifting.order == 0 || lifting.hasUpdate == smooth))
+                transforms.push_back(static_cast<TransformType>(coder.base + lifting.code));
+    return transforms;
 }
 
-// Whether no coefficient of samples in this range can exceed the arithmetic coder. The third order predicts
-// up to an eighth of the range beyond it; smoothing makes low bands grow.
-bool suitsArithmetic(TransformType transform, const ChannelSurvey::Range& range)
+// Whether the coder can code the coefficients of all samples in this range. Third-order predictions can exceed the range
+// by an eighth; smoothing makes low bands grow.
+bool holdsRange(TransformType transform, const ChannelSurvey::Range& range)
 {
     const double low = static_cast<double>(range.low);
     const double high = static_cast<double>(range.high);
     const double largest = std::max({high - low, std::fabs(low), std::fabs(high)});
     const double growth = TransformUtils::hasUpdate(transform) ? 4 : 1.25;
-    return largest * growth < 1 << arithmeticBits;
+    const int bits = TransformUtils::getCoder(transform).magnitudeBits;
+    return bits >= 64 || largest * growth < std::ldexp(1.0, bits);
 }
 
-// Whether lifting the samples of a grid in floating point rounds nowhere: halves and sixteenths of the grid's
-// steps and what levels add to them must fit the significand.
+// Whether floating-point lifting of the samples of a grid is exact: halves and sixteenths of the grid's scale and the
+// growth per level must fit into the significand.
 bool liftsExactly(TransformType transform, DataType type, const std::vector<FloatGrid>& grids,
                   std::size_t levels)
 {
@@ -61,18 +59,19 @@ bool liftsExactly(TransformType transform, DataType type, const std::vector<Floa
     });
 }
 
-KernelPlan makePart(const ChannelInfo& channel, const char* prefix, ConversionAction action,
+KernelPlan makePart(const ChannelInfo& channel, ChannelPart part, ConversionAction action,
                     const ChannelSurvey::Range& range)
 {
-    KernelPlan part;
-    part.name = std::string(prefix) + channel.getName();
-    part.dataType = channel.getDataType();
-    part.action = action;
-    part.bits = WaveletChannelInfo::countBits(range.low, range.high);
-    return part;
+    KernelPlan plan;
+    plan.name = std::string(WaveletChannelInfo::getPrefix(part)) + channel.getName();
+    plan.dataType = channel.getDataType();
+    plan.action = action;
+    plan.bits = WaveletChannelInfo::countBits(range.low, range.high);
+    return plan;
 }
 
-// What an integer transform would work on: the samples of an integer channel, or the integers of a grid.
+// The range of the integers that an integer transform codes: the samples of an integer channel, or the integers of a
+// grid.
 std::optional<ChannelSurvey::Range> getIntegers(const ChannelInfo& channel, const ChannelSurvey& survey)
 {
     if (!DataTypeUtils::isFloat(channel.getDataType()))
@@ -84,12 +83,12 @@ std::optional<ChannelSurvey::Range> getIntegers(const ChannelInfo& channel, cons
 
 std::vector<TransformType> integerTransforms(const ChannelSurvey::Range& range, const ChannelChoice& choice)
 {
-    if (choice.transform && (!isArithmetic(*choice.transform) || suitsArithmetic(*choice.transform, range)))
+    if (choice.transform && holdsRange(*choice.transform, range))
         return {*choice.transform};
-    std::vector<TransformType> transforms;
-    for (const TransformType code : choice.smooth ? smoothIntegerCodes : integerCodes)
-        if (!isArithmetic(code) || suitsArithmetic(code, range))
-            transforms.push_back(code);
+    std::vector<TransformType> transforms = listTransforms(false, choice.smooth);
+    transforms.erase(std::remove_if(transforms.begin(), transforms.end(),
+                                    [&](TransformType code) { return !holdsRange(code, range); }),
+                     transforms.end());
     return transforms;
 }
 
@@ -110,10 +109,10 @@ struct PlanChooser::Candidate
 struct PlanChooser::Trial
 {
     TransformType transform = 0;
-    double cost = 0; // bytes, weighted by how fast they are coded
+    double cost = 0; // bytes, weighted with Coder::sizeWeight
 };
 
-std::int64_t PlanChooser::measure(const KernelPlan& plan, int channelIndex, std::size_t run) const
+std::int64_t PlanChooser::measure(const KernelPlan& plan, std::size_t channelIndex, std::size_t run) const
 {
     SpillFile file;
     ChannelEncoder encoder(plan, channelIndex, m_format, file);
@@ -129,7 +128,7 @@ std::int64_t PlanChooser::measure(const KernelPlan& plan, int channelIndex, std:
     return encoder.getSize();
 }
 
-PlanChooser::Trial PlanChooser::chooseTransform(KernelPlan& plan, int channelIndex,
+PlanChooser::Trial PlanChooser::chooseTransform(KernelPlan& plan, std::size_t channelIndex,
                                                 const std::vector<TransformType>& transforms,
                                                 const ChannelChoice& choice) const
 {
@@ -142,8 +141,8 @@ PlanChooser::Trial PlanChooser::chooseTransform(KernelPlan& plan, int channelInd
     for (std::size_t run = 0; run < m_runs.size(); ++run) {
         for (Trial& trial : trials) {
             plan.transform = trial.transform;
-            const bool isSlow = TransformUtils::getCoder(trial.transform) == TransformUtils::Coder::MQ;
-            trial.cost += static_cast<double>(measure(plan, channelIndex, run)) * (isSlow ? slowCoding : 1);
+            trial.cost += static_cast<double>(measure(plan, channelIndex, run)) *
+                          TransformUtils::getCoder(trial.transform).sizeWeight;
         }
         const double best = std::min_element(trials.begin(), trials.end(), cheaper)->cost;
         trials.erase(std::remove_if(trials.begin(), trials.end(),
@@ -155,7 +154,8 @@ PlanChooser::Trial PlanChooser::chooseTransform(KernelPlan& plan, int channelInd
     return best;
 }
 
-void PlanChooser::chooseSubblock(KernelPlan& plan, int channelIndex, const ChannelChoice& choice) const
+void PlanChooser::chooseSubblock(KernelPlan& plan, std::size_t channelIndex,
+                                 const ChannelChoice& choice) const
 {
     if (choice.subblockSize)
         return;
@@ -181,54 +181,55 @@ std::vector<PlanChooser::Candidate> PlanChooser::makeCandidates(const ChannelInf
     const auto integers = getIntegers(channel, survey);
     std::vector<Candidate> candidates;
     if (integers && !wantsReal) {
-        KernelPlan part = makePart(channel, "", CONVERT_PLAIN, *integers);
+        KernelPlan part = makePart(channel, ChannelPart::Whole, CONVERT_PLAIN, *integers);
         if (isReal) {
             const double offset = survey.getGrids()[0].offset;
-            part.offset = std::isnan(offset) ? 0 : offset; // not looked for when there are no points
+            part.offset = std::isnan(offset) ? 0 : offset; // not yet known if there are no points
             part.scale = survey.getGrids()[0].scale;
         }
         candidates.emplace_back().add(part, integerTransforms(*integers, choice));
     } else if (!wantsReal && !m_runs.empty()) {
         const bool narrow = channel.getDataType() == FLOAT32;
         const ChannelSurvey::Range fractions{0, (std::int64_t{1} << (narrow ? 23 : 52)) - 1};
-        const auto addPart = [&](const char* prefix, ConversionAction action,
+        const auto addPart = [&](ChannelPart part, ConversionAction action,
                                  const ChannelSurvey::Range& range) {
-            candidates.back().add(makePart(channel, prefix, action, range), integerTransforms(range, choice));
+            candidates.back().add(makePart(channel, part, action, range), integerTransforms(range, choice));
         };
         candidates.emplace_back();
-        addPart(narrow ? WaveletChannelInfo::fraction32Prefix : WaveletChannelInfo::fraction64Prefix,
-                CONVERT_EXTRACT_FRACTION, fractions);
-        addPart(WaveletChannelInfo::exponentPrefix, CONVERT_EXTRACT_EXPONENT, survey.getExponents());
-        addPart(WaveletChannelInfo::signPrefix, CONVERT_EXTRACT_SIGN, survey.getSigns());
+        addPart(narrow ? ChannelPart::Fraction32 : ChannelPart::Fraction64, CONVERT_EXTRACT_FRACTION,
+                fractions);
+        addPart(ChannelPart::Exponent, CONVERT_EXTRACT_EXPONENT, survey.getExponents());
+        addPart(ChannelPart::Sign, CONVERT_EXTRACT_SIGN, survey.getSigns());
     }
     if (wantsReal)
-        candidates.emplace_back().add(makePart(channel, "", CONVERT_PLAIN, {}), {*choice.transform});
+        candidates.emplace_back().add(makePart(channel, ChannelPart::Whole, CONVERT_PLAIN, {}),
+                                      {*choice.transform});
     else if (isReal && (candidates.empty() || (!choice.transform && !(integers && survey.isCoordinate())))) {
         std::vector<TransformType> transforms;
-        for (const TransformType code : choice.smooth ? smoothRealCodes : realCodes)
+        for (const TransformType code : listTransforms(true, choice.smooth))
             if (liftsExactly(code, channel.getDataType(), survey.getGrids(), m_format.numLevels))
                 transforms.push_back(code);
-        candidates.emplace_back().add(makePart(channel, "", CONVERT_PLAIN, {}), std::move(transforms));
+        candidates.emplace_back().add(makePart(channel, ChannelPart::Whole, CONVERT_PLAIN, {}),
+                                      std::move(transforms));
     }
     return candidates;
 }
 
-bool PlanChooser::suits(TransformType transform, const ChannelInfo& channel,
-                        const ChannelSurvey& survey) const
+bool PlanChooser::supports(TransformType transform, const ChannelInfo& channel,
+                           const ChannelSurvey& survey) const
 {
-    const bool isReal = DataTypeUtils::isFloat(channel.getDataType());
     if (TransformUtils::isFloatingPoint(transform))
-        return isReal &&
+        return DataTypeUtils::isFloat(channel.getDataType()) &&
                liftsExactly(transform, channel.getDataType(), survey.getGrids(), m_format.numLevels);
     const auto integers = getIntegers(channel, survey);
-    return !isArithmetic(transform) || !integers || suitsArithmetic(transform, *integers);
+    return !integers || holdsRange(transform, *integers);
 }
 
-ChannelPlan PlanChooser::choose(const ChannelInfo& channel, int channelIndex, const ChannelSurvey& survey,
-                                ChannelChoice choice) const
+ChannelPlan PlanChooser::choose(const ChannelInfo& channel, std::size_t channelIndex,
+                                const ChannelSurvey& survey, ChannelChoice choice) const
 {
-    if (choice.transform && !suits(*choice.transform, channel, survey)) {
-        if (choice.mustSuit)
+    if (choice.transform && !supports(*choice.transform, channel, survey)) {
+        if (choice.isRequired)
             QM_THROW(ErrorCode::InvalidArgument, "transform %d does not suit channel '%s'",
                      static_cast<int>(*choice.transform), channel.getName());
         choice.transform.reset();

@@ -11,17 +11,17 @@ namespace Quillmoran {
 namespace {
 
 constexpr std::size_t runPoints = 8192;
-constexpr std::size_t mostRuns = 16; // kept
-constexpr std::size_t mostRunBytes = 32 << 20;
-constexpr std::int64_t mostRunsUsed = 8;
-constexpr std::int64_t pointsPerRun = 524288; // of the whole
+constexpr std::size_t maxRuns = 16; // kept
+constexpr std::size_t maxRunBytes = 32 << 20;
+constexpr std::int64_t maxRunsUsed = 8;
+constexpr std::int64_t pointsPerRun = 524288; // one run is used for this number of points of the source
 
 } // namespace
 
 SourceSurvey::SourceSurvey(const PointInfo& layout, const CoordinateGrid& grid, BlockReader& reader,
                            const std::function<void(std::size_t)>& onBlock)
     : m_channels(layout.getNumChannels()),
-      m_mostRuns(std::clamp<std::size_t>(mostRunBytes / (runPoints * layout.getPointSize() + 1), 1, mostRuns))
+      m_maxRuns(std::clamp<std::size_t>(maxRunBytes / (runPoints * layout.getPointSize() + 1), 1, maxRuns))
 {
     declareGrids(layout, grid);
     reader.forEach([&](const PointData& points, std::size_t count) {
@@ -37,7 +37,7 @@ SourceSurvey::SourceSurvey(const PointInfo& layout, const CoordinateGrid& grid, 
     });
 }
 
-// The source's own grid for coordinates, and the grid of a channel's step.
+// The source's scale and offset for coordinates, and the quantization of other channels.
 void SourceSurvey::declareGrids(const PointInfo& layout, const CoordinateGrid& grid)
 {
     const char* const names[3] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
@@ -61,13 +61,13 @@ void SourceSurvey::keepRun(const PointInfo& layout, const PointData& points, std
 {
     if (m_block++ % m_stride != 0)
         return;
-    if (m_runs.size() == m_mostRuns) {
-        const std::size_t kept = (m_mostRuns + 1) / 2;
+    if (m_runs.size() == m_maxRuns) {
+        const std::size_t kept = (m_maxRuns + 1) / 2;
         for (std::size_t i = 0; i < kept; ++i)
             m_runs[i] = std::move(m_runs[2 * i]);
         m_runs.resize(kept);
         m_stride *= 2;
-        if (kept == m_mostRuns)
+        if (kept == m_maxRuns)
             return;
     }
     auto run = std::make_unique<PlanChooser::Run>();
@@ -80,7 +80,7 @@ void SourceSurvey::keepRun(const PointInfo& layout, const PointData& points, std
 std::vector<const PlanChooser::Run*> SourceSurvey::getRuns() const
 {
     std::vector<const PlanChooser::Run*> chosen;
-    const auto wanted = static_cast<std::size_t>(std::min(m_numPoints / pointsPerRun + 1, mostRunsUsed));
+    const auto wanted = static_cast<std::size_t>(std::min(m_numPoints / pointsPerRun + 1, maxRunsUsed));
     const std::size_t used = std::min(wanted, m_runs.size());
     for (std::size_t i = 0; i < used; ++i)
         chosen.push_back(m_runs[(2 * i + 1) * m_runs.size() / (2 * used)].get());

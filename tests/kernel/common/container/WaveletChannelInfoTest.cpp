@@ -1,12 +1,10 @@
 #include "common/container/WaveletChannelInfo.h"
 
+#include "common/bands/KernelSamples.h"
 #include "common/container/ChunkHeader.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
-#include "support/Random.h"
 
-#include <cmath>
-#include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
 
@@ -14,7 +12,6 @@ namespace Quillmoran {
 namespace {
 
 using Testing::ByteStore;
-using Testing::Random;
 
 template <class Write>
 Scoped<ByteStore> written(Write write)
@@ -33,11 +30,12 @@ WaveletChannelInfo recordOf(const char* name, DataType type, TransformType trans
 {
     WaveletChannelInfo record;
     record.init(name, type, 63 - TransformUtils::getHeadroom(transform), transform, 128, 10.5, scale);
-    record.reserveKernel(2);
-    auto* kernel = static_cast<std::int64_t*>(record.getKernel().getData());
+    KernelSamples samples;
+    samples.reserve(SINT64, 2);
+    auto* kernel = static_cast<std::int64_t*>(samples.getData());
     kernel[0] = low;
     kernel[1] = high;
-    record.updateMinMax(2);
+    record.updateMinMax(samples, 2);
     return record;
 }
 
@@ -149,105 +147,7 @@ TEST(WaveletChannelInfo, ReportsEveryShortRecord)
     }
 }
 
-PointData makePoints(const char* name, DataType type, std::size_t count)
-{
-    PointInfo layout;
-    for (const char* axis : {"X", "Y", "Z"}) {
-        ChannelInfo channel;
-        channel.init(axis, FLOAT64, 0, 0);
-        layout.append(channel);
-    }
-    ChannelInfo channel;
-    channel.init(name, type, 0, 0);
-    layout.append(channel);
-    PointData points;
-    points.init(layout, count);
-    return points;
-}
-
-template <class Float>
-void expectSplitRoundTrip(DataType type, const char* fractionName, DataType partKernel)
-{
-    constexpr std::size_t count = 300;
-    PointData points = makePoints("T", type, count);
-    auto* samples = static_cast<Float*>(points.getChannel(3).getData());
-    Random random(3);
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::uint64_t bits = random.next();
-        std::memcpy(&samples[i], &bits, sizeof(Float)); // NaN payloads and infinities among them
-    }
-    samples[0] = Float(-0.0);
-    const std::vector<Float> original(samples, samples + count);
-
-    WaveletChannelInfo parts[3];
-    const char* const names[3] = {fractionName, "@e|T", "@s|T"};
-    const int bits[3] = {sizeof(Float) == 8 ? 63 : 31, 11, 1};
-    for (int i = 0; i < 3; ++i) {
-        parts[i].init(names[i], type, bits[i], 10, 64, 0, 0);
-        parts[i].setupConvert(static_cast<ConversionAction>(CONVERT_EXTRACT_FRACTION + i), 3);
-        parts[i].convertToKernel(points, count);
-    }
-    for (int i = 1; i < 3; ++i) {
-        // Files may hold exponents and signs in wider kernels.
-        ChannelInfo wider;
-        wider.init("part", partKernel, 0, 0);
-        ChannelData copy;
-        copy.init(wider, count);
-        ChannelData::convert(copy, 0, parts[i].getKernel(), 0, count);
-        parts[i].getKernel().init(wider, count);
-        ChannelData::copy(parts[i].getKernel(), 0, copy, 0, count);
-    }
-    std::memset(samples, 0, count * sizeof(Float));
-    parts[0].mergeFromKernel(parts[1], parts[2], points, count);
-    EXPECT_EQ(std::memcmp(samples, original.data(), count * sizeof(Float)), 0);
-}
-
-TEST(WaveletChannelInfo, MergesSplitChannelsBitForBit)
-{
-    for (const DataType kernel : {SINT16, SINT32, SINT64}) {
-        expectSplitRoundTrip<double>(FLOAT64, "@d|T", kernel);
-        expectSplitRoundTrip<float>(FLOAT32, "@f|T", kernel);
-    }
-}
-
-TEST(WaveletChannelInfo, CutsPartsThatLeaveTheirFields)
-{
-    PointData points = makePoints("T", FLOAT64, 1);
-    WaveletChannelInfo fraction, exponent, sign;
-    fraction.init("@d|T", FLOAT64, 63, 10, 64, 0, 0);
-    exponent.init("@e|T", FLOAT64, 11, 10, 64, 0, 0);
-    sign.init("@s|T", FLOAT64, 1, 10, 64, 0, 0);
-    fraction.setupConvert(CONVERT_MERGE, 3);
-    for (WaveletChannelInfo* part : {&fraction, &exponent, &sign})
-        part->reserveKernel(1);
-    *static_cast<std::int64_t*>(fraction.getKernel().getData()) = -1;
-    *static_cast<std::int16_t*>(exponent.getKernel().getData()) = static_cast<std::int16_t>(0x7800 | 1023);
-    *static_cast<std::int16_t*>(sign.getKernel().getData()) = 2;
-    fraction.mergeFromKernel(exponent, sign, points, 1);
-    EXPECT_EQ(*static_cast<const double*>(points.getChannel(3).getData()), std::nextafter(2.0, 0.0));
-}
-
-TEST(WaveletChannelInfo, QuantizesAndDequantizes)
-{
-    PointData points = makePoints("T", FLOAT32, 3);
-    WaveletChannelInfo record;
-    record.init("X", FLOAT64, 20, 1, 64, 100.0, 0.25);
-    record.setupConvert(CONVERT_PLAIN, 0);
-    double* x = points.getX();
-    x[0] = 102.0;
-    x[1] = 99.875; // halves round up
-    x[2] = 100.125;
-    record.convertToKernel(points, 3);
-    const auto* kernel = static_cast<const std::int32_t*>(record.getKernel().getData());
-    EXPECT_EQ(kernel[0], 8);
-    EXPECT_EQ(kernel[1], 0);
-    EXPECT_EQ(kernel[2], 1);
-    record.convertFromKernel(points, 3);
-    EXPECT_EQ(x[0], 102.0);
-    EXPECT_EQ(x[2], 100.25);
-}
-
-TEST(ChunkHeader, PatchesItsLengthBehindThePayload)
+TEST(ChunkHeader, WritesItsLengthAfterThePayload)
 {
     ChunkHeader header;
     const auto io = written([&](StreamWriter& writer) {
@@ -256,7 +156,7 @@ TEST(ChunkHeader, PatchesItsLengthBehindThePayload)
         EXPECT_EQ(header.write(writer, false), 12);
         writer.put_str("payload");
         header.write(writer, true);
-        writer.put_str("behind");
+        writer.put_str("after ");
     });
     StreamReader reader;
     reader.init(io.get(), true, 8);

@@ -53,16 +53,15 @@ public:
             all.insert(all.end(), encoded.data.begin(), encoded.data.end());
         }
         m_store = Scoped<ByteStore>(ByteStore::create(std::move(all)));
-        m_reader = SubblockReader::create(kernelOf<T>, transform, "T", subblockSize, false);
+        m_reader = SubblockReader::create({kernelOf<T>, transform, subblockSize});
         m_reader->init();
         for (std::size_t i = 0; i < m_bands.size(); ++i) {
             const auto position = [](std::size_t value) { return static_cast<std::int64_t>(value); };
-            const BandStretches stretches{
+            const BandRanges ranges{
                 {m_store.get(), position(places[i].headers), position(places[i].headerBytes)},
                 {m_store.get(), position(places[i].data), position(places[i].dataBytes)},
                 interleaved};
-            auto leaf = SubbandSource::createSubbandReader(*m_reader, static_cast<unsigned>(i), i != 0,
-                                                           stretches, position(m_bands[i].size()));
+            auto leaf = SubbandSource::createSubbandReader(*m_reader, ranges, position(m_bands[i].size()));
             m_root = i == 0 ? std::move(leaf)
                             : SubbandSource::createPipeStage(blockSize, std::move(m_root), std::move(leaf));
         }
@@ -254,8 +253,8 @@ TEST(SubbandSource, RefusesTypesThatAreNoKernel)
 {
     EXPECT_THROW(
         {
-            const auto reader = SubblockReader::create(SINT16, 1, "T", std::size_t{1} << 30, false);
-            SubbandSource::createSubbandReader(*reader, 0, false, {}, std::int64_t{1} << 40);
+            const auto reader = SubblockReader::create({SINT16, 1, std::size_t{1} << 30});
+            SubbandSource::createSubbandReader(*reader, {}, std::int64_t{1} << 40);
         },
         Error);
 }

@@ -38,7 +38,7 @@ struct BandStreams
 std::unique_ptr<SubblockReader> makeReader(DataType type, TransformType transform, std::size_t size,
                                            bool planeLengths = false)
 {
-    auto reader = SubblockReader::create(type, transform, "T", size, planeLengths);
+    auto reader = SubblockReader::create({type, transform, size, planeLengths});
     reader->init();
     return reader;
 }
@@ -46,14 +46,14 @@ std::unique_ptr<SubblockReader> makeReader(DataType type, TransformType transfor
 template <class T>
 std::vector<T> decodeAll(SubblockReader& reader, BandStreams& streams, std::size_t total)
 {
-    const std::size_t size = reader.getSubblockSize();
+    const std::size_t size = reader.getFormat().subblockSize;
     std::vector<T> samples(total);
     std::size_t pending = 0;
     for (std::size_t at = 0; at < total; at += size) {
         // An exact-size block, so that sanitizers see one sample too many.
         const std::size_t count = std::min(size, total - at);
         const auto block = std::make_unique<T[]>(count);
-        pending = reader.loadSubblock(at / size, streams.headers, streams.data, block.get(), count, pending);
+        pending = reader.loadSubblock(streams.headers, streams.data, block.get(), count, pending);
         std::memcpy(samples.data() + at, block.get(), count * sizeof(T));
     }
     return samples;
@@ -165,7 +165,7 @@ std::string loadFailure(DataType type, TransformType transform, const Bytes& hea
     BandStreams streams(EncodedBand{headers, data});
     const auto reader = makeReader(type, transform, count, planeLengths);
     std::vector<double> out(count);
-    return failureOf([&] { reader->loadSubblock(0, streams.headers, streams.data, out.data(), count, 0); });
+    return failureOf([&] { reader->loadSubblock(streams.headers, streams.data, out.data(), count, 0); });
 }
 
 template <class Header>
@@ -242,7 +242,7 @@ TEST(SubblockReader, ReportsBrokenDeflateStreams)
 TEST(SubblockReader, ChoosesByTransformAndType)
 {
     const auto create = [](DataType type, TransformType transform) {
-        return failureOf([&] { SubblockReader::create(type, transform, "T", 64, false); });
+        return failureOf([&] { SubblockReader::create({type, transform, 64}); });
     };
     EXPECT_EQ(create(UINT16, 70), "40007 unkown datatype");
     EXPECT_EQ(create(UINT16, 1), "40007 unkown datatype");
@@ -271,7 +271,7 @@ TEST(SubblockReader, SkipsToTheSameSamples)
             const std::size_t count = std::min(size, total - skip * size);
             std::vector<std::int32_t> out(count);
             const std::size_t pending = reader->skipSubblocks(skip, streams.headers, streams.data, 0);
-            reader->loadSubblock(skip, streams.headers, streams.data, out.data(), count, pending);
+            reader->loadSubblock(streams.headers, streams.data, out.data(), count, pending);
             ASSERT_TRUE(std::equal(out.begin(), out.end(),
                                    samples.begin() + static_cast<std::ptrdiff_t>(skip * size)))
                 << "transform=" << int{transform} << " skip=" << skip;
@@ -284,12 +284,12 @@ TEST(SubblockReader, CountsZeroRunsAcrossCalls)
     BandStreams streams(EncodedBand{header<std::uint16_t>(2047), {}});
     const auto reader = makeReader(SINT16, 1, 8);
     std::int16_t out[8];
-    std::size_t pending = reader->loadSubblock(0, streams.headers, streams.data, out, 8, 0);
+    std::size_t pending = reader->loadSubblock(streams.headers, streams.data, out, 8, 0);
     EXPECT_EQ(pending, 2047u);
     pending = reader->skipSubblocks(2000, streams.headers, streams.data, pending);
     EXPECT_EQ(pending, 47u);
     std::memset(out, 0xFF, sizeof out);
-    EXPECT_EQ(reader->loadSubblock(2001, streams.headers, streams.data, out, 8, pending), 46u);
+    EXPECT_EQ(reader->loadSubblock(streams.headers, streams.data, out, 8, pending), 46u);
     EXPECT_EQ(out[7], 0);
 }
 

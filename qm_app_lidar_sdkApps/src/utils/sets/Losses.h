@@ -1,0 +1,51 @@
+// Messages about data that joined files do not agree on or that an output does not hold.
+#pragma once
+
+#include "filters/PointCloudUnion.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Quillmoran {
+
+class FilePointSourceManager;
+class LASPointWriter;
+class PointInfo;
+class PointSource;
+class PointWriter;
+
+namespace Utils {
+
+// Receives each message; it names the file.
+using Warn = std::function<void(const std::string&)>;
+
+// How files that differ become one point cloud: see MergeRules.h and docs/merging.md.
+struct MergeOptions
+{
+    std::optional<int> gpsWeek;                // converts week time to adjusted standard time
+    bool requiresSameCoordinateSystem = false; // by default different ones give a warning
+};
+
+// Compares the coordinate systems of files that become one cloud. Warns if they differ or a file has none; General
+// if they are required to be the same.
+void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems, const MergeOptions& options,
+                              const Warn& warn);
+
+// Warns once of files whose coordinate systems are not understood; `consequence` ends the message.
+void warnOfUnknownCoordinateSystems(const std::vector<std::string>& files, const char* consequence,
+                                    const Warn& warn);
+// The same for the LAS files of a set. Opens all files.
+void warnOfUnknownCoordinateSystems(FilePointSourceManager& files, const Warn& warn);
+
+// LAS output without a given scale rounds coordinates that have no scale; `advice` ends the message.
+void warnOfRounding(const PointSource& source, const PointInfo& layout, const std::string& output,
+                    const char* advice, const Warn& warn);
+// Warns of data that a finished LAS file does not hold: the second of two clocks, its coordinate system, scan
+// angles in its own unit.
+void warnOfLASOutput(const LASPointWriter& writer, const std::string& output, const Warn& warn);
+
+} // namespace Utils
+
+} // namespace Quillmoran
