@@ -1,7 +1,7 @@
-// Errors and checked memory: what every other file of the system stands on.
+// Errors and checked memory.
 //
-// All failures are reported by throwing `Error`; the applications' main() is the only place that prints it.
-// Raw buffers come from XALLOC (or `makeBuffer`, which owns what it returns) and never fail silently.
+// Every failure is an exception of type `Error`; the library prints nothing. All functions of this file may
+// be called from any thread.
 #pragma once
 
 #include <vxunpack/ErrorCode.h>
@@ -16,8 +16,8 @@
 
 namespace Quillmoran {
 
-// A failure: message, place of the throw and a numeric code. Holds no heap memory, so that it can be built
-// when memory is exhausted. `file` must be a string literal (only a pointer into it is kept).
+// A failure: a message, the place of the throw and a code. It uses no heap memory, so that it can be thrown
+// when memory is exhausted. `file` and `function` must be string literals, since only pointers are kept.
 class QM_API Error : public std::exception
 {
 public:
@@ -26,15 +26,15 @@ public:
     {}
     Error(const char* file, const char* function, int line, int code) noexcept;
 
-    // Appends printf-style text to the message; what does not fit into 1023 bytes is cut.
+    // Appends printf-style text to the message, which is cut after 1023 bytes.
     Error& operator()(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
 
     const char* what() const noexcept override { return m_message; }
-    // The file's base name, null when the path given held no separator.
+    // The base name of the file; null if the path had no separator.
     const char* filename() const noexcept { return m_file; }
     const char* function() const noexcept { return m_function; }
     int line() const noexcept { return m_line; }
-    // The code as a number; of an OSError the value of errno.
+    // The code as a number; for an OSError the value of errno.
     int error() const noexcept { return m_error; }
     ErrorCode code() const noexcept { return static_cast<ErrorCode>(m_error); }
 
@@ -49,30 +49,30 @@ private:
     int m_error;
 };
 
-// A failure of the operating system: code and message are those of the current errno.
+// A failure of the operating system, with the code and the message of the current errno.
 class QM_API OSError : public Error
 {
 public:
     OSError(const char* file, const char* function, int line) noexcept;
 };
 
-// Throw helpers, out of line so that the checked path stays small. Use them through the macros below.
+// Called through the macros below. They are out of line to keep the code of checks small.
 [[noreturn]] QM_API void throwError(const char* file, const char* function, int line, ErrorCode code);
 [[noreturn]] QM_API void throwError(const char* file, const char* function, int line, ErrorCode code,
                                     const char* format, ...) __attribute__((format(printf, 5, 6)));
 [[noreturn]] QM_API void throwOSError(const char* file, const char* function, int line, const char* path);
 
-// QM_THROW(code, format, ...): throws Error with the place of the call.
+// QM_THROW(code, format, ...): throws an Error with the place of the call.
 #define QM_THROW(...) ::Quillmoran::throwError(__FILE__, __func__, __LINE__, __VA_ARGS__)
 // QM_THROW_OS(path): throws the error of errno with " path = %s" appended.
 #define QM_THROW_OS(path) ::Quillmoran::throwOSError(__FILE__, __func__, __LINE__, path)
 
-// malloc, realloc and free that throw OSError (ENOMEM) in place of returning null. XALLOC(0) is valid.
+// malloc, realloc and free that throw OSError (ENOMEM) instead of returning null. XALLOC(0) is valid.
 QM_API void* XALLOC(std::size_t size);
 QM_API void* XREALLOC(void* block, std::size_t size);
 QM_API void XDEALLOC(void* block) noexcept;
-// Copies of C strings, to be freed with XDEALLOC; a null text gives null. The second form copies at most
-// `length` characters.
+// Copies of C strings, owned by the caller, who frees them with XDEALLOC. A null text gives null. The second
+// form copies up to `length` characters.
 QM_API char* STRDUP(const char* text);
 QM_API char* STRDUP(const char* text, std::size_t length);
 
@@ -81,12 +81,15 @@ struct Deallocate
     void operator()(void* block) const noexcept { XDEALLOC(block); }
 };
 
-// An owned block of `count` trivial values with unspecified contents.
+// An owned array of trivial values.
 template <class T>
 using Buffer = std::unique_ptr<T[], Deallocate>;
 
+// Memory for `count` elements of `elementSize` bytes, freed with XDEALLOC; OSError (ENOMEM) if the product
+// overflows.
 QM_API void* allocateArray(std::size_t count, std::size_t elementSize);
 
+// `count` values with unspecified contents.
 template <class T>
 Buffer<T> makeBuffer(std::size_t count)
 {

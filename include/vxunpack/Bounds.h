@@ -1,4 +1,4 @@
-// A box: three closed ranges. A range whose min is not below its max is empty for the overlap computation.
+// A box of three closed ranges, in the units of the coordinates. A value without locks.
 #pragma once
 
 #include <vxunpack/Export.h>
@@ -23,11 +23,11 @@ struct QM_API Bounds
             min = other.min < min ? other.min : min;
             max = other.max > max ? other.max : max;
         }
-        // A NaN changes nothing.
+        // A NaN has no effect.
         void grow(double value) noexcept { grow(Range{value, value}); }
     };
 
-    // A fresh box contains nothing; growing it by a point makes it that point.
+    // A new box is empty; growing it by a point makes it that point.
     Range x, y, z;
 
     bool operator==(const Bounds& other) const noexcept
@@ -54,10 +54,10 @@ struct QM_API Bounds
         z.grow(other.z);
     }
 
-    // The box from -infinity to +infinity on every axis: no crop.
+    // From -infinity to +infinity on each axis: no crop.
     static const Bounds& Huge();
-    // The share of box `a` that lies inside `b`. A flat or unbounded axis counts as wholly inside, so that
-    // only a real disjointness gives 0.
+    // The fraction of box `a` that is inside `b`. A flat or unbounded axis counts as 1, so that only disjoint
+    // boxes give 0.
     static double overlapFraction(const Bounds& a, const Bounds& b) noexcept;
 };
 

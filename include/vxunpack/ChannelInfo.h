@@ -1,4 +1,5 @@
-// The description of one channel: a name, a sample type, the significant bits and the quantization step.
+// The description of one channel: name, sample type, significant bits and quantization step. A value without
+// locks: const methods may be called from any thread.
 #pragma once
 
 #include <vxunpack/DataType.h>
@@ -12,11 +13,11 @@ namespace Quillmoran {
 class QM_API ChannelInfo
 {
 public:
-    // A blank channel: no name, INVALID, 0 bits, no quantization.
+    // A blank channel: no name, type INVALID, 0 bits, no quantization.
     ChannelInfo() = default;
 
-    // `bits` of 0 or less means all bits of the type. `quantization` is the step between two values, 0 for
-    // none.
+    // The name is copied and may be null. `bits` of 0 or less means all bits of the type. `quantization` is
+    // the step between two values in the unit of the channel, 0 if there is none.
     void init(const char* name, DataType type, int bits, double quantization);
     void init(const ChannelInfo& other) { *this = other; }
 
@@ -26,10 +27,10 @@ public:
     double getQuantization() const noexcept { return m_quantization; }
     void setQuantization(double quantization) noexcept { m_quantization = quantization; }
 
-    // Exact comparison with case; a missing name on either side never matches.
+    // Compares exactly, with case; false if either name is missing.
     bool isNamed(const char* name) const noexcept { return name && m_name && *m_name == name; }
 
-    // A channel equals itself; two channels without names are unequal.
+    // Compares all four properties. A channel equals itself; two channels without names are unequal.
     bool operator==(const ChannelInfo& other) const noexcept;
 
 protected:

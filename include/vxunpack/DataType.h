@@ -1,5 +1,6 @@
-// The types of a sample. The value of a type tells its size and kind: bits 8 to 15 hold the size in bytes,
-// bit 0 is set for signed types, bits 0 and 1 for floating point. Files store these values.
+// The types of a sample. Files contain these values, which encode size and kind: bits 8 to 15 are the size in
+// bytes, bit 0 is set for signed types, bits 0 and 1 are set for floating point. All functions of this file
+// may be called from any thread.
 #pragma once
 
 #include <vxunpack/Export.h>
@@ -26,26 +27,28 @@ enum DataType : std::uint32_t
 
 namespace DataTypeUtils {
 
+// Bytes of one sample.
 constexpr std::size_t getSize(DataType type) noexcept
 {
     return (type >> 8) & 0xFF;
 }
-// The property by which conversions tell the two families apart.
+// Whether the type is a floating-point type; see the conversions of ChannelData.
 constexpr bool isFloat(DataType type) noexcept
 {
     return (type & 2) != 0;
 }
 
-// Whether the value is one of the ten sample types above (INVALID is not).
+// Whether the value is one of the ten sample types; INVALID is not.
 QM_API bool isKnown(DataType type) noexcept;
 // "UINT8" and so on; "UNKNOWN" for any other value.
 QM_API const char* toString(DataType type) noexcept;
-// Ignores case; INVALID for null, empty or unknown text.
+// The type with this name, ignoring case; INVALID if there is none or `text` is null.
 QM_API DataType toDataType(const char* text) noexcept;
 
 } // namespace DataTypeUtils
 
-// Calls visit(T{}) with a zero of the C++ type of `type`; returns false for a type that is none of the ten.
+// Calls visit(T{}), where T is the C++ type of the sample type. Returns false for INVALID or an unknown
+// value.
 template <class Visit>
 bool visitDataType(DataType type, Visit&& visit)
 {

@@ -1,5 +1,6 @@
-// QM_API marks what a shared library of this project shows to others. Everything else is hidden
-// (-fvisibility=hidden); exception types and public bases need the mark to be matched across libraries.
+// QM_API marks the classes and functions that libvxunpack exports. Everything else is hidden
+// (-fvisibility=hidden). Exception types and public base classes need the mark as well: without it a program
+// could not catch them by type.
 #pragma once
 
 #define QM_API __attribute__((visibility("default")))

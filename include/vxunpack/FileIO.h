@@ -1,26 +1,27 @@
-// The IO over a file descriptor, also the system's temporary file. Reading and writing take no lock and may
-// run on many threads; open() and close() are serialised.
+// The IO of a file, also of a temporary file.
 //
-// A file opened for writing that cannot seek (a pipe, a terminal) takes the writes of one thread, each of
-// which begins where the last one ended; any other position is ESPIPE. Such writes, and the wait for a pipe's
-// reader, end with Cancelled "operation cancelled." once isInterrupted() is true.
+// A file that is opened for writing and cannot seek (a pipe, a terminal) can be written by one thread, and
+// each write must start where the last one ended, else it is ESPIPE. These writes, and the wait for a pipe's
+// reader, throw Cancelled "operation cancelled." after a signal that PercentProgressDelegate handles.
 #pragma once
 
-#include "platform/Mutex.h"
 #include <vxunpack/IO.h>
 
+#include <memory>
 #include <string>
 
 namespace Quillmoran {
+
+class Mutex;
 
 class QM_API FileIO : public IO
 {
 public:
     class Imp;
-    // An unopened file; call init() before anything else.
+    // A file without a name; call init() next.
     static Imp* create();
 
-    // Throws OSError " path = %s" when the file cannot be removed.
+    // OSError " path = %s" if the file cannot be removed.
     static void deleteFile(const char* path);
     static bool fileExists(const char* path);
 
@@ -28,6 +29,8 @@ protected:
     FileIO() = default;
 };
 
+// Failures of the system are OSError with " path = %s". All functions but init(), adopt(), truncate() and
+// unlink() may be called from any thread; pread() and pwrite() take no lock.
 class QM_API FileIO::Imp final : public FileIO
 {
 public:
@@ -37,15 +40,15 @@ public:
         SEQUENTIAL
     };
 
-    // Names the file; nothing is touched before open(). The mode: "r" reads, "w" creates and truncates,
-    // "+" adds the other direction (and creates); no other character has a meaning.
+    // Names the file; no file is touched before open(). In the mode "r" reads, "w" creates and truncates, and
+    // "+" adds the other direction and creates; other characters have no meaning. InvalidArgument "path not
+    // given".
     void init(const char* path, const char* mode);
-    // Makes and opens a temporary file that goes with this object. The directory defaults to TMPDIR, then
-    // /tmp; errors name it.
+    // Creates and opens a temporary file, which is removed with this object. The directory defaults to
+    // TMPDIR, then /tmp; errors name the directory.
     void init(const char* directory);
-    // Takes over an open descriptor, which the last close() closes for good. The file is not reached by any
-    // name: unlink() has no effect, and errors name `name`. With SEQUENTIAL it is written as one that cannot
-    // seek, from where the descriptor is.
+    // Takes over an open descriptor; the last close() closes it and it cannot be opened again. unlink() has
+    // no effect, and errors name `name`. With SEQUENTIAL it is written like a file that cannot seek.
     void adopt(int descriptor, const char* name, Access access);
 
     void open() override;
@@ -57,14 +60,13 @@ public:
     void unlink() override { m_unlink = true; }
 
     const char* path() const noexcept { return m_path.c_str(); }
-    // -1 while closed.
-    int descriptor() const noexcept { return m_descriptor; }
-    // Whether the open file is written sequentially only.
+    int descriptor() const noexcept { return m_descriptor; } // -1 while closed
+    // Whether the open file can be written only in order.
     bool isSequential() const noexcept { return m_isSequential; }
 
 private:
     friend class FileIO;
-    Imp() = default;
+    Imp();
     ~Imp() override;
 
     int openDescriptor() const;
@@ -72,12 +74,12 @@ private:
     void waitUntilWritable() const;
     std::size_t writeNext(std::int64_t offset, const void* buffer, std::size_t count) const;
 
-    Mutex m_mutex;
+    std::unique_ptr<Mutex> m_mutex; // of open() and close()
     unsigned m_openCount = 0;
     bool m_unlink = false;
     bool m_isAdopted = false;
     bool m_isSequential = false;
-    mutable std::int64_t m_next = 0; // of a sequential file: where the next write begins
+    mutable std::int64_t m_next = 0; // of a sequential file: the position of the next write
     std::string m_path;
     std::string m_name; // in errors
     int m_flags = 0;

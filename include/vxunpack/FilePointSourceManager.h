@@ -3,7 +3,7 @@
 #pragma once
 
 #include <vxunpack/PersistentPointSourceManager.h>
-#include <vxunpack/TextOptions.h>
+#include <vxunpack/TXTPointReader.h>
 
 #include <functional>
 #include <memory>

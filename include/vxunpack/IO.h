@@ -1,6 +1,5 @@
-// A random-access store of bytes. Every read and write names its position, so one IO serves several streams
-// and threads at once. IO::Location names a stretch of a store and keeps the store alive; BoundedIO shows a
-// stretch as a store that ends where the stretch ends.
+// A random-access sequence of bytes, usually a file. Every read and write names its position, so that several
+// threads and streams can use one IO. Derive from it to read or write other kinds of streams.
 #pragma once
 
 #include <vxunpack/Object.h>
@@ -10,28 +9,31 @@
 
 namespace Quillmoran {
 
+// Implementations are used by several threads at a time, except for truncate() and unlink().
 class QM_API IO : public Object
 {
 public:
     class Location;
 
-    // Calls nest: the store stays usable until every open() has met its close().
+    // Calls nest: the IO is usable until each open() has had its close(). Failures throw Error.
     virtual void open() = 0;
     virtual void close() = 0;
-    // Both return the number of bytes moved, which may be short; pread gives 0 at the end. Failures throw.
+    // Both return the number of bytes moved, which may be less than `count`; pread() returns 0 at the end of
+    // the file. Failures throw Error.
     virtual std::size_t pread(std::int64_t offset, void* buffer, std::size_t count) const = 0;
     virtual std::size_t pwrite(std::int64_t offset, const void* buffer, std::size_t count) const = 0;
-    virtual std::int64_t size() const = 0;
+    virtual std::int64_t size() const = 0; // bytes
     virtual void truncate(std::int64_t length) = 0;
-    // Asks for the store to be deleted when this object is destroyed.
+    // Requests that the file is removed when this object is destroyed.
     virtual void unlink() = 0;
 };
 
-// Reads until all bytes are there; the count is short only at the end of the store.
+// Reads `count` bytes; returns less only at the end of the file.
 QM_API std::size_t readFully(const IO& io, std::int64_t offset, void* buffer, std::size_t count);
-// Writes until all bytes are taken; Write "write error" when the store takes none.
+// Writes all bytes; Write "write error" if the IO accepts no more.
 QM_API void writeFully(const IO& io, std::int64_t offset, const void* buffer, std::size_t count);
 
+// A byte range of an IO, which it retains.
 class QM_API IO::Location
 {
 public:
@@ -41,36 +43,13 @@ public:
     void set(IO* io, std::int64_t offset, std::int64_t length);
 
     IO* io() const noexcept { return m_io.get(); }
-    std::int64_t offset() const noexcept { return m_offset; } // position of the first byte
+    std::int64_t offset() const noexcept { return m_offset; } // of the first byte
     std::int64_t length() const noexcept { return m_length; } // bytes
 
 private:
     Scoped<IO> m_io;
     std::int64_t m_offset = 0;
     std::int64_t m_length = 0;
-};
-
-// Read-only view of a store that ends at the end of a stretch; positions stay those of the store. Whoever
-// reads a stretch through it sees a short read where the stretch ends and needs no checks of its own.
-class QM_API BoundedIO final : public IO
-{
-public:
-    static BoundedIO* create(const Location& stretch);
-
-    void open() override;
-    void close() override;
-    std::size_t pread(std::int64_t offset, void* buffer, std::size_t count) const override;
-    std::size_t pwrite(std::int64_t offset, const void* buffer, std::size_t count) const override; // throws
-    // The stretch's end, or the end of the store if that comes first (as it was when create() ran).
-    std::int64_t size() const override { return m_end; }
-    void truncate(std::int64_t length) override; // throws
-    void unlink() override {}
-
-private:
-    BoundedIO(const Location& stretch, std::int64_t end);
-
-    Location m_stretch;
-    std::int64_t m_end;
 };
 
 } // namespace Quillmoran

@@ -1,5 +1,5 @@
-// An ordered list of records: a key, an optional description and a typed value. Readers fill it from their
-// files, writers copy it into their outputs. Several records may share a key.
+// A list of records, each with a key, an optional description and a typed value. Readers fill it from their
+// files, writers copy it to their outputs. Several records may have the same key. A value without locks.
 #pragma once
 
 #include <vxunpack/Export.h>
@@ -25,45 +25,49 @@ enum MetadataDataType : std::uint16_t
 class QM_API Metadata
 {
 public:
-    // Appends a record. `length` counts doubles for an array and bytes for a blob; a string's is found out
-    // (with its NUL). Errors InvalidArgument: "metadata key not given", "metadata value not given".
+    // Appends a record; everything is copied. `length` is the number of doubles of an array or bytes of a
+    // blob, and is ignored for a string, which ends with a NUL. InvalidArgument "metadata key not given" or
+    // "metadata value not given".
     void add(const char* key, const char* description, MetadataDataType type, const void* value,
              std::size_t length);
-    // Appends copies of all records of another store.
+    // Appends copies of all records, also those of the same object.
     void add(const Metadata& other);
 
     std::size_t getNumRecords() const noexcept { return m_records.size(); }
 
-    // By index; an index out of range is InvalidArgument "bad index". Pointers stay owned by the store and end with the
-    // next change of it. The value of a record read with a length of 0 is null.
+    // By index: InvalidArgument "bad index" if out of range. Pointers belong to this object and are valid
+    // until it changes. A value with a length of 0 is null. The length of a string includes its NUL.
     void get(std::size_t index, const char*& key, const char*& description, MetadataDataType& type,
              const void*& value, std::size_t& length) const;
     const char* getKey(std::size_t index) const { return record(index).key.c_str(); }
-    const char* getDescription(std::size_t index) const; // null when there is none
+    const char* getDescription(std::size_t index) const; // null if there is none
     MetadataDataType getDataType(std::size_t index) const { return record(index).type; }
     const void* getValue(std::size_t index) const;
     std::size_t getValueLength(std::size_t index) const { return record(index).length(); }
 
-    // The first record with the key; false when there is none.
+    // The first record with the key; false if there is none.
     bool get(const char* key, const char*& description, MetadataDataType& type, const void*& value,
              std::size_t& length) const;
     bool has(const char* key) const noexcept { return getKeyIndex(key) >= 0; }
-    int getKeyIndex(const char* key) const noexcept; // -1 when there is none
+    int getKeyIndex(const char* key) const noexcept; // -1 if there is none
 
+    // Removes all records, one record (InvalidArgument "bad index"), the first one with a key or all with a
+    // key.
     void remove() noexcept { m_records.clear(); }
     void remove(std::size_t index);
     void remove(const char* key);
     void removeAll(const char* key);
 
-    // Orders by key, bytewise; records of one key keep no particular order.
+    // Sorts by key, bytewise; the order of records with the same key is unspecified.
     void sort();
 
-    // The serialised form: version, count, then per record key, description, type and value, each text and
-    // value behind its 32-bit length. read() appends; its errors are MetadataRead, those of write() MetadataWrite.
+    // The form in files: version, count, then for each record key, description, type and value; a 32-bit
+    // length precedes each text and value. read() appends; its errors are MetadataRead, those of write()
+    // MetadataWrite.
     void write(StreamWriter& writer) const;
     void read(StreamReader& reader);
 
-    // Prints the records for people.
+    // Prints the records in human-readable form.
     void dump(std::FILE* file) const;
 
 private:
@@ -72,7 +76,8 @@ private:
         std::string key;
         std::string description; // empty: none
         MetadataDataType type;
-        // Host byte order; one spare NUL stands behind the value, so that a string from a file always ends.
+        // In the byte order of the machine. A spare NUL follows the value, so that a string from a file
+        // always ends.
         std::vector<unsigned char> value;
 
         std::size_t bytes() const noexcept { return value.size() - 1; }

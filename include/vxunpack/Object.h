@@ -1,7 +1,11 @@
-// The reference-counted base of every shared object, and the holder that releases.
+// The reference-counted base of all shared objects, and the smart pointer for it.
 //
-// A class made of Object has a protected constructor and a static create() that returns a count of 1. Put
-// that pointer into a Scoped<T> in the same statement; a bare Foo* or const Foo& parameter only borrows.
+// A class derived from Object has a static create(), which returns a new object with a count of 1, owned by
+// the caller. Put it into a Scoped<T> in the same statement:
+//
+//   const Scoped<VX7PointReader> reader(VX7PointReader::create());
+//
+// A function with a parameter Foo* or const Foo& borrows the object; it retains the object if it keeps it.
 #pragma once
 
 #include <vxunpack/Export.h>
@@ -18,7 +22,7 @@ public:
     Object& operator=(const Object&) = delete;
 
     // Both return the new count and may be called from any thread. A count of 0 destroys the object. They are
-    // const because holding a shared object does not change what it stands for.
+    // const because holding an object does not change it.
     int retain() const noexcept;
     int release() const noexcept;
 
@@ -30,12 +34,13 @@ private:
     mutable std::atomic<int> m_count{1};
 };
 
+// Owns one count of an object and releases it when it is destroyed. May be empty.
 template <class T>
 class Scoped
 {
 public:
     Scoped() = default;
-    // Adopts the caller's count.
+    // Takes over the caller's count.
     explicit Scoped(T* object) noexcept : m_object(object) {}
     Scoped(const Scoped& other) noexcept : m_object(other.m_object) { hold(); }
     Scoped(Scoped&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
@@ -47,7 +52,7 @@ public:
         return *this;
     }
 
-    // A holder with a count of its own.
+    // Retains the object, which may be null.
     static Scoped retained(T* object) noexcept
     {
         Scoped scoped(object);
@@ -55,9 +60,9 @@ public:
         return scoped;
     }
 
-    // Replaces the held object, adopting the caller's count of the new one.
+    // Releases the object and takes over the caller's count of the new one.
     void reset(T* object = nullptr) noexcept { *this = Scoped(object); }
-    // Hands the count over to the caller.
+    // Passes the count to the caller, who must release it.
     [[nodiscard]] T* detach() noexcept { return std::exchange(m_object, nullptr); }
 
     T* get() const noexcept { return m_object; }

@@ -1,4 +1,5 @@
-// The summary record of a point cloud, apart from the source that it describes.
+// The description of a point cloud: layout, number of points, bounds, quantization, coordinate system and
+// class names. Const methods may be called from any thread.
 #pragma once
 
 #include <vxunpack/Bounds.h>
@@ -19,25 +20,28 @@ class QM_API PointCloudInfo final : public Object
 public:
     static PointCloudInfo* create();
 
-    // Takes everything from a source, or from another record.
+    // Copies the description of a source or of another object.
     void init(const PointSource& source);
     void init(const PointCloudInfo& other);
 
     const PointInfo& getPointInfo() const noexcept { return m_pointInfo; }
     void setPointInfo(const PointInfo& info) { m_pointInfo = info; }
+    // PointSource::unknownNumPoints if it is unknown.
     std::int64_t getNumPoints() const noexcept { return m_numPoints; }
     void setNumPoints(std::int64_t count) noexcept { m_numPoints = count; }
+    // Null if there is none; valid until it is changed. The text is copied.
     const char* getWKT() const noexcept { return m_wkt ? m_wkt->c_str() : nullptr; }
     void setWKT(const char* wkt);
     const Bounds& getBounds() const noexcept { return m_bounds; }
     void setBounds(const Bounds& bounds) noexcept { m_bounds = bounds; }
 
-    // Three values each, or null while any of the three scales is 0 (quantization unknown).
+    // Three values each, or null if any of the three scales is 0, which means that there is no quantization.
     const double* getScale() const noexcept { return isQuantized() ? m_scale : nullptr; }
     const double* getOffset() const noexcept { return isQuantized() ? m_offset : nullptr; }
-    // A null pointer sets its three values to 0.
+    // Null sets the three values to 0.
     void setQuantization(const double* scale, const double* offset) noexcept;
 
+    // The name of class i, or null if it has none; the array is null if there are no names. Names are copied.
     const char* const* getClassIdNames() const noexcept;
     std::size_t getNumClassIdNames() const noexcept { return m_classIdNames.size(); }
     void setClassIdNames(const char* const* names, std::size_t count);

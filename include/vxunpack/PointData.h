@@ -1,6 +1,6 @@
-// Blocks of points, column by column: a PointData holds one ChannelData per channel of a PointInfo. Readers
-// fill blocks, filters copy and merge them, writers read them. Used by one thread at a time; different
-// channels of one block may be written from different threads.
+// Blocks of points, stored by channel: a PointData has one ChannelData per channel of a PointInfo. Iterators
+// fill blocks and writers read them. Used by one thread at a time, but threads may write to different
+// channels of one block at the same time.
 #pragma once
 
 #include <vxunpack/Export.h>
@@ -11,8 +11,8 @@
 
 namespace Quillmoran {
 
-// A typed array of samples in native byte order. The visible range is the samples from the offset to the end;
-// all indices are relative to it.
+// A typed array of samples in the byte order of the machine. Samples before the offset are hidden; indices
+// count from the offset.
 class QM_API ChannelData : public ChannelInfo
 {
 public:
@@ -21,28 +21,37 @@ public:
     ChannelData(const ChannelData&) = delete;
     ChannelData& operator=(const ChannelData&) = delete;
 
+    // Copies the description and allocates `count` samples; OSError (ENOMEM).
     void init(const ChannelInfo& info, std::size_t count);
-    // New samples with unspecified contents; the old ones are lost, the offset returns to 0.
+    // Replaces the samples by `count` samples with unspecified contents and sets the offset to 0.
     void resize(std::size_t count);
-    // Adopts an array of the present count and type; one that is owned is freed with XDEALLOC.
+    // Replaces the array by one of the same count and type. With `owns` the channel frees it with XDEALLOC,
+    // else the array must outlive the channel.
     void setData(void* data, bool owns);
-    // Changes the type alone; the array is not touched.
+    // Changes the type without converting the samples.
     void setDataType(DataType type) noexcept { setType(type); }
-    // Errors InvalidArgument "offset too large": the offset must be below the sample count.
+    // Hides the first `offset` of all samples. InvalidArgument "offset too large" unless it is below their
+    // number.
     void setOffset(std::size_t offset);
 
     std::size_t getNumSamples() const noexcept { return m_numSamples - m_offset; }
+    // The first sample after the offset; owned by the channel.
     const void* getData() const noexcept;
     void* getData() noexcept;
 
-    // Each checks both ranges first: InvalidArgument "%s too small" with "dst" or "src".
-    // Bytes of one type to the same type, overlap-safe; else InvalidArgument "datatype are not the same".
+    // All three check both ranges first: InvalidArgument "%s too small" with "dst" or "src".
+    //
+    // Copies samples between channels of the same type; the ranges may overlap. InvalidArgument "datatype are
+    // not the same".
     static void copy(ChannelData& dst, std::size_t dstIndex, const ChannelData& src, std::size_t srcIndex,
                      std::size_t count);
-    // Within the integer family or within the float family; else InvalidArgument "isFloat(dst) != isFloat(src)".
+    // Converts as the language does between integer types or between floating-point types; narrowing wraps.
+    // InvalidArgument "isFloat(dst) != isFloat(src)".
     static void convert(ChannelData& dst, std::size_t dstIndex, const ChannelData& src, std::size_t srcIndex,
                         std::size_t count);
-    // Between the families: quantizes or dequantizes; else InvalidArgument "isFloat(dst) == isFloat(src)".
+    // Quantizes a floating-point to an integer channel, floor((value - offset) / scale + 0.5), or dequantizes
+    // an integer to a floating-point channel, value * scale + offset. Values out of range wrap.
+    // InvalidArgument "isFloat(dst) == isFloat(src)".
     static void convert(ChannelData& dst, std::size_t dstIndex, const ChannelData& src, std::size_t srcIndex,
                         double offset, double scale, std::size_t count);
 
@@ -58,9 +67,10 @@ private:
 class QM_API PointData
 {
 public:
-    // Needs FLOAT64 channels X, Y and Z, else InvalidArgument "must have x, y, and z channels" and the block stays
-    // empty.
+    // Allocates `count` points with unspecified contents. InvalidArgument "must have x, y, and z channels"
+    // unless the layout has them as FLOAT64; the block is then empty.
     void init(const PointInfo& info, std::size_t count);
+    // As ChannelData, for all channels.
     void resize(std::size_t count);
     void setOffset(std::size_t offset);
 
@@ -73,19 +83,20 @@ public:
     double* getZ() noexcept { return m_z + m_offset; }
 
     std::size_t getNumChannels() const noexcept { return m_channels.size(); }
-    // An index out of range is NoSuchChannel "bad channel index"; an unknown name gives null.
+    // By index: NoSuchChannel "bad channel index" if out of range. By name: the first match, or null.
     const ChannelData& getChannel(std::size_t index) const;
     ChannelData& getChannel(std::size_t index);
     const ChannelData* getChannel(const char* name) const noexcept;
     ChannelData* getChannel(const char* name) noexcept;
     bool hasChannel(const char* name) const noexcept { return getChannel(name) != nullptr; }
 
-    // Channels are paired by position; the counts must agree, else InvalidArgument "number of channels must the same".
+    // Copies points between blocks whose channels have the same types in the same order. InvalidArgument
+    // "number of channels must the same" and the errors of ChannelData::copy().
     static void copy(PointData& dst, std::size_t dstIndex, const PointData& src, std::size_t srcIndex,
                      std::size_t count);
 
-    // Keeps `dst` an evenly spread sample of all points offered so far: `seen` before this call, then the
-    // first `count` of `src`. Deterministic. The same errors as copy().
+    // Updates `dst`, an even sample of the `seen` points that were merged before, to a sample of these and
+    // the first `count` points of `src`. Deterministic. The same errors as copy().
     static void merge(PointData& dst, std::size_t seen, const PointData& src, std::size_t count);
 
 private:

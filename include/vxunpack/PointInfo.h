@@ -1,5 +1,5 @@
-// The layout of a point: its channels in order. Channel i of a PointInfo is channel i of the matching
-// PointData.
+// The layout of a point: its channels in order. Channel i of a PointInfo describes channel i of a PointData
+// with that layout. A value without locks: const methods may be called from any thread.
 #pragma once
 
 #include <vxunpack/ChannelInfo.h>
@@ -18,11 +18,11 @@ public:
     // `count` blank channels.
     void init(std::size_t count);
     void init(const PointInfo& source) { *this = source; }
-    // Chosen channels of a layout, in the order given. Errors NoSuchChannel: "bad channel index",
-    // "bad channel name '%s'" (channels before the bad one stay copied).
+    // Copies the given channels of a layout, in the given order. NoSuchChannel "bad channel index" or
+    // "bad channel name '%s'"; the channels before that one are then copied.
     void init(const PointInfo& source, const std::size_t* indices, std::size_t count);
     void init(const PointInfo& source, const char* const* names, std::size_t count);
-    // The same, reading the descriptions of a buffer's channels.
+    // The same for the channels of a block of points.
     void init(const PointData& source);
     void init(const PointData& source, const std::size_t* indices, std::size_t count);
     void init(const PointData& source, const char* const* names, std::size_t count);
@@ -30,24 +30,25 @@ public:
     void append(const ChannelInfo& channel) { m_channels.push_back(channel); }
 
     std::size_t getNumChannels() const noexcept { return m_channels.size(); }
-    // An index out of range is NoSuchChannel "bad channel index"; an unknown name gives null.
+    // By index: NoSuchChannel "bad channel index" if out of range. By name: the first match, or null.
+    // References and pointers are valid until the layout changes.
     const ChannelInfo& getChannel(std::size_t index) const;
     ChannelInfo& getChannel(std::size_t index);
     const ChannelInfo* getChannel(const char* name) const noexcept;
     ChannelInfo* getChannel(const char* name) noexcept;
     bool hasChannel(const char* name) const noexcept { return getChannel(name) != nullptr; }
-    // The first match, or -1.
+    // The index of the first match, or -1.
     int getChannelIndex(const char* name) const noexcept;
 
-    // Bytes of one point, all channels together.
+    // Bytes of one point in all channels.
     std::size_t getPointSize() const noexcept;
-    // Points for a block of at most `most` points and some 1 MiB, at least 1. What is done with points never
-    // depends on the blocks that they come in, and a point can have tens of thousands of channels.
-    std::size_t getBlockPoints(std::size_t most) const noexcept;
+    // A good number of points for a block: 1 MiB of samples, but up to `max` points and at least 1. A point
+    // can have tens of thousands of channels. Results never depend on the size of blocks.
+    std::size_t getBlockPoints(std::size_t max) const noexcept;
 
     bool operator==(const PointInfo& other) const noexcept { return m_channels == other.m_channels; }
 
-    // Whether "X", "Y" and "Z" are there, each FLOAT64. Whoever needs coordinates tests this.
+    // Whether the channels "X", "Y" and "Z" exist and are FLOAT64, as queries and blocks require.
     bool hasValidXYZ() const noexcept;
 
 private:

@@ -1,4 +1,21 @@
 // Delivers the points of one query in blocks. Used by one thread at a time.
+//
+// A custom iterator calls init() in its constructor and selects points with isWanted() and sample():
+//
+//   std::size_t getNextPoints(PointData& buffer) override
+//   {
+//       std::size_t count = 0;
+//       for (; m_next < m_points.size() && count < buffer.getNumSamples(); ++m_next) {
+//           const Point& point = m_points[m_next];
+//           if (!isWanted(point.x, point.y, point.z) || !sample())
+//               continue;
+//           buffer.getX()[count] = point.x;
+//           buffer.getY()[count] = point.y;
+//           buffer.getZ()[count] = point.z;
+//           ++count; // after storing the other channels of the layout
+//       }
+//       return count;
+//   }
 #pragma once
 
 #include <vxunpack/Bounds.h>
@@ -15,33 +32,35 @@ class ProgressDelegate;
 class QM_API PointIterator : public Object
 {
 public:
-    // Fills the buffer from index 0 and returns how many points were filled; 0 is the end.
+    // Fills the buffer, which has the layout of the query, from index 0 and returns the number of points; 0
+    // at the end. Throws what reading the points throws; Cancelled if the delegate asks to stop.
     virtual std::size_t getNextPoints(PointData& buffer) = 0;
 
-    // What a query of a box takes: the box grown by half a quantization step on every side, so that a point
-    // whose quantized coordinate rounds into the box is kept. The layout needs X, Y and Z: InvalidArgument "must have
-    // x, y, and z channels".
+    // The box of a query, grown by half a quantization step on each side, so that it contains the points
+    // whose quantized coordinates are in the box. InvalidArgument "must have x, y, and z channels".
     static Bounds widened(const Bounds& bounds, const PointInfo& layout);
 
 protected:
     PointIterator() = default;
 
-    // Keeps the query, its box widened. The same error.
+    // Sets the query, with its box widened; the same error. The delegate may be null and must outlive the
+    // iterator. Before init() a query selects no point.
     void init(const Bounds& bounds, double fraction, const PointInfo& layout, ProgressDelegate* delegate);
 
+    // The widened box.
     const Bounds& getBounds() const noexcept { return m_bounds; }
-    // Whether the query takes a point with these coordinates, the sampling aside. A query without a box takes
-    // points with NaN coordinates, too; no box holds them.
+    // Whether a point is in the box. A NaN coordinate is in no box but Bounds::Huge().
     bool isWanted(double x, double y, double z) const noexcept
     {
         return m_isUnbounded || m_bounds.contains(x, y, z);
     }
+    // In [0, 1].
     double getFraction() const noexcept { return m_fraction; }
     ProgressDelegate* getDelegate() const noexcept { return m_delegate; }
 
-    // Whether the next candidate inside the box is taken: the fraction is added up, and each time the sum
-    // passes the threshold a point is due. With 1/2 the first, third, fifth ... are taken, with 1 all of
-    // them.
+    // Whether the sampling selects the next point of the box; called once per point. The fraction is
+    // accumulated, and a point is selected each time the sum passes the threshold: with 1/2 the first, third,
+    // fifth and so on.
     bool sample() noexcept
     {
         m_accumulator += m_fraction;
@@ -51,18 +70,19 @@ protected:
         return true;
     }
 
-    // Takes the points of a block, from `cursor` to `fill`, that lie in the box and that the sampling takes,
-    // until `room` of them fill the caller's buffer: calls copyRun(filled, first, count) for each run of
-    // them. Returns how many the buffer then holds; `cursor` goes on.
+    // For iterators that decode points to arrays of their own: visits the points from `cursor` to `fill`, and
+    // calls copyRun(filled, first, count) for each run of points that the query selects, until the caller's
+    // buffer, which has `filled` points, has `capacity` points. Returns the new number of points in the
+    // buffer and advances `cursor` past the visited points.
     template <class CopyRun>
     std::size_t takeKept(const double* x, const double* y, const double* z, std::size_t& cursor,
-                         std::size_t fill, std::size_t filled, std::size_t room, CopyRun copyRun)
+                         std::size_t fill, std::size_t filled, std::size_t capacity, CopyRun copyRun)
     {
         const Bounds bounds = m_bounds;
         const bool isUnbounded = m_isUnbounded;
-        while (cursor < fill && filled < room) {
+        while (cursor < fill && filled < capacity) {
             const std::size_t first = cursor;
-            const std::size_t last = first + std::min(fill - first, room - filled);
+            const std::size_t last = first + std::min(fill - first, capacity - filled);
             std::size_t next = first;
             while (next < last && (isUnbounded || bounds.contains(x[next], y[next], z[next])) && sample())
                 ++next;

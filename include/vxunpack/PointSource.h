@@ -1,8 +1,11 @@
-// Sources of points and the iterators that deliver them block by block.
+// Sources of points. A source describes a point cloud and creates iterators for a query: a box, a sampling
+// fraction (1 selects all points, a value in (0, 1) an even sample) and the channels.
 //
-// A source describes a point cloud and makes iterators for a query: a box, a sampling fraction (1 keeps all
-// points, a value in (0, 1) an evenly spaced share) and the wanted channels. PointReader is a source with a
-// file behind it, PointFilter one that wraps another, PointSourceManager a numbered collection of them.
+// PointReader is a source that reads a file, PointFilter wraps another source, PointSourceManager is a list
+// of sources. A custom source overrides getPointInfo() and createIterator(), and what it knows of the rest.
+//
+// Const functions of one source may be called by one thread at a time, unless its class says more; its
+// iterators are independent of each other.
 #pragma once
 
 #include <vxunpack/Bounds.h>
@@ -27,44 +30,51 @@ class QM_API PointSource : public Object
 public:
     static constexpr std::int64_t unknownNumPoints = std::numeric_limits<std::int64_t>::max();
 
+    // References and pointers belong to the source and are valid until it changes.
     virtual const PointInfo& getPointInfo() const = 0;
-    // unknownNumPoints when it takes a pass over the points to know.
-    virtual std::int64_t getNumPoints() const = 0;
-    // Coordinate-system text, or null.
-    virtual const char* getWKT() const = 0;
-    // Appends the source's records.
-    virtual void loadMetadata(Metadata& into, bool sanitize) const = 0;
-    virtual const Bounds& getBounds() const = 0;
-    // Three doubles each, or null when the source has no common quantization.
-    virtual const double* getScale() const = 0;
-    virtual const double* getOffset() const = 0;
-    virtual std::size_t getNumClassIdNames() const = 0;
-    virtual const char* const* getClassIdNames() const = 0;
-    // An estimate, in points, of what reading that box at that fraction costs.
-    virtual double getTotalWork(const Bounds& bounds, double fraction) const = 0;
-    // A new iterator with a count of 1. The delegate may be null and must outlive the iterator.
+    // unknownNumPoints, the default, if counting the points would mean reading them.
+    virtual std::int64_t getNumPoints() const { return unknownNumPoints; }
+    // The coordinate system as WKT; null, the default, if it is unknown.
+    virtual const char* getWKT() const { return nullptr; }
+    // Appends the records of the source; none by default. With `sanitize` without those of the
+    // coordinate system.
+    virtual void loadMetadata(Metadata&, bool /*sanitize*/) const {}
+    // Bounds::Huge(), the default, if they are unknown. May read the file and throw what reading throws.
+    virtual const Bounds& getBounds() const { return Bounds::Huge(); }
+    // Three values each; null, the default, if the coordinates have no common quantization.
+    virtual const double* getScale() const { return nullptr; }
+    virtual const double* getOffset() const { return nullptr; }
+    // The names of classes 0, 1 and so on, null for a class without a name; none by default.
+    virtual std::size_t getNumClassIdNames() const { return 0; }
+    virtual const char* const* getClassIdNames() const { return nullptr; }
+    // The estimated cost of a query in points. By default the number of points in the box times the fraction,
+    // or 0 if the number of points is unknown.
+    virtual double getTotalWork(const Bounds& bounds, double fraction) const;
+    // A new iterator with a count of 1, owned by the caller. The delegate may be null and must outlive the
+    // iterator. InvalidArgument "must have x, y, and z channels" or NoSuchChannel for a layout that the
+    // source does not have.
     virtual PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                           ProgressDelegate* delegate) const = 0;
 
+    // As PointInfo.
     std::size_t getNumChannels() const { return getPointInfo().getNumChannels(); }
     bool hasChannel(const char* name) const { return getPointInfo().hasChannel(name); }
     const ChannelInfo& getChannel(std::size_t index) const { return getPointInfo().getChannel(index); }
     const ChannelInfo* getChannel(const char* name) const { return getPointInfo().getChannel(name); }
 
-    // About how many points a query gives, of a source that does not know how many it has, how much work they
-    // are.
+    // The estimated number of points of a query; if the number of points of the source is unknown, its work.
     double estimatePoints(const Bounds& bounds, double fraction) const;
 
-    // Fills the caller's buffer, whose layout is the query's, with an even sample of all points in the box.
-    // Returns how many points were seen (the buffer holds at most its own size). A cancelled delegate is
-    // Cancelled "operation cancelled.".
+    // Fills the buffer, whose layout is that of the query, with an even sample of the points in the box.
+    // Returns the number of points that were read, which may be larger than the buffer. Cancelled "operation
+    // cancelled." and the errors of createIterator() and the iterator.
     std::size_t read(const Bounds& bounds, PointData& buffer, ProgressDelegate* delegate) const;
 };
 
 class QM_API PointReader : public PointSource
 {
 public:
-    // The name of the file type, for people.
+    // The name of the file type, human-readable.
     virtual const char* getFileFormatString() const = 0;
 
     const PointInfo& getPointInfo() const override { return m_info->getPointInfo(); }
@@ -76,7 +86,7 @@ public:
     std::size_t getNumClassIdNames() const override { return m_info->getNumClassIdNames(); }
     const char* const* getClassIdNames() const override { return m_info->getClassIdNames(); }
 
-    // Replaces the coordinate-system text, also one read from the file.
+    // Replaces the coordinate system, also one that was read from the file.
     void overrideWKT(const char* wkt) { setWKT(wkt); }
 
 protected:
@@ -99,33 +109,36 @@ private:
     Scoped<PointCloudInfo> m_info;
 };
 
-// Forwards everything to the wrapped source unless a filter overrides it.
+// Passes all calls to the wrapped source unless a filter overrides them. Every call before init() is
+// InvalidArgument.
 class QM_API PointFilter : public PointSource
 {
 public:
-    void init(PointSource* source) { m_source = Scoped<PointSource>::retained(source); }
-    PointSource* getSrc() const { return m_source.get(); }
+    // Retains the source; InvalidArgument for null.
+    void init(PointSource* source);
+    // Never null; InvalidArgument before init().
+    PointSource* getSrc() const;
 
-    const PointInfo& getPointInfo() const override { return m_source->getPointInfo(); }
-    std::int64_t getNumPoints() const override { return m_source->getNumPoints(); }
-    const char* getWKT() const override { return m_source->getWKT(); }
+    const PointInfo& getPointInfo() const override { return getSrc()->getPointInfo(); }
+    std::int64_t getNumPoints() const override { return getSrc()->getNumPoints(); }
+    const char* getWKT() const override { return getSrc()->getWKT(); }
     void loadMetadata(Metadata& into, bool sanitize) const override
     {
-        m_source->loadMetadata(into, sanitize);
+        getSrc()->loadMetadata(into, sanitize);
     }
-    const Bounds& getBounds() const override { return m_source->getBounds(); }
-    const double* getScale() const override { return m_source->getScale(); }
-    const double* getOffset() const override { return m_source->getOffset(); }
-    std::size_t getNumClassIdNames() const override { return m_source->getNumClassIdNames(); }
-    const char* const* getClassIdNames() const override { return m_source->getClassIdNames(); }
+    const Bounds& getBounds() const override { return getSrc()->getBounds(); }
+    const double* getScale() const override { return getSrc()->getScale(); }
+    const double* getOffset() const override { return getSrc()->getOffset(); }
+    std::size_t getNumClassIdNames() const override { return getSrc()->getNumClassIdNames(); }
+    const char* const* getClassIdNames() const override { return getSrc()->getClassIdNames(); }
     double getTotalWork(const Bounds& bounds, double fraction) const override
     {
-        return m_source->getTotalWork(bounds, fraction);
+        return getSrc()->getTotalWork(bounds, fraction);
     }
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override
     {
-        return m_source->createIterator(bounds, fraction, layout, delegate);
+        return getSrc()->createIterator(bounds, fraction, layout, delegate);
     }
 
 protected:
@@ -139,11 +152,12 @@ class QM_API PointSourceManager : public Object
 {
 public:
     std::size_t getNumSources() const noexcept { return m_numSources; }
-    // A new count of source `index`.
+    // Source `index` with a count for the caller. Throws what opening its file throws.
     virtual PointSource* createPointSource(std::size_t index) = 0;
-    // The name that messages give source `index`: its file, by default "source 0", "source 1" ...
+    // The name of source `index` in messages: its file, by default "source 0", "source 1" and so on.
     virtual std::string getSourceName(std::size_t index) const { return "source " + std::to_string(index); }
-    // The sampling fraction that the overview holds; 0 and null without an overview.
+    // The overview is a source with a sample of all points: the fraction of the points that it has, and the
+    // source with a count for the caller. 0 and null, the defaults, if there is none.
     virtual double getOverviewFraction() const { return 0; }
     virtual PointSource* createOverviewPointSource() { return nullptr; }
 

@@ -1,5 +1,6 @@
-// Writers pull every point of a source through an iterator. SimplePointWriter holds the loop that the file
-// writers share; NULLPointWriter runs the same pull and writes nothing.
+// Writers of points. A writer reads the points of a query from its source and writes them to its output.
+// SimplePointWriter has the loop over blocks that the writers of exchange formats share; NULLPointWriter
+// reads all points and writes nothing. Used by one thread at a time.
 #pragma once
 
 #include <vxunpack/Metadata.h>
@@ -13,37 +14,39 @@ namespace Quillmoran {
 class QM_API PointWriter : public Object
 {
 public:
-    // Sets the step and origin that the output format stores coordinates with; null takes a default.
+    // Sets the scale and offset of the coordinates in the output, three values each; null for the default.
     virtual void setQuantization(const double* scale, const double* offset) = 0;
     virtual const double* getScale() const = 0;
     virtual const double* getOffset() const = 0;
-    // Writes the query's points and returns how many. An output is complete or gone: when this throws,
-    // nothing that was begun is left behind.
+    // Writes the points of the query and returns their number. The delegate may be null. A failed call
+    // removes its partial output and keeps the file that it would have replaced. InvalidArgument before
+    // init(), Cancelled, and the errors of the source and the format.
     virtual std::int64_t write(const Bounds& bounds, double fraction, const PointInfo& layout,
                                ProgressDelegate* delegate) = 0;
-    // Puts into `supported` what the format can hold of `wanted`; false when dropped channels are of no
-    // concern.
+    // Sets `supported` to the channels of `wanted` that the format supports; false if dropping channels needs
+    // no warning.
     virtual bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const = 0;
 
-    // Retains the source, takes its metadata and its quantization.
+    // Retains the source and copies its metadata and quantization. InvalidArgument for null.
     void init(PointSource* source);
-    PointSource* getSrc() const { return m_source.get(); }
+    // Never null; InvalidArgument before init().
+    PointSource* getSrc() const;
 
-    // Drops the records that would not describe what a query of this box and fraction gives.
+    // Removes the records that do not apply to the points of this query.
     void groomMetadata(const Bounds& bounds, double fraction);
     void setMetadata(const Metadata& metadata) { m_metadata = metadata; }
     const Metadata& getMetadata() const { return m_metadata; }
 
-    // Points per block, at most.
+    // The maximum number of points per block.
     void setChunckSize(std::size_t points) { m_chunckSize = points; }
     std::size_t getChunckSize() const { return m_chunckSize; }
 
 protected:
     PointWriter() = default;
 
-    // The chunk size, or the number of points when that is smaller, or what a block of this layout may hold.
+    // The number of points per block: the chunk size, or less if there are fewer points or they are large.
     std::size_t getBlockSize(const PointInfo& layout) const;
-    // What the format can hold of a layout; warns of the channels that are dropped.
+    // The channels of a layout that the format supports; warns of the others.
     PointInfo getSupported(const PointInfo& layout, ProgressDelegate* delegate) const;
 
 private:
@@ -52,11 +55,13 @@ private:
     std::size_t m_chunckSize = 4096;
 };
 
+// Calls writeBegin(), writePoints() for each block and writeEnd(); after an error in one of them
+// writeAborted().
 class QM_API SimplePointWriter : public PointWriter
 {
 public:
-    // Without a scale: the source's quantization where it has one, else 0.001. Without an offset: the lower
-    // corner of the source's bounds, 0 where they are infinite.
+    // The default scale is the quantization of the source's coordinates, 0.001 if there is none. The default
+    // offset is the lower corner of the source's bounds, 0 if that is infinite.
     void setQuantization(const double* scale, const double* offset) override;
     const double* getScale() const override { return m_scale; }
     const double* getOffset() const override { return m_offset; }
@@ -66,16 +71,16 @@ public:
 protected:
     SimplePointWriter() = default;
 
-    // For formats that store integers: InvalidArgument when a scale is not a finite number above 0, or so large or
-    // small that its multiples are not numbers, or an offset is not finite.
+    // For formats with integer coordinates: InvalidArgument unless scales are normal numbers above 0 whose
+    // multiples are finite, and offsets are finite.
     void checkQuantization() const;
 
     virtual void writeBegin(const PointInfo& layout) = 0;
     virtual void writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate) = 0;
     virtual void writeEnd(std::int64_t count, const Bounds& bounds) = 0;
-    // The writer's own share of the work, in points.
+    // The work of the writer itself, in points.
     virtual double getTotalWork(const Bounds& bounds, double fraction) const;
-    // Called when writing fails once writeBegin() was entered: removes what was written so far.
+    // Removes the incomplete output.
     virtual void writeAborted() noexcept = 0;
 
 private:

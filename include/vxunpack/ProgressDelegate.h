@@ -1,5 +1,5 @@
-// How a long operation says how far it is and asks whether it should stop. The operation sets the total
-// amount of work once and adds what it has done; units are the operation's own (points, in this system).
+// Receives the progress and the warnings of a long operation and can cancel it. The operation sets the total
+// amount of work once and adds what it has done, in points. Used by the thread that runs the operation.
 #pragma once
 
 #include <vxunpack/Export.h>
@@ -14,15 +14,17 @@ public:
     ProgressDelegate(const ProgressDelegate&) = delete;
     ProgressDelegate& operator=(const ProgressDelegate&) = delete;
 
-    // `message` is a literal that names the activity; its address tells one activity from the next.
+    // `message` is a literal that names the activity, such as "writing text file".
     virtual void reportProgress(double fraction, const char* message) = 0;
+    // Whether to stop; the operation then throws Cancelled.
     virtual bool getCancelled() = 0;
-    // Does nothing unless overridden.
+    // By default warnings are ignored.
     virtual void displayWarning(const char* text);
 
+    // Called by operations.
     void setTotal(double total);
     void updateCompleted(double delta, const char* message);
-    // Not a number when the total is 0 and nothing was done.
+    // NaN if the total is 0 and nothing was done.
     double getProgress() const { return m_completed / m_total; }
     void warning(const char* format, ...) __attribute__((format(printf, 2, 3)));
 

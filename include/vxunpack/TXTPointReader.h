@@ -1,11 +1,13 @@
-// Points from a plain text table: one point per line, fields separated by white space or commas, "#" before a
-// comment. The file does not tell what its columns are; the user does, with field letters (see FieldFormat.h)
-// or a layout. The programs read text input with it. Used by one thread at a time.
+// Reads points from a plain text table: one point per line, fields separated by white space or commas, "#"
+// before a comment. The file does not describe its columns; the user does, with field letters or a layout.
+//
+// Field letters, one per column, as in "xyzi": x y z coordinates, i Intensity, r ReturnNum, n NumReturns,
+// d ScanDir, e EdgeFlightLine, a ScanAngle, c ClassId, p SourceId, u UserData, t GPSTime, T GPSTime_Adjusted,
+// R G B colours, s a column to skip.
 #pragma once
 
 #include <vxunpack/IO.h>
 #include <vxunpack/PointSource.h>
-#include <vxunpack/TextOptions.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -14,48 +16,59 @@
 
 namespace Quillmoran {
 
+struct TextOptions
+{
+    PointInfo layout;          // the columns; those named "@Skip" are skipped
+    std::size_t skipLines = 0; // lines before the table
+    // Reads the whole file in init() for its number of points and bounds.
+    bool scanNow = false;
+    // Rejects what is accepted otherwise: a value outside the range of its channel, decimals in an integer
+    // column, text after a number, fields after the last column, a NUL in a line.
+    bool strict = false;
+    // Can cancel the reading in init() and getBounds(). May be null; must outlive the reader.
+    ProgressDelegate* cancellation = nullptr;
+};
+
+// Used by one thread at a time. Before init() every query is InvalidArgument "io is NULL".
 class QM_API TXTPointReader final : public PointReader
 {
 public:
     static TXTPointReader* create();
 
-    // The file's columns are the channels of the layout, in order; those named "@Skip" are read over and do
-    // not appear in getPointInfo(). The first `skipLines` lines are passed over. `scanNow` reads the whole
-    // file once for its count and bounds; otherwise the count is unknown at first. Errors InvalidArgument: "io is
-    // NULL", "format string not given"; with `scanNow` also those of the file's text. A reader whose init()
-    // throws is unchanged.
+    // Names the file; an IO is retained. With options: errors in the text begin with the file's name, the
+    // line and the column, as in "points.txt:17:9: 70000 does not fit Intensity (0 to 65535)". Without
+    // options or without a name they have fixed texts, unless the options are strict. A reader whose init()
+    // throws is unchanged. InvalidArgument "io is NULL", "path not given", "format string not given", "'%c'
+    // is not a supported format token"; with `scanNow` also the errors of createIterator() and TextRead for a
+    // malformed line.
     void init(IO* io, const PointInfo& layout, std::size_t skipLines, bool scanNow);
     void init(const char* path, const PointInfo& layout, std::size_t skipLines, bool scanNow);
     void init(IO* io, const char* format, std::size_t skipLines, bool scanNow);
     void init(const char* path, const char* format, std::size_t skipLines, bool scanNow);
-
-    // The same with all options. Errors in the text begin with the file's name, the line and the column:
-    // "points.txt:17:9: 70000 does not fit Intensity (0 to 65535)". Without a name they have fixed texts, see
-    // TXTPointIterator, unless the options are strict.
     void init(IO* io, const std::string& name, const TextOptions& options);
     void init(const char* path, const TextOptions& options);
 
-    // The columns that the first line after the skipped ones names, as TXTPointWriter writes it (see
-    // FieldFormat::parseHeader); nothing for another line.
+    // The columns that a header line names, such as TXTPointWriter writes: "# X Y Z Intensity". Reads the
+    // line after `skipLines` lines; nothing if it is no such line.
     static std::optional<PointInfo> readHeader(const char* path, std::size_t skipLines);
 
-    // See FieldFormat.h.
+    // The layout of field letters; the second form takes the channels from `known`. InvalidArgument for an
+    // unknown letter, a null text or a channel that `known` does not have; `out` is then unchanged.
     static void parseFormat(const char* format, PointInfo& out);
     static void parseFormat(const char* format, PointInfo& out, const PointInfo& known);
+    // Sets quantizations, as in "xy@0.01,z@0.001,t@1e-6". InvalidArgument for malformed text.
     static void parseQuantization(const char* text, PointInfo& layout);
 
-    // Reads the whole file for its count and bounds unless they are known. getBounds() does the same, as
-    // there are no unknown bounds, and can therefore throw what a bad file gives; getNumPoints() never reads.
+    // Reads the whole file for its number of points and bounds, unless they are known. getBounds() does the
+    // same; getNumPoints() does not. Errors are those of init() with `scanNow`.
     void initBoundsAndNumPoints() const;
 
     std::int64_t getNumPoints() const override { return m_extent.numPoints; }
     const Bounds& getBounds() const override;
-    void loadMetadata(Metadata& into, bool sanitize) const override;
-    // The lines of the file, as every query reads them all; estimated from the file's size while the file has
-    // not been read.
+    // The number of lines, since every query reads all of them; estimated while it is unknown.
     double getTotalWork(const Bounds& bounds, double fraction) const override;
-    // More channels than the file has columns is -1, a channel that the file lacks NoSuchChannel, one of another type
-    // ChannelType.
+    // General for more channels than the file has columns, NoSuchChannel for a channel that it does not have,
+    // ChannelType for a channel of another type.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
     const char* getFileFormatString() const override { return "TXT 1.0"; }
@@ -74,9 +87,9 @@ private:
     static Extent estimate(IO* io);
 
     Scoped<IO> m_io;
-    std::string m_name; // of the file; empty for messages without a place
+    std::string m_name; // of the file; empty for messages without a location
     TextOptions m_options;
-    mutable Extent m_extent; // of the points, once they were read
+    mutable Extent m_extent; // of the points; the lines are an estimate until they were read
 };
 
 } // namespace Quillmoran

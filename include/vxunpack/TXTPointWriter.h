@@ -21,9 +21,10 @@ class QM_API TXTPointWriter final : public SimplePointWriter
 public:
     static TXTPointWriter* create();
 
-    // Names the source, which is retained, the output and the columns: one per channel of `fields` that the source
-    // has, in that order; a channel named twice gives two columns. The format is a text of field letters, see
-    // TXTPointReader. No file is created before write(). Output is written in order, so that it may be a pipe.
+    // Names the source, which is retained, the output and the columns: one per channel of `fields` that the
+    // source has, in that order; a channel named twice gives two columns. The format is a text of field
+    // letters, see TXTPointReader. No file is created before write(). Output is written in order, so that it
+    // may be a pipe.
     void init(PointSource* source, IO* io, const PointInfo& fields);
     void init(PointSource* source, IO* io, const char* format);
     void init(PointSource* source, const char* path, const PointInfo& fields);
@@ -33,8 +34,8 @@ public:
     bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override;
 
 protected:
-    // A column whose channel the layout lacks stays empty, without a separator. A channel of an unknown type is
-    // TextField.
+    // A column whose channel the layout lacks stays empty, without a separator. A channel of an unknown type
+    // is TextField.
     void writeBegin(const PointInfo& layout) override;
     // Asks the delegate once per block: Cancelled "TXT Write operation cancelled.".
     void writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate) override;

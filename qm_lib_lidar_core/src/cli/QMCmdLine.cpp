@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* noVersionText = "(no version info)";
 
-// The build is identified by fixed texts, so that two builds of one source print the same.
+// Fixed texts, so that all builds of one source print the same.
 constexpr int buildNumber = 4709;
 constexpr const char* buildTag = "main";
 constexpr const char* buildText = "Built Dec 21 2017 14:39:27 (release, 64 bits)";
@@ -26,7 +26,7 @@ const char* orEmpty(const char* text)
     return text != nullptr ? text : "";
 }
 
-// Runs body; applications only have to know the parser's own exception.
+// Runs body and converts std::bad_alloc to the exception that programs expect.
 template <class Body>
 void guardAllocation(Body body)
 {
@@ -221,7 +221,7 @@ void QMCmdLine::parse(int argc, const char* const* argv)
     });
 }
 
-// An unknown switch is only remembered: a request for help elsewhere on the line goes before it.
+// An unknown switch is reported later, since a request for help elsewhere on the line has precedence.
 const char* QMCmdLine::readArguments()
 {
     const char* unknownSwitch = nullptr;

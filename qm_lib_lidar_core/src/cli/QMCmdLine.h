@@ -1,8 +1,8 @@
-// QMCmdLine is the command-line parser of the applications: the application declares typed options,
-// parse() reads argv, and the values are then asked for by either name of an option. The parser prints
-// usage, version and error texts itself and ends the process through a replaceable exit handler.
-// A handler may return or throw: a query that failed then answers false, 0 or null.
-// Names, descriptions and argv are borrowed and must outlive the parser. One thread at a time.
+// The command-line parser of the programs: a program declares typed options, parse() reads argv, and the
+// getters return the values by either name of an option. The parser prints usage, version and error texts and
+// ends the process through a replaceable exit handler. If the handler returns, a failed getter returns false,
+// 0 or null. Names, descriptions and argv are not copied and must outlive the parser. Used by one thread at a
+// time.
 #pragma once
 
 #include <cstdarg>
@@ -46,20 +46,20 @@ public:
 
     using ExitHandler = void (*)(int status);
 
-    // usingStandardOptions declares the flags h/?, help, v/version and credits; parse() acts on all of
-    // them except credits, which is left to the application.
+    // usingStandardOptions declares the flags h/?, help, v/version and credits. parse() acts on all of them
+    // but credits, which the program handles.
     QMCmdLine(const char* appName, const char* appDescShort, const char* appDescLong,
               bool usingStandardOptions);
     ~QMCmdLine();
     QMCmdLine(const QMCmdLine&) = delete;
     QMCmdLine& operator=(const QMCmdLine&) = delete;
 
-    // std::exit until set; null restores it.
+    // The default, also for null, is std::exit.
     void setExitHandler(ExitHandler handler);
     void setVersionString(const char* text);
     void setVersionNumbers(int majorVersion, int minorVersion, int age);
 
-    // Declarations. longName may be null. Every name must differ from all those declared before.
+    // Declare an option. longName may be null. Names must be unique.
     void addFlag(const char* name, const char* longName, const char* description);
     void addBool(const char* name, const char* longName, const char* description, bool required = false);
     void addString(const char* name, const char* longName, const char* description, bool required = false);
@@ -67,8 +67,8 @@ public:
     void addUint(const char* name, const char* longName, const char* description, bool required = false);
     void addFloat(const char* name, const char* longName, const char* description, bool required = false);
 
-    // numArgs: N > 0 takes the next N arguments, 0 takes all that remain on the command line, -1 takes one
-    // argument per occurrence and collects them.
+    // numArgs > 0 is the number of arguments, 0 means all remaining arguments of the command line, -1 means
+    // one argument per occurrence, which are collected.
     void addStringArray(const char* name, const char* longName, const char* description, bool required,
                         int numArgs);
     void addSintArray(const char* name, const char* longName, const char* description, bool required,
@@ -78,31 +78,30 @@ public:
     void addFloatArray(const char* name, const char* longName, const char* description, bool required,
                        int numArgs);
 
-    // Makes the named option the receiver of positional arguments; at most one, and no flag.
+    // Positional arguments become values of this option; one option at most, and not a flag.
     void setExtra(const char* name);
     // Hides the named option from the usage texts.
     void setUndocumented(const char* name);
     bool getUndocumented(const char* name) const;
 
-    // Makes parse() refuse numeric arguments that are not numbers of the option's type as usage errors: other
-    // text before or after the number, values out of range, NaN. Infinities are written "inf", "+inf",
-    // "-inf".
+    // Makes parse() report arguments that are not numbers of the option's type as usage errors: text before
+    // or after the number, values out of range, NaN. Infinities are "inf", "+inf" and "-inf".
     void setStrictNumbers() { m_strictNumbers = true; }
 
-    // argv[0] is the program name. Values of an earlier parse() stay until replaced.
+    // argv[0] is the program name. Values of an earlier parse() are kept until they are replaced.
     void parse(int argc, const char* const* argv);
 
     bool isPresent(const char* name) const;
     bool getFlag(const char* name) const;
     bool getBool(const char* name) const;
 
-    // The only value of an option, null or 0 when it has none; several values are an error.
+    // The only value of an option; null or 0 if it has none. Several values are an error.
     const char* getString(const char* name) const;
     int getSint(const char* name) const;
     unsigned int getUint(const char* name) const;
     double getFloat(const char* name) const;
 
-    // All values of an option, owned by the parser and valid until the next parse(); null when count is 0.
+    // All values of an option, owned by the parser and valid until the next parse(); null if count is 0.
     const char* const* getStringArray(const char* name) const;
     const char* const* getStringArray(const char* name, std::size_t& count) const;
     const int* getSintArray(const char* name) const;
@@ -112,11 +111,11 @@ public:
     const double* getFloatArray(const char* name) const;
     const double* getFloatArray(const char* name, std::size_t& count) const;
 
-    // Reports a usage error on standard error and calls the exit handler with status 1; for arguments that
-    // the application finds invalid.
+    // Prints a usage error to standard error and calls the exit handler with status 1. Programs call it for
+    // invalid arguments.
     void usageError(const char* format, ...) const __attribute__((format(printf, 2, 3)));
 
-    // All of these print to standard output.
+    // These print to standard output.
     void showShortUsageMessage() const;
     void showLongUsageMessage() const;
     void showLongUsageMessage(const char* name) const;
@@ -124,8 +123,8 @@ public:
 
     const char* getAppName() const { return m_appName; }
 
-    // Conversions of one argument. The numbers are read without error detection: "12abc" is 12, "abc" is 0.
-    // setStrictNumbers() does not affect them.
+    // Convert one argument. Errors are not detected: "12abc" is 12, "abc" is 0; setStrictNumbers() has no
+    // effect on them.
     bool toBool(const char* text) const;
     static int toSint(const char* text);
     static unsigned int toUint(const char* text);
@@ -136,7 +135,7 @@ private:
     void addOption(const Declaration& declaration, Args... kindArgs);
     void checkUniqueName(const char* name) const;
 
-    Option* findOption(const char* name) const; // null when there is none
+    Option* findOption(const char* name) const; // null if there is none
     template <class OptionKind>
     const OptionKind* findOfKind(const char* name) const;
     template <class OptionKind>
@@ -164,7 +163,7 @@ private:
     bool m_usingStandardOptions;
     bool m_haveVersionNumbers = false;
     bool m_strictNumbers = false;
-    Option* m_extra = nullptr; // one of m_options, or none
+    Option* m_extra = nullptr; // one of m_options, or null
     ExitHandler m_exitHandler;
 };
 

@@ -76,8 +76,7 @@ bool QMCmdLine::Option::hasArgs(int wanted, int& index, int argc) const
 {
     if (wanted <= argc - index)
         return true;
-    // The rest was meant for this option; read as switches or positionals it would only give follow-up
-    // errors. It also keeps the parser moving when the exit handler returns.
+    // The remaining arguments belong to this option; reading them as others would only cause more errors.
     index = argc;
     m_parser.usageError("not enough arguments for option -%s", getMessageName());
     return false;

@@ -1,12 +1,12 @@
-// The option kinds of QMCmdLine. An option knows its names and how it is shown in the usage texts, takes
-// its arguments from argv and holds the converted values. Only the parser creates and uses these.
+// The kinds of options of QMCmdLine. An option has its names, its part of the usage texts and the values
+// converted from its arguments. Only the parser uses these classes.
 #pragma once
 
 #include "cli/QMCmdLine.h"
 
 namespace Quillmoran {
 
-// What every declaration consists of, as the application gave it.
+// The properties that all kinds of options have.
 struct QMCmdLine::Declaration
 {
     const char* shortName;
@@ -18,14 +18,14 @@ struct QMCmdLine::Declaration
 class QMCmdLine::Option
 {
 public:
-    // A missing name or description is reported to the parser and replaced by the empty text.
+    // A missing name or description is a configuration error and is replaced by an empty text.
     Option(const QMCmdLine& parser, const Declaration& declaration);
     virtual ~Option();
     Option(const Option&) = delete;
     Option& operator=(const Option&) = delete;
 
-    // Takes the arguments of one occurrence, the first being argv[index], and moves index past them.
-    // When too few are left, takes what there is, reports it, and keeps the values it had.
+    // Reads the arguments of one occurrence from argv[index] on and advances index past them. If there are
+    // too few, skips them, reports a usage error and keeps the old values.
     virtual void setArg(int& index, int argc, const char* const* argv) = 0;
     virtual void dumpDerived() const = 0;
     virtual void showArgMessage() const = 0;
@@ -34,7 +34,7 @@ public:
     bool hasName(const char* name) const;
     const char* getShortName() const { return m_shortName; }
     const char* getLongName() const { return m_longName; }
-    // The second name when there is one: it is the more telling one for messages.
+    // The name in messages: the long name, if there is one, since it is more descriptive.
     const char* getMessageName() const { return m_longName != nullptr ? m_longName : m_shortName; }
     const char* getDescription() const { return m_description; }
 
@@ -97,8 +97,8 @@ private:
     bool m_value = false;
 };
 
-// The common part of the array kinds: how many arguments to take, and the values of type T. A kind adds
-// its type word and the conversion of one argument.
+// The common base of options with values of type T. A kind adds the name of its type and the conversion of
+// one argument.
 template <class T>
 class QMCmdLine::OptionArray : public QMCmdLine::Option
 {
@@ -117,7 +117,7 @@ public:
 
 private:
     virtual T convert(const char* text) const = 0;
-    // Whether all of the text is a value of the kind.
+    // Whether the whole text is a value of this kind.
     virtual bool accepts(const char* text) const = 0;
 
     int m_numArgs; // as in QMCmdLine::addStringArray

@@ -11,8 +11,8 @@ namespace Quillmoran {
 
 namespace {
 
-// Compares as far as both texts reach, without regard to case. So abbreviations of the keyword match, words
-// that go on after it match, and the empty text matches everything.
+// Compares up to the length of the shorter text, ignoring case: abbreviations of the keyword match, longer
+// words match, and an empty text always matches.
 bool matchesKeyword(const char* text, const char* keyword)
 {
     return strncasecmp(text, keyword, std::min(std::strlen(text), std::strlen(keyword))) == 0;
@@ -20,7 +20,7 @@ bool matchesKeyword(const char* text, const char* keyword)
 
 } // namespace
 
-// Reports an unknown name or a wrong kind; the answer is then null.
+// Null for an unknown name or another kind of option, which are configuration errors.
 template <class OptionKind>
 const OptionKind* QMCmdLine::findOfKind(const char* name) const
 {
@@ -142,7 +142,7 @@ const double* QMCmdLine::getFloatArray(const char* name, std::size_t& count) con
 
 bool QMCmdLine::toBool(const char* text) const
 {
-    // One letter decides, so "true", "T" and "tomorrow" are all accepted, and so is the empty text.
+    // Only the first letter counts, so "true", "T" and "tomorrow" are all accepted, and so is an empty text.
     if (matchesKeyword(text, "t"))
         return true;
     if (!matchesKeyword(text, "f"))
@@ -162,7 +162,7 @@ unsigned int QMCmdLine::toUint(const char* text)
 
 double QMCmdLine::toFloat(const char* text)
 {
-    // A bare sign is enough to say "no limit on this side".
+    // A sign alone means an infinity: no limit on this side.
     if (matchesKeyword(text, "+INF") || matchesKeyword(text, "INF"))
         return std::numeric_limits<double>::infinity();
     if (matchesKeyword(text, "-INF"))

@@ -16,6 +16,8 @@ void OutputFile::Slice::reserve(std::size_t count)
 
 void OutputFile::init(const char* path)
 {
+    if (!path)
+        QM_THROW(ErrorCode::InvalidArgument, "path not given");
     abort();
     m_io.reset();
     m_path = path;

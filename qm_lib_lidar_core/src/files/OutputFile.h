@@ -49,14 +49,15 @@ public:
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    // Names the output and aborts an earlier one; no file is touched.
+    // Names the output and aborts an earlier one; no file is touched. InvalidArgument "path not given" for a
+    // null path.
     void init(const char* path);
     void init(IO* io);
     // Empty for an IO.
     const char* path() const noexcept { return m_path ? m_path->c_str() : ""; }
 
-    // Creates the temporary file. Errors are those of PartialFile, and OutputCreate "Unable to create output %s.
-    // %s output needs a seekable file" for a SEEKABLE output. Calling it again has no effect.
+    // Creates the temporary file. Errors are those of PartialFile, and OutputCreate "Unable to create output
+    // %s. %s output needs a seekable file" for a SEEKABLE output. Calling it again has no effect.
     void create();
     // Creates the output, if that was not done, and opens it. InvalidArgument without a path or an IO.
     IO& open();
@@ -65,8 +66,8 @@ public:
     // The file of a path, from create() to commit() or abort(); null for an IO.
     FileIO::Imp* file() const noexcept { return m_partial ? m_partial->io() : nullptr; }
 
-    // Reports the activity and asks whether to stop: Cancelled "%s Write operation cancelled." with the format's
-    // name. The delegate may be null.
+    // Reports the activity and asks whether to stop: Cancelled "%s Write operation cancelled." with the
+    // format's name. The delegate may be null.
     void checkCancelled(ProgressDelegate* delegate, const char* activity) const;
 
     // Starts a thread that passes slices to `write`, in order. Up to `maxSlices` slices exist at a time.

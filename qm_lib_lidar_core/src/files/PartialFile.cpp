@@ -20,13 +20,13 @@ namespace fs = std::filesystem;
 constexpr mode_t newFilePermissions = 0666; // less the umask
 constexpr mode_t ownerPermissions = 0600;
 
-// Where a chain of links leads that ends at nothing.
+// The target of a chain of links that does not exist.
 QMFileSpec followLinks(const QMFileSpec& link)
 {
-    constexpr int mostLinks = 40;
+    constexpr int maxLinks = 40;
     fs::path path = link.c_str();
     std::error_code error;
-    for (int i = 0; i < mostLinks && fs::is_symlink(path, error); ++i) {
+    for (int i = 0; i < maxLinks && fs::is_symlink(path, error); ++i) {
         const fs::path target = fs::read_symlink(path, error);
         if (error)
             break;
@@ -35,7 +35,7 @@ QMFileSpec followLinks(const QMFileSpec& link)
     return path.c_str();
 }
 
-// The name with the suffix, cut to the length that the system allows.
+// The name with a suffix, truncated to the maximum length of a name.
 fs::path temporaryName(const fs::path& file, unsigned attempt)
 {
     std::string suffix = '.' + std::to_string(::getpid());
@@ -45,9 +45,9 @@ fs::path temporaryName(const fs::path& file, unsigned attempt)
     return file.parent_path() / (file.filename().string().substr(0, NAME_MAX - suffix.size()) + suffix);
 }
 
-// Gives the file the owner, group and permissions of the one that it replaces. Until then it is its creator's
-// alone. What the system or the file system does not allow is left out.
-void resemble(int descriptor, const struct stat64& replaced)
+// Sets owner, group and permissions to those of the replaced file, as far as the system allows. Until then
+// only the creator can access the file.
+void copyPermissions(int descriptor, const struct stat64& replaced)
 {
     struct stat64 own;
     if (fstat64(descriptor, &own) != 0)
@@ -58,14 +58,14 @@ void resemble(int descriptor, const struct stat64& replaced)
     const bool hasGroup = own.st_gid == replaced.st_gid || ::fchown(descriptor, same, replaced.st_gid) == 0;
     mode_t permissions = replaced.st_mode & 0777;
     if (!hasGroup) {
-        // The group differs, so group and others get the permissions that both had.
+        // The group differs, so group and others get the permissions that both groups had.
         const mode_t both = permissions >> 3 & permissions & 7;
         permissions = (permissions & 0700) | both << 3 | both;
     }
     ::fchmod(descriptor, permissions);
 }
 
-// A seek on a device has no effect of its own; a pipe need not be opened to know.
+// Seeking on a device has no side effect. A pipe is not opened, which could block.
 bool canSeek(const char* path)
 {
     struct stat64 status;
@@ -100,12 +100,12 @@ PartialFile::PartialFile(const QMFileSpec& final, const char* mode)
     std::error_code error;
     const fs::path target = exists ? fs::canonical(final.c_str(), error) : fs::path();
     m_final = exists && !error ? QMFileSpec(target.c_str()) : followLinks(final);
-    // A file that has lost its name is reached through its descriptors alone.
+    // An unlinked file is reachable only through its descriptors.
     m_isDirect = exists && (!S_ISREG(status.st_mode) || error);
     if (!m_isDirect && createTemporary(exists ? &status : nullptr))
         return;
     if (!m_isDirect && (!exists || errno != EACCES))
-        QM_THROW_OS(final.c_str()); // the user knows the file by its final name
+        QM_THROW_OS(final.c_str()); // users know the final name
     m_isDirect = true;
     m_path = final;
     m_io->init(final.c_str(), mode);
@@ -115,7 +115,7 @@ bool PartialFile::createTemporary(const struct stat64* replaced)
 {
     const mode_t permissions = replaced ? replaced->st_mode & ownerPermissions : newFilePermissions;
     for (unsigned attempt = 0;; ++attempt) {
-        // Another writer of this process, one in another container or one that was killed can have the name.
+        // Another writer, also one that was killed or runs in another container, may have used the name.
         m_path = QMFileSpec(temporaryName(m_final.c_str(), attempt).c_str());
         const int descriptor =
             ::open64(m_path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, permissions);
@@ -129,10 +129,10 @@ bool PartialFile::createTemporary(const struct stat64* replaced)
             m_inode = own.st_ino;
         }
         if (replaced)
-            resemble(descriptor, *replaced);
+            copyPermissions(descriptor, *replaced);
         try {
             m_io->adopt(descriptor, m_given.c_str(), FileIO::Imp::POSITIONAL);
-        } catch (...) { // out of memory; without an object nothing else would remove the file
+        } catch (...) { // out of memory; no destructor will remove the file
             ::close(descriptor);
             ::unlink(m_path.c_str());
             throw;
@@ -154,7 +154,7 @@ void PartialFile::requireSeekable(const char* format) const
                  m_given.c_str(), format);
 }
 
-// What else has been given the temporary name, a link perhaps, must not become the output.
+// Another file or a link with the temporary name must not become the output.
 void PartialFile::requireOwnFile() const
 {
     struct stat64 status;

@@ -1,9 +1,8 @@
-// A file under construction, in a temporary file in the directory of the one that it will replace, so that
-// nobody ever sees half of it under its final name, and an older file of that name is kept until the new one
-// is complete.
+// Writes a file to a temporary file in the same directory and renames it when it is complete. An older file
+// is replaced only then, and no program sees an incomplete file under the final name.
 //
-// The temporary file is created once and written through its descriptor: a link or another file that is put
-// in its place meanwhile is not written to.
+// The temporary file is created exclusively and written through its descriptor, so that a link or another
+// file that replaces it meanwhile is not written.
 #pragma once
 
 #include "files/QMFileSpec.h"
@@ -18,33 +17,33 @@ namespace Quillmoran {
 class PartialFile
 {
 public:
-    // Creates an empty file. A new file gets the permissions 0666 less the umask. One that replaces a file
-    // gets its permissions, owner and group, as far as the system allows, and is never more readable than it.
-    // What a link leads to is replaced, not the link. A device or a pipe is written to directly, and so is an
-    // existing file in a directory in which no file can be created; these are opened, and emptied, by
-    // io()->open(). The mode, "w" or "+w", is that of FileIO. The system's error when a file of that name may
-    // not be written, InvalidArgument "path not given" without a name.
+    // Creates an empty file. A new file has the permissions 0666 less the umask. A replacement has the
+    // permissions, owner and group of the old file as far as the system allows, and is never more readable.
+    // The target of a link is replaced, not the link. A device or a pipe is written directly, and so is an
+    // existing file in a directory where no file can be created; io()->open() opens and truncates these. The
+    // mode, "w" or "+w", is that of FileIO. OSError if a file of that name cannot be written, InvalidArgument
+    // "path not given" for an empty name.
     explicit PartialFile(const QMFileSpec& final, const char* mode = "w");
-    // Removes the temporary file unless it was finished. A file that is written directly stays;
-    // io()->unlink() removes or empties it.
+    // Removes the temporary file unless finish() was called. A file that is written directly is not removed;
+    // call io()->unlink() to remove or truncate it.
     ~PartialFile();
     PartialFile(const PartialFile&) = delete;
     PartialFile& operator=(const PartialFile&) = delete;
 
-    // For writers of a format that is not written in order: OutputCreate when the file cannot seek.
+    // For formats that are not written in order: OutputCreate if the file cannot seek.
     void requireSeekable(const char* format) const;
 
-    // The file to open, write and close. Errors name the path as given to the constructor.
+    // The file to open, write and close. Its errors name the path that the constructor was given.
     FileIO::Imp* io() const noexcept { return m_io.get(); }
-    // Where the file is until it is finished.
+    // The path of the file before finish().
     const QMFileSpec& path() const noexcept { return m_path; }
-    // Gives the complete file, which was closed, its name.
+    // Renames the complete file, which must be closed.
     void finish();
-    // There is nothing to write: neither this file nor an older one is left.
+    // Removes this file and an older one.
     void finishWithoutFile();
 
 private:
-    // False when no file can be created in the directory.
+    // False if no file can be created in the directory.
     bool createTemporary(const struct stat64* replaced);
 
     void requireOwnFile() const;

@@ -1,33 +1,9 @@
 #include "files/QMFileSpec.h"
 
-#include "files/Unicode.h"
-
 #include <cstring>
 #include <strings.h>
 
 namespace Quillmoran {
-
-QMFileSpec::QMFileSpec(const char* path, Encoding encoding) : QMFileSpec(path)
-{
-    if (encoding != Encoding::Latin1)
-        return;
-    // The first 256 characters are those of Latin-1.
-    std::u32string characters;
-    for (const char c : m_path)
-        characters += static_cast<unsigned char>(c);
-    m_path = Unicode::toUTF8(characters);
-}
-
-QMFileSpec::QMFileSpec(const char16_t* path)
-    : m_path(path ? Unicode::toUTF8(std::u16string_view(path)) : std::string())
-{}
-
-QMFileSpec::QMFileSpec(const wchar_t* path)
-{
-    static_assert(sizeof(wchar_t) == sizeof(char32_t), "wide text is UTF-32");
-    for (; path && *path != L'\0'; ++path)
-        m_path += Unicode::toUTF8(std::u32string(1, static_cast<char32_t>(*path)));
-}
 
 QMFileSpec::QMFileSpec(const QMFileSpec& directory, const char* name) : m_path(name)
 {

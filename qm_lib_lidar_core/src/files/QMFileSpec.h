@@ -1,5 +1,4 @@
-// A file path as a value: UTF-8 text with the operations that names need. Nothing here touches the file
-// system; see QMFileUtils.h.
+// A file path as a value. It does not access the file system; see QMFileUtils.h.
 #pragma once
 
 #include <string>
@@ -9,38 +8,27 @@ namespace Quillmoran {
 class QMFileSpec
 {
 public:
-    // Of 8-bit text.
-    enum class Encoding
-    {
-        UTF8,
-        Latin1
-    };
-
     QMFileSpec() = default;
-    // Null is the empty path. The bytes are taken as they are: a file's name need not be valid UTF-8.
+    // Null is the empty path. The text is usually UTF-8, but any bytes are valid.
     QMFileSpec(const char* path) : m_path(path ? path : "") {}
-    QMFileSpec(const char* path, Encoding encoding);
-    // UTF-16 and UTF-32 text; InvalidArgument "invalid UTF-16 text", "invalid UTF-32 text".
-    explicit QMFileSpec(const char16_t* path);
-    explicit QMFileSpec(const wchar_t* path);
-    // A name inside a directory; an absolute name stands for itself.
+    // A name in a directory; an absolute name is used as it is.
     QMFileSpec(const QMFileSpec& directory, const char* name);
 
-    const char* c_str() const noexcept { return m_path.c_str(); } // UTF-8
+    const char* c_str() const noexcept { return m_path.c_str(); }
     bool empty() const noexcept { return m_path.empty(); }
     bool isAbsolute() const noexcept { return !m_path.empty() && m_path.front() == '/'; }
 
-    // All up to the last slash, without it; empty for a bare name, "/" for a name in the root.
+    // The part before the last slash; empty if there is no slash, "/" for a name in the root.
     std::string dirname() const;
-    // All behind the last slash.
+    // The part after the last slash.
     std::string basename() const;
-    // What follows the last dot of the base name, without it; empty when there is none. A dot that begins
-    // the name hides a file and is no suffix.
+    // The part of the base name after its last dot; empty if there is none. A dot at the start of the name is
+    // not a suffix, since it marks a hidden file.
     std::string getSuffix() const;
-    // The same path with another suffix, given without its dot, or with none.
+    // The path with another suffix, given without its dot, or without a suffix.
     QMFileSpec replaceSuffix(const char* suffix) const;
     QMFileSpec removeSuffix() const;
-    // Whether the path ends with `ending`, whatever the case of the letters.
+    // Whether the path ends with `ending`, ignoring case.
     bool endsWith(const char* ending) const noexcept;
 
     bool operator==(const QMFileSpec& other) const noexcept { return m_path == other.m_path; }

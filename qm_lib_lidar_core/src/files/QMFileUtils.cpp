@@ -4,12 +4,8 @@
 #include <vxunpack/FileIO.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace Quillmoran::QMFileUtils {
 
@@ -31,12 +27,6 @@ struct stat64 getStatus(const QMFileSpec& file)
     if (stat64(file.c_str(), &status) != 0)
         QM_THROW_OS(file.c_str());
     return status;
-}
-
-const char* getVariable(const char* name)
-{
-    const char* value = std::getenv(name);
-    return value && *value != '\0' ? value : nullptr;
 }
 
 } // namespace
@@ -87,7 +77,7 @@ void requireRegularFile(const QMFileSpec& file)
     case fs::file_type::character:
         kind = "a device";
         break;
-    default: // opening the name gives the reason if there is nothing to read
+    default: // opening the file reports why it cannot be read
         return;
     }
     QM_THROW(ErrorCode::General, "cannot read '%s': it is %s, not a regular file", file.c_str(), kind);
@@ -99,25 +89,10 @@ int getContents(const QMFileSpec& directory, std::vector<std::string>& files,
     std::error_code error;
     for (fs::directory_iterator entry(directory.c_str(), error), end; !error && entry != end;
          entry.increment(error)) {
-        std::error_code ignored; // a link that leads nowhere is a file
+        std::error_code ignored; // a broken link is a file
         (entry->is_directory(ignored) ? directories : files).push_back(entry->path().filename().string());
     }
     return error.value();
-}
-
-void createFile(const QMFileSpec& file)
-{
-    constexpr mode_t permissions = 0644;
-    const int descriptor = ::open64(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions);
-    if (descriptor < 0 || ::close(descriptor) != 0)
-        QM_THROW_OS(file.c_str());
-}
-
-void createDirectory(const QMFileSpec& directory)
-{
-    std::error_code error;
-    fs::create_directories(directory.c_str(), error);
-    throwOn(error, directory);
 }
 
 void deleteFile(const QMFileSpec& file)
@@ -125,32 +100,11 @@ void deleteFile(const QMFileSpec& file)
     FileIO::deleteFile(file.c_str());
 }
 
-void deleteDirectory(const QMFileSpec& directory)
-{
-    std::error_code error;
-    if (!isDirectory(directory))
-        error.assign(exists(directory) ? ENOTDIR : ENOENT, std::generic_category());
-    else
-        fs::remove_all(directory.c_str(), error);
-    throwOn(error, directory);
-}
-
-void copyFile(const QMFileSpec& from, const QMFileSpec& to)
-{
-    std::error_code error;
-    fs::copy_file(from.c_str(), to.c_str(), fs::copy_options::overwrite_existing, error);
-    throwOn(error, exists(from) ? to : from);
-}
-
 void moveFile(const QMFileSpec& from, const QMFileSpec& to)
 {
     std::error_code error;
     fs::rename(from.c_str(), to.c_str(), error);
-    if (error.value() != EXDEV)
-        return throwOn(error, exists(from) ? to : from);
-    // Another file system: the old name goes only when the copy is complete.
-    copyFile(from, to);
-    deleteFile(from);
+    throwOn(error, exists(from) ? to : from);
 }
 
 QMFileSpec resolve(const QMFileSpec& file)
@@ -161,50 +115,6 @@ QMFileSpec resolve(const QMFileSpec& file)
     const fs::path directory = fs::weakly_canonical(path.parent_path(), error);
     throwOn(error, file);
     return QMFileSpec(directory.c_str(), path.filename().c_str());
-}
-
-QMFileSpec getCurrentDirectory()
-{
-    std::error_code error;
-    const fs::path path = fs::current_path(error);
-    throwOn(error, ".");
-    return path.c_str();
-}
-
-QMFileSpec getTemporaryDirectory()
-{
-    for (const char* name : {"TMPDIR", "TEMP"})
-        if (const char* value = getVariable(name))
-            return value;
-    return "/tmp";
-}
-
-QMFileSpec getProcessPath()
-{
-    std::error_code error;
-    const fs::path path = fs::read_symlink("/proc/self/exe", error);
-    if (!error)
-        return path.c_str();
-    return findProgram(program_invocation_name);
-}
-
-QMFileSpec findProgram(const char* name)
-{
-    const auto isProgram = [](const QMFileSpec& file) {
-        return !isDirectory(file) && ::access(file.c_str(), X_OK) == 0;
-    };
-    if (std::strchr(name, '/'))
-        return isProgram(name) ? resolve(name) : QMFileSpec();
-    const char* path = getVariable("PATH");
-    for (std::string rest = path ? path : ""; !rest.empty();) {
-        const std::size_t colon = rest.find(':');
-        const std::string directory = rest.substr(0, colon);
-        rest = colon == std::string::npos ? std::string() : rest.substr(colon + 1);
-        const QMFileSpec file(QMFileSpec(directory.empty() ? "." : directory.c_str()), name);
-        if (isProgram(file))
-            return resolve(file);
-    }
-    return {};
 }
 
 } // namespace Quillmoran::QMFileUtils

@@ -15,7 +15,7 @@ constexpr ErrorCode readError = ErrorCode::MetadataRead;
 constexpr ErrorCode writeError = ErrorCode::MetadataWrite;
 constexpr std::uint32_t formatVersion = 0;
 
-// Swaps the doubles of an array between file and host order; the operation is its own inverse.
+// Swaps the doubles of an array between the byte orders of file and machine; its own inverse.
 void swapDoubles(std::vector<unsigned char>& bytes, std::size_t count)
 {
     for (std::size_t i = 0; i < count; ++i) {
@@ -25,8 +25,7 @@ void swapDoubles(std::vector<unsigned char>& bytes, std::size_t count)
     }
 }
 
-// A block with one spare NUL behind it. Its length is compared with what the stream holds before anything is
-// allocated.
+// A block and a spare NUL. The length is compared with the size of the file before memory is allocated.
 std::vector<unsigned char> readBlock(StreamReader& reader, const char* name)
 {
     std::uint32_t length = 0;
@@ -85,7 +84,7 @@ void Metadata::add(const char* key, const char* description, MetadataDataType ty
 
 void Metadata::add(const Metadata& other)
 {
-    const std::vector<Record> copies = other.m_records; // `other` may be this store
+    const std::vector<Record> copies = other.m_records; // `other` may be this object
     m_records.insert(m_records.end(), copies.begin(), copies.end());
 }
 

@@ -15,9 +15,9 @@ namespace Quillmoran {
 
 namespace {
 
-// These are always handled.
+// Always handled.
 constexpr int requests[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT};
-// So are these where they would end the process, and the real-time signals.
+// Handled if they would terminate the process, as are the real-time signals.
 constexpr int otherEnds[] = {SIGUSR1, SIGUSR2,   SIGALRM, SIGVTALRM, SIGPROF,
                              SIGXCPU, SIGSTKFLT, SIGIO,   SIGPWR};
 
@@ -43,7 +43,7 @@ extern "C" void handleSignal(int number, siginfo_t*, void*)
     if (!isHandled(number))
         return;
     static constexpr char notice[] = "\nInterrupt detected.  Shutting down application...\n";
-    const int interruptedErrno = errno; // the code that was interrupted may be about to look at it
+    const int interruptedErrno = errno; // the interrupted code may be about to read it
     setInterrupted();
     [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, notice, sizeof notice - 1);
     errno = interruptedErrno;
@@ -64,7 +64,7 @@ void handle(int number, bool always)
     isReplaced[number] = sigaction(number, &action, nullptr) == 0;
 }
 
-// A finished operation without work reports 0 / 0; an integer conversion must not meet that, nor an infinity.
+// An operation without work reports 0 / 0. Neither NaN nor an infinity can be converted to an integer.
 std::int32_t hundredthsOfPercent(double fraction)
 {
     if (std::isnan(fraction))

@@ -1,7 +1,7 @@
-// Progress on the console: a percentage line that overwrites itself. While at least one of these lives,
-// SIGTERM, SIGINT, SIGHUP and SIGQUIT ask the running operation to stop instead of ending the process, and so
-// do all other signals that do not report a fault and would end it: SIGUSR1, SIGALRM, SIGXCPU and so on.
-// SIGPIPE and SIGXFSZ are the program's to ignore, so that the write reports an error.
+// Shows progress on the console as a percentage that overwrites itself. While an instance exists, SIGTERM,
+// SIGINT, SIGHUP and SIGQUIT cancel the running operation instead of terminating the process. So do the other
+// signals that would terminate it and do not report a fault: SIGUSR1, SIGALRM, SIGXCPU and so on. The program
+// must ignore SIGPIPE and SIGXFSZ, so that writes report an error.
 #pragma once
 
 #include <vxunpack/ProgressDelegate.h>
@@ -16,9 +16,9 @@ public:
     PercentProgressDelegate();
     ~PercentProgressDelegate() override;
 
-    // Redraws at most once per hundredth of a percent, and at once when the activity changes.
+    // Redraws when the activity or the percentage, rounded up to hundredths, changes.
     void reportProgress(double fraction, const char* message) override;
-    // True after setCancelled(true) and, for every delegate from then on, after one of the signals.
+    // True after setCancelled(true), and for all delegates after one of the signals.
     bool getCancelled() override;
     void displayWarning(const char* text) override;
 

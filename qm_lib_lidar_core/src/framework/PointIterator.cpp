@@ -41,7 +41,7 @@ void PointIterator::init(const Bounds& bounds, double fraction, const PointInfo&
         m_accumulator = 0;
         m_threshold = 0.5;
     } else {
-        // Negative or not a number: nothing is ever taken.
+        // Negative or NaN: no point is selected.
         m_fraction = 0;
         m_accumulator = 1;
         m_threshold = 1;

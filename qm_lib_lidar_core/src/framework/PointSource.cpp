@@ -8,13 +8,32 @@ namespace Quillmoran {
 PointReader::PointReader() : m_info(PointCloudInfo::create())
 {}
 
+double PointSource::getTotalWork(const Bounds& bounds, double fraction) const
+{
+    return getNumPoints() == unknownNumPoints ? 0 : estimatePoints(bounds, fraction);
+}
+
 double PointSource::estimatePoints(const Bounds& bounds, double fraction) const
 {
     const double points = getNumPoints() == unknownNumPoints ? getTotalWork(Bounds::Huge(), 1.0)
                                                              : static_cast<double>(getNumPoints());
-    // Some sources have to read all points to know their bounds.
-    const double share = bounds == Bounds::Huge() ? 1 : Bounds::overlapFraction(getBounds(), bounds);
-    return points * share * fraction;
+    // Some sources read all points to find their bounds.
+    const double overlap = bounds == Bounds::Huge() ? 1 : Bounds::overlapFraction(getBounds(), bounds);
+    return points * overlap * fraction;
+}
+
+void PointFilter::init(PointSource* source)
+{
+    if (!source)
+        QM_THROW(ErrorCode::InvalidArgument, "source is NULL");
+    m_source = Scoped<PointSource>::retained(source);
+}
+
+PointSource* PointFilter::getSrc() const
+{
+    if (!m_source)
+        QM_THROW(ErrorCode::InvalidArgument, "the filter has no source");
+    return m_source.get();
 }
 
 std::size_t PointSource::read(const Bounds& bounds, PointData& buffer, ProgressDelegate* delegate) const

@@ -19,14 +19,14 @@ Bounds::Range intersection(const Bounds::Range& a, const Bounds::Range& b)
     return {std::max(a.min, b.min), std::min(a.max, b.max)};
 }
 
-// Whether nothing of the bounds lies outside the box.
+// Whether the box contains all bounds.
 bool isWhole(const Bounds& all, const Bounds& box)
 {
     return Bounds{intersection(box.x, all.x), intersection(box.y, all.y), intersection(box.z, all.z)} == all;
 }
 
-// The min and max of one coordinate, in four independent chains so that the compiler can use vectors. A NaN
-// compares false and changes nothing.
+// The minimum and maximum of one coordinate, in four independent chains that the compiler can vectorise. A
+// NaN has no effect.
 Bounds::Range extent(const double* values, std::size_t count)
 {
     constexpr std::size_t lanes = 4;
@@ -46,14 +46,23 @@ Bounds::Range extent(const double* values, std::size_t count)
 
 void PointWriter::init(PointSource* source)
 {
+    if (!source)
+        QM_THROW(ErrorCode::InvalidArgument, "source is NULL");
     m_source = Scoped<PointSource>::retained(source);
     source->loadMetadata(m_metadata, false);
     setQuantization(source->getScale(), source->getOffset());
 }
 
+PointSource* PointWriter::getSrc() const
+{
+    if (!m_source)
+        QM_THROW(ErrorCode::InvalidArgument, "the writer has no source");
+    return m_source.get();
+}
+
 std::size_t PointWriter::getBlockSize(const PointInfo& layout) const
 {
-    const auto points = static_cast<std::uint64_t>(std::max<std::int64_t>(m_source->getNumPoints(), 1));
+    const auto points = static_cast<std::uint64_t>(std::max<std::int64_t>(getSrc()->getNumPoints(), 1));
     return layout.getBlockPoints(static_cast<std::size_t>(std::min<std::uint64_t>(m_chunckSize, points)));
 }
 
@@ -73,7 +82,7 @@ PointInfo PointWriter::getSupported(const PointInfo& layout, ProgressDelegate* d
 
 void PointWriter::groomMetadata(const Bounds& bounds, double fraction)
 {
-    const bool whole = bounds == Bounds::Huge() || isWhole(m_source->getBounds(), bounds);
+    const bool whole = bounds == Bounds::Huge() || isWhole(getSrc()->getBounds(), bounds);
     if (whole && fraction >= 1)
         return;
     if (!whole)

@@ -7,8 +7,8 @@ namespace Quillmoran {
 
 namespace {
 
-// A fraction of the extent that leaves room in 32 bits for the widening. It is never so small that adding it
-// to a coordinate is lost in rounding (a double has 53 bits), nor of any use below a nanometre.
+// 2^-30 of the extent, so that enlarged boxes fit into 32 bits. At least 2^-49 of the largest coordinate,
+// since a smaller step would be lost when it is added (a double has 53 bits), and at least a nanometre.
 double chooseStep(const Bounds::Range& range)
 {
     if (!(range.min <= range.max))

@@ -1,5 +1,5 @@
-// A grid on which the disk form of an R-tree stores boxes in 32 bits. Storing rounds to the nearest line, so
-// each box is made larger by a step first: a query that meets a box meets its stored form.
+// The grid to which the disk form of an R-tree rounds the coordinates of boxes, in 32 bits. Each box is
+// enlarged by a step before it is rounded, so that a query that meets a box also meets its rounded form.
 #pragma once
 
 #include <vxunpack/Bounds.h>

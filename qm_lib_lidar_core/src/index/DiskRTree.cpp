@@ -11,7 +11,7 @@ namespace {
 
 constexpr ErrorCode readError = ErrorCode::IndexRead;
 
-// A subtree lies in one piece, so what a query visits next is often within the same few records.
+// A subtree is contiguous, so that the next branch of a query is often in the same few records.
 constexpr std::size_t streamBytes = 4096;
 
 } // namespace
@@ -21,7 +21,7 @@ class DiskRTree::DiskIterator final : public RTree::Iterator
 public:
     explicit DiskIterator(const DiskRTree* tree) : m_tree(Scoped<const DiskRTree>::retained(tree))
     {
-        m_reader.init(m_tree->m_stretch.get(), false, streamBytes);
+        m_reader.init(m_tree->m_range.get(), false, streamBytes);
         rewind();
     }
 
@@ -43,8 +43,8 @@ private:
 
     Scoped<const DiskRTree> m_tree;
     StreamReader m_reader;
-    std::vector<Step> m_path; // from the root down; as long as the level at most, plus the root
-    std::size_t m_loaded = 0; // branches of this walk
+    std::vector<Step> m_path; // from the root down; up to the level of the root + 1 steps
+    std::size_t m_loaded = 0; // branches since rewind()
 };
 
 bool DiskRTree::DiskIterator::advance(const Bounds* query, std::int64_t& value)
@@ -64,7 +64,7 @@ bool DiskRTree::DiskIterator::advance(const Bounds* query, std::int64_t& value)
             value = node.payload;
             return true;
         } else {
-            // A child that throws is met again by the next call: damage is never passed over.
+            // If reading a child throws, the next call reads it again: damage is never skipped.
             const Branch child = readChild(node.payload);
             ++step.next;
             m_path.push_back({child, 0});
@@ -73,8 +73,8 @@ bool DiskRTree::DiskIterator::advance(const Bounds* query, std::int64_t& value)
     return false;
 }
 
-// A loop would end at the root's level, but only after going round it for each of its nodes on each level;
-// children with two parents multiply in the same way. Both are refused.
+// A cycle would end at the leaf level, but the number of visits grows exponentially with the level, as it
+// does with branches that have two parents. Both are rejected.
 DiskRTree::Branch DiskRTree::DiskIterator::readChild(std::int64_t position)
 {
     bool damaged = position < m_tree->m_root.position || m_loaded >= m_tree->m_maxBranches;
@@ -107,11 +107,11 @@ void DiskRTree::init(StreamReader& reader, std::int64_t length)
     Preamble preamble;
     preamble.read(reader);
 
-    m_stretch.reset(BoundedIO::create(IO::Location(reader.getIO(), start, length)));
-    // The filler of the last record may be missing, hence one more than whole records.
-    m_maxBranches = static_cast<std::size_t>(m_stretch->size() - start) / recordBytes + 1;
+    m_range.reset(BoundedIO::create(IO::Location(reader.getIO(), start, length)));
+    // One more than whole records, since the padding of the last record may be missing.
+    m_maxBranches = static_cast<std::size_t>(m_range->size() - start) / recordBytes + 1;
     StreamReader rootReader;
-    rootReader.init(m_stretch.get(), true, recordBytes);
+    rootReader.init(m_range.get(), true, recordBytes);
     Branch root;
     root.position = start + preambleLength;
     rootReader.seek(root.position, StreamReader::SEEK_FROM_START);

@@ -1,11 +1,9 @@
-// The R-tree of a file, read where it lies: the root stays in memory, and a query loads the branches whose
-// boxes it meets. The decoder uses it for the index chunk, the tile set for its tiles. The disk form is drawn
-// in RTree.h.
+// An R-tree in a file. The root is kept in memory, and a query reads the branches whose boxes it meets. The
+// decoder uses it for the index chunk, the tile set for its tiles. RTree.h shows the disk form.
 //
-// Nothing in the file is trusted. A damaged branch shows when a query reaches it: IndexRead "bad read -- node
-// count", "... node bounds" or "... node payload".
-// Const methods may be called from any thread, and so may the iterators, each by one thread at a time. The
-// file is held open by the iterators that have read from it, not by the tree.
+// A query that reaches a malformed branch throws IndexRead "bad read -- node count", "... node bounds" or
+// "... node payload". Const methods may be called from any thread; each iterator is used by one thread at a
+// time. Iterators, not the tree, keep the file open.
 #pragma once
 
 #include "index/RTree.h"
@@ -18,12 +16,12 @@ class DiskRTree final : public RTree
 public:
     static DiskRTree* create();
 
-    // Reads preamble and root of the tree that takes up the next `length` bytes and leaves the reader behind
-    // them. The tree reads on through the reader's store, not through the reader. A preamble that is cut is
-    // IndexRead "bad read -- count"; after an error the tree is empty.
+    // Reads the preamble and the root of the tree in the next `length` bytes and moves the reader to their
+    // end. The tree keeps the reader's IO, not the reader. IndexRead "bad read -- count" for a truncated
+    // preamble; after an error the tree is empty.
     void init(StreamReader& reader, std::int64_t length);
 
-    // As the file states it: nothing was counted.
+    // The number in the file; the entries are not counted.
     std::size_t getCount() const override { return m_preamble.count; }
     Bounds getBounds() const override;
     Iterator* createIterator() const override;
@@ -38,8 +36,8 @@ private:
     DiskRTree() = default;
     ~DiskRTree() override = default;
 
-    Scoped<IO> m_stretch;          // ends where the tree ends
-    std::size_t m_maxBranches = 0; // that fit into the stretch
+    Scoped<IO> m_range;            // ends at the end of the tree
+    std::size_t m_maxBranches = 0; // that fit into the range
     Preamble m_preamble;
     Branch m_root;
 };

@@ -19,11 +19,11 @@ constexpr ErrorCode readError = ErrorCode::IndexRead;
 constexpr ErrorCode writeError = ErrorCode::IndexWrite;
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
-// Fewest nodes of a branch below the root. It keeps the depth logarithmic however equal the boxes are: 2^64
-// values would need 32 levels.
+// The minimum number of nodes of a branch below the root. It keeps the depth logarithmic, even for equal
+// boxes: 2^64 values need 32 levels.
 constexpr std::size_t minNodes = 4;
 
-// Unbounded boxes give infinities and NaN, which compares with nothing; as infinity it ranks last.
+// Unbounded boxes give infinities and NaN; as an infinity a NaN ranks last.
 double orInfinity(double value)
 {
     return std::isnan(value) ? infinity : value;
@@ -34,13 +34,13 @@ double volume(const Bounds& box)
     return orInfinity((box.x.max - box.x.min) * (box.y.max - box.y.min) * (box.z.max - box.z.min));
 }
 
-// A quarter of the edges' length. Unlike the volume it tells flat boxes and points apart.
+// A quarter of the total length of the edges. Unlike the volume it distinguishes flat boxes.
 double margin(const Bounds& box)
 {
     return (box.x.max - box.x.min) + (box.y.max - box.y.min) + (box.z.max - box.z.min);
 }
 
-// A key for sorting, which NaN would break.
+// A sort key, which must not be NaN.
 double center(const Bounds::Range& range)
 {
     const double middle = range.min / 2 + range.max / 2;
@@ -59,7 +59,7 @@ struct MemoryRTree::Branch
     };
     using Overflow = std::array<Node, maxNodes + 1>;
     using Order = std::array<std::size_t, maxNodes + 1>; // indices into an Overflow
-    // A way to part the nodes of a full branch and one more: the first `size` of `order` stay together.
+    // A split of the nodes of a full branch and one more: the first `size` of `order` are one part.
     struct Cut
     {
         Order order;
@@ -74,9 +74,9 @@ struct MemoryRTree::Branch
     std::size_t countBranches() const;
     bool isConsistent() const;
 
-    // Adds a value somewhere below, or returns the branch that had to be split off to make room.
+    // Adds an entry to the subtree. Returns the new sibling if this branch was split, else null.
     std::unique_ptr<Branch> insert(Node&& added);
-    // Takes one entry out. Branches left with too few nodes are moved to `dissolved`, with all their values.
+    // Removes one entry. Branches with too few nodes are moved to `dissolved` with all their values.
     bool remove(const Bounds* box, std::int64_t value, std::vector<std::unique_ptr<Branch>>& dissolved);
     void save(StreamWriter& writer, const Axis axes[3]) const;
 
@@ -91,7 +91,7 @@ struct MemoryRTree::Branch
     std::array<Node, maxNodes> m_nodes;
 };
 
-// Starting from nothing keeps NaN out: growing ignores it, but a box that holds one would never lose it.
+// Starts with an empty box to keep NaN out: growing ignores a NaN, but a box with a NaN would keep it.
 Bounds MemoryRTree::Branch::bounds() const
 {
     Bounds all;
@@ -126,7 +126,7 @@ void MemoryRTree::Branch::erase(std::size_t index)
     m_nodes[--m_count] = Node();
 }
 
-// The node whose volume grows least; of equals the smaller one, then the earlier.
+// The node whose volume grows least; of equal nodes the smallest, then the first.
 std::size_t MemoryRTree::Branch::choose(const Bounds& box) const
 {
     std::size_t best = 0;
@@ -176,8 +176,8 @@ std::unique_ptr<MemoryRTree::Branch> MemoryRTree::Branch::split(Node&& extra)
     return sibling;
 }
 
-// Sorts the nodes along each axis in turn and cuts where the two parts have the shortest edges together: a
-// small piece of the R*-tree's split (1990). Volumes would not do, since flat boxes all have the same one.
+// Sorts the nodes along each axis and splits them where the sum of the margins of both parts is smallest, as
+// part of the R*-tree's split (1990) does. Volumes would not do, since those of all flat boxes are 0.
 MemoryRTree::Branch::Cut MemoryRTree::Branch::findCut(const Overflow& nodes)
 {
     Order order;
@@ -223,7 +223,7 @@ bool MemoryRTree::Branch::remove(const Bounds* box, std::int64_t value,
     return false;
 }
 
-// A subtree lies in one piece behind its branch, so the children's positions are known before they are
+// A subtree directly follows its branch, so that the positions of the children are known before they are
 // written.
 void MemoryRTree::Branch::save(StreamWriter& writer, const Axis axes[3]) const
 {

@@ -56,7 +56,7 @@ void RTree::Preamble::read(StreamReader& reader)
     unsigned char bytes[preambleBytes];
     if (reader.read(bytes, preambleBytes) != preambleBytes)
         QM_THROW(readError, "bad read -- count");
-    // The capacity of a branch comes first; it is fixed with the size of the records.
+    // The first byte, the capacity of a branch, is implied by the size of the records.
     const unsigned char* at = bytes + 1;
     level = take<std::uint8_t>(at);
     count = take<std::uint32_t>(at);

@@ -16,7 +16,7 @@ struct StandardName
 {
     const char* channel;
     const char* dimension; // of PDAL
-    const char* other;     // of LAS itself or of other LAS software; may be null
+    const char* other;     // in LAS or other LAS software; may be null
 };
 
 constexpr StandardName standardNames[] = {
@@ -35,8 +35,7 @@ constexpr StandardName standardNames[] = {
     {userData, "UserData", nullptr},
     {sourceId, "PointSourceId", nullptr},
     {gpsTime, "GpsTime", nullptr},
-    // The same clock with another zero. PDAL has one name for both; week time, the first row, takes
-    // precedence.
+    // The same clock with another epoch. PDAL has one name for both; the first row takes precedence.
     {gpsTimeAdjusted, "GpsTime", nullptr},
     {red, "Red", nullptr},
     {green, "Green", nullptr},
@@ -44,7 +43,7 @@ constexpr StandardName standardNames[] = {
     {nearInfrared, "Infrared", "NIR"},
 };
 
-// Letters and digits in lower case, which all spellings of a name have in common.
+// The letters and digits of a name in lower case, the same for all its spellings.
 std::string comparable(const char* name)
 {
     std::string text;
@@ -54,7 +53,7 @@ std::string comparable(const char* name)
     return text;
 }
 
-// The only channel whose name differs at most in case.
+// The only channel with this name ignoring case; null if there are none or several.
 const ChannelInfo* findIgnoringCase(const std::string& name, const PointInfo& layout)
 {
     const ChannelInfo* found = nullptr;

@@ -1,5 +1,5 @@
-// The names of the standard channels of LAS-type points, and the names that LAS and PDAL give them. Readers
-// and writers match channel names exactly, with case; resolve() is for names that users type.
+// The names of the standard channels, and their names in LAS and PDAL. Readers and writers compare names
+// exactly, with case; resolve() is for names that users type.
 #pragma once
 
 #include <string>
@@ -33,15 +33,16 @@ inline constexpr char red[] = "Red";
 inline constexpr char green[] = "Green";
 inline constexpr char blue[] = "Blue";
 inline constexpr char nearInfrared[] = "NearInfrared";
-// A column of a text file that is read over and dropped.
+// A column of a text file that is skipped.
 inline constexpr char skip[] = "@Skip";
 
-// The channel of `layout` that a user means by `name`, null if there is none: the channel of exactly that
-// name, else the only one that differs in case, else the channel whose LAS or PDAL name it is
-// ("Classification", "return_number", "NIR"), ignoring case, blanks and underscores. "GpsTime" is either
-// clock, week time first.
+// The channel of `layout` that a user means by `name`; null if there is none. It is the channel of exactly
+// that name, else the only one whose name differs in case, else the channel with that LAS or PDAL name
+// ("Classification", "return_number", "NIR"), ignoring case, blanks and underscores. "GpsTime" is either time
+// channel, GPSTime first.
 const ChannelInfo* resolve(const std::string& name, const PointInfo& layout);
-// The same; InvalidArgument "<context> does not have channel: '<name>', its channels are X, Y, Z" if there is none.
+// The same; InvalidArgument "<context> does not have channel: '<name>', its channels are X, Y, Z" if there is
+// none.
 const ChannelInfo& require(const std::string& name, const PointInfo& layout,
                            const char* context = "the point source");
 

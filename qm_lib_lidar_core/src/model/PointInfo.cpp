@@ -99,11 +99,11 @@ std::size_t PointInfo::getPointSize() const noexcept
     return size;
 }
 
-std::size_t PointInfo::getBlockPoints(std::size_t most) const noexcept
+std::size_t PointInfo::getBlockPoints(std::size_t max) const noexcept
 {
     constexpr std::size_t blockBytes = std::size_t{1} << 20; // it stays in the caches
     return std::clamp<std::size_t>(blockBytes / std::max<std::size_t>(getPointSize(), 1), 1,
-                                   std::max<std::size_t>(most, 1));
+                                   std::max<std::size_t>(max, 1));
 }
 
 bool PointInfo::hasValidXYZ() const noexcept

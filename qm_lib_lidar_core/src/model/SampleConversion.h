@@ -1,5 +1,4 @@
-// Conversions between arrays of samples of different types. Each pair of types is a tight loop of its own;
-// the types are looked at once per call.
+// Conversions between arrays of samples of different types, one loop per pair of types.
 #pragma once
 
 #include <vxunpack/DataType.h>
@@ -9,8 +8,8 @@
 
 namespace Quillmoran::SampleConversion {
 
-// The processor's truncating conversion, without undefined behaviour: what does not fit gives the smallest
-// integer. The comparison is false for NaN.
+// The truncating conversion of the processor without undefined behaviour: a value out of range, or NaN, gives
+// the smallest integer.
 template <class Integer>
 Integer truncate(double value) noexcept
 {
@@ -19,12 +18,12 @@ Integer truncate(double value) noexcept
     return fits ? static_cast<Integer>(value) : std::numeric_limits<Integer>::min();
 }
 
-// The language's ordinary value conversion within the integer family or within the float family; narrowing
-// wraps. A pair of types across the families, or a type that is none of the ten, converts nothing.
+// Converts as the language does between integer types or between floating-point types; narrowing wraps. Other
+// pairs of types convert nothing.
 void convert(void* dst, DataType dstType, const void* src, DataType srcType, std::size_t count);
 
-// value -> floor((value - offset) / scale + 0.5), never clamped: a result outside the destination wraps or
-// becomes the processor's invalid-integer value.
+// value -> floor((value - offset) / scale + 0.5), not clamped: a result out of range wraps or becomes the
+// smallest integer.
 void quantize(void* dst, DataType dstType, const void* src, DataType srcType, double offset, double scale,
               std::size_t count);
 

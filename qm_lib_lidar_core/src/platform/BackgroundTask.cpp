@@ -16,7 +16,7 @@ namespace {
 
 #if defined(__SANITIZE_THREAD__)
 
-// A plain thread, for the reason that loops have.
+// A plain thread, for the same reason as in ParallelLoop.
 class Group
 {
 public:

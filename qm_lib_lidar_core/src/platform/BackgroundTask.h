@@ -1,6 +1,6 @@
-// One piece of work that goes on while its owner does something else: the next block of points is decoded
-// while the present one is written. It runs on the threads of the scheduler that the owner runs in; with one
-// thread it runs when it is waited for. Used by one thread at a time.
+// Runs one function in the background: the next block of points is decoded while the current one is written.
+// It runs on the threads of the owner's scheduler; with one thread it runs in wait(). Used by one thread at a
+// time.
 #pragma once
 
 #include <functional>
@@ -12,16 +12,16 @@ class BackgroundTask
 {
 public:
     BackgroundTask();
-    // Waits for what was started; what it throws is lost.
+    // Waits for the function and ignores its exception.
     ~BackgroundTask();
     BackgroundTask(const BackgroundTask&) = delete;
     BackgroundTask& operator=(const BackgroundTask&) = delete;
 
-    // One function at a time: wait() comes before the next start().
+    // Call wait() before the next start().
     void start(std::function<void()> function);
     bool isStarted() const noexcept;
-    // Returns when the function has, and throws what it threw. The caller lends a hand meanwhile, to this
-    // task and its loops and to nothing else: it may hold a lock that other tasks want.
+    // Returns when the function has returned, and rethrows its exception. While it waits, the caller runs
+    // only this task and its loops, since it may hold a lock that other tasks need.
     void wait();
 
 private:

@@ -5,7 +5,8 @@
 
 namespace Quillmoran {
 
-// Stops at the ends of the range: no file reaches that far, so such a position reads as one past the end.
+// The sum, limited to the range of the type. No file has bytes there, so that reads at that position are
+// empty.
 inline std::int64_t saturatingAdd(std::int64_t a, std::int64_t b) noexcept
 {
     std::int64_t sum;

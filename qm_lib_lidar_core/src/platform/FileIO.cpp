@@ -1,6 +1,7 @@
 #include <vxunpack/FileIO.h>
 
 #include "platform/Interrupt.h"
+#include "platform/Mutex.h"
 #include <vxunpack/Base.h>
 
 #include <algorithm>
@@ -33,15 +34,15 @@ int openFlags(const char* mode)
     return plus ? O_RDWR | O_CREAT : O_RDONLY;
 }
 
-// Only a regular file is ever removed: an output given as a device or a pipe is not ours to delete. A link
-// stays, too, but what it leads to is emptied, and so is a file in a directory that may not be changed.
+// Removes only a regular file, never a device or a pipe. The target of a link is emptied instead, and so is a
+// file in a directory without write permission.
 void remove(const char* path) noexcept
 {
     struct stat64 own, target;
     if (lstat64(path, &own) != 0 || (S_ISREG(own.st_mode) && ::unlink(path) == 0))
         return;
     if (stat64(path, &target) == 0 && S_ISREG(target.st_mode) && ::truncate64(path, 0) != 0)
-        return; // nothing more can be done in a destructor
+        return; // a destructor cannot report it
 }
 
 bool isPipe(const char* path)
@@ -55,7 +56,7 @@ bool canSeek(int descriptor)
     return ::lseek64(descriptor, 0, SEEK_CUR) >= 0 || errno != ESPIPE;
 }
 
-// A signal with a handler can interrupt a call before it has done anything.
+// Repeats a call that a signal interrupted before it did anything.
 template <class Call>
 auto uninterrupted(Call call)
 {
@@ -84,8 +85,13 @@ bool FileIO::fileExists(const char* path)
     return stat64(path, &status) == 0;
 }
 
+FileIO::Imp::Imp() : m_mutex(std::make_unique<Mutex>())
+{}
+
 void FileIO::Imp::init(const char* path, const char* mode)
 {
+    if (!path)
+        QM_THROW(ErrorCode::InvalidArgument, "path not given");
     m_path = path;
     m_name = path;
     m_flags = openFlags(mode);
@@ -102,7 +108,7 @@ void FileIO::Imp::init(const char* directory)
     if (descriptor < 0)
         throwOSError(__FILE__, "impInit", __LINE__, directory);
     m_path = std::move(path);
-    m_name = directory; // users do not know the file
+    m_name = directory; // users do not know the file's name
     m_flags = O_RDWR;
     m_descriptor = descriptor;
     m_openCount = 1;
@@ -128,7 +134,7 @@ FileIO::Imp::~Imp()
 
 void FileIO::Imp::open()
 {
-    const std::lock_guard<Mutex> lock(m_mutex);
+    const std::lock_guard<Mutex> lock(*m_mutex);
     if (m_descriptor < 0) {
         m_descriptor = openDescriptor();
         m_isSequential = (m_flags & O_ACCMODE) != O_RDONLY && !canSeek(m_descriptor);
@@ -154,7 +160,7 @@ int FileIO::Imp::openDescriptor() const
     return descriptor;
 }
 
-// A plain open() waits for a reader, and would not notice a signal that came just before.
+// A plain open() waits for a reader and would miss a signal that arrived just before it.
 int FileIO::Imp::openPipe() const
 {
     for (;;) {
@@ -169,7 +175,7 @@ int FileIO::Imp::openPipe() const
 
 void FileIO::Imp::close()
 {
-    const std::lock_guard<Mutex> lock(m_mutex);
+    const std::lock_guard<Mutex> lock(*m_mutex);
     if (m_openCount-- == 1) {
         const int descriptor = m_descriptor;
         m_descriptor = -1;
@@ -180,7 +186,7 @@ void FileIO::Imp::close()
 
 std::size_t FileIO::Imp::pread(std::int64_t offset, void* buffer, std::size_t count) const
 {
-    // The system refuses such a read; a file cannot reach that far, so it is one past the end.
+    // The system refuses a read across the largest position, where no file has bytes.
     if (offset >= 0 && count > static_cast<std::uint64_t>(INT64_MAX - offset))
         return 0;
     const ssize_t moved = uninterrupted([&] { return ::pread64(m_descriptor, buffer, count, offset); });
@@ -201,7 +207,7 @@ std::size_t FileIO::Imp::pwrite(std::int64_t offset, const void* buffer, std::si
     return static_cast<std::size_t>(moved);
 }
 
-// A reader can keep the writer waiting for ever.
+// Checks for signals while it waits, since the reader of a pipe can block the writer indefinitely.
 void FileIO::Imp::waitUntilWritable() const
 {
     pollfd writable = {m_descriptor, POLLOUT, 0};

@@ -1,10 +1,10 @@
-// Whether a signal has asked this process to stop. Progress delegates pass this on to operations; code that
-// waits for another process asks directly.
+// Whether a signal has asked this process to stop. Progress delegates report it to operations; code that
+// waits for another process checks it directly.
 #pragma once
 
 namespace Quillmoran {
 
-// Once true, it stays true.
+// Never reset.
 bool isInterrupted() noexcept;
 // May be called from a signal handler.
 void setInterrupted() noexcept;

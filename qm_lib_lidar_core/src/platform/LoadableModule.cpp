@@ -35,7 +35,7 @@ void* find(const char* file, const char* function)
         const std::filesystem::path path = folder / file;
         if (!std::filesystem::exists(path, ignored))
             continue;
-        // Never unloaded: what it brings keeps state of the process.
+        // Never unloaded, since its libraries keep state of the process.
         void* const module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
         void* const address = module ? dlsym(module, function) : nullptr;
         if (!address)

@@ -1,13 +1,13 @@
-// Parts of this project that stand in modules of their own and are loaded when they are first needed: they
-// bring libraries that take longer to load than a small file takes to decode, or that not every machine has.
+// Loads the modules of this project when they are first needed. Modules link libraries that take longer to
+// load than a small file takes to decode, or that may not be installed.
 #pragma once
 
 namespace Quillmoran::LoadableModule {
 
-// A function of the module with this file name; null if the module is not installed. The module is looked for
-// beside this library, beside the program and in the installed library folder. A module that is there and
-// cannot be loaded, or lacks the function, is the error -1 "cannot load the module '%s': %s" with the
-// system's reason. A module stays loaded. May be called from any thread.
+// Returns a function of the module with this file name; null if the module is not installed. Searches the
+// directory of this library, that of the program and the installed library directory. General "cannot load
+// the module '%s': %s" if the module exists but cannot be loaded or does not have the function. A module is
+// never unloaded. May be called from any thread.
 void* find(const char* file, const char* function);
 
 template <class Function>

@@ -1,4 +1,4 @@
-// A checked POSIX mutex. Meets the standard's BasicLockable, so std::lock_guard works with it.
+// A POSIX mutex whose failures throw. It meets BasicLockable, so that std::lock_guard works with it.
 #pragma once
 
 #include <pthread.h>

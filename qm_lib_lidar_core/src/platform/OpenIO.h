@@ -1,4 +1,4 @@
-// Keeps a store open for as long as it lives, for readers: a failing close is not reported.
+// Keeps a file open during its lifetime, for reading: a failure of close() is ignored.
 #pragma once
 
 #include <vxunpack/IO.h>
@@ -14,7 +14,7 @@ public:
         try {
             m_io->close();
         } catch (...) {
-            // Nothing was written, so nothing is lost.
+            // Nothing was written, so no data is lost.
         }
     }
     OpenIO(const OpenIO&) = delete;

@@ -1,5 +1,5 @@
-// Hands slices of output to a thread that writes them, in order, while the next ones are made. How much can
-// be under way is limited; whoever is faster waits. Used by one thread at a time.
+// Passes slices of output to a thread that writes them in order while the caller prepares the next ones. The
+// number of slices is limited, so that the faster side waits. Used by one thread at a time.
 #pragma once
 
 #include <condition_variable>
@@ -22,7 +22,7 @@ public:
     OutputQueue(std::function<void(const Slice&)> write, std::size_t maxSlices)
         : m_write(std::move(write)), m_maxSlices(maxSlices), m_thread([this] { run(); })
     {}
-    // Without finish(), what still waits is dropped.
+    // Without finish() the slices that wait are discarded.
     ~OutputQueue()
     {
         {
@@ -36,8 +36,8 @@ public:
     OutputQueue(const OutputQueue&) = delete;
     OutputQueue& operator=(const OutputQueue&) = delete;
 
-    // A slice to fill, with whatever it held before. Up to the limit of them may be held at a time. All three
-    // throw what `write` threw.
+    // take() returns a slice to fill, with its earlier contents; the caller may have up to `maxSlices` of
+    // them. All three functions throw what `write` threw.
     Slice take()
     {
         std::unique_lock<std::mutex> lock(m_mutex);
@@ -64,7 +64,7 @@ public:
         m_changed.notify_all();
     }
 
-    // Waits until everything is written.
+    // Waits until all slices are written.
     void finish()
     {
         {
@@ -115,8 +115,8 @@ private:
     std::deque<Slice> m_waiting;
     std::vector<Slice> m_free;
     std::size_t m_numSlices = 0; // taken, waiting, being written or free
-    bool m_ends = false;         // nothing more will be put
-    bool m_drops = false;        // what waits is not wanted any more
+    bool m_ends = false;         // there are no more slices
+    bool m_drops = false;        // discard the slices that wait
     std::exception_ptr m_failure;
 
     std::thread m_thread; // last: it uses the others

@@ -19,16 +19,16 @@ namespace {
 
 #if defined(__SANITIZE_THREAD__)
 
-// The scheduler is not built with the sanitizer, which would take its handing over of tasks for races and
-// could not tell them from ours. Plain threads show it everything.
-constexpr std::size_t mostThreads = 4;
+// The scheduler is not built with the sanitizer, which would report its task switches as races. Plain threads
+// are fully visible to it.
+constexpr std::size_t maxThreads = 4;
 
 template <class Body>
 void runAll(std::size_t count, const Body& body)
 {
     std::atomic<std::size_t> next{0};
     std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < std::min(count, mostThreads); ++i) {
+    for (std::size_t i = 0; i < std::min(count, maxThreads); ++i) {
         threads.emplace_back([&] {
             for (std::size_t index = next++; index < count; index = next++)
                 body(index);
@@ -46,12 +46,12 @@ void runIsolated(const Function& function)
 
 std::size_t countThreads()
 {
-    return mostThreads;
+    return maxThreads;
 }
 
 #else
 
-// Iterations are few and long: each is a task.
+// Iterations are few and long, so each is a task.
 template <class Body>
 void runAll(std::size_t count, const Body& body)
 {

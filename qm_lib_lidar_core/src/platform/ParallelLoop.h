@@ -7,17 +7,17 @@
 
 namespace Quillmoran {
 
-// Calls body(0) ... body(count - 1), in any order and on any thread, and returns when all have. Every
-// iteration runs, whatever the others do; of the exceptions that they throw, that of the lowest index is
-// thrown, so that errors do not depend on the order in which tasks ran. While the caller waits it takes up no
-// work of other loops, which may want a lock that it holds.
+// Calls body(0) to body(count - 1), in any order and on any thread, and returns when all have returned. All
+// iterations run even if some throw; the exception of the lowest index is rethrown, so that errors do not
+// depend on scheduling. While it waits, the caller runs no tasks of other loops, which may need a lock that
+// it holds.
 void parallelLoop(std::size_t count, const std::function<void(std::size_t)>& body);
 
-// The same inside the body of another loop or of a BackgroundTask: while the caller waits it may take up the
-// work of that one.
+// The same inside the body of another loop or of a BackgroundTask: while it waits, the caller may run other
+// tasks of that loop.
 void nestedParallelLoop(std::size_t count, const std::function<void(std::size_t)>& body);
 
-// How many threads the loops can have here.
+// The maximum number of threads of a loop.
 std::size_t getNumThreads();
 
 } // namespace Quillmoran

@@ -14,7 +14,7 @@ Stream::~Stream()
     try {
         m_io->close();
     } catch (...) {
-        // The owner closes first where the result of closing matters.
+        // An owner that needs the result calls close().
     }
 }
 
@@ -94,7 +94,7 @@ std::uint64_t StreamReader::remaining() const
 {
     const std::int64_t end = m_io->size();
     const std::int64_t position = tell();
-    // The position may be anything that seek() was given.
+    // The position may be negative, since seek() accepts any.
     return end > position ? static_cast<std::uint64_t>(end) - static_cast<std::uint64_t>(position) : 0;
 }
 
@@ -123,7 +123,7 @@ std::size_t StreamReader::read(void* buffer, std::size_t count)
     m_current = m_limit;
     const std::size_t rest = count - buffered;
     if (rest < m_bufferSize) {
-        // A store may give less than there is; only nothing is the end.
+        // A read may be short; only an empty read is the end.
         std::size_t taken = 0, got = 0;
         do {
             got = fill();
@@ -134,7 +134,7 @@ std::size_t StreamReader::read(void* buffer, std::size_t count)
         } while (taken < rest && got != 0);
         return buffered + taken;
     }
-    // The bytes go straight to the caller; what is buffered no longer ends at the position.
+    // Read to the caller's buffer, so that the stream's buffer is no longer valid.
     m_current = m_limit = m_buffer.get();
     const std::size_t got = readFully(*m_io, m_position, out + buffered, rest);
     m_position += static_cast<std::int64_t>(got);
@@ -222,23 +222,23 @@ void StreamWriter::seek(std::int64_t offset, Mode mode)
 std::size_t StreamWriter::write(const void* buffer, std::size_t count)
 {
     const auto* bytes = static_cast<const unsigned char*>(buffer);
-    const auto room = static_cast<std::size_t>(m_limit - m_current);
-    if (room > count) {
+    const auto space = static_cast<std::size_t>(m_limit - m_current);
+    if (space > count) {
         if (count != 0)
             std::memcpy(m_current, bytes, count);
         m_current += count;
         return count;
     }
-    std::memcpy(m_current, bytes, room);
-    m_current += room;
+    std::memcpy(m_current, bytes, space);
+    m_current += space;
     flush();
-    const std::size_t rest = count - room;
+    const std::size_t rest = count - space;
     if (rest < m_bufferSize) {
-        std::memcpy(m_current, bytes + room, rest);
+        std::memcpy(m_current, bytes + space, rest);
         m_current += rest;
         return count;
     }
-    std::size_t done = room;
+    std::size_t done = space;
     while (done < count) {
         const std::size_t moved = m_io->pwrite(m_position, bytes + done, count - done);
         if (moved == 0)
@@ -267,7 +267,7 @@ bool StreamWriter::copyBlocks(std::int64_t length, Read read)
         writeAll(m_buffer.get(), got);
         length -= static_cast<std::int64_t>(got);
     }
-    // The last piece stays buffered.
+    // The last part stays in the buffer.
     while (length > 0) {
         const std::size_t got = read(m_current, static_cast<std::size_t>(length));
         if (got == 0)
@@ -291,7 +291,7 @@ bool StreamWriter::copy(IO* io, std::int64_t offset, std::int64_t length)
             try {
                 io->close();
             } catch (...) {
-                // Nothing was written through this store.
+                // Nothing was written to this file.
             }
         }
     } const opened(io);

@@ -1,11 +1,11 @@
-// Buffered sequential views of an IO, each with a position of its own. Used by one thread at a time; several
-// streams may share one IO.
+// Buffered readers and writers of an IO, each with its own position. Used by one thread at a time; several
+// streams may use the same IO.
 //
-// Reads never throw for a short count: the caller compares the count and reports the field it was reading.
-// A store may move fewer bytes than asked for; the rest follows. Writes throw Write "write error" when it
-// takes none.
+// Reads do not throw at the end of the file: the caller compares the count and names the field in its
+// message. Writes throw Write "write error" if the IO accepts no bytes.
 #pragma once
 
+#include "platform/BoundedIO.h"
 #include "platform/ByteOrder.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/IO.h>
@@ -32,7 +32,7 @@ public:
 
 protected:
     Stream() = default;
-    // Closes the store if the stream is still open; what a writer has buffered is lost.
+    // Closes the IO if the stream is open; the buffered bytes of a writer are lost.
     ~Stream();
 
     void setIO(IO* io) { m_io = Scoped<IO>::retained(io); }
@@ -42,7 +42,7 @@ protected:
 
     Scoped<IO> m_io;
     std::size_t m_bufferSize = 0;   // bytes
-    std::int64_t m_position = 0;    // reader: offset just past the buffered bytes; writer: where they will go
+    std::int64_t m_position = 0;    // reader: the end of the buffered bytes; writer: their start
     Buffer<unsigned char> m_buffer; // null while closed
     unsigned char* m_current = nullptr;
     unsigned char* m_limit = nullptr; // reader: end of the valid bytes; writer: end of the buffer
@@ -52,7 +52,8 @@ class StreamReader : public Stream
 {
 public:
     void init(IO* io, bool open, std::size_t bufferSize);
-    // Opens at the stretch's offset. Its length only sizes the buffer; see BoundedIO for a real limit.
+    // Opens at the offset of the range. The length only limits the size of the buffer; use BoundedIO to limit
+    // reads.
     void init(const IO::Location& location, std::size_t bufferSize);
 
     void open(std::size_t bufferSize);
@@ -61,16 +62,16 @@ public:
     std::int64_t tell() const noexcept { return m_position - (m_limit - m_current); }
     // No I/O happens here; a target within the buffered bytes keeps them.
     void seek(std::int64_t offset, Mode mode);
-    // Drops the buffered bytes; the next read fetches them again.
+    // Discards the buffered bytes; the next read reads them again.
     void flush();
-    // Bytes between the position and the store's present end, 0 when past it. Tells whether a length read
-    // from a file can be true before anything is allocated for it.
+    // Bytes between the position and the end of the file, 0 after it. A length from a file is compared with
+    // it before memory is allocated.
     std::uint64_t remaining() const;
 
-    // Returns the count copied, short only at the end of the store.
+    // Returns the number of bytes read, less than `count` only at the end of the file.
     std::size_t read(void* buffer, std::size_t count);
 
-    // Reads one line with its newline into an XALLOC buffer that grows as needed; false at the end.
+    // Reads one line with its newline to an XALLOC buffer that grows as needed; false at the end.
     bool get_str(char*& line, std::size_t& capacity);
 
     template <class T>
@@ -93,7 +94,7 @@ public:
     void init(IO* io, bool open, std::size_t bufferSize);
 
     void open(std::size_t bufferSize);
-    // With flush false the buffered bytes are dropped.
+    // Without `flush` the buffered bytes are discarded.
     void close(bool flush);
     void flush();
 
@@ -111,7 +112,7 @@ public:
         return write(bytes, sizeof bytes) == sizeof bytes;
     }
 
-    // Copies a stretch of a store, or the next bytes of a reader; false when the source ends too soon.
+    // Copies a byte range of a file, or the next bytes of a reader; false if the source has fewer bytes.
     bool copy(IO* io, std::int64_t offset, std::int64_t length);
     bool copy(const IO::Location& location);
     bool copy(StreamReader& reader, std::int64_t length);

@@ -60,7 +60,7 @@ bool Version::getVexilFileVersion(const unsigned char* preamble, int& generation
 bool Version::getVexilFileVersion(IO* io, int& generation, bool& raster)
 {
     unsigned char preamble[preambleSize];
-    StreamReader stream; // closes the store on every way out
+    StreamReader stream; // closes the file on all paths
     stream.init(io, true, preambleSize);
     if (stream.read(preamble, sizeof preamble) != sizeof preamble)
         QM_THROW(ErrorCode::FileProbe, "bad read -- file header");

@@ -1,4 +1,4 @@
-// The version of the library, and the probe that tells whether a file is one of ours.
+// The version of the library, and the detection of .vxl files.
 #pragma once
 
 namespace Quillmoran {
@@ -17,9 +17,9 @@ public:
 
     static constexpr int preambleSize = 16; // bytes
 
-    // Looks at the first 16 bytes of a file. False, generation 0, when the magic is another one; else the
-    // generation of the format. `raster` tells generations before the LiDAR format. A store or file that is
-    // shorter is FileProbe "bad read -- file header".
+    // Checks the first 16 bytes of a file. False, with generation 0, for another magic; else the generation
+    // of the format. `raster` is set for generations before the LiDAR format. FileProbe "bad read -- file
+    // header" if the file is shorter.
     static bool getVexilFileVersion(const unsigned char* preamble, int& generation, bool& raster);
     static bool getVexilFileVersion(IO* io, int& generation, bool& raster);
     static bool getVexilFileVersion(const char* path, int& generation, bool& raster);

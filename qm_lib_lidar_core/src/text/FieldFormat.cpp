@@ -19,7 +19,7 @@ namespace {
 
 struct Token
 {
-    char letter; // NUL: the channel has none
+    char letter; // NUL if the channel has none
     const char* channel;
     DataType type;
     int bits;
@@ -140,14 +140,14 @@ Listed parseListed(std::string_view entry)
     return {makeChannel(standard ? standard->getName() : name, known), true};
 }
 
-// Whether LAS has the channel in its extended formats only.
+// Whether only the extended LAS formats have the channel.
 bool isExtended(const ChannelInfo& channel)
 {
     return channel.isNamed(ChannelNames::classFlags) || channel.isNamed(ChannelNames::scannerChannel) ||
            channel.isNamed(ChannelNames::nearInfrared);
 }
 
-// The channel as the extended formats have it.
+// Changes a channel to its form in the extended LAS formats.
 void widen(ChannelInfo& channel)
 {
     if (channel.isNamed(ChannelNames::returnNum) || channel.isNamed(ChannelNames::numReturns))

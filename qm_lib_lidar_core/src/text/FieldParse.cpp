@@ -57,14 +57,14 @@ template <class T>
 bool storeInteger(std::uint64_t magnitude, bool isNegative, void* samples, std::size_t index) noexcept
 {
     constexpr auto largest = static_cast<std::uint64_t>(std::numeric_limits<T>::max());
-    constexpr std::uint64_t mostBelowZero = std::is_signed_v<T> ? largest + 1 : 0;
-    if (magnitude > (isNegative ? mostBelowZero : largest))
+    constexpr std::uint64_t largestNegative = std::is_signed_v<T> ? largest + 1 : 0;
+    if (magnitude > (isNegative ? largestNegative : largest))
         return false;
     static_cast<T*>(samples)[index] = static_cast<T>(isNegative ? 0 - magnitude : magnitude);
     return true;
 }
 
-// An integer of any length, or a decimal without a fraction.
+// An integer of any length, or a decimal whose fraction is 0.
 [[gnu::noinline]] const char* parseUnusualInteger(const char* text, const char* end, std::uint64_t& magnitude)
 {
     const char* const digits = text + isSign(*text);
@@ -94,7 +94,7 @@ const char* parseStrictInteger(const char* text, const char* end, void* samples,
     return at && storeInteger<T>(magnitude, *text == '-', samples, index) ? at : nullptr;
 }
 
-// Whether an integer of the text became another one as a double.
+// Whether the text is an integer that the double does not represent exactly.
 [[gnu::noinline]] bool isRounded(const char* text, const char* after, double value) noexcept
 {
     constexpr double tooLarge = 18446744073709551616.0; // 2^64

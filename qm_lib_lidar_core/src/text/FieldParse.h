@@ -1,4 +1,4 @@
-// One field of a text table as a sample of its channel.
+// Parses the fields of a text table.
 #pragma once
 
 #include <vxunpack/ChannelInfo.h>
@@ -8,16 +8,15 @@
 
 namespace Quillmoran::FieldParse {
 
-// Reads a field at `text`, which is neither white space nor the end, stores it as samples[index] and returns
-// its end; null for a field that is refused. `end` is the NUL that ends the line.
+// Parses the field at `text`, which must not be white space or the end, writes it to samples[index] and
+// returns its end; null if the field is rejected. `end` is the NUL at the end of the line.
 using Parser = const char* (*)(const char* text, const char* end, void* samples, std::size_t index);
 
 // The parser of a sample type; null for an unknown type.
 //
-// Lenient: integers are a sign and digits, and too large a number wraps. "12.5" is the field 12, and ".5" is
-// left for the next one.
-// Strict: the whole field must be a number that the type can hold. Integers may be written as decimals
-// ("12.0"), and a whole number is refused where a double would round it.
+// Lenient: an integer is a sign and digits, and wraps if it is too large. "12.5" is the field 12 followed by
+// the field ".5". Strict: the whole field must be a number in the range of the type. Integers may have
+// decimals that are 0 ("12.0"), and an integer that a double would round is rejected.
 Parser get(DataType type, bool strict) noexcept;
 
 // Skips a field.
@@ -26,7 +25,7 @@ const char* skip(const char* text, const char* end, void* samples, std::size_t i
 // Whether the character is between two fields.
 bool isSeparator(char c) noexcept;
 
-// What is wrong with a field that a strict parser refused: "70000 does not fit Intensity (0 to 65535)".
+// Why a strict parser rejected a field: "70000 does not fit Intensity (0 to 65535)".
 std::string explain(const char* text, const char* end, const ChannelInfo& channel);
 
 } // namespace Quillmoran::FieldParse

@@ -41,7 +41,7 @@ bool LineReader::fill()
 
 bool LineReader::next()
 {
-    std::size_t length = 0; // known to hold no newline
+    std::size_t length = 0; // bytes without a newline
     bool ended = false;
     for (;;) {
         const char* const begin = m_buffer.data() + m_begin;

@@ -6,12 +6,12 @@
 #include <cstdio>
 #include <cstring>
 
-// A double is m * 2^-s with a whole m below 2^53, so its decimal digits come from whole numbers alone. Cut m
-// at bit s into a whole part and a fraction f / 2^s. Then f * 10^d / 2^s, a product below 2^128 and a shift,
-// gives d decimals, and the bits shifted out, compared with half of 2^s, tell how to round; an exact half
-// goes to the even neighbour. Two decimals of 5.3125 = 85 * 2^-4: the whole part is 5, f = 5, 5 * 100 = 500 =
-// 31 * 16 + 4, and 4 is below 8: "5.31". Two of 5.375 = 86 * 2^-4: f = 6, 600 = 37 * 16 + 8, a tie, and 37 is
-// odd: "5.38".
+// A double is m * 2^-s with an integer m below 2^53, so that its decimal digits follow from integer
+// arithmetic. Split m at bit s into an integer part and a fraction f / 2^s. Then f * 10^d / 2^s, a product
+// below 2^128 and a shift, gives d decimals. The bits that are shifted out are compared with half of 2^s for
+// rounding; a tie is rounded to even. Two decimals of 5.3125 = 85 * 2^-4: the integer part is 5, f = 5, 5 *
+// 100 = 500 = 31 * 16 + 4, and 4 is below 8: "5.31". Two decimals of 5.375 = 86 * 2^-4: f = 6, 600 = 37 * 16
+// + 8, a tie, and 37 is odd: "5.38".
 
 namespace Quillmoran {
 
@@ -20,7 +20,7 @@ namespace {
 __extension__ typedef unsigned __int128 Uint128;
 
 constexpr int mantissaBits = 52;
-constexpr int maxDecimals = 21; // 18 digits behind "0.000"
+constexpr int maxDecimals = 21; // 18 digits after "0.000"
 
 template <class T, std::size_t count>
 constexpr std::array<T, count> makePowersOfTen()
@@ -36,14 +36,14 @@ constexpr auto widePowersOfTen = makePowersOfTen<Uint128, maxDecimals + 1>();
 int countDigits(std::uint64_t value) noexcept
 {
     value |= 1;
-    // 1233 / 4096 is the logarithm of 2: the bit length gives the count or one less than it.
+    // 1233 / 4096 approximates the decimal logarithm of 2: the result is the number of digits or one less.
     const int bits = 64 - __builtin_clzll(value);
     const int estimate = bits * 1233 >> 12;
     return estimate + (value >= powersOfTen[static_cast<std::size_t>(estimate)]);
 }
 
-// "000", "001" and so on to "999", each followed by the number of zeros in front of its first significant
-// digit (2 for "000", which is written as "0"). Spare bytes at the end let four be copied from any digit.
+// "000", "001" and so on to "999", each followed by the number of its leading zeros (2 for "000", which is
+// written as "0"). Spare bytes at the end allow copying four bytes from any digit.
 constexpr auto digitTriples = [] {
     std::array<char, 4000 + 3> triples{};
     for (std::size_t i = 0; i < 1000; ++i) {
@@ -60,7 +60,7 @@ inline const char* tripleOf(std::uint64_t value) noexcept
     return &digitTriples[4 * value];
 }
 
-// A value below 10^count with zeros in front.
+// A value below 10^count with leading zeros.
 inline char* writeDigits(char* out, std::uint64_t value, int count) noexcept
 {
     char* const end = out + count;
@@ -78,8 +78,8 @@ inline char* writeDigits(char* out, std::uint64_t value, int count) noexcept
     return end;
 }
 
-// A value below 1000 without zeros in front. Branches on the number of digits would be mispredicted often, so
-// four bytes are copied in any case; the next characters go over those that are too many.
+// A value below 1000 without leading zeros. Branches on the number of digits would often be mispredicted, so
+// always copies four bytes; the next characters overwrite the extra ones.
 inline char* writeShort(char* out, std::uint64_t value) noexcept
 {
     const char* const triple = tripleOf(value);
@@ -88,7 +88,7 @@ inline char* writeShort(char* out, std::uint64_t value) noexcept
     return out + 3 - zeros;
 }
 
-// Inline by force: a call would cost a third of the time of a short number.
+// Always inline: a call would cost a third of the time of a short number.
 [[gnu::always_inline]] inline char* writeUnsigned(char* out, std::uint64_t value) noexcept
 {
     if (value < 1000)
@@ -114,7 +114,7 @@ struct DoubleBits
     explicit DoubleBits(double value) noexcept { std::memcpy(&bits, &value, sizeof bits); }
 
     bool isNegative() const noexcept { return bits >> 63 != 0; }
-    // Infinities and NaNs have the largest exponent and are not.
+    // False for infinities and NaNs, which have the largest exponent.
     bool isBelow2To64() const noexcept { return exponent() < 1023 + 64; }
     Parts split() const noexcept
     {
@@ -135,8 +135,8 @@ private:
     std::uint64_t bits;
 };
 
-// fraction * 10^decimals / 2^shift, rounded, for all shifts and decimals. The result must fit 64 bits. Out of
-// line to leave the registers to the usual case.
+// fraction * 10^decimals / 2^shift, rounded, for all shifts and decimals. The result must fit into 64 bits.
+// Out of line to leave registers to the usual case.
 [[gnu::noinline]] std::uint64_t scaleSmallFraction(const Parts& parts, int decimals) noexcept
 {
     // The product is below 2^53 * 10^21 < 2^123.
@@ -153,7 +153,7 @@ inline std::uint64_t scaleFraction(const Parts& parts, int decimals) noexcept
 {
     if (parts.shift > 63 || decimals > 19)
         return scaleSmallFraction(parts, decimals);
-    // With the fraction at the top of 64 bits the quotient is the high half of the product.
+    // With the fraction in the high bits the quotient is the high half of the product.
     constexpr std::uint64_t half = std::uint64_t{1} << 63;
     const std::uint64_t fraction = parts.fraction << 1 << (63 - parts.shift);
     const Uint128 product = Uint128{fraction} * powersOfTen[static_cast<std::size_t>(decimals)];
@@ -161,8 +161,7 @@ inline std::uint64_t scaleFraction(const Parts& parts, int decimals) noexcept
     return quotient + (static_cast<std::uint64_t>(product) > half - (quotient & 1));
 }
 
-// Zeros between the point and the first digit of a value that has no whole part; maxZeros + 1 when there are
-// more than maxZeros.
+// The number of zeros between the decimal point and the first digit of a value below 1, up to maxZeros + 1.
 int countLeadingZeros(const Parts& parts, int maxZeros) noexcept
 {
     int zeros = 0;
@@ -174,7 +173,7 @@ int countLeadingZeros(const Parts& parts, int maxZeros) noexcept
     return zeros;
 }
 
-// For what is too large, too small or no number; `conversion` is 'f' or 'g'.
+// For values that are too large or too small, infinite or NaN; `conversion` is 'f' or 'g'.
 [[gnu::cold, gnu::noinline]] char* formatAny(char* out, double value, char conversion, int precision) noexcept
 {
     char text[384]; // the largest double has 309 digits before the point
@@ -184,7 +183,7 @@ int countLeadingZeros(const Parts& parts, int maxZeros) noexcept
 #else
     const int length =
         std::snprintf(text, sizeof text, conversion == 'f' ? "%.*f" : "%.*g", precision, value);
-    // Whatever stands for the point in the program's locale is no letter, digit or sign.
+    // The decimal point of the program's locale is not a letter, digit or sign.
     const auto isPoint = [](char c) { return std::strchr("+-0123456789aefin", c) == nullptr; };
     char* const point = std::find_if(text, text + length, isPoint);
     char* end = text + length;
@@ -247,7 +246,7 @@ char* formatGeneral(char* out, double value, int precision) noexcept
     if (parts.fraction != 0) {
         const int zeros = parts.whole == 0 ? countLeadingZeros(parts, maxZeros) : 0;
         decimals = precision + zeros - (parts.whole == 0 ? 0 : countDigits(parts.whole));
-        // Without decimals the parity of the whole part would decide a tie.
+        // Without decimals the parity of the integer part would decide a tie.
         if (zeros > maxZeros || decimals == 0)
             return formatAny(out, value, 'g', precision);
         digits = scaleFraction(parts, decimals);

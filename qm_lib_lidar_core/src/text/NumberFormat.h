@@ -1,9 +1,8 @@
-// Numbers as decimal text, with exactly the bytes that printf gives in the C locale, for every double. Used
-// by the text writer for each field of each point, so the usual values take a path of integer arithmetic
-// only.
+// Formats numbers as decimal text, with exactly the characters of printf in the C locale. The text writer
+// calls it for each field of each point, so that usual values are formatted by integer arithmetic.
 //
-// Each function writes at `out` without a terminating NUL and returns the end of the text, which is at most
-// maxFieldLength characters; what is longer is cut. The rest of those characters may be overwritten, too.
+// Each function writes to `out` without a terminating NUL and returns the end of the text, which is cut after
+// maxFieldLength characters. It may overwrite all maxFieldLength characters.
 #pragma once
 
 #include <cstddef>

@@ -9,8 +9,8 @@ namespace Quillmoran {
 
 namespace {
 
-// The library's own conversion, for numbers beyond the range of a double (from_chars leaves the value alone
-// and does not tell too large from too small) and where from_chars knows no floating point.
+// For numbers out of the range of a double, for which from_chars returns no value, and for standard libraries
+// whose from_chars does not support floating point.
 [[gnu::noinline]] const char* parseByLibrary(const char* text, double& value) noexcept
 {
     static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
@@ -28,7 +28,7 @@ const char* parseDouble(const char* text, const char* end, double& value) noexce
     const char* number = text;
     while (isWhiteSpace(*number))
         ++number;
-    // from_chars takes a minus only.
+    // from_chars accepts only a minus sign.
     const char* unsignedPart = number + (*number == '+' || *number == '-');
     if (*unsignedPart == '+' || *unsignedPart == '-')
         return text;
@@ -42,7 +42,7 @@ const char* parseDouble(const char* text, const char* end, double& value) noexce
         return text;
 #else
     static_cast<void>(end);
-    // strtod would take a hexadecimal number; decimal text ends behind the 0.
+    // strtod accepts hexadecimal numbers; as decimal text they end after the 0.
     if (unsignedPart[0] == '0' && (unsignedPart[1] == 'x' || unsignedPart[1] == 'X')) {
         value = *number == '-' ? -0.0 : 0.0;
         return unsignedPart + 1;

@@ -1,4 +1,4 @@
-// Text from files and users, made safe to print on a terminal or in a line of a report.
+// Makes text from files and users safe to print on a terminal or in one line.
 #pragma once
 
 #include <string>
@@ -6,9 +6,9 @@
 
 namespace Quillmoran {
 
-// Replaces control characters and bytes that are not valid UTF-8 by escapes: "\n", "\t", "\r", "\x1b". C1
-// controls (U+0080 to U+009F) and the bidirectional overrides (U+202A to U+202E, U+2066 to U+2069) become
-// "\u009b". All other text, a backslash included, stays as it is. May be called from any thread.
+// Replaces control characters and bytes that are not valid UTF-8 by escapes such as "\n", "\t", "\r" and
+// "\x1b", and C1 controls (U+0080 to U+009F) and bidirectional overrides (U+202A to U+202E, U+2066 to U+2069)
+// by escapes such as "\u009b". Other text, also a backslash, is unchanged. May be called from any thread.
 std::string printable(std::string_view text);
 
 } // namespace Quillmoran

@@ -17,7 +17,7 @@ namespace {
 constexpr std::uint64_t reportInterval = 1000; // lines
 constexpr const char* activity = "reading text file";
 
-// The largest value of a standard channel that LAS stores in fewer bits than a byte; 0 for all others.
+// The maximum of a standard channel that has less than 8 bits in LAS; 0 for other channels.
 std::uint8_t largestOf(const ChannelInfo& channel)
 {
     constexpr std::pair<const char*, std::uint8_t> narrow[] = {
@@ -101,7 +101,7 @@ const char* TXTPointIterator::skipSeparators(const char* text, std::size_t field
     return text;
 }
 
-// The tables of several files in one file can have different columns.
+// Concatenated tables can have different columns.
 void TXTPointIterator::checkHeader(std::string_view line)
 {
     PointInfo columns;
@@ -147,7 +147,7 @@ bool TXTPointIterator::parseLine(std::size_t index)
     return !m_fields.empty();
 }
 
-// A NUL ends a line for all that read text; strictly it must be the one after its last character.
+// A NUL ends the fields of a line; in strict mode only the NUL after the last character may do so.
 void TXTPointIterator::checkEnd(const char* text) const
 {
     const std::string_view line = m_lines.line();
@@ -209,7 +209,7 @@ std::size_t TXTPointIterator::getNextPoints(PointData& buffer)
     std::size_t count = 0;
     while (count < capacity && m_lines.next()) {
         ++m_numLines;
-        // A point that is not kept is overwritten by the next line's.
+        // The next point overwrites a point that is not selected.
         if (parseLine(count) && isWanted(x[count], y[count], z[count]) && sample())
             ++count;
         if (m_numLines % reportInterval == 0 && getDelegate()) {

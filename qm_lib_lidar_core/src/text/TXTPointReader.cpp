@@ -18,7 +18,7 @@ namespace Quillmoran {
 namespace {
 
 constexpr std::size_t scanBlockSize = 4096; // points
-constexpr std::size_t sampleSize = 4096;    // bytes that tell how long a file's lines are
+constexpr std::size_t sampleSize = 4096;    // bytes, to estimate the length of lines
 
 PointInfo parseGivenFormat(const char* format)
 {
@@ -38,7 +38,7 @@ PointInfo withoutSkipped(const PointInfo& fileLayout)
     return layout;
 }
 
-// Passes on the wish to stop and no progress, as the pass for count and bounds is no part of a total.
+// Passes on cancellation but no progress, since the scan for bounds is not part of a total.
 class Cancellation final : public ProgressDelegate
 {
 public:
@@ -139,10 +139,12 @@ void TXTPointReader::parseQuantization(const char* text, PointInfo& layout)
 
 TXTPointReader::Extent TXTPointReader::scan(IO* io, const std::string& name, const TextOptions& options)
 {
+    if (!io)
+        QM_THROW(ErrorCode::InvalidArgument, "io is NULL");
     if (!options.layout.hasValidXYZ())
         QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
     const char* const names[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
-    // Strictly all columns are looked at, so that what a later query would refuse is refused now.
+    // Strict mode reads all columns, so that the scan rejects what a later query would reject.
     PointInfo wanted;
     if (options.strict)
         wanted = withoutSkipped(options.layout);
@@ -183,7 +185,7 @@ TXTPointReader::Extent TXTPointReader::estimate(IO* io)
 
 void TXTPointReader::initBoundsAndNumPoints() const
 {
-    if (m_extent.numPoints == unknownNumPoints && m_io)
+    if (m_extent.numPoints == unknownNumPoints)
         m_extent = scan(m_io.get(), m_name, m_options);
 }
 
@@ -193,9 +195,6 @@ const Bounds& TXTPointReader::getBounds() const
     return m_extent.bounds;
 }
 
-void TXTPointReader::loadMetadata(Metadata&, bool) const
-{}
-
 double TXTPointReader::getTotalWork(const Bounds&, double) const
 {
     return m_extent.lines;
@@ -204,6 +203,8 @@ double TXTPointReader::getTotalWork(const Bounds&, double) const
 PointIterator* TXTPointReader::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                               ProgressDelegate* delegate) const
 {
+    if (!m_io)
+        QM_THROW(ErrorCode::InvalidArgument, "io is NULL");
     Scoped<TXTPointIterator> iterator(TXTPointIterator::create());
     iterator->init(m_io.get(), m_name, m_options, bounds, fraction, layout, delegate);
     return iterator.detach();

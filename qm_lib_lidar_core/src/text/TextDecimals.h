@@ -1,7 +1,7 @@
-// How many decimals the samples of a floating-point channel have, as a metadata record. Text output normally
-// takes the number from the quantization of a channel. Decimals that no step restores exactly are stored with
-// another step, or as they are, and would be printed with all their digits: 411.189999999999998. With this
-// record they are printed as they were read, 411.190. Programs that do not know the record ignore it.
+// A metadata record with the number of decimals of a floating-point channel. Text output normally derives it
+// from the quantization of the channel. Decimals that no quantization restores exactly are encoded in another
+// way and would be printed with all their digits: 411.189999999999998. With this record they are printed as
+// they were read, 411.190. Programs that do not know the record ignore it.
 #pragma once
 
 #include <vxunpack/Metadata.h>
@@ -11,7 +11,7 @@
 
 namespace Quillmoran::TextDecimals {
 
-inline constexpr int most = 12;
+inline constexpr int most = 12; // decimals
 
 // One record per channel: the key "TextDecimals", the channel as description, the number as value.
 void add(Metadata& metadata, const char* channel, int decimals);

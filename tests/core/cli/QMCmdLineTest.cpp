@@ -25,7 +25,7 @@ struct Exit
     throw Exit{status};
 }
 
-// For handlers that return: the statuses they were called with.
+// The statuses of handlers that return.
 std::vector<int> recordedExits;
 
 void recordExit(int status)
@@ -35,7 +35,7 @@ void recordExit(int status)
 
 struct Outcome
 {
-    int status = noExit; // of the exit handler that threw
+    int status = noExit; // of the exit handler, which threw
     std::string out;
     std::string err;
 };
@@ -245,7 +245,7 @@ TEST(QMCmdLine, RepeatableOptionsCollectAndFixedOnesReplace)
     EXPECT_EQ(std::vector<int>(numbers, numbers + count), (std::vector<int>{-3, -4}));
 }
 
-TEST(QMCmdLine, ExtraOptionTakesThePositionalArguments)
+TEST(QMCmdLine, ExtraOptionGetsThePositionalArguments)
 {
     Tool swallowing;
     declareOneOfEachShape(swallowing);
@@ -266,7 +266,7 @@ TEST(QMCmdLine, ExtraOptionTakesThePositionalArguments)
     EXPECT_TRUE(collecting.getFlag("f"));
 }
 
-TEST(QMCmdLine, RefusesMissingAndSurplusArguments)
+TEST(QMCmdLine, RejectsMissingAndSurplusArguments)
 {
     const std::vector<std::pair<std::vector<const char*>, std::string>> cases = {
         {{"-n", "1", "-u", "2"}, "required inputs argument(s) not present"},
@@ -288,9 +288,9 @@ TEST(QMCmdLine, RefusesMissingAndSurplusArguments)
     EXPECT_EQ(parse(noExtra, {"a", "b"}).err, usageError("extra arguments found (a ...)"));
 }
 
-TEST(QMCmdLine, StaysUsableWhenTheExitHandlerReturnsFromAUsageError)
+TEST(QMCmdLine, StaysUsableIfTheExitHandlerReturns)
 {
-    // As switch and as receiver of positionals: the parser must neither loop nor read past argv.
+    // As a switch and as the extra option: the parser must neither loop nor read past argv.
     for (const bool asSwitch : {true, false}) {
         Tool cmdLine;
         cmdLine.setExitHandler(recordExit);
@@ -310,7 +310,7 @@ TEST(QMCmdLine, StaysUsableWhenTheExitHandlerReturnsFromAUsageError)
     EXPECT_EQ(recordedExits, (std::vector<int>{1, 0, 1}));
 }
 
-TEST(QMCmdLine, QueryErrorsAnswerNothingWhenTheExitHandlerReturns)
+TEST(QMCmdLine, FailedGettersReturnNothingIfTheExitHandlerReturns)
 {
     Tool cmdLine;
     cmdLine.setExitHandler(recordExit);
@@ -347,7 +347,7 @@ TEST(QMCmdLine, QueryErrorsAnswerNothingWhenTheExitHandlerReturns)
     EXPECT_EQ(count, 0u);
 }
 
-TEST(QMCmdLine, RefusesFaultyDeclarations)
+TEST(QMCmdLine, RejectsInvalidDeclarations)
 {
     using Declare = void (*)(QMCmdLine&);
     const std::vector<std::pair<Declare, std::string>> cases = {
@@ -369,7 +369,7 @@ TEST(QMCmdLine, RefusesFaultyDeclarations)
         cmdLine.setExitHandler(recordExit);
         capture([&, declare = declare] {
             declare(cmdLine);
-            cmdLine.showLongUsageMessage("nothing"); // compares with every name there is
+            cmdLine.showLongUsageMessage("nothing"); // compares with all names
         });
         EXPECT_EQ(recordedExits, std::vector<int>{1}) << message;
     }
@@ -390,7 +390,7 @@ TEST(QMCmdLineDeathTest, ConstructorExitsWhenATextIsMissing)
     EXPECT_EXIT(QMCmdLine("tool", "s", nullptr, true), exitedWithOne, "app long desc not set \\(QMC");
 }
 
-TEST(QMCmdLine, BoolIsDecidedByTheFirstLetter)
+TEST(QMCmdLine, OnlyTheFirstLetterOfABoolCounts)
 {
     const Tool cmdLine;
     for (const char* text : {"true", "T", "tr", "tomorrow", ""})
@@ -402,7 +402,7 @@ TEST(QMCmdLine, BoolIsDecidedByTheFirstLetter)
                   usageError(std::string("expected bool argument (got ") + text + ")"));
 }
 
-TEST(QMCmdLine, NumbersAreReadAsFarAsTheyGo)
+TEST(QMCmdLine, NumbersEndAtTheFirstOtherCharacter)
 {
     EXPECT_EQ(QMCmdLine::toSint("-12abc"), -12);
     EXPECT_EQ(QMCmdLine::toSint("0x10"), 0);
@@ -450,10 +450,10 @@ TEST(QMCmdLine, StrictNumbersAreReadCompletely)
             EXPECT_TRUE(isRefused(option, text)) << option << " '" << text << "'";
 }
 
-TEST(QMCmdLine, OutOfMemoryLeavesAsUtilExceptionWithCodeEight)
+TEST(QMCmdLine, OutOfMemoryIsAUtilExceptionWithCodeEight)
 {
     Tool cmdLine;
-    cmdLine.setExitHandler([](int) { throw std::bad_alloc(); }); // stands for a failing allocation
+    cmdLine.setExitHandler([](int) { throw std::bad_alloc(); }); // instead of a failing allocation
     const char* const argv[] = {"program", "-x"};
     const auto codeOf = [](const std::function<void()>& body) {
         int code = 0;

@@ -61,8 +61,8 @@ TEST_F(PartialFileTest, KeepsTheOldFileUntilTheNewOneIsComplete)
     EXPECT_TRUE(directory.isEmpty());
 }
 
-// From the beginning, so that nobody can open what they may not read.
-TEST_F(PartialFileTest, HasTheOwnerAndPermissionsOfTheOldFile)
+// From its creation on, so that no other user can open it.
+TEST_F(PartialFileTest, CopiesOwnerAndPermissionsOfTheOldFile)
 {
     const mode_t mask = umask(027);
     EXPECT_EQ(permissionsOf(PartialFile(path.c_str()).path().c_str()), 0640u) << "of a new file";
@@ -74,7 +74,7 @@ TEST_F(PartialFileTest, HasTheOwnerAndPermissionsOfTheOldFile)
     for (const auto& each : cases) {
         writeFile(path, std::string("old"));
         if (each.group >= 0 && chown(path.c_str(), 4321, static_cast<gid_t>(each.group)) != 0)
-            continue; // for root alone
+            continue; // only root may do so
         fs::permissions(path, fs::perms(each.permissions));
         struct stat before, after;
         ASSERT_EQ(stat(path.c_str(), &before), 0);
@@ -90,7 +90,7 @@ TEST_F(PartialFileTest, HasTheOwnerAndPermissionsOfTheOldFile)
     umask(mask);
 }
 
-TEST_F(PartialFileTest, IsNotWrittenThroughALinkThatTakesItsPlace)
+TEST_F(PartialFileTest, IsNotWrittenThroughALinkWithItsTemporaryName)
 {
     const std::string victim = directory / "victim";
     writeFile(victim, std::string("precious"));
@@ -115,7 +115,7 @@ TEST_F(PartialFileTest, IsNeverSharedByTwoWriters)
     EXPECT_EQ(countFiles(), 1u);
 }
 
-TEST_F(PartialFileTest, ReplacesWhatALinkLeadsTo)
+TEST_F(PartialFileTest, ReplacesTheTargetOfALink)
 {
     fs::create_directory(directory / "there");
     const std::string target = directory / "there/target";
@@ -133,7 +133,7 @@ TEST_F(PartialFileTest, ReplacesWhatALinkLeadsTo)
               std::strerror(ELOOP) + (" path = " + (directory / "loop")));
 }
 
-TEST_F(PartialFileTest, TakesNamesAsLongAsTheSystem)
+TEST_F(PartialFileTest, AcceptsTheLongestNames)
 {
     const std::string longest = directory / std::string(255, 'n');
     PartialFile file(longest.c_str());
@@ -142,7 +142,7 @@ TEST_F(PartialFileTest, TakesNamesAsLongAsTheSystem)
     EXPECT_EQ(readFile(longest), "content");
 }
 
-TEST_F(PartialFileTest, WritesDevicesDirectlyAndRefusesDirectories)
+TEST_F(PartialFileTest, WritesDevicesDirectlyAndRejectsDirectories)
 {
     PartialFile device("/dev/null");
     EXPECT_STREQ(device.path().c_str(), "/dev/null");

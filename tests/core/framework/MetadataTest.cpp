@@ -34,19 +34,19 @@ std::string dumped(const Metadata& metadata)
 
 std::string written(const Metadata& metadata)
 {
-    const Scoped<ByteStore> store(ByteStore::create());
+    const Scoped<ByteStore> bytesIO(ByteStore::create());
     StreamWriter writer;
-    writer.init(store.get(), true, 64);
+    writer.init(bytesIO.get(), true, 64);
     metadata.write(writer);
     writer.close(true);
-    return store->text();
+    return bytesIO->text();
 }
 
 void read(Metadata& metadata, const std::string& bytes)
 {
-    const Scoped<ByteStore> store(ByteStore::create({bytes.begin(), bytes.end()}));
+    const Scoped<ByteStore> bytesIO(ByteStore::create({bytes.begin(), bytes.end()}));
     StreamReader reader;
-    reader.init(store.get(), true, 64);
+    reader.init(bytesIO.get(), true, 64);
     metadata.read(reader);
 }
 
@@ -71,11 +71,11 @@ std::string block(const std::string& bytes)
 
 constexpr double reals[] = {1.0, -2.5, std::numeric_limits<double>::infinity()};
 
-// Records of all types, as calls, as a file and as text.
+// The same records of all types as calls, as a file and as text.
 Metadata everyType()
 {
     Metadata metadata;
-    metadata.add("text", "a description", METADATA_STRING, "value", 1); // a string's length is found out
+    metadata.add("text", "a description", METADATA_STRING, "value", 1); // the length of a string is ignored
     metadata.add("empty", "", METADATA_STRING, "", 99);
     metadata.add("blob", nullptr, METADATA_BLOB, "a\0b\xFF", 4);
     metadata.add("reals", "three", METADATA_FLOAT64_ARRAY, reals, 3);
@@ -96,7 +96,7 @@ const std::string everyTypeText = "   text (a description):\n      'value'\n"
                                   "   reals (three):\n      { 1.000000 -2.500000 inf }\n"
                                   "   other:\n";
 
-TEST(Metadata, WritesBigEndianBlocksBehindTheirLengths)
+TEST(Metadata, WritesBigEndianBlocksAfterTheirLengths)
 {
     EXPECT_EQ(written(everyType()), everyTypeFile);
 }
@@ -116,7 +116,7 @@ TEST(Metadata, AppendsExactlyWhatItReads)
     EXPECT_EQ(written(metadata), everyTypeFile);
 }
 
-TEST(Metadata, NamesTheFieldInWhichAFileEnds)
+TEST(Metadata, NamesTheTruncatedField)
 {
     const std::pair<std::string, const char*> fields[] = {
         {number(0, 4), "version"},  {number(2, 4), "numRecords"},         {number(4, 4), "key length"},
@@ -138,7 +138,7 @@ TEST(Metadata, FailsAtEveryTruncatedLengthAndForAnotherVersion)
     EXPECT_EQ(readError(number(1, 4)), "unsupported version");
 }
 
-TEST(Metadata, AllocatesNothingForBytesThatAreNotThere)
+TEST(Metadata, DoesNotAllocateForMissingBytes)
 {
     const auto peakKilobytes = [] {
         rusage usage;
@@ -157,7 +157,7 @@ TEST(Metadata, AllocatesNothingForBytesThatAreNotThere)
     EXPECT_LT(peakKilobytes() - before, 200 * 1024);
 }
 
-TEST(Metadata, EndsTextsAndArraysThatAFileLeftUnfinished)
+TEST(Metadata, TerminatesTextsAndTruncatesArraysOfFiles)
 {
     Metadata metadata;
     read(metadata, number(0, 4) + number(3, 4) + block("key") + block("text") + number(1, 2) +
@@ -189,12 +189,12 @@ TEST(Metadata, FindsAndRemovesTheFirstRecordOfAKey)
               "metadata value not given");
 }
 
-TEST(Metadata, ReportsAFullStore)
+TEST(Metadata, ReportsAFullFile)
 {
-    const Scoped<ByteStore> store(ByteStore::create());
-    store->setCapacity(60);
+    const Scoped<ByteStore> bytesIO(ByteStore::create());
+    bytesIO->setCapacity(60);
     StreamWriter writer;
-    writer.init(store.get(), true, 4);
+    writer.init(bytesIO.get(), true, 4);
     Metadata metadata;
     metadata.add("k", nullptr, METADATA_BLOB, std::string(100, 'x').c_str(), 100);
     EXPECT_EQ(errorOf(40009, [&] { metadata.write(writer); }), "bad write -- value data");

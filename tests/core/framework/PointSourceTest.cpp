@@ -3,12 +3,16 @@
 #include "support/MemoryPointSource.h"
 #include "support/Random.h"
 #include <vxunpack/PointSource.h>
+#include <vxunpack/PointWriter.h>
 #include <vxunpack/ProgressDelegate.h>
+#include <vxunpack/TXTPointReader.h>
+#include <vxunpack/TXTPointWriter.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <vector>
 
@@ -38,6 +42,46 @@ Scoped<MemoryPointSource> pointsOnALine(int count)
     return MemoryPointSource::make(layoutXYZ(), {x, zeros, zeros});
 }
 
+// A minimal source: the points (i, 2i, 3i) for i from 0 to 9.
+class TenPoints final : public PointSource
+{
+public:
+    const PointInfo& getPointInfo() const override { return m_layout; }
+    PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
+                                  ProgressDelegate* delegate) const override
+    {
+        return new Iterator(bounds, fraction, layout, delegate);
+    }
+
+private:
+    class Iterator final : public PointIterator
+    {
+    public:
+        Iterator(const Bounds& bounds, double fraction, const PointInfo& layout, ProgressDelegate* delegate)
+        {
+            init(bounds, fraction, layout, delegate);
+        }
+        std::size_t getNextPoints(PointData& buffer) override
+        {
+            std::size_t count = 0;
+            for (; m_next < 10 && count < buffer.getNumSamples(); ++m_next) {
+                if (!isWanted(m_next, 2.0 * m_next, 3.0 * m_next) || !sample())
+                    continue;
+                buffer.getX()[count] = m_next;
+                buffer.getY()[count] = 2.0 * m_next;
+                buffer.getZ()[count] = 3.0 * m_next;
+                ++count;
+            }
+            return count;
+        }
+
+    private:
+        int m_next = 0;
+    };
+
+    PointInfo m_layout = layoutXYZ();
+};
+
 // The x of all points of a query.
 Numbers query(const PointSource& source, const Bounds& bounds, double fraction,
               const PointInfo& layout = layoutXYZ())
@@ -51,7 +95,51 @@ Numbers query(const PointSource& source, const Bounds& bounds, double fraction,
     return all;
 }
 
-TEST(PointIterator, TakesEveryNthPointOfTheBox)
+TEST(PointSource, NeedsOnlyALayoutAndAnIterator)
+{
+    const Scoped<TenPoints> source(new TenPoints);
+    EXPECT_EQ(query(*source, {{0, 8}, {0, 100}, {6, 100}}, 0.5), (Numbers{2, 4, 6, 8}));
+    EXPECT_EQ(source->getNumPoints(), PointSource::unknownNumPoints);
+    EXPECT_EQ(source->getBounds(), Bounds::Huge());
+    EXPECT_EQ(source->estimatePoints({{0, 1}, {0, 1}, {0, 1}}, 1), 0);
+    const Scoped<TXTPointWriter> writer(TXTPointWriter::create());
+    writer->init(source.get(), "/dev/null", "xyz");
+    EXPECT_EQ(writer->write(Bounds::Huge(), 0.5, layoutXYZ(), nullptr), 5);
+    EXPECT_EQ(writer->getScale()[2], 0.001);
+    EXPECT_EQ(writer->getOffset()[2], 0);
+}
+
+TEST(PointSource, IsRefusedBeforeInit)
+{
+    struct Filter final : PointFilter
+    {};
+    const Scoped<Filter> filter(new Filter);
+    const Scoped<TXTPointReader> reader(TXTPointReader::create());
+    const Scoped<TXTPointWriter> text(TXTPointWriter::create()), noOutput(TXTPointWriter::create());
+    const Scoped<NULLPointWriter> null(NULLPointWriter::create());
+    const Scoped<TenPoints> source(new TenPoints);
+    noOutput->init(source.get(), static_cast<IO*>(nullptr), "xyz");
+    const Bounds& all = Bounds::Huge();
+    const PointInfo xyz = layoutXYZ();
+    const std::pair<const char*, std::function<void()>> cases[] = {
+        {"the filter has no source", [&] { filter->getPointInfo(); }},
+        {"the filter has no source", [&] { filter->createIterator(all, 1, xyz, nullptr); }},
+        {"source is NULL", [&] { filter->init(nullptr); }},
+        {"io is NULL", [&] { reader->createIterator(all, 1, xyz, nullptr); }},
+        {"io is NULL", [&] { reader->getBounds(); }},
+        {"path not given", [&] { reader->init(static_cast<const char*>(nullptr), "xyz", 0, true); }},
+        {"the writer has no source", [&] { text->write(all, 1, xyz, nullptr); }},
+        {"the writer has no source", [&] { text->setQuantization(nullptr, nullptr); }},
+        {"source is NULL", [&] { text->init(nullptr, "file", "xyz"); }},
+        {"path not given", [&] { text->init(source.get(), static_cast<const char*>(nullptr), "xyz"); }},
+        {"io is NULL", [&] { noOutput->write(all, 1, xyz, nullptr); }},
+        {"the writer has no source", [&] { null->write(all, 1, xyz, nullptr); }},
+    };
+    for (const auto& [message, call] : cases)
+        EXPECT_EQ(errorOf(40007, call), message);
+}
+
+TEST(PointIterator, SelectsEveryNthPointOfTheBox)
 {
     const auto source = pointsOnALine(30);
     for (const int n : {1, 2, 3, 4, 5, 10})
@@ -59,23 +147,23 @@ TEST(PointIterator, TakesEveryNthPointOfTheBox)
     EXPECT_EQ(query(*source, {{5, 14}, {0, 0}, {0, 0}}, 0.5), (Numbers{5, 7, 9, 11, 13}));
 }
 
-TEST(PointIterator, TakesAllOrNothingOutsideOfTheUnitRange)
+TEST(PointIterator, SelectsAllOrNothingOutsideTheUnitRange)
 {
     const auto source = pointsOnALine(20);
     for (const double fraction : {0.0, -0.5, nan, 1.5, infinity})
         EXPECT_EQ(query(*source, Bounds::Huge(), fraction), every(1, fraction > 1 ? 20 : 0)) << fraction;
 }
 
-TEST(PointIterator, SpreadsTheShareThatItTakes)
+TEST(PointIterator, SelectsAnEvenSample)
 {
     const auto source = pointsOnALine(1000);
     Testing::Random random(5);
     for (int round = 0; round < 50; ++round) {
         const double fraction = random.real();
-        const Numbers taken = query(*source, Bounds::Huge(), fraction);
-        ASSERT_NEAR(static_cast<double>(taken.size()), 1000 * fraction, 1) << fraction;
-        for (std::size_t i = 0; i < taken.size(); ++i)
-            ASSERT_NEAR(taken[i], static_cast<double>(i) / fraction, 1) << fraction;
+        const Numbers selected = query(*source, Bounds::Huge(), fraction);
+        ASSERT_NEAR(static_cast<double>(selected.size()), 1000 * fraction, 1) << fraction;
+        for (std::size_t i = 0; i < selected.size(); ++i)
+            ASSERT_NEAR(selected[i], static_cast<double>(i) / fraction, 1) << fraction;
     }
 }
 
@@ -105,7 +193,7 @@ Numbers readInto(const PointSource& source, std::size_t capacity, std::size_t ex
     return {buffer.getX(), buffer.getX() + capacity};
 }
 
-TEST(PointSourceRead, FillsTheBufferWithAnEvenShareOfTheBox)
+TEST(PointSourceRead, FillsTheBufferWithAnEvenSampleOfTheBox)
 {
     const auto source = pointsOnALine(100);
     EXPECT_EQ(readInto(*source, 100, 100), every(1, 100));
@@ -127,7 +215,7 @@ TEST(PointSourceRead, MergesAllPointsWhenTheirNumberIsUnknown)
     EXPECT_NEAR(held[20], 500, 200);
 }
 
-// Cancels after `polls` questions.
+// Cancels after `polls` calls.
 class Canceller final : public ProgressDelegate
 {
 public:
@@ -143,7 +231,7 @@ TEST(PointSourceRead, StopsWhenCancelled)
 {
     const auto source = pointsOnALine(100);
     source->setNumPoints(PointSource::unknownNumPoints);
-    // Asked after the first block and before each of the three that are merged.
+    // Called after the first block and before each of the three that are merged.
     for (const int polls : {0, 1, 3, 4}) {
         Canceller delegate(polls);
         const auto read = [&] { readInto(*source, 25, 100, Bounds::Huge(), &delegate); };

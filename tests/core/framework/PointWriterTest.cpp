@@ -20,19 +20,19 @@ using Testing::MemoryPointSource;
 using Numbers = std::vector<double>;
 using Strings = std::vector<std::string>;
 
-// Notes what it is asked to write.
-class NotingWriter final : public SimplePointWriter
+// Records the calls that it gets.
+class RecordingWriter final : public SimplePointWriter
 {
 public:
-    static Scoped<NotingWriter> make(PointSource& source)
+    static Scoped<RecordingWriter> make(PointSource& source)
     {
-        Scoped<NotingWriter> writer(new NotingWriter);
+        Scoped<RecordingWriter> writer(new RecordingWriter);
         writer->init(&source);
         return writer;
     }
 
-    std::string unsupported; // a channel that the format lacks
-    bool tellsDropped = true;
+    std::string unsupported; // a channel that the format does not support
+    bool warnsOfDropped = true;
     std::string failsIn; // the call that throws
     Strings calls;
     Bounds bounds;
@@ -42,26 +42,26 @@ public:
         for (std::size_t i = 0; i < wanted.getNumChannels(); ++i)
             if (wanted.getChannel(i).getName() != unsupported)
                 supported.append(wanted.getChannel(i));
-        return tellsDropped;
+        return warnsOfDropped;
     }
 
 protected:
-    void writeBegin(const PointInfo& layout) override { note("begin", layout.getNumChannels()); }
+    void writeBegin(const PointInfo& layout) override { record("begin", layout.getNumChannels()); }
     void writePoints(const PointData&, std::size_t count, ProgressDelegate* delegate) override
     {
-        note("points", count);
+        record("points", count);
         if (delegate)
-            delegate->updateCompleted(static_cast<double>(count), "noting");
+            delegate->updateCompleted(static_cast<double>(count), "writing");
     }
     void writeEnd(std::int64_t count, const Bounds& written) override
     {
         bounds = written;
-        note("end", static_cast<std::size_t>(count));
+        record("end", static_cast<std::size_t>(count));
     }
     void writeAborted() noexcept override { calls.push_back("aborted"); }
 
 private:
-    void note(const std::string& call, std::size_t number)
+    void record(const std::string& call, std::size_t number)
     {
         calls.push_back(call + ' ' + std::to_string(number));
         if (call == failsIn)
@@ -92,7 +92,7 @@ Scoped<MemoryPointSource> tenPoints()
 TEST(SimplePointWriter, WritesBlocksBetweenBeginAndEnd)
 {
     const auto source = tenPoints();
-    const auto writer = NotingWriter::make(*source);
+    const auto writer = RecordingWriter::make(*source);
     writer->setChunckSize(4);
     EXPECT_EQ(writer->write(Bounds::Huge(), 1, layout, nullptr), 10);
     EXPECT_EQ(writer->calls, (Strings{"begin 4", "points 4", "points 4", "points 2", "end 10"}));
@@ -102,7 +102,7 @@ TEST(SimplePointWriter, WritesBlocksBetweenBeginAndEnd)
     EXPECT_EQ(writer->bounds, Bounds());
 }
 
-TEST(SimplePointWriter, FindsTheBoundsOfWhatItWrote)
+TEST(SimplePointWriter, FindsTheBoundsOfTheWrittenPoints)
 {
     for (std::size_t count = 2; count < 10; ++count)
         for (std::size_t place = 0; place < count; ++place) {
@@ -110,32 +110,32 @@ TEST(SimplePointWriter, FindsTheBoundsOfWhatItWrote)
             x[place] = -5;
             y[place] = 5;
             const auto source = MemoryPointSource::make(layoutXYZ(), {x, y, z});
-            const auto writer = NotingWriter::make(*source);
+            const auto writer = RecordingWriter::make(*source);
             writer->setChunckSize(6);
             writer->write(Bounds::Huge(), 1, layoutXYZ(), nullptr);
             EXPECT_EQ(writer->bounds, (Bounds{{-5, 1}, {1, 5}, {1, 1}})) << place << " of " << count;
         }
 }
 
-TEST(SimplePointWriter, WarnsOfChannelsThatTheFormatDrops)
+TEST(SimplePointWriter, WarnsOfUnsupportedChannels)
 {
     const auto source = tenPoints();
-    const auto writer = NotingWriter::make(*source);
+    const auto writer = RecordingWriter::make(*source);
     Listener listener;
     writer->unsupported = "Intensity";
     writer->write(Bounds::Huge(), 1, layout, nullptr);
     EXPECT_EQ(writer->calls[0], "begin 3");
     writer->write(Bounds::Huge(), 1, layout, &listener);
     EXPECT_EQ(listener.warnings, Strings{"the output format does not support channel 'Intensity'"});
-    writer->tellsDropped = false;
+    writer->warnsOfDropped = false;
     writer->write(Bounds::Huge(), 1, layout, &listener);
     EXPECT_EQ(listener.warnings.size(), 1u);
 }
 
-TEST(SimplePointWriter, LeavesNothingToAbortWhenItCouldNotBegin)
+TEST(SimplePointWriter, DoesNotAbortWhatItDidNotBegin)
 {
     const auto source = tenPoints();
-    const auto writer = NotingWriter::make(*source);
+    const auto writer = RecordingWriter::make(*source);
     const PointInfo unknown = layoutXYZ({channel("Red", UINT16)});
     EXPECT_EQ(errorOf(40012, [&] { writer->write(Bounds::Huge(), 1, unknown, nullptr); }),
               "requesting channel not in the source");
@@ -148,7 +148,7 @@ TEST(SimplePointWriter, AbortsWhatItBegan)
 {
     for (const std::string failing : {"begin", "points", "end", "iterator"}) {
         const auto source = tenPoints();
-        const auto writer = NotingWriter::make(*source);
+        const auto writer = RecordingWriter::make(*source);
         writer->failsIn = failing;
         if (failing == "iterator")
             source->failAt(9);
@@ -157,12 +157,12 @@ TEST(SimplePointWriter, AbortsWhatItBegan)
     }
 }
 
-TEST(SimplePointWriter, AddsItsOwnShareToTheWorkOfTheSource)
+TEST(SimplePointWriter, AddsItsWorkToThatOfTheSource)
 {
-    const auto source = tenPoints(); // whose own work is 10 for any query
+    const auto source = tenPoints(); // whose work is 10 for any query
     const auto progressOf = [&](const Bounds& bounds, double fraction) {
         Listener listener;
-        NotingWriter::make(*source)->write(bounds, fraction, layout, &listener);
+        RecordingWriter::make(*source)->write(bounds, fraction, layout, &listener);
         return listener.progress;
     };
     EXPECT_EQ(progressOf({{-1, 4.5}, {-1, 10}, {-1, 10}}, 1), 5 / (10 + 5.0));
@@ -171,7 +171,7 @@ TEST(SimplePointWriter, AddsItsOwnShareToTheWorkOfTheSource)
     EXPECT_EQ(progressOf(Bounds::Huge(), 1), 10 / (10 + 10.0));
 }
 
-TEST(SimplePointWriter, TakesStepsAndCornerOfTheSourceByDefault)
+TEST(SimplePointWriter, UsesStepsAndCornerOfTheSourceByDefault)
 {
     PointInfo stepped = layoutXYZ();
     stepped.getChannel("X")->setQuantization(0.01);
@@ -181,19 +181,19 @@ TEST(SimplePointWriter, TakesStepsAndCornerOfTheSourceByDefault)
         EXPECT_EQ(Numbers(writer.getScale(), writer.getScale() + 3), scale);
         EXPECT_EQ(Numbers(writer.getOffset(), writer.getOffset() + 3), offset);
     };
-    const auto writer = NotingWriter::make(*source);
+    const auto writer = RecordingWriter::make(*source);
     expectQuantization(*writer, {0.01, 0.001, 0.001}, {5, -7, 1});
     const double scale[] = {1, 2, 3}, offset[] = {4, 5, 6};
     writer->setQuantization(scale, nullptr);
     expectQuantization(*writer, {1, 2, 3}, {5, -7, 1});
-    const double partial[] = {1, 0, 3}; // as good as none
+    const double partial[] = {1, 0, 3}; // the same as none
     source->setQuantization(partial, offset);
-    expectQuantization(*NotingWriter::make(*source), {0.01, 0.001, 0.001}, {5, -7, 1});
+    expectQuantization(*RecordingWriter::make(*source), {0.01, 0.001, 0.001}, {5, -7, 1});
     source->setQuantization(scale, offset);
-    expectQuantization(*NotingWriter::make(*source), {1, 2, 3}, {4, 5, 6});
+    expectQuantization(*RecordingWriter::make(*source), {1, 2, 3}, {4, 5, 6});
 }
 
-TEST(PointWriter, DropsRecordsThatTheQueryMakesUntrue)
+TEST(PointWriter, DropsRecordsThatDoNotApplyToTheQuery)
 {
     const auto source = tenPoints();
     for (const char* key : {"LAS_BoundingBox", "Other", "PointRecordsByReturnCount"})
@@ -211,7 +211,7 @@ TEST(PointWriter, DropsRecordsThatTheQueryMakesUntrue)
                  {{{0.1, 9}, all.y, all.z}, 1, false, false},
                  {{{20, 30}, all.y, all.z}, 0.5, false, false}};
     for (const auto& each : cases) {
-        const auto writer = NotingWriter::make(*source);
+        const auto writer = RecordingWriter::make(*source);
         writer->write(each.box, each.fraction, layout, nullptr);
         const Metadata& kept = writer->getMetadata();
         EXPECT_EQ(kept.has("LAS_BoundingBox"), each.keepsBox) << each.box.x.min << ' ' << each.fraction;
@@ -220,7 +220,7 @@ TEST(PointWriter, DropsRecordsThatTheQueryMakesUntrue)
     }
 }
 
-TEST(NULLPointWriter, PullsAndCounts)
+TEST(NULLPointWriter, ReadsAndCounts)
 {
     const auto source = tenPoints();
     const Scoped<NULLPointWriter> writer(NULLPointWriter::create());
@@ -230,7 +230,7 @@ TEST(NULLPointWriter, PullsAndCounts)
     EXPECT_EQ(writer->write(Bounds::Huge(), 1, layout, &listener), 10);
     EXPECT_EQ(writer->write({{2, 4}, {0, 9}, {0, 9}}, 1, layout, nullptr), 3);
     listener.updateCompleted(5, "");
-    EXPECT_EQ(listener.progress, 0.5); // of the source's work alone
+    EXPECT_EQ(listener.progress, 0.5); // only the work of the source
 }
 
 } // namespace

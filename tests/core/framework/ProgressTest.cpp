@@ -49,7 +49,7 @@ TEST(ProgressDelegate, CountsUpToItsTotal)
                   " 7%\n");
 }
 
-// Signals come in child processes, since a cancelled process stays so. A body tells whether all went well.
+// Signals are sent in child processes, since the cancellation of a process is final. A body returns success.
 void expectInChild(const std::function<bool()>& body, const char* standardError)
 {
     EXPECT_EXIT(_exit(body() ? 0 : 1), testing::ExitedWithCode(0), standardError);
@@ -57,13 +57,13 @@ void expectInChild(const std::function<bool()>& body, const char* standardError)
 
 #define NOTICE "\nInterrupt detected\\.  Shutting down application\\.\\.\\.\n"
 
-TEST(PercentProgressDelegateDeathTest, EverySignalCancelsAllDelegatesFromThenOnWithOneNotice)
+TEST(PercentProgressDelegateDeathTest, EverySignalCancelsAllDelegatesAndPrintsOneNotice)
 {
     for (const int number : cancellingSignals)
         expectInChild(
             [number] {
                 auto first = std::make_unique<PercentProgressDelegate>();
-                first->setCancelled(true); // which stays its own affair
+                first->setCancelled(true); // which has no effect on the others
                 const bool before = PercentProgressDelegate().getCancelled();
                 raise(number);
                 first.reset();
@@ -72,8 +72,8 @@ TEST(PercentProgressDelegateDeathTest, EverySignalCancelsAllDelegatesFromThenOnW
             "^" NOTICE "$");
 }
 
-// Those that would end the process; a signal that is ignored or handled stays so.
-TEST(PercentProgressDelegateDeathTest, OtherSignalsThatEndAProcessCancel)
+// Only signals that would terminate the process; the action of an ignored or handled signal is not changed.
+TEST(PercentProgressDelegateDeathTest, OtherTerminatingSignalsCancel)
 {
     for (const int number : {SIGUSR1, SIGUSR2, SIGALRM, SIGVTALRM, SIGPROF, SIGXCPU, SIGIO, SIGPWR, SIGSTKFLT,
                              SIGRTMIN, SIGRTMAX}) {
@@ -92,7 +92,7 @@ TEST(PercentProgressDelegateDeathTest, OtherSignalsThatEndAProcessCancel)
     }
 }
 
-TEST(PercentProgressDelegateDeathTest, GivesTheSignalsBackWithTheLastDelegate)
+TEST(PercentProgressDelegateDeathTest, RestoresTheActionsWithTheLastDelegate)
 {
     const auto ignoresAll = [] {
         for (const int number : cancellingSignals)
@@ -115,7 +115,7 @@ TEST(PercentProgressDelegateDeathTest, GivesTheSignalsBackWithTheLastDelegate)
     expectInChild(body, "^" NOTICE NOTICE NOTICE NOTICE "$");
 }
 
-TEST(PercentProgressDelegateDeathTest, LeavesErrnoToTheInterruptedCode)
+TEST(PercentProgressDelegateDeathTest, KeepsErrnoOfTheInterruptedCode)
 {
     const auto body = [] {
         PercentProgressDelegate delegate;

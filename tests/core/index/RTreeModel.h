@@ -1,5 +1,5 @@
-// What the tests of the R-trees share: hand-made files, trees written to a temporary file and opened from it,
-// and random boxes with a linear scan over them as the model of every query.
+// Helpers of the R-tree tests: hand-made files, trees that are written to a temporary file and opened again,
+// and random boxes with a linear scan as the model of queries.
 #pragma once
 
 #include "index/DiskRTree.h"
@@ -109,7 +109,7 @@ inline std::string errorOf(const std::function<void()>& body)
     return "none";
 }
 
-// What is left of a walk; the query is nothing, a box or a point.
+// The remaining values of an iterator; the query is nothing, a box or a point.
 template <class... Query>
 Values rest(RTree::Iterator& iterator, const Query&... query)
 {
@@ -133,7 +133,7 @@ struct Entry
     std::int64_t value;
 };
 
-// The model: each side of each box is moved outwards by `margin`.
+// The linear scan, with each box enlarged by `margin` on all sides.
 inline Values scan(const std::vector<Entry>& entries, const Bounds& query, double margin = 0)
 {
     const auto meets = [&](const Bounds::Range& a, const Bounds::Range& b) {
@@ -147,7 +147,7 @@ inline Values scan(const std::vector<Entry>& entries, const Bounds& query, doubl
     return values;
 }
 
-// On whole numbers with lengths from 0, so that faces touch, boxes are flat or points, and some are equal.
+// With integer coordinates and lengths from 0: some touch, are flat, points or equal.
 inline Bounds randomBox(Random& random, std::uint64_t space)
 {
     Bounds box;

@@ -33,8 +33,8 @@ void expectScan(const RTree& tree, const std::vector<Entry>& entries, std::uint6
         EXPECT_EQ(tree.getBounds(), all);
 }
 
-// Both trees at once: on whole numbers the grid of the disk form loses nothing.
-TEST(RTree, ReturnsWhatALinearScanFinds)
+// Tests both trees: the grid of the disk form represents integers exactly.
+TEST(RTree, AgreesWithALinearScan)
 {
     for (const std::size_t count : {0u, 1u, 10u, 11u, 100u, 5000u})
         for (const std::uint64_t space : {1u, 20u, 1000u}) {
@@ -44,7 +44,7 @@ TEST(RTree, ReturnsWhatALinearScanFinds)
             EXPECT_TRUE(memory->checkBounds());
             expectScan(*memory, entries, space);
 
-            // Something before the tree and behind it: child positions count from the start of the file.
+            // With bytes before and after the tree, since positions count from the start of the file.
             Bytes bytes = saved(*memory, {0.25, 0.5, 1}, 100);
             const auto end = static_cast<std::int64_t>(bytes.size());
             bytes.resize(bytes.size() + 50, 0xEE);
@@ -79,7 +79,7 @@ TEST(RTree, IteratorsOutliveTheirTreeAndRewind)
     }
 }
 
-TEST(MemoryRTree, StaysShallowAndCompleteWhateverTheBoxes)
+TEST(MemoryRTree, StaysShallowAndCompleteForAllBoxes)
 {
     constexpr std::size_t count = 100000;
     const Bounds kinds[] = {{{1, 1}, {2, 2}, {3, 3}},
@@ -95,7 +95,7 @@ TEST(MemoryRTree, StaysShallowAndCompleteWhateverTheBoxes)
             tree->insert(kinds[kind < std::size(kinds) ? kind : i % std::size(kinds)], 7);
         EXPECT_EQ(found(*tree).size(), count);
         EXPECT_TRUE(tree->checkBounds());
-        // The points and the unbounded boxes, also where all kinds are mixed.
+        // The points and the unbounded boxes, also among other boxes.
         EXPECT_EQ(found(*tree, 1, 2, 3).size(), kind < 2 ? count : kind < std::size(kinds) ? 0 : 33334);
         // A deeper tree has 2 * 4^8 branches at least, more than there are boxes.
         EXPECT_TRUE(kind != 0 || saved(*tree)[1] < 8);
@@ -129,7 +129,7 @@ TEST(MemoryRTree, RemovesOneEntryAtATime)
     expectScan(*tree, {}, 12);
 }
 
-TEST(MemoryRTree, LoadsTheMemoryFormAndGoesToItsEnd)
+TEST(MemoryRTree, LoadsTheMemoryFormAndMovesToItsEnd)
 {
     Builder file;
     file.number(2, 4).reals({0, 1, 2, 3, 4, 5, -1, 0, 2, 2, 5, 9}).number(0x99, 13);
@@ -145,7 +145,7 @@ TEST(MemoryRTree, LoadsTheMemoryFormAndGoesToItsEnd)
     expectScan(*tree, {}, 5);
 }
 
-TEST(MemoryRTree, RefusesAMemoryFormThatIsCutAndKeepsItsContent)
+TEST(MemoryRTree, RejectsATruncatedMemoryFormAndKeepsItsContent)
 {
     const Scoped<MemoryRTree> tree = build(randomEntries(1, 5));
     const auto refusal = [&](std::uint64_t count, std::size_t size, std::int64_t length) {
@@ -163,7 +163,7 @@ TEST(MemoryRTree, RefusesAMemoryFormThatIsCutAndKeepsItsContent)
     EXPECT_EQ(refusal(UINT32_MAX, 1000, INT64_MAX), "40014 bad read -- index bounds");
 }
 
-TEST(MemoryRTree, RefusesToSaveWhatTheDiskFormCannotHold)
+TEST(MemoryRTree, RejectsValuesThatDoNotFitTheDiskForm)
 {
     const auto refusal = [](const Bounds& box, std::int64_t value, double scale = 1) {
         return errorOf([&] { saved(*build({{{{0, 1}, {0, 1}, {0, 0}}, 0}, {box, value}}), {1, 1, scale}); });
@@ -198,7 +198,7 @@ TEST(MemoryRTree, SavesTheDocumentedBytes)
     EXPECT_EQ(split[preambleSize + recordSize] + split[preambleSize + 2 * recordSize], 11);
 }
 
-TEST(DiskRTree, MovesFacesByHalfAStepAtMost)
+TEST(DiskRTree, MovesFacesByUpToHalfAStep)
 {
     const std::vector<Entry> entries = randomEntries(2000, 40);
     const double step = 1.7;
@@ -208,14 +208,14 @@ TEST(DiskRTree, MovesFacesByHalfAStepAtMost)
     for (int i = 0; i < 100; ++i) {
         const Bounds query = randomBox(random, 40);
         const Values values = found(*disk, query);
-        const Values least = scan(entries, query, -step / 2 * 1.000001);
-        const Values most = scan(entries, query, step / 2 * 1.000001);
-        EXPECT_TRUE(std::includes(values.begin(), values.end(), least.begin(), least.end()));
-        EXPECT_TRUE(std::includes(most.begin(), most.end(), values.begin(), values.end()));
+        const Values inner = scan(entries, query, -step / 2 * 1.000001);
+        const Values outer = scan(entries, query, step / 2 * 1.000001);
+        EXPECT_TRUE(std::includes(values.begin(), values.end(), inner.begin(), inner.end()));
+        EXPECT_TRUE(std::includes(outer.begin(), outer.end(), values.begin(), values.end()));
     }
 }
 
-TEST(DiskRTree, ServesThreadsWithIteratorsOfTheirOwn)
+TEST(DiskRTree, CanBeUsedByThreadsWithTheirOwnIterators)
 {
     const std::vector<Entry> entries = randomEntries(2000, 40);
     const Bytes bytes = saved(*build(entries));
@@ -227,7 +227,7 @@ TEST(DiskRTree, ServesThreadsWithIteratorsOfTheirOwn)
         thread.join();
 }
 
-TEST(DiskRTree, NamesTheFieldThatIsCut)
+TEST(DiskRTree, NamesTheTruncatedField)
 {
     const Bytes whole = Builder().preamble(0).branch({1, 2}).bytes;
     for (std::size_t size = 0; size < whole.size(); ++size) {
@@ -237,7 +237,7 @@ TEST(DiskRTree, NamesTheFieldThatIsCut)
         else if (size == preambleSize)
             expected = "40014 bad read -- node count";
         else if (size >= preambleSize + 1 + 2 * 28)
-            expected = "none"; // only filler is missing
+            expected = "none"; // only padding is missing
         else if ((size - preambleSize - 1) % 28 >= 24)
             expected = "40014 bad read -- node payload";
         EXPECT_EQ(errorOf([&] { openDisk(first(size, whole), INT64_MAX); }), expected) << size;
@@ -245,7 +245,7 @@ TEST(DiskRTree, NamesTheFieldThatIsCut)
     }
 }
 
-TEST(DiskRTree, RefusesBranchesThatLeadAstray)
+TEST(DiskRTree, RejectsInvalidPositionsOfBranches)
 {
     const auto walk = [](const Builder& file, std::size_t outside = 0) {
         const Scoped<DiskRTree> tree = openDisk(file.bytes, file.bytes.size() - outside);
@@ -266,14 +266,14 @@ TEST(DiskRTree, RefusesBranchesThatLeadAstray)
     EXPECT_EQ(walk(one(255, second).branch({root})), refused) << "a loop";
     for (const std::uint64_t child : {root, root - 1, second, std::size_t{0}, std::size_t{UINT32_MAX}})
         EXPECT_EQ(walk(one(1, child)), refused) << child;
-    // The child is there, but it lies behind the stretch, wholly or from its first node on.
+    // The child exists, but it is after the range, completely or from its first node on.
     const Builder two = one(1, second).branch({1});
     EXPECT_EQ(walk(two, recordSize), refused);
     EXPECT_EQ(walk(two, recordSize - 5), "40014 bad read -- node bounds");
     EXPECT_EQ(walk(two), "none");
 
     EXPECT_EQ(walk(Builder().preamble(1).branch({second, second, second}).branch({1})), refused);
-    // Ten nodes of each branch lead to the next one: 10^255 ways to the bottom.
+    // All ten nodes of each branch have the same child: 10^255 paths to the leaves.
     Builder chain;
     chain.preamble(255);
     for (std::size_t i = 1; i <= 256; ++i)
@@ -281,9 +281,9 @@ TEST(DiskRTree, RefusesBranchesThatLeadAstray)
     EXPECT_EQ(walk(chain), refused);
 }
 
-// Whatever the bytes are, a walk ends: with 40014, or with values that the file can hold. A file that is cut
-// never gives a wrong answer.
-TEST(DiskRTree, EndsEveryWalkOverADamagedFile)
+// Every iteration over a malformed file ends, with 40014 or with no more values than fit into the file. A
+// truncated file never gives a wrong result.
+TEST(DiskRTree, EndsEveryIterationOverAMalformedFile)
 {
     const std::vector<Entry> entries = randomEntries(120, 12);
     const Bytes whole = saved(*build(entries));

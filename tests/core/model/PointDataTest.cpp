@@ -86,18 +86,18 @@ TEST(ChannelData, ChecksBothRangesFromTheOffsetOn)
         SCOPED_TRACE(std::to_string(to) + ' ' + std::to_string(from) + ' ' + std::to_string(count));
         EXPECT_EQ(errorOf(40007, [&] { ChannelData::convert(dst, to, src, from, count); }),
                   each.side + std::string(" too small"));
-        // The others say the same of both sides.
+        // The messages of the others have "dst" for both sides.
         EXPECT_EQ(errorOf(40007, [&] { ChannelData::copy(dst, to, src, from, count); }), "dst too small");
         EXPECT_EQ(errorOf(40007, [&] { ChannelData::convert(dst, to, reals, from, 0, 1, count); }),
                   "dst too small");
     }
     ChannelData::copy(dst, 3, src, 2, 0);
     ChannelData::copy(dst, 1, src, 0, 2);
-    ChannelData::copy(dst, 0, dst, 1, 2); // of itself
+    ChannelData::copy(dst, 0, dst, 1, 2); // the same channel
     EXPECT_EQ(dst.values(), (std::vector<std::int32_t>{4, 5, 5}));
 }
 
-TEST(ChannelData, TellsTheFamiliesOfTypesApart)
+TEST(ChannelData, RejectsMixedFamiliesOfTypes)
 {
     Samples<std::int32_t> whole({1});
     const Samples<double> real({2});
@@ -117,7 +117,7 @@ TEST(ChannelData, TellsTheFamiliesOfTypesApart)
     EXPECT_EQ(whole.values()[0], 1);
 }
 
-// Sign- or zero-extend to 64 bits, then keep the low bytes.
+// Extends to 64 bits by sign or zero, then keeps the low bytes.
 TEST(ChannelData, NarrowsIntegersByTheirLowBytesAndExtendsBySign)
 {
     forIntegers([](auto s) {
@@ -162,7 +162,7 @@ TEST(ChannelData, QuantizesHalvesUpwards)
     EXPECT_EQ(scaled<std::int32_t>(0.1f, 0, 1e-9), 100000001);
 }
 
-TEST(ChannelData, WrapsWhatQuantizesOutsideOfItsType)
+TEST(ChannelData, WrapsQuantizedValuesOutOfRange)
 {
     EXPECT_EQ(scaled<std::uint8_t>(300.0), 44);
     EXPECT_EQ(scaled<std::int8_t>(200.0), -56);
@@ -177,8 +177,8 @@ TEST(ChannelData, WrapsWhatQuantizesOutsideOfItsType)
     EXPECT_EQ(scaled<std::uint64_t>(0x1p64 - 2048), UINT64_MAX - 2047);
 }
 
-// What the processor's conversion gives for a number that it cannot represent is its smallest integer.
-TEST(ChannelData, QuantizesWhatNoIntegerHoldsToTheInvalidInteger)
+// The conversion of the processor gives its smallest integer for numbers out of range.
+TEST(ChannelData, QuantizesValuesOutOfEveryRangeToTheSmallestInteger)
 {
     for (const double value : {nan, infinity, -infinity, 1e30, -1e30}) {
         EXPECT_EQ(scaled<std::uint8_t>(value), 0) << value;
@@ -221,7 +221,7 @@ TEST(PointData, MovesAllChannelsAndCoordinatesByItsOffset)
     EXPECT_EQ(block.getNumSamples() + block.getNumChannels(), 0u);
 }
 
-// Offers `batches` one after another, the points numbered from 0, in X and in the bytes of A.
+// Merges the batches in order, with the points numbered from 0 in X and in the bytes of A.
 std::vector<std::size_t> merged(std::size_t capacity, const std::vector<std::size_t>& batches)
 {
     const auto fill = [](PointData& block, std::size_t count, std::size_t first) {
@@ -247,7 +247,7 @@ std::vector<std::size_t> merged(std::size_t capacity, const std::vector<std::siz
     return numbers;
 }
 
-// The same by the rule, on bare numbers and one point at a time while there is room.
+// The same by the rule, with numbers, and point by point until the sample is full.
 std::vector<std::size_t> mergedByRule(std::size_t capacity, const std::vector<std::size_t>& batches)
 {
     std::vector<std::size_t> held;
@@ -278,7 +278,7 @@ TEST(PointDataMerge, FillsThenOverwritesAtAnEvenStride)
     using Numbers = std::vector<std::size_t>;
     EXPECT_EQ(merged(6, {4}), (Numbers{0, 1, 2, 3, 1000004, 1000005}));
     EXPECT_EQ(merged(10, {10, 10}), (Numbers{0, 10, 2, 12, 4, 14, 6, 16, 8, 18}));
-    // A batch that both fills and overwrites; then one whose first point is not the one that is due.
+    // A batch that fills and overwrites; then one whose first point is not selected.
     EXPECT_EQ(merged(4, {2, 6}), (Numbers{0, 4, 2, 6}));
     EXPECT_EQ(merged(4, {4, 4, 4}), (Numbers{0, 4, 9, 6}));
     EXPECT_EQ(merged(0, {5, 7}), Numbers());
@@ -304,7 +304,7 @@ TEST(PointDataMerge, StopsAtTheFirstChannelOfAnotherType)
     std::fill_n(held.getX(), 2, 0.0);
     std::fill_n(offered.getX(), 4, 1.0);
     EXPECT_EQ(errorOf(40007, [&] { PointData::merge(held, 4, offered, 4); }), "datatype are not the same");
-    EXPECT_EQ(held.getX()[1], 1.0); // what came before is merged
+    EXPECT_EQ(held.getX()[1], 1.0); // earlier channels are merged
     held.init(layoutXYZ(), 2);
     EXPECT_EQ(errorOf(40007, [&] { PointData::merge(held, 4, offered, 4); }),
               "number of channels must the same");

@@ -47,17 +47,17 @@ TEST(DataTypeUtils, NamesTheTypesInAnyCase)
         EXPECT_EQ(DataTypeUtils::toDataType(text), INVALID);
 }
 
-TEST(ChannelInfo, CountsAllBitsOfItsTypeUnlessTold)
+TEST(ChannelInfo, HasAllBitsOfItsTypeByDefault)
 {
     ChannelInfo info = channel("a name that no object keeps inside", UINT8);
     for (const auto& [given, stored] : {std::pair{0, 16}, {-5, 16}, {12, 12}, {1, 1}}) {
-        info.init(info.getName() + 1, UINT16, given, 0.0); // the name may be its own
+        info.init(info.getName() + 1, UINT16, given, 0.0); // from the channel itself
         EXPECT_EQ(info.getBits(), stored);
     }
     EXPECT_STREQ(info.getName(), "me that no object keeps inside");
 }
 
-TEST(ChannelInfo, EqualsWhatAgreesInEverything)
+TEST(ChannelInfo, ComparesAllProperties)
 {
     const ChannelInfo red = channel("Red", UINT16, 0.5), nameless = channel(nullptr, UINT16);
     ChannelInfo fewerBits;
@@ -67,12 +67,12 @@ TEST(ChannelInfo, EqualsWhatAgreesInEverything)
                                      channel("Red", UINT16, 0.25), nameless})
         EXPECT_FALSE(red == other || other == red);
     EXPECT_FALSE(channel("Red", UINT16, nan) == channel("Red", UINT16, nan));
-    // Channels without names are equal to themselves alone.
+    // A channel without a name equals only itself.
     EXPECT_TRUE(nameless == nameless);
     EXPECT_FALSE(nameless == channel(nullptr, UINT16));
 }
 
-TEST(PointInfo, ChoosesChannelsByIndexOrNameUpToABadOne)
+TEST(PointInfo, CopiesChannelsByIndexOrNameUpToABadOne)
 {
     const PointInfo source = layoutXYZ({channel("R", UINT16), channel("x", UINT8)});
     PointData block;
@@ -96,7 +96,7 @@ TEST(PointInfo, ChoosesChannelsByIndexOrNameUpToABadOne)
     expectBoth(block);
 }
 
-TEST(PointInfo, FindsTheFirstChannelOfAName)
+TEST(PointInfo, FindsTheFirstChannelWithAName)
 {
     const PointInfo layout =
         layoutOf({channel(nullptr, UINT8), channel("a", UINT8), channel("A", SINT8), channel("A", UINT16)});
@@ -107,7 +107,7 @@ TEST(PointInfo, FindsTheFirstChannelOfAName)
     EXPECT_EQ(errorOf(40012, [&] { layout.getChannel(std::size_t{4}); }), "bad channel index");
 }
 
-TEST(PointInfo, HasCoordinatesWhenThreeDoublesAreNamedSo)
+TEST(PointInfo, HasValidXYZIfTheyAreDoubles)
 {
     const ChannelInfo x = channel("X", FLOAT64), y = channel("Y", FLOAT64), z = channel("Z", FLOAT64);
     EXPECT_TRUE(layoutOf({z, channel("A", UINT8), y, x}).hasValidXYZ());
@@ -116,7 +116,7 @@ TEST(PointInfo, HasCoordinatesWhenThreeDoublesAreNamedSo)
     EXPECT_FALSE(layoutOf({channel("X", FLOAT32), x, y, z}).hasValidXYZ()); // the first X counts
 }
 
-TEST(Bounds, TellsTheShareOfABoxInsideAnother)
+TEST(Bounds, ComputesTheFractionOfABoxInAnother)
 {
     const Bounds::Range whole{0, 10}, none, all{-infinity, infinity};
     const struct
@@ -148,7 +148,7 @@ TEST(PointInfo, KeepsBlocksOfWidePointsSmall)
     EXPECT_EQ(PointInfo().getBlockPoints(7), 7u);
 }
 
-TEST(NameIndex, FindsTheFirstOfAName)
+TEST(NameIndex, FindsTheFirstIndexOfAName)
 {
     const ChannelInfo nameless;
     const PointInfo layout = layoutOf({channel("b", UINT8), nameless, channel("a", UINT8),
@@ -160,7 +160,7 @@ TEST(NameIndex, FindsTheFirstOfAName)
         EXPECT_FALSE(index.find(name));
 }
 
-TEST(ChannelNames, FindsWhatUsersMean)
+TEST(ChannelNames, ResolvesNamesThatUsersType)
 {
     const PointInfo layout =
         layoutOf({channel("ClassId", UINT8), channel("GPSTime_Adjusted", FLOAT64),

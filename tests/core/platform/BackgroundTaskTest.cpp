@@ -9,7 +9,7 @@
 namespace Quillmoran {
 namespace {
 
-TEST(BackgroundTask, IsDoneWhenItWasWaitedForAndStartsAgain)
+TEST(BackgroundTask, IsCompleteAfterWaitAndCanStartAgain)
 {
     BackgroundTask task;
     EXPECT_FALSE(task.isStarted());
@@ -23,7 +23,7 @@ TEST(BackgroundTask, IsDoneWhenItWasWaitedForAndStartsAgain)
     }
 }
 
-TEST(BackgroundTask, ThrowsFromWaitAndIsWaitedForWhenItGoes)
+TEST(BackgroundTask, ThrowsInWaitAndIsWaitedForWhenDestroyed)
 {
     std::atomic<bool> ran{false};
     {

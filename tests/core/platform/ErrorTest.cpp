@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-// The sanitizers end the process on sizes that malloc refuses, unless they are told not to.
+// By default the sanitizers terminate the process for sizes that malloc rejects.
 extern "C" __attribute__((visibility("default"), used)) const char* __asan_default_options();
 extern "C" __attribute__((visibility("default"), used)) const char* __tsan_default_options();
 extern "C" const char* __asan_default_options()
@@ -24,7 +24,7 @@ namespace {
 
 using Testing::errorOf;
 
-TEST(Error, AppendsTextAndCutsItAt1023Bytes)
+TEST(Error, AppendsTextAndTruncatesItAfter1023Bytes)
 {
     Error error("dir/file.cpp", "function", 1, -1);
     EXPECT_STREQ(error.what(), "");
@@ -39,11 +39,11 @@ TEST(Error, NamesTheFileAfterItsLastSeparator)
     const auto filename = [](const char* path) { return Error(path, "", 0, 0).filename(); };
     EXPECT_STREQ(filename("src/platform/Base.cpp"), "Base.cpp");
     EXPECT_STREQ(filename("c:\\src\\Base.cpp"), "Base.cpp");
-    EXPECT_STREQ(filename("src/a\\b.cpp"), "a\\b.cpp"); // a slash anywhere makes backslashes plain
+    EXPECT_STREQ(filename("src/a\\b.cpp"), "a\\b.cpp"); // with a slash, backslashes are not separators
     EXPECT_EQ(filename("Base.cpp"), nullptr);
 }
 
-TEST(OSError, HasTheSystemsTextAndTheBarePath)
+TEST(OSError, HasTheTextOfTheSystemAndThePath)
 {
     const auto fail = [] {
         errno = ENOENT;
@@ -52,7 +52,7 @@ TEST(OSError, HasTheSystemsTextAndTheBarePath)
     EXPECT_EQ(errorOf(ENOENT, fail), "No such file or directory path = nodir/out.txt");
 }
 
-TEST(Memory, RefusesImpossibleSizesAsOutOfMemory)
+TEST(Memory, ReportsImpossibleSizesAsOutOfMemory)
 {
     const std::string noMemory = std::strerror(ENOMEM);
     const Buffer<char> block(STRDUP("kept"));
@@ -60,11 +60,11 @@ TEST(Memory, RefusesImpossibleSizesAsOutOfMemory)
     EXPECT_EQ(errorOf(ENOMEM, [] { XALLOC(SIZE_MAX / 2); }), noMemory);
     EXPECT_EQ(errorOf(ENOMEM, [&] { XREALLOC(block.get(), SIZE_MAX / 2); }), noMemory);
     EXPECT_STREQ(block.get(), "kept");
-    // The product of count and size would be small again.
+    // The product of count and size would overflow to a small number.
     EXPECT_EQ(errorOf(ENOMEM, [] { makeBuffer<double>(SIZE_MAX / 8 + 2); }), noMemory);
 }
 
-TEST(Memory, DuplicatesTextsUpToTheLengthGiven)
+TEST(Memory, DuplicatesTextsUpToTheGivenLength)
 {
     const auto duplicate = [](auto... arguments) { return Buffer<char>(STRDUP(arguments...)); };
     EXPECT_EQ(duplicate(nullptr), nullptr);

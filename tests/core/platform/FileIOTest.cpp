@@ -52,7 +52,7 @@ protected:
     std::string m_directory = (std::filesystem::temp_directory_path() / "vx_test_XXXXXX").string();
 };
 
-TEST_F(FileIOTest, OpensAsItsModeSays)
+TEST_F(FileIOTest, OpensAccordingToItsMode)
 {
     const std::string reads = " r rb rw r+ + w+b a ", writes = " r+ + w w+b ", truncates = " w w+b ";
     for (const std::string mode : {"r", "rb", "rw", "r+", "+", "w", "w+b", "a"}) {
@@ -76,7 +76,7 @@ TEST_F(FileIOTest, OpensAsItsModeSays)
     }
 }
 
-TEST_F(FileIOTest, NestsItsOpeningsAndTruncatesAtTheFirstOnly)
+TEST_F(FileIOTest, NestsOpenAndTruncatesOnlyOnce)
 {
     const auto file = fileAt(present("a", "old"), "w+");
     for (const char* before : {"", "new"}) {
@@ -91,7 +91,7 @@ TEST_F(FileIOTest, NestsItsOpeningsAndTruncatesAtTheFirstOnly)
     }
 }
 
-TEST_F(FileIOTest, TemporaryFilesStandInTMPDIRAndGoWithTheirObject)
+TEST_F(FileIOTest, TemporaryFilesAreInTMPDIRAndRemovedWithTheirObject)
 {
     const char* const variable = std::getenv("TMPDIR");
     const std::string before = variable ? variable : "/tmp";
@@ -112,7 +112,7 @@ TEST_F(FileIOTest, TemporaryFilesStandInTMPDIRAndGoWithTheirObject)
     EXPECT_TRUE(std::filesystem::is_empty(m_directory));
 }
 
-TEST_F(FileIOTest, UnlinkRemovesRegularFilesAlone)
+TEST_F(FileIOTest, UnlinkRemovesOnlyRegularFiles)
 {
     const std::string target = present("target", "abc"), link = path("link"), pipe = path("pipe");
     std::filesystem::create_symlink(target, link);
@@ -148,7 +148,7 @@ TEST_F(FileIOTest, WritesPipesInOrder)
         std::ifstream in(fifo);
         got.assign(std::istreambuf_iterator<char>(in), {});
     });
-    const std::string text(300000, 'x'); // more than a pipe holds
+    const std::string text(300000, 'x'); // more than the capacity of a pipe
     const auto file = fileAt(fifo, "w");
     file->open();
     writeFully(*file, 0, text.data(), text.size());
@@ -159,8 +159,8 @@ TEST_F(FileIOTest, WritesPipesInOrder)
     EXPECT_TRUE(got == text + 'z');
 }
 
-// Offsets and lengths can come from a damaged file.
-TEST_F(FileIOTest, ReadsNothingWhereNoFileCanReach)
+// Offsets and lengths may be those of a malformed file.
+TEST_F(FileIOTest, ReadsNothingBeyondTheLargestPosition)
 {
     const auto file = fileAt(present("a", "abc"), "r");
     file->open();

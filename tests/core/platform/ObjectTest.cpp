@@ -14,7 +14,7 @@ struct Probe final : Object
     int& m_live;
 };
 
-TEST(Scoped, HoldsOneCountPerHolderAndDestroysWithTheLast)
+TEST(Scoped, OwnsOneCountEachAndDestroysWithTheLast)
 {
     int live = 0;
     Scoped<Probe> first(new Probe(live));
@@ -24,7 +24,7 @@ TEST(Scoped, HoldsOneCountPerHolderAndDestroysWithTheLast)
     EXPECT_EQ(moved->release(), 3);
     second.reset(new Probe(live));
     EXPECT_EQ(live, 2);
-    second = moved; // the other one goes
+    second = moved; // releases the other object
     second = *&second;
     EXPECT_EQ(live, 1);
     EXPECT_EQ(second.detach()->release(), 2);

@@ -14,20 +14,20 @@ using Queue = OutputQueue<std::string>;
 TEST(OutputQueue, WritesEverythingInOrderWithFewSlices)
 {
     std::string written;
-    std::atomic<int> underWay{0};
-    int most = 0;
+    std::atomic<int> pending{0};
+    int maxPending = 0;
     Queue queue(
         [&](const std::string& slice) {
             written += slice + ' ';
-            --underWay;
+            --pending;
         },
         3);
     std::string expected;
     for (int i = 0; i < 500; ++i) {
         std::string first = queue.take();
         std::string second = queue.take();
-        underWay += 2;
-        most = std::max<int>(most, underWay);
+        pending += 2;
+        maxPending = std::max<int>(maxPending, pending);
         first = std::to_string(i);
         second = "and";
         expected += first + " and ";
@@ -36,12 +36,12 @@ TEST(OutputQueue, WritesEverythingInOrderWithFewSlices)
     }
     queue.finish();
     EXPECT_EQ(written, expected);
-    EXPECT_LE(most, 3 + 1); // one is counted as written a moment before it is free
+    EXPECT_LE(maxPending, 3 + 1); // a slice is counted as written just before it is free
 }
 
-TEST(OutputQueue, TellsOfAFailureWhateverIsAskedNext)
+TEST(OutputQueue, RethrowsAFailureInEveryCall)
 {
-    const auto failing = [](const std::string&) { throw std::runtime_error("no room"); };
+    const auto failing = [](const std::string&) { throw std::runtime_error("disk full"); };
     Queue taking(failing, 1);
     taking.put(taking.take());
     EXPECT_THROW(taking.take(), std::runtime_error); // waits for the slice that fails

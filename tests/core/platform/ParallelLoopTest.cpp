@@ -9,7 +9,7 @@
 namespace Quillmoran {
 namespace {
 
-TEST(ParallelLoop, RunsEveryIterationOnceInsideOthers)
+TEST(ParallelLoop, RunsEveryIterationOnceInNestedLoops)
 {
     std::vector<std::atomic<int>> runs(30 * 20);
     parallelLoop(30, [&](std::size_t outer) {
@@ -20,7 +20,7 @@ TEST(ParallelLoop, RunsEveryIterationOnceInsideOthers)
         EXPECT_EQ(count, 1);
 }
 
-TEST(ParallelLoop, ThrowsWhatTheFirstOfTheFailedThrewOnceAllHaveRun)
+TEST(ParallelLoop, RethrowsTheExceptionOfTheLowestIndexAfterAllHaveRun)
 {
     for (int repeat = 0; repeat < 20; ++repeat) {
         std::atomic<int> runs{0};

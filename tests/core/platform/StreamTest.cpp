@@ -29,17 +29,17 @@ Bytes pattern(std::size_t count, std::size_t first = 0)
     return bytes;
 }
 
-Scoped<ByteStore> storeOf(const Bytes& bytes)
+Scoped<ByteStore> fileOf(const Bytes& bytes)
 {
     return Scoped<ByteStore>(ByteStore::create(bytes));
 }
 
-Scoped<ByteStore> storeOf(const std::string& text)
+Scoped<ByteStore> fileOf(const std::string& text)
 {
-    return storeOf(Bytes(text.begin(), text.end()));
+    return fileOf(Bytes(text.begin(), text.end()));
 }
 
-// What one read gives, in a block of exactly that size.
+// The result of one read, in a block of exactly that size.
 Bytes readBytes(StreamReader& reader, std::size_t count)
 {
     Bytes bytes(count);
@@ -49,20 +49,20 @@ Bytes readBytes(StreamReader& reader, std::size_t count)
 
 TEST(StreamReader, RefillsWhenExactlyTheBufferedBytesAreRead)
 {
-    const auto store = storeOf(pattern(20));
+    const auto file = fileOf(pattern(20));
     StreamReader reader;
-    reader.init(store.get(), true, 8);
+    reader.init(file.get(), true, 8);
     for (const auto& [from, count, reads] : {std::array{0u, 3u, 1u}, {3u, 5u, 2u}, {8u, 7u, 2u}}) {
         EXPECT_EQ(readBytes(reader, count), pattern(count, from));
-        EXPECT_EQ(store->reads(), static_cast<int>(reads));
+        EXPECT_EQ(file->reads(), static_cast<int>(reads));
     }
 }
 
-TEST(StreamReader, SeeksWithoutReadingAndKeepsItsBufferInside)
+TEST(StreamReader, SeeksWithoutReadingWithinItsBuffer)
 {
-    const auto store = storeOf(pattern(64));
+    const auto file = fileOf(pattern(64));
     StreamReader reader;
-    reader.init(store.get(), true, 16);
+    reader.init(file.get(), true, 16);
     readBytes(reader, 10);
     for (const int target : {0, 15, 3, 16}) {
         reader.seek(target, Stream::SEEK_FROM_START);
@@ -71,16 +71,16 @@ TEST(StreamReader, SeeksWithoutReadingAndKeepsItsBufferInside)
     }
     for (const int target : {40, 17, 64, 0})
         reader.seek(target, Stream::SEEK_FROM_START);
-    EXPECT_EQ(store->reads(), 1);
-    EXPECT_EQ(readBytes(reader, 20), pattern(20)); // by the buffer
-    EXPECT_EQ(store->reads(), 2);
+    EXPECT_EQ(file->reads(), 1);
+    EXPECT_EQ(readBytes(reader, 20), pattern(20)); // past the buffer
+    EXPECT_EQ(file->reads(), 2);
 }
 
-TEST(StreamReader, FindsNothingOutsideTheStoreHoweverFarItSeeks)
+TEST(StreamReader, ReadsNothingOutsideTheFile)
 {
-    const auto store = storeOf(pattern(10));
+    const auto file = fileOf(pattern(10));
     StreamReader reader;
-    reader.init(store.get(), true, 8);
+    reader.init(file.get(), true, 8);
     for (const std::int64_t far : {std::int64_t{11}, INT64_MAX, std::int64_t{-3}, INT64_MIN}) {
         readBytes(reader, 2);
         reader.seek(far, Stream::SEEK_FROM_START);
@@ -97,13 +97,13 @@ TEST(StreamReader, AgreesWithAnArrayInEverySequenceOfCalls)
 {
     constexpr std::int64_t length = 200;
     const Bytes all = pattern(length);
-    const auto store = storeOf(all);
+    const auto file = fileOf(all);
     for (const std::size_t bufferSize : {1u, 2u, 7u, 32u, 500u}) {
         SCOPED_TRACE(bufferSize);
         Random random(bufferSize);
-        store->setMaxMoved(bufferSize % 2 == 0 ? 3 : SIZE_MAX);
+        file->setMaxMoved(bufferSize % 2 == 0 ? 3 : SIZE_MAX);
         StreamReader reader;
-        reader.init(store.get(), true, bufferSize);
+        reader.init(file.get(), true, bufferSize);
         std::int64_t position = 0;
         for (int step = 0; step < 4000; ++step) {
             const std::int64_t target = random.chance(0.5)
@@ -141,9 +141,9 @@ TEST(StreamReader, ReadsLinesOfAnyLengthIntoAGrowingBuffer)
         text += lines.emplace_back(std::string(length, 'x') + '\n');
     text += lines.emplace_back("no newline");
     for (const std::size_t bufferSize : {1u, 10u, 1024u, 100000u}) {
-        const auto store = storeOf(text);
+        const auto file = fileOf(text);
         StreamReader reader;
-        reader.init(store.get(), true, bufferSize);
+        reader.init(file.get(), true, bufferSize);
         char* line = nullptr;
         std::size_t capacity = 0;
         for (const std::string& expected : lines) {
@@ -156,55 +156,55 @@ TEST(StreamReader, ReadsLinesOfAnyLengthIntoAGrowingBuffer)
     }
 }
 
-TEST(Stream, ClosesItsStoreOnceAndOnlyIfItCouldOpenIt)
+TEST(Stream, ClosesItsFileOnceIfItWasOpened)
 {
-    const auto store = storeOf("");
+    const auto file = fileOf("");
     {
         StreamReader reader, closed;
-        reader.init(store.get(), true, 8);
-        closed.init(store.get(), true, 8);
-        EXPECT_EQ(store->openCount(), 2);
+        reader.init(file.get(), true, 8);
+        closed.init(file.get(), true, 8);
+        EXPECT_EQ(file->openCount(), 2);
         closed.close();
         closed.close();
-        EXPECT_EQ(store->openCount(), 1);
+        EXPECT_EQ(file->openCount(), 1);
     }
-    EXPECT_EQ(store->openCount(), 0);
-    const Scoped<FileIO::Imp> file(FileIO::create());
-    file->init("no/such", "r");
+    EXPECT_EQ(file->openCount(), 0);
+    const Scoped<FileIO::Imp> missing(FileIO::create());
+    missing->init("no/such", "r");
     StreamReader reader;
-    errorOf(ENOENT, [&] { reader.init(file.get(), true, 8); });
+    errorOf(ENOENT, [&] { reader.init(missing.get(), true, 8); });
     EXPECT_NE(errorOf(ENOENT, [&] { reader.open(8); }), "nothing thrown"); // it is not open yet
 }
 
 TEST(StreamWriter, KeepsBytesUntilItsBufferIsFull)
 {
-    const auto store = storeOf("");
+    const auto file = fileOf("");
     StreamWriter writer;
-    writer.init(store.get(), true, 8);
+    writer.init(file.get(), true, 8);
     writer.put_str("1234567");
-    EXPECT_EQ(store->writes(), 0);
+    EXPECT_EQ(file->writes(), 0);
     writer.put_str("8");
-    EXPECT_EQ(store->text(), "12345678");
+    EXPECT_EQ(file->text(), "12345678");
     writer.put_str("9");
-    EXPECT_EQ(store->writes(), 1);
-    writer.put_str("0123456789abcdefghij"); // what is left after filling the buffer goes by it
-    EXPECT_EQ(store->writes(), 3);
+    EXPECT_EQ(file->writes(), 1);
+    writer.put_str("0123456789abcdefghij"); // the rest after filling the buffer is written directly
+    EXPECT_EQ(file->writes(), 3);
     writer.put_str("dropped");
     writer.close(false);
-    EXPECT_EQ(store->text(), "1234567890123456789abcdefghij");
+    EXPECT_EQ(file->text(), "1234567890123456789abcdefghij");
 }
 
 TEST(StreamWriter, AgreesWithAnArrayInEverySequenceOfCalls)
 {
-    const auto source = storeOf(pattern(300));
+    const auto source = fileOf(pattern(300));
     for (const std::size_t bufferSize : {1u, 2u, 7u, 32u, 500u}) {
         SCOPED_TRACE(bufferSize);
         Random random(bufferSize);
-        const auto store = storeOf("");
-        store->setMaxMoved(bufferSize % 2 == 0 ? 3 : SIZE_MAX);
+        const auto file = fileOf("");
+        file->setMaxMoved(bufferSize % 2 == 0 ? 3 : SIZE_MAX);
         StreamWriter writer;
         StreamReader reader;
-        writer.init(store.get(), true, bufferSize);
+        writer.init(file.get(), true, bufferSize);
         reader.init(source.get(), true, 16);
         Bytes model;
         std::int64_t position = 0;
@@ -223,7 +223,7 @@ TEST(StreamWriter, AgreesWithAnArrayInEverySequenceOfCalls)
                 break;
             case 1:
                 writer.flush();
-                ASSERT_EQ(store->bytes(), model) << "step " << step;
+                ASSERT_EQ(file->bytes(), model) << "step " << step;
                 writes = false;
                 break;
             case 2:
@@ -244,53 +244,53 @@ TEST(StreamWriter, AgreesWithAnArrayInEverySequenceOfCalls)
             ASSERT_EQ(writer.tell(), position) << "step " << step;
         }
         writer.close(true);
-        EXPECT_EQ(store->bytes(), model);
+        EXPECT_EQ(file->bytes(), model);
     }
 }
 
-TEST(StreamWriter, ReportsShortWritesAndClosesWhatItCopiedFrom)
+TEST(StreamWriter, ReportsShortWritesAndClosesTheSourceOfACopy)
 {
-    const auto store = storeOf(""), source = storeOf(pattern(50));
-    store->setCapacity(10);
+    const auto file = fileOf(""), source = fileOf(pattern(50));
+    file->setCapacity(10);
     StreamWriter writer;
-    writer.init(store.get(), true, 8);
+    writer.init(file.get(), true, 8);
     EXPECT_EQ(errorOf(40002, [&] { writer.copy(source.get(), 0, 50); }), "write error");
     EXPECT_EQ(source->openCount(), 0);
     writer.seek(7, Stream::SEEK_FROM_START);
-    writer.put_str("1234567"); // which the buffer takes
+    writer.put_str("1234567"); // which fits into the buffer
     EXPECT_EQ(errorOf(40002, [&] { writer.put_str("8"); }), "write error");
     writer.seek(9, Stream::SEEK_FROM_START);
     writer.put_str("12");
     EXPECT_EQ(errorOf(40002, [&] { writer.close(true); }), "write error");
-    // What goes by the buffer is counted.
+    // Bytes that are written directly are counted.
     writer.seek(0, Stream::SEEK_FROM_START);
     EXPECT_EQ(writer.write(pattern(30).data(), 30), 10u);
 }
 
-TEST(StreamWriter, TellsWhenTheSourceOfACopyEndsTooSoon)
+TEST(StreamWriter, ReportsASourceThatIsTooShort)
 {
-    const auto store = storeOf(""), source = storeOf("0123456789");
+    const auto file = fileOf(""), source = fileOf("0123456789");
     StreamWriter writer;
-    writer.init(store.get(), true, 4);
+    writer.init(file.get(), true, 4);
     EXPECT_TRUE(writer.copy(IO::Location(source.get(), 8, 2)));
     for (const std::int64_t length : {std::int64_t{3}, std::int64_t{7}, INT64_MAX})
         EXPECT_FALSE(writer.copy(source.get(), 8, length)) << length;
     EXPECT_EQ(source->openCount(), 0);
     writer.close(true);
-    EXPECT_EQ(store->text(), "89898989");
+    EXPECT_EQ(file->text(), "89898989");
 }
 
-TEST(Stream, KeepsNumbersBigEndian)
+TEST(Stream, WritesNumbersBigEndian)
 {
-    const auto store = storeOf("");
+    const auto file = fileOf("");
     StreamWriter writer;
-    writer.init(store.get(), true, 5);
+    writer.init(file.get(), true, 5);
     EXPECT_TRUE(writer.put_be(std::int16_t{-2}) && writer.put_be(0x01020304u) && writer.put_be(-2.5));
     writer.close(true);
-    EXPECT_EQ(store->text(), std::string("\xFF\xFE\1\2\3\4\xC0\4\0\0\0\0\0\0", 14));
+    EXPECT_EQ(file->text(), std::string("\xFF\xFE\1\2\3\4\xC0\4\0\0\0\0\0\0", 14));
 
     StreamReader reader;
-    reader.init(store.get(), true, 5);
+    reader.init(file.get(), true, 5);
     std::int16_t small = 0;
     std::uint32_t word = 0;
     double real = 0;
@@ -300,14 +300,14 @@ TEST(Stream, KeepsNumbersBigEndian)
     EXPECT_FALSE(reader.get_be(word));
 }
 
-TEST(BoundedIO, EndsWhereItsStretchOrTheStoreEnds)
+TEST(BoundedIO, EndsWithItsRangeOrWithTheFile)
 {
-    const auto store = storeOf(pattern(100));
+    const auto file = fileOf(pattern(100));
     const std::int64_t cases[][3] = {{10, 20, 30}, {50, INT64_MAX, 100}, {INT64_MAX, INT64_MAX, 100},
                                      {0, -1, 0},   {40, INT64_MIN, 40},  {INT64_MIN, INT64_MIN, 0}};
     for (const auto& [offset, length, end] : cases) {
         SCOPED_TRACE(std::to_string(offset) + " + " + std::to_string(length));
-        const Scoped<BoundedIO> bounded(BoundedIO::create(IO::Location(store.get(), offset, length)));
+        const Scoped<BoundedIO> bounded(BoundedIO::create(IO::Location(file.get(), offset, length)));
         EXPECT_EQ(bounded->size(), end);
         Bytes bytes(200);
         EXPECT_EQ(bounded->pread(0, bytes.data(), 200), static_cast<std::size_t>(end));

@@ -18,7 +18,7 @@ std::vector<std::uint8_t> preamble(int format, int major, std::size_t length = V
     return bytes;
 }
 
-TEST(Version, TellsTheGenerationOfAFile)
+TEST(Version, ReportsTheGenerationOfAFile)
 {
     const int cases[][4] = {{0, 0, 0, 0}, {1, 0, 2, 1},   {2, 9, 2, 1}, {3, 3, 3, 1},    {3, 4, 4, 1},
                             {4, 7, 4, 0}, {3, 255, 4, 1}, {5, 0, 5, 0}, {255, 0, 255, 0}};
@@ -37,15 +37,15 @@ TEST(Version, TellsTheGenerationOfAFile)
     EXPECT_EQ(generation, 0);
 }
 
-TEST(Version, NeedsSixteenBytesAndClosesTheStoreEitherWay)
+TEST(Version, NeedsSixteenBytesAndAlwaysClosesTheFile)
 {
     int generation;
     bool raster;
     for (const std::size_t length : {0u, 10u, 15u, 16u}) {
-        const Scoped<Testing::ByteStore> store(Testing::ByteStore::create(preamble(4, 0, length)));
-        const auto probe = [&] { Version::getVexilFileVersion(store.get(), generation, raster); };
+        const Scoped<Testing::ByteStore> bytesIO(Testing::ByteStore::create(preamble(4, 0, length)));
+        const auto probe = [&] { Version::getVexilFileVersion(bytesIO.get(), generation, raster); };
         EXPECT_EQ(Testing::errorOf(40003, probe), length < 16 ? "bad read -- file header" : "nothing thrown");
-        EXPECT_EQ(store->openCount(), 0);
+        EXPECT_EQ(bytesIO->openCount(), 0);
     }
 }
 

@@ -30,11 +30,11 @@ std::string written(Format format)
     char out[maxFieldLength + 1];
     std::memset(out, '!', sizeof out);
     const char* const end = format(out);
-    EXPECT_EQ(out[maxFieldLength], '!') << "wrote behind the longest field";
+    EXPECT_EQ(out[maxFieldLength], '!') << "wrote past the longest field";
     return std::string(out, static_cast<std::size_t>(end - out));
 }
 
-// The oracle is printf, with a buffer that cuts as a field is cut.
+// The reference is printf with a buffer that truncates like a field.
 void expectAsPrintf(double value)
 {
     char expected[maxFieldLength + 1];
@@ -72,9 +72,9 @@ TEST_F(NumberFormatRandom, MatchesPrintfOnAnyBits)
     expectAllAsPrintf(30000, [&] { return fromBits(m_random()); });
 }
 
-TEST_F(NumberFormatRandom, MatchesPrintfOnEveryMagnitudeOfUse)
+TEST_F(NumberFormatRandom, MatchesPrintfOnUsualMagnitudes)
 {
-    // Exponents from 2^-20 to 2^69: all paths and the borders between them.
+    // Exponents from 2^-20 to 2^69: all branches and their limits.
     expectAllAsPrintf(30000, [&] {
         return std::ldexp(1 + fromBits(m_random() >> 12 | 0x3FF0000000000000) / 2,
                           static_cast<int>(below(90)) - 20);
@@ -103,7 +103,7 @@ TEST_F(NumberFormatRandom, MatchesPrintfOnExactTies)
 
 TEST_F(NumberFormatRandom, MatchesPrintfNearPowersOfTen)
 {
-    // Just below a power of ten the rounding carries through all digits, into the whole part and beyond.
+    // Just below a power of ten, rounding carries through all digits to the integer part.
     expectAllAsPrintf(30000, [&] {
         const double power = std::pow(10, static_cast<double>(below(44)) - 22);
         return power - power * std::ldexp(1, -static_cast<int>(below(56)));
@@ -120,7 +120,7 @@ TEST_F(NumberFormatRandom, MatchesPrintfOnSingles)
     });
 }
 
-TEST_F(NumberFormatRandom, MatchesPrintfOnBigWholeNumbersAndSubnormals)
+TEST_F(NumberFormatRandom, MatchesPrintfOnLargeIntegersAndSubnormals)
 {
     expectAllAsPrintf(10000, [&] { return static_cast<double>(m_random() >> below(64)); });
     expectAllAsPrintf(5000, [&] { return fromBits(m_random() >> (12 + below(52))); });
@@ -156,12 +156,12 @@ TEST(NumberFormat, MatchesPrintfOnSpecialValues)
 TEST(NumberFormat, CutsFieldsAt63Characters)
 {
     EXPECT_EQ(written([](char* out) { return formatFixed(out, 1e100, 15); }).size(), 63u);
-    // 59 digits and the point leave room for three of the decimals.
+    // 59 digits, the point and three decimals.
     const std::string text = written([](char* out) { return formatFixed(out, 0x1p195, 15); });
     EXPECT_EQ(text.substr(59), ".000");
 }
 
-TEST(NumberFormat, WritesWholeNumbersOfEveryLength)
+TEST(NumberFormat, WritesIntegersOfEveryLength)
 {
     const auto expectWritten = [](std::uint64_t value) {
         char expected[32];

@@ -113,7 +113,7 @@ TEST(TXTPointReader, ReadsIntegersLeniently)
     EXPECT_EQ(intensityAndReturn("- +"), (Values{0, 0})) << "a lone sign";
     EXPECT_EQ(intensityAndReturn("+-3"), (Values{0, 253})) << "a lone sign and -3";
     EXPECT_EQ(intensityAndReturn("99999999999999999999999999 1").at(1), 1) << "any length";
-    // ".5" is no integer, but the rest of 12.5 is where the next field begins.
+    // ".5" is not an integer, but the next field starts there after 12.
     EXPECT_EQ(readError("1 2 3 12.5 1\n", "xyzir"), "bad TXT file format");
     EXPECT_EQ(read("12.5 2 3\n", "iyxz").size(), 1u);
     EXPECT_EQ(read("12.5 2 3\n", "ixyz"), (Rows{{12, 0.5, 2, 3}}));
@@ -157,7 +157,7 @@ TEST(TXTPointReader, ReadsDecimalTextAsStrtodDoes)
     EXPECT_TRUE(std::isnan(read("0 0 0 -nan", "xyzt").at(0)[3]));
 }
 
-// Reads a file as the programs do.
+// Reads a file like the programs.
 Rows readFile(const TextOptions& options, const std::string& text)
 {
     const Testing::TemporaryDirectory directory;
@@ -173,13 +173,13 @@ Rows readFile(const TextOptions& options, const std::string& text)
     }
 }
 
-TEST(TXTPointReader, RefusesStrictlyWhatWouldChange)
+TEST(TXTPointReader, RejectsInStrictModeWhatWouldChange)
 {
     struct Case
     {
         const char* format;
         std::string text;
-        const char* error; // null: the text fits
+        const char* error; // null: no error
     };
     const std::string longest(LineReader::maxLength - 5, ' ');
     const Case cases[] = {
@@ -232,7 +232,7 @@ TEST(TXTPointReader, RefusesStrictlyWhatWouldChange)
         options.skipLines = 1;
         options.strict = true;
         for (const bool scanNow : {false, true}) {
-            options.scanNow = scanNow; // finds what is wrong in any column
+            options.scanNow = scanNow; // finds errors in all columns
             std::string error;
             try {
                 EXPECT_FALSE(readFile(options, "skipped\n" + test.text + '\n').empty());
@@ -244,13 +244,13 @@ TEST(TXTPointReader, RefusesStrictlyWhatWouldChange)
     }
 }
 
-TEST(TXTPointReader, RefusesWhatIsNoNumber)
+TEST(TXTPointReader, RejectsTextThatIsNotANumber)
 {
     for (const char* text : {"X Y Z\n", "1 2 z", "1 2 .", "1 2 -", "1 2 +-3", "1 2 e5", "1 2 --1"})
         EXPECT_EQ(readError(text, "xyz"), "bad TXT file format") << text;
 }
 
-TEST(TXTPointReader, CountsLinesAndFieldsInTheMessage)
+TEST(TXTPointReader, NamesLineAndNumberOfFields)
 {
     EXPECT_EQ(readError("1 2\n", "xyz"), "line 1 has 2 fields but was expecting at least 3.");
     EXPECT_EQ(readError("skip\nskip\n1 2 3\n\n# x\n1 #2 3\n", "xyz", 2),
@@ -266,7 +266,7 @@ TEST(TXTPointReader, ReadsLinesLongerThanItsBuffers)
     EXPECT_EQ(read(blanks + "1" + blanks + "2" + blanks + "3\n4 5 6\n", "xyz"), (Rows{{1, 2, 3}, {4, 5, 6}}));
 }
 
-TEST(TXTPointReader, KeepsPointsInTheBoxAndThinsOnlyThose)
+TEST(TXTPointReader, SamplesThePointsOfTheBox)
 {
     std::string text;
     for (int i = 0; i < 10; ++i)
@@ -285,11 +285,11 @@ TEST(TXTPointReader, KeepsPointsInTheBoxAndThinsOnlyThose)
     EXPECT_EQ(read(*reader, parsed("xyz"), query), Rows());
 }
 
-TEST(TXTPointReader, DeliversTheChannelsAskedForInTheirOrder)
+TEST(TXTPointReader, DeliversTheRequestedChannelsInOrder)
 {
     const auto reader = readerOf("1 2 3 40000 -5 12.5\n", "xyziat");
     EXPECT_EQ(read(*reader, parsed("tzyx")), (Rows{{12.5, 3, 2, 1}}));
-    EXPECT_EQ(read(*reader, parsed("zazyx")), (Rows{{3, -5, 3, 2, 1}})) << "asked for twice";
+    EXPECT_EQ(read(*reader, parsed("zazyx")), (Rows{{3, -5, 3, 2, 1}})) << "requested twice";
     EXPECT_EQ(errorOf(-1, [&] { read(*reader, parsed("xyziatt")); }),
               "tring to extract more channels than fields");
     EXPECT_EQ(errorOf(40012, [&] { read(*reader, parsed("xyzR")); }), "requesting channel not in the source");
@@ -341,7 +341,7 @@ TEST(TXTPointReader, ScansForCountAndBounds)
     EXPECT_EQ(lazy->getNumPoints(), 3);
 }
 
-TEST(TXTPointReader, StaysAsItWasWhenInitFails)
+TEST(TXTPointReader, IsUnchangedIfInitFails)
 {
     const auto reader = readerOf("1 2 3\n", "xyz", 0, true);
     EXPECT_EQ(
@@ -371,7 +371,7 @@ struct Recorder : ProgressDelegate
     bool cancelled = false;
 };
 
-TEST(TXTPointReader, ReportsEveryThousandLinesAndHearsOfCancelling)
+TEST(TXTPointReader, ReportsEveryThousandLinesAndCanBeCancelled)
 {
     std::string text;
     for (int i = 0; i < 2500; ++i)
@@ -386,7 +386,7 @@ TEST(TXTPointReader, ReportsEveryThousandLinesAndHearsOfCancelling)
     EXPECT_EQ(delegate.completed, (std::vector<double>{0, 1000, 2000, 2500, 2500, 2500}));
 
     delegate.cancelled = true;
-    query.blockSize = 7; // far fewer points than lines between two polls
+    query.blockSize = 7; // fewer points than lines between two reports
     EXPECT_EQ(errorOf(40006, [&] { read(*reader, parsed("xyz"), query); }), "operation cancelled.");
 }
 
@@ -467,7 +467,7 @@ TEST(FieldFormat, ReadsHeaderLines)
     }
 }
 
-TEST(FieldFormat, TakesChannelsFromAKnownLayout)
+TEST(FieldFormat, CopiesChannelsOfAKnownLayout)
 {
     PointInfo known = parsed("xyzi");
     known.getChannel("X")->setQuantization(0.25);

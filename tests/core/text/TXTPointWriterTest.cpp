@@ -65,7 +65,7 @@ std::string write(PointSource& source, const char* format, const PointInfo& layo
     return io->text();
 }
 
-// What one sample of a channel with this quantization looks like.
+// The text of one sample of a channel with this quantization.
 std::string written(DataType type, double quantization, double value)
 {
     PointInfo layout = xyz;
@@ -84,10 +84,10 @@ struct Recorder : ProgressDelegate
     bool getCancelled() override { return cancelAfter-- == 0; }
 
     std::string messages;
-    int cancelAfter = -1; // polls
+    int cancelAfter = -1; // calls
 };
 
-TEST(TXTPointWriter, WritesHeaderAndFieldsInTheOrderAsked)
+TEST(TXTPointWriter, WritesHeaderAndFieldsInTheGivenOrder)
 {
     const auto source = threePoints();
     EXPECT_EQ(write(*source, "izyx", source->getPointInfo()), "# Intensity Z Y X\n"
@@ -96,14 +96,14 @@ TEST(TXTPointWriter, WritesHeaderAndFieldsInTheOrderAsked)
                                                               "9 0.500 30.000 3.000\n");
 }
 
-TEST(TXTPointWriter, GivesAFieldNamedTwiceTwoColumns)
+TEST(TXTPointWriter, WritesAFieldTwiceIfItIsNamedTwice)
 {
     const auto source = threePoints();
     EXPECT_EQ(write(*source, "ixi", source->getPointInfo()),
               "# Intensity X Intensity\n7 1.000 7\n8 2.000 8\n9 3.000 9\n");
 }
 
-TEST(TXTPointWriter, LeavesOutWhatTheSourceLacks)
+TEST(TXTPointWriter, OmitsChannelsThatTheSourceDoesNotHave)
 {
     const auto source = threePoints();
     EXPECT_EQ(write(*source, "tisR", source->getPointInfo()), "# Intensity\n7\n8\n9\n");
@@ -112,7 +112,7 @@ TEST(TXTPointWriter, LeavesOutWhatTheSourceLacks)
 
 TEST(TXTPointWriter, BeginsLinesWithABlankWhenTheFirstColumnIsNotDelivered)
 {
-    // Intensity is the source's, but the layout written does not have it.
+    // The source has Intensity, but the written layout does not.
     const auto source = threePoints();
     EXPECT_EQ(write(*source, "ix", xyz), "# X\n 1.000\n 2.000\n 3.000\n");
     EXPECT_EQ(write(*source, "xi", xyz), "# X\n1.000\n2.000\n3.000\n");
@@ -156,7 +156,7 @@ TEST(TXTPointWriter, ChoosesDecimalsOfDoublesByQuantization)
                  {1e-9, "1.062500000"},
                  {1e-12, "1.062500000000"},
                  {1e-15, "1.062500000000000"},
-                 // Division by ten does not arrive at these doubles, and so far down it must.
+                 // Repeated division by ten gives other doubles, and such small steps must be equal.
                  {1e-13, general},
                  {1e-14, general},
                  {1e-16, general},
@@ -212,7 +212,7 @@ TEST(TXTPointWriter, WritesTheSameTextForEveryBlockSizeAndInFewWrites)
     EXPECT_LT(io->writes(), static_cast<int>(expected.size() / 32768));
 }
 
-TEST(TXTPointWriter, HoldsLinesLongerThanItsBuffer)
+TEST(TXTPointWriter, WritesLinesLongerThanItsBuffer)
 {
     // 6000 columns of 63 characters do not fit 256 KiB.
     const auto source = MemoryPointSource::make(xyz, {{1e70, 1e70}, {0, 0}, {0, 0}});
@@ -221,7 +221,7 @@ TEST(TXTPointWriter, HoldsLinesLongerThanItsBuffer)
     EXPECT_EQ(text.size(), 1 + 2 * 6000 + 1 + 2 * (6000 * 64));
 }
 
-TEST(TXTPointWriter, KeepsAHeaderOnlyFileWhenTheBoxMissesThePoints)
+TEST(TXTPointWriter, WritesOnlyAHeaderIfTheBoxHasNoPoints)
 {
     const auto source = threePoints();
     const Bounds elsewhere{{100, 101}, {100, 101}, {100, 101}};
@@ -237,7 +237,8 @@ TEST(TXTPointWriter, ReportsEachBlock)
     Recorder delegate;
     writer->write(Bounds::Huge(), 1.0, xyz, &delegate);
     EXPECT_EQ(delegate.messages, "writing text file;writing text file;writing text file;writing text file;");
-    EXPECT_DOUBLE_EQ(delegate.getProgress(), 0.5); // the source, which reports nothing, has the other half
+    EXPECT_DOUBLE_EQ(delegate.getProgress(),
+                     0.5); // the other half is that of the source, which reports nothing
 }
 
 TEST(TXTPointWriter, RemovesItsOutputWhenCancelled)
@@ -252,14 +253,14 @@ TEST(TXTPointWriter, RemovesItsOutputWhenCancelled)
               "TXT Write operation cancelled.");
     EXPECT_TRUE(io->unlinked());
     EXPECT_EQ(io->openCount(), 0);
-    EXPECT_EQ(io->text(), "") << "what was buffered is dropped";
+    EXPECT_EQ(io->text(), "") << "the buffer is discarded";
 }
 
-TEST(TXTPointWriter, RemovesItsOutputWhenTheStoreIsFull)
+TEST(TXTPointWriter, RemovesItsOutputWhenTheFileIsFull)
 {
     std::vector<double> values(100000, 1.0);
     const auto source = MemoryPointSource::make(xyz, {values, values, values});
-    // In the header's block, in a direct write and in the last flush.
+    // In the block of the header, in a direct write and in the last flush.
     for (const std::size_t capacity : {0u, 10000u, 1799990u}) {
         const Scoped<ByteStore> io = ByteStore::make();
         io->setCapacity(capacity);
@@ -320,7 +321,7 @@ TEST_F(TXTPointWriterFile, LeavesNothingWhenTheSourceFails)
     EXPECT_FALSE(std::filesystem::exists(m_path));
 }
 
-TEST_F(TXTPointWriterFile, LeavesAnEarlierFileAloneWhenItFailsBeforeWriting)
+TEST_F(TXTPointWriterFile, KeepsAnEarlierFileIfItFailsBeforeWriting)
 {
     std::ofstream(m_path) << "precious";
     const auto source = threePoints();
@@ -332,7 +333,7 @@ TEST_F(TXTPointWriterFile, LeavesAnEarlierFileAloneWhenItFailsBeforeWriting)
     Scoped<TXTPointWriter> writer(TXTPointWriter::create());
     writer->init(source.get(), m_path.c_str(), layout);
     EXPECT_EQ(errorOf(40011, [&] { writer->write(Bounds::Huge(), 1.0, layout, nullptr); }), "");
-    writer.reset(); // files are removed with their last holder
+    writer.reset(); // files are removed with their last reference
     EXPECT_EQ(content(), "precious");
 }
 

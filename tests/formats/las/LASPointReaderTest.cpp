@@ -364,6 +364,7 @@ TEST_F(LASReading, HidesChunksFromLASzipThatWouldCrashIt)
 TEST_F(LASReading, RefusesCallsBeforeInit)
 {
     const Scoped<LASPointReader> reader(LASPointReader::create());
+    const Scoped<LASPointWriter> writer(LASPointWriter::create());
     Metadata metadata;
     const std::function<void()> calls[] = {
         [&] { reader->getFileFormatString(); },
@@ -373,6 +374,8 @@ TEST_F(LASReading, RefusesCallsBeforeInit)
         [&] { reader->loadMetadata(metadata, false); },
         [&] { reader->getTotalWork(Bounds::Huge(), 1); },
         [&] { reader->createIterator(Bounds::Huge(), 1, PointInfo(), nullptr); },
+        [&] { writer->setQuantization(nullptr, nullptr); },
+        [&] { writer->write(Bounds::Huge(), 1, PointInfo(), nullptr); },
     };
     for (const auto& call : calls)
         EXPECT_EQ(Testing::failureOf(call).substr(0, 5), "40007") << &call - calls;
