@@ -25,18 +25,6 @@ enum PointSourceType : int
     POINT_SOURCE_BPF = 8
 };
 
-// How files are opened.
-struct OpenOptions
-{
-    // Text files are refused without these. If the layout is empty, each file must name its columns in a header
-    // line.
-    std::optional<TextOptions> text;
-    // Whether LAS files with waveforms are opened, without their waveform packets, or refused.
-    bool opensWaveforms = false;
-    // If set, called with a message for each file whose waveform packets are dropped, in any thread.
-    std::function<void(const std::string&)> warn;
-};
-
 // Thread-safe once it is configured.
 class QM_API SimpleFileOpener final : public PersistentPointSourceManager::FileOpener
 {
@@ -47,13 +35,27 @@ public:
     static PointSourceType getPointSourceType(const char* name);
     static const char* getPointSourceTypeName(PointSourceType type);
 
-    OpenOptions& options() noexcept { return m_options; }
+    // Without these, text files are refused. If the layout is empty, each file must name its columns in a header
+    // line.
+    void setTextOptions(const TextOptions& options) { m_options.text = options; }
     void setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines)
     {
         m_options.text = TextOptions{layout, skipLines, scanNow};
     }
+    bool hasTextOptions() const noexcept { return m_options.text.has_value(); }
+
+    // Whether LAS files with waveforms are opened, without their waveform packets, or refused, the default.
     bool willOpenFullWaveformFiles() const noexcept { return m_options.opensWaveforms; }
     void setOpenFullWaveformFiles(bool open) noexcept { m_options.opensWaveforms = open; }
+    // Opens them and calls `warn`, once per file, with a message.
+    void dropWaveforms(std::function<void(const std::string&)> warn);
+
+    struct Options
+    {
+        std::optional<TextOptions> text;
+        bool opensWaveforms = false;
+        std::function<void(const std::string&)> warn; // of dropped waveforms; may be empty
+    };
 
     // A new count of a source. Errors -1: "TXT file requires a format parse string '-parse': '%s'",
     // "unsupported input file format '%s'"; those of the reader.
@@ -62,7 +64,7 @@ public:
 private:
     SimpleFileOpener() = default;
 
-    OpenOptions m_options;
+    Options m_options;
 };
 
 class QM_API FilePointSourceManager final : public PointSourceManager
@@ -74,7 +76,7 @@ public:
     // '%s'" unless the opener has text options.
     void addFile(const char* name);
     // One name per line, each added as a file. Relative names are relative to the directory of the list.
-    // Comments and empty lines are not supported.
+    // Comments and empty lines are not supported. A list with an error adds nothing.
     void addListFile(const char* name);
 
     SimpleFileOpener& getOpener() noexcept;

@@ -3,8 +3,10 @@
 #include "support/Errors.h"
 #include "support/ExampleSurvey.h"
 #include "support/TemporaryDirectory.h"
+#include "utils/sets/Formats.h"
 #include <vxunpack/TXTPointReader.h>
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace Quillmoran {
@@ -29,6 +31,25 @@ TEST(SimpleFileOpener, ClassifiesNamesByTheirEnding)
     EXPECT_STREQ(SimpleFileOpener::getPointSourceTypeName(POINT_SOURCE_NULL), "Unknown File Type");
     EXPECT_STREQ(SimpleFileOpener::getPointSourceTypeName(static_cast<PointSourceType>(99)),
                  "Unknown File Type");
+}
+
+TEST(Formats, AreListedInTheManPages)
+{
+    const auto expectListed = [](const std::string& program, const std::string& name) {
+        std::string text = Testing::readFile(EXAMPLES "/../docs/man/" + program + ".1");
+        std::replace(text.begin(), text.end(), '\n', ' ');
+        EXPECT_NE(text.find(' ' + name + ' '), std::string::npos) << program << ' ' << name;
+    };
+    for (const Format& format : Formats::table) {
+        if (format.isSelfDescribing)
+            for (const char* program : {"vxpack", "vxindex"})
+                expectListed(program, format.pattern);
+        if (format.createWriter && *format.pattern)
+            expectListed("vxunpack", format.pattern);
+        for (const char* name : format.outputNames)
+            if (name)
+                expectListed("vxunpack", name);
+    }
 }
 
 TEST(FilePointSourceManager, ReadsListsRelativeToThemselves)
@@ -79,7 +100,7 @@ TEST(FilePointSourceManager, RefusesListsThatMultiply)
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     const std::string message = errorOf(-1, [&] { manager->addFile(nameOf(0).c_str()); });
     EXPECT_EQ(message.rfind("list files name too many list files: ", 0), 0u) << message;
-    // Two levels of them are no more than somebody may want.
+    // Two levels of lists are accepted.
     const Scoped<FilePointSourceManager> wide(FilePointSourceManager::create());
     wide->addFile(nameOf(7).c_str());
     EXPECT_EQ(wide->getNumSources(), 60u * 60 * 60);

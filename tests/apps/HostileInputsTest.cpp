@@ -1,14 +1,11 @@
-// Files with hostile strings: what they name is not opened, control characters are not printed, and what is not
-// understood is reported.
+// Files with hostile strings: only regular files are opened, control characters are not printed, and unknown
+// coordinate systems are reported.
+#include "apps/ProgramTest.h"
 #include "support/LASFile.h"
-#include "support/Program.h"
 #include "support/SetOfSources.h"
 #include "support/TileFiles.h"
 
 #include <gtest/gtest.h>
-#include <iterator>
-#include <nlohmann/json.hpp>
-#include <sstream>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -27,16 +24,9 @@ using Keys = std::vector<std::uint16_t>;
 const Keys utmKeys = {1, 1, 0, 2, 1024, 0, 1, 1, 3072, 0, 1, 32613};
 const Keys unknownKeys = {1, 1, 0, 1, 3073, 34737, 8, 0}; // a text of 8 characters, without texts
 
-class HostileInputs : public testing::Test
+class HostileInputs : public Testing::ProgramTest
 {
 protected:
-    Result run(const char* program, const std::string& arguments) const
-    {
-        std::istringstream words(arguments);
-        const std::vector<std::string> list{std::istream_iterator<std::string>(words), {}};
-        return Program(program, directory, list).wait();
-    }
-
     void las(const std::string& name, const Keys& keys) const
     {
         LASFile file;
@@ -62,8 +52,6 @@ protected:
         plan.metadata.add(evil.c_str(), evil.c_str(), METADATA_STRING, evil.c_str(), 0);
         writeFile(directory / file, Testing::buildFile(plan));
     }
-
-    Testing::TemporaryDirectory directory;
 };
 
 TEST_F(HostileInputs, AModuleThatCannotBeLoadedEndsTheRun)
@@ -167,11 +155,8 @@ TEST_F(HostileInputs, OnlyRegularFilesAreOpened)
          "Failed to create LASReader for path = 'http://localhost/a.las': No such file or directory path = "
          "http://localhost/a.las"},
     };
-    for (const auto& [program, arguments, message] : cases) {
-        const Result result = run(program, arguments);
-        EXPECT_EQ(result.status, 1) << arguments;
-        EXPECT_EQ(result.errors, "Error: " + message + '\n') << arguments;
-    }
+    for (const auto& [program, arguments, message] : cases)
+        expectError(program, arguments, message);
     close(socket);
 }
 

@@ -1,9 +1,9 @@
-// What the programs share at their edges: arguments that they refuse, names of channels, runs that write
-// nothing, and the progress line.
+// Options that all programs share: refused arguments, names of channels, runs without output, the progress
+// line.
+#include "apps/ProgramTest.h"
 #include "support/Errors.h"
 #include "support/ExampleSurvey.h"
 #include "support/LASClouds.h"
-#include "support/Program.h"
 #include "support/SetOfSources.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/VX7PointReader.h>
@@ -11,35 +11,20 @@
 #include <algorithm>
 #include <cstdio>
 #include <gtest/gtest.h>
-#include <iterator>
-#include <sstream>
 
 namespace Quillmoran {
 namespace {
 
-using Testing::Program;
 using Testing::readFile;
 using Testing::Result;
 using Testing::writeFile;
 using Strings = std::vector<std::string>;
 
-class Options : public testing::Test
+class Options : public Testing::ProgramTest
 {
 protected:
     Options() { writeFile(directory / "survey.vxl", Testing::buildExampleSurvey()); }
 
-    // Runs in the directory of the test, with arguments that have no blanks.
-    Result run(const char* program, const std::string& arguments) const
-    {
-        std::istringstream words(arguments);
-        return Program(program, directory, Strings{std::istream_iterator<std::string>(words), {}}).wait();
-    }
-    Result succeed(const char* program, const std::string& arguments) const
-    {
-        Result result = run(program, arguments);
-        EXPECT_EQ(result.status, 0) << program << ' ' << arguments << '\n' << result.errors;
-        return result;
-    }
     Strings linesOf(const std::string& file) const
     {
         succeed(VXUNPACK, "-o lines.txt -i " + file);
@@ -49,11 +34,9 @@ protected:
             lines.push_back(line);
         return lines;
     }
-
-    Testing::TemporaryDirectory directory;
 };
 
-TEST_F(Options, RefusesWhatIsNoValueOfAnOption)
+TEST_F(Options, RefusesBadValues)
 {
     const struct
     {
@@ -91,16 +74,16 @@ TEST_F(Options, RefusesWhatIsNoValueOfAnOption)
         const Result result = run(program, std::string(arguments) + output + " -i survey.vxl");
         EXPECT_EQ(result.status, 1) << arguments;
         EXPECT_EQ(result.errors, std::string(message) + "\nUse -h or -help for list of options.\n\n");
-        EXPECT_FALSE(std::filesystem::exists(directory / "out.vxl")) << arguments;
-        EXPECT_FALSE(std::filesystem::exists(directory / "out.index")) << arguments;
+        EXPECT_FALSE(exists("out.vxl")) << arguments;
+        EXPECT_FALSE(exists("out.index")) << arguments;
     }
-    // As ever for the program whose parser is part of its interface.
+    // The parser of vxunpack is part of its interface and stays lenient.
     EXPECT_EQ(succeed(VXUNPACK, "-i survey.vxl -o null -j 2x -c 7 5 0 1x 0 1").errors, "");
 }
 
-TEST_F(Options, ChannelsAndFiltersAreNamedAsElsewhere)
+TEST_F(Options, AcceptsOtherNamesOfChannels)
 {
-    // The points whose columns 8 (class) and 4 (return) are as wanted.
+    // Whether columns 8 (class) and 4 (return) have these values.
     const auto isWanted = [](const std::string& line, const char* wantedClass, const char* wantedReturn) {
         std::istringstream words(line);
         const Strings values{std::istream_iterator<std::string>(words), {}};
@@ -142,9 +125,8 @@ TEST_F(Options, ChannelsAndFiltersAreNamedAsElsewhere)
         {"-ofld xyz -sb Red=64", "the output does not have channel: 'Red', its channels are X, Y, Z"},
     };
     for (const auto& [arguments, message] : refused)
-        EXPECT_EQ(run(VXPACK, std::string("-i survey.vxl -o refused.vxl ") + arguments).errors,
-                  "Error: " + message + '\n');
-    EXPECT_FALSE(std::filesystem::exists(directory / "refused.vxl"));
+        expectError(VXPACK, std::string("-i survey.vxl -o refused.vxl ") + arguments, message);
+    EXPECT_FALSE(exists("refused.vxl"));
 }
 
 TEST_F(Options, ExplainsWhyNoPointsAreWritten)
@@ -186,7 +168,7 @@ TEST_F(Options, ExplainsWhyNoPointsAreWritten)
               "Warning: 'e.index': none of the files has points\n");
 }
 
-// A file that can be opened, and whose points cannot be read.
+// A file that can be opened, but not decoded.
 Testing::Bytes damagedSurvey(const std::string& path)
 {
     Testing::Bytes whole = Testing::buildExampleSurvey();
@@ -310,7 +292,7 @@ TEST_F(Options, ProgressEndsAtOneHundredPercent)
     writeFile(directory / "tiles/a.las", Testing::randomLASFile(1, 2, 30000, 5).build());
     writeFile(directory / "tiles/b.las", Testing::randomLASFile(1, 2, 20000, 6).build());
     writeFile(directory / "tiles/c.las", Testing::randomLASFile(1, 2, 5, 7).build());
-    // Most points are in a corner of the bounds, so that what lies in a box is estimated badly.
+    // Most points are in a corner of the bounds, so that estimates of points in a box are bad.
     Testing::LASFile corner = Testing::randomLASFile(1, 2, 50000, 8);
     for (std::size_t i = 0; i < corner.points.size(); ++i) {
         corner.points[i].x = static_cast<std::int32_t>(i % 1000 == 0 ? i : i / 100);
@@ -318,7 +300,7 @@ TEST_F(Options, ProgressEndsAtOneHundredPercent)
     }
     corner.describePoints();
     writeFile(directory / "corner.las", corner.build());
-    // The first lines are much longer than the others, so that their number is estimated badly.
+    // The first lines are longer or shorter than the others, so that estimates of their number are bad.
     for (const bool startsLong : {true, false}) {
         std::string text;
         for (int i = 0; i < 60000; ++i)
@@ -358,7 +340,7 @@ TEST_F(Options, ProgressEndsAtOneHundredPercent)
         EXPECT_EQ(std::count(frames.begin(), frames.end(), 100.0), 1) << arguments;
         EXPECT_EQ(result.output.find('%', result.output.find("100.00%") + 7), std::string::npos) << arguments;
     }
-    // A run that does not succeed never shows it: the last line of this text is no point.
+    // A failed run never shows it. The last line of this file is not a point.
     writeFile(directory / "bad.xyz", readFile(directory / "long.xyz") + "x y z\n");
     const Result failed = run(VXPACK, "-i bad.xyz -o out.vxl -p xyz");
     EXPECT_EQ(failed.status, 1);

@@ -85,7 +85,7 @@ protected:
     std::string index = directory / "tiles.index";
 };
 
-TEST_F(TileIndex, AnswersABoxFromTheTilesThatMeetIt)
+TEST_F(TileIndex, OpensOnlyTilesThatIntersectABox)
 {
     const auto writer = makeWriter();
     for (int i = 0; i < 100; ++i)
@@ -114,7 +114,7 @@ TEST_F(TileIndex, AnswersABoxFromTheTilesThatMeetIt)
         rows.size());
 }
 
-TEST_F(TileIndex, KeepsWhatItDescribes)
+TEST_F(TileIndex, RestoresAllFields)
 {
     const auto writer = makeWriter();
     writer->setSRS("EPSG:25832");
@@ -174,7 +174,7 @@ TEST_F(TileIndex, CanBeMovedWithTheTilesBelowIt)
     EXPECT_EQ(Scoped<PointSource>(read->createOverviewPointSource())->getNumPoints(), 4);
 }
 
-TEST_F(TileIndex, LooksForALostOverviewBesideItself)
+TEST_F(TileIndex, LooksForALostOverviewInItsDirectory)
 {
     const TemporaryDirectory elsewhere;
     writeFile(elsewhere / "small.vxl", buildTile(0, 0, 3));
@@ -216,7 +216,7 @@ TEST_F(TileIndex, FollowsChangesOfItsFiles)
     EXPECT_EQ(readRows(*mosaic, mosaic->getPointInfo(), {{50, 59}, {50, 59}, {-1, 1}}).size(), 7u);
 }
 
-TEST_F(TileIndex, DoesNotTrustTheTimeOfAFileAsYoungAsTheIndex)
+TEST_F(TileIndex, IgnoresTimesOfFilesAsNewAsTheIndex)
 {
     const auto writer = makeWriter();
     const std::string path = tile("a.vxl", 0, 0);
@@ -244,7 +244,7 @@ TEST_F(TileIndex, HasOneTileForEachFile)
     EXPECT_FALSE(writer->remove(b.c_str()));
     writer->add(b.c_str());
     writer->setOverview(a.c_str(), 0.5);
-    EXPECT_EQ(namesOf(*writer), (Names{"b.vxl"})) << "the overview is no tile";
+    EXPECT_EQ(namesOf(*writer), (Names{"b.vxl"})) << "the overview is not a tile";
     writer->add(a.c_str());
     EXPECT_EQ(namesOf(*writer), (Names{"b.vxl"}));
     EXPECT_EQ(writer->update(a.c_str()), Change::None);
@@ -278,7 +278,7 @@ TEST_F(TileIndex, UnitesTheChannelsOfItsTiles)
               "the number of points must be known");
 }
 
-TEST_F(TileIndex, SaysWhichTileItCannotRead)
+TEST_F(TileIndex, NamesTilesThatCannotBeRead)
 {
     const auto writer = makeWriter();
     const std::string bad = directory.file("bad.vxl", "not a survey at all");

@@ -20,7 +20,7 @@ using Testing::ByteStore;
 using Testing::errorOf;
 using Testing::failureOf;
 
-// A file made by hand.
+// Builds a file field by field.
 struct IndexBytes
 {
     std::string bytes;
@@ -127,7 +127,7 @@ struct Read
 {
     explicit Read(const std::string& bytes) { TileSetFile::read(ByteStore::make(bytes).get(), set, *tree); }
 
-    // The values of all boxes that meet a point.
+    // The values of all boxes that contain a point.
     std::vector<std::int64_t> valuesAt(double at) const
     {
         const Scoped<RTree::Iterator> walk(tree->createIterator());
@@ -196,10 +196,10 @@ TEST(TileSetFile, WritesTheSameBytes)
     EXPECT_TRUE(back.set.tiles.empty());
 }
 
-TEST(TileSetFile, PassesOverWhatItDoesNotKnow)
+TEST(TileSetFile, SkipsUnknownPackets)
 {
     IndexBytes file{start(0)};
-    file.packet("new1", "whatever").packet("info", infoPayload() + "more").packet("new2", "");
+    file.packet("new1", "ignored").packet("info", infoPayload() + "more").packet("new2", "");
     file.packet("path", pathPayload()).packet("new3", std::string(10000, 'x')).packet("tree", treePayload());
     const Read read(file.bytes + "trailing");
     EXPECT_EQ(read.set.tiles.size(), 2u);
@@ -207,7 +207,7 @@ TEST(TileSetFile, PassesOverWhatItDoesNotKnow)
     EXPECT_EQ(read.valuesAt(9), (std::vector<std::int64_t>{1}));
 }
 
-TEST(TileSetFile, SaysWhatIsWrong)
+TEST(TileSetFile, ReportsErrors)
 {
     const std::string cut = "5 Input/output error: failed reading: ";
     EXPECT_EQ(failure(""), "-1 bad magic");
@@ -229,7 +229,7 @@ TEST(TileSetFile, SaysWhatIsWrong)
               "-1 unknown chunk name 'info' was expecting 'tree'");
 }
 
-TEST(TileSetFile, FailsWhereverItIsCut)
+TEST(TileSetFile, RefusesEveryTruncation)
 {
     const std::string whole = wholeFile();
     const std::size_t tree = whole.size() - treePayload().size(); // where its payload begins
@@ -239,7 +239,7 @@ TEST(TileSetFile, FailsWhereverItIsCut)
             EXPECT_EQ(failure(whole.substr(0, length)), "-1 failed reading: 'tree' packet length");
         }
     }
-    // Packets that end early in a file that goes on.
+    // Truncated packets, followed by more of the file.
     const std::string payloads[] = {infoPayload(), overviewPayload(), pathPayload(),
                                     treePayload().substr(0, 111)};
     const char* const names[] = {"info", "over", "path", "tree"};
@@ -253,10 +253,10 @@ TEST(TileSetFile, FailsWhereverItIsCut)
         }
 }
 
-TEST(TileSetFile, BelievesNoCountWithoutTheBytesForIt)
+TEST(TileSetFile, ChecksCountsAgainstTheSizeOfTheFile)
 {
-    // Every place of one, two, four and eight bytes, set to what a count could be at most. The result is an
-    // error or a set, and never more memory than the file has bytes for.
+    // Sets every 1, 2, 4 and 8 bytes to the largest signed and unsigned count. The result must be an error or a
+    // set no larger than the file.
     const std::string whole = wholeFile();
     for (std::size_t at = 8; at < whole.size(); ++at)
         for (const std::size_t size : {1u, 2u, 4u, 8u})
@@ -285,7 +285,7 @@ TEST(TileSetFile, BelievesNoCountWithoutTheBytesForIt)
     EXPECT_EQ(failure(open.bytes), "-1 failed reading: 'info' packet length");
 }
 
-TEST(TileSetFile, RefusesWhatTheFileCannotHold)
+TEST(TileSetFile, RefusesTextsThatAreTooLong)
 {
     const double steps[] = {1, 1, 1};
     const Scoped<MemoryRTree> tree(MemoryRTree::create());

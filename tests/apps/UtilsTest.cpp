@@ -9,8 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 namespace Quillmoran {
 namespace {
 
@@ -23,7 +21,7 @@ using Names = std::vector<std::string>;
 class AddFiles : public testing::Test
 {
 protected:
-    // The names that a walk adds, from the directory on.
+    // The added names, relative to the directory.
     Names walk(const std::string& path, int depth)
     {
         const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
@@ -38,17 +36,17 @@ protected:
     TemporaryDirectory directory;
 };
 
-TEST_F(AddFiles, TakesTheFilesOfADirectoryInTheOrderOfTheirNames)
+TEST_F(AddFiles, SortsTheFilesOfADirectoryByName)
 {
     for (const char* name : {"B.las", "a.laz", "c.VXL", "D.bpf", "notes.txt", "old.index", "null", "las"})
         directory.file(name, "");
     EXPECT_EQ(walk(directory.path(), 0), (Names{"a.laz", "B.las", "c.VXL", "D.bpf"}));
     EXPECT_EQ(walk(directory / "c.VXL", 0), (Names{"c.VXL"}));
-    EXPECT_EQ(walk(directory / "notes.txt", 0), Names()) << "text is passed over by name, too";
+    EXPECT_EQ(walk(directory / "notes.txt", 0), Names()) << "text is skipped by name, too";
     EXPECT_EQ(walk(directory / "old.index", 5), Names());
 }
 
-TEST_F(AddFiles, GoesDownAsDeepAsItIsTold)
+TEST_F(AddFiles, DescendsToTheGivenDepth)
 {
     makeDirectory("z/one/two");
     directory.file("z/f.vxl", "");
@@ -59,7 +57,7 @@ TEST_F(AddFiles, GoesDownAsDeepAsItIsTold)
     EXPECT_EQ(walk(directory / "z", 1), (Names{"z/f.vxl", "z/one/a.vxl"}));
     const Names all{"z/f.vxl", "z/one/a.vxl", "z/one/two/b.vxl"};
     EXPECT_EQ(walk(directory / "z", 2), all);
-    // A link back up leads nowhere new.
+    // A link to a directory above is not followed.
     std::filesystem::create_directory_symlink(directory / "z", directory / "z/one/two/up");
     EXPECT_EQ(walk(directory / "z", 1000), all);
 }
@@ -95,7 +93,7 @@ TEST_F(AddFiles, FillsAnIndex)
     EXPECT_EQ(writer->getFiles()[0], directory / "b.vxl");
 }
 
-// Takes a directory away when a file is opened.
+// Removes a directory when a file is opened.
 class Remover final : public PersistentPointSourceManager::FileOpener
 {
 public:

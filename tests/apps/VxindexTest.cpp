@@ -1,13 +1,11 @@
-// The program as its users run it.
-#include "support/Program.h"
+// Runs of the program.
+#include "apps/ProgramTest.h"
 #include "support/TileFiles.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <csignal>
-#include <iterator>
-#include <sstream>
 
 namespace Quillmoran {
 namespace {
@@ -18,7 +16,7 @@ using Testing::readFile;
 using Testing::Result;
 using Testing::writeFile;
 
-class Vxindex : public testing::Test
+class Vxindex : public Testing::ProgramTest
 {
 protected:
     Vxindex()
@@ -35,19 +33,12 @@ protected:
                                                                std::chrono::hours(1));
     }
 
-    // Runs in the directory of the test, with arguments that have no blanks.
-    Program start(const std::string& arguments) const
-    {
-        std::istringstream words(arguments);
-        const std::vector<std::string> list{std::istream_iterator<std::string>(words), {}};
-        return Program(VXINDEX, directory, list);
-    }
-    Result run(const std::string& arguments) const { return start(arguments).wait(); }
+    Result run(const std::string& arguments) const { return ProgramTest::run(VXINDEX, arguments); }
     std::string resolved(const std::string& name) const
     {
         return (std::filesystem::canonical(directory.path()) / name).string();
     }
-    // Runs, expecting success, and gives the last line.
+    // Runs, expecting success, and returns the last line.
     std::string report(const std::string& arguments) const
     {
         const Result result = run(arguments);
@@ -56,8 +47,6 @@ protected:
         const std::string& text = result.output;
         return text.empty() ? text : text.substr(text.rfind('\n', text.size() - 2) + 1);
     }
-
-    Testing::TemporaryDirectory directory;
 };
 
 TEST_F(Vxindex, IndexesADirectoryAndListsIt)
@@ -73,7 +62,7 @@ TEST_F(Vxindex, IndexesADirectoryAndListsIt)
     EXPECT_NE(summary.output.find("Basic Mosaic Info:\n   Number of Points:  60\n"), std::string::npos);
 }
 
-TEST_F(Vxindex, TakesFilesListsTextAndDirectoriesInAnyOrder)
+TEST_F(Vxindex, AcceptsFilesListsTextAndDirectoriesInAnyOrder)
 {
     directory.file("all.list", "tiles/b.vxl\nmore/d.txt\n");
     std::filesystem::create_directories(directory / "more/deep");
@@ -96,7 +85,7 @@ TEST_F(Vxindex, FollowsChanges)
     report("-o t.index tiles -srs EPSG:4326");
     std::filesystem::remove(directory / "tiles/a.vxl");
     writeFile(directory / "tiles/b.vxl", buildTile(10, 0, 5));
-    // A file that was replaced and kept its time shows only when it is opened.
+    // A replaced file with its old time is detected only by opening it.
     const auto time = std::filesystem::last_write_time(directory / "tiles/c.vxl");
     writeFile(directory / "tiles/c.vxl", buildTile(20, 0, 7));
     std::filesystem::last_write_time(directory / "tiles/c.vxl", time);
@@ -129,7 +118,7 @@ TEST_F(Vxindex, SetsAndRemovesAnOverview)
     const std::string listed = run("-o tiles/t.index -l").output;
     EXPECT_NE(listed.find("overview of a share of 0.25:\nok "), std::string::npos) << listed;
     report("-o tiles/t.index -u tiles");
-    EXPECT_EQ(run("-o tiles/t.index -l").output, listed) << "the overview stays what it is";
+    EXPECT_EQ(run("-o tiles/t.index -l").output, listed) << "the overview is kept";
     report("-o tiles/t.index -u -removeOverview");
     EXPECT_EQ(run("-o tiles/t.index -l").output.find("overview"), std::string::npos);
 }
@@ -155,11 +144,10 @@ TEST_F(Vxindex, CreatesAnOverviewFromTheTiles)
         EXPECT_NE(run(std::string("-o t.index tiles -createOverview ") + name)
                       .errors.find("Error: an overview is created as a LAS or LAZ file: '"),
                   std::string::npos);
-    EXPECT_FALSE(std::filesystem::exists(directory / "t.index"));
+    EXPECT_FALSE(exists("t.index"));
 }
 
-// Neither the index nor a file that it describes is lost, whether an overview is refused or its writing
-// fails.
+// Neither the index nor a tile is lost if an overview is refused or cannot be written.
 TEST_F(Vxindex, CreatesNoOverviewInPlaceOfATile)
 {
     EXPECT_EQ(run("-o las.index tiles/a.vxl -overview a.las -overviewFraction 1 -createOverview").status, 0);
@@ -181,9 +169,7 @@ TEST_F(Vxindex, CreatesNoOverviewInPlaceOfATile)
     const std::string before = readFile(directory / "t.index");
     const std::string survey = readFile(directory / "tiles/a.las");
     for (const auto& [arguments, error] : cases) {
-        const Result result = run(std::string("-o t.index -createOverview ") + arguments);
-        EXPECT_EQ(result.status, 1) << arguments;
-        EXPECT_EQ(result.errors, std::string("Error: ") + error + "\n") << arguments;
+        expectError(VXINDEX, std::string("-o t.index -createOverview ") + arguments, error);
         EXPECT_EQ(readFile(directory / "t.index"), before) << arguments;
         EXPECT_EQ(readFile(directory / "tiles/a.las"), survey) << arguments;
     }
@@ -222,10 +208,8 @@ TEST_F(Vxindex, ExplainsWhatItCannotDo)
          {std::pair("tiles/a.vxl", "hard.index"), {"tiles/a.vxl", "over.las"}, {"all.list", "list.index"}})
         std::filesystem::create_hard_link(directory / name, directory / link);
     for (const auto& [arguments, error] : cases) {
-        const Result result = run(arguments);
-        EXPECT_EQ(result.status, 1) << arguments;
-        EXPECT_EQ(result.errors, "Error: " + error + "\n") << arguments;
-        EXPECT_FALSE(std::filesystem::exists(directory / "t.index")) << arguments;
+        expectError(VXINDEX, arguments, error);
+        EXPECT_FALSE(exists("t.index")) << arguments;
     }
     EXPECT_EQ(readFile(directory / "old.index"), "rtre");
     EXPECT_EQ(run("").status, 1);
@@ -237,13 +221,13 @@ TEST_F(Vxindex, KeepsTheOldIndexAtAnInterrupt)
 {
     report("-o t.index tiles/a.vxl");
     const std::string before = readFile(directory / "t.index");
-    // The second file takes long enough for a signal.
+    // Reading the second file is slow enough for a signal.
     std::string lines;
     for (int i = 0; i < 1000000; ++i)
         lines += "1234567.89 1234567.89 1.5\n";
     directory.file("tiles/b.txt", lines);
     directory.file("all.list", "tiles/a.vxl\ntiles/b.txt\ntiles/c.vxl\n");
-    Program program = start("-o t.index -p xyz all.list");
+    Program program = start(VXINDEX, "-o t.index -p xyz all.list");
     program.interrupt("33.34%", SIGINT);
     EXPECT_EQ(readFile(directory / "t.index"), before);
     for (const auto& file : std::filesystem::directory_iterator(directory.path()))

@@ -1,15 +1,14 @@
-// The program as its users, and programs that read its JSON, run it.
+// Runs of the program, and its JSON as programs read it.
+#include "apps/ProgramTest.h"
 #include "common/container/ChunkHeader.h"
 #include "platform/ByteOrder.h"
 #include "support/ExampleSurvey.h"
-#include "support/Program.h"
 #include "support/SampleCloud.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <limits>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <numeric>
 
 namespace Quillmoran {
@@ -18,23 +17,23 @@ namespace {
 using nlohmann::json;
 using Testing::Bytes;
 using Testing::FilePlan;
+using Testing::find;
 using Testing::Program;
 using Testing::Result;
 using Testing::SampleCloud;
-using Testing::TemporaryDirectory;
 using Testing::writeFile;
 
 // Where the first record of the wavelet header keeps the largest sample of its channel.
 constexpr std::size_t firstMaximum = 16 + 2 * ChunkHeader::size + 13 + 31;
 
-class Vxinfo : public testing::Test
+class Vxinfo : public Testing::ProgramTest
 {
 protected:
     Result run(const std::vector<std::string>& arguments)
     {
         return Program(VXINFO, directory, arguments).wait();
     }
-    // The report of one file that is expected to be sound, or not.
+    // The report of a file, which is expected to be sound or not.
     json report(const std::string& file, std::vector<std::string> options = {}, bool sound = true)
     {
         options.insert(options.end(), {file, "-json"});
@@ -58,18 +57,10 @@ protected:
         return directory / name;
     }
 
-    TemporaryDirectory directory;
     const std::string example = EXAMPLES "/survey.vxl";
 };
 
-json find(const json& list, const std::string& name)
-{
-    const auto found =
-        std::find_if(list.begin(), list.end(), [&](const json& each) { return each["name"] == name; });
-    return found == list.end() ? json() : *found;
-}
-
-TEST_F(Vxinfo, DescribesTheExampleForPrograms)
+TEST_F(Vxinfo, DescribesTheExampleAsJSON)
 {
     const json file = report(example);
     EXPECT_EQ(file["type"], "Vexil LiDAR File");
@@ -103,7 +94,7 @@ TEST_F(Vxinfo, DescribesTheExampleForPrograms)
         EXPECT_FALSE(file.contains(absent)) << absent;
 }
 
-TEST_F(Vxinfo, DescribesTheExampleForPeople)
+TEST_F(Vxinfo, DescribesTheExampleAsText)
 {
     const Result result = run({example, "-check", "-stats"});
     EXPECT_EQ(result.status, 0);
@@ -118,7 +109,7 @@ TEST_F(Vxinfo, DescribesTheExampleForPeople)
         EXPECT_NE(result.output.find(line), std::string::npos) << line << "in\n" << result.output;
 }
 
-// The sizes of the stretches as a plain walk over the chunks finds them.
+// The expected sizes come from a plain walk over the chunks.
 TEST_F(Vxinfo, AddsUpTheBytesOfTheBands)
 {
     const SampleCloud cloud = SampleCloud::make(3000, 4);
@@ -164,7 +155,7 @@ TEST_F(Vxinfo, ComputesStatisticsOfEveryChannel)
 {
     const SampleCloud cloud = SampleCloud::make(5000, 9);
     FilePlan plan = cloud.toFile();
-    std::vector<std::int64_t> large(5000, 9007199254740993); // no double holds it
+    std::vector<std::int64_t> large(5000, 9007199254740993); // not representable as double
     large[17] = -9007199254740995;
     plan.channels.push_back(Testing::integerChannel("Large", SINT64, large, 10));
     const json statistics = report(plan, {"-stats"})["statistics"];
@@ -206,7 +197,7 @@ TEST_F(Vxinfo, ChecksThatAllPointsAreThere)
         EXPECT_EQ(sound["check"], json({{"numPoints", 4000}, {"numQueries", 5}}));
         EXPECT_EQ(sound["compression"]["index"]["kind"], indexVersion == 1 ? "list" : "tree");
 
-        // An index that has forgotten where the points of the middle are.
+        // An index without the boxes of the points in the middle.
         const double west = SampleCloud::offsets[0];
         for (Bounds& box : plan.indexBoxes)
             if (box.x.meets({west + 30, west + 40}))
@@ -217,7 +208,7 @@ TEST_F(Vxinfo, ChecksThatAllPointsAreThere)
         EXPECT_EQ(damaged["problems"], json::array({damaged["error"]}));
     }
 
-    // A point nowhere is in no box, but there.
+    // A point at NaN is in no box, but counts.
     FilePlan lost;
     for (const char* name : {"X", "Y", "Z"})
         lost.channels.push_back(Testing::deflatedChannel(name, FLOAT64, {1, 2, 3, 4, 5}));
@@ -250,7 +241,7 @@ TEST_F(Vxinfo, ChecksThatPointsLieWithinTheBounds)
               std::string::npos);
 }
 
-TEST_F(Vxinfo, GoesOnBehindFilesThatAreNotSound)
+TEST_F(Vxinfo, ContinuesAfterDamagedFiles)
 {
     std::string bytes = Testing::readFile(example);
     write("good.vxl", bytes);
@@ -280,7 +271,7 @@ TEST_F(Vxinfo, GoesOnBehindFilesThatAreNotSound)
     EXPECT_EQ(verbose.output, "");
 }
 
-TEST_F(Vxinfo, ReportsDamageThatOnlyDecodingMeets)
+TEST_F(Vxinfo, ReportsDamageThatOnlyDecodingFinds)
 {
     Bytes bytes = buildFile(SampleCloud::make(2000, 1).toFile());
     std::size_t at = 28; // the first band
@@ -292,11 +283,11 @@ TEST_F(Vxinfo, ReportsDamageThatOnlyDecodingMeets)
     report(file);
     const json damaged = report(file, {"-check", "-stats"}, false);
     EXPECT_EQ(damaged["error"].get<std::string>().rfind("bad read -- subblock ", 0), 0u) << damaged["error"];
-    EXPECT_EQ(damaged["channels"].size(), 8u) << "what is known is told";
+    EXPECT_EQ(damaged["channels"].size(), 8u) << "the description is kept";
     EXPECT_FALSE(damaged.contains("statistics"));
 }
 
-TEST_F(Vxinfo, WritesJSONWhateverTheFileHolds)
+TEST_F(Vxinfo, WritesValidJSONForAnyContents)
 {
     const double numbers[] = {1.5, std::numeric_limits<double>::infinity(),
                               std::numeric_limits<double>::quiet_NaN()};

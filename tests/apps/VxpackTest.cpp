@@ -1,8 +1,8 @@
-// The program as its users run it: what goes into a file comes out of it again.
+// Runs of the program; its files decode to its inputs.
+#include "apps/ProgramTest.h"
 #include "filters/HilbertCurve.h"
 #include "support/ExampleSurvey.h"
 #include "support/LASClouds.h"
-#include "support/Program.h"
 #include "support/SampleCloud.h"
 #include "support/SetOfSources.h"
 #include "support/TileFiles.h"
@@ -15,15 +15,13 @@
 #include <csignal>
 #include <cstdlib>
 #include <gtest/gtest.h>
-#include <iterator>
-#include <nlohmann/json.hpp>
 #include <regex>
-#include <sstream>
 
 namespace Quillmoran {
 namespace {
 
 using nlohmann::json;
+using Testing::find;
 using Testing::LASBytes;
 using Testing::LASFile;
 using Testing::LASFilePoint;
@@ -34,7 +32,7 @@ using Testing::writeFile;
 using Lines = std::vector<std::string>;
 using Rows = std::vector<std::vector<double>>;
 
-// With the text that names the columns first.
+// Begins with the line that names the columns.
 Lines linesOf(const std::string& text)
 {
     std::istringstream stream(text);
@@ -60,41 +58,26 @@ Rows numbersOf(const Lines& lines)
     return rows;
 }
 
-json find(const json& list, const std::string& name)
-{
-    const auto found =
-        std::find_if(list.begin(), list.end(), [&](const json& each) { return each["name"] == name; });
-    return found == list.end() ? json() : *found;
-}
-
-class Vxpack : public testing::Test
+class Vxpack : public Testing::ProgramTest
 {
 protected:
     Vxpack() { writeFile(directory / "survey.vxl", Testing::buildExampleSurvey()); }
 
-    // All run in the directory of the test, with arguments that have no blanks.
-    Program start(const char* program, const std::string& arguments) const
-    {
-        std::istringstream words(arguments);
-        const Lines list{std::istream_iterator<std::string>(words), {}};
-        return Program(program, directory, list);
-    }
-    Result run(const std::string& arguments) const { return start(VXPACK, arguments).wait(); }
+    Result run(const std::string& arguments) const { return ProgramTest::run(VXPACK, arguments); }
+    // Returns the output of a run without errors and warnings.
     std::string succeed(const char* program, const std::string& arguments) const
     {
-        const Result result = start(program, arguments).wait();
-        EXPECT_EQ(result.status, 0) << arguments << '\n' << result.errors;
+        const Result result = ProgramTest::succeed(program, arguments);
         EXPECT_EQ(result.errors, "") << arguments;
         return result.output;
     }
-    // Packs, and gives what the program prints.
     std::string pack(const std::string& arguments) const { return succeed(VXPACK, arguments); }
     std::string decode(const std::string& arguments) const
     {
         succeed(VXUNPACK, "-o text.txt -i " + arguments);
         return readFile(directory / "text.txt");
     }
-    // The points, as decoding to text gives them.
+    // The points, decoded to text.
     Rows rowsOf(const std::string& arguments) const
     {
         const Lines lines = linesOf(decode(arguments));
@@ -110,7 +93,6 @@ protected:
     {
         return json::parse(succeed(VXINFO, "-json " + arguments))[0];
     }
-    bool exists(const std::string& name) const { return std::filesystem::exists(directory / name); }
     Scoped<VX7PointReader> openCompressed(const std::string& name) const
     {
         Scoped<VX7PointReader> reader(VX7PointReader::create());
@@ -139,8 +121,6 @@ protected:
         constexpr std::size_t creationDate = 90;
         return bytes.size() < creationDate + 4 ? bytes : bytes.replace(creationDate, 4, 4, '\0');
     }
-
-    Testing::TemporaryDirectory directory;
 };
 
 LASFile surveyLAS(int format)
@@ -197,7 +177,7 @@ TEST_F(Vxpack, GivesBackLASAndLAZFiles)
             EXPECT_EQ(file.records[0].description, original.records[0].description);
             EXPECT_EQ(file.records[0].value, original.records[0].value);
 
-            // What LAS writers leave out is kept in the compressed file.
+            // The compressed file keeps records that LAS writers omit.
             const json packed = describe("out.vxl -check"), source = describe(input);
             for (const char* key : {"numPoints", "scale", "offset", "bounds", "wkt"})
                 EXPECT_EQ(packed[key], source[key]) << key;
@@ -225,8 +205,7 @@ TEST_F(Vxpack, GivesTextBackByteForByte)
             return static_cast<int>(random.below(static_cast<unsigned>(end)));
         };
         char line[500];
-        // Heights from 4.06 to 6152.6, which no multiple of a hundredth gives exactly; a step of its own for
-        // Y.
+        // Heights from 4.06 to 6152.6 that are no exact multiples of 0.01; Y has its own scale.
         std::snprintf(line, sizeof line,
                       "%.3f %.2f %.3f %d %d %d %d 1 %d %d %d %d %d %d %.6f %.9f %d %d %d %d %.3f %.18g\n",
                       636000 + 0.01 * (i * 7 % 5000), 848900.25 + 0.25 * (i / 9) + 0.5 * (i % 2 == 0),
@@ -242,13 +221,13 @@ TEST_F(Vxpack, GivesTextBackByteForByte)
     EXPECT_EQ(find(file["channels"], "X")["quantization"], 0.01);
     EXPECT_EQ(find(file["channels"], "Z")["type"], "FLOAT64");
     EXPECT_EQ(find(file["channels"], "ScanAngle")["type"], "SINT16");
-    // A step of a quarter or half is shown by all digits, as those need no more than they have.
+    // Multiples of 0.25 and 0.5 are written without trailing zeros.
     const auto withoutZeros = [](const std::string& lines) {
         return std::regex_replace(lines, std::regex("(\\.[0-9]*[1-9])0+ |\\.0+ "), "$1 ");
     };
     EXPECT_EQ(withoutZeros(decode("out.vxl")), withoutZeros(text));
 
-    // The same columns by name, and what follows of them through another file.
+    // The same columns by name give the same file.
     std::string table = "made by hand\nno header\n" + text.substr(text.find('\n') + 1);
     std::replace(table.begin(), table.end(), ' ', ',');
     writeFile(directory / "in.csv", table);
@@ -259,7 +238,8 @@ TEST_F(Vxpack, GivesTextBackByteForByte)
     EXPECT_TRUE(readFile(directory / "again.vxl") == readFile(directory / "out.vxl"));
     pack("-i out.vxl -o few.vxl -ofld X,y,z,amplitude -quantize 0.01 0.01 0.123456789123456");
     EXPECT_EQ(linesOf(decode("few.vxl"))[0], "# X Y Z Amplitude");
-    EXPECT_TRUE(rowsOf("few.vxl") == samplesOf("few.vxl")) << "decimals of the input are not those of others";
+    EXPECT_TRUE(rowsOf("few.vxl") == samplesOf("few.vxl"))
+        << "decimals of the input do not apply to other scales";
 
     directory.file("wraps.xyz", "1 2 3 70000 -5 ignored\n");
     pack("-i wraps.xyz -o wraps.vxl -parse xyzic -lenient");
@@ -314,7 +294,7 @@ TEST_F(Vxpack, JoinsSeveralFiles)
     for (const char* name : {"tiles/a.vxl", "tiles/b.vxl", "tiles/more/c.vxl"})
         for (const auto& row : samplesOf(name))
             expected.push_back(row);
-    // Tiles count from origins of their own, and no grid holds them all.
+    // Tiles have different offsets, so no grid holds them all.
     const auto packTiles = [this](const std::string& arguments) {
         const Result result = run(arguments);
         EXPECT_EQ(result.status, 0);
@@ -335,7 +315,7 @@ TEST_F(Vxpack, JoinsSeveralFiles)
     }
     EXPECT_NE(packTiles("-i tiles -o out.vxl").find("\n50 points written, "), std::string::npos)
         << "one level";
-    // One grid holds them all when they may move by a rounding.
+    // With rounding one grid holds them all.
     pack("-i tiles -d 1 -o out.vxl -quantize 0.01 0.01 0.01");
     EXPECT_EQ(describe("out.vxl")["scale"], json({0.01, 0.01, 0.01}));
     const Rows rounded = samplesOf("out.vxl");
@@ -400,7 +380,7 @@ TEST_F(Vxpack, JoinsLASFilesOfDifferentFormats)
     const std::string clocks = start(VXINDEX, "-o new.index 7.las -overview 1.las").wait().errors;
     EXPECT_EQ(clocks.rfind("Error: the files hold different GPS times: 'the tiles' adjusted", 0), 0u)
         << clocks;
-    // One file's week times are converted, too.
+    // Week times of a single file are converted, too.
     EXPECT_EQ(describe("out.vxl")["channels"].size(), describe("7.las")["channels"].size());
     pack("-i 3.las -o out.vxl -gpsWeek 2100");
     EXPECT_EQ(find(describe("out.vxl")["channels"], "GPSTime"), json());
@@ -533,7 +513,7 @@ TEST_F(Vxpack, PacksAChoiceOfPointsAndChannels)
         const std::size_t count = linesOf(expected).size() - 1;
         EXPECT_NE(output.find('\n' + std::to_string(count) + " points written, "), std::string::npos)
             << output;
-        // How many there were before stays known.
+        // The number of points before packing is kept.
         const std::string summary = succeed(VXINFO, "out.vxl -check");
         const std::string verdict =
             count == 2400 ? "lossless (2400)" : "lossy (2400, " + std::to_string(count) + ')';
@@ -560,7 +540,7 @@ TEST_F(Vxpack, RoundsCoordinatesWhenAsked)
         ASSERT_TRUE(std::equal(before[i].begin() + 3, before[i].end(), after[i].begin() + 3)) << i;
     }
 
-    // A box holds all that lies in it after rounding, in the file and while it is made.
+    // A box selects points by their rounded coordinates, in the file and during packing.
     const auto isInside = [](const std::vector<double>& row) {
         return row[0] >= 500020 && row[0] <= 500030 && row[1] >= 4100010 && row[1] <= 4100020;
     };
@@ -601,7 +581,7 @@ TEST_F(Vxpack, OrdersPointsAlongACurve)
         grid.getKeys(&keys[i], &rows[i][0], &rows[i][1], 1);
     EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
 
-    // A hundredth of the area: how many points are decoded for it.
+    // The points to decode for a hundredth of the area.
     Bounds box = Bounds::Huge();
     box.x = {1300, 1500};
     box.y = {-2100, -1900};
@@ -610,7 +590,7 @@ TEST_F(Vxpack, OrdersPointsAlongACurve)
     EXPECT_LT(work("curve.vxl"), 60000 / 4);
 }
 
-TEST_F(Vxpack, CodesAsItIsTold)
+TEST_F(Vxpack, CodesAsTheOptionsSay)
 {
     const json file = [&] {
         pack("-i survey.vxl -o out.vxl -t 13 -t Intensity=90 -t GPSTime=70 -sb 100 -sb Z=2000 -levels 5 -pe "
@@ -626,7 +606,7 @@ TEST_F(Vxpack, CodesAsItIsTold)
     for (const json& record : compression["records"]) {
         const std::string name = record["name"];
         EXPECT_EQ(record["transform"], name == "Intensity" ? 90 : name == "GPSTime" ? 70 : 13) << name;
-        EXPECT_EQ(record["headerBytes"], json()) << "headers and data in one stretch";
+        EXPECT_EQ(record["headerBytes"], json()) << "headers and data are interleaved";
         EXPECT_EQ(record["subblockSize"], name == "Z" ? 2000 : 100) << name;
     }
     const std::string table = pack("-i survey.vxl -o out.vxl -V -sb X=512");
@@ -717,10 +697,8 @@ TEST_F(Vxpack, ExplainsWhatItCannotDo)
             writeFile(directory / "out.vxl", std::string("precious"));
         for (const auto& [arguments, error] : cases) {
             if (isThere && arguments == "-i . -o survey.vxl")
-                continue; // which of the other files is refused first does not matter
-            const Result result = run(arguments);
-            EXPECT_EQ(result.status, 1) << arguments;
-            EXPECT_EQ(result.errors, "Error: " + error + "\n") << arguments;
+                continue; // it may refuse another file first
+            expectError(VXPACK, arguments, error);
             EXPECT_EQ(exists("out.vxl"), isThere) << arguments;
         }
     }

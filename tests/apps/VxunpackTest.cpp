@@ -1,4 +1,4 @@
-// The program as its users run it.
+// Runs of the program.
 #include "support/ExampleSurvey.h"
 #include "support/LASFile.h"
 #include "support/Program.h"
@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdlib>
 #include <gtest/gtest.h>
 
 namespace Quillmoran {
@@ -29,7 +28,7 @@ protected:
     {
         return Program(VXUNPACK, directory, arguments).wait();
     }
-    // Runs on the example and gives the text that was written.
+    // Decodes the example and returns the text.
     std::string decode(std::vector<std::string> arguments)
     {
         arguments.insert(arguments.begin(), {"-i", input, "-o", output});
@@ -76,7 +75,7 @@ TEST_F(Vxunpack, WritesTheSameBytesForAnyThreadsAndBlocks)
         EXPECT_EQ(decode(options), expected) << options[0] << " " << options[1];
 }
 
-TEST_F(Vxunpack, PicksFieldsBoxAndShare)
+TEST_F(Vxunpack, SelectsFieldsBoxAndFraction)
 {
     EXPECT_EQ(decode({"-ofld", "zyxRtx"}).substr(0, 72),
               "# Z Y X Red GPSTime X\n124.510 4100008.980 500000.030 122 245380 500000.0");
@@ -213,7 +212,7 @@ TEST_F(Vxunpack, ReportsUsageErrorsOnStandardError)
     EXPECT_NE(help.output.find("  -s or -subsample FLOAT\n"), std::string::npos);
 }
 
-// What a verbose run looks up at its end has never been declared; scripts know the status.
+// A verbose run ends by looking up an undeclared option; scripts rely on the status.
 TEST_F(Vxunpack, EndsAVerboseRunWithTheOutputComplete)
 {
     const Result result = run({"-V", "-i", input, "-o", output});
@@ -254,13 +253,13 @@ TEST_F(Vxunpack, ComparesThePointCountThatWasPacked)
 
 TEST_F(Vxunpack, LeavesNoPartOfAnOutputThatFailed)
 {
-    // Damage behind the first blocks: the writer has begun by then.
+    // Damage after the first blocks, when the writer has begun.
     const SampleCloud cloud = SampleCloud::make(60000, 1);
     Testing::FilePlan plan = cloud.toFile();
     plan.channels.resize(3);
     Testing::Bytes bytes = buildFile(plan);
     const auto chunkAt = [&](std::size_t at) { return bytes[at + 3]; };
-    std::size_t at = 28, last = 0; // the last band of Z: its headers end in zeros from here on
+    std::size_t at = 28, last = 0; // the last band of Z, whose headers end in zeros
     while (chunkAt(at) != 5) {
         last = at;
         std::size_t length = 0;
@@ -279,7 +278,7 @@ TEST_F(Vxunpack, LeavesNoPartOfAnOutputThatFailed)
     EXPECT_NE(result.output.find("writing text file"), std::string::npos) << "the writer had not begun";
     EXPECT_FALSE(exists(output));
 
-    // A run that cannot even begin keeps what stands there.
+    // A run that fails before writing keeps an existing file.
     writeFile(output, std::string("precious"));
     bytes.resize(500);
     writeFile(damaged, bytes);

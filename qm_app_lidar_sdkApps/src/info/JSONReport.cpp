@@ -32,10 +32,7 @@ JSON describeBounds(const PointSource& source)
         return {};
     const double min[] = {bounds.x.min, bounds.y.min, bounds.z.min};
     const double max[] = {bounds.x.max, bounds.y.max, bounds.z.max};
-    JSON json;
-    json["min"] = triple(min);
-    json["max"] = triple(max);
-    return json;
+    return {{"min", triple(min)}, {"max", triple(max)}};
 }
 
 JSON describeChannels(const PointSource& source)
@@ -43,12 +40,10 @@ JSON describeChannels(const PointSource& source)
     JSON channels = JSON::array();
     for (std::size_t i = 0; i < source.getNumChannels(); ++i) {
         const ChannelInfo& channel = source.getChannel(i);
-        JSON json;
-        json["name"] = channel.getName();
-        json["type"] = DataTypeUtils::toString(channel.getDataType());
-        json["bits"] = channel.getBits();
-        json["quantization"] = channel.getQuantization();
-        channels.push_back(std::move(json));
+        channels.push_back(JSON{{"name", channel.getName()},
+                                {"type", DataTypeUtils::toString(channel.getDataType())},
+                                {"bits", channel.getBits()},
+                                {"quantization", channel.getQuantization()}});
     }
     return channels;
 }
@@ -94,13 +89,11 @@ JSON describeMetadata(const Metadata& metadata)
 {
     JSON records = JSON::array();
     for (std::size_t i = 0; i < metadata.getNumRecords(); ++i) {
-        JSON json;
-        json["key"] = metadata.getKey(i);
-        json["description"] = textOrNull(metadata.getDescription(i));
-        json["type"] = nameOf(metadata.getDataType(i));
-        json["length"] = metadata.getValueLength(i);
-        json["value"] = describeValue(metadata, i);
-        records.push_back(std::move(json));
+        records.push_back(JSON{{"key", metadata.getKey(i)},
+                               {"description", textOrNull(metadata.getDescription(i))},
+                               {"type", nameOf(metadata.getDataType(i))},
+                               {"length", metadata.getValueLength(i)},
+                               {"value", describeValue(metadata, i)}});
     }
     return records;
 }
@@ -112,50 +105,46 @@ JSON describeRecord(const WaveletDecoderChannelInfo& record, const CompressedSiz
     const auto high = record.getMaximum();
     // A channel without samples has minimum > maximum.
     const bool hasRange = isReal ? low.real <= high.real : low.integer <= high.integer;
-    JSON json;
-    json["name"] = record.getName();
-    json["type"] = DataTypeUtils::toString(record.getDataType());
-    json["kernelType"] = DataTypeUtils::toString(record.getKernelDataType());
-    json["bits"] = record.getBits();
-    json["min"] = !hasRange ? JSON() : isReal ? JSON(low.real) : JSON(low.integer);
-    json["max"] = !hasRange ? JSON() : isReal ? JSON(high.real) : JSON(high.integer);
-    json["scale"] = record.getScale();
-    json["offset"] = record.getOffset() + 0.0;
-    json["transform"] = static_cast<unsigned>(record.getTransformType());
-    json["transformName"] = TransformUtils::toString(record.getTransformType());
-    json["subblockSize"] = record.getSubblockSize();
-    json["bytes"] = size.bytes();
-    json["headerBytes"] = size.interleaved ? JSON() : JSON(size.headerBytes);
-    json["dataBytes"] = size.interleaved ? JSON() : JSON(size.dataBytes);
-    return json;
+    return {{"name", record.getName()},
+            {"type", DataTypeUtils::toString(record.getDataType())},
+            {"kernelType", DataTypeUtils::toString(record.getKernelDataType())},
+            {"bits", record.getBits()},
+            {"min", !hasRange ? JSON()
+                    : isReal  ? JSON(low.real)
+                              : JSON(low.integer)},
+            {"max", !hasRange ? JSON()
+                    : isReal  ? JSON(high.real)
+                              : JSON(high.integer)},
+            {"scale", record.getScale()},
+            {"offset", record.getOffset() + 0.0}, // no -0
+            {"transform", static_cast<unsigned>(record.getTransformType())},
+            {"transformName", TransformUtils::toString(record.getTransformType())},
+            {"subblockSize", record.getSubblockSize()},
+            {"bytes", size.bytes()},
+            {"headerBytes", size.interleaved ? JSON() : JSON(size.headerBytes)},
+            {"dataBytes", size.interleaved ? JSON() : JSON(size.dataBytes)}};
 }
 
 JSON describeIndex(const WaveletDecoderInfo& info)
 {
-    JSON json;
-    json["kind"] = dynamic_cast<const DiskRTree*>(&info.getIndex()) ? "tree" : "list";
-    json["numEntries"] = info.getIndex().getCount();
-    json["pointsPerEntry"] = info.getPointsPerEntry();
-    json["bytes"] = info.getIndexLength();
-    return json;
+    return {{"kind", dynamic_cast<const DiskRTree*>(&info.getIndex()) ? "tree" : "list"},
+            {"numEntries", info.getIndex().getCount()},
+            {"pointsPerEntry", info.getPointsPerEntry()},
+            {"bytes", info.getIndexLength()}};
 }
 
 JSON describeCompression(const WaveletDecoderInfo& info, const CompressedSize& size)
 {
-    JSON json;
-    json["version"] = info.getFileVersion() & 0xFF;
-    json["index"] = describeIndex(info);
-    json["levels"] = JSON::array();
-    for (std::uint32_t level = 0; level < info.getNumLevels(); ++level) {
-        JSON each;
-        each["numPoints"] = info.getNumSamples(level);
-        each["bytes"] = size.levelBytes[level];
-        json["levels"].push_back(std::move(each));
-    }
-    json["records"] = JSON::array();
+    JSON levels = JSON::array();
+    for (std::uint32_t level = 0; level < info.getNumLevels(); ++level)
+        levels.push_back(JSON{{"numPoints", info.getNumSamples(level)}, {"bytes", size.levelBytes[level]}});
+    JSON records = JSON::array();
     for (std::size_t i = 0; i < info.getChannels().size(); ++i)
-        json["records"].push_back(describeRecord(info.getChannels()[i], size.channels[i]));
-    return json;
+        records.push_back(describeRecord(info.getChannels()[i], size.channels[i]));
+    return {{"version", info.getFileVersion() & 0xFF},
+            {"index", describeIndex(info)},
+            {"levels", std::move(levels)},
+            {"records", std::move(records)}};
 }
 
 void addDescription(JSON& json, const SourceDescription& description)
@@ -182,13 +171,12 @@ JSON describeStatistics(const ChannelStatistics& channel)
 {
     const auto toNumber = [](auto number) { return JSON(number); };
     const bool hasRange = channel.getCount() != 0;
-    JSON json;
-    json["name"] = channel.getName();
-    json["count"] = channel.getCount();
-    json["notFinite"] = channel.getNumNotFinite();
-    json["min"] = hasRange ? std::visit(toNumber, channel.getMinimum()) : JSON();
-    json["max"] = hasRange ? std::visit(toNumber, channel.getMaximum()) : JSON();
-    json["mean"] = hasRange ? JSON(channel.getMean()) : JSON();
+    JSON json = {{"name", channel.getName()},
+                 {"count", channel.getCount()},
+                 {"notFinite", channel.getNumNotFinite()},
+                 {"min", hasRange ? std::visit(toNumber, channel.getMinimum()) : JSON()},
+                 {"max", hasRange ? std::visit(toNumber, channel.getMaximum()) : JSON()},
+                 {"mean", hasRange ? JSON(channel.getMean()) : JSON()}};
     const std::vector<std::uint64_t>& histogram = channel.getHistogram();
     if (histogram.empty())
         return json;
@@ -213,15 +201,10 @@ std::string toJSON(const FileReport& report)
     }
     if (report.description)
         addDescription(json, *report.description);
-    if (report.check) {
-        json["check"]["numPoints"] = report.check->numPoints;
-        json["check"]["numQueries"] = report.check->numQueries;
-    }
-    if (!report.statistics.empty()) {
-        json["statistics"] = JSON::array();
-        for (const ChannelStatistics& channel : report.statistics)
-            json["statistics"].push_back(describeStatistics(channel));
-    }
+    if (report.check)
+        json["check"] = {{"numPoints", report.check->numPoints}, {"numQueries", report.check->numQueries}};
+    for (const ChannelStatistics& channel : report.statistics)
+        json["statistics"].push_back(describeStatistics(channel));
     // ASCII only, so that no control character reaches a terminal. The library does not escape DEL.
     std::string text = json.dump(2, ' ', true, JSON::error_handler_t::replace);
     for (std::size_t at = 0; (at = text.find('\x7F', at)) != std::string::npos;)

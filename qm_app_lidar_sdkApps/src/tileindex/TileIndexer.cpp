@@ -12,7 +12,6 @@
 #include <vxunpack/PersistentPointSourceWriter.h>
 #include <vxunpack/ProgressDelegate.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <set>
 
@@ -49,8 +48,7 @@ TileIndexer::TileIndexer() : Program("vxindex", description)
     m_cmdLine.addString("overview", nullptr, "file with an even sample of the points of all files", false);
     m_cmdLine.addFloat("overviewFraction", nullptr,
                        "fraction of the points in that file, above 0 and at most 1.  By default it is "
-                       "computed from the numbers of "
-                       "points",
+                       "computed from the numbers of points",
                        false);
     m_cmdLine.addFlag(
         "createOverview", nullptr,
@@ -86,11 +84,8 @@ bool TileIndexer::work()
 
 void TileIndexer::printSummary() const
 {
-    const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
-    Utils::setTextOptions(*files, false, m_cmdLine);
-    files->getOpener().setOpenFullWaveformFiles(Utils::dropsWaveforms(m_cmdLine)); // already warned of
-    files->addFile(m_cmdLine.getString("index"));
-    Utils::printHeader(stdout, *Scoped<PointSource>(files->createPointSource(0)), nullptr);
+    const auto index = make<PersistentPointSourceManager>(m_cmdLine.getString("index"), m_opener.get());
+    Utils::printHeader(stdout, *openMosaic(*index), nullptr);
 }
 
 void TileIndexer::report() const

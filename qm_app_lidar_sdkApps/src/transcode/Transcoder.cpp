@@ -71,7 +71,11 @@ bool Transcoder::work()
     if (m_output->type() != POINT_SOURCE_NULL)
         Utils::refuseSameFile(input, m_outputFile.c_str());
     const PointInfo layout = chooseTime(Utils::getOutFields(m_cmdLine, *source));
-    const Scoped<PointWriter> writer = createWriter(*source, layout);
+    const Scoped<PointWriter> writer =
+        m_output->createWriter(*source, m_outputFile, layout, m_standardOutput.get());
+    auto* const las = dynamic_cast<LASPointWriter*>(writer.get());
+    if (las && m_cmdLine.isPresent("gps"))
+        las->setPrefersNonzeroTime(equalsIgnoringCase(m_cmdLine.getString("gps"), "nonzero"));
     configure(*writer);
     warnOfRounding(*source, layout);
 
@@ -79,11 +83,11 @@ bool Transcoder::work()
     const long long count = writer->write(cropBox, fraction, layout, &progress);
     progress.finish();
     std::printf("%lld points written\n", count);
-    if (const auto* las = dynamic_cast<const LASPointWriter*>(writer.get()))
+    if (las)
         Utils::warnOfLASOutput(*las, m_cmdLine.getString("outputFile"), Utils::warn);
-    if (verbose)
-        printOutputHeader();
-    return true;
+    // This program does not declare "parse", so in verbose runs this lookup is a configuration error that ends
+    // the run with status 1. They have always ended in this way; the output is already complete.
+    return !verbose || m_cmdLine.isPresent("parse");
 }
 
 // Keeps messages apart from points that are written to standard output.
@@ -109,9 +113,7 @@ void Transcoder::separateOutputs()
 
 OutputChoice Transcoder::chooseOutput() const
 {
-    const OutputChoice choice(m_outputFile.c_str(), m_cmdLine.isPresent("outputFormat")
-                                                        ? m_cmdLine.getString("outputFormat")
-                                                        : nullptr);
+    const OutputChoice choice(m_outputFile.c_str(), m_cmdLine.getString("outputFormat"));
     if (choice.type() == POINT_SOURCE_VX7) // this program decodes
         QM_THROW(ErrorCode::General, "unknown output format");
     return choice;
@@ -143,27 +145,12 @@ PointInfo Transcoder::chooseTime(const PointInfo& layout) const
     return chosen;
 }
 
-bool Transcoder::prefersNonzeroTime() const
-{
-    return m_cmdLine.isPresent("gps") && equalsIgnoringCase(m_cmdLine.getString("gps"), "nonzero");
-}
-
-Scoped<PointWriter> Transcoder::createWriter(PointSource& source, const PointInfo& layout) const
-{
-    Scoped<PointWriter> writer =
-        m_output->createWriter(source, m_outputFile.c_str(), layout, m_standardOutput.get());
-    if (auto* las = dynamic_cast<LASPointWriter*>(writer.get()))
-        las->setPrefersNonzeroTime(prefersNonzeroTime());
-    return writer;
-}
-
 void Transcoder::configure(PointWriter& writer) const
 {
-    const bool hasScale = m_cmdLine.isPresent("scale");
-    const bool hasOffset = m_cmdLine.isPresent("offset");
-    if (hasScale || hasOffset)
-        writer.setQuantization(hasScale ? m_cmdLine.getFloatArray("scale") : nullptr,
-                               hasOffset ? m_cmdLine.getFloatArray("offset") : nullptr);
+    const double* const scale = m_cmdLine.getFloatArray("scale");
+    const double* const offset = m_cmdLine.getFloatArray("offset");
+    if (scale || offset)
+        writer.setQuantization(scale, offset);
     writer.setChunckSize(m_cmdLine.isPresent("chunckSize") ? m_cmdLine.getUint("chunckSize")
                                                            : defaultChunckSize);
 }
@@ -173,18 +160,6 @@ void Transcoder::warnOfRounding(const PointSource& source, const PointInfo& layo
 {
     if (m_output->isLAS() && !m_cmdLine.isPresent("scale"))
         Utils::warnOfRounding(source, layout, m_outputFile, "; -sc chooses another", Utils::warn);
-}
-
-void Transcoder::printOutputHeader() const
-{
-    // This program does not declare "parse", so this lookup is a configuration error that ends the run with
-    // status 1. Verbose runs have always ended in this way; the output is already complete.
-    const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
-    Utils::setTextOptions(*manager, true, m_cmdLine);
-    const char* output = m_cmdLine.getString("outputFile");
-    manager->addFile(output);
-    const Scoped<PointSource> written(manager->createPointSource(0));
-    Utils::printHeader(stdout, *written, output);
 }
 
 } // namespace Quillmoran

@@ -20,11 +20,8 @@ private:
     void separateOutputs();
     OutputChoice chooseOutput() const;
     PointInfo chooseTime(const PointInfo& layout) const;
-    bool prefersNonzeroTime() const;
-    Scoped<PointWriter> createWriter(PointSource& source, const PointInfo& layout) const;
     void configure(PointWriter& writer) const;
     void warnOfRounding(const PointSource& source, const PointInfo& layout) const;
-    void printOutputHeader() const;
 
     std::optional<OutputChoice> m_output;
     std::string m_outputFile;

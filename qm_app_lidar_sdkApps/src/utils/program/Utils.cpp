@@ -5,9 +5,6 @@
 #include "text/FieldFormat.h"
 #include "utils/program/Program.h"
 
-#include <memory>
-#include <mutex>
-#include <set>
 #include <string>
 
 namespace Quillmoran::Utils {
@@ -89,7 +86,7 @@ void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmd
     options.scanNow = scanNow;
     options.strict = !cmdLine.getFlag("lenient");
     options.cancellation = cancellation;
-    opener.options().text = options;
+    opener.setTextOptions(options);
 }
 
 void addWaveformOption(QMCmdLine& cmdLine)
@@ -105,16 +102,8 @@ bool dropsWaveforms(const QMCmdLine& cmdLine)
 
 void handleWaveformOption(const QMCmdLine& cmdLine, SimpleFileOpener& opener)
 {
-    if (!dropsWaveforms(cmdLine))
-        return;
-    opener.setOpenFullWaveformFiles(true);
-    // Sources can be opened more than once.
-    opener.options().warn = [mutex = std::make_shared<std::mutex>(),
-                             warned = std::make_shared<std::set<std::string>>()](const std::string& text) {
-        const std::lock_guard<std::mutex> lock(*mutex);
-        if (warned->insert(text).second)
-            warn(text);
-    };
+    if (dropsWaveforms(cmdLine))
+        opener.dropWaveforms(warn);
 }
 
 } // namespace Quillmoran::Utils

@@ -1,6 +1,10 @@
 #include "files/QMFileUtils.h"
 #include "utils/sets/Formats.h"
 
+#include <memory>
+#include <mutex>
+#include <set>
+
 namespace Quillmoran {
 
 SimpleFileOpener* SimpleFileOpener::create()
@@ -17,6 +21,21 @@ const char* SimpleFileOpener::getPointSourceTypeName(PointSourceType type)
 {
     const Format* const format = Formats::ofType(type);
     return format ? format->description : "Unknown File Type";
+}
+
+void SimpleFileOpener::dropWaveforms(std::function<void(const std::string&)> warn)
+{
+    struct Warned
+    {
+        std::mutex mutex;
+        std::set<std::string> texts;
+    };
+    setOpenFullWaveformFiles(true);
+    m_options.warn = [warn = std::move(warn), warned = std::make_shared<Warned>()](const std::string& text) {
+        const std::lock_guard<std::mutex> lock(warned->mutex);
+        if (warned->texts.insert(text).second)
+            warn(text);
+    };
 }
 
 PointSource* SimpleFileOpener::openPointSource(const char* path) const

@@ -55,18 +55,6 @@ constexpr int maxListDepth = 16;
 constexpr std::int64_t maxNestedListBytes = 16 << 20;
 constexpr std::int64_t nestedListBytes = 256;
 
-class DepthGuard
-{
-public:
-    explicit DepthGuard(int& depth) : m_depth(depth) { ++m_depth; }
-    ~DepthGuard() { --m_depth; }
-    DepthGuard(const DepthGuard&) = delete;
-    DepthGuard& operator=(const DepthGuard&) = delete;
-
-private:
-    int& m_depth;
-};
-
 } // namespace
 
 struct FilePointSourceManager::Imp
@@ -77,22 +65,76 @@ struct FilePointSourceManager::Imp
         Scoped<PointSource> source; // from first use on
     };
 
-    void add(const char* name, FilePointSourceManager& manager);
-    Scoped<PointSource> open(const std::string& name) const
+    template <class Work>
+    auto named(const std::string& name, Work work) const
     {
-        if (SimpleFileOpener::getPointSourceType(name.c_str()) != POINT_SOURCE_INDEX)
-            return Scoped<PointSource>(opener->openPointSource(name.c_str()));
-        const auto tiles = make<PersistentPointSourceManager>(name.c_str(), opener.get());
-        return openMosaic(*tiles, gpsWeek);
+        return namesErrors ? naming(name, work) : work();
     }
+
+    // Collects a file, or the files of a list; `depth` is the number of lists that contain the name.
+    void collect(const std::string& name, int depth, std::vector<File>& into);
+    void collectList(const char* name, int depth, std::vector<File>& into);
+    // Returns the new number of files.
+    std::size_t append(const std::vector<File>& added)
+    {
+        files.insert(files.end(), added.begin(), added.end());
+        return files.size();
+    }
+    Scoped<PointSource> open(const std::string& name) const;
 
     std::vector<File> files;
     std::optional<int> gpsWeek;
     Scoped<SimpleFileOpener> opener{SimpleFileOpener::create()};
     bool namesErrors = false;
-    int listDepth = 0;            // of the list files being read
     std::int64_t nestedBytes = 0; // of all nested lists
 };
+
+void FilePointSourceManager::Imp::collect(const std::string& name, int depth, std::vector<File>& into)
+{
+    named(name, [&] {
+        const PointSourceType type = SimpleFileOpener::getPointSourceType(name.c_str());
+        if (type == POINT_SOURCE_LIST)
+            return collectList(name.c_str(), depth + 1, into);
+        if (type == POINT_SOURCE_NULL)
+            Formats::throwUnsupported(name.c_str());
+        if (type == POINT_SOURCE_TEXT && !opener->hasTextOptions())
+            Formats::throwNeedsColumns(name.c_str());
+        into.push_back({name, {}});
+    });
+}
+
+void FilePointSourceManager::Imp::collectList(const char* name, int depth, std::vector<File>& into)
+{
+    QMFileUtils::requireRegularFile(name);
+    const std::string prefix = directoryPrefix(name);
+    const auto file = make<FileIO::Imp>(name, "r");
+
+    // A list can name lists, itself among them.
+    if (depth > maxListDepth)
+        QM_THROW(ErrorCode::General, "list files are nested too deeply: '%s'", name);
+    if (depth > 1) {
+        const std::int64_t bytes = file->size();
+        if (bytes > maxNestedListBytes - nestedListBytes - nestedBytes)
+            QM_THROW(ErrorCode::General, "list files name too many list files: '%s'", name);
+        nestedBytes += bytes + nestedListBytes;
+    }
+    LineReader lines;
+    lines.init(file.get(), name, nullptr);
+    while (lines.next()) {
+        const std::string_view entry = trimmed(lines.line());
+        std::string path = isRooted(entry) ? std::string() : prefix;
+        collect(path.append(entry), depth, into);
+    }
+}
+
+Scoped<PointSource> FilePointSourceManager::Imp::open(const std::string& name) const
+{
+    const Scoped<PointSource> source =
+        SimpleFileOpener::getPointSourceType(name.c_str()) == POINT_SOURCE_INDEX
+            ? openMosaic(*make<PersistentPointSourceManager>(name.c_str(), opener.get()), gpsWeek)
+            : Scoped<PointSource>(opener->openPointSource(name.c_str()));
+    return namesErrors ? NamedSource::wrap(source.get(), name) : source;
+}
 
 FilePointSourceManager::FilePointSourceManager() : m_imp(new Imp)
 {}
@@ -106,48 +148,16 @@ FilePointSourceManager* FilePointSourceManager::create()
 
 void FilePointSourceManager::addFile(const char* name)
 {
-    if (m_imp->namesErrors)
-        naming(name, [&] { m_imp->add(name, *this); });
-    else
-        m_imp->add(name, *this);
-    setNumSources(m_imp->files.size());
-}
-
-void FilePointSourceManager::Imp::add(const char* name, FilePointSourceManager& manager)
-{
-    const PointSourceType type = SimpleFileOpener::getPointSourceType(name);
-    if (type == POINT_SOURCE_LIST)
-        return manager.addListFile(name);
-    if (type == POINT_SOURCE_NULL)
-        Formats::throwUnsupported(name);
-    if (type == POINT_SOURCE_TEXT && !opener->options().text)
-        Formats::throwNeedsColumns(name);
-    files.push_back({name, {}});
+    std::vector<Imp::File> added;
+    m_imp->collect(name, 0, added);
+    setNumSources(m_imp->append(added));
 }
 
 void FilePointSourceManager::addListFile(const char* name)
 {
-    QMFileUtils::requireRegularFile(name);
-    const std::string prefix = directoryPrefix(name);
-    const auto file = make<FileIO::Imp>(name, "r");
-
-    // A list can name lists, itself among them.
-    const DepthGuard guard(m_imp->listDepth);
-    if (m_imp->listDepth > maxListDepth)
-        QM_THROW(ErrorCode::General, "list files are nested too deeply: '%s'", name);
-    if (m_imp->listDepth > 1) {
-        const std::int64_t bytes = file->size();
-        if (bytes > maxNestedListBytes - nestedListBytes - m_imp->nestedBytes)
-            QM_THROW(ErrorCode::General, "list files name too many list files: '%s'", name);
-        m_imp->nestedBytes += bytes + nestedListBytes;
-    }
-    LineReader lines;
-    lines.init(file.get(), name, nullptr);
-    while (lines.next()) {
-        const std::string_view entry = trimmed(lines.line());
-        std::string path = isRooted(entry) ? std::string() : prefix;
-        addFile(path.append(entry).c_str());
-    }
+    std::vector<Imp::File> added;
+    m_imp->collectList(name, 1, added);
+    setNumSources(m_imp->append(added));
 }
 
 SimpleFileOpener& FilePointSourceManager::getOpener() noexcept
@@ -184,11 +194,8 @@ PointSource* FilePointSourceManager::createPointSource(std::size_t index)
     if (isInterrupted())
         QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
     Imp::File& file = m_imp->files[index];
-    if (!file.source) {
-        const auto open = [&] { return m_imp->open(file.name); };
-        file.source =
-            m_imp->namesErrors ? NamedSource::wrap(naming(file.name, open).get(), file.name) : open();
-    }
+    if (!file.source)
+        file.source = m_imp->named(file.name, [&] { return m_imp->open(file.name); });
     return Scoped<PointSource>(file.source).detach();
 }
 

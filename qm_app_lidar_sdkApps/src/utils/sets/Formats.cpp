@@ -19,7 +19,7 @@ namespace Quillmoran {
 
 namespace {
 
-PointSource* openText(const char* path, const OpenOptions& options)
+PointSource* openText(const char* path, const SimpleFileOpener::Options& options)
 {
     if (!options.text)
         Formats::throwNeedsColumns(path);
@@ -33,7 +33,7 @@ PointSource* openText(const char* path, const OpenOptions& options)
     return make<TXTPointReader>(path, text).detach();
 }
 
-PointSource* openLAS(const char* path, const OpenOptions& options)
+PointSource* openLAS(const char* path, const SimpleFileOpener::Options& options)
 {
     Scoped<LASPointReader> reader(LASPointReader::create());
     try {
@@ -48,12 +48,12 @@ PointSource* openLAS(const char* path, const OpenOptions& options)
     return reader.detach();
 }
 
-PointSource* openVX7(const char* path, const OpenOptions&)
+PointSource* openVX7(const char* path, const SimpleFileOpener::Options&)
 {
     return make<VX7PointReader>(path).detach();
 }
 
-PointSource* openBPF(const char* path, const OpenOptions&)
+PointSource* openBPF(const char* path, const SimpleFileOpener::Options&)
 {
     return createPDALPointReader(path);
 }
@@ -161,11 +161,11 @@ OutputChoice::OutputChoice(const char* path, const char* formatName) : m_format(
     QM_THROW(ErrorCode::General, "unsupported output format '%s'", formatName);
 }
 
-Scoped<PointWriter> OutputChoice::createWriter(PointSource& source, const char* path, const PointInfo& layout,
-                                               IO* stream) const
+Scoped<PointWriter> OutputChoice::createWriter(PointSource& source, const std::string& path,
+                                               const PointInfo& layout, IO* stream) const
 {
     return Scoped<PointWriter>(
-        m_format->createWriter({&source, path, layout, stream, m_lasVersion, m_compressed}));
+        m_format->createWriter({&source, path.c_str(), layout, stream, m_lasVersion, m_compressed}));
 }
 
 } // namespace Quillmoran

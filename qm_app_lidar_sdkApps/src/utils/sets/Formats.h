@@ -34,7 +34,7 @@ struct Format
     // Files of this format need no options, so they are taken from directories and lists of a walk.
     bool isSelfDescribing;
     // New counts. Null if the format cannot be opened or written.
-    PointSource* (*open)(const char* path, const OpenOptions& options);
+    PointSource* (*open)(const char* path, const SimpleFileOpener::Options& options);
     PointWriter* (*createWriter)(const OutputTarget& target);
     // The values of the option -outputFormat that select this format; null after the last.
     std::array<const char*, 4> outputNames;
@@ -70,7 +70,7 @@ public:
     PointSourceType type() const noexcept { return m_format->type; }
     bool isLAS() const noexcept { return type() == POINT_SOURCE_LAS || type() == POINT_SOURCE_LAZ; }
     // The writer, with a count of 1. `stream` and `layout` as in OutputTarget.
-    Scoped<PointWriter> createWriter(PointSource& source, const char* path, const PointInfo& layout,
+    Scoped<PointWriter> createWriter(PointSource& source, const std::string& path, const PointInfo& layout,
                                      IO* stream = nullptr) const;
 
 private:

@@ -1,6 +1,6 @@
 #include <vxunpack/PersistentPointSourceWriter.h>
 
-#include "files/PartialFile.h"
+#include "files/OutputFile.h"
 #include "files/QMFileUtils.h"
 #include "filters/PointCloudUnion.h"
 #include "index/BoxGrid.h"
@@ -289,10 +289,10 @@ void PersistentPointSourceWriter::write(const char* index) const
     const BoxGrid grid(set.info->getBounds());
     const Scoped<MemoryRTree> tree = makeTree(set, grid);
 
-    PartialFile partial(index);
-    partial.requireSeekable("index");
-    TileSetFile::write(partial.io(), set, *tree, grid.steps());
-    partial.finish();
+    OutputFile output("index", OutputFile::SEEKABLE);
+    output.init(index);
+    TileSetFile::write(&output.open(), set, *tree, grid.steps());
+    output.commit();
 }
 
 } // namespace Quillmoran

@@ -7,19 +7,6 @@
 
 namespace Quillmoran {
 
-namespace {
-
-constexpr unsigned maxThreads = 1024; // larger numbers are mistakes
-
-unsigned chooseThreads(unsigned wanted)
-{
-    if (wanted == 0)
-        wanted = std::thread::hardware_concurrency();
-    return std::clamp(wanted, 1u, maxThreads);
-}
-
-} // namespace
-
 struct ThreadLimit::Imp
 {
     explicit Imp(unsigned numThreads)
@@ -30,8 +17,12 @@ struct ThreadLimit::Imp
     tbb::task_arena arena;
 };
 
-ThreadLimit::ThreadLimit(unsigned numThreads) : m_imp(new Imp(chooseThreads(numThreads)))
-{}
+ThreadLimit::ThreadLimit(unsigned numThreads)
+{
+    constexpr unsigned maxThreads = 1024; // larger numbers are mistakes
+    m_imp = std::make_unique<Imp>(
+        std::clamp(numThreads != 0 ? numThreads : std::thread::hardware_concurrency(), 1u, maxThreads));
+}
 
 ThreadLimit::~ThreadLimit() = default;
 

@@ -19,7 +19,7 @@ public:
 
 private:
     struct Imp;
-    const std::unique_ptr<Imp> m_imp;
+    std::unique_ptr<Imp> m_imp;
 };
 
 } // namespace Quillmoran

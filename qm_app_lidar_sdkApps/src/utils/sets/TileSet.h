@@ -5,7 +5,6 @@
 
 #include <vxunpack/PersistentPointSourceManager.h>
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
