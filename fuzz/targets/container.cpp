@@ -1,4 +1,5 @@
 // A compressed file: opening, metadata, all points, a box, a coarse level, a thinned box of a coarse level.
+#include "decode/container/WaveletDecoderInfo.h"
 #include "support/ByteStore.h"
 #include "support/FuzzTarget.h"
 #include "support/ReadSource.h"

@@ -10,8 +10,8 @@
 
 namespace Quillmoran {
 
-// The versions of a .vxl file and of its chunks. The newest versions are the default; older ones are for readers that
-// do not support these.
+// The versions of a .vxl file and of its chunks. The newest versions are the default; older ones are for
+// readers that do not support these.
 struct FileVersions
 {
     static constexpr std::uint8_t withClassNames = 2; // first version of the file with class names
@@ -27,10 +27,11 @@ struct FileVersions
 // How a channel is coded.
 struct ChannelChoice
 {
-    // The code of a transform: MQ-coded integers 1, 3, 10, 11, 13; arithmetic-coded integers 81, 83, 90, 91, 93; deflated
-    // floating point 61, 63, 70, 71, 73.
+    // The code of a transform: MQ-coded integers 1, 3, 10, 11, 13; arithmetic-coded integers 81, 83, 90, 91,
+    // 93; deflated floating point 61, 63, 70, 71, 73.
     std::optional<std::uint8_t> transform;
-    // Whether it is an error if the channel does not support the transform; otherwise the transform is then ignored.
+    // Whether it is an error if the channel does not support the transform; otherwise the transform is then
+    // ignored.
     bool isRequired = false;
     // Tries the transforms that smooth, not those that keep samples unchanged at coarse levels.
     bool smooth = false;
@@ -47,7 +48,8 @@ struct QM_API EncodeOptions
     // MQ coding: the number of lowest bit planes that are stored raw, 0 to 64.
     std::optional<int> rawPlanes;
 
-    // Throws InvalidArgument for a value out of its range and General "bad transform type" for an unknown transform.
+    // Throws InvalidArgument for a value out of its range and General "bad transform type" for an unknown
+    // transform.
     void check() const;
 };
 

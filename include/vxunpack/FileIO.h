@@ -61,8 +61,6 @@ public:
 
     const char* path() const noexcept { return m_path.c_str(); }
     int descriptor() const noexcept { return m_descriptor; } // -1 while closed
-    // Whether the open file can be written only in order.
-    bool isSequential() const noexcept { return m_isSequential; }
 
 private:
     friend class FileIO;

@@ -48,6 +48,8 @@ public:
 
 private:
     PointCloudInfo() = default;
+    template <class Described>
+    void copy(const Described& from);
     bool isQuantized() const noexcept { return m_scale[0] != 0 && m_scale[1] != 0 && m_scale[2] != 0; }
 
     PointInfo m_pointInfo;

@@ -1,5 +1,5 @@
-// The reader of compressed point clouds (".vxl"). Opening reads only the structure of the file; iterators decode points
-// when they are requested.
+// The reader of compressed point clouds (".vxl"). Opening reads only the structure of the file; iterators
+// decode points when they are requested.
 #pragma once
 
 #include <vxunpack/IO.h>
@@ -10,9 +10,10 @@ namespace Quillmoran {
 class ChunkReader;
 class WaveletDecoderInfo;
 
-// After init() the const methods may be called from any thread, and iterators may be used on different threads, each by
-// one thread at a time. Iterators keep the file; the reader may be released before them. Before init(), or after a
-// failed one, every method that needs the file throws InvalidArgument "the reader is not open".
+// After init() the const methods may be called from any thread, and iterators may be used on different
+// threads, each by one thread at a time. Iterators keep the file; the reader may be released before them.
+// Before init(), or after a failed one, every method that needs the file throws InvalidArgument "the reader
+// is not open".
 class QM_API VX7PointReader final : public PointReader
 {
 public:
@@ -21,10 +22,10 @@ public:
 
     // Opens a file by its path, or an IO, which is retained. Called once.
     //
-    // Unsupported: not a .vxl file, or an unsupported version. ContainerRead, ChunkHeaderRead, WaveletHeaderRead,
-    // IndexChunkRead, IndexRead, SubbandRead, MetadataChunkRead, WKTChunkRead, ClassNamesChunkRead, ExtendedRecordRead,
-    // ExtendedHeaderRead: malformed chunks. General "bad transform type": an unknown transform code. OSError: the file
-    // cannot be opened or read.
+    // Unsupported: not a .vxl file, or an unsupported version. ContainerRead, ChunkHeaderRead,
+    // WaveletHeaderRead, IndexChunkRead, IndexRead, SubbandRead, MetadataChunkRead, WKTChunkRead,
+    // ClassNamesChunkRead, ExtendedRecordRead, ExtendedHeaderRead: malformed chunks. General "bad transform
+    // type": an unknown transform code. OSError: the file cannot be opened or read.
     void init(const char* path);
     void init(IO* io);
 
@@ -36,10 +37,10 @@ public:
     void loadMetadata(Metadata& into, bool sanitize) const override;
     // The number of points that a query decodes.
     double getTotalWork(const Bounds& bounds, double fraction) const override;
-    // An iterator with a count of 1. General "could not find channel '%s'" or "unsupported datatype" for a layout that
-    // the file cannot provide; InvalidArgument for one without X, Y and Z; WaveletHeaderRead if decoding needs
-    // unreasonably much memory. getNextPoints() of the iterator throws SubbandRead or Inflate for damaged data and
-    // Cancelled if the delegate is cancelled.
+    // An iterator with a count of 1. General "could not find channel '%s'" or "unsupported datatype" for a
+    // layout that the file cannot provide; InvalidArgument for one without X, Y and Z; WaveletHeaderRead if
+    // decoding needs unreasonably much memory. getNextPoints() of the iterator throws SubbandRead or Inflate
+    // for damaged data and Cancelled if the delegate is cancelled.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 

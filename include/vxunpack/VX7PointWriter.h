@@ -1,9 +1,11 @@
-// The writer of compressed point clouds (".vxl"). Unless its options say otherwise it is lossless: every sample is
-// restored exactly and in the original order, with scale and offset, coordinate system, class names and metadata.
+// The writer of compressed point clouds (".vxl"). Unless its options say otherwise it is lossless: every
+// sample is restored exactly and in the original order, with scale and offset, coordinate system, class names
+// and metadata.
 //
-// The source is read twice: the first pass surveys the channels, the second encodes them. The bands are collected in a
-// temporary file. Memory does not grow with the number of points, unless the points per index entry are given: by
-// default an index has at most 65,536 entries, which use 150 bytes each while they are built.
+// The source is read twice: the first pass surveys the channels, the second encodes them. The bands are
+// collected in a temporary file. Memory does not grow with the number of points, unless the points per index
+// entry are given: by default an index has at most 65,536 entries, which use 150 bytes each while they are
+// built.
 #pragma once
 
 #include <vxunpack/EncodeOptions.h>
@@ -24,26 +26,26 @@ public:
     // Returns a new writer with a count of 1.
     static VX7PointWriter* create();
 
-    // Sets the source and the output; both are retained. With a path, the file is written as a temporary file in the same
-    // directory and replaces the path only when it is complete. An IO is written from its start once all points are
-    // encoded.
+    // Sets the source and the output; both are retained. With a path, the file is written as a temporary file
+    // in the same directory and replaces the path only when it is complete. An IO is written from its start
+    // once all points are encoded.
     void init(PointSource* source, const char* path);
     void init(PointSource* source, IO* io);
     // InvalidArgument for a value out of its range, General "bad transform type" for an unknown transform.
     void setOptions(const EncodeOptions& options);
 
-    // The scale and offset of X, Y and Z to try first. Coordinates are stored with them only if that is lossless.
-    // Without a call: those of the source.
+    // The scale and offset of X, Y and Z to try first. Coordinates are stored with them only if that is
+    // lossless. Without a call: those of the source.
     void setQuantization(const double* scale, const double* offset) override;
     const double* getScale() const override { return m_hasGrid ? m_scale : nullptr; }
     const double* getOffset() const override { return m_hasGrid ? m_offset : nullptr; }
 
     // Returns the number of points written. A failed call leaves no partial output.
     //
-    // InvalidArgument: init() was not called ("the writer is not open"), a channel does not support an option, a name
-    // cannot be stored, or the two passes read different points. Cancelled "VX7 Write operation cancelled.": the
-    // delegate, which is checked once per block, is cancelled. OutputCreate, Write, OSError: the output cannot be
-    // written. Also the errors of the source.
+    // InvalidArgument: init() was not called ("the writer is not open"), a channel does not support an
+    // option, a name cannot be stored, or the two passes read different points. Cancelled "VX7 Write
+    // operation cancelled.": the delegate, which is checked once per block, is cancelled. OutputCreate,
+    // Write, OSError: the output cannot be written. Also the errors of the source.
     std::int64_t write(const Bounds& bounds, double fraction, const PointInfo& layout,
                        ProgressDelegate* delegate) override;
     // All channels of known sample types.

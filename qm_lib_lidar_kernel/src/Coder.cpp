@@ -34,9 +34,9 @@ constexpr auto createACWriter = create<SubblockWriter, ACIntegerWriter, std::is_
 constexpr auto createGZReader = create<SubblockReader, GZFloatingPoint, std::is_floating_point>;
 constexpr auto createGZWriter = create<SubblockWriter, GZFloatingPointWriter, std::is_floating_point>;
 
-// The MQ coder must save 6 % to be chosen: noise of eight bits decodes as fast with either coder but encodes more
-// slowly with this one. For intensity and colours of a survey it made the file half a per cent smaller and vxpack
-// 7 % slower.
+// The MQ coder must save 6 % to be chosen: noise of eight bits decodes as fast with either coder but encodes
+// more slowly with this one. For intensity and colours of a survey it made the file half a per cent smaller
+// and vxpack 7 % slower.
 constexpr double slowCoding = 1.06;
 
 // name, base, floating point, zero run bytes, magnitude bits, size weight, reader, writer

@@ -29,14 +29,11 @@ public:
     virtual void setArg(int& index, int argc, const char* const* argv) = 0;
     virtual void dumpDerived() const = 0;
     virtual void showArgMessage() const = 0;
-    virtual int getNumArgs() const = 0;
 
     bool hasName(const char* name) const;
     const char* getShortName() const { return m_shortName; }
-    const char* getLongName() const { return m_longName; }
     // The name in messages: the long name, if there is one, since it is more descriptive.
     const char* getMessageName() const { return m_longName != nullptr ? m_longName : m_shortName; }
-    const char* getDescription() const { return m_description; }
 
     bool isPresent() const { return m_isPresent; }
     bool isRequired() const { return m_isRequired; }
@@ -73,7 +70,6 @@ public:
     void setArg(int& index, int argc, const char* const* argv) override;
     void dumpDerived() const override;
     void showArgMessage() const override;
-    int getNumArgs() const override { return 0; }
 
     bool getValue() const { return m_value; }
 
@@ -89,7 +85,6 @@ public:
     void setArg(int& index, int argc, const char* const* argv) override;
     void dumpDerived() const override;
     void showArgMessage() const override;
-    int getNumArgs() const override { return 1; }
 
     bool getValue() const { return m_value; }
 
@@ -110,7 +105,6 @@ public:
     void setArg(int& index, int argc, const char* const* argv) override;
     void dumpDerived() const override;
     void showArgMessage() const override;
-    int getNumArgs() const override { return m_numArgs; }
 
     virtual const char* getTypeWord() const = 0;
     const std::vector<T>& getValues() const { return m_values; }

@@ -179,10 +179,4 @@ void PartialFile::finish()
     m_isFinished = true;
 }
 
-void PartialFile::finishWithoutFile()
-{
-    if (!m_isDirect && QMFileUtils::exists(m_final))
-        QMFileUtils::deleteFile(m_final);
-}
-
 } // namespace Quillmoran

@@ -39,8 +39,6 @@ public:
     const QMFileSpec& path() const noexcept { return m_path; }
     // Renames the complete file, which must be closed.
     void finish();
-    // Removes this file and an older one.
-    void finishWithoutFile();
 
 private:
     // False if no file can be created in the directory.

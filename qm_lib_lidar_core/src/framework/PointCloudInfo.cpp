@@ -11,24 +11,25 @@ PointCloudInfo* PointCloudInfo::create()
     return new PointCloudInfo;
 }
 
+template <class Described>
+void PointCloudInfo::copy(const Described& from)
+{
+    setPointInfo(from.getPointInfo());
+    setNumPoints(from.getNumPoints());
+    setWKT(from.getWKT());
+    setBounds(from.getBounds());
+    setQuantization(from.getScale(), from.getOffset());
+    setClassIdNames(from.getClassIdNames(), from.getNumClassIdNames());
+}
+
 void PointCloudInfo::init(const PointSource& source)
 {
-    setPointInfo(source.getPointInfo());
-    setNumPoints(source.getNumPoints());
-    setWKT(source.getWKT());
-    setBounds(source.getBounds());
-    setQuantization(source.getScale(), source.getOffset());
-    setClassIdNames(source.getClassIdNames(), source.getNumClassIdNames());
+    copy(source);
 }
 
 void PointCloudInfo::init(const PointCloudInfo& other)
 {
-    setPointInfo(other.getPointInfo());
-    setNumPoints(other.getNumPoints());
-    setWKT(other.getWKT());
-    setBounds(other.getBounds());
-    setQuantization(other.getScale(), other.getOffset());
-    setClassIdNames(other.getClassIdNames(), other.getNumClassIdNames());
+    copy(other);
 }
 
 void PointCloudInfo::setWKT(const char* wkt)

@@ -1,8 +1,9 @@
-// The memory that the chains of one query may allocate together. A payload of a few bytes can stand for a large subblock,
-// and every level of every channel holds one: without a common limit a small file could allocate any amount.
+// The memory that the chains of one query may allocate together. A payload of a few bytes can stand for a
+// large subblock, and every level of every channel holds one: without a common limit a small file could
+// allocate any amount.
 //
-// All chains take memory from one budget, from any thread, and give none back before the query ends. So the result does
-// not depend on the order in which they take it.
+// All chains take memory from one budget, from any thread, and give none back before the query ends. So the
+// result does not depend on the order in which they take it.
 #pragma once
 
 #include <vxunpack/Base.h>
@@ -23,8 +24,8 @@ public:
         m_isExceeded = false;
     }
 
-    // Called before an allocation. WaveletHeaderRead "bad read -- channel info" if the budget is exceeded, because the
-    // channel records determine the sizes.
+    // Called before an allocation. WaveletHeaderRead "bad read -- channel info" if the budget is exceeded,
+    // because the channel records determine the sizes.
     void take(std::uint64_t bytes)
     {
         std::uint64_t left = m_left;

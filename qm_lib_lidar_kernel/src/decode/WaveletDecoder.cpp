@@ -11,8 +11,8 @@ namespace Quillmoran {
 
 namespace {
 
-// Points per block: few enough to stay in the caches. The longest subblock is a twentieth of the work of a block of
-// common channels, so a few threads can share a block; many threads need larger blocks.
+// Points per block: few enough to stay in the caches. The longest subblock is a twentieth of the work of a
+// block of common channels, so a few threads can share a block; many threads need larger blocks.
 constexpr std::size_t usualBlockPoints = 16384;
 constexpr std::size_t threadsPerBlock = 4;
 constexpr std::size_t maxBlocks = 16;
@@ -21,9 +21,9 @@ constexpr std::size_t blockBytes = std::size_t{16} << 20;
 // Coarser stages have fewer samples, and smaller windows down to this size.
 constexpr std::size_t smallestStageBlock = 64;
 
-// The chains of a query may use this memory plus this multiple of the file's size. The first is enough for a million
-// points of sixty channels in one subblock, the second for samples compressed to a sixteenth. Files with common
-// subblock sizes need far less.
+// The chains of a query may use this memory plus this multiple of the file's size. The first is enough for a
+// million points of sixty channels in one subblock, the second for samples compressed to a sixteenth. Files
+// with common subblock sizes need far less.
 constexpr std::uint64_t freeMemory = std::uint64_t{512} << 20;
 constexpr std::uint64_t memoryPerFileByte = 16;
 // Approximate size of the objects of a channel and of a level.

@@ -1,6 +1,6 @@
-// The iterator over the points of a compressed file. It decodes the ranges of points that can match a query, the
-// subblocks of all channels in parallel, and returns the points that are in the box and selected by the sampling. While
-// the caller takes the points of one block, the next block is decoded.
+// The iterator over the points of a compressed file. It decodes the ranges of points that can match a query,
+// the subblocks of all channels in parallel, and returns the points that are in the box and selected by the
+// sampling. While the caller takes the points of one block, the next block is decoded.
 #pragma once
 
 #include "common/bands/KernelConversion.h"
@@ -25,14 +25,14 @@ class WaveletDecoder final : public PointIterator
 public:
     static WaveletDecoder* create();
 
-    // Retains `info`. General: "could not find channel '%s'", "unsupported datatype". InvalidArgument "must have x, y,
-    // and z channels". WaveletHeaderRead "bad read -- channel info", here or while decoding, if the chains need more
-    // memory than a file of this size justifies. Also the errors of the coders.
+    // Retains `info`. General: "could not find channel '%s'", "unsupported datatype". InvalidArgument "must
+    // have x, y, and z channels". WaveletHeaderRead "bad read -- channel info", here or while decoding, if
+    // the chains need more memory than a file of this size justifies. Also the errors of the coders.
     void init(const WaveletDecoderInfo& info, const Bounds& bounds, double fraction, const PointInfo& layout,
               ProgressDelegate* delegate);
 
-    // SubbandRead or Inflate for a damaged band, after which there are no more points; Cancelled "operation cancelled."
-    // if the delegate is cancelled.
+    // SubbandRead or Inflate for a damaged band, after which there are no more points; Cancelled "operation
+    // cancelled." if the delegate is cancelled.
     std::size_t getNextPoints(PointData& buffer) override;
 
 private:

@@ -1,5 +1,5 @@
-// Reads the blocks of an iterator into two alternating buffers, so that the next block can be read while other threads
-// work on the current one.
+// Reads the blocks of an iterator into two alternating buffers, so that the next block can be read while
+// other threads work on the current one.
 #pragma once
 
 #include <vxunpack/Object.h>

@@ -1,6 +1,6 @@
-// The second of two passes over the source of a file: encodes the points, channels and subblocks in parallel, and
-// collects the boxes of the index. The bytes do not depend on the number of threads: the order of the points determines
-// the samples of each subblock, and each subblock is encoded independently.
+// The second of two passes over the source of a file: encodes the points, channels and subblocks in parallel,
+// and collects the boxes of the index. The bytes do not depend on the number of threads: the order of the
+// points determines the samples of each subblock, and each subblock is encoded independently.
 #pragma once
 
 #include "encode/BlockReader.h"

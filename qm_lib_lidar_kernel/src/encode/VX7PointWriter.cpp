@@ -278,7 +278,8 @@ std::uint32_t VX7PointWriter::Encoding::chooseLevels() const
     return levels;
 }
 
-// Readers join ranges of points with a gap of at most the largest subblock, so boxes with fewer points are of little use.
+// Readers join ranges of points with a gap of at most the largest subblock, so boxes with fewer points are of
+// little use.
 std::uint32_t VX7PointWriter::Encoding::choosePointsPerEntry(const std::vector<ChannelPlan>& plans) const
 {
     if (m_options.pointsPerEntry)

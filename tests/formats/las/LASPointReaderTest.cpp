@@ -315,8 +315,8 @@ TEST_F(LASReading, RefusesMalformedCompressedFiles)
     }
 }
 
-// LASzip allocates the declared sizes of layers, adds them up in 32 bits, and reads outside its tables when a code
-// begins with four bytes of ones.
+// LASzip allocates the declared sizes of layers, adds them up in 32 bits, and reads outside its tables when a
+// code begins with four bytes of ones.
 TEST_F(LASReading, HidesChunksFromLASzipThatWouldCrashIt)
 {
     for (const int format : {3, 7}) {
@@ -364,6 +364,7 @@ TEST_F(LASReading, HidesChunksFromLASzipThatWouldCrashIt)
 TEST_F(LASReading, RefusesCallsBeforeInit)
 {
     const Scoped<LASPointReader> reader(LASPointReader::create());
+    const Scoped<LASPointWriter> writer(LASPointWriter::create());
     Metadata metadata;
     const std::function<void()> calls[] = {
         [&] { reader->getFileFormatString(); },
@@ -373,6 +374,8 @@ TEST_F(LASReading, RefusesCallsBeforeInit)
         [&] { reader->loadMetadata(metadata, false); },
         [&] { reader->getTotalWork(Bounds::Huge(), 1); },
         [&] { reader->createIterator(Bounds::Huge(), 1, PointInfo(), nullptr); },
+        [&] { writer->setQuantization(nullptr, nullptr); },
+        [&] { writer->write(Bounds::Huge(), 1, PointInfo(), nullptr); },
     };
     for (const auto& call : calls)
         EXPECT_EQ(Testing::failureOf(call).substr(0, 5), "40007") << &call - calls;

@@ -1,5 +1,5 @@
-// For tests of BPF files: a parser of uncompressed files, independent of the code under test, and functions that read
-// sources to columns of doubles.
+// For tests of BPF files: a parser of uncompressed files, independent of the code under test, and functions
+// that read sources to columns of doubles.
 #pragma once
 
 #include "platform/ByteOrder.h"

@@ -1,5 +1,4 @@
-// Damaged files: each field that can be wrong gives its own error. What random damage does,
-// robustness/DamageTest tries.
+// Damaged files: each invalid field has its own error. robustness/DamageTest tests random damage.
 #include "support/ByteStore.h"
 #include "support/Errors.h"
 #include "support/SampleCloud.h"
@@ -49,7 +48,7 @@ void set(Bytes& bytes, std::size_t at, std::size_t size, std::uint64_t value)
         bytes[at + i] = static_cast<std::uint8_t>(value >> (8 * (size - 1 - i)));
 }
 
-// A small file and where its chunks' payloads begin: payload(id, n) is that of the n-th chunk of an id.
+// A small file. payload(id, n) is the position of the payload of the n-th chunk with an id.
 class SmallFile
 {
 public:
@@ -83,7 +82,7 @@ public:
         set(changed, at, size, value);
         return outcome(changed);
     }
-    // The payload shortened to `size` bytes, everything around it kept right.
+    // Shortens a payload to `size` bytes; the rest of the file stays consistent.
     std::string shortened(unsigned id, std::size_t size, std::size_t n = 0) const
     {
         Bytes changed = bytes;
@@ -110,7 +109,7 @@ private:
 
 constexpr std::uint64_t minusOne = UINT64_MAX;
 
-TEST(DamagedFile, ReportsAWrongPreambleAndGroup)
+TEST(DamagedFile, ReportsABadPreambleAndGroup)
 {
     const SmallFile file;
     ASSERT_EQ(outcome(file.bytes), "100 points");
@@ -131,7 +130,7 @@ TEST(DamagedFile, ReportsAWrongPreambleAndGroup)
     EXPECT_EQ(file.with(20, 8, file.bytes.size()), "40209 chunk length error");
 }
 
-TEST(DamagedFile, ReportsAWrongChunkHeader)
+TEST(DamagedFile, ReportsABadChunkHeader)
 {
     const SmallFile file;
     const std::pair<unsigned, const char*> chunks[] = {{2, "40203"}, {3, "40205"}, {4, "40207"},
@@ -148,7 +147,7 @@ TEST(DamagedFile, ReportsAWrongChunkHeader)
     EXPECT_EQ(file.with(file.payload(8) - 8, 8, minusOne), "40219 chunk length error");
 }
 
-TEST(DamagedFile, ReportsAWrongWaveletHeader)
+TEST(DamagedFile, ReportsABadWaveletHeader)
 {
     const SmallFile file;
     const std::size_t at = file.payload(2);
@@ -163,11 +162,11 @@ TEST(DamagedFile, ReportsAWrongWaveletHeader)
     EXPECT_EQ(file.with(at + 13 + 18, 1, 4), "-1 bad transform type");
     EXPECT_EQ(file.with(at + 13 + 19, 4, 0), "40203 bad read -- channel info");
     EXPECT_EQ(file.truncated(at + 13 + 20), "40203 bad read -- channel info");
-    // A huge number of points finds no headers for them; whatever is said, it is said soon.
+    // There are no headers for a huge number of points; any error must be reported quickly.
     EXPECT_EQ(file.with(at + 1, 8, INT64_MAX).substr(0, 6), "40207 ");
 }
 
-TEST(DamagedFile, ReportsAWrongIndex)
+TEST(DamagedFile, ReportsABadIndex)
 {
     const SmallFile memory(1);
     EXPECT_EQ(memory.shortened(3, 0), "40205 bad read -- header version");
@@ -182,7 +181,7 @@ TEST(DamagedFile, ReportsAWrongIndex)
     EXPECT_EQ(disk.truncated(disk.payload(3) + 5 + 54), "40014 bad read -- node count");
 }
 
-TEST(DamagedFile, ReportsAWrongSubband)
+TEST(DamagedFile, ReportsABadSubband)
 {
     const SmallFile file;
     const std::size_t at = file.payload(4, 1);
@@ -197,7 +196,7 @@ TEST(DamagedFile, ReportsAWrongSubband)
     EXPECT_EQ(file.shortened(4, file.length(4, 1) - 1, 1), "40207 chunk length error");
 }
 
-TEST(DamagedFile, ReportsWrongTextsAndMetadata)
+TEST(DamagedFile, ReportsBadTextsAndMetadata)
 {
     const SmallFile file;
     const std::size_t wkt = file.payload(6), names = file.payload(7), records = file.payload(5);
@@ -225,7 +224,7 @@ TEST(DamagedFile, ReportsWrongTextsAndMetadata)
     EXPECT_EQ(file.truncated(file.bytes.size() - 1), "40219 bad read -- channel name");
 }
 
-TEST(DamagedFile, GivesAnErrorAtEveryLength)
+TEST(DamagedFile, ReportsAnErrorAtEveryLength)
 {
     for (const std::uint8_t bandVersion : std::initializer_list<std::uint8_t>{1, 3}) {
         const SmallFile file(1, bandVersion);
@@ -236,8 +235,8 @@ TEST(DamagedFile, GivesAnErrorAtEveryLength)
     }
 }
 
-// A file of several blocks, the first of which fails: its chains would go on with whatever they hold.
-TEST(DamagedFile, GivesNoMorePointsBehindAnError)
+// A file of several blocks, the first of which fails. Its chains must not be used again.
+TEST(DamagedFile, ReturnsNoPointsAfterAnError)
 {
     FilePlan plan = SampleCloud::make(60000, 5).toFile();
     plan.channels.resize(3);
@@ -267,8 +266,8 @@ TEST(DamagedFile, GivesNoMorePointsBehindAnError)
     EXPECT_GT(failures, 0);
 }
 
-// Lengths that only just do not contradict each other, at the end of the range.
-TEST(DamagedFile, ReadsPastTheEndAtAbsurdLengths)
+// Consistent lengths at the end of their range.
+TEST(DamagedFile, ReportsAbsurdLengths)
 {
     SmallFile file;
     set(file.bytes, 8, 8, minusOne);
@@ -277,7 +276,7 @@ TEST(DamagedFile, ReadsPastTheEndAtAbsurdLengths)
     EXPECT_EQ(outcome(file.bytes), "40201 bad read -- chunk id");
 }
 
-// Thousands of levels of one sample each; only the first few can hold more.
+// Thousands of levels with one sample each; only the first few have more.
 TEST(DamagedFile, DecodesMoreLevelsThanThePointsHave)
 {
     SampleCloud cloud = SampleCloud::make(9, 3);
@@ -287,8 +286,8 @@ TEST(DamagedFile, DecodesMoreLevelsThanThePointsHave)
     EXPECT_EQ(outcome(buildFile(plan)), "9 points");
 }
 
-// Eight channels whose few bytes say that they hold one subblock of 2^24 wide samples.
-TEST(DamagedFile, RefusesMoreMemoryThanItsSizeExplains)
+// Eight channels whose few bytes announce one subblock of 2^24 wide samples.
+TEST(DamagedFile, RefusesMoreMemoryThanItsSizeJustifies)
 {
     const auto decodeBlock = [](std::int64_t sample) {
         FilePlan plan = SampleCloud::make(4, 7).toFile();
@@ -304,7 +303,7 @@ TEST(DamagedFile, RefusesMoreMemoryThanItsSizeExplains)
             channel.droppedPlanes = channel.type == SINT64 ? 40 : 0; // one plane is left, for speed
         }
         Bytes bytes = buildFile(plan);
-        constexpr std::size_t numPoints = 16 + 12 + 12 + 1; // behind preamble, headers of chunks and version
+        constexpr std::size_t numPoints = 16 + 12 + 12 + 1; // after preamble, chunk headers and version
         set(bytes, numPoints, 8, 1 << 24);
         return Testing::failureOf([&] {
             const Scoped<ByteStore> store(ByteStore::create(bytes));
@@ -321,8 +320,7 @@ TEST(DamagedFile, RefusesMoreMemoryThanItsSizeExplains)
     EXPECT_EQ(decodeBlock(0), "no error"); // zeros need no memory
 }
 
-// In blocks of 16,384 points each of their points would take gigabytes, and names that are looked up one by
-// one minutes.
+// With blocks of 16,384 points the points would use gigabytes, and linear search of names would take minutes.
 TEST(DamagedFile, DecodesTensOfThousandsOfChannels)
 {
     FilePlan plan = SampleCloud::make(2, 7).toFile();

@@ -57,8 +57,8 @@ void expectCloud(const Points& points, const SampleCloud& cloud, const std::stri
     ASSERT_TRUE(sameBits(points.values<float>(7), as<float>(cloud.temperature))) << label;
 }
 
-// Every legal choice of a file, drawn at random.
-TEST(VX7PointReader, GivesBackEveryPointOfEveryKindOfFile)
+// All features of the format, chosen at random.
+TEST(VX7PointReader, RestoresAllPointsOfEveryKindOfFile)
 {
     for (std::uint64_t seed = 0; seed < 150; ++seed) {
         Random random(seed);
@@ -74,7 +74,7 @@ TEST(VX7PointReader, GivesBackEveryPointOfEveryKindOfFile)
         for (Testing::ChannelPlan& channel : plan.channels) {
             channel.subblockSize = static_cast<std::uint32_t>(random.between(8, 700));
             channel.rawPlanes = static_cast<int>(random.below(4));
-            // Splitting needs the fields to stay in their width, deflate no rounding: neither is lifted here.
+            // Lifting would change the width of split parts and round deflated numbers.
             if (channel.transform == 1)
                 channel.transform = lossless[random.below(5)];
         }
@@ -86,8 +86,8 @@ TEST(VX7PointReader, GivesBackEveryPointOfEveryKindOfFile)
     }
 }
 
-// Nothing in such files says so but their own headers.
-TEST(VX7PointReader, SeesHowOldWritersLaidOutTheirBands)
+// Only the subblock headers of such files show their layout.
+TEST(VX7PointReader, DetectsTheBandLayoutsOfOldWriters)
 {
     const SampleCloud cloud = SampleCloud::make(900, 3);
     for (const bool swapped : {false, true}) {
@@ -98,7 +98,7 @@ TEST(VX7PointReader, SeesHowOldWritersLaidOutTheirBands)
             plan.swapRanges = swapped;
             plan.planeLengthsWithoutLifting = true;
             if (swapped)
-                plan.channels[0].transform = 10; // the first band that could tell
+                plan.channels[0].transform = 10; // the first band with two ranges
             expectCloud(readAll(*openFile(buildFile(plan))), cloud, "version=" + std::to_string(version));
         }
     }
@@ -110,7 +110,7 @@ TEST(VX7PointReader, NeedsNoIndexForAnOpenQuery)
     FilePlan plan = cloud.toFile();
     cloud.addIndex(plan, 2, 50);
     Bytes bytes = buildFile(plan);
-    // The tree's count stays, but its root has no nodes.
+    // The tree's count is unchanged, but its root has no nodes.
     std::size_t index = 28;
     while (bytes[index + 3] != CHUNK_INDEX)
         index += 12 + loadBigEndian<std::uint64_t>(bytes.data() + index + 4);
@@ -157,7 +157,7 @@ TEST(VX7PointReader, DescribesItsFile)
     EXPECT_EQ(layout.getChannel(4).getBits(), 3);
 }
 
-TEST(VX7PointReader, NeverLosesAPointOfABox)
+TEST(VX7PointReader, ReturnsAllPointsOfABox)
 {
     const SampleCloud cloud = SampleCloud::make(3000, 9);
     for (const std::uint8_t version : std::initializer_list<std::uint8_t>{1, 2}) {
@@ -171,7 +171,7 @@ TEST(VX7PointReader, NeverLosesAPointOfABox)
             Bounds box = Bounds::Huge();
             Bounds::Range* const axes[3] = {&box.x, &box.y, &box.z};
             for (int axis = 0; axis < 3; ++axis) {
-                // Faces on points and between them.
+                // The faces of the box are on points and between them.
                 const auto& values = cloud.coordinates[axis];
                 double a = values[random.below(values.size())];
                 double b = values[random.below(values.size())] + (random.chance(0.5) ? 0.005 : 0.0);
@@ -194,13 +194,14 @@ TEST(VX7PointReader, NeverLosesAPointOfABox)
     }
 }
 
-TEST(VX7PointReader, DecodesTheLevelThatTheFractionAsksFor)
+TEST(VX7PointReader, DecodesTheLevelOfTheFraction)
 {
     const SampleCloud cloud = SampleCloud::make(1001, 4);
     FilePlan plan = cloud.toFile();
     plan.numLevels = 4;
     for (Testing::ChannelPlan& channel : plan.channels)
-        channel.transform = channel.transform == 1 ? 11 : channel.transform; // coarse levels hold true points
+        channel.transform =
+            channel.transform == 1 ? 11 : channel.transform; // coarse levels have original points
     const auto reader = openFile(buildFile(plan));
     const auto everyNth = [&](std::size_t step) {
         std::vector<double> picked;
@@ -215,14 +216,14 @@ TEST(VX7PointReader, DecodesTheLevelThatTheFractionAsksFor)
     EXPECT_TRUE(sameBits(read(1 / 2.0), everyNth(2)));
     EXPECT_TRUE(sameBits(read(1 / 4.0), everyNth(4)));
     EXPECT_TRUE(sameBits(read(1 / 8.0), everyNth(8)));
-    EXPECT_TRUE(sameBits(read(1 / 16.0), everyNth(16))); // beyond the levels: the coarsest, thinned
+    EXPECT_TRUE(sameBits(read(1 / 16.0), everyNth(16))); // coarser than all levels: the coarsest, thinned
     EXPECT_EQ(read(1 / 3.0).size(), 334u);               // level 1, thinned by 2 / 3
     for (const double nothing : {0.0, -1.0, std::nan("")})
         EXPECT_EQ(read(nothing).size(), 0u);
     EXPECT_EQ(read(INFINITY).size(), 1001u);
 }
 
-TEST(VX7PointReader, StaysExactForEveryThreadCountAndBlockSize)
+TEST(VX7PointReader, IsExactWithAnyThreadsAndBlockSizes)
 {
     const SampleCloud cloud = SampleCloud::make(40000, 8);
     FilePlan plan = cloud.toFile();
@@ -249,7 +250,7 @@ TEST(VX7PointReader, StaysExactForEveryThreadCountAndBlockSize)
     }
 }
 
-TEST(VX7PointReader, ServesSeveralIteratorsAtOnce)
+TEST(VX7PointReader, SupportsConcurrentIterators)
 {
     const SampleCloud cloud = SampleCloud::make(3000, 12);
     const auto reader = openFile(buildFile(cloud.toFile()));
@@ -265,7 +266,7 @@ TEST(VX7PointReader, ServesSeveralIteratorsAtOnce)
     EXPECT_EQ(block.getX()[9], cloud.coordinates[0][19]);
 }
 
-TEST(VX7PointReader, RefusesToWorkUnlessOpen)
+TEST(VX7PointReader, RefusesQueriesUnlessOpen)
 {
     const auto expectRefusal = [](VX7PointReader& reader) {
         const std::string refusal = "40007 the reader is not open";
@@ -289,13 +290,13 @@ TEST(VX7PointReader, RefusesToWorkUnlessOpen)
               "40007 the writer is not open");
 }
 
-TEST(VX7PointReader, RefusesChannelsThatItCannotGive)
+TEST(VX7PointReader, RefusesUnavailableChannels)
 {
     const SampleCloud cloud = SampleCloud::make(50, 2);
     FilePlan plan = cloud.toFile();
     plan.channels.push_back(plan.channels[6]); // a fraction without exponent and sign
     plan.channels.back().name = "@d|Lonely";
-    // Parts whose kernels are not what their names promise.
+    // Parts with other kernels than their names require.
     for (const char* part : {"@d|Deflated", "@e|Deflated", "@s|Deflated"})
         plan.channels.push_back(Testing::deflatedChannel(part, FLOAT32, cloud.temperature));
     Testing::integerChannel("Odd", static_cast<DataType>(0x400 | 2), cloud.classId, 10);
@@ -362,14 +363,14 @@ TEST(VX7PointReader, ReportsProgressAndStopsWhenCancelled)
     EXPECT_EQ(failureOf([&] { cancelled->getNextPoints(block); }), "40006 operation cancelled.");
 }
 
-TEST(WaveletDecoderInfo, CutsRangesWithTheLevel)
+TEST(WaveletDecoderInfo, HalvesRangesPerLevel)
 {
     const SampleCloud cloud = SampleCloud::make(1000, 6);
     FilePlan plan = cloud.toFile();
     for (Testing::ChannelPlan& channel : plan.channels)
         channel.subblockSize = 64;
     plan.numLevels = 6;
-    // Boxes along a line: entry i lies at x = i.
+    // Boxes along a line: entry i is at x = i.
     plan.indexVersion = 1;
     plan.pointsPerEntry = 10;
     for (int i = 0; i < 100; ++i)

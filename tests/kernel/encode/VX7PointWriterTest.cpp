@@ -43,7 +43,7 @@ Bytes packWith(PointSource& source, const EncodeOptions& options = {}, const Que
     return store->bytes();
 }
 
-// Every option at random; of the transforms those that suit any channel.
+// All options at random; of the transforms only those that all channels support.
 EncodeOptions randomOptions(Random& random)
 {
     EncodeOptions options;
@@ -80,7 +80,7 @@ void expectSameLayout(const PointInfo& a, const PointInfo& b)
     }
 }
 
-TEST(VX7PointWriter, GivesBackAnyPointsWithAnyOptions)
+TEST(VX7PointWriter, RestoresAnyPointsWithAnyOptions)
 {
     for (std::uint64_t seed = 0; seed < 240; ++seed) {
         SCOPED_TRACE("seed=" + std::to_string(seed));
@@ -94,7 +94,7 @@ TEST(VX7PointWriter, GivesBackAnyPointsWithAnyOptions)
     }
 }
 
-TEST(VX7PointWriter, LosesNoPointOfABox)
+TEST(VX7PointWriter, ReturnsAllPointsOfABox)
 {
     for (std::uint64_t seed = 0; seed < 60; ++seed) {
         SCOPED_TRACE("seed=" + std::to_string(seed));
@@ -115,7 +115,7 @@ TEST(VX7PointWriter, LosesNoPointOfABox)
                 box.y.grow(static_cast<const double*>(source->column("Y").getData())[p]);
                 box.z.grow(static_cast<const double*>(source->column("Z").getData())[p]);
             }
-            // Both sides ask with the reader's layout, whose steps widen the box.
+            // Both queries use the reader's layout, whose scale widens the box.
             const PointInfo& layout = reader->getPointInfo();
             PointData expected, got;
             expected.init(layout, count);
@@ -159,7 +159,7 @@ Scoped<MemoryPointSource> makeSurvey(std::size_t count)
     return source;
 }
 
-TEST(VX7PointWriter, IndexesPointsAtTheEndsOfTheNumbers)
+TEST(VX7PointWriter, IndexesExtremeCoordinates)
 {
     const double infinity = std::numeric_limits<double>::infinity();
     const double largest = std::numeric_limits<double>::max();
@@ -174,7 +174,7 @@ TEST(VX7PointWriter, IndexesPointsAtTheEndsOfTheNumbers)
     }
 }
 
-TEST(VX7PointWriter, KeepsPointsThatAreNowhere)
+TEST(VX7PointWriter, KeepsPointsWithoutCoordinates)
 {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     for (const double finite : {1.0, nan})
@@ -191,7 +191,7 @@ TEST(VX7PointWriter, KeepsPointsThatAreNowhere)
         }
 }
 
-TEST(VX7PointWriter, GivesTheSameBytesOnAnyNumberOfThreads)
+TEST(VX7PointWriter, WritesTheSameBytesOnAnyNumberOfThreads)
 {
     const auto source = makeSurvey(150000); // several blocks
     Bytes first;
@@ -208,7 +208,7 @@ TEST(VX7PointWriter, GivesTheSameBytesOnAnyNumberOfThreads)
     EXPECT_TRUE(readAll(*openFile(first)) == readAll(*source));
 }
 
-TEST(VX7PointWriter, KeepsWhatIsKnownOfTheSource)
+TEST(VX7PointWriter, KeepsTheDescriptionOfTheSource)
 {
     const auto source = makeSurvey(3000);
     source->setWKT("LOCAL_CS[\"here\"]");
@@ -227,7 +227,7 @@ TEST(VX7PointWriter, KeepsWhatIsKnownOfTheSource)
                      static_cast<std::size_t>(records.getKeyIndex("PreCompressionPointCount")))),
                  "3000");
 
-    // A part of the points tells how many there were.
+    // A part of the points records the number of all points.
     const auto half = openFile(packWith(*source, {}, {Bounds::Huge(), 0.5}));
     EXPECT_EQ(half->getNumPoints(), 1500);
     Metadata halfRecords;
@@ -251,7 +251,7 @@ TEST(VX7PointWriter, KeepsMeasuredPointsAtCoarseLevels)
         ASSERT_EQ(coarseX[i], x[8 * i]);
 }
 
-TEST(VX7PointWriter, ChoosesByWhatAChannelHolds)
+TEST(VX7PointWriter, ChoosesTheCodingByTheSamples)
 {
     const auto source = makeSurvey(20000);
     const Scoped<ByteStore> store(ByteStore::create());
@@ -261,14 +261,14 @@ TEST(VX7PointWriter, ChoosesByWhatAChannelHolds)
     const auto& summary = writer->getSummary();
     ASSERT_EQ(summary.size(), 6u);
     EXPECT_LT(summary[4].size, 200);           // a constant class
-    EXPECT_LT(summary[5].size, 4000);          // times of equal steps
-    EXPECT_LT(summary[3].size, 20000 * 7 / 8); // 60 values: at most 6 bits and a bit
+    EXPECT_LT(summary[5].size, 4000);          // equidistant times
+    EXPECT_LT(summary[3].size, 20000 * 7 / 8); // 60 values: 6 bits and a little more
     EXPECT_LT(store->size(), 20000 * 5);
     for (const auto& channel : summary)
         EXPECT_FALSE(TransformUtils::hasUpdate(channel.transform)) << channel.name;
 }
 
-TEST(VX7PointWriter, UsesGivenTransformsOrSaysWhyNot)
+TEST(VX7PointWriter, UsesGivenTransformsOrRefusesThem)
 {
     const auto source = makeSurvey(2000);
     const auto packed = [&](const char* channel, int code) {
@@ -292,7 +292,7 @@ TEST(VX7PointWriter, UsesGivenTransformsOrSaysWhyNot)
     EXPECT_EQ(packed("X", 12), "-1 bad transform type");
     EXPECT_EQ(packed("Height", 10), "40007 there is no channel 'Height' to choose a coding for");
 
-    // One for all channels is used where it suits.
+    // A transform for all channels is used for those that support it.
     EncodeOptions options;
     options.all.transform = 70;
     const auto reader = openFile(packWith(*source, options));
@@ -315,7 +315,7 @@ private:
     double m_last = 0;
 };
 
-TEST(VX7PointWriter, LeavesNothingOfAFailedRun)
+TEST(VX7PointWriter, LeavesNoPartialOutput)
 {
     const Testing::TemporaryDirectory directory;
     const auto source = makeSurvey(150000);
@@ -332,16 +332,16 @@ TEST(VX7PointWriter, LeavesNothingOfAFailedRun)
     }
     CancelAtBlock patient(1000);
     run(&patient);
-    EXPECT_NEAR(patient.last(), 2.5 / 4.5, 0.001); // the writer's share; this source does not report its own
+    EXPECT_NEAR(patient.last(), 2.5 / 4.5, 0.001); // the writer's part; this source reports no progress
     const std::string complete = Testing::readFile(path);
 
-    // A run that fails before it writes leaves an older output alone.
+    // A call that fails before it writes does not change an older output.
     source->failAt(100000);
     EXPECT_EQ(failureOf([&] { run(nullptr); }), "40000 test");
     EXPECT_EQ(Testing::readFile(path), complete);
 }
 
-TEST(VX7PointWriter, GivesUpAnOutputThatRunsFull)
+TEST(VX7PointWriter, ReportsAFullOutput)
 {
     const auto source = makeSurvey(20000);
     const Scoped<ByteStore> store(ByteStore::create());

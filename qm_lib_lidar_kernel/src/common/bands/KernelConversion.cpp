@@ -83,7 +83,8 @@ void merge(void* samples, const ChannelData& fraction, const std::int16_t* expon
     }
 }
 
-// The low 16 bits of each sample, which hold every exponent and sign. A part of another width is narrowed first.
+// The low 16 bits of each sample, which hold every exponent and sign. A part of another width is narrowed
+// first.
 const std::int16_t* narrowed(const KernelSamples& part, KernelSamples& scratch, std::size_t count)
 {
     if (part.getDataType() == SINT16)

@@ -31,8 +31,8 @@ public:
     void convertToKernel(const PointData& points, KernelSamples& kernel, std::size_t count) const;
     // Kernel samples to point samples; nothing unless the action is CONVERT_PLAIN.
     void convertFromKernel(const KernelSamples& kernel, PointData& points, std::size_t count) const;
-    // Called for the fraction: rebuilds floating-point samples from three decoded parts. Each part is truncated to its
-    // width, since coarse levels of a part can have larger values.
+    // Called for the fraction: rebuilds floating-point samples from three decoded parts. Each part is
+    // truncated to its width, since coarse levels of a part can have larger values.
     void mergeFromKernel(const KernelSamples& fraction, const KernelSamples& exponent,
                          const KernelSamples& sign, PointData& points, std::size_t count) const;
 

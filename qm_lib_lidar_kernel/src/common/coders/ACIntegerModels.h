@@ -1,5 +1,5 @@
-// The models of integers that are coded symbol by symbol: the sign (or zero), the bit length of the magnitude, and its
-// leading bits with one model per bit length. Further bits are raw.
+// The models of integers that are coded symbol by symbol: the sign (or zero), the bit length of the
+// magnitude, and its leading bits with one model per bit length. Further bits are raw.
 #pragma once
 
 #include "common/coders/ArithmeticCoder.h"
@@ -32,8 +32,9 @@ struct ACIntegerModels
     ACIntegerModels();
     void reset() noexcept;
 
-    // Two sets per thread, shared by its readers, since every subblock starts with fresh models: a set uses about 10 kB,
-    // and there can be thousands of readers. Out of line, so that the thread's address is looked up once per subblock.
+    // Two sets per thread, shared by its readers, since every subblock starts with fresh models: a set uses
+    // about 10 kB, and there can be thousands of readers. Out of line, so that the thread's address is looked
+    // up once per subblock.
     static std::array<ACIntegerModels, 2>& ofThread();
 };
 

@@ -4,26 +4,12 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr std::uint32_t maxBitCount = 1u << 13;    // counts are halved above these totals, so that a model
-constexpr std::uint32_t maxSymbolCount = 1u << 15; // keeps following its data
+// Counts are halved above these totals, so that models adapt to changing data.
+constexpr std::uint32_t maxBitCount = 1u << 13;
+constexpr std::uint32_t maxSymbolCount = 1u << 15;
 constexpr std::uint32_t maxBitUpdateCycle = 64;
 
 } // namespace
-
-void ACBase::BitModel::update() noexcept
-{
-    bit_count += update_cycle;
-    if (bit_count > maxBitCount) {
-        bit_count = (bit_count + 1) >> 1;
-        bit_0_count = (bit_0_count + 1) >> 1;
-        if (bit_0_count == bit_count)
-            ++bit_count;
-    }
-    const std::uint32_t scale = 0x80000000u / bit_count;
-    bit_0_prob = (bit_0_count * scale) >> (31 - bitModelShift);
-    update_cycle = std::min((5 * update_cycle) >> 2, maxBitUpdateCycle);
-    bits_until_update = update_cycle;
-}
 
 void ACBase::DataModel::setAlphabet(std::uint32_t symbols)
 {
@@ -78,7 +64,7 @@ void ACBase::DataModel::update(bool fromEncoder) noexcept
         }
     }
 
-    // NOLINTNEXTLINE(clang-analyzer-core.DivideZero): every symbol counts once from the start
+    // NOLINTNEXTLINE(clang-analyzer-core.DivideZero): every symbol has a count of at least 1
     const std::uint32_t scale = 0x80000000u / total_count;
     std::uint32_t sum = 0;
     for (std::uint32_t k = 0; k < data_symbols; ++k) {
@@ -120,6 +106,52 @@ void ACEncoder::carry() noexcept
     ++*byte;
 }
 
+std::size_t ACEncoder::end() noexcept
+{
+    // The fewest bytes that are inside the interval for all possible following bytes.
+    if (m_length > 2 * minLength) {
+        addToBase(minLength);
+        m_length = minLength >> 1;
+    } else {
+        addToBase(minLength >> 1);
+        m_length = minLength >> 9;
+    }
+    renormalise();
+    return static_cast<std::size_t>(m_current - m_start);
+}
+
+void ACDecoder::begin(const void* data, std::size_t length) noexcept
+{
+    m_current = static_cast<const std::uint8_t*>(data);
+    m_end = m_current + length;
+    m_value = readLast(4);
+    m_length = maxLength;
+}
+
+std::uint32_t ACDecoder::readLast(std::uint32_t bytes) noexcept
+{
+    std::uint32_t next = 0;
+    for (std::ptrdiff_t i = 0; i < 4; ++i)
+        next = next << 8 | (i < m_end - m_current ? m_current[i] : 0u);
+    m_current += std::min<std::ptrdiff_t>(bytes, m_end - m_current);
+    return next;
+}
+
+void ACBase::BitModel::update() noexcept
+{
+    bit_count += update_cycle;
+    if (bit_count > maxBitCount) {
+        bit_count = (bit_count + 1) >> 1;
+        bit_0_count = (bit_0_count + 1) >> 1;
+        if (bit_0_count == bit_count)
+            ++bit_count;
+    }
+    const std::uint32_t scale = 0x80000000u / bit_count;
+    bit_0_prob = (bit_0_count * scale) >> (31 - bitModelShift);
+    update_cycle = std::min((5 * update_cycle) >> 2, maxBitUpdateCycle);
+    bits_until_update = update_cycle;
+}
+
 void ACEncoder::putBit(int bit) noexcept
 {
     m_length >>= 1;
@@ -141,35 +173,29 @@ void ACEncoder::encode(int bit, BitModel& model) noexcept
     model.countSymbol(bit ? 1 : 0);
 }
 
-std::size_t ACEncoder::end() noexcept
+std::uint32_t ACDecoder::getBit() noexcept
 {
-    // The shortest tail that points into the interval whatever follows it.
-    if (m_length > 2 * minLength) {
-        addToBase(minLength);
-        m_length = minLength >> 1;
+    m_length >>= 1;
+    const std::uint32_t bit = m_value >= m_length ? 1 : 0;
+    if (bit)
+        m_value -= m_length;
+    renormalise();
+    return bit;
+}
+
+std::uint32_t ACDecoder::decode(BitModel& model) noexcept
+{
+    const std::uint32_t split = model.bit_0_prob * (m_length >> bitModelShift);
+    const std::uint32_t bit = m_value >= split ? 1 : 0;
+    if (bit) {
+        m_value -= split;
+        m_length -= split;
     } else {
-        addToBase(minLength >> 1);
-        m_length = minLength >> 9;
+        m_length = split;
     }
     renormalise();
-    return static_cast<std::size_t>(m_current - m_start);
-}
-
-void ACDecoder::begin(const void* data, std::size_t length) noexcept
-{
-    m_current = static_cast<const std::uint8_t*>(data);
-    m_end = m_current + length;
-    m_value = takeLast(4);
-    m_length = maxLength;
-}
-
-std::uint32_t ACDecoder::takeLast(std::uint32_t bytes) noexcept
-{
-    std::uint32_t next = 0;
-    for (std::ptrdiff_t i = 0; i < 4; ++i)
-        next = next << 8 | (i < m_end - m_current ? m_current[i] : 0u);
-    m_current += std::min<std::ptrdiff_t>(bytes, m_end - m_current);
-    return next;
+    model.countSymbol(bit);
+    return bit;
 }
 
 } // namespace Quillmoran

@@ -1,10 +1,9 @@
-// A 32-bit range coder with adaptive models for two and for many symbols, after "Introduction to Arithmetic
-// Coding - Theory and Practice" (2004). It codes signs, bit lengths and leading bits of integer samples;
-// further bits are mixed in raw.
+// A 32-bit range coder with adaptive models, after "Introduction to Arithmetic Coding - Theory and Practice"
+// (2004). It codes signs, bit lengths and leading bits of integer samples; further bits are raw.
 //
-// A model counts its symbols and rebuilds its probabilities at growing intervals, in step on both sides. The
-// decoder never reads outside the bytes it was given and is fed zeros behind them; damaged data decodes to
-// some symbols. Coders and models are used by one thread at a time.
+// A model counts its symbols and updates its probabilities at growing intervals, at the same symbols in
+// encoder and decoder. The decoder never reads outside its input and continues with zeros after the end;
+// damaged data decodes to arbitrary symbols. Coders and models are used by one thread at a time.
 #pragma once
 
 #include "platform/ByteOrder.h"
@@ -27,10 +26,11 @@ public:
 protected:
     static constexpr std::uint32_t minLength = 0x01000000;
     static constexpr std::uint32_t maxLength = 0xFFFFFFFF;
-    static constexpr int bitModelShift = 13;  // precision of a bit's probability
-    static constexpr int dataModelShift = 15; // precision of a symbol's cumulative probability
+    static constexpr int bitModelShift = 13;  // bits of a bit model's probability
+    static constexpr int dataModelShift = 15; // bits of a symbol's cumulative frequency
 };
 
+// The model of a symbol that is 0 or 1. Subblocks do not use it.
 class ACBase::BitModel
 {
 public:
@@ -58,28 +58,29 @@ private:
 class ACBase::DataModel
 {
 public:
-    // Models of so many symbols and fewer are searched as a whole.
+    // The decoder compares with all cumulative frequencies of models with up to this number of symbols.
     static constexpr std::uint32_t smallAlphabet = 16;
 
-    // Sizes the model for `symbols` symbols, at least 1 and at most 2^15, and resets it. A model that has
-    // that size already keeps its memory.
+    // Sets the number of symbols, 1 to 2^15, and resets the model. Reuses the memory if the number is
+    // unchanged.
     void setAlphabet(std::uint32_t symbols);
     void reset() noexcept;
-    // Takes over the state of a model with the same alphabet.
+    // Copies the state of a model with the same number of symbols.
     void assign(const DataModel& other) noexcept;
-    // `fromEncoder` leaves out the decoder's look-up table.
+    // `fromEncoder`: does not update the look-up table, which only the decoder uses.
     void update(bool fromEncoder) noexcept;
 
 private:
     friend class ACEncoder;
     friend class ACDecoder;
 
-    // The decoder looks at so many shares at once, behind the last symbol's, too: those begin where no value
-    // comes to.
+    // The decoder compares with this number of cumulative frequencies at once. Entries after the last symbol
+    // are larger than any value.
     static constexpr std::uint32_t searchWidth = 8;
     static constexpr std::uint16_t unreachable = 0xFFFF;
-    // How many of the shares from that symbol on begin at or before a scaled value: 0 to searchWidth.
-    std::uint32_t countBegun(std::uint32_t symbol, std::uint16_t scaled) const noexcept;
+    // The number of symbols from `symbol` on whose cumulative frequencies are at most `scaled`: 0 to
+    // searchWidth.
+    std::uint32_t countUpTo(std::uint32_t symbol, std::uint16_t scaled) const noexcept;
 
     void countSymbol(std::uint32_t symbol, bool fromEncoder) noexcept
     {
@@ -93,14 +94,14 @@ private:
         return std::max(data_symbols, smallAlphabet) + std::size_t{searchWidth};
     }
 
-    Buffer<std::uint16_t> distribution; // cumulative probabilities, scaled to 2^15
+    Buffer<std::uint16_t> distribution; // cumulative frequencies, scaled to 2^15
     Buffer<std::uint32_t> symbol_count;
     std::uint32_t total_count = 0;
     std::uint32_t update_cycle = 0;
     std::uint32_t symbols_until_update = 0;
     std::uint32_t data_symbols = 0;
     std::uint32_t last_symbol = 0;
-    // By the upper bits of a scaled value: a symbol whose share begins there or before.
+    // Index: the upper bits of a scaled value. A symbol whose cumulative frequency is at most that value.
     Buffer<std::uint16_t> decoder_table;
     std::uint32_t table_size = 0;
     std::uint32_t table_shift = 0;
@@ -109,7 +110,7 @@ private:
 class ACEncoder : public ACBase
 {
 public:
-    // The buffer must hold all that is coded; it is never checked.
+    // The buffer must be large enough for the coded bytes; the size is not checked.
     void begin(void* buffer, std::size_t capacity) noexcept;
     void putBit(int bit) noexcept;
     void putBits(std::uint32_t value, int bits) noexcept; // up to 16 bits at a time
@@ -119,7 +120,7 @@ public:
     std::size_t end() noexcept;
 
 private:
-    // A sum that wraps carries into the bytes already written.
+    // If the sum wraps, the carry is added to the bytes already written.
     void addToBase(std::uint32_t value) noexcept
     {
         m_base += value;
@@ -150,17 +151,17 @@ public:
     std::uint32_t getBits(int bits) noexcept; // up to 16 bits at a time
     std::uint32_t decode(BitModel& model) noexcept;
     std::uint32_t decode(DataModel& model) noexcept;
-    // The same, faster, for a model of a small alphabet and for one of three symbols.
+    // Faster versions for models with a small alphabet and with three symbols.
     std::uint32_t decodeSmall(DataModel& model) noexcept;
     std::uint32_t decodeThree(DataModel& model) noexcept;
     void end() noexcept {}
 
 private:
-    // The value in units of a model's probabilities. Damaged data can leave it outside the interval.
+    // The value in units of a model's frequencies. With damaged data it can be outside the interval.
     std::uint32_t scaledValue() const noexcept
     {
-        constexpr std::uint32_t largest = (1u << dataModelShift) - 1;
-        return std::min(m_value / (m_length >> dataModelShift), largest);
+        constexpr std::uint32_t maxValue = (1u << dataModelShift) - 1;
+        return std::min(m_value / (m_length >> dataModelShift), maxValue);
     }
     std::uint32_t finish(DataModel& model, std::uint32_t symbol) noexcept;
     void narrow(std::uint32_t lower, std::uint32_t upper) noexcept
@@ -169,7 +170,7 @@ private:
         m_length = upper - lower;
         renormalise();
     }
-    // The length is never 0; whole bytes are shifted in until it has 25 bits.
+    // The length is never 0. Shifts in whole bytes until the length has at least 25 bits.
     void renormalise() noexcept
     {
         const auto shift = static_cast<std::uint32_t>(__builtin_clz(m_length)) & 24;
@@ -178,13 +179,13 @@ private:
             next = loadBigEndian<std::uint32_t>(m_current);
             m_current += shift / 8;
         } else {
-            next = takeLast(shift / 8);
+            next = readLast(shift / 8);
         }
         m_value = static_cast<std::uint32_t>((std::uint64_t{m_value} << 32 | next) << shift >> 32);
         m_length <<= shift;
     }
-    // The upper bytes of the result are the next ones, zeros behind the last.
-    std::uint32_t takeLast(std::uint32_t bytes) noexcept;
+    // The next four bytes, zeros after the last one. Advances by `bytes`.
+    std::uint32_t readLast(std::uint32_t bytes) noexcept;
 
     std::uint32_t m_value = 0;
     std::uint32_t m_length = 0;
@@ -212,16 +213,6 @@ inline void ACEncoder::encode(std::uint32_t symbol, DataModel& model) noexcept
     model.countSymbol(symbol, true);
 }
 
-inline std::uint32_t ACDecoder::getBit() noexcept
-{
-    m_length >>= 1;
-    const std::uint32_t bit = m_value >= m_length ? 1 : 0;
-    if (bit)
-        m_value -= m_length;
-    renormalise();
-    return bit;
-}
-
 inline std::uint32_t ACDecoder::getBits(int bits) noexcept
 {
     m_length >>= bits;
@@ -229,21 +220,6 @@ inline std::uint32_t ACDecoder::getBits(int bits) noexcept
     m_value -= value * m_length;
     renormalise();
     return value;
-}
-
-inline std::uint32_t ACDecoder::decode(BitModel& model) noexcept
-{
-    const std::uint32_t split = model.bit_0_prob * (m_length >> bitModelShift);
-    const std::uint32_t bit = m_value >= split ? 1 : 0;
-    if (bit) {
-        m_value -= split;
-        m_length -= split;
-    } else {
-        m_length = split;
-    }
-    renormalise();
-    model.countSymbol(bit);
-    return bit;
 }
 
 inline std::uint32_t ACDecoder::finish(DataModel& model, std::uint32_t symbol) noexcept
@@ -256,16 +232,16 @@ inline std::uint32_t ACDecoder::finish(DataModel& model, std::uint32_t symbol) n
     return symbol;
 }
 
-// Shares are in order: the begun ones are the first ones. Written with vectors, since GCC 12 miscounts in the
-// plain loop that it vectorises by itself.
-inline std::uint32_t ACBase::DataModel::countBegun(std::uint32_t symbol, std::uint16_t scaled) const noexcept
+// The frequencies are in ascending order, so those that are at most `scaled` come first. Uses explicit
+// vectors, because GCC 12 generates a wrong count when it vectorises the plain loop.
+inline std::uint32_t ACBase::DataModel::countUpTo(std::uint32_t symbol, std::uint16_t scaled) const noexcept
 {
-    using Shares [[gnu::vector_size(2 * searchWidth)]] = std::uint16_t;
+    using Frequencies [[gnu::vector_size(2 * searchWidth)]] = std::uint16_t;
     using Flags [[gnu::vector_size(searchWidth)]] = std::int8_t;
-    Shares shares;
-    std::memcpy(&shares, &distribution[symbol], sizeof shares);
-    const Flags flags = __builtin_convertvector(shares <= Shares{} + scaled, Flags);
-    // A byte of ones for each that has begun. Copied as a whole, so that it stays in a register.
+    Frequencies frequencies;
+    std::memcpy(&frequencies, &distribution[symbol], sizeof frequencies);
+    const Flags flags = __builtin_convertvector(frequencies <= Frequencies{} + scaled, Flags);
+    // A byte of ones for each such symbol. Copied as one integer, so that it stays in a register.
     std::uint64_t bytes;
     std::memcpy(&bytes, &flags, sizeof bytes);
     const int ones =
@@ -273,41 +249,39 @@ inline std::uint32_t ACBase::DataModel::countBegun(std::uint32_t symbol, std::ui
     return static_cast<std::uint32_t>(ones) / 8;
 }
 
-// Without branches: which symbol comes next cannot be predicted, or it would not have been coded.
+// No branch depends on the symbol, since a predictable symbol would not have to be coded.
 inline std::uint32_t ACDecoder::decode(DataModel& model) noexcept
 {
     const auto scaled = static_cast<std::uint16_t>(scaledValue());
     std::uint32_t symbol = model.decoder_table[scaled >> model.table_shift];
-    std::uint32_t begun = model.countBegun(symbol + 1, scaled);
-    while (__builtin_expect(begun == DataModel::searchWidth, 0)) {
-        symbol += begun;
-        begun = model.countBegun(symbol + 1, scaled);
+    std::uint32_t found = model.countUpTo(symbol + 1, scaled);
+    while (__builtin_expect(found == DataModel::searchWidth, 0)) {
+        symbol += found;
+        found = model.countUpTo(symbol + 1, scaled);
     }
-    return finish(model, symbol + begun);
+    return finish(model, symbol + found);
 }
 
 inline std::uint32_t ACDecoder::decodeSmall(DataModel& model) noexcept
 {
     const auto scaled = static_cast<std::uint16_t>(scaledValue());
     static_assert(DataModel::smallAlphabet == 2 * DataModel::searchWidth);
-    const std::uint32_t begun =
-        model.countBegun(0, scaled) + model.countBegun(DataModel::searchWidth, scaled);
-    return finish(model, begun - 1);
+    const std::uint32_t found = model.countUpTo(0, scaled) + model.countUpTo(DataModel::searchWidth, scaled);
+    return finish(model, found - 1);
 }
 
-// Two products are faster than a quotient.
+// Two multiplications are faster than a division.
 inline std::uint32_t ACDecoder::decodeThree(DataModel& model) noexcept
 {
     const std::uint32_t unit = m_length >> dataModelShift;
     const std::uint32_t first = model.distribution[1] * unit;
     const std::uint32_t second = model.distribution[2] * unit;
-    // All ones where the value lies behind a bound.
-    const std::uint32_t behindFirst = 0 - std::uint32_t{m_value >= first};
-    const std::uint32_t behindSecond = 0 - std::uint32_t{m_value >= second};
-    const std::uint32_t symbol = 0 - (behindFirst + behindSecond);
-    const std::uint32_t lower = (first & behindFirst) + ((second - first) & behindSecond);
-    const std::uint32_t upper =
-        first + ((second - first) & behindFirst) + ((m_length - second) & behindSecond);
+    // All ones if the value is at or above the bound.
+    const std::uint32_t aboveFirst = 0 - std::uint32_t{m_value >= first};
+    const std::uint32_t aboveSecond = 0 - std::uint32_t{m_value >= second};
+    const std::uint32_t symbol = 0 - (aboveFirst + aboveSecond);
+    const std::uint32_t lower = (first & aboveFirst) + ((second - first) & aboveSecond);
+    const std::uint32_t upper = first + ((second - first) & aboveFirst) + ((m_length - second) & aboveSecond);
     narrow(lower, upper);
     model.countSymbol(symbol, false);
     return symbol;

@@ -17,9 +17,9 @@ enum CoefficientState : std::uint8_t
 
 inline constexpr int signContexts = 9; // 3 * left + right
 
-// The context of a coefficient's first decision in a plane. Index: 9 * state of the left neighbour + 3 * own state +
-// state of the right neighbour. 0 to 8: whether the coefficient becomes significant; 18 to 35: the next bit of a
-// significant one.
+// The context of a coefficient's first decision in a plane. Index: 9 * state of the left neighbour + 3 * own
+// state + state of the right neighbour. 0 to 8: whether the coefficient becomes significant; 18 to 35: the
+// next bit of a significant one.
 inline constexpr auto firstContexts = [] {
     std::array<std::uint8_t, 27> contexts{};
     for (int left = 0; left < 3; ++left) {

@@ -8,9 +8,9 @@
 
 namespace Quillmoran {
 
-// The planes of a subblock. A header stores them as a code, which numbers the triples (top, bottom, raw top): top
-// ascending, for each top bottom from 0 to top, for each bottom raw top from bottom - 1 to top.
-// (0,0,-1) (0,0,0) (1,0,-1) (1,0,0) (1,0,1) (1,1,0) (1,1,1) (2,0,-1) ...
+// The planes of a subblock. A header stores them as a code, which numbers the triples (top, bottom, raw top):
+// top ascending, for each top bottom from 0 to top, for each bottom raw top from bottom - 1 to top. (0,0,-1)
+// (0,0,0) (1,0,-1) (1,0,0) (1,0,1) (1,1,0) (1,1,1) (2,0,-1) ...
 struct BitPlanes
 {
     int top = 0;

@@ -1,5 +1,5 @@
-// The entropy coders of subblocks. To add a coder, write its SubblockReader and SubblockWriter and add a row to the
-// table in Coder.cpp.
+// The entropy coders of subblocks. To add a coder, write its SubblockReader and SubblockWriter and add a row
+// to the table in Coder.cpp.
 #pragma once
 
 #include "common/coders/TransformUtils.h"

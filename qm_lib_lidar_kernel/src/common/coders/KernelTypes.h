@@ -8,8 +8,8 @@
 
 namespace Quillmoran {
 
-// Calls visit(T{}) with a zero of the C++ type of a kernel type and returns its result. Any other type is `code`
-// "unkown datatype".
+// Calls visit(T{}) with a zero of the C++ type of a kernel type and returns its result. Any other type is
+// `code` "unkown datatype".
 template <class Visit>
 auto visitKernelType(DataType type, ErrorCode code, Visit&& visit)
 {

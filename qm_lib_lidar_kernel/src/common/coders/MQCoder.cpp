@@ -12,7 +12,7 @@ struct ProbabilityState
     std::uint16_t Qe;
     std::uint8_t nextMPS;
     std::uint8_t nextLPS;
-    std::uint8_t switchMPS; // an LPS here exchanges the meaning of the symbols
+    std::uint8_t switchMPS; // whether an LPS exchanges the symbols
 };
 
 // The published table of probability states.
@@ -86,7 +86,7 @@ constexpr MQBase::StateTable buildTable()
 
 constexpr std::int32_t nothingPending = -1;
 
-// Whether a byte carries seven bits, by the byte before it.
+// Whether a byte has seven bits because of the byte before it.
 constexpr bool isStuffed(std::uint32_t before, std::uint32_t byte)
 {
     return before == 0xFF && byte < 0x90;
@@ -127,7 +127,7 @@ void MQEncoder::begin(void* buffer, std::size_t) noexcept
     m_contexts.fill(table.entries);
 }
 
-// One byte is held back in B so that a carry out of C can still reach it.
+// One byte is pending in B, so that a carry out of C can still change it.
 void MQEncoder::byteOut() noexcept
 {
     if (B != 0xFF && (C & 0x8000000)) {
@@ -139,7 +139,7 @@ void MQEncoder::byteOut() noexcept
         *m_current++ = 0xFF;
         B = static_cast<std::int32_t>((C >> 20) & 0xFF);
         C &= 0xFFFFF;
-        CT = 7; // a bit is stuffed behind an 0xFF
+        CT = 7; // a bit is stuffed after an 0xFF
         return;
     }
     if (B != nothingPending)
@@ -160,12 +160,13 @@ std::size_t MQEncoder::end() noexcept
     C <<= CT;
     byteOut();
     if (B < 0xFF)
-        *m_current++ = static_cast<std::uint8_t>(B); // a last 0xFF is what the decoder is fed anyway
+        *m_current++ =
+            static_cast<std::uint8_t>(B); // a final 0xFF is omitted: the decoder continues with ones
     return static_cast<std::size_t>(m_current - m_start);
 }
 
-// The decoder begins with two bytes and one bit of them to spare (none when the second is a stuffed one), and
-// takes another byte whenever its bits are used up.
+// The decoder begins with two bytes, one bit of which is not needed yet (none if the second byte is a stuffed
+// one), and reads another byte whenever it has used all bits.
 std::size_t MQEncoder::decoderPosition() const noexcept
 {
     const auto byteAt = [this](std::size_t index) -> std::uint32_t {
@@ -190,7 +191,8 @@ void MQDecoder::begin(const void* data, std::size_t length) noexcept
     m_padding = 0;
     const std::uint64_t first = length > 0 ? m_start[0] : 0xFF;
     const std::uint64_t second = length > 1 ? m_start[1] : 0xFF;
-    // Seven shifts have been made already, so one bit of the second byte is left, none of a stuffed one.
+    // The registers start after seven shifts, so one bit of the second byte is left, or none of a stuffed
+    // one.
     const bool stuffed = isStuffed(static_cast<std::uint32_t>(first), static_cast<std::uint32_t>(second));
     const std::uint64_t low = stuffed ? second << 9 : (first == 0xFF ? 0xFF : second) << 8;
     m_registers.A = std::uint64_t{0x8000} << registerShift;
@@ -206,7 +208,7 @@ MQDecoder::Registers MQDecoder::refill(Registers registers, std::uint32_t shift)
         registers.C <<= registers.ahead;
         shift -= registers.ahead;
         registers.ahead = 0;
-        takeAhead(registers);
+        readAhead(registers);
     }
     registers.A <<= shift;
     registers.C <<= shift;
@@ -214,12 +216,12 @@ MQDecoder::Registers MQDecoder::refill(Registers registers, std::uint32_t shift)
     return registers;
 }
 
-// Bits taken ahead of their time must not change the compared ones. Only the top bit of a stuffed byte does,
-// which is added to the byte before it: such a byte is taken when it is due.
-void MQDecoder::takeAhead(Registers& registers) noexcept
+// Bits that are read ahead must not change the compared ones. Only the top bit of a stuffed byte, which is
+// added to the byte before it, can do so: such a byte is read only when it is needed.
+void MQDecoder::readAhead(Registers& registers) noexcept
 {
-    constexpr std::uint32_t mostAhead = registerShift;
-    while (registers.ahead <= mostAhead - 8) {
+    constexpr std::uint32_t maxAhead = registerShift;
+    while (registers.ahead <= maxAhead - 8) {
         std::uint64_t byte = 0xFF;
         std::uint32_t bits = 8;
         if (m_current == m_end) {
@@ -242,7 +244,7 @@ void MQDecoder::takeAhead(Registers& registers) noexcept
 
 std::size_t MQDecoder::position() const noexcept
 {
-    // Gives back the bytes of which no bit was shifted in.
+    // Subtract the bytes of which no bit was shifted in.
     std::uint32_t ahead = m_registers.ahead;
     std::uint32_t padding = m_padding;
     for (; padding != 0 && ahead >= 8; --padding)

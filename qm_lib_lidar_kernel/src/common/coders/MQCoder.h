@@ -1,13 +1,14 @@
 // The MQ coder: binary adaptive arithmetic coding as in JPEG 2000 and JBIG2. It codes the decisions of
 // integer coefficients, bit plane by bit plane.
 //
-// A decision is coded in one of 64 contexts. A context stands at an entry of one shared state table, into
-// which the more probable symbol is folded (two entries per probability state). The encoder's contexts point
-// at their entries; the decoder's hold what a decision needs of them in one word. Neither side allocates or
-// fails: a damaged segment decodes to some decisions. One object is used by one thread at a time.
+// A decision is coded in one of 64 contexts. The state of a context is an entry of one shared table, which
+// has two entries per probability state, one for each value of the more probable symbol. The encoder's
+// contexts point to their entries; the decoder's contexts are words with the fields that a decision needs.
+// Neither side allocates or fails: a damaged segment decodes to arbitrary decisions. An object is used by one
+// thread at a time.
 //
-// This coder differs from the published one in two places: the flush, which writes no end marker, and the
-// byte after an 0xFF that is no stuffed byte, which is consumed instead of being taken for a marker.
+// This coder differs from the published one in two places: the flush writes no end marker, and a byte after
+// an 0xFF that is not a stuffed byte is consumed and not treated as a marker.
 #pragma once
 
 #include <array>
@@ -28,7 +29,7 @@ public:
         const State* nextMPS;
         const State* nextLPS;
     };
-    // Entry 2s + m is probability state s with the more probable symbol m.
+    // Entry 2s + m is probability state s with more probable symbol m.
     static constexpr std::size_t numStates = 94;
     struct StateTable
     {
@@ -43,19 +44,19 @@ protected:
 class MQEncoder : public MQBase
 {
 public:
-    // The buffer must hold all that is coded; it is never checked.
+    // The buffer must be large enough for the coded bytes; the size is not checked.
     void begin(void* buffer, std::size_t capacity) noexcept;
     void encode(int context, int bit) noexcept
     {
         encode(m_contexts[static_cast<std::size_t>(context)], static_cast<std::uint32_t>(bit));
     }
-    // The same decision `count` times.
+    // Codes the same decision `count` times.
     void encodeRun(int context, int bit, std::size_t count) noexcept;
     // Flushes and returns the bytes written since begin().
     std::size_t end() noexcept;
 
-    // How many bytes of the segment, followed by bytes of 0xFF, a decoder has taken when it has decoded
-    // everything; it may be more than end() has written. Called after end().
+    // The number of bytes that a decoder has read after the last decision, if bytes of 0xFF follow the
+    // segment. It can be larger than the result of end(). Called after end().
     std::size_t decoderPosition() const noexcept;
 
 private:
@@ -65,10 +66,10 @@ private:
 
     std::uint32_t C = 0;  // code register
     std::uint32_t A = 0;  // interval, in [0x8000, 0xFFFF] between decisions
-    std::uint32_t CT = 0; // shifts left before the next byte moves
-    std::int32_t B = 0;   // the byte held back, -1 for none
+    std::uint32_t CT = 0; // remaining shifts before the next byte is output
+    std::int32_t B = 0;   // the pending byte, -1 for none
     std::array<const State*, numContexts> m_contexts{};
-    std::uint64_t m_shifts = 0; // of all renormalisations, as many as the decoder makes
+    std::uint64_t m_shifts = 0; // of all renormalisations; the decoder makes the same number
     std::uint8_t* m_start = nullptr;
     std::uint8_t* m_current = nullptr;
 };
@@ -76,20 +77,20 @@ private:
 class MQDecoder : public MQBase
 {
 public:
-    // What every decision changes. A loop holds it in a local, so that it stays in machine registers.
+    // The state that every decision changes. Loops copy it to a local variable, so that it stays in machine
+    // registers.
     //
     //   bit  63 .. 48   47 ..              0
     //   A    interval   0                        in [0x8000, 0xFFFF] between decisions
-    //   C    code       bits taken ahead | 0
+    //   C    code       bits read ahead | 0
     struct Registers
     {
         std::uint64_t A = 0;
         std::uint64_t C = 0;
-        std::uint32_t ahead = 0; // how many bits were taken ahead, up to 48
+        std::uint32_t ahead = 0; // number of bits read ahead, up to 48
     };
 
-    // Reads only [data, data + length). Past the end the decoder is fed ones for ever; an empty segment is
-    // all ones.
+    // Reads only [data, data + length). After the end of the segment the decoder continues with ones.
     void begin(const void* data, std::size_t length) noexcept;
     void end() noexcept {}
 
@@ -97,23 +98,23 @@ public:
 
     Registers registers() const noexcept { return m_registers; }
     void setRegisters(const Registers& registers) noexcept { m_registers = registers; }
-    // A decision with the registers in a local: without a branch on its outcome, which for noise would be
-    // mispredicted every other time.
+    // Decodes with the registers in a local variable. There is no branch on the decision, since noise would
+    // mispredict it every second time.
     inline std::uint32_t decode(Registers& registers, int context) noexcept;
-    // The same for decisions that are nearly always the more probable symbol, which most often changes
-    // nothing but the interval.
+    // The same, faster for decisions that are nearly always the more probable symbol: that usually changes
+    // only the interval.
     inline std::uint32_t decodeSkewed(Registers& registers, int context) noexcept;
 
-    // How many bytes of the segment had to be taken so far.
+    // The number of bytes of the segment that were needed so far.
     std::size_t position() const noexcept;
 
 private:
-    // Qe << 16 | entry << 2 | the more probable symbol: all that a decision needs of its state.
+    // Qe << 16 | entry << 2 | more probable symbol: the fields of a state that a decision needs.
     using Context = std::uint32_t;
     static constexpr std::uint32_t entryMask = 0x1FC;
-    static constexpr int registerShift = 48; // of the 16 bits that the published registers compare
-    // The context that follows, by the present one's entry (times 4) plus 0 when the interval stays, 1 after
-    // the more probable symbol, 3 after the other.
+    static constexpr int registerShift = 48; // position of the 16 bits that the published registers compare
+    // The next context. Index: entry of the current context * 4, plus 0 if the interval is not renormalised,
+    // 1 after the more probable symbol, 3 after the less probable one.
     struct TransitionTable
     {
         std::array<Context, 4 * numStates> next;
@@ -121,16 +122,16 @@ private:
     static const TransitionTable transitions;
     static constexpr TransitionTable buildTransitions();
 
-    // Shifts by more bits than were taken ahead, and takes more.
+    // Shifts by more bits than were read ahead, and reads more.
     Registers refill(Registers registers, std::uint32_t shift) noexcept;
-    void takeAhead(Registers& registers) noexcept;
+    void readAhead(Registers& registers) noexcept;
 
     Registers m_registers;
     std::array<Context, numContexts> m_contexts{};
     const std::uint8_t* m_start = nullptr;
-    const std::uint8_t* m_current = nullptr; // behind the bytes that were taken, those ahead included
+    const std::uint8_t* m_current = nullptr; // after the bytes that were read, including those read ahead
     const std::uint8_t* m_end = nullptr;
-    std::uint32_t m_padding = 0; // bytes of ones that were taken past the end
+    std::uint32_t m_padding = 0; // bytes of ones that were read after the end
 };
 
 inline void MQEncoder::encode(const State*& context, std::uint32_t bit) noexcept
@@ -158,14 +159,14 @@ inline void MQEncoder::encode(const State*& context, std::uint32_t bit) noexcept
     renormalise();
 }
 
-// Decisions that confirm the more probable symbol only add up until the interval has shrunk to half.
+// Several more probable symbols can be coded at once until the interval has shrunk to half.
 inline void MQEncoder::encodeRun(int context, int bit, std::size_t count) noexcept
 {
     const State*& entry = m_contexts[static_cast<std::size_t>(context)];
     while (count != 0) {
         if (static_cast<std::uint32_t>(bit) == entry->MPS) {
-            const std::uint32_t room = (A - 0x8000) / entry->Qe;
-            const auto steps = static_cast<std::uint32_t>(count < room ? count : room);
+            const std::uint32_t limit = (A - 0x8000) / entry->Qe;
+            const auto steps = static_cast<std::uint32_t>(count < limit ? count : limit);
             A -= steps * entry->Qe;
             C += steps * entry->Qe;
             count -= steps;
@@ -177,7 +178,7 @@ inline void MQEncoder::encodeRun(int context, int bit, std::size_t count) noexce
     }
 }
 
-// All shifts up to the next byte at once: A is never 0, and its top bit is to become bit 15.
+// Makes all shifts up to the next byte at once. A is never 0, and its top bit becomes bit 15.
 inline void MQEncoder::renormalise() noexcept
 {
     auto shift = static_cast<std::uint32_t>(__builtin_clz(A)) - 16;
@@ -198,8 +199,8 @@ inline std::uint32_t MQDecoder::decode(Registers& registers, int index) noexcept
     const Context state = context;
     const std::uint64_t Qe = std::uint64_t{state >> 16} << registerShift;
     const std::uint64_t rest = registers.A - Qe;
-    // All ones when the lower part of the interval was chosen. It is the less probable one unless the parts
-    // are inverted.
+    // All ones if the code is in the lower part of the interval, which is the less probable symbol unless the
+    // parts are exchanged.
     const std::uint64_t lower = std::uint64_t{0} - std::uint64_t{registers.C < Qe};
     const std::uint64_t A = rest ^ ((rest ^ Qe) & lower);
     const std::uint64_t C = registers.C - (Qe & ~lower);

@@ -14,10 +14,11 @@ struct SubblockFormat
     DataType type = INVALID; // a kernel type
     TransformType transform = 0;
     std::size_t subblockSize = 0; // samples
-    // MQ coding: one payload length per bit plane, not one per subblock. Old files have this for lifted channels.
+    // MQ coding: one payload length per bit plane, not one per subblock. Old files have this for lifted
+    // channels.
     bool perPlaneLengths = false;
-    // MQ coding: the number of lowest planes that are written raw; without a value the writer chooses it for each
-    // subblock.
+    // MQ coding: the number of lowest planes that are written raw; without a value the writer chooses it for
+    // each subblock.
     std::optional<int> rawPlanes = std::nullopt;
 };
 

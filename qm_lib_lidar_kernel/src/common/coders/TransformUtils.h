@@ -1,5 +1,6 @@
-// Transform codes. A code names the coder of a channel's bands and the lifting steps of its decomposition. The last
-// digit is the lifting order (0 none, 1 or 3); codes 10 to 13, 70 to 73 and 90 to 93 have no update step.
+// Transform codes. A code names the coder of a channel's bands and the lifting steps of its decomposition.
+// The last digit is the lifting order (0 none, 1 or 3); codes 10 to 13, 70 to 73 and 90 to 93 have no update
+// step.
 //
 //   MQ-coded integers          1  3  10  11  13
 //   arithmetic-coded integers 81 83  90  91  93

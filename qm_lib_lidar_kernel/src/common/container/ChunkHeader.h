@@ -1,5 +1,5 @@
-// The 12 bytes before the payload of every chunk of a compressed file: a 32-bit id and the signed 64-bit length of the
-// payload.
+// The 12 bytes before the payload of every chunk of a compressed file: a 32-bit id and the signed 64-bit
+// length of the payload.
 #pragma once
 
 #include <vxunpack/IO.h>
@@ -33,9 +33,9 @@ struct ChunkHeader
 
     // Returns the number of bytes read. ChunkHeaderRead: "bad read -- chunk id", "bad read -- chunk length".
     int read(StreamReader& reader);
-    // Writes the header at the writer's position. With `rewrite`, that position is the end of the payload: sets the
-    // length, writes the header again at its old position and returns to the end. ChunkHeaderWrite: "bad write -- chunk
-    // id", "bad write -- chunk length".
+    // Writes the header at the writer's position. With `rewrite`, that position is the end of the payload:
+    // sets the length, writes the header again at its old position and returns to the end. ChunkHeaderWrite:
+    // "bad write -- chunk id", "bad write -- chunk length".
     int write(StreamWriter& writer, bool rewrite);
     // The byte range of the whole chunk, including the header.
     void save(IO* io, IO::Location& location) const;

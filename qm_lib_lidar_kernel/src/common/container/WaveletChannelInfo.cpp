@@ -73,8 +73,8 @@ DataType WaveletChannelInfo::integerKernel(int bits) const
 
 int WaveletChannelInfo::countBits(std::int64_t low, std::int64_t high) noexcept
 {
-    // Unsigned, because a range of 2^63 or more overflows, and so do the limits of a channel without samples (the
-    // minimum is above the maximum). Both result in the widest kernel.
+    // Unsigned, because a range of 2^63 or more overflows, and so do the limits of a channel without samples
+    // (the minimum is above the maximum). Both result in the widest kernel.
     const std::uint64_t range =
         low <= high ? static_cast<std::uint64_t>(high) - static_cast<std::uint64_t>(low) : 0;
     return static_cast<int>(std::bit_width(std::max({range, magnitude(low), magnitude(high)})));

@@ -1,9 +1,9 @@
-// The record of one channel of a compressed file: the sample type of its points, the "kernel" type of its wavelet
-// coefficients, the transform, and the range of the samples.
+// The record of one channel of a compressed file: the sample type of its points, the "kernel" type of its
+// wavelet coefficients, the transform, and the range of the samples.
 //
-// A floating-point channel is stored in one of three ways: quantized to integers (scale and offset), deflated as it
-// is, or split into three integer channels with prefixed names: "@f|" (FLOAT32) or "@d|" (FLOAT64) for the fraction,
-// "@e|" for the exponent and "@s|" for the sign.
+// A floating-point channel is stored in one of three ways: quantized to integers (scale and offset), deflated
+// as it is, or split into three integer channels with prefixed names: "@f|" (FLOAT32) or "@d|" (FLOAT64) for
+// the fraction, "@e|" for the exponent and "@s|" for the sign.
 #pragma once
 
 #include "common/coders/TransformUtils.h"
@@ -39,8 +39,8 @@ public:
     // The prefix of the names of a part's records; empty for whole channels.
     static const char* getPrefix(ChannelPart part) noexcept;
 
-    // An end of the range of the kernel samples: an integer for an integer kernel, a double for a floating-point one.
-    // The range of a new record is empty: its minimum is above its maximum.
+    // An end of the range of the kernel samples: an integer for an integer kernel, a double for a
+    // floating-point one. The range of a new record is empty: its minimum is above its maximum.
     union Value {
         std::int64_t integer;
         double real;
@@ -53,13 +53,13 @@ public:
     void init(const char* name, DataType dataType, int bits, TransformType transform,
               std::uint32_t subblockSize, double offset, double scale);
 
-    // The fixed record of the wavelet header. Both return its size in bytes. A short transfer is `code` "bad read --
-    // channel info" or "bad write -- channel info". load() derives the kernel type and the bits from the range and
-    // refuses an unknown transform (General "bad transform type").
+    // The fixed record of the wavelet header. Both return its size in bytes. A short transfer is `code` "bad
+    // read -- channel info" or "bad write -- channel info". load() derives the kernel type and the bits from
+    // the range and refuses an unknown transform (General "bad transform type").
     int save(StreamWriter& writer, ErrorCode code) const;
     int load(StreamReader& reader, ErrorCode code);
-    // The full name, for names that are longer than the fixed record's field. Both return the size in bytes. `code`
-    // "bad read -- channel name length", "bad read -- channel name" and the same with "bad write".
+    // The full name, for names that are longer than the fixed record's field. Both return the size in bytes.
+    // `code` "bad read -- channel name length", "bad read -- channel name" and the same with "bad write".
     int saveExtended(StreamWriter& writer, ErrorCode code) const;
     int loadExtended(StreamReader& reader, ErrorCode code);
 
@@ -79,8 +79,8 @@ public:
     // Whether the samples are floating point and the kernel integer.
     bool isQuantized() const noexcept;
 
-    // Extends the range to include kernel samples. KernelDataType "bad kernel datatype" if their type is not a signed
-    // one.
+    // Extends the range to include kernel samples. KernelDataType "bad kernel datatype" if their type is not
+    // a signed one.
     void updateMinMax(const ChannelData& kernel, std::size_t count);
 
 private:

@@ -1,6 +1,6 @@
-// The terms of the lifting steps, in the arithmetic of each kernel type, and the choice of steps for a channel. The
-// inverse and the forward transform are the same steps with opposite signs and in opposite order; both are built from
-// the terms below. decode/lifting/InverseWavelet.h shows the shape of a step.
+// The terms of the lifting steps, in the arithmetic of each kernel type, and the choice of steps for a
+// channel. The inverse and the forward transform are the same steps with opposite signs and in opposite
+// order; both are built from the terms below. decode/lifting/InverseWavelet.h shows the shape of a step.
 #pragma once
 
 #include "common/coders/KernelTypes.h"
@@ -21,8 +21,8 @@ using LiftingStep = void (*)(void* low, std::size_t lowCount, void* high, std::s
 
 namespace Lifting {
 
-// Integer sums wrap: they are computed in the unsigned type, where overflow is defined. 16-bit samples are added in
-// 32 bits and the sum is truncated to 16 bits before it is rounded.
+// Integer sums wrap: they are computed in the unsigned type, where overflow is defined. 16-bit samples are
+// added in 32 bits and the sum is truncated to 16 bits before it is rounded.
 template <class T>
 T sum(T a, T b)
 {
@@ -59,8 +59,8 @@ T weight(T a, T b, T c, T d)
     }
 }
 
-// (total + offset) >> shift. The offset is added to a 16-bit sum in 32 bits; wider sums wrap. Floating-point sums are
-// not rounded.
+// (total + offset) >> shift. The offset is added to a 16-bit sum in 32 bits; wider sums wrap. Floating-point
+// sums are not rounded.
 template <int offset, int shift, class T>
 T scaled(T total)
 {
@@ -76,7 +76,8 @@ T scaled(T total)
 template <int order, class T>
 T updateTerm(const T* h)
 {
-    // The rounding offsets of the third order are part of the format: 30 and 14, where halves would be 16 and 8.
+    // The rounding offsets of the third order are part of the format: 30 and 14, where halves would be 16 and
+    // 8.
     if constexpr (order == 1)
         return scaled<2, 2>(sum<T>(h[-1], h[0]));
     else

@@ -1,5 +1,5 @@
-// The leaf of a channel's chain: decodes the samples of one band, subblock by subblock, when they are requested. The
-// counterpart is encode/bands/SubbandWriter.h.
+// The leaf of a channel's chain: decodes the samples of one band, subblock by subblock, when they are
+// requested. The counterpart is encode/bands/SubbandWriter.h.
 #pragma once
 
 #include "decode/bands/SubbandSource.h"

@@ -1,5 +1,5 @@
-// Positions in a band at which reading can resume, so that a backward seek does not read all headers from the start of
-// the band.
+// Positions in a band at which reading can resume, so that a backward seek does not read all headers from the
+// start of the band.
 #pragma once
 
 #include <cstddef>
@@ -8,9 +8,10 @@
 
 namespace Quillmoran {
 
-// Keeps a bounded number of checkpoints, evenly spread over the headers that have been read; when it is full, it drops
-// every second one. It also keeps the latest checkpoints: a range of points starts up to a few samples before the end
-// of the samples that were read for the previous range, and there can be a range for every second subblock.
+// Keeps a bounded number of checkpoints, evenly spread over the headers that have been read; when it is full,
+// it drops every second one. It also keeps the latest checkpoints: a range of points starts up to a few
+// samples before the end of the samples that were read for the previous range, and there can be a range for
+// every second subblock.
 class SubblockCheckpoints
 {
 public:
@@ -24,7 +25,8 @@ public:
 
     // `numLatest` is the number of latest checkpoints to keep.
     void reset(const Checkpoint& start, std::size_t numLatest);
-    // Adds a checkpoint to the latest ones, and to the spread ones if it is at least a stride after the last of them.
+    // Adds a checkpoint to the latest ones, and to the spread ones if it is at least a stride after the last
+    // of them.
     void offer(const Checkpoint& checkpoint);
     // The last checkpoint at or before a subblock.
     const Checkpoint& before(std::uint64_t subblock) const;

@@ -22,7 +22,8 @@ public:
     bool atEnd() const noexcept { return m_next == m_end; }
     void put(U sample) noexcept { *m_next++ = sample; }
 
-    // A sample is decoded in steps: the sign, then, unless it is zero, the length of its magnitude and its value.
+    // A sample is decoded in steps: the sign, then, unless it is zero, the length of its magnitude and its
+    // value.
     std::uint32_t sign() noexcept { return m_decoder.decodeThree(m_models.sign); }
     std::uint32_t length() noexcept { return m_decoder.decodeSmall(m_models.length); }
 

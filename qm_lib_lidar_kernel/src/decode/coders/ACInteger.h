@@ -1,5 +1,5 @@
-// Reads subblocks of signed integers that are coded symbol by symbol with the arithmetic coder; ACIntegerModels has the
-// symbols. Magnitudes have at most 15 bits. Every subblock starts with fresh models.
+// Reads subblocks of signed integers that are coded symbol by symbol with the arithmetic coder;
+// ACIntegerModels has the symbols. Magnitudes have at most 15 bits. Every subblock starts with fresh models.
 //
 // The counterpart is encode/coders/ACIntegerWriter.h.
 #pragma once

@@ -21,8 +21,8 @@ const char* message(const char* text)
     return text ? text : "buffer error";
 }
 
-// One inflater per thread, shared by its readers: an inflater uses about 40 kB with its window, and there can be
-// thousands of readers.
+// One inflater per thread, shared by its readers: an inflater uses about 40 kB with its window, and there can
+// be thousands of readers.
 struct Inflater
 {
     z_stream stream = {};

@@ -15,8 +15,8 @@ public:
 
     void init() override;
 
-    // Inflate with the library's message: "inflateInit(): %s", "inflateReset(): %s" and "inflate(Z_NO_FLUSH): %s",
-    // the last one also for a stream that does not end with the last sample.
+    // Inflate with the library's message: "inflateInit(): %s", "inflateReset(): %s" and "inflate(Z_NO_FLUSH):
+    // %s", the last one also for a stream that does not end with the last sample.
     void decode(const CodedSubblock& subblock) const override;
 };
 

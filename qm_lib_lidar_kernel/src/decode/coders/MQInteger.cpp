@@ -13,8 +13,8 @@ namespace {
 
 constexpr ErrorCode subblockError = ErrorCode::SubbandRead;
 
-// Decodes one raw plane of a few coefficients and returns the number of bits read. No branch depends on the bits, which
-// are noise.
+// Decodes one raw plane of a few coefficients and returns the number of bits read. No branch depends on the
+// bits, which are noise.
 template <class U>
 std::uint32_t decodeRawGroup(std::uint64_t bits, std::uint8_t* __restrict states, U* __restrict magnitudes,
                              std::size_t count, int plane)
@@ -93,8 +93,8 @@ template <class U>
 template <bool skewed>
 void Coefficients<U>::decodePlane(MQDecoder& decoder, int plane)
 {
-    // The context includes whether the coefficient is already significant. The only branch on a decoded bit leads to
-    // the sign, once per coefficient.
+    // The context includes whether the coefficient is already significant. The only branch on a decoded bit
+    // leads to the sign, once per coefficient.
     MQDecoder::Registers registers = decoder.registers();
     U* const __restrict magnitudes = m_magnitudes;
     std::uint8_t* const states = m_states.data();
@@ -120,8 +120,8 @@ void Coefficients<U>::decodePlane(MQDecoder& decoder, int plane)
 template <class U>
 void Coefficients<U>::decodePlanes(MQDecoder& decoder, const BitPlanes& planes)
 {
-    // A plane resembles the one above it; the uppermost planes hold the first bits of few coefficients. With three
-    // decisions per coded bit both variants take the same time.
+    // A plane resembles the one above it; the uppermost planes hold the first bits of few coefficients. With
+    // three decisions per coded bit both variants take the same time.
     constexpr std::size_t skewedDecisions = 3; // per coded bit, at least
     bool skewed = true;
     for (int plane = planes.top; plane > planes.rawTop; --plane) {

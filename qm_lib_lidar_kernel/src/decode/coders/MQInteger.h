@@ -1,11 +1,11 @@
-// Reads subblocks of signed integers that are coded bit plane by bit plane: the upper planes with the MQ coder, the
-// lower ones as raw bits; the lowest planes may be omitted.
+// Reads subblocks of signed integers that are coded bit plane by bit plane: the upper planes with the MQ
+// coder, the lower ones as raw bits; the lowest planes may be omitted.
 //
 //   plane   t  ...  r+1 | r  ...  l | l-1 ... 0
 //           MQ coded    | raw bits  | zero
 //
-// A coefficient becomes significant with its first one-bit; its sign is coded after that bit. The context of a decision
-// is made of the states that both neighbours had when the plane began.
+// A coefficient becomes significant with its first one-bit; its sign is coded after that bit. The context of
+// a decision is made of the states that both neighbours had when the plane began.
 //
 // The counterpart is encode/coders/MQIntegerWriter.h.
 #pragma once

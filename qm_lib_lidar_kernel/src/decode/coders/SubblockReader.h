@@ -1,11 +1,12 @@
-// Decodes the subblocks of a band. A subblock is a fixed number of consecutive samples: a small header in one stream
-// and, unless the header announces zeros, a payload in another stream.
+// Decodes the subblocks of a band. A subblock is a fixed number of consecutive samples: a small header in one
+// stream and, unless the header announces zeros, a payload in another stream.
 //
 //   header  h < 2048: this and the next h subblocks are zero; no payload
 //           h >= 2048: a payload follows; each coder defines the rest of the header
 //
-// A channel has one reader, made for the coder of its transform: MQInteger, ACInteger or GZFloatingPoint. Headers are
-// read one after the other by one thread. Payloads in memory are decoded in any order and on any thread.
+// A channel has one reader, made for the coder of its transform: MQInteger, ACInteger or GZFloatingPoint.
+// Headers are read one after the other by one thread. Payloads in memory are decoded in any order and on any
+// thread.
 //
 // The counterpart is encode/coders/SubblockWriter.h.
 #pragma once
@@ -51,19 +52,20 @@ public:
 
     // Prepares the coder. Called once, before anything is read.
     virtual void init() = 0;
-    // The reader and its bands take their memory from this budget, which must outlive them. Without a budget there is
-    // no limit.
+    // The reader and its bands take their memory from this budget, which must outlive them. Without a budget
+    // there is no limit.
     void setBudget(MemoryBudget* budget) noexcept { m_budget = budget; }
     void takeMemory(std::uint64_t bytes);
 
-    // Reads one header. Returns 0 if a payload follows, else the number of zero subblocks, including this one.
-    // SubbandRead: "bad read -- subblock header", "bad read -- subblock data" and the errors of plane lengths.
+    // Reads one header. Returns 0 if a payload follows, else the number of zero subblocks, including this
+    // one. SubbandRead: "bad read -- subblock header", "bad read -- subblock data" and the errors of plane
+    // lengths.
     std::size_t readHeader(StreamReader& headers, SubblockHeader& header) const;
-    // Appends a payload to `bytes`. The length is checked against the stream before `bytes` grows. SubbandRead "bad
-    // read -- subblock data".
+    // Appends a payload to `bytes`. The length is checked against the stream before `bytes` grows.
+    // SubbandRead "bad read -- subblock data".
     void readPayload(const SubblockHeader& header, StreamReader& data, std::vector<std::uint8_t>& bytes);
-    // Skips `skip` subblocks without decoding them. `pendingZeros` is the number of subblocks from here on that are
-    // known to be zero; returns the same number for the position after the skipped subblocks.
+    // Skips `skip` subblocks without decoding them. `pendingZeros` is the number of subblocks from here on
+    // that are known to be zero; returns the same number for the position after the skipped subblocks.
     std::size_t skipSubblocks(std::uint64_t skip, StreamReader& headers, StreamReader& data,
                               std::size_t pendingZeros) const;
 
@@ -74,8 +76,9 @@ public:
     // Whether decodeTwo() is faster than two calls of decode().
     virtual bool prefersTwo() const noexcept { return false; }
 
-    // Reads and decodes the next subblock of `count` samples into `out`. `pendingZeros` and the returned value are
-    // those of skipSubblocks(). For tests and tools; chains of a query prepare many subblocks first.
+    // Reads and decodes the next subblock of `count` samples into `out`. `pendingZeros` and the returned
+    // value are those of skipSubblocks(). For tests and tools; chains of a query prepare many subblocks
+    // first.
     std::size_t loadSubblock(StreamReader& headers, StreamReader& data, void* out, std::size_t count,
                              std::size_t pendingZeros);
 

@@ -3,8 +3,8 @@
 //   preamble | group header | wavelet header | index | subband ... | metadata | WKT | [class names] |
 //   [extended header]
 //
-// BaseChunkReader reads the container and the small chunks; ChunkReader adds the three wavelet chunks. All lengths are
-// checked against the containing chunk or file before they are used. VX7PointReader calls both.
+// BaseChunkReader reads the container and the small chunks; ChunkReader adds the three wavelet chunks. All
+// lengths are checked against the containing chunk or file before they are used. VX7PointReader calls both.
 #pragma once
 
 #include "common/container/ChunkHeader.h"
@@ -35,13 +35,13 @@ public:
     StreamReader& stream() noexcept { return m_stream; }
     void close() { m_stream.close(); }
 
-    // Reads and checks the preamble. `version` receives format, major, minor and version. Returns the length of the
-    // file as stored in the preamble.
+    // Reads and checks the preamble. `version` receives format, major, minor and version. Returns the length
+    // of the file as stored in the preamble.
     static std::uint64_t readMagic(StreamReader& stream, std::array<std::uint8_t, 4>& version);
     // Reads the group header and returns the length of its payload.
     std::int64_t readGroupHeader(std::uint64_t fileLength);
-    // Reads a chunk's header and subtracts the sizes of header and payload from `remaining`. `code` "chunk length
-    // error" if the chunk is too long, "bad chunk order" if its id is not the expected one.
+    // Reads a chunk's header and subtracts the sizes of header and payload from `remaining`. `code` "chunk
+    // length error" if the chunk is too long, "bad chunk order" if its id is not the expected one.
     std::uint32_t readChunkHeader(ChunkHeader& header, std::int64_t& remaining, ErrorCode code);
     void readChunkHeader(ChunkHeader& header, std::int64_t& remaining, std::uint32_t expectedId,
                          ErrorCode code);

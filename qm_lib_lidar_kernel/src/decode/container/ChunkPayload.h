@@ -1,5 +1,5 @@
-// The payload of a chunk that is being read. It counts the remaining bytes, so that no field is read past the end of the
-// chunk. All checks of fields against their chunk are here.
+// The payload of a chunk that is being read. It counts the remaining bytes, so that no field is read past the
+// end of the chunk. All checks of fields against their chunk are here.
 #pragma once
 
 #include "decode/container/BaseChunkReader.h"

@@ -1,4 +1,5 @@
-// Reads the three wavelet chunks: header, index and subband. The counterpart is encode/container/ChunkWriter.h.
+// Reads the three wavelet chunks: header, index and subband. The counterpart is
+// encode/container/ChunkWriter.h.
 #pragma once
 
 #include "decode/container/BaseChunkReader.h"
@@ -21,8 +22,8 @@ public:
     WaveletHeader readWaveletHeader(std::int64_t length);
     // Replaces the tree and returns the points per index entry.
     std::uint32_t readIndex(std::int64_t length, Scoped<RTree>& tree);
-    // Checks that the chunk belongs to the channel and subband and notes its byte ranges. A chunk of version 1 has only
-    // the second range.
+    // Checks that the chunk belongs to the channel and subband and notes its byte ranges. A chunk of version
+    // 1 has only the second range.
     void readSubband(std::int64_t length, std::uint32_t channel, std::uint32_t subband, IO::Location& first,
                      IO::Location& second);
 };

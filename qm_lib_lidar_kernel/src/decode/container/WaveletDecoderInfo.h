@@ -1,5 +1,6 @@
-// The description of a compressed file: the counts, the channel records with the byte ranges of their bands, the bounds
-// and the spatial index. It is read once and shared by all iterators. Const methods may be called from any thread.
+// The description of a compressed file: the counts, the channel records with the byte ranges of their bands,
+// the bounds and the spatial index. It is read once and shared by all iterators. Const methods may be called
+// from any thread.
 #pragma once
 
 #include "common/coders/SubblockFormat.h"
@@ -55,7 +56,8 @@ public:
 
     static WaveletDecoderInfo* create(std::uint32_t fileVersion);
 
-    // Reads the wavelet header, the index and the subband directory. Subtracts the bytes read from `remaining`.
+    // Reads the wavelet header, the index and the subband directory. Subtracts the bytes read from
+    // `remaining`.
     void load(ChunkReader& reader, std::int64_t& remaining);
     // Called when the names of all channels are complete.
     void finish();
@@ -79,18 +81,19 @@ public:
     std::optional<std::size_t> getChannel(const char* name) const;
     std::optional<SplitChannel> getSplitChannel(const char* name) const;
 
-    // Samples of a level of the decomposition: 0 is the full resolution, each further level has half the samples.
+    // Samples of a level of the decomposition: 0 is the full resolution, each further level has half the
+    // samples.
     std::int64_t getNumSamples(std::uint32_t level) const noexcept;
     // The level at which a query with this fraction is decoded.
     std::uint32_t getLevel(double fraction) const noexcept;
-    // The ranges of points, at that level, that can be in a box: sorted, disjoint and not empty. Nearby ranges are
-    // joined, since whole subblocks are decoded.
+    // The ranges of points, at that level, that can be in a box: sorted, disjoint and not empty. Nearby
+    // ranges are joined, since whole subblocks are decoded.
     std::vector<PointRange> getPointRanges(std::uint32_t level, const Bounds& bounds) const;
 
     // The byte ranges of one band of a channel, as this file uses them.
     BandRanges getBandRanges(const WaveletDecoderChannelInfo& channel, std::size_t band) const;
-    // Whether the file's version has one length per bit plane in the subblocks of lifted MQ-coded channels; newer
-    // versions have a single length.
+    // Whether the file's version has one length per bit plane in the subblocks of lifted MQ-coded channels;
+    // newer versions have a single length.
     bool isBeforeSingleLengths() const noexcept;
     // How the subblocks of a channel are coded.
     SubblockFormat getSubblockFormat(const WaveletDecoderChannelInfo& channel) const;

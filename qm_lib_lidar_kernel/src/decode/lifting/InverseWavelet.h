@@ -5,7 +5,8 @@
 //   low:   l0    l1    l2            update:  l -= f(neighbouring h)     samples 0, 2, 4 ... are l
 //   high:     h0    h1               predict: h += g(neighbouring l)     samples 1, 3, 5 ... are h
 //
-// The steps do not handle boundaries. They read cells outside the counted ranges; the caller fills these first:
+// The steps do not handle boundaries. They read cells outside the counted ranges; the caller fills these
+// first:
 //
 //   update_ORDER1   high -1 .. lowCount - 1      predict_ORDER1   low  0 .. highCount
 //   update_ORDER3   high -2 .. lowCount          predict_ORDER3   low -1 .. highCount + 1

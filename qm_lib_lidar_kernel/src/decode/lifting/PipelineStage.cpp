@@ -18,7 +18,8 @@ void interleave(T* __restrict out, const T* __restrict low, const T* __restrict 
     }
 }
 
-// Fill the `pad` cells on one side of a band with its outermost sample, or with zeros if the band has no samples.
+// Fill the `pad` cells on one side of a band with its outermost sample, or with zeros if the band has no
+// samples.
 template <class T>
 void extendLeft(T* cells, std::size_t count, std::size_t pad)
 {

@@ -7,9 +7,10 @@
 //   low     |== restored ==================|-- raw --|
 //   high    |== final ===========|---- raw ----------|
 //
-// Both steps need `pad` neighbours of a pair on each side, so update stops pad - 1 cells before the end of the cells that
-// were read, and predict stops pad cells before that; the next block completes the remaining cells. At both ends of the
-// band the missing neighbours are copies of the outermost sample, made just before the step that reads them.
+// Both steps need `pad` neighbours of a pair on each side, so update stops pad - 1 cells before the end of
+// the cells that were read, and predict stops pad cells before that; the next block completes the remaining
+// cells. At both ends of the band the missing neighbours are copies of the outermost sample, made just before
+// the step that reads them.
 #pragma once
 
 #include "decode/bands/SubbandSource.h"
@@ -32,16 +33,16 @@ public:
     void end() override;
 
 private:
-    // Empties the window and moves it so that the pair of `position` can be computed. Returns the pair at which the
-    // children must begin.
+    // Empties the window and moves it so that the pair of `position` can be computed. Returns the pair at
+    // which the children must begin.
     std::int64_t restart(std::int64_t position);
     // Reads and lifts until cell `wanted` is finished, or the window is full, or the band ends.
     void fill(std::size_t wanted);
     void readChildren(std::size_t cells);
     void update();
     void predict();
-    // The number of cells to read to finish a number of cells: after the last finished cell there are pad cells that are
-    // only restored and pad - 1 raw ones.
+    // The number of cells to read to finish a number of cells: after the last finished cell there are pad
+    // cells that are only restored and pad - 1 raw ones.
     std::size_t cellsFor(std::size_t finished) const noexcept { return finished + 2 * m_pad - 1; }
     // Drops the finished cells that later cells do not need.
     void slide();

@@ -1,5 +1,6 @@
-// Encodes one kernel channel: point samples to kernel samples, bands, subblocks and finally bytes. put() and commit() are
-// called by one thread at a time, in the order of the points; between them any number of threads call encodePending().
+// Encodes one kernel channel: point samples to kernel samples, bands, subblocks and finally bytes. put() and
+// commit() are called by one thread at a time, in the order of the points; between them any number of threads
+// call encodePending().
 #pragma once
 
 #include "encode/bands/Decomposition.h"

@@ -1,5 +1,5 @@
-// The forward transform of a channel over a stream of kernel samples: a chain of ForwardPipelineStages, one per level,
-// that writes the samples of the bands as soon as they are final.
+// The forward transform of a channel over a stream of kernel samples: a chain of ForwardPipelineStages, one
+// per level, that writes the samples of the bands as soon as they are final.
 #pragma once
 
 #include "common/coders/TransformUtils.h"
@@ -24,8 +24,8 @@ public:
     Decomposition(const Decomposition&) = delete;
     Decomposition& operator=(const Decomposition&) = delete;
 
-    // Takes the next samples and writes the final ones to `bands`, one per level: the low band of the coarsest level,
-    // then the high bands from the coarsest level to the finest. `last`: no samples follow.
+    // Takes the next samples and writes the final ones to `bands`, one per level: the low band of the
+    // coarsest level, then the high bands from the coarsest level to the finest. `last`: no samples follow.
     virtual void put(const void* samples, std::size_t count, bool last,
                      std::vector<SubbandWriter>& bands) = 0;
 

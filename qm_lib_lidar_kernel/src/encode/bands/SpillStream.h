@@ -1,6 +1,6 @@
-// Streams of bytes that grow at the same time and are later copied one after the other. Each stream has a small buffer
-// in memory; the rest is in one temporary file that all streams share. A stream reserves byte ranges of doubling length,
-// so the list of its ranges stays short.
+// Streams of bytes that grow at the same time and are later copied one after the other. Each stream has a
+// small buffer in memory; the rest is in one temporary file that all streams share. A stream reserves byte
+// ranges of doubling length, so the list of its ranges stays short.
 #pragma once
 
 #include "platform/Mutex.h"

@@ -1,5 +1,6 @@
-// Writes the subblocks that decode/coders/MQInteger.h reads. The lowest planes of noisy samples are nearly random, and
-// raw bits are decoded many times faster than coded ones: planes are stored raw where coding would save almost nothing.
+// Writes the subblocks that decode/coders/MQInteger.h reads. The lowest planes of noisy samples are nearly
+// random, and raw bits are decoded many times faster than coded ones: planes are stored raw where coding
+// would save almost nothing.
 #pragma once
 
 #include "common/coders/BitPlanes.h"

@@ -1,9 +1,9 @@
 // Encodes samples as subblocks: a small header into one stream of bytes, a payload into another. See
 // decode/coders/SubblockReader.h, the counterpart.
 //
-// A writer is made for the coder of a channel's transform: MQIntegerWriter, ACIntegerWriter or GZFloatingPointWriter.
-// Subblocks are independent, so several writers can share the work of a channel. Each writer is used by one thread at a
-// time.
+// A writer is made for the coder of a channel's transform: MQIntegerWriter, ACIntegerWriter or
+// GZFloatingPointWriter. Subblocks are independent, so several writers can share the work of a channel. Each
+// writer is used by one thread at a time.
 #pragma once
 
 #include "common/coders/SubblockFormat.h"
@@ -37,8 +37,8 @@ public:
     // Appends the header of `count` zero subblocks, 1 to longestZeroRun.
     static void putZeroRun(TransformType transform, std::size_t count, Bytes& headers);
 
-    // Appends a subblock of `count` samples, at most a full one and not all zero. InvalidArgument if the coder cannot
-    // represent the samples.
+    // Appends a subblock of `count` samples, at most a full one and not all zero. InvalidArgument if the
+    // coder cannot represent the samples.
     virtual void encode(const void* samples, std::size_t count, Bytes& headers, Bytes& data) = 0;
 
     const SubblockFormat& getFormat() const noexcept { return m_format; }

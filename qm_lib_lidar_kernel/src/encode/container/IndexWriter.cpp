@@ -23,8 +23,8 @@ bool fitsGrid(const Bounds& all)
     return true;
 }
 
-// If all points of a box have NaN for a coordinate, its range is empty, and no query of a box returns them. The tree
-// needs finite numbers, so such a range becomes the lower end of the range of all points.
+// If all points of a box have NaN for a coordinate, its range is empty, and no query of a box returns them.
+// The tree needs finite numbers, so such a range becomes the lower end of the range of all points.
 Bounds onGrid(Bounds box, const Bounds& all)
 {
     const auto settle = [](Bounds::Range& range, const Bounds::Range& whole) {

@@ -1,4 +1,5 @@
-// Builds the spatial index of a file, a box per `pointsPerEntry` consecutive points, and writes the chunk's payload.
+// Builds the spatial index of a file, a box per `pointsPerEntry` consecutive points, and writes the chunk's
+// payload.
 #pragma once
 
 #include <vxunpack/Bounds.h>
@@ -19,8 +20,8 @@ public:
 
     void add(const PointData& points, std::size_t count);
 
-    // Version 2 rounds boxes to a grid; they are enlarged first, so that each still contains its points. Only version 1
-    // can store boxes that are not finite; such boxes are always written as version 1.
+    // Version 2 rounds boxes to a grid; they are enlarged first, so that each still contains its points. Only
+    // version 1 can store boxes that are not finite; such boxes are always written as version 1.
     void write(StreamWriter& out, std::uint8_t version) const;
 
 private:

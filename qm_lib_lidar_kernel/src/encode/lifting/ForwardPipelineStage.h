@@ -1,12 +1,12 @@
-// One level of the forward transform over a stream of samples: splits them into even and odd samples and lifts these as
-// soon as their neighbours are available.
+// One level of the forward transform over a stream of samples: splits them into even and odd samples and
+// lifts these as soon as their neighbours are available.
 //
 //           0        keep       updated   predicted   end         cells of the window
 //   low     |== final ==========|------ samples -----------|
 //   high    |== final ====================|--- samples ----|
 //
-// The counterpart is decode/lifting/PipelineStage.h. Each band is extended by its outermost sample just before the step
-// that reads it. Results do not depend on the number of samples per push().
+// The counterpart is decode/lifting/PipelineStage.h. Each band is extended by its outermost sample just
+// before the step that reads it. Results do not depend on the number of samples per push().
 #pragma once
 
 #include "common/lifting/Lifting.h"

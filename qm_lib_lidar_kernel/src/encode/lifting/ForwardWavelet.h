@@ -1,6 +1,6 @@
-// The lifting steps of one level of the forward transform: predict replaces the odd samples by their differences from
-// predictions, update then smooths the even samples. They read the same cells outside their counted ranges as the
-// steps of decode/lifting/InverseWavelet.h, and are their exact inverses.
+// The lifting steps of one level of the forward transform: predict replaces the odd samples by their
+// differences from predictions, update then smooths the even samples. They read the same cells outside their
+// counted ranges as the steps of decode/lifting/InverseWavelet.h, and are their exact inverses.
 #pragma once
 
 #include "common/lifting/Lifting.h"

@@ -1,5 +1,5 @@
-// The plan for coding a point channel: its kernel channels, which are one, or the three parts of a split floating-point
-// channel.
+// The plan for coding a point channel: its kernel channels, which are one, or the three parts of a split
+// floating-point channel.
 #pragma once
 
 #include "common/bands/KernelConversion.h"

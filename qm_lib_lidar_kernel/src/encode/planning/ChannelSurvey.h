@@ -1,5 +1,5 @@
-// The survey of one channel by the first pass over the points: the range of an integer channel; the grids that represent
-// a floating-point channel, and the range of its exponents.
+// The survey of one channel by the first pass over the points: the range of an integer channel; the grids
+// that represent a floating-point channel, and the range of its exponents.
 #pragma once
 
 #include "encode/planning/DecimalSurvey.h"
@@ -37,8 +37,8 @@ public:
     const Range& getRange() const noexcept { return m_range; }
     // The grids that represent all samples so far, best first. Before the first sample: the declared grids.
     const std::vector<FloatGrid>& getGrids() const noexcept { return m_begun ? m_grids : m_declared; }
-    // The number of decimals of a floating-point channel, for TextDecimals, if text output cannot derive it from `scale`
-    // (0: no grid). 0 if nothing needs to be added.
+    // The number of decimals of a floating-point channel, for TextDecimals, if text output cannot derive it
+    // from `scale` (0: no grid). 0 if nothing needs to be added.
     int getHiddenDecimals(double scale) const noexcept;
     // The ranges of the exponent fields and sign bits of a floating-point channel.
     const Range& getExponents() const noexcept { return m_exponents; }

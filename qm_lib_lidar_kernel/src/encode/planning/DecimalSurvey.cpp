@@ -21,8 +21,8 @@ double powerOfTen(int exponent) noexcept
     return power;
 }
 
-// Whether each sample is the number nearest to its decimal with log10(power) places. Valid for magnitudes up to 2^51;
-// get() excludes larger ones. A NaN has any number of decimals.
+// Whether each sample is the number nearest to its decimal with log10(power) places. Valid for magnitudes up
+// to 2^51; get() excludes larger ones. A NaN has any number of decimals.
 template <class Float>
 bool haveDecimals(const Float* samples, std::size_t count, double power) noexcept
 {
@@ -34,7 +34,8 @@ bool haveDecimals(const Float* samples, std::size_t count, double power) noexcep
     return fits;
 }
 
-// Whether the samples are multiples of 2^-places. Only such numbers equal a decimal with that number of places.
+// Whether the samples are multiples of 2^-places. Only such numbers equal a decimal with that number of
+// places.
 template <class Float>
 bool areBinary(const Float* samples, std::size_t count, int places) noexcept
 {
@@ -80,8 +81,8 @@ void DecimalSurvey::add(const ChannelData& channel, std::size_t count)
 
 int DecimalSurvey::get() const noexcept
 {
-    // Text shows decimals in groups of three. Up to these magnitudes a sample differs from its decimal by less than half
-    // of the last shown place.
+    // Text shows decimals in groups of three. Up to these magnitudes a sample differs from its decimal by
+    // less than half of the last shown place.
     constexpr double largestWide = 1125899906842624.0; // 2^50
     constexpr double largestNarrow = 4194304.0;        // 2^22
     constexpr int maxNarrow = 6;

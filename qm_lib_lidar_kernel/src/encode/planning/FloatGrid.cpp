@@ -14,7 +14,8 @@ namespace {
 constexpr double largestInteger = 2251799813685248.0; // 2^51
 constexpr int maxParts = 255;                         // of a tenth
 constexpr std::size_t maxGrids = 3;
-// Queries widen a box of coordinates by half of their scale. Without a declared scale users expect at most this one.
+// Queries widen a box of coordinates by half of their scale. Without a declared scale users expect at most
+// this one.
 constexpr double coarsestCoordinate = 0.01;
 
 template <class Float>
@@ -72,9 +73,9 @@ struct Step
     double decimals; // as in FloatGrid
 };
 
-// Powers of two, powers of ten and halves of these, the coarsest first. Not every decimal is the rounded product of an
-// integer and a power of ten, since 0.1 itself is rounded. Parts of a power of ten with a smaller rounding error
-// represent more decimals.
+// Powers of two, powers of ten and halves of these, the coarsest first. Not every decimal is the rounded
+// product of an integer and a power of ten, since 0.1 itself is rounded. Parts of a power of ten with a
+// smaller rounding error represent more decimals.
 std::vector<Step> makeSteps()
 {
     std::vector<Step> steps = {{10, 0}, {100, 0}, {1000, 0}, {1e4, 0}, {1e5, 0}};
@@ -143,8 +144,8 @@ std::vector<FloatGrid> FloatGrid::find(const ChannelData& channel, std::size_t c
         found.push_back(candidate);
         return true;
     };
-    // Decimals far from zero need an offset nearby: the sum then rounds like the decimal. Times are relative to the first
-    // one.
+    // Decimals far from zero need an offset nearby: the sum then rounds like the decimal. Times are relative
+    // to the first one.
     const double first = firstFinite(channel, count);
     const double offsets[] = {0, std::floor(first), first};
     for (const FloatGrid& grid : declared) {

@@ -19,7 +19,8 @@ constexpr double smallerSubblock = 1.01;
 constexpr std::uint32_t subblockSizes[] = {1024, 2048, 4096};
 constexpr std::size_t subblockRuns = 2;
 
-// The transforms to try by default: without lifting, and lifted with the update step if `smooth`, without it otherwise.
+// The transforms to try by default: without lifting, and lifted with the update step if `smooth`, without it
+// otherwise.
 std::vector<TransformType> listTransforms(bool floatingPoint, bool smooth)
 {
     std::vector<TransformType> transforms;
@@ -30,8 +31,8 @@ std::vector<TransformType> listTransforms(bool floatingPoint, bool smooth)
     return transforms;
 }
 
-// Whether the coder can code the coefficients of all samples in this range. Third-order predictions can exceed the range
-// by an eighth; smoothing makes low bands grow.
+// Whether the coder can code the coefficients of all samples in this range. Third-order predictions can
+// exceed the range by an eighth; smoothing makes low bands grow.
 bool holdsRange(TransformType transform, const ChannelSurvey::Range& range)
 {
     const double low = static_cast<double>(range.low);
@@ -42,8 +43,8 @@ bool holdsRange(TransformType transform, const ChannelSurvey::Range& range)
     return bits >= 64 || largest * growth < std::ldexp(1.0, bits);
 }
 
-// Whether floating-point lifting of the samples of a grid is exact: halves and sixteenths of the grid's scale and the
-// growth per level must fit into the significand.
+// Whether floating-point lifting of the samples of a grid is exact: halves and sixteenths of the grid's scale
+// and the growth per level must fit into the significand.
 bool liftsExactly(TransformType transform, DataType type, const std::vector<FloatGrid>& grids,
                   std::size_t levels)
 {
@@ -70,8 +71,8 @@ KernelPlan makePart(const ChannelInfo& channel, ChannelPart part, ConversionActi
     return plan;
 }
 
-// The range of the integers that an integer transform codes: the samples of an integer channel, or the integers of a
-// grid.
+// The range of the integers that an integer transform codes: the samples of an integer channel, or the
+// integers of a grid.
 std::optional<ChannelSurvey::Range> getIntegers(const ChannelInfo& channel, const ChannelSurvey& survey)
 {
     if (!DataTypeUtils::isFloat(channel.getDataType()))

@@ -1,7 +1,7 @@
-// Chooses the coding of a channel by trying it: every coding that supports the channel is tried on the first run of
-// points, the promising ones on more runs. Sizes within a few per cent count as equal; then the coding that decodes
-// faster wins: the arithmetic coder decodes a symbol where the MQ coder decodes a decision per bit plane, and deflate is
-// faster than both.
+// Chooses the coding of a channel by trying it: every coding that supports the channel is tried on the first
+// run of points, the promising ones on more runs. Sizes within a few per cent count as equal; then the coding
+// that decodes faster wins: the arithmetic coder decodes a symbol where the MQ coder decodes a decision per
+// bit plane, and deflate is faster than both.
 #pragma once
 
 #include "encode/bands/ChannelEncoder.h"
@@ -29,8 +29,8 @@ public:
         : m_runs(runs), m_format(format)
     {}
 
-    // A coordinate keeps its grid even if another coding is smaller. InvalidArgument if the channel does not support a
-    // required transform.
+    // A coordinate keeps its grid even if another coding is smaller. InvalidArgument if the channel does not
+    // support a required transform.
     ChannelPlan choose(const ChannelInfo& channel, std::size_t channelIndex, const ChannelSurvey& survey,
                        ChannelChoice choice) const;
 

@@ -1,5 +1,5 @@
-// The first of two passes over the source of a file: surveys the channels, counts the points, and keeps runs of points on
-// which codings are tried.
+// The first of two passes over the source of a file: surveys the channels, counts the points, and keeps runs
+// of points on which codings are tried.
 #pragma once
 
 #include "encode/BlockReader.h"
@@ -23,8 +23,8 @@ public:
         const double* offset = nullptr;
     };
 
-    // Reads all blocks of the reader, whose points have this layout. `onBlock` is called with the number of points of
-    // each block.
+    // Reads all blocks of the reader, whose points have this layout. `onBlock` is called with the number of
+    // points of each block.
     SourceSurvey(const PointInfo& layout, const CoordinateGrid& grid, BlockReader& reader,
                  const std::function<void(std::size_t)>& onBlock);
 

@@ -69,7 +69,7 @@ TEST(KernelConversion, MergesSplitChannelsBitForBit)
     }
 }
 
-TEST(KernelConversion, CutsPartsThatLeaveTheirFields)
+TEST(KernelConversion, TruncatesPartsToTheirFields)
 {
     PointData points = makePoints("T", FLOAT64, 1);
     WaveletChannelInfo record;

@@ -13,7 +13,7 @@ namespace {
 using Testing::Random;
 using Bytes = std::vector<std::uint8_t>;
 
-// What a script of steps codes: symbols of a model, adaptive bits, raw bits.
+// A step of a test: a symbol of a model, an adaptive bit or raw bits.
 struct Step
 {
     enum Kind
@@ -75,10 +75,10 @@ std::size_t countMismatches(const Bytes& coded, const std::vector<Step>& steps, 
     return mismatches;
 }
 
-// The table's borders: without a table up to 16, then 3, 4, 5 ... bits.
+// The limits of table sizes: no table up to 16 symbols, then 3, 4, 5 ... bits.
 const std::uint32_t alphabets[] = {1, 2, 3, 15, 16, 17, 32, 33, 64, 65, 128, 129, 256, 1000};
 
-TEST(ArithmeticCoder, GivesBackEveryMixtureOfSymbolsAndBits)
+TEST(ArithmeticCoder, RestoresMixedSymbolsAndBits)
 {
     std::uint64_t seed = 0;
     for (const std::uint32_t alphabet : alphabets) {
@@ -104,7 +104,7 @@ TEST(ArithmeticCoder, GivesBackEveryMixtureOfSymbolsAndBits)
     }
 }
 
-// The last symbol and all-one raw bits push the base up to the carry, again and again.
+// The last symbol and raw bits of ones cause many carries.
 TEST(ArithmeticCoder, CarriesIntoTheBytesAlreadyWritten)
 {
     for (const std::uint32_t alphabet : {3u, 17u, 128u}) {
@@ -118,7 +118,7 @@ TEST(ArithmeticCoder, CarriesIntoTheBytesAlreadyWritten)
     }
 }
 
-TEST(ArithmeticCoder, EndsInOneByteForNothing)
+TEST(ArithmeticCoder, WritesOneByteForEmptyInput)
 {
     EXPECT_EQ(encode({}, 3), (Bytes{0x01}));
 }
@@ -135,7 +135,7 @@ TEST(ArithmeticCoder, CodesSkewedSymbolsNearTheirEntropy)
     EXPECT_LT(bits, entropy * 1.02);
 }
 
-TEST(ArithmeticCoder, ResizesAModelThatIsInUse)
+TEST(ArithmeticCoder, ResizesAUsedModel)
 {
     ACBase::DataModel model;
     for (const std::uint32_t alphabet : {200u, 3u, 40u, 40u}) {
@@ -154,8 +154,8 @@ TEST(ArithmeticCoder, ResizesAModelThatIsInUse)
     }
 }
 
-// Sanitizers watch the block's end and the models' tables; bytes of all ones leave the coder's interval.
-TEST(ArithmeticCoder, StaysInsideItsTablesOnDamagedData)
+// Sanitizers check the end of the block and the tables. Bytes of ones are outside the coder's interval.
+TEST(ArithmeticCoder, StaysInsideItsTablesWithDamagedData)
 {
     for (std::uint64_t seed = 0; seed < 200; ++seed) {
         Random random(seed);

@@ -38,7 +38,7 @@ Bytes encode(const std::vector<Decision>& decisions)
     return coded;
 }
 
-// Counts the decisions that come back wrong from an exact-size heap block.
+// Counts the wrong decisions when decoding from an exact-size heap block.
 std::size_t countMismatches(const Bytes& coded, const std::vector<Decision>& decisions)
 {
     const auto block = std::make_unique<std::uint8_t[]>(coded.size());
@@ -65,7 +65,7 @@ std::vector<Decision> publishedDecisions()
     return decisions;
 }
 
-TEST(MQCoder, GivesThePublishedSequence)
+TEST(MQCoder, EncodesThePublishedSequence)
 {
     EXPECT_EQ(encode(publishedDecisions()), fromHex(publishedCode));
 }
@@ -77,7 +77,7 @@ TEST(MQCoder, DecodesThePublishedSequenceWithAndWithoutItsEndMarker)
     EXPECT_EQ(countMismatches(fromHex(code + "FFAC"), publishedDecisions()), 0u);
 }
 
-TEST(MQCoder, WritesTwoBytesForNothing)
+TEST(MQCoder, WritesTwoBytesForEmptyInput)
 {
     const Bytes coded = encode({});
     EXPECT_EQ(coded, (Bytes{0xFF, 0x7F}));
@@ -86,7 +86,7 @@ TEST(MQCoder, WritesTwoBytesForNothing)
     EXPECT_EQ(decoder.position(), 2u);
 }
 
-TEST(MQCoder, GivesBackDecisionsOfEverySkew)
+TEST(MQCoder, RestoresDecisionsOfEverySkew)
 {
     for (std::uint64_t seed = 0; seed < 60; ++seed) {
         Random random(seed);
@@ -100,8 +100,8 @@ TEST(MQCoder, GivesBackDecisionsOfEverySkew)
     }
 }
 
-// Always the less probable symbol, as the coder's own state says: the longest carries and the most stuffing.
-TEST(MQCoder, GivesBackDecisionsThatFightItsStates)
+// Always the less probable symbol: the longest carries and the most stuffing.
+TEST(MQCoder, RestoresTheLessProbableDecisions)
 {
     for (int period = 1; period < 40; ++period) {
         const MQBase::State* state = MQBase::table.entries;
@@ -116,8 +116,8 @@ TEST(MQCoder, GivesBackDecisionsThatFightItsStates)
     }
 }
 
-// What stands behind a segment begins where the decoder stopped reading; the encoder knows the place.
-TEST(MQCoder, TellsWhereTheDecoderWillStand)
+// Bytes after a segment start where the decoder stopped reading; the encoder computes this position.
+TEST(MQCoder, PredictsThePositionOfTheDecoder)
 {
     for (std::uint64_t seed = 0; seed < 200; ++seed) {
         Random random(seed);
@@ -140,7 +140,7 @@ TEST(MQCoder, TellsWhereTheDecoderWillStand)
     }
 }
 
-TEST(MQCoder, CodesARunAsItsDecisions)
+TEST(MQCoder, CodesARunLikeItsDecisions)
 {
     for (std::uint64_t seed = 0; seed < 100; ++seed) {
         Random random(seed);
@@ -186,7 +186,7 @@ TEST(MQCoder, KeepsReturningDecisionsPastTheEnd)
     }
 }
 
-TEST(MQCoder, TakesOneByteAsIfAllOnesFollowed)
+TEST(MQCoder, ReadsOnesAfterASingleByte)
 {
     const Bytes one = {0x5A};
     const Bytes padded = {0x5A, 0xFF, 0xFF, 0xFF, 0xFF};
@@ -197,9 +197,9 @@ TEST(MQCoder, TakesOneByteAsIfAllOnesFollowed)
         EXPECT_EQ(a.decode(i % 3), b.decode(i % 3)) << "i=" << i;
 }
 
-TEST(MQCoder, ConsumesTheByteBehindAnUnstuffedMarker)
+TEST(MQCoder, ConsumesTheByteAfterAnUnstuffedMarker)
 {
-    // 0xFF 0x95 is no stuffed pair; what follows it still counts.
+    // 0xFF 0x95 is not a stuffed pair; the bytes after it are still decoded.
     const Bytes first = {0x12, 0xFF, 0x95, 0x00, 0x00, 0x00};
     const Bytes second = {0x12, 0xFF, 0x95, 0x7F, 0x33, 0x91};
     MQDecoder a, b;
@@ -212,7 +212,7 @@ TEST(MQCoder, ConsumesTheByteBehindAnUnstuffedMarker)
     EXPECT_NE(differences, 0);
 }
 
-// The published decoder, step by step, with this coder's rule for the byte behind an 0xFF.
+// The published decoder, step by step, with this coder's rule for the byte after an 0xFF.
 class PlainDecoder
 {
 public:
@@ -277,8 +277,8 @@ private:
     const MQBase::State* m_contexts[MQBase::numContexts];
 };
 
-// Bytes that no encoder writes, too: many of 0xFF, and what is added to the byte before it.
-TEST(MQCoder, DecodesAnyBytesAsThePublishedDecoder)
+// Also bytes that no encoder writes: many 0xFF, and stuffed bytes that change the byte before.
+TEST(MQCoder, DecodesAnyBytesLikeThePublishedDecoder)
 {
     for (std::uint64_t seed = 0; seed < 400; ++seed) {
         Random random(seed);
@@ -301,7 +301,7 @@ TEST(MQCoder, DecodesAnyBytesAsThePublishedDecoder)
     }
 }
 
-TEST(MQCoder, NeverLeavesItsNonAdaptingState)
+TEST(MQCoder, StaysInItsNonAdaptiveState)
 {
     const MQBase::State& fixed = MQBase::table.entries[92];
     EXPECT_EQ(fixed.nextMPS, &fixed);

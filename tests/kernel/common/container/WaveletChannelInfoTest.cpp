@@ -24,7 +24,7 @@ Scoped<ByteStore> written(Write write)
     return io;
 }
 
-// A record whose integer kernel has seen the two values.
+// A record of an integer kernel with this range.
 WaveletChannelInfo recordOf(const char* name, DataType type, TransformType transform, std::int64_t low,
                             std::int64_t high, double scale = 0)
 {

@@ -25,7 +25,7 @@ using Testing::kernelOf;
 using Testing::Lifting;
 using Testing::Random;
 
-// A channel's bands in a store, and the chain over them.
+// The bands of a channel in memory, and the chain over them.
 template <class T>
 class Chain
 {
@@ -39,7 +39,7 @@ public:
         options.transform = transform;
         options.subblockSize = subblockSize;
         options.maxZeroRun = 3;
-        Bytes all = {0xEE}; // bands stand somewhere in a file
+        Bytes all = {0xEE}; // bands do not start at the beginning of a file
         struct Place
         {
             std::size_t headers, headerBytes, data, dataBytes;
@@ -70,13 +70,13 @@ public:
     SubbandSource& root() { return *m_root; }
     SubblockReader& reader() { return *m_reader; }
     const ByteStore& store() const { return *m_store; }
-    // What the plain inverse gives: the original samples for integers, the nearest floats else.
+    // The result of the plain inverse: for integers the original samples.
     std::vector<T> expected() const
     {
         return Testing::compose(m_bands, Lifting::of(m_transform), m_bands.size());
     }
 
-    // Every other time the subblocks are decoded before the samples are asked for, the last ones first.
+    // Every second call decodes the subblocks first, from the last to the first.
     std::vector<T> read(std::size_t count)
     {
         if (++m_reads % 2 == 0)
@@ -105,7 +105,7 @@ private:
     std::unique_ptr<SubbandSource> m_root;
 };
 
-// A walk with jumps; the narrow type and small coders must hold its coefficients.
+// A random walk with jumps, whose coefficients fit into 16 bits and all coders.
 template <class T>
 std::vector<T> makeSamples(Random& random, std::size_t count)
 {
@@ -135,20 +135,21 @@ void expectSameFromAnyStart(TransformType transform)
     for (std::size_t length = 0; length <= 260; length += length < 70 ? 1 : 19) {
         Random random(length * 7 + transform);
         const std::size_t levels = 1 + random.below(7);
-        const std::size_t subblockSize = 6 + random.below(35); // smaller ones have no room for their payloads
+        const std::size_t subblockSize =
+            6 + random.below(35); // smaller ones are too small for their payloads
         const std::size_t blockSize = 1 + random.below(length < 40 ? 8 : 70);
         const auto samples = makeSamples<T>(random, length);
         Chain<T> chain(samples, transform, levels, subblockSize, blockSize, length % 2 == 0);
         const std::vector<T> expected = chain.expected();
         if constexpr (std::is_integral_v<T>) {
-            ASSERT_EQ(expected, samples); // the oracle's own reconstruction is perfect
+            ASSERT_EQ(expected, samples); // the plain inverse is exact
         }
         const auto label = [&](std::size_t position) {
             return "transform=" + std::to_string(transform) + " length=" + std::to_string(length) +
                    " levels=" + std::to_string(levels) + " subblock=" + std::to_string(subblockSize) +
                    " block=" + std::to_string(blockSize) + " position=" + std::to_string(position);
         };
-        // From every start, in one read and in small ones.
+        // From every position, in one read and in small ones.
         for (std::size_t position = 0; position <= length + 2; position += 1 + length / 60) {
             chain.root().begin(static_cast<std::int64_t>(position));
             ASSERT_EQ(chain.read(length + 1), cut(expected, position, length + 1)) << label(position);
@@ -166,7 +167,7 @@ void expectSameFromAnyStart(TransformType transform)
             chain.root().seek(static_cast<std::int64_t>(position));
             ASSERT_EQ(chain.read(count), cut(expected, position, count)) << label(position) << " seek " << i;
             ASSERT_EQ(chain.read(3), cut(expected, position + count, 3))
-                << label(position) << " behind seek " << i;
+                << label(position) << " after seek " << i;
         }
         chain.root().end();
         ASSERT_EQ(chain.store().openCount(), 0);
@@ -176,7 +177,7 @@ void expectSameFromAnyStart(TransformType transform)
 class SubbandSourceLifting : public testing::TestWithParam<int>
 {};
 
-TEST_P(SubbandSourceLifting, GivesTheSameSamplesFromAnyStartInAnyOrder)
+TEST_P(SubbandSourceLifting, ReturnsTheSameSamplesFromAnyPosition)
 {
     const auto transform = static_cast<TransformType>(GetParam());
     expectSameFromAnyStart<std::int16_t>(transform);
@@ -191,7 +192,7 @@ TEST_P(SubbandSourceLifting, GivesTheSameSamplesFromAnyStartInAnyOrder)
 
 INSTANTIATE_TEST_SUITE_P(AllVariants, SubbandSourceLifting, testing::Values(1, 3, 10, 11, 13));
 
-TEST(SubbandSource, SeeksBackwardsWithoutWalkingTheBandAgain)
+TEST(SubbandSource, SeeksBackwardsWithoutReadingAllHeaders)
 {
     Random random(1);
     const std::size_t count = 200000;
@@ -207,13 +208,13 @@ TEST(SubbandSource, SeeksBackwardsWithoutWalkingTheBandAgain)
         chain.root().seek(static_cast<std::int64_t>(position));
         ASSERT_EQ(chain.read(10), cut(samples, position, 10));
     }
-    // A walk of all 25,000 headers would take ten reads of the header stream alone.
+    // Reading all 25,000 headers would need ten reads of the header stream alone.
     EXPECT_LT(chain.store().reads() - before, 100 * 6);
 }
 
-// Seeking back walks no more than a part of the band, and nothing when it is a few subblocks, as at the begin
-// of each range of points.
-TEST(SubblockCheckpoints, AreNearWhatWasRead)
+// Seeking backwards reads at most a part of the headers, and none for a few subblocks, as at the start of each
+// range of points.
+TEST(SubblockCheckpoints, AreNearAnyPosition)
 {
     constexpr std::uint64_t count = 1000000;
     constexpr std::size_t latest = 30;
@@ -230,7 +231,7 @@ TEST(SubblockCheckpoints, AreNearWhatWasRead)
     }
 }
 
-TEST(SubbandSource, TakesMemoryForPayloadsAlone)
+TEST(SubbandSource, NeedsNoMemoryForZeros)
 {
     constexpr std::size_t subblockSize = 1024;
     const auto failureWith = [&](std::int16_t sample, std::uint64_t budgetBytes) {
@@ -246,10 +247,10 @@ TEST(SubbandSource, TakesMemoryForPayloadsAlone)
     };
     EXPECT_EQ(failureWith(0, 100), "no error"); // the stream's buffer
     EXPECT_EQ(failureWith(7, subblockSize * 2), "40203 bad read -- channel info");
-    EXPECT_EQ(failureWith(7, subblockSize * 2 + 500), "no error"); // one buffer serves both
+    EXPECT_EQ(failureWith(7, subblockSize * 2 + 500), "no error"); // both use one buffer
 }
 
-TEST(SubbandSource, RefusesTypesThatAreNoKernel)
+TEST(SubbandSource, RefusesAHugeSubblock)
 {
     EXPECT_THROW(
         {

@@ -59,7 +59,7 @@ std::vector<T> decodeAll(SubblockReader& reader, BandStreams& streams, std::size
     return samples;
 }
 
-// Samples of many magnitudes with stretches of zeros.
+// Samples of many magnitudes with runs of zeros.
 template <class T>
 std::vector<T> makeSamples(Random& random, std::size_t count, int bits)
 {
@@ -91,7 +91,7 @@ void expectIntegerRoundTrip(DataType type, TransformType transform, int bits, Ba
     }
 }
 
-TEST(MQInteger, GivesBackSamplesOfEveryWidth)
+TEST(MQInteger, RestoresSamplesOfEveryWidth)
 {
     for (const int rawPlanes : {0, 1, 3, 64}) {
         for (const bool planeLengths : {false, true}) {
@@ -105,7 +105,7 @@ TEST(MQInteger, GivesBackSamplesOfEveryWidth)
     }
 }
 
-TEST(MQInteger, GivesBackTheSmallestInteger)
+TEST(MQInteger, RestoresTheSmallestInteger)
 {
     const std::vector<std::int16_t> samples = {INT16_MIN, INT16_MAX, 0, -1, INT16_MIN};
     for (const int rawPlanes : {0, 5, 16}) {
@@ -126,7 +126,7 @@ TEST(MQInteger, LeavesDroppedPlanesZero)
               (std::vector<std::int32_t>{1000, -1000, 0, -8, 0, 8}));
 }
 
-TEST(ACInteger, GivesBackSamplesOfUpToFifteenBits)
+TEST(ACInteger, RestoresSamplesOfUpToFifteenBits)
 {
     for (const int bits : {1, 2, 7, 8, 9, 15}) {
         expectIntegerRoundTrip<std::int16_t>(SINT16, 91, bits, {});
@@ -153,7 +153,7 @@ void expectFloatRoundTrip(DataType type)
     EXPECT_EQ(std::memcmp(decoded.data(), samples.data(), samples.size() * sizeof(T)), 0);
 }
 
-TEST(GZFloatingPoint, GivesBackEveryBitPattern)
+TEST(GZFloatingPoint, RestoresEveryBitPattern)
 {
     expectFloatRoundTrip<float>(FLOAT32);
     expectFloatRoundTrip<double>(FLOAT64);
@@ -192,7 +192,7 @@ TEST(SubblockReader, ReportsShortHeaders)
               "40207 bad read -- plane length header");
 }
 
-TEST(SubblockReader, RefusesPlanesThatTheSampleDoesNotHave)
+TEST(SubblockReader, RefusesPlanesBeyondTheSampleType)
 {
     EXPECT_EQ(loadFailure(SINT16, 1, header<std::uint16_t>(2048), {}), "40207 bad read -- subblock header");
     // 16 planes have 16 * 17 * 21 / 6 codes.
@@ -206,7 +206,7 @@ TEST(SubblockReader, RefusesPlanesThatTheSampleDoesNotHave)
               "40207 bad read -- subblock header");
 }
 
-TEST(SubblockReader, RefusesPayloadsThatAreNotThereOrTooLong)
+TEST(SubblockReader, RefusesMissingAndOversizedPayloads)
 {
     const std::string refused = "40207 bad read -- subblock data";
     EXPECT_EQ(loadFailure(SINT16, 1, header<std::uint16_t>(2049, {0, 0, 0, 3}), {1, 2}), refused);
@@ -230,7 +230,7 @@ TEST(SubblockReader, ReportsBrokenDeflateStreams)
     Bytes cut(good.data.begin(), good.data.end() - 3);
     EXPECT_EQ(loadFailure(FLOAT64, 70, header(static_cast<std::uint32_t>(2048 + cut.size())), cut),
               "40230 inflate(Z_NO_FLUSH): buffer error");
-    // A complete stream of fewer, and of more samples than asked for.
+    // A complete stream with fewer and with more samples than requested.
     EXPECT_EQ(loadFailure(FLOAT64, 70, good.headers, good.data, false, 5),
               "40230 inflate(Z_NO_FLUSH): buffer error");
     EXPECT_EQ(loadFailure(FLOAT64, 70, good.headers, good.data, false, 3),
@@ -239,7 +239,7 @@ TEST(SubblockReader, ReportsBrokenDeflateStreams)
               "40230 inflate(Z_NO_FLUSH): invalid block type");
 }
 
-TEST(SubblockReader, ChoosesByTransformAndType)
+TEST(SubblockReader, IsCreatedByTransformAndType)
 {
     const auto create = [](DataType type, TransformType transform) {
         return failureOf([&] { SubblockReader::create({type, transform, 64}); });
@@ -252,7 +252,7 @@ TEST(SubblockReader, ChoosesByTransformAndType)
     EXPECT_EQ(create(FLOAT64, 63), "no error");
 }
 
-// After any skip the next subblock is the same as in a read from the start.
+// After any skip, the next subblock is the same as when reading from the start.
 TEST(SubblockReader, SkipsToTheSameSamples)
 {
     Random random(17);

@@ -27,7 +27,7 @@ T randomSample(Random& random, bool extreme)
         return static_cast<T>(random.next());
 }
 
-// The steps on padded bands, against the plain inverse.
+// Compares the steps on padded bands with the plain inverse.
 template <class T>
 void expectSameAsPlain(TransformType transform, std::size_t count, bool extreme)
 {
@@ -59,7 +59,7 @@ void expectSameAsPlain(TransformType transform, std::size_t count, bool extreme)
     }
 }
 
-TEST(InverseWavelet, GivesWhatThePlainFormulasGiveAtEveryCount)
+TEST(InverseWavelet, EqualsThePlainFormulasAtEveryCount)
 {
     for (const TransformType transform : std::initializer_list<TransformType>{1, 3, 10, 11, 13}) {
         for (std::size_t count = 1; count <= 40; ++count) {
@@ -91,7 +91,7 @@ TEST(InverseWavelet, RoundsTowardsMinusInfinity)
     EXPECT_EQ(updated(2, 0), -1);
 }
 
-TEST(InverseWavelet, CutsShortSumsBeforeRounding)
+TEST(InverseWavelet, TruncatesShortSumsBeforeRounding)
 {
     LiftingStep predict = nullptr, update = nullptr;
     TransformUtils::getInverseWavelet(SINT16, 3, predict, update);
@@ -102,7 +102,7 @@ TEST(InverseWavelet, CutsShortSumsBeforeRounding)
     EXPECT_EQ(high, 404);
 }
 
-TEST(InverseWavelet, RefusesWhatIsNoKernel)
+TEST(InverseWavelet, RefusesOtherTypesAndTransforms)
 {
     LiftingStep predict = nullptr, update = nullptr;
     const auto message = [&](DataType type, TransformType transform) -> std::string {

@@ -12,14 +12,14 @@ namespace {
 using Testing::ByteStore;
 using Testing::Random;
 
-TEST(SpillStream, KeepsTheBytesOfManyStreamsApart)
+TEST(SpillStream, KeepsStreamsSeparate)
 {
     Random random(3);
     SpillFile file;
     std::vector<SpillStream> streams(7, SpillStream(file));
     std::vector<std::vector<std::uint8_t>> expected(streams.size());
     for (int i = 0; i < 4000; ++i) {
-        // One stream outgrows several stretches of the file, one never leaves its buffer, one stays empty.
+        // One stream uses several ranges of the file, one only its buffer, one stays empty.
         const std::size_t s = i % 2 == 0 ? 0 : static_cast<std::size_t>(random.below(6));
         std::vector<std::uint8_t> bytes(s == 1 ? 3 : random.below(s == 0 ? 2000 : 400));
         for (std::uint8_t& byte : bytes)

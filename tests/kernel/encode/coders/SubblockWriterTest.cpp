@@ -15,7 +15,7 @@ using Bytes = SubblockWriter::Bytes;
 using Testing::failureOf;
 using Testing::Random;
 
-TEST(BitPlanes, CodeGivesBackEveryTriple)
+TEST(BitPlanes, CodeRestoresEveryTriple)
 {
     std::uint32_t code = 0;
     for (int top = 0; top < 64; ++top) {
@@ -41,16 +41,16 @@ std::size_t payloadOf(SubblockFormat format, const std::vector<T>& samples)
     return data.size();
 }
 
-// Readers refuse payloads of more than one and a half times the raw size, whatever the samples.
+// Readers refuse payloads larger than one and a half times the raw size.
 template <class T>
-void expectRoomForEverything(TransformType transform, int bits)
+void expectCapacityForAnySamples(TransformType transform, int bits)
 {
     Random random(9);
     for (std::size_t size = SubblockWriter::smallestSubblock; size < 600; size += size / 2) {
         for (int round = 0; round < 40; ++round) {
             std::vector<T> samples(size);
             for (T& sample : samples) {
-                // Long stretches of little and then of much: what adapted to the one is wrong for the other.
+                // Long runs of small and then of large samples: models adapted to one are wrong for the other.
                 const int width = round % 2 == 0 ? bits : static_cast<int>(random.between(0, 1)) * bits;
                 sample = width == 0 ? T{0} : static_cast<T>(random.next() >> (64 - width));
                 if (round % 3 == 0 && random.chance(0.5))
@@ -66,16 +66,16 @@ void expectRoomForEverything(TransformType transform, int bits)
     }
 }
 
-TEST(SubblockWriter, NeverExceedsWhatAReaderTakes)
+TEST(SubblockWriter, NeverExceedsTheReadersLimit)
 {
-    expectRoomForEverything<std::int16_t>(11, 15);
-    expectRoomForEverything<std::int32_t>(10, 31);
-    expectRoomForEverything<std::int64_t>(13, 63);
-    expectRoomForEverything<std::int16_t>(91, 14);
-    expectRoomForEverything<std::int32_t>(90, 15);
+    expectCapacityForAnySamples<std::int16_t>(11, 15);
+    expectCapacityForAnySamples<std::int32_t>(10, 31);
+    expectCapacityForAnySamples<std::int64_t>(13, 63);
+    expectCapacityForAnySamples<std::int16_t>(91, 14);
+    expectCapacityForAnySamples<std::int32_t>(90, 15);
 }
 
-TEST(SubblockWriter, StoresNoisyPlanesRawAndTellingOnesCoded)
+TEST(SubblockWriter, StoresNoisyPlanesRawAndOthersCoded)
 {
     Random random(2);
     std::vector<std::int32_t> noise(4096), quiet(4096);
@@ -96,10 +96,10 @@ TEST(SubblockWriter, StoresNoisyPlanesRawAndTellingOnesCoded)
     EXPECT_EQ(planesOf(quiet).rawTop, -1);
     for (std::int32_t& sample : noise)
         sample *= 16;
-    EXPECT_EQ(planesOf(noise).bottom, 4); // planes without a bit cost nothing
+    EXPECT_EQ(planesOf(noise).bottom, 4); // planes without a one-bit need no space
 }
 
-TEST(SubblockWriter, RefusesWhatItsCoderCannotHold)
+TEST(SubblockWriter, RefusesSamplesBeyondItsCoder)
 {
     SubblockFormat format;
     format.transform = 90;

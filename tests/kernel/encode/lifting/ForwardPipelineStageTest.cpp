@@ -22,12 +22,12 @@ std::vector<T> makeSamples(Random& random, std::size_t count)
             sample = static_cast<T>(random.real() * 1e6 - 5e5);
         else
             sample =
-                static_cast<T>(random.next() >> (random.below(4) * 8 * sizeof(T) / 4)); // wraps now and then
+                static_cast<T>(random.next() >> (random.below(4) * 8 * sizeof(T) / 4)); // sometimes wraps
     }
     return samples;
 }
 
-// The textbook's transform of whole bands, against samples that come in pushes of any length.
+// Compares the plain transform of whole bands with pushes of any length.
 template <class T>
 void expectTextbookBands(int code)
 {
@@ -56,7 +56,7 @@ void expectTextbookBands(int code)
     }
 }
 
-TEST(ForwardPipelineStage, GivesTheBandsOfTheTextbookHoweverSamplesCome)
+TEST(ForwardPipelineStage, EqualsThePlainTransformForAnyPushes)
 {
     for (const int transform : {1, 3, 10, 11, 13}) {
         expectTextbookBands<std::int16_t>(transform);

@@ -23,14 +23,14 @@ int decimalsOf(const std::vector<Float>& samples)
     channel.init(info, samples.size());
     std::copy(samples.begin(), samples.end(), static_cast<Float*>(channel.getData()));
     DecimalSurvey survey;
-    survey.add(channel, samples.size() / 2); // in blocks, as a source gives them
+    survey.add(channel, samples.size() / 2); // in blocks, like a source
     std::copy(samples.begin() + static_cast<std::ptrdiff_t>(samples.size() / 2), samples.end(),
               static_cast<Float*>(channel.getData()));
     survey.add(channel, samples.size() - samples.size() / 2);
     return survey.get();
 }
 
-TEST(DecimalSurvey, CountsTheDecimalsThatAllSamplesHave)
+TEST(DecimalSurvey, FindsTheDecimalsOfAllSamples)
 {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const double infinity = std::numeric_limits<double>::infinity();
@@ -44,7 +44,7 @@ TEST(DecimalSurvey, CountsTheDecimalsThatAllSamplesHave)
     EXPECT_EQ(decimalsOf<float>({0.5f, 0.1f, 2.25f}), 2);
 }
 
-// What the number is for: the sample, written with these decimals, is the text that it was read from.
+// The purpose of the number: a sample printed with these decimals is the original text.
 template <class Float>
 void checkText(Testing::Random& random, int mostDecimals, int& numFound)
 {
@@ -72,7 +72,7 @@ void checkText(Testing::Random& random, int mostDecimals, int& numFound)
     }
 }
 
-TEST(DecimalSurvey, CountsOnlyWhatTextShowsWhole)
+TEST(DecimalSurvey, IgnoresDecimalsThatTextCannotShow)
 {
     Testing::Random random(4);
     int numFound = 0;

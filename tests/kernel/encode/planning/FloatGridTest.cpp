@@ -23,13 +23,13 @@ std::vector<FloatGrid> findGrids(const std::vector<Float>& values,
     return FloatGrid::find(channel, values.size(), declared, isCoordinate);
 }
 
-// The number that a decimal of so many places is read as.
+// The number that a decimal with this number of places is parsed as.
 double decimal(std::int64_t whole, int places)
 {
     return std::strtod((std::to_string(whole) + "e-" + std::to_string(places)).c_str(), nullptr);
 }
 
-TEST(FloatGrid, FindsTheStepsOfDecimalsFarFromZero)
+TEST(FloatGrid, FindsTheScaleOfDecimalsFarFromZero)
 {
     Random random(1);
     std::vector<double> values;
@@ -40,9 +40,9 @@ TEST(FloatGrid, FindsTheStepsOfDecimalsFarFromZero)
     EXPECT_EQ(grids[0].scale, 0.01);
 }
 
-TEST(FloatGrid, FindsPartsOfATenthWhereTheTenthItselfMisses)
+TEST(FloatGrid, FindsPartsOfATenthWhereTheTenthFails)
 {
-    // Heights: hundredths below a thousand, where a product with 0.01 is often the decimal's neighbour.
+    // Heights: hundredths below a thousand, where a product with 0.01 often differs from the decimal.
     Random random(4);
     std::vector<double> values;
     for (int i = 0; i < 5000; ++i)
@@ -53,7 +53,7 @@ TEST(FloatGrid, FindsPartsOfATenthWhereTheTenthItselfMisses)
     EXPECT_EQ(0.01 / grids[0].scale, std::round(0.01 / grids[0].scale));
 }
 
-TEST(FloatGrid, FindsTimesThatCountFromAnOddBeginning)
+TEST(FloatGrid, FindsTimesWithAnOddOrigin)
 {
     std::vector<double> values;
     for (int i = 0; i < 500; ++i)
@@ -64,18 +64,18 @@ TEST(FloatGrid, FindsTimesThatCountFromAnOddBeginning)
     EXPECT_EQ(grids[0].offset, values[0]);
 }
 
-TEST(FloatGrid, PrefersWhatTheSourceDeclares)
+TEST(FloatGrid, PrefersTheDeclaredScale)
 {
     const std::vector<double> values = {1.0, 2.0, 7.0};
     const auto grids = findGrids(values, {{0.25, 1.0}});
     ASSERT_EQ(grids.size(), 1u);
     EXPECT_EQ(grids[0].scale, 0.25);
-    EXPECT_EQ(findGrids(values, {{0.3, 0.0}})[0].scale, 1.0); // which does not hold them
+    EXPECT_EQ(findGrids(values, {{0.3, 0.0}})[0].scale, 1.0); // which does not represent them
 }
 
-TEST(FloatGrid, TakesNoStepThatMisleadsAReader)
+TEST(FloatGrid, AvoidsScalesThatMisleadReaders)
 {
-    // Box queries are widened by half a step of the coordinates.
+    // Box queries are widened by half of the scale of the coordinates.
     const std::vector<double> coarse = {1024, 2048, 0, 4096};
     EXPECT_EQ(findGrids(coarse)[0].scale, 1024.0);
     EXPECT_LE(findGrids(coarse, {}, true)[0].scale, 0.01);
@@ -85,12 +85,12 @@ TEST(FloatGrid, TakesNoStepThatMisleadsAReader)
         values.push_back(0.1234567 + i * 0.01);
     for (const FloatGrid& grid : findGrids(values))
         EXPECT_NE(grid.scale, 0.01);
-    // Neither of these is the number that its three decimals are read as.
+    // Neither of these is the number that its three decimals are parsed as.
     for (const FloatGrid& grid : findGrids(std::vector<double>{3 * 0.001 * 1e5 + 0.001, 100000.7 - 1e5}))
         EXPECT_NE(grid.decimals, 1e3);
 }
 
-TEST(FloatGrid, HoldsNothingThatDoesNotComeBackBitForBit)
+TEST(FloatGrid, IsExactBitForBit)
 {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const double infinity = std::numeric_limits<double>::infinity();
@@ -102,7 +102,7 @@ TEST(FloatGrid, HoldsNothingThatDoesNotComeBackBitForBit)
     }
 }
 
-TEST(FloatGrid, IsRefusedByTheFirstSampleOutsideIt)
+TEST(FloatGrid, IsRejectedByASampleOffTheGrid)
 {
     ChannelData channel;
     channel.init(Testing::channel("T", FLOAT32), 3);
