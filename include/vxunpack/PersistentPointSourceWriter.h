@@ -1,7 +1,7 @@
 // Builds an index file: a set of tiles, each opened once for its description. A set can start from an
 // existing index and follow changes of the files.
 //
-// Tiles keep the order in which they were added. A file is one tile, whatever path names it: paths are made
+// Tiles keep the order in which they were added. Different paths of one file name the same tile: paths are made
 // absolute and the links of their directories resolved before they are compared.
 #pragma once
 
