@@ -284,7 +284,7 @@ TEST_F(Robustness, EveryCallThatFailsEndsInAnErrorOrIsMadeUpFor)
         {Call::Write, EIO, false, false},   {Call::Write, ENOSPC, true, false},
         {Call::Write, EINTR, false, true},  {Call::Write, Testing::shortTransfer, true, true},
         {Call::Close, EIO, false, false},   {Call::Size, EIO, false, false},
-        {Call::Rename, EIO, true, false},   {Call::Rename, EXDEV, true, true},
+        {Call::Rename, EIO, true, false},   {Call::Rename, EXDEV, true, false},
         {Call::Unlink, EIO, false, false},
     };
     for (const auto& each : cases) {
