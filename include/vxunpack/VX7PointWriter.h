@@ -42,7 +42,7 @@ public:
 
     // Returns the number of points written. A failed call leaves no partial output.
     //
-    // InvalidArgument: init() was not called ("the writer is not open"), a channel does not support an
+    // InvalidArgument: init() was not called ("the writer has no source"), a channel does not support an
     // option, a name cannot be stored, or the two passes read different points. Cancelled "VX7 Write
     // operation cancelled.": the delegate, which is checked once per block, is cancelled. OutputCreate,
     // Write, OSError: the output cannot be written. Also the errors of the source.

@@ -4,7 +4,7 @@
 #include "encode/PointEncoder.h"
 #include "encode/container/ChunkWriter.h"
 #include "encode/planning/SourceSurvey.h"
-#include "files/PartialFile.h"
+#include "files/OutputFile.h"
 #include "platform/ParallelLoop.h"
 #include "text/TextDecimals.h"
 #include <vxunpack/ProgressDelegate.h>
@@ -60,46 +60,6 @@ void checkNames(const PointInfo& layout)
             QM_THROW(ErrorCode::InvalidArgument, "two channels are called '%.64s'", name.c_str());
     }
 }
-
-// The output: a file that replaces the path when it is complete, or the caller's IO.
-class OutputFile
-{
-public:
-    OutputFile(const std::optional<std::string>& path, const Scoped<IO>& io) : m_io(io)
-    {
-        if (!path)
-            return;
-        m_partial.emplace(path->c_str());
-        m_partial->requireSeekable("VX7");
-        m_io = Scoped<IO>::retained(m_partial->io());
-    }
-    ~OutputFile()
-    {
-        if (m_isBegun && !m_isFinished)
-            m_io->unlink();
-    }
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
-
-    // The caller's IO, or a file that is written directly, is unchanged until this call.
-    IO* begin() noexcept
-    {
-        m_isBegun = true;
-        return m_io.get();
-    }
-    void finish()
-    {
-        if (m_partial)
-            m_partial->finish();
-        m_isFinished = true;
-    }
-
-private:
-    std::optional<PartialFile> m_partial;
-    Scoped<IO> m_io;
-    bool m_isBegun = false;
-    bool m_isFinished = false;
-};
 
 } // namespace
 
@@ -337,8 +297,7 @@ std::vector<VX7PointWriter::ChannelSummary> VX7PointWriter::Encoding::getSummary
 std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const PointInfo& wanted,
                                    ProgressDelegate* delegate)
 {
-    if (!getSrc())
-        QM_THROW(ErrorCode::InvalidArgument, "the writer is not open");
+    getSrc(); // refuses a writer without init()
     const PointInfo layout = getSupported(wanted, delegate);
     checkNames(layout);
     for (const auto& [name, choice] : m_options.byChannel)
@@ -350,13 +309,18 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
         delegate->setTotal(encoding.getTotalWork());
     groomMetadata(bounds, fraction);
 
-    OutputFile output(m_path, m_io); // created first, so that an invalid output fails before the work
+    OutputFile output("VX7", OutputFile::SEEKABLE);
+    if (m_path)
+        output.init(m_path->c_str());
+    else
+        output.init(m_io.get());
+    output.create(); // before the work, so that an invalid output fails early
     encoding.encode();
     addPointCount(encoding.getNumPoints());
     addDecimals(encoding.getDecimals());
-    encoding.writeChunks(output.begin(), getMetadata());
+    encoding.writeChunks(&output.open(), getMetadata());
     m_summary = encoding.getSummary();
-    output.finish();
+    output.commit();
     return encoding.getNumPoints();
 }
 

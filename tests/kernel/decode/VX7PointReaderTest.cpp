@@ -287,7 +287,7 @@ TEST(VX7PointReader, RefusesQueriesUnlessOpen)
 
     const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
     EXPECT_EQ(failureOf([&] { writer->write(Bounds::Huge(), 1, PointInfo(), nullptr); }),
-              "40007 the writer is not open");
+              "40007 the writer has no source");
 }
 
 TEST(VX7PointReader, RefusesUnavailableChannels)
