@@ -20,6 +20,7 @@ if(BUILD_SHARED_LIBS)
   set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vxunpack)
   write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/vxunpack-config-version.cmake
     COMPATIBILITY SameMajorVersion)
+  file(RELATIVE_PATH prefix_of_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/vxunpack.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vxunpack.pc @ONLY)
   install(TARGETS libvxunpack EXPORT vxunpack-targets DESTINATION ${CMAKE_INSTALL_LIBDIR})
   install(EXPORT vxunpack-targets NAMESPACE vxunpack:: FILE vxunpack-config.cmake DESTINATION ${package_dir})
