@@ -5,8 +5,8 @@
 //       use(block.x(), block.column<std::uint8_t>("ClassId"));
 //   vx::write("out.vxl", cloud, {.threads = 4});
 //
-// All failures are exceptions of type vx::Error; code() is the reason. A name of a channel is the channel's own
-// name, or its LAS or PDAL name ("Classification", "return_number"), whatever its case. Coordinates are in the
+// All failures are exceptions of type vx::Error; code() is the reason. A channel is named by its own name, or by its
+// LAS or PDAL name ("Classification", "return_number"), ignoring case. Coordinates are in the
 // units of the cloud's coordinate system. Memory does not grow with the number of points, except as stated.
 #pragma once
 
@@ -122,7 +122,7 @@ public:
     {
         return {static_cast<T*>(const_cast<void*>(find(channel, dataTypeOf<T>()))), m_size};
     }
-    // The samples of a channel whatever their type. Errors: InvalidArgument for an unknown channel.
+    // The samples of a channel of any type. Errors: InvalidArgument for an unknown channel.
     void* samples(const std::string& channel) const;
 };
 
@@ -203,7 +203,7 @@ public:
     // Points that `fill` makes: fill(first, block) fills the block with points first, first + 1, ... It is called
     // for consecutive blocks from 0 on, more than once for the same points, and must give the same samples each
     // time. X, Y and Z are needed and are doubles.
-    static Cloud generate(std::uint64_t numPoints, std::vector<Channel> channels,
+    static Cloud generate(std::uint64_t numPoints, const std::vector<Channel>& channels,
                           std::function<void(std::uint64_t first, const MutableBlock& block)> fill,
                           const Box& bounds = {});
 

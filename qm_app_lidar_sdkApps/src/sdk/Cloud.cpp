@@ -151,7 +151,7 @@ Cloud Cloud::fromColumns(std::vector<Column> columns)
     return Cloud(Scoped<PointSource>(GeneratedSource::create(layoutOf(channels), numPoints, bounds, fill)));
 }
 
-Cloud Cloud::generate(std::uint64_t numPoints, std::vector<Channel> channels,
+Cloud Cloud::generate(std::uint64_t numPoints, const std::vector<Channel>& channels,
                       std::function<void(std::uint64_t, const MutableBlock&)> fill, const Box& bounds)
 {
     if (!fill)

@@ -96,7 +96,7 @@ GeneratedSource* GeneratedSource::create(const PointInfo& layout, std::uint64_t 
 
 double GeneratedSource::getTotalWork(const Bounds&, double) const
 {
-    return static_cast<double>(getNumPoints()); // all are made, whatever is kept
+    return static_cast<double>(getNumPoints()); // every point is made, also those outside the box
 }
 
 PointIterator* GeneratedSource::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,

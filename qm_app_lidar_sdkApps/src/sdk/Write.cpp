@@ -44,7 +44,7 @@ std::string nameForFormat(const std::string& path, const std::string& format)
         return path;
     if (format == "null")
         return format;
-    const std::string name = "x." + format;
+    std::string name = "x." + format;
     if (format != "txt" && Formats::ofName(name.c_str()).type == POINT_SOURCE_TEXT)
         QM_THROW(ErrorCode::InvalidArgument, "unsupported output format '%s'", format.c_str());
     return name;
@@ -67,7 +67,7 @@ std::uint64_t write(const std::string& path, const Cloud& cloud, const WriteOpti
     const Bounds bounds = toBounds(options.query.box);
     PointSource& source = cloud.source();
     const PointInfo layout = chooseChannels(source.getPointInfo(), options.query.channels);
-    const OutputChoice output(nameForFormat(path, options.format).c_str(), nullptr);
+    const OutputChoice output(nameForFormat(path, options.format), nullptr);
     const Scoped<PointWriter> writer = output.createWriter(source, path.c_str(), layout);
     if (options.scale || options.offset)
         writer->setQuantization(options.scale ? options.scale->data() : nullptr,
