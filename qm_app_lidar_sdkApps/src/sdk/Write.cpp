@@ -67,8 +67,8 @@ std::uint64_t write(const std::string& path, const Cloud& cloud, const WriteOpti
     const Bounds bounds = toBounds(options.query.box);
     PointSource& source = cloud.source();
     const PointInfo layout = chooseChannels(source.getPointInfo(), options.query.channels);
-    const OutputChoice output(nameForFormat(path, options.format), nullptr);
-    const Scoped<PointWriter> writer = output.createWriter(source, path.c_str(), layout);
+    const OutputChoice output(nameForFormat(path, options.format).c_str(), nullptr);
+    const Scoped<PointWriter> writer = output.createWriter(source, path, layout);
     if (options.scale || options.offset)
         writer->setQuantization(options.scale ? options.scale->data() : nullptr,
                                 options.offset ? options.offset->data() : nullptr);
