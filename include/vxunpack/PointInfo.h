@@ -1,5 +1,5 @@
 // The layout of a point: its channels in order. Channel i of a PointInfo describes channel i of a PointData
-// with that layout. A value without locks: const methods may be called from any thread.
+// with that layout. A value type without locks: const methods may be called concurrently.
 #pragma once
 
 #include <vxunpack/ChannelInfo.h>
