@@ -5,9 +5,9 @@
 //       use(block.x(), block.column<std::uint8_t>("ClassId"));
 //   vx::write("out.vxl", cloud, {.threads = 4});
 //
-// All failures are exceptions of type vx::Error; code() is the reason. A name of a channel is the channel's own
-// name, or its LAS or PDAL name ("Classification", "return_number"), whatever its case. Coordinates are in the
-// units of the cloud's coordinate system. Memory does not grow with the number of points, except as stated.
+// All failures throw vx::Error; code() gives the reason. A channel is identified by its own name, or by its
+// LAS or PDAL name ("Classification", "return_number"), ignoring case. Coordinates are in the units of the
+// cloud's coordinate system. Memory does not grow with the number of points, except where noted.
 #pragma once
 
 #include <vxunpack/Base.h>
@@ -51,7 +51,7 @@ constexpr DataType dataTypeOf() noexcept
     return static_cast<DataType>(sizeof(T) << 8 | kind);
 }
 
-// A closed box; by default all of space.
+// A closed box; unbounded by default.
 struct Box
 {
     static constexpr double infinity = std::numeric_limits<double>::infinity();
@@ -77,7 +77,7 @@ struct Channel
     double scale = 0; // the step between two values, 0 for none
 };
 
-// Consecutive points, column by column. A view: valid until its Reader advances or ends.
+// Consecutive points, column by column. A view: valid until its Reader advances or is destroyed.
 class QM_API Block
 {
 public:
@@ -86,15 +86,15 @@ public:
     std::span<const double> x() const noexcept { return {m_data->getX(), m_size}; }
     std::span<const double> y() const noexcept { return {m_data->getY(), m_size}; }
     std::span<const double> z() const noexcept { return {m_data->getZ(), m_size}; }
-    // The samples of a channel. Errors: InvalidArgument for an unknown channel, ChannelType if its samples are not
-    // of type T.
+    // The samples of a channel. Errors: InvalidArgument for an unknown channel, ChannelType for one whose
+    // samples are not of type T.
     template <Sample T>
     std::span<const T> column(const std::string& channel) const
     {
         return {static_cast<const T*>(find(channel, dataTypeOf<T>())), m_size};
     }
 
-    // The block as the classes of the library see it.
+    // The block as a PointData, for the other classes of the library.
     const Quillmoran::PointData& data() const noexcept { return *m_data; }
 
 protected:
@@ -122,12 +122,12 @@ public:
     {
         return {static_cast<T*>(const_cast<void*>(find(channel, dataTypeOf<T>()))), m_size};
     }
-    // The samples of a channel whatever their type. Errors: InvalidArgument for an unknown channel.
+    // The samples of a channel of any type. Errors: InvalidArgument for an unknown channel.
     void* samples(const std::string& channel) const;
 };
 
-// The blocks of one query, read one after another; a range that can be iterated once, by one thread at a time.
-// Errors in the data are thrown when the block that holds them is read.
+// The blocks of one query, read one after another; a range that can be iterated once, by one thread at a
+// time. Errors in the data are thrown when their block is read.
 class QM_API Reader
 {
 public:
@@ -174,7 +174,7 @@ private:
     Block m_block;
 };
 
-// The caller's samples of one channel, one per point. The samples are not copied: they must outlive the cloud.
+// The caller's samples of one channel, one per point. They are not copied and must outlive the cloud.
 class Column
 {
 public:
@@ -191,23 +191,24 @@ public:
     std::size_t size;
 };
 
-// A point cloud. A handle that is cheap to copy; copies share one source. Const methods may be called from any
+// A point cloud. A handle, cheap to copy; copies share one source. Const methods may be called from any
 // thread.
 class QM_API Cloud
 {
 public:
-    // A source of any kind, the caller's own included.
+    // A source of any kind, including the caller's own classes.
     explicit Cloud(Quillmoran::Scoped<Quillmoran::PointSource> source);
-    // The caller's columns, all of one length; X, Y and Z are needed and are doubles. Errors: InvalidArgument.
+    // The caller's columns, all of the same length; X, Y and Z are required and must be doubles. Errors:
+    // InvalidArgument.
     static Cloud fromColumns(std::vector<Column> columns);
-    // Points that `fill` makes: fill(first, block) fills the block with points first, first + 1, ... It is called
-    // for consecutive blocks from 0 on, more than once for the same points, and must give the same samples each
-    // time. X, Y and Z are needed and are doubles.
+    // Points that `fill` generates: fill(first, block) fills the block with points first, first + 1, ... It
+    // is called for consecutive blocks from 0 on, more than once for the same points, and must give the same
+    // samples each time. X, Y and Z are required and must be doubles.
     static Cloud generate(std::uint64_t numPoints, std::vector<Channel> channels,
                           std::function<void(std::uint64_t first, const MutableBlock& block)> fill,
                           const Box& bounds = {});
 
-    std::optional<std::uint64_t> numPoints() const; // nothing if unknown: text that was not read yet
+    std::optional<std::uint64_t> numPoints() const; // none if unknown: text that has not been read yet
     Box bounds() const;
     std::vector<Channel> channels() const;
     std::string coordinateSystem() const; // WKT; empty if unknown
@@ -216,7 +217,7 @@ public:
     // Errors: InvalidArgument for an unknown channel; those of the source.
     Reader read(const Query& query = {}) const;
 
-    // The source as the classes of the library see it; valid as long as a copy of this cloud.
+    // The underlying source; valid as long as any copy of this cloud exists.
     Quillmoran::PointSource& source() const noexcept { return *m_source; }
 
 private:
@@ -225,38 +226,39 @@ private:
 
 struct OpenOptions
 {
-    // Text files: a letter or a name per column ("xyzi", "X,Y,Z,Intensity"); empty: the first line names them.
+    // Text files: a letter or a name per column ("xyzi", "X,Y,Z,Intensity"); empty: given by the first line.
     std::string textFormat = {};
-    std::size_t skipLines = 0;       // at the begin of text files
-    bool dropWaveforms = false;      // reads LAS files with waveforms without them; else they are an Error
-    std::optional<int> gpsWeek = {}; // converts week time to adjusted standard time where files are joined
-    // Receives what differs between files that are joined, and what is not read. Empty: nothing is reported.
+    std::size_t skipLines = 0;       // at the beginning of text files
+    bool dropWaveforms = false;      // reads LAS files without their waveforms, which otherwise are an Error
+    std::optional<int> gpsWeek = {}; // converts week time to adjusted standard time in joined files
+    // Receives warnings of differences between joined files, and of data that is not read. Empty: no
+    // warnings.
     std::function<void(const std::string&)> warning = {};
 };
 
-// Opens .vxl, .las, .laz, .bpf, text, .list (a file per line) and .index files by their endings, or the files of
-// a directory. Several files become one cloud. Points are read when they are asked for.
+// Opens .vxl, .las, .laz, .bpf, text, .list (a file per line) and .index files by their endings, or the files
+// of a directory. Several files become one cloud. Points are read only when they are requested.
 QM_API Cloud open(const std::string& path, const OpenOptions& options = {});
 QM_API Cloud open(const std::vector<std::string>& paths, const OpenOptions& options = {});
 
 struct WriteOptions
 {
     Query query = {};        // the points and channels to write
-    unsigned threads = 0;    // at most so many; 0: one per core
+    unsigned threads = 0;    // the maximum; 0: one per core
     std::string format = {}; // "vxl", "las", "laz", "bpf", "txt" or "null"; empty: by the path's ending
     std::optional<std::array<double, 3>> scale = {};  // of X, Y and Z; by default that of the cloud
     std::optional<std::array<double, 3>> offset = {}; // likewise
-    // Called with the fraction done, 0 to 1, on any thread; returning false stops: Error Cancelled.
+    // Called with the fraction done, 0 to 1, on any thread. If it returns false, write() throws Cancelled.
     std::function<bool(double)> progress = {};
-    // Receives what the format cannot hold. Empty: nothing is reported.
+    // Receives warnings of data that the format cannot hold. Empty: no warnings.
     std::function<void(const std::string&)> warning = {};
 };
 
-// Writes a cloud and returns the number of points. The file is complete or absent: after an error the path is as
-// it was. .vxl output reads the cloud twice.
+// Writes a cloud and returns the number of points. The file is complete or absent: after an error, an
+// existing file at the path is unchanged. .vxl output reads the cloud twice.
 QM_API std::uint64_t write(const std::string& path, const Cloud& cloud, const WriteOptions& options = {});
 
-// Limits the threads that the library uses in this process, for as long as it lives.
+// Limits the threads that the library uses in this process, for the lifetime of the object.
 class QM_API ThreadLimit
 {
 public:

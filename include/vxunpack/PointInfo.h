@@ -19,7 +19,8 @@ public:
     void init(std::size_t count);
     void init(const PointInfo& source) { *this = source; }
     // Copies the given channels of a layout, in the given order. Throws NoSuchChannel "bad channel index" or
-    // "bad channel name '%s'" at the first bad one; the channels before it have then been copied.
+    // "bad channel name '%s'" at the first bad one; the channels before it have then been copied, and the
+    // others are blank.
     void init(const PointInfo& source, const std::size_t* indices, std::size_t count);
     void init(const PointInfo& source, const char* const* names, std::size_t count);
     // The same for the channels of a block of points.
