@@ -1,7 +1,8 @@
 // Point clouds in a few lines: open a file by name, read blocks of points, write a file.
 //
 //   vx::Cloud cloud = vx::open("tiles.index");
-//   for (const vx::Block& block : cloud.read({.box = {0, 100, 0, 100}, .channels = {"X", "Y", "Z", "ClassId"}}))
+//   const vx::Query query = {.box = {0, 100, 0, 100}, .channels = {"X", "Y", "Z", "ClassId"}};
+//   for (const vx::Block& block : cloud.read(query))
 //       use(block.x(), block.column<std::uint8_t>("ClassId"));
 //   vx::write("out.vxl", cloud, {.threads = 4});
 //
