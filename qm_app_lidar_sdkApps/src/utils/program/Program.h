@@ -62,7 +62,7 @@ bool isStandardOutput(const char* path);
 // sequential IO that writes to the former standard output.
 Scoped<IO> divertStandardOutput(const char* name);
 
-// Ends a report on standard output: -1 "cannot write the report" if some of it was lost.
+// Ends a report on standard output. Throws General "cannot write the report" if any of it was lost.
 void finishReport();
 
 } // namespace Utils

@@ -43,9 +43,9 @@ bool dropsWaveforms(const QMCmdLine& cmdLine);
 void handleWaveformOption(const QMCmdLine& cmdLine, SimpleFileOpener& opener);
 
 // "filter": selects points by the value of a channel; may be repeated. The second function wraps a source in
-// the filters; without any it returns the source. -1 for text in another format, for channels that are not
-// integers of at most 32 bits and for values out of the range of a channel, InvalidArgument for an unknown
-// channel.
+// the filters; without filters it returns the source. Throws General for malformed text, for channels that
+// are not integers of at most 32 bits and for values out of the range of a channel, InvalidArgument for an
+// unknown channel.
 void addFilterOptions(QMCmdLine& cmdLine);
 Scoped<PointSource> handleFilterOptions(const QMCmdLine& cmdLine, const Scoped<PointSource>& source);
 

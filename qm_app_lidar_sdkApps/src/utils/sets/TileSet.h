@@ -33,8 +33,8 @@ constexpr bool isOverviewFraction(double fraction)
 }
 
 // Describes a file by its source. If the bounds of the source are not finite, as for a compressed file
-// without an index, all its points are read. -1 "the number of points must be known", "the bounds must be
-// known".
+// without an index, all its points are read. Throws General "the number of points must be known" or "the
+// bounds must be known".
 TileInfo describeTile(const char* file, const PointSource& source);
 
 // Opens a tile; errors of the opener and of the source name the file.
