@@ -22,7 +22,7 @@ public:
     // A file without a name; call init() next.
     static Imp* create();
 
-    // OSError " path = %s" if the file cannot be removed.
+    // Throws OSError " path = %s" if the file cannot be removed.
     static void deleteFile(const char* path);
     static bool fileExists(const char* path);
 

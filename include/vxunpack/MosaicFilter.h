@@ -68,7 +68,7 @@ public:
     // The records that all sources share, without point counts and boxes; opens every source. None for a
     // tile-set index.
     void loadMetadata(Metadata& into, bool sanitize) const override;
-    // Opens the sources whose boxes intersect the query, one at a time. InvalidArgument before init().
+    // Opens the sources whose boxes intersect the query, one at a time. Throws InvalidArgument before init().
     double getTotalWork(const Bounds& bounds, double fraction) const override;
     // Throws NoSuchChannel "requesting channel not in the source" for a channel that no source has, and
     // InvalidArgument before init(). May be called from any thread if the functions of the manager may be.

@@ -24,7 +24,7 @@ public:
     const double* getScale() const override { return m_scale; }
     const double* getOffset() const override { return m_offset; }
     // The box applies to rounded coordinates if the layout has this filter's steps as quantization, as
-    // getPointInfo() does. InvalidArgument before init().
+    // getPointInfo() does. Throws InvalidArgument before init().
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 
