@@ -1,4 +1,4 @@
-// A box of three closed ranges, in the units of the coordinates. A value without locks.
+// A box of three closed ranges, in the units of the coordinates. A value type without locks.
 #pragma once
 
 #include <vxunpack/Export.h>

@@ -1,5 +1,5 @@
-// The description of one channel: name, sample type, significant bits and quantization step. A value without
-// locks: const methods may be called from any thread.
+// The description of one channel: name, sample type, significant bits and quantization step. A value type
+// without locks: const methods may be called concurrently.
 #pragma once
 
 #include <vxunpack/DataType.h>

@@ -10,8 +10,8 @@
 
 namespace Quillmoran {
 
-// The versions of a .vxl file and of its chunks. The newest versions are the default; older ones are for
-// readers that do not support these.
+// The versions of a .vxl file and of its chunks. The newest versions are the default; older versions are for
+// readers that do not support the newest.
 struct FileVersions
 {
     static constexpr std::uint8_t withClassNames = 2; // first version of the file with class names
@@ -30,10 +30,9 @@ struct ChannelChoice
     // The code of a transform: MQ-coded integers 1, 3, 10, 11, 13; arithmetic-coded integers 81, 83, 90, 91,
     // 93; deflated floating point 61, 63, 70, 71, 73.
     std::optional<std::uint8_t> transform;
-    // Whether it is an error if the channel does not support the transform; otherwise the transform is then
-    // ignored.
+    // Whether a transform that the channel does not support is an error; otherwise the transform is ignored.
     bool isRequired = false;
-    // Tries the transforms that smooth, not those that keep samples unchanged at coarse levels.
+    // Tries the transforms that smooth, instead of those that keep samples unchanged at coarse levels.
     bool smooth = false;
     std::optional<std::uint32_t> subblockSize; // samples, 16 to 1048576
 };

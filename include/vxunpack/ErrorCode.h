@@ -9,7 +9,7 @@ enum class ErrorCode : int
     General = -1, // a usage error, or a failure without a code of its own
 
     // Core
-    TemporaryFileRead = 40001, // a temporary file is shorter than what was written to it
+    TemporaryFileRead = 40001, // a temporary file is shorter than the data written to it
     Write = 40002,             // the output accepts no more bytes
     FileProbe = 40003,         // a file is too short to identify its type
     TextRead = 40005,          // malformed text input
@@ -17,7 +17,7 @@ enum class ErrorCode : int
     InvalidArgument = 40007,   // an argument is missing or out of range, or init() was not called
     MetadataRead = 40008,      // malformed metadata records
     MetadataWrite = 40009,     // metadata records cannot be written
-    ChannelType = 40010,       // a channel has another sample type than requested
+    ChannelType = 40010,       // a channel does not have the requested sample type
     TextField = 40011,         // the sample type of a channel has no text form
     NoSuchChannel = 40012,     // a channel index or name is unknown
     IndexRead = 40014,         // malformed R-tree

@@ -1,8 +1,9 @@
-// The IO of a file, also of a temporary file.
+// The IO of a file or a temporary file.
 //
 // A file that is opened for writing and cannot seek (a pipe, a terminal) can be written by one thread, and
-// each write must start where the last one ended, else it is ESPIPE. These writes, and the wait for a pipe's
-// reader, throw Cancelled "operation cancelled." after a signal that PercentProgressDelegate handles.
+// each write must start where the previous one ended; otherwise it fails with ESPIPE. These writes, and the
+// wait for a pipe's reader, throw Cancelled "operation cancelled." after a signal that
+// PercentProgressDelegate handles.
 #pragma once
 
 #include <vxunpack/IO.h>
@@ -21,7 +22,7 @@ public:
     // A file without a name; call init() next.
     static Imp* create();
 
-    // OSError " path = %s" if the file cannot be removed.
+    // Throws OSError " path = %s" if the file cannot be removed.
     static void deleteFile(const char* path);
     static bool fileExists(const char* path);
 
@@ -29,7 +30,7 @@ protected:
     FileIO() = default;
 };
 
-// Failures of the system are OSError with " path = %s". All functions but init(), adopt(), truncate() and
+// Failed system calls throw OSError with " path = %s". All functions but init(), adopt(), truncate() and
 // unlink() may be called from any thread; pread() and pwrite() take no lock.
 class QM_API FileIO::Imp final : public FileIO
 {
@@ -41,8 +42,8 @@ public:
     };
 
     // Names the file; no file is touched before open(). In the mode "r" reads, "w" creates and truncates, and
-    // "+" adds the other direction and creates; other characters have no meaning. InvalidArgument "path not
-    // given".
+    // "+" adds the other direction and creates; other characters have no meaning. Throws InvalidArgument
+    // "path not given" for null.
     void init(const char* path, const char* mode);
     // Creates and opens a temporary file, which is removed with this object. The directory defaults to
     // TMPDIR, then /tmp; errors name the directory.

@@ -31,12 +31,12 @@ class QM_API SimpleFileOpener final : public PersistentPointSourceManager::FileO
 public:
     static SimpleFileOpener* create();
 
-    // By the name alone, ignoring case; a name without a known ending is text.
+    // The type that the ending of a name implies, ignoring case; text if the ending is unknown.
     static PointSourceType getPointSourceType(const char* name);
     static const char* getPointSourceTypeName(PointSourceType type);
 
-    // Without these, text files are refused. If the layout is empty, each file must name its columns in a header
-    // line.
+    // Without text options, text files are refused. If the layout is empty, each file must name its columns
+    // in a header line.
     void setTextOptions(const TextOptions& options) { m_options.text = options; }
     void setTextOptions(bool scanNow, const PointInfo& layout, std::size_t skipLines)
     {
@@ -44,10 +44,11 @@ public:
     }
     bool hasTextOptions() const noexcept { return m_options.text.has_value(); }
 
-    // Whether LAS files with waveforms are opened, without their waveform packets, or refused, the default.
+    // Whether LAS files with waveforms are opened, without their waveform packets; otherwise they are
+    // refused, which is the default.
     bool willOpenFullWaveformFiles() const noexcept { return m_options.opensWaveforms; }
     void setOpenFullWaveformFiles(bool open) noexcept { m_options.opensWaveforms = open; }
-    // Opens them and calls `warn`, once per file, with a message.
+    // Opens LAS files with waveforms, and calls `warn` with a message once per file.
     void dropWaveforms(std::function<void(const std::string&)> warn);
 
     struct Options
@@ -57,8 +58,8 @@ public:
         std::function<void(const std::string&)> warn; // of dropped waveforms; may be empty
     };
 
-    // A new count of a source. Errors -1: "TXT file requires a format parse string '-parse': '%s'",
-    // "unsupported input file format '%s'"; those of the reader.
+    // Returns a source with a count of 1. Throws General "TXT file requires a format parse string '-parse':
+    // '%s'" or "unsupported input file format '%s'", and the errors of the reader.
     PointSource* openPointSource(const char* path) const override;
 
 private:
@@ -72,8 +73,8 @@ class QM_API FilePointSourceManager final : public PointSourceManager
 public:
     static FilePointSourceManager* create();
 
-    // Errors -1: "unsupported input file format '%s'", "TXT file requires a format parse string '-parse':
-    // '%s'" unless the opener has text options.
+    // Throws General "unsupported input file format '%s'", or "TXT file requires a format parse string
+    // '-parse': '%s'" unless the opener has text options.
     void addFile(const char* name);
     // One name per line, each added as a file. Relative names are relative to the directory of the list.
     // Comments and empty lines are not supported. A list with an error adds nothing.
@@ -86,7 +87,7 @@ public:
     }
     // The week for indexes that were made without one (see MergeRules.h).
     void setGPSWeek(const std::optional<int>& week) noexcept;
-    // From now on, errors of files that are added, opened or read name the file; sources are NamedSources.
+    // From now on, errors in adding, opening or reading a file name that file; sources are NamedSources.
     void setNamesErrors() noexcept;
 
     // Null for an index past the end.

@@ -9,28 +9,28 @@
 
 namespace Quillmoran {
 
-// Implementations are used by several threads at a time, except for truncate() and unlink().
+// Implementations must allow concurrent calls of all functions except truncate() and unlink().
 class QM_API IO : public Object
 {
 public:
     class Location;
 
-    // Calls nest: the IO is usable until each open() has had its close(). Failures throw Error.
+    // Calls nest: the IO stays open until each open() has been matched by a close(). Failures throw Error.
     virtual void open() = 0;
     virtual void close() = 0;
-    // Both return the number of bytes moved, which may be less than `count`; pread() returns 0 at the end of
-    // the file. Failures throw Error.
+    // Both return the number of bytes transferred, which may be less than `count`; pread() returns 0 at the
+    // end of the file. Failures throw Error.
     virtual std::size_t pread(std::int64_t offset, void* buffer, std::size_t count) const = 0;
     virtual std::size_t pwrite(std::int64_t offset, const void* buffer, std::size_t count) const = 0;
     virtual std::int64_t size() const = 0; // bytes
     virtual void truncate(std::int64_t length) = 0;
-    // Requests that the file is removed when this object is destroyed.
+    // Requests that the file be removed when this object is destroyed.
     virtual void unlink() = 0;
 };
 
 // Reads `count` bytes; returns less only at the end of the file.
 QM_API std::size_t readFully(const IO& io, std::int64_t offset, void* buffer, std::size_t count);
-// Writes all bytes; Write "write error" if the IO accepts no more.
+// Writes all bytes. Throws Write "write error" if the IO accepts no more.
 QM_API void writeFully(const IO& io, std::int64_t offset, const void* buffer, std::size_t count);
 
 // A byte range of an IO, which it retains.

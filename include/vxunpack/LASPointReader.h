@@ -1,6 +1,6 @@
 // Reads LAS files, versions 1.0 to 1.4 with point formats 0 to 10, and their compressed form, LAZ. init()
 // reads the header and the VLRs; iterators read the points, block by block. Const functions may be called
-// from any thread, and each iterator may be used on a thread of its own, also after the reader was released.
+// from any thread. Each iterator may be used on its own thread, even after the reader has been released.
 #pragma once
 
 #include <vxunpack/PointSource.h>
@@ -14,17 +14,19 @@ class QM_API LASPointReader final : public PointReader
 public:
     static LASPointReader* create();
 
-    // A file with waveforms is Waveforms "Input LAS/LAZ file contains waveform data.  This is not currently
-    // supported.", unless `openFullWaveform`: the points are then read without them. Any other fault, such as
-    // a file that is shorter than its header says, is LASOpen "Failed to create LASReader for path = '%s': "
-    // and the reason. After an error the reader can only be released.
+    // Throws Waveforms "Input LAS/LAZ file contains waveform data.  This is not currently supported." for a
+    // file with waveforms. With `openFullWaveform`, the points are read without their waveforms instead.
+    // Throws LASOpen "Failed to create LASReader for path = '%s': " followed by the reason for any other
+    // fault, such as a file that is shorter than its header says. After an error the reader can only be
+    // released.
     void init(const char* path, bool openFullWaveform);
 
     // All functions below throw InvalidArgument before init().
 
     // "LAS 1.2" or "LAZ 1.2".
     const char* getFileFormatString() const override;
-    // From the file's WKT, else translated from its GeoTIFF keys at the first call; null when it has neither.
+    // The file's WKT, or else a translation of its GeoTIFF keys, made at the first call; null if the file has
+    // neither.
     const char* getWKT() const override;
     // Whether the file has GeoTIFF keys that cannot be translated; getWKT() is then null.
     bool hasUnknownCoordinateSystem() const;
@@ -33,11 +35,11 @@ public:
     // Header fields, under the keys that LASPointWriter uses, and VLRs; `sanitize` leaves out the VLRs of the
     // coordinate system.
     void loadMetadata(Metadata& into, bool sanitize) const override;
-    // The number of points in the file, which every query reads since LAS has no index; 0 for a fraction of
-    // 0.
+    // The number of points in the file: LAS has no index, so every query reads all of them. 0 for a fraction
+    // of 0.
     double getTotalWork(const Bounds& bounds, double fraction) const override;
-    // A channel that the file lacks is NoSuchChannel, one with another type ChannelType. Malformed points are
-    // LASRead when they are reached.
+    // Throws NoSuchChannel for a channel that the file lacks and ChannelType for a channel of another type.
+    // The iterator throws LASRead when it reaches malformed points.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 

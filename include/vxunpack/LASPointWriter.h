@@ -1,6 +1,6 @@
-// Writes LAS files, versions 1.0 to 1.4, and LAZ, their form compressed by LASzip. The channels determine the
-// point format and the version: formats 0 to 3 where they can hold the channels, else 6 to 8. A second thread
-// writes the records while the next block of points is made.
+// Writes LAS files, versions 1.0 to 1.4, and LAZ, which is LAS compressed by LASzip. The channels determine
+// the point format and the version: formats 0 to 3 if they can hold the channels, otherwise 6 to 8. A second
+// thread writes the records while the next block of points is read.
 #pragma once
 
 #include <vxunpack/PointWriter.h>
@@ -15,34 +15,35 @@ namespace Quillmoran {
 class QM_API LASPointWriter final : public SimplePointWriter
 {
 public:
-    using FileVersion = int; // 10 * major + minor; -1 chooses by the channels
+    using FileVersion = int; // 10 * major + minor; -1: determined by the channels
 
-    // Both channels of GPS time were requested and differ; LAS records hold one time.
+    // Both GPS time channels were requested, but LAS records hold only one time.
     struct TimeConflict
     {
         const char* written = nullptr; // name of the channel that was written
         const char* other = nullptr;
-        std::uint64_t numLost = 0;      // points whose other time is neither 0 nor equal, and not written
+        std::uint64_t numLost = 0;      // points whose other time, neither 0 nor equal, is lost
         std::uint64_t numFromOther = 0; // points whose other time is written
     };
 
     static LASPointWriter* create();
 
-    // Retains the source. No file is created before write(), and it gets its name when it is complete. Any
-    // version other than -1 is written as given: 0 sets both version fields to 0.
+    // Retains the source. write() creates the file under a temporary name and renames it when it is complete.
+    // Any version other than -1 is written as given: 0 sets both version fields to 0.
     void init(PointSource* source, const char* path, FileVersion version);
-    // Writes LAZ in place of LAS.
+    // Writes LAZ instead of LAS.
     void setWriteLAZ(bool laz) { m_writeLAZ = laz; }
     // Takes the coordinate system from the source's WKT, not from the projection VLRs in its metadata.
     void setOverrideProjectionVLRs(bool override) { m_overrideProjection = override; }
-    // Of a layout with both GPSTime and GPSTime_Adjusted the later channel is written; with `nonzero` a time
-    // of 0 is replaced by the other one.
+    // If a layout has both GPSTime and GPSTime_Adjusted, the channel that comes later is written. With
+    // `nonzero`, a time of 0 is replaced by the other time.
     void setPrefersNonzeroTime(bool nonzero) { m_prefersNonzeroTime = nonzero; }
 
     // The number of the point format, 0 to 8, and the version for a layout.
     static int getRecordFormat(const PointInfo& layout);
     static FileVersion getFileVersion(const PointInfo& layout);
-    // Copies the channels that LAS has to `supported`, in the order of `wanted`; true when one was left out.
+    // Copies the channels that LAS has to `supported`, in the order of `wanted`. Returns whether any channel
+    // was left out.
     static bool lasSupportedChannels(const PointInfo& wanted, PointInfo& supported);
 
     bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override
@@ -50,27 +51,27 @@ public:
         return lasSupportedChannels(wanted, supported);
     }
 
-    // The rest describes the file that was written last.
+    // The functions below describe the file that was written last.
 
     // Whether the coordinate system of the source was left out: GeoTIFF keys cannot express it, or it is too
     // long for a VLR.
     bool losesCoordinateSystem() const noexcept { return m_losesCoordinateSystem; }
-    // Empty when the layout had one time or none.
+    // Empty if the layout had at most one time channel.
     const std::optional<TimeConflict>& getTimeConflict() const noexcept { return m_timeConflict; }
     // Whether scan angles were written unchanged although the point format has another unit: degrees to
     // formats 6 and above, which have steps of 0.006 degrees, or the reverse.
     bool hasForeignScanAngles() const noexcept { return m_hasForeignScanAngles; }
 
 protected:
-    // An unusable scale or offset is InvalidArgument, a channel that LAS does not have NotRepresentable
-    // "invalid LAS field: %s", a file that cannot be created or cannot seek OutputCreate "Unable to create
-    // output %s. " and the reason.
+    // Throws InvalidArgument for an unusable scale or offset, NotRepresentable "invalid LAS field: %s" for a
+    // channel that LAS does not have, and OutputCreate "Unable to create output %s. " followed by the reason
+    // if the file cannot be created or cannot seek.
     void writeBegin(const PointInfo& layout) override;
-    // Asks the delegate once per block: Cancelled "LAS Write operation cancelled.". NotRepresentable when the
-    // version cannot count the points or a coordinate does not fit into 32 bits; PointWrite "Unable to write
-    // point: " and the reason when a record cannot be written.
+    // Checks the delegate once per block, and throws Cancelled "LAS Write operation cancelled." if it asks to
+    // stop. Throws NotRepresentable if the version cannot count the points or a coordinate does not fit into
+    // 32 bits, and PointWrite "Unable to write point: " followed by the reason if a record cannot be written.
     void writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate) override;
-    // Completes the header and gives the file its name; PointWrite when that fails.
+    // Completes the header and renames the file; throws PointWrite if that fails.
     void writeEnd(std::int64_t count, const Bounds& bounds) override;
     void writeAborted() noexcept override;
 
@@ -91,7 +92,7 @@ private:
     bool m_hasForeignScanAngles = false;
     std::optional<TimeConflict> m_timeConflict;
 
-    std::unique_ptr<Impl> m_impl; // null while no file is written
+    std::unique_ptr<Impl> m_impl; // null unless a file is being written
 };
 
 } // namespace Quillmoran

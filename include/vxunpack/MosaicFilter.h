@@ -1,6 +1,6 @@
-// Shows the sources of a manager, a list of files or the tiles of an index, as one point cloud. A query reads
-// the sources whose boxes it intersects, one after the other; the others are not opened. Sources may differ
-// in their channels: docs/merging.md describes what the mosaic makes of them.
+// Presents the sources of a manager (a list of files, or the tiles of an index) as one point cloud. A query
+// reads the sources whose boxes it intersects, one after the other; the others are not opened. Sources may
+// have different channels: docs/merging.md describes how the mosaic merges them.
 //
 // A manager with an overview, a file that holds a fraction of all points, answers queries of up to that
 // fraction from the overview.
@@ -31,13 +31,14 @@ class QM_API MosaicFilter final : public PointFilter
 public:
     static MosaicFilter* create();
 
-    // Retains the manager and opens every source for its description. `gpsWeek` is the GPS week (0 began on
-    // 1980-01-06) that week times count from; with it, they are converted to adjusted standard time. Without
-    // it, sources with different clocks throw InvalidArgument. The mosaic is unchanged when init() throws.
+    // Retains the manager and opens every source to read its description. `gpsWeek` is the GPS week (0 began
+    // on 1980-01-06) from which week times count; if it is given, week times are converted to adjusted
+    // standard time. Otherwise sources with different clocks are refused: InvalidArgument. If init() throws,
+    // the mosaic is unchanged.
     void init(PointSourceManager* manager, const std::optional<int>& gpsWeek = std::nullopt);
     // For a tile-set index: the description and the boxes are given, and no source is opened. The values of
-    // the tree are the manager's indices; the tree is retained. `gpsWeek` is the one that the description was
-    // made with.
+    // the tree are the manager's indices; the tree is retained. `gpsWeek` is the week with which the
+    // description was made.
     void init(const PointCloudInfo* info, const RTree* tree, PointSourceManager* manager,
               const std::optional<int>& gpsWeek = std::nullopt);
     void setClassIdNames(const char* const* names, std::size_t count)
@@ -46,10 +47,10 @@ public:
     }
 
     const char* getFileFormatString() const { return "Mosaic 1.0"; }
-    // What the sources did not agree on; empty for a tile-set index.
+    // Differences between the sources; empty for a tile-set index.
     const std::vector<std::string>& getWarnings() const noexcept { return m_warnings; }
-    // Each different text once, in order of first appearance, with the first file that has it. Texts may
-    // differ and mean the same. Empty for a tile-set index.
+    // Each distinct WKT once, in order of first appearance, with the first file that has it. Distinct texts
+    // may describe the same system. Empty for a tile-set index.
     const std::vector<NamedCoordinateSystem>& getCoordinateSystems() const noexcept
     {
         return m_coordinateSystems;
@@ -67,10 +68,10 @@ public:
     // The records that all sources share, without point counts and boxes; opens every source. None for a
     // tile-set index.
     void loadMetadata(Metadata& into, bool sanitize) const override;
-    // Opens the sources whose boxes intersect the query, one at a time. InvalidArgument before init().
+    // Opens the sources whose boxes intersect the query, one at a time. Throws InvalidArgument before init().
     double getTotalWork(const Bounds& bounds, double fraction) const override;
-    // A channel that no source has is NoSuchChannel "requesting channel not in the source". InvalidArgument
-    // before init(). May be called from any thread if the manager's functions may.
+    // Throws NoSuchChannel "requesting channel not in the source" for a channel that no source has, and
+    // InvalidArgument before init(). May be called from any thread if the functions of the manager may be.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 

@@ -1,6 +1,6 @@
-// The tiles of an index file as the sources of a manager. Each call opens a tile anew; the manager keeps none
-// open. FilePointSourceManager joins the tiles of an index with a MosaicFilter, which looks up the tiles of a
-// query in the index's R-tree.
+// The tiles of an index file as the sources of a manager. Each call opens the tile again; the manager keeps
+// no tile open. FilePointSourceManager joins the tiles of an index with a MosaicFilter, which looks up the
+// tiles of a query in the index's R-tree.
 //
 // A tile that changed after it was indexed is still read, but queries select it by the bounds in the index.
 // The index file stays open for as long as its R-tree is in use.
@@ -60,12 +60,12 @@ public:
     const RTree* getRTree() const noexcept;
     // The week that converts the week times of tiles to adjusted standard time, if any.
     const std::optional<int>& getGPSWeek() const noexcept;
-    // -1 "bad tile index" past the end.
+    // Throws General "bad tile index" for an index past the end.
     const TileInfo& getTileInfo(std::size_t index) const;
     // Null without an overview.
     const TileInfo* getOverviewInfo() const noexcept;
 
-    // -1 "bad tile index"; the opener's own errors, with the path of the tile.
+    // Throws General "bad tile index", and the errors of the opener with the path of the tile.
     PointSource* createPointSource(std::size_t index) override;
     std::string getSourceName(std::size_t index) const override { return getTileInfo(index).path; }
     double getOverviewFraction() const override;

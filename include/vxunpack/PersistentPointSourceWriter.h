@@ -1,8 +1,8 @@
 // Builds an index file: a set of tiles, each opened once for its description. A set can start from an
-// existing index and follow changes of the files.
+// existing index and be updated when files change.
 //
-// Tiles keep the order in which they were added. Different paths of one file name the same tile: paths are made
-// absolute and the links of their directories resolved before they are compared.
+// Tiles keep the order in which they were added. Different paths to one file refer to the same tile: before
+// paths are compared, they are made absolute and symbolic links in their directories are resolved.
 #pragma once
 
 #include <vxunpack/PersistentPointSourceManager.h>
@@ -29,7 +29,7 @@ public:
 
     static PersistentPointSourceWriter* create();
 
-    // An empty set, or that of an index.
+    // Starts with no tiles, or with the tiles of an index.
     void init(FileOpener* opener);
     void init(const char* index, FileOpener* opener);
 
@@ -39,28 +39,29 @@ public:
     // Differences between the tiles: see PointCloudUnion.
     std::vector<std::string> getWarnings() const;
     const std::vector<NamedCoordinateSystem>& getCoordinateSystems() const noexcept;
-    // The opened files whose coordinate systems are not understood.
+    // The opened files that have a coordinate system which cannot be translated.
     const std::vector<std::string>& getUnknownCoordinateSystems() const noexcept;
 
-    // Opens the file and inserts it; errors are those of the opener, of describeTile() and of
-    // PointCloudUnion::add(). A file that is already a tile, or the overview, is described anew in its place.
+    // Opens the file and inserts it; throws the errors of the opener, of describeTile() and of
+    // PointCloudUnion::add(). If the file is already a tile, or the overview, its description is read again.
     void add(const char* file);
-    // Adds a tile, or replaces the one of the same path, without opening it. Its channels must be among those
-    // of the set.
+    // Adds a tile, or replaces the tile with the same path, without opening the file. Its channels must be
+    // channels of the set.
     void insert(const TileInfo& tile);
-    // Follows a change of a file: adds a new one, describes it anew if its time changed, removes it if it no
-    // longer exists. Channels of removed tiles remain channels of the set. Also applies to the overview.
+    // Updates the set for one file: adds a new file, reads the description of a tile again if its file may
+    // have changed, and removes a tile whose file no longer exists. Channels of removed tiles remain channels
+    // of the set. Also applies to the overview.
     Change update(const char* file);
     // False if there is no such tile.
     bool remove(const char* file);
     void clear();
 
     // Converts week times of the tiles to adjusted standard time, so that tiles with either clock can be
-    // added. -1 if the index was made with another week.
+    // added. Throws General if the index was made with another week.
     void setGPSWeek(int week);
     void setSRS(const char* srs);
-    // A file with that fraction of all points, above 0 and at most 1: -1 "bad overview fraction". Removes the
-    // tile with that path, if any.
+    // Sets the file that holds this fraction of all points. Throws General "bad overview fraction" unless the
+    // fraction is above 0 and at most 1. Removes the tile with that path, if any.
     void setOverview(const char* file, double fraction);
     // Null without an overview.
     const TileInfo* getOverviewInfo() const noexcept;
@@ -69,8 +70,8 @@ public:
     // The mosaic of the tiles, as readers of the index will see it, without writing the index.
     Scoped<PointSource> createPointSource() const;
 
-    // Stores relative paths of files below the directory of the index and absolute paths of others. A file of
-    // this name is replaced only when the new index is complete.
+    // Stores the paths of files in or below the directory of the index relative to it, and absolute paths of
+    // other files. An existing index is replaced only when the new one is complete.
     void write(const char* index) const;
 
 private:

@@ -21,17 +21,17 @@ public:
     ChannelData(const ChannelData&) = delete;
     ChannelData& operator=(const ChannelData&) = delete;
 
-    // Copies the description and allocates `count` samples; OSError (ENOMEM).
+    // Copies the description and allocates `count` samples. Throws OSError (ENOMEM).
     void init(const ChannelInfo& info, std::size_t count);
     // Replaces the samples by `count` samples with unspecified contents and sets the offset to 0.
     void resize(std::size_t count);
-    // Replaces the array by one of the same count and type. With `owns` the channel frees it with XDEALLOC,
-    // else the array must outlive the channel.
+    // Replaces the array by one with the same count and type. With `owns`, the channel frees it with
+    // XDEALLOC; otherwise the array must outlive the channel.
     void setData(void* data, bool owns);
     // Changes the type without converting the samples.
     void setDataType(DataType type) noexcept { setType(type); }
-    // Hides the first `offset` of all samples. InvalidArgument "offset too large" unless it is below their
-    // number.
+    // Hides the first `offset` of all samples. Throws InvalidArgument "offset too large" unless `offset` is
+    // less than their number.
     void setOffset(std::size_t offset);
 
     std::size_t getNumSamples() const noexcept { return m_numSamples - m_offset; }
@@ -39,18 +39,19 @@ public:
     const void* getData() const noexcept;
     void* getData() noexcept;
 
-    // All three check both ranges first: InvalidArgument "%s too small" with "dst" or "src".
+    // These three functions check both ranges first, and throw InvalidArgument "%s too small" with "dst" or
+    // "src".
     //
-    // Copies samples between channels of the same type; the ranges may overlap. InvalidArgument "datatype are
-    // not the same".
+    // Copies samples between channels of the same type; the ranges may overlap. Throws InvalidArgument
+    // "datatype are not the same".
     static void copy(ChannelData& dst, std::size_t dstIndex, const ChannelData& src, std::size_t srcIndex,
                      std::size_t count);
-    // Converts as the language does between integer types or between floating-point types; narrowing wraps.
-    // InvalidArgument "isFloat(dst) != isFloat(src)".
+    // Converts between integer types or between floating-point types, as a C++ cast does; narrowing wraps.
+    // Throws InvalidArgument "isFloat(dst) != isFloat(src)".
     static void convert(ChannelData& dst, std::size_t dstIndex, const ChannelData& src, std::size_t srcIndex,
                         std::size_t count);
     // Quantizes a floating-point to an integer channel, floor((value - offset) / scale + 0.5), or dequantizes
-    // an integer to a floating-point channel, value * scale + offset. Values out of range wrap.
+    // an integer to a floating-point channel, value * scale + offset. Values out of range wrap. Throws
     // InvalidArgument "isFloat(dst) == isFloat(src)".
     static void convert(ChannelData& dst, std::size_t dstIndex, const ChannelData& src, std::size_t srcIndex,
                         double offset, double scale, std::size_t count);
@@ -67,8 +68,8 @@ private:
 class QM_API PointData
 {
 public:
-    // Allocates `count` points with unspecified contents. InvalidArgument "must have x, y, and z channels"
-    // unless the layout has them as FLOAT64; the block is then empty.
+    // Allocates `count` points with unspecified contents. Throws InvalidArgument "must have x, y, and z
+    // channels" unless the layout has them as FLOAT64; the block is then empty.
     void init(const PointInfo& info, std::size_t count);
     // As ChannelData, for all channels.
     void resize(std::size_t count);
@@ -83,20 +84,20 @@ public:
     double* getZ() noexcept { return m_z + m_offset; }
 
     std::size_t getNumChannels() const noexcept { return m_channels.size(); }
-    // By index: NoSuchChannel "bad channel index" if out of range. By name: the first match, or null.
+    // By index: throws NoSuchChannel "bad channel index" if out of range. By name: the first match, or null.
     const ChannelData& getChannel(std::size_t index) const;
     ChannelData& getChannel(std::size_t index);
     const ChannelData* getChannel(const char* name) const noexcept;
     ChannelData* getChannel(const char* name) noexcept;
     bool hasChannel(const char* name) const noexcept { return getChannel(name) != nullptr; }
 
-    // Copies points between blocks whose channels have the same types in the same order. InvalidArgument
-    // "number of channels must the same" and the errors of ChannelData::copy().
+    // Copies points between blocks whose channels have the same types in the same order. Throws
+    // InvalidArgument "number of channels must the same" and the errors of ChannelData::copy().
     static void copy(PointData& dst, std::size_t dstIndex, const PointData& src, std::size_t srcIndex,
                      std::size_t count);
 
-    // Updates `dst`, an even sample of the `seen` points that were merged before, to a sample of these and
-    // the first `count` points of `src`. Deterministic. The same errors as copy().
+    // Updates `dst`, an even sample of the `seen` points merged so far, to an even sample of these points and
+    // the first `count` points of `src`. Deterministic. Throws the same errors as copy().
     static void merge(PointData& dst, std::size_t seen, const PointData& src, std::size_t count);
 
 private:

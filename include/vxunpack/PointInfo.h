@@ -1,5 +1,5 @@
 // The layout of a point: its channels in order. Channel i of a PointInfo describes channel i of a PointData
-// with that layout. A value without locks: const methods may be called from any thread.
+// with that layout. A value type without locks: const methods may be called concurrently.
 #pragma once
 
 #include <vxunpack/ChannelInfo.h>
@@ -18,8 +18,9 @@ public:
     // `count` blank channels.
     void init(std::size_t count);
     void init(const PointInfo& source) { *this = source; }
-    // Copies the given channels of a layout, in the given order. NoSuchChannel "bad channel index" or
-    // "bad channel name '%s'"; the channels before that one are then copied.
+    // Copies the given channels of a layout, in the given order. Throws NoSuchChannel "bad channel index" or
+    // "bad channel name '%s'" at the first bad one; the channels before it have then been copied, and the
+    // others are blank.
     void init(const PointInfo& source, const std::size_t* indices, std::size_t count);
     void init(const PointInfo& source, const char* const* names, std::size_t count);
     // The same for the channels of a block of points.
@@ -30,7 +31,7 @@ public:
     void append(const ChannelInfo& channel) { m_channels.push_back(channel); }
 
     std::size_t getNumChannels() const noexcept { return m_channels.size(); }
-    // By index: NoSuchChannel "bad channel index" if out of range. By name: the first match, or null.
+    // By index: throws NoSuchChannel "bad channel index" if out of range. By name: the first match, or null.
     // References and pointers are valid until the layout changes.
     const ChannelInfo& getChannel(std::size_t index) const;
     ChannelInfo& getChannel(std::size_t index);
@@ -42,8 +43,8 @@ public:
 
     // Bytes of one point in all channels.
     std::size_t getPointSize() const noexcept;
-    // A good number of points for a block: 1 MiB of samples, but up to `max` points and at least 1. A point
-    // can have tens of thousands of channels. Results never depend on the size of blocks.
+    // A suitable number of points for a block: 1 MiB of samples, but at most `max` points and at least 1. A
+    // point can have tens of thousands of channels. Results never depend on the size of blocks.
     std::size_t getBlockPoints(std::size_t max) const noexcept;
 
     bool operator==(const PointInfo& other) const noexcept { return m_channels == other.m_channels; }

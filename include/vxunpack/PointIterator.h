@@ -33,23 +33,23 @@ class QM_API PointIterator : public Object
 {
 public:
     // Fills the buffer, which has the layout of the query, from index 0 and returns the number of points; 0
-    // at the end. Throws what reading the points throws; Cancelled if the delegate asks to stop.
+    // at the end. Throws the errors of reading the points, and Cancelled if the delegate asks to stop.
     virtual std::size_t getNextPoints(PointData& buffer) = 0;
 
     // The box of a query, grown by half a quantization step on each side, so that it contains the points
-    // whose quantized coordinates are in the box. InvalidArgument "must have x, y, and z channels".
+    // whose quantized coordinates are in the box. Throws InvalidArgument "must have x, y, and z channels".
     static Bounds widened(const Bounds& bounds, const PointInfo& layout);
 
 protected:
     PointIterator() = default;
 
-    // Sets the query, with its box widened; the same error. The delegate may be null and must outlive the
-    // iterator. Before init() a query selects no point.
+    // Sets the query and widens its box; throws the same error as widened(). The delegate may be null and
+    // must outlive the iterator. Before init(), no point is selected.
     void init(const Bounds& bounds, double fraction, const PointInfo& layout, ProgressDelegate* delegate);
 
     // The widened box.
     const Bounds& getBounds() const noexcept { return m_bounds; }
-    // Whether a point is in the box. A NaN coordinate is in no box but Bounds::Huge().
+    // Whether a point is in the box. A point with a NaN coordinate is in no box except Bounds::Huge().
     bool isWanted(double x, double y, double z) const noexcept
     {
         return m_isUnbounded || m_bounds.contains(x, y, z);
@@ -72,8 +72,8 @@ protected:
 
     // For iterators that decode points to arrays of their own: visits the points from `cursor` to `fill`, and
     // calls copyRun(filled, first, count) for each run of points that the query selects, until the caller's
-    // buffer, which has `filled` points, has `capacity` points. Returns the new number of points in the
-    // buffer and advances `cursor` past the visited points.
+    // buffer, which starts with `filled` points, holds `capacity` points. Returns the new number of points in
+    // the buffer and advances `cursor` past the visited points.
     template <class CopyRun>
     std::size_t takeKept(const double* x, const double* y, const double* z, std::size_t& cursor,
                          std::size_t fill, std::size_t filled, std::size_t capacity, CopyRun copyRun)

@@ -51,8 +51,8 @@ public:
     // or 0 if the number of points is unknown.
     virtual double getTotalWork(const Bounds& bounds, double fraction) const;
     // A new iterator with a count of 1, owned by the caller. The delegate may be null and must outlive the
-    // iterator. InvalidArgument "must have x, y, and z channels" or NoSuchChannel for a layout that the
-    // source does not have.
+    // iterator. Throws InvalidArgument "must have x, y, and z channels" or NoSuchChannel for a layout that
+    // the source does not have.
     virtual PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                           ProgressDelegate* delegate) const = 0;
 
@@ -66,8 +66,8 @@ public:
     double estimatePoints(const Bounds& bounds, double fraction) const;
 
     // Fills the buffer, whose layout is that of the query, with an even sample of the points in the box.
-    // Returns the number of points that were read, which may be larger than the buffer. Cancelled "operation
-    // cancelled." and the errors of createIterator() and the iterator.
+    // Returns the number of points that were read, which may be larger than the buffer. Throws Cancelled
+    // "operation cancelled." and the errors of createIterator() and the iterator.
     std::size_t read(const Bounds& bounds, PointData& buffer, ProgressDelegate* delegate) const;
 };
 
@@ -114,9 +114,9 @@ private:
 class QM_API PointFilter : public PointSource
 {
 public:
-    // Retains the source; InvalidArgument for null.
+    // Retains the source. Throws InvalidArgument for null.
     void init(PointSource* source);
-    // Never null; InvalidArgument before init().
+    // Never null; throws InvalidArgument before init().
     PointSource* getSrc() const;
 
     const PointInfo& getPointInfo() const override { return getSrc()->getPointInfo(); }

@@ -19,17 +19,17 @@ public:
     virtual const double* getScale() const = 0;
     virtual const double* getOffset() const = 0;
     // Writes the points of the query and returns their number. The delegate may be null. A failed call
-    // removes its partial output and keeps the file that it would have replaced. InvalidArgument before
-    // init(), Cancelled, and the errors of the source and the format.
+    // removes its partial output and keeps the file that it would have replaced. Throws InvalidArgument
+    // before init(), Cancelled, and the errors of the source and the format.
     virtual std::int64_t write(const Bounds& bounds, double fraction, const PointInfo& layout,
                                ProgressDelegate* delegate) = 0;
-    // Sets `supported` to the channels of `wanted` that the format supports; false if dropping channels needs
-    // no warning.
+    // Sets `supported` to the channels of `wanted` that the format supports; returns false if dropping
+    // channels needs no warning.
     virtual bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const = 0;
 
-    // Retains the source and copies its metadata and quantization. InvalidArgument for null.
+    // Retains the source and copies its metadata and quantization. Throws InvalidArgument for null.
     void init(PointSource* source);
-    // Never null; InvalidArgument before init().
+    // Never null; throws InvalidArgument before init().
     PointSource* getSrc() const;
 
     // Removes the records that do not apply to the points of this query.
@@ -44,7 +44,8 @@ public:
 protected:
     PointWriter() = default;
 
-    // The number of points per block: the chunk size, or less if there are fewer points or they are large.
+    // The number of points per block: the chunk size, or less if there are fewer points or the points are
+    // large.
     std::size_t getBlockSize(const PointInfo& layout) const;
     // The channels of a layout that the format supports; warns of the others.
     PointInfo getSupported(const PointInfo& layout, ProgressDelegate* delegate) const;
@@ -55,7 +56,7 @@ private:
     std::size_t m_chunckSize = 4096;
 };
 
-// Calls writeBegin(), writePoints() for each block and writeEnd(); after an error in one of them
+// Calls writeBegin(), writePoints() for each block and writeEnd(). After an error in one of them, calls
 // writeAborted().
 class QM_API SimplePointWriter : public PointWriter
 {
@@ -71,8 +72,8 @@ public:
 protected:
     SimplePointWriter() = default;
 
-    // For formats with integer coordinates: InvalidArgument unless scales are normal numbers above 0 whose
-    // multiples are finite, and offsets are finite.
+    // For formats with integer coordinates: throws InvalidArgument unless scales are normal numbers above 0
+    // whose multiples are finite, and offsets are finite.
     void checkQuantization() const;
 
     virtual void writeBegin(const PointInfo& layout) = 0;

@@ -1,5 +1,5 @@
 // Receives the progress and the warnings of a long operation and can cancel it. The operation sets the total
-// amount of work once and adds what it has done, in points. Used by the thread that runs the operation.
+// amount of work once and reports the work done, both in points. Used by the thread that runs the operation.
 #pragma once
 
 #include <vxunpack/Export.h>
@@ -24,7 +24,7 @@ public:
     // Called by operations.
     void setTotal(double total);
     void updateCompleted(double delta, const char* message);
-    // NaN if the total is 0 and nothing was done.
+    // NaN if the total is 0 and no work was done.
     double getProgress() const { return m_completed / m_total; }
     void warning(const char* format, ...) __attribute__((format(printf, 2, 3)));
 

@@ -13,18 +13,18 @@ class QM_API QuantizeFilter final : public PointFilter
 public:
     static QuantizeFilter* create();
 
-    // Retains the source. `steps` are those of X, Y and Z in the source's units; InvalidArgument "a step must
-    // be above 0: %g" when one is not, or is not finite.
+    // Retains the source. `steps` has the steps of X, Y and Z in the source's units. Throws InvalidArgument
+    // "a step must be above 0: %g" unless all of them are finite and above 0.
     void init(PointSource* source, const double* steps);
 
     const PointInfo& getPointInfo() const override { return m_info; }
-    // Asks the source at the first call, which makes some sources read all points. Not safe to call from
+    // Queries the source at the first call, which makes some sources read all points. Must not be called by
     // several threads at a time.
     const Bounds& getBounds() const override;
     const double* getScale() const override { return m_scale; }
     const double* getOffset() const override { return m_offset; }
     // The box applies to rounded coordinates if the layout has this filter's steps as quantization, as
-    // getPointInfo() does. InvalidArgument before init().
+    // getPointInfo() does. Throws InvalidArgument before init().
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 

@@ -1,6 +1,6 @@
-// Passes the points whose value in one integer channel is, or is not, in a set: the ground points of a
-// survey, all flight lines but one. The description is the source's own, including its number of points. Set
-// up the values first: createIterator() only reads them and may then be called from any thread.
+// Passes the points whose value in one integer channel is, or is not, in a set: for example the ground points
+// of a survey, or all flight lines but one. The description is the source's own, including its number of
+// points. Set up the values first: createIterator() only reads them and may then be called from any thread.
 #pragma once
 
 #include <vxunpack/PointSource.h>
@@ -22,8 +22,8 @@ public:
     // channel. Existing iterators keep the values they were made with.
     void addValue(int value) { m_values.insert(value); }
 
-    // The layout need not have the channel. The channel must be an integer of at most 32 bits, or General
-    // "unsupported datatype" is thrown. InvalidArgument before init().
+    // The layout need not have the channel. Throws General "unsupported datatype" unless the channel is an
+    // integer of at most 32 bits, and InvalidArgument before init().
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 

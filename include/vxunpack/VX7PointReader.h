@@ -11,16 +11,16 @@ class ChunkReader;
 class WaveletDecoderInfo;
 
 // After init() the const methods may be called from any thread, and iterators may be used on different
-// threads, each by one thread at a time. Iterators keep the file; the reader may be released before them.
-// Before init(), or after a failed one, every method that needs the file throws InvalidArgument "the reader
-// is not open".
+// threads, each by one thread at a time. Iterators keep the file open; the reader may be released before
+// them. Before init(), or after a failed one, every method that needs the file throws InvalidArgument "the
+// reader is not open".
 class QM_API VX7PointReader final : public PointReader
 {
 public:
     // Returns a new reader with a count of 1.
     static VX7PointReader* create();
 
-    // Opens a file by its path, or an IO, which is retained. Called once.
+    // Opens a file by its path, or an IO, which is retained. Must be called only once.
     //
     // Unsupported: not a .vxl file, or an unsupported version. ContainerRead, ChunkHeaderRead,
     // WaveletHeaderRead, IndexChunkRead, IndexRead, SubbandRead, MetadataChunkRead, WKTChunkRead,
@@ -33,18 +33,19 @@ public:
     {
         return m_fileFormat;
     } // "VX7 4.0.0.4"; empty before init()
-    // Reads the metadata records. MetadataRead if they are malformed; init() does not check them.
+    // Reads the metadata records. Throws MetadataRead if they are malformed; init() does not check them.
     void loadMetadata(Metadata& into, bool sanitize) const override;
     // The number of points that a query decodes.
     double getTotalWork(const Bounds& bounds, double fraction) const override;
-    // An iterator with a count of 1. General "could not find channel '%s'" or "unsupported datatype" for a
-    // layout that the file cannot provide; InvalidArgument for one without X, Y and Z; WaveletHeaderRead if
-    // decoding needs unreasonably much memory. getNextPoints() of the iterator throws SubbandRead or Inflate
-    // for damaged data and Cancelled if the delegate is cancelled.
+    // Returns an iterator with a count of 1. Throws General "could not find channel '%s'" or "unsupported
+    // datatype" for a layout that the file cannot provide; InvalidArgument for one without X, Y and Z;
+    // WaveletHeaderRead if decoding needs an unreasonable amount of memory. getNextPoints() of the iterator
+    // throws SubbandRead or Inflate for damaged data, and Cancelled if the delegate asks to stop.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 
-    // The internal description of the file, for this project's own programs. Valid as long as the reader.
+    // The internal description of the file, for this project's own programs. Valid as long as the reader
+    // exists.
     const WaveletDecoderInfo& getDecoderInfo() const;
 
 private:

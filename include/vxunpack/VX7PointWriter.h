@@ -4,8 +4,8 @@
 //
 // The source is read twice: the first pass surveys the channels, the second encodes them. The bands are
 // collected in a temporary file. Memory does not grow with the number of points, unless the points per index
-// entry are given: by default an index has at most 65,536 entries, which use 150 bytes each while they are
-// built.
+// entry are given: by default an index has at most 65,536 entries, which use up to 150 bytes each while the
+// index is written.
 #pragma once
 
 #include <vxunpack/EncodeOptions.h>
@@ -31,11 +31,12 @@ public:
     // once all points are encoded.
     void init(PointSource* source, const char* path);
     void init(PointSource* source, IO* io);
-    // InvalidArgument for a value out of its range, General "bad transform type" for an unknown transform.
+    // Throws InvalidArgument for a value out of its range, General "bad transform type" for an unknown
+    // transform.
     void setOptions(const EncodeOptions& options);
 
     // The scale and offset of X, Y and Z to try first. Coordinates are stored with them only if that is
-    // lossless. Without a call: those of the source.
+    // lossless. By default, those of the source.
     void setQuantization(const double* scale, const double* offset) override;
     const double* getScale() const override { return m_hasGrid ? m_scale : nullptr; }
     const double* getOffset() const override { return m_hasGrid ? m_offset : nullptr; }
@@ -44,8 +45,8 @@ public:
     //
     // InvalidArgument: init() was not called ("the writer has no source"), a channel does not support an
     // option, a name cannot be stored, or the two passes read different points. Cancelled "VX7 Write
-    // operation cancelled.": the delegate, which is checked once per block, is cancelled. OutputCreate,
-    // Write, OSError: the output cannot be written. Also the errors of the source.
+    // operation cancelled.": the delegate, which is checked once per block, asked to stop. OutputCreate,
+    // Write, OSError: the output cannot be written. Errors of the source are passed on.
     std::int64_t write(const Bounds& bounds, double fraction, const PointInfo& layout,
                        ProgressDelegate* delegate) override;
     // All channels of known sample types.

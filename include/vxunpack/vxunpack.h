@@ -1,5 +1,5 @@
-// Everything that the library offers. Cloud.h is enough for most programs; the other headers are for those that
-// extend the library with sources, filters and writers of their own.
+// The complete interface of the library. Cloud.h is enough for most programs; the other headers are for
+// programs that extend the library with their own sources, filters and writers.
 #pragma once
 
 #include <vxunpack/Cloud.h>

@@ -169,6 +169,10 @@ TEST(Cloud, MistakesAreErrors)
     EXPECT_EQ(codeOf([&] { vx::open(std::vector<std::string>()); }), ErrorCode::InvalidArgument);
     EXPECT_EQ(codeOf([&] { vx::open(directory / "absent.vxl").read(); }), ErrorCode{ENOENT});
     EXPECT_EQ(codeOf([&] { vx::write(directory / "out.index", cloud); }), ErrorCode::General);
+    EXPECT_EQ(codeOf([&] { vx::write(directory / "out.vlx", cloud); }), ErrorCode::InvalidArgument);
+    const TemporaryDirectory inputs;
+    vx::write(inputs / "in.vxl", cloud);
+    EXPECT_EQ(codeOf([&] { vx::write(inputs / "in.vxl", vx::open(inputs / "in.vxl")); }), ErrorCode::General);
     EXPECT_EQ(codeOf([&] { vx::write(directory / "out", cloud, {.format = "lazz"}); }),
               ErrorCode::InvalidArgument);
 

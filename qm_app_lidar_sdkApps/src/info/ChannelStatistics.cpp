@@ -11,7 +11,7 @@ namespace Quillmoran {
 
 namespace {
 
-// The alternative of Sample that represents every T.
+// The alternative of Sample that can represent every T.
 template <class T>
 using Wide = std::conditional_t<std::is_floating_point_v<T>, double,
                                 std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>>;

@@ -1,4 +1,4 @@
-// The results of a run for one file. Written as text or as JSON.
+// The results of vxinfo for one file, to be written as text or JSON.
 #pragma once
 
 #include "info/ChannelStatistics.h"
@@ -20,9 +20,9 @@ struct FileReport
     };
 
     std::string fileName;
-    std::optional<SourceDescription> description; // unless the file cannot be opened
-    std::optional<Check> check;                   // of a run with -check that completed
-    std::vector<ChannelStatistics> statistics;    // of a run with -stats that completed
+    std::optional<SourceDescription> description; // none if the file cannot be opened
+    std::optional<Check> check;                   // only if -check completed
+    std::vector<ChannelStatistics> statistics;    // only if -stats completed
     std::vector<std::string> problems;            // empty for a sound file
 };
 

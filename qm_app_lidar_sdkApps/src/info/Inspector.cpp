@@ -76,7 +76,7 @@ FileReport Inspector::inspect(const std::string& fileName) const
     return report;
 }
 
-// Shows progress except in JSON output. Ends the progress line also on failure, before the next report.
+// Shows progress except in JSON output. Also ends the progress line after an error, before the next report.
 void Inspector::decode(FileReport& report) const
 {
     if (m_cmdLine.getFlag("json"))

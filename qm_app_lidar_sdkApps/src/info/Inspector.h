@@ -17,8 +17,8 @@ public:
     Inspector();
 
 private:
-    // Returns whether no file has a problem. Errors of a file are problems in its report, and the next file
-    // follows; only cancellation is thrown.
+    // Returns true if no file has a problem. An error in a file is added to the problems in its report, and
+    // the program continues with the next file; only cancellation is thrown.
     bool work() override;
     void inspectArgument(const std::string& argument);
     FileReport inspect(const std::string& fileName) const;
@@ -26,7 +26,7 @@ private:
     void scan(FileReport& report, ProgressDelegate* progress) const;
     void write(const FileReport& report);
 
-    // Does the work and adds its error to the problems of the file.
+    // Does the work; if it fails, adds the error to the problems of the file.
     template <class Work>
     void attempt(FileReport& report, Work work) const;
     std::string explain(const Error& error) const;

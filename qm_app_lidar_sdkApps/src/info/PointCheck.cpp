@@ -71,7 +71,7 @@ void PointCheck::add(const PointData& block, std::size_t count)
     const double* y = block.getY();
     const double* z = block.getZ();
     for (std::size_t i = 0; i < count; ++i) {
-        // Bounds never contain a NaN.
+        // A NaN coordinate does not count towards the bounds.
         if (m_allowed.contains(x[i], y[i], z[i]) || std::isnan(x[i] + y[i] + z[i]))
             continue;
         if (m_numOutside++ == 0)

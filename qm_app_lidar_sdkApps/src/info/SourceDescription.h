@@ -17,14 +17,14 @@ struct SourceDescription
     const char* typeName = "";
     const char* format = nullptr; // of a single file; null for an index
     std::optional<std::uint64_t> fileBytes;
-    bool hasWaveforms = false; // whose packets are not decoded
+    bool hasWaveforms = false; // waveform packets are not decoded
     Metadata metadata;
 
     // Only for compressed files. Owned by the source.
     const WaveletDecoderInfo* compression = nullptr;
     CompressedSize compressedSize;
 
-    // Throws the errors of metadata that cannot be read.
+    // Throws if the metadata cannot be read.
     SourceDescription(const Scoped<PointSource>& opened, const std::string& fileName);
 };
 

@@ -34,7 +34,8 @@ Integer narrow(std::uint32_t value, const char* option)
     return narrowed;
 }
 
-// "number" for all channels, or "channel=number"; parsed from the end, since the name of a channel may contain "=".
+// "number" for all channels, or "channel=number"; parsed from the end, since the name of a channel may
+// contain "=".
 template <class Set>
 void parseChoices(const QMCmdLine& cmdLine, const char* option, EncodeOptions& options, Set set)
 {

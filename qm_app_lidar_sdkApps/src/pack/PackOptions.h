@@ -11,10 +11,10 @@ class QMCmdLine;
 namespace PackOptions {
 
 void add(QMCmdLine& cmdLine);
-// -1 for text in another format, InvalidArgument for a value out of its range.
+// Throws General for malformed text, InvalidArgument for a value out of its range.
 EncodeOptions get(const QMCmdLine& cmdLine);
-// Replaces names of channels that the user gave with those of the layout; InvalidArgument for an unknown
-// channel.
+// Replaces the channel names that the user gave with those of the layout. Throws InvalidArgument for an
+// unknown channel.
 void resolveChannels(EncodeOptions& options, const PointInfo& layout);
 
 } // namespace PackOptions

@@ -116,8 +116,8 @@ bool Packer::work()
 void Packer::addInputs(FilePointSourceManager& files, ProgressDelegate& delegate) const
 {
     const std::vector<std::string> names = Utils::getStrings(m_cmdLine, "inputFile");
-    // A mosaic needs the bounds of its files, so text is scanned when it is opened. A single text file is not:
-    // the writer reads it twice anyway.
+    // A mosaic needs the bounds of its files, so text is scanned when it is opened. A single text file is
+    // not: the writer reads it twice anyway.
     const bool isMosaic =
         names.size() > 1 || Utils::getPointSourceType(names[0].c_str()) != POINT_SOURCE_TEXT;
     Utils::setTextOptions(files, isMosaic, m_cmdLine, &delegate);

@@ -120,6 +120,11 @@ Cloud::Cloud(Scoped<PointSource> source) : m_source(std::move(source))
         QM_THROW(ErrorCode::InvalidArgument, "a cloud needs a source");
 }
 
+Cloud::Cloud(Scoped<PointSource> source, Scoped<FilePointSourceManager> files) : Cloud(std::move(source))
+{
+    m_files = std::move(files);
+}
+
 Cloud Cloud::fromColumns(std::vector<Column> columns)
 {
     std::vector<Channel> channels;

@@ -4,6 +4,7 @@
 #include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
+#include <cstring>
 #include <vector>
 
 namespace Quillmoran {
@@ -29,6 +30,9 @@ public:
                          wanted.getName());
         }
         m_block.init(all, all.getBlockPoints(maxBlockPoints));
+        for (std::size_t i = 0; i < all.getNumChannels(); ++i) // for functions that do not fill all channels
+            std::memset(m_block.getChannel(i).getData(), 0,
+                        m_block.getNumSamples() * DataTypeUtils::getSize(all.getChannel(i).getDataType()));
     }
 
     std::size_t getNextPoints(PointData& buffer) override
@@ -69,9 +73,9 @@ private:
 
     Scoped<const GeneratedSource> m_source;
     const std::uint64_t m_numPoints;
-    std::vector<std::size_t> m_origins; // the source's channel of each requested one
+    std::vector<std::size_t> m_origins; // of the source, one per requested channel
     PointData m_block;
-    std::uint64_t m_first = 0; // point at the begin of the block
+    std::uint64_t m_first = 0; // index of the first point in the block
     std::size_t m_size = 0;    // points in the block
     std::size_t m_cursor = 0;
 };
@@ -96,7 +100,7 @@ GeneratedSource* GeneratedSource::create(const PointInfo& layout, std::uint64_t 
 
 double GeneratedSource::getTotalWork(const Bounds&, double) const
 {
-    return static_cast<double>(getNumPoints()); // every point is made, also those outside the box
+    return static_cast<double>(getNumPoints()); // all points are generated, even those that are dropped
 }
 
 PointIterator* GeneratedSource::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,

@@ -31,7 +31,7 @@ Cloud open(const std::vector<std::string>& paths, const OpenOptions& options)
     if (files->getNumSources() == 0)
         QM_THROW(ErrorCode::InvalidArgument, "there is no file to open%s%s", paths.empty() ? "" : " in ",
                  paths.empty() ? "" : paths.front().c_str());
-    return Cloud(Utils::joinFiles(*files, {.gpsWeek = options.gpsWeek}, warn));
+    return Cloud(Utils::joinFiles(*files, {.gpsWeek = options.gpsWeek}, warn), files);
 }
 
 } // namespace vx

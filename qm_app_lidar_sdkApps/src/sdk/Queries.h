@@ -10,11 +10,12 @@
 
 namespace vx {
 
-// InvalidArgument for an inverted box, a NaN included.
+// Throws InvalidArgument for an inverted box or a NaN.
 Quillmoran::Bounds toBounds(const Box& box);
-// InvalidArgument unless it is above 0 and at most 1.
+// Throws InvalidArgument unless it is above 0 and at most 1.
 void checkFraction(double fraction);
-// X, Y and Z, then the named channels; all channels if none is named. InvalidArgument for an unknown name.
+// X, Y and Z, then the named channels; all channels if none is named. Throws InvalidArgument for an unknown
+// name.
 Quillmoran::PointInfo chooseChannels(const Quillmoran::PointInfo& all, const std::vector<std::string>& names);
 
 } // namespace vx

@@ -1,7 +1,9 @@
 #include <vxunpack/Cloud.h>
 
+#include "files/QMFileSpec.h"
 #include "sdk/Queries.h"
 #include "utils/sets/Formats.h"
+#include "utils/sets/Inputs.h"
 #include "utils/sets/Losses.h"
 #include "utils/sets/ThreadLimit.h"
 #include <vxunpack/LASPointWriter.h>
@@ -37,16 +39,15 @@ private:
     std::atomic<bool> m_isCancelled = false;
 };
 
-// A file name that the table of formats recognises as the format to write.
+// A file name that the table of formats recognises as the format to write. Unlike the programs, which write text to
+// any other name, this takes text only by its own endings, so that a mistyped name is an error.
 std::string nameForFormat(const std::string& path, const std::string& format)
 {
-    if (format.empty())
-        return path;
-    if (format == "null")
-        return format;
-    std::string name = "x." + format;
-    if (format != "txt" && Formats::ofName(name.c_str()).type == POINT_SOURCE_TEXT)
-        QM_THROW(ErrorCode::InvalidArgument, "unsupported output format '%s'", format.c_str());
+    std::string name = format.empty() ? path : format == "null" ? format : "x." + format;
+    const QMFileSpec file(name.c_str());
+    if (Formats::ofName(name.c_str()).type == POINT_SOURCE_TEXT && !file.endsWith(".txt") &&
+        !file.endsWith(".csv") && !file.endsWith(".xyz"))
+        QM_THROW(ErrorCode::InvalidArgument, "unsupported output format '%s'", name.c_str());
     return name;
 }
 
@@ -66,6 +67,8 @@ std::uint64_t write(const std::string& path, const Cloud& cloud, const WriteOpti
     checkFraction(options.query.fraction);
     const Bounds bounds = toBounds(options.query.box);
     PointSource& source = cloud.source();
+    if (cloud.files())
+        Utils::refuseInputs(*cloud.files(), path.c_str());
     const PointInfo layout = chooseChannels(source.getPointInfo(), options.query.channels);
     const OutputChoice output(nameForFormat(path, options.format).c_str(), nullptr);
     const Scoped<PointWriter> writer = output.createWriter(source, path, layout);

@@ -18,8 +18,8 @@ public:
         : m_index(index), m_opener(opener)
     {}
 
-    // A line for each file: state, points, x-min, x-max, y-min, y-max, z-min, z-max, path. If files were opened
-    // and some differ, throws -1 "%zu of %zu files are not as they were indexed" at the end.
+    // A line for each file: state, points, x-min, x-max, y-min, y-max, z-min, z-max, path. If files were
+    // opened and some differ, throws General "%zu of %zu files are not as they were indexed" at the end.
     void print(std::FILE* stream);
 
 private:

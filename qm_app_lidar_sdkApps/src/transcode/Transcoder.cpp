@@ -87,8 +87,8 @@ bool Transcoder::work()
     std::printf("%lld points written\n", count);
     if (las)
         Utils::warnOfLASOutput(*las, m_cmdLine.getString("outputFile"), Utils::warn);
-    // This program does not declare "parse", so in verbose runs this lookup is a configuration error that ends
-    // the run with status 1. They have always ended in this way; the output is already complete.
+    // This program does not declare "parse", so in verbose runs this lookup is a configuration error that
+    // ends the run with status 1. The output is already complete.
     return !verbose || m_cmdLine.isPresent("parse");
 }
 
@@ -103,8 +103,8 @@ void Transcoder::separateOutputs()
         m_standardOutput = Utils::divertStandardOutput(m_outputFile.c_str());
         return;
     }
-    // Other formats are written to a temporary file that then takes the name of the output. After the diversion
-    // "/dev/stdout" would name standard error, so the name of the file is found before.
+    // Other formats are written to a temporary file that then takes the name of the output. After the
+    // diversion "/dev/stdout" would name standard error, so the name of the file is found before.
     std::error_code error;
     const std::filesystem::path path = std::filesystem::canonical(m_outputFile, error);
     if (!error && std::filesystem::is_regular_file(path, error)) {

@@ -55,8 +55,8 @@ char* writeGeneral(char* out, const void* samples, std::size_t index)
 }
 
 // The number of decimals of a step of 1, 0.1, 0.01 and so on, at least 1; 0 for any other step and for more
-// than `maximum`. The tenths are found by repeated division, and the tolerance shrinks with them: a very small
-// step is recognised only if it equals the result of the division.
+// than `maximum`. The tenths are found by repeated division, and the tolerance shrinks with them: a very
+// small step is recognised only if it equals the result of the division.
 template <class Real>
 int countDecimals(Real step, int maximum)
 {

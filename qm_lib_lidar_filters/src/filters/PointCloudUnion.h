@@ -33,12 +33,12 @@ public:
     // clocks.
     explicit PointCloudUnion(const std::optional<int>& gpsWeek = std::nullopt);
 
-    // Messages call the cloud `file`. InvalidArgument "... hold different GPS times ..." when it has another
-    // clock than a cloud added before; the union is then unchanged.
+    // `file` is the name of the cloud in messages. Throws InvalidArgument "... hold different GPS times ..."
+    // if the cloud has another clock than the clouds added before; the union is then unchanged.
     void add(const PointCloudInfo& cloud, const std::string& file);
 
     const PointCloudInfo& getInfo() const noexcept { return *m_info; }
-    // Each different text once, in order of first appearance, with the first file that has it.
+    // Each distinct WKT once, in order of first appearance, with the first file that has it.
     const std::vector<NamedCoordinateSystem>& getCoordinateSystems() const noexcept
     {
         return m_coordinateSystems;

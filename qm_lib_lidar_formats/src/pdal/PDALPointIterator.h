@@ -21,7 +21,7 @@ public:
                       const Bounds& bounds, double fraction, const PointInfo& layout,
                       ProgressDelegate* delegate);
 
-    // Asks the delegate once per slice: Cancelled "operation cancelled.".
+    // Checks the delegate once per slice, and throws Cancelled "operation cancelled." if it asks to stop.
     std::size_t getNextPoints(PointData& buffer) override;
 
 private:

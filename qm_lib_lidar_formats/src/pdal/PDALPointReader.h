@@ -21,10 +21,11 @@ public:
     const char* getFileFormatString() const override { return "BPF 3"; }
     // BPF has no records that a writer could use.
     void loadMetadata(Metadata&, bool) const override {}
-    // All points, which every query reads since BPF has no index; 0 for a fraction of 0.
+    // The number of points in the file: BPF has no index, so every query reads all of them. 0 for a fraction
+    // of 0.
     double getTotalWork(const Bounds& bounds, double fraction) const override;
-    // A channel that the file lacks is NoSuchChannel, one with another type ChannelType. Malformed points are
-    // BPFRead when they are reached.
+    // Throws NoSuchChannel for a channel that the file lacks and ChannelType for a channel of another type.
+    // The iterator throws BPFRead when it reaches malformed points.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 

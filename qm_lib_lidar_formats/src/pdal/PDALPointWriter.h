@@ -21,18 +21,18 @@ class PDALPointWriter final : public SimplePointWriter
 public:
     static PDALPointWriter* create();
 
-    // No file is created before write(). A name with a "#", which PDAL uses for a set of files, is General.
+    // write() creates the file. Throws General for a name with a "#", which PDAL uses for a set of files.
     void init(PointSource* source, const char* outputFile);
 
     // At most 255 channels, with names of at most 31 characters, each once.
     bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override;
 
 protected:
-    // A file that cannot be created or is not a regular file is OutputCreate "Unable to create output %s. "
-    // with the reason, an unusable scale or offset InvalidArgument.
+    // Throws OutputCreate "Unable to create output %s. " followed by the reason if the file cannot be created
+    // or is not a regular file, and InvalidArgument for an unusable scale or offset.
     void writeBegin(const PointInfo& layout) override;
-    // Asks the delegate once per block: Cancelled "BPF Write operation cancelled.". 2^31 or more points are
-    // NotRepresentable.
+    // Checks the delegate once per block, and throws Cancelled "BPF Write operation cancelled." if it asks to
+    // stop. Throws NotRepresentable for 2^31 or more points.
     void writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate) override;
     void writeEnd(std::int64_t count, const Bounds& bounds) override;
     void writeAborted() noexcept override;

@@ -1,5 +1,5 @@
 // Translates coordinate systems between WKT and the GeoTIFF keys of older LAS files. Loading the libraries
-// for it takes longer than decoding a small file, so they are in a module that is loaded at the first call.
+// for this takes longer than decoding a small file, so they are in a module that is loaded at the first call.
 // All functions throw General if the module is needed and cannot be loaded, and may be called from any
 // thread.
 //
@@ -34,7 +34,7 @@ std::optional<std::string> toWKT(const GeoTIFFKeys& keys);
 std::string pretty(const char* wkt);
 
 // Whether two texts, not null, describe the same coordinate system. Ignores names and the order of axes of a
-// geographic system. An invalid text is the same only as an equal text.
+// geographic system. An invalid text is the same only as an identical text.
 bool isSame(const char* a, const char* b);
 
 } // namespace SpatialReference

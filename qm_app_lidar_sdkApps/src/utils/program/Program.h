@@ -58,11 +58,11 @@ void ignoreWriteSignals();
 
 // Whether the path names the file that is standard output, as /dev/stdout does.
 bool isStandardOutput(const char* path);
-// Redirects what the program prints to standard error, so that it does not mix with data. Returns a sequential
-// IO that writes to the former standard output.
+// Redirects what the program prints to standard error, so that it does not mix with data. Returns a
+// sequential IO that writes to the former standard output.
 Scoped<IO> divertStandardOutput(const char* name);
 
-// Ends a report on standard output: -1 "cannot write the report" if some of it was lost.
+// Ends a report on standard output. Throws General "cannot write the report" if any of it was lost.
 void finishReport();
 
 } // namespace Utils

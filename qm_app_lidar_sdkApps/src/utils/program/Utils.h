@@ -29,8 +29,9 @@ std::vector<std::string> getStrings(const QMCmdLine& cmdLine, const char* option
 
 // "p"/"parse", "skip"/"skipHeader" and "lenient": how text input is read.
 void addTXTPointReaderOptions(QMCmdLine& cmdLine);
-// Passes them to a manager or an opener of files. The delegate may be null; scans of text files ask it whether
-// to stop, so it must outlive the sources opened with these options. InvalidArgument for a bad "parse".
+// Passes them to a manager or an opener of files. The delegate may be null; scans of text files ask it
+// whether to stop, so it must outlive the sources opened with these options. InvalidArgument for a bad
+// "parse".
 void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine,
                     ProgressDelegate* cancellation = nullptr);
 void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine,
@@ -42,9 +43,9 @@ bool dropsWaveforms(const QMCmdLine& cmdLine);
 void handleWaveformOption(const QMCmdLine& cmdLine, SimpleFileOpener& opener);
 
 // "filter": selects points by the value of a channel; may be repeated. The second function wraps a source in
-// the filters; without any it returns the source. -1 for text in another format, for channels that are not
-// integers of at most 32 bits and for values out of the range of a channel, InvalidArgument for an unknown
-// channel.
+// the filters; without filters it returns the source. Throws General for malformed text, for channels that
+// are not integers of at most 32 bits and for values out of the range of a channel, InvalidArgument for an
+// unknown channel.
 void addFilterOptions(QMCmdLine& cmdLine);
 Scoped<PointSource> handleFilterOptions(const QMCmdLine& cmdLine, const Scoped<PointSource>& source);
 

@@ -154,7 +154,7 @@ OutputChoice::OutputChoice(const char* path, const char* formatName) : m_format(
             if (name && strcasecmp(formatName, name) == 0) {
                 m_format = &format;
                 m_compressed = m_compressed || type() == POINT_SOURCE_LAZ;
-                // The number after "las". "laz" has none: its version fields have always been 0.
+                // The number after "las". "laz" has no number: its version fields are 0.
                 m_lasVersion = std::atoi(name + 3);
                 return;
             }

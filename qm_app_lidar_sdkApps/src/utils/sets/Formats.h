@@ -63,8 +63,8 @@ std::string listInputs();
 class OutputChoice
 {
 public:
-    // `formatName` may be null. -1 "unsupported output format '%s'" for an unknown one, "unknown output
-    // format" if the format of the file's name cannot be written.
+    // `formatName` may be null. Throws General "unsupported output format '%s'" if it is unknown, or "unknown
+    // output format" if the format that the file's name implies cannot be written.
     OutputChoice(const char* path, const char* formatName);
 
     PointSourceType type() const noexcept { return m_format->type; }

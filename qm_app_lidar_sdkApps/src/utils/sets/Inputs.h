@@ -21,10 +21,12 @@ void addFiles(PersistentPointSourceWriter& writer, const char* path, int depth);
 // The same for a name that must exist, where a single file may be of any format.
 void addInput(FilePointSourceManager& files, const char* name, int depth);
 
-// The file, or the mosaic of several; with a GPS week always a mosaic. Warns of differences between the files.
+// The file, or the mosaic of several; with a GPS week always a mosaic. Warns of differences between the
+// files.
 Scoped<PointSource> joinFiles(FilePointSourceManager& files, const MergeOptions& options, const Warn& warn);
 
-// A writer truncates its output, which therefore must not be an input: -1 "the output '%s' is the input file".
+// A writer truncates its output, which therefore must not be an input: throws General "the output '%s' is the
+// input file".
 void refuseSameFile(const char* input, const char* output);
 // The same for all files of a set, including the tiles of an index.
 void refuseInputs(const FilePointSourceManager& files, const char* output);

@@ -28,8 +28,8 @@ struct MergeOptions
     bool requiresSameCoordinateSystem = false; // by default different ones give a warning
 };
 
-// Compares the coordinate systems of files that become one cloud. Warns if they differ or a file has none; General
-// if they are required to be the same.
+// Compares the coordinate systems of files that become one cloud. Warns if they differ or a file has none;
+// General if they are required to be the same.
 void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems, const MergeOptions& options,
                               const Warn& warn);
 

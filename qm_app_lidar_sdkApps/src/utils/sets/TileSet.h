@@ -1,6 +1,6 @@
 // The contents of a tile-set index: the files of a survey, the tiles, described one by one and as one point
-// cloud. PersistentPointSourceWriter builds it, PersistentPointSourceManager reads it; TileSetFile.h describes
-// the file.
+// cloud. PersistentPointSourceWriter builds it, PersistentPointSourceManager reads it; TileSetFile.h
+// describes the file.
 #pragma once
 
 #include <vxunpack/PersistentPointSourceManager.h>
@@ -32,8 +32,9 @@ constexpr bool isOverviewFraction(double fraction)
     return fraction > 0 && fraction <= 1;
 }
 
-// Describes a file by its source. If the bounds of the source are not finite, as for a compressed file without
-// an index, all its points are read. -1 "the number of points must be known", "the bounds must be known".
+// Describes a file by its source. If the bounds of the source are not finite, as for a compressed file
+// without an index, all its points are read. Throws General "the number of points must be known" or "the
+// bounds must be known".
 TileInfo describeTile(const char* file, const PointSource& source);
 
 // Opens a tile; errors of the opener and of the source name the file.

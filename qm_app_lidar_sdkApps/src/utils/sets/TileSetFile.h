@@ -14,8 +14,8 @@
 //   tile      path | timestamp 8 | bounds | number of points 8
 //   bounds    min 8, max 8 of x, of y, of z                    text    length 2 | bytes
 //
-// Packets have this order. Packets with other names may occur between them and are skipped. Relative paths are
-// relative to the directory of the index.
+// Packets have this order. Packets with other names may occur between them and are skipped. Relative paths
+// are relative to the directory of the index.
 #pragma once
 
 #include "utils/sets/TileSet.h"
@@ -28,13 +28,14 @@ class MemoryRTree;
 
 namespace TileSetFile {
 
-// Replaces both, which are undefined after an error. Returns paths as stored. A truncated file is the system's
-// error "failed reading: ...", an impossible value -1 with the same text. Other errors are -1 "bad magic",
-// "unsupported version" and "unknown chunk name '%s' was expecting '%s'". The tree keeps reading from the
-// file.
+// Replaces both, which are undefined after an error. Paths are returned as stored. Throws the system's error
+// "failed reading: ..." for a truncated file, and General with the same text for an impossible value. Other
+// errors are General "bad magic", "unsupported version" and "unknown chunk name '%s' was expecting '%s'". The
+// tree keeps reading from the file.
 void read(IO* io, TileSet& set, DiskRTree& tree);
 
-// Stores the tree on a grid with the given scale. -1 "failed writing: ..." for values beyond the file's limits.
+// Stores the tree on a grid with the given scale. Throws General "failed writing: ..." for values beyond the
+// file's limits.
 void write(IO* io, const TileSet& set, const MemoryRTree& tree, const double scale[3]);
 
 } // namespace TileSetFile

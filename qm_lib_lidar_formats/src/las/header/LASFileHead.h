@@ -15,7 +15,7 @@ struct LASFileHead
 {
     struct Request
     {
-        int version = -1; // 10 * major + minor, any value; -1 chooses by the layout
+        int version = -1; // 10 * major + minor, any value; -1: by the layout
         bool compressed = false;
         bool overrideProjection = false; // uses `wkt` and not the projection VLRs of the metadata
         const double* scale = nullptr;   // of X, Y and Z

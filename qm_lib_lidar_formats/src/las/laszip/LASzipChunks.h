@@ -45,8 +45,8 @@ public:
     // reached the chunks. LASRead when a layered chunk that begins in these bytes does not end before the
     // table.
     std::size_t allow(std::int64_t position, std::size_t count);
-    // Reports bytes that LASzip has read in one call: it reads uncoded points in a few calls, and code byte by
-    // byte. LASRead when the bytes complete a point and the code after it is invalid.
+    // Reports bytes that LASzip has read in one call: it reads uncoded points in a few calls, and code byte
+    // by byte. LASRead when the bytes complete a point and the code after it is invalid.
     void noteRead(std::int64_t position, std::size_t count);
 
 private:

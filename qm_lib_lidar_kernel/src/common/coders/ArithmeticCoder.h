@@ -58,7 +58,8 @@ private:
 class ACBase::DataModel
 {
 public:
-    // The decoder compares with all cumulative frequencies of models with up to this number of symbols.
+    // If a model has at most this number of symbols, the decoder compares with all of its cumulative
+    // frequencies.
     static constexpr std::uint32_t smallAlphabet = 16;
 
     // Sets the number of symbols, 1 to 2^15, and resets the model. Reuses the memory if the number is
@@ -101,7 +102,7 @@ private:
     std::uint32_t symbols_until_update = 0;
     std::uint32_t data_symbols = 0;
     std::uint32_t last_symbol = 0;
-    // Index: the upper bits of a scaled value. A symbol whose cumulative frequency is at most that value.
+    // Indexed by the upper bits of a scaled value: a symbol whose cumulative frequency is at most that value.
     Buffer<std::uint16_t> decoder_table;
     std::uint32_t table_size = 0;
     std::uint32_t table_shift = 0;
@@ -184,7 +185,7 @@ private:
         m_value = static_cast<std::uint32_t>((std::uint64_t{m_value} << 32 | next) << shift >> 32);
         m_length <<= shift;
     }
-    // The next four bytes, zeros after the last one. Advances by `bytes`.
+    // Returns the next four bytes, with zeros after the last byte of the data. Advances by `bytes`.
     std::uint32_t readLast(std::uint32_t bytes) noexcept;
 
     std::uint32_t m_value = 0;
@@ -241,7 +242,8 @@ inline std::uint32_t ACBase::DataModel::countUpTo(std::uint32_t symbol, std::uin
     Frequencies frequencies;
     std::memcpy(&frequencies, &distribution[symbol], sizeof frequencies);
     const Flags flags = __builtin_convertvector(frequencies <= Frequencies{} + scaled, Flags);
-    // A byte of ones for each such symbol. Copied as one integer, so that it stays in a register.
+    // One byte of ones for each symbol that is counted. Copied as one integer, so that it stays in a
+    // register.
     std::uint64_t bytes;
     std::memcpy(&bytes, &flags, sizeof bytes);
     const int ones =
@@ -249,7 +251,7 @@ inline std::uint32_t ACBase::DataModel::countUpTo(std::uint32_t symbol, std::uin
     return static_cast<std::uint32_t>(ones) / 8;
 }
 
-// No branch depends on the symbol, since a predictable symbol would not have to be coded.
+// No branch depends on the symbol, because it could not be predicted.
 inline std::uint32_t ACDecoder::decode(DataModel& model) noexcept
 {
     const auto scaled = static_cast<std::uint16_t>(scaledValue());

@@ -31,13 +31,14 @@ struct ChunkHeader
     std::int64_t length = 0; // of the payload, bytes
     std::int64_t offset = 0; // position of the header; set by read() and write()
 
-    // Returns the number of bytes read. ChunkHeaderRead: "bad read -- chunk id", "bad read -- chunk length".
+    // Returns the number of bytes read. Throws ChunkHeaderRead "bad read -- chunk id" or "bad read -- chunk
+    // length".
     int read(StreamReader& reader);
     // Writes the header at the writer's position. With `rewrite`, that position is the end of the payload:
-    // sets the length, writes the header again at its old position and returns to the end. ChunkHeaderWrite:
-    // "bad write -- chunk id", "bad write -- chunk length".
+    // sets the length, writes the header again at its old position and returns to the end. Throws
+    // ChunkHeaderWrite "bad write -- chunk id" or "bad write -- chunk length".
     int write(StreamWriter& writer, bool rewrite);
-    // The byte range of the whole chunk, including the header.
+    // Sets `location` to the byte range of the whole chunk, including the header.
     void save(IO* io, IO::Location& location) const;
 };
 

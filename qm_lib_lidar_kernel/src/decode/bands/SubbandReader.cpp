@@ -59,7 +59,7 @@ void SubbandReaderImp<T>::open()
 template <class T>
 void SubbandReaderImp<T>::seek(std::int64_t position)
 {
-    m_position = position; // the streams follow when samples are asked for
+    m_position = position; // the streams are moved when samples are requested
     m_current = 0;
 }
 
@@ -67,7 +67,7 @@ template <class T>
 void SubbandReaderImp<T>::walkTo(std::uint64_t subblock)
 {
     const auto& checkpoint = m_checkpoints.before(subblock);
-    // A checkpoint helps to go back, and to skip headers that were read before.
+    // The checkpoint is used to go back, and to skip headers that have been read before.
     if (subblock < m_next || checkpoint.subblock > m_next) {
         m_headers.seek(checkpoint.headers, Stream::SEEK_FROM_START);
         if (!m_ranges.interleaved)
@@ -138,7 +138,7 @@ void SubbandReaderImp<T>::prepare(std::size_t count, std::vector<CodedSubblock>&
         while (m_pieces.empty() || m_pieces.back().endSubblock < endSubblock)
             addPiece(endSubblock);
     } catch (...) {
-        m_pieces.clear(); // the added ones will not be decoded
+        m_pieces.clear(); // the added pieces will not be decoded
         throw;
     }
     // From here on the buffers do not move.

@@ -1,6 +1,6 @@
-// Encodes one kernel channel: point samples to kernel samples, bands, subblocks and finally bytes. put() and
-// commit() are called by one thread at a time, in the order of the points; between them any number of threads
-// call encodePending().
+// Encodes one kernel channel: from point samples to kernel samples, bands, subblocks and finally bytes. put()
+// and commit() are called by one thread at a time, in the order of the points. Between these calls, any
+// number of threads may call encodePending().
 #pragma once
 
 #include "encode/bands/Decomposition.h"
@@ -24,7 +24,7 @@ struct BandFormat
 class ChannelEncoder
 {
 public:
-    // `channelIndex` is the index of the channel in the points. Bands are stored in the file.
+    // `channelIndex` is the index of the channel in the points. The bands are stored in `file`.
     ChannelEncoder(const KernelPlan& plan, std::size_t channelIndex, const BandFormat& format,
                    SpillFile& file);
 
@@ -37,7 +37,7 @@ public:
     void encodePending(std::size_t index);
     void commit();
 
-    // The record of the file. Complete after finish().
+    // The channel record for the file. Complete after finish().
     const WaveletChannelInfo& getRecord() const noexcept { return m_record; }
     const std::vector<SubbandWriter>& getBands() const noexcept { return m_bands; }
     std::int64_t getSize() const noexcept; // bytes of all bands
@@ -56,7 +56,7 @@ private:
     std::unique_ptr<Decomposition> m_decomposition;
     std::vector<SubbandWriter::Subblock*> m_pending;
     Mutex m_mutex;
-    std::vector<std::unique_ptr<SubblockWriter>> m_writers; // that no thread is using; guarded by m_mutex
+    std::vector<std::unique_ptr<SubblockWriter>> m_writers; // not in use by a thread; guarded by m_mutex
 };
 
 } // namespace Quillmoran

@@ -1,6 +1,6 @@
 // A grid with a scale and an offset that represents all samples of a floating-point channel exactly: each
-// sample is, bit for bit, an integer times the scale plus the offset. Most surveys store coordinates and many
-// times this way. The channel is then coded as those integers, without loss.
+// sample is, bit for bit, an integer times the scale plus the offset. Most surveys store their coordinates
+// this way, and many their GPS times. The channel is then coded losslessly as those integers.
 //
 // The scale becomes the scale of the channel in the file: queries widen a box of coordinates by half of it,
 // and text is written with its number of decimals. A grid that the source does not declare must therefore not

@@ -12,9 +12,10 @@ namespace Quillmoran {
 
 namespace {
 
-// Transforms that are larger by this than the best one after a run of points are not tried on the other runs.
+// Transforms whose total cost after a sample run exceeds the best one by more than this factor are not tried
+// on the remaining runs.
 constexpr double hopeless = 1.1;
-// A smaller subblock is chosen if it costs no more than this.
+// The smallest subblock is chosen whose size is within this factor of the best one.
 constexpr double smallerSubblock = 1.01;
 constexpr std::uint32_t subblockSizes[] = {1024, 2048, 4096};
 constexpr std::size_t subblockRuns = 2;
@@ -32,7 +33,7 @@ std::vector<TransformType> listTransforms(bool floatingPoint, bool smooth)
 }
 
 // Whether the coder can code the coefficients of all samples in this range. Third-order predictions can
-// exceed the range by an eighth; smoothing makes low bands grow.
+// exceed the range by an eighth; smoothing enlarges the range of the low bands.
 bool holdsRange(TransformType transform, const ChannelSurvey::Range& range)
 {
     const double low = static_cast<double>(range.low);
@@ -43,8 +44,8 @@ bool holdsRange(TransformType transform, const ChannelSurvey::Range& range)
     return bits >= 64 || largest * growth < std::ldexp(1.0, bits);
 }
 
-// Whether floating-point lifting of the samples of a grid is exact: halves and sixteenths of the grid's scale
-// and the growth per level must fit into the significand.
+// Whether floating-point lifting of samples on a grid is exact: the significand must have bits for halves and
+// sixteenths of the grid's scale and for the growth per level.
 bool liftsExactly(TransformType transform, DataType type, const std::vector<FloatGrid>& grids,
                   std::size_t levels)
 {

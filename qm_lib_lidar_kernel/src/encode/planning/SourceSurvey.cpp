@@ -14,7 +14,7 @@ constexpr std::size_t runPoints = 8192;
 constexpr std::size_t maxRuns = 16; // kept
 constexpr std::size_t maxRunBytes = 32 << 20;
 constexpr std::int64_t maxRunsUsed = 8;
-constexpr std::int64_t pointsPerRun = 524288; // one run is used for this number of points of the source
+constexpr std::int64_t pointsPerRun = 524288; // points of the source per run that is used
 
 } // namespace
 
