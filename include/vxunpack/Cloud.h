@@ -6,12 +6,9 @@
 //       use(block.x(), block.column<std::uint8_t>("ClassId"));
 //   vx::write("out.vxl", cloud, {.threads = 4});
 //
-// Points that `fill` generates: fill(first, block) fills all channels of the block with points first,
-// first + 1, ... Each pass over the cloud calls it for consecutive blocks from 0 on, including points outside
-// the box of the query; it must give the same samples each time. Readers in several threads call it at the
-// same time. Its exceptions are passed on. X, Y and Z are required and must be doubles. `bounds`, if they are
-// given, must hold all points.
-    static Cloud generate(std::uint64_t numPoints, const std::vector<Channel>& channels,
+// All failures are exceptions of type vx::Error; code() is the reason. A channel is named by its own name, or by
+// its LAS or PDAL name ("Classification", "return_number"), ignoring case. Coordinates are in the units of the
+// cloud's coordinate system. Memory does not grow with the number of points, except as stated.
 #pragma once
 
 #if __cplusplus < 202002L
@@ -43,274 +40,276 @@
 #include <vector>
 
 namespace vx {
-    using Quillmoran::DataType;
-    using Quillmoran::Error;
-    using Quillmoran::ErrorCode;
+using Quillmoran::DataType;
+using Quillmoran::Error;
+using Quillmoran::ErrorCode;
 
-    // The types of samples.
-    using Quillmoran::FLOAT32;
-    using Quillmoran::FLOAT64;
-    using Quillmoran::SINT16;
-    using Quillmoran::SINT32;
-    using Quillmoran::SINT64;
-    using Quillmoran::SINT8;
-    using Quillmoran::UINT16;
-    using Quillmoran::UINT32;
-    using Quillmoran::UINT64;
-    using Quillmoran::UINT8;
+// The types of samples.
+using Quillmoran::FLOAT32;
+using Quillmoran::FLOAT64;
+using Quillmoran::SINT16;
+using Quillmoran::SINT32;
+using Quillmoran::SINT64;
+using Quillmoran::SINT8;
+using Quillmoran::UINT16;
+using Quillmoran::UINT32;
+using Quillmoran::UINT64;
+using Quillmoran::UINT8;
 
-    // A C++ type that samples can have: an integer of 1, 2, 4 or 8 bytes, float or double.
-    template <class T>
-    concept Sample =
-        (std::integral<T> && !std::same_as<T, bool>) || std::same_as<T, float> || std::same_as<T, double>;
+// A C++ type that samples can have: an integer of 1, 2, 4 or 8 bytes, float or double.
+template <class T>
+concept Sample =
+    (std::integral<T> && !std::same_as<T, bool>) || std::same_as<T, float> || std::same_as<T, double>;
 
+template <Sample T>
+constexpr DataType dataTypeOf() noexcept
+{
+    constexpr unsigned kind = std::is_floating_point_v<T> ? 3 : std::is_signed_v<T> ? 1 : 0;
+    return static_cast<DataType>(sizeof(T) << 8 | kind);
+}
+
+// A closed box; unbounded by default.
+struct Box
+{
+    static constexpr double infinity = std::numeric_limits<double>::infinity();
+
+    double xMin = -infinity, xMax = infinity;
+    double yMin = -infinity, yMax = infinity;
+    double zMin = -infinity, zMax = infinity;
+};
+
+// The points and channels to read. The box is widened by half a step of the
+// coordinates, so that rounded coordinates on its border are included.
+struct Query
+{
+    Box box = {};
+    double fraction = 1; // above 0 and up to 1: keeps an even sample, 0.1 every tenth point
+    std::vector<std::string> channels = {}; // empty: all. X, Y and Z are always read
+};
+
+// A column of a layout.
+struct Channel
+{
+    std::string name;
+    DataType type = Quillmoran::FLOAT64;
+    // The step of which all values are multiples, 0 for none. Text and LAS output round other values.
+    double scale = 0;
+};
+
+// Consecutive points, column by column. A view: valid until its Reader advances or is destroyed.
+class QM_API Block
+{
+public:
+    std::size_t size() const noexcept { return m_size; } // points
+
+    std::span<const double> x() const noexcept { return {m_data->getX(), m_size}; }
+    std::span<const double> y() const noexcept { return {m_data->getY(), m_size}; }
+    std::span<const double> z() const noexcept { return {m_data->getZ(), m_size}; }
+    // The samples of a channel. Errors: InvalidArgument for an unknown channel, ChannelType for one whose
+    // samples are not of type T.
     template <Sample T>
-    constexpr DataType dataTypeOf() noexcept
+    std::span<const T> column(const std::string& channel) const
     {
-        constexpr unsigned kind = std::is_floating_point_v<T> ? 3 : std::is_signed_v<T> ? 1 : 0;
-        return static_cast<DataType>(sizeof(T) << 8 | kind);
+        return {static_cast<const T*>(find(channel, dataTypeOf<T>())), m_size};
     }
 
-    // A closed box; unbounded by default.
-    struct Box
+    // The block as a PointData, for the other classes of the library.
+    const Quillmoran::PointData& data() const noexcept { return *m_data; }
+
+protected:
+    friend class Reader;
+
+    Block() = default;
+
+    const void* find(const std::string& channel, DataType type) const;
+
+    Quillmoran::PointData* m_data = nullptr;
+    const Quillmoran::PointInfo* m_layout = nullptr;
+    std::size_t m_size = 0;
+};
+
+// A block to be filled.
+class QM_API MutableBlock : public Block
+{
+public:
+    MutableBlock(Quillmoran::PointData& data, const Quillmoran::PointInfo& layout, std::size_t size) noexcept;
+
+    std::span<double> x() const noexcept { return {m_data->getX(), m_size}; }
+    std::span<double> y() const noexcept { return {m_data->getY(), m_size}; }
+    std::span<double> z() const noexcept { return {m_data->getZ(), m_size}; }
+    // As Block::column().
+    template <Sample T>
+    std::span<T> column(const std::string& channel) const
     {
-        static constexpr double infinity = std::numeric_limits<double>::infinity();
+        return {static_cast<T*>(const_cast<void*>(find(channel, dataTypeOf<T>()))), m_size};
+    }
+    // The samples of a channel of any type. Errors: InvalidArgument for an unknown channel.
+    void* samples(const std::string& channel) const;
+};
 
-        double xMin = -infinity, xMax = infinity;
-        double yMin = -infinity, yMax = infinity;
-        double zMin = -infinity, zMax = infinity;
-    };
-
-    // The points and channels to read. The box is widened by half a step of the
-    // coordinates, so that rounded coordinates on its border are included.
-    struct Query
-    {
-        Box box = {};
-        double fraction = 1; // above 0 and up to 1: keeps an even sample, 0.1 every tenth point
-        std::vector<std::string> channels = {}; // empty: all. X, Y and Z are always read
-    };
-
-    // A column of a layout.
-    struct Channel
-    {
-        std::string name;
-        DataType type = Quillmoran::FLOAT64;
-        // The step of which all values are multiples, 0 for none. Text and LAS output round other values.
-        double scale = 0;
-    };
-
-    // Consecutive points, column by column. A view: valid until its Reader advances or is destroyed.
-    class QM_API Block
-    {
-    public:
-        std::size_t size() const noexcept { return m_size; } // points
-
-        std::span<const double> x() const noexcept { return {m_data->getX(), m_size}; }
-        std::span<const double> y() const noexcept { return {m_data->getY(), m_size}; }
-        std::span<const double> z() const noexcept { return {m_data->getZ(), m_size}; }
-        // The samples of a channel. Errors: InvalidArgument for an unknown channel, ChannelType for one whose
-        // samples are not of type T.
-        template <Sample T>
-        std::span<const T> column(const std::string& channel) const
-        {
-            return {static_cast<const T*>(find(channel, dataTypeOf<T>())), m_size};
-        }
-
-        // The block as a PointData, for the other classes of the library.
-        const Quillmoran::PointData& data() const noexcept { return *m_data; }
-
-    protected:
-        friend class Reader;
-
-        Block() = default;
-
-        const void* find(const std::string& channel, DataType type) const;
-
-        Quillmoran::PointData* m_data = nullptr;
-        const Quillmoran::PointInfo* m_layout = nullptr;
-        std::size_t m_size = 0;
-    };
-
-    // A block to be filled.
-    class QM_API MutableBlock : public Block
+// The blocks of one query: a single-pass range, for one thread at a time. A second loop continues after
+// the block at which the first one stopped. Errors in the data are thrown when their block is read. A
+// Reader keeps the source; moving it invalidates its iterators.
+class QM_API Reader
+{
+public:
+    class iterator
     {
     public:
-        MutableBlock(Quillmoran::PointData& data, const Quillmoran::PointInfo& layout,
-                     std::size_t size) noexcept;
+        using value_type = Block;
+        using difference_type = std::ptrdiff_t;
 
-        std::span<double> x() const noexcept { return {m_data->getX(), m_size}; }
-        std::span<double> y() const noexcept { return {m_data->getY(), m_size}; }
-        std::span<double> z() const noexcept { return {m_data->getZ(), m_size}; }
-        // As Block::column().
-        template <Sample T>
-        std::span<T> column(const std::string& channel) const
+        explicit iterator(Reader* reader) noexcept : m_reader(reader) {}
+
+        const Block& operator*() const noexcept { return m_reader->m_block; }
+        const Block* operator->() const noexcept { return &m_reader->m_block; }
+        iterator& operator++()
         {
-            return {static_cast<T*>(const_cast<void*>(find(channel, dataTypeOf<T>()))), m_size};
+            m_reader->advance();
+            return *this;
         }
-        // The samples of a channel of any type. Errors: InvalidArgument for an unknown channel.
-        void* samples(const std::string& channel) const;
-    };
-
-    // The blocks of one query: a single-pass range, for one thread at a time. A second loop continues after the block at
-    // which the first one stopped. Errors in the data are thrown when their block is read. A Reader keeps the source;
-    // moving it invalidates its iterators.
-    class QM_API Reader
-    {
-    public:
-        class iterator
-        {
-        public:
-            using value_type = Block;
-            using difference_type = std::ptrdiff_t;
-
-            explicit iterator(Reader* reader) noexcept : m_reader(reader) {}
-
-            const Block& operator*() const noexcept { return m_reader->m_block; }
-            const Block* operator->() const noexcept { return &m_reader->m_block; }
-            iterator& operator++()
-            {
-                m_reader->advance();
-                return *this;
-            }
-            void operator++(int) { m_reader->advance(); }
-            bool operator==(std::default_sentinel_t) const noexcept { return m_reader->m_block.size() == 0; }
-
-        private:
-            Reader* m_reader;
-        };
-
-        // Reads the first block.
-        iterator begin()
-        {
-            advance();
-            return iterator(this);
-        }
-        std::default_sentinel_t end() const noexcept { return {}; }
+        void operator++(int) { m_reader->advance(); }
+        bool operator==(std::default_sentinel_t) const noexcept { return m_reader->m_block.size() == 0; }
 
     private:
-        friend class Cloud;
-
-        Reader(Quillmoran::Scoped<Quillmoran::PointIterator> points,
-               std::unique_ptr<Quillmoran::PointInfo> layout);
-        void advance();
-
-        Quillmoran::Scoped<Quillmoran::PointIterator> m_points;
-        std::unique_ptr<Quillmoran::PointInfo> m_layout;
-        std::unique_ptr<Quillmoran::PointData> m_data;
-        Block m_block;
+        Reader* m_reader;
     };
 
-    // The caller's samples of one channel, one per point. They are not copied and must outlive all copies of the cloud and
-    // its Readers. The name is the channel's own, such as "X" or "ClassId".
-    class Column
+    // Reads the first block.
+    iterator begin()
     {
-    public:
-        // `samples` is a contiguous range, such as a std::vector that is not temporary, or a std::span.
-        template <std::ranges::contiguous_range Samples>
-        requires std::ranges::borrowed_range<Samples> Column(std::string name, Samples&& samples,
-                                                             double scale = 0)
-            : channel{std::move(name), dataTypeOf<std::ranges::range_value_t<Samples>>(), scale},
-              data(std::ranges::data(samples)),
-              size(std::ranges::size(samples))
-        {}
+        advance();
+        return iterator(this);
+    }
+    std::default_sentinel_t end() const noexcept { return {}; }
 
-        Channel channel;
-        const void* data;
-        std::size_t size;
-    };
+private:
+    friend class Cloud;
 
-    // A point cloud. A handle, cheap to copy; copies share one source. Const methods may be called from any thread; a
-    // source of the caller's own class must allow that. A moved-from cloud can only be assigned or destroyed.
-    class QM_API Cloud
-    {
-    public:
-        // A source of any kind, including the caller's own classes.
-        explicit Cloud(Quillmoran::Scoped<Quillmoran::PointSource> source);
-        // The same, for a source that reads these files: write() refuses to replace one of them.
-        Cloud(Quillmoran::Scoped<Quillmoran::PointSource> source,
-              Quillmoran::Scoped<Quillmoran::FilePointSourceManager> files);
-        // The caller's columns, all of the same length; X, Y and Z are required and must be doubles. Errors:
-        // InvalidArgument.
-        static Cloud fromColumns(std::vector<Column> columns);
-        // Points that `fill` generates: fill(first, block) fills all channels of the block with points first,
-        // first + 1, ... Each pass over the cloud calls it for consecutive blocks from 0 on, including points outside
-        // the box of the query; it must give the same samples each time. Readers in several threads call it at the
-        // same time. Its exceptions are passed on. X, Y and Z are required and must be doubles. `bounds`, if they are
-        // given, must hold all points.
-        static Cloud generate(std::uint64_t numPoints, const std::vector<Channel>& channels,
-                              std::function<void(std::uint64_t first, const MutableBlock& block)> fill,
-                              const Box& bounds = {});
+    Reader(Quillmoran::Scoped<Quillmoran::PointIterator> points,
+           std::unique_ptr<Quillmoran::PointInfo> layout);
+    void advance();
 
-        std::optional<std::uint64_t> numPoints() const; // none if unknown: text that has not been read yet
-        Box bounds() const;
-        std::vector<Channel> channels() const;
-        std::string coordinateSystem() const; // WKT; empty if unknown
-        Quillmoran::Metadata metadata() const;
+    Quillmoran::Scoped<Quillmoran::PointIterator> m_points;
+    std::unique_ptr<Quillmoran::PointInfo> m_layout;
+    std::unique_ptr<Quillmoran::PointData> m_data;
+    Block m_block;
+};
 
-        // Errors: InvalidArgument for an unknown channel; those of the source.
-        Reader read(const Query& query = {}) const;
+// The caller's samples of one channel, one per point. They are not copied and must outlive all copies of
+// the cloud and its Readers. The name is the channel's own, such as "X" or "ClassId".
+class Column
+{
+public:
+    // `samples` is a contiguous range, such as a std::vector that is not temporary, or a std::span.
+    template <std::ranges::contiguous_range Samples>
+    requires std::ranges::borrowed_range<Samples> Column(std::string name, Samples&& samples,
+                                                         double scale = 0)
+        : channel{std::move(name), dataTypeOf<std::ranges::range_value_t<Samples>>(), scale},
+          data(std::ranges::data(samples)),
+          size(std::ranges::size(samples))
+    {}
 
-        // The underlying source; valid as long as any copy of this cloud exists.
-        Quillmoran::PointSource& source() const noexcept { return *m_source; }
-        // The opened files; null if there are none.
-        const Quillmoran::FilePointSourceManager* files() const noexcept { return m_files.get(); }
+    Channel channel;
+    const void* data;
+    std::size_t size;
+};
 
-    private:
-        Quillmoran::Scoped<Quillmoran::PointSource> m_source;
-        Quillmoran::Scoped<Quillmoran::FilePointSourceManager> m_files;
-    };
+// A point cloud. A handle, cheap to copy; copies share one source. Const methods may be called from any
+// thread; a source of the caller's own class must allow that. A moved-from cloud can only be assigned or
+// destroyed.
+class QM_API Cloud
+{
+public:
+    // A source of any kind, including the caller's own classes.
+    explicit Cloud(Quillmoran::Scoped<Quillmoran::PointSource> source);
+    // The same, for a source that reads these files: write() refuses to replace one of them.
+    Cloud(Quillmoran::Scoped<Quillmoran::PointSource> source,
+          Quillmoran::Scoped<Quillmoran::FilePointSourceManager> files);
+    // The caller's columns, all of the same length; X, Y and Z are required and must be doubles. Errors:
+    // InvalidArgument.
+    static Cloud fromColumns(std::vector<Column> columns);
+    // Points that `fill` generates: fill(first, block) fills all channels of the block with points first,
+    // first + 1, ... Each pass over the cloud calls it for consecutive blocks from 0 on, including points
+    // outside the box of the query; it must give the same samples each time. Readers in several threads
+    // call it at the same time. Its exceptions are passed on. X, Y and Z are required and must be
+    // doubles. `bounds`, if they are given, must hold all points.
+    static Cloud generate(std::uint64_t numPoints, const std::vector<Channel>& channels,
+                          std::function<void(std::uint64_t first, const MutableBlock& block)> fill,
+                          const Box& bounds = {});
 
-    struct OpenOptions
-    {
-        // Text files: a letter or a name per column ("xyzi", "X,Y,Z,Intensity"); empty: given by the first line.
-        std::string textFormat = {};
-        std::size_t skipLines = 0;  // at the beginning of text files
-        bool dropWaveforms = false; // reads LAS files without their waveforms, which otherwise are an Error
-        std::optional<int> gpsWeek = {}; // converts week time to adjusted standard time in joined files
-        // Called with a message for differences between joined files, and for data that is not read. Empty: no
-        // warnings.
-        std::function<void(const std::string&)> warning = {};
-    };
+    std::optional<std::uint64_t> numPoints() const; // none if unknown: text that has not been read yet
+    Box bounds() const;
+    std::vector<Channel> channels() const;
+    std::string coordinateSystem() const; // WKT; empty if unknown
+    Quillmoran::Metadata metadata() const;
 
-    // Opens .vxl, .las, .laz, .bpf, text, .list (a file per line) and .index files by their endings, or the files
-    // of a directory. Several files become one cloud. Points are read only when they are requested.
-    QM_API Cloud open(const std::string& path, const OpenOptions& options = {});
-    QM_API Cloud open(const std::vector<std::string>& paths, const OpenOptions& options = {});
+    // Errors: InvalidArgument for an unknown channel; those of the source.
+    Reader read(const Query& query = {}) const;
 
-    struct WriteOptions
-    {
-        Query query = {};     // the points and channels to write
-        unsigned threads = 0; // the maximum; 0: one per core
-        std::string format =
-            {}; // "vxl", "las", "laz", "bpf", "txt" or "null" (no output); empty: the path's ending
-        // Of X, Y and Z; by default those of the cloud. LAS, LAZ and BPF output round coordinates to the scale; .vxl
-        // output uses it only where that is exact; text output ignores it.
-        std::optional<std::array<double, 3>> scale = {};
-        std::optional<std::array<double, 3>> offset = {};
-        // Called with the fraction done, 0 to 1. If it returns false, write() throws Cancelled. Exceptions of both
-        // functions are passed on.
-        std::function<bool(double)> progress = {};
-        // Called with a message for data that the format cannot hold. Empty: no warnings.
-        std::function<void(const std::string&)> warning = {};
-    };
+    // The underlying source; valid as long as any copy of this cloud exists.
+    Quillmoran::PointSource& source() const noexcept { return *m_source; }
+    // The opened files; null if there are none.
+    const Quillmoran::FilePointSourceManager* files() const noexcept { return m_files.get(); }
 
-    // Writes a cloud and returns the number of points. The file is complete or absent: after an error, an existing file
-    // at the path is unchanged. .vxl output reads the cloud twice. Errors: InvalidArgument for a path without a known
-    // ending (.vxl, .las, .laz, .bpf, .txt, .csv, .xyz) unless the format is given; General for an input of the cloud.
-    QM_API std::uint64_t write(const std::string& path, const Cloud& cloud, const WriteOptions& options = {});
+private:
+    Quillmoran::Scoped<Quillmoran::PointSource> m_source;
+    Quillmoran::Scoped<Quillmoran::FilePointSourceManager> m_files;
+};
 
-    // Limits the threads that the library uses in this process, for the lifetime of the object.
-    class QM_API ThreadLimit
-    {
-    public:
-        explicit ThreadLimit(unsigned threads); // 0: one per core
-        ~ThreadLimit();
-        ThreadLimit(const ThreadLimit&) = delete;
-        ThreadLimit& operator=(const ThreadLimit&) = delete;
+struct OpenOptions
+{
+    // Text files: a letter or a name per column ("xyzi", "X,Y,Z,Intensity"); empty: given by the first
+    // line.
+    std::string textFormat = {};
+    std::size_t skipLines = 0;       // at the beginning of text files
+    bool dropWaveforms = false;      // reads LAS files without their waveforms, which otherwise are an Error
+    std::optional<int> gpsWeek = {}; // converts week time to adjusted standard time in joined files
+    // Called with a message for differences between joined files, and for data that is not read. Empty:
+    // no warnings.
+    std::function<void(const std::string&)> warning = {};
+};
 
-    private:
-        struct Impl;
-        std::unique_ptr<Impl> m_impl;
-    };
+// Opens .vxl, .las, .laz, .bpf, text, .list (a file per line) and .index files by their endings, or the
+// files of a directory. Several files become one cloud. Points are read only when they are requested.
+QM_API Cloud open(const std::string& path, const OpenOptions& options = {});
+QM_API Cloud open(const std::vector<std::string>& paths, const OpenOptions& options = {});
+
+struct WriteOptions
+{
+    Query query = {};     // the points and channels to write
+    unsigned threads = 0; // the maximum; 0: one per core
+    std::string format =
+        {}; // "vxl", "las", "laz", "bpf", "txt" or "null" (no output); empty: the path's ending
+    // Of X, Y and Z; by default those of the cloud. LAS, LAZ and BPF output round coordinates to the
+    // scale; .vxl output uses it only where that is exact; text output ignores it.
+    std::optional<std::array<double, 3>> scale = {};
+    std::optional<std::array<double, 3>> offset = {};
+    // Called with the fraction done, 0 to 1. If it returns false, write() throws Cancelled. Exceptions of
+    // both functions are passed on.
+    std::function<bool(double)> progress = {};
+    // Called with a message for data that the format cannot hold. Empty: no warnings.
+    std::function<void(const std::string&)> warning = {};
+};
+
+// Writes a cloud and returns the number of points. The file is complete or absent: after an error, an
+// existing file at the path is unchanged. .vxl output reads the cloud twice. Errors: InvalidArgument for
+// a path without a known ending (.vxl, .las, .laz, .bpf, .txt, .csv, .xyz) unless the format is given;
+// General for an input of the cloud.
+QM_API std::uint64_t write(const std::string& path, const Cloud& cloud, const WriteOptions& options = {});
+
+// Limits the threads that the library uses in this process, for the lifetime of the object.
+class QM_API ThreadLimit
+{
+public:
+    explicit ThreadLimit(unsigned threads); // 0: one per core
+    ~ThreadLimit();
+    ThreadLimit(const ThreadLimit&) = delete;
+    ThreadLimit& operator=(const ThreadLimit&) = delete;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+};
 
 } // namespace vx

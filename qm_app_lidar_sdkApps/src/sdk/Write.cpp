@@ -39,8 +39,8 @@ private:
     std::atomic<bool> m_isCancelled = false;
 };
 
-// A file name that the table of formats recognises as the format to write. Unlike the programs, which write text to
-// any other name, this takes text only by its own endings, so that a mistyped name is an error.
+// A file name that the table of formats recognises as the format to write. Unlike the programs, which write
+// text to any other name, this takes text only by its own endings, so that a mistyped name is an error.
 std::string nameForFormat(const std::string& path, const std::string& format)
 {
     std::string name = format.empty() ? path : format == "null" ? format : "x." + format;
