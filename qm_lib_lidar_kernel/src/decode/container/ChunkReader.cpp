@@ -1,6 +1,5 @@
 #include "decode/container/ChunkReader.h"
 
-#include "common/container/IndexVersion.h"
 #include "decode/container/ChunkPayload.h"
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"

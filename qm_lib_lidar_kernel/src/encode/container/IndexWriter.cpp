@@ -1,6 +1,6 @@
 #include "encode/container/IndexWriter.h"
 
-#include "common/container/IndexVersion.h"
+#include "common/container/ChunkHeader.h"
 #include "index/BoxGrid.h"
 #include "index/MemoryRTree.h"
 #include "platform/Stream.h"
