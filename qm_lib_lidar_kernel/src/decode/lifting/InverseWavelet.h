@@ -20,7 +20,7 @@ namespace Quillmoran::TransformUtils {
 inline void getInverseWavelet(DataType type, TransformType transform, LiftingStep& predict,
                               LiftingStep& update)
 {
-    Lifting::choose<Lifting::Inverse>(type, transform, predict, update);
+    Lifting::choose<Lifting::Direction::Inverse>(type, transform, predict, update);
 }
 
 } // namespace Quillmoran::TransformUtils

@@ -11,7 +11,7 @@ namespace Quillmoran::TransformUtils {
 inline void getForwardWavelet(DataType type, TransformType transform, LiftingStep& predict,
                               LiftingStep& update)
 {
-    Lifting::choose<Lifting::Forward>(type, transform, predict, update);
+    Lifting::choose<Lifting::Direction::Forward>(type, transform, predict, update);
 }
 
 } // namespace Quillmoran::TransformUtils
