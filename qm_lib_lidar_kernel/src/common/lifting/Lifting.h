@@ -10,7 +10,6 @@
 #include <vxunpack/DataType.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <type_traits>
 
 namespace Quillmoran {

@@ -65,8 +65,17 @@ public:
         const std::int64_t left = std::max<std::int64_t>(getNumSamples() - m_position, 0);
         count = static_cast<std::size_t>(std::min<std::uint64_t>(count, static_cast<std::uint64_t>(left)));
         if (m_pieces.empty() || m_position < startOf(m_pieces.front()) ||
-            m_position + static_cast<std::int64_t>(count) > endOf(m_pieces.back()))
-            prepareAndDecode(count);
+            m_position + static_cast<std::int64_t>(count) > endOf(m_pieces.back())) {
+            std::vector<CodedSubblock> work;
+            prepare(count, work);
+            try {
+                for (const CodedSubblock& subblock : work)
+                    m_reader.decode(subblock);
+            } catch (...) {
+                m_pieces.clear();
+                throw;
+            }
+        }
         auto* samples = static_cast<T*>(out);
         for (std::size_t copied = 0; copied < count;) {
             const Piece& piece = m_pieces[m_current];
@@ -237,19 +246,6 @@ private:
         std::copy_n(m_samples.get(), m_numSamples, larger.get());
         m_samples = std::move(larger);
         m_capacity = capacity;
-    }
-
-    void prepareAndDecode(std::size_t count)
-    {
-        std::vector<CodedSubblock> work;
-        prepare(count, work);
-        try {
-            for (const CodedSubblock& subblock : work)
-                m_reader.decode(subblock);
-        } catch (...) {
-            m_pieces.clear();
-            throw;
-        }
     }
 
     StreamReader& dataStream() noexcept { return m_ranges.interleaved ? m_headers : m_data; }

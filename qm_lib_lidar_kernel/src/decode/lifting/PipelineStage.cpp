@@ -18,7 +18,6 @@
 #include <vxunpack/Base.h>
 
 #include <algorithm>
-#include <cstring>
 
 namespace Quillmoran {
 
@@ -155,17 +154,13 @@ private:
     // Reads and lifts until cell `wanted` is finished, or the window is full, or the band ends.
     void fill(std::size_t wanted)
     {
-        readChildren(std::min(m_capacity, cellsFor(wanted)));
-        update();
-        predict();
-    }
-
-    void readChildren(std::size_t cells)
-    {
+        const std::size_t cells = std::min(m_capacity, cellsFor(wanted));
         if (cells > m_lowEnd)
             m_lowEnd += m_low->get(low() + m_lowEnd, cells - m_lowEnd);
         if (cells > m_highEnd)
             m_highEnd += m_high->get(high() + m_highEnd, cells - m_highEnd);
+        update();
+        predict();
     }
 
     void update()

@@ -7,7 +7,6 @@
 #include "encode/coders/SubblockWriter.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <vector>
 
 namespace Quillmoran {
