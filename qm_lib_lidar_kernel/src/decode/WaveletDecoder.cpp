@@ -66,13 +66,13 @@ void WaveletDecoder::selectChannels(const PointInfo& layout)
             if (!DataTypeUtils::isKnown(type) || !DataTypeUtils::isKnown(stored) ||
                 DataTypeUtils::isFloat(type) != DataTypeUtils::isFloat(stored))
                 QM_THROW(ErrorCode::General, "unsupported datatype");
-            addChannel(*whole, CONVERT_PLAIN, i);
+            addChannel(*whole, i);
         } else if (const auto split = m_info->getSplitChannel(name)) {
             if (!isMergeable(*split, type))
                 QM_THROW(ErrorCode::General, "unsupported datatype");
-            addChannel(split->fraction, CONVERT_MERGE, i);
-            addChannel(split->exponent, CONVERT_MERGE, i);
-            addChannel(split->sign, CONVERT_MERGE, i);
+            addChannel(split->fraction, i);
+            addChannel(split->exponent, i);
+            addChannel(split->sign, i);
         } else {
             QM_THROW(ErrorCode::General, "could not find channel '%s'", name);
         }
@@ -92,11 +92,11 @@ bool WaveletDecoder::isMergeable(const WaveletDecoderInfo::SplitChannel& split, 
            hasIntegers(split.sign);
 }
 
-void WaveletDecoder::addChannel(std::size_t fileChannel, ConversionAction action, std::size_t pointChannel)
+void WaveletDecoder::addChannel(std::size_t fileChannel, std::size_t pointChannel)
 {
     Channel& added = m_channels.emplace_back();
     added.record = &m_info->getChannel(fileChannel);
-    added.conversion.setupConvert(*added.record, action, pointChannel);
+    added.conversion.setupConvert(*added.record, pointChannel);
 }
 
 std::size_t WaveletDecoder::getBlockPoints(const PointInfo& layout) const
@@ -153,12 +153,6 @@ void WaveletDecoder::begin(std::int64_t position)
     }
 }
 
-void WaveletDecoder::seek(std::int64_t position)
-{
-    for (Channel& channel : m_channels)
-        channel.root->seek(position);
-}
-
 void WaveletDecoder::decodeSubblocks(const Channel& channel)
 {
     // Subblocks are listed from the coarsest band to the finest, so neighbours have similar sizes.
@@ -198,10 +192,10 @@ void WaveletDecoder::decode(Block& block)
         throw;
     }
     for (std::size_t i = 0; i < m_channels.size(); ++i) {
-        const KernelConversion& conversion = m_channels[i].conversion;
-        if (conversion.getAction() == CONVERT_MERGE) {
-            conversion.mergeFromKernel(m_channels[i].samples, m_channels[i + 1].samples,
-                                       m_channels[i + 2].samples, block.points, block.fill);
+        const Channel& first = m_channels[i];
+        if (first.record->getPart() != ChannelPart::Whole) {
+            first.conversion.mergeFromKernel(first.samples, m_channels[i + 1].samples,
+                                             m_channels[i + 2].samples, block.points, block.fill);
             i += 2;
         }
     }
@@ -210,7 +204,8 @@ void WaveletDecoder::decode(Block& block)
 bool WaveletDecoder::startNext()
 {
     if (m_range < m_ranges.size() && m_ranges[m_range].length == 0 && ++m_range < m_ranges.size())
-        seek(m_ranges[m_range].start);
+        for (Channel& channel : m_channels)
+            channel.root->seek(m_ranges[m_range].start);
     if (m_range == m_ranges.size())
         return false;
     WaveletDecoderInfo::PointRange& range = m_ranges[m_range];

@@ -56,12 +56,11 @@ private:
 
     void selectChannels(const PointInfo& layout);
     bool isMergeable(const WaveletDecoderInfo::SplitChannel& split, DataType wanted) const;
-    void addChannel(std::size_t fileChannel, ConversionAction action, std::size_t pointChannel);
+    void addChannel(std::size_t fileChannel, std::size_t pointChannel);
     // Points per block; fewer for points with many channels.
     std::size_t getBlockPoints(const PointInfo& layout) const;
     void begin(std::int64_t position);
     void buildPipeline(Channel& channel);
-    void seek(std::int64_t position);
 
     // Decodes a block that is not the current one.
     void decode(Block& block);

@@ -49,15 +49,17 @@ void extractPart(Kernel* __restrict kernel, const void* samples, std::size_t cou
 
 // Extracts one part into the integer type of the kernel.
 template <class Float>
-void extract(ChannelData& kernel, const ChannelData& channel, std::size_t count, ConversionAction action)
+void extract(ChannelData& kernel, const ChannelData& channel, std::size_t count, ChannelPart part)
 {
     using Parts = Layout<Float>;
     int shift = 0;
     int width = Parts::fractionBits;
-    if (action != CONVERT_EXTRACT_FRACTION) {
-        const bool isExponent = action == CONVERT_EXTRACT_EXPONENT;
-        shift = isExponent ? Parts::fractionBits : Parts::fractionBits + Parts::exponentBits;
-        width = isExponent ? Parts::exponentBits : 1;
+    if (part == ChannelPart::Exponent) {
+        shift = Parts::fractionBits;
+        width = Parts::exponentBits;
+    } else if (part == ChannelPart::Sign) {
+        shift = Parts::fractionBits + Parts::exponentBits;
+        width = 1;
     }
     visitDataType(kernel.getDataType(), [&](auto zero) {
         using T = decltype(zero);
@@ -96,24 +98,17 @@ const std::int16_t* narrowed(const KernelSamples& part, KernelSamples& scratch, 
 
 } // namespace
 
-void KernelConversion::setupConvert(const WaveletChannelInfo& record, ConversionAction action,
-                                    std::size_t channelIndex) noexcept
-{
-    m_record = &record;
-    m_action = action;
-    m_channelIndex = channelIndex;
-}
-
 void KernelConversion::convertToKernel(const PointData& points, KernelSamples& kernel,
                                        std::size_t count) const
 {
     const ChannelData& channel = points.getChannel(m_channelIndex);
     kernel.reserve(m_record->getKernelDataType(), count);
-    if (m_action != CONVERT_PLAIN) {
+    const ChannelPart part = m_record->getPart();
+    if (part != ChannelPart::Whole) {
         if (channel.getDataType() == FLOAT32)
-            extract<float>(kernel, channel, count, m_action);
+            extract<float>(kernel, channel, count, part);
         else
-            extract<double>(kernel, channel, count, m_action);
+            extract<double>(kernel, channel, count, part);
     } else if (DataTypeUtils::isFloat(channel.getDataType()) !=
                DataTypeUtils::isFloat(kernel.getDataType())) {
         ChannelData::convert(kernel, 0, channel, 0, m_record->getOffset(), m_record->getScale(), count);
@@ -125,7 +120,7 @@ void KernelConversion::convertToKernel(const PointData& points, KernelSamples& k
 void KernelConversion::convertFromKernel(const KernelSamples& kernel, PointData& points,
                                          std::size_t count) const
 {
-    if (m_action != CONVERT_PLAIN)
+    if (m_record->getPart() != ChannelPart::Whole)
         return;
     ChannelData& channel = points.getChannel(m_channelIndex);
     if (m_record->isQuantized())

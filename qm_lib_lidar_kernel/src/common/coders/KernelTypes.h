@@ -1,10 +1,12 @@
 // The kernel types: the sample types in which transforms and coders work.
 #pragma once
 
+#include "common/coders/SubblockFormat.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/DataType.h>
 
 #include <cstdint>
+#include <memory>
 
 namespace Quillmoran {
 
@@ -27,6 +29,21 @@ auto visitKernelType(DataType type, ErrorCode code, Visit&& visit)
     default:
         QM_THROW(code, "unkown datatype");
     }
+}
+
+// Makes the implementation of a coder for the type of a format. InvalidArgument "unkown datatype" for a type
+// that the coder does not support.
+template <class Interface, template <class> class Implementation, template <class> class Supports>
+std::unique_ptr<Interface> createCoder(const SubblockFormat& format)
+{
+    return visitKernelType(format.type, ErrorCode::InvalidArgument,
+                           [&](auto zero) -> std::unique_ptr<Interface> {
+                               using T = decltype(zero);
+                               if constexpr (Supports<T>::value)
+                                   return std::make_unique<Implementation<T>>(format);
+                               else
+                                   QM_THROW(ErrorCode::InvalidArgument, "unkown datatype");
+                           });
 }
 
 } // namespace Quillmoran

@@ -23,6 +23,13 @@ enum ChunkId : std::uint32_t
     CHUNK_EXTENDED_HEADER = 8
 };
 
+// The versions of the index chunk.
+enum IndexVersion : std::uint8_t
+{
+    INDEX_IN_MEMORY = 1, // boxes as doubles, loaded completely
+    INDEX_ON_DISK = 2    // a tree of boxes on a grid, read during queries
+};
+
 struct ChunkHeader
 {
     static constexpr int size = 12; // bytes on disk

@@ -51,11 +51,6 @@ void WaveletChannelInfo::init(const char* name, DataType dataType, int bits, Tra
     m_offset = offset;
     m_scale = scale;
     m_kernelDataType = TransformUtils::isInteger(transform) ? integerKernel(bits) : dataType;
-    resetMinMax();
-}
-
-void WaveletChannelInfo::resetMinMax() noexcept
-{
     if (DataTypeUtils::isFloat(m_kernelDataType)) {
         m_minimum.real = std::numeric_limits<double>::infinity();
         m_maximum.real = -std::numeric_limits<double>::infinity();

@@ -84,7 +84,6 @@ public:
     void updateMinMax(const ChannelData& kernel, std::size_t count);
 
 private:
-    void resetMinMax() noexcept;
     void deriveKernel();
     DataType integerKernel(int bits) const;
 

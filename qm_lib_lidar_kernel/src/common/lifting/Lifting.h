@@ -10,7 +10,6 @@
 #include <vxunpack/DataType.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <type_traits>
 
 namespace Quillmoran {
@@ -95,57 +94,37 @@ T predictTerm(const T* l)
 }
 
 // The two directions: decoding undoes what encoding did.
-struct Inverse
+enum class Direction
 {
-    template <class T>
-    static T update(T low, T term)
-    {
-        return difference<T>(low, term);
-    }
-    template <class T>
-    static T predict(T high, T term)
-    {
-        return sum<T>(high, term);
-    }
+    Inverse,
+    Forward
 };
 
-struct Forward
-{
-    template <class T>
-    static T update(T low, T term)
-    {
-        return sum<T>(low, term);
-    }
-    template <class T>
-    static T predict(T high, T term)
-    {
-        return difference<T>(high, term);
-    }
-};
-
-template <class Direction, int order, class T>
+template <Direction direction, int order, class T>
 void update(void* lowSamples, std::size_t lowCount, void* highSamples, std::size_t)
 {
     T* __restrict low = static_cast<T*>(lowSamples);
     const T* __restrict high = static_cast<const T*>(highSamples);
     for (std::size_t i = 0; i < lowCount; ++i)
-        low[i] = Direction::template update<T>(low[i], updateTerm<order, T>(high + i));
+        low[i] = direction == Direction::Forward ? sum<T>(low[i], updateTerm<order, T>(high + i))
+                                                 : difference<T>(low[i], updateTerm<order, T>(high + i));
 }
 
-template <class Direction, int order, class T>
+template <Direction direction, int order, class T>
 void predict(void* lowSamples, std::size_t, void* highSamples, std::size_t highCount)
 {
     const T* __restrict low = static_cast<const T*>(lowSamples);
     T* __restrict high = static_cast<T*>(highSamples);
     for (std::size_t i = 0; i < highCount; ++i)
-        high[i] = Direction::template predict<T>(high[i], predictTerm<order, T>(low + i));
+        high[i] = direction == Direction::Forward ? difference<T>(high[i], predictTerm<order, T>(low + i))
+                                                  : sum<T>(high[i], predictTerm<order, T>(low + i));
 }
 
 inline void doNothing(void*, std::size_t, void*, std::size_t)
 {}
 
 // The steps for a kernel type and a transform. InvalidArgument: "unkown wavelet type", "unkown datatype".
-template <class Direction>
+template <Direction direction>
 void choose(DataType type, TransformType transform, LiftingStep& predictStep, LiftingStep& updateStep)
 {
     visitKernelType(type, ErrorCode::InvalidArgument, [&](auto zero) {
@@ -155,9 +134,9 @@ void choose(DataType type, TransformType transform, LiftingStep& predictStep, Li
         const LiftingScheme& scheme = TransformUtils::getLifting(transform);
         updateStep = predictStep = doNothing;
         if (scheme.order != 0)
-            predictStep = scheme.order == 1 ? predict<Direction, 1, T> : predict<Direction, 3, T>;
+            predictStep = scheme.order == 1 ? predict<direction, 1, T> : predict<direction, 3, T>;
         if (scheme.hasUpdate)
-            updateStep = scheme.order == 1 ? update<Direction, 1, T> : update<Direction, 3, T>;
+            updateStep = scheme.order == 1 ? update<direction, 1, T> : update<direction, 3, T>;
     });
 }
 

@@ -39,7 +39,7 @@ struct BandRanges
 class SubbandSource
 {
 public:
-    virtual ~SubbandSource();
+    virtual ~SubbandSource() = default;
     SubbandSource(const SubbandSource&) = delete;
     SubbandSource& operator=(const SubbandSource&) = delete;
 
@@ -73,7 +73,9 @@ public:
     std::int64_t getNumSamples() const noexcept { return m_numSamples; }
 
 protected:
-    SubbandSource(DataType type, TransformType transform, std::size_t blockSize, std::int64_t numSamples);
+    SubbandSource(DataType type, TransformType transform, std::size_t blockSize, std::int64_t numSamples)
+        : m_dataType(type), m_transform(transform), m_blockSize(blockSize), m_numSamples(numSamples)
+    {}
 
 private:
     DataType m_dataType; // a kernel type

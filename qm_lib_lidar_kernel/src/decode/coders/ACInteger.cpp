@@ -1,6 +1,10 @@
-#include "decode/coders/ACInteger.h"
-
+// Reads subblocks of signed integers that are coded symbol by symbol with the arithmetic coder;
+// ACIntegerModels has the symbols. Magnitudes have at most 15 bits. Every subblock starts with fresh models.
+//
+// The counterpart is encode/coders/ACIntegerWriter.cpp.
 #include "common/coders/ACIntegerModels.h"
+#include "common/coders/KernelTypes.h"
+#include "decode/coders/SubblockReader.h"
 #include "platform/ByteOrder.h"
 
 namespace Quillmoran {
@@ -63,42 +67,53 @@ private:
     U* m_end;
 };
 
+template <class T>
+class ACInteger final : public SubblockReader
+{
+public:
+    using SubblockReader::SubblockReader;
+
+    void init() override { initForIntegers(); }
+
+    void decode(const CodedSubblock& subblock) const override
+    {
+        Samples<UnsignedOf<T>> samples(subblock, ACIntegerModels::ofThread()[0]);
+        while (!samples.atEnd())
+            samples.put(samples.afterSign(samples.sign()));
+    }
+
+    // Each symbol depends on the one before it, so two subblocks are interleaved to hide latency.
+    void decodeTwo(const CodedSubblock& first, const CodedSubblock& second) const override
+    {
+        std::array<ACIntegerModels, 2>& models = ACIntegerModels::ofThread();
+        Samples<UnsignedOf<T>> a(first, models[0]);
+        Samples<UnsignedOf<T>> b(second, models[1]);
+        while (!a.atEnd() && !b.atEnd()) {
+            const std::uint32_t signA = a.sign();
+            const std::uint32_t signB = b.sign();
+            if (signA == ACIntegerModels::ZERO || signB == ACIntegerModels::ZERO) {
+                a.put(a.afterSign(signA));
+                b.put(b.afterSign(signB));
+                continue;
+            }
+            const std::uint32_t lengthA = a.length();
+            const std::uint32_t lengthB = b.length();
+            a.put(a.value(signA, lengthA));
+            b.put(b.value(signB, lengthB));
+        }
+        for (Samples<UnsignedOf<T>>* samples : {&a, &b})
+            while (!samples->atEnd())
+                samples->put(samples->afterSign(samples->sign()));
+    }
+
+    bool prefersTwo() const noexcept override { return true; }
+};
+
 } // namespace
 
-template <class T>
-void ACInteger<T>::decode(const CodedSubblock& subblock) const
+std::unique_ptr<SubblockReader> createACReader(const SubblockFormat& format)
 {
-    Samples<UnsignedOf<T>> samples(subblock, ACIntegerModels::ofThread()[0]);
-    while (!samples.atEnd())
-        samples.put(samples.afterSign(samples.sign()));
+    return createCoder<SubblockReader, ACInteger, std::is_integral>(format);
 }
-
-template <class T>
-void ACInteger<T>::decodeTwo(const CodedSubblock& first, const CodedSubblock& second) const
-{
-    std::array<ACIntegerModels, 2>& models = ACIntegerModels::ofThread();
-    Samples<UnsignedOf<T>> a(first, models[0]);
-    Samples<UnsignedOf<T>> b(second, models[1]);
-    while (!a.atEnd() && !b.atEnd()) {
-        const std::uint32_t signA = a.sign();
-        const std::uint32_t signB = b.sign();
-        if (signA == ACIntegerModels::ZERO || signB == ACIntegerModels::ZERO) {
-            a.put(a.afterSign(signA));
-            b.put(b.afterSign(signB));
-            continue;
-        }
-        const std::uint32_t lengthA = a.length();
-        const std::uint32_t lengthB = b.length();
-        a.put(a.value(signA, lengthA));
-        b.put(b.value(signB, lengthB));
-    }
-    for (Samples<UnsignedOf<T>>* samples : {&a, &b})
-        while (!samples->atEnd())
-            samples->put(samples->afterSign(samples->sign()));
-}
-
-template class ACInteger<std::int16_t>;
-template class ACInteger<std::int32_t>;
-template class ACInteger<std::int64_t>;
 
 } // namespace Quillmoran

@@ -1,5 +1,8 @@
-#include "decode/coders/GZFloatingPoint.h"
-
+// Reads subblocks of floating-point samples: their big-endian bytes as one raw deflate stream.
+//
+// The counterpart is encode/coders/GZFloatingPointWriter.cpp.
+#include "common/coders/KernelTypes.h"
+#include "decode/coders/SubblockReader.h"
 #include "platform/ByteOrder.h"
 #include <vxunpack/Base.h>
 
@@ -84,29 +87,38 @@ void inflateExactly(const std::uint8_t* payload, std::size_t length, void* out, 
         QM_THROW(zlibError, "inflate(Z_NO_FLUSH): %s", message(stream.msg));
 }
 
+template <class T>
+class GZFloatingPoint final : public SubblockReader
+{
+public:
+    using SubblockReader::SubblockReader;
+
+    void init() override
+    {
+        SubblockReader::init(deflateBound(nullptr, static_cast<uLong>(getFormat().subblockSize * sizeof(T))));
+    }
+
+    // Inflate with the library's message: "inflateInit(): %s", "inflateReset(): %s" and "inflate(Z_NO_FLUSH):
+    // %s", the last one also for a stream that does not end with the last sample.
+    void decode(const CodedSubblock& subblock) const override
+    {
+        const auto length = static_cast<std::size_t>(subblock.header.payloadLength);
+        const std::size_t size = subblock.count * sizeof(T);
+        if (!inflateFast(subblock.payload, length, subblock.samples, size))
+            inflateExactly(subblock.payload, length, subblock.samples, size);
+
+        auto* const samples = static_cast<T*>(subblock.samples);
+        const auto* const bytes = static_cast<const std::uint8_t*>(subblock.samples);
+        for (std::size_t i = 0; i < subblock.count; ++i)
+            samples[i] = loadBigEndian<T>(bytes + i * sizeof(T));
+    }
+};
+
 } // namespace
 
-template <class T>
-void GZFloatingPoint<T>::init()
+std::unique_ptr<SubblockReader> createGZReader(const SubblockFormat& format)
 {
-    SubblockReader::init(deflateBound(nullptr, static_cast<uLong>(getFormat().subblockSize * sizeof(T))));
+    return createCoder<SubblockReader, GZFloatingPoint, std::is_floating_point>(format);
 }
-
-template <class T>
-void GZFloatingPoint<T>::decode(const CodedSubblock& subblock) const
-{
-    const auto length = static_cast<std::size_t>(subblock.header.payloadLength);
-    const std::size_t size = subblock.count * sizeof(T);
-    if (!inflateFast(subblock.payload, length, subblock.samples, size))
-        inflateExactly(subblock.payload, length, subblock.samples, size);
-
-    auto* const samples = static_cast<T*>(subblock.samples);
-    const auto* const bytes = static_cast<const std::uint8_t*>(subblock.samples);
-    for (std::size_t i = 0; i < subblock.count; ++i)
-        samples[i] = loadBigEndian<T>(bytes + i * sizeof(T));
-}
-
-template class GZFloatingPoint<float>;
-template class GZFloatingPoint<double>;
 
 } // namespace Quillmoran

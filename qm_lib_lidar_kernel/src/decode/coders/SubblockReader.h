@@ -46,6 +46,7 @@ public:
     // InvalidArgument "unkown datatype"; General "bad transform type".
     static std::unique_ptr<SubblockReader> create(const SubblockFormat& format);
 
+    explicit SubblockReader(const SubblockFormat& format) : m_format(format) {}
     virtual ~SubblockReader() = default;
     SubblockReader(const SubblockReader&) = delete;
     SubblockReader& operator=(const SubblockReader&) = delete;
@@ -85,8 +86,6 @@ public:
     const SubblockFormat& getFormat() const noexcept { return m_format; }
 
 protected:
-    explicit SubblockReader(const SubblockFormat& format) : m_format(format) {}
-
     // Sets the largest payload of a full subblock. Headers that announce more are refused.
     void init(std::uint64_t payloadCapacity) { m_payloadCapacity = payloadCapacity; }
     // For integers: one and a half times the size of the samples.
@@ -104,5 +103,10 @@ private:
     MemoryBudget* m_budget = nullptr;
     std::uint64_t m_payloadCapacity = 0;
 };
+
+// The readers of the three coders, for the table in Coder.cpp.
+std::unique_ptr<SubblockReader> createMQReader(const SubblockFormat& format);
+std::unique_ptr<SubblockReader> createACReader(const SubblockFormat& format);
+std::unique_ptr<SubblockReader> createGZReader(const SubblockFormat& format);
 
 } // namespace Quillmoran

@@ -20,8 +20,6 @@ constexpr ErrorCode fileError = ErrorCode::ContainerRead;
 constexpr ErrorCode unsupportedError = ErrorCode::Unsupported;
 constexpr ErrorCode wktError = ErrorCode::WKTChunkRead;
 constexpr ErrorCode classNamesError = ErrorCode::ClassNamesChunkRead;
-constexpr ErrorCode extendedRecordError = ErrorCode::ExtendedRecordRead;
-constexpr ErrorCode extendedHeaderError = ErrorCode::ExtendedHeaderRead;
 
 } // namespace
 
@@ -99,26 +97,13 @@ std::optional<std::string> BaseChunkReader::readWKT(std::int64_t length)
     Payload payload(m_stream, length);
     if (payload.left() < fixedFields)
         QM_THROW(wktError, "wkt chunk is the wrong size");
-    std::uint8_t version = 0;
-    if (!payload.get_be(version))
-        QM_THROW(wktError, "bad read -- version");
-    if (version != 1)
-        QM_THROW(unsupportedError, "unsupported wkt version");
-    std::uint32_t size = 0;
-    if (!payload.get_be(size))
-        QM_THROW(wktError, "bad write -- %s length", "wkt");
+    payload.getVersion("wkt", 1, wktError, "bad read -- version");
+    const auto size = payload.get<std::uint32_t>(wktError, "bad write -- wkt length");
     if (size != payload.left())
         QM_THROW(wktError, "wkt chunk is the wrong size");
     if (size == 0)
         return std::nullopt;
-    if (!payload.holds(size))
-        QM_THROW(wktError, "bad write -- %s data", "wkt");
-    std::string text(size, '\0');
-    if (!payload.read(text.data(), size))
-        QM_THROW(wktError, "bad write -- %s data", "wkt");
-    text.back() = '\0';
-    text.resize(std::strlen(text.c_str()));
-    return text;
+    return payload.getText(size, "wkt", wktError);
 }
 
 std::vector<std::optional<std::string>> BaseChunkReader::readClassNames(std::int64_t length)
@@ -126,38 +111,24 @@ std::vector<std::optional<std::string>> BaseChunkReader::readClassNames(std::int
     Payload payload(m_stream, length);
     if (payload.left() < fixedFields)
         QM_THROW(classNamesError, "class names chunk is the wrong size");
-    std::uint8_t version = 0;
-    if (!payload.get_be(version))
-        QM_THROW(classNamesError, "bad read -- version");
-    if (version != 1)
-        QM_THROW(unsupportedError, "unsupported class names version");
-    std::uint32_t count = 0;
-    if (!payload.get_be(count))
-        QM_THROW(classNamesError, "bad read -- count");
+    payload.getVersion("class names", 1, classNamesError, "bad read -- version");
+    const auto count = payload.get<std::uint32_t>(classNamesError, "bad read -- count");
     // Each name has at least its length field.
     if (count > payload.left() / sizeof(std::uint32_t))
         QM_THROW(classNamesError, "class names chunk is the wrong size");
 
     std::vector<std::optional<std::string>> names;
     for (std::uint32_t i = 0; i < count; ++i) {
-        std::uint32_t size = 0;
-        if (payload.left() < sizeof size)
+        if (payload.left() < sizeof(std::uint32_t))
             QM_THROW(classNamesError, "class names chunk is the wrong size");
-        if (!payload.get_be(size))
-            QM_THROW(classNamesError, "bad write -- %s length", "name");
+        const auto size = payload.get<std::uint32_t>(classNamesError, "bad write -- name length");
         if (size > payload.left())
             QM_THROW(classNamesError, "class names chunk is the wrong size");
-        if (!payload.holds(size))
-            QM_THROW(classNamesError, "bad write -- %s data", "name");
-        std::string name(size, '\0');
-        if (!payload.read(name.data(), size))
-            QM_THROW(classNamesError, "bad write -- %s data", "name");
-        if (size == 0) {
+        std::string name = payload.getText(size, "name", classNamesError);
+        if (size == 0)
             names.emplace_back();
-            continue;
-        }
-        name.back() = '\0';
-        names.emplace_back(name.c_str());
+        else
+            names.emplace_back(std::move(name));
     }
     if (payload.left() != 0)
         QM_THROW(classNamesError, "class names chunk is the wrong size");
@@ -168,13 +139,10 @@ void BaseChunkReader::readExtendedHeader(std::int64_t length,
                                          std::vector<WaveletDecoderChannelInfo>& channels)
 {
     Payload payload(m_stream, length);
-    std::uint8_t version = 0;
-    if (!payload.get_be(version))
-        QM_THROW(extendedHeaderError, "bad read -- extened header version");
-    if (version != 1)
-        QM_THROW(unsupportedError, "unsupported extended header version");
+    payload.getVersion("extended header", 1, ErrorCode::ExtendedHeaderRead,
+                       "bad read -- extened header version");
     for (WaveletDecoderChannelInfo& channel : channels)
-        channel.loadExtended(m_stream, extendedRecordError);
+        channel.loadExtended(m_stream, ErrorCode::ExtendedRecordRead);
 }
 
 } // namespace Quillmoran

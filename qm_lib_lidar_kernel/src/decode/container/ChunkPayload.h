@@ -26,6 +26,36 @@ public:
         return take(sizeof(T)) && m_stream.get_be(value);
     }
 
+    // Reads a field. `code` with the message if the payload or the file ends before it.
+    template <class T>
+    T get(ErrorCode code, const char* message)
+    {
+        T value{};
+        if (!get_be(value))
+            QM_THROW(code, "%s", message);
+        return value;
+    }
+
+    // Reads the version of a chunk. Unsupported "unsupported %s version" if it is not 1 to `newest`.
+    std::uint8_t getVersion(const char* what, std::uint8_t newest, ErrorCode code, const char* message)
+    {
+        const auto version = get<std::uint8_t>(code, message);
+        if (version < 1 || version > newest)
+            QM_THROW(ErrorCode::Unsupported, "unsupported %s version", what);
+        return version;
+    }
+
+    // Reads `size` bytes: a text with its NUL, which is removed. `code` "bad write -- %s data".
+    std::string getText(std::uint32_t size, const char* what, ErrorCode code)
+    {
+        std::string text;
+        if (holds(size))
+            text.resize(size);
+        if (text.size() != size || !read(text.data(), size))
+            QM_THROW(code, "bad write -- %s data", what);
+        return size == 0 ? text : std::string(text, 0, std::min<std::size_t>(text.find('\0'), size - 1));
+    }
+
     // Whether the payload and the file contain `count` more bytes. Called before an allocation for them.
     [[nodiscard]] bool holds(std::uint64_t count) const
     {

@@ -1,6 +1,5 @@
 #include "decode/container/ChunkReader.h"
 
-#include "common/container/IndexVersion.h"
 #include "decode/container/ChunkPayload.h"
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
@@ -12,18 +11,13 @@ namespace {
 constexpr ErrorCode headerError = ErrorCode::WaveletHeaderRead;
 constexpr ErrorCode indexError = ErrorCode::IndexChunkRead;
 constexpr ErrorCode subbandError = ErrorCode::SubbandRead;
-constexpr ErrorCode unsupportedError = ErrorCode::Unsupported;
 
 } // namespace
 
 ChunkReader::WaveletHeader ChunkReader::readWaveletHeader(std::int64_t length)
 {
     Payload payload(m_stream, length);
-    std::uint8_t version = 0;
-    if (!payload.get_be(version))
-        QM_THROW(headerError, "bad read -- header version");
-    if (version < 1 || version > 2)
-        QM_THROW(unsupportedError, "unsupported header version");
+    payload.getVersion("header", 2, headerError, "bad read -- header version");
 
     WaveletHeader header;
     std::uint16_t lastLevel = 0;
@@ -49,14 +43,8 @@ ChunkReader::WaveletHeader ChunkReader::readWaveletHeader(std::int64_t length)
 std::uint32_t ChunkReader::readIndex(std::int64_t length, Scoped<RTree>& tree)
 {
     Payload payload(m_stream, length);
-    std::uint8_t version = 0;
-    if (!payload.get_be(version))
-        QM_THROW(indexError, "bad read -- header version");
-    if (version != INDEX_IN_MEMORY && version != INDEX_ON_DISK)
-        QM_THROW(unsupportedError, "unsupported index version");
-    std::uint32_t pointsPerEntry = 0;
-    if (!payload.get_be(pointsPerEntry))
-        QM_THROW(indexError, "bad read -- index header");
+    const auto version = payload.getVersion("index", INDEX_ON_DISK, indexError, "bad read -- header version");
+    const auto pointsPerEntry = payload.get<std::uint32_t>(indexError, "bad read -- index header");
 
     tree.reset();
     const auto rest = static_cast<std::int64_t>(payload.left());
@@ -77,15 +65,9 @@ void ChunkReader::readSubband(std::int64_t length, std::uint32_t channel, std::u
                               IO::Location& first, IO::Location& second)
 {
     Payload payload(m_stream, length);
-    std::uint8_t version = 0;
-    if (!payload.get_be(version))
-        QM_THROW(subbandError, "bad read -- header version");
-    if (version < 1 || version > 3)
-        QM_THROW(unsupportedError, "unsupported subband version");
-    std::uint16_t storedChannel = 0;
-    std::uint16_t storedSubband = 0;
-    if (!payload.get_be(storedChannel) || !payload.get_be(storedSubband))
-        QM_THROW(subbandError, "bad read -- subband header");
+    const auto version = payload.getVersion("subband", 3, subbandError, "bad read -- header version");
+    const auto storedChannel = payload.get<std::uint16_t>(subbandError, "bad read -- subband header");
+    const auto storedSubband = payload.get<std::uint16_t>(subbandError, "bad read -- subband header");
     if (storedChannel != channel)
         QM_THROW(subbandError, "bad channel order");
     if (storedSubband != subband)
@@ -96,10 +78,8 @@ void ChunkReader::readSubband(std::int64_t length, std::uint32_t channel, std::u
         first = IO::Location();
         second.set(io, m_stream.tell(), static_cast<std::int64_t>(payload.left()));
     } else {
-        std::int64_t a = 0;
-        std::int64_t b = 0;
-        if (!payload.get_be(a) || !payload.get_be(b))
-            QM_THROW(subbandError, "bad read -- subband lengths");
+        const auto a = payload.get<std::int64_t>(subbandError, "bad read -- subband lengths");
+        const auto b = payload.get<std::int64_t>(subbandError, "bad read -- subband lengths");
         const std::int64_t start = m_stream.tell();
         if (a < 0 || b < 0 || !payload.take(static_cast<std::uint64_t>(a)) ||
             !payload.take(static_cast<std::uint64_t>(b)))

@@ -12,7 +12,6 @@
 #include <vxunpack/IO.h>
 #include <vxunpack/PointInfo.h>
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <vector>

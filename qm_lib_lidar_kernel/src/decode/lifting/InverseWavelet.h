@@ -14,13 +14,13 @@
 
 #include "common/lifting/Lifting.h"
 
-namespace Quillmoran {
-
-namespace TransformUtils {
+namespace Quillmoran::TransformUtils {
 
 // The steps for a kernel type and a transform. InvalidArgument: "unkown wavelet type", "unkown datatype".
-void getInverseWavelet(DataType type, TransformType transform, LiftingStep& predict, LiftingStep& update);
+inline void getInverseWavelet(DataType type, TransformType transform, LiftingStep& predict,
+                              LiftingStep& update)
+{
+    Lifting::choose<Lifting::Direction::Inverse>(type, transform, predict, update);
+}
 
-} // namespace TransformUtils
-
-} // namespace Quillmoran
+} // namespace Quillmoran::TransformUtils

@@ -11,7 +11,7 @@ ChannelEncoder::ChannelEncoder(const KernelPlan& plan, std::size_t channelIndex,
 {
     m_record.init(plan.name.c_str(), plan.dataType, plan.bits, plan.transform, plan.subblockSize, plan.offset,
                   plan.scale);
-    m_conversion.setupConvert(m_record, plan.action, channelIndex);
+    m_conversion.setupConvert(m_record, channelIndex);
     m_format = {m_record.getKernelDataType(), plan.transform, plan.subblockSize,
                 format.planeLengths && TransformUtils::isWavelet(plan.transform), format.rawPlanes};
     m_bands.assign(format.numLevels, SubbandWriter(m_format, format.interleaved, file));
@@ -51,26 +51,17 @@ void ChannelEncoder::collectPending()
 
 void ChannelEncoder::encodePending(std::size_t index)
 {
-    std::unique_ptr<SubblockWriter> writer = takeWriter();
-    m_pending[index]->encode(*writer);
-    returnWriter(std::move(writer));
-}
-
-std::unique_ptr<SubblockWriter> ChannelEncoder::takeWriter()
-{
+    std::unique_ptr<SubblockWriter> writer;
     {
         const std::lock_guard<Mutex> lock(m_mutex);
         if (!m_writers.empty()) {
-            std::unique_ptr<SubblockWriter> writer = std::move(m_writers.back());
+            writer = std::move(m_writers.back());
             m_writers.pop_back();
-            return writer;
         }
     }
-    return SubblockWriter::create(m_format);
-}
-
-void ChannelEncoder::returnWriter(std::unique_ptr<SubblockWriter> writer)
-{
+    if (!writer)
+        writer = SubblockWriter::create(m_format);
+    m_pending[index]->encode(*writer);
     const std::lock_guard<Mutex> lock(m_mutex);
     m_writers.push_back(std::move(writer));
 }

@@ -44,8 +44,6 @@ public:
 
 private:
     void collectPending();
-    std::unique_ptr<SubblockWriter> takeWriter();
-    void returnWriter(std::unique_ptr<SubblockWriter> writer);
 
     WaveletChannelInfo m_record;
     KernelConversion m_conversion;

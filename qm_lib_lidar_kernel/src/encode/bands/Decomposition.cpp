@@ -35,8 +35,6 @@ private:
 
 } // namespace
 
-Decomposition::~Decomposition() = default;
-
 std::unique_ptr<Decomposition> Decomposition::create(DataType type, TransformType transform,
                                                      std::size_t numLevels)
 {

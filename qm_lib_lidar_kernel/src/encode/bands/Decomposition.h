@@ -20,7 +20,7 @@ public:
     static std::unique_ptr<Decomposition> create(DataType type, TransformType transform,
                                                  std::size_t numLevels);
 
-    virtual ~Decomposition();
+    virtual ~Decomposition() = default;
     Decomposition(const Decomposition&) = delete;
     Decomposition& operator=(const Decomposition&) = delete;
 

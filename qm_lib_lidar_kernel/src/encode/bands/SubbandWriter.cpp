@@ -1,7 +1,6 @@
 #include "encode/bands/SubbandWriter.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace Quillmoran {

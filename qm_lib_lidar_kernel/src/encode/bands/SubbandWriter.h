@@ -1,13 +1,12 @@
 // Writes one band of a channel. It divides samples into subblocks, which the caller encodes on any threads,
 // and appends the encoded subblocks, in order, to the streams of the band. The counterpart is
-// decode/bands/SubbandReader.h.
+// decode/bands/SubbandReader.cpp.
 #pragma once
 
 #include "encode/bands/SpillStream.h"
 #include "encode/coders/SubblockWriter.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <vector>
 
 namespace Quillmoran {

@@ -28,6 +28,7 @@ public:
     // InvalidArgument "unkown datatype"; General "bad transform type".
     static std::unique_ptr<SubblockWriter> create(const SubblockFormat& format);
 
+    explicit SubblockWriter(const SubblockFormat& format) : m_format(format) {}
     virtual ~SubblockWriter();
     SubblockWriter(const SubblockWriter&) = delete;
     SubblockWriter& operator=(const SubblockWriter&) = delete;
@@ -44,8 +45,6 @@ public:
     const SubblockFormat& getFormat() const noexcept { return m_format; }
 
 protected:
-    explicit SubblockWriter(const SubblockFormat& format) : m_format(format) {}
-
     static constexpr std::uint32_t firstPayloadHeader = 2048;
 
     // Readers refuse larger payloads of integers: one and a half times the raw size of a full subblock.
@@ -59,6 +58,11 @@ protected:
 private:
     SubblockFormat m_format;
 };
+
+// The writers of the three coders, for the table in Coder.cpp.
+std::unique_ptr<SubblockWriter> createMQWriter(const SubblockFormat& format);
+std::unique_ptr<SubblockWriter> createACWriter(const SubblockFormat& format);
+std::unique_ptr<SubblockWriter> createGZWriter(const SubblockFormat& format);
 
 template <class T>
 void appendBigEndian(SubblockWriter::Bytes& bytes, T value)

@@ -1,6 +1,6 @@
 #include "encode/container/IndexWriter.h"
 
-#include "common/container/IndexVersion.h"
+#include "common/container/ChunkHeader.h"
 #include "index/BoxGrid.h"
 #include "index/MemoryRTree.h"
 #include "platform/Stream.h"
@@ -67,22 +67,13 @@ void IndexWriter::write(StreamWriter& out, std::uint8_t version) const
         version = INDEX_IN_MEMORY;
     out.put_be(version);
     out.put_be(m_pointsPerEntry);
-    if (version == INDEX_IN_MEMORY)
-        writeBoxes(out);
-    else
-        writeTree(out, all);
-}
-
-void IndexWriter::writeBoxes(StreamWriter& out) const
-{
-    out.put_be(static_cast<std::uint32_t>(m_boxes.size()));
-    for (const Bounds& box : m_boxes)
-        for (const double value : {box.x.min, box.x.max, box.y.min, box.y.max, box.z.min, box.z.max})
-            out.put_be(value);
-}
-
-void IndexWriter::writeTree(StreamWriter& out, const Bounds& all) const
-{
+    if (version == INDEX_IN_MEMORY) {
+        out.put_be(static_cast<std::uint32_t>(m_boxes.size()));
+        for (const Bounds& box : m_boxes)
+            for (const double value : {box.x.min, box.x.max, box.y.min, box.y.max, box.z.min, box.z.max})
+                out.put_be(value);
+        return;
+    }
     const BoxGrid grid(all);
     const Scoped<MemoryRTree> tree(MemoryRTree::create());
     for (std::size_t i = 0; i < m_boxes.size(); ++i)

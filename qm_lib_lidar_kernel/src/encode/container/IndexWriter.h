@@ -25,9 +25,6 @@ public:
     void write(StreamWriter& out, std::uint8_t version) const;
 
 private:
-    void writeBoxes(StreamWriter& out) const;
-    void writeTree(StreamWriter& out, const Bounds& all) const;
-
     std::uint32_t m_pointsPerEntry;
     std::uint32_t m_free = 0; // points that can still be added to the last box
     std::vector<Bounds> m_boxes;

@@ -5,7 +5,7 @@
 //   low     |== final ==========|------ samples -----------|
 //   high    |== final ====================|--- samples ----|
 //
-// The counterpart is decode/lifting/PipelineStage.h. Each band is extended by its outermost sample just
+// The counterpart is decode/lifting/PipelineStage.cpp. Each band is extended by its outermost sample just
 // before the step that reads it. Results do not depend on the number of samples per push().
 #pragma once
 
@@ -59,11 +59,5 @@ private:
     std::size_t m_lowOut = 0;    // cells that earlier pushes finished
     std::size_t m_highOut = 0;
 };
-
-extern template class ForwardPipelineStage<std::int16_t>;
-extern template class ForwardPipelineStage<std::int32_t>;
-extern template class ForwardPipelineStage<std::int64_t>;
-extern template class ForwardPipelineStage<float>;
-extern template class ForwardPipelineStage<double>;
 
 } // namespace Quillmoran

@@ -14,7 +14,6 @@ struct KernelPlan
 {
     std::string name; // with the prefix of its part
     DataType dataType = INVALID;
-    ConversionAction action = CONVERT_PLAIN;
     TransformType transform = 0;
     std::uint32_t subblockSize = 0; // samples
     int bits = 0;                   // significant bits of integer kernel samples

@@ -114,15 +114,6 @@ double firstFinite(const ChannelData& channel, std::size_t count)
     return value;
 }
 
-FloatGrid at(double scale, double offset, double decimals)
-{
-    FloatGrid grid;
-    grid.scale = scale;
-    grid.offset = offset;
-    grid.decimals = decimals;
-    return grid;
-}
-
 } // namespace
 
 bool FloatGrid::hold(const ChannelData& channel, std::size_t count) noexcept
@@ -155,9 +146,9 @@ std::vector<FloatGrid> FloatGrid::find(const ChannelData& channel, std::size_t c
             tryGrid(grid);
             continue;
         }
-        tryGrid(at(grid.scale, offsets[0], 0));
+        tryGrid({grid.scale, offsets[0]});
         if (offsets[1] != offsets[0])
-            tryGrid(at(grid.scale, offsets[1], 0));
+            tryGrid({grid.scale, offsets[1]});
     }
     if (!found.empty())
         return found;
@@ -172,7 +163,7 @@ std::vector<FloatGrid> FloatGrid::find(const ChannelData& channel, std::size_t c
         // Decimals and coordinates stay whole multiples of the scale.
         const std::size_t usable = isCoordinate || step.decimals != 0 ? 2 : 3;
         for (std::size_t i = 0; i < usable; ++i)
-            if (tryGrid(at(step.scale, offsets[i], step.decimals)))
+            if (tryGrid({step.scale, offsets[i], step.decimals}))
                 break;
     }
     return found;

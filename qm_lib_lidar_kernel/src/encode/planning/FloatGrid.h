@@ -19,6 +19,8 @@ struct FloatGrid
 {
     double scale = 0;
     double offset = 0;
+    // 10^d if the scale is shown with d decimals, so that all samples must be decimals with d places; else 0.
+    double decimals = 0;
     std::int64_t low = INT64_MAX; // range of the integers so far
     std::int64_t high = INT64_MIN;
 
@@ -31,9 +33,6 @@ struct FloatGrid
     // and two finer ones, in case later samples need them.
     static std::vector<FloatGrid> find(const ChannelData& channel, std::size_t count,
                                        const std::vector<FloatGrid>& declared, bool isCoordinate);
-
-    // 10^d if the scale is shown with d decimals, so that all samples must be decimals with d places; else 0.
-    double decimals = 0;
 };
 
 } // namespace Quillmoran

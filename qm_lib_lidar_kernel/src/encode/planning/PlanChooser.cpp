@@ -61,13 +61,11 @@ bool liftsExactly(TransformType transform, DataType type, const std::vector<Floa
     });
 }
 
-KernelPlan makePart(const ChannelInfo& channel, ChannelPart part, ConversionAction action,
-                    const ChannelSurvey::Range& range)
+KernelPlan makePart(const ChannelInfo& channel, ChannelPart part, const ChannelSurvey::Range& range)
 {
     KernelPlan plan;
     plan.name = std::string(WaveletChannelInfo::getPrefix(part)) + channel.getName();
     plan.dataType = channel.getDataType();
-    plan.action = action;
     plan.bits = WaveletChannelInfo::countBits(range.low, range.high);
     return plan;
 }
@@ -183,7 +181,7 @@ std::vector<PlanChooser::Candidate> PlanChooser::makeCandidates(const ChannelInf
     const auto integers = getIntegers(channel, survey);
     std::vector<Candidate> candidates;
     if (integers && !wantsReal) {
-        KernelPlan part = makePart(channel, ChannelPart::Whole, CONVERT_PLAIN, *integers);
+        KernelPlan part = makePart(channel, ChannelPart::Whole, *integers);
         if (isReal) {
             const double offset = survey.getGrids()[0].offset;
             part.offset = std::isnan(offset) ? 0 : offset; // not yet known if there are no points
@@ -193,26 +191,22 @@ std::vector<PlanChooser::Candidate> PlanChooser::makeCandidates(const ChannelInf
     } else if (!wantsReal && !m_runs.empty()) {
         const bool narrow = channel.getDataType() == FLOAT32;
         const ChannelSurvey::Range fractions{0, (std::int64_t{1} << (narrow ? 23 : 52)) - 1};
-        const auto addPart = [&](ChannelPart part, ConversionAction action,
-                                 const ChannelSurvey::Range& range) {
-            candidates.back().add(makePart(channel, part, action, range), integerTransforms(range, choice));
+        const auto addPart = [&](ChannelPart part, const ChannelSurvey::Range& range) {
+            candidates.back().add(makePart(channel, part, range), integerTransforms(range, choice));
         };
         candidates.emplace_back();
-        addPart(narrow ? ChannelPart::Fraction32 : ChannelPart::Fraction64, CONVERT_EXTRACT_FRACTION,
-                fractions);
-        addPart(ChannelPart::Exponent, CONVERT_EXTRACT_EXPONENT, survey.getExponents());
-        addPart(ChannelPart::Sign, CONVERT_EXTRACT_SIGN, survey.getSigns());
+        addPart(narrow ? ChannelPart::Fraction32 : ChannelPart::Fraction64, fractions);
+        addPart(ChannelPart::Exponent, survey.getExponents());
+        addPart(ChannelPart::Sign, survey.getSigns());
     }
     if (wantsReal)
-        candidates.emplace_back().add(makePart(channel, ChannelPart::Whole, CONVERT_PLAIN, {}),
-                                      {*choice.transform});
+        candidates.emplace_back().add(makePart(channel, ChannelPart::Whole, {}), {*choice.transform});
     else if (isReal && (candidates.empty() || (!choice.transform && !(integers && survey.isCoordinate())))) {
         std::vector<TransformType> transforms;
         for (const TransformType code : listTransforms(true, choice.smooth))
             if (liftsExactly(code, channel.getDataType(), survey.getGrids(), m_format.numLevels))
                 transforms.push_back(code);
-        candidates.emplace_back().add(makePart(channel, ChannelPart::Whole, CONVERT_PLAIN, {}),
-                                      std::move(transforms));
+        candidates.emplace_back().add(makePart(channel, ChannelPart::Whole, {}), std::move(transforms));
     }
     return candidates;
 }

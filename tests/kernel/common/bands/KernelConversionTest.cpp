@@ -48,7 +48,7 @@ void expectSplitRoundTrip(DataType type, const char* fractionName, DataType part
     const int bits[3] = {sizeof(Float) == 8 ? 63 : 31, 11, 1};
     for (int i = 0; i < 3; ++i) {
         records[i].init(names[i], type, bits[i], 10, 64, 0, 0);
-        parts[i].setupConvert(records[i], static_cast<ConversionAction>(CONVERT_EXTRACT_FRACTION + i), 3);
+        parts[i].setupConvert(records[i], 3);
         parts[i].convertToKernel(points, kernels[i], count);
     }
     KernelSamples wide[2]; // files may have exponents and signs in wider kernels
@@ -75,7 +75,7 @@ TEST(KernelConversion, TruncatesPartsToTheirFields)
     WaveletChannelInfo record;
     record.init("@d|T", FLOAT64, 63, 10, 64, 0, 0);
     KernelConversion conversion;
-    conversion.setupConvert(record, CONVERT_MERGE, 3);
+    conversion.setupConvert(record, 3);
     KernelSamples fraction, exponent, sign;
     fraction.reserve(SINT64, 1);
     exponent.reserve(SINT16, 1);
@@ -93,7 +93,7 @@ TEST(KernelConversion, QuantizesAndDequantizes)
     WaveletChannelInfo record;
     record.init("X", FLOAT64, 20, 1, 64, 100.0, 0.25);
     KernelConversion conversion;
-    conversion.setupConvert(record, CONVERT_PLAIN, 0);
+    conversion.setupConvert(record, 0);
     KernelSamples samples;
     double* x = points.getX();
     x[0] = 102.0;

@@ -1,7 +1,7 @@
 #include "decode/bands/SubbandSource.h"
 
 #include "decode/MemoryBudget.h"
-#include "decode/bands/SubbandReader.h"
+#include "decode/bands/SubblockCheckpoints.h"
 #include "decode/coders/SubblockReader.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
