@@ -1,6 +1,7 @@
 #include "cli/QMCmdLine.h"
 #include "cli/QMCmdLineOptions.h"
 
+#include "platform/Version.h"
 #include "text/Printable.h"
 
 #include <algorithm>
@@ -15,7 +16,6 @@ namespace Quillmoran {
 namespace {
 
 // Fixed texts, so that all builds of one source print the same.
-constexpr int buildNumber = 4709;
 constexpr const char* buildTag = "main";
 constexpr const char* buildText = "Built Dec 21 2017 14:39:27 (release, 64 bits)";
 
@@ -77,7 +77,7 @@ void QMCmdLine::setVersionNumbers(int majorVersion, int minorVersion, int age)
 {
     guardAllocation([&] {
         m_versionText = "Version ";
-        for (const int number : {majorVersion, minorVersion, age, buildNumber})
+        for (const int number : {majorVersion, minorVersion, age, Version::getSDKBuildNumber()})
             m_versionText += std::to_string(number) + '.';
         m_versionText += std::string(buildTag) + '\n' + buildText;
     });
