@@ -88,11 +88,10 @@ Formatter getWriter(const ChannelInfo& channel, int decimals)
             formatter = writeInteger<T>;
         } else {
             // Decimals come in threes: 1 to 3 of them are written as 3, 4 to 6 as 6.
-            constexpr bool isDouble = sizeof(T) == sizeof(double);
-            constexpr int maximum = isDouble ? 15 : 6;
-            constexpr Formatter writers[] = {writeGeneral < T, isDouble ? 18 : 9 >, writeFixed<T, 3>,
-                                             writeFixed<T, 6>, writeFixed<T, 9>,    writeFixed<T, 12>,
-                                             writeFixed<T, 15>};
+            constexpr int maximum = sizeof(T) == sizeof(double) ? 15 : 6;
+            constexpr int digits = sizeof(T) == sizeof(double) ? 18 : 9;
+            constexpr Formatter writers[] = {writeGeneral<T, digits>, writeFixed<T, 3>,  writeFixed<T, 6>,
+                                             writeFixed<T, 9>,        writeFixed<T, 12>, writeFixed<T, 15>};
             const int ofStep = countDecimals(static_cast<T>(channel.getQuantization()), maximum);
             formatter = writers[((ofStep == 0 && decimals <= maximum ? decimals : ofStep) + 2) / 3];
         }
