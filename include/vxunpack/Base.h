@@ -71,10 +71,9 @@ public:
 QM_API void* XALLOC(std::size_t size);
 QM_API void* XREALLOC(void* block, std::size_t size);
 QM_API void XDEALLOC(void* block) noexcept;
-// Copies of C strings, owned by the caller, who frees them with XDEALLOC. A null text gives null. The second
-// form copies up to `length` characters.
-QM_API char* STRDUP(const char* text);
-QM_API char* STRDUP(const char* text, std::size_t length);
+// A copy of up to `length` characters of a C string, owned by the caller, who frees it with XDEALLOC. A null
+// text gives null.
+QM_API char* STRDUP(const char* text, std::size_t length = SIZE_MAX);
 
 struct Deallocate
 {

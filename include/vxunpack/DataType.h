@@ -52,41 +52,17 @@ QM_API DataType toDataType(const char* text) noexcept;
 template <class Visit>
 bool visitDataType(DataType type, Visit&& visit)
 {
-    switch (type) {
-    case UINT8:
-        visit(std::uint8_t{});
+    const auto visitIf = [&](DataType each, auto sample) {
+        if (type != each)
+            return false;
+        visit(sample);
         return true;
-    case SINT8:
-        visit(std::int8_t{});
-        return true;
-    case UINT16:
-        visit(std::uint16_t{});
-        return true;
-    case SINT16:
-        visit(std::int16_t{});
-        return true;
-    case UINT32:
-        visit(std::uint32_t{});
-        return true;
-    case SINT32:
-        visit(std::int32_t{});
-        return true;
-    case UINT64:
-        visit(std::uint64_t{});
-        return true;
-    case SINT64:
-        visit(std::int64_t{});
-        return true;
-    case FLOAT32:
-        visit(float{});
-        return true;
-    case FLOAT64:
-        visit(double{});
-        return true;
-    case INVALID:
-        break;
-    }
-    return false;
+    };
+    return visitIf(UINT8, std::uint8_t{}) || visitIf(SINT8, std::int8_t{}) ||
+           visitIf(UINT16, std::uint16_t{}) || visitIf(SINT16, std::int16_t{}) ||
+           visitIf(UINT32, std::uint32_t{}) || visitIf(SINT32, std::int32_t{}) ||
+           visitIf(UINT64, std::uint64_t{}) || visitIf(SINT64, std::int64_t{}) || visitIf(FLOAT32, float{}) ||
+           visitIf(FLOAT64, double{});
 }
 
 } // namespace Quillmoran

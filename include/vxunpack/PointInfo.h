@@ -18,15 +18,15 @@ public:
     // `count` blank channels.
     void init(std::size_t count);
     void init(const PointInfo& source) { *this = source; }
-    // Copies the given channels of a layout, in the given order. Throws NoSuchChannel "bad channel index" or
-    // "bad channel name '%s'" at the first bad one; the channels before it have then been copied, and the
-    // others are blank.
-    void init(const PointInfo& source, const std::size_t* indices, std::size_t count);
-    void init(const PointInfo& source, const char* const* names, std::size_t count);
-    // The same for the channels of a block of points.
+    // The channels of a block of points.
     void init(const PointData& source);
-    void init(const PointData& source, const std::size_t* indices, std::size_t count);
-    void init(const PointData& source, const char* const* names, std::size_t count);
+    // Copies the given channels of a PointInfo or a PointData, in the given order. Throws NoSuchChannel
+    // "bad channel index" or "bad channel name '%s'" at the first bad one; the channels before it have then been
+    // copied, and the others are blank.
+    template <class Source>
+    void init(const Source& source, const std::size_t* indices, std::size_t count);
+    template <class Source>
+    void init(const Source& source, const char* const* names, std::size_t count);
 
     void append(const ChannelInfo& channel) { m_channels.push_back(channel); }
 
@@ -53,11 +53,6 @@ public:
     bool hasValidXYZ() const noexcept;
 
 private:
-    template <class Source>
-    void copyByIndex(const Source& source, const std::size_t* indices, std::size_t count);
-    template <class Source>
-    void copyByName(const Source& source, const char* const* names, std::size_t count);
-
     std::vector<ChannelInfo> m_channels;
 };
 

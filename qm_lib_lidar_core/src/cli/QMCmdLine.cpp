@@ -1,6 +1,7 @@
 #include "cli/QMCmdLine.h"
 #include "cli/QMCmdLineOptions.h"
 
+#include "platform/Version.h"
 #include "text/Printable.h"
 
 #include <algorithm>
@@ -14,10 +15,7 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr const char* noVersionText = "(no version info)";
-
 // Fixed texts, so that all builds of one source print the same.
-constexpr int buildNumber = 4709;
 constexpr const char* buildTag = "main";
 constexpr const char* buildText = "Built Dec 21 2017 14:39:27 (release, 64 bits)";
 
@@ -38,14 +36,6 @@ void guardAllocation(Body body)
 }
 
 } // namespace
-
-QMUtilException::QMUtilException(int code) noexcept : m_code(code)
-{}
-
-const char* QMUtilException::what() const noexcept
-{
-    return m_code == outOfMemory ? "out of memory" : "utility error";
-}
 
 QMCmdLine::QMCmdLine(const char* appName, const char* appDescShort, const char* appDescLong,
                      bool usingStandardOptions)
@@ -80,31 +70,27 @@ void QMCmdLine::setExitHandler(ExitHandler handler)
 
 void QMCmdLine::setVersionString(const char* text)
 {
-    guardAllocation([&] {
-        m_versionString = text != nullptr ? text : noVersionText;
-        m_buildString.clear();
-        m_haveVersionNumbers = false;
-    });
+    guardAllocation([&] { m_versionText = text != nullptr ? text : "(no version info)"; });
 }
 
 void QMCmdLine::setVersionNumbers(int majorVersion, int minorVersion, int age)
 {
     guardAllocation([&] {
-        m_versionString = std::to_string(majorVersion) + '.' + std::to_string(minorVersion) + '.' +
-                          std::to_string(age) + '.' + std::to_string(buildNumber) + '.' + buildTag;
-        m_buildString = buildText;
-        m_haveVersionNumbers = true;
+        m_versionText = "Version ";
+        for (const int number : {majorVersion, minorVersion, age, Version::getSDKBuildNumber()})
+            m_versionText += std::to_string(number) + '.';
+        m_versionText += std::string(buildTag) + '\n' + buildText;
     });
 }
 
 void QMCmdLine::addFlag(const char* name, const char* longName, const char* description)
 {
-    addOption<OptionFlag>({name, longName, description, false});
+    addOption<OptionFlag>({name, longName, description, false, 0});
 }
 
 void QMCmdLine::addBool(const char* name, const char* longName, const char* description, bool required)
 {
-    addOption<OptionBool>({name, longName, description, required});
+    addOption<OptionBool>({name, longName, description, required, 1});
 }
 
 void QMCmdLine::addString(const char* name, const char* longName, const char* description, bool required)
@@ -130,34 +116,34 @@ void QMCmdLine::addFloat(const char* name, const char* longName, const char* des
 void QMCmdLine::addStringArray(const char* name, const char* longName, const char* description, bool required,
                                int numArgs)
 {
-    addOption<OptionStringArray>({name, longName, description, required}, numArgs);
+    addOption<OptionStringArray>({name, longName, description, required, numArgs});
 }
 
 void QMCmdLine::addSintArray(const char* name, const char* longName, const char* description, bool required,
                              int numArgs)
 {
-    addOption<OptionSintArray>({name, longName, description, required}, numArgs);
+    addOption<OptionSintArray>({name, longName, description, required, numArgs});
 }
 
 void QMCmdLine::addUintArray(const char* name, const char* longName, const char* description, bool required,
                              int numArgs)
 {
-    addOption<OptionUintArray>({name, longName, description, required}, numArgs);
+    addOption<OptionUintArray>({name, longName, description, required, numArgs});
 }
 
 void QMCmdLine::addFloatArray(const char* name, const char* longName, const char* description, bool required,
                               int numArgs)
 {
-    addOption<OptionFloatArray>({name, longName, description, required}, numArgs);
+    addOption<OptionFloatArray>({name, longName, description, required, numArgs});
 }
 
-template <class OptionKind, class... Args>
-void QMCmdLine::addOption(const Declaration& declaration, Args... kindArgs)
+template <class OptionKind>
+void QMCmdLine::addOption(const Declaration& declaration)
 {
     guardAllocation([&] {
         checkUniqueName(declaration.shortName);
         checkUniqueName(declaration.longName);
-        auto option = std::make_unique<OptionKind>(*this, declaration, kindArgs...);
+        auto option = std::make_unique<OptionKind>(*this, declaration);
         try {
             m_options.push_back(std::move(option));
         } catch (const std::bad_alloc&) {
@@ -187,14 +173,13 @@ void QMCmdLine::setExtra(const char* name)
         configError("option %s is of type Flag, can't be declared Extra", option->getMessageName());
         return;
     }
-    option->setExtra();
     m_extra = option;
 }
 
 void QMCmdLine::setUndocumented(const char* name)
 {
     if (Option* option = findOption(name))
-        option->setUndocumented();
+        option->isUndocumented = true;
     else
         configError("option %s invalid", orEmpty(name));
 }
@@ -202,7 +187,7 @@ void QMCmdLine::setUndocumented(const char* name)
 bool QMCmdLine::getUndocumented(const char* name) const
 {
     if (const Option* option = findOption(name))
-        return option->isUndocumented();
+        return option->isUndocumented;
     configError("option %s invalid", orEmpty(name));
     return false;
 }
@@ -251,7 +236,7 @@ void QMCmdLine::runStandardOptions() const
     else if (isPresent("help"))
         showLongUsageMessage();
     else if (isPresent("version"))
-        showVersion();
+        std::printf("%s\n", m_versionText.c_str());
     else
         return;
     m_exitHandler(0);
@@ -260,12 +245,11 @@ void QMCmdLine::runStandardOptions() const
 void QMCmdLine::checkRequired() const
 {
     for (const auto& option : m_options) {
-        if (!option->isRequired() || option->isPresent())
+        if (!option->isRequired || option->isPresent)
             continue;
-        if (option->isExtra())
-            usageError("required %s argument(s) not present", option->getMessageName());
-        else
-            usageError("required switch -%s not present", option->getMessageName());
+        usageError(option->isExtra() ? "required %s argument(s) not present"
+                                     : "required switch -%s not present",
+                   option->getMessageName());
     }
 }
 
@@ -277,6 +261,53 @@ QMCmdLine::Option* QMCmdLine::findOption(const char* name) const
         if (option->hasName(name))
             return option.get();
     return nullptr;
+}
+
+void QMCmdLine::showShortUsageMessage() const
+{
+    std::printf("Usage: %s ", m_appName);
+    for (const auto& option : m_options) {
+        if (option->isUndocumented)
+            continue;
+        if (!option->isRequired)
+            std::printf("[");
+        if (!option->isExtra())
+            std::printf("-%s", option->shortName);
+        option->showArgMessage();
+        std::printf(option->isRequired ? " " : "] ");
+    }
+    std::printf("\n%s\n", m_appDescShort);
+}
+
+void QMCmdLine::showLongUsageMessage() const
+{
+    std::printf("%s: %s\n%s\n", m_appName, m_versionText.c_str(), m_appDescLong);
+    for (const auto& option : m_options)
+        if (!option->isUndocumented)
+            option->showLongUsage();
+    std::printf("\n");
+}
+
+void QMCmdLine::showLongUsageMessage(const char* name) const
+{
+    const Option* option = findOption(name);
+    if (option != nullptr && !option->isUndocumented)
+        option->showLongUsage();
+}
+
+void QMCmdLine::dump() const
+{
+    std::printf("appName: %s\n", m_appName);
+    std::printf("appDescShort: %s\n", m_appDescShort);
+    std::printf("appDescLong: %s\n", m_appDescLong);
+    std::printf("numOptions: %d\n", static_cast<int>(m_options.size()));
+    std::printf("usingStandardOptions: %s\n", m_usingStandardOptions ? "true" : "false");
+    std::printf("formal argc: %d\n", m_argc);
+    std::printf("formal argv: ");
+    for (int i = 0; i < m_argc; ++i)
+        std::printf("  [%d] %s\n", i, m_argv[i]);
+    for (const auto& option : m_options)
+        option->dump();
 }
 
 void QMCmdLine::usageError(const char* format, ...) const

@@ -20,10 +20,10 @@ class QMUtilException : public std::exception
 public:
     static constexpr int outOfMemory = 8;
 
-    explicit QMUtilException(int code) noexcept;
+    explicit QMUtilException(int code) noexcept : m_code(code) {}
 
     int getCode() const noexcept { return m_code; }
-    const char* what() const noexcept override;
+    const char* what() const noexcept override { return "out of memory"; }
 
 private:
     int m_code;
@@ -33,16 +33,16 @@ class QMCmdLine
 {
 public:
     // The option kinds are defined in cli/QMCmdLineOptions.h; applications do not need them.
-    class Option;
-    class OptionFlag;
-    class OptionBool;
-    template <class T>
-    class OptionArray;
-    class OptionStringArray;
-    class OptionSintArray;
-    class OptionUintArray;
-    class OptionFloatArray;
     struct Declaration;
+    struct Option;
+    struct OptionFlag;
+    template <class T>
+    struct OptionArray;
+    using OptionBool = OptionArray<bool>;
+    using OptionStringArray = OptionArray<const char*>;
+    using OptionSintArray = OptionArray<int>;
+    using OptionUintArray = OptionArray<unsigned int>;
+    using OptionFloatArray = OptionArray<double>;
 
     using ExitHandler = void (*)(int status);
 
@@ -102,11 +102,8 @@ public:
     double getFloat(const char* name) const;
 
     // All values of an option, owned by the parser and valid until the next parse(); null if count is 0.
-    const char* const* getStringArray(const char* name) const;
     const char* const* getStringArray(const char* name, std::size_t& count) const;
-    const int* getSintArray(const char* name) const;
     const int* getSintArray(const char* name, std::size_t& count) const;
-    const unsigned int* getUintArray(const char* name) const;
     const unsigned int* getUintArray(const char* name, std::size_t& count) const;
     const double* getFloatArray(const char* name) const;
     const double* getFloatArray(const char* name, std::size_t& count) const;
@@ -131,8 +128,8 @@ public:
     static double toFloat(const char* text);
 
 private:
-    template <class OptionKind, class... Args>
-    void addOption(const Declaration& declaration, Args... kindArgs);
+    template <class OptionKind>
+    void addOption(const Declaration& declaration);
     void checkUniqueName(const char* name) const;
 
     Option* findOption(const char* name) const; // null if there is none
@@ -146,7 +143,6 @@ private:
     const char* readArguments(); // returns the name of the first unknown switch, or null
     void runStandardOptions() const;
     void checkRequired() const;
-    void showVersion() const;
 
     void configError(const char* format, ...) const __attribute__((format(printf, 2, 3)));
     void printError(const char* kind, const char* format, std::va_list args) const
@@ -156,12 +152,10 @@ private:
     const char* m_appName;
     const char* m_appDescLong;
     const char* m_appDescShort;
-    std::string m_versionString;
-    std::string m_buildString;
+    std::string m_versionText; // with the build, if there are version numbers
     const char* const* m_argv = nullptr;
     int m_argc = -1; // -1: not parsed yet
     bool m_usingStandardOptions;
-    bool m_haveVersionNumbers = false;
     bool m_strictNumbers = false;
     Option* m_extra = nullptr; // one of m_options, or null
     ExitHandler m_exitHandler;

@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <strings.h>
+#include <type_traits>
 
 namespace Quillmoran {
 
@@ -16,24 +18,19 @@ const char* boolText(bool value)
     return value ? "true" : "false";
 }
 
-void printValue(const char* value)
+template <class T>
+T convert([[maybe_unused]] const QMCmdLine& parser, const char* text)
 {
-    std::printf(" %s", value);
-}
-
-void printValue(int value)
-{
-    std::printf(" %d", value);
-}
-
-void printValue(unsigned int value)
-{
-    std::printf(" %u", value);
-}
-
-void printValue(double value)
-{
-    std::printf(" %g", value);
+    if constexpr (std::is_same_v<T, bool>)
+        return parser.toBool(text);
+    else if constexpr (std::is_same_v<T, int>)
+        return QMCmdLine::toSint(text);
+    else if constexpr (std::is_same_v<T, unsigned int>)
+        return QMCmdLine::toUint(text);
+    else if constexpr (std::is_same_v<T, double>)
+        return QMCmdLine::toFloat(text);
+    else
+        return text;
 }
 
 template <class Integer>
@@ -45,160 +42,7 @@ bool isInteger(const char* text)
     return error == std::errc() && rest == end && std::strncmp(text, "+-", 2) != 0;
 }
 
-} // namespace
-
-QMCmdLine::Option::Option(const QMCmdLine& parser, const Declaration& declaration)
-    : m_parser(parser),
-      m_shortName(declaration.shortName),
-      m_longName(declaration.longName),
-      m_isRequired(declaration.isRequired),
-      m_description(declaration.description)
-{
-    if (m_shortName == nullptr) {
-        m_shortName = "";
-        m_parser.configError("no option name set (Option ctor)");
-    }
-    if (m_description == nullptr) {
-        m_description = "";
-        m_parser.configError("no description set (Option ctor)");
-    }
-}
-
-QMCmdLine::Option::~Option() = default;
-
-bool QMCmdLine::Option::hasName(const char* name) const
-{
-    return std::strcmp(m_shortName, name) == 0 ||
-           (m_longName != nullptr && std::strcmp(m_longName, name) == 0);
-}
-
-bool QMCmdLine::Option::hasArgs(int wanted, int& index, int argc) const
-{
-    if (wanted <= argc - index)
-        return true;
-    // The remaining arguments belong to this option; reading them as others would only cause more errors.
-    index = argc;
-    m_parser.usageError("not enough arguments for option -%s", getMessageName());
-    return false;
-}
-
-void QMCmdLine::Option::showLongUsage() const
-{
-    const char* dash = m_isExtra ? "" : "-";
-    std::printf("\n  %s%s", dash, m_shortName);
-    if (m_longName != nullptr)
-        std::printf(" or %s%s", dash, m_longName);
-    showArgMessage();
-    std::printf("\n");
-    if (m_isRequired)
-        std::printf("  [required]\n");
-    std::printf("  %s\n", m_description);
-}
-
-void QMCmdLine::Option::dump() const
-{
-    std::printf("\n---------------------------------------------\n");
-    std::printf("shortName: %s\n", m_shortName);
-    std::printf("longName: %s\n", m_longName != nullptr ? m_longName : "(none)");
-    std::printf("description: %s\n", m_description);
-    std::printf("isRequired: %s\n", boolText(m_isRequired));
-    std::printf("isPresent: %s\n", boolText(m_isPresent));
-    dumpDerived();
-}
-
-void QMCmdLine::OptionFlag::setArg(int&, int, const char* const*)
-{
-    m_value = true;
-    setPresent();
-}
-
-void QMCmdLine::OptionFlag::dumpDerived() const
-{
-    std::printf("type: FLAG\nvalue: %s\n", boolText(m_value));
-}
-
-void QMCmdLine::OptionFlag::showArgMessage() const
-{}
-
-void QMCmdLine::OptionBool::setArg(int& index, int argc, const char* const* argv)
-{
-    if (!hasArgs(1, index, argc))
-        return;
-    m_value = getParser().toBool(argv[index++]);
-    setPresent();
-}
-
-void QMCmdLine::OptionBool::dumpDerived() const
-{
-    std::printf("type: BOOL\nvalue: %s\n", boolText(m_value));
-}
-
-void QMCmdLine::OptionBool::showArgMessage() const
-{
-    std::printf(" BOOL");
-}
-
-template <class T>
-QMCmdLine::OptionArray<T>::OptionArray(const QMCmdLine& parser, const Declaration& declaration, int numArgs)
-    : Option(parser, declaration), m_numArgs(numArgs)
-{}
-
-template <class T>
-void QMCmdLine::OptionArray<T>::setArg(int& index, int argc, const char* const* argv)
-{
-    int wanted = m_numArgs;
-    if (m_numArgs < 0)
-        wanted = 1;
-    else if (m_numArgs == 0)
-        wanted = argc - index;
-    if (!hasArgs(wanted, index, argc))
-        return;
-
-    if (m_numArgs >= 0)
-        m_values.clear();
-    for (const int end = index + wanted; index < end; ++index) {
-        if (hasStrictNumbers() && !accepts(argv[index]))
-            getParser().usageError("bad value '%s' of option -%s", argv[index], getMessageName());
-        m_values.push_back(convert(argv[index]));
-    }
-    setPresent();
-}
-
-template <class T>
-void QMCmdLine::OptionArray<T>::dumpDerived() const
-{
-    std::printf("type: %s\nnumArgs: %d\nvalues:", getTypeWord(), m_numArgs);
-    for (const T& value : m_values)
-        printValue(value);
-    std::printf("\n");
-}
-
-template <class T>
-void QMCmdLine::OptionArray<T>::showArgMessage() const
-{
-    const char* word = getTypeWord();
-    if (m_numArgs < 0)
-        std::printf(" %s*", word);
-    else if (m_numArgs == 0)
-        std::printf(" %ss...", word);
-    else if (m_numArgs == 1)
-        std::printf(" %s", word);
-    else
-        for (int i = 0; i < m_numArgs; ++i)
-            std::printf(" %s%d", word, i);
-}
-
-bool QMCmdLine::OptionSintArray::accepts(const char* text) const
-{
-    return isInteger<int>(text);
-}
-
-bool QMCmdLine::OptionUintArray::accepts(const char* text) const
-{
-    return isInteger<unsigned int>(text);
-}
-
-bool QMCmdLine::OptionFloatArray::accepts(const char* text) const
+bool isFloat(const char* text)
 {
     for (const char* infinity : {"inf", "+inf", "-inf"})
         if (strcasecmp(text, infinity) == 0)
@@ -211,9 +55,123 @@ bool QMCmdLine::OptionFloatArray::accepts(const char* text) const
     return end != text && *end == '\0' && std::isfinite(value);
 }
 
-template class QMCmdLine::OptionArray<const char*>;
-template class QMCmdLine::OptionArray<int>;
-template class QMCmdLine::OptionArray<unsigned int>;
-template class QMCmdLine::OptionArray<double>;
+// Whether the whole text is a number of this type; true for types that are not numbers.
+template <class T>
+bool isNumber([[maybe_unused]] const char* text)
+{
+    if constexpr (std::is_same_v<T, double>)
+        return isFloat(text);
+    else if constexpr (std::is_same_v<T, int> || std::is_same_v<T, unsigned int>)
+        return isInteger<T>(text);
+    else
+        return true;
+}
+
+} // namespace
+
+QMCmdLine::Option::Option(const QMCmdLine& owner, const Declaration& declaration)
+    : Declaration(declaration), parser(owner)
+{
+    if (shortName == nullptr) {
+        shortName = "";
+        parser.configError("no option name set (Option ctor)");
+    }
+    if (description == nullptr) {
+        description = "";
+        parser.configError("no description set (Option ctor)");
+    }
+}
+
+bool QMCmdLine::Option::hasName(const char* name) const
+{
+    return std::strcmp(shortName, name) == 0 || (longName != nullptr && std::strcmp(longName, name) == 0);
+}
+
+void QMCmdLine::Option::showLongUsage() const
+{
+    const char* dash = isExtra() ? "" : "-";
+    std::printf("\n  %s%s", dash, shortName);
+    if (longName != nullptr)
+        std::printf(" or %s%s", dash, longName);
+    showArgMessage();
+    std::printf("\n%s  %s\n", isRequired ? "  [required]\n" : "", description);
+}
+
+void QMCmdLine::Option::dump() const
+{
+    std::printf("\n---------------------------------------------\n");
+    std::printf("shortName: %s\nlongName: %s\n", shortName, longName != nullptr ? longName : "(none)");
+    std::printf("description: %s\n", description);
+    std::printf("isRequired: %s\nisPresent: %s\n", boolText(isRequired), boolText(isPresent));
+    dumpDerived();
+}
+
+void QMCmdLine::OptionFlag::dumpDerived() const
+{
+    std::printf("type: FLAG\nvalue: %s\n", boolText(isPresent));
+}
+
+template <class T>
+const char* QMCmdLine::OptionArray<T>::getTypeWord()
+{
+    if constexpr (std::is_same_v<T, bool>)
+        return "BOOL";
+    else if constexpr (std::is_same_v<T, int>)
+        return "SIGNED-INT";
+    else if constexpr (std::is_same_v<T, unsigned int>)
+        return "UNSIGNED-INT";
+    else if constexpr (std::is_same_v<T, double>)
+        return "FLOAT";
+    else
+        return "STRING";
+}
+
+template <class T>
+void QMCmdLine::OptionArray<T>::setArg(int& index, int argc, const char* const* argv)
+{
+    const int left = argc - index;
+    const int wanted = numArgs < 0 ? 1 : numArgs == 0 ? left : numArgs;
+    if (wanted > left) {
+        // The remaining arguments belong to this option; reading them as others would only cause more errors.
+        index = argc;
+        parser.usageError("not enough arguments for option -%s", getMessageName());
+        return;
+    }
+    if (numArgs >= 0)
+        values.clear();
+    for (const int end = index + wanted; index < end; ++index) {
+        if (parser.m_strictNumbers && !isNumber<T>(argv[index]))
+            parser.usageError("bad value '%s' of option -%s", argv[index], getMessageName());
+        values.push_back(convert<T>(parser, argv[index]));
+    }
+    isPresent = true;
+}
+
+template <class T>
+void QMCmdLine::OptionArray<T>::dumpDerived() const
+{
+    std::ostringstream texts;
+    for (const auto value : values)
+        texts << ' ' << value;
+    std::printf("type: %s\nnumArgs: %d\nvalues:%s\n", getTypeWord(), numArgs, texts.str().c_str());
+}
+
+template <class T>
+void QMCmdLine::OptionArray<T>::showArgMessage() const
+{
+    if (numArgs < 2) {
+        const char* const ending = numArgs < 0 ? "*" : numArgs == 0 ? "s..." : "";
+        std::printf(" %s%s", getTypeWord(), ending);
+        return;
+    }
+    for (int i = 0; i < numArgs; ++i)
+        std::printf(" %s%d", getTypeWord(), i);
+}
+
+template struct QMCmdLine::OptionArray<bool>;
+template struct QMCmdLine::OptionArray<const char*>;
+template struct QMCmdLine::OptionArray<int>;
+template struct QMCmdLine::OptionArray<unsigned int>;
+template struct QMCmdLine::OptionArray<double>;
 
 } // namespace Quillmoran

@@ -35,45 +35,40 @@ const OptionKind* QMCmdLine::findOfKind(const char* name) const
     return typed;
 }
 
+template <class OptionKind>
+auto QMCmdLine::getSingle(const char* name) const
+{
+    const OptionKind* option = findOfKind<OptionKind>(name);
+    const std::size_t count = option != nullptr ? option->values.size() : 0;
+    if (count > 1)
+        configError("got more than one arg from %s option %s", option->getTypeWord(),
+                    option->getMessageName());
+    return count == 1 ? option->values.front() : typename OptionKind::Value{};
+}
+
 bool QMCmdLine::isPresent(const char* name) const
 {
     const Option* option = findOfKind<Option>(name);
-    return option != nullptr && option->isPresent();
+    return option != nullptr && option->isPresent;
 }
 
 bool QMCmdLine::getFlag(const char* name) const
 {
-    const OptionFlag* option = findOfKind<OptionFlag>(name);
-    return option != nullptr && option->getValue();
+    const Option* option = findOfKind<OptionFlag>(name);
+    return option != nullptr && option->isPresent;
 }
 
 bool QMCmdLine::getBool(const char* name) const
 {
-    const OptionBool* option = findOfKind<OptionBool>(name);
-    return option != nullptr && option->getValue();
-}
-
-template <class OptionKind>
-auto QMCmdLine::getSingle(const char* name) const
-{
-    using Value = typename OptionKind::Value;
-    const OptionKind* option = findOfKind<OptionKind>(name);
-    if (option == nullptr || option->getValues().empty())
-        return Value{};
-    if (option->getValues().size() > 1) {
-        configError("got more than one arg from %s option %s", option->getTypeWord(),
-                    option->getMessageName());
-        return Value{};
-    }
-    return option->getValues().front();
+    return getSingle<OptionBool>(name);
 }
 
 template <class OptionKind>
 auto QMCmdLine::getArray(const char* name, std::size_t& count) const
 {
     const OptionKind* option = findOfKind<OptionKind>(name);
-    count = option != nullptr ? option->getValues().size() : 0;
-    return count != 0 ? option->getValues().data() : nullptr;
+    count = option != nullptr ? option->values.size() : 0;
+    return count != 0 ? option->values.data() : nullptr;
 }
 
 const char* QMCmdLine::getString(const char* name) const
@@ -96,32 +91,14 @@ double QMCmdLine::getFloat(const char* name) const
     return getSingle<OptionFloatArray>(name);
 }
 
-const char* const* QMCmdLine::getStringArray(const char* name) const
-{
-    std::size_t count = 0;
-    return getStringArray(name, count);
-}
-
 const char* const* QMCmdLine::getStringArray(const char* name, std::size_t& count) const
 {
     return getArray<OptionStringArray>(name, count);
 }
 
-const int* QMCmdLine::getSintArray(const char* name) const
-{
-    std::size_t count = 0;
-    return getSintArray(name, count);
-}
-
 const int* QMCmdLine::getSintArray(const char* name, std::size_t& count) const
 {
     return getArray<OptionSintArray>(name, count);
-}
-
-const unsigned int* QMCmdLine::getUintArray(const char* name) const
-{
-    std::size_t count = 0;
-    return getUintArray(name, count);
 }
 
 const unsigned int* QMCmdLine::getUintArray(const char* name, std::size_t& count) const

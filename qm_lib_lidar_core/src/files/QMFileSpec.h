@@ -31,9 +31,7 @@ public:
     // Whether the path ends with `ending`, ignoring case.
     bool endsWith(const char* ending) const noexcept;
 
-    bool operator==(const QMFileSpec& other) const noexcept { return m_path == other.m_path; }
-    bool operator!=(const QMFileSpec& other) const noexcept { return m_path != other.m_path; }
-    bool operator<(const QMFileSpec& other) const noexcept { return m_path < other.m_path; }
+    auto operator<=>(const QMFileSpec& other) const noexcept = default;
 
 private:
     // The position of the dot before the suffix, or the length of the path.

@@ -21,14 +21,6 @@ void throwOn(const std::error_code& error, const QMFileSpec& file)
     QM_THROW_OS(file.c_str());
 }
 
-struct stat64 getStatus(const QMFileSpec& file)
-{
-    struct stat64 status;
-    if (stat64(file.c_str(), &status) != 0)
-        QM_THROW_OS(file.c_str());
-    return status;
-}
-
 } // namespace
 
 bool exists(const QMFileSpec& file)
@@ -55,7 +47,9 @@ std::int64_t getSize(const QMFileSpec& file)
 
 Stats getStats(const QMFileSpec& file)
 {
-    const struct stat64 status = getStatus(file);
+    struct stat64 status;
+    if (stat64(file.c_str(), &status) != 0)
+        QM_THROW_OS(file.c_str());
     return {status.st_size, status.st_mtim.tv_sec};
 }
 

@@ -149,9 +149,7 @@ void Metadata::remove(const char* key)
 
 void Metadata::removeAll(const char* key)
 {
-    m_records.erase(std::remove_if(m_records.begin(), m_records.end(),
-                                   [key](const Record& record) { return record.key == key; }),
-                    m_records.end());
+    std::erase_if(m_records, [key](const Record& record) { return record.key == key; });
 }
 
 void Metadata::sort()

@@ -26,22 +26,8 @@ int instanceCount = 0;
 struct sigaction previousActions[NSIG]; // by signal
 bool isReplaced[NSIG] = {};
 
-bool isOneOf(int number, const int* begin, const int* end)
+extern "C" void handleSignal(int, siginfo_t*, void*)
 {
-    return std::find(begin, end, number) != end;
-}
-
-bool isHandled(int number)
-{
-    return isOneOf(number, std::begin(requests), std::end(requests)) ||
-           isOneOf(number, std::begin(otherEnds), std::end(otherEnds)) ||
-           (number >= SIGRTMIN && number <= SIGRTMAX);
-}
-
-extern "C" void handleSignal(int number, siginfo_t*, void*)
-{
-    if (!isHandled(number))
-        return;
     static constexpr char notice[] = "\nInterrupt detected.  Shutting down application...\n";
     const int interruptedErrno = errno; // the interrupted code may be about to read it
     setInterrupted();

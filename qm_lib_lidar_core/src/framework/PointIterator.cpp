@@ -3,6 +3,7 @@
 #include "model/ChannelNames.h"
 #include <vxunpack/Base.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace Quillmoran {
@@ -32,20 +33,9 @@ Bounds PointIterator::widened(const Bounds& bounds, const PointInfo& layout)
 void PointIterator::init(const Bounds& bounds, double fraction, const PointInfo& layout,
                          ProgressDelegate* delegate)
 {
-    if (fraction >= 0 && fraction <= 1) {
-        m_fraction = fraction;
-        m_accumulator = 1 - fraction;
-        m_threshold = 1 - fraction / 2;
-    } else if (fraction > 1) {
-        m_fraction = 1;
-        m_accumulator = 0;
-        m_threshold = 0.5;
-    } else {
-        // Negative or NaN: no point is selected.
-        m_fraction = 0;
-        m_accumulator = 1;
-        m_threshold = 1;
-    }
+    m_fraction = fraction >= 0 ? std::min(fraction, 1.0) : 0.0; // a NaN selects no points
+    m_accumulator = 1 - m_fraction;
+    m_threshold = 1 - m_fraction / 2;
     m_delegate = delegate;
     m_bounds = widened(bounds, layout);
     m_isUnbounded = m_bounds == Bounds::Huge();

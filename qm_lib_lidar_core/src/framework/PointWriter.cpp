@@ -14,17 +14,6 @@ namespace {
 
 constexpr double defaultScale = 0.001;
 
-Bounds::Range intersection(const Bounds::Range& a, const Bounds::Range& b)
-{
-    return {std::max(a.min, b.min), std::min(a.max, b.max)};
-}
-
-// Whether the box contains all bounds.
-bool isWhole(const Bounds& all, const Bounds& box)
-{
-    return Bounds{intersection(box.x, all.x), intersection(box.y, all.y), intersection(box.z, all.z)} == all;
-}
-
 // The minimum and maximum of one coordinate, in four independent chains that the compiler can vectorise. A
 // NaN has no effect.
 Bounds::Range extent(const double* values, std::size_t count)
@@ -82,7 +71,7 @@ PointInfo PointWriter::getSupported(const PointInfo& layout, ProgressDelegate* d
 
 void PointWriter::groomMetadata(const Bounds& bounds, double fraction)
 {
-    const bool whole = bounds == Bounds::Huge() || isWhole(getSrc()->getBounds(), bounds);
+    const bool whole = bounds == Bounds::Huge() || bounds.contains(getSrc()->getBounds());
     if (whole && fraction >= 1)
         return;
     if (!whole)

@@ -3,7 +3,6 @@
 #include <vxunpack/PointInfo.h>
 
 #include <algorithm>
-#include <cstring>
 
 namespace Quillmoran {
 
@@ -17,10 +16,7 @@ NameIndex::NameIndex(const PointInfo& layout)
 
 void NameIndex::finish()
 {
-    std::sort(m_names.begin(), m_names.end(), [](const auto& a, const auto& b) {
-        const int order = std::strcmp(a.first, b.first);
-        return order != 0 ? order < 0 : a.second < b.second;
-    });
+    std::sort(m_names.begin(), m_names.end());
 }
 
 std::optional<std::size_t> NameIndex::find(const char* name) const
@@ -28,12 +24,8 @@ std::optional<std::size_t> NameIndex::find(const char* name) const
     if (!name)
         return std::nullopt;
     const auto found =
-        std::lower_bound(m_names.begin(), m_names.end(), name, [](const auto& known, const char* wanted) {
-            return std::strcmp(known.first, wanted) < 0;
-        });
-    if (found == m_names.end() || std::strcmp(found->first, name) != 0)
-        return std::nullopt;
-    return found->second;
+        std::lower_bound(m_names.begin(), m_names.end(), std::pair(std::string_view(name), std::size_t{0}));
+    return found != m_names.end() && found->first == name ? std::optional(found->second) : std::nullopt;
 }
 
 } // namespace Quillmoran

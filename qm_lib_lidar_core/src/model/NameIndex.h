@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -27,8 +28,8 @@ public:
     std::optional<std::size_t> find(const char* name) const;
 
 private:
-    std::vector<std::pair<const char*, std::size_t>>
-        m_names; // sorted, since a file could make hashes collide
+    // Sorted, since a file could make hashes collide.
+    std::vector<std::pair<std::string_view, std::size_t>> m_names;
 };
 
 } // namespace Quillmoran

@@ -15,7 +15,7 @@ void PointInfo::init(std::size_t count)
 }
 
 template <class Source>
-void PointInfo::copyByIndex(const Source& source, const std::size_t* indices, std::size_t count)
+void PointInfo::init(const Source& source, const std::size_t* indices, std::size_t count)
 {
     init(count);
     for (std::size_t i = 0; i < count; ++i)
@@ -23,7 +23,7 @@ void PointInfo::copyByIndex(const Source& source, const std::size_t* indices, st
 }
 
 template <class Source>
-void PointInfo::copyByName(const Source& source, const char* const* names, std::size_t count)
+void PointInfo::init(const Source& source, const char* const* names, std::size_t count)
 {
     init(count);
     for (std::size_t i = 0; i < count; ++i) {
@@ -34,16 +34,6 @@ void PointInfo::copyByName(const Source& source, const char* const* names, std::
     }
 }
 
-void PointInfo::init(const PointInfo& source, const std::size_t* indices, std::size_t count)
-{
-    copyByIndex(source, indices, count);
-}
-
-void PointInfo::init(const PointInfo& source, const char* const* names, std::size_t count)
-{
-    copyByName(source, names, count);
-}
-
 void PointInfo::init(const PointData& source)
 {
     init(source.getNumChannels());
@@ -51,15 +41,10 @@ void PointInfo::init(const PointData& source)
         m_channels[i].init(source.getChannel(i));
 }
 
-void PointInfo::init(const PointData& source, const std::size_t* indices, std::size_t count)
-{
-    copyByIndex(source, indices, count);
-}
-
-void PointInfo::init(const PointData& source, const char* const* names, std::size_t count)
-{
-    copyByName(source, names, count);
-}
+template void PointInfo::init(const PointInfo&, const std::size_t*, std::size_t);
+template void PointInfo::init(const PointInfo&, const char* const*, std::size_t);
+template void PointInfo::init(const PointData&, const std::size_t*, std::size_t);
+template void PointInfo::init(const PointData&, const char* const*, std::size_t);
 
 const ChannelInfo& PointInfo::getChannel(std::size_t index) const
 {

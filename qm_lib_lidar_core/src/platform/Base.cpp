@@ -96,11 +96,6 @@ void XDEALLOC(void* block) noexcept
     std::free(block);
 }
 
-char* STRDUP(const char* text)
-{
-    return STRDUP(text, static_cast<std::size_t>(-1));
-}
-
 char* STRDUP(const char* text, std::size_t length)
 {
     if (!text)

@@ -1,6 +1,7 @@
 #include "platform/Stream.h"
 
 #include "platform/CheckedMath.h"
+#include "platform/OpenIO.h"
 
 #include <algorithm>
 #include <cstring>
@@ -145,25 +146,14 @@ bool StreamReader::get_str(char*& line, std::size_t& capacity)
 {
     constexpr std::size_t growth = 1024;
     std::size_t length = 0;
-    for (;;) {
-        if (m_current == m_limit && fill() == 0)
-            break;
-        const auto buffered = static_cast<std::size_t>(m_limit - m_current);
-        const void* newline = std::memchr(m_current, '\n', buffered);
-        const std::size_t taken =
-            newline ? static_cast<std::size_t>(static_cast<const unsigned char*>(newline) - m_current) + 1
-                    : buffered;
-        const std::size_t needed = length + taken + 1;
+    for (char next = '\0'; next != '\n' && read(&next, 1) == 1; ++length) {
+        const std::size_t needed = length + 2; // with the NUL
         if (needed > capacity) {
             const std::size_t grown = (needed / growth + 1) * growth;
             line = static_cast<char*>(XREALLOC(line, grown));
             capacity = grown;
         }
-        std::memcpy(line + length, m_current, taken);
-        m_current += taken;
-        length += taken;
-        if (newline)
-            break;
+        line[length] = next;
     }
     if (length != 0)
         line[length] = '\0';
@@ -282,29 +272,12 @@ bool StreamWriter::copy(IO* io, std::int64_t offset, std::int64_t length)
 {
     if (length < 0)
         return false;
-    struct Opened
-    {
-        IO* io;
-        explicit Opened(IO* opened) : io(opened) { io->open(); }
-        ~Opened()
-        {
-            try {
-                io->close();
-            } catch (...) {
-                // Nothing was written to this file.
-            }
-        }
-    } const opened(io);
+    const OpenIO opened(io);
     return copyBlocks(length, [&](unsigned char* to, std::size_t count) {
         const std::size_t got = io->pread(offset, to, count);
         offset += static_cast<std::int64_t>(got);
         return got;
     });
-}
-
-bool StreamWriter::copy(const IO::Location& location)
-{
-    return copy(location.io(), location.offset(), location.length());
 }
 
 bool StreamWriter::copy(StreamReader& reader, std::int64_t length)

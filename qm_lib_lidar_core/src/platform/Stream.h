@@ -114,7 +114,7 @@ public:
 
     // Copies a byte range of a file, or the next bytes of a reader; false if the source has fewer bytes.
     bool copy(IO* io, std::int64_t offset, std::int64_t length);
-    bool copy(const IO::Location& location);
+    bool copy(const IO::Location& from) { return copy(from.io(), from.offset(), from.length()); }
     bool copy(StreamReader& reader, std::int64_t length);
 
 private:

@@ -7,31 +7,6 @@
 
 namespace Quillmoran {
 
-int Version::getSDKMajorVersion()
-{
-    return 1;
-}
-int Version::getSDKMinorVersion()
-{
-    return 1;
-}
-int Version::getSDKVersionAge()
-{
-    return 4;
-}
-int Version::getSDKBuildNumber()
-{
-    return 4709;
-}
-const char* Version::getSDKVersionString()
-{
-    return "1.1.4.4709";
-}
-const char* Version::getSDKBuildDate()
-{
-    return "Dec 21 2017";
-}
-
 bool Version::getVexilFileVersion(const unsigned char* preamble, int& generation, bool& raster)
 {
     generation = 0;
@@ -40,20 +15,8 @@ bool Version::getVexilFileVersion(const unsigned char* preamble, int& generation
         return false;
     const int format = preamble[4];
     const int major = preamble[5];
-    switch (format) {
-    case 1:
-    case 2:
-        generation = 2;
-        raster = true;
-        break;
-    case 3:
-        generation = major < 4 ? 3 : 4;
-        raster = true;
-        break;
-    default:
-        generation = format;
-        break;
-    }
+    raster = format >= 1 && format <= 3;
+    generation = !raster ? format : format < 3 ? 2 : major < 4 ? 3 : 4;
     return true;
 }
 

@@ -8,12 +8,12 @@ class IO;
 class Version
 {
 public:
-    static int getSDKMajorVersion();
-    static int getSDKMinorVersion();
-    static int getSDKVersionAge();
-    static int getSDKBuildNumber();
-    static const char* getSDKVersionString(); // "1.1.4.4709"
-    static const char* getSDKBuildDate();
+    static constexpr int getSDKMajorVersion() { return 1; }
+    static constexpr int getSDKMinorVersion() { return 1; }
+    static constexpr int getSDKVersionAge() { return 4; }
+    static constexpr int getSDKBuildNumber() { return 4709; }
+    static constexpr const char* getSDKVersionString() { return "1.1.4.4709"; }
+    static constexpr const char* getSDKBuildDate() { return "Dec 21 2017"; }
 
     static constexpr int preambleSize = 16; // bytes
 

@@ -201,11 +201,8 @@ void parse(const char* format, PointInfo& out)
     if (!format)
         QM_THROW(ErrorCode::InvalidArgument, "format string not given");
     PointInfo layout;
-    layout.init(std::strlen(format));
-    for (std::size_t i = 0; format[i] != '\0'; ++i) {
-        const Token& token = findToken(format[i]);
-        layout.getChannel(i) = makeChannel(token);
-    }
+    for (; *format != '\0'; ++format)
+        layout.append(makeChannel(findToken(*format)));
     out = std::move(layout);
 }
 

@@ -54,21 +54,11 @@ bool isHarmless(std::uint32_t code)
 
 void appendEscape(std::string& to, std::uint32_t code, bool isByte)
 {
-    switch (code) {
-    case '\n':
-        to += "\\n";
-        return;
-    case '\t':
-        to += "\\t";
-        return;
-    case '\r':
-        to += "\\r";
-        return;
-    default:
-        break;
-    }
     char escape[16];
-    std::snprintf(escape, sizeof escape, isByte || code < 0x80 ? "\\x%02x" : "\\u%04x", code);
+    if (const char letter = code == '\n' ? 'n' : code == '\t' ? 't' : code == '\r' ? 'r' : '\0')
+        std::snprintf(escape, sizeof escape, "\\%c", letter);
+    else
+        std::snprintf(escape, sizeof escape, isByte || code < 0x80 ? "\\x%02x" : "\\u%04x", code);
     to += escape;
 }
 

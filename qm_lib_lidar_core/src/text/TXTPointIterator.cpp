@@ -30,11 +30,6 @@ std::uint8_t largestOf(const ChannelInfo& channel)
     return 0;
 }
 
-std::string countOf(std::size_t fields)
-{
-    return std::to_string(fields) + (fields == 1 ? " field" : " fields");
-}
-
 } // namespace
 
 TXTPointIterator* TXTPointIterator::create()
@@ -96,9 +91,13 @@ const char* TXTPointIterator::skipSeparators(const char* text, std::size_t field
     std::size_t commas = field == 0 ? 1 : 0;
     for (; FieldParse::isSeparator(*text); ++text)
         if (*text == ',' && commas++ != 0 && m_strict)
-            QM_THROW(ErrorCode::TextRead, "%sa field is empty",
-                     m_lines.location(static_cast<std::size_t>(text - m_lines.line().data()) + 1).c_str());
+            QM_THROW(ErrorCode::TextRead, "%sa field is empty", locationOf(text).c_str());
     return text;
+}
+
+std::string TXTPointIterator::locationOf(const char* text) const
+{
+    return m_lines.location(static_cast<std::size_t>(text - m_lines.line().data()) + 1);
 }
 
 // Concatenated tables can have different columns.
@@ -151,9 +150,8 @@ bool TXTPointIterator::parseLine(std::size_t index)
 void TXTPointIterator::checkEnd(const char* text) const
 {
     const std::string_view line = m_lines.line();
-    const auto at = static_cast<std::size_t>(text - line.data());
-    if (m_strict && *text == '\0' && at != line.size())
-        QM_THROW(ErrorCode::TextRead, "%sline contains a NUL character", m_lines.location(at + 1).c_str());
+    if (m_strict && *text == '\0' && text != line.data() + line.size())
+        QM_THROW(ErrorCode::TextRead, "%sline contains a NUL character", locationOf(text).c_str());
 }
 
 void TXTPointIterator::throwBadField(std::size_t field, const char* text) const
@@ -161,16 +159,14 @@ void TXTPointIterator::throwBadField(std::size_t field, const char* text) const
     if (m_name.empty() && !m_strict)
         QM_THROW(ErrorCode::TextRead, "bad TXT file format");
     const std::string_view line = m_lines.line();
-    const std::string location = m_lines.location(static_cast<std::size_t>(text - line.data()) + 1);
-    QM_THROW(ErrorCode::TextRead, "%s%s", location.c_str(),
+    QM_THROW(ErrorCode::TextRead, "%s%s", locationOf(text).c_str(),
              FieldParse::explain(text, line.data() + line.size(), m_layout.getChannel(field)).c_str());
 }
 
 void TXTPointIterator::throwTooLarge(const Field& field, const char* text, const char* after) const
 {
     const auto index = static_cast<std::size_t>(&field - m_fields.data());
-    const std::string location = m_lines.location(static_cast<std::size_t>(text - m_lines.line().data()) + 1);
-    QM_THROW(ErrorCode::TextRead, "%s%s does not fit %s (0 to %d)", location.c_str(),
+    QM_THROW(ErrorCode::TextRead, "%s%s does not fit %s (0 to %d)", locationOf(text).c_str(),
              std::string(text, after).c_str(), m_layout.getChannel(index).getName(), field.largest);
 }
 
@@ -180,15 +176,15 @@ void TXTPointIterator::throwWrongCount(std::size_t numFields, const char* text) 
         QM_THROW(ErrorCode::TextRead, "line %lu has %lu fields but was expecting at least %lu.",
                  static_cast<unsigned long>(m_numLines), static_cast<unsigned long>(numFields),
                  static_cast<unsigned long>(m_fields.size()));
-    const auto column = static_cast<std::size_t>(text - m_lines.line().data()) + 1;
+    const std::string location = locationOf(text);
     while (*text != '\0' && *text != '#') {
         ++numFields;
         text = FieldParse::skip(text, nullptr, nullptr, 0);
         while (FieldParse::isSeparator(*text))
             ++text;
     }
-    QM_THROW(ErrorCode::TextRead, "%s%s, expected %zu", m_lines.location(column).c_str(),
-             countOf(numFields).c_str(), m_fields.size());
+    QM_THROW(ErrorCode::TextRead, "%s%zu %s, expected %zu", location.c_str(), numFields,
+             numFields == 1 ? "field" : "fields", m_fields.size());
 }
 
 void TXTPointIterator::reportLines()

@@ -55,6 +55,7 @@ private:
     // Whether the line has a point, which is then written to `index`.
     bool parseLine(std::size_t index);
     const char* skipSeparators(const char* text, std::size_t field) const;
+    std::string locationOf(const char* text) const; // in the current line
     void checkHeader(std::string_view line);
     void checkEnd(const char* text) const;
     [[noreturn]] void throwBadField(std::size_t field, const char* text) const;

@@ -81,40 +81,24 @@ using Formatter = char* (*)(char* out, const void* samples, std::size_t index);
 // `decimals` is used for a channel whose quantization gives none; 0 if unknown.
 Formatter getWriter(const ChannelInfo& channel, int decimals)
 {
-    switch (channel.getDataType()) {
-    case UINT8:
-        return writeInteger<std::uint8_t>;
-    case SINT8:
-        return writeInteger<std::int8_t>;
-    case UINT16:
-        return writeInteger<std::uint16_t>;
-    case SINT16:
-        return writeInteger<std::int16_t>;
-    case UINT32:
-        return writeInteger<std::uint32_t>;
-    case SINT32:
-        return writeInteger<std::int32_t>;
-    case UINT64:
-        return writeInteger<std::uint64_t>;
-    case SINT64:
-        return writeInteger<std::int64_t>;
-    case FLOAT32: {
-        // Decimals come in threes: 1 to 3 of them are written as 3, 4 to 6 as 6.
-        constexpr Formatter writers[] = {writeGeneral<float, 9>, writeFixed<float, 3>, writeFixed<float, 6>};
-        const int ofStep = countDecimals(static_cast<float>(channel.getQuantization()), 6);
-        return writers[((ofStep == 0 && decimals <= 6 ? decimals : ofStep) + 2) / 3];
-    }
-    case FLOAT64: {
-        constexpr Formatter writers[] = {writeGeneral<double, 18>, writeFixed<double, 3>,
-                                         writeFixed<double, 6>,    writeFixed<double, 9>,
-                                         writeFixed<double, 12>,   writeFixed<double, 15>};
-        const int ofStep = countDecimals(channel.getQuantization(), 15);
-        return writers[((ofStep == 0 ? decimals : ofStep) + 2) / 3];
-    }
-    case INVALID:
-        break;
-    }
-    QM_THROW(ErrorCode::TextField);
+    Formatter formatter = nullptr;
+    visitDataType(channel.getDataType(), [&](auto sample) {
+        using T = decltype(sample);
+        if constexpr (std::is_integral_v<T>) {
+            formatter = writeInteger<T>;
+        } else {
+            // Decimals come in threes: 1 to 3 of them are written as 3, 4 to 6 as 6.
+            constexpr int maximum = sizeof(T) == sizeof(double) ? 15 : 6;
+            constexpr int digits = sizeof(T) == sizeof(double) ? 18 : 9;
+            constexpr Formatter writers[] = {writeGeneral<T, digits>, writeFixed<T, 3>,  writeFixed<T, 6>,
+                                             writeFixed<T, 9>,        writeFixed<T, 12>, writeFixed<T, 15>};
+            const int ofStep = countDecimals(static_cast<T>(channel.getQuantization()), maximum);
+            formatter = writers[((ofStep == 0 && decimals <= maximum ? decimals : ofStep) + 2) / 3];
+        }
+    });
+    if (!formatter)
+        QM_THROW(ErrorCode::TextField);
+    return formatter;
 }
 
 } // namespace

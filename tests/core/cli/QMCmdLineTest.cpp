@@ -331,7 +331,7 @@ TEST(QMCmdLine, FailedGettersReturnNothingIfTheExitHandlerReturns)
         {[&] { return cmdLine.getFlag("strings"); }, "wrong type used for getting value of option strings"},
         {[&] { return cmdLine.getBool("f"); }, "wrong type used for getting value of option f"},
         {[&] { return cmdLine.getUint("n") != 0; }, "wrong type used for getting value of option n"},
-        {[&] { return cmdLine.getSintArray("u") != nullptr; },
+        {[&] { return cmdLine.getSintArray("u", count) != nullptr; },
          "wrong type used for getting value of option u"},
         {[&] { return cmdLine.getString("s") != nullptr; },
          "got more than one arg from STRING option strings"},
