@@ -25,9 +25,9 @@ std::size_t SortedRows::Reader::read(unsigned char* rows, std::size_t count)
     if (!m_merge) {
         count = std::min(count, m_sorted->m_count - m_next);
         const unsigned char* const from = m_sorted->m_rows.get();
-        const Entry* const entries = m_sorted->m_entries.get() + m_next;
+        const SortEntry* const entries = m_sorted->m_entries.get() + m_next;
         for (std::size_t i = 0; i < count; ++i)
-            std::memcpy(rows + i * rowSize, from + entries[i].row * rowSize, rowSize);
+            std::memcpy(rows + i * rowSize, from + entries[i].index * rowSize, rowSize);
         m_next += count;
         return count;
     }
@@ -42,13 +42,13 @@ std::size_t SortedRows::Reader::read(unsigned char* rows, std::size_t count)
 
 RowSorter::RowSorter(std::size_t rowSize, const Limits& limits)
     : m_limits(limits),
-      m_capacity(std::max<std::size_t>(limits.run / (rowSize + sizeof(SortedRows::Entry)), 1)),
+      m_capacity(std::max<std::size_t>(limits.run / (rowSize + sizeof(SortEntry)), 1)),
       m_sorted(new SortedRows)
 {
     m_sorted->m_rowSize = rowSize;
     m_sorted->m_mergeBytes = limits.merge;
     m_sorted->m_rows = makeBuffer<unsigned char>(m_capacity * rowSize);
-    m_sorted->m_entries = makeBuffer<SortedRows::Entry>(m_capacity);
+    m_sorted->m_entries = makeBuffer<SortEntry>(m_capacity);
 }
 
 unsigned char* RowSorter::append(const std::uint64_t* keys, std::size_t& count)
@@ -102,10 +102,10 @@ void RowSorter::writeRun()
     sorted.m_runs.push_back({m_writer.tell(), sorted.m_count});
     const std::size_t rowSize = sorted.m_rowSize;
     const unsigned char* const rows = sorted.m_rows.get();
-    const SortedRows::Entry* const entries = sorted.m_entries.get();
+    const SortEntry* const entries = sorted.m_entries.get();
     for (std::size_t i = 0; i < sorted.m_count; ++i) {
         put(&entries[i].key, sizeof entries[i].key);
-        put(rows + entries[i].row * rowSize, rowSize);
+        put(rows + entries[i].index * rowSize, rowSize);
     }
     sorted.m_count = 0;
 }
