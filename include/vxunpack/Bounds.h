@@ -14,7 +14,7 @@ struct QM_API Bounds
         double min = std::numeric_limits<double>::infinity();
         double max = -std::numeric_limits<double>::infinity();
 
-        bool operator==(const Range& other) const noexcept { return min == other.min && max == other.max; }
+        bool operator==(const Range&) const noexcept = default;
         bool contains(double value) const noexcept { return value >= min && value <= max; }
         bool contains(const Range& other) const noexcept { return min <= other.min && max >= other.max; }
         bool meets(const Range& other) const noexcept { return max >= other.min && other.max >= min; }
@@ -30,11 +30,7 @@ struct QM_API Bounds
     // A new box is empty; growing it by a point makes it that point.
     Range x, y, z;
 
-    bool operator==(const Bounds& other) const noexcept
-    {
-        return x == other.x && y == other.y && z == other.z;
-    }
-    bool operator!=(const Bounds& other) const noexcept { return !(*this == other); }
+    bool operator==(const Bounds&) const noexcept = default;
     bool contains(double px, double py, double pz) const noexcept
     {
         return x.contains(px) && y.contains(py) && z.contains(pz);

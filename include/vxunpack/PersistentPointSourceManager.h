@@ -27,11 +27,7 @@ struct TileInfo
     Bounds bounds;
     std::int64_t numPoints = 0;
 
-    bool operator==(const TileInfo& other) const
-    {
-        return path == other.path && timestamp == other.timestamp && bounds == other.bounds &&
-               numPoints == other.numPoints;
-    }
+    bool operator==(const TileInfo&) const = default;
 };
 
 class QM_API PersistentPointSourceManager final : public PointSourceManager

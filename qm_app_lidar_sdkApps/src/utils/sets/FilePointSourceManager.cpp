@@ -11,6 +11,9 @@
 #include <vxunpack/FileIO.h>
 
 #include <cctype>
+#include <memory>
+#include <mutex>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -56,6 +59,46 @@ constexpr std::int64_t maxNestedListBytes = 16 << 20;
 constexpr std::int64_t nestedListBytes = 256;
 
 } // namespace
+
+SimpleFileOpener* SimpleFileOpener::create()
+{
+    return new SimpleFileOpener;
+}
+
+PointSourceType SimpleFileOpener::getPointSourceType(const char* name)
+{
+    return Formats::ofName(name).type;
+}
+
+const char* SimpleFileOpener::getPointSourceTypeName(PointSourceType type)
+{
+    const Format* const format = Formats::ofType(type);
+    return format ? format->description : "Unknown File Type";
+}
+
+void SimpleFileOpener::dropWaveforms(std::function<void(const std::string&)> warn)
+{
+    struct Warned
+    {
+        std::mutex mutex;
+        std::set<std::string> texts;
+    };
+    setOpenFullWaveformFiles(true);
+    m_options.warn = [warn = std::move(warn), warned = std::make_shared<Warned>()](const std::string& text) {
+        const std::lock_guard<std::mutex> lock(warned->mutex);
+        if (warned->texts.insert(text).second)
+            warn(text);
+    };
+}
+
+PointSource* SimpleFileOpener::openPointSource(const char* path) const
+{
+    const Format& format = Formats::ofName(path);
+    QMFileUtils::requireRegularFile(path);
+    if (!format.open)
+        Formats::throwUnsupported(path);
+    return format.open(path, m_options);
+}
 
 struct FilePointSourceManager::Imp
 {
