@@ -29,7 +29,7 @@ enum PointSourceType : int
 class QM_API SimpleFileOpener final : public PersistentPointSourceManager::FileOpener
 {
 public:
-    static SimpleFileOpener* create();
+    static SimpleFileOpener* create() { return new SimpleFileOpener; }
 
     // By the name alone, ignoring case; a name without a known ending is text.
     static PointSourceType getPointSourceType(const char* name);
@@ -70,7 +70,7 @@ private:
 class QM_API FilePointSourceManager final : public PointSourceManager
 {
 public:
-    static FilePointSourceManager* create();
+    static FilePointSourceManager* create() { return new FilePointSourceManager; }
 
     // Errors -1: "unsupported input file format '%s'", "TXT file requires a format parse string '-parse':
     // '%s'" unless the opener has text options.

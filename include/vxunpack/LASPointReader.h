@@ -12,7 +12,7 @@ namespace Quillmoran {
 class QM_API LASPointReader final : public PointReader
 {
 public:
-    static LASPointReader* create();
+    static LASPointReader* create() { return new LASPointReader; }
 
     // A file with waveforms is Waveforms "Input LAS/LAZ file contains waveform data.  This is not currently
     // supported.", unless `openFullWaveform`: the points are then read without them. Any other fault, such as

@@ -44,7 +44,7 @@ public:
         FileOpener() = default;
     };
 
-    static PersistentPointSourceManager* create();
+    static PersistentPointSourceManager* create() { return new PersistentPointSourceManager; }
 
     // Relative paths are relative to the directory of the index, so tiles and index can be moved together. If
     // the overview is not where the index says, "overview.vxl" in the directory of the index is taken. Errors

@@ -27,7 +27,7 @@ public:
         Removed
     };
 
-    static PersistentPointSourceWriter* create();
+    static PersistentPointSourceWriter* create() { return new PersistentPointSourceWriter; }
 
     // An empty set, or that of an index.
     void init(FileOpener* opener);

@@ -11,7 +11,7 @@ namespace Quillmoran {
 class QM_API QuantizeFilter final : public PointFilter
 {
 public:
-    static QuantizeFilter* create();
+    static QuantizeFilter* create() { return new QuantizeFilter; }
 
     // Retains the source. `steps` are those of X, Y and Z in the source's units; InvalidArgument "a step must
     // be above 0: %g" when one is not, or is not finite.

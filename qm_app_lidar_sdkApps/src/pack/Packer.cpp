@@ -29,12 +29,10 @@ Metadata withoutWaveformRecords(Metadata metadata)
     constexpr int firstDescriptor = 100;
     constexpr int lastDescriptor = 354;
     constexpr int packets = 65535;
-    const auto remove = [&metadata](int recordID) {
-        metadata.removeAll(("LASF_Spec::" + std::to_string(recordID)).c_str());
-    };
+    const std::string user = "LASF_Spec::";
     for (int recordID = firstDescriptor; recordID <= lastDescriptor; ++recordID)
-        remove(recordID);
-    remove(packets);
+        metadata.removeAll((user + std::to_string(recordID)).c_str());
+    metadata.removeAll((user + std::to_string(packets)).c_str());
     return metadata;
 }
 

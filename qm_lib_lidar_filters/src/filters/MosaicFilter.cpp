@@ -165,11 +165,6 @@ const MosaicFilter::Impl& MosaicFilter::sources() const
     return *m_impl;
 }
 
-MosaicFilter* MosaicFilter::create()
-{
-    return new MosaicFilter;
-}
-
 void MosaicFilter::init(PointSourceManager* manager, const std::optional<int>& gpsWeek)
 {
     PointCloudUnion all(gpsWeek);

@@ -78,16 +78,6 @@ Scoped<const SortedRows> RowSorter::finish(const std::function<void()>& checkpoi
     return Scoped<const SortedRows>(m_sorted.detach());
 }
 
-void RowSorter::openFile()
-{
-    const Scoped<FileIO::Imp> file(FileIO::create());
-    file->init(nullptr);
-    // An unlinked file is reachable only through its descriptor, and is removed when the process is killed.
-    FileIO::deleteFile(file->path());
-    m_writer.init(file.get(), true, writeBufferSize);
-    m_sorted->m_file = file;
-}
-
 void RowSorter::sortRun()
 {
     std::sort(m_sorted->m_entries.get(), m_sorted->m_entries.get() + m_sorted->m_count);
@@ -96,8 +86,14 @@ void RowSorter::sortRun()
 void RowSorter::writeRun()
 {
     SortedRows& sorted = *m_sorted;
-    if (!sorted.m_file)
-        openFile();
+    if (!sorted.m_file) {
+        const Scoped<FileIO::Imp> file(FileIO::create());
+        file->init(nullptr);
+        // An unlinked file is reachable only through its descriptor, and is removed when the process is killed.
+        FileIO::deleteFile(file->path());
+        m_writer.init(file.get(), true, writeBufferSize);
+        sorted.m_file = file;
+    }
     sortRun();
     sorted.m_runs.push_back({m_writer.tell(), sorted.m_count});
     const std::size_t rowSize = sorted.m_rowSize;

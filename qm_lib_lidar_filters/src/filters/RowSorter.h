@@ -71,7 +71,6 @@ public:
     Scoped<const SortedRows> finish(const std::function<void()>& checkpoint);
 
 private:
-    void openFile();
     void sortRun();
     void writeRun();
     void put(const void* bytes, std::size_t size);

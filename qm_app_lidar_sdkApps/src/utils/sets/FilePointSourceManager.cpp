@@ -60,11 +60,6 @@ constexpr std::int64_t nestedListBytes = 256;
 
 } // namespace
 
-SimpleFileOpener* SimpleFileOpener::create()
-{
-    return new SimpleFileOpener;
-}
-
 PointSourceType SimpleFileOpener::getPointSourceType(const char* name)
 {
     return Formats::ofName(name).type;
@@ -177,11 +172,6 @@ FilePointSourceManager::FilePointSourceManager() : m_imp(new Imp)
 {}
 
 FilePointSourceManager::~FilePointSourceManager() = default;
-
-FilePointSourceManager* FilePointSourceManager::create()
-{
-    return new FilePointSourceManager;
-}
 
 void FilePointSourceManager::addFile(const char* name)
 {

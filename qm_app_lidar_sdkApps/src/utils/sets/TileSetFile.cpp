@@ -335,8 +335,11 @@ private:
     StreamWriter m_stream;
 };
 
-void writeChannels(FieldWriter& writer, const PointInfo& layout)
+void writeInfo(FieldWriter& writer, const TileSet& set)
 {
+    const PointCloudInfo& info = *set.info;
+    writer.putText(set.srs.c_str(), "srs");
+    const PointInfo& layout = info.getPointInfo();
     writer.putCount16(layout.getNumChannels(), "number of channels");
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const ChannelInfo& channel = layout.getChannel(i);
@@ -345,13 +348,6 @@ void writeChannels(FieldWriter& writer, const PointInfo& layout)
         writer.putNumber(static_cast<std::uint16_t>(channel.getBits()), "bits");
         writer.putNumber(channel.getQuantization(), "quantization");
     }
-}
-
-void writeInfo(FieldWriter& writer, const TileSet& set)
-{
-    const PointCloudInfo& info = *set.info;
-    writer.putText(set.srs.c_str(), "srs");
-    writeChannels(writer, info.getPointInfo());
     writer.putNumber(static_cast<std::uint64_t>(info.getNumPoints()), "number of points");
     writer.putText(info.getWKT(), "WKT");
     writer.putBounds(info.getBounds());
