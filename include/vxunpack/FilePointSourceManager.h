@@ -29,7 +29,7 @@ enum PointSourceType : int
 class QM_API SimpleFileOpener final : public PersistentPointSourceManager::FileOpener
 {
 public:
-    static SimpleFileOpener* create();
+    static SimpleFileOpener* create() { return new SimpleFileOpener; }
 
     // The type that the ending of a name implies, ignoring case; text if the ending is unknown.
     static PointSourceType getPointSourceType(const char* name);
@@ -71,7 +71,7 @@ private:
 class QM_API FilePointSourceManager final : public PointSourceManager
 {
 public:
-    static FilePointSourceManager* create();
+    static FilePointSourceManager* create() { return new FilePointSourceManager; }
 
     // Throws General "unsupported input file format '%s'", or "TXT file requires a format parse string
     // '-parse': '%s'" unless the opener has text options.

@@ -24,7 +24,7 @@ public:
         std::size_t buffer = 16 << 10; // one buffer of a merge, at least; limits the number of merged runs
     };
 
-    static HilbertOrder* create();
+    static HilbertOrder* create() { return new HilbertOrder; }
 
     // Retains the source.
     void init(PointSource* source);

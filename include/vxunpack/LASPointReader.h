@@ -12,7 +12,7 @@ namespace Quillmoran {
 class QM_API LASPointReader final : public PointReader
 {
 public:
-    static LASPointReader* create();
+    static LASPointReader* create() { return new LASPointReader; }
 
     // Throws Waveforms "Input LAS/LAZ file contains waveform data.  This is not currently supported." for a
     // file with waveforms. With `openFullWaveform`, the points are read without their waveforms instead.

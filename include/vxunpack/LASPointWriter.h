@@ -26,7 +26,7 @@ public:
         std::uint64_t numFromOther = 0; // points whose other time is written
     };
 
-    static LASPointWriter* create();
+    static LASPointWriter* create() { return new LASPointWriter; }
 
     // Retains the source. write() creates the file under a temporary name and renames it when it is complete.
     // Any version other than -1 is written as given: 0 sets both version fields to 0.

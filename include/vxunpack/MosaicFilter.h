@@ -29,7 +29,7 @@ struct NamedCoordinateSystem
 class QM_API MosaicFilter final : public PointFilter
 {
 public:
-    static MosaicFilter* create();
+    static MosaicFilter* create() { return new MosaicFilter; }
 
     // Retains the manager and opens every source to read its description. `gpsWeek` is the GPS week (0 began
     // on 1980-01-06) from which week times count; if it is given, week times are converted to adjusted

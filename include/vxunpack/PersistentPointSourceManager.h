@@ -27,11 +27,7 @@ struct TileInfo
     Bounds bounds;
     std::int64_t numPoints = 0;
 
-    bool operator==(const TileInfo& other) const
-    {
-        return path == other.path && timestamp == other.timestamp && bounds == other.bounds &&
-               numPoints == other.numPoints;
-    }
+    bool operator==(const TileInfo&) const = default;
 };
 
 class QM_API PersistentPointSourceManager final : public PointSourceManager
@@ -48,7 +44,7 @@ public:
         FileOpener() = default;
     };
 
-    static PersistentPointSourceManager* create();
+    static PersistentPointSourceManager* create() { return new PersistentPointSourceManager; }
 
     // Relative paths are relative to the directory of the index, so tiles and index can be moved together. If
     // the overview is not where the index says, "overview.vxl" in the directory of the index is taken. Errors

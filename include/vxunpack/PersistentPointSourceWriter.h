@@ -27,7 +27,7 @@ public:
         Removed
     };
 
-    static PersistentPointSourceWriter* create();
+    static PersistentPointSourceWriter* create() { return new PersistentPointSourceWriter; }
 
     // Starts with no tiles, or with the tiles of an index.
     void init(FileOpener* opener);

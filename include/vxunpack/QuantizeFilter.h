@@ -11,7 +11,7 @@ namespace Quillmoran {
 class QM_API QuantizeFilter final : public PointFilter
 {
 public:
-    static QuantizeFilter* create();
+    static QuantizeFilter* create() { return new QuantizeFilter; }
 
     // Retains the source. `steps` has the steps of X, Y and Z in the source's units. Throws InvalidArgument
     // "a step must be above 0: %g" unless all of them are finite and above 0.

@@ -13,7 +13,7 @@ namespace Quillmoran {
 class QM_API SimpleFilterFilter final : public PointFilter
 {
 public:
-    static SimpleFilterFilter* create();
+    static SimpleFilterFilter* create() { return new SimpleFilterFilter; }
 
     // Retains the source. `include` keeps the points that have one of the values; false keeps the others.
     // Throws InvalidArgument "the point source does not have channel: '%s'".

@@ -165,7 +165,7 @@ std::string Inspector::explain(const Error& error) const
 Scoped<FilePointSourceManager> Inspector::createManager(const std::string& argument) const
 {
     Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
-    Utils::setTextOptions(*manager, true, m_cmdLine);
+    Utils::setTextOptions(manager->getOpener(), true, m_cmdLine);
     manager->getOpener().setOpenFullWaveformFiles(true);
     manager->addFile(argument.c_str());
     return manager;

@@ -58,15 +58,10 @@ JSON describeClassNames(const PointSource& source)
 
 const char* nameOf(MetadataDataType type)
 {
-    switch (type) {
-    case METADATA_STRING:
-        return "string";
-    case METADATA_BLOB:
-        return "blob";
-    case METADATA_FLOAT64_ARRAY:
-        return "numbers";
-    }
-    return "unknown"; // files may contain any code
+    return type == METADATA_STRING          ? "string"
+           : type == METADATA_BLOB          ? "blob"
+           : type == METADATA_FLOAT64_ARRAY ? "numbers"
+                                            : "unknown"; // files may contain any code
 }
 
 JSON describeValue(const Metadata& metadata, std::size_t index)

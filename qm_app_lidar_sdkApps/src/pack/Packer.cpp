@@ -1,8 +1,10 @@
 #include "pack/Packer.h"
 
+#include "common/coders/TransformUtils.h"
 #include "files/QMFileUtils.h"
+#include "model/ChannelNames.h"
 #include "pack/PackOptions.h"
-#include "pack/PackReport.h"
+#include "text/Printable.h"
 #include "utils/program/ConsoleProgress.h"
 #include "utils/program/Utils.h"
 #include "utils/sets/Make.h"
@@ -27,13 +29,47 @@ Metadata withoutWaveformRecords(Metadata metadata)
     constexpr int firstDescriptor = 100;
     constexpr int lastDescriptor = 354;
     constexpr int packets = 65535;
-    const auto remove = [&metadata](int recordID) {
-        metadata.removeAll(("LASF_Spec::" + std::to_string(recordID)).c_str());
-    };
+    const std::string user = "LASF_Spec::";
     for (int recordID = firstDescriptor; recordID <= lastDescriptor; ++recordID)
-        remove(recordID);
-    remove(packets);
+        metadata.removeAll((user + std::to_string(recordID)).c_str());
+    metadata.removeAll((user + std::to_string(packets)).c_str());
     return metadata;
+}
+
+// A line for each kernel channel with its coding and its size.
+void printPackReport(const VX7PointWriter& writer, std::int64_t numPoints)
+{
+    std::printf("   %-20s %12s %8s %9s %12s %16s  %s\n", "Record", "Bytes", "a Point", "Subblock", "Scale",
+                "Offset", "Transform");
+    for (const VX7PointWriter::ChannelSummary& channel : writer.getSummary()) {
+        const double perPoint =
+            numPoints == 0 ? 0 : static_cast<double>(channel.size) / static_cast<double>(numPoints);
+        std::printf("   %-20s %12lld %8.3f %9u %12g %16.10g  %d (%s)\n", printable(channel.name).c_str(),
+                    static_cast<long long>(channel.size), perPoint, channel.subblockSize, channel.scale,
+                    channel.offset + 0.0, static_cast<int>(channel.transform),
+                    TransformUtils::toString(channel.transform).c_str());
+    }
+}
+
+// Warns if the file does not keep the scale of a coordinate.
+void warnOfLostScales(const VX7PointWriter& writer, const PointInfo& layout, const char* output)
+{
+    const std::vector<VX7PointWriter::ChannelSummary>& records = writer.getSummary();
+    std::string names;
+    for (const char* name : {ChannelNames::x, ChannelNames::y, ChannelNames::z}) {
+        const ChannelInfo* channel = layout.getChannel(name);
+        // The parts of a split channel have other names.
+        const bool isKept = std::any_of(records.begin(), records.end(), [name](const auto& record) {
+            return record.name == name && record.scale != 0;
+        });
+        if (channel && channel->getQuantization() != 0 && !isKept)
+            names += std::string(names.empty() ? "" : ", ") + name;
+    }
+    if (!names.empty())
+        Utils::warn(std::string("'") + output + "': the scale and offset of " + names +
+                    " are not stored, since the file has these coordinates as floating-point numbers; LAS "
+                    "output rounds "
+                    "them to 0.001 unless -sc is given");
 }
 
 } // namespace
@@ -95,12 +131,12 @@ bool Packer::work()
     const Scoped<PointSource> source = applyFilters(
         Utils::openInputs(*files, m_cmdLine.getFlag("verbose"), Utils::getMergeOptions(m_cmdLine)));
 
-    const PointInfo layout = Utils::getOutColumns(m_cmdLine, *source);
+    const PointInfo layout = Utils::getOutFields(m_cmdLine, *source, true);
     if (!layout.hasValidXYZ()) // otherwise the readers would report it as a fault of the file
         QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
     PackOptions::resolveChannels(options, layout);
     const auto writer = make<VX7PointWriter>(source.get(), output);
-    if (Utils::dropsWaveforms(m_cmdLine))
+    if (m_cmdLine.getFlag("dropWaveforms"))
         writer->setMetadata(withoutWaveformRecords(writer->getMetadata()));
     writer->setOptions(options);
     const std::int64_t count =
@@ -120,7 +156,7 @@ void Packer::addInputs(FilePointSourceManager& files, ProgressDelegate& delegate
     // not: the writer reads it twice anyway.
     const bool isMosaic =
         names.size() > 1 || Utils::getPointSourceType(names[0].c_str()) != POINT_SOURCE_TEXT;
-    Utils::setTextOptions(files, isMosaic, m_cmdLine, &delegate);
+    Utils::setTextOptions(files.getOpener(), isMosaic, m_cmdLine, &delegate);
     Utils::refuseNamed(m_cmdLine, m_cmdLine.getString("outputFile"));
     Utils::addNamed(files, m_cmdLine);
     if (files.getNumSources() == 0)
@@ -157,7 +193,7 @@ void Packer::printResult(const VX7PointWriter& writer, std::int64_t numPoints) c
                     steps[0], steps[1], steps[2]);
     }
     if (m_cmdLine.getFlag("verbose"))
-        printPackReport(stdout, writer, numPoints);
+        printPackReport(writer, numPoints);
 }
 
 } // namespace Quillmoran

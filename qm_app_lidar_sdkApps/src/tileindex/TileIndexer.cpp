@@ -88,7 +88,7 @@ bool TileIndexer::work()
 void TileIndexer::report() const
 {
     const auto index = make<PersistentPointSourceManager>(m_cmdLine.getString("index"), m_opener.get());
-    TileReport(*index, m_cmdLine.getFlag("check") ? m_opener.get() : nullptr).print(stdout);
+    printTiles(stdout, *index, m_cmdLine.getFlag("check") ? m_opener.get() : nullptr);
     Utils::finishReport();
 }
 
@@ -135,7 +135,7 @@ void TileIndexer::build() const
 std::vector<std::string> TileIndexer::collectInputs() const
 {
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
-    Utils::setTextOptions(*files, false, m_cmdLine);
+    Utils::setTextOptions(files->getOpener(), false, m_cmdLine);
     files->setNamesErrors();
     Utils::addNamed(*files, m_cmdLine);
     // The index must not replace an input.

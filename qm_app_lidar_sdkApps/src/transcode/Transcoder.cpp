@@ -9,7 +9,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <string>
 #include <strings.h>
 
 namespace Quillmoran {

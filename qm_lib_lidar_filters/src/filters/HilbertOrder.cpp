@@ -93,11 +93,6 @@ HilbertOrder::HilbertOrder() : m_impl(std::make_unique<Impl>())
 
 HilbertOrder::~HilbertOrder() = default;
 
-HilbertOrder* HilbertOrder::create()
-{
-    return new HilbertOrder;
-}
-
 void HilbertOrder::init(PointSource* source)
 {
     PointFilter::init(source);

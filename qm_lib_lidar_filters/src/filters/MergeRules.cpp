@@ -34,6 +34,9 @@ constexpr bool isSigned(DataType type)
     return (type & 1) != 0;
 }
 
+constexpr DataType signedTypes[] = {SINT8, SINT16, SINT32, SINT64};
+constexpr DataType unsignedTypes[] = {UINT8, UINT16, UINT32, UINT64};
+
 DataType findCommonType(DataType a, DataType b)
 {
     if (a == b)
@@ -45,18 +48,11 @@ DataType findCommonType(DataType a, DataType b)
     const auto bytesOf = [needsSign](DataType type) {
         return DataTypeUtils::getSize(type) * (needsSign && !isSigned(type) ? 2 : 1);
     };
-    switch (std::max(bytesOf(a), bytesOf(b))) {
-    case 1:
-        return needsSign ? SINT8 : UINT8;
-    case 2:
-        return needsSign ? SINT16 : UINT16;
-    case 4:
-        return needsSign ? SINT32 : UINT32;
-    case 8:
-        return needsSign ? SINT64 : UINT64;
-    default:
-        return FLOAT64;
-    }
+    const std::size_t bytes = std::max(bytesOf(a), bytesOf(b));
+    for (const DataType type : needsSign ? signedTypes : unsignedTypes)
+        if (DataTypeUtils::getSize(type) == bytes)
+            return type;
+    return FLOAT64;
 }
 
 // The decimals that represent multiples of the finer step also represent those of the coarser one if the

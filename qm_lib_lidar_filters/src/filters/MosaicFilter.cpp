@@ -3,7 +3,6 @@
 #include "filters/LayoutAdapter.h"
 #include "filters/MergeRules.h"
 #include "filters/PointCloudUnion.h"
-#include "filters/SharedMetadata.h"
 #include "index/MemoryRTree.h"
 #include "model/NameIndex.h"
 #include <vxunpack/Base.h>
@@ -34,6 +33,39 @@ void checkChannels(const PointInfo& known, const PointInfo& layout)
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i)
         if (!names.find(layout.getChannel(i).getName()))
             QM_THROW(ErrorCode::NoSuchChannel, "requesting channel not in the source");
+}
+
+bool isSame(const Metadata& a, std::size_t i, const Metadata& b, std::size_t j)
+{
+    if (std::strcmp(a.getKey(i), b.getKey(j)) != 0 || a.getDataType(i) != b.getDataType(j) ||
+        a.getValueLength(i) != b.getValueLength(j))
+        return false;
+    const std::size_t valueSize = a.getDataType(i) == METADATA_FLOAT64_ARRAY ? sizeof(double) : 1;
+    const std::size_t bytes = a.getValueLength(i) * valueSize;
+    return bytes == 0 || std::memcmp(a.getValue(i), b.getValue(j), bytes) == 0;
+}
+
+bool contains(const Metadata& records, const Metadata& other, std::size_t index)
+{
+    for (std::size_t i = 0; i < records.getNumRecords(); ++i)
+        if (isSame(records, i, other, index))
+            return true;
+    return false;
+}
+
+// Removes from `shared` the records that `other` does not have with the same key and value.
+void keepShared(Metadata& shared, const Metadata& other)
+{
+    for (std::size_t i = shared.getNumRecords(); i-- > 0;)
+        if (!contains(other, shared, i))
+            shared.remove(i);
+}
+
+// Removes the records about the points of one file: counts and boxes.
+void removeCounts(Metadata& records)
+{
+    for (const char* key : {"PointRecordsByReturnCount", "LAS_BoundingBox", "PreCompressionPointCount"})
+        records.removeAll(key);
 }
 
 } // namespace
@@ -131,11 +163,6 @@ const MosaicFilter::Impl& MosaicFilter::sources() const
     if (!m_impl)
         QM_THROW(ErrorCode::InvalidArgument, "the mosaic has no sources before init()");
     return *m_impl;
-}
-
-MosaicFilter* MosaicFilter::create()
-{
-    return new MosaicFilter;
 }
 
 void MosaicFilter::init(PointSourceManager* manager, const std::optional<int>& gpsWeek)

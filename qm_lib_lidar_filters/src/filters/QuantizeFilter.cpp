@@ -47,11 +47,6 @@ private:
     Scoped<PointIterator> m_source;
 };
 
-QuantizeFilter* QuantizeFilter::create()
-{
-    return new QuantizeFilter;
-}
-
 void QuantizeFilter::init(PointSource* source, const double* steps)
 {
     PointFilter::init(source);

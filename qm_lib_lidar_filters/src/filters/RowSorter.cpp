@@ -25,9 +25,9 @@ std::size_t SortedRows::Reader::read(unsigned char* rows, std::size_t count)
     if (!m_merge) {
         count = std::min(count, m_sorted->m_count - m_next);
         const unsigned char* const from = m_sorted->m_rows.get();
-        const Entry* const entries = m_sorted->m_entries.get() + m_next;
+        const SortEntry* const entries = m_sorted->m_entries.get() + m_next;
         for (std::size_t i = 0; i < count; ++i)
-            std::memcpy(rows + i * rowSize, from + entries[i].row * rowSize, rowSize);
+            std::memcpy(rows + i * rowSize, from + entries[i].index * rowSize, rowSize);
         m_next += count;
         return count;
     }
@@ -42,13 +42,13 @@ std::size_t SortedRows::Reader::read(unsigned char* rows, std::size_t count)
 
 RowSorter::RowSorter(std::size_t rowSize, const Limits& limits)
     : m_limits(limits),
-      m_capacity(std::max<std::size_t>(limits.run / (rowSize + sizeof(SortedRows::Entry)), 1)),
+      m_capacity(std::max<std::size_t>(limits.run / (rowSize + sizeof(SortEntry)), 1)),
       m_sorted(new SortedRows)
 {
     m_sorted->m_rowSize = rowSize;
     m_sorted->m_mergeBytes = limits.merge;
     m_sorted->m_rows = makeBuffer<unsigned char>(m_capacity * rowSize);
-    m_sorted->m_entries = makeBuffer<SortedRows::Entry>(m_capacity);
+    m_sorted->m_entries = makeBuffer<SortEntry>(m_capacity);
 }
 
 unsigned char* RowSorter::append(const std::uint64_t* keys, std::size_t& count)
@@ -78,16 +78,6 @@ Scoped<const SortedRows> RowSorter::finish(const std::function<void()>& checkpoi
     return Scoped<const SortedRows>(m_sorted.detach());
 }
 
-void RowSorter::openFile()
-{
-    const Scoped<FileIO::Imp> file(FileIO::create());
-    file->init(nullptr);
-    // An unlinked file is reachable only through its descriptor, and is removed when the process is killed.
-    FileIO::deleteFile(file->path());
-    m_writer.init(file.get(), true, writeBufferSize);
-    m_sorted->m_file = file;
-}
-
 void RowSorter::sortRun()
 {
     std::sort(m_sorted->m_entries.get(), m_sorted->m_entries.get() + m_sorted->m_count);
@@ -96,16 +86,22 @@ void RowSorter::sortRun()
 void RowSorter::writeRun()
 {
     SortedRows& sorted = *m_sorted;
-    if (!sorted.m_file)
-        openFile();
+    if (!sorted.m_file) {
+        const Scoped<FileIO::Imp> file(FileIO::create());
+        file->init(nullptr);
+        // An unlinked file is reachable only through its descriptor, and is removed when the process is killed.
+        FileIO::deleteFile(file->path());
+        m_writer.init(file.get(), true, writeBufferSize);
+        sorted.m_file = file;
+    }
     sortRun();
     sorted.m_runs.push_back({m_writer.tell(), sorted.m_count});
     const std::size_t rowSize = sorted.m_rowSize;
     const unsigned char* const rows = sorted.m_rows.get();
-    const SortedRows::Entry* const entries = sorted.m_entries.get();
+    const SortEntry* const entries = sorted.m_entries.get();
     for (std::size_t i = 0; i < sorted.m_count; ++i) {
         put(&entries[i].key, sizeof entries[i].key);
-        put(rows + entries[i].row * rowSize, rowSize);
+        put(rows + entries[i].index * rowSize, rowSize);
     }
     sorted.m_count = 0;
 }

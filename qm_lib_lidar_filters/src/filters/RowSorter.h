@@ -28,17 +28,6 @@ public:
 private:
     friend class RowSorter;
 
-    struct Entry
-    {
-        std::uint64_t key;
-        std::size_t row;
-
-        bool operator<(const Entry& other) const noexcept
-        {
-            return key != other.key ? key < other.key : row < other.row;
-        }
-    };
-
     SortedRows() = default;
 
     std::size_t recordSize() const noexcept { return sizeof(std::uint64_t) + m_rowSize; }
@@ -47,7 +36,7 @@ private:
     std::size_t m_mergeBytes = 0;
     // The rows in memory: all of them, or those that are being collected.
     Buffer<unsigned char> m_rows;
-    Buffer<Entry> m_entries;
+    Buffer<SortEntry> m_entries;
     std::size_t m_count = 0;
     Scoped<FileIO::Imp> m_file; // the temporary file, null when all rows are in memory
     std::vector<RecordRun> m_runs;
@@ -82,7 +71,6 @@ public:
     Scoped<const SortedRows> finish(const std::function<void()>& checkpoint);
 
 private:
-    void openFile();
     void sortRun();
     void writeRun();
     void put(const void* bytes, std::size_t size);

@@ -21,20 +21,20 @@ RunMerge::RunMerge(IO* io, const RecordRun* runs, std::size_t numRuns, std::size
         m_runs[i].remaining = runs[i].count;
         m_runs[i].stream.init(io, true, bufferSize);
         m_runs[i].stream.seek(runs[i].offset, Stream::SEEK_FROM_START);
-        Head head{0, i};
-        if (load(i, head))
+        SortEntry head{0, i};
+        if (load(head))
             m_heap.push_back(head);
     }
     for (std::size_t i = m_heap.size() / 2; i-- > 0;)
         sift(i);
 }
 
-bool RunMerge::load(std::size_t run, Head& head)
+bool RunMerge::load(SortEntry& head)
 {
-    Run& from = m_runs[run];
+    Run& from = m_runs[head.index];
     if (from.remaining == 0)
         return false;
-    unsigned char* const record = recordOf(run);
+    unsigned char* const record = recordOf(head.index);
     if (from.stream.read(record, m_recordSize) != m_recordSize)
         QM_THROW(ErrorCode::FileProbe, "bad read -- temporary file");
     --from.remaining;
@@ -44,7 +44,7 @@ bool RunMerge::load(std::size_t run, Head& head)
 
 void RunMerge::sift(std::size_t at) noexcept
 {
-    const Head head = m_heap[at];
+    const SortEntry head = m_heap[at];
     for (std::size_t child = 2 * at + 1; child < m_heap.size(); child = 2 * at + 1) {
         if (child + 1 < m_heap.size() && m_heap[child + 1] < m_heap[child])
             ++child;
@@ -59,7 +59,7 @@ void RunMerge::sift(std::size_t at) noexcept
 const unsigned char* RunMerge::next()
 {
     if (m_started && !m_heap.empty()) {
-        if (!load(m_heap.front().run, m_heap.front())) {
+        if (!load(m_heap.front())) {
             m_heap.front() = m_heap.back();
             m_heap.pop_back();
         }
@@ -67,7 +67,7 @@ const unsigned char* RunMerge::next()
             sift(0);
     }
     m_started = true;
-    return m_heap.empty() ? nullptr : recordOf(m_heap.front().run);
+    return m_heap.empty() ? nullptr : recordOf(m_heap.front().index);
 }
 
 } // namespace Quillmoran

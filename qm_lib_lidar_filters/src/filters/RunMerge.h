@@ -11,6 +11,18 @@
 
 namespace Quillmoran {
 
+// A key and an index that orders equal keys: of a row, or of a run.
+struct SortEntry
+{
+    std::uint64_t key;
+    std::size_t index;
+
+    bool operator<(const SortEntry& other) const noexcept
+    {
+        return key != other.key ? key < other.key : index < other.index;
+    }
+};
+
 struct RecordRun
 {
     std::int64_t offset = 0; // in the file
@@ -35,20 +47,9 @@ private:
         std::uint64_t remaining = 0; // records to load
     };
 
-    struct Head
-    {
-        std::uint64_t key;
-        std::size_t run;
-
-        bool operator<(const Head& other) const noexcept
-        {
-            return key != other.key ? key < other.key : run < other.run;
-        }
-    };
-
     unsigned char* recordOf(std::size_t run) const noexcept { return m_records.get() + run * m_recordSize; }
-    // Loads the next record of a run; false at the end of the run.
-    bool load(std::size_t run, Head& head);
+    // Loads the next record of the run of a head; false at the end of the run.
+    bool load(SortEntry& head);
     // Moves the head at an index down to its place in the heap. Half the time of std::pop_heap and
     // std::push_heap.
     void sift(std::size_t at) noexcept;
@@ -56,7 +57,7 @@ private:
     std::size_t m_recordSize;
     std::vector<Run> m_runs;
     Buffer<unsigned char> m_records; // the first of each run
-    std::vector<Head> m_heap;        // a binary heap, the least head first
+    std::vector<SortEntry> m_heap;   // the first record of each run: a binary heap, the least head first
     bool m_started = false;
 };
 

@@ -35,8 +35,8 @@ public:
         const std::size_t capacity = out.getNumSamples();
         std::size_t written = 0;
         while (written < capacity && (m_position < m_count || refill())) {
-            const std::size_t begin = findKept();
-            const std::size_t end = findEnd(begin, std::min(m_count, begin + (capacity - written)));
+            const std::size_t begin = find(true, m_position, m_count);
+            const std::size_t end = find(false, begin, std::min(m_count, begin + (capacity - written)));
             for (std::size_t i = 0; i < out.getNumChannels(); ++i)
                 ChannelData::copy(out.getChannel(i), written, m_buffer.getChannel(i), begin, end - begin);
             written += end - begin;
@@ -59,19 +59,10 @@ private:
         return (m_values.count(value) != 0) == m_include;
     }
 
-    // The first kept point from the position on, or the end of the buffer.
-    std::size_t findKept() const
+    // The first point in [index, limit) that is kept, or dropped; the limit if there is none.
+    std::size_t find(bool kept, std::size_t index, std::size_t limit) const
     {
-        std::size_t index = m_position;
-        while (index < m_count && !keeps(index))
-            ++index;
-        return index;
-    }
-
-    // The end of the sequence of kept points that begins at `index`.
-    std::size_t findEnd(std::size_t index, std::size_t limit) const
-    {
-        while (index < limit && keeps(index))
+        while (index < limit && keeps(index) != kept)
             ++index;
         return index;
     }
@@ -84,11 +75,6 @@ private:
     std::size_t m_position = 0; // of the next point in the buffer
     std::size_t m_count = 0;    // points in the buffer
 };
-
-SimpleFilterFilter* SimpleFilterFilter::create()
-{
-    return new SimpleFilterFilter;
-}
 
 void SimpleFilterFilter::init(PointSource* source, const char* channelName, bool include)
 {

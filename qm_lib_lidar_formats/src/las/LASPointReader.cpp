@@ -55,11 +55,6 @@ LASPointReader::LASPointReader() = default;
 
 LASPointReader::~LASPointReader() = default;
 
-LASPointReader* LASPointReader::create()
-{
-    return new LASPointReader;
-}
-
 const LASPointReader::Impl& LASPointReader::opened() const
 {
     if (!m_impl)
@@ -213,11 +208,9 @@ void LASPointReader::loadMetadata(Metadata& into, bool sanitize) const
     const Impl& impl = opened();
     std::vector<LASVariableRecord> records = impl.records;
     if (sanitize)
-        records.erase(std::remove_if(records.begin(), records.end(),
-                                     [](const LASVariableRecord& record) {
-                                         return record.userID == LASVariableRecord::projectionUserID;
-                                     }),
-                      records.end());
+        std::erase_if(records, [](const LASVariableRecord& record) {
+            return record.userID == LASVariableRecord::projectionUserID;
+        });
     const OpenIO io(impl.io.get());
     LASMetadata::read(into, *io, impl.header, records);
 }

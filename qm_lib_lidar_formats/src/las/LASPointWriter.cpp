@@ -59,12 +59,6 @@ struct LASPointWriter::Impl
         DataType type;       // of its samples
         LASField field;
     };
-    // The values of the header that depend on all points.
-    struct Summary
-    {
-        LASFields::Extent extents[3]; // in steps
-        std::array<std::uint64_t, LASHeader::maxReturns + 1> byReturn{};
-    };
 
     void chooseColumns(const PointInfo& layout);
     void openOutput(const std::vector<unsigned char>& records);
@@ -87,7 +81,9 @@ struct LASPointWriter::Impl
 
     LASHeader header;
     std::vector<Column> columns;
-    Summary summary;
+    // The values of the header that depend on all points.
+    LASFields::Extent extents[3]; // in steps
+    std::array<std::uint64_t, LASHeader::maxReturns + 1> byReturn{};
     std::uint64_t total = 0; // points
     bool hasForeignScanAngles = false;
     bool prefersNonzeroTime = false;
@@ -102,11 +98,6 @@ struct LASPointWriter::Impl
 LASPointWriter::LASPointWriter() = default;
 
 LASPointWriter::~LASPointWriter() = default;
-
-LASPointWriter* LASPointWriter::create()
-{
-    return new LASPointWriter;
-}
 
 void LASPointWriter::init(PointSource* source, const char* path, FileVersion version)
 {
@@ -267,7 +258,7 @@ bool LASPointWriter::Impl::packSlice(Slice& slice, const PointData& block, std::
         if (column.field.isCoordinate()) {
             fits &= LASFields::packCoordinate(records, stride, column.field, axisOf(column.field),
                                               reinterpret_cast<const double*>(samples), count,
-                                              summary.extents[column.field.axis()]);
+                                              extents[column.field.axis()]);
         } else {
             LASFields::pack(records, stride, column.field, samples, column.type, count);
         }
@@ -310,7 +301,7 @@ void LASPointWriter::Impl::countReturns(const Slice& slice)
     const unsigned mask = header.pointFormat.isExtended() ? 15 : 7;
     constexpr std::size_t returnsOffset = 14; // in the records of all formats
     for (std::size_t at = returnsOffset; at < slice.size; at += stride)
-        ++summary.byReturn[slice.bytes[at] & mask];
+        ++byReturn[slice.bytes[at] & mask];
 }
 
 void LASPointWriter::writeEnd(std::int64_t, const Bounds&)
@@ -339,14 +330,14 @@ void LASPointWriter::Impl::completeHeader()
     header.legacyPointCount = legacyCount(total);
     header.pointCount = total;
     for (std::size_t i = 0; i < LASHeader::maxReturns; ++i) {
-        const std::uint64_t points = summary.byReturn[i + 1];
+        const std::uint64_t points = byReturn[i + 1];
         header.pointsByReturn[i] = points;
         if (i < LASHeader::legacyReturns)
             header.legacyPointsByReturn[i] = legacyCount(points);
     }
     for (std::size_t axis = 0; axis < 3; ++axis) {
         // Without points minimum and maximum are step 0.
-        const LASFields::Extent extent = total == 0 ? LASFields::Extent{0, 0} : summary.extents[axis];
+        const LASFields::Extent extent = total == 0 ? LASFields::Extent{0, 0} : extents[axis];
         header.min[axis] = extent.min * header.scale[axis] + header.offset[axis];
         header.max[axis] = extent.max * header.scale[axis] + header.offset[axis];
     }

@@ -1,6 +1,5 @@
 #include "srs/ParseWKT.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cpl_vsi.h>
 #include <cstddef>

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -44,13 +43,6 @@ std::string toText(const Bounds& box)
     return text;
 }
 
-bool isDisjoint(const Bounds& a, const Bounds& b)
-{
-    return std::any_of(std::begin(axes), std::end(axes), [&](const Axis& axis) {
-        return (a.*axis.range).min > (b.*axis.range).max || (b.*axis.range).min > (a.*axis.range).max;
-    });
-}
-
 std::string explainEmptyOutput(const QMCmdLine& cmdLine, const PointSource& source,
                                const std::vector<std::string>& filters)
 {
@@ -59,7 +51,7 @@ std::string explainEmptyOutput(const QMCmdLine& cmdLine, const PointSource& sour
         return "the input has no points";
     const bool isCropped = cmdLine.isPresent("crop");
     const Bounds box = getCropBox(cmdLine);
-    if (isCropped && bounds.x.min <= bounds.x.max && isDisjoint(box, bounds))
+    if (isCropped && bounds.x.min <= bounds.x.max && !box.meets(bounds))
         return "the crop box (" + toText(box) + ") is outside the bounds of the input (" + toText(bounds) +
                ")";
     const std::string crop = isCropped ? " in the crop box (" + toText(box) + ")" : "";
@@ -98,19 +90,15 @@ void addCropOption(QMCmdLine& cmdLine)
         false, 6);
 }
 
-PointInfo getOutFields(const QMCmdLine& cmdLine, const PointSource& source)
+PointInfo getOutFields(const QMCmdLine& cmdLine, const PointSource& source, bool acceptsNames)
 {
     PointInfo layout = source.getPointInfo();
-    if (cmdLine.isPresent("outFields"))
-        FieldFormat::parse(cmdLine.getString("outFields"), layout, source.getPointInfo());
-    return layout;
-}
-
-PointInfo getOutColumns(const QMCmdLine& cmdLine, const PointSource& source)
-{
-    PointInfo layout = source.getPointInfo();
-    if (cmdLine.isPresent("outFields"))
+    if (!cmdLine.isPresent("outFields"))
+        return layout;
+    if (acceptsNames)
         FieldFormat::parseColumns(cmdLine.getString("outFields"), layout, source.getPointInfo());
+    else
+        FieldFormat::parse(cmdLine.getString("outFields"), layout, source.getPointInfo());
     return layout;
 }
 

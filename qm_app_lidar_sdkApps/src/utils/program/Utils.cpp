@@ -4,7 +4,11 @@
 #include "platform/Version.h"
 #include "text/FieldFormat.h"
 #include "utils/program/Program.h"
+#include "utils/program/Summary.h"
+#include <vxunpack/Base.h>
 
+#include <cstdio>
+#include <cstring>
 #include <string>
 
 namespace Quillmoran::Utils {
@@ -44,16 +48,6 @@ void setVersion(QMCmdLine& cmdLine)
                               Version::getSDKVersionAge());
 }
 
-PointSourceType getPointSourceType(const char* name)
-{
-    return SimpleFileOpener::getPointSourceType(name);
-}
-
-const char* getPointSourceTypeName(PointSourceType type)
-{
-    return SimpleFileOpener::getPointSourceTypeName(type);
-}
-
 void addTXTPointReaderOptions(QMCmdLine& cmdLine)
 {
     static const std::string parseDescription =
@@ -67,12 +61,6 @@ void addTXTPointReaderOptions(QMCmdLine& cmdLine)
     cmdLine.addFlag("lenient", nullptr,
                     "accept Text input whose values do not fit their fields (they wrap) and lines with more\n"
                     "  fields than the format");
-}
-
-void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine,
-                    ProgressDelegate* cancellation)
-{
-    setTextOptions(manager.getOpener(), scanNow, cmdLine, cancellation);
 }
 
 void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine,
@@ -95,15 +83,46 @@ void addWaveformOption(QMCmdLine& cmdLine)
                     "read LAS and LAZ files with waveforms without their waveform packets");
 }
 
-bool dropsWaveforms(const QMCmdLine& cmdLine)
-{
-    return cmdLine.getFlag("dropWaveforms");
-}
-
 void handleWaveformOption(const QMCmdLine& cmdLine, SimpleFileOpener& opener)
 {
-    if (dropsWaveforms(cmdLine))
+    if (cmdLine.getFlag("dropWaveforms"))
         opener.dropWaveforms(warn);
+}
+
+void addGPSWeekOption(QMCmdLine& cmdLine)
+{
+    cmdLine.addUint("gpsWeek", nullptr,
+                    "GPS week (0 began on 1980-01-06) in which all week times were taken.  Converts them to "
+                    "adjusted standard time, which files with both kinds need",
+                    false);
+}
+
+MergeOptions getMergeOptions(const QMCmdLine& cmdLine)
+{
+    constexpr unsigned maxGPSWeek = 99999; // about 1,900 years
+    MergeOptions options;
+    if (cmdLine.isPresent("gpsWeek")) {
+        const unsigned week = cmdLine.getUint("gpsWeek");
+        if (week > maxGPSWeek)
+            QM_THROW(ErrorCode::General, "bad GPS week %u", week);
+        options.gpsWeek = static_cast<int>(week);
+    }
+    options.requiresSameCoordinateSystem =
+        cmdLine.isPresent("srs") && std::strcmp(cmdLine.getString("srs"), "same") == 0;
+    return options;
+}
+
+Scoped<PointSource> openInputs(FilePointSourceManager& files, bool verbose, const MergeOptions& options)
+{
+    files.setGPSWeek(options.gpsWeek);
+    for (std::size_t i = 0; verbose && i < files.getNumSources(); ++i) {
+        const Scoped<PointSource> source(files.createPointSource(i));
+        printHeader(stdout, *source, files.getFilename(i));
+    }
+    Scoped<PointSource> joined = joinFiles(files, options, warn);
+    if (verbose && (files.getNumSources() > 1 || options.gpsWeek))
+        printHeader(stdout, *joined, nullptr);
+    return joined;
 }
 
 } // namespace Quillmoran::Utils

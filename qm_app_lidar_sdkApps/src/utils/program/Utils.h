@@ -4,13 +4,11 @@
 #include "filters/PointCloudUnion.h"
 #include "utils/sets/Inputs.h"
 
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace Quillmoran {
 
-class LASPointWriter;
 class QMCmdLine;
 
 namespace Utils {
@@ -21,25 +19,21 @@ void setVersion(QMCmdLine& cmdLine);
 // A line of help for each field letter that names a channel.
 extern const char fieldLetters[];
 
-PointSourceType getPointSourceType(const char* name);
-const char* getPointSourceTypeName(PointSourceType type);
+inline constexpr auto& getPointSourceType = SimpleFileOpener::getPointSourceType;
+inline constexpr auto& getPointSourceTypeName = SimpleFileOpener::getPointSourceTypeName;
 
 // All values of an option that takes one per occurrence.
 std::vector<std::string> getStrings(const QMCmdLine& cmdLine, const char* option);
 
 // "p"/"parse", "skip"/"skipHeader" and "lenient": how text input is read.
 void addTXTPointReaderOptions(QMCmdLine& cmdLine);
-// Passes them to a manager or an opener of files. The delegate may be null; scans of text files ask it
-// whether to stop, so it must outlive the sources opened with these options. InvalidArgument for a bad
-// "parse".
-void setTextOptions(FilePointSourceManager& manager, bool scanNow, const QMCmdLine& cmdLine,
-                    ProgressDelegate* cancellation = nullptr);
+// Passes them to an opener of files. The delegate may be null; scans of text files ask it whether
+// to stop, so it must outlive the sources opened with these options. InvalidArgument for a bad "parse".
 void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine,
                     ProgressDelegate* cancellation = nullptr);
 
 // "dropWaveforms": opens LAS files with waveforms, with a warning for each.
 void addWaveformOption(QMCmdLine& cmdLine);
-bool dropsWaveforms(const QMCmdLine& cmdLine);
 void handleWaveformOption(const QMCmdLine& cmdLine, SimpleFileOpener& opener);
 
 // "filter": selects points by the value of a channel; may be repeated. The second function wraps a source in
@@ -53,10 +47,8 @@ Scoped<PointSource> handleFilterOptions(const QMCmdLine& cmdLine, const Scoped<P
 void addOutFieldsOption(QMCmdLine& cmdLine);
 void addSubsampleOption(QMCmdLine& cmdLine);
 void addCropOption(QMCmdLine& cmdLine);
-// By default all channels of the source. The first function accepts letters only, the second also a list of
-// names.
-PointInfo getOutFields(const QMCmdLine& cmdLine, const PointSource& source);
-PointInfo getOutColumns(const QMCmdLine& cmdLine, const PointSource& source);
+// By default all channels of the source. The option has letters, or with `acceptsNames` also a list of names.
+PointInfo getOutFields(const QMCmdLine& cmdLine, const PointSource& source, bool acceptsNames = false);
 double getFraction(const QMCmdLine& cmdLine);
 Bounds getCropBox(const QMCmdLine& cmdLine);
 // Usage errors for a subsample that is not above 0 and for an inverted box.

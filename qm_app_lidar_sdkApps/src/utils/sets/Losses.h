@@ -14,7 +14,6 @@ class FilePointSourceManager;
 class LASPointWriter;
 class PointInfo;
 class PointSource;
-class PointWriter;
 
 namespace Utils {
 

@@ -51,11 +51,6 @@ PersistentPointSourceManager::PersistentPointSourceManager() : m_imp(new Imp)
 
 PersistentPointSourceManager::~PersistentPointSourceManager() = default;
 
-PersistentPointSourceManager* PersistentPointSourceManager::create()
-{
-    return new PersistentPointSourceManager;
-}
-
 void PersistentPointSourceManager::init(const char* index, FileOpener* opener)
 {
     QMFileUtils::requireRegularFile(index);

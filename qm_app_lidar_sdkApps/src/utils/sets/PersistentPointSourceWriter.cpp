@@ -98,11 +98,6 @@ PersistentPointSourceWriter::PersistentPointSourceWriter() : m_imp(new Imp)
 
 PersistentPointSourceWriter::~PersistentPointSourceWriter() = default;
 
-PersistentPointSourceWriter* PersistentPointSourceWriter::create()
-{
-    return new PersistentPointSourceWriter;
-}
-
 void PersistentPointSourceWriter::init(FileOpener* opener)
 {
     *m_imp = Imp();

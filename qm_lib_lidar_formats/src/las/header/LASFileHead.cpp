@@ -23,16 +23,12 @@ bool hasMoreBits(const PointInfo& layout, const char* name, int bits)
     return channel && channel->getBits() > bits;
 }
 
-bool hasTime(const PointInfo& layout)
-{
-    return layout.hasChannel(ChannelNames::gpsTime) || layout.hasChannel(ChannelNames::gpsTimeAdjusted);
-}
-
 } // namespace
 
 LASPointFormat LASFileHead::chooseFormat(const PointInfo& layout)
 {
-    const bool time = hasTime(layout);
+    const bool time =
+        layout.hasChannel(ChannelNames::gpsTime) || layout.hasChannel(ChannelNames::gpsTimeAdjusted);
     const bool colour = layout.hasChannel(ChannelNames::red) || layout.hasChannel(ChannelNames::green) ||
                         layout.hasChannel(ChannelNames::blue);
     const bool nearInfrared = layout.hasChannel(ChannelNames::nearInfrared);

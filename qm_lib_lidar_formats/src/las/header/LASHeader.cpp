@@ -20,47 +20,39 @@ constexpr std::uint8_t formatMask = 0x3F;
 
 // Reader and Writer visit the fields of a block of known size; reading and writing share the lists of fields
 // below.
-class Reader
+struct Reader
 {
-public:
-    explicit Reader(const unsigned char* bytes) : m_next(bytes) {}
-
     template <class T>
     void operator()(T& value)
     {
-        value = loadLittleEndian<T>(m_next);
-        m_next += sizeof(T);
+        value = loadLittleEndian<T>(next);
+        next += sizeof(T);
     }
     void text(std::string& value)
     {
-        const auto* begin = reinterpret_cast<const char*>(m_next);
+        const auto* begin = reinterpret_cast<const char*>(next);
         value.assign(begin, strnlen(begin, LASHeader::textBytes));
-        m_next += LASHeader::textBytes;
+        next += LASHeader::textBytes;
     }
 
-private:
-    const unsigned char* m_next;
+    const unsigned char* next;
 };
 
-class Writer
+struct Writer
 {
-public:
-    explicit Writer(unsigned char* bytes) : m_next(bytes) {}
-
     template <class T>
     void operator()(const T& value)
     {
-        storeLittleEndian(m_next, value);
-        m_next += sizeof(T);
+        storeLittleEndian(next, value);
+        next += sizeof(T);
     }
     void text(const std::string& value)
     {
-        std::memcpy(m_next, value.data(), std::min(value.size(), LASHeader::textBytes));
-        m_next += LASHeader::textBytes;
+        std::memcpy(next, value.data(), std::min(value.size(), LASHeader::textBytes));
+        next += LASHeader::textBytes;
     }
 
-private:
-    unsigned char* m_next;
+    unsigned char* next;
 };
 
 template <class Field, class Header>
@@ -164,7 +156,7 @@ void LASHeader::read(const IO& io)
     const std::size_t got = readFully(io, 0, bytes.data(), bytes.size());
     if (std::memcmp(bytes.data(), signature, 4) != 0)
         throwBad("no \"LASF\" at the beginning");
-    Reader field(bytes.data() + 4);
+    Reader field{bytes.data() + 4};
     std::uint8_t markedFormat = 0;
     visitIdentification(field, *this);
     visitPoints(field, *this, markedFormat);
@@ -178,7 +170,7 @@ std::vector<unsigned char> LASHeader::write() const
 {
     std::vector<unsigned char> bytes(headerSize);
     std::memcpy(bytes.data(), signature, 4);
-    Writer field(bytes.data() + 4);
+    Writer field{bytes.data() + 4};
     const auto markedFormat =
         static_cast<std::uint8_t>(compressed ? pointFormat.number | compressedMark : pointFormat.number);
     visitIdentification(field, *this);

@@ -10,7 +10,6 @@
 #include <exception>
 #include <ios>
 #include <streambuf>
-#include <vector>
 
 namespace Quillmoran {
 

@@ -9,24 +9,13 @@ namespace Quillmoran {
 
 namespace {
 
-// Formats 0 to 5 pack bit fields of LASzip's structure into these two bytes. The compiler emits loads and
-// shifts.
-unsigned char legacyReturns(const laszip_point_struct& point) noexcept
-{
-    return static_cast<unsigned char>(point.return_number | point.number_of_returns << 3 |
-                                      point.scan_direction_flag << 6 | point.edge_of_flight_line << 7);
-}
-
-unsigned char legacyClass(const laszip_point_struct& point) noexcept
-{
-    return static_cast<unsigned char>(point.classification | point.synthetic_flag << 5 |
-                                      point.keypoint_flag << 6 | point.withheld_flag << 7);
-}
-
 void legacyToRecord(unsigned char* record, const laszip_point_struct& point) noexcept
 {
-    record[14] = legacyReturns(point);
-    record[15] = legacyClass(point);
+    // Two bytes of bit fields, as in LASzip's structure. The compiler emits loads and shifts.
+    record[14] = static_cast<unsigned char>(point.return_number | point.number_of_returns << 3 |
+                                            point.scan_direction_flag << 6 | point.edge_of_flight_line << 7);
+    record[15] = static_cast<unsigned char>(point.classification | point.synthetic_flag << 5 |
+                                            point.keypoint_flag << 6 | point.withheld_flag << 7);
     record[16] = static_cast<unsigned char>(point.scan_angle_rank);
     record[17] = point.user_data;
     storeLittleEndian(record + 18, point.point_source_ID);

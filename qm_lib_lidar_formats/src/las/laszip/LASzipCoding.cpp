@@ -84,16 +84,7 @@ std::vector<unsigned> itemTypesOf(const LASHeader& header)
 // Byte streams that code an item in a layered chunk.
 std::size_t layersOf(unsigned type, unsigned size)
 {
-    switch (type) {
-    case 10:
-        return 9;
-    case 12:
-        return 2;
-    case 14:
-        return size;
-    default:
-        return 1;
-    }
+    return type == 10 ? 9 : type == 12 ? 2 : type == 14 ? size : 1;
 }
 
 [[noreturn]] void throwBad(const char* what)

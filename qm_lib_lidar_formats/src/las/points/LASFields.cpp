@@ -5,6 +5,7 @@
 #include "platform/ByteOrder.h"
 
 #include <cstring>
+#include <span>
 #include <type_traits>
 
 namespace Quillmoran::LASFields {
@@ -53,15 +54,11 @@ constexpr const char* colours[] = {red, green, blue};
 template <class Visit>
 bool visitFields(LASPointFormat format, const char* time, Visit visit)
 {
-    if (format.isExtended()) {
-        for (const LASField& field : extendedFields)
-            if (visit(field))
-                return true;
-    } else {
-        for (const LASField& field : legacyFields)
-            if (visit(field))
-                return true;
-    }
+    const std::span<const LASField> common =
+        format.isExtended() ? std::span<const LASField>(extendedFields) : legacyFields;
+    for (const LASField& field : common)
+        if (visit(field))
+            return true;
     const auto at = [](std::size_t offset) { return static_cast<std::uint8_t>(offset); };
     if (format.hasTime() && visit(LASField{time, FLOAT64, 64, at(format.timeOffset())}))
         return true;

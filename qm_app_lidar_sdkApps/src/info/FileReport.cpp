@@ -1,4 +1,10 @@
-#include "info/CompressedSize.h"
+#include "info/FileReport.h"
+
+#include "utils/sets/Formats.h"
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/VX7PointReader.h>
+
+#include <filesystem>
 
 namespace Quillmoran {
 
@@ -21,6 +27,24 @@ CompressedSize CompressedSize::of(const WaveletDecoderInfo& info)
         }
     }
     return size;
+}
+
+SourceDescription::SourceDescription(const Scoped<PointSource>& opened, const std::string& fileName)
+    : source(opened), typeName(Formats::ofName(fileName.c_str()).description)
+{
+    source->loadMetadata(metadata, false);
+    std::error_code failure;
+    const std::uintmax_t size = std::filesystem::file_size(fileName, failure);
+    if (!failure)
+        fileBytes = size;
+    if (const auto* reader = dynamic_cast<const PointReader*>(source.get()))
+        format = reader->getFileFormatString();
+    if (const auto* reader = dynamic_cast<const LASPointReader*>(source.get()))
+        hasWaveforms = reader->hasWaveforms();
+    if (const auto* reader = dynamic_cast<const VX7PointReader*>(source.get())) {
+        compression = &reader->getDecoderInfo();
+        compressedSize = CompressedSize::of(*compression);
+    }
 }
 
 } // namespace Quillmoran
