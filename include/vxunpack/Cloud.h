@@ -6,9 +6,9 @@
 //       use(block.x(), block.column<std::uint8_t>("ClassId"));
 //   vx::write("out.vxl", cloud, {.threads = 4});
 //
-// All failures are exceptions of type vx::Error; code() is the reason. A channel is named by its own name, or by
-// its LAS or PDAL name ("Classification", "return_number"), ignoring case. Coordinates are in the units of the
-// cloud's coordinate system. Memory does not grow with the number of points, except as stated.
+// All failures are exceptions of type vx::Error; code() is the reason. A channel is named by its own name, or
+// by its LAS or PDAL name ("Classification", "return_number"), ignoring case. Coordinates are in the units of
+// the cloud's coordinate system. Memory does not grow with the number of points, except as stated.
 #pragma once
 
 #if __cplusplus < 202002L

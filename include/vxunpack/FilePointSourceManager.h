@@ -85,9 +85,9 @@ public:
     {
         getOpener().setTextOptions(scanNow, layout, skipLines);
     }
-    // The week for indexes that were made without one (see MergeRules.h).
+    // The GPS week that converts the week times of indexes that were made without one.
     void setGPSWeek(const std::optional<int>& week) noexcept;
-    // From now on, errors in adding, opening or reading a file name that file; sources are NamedSources.
+    // From now on, errors in adding, opening or reading a file name that file.
     void setNamesErrors() noexcept;
 
     // Null for an index past the end.

@@ -47,8 +47,8 @@ public:
     static PersistentPointSourceManager* create() { return new PersistentPointSourceManager; }
 
     // Relative paths are relative to the directory of the index, so tiles and index can be moved together. If
-    // the overview is not where the index says, "overview.vxl" in the directory of the index is taken. Errors
-    // are those of TileSetFile.h; they leave the manager unchanged.
+    // the overview is not where the index says, "overview.vxl" in the directory of the index is taken. Throws
+    // General for a malformed index, which leaves the manager unchanged.
     void init(const char* index, FileOpener* opener);
 
     const char* getSRS() const noexcept;

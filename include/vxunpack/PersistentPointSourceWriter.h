@@ -36,14 +36,15 @@ public:
     std::size_t getNumTiles() const noexcept;
     std::int64_t getNumPoints() const;
     std::vector<std::string> getFiles() const; // absolute paths
-    // Differences between the tiles: see PointCloudUnion.
+    // Differences between the tiles, a message each.
     std::vector<std::string> getWarnings() const;
     const std::vector<NamedCoordinateSystem>& getCoordinateSystems() const noexcept;
     // The opened files that have a coordinate system which cannot be translated.
     const std::vector<std::string>& getUnknownCoordinateSystems() const noexcept;
 
-    // Opens the file and inserts it; throws the errors of the opener, of describeTile() and of
-    // PointCloudUnion::add(). If the file is already a tile, or the overview, its description is read again.
+    // Opens the file and inserts it; throws the errors of the opener, and InvalidArgument for a tile with
+    // another GPS clock than the others. If the file is already a tile, or the overview, its description is
+    // read again.
     void add(const char* file);
     // Adds a tile, or replaces the tile with the same path, without opening the file. Its channels must be
     // channels of the set.

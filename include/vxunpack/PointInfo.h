@@ -20,8 +20,8 @@ public:
     void init(const PointInfo& source) { *this = source; }
     // The channels of a block of points.
     void init(const PointData& source);
-    // Copies the given channels of a PointInfo or a PointData, in the given order. Throws NoSuchChannel
-    // "bad channel index" or "bad channel name '%s'" at the first bad one; the channels before it have then been
+    // Copies the given channels of a PointInfo or a PointData, in the given order. Throws NoSuchChannel "bad
+    // channel index" or "bad channel name '%s'" at the first bad one; the channels before it have then been
     // copied, and the others are blank.
     template <class Source>
     void init(const Source& source, const std::size_t* indices, std::size_t count);

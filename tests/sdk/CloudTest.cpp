@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
+#include <iterator>
 #include <numeric>
 #include <string>
 #include <vector>
@@ -135,20 +137,27 @@ TEST(Cloud, GeneratedPointsAreMadeWhenTheyAreRead)
     EXPECT_EQ(sum, 65536.0 * (numPoints - 65536)); // what 16 bits cannot hold
 }
 
+namespace {
+
+template <class Call>
+vx::ErrorCode codeOf(Call call)
+{
+    try {
+        call();
+    } catch (const vx::Error& error) {
+        return error.code();
+    }
+    return {};
+}
+
+} // namespace
+
 TEST(Cloud, MistakesAreErrors)
 {
-    using Quillmoran::ErrorCode;
+    using vx::ErrorCode;
     const TemporaryDirectory directory;
     const Row row;
     const vx::Cloud cloud = row.cloud();
-    const auto codeOf = [](auto call) {
-        try {
-            call();
-        } catch (const vx::Error& error) {
-            return error.code();
-        }
-        return ErrorCode{};
-    };
     EXPECT_EQ(codeOf([&] { cloud.read({.channels = {"Colour"}}); }), ErrorCode::InvalidArgument);
     EXPECT_EQ(codeOf([&] { cloud.read({.box = {1, 0}}); }), ErrorCode::InvalidArgument);
     EXPECT_EQ(codeOf([&] { cloud.read({.fraction = 0}); }), ErrorCode::InvalidArgument);
@@ -181,4 +190,34 @@ TEST(Cloud, MistakesAreErrors)
         codeOf([&] { vx::write(directory / "out.vxl", cloud, {.progress = [](double) { return false; }}); }),
         ErrorCode::Cancelled);
     EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
+}
+
+TEST(PublicClasses, MissingArgumentsAndCallsBeforeInitAreErrors)
+{
+    using namespace Quillmoran;
+    const Row row;
+    const vx::Cloud cloud = row.cloud();
+    const Scoped<VX7PointReader> reader(VX7PointReader::create());
+    const Scoped<VX7PointWriter> packer(VX7PointWriter::create());
+    const Scoped<LASPointWriter> las(LASPointWriter::create());
+    const Scoped<MosaicFilter> mosaic(MosaicFilter::create());
+    const Scoped<QuantizeFilter> rounded(QuantizeFilter::create());
+    const Scoped<PersistentPointSourceWriter> index(PersistentPointSourceWriter::create());
+    const Scoped<PersistentPointSourceManager> tiles(PersistentPointSourceManager::create());
+    const std::function<void()> calls[] = {
+        [&] { reader->init(static_cast<IO*>(nullptr)); },
+        [&] { reader->init(static_cast<const char*>(nullptr)); },
+        [&] { packer->init(&cloud.source(), static_cast<const char*>(nullptr)); },
+        [&] { packer->init(&cloud.source(), static_cast<IO*>(nullptr)); },
+        [&] { las->init(&cloud.source(), nullptr, -1); },
+        [&] { mosaic->init(nullptr); },
+        [&] { rounded->init(&cloud.source(), nullptr); },
+        [&] { index->add("a.las"); },
+        [&] { index->write("a.index"); },
+        [&] { index->update(nullptr); },
+        [&] { tiles->init("a.index", nullptr); },
+        [&] { SimpleFileOpener::getPointSourceType(static_cast<const char*>(nullptr)); },
+    };
+    for (std::size_t i = 0; i < std::size(calls); ++i)
+        EXPECT_EQ(codeOf(calls[i]), ErrorCode::InvalidArgument) << "call " << i;
 }

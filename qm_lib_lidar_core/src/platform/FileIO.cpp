@@ -90,8 +90,8 @@ FileIO::Imp::Imp() : m_mutex(std::make_unique<Mutex>())
 
 void FileIO::Imp::init(const char* path, const char* mode)
 {
-    if (!path)
-        QM_THROW(ErrorCode::InvalidArgument, "path not given");
+    if (!path || !mode)
+        QM_THROW(ErrorCode::InvalidArgument, "%s not given", path ? "mode" : "path");
     m_path = path;
     m_name = path;
     m_flags = openFlags(mode);

@@ -167,6 +167,8 @@ const MosaicFilter::Impl& MosaicFilter::sources() const
 
 void MosaicFilter::init(PointSourceManager* manager, const std::optional<int>& gpsWeek)
 {
+    if (!manager)
+        QM_THROW(ErrorCode::InvalidArgument, "manager not given");
     PointCloudUnion all(gpsWeek);
     const Scoped<MemoryRTree> tree(MemoryRTree::create());
     for (std::size_t i = 0; i < manager->getNumSources(); ++i) {

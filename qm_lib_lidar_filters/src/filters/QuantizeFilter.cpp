@@ -49,6 +49,8 @@ private:
 
 void QuantizeFilter::init(PointSource* source, const double* steps)
 {
+    if (!steps)
+        QM_THROW(ErrorCode::InvalidArgument, "steps not given");
     PointFilter::init(source);
     m_info = source->getPointInfo();
     m_bounds.reset();

@@ -101,6 +101,8 @@ LASPointWriter::~LASPointWriter() = default;
 
 void LASPointWriter::init(PointSource* source, const char* path, FileVersion version)
 {
+    if (!path)
+        QM_THROW(ErrorCode::InvalidArgument, "path not given");
     PointWriter::init(source);
     m_path = path;
     m_version = version;

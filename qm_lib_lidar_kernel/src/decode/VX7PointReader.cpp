@@ -33,6 +33,8 @@ void VX7PointReader::init(const char* path)
 
 void VX7PointReader::init(IO* io)
 {
+    if (!io)
+        QM_THROW(ErrorCode::InvalidArgument, "io is NULL");
     ChunkReader chunks(io);
     Scoped<WaveletDecoderInfo> info = readChunks(chunks);
     chunks.close();

@@ -70,6 +70,8 @@ VX7PointWriter* VX7PointWriter::create()
 
 void VX7PointWriter::init(PointSource* source, const char* path)
 {
+    if (!path)
+        QM_THROW(ErrorCode::InvalidArgument, "path not given");
     PointWriter::init(source);
     m_path = path;
     m_io.reset();
@@ -77,6 +79,8 @@ void VX7PointWriter::init(PointSource* source, const char* path)
 
 void VX7PointWriter::init(PointSource* source, IO* io)
 {
+    if (!io)
+        QM_THROW(ErrorCode::InvalidArgument, "io is NULL");
     PointWriter::init(source);
     m_path.reset();
     m_io = Scoped<IO>::retained(io);

@@ -176,14 +176,14 @@ FilePointSourceManager::~FilePointSourceManager() = default;
 void FilePointSourceManager::addFile(const char* name)
 {
     m_imp->files.resize(getNumSources()); // drops files of a list with an error
-    m_imp->add(name, 0);
+    m_imp->add(name ? name : "", 0);
     setNumSources(m_imp->files.size());
 }
 
 void FilePointSourceManager::addListFile(const char* name)
 {
     m_imp->files.resize(getNumSources());
-    m_imp->addList(name, 1);
+    m_imp->addList(name ? name : "", 1);
     setNumSources(m_imp->files.size());
 }
 

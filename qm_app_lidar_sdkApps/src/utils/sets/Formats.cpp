@@ -111,6 +111,8 @@ bool Format::matches(const char* fileName) const
 
 const Format& Formats::ofName(const char* fileName)
 {
+    if (!fileName)
+        QM_THROW(ErrorCode::InvalidArgument, "path not given");
     return *std::find_if(table.begin(), table.end(),
                          [&](const Format& format) { return format.matches(fileName); });
 }

@@ -53,6 +53,8 @@ PersistentPointSourceManager::~PersistentPointSourceManager() = default;
 
 void PersistentPointSourceManager::init(const char* index, FileOpener* opener)
 {
+    if (!index || !opener)
+        QM_THROW(ErrorCode::InvalidArgument, "%s not given", index ? "opener" : "path");
     QMFileUtils::requireRegularFile(index);
     const auto file = make<FileIO::Imp>(index, "r");
     TileSet set;

@@ -19,9 +19,11 @@ namespace Quillmoran {
 
 namespace {
 
-std::string resolved(const std::string& path)
+std::string resolved(const char* path)
 {
-    return QMFileUtils::resolve(path.c_str()).c_str();
+    if (!path)
+        QM_THROW(ErrorCode::InvalidArgument, "path not given");
+    return QMFileUtils::resolve(path).c_str();
 }
 
 std::string relativeTo(const std::string& directory, const std::string& path)
@@ -46,6 +48,11 @@ struct PersistentPointSourceWriter::Imp
     TileInfo describe(const char* file, PointCloudInfo& cloud);
     bool isUnchanged(const TileInfo& tile) const;
     TileSet getTileSet() const; // with absolute paths
+    void requireInit() const
+    {
+        if (!opener)
+            QM_THROW(ErrorCode::InvalidArgument, "the index writer has no opener of files");
+    }
 
     Scoped<FileOpener> opener;
     TileSet set;                                 // its description and tiles are made by getTileSet()
@@ -60,6 +67,7 @@ struct PersistentPointSourceWriter::Imp
 
 TileInfo PersistentPointSourceWriter::Imp::describe(const char* file, PointCloudInfo& description)
 {
+    requireInit();
     const Scoped<PointSource> source = openTile(*opener, file);
     const auto* las = dynamic_cast<const LASPointReader*>(&NamedSource::unwrap(*source));
     if (las && las->hasUnknownCoordinateSystem())
@@ -118,7 +126,7 @@ void PersistentPointSourceWriter::init(const char* index, FileOpener* opener)
         insert(known->getTileInfo(i));
     if (const TileInfo* overview = known->getOverviewInfo()) {
         m_imp->set.overview = Overview{*overview, known->getOverviewFraction()};
-        m_imp->set.overview->tile.path = resolved(overview->path);
+        m_imp->set.overview->tile.path = resolved(overview->path.c_str());
     }
     m_imp->indexTime = indexTime;
 }
@@ -179,7 +187,7 @@ void PersistentPointSourceWriter::add(const char* file)
 void PersistentPointSourceWriter::insert(const TileInfo& tile)
 {
     TileInfo stored = tile;
-    stored.path = resolved(tile.path);
+    stored.path = resolved(tile.path.c_str());
     const auto [known, isNew] = m_imp->orders.emplace(stored.path, m_imp->nextOrder);
     if (isNew)
         ++m_imp->nextOrder;
@@ -275,8 +283,9 @@ Scoped<PointSource> PersistentPointSourceWriter::createPointSource() const
 
 void PersistentPointSourceWriter::write(const char* index) const
 {
+    m_imp->requireInit();
     TileSet set = m_imp->getTileSet();
-    const std::string directory = QMFileUtils::resolve(index).dirname();
+    const std::string directory = QMFileSpec(resolved(index).c_str()).dirname();
     for (TileInfo& tile : set.tiles)
         tile.path = relativeTo(directory, tile.path);
     if (set.overview)
