@@ -97,7 +97,8 @@ public:
     TileInfo readTile()
     {
         TileInfo tile;
-        tile.path = readText("path").c_str(); // up to a NUL
+        const std::string path = readText("path");
+        tile.path = path.substr(0, path.find('\0'));
         tile.timestamp = readNumber<std::int64_t>("timestamp");
         tile.bounds = readBounds();
         tile.numPoints = readNumPoints();

@@ -9,10 +9,10 @@ namespace Quillmoran {
 
 struct LiftingScheme
 {
-    TransformType code; // a transform's code is that of its coder plus this
-    int order;          // of the steps: 0 (none), 1 or 3
-    bool hasUpdate;     // low bands are smoothed; otherwise they hold samples of the channel itself
     const char* name;   // human-readable
+    int order;          // of the steps: 0 (none), 1 or 3
+    TransformType code; // a transform's code is that of its coder plus this
+    bool hasUpdate;     // low bands are smoothed; otherwise they hold samples of the channel itself
 
     // Bits that the steps may add to a sample.
     constexpr int getHeadroom() const { return order == 0 ? 0 : order == 1 ? 3 : 6; }
@@ -22,9 +22,9 @@ struct LiftingScheme
 
 // No lifting comes first: of equally good transforms, the first is chosen for a file.
 inline constexpr LiftingScheme liftingSchemes[] = {
-    {10, 0, false, "no lifting"},         {1, 1, true, "order 1 lifting"},
-    {3, 3, true, "order 3 lifting"},      {11, 1, false, "order 1 prediction"},
-    {13, 3, false, "order 3 prediction"},
+    {"no lifting", 0, 10, false},         {"order 1 lifting", 1, 1, true},
+    {"order 3 lifting", 3, 3, true},      {"order 1 prediction", 1, 11, false},
+    {"order 3 prediction", 3, 13, false},
 };
 
 } // namespace Quillmoran
