@@ -49,8 +49,8 @@ public:
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    // Names the output and aborts an earlier one; no file is touched. InvalidArgument "path not given" for a
-    // null path.
+    // Names the output and aborts an earlier one; no file is touched. Throws InvalidArgument "path not given"
+    // for a null path.
     void init(const char* path);
     void init(IO* io);
     // Empty for an IO.
@@ -59,7 +59,7 @@ public:
     // Creates the temporary file. Errors are those of PartialFile, and OutputCreate "Unable to create output
     // %s. %s output needs a seekable file" for a SEEKABLE output. Calling it again has no effect.
     void create();
-    // Creates the output, if that was not done, and opens it. InvalidArgument without a path or an IO.
+    // Creates the output, if that was not done, and opens it. Throws InvalidArgument without a path or an IO.
     IO& open();
     // The open output.
     IO& io() const noexcept { return *m_io; }

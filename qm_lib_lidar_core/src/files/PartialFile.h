@@ -21,8 +21,8 @@ public:
     // permissions, owner and group of the old file as far as the system allows, and is never more readable.
     // The target of a link is replaced, not the link. A device or a pipe is written directly, and so is an
     // existing file in a directory where no file can be created; io()->open() opens and truncates these. The
-    // mode, "w" or "+w", is that of FileIO. OSError if a file of that name cannot be written, InvalidArgument
-    // "path not given" for an empty name.
+    // mode, "w" or "+w", is that of FileIO. Throws OSError if a file of that name cannot be written,
+    // InvalidArgument "path not given" for an empty name.
     explicit PartialFile(const QMFileSpec& final, const char* mode = "w");
     // Removes the temporary file unless finish() was called. A file that is written directly is not removed;
     // call io()->unlink() to remove or truncate it.

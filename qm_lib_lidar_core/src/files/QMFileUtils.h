@@ -23,8 +23,8 @@ bool isSameFile(const QMFileSpec& a, const QMFileSpec& b);
 std::int64_t getSize(const QMFileSpec& file);
 Stats getStats(const QMFileSpec& file);
 
-// General "cannot read '%s': it is a pipe, not a regular file" (or a device, ...). Does not open the file,
-// which could block. Follows links; not an error if there is no such file.
+// Throws General "cannot read '%s': it is a pipe, not a regular file" (or a device, ...). Does not open the
+// file, which could block. Follows links; not an error if there is no such file.
 void requireRegularFile(const QMFileSpec& file);
 
 // Appends the names in a directory, in no particular order; everything but a directory is a file. Returns 0

@@ -17,8 +17,8 @@ public:
     static DiskRTree* create();
 
     // Reads the preamble and the root of the tree in the next `length` bytes and moves the reader to their
-    // end. The tree keeps the reader's IO, not the reader. IndexRead "bad read -- count" for a truncated
-    // preamble; after an error the tree is empty.
+    // end. The tree keeps the reader's IO, not the reader. Throws IndexRead "bad read -- count" for a
+    // truncated preamble; after an error the tree is empty.
     void init(StreamReader& reader, std::int64_t length);
 
     // The number in the file; the entries are not counted.

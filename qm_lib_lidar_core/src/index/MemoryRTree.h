@@ -32,12 +32,12 @@ public:
     Iterator* createIterator() const override;
 
     // Appends the disk form; the tree may be empty. The grid of each axis starts at the tree's smallest
-    // coordinate and has the given step. IndexWrite "the rtree is too big" if a step is not finite and above
-    // 0, a box is not on the grid, or a value or position needs more than 32 bits. The output is then
+    // coordinate and has the given step. Throws IndexWrite "the rtree is too big" if a step is not finite and
+    // above 0, a box is not on the grid, or a value or position needs more than 32 bits. The output is then
     // incomplete.
     void save(StreamWriter& writer, const double scale[3]) const;
     // Replaces the content by the memory form in the next `length` bytes and moves the reader to their end.
-    // IndexRead "bad read -- count" or "bad read -- index bounds"; the tree is then unchanged.
+    // Throws IndexRead "bad read -- count" or "bad read -- index bounds"; the tree is then unchanged.
     void load(StreamReader& reader, std::int64_t length);
 
     // Checks the invariants: the box of a node is the union of the boxes of its child, and all branches have

@@ -9,8 +9,8 @@
 
 namespace Quillmoran::FieldFormat {
 
-// One channel per letter, without quantization. InvalidArgument "'%c' is not a supported format token",
-// "format string not given" for null. If a function of this file throws, its output is unchanged.
+// One channel per letter, without quantization. Throws InvalidArgument "'%c' is not a supported format
+// token", "format string not given" for null. If a function of this file throws, its output is unchanged.
 void parse(const char* format, PointInfo& out);
 
 // The same with the channels of these names in `known`: InvalidArgument "'%s' is not in the input channel

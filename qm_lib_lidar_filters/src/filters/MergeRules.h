@@ -92,9 +92,9 @@ struct Origin
 };
 
 // Finds the origin of a channel of `target` in a source; none if the source lacks it. `names` are those of
-// `source`. ChannelType "channel '%s' does not fit the joined layout; an index needs an update (vxindex -u)"
-// when conversion would change the meaning of the samples, as with a file that was replaced after the target
-// was made.
+// `source`. Throws ChannelType "channel '%s' does not fit the joined layout; an index needs an update
+// (vxindex -u)" when conversion would change the meaning of the samples, as with a file that was replaced
+// after the target was made.
 std::optional<Origin> findOrigin(const PointInfo& source, const NameIndex& names, const Target& target,
                                  const char* channel);
 

@@ -12,7 +12,7 @@ namespace Quillmoran {
 class PointRows
 {
 public:
-    // General "unsupported datatype" for a channel of an unknown type.
+    // Throws General "unsupported datatype" for a channel of an unknown type.
     explicit PointRows(const PointInfo& layout);
 
     std::size_t getRowSize() const noexcept { return m_rowSize; }

@@ -52,12 +52,12 @@ struct BPFHeader
     bool isUTM = false;
     std::vector<BPFDimension> dimensions;
 
-    // BPFRead if the header is not of version 3 or the file ends before the last point.
+    // Throws BPFRead if the header is not of version 3 or the file ends before the last point.
     void read(const IO& io);
     // Size of all points in bytes, before compression.
     std::int64_t getPointBytes() const;
-    // Calls visit(position, packedSize, size) for each block of compressed points. BPFRead when the blocks
-    // have too many points or end after the file.
+    // Calls visit(position, packedSize, size) for each block of compressed points. Throws BPFRead if the
+    // blocks have too many points or end after the file.
     void forEachBlock(const IO& io,
                       const std::function<void(std::int64_t, std::int64_t, std::int64_t)>& visit) const;
 

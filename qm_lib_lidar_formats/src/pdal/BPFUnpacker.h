@@ -7,7 +7,7 @@
 
 namespace Quillmoran {
 
-// The copy is a temporary file, which is removed when its object is destroyed. BPFRead when the data are
+// The copy is a temporary file, which is removed when its object is destroyed. Throws BPFRead if the data are
 // malformed.
 Scoped<FileIO::Imp> unpackBPF(const IO& packed, const BPFHeader& header);
 

@@ -13,7 +13,7 @@ namespace Quillmoran {
 class PDALBPFInput
 {
 public:
-    // BPFRead with PDAL's message when PDAL refuses the file.
+    // Throws BPFRead with PDAL's message when PDAL refuses the file.
     PDALBPFInput(const char* path, const std::vector<BPFDimension>& dimensions);
     ~PDALBPFInput();
     PDALBPFInput(const PDALBPFInput&) = delete;

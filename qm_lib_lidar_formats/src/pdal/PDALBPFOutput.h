@@ -16,7 +16,7 @@ public:
     static constexpr std::size_t viewSize = 4096; // maximum number of points for write()
 
     // Overwrites an existing file. The first three dimensions are X, Y and Z; they are stored in units of the
-    // scales. `wkt` may be null. OutputCreate with PDAL's message when PDAL fails.
+    // scales. `wkt` may be null. Throws OutputCreate with PDAL's message when PDAL fails.
     PDALBPFOutput(const char* path, const std::vector<std::string>& dimensions, const double* scales,
                   const char* wkt);
     ~PDALBPFOutput();
@@ -25,8 +25,8 @@ public:
 
     // Whether the file has the coordinate system.
     bool keepsCoordinateSystem() const;
-    // Column i has at least `count` values of dimension i. PointWrite "Unable to write point" when PDAL
-    // fails.
+    // Column i has at least `count` values of dimension i. Throws PointWrite "Unable to write point" when
+    // PDAL fails.
     void write(const std::vector<std::vector<double>>& columns, std::size_t count);
     // Completes the header. The caller checks whether the file is complete.
     void finish();

@@ -24,8 +24,8 @@ public:
         m_isExceeded = false;
     }
 
-    // Called before an allocation. WaveletHeaderRead "bad read -- channel info" if the budget is exceeded,
-    // because the channel records determine the sizes.
+    // Called before an allocation. Throws WaveletHeaderRead "bad read -- channel info" if the budget is
+    // exceeded, because the channel records determine the sizes.
     void take(std::uint64_t bytes)
     {
         std::uint64_t left = m_left;

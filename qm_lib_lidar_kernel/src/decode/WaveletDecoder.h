@@ -25,9 +25,10 @@ class WaveletDecoder final : public PointIterator
 public:
     static WaveletDecoder* create();
 
-    // Retains `info`. General: "could not find channel '%s'", "unsupported datatype". InvalidArgument "must
-    // have x, y, and z channels". WaveletHeaderRead "bad read -- channel info", here or while decoding, if
-    // the chains need more memory than a file of this size justifies. Also the errors of the coders.
+    // Retains `info`. General: "could not find channel '%s'", "unsupported datatype". Throws InvalidArgument
+    // "must have x, y, and z channels". Throws WaveletHeaderRead "bad read -- channel info", here or while
+    // decoding, if the chains need more memory than a file of this size justifies. Also the errors of the
+    // coders.
     void init(const WaveletDecoderInfo& info, const Bounds& bounds, double fraction, const PointInfo& layout,
               ProgressDelegate* delegate);
 

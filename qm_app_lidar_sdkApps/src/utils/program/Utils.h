@@ -27,8 +27,8 @@ std::vector<std::string> getStrings(const QMCmdLine& cmdLine, const char* option
 
 // "p"/"parse", "skip"/"skipHeader" and "lenient": how text input is read.
 void addTXTPointReaderOptions(QMCmdLine& cmdLine);
-// Passes them to an opener of files. The delegate may be null; scans of text files ask it whether
-// to stop, so it must outlive the sources opened with these options. InvalidArgument for a bad "parse".
+// Passes them to an opener of files. The delegate may be null; scans of text files ask it whether to stop, so
+// it must outlive the sources opened with these options. Throws InvalidArgument for a bad "parse".
 void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine,
                     ProgressDelegate* cancellation = nullptr);
 

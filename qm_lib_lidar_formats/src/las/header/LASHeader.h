@@ -62,8 +62,8 @@ struct LASHeader
     std::array<std::uint64_t, maxReturns> pointsByReturn{};
 
     // Reads and checks the block: signature, a version from 1.0 to 1.4 (or 0.0, which some writers leave),
-    // header and record sizes that hold their fields, points that begin after the header. LASRead "bad LAS
-    // header: " and the reason otherwise.
+    // header and record sizes that hold their fields, points that begin after the header. Throws LASRead "bad
+    // LAS header: " and the reason otherwise.
     void read(const IO& io);
     // The block as it is in a file, headerSize bytes.
     std::vector<unsigned char> write() const;

@@ -46,10 +46,10 @@ struct LASVariableRecord
     bool isProjection(std::uint16_t record) const noexcept { return is(projectionUserID, record); }
 };
 
-// All VLRs of a file, then its EVLRs. LASRead when a record does not end before the points or the end of the
-// file. `io` is open.
+// All VLRs of a file, then its EVLRs. Throws LASRead if a record does not end before the points or the end of
+// the file. `io` is open.
 std::vector<LASVariableRecord> readLASVariableRecords(const IO& io, const LASHeader& header);
-// A record's value. LASRead when the file has become shorter.
+// A record's value. Throws LASRead if the file has become shorter.
 std::vector<unsigned char> readLASRecordValue(const IO& io, const LASVariableRecord& record);
 
 // Appends a VLR: its header, with the mark 0xAABB, and the value of less than 65536 bytes.

@@ -27,8 +27,8 @@ struct LASzipChunks
     std::size_t numLayers = 0;       // 0: the chunks are not layered
     std::size_t pointBytes = 0;      // 0: the file has no points
 
-    // Finds the points of a file with this coding. LASRead when a chunked file with points has no table, or
-    // one with more chunks than fit into the file. `io` is open.
+    // Finds the points of a file with this coding. Throws LASRead if a chunked file with points has no table,
+    // or one with more chunks than fit into the file. `io` is open.
     static LASzipChunks find(const IO& io, const LASHeader& header, const LASzipCoding& coding);
 };
 
@@ -42,11 +42,11 @@ public:
     const std::vector<unsigned char>& getHead() const noexcept { return m_chunks.head; }
 
     // How many of the `count` bytes at a position LASzip may read: none after the last chunk once it has
-    // reached the chunks. LASRead when a layered chunk that begins in these bytes does not end before the
-    // table.
+    // reached the chunks. Throws LASRead if a layered chunk that begins in these bytes does not end before
+    // the table.
     std::size_t allow(std::int64_t position, std::size_t count);
     // Reports bytes that LASzip has read in one call: it reads uncoded points in a few calls, and code byte
-    // by byte. LASRead when the bytes complete a point and the code after it is invalid.
+    // by byte. Throws LASRead if the bytes complete a point and the code after it is invalid.
     void noteRead(std::int64_t position, std::size_t count);
 
 private:

@@ -14,8 +14,8 @@ struct LASzipCoding
     bool chunked = false;      // the points are in chunks, each coded independently
     std::size_t numLayers = 0; // of a chunk that codes each field separately; 0 for other chunks
 
-    // Parses the value of the VLR. LASRead unless it is complete, its codings are known and it describes
-    // points of the header's format and record length.
+    // Parses the value of the VLR. Throws LASRead unless it is complete, its codings are known and it
+    // describes points of the header's format and record length.
     static LASzipCoding parse(const std::vector<unsigned char>& value, const LASHeader& header);
 };
 

@@ -16,7 +16,7 @@ class LASRecordReader
 {
 public:
     // The reader for a file with this header; it keeps `io` open. Fields of channels that are not wanted have
-    // unspecified values. LASRead when LASzip refuses the file.
+    // unspecified values. Throws LASRead if LASzip refuses the file.
     static std::unique_ptr<LASRecordReader> create(IO* io, const LASHeader& header,
                                                    const LASzipChunks& chunks, const PointInfo& wanted);
 
@@ -26,8 +26,8 @@ public:
 
     // Bytes from one record to the next in the output of read().
     std::size_t stride() const noexcept { return m_stride; }
-    // The next `count` records. LASRead when the file ends before them or is malformed; later calls throw,
-    // too.
+    // The next `count` records. Throws LASRead if the file ends before them or is malformed; later calls
+    // throw, too.
     virtual void read(unsigned char* records, std::size_t count) = 0;
 
 protected:

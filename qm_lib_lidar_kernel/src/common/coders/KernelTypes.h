@@ -31,8 +31,8 @@ auto visitKernelType(DataType type, ErrorCode code, Visit&& visit)
     }
 }
 
-// Makes the implementation of a coder for the type of a format. InvalidArgument "unkown datatype" for a type
-// that the coder does not support.
+// Makes the implementation of a coder for the type of a format. Throws InvalidArgument "unkown datatype" for
+// a type that the coder does not support.
 template <class Interface, template <class> class Implementation, template <class> class Supports>
 std::unique_ptr<Interface> createCoder(const SubblockFormat& format)
 {

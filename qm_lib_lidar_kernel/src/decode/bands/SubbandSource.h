@@ -43,9 +43,9 @@ public:
     SubbandSource(const SubbandSource&) = delete;
     SubbandSource& operator=(const SubbandSource&) = delete;
 
-    // A leaf over a band of `numSamples` samples. The reader must outlive it. General "unkown datatype" if
-    // the reader's type is not a kernel type; WaveletHeaderRead "bad read -- channel info" for an
-    // unreasonably large subblock.
+    // A leaf over a band of `numSamples` samples. The reader must outlive it. Throws General "unkown
+    // datatype" if the reader's type is not a kernel type; WaveletHeaderRead "bad read -- channel info" for
+    // an unreasonably large subblock.
     static std::unique_ptr<SubbandSource>
     createSubbandReader(SubblockReader& reader, const BandRanges& ranges, std::int64_t numSamples);
     // A stage that works on blocks of up to `blockSize` low and high samples. The low source may have one

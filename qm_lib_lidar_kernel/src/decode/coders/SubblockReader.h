@@ -43,7 +43,7 @@ struct CodedSubblock
 class SubblockReader
 {
 public:
-    // InvalidArgument "unkown datatype"; General "bad transform type".
+    // Throws InvalidArgument "unkown datatype"; General "bad transform type".
     static std::unique_ptr<SubblockReader> create(const SubblockFormat& format);
 
     explicit SubblockReader(const SubblockFormat& format) : m_format(format) {}
@@ -62,7 +62,7 @@ public:
     // one. SubbandRead: "bad read -- subblock header", "bad read -- subblock data" and the errors of plane
     // lengths.
     std::size_t readHeader(StreamReader& headers, SubblockHeader& header) const;
-    // Appends a payload to `bytes`. The length is checked against the stream before `bytes` grows.
+    // Appends a payload to `bytes`. The length is checked against the stream before `bytes` grows. Throws
     // SubbandRead "bad read -- subblock data".
     void readPayload(const SubblockHeader& header, StreamReader& data, std::vector<std::uint8_t>& bytes);
     // Skips `skip` subblocks without decoding them. `pendingZeros` is the number of subblocks from here on

@@ -33,7 +33,7 @@ public:
     void finish();
 
     std::size_t numPending() const noexcept { return m_pending.size(); }
-    // InvalidArgument if the coder cannot represent the samples.
+    // Throws InvalidArgument if the coder cannot represent the samples.
     void encodePending(std::size_t index);
     void commit();
 

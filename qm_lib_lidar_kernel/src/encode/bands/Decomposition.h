@@ -16,7 +16,7 @@ class SubbandWriter;
 class Decomposition
 {
 public:
-    // InvalidArgument "unkown datatype" if the type is not a kernel type.
+    // Throws InvalidArgument "unkown datatype" if the type is not a kernel type.
     static std::unique_ptr<Decomposition> create(DataType type, TransformType transform,
                                                  std::size_t numLevels);
 

@@ -25,7 +25,7 @@ public:
     // The maximum for one header.
     static constexpr std::size_t longestZeroRun = 2048;
 
-    // InvalidArgument "unkown datatype"; General "bad transform type".
+    // Throws InvalidArgument "unkown datatype"; General "bad transform type".
     static std::unique_ptr<SubblockWriter> create(const SubblockFormat& format);
 
     explicit SubblockWriter(const SubblockFormat& format) : m_format(format) {}
@@ -38,8 +38,8 @@ public:
     // Appends the header of `count` zero subblocks, 1 to longestZeroRun.
     static void putZeroRun(TransformType transform, std::size_t count, Bytes& headers);
 
-    // Appends a subblock of `count` samples, at most a full one and not all zero. InvalidArgument if the
-    // coder cannot represent the samples.
+    // Appends a subblock of `count` samples, at most a full one and not all zero. Throws InvalidArgument if
+    // the coder cannot represent the samples.
     virtual void encode(const void* samples, std::size_t count, Bytes& headers, Bytes& data) = 0;
 
     const SubblockFormat& getFormat() const noexcept { return m_format; }

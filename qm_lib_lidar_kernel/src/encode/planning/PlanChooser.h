@@ -29,8 +29,8 @@ public:
         : m_runs(runs), m_format(format)
     {}
 
-    // A coordinate keeps its grid even if another coding is smaller. InvalidArgument if the channel does not
-    // support a required transform.
+    // A coordinate keeps its grid even if another coding is smaller. Throws InvalidArgument if the channel
+    // does not support a required transform.
     ChannelPlan choose(const ChannelInfo& channel, std::size_t channelIndex, const ChannelSurvey& survey,
                        ChannelChoice choice) const;
 
