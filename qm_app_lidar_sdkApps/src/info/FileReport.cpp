@@ -17,13 +17,13 @@ CompressedSize CompressedSize::of(const WaveletDecoderInfo& info)
     for (const WaveletDecoderChannelInfo& record : info.getChannels()) {
         Channel& channel = size.channels.emplace_back();
         for (std::uint32_t band = 0; band <= coarsest; ++band) {
-            const BandRanges stretches = info.getBandRanges(record, band);
-            const std::int64_t headers = stretches.interleaved ? 0 : stretches.headers.length();
-            channel.interleaved = channel.interleaved || stretches.interleaved;
+            const BandRanges ranges = info.getBandRanges(record, band);
+            const std::int64_t headers = ranges.interleaved ? 0 : ranges.headers.length();
+            channel.interleaved = channel.interleaved || ranges.interleaved;
             channel.headerBytes += headers;
-            channel.dataBytes += stretches.data.length();
+            channel.dataBytes += ranges.data.length();
             // Band 0 is the coarsest level; each following band refines to the next finer level.
-            size.levelBytes[coarsest - band] += headers + stretches.data.length();
+            size.levelBytes[coarsest - band] += headers + ranges.data.length();
         }
     }
     return size;
