@@ -11,7 +11,7 @@
 // the cloud's coordinate system. Memory does not grow with the number of points, except as stated.
 #pragma once
 
-#if __cplusplus < 202002L
+#if __cplusplus < 201709L // g++ 10 with -std=c++20
 #error "vxunpack/Cloud.h needs C++20 (-std=c++20)"
 #endif
 
