@@ -10,7 +10,7 @@ packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libdeflate-dev libgdal-dev
 laszip=(liblaszip8 liblaszip-api8 liblaszip-dev)
 if [ "${1:-}" = --all ]; then
   packages+=(libbenchmark-dev clang-format-14 clang-tidy-14 clang-14 libclang-rt-14-dev llvm-14
-    valgrind python3)
+    pkg-config valgrind python3)
 fi
 
 is_installed() { dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null | grep -qx installed; }
