@@ -230,7 +230,7 @@ public:
     // InvalidArgument.
     static Cloud fromColumns(std::vector<Column> columns);
     // Points that `fill` generates: fill(first, block) fills all channels of the block with points first,
-    // first + 1, ... Each pass over the cloud calls it for consecutive blocks from 0 on, including points
+    // first + 1, ... Each reading of the cloud calls it for consecutive blocks from 0 on, including points
     // outside the box of the query; it must give the same samples each time. Readers in several threads
     // call it at the same time. Its exceptions are passed on. X, Y and Z are required and must be
     // doubles. `bounds`, if they are given, must hold all points.
@@ -281,8 +281,9 @@ struct WriteOptions
     unsigned threads = 0; // the maximum; 0: one per core
     std::string format =
         {}; // "vxl", "las", "laz", "bpf", "txt" or "null" (no output); empty: the path's ending
-    // Of X, Y and Z; by default those of the cloud. LAS, LAZ and BPF output round coordinates to the
-    // scale; .vxl output uses it only where that is exact; text output ignores it.
+    // Of X, Y and Z; by default those of the cloud. LAS and LAZ output rounds coordinates to the scale, BPF
+    // output stores multiples of it in single precision. .vxl output uses it only where that is exact; text
+    // output ignores it.
     std::optional<std::array<double, 3>> scale = {};
     std::optional<std::array<double, 3>> offset = {};
     // Called with the fraction done, 0 to 1. If it returns false, write() throws Cancelled. Exceptions of
