@@ -38,124 +38,80 @@ using Strings = std::vector<std::string>;
 constexpr std::size_t numPoints = 70000;
 constexpr std::size_t pointsPerBlock = 20000;
 
+// A new writer, or the used one with another source or path.
+using Prepare = Scoped<PointWriter> (*)(PointWriter* used, PointSource& source, const std::string& path);
+
 template <class Writer, class... Arguments>
-Scoped<PointWriter> prepare(PointWriter* used, PointSource& source, const std::string& path,
-                            Arguments... arguments)
+Scoped<PointWriter> initialized(PointWriter* used, Arguments... arguments)
 {
     Scoped<Writer> writer =
         used ? Scoped<Writer>::retained(static_cast<Writer*>(used)) : Scoped<Writer>(Writer::create());
-    writer->init(&source, path.c_str(), arguments...);
+    writer->init(arguments...);
     return Scoped<PointWriter>(writer.detach());
 }
 
+Scoped<PointWriter> text(PointWriter* used, PointSource& source, const std::string& path)
+{
+    return initialized<TXTPointWriter>(used, &source, path.c_str(), source.getPointInfo());
+}
+
+Scoped<PointWriter> las(PointWriter* used, PointSource& source, const std::string& path)
+{
+    return initialized<LASPointWriter>(used, &source, path.c_str(), -1);
+}
+
+Scoped<PointWriter> laz(PointWriter* used, PointSource& source, const std::string& path)
+{
+    Scoped<PointWriter> writer = las(used, source, path);
+    static_cast<LASPointWriter&>(*writer).setWriteLAZ(true);
+    return writer;
+}
+
+Scoped<PointWriter> vx7(PointWriter* used, PointSource& source, const std::string& path)
+{
+    return initialized<VX7PointWriter>(used, &source, path.c_str());
+}
+
+// What writers have in common; "$" is the path, and the system's message follows.
+struct Errors
+{
+    const char *create, *header, *points;
+};
+constexpr Errors ofSystem = {"2 ", "27 ", "27 "};
+constexpr char cannotCreate[] = "40610 Unable to create output $. ";
+constexpr char cannotWrite[] = "40601 Unable to write point: ";
+
 struct Format
 {
-    const char* name; // for the test
-    std::string messageName;
-    // A new writer, or the used one with another source or path.
-    Scoped<PointWriter> (*prepare)(PointWriter* used, PointSource& source, const std::string& path);
-    // A writer to a stream; null if it writes only files.
-    Scoped<PointWriter> (*prepareStream)(PointSource& source, IO* io);
+    const char* name; // of the test
+    const char* messageName;
+    Prepare prepare;
     bool canPrepareAgain;
-    bool needsSeeking;
     Strings activities;
-    double ownWork;        // per point; reading it from the source is 1 per pass
-    int passes;            // over the source
-    int queries;           // whether to cancel
-    std::string openError; // before the system's message
-    std::string firstWriteError;
-    std::string writeError;
+    double ownWork; // per point; reading it from the source is 1 per pass
+    int passes;     // over the source
+    Errors errors;
 };
 
 const Format formats[] = {
-    {"TXT",
-     "TXT",
-     [](PointWriter* used, PointSource& source, const std::string& path) {
-         return prepare<TXTPointWriter>(used, source, path, source.getPointInfo());
-     },
-     [](PointSource& source, IO* io) {
-         Scoped<TXTPointWriter> writer(TXTPointWriter::create());
-         writer->init(&source, io, source.getPointInfo());
-         return Scoped<PointWriter>(writer.detach());
-     },
-     true,
-     false,
-     {"writing text file"},
-     1,
-     1,
-     4,
-     "2 ",
-     "27 ",
-     "27 "},
-    {"LAS",
-     "LAS",
-     [](PointWriter* used, PointSource& source, const std::string& path) {
-         return prepare<LASPointWriter>(used, source, path, -1);
-     },
-     nullptr,
-     true,
-     true,
-     {"writing LAS file"},
-     1,
-     1,
-     4,
-     "40610 Unable to create output $. ",
-     "40610 Unable to create output $. ",
-     "40601 Unable to write point: "},
-    {"LAZ",
-     "LAS",
-     [](PointWriter* used, PointSource& source, const std::string& path) {
-         Scoped<PointWriter> writer = prepare<LASPointWriter>(used, source, path, -1);
-         static_cast<LASPointWriter&>(*writer).setWriteLAZ(true);
-         return writer;
-     },
-     nullptr,
-     true,
-     true,
-     {"writing LAS file"},
-     1,
-     1,
-     4,
-     "40610 Unable to create output $. ",
-     "40610 Unable to create output $. ",
-     "40601 Unable to write point: "},
-    {"VX7",
-     "VX7",
-     [](PointWriter* used, PointSource& source, const std::string& path) {
-         return prepare<VX7PointWriter>(used, source, path);
-     },
-     [](PointSource& source, IO* io) {
-         Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-         writer->init(&source, io);
-         return Scoped<PointWriter>(writer.detach());
-     },
-     true,
-     true,
-     {"surveying points", "writing VX7 file"},
-     2.5,
-     2,
-     4,
-     "2 ",
-     "27 ",
-     "27 "},
+    {"TXT", "TXT", text, true, {"writing text file"}, 1, 1, ofSystem},
+    {"LAS", "LAS", las, true, {"writing LAS file"}, 1, 1, {cannotCreate, cannotCreate, cannotWrite}},
+    {"LAZ", "LAS", laz, true, {"writing LAS file"}, 1, 1, {cannotCreate, cannotCreate, cannotWrite}},
+    {"VX7", "VX7", vx7, true, {"surveying points", "writing VX7 file"}, 2.5, 2, ofSystem},
 #if HAS_PDAL
     {"BPF",
      "BPF",
      [](PointWriter*, PointSource& source, const std::string& path) {
          return Scoped<PointWriter>(createPDALPointWriter(&source, path.c_str()));
      },
-     nullptr,
      false,
-     true,
      {"writing BPF file"},
      1,
      1,
-     4,
-     "40610 Unable to create output $. ",
-     "40601 Unable to write point: ",
-     "40601 Unable to write point: "},
+     {cannotCreate, cannotWrite, cannotWrite}},
 #endif
 };
+constexpr int numQueries = 4; // of each writer, whether to cancel: one per block and pass
 
 // Files cannot grow beyond a size during its lifetime, as on a full disk.
 class FileSizeLimit
@@ -248,9 +204,9 @@ protected:
         write(*makeWriter(from), area, fraction);
         return takeOutput();
     }
-    std::string systemError(const std::string& prefix, const std::string& message) const
+    std::string systemError(std::string error, const std::string& message) const
     {
-        std::string error = prefix + message + " path = " + path;
+        error += message + " path = " + path;
         if (const std::size_t at = error.find('$'); at != std::string::npos)
             error.replace(at, 1, path);
         return error;
@@ -288,21 +244,22 @@ TEST_P(WriterContract, ReplacesAnOlderFileAndReportsAllOfItsWork)
     EXPECT_TRUE(std::is_sorted(log.fractions.begin(), log.fractions.end()));
     // This source does not report its own part.
     EXPECT_NEAR(log.last(), format.ownWork / (format.ownWork + format.passes), 1e-9);
-    EXPECT_EQ(INT_MAX - log.queriesLeft, format.queries);
+    EXPECT_EQ(INT_MAX - log.queriesLeft, numQueries);
 }
 
 TEST_P(WriterContract, StopsAtEveryQueryWithoutATrace)
 {
     const std::string expected = reference(*source);
     const auto writer = makeWriter(*source);
-    for (int query = 0; query < GetParam().queries; ++query) {
+    for (int query = 0; query < numQueries; ++query) {
         SCOPED_TRACE(query);
-        expectOnlyTheError("40006 " + GetParam().messageName + " Write operation cancelled.", [&] {
-            ProgressLog log(query);
-            return failure(*writer, &log);
-        });
+        expectOnlyTheError(std::string("40006 ") + GetParam().messageName + " Write operation cancelled.",
+                           [&] {
+                               ProgressLog log(query);
+                               return failure(*writer, &log);
+                           });
     }
-    ProgressLog patient(GetParam().queries);
+    ProgressLog patient(numQueries);
     EXPECT_EQ(failure(*writer, &patient), "no error");
     EXPECT_TRUE(takeOutput() == expected);
 }
@@ -313,7 +270,7 @@ TEST_P(WriterContract, KeepsAnOlderFileWhenTheDiskIsFull)
     const auto writer = makeWriter(*source);
     for (const std::size_t size : {std::size_t{0}, expected.size() / 2, expected.size() - 1}) {
         SCOPED_TRACE(size);
-        const std::string& prefix = size == 0 ? GetParam().firstWriteError : GetParam().writeError;
+        const char* const prefix = size == 0 ? GetParam().errors.header : GetParam().errors.points;
         expectOnlyTheError(systemError(prefix, "File too large"), [&] {
             const FileSizeLimit limit(std::max<std::size_t>(size, 8)); // the older file fits
             return failure(*writer);
@@ -386,11 +343,12 @@ TEST_P(WriterContract, RefusesOutputsThatItCannotWrite)
 {
     const std::string here = path;
     path = directory / "none/out.file";
-    EXPECT_EQ(failure(*makeWriter(*source)), systemError(GetParam().openError, "No such file or directory"));
+    EXPECT_EQ(failure(*makeWriter(*source)),
+              systemError(GetParam().errors.create, "No such file or directory"));
     expectNoTrace();
     path = here;
-    if (!GetParam().needsSeeking)
-        return;
+    if (GetParam().prepare == text)
+        return; // pipes are allowed
     ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
     EXPECT_EQ(failure(*makeWriter(*source)), "40610 Unable to create output " + path + ". " +
                                                  GetParam().messageName + " output needs a seekable file");
@@ -410,19 +368,23 @@ TEST_P(StreamContract, UnlinksAnIncompleteStreamAndAlwaysClosesIt)
         const Scoped<ByteStore> stream = ByteStore::make();
         stream->setCapacity(capacity);
         ProgressLog log(cancelAt);
-        const auto writer = format.prepareStream(*source, stream.get());
+        IO* const io = stream.get();
+        const auto writer = format.prepare == text ? initialized<TXTPointWriter>(nullptr, source.get(), io,
+                                                                                 source->getPointInfo())
+                                                   : initialized<VX7PointWriter>(nullptr, source.get(), io);
         writer->setChunckSize(pointsPerBlock);
         EXPECT_EQ(failure(*writer, &log), error);
         EXPECT_EQ(stream->openCount(), 0);
         EXPECT_EQ(stream->text() == whole, error == "no error");
         // A writer of several passes opens its output after the last query.
-        const bool isOpened = format.passes == 1 || cancelAt == format.queries;
+        const bool isOpened = format.passes == 1 || cancelAt == numQueries;
         EXPECT_EQ(stream->unlinked(), isOpened && error != "no error");
     };
-    check("no error", whole.size(), format.queries);
+    check("no error", whole.size(), numQueries);
     for (const std::size_t capacity : {std::size_t{1}, whole.size() / 2, whole.size() - 1})
-        check("40002 write error", capacity, format.queries);
-    check("40006 " + format.messageName + " Write operation cancelled.", whole.size(), format.queries - 1);
+        check("40002 write error", capacity, numQueries);
+    check(std::string("40006 ") + format.messageName + " Write operation cancelled.", whole.size(),
+          numQueries - 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, StreamContract,
