@@ -3,16 +3,11 @@
 #include "support/ByteStore.h"
 #include "support/Errors.h"
 #include "support/MemoryPointSource.h"
-#include <vxunpack/FileIO.h>
-#include <vxunpack/ProgressDelegate.h>
 
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <limits>
-#include <sstream>
 #include <string>
 
 namespace Quillmoran {
@@ -77,15 +72,6 @@ std::string written(DataType type, double quantization, double value)
     EXPECT_EQ(text.back(), '\n');
     return text.substr(header.size(), text.size() - header.size() - 1);
 }
-
-struct Recorder : ProgressDelegate
-{
-    void reportProgress(double, const char* message) override { messages += message + std::string(";"); }
-    bool getCancelled() override { return cancelAfter-- == 0; }
-
-    std::string messages;
-    int cancelAfter = -1; // calls
-};
 
 TEST(TXTPointWriter, WritesHeaderAndFieldsInTheGivenOrder)
 {
@@ -228,120 +214,18 @@ TEST(TXTPointWriter, WritesOnlyAHeaderIfTheBoxHasNoPoints)
     EXPECT_EQ(write(*source, "xy", xyz, elsewhere), "# X Y\n");
 }
 
-TEST(TXTPointWriter, ReportsEachBlock)
+TEST(TXTPointWriter, RefusesChannelsWithoutAText)
 {
     const auto source = threePoints();
     const Scoped<ByteStore> io = ByteStore::make();
-    const auto writer = writerTo(io.get(), *source, "x");
-    writer->setChunckSize(2);
-    Recorder delegate;
-    writer->write(Bounds::Huge(), 1.0, xyz, &delegate);
-    EXPECT_EQ(delegate.messages, "writing text file;writing text file;writing text file;writing text file;");
-    EXPECT_DOUBLE_EQ(delegate.getProgress(),
-                     0.5); // the other half is that of the source, which reports nothing
-}
-
-TEST(TXTPointWriter, RemovesItsOutputWhenCancelled)
-{
-    const auto source = threePoints();
-    const Scoped<ByteStore> io = ByteStore::make();
-    const auto writer = writerTo(io.get(), *source, "x");
-    writer->setChunckSize(1);
-    Recorder delegate;
-    delegate.cancelAfter = 1;
-    EXPECT_EQ(errorOf(40006, [&] { writer->write(Bounds::Huge(), 1.0, xyz, &delegate); }),
-              "TXT Write operation cancelled.");
-    EXPECT_TRUE(io->unlinked());
-    EXPECT_EQ(io->openCount(), 0);
-    EXPECT_EQ(io->text(), "") << "the buffer is discarded";
-}
-
-TEST(TXTPointWriter, RemovesItsOutputWhenTheFileIsFull)
-{
-    std::vector<double> values(100000, 1.0);
-    const auto source = MemoryPointSource::make(xyz, {values, values, values});
-    // In the block of the header, in a direct write and in the last flush.
-    for (const std::size_t capacity : {0u, 10000u, 1799990u}) {
-        const Scoped<ByteStore> io = ByteStore::make();
-        io->setCapacity(capacity);
-        const auto writer = writerTo(io.get(), *source, "xyz");
-        EXPECT_EQ(errorOf(40002, [&] { writer->write(Bounds::Huge(), 1.0, xyz, nullptr); }), "write error")
-            << "capacity=" << capacity;
-        EXPECT_TRUE(io->unlinked());
-        EXPECT_EQ(io->openCount(), 0);
-    }
-}
-
-class TXTPointWriterFile : public testing::Test
-{
-protected:
-    TXTPointWriterFile()
-    {
-        const Scoped<FileIO::Imp> unique(FileIO::create());
-        unique->init(testing::TempDir().c_str());
-        m_path = std::string(unique->path()) + ".txt";
-    }
-    ~TXTPointWriterFile() override { std::filesystem::remove(m_path); }
-
-    // Writes, releases the writer and returns the error's text.
-    std::string writeFile(PointSource& source, const PointInfo& layout)
-    {
-        const Scoped<TXTPointWriter> writer(TXTPointWriter::create());
-        writer->init(&source, m_path.c_str(), "xi");
-        try {
-            writer->write(Bounds::Huge(), 1.0, layout, nullptr);
-        } catch (const Error& error) {
-            return error.what();
-        }
-        return {};
-    }
-    std::string content() const
-    {
-        std::ostringstream text;
-        text << std::ifstream(m_path).rdbuf();
-        return text.str();
-    }
-
-    std::string m_path;
-};
-
-TEST_F(TXTPointWriterFile, ReplacesAnEarlierFile)
-{
-    std::ofstream(m_path) << std::string(10000, 'x');
-    const auto source = threePoints();
-    EXPECT_EQ(writeFile(*source, source->getPointInfo()), "");
-    EXPECT_EQ(content(), "# X Intensity\n1.000 7\n2.000 8\n3.000 9\n");
-}
-
-TEST_F(TXTPointWriterFile, LeavesNothingWhenTheSourceFails)
-{
-    const auto source = threePoints();
-    source->failAt(2);
-    EXPECT_EQ(writeFile(*source, source->getPointInfo()), "test");
-    EXPECT_FALSE(std::filesystem::exists(m_path));
-}
-
-TEST_F(TXTPointWriterFile, KeepsAnEarlierFileIfItFailsBeforeWriting)
-{
-    std::ofstream(m_path) << "precious";
-    const auto source = threePoints();
-    EXPECT_EQ(writeFile(*source, PointInfo()), "must have x, y, and z channels");
-    EXPECT_EQ(content(), "precious");
-
     PointInfo layout = xyz;
     layout.append(channel("Intensity", INVALID));
-    Scoped<TXTPointWriter> writer(TXTPointWriter::create());
-    writer->init(source.get(), m_path.c_str(), layout);
-    EXPECT_EQ(errorOf(40011, [&] { writer->write(Bounds::Huge(), 1.0, layout, nullptr); }), "");
-    writer.reset(); // files are removed with their last reference
-    EXPECT_EQ(content(), "precious");
-}
-
-TEST_F(TXTPointWriterFile, NamesThePathThatCannotBeOpened)
-{
-    m_path = "no/such/directory/out.txt";
-    const auto source = threePoints();
-    EXPECT_EQ(writeFile(*source, xyz), "No such file or directory path = no/such/directory/out.txt");
+    for (const PointInfo& wrong : {PointInfo(), layout})
+        EXPECT_EQ(
+            errorOf(wrong.getNumChannels() == 0 ? 40007 : 40011,
+                    [&] { writerTo(io.get(), *source, "xi")->write(Bounds::Huge(), 1, wrong, nullptr); }),
+            wrong.getNumChannels() == 0 ? "must have x, y, and z channels" : "");
+    EXPECT_EQ(io->writes(), 0);
 }
 
 } // namespace

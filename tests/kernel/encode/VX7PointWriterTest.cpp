@@ -6,8 +6,6 @@
 #include "support/Layouts.h"
 #include "support/RandomCloud.h"
 #include "support/ReadPoints.h"
-#include "support/TemporaryDirectory.h"
-#include <vxunpack/ProgressDelegate.h>
 
 #include <gtest/gtest.h>
 #include <tbb/global_control.h>
@@ -32,14 +30,13 @@ struct Query
     double fraction = 1.0;
 };
 
-Bytes packWith(PointSource& source, const EncodeOptions& options = {}, const Query& query = {},
-               ProgressDelegate* delegate = nullptr)
+Bytes packWith(PointSource& source, const EncodeOptions& options = {}, const Query& query = {})
 {
     const Scoped<ByteStore> store(ByteStore::create());
     const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
     writer->init(&source, store.get());
     writer->setOptions(options);
-    writer->write(query.bounds, query.fraction, source.getPointInfo(), delegate);
+    writer->write(query.bounds, query.fraction, source.getPointInfo(), nullptr);
     return store->bytes();
 }
 
@@ -300,58 +297,6 @@ TEST(VX7PointWriter, UsesGivenTransformsOrRefusesThem)
     const auto& records = reader->getDecoderInfo().getChannels();
     EXPECT_EQ(records[0].getTransformType(), 70);
     EXPECT_TRUE(TransformUtils::isInteger(records[3].getTransformType()));
-}
-
-class CancelAtBlock final : public ProgressDelegate
-{
-public:
-    explicit CancelAtBlock(int block) : m_left(block) {}
-    void reportProgress(double fraction, const char*) override { m_last = fraction; }
-    bool getCancelled() override { return m_left-- <= 0; }
-    double last() const { return m_last; }
-
-private:
-    int m_left;
-    double m_last = 0;
-};
-
-TEST(VX7PointWriter, LeavesNoPartialOutput)
-{
-    const Testing::TemporaryDirectory directory;
-    const auto source = makeSurvey(150000);
-    const std::string path = directory / "out.vxl";
-    const auto run = [&](ProgressDelegate* delegate) {
-        const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-        writer->init(source.get(), path.c_str());
-        writer->write(Bounds::Huge(), 1.0, source->getPointInfo(), delegate);
-    };
-    for (int block = 0; block < 6; ++block) {
-        CancelAtBlock delegate(block);
-        EXPECT_EQ(failureOf([&] { run(&delegate); }), "40006 VX7 Write operation cancelled.") << block;
-        EXPECT_TRUE(directory.isEmpty());
-    }
-    CancelAtBlock patient(1000);
-    run(&patient);
-    EXPECT_NEAR(patient.last(), 2.5 / 4.5, 0.001); // the writer's part; this source reports no progress
-    const std::string complete = Testing::readFile(path);
-
-    // A call that fails before it writes does not change an older output.
-    source->failAt(100000);
-    EXPECT_EQ(failureOf([&] { run(nullptr); }), "40000 test");
-    EXPECT_EQ(Testing::readFile(path), complete);
-}
-
-TEST(VX7PointWriter, ReportsAFullOutput)
-{
-    const auto source = makeSurvey(20000);
-    const Scoped<ByteStore> store(ByteStore::create());
-    store->setCapacity(3000);
-    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-    writer->init(source.get(), store.get());
-    EXPECT_EQ(failureOf([&] { writer->write(Bounds::Huge(), 1.0, source->getPointInfo(), nullptr); }),
-              "40002 write error");
-    EXPECT_TRUE(store->unlinked());
-    EXPECT_EQ(store->openCount(), 0);
 }
 
 TEST(VX7PointWriter, RefusesNamesThatItCannotStore)
