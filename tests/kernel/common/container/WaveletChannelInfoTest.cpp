@@ -1,7 +1,6 @@
 #include "common/container/WaveletChannelInfo.h"
 
 #include "common/bands/KernelSamples.h"
-#include "common/container/ChunkHeader.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 
@@ -125,52 +124,6 @@ TEST(WaveletChannelInfo, KeepsLongNamesInTheExtendedRecord)
     reader.init(io.get(), true, 16);
     EXPECT_EQ(record.loadExtended(reader, static_cast<ErrorCode>(7)), 28);
     EXPECT_STREQ(record.getName(), name);
-}
-
-TEST(WaveletChannelInfo, ReportsEveryShortRecord)
-{
-    const auto io = written(
-        [&](StreamWriter& writer) { recordOf("X", FLOAT64, 1, 0, 1, 0.1).save(writer, ErrorCode::General); });
-    for (std::size_t length = 0; length < 55; ++length) {
-        const Scoped<ByteStore> cut(
-            ByteStore::create({io->bytes().begin(), io->bytes().begin() + static_cast<int>(length)}));
-        StreamReader reader;
-        reader.init(cut.get(), true, 8);
-        WaveletChannelInfo record;
-        try {
-            record.load(reader, static_cast<ErrorCode>(4711));
-            FAIL() << "length=" << length;
-        } catch (const Error& error) {
-            EXPECT_EQ(error.error(), 4711);
-            EXPECT_STREQ(error.what(), "bad read -- channel info");
-        }
-    }
-}
-
-TEST(ChunkHeader, WritesItsLengthAfterThePayload)
-{
-    ChunkHeader header;
-    const auto io = written([&](StreamWriter& writer) {
-        writer.put_str("before");
-        header.id = CHUNK_WKT;
-        EXPECT_EQ(header.write(writer, false), 12);
-        writer.put_str("payload");
-        header.write(writer, true);
-        writer.put_str("after ");
-    });
-    StreamReader reader;
-    reader.init(io.get(), true, 8);
-    reader.seek(6, Stream::SEEK_FROM_START);
-    ChunkHeader read;
-    read.read(reader);
-    EXPECT_EQ(read.id, CHUNK_WKT);
-    EXPECT_EQ(read.length, 7);
-    EXPECT_EQ(read.offset, 6);
-    EXPECT_EQ(io->size(), 6 + 12 + 7 + 6);
-    IO::Location whole;
-    read.save(io.get(), whole);
-    EXPECT_EQ(whole.offset(), 6);
-    EXPECT_EQ(whole.length(), 19);
 }
 
 } // namespace
