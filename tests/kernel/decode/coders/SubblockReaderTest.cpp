@@ -100,9 +100,12 @@ TEST(SubblockReader, DecodesKnownBytes)
         Bytes headers, data;
     };
     const Case cases[] = {
-        {1, 0, false, fromHex("0000"), fromHex("00")},
-        {1, 2, false, fromHex("0000"), fromHex("00")},
-        {3, 0, true, fromHex("0000"), fromHex("00")},
+        {1, 0, false, fromHex("0a9a00000016"), fromHex("8e3d7cb33bfbf4eb2b4b2df8aec04150ff6a19d8a334")},
+        {1, 2, false, fromHex("0a9c00000019"), fromHex("8e3d7cb33bfbf4eb2b4b2df8aec0414fffff405ea1d0c18608")},
+        {3, 0, true,
+         fromHex("0a9a0e00160d00000c00000b00000a000009000008000007000006000005000004000003000002000001000000"
+                 "0000"),
+         fromHex("8e3d7cb33bfbf4eb2b4b2df8aec04150ff6a19d8a334")},
         {91, 0, false, fromHex("00000818"), fromHex("85591883fb40187fe7f17d76ae33e8f1a78233cd455d86e4")},
     };
     for (const Case& c : cases) {
