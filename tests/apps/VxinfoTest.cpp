@@ -265,21 +265,21 @@ TEST_F(Vxinfo, ChecksThatPointsLieWithinTheBounds)
 
     // The tiles of an index have no common scale: their bounds are exact to a millionth.
     for (const double error : {0.001, 0.003}) {
-        for (const double offset : {0.0, 0.00437}) {
+        for (const double scale : {0.01, 0.011}) {
             LASFile file;
-            file.offset[0] = offset;
+            file.scale[0] = scale;
             file.points.resize(2);
             file.points[1].x = 200000;
             file.describePoints();
             file.max[0] -= error;
-            writeFile(directory / (offset == 0 ? "a.las" : "b.las"), file.build());
+            writeFile(directory / (scale == 0.01 ? "a.las" : "b.las"), file.build());
         }
         succeed(VXINDEX, "-o t.index a.las b.las");
         if (error < 0.002)
             report("-check t.index");
         else
             EXPECT_EQ(run(VXINFO, "-check t.index").errors, "Error: t.index: 1 points lie outside the stated "
-                                                            "bounds, the first is point 3 (2000.00437 0 0)\n");
+                                                            "bounds, the first is point 3 (2200 0 0)\n");
     }
 }
 
