@@ -80,7 +80,7 @@ Scoped<MemoryPointSource> takeCloud(InputReader& reader)
 
 } // namespace
 
-std::uint64_t run(Input input)
+std::uint64_t runPack(Input input)
 {
     InputReader reader(input);
     const EncodeOptions options = takeOptions(reader);
