@@ -6,6 +6,7 @@
 #include "support/Layouts.h"
 #include "support/RandomCloud.h"
 #include "support/ReadPoints.h"
+#include <vxunpack/ProgressDelegate.h>
 
 #include <cmath>
 #include <functional>
