@@ -4,15 +4,12 @@
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
-#include "support/ProgressLog.h"
 #include "support/TemporaryDirectory.h"
 #include "text/TextDecimals.h"
-#include <vxunpack/FileIO.h>
 
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <filesystem>
 #include <limits>
 #include <string>
 
@@ -126,13 +123,14 @@ TEST(TXTPointWriter, ChoosesDecimalsByQuantization)
         for (const double step : steps)
             EXPECT_EQ(written(FLOAT64, step, 1.0625), text) << step;
     const std::pair<std::vector<double>, std::string> singles[] = {
-        {{1.0, 1.0005, 0.1, 0.01, 0.001}, "0.333"},
-        {{1e-4, 1e-5, 1e-6, static_cast<double>(1e-6f)}, "0.333333"},
-        {{0.0, 0.25, 1.5, 1e-7, 1e-60, -0.1}, "0.333333343"}};
+        {{1.0, 1.0005, 0.1, 0.01, 0.001}, "1.062"},
+        {{1e-4, 1e-5, 1e-6, static_cast<double>(1e-6f)}, "1.062500"},
+        {{0.0, 0.25, 1.5, 1e-7, 1e-60, -0.1}, "1.0625"}};
     for (const auto& [steps, text] : singles)
         for (const double step : steps)
-            EXPECT_EQ(written(FLOAT32, step, 1.0 / 3), text) << step;
+            EXPECT_EQ(written(FLOAT32, step, 1.0625), text) << step;
     EXPECT_EQ(written(FLOAT64, 0, 1.0 / 3), "0.333333333333333315");
+    EXPECT_EQ(written(FLOAT32, 0, 1.0 / 3), "0.333333343");
 }
 
 TEST(TXTPointWriter, ChoosesDecimalsByMetadataIfTheQuantizationGivesNone)
@@ -147,7 +145,7 @@ TEST(TXTPointWriter, ChoosesDecimalsByMetadataIfTheQuantizationGivesNone)
         EXPECT_EQ(written(FLOAT64, 0, 1.0 / 3, decimals), text) << decimals;
     EXPECT_EQ(written(FLOAT64, 0.01, 1.0 / 3, 9), "0.333");
     EXPECT_EQ(written(FLOAT32, 0, 1.0 / 3, 6), "0.333333");
-    EXPECT_EQ(written(FLOAT32, 0, 1.0 / 3, 7), "0.333333343");
+    EXPECT_EQ(written(FLOAT32, 0, 1.0625, 7), "1.0625");
 
     Metadata records;
     const double values[] = {5, 6};
@@ -187,27 +185,6 @@ TEST(TXTPointWriter, WritesTheSameTextForEveryBlockSizeAndInFewWrites)
     EXPECT_EQ(write(*wide, std::string(6000, 'x').c_str(), xyz).size(), 1 + 2 * 6000 + 1 + 2 * (6000 * 64));
 }
 
-TEST(TXTPointWriter, ReportsEachBlockAndCanBeCancelled)
-{
-    const auto source = threePoints();
-    for (const int queries : {0, 1, 2}) {
-        const Scoped<ByteStore> io = ByteStore::make();
-        const auto writer = writerTo(io.get(), *source, "x");
-        writer->setChunckSize(2);
-        Testing::ProgressLog log(queries);
-        const std::string error = errorOf(40006, [&] { writer->write(Bounds::Huge(), 1.0, xyz, &log); });
-        EXPECT_EQ(error, queries < 2 ? "TXT Write operation cancelled." : "nothing thrown");
-        // Half of the work is that of the source, which reports nothing.
-        const std::vector<double> all = {0, 2 / 6.0, 2 / 6.0, 3 / 6.0};
-        EXPECT_EQ(log.fractions,
-                  std::vector<double>(all.begin(), all.begin() + std::min(2 * queries + 1, 4)));
-        EXPECT_EQ(log.activities, std::vector<std::string>{"writing text file"});
-        EXPECT_EQ(io->unlinked(), queries < 2);
-        EXPECT_EQ(io->openCount(), 0);
-        EXPECT_EQ(io->text().empty(), queries < 2) << "the buffer is discarded";
-    }
-}
-
 TEST(TXTPointWriter, RemovesItsOutputWhenTheFileIsFull)
 {
     std::vector<double> values(100000, 1.0);
@@ -224,40 +201,31 @@ TEST(TXTPointWriter, RemovesItsOutputWhenTheFileIsFull)
     }
 }
 
-TEST(TXTPointWriter, ReplacesAFileOnlyWhenItIsComplete)
+TEST(TXTPointWriter, WritesToSeveralOutputs)
 {
     const Testing::TemporaryDirectory directory;
-    const std::string path = directory.file("a.txt", std::string(10000, 'x'));
+    const std::string path = directory.file("a.txt", "precious");
     const auto source = threePoints();
-    const auto writeFile = [&](const PointInfo& layout, const char* to) {
-        const Scoped<TXTPointWriter> writer(TXTPointWriter::create());
-        writer->init(source.get(), to, layout);
+    const Scoped<TXTPointWriter> writer(TXTPointWriter::create());
+    const auto write = [&](const PointInfo& layout) {
         return Testing::failureOf([&] { writer->write(Bounds::Huge(), 1.0, layout, nullptr); });
     };
-    EXPECT_EQ(writeFile(PointInfo(), path.c_str()), "40007 must have x, y, and z channels");
-    EXPECT_EQ(writeFile(layoutOf({x, y, z, channel("Intensity", INVALID)}), path.c_str()), "40011 ");
-    source->failAt(2);
-    EXPECT_EQ(writeFile(xyz, path.c_str()), "40000 test");
-    EXPECT_EQ(writeFile(xyz, directory.path("b.txt").c_str()), "40000 test");
-    EXPECT_EQ(Testing::readFile(path).size(), 10000u);
-    EXPECT_FALSE(std::filesystem::exists(directory.path("b.txt")));
-    source->failAt(3);
-
-    // One writer for several outputs.
-    const Scoped<TXTPointWriter> writer(TXTPointWriter::create());
+    const PointInfo untyped = layoutOf({x, y, z, channel("Intensity", INVALID)});
+    writer->init(source.get(), path.c_str(), untyped);
+    EXPECT_EQ(write(untyped), "40011 ");
+    EXPECT_EQ(Testing::readFile(path), "precious");
     const Scoped<ByteStore> io = ByteStore::make();
-    const auto writeAgain = [&] { writer->write(Bounds::Huge(), 1.0, xyzi, nullptr); };
-    writer->init(source.get(), path.c_str(), "xi");
-    writeAgain();
-    EXPECT_EQ(Testing::readFile(path), "# X Intensity\n1.000 7\n2.000 8\n3.000 9\n");
-    writer->init(source.get(), io.get(), "i");
-    writeAgain();
-    EXPECT_EQ(io->text(), "# Intensity\n7\n8\n9\n");
-    writer->init(source.get(), path.c_str(), "i");
-    writeAgain();
-    EXPECT_EQ(Testing::readFile(path), io->text());
-    EXPECT_EQ(writeFile(xyz, "no/such/directory/out.txt"),
-              "2 No such file or directory path = no/such/directory/out.txt");
+    for (const char* format : {"xi", "i"}) {
+        writer->init(source.get(), path.c_str(), format);
+        EXPECT_EQ(write(xyzi), "no error");
+        writer->init(source.get(), io.get(), format);
+        EXPECT_EQ(write(xyzi), "no error");
+        EXPECT_EQ(Testing::readFile(path), io->text());
+        io->truncate(0);
+    }
+    EXPECT_EQ(Testing::readFile(path), "# Intensity\n7\n8\n9\n");
+    writer->init(source.get(), "no/such/directory/out.txt", "x");
+    EXPECT_EQ(write(xyz), "2 No such file or directory path = no/such/directory/out.txt");
 }
 
 } // namespace
