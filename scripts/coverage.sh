@@ -7,18 +7,16 @@ cd "$(dirname "$0")/.."
 
 mapfile -t targets < <(for source in fuzz/targets/*.cpp; do basename "$source" .cpp; done)
 scripts/dependencies.sh --all
-scripts/build.sh coverage "${targets[@]/#/replay_}" make_seeds
+scripts/build.sh coverage replay make_seeds
 build=build/coverage
 rm -rf "$build/seeds" "$build"/*.profraw
 LLVM_PROFILE_FILE=/dev/null "$build/make_seeds" "$build/seeds"
-objects=()
 for target in "${targets[@]}"; do
-  objects+=(-object "$build/replay_$target")
-  folders=("$build/seeds/$target")
-  for folder in corpus regressions; do
-    [ ! -d "fuzz/$folder/$target" ] || folders+=("fuzz/$folder/$target")
+  inputs=("fuzz/corpus/$target.zip")
+  for folder in "$build/seeds" fuzz/regressions; do
+    [ ! -d "$folder/$target" ] || inputs+=("$folder/$target")
   done
-  LLVM_PROFILE_FILE="$build/$target.profraw" "$build/replay_$target" "${folders[@]}" >/dev/null 2>&1
+  LLVM_PROFILE_FILE="$build/$target.profraw" "$build/replay" "$target" "${inputs[@]}" >/dev/null 2>&1
 done
 llvm-profdata-14 merge -o "$build/all.profdata" "$build"/*.profraw
 
@@ -26,8 +24,8 @@ llvm-profdata-14 merge -o "$build/all.profdata" "$build"/*.profraw
 mapfile -t sources < <(git ls-files 'qm_lib_lidar_kernel/src/decode/*' 'qm_lib_lidar_kernel/src/common/*' \
   qm_lib_lidar_core/src/index/DiskRTree.cpp qm_lib_lidar_core/src/index/RTree.cpp \
   qm_lib_lidar_core/src/framework/Metadata.cpp)
-llvm-cov-14 show "${objects[@]:1}" -instr-profile "$build/all.profdata" "${sources[@]}" >"$build/lines.txt"
-llvm-cov-14 export -summary-only "${objects[@]:1}" -instr-profile "$build/all.profdata" "${sources[@]}" |
+llvm-cov-14 show "$build/replay" -instr-profile "$build/all.profdata" "${sources[@]}" >"$build/lines.txt"
+llvm-cov-14 export -summary-only "$build/replay" -instr-profile "$build/all.profdata" "${sources[@]}" |
   python3 -c '
 import json, os, sys
 files = json.load(sys.stdin)["data"][0]["files"]

@@ -2,7 +2,7 @@
 # Builds the fuzzers and runs them, one per processor at a time.
 #
 #   scripts/fuzz.sh [--seconds N] [TARGET ...]    N seconds (default 60) for each target, or for those named
-#   scripts/fuzz.sh --keep [TARGET ...]           copies the inputs that earlier runs found into fuzz/corpus
+#   scripts/fuzz.sh --keep [TARGET ...]           writes the inputs that reach most of the code into fuzz/corpus
 #
 # New inputs remain in build/fuzz/corpus for the next run. Findings are written to build/fuzz/findings; once fixed, an
 # input is added to fuzz/regressions/TARGET, which the tests replay. The last line is for a test runner.
@@ -33,23 +33,23 @@ if [ -d ../shared/vectors/files ]; then
   find ../shared/vectors/files -name '*.vxl' -size "-${largest}c" -exec cp -f {} "$build/seeds/container" \;
 fi
 
+# Archives are part of the corpus of the next run.
+unpack() {
+  mkdir -p "$build/corpus/$1"
+  [ ! -e "fuzz/corpus/$1.zip" ] || python3 -m zipfile -e "fuzz/corpus/$1.zip" "$build/corpus/$1"
+}
+for target in "${targets[@]}"; do unpack "$target"; done
+
 keep_inputs() {
-  local target=$1 merged="$build/merged/$1"
-  rm -rf "$merged" && mkdir -p "$merged"
+  local target=$1 merged="$build/merged/$1" count=15
+  [ "$target" != container ] || count=115 # most of the code decodes these files
+  rm -rf "$merged" "$merged.txt" && mkdir -p "$merged"
   # By the edges that they reach, not by how often they reach them: far fewer inputs are needed.
-  "$build/fuzz_$target" -merge=1 -use_counters=0 -max_len=$largest -close_fd_mask=1 "$merged" "$build/corpus/$target" \
-    "$build/seeds/$target" >/dev/null 2>"$build/merge_$target.log"
-  mkdir -p "fuzz/corpus/$target"
-  rm -f "fuzz/corpus/$target"/*
-  # Small inputs first: they replay quickly and cover most of the code.
-  local bytes=0 size name max_bytes=80000
-  [ "$target" != container ] || max_bytes=1000000
-  while read -r size name; do
-    [ $((bytes + size)) -le $max_bytes ] || break
-    bytes=$((bytes + size))
-    cp "$merged/$name" "fuzz/corpus/$target/"
-  done < <(find "$merged" -type f -printf '%s %f\n' | sort -n)
-  echo "$target: $(find "fuzz/corpus/$target" -type f | wc -l) inputs, $bytes bytes"
+  mkdir -p "$build/seeds/$target"
+  "$build/fuzz_$target" -set_cover_merge=1 -use_counters=0 -merge_control_file="$merged.txt" -max_len=$largest \
+    -close_fd_mask=1 "$merged" "$build/corpus/$target" "$build/seeds/$target" >/dev/null 2>"$build/merge_$target.log"
+  mkdir -p fuzz/corpus
+  scripts/keep_inputs.py "$merged.txt" $count "fuzz/corpus/$target.zip"
 }
 if $keep; then
   for target in "${targets[@]}"; do keep_inputs "$target"; done
@@ -59,11 +59,11 @@ fi
 run_target() {
   local target=$1 build=$2 seconds=$3 largest=$4
   local corpus="$build/corpus/$target" findings="$build/findings/$target"
-  mkdir -p "$corpus" "$findings"
+  mkdir -p "$findings"
   rm -f "$findings/.failed" # left by an interrupted run
-  local inputs=("$corpus" "$build/seeds/$target")
-  for folder in corpus regressions; do
-    [ ! -d "fuzz/$folder/$target" ] || inputs+=("fuzz/$folder/$target")
+  local inputs=("$corpus") folder
+  for folder in "$build/seeds/$target" "fuzz/regressions/$target"; do
+    [ ! -d "$folder" ] || inputs+=("$folder")
   done
   local dictionary=()
   [ ! -e "fuzz/dictionaries/$target" ] || dictionary=(-dict="fuzz/dictionaries/$target")

@@ -1,7 +1,8 @@
-// Splits an input into small numbers from its beginning and a rest.
+// Splits an input into small numbers from its beginning and a rest, or stores it as a file.
 #pragma once
 
 #include "support/FuzzTarget.h"
+#include "support/TemporaryDirectory.h"
 
 #include <algorithm>
 #include <cstring>
@@ -46,5 +47,16 @@ public:
 private:
     Input m_rest;
 };
+
+// Returns the path of a file with the input.
+inline std::string storeInput(Input input, const char* name)
+{
+    static const Testing::TemporaryDirectory directory;
+    const std::string path = directory / name;
+    // A new file each time: some file systems write a file that replaces another to disk at once.
+    std::filesystem::remove(path);
+    Testing::writeFile(path, std::vector<std::uint8_t>(input.begin(), input.end()));
+    return path;
+}
 
 } // namespace Quillmoran::Fuzz

@@ -62,7 +62,7 @@ void query(const QMCmdLine& cmdLine)
 
 } // namespace
 
-std::uint64_t run(Input input)
+std::uint64_t runCommandLine(Input input)
 {
     InputReader reader(input);
     std::vector<std::string> arguments = {"program"};

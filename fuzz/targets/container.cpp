@@ -1,4 +1,4 @@
-// A compressed file: opening, metadata, all points, a box, a coarse level, a thinned box of a coarse level.
+// A compressed file: opening, metadata, all points, a box, a coarse level, coordinates of a thinned box.
 #include "decode/container/WaveletDecoderInfo.h"
 #include "support/ByteStore.h"
 #include "support/FuzzTarget.h"
@@ -24,7 +24,7 @@ double samplesAtOnce(const WaveletDecoderInfo& info)
 
 } // namespace
 
-std::uint64_t run(Input input)
+std::uint64_t runContainer(Input input)
 {
     constexpr double maxSamples = 1 << 18;
     const Scoped<Testing::ByteStore> store(Testing::ByteStore::create({input.begin(), input.end()}));
@@ -33,16 +33,11 @@ std::uint64_t run(Input input)
 
     const WaveletDecoderInfo& info = reader->getDecoderInfo();
     std::uint64_t samples = 0;
-    try {
-        Metadata metadata;
-        reader->loadMetadata(metadata, false);
-    } catch (const Error&) {
-        // points can be read without it
-    }
+    describe(*reader);
     const double atOnce = samplesAtOnce(info);
     if (atOnce > maxSamples)
         return samples; // correct, but slow
-    const PointInfo& layout = reader->getPointInfo();
+    const PointInfo layout = reader->getPointInfo(), coordinates = coordinatesOf(*reader);
     const Bounds part = partOf(reader->getBounds());
     for (const auto& [bounds, fraction] :
          {std::pair(Bounds::Huge(), 1.0), {part, 1.0}, {Bounds::Huge(), 0.25}, {part, 0.1}}) {
@@ -51,7 +46,7 @@ std::uint64_t run(Input input)
         if (bounds != Bounds::Huge() && work > maxSamples)
             continue;
         try {
-            readPoints(*reader, bounds, fraction, layout);
+            readPoints(*reader, bounds, fraction, fraction < 0.2 ? coordinates : layout);
         } catch (const Error&) {
             // the next query may read other bands
         }

@@ -1,18 +1,15 @@
 // LAS and LAZ files: header, VLRs, all points, a box. The reader must pass only safe data on to LASzip, which
 // checks little itself.
-#include "support/FuzzTarget.h"
+#include "support/InputReader.h"
 #include "support/ReadSource.h"
-#include "support/TemporaryDirectory.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/LASPointReader.h>
 
 namespace Quillmoran::Fuzz {
 
-std::uint64_t run(Input input)
+std::uint64_t runLAS(Input input)
 {
-    static const Testing::TemporaryDirectory directory;
-    static const std::string path = directory / "file.las";
-    Testing::writeFile(path, std::vector<std::uint8_t>(input.begin(), input.end()));
+    const std::string path = storeInput(input, "file.las");
     const Scoped<LASPointReader> reader(LASPointReader::create());
     reader->init(path.c_str(), true);
     const PointInfo& layout = reader->getPointInfo();
@@ -28,8 +25,7 @@ std::uint64_t run(Input input)
             points += readPoints(*reader, partOf(reader->getBounds()), 0.5, layout);
     } catch (const Error&) {
     }
-    Metadata metadata;
-    reader->loadMetadata(metadata, false);
+    describe(*reader);
     return points;
 }
 

@@ -1,16 +1,13 @@
 // List files, which name files and other lists, themselves among them.
-#include "support/FuzzTarget.h"
+#include "support/InputReader.h"
 #include "support/Layouts.h"
-#include "support/TemporaryDirectory.h"
 #include <vxunpack/FilePointSourceManager.h>
 
 namespace Quillmoran::Fuzz {
 
-std::uint64_t run(Input input)
+std::uint64_t runList(Input input)
 {
-    static const Testing::TemporaryDirectory directory;
-    static const std::string path = directory / "self.list";
-    Testing::writeFile(path, std::vector<std::uint8_t>(input.begin(), input.end()));
+    const std::string path = storeInput(input, "self.list");
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     files->setTextOptions(false, Testing::layoutXYZ(), 0);
     files->addListFile(path.c_str());

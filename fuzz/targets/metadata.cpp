@@ -36,7 +36,7 @@ std::vector<std::uint8_t> write(const Metadata& metadata)
 
 } // namespace
 
-std::uint64_t run(Input input)
+std::uint64_t runMetadata(Input input)
 {
     const Scoped<ByteStore> store(ByteStore::create({input.begin(), input.end()}));
     Metadata metadata = read(*store);

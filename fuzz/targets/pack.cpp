@@ -1,90 +1,50 @@
 // Any cloud with any options of the writer: the file must restore every bit, and checked queries of it must
 // succeed.
-#include "support/InputReader.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
+#include "support/FuzzTarget.h"
+#include "support/RandomCloud.h"
 #include "support/ReadPoints.h"
 #include "support/ReadSource.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/VX7PointWriter.h>
-
-#include <cmath>
 
 namespace Quillmoran::Fuzz {
 
 namespace {
 
 using Testing::ByteStore;
-using Testing::MemoryPointSource;
+using Testing::Random;
 
 constexpr TransformType transforms[] = {1, 3, 10, 11, 13, 61, 63, 70, 71, 73, 81, 83, 90, 91, 93};
 
-EncodeOptions takeOptions(InputReader& reader)
+EncodeOptions chooseOptions(Random& random)
 {
     EncodeOptions options;
-    options.versions.file = static_cast<std::uint8_t>(1 + reader.below(4));
-    options.versions.header = static_cast<std::uint8_t>(1 + reader.below(2));
-    options.versions.index = static_cast<std::uint8_t>(1 + reader.below(2));
-    options.versions.band = static_cast<std::uint8_t>(1 + reader.below(3));
-    const auto choices = reader.take<std::uint8_t>();
-    if ((choices & 1) != 0)
-        options.all.transform = transforms[reader.below(std::size(transforms))];
-    options.all.smooth = (choices & 2) != 0;
-    if ((choices & 4) != 0)
-        options.all.subblockSize = 16 + reader.below(300);
-    if ((choices & 8) != 0)
-        options.numLevels = 1 + reader.below(12);
-    if ((choices & 16) != 0)
-        options.pointsPerEntry = 1 + reader.below(200);
-    if ((choices & 32) != 0)
-        options.rawPlanes = static_cast<int>(reader.below(8));
+    options.versions.file = static_cast<std::uint8_t>(random.between(1, 4));
+    options.versions.header = static_cast<std::uint8_t>(random.between(1, 2));
+    options.versions.index = static_cast<std::uint8_t>(random.between(1, 2));
+    options.versions.band = static_cast<std::uint8_t>(random.between(1, 3));
+    if (random.chance(0.5))
+        options.all.transform = transforms[random.below(std::size(transforms))];
+    options.all.smooth = random.chance(0.5);
+    if (random.chance(0.5))
+        options.all.subblockSize = static_cast<std::uint32_t>(random.between(16, 315));
+    if (random.chance(0.5))
+        options.numLevels = static_cast<std::uint32_t>(random.between(1, 12));
+    if (random.chance(0.5))
+        options.pointsPerEntry = static_cast<std::uint32_t>(random.between(1, 200));
+    if (random.chance(0.5))
+        options.rawPlanes = static_cast<int>(random.below(8));
     return options;
-}
-
-PointInfo takeLayout(InputReader& reader)
-{
-    constexpr DataType types[] = {UINT8,  SINT8,   UINT16, SINT16, UINT32,
-                                  SINT32, FLOAT32, UINT64, SINT64, FLOAT64};
-    PointInfo layout;
-    for (const char* name : {"X", "Y", "Z"})
-        layout.append(Testing::channel(name, FLOAT64, reader.below(2) * 0.01));
-    for (std::uint32_t i = reader.below(5); i > 0; --i)
-        layout.append(
-            Testing::channel(("C" + std::to_string(i)).c_str(), types[reader.below(std::size(types))]));
-    return layout;
-}
-
-// Samples are the bytes of the input, repeated. Coordinates are never NaN, which no box contains.
-Scoped<MemoryPointSource> takeCloud(InputReader& reader)
-{
-    const PointInfo layout = takeLayout(reader);
-    const std::size_t count = reader.below(250);
-    const Input bytes = reader.rest();
-    Scoped<MemoryPointSource> cloud = MemoryPointSource::make(
-        layout, MemoryPointSource::Columns(layout.getNumChannels(), std::vector<double>(count, 0.0)));
-    std::size_t at = 0;
-    for (std::size_t c = 0; c < layout.getNumChannels() && !bytes.empty(); ++c) {
-        ChannelData& column = cloud->column(layout.getChannel(c).getName());
-        auto* samples = static_cast<std::uint8_t*>(column.getData());
-        for (std::size_t i = 0; i < count * DataTypeUtils::getSize(column.getDataType()); ++i)
-            samples[i] = bytes[at++ % bytes.size()];
-        auto* reals = static_cast<double*>(column.getData());
-        for (std::size_t i = 0; c < 3 && i < count; ++i) {
-            if (std::isnan(reals[i]))
-                reals[i] = static_cast<double>(i % 7) * 0.01;
-        }
-    }
-    cloud->setBounds(Bounds::Huge());
-    return cloud;
 }
 
 } // namespace
 
-std::uint64_t run(Input input)
+std::uint64_t runPack(Input input)
 {
-    InputReader reader(input);
-    const EncodeOptions options = takeOptions(reader);
-    const Scoped<MemoryPointSource> cloud = takeCloud(reader);
+    Random random(input);
+    const EncodeOptions options = chooseOptions(random);
+    const std::size_t count = random.below(250);
+    const auto cloud = Testing::makeRandomCloud(random, count, 4);
     const Scoped<ByteStore> file(ByteStore::create());
     const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
     writer->init(cloud.get(), file.get());

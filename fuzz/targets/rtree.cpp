@@ -85,7 +85,7 @@ void readMemoryForm(Input bytes, const Query& query)
 
 } // namespace
 
-std::uint64_t run(Input input)
+std::uint64_t runRTree(Input input)
 {
     InputReader reader(input);
     const bool memoryForm = (reader.take<std::uint8_t>() & 1) != 0;

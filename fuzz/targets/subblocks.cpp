@@ -91,7 +91,7 @@ void roundTrip(const SubblockFormat& format, Input input)
 
 } // namespace
 
-std::uint64_t run(Input input)
+std::uint64_t runSubblocks(Input input)
 {
     InputReader reader(input);
     SubblockFormat format;

@@ -47,7 +47,7 @@ std::uint64_t readStrictly(const std::string& format, const Scoped<ByteStore>& s
 
 } // namespace
 
-std::uint64_t run(Input input)
+std::uint64_t runText(Input input)
 {
     InputReader reader(input);
     const std::string format = reader.takeLine();

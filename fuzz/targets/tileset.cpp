@@ -3,11 +3,10 @@
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
 #include "support/ByteStore.h"
-#include "support/FuzzTarget.h"
+#include "support/InputReader.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/ReadSource.h"
-#include "support/TemporaryDirectory.h"
 #include "utils/sets/TileSetFile.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/MosaicFilter.h>
@@ -52,7 +51,7 @@ void compareCopy(const TileSet& set)
 
 } // namespace
 
-std::uint64_t run(Input input)
+std::uint64_t runTileSet(Input input)
 {
     const Scoped<Testing::ByteStore> store(Testing::ByteStore::create({input.begin(), input.end()}));
     TileSet set;
@@ -60,14 +59,13 @@ std::uint64_t run(Input input)
     TileSetFile::read(store.get(), set, *tree);
     compareCopy(set);
 
-    static const Testing::TemporaryDirectory directory;
-    static const std::string path = directory / "survey.index";
-    Testing::writeFile(path, store->bytes());
+    const std::string path = storeInput(input, "survey.index");
     const Scoped<TileOpener> opener(new TileOpener);
     const Scoped<PersistentPointSourceManager> tiles(PersistentPointSourceManager::create());
     tiles->init(path.c_str(), opener.get());
     const Scoped<MosaicFilter> mosaic(MosaicFilter::create());
     mosaic->init(tiles->getPointCloudInfo(), tiles->getRTree(), tiles.get());
+    describe(*mosaic);
     const PointInfo layout = mosaic->getPointInfo();
     std::uint64_t points = 0;
     for (const double fraction : {1.0, 0.1}) {

@@ -1,21 +1,19 @@
 // Many threads read one source at once, each with its own iterators: every result must be that of a single
 // thread. Meant for thread sanitizers as well as for its own comparisons.
-#include "support/ByteStore.h"
 #include "support/LASClouds.h"
-#include "support/MemoryPointSource.h"
 #include "support/RandomCloud.h"
 #include "support/ReadPoints.h"
 #include "support/SampleCloud.h"
 #include "support/TileFiles.h"
 #include "utils/sets/ThreadLimit.h"
 #include <vxunpack/Base.h>
-#include <vxunpack/LASPointReader.h>
+#include <vxunpack/HilbertOrder.h>
 #include <vxunpack/LASPointWriter.h>
 #include <vxunpack/PersistentPointSourceWriter.h>
-#include <vxunpack/VX7PointReader.h>
 #include <vxunpack/VX7PointWriter.h>
 
 #include <cstdlib>
+#include <functional>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <thread>
@@ -27,20 +25,13 @@ using Testing::Bytes;
 using Testing::ByteStore;
 using Testing::Random;
 using Testing::SampleCloud;
-using Testing::TemporaryDirectory;
 
-constexpr std::size_t numThreads = 16;
-
-std::size_t rounds()
-{
-    const char* wanted = std::getenv("VX_STRESS");
-    return wanted ? std::strtoul(wanted, nullptr, 10) : 12;
-}
+const char* const longRun = std::getenv("VX_STRESS");
+const std::size_t rounds = longRun ? std::strtoul(longRun, nullptr, 10) : 12;
 
 // Runs body(thread) on many threads, in one pool that has more threads than small machines have cores. Returns
 // the text of an exception of any of them.
-template <class Body>
-std::string onManyThreads(const Body& body)
+std::string onManyThreads(const std::function<void(std::size_t)>& body)
 {
     std::mutex mutex;
     std::string failures;
@@ -53,7 +44,7 @@ std::string onManyThreads(const Body& body)
     const auto run = [](const auto& work) { work(); };
 #endif
     std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < numThreads; ++i)
+    for (std::size_t i = 0; i < 16; ++i)
         threads.emplace_back([&, i] {
             try {
                 run([&] { body(i); });
@@ -67,84 +58,66 @@ std::string onManyThreads(const Body& body)
     return failures;
 }
 
-struct Query
+// Returns the bytes of the points of a random query, some of which end early, then the text of the error, if any.
+std::string ask(const PointSource& source, std::size_t seed)
 {
+    Random random(seed);
     Bounds box = Bounds::Huge();
-    double fraction = 1;
+    if (random.chance(0.7)) {
+        const Bounds all = source.getBounds();
+        for (const auto axis : {&Bounds::x, &Bounds::y}) {
+            const double size = (all.*axis).max - (all.*axis).min;
+            (box.*axis).min = (all.*axis).min + size * random.real();
+            (box.*axis).max = (box.*axis).min + size * random.real();
+        }
+    }
+    const double fraction = random.chance(0.5) ? random.real() : 1;
     PointInfo layout;
-    std::size_t blockSize = 100;
-    std::size_t numBlocks = SIZE_MAX; // then the iterator is abandoned
-
-    Query(const PointSource& source, Random& random)
-    {
-        if (random.chance(0.7)) {
-            const Bounds all = source.getBounds();
-            for (const auto axis : {&Bounds::x, &Bounds::y}) {
-                const double size = (all.*axis).max - (all.*axis).min;
-                (box.*axis).min = (all.*axis).min + size * random.real();
-                (box.*axis).max = (box.*axis).min + size * random.real();
+    for (std::size_t i = 0; i < source.getNumChannels(); ++i)
+        if (i < 3 || random.chance(0.6))
+            layout.append(source.getChannel(i));
+    PointData block;
+    block.init(layout, random.chance(0.1) ? 1 + random.below(5) : 50 + random.below(3000));
+    const std::size_t numBlocks = random.chance(0.3) ? random.below(4) : SIZE_MAX;
+    std::string answer = source.getWKT() ? source.getWKT() : "none";
+    try {
+        const Scoped<PointIterator> iterator(source.createIterator(box, fraction, layout, nullptr));
+        for (std::size_t n = 0; n < numBlocks; ++n) {
+            const std::size_t count = iterator->getNextPoints(block);
+            if (count == 0)
+                break;
+            for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
+                const ChannelData& channel = block.getChannel(i);
+                answer.append(static_cast<const char*>(channel.getData()),
+                              count * DataTypeUtils::getSize(channel.getDataType()));
             }
         }
-        if (random.chance(0.5))
-            fraction = random.real();
-        for (std::size_t i = 0; i < source.getNumChannels(); ++i)
-            if (i < 3 || random.chance(0.6))
-                layout.append(source.getChannel(i));
-        blockSize = random.below(10) == 0 ? 1 + random.below(5) : 50 + random.below(3000);
-        if (random.chance(0.3))
-            numBlocks = random.below(4);
+        Metadata metadata;
+        source.loadMetadata(metadata, false);
+        source.getTotalWork(box, fraction);
+    } catch (const Error& error) {
+        answer += "error " + std::to_string(error.error()) + error.what();
     }
+    return answer;
+}
 
-    // The bytes of all points, then the text of the error, if any.
-    std::string ask(const PointSource& source) const
-    {
-        std::string answer;
-        try {
-            const Scoped<PointIterator> iterator(source.createIterator(box, fraction, layout, nullptr));
-            PointData block;
-            block.init(layout, blockSize);
-            for (std::size_t n = 0; n < numBlocks; ++n) {
-                const std::size_t count = iterator->getNextPoints(block);
-                if (count == 0)
-                    break;
-                for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
-                    const ChannelData& channel = block.getChannel(i);
-                    answer.append(static_cast<const char*>(channel.getData()),
-                                  count * DataTypeUtils::getSize(channel.getDataType()));
-                }
-            }
-        } catch (const Error& error) {
-            answer += std::to_string(error.error()) + error.what();
-        }
-        return answer;
-    }
-};
-
-// `calm` and `busy` are the same source, opened twice.
-void expectSameAnswers(const PointSource& calm, const PointSource& busy)
+// Returns the answers of a single thread to a source that is opened for it.
+std::vector<std::string> expectSameAnswers(const std::function<Scoped<PointSource>()>& open)
 {
-    Random random(7);
-    std::vector<Query> queries;
+    const Scoped<PointSource> calm = open(), busy = open();
     std::vector<std::string> answers;
-    for (int i = 0; i < 25; ++i) {
-        queries.emplace_back(calm, random);
-        answers.push_back(queries.back().ask(calm));
-    }
-    const std::string wkt = calm.getWKT() ? calm.getWKT() : "none";
+    for (std::size_t seed = 0; seed < 25; ++seed)
+        answers.push_back(ask(*calm, seed));
     EXPECT_EQ(onManyThreads([&](std::size_t thread) {
                   Random choice(thread);
-                  for (std::size_t n = rounds(); n > 0; --n) {
-                      const std::size_t i = choice.below(queries.size());
-                      if (queries[i].ask(busy) != answers[i])
-                          QM_THROW(ErrorCode::General, "query %zu differs", i);
-                      if ((busy.getWKT() ? busy.getWKT() : "none") != wkt)
-                          QM_THROW(ErrorCode::General, "the coordinate system differs");
-                      Metadata metadata;
-                      busy.loadMetadata(metadata, false);
-                      busy.getTotalWork(queries[i].box, queries[i].fraction);
+                  for (std::size_t n = rounds; n > 0; --n) {
+                      const std::size_t seed = choice.below(answers.size());
+                      if (ask(*busy, seed) != answers[seed])
+                          QM_THROW(ErrorCode::General, "query %zu differs", seed);
                   }
               }),
               "");
+    return answers;
 }
 
 Bytes buildSurvey(std::uint8_t indexVersion)
@@ -155,12 +128,21 @@ Bytes buildSurvey(std::uint8_t indexVersion)
     return buildFile(plan);
 }
 
+Scoped<PointSource> openSurvey(const Bytes& bytes)
+{
+    return Scoped<PointSource>(Testing::openFile(bytes).detach());
+}
+
+// Of all points, or of those sorted on first use.
 TEST(Stress, IteratorsOfOneCompressedFile)
 {
-    for (const std::uint8_t indexVersion : std::initializer_list<std::uint8_t>{1, 2}) {
-        const Bytes bytes = buildSurvey(indexVersion);
-        expectSameAnswers(*Testing::openFile(bytes), *Testing::openFile(bytes));
-    }
+    for (const std::uint8_t indexVersion : std::initializer_list<std::uint8_t>{1, 2})
+        expectSameAnswers([&] { return openSurvey(buildSurvey(indexVersion)); });
+    expectSameAnswers([] {
+        Scoped<HilbertOrder> order(HilbertOrder::create());
+        order->init(openSurvey(buildSurvey(2)).get());
+        return Scoped<PointSource>(order.detach());
+    });
 }
 
 // Some queries read broken subblocks, in different channels and places.
@@ -170,34 +152,37 @@ TEST(Stress, IteratorsOfADamagedFile)
     Random random(3);
     for (std::size_t at = bytes.size() / 2; at < bytes.size() - 2000; at += 1 + random.below(3000))
         bytes[at] ^= 0xFF;
-    const auto reader = Testing::openFile(bytes);
     std::size_t failing = 0;
-    for (int i = 0; i < 25; ++i)
-        failing += Query(*reader, random).ask(*reader).find("40") != std::string::npos;
+    for (const std::string& answer : expectSameAnswers([&] { return openSurvey(bytes); }))
+        failing += answer.find("error 40") != std::string::npos;
     EXPECT_GT(failing, 0u);
-    expectSameAnswers(*reader, *Testing::openFile(bytes));
+    EXPECT_LT(failing, 25u);
+}
+
+Scoped<PointSource> openByName(const std::string& path)
+{
+    const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
+    files->addFile(path.c_str());
+    return Scoped<PointSource>(files->createPointSource(0));
 }
 
 TEST(Stress, IteratorsOfOneLASFile)
 {
-    const TemporaryDirectory directory;
-    const auto open = [&](const char* name) {
-        Scoped<LASPointReader> reader(LASPointReader::create());
-        reader->init((directory / name).c_str(), false);
-        return reader;
-    };
-    Testing::writeFile(directory / "points.las", Testing::randomLASFile(7, 4, 4000, 1).build());
+    const Testing::TemporaryDirectory directory;
+    const std::string plain = directory / "points.las", compressed = directory / "points.laz";
+    Testing::writeFile(plain, Testing::randomLASFile(7, 4, 4000, 1).build());
     const Scoped<LASPointWriter> writer(LASPointWriter::create());
-    writer->init(open("points.las").get(), (directory / "points.laz").c_str(), 14);
+    const Scoped<PointSource> source = openByName(plain);
+    writer->init(source.get(), compressed.c_str(), 14);
     writer->setWriteLAZ(true);
-    writer->write(Bounds::Huge(), 1, open("points.las")->getPointInfo(), nullptr);
-    for (const char* name : {"points.las", "points.laz"})
-        expectSameAnswers(*open(name), *open(name));
+    writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
+    for (const std::string& path : {plain, compressed})
+        expectSameAnswers([&] { return openByName(path); });
 }
 
 TEST(Stress, IteratorsOfManyTiles)
 {
-    const TemporaryDirectory directory;
+    const Testing::TemporaryDirectory directory;
     const Scoped<SimpleFileOpener> opener(SimpleFileOpener::create());
     const Scoped<PersistentPointSourceWriter> index(PersistentPointSourceWriter::create());
     index->init(opener.get());
@@ -206,16 +191,9 @@ TEST(Stress, IteratorsOfManyTiles)
         Testing::writeFile(tile, Testing::buildTile(i % 6 * 10, i / 6 * 10, 200));
         index->add(tile.c_str());
     }
-    Testing::writeFile(directory / "overview.vxl", Testing::buildTile(0, 0, 100));
-    index->setOverview((directory / "overview.vxl").c_str(), 0.1);
-    const std::string path = directory / "tiles.index";
-    index->write(path.c_str());
-    const auto open = [&] {
-        const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
-        files->addFile(path.c_str());
-        return Scoped<PointSource>(files->createPointSource(0));
-    };
-    expectSameAnswers(*open(), *open());
+    index->setOverview((directory / "7.vxl").c_str(), 0.1);
+    index->write((directory / "tiles.index").c_str());
+    expectSameAnswers([&] { return openByName(directory / "tiles.index"); });
 }
 
 // Writers share only their source; each packs all of it, while others read it.
@@ -223,10 +201,10 @@ TEST(Stress, WritersAtOnce)
 {
     Random random(5);
     const auto cloud = Testing::makeRandomCloud(random, 3000, 6);
-    const auto pack = [&](const PointSource& from) {
+    const auto pack = [&](PointSource& from) {
         const Scoped<ByteStore> store(ByteStore::create());
         const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-        writer->init(const_cast<PointSource*>(&from), store.get());
+        writer->init(&from, store.get());
         writer->write(Bounds::Huge(), 1, from.getPointInfo(), nullptr);
         return store->bytes();
     };
@@ -234,10 +212,9 @@ TEST(Stress, WritersAtOnce)
     const auto reader = Testing::openFile(once);
     const Bytes twice = pack(*reader);
     EXPECT_EQ(onManyThreads([&](std::size_t thread) {
-                  for (std::size_t n = (rounds() + 5) / 6; n > 0; --n) {
+                  for (std::size_t n = (rounds + 5) / 6; n > 0; --n)
                       if (thread % 2 == 0 ? pack(*cloud) != once : pack(*reader) != twice)
                           QM_THROW(ErrorCode::General, "the file differs");
-                  }
               }),
               "");
 }

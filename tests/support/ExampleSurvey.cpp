@@ -2,6 +2,7 @@
 
 #include "model/ChannelNames.h"
 #include "support/ByteStore.h"
+#include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/Random.h"
 #include <vxunpack/VX7PointWriter.h>
@@ -25,83 +26,63 @@ std::int64_t ground(std::int64_t x, std::int64_t y)
     return hill + x * y / 9000 % 40;
 }
 
-struct Survey
+PointInfo makeLayout()
 {
-    std::vector<std::int64_t> position[3], intensity, returnNum, numReturns, scanDir, edge, classId, angle,
-        source;
-    std::vector<std::int64_t> red, green, blue;
-    std::vector<double> gpsTime;
-};
+    namespace Names = ChannelNames;
+    return layoutOf(
+        {channel(Names::x, FLOAT64, scale), channel(Names::y, FLOAT64, scale),
+         channel(Names::z, FLOAT64, scale), channel(Names::intensity, UINT16),
+         channel(Names::returnNum, UINT8), channel(Names::numReturns, UINT8), channel(Names::scanDir, UINT8),
+         channel(Names::edgeFlightLine, UINT8), channel(Names::classId, UINT8),
+         channel(Names::scanAngle, SINT8), channel(Names::sourceId, UINT16), channel(Names::gpsTime, FLOAT64),
+         channel(Names::red, UINT16), channel(Names::green, UINT16), channel(Names::blue, UINT16)});
+}
 
-Survey flySurvey()
+// One column for each channel of the layout.
+MemoryPointSource::Columns flySurvey()
 {
-    Survey survey;
+    MemoryPointSource::Columns columns(makeLayout().getNumChannels());
     Random random(20);
     for (int line = 0; line < numLines; ++line) {
         for (int i = 0; i < pointsPerLine; ++i) {
+            std::size_t next = 0;
+            const auto add = [&](auto value) { columns[next++].push_back(static_cast<double>(value)); };
+            const auto addCoordinate = [&](std::int64_t step) {
+                add(static_cast<double>(step) * scale + offsets[next]);
+            };
+            const auto addBetween = [&](bool choice, int low, int high, int otherLow, int otherHigh) {
+                add(choice ? random.between(low, high) : random.between(otherLow, otherHigh));
+            };
             const int along = line % 2 ? pointsPerLine - 1 - i : i;
             const int swing = i % 40;
             const std::int64_t x = along * 30 + random.between(-6, 6);
             const std::int64_t y = line * 1000 + std::abs(swing - 20) * 45 + random.between(-6, 6);
             const bool tree = ground(x, y) % 7 == 3 && random.chance(0.6);
-            const std::int64_t height = tree ? random.between(300, 1500) : random.between(-4, 4);
-            survey.position[0].push_back(x);
-            survey.position[1].push_back(y);
-            survey.position[2].push_back(ground(x, y) + height);
-            survey.intensity.push_back(tree ? random.between(20, 90) : random.between(110, 180));
-            survey.returnNum.push_back(tree ? random.between(1, 3) : 1);
-            survey.numReturns.push_back(tree ? 3 : 1);
-            survey.scanDir.push_back(swing < 20);
-            survey.edge.push_back(swing == 0 || swing == 20);
-            survey.classId.push_back(tree ? 5 : 2);
-            survey.angle.push_back(std::abs(swing - 20) - 10);
-            survey.source.push_back(101 + line);
-            survey.red.push_back(tree ? random.between(40, 70) : random.between(120, 140));
-            survey.green.push_back(tree ? random.between(90, 140) : random.between(110, 130));
-            survey.blue.push_back(tree ? random.between(30, 50) : random.between(80, 95));
-            survey.gpsTime.push_back(245380.0 + line * 60 + i * 0x1p-10);
+            addCoordinate(x);
+            addCoordinate(y);
+            addCoordinate(ground(x, y) + (tree ? random.between(300, 1500) : random.between(-4, 4)));
+            addBetween(tree, 20, 90, 110, 180);
+            add(tree ? random.between(1, 3) : 1);
+            add(tree ? 3 : 1);
+            add(swing < 20);
+            add(swing == 0 || swing == 20);
+            add(tree ? 5 : 2);
+            add(std::abs(swing - 20) - 10);
+            add(101 + line);
+            add(245380.0 + line * 60 + i * 0x1p-10);
+            addBetween(tree, 40, 70, 120, 140);
+            addBetween(tree, 90, 140, 110, 130);
+            addBetween(tree, 30, 50, 80, 95);
         }
     }
-    return survey;
+    return columns;
 }
 
-ChannelInfo describe(const char* name, DataType type, double step)
-{
-    ChannelInfo channel;
-    channel.init(name, type, 0, step);
-    return channel;
-}
+} // namespace
 
-Scoped<MemoryPointSource> makeSource()
+Bytes buildExampleSurvey()
 {
-    const Survey survey = flySurvey();
-    PointInfo layout;
-    MemoryPointSource::Columns columns;
-    const char* const axes[3] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
-    for (int axis = 0; axis < 3; ++axis) {
-        layout.append(describe(axes[axis], FLOAT64, scale));
-        columns.emplace_back();
-        for (const std::int64_t step : survey.position[axis])
-            columns.back().push_back(static_cast<double>(step) * scale + offsets[axis]);
-    }
-    const auto add = [&](const char* name, DataType type, const auto& values) {
-        layout.append(describe(name, type, 0));
-        columns.emplace_back(values.begin(), values.end());
-    };
-    add(ChannelNames::intensity, UINT16, survey.intensity);
-    add(ChannelNames::returnNum, UINT8, survey.returnNum);
-    add(ChannelNames::numReturns, UINT8, survey.numReturns);
-    add(ChannelNames::scanDir, UINT8, survey.scanDir);
-    add(ChannelNames::edgeFlightLine, UINT8, survey.edge);
-    add(ChannelNames::classId, UINT8, survey.classId);
-    add(ChannelNames::scanAngle, SINT8, survey.angle);
-    add(ChannelNames::sourceId, UINT16, survey.source);
-    add(ChannelNames::gpsTime, FLOAT64, survey.gpsTime);
-    add(ChannelNames::red, UINT16, survey.red);
-    add(ChannelNames::green, UINT16, survey.green);
-    add(ChannelNames::blue, UINT16, survey.blue);
-
-    Scoped<MemoryPointSource> source = MemoryPointSource::make(layout, columns);
+    const Scoped<MemoryPointSource> source = MemoryPointSource::make(makeLayout(), flySurvey());
     const double steps[3] = {scale, scale, scale};
     source->setQuantization(steps, offsets);
     source->setWKT(
@@ -113,14 +94,6 @@ Scoped<MemoryPointSource> makeSource()
     const char* const names[] = {"Created",        "Unclassified",      "Ground",
                                  "Low vegetation", "Medium vegetation", "High vegetation"};
     source->setClassIdNames(names, std::size(names));
-    return source;
-}
-
-} // namespace
-
-Bytes buildExampleSurvey()
-{
-    const Scoped<MemoryPointSource> source = makeSource();
     const Scoped<ByteStore> store(ByteStore::create());
     const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
     writer->init(source.get(), store.get());

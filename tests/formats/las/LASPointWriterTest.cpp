@@ -398,52 +398,5 @@ TEST_F(LASWriting, WritesAFileWithoutPoints)
     EXPECT_EQ(empty.max, empty.offset);
 }
 
-TEST_F(LASWriting, KeepsTheExistingFileWhenItFails)
-{
-    const auto source = makeSource({}, {});
-    Testing::writeFile(path, std::string("precious"));
-    const Scoped<LASPointWriter> nowhere(LASPointWriter::create());
-    const std::string unreachable = directory / "none/out.las";
-    nowhere->init(source.get(), unreachable.c_str(), -1);
-    EXPECT_EQ(Testing::failureOf([&] { nowhere->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
-              "40610 Unable to create output " + unreachable +
-                  ". No such file or directory path = " + unreachable);
-
-    struct Cancelling : ProgressDelegate
-    {
-        void reportProgress(double, const char* message) override
-        {
-            isWriting |= std::string(message) == "writing LAS file";
-        }
-        bool getCancelled() override { return isWriting; }
-        bool isWriting = false;
-    } cancelling;
-    for (const bool laz : {false, true}) {
-        const auto writer = makeWriter(*source);
-        writer->setWriteLAZ(laz);
-        cancelling.isWriting = false;
-        EXPECT_EQ(Testing::failureOf(
-                      [&] { writer->write(Bounds::Huge(), 1, source->getPointInfo(), &cancelling); }),
-                  "40006 LAS Write operation cancelled.");
-        EXPECT_EQ(Testing::readFile(path), "precious");
-
-        const Scoped<LASPointWriter> full(LASPointWriter::create());
-        full->init(source.get(), "/dev/full", -1);
-        full->setWriteLAZ(laz);
-        EXPECT_EQ(
-            Testing::failureOf([&] { full->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
-            "40610 Unable to create output /dev/full. No space left on device path = /dev/full");
-    }
-
-    source->failAt(1);
-    const auto failing = makeWriter(*source);
-    failing->setChunckSize(1);
-    EXPECT_EQ(Testing::failureOf([&] { failing->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
-              "40000 test");
-    EXPECT_EQ(Testing::readFile(path), "precious");
-    std::filesystem::remove(path);
-    EXPECT_TRUE(directory.isEmpty());
-}
-
 } // namespace
 } // namespace Quillmoran

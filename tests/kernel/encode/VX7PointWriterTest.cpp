@@ -6,9 +6,9 @@
 #include "support/Layouts.h"
 #include "support/RandomCloud.h"
 #include "support/ReadPoints.h"
-#include "support/TemporaryDirectory.h"
-#include <vxunpack/ProgressDelegate.h>
 
+#include <cmath>
+#include <functional>
 #include <gtest/gtest.h>
 #include <tbb/global_control.h>
 #include <tbb/task_arena.h>
@@ -22,9 +22,16 @@ using Testing::failureOf;
 using Testing::makeRandomCloud;
 using Testing::MemoryPointSource;
 using Testing::openFile;
-using Testing::Points;
 using Testing::Random;
 using Testing::readAll;
+
+// Changes the source after its first block.
+struct Meddler final : ProgressDelegate
+{
+    std::function<void()> act;
+    void reportProgress(double, const char*) override { act(); }
+    bool getCancelled() override { return false; }
+};
 
 struct Query
 {
@@ -94,42 +101,6 @@ TEST(VX7PointWriter, RestoresAnyPointsWithAnyOptions)
     }
 }
 
-TEST(VX7PointWriter, ReturnsAllPointsOfABox)
-{
-    for (std::uint64_t seed = 0; seed < 60; ++seed) {
-        SCOPED_TRACE("seed=" + std::to_string(seed));
-        Random random(seed);
-        const std::size_t count = 1 + random.below(3000);
-        const auto source = makeRandomCloud(random, count, 0);
-        EncodeOptions options;
-        options.pointsPerEntry = static_cast<std::uint32_t>(random.between(1, 60));
-        options.all.subblockSize = 16; // so that ranges are not joined
-        options.versions.index = static_cast<std::uint8_t>(random.between(1, 2));
-        const auto reader = openFile(packWith(*source, options));
-        for (int i = 0; i < 10; ++i) {
-            // A box with points on its faces.
-            Bounds box;
-            for (int corner = 0; corner < 2; ++corner) {
-                const std::size_t p = random.below(count);
-                box.x.grow(static_cast<const double*>(source->column("X").getData())[p]);
-                box.y.grow(static_cast<const double*>(source->column("Y").getData())[p]);
-                box.z.grow(static_cast<const double*>(source->column("Z").getData())[p]);
-            }
-            // Both queries use the reader's layout, whose scale widens the box.
-            const PointInfo& layout = reader->getPointInfo();
-            PointData expected, got;
-            expected.init(layout, count);
-            got.init(layout, count);
-            const Scoped<PointIterator> all(source->createIterator(box, 1.0, layout, nullptr));
-            const Scoped<PointIterator> some(reader->createIterator(box, 1.0, layout, nullptr));
-            const std::size_t wanted = all->getNextPoints(expected);
-            ASSERT_EQ(some->getNextPoints(got), wanted);
-            for (std::size_t p = 0; p < wanted; ++p)
-                ASSERT_EQ(got.getX()[p], expected.getX()[p]);
-        }
-    }
-}
-
 Scoped<MemoryPointSource> makeSurvey(std::size_t count)
 {
     Random random(11);
@@ -157,6 +128,46 @@ Scoped<MemoryPointSource> makeSurvey(std::size_t count)
     const double offset[3] = {0, 0, 0};
     source->setQuantization(scale, offset);
     return source;
+}
+
+const double* samplesOf(MemoryPointSource& source, const char* channel)
+{
+    return static_cast<const double*>(source.column(channel).getData());
+}
+
+TEST(VX7PointWriter, WritesAnIndexOfAllPointsOfABox)
+{
+    const auto source = makeSurvey(3000);
+    const double* const axes[3] = {samplesOf(*source, "X"), samplesOf(*source, "Y"), samplesOf(*source, "Z")};
+    for (const std::uint8_t version : {std::uint8_t{1}, std::uint8_t{2}}) {
+        EncodeOptions options;
+        options.pointsPerEntry = 23;
+        options.all.subblockSize = 16; // so that ranges are not joined
+        options.versions.index = version;
+        const auto reader = openFile(packWith(*source, options));
+        Random random(version);
+        for (int query = 0; query < 100; ++query) {
+            Bounds box = Bounds::Huge();
+            Bounds::Range* const ranges[3] = {&box.x, &box.y, &box.z};
+            for (int axis = 0; axis < 3; ++axis) {
+                // The faces of the box are on points and between them.
+                const double a = axes[axis][random.below(3000)];
+                const double b = axes[axis][random.below(3000)] + (random.chance(0.5) ? 0.005 : 0.0);
+                if (random.chance(0.7))
+                    *ranges[axis] = {std::min(a, b), std::max(a, b)};
+            }
+            std::vector<double> expected; // queries widen the box by half of the scale
+            for (std::size_t i = 0; i < 3000; ++i) {
+                bool inside = true;
+                for (int axis = 0; axis < 3; ++axis)
+                    inside &= axes[axis][i] >= ranges[axis]->min - 0.005 &&
+                              axes[axis][i] <= ranges[axis]->max + 0.005;
+                if (inside)
+                    expected.push_back(samplesOf(*source, "GPSTime")[i]);
+            }
+            ASSERT_EQ(readAll(*reader, box).values<double>(5), expected) << int{version} << " " << query;
+        }
+    }
 }
 
 TEST(VX7PointWriter, IndexesExtremeCoordinates)
@@ -237,20 +248,6 @@ TEST(VX7PointWriter, KeepsTheDescriptionOfTheSource)
                  "3000");
 }
 
-TEST(VX7PointWriter, KeepsMeasuredPointsAtCoarseLevels)
-{
-    const auto source = makeSurvey(5000);
-    EncodeOptions options;
-    options.numLevels = 4;
-    const auto reader = openFile(packWith(*source, options));
-    const Points all = readAll(*source);
-    const Points coarse = readAll(*reader, Bounds::Huge(), 0.125);
-    const std::vector<double> x = all.values<double>(0), coarseX = coarse.values<double>(0);
-    ASSERT_EQ(coarseX.size(), 625u);
-    for (std::size_t i = 0; i < coarseX.size(); ++i)
-        ASSERT_EQ(coarseX[i], x[8 * i]);
-}
-
 TEST(VX7PointWriter, ChoosesTheCodingByTheSamples)
 {
     const auto source = makeSurvey(20000);
@@ -268,20 +265,31 @@ TEST(VX7PointWriter, ChoosesTheCodingByTheSamples)
         EXPECT_FALSE(TransformUtils::hasUpdate(channel.transform)) << channel.name;
 }
 
+// Writes a file with this transform for a channel, and compares what is read. Returns the failure.
+std::string packAs(PointSource& source, const char* channel, int code, const EncodeOptions& others = {})
+{
+    return failureOf([&] {
+        EncodeOptions options = others;
+        options.byChannel[channel].transform = static_cast<TransformType>(code);
+        const auto reader = openFile(packWith(source, options));
+        EXPECT_TRUE(readAll(*reader) == readAll(source)) << channel << " " << code;
+        const auto& records = reader->getDecoderInfo().getChannels();
+        const auto& record = records[*reader->getDecoderInfo().getChannel(channel)];
+        EXPECT_EQ(record.getTransformType(), code);
+    });
+}
+
+Scoped<MemoryPointSource> makeColumn(DataType type, const std::vector<double>& samples)
+{
+    const std::vector<double> zeros(samples.size());
+    return MemoryPointSource::make(Testing::layoutXYZ({Testing::channel("T", type)}),
+                                   {zeros, zeros, zeros, samples});
+}
+
 TEST(VX7PointWriter, UsesGivenTransformsOrRefusesThem)
 {
-    const auto source = makeSurvey(2000);
-    const auto packed = [&](const char* channel, int code) {
-        return failureOf([&] {
-            EncodeOptions options;
-            options.byChannel[channel].transform = static_cast<TransformType>(code);
-            const auto reader = openFile(packWith(*source, options));
-            EXPECT_TRUE(readAll(*reader) == readAll(*source));
-            const auto& records = reader->getDecoderInfo().getChannels();
-            const auto& record = records[*reader->getDecoderInfo().getChannel(channel)];
-            EXPECT_EQ(record.getTransformType(), code);
-        });
-    };
+    const auto survey = makeSurvey(2000);
+    const auto packed = [&](const char* channel, int code) { return packAs(*survey, channel, code); };
     for (const int code : {1, 3, 10, 11, 13, 81, 83, 90, 91, 93})
         EXPECT_EQ(packed("Intensity", code), "no error") << code;
     for (const int code : {61, 70, 71, 73, 1, 13})
@@ -295,63 +303,107 @@ TEST(VX7PointWriter, UsesGivenTransformsOrRefusesThem)
     // A transform for all channels is used for those that support it.
     EncodeOptions options;
     options.all.transform = 70;
-    const auto reader = openFile(packWith(*source, options));
-    EXPECT_TRUE(readAll(*reader) == readAll(*source));
+    const auto reader = openFile(packWith(*survey, options));
+    EXPECT_TRUE(readAll(*reader) == readAll(*survey));
     const auto& records = reader->getDecoderInfo().getChannels();
     EXPECT_EQ(records[0].getTransformType(), 70);
     EXPECT_TRUE(TransformUtils::isInteger(records[3].getTransformType()));
 }
 
-class CancelAtBlock final : public ProgressDelegate
+// Floating-point lifting is refused unless it restores the samples, which packAs() compares.
+TEST(VX7PointWriter, LiftsOnlySamplesThatStayExact)
 {
-public:
-    explicit CancelAtBlock(int block) : m_left(block) {}
-    void reportProgress(double fraction, const char*) override { m_last = fraction; }
-    bool getCancelled() override { return m_left-- <= 0; }
-    double last() const { return m_last; }
-
-private:
-    int m_left;
-    double m_last = 0;
-};
-
-TEST(VX7PointWriter, LeavesNoPartialOutput)
-{
-    const Testing::TemporaryDirectory directory;
-    const auto source = makeSurvey(150000);
-    const std::string path = directory / "out.vxl";
-    const auto run = [&](ProgressDelegate* delegate) {
-        const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-        writer->init(source.get(), path.c_str());
-        writer->write(Bounds::Huge(), 1.0, source->getPointInfo(), delegate);
-    };
-    for (int block = 0; block < 6; ++block) {
-        CancelAtBlock delegate(block);
-        EXPECT_EQ(failureOf([&] { run(&delegate); }), "40006 VX7 Write operation cancelled.") << block;
-        EXPECT_TRUE(directory.isEmpty());
+    Random random(6);
+    EncodeOptions twoLevels;
+    twoLevels.numLevels = 2;
+    for (const DataType type : {FLOAT32, FLOAT64}) {
+        const int significand = type == FLOAT32 ? 24 : 53;
+        for (const int code : {61, 63, 71, 73}) {
+            int widest = 0;
+            for (int bits = 1; bits <= significand; ++bits) {
+                std::vector<double> samples(64, 0.25);
+                for (double& sample : samples)
+                    sample *= std::ldexp(1, random.chance(0.5) ? bits : 0) - 1;
+                if (packAs(*makeColumn(type, samples), "T", code, twoLevels) == "no error")
+                    widest = bits;
+            }
+            // A step adds 4 bits, or 7 if of order 3; with updates twice per level.
+            const int added = (code % 10 == 1 ? 4 : 7) * (code < 70 ? 4 : 1);
+            EXPECT_EQ(widest, std::max(significand - added, 0)) << code;
+        }
     }
-    CancelAtBlock patient(1000);
-    run(&patient);
-    EXPECT_NEAR(patient.last(), 2.5 / 4.5, 0.001); // the writer's part; this source reports no progress
-    const std::string complete = Testing::readFile(path);
-
-    // A call that fails before it writes does not change an older output.
-    source->failAt(100000);
-    EXPECT_EQ(failureOf([&] { run(nullptr); }), "40000 test");
-    EXPECT_EQ(Testing::readFile(path), complete);
+    std::vector<double> tenths, offGrid; // of a scale that is no power of two, and with an offset
+    for (const int steps : {0, -1, 9, -6, 2, 0, -3}) {
+        tenths.push_back(steps * 0.1);
+        offGrid.push_back(steps * 0.25 + 0.1);
+    }
+    for (const int code : {61, 71, 73})
+        for (const auto& samples : {tenths, offGrid})
+            EXPECT_EQ(packAs(*makeColumn(FLOAT64, samples), "T", code),
+                      "40007 transform " + std::to_string(code) + " does not suit channel 'T'");
 }
 
-TEST(VX7PointWriter, ReportsAFullOutput)
+// Predictions of the third order exceed the range of samples that alternate.
+TEST(VX7PointWriter, CodesExtremesOfEveryRange)
 {
-    const auto source = makeSurvey(20000);
-    const Scoped<ByteStore> store(ByteStore::create());
-    store->setCapacity(3000);
-    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-    writer->init(source.get(), store.get());
-    EXPECT_EQ(failureOf([&] { writer->write(Bounds::Huge(), 1.0, source->getPointInfo(), nullptr); }),
-              "40002 write error");
-    EXPECT_TRUE(store->unlinked());
-    EXPECT_EQ(store->openCount(), 0);
+    for (const double high : {26213.0, 26214.0, 32000.0, 32767.0, 32768.0}) {
+        Random random(3);
+        std::vector<double> samples(3000);
+        for (double& sample : samples)
+            sample = random.chance(0.5) ? high : 0;
+        for (const double shift : {0.0, -high}) {
+            for (double& sample : samples)
+                sample += shift;
+            const auto source = makeColumn(SINT32, samples);
+            EncodeOptions options;
+            EXPECT_TRUE(readAll(*openFile(packWith(*source, options))) == readAll(*source)) << high << shift;
+            options.all.smooth = true;
+            EXPECT_TRUE(readAll(*openFile(packWith(*source, options))) == readAll(*source)) << high << shift;
+            // The arithmetic coder holds 15 bits, and predictions may add a quarter.
+            EXPECT_EQ(packAs(*source, "T", 93) == "no error", high < 26214.4) << high << shift;
+        }
+    }
+}
+
+// The survey of the first pass must hold for the second one.
+TEST(VX7PointWriter, RefusesASourceThatChanges)
+{
+    struct Change
+    {
+        const char* channel;
+        double sample;
+    };
+    for (const Change& change : {Change{"X", 1e6}, Change{"Intensity", 4000.0}}) {
+        const auto source = makeSurvey(1000);
+        Meddler meddler;
+        meddler.act = [&] {
+            visitDataType(source->column(change.channel).getDataType(), [&](auto zero) {
+                auto* samples = static_cast<decltype(zero)*>(source->column(change.channel).getData());
+                samples[500] = static_cast<decltype(zero)>(change.sample);
+            });
+        };
+        EXPECT_EQ(failureOf([&] {
+                      packWith(*source, {}, {{{0, 9e5}, {0, 9e9}, {-9e9, 9e9}}}, &meddler);
+                  }),
+                  "40007 the source has changed while it was read")
+            << change.channel;
+    }
+}
+
+// As many levels as leave 512 points, and boxes of 64 points or, in larger files, at least 16 boxes.
+TEST(VX7PointWriter, ChoosesLevelsAndBoxesByTheNumberOfPoints)
+{
+    struct Case
+    {
+        std::size_t points;
+        std::uint32_t levels, pointsPerEntry;
+    };
+    for (const Case& c : {Case{1, 1, 64}, Case{1023, 1, 64}, Case{1024, 2, 64}, Case{2047, 2, 64},
+                          Case{2048, 3, 128}, Case{4096, 4, 256}}) {
+        const auto reader = openFile(packWith(*makeSurvey(c.points)));
+        EXPECT_EQ(reader->getDecoderInfo().getNumLevels(), c.levels) << c.points;
+        EXPECT_EQ(reader->getDecoderInfo().getPointsPerEntry(), c.pointsPerEntry) << c.points;
+    }
 }
 
 TEST(VX7PointWriter, RefusesNamesThatItCannotStore)
@@ -374,12 +426,28 @@ TEST(VX7PointWriter, RefusesOptionsOutOfRange)
         change(options);
         return failureOf([&] { Scoped<VX7PointWriter>(VX7PointWriter::create())->setOptions(options); });
     };
+    const ChannelChoice smallest{13, false, false, 16}, largest{93, false, false, 1048576};
+    EXPECT_EQ(failure([&](auto& o) { o = {{1, 1, 1, 1}, smallest, {}, 1, 1, 0}; }), "no error");
+    EXPECT_EQ(failure([&](auto& o) { o = {{4, 2, 2, 3}, largest, {}, 64, INT32_MAX, 64}; }), "no error");
     EXPECT_EQ(failure([](auto& o) { o.versions.file = 5; }), "40007 the file version must be 1 to 4");
+    EXPECT_EQ(failure([](auto& o) { o.versions.header = 3; }),
+              "40007 the version of the wavelet header must be 1 to 2");
+    EXPECT_EQ(failure([](auto& o) { o.versions.index = 0; }),
+              "40007 the version of the index must be 1 to 2");
     EXPECT_EQ(failure([](auto& o) { o.versions.band = 0; }),
               "40007 the version of the subbands must be 1 to 3");
-    EXPECT_EQ(failure([](auto& o) { o.all.subblockSize = 15; }),
-              "40007 the subblock size must be 16 to 1048576");
-    EXPECT_EQ(failure([](auto& o) { o.numLevels = 0; }), "40007 the number of levels must be 1 to 64");
+    for (const std::uint32_t size : {15u, 1048577u})
+        EXPECT_EQ(failure([&](auto& o) { o.all.subblockSize = size; }),
+                  "40007 the subblock size must be 16 to 1048576");
+    for (const std::uint32_t levels : {0u, 65u})
+        EXPECT_EQ(failure([&](auto& o) { o.numLevels = levels; }),
+                  "40007 the number of levels must be 1 to 64");
+    for (const std::uint32_t points : {0u, 1u << 31})
+        EXPECT_EQ(failure([&](auto& o) { o.pointsPerEntry = points; }),
+                  "40007 the number of points per index entry must be 1 to 2147483647");
+    for (const int planes : {-1, 65})
+        EXPECT_EQ(failure([&](auto& o) { o.rawPlanes = planes; }),
+                  "40007 the number of raw planes must be 0 to 64");
     EXPECT_EQ(failure([](auto& o) { o.byChannel["X"].transform = 99; }), "-1 bad transform type");
 }
 
