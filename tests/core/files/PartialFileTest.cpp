@@ -6,11 +6,11 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 namespace Quillmoran {
@@ -50,6 +50,8 @@ TEST_F(PartialFileTest, KeepsTheOldFileUntilTheNewOneIsComplete)
         writeFile(path, std::string("old"));
         std::optional<PartialFile> file(path.c_str());
         write(*file, "new");
+        EXPECT_EQ(Testing::failureOf([&] { file->io()->truncate(1); }),
+                  "9 Bad file descriptor path = " + path);
         EXPECT_EQ(readFile(path), "old");
         EXPECT_EQ(countFiles(), 2u);
         if (finishes)
@@ -148,18 +150,17 @@ TEST_F(PartialFileTest, AcceptsTheLongestNames)
 TEST_F(PartialFileTest, WritesPipesDirectlyAndRejectsDirectories)
 {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    std::string got;
-    std::thread reader([&] { got = readFile(path); });
-    {
-        PartialFile pipe(path.c_str());
-        EXPECT_STREQ(pipe.path().c_str(), path.c_str());
-        write(pipe, "content");
-        EXPECT_EQ(countFiles(), 1u);
-        EXPECT_EQ(Testing::failureOf([&] { pipe.requireSeekable("LAS"); }),
-                  "40610 Unable to create output " + path + ". LAS output needs a seekable file");
-    }
-    reader.join();
-    EXPECT_EQ(got, "content");
+    const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);
+    PartialFile pipe(path.c_str());
+    EXPECT_STREQ(pipe.path().c_str(), path.c_str());
+    write(pipe, "content", true);
+    EXPECT_EQ(countFiles(), 1u);
+    char got[8] = {};
+    EXPECT_EQ(read(reader, got, sizeof got), 7);
+    EXPECT_STREQ(got, "content");
+    close(reader);
+    EXPECT_EQ(Testing::failureOf([&] { pipe.requireSeekable("LAS"); }),
+              "40610 Unable to create output " + path + ". LAS output needs a seekable file");
     EXPECT_TRUE(fs::is_fifo(path));
     PartialFile((directory / "regular").c_str()).requireSeekable("LAS");
     const std::pair<std::string, std::string> errors[] = {

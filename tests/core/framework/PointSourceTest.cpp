@@ -44,44 +44,17 @@ Scoped<MemoryPointSource> pointsOnALine(int count)
     return MemoryPointSource::make(layoutXYZ(), {x, zeros, zeros});
 }
 
-// A minimal source: the points (i, 2i, 3i) for i from 0 to 9.
-class TenPoints final : public PointSource
+// A source with nothing but what it must have.
+struct Minimal final : PointSource
 {
-public:
-    const PointInfo& getPointInfo() const override { return m_layout; }
+    explicit Minimal(Scoped<MemoryPointSource> source) : points(std::move(source)) {}
+    const PointInfo& getPointInfo() const override { return points->getPointInfo(); }
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override
     {
-        return new Iterator(bounds, fraction, layout, delegate);
+        return points->createIterator(bounds, fraction, layout, delegate);
     }
-
-private:
-    class Iterator final : public PointIterator
-    {
-    public:
-        Iterator(const Bounds& bounds, double fraction, const PointInfo& layout, ProgressDelegate* delegate)
-        {
-            init(bounds, fraction, layout, delegate);
-        }
-        std::size_t getNextPoints(PointData& buffer) override
-        {
-            std::size_t count = 0;
-            for (; m_next < 10 && count < buffer.getNumSamples(); ++m_next) {
-                if (!isWanted(m_next, 2.0 * m_next, 3.0 * m_next) || !sample())
-                    continue;
-                buffer.getX()[count] = m_next;
-                buffer.getY()[count] = 2.0 * m_next;
-                buffer.getZ()[count] = 3.0 * m_next;
-                ++count;
-            }
-            return count;
-        }
-
-    private:
-        int m_next = 0;
-    };
-
-    PointInfo m_layout = layoutXYZ();
+    const Scoped<MemoryPointSource> points;
 };
 
 // The x of all points of a query.
@@ -99,15 +72,13 @@ Numbers query(const PointSource& source, const Bounds& bounds, double fraction,
 
 TEST(PointSource, NeedsOnlyALayoutAndAnIterator)
 {
-    const Scoped<TenPoints> source(new TenPoints);
-    EXPECT_EQ(query(*source, {{0, 8}, {0, 100}, {6, 100}}, 0.5), (Numbers{2, 4, 6, 8}));
+    const Scoped<Minimal> source(new Minimal(pointsOnALine(10)));
     EXPECT_EQ(source->getNumPoints(), PointSource::unknownNumPoints);
     EXPECT_EQ(source->getBounds(), Bounds::Huge());
     EXPECT_EQ(source->estimatePoints({{0, 1}, {0, 1}, {0, 1}}, 1), 0);
     EXPECT_EQ(source->getTotalWork(Bounds::Huge(), 1), 0);
     const Scoped<TXTPointWriter> writer(TXTPointWriter::create());
-    const Scoped<Testing::ByteStore> io = Testing::ByteStore::make();
-    writer->init(source.get(), io.get(), "xyz");
+    writer->init(source.get(), Testing::ByteStore::make().get(), "xyz");
     EXPECT_EQ(writer->write(Bounds::Huge(), 0.5, layoutXYZ(), nullptr), 5);
     EXPECT_EQ(writer->getScale()[2], 0.001);
     EXPECT_EQ(writer->getOffset()[2], 0);
@@ -121,7 +92,7 @@ TEST(PointSource, IsRefusedBeforeInit)
     const Scoped<TXTPointReader> reader(TXTPointReader::create());
     const Scoped<TXTPointWriter> text(TXTPointWriter::create()), noOutput(TXTPointWriter::create());
     const Scoped<NULLPointWriter> null(NULLPointWriter::create());
-    const Scoped<TenPoints> source(new TenPoints);
+    const auto source = pointsOnALine(10);
     noOutput->init(source.get(), static_cast<IO*>(nullptr), "xyz");
     const Bounds& all = Bounds::Huge();
     const PointInfo xyz = layoutXYZ();

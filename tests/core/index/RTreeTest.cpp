@@ -13,7 +13,6 @@
 #include <cstring>
 #include <initializer_list>
 #include <limits>
-#include <thread>
 #include <vector>
 
 namespace Quillmoran {
@@ -411,18 +410,6 @@ TEST(DiskRTree, MovesFacesByUpToHalfAStep)
     }
 }
 
-TEST(DiskRTree, CanBeUsedByThreadsWithTheirOwnIterators)
-{
-    const std::vector<Entry> entries = randomEntries(2000, 40);
-    const Bytes bytes = saved(*build(entries));
-    const Scoped<DiskRTree> disk = openDisk(bytes, bytes.size());
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back([&] { expectScan(*disk, entries, 40); });
-    for (std::thread& thread : threads)
-        thread.join();
-}
-
 TEST(DiskRTree, NamesTheTruncatedField)
 {
     const Bytes whole = Builder().preamble(0).branch({1, 2}).bytes;
@@ -475,34 +462,6 @@ TEST(DiskRTree, RejectsInvalidPositionsOfBranches)
     for (std::size_t i = 1; i <= 256; ++i)
         chain.branch(std::vector<std::uint64_t>(10, root + i * recordSize));
     EXPECT_EQ(walk(chain), refused);
-}
-
-// Every iteration over a malformed file ends, with 40014 or with no more values than fit into the file. A
-// truncated file never gives a wrong result.
-TEST(DiskRTree, EndsEveryIterationOverAMalformedFile)
-{
-    const std::vector<Entry> entries = randomEntries(120, 12);
-    const Bytes whole = saved(*build(entries));
-    const Bounds query{{0, 3}, {0, 3}, {-7, 3}};
-    const auto walk = [&](const Bytes& bytes, std::size_t length, bool right) {
-        try {
-            const Scoped<DiskRTree> tree = openDisk(bytes, length);
-            EXPECT_LE(found(*tree).size(), 10 * (whole.size() / recordSize + 1));
-            EXPECT_TRUE(!right || found(*tree, query) == scan(entries, query))
-                << bytes.size() << ' ' << length;
-        } catch (const Error& error) {
-            EXPECT_EQ(error.error(), 40014) << error.what();
-        }
-    };
-    for (std::size_t size = 0; size < whole.size(); ++size) {
-        walk(first(size, whole), whole.size(), true);
-        walk(whole, size, true);
-        for (const int flip : {0x01, 0xFF}) {
-            Bytes bytes = whole;
-            bytes[size] = static_cast<unsigned char>(bytes[size] ^ flip);
-            walk(bytes, bytes.size(), false);
-        }
-    }
 }
 
 } // namespace

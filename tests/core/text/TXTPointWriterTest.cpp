@@ -4,15 +4,12 @@
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
-#include "support/ProgressLog.h"
 #include "support/TemporaryDirectory.h"
 #include "text/TextDecimals.h"
-#include <vxunpack/FileIO.h>
 
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <filesystem>
 #include <limits>
 #include <string>
 
@@ -126,13 +123,14 @@ TEST(TXTPointWriter, ChoosesDecimalsByQuantization)
         for (const double step : steps)
             EXPECT_EQ(written(FLOAT64, step, 1.0625), text) << step;
     const std::pair<std::vector<double>, std::string> singles[] = {
-        {{1.0, 1.0005, 0.1, 0.01, 0.001}, "0.333"},
-        {{1e-4, 1e-5, 1e-6, static_cast<double>(1e-6f)}, "0.333333"},
-        {{0.0, 0.25, 1.5, 1e-7, 1e-60, -0.1}, "0.333333343"}};
+        {{1.0, 1.0005, 0.1, 0.01, 0.001}, "1.062"},
+        {{1e-4, 1e-5, 1e-6, static_cast<double>(1e-6f)}, "1.062500"},
+        {{0.0, 0.25, 1.5, 1e-7, 1e-60, -0.1}, "1.0625"}};
     for (const auto& [steps, text] : singles)
         for (const double step : steps)
-            EXPECT_EQ(written(FLOAT32, step, 1.0 / 3), text) << step;
+            EXPECT_EQ(written(FLOAT32, step, 1.0625), text) << step;
     EXPECT_EQ(written(FLOAT64, 0, 1.0 / 3), "0.333333333333333315");
+    EXPECT_EQ(written(FLOAT32, 0, 1.0 / 3), "0.333333343");
 }
 
 TEST(TXTPointWriter, ChoosesDecimalsByMetadataIfTheQuantizationGivesNone)
@@ -147,7 +145,7 @@ TEST(TXTPointWriter, ChoosesDecimalsByMetadataIfTheQuantizationGivesNone)
         EXPECT_EQ(written(FLOAT64, 0, 1.0 / 3, decimals), text) << decimals;
     EXPECT_EQ(written(FLOAT64, 0.01, 1.0 / 3, 9), "0.333");
     EXPECT_EQ(written(FLOAT32, 0, 1.0 / 3, 6), "0.333333");
-    EXPECT_EQ(written(FLOAT32, 0, 1.0 / 3, 7), "0.333333343");
+    EXPECT_EQ(written(FLOAT32, 0, 1.0625, 7), "1.0625");
 
     Metadata records;
     const double values[] = {5, 6};
@@ -187,40 +185,47 @@ TEST(TXTPointWriter, WritesTheSameTextForEveryBlockSizeAndInFewWrites)
     EXPECT_EQ(write(*wide, std::string(6000, 'x').c_str(), xyz).size(), 1 + 2 * 6000 + 1 + 2 * (6000 * 64));
 }
 
-TEST(TXTPointWriter, ReportsEachBlockAndCanBeCancelled)
+TEST(TXTPointWriter, RemovesItsOutputWhenTheFileIsFull)
 {
-    const auto source = threePoints();
-    for (const int queries : {0, 1, 2}) {
+    std::vector<double> values(100000, 1.0);
+    const auto source = MemoryPointSource::make(xyz, {values, values, values});
+    // In the block of the header, in a direct write and in the last flush.
+    for (const std::size_t capacity : {0u, 10000u, 1799990u}) {
         const Scoped<ByteStore> io = ByteStore::make();
-        const auto writer = writerTo(io.get(), *source, "x");
-        writer->setChunckSize(2);
-        Testing::ProgressLog log(queries);
-        const std::string error = errorOf(40006, [&] { writer->write(Bounds::Huge(), 1.0, xyz, &log); });
-        EXPECT_EQ(error, queries < 2 ? "TXT Write operation cancelled." : "nothing thrown");
-        // Half of the work is that of the source, which reports nothing.
-        const std::vector<double> all = {0, 2 / 6.0, 2 / 6.0, 3 / 6.0};
-        EXPECT_EQ(log.fractions,
-                  std::vector<double>(all.begin(), all.begin() + std::min(2 * queries + 1, 4)));
-        EXPECT_EQ(log.activities, std::vector<std::string>{"writing text file"});
-        EXPECT_EQ(io->unlinked(), queries < 2);
+        io->setCapacity(capacity);
+        const auto writer = writerTo(io.get(), *source, "xyz");
+        EXPECT_EQ(errorOf(40002, [&] { writer->write(Bounds::Huge(), 1.0, xyz, nullptr); }), "write error")
+            << "capacity=" << capacity;
+        EXPECT_TRUE(io->unlinked());
         EXPECT_EQ(io->openCount(), 0);
-        EXPECT_EQ(io->text().empty(), queries < 2) << "the buffer is discarded";
     }
 }
 
-TEST(TXTPointWriter, RefusesChannelsWithoutAText)
+TEST(TXTPointWriter, WritesToSeveralOutputs)
 {
+    const Testing::TemporaryDirectory directory;
+    const std::string path = directory.file("a.txt", "precious");
     const auto source = threePoints();
-    const auto refused = [&](const PointInfo& layout) {
-        const Scoped<ByteStore> io = ByteStore::make();
-        return Testing::failureOf([&] {
-            const Scoped<TXTPointWriter> writer(TXTPointWriter::create());
-            writer->init(source.get(), io.get(), layout);
-            writer->write(Bounds::Huge(), 1.0, layout, nullptr);
-        });
+    const Scoped<TXTPointWriter> writer(TXTPointWriter::create());
+    const auto write = [&](const PointInfo& layout) {
+        return Testing::failureOf([&] { writer->write(Bounds::Huge(), 1.0, layout, nullptr); });
     };
-    EXPECT_EQ(refused(PointInfo()), "40007 must have x, y, and z channels");
-    EXPECT_EQ(refused(layoutOf({x, y, z, channel("Intensity", INVALID)})), "40011 ");
+    const PointInfo untyped = layoutOf({x, y, z, channel("Intensity", INVALID)});
+    writer->init(source.get(), path.c_str(), untyped);
+    EXPECT_EQ(write(untyped), "40011 ");
+    EXPECT_EQ(Testing::readFile(path), "precious");
+    const Scoped<ByteStore> io = ByteStore::make();
+    for (const char* format : {"xi", "i"}) {
+        writer->init(source.get(), path.c_str(), format);
+        EXPECT_EQ(write(xyzi), "no error");
+        writer->init(source.get(), io.get(), format);
+        EXPECT_EQ(write(xyzi), "no error");
+        EXPECT_EQ(Testing::readFile(path), io->text());
+        io->truncate(0);
+    }
+    EXPECT_EQ(Testing::readFile(path), "# Intensity\n7\n8\n9\n");
+    writer->init(source.get(), "no/such/directory/out.txt", "x");
+    EXPECT_EQ(write(xyz), "2 No such file or directory path = no/such/directory/out.txt");
 }
 
 } // namespace
