@@ -3,13 +3,13 @@
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
+#include "support/Kernels.h"
 #include "support/Random.h"
 #include "support/SubblockEncoder.h"
 
-#include <cmath>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <limits>
+#include <memory>
 
 namespace Quillmoran {
 namespace {
@@ -20,44 +20,34 @@ using Testing::ByteStore;
 using Testing::EncodedBand;
 using Testing::failureOf;
 using Testing::fromHex;
+using Testing::kernelOf;
 using Testing::putBigEndian;
 using Testing::Random;
 
-// The two streams of a band.
-struct BandStreams
+// Decodes a subblock of `count` samples.
+Bytes decode(DataType type, TransformType transform, const EncodedBand& band, std::size_t count,
+             bool planeLengths = false)
 {
-    explicit BandStreams(const EncodedBand& band)
-        : headerStore(ByteStore::create(band.headers)), dataStore(ByteStore::create(band.data))
-    {
-        headers.init(headerStore.get(), true, 64);
-        data.init(dataStore.get(), true, 64);
-    }
-    Scoped<ByteStore> headerStore, dataStore;
+    const Scoped<ByteStore> headerStore(ByteStore::create(band.headers));
+    const Scoped<ByteStore> dataStore(ByteStore::create(band.data));
     StreamReader headers, data;
-};
-
-std::unique_ptr<SubblockReader> makeReader(DataType type, TransformType transform, std::size_t size,
-                                           bool planeLengths = false)
-{
-    auto reader = SubblockReader::create({type, transform, size, planeLengths});
+    headers.init(headerStore.get(), true, 64);
+    data.init(dataStore.get(), true, 64);
+    const auto reader = SubblockReader::create({type, transform, count, planeLengths});
     reader->init();
-    return reader;
+    // An exact-size block, so that sanitizers see one sample too many.
+    const std::size_t size = count * DataTypeUtils::getSize(type);
+    const auto block = std::make_unique<std::uint8_t[]>(size);
+    EXPECT_EQ(reader->loadSubblock(headers, data, block.get(), count, 0), 0u);
+    return Bytes(block.get(), block.get() + size);
 }
 
 template <class T>
-std::vector<T> decodeAll(SubblockReader& reader, BandStreams& streams, std::size_t total)
+void expectSamples(const std::vector<T>& samples, TransformType transform, const EncodedBand& band,
+                   bool planeLengths = false)
 {
-    const std::size_t size = reader.getFormat().subblockSize;
-    std::vector<T> samples(total);
-    std::size_t pending = 0;
-    for (std::size_t at = 0; at < total; at += size) {
-        // An exact-size block, so that sanitizers see one sample too many.
-        const std::size_t count = std::min(size, total - at);
-        const auto block = std::make_unique<T[]>(count);
-        pending = reader.loadSubblock(streams.headers, streams.data, block.get(), count, pending);
-        std::memcpy(samples.data() + at, block.get(), count * sizeof(T));
-    }
-    return samples;
+    const Bytes decoded = decode(kernelOf<T>, transform, band, samples.size(), planeLengths);
+    EXPECT_EQ(std::memcmp(decoded.data(), samples.data(), decoded.size()), 0) << int{transform};
 }
 
 TEST(MQInteger, RestoresSpecialSamples)
@@ -68,8 +58,7 @@ TEST(MQInteger, RestoresSpecialSamples)
         for (const std::vector<std::int16_t>& samples :
              {std::vector<std::int16_t>{INT16_MIN, INT16_MAX, 0, -1, INT16_MIN}, // all planes
               std::vector<std::int16_t>{-24000, 16, 0, -32}}) {                  // without the lowest planes
-            BandStreams streams(Testing::encodeBand(samples, options, false));
-            EXPECT_EQ(decodeAll<std::int16_t>(*makeReader(SINT16, 1, 64), streams, samples.size()), samples);
+            expectSamples(samples, 1, Testing::encodeBand(samples, options, false));
         }
     }
     // The length of each plane has 16 bits, so a payload of more than 64 KiB fills several.
@@ -82,9 +71,7 @@ TEST(MQInteger, RestoresSpecialSamples)
         sample = static_cast<std::int32_t>(random.between(-32768, 32767));
     const EncodedBand band = Testing::encodeBand(noise, options, false);
     EXPECT_GT(band.data.size(), 65536u);
-    BandStreams streams(band);
-    EXPECT_EQ(decodeAll<std::int32_t>(*makeReader(SINT32, 1, noise.size(), true), streams, noise.size()),
-              noise);
+    expectSamples(noise, 1, band, true);
 }
 
 // The bytes were decoded to these samples by plain implementations of the two published coders.
@@ -113,23 +100,17 @@ TEST(SubblockReader, DecodesKnownBytes)
         const EncodedBand band = Testing::encodeBand(samples, options, false);
         EXPECT_EQ(band.headers, c.headers) << int{c.transform};
         EXPECT_EQ(band.data, c.data) << int{c.transform};
-        BandStreams streams(EncodedBand{c.headers, c.data});
-        const auto reader = makeReader(SINT32, c.transform, 64, c.planeLengths);
-        EXPECT_EQ(decodeAll<std::int32_t>(*reader, streams, samples.size()), samples) << int{c.transform};
+        expectSamples(samples, c.transform, {c.headers, c.data}, c.planeLengths);
     }
-    // 1.5 and -2 in big-endian order, in a deflate block that is stored without compression.
-    BandStreams streams(
-        EncodedBand{fromHex("00000815"), fromHex("011000EFFF3FF8000000000000C000000000000000")});
-    EXPECT_EQ(decodeAll<double>(*makeReader(FLOAT64, 70, 2), streams, 2), (std::vector<double>{1.5, -2}));
+    // In big-endian order, in a deflate block that is stored without compression.
+    expectSamples(std::vector<double>{1.5, -2}, 70,
+                  {fromHex("00000815"), fromHex("011000EFFF3FF8000000000000C000000000000000")});
 }
 
 std::string loadFailure(DataType type, TransformType transform, const Bytes& headers, const Bytes& data,
                         bool planeLengths = false, std::size_t count = 4)
 {
-    BandStreams streams(EncodedBand{headers, data});
-    const auto reader = makeReader(type, transform, count, planeLengths);
-    std::vector<double> out(count);
-    return failureOf([&] { reader->loadSubblock(streams.headers, streams.data, out.data(), count, 0); });
+    return failureOf([&] { decode(type, transform, {headers, data}, count, planeLengths); });
 }
 
 template <class Header>
