@@ -114,9 +114,12 @@ TEST(ArithmeticCoder, RestoresMixedSymbolsAndBits)
     }
 }
 
-TEST(ArithmeticCoder, WritesOneByteForEmptyInput)
+// By hand: 2^24 and half of it are added to the base, depending on the length of the interval.
+TEST(ArithmeticCoder, EndsWithTheFewestBytes)
 {
     EXPECT_EQ(encode({}, 3), (Bytes{0x01}));
+    EXPECT_EQ(encode({{Step::RawBits, 0, 6}}, 3), (Bytes{0x01}));
+    EXPECT_EQ(encode({{Step::RawBits, 0, 7}}, 3), (Bytes{0x00, 0x80}));
 }
 
 // Both kinds of models halve their counts several times. The bytes are those of a plain implementation of the

@@ -77,8 +77,10 @@ TEST(MQInteger, RestoresSpecialSamples)
 // The bytes were decoded to these samples by plain implementations of the two published coders.
 TEST(SubblockReader, DecodesKnownBytes)
 {
-    const std::vector<std::int32_t> samples = {0, 0, 1,   -1,   5, -300, 70, 0,     0,      -2, 1023, -1023,
-                                               0, 3, 127, -128, 0, 0,    0,  32767, -20000, 6,  0,    -9};
+    // Magnitudes of every bit length.
+    const std::vector<std::int32_t> samples = {0,  0,     1,    -1,    5,  -300, 70,    0,
+                                               0,  -2,    1023, 0,     3,  127,  -128,  0,
+                                               45, 32767, 18,   -2500, -9, 6000, 10000, -1500};
     struct Case
     {
         TransformType transform;
@@ -87,13 +89,16 @@ TEST(SubblockReader, DecodesKnownBytes)
         Bytes headers, data;
     };
     const Case cases[] = {
-        {1, 0, false, fromHex("0a9a00000016"), fromHex("8e3d7cb33bfbf4eb2b4b2df8aec04150ff6a19d8a334")},
-        {1, 2, false, fromHex("0a9c00000019"), fromHex("8e3d7cb33bfbf4eb2b4b2df8aec0414fffff405ea1d0c18608")},
+        {1, 0, false, fromHex("0a9a0000001c"),
+         fromHex("8d73c729c83b852b208fdeb142b603b71e0888278b85e5f7a97208b7")},
+        {1, 2, false, fromHex("0a9c00000020"),
+         fromHex("8d73c729c83b852b208fdeb142b603b71e0888278b85dfffff40ae18d0413301")},
         {3, 0, true,
-         fromHex("0a9a0e00160d00000c00000b00000a000009000008000007000006000005000004000003000002000001000000"
-                 "0000"),
-         fromHex("8e3d7cb33bfbf4eb2b4b2df8aec04150ff6a19d8a334")},
-        {91, 0, false, fromHex("00000818"), fromHex("85591883fb40187fe7f17d76ae33e8f1a78233cd455d86e4")},
+         fromHex("0a9a0e001c0d00000c00000b00000a0000090000080000070000060000050000040000030000020000010000000"
+                 "000"),
+         fromHex("8d73c729c83b852b208fdeb142b603b71e0888278b85e5f7a97208b7")},
+        {91, 0, false, fromHex("0000081e"),
+         fromHex("85591883fb40187fe7ff6e02f1b2a33283ff3329d7257dcfd8209c294c5a")},
     };
     for (const Case& c : cases) {
         const BandOptions options{c.transform, 64, c.planeLengths, c.rawPlanes};
