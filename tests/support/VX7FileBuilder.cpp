@@ -16,6 +16,8 @@ namespace Quillmoran::Testing {
 
 namespace {
 
+constexpr std::uint32_t defaultSubblock = 64;
+
 struct EncodedChannel
 {
     WaveletChannelInfo record;
@@ -191,32 +193,19 @@ private:
 ChannelPlan quantizedChannel(const std::string& name, std::vector<std::int64_t> steps, double offset,
                              double scale, TransformType transform)
 {
-    ChannelPlan channel = integerChannel(name, FLOAT64, std::move(steps), transform);
-    channel.offset = offset;
-    channel.scale = scale;
-    return channel;
+    return {name, FLOAT64, transform, defaultSubblock, offset, scale, std::move(steps), {}};
 }
 
 ChannelPlan integerChannel(const std::string& name, DataType type, std::vector<std::int64_t> values,
                            TransformType transform)
 {
-    ChannelPlan channel;
-    channel.name = name;
-    channel.type = type;
-    channel.transform = transform;
-    channel.integers = std::move(values);
-    return channel;
+    return {name, type, transform, defaultSubblock, 0, 0, std::move(values), {}};
 }
 
 ChannelPlan deflatedChannel(const std::string& name, DataType type, std::vector<double> values,
                             TransformType transform)
 {
-    ChannelPlan channel;
-    channel.name = name;
-    channel.type = type;
-    channel.transform = transform;
-    channel.reals = std::move(values);
-    return channel;
+    return {name, type, transform, defaultSubblock, 0, 0, {}, std::move(values)};
 }
 
 std::vector<ChannelPlan> splitChannel(const std::string& name, DataType type,

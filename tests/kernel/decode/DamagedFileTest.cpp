@@ -116,7 +116,6 @@ TEST(DamagedFile, ReportsEachInvalidField)
     const int firstRecord = 13;
     const auto bandLength = file.get64(file.payloads.at(CHUNK_SUBBAND) - 8);
     file.expectOutcomes({
-        {CUT, wholeFile, 0, "40209 bad read -- file header"},
         {CUT, wholeFile, 7, "40209 bad read -- file header"},
         {CUT, wholeFile, 15, "40209 bad read -- file length"},
         {CUT, wholeFile, 19, "40201 bad read -- chunk id"},
@@ -182,7 +181,6 @@ TEST(DamagedFile, ReportsEachInvalidField)
         {CUT, CHUNK_CLASS_NAMES, 10, "40216 bad write -- name data"},
         {SET, CHUNK_CLASS_NAMES, 0, "40211 unsupported class names version", 1, 0},
         {SET, CHUNK_CLASS_NAMES, 1, "40216 class names chunk is the wrong size", 4, 0xFFFFFFFF},
-        {SET, CHUNK_CLASS_NAMES, 1, "40216 class names chunk is the wrong size", 4, 2},
         {SET, CHUNK_CLASS_NAMES, 1, "40216 class names chunk is the wrong size", 4, 4},
         {SET, CHUNK_CLASS_NAMES, 5, "40216 class names chunk is the wrong size", 4, 0x7FFFFFFF},
 

@@ -107,6 +107,13 @@ TEST(VX7PointReader, DetectsTheBandLayoutsOfOldWriters)
             sparse.numLevels = 2;
             sparse.channels[0].transform = 10;
             expectCloud(readAll(*openFile(buildFile(sparse))), gaps, "gaps " + std::to_string(version));
+
+            // No band has two ranges.
+            sparse.channels.resize(3);
+            for (Testing::ChannelPlan& channel : sparse.channels)
+                channel.integers.assign(129, 0);
+            const auto zeros = readAll(*openFile(buildFile(sparse)));
+            EXPECT_TRUE(holds<double>(zeros, 1, std::vector<double>(129, SampleCloud::offsets[1])));
         }
     }
 }

@@ -3,13 +3,13 @@
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/Errors.h"
+#include "support/Kernels.h"
 #include "support/Random.h"
 #include "support/SubblockEncoder.h"
 
-#include <cmath>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <limits>
+#include <memory>
 
 namespace Quillmoran {
 namespace {
@@ -20,44 +20,34 @@ using Testing::ByteStore;
 using Testing::EncodedBand;
 using Testing::failureOf;
 using Testing::fromHex;
+using Testing::kernelOf;
 using Testing::putBigEndian;
 using Testing::Random;
 
-// The two streams of a band.
-struct BandStreams
+// Decodes a subblock of `count` samples.
+Bytes decode(DataType type, TransformType transform, const EncodedBand& band, std::size_t count,
+             bool planeLengths = false)
 {
-    explicit BandStreams(const EncodedBand& band)
-        : headerStore(ByteStore::create(band.headers)), dataStore(ByteStore::create(band.data))
-    {
-        headers.init(headerStore.get(), true, 64);
-        data.init(dataStore.get(), true, 64);
-    }
-    Scoped<ByteStore> headerStore, dataStore;
+    const Scoped<ByteStore> headerStore(ByteStore::create(band.headers));
+    const Scoped<ByteStore> dataStore(ByteStore::create(band.data));
     StreamReader headers, data;
-};
-
-std::unique_ptr<SubblockReader> makeReader(DataType type, TransformType transform, std::size_t size,
-                                           bool planeLengths = false)
-{
-    auto reader = SubblockReader::create({type, transform, size, planeLengths});
+    headers.init(headerStore.get(), true, 64);
+    data.init(dataStore.get(), true, 64);
+    const auto reader = SubblockReader::create({type, transform, count, planeLengths});
     reader->init();
-    return reader;
+    // An exact-size block, so that sanitizers see one sample too many.
+    const std::size_t size = count * DataTypeUtils::getSize(type);
+    const auto block = std::make_unique<std::uint8_t[]>(size);
+    EXPECT_EQ(reader->loadSubblock(headers, data, block.get(), count, 0), 0u);
+    return Bytes(block.get(), block.get() + size);
 }
 
 template <class T>
-std::vector<T> decodeAll(SubblockReader& reader, BandStreams& streams, std::size_t total)
+void expectSamples(const std::vector<T>& samples, TransformType transform, const EncodedBand& band,
+                   bool planeLengths = false)
 {
-    const std::size_t size = reader.getFormat().subblockSize;
-    std::vector<T> samples(total);
-    std::size_t pending = 0;
-    for (std::size_t at = 0; at < total; at += size) {
-        // An exact-size block, so that sanitizers see one sample too many.
-        const std::size_t count = std::min(size, total - at);
-        const auto block = std::make_unique<T[]>(count);
-        pending = reader.loadSubblock(streams.headers, streams.data, block.get(), count, pending);
-        std::memcpy(samples.data() + at, block.get(), count * sizeof(T));
-    }
-    return samples;
+    const Bytes decoded = decode(kernelOf<T>, transform, band, samples.size(), planeLengths);
+    EXPECT_EQ(std::memcmp(decoded.data(), samples.data(), decoded.size()), 0) << int{transform};
 }
 
 TEST(MQInteger, RestoresSpecialSamples)
@@ -68,8 +58,7 @@ TEST(MQInteger, RestoresSpecialSamples)
         for (const std::vector<std::int16_t>& samples :
              {std::vector<std::int16_t>{INT16_MIN, INT16_MAX, 0, -1, INT16_MIN}, // all planes
               std::vector<std::int16_t>{-24000, 16, 0, -32}}) {                  // without the lowest planes
-            BandStreams streams(Testing::encodeBand(samples, options, false));
-            EXPECT_EQ(decodeAll<std::int16_t>(*makeReader(SINT16, 1, 64), streams, samples.size()), samples);
+            expectSamples(samples, 1, Testing::encodeBand(samples, options, false));
         }
     }
     // The length of each plane has 16 bits, so a payload of more than 64 KiB fills several.
@@ -82,16 +71,16 @@ TEST(MQInteger, RestoresSpecialSamples)
         sample = static_cast<std::int32_t>(random.between(-32768, 32767));
     const EncodedBand band = Testing::encodeBand(noise, options, false);
     EXPECT_GT(band.data.size(), 65536u);
-    BandStreams streams(band);
-    EXPECT_EQ(decodeAll<std::int32_t>(*makeReader(SINT32, 1, noise.size(), true), streams, noise.size()),
-              noise);
+    expectSamples(noise, 1, band, true);
 }
 
 // The bytes were decoded to these samples by plain implementations of the two published coders.
 TEST(SubblockReader, DecodesKnownBytes)
 {
-    const std::vector<std::int32_t> samples = {0, 0, 1,   -1,   5, -300, 70, 0,     0,      -2, 1023, -1023,
-                                               0, 3, 127, -128, 0, 0,    0,  32767, -20000, 6,  0,    -9};
+    // Magnitudes of every bit length.
+    const std::vector<std::int32_t> samples = {0,  0,     1,    -1,    5,  -300, 70,    0,
+                                               0,  -2,    1023, 0,     3,  127,  -128,  0,
+                                               45, 32767, 18,   -2500, -9, 6000, 10000, -1500};
     struct Case
     {
         TransformType transform;
@@ -100,36 +89,33 @@ TEST(SubblockReader, DecodesKnownBytes)
         Bytes headers, data;
     };
     const Case cases[] = {
-        {1, 0, false, fromHex("0a9a00000016"), fromHex("8e3d7cb33bfbf4eb2b4b2df8aec04150ff6a19d8a334")},
-        {1, 2, false, fromHex("0a9c00000019"), fromHex("8e3d7cb33bfbf4eb2b4b2df8aec0414fffff405ea1d0c18608")},
+        {1, 0, false, fromHex("0a9a0000001c"),
+         fromHex("8d73c729c83b852b208fdeb142b603b71e0888278b85e5f7a97208b7")},
+        {1, 2, false, fromHex("0a9c00000020"),
+         fromHex("8d73c729c83b852b208fdeb142b603b71e0888278b85dfffff40ae18d0413301")},
         {3, 0, true,
-         fromHex("0a9a0e00160d00000c00000b00000a000009000008000007000006000005000004000003000002000001000000"
-                 "0000"),
-         fromHex("8e3d7cb33bfbf4eb2b4b2df8aec04150ff6a19d8a334")},
-        {91, 0, false, fromHex("00000818"), fromHex("85591883fb40187fe7f17d76ae33e8f1a78233cd455d86e4")},
+         fromHex("0a9a0e001c0d00000c00000b00000a0000090000080000070000060000050000040000030000020000010000000"
+                 "000"),
+         fromHex("8d73c729c83b852b208fdeb142b603b71e0888278b85e5f7a97208b7")},
+        {91, 0, false, fromHex("0000081e"),
+         fromHex("85591883fb40187fe7ff6e02f1b2a33283ff3329d7257dcfd8209c294c5a")},
     };
     for (const Case& c : cases) {
         const BandOptions options{c.transform, 64, c.planeLengths, c.rawPlanes};
         const EncodedBand band = Testing::encodeBand(samples, options, false);
         EXPECT_EQ(band.headers, c.headers) << int{c.transform};
         EXPECT_EQ(band.data, c.data) << int{c.transform};
-        BandStreams streams(EncodedBand{c.headers, c.data});
-        const auto reader = makeReader(SINT32, c.transform, 64, c.planeLengths);
-        EXPECT_EQ(decodeAll<std::int32_t>(*reader, streams, samples.size()), samples) << int{c.transform};
+        expectSamples(samples, c.transform, {c.headers, c.data}, c.planeLengths);
     }
-    // 1.5 and -2 in big-endian order, in a deflate block that is stored without compression.
-    BandStreams streams(
-        EncodedBand{fromHex("00000815"), fromHex("011000EFFF3FF8000000000000C000000000000000")});
-    EXPECT_EQ(decodeAll<double>(*makeReader(FLOAT64, 70, 2), streams, 2), (std::vector<double>{1.5, -2}));
+    // In big-endian order, in a deflate block that is stored without compression.
+    expectSamples(std::vector<double>{1.5, -2}, 70,
+                  {fromHex("00000815"), fromHex("011000EFFF3FF8000000000000C000000000000000")});
 }
 
 std::string loadFailure(DataType type, TransformType transform, const Bytes& headers, const Bytes& data,
                         bool planeLengths = false, std::size_t count = 4)
 {
-    BandStreams streams(EncodedBand{headers, data});
-    const auto reader = makeReader(type, transform, count, planeLengths);
-    std::vector<double> out(count);
-    return failureOf([&] { reader->loadSubblock(streams.headers, streams.data, out.data(), count, 0); });
+    return failureOf([&] { decode(type, transform, {headers, data}, count, planeLengths); });
 }
 
 template <class Header>
