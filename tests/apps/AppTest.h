@@ -41,14 +41,48 @@ inline std::vector<std::string> linesOf(const std::string& text)
 class AppTest : public ProgramTest
 {
 protected:
-    std::string pack(const std::string& arguments, const std::string& messages = "") const
+    struct Row
     {
-        return succeed(VXPACK, arguments, messages);
+        std::string command;
+        std::vector<std::string> messages;
+    };
+    // The section of a table that is named after the test. Rows: a command and its messages, separated by " | ".
+    static std::vector<Row> tableOf(const std::string& file)
+    {
+        std::vector<Row> rows;
+        std::string section;
+        for (const std::string& line : linesOf(readFile(EXPECTED "/" + file)))
+            if (line[0] == '[') {
+                section = line;
+            } else if (section ==
+                           '[' + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()) +
+                               ']' &&
+                       !line.empty()) {
+                std::size_t end = std::min(line.find(" | "), line.size());
+                rows.push_back({line.substr(0, end), {}});
+                while (end < line.size()) {
+                    const std::size_t begin = end + 3;
+                    end = std::min(line.find(" | ", begin), line.size());
+                    rows.back().messages.push_back(line.substr(begin, end - begin));
+                }
+            }
+        EXPECT_FALSE(rows.empty()) << file;
+        return rows;
+    }
+    // Runs that succeed with the warnings of a table, in the order of its rows.
+    void expectWarnings() const
+    {
+        for (const auto& [command, messages] : tableOf("warnings.txt")) {
+            std::string errors;
+            for (const std::string& message : messages)
+                errors += "Warning: " + message + '\n';
+            succeed(command, errors);
+        }
     }
     // Text of compressed files.
     std::string decode(const std::string& arguments) const
     {
-        succeed(VXUNPACK, "-o text.txt -i " + arguments);
+        succeed("vxunpack -o text.txt -i " + arguments);
         return readFile(directory / "text.txt");
     }
     Scoped<VX7PointReader> openCompressed(const std::string& name) const
@@ -65,7 +99,7 @@ protected:
     }
     json describe(const std::string& arguments) const
     {
-        return json::parse(succeed(VXINFO, "-json " + arguments))[0];
+        return json::parse(succeed("vxinfo -json " + arguments))[0];
     }
 };
 

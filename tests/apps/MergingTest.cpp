@@ -14,7 +14,7 @@ protected:
     // Returns the points of a LAS file that is made from a compressed file.
     LASFile unpack(const std::string& arguments, const std::string& messages = "") const
     {
-        succeed(VXUNPACK, "-o out.las -i " + arguments, messages);
+        succeed("vxunpack -o out.las -i " + arguments, messages);
         return LASFile::load(directory / "out.las");
     }
     void las(const std::string& name, LASFile file) const
@@ -56,26 +56,26 @@ TEST_F(Merging, JoinsFilesListsDirectoriesAndIndexes)
             expected.push_back(row);
     }
     directory.file("all.list", "tiles/a.vxl\ntiles/b.vxl\ntiles/more/c.vxl\n");
-    succeed(VXINDEX, "-o all.index -d 1 tiles");
+    succeed("vxindex -o all.index -d 1 tiles");
     const std::string lost =
         "Warning: 'out.vxl': the scale and offset of X are not stored, since the file has these "
         "coordinates as floating-point numbers; LAS output rounds them to 0.001 unless -sc is "
         "given\n"; // the tiles have different offsets
-    for (const char* inputs : {"-i tiles -d 1", "-i all.list", "-i all.index", "-i tiles -i tiles/more",
-                               "-i tiles/a.vxl -i tiles/b.vxl -i tiles/more/c.vxl"}) {
-        expectContains(pack(std::string(inputs) + " -o out.vxl", lost), {"\n63 points written, "});
+    for (const std::string inputs : {"-i tiles -d 1", "-i all.list", "-i all.index", "-i tiles -i tiles/more",
+                                     "-i tiles/a.vxl -i tiles/b.vxl -i tiles/more/c.vxl"}) {
+        expectContains(succeed("vxpack -o out.vxl " + inputs, lost), {"\n63 points written, "});
         EXPECT_TRUE(samplesOf("out.vxl") == expected) << inputs;
         const json file = describe("out.vxl -check");
         EXPECT_EQ(file["bounds"]["max"], json({28.82, 8.55, 0.04}));
         EXPECT_EQ(file["wkt"], "LOCAL_CS[\"grid\"]") << inputs;
         EXPECT_EQ(file["classNames"], json({"never", nullptr, "ground"})) << inputs;
     }
-    expectContains(pack("-V -i tiles -o out.vxl", lost),
+    expectContains(succeed("vxpack -V -i tiles -o out.vxl", lost),
                    {"Basic LiDAR Info:\n   Filename:          tiles/a.vxl\n",
                     "   Filename:          tiles/b.vxl\n", "Basic Mosaic Info:\n   Number of Points:  41\n",
                     "\n41 points written, "});
     // With rounding one grid holds them all.
-    pack("-i tiles -d 1 -o out.vxl -quantize 0.01 0.02 0.01");
+    succeed("vxpack -i tiles -d 1 -o out.vxl -quantize 0.01 0.02 0.01");
     EXPECT_EQ(describe("out.vxl")["scale"], json({0.01, 0.02, 0.01}));
     const Rows rounded = samplesOf("out.vxl");
     ASSERT_EQ(rounded.size(), expected.size());
@@ -101,15 +101,15 @@ TEST_F(Merging, JoinsLASFilesOfDifferentFormats)
     const std::string refusal =
         "the files hold different GPS times: '1.las' week time (GPSTime), '7.las' adjusted standard time "
         "(GPSTime_Adjusted); give the GPS week to convert week time (-gpsWeek)";
-    expectError(VXPACK, "-i 1.las -i 3.las -i 7.las -o out.vxl", refusal);
-    expectError(VXINDEX, "-o all.index 1.las 3.las 7.las", refusal);
+    expectError("vxpack -i 1.las -i 3.las -i 7.las -o out.vxl", refusal);
+    expectError("vxindex -o all.index 1.las 3.las 7.las", refusal);
     const std::string warning = "Warning: '1.las' without Blue, Green, Red: the points have 0 there\n";
-    succeed(VXINDEX, "-o all.index 1.las -gpsWeek 2100");
-    expectError(VXINDEX, "-o all.index -u 7.las -gpsWeek 2101", "'all.index' was made with GPS week 2100");
-    EXPECT_EQ(run(VXINDEX, "-o all.index -u 7.las 3.las -gpsWeek 2100").status, 0);
+    succeed("vxindex -o all.index 1.las -gpsWeek 2100");
+    expectError("vxindex -o all.index -u 7.las -gpsWeek 2101", "'all.index' was made with GPS week 2100");
+    EXPECT_EQ(run("vxindex -o all.index -u 7.las 3.las -gpsWeek 2100").status, 0);
     for (const std::string inputs : {"-gpsWeek 2100 -i 1.las -i 3.las -i 7.las",
                                      "-gpsWeek 2100 -i 7.las -i 3.las -i 1.las", "-gpsWeek 7 -i all.index"}) {
-        pack(inputs + " -o out.vxl", inputs.find("index") != std::string::npos ? "" : warning);
+        succeed("vxpack -o out.vxl " + inputs, inputs.find("index") != std::string::npos ? "" : warning);
         LASFile joined = unpack("out.vxl");
         EXPECT_EQ(joined.format, 7);
         EXPECT_EQ(joined.globalEncoding & 1, 1);
@@ -122,15 +122,15 @@ TEST_F(Merging, JoinsLASFilesOfDifferentFormats)
     for (LASFilePoint& p : untimed.points)
         p.sourceId = 0;
     las("0.las", untimed);
-    EXPECT_EQ(run(VXINDEX, "-o old.index 0.las 1.las").status, 0);
-    EXPECT_EQ(run(VXPACK, "-gpsWeek 2100 -i old.index -i 7.las -o out.vxl").status, 0);
+    EXPECT_EQ(run("vxindex -o old.index 0.las 1.las").status, 0);
+    EXPECT_EQ(run("vxpack -gpsWeek 2100 -i old.index -i 7.las -o out.vxl").status, 0);
     for (const LASFilePoint& p : unpack("out.vxl").points)
         ASSERT_EQ(p.gpsTime == 0, p.sourceId == 0);
-    const std::string clocks = run(VXINDEX, "-o new.index 7.las -overview 1.las").errors;
+    const std::string clocks = run("vxindex -o new.index 7.las -overview 1.las").errors;
     EXPECT_EQ(clocks.rfind("Error: the files hold different GPS times: 'the tiles' adjusted", 0), 0u)
         << clocks;
     // Week times of a single file are converted, too; the summary is that of the converted cloud.
-    const std::string summary = pack("-V -i 3.las -o out.vxl -gpsWeek 2100");
+    const std::string summary = succeed("vxpack -V -i 3.las -o out.vxl -gpsWeek 2100");
     expectContains(summary.substr(summary.find("Basic Mosaic Info:")), {"'GPSTime_Adjusted'"});
     EXPECT_EQ(find(describe("out.vxl")["channels"], "GPSTime"), json());
     EXPECT_EQ(samplesOf("out.vxl")[0][12], expected[500].gpsTime);
@@ -168,7 +168,7 @@ TEST_F(Merging, WritesOneOfTwoClocksToLAS)
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.parse + ' ' + c.options);
-        pack("-i in.xyz -o two.vxl -parse " + c.parse);
+        succeed("vxpack -i in.xyz -o two.vxl -parse " + c.parse);
         const LASFile file = unpack("two.vxl " + c.options, c.message);
         std::vector<double> times;
         for (const LASFilePoint& p : file.points)
@@ -176,7 +176,7 @@ TEST_F(Merging, WritesOneOfTwoClocksToLAS)
         EXPECT_EQ(times, c.times);
         EXPECT_EQ((file.globalEncoding & 1) != 0, c.isAdjusted);
     }
-    pack("-i in.xyz -o one.vxl -parse X,Y,Z,ScanAngle:SINT8,NearInfrared");
+    succeed("vxpack -i in.xyz -o one.vxl -parse X,Y,Z,ScanAngle:SINT8,NearInfrared");
     unpack("one.vxl",
            "Warning: 'out.las': the scan angles are written as they are, but their unit is not that of the "
            "LAS point format (degrees, or steps of 0.006 degrees)\n");
@@ -199,49 +199,49 @@ TEST_F(Merging, ReportsCoordinateSystemsThatDifferOrAreLost)
     const std::string unknown = ": the GeoTIFF keys of the coordinate system are not understood";
     const std::string noPlace =
         ": this LAS file cannot hold the coordinate system of its source, which is not kept\n";
-    const std::tuple<const char*, const char*, std::string> cases[] = {
-        {VXPACK, "-i a.vxl -i a.vxl -i none.vxl -i b.vxl -o out.vxl",
+    const std::pair<const char*, std::string> cases[] = {
+        {"vxpack -i a.vxl -i a.vxl -i none.vxl -i b.vxl -o out.vxl",
          warning + differ + "; that of 'a.vxl' is used\n" + warning + none + ", which is used for all\n"},
-        {VXINDEX, "-o t.index none.vxl a.vxl", warning + none + ", which is used for all\n"},
-        {VXPACK, "-i a.vxl -i a.vxl -o out.vxl -srs same", ""},
-        {VXPACK, "-i none.las -o out.vxl", ""},
-        {VXPACK, "-i a.las -i none.las -i b.las -o out.vxl",
+        {"vxindex -o t.index none.vxl a.vxl", warning + none + ", which is used for all\n"},
+        {"vxpack -i a.vxl -i a.vxl -o out.vxl -srs same", ""},
+        {"vxpack -i none.las -o out.vxl", ""},
+        {"vxpack -i a.las -i none.las -i b.las -o out.vxl",
          warning + "'a.las' and 1 more" + unknown +
              "; they are kept in the metadata only, if all files agree\n"},
-        {VXPACK, "-i a.las -o out.vxl",
+        {"vxpack -i a.las -o out.vxl",
          warning + "'a.las'" + unknown + "; they are kept in the metadata only\n"},
-        {VXINDEX, "-o t.index a.las b.las",
+        {"vxindex -o t.index a.las b.las",
          warning + "'a.las' and 1 more" + unknown + "; the index does not keep them\n"},
-        {VXINFO, "a.las", warning + "'a.las'" + unknown + '\n'},
-        {VXUNPACK, "-i x.vxl -o out.las -of las12 -ofld xyz", warning + "'out.las'" + noPlace},
-        {VXINDEX, "-o t.index x.vxl -overview over.las -createOverview -overviewFraction 1",
+        {"vxinfo a.las", warning + "'a.las'" + unknown + '\n'},
+        {"vxunpack -i x.vxl -o out.las -of las12 -ofld xyz", warning + "'out.las'" + noPlace},
+        {"vxindex -o t.index x.vxl -overview over.las -createOverview -overviewFraction 1",
          warning + "'over.las'" + noPlace},
     };
-    for (const auto& [program, arguments, messages] : cases)
-        succeed(program, arguments, messages);
-    expectContains(succeed(VXINFO, "out.vxl"), {"LASF_Projection::34735"});
-    expectError(VXINDEX, "-o u.index a.vxl b.vxl -srs same", differ);
-    expectError(VXPACK, "-i a.vxl -i none.vxl -o new.vxl -srs same", none);
+    for (const auto& [command, messages] : cases)
+        succeed(command, messages);
+    expectContains(succeed("vxinfo out.vxl"), {"LASF_Projection::34735"});
+    expectError("vxindex -o u.index a.vxl b.vxl -srs same", differ);
+    expectError("vxpack -i a.vxl -i none.vxl -o new.vxl -srs same", none);
     EXPECT_FALSE(exists("new.vxl") || exists("u.index"));
 }
 
 TEST_F(Merging, EndsIfAModuleCannotBeLoaded)
 {
     lasWithKeys("in.las", {1, 1, 0, 2, 1024, 0, 1, 1, 3072, 0, 1, 32613});
-    pack("-i in.las -o good.vxl");
+    succeed("vxpack -i in.las -o good.vxl");
     vxl("grid.vxl", "LOCAL_CS[\"grid\"]");
     for (int version = 26; version < 50; ++version) // of GDAL, in place of the system's
         directory.file("libgdal.so." + std::to_string(version), "");
     const std::string reason = "cannot load the module 'libqm_formats_srs.so': ";
-    for (const auto& [program, arguments, status, begin] :
-         {std::tuple(VXPACK, "-i in.las -o out.vxl", 1, "Error: "),
-          {VXINDEX, "-o out.index in.las", 1, "Error: "},
-          {VXUNPACK, "-i grid.vxl -o out.las -of las12 -ofld xyz", 1, "Error: "},
-          {VXINFO, "in.las", 1, "Error: in.las: "},
-          {VXINFO, "good.vxl", 0, "Warning: 'good.vxl': the coordinate system is printed as it is: "}}) {
-        const Result result = shell(std::string("LD_LIBRARY_PATH=. exec ") + program + ' ' + arguments);
-        EXPECT_EQ(result.status, status) << arguments;
-        EXPECT_EQ(result.errors.rfind(begin + reason, 0), 0u) << arguments << result.errors;
+    for (const auto& [command, status, begin] :
+         {std::tuple("vxpack -i in.las -o out.vxl", 1, "Error: "),
+          {"vxindex -o out.index in.las", 1, "Error: "},
+          {"vxunpack -i grid.vxl -o out.las -of las12 -ofld xyz", 1, "Error: "},
+          {"vxinfo in.las", 1, "Error: in.las: "},
+          {"vxinfo good.vxl", 0, "Warning: 'good.vxl': the coordinate system is printed as it is: "}}) {
+        const Result result = shell(std::string("LD_LIBRARY_PATH=. exec ") + command);
+        EXPECT_EQ(result.status, status) << command;
+        EXPECT_EQ(result.errors.rfind(begin + reason, 0), 0u) << command << result.errors;
         if (status == 0)
             expectContains(result.output, {"Spatial Reference: PROJCS[\"WGS 84 / UTM zone 13N\",GEOGCS["});
     }
@@ -262,10 +262,10 @@ TEST_F(Merging, DropsWaveformsOnRequest)
         for (const int id : {99, 100, 354, 355, 65535})
             file.records.push_back({"LASF_Spec", static_cast<std::uint16_t>(id), "", LASBytes(26)});
         las("tiles/wave.las", file);
-        expectError(VXPACK, "-i tiles -o out.vxl", refusal + "tiles/wave.las");
-        expectError(VXINDEX, "tiles -o out.index", refusal + "tiles/wave.las");
+        expectError("vxpack -i tiles -o out.vxl", refusal + "tiles/wave.las");
+        expectError("vxindex tiles -o out.index", refusal + "tiles/wave.las");
 
-        pack("-dropWaveforms -i tiles/wave.las -o wave.vxl", warning);
+        succeed("vxpack -dropWaveforms -i tiles/wave.las -o wave.vxl", warning);
         EXPECT_TRUE(unpack("wave.vxl").points == file.points) << format;
         const json metadata = describe("wave.vxl")["metadata"];
         for (const int id : {99, 100, 354, 355, 65535})
@@ -274,17 +274,16 @@ TEST_F(Merging, DropsWaveformsOnRequest)
                 << id;
 
         const std::string messages =
-            run(VXINDEX, "-dropWaveforms -o tiles.index tiles -overview o.las -createOverview").errors;
+            run("vxindex -dropWaveforms -o tiles.index tiles -overview o.las -createOverview").errors;
         EXPECT_EQ(messages.find(warning), 0u) << messages;
         EXPECT_EQ(messages.find(warning, 1), std::string::npos) << "again: " << messages;
-        expectError(VXPACK, "-i tiles.index -o out.vxl", refusal + "tiles/wave.las");
-        expectContains(run(VXPACK, "-dropWaveforms -i tiles.index -o out.vxl").output,
+        expectError("vxpack -i tiles.index -o out.vxl", refusal + "tiles/wave.las");
+        expectContains(run("vxpack -dropWaveforms -i tiles.index -o out.vxl").output,
                        {"\n600 points written"});
-        expectContains(succeed(VXINFO, "-check tiles/wave.las"),
-                       {"   Waveform Packets:  yes, not decoded\n"});
+        expectContains(succeed("vxinfo -check tiles/wave.las"), {"   Waveform Packets:  yes, not decoded\n"});
         EXPECT_EQ(describe("tiles/wave.las")["hasWaveforms"], true);
         EXPECT_EQ(describe("tiles/plain.las")["hasWaveforms"], false);
-        succeed(VXINFO, "-check tiles.index");
+        succeed("vxinfo -check tiles.index");
     }
 }
 

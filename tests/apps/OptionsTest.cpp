@@ -46,7 +46,7 @@ TEST_F(Options, ChooseABoxAFractionAndChannels)
         for (const auto& row : all)
             if (c.box.contains(row[0], row[1], row[2]))
                 inside.push_back(row);
-        const std::string output = pack("-i survey.vxl -o out.vxl " + c.options);
+        const std::string output = succeed("vxpack -i survey.vxl -o out.vxl " + c.options);
         const Rows chosen = samplesOf("out.vxl");
         EXPECT_EQ(chosen.size(), c.count != 0 ? c.count : inside.size());
         auto at = inside.begin();
@@ -61,7 +61,7 @@ TEST_F(Options, ChooseABoxAFractionAndChannels)
         EXPECT_EQ(decode("out.vxl"), text);
         // The number of points before packing is kept.
         const std::string verdict = count == "2400" ? "lossless (2400)" : "lossy (2400, " + count + ')';
-        expectContains(succeed(VXINFO, "out.vxl -check"), {"point count check:  " + verdict + '\n'});
+        expectContains(succeed("vxinfo out.vxl -check"), {"point count check:  " + verdict + '\n'});
     }
     EXPECT_EQ(decode("survey.vxl -ofld zyxRtx").substr(0, 72),
               "# Z Y X Red GPSTime X\n124.510 4100008.980 500000.030 122 245380 500000.0");
@@ -82,11 +82,12 @@ TEST_F(Options, AcceptOtherNamesOfChannels)
     ASSERT_EQ(expected.size(), 120u);
     for (const char* filters : {"-filter ClassId,5,include -filter ReturnNum,1,exclude",
                                 "-filter return_number,1,exclude -filter CLASSIFICATION,5,include"}) {
-        pack(std::string("-i survey.vxl -o out.vxl ") + filters);
+        succeed(std::string("vxpack -i survey.vxl -o out.vxl ") + filters);
         EXPECT_EQ(samplesOf("out.vxl"), expected) << filters;
     }
-    pack("-i survey.vxl -o out.vxl -t Classification=90 -t ClassId=91 -sb gps_time=100 -t gpstime=70 -sb "
-         "red=200");
+    succeed("vxpack -i survey.vxl -o out.vxl -t Classification=90 -t ClassId=91 -sb gps_time=100 -t "
+            "gpstime=70 -sb "
+            "red=200");
     const json records = describe("out.vxl")["compression"]["records"];
     EXPECT_EQ(find(records, "ClassId")["transform"], 90) << "names are taken in their order";
     EXPECT_EQ(find(records, "GPSTime")["transform"], 70);
@@ -120,14 +121,14 @@ TEST_F(Options, ExplainWhyNoPointsAreWritten)
     };
     for (const auto& [arguments, reason] : cases) {
         const std::string output =
-            pack(std::string(arguments) + " -o out.vxl",
-                 std::string("Warning: no points were written to 'out.vxl': ") + reason + '\n');
+            succeed("vxpack -o out.vxl " + std::string(arguments),
+                    std::string("Warning: no points were written to 'out.vxl': ") + reason + '\n');
         expectContains(output,
                        {"\n0 points written, " +
                         std::to_string(std::filesystem::file_size(directory / "out.vxl")) + " bytes\n"});
         EXPECT_EQ(output.find("nan"), std::string::npos) << output;
     }
-    succeed(VXINDEX, "-o e.index empty.las", "Warning: 'e.index': none of the files has points\n");
+    succeed("vxindex -o e.index empty.las", "Warning: 'e.index': none of the files has points\n");
 }
 
 // A file that can be opened, but not decoded.
@@ -153,30 +154,30 @@ TEST_F(Options, NameTheFileOfAnErrorOnce)
     for (const char* name : {"a", "b", "c"})
         writeFile(directory / ("tiles/" + std::string(name) + ".vxl"), buildExampleSurvey());
     directory.file("all.list", "tiles/a.vxl\ntiles/note.txt\n");
-    succeed(VXINDEX, "-o tiles.index tiles");
+    succeed("vxindex -o tiles.index tiles");
     const std::string bad = directory / "tiles/b.vxl";
     writeFile(bad, damagedSurvey(bad));
-    const std::tuple<const char*, const char*, std::string> cases[] = {
-        {VXPACK, "-o out.vxl -i tiles", "tiles/b.vxl\n"},
-        {VXPACK, "-o out.vxl -i tiles.index -order hilbert", "tiles/b.vxl\n"},
-        {VXPACK, "-o out.vxl -i survey.vxl -i tiles.index -filter ClassId,2,include", "tiles/b.vxl\n"},
-        {VXPACK, "-o out.vxl -i all.list", "tiles/note.txt\n"},
-        {VXINDEX, "-o out.index all.list", "tiles/note.txt\n"},
-        {VXINDEX, "-o tiles.index -u -overview o.las -createOverview -overviewFraction 1", "tiles/b.vxl\n"},
-        {VXINFO, "-stats tiles.index", "tiles/b.vxl\n"},
+    const std::pair<const char*, std::string> cases[] = {
+        {"vxpack -o out.vxl -i tiles", "tiles/b.vxl\n"},
+        {"vxpack -o out.vxl -i tiles.index -order hilbert", "tiles/b.vxl\n"},
+        {"vxpack -o out.vxl -i survey.vxl -i tiles.index -filter ClassId,2,include", "tiles/b.vxl\n"},
+        {"vxpack -o out.vxl -i all.list", "tiles/note.txt\n"},
+        {"vxindex -o out.index all.list", "tiles/note.txt\n"},
+        {"vxindex -o tiles.index -u -overview o.las -createOverview -overviewFraction 1", "tiles/b.vxl\n"},
+        {"vxinfo -stats tiles.index", "tiles/b.vxl\n"},
     };
-    for (const auto& [program, arguments, end] : cases) {
-        const Result result = run(program, arguments);
-        EXPECT_EQ(result.status, 1) << arguments;
+    for (const auto& [command, end] : cases) {
+        const Result result = run(command);
+        EXPECT_EQ(result.status, 1) << command;
         EXPECT_EQ(linesOf(result.errors).size(), 1u) << result.errors;
         const std::size_t path = result.errors.find(" path = ");
-        ASSERT_NE(path, std::string::npos) << arguments << result.errors;
+        ASSERT_NE(path, std::string::npos) << command << result.errors;
         EXPECT_EQ(result.errors.rfind(" path = "), path) << result.errors;
         EXPECT_EQ(result.errors.substr(result.errors.size() - end.size()), end);
     }
     // Messages that name it in another way.
     directory.file("tiles/loop.list", "loop.list\n");
-    expectError(VXPACK, "-i tiles/loop.list -o out.vxl",
+    expectError("vxpack -i tiles/loop.list -o out.vxl",
                 "list files are nested too deeply: 'tiles/loop.list'");
 }
 
@@ -215,38 +216,38 @@ TEST_F(Options, ProgressEndsAtOneHundredPercent)
         directory.file(startsLong ? "long.xyz" : "short.xyz", text);
     }
     directory.file("bad.xyz", readFile(directory / "long.xyz") + "x y z\n");
-    pack("-i corner.las -o corner.vxl -pe 1000");
-    succeed(VXINDEX, "-o tiles.index tiles");
+    succeed("vxpack -i corner.las -o corner.vxl -pe 1000");
+    succeed("vxindex -o tiles.index tiles");
 
     const std::string box = " -c 995 1010 -2100 -1990 -inf +inf";
-    const std::pair<const char*, std::string> cases[] = {
-        {VXUNPACK, "-i corner.vxl -o out.txt"},
-        {VXUNPACK, "-i corner.vxl -o out.laz -s 3" + box},
-        {VXUNPACK, "-i corner.vxl -o null" + box},
-        {VXPACK, "-i corner.las -o out.vxl" + box},
-        {VXPACK, "-i corner.vxl -o out.vxl -order hilbert" + box},
-        {VXPACK, "-i tiles -o out.vxl -s 3" + box},
-        {VXPACK, "-i tiles.index -o out.vxl -order hilbert -s 2"},
-        {VXPACK, "-i corner.vxl -o out.vxl -filter ReturnNum,3,include"},
-        {VXPACK, "-i short.xyz -o out.vxl -p xyz"},
-        {VXPACK, "-i long.xyz -i short.xyz -o out.vxl -p xyz -order hilbert"},
-        {VXINFO, "-check -stats corner.vxl"},
-        {VXINFO, "-stats short.xyz -p xyz"},
-        {VXINFO, "-check tiles.index"},
-        {VXINDEX, "-o again.index tiles long.xyz short.xyz -p xyz"},
-        {VXPACK, "-i bad.xyz -o out.vxl -p xyz"}, // never shows it
+    const std::string cases[] = {
+        "vxunpack -i corner.vxl -o out.txt",
+        "vxunpack -i corner.vxl -o out.laz -s 3" + box,
+        "vxunpack -i corner.vxl -o null" + box,
+        "vxpack -i corner.las -o out.vxl" + box,
+        "vxpack -i corner.vxl -o out.vxl -order hilbert" + box,
+        "vxpack -i tiles -o out.vxl -s 3" + box,
+        "vxpack -i tiles.index -o out.vxl -order hilbert -s 2",
+        "vxpack -i corner.vxl -o out.vxl -filter ReturnNum,3,include",
+        "vxpack -i short.xyz -o out.vxl -p xyz",
+        "vxpack -i long.xyz -i short.xyz -o out.vxl -p xyz -order hilbert",
+        "vxinfo -check -stats corner.vxl",
+        "vxinfo -stats short.xyz -p xyz",
+        "vxinfo -check tiles.index",
+        "vxindex -o again.index tiles long.xyz short.xyz -p xyz",
+        "vxpack -i bad.xyz -o out.vxl -p xyz", // never shows it
     };
-    for (const auto& [program, arguments] : cases) {
-        const Result result = run(program, arguments);
+    for (const std::string& command : cases) {
+        const Result result = run(command);
         const std::vector<double> frames = framesOf(result.output);
-        ASSERT_FALSE(frames.empty()) << arguments;
-        EXPECT_TRUE(std::is_sorted(frames.begin(), frames.end())) << arguments;
-        EXPECT_EQ(std::count(frames.begin(), frames.end(), 100.0), result.status == 0) << arguments;
-        EXPECT_EQ(frames.back() == 100.0, result.status == 0) << arguments;
-        EXPECT_EQ(result.status, arguments.find("bad.xyz") != std::string::npos) << result.errors;
+        ASSERT_FALSE(frames.empty()) << command;
+        EXPECT_TRUE(std::is_sorted(frames.begin(), frames.end())) << command;
+        EXPECT_EQ(std::count(frames.begin(), frames.end(), 100.0), result.status == 0) << command;
+        EXPECT_EQ(frames.back() == 100.0, result.status == 0) << command;
+        EXPECT_EQ(result.status, command.find("bad.xyz") != std::string::npos) << result.errors;
         const std::size_t end = result.output.find("100.00%");
         if (end != std::string::npos) {
-            EXPECT_EQ(result.output.find('%', end + 7), std::string::npos) << arguments;
+            EXPECT_EQ(result.output.find('%', end + 7), std::string::npos) << command;
             EXPECT_EQ(result.output.find(")\n", end), result.output.find(')', end)) << result.output;
         }
     }

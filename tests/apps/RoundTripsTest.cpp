@@ -68,8 +68,8 @@ TEST_F(RoundTrips, RestoreLASAndLAZFiles)
         for (const std::string ending : {"las", "laz"}) {
             SCOPED_TRACE(ending + " of format " + std::to_string(format));
             const std::string input = "in." + ending, output = "out." + ending;
-            pack("-i " + input + " -o out.vxl");
-            succeed(VXUNPACK, "-i out.vxl -o " + output);
+            succeed("vxpack -i " + input + " -o out.vxl");
+            succeed("vxunpack -i out.vxl -o " + output);
             rewrite(input, "twin." + ending);
             EXPECT_TRUE(bytesOf(output) == bytesOf("twin." + ending));
             if (ending == "las") {
@@ -114,7 +114,7 @@ TEST_F(RoundTrips, RestoreTextByteForByte)
         text += line;
     }
     writeFile(directory / "in.txt", text);
-    pack("-i in.txt -o out.vxl");
+    succeed("vxpack -i in.txt -o out.vxl");
     const json channels = describe("out.vxl -check")["channels"];
     EXPECT_EQ(find(channels, "X")["quantization"], 0.01);
     EXPECT_EQ(find(channels, "Z")["type"], "FLOAT64");
@@ -129,14 +129,15 @@ TEST_F(RoundTrips, RestoreTextByteForByte)
     std::string table = "made by hand\nno header\n" + text.substr(text.find('\n') + 1);
     std::replace(table.begin(), table.end(), ' ', ',');
     writeFile(directory / "in.csv", table);
-    pack("-i in.csv -o csv.vxl -skip 2 -parse x,y,z,i,r,n,d,e,c,ClassFlags,scannerchannel,a,u,p,t,T,R,G,B,"
-         "NearInfrared,Amplitude:FLOAT64,Noise:FLOAT64");
+    succeed("vxpack -i in.csv -o csv.vxl -skip 2 -parse "
+            "x,y,z,i,r,n,d,e,c,ClassFlags,scannerchannel,a,u,p,t,T,R,G,B,"
+            "NearInfrared,Amplitude:FLOAT64,Noise:FLOAT64");
     EXPECT_TRUE(readFile(directory / "csv.vxl") == readFile(directory / "out.vxl"));
-    pack("-i csv.vxl -o again.vxl");
+    succeed("vxpack -i csv.vxl -o again.vxl");
     EXPECT_TRUE(readFile(directory / "again.vxl") == readFile(directory / "out.vxl"));
 
     directory.file("wraps.xyz", "1 2 3 70000 -5 ignored\n");
-    pack("-i wraps.xyz -o wraps.vxl -parse xyzic -lenient");
+    succeed("vxpack -i wraps.xyz -o wraps.vxl -parse xyzic -lenient");
     EXPECT_EQ(samplesOf("wraps.vxl"), (Rows{{1, 2, 3, 4464, 251}}));
 }
 
@@ -153,9 +154,9 @@ TEST_F(RoundTrips, RestoreCompressedFilesInEveryVersion)
                                     "-smooth -levels 9"};
     for (const std::string options : versions) {
         SCOPED_TRACE(options);
-        pack("-i cloud.vxl -o out.vxl " + options);
+        succeed("vxpack -i cloud.vxl -o out.vxl " + options);
         EXPECT_TRUE(decode("out.vxl") == cloudText);
-        pack("-i survey.vxl -o out.vxl " + options);
+        succeed("vxpack -i survey.vxl -o out.vxl " + options);
         EXPECT_TRUE(decode("out.vxl") == surveyText);
         const json file = describe("out.vxl -check -stats");
         for (const char* key : {"numPoints", "bounds", "scale", "offset", "wkt", "metadata", "statistics"})
@@ -172,9 +173,9 @@ TEST_F(RoundTrips, RestoreTheExampleOfTheRepository)
 {
     const std::string example = readFile(EXAMPLES "/survey.vxl");
     EXPECT_TRUE(readFile(directory / "survey.vxl") == example) << "make_survey writes other bytes";
-    pack("-i survey.vxl -o again.vxl -levels 6 -pe 64 -sb 256 -t GPSTime=11");
+    succeed("vxpack -i survey.vxl -o again.vxl -levels 6 -pe 64 -sb 256 -t GPSTime=11");
     EXPECT_TRUE(readFile(directory / "again.vxl") == example);
-    const std::string output = succeed(VXUNPACK, "-i survey.vxl -o out.txt");
+    const std::string output = succeed("vxunpack -i survey.vxl -o out.txt");
     EXPECT_EQ(output.substr(output.rfind('\r')), "\r100.00% (writing text file)\n2400 points written\n");
     const auto lines = linesOf(readFile(directory / "out.txt"));
     ASSERT_EQ(lines.size(), 2401u);
@@ -191,12 +192,12 @@ TEST_F(RoundTrips, RestoreBPFFilesWhereTheModuleIs)
         "Error: this installation cannot read or write BPF files: its PDAL module is not there";
     directory.file("in.Bpf", "BPF!0003");
     for (const std::string format : {"", " -of BPF"}) {
-        const Result written = run(VXUNPACK, "-i survey.vxl -o in.Bpf" + format);
+        const Result written = run("vxunpack -i survey.vxl -o in.Bpf" + format);
         EXPECT_EQ(written.errors, HAS_PDAL ? "" : missing + '\n');
         expectContains(written.output, {HAS_PDAL ? "(writing BPF file)\n2400 points written\n" : ""});
         EXPECT_EQ(readFile(directory / "in.Bpf").substr(0, 8), "BPF!0003");
     }
-    const Result packed = run(VXPACK, "-i in.Bpf -o out.vxl");
+    const Result packed = run("vxpack -i in.Bpf -o out.vxl");
     EXPECT_EQ(packed.errors, HAS_PDAL ? "" : missing + " path = in.Bpf\n");
     ASSERT_EQ(exists("out.vxl"), bool(HAS_PDAL));
     if (!HAS_PDAL)
@@ -215,8 +216,8 @@ TEST_F(RoundTrips, MakeTheSameBytesWithAnyNumberOfThreads)
 {
     writeFile(directory / "in.las", randomLASFile(7, 4, 100000, 9).build());
     for (const std::string options : {"", " -order hilbert -quantize 1 1 1"}) {
-        pack("-i in.las -o one.vxl -j 1" + options);
-        pack("-i in.las -o many.vxl -j 4" + options);
+        succeed("vxpack -i in.las -o one.vxl -j 1" + options);
+        succeed("vxpack -i in.las -o many.vxl -j 4" + options);
         EXPECT_TRUE(readFile(directory / "many.vxl") == readFile(directory / "one.vxl")) << options;
     }
     const std::string expected = decode("survey.vxl -j 1");

@@ -33,12 +33,9 @@ protected:
     // Returns the last line of a run.
     std::string report(const std::string& arguments, const std::string& messages = "") const
     {
-        return linesOf(succeed(VXINDEX, arguments, messages)).back();
+        return linesOf(succeed("vxindex " + arguments, messages)).back();
     }
-    std::string list(const std::string& index = "t.index") const
-    {
-        return succeed(VXINDEX, "-l -o " + index);
-    }
+    std::string list(const std::string& index = "t.index") const { return succeed("vxindex -l -o " + index); }
 };
 
 TEST_F(Vxindex, IndexesADirectoryAndListsIt)
@@ -50,8 +47,8 @@ TEST_F(Vxindex, IndexesADirectoryAndListsIt)
         "ok                   20  10.000 18.820  0.000 8.550  0.000 0.040  tiles/b.vxl\n"
         "ok                   20  20.000 28.820  0.000 8.550  0.000 0.040  tiles/c.vxl\n";
     EXPECT_EQ(list(), listed);
-    EXPECT_EQ(succeed(VXINDEX, "-o t.index -check"), listed);
-    expectContains(succeed(VXINDEX, "-o t.index -l -V"), {"Basic Mosaic Info:\n   Number of Points:  60\n"});
+    EXPECT_EQ(succeed("vxindex -o t.index -check"), listed);
+    expectContains(succeed("vxindex -o t.index -l -V"), {"Basic Mosaic Info:\n   Number of Points:  60\n"});
     // Paths below the directory of the index are relative to it, also if another directory is the current one.
     std::filesystem::create_directory(directory / "tiles2");
     tile("tiles2/d.vxl", 40);
@@ -92,23 +89,23 @@ TEST_F(Vxindex, FollowsChanges)
     std::filesystem::last_write_time(directory / "tiles/c.vxl", time);
     const auto states = [this](const std::string& option) {
         std::string words;
-        for (const std::string& line : linesOf(run(VXINDEX, "-o t.index " + option).output))
+        for (const std::string& line : linesOf(run("vxindex -o t.index " + option).output))
             words += line.substr(0, line.find(' ')) + ' ';
         return words;
     };
     EXPECT_EQ(states("-l"), "3 spatial missing changed ok ");
     EXPECT_EQ(states("-check"), "3 spatial missing changed changed ");
     expectContains(list(), {"\nspatial reference: EPSG:4326\n"});
-    expectError(VXINDEX, "-o t.index -check", "3 of 3 files are not as they were indexed");
+    expectError("vxindex -o t.index -check", "3 of 3 files are not as they were indexed");
 
     tile("tiles/d.vxl", 30);
     EXPECT_EQ(report("-o t.index -u tiles"), "3 files, 45 points (1 files added, 1 refreshed, 1 removed)");
-    expectError(VXINDEX, "-o t.index -check", "1 of 3 files are not as they were indexed");
+    expectError("vxindex -o t.index -check", "1 of 3 files are not as they were indexed");
     setAge("tiles/c.vxl", std::chrono::minutes(70));
     EXPECT_EQ(report("-o t.index -u"), "3 files, 32 points (0 files added, 1 refreshed, 0 removed)");
     EXPECT_EQ(states("-check"), "3 spatial ok ok ok ") << "the spatial reference is kept";
     directory.file("tiles/d.vxl", "a broken file");
-    expectError(VXINDEX, "-o t.index -u",
+    expectError("vxindex -o t.index -u",
                 "not a Vexil file path = " +
                     (std::filesystem::canonical(directory.path()) / "tiles/d.vxl").string());
     std::filesystem::last_write_time(directory / "tiles/d.vxl",
@@ -117,7 +114,7 @@ TEST_F(Vxindex, FollowsChanges)
     writeFile(directory / "tiles/c.vxl", std::string("broken"));
     std::filesystem::last_write_time(directory / "tiles/c.vxl",
                                      std::filesystem::last_write_time(directory / "tiles/d.vxl"));
-    expectContains(run(VXINDEX, "-o u.index -check").output, {"\nunreadable  "});
+    expectContains(run("vxindex -o u.index -check").output, {"\nunreadable  "});
 }
 
 TEST_F(Vxindex, SetsAndRemovesAnOverview)
@@ -143,7 +140,7 @@ TEST_F(Vxindex, SetsAndRemovesAnOverview)
     expectContains(list("tiles/t.index"), {"\noverview of a share of 1:\n"});
     std::filesystem::remove(directory / "tiles/d.vxl");
     tile("tiles/overview.vxl", 0, 5);
-    expectError(VXINDEX, "-o tiles/t.index -check", "2 of 5 files are not as they were indexed");
+    expectError("vxindex -o tiles/t.index -check", "2 of 5 files are not as they were indexed");
     report("-o tiles/t.index -u -removeOverview");
     EXPECT_EQ(list("tiles/t.index").find("overview"), std::string::npos);
     EXPECT_TRUE(exists("tiles/overview.vxl"));
@@ -160,7 +157,7 @@ TEST_F(Vxindex, CreatesAnOverviewFromTheTiles)
     report("-o tiles/t.index -u -overview tiles/p.las -createOverview");
     expectContains(list("tiles/t.index"), {"overview of a share of 0.0625:\nok                    6  "});
     // The present overview is replaced, also where a directory names it.
-    EXPECT_EQ(run(VXINDEX, "-o t.index tiles/a.vxl tiles/b.vxl -overview tiles/o.las -createOverview").status,
+    EXPECT_EQ(run("vxindex -o t.index tiles/a.vxl tiles/b.vxl -overview tiles/o.las -createOverview").status,
               0);
     for (const std::string options : {"", "-overviewFraction 1 "})
         EXPECT_EQ(

@@ -29,7 +29,7 @@ protected:
     // The report of a file that is expected to be sound or to have these problems.
     json report(const std::string& arguments, const std::vector<std::string>& problems = {}) const
     {
-        const Result result = run(VXINFO, arguments + " -json");
+        const Result result = run("vxinfo -json " + arguments);
         EXPECT_EQ(result.status, problems.empty() ? 0 : 1) << result.errors;
         const json files = json::parse(result.output);
         EXPECT_EQ(files.size(), 1u);
@@ -37,7 +37,7 @@ protected:
         std::string errors;
         for (const std::string& problem : problems)
             errors += "Error: " + std::string(files[0]["file"]) + ": " + problem + '\n';
-        EXPECT_EQ(result.errors, errors) << arguments;
+        EXPECT_EQ(result.errors, errors) << command;
         EXPECT_EQ(files[0].value("problems", std::vector<std::string>()), problems);
         EXPECT_EQ(files[0].value("error", ""), problems.empty() ? "" : problems[0]);
         return files[0];
@@ -53,14 +53,14 @@ protected:
 TEST_F(Vxinfo, DescribesTheExampleAsText)
 {
     // The file lacks the progress and the lines of the coordinate system, which GDAL lays out.
-    std::string text = succeed(VXINFO, "survey.vxl -check -stats");
+    std::string text = succeed("vxinfo survey.vxl -check -stats");
     text.erase(text.find('\r'), text.find("Basic") - text.find('\r'));
     const std::size_t wkt = text.find("PROJCS[\"WGS 84 / UTM zone 13N\",\n    GEOGCS[\"WGS 84\",\n");
     ASSERT_NE(wkt, std::string::npos) << text;
     text.erase(wkt, text.find("   File Size:") - wkt);
     EXPECT_EQ(text, readFile(EXPECTED "/survey.txt"));
     // Without the options, neither a check nor statistics.
-    const std::string brief = succeed(VXINFO, "survey.vxl");
+    const std::string brief = succeed("vxinfo survey.vxl");
     EXPECT_EQ(brief.substr(brief.find("Channels:")),
               text.substr(text.find("Channels:"), text.find("Check:") - text.find("Channels:")));
 }
@@ -141,7 +141,7 @@ TEST_F(Vxinfo, AddsUpTheBytesOfTheBands)
         }
         for (std::size_t level = 0; level < plan.numLevels; ++level)
             EXPECT_EQ(compression["levels"][level]["bytes"], levels[level]);
-        expectContains(succeed(VXINFO, "built.vxl"), {bandVersion == 1 ? "    (in data) " : " bytes\n"});
+        expectContains(succeed("vxinfo built.vxl"), {bandVersion == 1 ? "    (in data) " : " bytes\n"});
     }
 }
 
@@ -195,7 +195,7 @@ TEST_F(Vxinfo, ComputesStatisticsOfEveryChannel)
     const json record = find(file["compression"]["records"], "Below");
     EXPECT_EQ(record["min"], -7);
     EXPECT_EQ(record["max"], -2.5);
-    expectContains(succeed(VXINFO, "-stats built.vxl"),
+    expectContains(succeed("vxinfo -stats built.vxl"),
                    {"\n   Nothing                           0       5000\n", "\n     5           2500  \n"});
 }
 
@@ -258,7 +258,7 @@ TEST_F(Vxinfo, ChecksThatPointsLieWithinTheBounds)
     const std::string problem =
         "40 points lie outside the stated bounds, the first is point 4960 (2480 2480 2480)";
     EXPECT_EQ(report("narrow.vxl -check", {problem})["numPoints"], 5000);
-    const Result text = run(VXINFO, "-check narrow.vxl survey.vxl");
+    const Result text = run("vxinfo -check narrow.vxl survey.vxl");
     EXPECT_EQ(text.status, 1) << "also if the last file is sound";
     EXPECT_EQ(text.errors, "Error: narrow.vxl: " + problem + '\n');
     expectContains(text.output, {"Check:\n   5000 points and 5 boxes looked at, 1 problems\n"});
@@ -274,12 +274,12 @@ TEST_F(Vxinfo, ChecksThatPointsLieWithinTheBounds)
             file.max[0] -= error;
             writeFile(directory / (scale == 0.01 ? "a.las" : "b.las"), file.build());
         }
-        succeed(VXINDEX, "-o t.index a.las b.las");
+        succeed("vxindex -o t.index a.las b.las");
         if (error < 0.002)
             report("-check t.index");
         else
-            EXPECT_EQ(run(VXINFO, "-check t.index").errors, "Error: t.index: 1 points lie outside the stated "
-                                                            "bounds, the first is point 3 (2200 0 0)\n");
+            EXPECT_EQ(run("vxinfo -check t.index").errors, "Error: t.index: 1 points lie outside the stated "
+                                                           "bounds, the first is point 3 (2200 0 0)\n");
     }
 }
 
@@ -287,7 +287,7 @@ TEST_F(Vxinfo, ChecksTheNumberOfPoints)
 {
     for (const char* name : {"a.vxl", "b.vxl"})
         writeFile(directory / name, buildTile(name[0] * 10, 0, 20));
-    succeed(VXINDEX, "-o t.index a.vxl b.vxl");
+    succeed("vxindex -o t.index a.vxl b.vxl");
     for (const int count : {19, 21}) {
         writeFile(directory / "a.vxl", buildTile('a' * 10, 0, count));
         report("-check t.index", {"40 points are stated and " + std::to_string(20 + count) + " are there"});
@@ -299,7 +299,7 @@ TEST_F(Vxinfo, ContinuesAfterDamagedFiles)
     const std::string bytes = readFile(directory / "survey.vxl");
     directory.file("cut.vxl", bytes.substr(0, bytes.size() / 2));
     directory.file("all.list", "cut.vxl\nnone.vxl\nsurvey.vxl");
-    const Result result = run(VXINFO, "all.list null -json -i survey.vxl");
+    const Result result = run("vxinfo all.list null -json -i survey.vxl");
     EXPECT_EQ(result.status, 1);
     const std::string none = "No such file or directory path = none.vxl", cut = "bad read -- chunk id";
     EXPECT_EQ(result.errors, "Error: cut.vxl: " + cut + "\nError: none.vxl: " + none +
@@ -311,11 +311,11 @@ TEST_F(Vxinfo, ContinuesAfterDamagedFiles)
     EXPECT_EQ(files[2]["numPoints"], 2400);
     EXPECT_EQ(files[3]["file"], "null");
     EXPECT_EQ(files[4]["numPoints"], 2400);
-    const Result verbose = run(VXINFO, "-V cut.vxl");
+    const Result verbose = run("vxinfo -V cut.vxl");
     EXPECT_EQ(verbose.output, "");
     expectContains(verbose.errors, {": bad read -- chunk id (error 40201, read in ChunkHeader.cpp:"});
     directory.file("bad.xyz", "1 2 3\n4 5\n");
-    EXPECT_EQ(run(VXINFO, "-p xyz bad.xyz").errors, "Error: bad.xyz:2:4: 2 fields, expected 3\n");
+    EXPECT_EQ(run("vxinfo -p xyz bad.xyz").errors, "Error: bad.xyz:2:4: 2 fields, expected 3\n");
 }
 
 TEST_F(Vxinfo, ReportsDamageThatOnlyDecodingFinds)
@@ -328,11 +328,11 @@ TEST_F(Vxinfo, ReportsDamageThatOnlyDecodingFinds)
     std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(at) + 33, length - 21, std::uint8_t{0xFF});
     writeFile(directory / "damaged.vxl", bytes);
     report("damaged.vxl");
-    const json damaged = json::parse(run(VXINFO, "damaged.vxl -json -check -stats").output)[0];
+    const json damaged = json::parse(run("vxinfo damaged.vxl -json -check -stats").output)[0];
     EXPECT_EQ(damaged["error"].get<std::string>().rfind("bad read -- subblock ", 0), 0u) << damaged["error"];
     EXPECT_EQ(damaged["channels"].size(), 8u) << "the description is kept";
     EXPECT_FALSE(damaged.contains("statistics"));
-    expectContains(run(VXINFO, "damaged.vxl -stats").output, {"\nBasic LiDAR Info:\n"});
+    expectContains(run("vxinfo damaged.vxl -stats").output, {"\nBasic LiDAR Info:\n"});
 }
 
 TEST_F(Vxinfo, WritesValidJSONForAnyContents)
@@ -355,7 +355,7 @@ TEST_F(Vxinfo, WritesValidJSONForAnyContents)
                                          {"length", 3},
                                          {"value", nullptr}}));
     EXPECT_EQ(file["classNames"], json({nullptr, "\uFFFD"}));
-    const std::string ascii = run(VXINFO, "-json built.vxl").output;
+    const std::string ascii = run("vxinfo -json built.vxl").output;
     EXPECT_TRUE(std::all_of(ascii.begin(), ascii.end(),
                             [](char c) { return (c >= ' ' && c < '\x7F') || c == '\n'; }));
     // No points: no bounds, no ranges, no means.
@@ -366,10 +366,10 @@ TEST_F(Vxinfo, WritesValidJSONForAnyContents)
     EXPECT_EQ(file["statistics"][0]["mean"], json());
     EXPECT_EQ(file["offset"].dump(), "[0.0,0.0,0.0]") << "not -0";
     EXPECT_EQ(file["compression"]["records"][0]["offset"].dump(), "0.0");
-    expectContains(succeed(VXINFO, "built.vxl"), {"   Point Density:     0.000000 points",
-                                                  "   Offset:            0.000000 0.000000 0.000000\n"});
+    expectContains(succeed("vxinfo built.vxl"), {"   Point Density:     0.000000 points",
+                                                 "   Offset:            0.000000 0.000000 0.000000\n"});
     // As it is packed, a channel without samples has the range of one zero.
-    EXPECT_EQ(run(VXPACK, "-i survey.vxl -o none.vxl -c 0 1 0 1 0 1").status, 0);
+    EXPECT_EQ(run("vxpack -i survey.vxl -o none.vxl -c 0 1 0 1 0 1").status, 0);
     EXPECT_EQ(report("none.vxl")["bounds"], json());
 }
 
@@ -400,26 +400,26 @@ TEST_F(Vxinfo, NoProgramPrintsControlCharacters)
     plan.metadata.add(evil.c_str(), evil.c_str(), METADATA_STRING, evil.c_str(), 0);
     for (const std::string& name : {std::string("a.vxl"), file})
         writeFile(directory / name, buildFile(plan));
-    const std::tuple<const char*, std::string, std::size_t, std::string> cases[] = {
+    const std::tuple<std::string, std::size_t, std::string> cases[] = {
         // summary: channel, coordinate system; channel, class, record (3), coding, statistics
-        {VXINFO, "-stats a.vxl", 9, ""},
-        {VXINFO, "-json a.vxl", 0, "e\\u001b]0;\\u0007\\nEVIL\\ufffd"},
-        {VXPACK, "-V -i a.vxl -o out.vxl", 3, ""},
-        {VXUNPACK, "-i a.vxl -o out.txt", 0, ""},
-        {VXUNPACK, "-i a.vxl -o out.las", 1, ""},
-        {VXINDEX, "-o t.index -srs \x1b[32m " + file, 0, ""},
-        {VXINDEX, "-o t.index -l", 0, "\\x1b[31m.vxl\n"},
-        {VXINFO, file + "x.vxl", 0, "\\x1b[31m.vxlx.vxl"},
+        {"vxinfo -stats a.vxl", 9, ""},
+        {"vxinfo -json a.vxl", 0, "e\\u001b]0;\\u0007\\nEVIL\\ufffd"},
+        {"vxpack -V -i a.vxl -o out.vxl", 3, ""},
+        {"vxunpack -i a.vxl -o out.txt", 0, ""},
+        {"vxunpack -i a.vxl -o out.las", 1, ""},
+        {"vxindex -o t.index -srs \x1b[32m " + file, 0, ""},
+        {"vxindex -o t.index -l", 0, "\\x1b[31m.vxl\n"},
+        {"vxinfo " + file + "x.vxl", 0, "\\x1b[31m.vxlx.vxl"},
     };
-    for (const auto& [program, arguments, count, shown] : cases) {
-        const Result result = run(program, arguments);
+    for (const auto& [command, count, shown] : cases) {
+        const Result result = run(command);
         const std::string output = result.output + result.errors;
-        EXPECT_EQ(output.find('\x1b'), std::string::npos) << arguments;
-        EXPECT_EQ(output.find("\nEVIL"), std::string::npos) << arguments;
+        EXPECT_EQ(output.find('\x1b'), std::string::npos) << command;
+        EXPECT_EQ(output.find("\nEVIL"), std::string::npos) << command;
         std::size_t found = 0;
         for (std::size_t at = 0; (at = output.find(escaped, at)) != std::string::npos; ++at)
             ++found;
-        EXPECT_EQ(found, count) << arguments << '\n' << output;
+        EXPECT_EQ(found, count) << command << '\n' << output;
         expectContains(output, {shown});
     }
     EXPECT_EQ(linesOf(readFile(directory / "out.txt"))[0], "# X Y Z " + escaped);

@@ -23,7 +23,7 @@ TEST_F(Vxpack, RoundsCoordinatesWhenAsked)
     const Rows before = samplesOf("survey.vxl");
     const std::string options = " -quantize 0.5 0.25 1e-1";
     expectContains(
-        pack("-i survey.vxl -o out.vxl" + options),
+        succeed("vxpack -i survey.vxl -o out.vxl" + options),
         {"a point\ncoordinates were rounded to steps of 0.5, 0.25 and 0.1: this file is not lossless\n"});
     const json file = describe("out.vxl -check");
     EXPECT_EQ(file["scale"], json({0.5, 0.25, 0.1}));
@@ -37,10 +37,10 @@ TEST_F(Vxpack, RoundsCoordinatesWhenAsked)
     }
     // A box selects points by their rounded coordinates.
     const Bounds box{{500020, 500030}, {4100010, 4100020}, {0, 1000}};
-    pack("-i survey.vxl -o box.vxl -c 500020 500030 4100010 4100020 0 1000" + options);
+    succeed("vxpack -i survey.vxl -o box.vxl -c 500020 500030 4100010 4100020 0 1000" + options);
     EXPECT_EQ(samplesOf("box.vxl"), samplesOf("out.vxl", box));
     // Decimals of the input do not apply to other scales.
-    pack("-i survey.vxl -o fine.vxl -ofld X,y,z,RED -quantize 0.01 0.01 0.123456789123456");
+    succeed("vxpack -i survey.vxl -o fine.vxl -ofld X,y,z,RED -quantize 0.01 0.01 0.123456789123456");
     const auto lines = linesOf(decode("fine.vxl"));
     EXPECT_EQ(lines[0], "# X Y Z Red");
     EXPECT_EQ(std::strtod(lines[1].c_str() + 23, nullptr), samplesOf("fine.vxl")[0][2]) << lines[1];
@@ -54,8 +54,8 @@ TEST_F(Vxpack, OrdersPointsAlongACurve)
         point.y = static_cast<std::int32_t>(random.between(-100000, 100000));
     file.describePoints();
     writeFile(directory / "in.las", file.build());
-    pack("-i in.las -o input.vxl -order input");
-    pack("-i in.las -o curve.vxl -order hilbert");
+    succeed("vxpack -i in.las -o input.vxl -order input");
+    succeed("vxpack -i in.las -o curve.vxl -order hilbert");
     Rows input = samplesOf("input.vxl"), curve = samplesOf("curve.vxl");
     Bounds bounds;
     bounds.x = {file.min[0], file.max[0]};
@@ -79,8 +79,9 @@ TEST_F(Vxpack, OrdersPointsAlongACurve)
 
 TEST_F(Vxpack, CodesAsTheOptionsSay)
 {
-    pack("-i survey.vxl -o out.vxl -t 13 -t Intensity=90 -t GPSTime=70 -sb 100 -sb Z=2000 -levels 5 -pe 99 "
-         "-fileVersion 3 -headerVersion 1 -indexVersion 1 -bandVersion 1");
+    succeed("vxpack -i survey.vxl -o out.vxl -t 13 -t Intensity=90 -t GPSTime=70 -sb 100 -sb Z=2000 -levels "
+            "5 -pe 99 "
+            "-fileVersion 3 -headerVersion 1 -indexVersion 1 -bandVersion 1");
     const json compression = describe("out.vxl -check")["compression"];
     EXPECT_EQ(compression["version"], 3);
     EXPECT_EQ(compression["index"]["kind"], "list");
@@ -93,14 +94,14 @@ TEST_F(Vxpack, CodesAsTheOptionsSay)
         EXPECT_EQ(record["subblockSize"], name == "Z" ? 2000 : 100) << name;
     }
     // The first record of the wavelet header begins after 20 or 21 bytes of the chunk: the versions differ.
-    pack("-i survey.vxl -o new.vxl -fileVersion 3 -indexVersion 1 -bandVersion 1");
-    pack("-i survey.vxl -o old.vxl -fileVersion 3 -indexVersion 1 -bandVersion 1 -headerVersion 1");
+    succeed("vxpack -i survey.vxl -o new.vxl -fileVersion 3 -indexVersion 1 -bandVersion 1");
+    succeed("vxpack -i survey.vxl -o old.vxl -fileVersion 3 -indexVersion 1 -bandVersion 1 -headerVersion 1");
     EXPECT_NE(readFile(directory / "new.vxl"), readFile(directory / "old.vxl"));
 }
 
 TEST_F(Vxpack, ReportsSizes)
 {
-    const std::string output = pack("-i survey.vxl -o out.vxl -V -sb X=512 -t GPSTime=71");
+    const std::string output = succeed("vxpack -i survey.vxl -o out.vxl -V -sb X=512 -t GPSTime=71");
     const auto size = std::filesystem::file_size(directory / "out.vxl");
     char total[100];
     std::snprintf(total, sizeof total, "\n2400 points written, %zu bytes, %.3f a point\n", size_t(size),
@@ -126,28 +127,28 @@ TEST_F(Vxpack, ReportsSizes)
 
 TEST_F(Vxpack, WarnsOfScalesThatAFileCannotKeep)
 {
-    pack("-i survey.vxl -o out.vxl -t 10");
+    succeed("vxpack -i survey.vxl -o out.vxl -t 10");
     for (const auto& [options, names] : {std::pair("-t X=70", "X"), {"-t Z=70 -t X=70", "X, Z"}}) {
-        pack(std::string("-i survey.vxl -o out.vxl ") + options,
-             std::string("Warning: 'out.vxl': the scale and offset of ") + names +
-                 " are not stored, since the file has these coordinates as "
-                 "floating-point numbers; LAS output rounds them to 0.001 unless -sc is given\n");
-        succeed(VXUNPACK, "-i out.vxl -o out.las",
+        succeed(std::string("vxpack -i survey.vxl -o out.vxl ") + options,
+                std::string("Warning: 'out.vxl': the scale and offset of ") + names +
+                    " are not stored, since the file has these coordinates as "
+                    "floating-point numbers; LAS output rounds them to 0.001 unless -sc is given\n");
+        succeed("vxunpack -i out.vxl -o out.las",
                 std::string("Warning: 'out.las': coordinates (") + names +
                     ") are rounded to 0.001, since the input has no scale for them; "
                     "-sc chooses another\n");
     }
-    succeed(VXUNPACK, "-i out.vxl -o out.las -sc 0.01 0.01 0.01");
-    succeed(VXUNPACK, "-i out.vxl -o out.txt");
-    succeed(VXUNPACK, "-i out.vxl -o out.las -c 0 1 0 1 0 1",
+    succeed("vxunpack -i out.vxl -o out.las -sc 0.01 0.01 0.01");
+    succeed("vxunpack -i out.vxl -o out.txt");
+    succeed("vxunpack -i out.vxl -o out.las -c 0 1 0 1 0 1",
             "Warning: 'out.las': coordinates (X, Z) are rounded to 0.001, since the input has no scale for "
             "them; -sc chooses another\n");
-    pack(
-        "-i survey.vxl -o none.vxl -t X=70 -ofld xyz -filter ClassId,99,include",
+    succeed(
+        "vxpack -i survey.vxl -o none.vxl -t X=70 -ofld xyz -filter ClassId,99,include",
         "Warning: 'none.vxl': the scale and offset of X are not stored, since the file has these coordinates "
         "as floating-point numbers; LAS output rounds them to 0.001 unless -sc is given\nWarning: no points "
         "were written to 'none.vxl': no point passes the filter 'ClassId,99,include'\n");
-    succeed(VXUNPACK, "-i none.vxl -o out.las");
+    succeed("vxunpack -i none.vxl -o out.las");
 }
 
 } // namespace

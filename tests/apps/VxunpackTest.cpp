@@ -47,7 +47,7 @@ TEST_F(Vxunpack, WritesLASAndLAZ)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.options + ' ' + c.name);
         const std::string count = std::to_string(c.count);
-        expectContains(succeed(VXUNPACK, "-i in.vxl -o " + c.name + ' ' + c.options),
+        expectContains(succeed("vxunpack -i in.vxl -o " + c.name + ' ' + c.options),
                        {"\r100.00% (writing LAS file)\n" + count + " points written\n"});
         const LASFile file = LASFile::load(directory / c.name);
         EXPECT_EQ(10 * file.versionMajor + file.versionMinor, c.version);
@@ -57,7 +57,7 @@ TEST_F(Vxunpack, WritesLASAndLAZ)
         EXPECT_EQ(file.offset, c.offset);
     }
     std::filesystem::remove(directory / "null");
-    expectContains(succeed(VXUNPACK, "-i in.vxl -o NULL"), {"\n2400 points written\n"});
+    expectContains(succeed("vxunpack -i in.vxl -o NULL"), {"\n2400 points written\n"});
     EXPECT_FALSE(exists("NULL"));
 }
 
@@ -65,7 +65,7 @@ TEST_F(Vxunpack, WritesLASAndLAZ)
 TEST_F(Vxunpack, EndsAVerboseRunWithTheOutputComplete)
 {
     const std::string expected = decode("in.vxl");
-    const Result result = run(VXUNPACK, "-V -i in.vxl -o out.txt");
+    const Result result = run("vxunpack -V -i in.vxl -o out.txt");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.errors, "vxunpack QMCmdLine configuration error: switch name -parse invalid\n");
     EXPECT_EQ(readFile(directory / "out.txt"), expected);
@@ -80,7 +80,7 @@ TEST_F(Vxunpack, ComparesThePointCountThatWasPacked)
         FilePlan plan = cloud.toFile();
         plan.metadata.add("PreCompressionPointCount", nullptr, type, value, length);
         writeFile(directory / "in.vxl", buildFile(plan));
-        const std::string text = run(VXUNPACK, "-V -i in.vxl -o null").output;
+        const std::string text = run("vxunpack -V -i in.vxl -o null").output;
         const std::size_t at = text.find("count check:  ") + 14;
         return text.substr(at, text.find('\n', at) - at);
     };
@@ -115,7 +115,7 @@ TEST_F(Vxunpack, LeavesNoPartOfAnOutputThatFailed)
     }
     std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(at) - 40, 40, std::uint8_t{0xFF});
     writeFile(directory / "damaged.vxl", bytes);
-    const Result result = run(VXUNPACK, "-i damaged.vxl -o out.txt -cs 100");
+    const Result result = run("vxunpack -i damaged.vxl -o out.txt -cs 100");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.errors.rfind("Error: bad read -- subblock ", 0), 0u) << result.errors;
     expectContains(result.output, {"writing text file"});

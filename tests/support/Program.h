@@ -83,39 +83,37 @@ private:
     pid_t m_process = 0;
 };
 
+// Commands are words separated by blanks, the first one a program's name; '' is an empty word.
 class ProgramTest : public testing::Test
 {
 protected:
-    // Arguments are separated by blanks; '' is an empty one.
-    Program start(const std::string& program, const std::string& arguments) const
+    Program start(const std::string& command) const
     {
-        std::istringstream stream(arguments);
+        std::istringstream stream(command);
         std::vector<std::string> words;
         for (std::string word; stream >> word;)
             words.push_back(word == "''" ? "" : word);
-        return {program, directory, words};
+        return {PROGRAMS "/" + words.at(0), directory, {words.begin() + 1, words.end()}};
     }
-    Result run(const std::string& program, const std::string& arguments) const
+    Result run(const std::string& command) const { return start(command).wait(); }
+    Result shell(const std::string& line) const
     {
-        return start(program, arguments).wait();
+        return Program("/bin/sh", directory, {"-c", "PATH=" PROGRAMS ":$PATH; " + line}).wait();
     }
     // Returns the output of a run that succeeds with these messages on standard error.
-    std::string succeed(const std::string& program, const std::string& arguments,
-                        const std::string& messages = "") const
+    std::string succeed(const std::string& command, const std::string& messages = "") const
     {
-        const Result result = run(program, arguments);
-        EXPECT_EQ(result.status, 0) << program << ' ' << arguments;
-        EXPECT_EQ(result.errors, messages) << program << ' ' << arguments;
+        const Result result = run(command);
+        EXPECT_EQ(result.status, 0) << command;
+        EXPECT_EQ(result.errors, messages) << command;
         return result.output;
     }
-    void expectError(const std::string& program, const std::string& arguments,
-                     const std::string& message) const
+    void expectError(const std::string& command, const std::string& message) const
     {
-        const Result result = run(program, arguments);
-        EXPECT_EQ(result.status, 1) << program << ' ' << arguments;
-        EXPECT_EQ(result.errors, "Error: " + message + '\n') << program << ' ' << arguments;
+        const Result result = run(command);
+        EXPECT_EQ(result.status, 1) << command;
+        EXPECT_EQ(result.errors, "Error: " + message + '\n') << command;
     }
-    Result shell(const std::string& line) const { return Program("/bin/sh", directory, {"-c", line}).wait(); }
     bool exists(const std::string& name) const { return std::filesystem::exists(directory / name); }
 
     const TemporaryDirectory directory;
