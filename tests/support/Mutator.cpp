@@ -39,6 +39,16 @@ std::uint64_t notable(Random& random)
     return random.chance(0.3) ? wide[random.below(std::size(wide))] : values[random.below(std::size(values))];
 }
 
+// Sets a number of any width and byte order.
+void changeNumber(Bytes& bytes, std::size_t at, Random& random)
+{
+    const std::uint64_t value = random.chance(0.2) ? bytes.size() - random.below(2) : notable(random);
+    const std::size_t width = 1u << random.below(4);
+    const bool bigEndian = random.chance(0.5);
+    for (std::size_t i = 0; i < width && at + i < bytes.size(); ++i)
+        bytes[at + i] = static_cast<std::uint8_t>(value >> 8 * (bigEndian ? width - 1 - i : i));
+}
+
 } // namespace
 
 void changeBytes(Bytes& bytes, Random& random)
@@ -56,14 +66,9 @@ void changeBytes(Bytes& bytes, Random& random)
         for (std::uint64_t count = random.between(1, 12); count > 0; --count)
             bytes[anywhere()] = static_cast<std::uint8_t>(random.chance(0.3) ? 0xFF : random.below(256));
         break;
-    case 2: {
-        const std::uint64_t value = random.chance(0.2) ? bytes.size() - random.below(2) : notable(random);
-        const std::size_t width = 1u << random.below(4), at = anywhere();
-        const bool bigEndian = random.chance(0.5);
-        for (std::size_t i = 0; i < width && at + i < bytes.size(); ++i)
-            bytes[at + i] = static_cast<std::uint8_t>(value >> 8 * (bigEndian ? width - 1 - i : i));
+    case 2:
+        changeNumber(bytes, anywhere(), random);
         break;
-    }
     default:
         std::ptrdiff_t cuts[] = {signedOf(anywhere()), signedOf(anywhere()), signedOf(anywhere())};
         std::sort(std::begin(cuts), std::end(cuts));
@@ -120,8 +125,9 @@ void Mutator::changeChunks()
     Chunk* const header = m_file.find(CHUNK_WAVELET_HEADER);
     const bool hasRecords = header && header->payload.size() > fixedHeaderBytes;
     switch (m_random.below(12)) {
-    case 0:
-        changeVersions();
+    case 0: // versions
+        m_random.chance(0.5) ? put(m_file.preamble, 7, static_cast<std::uint8_t>(m_random.below(6)))
+                             : put(pick().payload, 0, static_cast<std::uint8_t>(m_random.below(5)));
         break;
     case 1:
         if (hasRecords)
@@ -157,39 +163,15 @@ void Mutator::changeRest(Bytes& bytes, std::size_t begin)
     bytes.insert(bytes.end(), rest.begin(), rest.end());
 }
 
-void Mutator::changeVersions()
-{
-    switch (m_random.below(3)) {
-    case 0:
-        m_file.preamble[7] = static_cast<std::uint8_t>(1 + m_random.below(4));
-        break;
-    case 1:
-        changeRest(m_file.preamble, 4);
-        m_file.preamble.resize(VX7Chunks::preambleBytes);
-        break;
-    default:
-        put<std::uint8_t>(pick().payload, 0, static_cast<std::uint8_t>(m_random.below(5)));
-    }
-}
-
 // A record holds texts and numbers of different sizes; a change keeps its length.
 void Mutator::changeRecord(Bytes& header)
 {
     constexpr std::uint8_t transforms[] = {1, 3, 10, 11, 13, 61, 63, 70, 71, 73, 81, 83, 90, 91, 93};
     const std::size_t at = fixedHeaderBytes + m_random.below(header.size() - fixedHeaderBytes);
-    switch (m_random.below(4)) {
-    case 0:
-        header[at] = static_cast<std::uint8_t>(m_random.below(256));
-        break;
-    case 1:
+    if (m_random.chance(0.25))
         header[at] = transforms[m_random.below(std::size(transforms))];
-        break;
-    case 2:
-        put(header, at, static_cast<std::uint32_t>(notable(m_random)));
-        break;
-    default:
-        put(header, at, notable(m_random));
-    }
+    else
+        changeNumber(header, at, m_random);
 }
 
 // Every channel gets the number of bands that the header announces: copies of its last one, or fewer.
