@@ -33,7 +33,7 @@ std::vector<std::uint8_t> write(const Metadata& metadata)
 std::uint64_t runMetadata(Input input)
 {
     const Scoped<ByteStore> store(ByteStore::create({input.begin(), input.end()}));
-    const Metadata metadata = read(*store);
+    Metadata metadata = read(*store);
     static const std::unique_ptr<std::FILE, int (*)(std::FILE*)> nowhere(std::fopen("/dev/null", "w"),
                                                                          std::fclose);
     metadata.dump(nowhere.get());
@@ -41,6 +41,11 @@ std::uint64_t runMetadata(Input input)
     const std::vector<std::uint8_t> written = write(metadata);
     const Scoped<ByteStore> again(ByteStore::create(written));
     require(write(read(*again)) == written, "records do not come back");
+    const std::size_t count = metadata.getNumRecords();
+    metadata.sort();
+    if (count != 0)
+        metadata.remove(std::string(metadata.getKey(0)).c_str());
+    require(metadata.getNumRecords() < count || count == 0, "a record stays when it is removed");
     return 0;
 }
 
