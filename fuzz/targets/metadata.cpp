@@ -1,5 +1,4 @@
 // The serialised metadata. Records that can be read are written and read again.
-#include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/FuzzTarget.h"
 #include <vxunpack/Base.h>
@@ -26,12 +25,7 @@ Metadata read(ByteStore& store)
 
 std::vector<std::uint8_t> write(const Metadata& metadata)
 {
-    const Scoped<ByteStore> store(ByteStore::create());
-    StreamWriter stream;
-    stream.init(store.get(), true, 64);
-    metadata.write(stream);
-    stream.close(true);
-    return store->bytes();
+    return Testing::writtenBytes([&](StreamWriter& stream) { metadata.write(stream); });
 }
 
 } // namespace
@@ -47,7 +41,6 @@ std::uint64_t runMetadata(Input input)
     const std::vector<std::uint8_t> written = write(metadata);
     const Scoped<ByteStore> again(ByteStore::create(written));
     require(write(read(*again)) == written, "records do not come back");
-
     const std::size_t count = metadata.getNumRecords();
     metadata.sort();
     if (count != 0)

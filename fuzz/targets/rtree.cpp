@@ -2,12 +2,10 @@
 // and queried again.
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
-#include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/InputReader.h"
 #include <vxunpack/Base.h>
 
-#include <cmath>
 #include <set>
 
 namespace Quillmoran::Fuzz {
@@ -16,36 +14,19 @@ namespace {
 
 using Testing::ByteStore;
 
-struct Query
-{
-    Bounds box;
-    double x, y, z;
-};
-
-Query takeQuery(InputReader& reader)
-{
-    Query query;
-    for (Bounds::Range* range : {&query.box.x, &query.box.y, &query.box.z})
-        *range = {reader.take<float>(), reader.take<float>()};
-    query.x = query.box.x.min;
-    query.y = query.box.y.max;
-    query.z = query.box.z.min;
-    return query;
-}
-
-// Walks the tree as a reader does: for all values, a box and a point, each again after a rewind.
-std::multiset<std::int64_t> walk(const RTree& tree, const Query& query)
+// Walks the tree as a reader does: for a point, all values and a box, each again after a rewind.
+std::multiset<std::int64_t> walk(const RTree& tree, const Bounds& box)
 {
     const Scoped<RTree::Iterator> iterator(tree.createIterator());
     std::multiset<std::int64_t> values;
     std::int64_t value = 0;
-    while (iterator->next(query.x, query.y, query.z, value)) {
+    while (iterator->next(box.x.min, box.y.max, box.z.min, value)) {
     }
     iterator->rewind();
     while (iterator->next(value))
         values.insert(value);
     iterator->rewind();
-    while (iterator->next(query.box, value))
+    while (iterator->next(box, value))
         require(values.count(value) != 0, "a query finds what no walk over all values does");
     return values;
 }
@@ -62,7 +43,7 @@ Scoped<DiskRTree> openDiskForm(std::vector<std::uint8_t> bytes)
     return tree;
 }
 
-void readMemoryForm(Input bytes, const Query& query)
+void readMemoryForm(Input bytes, const Bounds& box)
 {
     const Scoped<ByteStore> store(ByteStore::create({bytes.begin(), bytes.end()}));
     StreamReader stream;
@@ -71,16 +52,12 @@ void readMemoryForm(Input bytes, const Query& query)
     tree->load(stream, static_cast<std::int64_t>(bytes.size()));
     stream.close();
     require(tree->checkBounds(), "a loaded tree is not well formed");
-    const std::multiset<std::int64_t> values = walk(*tree, query);
+    const std::multiset<std::int64_t> values = walk(*tree, box);
     require(values.size() == tree->getCount(), "a walk misses values");
 
-    const Scoped<ByteStore> saved(ByteStore::create());
-    StreamWriter writer;
-    writer.init(saved.get(), true, 512);
     const double scale[3] = {0.01, 0.01, 0.001};
-    tree->save(writer, scale);
-    writer.close(true);
-    require(walk(*openDiskForm(saved->bytes()), query) == values, "the disk form holds other values");
+    const auto saved = Testing::writtenBytes([&](StreamWriter& writer) { tree->save(writer, scale); });
+    require(walk(*openDiskForm(saved), box) == values, "the disk form holds other values");
 }
 
 } // namespace
@@ -89,11 +66,13 @@ std::uint64_t runRTree(Input input)
 {
     InputReader reader(input);
     const bool memoryForm = (reader.take<std::uint8_t>() & 1) != 0;
-    const Query query = takeQuery(reader);
+    Bounds box;
+    for (Bounds::Range* range : {&box.x, &box.y, &box.z})
+        *range = {reader.take<float>(), reader.take<float>()};
     if (memoryForm)
-        readMemoryForm(reader.rest(), query);
+        readMemoryForm(reader.rest(), box);
     else
-        walk(*openDiskForm({reader.rest().begin(), reader.rest().end()}), query);
+        walk(*openDiskForm({reader.rest().begin(), reader.rest().end()}), box);
     return 0;
 }
 

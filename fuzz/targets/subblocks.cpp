@@ -1,7 +1,6 @@
 // The entropy decoder of each kind of subblock reader, with headers and payloads that no container has
-// checked; and samples that their coder must restore exactly.
+// checked.
 #include "decode/coders/SubblockReader.h"
-#include "encode/coders/SubblockWriter.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
 #include "support/InputReader.h"
@@ -67,28 +66,6 @@ void readAnything(const SubblockFormat& format, std::size_t skipped, Input heade
             "subblocks differ if those before them are skipped");
 }
 
-void roundTrip(const SubblockFormat& format, Input input)
-{
-    if (format.subblockSize < SubblockWriter::smallestSubblock)
-        return;
-    const std::size_t bytes = format.subblockSize * DataTypeUtils::getSize(format.type);
-    Samples samples(input.begin(), input.end());
-    samples.resize(std::min(maxSubblocks, input.size() / bytes + 1) * bytes);
-    const auto writer = SubblockWriter::create(format);
-    SubblockWriter::Bytes headers, data;
-    for (std::size_t at = 0; at < samples.size(); at += bytes) {
-        if (SubblockWriter::isZero(&samples[at], bytes))
-            SubblockWriter::putZeroRun(format.transform, 1, headers);
-        else
-            writer->encode(&samples[at], format.subblockSize, headers, data);
-    }
-    try {
-        require(decode(format, headers, data, 0) == samples, "samples did not come back");
-    } catch (const Error& error) {
-        require(false, error.what());
-    }
-}
-
 } // namespace
 
 std::uint64_t runSubblocks(Input input)
@@ -100,13 +77,9 @@ std::uint64_t runSubblocks(Input input)
     format.subblockSize = 1 + reader.below(512);
     const auto choices = reader.take<std::uint8_t>();
     format.perPlaneLengths = (choices & 1) != 0;
-    const std::size_t skipped = choices >> 2 & 7;
-    if ((choices & 2) != 0) {
-        roundTrip(format, reader.rest());
-    } else {
-        const Input headers = reader.takeBytes(reader.take<std::uint8_t>());
-        readAnything(format, skipped, headers, reader.rest());
-    }
+    const std::size_t skipped = choices >> 1 & 7;
+    const Input headers = reader.takeBytes(reader.take<std::uint8_t>());
+    readAnything(format, skipped, headers, reader.rest());
     return 2 * maxSubblocks * format.subblockSize;
 }
 

@@ -1,13 +1,9 @@
-// The index of a tile set: read, written again, and queried through a mosaic. Its tiles are small clouds in
-// memory, since their paths could name any file.
-#include "index/DiskRTree.h"
-#include "index/MemoryRTree.h"
-#include "support/ByteStore.h"
+// The index of a tile set, queried through a mosaic. Its tiles are small clouds in memory, since their paths
+// could name any file.
 #include "support/InputReader.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/ReadSource.h"
-#include "utils/sets/TileSetFile.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/MosaicFilter.h>
 #include <vxunpack/PersistentPointSourceManager.h>
@@ -31,34 +27,10 @@ public:
     }
 };
 
-// An index that was read is written, and must then be read as the same index.
-void compareCopy(const TileSet& set)
-{
-    const Scoped<Testing::ByteStore> copy(Testing::ByteStore::create());
-    const Scoped<MemoryRTree> tree(MemoryRTree::create());
-    const double scale[3] = {0.01, 0.01, 0.01};
-    TileSetFile::write(copy.get(), set, *tree, scale);
-    TileSet again;
-    const Scoped<DiskRTree> disk(DiskRTree::create());
-    try {
-        TileSetFile::read(copy.get(), again, *disk);
-    } catch (const Error& error) {
-        require(false, error.what());
-    }
-    require(again.tiles.size() == set.tiles.size() && again.srs == set.srs.c_str(),
-            "a tile set does not come back");
-}
-
 } // namespace
 
 std::uint64_t runTileSet(Input input)
 {
-    const Scoped<Testing::ByteStore> store(Testing::ByteStore::create({input.begin(), input.end()}));
-    TileSet set;
-    const Scoped<DiskRTree> tree(DiskRTree::create());
-    TileSetFile::read(store.get(), set, *tree);
-    compareCopy(set);
-
     const std::string path = storeInput(input, "survey.index");
     const Scoped<TileOpener> opener(new TileOpener);
     const Scoped<PersistentPointSourceManager> tiles(PersistentPointSourceManager::create());

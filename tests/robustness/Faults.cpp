@@ -116,13 +116,14 @@ void* allocateOrThrow(std::size_t size, const void* caller)
     return block;
 }
 
-// The number of bytes to move: 0 for a premature end of file, -1 for an error.
-std::ptrdiff_t countMoved(int descriptor, Call call, std::size_t count)
+// Reads or writes `count` bytes, unless the call fails.
+template <class Function>
+ssize_t move(Call call, int descriptor, std::size_t count, const Function& system)
 {
     if (!concerns(descriptor) || !fails(call))
-        return static_cast<std::ptrdiff_t>(count);
+        return system(count);
     if (chosen.error == shortTransfer)
-        return static_cast<std::ptrdiff_t>((count + 1) / 2);
+        return system((count + 1) / 2);
     return chosen.error == endOfFile ? 0 : -1;
 }
 
@@ -197,17 +198,15 @@ int mkostemp(char* path, int flags)
 ssize_t pread64(int descriptor, void* buffer, std::size_t count, off64_t offset)
 {
     static auto* const system = T::systems<ssize_t(int, void*, std::size_t, off64_t)>("pread64");
-    const std::ptrdiff_t moved = T::countMoved(descriptor, Call::Read, count);
-    return moved <= 0 && count != 0 ? moved
-                                    : system(descriptor, buffer, static_cast<std::size_t>(moved), offset);
+    return T::move(Call::Read, descriptor, count,
+                   [&](std::size_t allowed) { return system(descriptor, buffer, allowed, offset); });
 }
 
 ssize_t pwrite64(int descriptor, const void* buffer, std::size_t count, off64_t offset)
 {
     static auto* const system = T::systems<ssize_t(int, const void*, std::size_t, off64_t)>("pwrite64");
-    const std::ptrdiff_t moved = T::countMoved(descriptor, Call::Write, count);
-    return moved <= 0 && count != 0 ? moved
-                                    : system(descriptor, buffer, static_cast<std::size_t>(moved), offset);
+    return T::move(Call::Write, descriptor, count,
+                   [&](std::size_t allowed) { return system(descriptor, buffer, allowed, offset); });
 }
 
 // As in the system, the file is closed even if this returns an error.

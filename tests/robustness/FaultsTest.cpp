@@ -72,7 +72,7 @@ struct Outcome
     std::string output, errors;
 };
 
-// A command line: the name of an existing file is replaced by its path, and "@name" by the path of an output.
+// A command line: words with a dot are names of files in the directory.
 struct Command
 {
     Main program;

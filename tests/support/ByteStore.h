@@ -2,6 +2,7 @@
 // a read past the end; the capacity for writes can be limited.
 #pragma once
 
+#include "platform/Stream.h"
 #include <vxunpack/IO.h>
 
 #include <algorithm>
@@ -70,5 +71,17 @@ private:
     std::size_t m_capacity = SIZE_MAX;
     std::size_t m_maxMoved = SIZE_MAX;
 };
+
+// The bytes that write(stream) writes.
+template <class Write>
+std::vector<std::uint8_t> writtenBytes(const Write& write)
+{
+    const Scoped<ByteStore> store(ByteStore::create());
+    StreamWriter stream;
+    stream.init(store.get(), true, 512);
+    write(stream);
+    stream.close(true);
+    return store->bytes();
+}
 
 } // namespace Quillmoran::Testing

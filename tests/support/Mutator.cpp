@@ -8,7 +8,6 @@ namespace Quillmoran::Testing {
 namespace {
 
 // Fields of the wavelet header chunk: version 1, points 8, last level 2, channels 2, then the records.
-constexpr std::size_t pointsField = 1;
 constexpr std::size_t levelField = 9;
 constexpr std::size_t fixedHeaderBytes = 13;
 // Fields of a subband chunk: version 1, channel 2, band 2, and since version 2 the lengths of two byte ranges.
@@ -28,15 +27,26 @@ std::ptrdiff_t signedOf(std::size_t value)
     return static_cast<std::ptrdiff_t>(value);
 }
 
-// Limits of types and of fields.
+// Limits of types and of fields, and the codes of transforms.
 std::uint64_t notable(Random& random)
 {
     constexpr std::uint64_t wide[] = {UINT64_MAX / 8, 0x7FF0000000000000, INT64_MAX, std::uint64_t{1} << 63,
                                       UINT64_MAX};
-    constexpr std::uint32_t values[] = {0,      1,          2,          63,        64,     65,
-                                        255,    2047,       2048,       2049,      0x7FFF, 0x8000,
-                                        0xFFFF, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF};
-    return random.chance(0.3) ? wide[random.below(std::size(wide))] : values[random.below(std::size(values))];
+    constexpr std::uint32_t values[] = {
+        0,   1,    2,    3,    4,      10,     11,     13,         61,         63,        64,
+        65,  70,   71,   73,   81,     83,     90,     91,         93,         127,       128,
+        255, 2047, 2048, 2049, 0x7FFF, 0x8000, 0xFFFF, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF};
+    return random.chance(0.2) ? wide[random.below(std::size(wide))] : values[random.below(std::size(values))];
+}
+
+// Sets a number of any width and byte order.
+void changeNumber(Bytes& bytes, std::size_t at, Random& random)
+{
+    const std::uint64_t value = random.chance(0.2) ? bytes.size() - random.below(2) : notable(random);
+    const std::size_t width = 1u << random.below(4);
+    const bool bigEndian = random.chance(0.5);
+    for (std::size_t i = 0; i < width && at + i < bytes.size(); ++i)
+        bytes[at + i] = static_cast<std::uint8_t>(value >> 8 * (bigEndian ? width - 1 - i : i));
 }
 
 } // namespace
@@ -56,14 +66,9 @@ void changeBytes(Bytes& bytes, Random& random)
         for (std::uint64_t count = random.between(1, 12); count > 0; --count)
             bytes[anywhere()] = static_cast<std::uint8_t>(random.chance(0.3) ? 0xFF : random.below(256));
         break;
-    case 2: {
-        const std::uint64_t value = random.chance(0.2) ? bytes.size() - random.below(2) : notable(random);
-        const std::size_t width = 1u << random.below(4), at = anywhere();
-        const bool bigEndian = random.chance(0.5);
-        for (std::size_t i = 0; i < width && at + i < bytes.size(); ++i)
-            bytes[at + i] = static_cast<std::uint8_t>(value >> 8 * (bigEndian ? width - 1 - i : i));
+    case 2:
+        changeNumber(bytes, anywhere(), random);
         break;
-    }
     default:
         std::ptrdiff_t cuts[] = {signedOf(anywhere()), signedOf(anywhere()), signedOf(anywhere())};
         std::sort(std::begin(cuts), std::end(cuts));
@@ -118,30 +123,26 @@ Bytes Mutator::mix(const Bytes& bytes, const Bytes& other)
 void Mutator::changeChunks()
 {
     Chunk* const header = m_file.find(CHUNK_WAVELET_HEADER);
-    const bool hasRecords = header && header->payload.size() > fixedHeaderBytes;
-    switch (m_random.below(12)) {
+    switch (m_random.below(10)) {
     case 0:
-        changeVersions();
+        changeNumber(m_file.preamble, m_random.below(VX7Chunks::preambleBytes), m_random);
         break;
     case 1:
-        if (hasRecords)
-            put<std::uint64_t>(header->payload, pointsField,
-                               m_random.chance(0.3) ? notable(m_random) : m_random.below(5000));
+        changeNumber(pick().payload, m_random.below(fixedBandBytes), m_random);
         break;
     case 2:
-    case 3:
-        if (hasRecords)
-            changeRecord(header->payload);
+    case 3: // more often in the fields before the records
+        if (header && header->payload.size() > fixedHeaderBytes)
+            changeNumber(header->payload,
+                         m_random.below(m_random.chance(0.3) ? fixedHeaderBytes : header->payload.size()),
+                         m_random);
         break;
     case 4:
-        if (hasRecords)
+        if (header)
             changeLevels(header->payload);
         break;
     case 5:
         shuffleChunks();
-        break;
-    case 6:
-        changeRest(pick().payload, 0);
         break;
     default:
         changeBand(pick());
@@ -155,41 +156,6 @@ void Mutator::changeRest(Bytes& bytes, std::size_t begin)
     m_changer(rest, m_random);
     bytes.resize(begin);
     bytes.insert(bytes.end(), rest.begin(), rest.end());
-}
-
-void Mutator::changeVersions()
-{
-    switch (m_random.below(3)) {
-    case 0:
-        m_file.preamble[7] = static_cast<std::uint8_t>(1 + m_random.below(4));
-        break;
-    case 1:
-        changeRest(m_file.preamble, 4);
-        m_file.preamble.resize(VX7Chunks::preambleBytes);
-        break;
-    default:
-        put<std::uint8_t>(pick().payload, 0, static_cast<std::uint8_t>(m_random.below(5)));
-    }
-}
-
-// A record holds texts and numbers of different sizes; a change keeps its length.
-void Mutator::changeRecord(Bytes& header)
-{
-    constexpr std::uint8_t transforms[] = {1, 3, 10, 11, 13, 61, 63, 70, 71, 73, 81, 83, 90, 91, 93};
-    const std::size_t at = fixedHeaderBytes + m_random.below(header.size() - fixedHeaderBytes);
-    switch (m_random.below(4)) {
-    case 0:
-        header[at] = static_cast<std::uint8_t>(m_random.below(256));
-        break;
-    case 1:
-        header[at] = transforms[m_random.below(std::size(transforms))];
-        break;
-    case 2:
-        put(header, at, static_cast<std::uint32_t>(notable(m_random)));
-        break;
-    default:
-        put(header, at, notable(m_random));
-    }
 }
 
 // Every channel gets the number of bands that the header announces: copies of its last one, or fewer.

@@ -31,8 +31,6 @@ private:
     using Chunk = VX7Chunks::Chunk;
 
     void changeChunks();
-    void changeVersions();
-    void changeRecord(Bytes& header);
     void changeLevels(Bytes& header);
     void shuffleChunks();
     void changeBand(Chunk& chunk);

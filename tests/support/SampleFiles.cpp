@@ -1,7 +1,6 @@
 #include "support/SampleFiles.h"
 
 #include "index/MemoryRTree.h"
-#include "platform/Stream.h"
 #include "support/LASClouds.h"
 #include "support/RandomCloud.h"
 #include "support/ReadPoints.h"
@@ -22,17 +21,6 @@ namespace {
 Bytes bytesOf(const std::string& text)
 {
     return {text.begin(), text.end()};
-}
-
-template <class Write>
-Bytes written(const Write& write)
-{
-    const Scoped<ByteStore> store(ByteStore::create());
-    StreamWriter stream;
-    stream.init(store.get(), true, 4096);
-    write(stream);
-    stream.close(true);
-    return store->bytes();
 }
 
 // Choices of other writers of this format: every i is another combination of versions, coders, levels and forms.
@@ -197,7 +185,7 @@ template <bool isMemoryForm>
 Bytes makeTree()
 {
     constexpr std::uint32_t count = 60;
-    return written([](StreamWriter& stream) {
+    return writtenBytes([](StreamWriter& stream) {
         const Scoped<MemoryRTree> tree(MemoryRTree::create());
         stream.put_be(static_cast<std::uint8_t>(isMemoryForm));
         const float box[] = {0, 4, 0, 50, 0, 50};
@@ -227,7 +215,7 @@ Bytes makeMetadata()
     metadata.add("Key", "what it is", METADATA_STRING, "a text", 0);
     metadata.add("Key", nullptr, METADATA_FLOAT64_ARRAY, values, 3);
     metadata.add("Blob", nullptr, METADATA_BLOB, "\1\2\3", 3);
-    return written([&](StreamWriter& stream) { metadata.write(stream); });
+    return writtenBytes([&](StreamWriter& stream) { metadata.write(stream); });
 }
 
 constexpr SampleFile files[] = {
