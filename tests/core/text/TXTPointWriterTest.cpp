@@ -185,22 +185,6 @@ TEST(TXTPointWriter, WritesTheSameTextForEveryBlockSizeAndInFewWrites)
     EXPECT_EQ(write(*wide, std::string(6000, 'x').c_str(), xyz).size(), 1 + 2 * 6000 + 1 + 2 * (6000 * 64));
 }
 
-TEST(TXTPointWriter, RemovesItsOutputWhenTheFileIsFull)
-{
-    std::vector<double> values(100000, 1.0);
-    const auto source = MemoryPointSource::make(xyz, {values, values, values});
-    // In the block of the header, in a direct write and in the last flush.
-    for (const std::size_t capacity : {0u, 10000u, 1799990u}) {
-        const Scoped<ByteStore> io = ByteStore::make();
-        io->setCapacity(capacity);
-        const auto writer = writerTo(io.get(), *source, "xyz");
-        EXPECT_EQ(errorOf(40002, [&] { writer->write(Bounds::Huge(), 1.0, xyz, nullptr); }), "write error")
-            << "capacity=" << capacity;
-        EXPECT_TRUE(io->unlinked());
-        EXPECT_EQ(io->openCount(), 0);
-    }
-}
-
 TEST(TXTPointWriter, WritesToSeveralOutputs)
 {
     const Testing::TemporaryDirectory directory;
