@@ -207,7 +207,7 @@ TEST(Cloud, WritesFormatsByEndingAndOptions)
 TEST(Cloud, MistakesAreErrors)
 {
     const TemporaryDirectory directory, inputs;
-    const std::vector<double> three(3), two(2);
+    const std::vector<double> three(3), two(2), four(4);
     const std::vector<std::uint8_t> classes(3);
     const vx::Cloud cloud =
         vx::Cloud::fromColumns({{"X", three}, {"Y", three}, {"Z", three}, {"ClassId", classes}});
@@ -238,6 +238,7 @@ TEST(Cloud, MistakesAreErrors)
          },
          "40010 the samples of channel 'ClassId' are UINT8, not FLOAT32"},
         {withColumn({"Z", two}), "40007 channel 'Z' has 2 samples and 'X' has 3"},
+        {withColumn({"Z", four}), "40007 channel 'Z' has 4 samples and 'X' has 3"},
         {withColumn({"Z", std::span(classes).first(2)}), "40007 channel 'Z' has 2 samples"},
         {withColumn({"Z", classes}), "40007 must have x, y, and z channels"},
         {withColumn({"Y", three}), "40007 there are two channels 'Y'"},
