@@ -2,6 +2,7 @@
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
+#include "support/ProgressLog.h"
 #include "support/TemporaryDirectory.h"
 #include <vxunpack/vxunpack.h>
 
@@ -138,7 +139,7 @@ TEST(Cloud, DescribesItself)
     EXPECT_EQ((std::vector<double>(scaled.source().getScale(), scaled.source().getScale() + 3)),
               (std::vector{0.5, 0.25, 2.0}));
 
-    const auto source = MemoryPointSource::make(Quillmoran::Testing::layoutXYZ(), {x, y, z});
+    const auto source = MemoryPointSource::make(layoutXYZ(), {x, y, z});
     source->setWKT("here");
     source->metadata().add("key", nullptr, Quillmoran::METADATA_STRING, "value", 0);
     const vx::Cloud own{Quillmoran::Scoped<Quillmoran::PointSource>::retained(source.get())};
@@ -253,12 +254,20 @@ TEST(Cloud, MistakesAreErrors)
          "40007 the function"},
         {[] { vx::Cloud(Quillmoran::Scoped<Quillmoran::PointSource>()); }, "40007 a cloud needs a source"},
         {[&] {
-             cloud.source().createIterator(
-                 Quillmoran::Bounds::Huge(), 1,
-                 Quillmoran::Testing::layoutXYZ({Quillmoran::Testing::channel("ClassId", vx::UINT16)}),
-                 nullptr);
+             cloud.source().createIterator(Quillmoran::Bounds::Huge(), 1,
+                                           layoutXYZ({channel("ClassId", vx::UINT16)}), nullptr);
          },
          "40010 channel 'ClassId' has another type in the source"},
+        {[&] {
+             ProgressLog log(0);
+             const Quillmoran::PointInfo layout = layoutXYZ();
+             Quillmoran::PointData block;
+             block.init(layout, 1);
+             const Quillmoran::Scoped<Quillmoran::PointIterator> points(
+                 cloud.source().createIterator(Quillmoran::Bounds::Huge(), 1, layout, &log));
+             points->getNextPoints(block);
+         },
+         "40006 operation cancelled."},
         {[] { vx::open(std::vector<std::string>()); }, "40007 there is no file to open"},
         {[&] { vx::open(directory.path()); }, "40007 there is no file to open in " + directory.path()},
         {[&] { vx::open(directory / "absent.vxl").read(); }, "2 "},
