@@ -1,5 +1,6 @@
 // The public interface: opening, reading and writing clouds by name.
 #include "support/Errors.h"
+#include "support/LASFile.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/ProgressLog.h"
@@ -186,8 +187,8 @@ TEST(Cloud, GeneratedPointsAreMadeWhenTheyAreRead)
 TEST(Cloud, WritesFormatsByEndingAndOptions)
 {
     const TemporaryDirectory directory;
-    const std::vector<double> x = {1.25, 2.5}, y = {3, 4}, z = {5, 6};
-    const vx::Cloud cloud = vx::Cloud::fromColumns({{"X", x, 0.25}, {"Y", y, 1}, {"Z", z, 1}});
+    const std::vector<double> x = {0.00001, 0.123456}, y = {3, 4}, z = {5, 6};
+    const vx::Cloud cloud = vx::Cloud::fromColumns({{"X", x}, {"Y", y}, {"Z", z}});
     for (const char* name : {"a.txt", "a.CSV", "a.xyz"}) {
         vx::write(directory / name, cloud);
         EXPECT_EQ(readFile(directory / name).substr(0, 8), "# X Y Z\n");
@@ -200,9 +201,38 @@ TEST(Cloud, WritesFormatsByEndingAndOptions)
     const vx::Cloud written = vx::open(las);
     EXPECT_EQ(written.source().getScale()[2], 0.125);
     EXPECT_EQ(written.source().getOffset()[1], 20);
-    const std::vector<double> fine = {0.00001, 0.123456};
-    vx::write(las, vx::Cloud::fromColumns({{"X", fine}, {"Y", y}, {"Z", z}}), {.warning = warning});
+    vx::write(las, cloud, {.warning = warning});
     EXPECT_EQ(numWarnings, 1u) << "of rounding";
+}
+
+TEST(Cloud, OpensFilesWithOptions)
+{
+    const TemporaryDirectory directory;
+    const std::string text = directory.file("t.txt", "title\n1 2 3\n");
+    EXPECT_EQ(countPoints(vx::open(text, {.textFormat = "x,Y,z", .skipLines = 1}).read()), 1u);
+
+    LASFile las;
+    las.versionMinor = 3;
+    las.format = 4;
+    las.points.resize(1);
+    las.describePoints();
+    const std::string waves = directory / "waves.las";
+    writeFile(waves, las.build());
+    EXPECT_EQ(failureOf([&] { vx::open(waves).read(); }).substr(0, 6), "40608 ");
+    std::vector<std::string> warnings;
+    const auto warning = [&](const std::string& message) { warnings.push_back(message); };
+    EXPECT_EQ(countPoints(vx::open(waves, {.dropWaveforms = true, .warning = warning}).read()), 1u);
+    EXPECT_EQ(warnings.size(), 1u);
+
+    const std::vector<double> one = {1}, two = {2};
+    vx::write(directory / "a.vxl",
+              vx::Cloud::fromColumns({{"X", one}, {"Y", one}, {"Z", one}, {"GPSTime", one}}));
+    vx::write(directory / "b.vxl",
+              vx::Cloud::fromColumns({{"X", two}, {"Y", two}, {"Z", two}, {"GPSTime_Adjusted", two}}));
+    const std::vector<std::string> paths = {directory / "a.vxl", directory / "b.vxl"};
+    EXPECT_EQ(failureOf([&] { vx::open(paths); }).substr(0, 6), "40007 ");
+    expectColumn(vx::open(paths, {.gpsWeek = 2000}), "GPSTime_Adjusted",
+                 std::vector{2000 * 604800.0 - 1e9 + 1, 2.0});
 }
 
 TEST(Cloud, MistakesAreErrors)
