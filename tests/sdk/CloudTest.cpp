@@ -1,4 +1,5 @@
 // The public interface: opening, reading and writing clouds by name.
+#include "platform/ParallelLoop.h"
 #include "support/Errors.h"
 #include "support/LASFile.h"
 #include "support/Layouts.h"
@@ -174,6 +175,14 @@ TEST(Cloud, GeneratedPointsAreMadeWhenTheyAreRead)
         return true;
     };
     EXPECT_EQ(vx::write(directory / "made.vxl", cloud, {.progress = report}), numPoints);
+    std::size_t numThreads = 0;
+    const auto count = [&](std::uint64_t, const vx::MutableBlock&) {
+        numThreads = Quillmoran::getNumThreads();
+    };
+    vx::write("null", vx::Cloud::generate(1, channels, count), {.threads = 1});
+#if !defined(__SANITIZE_THREAD__) // its number of threads is fixed
+    EXPECT_EQ(numThreads, 1u);
+#endif
     EXPECT_NEAR(progress.back(), 1, 0.01);
     EXPECT_GT(progress.size(), 10u);
     double sum = 0;
