@@ -206,7 +206,12 @@ TEST(TXTPointWriter, WritesToSeveralOutputs)
         EXPECT_EQ(write(xyzi), "no error");
         EXPECT_EQ(Testing::readFile(path), io->text());
         io->truncate(0);
+        io->setCapacity(3);
+        EXPECT_EQ(write(xyzi), "40002 write error");
+        EXPECT_TRUE(io->unlinked());
+        io->setCapacity(SIZE_MAX);
     }
+    EXPECT_EQ(io->openCount(), 0);
     EXPECT_EQ(Testing::readFile(path), "# Intensity\n7\n8\n9\n");
     writer->init(source.get(), "no/such/directory/out.txt", "x");
     EXPECT_EQ(write(xyz), "2 No such file or directory path = no/such/directory/out.txt");
