@@ -426,6 +426,14 @@ TEST(DiskRTree, NamesTheTruncatedField)
         EXPECT_EQ(failureOf([&] { openDisk(first(size, whole), INT64_MAX); }), expected) << size;
         EXPECT_EQ(failureOf([&] { openDisk(whole, size); }), expected) << size;
     }
+    Reader good(whole), bad(first(60, whole));
+    const Scoped<DiskRTree> tree(DiskRTree::create());
+    tree->init(good, static_cast<std::int64_t>(whole.size()));
+    EXPECT_EQ(failureOf([&] { tree->init(bad, 335); }), "40014 bad read -- node bounds");
+    EXPECT_EQ(tree->getCount(), 0u) << "empty after an error";
+    const Bytes noNodes = Builder().preamble(0).branch({}).bytes;
+    EXPECT_EQ(failureOf([&] { openDisk(noNodes, noNodes.size())->getBounds(); }),
+              "40016 invalid index -- zero points");
 }
 
 TEST(DiskRTree, RejectsInvalidPositionsOfBranches)
