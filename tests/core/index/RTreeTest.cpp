@@ -240,15 +240,15 @@ TEST(RTree, QueriesReadFewBranches)
 
 TEST(BoxGrid, HasTheFinestStepsThatFitTheDiskForm)
 {
-    const Bounds box{{0, 0x1p30}, {-0x1p49, -0x1p49}, {0, 0.25}};
+    const Bounds box{{0, 0x1p30}, {-0x1p50, -0x1p50}, {0, 0.25}};
     const BoxGrid grid(box);
-    EXPECT_EQ(std::vector<double>(grid.steps(), grid.steps() + 3), (std::vector<double>{1, 1, 1e-9}));
-    EXPECT_EQ(grid.widen({{1, 2}, {3, 4}, {5, 6}}), (Bounds{{0, 3}, {2, 5}, {5 - 1e-9, 6 + 1e-9}}));
+    EXPECT_EQ(std::vector<double>(grid.steps(), grid.steps() + 3), (std::vector<double>{1, 2, 1e-9}));
+    EXPECT_EQ(grid.widen({{1, 2}, {3, 4}, {5, 6}}), (Bounds{{0, 3}, {1, 6}, {5 - 1e-9, 6 + 1e-9}}));
     EXPECT_EQ(BoxGrid(Bounds()).steps()[0], 1);
     const Scoped<MemoryRTree> tree = build({{grid.widen(box), 7}});
     const Bytes bytes = saved(*tree, {grid.steps(), grid.steps() + 3});
     for (const double z : {0.0, 0.25})
-        EXPECT_EQ(found(*openDisk(bytes, bytes.size()), 0x1p30, -0x1p49, z), Values{7});
+        EXPECT_EQ(found(*openDisk(bytes, bytes.size()), 0x1p30, -0x1p50, z), Values{7});
 }
 
 TEST(RTree, IteratorsOutliveTheirTreeAndRewind)
