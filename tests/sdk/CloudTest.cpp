@@ -1,7 +1,10 @@
 // The public interface: opening, reading and writing clouds by name.
+#include "platform/ParallelLoop.h"
 #include "support/Errors.h"
+#include "support/LASFile.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
+#include "support/ProgressLog.h"
 #include "support/TemporaryDirectory.h"
 #include <vxunpack/vxunpack.h>
 
@@ -138,7 +141,7 @@ TEST(Cloud, DescribesItself)
     EXPECT_EQ((std::vector<double>(scaled.source().getScale(), scaled.source().getScale() + 3)),
               (std::vector{0.5, 0.25, 2.0}));
 
-    const auto source = MemoryPointSource::make(Quillmoran::Testing::layoutXYZ(), {x, y, z});
+    const auto source = MemoryPointSource::make(layoutXYZ(), {x, y, z});
     source->setWKT("here");
     source->metadata().add("key", nullptr, Quillmoran::METADATA_STRING, "value", 0);
     const vx::Cloud own{Quillmoran::Scoped<Quillmoran::PointSource>::retained(source.get())};
@@ -172,6 +175,14 @@ TEST(Cloud, GeneratedPointsAreMadeWhenTheyAreRead)
         return true;
     };
     EXPECT_EQ(vx::write(directory / "made.vxl", cloud, {.progress = report}), numPoints);
+    std::size_t numThreads = 0;
+    const auto count = [&](std::uint64_t, const vx::MutableBlock&) {
+        numThreads = Quillmoran::getNumThreads();
+    };
+    vx::write("null", vx::Cloud::generate(1, channels, count), {.threads = 1});
+#if !defined(__SANITIZE_THREAD__) // its number of threads is fixed
+    EXPECT_EQ(numThreads, 1u);
+#endif
     EXPECT_NEAR(progress.back(), 1, 0.01);
     EXPECT_GT(progress.size(), 10u);
     double sum = 0;
@@ -185,8 +196,8 @@ TEST(Cloud, GeneratedPointsAreMadeWhenTheyAreRead)
 TEST(Cloud, WritesFormatsByEndingAndOptions)
 {
     const TemporaryDirectory directory;
-    const std::vector<double> x = {1.25, 2.5}, y = {3, 4}, z = {5, 6};
-    const vx::Cloud cloud = vx::Cloud::fromColumns({{"X", x, 0.25}, {"Y", y, 1}, {"Z", z, 1}});
+    const std::vector<double> x = {0.00001, 0.123456}, y = {3, 4}, z = {5, 6};
+    const vx::Cloud cloud = vx::Cloud::fromColumns({{"X", x}, {"Y", y}, {"Z", z}});
     for (const char* name : {"a.txt", "a.CSV", "a.xyz"}) {
         vx::write(directory / name, cloud);
         EXPECT_EQ(readFile(directory / name).substr(0, 8), "# X Y Z\n");
@@ -199,15 +210,44 @@ TEST(Cloud, WritesFormatsByEndingAndOptions)
     const vx::Cloud written = vx::open(las);
     EXPECT_EQ(written.source().getScale()[2], 0.125);
     EXPECT_EQ(written.source().getOffset()[1], 20);
-    const std::vector<double> fine = {0.00001, 0.123456};
-    vx::write(las, vx::Cloud::fromColumns({{"X", fine}, {"Y", y}, {"Z", z}}), {.warning = warning});
+    vx::write(las, cloud, {.warning = warning});
     EXPECT_EQ(numWarnings, 1u) << "of rounding";
+}
+
+TEST(Cloud, OpensFilesWithOptions)
+{
+    const TemporaryDirectory directory;
+    const std::string text = directory.file("t.txt", "title\n1 2 3\n");
+    EXPECT_EQ(countPoints(vx::open(text, {.textFormat = "x,Y,z", .skipLines = 1}).read()), 1u);
+
+    LASFile las;
+    las.versionMinor = 3;
+    las.format = 4;
+    las.points.resize(1);
+    las.describePoints();
+    const std::string waves = directory / "waves.las";
+    writeFile(waves, las.build());
+    EXPECT_EQ(failureOf([&] { vx::open(waves).read(); }).substr(0, 6), "40608 ");
+    std::vector<std::string> warnings;
+    const auto warning = [&](const std::string& message) { warnings.push_back(message); };
+    EXPECT_EQ(countPoints(vx::open(waves, {.dropWaveforms = true, .warning = warning}).read()), 1u);
+    EXPECT_EQ(warnings.size(), 1u);
+
+    const std::vector<double> one = {1}, two = {2};
+    vx::write(directory / "a.vxl",
+              vx::Cloud::fromColumns({{"X", one}, {"Y", one}, {"Z", one}, {"GPSTime", one}}));
+    vx::write(directory / "b.vxl",
+              vx::Cloud::fromColumns({{"X", two}, {"Y", two}, {"Z", two}, {"GPSTime_Adjusted", two}}));
+    const std::vector<std::string> paths = {directory / "a.vxl", directory / "b.vxl"};
+    EXPECT_EQ(failureOf([&] { vx::open(paths); }).substr(0, 6), "40007 ");
+    expectColumn(vx::open(paths, {.gpsWeek = 2000}), "GPSTime_Adjusted",
+                 std::vector{2000 * 604800.0 - 1e9 + 1, 2.0});
 }
 
 TEST(Cloud, MistakesAreErrors)
 {
     const TemporaryDirectory directory, inputs;
-    const std::vector<double> three(3), two(2);
+    const std::vector<double> three(3), two(2), four(4);
     const std::vector<std::uint8_t> classes(3);
     const vx::Cloud cloud =
         vx::Cloud::fromColumns({{"X", three}, {"Y", three}, {"Z", three}, {"ClassId", classes}});
@@ -238,6 +278,7 @@ TEST(Cloud, MistakesAreErrors)
          },
          "40010 the samples of channel 'ClassId' are UINT8, not FLOAT32"},
         {withColumn({"Z", two}), "40007 channel 'Z' has 2 samples and 'X' has 3"},
+        {withColumn({"Z", four}), "40007 channel 'Z' has 4 samples and 'X' has 3"},
         {withColumn({"Z", std::span(classes).first(2)}), "40007 channel 'Z' has 2 samples"},
         {withColumn({"Z", classes}), "40007 must have x, y, and z channels"},
         {withColumn({"Y", three}), "40007 there are two channels 'Y'"},
@@ -252,12 +293,20 @@ TEST(Cloud, MistakesAreErrors)
          "40007 the function"},
         {[] { vx::Cloud(Quillmoran::Scoped<Quillmoran::PointSource>()); }, "40007 a cloud needs a source"},
         {[&] {
-             cloud.source().createIterator(
-                 Quillmoran::Bounds::Huge(), 1,
-                 Quillmoran::Testing::layoutXYZ({Quillmoran::Testing::channel("ClassId", vx::UINT16)}),
-                 nullptr);
+             cloud.source().createIterator(Quillmoran::Bounds::Huge(), 1,
+                                           layoutXYZ({channel("ClassId", vx::UINT16)}), nullptr);
          },
          "40010 channel 'ClassId' has another type in the source"},
+        {[&] {
+             ProgressLog log(0);
+             const Quillmoran::PointInfo layout = layoutXYZ();
+             Quillmoran::PointData block;
+             block.init(layout, 1);
+             const Quillmoran::Scoped<Quillmoran::PointIterator> points(
+                 cloud.source().createIterator(Quillmoran::Bounds::Huge(), 1, layout, &log));
+             points->getNextPoints(block);
+         },
+         "40006 operation cancelled."},
         {[] { vx::open(std::vector<std::string>()); }, "40007 there is no file to open"},
         {[&] { vx::open(directory.path()); }, "40007 there is no file to open in " + directory.path()},
         {[&] { vx::open(directory / "absent.vxl").read(); }, "2 "},

@@ -172,6 +172,8 @@ TEST(PointCloudInfo, CopiesEverything)
     ASSERT_EQ(copy->getNumClassIdNames(), 3u);
     EXPECT_EQ(copy->getClassIdNames()[1], nullptr);
     EXPECT_STREQ(copy->getClassIdNames()[2], "roof");
+    copy->setClassIdNames(nullptr, 3);
+    EXPECT_EQ(copy->getClassIdNames(), nullptr);
 }
 
 Numbers readInto(const PointSource& source, std::size_t capacity, std::size_t expectedCount,

@@ -240,15 +240,15 @@ TEST(RTree, QueriesReadFewBranches)
 
 TEST(BoxGrid, HasTheFinestStepsThatFitTheDiskForm)
 {
-    const Bounds box{{0, 0x1p30}, {-0x1p49, -0x1p49}, {0, 0.25}};
+    const Bounds box{{0, 0x1p30}, {-0x1p50, -0x1p50}, {0, 0.25}};
     const BoxGrid grid(box);
-    EXPECT_EQ(std::vector<double>(grid.steps(), grid.steps() + 3), (std::vector<double>{1, 1, 1e-9}));
-    EXPECT_EQ(grid.widen({{1, 2}, {3, 4}, {5, 6}}), (Bounds{{0, 3}, {2, 5}, {5 - 1e-9, 6 + 1e-9}}));
+    EXPECT_EQ(std::vector<double>(grid.steps(), grid.steps() + 3), (std::vector<double>{1, 2, 1e-9}));
+    EXPECT_EQ(grid.widen({{1, 2}, {3, 4}, {5, 6}}), (Bounds{{0, 3}, {1, 6}, {5 - 1e-9, 6 + 1e-9}}));
     EXPECT_EQ(BoxGrid(Bounds()).steps()[0], 1);
     const Scoped<MemoryRTree> tree = build({{grid.widen(box), 7}});
     const Bytes bytes = saved(*tree, {grid.steps(), grid.steps() + 3});
     for (const double z : {0.0, 0.25})
-        EXPECT_EQ(found(*openDisk(bytes, bytes.size()), 0x1p30, -0x1p49, z), Values{7});
+        EXPECT_EQ(found(*openDisk(bytes, bytes.size()), 0x1p30, -0x1p50, z), Values{7});
 }
 
 TEST(RTree, IteratorsOutliveTheirTreeAndRewind)
@@ -426,6 +426,14 @@ TEST(DiskRTree, NamesTheTruncatedField)
         EXPECT_EQ(failureOf([&] { openDisk(first(size, whole), INT64_MAX); }), expected) << size;
         EXPECT_EQ(failureOf([&] { openDisk(whole, size); }), expected) << size;
     }
+    Reader good(whole), bad(first(60, whole));
+    const Scoped<DiskRTree> tree(DiskRTree::create());
+    tree->init(good, static_cast<std::int64_t>(whole.size()));
+    EXPECT_EQ(failureOf([&] { tree->init(bad, 335); }), "40014 bad read -- node bounds");
+    EXPECT_EQ(tree->getCount(), 0u) << "empty after an error";
+    const Bytes noNodes = Builder().preamble(0).branch({}).bytes;
+    EXPECT_EQ(failureOf([&] { openDisk(noNodes, noNodes.size())->getBounds(); }),
+              "40016 invalid index -- zero points");
 }
 
 TEST(DiskRTree, RejectsInvalidPositionsOfBranches)

@@ -179,6 +179,14 @@ TEST(ChannelNames, ResolvesNamesThatUsersType)
         EXPECT_FALSE(ChannelNames::resolve(name, layout)) << name;
     const PointInfo times = layoutOf({channel("GPSTime_Adjusted", FLOAT64), channel("GPSTime", FLOAT64)});
     EXPECT_STREQ(ChannelNames::resolve("gps time", times)->getName(), "GPSTime");
+    for (const auto& [channel, dimension] :
+         {std::pair{"SourceId", "PointSourceId"}, {"GPSTime", "GpsTime"}}) {
+        EXPECT_STREQ(ChannelNames::toPDAL(channel), dimension);
+        EXPECT_STREQ(ChannelNames::fromPDAL(dimension), channel);
+    }
+    EXPECT_STREQ(ChannelNames::fromPDAL("scan_angle RANK"), "ScanAngle");
+    EXPECT_EQ(ChannelNames::toPDAL("sourceId"), nullptr);
+    EXPECT_EQ(ChannelNames::fromPDAL("SourceId"), nullptr);
 
     PointInfo many = layoutOf({channel(nullptr, UINT8)});
     for (int i = 0; i < 99; ++i)

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -81,6 +82,9 @@ TEST_F(FileIOTest, NestsOpenAndTruncatesOnlyOnce)
         EXPECT_EQ(errorOf(EBADF, [&] { readAll(*file); }), failure(EBADF, file->path()));
         EXPECT_EQ(file->size(), 3); // also when closed
     }
+    file->open();
+    std::filesystem::remove(file->path());
+    EXPECT_EQ(file->size(), 3) << "of the open file";
 }
 
 TEST_F(FileIOTest, TemporaryFilesAreInTMPDIRAndRemovedWithTheirObject)
@@ -129,6 +133,7 @@ TEST_F(FileIOTest, NamesThePathInItsErrors)
     EXPECT_EQ(errorOf(EBADF, [&] { file->truncate(1); }), failure(EBADF, missing));
     EXPECT_EQ(errorOf(ENOENT, [&] { FileIO::deleteFile(missing.c_str()); }), failure(ENOENT, missing));
     EXPECT_EQ(errorOf(ENOENT, [&] { file->init(missing.c_str()); }), failure(ENOENT, missing));
+    EXPECT_EQ(errorOf(40007, [&] { file->init(missing.c_str(), nullptr); }), "mode not given");
 }
 
 TEST_F(FileIOTest, WritesPipesInOrder)
@@ -144,11 +149,17 @@ TEST_F(FileIOTest, WritesPipesInOrder)
     const auto file = fileAt(fifo, "w");
     file->open();
     writeFully(*file, 0, text.data(), text.size());
-    EXPECT_EQ(errorOf(ESPIPE, [&] { file->pwrite(0, "y", 1); }), failure(ESPIPE, fifo));
+    for (const std::int64_t offset : {0, 299999, 300001})
+        EXPECT_EQ(errorOf(ESPIPE, [&] { file->pwrite(offset, "y", 1); }), failure(ESPIPE, fifo)) << offset;
     writeFully(*file, static_cast<std::int64_t>(text.size()), "z", 1);
     file->close();
     reader.join();
     EXPECT_TRUE(got == text + 'z');
+    const int again = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+    file->open();
+    EXPECT_EQ(file->pwrite(0, "y", 1), 1u);
+    file->close();
+    ::close(again);
 }
 
 // Offsets and lengths may be those of a malformed file.

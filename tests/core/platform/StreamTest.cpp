@@ -65,7 +65,9 @@ TEST(StreamReader, ReadsWhatItsBufferHoldsFromThere)
     range.init(IO::Location(file.get(), 30, 5), 1000);
     EXPECT_EQ(readBytes(range, 4), pattern(4, 30));
     file->setMaxMoved(1);
+    const int reads = file->reads();
     EXPECT_EQ(readBytes(range, 3), pattern(3, 34)) << "the range does not limit reads";
+    EXPECT_EQ(file->reads() - reads, 2) << "but the buffer";
 }
 
 TEST(StreamReader, ReadsNothingOutsideTheFile)

@@ -321,6 +321,7 @@ TEST(TXTPointReader, ScansForCountAndBounds)
     const Bounds expected{{-2.5, 3}, {-1, 7}, {5, 6}};
     for (const bool scanNow : {true, false}) {
         const auto reader = readerOf(text, "xyzi", 0, scanNow);
+        EXPECT_EQ(reader->estimatePoints(Bounds::Huge(), 0.5), scanNow ? 1.5 : 2.5);
         EXPECT_EQ(reader->getNumPoints(), scanNow ? 3 : PointSource::unknownNumPoints);
         EXPECT_EQ(reader->getTotalWork(Bounds::Huge(), 1), 5);
         EXPECT_EQ(reader->getScale(), nullptr);

@@ -185,22 +185,6 @@ TEST(TXTPointWriter, WritesTheSameTextForEveryBlockSizeAndInFewWrites)
     EXPECT_EQ(write(*wide, std::string(6000, 'x').c_str(), xyz).size(), 1 + 2 * 6000 + 1 + 2 * (6000 * 64));
 }
 
-TEST(TXTPointWriter, RemovesItsOutputWhenTheFileIsFull)
-{
-    std::vector<double> values(100000, 1.0);
-    const auto source = MemoryPointSource::make(xyz, {values, values, values});
-    // In the block of the header, in a direct write and in the last flush.
-    for (const std::size_t capacity : {0u, 10000u, 1799990u}) {
-        const Scoped<ByteStore> io = ByteStore::make();
-        io->setCapacity(capacity);
-        const auto writer = writerTo(io.get(), *source, "xyz");
-        EXPECT_EQ(errorOf(40002, [&] { writer->write(Bounds::Huge(), 1.0, xyz, nullptr); }), "write error")
-            << "capacity=" << capacity;
-        EXPECT_TRUE(io->unlinked());
-        EXPECT_EQ(io->openCount(), 0);
-    }
-}
-
 TEST(TXTPointWriter, WritesToSeveralOutputs)
 {
     const Testing::TemporaryDirectory directory;
@@ -222,7 +206,12 @@ TEST(TXTPointWriter, WritesToSeveralOutputs)
         EXPECT_EQ(write(xyzi), "no error");
         EXPECT_EQ(Testing::readFile(path), io->text());
         io->truncate(0);
+        io->setCapacity(3);
+        EXPECT_EQ(write(xyzi), "40002 write error");
+        EXPECT_TRUE(io->unlinked());
+        io->setCapacity(SIZE_MAX);
     }
+    EXPECT_EQ(io->openCount(), 0);
     EXPECT_EQ(Testing::readFile(path), "# Intensity\n7\n8\n9\n");
     writer->init(source.get(), "no/such/directory/out.txt", "x");
     EXPECT_EQ(write(xyz), "2 No such file or directory path = no/such/directory/out.txt");
