@@ -319,6 +319,7 @@ TEST(VX7PointWriter, KeepsTheScaleOfCoordinates)
         EncodeOptions options;
         options.byChannel["Z"].subblockSize = 32;
         const auto reader = openFile(packWith(*source, options));
+        ASSERT_NE(reader->getScale(), nullptr);
         EXPECT_EQ(reader->getScale()[0], 0.25);
         EXPECT_EQ(reader->getOffset()[0], 0);
         const auto& records = reader->getDecoderInfo().getChannels();
