@@ -7,8 +7,6 @@
 
 namespace Quillmoran::Testing {
 
-namespace {
-
 Bytes bytesOf(const SpillStream& stream)
 {
     const Scoped<ByteStore> store(ByteStore::create());
@@ -18,8 +16,6 @@ Bytes bytesOf(const SpillStream& stream)
     out.close(true);
     return store->bytes();
 }
-
-} // namespace
 
 template <class T>
 EncodedBand encodeBand(const std::vector<T>& samples, const BandOptions& options, bool interleaved)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/coders/TransformUtils.h"
+#include "encode/bands/SpillStream.h"
 #include <vxunpack/DataType.h>
 
 #include <cstddef>
@@ -27,6 +28,8 @@ struct EncodedBand
     Bytes headers;
     Bytes data;
 };
+
+Bytes bytesOf(const SpillStream& stream);
 
 // T is a kernel type: int16, int32 or int64 for the integer coders, float or double for deflate.
 template <class T>

@@ -207,6 +207,7 @@ TEST(VX7PointWriter, WritesTheSameBytesOnAnyNumberOfThreads)
         EXPECT_TRUE(bytes == first) << threads;
     }
     EXPECT_TRUE(readAll(*openFile(first)) == readAll(*source));
+    EXPECT_TRUE(openFile(first)->getBounds() == source->getBounds());
 }
 
 TEST(VX7PointWriter, KeepsTheDescriptionOfTheSource)
@@ -297,7 +298,32 @@ TEST(VX7PointWriter, UsesGivenTransformsOrRefusesThem)
     EXPECT_TRUE(readAll(*reader) == readAll(*survey));
     const auto& records = reader->getDecoderInfo().getChannels();
     EXPECT_EQ(records[0].getTransformType(), 70);
+    EXPECT_TRUE(reader->getBounds() == survey->getBounds());
     EXPECT_TRUE(TransformUtils::isInteger(records[3].getTransformType()));
+}
+
+// The declared scale is kept even if there are no points, or if deflate makes coordinates smaller.
+TEST(VX7PointWriter, KeepsTheScaleOfCoordinates)
+{
+    Random random(2);
+    for (const std::size_t count : {0, 4000}) {
+        std::vector<double> samples(count);
+        for (std::size_t i = 0; i < count; ++i)
+            samples[i] = i < 50 ? static_cast<double>(random.between(0, 1 << 20)) * 0.25 : samples[i - 50];
+        const auto source = MemoryPointSource::make(
+            Testing::layoutOf({Testing::channel("X", FLOAT64, 0.25), Testing::channel("Y", FLOAT64, 0.25),
+                               Testing::channel("Z", FLOAT64, 0.25), Testing::channel("T", FLOAT64, 0.25)}),
+            {samples, samples, samples, samples});
+        EncodeOptions options;
+        options.byChannel["Z"].subblockSize = 32;
+        const auto reader = openFile(packWith(*source, options));
+        ASSERT_NE(reader->getScale(), nullptr);
+        EXPECT_EQ(reader->getScale()[0], 0.25);
+        EXPECT_EQ(reader->getOffset()[0], 0);
+        const auto& records = reader->getDecoderInfo().getChannels();
+        EXPECT_EQ(records[2].getSubblockSize(), 32u);
+        EXPECT_EQ(TransformUtils::isInteger(records[3].getTransformType()), count == 0);
+    }
 }
 
 // Floating-point lifting is refused unless it restores the samples, which packAs() compares.
@@ -336,12 +362,12 @@ TEST(VX7PointWriter, LiftsOnlySamplesThatStayExact)
 // Predictions of the third order exceed the range of samples that alternate.
 TEST(VX7PointWriter, CodesExtremesOfEveryRange)
 {
-    for (const double high : {26213.0, 26214.0, 32000.0, 32767.0, 32768.0}) {
+    for (const double high : {8190.0, 8192.0, 26214.0, 26216.0, 32000.0, 32766.0, 32768.0}) {
         Random random(3);
         std::vector<double> samples(3000);
         for (double& sample : samples)
             sample = random.chance(0.5) ? high : 0;
-        for (const double shift : {0.0, -high}) {
+        for (const double shift : {0.0, -high, high / 2}) {
             for (double& sample : samples)
                 sample += shift;
             const auto source = makeColumn(SINT32, samples);
@@ -349,8 +375,9 @@ TEST(VX7PointWriter, CodesExtremesOfEveryRange)
             EXPECT_TRUE(readAll(*openFile(packWith(*source, options))) == readAll(*source)) << high << shift;
             options.all.smooth = true;
             EXPECT_TRUE(readAll(*openFile(packWith(*source, options))) == readAll(*source)) << high << shift;
-            // The arithmetic coder holds 15 bits, and predictions may add a quarter.
+            // The arithmetic coder holds 15 bits. Predictions may add a quarter, and updates much more.
             EXPECT_EQ(packAs(*source, "T", 93) == "no error", high < 26214.4) << high << shift;
+            EXPECT_EQ(packAs(*source, "T", 83) == "no error", high < 8192) << high << shift;
         }
     }
 }
@@ -393,6 +420,7 @@ TEST(VX7PointWriter, ChoosesLevelsAndBoxesByTheNumberOfPoints)
         const auto reader = openFile(packWith(*makeSurvey(c.points)));
         EXPECT_EQ(reader->getDecoderInfo().getNumLevels(), c.levels) << c.points;
         EXPECT_EQ(reader->getDecoderInfo().getPointsPerEntry(), c.pointsPerEntry) << c.points;
+        EXPECT_EQ(reader->getWKT(), nullptr);
     }
 }
 
@@ -405,6 +433,7 @@ TEST(VX7PointWriter, RefusesNamesThatItCannotStore)
         return failureOf([&] { packWith(*source); });
     };
     EXPECT_EQ(failure("@d|A", "B"), "40007 a channel cannot be called '@d|A'");
+    EXPECT_EQ(failure("@home", "B"), "no error");
     EXPECT_EQ(failure("A", "A"), "40007 two channels are called 'A'");
     EXPECT_EQ(failure("", "A"), "40007 a channel cannot be called ''");
 }

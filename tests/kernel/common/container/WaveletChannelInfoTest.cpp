@@ -79,6 +79,7 @@ TEST(WaveletChannelInfo, DerivesTheKernelFromRangeAndHeadroom)
         {"I", 1, 0, 4096, 13, SINT32},
         {"I", 10, 0, 32767, 15, SINT16},
         {"I", 10, -32768, 0, 16, SINT32},
+        {"I", 10, -65536, -65535, 17, SINT32},
         {"I", 13, 0, 511, 9, SINT16},
         {"I", 93, 0, 512, 10, SINT32},
         {"I", 10, 0, (1ll << 31) - 1, 31, SINT32},

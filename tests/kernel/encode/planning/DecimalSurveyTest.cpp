@@ -41,7 +41,15 @@ TEST(DecimalSurvey, FindsTheDecimalsOfAllSamples)
     EXPECT_EQ(decimalsOf<double>({1e-12}), 12);
     EXPECT_EQ(decimalsOf<double>({1e-13}), 0);
     EXPECT_EQ(decimalsOf<double>({1e300, 0.1}), 0);
+    EXPECT_EQ(decimalsOf<double>({0.1, 0.3, 0.5, 0.75}), 2) << "the second block is exact";
     EXPECT_EQ(decimalsOf<float>({0.5f, 0.1f, 2.25f}), 2);
+    EXPECT_EQ(decimalsOf<float>({0.123456f}), 6);
+    EXPECT_EQ(decimalsOf<float>({0.1234567f}), 0);
+    // Three decimals of numbers above 2^22 / 1000 and 2^50 / 1000 are not those of the sample.
+    EXPECT_EQ(decimalsOf<float>({4194.3f, 0.1f}), 1);
+    EXPECT_EQ(decimalsOf<float>({4194.4f, 0.1f}), 0);
+    EXPECT_EQ(decimalsOf<double>({1125899906842.6, 0.1}), 1);
+    EXPECT_EQ(decimalsOf<double>({1125899906842.7, 0.1}), 0);
 }
 
 // The purpose of the number: a sample printed with these decimals is the original text.

@@ -38,6 +38,9 @@ TEST(FloatGrid, FindsTheScaleOfDecimalsFarFromZero)
     const auto grids = findGrids(values);
     ASSERT_FALSE(grids.empty());
     EXPECT_EQ(grids[0].scale, 0.01);
+    EXPECT_EQ(findGrids(values, {}, true)[0].scale, 0.01);
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_EQ(findGrids(values, {{0.01, nan}}).back().offset, std::floor(values[0]));
 }
 
 TEST(FloatGrid, FindsPartsOfATenthWhereTheTenthFails)
@@ -62,12 +65,14 @@ TEST(FloatGrid, FindsTimesWithAnOddOrigin)
     ASSERT_FALSE(grids.empty());
     EXPECT_EQ(grids[0].scale, std::ldexp(1, -14));
     EXPECT_EQ(grids[0].offset, values[0]);
+    for (const FloatGrid& grid : findGrids(values, {}, true)) // coordinates are whole multiples
+        EXPECT_NE(grid.offset, values[0]);
 }
 
 TEST(FloatGrid, PrefersTheDeclaredScale)
 {
     const std::vector<double> values = {1.0, 2.0, 7.0};
-    const auto grids = findGrids(values, {{0.25, 1.0}});
+    const auto grids = findGrids(values, {{0.25, 1.0}, {0.5, 0.0}});
     ASSERT_EQ(grids.size(), 1u);
     EXPECT_EQ(grids[0].scale, 0.25);
     EXPECT_EQ(findGrids(values, {{0.3, 0.0}})[0].scale, 1.0); // which does not represent them
