@@ -374,22 +374,12 @@ TEST(MosaicFilter, ConvertsChannelsWithDifferentMeanings)
 
 TEST(MosaicFilter, HasTheNewerMeaningIfAnySourceIsNewer)
 {
-    const auto bits = [](const char* name, int count) {
-        ChannelInfo info;
-        info.init(name, UINT8, count, 0);
-        return info;
-    };
     const std::pair<ChannelInfo, bool> cases[] = {
-        {channel("ClassFlags", UINT8), true},
-        {channel("ScannerChannel", UINT8), true},
-        {channel("NearInfrared", UINT16), true},
-        {channel("ScanAngle", SINT16), true},
-        {bits("ReturnNum", 4), true},
-        {bits("NumReturns", 4), true},
-        {bits("ReturnNum", 3), false},
-        {bits("NumReturns", 3), false},
-        {channel("ScanAngle", SINT8), false},
-        {channel("Red", UINT16), false},
+        {channel("ClassFlags", UINT8), true},       {channel("ScannerChannel", UINT8), true},
+        {channel("NearInfrared", UINT16), true},    {channel("ScanAngle", SINT16), true},
+        {channel("ReturnNum", UINT8, 0, 4), true},  {channel("NumReturns", UINT8, 0, 4), true},
+        {channel("ReturnNum", UINT8, 0, 3), false}, {channel("NumReturns", UINT8, 0, 3), false},
+        {channel("ScanAngle", SINT8), false},       {channel("Red", UINT16), false},
     };
     for (const auto& [info, isNewer] : cases)
         for (const bool isFirst : {false, true}) {

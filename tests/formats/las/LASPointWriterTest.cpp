@@ -52,13 +52,6 @@ protected:
     std::string path = directory / "out.las";
 };
 
-ChannelInfo withBits(const char* name, DataType type, int bits)
-{
-    ChannelInfo info;
-    info.init(name, type, bits, 0);
-    return info;
-}
-
 std::string padded(const std::string& text)
 {
     std::string whole = text;
@@ -78,10 +71,10 @@ TEST_F(LASWriting, ChoosesFormatAndVersionByTheChannels)
     EXPECT_EQ(chosen({time}), "1/11");
     EXPECT_EQ(chosen({red}), "2/12");
     EXPECT_EQ(chosen({channel("GPSTime_Adjusted", FLOAT64), channel("Blue", UINT16)}), "3/12");
-    EXPECT_EQ(chosen({withBits("ReturnNum", UINT8, 3), withBits("ScanAngle", SINT8, 8)}), "0/11");
-    EXPECT_EQ(chosen({withBits("ReturnNum", UINT8, 4)}), "6/14");
-    EXPECT_EQ(chosen({withBits("NumReturns", UINT8, 4), time}), "6/14");
-    EXPECT_EQ(chosen({withBits("ScanAngle", SINT16, 9), red}), "7/14");
+    EXPECT_EQ(chosen({channel("ReturnNum", UINT8, 0, 3), channel("ScanAngle", SINT8, 0, 8)}), "0/11");
+    EXPECT_EQ(chosen({channel("ReturnNum", UINT8, 0, 4)}), "6/14");
+    EXPECT_EQ(chosen({channel("NumReturns", UINT8, 0, 4), time}), "6/14");
+    EXPECT_EQ(chosen({channel("ScanAngle", SINT16, 0, 9), red}), "7/14");
     EXPECT_EQ(chosen({channel("ClassFlags", UINT8), time, red}), "7/14");
     EXPECT_EQ(chosen({channel("ScannerChannel", UINT8)}), "6/14");
     EXPECT_EQ(chosen({channel("NearInfrared", UINT16), red}), "8/14");
@@ -153,8 +146,8 @@ TEST_F(LASWriting, StoresFieldsByTheirWidth)
         double (*get)(const P&);
         Values values, legacy, extended; // as stored in formats 0 to 3 and 6 to 8; empty: not tested
     } cases[] = {
-        {withBits("ReturnNum", UINT8, 3), get<&P::returnNum>, few, legacy, extended},
-        {withBits("NumReturns", UINT8, 3), get<&P::numReturns>, few, legacy, extended},
+        {channel("ReturnNum", UINT8, 0, 3), get<&P::returnNum>, few, legacy, extended},
+        {channel("NumReturns", UINT8, 0, 3), get<&P::numReturns>, few, legacy, extended},
         {channel("ScanDir", UINT8), get<&P::scanDir>, {1, 2, 255}, {1, 0, 1}, {1, 0, 1}},
         {channel("EdgeFlightLine", UINT8), get<&P::edge>, {1, 2, 255}, {1, 0, 1}, {1, 0, 1}},
         {channel("ClassId", UINT8), get<&P::classId>, {31, 32, 255}, {31, 32, 255}, {31, 32, 255}},
@@ -170,7 +163,7 @@ TEST_F(LASWriting, StoresFieldsByTheirWidth)
         {channel("Intensity", FLOAT64), get<&P::intensity>, {2.9, -2.9, 1e300, nan}, {2, 65534, 0, 0}, {}},
         {channel("Green", UINT16), get<&P::green>, {258}, {258}, {258}},
         {channel("ScanAngle", SINT8), get<&P::scanAngle>, {-128, 127, -1}, {-128, 127, -1}, {-128, 127, -1}},
-        {withBits("ScanAngle", SINT16, 8), get<&P::scanAngle>, {-30000, 129}, {-48, -127}, {-30000, 129}},
+        {channel("ScanAngle", SINT16, 0, 8), get<&P::scanAngle>, {-30000, 129}, {-48, -127}, {-30000, 129}},
     };
     for (const auto& each : cases)
         for (const bool isExtended : {false, true}) {
@@ -249,14 +242,11 @@ TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
 
 TEST_F(LASWriting, CountsPointsByReturn)
 {
-    ChannelInfo returns;
-    returns.init("ReturnNum", UINT8, 3, 0);
     const std::vector<double> numbers = {1, 1, 2, 5, 6, 7, 0, 1};
-    const auto legacy = write(*makeSource({returns}, {numbers}));
+    const auto legacy = write(*makeSource({channel("ReturnNum", UINT8, 0, 3)}, {numbers}));
     EXPECT_EQ(legacy.legacyCount, 8u);
     EXPECT_EQ(legacy.legacyByReturn, (std::array<std::uint32_t, 5>{3, 1, 0, 0, 1}));
-    returns.init("ReturnNum", UINT8, 4, 0);
-    const auto extended = write(*makeSource({returns}, {{1, 15, 15, 6, 5, 0}}));
+    const auto extended = write(*makeSource({channel("ReturnNum", UINT8, 0, 4)}, {{1, 15, 15, 6, 5, 0}}));
     EXPECT_EQ(extended.legacyCount, 6u);
     EXPECT_EQ(extended.count, 6u);
     EXPECT_EQ(extended.legacyByReturn, (std::array<std::uint32_t, 5>{1, 0, 0, 0, 1}));
@@ -494,19 +484,18 @@ TEST_F(LASWriting, ReportsTimesThatItLoses)
 
 TEST_F(LASWriting, ReportsScanAnglesInTheUnitOfOtherFormats)
 {
-    const auto source = makeSource({channel("ScanAngle", SINT8), channel("ClassFlags", UINT8)});
-    const auto writer = makeWriter(*source);
-    const auto isForeign = [&](const ChannelInfo& angle, bool extended) {
-        const auto other = makeSource({angle, channel(extended ? "ClassFlags" : "UserData", UINT8)});
-        writer->init(other.get(), path.c_str(), -1);
-        writer->write(Bounds::Huge(), 1, other->getPointInfo(), nullptr);
+    const Scoped<LASPointWriter> writer(LASPointWriter::create());
+    const auto isForeign = [&](const ChannelInfo& angle, const char* other) {
+        const auto source = makeSource({angle, channel(other, UINT8)});
+        writer->init(source.get(), path.c_str(), -1);
+        writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
         return writer->hasForeignScanAngles();
     };
-    EXPECT_TRUE(isForeign(channel("ScanAngle", SINT8), true));
-    EXPECT_FALSE(isForeign(channel("ScanAngle", SINT8), false));
-    EXPECT_TRUE(isForeign(channel("ScanAngle", FLOAT32), true));
-    EXPECT_FALSE(isForeign(channel("ScanAngle", SINT16), true));
-    EXPECT_TRUE(isForeign(withBits("ScanAngle", SINT16, 8), false));
+    EXPECT_TRUE(isForeign(channel("ScanAngle", SINT8), "ClassFlags"));
+    EXPECT_FALSE(isForeign(channel("ScanAngle", SINT8), "UserData"));
+    EXPECT_TRUE(isForeign(channel("ScanAngle", FLOAT32), "ClassFlags"));
+    EXPECT_FALSE(isForeign(channel("ScanAngle", SINT16), "ClassFlags"));
+    EXPECT_TRUE(isForeign(channel("ScanAngle", SINT16, 0, 8), "UserData"));
 }
 
 TEST_F(LASWriting, WritesAFileWithoutPoints)
