@@ -188,6 +188,13 @@ TEST(MosaicFilter, UnitesChannelsAndFillsMissingOnesWithZeros)
     const auto many = pointsFrom(0, 40000);
     const auto all = Mosaic::of(a, many);
     EXPECT_EQ(readRows(*all.filter, all.filter->getPointInfo(), fromTo(10, 1e6), 1, 100000).size(), 39990u);
+    const Scoped<PointIterator> iterator(
+        all.filter->createIterator(fromTo(10, 1e6), 1, all.filter->getPointInfo(), nullptr));
+    for (const std::size_t size : {100u, 7u, 50u}) {
+        PointData block;
+        block.init(all.filter->getPointInfo(), size);
+        EXPECT_EQ(iterator->getNextPoints(block), size);
+    }
 }
 
 TEST(MosaicFilter, ChoosesATypeThatHoldsBothSources)
@@ -261,7 +268,7 @@ TEST(MosaicFilter, HasTheScaleThatAllSourcesShare)
                 b->setBounds({{-100, 0}, {0, 0}, {0, 0}});
             // A third source does not bring the scale back.
             const auto mosaic = isFirst ? Mosaic::of(b, a, a) : Mosaic::of(a, b, a);
-            EXPECT_EQ(mosaic.filter->getScale() != nullptr, each.isShared) << &each - others;
+            ASSERT_EQ(mosaic.filter->getScale() != nullptr, each.isShared) << &each - others;
             if (each.isShared) {
                 EXPECT_EQ(mosaic.filter->getScale()[2], 3);
                 EXPECT_EQ(mosaic.filter->getOffset()[2], 7);
@@ -367,22 +374,12 @@ TEST(MosaicFilter, ConvertsChannelsWithDifferentMeanings)
 
 TEST(MosaicFilter, HasTheNewerMeaningIfAnySourceIsNewer)
 {
-    const auto bits = [](const char* name, int count) {
-        ChannelInfo info;
-        info.init(name, UINT8, count, 0);
-        return info;
-    };
     const std::pair<ChannelInfo, bool> cases[] = {
-        {channel("ClassFlags", UINT8), true},
-        {channel("ScannerChannel", UINT8), true},
-        {channel("NearInfrared", UINT16), true},
-        {channel("ScanAngle", SINT16), true},
-        {bits("ReturnNum", 4), true},
-        {bits("NumReturns", 4), true},
-        {bits("ReturnNum", 3), false},
-        {bits("NumReturns", 3), false},
-        {channel("ScanAngle", SINT8), false},
-        {channel("Red", UINT16), false},
+        {channel("ClassFlags", UINT8), true},       {channel("ScannerChannel", UINT8), true},
+        {channel("NearInfrared", UINT16), true},    {channel("ScanAngle", SINT16), true},
+        {channel("ReturnNum", UINT8, 0, 4), true},  {channel("NumReturns", UINT8, 0, 4), true},
+        {channel("ReturnNum", UINT8, 0, 3), false}, {channel("NumReturns", UINT8, 0, 3), false},
+        {channel("ScanAngle", SINT8), false},       {channel("Red", UINT16), false},
     };
     for (const auto& [info, isNewer] : cases)
         for (const bool isFirst : {false, true}) {

@@ -49,7 +49,7 @@ Scoped<MemoryPointSource> randomSource(std::size_t count)
 TEST(QuantizeFilter, RoundsToTheNearestMultiple)
 {
     const auto source = MemoryPointSource::make(layoutXYZ(), {{0, 0.24, 0.26, 0.25, -0.2, -0.25, -0.3},
-                                                              {5, 6, 7, 7.1, 8.5, 9.49, 9.51},
+                                                              {5, 6, 7, 7.1, 8.5, 9.49, 1e10 + 0.51},
                                                               {49, infinity, -infinity, 99, 149, 151, -151}});
     const auto counted = MemoryPointSource::make(layoutXYZ(), {{0.3}, {0.6}, {4}});
     const double scale[] = {0.1, 0.1, 0.1}, origin[] = {0.25, 0.5, 1};
@@ -57,7 +57,7 @@ TEST(QuantizeFilter, RoundsToTheNearestMultiple)
     EXPECT_EQ(readRows(*filterOf(*counted, {1, 1, 2}), layoutXYZ()), (Rows{{0.25, 0.5, 5}}))
         << "counted from the source's offset";
     const Rows rows = readRows(*filterOf(*source, {0.5, 1, 100}), layoutXYZ());
-    const Numbers x = {0, 0, 0.5, 0.5, 0, 0, -0.5}, y = {5, 6, 7, 7, 9, 9, 10};
+    const Numbers x = {0, 0, 0.5, 0.5, 0, 0, -0.5}, y = {5, 6, 7, 7, 9, 9, 1e10 + 1};
     const Numbers z = {0, infinity, -infinity, 100, 100, 200, -200};
     ASSERT_EQ(rows.size(), x.size());
     for (std::size_t i = 0; i < rows.size(); ++i)
@@ -92,6 +92,8 @@ TEST(QuantizeFilter, MovesNoPointByMoreThanHalfAStep)
     const auto again = filterOf(*filter, {0.1, 0.3, 0.007});
     EXPECT_EQ(readRows(*again, layout), after);
     EXPECT_EQ(again->getBounds(), bounds);
+    again->init(filter.get(), Numbers{100, 100, 100}.data());
+    EXPECT_EQ(again->getBounds().x.max, 500) << "with other steps";
 }
 
 TEST(QuantizeFilter, LosesNoPointOfABox)

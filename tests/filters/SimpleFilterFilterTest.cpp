@@ -4,6 +4,9 @@
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/SetOfSources.h"
+#include <vxunpack/HilbertOrder.h>
+#include <vxunpack/MosaicFilter.h>
+#include <vxunpack/QuantizeFilter.h>
 
 #include <gtest/gtest.h>
 
@@ -78,20 +81,15 @@ TEST(SimpleFilterFilter, ContinuesInTheMiddleOfABatch)
     EXPECT_EQ(passing(*filter, layoutXYZ(), 1), whole);
     EXPECT_EQ(passing(*filter, layoutXYZ(), 2), whole);
     EXPECT_EQ(passing(*filter, layoutXYZ({channel("C", SINT32)}), 7), whole);
-}
-
-TEST(SimpleFilterFilter, DeliversAFullBlockFromSeveralBatches)
-{
-    const auto source = countingSource(UINT8, 40000);
-    const auto filter = filterOf(*source, true, {1});
+    // A full block from several batches, after one without capacity.
     const Scoped<PointIterator> iterator(filter->createIterator(Bounds::Huge(), 1, layoutXYZ(), nullptr));
     PointData block, none;
-    block.init(layoutXYZ(), 300);
+    block.init(layoutXYZ(), 700);
     none.init(layoutXYZ(), 0);
     EXPECT_EQ(iterator->getNextPoints(none), 0u);
-    EXPECT_EQ(iterator->getNextPoints(block), 300u);
-    EXPECT_EQ(block.getX()[299], 29901);
-    EXPECT_EQ(iterator->getNextPoints(block), 100u);
+    EXPECT_EQ(iterator->getNextPoints(block), 700u);
+    EXPECT_EQ(block.getX()[699], whole[699]);
+    EXPECT_EQ(iterator->getNextPoints(block), 8u);
     EXPECT_EQ(iterator->getNextPoints(block), 0u);
 }
 
@@ -129,6 +127,23 @@ TEST(SimpleFilterFilter, GivesAnIteratorTheValuesAtItsCreation)
     block.init(layoutXYZ(), 10);
     EXPECT_EQ(iterator->getNextPoints(block), 1u);
     EXPECT_EQ(passing(*filter).size(), 2u);
+}
+
+TEST(Filters, RefuseQueriesBeforeInit)
+{
+    const Scoped<PointSource> filters[] = {
+        Scoped<PointSource>(SimpleFilterFilter::create()), Scoped<PointSource>(QuantizeFilter::create()),
+        Scoped<PointSource>(HilbertOrder::create()), Scoped<PointSource>(MosaicFilter::create())};
+    for (const auto& filter : filters) {
+        const auto codeOf = [&](auto call) { return Testing::failureOf(call).substr(0, 5); };
+        Metadata metadata;
+        const std::ptrdiff_t index = &filter - filters;
+        EXPECT_EQ(codeOf([&] { filter->getTotalWork(Bounds::Huge(), 1); }), "40007") << index;
+        EXPECT_EQ(codeOf([&] { filter->loadMetadata(metadata, false); }), "40007") << index;
+        EXPECT_EQ(codeOf([&] { filter->createIterator(Bounds::Huge(), 1, Testing::layoutXYZ(), nullptr); }),
+                  "40007")
+            << index;
+    }
 }
 
 } // namespace

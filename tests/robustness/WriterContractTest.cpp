@@ -144,11 +144,9 @@ protected:
 
     static Scoped<MemoryPointSource> makeSource(std::size_t count, double first = 0)
     {
-        ChannelInfo returnNum;
-        returnNum.init("ReturnNum", UINT8, 3, 0);
-        const PointInfo layout = Testing::layoutOf({channel("X", FLOAT64, 0.01), channel("Y", FLOAT64, 0.01),
-                                                    channel("Z", FLOAT64, 0.01), channel("Intensity", UINT16),
-                                                    returnNum, channel("GPSTime", FLOAT64)});
+        const PointInfo layout = Testing::layoutOf(
+            {channel("X", FLOAT64, 0.01), channel("Y", FLOAT64, 0.01), channel("Z", FLOAT64, 0.01),
+             channel("Intensity", UINT16), channel("ReturnNum", UINT8, 0, 3), channel("GPSTime", FLOAT64)});
         MemoryPointSource::Columns columns(layout.getNumChannels(), std::vector<double>(count));
         for (std::size_t i = 0; i < count; ++i) {
             const double t = first + static_cast<double>(i);

@@ -7,10 +7,11 @@
 
 namespace Quillmoran::Testing {
 
-inline ChannelInfo channel(const char* name, DataType type, double quantization = 0)
+// 0 bits: all of the type.
+inline ChannelInfo channel(const char* name, DataType type, double quantization = 0, int bits = 0)
 {
     ChannelInfo info;
-    info.init(name, type, 0, quantization);
+    info.init(name, type, bits, quantization);
     return info;
 }
 

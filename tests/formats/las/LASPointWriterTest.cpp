@@ -10,7 +10,6 @@
 
 #include <cmath>
 #include <ctime>
-#include <functional>
 #include <gtest/gtest.h>
 #include <limits>
 
@@ -53,13 +52,6 @@ protected:
     std::string path = directory / "out.las";
 };
 
-ChannelInfo withBits(const char* name, DataType type, int bits)
-{
-    ChannelInfo info;
-    info.init(name, type, bits, 0);
-    return info;
-}
-
 std::string padded(const std::string& text)
 {
     std::string whole = text;
@@ -79,10 +71,10 @@ TEST_F(LASWriting, ChoosesFormatAndVersionByTheChannels)
     EXPECT_EQ(chosen({time}), "1/11");
     EXPECT_EQ(chosen({red}), "2/12");
     EXPECT_EQ(chosen({channel("GPSTime_Adjusted", FLOAT64), channel("Blue", UINT16)}), "3/12");
-    EXPECT_EQ(chosen({withBits("ReturnNum", UINT8, 3), withBits("ScanAngle", SINT8, 8)}), "0/11");
-    EXPECT_EQ(chosen({withBits("ReturnNum", UINT8, 4)}), "6/14");
-    EXPECT_EQ(chosen({withBits("NumReturns", UINT8, 4), time}), "6/14");
-    EXPECT_EQ(chosen({withBits("ScanAngle", SINT16, 9), red}), "7/14");
+    EXPECT_EQ(chosen({channel("ReturnNum", UINT8, 0, 3), channel("ScanAngle", SINT8, 0, 8)}), "0/11");
+    EXPECT_EQ(chosen({channel("ReturnNum", UINT8, 0, 4)}), "6/14");
+    EXPECT_EQ(chosen({channel("NumReturns", UINT8, 0, 4), time}), "6/14");
+    EXPECT_EQ(chosen({channel("ScanAngle", SINT16, 0, 9), red}), "7/14");
     EXPECT_EQ(chosen({channel("ClassFlags", UINT8), time, red}), "7/14");
     EXPECT_EQ(chosen({channel("ScannerChannel", UINT8)}), "6/14");
     EXPECT_EQ(chosen({channel("NearInfrared", UINT16), red}), "8/14");
@@ -134,78 +126,60 @@ TEST_F(LASWriting, WritesTheHeaderByteForByte)
     EXPECT_EQ(extended.globalEncoding, 1);
 }
 
-// The same values of one channel in formats 0 and 6.
-template <class Field>
-struct FieldCase
+// A field of a point as a number.
+template <auto field>
+double get(const LASFilePoint& point)
 {
-    ChannelInfo channel;
-    Field LASFilePoint::*field;
-    std::vector<double> values;
-    std::vector<int> legacy, extended; // empty: the format has no such field
-};
-
-template <class Field>
-void checkFields(std::initializer_list<FieldCase<Field>> cases,
-                 const std::function<LASFile(MemoryPointSource&)>& write)
-{
-    for (const auto& each : cases)
-        for (const bool extended : {false, true}) {
-            const std::vector<int>& expected = extended ? each.extended : each.legacy;
-            if (expected.empty())
-                continue;
-            const std::size_t count = each.values.size();
-            MemoryPointSource::Columns columns(3, std::vector<double>(count));
-            columns.insert(columns.end(), {each.values, std::vector<double>(count)});
-            const ChannelInfo other = channel(extended ? "ClassFlags" : "SourceId", UINT8);
-            std::vector<int> stored;
-            for (const LASFilePoint& point :
-                 write(*MemoryPointSource::make(layoutXYZ({each.channel, other}), columns)).points)
-                stored.push_back(point.*each.field);
-            EXPECT_EQ(stored, expected) << each.channel.getName() << ' ' << extended;
-        }
+    return point.*field;
 }
 
 TEST_F(LASWriting, StoresFieldsByTheirWidth)
 {
-    const auto writeAll = [this](MemoryPointSource& source) { return write(source); };
-    const double nan = std::nan("");
     using P = LASFilePoint;
-    const std::vector<double> few = {0, 7, 8, 9, 15, 16, 255};
-    checkFields<std::uint8_t>(
-        {{withBits("ReturnNum", UINT8, 3),
-          &P::returnNum,
-          few,
-          {0, 7, 7, 7, 7, 7, 7},
-          {0, 7, 8, 9, 15, 0, 15}},
-         {withBits("NumReturns", UINT8, 3),
-          &P::numReturns,
-          few,
-          {0, 7, 7, 7, 7, 7, 7},
-          {0, 7, 8, 9, 15, 0, 15}},
-         {channel("ScanDir", UINT8), &P::scanDir, {0, 1, 2, 255}, {0, 1, 0, 1}, {0, 1, 0, 1}},
-         {channel("EdgeFlightLine", UINT8), &P::edge, {0, 1, 2, 255}, {0, 1, 0, 1}, {0, 1, 0, 1}},
-         {channel("ClassId", UINT8), &P::classId, {0, 31, 32, 255}, {0, 31, 32, 255}, {0, 31, 32, 255}},
-         {channel("ScannerChannel", UINT8), &P::scannerChannel, {0, 3, 4, 255}, {}, {0, 3, 0, 3}},
-         {channel("ClassFlags", UINT8), &P::classFlags, {0, 15, 16, 255}, {0, 15, 0, 15}, {}},
-         // Other types are cast: low bits of integers, integral part of floating-point numbers.
-         {channel("UserData", FLOAT32), &P::userData, {255.9, 256, 300.5}, {255, 0, 44}, {255, 0, 44}}},
-        writeAll);
-    checkFields<std::uint16_t>(
-        {{channel("SourceId", UINT16), &P::sourceId, {1, 65535}, {}, {1, 65535}},
-         {channel("Intensity", SINT32),
-          &P::intensity,
-          {-1, 65536, 70000},
-          {65535, 0, 4464},
-          {65535, 0, 4464}},
-         {channel("Intensity", FLOAT64), &P::intensity, {2.9, -2.9, 1e300, nan}, {2, 65534, 0, 0}, {}},
-         {channel("Red", UINT16), &P::red, {258}, {258}, {258}},
-         {channel("Green", UINT16), &P::green, {258}, {258}, {258}},
-         {channel("Blue", UINT16), &P::blue, {258}, {258}, {258}}},
-        writeAll);
-    checkFields<std::int16_t>(
-        {{channel("ScanAngle", SINT8), &P::scanAngle, {-128, 127, -1}, {-128, 127, -1}, {-128, 127, -1}},
-         {withBits("ScanAngle", SINT16, 8), &P::scanAngle, {-30000, 129}, {-48, -127}, {-30000, 129}}},
-        writeAll);
+    using Values = std::vector<double>;
+    const double nan = std::nan("");
+    const Values few = {0, 7, 8, 9, 15, 16, 255}, legacy = {0, 7, 7, 7, 7, 7, 7},
+                 extended = {0, 7, 8, 9, 15, 0, 15};
+    const struct
+    {
+        ChannelInfo channel;
+        double (*get)(const P&);
+        Values values, legacy, extended; // as stored in formats 0 to 3 and 6 to 8; empty: not tested
+    } cases[] = {
+        {channel("ReturnNum", UINT8, 0, 3), get<&P::returnNum>, few, legacy, extended},
+        {channel("NumReturns", UINT8, 0, 3), get<&P::numReturns>, few, legacy, extended},
+        {channel("ScanDir", UINT8), get<&P::scanDir>, {1, 2, 255}, {1, 0, 1}, {1, 0, 1}},
+        {channel("EdgeFlightLine", UINT8), get<&P::edge>, {1, 2, 255}, {1, 0, 1}, {1, 0, 1}},
+        {channel("ClassId", UINT8), get<&P::classId>, {31, 32, 255}, {31, 32, 255}, {31, 32, 255}},
+        {channel("ScannerChannel", UINT8), get<&P::scannerChannel>, {3, 4, 255}, {}, {3, 0, 3}},
+        {channel("ClassFlags", UINT8), get<&P::classFlags>, {15, 16, 255}, {}, {15, 0, 15}},
+        // Other types are cast: low bits of integers, integral part of floating-point numbers.
+        {channel("UserData", FLOAT32), get<&P::userData>, {255.9, 256, 300.5}, {255, 0, 44}, {255, 0, 44}},
+        {channel("Intensity", SINT32),
+         get<&P::intensity>,
+         {-1, 65536, 70000},
+         {65535, 0, 4464},
+         {65535, 0, 4464}},
+        {channel("Intensity", FLOAT64), get<&P::intensity>, {2.9, -2.9, 1e300, nan}, {2, 65534, 0, 0}, {}},
+        {channel("Green", UINT16), get<&P::green>, {258}, {258}, {258}},
+        {channel("ScanAngle", SINT8), get<&P::scanAngle>, {-128, 127, -1}, {-128, 127, -1}, {-128, 127, -1}},
+        {channel("ScanAngle", SINT16, 0, 8), get<&P::scanAngle>, {-30000, 129}, {-48, -127}, {-30000, 129}},
+    };
+    for (const auto& each : cases)
+        for (const bool isExtended : {false, true}) {
+            const Values& expected = isExtended ? each.extended : each.legacy;
+            if (expected.empty())
+                continue;
+            std::initializer_list<ChannelInfo> both = {each.channel, channel("ClassFlags", UINT8)},
+                                               one = {each.channel};
+            Values stored;
+            for (const P& point :
+                 write(*makeSource(isExtended && !each.channel.isNamed("ClassFlags") ? both : one,
+                                   {each.values}))
+                     .points)
+                stored.push_back(each.get(point));
+            EXPECT_EQ(stored, expected) << each.channel.getName() << ' ' << isExtended;
+        }
 }
 
 TEST_F(LASWriting, RoundsCoordinatesAwayFromTheOffset)
@@ -268,14 +242,11 @@ TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
 
 TEST_F(LASWriting, CountsPointsByReturn)
 {
-    ChannelInfo returns;
-    returns.init("ReturnNum", UINT8, 3, 0);
     const std::vector<double> numbers = {1, 1, 2, 5, 6, 7, 0, 1};
-    const auto legacy = write(*makeSource({returns}, {numbers}));
+    const auto legacy = write(*makeSource({channel("ReturnNum", UINT8, 0, 3)}, {numbers}));
     EXPECT_EQ(legacy.legacyCount, 8u);
     EXPECT_EQ(legacy.legacyByReturn, (std::array<std::uint32_t, 5>{3, 1, 0, 0, 1}));
-    returns.init("ReturnNum", UINT8, 4, 0);
-    const auto extended = write(*makeSource({returns}, {{1, 15, 15, 6, 5, 0}}));
+    const auto extended = write(*makeSource({channel("ReturnNum", UINT8, 0, 4)}, {{1, 15, 15, 6, 5, 0}}));
     EXPECT_EQ(extended.legacyCount, 6u);
     EXPECT_EQ(extended.count, 6u);
     EXPECT_EQ(extended.legacyByReturn, (std::array<std::uint32_t, 5>{1, 0, 0, 0, 1}));
@@ -337,46 +308,55 @@ Projection projectionOf(const LASFile& file)
 
 TEST_F(LASWriting, CopiesProjectionRecords)
 {
-    const auto legacy = makeSource({});
-    const auto extended = makeSource({channel("ClassFlags", UINT8)});
-    for (const auto& source : {legacy, extended}) {
-        Metadata& metadata = source->metadata();
-        metadata.add("LASF_Projection::34735", "keys", METADATA_BLOB, "\1\0\1\0\0\0\0\0", 8);
-        const double numbers[] = {1.5, 2.5};
-        metadata.add("LASF_Projection::34736", nullptr, METADATA_FLOAT64_ARRAY, numbers, 2);
-        metadata.add("LASF_Projection::34734", nullptr, METADATA_BLOB, "no", 2);
-        source->setWKT("LOCAL_CS[\"unused\"]");
-    }
-    const LASFile copied = write(*legacy);
-    EXPECT_EQ(projectionOf(copied).records, "34735 34736 ");
-    EXPECT_EQ(copied.records[0].description, "keys");
-    EXPECT_EQ(copied.records[1].value.size(), 16u);
-    EXPECT_EQ(copied.pointDataOffset, 227u + 2 * 54 + 8 + 16);
-    // Formats 6 to 10 cannot have keys: the WKT of the source is written.
-    const LASFile translated = write(*extended);
-    EXPECT_EQ(projectionOf(translated).records, "2112 ");
-    EXPECT_TRUE(projectionOf(translated).wktBit);
-
     // A VLR has at most 65,535 bytes, with the NUL of a text.
-    const std::string huge(65535, 'x'), largest(65534, 'x');
-    extended->metadata().add("LASF_Projection::2111", nullptr, METADATA_STRING, largest.c_str(), 0);
-    extended->metadata().add("LASF_Projection::2112", nullptr, METADATA_STRING, huge.c_str(), 0);
-    const LASFile wkt = write(*extended);
-    EXPECT_EQ(projectionOf(wkt).records, "2111 ");
-    EXPECT_EQ(wkt.records[0].value.size(), 65535u) << "with its NUL";
-    EXPECT_TRUE(projectionOf(wkt).wktBit);
-    legacy->metadata().add("LASF_Projection::2112", nullptr, METADATA_STRING, "LOCAL_CS[\"b\"]", 0);
-    const LASFile both = write(*legacy);
-    EXPECT_EQ(projectionOf(both).records, "34735 34736 2112 ");
-    EXPECT_FALSE(projectionOf(both).wktBit) << "the keys are valid";
-
-    const auto writer = makeWriter(*extended);
-    writer->setOverrideProjectionVLRs(true);
-    writer->write(Bounds::Huge(), 1, extended->getPointInfo(), nullptr);
-    const LASFile overridden = LASFile::load(path);
-    ASSERT_EQ(projectionOf(overridden).records, "2112 ");
-    EXPECT_EQ(std::string(overridden.records[0].value.begin(), overridden.records[0].value.end()),
-              std::string("LOCAL_CS[\"unused\"]") + '\0');
+    const std::string largest(65534, 'x'), huge(65535, 'x');
+    const double numbers[] = {1.5, 2.5};
+    const struct
+    {
+        const char* source; // letters of the records added below
+        bool isExtended, isOverridden;
+        const char* written; // with their sizes
+        bool wktBit;
+    } cases[] = {{"kdao", false, false, "34735:8 34736:16 34737:3 ", false},
+                 {"kdaow", false, false, "34735:8 34736:16 34737:3 2112:4 ", false},
+                 {"w", false, false, "2112:4 ", true},
+                 {"kdao", true, false, "2112:19 ", true}, // formats 6 to 10 cannot have keys
+                 {"kwm", true, false, "2112:4 2111:65535 ", true},
+                 {"wm", true, true, "2112:19 ", true},
+                 {"h", true, false, "2112:19 ", true}};
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.source);
+        const auto source = makeSource({channel(each.isExtended ? "ClassFlags" : "UserData", UINT8)});
+        source->setWKT("LOCAL_CS[\"unused\"]");
+        Metadata& metadata = source->metadata();
+        for (const char record : std::string(each.source)) {
+            if (record == 'k')
+                metadata.add("LASF_Projection::34735", "keys", METADATA_BLOB, "\1\0\1\0\0\0\0\0", 8);
+            else if (record == 'd')
+                metadata.add("LASF_Projection::34736", nullptr, METADATA_FLOAT64_ARRAY, numbers, 2);
+            else if (record == 'a')
+                metadata.add("LASF_Projection::34737", nullptr, METADATA_STRING, "a|", 0);
+            else if (record == 'o')
+                for (const char* key : {"LASF_Projection::34734", "LASF_Projection::34738", "user::34735"})
+                    metadata.add(key, nullptr, METADATA_STRING, "other", 0);
+            else if (record == 'm')
+                metadata.add("LASF_Projection::2111", nullptr, METADATA_STRING, largest.c_str(), 0);
+            else
+                metadata.add("LASF_Projection::2112", nullptr, METADATA_STRING,
+                             record == 'w' ? "WKT" : huge.c_str(), 0);
+        }
+        const auto writer = makeWriter(*source);
+        writer->setOverrideProjectionVLRs(each.isOverridden);
+        writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
+        const LASFile file = LASFile::load(path);
+        std::string written;
+        for (const auto& record : file.records)
+            written += std::to_string(record.recordID) + ':' + std::to_string(record.value.size()) + ' ';
+        EXPECT_EQ(written, each.written);
+        EXPECT_EQ(projectionOf(file).wktBit, each.wktBit);
+        const std::string description = file.records.empty() ? "" : file.records[0].description;
+        EXPECT_EQ(description, each.written[0] == '3' ? "keys" : "");
+    }
 }
 
 TEST_F(LASWriting, TranslatesTheCoordinateSystem)
@@ -436,7 +416,8 @@ TEST_F(LASWriting, CompressesTheSamePoints)
     } cases[] = {{7, -1, 50001}, {0, 12, 3000}, {1, 12, 3000}, {2, 12, 3000}, {3, 12, 60000},
                  {6, 14, 3000},  {7, 0, 3000},  {7, 12, 3000}, {8, 14, 50001}};
     for (const auto& each : cases) {
-        const LASFile original = Testing::randomLASFile(each.format, 4, each.count, 5);
+        LASFile original = Testing::randomLASFile(each.format, 4, each.count, 5);
+        original.globalEncoding = each.format == 7 ? 1 : 0; // adjusted time
         Testing::writeFile(path, original.build());
         const Scoped<LASPointReader> reader(LASPointReader::create()), back(LASPointReader::create());
         reader->init(path.c_str(), false);
@@ -504,19 +485,18 @@ TEST_F(LASWriting, ReportsTimesThatItLoses)
 
 TEST_F(LASWriting, ReportsScanAnglesInTheUnitOfOtherFormats)
 {
-    const auto source = makeSource({channel("ScanAngle", SINT8), channel("ClassFlags", UINT8)});
-    const auto writer = makeWriter(*source);
-    const auto isForeign = [&](const ChannelInfo& angle, bool extended) {
-        const auto other = makeSource({angle, channel(extended ? "ClassFlags" : "UserData", UINT8)});
-        writer->init(other.get(), path.c_str(), -1);
-        writer->write(Bounds::Huge(), 1, other->getPointInfo(), nullptr);
+    const Scoped<LASPointWriter> writer(LASPointWriter::create());
+    const auto isForeign = [&](const ChannelInfo& angle, const char* other) {
+        const auto source = makeSource({angle, channel(other, UINT8)});
+        writer->init(source.get(), path.c_str(), -1);
+        writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
         return writer->hasForeignScanAngles();
     };
-    EXPECT_TRUE(isForeign(channel("ScanAngle", SINT8), true));
-    EXPECT_FALSE(isForeign(channel("ScanAngle", SINT8), false));
-    EXPECT_TRUE(isForeign(channel("ScanAngle", FLOAT32), true));
-    EXPECT_FALSE(isForeign(channel("ScanAngle", SINT16), true));
-    EXPECT_TRUE(isForeign(withBits("ScanAngle", SINT16, 8), false));
+    EXPECT_TRUE(isForeign(channel("ScanAngle", SINT8), "ClassFlags"));
+    EXPECT_FALSE(isForeign(channel("ScanAngle", SINT8), "UserData"));
+    EXPECT_TRUE(isForeign(channel("ScanAngle", FLOAT32), "ClassFlags"));
+    EXPECT_FALSE(isForeign(channel("ScanAngle", SINT16), "ClassFlags"));
+    EXPECT_TRUE(isForeign(channel("ScanAngle", SINT16, 0, 8), "UserData"));
 }
 
 TEST_F(LASWriting, WritesAFileWithoutPoints)

@@ -3,10 +3,10 @@
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
+#include "support/ProgressLog.h"
 #include "support/Random.h"
 #include "support/TemporaryDirectory.h"
 #include <vxunpack/PointWriter.h>
-#include <vxunpack/ProgressDelegate.h>
 
 #include <gtest/gtest.h>
 
@@ -31,13 +31,6 @@ Scoped<PointReader> open(const std::string& path)
 {
     return Scoped<PointReader>(createPDALPointReader(path.c_str()));
 }
-
-class CancellingDelegate final : public ProgressDelegate
-{
-public:
-    void reportProgress(double, const char*) override {}
-    bool getCancelled() override { return true; }
-};
 
 class PDALPointReaderTest : public testing::Test
 {
@@ -106,7 +99,7 @@ TEST_F(PDALPointReaderTest, RefusesQueriesThatItCannotAnswer)
     EXPECT_EQ(query(layoutXYZ({channel("Red", UINT16)})), "40012 requesting channel not in the source");
     EXPECT_EQ(query(layoutXYZ({channel("Intensity", UINT8)})),
               "40010 channel 'Intensity' has another type in the source");
-    CancellingDelegate delegate;
+    Testing::ProgressLog delegate(0);
     EXPECT_EQ(query(layout, &delegate), "40006 operation cancelled.");
 }
 
@@ -317,23 +310,6 @@ TEST_F(RealBPFFiles, AreReadCompletely)
     for (const char* name : {"Intensity", "ReturnNum", "NumReturns", "ClassId", "Red", "GPSTime"})
         EXPECT_TRUE(reader->hasChannel(name)) << name;
     EXPECT_EQ(reader->getChannel("ClassId")->getDataType(), UINT8);
-}
-
-TEST_F(RealBPFFiles, AreReadOrRefusedWhenDamaged)
-{
-    Testing::Random random(3);
-    for (const char* name : {"-interleaved.bpf", "-fastlz.bpf", "-deflate-segregated.bpf"}) {
-        const std::string whole = Testing::readFile(data + chipped + name);
-        for (std::size_t length = 0; length < whole.size(); length += 397)
-            EXPECT_EQ(readDamaged(whole.substr(0, length)).substr(0, 5), "40609") << name << ' ' << length;
-        for (int i = 0; i < 100; ++i) {
-            std::string bytes = whole;
-            const std::size_t at = i % 2 ? random.below(800) : random.below(bytes.size());
-            bytes[at] = static_cast<char>(random.next());
-            const std::string end = readDamaged(bytes);
-            EXPECT_TRUE(end == "no error" || end.substr(0, 5) == "40609") << name << ' ' << at << ' ' << end;
-        }
-    }
 }
 
 } // namespace
