@@ -12,9 +12,7 @@
 namespace Quillmoran {
 namespace {
 
-using Testing::errorOf;
-using Testing::TemporaryDirectory;
-using Testing::writeFile;
+using namespace Testing;
 
 TEST(SimpleFileOpener, ClassifiesNamesByTheirEnding)
 {
@@ -56,8 +54,8 @@ TEST(FilePointSourceManager, ReadsListsRelativeToThemselves)
 {
     const TemporaryDirectory directory;
     std::filesystem::create_directory(directory / "sub");
-    writeFile(directory / "sub/inner.list", std::string("  b.vxl \r\n"));
-    writeFile(directory / "outer.list", std::string("a.vxl\n/abs/c.vxl\nC:\\d.vxl\n\\e.vxl\nsub/inner.list"));
+    directory.file("sub/inner.list", "  b.vxl \r\n");
+    directory.file("outer.list", "a.vxl\n/abs/c.vxl\nC:\\d.vxl\n\\e.vxl\nsub/inner.list");
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     manager->addFile((directory / "outer.list").c_str());
     ASSERT_EQ(manager->getNumSources(), 5u);
@@ -72,38 +70,59 @@ TEST(FilePointSourceManager, ReadsListsRelativeToThemselves)
 TEST(FilePointSourceManager, RefusesWhatItCannotOpen)
 {
     const TemporaryDirectory directory;
-    const std::string loop = directory / "loop.list", text = directory / "a.txt";
-    writeFile(loop, std::string("loop.list\n"));
+    const std::string loop = directory / "loop.list", text = directory / "a.txt",
+                      lines = directory / "lines.list";
+    directory.file("loop.list", "before.vxl\nloop.list\n");
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
-    EXPECT_EQ(errorOf(-1, [&] { manager->addFile("null"); }), "unsupported input file format 'null'");
-    EXPECT_EQ(errorOf(-1, [&] { manager->addFile(text.c_str()); }),
-              "TXT file requires a format parse string '-parse': '" + text + "'");
-    EXPECT_EQ(errorOf(-1, [&] { manager->addFile(loop.c_str()); }),
-              "list files are nested too deeply: '" + loop + "'");
     EXPECT_EQ(errorOf(-1, [&] { manager->createPointSource(0); }), "");
+    const auto outcomeOf = [&](const std::string& name) {
+        return failureOf([&] { manager->addFile(name.c_str()); });
+    };
+    EXPECT_EQ(outcomeOf("null"), "-1 unsupported input file format 'null'");
+    EXPECT_EQ(outcomeOf(text), "-1 TXT file requires a format parse string '-parse': '" + text + "'");
+    EXPECT_EQ(outcomeOf(loop), "-1 list files are nested too deeply: '" + loop + "'");
+    constexpr std::size_t longest = 1 << 20;
+    directory.file("lines.list", std::string(longest - 5, ' ') + "a.vxl\n" + std::string(longest + 1, 'a'));
+    EXPECT_EQ(outcomeOf(lines), "40005 " + lines + ":2: line is longer than 1048576 bytes");
     manager->addFile((directory / "a.index").c_str());
+    EXPECT_EQ(manager->getFilename(0), directory / "a.index") << "the files of refused lists are dropped";
     EXPECT_EQ(errorOf(ENOENT, [&] { manager->createPointSource(0); }),
               "No such file or directory path = " + directory / "a.index");
 }
 
-// Ten lists, each naming the next one sixty times: 60^9 files.
-TEST(FilePointSourceManager, RefusesListsThatMultiply)
+TEST(FilePointSourceManager, LimitsListsOfLists)
 {
     const TemporaryDirectory directory;
-    const auto nameOf = [&](int i) { return directory / ("l" + std::to_string(i) + ".list"); };
+    const auto nameOf = [&](int i) { return "l" + std::to_string(i) + ".list"; };
+    const auto outcomeOf = [&](int first, std::size_t count) {
+        const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
+        const std::string outcome = failureOf([&] { manager->addFile((directory / nameOf(first)).c_str()); });
+        EXPECT_EQ(manager->getNumSources(), count) << outcome;
+        return outcome;
+    };
+    // Lists 0 to 16, each naming the next one: 16 lists can be nested.
+    for (int i = 0; i <= 16; ++i)
+        directory.file(nameOf(i), i == 16 ? "a.las\n" : nameOf(i + 1) + '\n');
+    EXPECT_EQ(outcomeOf(1, 1), "no error");
+    EXPECT_EQ(outcomeOf(0, 0), "-1 list files are nested too deeply: '" + directory / nameOf(16) + "'");
+    // Ten lists, each naming the next one sixty times: 60^9 files.
     for (int i = 0; i < 10; ++i) {
         std::string lines;
         for (int line = 0; line < 60; ++line)
-            lines += i == 9 ? "a.las\n" : "l" + std::to_string(i + 1) + ".list\n";
-        writeFile(nameOf(i), lines);
+            lines += i == 9 ? "a.las\n" : nameOf(i + 1) + '\n';
+        directory.file(nameOf(i), lines);
     }
-    const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
-    const std::string message = errorOf(-1, [&] { manager->addFile(nameOf(0).c_str()); });
-    EXPECT_EQ(message.rfind("list files name too many list files: ", 0), 0u) << message;
-    // Two levels of lists are accepted.
-    const Scoped<FilePointSourceManager> wide(FilePointSourceManager::create());
-    wide->addFile(nameOf(7).c_str());
-    EXPECT_EQ(wide->getNumSources(), 60u * 60 * 60);
+    EXPECT_EQ(outcomeOf(0, 0).rfind("-1 list files name too many list files: ", 0), 0u);
+    EXPECT_EQ(outcomeOf(7, 60 * 60 * 60), "no error");
+    // Nested lists of 16 MiB at most, each counted with 256 bytes more.
+    for (const auto& [size, count] : {std::pair((16u << 20) - 256, 1u), {(16u << 20) - 255, 0u}}) {
+        std::string padded;
+        while (padded.size() + 1024 < size)
+            padded += std::string(1017, ' ') + "a.las\n";
+        directory.file("l0.list", "l1.list\n");
+        directory.file("l1.list", padded + std::string(size - padded.size() - 6, ' ') + "a.las\n");
+        EXPECT_EQ(outcomeOf(0, count != 0 ? padded.size() / 1023 + 1 : 0) == "no error", count != 0) << size;
+    }
 }
 
 TEST(FilePointSourceManager, OpensEachSourceOnce)

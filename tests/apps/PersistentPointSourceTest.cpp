@@ -83,33 +83,6 @@ protected:
     std::string index = directory / "tiles.index";
 };
 
-TEST_F(TileIndex, OpensOnlyTilesThatIntersectABox)
-{
-    const auto writer = makeWriter();
-    for (int i = 0; i < 100; ++i)
-        writer->add(tile("t" + std::to_string(i) + ".vxl", i % 10, i / 10).c_str());
-    writer->write(index.c_str());
-    EXPECT_EQ(opener->takeOpened().size(), 100u);
-
-    const auto mosaic = openMosaic();
-    EXPECT_EQ(mosaic->getNumPoints(), 2000);
-    EXPECT_EQ(mosaic->getBounds(), (Bounds{{0, 98.82}, {0, 98.55}, {0, 0.04}}));
-    EXPECT_EQ(opener->takeOpened(), Names());
-    const Bounds box{{41, 58}, {20, 29}, {-1, 1}};
-    const Rows rows = readRows(*mosaic, mosaic->getPointInfo(), box);
-    Names opened = opener->takeOpened();
-    std::sort(opened.begin(), opened.end());
-    EXPECT_EQ(opened, (Names{"t24.vxl", "t25.vxl"}));
-    EXPECT_EQ(mosaic->getTotalWork(box, 1), 40);
-    EXPECT_EQ(opener->takeOpened().size(), 2u);
-    Rows inside = readRows(*mosaic, mosaic->getPointInfo());
-    EXPECT_EQ(inside.size(), 2000u);
-    inside.erase(std::remove_if(inside.begin(), inside.end(),
-                                [&](const auto& row) { return !box.contains(row[0], row[1], row[2]); }),
-                 inside.end());
-    EXPECT_EQ(rows, inside);
-}
-
 TEST_F(TileIndex, RestoresAllFields)
 {
     std::filesystem::create_directory(directory / "sub");
@@ -151,6 +124,8 @@ TEST_F(TileIndex, RestoresAllFields)
     EXPECT_EQ(readRows(*mosaic, mosaic->getPointInfo(), {{-1e300, 1e300}, {-1e300, 1e300}, {-1, 1}}).size(),
               50u);
     EXPECT_EQ(opener->takeOpened(), (Names{"b.vxl", "a.vxl"}));
+    EXPECT_EQ(readRows(*mosaic, mosaic->getPointInfo(), {{18.83, 29}, {0, 90}, {0, 1}}).size(), 0u);
+    EXPECT_EQ(opener->takeOpened(), Names()) << "only tiles that intersect a box are opened";
     writer->init(opener.get());
     EXPECT_EQ(writer->getNumTiles(), 0u);
     EXPECT_EQ(writer->getOverviewInfo(), nullptr);
@@ -295,18 +270,6 @@ TEST_F(TileIndex, UnitesTheChannelsOfItsTiles)
     EXPECT_EQ(errorOf(-1, [&] { writer->add(text.c_str()); }), "the number of points must be known");
 }
 
-TEST_F(TileIndex, NamesTilesThatCannotBeRead)
-{
-    const auto writer = makeWriter();
-    const std::string bad = directory.file("bad.vxl", "not a survey at all");
-    EXPECT_EQ(errorOf(40211, [&] { writer->add(bad.c_str()); }), "not a Vexil file path = " + bad);
-    EXPECT_EQ(errorOf(ENOENT, [&] { writer->add((directory / "none.vxl").c_str()); }),
-              "No such file or directory path = " + directory / "none.vxl");
-    EXPECT_EQ(writer->getNumTiles(), 0u);
-    writer->write(index.c_str());
-    EXPECT_EQ(openMosaic()->getNumPoints(), 0);
-}
-
 TEST_F(TileIndex, RefusesATreeThatNamesNoTile)
 {
     TileSet set;
@@ -343,18 +306,6 @@ TEST_F(TileIndex, MeasuresTilesWithoutBounds)
             EXPECT_EQ(openIndex(index)->getTileInfo(0).bounds, (Bounds{{-3.5, 7}, {0, 5}, {2, 9}}));
         }
     }
-}
-
-TEST_F(TileIndex, LeavesTheOldIndexWhenWritingFails)
-{
-    const auto writer = makeWriter({tile("a.vxl", 0, 0)});
-    writer->write(index.c_str());
-    const std::string before = readFile(index);
-    writer->setSRS(std::string(70000, 'x').c_str());
-    EXPECT_EQ(errorOf(-1, [&] { writer->write(index.c_str()); }), "failed writing: srs: string is too long");
-    EXPECT_EQ(readFile(index), before);
-    const auto files = std::filesystem::directory_iterator(directory.path());
-    EXPECT_EQ(std::distance(begin(files), end(files)), 2) << "the index and the tile";
 }
 
 TEST(BoxGrid, NeverLosesATileToRounding)

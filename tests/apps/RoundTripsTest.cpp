@@ -82,11 +82,9 @@ TEST_F(RoundTrips, RestoreLASAndLAZFiles)
             json metadata = source["metadata"];
             EXPECT_EQ(find(metadata, "Owner"), json());
             EXPECT_EQ(metadata.dump().find("\"Owner::9\"") != std::string::npos, ending == "las");
-            metadata.push_back({{"key", "PreCompressionPointCount"},
-                                {"description", nullptr},
-                                {"type", "string"},
-                                {"length", 5},
-                                {"value", "1500"}});
+            metadata.push_back(
+                json::parse(R"({"key": "PreCompressionPointCount", "description": null, "type": "string",
+                                          "length": 5, "value": "1500"})"));
             EXPECT_EQ(packed["metadata"], metadata);
         }
     }

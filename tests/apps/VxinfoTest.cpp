@@ -9,7 +9,6 @@
 
 #include <cmath>
 #include <limits>
-#include <map>
 #include <numeric>
 
 namespace Quillmoran {
@@ -37,7 +36,7 @@ protected:
         std::string errors;
         for (const std::string& problem : problems)
             errors += "Error: " + std::string(files[0]["file"]) + ": " + problem + '\n';
-        EXPECT_EQ(result.errors, errors) << command;
+        EXPECT_EQ(result.errors, errors) << arguments;
         EXPECT_EQ(files[0].value("problems", std::vector<std::string>()), problems);
         EXPECT_EQ(files[0].value("error", ""), problems.empty() ? "" : problems[0]);
         return files[0];
@@ -67,82 +66,10 @@ TEST_F(Vxinfo, DescribesTheExampleAsText)
 
 TEST_F(Vxinfo, DescribesTheExampleAsJSON)
 {
-    const json file = report("survey.vxl");
-    EXPECT_EQ(file["file"], "survey.vxl");
-    EXPECT_EQ(file["type"], "Vexil LiDAR File");
-    EXPECT_EQ(file["format"], "VX7 4.0.0.4");
-    EXPECT_EQ(file["fileBytes"], 22420);
-    EXPECT_EQ(file["hasWaveforms"], false);
-    EXPECT_EQ(file["numPoints"], 2400);
-    EXPECT_EQ(file["bounds"],
-              json({{"min", {499999.94, 4099999.94, 120.75}}, {"max", {500179.76, 4100039.06, 166.8}}}));
-    EXPECT_EQ(file["scale"], json({0.01, 0.01, 0.01}));
-    EXPECT_EQ(file["offset"], json({500000.0, 4100000.0, 100.0}));
-    EXPECT_EQ(file["channels"].size(), 15u);
-    EXPECT_EQ(file["channels"][9],
-              json({{"name", "ScanAngle"}, {"type", "SINT8"}, {"bits", 5}, {"quantization", 0.0}}));
-    EXPECT_EQ(file["classNames"][2], "Ground");
+    json file = report("survey.vxl");
     EXPECT_EQ(file["wkt"].get<std::string>().rfind("PROJCS[\"WGS 84 / UTM zone 13N\",GEOGCS[", 0), 0u);
-    const json& compression = file["compression"];
-    EXPECT_EQ(compression["version"], 4);
-    EXPECT_EQ(compression["index"],
-              json({{"kind", "tree"}, {"numEntries", 38}, {"pointsPerEntry", 64}, {"bytes", 1745}}));
-    EXPECT_EQ(compression["levels"].size(), 6u);
-    EXPECT_EQ(compression["levels"][4], json({{"numPoints", 150}, {"bytes", 712}}));
-    EXPECT_EQ(compression["records"][2], json({{"name", "Z"},
-                                               {"type", "FLOAT64"},
-                                               {"kernelType", "SINT32"},
-                                               {"bits", 13},
-                                               {"min", 2075},
-                                               {"max", 6680},
-                                               {"scale", 0.01},
-                                               {"offset", 100.0},
-                                               {"transform", 91},
-                                               {"transformName", "arithmetic, order 1 prediction"},
-                                               {"subblockSize", 256},
-                                               {"bytes", 2817},
-                                               {"dataBytes", 2765},
-                                               {"headerBytes", 52}}));
-    for (const char* absent : {"check", "statistics"})
-        EXPECT_FALSE(file.contains(absent)) << absent;
-}
-
-// The expected sizes come from a plain walk over the chunks.
-TEST_F(Vxinfo, AddsUpTheBytesOfTheBands)
-{
-    const SampleCloud cloud = SampleCloud::make(3000, 4);
-    for (const auto& [bandVersion, isSwapped] : {std::pair(1, false), {2, true}, {3, false}, {3, true}}) {
-        FilePlan plan = cloud.toFile();
-        plan.bandVersion = static_cast<std::uint8_t>(bandVersion);
-        plan.swapRanges = isSwapped;
-        const Bytes bytes = buildFile(plan);
-        std::map<std::size_t, std::int64_t> data, headers, levels;
-        std::int64_t length = 0;
-        for (std::size_t at = 28; at < bytes.size(); at += 12 + static_cast<std::size_t>(length)) {
-            length = loadBigEndian<std::int64_t>(&bytes[at + 4]);
-            if (bytes[at + 3] != CHUNK_SUBBAND)
-                continue;
-            const std::uint8_t* payload = &bytes[at + 12];
-            const auto channel = loadBigEndian<std::uint16_t>(payload + 1);
-            const auto band = loadBigEndian<std::uint16_t>(payload + 3);
-            const std::int64_t first =
-                bandVersion == 1 ? length - 5 : loadBigEndian<std::int64_t>(payload + 5);
-            const std::int64_t second = bandVersion == 1 ? 0 : loadBigEndian<std::int64_t>(payload + 13);
-            data[channel] += isSwapped ? second : first;
-            headers[channel] += isSwapped ? first : second;
-            levels[plan.numLevels - 1 - band] += first + second;
-        }
-        const json compression = report(plan)["compression"];
-        for (std::size_t c = 0; c < plan.channels.size(); ++c) {
-            const json& record = compression["records"][c];
-            EXPECT_EQ(record["bytes"], data[c] + headers[c]);
-            EXPECT_EQ(record["dataBytes"], bandVersion == 1 ? json() : json(data[c]));
-            EXPECT_EQ(record["headerBytes"], bandVersion == 1 ? json() : json(headers[c]));
-        }
-        for (std::size_t level = 0; level < plan.numLevels; ++level)
-            EXPECT_EQ(compression["levels"][level]["bytes"], levels[level]);
-        expectContains(succeed("vxinfo built.vxl"), {bandVersion == 1 ? "    (in data) " : " bytes\n"});
-    }
+    file.erase("wkt");
+    EXPECT_EQ(file, json::parse(readFile(EXPECTED "/survey.json")));
 }
 
 TEST_F(Vxinfo, ComputesStatisticsOfEveryChannel)
@@ -183,12 +110,8 @@ TEST_F(Vxinfo, ComputesStatisticsOfEveryChannel)
     std::vector<double> finite = cloud.gpsTime;
     finite.erase(finite.begin() + 2); // the infinity among them
     expectPlain("GPSTime", finite);
-    EXPECT_EQ(find(statistics, "Nothing"), json({{"name", "Nothing"},
-                                                 {"count", 0},
-                                                 {"notFinite", 5000},
-                                                 {"min", nullptr},
-                                                 {"max", nullptr},
-                                                 {"mean", nullptr}}));
+    EXPECT_EQ(find(statistics, "Nothing"), json::parse(R"({"name": "Nothing", "count": 0, "notFinite": 5000,
+                                                           "min": null, "max": null, "mean": null})"));
     EXPECT_EQ(find(statistics, "ClassId")["counts"],
               json({{"2", std::count(cloud.classId.begin(), cloud.classId.end(), 2)},
                     {"5", std::count(cloud.classId.begin(), cloud.classId.end(), 5)}}));
@@ -223,7 +146,7 @@ TEST_F(Vxinfo, ChecksTheIndexAtFivePlaces)
     for (const int version : {1, 2}) {
         plan.indexVersion = static_cast<std::uint8_t>(version);
         const json sound = report(plan, "-check");
-        EXPECT_EQ(sound["check"], json({{"numPoints", 384}, {"numQueries", 5}}));
+        EXPECT_EQ(sound["check"], json::parse(R"({"numPoints": 384, "numQueries": 5})"));
         EXPECT_EQ(sound["compression"]["index"]["kind"], version == 1 ? "list" : "tree");
         for (std::size_t i = 0; i < 5; ++i) {
             FilePlan damaged = plan;
@@ -349,11 +272,9 @@ TEST_F(Vxinfo, WritesValidJSONForAnyContents)
     EXPECT_EQ(file["metadata"][0]["key"], "k\uFFFDy\"\n\x7F");
     EXPECT_EQ(file["metadata"][0]["value"], "\uFFFD");
     EXPECT_EQ(file["metadata"][1]["value"], json({1.5, nullptr, nullptr}));
-    EXPECT_EQ(file["metadata"][2], json({{"key", "blob"},
-                                         {"description", nullptr},
-                                         {"type", "blob"},
-                                         {"length", 3},
-                                         {"value", nullptr}}));
+    EXPECT_EQ(file["metadata"][2],
+              json::parse(R"({"key": "blob", "description": null, "type": "blob", "length": 3,
+                                                  "value": null})"));
     EXPECT_EQ(file["classNames"], json({nullptr, "\uFFFD"}));
     const std::string ascii = run("vxinfo -json built.vxl").output;
     EXPECT_TRUE(std::all_of(ascii.begin(), ascii.end(),

@@ -101,26 +101,5 @@ TEST_F(Vxunpack, ComparesThePointCountThatWasPacked)
     EXPECT_EQ(summary(METADATA_BLOB, "F", 1), none);
 }
 
-TEST_F(Vxunpack, LeavesNoPartOfAnOutputThatFailed)
-{
-    // Damage after the first blocks, when the writer has begun: the end of the last band of Z.
-    FilePlan plan = SampleCloud::make(60000, 1).toFile();
-    plan.channels.resize(3);
-    Bytes bytes = buildFile(plan);
-    std::size_t at = 28;
-    for (std::size_t length = 0; bytes[at + 3] != 5; at += 12 + length) {
-        length = 0;
-        for (std::size_t i = 4; i < 12; ++i)
-            length = length << 8 | bytes[at + i];
-    }
-    std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(at) - 40, 40, std::uint8_t{0xFF});
-    writeFile(directory / "damaged.vxl", bytes);
-    const Result result = run("vxunpack -i damaged.vxl -o out.txt -cs 100");
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.errors.rfind("Error: bad read -- subblock ", 0), 0u) << result.errors;
-    expectContains(result.output, {"writing text file"});
-    EXPECT_FALSE(exists("out.txt"));
-}
-
 } // namespace
 } // namespace Quillmoran

@@ -106,16 +106,16 @@ TEST_F(Processes, StopAtASignalWithoutATrace)
         {{"vxunpack -i in.vxl -o out.las -cs 200 -j 1", "out.las"}, "writing", SIGTERM},
         {{"vxunpack -i in.vxl -o out.laz -cs 200 -j 1", "out.laz"}, "writing", SIGHUP},
         {{"vxindex -o t.index -p xyz in.vxl in.txt in.las", "t.index"}, "33.34%", SIGINT},
-        {{"vxinfo -check in.vxl", ""}, "reading", SIGINT},
+        {{"vxinfo -check in.vxl", "none"}, "reading", SIGINT},
     };
     for (const auto& [command, activity, number] : cases)
         for (const bool isThere : {false, true}) {
             SCOPED_TRACE(command.line);
-            if (isThere && !command.output.empty())
+            if (isThere)
                 directory.file(command.output, "precious");
             start(command.line).interrupt(activity, number);
             EXPECT_EQ(countOthers(isThere ? command.output : ""), 0);
-            if (isThere && !command.output.empty()) {
+            if (isThere) {
                 EXPECT_EQ(readFile(directory / command.output), "precious");
             }
             std::filesystem::remove(directory / command.output);
