@@ -13,7 +13,7 @@ namespace Quillmoran::Fuzz {
 using Input = std::span<const std::uint8_t>;
 
 // Runs a target, and returns false if it refuses the input with an Error. Any other exception, a memory fault, and
-// more memory or time than Limits.h allows are faults of the code.
+// more memory or time than docs/robustness.md promises are faults of the code.
 bool handlesInput(const std::string& target, Input input);
 
 // An input has shown a fault.
