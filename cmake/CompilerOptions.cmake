@@ -19,3 +19,6 @@ if(VX_SANITIZE)
     -fsanitize=${VX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(vx_options INTERFACE -fsanitize=${VX_SANITIZE})
 endif()
+
+# For tests: to optimise them takes longer than it saves. The libraries that they test are compiled as always.
+set(VX_TEST_OPTIONS $<$<CONFIG:Release>:-O0>)

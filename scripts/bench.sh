@@ -10,7 +10,7 @@ scripts/dependencies.sh --all
 scripts/build.sh bench
 arguments=("$@")
 [ "${1:-}" = --smoke ] && arguments=(--benchmark_min_time=0.001)
-for program in build/bench/*_bench; do
+for program in build/release/*_bench; do
   "$program" "${arguments[@]}"
 done
 [ "${1:-}" != --smoke ] || scripts/compare.sh --smoke

@@ -427,7 +427,7 @@ def parse_options():
     kind.add_argument('--memory', nargs='*', type=float, metavar='MILLIONS')
     parser.add_argument('--millions', type=lambda words: [float(word) for word in words.split()])
     parser.add_argument('--rounds', type=int)
-    parser.add_argument('--programs', default=ROOT / 'build/bench')
+    parser.add_argument('--programs', default=ROOT / 'build/release')
     options = parser.parse_args()
     millions, rounds, options.small = {
         'goals': ([1, 10], 5, 0.1), 'check': ([1], 3, 0.1), 'smoke': ([0.02], 1, 0.005)}[options.mode]

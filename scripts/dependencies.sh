@@ -5,12 +5,12 @@
 #   scripts/dependencies.sh --all    and those for checks and benchmarks
 set -euo pipefail
 
-packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libdeflate-dev libgdal-dev libgeotiff-dev nlohmann-json3-dev
+packages=(g++ cmake ninja-build ccache libtbb-dev zlib1g-dev libdeflate-dev libgdal-dev libgeotiff-dev nlohmann-json3-dev
   libgtest-dev)
 laszip=(liblaszip8 liblaszip-api8 liblaszip-dev)
 if [ "${1:-}" = --all ]; then
   packages+=(libbenchmark-dev clang-format-14 clang-tidy-14 clang-14 libclang-rt-14-dev llvm-14
-    pkg-config valgrind python3)
+    pkg-config python3 debootstrap)
 fi
 
 is_installed() { dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null | grep -qx installed; }
@@ -21,7 +21,10 @@ if [ ${#missing[@]} -eq 0 ] && is_installed liblaszip-dev; then exit 0; fi
 run=()
 [ "$(id -u)" -eq 0 ] || run=(sudo)
 export DEBIAN_FRONTEND=noninteractive
-install() { "${run[@]}" apt-get install -y -qq --no-install-recommends "$@" >/dev/null; }
+# apt and the packages' scripts write to both streams even when all is well: shown only if something fails.
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+install() { "${run[@]}" apt-get install -y -qq --no-install-recommends "$@" >"$log" 2>&1 || { cat "$log" >&2; exit 1; }; }
 
 # Debian 12 is the only release without LASzip; the packages of the next release also work on it. They are downloaded
 # from the mirror that the machine uses, with separate lists and cache, so that no other package is taken from there.
@@ -47,10 +50,11 @@ if [ ${#missing[@]} -gt 0 ]; then
   install "${missing[@]}"
 fi
 if ! is_installed liblaszip-dev; then
-  echo "installing: liblaszip-dev"
   if apt-cache show liblaszip-dev >/dev/null 2>&1; then
+    echo "installing: liblaszip-dev"
     install liblaszip-dev
   else
+    echo "installing: ${laszip[*]} from Debian 13, since Debian 12 has no LASzip"
     install_laszip_of_next_release
   fi
 fi

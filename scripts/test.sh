@@ -1,14 +1,25 @@
 #!/usr/bin/env bash
 # Builds everything and runs the tests: scripts/test.sh [PRESET [CTEST-ARGUMENT ...]]
 #
-# If there are sample files (../shared/vectors), the program must also decode each of them exactly.
+# If there are sample files (../shared/vectors), the program must also decode each of them exactly. Only failures are
+# printed, and a summary.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 preset=${1:-release}
 shift || true
-if [ "$preset" = fuzz ]; then scripts/dependencies.sh --all; else scripts/dependencies.sh; fi
-scripts/build.sh "$preset"
+# Races show only in the tests that have threads.
+threaded=(core_test kernel_test sdk_test stress_test)
+targets=()
+case $preset in
+  release | debug) scripts/dependencies.sh ;;
+  *) scripts/dependencies.sh --all ;;
+esac
+if [ "$preset" = tsan ]; then
+  targets=("${threaded[@]}" vxunpack)
+  set -- -R "^($(IFS='|' && echo "${threaded[*]}"))\$" "$@"
+fi
+scripts/build.sh "$preset" "${targets[@]}"
 
 # A race or an overflow is a failure, even if the test passes.
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
@@ -20,4 +31,10 @@ if [ -e "$vectors/check.py" ] && command -v python3 >/dev/null; then
   [ "$preset" = release ] || skip=(--skip-hostile --limit 100)
   python3 "$vectors/check.py" "build/$preset/vxunpack" "$vectors" "${skip[@]}"
 fi
-(cd "build/$preset" && ctest --output-on-failure -j "$(nproc)" "$@")
+
+run() { ctest --test-dir "build/$preset" --output-on-failure -j "$(nproc)" "$@"; }
+if [ -t 1 ]; then
+  run --progress "$@"
+else
+  run "$@" | grep -vE '^ +Start +[0-9]+: | Passed +[0-9.]+ sec$|^Internal ctest|^Test project|^$' || [ "${PIPESTATUS[0]}" -eq 0 ]
+fi

@@ -1,9 +1,20 @@
-# A target that compiles every header of the libraries alone: a header must bring what it needs.
+# A target that compiles headers alone: a header must bring what it needs. A header that its own source includes first is
+# compiled alone in every build.
 get_property(roots GLOBAL PROPERTY VX_HEADER_ROOTS)
 list(APPEND roots ${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR})
+
+set(proven)
+file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/qm_*/*.cpp)
+foreach(source ${sources})
+  file(STRINGS ${source} first REGEX "^#include " LIMIT_COUNT 1)
+  string(REGEX REPLACE "^#include [<\"](.*)[>\"]$" "\\1" first "${first}")
+  list(APPEND proven ${first})
+endforeach()
+
 set(probes)
 foreach(root ${roots})
   file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE ${root} ${root}/*.h)
+  list(REMOVE_ITEM headers ${proven})
   foreach(header ${headers})
     string(MAKE_C_IDENTIFIER ${header} name)
     set(probe ${CMAKE_CURRENT_BINARY_DIR}/headers/${name}.cpp)
@@ -11,5 +22,6 @@ foreach(root ${roots})
     list(APPEND probes ${probe})
   endforeach()
 endforeach()
-add_library(vx_headers OBJECT ${probes})
+add_library(vx_headers OBJECT EXCLUDE_FROM_ALL ${probes})
+target_compile_options(vx_headers PRIVATE ${VX_TEST_OPTIONS})
 target_link_libraries(vx_headers PRIVATE vx_test_support qm_lib_lidar_sdk)

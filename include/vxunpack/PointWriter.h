@@ -27,13 +27,17 @@ public:
     // channels needs no warning.
     virtual bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const = 0;
 
-    // Retains the source and copies its metadata and quantization. Throws InvalidArgument for null.
+    // Retains the source and copies its metadata and quantization; those of an earlier source are replaced.
+    // Throws InvalidArgument for null.
     void init(PointSource* source);
     // Never null; throws InvalidArgument before init().
     PointSource* getSrc() const;
 
     // Removes the records that do not apply to the points of this query.
-    void groomMetadata(const Bounds& bounds, double fraction);
+    void groomMetadata(const Bounds& bounds, double fraction)
+    {
+        m_metadata = getGroomedMetadata(bounds, fraction);
+    }
     void setMetadata(const Metadata& metadata) { m_metadata = metadata; }
     const Metadata& getMetadata() const { return m_metadata; }
 
@@ -44,6 +48,8 @@ public:
 protected:
     PointWriter() = default;
 
+    // The metadata without the records that do not apply to the points of this query.
+    Metadata getGroomedMetadata(const Bounds& bounds, double fraction) const;
     // The number of points per block: the chunk size, or less if there are fewer points or the points are
     // large.
     std::size_t getBlockSize(const PointInfo& layout) const;

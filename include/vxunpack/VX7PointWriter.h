@@ -70,8 +70,8 @@ private:
 
     VX7PointWriter() = default;
 
-    void addPointCount(std::int64_t numPoints);
-    void addDecimals(const std::vector<std::pair<std::string, int>>& decimals);
+    void addPointCount(Metadata& metadata, std::int64_t numPoints) const;
+    static void addDecimals(Metadata& metadata, const std::vector<std::pair<std::string, int>>& decimals);
 
     std::optional<std::string> m_path; // the output is m_path or m_io
     Scoped<IO> m_io;

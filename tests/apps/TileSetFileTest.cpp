@@ -8,17 +8,15 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
-#include <limits>
 #include <string>
 #include <vector>
 
 namespace Quillmoran {
 namespace {
 
-using Testing::ByteStore;
-using Testing::errorOf;
-using Testing::failureOf;
+using namespace Testing;
 
 // Builds a file field by field.
 struct IndexBytes
@@ -43,14 +41,15 @@ struct IndexBytes
         bytes += value;
         return *this;
     }
+    // The three axes differ by 100.
     IndexBytes& bounds(double low, double high)
     {
         for (int axis = 0; axis < 3; ++axis)
-            real(low).real(high);
+            real(low + 100 * axis).real(high + 100 * axis);
         return *this;
     }
     IndexBytes& tile(const std::string& path, std::uint64_t timestamp, double low, double high,
-                     unsigned count)
+                     std::uint64_t count)
     {
         return text(path).number(timestamp, 8).bounds(low, high).number(count, 8);
     }
@@ -63,29 +62,29 @@ struct IndexBytes
     }
 };
 
-std::string infoPayload()
+std::string infoPayload(std::uint64_t count = 7)
 {
     IndexBytes info;
     info.text("EPSG:1").number(3, 2);
     for (const char* name : {"X", "Y", "Z"})
         info.text(name).number(FLOAT64, 2).number(32, 2).real(0.01);
-    info.number(7, 8).text("WKT").bounds(0, 9);
+    info.number(count, 8).text("WKT").bounds(0, 9);
     for (int axis = 0; axis < 3; ++axis)
-        info.real(0.01).real(5);
+        info.real(0.01 * (axis + 1)).real(5 + axis);
     return info.number(2, 2).text("ground").text("").bytes;
 }
 
-std::string overviewPayload(double fraction = 0.25)
+std::string overviewPayload(double fraction = 0.25, std::uint64_t count = 2)
 {
-    return IndexBytes().tile("o.vxl", 3, 0, 9, 2).real(fraction).bytes;
+    return IndexBytes().tile("o.vxl", 3, 0, 9, count).real(fraction).bytes;
 }
 
-std::string pathPayload()
+std::string pathPayload(std::uint64_t count = 4)
 {
     return IndexBytes()
         .number(2, 4)
         .tile("a.vxl", 1, 0, 4, 3)
-        .tile("d/b.vxl", static_cast<std::uint64_t>(-2), 5, 9, 4)
+        .tile("d/b.vxl", std::uint64_t(-2), 5, 9, count)
         .bytes;
 }
 
@@ -95,7 +94,7 @@ std::string treePayload()
     IndexBytes tree;
     tree.number(10, 1).number(0, 1).number(2, 4);
     for (int axis = 0; axis < 3; ++axis)
-        tree.real(1).real(0);
+        tree.real(1).real(100 * axis);
     tree.number(2, 1);
     for (int value = 0; value < 2; ++value) {
         for (int axis = 0; axis < 3; ++axis)
@@ -113,13 +112,15 @@ std::string start(unsigned version = 2)
     return file.number(version, 4).bytes;
 }
 
-std::string wholeFile()
+// The packets of a file, whole or with one of them replaced.
+std::string fileOf(const std::string& info = infoPayload(), const std::string& over = overviewPayload(),
+                   const std::string& path = pathPayload(), const std::string& tree = treePayload())
 {
-    IndexBytes file{start()};
-    return file.packet("info", infoPayload())
-        .packet("over", overviewPayload())
-        .packet("path", pathPayload())
-        .packet("tree", treePayload())
+    return IndexBytes{start()}
+        .packet("info", info)
+        .packet("over", over)
+        .packet("path", path)
+        .packet("tree", tree)
         .bytes;
 }
 
@@ -132,7 +133,7 @@ struct Read
     {
         const Scoped<RTree::Iterator> walk(tree->createIterator());
         std::vector<std::int64_t> values;
-        for (std::int64_t value = 0; walk->next(at, at, at, value);)
+        for (std::int64_t value = 0; walk->next(at, at + 100, at + 200, value);)
             values.push_back(value);
         return values;
     }
@@ -148,7 +149,7 @@ std::string failure(const std::string& bytes)
 
 TEST(TileSetFile, ReadsEveryField)
 {
-    const Read read(wholeFile());
+    const Read read(fileOf());
     const TileSet& set = read.set;
     EXPECT_EQ(set.srs, "EPSG:1");
     EXPECT_TRUE(set.info->getPointInfo().hasValidXYZ());
@@ -156,11 +157,13 @@ TEST(TileSetFile, ReadsEveryField)
     EXPECT_EQ(set.info->getPointInfo().getChannel(2).getBits(), 32);
     EXPECT_EQ(set.info->getNumPoints(), 7);
     EXPECT_STREQ(set.info->getWKT(), "WKT");
-    EXPECT_EQ(set.info->getBounds(), (Bounds{{0, 9}, {0, 9}, {0, 9}}));
-    EXPECT_EQ(set.info->getOffset()[2], 5);
+    EXPECT_EQ(set.info->getBounds(), (Bounds{{0, 9}, {100, 109}, {200, 209}}));
+    EXPECT_EQ(set.info->getScale()[1], 0.02);
+    EXPECT_EQ(set.info->getOffset()[2], 7);
     ASSERT_EQ(set.info->getNumClassIdNames(), 2u);
     EXPECT_STREQ(set.info->getClassIdNames()[0], "ground");
     EXPECT_EQ(set.info->getClassIdNames()[1], nullptr);
+    EXPECT_FALSE(set.gpsWeek);
     ASSERT_TRUE(set.overview);
     EXPECT_EQ(set.overview->fraction, 0.25);
     EXPECT_EQ(set.overview->tile.timestamp, 3);
@@ -168,32 +171,58 @@ TEST(TileSetFile, ReadsEveryField)
     EXPECT_STREQ(set.tiles[1].path.c_str(), "d/b.vxl");
     EXPECT_EQ(set.tiles[1].timestamp, -2);
     EXPECT_EQ(set.tiles[1].numPoints, 4);
-    EXPECT_EQ(set.tiles[1].bounds.z.min, 5);
+    EXPECT_EQ(set.tiles[1].bounds, (Bounds{{5, 9}, {105, 109}, {205, 209}}));
     EXPECT_EQ(read.valuesAt(3), (std::vector<std::int64_t>{0}));
     EXPECT_EQ(read.valuesAt(9), (std::vector<std::int64_t>{1}));
 }
 
 TEST(TileSetFile, WritesTheSameBytes)
 {
-    const Read read(wholeFile());
+    Read read(fileOf());
     const Scoped<MemoryRTree> tree(MemoryRTree::create());
     for (std::size_t i = 0; i < 2; ++i)
         tree->insert(read.set.tiles[i].bounds, static_cast<std::int64_t>(i));
     const double steps[] = {1, 1, 1};
-    const auto store = ByteStore::make();
-    TileSetFile::write(store.get(), read.set, *tree, steps);
-    EXPECT_EQ(store->text(), wholeFile());
-    EXPECT_EQ(store->openCount(), 0);
+    const auto written = [&](const TileSet& set) {
+        const auto store = ByteStore::make();
+        TileSetFile::write(store.get(), set, *tree, steps);
+        EXPECT_EQ(store->openCount(), 0);
+        return store->text();
+    };
+    EXPECT_EQ(written(read.set), fileOf());
+    read.set.gpsWeek = 2100;
+    EXPECT_EQ(written(read.set), IndexBytes{start()}
+                                     .packet("info", infoPayload())
+                                     .packet("week", IndexBytes().number(2100, 4).bytes)
+                                     .packet("over", overviewPayload())
+                                     .packet("path", pathPayload())
+                                     .packet("tree", treePayload())
+                                     .bytes);
+    EXPECT_EQ(Read(written(read.set)).set.gpsWeek, 2100);
+    const TileSet back = Read(written(TileSet())).set;
+    EXPECT_EQ(back.srs, "");
+    EXPECT_EQ(back.info->getWKT(), nullptr);
+    EXPECT_FALSE(back.overview || back.gpsWeek);
+    EXPECT_TRUE(back.tiles.empty());
 
-    TileSet plain;
-    const auto empty = ByteStore::make();
-    TileSetFile::write(empty.get(), plain, *Scoped<MemoryRTree>(MemoryRTree::create()), steps);
-    EXPECT_EQ(empty->text().find("over"), std::string::npos);
-    const Read back(empty->text());
-    EXPECT_EQ(back.set.srs, "");
-    EXPECT_EQ(back.set.info->getWKT(), nullptr);
-    EXPECT_FALSE(back.set.overview);
-    EXPECT_TRUE(back.set.tiles.empty());
+    // Texts and numbers of items have two bytes.
+    const auto failing = [&](const TileSet& set) { return failureOf([&] { written(set); }); };
+    TileSet set;
+    set.tiles.resize(1);
+    set.tiles[0].path = std::string(65535, 'a');
+    EXPECT_EQ(Read(written(set)).set.tiles[0].path, set.tiles[0].path);
+    set.tiles[0].path += 'a';
+    EXPECT_EQ(failing(set), "-1 failed writing: path: string is too long");
+    const std::vector<const char*> names(65536, "n");
+    set.tiles.clear();
+    set.info->setClassIdNames(names.data(), 65535);
+    EXPECT_EQ(Read(written(set)).set.info->getNumClassIdNames(), 65535u);
+    set.info->setClassIdNames(names.data(), 65536);
+    EXPECT_EQ(failing(set), "-1 failed writing: number of classes");
+    const auto full = ByteStore::make();
+    full->setCapacity(100);
+    EXPECT_EQ(errorOf(40002, [&] { TileSetFile::write(full.get(), TileSet(), *tree, steps); }),
+              "write error");
 }
 
 TEST(TileSetFile, SkipsUnknownPackets)
@@ -205,103 +234,106 @@ TEST(TileSetFile, SkipsUnknownPackets)
     EXPECT_EQ(read.set.tiles.size(), 2u);
     EXPECT_FALSE(read.set.overview);
     EXPECT_EQ(read.valuesAt(9), (std::vector<std::int64_t>{1}));
+    const std::string path = IndexBytes().number(1, 4).tile(std::string("a\0b", 3), 1, 0, 4, 3).bytes;
+    EXPECT_STREQ(Read(fileOf(infoPayload(), overviewPayload(), path)).set.tiles[0].path.c_str(), "a");
+    EXPECT_EQ(Read(fileOf(infoPayload(), overviewPayload(), path)).set.tiles[0].path.size(), 1u);
+    // A file of the smallest items.
+    IndexBytes small;
+    small.text("")
+        .number(1, 2)
+        .text("")
+        .number(FLOAT64, 2)
+        .number(0, 2)
+        .real(0)
+        .number(0, 8)
+        .text("")
+        .bounds(0, 0);
+    small.bytes.append(48, '\0');
+    const std::string tile = IndexBytes().number(1, 4).tile("", 1, 0, 4, 0).bytes;
+    EXPECT_EQ(Read(fileOf(small.number(1, 2).text("").bytes, overviewPayload(), tile)).set.tiles.size(), 1u);
 }
 
 TEST(TileSetFile, ReportsErrors)
 {
-    const std::string cut = "5 Input/output error: failed reading: ";
-    EXPECT_EQ(failure(""), "-1 bad magic");
-    EXPECT_EQ(failure("rtrf\0\0\0\2"), "-1 bad magic");
-    EXPECT_EQ(failure("rtre\0"), cut + "version");
-    EXPECT_EQ(failure(start(3)), "-1 unsupported version");
-    EXPECT_EQ(failure(start()), cut + "'info' packet name");
-    EXPECT_EQ(failure(start() + "info"), cut + "'info' packet length");
-    EXPECT_EQ(failure(IndexBytes{start()}.packet("path", pathPayload()).bytes),
-              "-1 unknown chunk name 'path' was expecting 'info'");
+    const std::string cut = "5 Input/output error: failed reading: ", expecting = "' was expecting '";
+    const std::string impossible = "-1 failed reading: ", unknown = "-1 unknown chunk name '";
     const std::string info = IndexBytes{start()}.packet("info", infoPayload()).bytes;
-    EXPECT_EQ(failure(info), cut + "'path' packet name");
-    EXPECT_EQ(failure(IndexBytes{info}.packet("tree", treePayload()).bytes),
-              "-1 unknown chunk name 'tree' was expecting 'path'");
-    for (const double fraction : {0.0, -0.5, 1.001, std::numeric_limits<double>::quiet_NaN()})
-        EXPECT_EQ(failure(IndexBytes{info}.packet("over", overviewPayload(fraction)).bytes),
-                  "-1 failed reading: overview fraction");
-    EXPECT_EQ(failure(IndexBytes{info}.packet("path", pathPayload()).packet("info", infoPayload()).bytes),
-              "-1 unknown chunk name 'info' was expecting 'tree'");
+    const std::string path = IndexBytes{info}.packet("path", pathPayload()).bytes;
+    const auto week = [&](std::uint64_t value) {
+        return IndexBytes{info}.packet("week", IndexBytes().number(value, 4).bytes).bytes;
+    };
+    const auto huge = [](std::string payload, std::size_t at, std::size_t size) {
+        return payload.replace(at, size, std::string(size, '\xFF'));
+    };
+    const auto negative = std::uint64_t(-1);
+    const std::pair<std::string, std::string> cases[] = {
+        {"", "-1 bad magic"},
+        {"rtrf\0\0\0\2", "-1 bad magic"},
+        {"rtre\0", cut + "version"},
+        {start(3), "-1 unsupported version"},
+        {start(), cut + "'info' packet name"},
+        {start() + "info", cut + "'info' packet length"},
+        {start() + "info" + "\xFF\xFF\xFF\xFF" + infoPayload(), impossible + "'info' packet length"},
+        {IndexBytes{start()}.packet("path", pathPayload()).bytes, unknown + "path" + expecting + "info'"},
+        {info, cut + "'path' packet name"},
+        {IndexBytes{info}.packet("tree", treePayload()).bytes, unknown + "tree" + expecting + "path'"},
+        {IndexBytes{path}.packet("info", infoPayload()).bytes, unknown + "info" + expecting + "tree'"},
+        {week(0x7FFFFFFF), cut + "'path' packet name"},
+        {week(0x80000000), impossible + "GPS week"},
+        {fileOf(infoPayload(negative)), impossible + "number of points"},
+        {fileOf(infoPayload(), overviewPayload(0.25, negative)), impossible + "number of points"},
+        {fileOf(infoPayload(), overviewPayload(), pathPayload(negative)), impossible + "number of points"},
+        {fileOf(infoPayload(), overviewPayload(1)), "no error"},
+        {fileOf(infoPayload(), overviewPayload(0)), impossible + "overview fraction"},
+        {fileOf(infoPayload(), overviewPayload(1.001)), impossible + "overview fraction"},
+        {fileOf(infoPayload(), overviewPayload(std::nan(""))), impossible + "overview fraction"},
+        {fileOf(huge(infoPayload(), 8, 2)), impossible + "number of channels"},
+        {fileOf(huge(infoPayload(), 13, 2)), impossible + "data type"},
+        {fileOf(infoPayload(), overviewPayload(), huge(pathPayload(), 0, 4)), impossible + "number of files"},
+    };
+    for (std::size_t i = 0; i < std::size(cases); ++i)
+        EXPECT_EQ(failure(cases[i].first), cases[i].second) << i;
 }
 
 TEST(TileSetFile, RefusesEveryTruncation)
 {
-    const std::string whole = wholeFile();
+    const std::string whole = fileOf();
     const std::size_t tree = whole.size() - treePayload().size(); // where its payload begins
     for (std::size_t length = 0; length < whole.size(); ++length) {
-        EXPECT_NE(failure(whole.substr(0, length)), "no error") << length;
-        if (length >= tree) {
-            EXPECT_EQ(failure(whole.substr(0, length)), "-1 failed reading: 'tree' packet length");
-        }
+        const std::string outcome = failure(whole.substr(0, length));
+        EXPECT_NE(outcome, "no error") << length;
+        EXPECT_EQ(outcome == "-1 failed reading: 'tree' packet length", length >= tree) << length;
     }
     // Truncated packets, followed by more of the file.
     const std::string payloads[] = {infoPayload(), overviewPayload(), pathPayload(),
                                     treePayload().substr(0, 111)};
-    const char* const names[] = {"info", "over", "path", "tree"};
-    for (std::size_t cutPacket = 0; cutPacket < 4; ++cutPacket)
-        for (std::size_t length = 0; length < payloads[cutPacket].size(); ++length) {
-            IndexBytes file{start()};
-            for (std::size_t i = 0; i < 4; ++i)
-                file.packet(names[i], i == cutPacket ? payloads[i].substr(0, length) : payloads[i]);
-            EXPECT_NE(failure(file.bytes + std::string(1000, '\1')), "no error")
-                << names[cutPacket] << length;
+    for (std::size_t i = 0; i < 4; ++i)
+        for (std::size_t length = 0; length < payloads[i].size(); ++length) {
+            std::string parts[] = {infoPayload(), overviewPayload(), pathPayload(), treePayload()};
+            parts[i] = payloads[i].substr(0, length);
+            EXPECT_NE(failure(fileOf(parts[0], parts[1], parts[2], parts[3]) + std::string(1000, '\1')),
+                      "no error")
+                << i << ' ' << length;
         }
 }
 
+// Sets every 1, 2, 4 and 8 bytes to the largest signed and unsigned count. The result must be an error or a set
+// no larger than the file.
 TEST(TileSetFile, ChecksCountsAgainstTheSizeOfTheFile)
 {
-    // Sets every 1, 2, 4 and 8 bytes to the largest signed and unsigned count. The result must be an error or a
-    // set no larger than the file.
-    const std::string whole = wholeFile();
+    const std::string whole = fileOf();
     for (std::size_t at = 8; at < whole.size(); ++at)
         for (const std::size_t size : {1u, 2u, 4u, 8u})
             for (const char first : {'\x7F', '\xFF'}) {
                 std::string bytes = whole;
                 for (std::size_t i = 0; i < size && at + i < bytes.size(); ++i)
                     bytes[at + i] = i == 0 ? first : '\xFF';
-                try {
+                failureOf([&] {
                     const Read read(bytes);
                     EXPECT_LE(read.set.tiles.size(), whole.size() / 66);
                     read.valuesAt(3);
-                } catch (const Error&) {
-                    continue;
-                }
+                });
             }
-    const auto huge = [](std::string payload, std::size_t at, std::size_t size) {
-        return payload.replace(at, size, std::string(size, '\xFF'));
-    };
-    IndexBytes info{start()};
-    EXPECT_EQ(failure(info.packet("info", huge(infoPayload(), 8, 2)).bytes),
-              "-1 failed reading: number of channels");
-    IndexBytes path{start()};
-    path.packet("info", infoPayload()).packet("path", huge(pathPayload(), 0, 4));
-    EXPECT_EQ(failure(path.bytes), "-1 failed reading: number of files");
-    IndexBytes open{start() + "info" + "\xFF\xFF\xFF\xFF" + infoPayload()};
-    EXPECT_EQ(failure(open.bytes), "-1 failed reading: 'info' packet length");
-}
-
-TEST(TileSetFile, RefusesTextsThatAreTooLong)
-{
-    const double steps[] = {1, 1, 1};
-    const Scoped<MemoryRTree> tree(MemoryRTree::create());
-    const auto writing = [&](const TileSet& set) {
-        return failureOf([&] { TileSetFile::write(ByteStore::make().get(), set, *tree, steps); });
-    };
-    TileSet set;
-    set.tiles.resize(1);
-    set.tiles[0].path = std::string(65535, 'a');
-    EXPECT_EQ(writing(set), "no error");
-    set.tiles[0].path = std::string(65536, 'a');
-    EXPECT_EQ(writing(set), "-1 failed writing: path: string is too long");
-    const auto full = ByteStore::make();
-    full->setCapacity(100);
-    EXPECT_EQ(errorOf(40002, [&] { TileSetFile::write(full.get(), TileSet(), *tree, steps); }),
-              "write error");
 }
 
 } // namespace

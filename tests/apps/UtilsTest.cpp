@@ -2,27 +2,33 @@
 
 #include "cli/QMCmdLine.h"
 #include "support/Errors.h"
+#include "support/Layouts.h"
+#include "support/MemoryPointSource.h"
 #include "support/SetOfSources.h"
 #include "support/TileFiles.h"
-#include "utils/program/Summary.h"
+#include "utils/program/ConsoleProgress.h"
+#include "utils/program/Program.h"
 #include <vxunpack/PersistentPointSourceWriter.h>
 
+#include <algorithm>
+#include <fcntl.h>
+#include <functional>
 #include <gtest/gtest.h>
+#include <tbb/task_arena.h>
+#include <thread>
+#include <unistd.h>
 
 namespace Quillmoran {
 namespace {
 
-using Testing::buildTile;
-using Testing::errorOf;
-using Testing::TemporaryDirectory;
-using Testing::writeFile;
+using namespace Testing;
 using Names = std::vector<std::string>;
 
 class AddFiles : public testing::Test
 {
 protected:
     // The added names, relative to the directory.
-    Names walk(const std::string& path, int depth)
+    Names walk(const std::string& path, int depth) const
     {
         const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
         Utils::addFiles(*manager, path.c_str(), depth);
@@ -31,7 +37,10 @@ protected:
             names.push_back(std::string(manager->getFilename(i)).substr(directory.path().size() + 1));
         return names;
     }
-    void makeDirectory(const std::string& name) { std::filesystem::create_directories(directory / name); }
+    void makeDirectory(const std::string& name) const
+    {
+        std::filesystem::create_directories(directory / name);
+    }
 
     TemporaryDirectory directory;
 };
@@ -49,17 +58,25 @@ TEST_F(AddFiles, SortsTheFilesOfADirectoryByName)
 TEST_F(AddFiles, DescendsToTheGivenDepth)
 {
     makeDirectory("z/one/two");
-    directory.file("z/f.vxl", "");
-    directory.file("z/one/a.vxl", "");
-    directory.file("z/one/two/b.vxl", "");
-    EXPECT_EQ(walk(directory / "z", -1), (Names{"z/f.vxl"}));
-    EXPECT_EQ(walk(directory / "z", 0), (Names{"z/f.vxl"}));
-    EXPECT_EQ(walk(directory / "z", 1), (Names{"z/f.vxl", "z/one/a.vxl"}));
-    const Names all{"z/f.vxl", "z/one/a.vxl", "z/one/two/b.vxl"};
-    EXPECT_EQ(walk(directory / "z", 2), all);
-    // A link to a directory above is not followed.
+    makeDirectory("z/side");
+    for (const char* name : {"z/f.vxl", "z/one/a.vxl", "z/one/two/b.vxl", "z/side/c.vxl"})
+        directory.file(name, "");
+    const auto sorted = [this](int depth) {
+        Names names = walk(directory / "z", depth);
+        EXPECT_EQ(names.front(), "z/f.vxl") << "files are before directories";
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    EXPECT_EQ(sorted(-1), (Names{"z/f.vxl"}));
+    EXPECT_EQ(sorted(0), (Names{"z/f.vxl"}));
+    EXPECT_EQ(sorted(1), (Names{"z/f.vxl", "z/one/a.vxl", "z/side/c.vxl"}));
+    const Names all{"z/f.vxl", "z/one/a.vxl", "z/one/two/b.vxl", "z/side/c.vxl"};
+    EXPECT_EQ(sorted(2), all);
+    // A link to a directory above is not followed, but one to another directory is.
     std::filesystem::create_directory_symlink(directory / "z", directory / "z/one/two/up");
-    EXPECT_EQ(walk(directory / "z", 1000), all);
+    EXPECT_EQ(sorted(1000), all);
+    std::filesystem::create_directory_symlink(directory / "z/one/two", directory / "z/side/across");
+    EXPECT_EQ(sorted(1000).size(), 5u);
 }
 
 TEST_F(AddFiles, ReadsListsInTheirPlace)
@@ -70,13 +87,28 @@ TEST_F(AddFiles, ReadsListsInTheirPlace)
     directory.file("c.vxl", "");
     EXPECT_EQ(walk(directory.path(), 0), (Names{"lists/x.vxl", "y.las", "c.vxl"}));
     EXPECT_EQ(walk(directory / "b.list", 0), (Names{"lists/x.vxl", "y.las"}));
-    directory.file("text.list", "a.txt\n");
-    EXPECT_EQ(errorOf(-1, [&] { walk(directory / "text.list", 0); }),
-              "TXT file requires a format parse string '-parse': '" + directory / "a.txt" + "'");
-    directory.file("blank.list", "\n");
-    EXPECT_EQ(errorOf(-1, [&] { walk(directory / "blank.list", 0); }),
-              "TXT file requires a format parse string '-parse': '" + directory.path("") + "'");
+    for (const auto& [line, name] : {std::pair("a.txt\n", "a.txt"), {"\n", ""}}) {
+        directory.file("text.list", line);
+        EXPECT_EQ(errorOf(-1, [&] { walk(directory / "text.list", 0); }),
+                  "TXT file requires a format parse string '-parse': '" + directory.path(name) + "'");
+    }
 }
+
+// Does something when a file is opened.
+class Intruder final : public PersistentPointSourceManager::FileOpener
+{
+public:
+    explicit Intruder(std::function<void()> act) : m_act(std::move(act)) {}
+
+    PointSource* openPointSource(const char* path) const override
+    {
+        m_act();
+        return Scoped<SimpleFileOpener>(SimpleFileOpener::create())->openPointSource(path);
+    }
+
+private:
+    std::function<void()> m_act;
+};
 
 TEST_F(AddFiles, FillsAnIndex)
 {
@@ -85,81 +117,133 @@ TEST_F(AddFiles, FillsAnIndex)
     writeFile(directory / "sub/a.vxl", buildTile(10, 0));
     directory.file("c.txt", "");
     directory.file("again.list", "b.vxl\nsub/a.vxl\n");
-    const auto opener = Testing::CountingOpener::make();
+    bool removes = false;
+    const Scoped<Intruder> opener(new Intruder([&] {
+        if (removes)
+            std::filesystem::remove_all(directory / "sub");
+    }));
     const Scoped<PersistentPointSourceWriter> writer(PersistentPointSourceWriter::create());
     writer->init(opener.get());
     Utils::addFiles(*writer, directory.path().c_str(), 1);
     EXPECT_EQ(writer->getNumTiles(), 2u);
     EXPECT_EQ(writer->getFiles()[0], directory / "b.vxl");
-}
-
-// Removes a directory when a file is opened.
-class Remover final : public PersistentPointSourceManager::FileOpener
-{
-public:
-    explicit Remover(std::string victim) : m_victim(std::move(victim)) {}
-
-    PointSource* openPointSource(const char* path) const override
-    {
-        std::filesystem::remove(m_victim);
-        return Scoped<SimpleFileOpener>(SimpleFileOpener::create())->openPointSource(path);
-    }
-
-private:
-    std::string m_victim;
-};
-
-TEST_F(AddFiles, SaysWhenADirectoryCannotBeRead)
-{
-    makeDirectory("sub");
-    writeFile(directory / "a.vxl", buildTile(0, 0));
-    const Scoped<Remover> opener(new Remover(directory / "sub"));
-    const Scoped<PersistentPointSourceWriter> writer(PersistentPointSourceWriter::create());
-    writer->init(opener.get());
+    removes = true;
+    std::filesystem::remove(directory / "again.list");
     EXPECT_EQ(errorOf(ENOENT, [&] { Utils::addFiles(*writer, directory.path().c_str(), 1); }),
               "could not get directory contents");
 }
 
-TEST(FilterOption, ExplainsABadText)
+TEST(FilterOption, ExplainsWhatItCannotFilter)
 {
-    const TemporaryDirectory directory;
-    writeFile(directory / "a.vxl", buildTile(0, 0));
-    const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
-    manager->addFile((directory / "a.vxl").c_str());
-    const Scoped<PointSource> source(manager->createPointSource(0));
-    for (const char* text :
-         {"", "ClassId", "ClassId,5", "ClassId,5,includes", "ClassId,5,", "ClassId,,include",
-          "ClassId,5x,include", "ClassId,x,include", "ClassId,99999999999999999999,include", ",5,include",
-          "ClassId, 5,include", ",,"}) {
+    const auto source = MemoryPointSource::make(
+        layoutXYZ({channel("ClassId", UINT8), channel("a,b", SINT8), channel("Wide", UINT32),
+                   channel("Signed", SINT32), channel("Huge", SINT64), channel("Real", FLOAT32)}),
+        MemoryPointSource::Columns(9, {0, 7, 100}));
+    const auto filter = [&](const char* text) {
         QMCmdLine cmdLine("test", "test", "test", false);
         Utils::addFilterOptions(cmdLine);
         const char* const argv[] = {"test", "-filter", text};
         cmdLine.parse(3, argv);
-        EXPECT_EQ(errorOf(-1, [&] { Utils::handleFilterOptions(cmdLine, source); }),
-                  std::string("bad filter '") + text +
-                      "', the format is <channel name>,<integer value>,include|exclude");
-    }
+        std::size_t count = 0;
+        const std::string failure = failureOf([&] {
+            const auto filtered =
+                Utils::handleFilterOptions(cmdLine, Scoped<PointSource>::retained(source.get()));
+            count = readRows(*filtered, source->getPointInfo()).size();
+        });
+        return failure == "no error" ? std::to_string(count) + " points" : failure;
+    };
+    for (const char* text :
+         {"", "ClassId", "ClassId,5", "ClassId,5,includes", "ClassId,5,", "ClassId,,include",
+          "ClassId,5x,include", "ClassId,x,include", "ClassId,99999999999999999999,include", ",5,include",
+          "ClassId, 5,include", ",,"})
+        EXPECT_EQ(filter(text), std::string("-1 bad filter '") + text +
+                                    "', the format is <channel name>,<integer value>,include|exclude");
+    const auto range = [](const char* value, const char* name, const char* type) {
+        return std::string("-1 the value ") + value + " of -filter is out of the range of channel '" + name +
+               "' (" + type + ")";
+    };
+    const std::string kind = "-1 -filter needs a channel of integers of at most 32 bits, channel ";
+    const std::pair<const char*, std::string> cases[] = {
+        {"classification,7,include", "1 points"},
+        {"ClassId,255,exclude", "3 points"},
+        {"ClassId,256,include", range("256", "ClassId", "UINT8")},
+        {"ClassId,-1,include", range("-1", "ClassId", "UINT8")},
+        {"a,b,-128,exclude", "3 points"},
+        {"a,b,-129,exclude", range("-129", "a,b", "SINT8")},
+        {"a,b,128,exclude", range("128", "a,b", "SINT8")},
+        {"Wide,4294967295,exclude", "3 points"},
+        {"Wide,4294967296,exclude", range("4294967296", "Wide", "UINT32")},
+        {"Signed,-2147483648,include", "0 points"},
+        {"Huge,1,include", kind + "'Huge' is SINT64"},
+        {"Real,1,include", kind + "'Real' is FLOAT32"},
+    };
+    for (const auto& [text, outcome] : cases)
+        EXPECT_EQ(filter(text), outcome) << text;
 }
 
-TEST(Summary, CallsAMosaicAMosaic)
+struct Threads final : Quillmoran::Program
+{
+    Threads() : Program("test", "test") {}
+    bool work() override
+    {
+        count = tbb::this_task_arena::max_concurrency();
+        return count != 3;
+    }
+    int count = 0;
+};
+
+TEST(Program, LimitsItsThreadsAndReturnsTheOutcomeOfItsWork)
+{
+    const int processors = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    for (const auto& [option, count] : {std::pair("1", 1), {"3", 3}, {"0", processors}, {"4000", 1024}}) {
+        Threads program;
+        const char* const argv[] = {"test", "-j", option};
+        program.parse(3, argv);
+        EXPECT_EQ(program.run(), count != 3);
+        EXPECT_EQ(program.count, count) << option;
+    }
+    EXPECT_EQ(Utils::runProgram([] { return true; }), 0);
+    EXPECT_EQ(Utils::runProgram([] { return false; }), 1);
+}
+
+// A report is lost if any of its writes fails, the first one or the last one.
+TEST(Report, IsCheckedFromItsFirstByteToItsLast)
 {
     const TemporaryDirectory directory;
-    const auto opener = Testing::CountingOpener::make();
-    const Scoped<PersistentPointSourceWriter> writer(PersistentPointSourceWriter::create());
-    writer->init(opener.get());
-    for (const char* name : {"a.vxl", "b.vxl"}) {
-        writeFile(directory / name, buildTile(0, 0));
-        writer->add((directory / name).c_str());
+    const std::string file = directory.file("report", "");
+    std::fflush(stdout);
+    const int saved = ::dup(STDOUT_FILENO);
+    const auto redirect = [&](int flags) {
+        const int descriptor = ::open(file.c_str(), flags);
+        ::dup2(descriptor, STDOUT_FILENO);
+        ::close(descriptor);
+    };
+    const std::pair<int, int> cases[] = {{O_RDONLY, O_WRONLY}, {O_WRONLY, O_RDONLY}, {O_WRONLY, O_WRONLY}};
+    std::string outcomes[3];
+    for (int i = 0; i < 3; ++i) {
+        redirect(cases[i].first);
+        std::printf("%s", std::string(1 << 17, 'x').c_str());
+        redirect(cases[i].second);
+        std::printf("the end\n");
+        outcomes[i] = failureOf([] { Utils::finishReport(); });
+        std::clearerr(stdout);
+        std::fflush(stdout);
     }
-    writer->write((directory / "t.index").c_str());
-    const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
-    manager->addFile((directory / "t.index").c_str());
-    const Scoped<PointSource> mosaic(manager->createPointSource(0));
-    std::FILE* stream = std::fopen((directory / "out").c_str(), "w");
-    Utils::printHeader(stream, *mosaic, manager->getFilename(0));
-    std::fclose(stream);
-    const std::string text = Testing::readFile(directory / "out");
-    EXPECT_EQ(text.rfind("Basic Mosaic Info:\n   Number of Points:  40\n   Bounds Min:  ", 0), 0u) << text;
+    ::dup2(saved, STDOUT_FILENO);
+    ::close(saved);
+    std::clearerr(stdout);
+    EXPECT_EQ(outcomes[0], "-1 cannot write the report");
+    EXPECT_EQ(outcomes[1], "-1 cannot write the report");
+    EXPECT_EQ(outcomes[2], "no error");
+}
+
+TEST(ConsoleProgress, EscapesWarnings)
+{
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    Utils::ConsoleProgress().displayWarning("a\x1b[31m");
+    const std::string text = testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
+    EXPECT_NE(text.find("a\\x1b[31m"), std::string::npos) << text;
 }
 
 } // namespace

@@ -4,9 +4,9 @@
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
+#include "support/ProgressLog.h"
 #include "support/Random.h"
 #include "support/TemporaryDirectory.h"
-#include <vxunpack/ProgressDelegate.h>
 
 #include <gtest/gtest.h>
 
@@ -26,6 +26,7 @@ using Testing::channel;
 using Testing::errorOf;
 using Testing::layoutXYZ;
 using Testing::MemoryPointSource;
+using Testing::ProgressLog;
 using Testing::Random;
 using Rows = std::vector<std::string>; // the bytes of points, X and Y first
 
@@ -44,16 +45,6 @@ public:
     }
 
     mutable int count = 0;
-};
-
-class Listener final : public ProgressDelegate
-{
-public:
-    double done = 0;
-    int polls = INT_MAX; // until it cancels
-
-    void reportProgress(double fraction, const char*) override { done = fraction; }
-    bool getCancelled() override { return polls-- <= 0; }
 };
 
 Rows read(PointIterator& iterator, const PointInfo& layout, std::size_t blockPoints = 1000)
@@ -215,27 +206,36 @@ TEST_F(HilbertOrderTest, ReadsTheSourceOncePerQuery)
 TEST_F(HilbertOrderTest, ReportsTheSortedPointsAndStopsWhenCancelled)
 {
     fill(40'000);
-    Listener unmerged;
-    const Rows rows = sorted(Bounds::Huge(), 1, 1000, &unmerged);
-    filter->init(counter.get());
-    filter->setLimits({400'000, 1, 1});
-    Listener listener;
-    listener.setTotal(filter->getTotalWork(Bounds::Huge(), 1));
-    EXPECT_EQ(sorted(Bounds::Huge(), 1, 1000, &listener), rows);
-    EXPECT_EQ(listener.done, 0.5);             // the source does not report
-    EXPECT_LT(listener.polls, unmerged.polls); // merging asks, too
-    sorted(Bounds::Huge(), 1, 1000, &listener);
-    EXPECT_EQ(listener.done, 1.5); // the merge, and the work of reading that was saved
-
-    for (int polls = 0; polls < INT_MAX - listener.polls; polls += 1 + polls / 2) {
-        Listener canceller;
-        canceller.polls = polls;
+    const auto queriesOf = [this](const HilbertOrder::Limits& limits) {
         filter->init(counter.get());
-        const auto readTwice = [&] {
-            for (int i = 0; i < 2; ++i)
-                sorted(Bounds::Huge(), 1, 1000, &canceller);
-        };
-        EXPECT_EQ(errorOf(40006, readTwice), "operation cancelled.") << polls;
+        filter->setLimits(limits);
+        ProgressLog log;
+        sorted(Bounds::Huge(), 1, 1000, &log);
+        return INT_MAX - log.queriesLeft;
+    };
+    // Blocks of 1,985 rows are sorted, blocks of 1,000 are read, and the end is noticed.
+    EXPECT_EQ(queriesOf({}), 21 + 40 + 1);
+    // Merging asks, too.
+    const int queries = queriesOf({400'000, 1, 1});
+    EXPECT_GT(queries, 21 + 40 + 1);
+    const Rows rows = sorted();
+    const Bounds box{{-5, 0}, {-5, 9}, {0, 0}}; // of less than half of the points
+    ProgressLog log;
+    log.setTotal(filter->getTotalWork(box, 1));
+    const Rows inBox = sorted(box, 1, 1000, &log);
+    const double written = static_cast<double>(inBox.size()), estimated = source->estimatePoints(box, 1);
+    EXPECT_DOUBLE_EQ(log.last(), written / (40'000 + estimated)); // the source does not report
+    sorted(box, 1, 1000, &log);
+    EXPECT_DOUBLE_EQ(log.last(), (2 * written + 40'000) / (40'000 + estimated)); // the saved work of reading
+    EXPECT_EQ(filter->getTotalWork(Bounds::Huge(), 2), 80'000);
+    EXPECT_EQ(filter->getTotalWork(Bounds::Huge(), -1), 40'000);
+
+    for (int query = 0; query < queries; query += 1 + query / 2) {
+        ProgressLog canceller(query);
+        filter->init(counter.get());
+        EXPECT_EQ(errorOf(40006, [&] { sorted(Bounds::Huge(), 1, 1000, &canceller); }),
+                  "operation cancelled.")
+            << query;
     }
     EXPECT_EQ(sorted(), rows);
 }

@@ -5,9 +5,8 @@
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
+#include "support/ProgressLog.h"
 #include "support/SetOfSources.h"
-#include <vxunpack/FileIO.h>
-#include <vxunpack/ProgressDelegate.h>
 #include <vxunpack/TXTPointReader.h>
 
 #include <gtest/gtest.h>
@@ -15,6 +14,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 
 namespace Quillmoran {
 namespace {
@@ -27,6 +27,7 @@ using Testing::readRows;
 using Testing::SetOfSources;
 using Numbers = std::vector<double>;
 using Rows = std::vector<Numbers>;
+using Strings = std::vector<std::string>;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
@@ -40,17 +41,41 @@ Scoped<MemoryPointSource> pointsFrom(double begin, int count)
     return MemoryPointSource::make(layoutXYZ(), {x, zeros, zeros});
 }
 
-// One point at (x, 0, 0) with one more channel.
-Scoped<MemoryPointSource> pointWith(double x, const char* name, DataType type, double value)
+// One point at (x, 0, 0) with more channels.
+Scoped<MemoryPointSource> pointWith(double x, std::initializer_list<std::pair<ChannelInfo, double>> samples)
 {
-    return MemoryPointSource::make(layoutXYZ({channel(name, type)}), {{x}, {0}, {0}, {value}});
+    PointInfo layout = layoutXYZ();
+    MemoryPointSource::Columns columns = {{x}, {0}, {0}};
+    for (const auto& [info, value] : samples) {
+        layout.append(info);
+        columns.push_back({value});
+    }
+    return MemoryPointSource::make(layout, columns);
+}
+
+// One point as in files of the older LAS formats, or of the newer ones.
+Scoped<MemoryPointSource> oldPoint(double x, double classByte, double angle, double weekTime)
+{
+    return pointWith(x, {{channel("ClassId", UINT8), classByte},
+                         {channel("ScanAngle", SINT8), angle},
+                         {channel("GPSTime", FLOAT64), weekTime}});
+}
+
+Scoped<MemoryPointSource> newPoint(double x, double classId, double flags, double angle, double time)
+{
+    return pointWith(x, {{channel("ClassFlags", UINT8), flags},
+                         {channel("ClassId", UINT8), classId},
+                         {channel("ScanAngle", SINT16), angle},
+                         {channel("GPSTime_Adjusted", FLOAT64), time}});
 }
 
 struct Mosaic
 {
-    explicit Mosaic(std::vector<Scoped<PointSource>> sources) : set(SetOfSources::make(std::move(sources)))
+    explicit Mosaic(std::vector<Scoped<PointSource>> sources,
+                    const std::optional<int>& gpsWeek = std::nullopt)
+        : set(SetOfSources::make(std::move(sources)))
     {
-        filter->init(set.get());
+        filter->init(set.get(), gpsWeek);
         set->takeRequests();
     }
 
@@ -65,6 +90,11 @@ struct Mosaic
         Rows all = readRows(*filter, filter->getPointInfo(), bounds, fraction);
         std::sort(all.begin(), all.end());
         return all;
+    }
+
+    Rows rows(std::initializer_list<ChannelInfo> channels, const Bounds& bounds) const
+    {
+        return readRows(*filter, layoutXYZ(channels), bounds);
     }
 
     Scoped<SetOfSources> set;
@@ -143,7 +173,8 @@ TEST(MosaicFilter, ReadsTheOverviewForSmallFractions)
 
 TEST(MosaicFilter, UnitesChannelsAndFillsMissingOnesWithZeros)
 {
-    const auto a = pointWith(1, "Intensity", UINT16, 60000), b = pointWith(2, "ClassId", UINT8, 7);
+    const auto a = pointWith(1, {{channel("Intensity", UINT16), 60000}}),
+               b = pointWith(2, {{channel("ClassId", UINT8), 7}});
     const auto mosaic = Mosaic::of(a, b);
     const PointInfo& layout = mosaic.filter->getPointInfo();
     ASSERT_EQ(layout.getNumChannels(), 5u);
@@ -176,7 +207,8 @@ TEST(MosaicFilter, ChoosesATypeThatHoldsBothSources)
     };
     for (const Case& c : cases) {
         for (const bool swapped : {false, true}) {
-            const auto a = pointWith(1, "C", c.a, c.low), b = pointWith(2, "C", c.b, c.high);
+            const auto a = pointWith(1, {{channel("C", c.a), c.low}}),
+                       b = pointWith(2, {{channel("C", c.b), c.high}});
             const auto mosaic = swapped ? Mosaic::of(b, a) : Mosaic::of(a, b);
             const ChannelInfo* both = mosaic.filter->getChannel("C");
             EXPECT_EQ(both->getDataType(), c.both) << c.a << ' ' << c.b;
@@ -193,7 +225,7 @@ TEST(MosaicFilter, KeepsTheStepThatRepresentsAllPoints)
         double a, b, both;
     };
     for (const Case& c : {Case{0.01, 0.01, 0.01}, Case{0.01, 0.001, 0.001}, Case{0.25, 0.01, 0.01},
-                          Case{0.01, 0.003, 0}, Case{0.01, 0, 0}, Case{0, 0, 0}}) {
+                          Case{0.01, 0.003, 0}, Case{-0.25, 0.01, 0.01}, Case{0.01, 0, 0}, Case{0, 0, 0}}) {
         const auto source = [](double step) {
             PointInfo layout = layoutXYZ();
             layout.getChannel("X")->setQuantization(step);
@@ -206,138 +238,199 @@ TEST(MosaicFilter, KeepsTheStepThatRepresentsAllPoints)
     }
 }
 
-TEST(MosaicFilter, UnitesDescriptionsThatDiffer)
+TEST(MosaicFilter, HasTheScaleThatAllSourcesShare)
 {
-    const auto a = pointsFrom(0, 3), b = pointsFrom(10, 4), c = pointsFrom(20, 5);
-    const double scale[] = {1, 1, 1}, offset[] = {0, 0, 0}, otherOffset[] = {0, 0, 1};
-    for (const auto* source : {&a, &b})
-        (*source)->setQuantization(scale, offset);
-    b->setWKT("FIRST");
-    EXPECT_EQ(Mosaic::of(a, b).filter->getScale()[0], 1);
-    c->setWKT("SECOND");
-    c->setQuantization(scale, otherOffset);
-    const auto mosaic = Mosaic::of(a, b, c, c);
-    EXPECT_EQ(mosaic.filter->getScale(), nullptr);
-    EXPECT_EQ(mosaic.filter->getOffset(), nullptr);
+    const double scale[] = {1, 2, 3}, otherScale[] = {1, 2, 4}, offset[] = {5, 6, 7},
+                 otherOffset[] = {5, 6, 8};
+    const struct
+    {
+        const double *scale, *offset;
+        int count;
+        bool isShared;
+    } others[] = {{scale, offset, 2, true},
+                  {otherScale, offset, 2, false},
+                  {scale, otherOffset, 2, false},
+                  {nullptr, nullptr, 2, false},
+                  {otherScale, otherOffset, 0, true}};
+    for (const auto& each : others)
+        for (const bool isFirst : {false, true}) {
+            const auto a = pointsFrom(0, 3), b = pointsFrom(10, each.count);
+            a->setQuantization(scale, offset);
+            b->setQuantization(each.scale, each.offset);
+            if (each.count == 0)
+                b->setBounds({{-100, 0}, {0, 0}, {0, 0}});
+            // A third source does not bring the scale back.
+            const auto mosaic = isFirst ? Mosaic::of(b, a, a) : Mosaic::of(a, b, a);
+            EXPECT_EQ(mosaic.filter->getScale() != nullptr, each.isShared) << &each - others;
+            if (each.isShared) {
+                EXPECT_EQ(mosaic.filter->getScale()[2], 3);
+                EXPECT_EQ(mosaic.filter->getOffset()[2], 7);
+            }
+            EXPECT_EQ(mosaic.filter->getBounds().x.min, 0);
+            EXPECT_EQ(mosaic.filter->getNumPoints(), 6 + each.count);
+        }
+}
+
+TEST(MosaicFilter, NamesTheCoordinateSystemsOfItsSources)
+{
+    const auto systemsOf = [](const Mosaic& mosaic) {
+        std::string systems;
+        for (const NamedCoordinateSystem& system : mosaic.filter->getCoordinateSystems())
+            systems += system.file + " has '" + system.wkt + "'; ";
+        return systems;
+    };
+    const auto none = pointsFrom(0, 3), first = pointsFrom(10, 4), second = pointsFrom(20, 0),
+               empty = pointsFrom(0, 0);
+    first->setWKT("FIRST");
+    second->setWKT("SECOND");
+    const auto mosaic = Mosaic::of(empty, none, first, second, second, none);
     EXPECT_STREQ(mosaic.filter->getWKT(), "FIRST");
-    std::string systems;
-    for (const NamedCoordinateSystem& system : mosaic.filter->getCoordinateSystems())
-        systems += system.file + " has '" + system.wkt + "'; ";
-    EXPECT_EQ(systems, "source 0 has ''; source 1 has 'FIRST'; source 2 has 'SECOND'; ");
-    EXPECT_EQ(mosaic.filter->getNumPoints(), 17);
-    b->setNumPoints(PointSource::unknownNumPoints);
-    EXPECT_EQ(Mosaic::of(a, b, c).filter->getNumPoints(), PointSource::unknownNumPoints);
-    const char* const names[] = {"ground", "water"};
-    mosaic.filter->setClassIdNames(names, 2);
-    EXPECT_STREQ(mosaic.filter->getClassIdNames()[1], "water");
+    EXPECT_EQ(systemsOf(mosaic), "source 1 has ''; source 2 has 'FIRST'; source 3 has 'SECOND'; ");
+    std::vector<Scoped<PointSource>> many;
+    for (int i = 0; i < 20; ++i) {
+        many.emplace_back(pointsFrom(i, 1).detach());
+        static_cast<MemoryPointSource&>(*many.back()).setWKT(std::to_string(i).c_str());
+    }
+    const std::string systems = systemsOf(Mosaic(many));
+    EXPECT_EQ(systems.substr(systems.find("source 15")), "source 15 has '15'; source 16 has 'one of many'; ");
+    first->setNumPoints(PointSource::unknownNumPoints);
+    EXPECT_EQ(Mosaic::of(none, first, none).filter->getNumPoints(), PointSource::unknownNumPoints);
 }
 
 TEST(MosaicFilter, WarnsOfMissingChannelsAndDroppedNames)
 {
-    const auto with = pointWith(1, "Red", UINT16, 1), without = pointsFrom(10, 1), empty = pointsFrom(0, 0);
+    const auto with = pointWith(1, {{channel("Red", UINT16), 1}}), without = pointsFrom(10, 1),
+               empty = pointsFrom(0, 0), alike = pointsFrom(20, 1);
     const char *const names[] = {"ground", nullptr}, *const others[] = {"ground", "water"};
-    with->setClassIdNames(names, 2);
-    EXPECT_EQ(Mosaic::of(with, with, empty).filter->getWarnings(), std::vector<std::string>());
+    with->setClassIdNames(names, 1);
+    EXPECT_EQ(Mosaic::of(with, with, empty).filter->getWarnings(), Strings());
     without->setClassIdNames(others, 2);
     EXPECT_EQ(Mosaic::of(with, without, without).filter->getWarnings(),
-              (std::vector<std::string>{
-                  "'source 1' and 1 other file without Red: the points have 0 there",
-                  "the class names of 'source 1' differ from those of 'source 0', which are used"}));
+              (Strings{"'source 1' and 1 other file without Red: the points have 0 there",
+                       "the class names of 'source 1' differ from those of 'source 0', which are used"}));
+    EXPECT_EQ(Mosaic::of(without, with, without, without).filter->getWarnings()[0],
+              "'source 0' and 2 other files without Red: the points have 0 there");
     EXPECT_EQ(Mosaic::of(without, with).filter->getWarnings()[0],
               "'source 0' without Red: the points have 0 there");
-}
-
-// One point as in files of the older LAS formats, or of the newer ones.
-Scoped<MemoryPointSource> oldPoint(double x, double classByte, double angle, double weekTime)
-{
-    return MemoryPointSource::make(
-        layoutXYZ({channel("ClassId", UINT8), channel("ScanAngle", SINT8), channel("GPSTime", FLOAT64)}),
-        {{x}, {0}, {0}, {classByte}, {angle}, {weekTime}});
-}
-
-Scoped<MemoryPointSource> newPoint(double x, double classId, double flags, double angle, double time)
-{
-    return MemoryPointSource::make(
-        layoutXYZ({channel("ClassFlags", UINT8), channel("ClassId", UINT8), channel("ScanAngle", SINT16),
-                   channel("GPSTime_Adjusted", FLOAT64)}),
-        {{x}, {0}, {0}, {flags}, {classId}, {angle}, {time}});
+    alike->setClassIdNames(names, 2);
+    without->setClassIdNames(names, 2);
+    EXPECT_EQ(Mosaic::of(alike, without).filter->getWarnings(), Strings());
+    // Older files lack flags and scanner channels; their values are known.
+    const auto newer = pointWith(1, {{channel("ClassId", UINT8), 2},
+                                     {channel("ClassFlags", UINT8), 1},
+                                     {channel("ScannerChannel", UINT8), 3},
+                                     {channel("ScanAngle", SINT16), -5}});
+    const auto older = pointWith(2, {{channel("ClassId", UINT8), 2}, {channel("ScanAngle", SINT8), 9}});
+    EXPECT_EQ(Mosaic::of(newer, older).filter->getWarnings(), Strings());
+    EXPECT_EQ(
+        Mosaic::of(newer, pointWith(2, {{channel("ClassId", UINT8), 65}, {channel("ScanAngle", FLOAT32), 1}}),
+                   pointWith(3, {{channel("ClassId", UINT8), 65}}))
+            .filter->getWarnings(),
+        (Strings{"'source 2' without ScanAngle: the points have 0 there",
+                 "the classes of 'source 2' are read as classification bytes of LAS formats 0 to 5: class in "
+                 "the low 5 bits, flags in the others",
+                 "the scan angles of 'source 1' are rounded to steps of 0.006 degrees"}));
 }
 
 TEST(MosaicFilter, ConvertsChannelsWithDifferentMeanings)
 {
     constexpr double week = 2000 * 604800.0 - 1e9;
-    const PointInfo layout = layoutXYZ({channel("ClassId", UINT8), channel("ClassFlags", UINT8),
-                                        channel("ScanAngle", SINT16), channel("GPSTime_Adjusted", FLOAT64)});
     // Class 2; class 31 with all flags; overlap, withheld.
-    const std::vector<Scoped<PointSource>> sources = {
-        Scoped<PointSource>(oldPoint(1, 2, 14, 0.5).detach()),
-        Scoped<PointSource>(oldPoint(2, 255, -90, 604799).detach()),
-        Scoped<PointSource>(oldPoint(3, 12 + 128, 127, nan).detach()),
-        Scoped<PointSource>(newPoint(4, 200, 9, -2334, 5).detach())};
+    std::vector<Scoped<PointSource>> sources;
+    for (const auto& source : {oldPoint(1, 2, 14, 0.5), oldPoint(2, 255, -90, 604799),
+                               oldPoint(3, 12 + 128, 127, nan), newPoint(4, 200, 9, -2334, 5)})
+        sources.emplace_back(Scoped<PointSource>::retained(source.get()));
     Rows expected = {{1, 0, 0, 2, 0, 2333, week + 0.5},
                      {2, 0, 0, 31, 7, -15000, week + 604799},
                      {3, 0, 0, 12, 12, 21167, nan},
                      {4, 0, 0, 200, 9, -2334, 5}};
-    for (const bool reversed : {false, true}) {
-        auto order = sources;
-        if (reversed)
-            std::reverse(order.begin(), order.end());
-        const auto set = SetOfSources::make(order);
-        const Scoped<MosaicFilter> mosaic(MosaicFilter::create());
-        mosaic->init(set.get(), 2000);
-        EXPECT_EQ(mosaic->getChannel("ScanAngle")->getDataType(), SINT16);
-        EXPECT_FALSE(mosaic->hasChannel("GPSTime"));
-        Rows rows = readRows(*mosaic, layout);
+    for (int order = 0; order < 2; ++order) {
+        const Mosaic mosaic(sources, 2000);
+        EXPECT_FALSE(mosaic.filter->hasChannel("GPSTime"));
+        Rows rows = mosaic.rows({channel("ClassId", UINT8), channel("ClassFlags", UINT8),
+                                 channel("ScanAngle", SINT16), channel("GPSTime_Adjusted", FLOAT64)},
+                                Bounds::Huge());
         std::sort(rows.begin(), rows.end());
         EXPECT_TRUE(std::isnan(rows[2][6]));
         rows[2][6] = expected[2][6] = 0;
         EXPECT_EQ(rows, expected);
         // The whole mosaic defines the meaning, also in a query without the flags.
-        EXPECT_EQ(readRows(*mosaic, layoutXYZ({channel("ClassId", UINT8)}), fromTo(2, 2)),
-                  (Rows{{2, 0, 0, 31}}));
+        EXPECT_EQ(mosaic.rows({channel("ClassId", UINT8)}, fromTo(2, 2)), (Rows{{2, 0, 0, 31}}));
+        std::reverse(sources.begin(), sources.end());
     }
-    // No change if all sources agree.
-    const auto old = Mosaic::of(oldPoint(1, 255, 14, 0.5), oldPoint(2, 12, -1, 7));
-    EXPECT_EQ(old.rows(), (Rows{{1, 0, 0, 255, 14, 0.5}, {2, 0, 0, 12, -1, 7}}));
-    // Floating-point degrees become steps, with a warning about rounding.
-    const auto real =
-        Mosaic::of(pointWith(1, "ScanAngle", SINT16, 500), pointWith(2, "ScanAngle", FLOAT32, -1.5));
-    EXPECT_EQ(real.rows(), (Rows{{1, 0, 0, 500}, {2, 0, 0, -250}}));
-    EXPECT_EQ(
-        real.filter->getWarnings(),
-        (std::vector<std::string>{"the scan angles of 'source 1' are rounded to steps of 0.006 degrees"}));
-    // A channel that only newer LAS formats have makes the layout a newer one.
-    const auto newer = Mosaic::of(oldPoint(1, 130, 14, 0.5), pointWith(2, "NearInfrared", UINT16, 9));
-    EXPECT_EQ(readRows(*newer.filter,
-                       layoutXYZ({channel("ClassId", UINT8), channel("ClassFlags", UINT8),
-                                  channel("ScanAngle", SINT16)}),
-                       fromTo(1, 1)),
-              (Rows{{1, 0, 0, 2, 4, 2333}}));
-    const auto doubtful = Mosaic::of(newPoint(1, 2, 0, 0, 5), pointWith(2, "ClassId", UINT8, 65));
-    EXPECT_EQ(
-        doubtful.filter->getWarnings().back(),
-        "the classes of 'source 1' are read as classification bytes of LAS formats 0 to 5: class in the low "
-        "5 bits, flags in the others");
+    // Floating-point degrees become steps.
+    EXPECT_EQ(Mosaic::of(pointWith(1, {{channel("ScanAngle", SINT16), 500}}),
+                         pointWith(2, {{channel("ScanAngle", FLOAT32), -1.5}}))
+                  .rows(),
+              (Rows{{1, 0, 0, 500}, {2, 0, 0, -250}}));
+}
+
+TEST(MosaicFilter, HasTheNewerMeaningIfAnySourceIsNewer)
+{
+    const auto bits = [](const char* name, int count) {
+        ChannelInfo info;
+        info.init(name, UINT8, count, 0);
+        return info;
+    };
+    const std::pair<ChannelInfo, bool> cases[] = {
+        {channel("ClassFlags", UINT8), true},
+        {channel("ScannerChannel", UINT8), true},
+        {channel("NearInfrared", UINT16), true},
+        {channel("ScanAngle", SINT16), true},
+        {bits("ReturnNum", 4), true},
+        {bits("NumReturns", 4), true},
+        {bits("ReturnNum", 3), false},
+        {bits("NumReturns", 3), false},
+        {channel("ScanAngle", SINT8), false},
+        {channel("Red", UINT16), false},
+    };
+    for (const auto& [info, isNewer] : cases)
+        for (const bool isFirst : {false, true}) {
+            SCOPED_TRACE(std::string(info.getName()) + ' ' + std::to_string(info.getBits()));
+            const auto older = oldPoint(1, 130, 14, 0.5), other = pointWith(2, {{info, 1}});
+            const auto mosaic = isFirst ? Mosaic::of(other, older) : Mosaic::of(older, other);
+            ASSERT_EQ(mosaic.filter->hasChannel("ClassFlags"), isNewer);
+            EXPECT_EQ(mosaic.filter->getChannel("ScanAngle")->getDataType(), isNewer ? SINT16 : SINT8);
+            if (!isNewer) {
+                EXPECT_EQ(mosaic.rows({channel("ClassId", UINT8), channel("ScanAngle", SINT8)}, fromTo(1, 1)),
+                          (Rows{{1, 0, 0, 130, 14}}));
+                continue;
+            }
+            EXPECT_EQ(mosaic.filter->getChannel("ClassFlags")->getBits(),
+                      info.isNamed("ClassFlags") ? info.getBits() : 4);
+            EXPECT_EQ(mosaic.rows({channel("ClassId", UINT8), channel("ClassFlags", UINT8),
+                                   channel("ScanAngle", SINT16)},
+                                  fromTo(1, 1)),
+                      (Rows{{1, 0, 0, 2, 4, 2333}}));
+        }
 }
 
 TEST(MosaicFilter, RefusesToMixClocksWithoutAWeek)
 {
     const auto week = oldPoint(1, 2, 14, 0.5), adjusted = newPoint(2, 2, 0, 0, 5), none = pointsFrom(3, 1);
-    const auto both = MemoryPointSource::make(
-        layoutXYZ({channel("GPSTime", FLOAT64), channel("GPSTime_Adjusted", FLOAT64)}),
-        {{4, 5, 6}, {0, 0, 0}, {0, 0, 0}, {7, 0, 8}, {0, 0, 9}});
+    const auto clocks = [](DataType type) {
+        return MemoryPointSource::make(
+            layoutXYZ({channel("GPSTime", type), channel("GPSTime_Adjusted", FLOAT64)}),
+            {{4, 5, 6}, {0, 0, 0}, {0, 0, 0}, {7, 0, 8}, {0, 0, 9}});
+    };
+    const auto both = clocks(FLOAT64), single = clocks(FLOAT32);
+    const auto empty = MemoryPointSource::make(adjusted->getPointInfo(), MemoryPointSource::Columns(7));
     EXPECT_EQ(errorOf(40007, [&] { Mosaic::of(none, adjusted, week); }),
               "the files hold different GPS times: 'source 1' adjusted standard time (GPSTime_Adjusted), "
               "'source 2' week time (GPSTime); give the GPS week to convert week time (-gpsWeek)");
     EXPECT_NE(errorOf(40007, [&] { Mosaic::of(both, week); }), "nothing thrown");
+    EXPECT_NE(errorOf(40007, [&] { Mosaic::of(adjusted, both); }), "nothing thrown");
     EXPECT_EQ(Mosaic::of(both, none).rows().size(), 4u);
+    EXPECT_EQ(Mosaic::of(week, empty).rows({channel("GPSTime", FLOAT64)}, Bounds::Huge()),
+              (Rows{{1, 0, 0, 0.5}}));
     // A file with both clocks: one time per point.
-    const auto set = SetOfSources::make({Scoped<PointSource>::retained(both.get())});
-    const Scoped<MosaicFilter> mosaic(MosaicFilter::create());
-    mosaic->init(set.get(), 1654);
     constexpr double origin = 1654 * 604800.0 - 1e9;
-    EXPECT_EQ(readRows(*mosaic, mosaic->getPointInfo()),
-              (Rows{{4, 0, 0, origin + 7}, {5, 0, 0, 0}, {6, 0, 0, 9}}));
+    const Mosaic mosaic({Scoped<PointSource>::retained(both.get())}, 1654);
+    EXPECT_EQ(mosaic.rows(), (Rows{{4, 0, 0, origin + 7}, {5, 0, 0, 0}, {6, 0, 0, 9}}));
+    EXPECT_EQ(
+        errorOf(40010, [&] { Mosaic({Scoped<PointSource>::retained(single.get())}, 1654).rows(); }),
+        "channel 'GPSTime' does not fit the joined layout; an index needs an update (vxindex -u) path = "
+        "source 0");
 }
 
 // As with a tile that was replaced after its index was written.
@@ -423,22 +516,19 @@ TEST(MosaicFilter, CountsTheTextFilesThatItReadsForTheirBounds)
     EXPECT_EQ(store->openCount(), 0);
 }
 
-class Cancelled final : public ProgressDelegate
-{
-public:
-    void reportProgress(double, const char*) override {}
-    bool getCancelled() override { return true; }
-};
-
 TEST(MosaicFilter, StopsBetweenSources)
 {
-    const auto mosaic = Mosaic::of(pointsFrom(0, 2), pointsFrom(10, 2));
-    Cancelled delegate;
-    const Scoped<PointIterator> iterator(
-        mosaic.filter->createIterator(Bounds::Huge(), 1, layoutXYZ(), &delegate));
-    PointData block;
-    block.init(layoutXYZ(), 10);
-    EXPECT_EQ(errorOf(40006, [&] { iterator->getNextPoints(block); }), "operation cancelled.");
+    const auto mosaic = Mosaic::of(pointsFrom(0, 2), pointsFrom(10, 2), pointsFrom(20, 2));
+    for (int query = 0; query < 4; ++query) {
+        Testing::ProgressLog log(query);
+        const Scoped<PointIterator> iterator(
+            mosaic.filter->createIterator(Bounds::Huge(), 1, layoutXYZ(), &log));
+        PointData block;
+        block.init(layoutXYZ(), 10);
+        for (int source = 0; source < query && source < 3; ++source)
+            EXPECT_EQ(iterator->getNextPoints(block), 2u);
+        EXPECT_EQ(errorOf(40006, [&] { iterator->getNextPoints(block); }), "operation cancelled.");
+    }
 }
 
 TEST(MosaicFilter, TakesADescriptionWithoutOpeningItsSources)
@@ -449,8 +539,14 @@ TEST(MosaicFilter, TakesADescriptionWithoutOpeningItsSources)
     info->setNumPoints(1234);
     const Scoped<MemoryRTree> tree(MemoryRTree::create());
     tree->insert(fromTo(0, 5), 0);
-    const Scoped<MosaicFilter> mosaic(MosaicFilter::create());
+    // After sources with records, coordinate systems and warnings.
+    const auto first = pointsFrom(0, 1);
+    first->metadata().add("Key", nullptr, METADATA_STRING, "value", 0);
+    const Scoped<MosaicFilter> mosaic = Mosaic::of(first, oldPoint(1, 2, 3, 4)).filter;
+    ASSERT_EQ(mosaic->getWarnings().size(), 1u);
     mosaic->init(info.get(), tree.get(), set.get());
+    EXPECT_TRUE(mosaic->getWarnings().empty());
+    EXPECT_TRUE(mosaic->getCoordinateSystems().empty());
     EXPECT_EQ(mosaic->getNumPoints(), 1234);
     Metadata none;
     mosaic->loadMetadata(none, false);

@@ -333,65 +333,6 @@ TEST_F(Robustness, EveryCallThatFailsEndsInAnErrorOrIsMadeUpFor)
     }
 }
 
-// Cancels at the n-th query.
-struct Canceller : ProgressDelegate
-{
-    explicit Canceller(int n) : left(n) {}
-    void reportProgress(double, const char*) override {}
-    bool getCancelled() override { return --left < 0; }
-
-    int left;
-};
-
-TEST_F(Robustness, EveryWriterStopsAtEveryBlockWithoutATrace)
-{
-    const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
-    files->addFile((directory / "a.vxl").c_str());
-    const Scoped<PointSource> source(files->createPointSource(0));
-    const std::string path = directory / "out";
-    const auto make = [&](auto* created, auto... arguments) {
-        Scoped<std::remove_pointer_t<decltype(created)>> writer(created);
-        writer->init(source.get(), arguments...);
-        return Scoped<PointWriter>(writer.detach());
-    };
-    const std::function<Scoped<PointWriter>()> makers[] = {
-        [&] { return make(TXTPointWriter::create(), path.c_str(), source->getPointInfo()); },
-        [&] { return make(LASPointWriter::create(), path.c_str(), -1); },
-        [&] {
-            const auto writer = make(LASPointWriter::create(), path.c_str(), -1);
-            static_cast<LASPointWriter&>(*writer).setWriteLAZ(true);
-            return writer;
-        },
-        [&] { return make(VX7PointWriter::create(), path.c_str()); },
-        [&] { return make(NULLPointWriter::create()); },
-        [&] { return Scoped<PointWriter>(createPDALPointWriter(source.get(), path.c_str())); },
-    };
-    Contents before = contents();
-    before["out"] = "precious";
-    for (const auto& maker : makers) {
-        if (&maker == std::end(makers) - 1 && !HAS_PDAL)
-            break;
-        bool isDone = false;
-        for (int n = 0; !isDone; ++n) {
-            SCOPED_TRACE("writer " + std::to_string(&maker - makers) + " at " + std::to_string(n));
-            restore(before);
-            const Scoped<PointWriter> writer = maker();
-            writer->setChunckSize(100);
-            Canceller delegate(n);
-            try {
-                EXPECT_EQ(writer->write(Bounds::Huge(), 1, source->getPointInfo(), &delegate), 1500);
-                isDone = true;
-                EXPECT_GE(delegate.left, 0) << "continues after it was cancelled";
-                EXPECT_GE(n, 1);
-            } catch (const Error& error) {
-                EXPECT_EQ(error.error(), 40006);
-                EXPECT_TRUE(contents() == before);
-                ++m_numFaults;
-            }
-        }
-    }
-}
-
 TEST_F(Robustness, TheCommandLineReportsEveryAllocationThatFails)
 {
     struct Exit

@@ -5,58 +5,35 @@
 #include "support/Random.h"
 #include "support/SampleCloud.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <fcntl.h>
-#include <filesystem>
-#include <sstream>
-#include <string>
 #include <sys/stat.h>
-#include <thread>
-#include <unistd.h>
-#include <vector>
 
 namespace Quillmoran {
 namespace {
 
-using Testing::Program;
-using Testing::readFile;
-using Testing::Result;
-using Testing::writeFile;
+using namespace Testing;
 
 struct Command
 {
-    const char* program;
-    std::string arguments;
+    std::string line;
     std::string output;
 };
 
-class Processes : public testing::Test
+class Processes : public ProgramTest
 {
 protected:
     void SetUp() override
     {
-        writeFile(directory / "in.vxl", buildFile(Testing::SampleCloud::make(40000, 1).toFile()));
-        writeFile(directory / "in.las", Testing::randomLASFile(7, 4, 40000, 2).build());
+        writeFile(directory / "in.vxl", buildFile(SampleCloud::make(40000, 1).toFile()));
+        writeFile(directory / "in.las", randomLASFile(7, 4, 40000, 2).build());
         setenv("TMPDIR", directory.path().c_str(), 1);
     }
     void TearDown() override { unsetenv("TMPDIR"); }
 
-    Program start(const Command& command) const
-    {
-        std::vector<std::string> words;
-        std::istringstream stream(command.arguments);
-        for (std::string word; stream >> word;)
-            words.push_back(word);
-        return Program(command.program, directory, words);
-    }
-    Result shell(const std::string& line) const { return Program("/bin/sh", directory, {"-c", line}).wait(); }
+    // Returns the bytes of the output.
     std::string make(const Command& command) const
     {
-        EXPECT_EQ(start(command).wait().status, 0) << command.arguments;
+        EXPECT_EQ(run(command.line).status, 0) << command.line;
         return readFile(directory / command.output);
     }
     // Files other than the inputs and the output.
@@ -65,25 +42,23 @@ protected:
         int count = 0;
         for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
             const std::string name = entry.path().filename();
-            count += name != output && name != "in.vxl" && name != "in.las" && name != "stdout" &&
-                     name != "stderr";
+            count += name != output && entry.path().stem() != "in" && name != "stdout" && name != "stderr";
         }
         return count;
     }
 
-    Testing::TemporaryDirectory directory;
     const std::vector<Command> commands = {
-        {VXUNPACK, "-i in.vxl -o out.txt -cs 500 -j 1", "out.txt"},
-        {VXUNPACK, "-i in.vxl -o out.las -cs 500 -j 2", "out.las"},
-        {VXUNPACK, "-i in.vxl -o out.laz -cs 500 -j 1", "out.laz"},
-        {VXPACK, "-i in.las -o out.vxl -j 2", "out.vxl"},
-        {VXINDEX, "-o t.index in.vxl in.las", "t.index"},
+        {"vxunpack -i in.vxl -o out.txt -cs 500 -j 1", "out.txt"},
+        {"vxunpack -i in.vxl -o out.las -cs 500 -j 2", "out.las"},
+        {"vxunpack -i in.vxl -o out.laz -cs 500 -j 1", "out.laz"},
+        {"vxpack -i in.las -o out.vxl -j 2", "out.vxl"},
+        {"vxindex -o t.index in.vxl in.las", "t.index"},
     };
 };
 
 TEST_F(Processes, LeaveTheOldOutputOrACompleteOneWhenASignalComes)
 {
-    Testing::Random random(1);
+    Random random(1);
     int numSignals = 0, numEnded = 0;
     for (const Command& command : commands) {
         const auto begin = std::chrono::steady_clock::now();
@@ -92,9 +67,9 @@ TEST_F(Processes, LeaveTheOldOutputOrACompleteOneWhenASignalComes)
             std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
         for (const int number :
              {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGKILL, SIGKILL, SIGPIPE, SIGUSR1, SIGALRM, SIGXCPU}) {
-            SCOPED_TRACE(command.arguments + " signal " + std::to_string(number));
-            writeFile(directory / command.output, std::string("precious"));
-            Program program = start(command);
+            SCOPED_TRACE(command.line + " signal " + std::to_string(number));
+            directory.file(command.output, "precious");
+            const Program program = start(command.line);
             std::this_thread::sleep_for(
                 std::chrono::microseconds(random.below(static_cast<std::uint64_t>(duration.count()))));
             program.signal(number);
@@ -115,22 +90,51 @@ TEST_F(Processes, LeaveTheOldOutputOrACompleteOneWhenASignalComes)
     std::printf("%d signals, %d of them in time\n", numSignals, numEnded);
 }
 
+// Each program in each of its activities.
+TEST_F(Processes, StopAtASignalWithoutATrace)
+{
+    writeFile(directory / "in.las", randomLASFile(7, 4, 600000, 2).build());
+    writeFile(directory / "in.vxl", buildFile(SampleCloud::make(400000, 1).toFile()));
+    std::string lines;
+    for (int i = 0; i < 1000000; ++i)
+        lines += "1234567.89 1234567.89 1.5\n";
+    directory.file("in.txt", lines);
+    const std::tuple<Command, const char*, int> cases[] = {
+        {{"vxpack -i in.las -o out.vxl -j 1", "out.vxl"}, "surveying", SIGINT},
+        {{"vxpack -i in.las -o out.vxl -j 1", "out.vxl"}, "writing", SIGTERM},
+        {{"vxunpack -i in.vxl -o out.txt -cs 200 -j 1", "out.txt"}, "writing", SIGINT},
+        {{"vxunpack -i in.vxl -o out.las -cs 200 -j 1", "out.las"}, "writing", SIGTERM},
+        {{"vxunpack -i in.vxl -o out.laz -cs 200 -j 1", "out.laz"}, "writing", SIGHUP},
+        {{"vxindex -o t.index -p xyz in.vxl in.txt in.las", "t.index"}, "33.34%", SIGINT},
+        {{"vxinfo -check in.vxl", ""}, "reading", SIGINT},
+    };
+    for (const auto& [command, activity, number] : cases)
+        for (const bool isThere : {false, true}) {
+            SCOPED_TRACE(command.line);
+            if (isThere && !command.output.empty())
+                directory.file(command.output, "precious");
+            start(command.line).interrupt(activity, number);
+            EXPECT_EQ(countOthers(isThere ? command.output : ""), 0);
+            if (isThere && !command.output.empty()) {
+                EXPECT_EQ(readFile(directory / command.output), "precious");
+            }
+            std::filesystem::remove(directory / command.output);
+        }
+}
+
 TEST_F(Processes, NeverMixTheirOutputs)
 {
-    for (Command command : commands) {
-        if (command.program == std::string(VXINDEX))
-            continue; // its options make no difference
-        Command other = command;
-        other.arguments += " -s 2";
+    for (const Command& command : {commands[0], commands[1], commands[2], commands[3]}) {
+        const Command other = {command.line + " -s 2", command.output};
         const std::string outputs[] = {make(command), make(other)};
         ASSERT_TRUE(outputs[0] != outputs[1]);
         for (int round = 0; round < 4; ++round) {
-            Program first = start(command), second = start(other);
-            const int statuses[] = {first.wait().status, second.wait().status};
+            const Program first = start(command.line), second = start(other.line);
+            EXPECT_EQ(first.wait().status, 0);
+            EXPECT_EQ(second.wait().status, 0);
             const std::string now = readFile(directory / command.output);
-            EXPECT_TRUE((now == outputs[0] && statuses[0] == 0) || (now == outputs[1] && statuses[1] == 0))
-                << command.arguments << ": " << now.size() << " bytes";
-            EXPECT_EQ(statuses[0] + statuses[1], 0);
+            EXPECT_TRUE(now == outputs[0] || now == outputs[1])
+                << command.line << ": " << now.size() << " bytes";
             EXPECT_EQ(countOthers(command.output), 0);
         }
         std::filesystem::remove(directory / command.output);
@@ -140,32 +144,34 @@ TEST_F(Processes, NeverMixTheirOutputs)
 // Exceeding the limit raises SIGXFSZ.
 TEST_F(Processes, ReportAFileThatBecomesTooLarge)
 {
-    for (const Command& command : commands) {
-        if (command.program == std::string(VXINDEX))
-            continue; // its output is too small
-        const Result result =
-            shell(std::string("ulimit -f 16; '") + command.program + "' " + command.arguments);
+    for (const Command& command : {commands[0], commands[1], commands[2], commands[3]}) {
+        const Result result = shell("ulimit -f 16; " + command.line);
         EXPECT_EQ(result.status, 1);
         EXPECT_NE(result.errors.find("File too large path = "), std::string::npos) << result.errors;
-        EXPECT_EQ(countOthers(""), 0) << command.arguments;
+        EXPECT_EQ(countOthers(""), 0) << command.line;
     }
 }
 
+// A link of the test's own names standard output: a program that removes or replaces its output removes the link.
 TEST_F(Processes, WriteTextToPipes)
 {
     const std::string complete = make(commands.front());
-    const std::string line = std::string("'") + VXUNPACK + "' -i in.vxl -o ";
-    const std::string got = directory / "got";
-    for (const std::string& command : {line + "/dev/stdout | cat >got", line + "/dev/stdout >got",
-                                       line + "/proc/self/fd/1 2>stderr | cat >got",
-                                       "mkfifo pipe; cat pipe >got & " + line + "pipe >&2; wait $!"}) {
+    std::filesystem::create_symlink("/proc/self/fd/1", directory / "link");
+    const std::string line = "vxunpack -i in.vxl -o ";
+    for (const std::string& command :
+         {line + "link | cat >got", line + "link >got", line + "./link 2>stderr | cat >got",
+          "mkfifo pipe; cat pipe >got & " + line + "pipe >&2; wait $!"}) {
         const Result result = shell(command);
-        EXPECT_TRUE(readFile(got) == complete) << command;
+        EXPECT_TRUE(readFile(directory / "got") == complete) << command;
         EXPECT_EQ(result.output, "");
         EXPECT_NE(result.errors.find("\n40000 points written\n"), std::string::npos) << result.errors;
+        EXPECT_TRUE(std::filesystem::is_symlink(directory / "link")) << command;
     }
-    const std::string head = "(" + line + "/dev/stdout; echo $? >status) | head -n 1 >got";
-    EXPECT_NE(shell(head).errors.find("Error: Broken pipe path = /dev/stdout\n"), std::string::npos);
+    EXPECT_EQ(shell(line + "link -of las12 -ofld xyz >got.las").status, 0);
+    EXPECT_EQ(readFile(directory / "got.las").substr(0, 4), "LASF");
+    EXPECT_NE(shell("(" + line + "link; echo $? >status) | head -n 1 >got")
+                  .errors.find("Error: Broken pipe path = link\n"),
+              std::string::npos);
     EXPECT_EQ(readFile(directory / "status"), "1\n");
     EXPECT_EQ(shell(line + "pipe -of laz").errors,
               "Error: Unable to create output pipe. LAS output needs a seekable file\n");
@@ -173,12 +179,11 @@ TEST_F(Processes, WriteTextToPipes)
 
 TEST_F(Processes, StopAtASignalWhereAPipeKeepsThemWaiting)
 {
-    const std::string pipe = directory / "pipe";
+    const std::string pipe = directory / "pipe", line = "vxunpack -i in.vxl -o pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    const std::vector<std::string> arguments = {"-i", "in.vxl", "-o", "pipe"};
     Result result{-SIGINT, "", ""};
     for (int delay = 100; result.status == -SIGINT && delay < 10000; delay *= 2) { // until it handles signals
-        const Program waiting(VXUNPACK, directory, arguments);
+        const Program waiting = start(line);
         std::this_thread::sleep_for(std::chrono::milliseconds(delay));
         waiting.signal(SIGINT);
         result = waiting.wait();
@@ -187,7 +192,7 @@ TEST_F(Processes, StopAtASignalWhereAPipeKeepsThemWaiting)
     EXPECT_NE(result.errors.find("\nError: operation cancelled.\n"), std::string::npos) << result.errors;
 
     const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK); // never read from
-    Program(VXUNPACK, directory, arguments).interrupt("writing", SIGINT);
+    start(line).interrupt("writing", SIGINT);
     ::close(reader);
     EXPECT_TRUE(std::filesystem::is_fifo(pipe));
 }
@@ -197,12 +202,12 @@ TEST_F(Processes, DoWithoutStandardStreams)
 {
     for (const Command& command : commands) {
         const std::string complete = make(command);
-        const std::string line = std::string("'") + command.program + "' " + command.arguments;
-        EXPECT_EQ(shell(line + " <&- >&- 2>&-").status, 0);
-        EXPECT_TRUE(readFile(directory / command.output) == complete) << command.arguments;
-        std::filesystem::remove(directory / command.output);
-        EXPECT_EQ(shell("(" + line + " 2>/dev/null; echo $? >&2) | :").errors, "0\n") << command.arguments;
-        EXPECT_TRUE(readFile(directory / command.output) == complete) << command.arguments;
+        for (const std::string& line : {command.line + " <&- >&- 2>&-; echo $? >&2",
+                                        "(" + command.line + " 2>errors; echo $? >&2) | :"}) {
+            std::filesystem::remove(directory / command.output);
+            EXPECT_EQ(shell(line).errors, "0\n") << line;
+            EXPECT_TRUE(readFile(directory / command.output) == complete) << line;
+        }
         std::filesystem::remove(directory / command.output);
     }
 }
@@ -210,13 +215,12 @@ TEST_F(Processes, DoWithoutStandardStreams)
 TEST_F(Processes, NoticeThatAReportIsLost)
 {
     make(commands.back());
-    for (const std::string& report :
-         {std::string("'") + VXINDEX + "' -o t.index -l", std::string("'") + VXINFO + "' in.vxl"}) {
-        for (const char* lost : {" >/dev/full", " >&-"}) {
-            const Result result = shell(report + lost);
-            EXPECT_EQ(result.status, 1) << report << lost;
-            EXPECT_EQ(result.errors, "Error: cannot write the report\n");
-        }
+    // The report of the file is longer than its limit of 1 KiB at most.
+    for (const std::string lost : {"vxindex -o t.index -l >&-", "vxinfo in.vxl >&-",
+                                   "trap '' XFSZ; ulimit -f 1; vxinfo in.vxl >report"}) {
+        const Result result = shell(lost);
+        EXPECT_EQ(result.status, 1) << lost;
+        EXPECT_EQ(result.errors, "Error: cannot write the report\n");
     }
 }
 

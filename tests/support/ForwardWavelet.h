@@ -30,62 +30,51 @@ T repeated(const std::vector<T>& band, std::ptrdiff_t i)
 
 __extension__ using Int128 = __int128;
 
-// Sums in 128 bits, cut to T before rounding: equal to wrapping arithmetic in T.
+// The weighted sum of samples i - 1 to i + 2 as it is subtracted by the prediction (or, with smaller weights,
+// added by the update). Integers are summed in 128 bits and cut to T before rounding, like wrapping sums.
 template <class T>
-T weightedShift(Int128 sum, int offset, int shift)
+T lifted(const std::vector<T>& band, std::ptrdiff_t i, int order, bool isUpdate)
 {
-    using Wide = std::conditional_t<sizeof(T) == 2, std::int32_t, T>;
-    const T cut = static_cast<T>(sum);
-    if constexpr (sizeof(T) == 2)
-        return static_cast<T>((Wide{cut} + offset) >> shift);
-    else
-        return static_cast<T>(
-            static_cast<T>(static_cast<std::make_unsigned_t<T>>(cut) + static_cast<unsigned>(offset)) >>
-            shift);
-}
-
-template <class T>
-T predicted(const std::vector<T>& low, std::ptrdiff_t i, int order)
-{
-    const T a = repeated(low, i - 1), b = repeated(low, i), c = repeated(low, i + 1),
-            d = repeated(low, i + 2);
-    if constexpr (std::is_floating_point_v<T>)
-        return order == 1 ? (b + c) * T(0.5) : (T(9) * (b + c) - (a + d)) * T(0.0625);
-    else {
+    const T a = repeated(band, i - 1), b = repeated(band, i), c = repeated(band, i + 1),
+            d = repeated(band, i + 2);
+    const int shift = (order == 1 ? 1 : 4) + (isUpdate ? 1 : 0);
+    if constexpr (std::is_floating_point_v<T>) {
+        return (order == 1 ? b + c : T(9) * (b + c) - (a + d)) / T(1 << shift);
+    } else {
+        const int offset = order == 1 ? (isUpdate ? 2 : 0) : (isUpdate ? 30 : 14);
         const Int128 inner = Int128{b} + c, outer = Int128{a} + d;
-        return order == 1 ? weightedShift<T>(inner, 0, 1) : weightedShift<T>(9 * inner - outer, 14, 4);
+        const T cut = static_cast<T>(order == 1 ? inner : 9 * inner - outer);
+        if constexpr (sizeof(T) == 2)
+            return static_cast<T>((std::int32_t{cut} + offset) >> shift);
+        else
+            return static_cast<T>(Int128{cut} + offset) >> shift;
     }
 }
 
+// a + sign * b, wrapping.
 template <class T>
-T updated(const std::vector<T>& high, std::ptrdiff_t i, int order)
+T addSigned(T a, int sign, T b)
 {
-    const T a = repeated(high, i - 2), b = repeated(high, i - 1), c = repeated(high, i),
-            d = repeated(high, i + 1);
     if constexpr (std::is_floating_point_v<T>)
-        return order == 1 ? (b + c) * T(0.25) : (T(9) * (b + c) - (a + d)) * T(0.03125);
-    else {
-        const Int128 inner = Int128{b} + c, outer = Int128{a} + d;
-        return order == 1 ? weightedShift<T>(inner, 2, 2) : weightedShift<T>(9 * inner - outer, 30, 5);
-    }
+        return a + T(sign) * b;
+    else
+        return static_cast<T>(Int128{a} + sign * Int128{b});
+}
+
+// The prediction of the high samples from the low ones, and the update of the low samples from the high ones.
+template <class T>
+void predict(const std::vector<T>& low, std::vector<T>& high, Lifting lifting, int sign)
+{
+    for (std::size_t i = 0; lifting.order != 0 && i < high.size(); ++i)
+        high[i] = addSigned(high[i], sign, lifted(low, static_cast<std::ptrdiff_t>(i), lifting.order, false));
 }
 
 template <class T>
-T wrappingAdd(T a, T b)
+void update(std::vector<T>& low, const std::vector<T>& high, Lifting lifting, int sign)
 {
-    if constexpr (std::is_floating_point_v<T>)
-        return a + b;
-    else
-        return static_cast<T>(static_cast<std::uint64_t>(a) + static_cast<std::uint64_t>(b));
-}
-
-template <class T>
-T wrappingSubtract(T a, T b)
-{
-    if constexpr (std::is_floating_point_v<T>)
-        return a - b;
-    else
-        return static_cast<T>(static_cast<std::uint64_t>(a) - static_cast<std::uint64_t>(b));
+    for (std::size_t i = 0; lifting.hasUpdate && lifting.order != 0 && i < low.size(); ++i)
+        low[i] =
+            addSigned(low[i], sign, lifted(high, static_cast<std::ptrdiff_t>(i) - 1, lifting.order, true));
 }
 
 template <class T>
@@ -95,26 +84,15 @@ void forwardLevel(const std::vector<T>& samples, Lifting lifting, std::vector<T>
     high.clear();
     for (std::size_t i = 0; i < samples.size(); ++i)
         (i % 2 == 0 ? low : high).push_back(samples[i]);
-    if (lifting.order == 0)
-        return;
-    for (std::size_t i = 0; i < high.size(); ++i)
-        high[i] = wrappingSubtract(high[i], predicted(low, static_cast<std::ptrdiff_t>(i), lifting.order));
-    if (lifting.hasUpdate)
-        for (std::size_t i = 0; i < low.size(); ++i)
-            low[i] = wrappingAdd(low[i], updated(high, static_cast<std::ptrdiff_t>(i), lifting.order));
+    predict(low, high, lifting, -1);
+    update(low, high, lifting, 1);
 }
 
 template <class T>
 std::vector<T> inverseLevel(std::vector<T> low, std::vector<T> high, Lifting lifting)
 {
-    if (lifting.order != 0) {
-        if (lifting.hasUpdate)
-            for (std::size_t i = 0; i < low.size(); ++i)
-                low[i] =
-                    wrappingSubtract(low[i], updated(high, static_cast<std::ptrdiff_t>(i), lifting.order));
-        for (std::size_t i = 0; i < high.size(); ++i)
-            high[i] = wrappingAdd(high[i], predicted(low, static_cast<std::ptrdiff_t>(i), lifting.order));
-    }
+    update(low, high, lifting, -1);
+    predict(low, high, lifting, 1);
     std::vector<T> samples;
     for (std::size_t i = 0; i < low.size(); ++i) {
         samples.push_back(low[i]);

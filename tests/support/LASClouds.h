@@ -86,11 +86,12 @@ inline std::vector<LASFilePoint> joinedPoints(const LASFile& file, int gpsWeek)
 
 // All points of a source as LAS points. Coordinates are in steps of the source's scale.
 inline std::vector<LASFilePoint> readLASPoints(const PointSource& source, const Bounds& box = Bounds::Huge(),
-                                               double fraction = 1, std::size_t blockSize = 1000)
+                                               double fraction = 1, std::size_t blockSize = 1000,
+                                               ProgressDelegate* delegate = nullptr)
 {
     std::vector<LASFilePoint> points;
     const Scoped<PointIterator> iterator(
-        source.createIterator(box, fraction, source.getPointInfo(), nullptr));
+        source.createIterator(box, fraction, source.getPointInfo(), delegate));
     PointData block;
     block.init(source.getPointInfo(), blockSize);
     while (const std::size_t count = iterator->getNextPoints(block)) {

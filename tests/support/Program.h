@@ -1,4 +1,4 @@
-// Runs a program as a process.
+// Runs programs as processes in a directory of the test, as their users do.
 #pragma once
 
 #include "support/TemporaryDirectory.h"
@@ -7,7 +7,9 @@
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <spawn.h>
+#include <sstream>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
@@ -27,10 +29,11 @@ struct Result
 class Program
 {
 public:
-    Program(const char* path, const TemporaryDirectory& directory, const std::vector<std::string>& arguments)
+    Program(const std::string& path, const TemporaryDirectory& directory,
+            const std::vector<std::string>& arguments)
         : m_output(directory / "stdout"), m_errors(directory / "stderr")
     {
-        std::vector<char*> argv = {const_cast<char*>(path)};
+        std::vector<char*> argv = {const_cast<char*>(path.c_str())};
         for (const std::string& argument : arguments)
             argv.push_back(const_cast<char*>(argument.c_str()));
         argv.push_back(nullptr);
@@ -40,28 +43,31 @@ public:
         const int flags = O_WRONLY | O_CREAT | O_TRUNC;
         posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, m_output.c_str(), flags, 0644);
         posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, m_errors.c_str(), flags, 0644);
-        if (posix_spawn(&m_process, path, &actions, nullptr, argv.data(), environ) != 0)
+        if (posix_spawn(&m_process, path.c_str(), &actions, nullptr, argv.data(), environ) != 0)
             ADD_FAILURE() << "cannot start " << path;
         posix_spawn_file_actions_destroy(&actions);
     }
 
-    // What it has printed so far.
-    std::string output() const { return readFile(m_output); }
-    void signal(int number) const { ::kill(m_process, number); }
+    // Never signals a group of processes, as 0 and -1 would.
+    void signal(int number) const
+    {
+        if (m_process > 0)
+            ::kill(m_process, number);
+    }
 
     // Sends a signal as soon as the program has printed a text, and expects the error of an interrupted run.
-    Result interrupt(const std::string& text, int number)
+    void interrupt(const std::string& text, int number) const
     {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (output().find(text) == std::string::npos && std::chrono::steady_clock::now() < deadline)
+        while (readFile(m_output).find(text) == std::string::npos &&
+               std::chrono::steady_clock::now() < deadline)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         signal(number);
-        Result result = wait();
+        const Result result = wait();
         EXPECT_EQ(result.status, 1);
         EXPECT_EQ(result.errors.rfind("\nInterrupt detected.  Shutting down application...\nError: ", 0), 0u)
             << result.errors;
         EXPECT_NE(result.errors.find("peration cancelled.\n"), std::string::npos) << result.errors;
-        return result;
     }
 
     Result wait() const
@@ -75,6 +81,42 @@ public:
 private:
     std::string m_output, m_errors;
     pid_t m_process = 0;
+};
+
+// Commands are words separated by blanks, the first one a program's name; '' is an empty word.
+class ProgramTest : public testing::Test
+{
+protected:
+    Program start(const std::string& command) const
+    {
+        std::istringstream stream(command);
+        std::vector<std::string> words;
+        for (std::string word; stream >> word;)
+            words.push_back(word == "''" ? "" : word);
+        return {PROGRAMS "/" + words.at(0), directory, {words.begin() + 1, words.end()}};
+    }
+    Result run(const std::string& command) const { return start(command).wait(); }
+    Result shell(const std::string& line) const
+    {
+        return Program("/bin/sh", directory, {"-c", "PATH=" PROGRAMS ":$PATH; " + line}).wait();
+    }
+    // Returns the output of a run that succeeds with these messages on standard error.
+    std::string succeed(const std::string& command, const std::string& messages = "") const
+    {
+        const Result result = run(command);
+        EXPECT_EQ(result.status, 0) << command;
+        EXPECT_EQ(result.errors, messages) << command;
+        return result.output;
+    }
+    void expectError(const std::string& command, const std::string& message) const
+    {
+        const Result result = run(command);
+        EXPECT_EQ(result.status, 1) << command;
+        EXPECT_EQ(result.errors, "Error: " + message + '\n') << command;
+    }
+    bool exists(const std::string& name) const { return std::filesystem::exists(directory / name); }
+
+    const TemporaryDirectory directory;
 };
 
 } // namespace Quillmoran::Testing

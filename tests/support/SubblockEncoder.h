@@ -1,4 +1,4 @@
-// Bands for tests of the decoder: samples encoded by the subblock writers, in every form that a file may have.
+// Bands for tests of the decoder: samples encoded by the band writer, in every form that a file may have.
 #pragma once
 
 #include "common/coders/TransformUtils.h"
@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace Quillmoran::Testing {
@@ -17,9 +18,7 @@ struct BandOptions
     TransformType transform = 1;
     std::size_t subblockSize = 64;
     bool perPlaneLengths = false;
-    int rawPlanes = 0;     // number of lowest planes that are raw
-    int droppedPlanes = 0; // lowest planes omitted (lossy), except for the highest one of a subblock
-    std::size_t maxZeroRun = 2048;
+    int rawPlanes = 0; // number of lowest planes that are raw
 };
 
 // The two byte ranges of a band; if interleaved, everything is in `headers`.
@@ -32,6 +31,14 @@ struct EncodedBand
 // T is a kernel type: int16, int32 or int64 for the integer coders, float or double for deflate.
 template <class T>
 EncodedBand encodeBand(const std::vector<T>& samples, const BandOptions& options, bool interleaved);
+
+inline Bytes fromHex(const std::string& hex)
+{
+    Bytes bytes;
+    for (std::size_t i = 0; i < hex.size(); i += 2)
+        bytes.push_back(static_cast<std::uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+    return bytes;
+}
 
 template <class T>
 void putBigEndian(Bytes& bytes, T value)

@@ -1,6 +1,7 @@
 #include "support/VX7FileBuilder.h"
 
 #include "common/bands/KernelSamples.h"
+#include "common/coders/KernelTypes.h"
 #include "common/container/ChunkHeader.h"
 #include "common/container/WaveletChannelInfo.h"
 #include "index/MemoryRTree.h"
@@ -9,51 +10,57 @@
 #include "support/ForwardWavelet.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
-#include <stdexcept>
 
 namespace Quillmoran::Testing {
 
 namespace {
 
-constexpr double noScale = 0;
+constexpr std::uint32_t defaultSubblock = 64;
 
-bool hasFloatKernel(const ChannelPlan& channel)
+struct EncodedChannel
 {
-    return TransformUtils::isFloatingPoint(channel.transform);
-}
-
-std::size_t countSamples(const ChannelPlan& channel)
-{
-    return hasFloatKernel(channel) ? channel.reals.size() : channel.integers.size();
-}
-
-// The record, with the fields that a reader derives.
-WaveletChannelInfo makeRecord(const ChannelPlan& channel)
-{
-    std::uint64_t largest = 0;
-    std::int64_t low = INT64_MAX, high = INT64_MIN;
-    for (const std::int64_t value : channel.integers) {
-        low = std::min(low, value);
-        high = std::max(high, value);
-    }
-    if (low <= high) {
-        const auto magnitude = [](std::int64_t v) {
-            return v < 0 ? 0 - static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(v);
-        };
-        const std::uint64_t range = static_cast<std::uint64_t>(high) - static_cast<std::uint64_t>(low);
-        largest = std::max({range, magnitude(low), magnitude(high)});
-    }
-    int bits = static_cast<int>(std::bit_width(largest));
-    if (channel.name.compare(0, 3, "@d|") == 0)
-        bits = 63;
-    else if (channel.name.compare(0, 3, "@f|") == 0)
-        bits = 31 - TransformUtils::getHeadroom(channel.transform);
     WaveletChannelInfo record;
-    record.init(channel.name.c_str(), channel.type, bits, channel.transform, channel.subblockSize,
-                channel.offset, channel.scale);
-    return record;
+    std::vector<EncodedBand> bands;
+};
+
+int countBits(const ChannelPlan& channel)
+{
+    // The kernels of fractions do not depend on their samples.
+    if (channel.name.compare(0, 3, "@d|") == 0)
+        return 52;
+    if (channel.name.compare(0, 3, "@f|") == 0)
+        return 23;
+    if (channel.integers.empty())
+        return 64;
+    const auto [low, high] = std::minmax_element(channel.integers.begin(), channel.integers.end());
+    return WaveletChannelInfo::countBits(*low, *high);
+}
+
+EncodedChannel encodeChannel(const FilePlan& plan, const ChannelPlan& channel)
+{
+    EncodedChannel encoded;
+    WaveletChannelInfo& record = encoded.record;
+    record.init(channel.name.c_str(), channel.type, countBits(channel), channel.transform,
+                channel.subblockSize, channel.offset, channel.scale);
+    const bool isWavelet = TransformUtils::isWavelet(channel.transform);
+    const BandOptions options{channel.transform, channel.subblockSize,
+                              plan.version < 4 && (isWavelet || plan.planeLengthsWithoutLifting),
+                              channel.rawPlanes};
+    visitKernelType(record.getKernelDataType(), ErrorCode::General, [&](auto zero) {
+        using T = decltype(zero);
+        std::vector<T> samples(channel.integers.begin(), channel.integers.end());
+        if (TransformUtils::isFloatingPoint(channel.transform))
+            samples.assign(channel.reals.begin(), channel.reals.end());
+        KernelSamples kernel;
+        kernel.reserve(record.getKernelDataType(), samples.size());
+        std::copy(samples.begin(), samples.end(), static_cast<T*>(kernel.getData()));
+        record.updateMinMax(kernel, samples.size());
+        const auto bands = decompose(std::move(samples), Lifting::of(channel.transform), plan.numLevels);
+        for (const std::vector<T>& band : bands)
+            encoded.bands.push_back(encodeBand(band, options, plan.bandVersion == 1));
+    });
+    return encoded;
 }
 
 class FileWriter
@@ -61,6 +68,8 @@ class FileWriter
 public:
     explicit FileWriter(const FilePlan& plan) : m_plan(plan), m_io(ByteStore::create())
     {
+        for (const ChannelPlan& channel : plan.channels)
+            m_channels.push_back(encodeChannel(plan, channel));
         m_out.init(m_io.get(), true, 4096);
     }
 
@@ -93,8 +102,9 @@ private:
     {
         writeChunk(CHUNK_WAVELET_HEADER, [this] { writeHeader(); });
         writeChunk(CHUNK_INDEX, [this] { writeIndex(); });
-        for (std::size_t c = 0; c < m_plan.channels.size(); ++c)
-            writeBands(c);
+        for (std::size_t c = 0; c < m_channels.size(); ++c)
+            for (std::size_t level = 0; level < m_channels[c].bands.size(); ++level)
+                writeChunk(CHUNK_SUBBAND, [&] { writeBand(c, level, m_channels[c].bands[level]); });
         writeChunk(CHUNK_METADATA, [this] { m_plan.metadata.write(m_out); });
         writeChunk(CHUNK_WKT, [this] {
             m_out.put_be(std::uint8_t{1});
@@ -111,8 +121,8 @@ private:
         if (m_plan.extendedHeader) {
             writeChunk(CHUNK_EXTENDED_HEADER, [this] {
                 m_out.put_be(std::uint8_t{1});
-                for (const ChannelPlan& channel : m_plan.channels)
-                    makeRecord(channel).saveExtended(m_out, ErrorCode::General);
+                for (const EncodedChannel& channel : m_channels)
+                    channel.record.saveExtended(m_out, ErrorCode::General);
             });
         }
     }
@@ -126,30 +136,15 @@ private:
 
     void writeHeader()
     {
+        std::size_t numPoints = 0;
+        if (!m_plan.channels.empty())
+            numPoints = std::max(m_plan.channels[0].integers.size(), m_plan.channels[0].reals.size());
         m_out.put_be(m_plan.headerVersion);
-        m_out.put_be(
-            static_cast<std::int64_t>(m_plan.channels.empty() ? 0 : countSamples(m_plan.channels[0])));
+        m_out.put_be(static_cast<std::int64_t>(numPoints));
         m_out.put_be(static_cast<std::uint16_t>(m_plan.numLevels - 1));
-        m_out.put_be(static_cast<std::uint16_t>(m_plan.channels.size()));
-        for (const ChannelPlan& channel : m_plan.channels)
-            saveRecord(channel);
-    }
-
-    void saveRecord(const ChannelPlan& channel)
-    {
-        WaveletChannelInfo record = makeRecord(channel);
-        const std::size_t count = countSamples(channel);
-        KernelSamples samples;
-        samples.reserve(record.getKernelDataType(), count);
-        visitDataType(record.getKernelDataType(), [&](auto zero) {
-            using T = decltype(zero);
-            auto* kernel = static_cast<T*>(samples.getData());
-            for (std::size_t i = 0; i < count; ++i)
-                kernel[i] = hasFloatKernel(channel) ? static_cast<T>(channel.reals[i])
-                                                    : static_cast<T>(channel.integers[i]);
-        });
-        record.updateMinMax(samples, count);
-        record.save(m_out, ErrorCode::General);
+        m_out.put_be(static_cast<std::uint16_t>(m_channels.size()));
+        for (const EncodedChannel& channel : m_channels)
+            channel.record.save(m_out, ErrorCode::General);
     }
 
     void writeIndex()
@@ -170,41 +165,6 @@ private:
         tree->save(m_out, scale);
     }
 
-    void writeBands(std::size_t c)
-    {
-        const ChannelPlan& channel = m_plan.channels[c];
-        const DataType kernel = makeRecord(channel).getKernelDataType();
-        visitDataType(kernel, [&](auto zero) {
-            using T = decltype(zero);
-            if constexpr (std::is_signed_v<T> && sizeof(T) >= 2) {
-                if (hasFloatKernel(channel))
-                    writeTypedBands<T>(c, std::vector<T>(channel.reals.begin(), channel.reals.end()));
-                else
-                    writeTypedBands<T>(c, std::vector<T>(channel.integers.begin(), channel.integers.end()));
-            } else {
-                throw std::invalid_argument("no kernel type");
-            }
-        });
-    }
-
-    template <class T>
-    void writeTypedBands(std::size_t c, std::vector<T> samples)
-    {
-        const ChannelPlan& channel = m_plan.channels[c];
-        BandOptions options;
-        options.transform = channel.transform;
-        options.subblockSize = channel.subblockSize;
-        options.perPlaneLengths = m_plan.version < 4 && (TransformUtils::isWavelet(channel.transform) ||
-                                                         m_plan.planeLengthsWithoutLifting);
-        options.rawPlanes = channel.rawPlanes;
-        options.droppedPlanes = channel.droppedPlanes;
-        const auto bands = decompose(std::move(samples), Lifting::of(channel.transform), m_plan.numLevels);
-        for (std::size_t level = 0; level < bands.size(); ++level) {
-            const EncodedBand band = encodeBand(bands[level], options, m_plan.bandVersion == 1);
-            writeChunk(CHUNK_SUBBAND, [&] { writeBand(c, level, band); });
-        }
-    }
-
     void writeBand(std::size_t channel, std::size_t level, const EncodedBand& band)
     {
         m_out.put_be(m_plan.bandVersion);
@@ -223,6 +183,7 @@ private:
     }
 
     const FilePlan& m_plan;
+    std::vector<EncodedChannel> m_channels;
     Scoped<ByteStore> m_io;
     StreamWriter m_out;
 };
@@ -232,61 +193,51 @@ private:
 ChannelPlan quantizedChannel(const std::string& name, std::vector<std::int64_t> steps, double offset,
                              double scale, TransformType transform)
 {
-    ChannelPlan channel = integerChannel(name, FLOAT64, std::move(steps), transform);
-    channel.offset = offset;
-    channel.scale = scale;
-    return channel;
+    return {name, FLOAT64, transform, defaultSubblock, offset, scale, std::move(steps), {}};
 }
 
 ChannelPlan integerChannel(const std::string& name, DataType type, std::vector<std::int64_t> values,
                            TransformType transform)
 {
-    ChannelPlan channel;
-    channel.name = name;
-    channel.type = type;
-    channel.transform = transform;
-    channel.integers = std::move(values);
-    return channel;
+    return {name, type, transform, defaultSubblock, 0, 0, std::move(values), {}};
 }
 
 ChannelPlan deflatedChannel(const std::string& name, DataType type, std::vector<double> values,
                             TransformType transform)
 {
-    ChannelPlan channel;
-    channel.name = name;
-    channel.type = type;
-    channel.transform = transform;
-    channel.reals = std::move(values);
-    return channel;
+    return {name, type, transform, defaultSubblock, 0, 0, {}, std::move(values)};
 }
 
 std::vector<ChannelPlan> splitChannel(const std::string& name, DataType type,
                                       const std::vector<double>& values, TransformType transform)
 {
     const bool narrow = type == FLOAT32;
-    const int fractionBits = narrow ? 23 : 52;
-    const int exponentBits = narrow ? 8 : 11;
-    std::vector<std::int64_t> fraction, exponent, sign;
-    for (const double value : values) {
+    const auto bitsOf = [narrow](double value) {
         std::uint64_t bits = 0;
-        if (narrow) {
-            const auto single = static_cast<float>(value);
+        const auto single = static_cast<float>(value);
+        if (narrow)
             std::memcpy(&bits, &single, sizeof single);
-        } else {
+        else
             std::memcpy(&bits, &value, sizeof value);
-        }
-        fraction.push_back(static_cast<std::int64_t>(bits & ((std::uint64_t{1} << fractionBits) - 1)));
-        exponent.push_back(static_cast<std::int64_t>(bits >> fractionBits & ((1u << exponentBits) - 1)));
-        sign.push_back(static_cast<std::int64_t>(bits >> (fractionBits + exponentBits) & 1));
+        return bits;
+    };
+    const int fraction = narrow ? 23 : 52;
+    const int exponent = narrow ? 8 : 11;
+    struct Part
+    {
+        const char* prefix;
+        int shift, width;
+    };
+    std::vector<ChannelPlan> channels;
+    for (const Part& part : {Part{narrow ? "@f|" : "@d|", 0, fraction}, Part{"@e|", fraction, exponent},
+                             Part{"@s|", fraction + exponent, 1}}) {
+        std::vector<std::int64_t> integers;
+        for (const double value : values)
+            integers.push_back(static_cast<std::int64_t>(bitsOf(value) >> part.shift &
+                                                         ((std::uint64_t{1} << part.width) - 1)));
+        channels.push_back(integerChannel(part.prefix + name, type, std::move(integers), transform));
     }
-    const std::string prefix = narrow ? "@f|" : "@d|";
-    std::vector<ChannelPlan> parts = {
-        quantizedChannel(prefix + name, std::move(fraction), 0, noScale, transform),
-        quantizedChannel("@e|" + name, std::move(exponent), 0, noScale, transform),
-        quantizedChannel("@s|" + name, std::move(sign), 0, noScale, transform)};
-    for (ChannelPlan& part : parts)
-        part.type = type;
-    return parts;
+    return channels;
 }
 
 std::vector<Bounds> makeIndexBoxes(const std::vector<double>& x, const std::vector<double>& y,

@@ -27,7 +27,6 @@ struct ChannelPlan
     std::vector<std::int64_t> integers; // kernel samples of an integer transform
     std::vector<double> reals;          // of a floating-point transform
     int rawPlanes = 0;
-    int droppedPlanes = 0;
 };
 
 struct FilePlan

@@ -38,6 +38,7 @@ void PointWriter::init(PointSource* source)
     if (!source)
         QM_THROW(ErrorCode::InvalidArgument, "source is NULL");
     m_source = Scoped<PointSource>::retained(source);
+    m_metadata.remove();
     source->loadMetadata(m_metadata, false);
     setQuantization(source->getScale(), source->getOffset());
 }
@@ -69,14 +70,16 @@ PointInfo PointWriter::getSupported(const PointInfo& layout, ProgressDelegate* d
     return supported;
 }
 
-void PointWriter::groomMetadata(const Bounds& bounds, double fraction)
+Metadata PointWriter::getGroomedMetadata(const Bounds& bounds, double fraction) const
 {
+    Metadata groomed = m_metadata;
     const bool whole = bounds == Bounds::Huge() || bounds.contains(getSrc()->getBounds());
     if (whole && fraction >= 1)
-        return;
+        return groomed;
     if (!whole)
-        m_metadata.remove("LAS_BoundingBox");
-    m_metadata.remove("PointRecordsByReturnCount");
+        groomed.remove("LAS_BoundingBox");
+    groomed.remove("PointRecordsByReturnCount");
+    return groomed;
 }
 
 void SimplePointWriter::setQuantization(const double* scale, const double* offset)

@@ -71,10 +71,10 @@ bool storeInteger(std::uint64_t magnitude, bool isNegative, void* samples, std::
     const auto whole = std::from_chars(digits, end, magnitude);
     if (whole.ec == std::errc() && endsField(*whole.ptr))
         return whole.ptr;
-    constexpr double largestExact = 9007199254740992.0; // 2^53
+    constexpr double tooLarge = 9007199254740992.0; // 2^53, also the value of 2^53 + 1
     double value = 0;
     const char* const after = parseDouble(text, end, value);
-    if (after == text || !endsField(*after) || std::trunc(value) != value || std::fabs(value) > largestExact)
+    if (after == text || !endsField(*after) || std::trunc(value) != value || std::fabs(value) >= tooLarge)
         return nullptr;
     magnitude = static_cast<std::uint64_t>(std::fabs(value));
     return after;
@@ -109,13 +109,13 @@ const char* parseStrictInteger(const char* text, const char* end, void* samples,
 template <class T>
 const char* parseStrictFloat(const char* text, const char* end, void* samples, std::size_t index)
 {
-    constexpr double surelyExact = 9007199254740992.0; // 2^53
+    constexpr double mayBeRounded = 9007199254740992.0; // 2^53, also the value of 2^53 + 1
     double value = 0;
     const char* const after = parseDouble(text, end, value);
     if (after == text || !endsField(*after))
         return nullptr;
     const auto sample = static_cast<T>(value);
-    if (!(std::fabs(value) <= surelyExact) && !std::isnan(value)) {
+    if (!(std::fabs(value) < mayBeRounded) && !std::isnan(value)) {
         const char first = text[isSign(*text)];
         const bool isInfinity = !isDigit(first) && first != '.';
         if ((std::isinf(sample) && !isInfinity) ||

@@ -311,7 +311,7 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
     Encoding encoding(*this, bounds, fraction, layout, delegate);
     if (delegate)
         delegate->setTotal(encoding.getTotalWork());
-    groomMetadata(bounds, fraction);
+    Metadata metadata = getGroomedMetadata(bounds, fraction); // for this file only
 
     OutputFile output("VX7", OutputFile::SEEKABLE);
     if (m_path)
@@ -320,32 +320,28 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
         output.init(m_io.get());
     output.create(); // before the work, so that an invalid output fails early
     encoding.encode();
-    addPointCount(encoding.getNumPoints());
-    addDecimals(encoding.getDecimals());
-    encoding.writeChunks(&output.open(), getMetadata());
+    addPointCount(metadata, encoding.getNumPoints());
+    addDecimals(metadata, encoding.getDecimals());
+    encoding.writeChunks(&output.open(), metadata);
     m_summary = encoding.getSummary();
     output.commit();
     return encoding.getNumPoints();
 }
 
-void VX7PointWriter::addPointCount(std::int64_t numPoints)
+void VX7PointWriter::addPointCount(Metadata& metadata, std::int64_t numPoints) const
 {
-    Metadata metadata = getMetadata();
     if (metadata.has(pointCountKey))
         return;
     const std::int64_t whole = getSrc()->getNumPoints();
     const std::string count = std::to_string(whole == PointSource::unknownNumPoints ? numPoints : whole);
     metadata.add(pointCountKey, nullptr, METADATA_STRING, count.c_str(), 0);
-    setMetadata(metadata);
 }
 
-void VX7PointWriter::addDecimals(const std::vector<std::pair<std::string, int>>& decimals)
+void VX7PointWriter::addDecimals(Metadata& metadata, const std::vector<std::pair<std::string, int>>& decimals)
 {
-    Metadata metadata = getMetadata();
     TextDecimals::remove(metadata); // those of the source, whose samples may have changed
     for (const auto& [channel, count] : decimals)
         TextDecimals::add(metadata, channel.c_str(), count);
-    setMetadata(metadata);
 }
 
 } // namespace Quillmoran

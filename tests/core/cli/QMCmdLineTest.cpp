@@ -5,6 +5,7 @@
 #include <functional>
 #include <limits>
 #include <new>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,6 +15,7 @@ namespace {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr int noExit = -1;
+using Words = std::vector<std::string>;
 
 struct Exit
 {
@@ -56,12 +58,6 @@ Outcome capture(const std::function<void()>& body)
     return outcome;
 }
 
-Outcome parse(QMCmdLine& cmdLine, std::vector<const char*> arguments)
-{
-    arguments.insert(arguments.begin(), "program");
-    return capture([&] { cmdLine.parse(static_cast<int>(arguments.size()), arguments.data()); });
-}
-
 std::string usageError(const std::string& message)
 {
     return "tool usage error: " + message + "\nUse -h or -help for list of options.\n\n";
@@ -78,340 +74,255 @@ struct Tool : QMCmdLine
     {
         setExitHandler(throwExit);
     }
-};
 
-// The options of the decoder program.
-struct Decoder : QMCmdLine
-{
-    Decoder() : QMCmdLine("vxunpack", description, description, true)
+    Outcome run(const Words& arguments)
     {
-        setExitHandler(throwExit);
-        addFlag("V", "verbose", "d");
-        addUint("j", "numThreads", "d");
-        addString("ofld", "outFields", "d");
-        addString("i", "inputFile", "d", true);
-        addString("o", "outputFile", "d", true);
-        addString("of", "outputFormat", "d");
-        addFloat("s", "subsample", "d");
-        addFloatArray("c", "crop", "d", false, 6);
-        addFloatArray("ofs", "offset", "d", false, 3);
-        addFloatArray("sc", "scale", "d", false, 3);
-        addUint("cs", "chunckSize", "d");
+        words = arguments;
+        argv = {"program"};
+        for (const std::string& word : words)
+            argv.push_back(word.c_str());
+        return capture([&] { parse(static_cast<int>(argv.size()), argv.data()); });
+    }
+    // Arguments between blanks.
+    Outcome run(const std::string& line)
+    {
+        std::istringstream in(line);
+        return run(Words(std::istream_iterator<std::string>(in), {}));
     }
 
-    static constexpr const char* description = "Decodes VX7 files to LAS or Text files";
+    Words words;
+    std::vector<const char*> argv;
 };
 
-TEST(QMCmdLine, ShortUsageListsTheDocumentedOptionsInDeclarationOrder)
+// An option of each kind and number of arguments.
+struct Shapes : Tool
 {
-    for (const char* name : {"-h", "-?"}) {
-        Decoder cmdLine;
-        const Outcome outcome = parse(cmdLine, {"-version", "-help", name});
+    explicit Shapes(bool standardOptions = false) : Tool(standardOptions)
+    {
+        addFlag("f", "flag", "A flag.");
+        addBool("b", nullptr, "A bool.");
+        addSintArray("n", nullptr, "Repeated.", true, -1);
+        addFloatArray("p", "point", "Two.", false, 2);
+        addUint("u", "hidden", "Hidden.", true);
+        addStringArray("files", "inputs", "The rest.", true, 0);
+        setExtra("inputs");
+        setUndocumented("hidden");
+    }
+};
+
+const std::string longPoint = "\n  -p or -point FLOAT0 FLOAT1\n  Two.\n";
+const std::string longOptions =
+    "\n  -f or -flag\n  A flag.\n\n  -b BOOL\n  A bool.\n\n  -n SIGNED-INT*\n  [required]\n  Repeated.\n" +
+    longPoint + "\n  files or inputs STRINGs...\n  [required]\n  The rest.\n\n";
+const std::string shortOptions = "[-f] [-b BOOL] -n SIGNED-INT* [-p FLOAT0 FLOAT1]  STRINGs... \nShort.\n";
+const std::string built = "\nBuilt Dec 21 2017 14:39:27 (release, 64 bits)\n";
+
+TEST(QMCmdLine, AnswersTheStandardOptions)
+{
+    const std::string usage = "Usage: tool [-h] [-help] [-v] [-credits] " + shortOptions;
+    const std::pair<const char*, std::string> cases[] = {{"-h", usage},
+                                                         {"-version -help -?", usage},
+                                                         {"-foo -h", usage},
+                                                         {"-v", "seven\n"},
+                                                         {"-credits -version", "seven\n"},
+                                                         {"-version -foo", "seven\n"},
+                                                         {"-n 1 -help", ""},
+                                                         {"-help -v -foo", "tool: seven\nLong.\n"}};
+    for (const auto& [line, out] : cases) {
+        SCOPED_TRACE(line);
+        Shapes tool(true);
+        tool.setVersionString("seven");
+        const Outcome outcome = tool.run(line);
         EXPECT_EQ(outcome.status, 0);
         EXPECT_EQ(outcome.err, "");
-        EXPECT_EQ(outcome.out,
-                  "Usage: vxunpack [-h] [-help] [-v] [-credits] [-V] [-j UNSIGNED-INT] [-ofld STRING] "
-                  "-i STRING -o STRING [-of STRING] [-s FLOAT] "
-                  "[-c FLOAT0 FLOAT1 FLOAT2 FLOAT3 FLOAT4 FLOAT5] [-ofs FLOAT0 FLOAT1 FLOAT2] "
-                  "[-sc FLOAT0 FLOAT1 FLOAT2] [-cs UNSIGNED-INT] \n"
-                  "Decodes VX7 files to LAS or Text files\n")
-            << name;
+        EXPECT_EQ(outcome.out.substr(0, out.size()), out);
+        EXPECT_EQ(outcome.out.size() > out.size(), out.find("Long") != out.npos || out.empty());
     }
+    Tool tool(true);
+    EXPECT_EQ(tool.run("-v").out, "(no version info)\n");
+    tool.setVersionNumbers(1, 2, 3);
+    const std::string out = tool.run("-v").out;
+    EXPECT_EQ(out.rfind("Version 1.2.3.4709.", 0), 0u) << out;
+    EXPECT_EQ(out.substr(out.find('\n')), built);
 }
 
-TEST(QMCmdLine, ReportsOnlyTheFirstUnknownSwitch)
+TEST(QMCmdLine, DescribesTheDocumentedOptions)
 {
-    Decoder cmdLine;
-    const Outcome outcome = parse(cmdLine, {"-foo", "-bar", "-o", "b"});
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.out, "");
-    EXPECT_EQ(outcome.err, "vxunpack usage error: unrecognized switch -foo\n"
-                           "Use -h or -help for list of options.\n\n");
-    EXPECT_STREQ(cmdLine.getString("o"), "b");
+    Shapes tool;
+    EXPECT_TRUE(tool.getUndocumented("u"));
+    EXPECT_FALSE(tool.getUndocumented("files"));
+    EXPECT_EQ(capture([&] { tool.showLongUsageMessage(); }).out,
+              "tool: (no version info)\nLong.\n" + longOptions);
+    EXPECT_EQ(capture([&] { tool.showShortUsageMessage(); }).out, "Usage: tool " + shortOptions);
+    for (const auto& [name, text] : {std::pair{"p", longPoint}, {"point", longPoint}, {"u", ""}, {"x", ""}})
+        EXPECT_EQ(capture([&, name = name] { tool.showLongUsageMessage(name); }).out, text);
 }
 
-TEST(QMCmdLine, SwitchNamesAreExactAndHaveOneDash)
+TEST(QMCmdLine, FindsValuesByEitherName)
 {
-    for (const char* name : {"--help", "-H", "-hel", "-"}) {
-        Tool cmdLine(true);
-        EXPECT_EQ(parse(cmdLine, {name}).err, usageError(std::string("unrecognized switch ") + name));
-    }
-}
-
-TEST(QMCmdLine, HelpIsShownDespiteAnUnknownSwitch)
-{
-    Decoder cmdLine;
-    const Outcome outcome = parse(cmdLine, {"-foo", "-h"});
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.err, "");
-}
-
-TEST(QMCmdLine, ShowsTheVersionThatWasSetLast)
-{
-    const char* const built = "Built Dec 21 2017 14:39:27 (release, 64 bits)\n";
-    for (const char* name : {"-v", "-version"}) {
-        Tool cmdLine(true);
-        EXPECT_EQ(parse(cmdLine, {name}).out, "(no version info)\n");
-
-        cmdLine.setVersionNumbers(1, 1, 4);
-        const Outcome outcome = parse(cmdLine, {name});
-        EXPECT_EQ(outcome.status, 0);
-        EXPECT_EQ(outcome.out.rfind("Version 1.1.4.4709.", 0), 0u) << outcome.out;
-        EXPECT_EQ(outcome.out.substr(outcome.out.find('\n') + 1), built);
-
-        cmdLine.setVersionString("seven");
-        EXPECT_EQ(parse(cmdLine, {name}).out, "seven\n");
-    }
-}
-
-void declareOneOfEachShape(QMCmdLine& cmdLine)
-{
-    cmdLine.addFlag("f", "flag", "A flag.");
-    cmdLine.addBool("b", nullptr, "A bool.");
-    cmdLine.addSintArray("n", nullptr, "Repeated.", true, -1);
-    cmdLine.addFloatArray("p", "point", "Two.", false, 2);
-    cmdLine.addUint("u", "hidden", "Hidden.", true);
-    cmdLine.addStringArray("files", "inputs", "The rest.", true, 0);
-    cmdLine.setExtra("inputs");
-    cmdLine.setUndocumented("hidden");
-}
-
-TEST(QMCmdLine, LongUsageDescribesTheDocumentedOptions)
-{
-    Tool cmdLine;
-    declareOneOfEachShape(cmdLine);
-    EXPECT_TRUE(cmdLine.getUndocumented("u"));
-    EXPECT_FALSE(cmdLine.getUndocumented("files"));
-
-    const std::string point = "\n  -p or -point FLOAT0 FLOAT1\n  Two.\n";
-    const std::string options = "\n  -f or -flag\n  A flag.\n"
-                                "\n  -b BOOL\n  A bool.\n"
-                                "\n  -n SIGNED-INT*\n  [required]\n  Repeated.\n" +
-                                point +
-                                "\n  files or inputs STRINGs...\n  [required]\n  The rest.\n"
-                                "\n";
-    EXPECT_EQ(capture([&] { cmdLine.showLongUsageMessage(); }).out,
-              "tool: (no version info)\nLong.\n" + options);
-    EXPECT_EQ(capture([&] { cmdLine.showShortUsageMessage(); }).out,
-              "Usage: tool [-f] [-b BOOL] -n SIGNED-INT* [-p FLOAT0 FLOAT1]  STRINGs... \nShort.\n");
-
-    const auto oneOption = [&](const char* name) {
-        return capture([&] { cmdLine.showLongUsageMessage(name); }).out;
-    };
-    EXPECT_EQ(oneOption("p"), point);
-    EXPECT_EQ(oneOption("point"), point);
-    EXPECT_EQ(oneOption("hidden") + oneOption("nothing"), "");
-
-    cmdLine.setVersionNumbers(1, 2, 3);
-    const std::string out = capture([&] { cmdLine.showLongUsageMessage(); }).out;
-    EXPECT_EQ(out.rfind("tool: Version 1.2.3.4709.", 0), 0u) << out;
-    EXPECT_NE(out.find("\nBuilt Dec 21 2017 14:39:27 (release, 64 bits)\nLong.\n"), std::string::npos) << out;
-}
-
-TEST(QMCmdLine, AValueIsFoundByEitherNameOfItsOption)
-{
-    Decoder cmdLine;
-    const Outcome outcome = parse(cmdLine, {"-inputFile", "a", "-o", "b", "-o", "c", "-j", "12abc",
-                                            "-verbose", "-c", "-1.5", "10", "0", "1e3", "-inf", "+inf"});
+    Shapes tool;
+    const Outcome outcome =
+        tool.run("-u 3000000000 -p 1e3 -1.5 -b f -n -7 -point -inf +inf -n 8 -hidden 12abc a -f b");
     EXPECT_EQ(outcome.status, noExit) << outcome.err;
-    EXPECT_STREQ(cmdLine.getString("i"), "a");
-    EXPECT_STREQ(cmdLine.getString("outputFile"), "c") << "a later occurrence replaces the value";
-    EXPECT_EQ(cmdLine.getUint("numThreads"), 12u);
-    EXPECT_TRUE(cmdLine.getFlag("V"));
+    EXPECT_EQ(tool.getUint("u"), 12u) << "a later occurrence replaces the value";
     std::size_t count = 0;
-    const double* crop = cmdLine.getFloatArray("crop", count);
-    EXPECT_EQ(std::vector<double>(crop, crop + count),
-              (std::vector<double>{-1.5, 10, 0, 1000, -infinity, infinity}));
+    const double* point = tool.getFloatArray("point", count);
+    EXPECT_EQ(std::vector<double>(point, point + count), (std::vector<double>{-infinity, infinity}));
+    const int* numbers = tool.getSintArray("n", count);
+    EXPECT_EQ(std::vector<int>(numbers, numbers + count), (std::vector<int>{-7, 8}));
+    const char* const* files = tool.getStringArray("files", count);
+    EXPECT_EQ(Words(files, files + count), (Words{"a", "-f", "b"})) << "all arguments from the first on";
+    EXPECT_FALSE(tool.getFlag("f"));
+    EXPECT_TRUE(tool.isPresent("b"));
+    EXPECT_FALSE(tool.getBool("b"));
 
-    EXPECT_FALSE(cmdLine.isPresent("scale"));
-    EXPECT_EQ(cmdLine.getFloatArray("scale", count), nullptr);
+    // Values are kept until they are replaced; those of repeated options are collected.
+    tool.run("-u 3000000000 -flag -n 9 c");
+    EXPECT_EQ(tool.getUint("hidden"), 3000000000u);
+    EXPECT_NE(tool.getFloatArray("p"), nullptr);
+    EXPECT_TRUE(tool.getFlag("f"));
+    EXPECT_EQ(tool.getSintArray("n", count)[2], 9);
+    EXPECT_STREQ(tool.getStringArray("inputs", count)[0], "c");
+    EXPECT_EQ(count, 1u);
+}
+
+TEST(QMCmdLine, HasNoValuesOfAbsentOptions)
+{
+    Tool tool;
+    tool.addString("s", nullptr, "d");
+    tool.addFloatArray("x", nullptr, "d", false, 3);
+    tool.addUintArray("n", nullptr, "d", false, -1);
+    tool.addFlag("f", nullptr, "d");
+    tool.setExtra("n");
+    EXPECT_EQ(tool.run("1 -f 2 -s -f").status, noExit);
+    std::size_t count = 9;
+    EXPECT_FALSE(tool.isPresent("x"));
+    EXPECT_EQ(tool.getFloatArray("x", count), nullptr);
     EXPECT_EQ(count, 0u);
-    EXPECT_EQ(cmdLine.getString("of"), nullptr);
-    EXPECT_EQ(cmdLine.getFloat("s"), 0.0);
+    EXPECT_EQ(tool.getFloat("x"), 0.0);
+    EXPECT_STREQ(tool.getString("s"), "-f") << "an argument may look like a switch";
+    EXPECT_TRUE(tool.getFlag("f"));
+    EXPECT_EQ(tool.getUintArray("n", count)[1], 2u);
+    EXPECT_EQ(count, 2u);
 }
 
-TEST(QMCmdLine, RepeatableOptionsCollectAndFixedOnesReplace)
+TEST(QMCmdLine, ReportsUsageErrors)
 {
-    Tool cmdLine;
-    cmdLine.addStringArray("i", nullptr, "d", false, -1);
-    cmdLine.addSintArray("n", nullptr, "d", false, 2);
-    parse(cmdLine, {"-i", "a", "-n", "1", "2", "-i", "-n", "-n", "-3", "-4"});
-    std::size_t count = 0;
-    const char* const* names = cmdLine.getStringArray("i", count);
-    ASSERT_EQ(count, 2u);
-    EXPECT_STREQ(names[0], "a");
-    EXPECT_STREQ(names[1], "-n") << "an argument may look like a switch";
-    const int* numbers = cmdLine.getSintArray("n", count);
-    EXPECT_EQ(std::vector<int>(numbers, numbers + count), (std::vector<int>{-3, -4}));
-}
-
-TEST(QMCmdLine, ExtraOptionGetsThePositionalArguments)
-{
-    Tool swallowing;
-    declareOneOfEachShape(swallowing);
-    EXPECT_EQ(parse(swallowing, {"-n", "1", "-u", "2", "a", "-f", "b"}).status, noExit);
-    std::size_t count = 0;
-    const char* const* files = swallowing.getStringArray("files", count);
-    ASSERT_EQ(count, 3u);
-    EXPECT_STREQ(files[1], "-f");
-    EXPECT_FALSE(swallowing.getFlag("f"));
-
-    Tool collecting;
-    collecting.addUintArray("n", nullptr, "d", false, -1);
-    collecting.addFlag("f", nullptr, "d");
-    collecting.setExtra("n");
-    parse(collecting, {"1", "-f", "2"});
-    const unsigned int* numbers = collecting.getUintArray("n", count);
-    EXPECT_EQ(std::vector<unsigned int>(numbers, numbers + count), (std::vector<unsigned int>{1, 2}));
-    EXPECT_TRUE(collecting.getFlag("f"));
-}
-
-TEST(QMCmdLine, RejectsMissingAndSurplusArguments)
-{
-    const std::vector<std::pair<std::vector<const char*>, std::string>> cases = {
-        {{"-n", "1", "-u", "2"}, "required inputs argument(s) not present"},
-        {{"-n", "1", "x"}, "required switch -hidden not present"},
-        {{"-u", "1", "x"}, "required switch -n not present"},
-        {{"-n"}, "not enough arguments for option -n"},
-        {{"-b"}, "not enough arguments for option -b"},
-        {{"-b", "yes"}, "expected bool argument (got yes)"},
-        {{"-p", "1"}, "not enough arguments for option -point"},
+    const std::string unknown = "unrecognized switch ", few = "not enough arguments for option -";
+    const std::pair<const char*, std::string> cases[] = {
+        {"-n 1 -u 2", "required inputs argument(s) not present"},
+        {"-n 1 x", "required switch -hidden not present"},
+        {"-u 1 x", "required switch -n not present"},
+        {"-n", few + "n"},
+        {"-b", few + "b"},
+        {"-p 1", few + "point"},
+        {"-b yes", "expected bool argument (got yes)"},
+        {"-b \x1B[2J", "expected bool argument (got \\x1b[2J)"},
+        {"-foo -bar -u 2", unknown + "-foo"},
+        {"--help", unknown + "--help"},
+        {"-H", unknown + "-H"},
+        {"-hel", unknown + "-hel"},
+        {"-", unknown + "-"},
     };
-    for (const auto& [arguments, message] : cases) {
-        Tool cmdLine;
-        declareOneOfEachShape(cmdLine);
-        const Outcome outcome = parse(cmdLine, arguments);
+    for (const auto& [line, message] : cases) {
+        const Outcome outcome = Shapes(true).run(line);
         EXPECT_EQ(outcome.err, usageError(message));
-        EXPECT_EQ(outcome.status, 1) << message;
+        EXPECT_EQ(outcome.status, 1) << line;
+        EXPECT_EQ(outcome.out, "");
     }
-    Tool noExtra;
-    EXPECT_EQ(parse(noExtra, {"a", "b"}).err, usageError("extra arguments found (a ...)"));
+    EXPECT_EQ(Tool().run("a b").err, usageError("extra arguments found (a ...)"));
+    const std::string longest(3000, 'x');
+    EXPECT_EQ(Tool().run(longest).err, usageError("extra arguments found (" + longest + " ...)"));
 }
 
 TEST(QMCmdLine, StaysUsableIfTheExitHandlerReturns)
 {
     // As a switch and as the extra option: the parser must neither loop nor read past argv.
-    for (const bool asSwitch : {true, false}) {
-        Tool cmdLine;
-        cmdLine.setExitHandler(recordExit);
-        cmdLine.addFloatArray("c", "crop", "d", false, 6);
-        cmdLine.setExtra("c");
-        std::vector<const char*> arguments = {"1", "2", "3", "4", "5"};
-        if (asSwitch)
-            arguments.insert(arguments.begin(), "-c");
-        EXPECT_EQ(parse(cmdLine, arguments).err, usageError("not enough arguments for option -crop"));
+    for (const char* line : {"1 2 3 4 5", "-c 1 2 3 4 5"}) {
+        Tool tool;
+        tool.setExitHandler(recordExit);
+        tool.addFloatArray("c", "crop", "d", false, 6);
+        tool.setExtra("c");
+        EXPECT_EQ(tool.run(line).err, usageError("not enough arguments for option -crop"));
         EXPECT_EQ(recordedExits, std::vector<int>{1});
-        EXPECT_FALSE(cmdLine.isPresent("crop"));
-        EXPECT_EQ(cmdLine.getFloatArray("crop"), nullptr);
+        EXPECT_FALSE(tool.isPresent("crop"));
+        EXPECT_EQ(tool.getFloatArray("crop"), nullptr);
     }
-    Tool cmdLine(true);
-    cmdLine.setExitHandler(recordExit);
-    parse(cmdLine, {"a", "-h", "-x"});
+    Tool tool(true);
+    tool.setExitHandler(recordExit);
+    tool.run("a -h -x");
     EXPECT_EQ(recordedExits, (std::vector<int>{1, 0, 1}));
 }
 
-TEST(QMCmdLine, FailedGettersReturnNothingIfTheExitHandlerReturns)
+// Mistakes of a program: the parser stays usable if the exit handler returns, and getters return nothing.
+TEST(QMCmdLine, ReportsWrongDeclarationsAndGetters)
 {
-    Tool cmdLine;
-    cmdLine.setExitHandler(recordExit);
-    cmdLine.addStringArray("s", "strings", "d", false, -1);
-    cmdLine.addSintArray("n", nullptr, "d", false, 2);
-    cmdLine.addUintArray("u", nullptr, "d", false, 2);
-    cmdLine.addFloatArray("x", nullptr, "d", false, 2);
-    cmdLine.addFlag("f", nullptr, "d");
-    parse(cmdLine, {"-s", "a", "-n", "1", "2", "-u", "1", "2", "-x", "1", "2", "-f"});
-    EXPECT_STREQ(cmdLine.getString("s"), "a") << "one value of a repeatable option is no error";
-    parse(cmdLine, {"-s", "b"});
-
-    std::size_t count = 9;
-    const std::vector<std::pair<std::function<bool()>, std::string>> cases = {
-        {[&] { return cmdLine.isPresent("parse"); }, "switch name -parse invalid"},
-        {[&] { return cmdLine.getFlag(nullptr); }, "switch name - invalid"},
-        {[&] { return cmdLine.getFloatArray("y", count) != nullptr; }, "switch name -y invalid"},
-        {[&] { return cmdLine.getFlag("strings"); }, "wrong type used for getting value of option strings"},
-        {[&] { return cmdLine.getBool("f"); }, "wrong type used for getting value of option f"},
-        {[&] { return cmdLine.getUint("n") != 0; }, "wrong type used for getting value of option n"},
-        {[&] { return cmdLine.getSintArray("u", count) != nullptr; },
-         "wrong type used for getting value of option u"},
-        {[&] { return cmdLine.getString("s") != nullptr; },
-         "got more than one arg from STRING option strings"},
-        {[&] { return cmdLine.getSint("n") != 0; }, "got more than one arg from SIGNED-INT option n"},
-        {[&] { return cmdLine.getUint("u") != 0; }, "got more than one arg from UNSIGNED-INT option u"},
-        {[&] { return cmdLine.getFloat("x") != 0; }, "got more than one arg from FLOAT option x"},
+    const std::string wrongType = "wrong type used for getting value of option ",
+                      many = "got more than one arg from ";
+    const std::pair<void (*)(Shapes&), std::string> cases[] = {
+        {[](Shapes& c) { c.addFlag(nullptr, "x", "d"); }, "no option name set (Option ctor)"},
+        {[](Shapes& c) { c.addFlag("x", nullptr, nullptr); }, "no description set (Option ctor)"},
+        {[](Shapes& c) { c.addFlag("flag", nullptr, "d"); }, "switch name -flag is not unique"},
+        {[](Shapes& c) { c.addFlag("x", "b", "d"); }, "switch name -b is not unique"},
+        {[](Shapes& c) { c.setExtra("b"); }, "setExtra already declared for option inputs"},
+        {[](Shapes& c) { c.setUndocumented("x"); }, "option x invalid"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getUndocumented("x")); }, "option x invalid"},
+        {[](Shapes& c) { EXPECT_FALSE(c.isPresent("parse")); }, "switch name -parse invalid"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getFlag(nullptr)); }, "switch name - invalid"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getFloatArray("y") != nullptr); }, "switch name -y invalid"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getFlag("b")); }, wrongType + "b"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getBool("f")); }, wrongType + "flag"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getUint("n") != 0); }, wrongType + "n"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getFloatArray("u") != nullptr); }, wrongType + "hidden"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getString("files") != nullptr); }, many + "STRING option inputs"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getSint("n") != 0); }, many + "SIGNED-INT option n"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getFloat("p") != 0); }, many + "FLOAT option point"},
     };
-    for (const auto& [query, message] : cases) {
-        const Outcome outcome = capture([&, &query = query] { EXPECT_FALSE(query()); });
-        EXPECT_EQ(outcome.err, configError(message));
+    for (const auto& [call, message] : cases) {
+        Shapes tool;
+        tool.run("-f -b t -n 1 -n 2 -p 1 2 -u 1 a b");
+        EXPECT_EQ(capture([&, call = call] { call(tool); }).err, configError(message));
+        tool.setExitHandler(recordExit);
+        capture([&, call = call] { call(tool); });
+        tool.showLongUsageMessage("nothing"); // compares with all names
         EXPECT_EQ(recordedExits, std::vector<int>{1}) << message;
     }
-    EXPECT_EQ(count, 0u);
-}
-
-TEST(QMCmdLine, RejectsInvalidDeclarations)
-{
-    using Declare = void (*)(QMCmdLine&);
-    const std::vector<std::pair<Declare, std::string>> cases = {
-        {[](QMCmdLine& c) { c.addFlag(nullptr, "x", "d"); }, "no option name set (Option ctor)"},
-        {[](QMCmdLine& c) { c.addFlag("x", nullptr, nullptr); }, "no description set (Option ctor)"},
-        {[](QMCmdLine& c) { c.addFlag("flag", nullptr, "d"); }, "switch name -flag is not unique"},
-        {[](QMCmdLine& c) { c.addFlag("x", "b", "d"); }, "switch name -b is not unique"},
-        {[](QMCmdLine& c) { c.setExtra("b"); }, "setExtra already declared for option inputs"},
-        {[](QMCmdLine& c) { c.setUndocumented("x"); }, "option x invalid"},
-        {[](QMCmdLine& c) { c.getUndocumented("x"); }, "option x invalid"},
-    };
-    for (const auto& [declare, message] : cases) {
-        Tool cmdLine;
-        declareOneOfEachShape(cmdLine);
-        const Outcome thrown = capture([&, declare = declare] { declare(cmdLine); });
-        EXPECT_EQ(thrown.err, configError(message));
-        EXPECT_EQ(thrown.status, 1) << message;
-
-        cmdLine.setExitHandler(recordExit);
-        capture([&, declare = declare] {
-            declare(cmdLine);
-            cmdLine.showLongUsageMessage("nothing"); // compares with all names
-        });
-        EXPECT_EQ(recordedExits, std::vector<int>{1}) << message;
-    }
-
-    Tool cmdLine;
-    cmdLine.addFlag("f", "flag", "d");
-    EXPECT_EQ(capture([&] { cmdLine.setExtra("x"); }).err, configError("option x invalid"));
-    EXPECT_EQ(capture([&] { cmdLine.setExtra("f"); }).err,
+    Tool tool;
+    tool.addFlag("f", "flag", "d");
+    EXPECT_EQ(capture([&] { tool.setExtra("x"); }).err, configError("option x invalid"));
+    EXPECT_EQ(capture([&] { tool.setExtra("f"); }).err,
               configError("option flag is of type Flag, can't be declared Extra"));
 }
 
-TEST(QMCmdLineDeathTest, ConstructorExitsWhenATextIsMissing)
+TEST(QMCmdLineDeathTest, ExitsByDefault)
 {
     const auto exitedWithOne = testing::ExitedWithCode(1);
     EXPECT_EXIT(QMCmdLine(nullptr, "s", "l", true), exitedWithOne,
                 "^ QMCmdLine configuration error: app name not set \\(QMCmdLine ctor\\)\n$");
     EXPECT_EXIT(QMCmdLine("tool", nullptr, "l", true), exitedWithOne, "app short desc not set \\(QMC");
     EXPECT_EXIT(QMCmdLine("tool", "s", nullptr, true), exitedWithOne, "app long desc not set \\(QMC");
+    Tool tool;
+    tool.setExitHandler(nullptr);
+    EXPECT_EXIT(tool.usageError("%d", 7), exitedWithOne, "tool usage error: 7\n");
 }
 
-TEST(QMCmdLine, OnlyTheFirstLetterOfABoolCounts)
+TEST(QMCmdLine, ConvertsLeniently)
 {
-    const Tool cmdLine;
+    const Tool tool;
     for (const char* text : {"true", "T", "tr", "tomorrow", ""})
-        EXPECT_TRUE(cmdLine.toBool(text)) << text;
+        EXPECT_TRUE(tool.toBool(text)) << text;
     for (const char* text : {"false", "F", "fAL", "fish"})
-        EXPECT_FALSE(cmdLine.toBool(text)) << text;
+        EXPECT_FALSE(tool.toBool(text)) << text;
     for (const char* text : {"1", "yes", " true"})
-        EXPECT_EQ(capture([&] { cmdLine.toBool(text); }).err,
-                  usageError(std::string("expected bool argument (got ") + text + ")"));
-}
+        EXPECT_EQ(capture([&] { tool.toBool(text); }).status, 1) << text;
 
-TEST(QMCmdLine, NumbersEndAtTheFirstOtherCharacter)
-{
     EXPECT_EQ(QMCmdLine::toSint("-12abc"), -12);
     EXPECT_EQ(QMCmdLine::toSint("0x10"), 0);
-    EXPECT_EQ(QMCmdLine::toSint("abc"), 0);
+    EXPECT_EQ(QMCmdLine::toSint("010"), 10);
     EXPECT_EQ(QMCmdLine::toUint("4294967295"), 4294967295u);
     EXPECT_EQ(QMCmdLine::toUint("010"), 10u);
-    EXPECT_EQ(QMCmdLine::toFloat("-2.5e1x"), -25.0);
-    EXPECT_EQ(QMCmdLine::toFloat("+1"), 1.0);
-    EXPECT_EQ(QMCmdLine::toFloat("abc"), 0.0);
+    for (const auto& [text, value] : {std::pair{"-2.5e1x", -25.0}, {"+1", 1.0}, {"abc", 0.0}})
+        EXPECT_EQ(QMCmdLine::toFloat(text), value);
     for (const char* text : {"inf", "+Inf", "+", "i", "IN", "infinity", "information"})
         EXPECT_EQ(QMCmdLine::toFloat(text), infinity) << text;
     for (const char* text : {"-inf", "-INF", "-", "-i", "-informal"})
@@ -420,41 +331,39 @@ TEST(QMCmdLine, NumbersEndAtTheFirstOtherCharacter)
 
 TEST(QMCmdLine, StrictNumbersAreReadCompletely)
 {
-    const auto isRefused = [](const char* option, const char* text) {
-        Tool cmdLine;
-        cmdLine.setStrictNumbers();
-        cmdLine.addSint("i", nullptr, "d");
-        cmdLine.addUint("u", nullptr, "d");
-        cmdLine.addFloat("x", nullptr, "d");
-        const std::string errors = parse(cmdLine, {option, text}).err;
-        EXPECT_TRUE(errors.empty() ||
-                    errors == usageError(std::string("bad value '") + text + "' of option " + option))
-            << errors;
-        return !errors.empty();
+    const struct
+    {
+        std::string option;
+        Words accepted, refused;
+    } cases[] = {
+        {"-i",
+         {"0", "-12", "+7", "2147483647", "-2147483648"},
+         {"", "-", "+", "+-1", "12abc", "1.5", " 1", "2147483648", "-2147483649"}},
+        {"-u",
+         {"0", "+7", "007", "4294967295"},
+         {"", "-1", "+-1", "++1", "abc", "0x10", "1 ", "4294967296", "99999999999999999999"}},
+        {"-x",
+         {"0", "-2.5e1", ".5", "+3.", "1e308", "inf", "+INF", "-inf"},
+         {"", "-", "+", ".", "e5", "1,5", "12abc", " 1", "1e", "0x10", "nan", "infinity", "1e999"}},
     };
-    const std::pair<const char*, std::vector<const char*>> accepted[] = {
-        {"-i", {"0", "-12", "+7", "2147483647", "-2147483648"}},
-        {"-u", {"0", "+7", "007", "4294967295"}},
-        {"-x", {"0", "-2.5e1", ".5", "+3.", "1e308", "inf", "+INF", "-inf"}},
-    };
-    const std::pair<const char*, std::vector<const char*>> refused[] = {
-        {"-i", {"", "-", "+", "+-1", "12abc", "1.5", " 1", "2147483648", "-2147483649"}},
-        {"-u", {"", "-1", "+-1", "++1", "abc", "0x10", "1 ", "4294967296", "99999999999999999999"}},
-        {"-x", {"", "-", "+", ".", "e5", "1,5", "12abc", " 1", "1e", "0x10", "nan", "infinity", "1e999"}},
-    };
-    for (const auto& [option, texts] : accepted)
-        for (const char* text : texts)
-            EXPECT_FALSE(isRefused(option, text)) << option << " '" << text << "'";
-    for (const auto& [option, texts] : refused)
-        for (const char* text : texts)
-            EXPECT_TRUE(isRefused(option, text)) << option << " '" << text << "'";
+    Tool tool;
+    tool.setStrictNumbers();
+    tool.addSint("i", nullptr, "d");
+    tool.addUint("u", nullptr, "d");
+    tool.addFloat("x", nullptr, "d");
+    for (const auto& [option, accepted, refused] : cases) {
+        for (const std::string& text : accepted)
+            EXPECT_EQ(tool.run(Words{option, text}).err, "");
+        for (const std::string& text : refused)
+            EXPECT_EQ(tool.run(Words{option, text}).err,
+                      usageError("bad value '" + text + "' of option " + option));
+    }
 }
 
 TEST(QMCmdLine, OutOfMemoryIsAUtilExceptionWithCodeEight)
 {
-    Tool cmdLine;
-    cmdLine.setExitHandler([](int) { throw std::bad_alloc(); }); // instead of a failing allocation
-    const char* const argv[] = {"program", "-x"};
+    Tool tool;
+    tool.setExitHandler([](int) { throw std::bad_alloc(); }); // instead of a failing allocation
     const auto codeOf = [](const std::function<void()>& body) {
         int code = 0;
         capture([&] {
@@ -466,34 +375,31 @@ TEST(QMCmdLine, OutOfMemoryIsAUtilExceptionWithCodeEight)
         });
         return code;
     };
-    EXPECT_EQ(codeOf([&] { cmdLine.parse(2, argv); }), 8);
-    EXPECT_EQ(codeOf([&] { cmdLine.addFlag(nullptr, nullptr, "d"); }), 8);
+    const char* const argv[] = {"program", "-x"};
+    EXPECT_EQ(codeOf([&] { tool.parse(2, argv); }), 8);
+    EXPECT_EQ(codeOf([&] { tool.addFlag(nullptr, nullptr, "d"); }), 8);
 }
 
 TEST(QMCmdLine, DumpShowsTheArgumentsAndEveryOption)
 {
-    Tool cmdLine;
-    cmdLine.addFlag("f", nullptr, "A flag.");
-    cmdLine.addString("s", "text", "A text.", true);
-    const std::string head = "appName: tool\nappDescShort: Short.\nappDescLong: Long.\nnumOptions: 2\n"
-                             "usingStandardOptions: false\n";
-    const std::string rule = "\n---------------------------------------------\n";
-    EXPECT_EQ(capture([&] { cmdLine.dump(); }).out.rfind(head + "formal argc: -1\nformal argv: " + rule, 0),
-              0u);
-
-    const char* const argv[] = {"program", "-s", "x"};
-    cmdLine.parse(3, argv);
-    const std::string out = capture([&] { cmdLine.dump(); }).out;
-    EXPECT_EQ(out.rfind(head + "formal argc: 3\nformal argv:   [0] program\n  [1] -s\n  [2] x\n" + rule +
-                            "shortName: f\nlongName: (none)\ndescription: A flag.\nisRequired: false\n"
-                            "isPresent: false\n",
-                        0),
-              0u)
-        << out;
-    EXPECT_NE(out.find(rule + "shortName: s\nlongName: text\ndescription: A text.\nisRequired: true\n"
-                              "isPresent: true\n"),
-              std::string::npos)
-        << out;
+    Tool tool;
+    tool.addFlag("f", nullptr, "A flag.");
+    tool.addUintArray("u", "numbers", "Two.", true, 2);
+    const auto dumped = [&tool](const std::string& arguments, bool present, const std::string& values) {
+        const std::string rule = "\n---------------------------------------------\n";
+        const std::string truth = present ? "true" : "false";
+        EXPECT_EQ(capture([&] { tool.dump(); }).out,
+                  "appName: tool\nappDescShort: Short.\nappDescLong: Long.\nnumOptions: 2\n"
+                  "usingStandardOptions: false\nformal argc: " +
+                      arguments + rule +
+                      "shortName: f\nlongName: (none)\ndescription: A flag.\nisRequired: false\nisPresent: " +
+                      truth + "\ntype: FLAG\nvalue: " + truth + '\n' + rule +
+                      "shortName: u\nlongName: numbers\ndescription: Two.\nisRequired: true\nisPresent: " +
+                      truth + "\ntype: UNSIGNED-INT\nnumArgs: 2\nvalues:" + values + '\n');
+    };
+    dumped("-1\nformal argv: ", false, "");
+    tool.run("-f -u 1 2");
+    dumped("5\nformal argv:   [0] program\n  [1] -f\n  [2] -u\n  [3] 1\n  [4] 2\n", true, " 1 2");
 }
 
 } // namespace

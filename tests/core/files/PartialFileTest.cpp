@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -26,11 +27,13 @@ protected:
     {
         return static_cast<std::size_t>(std::distance(fs::directory_iterator(directory.path()), {}));
     }
-    static void write(const PartialFile& file, const std::string& content)
+    static void write(PartialFile& file, const std::string& content, bool finishes = false)
     {
         file.io()->open();
         writeFully(*file.io(), 0, content.data(), content.size());
         file.io()->close();
+        if (finishes)
+            file.finish();
     }
     static unsigned permissionsOf(const std::string& file)
     {
@@ -47,6 +50,8 @@ TEST_F(PartialFileTest, KeepsTheOldFileUntilTheNewOneIsComplete)
         writeFile(path, std::string("old"));
         std::optional<PartialFile> file(path.c_str());
         write(*file, "new");
+        EXPECT_EQ(Testing::failureOf([&] { file->io()->truncate(1); }),
+                  "9 Bad file descriptor path = " + path);
         EXPECT_EQ(readFile(path), "old");
         EXPECT_EQ(countFiles(), 2u);
         if (finishes)
@@ -76,8 +81,7 @@ TEST_F(PartialFileTest, CopiesOwnerAndPermissionsOfTheOldFile)
         ASSERT_EQ(stat(path.c_str(), &before), 0);
         PartialFile file(path.c_str());
         EXPECT_EQ(permissionsOf(file.path().c_str()), each.permissions);
-        write(file, "new");
-        file.finish();
+        write(file, "new", true);
         ASSERT_EQ(stat(path.c_str(), &after), 0);
         EXPECT_EQ(after.st_mode, before.st_mode);
         EXPECT_EQ(after.st_uid, before.st_uid);
@@ -108,6 +112,13 @@ TEST_F(PartialFileTest, IsNeverSharedByTwoWriters)
     EXPECT_EQ(readFile(path), "first");
     second.finish();
     EXPECT_EQ(readFile(path), "second");
+    std::optional<PartialFile> complete(path.c_str());
+    write(*complete, "third", true);
+    PartialFile next(path.c_str());
+    EXPECT_STREQ(next.path().c_str(), complete->path().c_str());
+    complete.reset(); // must not remove the file that has its temporary name now
+    write(next, "fourth", true);
+    EXPECT_EQ(readFile(path), "fourth");
     EXPECT_EQ(countFiles(), 1u);
 }
 
@@ -119,8 +130,7 @@ TEST_F(PartialFileTest, ReplacesTheTargetOfALink)
     fs::create_symlink("link", path);
     for (const char* content : {"made", "replaced"}) {
         PartialFile file(path.c_str());
-        write(file, content);
-        file.finish();
+        write(file, content, true);
         EXPECT_EQ(readFile(target), content);
         EXPECT_TRUE(fs::is_symlink(path) && fs::is_symlink(directory / "link"));
     }
@@ -133,23 +143,33 @@ TEST_F(PartialFileTest, AcceptsTheLongestNames)
 {
     const std::string longest = directory / std::string(255, 'n');
     PartialFile file(longest.c_str());
-    write(file, "content");
-    file.finish();
+    write(file, "content", true);
     EXPECT_EQ(readFile(longest), "content");
 }
 
-TEST_F(PartialFileTest, WritesDevicesDirectlyAndRejectsDirectories)
+TEST_F(PartialFileTest, WritesPipesDirectlyAndRejectsDirectories)
 {
-    PartialFile device("/dev/null");
-    EXPECT_STREQ(device.path().c_str(), "/dev/null");
-    device.finish();
-    EXPECT_TRUE(fs::is_character_file("/dev/null"));
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    EXPECT_EQ(Testing::failureOf([&] { PartialFile(path.c_str()).requireSeekable("LAS"); }),
+    const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);
+    PartialFile pipe(path.c_str());
+    EXPECT_STREQ(pipe.path().c_str(), path.c_str());
+    write(pipe, "content", true);
+    EXPECT_EQ(countFiles(), 1u);
+    char got[8] = {};
+    EXPECT_EQ(read(reader, got, sizeof got), 7);
+    EXPECT_STREQ(got, "content");
+    close(reader);
+    EXPECT_EQ(Testing::failureOf([&] { pipe.requireSeekable("LAS"); }),
               "40610 Unable to create output " + path + ". LAS output needs a seekable file");
-    EXPECT_EQ(Testing::failureOf([] { PartialFile(""); }), "40007 path not given");
-    EXPECT_EQ(Testing::errorOf(EISDIR, [&] { PartialFile(directory.path().c_str()); }),
-              std::strerror(EISDIR) + (" path = " + directory.path()));
+    EXPECT_TRUE(fs::is_fifo(path));
+    PartialFile((directory / "regular").c_str()).requireSeekable("LAS");
+    const std::pair<std::string, std::string> errors[] = {
+        {"", "40007 path not given"},
+        {directory.path(), "21 Is a directory path = " + directory.path()},
+        {directory / "none/out", "2 No such file or directory path = " + directory / "none/out"},
+        {path + "/out", "20 Not a directory path = " + path + "/out"}};
+    for (const auto& [given, error] : errors)
+        EXPECT_EQ(Testing::failureOf([&, given = given] { PartialFile(given.c_str()); }), error);
 }
 
 } // namespace

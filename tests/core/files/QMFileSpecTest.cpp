@@ -39,6 +39,10 @@ TEST(QMFileSpec, JoinsDirectoryAndName)
     EXPECT_STREQ(QMFileSpec("/", "a").c_str(), "/a");
     EXPECT_STREQ(QMFileSpec("", "a").c_str(), "a");
     EXPECT_STREQ(QMFileSpec("d", "/a").c_str(), "/a");
+    for (const char* ending : {"", "s", ".LAS", "a.Las"})
+        EXPECT_TRUE(QMFileSpec("a.las").endsWith(ending)) << ending;
+    for (const char* ending : {"b.las", "xa.las", ".la"})
+        EXPECT_FALSE(QMFileSpec("a.las").endsWith(ending)) << ending;
     EXPECT_STREQ(QMFileSpec("d", "\xFF").c_str(), "d/\xFF") << "any bytes are valid";
 }
 

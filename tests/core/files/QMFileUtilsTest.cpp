@@ -6,8 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <ctime>
+#include <fcntl.h>
 #include <filesystem>
+#include <sys/stat.h>
 
 namespace Quillmoran {
 namespace {
@@ -44,9 +45,10 @@ TEST_F(QMFileUtilsTest, SeparatesFilesFromDirectories)
 TEST_F(QMFileUtilsTest, ReportsSizeTimeAndType)
 {
     directory.file("a", "12345");
-    const QMFileUtils::Stats stats = QMFileUtils::getStats(at("a"));
-    EXPECT_EQ(stats.size, 5);
-    EXPECT_NEAR(static_cast<double>(stats.modificationTime), static_cast<double>(std::time(nullptr)), 60);
+    const timespec times[] = {{1, 0}, {1234567890, 999999999}}; // of the last access and change
+    ASSERT_EQ(utimensat(AT_FDCWD, at("a").c_str(), times, 0), 0);
+    EXPECT_EQ(QMFileUtils::getStats(at("a")).size, 5);
+    EXPECT_EQ(QMFileUtils::getStats(at("a")).modificationTime, 1234567890);
     EXPECT_EQ(QMFileUtils::getSize(at("a")), 5);
     EXPECT_TRUE(QMFileUtils::exists(at("a")));
     EXPECT_FALSE(QMFileUtils::isDirectory(at("a")));
@@ -55,6 +57,12 @@ TEST_F(QMFileUtilsTest, ReportsSizeTimeAndType)
     std::filesystem::create_hard_link(directory / "a", directory / "c");
     EXPECT_TRUE(QMFileUtils::isSameFile(at("a"), at("c")));
     EXPECT_FALSE(QMFileUtils::isSameFile(at("a"), at("b")));
+    QMFileUtils::requireRegularFile(at("a"));
+    QMFileUtils::requireRegularFile(at("b")); // opening it reports the error
+    ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);
+    for (const auto& [name, kind] : {std::pair{"pipe", "a pipe"}, {".", "a directory"}})
+        EXPECT_EQ(errorOf(-1, [&, name = name] { QMFileUtils::requireRegularFile(at(name)); }),
+                  "cannot read '" + directory / name + "': it is " + kind + ", not a regular file");
     EXPECT_EQ(errorOf(ENOENT, [&] { QMFileUtils::getStats(at("b")); }),
               "No such file or directory path = " + directory / "b");
 }

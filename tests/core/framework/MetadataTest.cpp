@@ -11,42 +11,37 @@
 #include <string>
 #include <sys/resource.h>
 #include <utility>
-#include <vector>
 
 namespace Quillmoran {
 namespace {
 
 using Testing::ByteStore;
 using Testing::errorOf;
+using Testing::failureOf;
 using namespace std::string_literals;
 
 std::string dumped(const Metadata& metadata)
 {
-    char* text = nullptr;
-    std::size_t length = 0;
-    std::FILE* file = open_memstream(&text, &length);
-    metadata.dump(file);
-    std::fclose(file);
-    const std::string result(text, length);
-    std::free(text);
-    return result;
+    testing::internal::CaptureStdout();
+    metadata.dump(stdout);
+    return testing::internal::GetCapturedStdout();
 }
 
-std::string written(const Metadata& metadata)
+std::string written(const Metadata& metadata, std::size_t capacity = SIZE_MAX)
 {
-    const Scoped<ByteStore> bytesIO(ByteStore::create());
+    const Scoped<ByteStore> file = ByteStore::make();
+    file->setCapacity(capacity);
     StreamWriter writer;
-    writer.init(bytesIO.get(), true, 64);
+    writer.init(file.get(), true, 4);
     metadata.write(writer);
     writer.close(true);
-    return bytesIO->text();
+    return file->text();
 }
 
 void read(Metadata& metadata, const std::string& bytes)
 {
-    const Scoped<ByteStore> bytesIO(ByteStore::create({bytes.begin(), bytes.end()}));
     StreamReader reader;
-    reader.init(bytesIO.get(), true, 64);
+    reader.init(ByteStore::make(bytes).get(), true, 64);
     metadata.read(reader);
 }
 
@@ -69,11 +64,10 @@ std::string block(const std::string& bytes)
     return number(bytes.size(), 4) + bytes;
 }
 
-constexpr double reals[] = {1.0, -2.5, std::numeric_limits<double>::infinity()};
-
 // The same records of all types as calls, as a file and as text.
 Metadata everyType()
 {
+    constexpr double reals[] = {1.0, -2.5, std::numeric_limits<double>::infinity()};
     Metadata metadata;
     metadata.add("text", "a description", METADATA_STRING, "value", 1); // the length of a string is ignored
     metadata.add("empty", "", METADATA_STRING, "", 99);
@@ -90,30 +84,39 @@ const std::string everyTypeFile = number(0, 4) + number(5, 4) + block("text\0"s)
                                   block("\x3F\xF0\0\0\0\0\0\0\xC0\x04\0\0\0\0\0\0\x7F\xF0\0\0\0\0\0\0"s) +
                                   block("other\0"s) + block("") + number(900, 2) + block("xyz");
 
-const std::string everyTypeText = "   text (a description):\n      'value'\n"
-                                  "   empty:\n      ''\n"
+const std::string everyTypeText = "   text (a description):\n      'value'\n   empty:\n      ''\n"
                                   "   blob:\n      (blob of 4 bytes)\n"
-                                  "   reals (three):\n      { 1.000000 -2.500000 inf }\n"
-                                  "   other:\n";
-
-TEST(Metadata, WritesBigEndianBlocksAfterTheirLengths)
-{
-    EXPECT_EQ(written(everyType()), everyTypeFile);
-}
+                                  "   reals (three):\n      { 1.000000 -2.500000 inf }\n   other:\n";
 
 TEST(Metadata, AppendsExactlyWhatItReads)
 {
     Metadata metadata = everyType();
+    EXPECT_EQ(written(metadata), everyTypeFile);
     read(metadata, everyTypeFile);
     metadata.add(metadata);
     EXPECT_EQ(dumped(metadata), everyTypeText + everyTypeText + everyTypeText + everyTypeText);
-    EXPECT_EQ(metadata.getValueLength(5), 6u);
+    const char *key, *description;
+    MetadataDataType type;
+    const void* value;
+    std::size_t length;
+    metadata.get(8, key, description, type, value, length);
+    EXPECT_EQ(key + ": "s + description, "reals: three");
+    EXPECT_EQ(type, METADATA_FLOAT64_ARRAY);
+    EXPECT_EQ(static_cast<const double*>(value)[1], -2.5);
+    EXPECT_EQ(length, 3u);
+    EXPECT_TRUE(metadata.get("text", description, type, value, length));
+    EXPECT_STREQ(description, "a description");
+    EXPECT_EQ(length, 6u);
+    EXPECT_FALSE(metadata.get("texts", description, type, value, length));
     EXPECT_EQ(metadata.getDescription(6), nullptr);
     EXPECT_EQ(std::string(static_cast<const char*>(metadata.getValue(7)), 4), "a\0b\xFF"s);
-    EXPECT_EQ(metadata.getValueLength(8), 3u);
     while (metadata.getNumRecords() > 5)
         metadata.remove(std::size_t{0});
     EXPECT_EQ(written(metadata), everyTypeFile);
+    for (std::size_t size = 0; size < everyTypeFile.size(); ++size) {
+        EXPECT_EQ(readError(everyTypeFile.substr(0, size)).rfind("bad read -- ", 0), 0u) << size;
+        EXPECT_NE(failureOf([&] { written(metadata, size); }), "no error") << size;
+    }
 }
 
 TEST(Metadata, NamesTheTruncatedField)
@@ -129,13 +132,13 @@ TEST(Metadata, NamesTheTruncatedField)
             bytes += byte;
         }
     EXPECT_EQ(readError(bytes), "bad read -- key length"); // of the second record
-}
-
-TEST(Metadata, FailsAtEveryTruncatedLengthAndForAnotherVersion)
-{
-    for (std::size_t length = 0; length < everyTypeFile.size(); ++length)
-        EXPECT_EQ(readError(everyTypeFile.substr(0, length)).find("bad read -- "), 0u) << length;
     EXPECT_EQ(readError(number(1, 4)), "unsupported version");
+    Metadata metadata;
+    const std::string noKey =
+        number(0, 4) + number(1, 4) + block("\0"s) + block("") + number(1, 2) + block("v");
+    EXPECT_EQ(failureOf([&] { read(metadata, noKey); }), "40007 metadata key not given");
+    metadata.add("k", nullptr, METADATA_BLOB, std::string(100, 'x').c_str(), 100);
+    EXPECT_EQ(failureOf([&] { written(metadata, 60); }), "40009 bad write -- value data");
 }
 
 TEST(Metadata, DoesNotAllocateForMissingBytes)
@@ -171,33 +174,25 @@ TEST(Metadata, TerminatesTextsAndTruncatesArraysOfFiles)
     EXPECT_EQ(metadata.getValue(2), nullptr);
 }
 
-TEST(Metadata, FindsAndRemovesTheFirstRecordOfAKey)
+TEST(Metadata, FindsAndRemovesRecordsByKey)
 {
     Metadata metadata;
-    for (const char* key : {"k", "\xE4", "k", "K"})
+    for (const char* key : {"k", "\xE4", "k", "K", "k"})
         metadata.add(key, nullptr, METADATA_STRING, std::to_string(metadata.getNumRecords()).c_str(), 0);
     EXPECT_EQ(metadata.getKeyIndex("k"), 0);
     metadata.remove("missing");
     metadata.remove("k");
     EXPECT_EQ(metadata.getKeyIndex("k"), 1);
+    metadata.removeAll("k");
+    EXPECT_FALSE(metadata.has("k"));
+    metadata.add("k\n", nullptr, METADATA_STRING, "\t", 0);
     metadata.sort();
-    EXPECT_EQ(dumped(metadata), "   K:\n      '3'\n   k:\n      '2'\n   \\xe4:\n      '1'\n");
+    EXPECT_EQ(dumped(metadata), "   K:\n      '3'\n   k\\n:\n      '\\t'\n   \\xe4:\n      '1'\n");
     EXPECT_EQ(errorOf(40007, [&] { metadata.remove(std::size_t{3}); }), "bad index");
     EXPECT_EQ(errorOf(40007, [&] { metadata.add("", nullptr, METADATA_BLOB, "v", 1); }),
               "metadata key not given");
     EXPECT_EQ(errorOf(40007, [&] { metadata.add("k", nullptr, METADATA_BLOB, nullptr, 0); }),
               "metadata value not given");
-}
-
-TEST(Metadata, ReportsAFullFile)
-{
-    const Scoped<ByteStore> bytesIO(ByteStore::create());
-    bytesIO->setCapacity(60);
-    StreamWriter writer;
-    writer.init(bytesIO.get(), true, 4);
-    Metadata metadata;
-    metadata.add("k", nullptr, METADATA_BLOB, std::string(100, 'x').c_str(), 100);
-    EXPECT_EQ(errorOf(40009, [&] { metadata.write(writer); }), "bad write -- value data");
 }
 
 } // namespace

@@ -1,10 +1,12 @@
+#include "support/ByteStore.h"
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
+#include "support/ProgressLog.h"
 #include "support/Random.h"
+#include <vxunpack/PointCloudInfo.h>
 #include <vxunpack/PointSource.h>
 #include <vxunpack/PointWriter.h>
-#include <vxunpack/ProgressDelegate.h>
 #include <vxunpack/TXTPointReader.h>
 #include <vxunpack/TXTPointWriter.h>
 
@@ -42,44 +44,17 @@ Scoped<MemoryPointSource> pointsOnALine(int count)
     return MemoryPointSource::make(layoutXYZ(), {x, zeros, zeros});
 }
 
-// A minimal source: the points (i, 2i, 3i) for i from 0 to 9.
-class TenPoints final : public PointSource
+// A source with nothing but what it must have.
+struct Minimal final : PointSource
 {
-public:
-    const PointInfo& getPointInfo() const override { return m_layout; }
+    explicit Minimal(Scoped<MemoryPointSource> source) : points(std::move(source)) {}
+    const PointInfo& getPointInfo() const override { return points->getPointInfo(); }
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override
     {
-        return new Iterator(bounds, fraction, layout, delegate);
+        return points->createIterator(bounds, fraction, layout, delegate);
     }
-
-private:
-    class Iterator final : public PointIterator
-    {
-    public:
-        Iterator(const Bounds& bounds, double fraction, const PointInfo& layout, ProgressDelegate* delegate)
-        {
-            init(bounds, fraction, layout, delegate);
-        }
-        std::size_t getNextPoints(PointData& buffer) override
-        {
-            std::size_t count = 0;
-            for (; m_next < 10 && count < buffer.getNumSamples(); ++m_next) {
-                if (!isWanted(m_next, 2.0 * m_next, 3.0 * m_next) || !sample())
-                    continue;
-                buffer.getX()[count] = m_next;
-                buffer.getY()[count] = 2.0 * m_next;
-                buffer.getZ()[count] = 3.0 * m_next;
-                ++count;
-            }
-            return count;
-        }
-
-    private:
-        int m_next = 0;
-    };
-
-    PointInfo m_layout = layoutXYZ();
+    const Scoped<MemoryPointSource> points;
 };
 
 // The x of all points of a query.
@@ -97,13 +72,13 @@ Numbers query(const PointSource& source, const Bounds& bounds, double fraction,
 
 TEST(PointSource, NeedsOnlyALayoutAndAnIterator)
 {
-    const Scoped<TenPoints> source(new TenPoints);
-    EXPECT_EQ(query(*source, {{0, 8}, {0, 100}, {6, 100}}, 0.5), (Numbers{2, 4, 6, 8}));
+    const Scoped<Minimal> source(new Minimal(pointsOnALine(10)));
     EXPECT_EQ(source->getNumPoints(), PointSource::unknownNumPoints);
     EXPECT_EQ(source->getBounds(), Bounds::Huge());
     EXPECT_EQ(source->estimatePoints({{0, 1}, {0, 1}, {0, 1}}, 1), 0);
+    EXPECT_EQ(source->getTotalWork(Bounds::Huge(), 1), 0);
     const Scoped<TXTPointWriter> writer(TXTPointWriter::create());
-    writer->init(source.get(), "/dev/null", "xyz");
+    writer->init(source.get(), Testing::ByteStore::make().get(), "xyz");
     EXPECT_EQ(writer->write(Bounds::Huge(), 0.5, layoutXYZ(), nullptr), 5);
     EXPECT_EQ(writer->getScale()[2], 0.001);
     EXPECT_EQ(writer->getOffset()[2], 0);
@@ -117,7 +92,7 @@ TEST(PointSource, IsRefusedBeforeInit)
     const Scoped<TXTPointReader> reader(TXTPointReader::create());
     const Scoped<TXTPointWriter> text(TXTPointWriter::create()), noOutput(TXTPointWriter::create());
     const Scoped<NULLPointWriter> null(NULLPointWriter::create());
-    const Scoped<TenPoints> source(new TenPoints);
+    const auto source = pointsOnALine(10);
     noOutput->init(source.get(), static_cast<IO*>(nullptr), "xyz");
     const Bounds& all = Bounds::Huge();
     const PointInfo xyz = layoutXYZ();
@@ -139,24 +114,15 @@ TEST(PointSource, IsRefusedBeforeInit)
         EXPECT_EQ(errorOf(40007, call), message);
 }
 
-TEST(PointIterator, SelectsEveryNthPointOfTheBox)
-{
-    const auto source = pointsOnALine(30);
-    for (const int n : {1, 2, 3, 4, 5, 10})
-        EXPECT_EQ(query(*source, Bounds::Huge(), 1.0 / n), every(n, 30)) << "1 / " << n;
-    EXPECT_EQ(query(*source, {{5, 14}, {0, 0}, {0, 0}}, 0.5), (Numbers{5, 7, 9, 11, 13}));
-}
-
-TEST(PointIterator, SelectsAllOrNothingOutsideTheUnitRange)
-{
-    const auto source = pointsOnALine(20);
-    for (const double fraction : {0.0, -0.5, nan, 1.5, infinity})
-        EXPECT_EQ(query(*source, Bounds::Huge(), fraction), every(1, fraction > 1 ? 20 : 0)) << fraction;
-}
-
-TEST(PointIterator, SelectsAnEvenSample)
+TEST(PointIterator, SelectsAnEvenSampleOfTheBox)
 {
     const auto source = pointsOnALine(1000);
+    for (const int n : {1, 2, 3, 4, 5, 10})
+        EXPECT_EQ(query(*source, Bounds::Huge(), 1.0 / n), every(n, 1000)) << "1 / " << n;
+    EXPECT_EQ(query(*source, {{5, 14}, {0, 0}, {0, 0}}, 0.5), (Numbers{5, 7, 9, 11, 13}));
+    EXPECT_EQ(query(*source, {{0, 3}, {0, 0}, {0, 0}}, 0.75), (Numbers{0, 1, 3}));
+    for (const double fraction : {0.0, -0.5, nan, 1.5, infinity})
+        EXPECT_EQ(query(*source, Bounds::Huge(), fraction), every(1, fraction > 1 ? 1000 : 0)) << fraction;
     Testing::Random random(5);
     for (int round = 0; round < 50; ++round) {
         const double fraction = random.real();
@@ -183,6 +149,31 @@ TEST(PointIterator, WidensTheBoxByHalfAStepOfTheLayout)
     }
 }
 
+TEST(PointCloudInfo, CopiesEverything)
+{
+    const auto source = pointsOnALine(3);
+    const double scale[] = {1, 2, 3}, offset[] = {4, 5, 6}, flat[] = {1, 2, 0};
+    const char* const names[] = {"ground", nullptr, "roof"};
+    source->setQuantization(scale, offset);
+    source->setClassIdNames(names, 3);
+    source->setWKT("here");
+    const Scoped<PointCloudInfo> info(PointCloudInfo::create()), copy(PointCloudInfo::create());
+    EXPECT_EQ(info->getClassIdNames(), nullptr);
+    info->init(*source);
+    source->setQuantization(flat, offset);
+    EXPECT_EQ(source->getOffset(), nullptr);
+    copy->init(*info);
+    EXPECT_TRUE(copy->getPointInfo() == layoutXYZ());
+    EXPECT_EQ(copy->getNumPoints(), 3);
+    EXPECT_STREQ(copy->getWKT(), "here");
+    EXPECT_EQ(copy->getBounds(), (Bounds{{0, 2}, {0, 0}, {0, 0}}));
+    EXPECT_EQ(Numbers(copy->getScale(), copy->getScale() + 3), (Numbers{1, 2, 3}));
+    EXPECT_EQ(Numbers(copy->getOffset(), copy->getOffset() + 3), (Numbers{4, 5, 6}));
+    ASSERT_EQ(copy->getNumClassIdNames(), 3u);
+    EXPECT_EQ(copy->getClassIdNames()[1], nullptr);
+    EXPECT_STREQ(copy->getClassIdNames()[2], "roof");
+}
+
 Numbers readInto(const PointSource& source, std::size_t capacity, std::size_t expectedCount,
                  const Bounds& bounds = Bounds::Huge(), ProgressDelegate* delegate = nullptr)
 {
@@ -202,40 +193,28 @@ TEST(PointSourceRead, FillsTheBufferWithAnEvenSampleOfTheBox)
     const Numbers half = readInto(*source, 10, 10, {{49.5, 200}, {0, 1}, {0, 1}});
     EXPECT_EQ(half.front(), 50);
     EXPECT_NEAR(half.back(), 95, 1);
-}
 
-TEST(PointSourceRead, MergesAllPointsWhenTheirNumberIsUnknown)
-{
-    const auto source = pointsOnALine(1000);
     source->setNumPoints(PointSource::unknownNumPoints);
-    Numbers held = readInto(*source, 40, 1000);
+    Numbers held = readInto(*source, 10, 100);
     std::sort(held.begin(), held.end());
+    for (std::size_t i = 0; i < held.size(); ++i)
+        EXPECT_NEAR(held[i], 10 * static_cast<double>(i) + 4.5, 12) << i;
     EXPECT_EQ(std::adjacent_find(held.begin(), held.end()), held.end());
-    EXPECT_GE(held.front(), 0);
-    EXPECT_NEAR(held[20], 500, 200);
 }
 
-// Cancels after `polls` calls.
-class Canceller final : public ProgressDelegate
-{
-public:
-    explicit Canceller(int polls) : m_polls(polls) {}
-    void reportProgress(double, const char*) override {}
-    bool getCancelled() override { return m_polls-- <= 0; }
-
-private:
-    int m_polls;
-};
-
-TEST(PointSourceRead, StopsWhenCancelled)
+TEST(PointSourceRead, CountsWorkAndStopsWhenCancelled)
 {
     const auto source = pointsOnALine(100);
+    Testing::ProgressLog log;
+    readInto(*source, 25, 25, {{0, 49.5}, {0, 0}, {0, 0}}, &log);
+    log.updateCompleted(25, "");
+    EXPECT_EQ(log.last(), 0.25) << "of 100, the work of a source that reads all its points";
     source->setNumPoints(PointSource::unknownNumPoints);
-    // Called after the first block and before each of the three that are merged.
-    for (const int polls : {0, 1, 3, 4}) {
-        Canceller delegate(polls);
-        const auto read = [&] { readInto(*source, 25, 100, Bounds::Huge(), &delegate); };
-        EXPECT_EQ(errorOf(40006, read), polls < 4 ? "operation cancelled." : "nothing thrown") << polls;
+    // Asked after the first block and before each of the three that are merged.
+    for (const int queries : {0, 1, 3, 4}) {
+        Testing::ProgressLog cancelling(queries);
+        const auto read = [&] { readInto(*source, 25, 100, Bounds::Huge(), &cancelling); };
+        EXPECT_EQ(errorOf(40006, read), queries < 4 ? "operation cancelled." : "nothing thrown") << queries;
     }
 }
 

@@ -1,11 +1,12 @@
 #include "support/Errors.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
+#include "support/ProgressLog.h"
 #include <vxunpack/PointWriter.h>
-#include <vxunpack/ProgressDelegate.h>
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
@@ -17,8 +18,11 @@ using Testing::channel;
 using Testing::errorOf;
 using Testing::layoutXYZ;
 using Testing::MemoryPointSource;
+using Testing::ProgressLog;
 using Numbers = std::vector<double>;
 using Strings = std::vector<std::string>;
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
 
 // Records the calls that it gets.
 class RecordingWriter final : public SimplePointWriter
@@ -31,6 +35,7 @@ public:
         return writer;
     }
 
+    using SimplePointWriter::checkQuantization;
     std::string unsupported; // a channel that the format does not support
     bool warnsOfDropped = true;
     std::string failsIn; // the call that throws
@@ -69,17 +74,6 @@ private:
     }
 };
 
-class Listener final : public ProgressDelegate
-{
-public:
-    Strings warnings;
-    double progress = 0;
-
-    void reportProgress(double fraction, const char*) override { progress = fraction; }
-    bool getCancelled() override { return false; }
-    void displayWarning(const char* text) override { warnings.push_back(text); }
-};
-
 const PointInfo layout = layoutXYZ({channel("Intensity", UINT16)});
 
 // (0, 0, 0) to (9, 9, 9), each with an intensity.
@@ -109,11 +103,12 @@ TEST(SimplePointWriter, FindsTheBoundsOfTheWrittenPoints)
             Numbers x(count, 1), y(count, 1), z(count, 1);
             x[place] = -5;
             y[place] = 5;
+            z[count - 1 - place] = 7;
             const auto source = MemoryPointSource::make(layoutXYZ(), {x, y, z});
             const auto writer = RecordingWriter::make(*source);
             writer->setChunckSize(6);
             writer->write(Bounds::Huge(), 1, layoutXYZ(), nullptr);
-            EXPECT_EQ(writer->bounds, (Bounds{{-5, 1}, {1, 5}, {1, 1}})) << place << " of " << count;
+            EXPECT_EQ(writer->bounds, (Bounds{{-5, 1}, {1, 5}, {1, 7}})) << place << " of " << count;
         }
 }
 
@@ -121,18 +116,18 @@ TEST(SimplePointWriter, WarnsOfUnsupportedChannels)
 {
     const auto source = tenPoints();
     const auto writer = RecordingWriter::make(*source);
-    Listener listener;
+    ProgressLog log;
     writer->unsupported = "Intensity";
     writer->write(Bounds::Huge(), 1, layout, nullptr);
     EXPECT_EQ(writer->calls[0], "begin 3");
-    writer->write(Bounds::Huge(), 1, layout, &listener);
-    EXPECT_EQ(listener.warnings, Strings{"the output format does not support channel 'Intensity'"});
+    writer->write(Bounds::Huge(), 1, layout, &log);
+    EXPECT_EQ(log.warnings, Strings{"the output format does not support channel 'Intensity'"});
     writer->warnsOfDropped = false;
-    writer->write(Bounds::Huge(), 1, layout, &listener);
-    EXPECT_EQ(listener.warnings.size(), 1u);
+    writer->write(Bounds::Huge(), 1, layout, &log);
+    EXPECT_EQ(log.warnings.size(), 1u);
 }
 
-TEST(SimplePointWriter, DoesNotAbortWhatItDidNotBegin)
+TEST(SimplePointWriter, AbortsWhatItBegan)
 {
     const auto source = tenPoints();
     const auto writer = RecordingWriter::make(*source);
@@ -142,18 +137,14 @@ TEST(SimplePointWriter, DoesNotAbortWhatItDidNotBegin)
     EXPECT_EQ(errorOf(40007, [&] { writer->write(Bounds::Huge(), 1, PointInfo(), nullptr); }),
               "must have x, y, and z channels");
     EXPECT_EQ(writer->calls, Strings());
-}
-
-TEST(SimplePointWriter, AbortsWhatItBegan)
-{
-    for (const std::string failing : {"begin", "points", "end", "iterator"}) {
-        const auto source = tenPoints();
-        const auto writer = RecordingWriter::make(*source);
+    source->failAt(9);
+    for (const char* failing : {"begin", "points", "end", "iterator"}) {
         writer->failsIn = failing;
-        if (failing == "iterator")
-            source->failAt(9);
+        if (writer->failsIn == "end")
+            source->failAt(10);
         EXPECT_EQ(errorOf(40000, [&] { writer->write(Bounds::Huge(), 1, layout, nullptr); }), "test");
         EXPECT_EQ(writer->calls.back(), "aborted") << failing;
+        source->failAt(9);
     }
 }
 
@@ -161,9 +152,9 @@ TEST(SimplePointWriter, AddsItsWorkToThatOfTheSource)
 {
     const auto source = tenPoints(); // whose work is 10 for any query
     const auto progressOf = [&](const Bounds& bounds, double fraction) {
-        Listener listener;
-        RecordingWriter::make(*source)->write(bounds, fraction, layout, &listener);
-        return listener.progress;
+        ProgressLog log;
+        RecordingWriter::make(*source)->write(bounds, fraction, layout, &log);
+        return log.last();
     };
     EXPECT_EQ(progressOf({{-1, 4.5}, {-1, 10}, {-1, 10}}, 1), 5 / (10 + 5.0));
     EXPECT_EQ(progressOf(Bounds::Huge(), 0.5), 5 / (10 + 5.0));
@@ -191,6 +182,32 @@ TEST(SimplePointWriter, UsesStepsAndCornerOfTheSourceByDefault)
     expectQuantization(*RecordingWriter::make(*source), {0.01, 0.001, 0.001}, {5, -7, 1});
     source->setQuantization(scale, offset);
     expectQuantization(*RecordingWriter::make(*source), {1, 2, 3}, {4, 5, 6});
+    source->setQuantization(nullptr, nullptr);
+    source->setBounds({{-0.0, 1}, {-infinity, 2}, {}});
+    const auto plain = RecordingWriter::make(*source);
+    expectQuantization(*plain, {0.01, 0.001, 0.001}, {0, 0, 0});
+    EXPECT_FALSE(std::signbit(plain->getOffset()[0]));
+    const Scoped<NULLPointWriter> null(NULLPointWriter::create());
+    null->setQuantization(scale, offset);
+    expectQuantization(*null, {1, 2, 3}, {4, 5, 6});
+}
+
+TEST(SimplePointWriter, ChecksScalesAndOffsets)
+{
+    const auto source = tenPoints();
+    const auto writer = RecordingWriter::make(*source);
+    const auto check = [&writer](double scale, double offset) {
+        const double scales[] = {1, 1, scale}, offsets[] = {1, offset, 1};
+        writer->setQuantization(scales, offsets);
+        return errorOf(40007, [&] { writer->checkQuantization(); });
+    };
+    for (const double scale : {1e-307, 8e298, 0.001})
+        EXPECT_EQ(check(scale, -1e308), "nothing thrown") << scale;
+    EXPECT_EQ(check(0, 1), "the scale 0 of Z cannot be used");
+    for (const double scale : {-1.0, 1e-310, 9e298, infinity, -infinity, std::nan("")})
+        EXPECT_EQ(check(scale, 1).rfind("the scale ", 0), 0u) << scale;
+    for (const double offset : {infinity, -infinity, std::nan("")})
+        EXPECT_EQ(check(1, offset).rfind("the offset ", 0), 0u) << offset;
 }
 
 TEST(PointWriter, DropsRecordsThatDoNotApplyToTheQuery)
@@ -226,11 +243,11 @@ TEST(NULLPointWriter, ReadsAndCounts)
     const Scoped<NULLPointWriter> writer(NULLPointWriter::create());
     writer->init(source.get());
     writer->setChunckSize(3);
-    Listener listener;
-    EXPECT_EQ(writer->write(Bounds::Huge(), 1, layout, &listener), 10);
+    ProgressLog log;
+    EXPECT_EQ(writer->write(Bounds::Huge(), 1, layout, &log), 10);
     EXPECT_EQ(writer->write({{2, 4}, {0, 9}, {0, 9}}, 1, layout, nullptr), 3);
-    listener.updateCompleted(5, "");
-    EXPECT_EQ(listener.progress, 0.5); // only the work of the source
+    log.updateCompleted(5, "");
+    EXPECT_EQ(log.last(), 0.5); // only the work of the source
 }
 
 } // namespace

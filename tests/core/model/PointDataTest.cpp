@@ -172,9 +172,8 @@ TEST(ChannelData, WrapsQuantizedValuesOutOfRange)
     EXPECT_EQ(scaled<std::uint32_t>(-1.0), UINT32_MAX);
     EXPECT_EQ(scaled<std::uint32_t>(0x1p32 + 5), 5u);
     EXPECT_EQ(scaled<std::uint64_t>(-1.0), UINT64_MAX);
-    EXPECT_EQ(scaled<std::uint64_t>(0x1p63 - 1024), (std::uint64_t{1} << 63) - 1024);
-    EXPECT_EQ(scaled<std::uint64_t>(0x1p63), std::uint64_t{1} << 63);
-    EXPECT_EQ(scaled<std::uint64_t>(0x1p64 - 2048), UINT64_MAX - 2047);
+    for (const double value : {0x1p63 - 1024, 0x1p63, 0x1p64 - 2048})
+        EXPECT_EQ(scaled<std::uint64_t>(value), static_cast<std::uint64_t>(value));
 }
 
 // The conversion of the processor gives its smallest integer for numbers out of range.
@@ -203,96 +202,108 @@ TEST(ChannelData, DequantizesFromTheExactInteger)
     EXPECT_EQ(scaled<double>(INT64_MIN), -0x1p63);
 }
 
+// Points numbered from `first` in X and, modulo 256 and 65536, in channels of other sizes.
+void fill(PointData& block, std::size_t count, std::size_t first)
+{
+    block.init(layoutXYZ({channel("A", UINT8), channel("B", UINT16)}), count);
+    for (std::size_t i = 0; i < count; ++i) {
+        block.getX()[i] = static_cast<double>(first + i);
+        block.getY()[i] = block.getZ()[i] = 0;
+        static_cast<std::uint8_t*>(block.getChannel("A")->getData())[i] =
+            static_cast<std::uint8_t>(first + i);
+        static_cast<std::uint16_t*>(block.getChannel("B")->getData())[i] =
+            static_cast<std::uint16_t>(first + i);
+    }
+}
+
+using Numbers = std::vector<std::size_t>;
+
+// The numbers of the points of a block after its offset.
+Numbers numbersOf(const PointData& block)
+{
+    const Numbers numbers(block.getX(), block.getX() + block.getNumSamples());
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        EXPECT_EQ(static_cast<const std::uint8_t*>(block.getChannel("A")->getData())[i], numbers[i] & 0xFF);
+        EXPECT_EQ(static_cast<const std::uint16_t*>(block.getChannel("B")->getData())[i],
+                  numbers[i] & 0xFFFF);
+    }
+    return numbers;
+}
+
 TEST(PointData, MovesAllChannelsAndCoordinatesByItsOffset)
 {
-    PointData block;
-    block.init(layoutXYZ({channel("A", UINT16)}), 4);
-    const double *x = block.getX(), *z = block.getZ();
-    block.setOffset(3);
-    EXPECT_EQ(block.getNumSamples(), 1u);
-    EXPECT_EQ(block.getX(), x + 3);
-    EXPECT_EQ(block.getZ(), z + 3);
-    EXPECT_EQ(block.getChannel("A")->getNumSamples(), 1u);
-    EXPECT_EQ(errorOf(40007, [&] { block.setOffset(4); }), "offset too large");
+    PointData block, source;
+    fill(block, 5, 300);
+    fill(source, 4, 1000);
+    block.setOffset(2);
+    source.setOffset(1);
+    EXPECT_EQ(numbersOf(block), (Numbers{302, 303, 304}));
+    PointData::copy(block, 1, source, 0, 2);
+    EXPECT_EQ(numbersOf(block), (Numbers{302, 1001, 1002}));
+    block.setOffset(4);
+    EXPECT_EQ(numbersOf(block), (Numbers{1002}));
+    EXPECT_EQ(block.getZ() - block.getY(),
+              static_cast<const double*>(block.getChannel("Z")->getData()) - block.getY());
+    EXPECT_EQ(errorOf(40007, [&] { block.setOffset(5); }), "offset too large");
+    EXPECT_EQ(errorOf(40007, [&] { PointData::copy(block, 0, source, 0, 2); }), "dst too small");
+    fill(block, 2, 70000);
+    EXPECT_EQ(numbersOf(block), (Numbers{70000, 70001}));
+    block.setOffset(1);
     block.resize(7);
     EXPECT_EQ(block.getNumSamples(), 7u);
+    EXPECT_EQ(block.getChannel("A")->getNumSamples(), 7u);
     EXPECT_EQ(block.getY(), block.getChannel("Y")->getData());
     EXPECT_EQ(errorOf(40007, [&] { block.init(PointInfo(), 4); }), "must have x, y, and z channels");
     EXPECT_EQ(block.getNumSamples() + block.getNumChannels(), 0u);
 }
 
-// Merges the batches in order, with the points numbered from 0 in X and in the bytes of A.
-std::vector<std::size_t> merged(std::size_t capacity, const std::vector<std::size_t>& batches)
+// Merges the batches in order into a block of points numbered from 1000000.
+Numbers merged(std::size_t capacity, const Numbers& batches)
 {
-    const auto fill = [](PointData& block, std::size_t count, std::size_t first) {
-        block.init(layoutXYZ({channel("A", UINT8)}), count);
-        for (std::size_t i = 0; i < count; ++i) {
-            block.getX()[i] = static_cast<double>(first + i);
-            block.getY()[i] = block.getZ()[i] = 0;
-            static_cast<std::uint8_t*>(block.getChannel("A")->getData())[i] =
-                static_cast<std::uint8_t>(first + i);
-        }
-    };
     PointData held, offered;
     fill(held, capacity, 1000000);
     std::size_t seen = 0;
     for (const std::size_t count : batches) {
-        fill(offered, count, seen);
+        fill(offered, count + 1, seen); // the last one is not offered
         PointData::merge(held, seen, offered, count);
         seen += count;
     }
-    const std::vector<std::size_t> numbers(held.getX(), held.getX() + capacity);
-    for (std::size_t i = 0; i < capacity; ++i)
-        EXPECT_EQ(static_cast<std::uint8_t*>(held.getChannel("A")->getData())[i], numbers[i] & 0xFF);
-    return numbers;
-}
-
-// The same by the rule, with numbers, and point by point until the sample is full.
-std::vector<std::size_t> mergedByRule(std::size_t capacity, const std::vector<std::size_t>& batches)
-{
-    std::vector<std::size_t> held;
-    std::size_t seen = 0;
-    for (std::size_t count : batches) {
-        for (; held.size() < capacity && count > 0; --count)
-            held.push_back(seen++);
-        if (count == 0)
-            continue;
-        const double before = static_cast<double>(seen), offered = static_cast<double>(count);
-        const double slots = static_cast<double>(capacity);
-        const double step = (before + offered) / slots, kept = offered / step;
-        double phase = std::floor(before / step + 0.5) * step - before;
-        if (phase < 0)
-            phase += step;
-        for (double d = slots / kept - 1, t = phase; t < offered && d < slots;
-             d += slots / kept, t += offered / kept)
-            held[static_cast<std::size_t>(d)] = seen + static_cast<std::size_t>(t);
-        seen += count;
-    }
-    for (std::size_t i = held.size(); i < capacity; ++i)
-        held.push_back(1000000 + i);
-    return held;
+    return numbersOf(held);
 }
 
 TEST(PointDataMerge, FillsThenOverwritesAtAnEvenStride)
 {
-    using Numbers = std::vector<std::size_t>;
-    EXPECT_EQ(merged(6, {4}), (Numbers{0, 1, 2, 3, 1000004, 1000005}));
-    EXPECT_EQ(merged(10, {10, 10}), (Numbers{0, 10, 2, 12, 4, 14, 6, 16, 8, 18}));
-    // A batch that fills and overwrites; then one whose first point is not selected.
-    EXPECT_EQ(merged(4, {2, 6}), (Numbers{0, 4, 2, 6}));
-    EXPECT_EQ(merged(4, {4, 4, 4}), (Numbers{0, 4, 9, 6}));
-    EXPECT_EQ(merged(0, {5, 7}), Numbers());
+    const std::pair<std::pair<std::size_t, Numbers>, Numbers> cases[] = {
+        {{6, {4}}, {0, 1, 2, 3, 1000004, 1000005}},
+        {{10, {10, 10}}, {0, 10, 2, 12, 4, 14, 6, 16, 8, 18}},
+        {{4, {4}}, {0, 1, 2, 3}},
+        {{4, {2, 6}}, {0, 4, 2, 6}},    // a batch that fills and overwrites
+        {{4, {4, 4, 4}}, {0, 4, 9, 6}}, // one whose first point is not selected
+        {{4, {4, 4}}, {0, 4, 2, 6}},
+        {{4, {4, 3}}, {0, 5, 2, 3}},
+        {{0, {5, 7}}, {}},
+    };
+    for (const auto& [input, expected] : cases)
+        EXPECT_EQ(merged(input.first, input.second), expected) << input.first;
 }
 
-TEST(PointDataMerge, AgreesWithTheRuleForAnyBatches)
+TEST(PointDataMerge, HoldsAnEvenSampleOfAllBatches)
 {
     Testing::Random random(11);
     for (int round = 0; round < 300; ++round) {
-        const std::size_t capacity = 1 + random.below(40);
-        std::vector<std::size_t> batches(1 + random.below(12));
+        constexpr std::size_t capacity = 64;
+        Numbers batches(2 + random.below(12));
+        std::size_t total = 0;
         for (std::size_t& count : batches)
-            count = random.below(random.chance(0.2) ? 300 : 50);
-        ASSERT_EQ(merged(capacity, batches), mergedByRule(capacity, batches)) << "round " << round;
+            total += count = capacity + random.below(random.chance(0.2) ? 900 : 150);
+        Numbers held = merged(capacity, batches);
+        std::sort(held.begin(), held.end());
+        ASSERT_EQ(std::adjacent_find(held.begin(), held.end()), held.end()) << "round " << round;
+        ASSERT_LT(held.back(), total);
+        for (std::size_t i = 0; i < capacity; ++i)
+            ASSERT_NEAR(static_cast<double>(held[i]) / static_cast<double>(total),
+                        (static_cast<double>(i) + 0.5) / capacity, 0.2)
+                << "round " << round;
     }
 }
 

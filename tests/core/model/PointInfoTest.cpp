@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <sstream>
 #include <string>
 
 namespace Quillmoran {
@@ -139,12 +140,14 @@ TEST(Bounds, ComputesTheFractionOfABoxInAnother)
 
 TEST(PointInfo, KeepsBlocksOfWidePointsSmall)
 {
-    PointInfo layout = layoutXYZ();
-    EXPECT_EQ(layout.getBlockPoints(1 << 15), 1u << 15);
+    PointInfo layout = layoutXYZ({channel("a", UINT64)}); // 32 bytes of 1 MiB
+    EXPECT_EQ(layout.getBlockPoints(SIZE_MAX), 1u << 15);
+    EXPECT_EQ(layout.getBlockPoints((1 << 15) - 1), (1u << 15) - 1);
     EXPECT_EQ(layout.getBlockPoints(0), 1u);
-    for (int i = 0; i < 60000; ++i)
+    EXPECT_EQ(layout.getBlockPoints(1), 1u);
+    for (int i = 0; i < 140000; ++i)
         layout.append(channel("c", FLOAT64));
-    EXPECT_LE(layout.getBlockPoints(1 << 20) * layout.getPointSize(), 1u << 20);
+    EXPECT_EQ(layout.getBlockPoints(7), 1u);
     EXPECT_EQ(PointInfo().getBlockPoints(7), 7u);
 }
 
@@ -165,27 +168,27 @@ TEST(ChannelNames, ResolvesNamesThatUsersType)
     const PointInfo layout =
         layoutOf({channel("ClassId", UINT8), channel("GPSTime_Adjusted", FLOAT64),
                   channel("scan_angle", SINT16), channel("ScanAngle", SINT8), channel("nir", UINT16),
-                  channel("Red", UINT16), channel("RED", UINT16)});
-    const std::pair<const char*, const char*> cases[] = {
-        {"ClassId", "ClassId"},
-        {"classid", "ClassId"},
-        {"Classification", "ClassId"},
-        {"class", "ClassId"},
-        {"GpsTime", "GPSTime_Adjusted"},
-        {"gps_time", "GPSTime_Adjusted"},
-        {"scan_angle", "scan_angle"},
-        {"SCANANGLE", "ScanAngle"},
-        {"Scan Angle Rank", "ScanAngle"},
-        {"NIR", "nir"},
-        {"RED", "RED"},
-    };
-    for (const auto& [name, expected] : cases) {
-        const ChannelInfo* found = ChannelNames::resolve(name, layout);
-        ASSERT_TRUE(found) << name;
-        EXPECT_STREQ(found->getName(), expected) << name;
-    }
-    for (const char* name : {"", "Mood", "Green", "Infrared", "X"})
+                  channel("Red", UINT16), channel("RED", UINT16), channel("ScanDir", UINT8)});
+    std::istringstream pairs(
+        "ClassId ClassId  classid ClassId  Classification ClassId  class ClassId  GpsTime GPSTime_Adjusted  "
+        "gps_time GPSTime_Adjusted  scan_angle scan_angle  SCANANGLE ScanAngle  Scan-Angle-Rank ScanAngle  "
+        "NIR nir  RED RED  red Red  scan_direction ScanDir  scandirectionflag ScanDir");
+    for (std::string name, expected; pairs >> name >> expected;)
+        EXPECT_STREQ(ChannelNames::require(name, layout).getName(), expected.c_str()) << name;
+    for (const char* name : {"", "Mood", "Green", "Infrared", "X", "class1"})
         EXPECT_FALSE(ChannelNames::resolve(name, layout)) << name;
+    const PointInfo times = layoutOf({channel("GPSTime_Adjusted", FLOAT64), channel("GPSTime", FLOAT64)});
+    EXPECT_STREQ(ChannelNames::resolve("gps time", times)->getName(), "GPSTime");
+
+    PointInfo many = layoutOf({channel(nullptr, UINT8)});
+    for (int i = 0; i < 99; ++i)
+        many.append(channel("Channel", UINT8));
+    const std::string error =
+        errorOf(40007, [&] { ChannelNames::require(std::string(300, 'n'), many, "It"); });
+    const std::string head =
+        "It does not have channel: '" + std::string(200, 'n') + "', its channels are , Channel, Channel, ";
+    EXPECT_EQ(error.substr(0, head.size()), head);
+    EXPECT_EQ(error.substr(error.size() - 12), "Channel, ...");
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "support/Errors.h"
+#include "support/TemporaryDirectory.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/FileIO.h>
 
@@ -24,15 +25,6 @@ using Testing::errorOf;
 class FileIOTest : public testing::Test
 {
 protected:
-    void SetUp() override { ASSERT_NE(mkdtemp(m_directory.data()), nullptr); }
-    void TearDown() override { std::filesystem::remove_all(m_directory); }
-
-    std::string path(const std::string& name) const { return m_directory + '/' + name; }
-    std::string present(const std::string& name, const std::string& content) const
-    {
-        std::ofstream(path(name)) << content;
-        return path(name);
-    }
     static Scoped<FileIO::Imp> fileAt(const std::string& path, const char* mode)
     {
         Scoped<FileIO::Imp> file(FileIO::create());
@@ -49,7 +41,7 @@ protected:
         return std::strerror(code) + (" path = " + path);
     }
 
-    std::string m_directory = (std::filesystem::temp_directory_path() / "vx_test_XXXXXX").string();
+    const Testing::TemporaryDirectory directory;
 };
 
 TEST_F(FileIOTest, OpensAccordingToItsMode)
@@ -60,13 +52,13 @@ TEST_F(FileIOTest, OpensAccordingToItsMode)
         const auto isIn = [&](const std::string& modes) {
             return modes.find(' ' + mode + ' ') != std::string::npos;
         };
-        const auto created = fileAt(path("new"), mode.c_str());
+        const auto created = fileAt(directory.path("new"), mode.c_str());
         EXPECT_EQ(errorOf(ENOENT, [&] { created->open(); }),
-                  isIn(writes) ? "nothing thrown" : failure(ENOENT, path("new")));
-        EXPECT_EQ(FileIO::fileExists(path("new").c_str()), isIn(writes));
-        std::filesystem::remove(path("new"));
+                  isIn(writes) ? "nothing thrown" : failure(ENOENT, directory.path("new")));
+        EXPECT_EQ(FileIO::fileExists(directory.path("new").c_str()), isIn(writes));
+        std::filesystem::remove(directory.path("new"));
 
-        const auto file = fileAt(present("old", "abc"), mode.c_str());
+        const auto file = fileAt(directory.file("old", "abc"), mode.c_str());
         file->open();
         EXPECT_EQ(file->size(), isIn(truncates) ? 0 : 3);
         EXPECT_EQ(errorOf(EBADF, [&] { readAll(*file); }),
@@ -78,7 +70,7 @@ TEST_F(FileIOTest, OpensAccordingToItsMode)
 
 TEST_F(FileIOTest, NestsOpenAndTruncatesOnlyOnce)
 {
-    const auto file = fileAt(present("a", "old"), "w+");
+    const auto file = fileAt(directory.file("a", "old"), "w+");
     for (const char* before : {"", "new"}) {
         file->open();
         file->open();
@@ -95,26 +87,27 @@ TEST_F(FileIOTest, TemporaryFilesAreInTMPDIRAndRemovedWithTheirObject)
 {
     const char* const variable = std::getenv("TMPDIR");
     const std::string before = variable ? variable : "/tmp";
-    setenv("TMPDIR", m_directory.c_str(), 1);
+    setenv("TMPDIR", directory.path().c_str(), 1);
     for (const bool closed : {false, true}) {
         const Scoped<FileIO::Imp> file(FileIO::create());
         file->init(nullptr);
-        EXPECT_EQ(std::string(file->path()).find(path("qmi")), 0u);
+        EXPECT_EQ(std::string(file->path()).find(directory.path("qmi")), 0u);
         file->pwrite(0, "abc", 3);
         EXPECT_EQ(readAll(*file), "abc");
         EXPECT_TRUE(FileIO::fileExists(file->path()));
         if (closed) {
             file->close();
-            EXPECT_EQ(errorOf(EBADF, [&] { readAll(*file); }), failure(EBADF, m_directory));
+            EXPECT_EQ(errorOf(EBADF, [&] { readAll(*file); }), failure(EBADF, directory.path()));
         }
     }
     setenv("TMPDIR", before.c_str(), 1);
-    EXPECT_TRUE(std::filesystem::is_empty(m_directory));
+    EXPECT_TRUE(directory.isEmpty());
 }
 
 TEST_F(FileIOTest, UnlinkRemovesOnlyRegularFiles)
 {
-    const std::string target = present("target", "abc"), link = path("link"), pipe = path("pipe");
+    const std::string target = directory.file("target", "abc"), link = directory.path("link"),
+                      pipe = directory.path("pipe");
     std::filesystem::create_symlink(target, link);
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     for (const std::string& each : {link, pipe, target}) {
@@ -129,7 +122,7 @@ TEST_F(FileIOTest, UnlinkRemovesOnlyRegularFiles)
 
 TEST_F(FileIOTest, NamesThePathInItsErrors)
 {
-    const std::string missing = path("no/such");
+    const std::string missing = directory.path("no/such");
     const auto file = fileAt(missing, "w");
     EXPECT_EQ(errorOf(ENOENT, [&] { file->open(); }), failure(ENOENT, missing));
     EXPECT_EQ(errorOf(ENOENT, [&] { file->size(); }), failure(ENOENT, missing));
@@ -140,13 +133,12 @@ TEST_F(FileIOTest, NamesThePathInItsErrors)
 
 TEST_F(FileIOTest, WritesPipesInOrder)
 {
-    const std::string fifo = path("fifo");
+    const std::string fifo = directory.path("fifo");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     std::string got;
     std::thread reader([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the writer waits for it
-        std::ifstream in(fifo);
-        got.assign(std::istreambuf_iterator<char>(in), {});
+        got = Testing::readFile(fifo);
     });
     const std::string text(300000, 'x'); // more than the capacity of a pipe
     const auto file = fileAt(fifo, "w");
@@ -162,7 +154,7 @@ TEST_F(FileIOTest, WritesPipesInOrder)
 // Offsets and lengths may be those of a malformed file.
 TEST_F(FileIOTest, ReadsNothingBeyondTheLargestPosition)
 {
-    const auto file = fileAt(present("a", "abc"), "r");
+    const auto file = fileAt(directory.file("a", "abc"), "r");
     file->open();
     char bytes[16];
     for (const std::int64_t offset : {std::int64_t{3}, INT64_MAX - 16, INT64_MAX - 15, INT64_MAX})

@@ -8,9 +8,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace Quillmoran {
 namespace {
@@ -50,107 +52,64 @@ void expectAsPrintf(double value)
     }
 }
 
-class NumberFormatRandom : public testing::Test
+TEST(NumberFormat, MatchesPrintf)
 {
-protected:
-    template <class Make>
-    void expectAllAsPrintf(int count, Make make)
-    {
-        for (int i = 0; i < count && !HasFatalFailure(); ++i) {
+    std::mt19937_64 random(20240611);
+    const auto below = [&random](std::uint64_t limit) { return random() % limit; };
+    const std::function<double()> families[] = {
+        [&] { return fromBits(random()); },
+        // Exponents from 2^-20 to 2^69: all branches and their limits.
+        [&] {
+            const double mantissa = 1 + fromBits(random() >> 12 | 0x3FF0000000000000) / 2;
+            return std::ldexp(mantissa, static_cast<int>(below(90)) - 20);
+        },
+        // Decimals and their neighbours.
+        [&] {
+            const double power = std::pow(10, static_cast<double>(below(10)));
+            const double value =
+                (static_cast<double>(below(1u << 30)) + 0.5 * static_cast<double>(below(2))) / power;
+            return std::nextafter(value, value + (static_cast<double>(below(3)) - 1));
+        },
+        // An odd multiple of 2^-k has a 5 as its k-th and last decimal, a tie for every count of decimals
+        // below k.
+        [&] {
+            const int k = 1 + static_cast<int>(below(20));
+            const std::uint64_t odd = 2 * below(std::uint64_t{1} << (1 + below(50))) + 1;
+            return std::ldexp(static_cast<double>(odd), -k);
+        },
+        // Just below a power of ten, rounding carries through all digits to the integer part.
+        [&] {
+            const double power = std::pow(10, static_cast<double>(below(44)) - 22);
+            return power - power * std::ldexp(1, -static_cast<int>(below(56)));
+        },
+        [&] { return static_cast<double>(static_cast<float>(fromBits(random()))); },
+        [&] { return static_cast<double>(random() >> below(64)); },
+        [&] { return fromBits(random() >> (12 + below(52))); }, // subnormal
+    };
+    for (const auto& make : families)
+        for (int i = 0; i < 8000 && !testing::Test::HasFatalFailure(); ++i) {
             const double value = make();
             expectAsPrintf(value);
             expectAsPrintf(-value);
         }
-    }
-    std::uint64_t below(std::uint64_t limit) { return m_random() % limit; }
-
-    std::mt19937_64 m_random{20240611};
-};
-
-TEST_F(NumberFormatRandom, MatchesPrintfOnAnyBits)
-{
-    expectAllAsPrintf(30000, [&] { return fromBits(m_random()); });
 }
 
-TEST_F(NumberFormatRandom, MatchesPrintfOnUsualMagnitudes)
+TEST(NumberFormat, MatchesPrintfAtItsLimits)
 {
-    // Exponents from 2^-20 to 2^69: all branches and their limits.
-    expectAllAsPrintf(30000, [&] {
-        return std::ldexp(1 + fromBits(m_random() >> 12 | 0x3FF0000000000000) / 2,
-                          static_cast<int>(below(90)) - 20);
-    });
-}
-
-TEST_F(NumberFormatRandom, MatchesPrintfOnDecimalsAndTheirNeighbours)
-{
-    expectAllAsPrintf(30000, [&] {
-        const double power = std::pow(10, static_cast<double>(below(10)));
-        const double value =
-            (static_cast<double>(below(1u << 30)) + 0.5 * static_cast<double>(below(2))) / power;
-        return std::nextafter(value, value + (static_cast<double>(below(3)) - 1));
-    });
-}
-
-TEST_F(NumberFormatRandom, MatchesPrintfOnExactTies)
-{
-    // An odd multiple of 2^-k has a 5 as its k-th and last decimal, a tie for every count of decimals below
-    // k.
-    expectAllAsPrintf(30000, [&] {
-        const int k = 1 + static_cast<int>(below(20));
-        return static_cast<double>(2 * below(std::uint64_t{1} << (1 + below(50))) + 1) * std::ldexp(1, -k);
-    });
-}
-
-TEST_F(NumberFormatRandom, MatchesPrintfNearPowersOfTen)
-{
-    // Just below a power of ten, rounding carries through all digits to the integer part.
-    expectAllAsPrintf(30000, [&] {
-        const double power = std::pow(10, static_cast<double>(below(44)) - 22);
-        return power - power * std::ldexp(1, -static_cast<int>(below(56)));
-    });
-}
-
-TEST_F(NumberFormatRandom, MatchesPrintfOnSingles)
-{
-    expectAllAsPrintf(30000, [&] {
-        const auto bits = static_cast<std::uint32_t>(m_random());
-        float value;
-        std::memcpy(&value, &bits, sizeof value);
-        return static_cast<double>(value);
-    });
-}
-
-TEST_F(NumberFormatRandom, MatchesPrintfOnLargeIntegersAndSubnormals)
-{
-    expectAllAsPrintf(10000, [&] { return static_cast<double>(m_random() >> below(64)); });
-    expectAllAsPrintf(5000, [&] { return fromBits(m_random() >> (12 + below(52))); });
-}
-
-TEST(NumberFormat, MatchesPrintfOnSpecialValues)
-{
-    for (const double value : {0.0,
-                               Limits::infinity(),
-                               Limits::quiet_NaN(),
-                               Limits::signaling_NaN(),
-                               Limits::max(),
-                               Limits::min(),
-                               Limits::denorm_min(),
-                               18446744073709551616.0,
-                               18446744073709549568.0,
-                               1e17,
-                               1e18,
-                               0.9999995,
-                               0.0005,
-                               0.00009999999999,
-                               0.0001,
-                               0.99999999995,
-                               99999999.95,
-                               123456789.5,
-                               999999999.5,
-                               1000000000.0}) {
-        expectAsPrintf(value);
-        expectAsPrintf(-value);
-    }
+    std::vector<double> values = {
+        0.0,           Limits::infinity(), Limits::quiet_NaN(), Limits::signaling_NaN(),
+        Limits::max(), Limits::min(),      Limits::denorm_min()};
+    for (int exponent = -24; exponent <= 24; ++exponent) // also 0.0001, below which an exponent is written
+        for (const double factor : {1.0, 0.5, 0.95, 0.99999999995, 0.9999999999999995, 5.0, 7.0})
+            values.push_back(factor * std::pow(10, exponent));
+    for (int exponent = -140; exponent <= 70; ++exponent)
+        for (const double odd : {1.0, 3.0})
+            values.push_back(std::ldexp(odd, exponent));
+    for (const double value : values)
+        for (const double near : {value, std::nextafter(value, 0), std::nextafter(value, 1e300)}) {
+            expectAsPrintf(near);
+            expectAsPrintf(-near);
+        }
 }
 
 TEST(NumberFormat, CutsFieldsAt63Characters)

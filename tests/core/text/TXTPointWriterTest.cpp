@@ -2,49 +2,33 @@
 
 #include "support/ByteStore.h"
 #include "support/Errors.h"
+#include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
-#include <vxunpack/FileIO.h>
-#include <vxunpack/ProgressDelegate.h>
+#include "support/TemporaryDirectory.h"
+#include "text/TextDecimals.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <limits>
-#include <sstream>
 #include <string>
 
 namespace Quillmoran {
 namespace {
 
 using Testing::ByteStore;
+using Testing::channel;
 using Testing::errorOf;
+using Testing::layoutOf;
 using Testing::MemoryPointSource;
 
-ChannelInfo channel(const char* name, DataType type, double quantization = 0)
-{
-    ChannelInfo info;
-    info.init(name, type, 0, quantization);
-    return info;
-}
-
-PointInfo layoutOf(std::initializer_list<ChannelInfo> channels)
-{
-    PointInfo layout;
-    for (const ChannelInfo& info : channels)
-        layout.append(info);
-    return layout;
-}
-
-const PointInfo xyz =
-    layoutOf({channel("X", FLOAT64, 0.01), channel("Y", FLOAT64, 0.01), channel("Z", FLOAT64, 0.01)});
+const ChannelInfo x = channel("X", FLOAT64, 0.01), y = channel("Y", FLOAT64, 0.01),
+                  z = channel("Z", FLOAT64, 0.01);
+const PointInfo xyz = layoutOf({x, y, z}), xyzi = layoutOf({x, y, z, channel("Intensity", UINT16)});
 
 Scoped<MemoryPointSource> threePoints()
 {
-    PointInfo layout = xyz;
-    layout.append(channel("Intensity", UINT16));
-    return MemoryPointSource::make(layout, {{1, 2, 3}, {10, 20, 30}, {-0.5, 0, 0.5}, {7, 8, 9}});
+    return MemoryPointSource::make(xyzi, {{1, 2, 3}, {10, 20, 30}, {-0.5, 0, 0.5}, {7, 8, 9}});
 }
 
 Scoped<TXTPointWriter> writerTo(IO* io, PointSource& source, const char* format)
@@ -65,131 +49,116 @@ std::string write(PointSource& source, const char* format, const PointInfo& layo
     return io->text();
 }
 
-// The text of one sample of a channel with this quantization.
-std::string written(DataType type, double quantization, double value)
+// The text of one sample of a channel with this quantization; `decimals` of a metadata record, if not 0.
+std::string written(DataType type, double quantization, double value, int decimals = 0)
 {
-    PointInfo layout = xyz;
-    layout.append(channel("GPSTime", type, quantization));
+    const PointInfo layout = layoutOf({x, y, z, channel("GPSTime", type, quantization)});
     const auto source = MemoryPointSource::make(layout, {{0}, {0}, {0}, {value}});
-    const std::string text = write(*source, "t", layout);
-    const std::string header = "# GPSTime\n";
+    if (decimals != 0)
+        TextDecimals::add(source->metadata(), "GPSTime", decimals);
+    const std::string text = write(*source, "t", layout), header = "# GPSTime\n";
     EXPECT_EQ(text.substr(0, header.size()), header);
     EXPECT_EQ(text.back(), '\n');
     return text.substr(header.size(), text.size() - header.size() - 1);
 }
 
-struct Recorder : ProgressDelegate
-{
-    void reportProgress(double, const char* message) override { messages += message + std::string(";"); }
-    bool getCancelled() override { return cancelAfter-- == 0; }
-
-    std::string messages;
-    int cancelAfter = -1; // calls
-};
-
-TEST(TXTPointWriter, WritesHeaderAndFieldsInTheGivenOrder)
+TEST(TXTPointWriter, WritesTheColumnsOfItsFormat)
 {
     const auto source = threePoints();
-    EXPECT_EQ(write(*source, "izyx", source->getPointInfo()), "# Intensity Z Y X\n"
-                                                              "7 -0.500 10.000 1.000\n"
-                                                              "8 0.000 20.000 2.000\n"
-                                                              "9 0.500 30.000 3.000\n");
-}
+    const struct
+    {
+        const char* format;
+        const PointInfo& layout;
+        const char* text;
+    } cases[] = {
+        {"izyx", xyzi,
+         "# Intensity Z Y X\n7 -0.500 10.000 1.000\n8 0.000 20.000 2.000\n9 0.500 30.000 3.000\n"},
+        {"ixi", xyzi, "# Intensity X Intensity\n7 1.000 7\n8 2.000 8\n9 3.000 9\n"},
+        {"tisR", xyzi, "# Intensity\n7\n8\n9\n"}, // the source has only one of these
+        {"ss", xyzi, "#\n\n\n\n"},
+        // The source has Intensity, but the written layout does not: lines begin with a blank if it is first.
+        {"ix", xyz, "# X\n 1.000\n 2.000\n 3.000\n"},
+        {"xi", xyz, "# X\n1.000\n2.000\n3.000\n"},
+        {"i", xyz, "#\n\n\n\n"}};
+    for (const auto& [format, layout, text] : cases)
+        EXPECT_EQ(write(*source, format, layout), text) << format;
+    EXPECT_EQ(write(*source, "xy", xyz, {{100, 101}, {100, 101}, {100, 101}}), "# X Y\n");
 
-TEST(TXTPointWriter, WritesAFieldTwiceIfItIsNamedTwice)
-{
-    const auto source = threePoints();
-    EXPECT_EQ(write(*source, "ixi", source->getPointInfo()),
-              "# Intensity X Intensity\n7 1.000 7\n8 2.000 8\n9 3.000 9\n");
-}
-
-TEST(TXTPointWriter, OmitsChannelsThatTheSourceDoesNotHave)
-{
-    const auto source = threePoints();
-    EXPECT_EQ(write(*source, "tisR", source->getPointInfo()), "# Intensity\n7\n8\n9\n");
-    EXPECT_EQ(write(*source, "ss", source->getPointInfo()), "#\n\n\n\n");
-}
-
-TEST(TXTPointWriter, BeginsLinesWithABlankWhenTheFirstColumnIsNotDelivered)
-{
-    // The source has Intensity, but the written layout does not.
-    const auto source = threePoints();
-    EXPECT_EQ(write(*source, "ix", xyz), "# X\n 1.000\n 2.000\n 3.000\n");
-    EXPECT_EQ(write(*source, "xi", xyz), "# X\n1.000\n2.000\n3.000\n");
-    EXPECT_EQ(write(*source, "i", xyz), "#\n\n\n\n");
+    const PointInfo odd = layoutOf({x, y, z, channel("a\nb\x1B", UINT8)});
+    const auto named = MemoryPointSource::make(odd, {{1}, {2}, {3}, {4}});
+    const Scoped<ByteStore> io = ByteStore::make();
+    const Scoped<TXTPointWriter> writer(TXTPointWriter::create());
+    writer->init(named.get(), io.get(), odd);
+    writer->write(Bounds::Huge(), 1.0, odd, nullptr);
+    EXPECT_EQ(io->text(), "# X Y Z a\\nb\\x1b\n1.000 2.000 3.000 4\n") << "without control characters";
 }
 
 TEST(TXTPointWriter, WritesIntegersOfEveryTypeWhole)
 {
-    EXPECT_EQ(written(UINT8, 0, 255), "255");
-    EXPECT_EQ(written(SINT8, 0, -128), "-128");
-    EXPECT_EQ(written(UINT16, 0, 65535), "65535");
-    EXPECT_EQ(written(SINT16, 0, -32768), "-32768");
-    EXPECT_EQ(written(UINT32, 0, 4294967295), "4294967295");
-    EXPECT_EQ(written(SINT32, 0, -2147483648.0), "-2147483648");
-    EXPECT_EQ(written(SINT64, 0, -9223372036854775808.0), "-9223372036854775808");
-
-    PointInfo layout = xyz;
-    layout.append(channel("GPSTime", UINT64));
-    const auto source = MemoryPointSource::make(layout, {{0}, {0}, {0}, {0}});
-    const auto largest = std::numeric_limits<std::uint64_t>::max();
-    std::memcpy(source->column("GPSTime").getData(), &largest, sizeof largest);
-    EXPECT_EQ(write(*source, "t", layout), "# GPSTime\n18446744073709551615\n");
+    const std::pair<DataType, std::int64_t> extremes[] = {
+        {UINT8, 255},        {SINT8, -128},        {UINT16, 65535},    {SINT16, -32768},
+        {SINT32, INT32_MIN}, {UINT32, UINT32_MAX}, {SINT64, INT64_MIN}};
+    for (const auto& [type, value] : extremes)
+        EXPECT_EQ(written(type, 0, static_cast<double>(value)), std::to_string(value));
+    EXPECT_EQ(written(UINT64, 0, 0x1p64 - 2048), "18446744073709549568");
 }
 
-TEST(TXTPointWriter, ChoosesDecimalsOfDoublesByQuantization)
+TEST(TXTPointWriter, ChoosesDecimalsByQuantization)
 {
-    const double value = 1.0625;
-    const char* const general = "1.0625";
-    const struct
-    {
-        double quantization;
-        const char* text;
-    } cases[] = {{1, "1.062"},
-                 {1.0005, "1.062"},
-                 {0.9995, "1.062"},
-                 {0.1, "1.062"},
-                 {0.001, "1.062"},
-                 {1e-4, "1.062500"},
-                 {1e-6, "1.062500"},
-                 {1e-7, "1.062500000"},
-                 {1e-9, "1.062500000"},
-                 {1e-12, "1.062500000000"},
-                 {1e-15, "1.062500000000000"},
-                 // Repeated division by ten gives other doubles, and such small steps must be equal.
-                 {1e-13, general},
-                 {1e-14, general},
-                 {1e-16, general},
-                 {1e-17, general},
-                 {1e-30, general},
-                 {0, general},
-                 {-0.01, general},
-                 {0.25, general},
-                 {0.5, general},
-                 {1.5, general},
-                 {0.0101, general},
-                 {0.01 * (1 + 1e-4), general},
-                 {0.01 * (1 - 9e-6), "1.062"},
-                 {0.01 * (1 - 2e-5), general},
-                 {std::numeric_limits<double>::quiet_NaN(), general},
-                 {std::numeric_limits<double>::infinity(), general}};
-    for (const auto& c : cases)
-        EXPECT_EQ(written(FLOAT64, c.quantization, value), c.text) << "quantization=" << c.quantization;
-    double quantization = 0.1;
+    double sixteenth = 0.1;
     for (int decimals = 1; decimals < 16; ++decimals)
-        quantization /= 10;
-    EXPECT_EQ(written(FLOAT64, quantization, value), general) << "16 decimals are too many";
+        sixteenth /= 10;
+    const std::pair<std::vector<double>, std::string> doubles[] = {
+        {{1, 1.00099, 0.99901, 0.1, 0.001, 0.01 * (1 - 9e-6)}, "1.062"},
+        {{1e-4, 1e-6}, "1.062500"},
+        {{1e-7, 1e-9}, "1.062500000"},
+        {{1e-12}, "1.062500000000"},
+        {{1e-15}, "1.062500000000000"},
+        // Repeated division by ten gives other doubles, and such small steps must be equal.
+        {{1e-13, 1e-14, 1e-16, sixteenth, 1e-17, 1e-30, 0, -0.01, 0.25, 0.5, 1.00101, 0.99899, 1.5, 0.0101,
+          0.01 * (1 + 1e-4), 0.01 * (1 - 2e-5), std::numeric_limits<double>::quiet_NaN(),
+          std::numeric_limits<double>::infinity()},
+         "1.0625"}};
+    for (const auto& [steps, text] : doubles)
+        for (const double step : steps)
+            EXPECT_EQ(written(FLOAT64, step, 1.0625), text) << step;
+    const std::pair<std::vector<double>, std::string> singles[] = {
+        {{1.0, 1.0005, 0.1, 0.01, 0.001}, "1.062"},
+        {{1e-4, 1e-5, 1e-6, static_cast<double>(1e-6f)}, "1.062500"},
+        {{0.0, 0.25, 1.5, 1e-7, 1e-60, -0.1}, "1.0625"}};
+    for (const auto& [steps, text] : singles)
+        for (const double step : steps)
+            EXPECT_EQ(written(FLOAT32, step, 1.0625), text) << step;
     EXPECT_EQ(written(FLOAT64, 0, 1.0 / 3), "0.333333333333333315");
+    EXPECT_EQ(written(FLOAT32, 0, 1.0 / 3), "0.333333343");
 }
 
-TEST(TXTPointWriter, ChoosesDecimalsOfSinglesByQuantization)
+TEST(TXTPointWriter, ChoosesDecimalsByMetadataIfTheQuantizationGivesNone)
 {
-    for (const double quantization : {1.0, 1.0005, 0.1, 0.01, 0.001})
-        EXPECT_EQ(written(FLOAT32, quantization, 1.0625), "1.062") << "quantization=" << quantization;
-    for (const double quantization : {1e-4, 1e-5, 1e-6, static_cast<double>(1e-6f)})
-        EXPECT_EQ(written(FLOAT32, quantization, 1.0625), "1.062500") << "quantization=" << quantization;
-    for (const double quantization : {0.0, 0.25, 1.5, 1e-7, 1e-60, -0.1})
-        EXPECT_EQ(written(FLOAT32, quantization, 1.0 / 3), "0.333333343") << "quantization=" << quantization;
+    const std::pair<int, const char*> doubles[] = {{1, "0.333"},
+                                                   {3, "0.333"},
+                                                   {4, "0.333333"},
+                                                   {12, "0.333333333333"},
+                                                   {13, "0.333333333333333315"},
+                                                   {-1, "0.333333333333333315"}};
+    for (const auto& [decimals, text] : doubles)
+        EXPECT_EQ(written(FLOAT64, 0, 1.0 / 3, decimals), text) << decimals;
+    EXPECT_EQ(written(FLOAT64, 0.01, 1.0 / 3, 9), "0.333");
+    EXPECT_EQ(written(FLOAT32, 0, 1.0 / 3, 6), "0.333333");
+    EXPECT_EQ(written(FLOAT32, 0, 1.0625, 7), "1.0625");
+
+    Metadata records;
+    const double values[] = {5, 6};
+    records.add("TextDecimals", "B", METADATA_FLOAT64_ARRAY, values, 2);
+    records.add("TextDecimals", "C", METADATA_BLOB, values, 1);
+    records.add("TextDecimals", nullptr, METADATA_FLOAT64_ARRAY, values, 1);
+    records.add("Other", "D", METADATA_FLOAT64_ARRAY, values, 1);
+    TextDecimals::add(records, "A", 5);
+    TextDecimals::add(records, "A", 7);
+    TextDecimals::add(records, "E", 0);
+    EXPECT_EQ(TextDecimals::read(records), (std::map<std::string, int>{{"A", 5}}));
+    TextDecimals::remove(records);
+    EXPECT_EQ(records.getNumRecords(), 1u);
 }
 
 TEST(TXTPointWriter, WritesTheSameTextForEveryBlockSizeAndInFewWrites)
@@ -203,57 +172,17 @@ TEST(TXTPointWriter, WritesTheSameTextForEveryBlockSizeAndInFewWrites)
         expected += whole + ".000 " + whole + ".250 " + whole + ".500 " + whole + ".000\n";
     }
     const auto source = MemoryPointSource::make(xyz, columns);
-    for (const std::size_t blockSize : {1u, 1000u, 100000u})
-        EXPECT_EQ(write(*source, "xyzx", xyz, Bounds::Huge(), blockSize), expected)
-            << "blockSize=" << blockSize;
+    // Slices have 2048 lines, and 8 of them are formatted at a time.
+    for (const std::size_t blockSize : {1u, 2047u, 2048u, 2049u, 16384u, 100000u})
+        EXPECT_EQ(write(*source, "xyzx", xyz, Bounds::Huge(), blockSize), expected) << blockSize;
 
     const Scoped<ByteStore> io = ByteStore::make();
     writerTo(io.get(), *source, "xyzx")->write(Bounds::Huge(), 1.0, xyz, nullptr);
     EXPECT_LT(io->writes(), static_cast<int>(expected.size() / 32768));
-}
 
-TEST(TXTPointWriter, WritesLinesLongerThanItsBuffer)
-{
-    // 6000 columns of 63 characters do not fit 256 KiB.
-    const auto source = MemoryPointSource::make(xyz, {{1e70, 1e70}, {0, 0}, {0, 0}});
-    const std::string format(6000, 'x');
-    const std::string text = write(*source, format.c_str(), xyz);
-    EXPECT_EQ(text.size(), 1 + 2 * 6000 + 1 + 2 * (6000 * 64));
-}
-
-TEST(TXTPointWriter, WritesOnlyAHeaderIfTheBoxHasNoPoints)
-{
-    const auto source = threePoints();
-    const Bounds elsewhere{{100, 101}, {100, 101}, {100, 101}};
-    EXPECT_EQ(write(*source, "xy", xyz, elsewhere), "# X Y\n");
-}
-
-TEST(TXTPointWriter, ReportsEachBlock)
-{
-    const auto source = threePoints();
-    const Scoped<ByteStore> io = ByteStore::make();
-    const auto writer = writerTo(io.get(), *source, "x");
-    writer->setChunckSize(2);
-    Recorder delegate;
-    writer->write(Bounds::Huge(), 1.0, xyz, &delegate);
-    EXPECT_EQ(delegate.messages, "writing text file;writing text file;writing text file;writing text file;");
-    EXPECT_DOUBLE_EQ(delegate.getProgress(),
-                     0.5); // the other half is that of the source, which reports nothing
-}
-
-TEST(TXTPointWriter, RemovesItsOutputWhenCancelled)
-{
-    const auto source = threePoints();
-    const Scoped<ByteStore> io = ByteStore::make();
-    const auto writer = writerTo(io.get(), *source, "x");
-    writer->setChunckSize(1);
-    Recorder delegate;
-    delegate.cancelAfter = 1;
-    EXPECT_EQ(errorOf(40006, [&] { writer->write(Bounds::Huge(), 1.0, xyz, &delegate); }),
-              "TXT Write operation cancelled.");
-    EXPECT_TRUE(io->unlinked());
-    EXPECT_EQ(io->openCount(), 0);
-    EXPECT_EQ(io->text(), "") << "the buffer is discarded";
+    // 6000 columns of 63 characters are more than a buffer of 256 KiB.
+    const auto wide = MemoryPointSource::make(xyz, {{1e70, 1e70}, {0, 0}, {0, 0}});
+    EXPECT_EQ(write(*wide, std::string(6000, 'x').c_str(), xyz).size(), 1 + 2 * 6000 + 1 + 2 * (6000 * 64));
 }
 
 TEST(TXTPointWriter, RemovesItsOutputWhenTheFileIsFull)
@@ -272,76 +201,31 @@ TEST(TXTPointWriter, RemovesItsOutputWhenTheFileIsFull)
     }
 }
 
-class TXTPointWriterFile : public testing::Test
+TEST(TXTPointWriter, WritesToSeveralOutputs)
 {
-protected:
-    TXTPointWriterFile()
-    {
-        const Scoped<FileIO::Imp> unique(FileIO::create());
-        unique->init(testing::TempDir().c_str());
-        m_path = std::string(unique->path()) + ".txt";
+    const Testing::TemporaryDirectory directory;
+    const std::string path = directory.file("a.txt", "precious");
+    const auto source = threePoints();
+    const Scoped<TXTPointWriter> writer(TXTPointWriter::create());
+    const auto write = [&](const PointInfo& layout) {
+        return Testing::failureOf([&] { writer->write(Bounds::Huge(), 1.0, layout, nullptr); });
+    };
+    const PointInfo untyped = layoutOf({x, y, z, channel("Intensity", INVALID)});
+    writer->init(source.get(), path.c_str(), untyped);
+    EXPECT_EQ(write(untyped), "40011 ");
+    EXPECT_EQ(Testing::readFile(path), "precious");
+    const Scoped<ByteStore> io = ByteStore::make();
+    for (const char* format : {"xi", "i"}) {
+        writer->init(source.get(), path.c_str(), format);
+        EXPECT_EQ(write(xyzi), "no error");
+        writer->init(source.get(), io.get(), format);
+        EXPECT_EQ(write(xyzi), "no error");
+        EXPECT_EQ(Testing::readFile(path), io->text());
+        io->truncate(0);
     }
-    ~TXTPointWriterFile() override { std::filesystem::remove(m_path); }
-
-    // Writes, releases the writer and returns the error's text.
-    std::string writeFile(PointSource& source, const PointInfo& layout)
-    {
-        const Scoped<TXTPointWriter> writer(TXTPointWriter::create());
-        writer->init(&source, m_path.c_str(), "xi");
-        try {
-            writer->write(Bounds::Huge(), 1.0, layout, nullptr);
-        } catch (const Error& error) {
-            return error.what();
-        }
-        return {};
-    }
-    std::string content() const
-    {
-        std::ostringstream text;
-        text << std::ifstream(m_path).rdbuf();
-        return text.str();
-    }
-
-    std::string m_path;
-};
-
-TEST_F(TXTPointWriterFile, ReplacesAnEarlierFile)
-{
-    std::ofstream(m_path) << std::string(10000, 'x');
-    const auto source = threePoints();
-    EXPECT_EQ(writeFile(*source, source->getPointInfo()), "");
-    EXPECT_EQ(content(), "# X Intensity\n1.000 7\n2.000 8\n3.000 9\n");
-}
-
-TEST_F(TXTPointWriterFile, LeavesNothingWhenTheSourceFails)
-{
-    const auto source = threePoints();
-    source->failAt(2);
-    EXPECT_EQ(writeFile(*source, source->getPointInfo()), "test");
-    EXPECT_FALSE(std::filesystem::exists(m_path));
-}
-
-TEST_F(TXTPointWriterFile, KeepsAnEarlierFileIfItFailsBeforeWriting)
-{
-    std::ofstream(m_path) << "precious";
-    const auto source = threePoints();
-    EXPECT_EQ(writeFile(*source, PointInfo()), "must have x, y, and z channels");
-    EXPECT_EQ(content(), "precious");
-
-    PointInfo layout = xyz;
-    layout.append(channel("Intensity", INVALID));
-    Scoped<TXTPointWriter> writer(TXTPointWriter::create());
-    writer->init(source.get(), m_path.c_str(), layout);
-    EXPECT_EQ(errorOf(40011, [&] { writer->write(Bounds::Huge(), 1.0, layout, nullptr); }), "");
-    writer.reset(); // files are removed with their last reference
-    EXPECT_EQ(content(), "precious");
-}
-
-TEST_F(TXTPointWriterFile, NamesThePathThatCannotBeOpened)
-{
-    m_path = "no/such/directory/out.txt";
-    const auto source = threePoints();
-    EXPECT_EQ(writeFile(*source, xyz), "No such file or directory path = no/such/directory/out.txt");
+    EXPECT_EQ(Testing::readFile(path), "# Intensity\n7\n8\n9\n");
+    writer->init(source.get(), "no/such/directory/out.txt", "x");
+    EXPECT_EQ(write(xyz), "2 No such file or directory path = no/such/directory/out.txt");
 }
 
 } // namespace

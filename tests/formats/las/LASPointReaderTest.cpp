@@ -1,10 +1,11 @@
 #include <vxunpack/LASPointReader.h>
 
+#include "las/laszip/LASzipCoding.h"
 #include "support/Errors.h"
 #include "support/LASClouds.h"
+#include "support/ProgressLog.h"
 #include "support/TemporaryDirectory.h"
 #include <vxunpack/LASPointWriter.h>
-#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
 #include <cstring>
@@ -148,7 +149,9 @@ TEST_F(LASReading, KeepsHeaderFieldsAndRecordsAsMetadata)
     file.day = 45;
     file.records = {
         {"LASF_Spec", 0, "lookup", {1, 2, 3}}, {"laszip encoded", 22204, "", {0}}, {"", 7, "", {}}};
-    file.extendedRecords = {{"far", 65535, "after the points", LASBytes(70000, 5)}};
+    constexpr std::size_t limit = 1 << 20; // bytes of a value in the metadata
+    file.extendedRecords = {{"far", 65535, "after the points", LASBytes(limit, 5)},
+                            {"far", 1, "", LASBytes(limit + 1)}};
     Metadata metadata;
     open(file.build())->loadMetadata(metadata, false);
     const auto text = [&](const char* key) {
@@ -160,15 +163,66 @@ TEST_F(LASReading, KeepsHeaderFieldsAndRecordsAsMetadata)
     EXPECT_EQ(text("FileSourceID"), "77");
     EXPECT_EQ(text("ProjectID"), "{DEADBEEF-0000-0012-0000-000000000009}");
     EXPECT_EQ(text("FileCreationDate"), "2024-045");
-    EXPECT_TRUE(metadata.has("PointRecordsByReturnCount"));
-    EXPECT_TRUE(metadata.has("LAS_BoundingBox"));
+    const auto numbers = [&](const char* key) {
+        const auto index = static_cast<std::size_t>(metadata.getKeyIndex(key));
+        const auto* const values = static_cast<const double*>(metadata.getValue(index));
+        return std::vector<double>(values, values + metadata.getValueLength(index));
+    };
+    EXPECT_EQ(numbers("PointRecordsByReturnCount"),
+              std::vector<double>(file.byReturn.begin(), file.byReturn.end()));
+    EXPECT_EQ(numbers("LAS_BoundingBox"), (std::vector<double>{file.min[0], file.max[0], file.min[1],
+                                                               file.max[1], file.min[2], file.max[2]}));
     const int spare = metadata.getKeyIndex("LASF_Spec::0");
     ASSERT_GE(spare, 0);
     EXPECT_STREQ(metadata.getDescription(static_cast<std::size_t>(spare)), "lookup");
     EXPECT_EQ(metadata.getValueLength(static_cast<std::size_t>(spare)), 3u);
     EXPECT_TRUE(metadata.has("::7"));
     EXPECT_FALSE(metadata.has("laszip encoded::22204"));
-    EXPECT_EQ(metadata.getValueLength(static_cast<std::size_t>(metadata.getKeyIndex("far::65535"))), 70000u);
+    EXPECT_EQ(metadata.getValueLength(static_cast<std::size_t>(metadata.getKeyIndex("far::65535"))), limit);
+    EXPECT_STREQ(metadata.getDescription(static_cast<std::size_t>(metadata.getKeyIndex("far::65535"))),
+                 "after the points");
+    EXPECT_FALSE(metadata.has("far::1"));
+    metadata.remove();
+    file.versionMinor = 3;
+    file.extendedRecords.clear();
+    open(file.build())->loadMetadata(metadata, false);
+    EXPECT_EQ(numbers("PointRecordsByReturnCount"),
+              std::vector<double>(file.legacyByReturn.begin(), file.legacyByReturn.end()));
+}
+
+TEST_F(LASReading, TakesCountAndBoundsFromTheHeaderIfTheyAreValid)
+{
+    const struct
+    {
+        int minor;
+        std::uint32_t legacyCount;
+        std::uint64_t count;
+        std::int64_t expected;
+    } counts[] = {{4, 0, 10, 10}, {4, 9, 10, 10}, {4, 10, 0, 10},
+                  {4, 0, 0, 0},   {3, 9, 10, 9},  {2, 10, 0, 10}};
+    for (const auto& each : counts) {
+        LASFile file = randomLASFile(1, each.minor, 10, 1);
+        file.legacyCount = each.legacyCount;
+        file.count = each.count;
+        const auto reader = open(file.build());
+        EXPECT_EQ(reader->getNumPoints(), each.expected);
+        file.points.resize(static_cast<std::size_t>(each.expected));
+        EXPECT_TRUE(readLASPoints(*reader) == file.points);
+        Testing::ProgressLog log;
+        log.setTotal(reader->getTotalWork(Bounds::Huge(), 1));
+        readLASPoints(*reader, Bounds::Huge(), 1, 4, &log);
+        EXPECT_EQ(log.last(), each.expected == 0 ? 0 : 1);
+    }
+    LASFile empty = randomLASFile(1, 4, 0, 1); // ends where its points begin
+    EXPECT_EQ(open(empty.build())->getBounds(), Bounds::Huge()) << "minimum above maximum";
+    empty.extendedRecords = {{"user", 3, "", LASBytes(100)}};
+    EXPECT_EQ(failureOfReading(empty.build()), "no error");
+    LASFile single = randomLASFile(1, 4, 1, 1);
+    single.min[1] = single.max[1] + 1;
+    const Bounds bounds = open(single.build())->getBounds();
+    EXPECT_EQ(bounds.x, (Bounds::Range{single.min[0], single.min[0]}));
+    EXPECT_EQ(bounds.y, Bounds::Huge().y);
+    EXPECT_EQ(bounds.z, (Bounds::Range{single.min[2], single.min[2]}));
 }
 
 TEST_F(LASReading, FindsTheCoordinateSystemInEitherNotation)
@@ -190,6 +244,15 @@ TEST_F(LASReading, FindsTheCoordinateSystemInEitherNotation)
     file.globalEncoding = 16;
     EXPECT_STREQ(open(file.build())->getWKT(), "LOCAL_CS[\"a\"]");
 
+    EXPECT_FALSE(fromKeys->hasUnknownCoordinateSystem());
+    for (const std::size_t size : {1u << 20, (1u << 20) + 1}) {
+        LASFile other = file;
+        other.extendedRecords[0].value.assign(size, 'x');
+        const auto reader = open(other.build());
+        const char* const wkt = reader->getWKT();
+        EXPECT_EQ(std::string(wkt ? wkt : "")[0], size == 1u << 20 ? 'x' : 'P') << "or else the keys";
+    }
+
     Metadata all, sanitized;
     open(file.build())->loadMetadata(all, false);
     open(file.build())->loadMetadata(sanitized, true);
@@ -197,15 +260,21 @@ TEST_F(LASReading, FindsTheCoordinateSystemInEitherNotation)
     EXPECT_FALSE(sanitized.has("LASF_Projection::34735"));
     EXPECT_FALSE(sanitized.has("LASF_Projection::2112"));
 
-    // Keys that refer to missing values are ignored.
+    // Keys that refer to missing values are ignored. A directory of no keys is no coordinate system.
     file.globalEncoding = 0;
     for (const LASBytes& bad : {LASBytes{1}, LASBytes{1, 0, 1, 0, 0, 0, 255, 255},
                                 LASBytes{1, 0, 1, 0, 0, 0, 1, 0, 0, 4, 0xB0, 0x87, 255, 0, 255, 255},
                                 LASBytes{1, 0, 1, 0, 0, 0, 1, 0, 0, 4, 0xB1, 0x87, 255, 255, 0, 0}}) {
         file.records[0].value = bad;
         file.extendedRecords.clear();
-        EXPECT_EQ(open(file.build())->getWKT(), nullptr);
+        const auto reader = open(file.build());
+        EXPECT_EQ(reader->getWKT(), nullptr);
+        EXPECT_EQ(reader->hasUnknownCoordinateSystem(), bad.size() > 1) << "one byte is no number";
     }
+    file.records[0].value = {1, 0, 1, 0, 0, 0, 0, 0};
+    EXPECT_FALSE(open(file.build())->hasUnknownCoordinateSystem());
+    file.records.clear();
+    EXPECT_FALSE(open(file.build())->hasUnknownCoordinateSystem());
 }
 
 TEST_F(LASReading, RefusesWaveformsUnlessTheyAreSkipped)
@@ -238,6 +307,7 @@ TEST_F(LASReading, RefusesMalformedFiles)
     const LASBytes huge4(4, 0xFF);
     EXPECT_EQ(with(0, {'X'}), "bad LAS header: no \"LASF\" at the beginning");
     EXPECT_EQ(with(24, {2}), "bad LAS header: unknown version 2.4");
+    EXPECT_EQ(with(24, {0}), "bad LAS header: unknown version 0.4");
     EXPECT_EQ(with(25, {5}), "bad LAS header: unknown version 1.5");
     EXPECT_EQ(with(94, {0x76, 1}), "bad LAS header: the header size is too small for the version");
     EXPECT_EQ(with(96, {0, 1, 0, 0}), "bad LAS header: the points begin inside the header");
@@ -254,25 +324,24 @@ TEST_F(LASReading, RefusesMalformedFiles)
     EXPECT_EQ(with(147, {0, 0, 0, 0, 0, 0, 0xF0, 0xBF}), "bad LAS header: the z scale is -1");
     EXPECT_EQ(with(155, nan), "bad LAS header: the x offset is nan");
     EXPECT_EQ(with(375 + 20, {0xFF, 0xFF}), "VLR 1 of 2 is too long");
+    const std::size_t secondLength = 375 + 54 + 20 + 20;
+    for (const unsigned excess : {1u, 53u, 54u, 55u})
+        EXPECT_EQ(with(secondLength, {static_cast<std::uint8_t>(10 + excess)}), "VLR 2 of 2 is too long");
+    EXPECT_EQ(with(secondLength, {9}), "no error");
+    const std::size_t extendedLength = whole.size() - 100 - 40;
+    for (const unsigned excess : {1u, 59u, 60u, 61u})
+        EXPECT_EQ(with(extendedLength, {static_cast<std::uint8_t>(100 + excess)}), "EVLR 1 of 1 is too long");
+    EXPECT_EQ(with(235, {0x77, 1, 0, 0, 0, 0, 0, 0}), "the EVLRs are outside the file");
     EXPECT_EQ(with(235, huge), "the EVLRs are outside the file");
     EXPECT_EQ(with(243, huge4), "EVLR 2 of 4294967295 is cut off");
     EXPECT_EQ(with(247, huge), "bad LAS header: the number of points is too large");
+    EXPECT_EQ(with(247, {105}), "no error");
+    EXPECT_EQ(with(247, {106}), "the file ends after 105 of 106 points");
     EXPECT_EQ(with(247, {0, 0, 1, 0}), "the file ends after 105 of 65536 points");
 
     for (std::size_t length = 0; length < whole.size(); length += length < 600 ? 1 : 97) {
         const LASBytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
         EXPECT_NE(failureOfReading(cut), "no error") << length;
-    }
-}
-
-TEST_F(LASReading, ReadsCompressedFilesOfEveryWrittenFormat)
-{
-    for (const int format : {0, 1, 2, 3, 6, 7, 8}) {
-        const LASFile file = randomLASFile(format, 4, 60000, 9); // more than one of LASzip's chunks
-        const std::string laz = compress(file);
-        const auto reader = open({laz.begin(), laz.end()});
-        EXPECT_STREQ(reader->getFileFormatString(), "LAZ 1.4");
-        EXPECT_TRUE(readLASPoints(*reader) == file.points) << "format " << format;
     }
 }
 
@@ -294,9 +363,6 @@ TEST_F(LASReading, RefusesMalformedCompressedFiles)
                 bytes[record + at] = static_cast<std::uint8_t>(value);
                 failureOfReading(bytes);
             }
-        LASBytes otherCompressor = whole;
-        otherCompressor[record] = format == 7 ? 1 : 3;
-        EXPECT_EQ(failureOfReading(otherCompressor).rfind("bad LAZ compression record: unknown item", 0), 0u);
         // More chunks than bytes: LASzip would allocate memory for all of them.
         LASBytes manyChunks = whole;
         std::uint64_t table = 0;
@@ -306,6 +372,16 @@ TEST_F(LASReading, RefusesMalformedCompressedFiles)
         manyChunks[table] = 1;
         EXPECT_EQ(failureOfReading(manyChunks), "bad LAZ chunk table: unknown version");
         manyChunks[table] = 0;
+        // The position of the table can be after it, or wrong: here are zeros in the header.
+        const std::size_t begin = LASFile::parse(whole).pointDataOffset;
+        LASBytes last = whole;
+        std::fill_n(last.begin() + static_cast<std::ptrdiff_t>(begin), 8, std::uint8_t{0xFF});
+        last.insert(last.end(), whole.begin() + static_cast<std::ptrdiff_t>(begin),
+                    whole.begin() + static_cast<std::ptrdiff_t>(begin) + 8);
+        EXPECT_TRUE(readLASPoints(*open(last)) == readLASPoints(*open(whole)));
+        std::fill_n(last.begin() + static_cast<std::ptrdiff_t>(begin), 8, std::uint8_t{0});
+        last[begin] = 28;
+        EXPECT_EQ(failureOfReading(last), "bad LAZ chunk table: it is before the points");
         for (std::size_t length = table; length < whole.size(); ++length)
             failureOfReading({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)});
         // Some chunks too many: LASzip would read their sizes after the end of the file.
@@ -313,6 +389,49 @@ TEST_F(LASReading, RefusesMalformedCompressedFiles)
         std::fill_n(manyChunks.begin() + static_cast<std::ptrdiff_t>(table) + 5, 3, std::uint8_t{0});
         failureOfReading(manyChunks);
     }
+}
+
+TEST(LASzipCoding, AcceptsTheItemsOfThePointFormatOnly)
+{
+    using Words = std::vector<unsigned>; // of the items: type, size, version
+    const auto layersOf = [](int format, int userBytes, unsigned compressor, const Words& items,
+                             unsigned coder = 0, int cut = 0) -> std::string {
+        LASBytes value(34);
+        value[0] = static_cast<std::uint8_t>(compressor);
+        value[2] = static_cast<std::uint8_t>(coder);
+        value[32] = static_cast<std::uint8_t>(items.size() / 3);
+        for (const unsigned word : items)
+            value.insert(value.end(), {static_cast<std::uint8_t>(word), 0});
+        value.resize(value.size() - static_cast<std::size_t>(cut));
+        LASHeader header;
+        header.pointFormat.number = static_cast<std::uint8_t>(format);
+        header.recordLength =
+            static_cast<std::uint16_t>(LASFile::recordBytes(format) + static_cast<unsigned>(userBytes));
+        std::size_t layers = 0;
+        const std::string error =
+            Testing::failureOf([&] { layers = LASzipCoding::parse(value, header).numLayers; });
+        return error == "no error" ? std::to_string(layers) : error.substr(34);
+    };
+    EXPECT_EQ(layersOf(0, 0, 2, {6, 20, 2}), "0");
+    EXPECT_EQ(layersOf(3, 5, 2, {6, 20, 1, 7, 8, 2, 8, 6, 2, 0, 5, 2}), "0");
+    EXPECT_EQ(layersOf(6, 0, 3, {10, 30, 3}), "9");
+    EXPECT_EQ(layersOf(7, 0, 3, {10, 30, 4, 11, 6, 3}), "10");
+    EXPECT_EQ(layersOf(8, 4, 3, {10, 30, 3, 12, 8, 3, 14, 4, 3}), "15");
+    EXPECT_EQ(layersOf(10, 0, 3, {10, 30, 3, 12, 8, 3, 13, 29, 3}), "12");
+    EXPECT_EQ(layersOf(0, 0, 0, {6, 20, 2}), "unknown compressor 0");
+    EXPECT_EQ(layersOf(0, 0, 4, {6, 20, 2}), "unknown compressor 4");
+    EXPECT_EQ(layersOf(0, 0, 2, {6, 20, 2}, 1), "unknown coder 1");
+    EXPECT_EQ(layersOf(0, 0, 2, {}, 0, 1), "it is too short");
+    EXPECT_EQ(layersOf(0, 0, 2, {}), "the items are longer than the record");
+    EXPECT_EQ(layersOf(0, 0, 2, {6, 20, 2}, 0, 1), "the items are longer than the record");
+    for (const Words& item : {Words{6, 20, 0}, Words{6, 20, 3}, Words{6, 19, 2}, Words{10, 30, 3}})
+        EXPECT_EQ(layersOf(0, 0, 2, item).substr(0, 12), "unknown item") << item[0];
+    for (const Words& item : {Words{10, 30, 2}, Words{10, 30, 5}, Words{6, 20, 2}})
+        EXPECT_EQ(layersOf(6, 0, 3, item).substr(0, 12), "unknown item") << item[0];
+    const std::string other = "its points are of another ";
+    EXPECT_EQ(layersOf(1, 0, 2, {6, 20, 2, 6, 20, 2}), other + "format than the header's");
+    EXPECT_EQ(layersOf(8, 0, 3, {10, 30, 3, 11, 6, 3}), other + "format than the header's");
+    EXPECT_EQ(layersOf(0, 5, 2, {6, 20, 2, 0, 4, 2}), other + "size than the header's");
 }
 
 // LASzip allocates the declared sizes of layers, adds them up in 32 bits, and reads outside its tables when a
@@ -381,19 +500,33 @@ TEST_F(LASReading, RefusesCallsBeforeInit)
         EXPECT_EQ(Testing::failureOf(call).substr(0, 5), "40007") << &call - calls;
 }
 
-TEST_F(LASReading, StopsWhenCancelled)
+// LASzip would continue at the next chunk.
+TEST_F(LASReading, ReadsNoPointsAfterMalformedOnes)
 {
-    struct Cancelled : ProgressDelegate
-    {
-        void reportProgress(double, const char*) override {}
-        bool getCancelled() override { return true; }
-    } delegate;
-    const auto reader = open(randomLASFile(0, 2, 10, 1).build());
+    const std::string laz = compress(randomLASFile(3, 2, 300, 9));
+    LASBytes bytes(laz.begin(), laz.end());
+    const std::size_t code = LASFile::parse(bytes).pointDataOffset + 8u + LASFile::recordBytes(3);
+    std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(code), 4, std::uint8_t{0xFF});
+    const auto reader = open(bytes);
     const Scoped<PointIterator> iterator(
-        reader->createIterator(Bounds::Huge(), 1, reader->getPointInfo(), &delegate));
+        reader->createIterator(Bounds::Huge(), 1, reader->getPointInfo(), nullptr));
     PointData block;
     block.init(reader->getPointInfo(), 10);
-    EXPECT_EQ(Testing::failureOf([&] { iterator->getNextPoints(block); }), "40006 operation cancelled.");
+    EXPECT_EQ(Testing::failureOf([&] { iterator->getNextPoints(block); }),
+              "40602 bad LAZ chunk: invalid first bytes of its code");
+    EXPECT_EQ(Testing::failureOf([&] { iterator->getNextPoints(block); }),
+              "40602 the points after malformed ones cannot be read");
+}
+
+TEST_F(LASReading, StopsWhenCancelled)
+{
+    const auto reader = open(randomLASFile(0, 2, 40000, 1).build());
+    for (int query = 0; query < 3; ++query) { // of each slice of 16,384 points
+        Testing::ProgressLog log(query);
+        EXPECT_EQ(Testing::failureOf([&] { readLASPoints(*reader, Bounds::Huge(), 1, 1000, &log); }),
+                  "40006 operation cancelled.");
+        EXPECT_EQ(log.fractions.size(), static_cast<std::size_t>(query));
+    }
 }
 
 } // namespace

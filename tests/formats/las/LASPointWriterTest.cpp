@@ -4,15 +4,15 @@
 #include "support/LASClouds.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
+#include "support/SetOfSources.h"
 #include "support/TemporaryDirectory.h"
 #include <vxunpack/LASPointReader.h>
-#include <vxunpack/ProgressDelegate.h>
 
 #include <cmath>
 #include <ctime>
+#include <functional>
 #include <gtest/gtest.h>
 #include <limits>
-#include <optional>
 
 namespace Quillmoran {
 namespace {
@@ -53,6 +53,13 @@ protected:
     std::string path = directory / "out.las";
 };
 
+ChannelInfo withBits(const char* name, DataType type, int bits)
+{
+    ChannelInfo info;
+    info.init(name, type, bits, 0);
+    return info;
+}
+
 std::string padded(const std::string& text)
 {
     std::string whole = text;
@@ -66,11 +73,6 @@ TEST_F(LASWriting, ChoosesFormatAndVersionByTheChannels)
         const PointInfo layout = layoutXYZ(channels);
         return std::to_string(LASPointWriter::getRecordFormat(layout)) + '/' +
                std::to_string(LASPointWriter::getFileVersion(layout));
-    };
-    const auto withBits = [](const char* name, DataType type, int bits) {
-        ChannelInfo info;
-        info.init(name, type, bits, 0);
-        return info;
     };
     const ChannelInfo time = channel("GPSTime", FLOAT64), red = channel("Red", UINT16);
     EXPECT_EQ(chosen({channel("Intensity", UINT16)}), "0/11");
@@ -132,46 +134,78 @@ TEST_F(LASWriting, WritesTheHeaderByteForByte)
     EXPECT_EQ(extended.globalEncoding, 1);
 }
 
+// The same values of one channel in formats 0 and 6.
+template <class Field>
+struct FieldCase
+{
+    ChannelInfo channel;
+    Field LASFilePoint::*field;
+    std::vector<double> values;
+    std::vector<int> legacy, extended; // empty: the format has no such field
+};
+
+template <class Field>
+void checkFields(std::initializer_list<FieldCase<Field>> cases,
+                 const std::function<LASFile(MemoryPointSource&)>& write)
+{
+    for (const auto& each : cases)
+        for (const bool extended : {false, true}) {
+            const std::vector<int>& expected = extended ? each.extended : each.legacy;
+            if (expected.empty())
+                continue;
+            const std::size_t count = each.values.size();
+            MemoryPointSource::Columns columns(3, std::vector<double>(count));
+            columns.insert(columns.end(), {each.values, std::vector<double>(count)});
+            const ChannelInfo other = channel(extended ? "ClassFlags" : "SourceId", UINT8);
+            std::vector<int> stored;
+            for (const LASFilePoint& point :
+                 write(*MemoryPointSource::make(layoutXYZ({each.channel, other}), columns)).points)
+                stored.push_back(point.*each.field);
+            EXPECT_EQ(stored, expected) << each.channel.getName() << ' ' << extended;
+        }
+}
+
 TEST_F(LASWriting, StoresFieldsByTheirWidth)
 {
-    // The values of one channel in a file of five points.
-    const auto stored = [&](const ChannelInfo& info, std::vector<double> values, auto field, bool extended) {
-        const auto source = extended ? makeSource({info, channel("ClassFlags", UINT8)}, {values})
-                                     : makeSource({info}, {values});
-        std::vector<int> result;
-        for (const LASFilePoint& point : write(*source).points)
-            result.push_back(static_cast<int>(point.*field));
-        return result;
-    };
-    using V = std::vector<int>;
-    const std::vector<double> bytes = {0, 1, 7, 8, 255};
-    const ChannelInfo three = [] {
-        ChannelInfo info;
-        info.init("ReturnNum", UINT8, 3, 0);
-        return info;
-    }();
-    EXPECT_EQ(stored(three, bytes, &LASFilePoint::returnNum, false), (V{0, 1, 7, 7, 7}));
-    EXPECT_EQ(stored(three, {0, 9, 15, 16, 255}, &LASFilePoint::returnNum, true), (V{0, 9, 15, 0, 15}));
-    EXPECT_EQ(stored(channel("ScanDir", UINT8), bytes, &LASFilePoint::scanDir, false), (V{0, 1, 1, 0, 1}));
-    EXPECT_EQ(stored(channel("EdgeFlightLine", UINT8), bytes, &LASFilePoint::edge, true), (V{0, 1, 1, 0, 1}));
-    EXPECT_EQ(stored(channel("ClassId", UINT8), bytes, &LASFilePoint::classId, false), (V{0, 1, 7, 8, 255}));
-    EXPECT_EQ(stored(channel("ClassId", UINT8), bytes, &LASFilePoint::classId, true), (V{0, 1, 7, 8, 255}));
-    EXPECT_EQ(stored(channel("ScannerChannel", UINT8), bytes, &LASFilePoint::scannerChannel, true),
-              (V{0, 1, 3, 0, 3}));
-    EXPECT_EQ(stored(channel("ClassFlags", UINT8), bytes, &LASFilePoint::classFlags, false),
-              (V{0, 1, 7, 8, 15}));
-    // Other types are cast: low bits of integers, integral part of floating-point numbers.
-    EXPECT_EQ(stored(channel("Intensity", SINT32), {-1, 65536, 70000}, &LASFilePoint::intensity, false),
-              (V{65535, 0, 4464}));
-    EXPECT_EQ(stored(channel("Intensity", FLOAT64), {2.9, -2.9, 1e300, std::nan("")},
-                     &LASFilePoint::intensity, false),
-              (V{2, 65534, 0, 0}));
-    EXPECT_EQ(stored(channel("UserData", FLOAT32), {255.9, 256, 300.5}, &LASFilePoint::userData, false),
-              (V{255, 0, 44}));
-    EXPECT_EQ(stored(channel("ScanAngle", SINT8), {-128, 127, -1}, &LASFilePoint::scanAngle, false),
-              (V{-128, 127, -1}));
-    EXPECT_EQ(stored(channel("ScanAngle", SINT16), {-30000, 30000}, &LASFilePoint::scanAngle, true),
-              (V{-30000, 30000}));
+    const auto writeAll = [this](MemoryPointSource& source) { return write(source); };
+    const double nan = std::nan("");
+    using P = LASFilePoint;
+    const std::vector<double> few = {0, 7, 8, 9, 15, 16, 255};
+    checkFields<std::uint8_t>(
+        {{withBits("ReturnNum", UINT8, 3),
+          &P::returnNum,
+          few,
+          {0, 7, 7, 7, 7, 7, 7},
+          {0, 7, 8, 9, 15, 0, 15}},
+         {withBits("NumReturns", UINT8, 3),
+          &P::numReturns,
+          few,
+          {0, 7, 7, 7, 7, 7, 7},
+          {0, 7, 8, 9, 15, 0, 15}},
+         {channel("ScanDir", UINT8), &P::scanDir, {0, 1, 2, 255}, {0, 1, 0, 1}, {0, 1, 0, 1}},
+         {channel("EdgeFlightLine", UINT8), &P::edge, {0, 1, 2, 255}, {0, 1, 0, 1}, {0, 1, 0, 1}},
+         {channel("ClassId", UINT8), &P::classId, {0, 31, 32, 255}, {0, 31, 32, 255}, {0, 31, 32, 255}},
+         {channel("ScannerChannel", UINT8), &P::scannerChannel, {0, 3, 4, 255}, {}, {0, 3, 0, 3}},
+         {channel("ClassFlags", UINT8), &P::classFlags, {0, 15, 16, 255}, {0, 15, 0, 15}, {}},
+         // Other types are cast: low bits of integers, integral part of floating-point numbers.
+         {channel("UserData", FLOAT32), &P::userData, {255.9, 256, 300.5}, {255, 0, 44}, {255, 0, 44}}},
+        writeAll);
+    checkFields<std::uint16_t>(
+        {{channel("SourceId", UINT16), &P::sourceId, {1, 65535}, {}, {1, 65535}},
+         {channel("Intensity", SINT32),
+          &P::intensity,
+          {-1, 65536, 70000},
+          {65535, 0, 4464},
+          {65535, 0, 4464}},
+         {channel("Intensity", FLOAT64), &P::intensity, {2.9, -2.9, 1e300, nan}, {2, 65534, 0, 0}, {}},
+         {channel("Red", UINT16), &P::red, {258}, {258}, {258}},
+         {channel("Green", UINT16), &P::green, {258}, {258}, {258}},
+         {channel("Blue", UINT16), &P::blue, {258}, {258}, {258}}},
+        writeAll);
+    checkFields<std::int16_t>(
+        {{channel("ScanAngle", SINT8), &P::scanAngle, {-128, 127, -1}, {-128, 127, -1}, {-128, 127, -1}},
+         {withBits("ScanAngle", SINT16, 8), &P::scanAngle, {-30000, 129}, {-48, -127}, {-30000, 129}}},
+        writeAll);
 }
 
 TEST_F(LASWriting, RoundsCoordinatesAwayFromTheOffset)
@@ -188,24 +222,28 @@ TEST_F(LASWriting, RoundsCoordinatesAwayFromTheOffset)
         steps.push_back(point.x);
     EXPECT_EQ(steps, (std::vector<int>{0, 1, 1, -1, -1, -2, 0}));
     // The header's bounds are those of the steps.
-    EXPECT_EQ(file.min[0], 9.0);
-    EXPECT_EQ(file.max[0], 10.5);
+    EXPECT_EQ(file.min, (std::array<double, 3>{9, 9, 9}));
+    EXPECT_EQ(file.max, (std::array<double, 3>{10.5, 10.5, 10.5}));
 }
 
 TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
 {
     const double inf = std::numeric_limits<double>::infinity(), nan = std::nan("");
+    const auto tooLarge = [&](const std::string& y, const std::string& scale) {
+        return "40607 " + path + ": the Y coordinate " + y + " does not fit into 32 bits with the scale " +
+               scale + " and the offset 0; use a coarser scale (-sc) or a nearer offset (-ofs)";
+    };
     const struct
     {
         double y, scale, offset;
         std::string error;
     } cases[] = {
-        {3e6, 0.001, 0,
-         "40607 " + path +
-             ": the Y coordinate 3000000 does not fit into 32 bits with the scale 0.001 and the offset 0; "
-             "use a "
-             "coarser scale (-sc) or a nearer offset (-ofs)"},
+        {3e6, 0.001, 0, tooLarge("3000000", "0.001")},
         {3e6, 0.001, 2e6, "no error"},
+        {2147483647.25, 1, 0, "no error"},
+        {2147483647.5, 1, 0, tooLarge("2147483647.5", "1")},
+        {-2147483648.25, 1, 0, "no error"},
+        {-2147483648.5, 1, 0, tooLarge("-2147483648.5", "1")},
         {-inf, 0.001, 0, "40607 " + path + ": LAS cannot hold the Y coordinate -inf"},
         {1, 0, 0, "40007 the scale 0 of Y cannot be used"},
         {1, -1, 0, "40007 the scale -1 of Y cannot be used"},
@@ -216,7 +254,7 @@ TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
         {1, 1, inf, "40007 the offset inf of Y cannot be used"},
     };
     for (const auto& each : cases) {
-        const auto source = MemoryPointSource::make(layoutXYZ(), {{0, 1}, {2e6, each.y}, {0, 1}});
+        const auto source = MemoryPointSource::make(layoutXYZ(), {{0, 1}, {each.y, 2e6}, {0, 1}});
         const auto writer = makeWriter(*source);
         const double scale[] = {1, each.scale, 1}, offset[] = {0, each.offset, 0};
         writer->setQuantization(scale, offset);
@@ -319,7 +357,8 @@ TEST_F(LASWriting, CopiesProjectionRecords)
     EXPECT_EQ(projectionOf(translated).records, "2112 ");
     EXPECT_TRUE(projectionOf(translated).wktBit);
 
-    const std::string huge(65536, 'x'), largest(65534, 'x');
+    // A VLR has at most 65,535 bytes, with the NUL of a text.
+    const std::string huge(65535, 'x'), largest(65534, 'x');
     extended->metadata().add("LASF_Projection::2111", nullptr, METADATA_STRING, largest.c_str(), 0);
     extended->metadata().add("LASF_Projection::2112", nullptr, METADATA_STRING, huge.c_str(), 0);
     const LASFile wkt = write(*extended);
@@ -342,47 +381,142 @@ TEST_F(LASWriting, CopiesProjectionRecords)
 
 TEST_F(LASWriting, TranslatesTheCoordinateSystem)
 {
+    const std::string wgs84 =
+        "GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,298.257223563]],"
+        "PRIMEM[\"Greenwich\",0],UNIT[\"degree\",0.0174532925199433]";
+    const std::string grid =
+        "PROJCS[\"a grid\"," + wgs84 +
+        "],PROJECTION[\"Transverse_Mercator\"],PARAMETER[\"latitude_of_origin\",0],"
+        "PARAMETER[\"central_meridian\",-101],PARAMETER[\"scale_factor\",0.9995],"
+        "PARAMETER[\"false_easting\",1234],PARAMETER[\"false_northing\",0],UNIT[\"metre\",1]]";
+    const std::string largest(65534, 'x'), huge(65535, 'x');
+    const struct
+    {
+        std::string wkt;
+        int version;
+        const char* records;
+        bool wktBit, isLost;
+        const char* found = ""; // in the text of a reader
+    } cases[] = {{"", 11, "", false, false},
+                 {"no such thing", 11, "", false, true},
+                 {wgs84 + ",AUTHORITY[\"EPSG\",\"4326\"]]", 11, "34735 34736 34737 ", false, false,
+                  "GEOGCS[\"WGS 84\""},
+                 {grid, 13, "34735 34736 34737 ", false, false, "PROJCS[\"a grid\""},
+                 {grid, 10, "34735 34736 34737 ", false, false, "\"central_meridian\",-101]"},
+                 {grid, 10, "34735 34736 34737 ", false, false, "\"false_easting\",1234]"},
+                 {grid, 14, "2112 ", true, false, "PROJCS[\"a grid\""},
+                 {largest, 14, "2112 ", true, false, "xxxx"},
+                 {huge, 14, "", true, true},
+                 {"", 14, "", false, false}};
     const auto source = makeSource({});
-    source->setWKT("");
-    EXPECT_EQ(projectionOf(write(*source)).records, "");
-    source->setWKT("no such thing");
-    EXPECT_EQ(projectionOf(write(*source)).records, "");
-    source->setWKT("GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS "
-                   "84\",6378137,298.257223563]],PRIMEM[\"Greenwich\",0],"
-                   "UNIT[\"degree\",0.0174532925199433],AUTHORITY[\"EPSG\",\"4326\"]]");
-    const LASFile keys = write(*source);
-    EXPECT_EQ(projectionOf(keys).records.substr(0, 6), "34735 ");
-    EXPECT_FALSE(projectionOf(keys).wktBit);
-    const Scoped<LASPointReader> reader(LASPointReader::create());
-    reader->init(path.c_str(), false);
-    ASSERT_NE(reader->getWKT(), nullptr);
-    EXPECT_EQ(std::string(reader->getWKT()).rfind("GEOGCS[\"WGS 84\"", 0), 0u);
-    EXPECT_EQ(projectionOf(write(*source, 14)).records, "2112 ") << "LAS 1.4 has WKT";
+    const Scoped<LASPointWriter> writer(LASPointWriter::create());
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.wkt.substr(0, 20) + std::to_string(each.version));
+        source->setWKT(each.wkt.c_str());
+        writer->init(source.get(), path.c_str(), each.version);
+        writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
+        const Projection projection = projectionOf(LASFile::load(path));
+        EXPECT_EQ(projection.records, each.records);
+        EXPECT_EQ(projection.wktBit, each.wktBit);
+        EXPECT_EQ(writer->losesCoordinateSystem(), each.isLost);
+        const Scoped<LASPointReader> reader(LASPointReader::create());
+        reader->init(path.c_str(), false);
+        const std::string wkt = reader->getWKT() ? reader->getWKT() : "";
+        EXPECT_EQ(wkt.empty(), *each.found == '\0') << wkt;
+        EXPECT_NE(wkt.find(each.found), std::string::npos) << wkt;
+    }
 }
 
 TEST_F(LASWriting, CompressesTheSamePoints)
 {
-    const LASFile original = Testing::randomLASFile(7, 4, 50001, 5);
-    Testing::writeFile(path, original.build());
-    const Scoped<LASPointReader> reader(LASPointReader::create());
-    reader->init(path.c_str(), false);
-    for (const int version : {-1, 0, 12}) {
+    const struct
+    {
+        int format, version;
+        std::size_t count; // the first has more than one of LASzip's chunks
+    } cases[] = {{7, -1, 50001}, {0, 12, 3000}, {1, 12, 3000}, {2, 12, 3000}, {3, 12, 60000},
+                 {6, 14, 3000},  {7, 0, 3000},  {7, 12, 3000}, {8, 14, 50001}};
+    for (const auto& each : cases) {
+        const LASFile original = Testing::randomLASFile(each.format, 4, each.count, 5);
+        Testing::writeFile(path, original.build());
+        const Scoped<LASPointReader> reader(LASPointReader::create()), back(LASPointReader::create());
+        reader->init(path.c_str(), false);
         const Scoped<LASPointWriter> writer(LASPointWriter::create());
         const std::string compressed = directory / "out.laz";
-        writer->init(reader.get(), compressed.c_str(), version);
+        writer->init(reader.get(), compressed.c_str(), each.version);
         writer->setWriteLAZ(true);
         writer->write(Bounds::Huge(), 1, reader->getPointInfo(), nullptr);
         const LASFile header = LASFile::load(compressed);
         EXPECT_TRUE(header.compressed);
-        EXPECT_EQ(header.format, 7);
-        EXPECT_EQ(header.count, 50001u);
-        EXPECT_EQ(header.versionMajor * 10 + header.versionMinor, version < 0 ? 14 : version);
+        EXPECT_EQ(header.format, each.format);
+        EXPECT_EQ(header.count, each.count);
+        EXPECT_EQ(header.versionMajor * 10 + header.versionMinor, each.version < 0 ? 14 : each.version);
         ASSERT_EQ(header.records.size(), 1u);
         EXPECT_EQ(header.records[0].userID, "laszip encoded");
-        const Scoped<LASPointReader> back(LASPointReader::create());
         back->init(compressed.c_str(), false);
-        EXPECT_TRUE(Testing::readLASPoints(*back) == original.points) << version;
+        EXPECT_EQ(back->getFileFormatString(),
+                  "LAZ " + std::to_string(header.versionMajor) + '.' + std::to_string(header.versionMinor));
+        EXPECT_TRUE(Testing::readLASPoints(*back) == original.points) << each.format << ' ' << each.version;
+        // One field at a time: layered files skip the others.
+        for (std::size_t i = 3; each.format >= 6 && i < back->getNumChannels(); ++i) {
+            const PointInfo one = layoutXYZ({back->getChannel(i)});
+            EXPECT_TRUE(Testing::readRows(*back, one) == Testing::readRows(*reader, one))
+                << back->getChannel(i).getName();
+        }
     }
+}
+
+// LAS records hold one time. The channel that comes later is written.
+TEST_F(LASWriting, ReportsTimesThatItLoses)
+{
+    const std::vector<double> zeros(5), week = {1, 0, 3, 0, 5}, adjusted = {10, 20, 0, 0, 5};
+    const ChannelInfo weekTime = channel("GPSTime", FLOAT64),
+                      adjustedTime = channel("GPSTime_Adjusted", FLOAT64);
+    const struct
+    {
+        bool isWeekLast, prefersNonzero;
+        std::vector<double> times;
+        unsigned lost, fromOther;
+    } cases[] = {{false, false, adjusted, 2, 0},
+                 {false, true, {10, 20, 3, 0, 5}, 1, 1},
+                 {true, false, week, 2, 0},
+                 {true, true, {1, 20, 3, 0, 5}, 1, 1}};
+    for (const auto& each : cases) {
+        const auto source = each.isWeekLast ? MemoryPointSource::make(layoutXYZ({adjustedTime, weekTime}),
+                                                                      {zeros, zeros, zeros, adjusted, week})
+                                            : MemoryPointSource::make(layoutXYZ({weekTime, adjustedTime}),
+                                                                      {zeros, zeros, zeros, week, adjusted});
+        const auto writer = makeWriter(*source);
+        writer->setPrefersNonzeroTime(each.prefersNonzero);
+        writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
+        std::vector<double> times;
+        for (const LASFilePoint& point : LASFile::load(path).points)
+            times.push_back(point.gpsTime);
+        EXPECT_EQ(times, each.times);
+        ASSERT_TRUE(writer->getTimeConflict());
+        EXPECT_STREQ(writer->getTimeConflict()->written, each.isWeekLast ? "GPSTime" : "GPSTime_Adjusted");
+        EXPECT_STREQ(writer->getTimeConflict()->other, each.isWeekLast ? "GPSTime_Adjusted" : "GPSTime");
+        EXPECT_EQ(writer->getTimeConflict()->numLost, each.lost);
+        EXPECT_EQ(writer->getTimeConflict()->numFromOther, each.fromOther);
+        writer->write(Bounds::Huge(), 1, layoutXYZ({weekTime}), nullptr);
+        EXPECT_FALSE(writer->getTimeConflict());
+    }
+}
+
+TEST_F(LASWriting, ReportsScanAnglesInTheUnitOfOtherFormats)
+{
+    const auto source = makeSource({channel("ScanAngle", SINT8), channel("ClassFlags", UINT8)});
+    const auto writer = makeWriter(*source);
+    const auto isForeign = [&](const ChannelInfo& angle, bool extended) {
+        const auto other = makeSource({angle, channel(extended ? "ClassFlags" : "UserData", UINT8)});
+        writer->init(other.get(), path.c_str(), -1);
+        writer->write(Bounds::Huge(), 1, other->getPointInfo(), nullptr);
+        return writer->hasForeignScanAngles();
+    };
+    EXPECT_TRUE(isForeign(channel("ScanAngle", SINT8), true));
+    EXPECT_FALSE(isForeign(channel("ScanAngle", SINT8), false));
+    EXPECT_TRUE(isForeign(channel("ScanAngle", FLOAT32), true));
+    EXPECT_FALSE(isForeign(channel("ScanAngle", SINT16), true));
+    EXPECT_TRUE(isForeign(withBits("ScanAngle", SINT16, 8), false));
 }
 
 TEST_F(LASWriting, WritesAFileWithoutPoints)
@@ -396,53 +530,6 @@ TEST_F(LASWriting, WritesAFileWithoutPoints)
     EXPECT_EQ(empty.count, 0u);
     EXPECT_EQ(empty.min, empty.offset);
     EXPECT_EQ(empty.max, empty.offset);
-}
-
-TEST_F(LASWriting, KeepsTheExistingFileWhenItFails)
-{
-    const auto source = makeSource({}, {});
-    Testing::writeFile(path, std::string("precious"));
-    const Scoped<LASPointWriter> nowhere(LASPointWriter::create());
-    const std::string unreachable = directory / "none/out.las";
-    nowhere->init(source.get(), unreachable.c_str(), -1);
-    EXPECT_EQ(Testing::failureOf([&] { nowhere->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
-              "40610 Unable to create output " + unreachable +
-                  ". No such file or directory path = " + unreachable);
-
-    struct Cancelling : ProgressDelegate
-    {
-        void reportProgress(double, const char* message) override
-        {
-            isWriting |= std::string(message) == "writing LAS file";
-        }
-        bool getCancelled() override { return isWriting; }
-        bool isWriting = false;
-    } cancelling;
-    for (const bool laz : {false, true}) {
-        const auto writer = makeWriter(*source);
-        writer->setWriteLAZ(laz);
-        cancelling.isWriting = false;
-        EXPECT_EQ(Testing::failureOf(
-                      [&] { writer->write(Bounds::Huge(), 1, source->getPointInfo(), &cancelling); }),
-                  "40006 LAS Write operation cancelled.");
-        EXPECT_EQ(Testing::readFile(path), "precious");
-
-        const Scoped<LASPointWriter> full(LASPointWriter::create());
-        full->init(source.get(), "/dev/full", -1);
-        full->setWriteLAZ(laz);
-        EXPECT_EQ(
-            Testing::failureOf([&] { full->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
-            "40610 Unable to create output /dev/full. No space left on device path = /dev/full");
-    }
-
-    source->failAt(1);
-    const auto failing = makeWriter(*source);
-    failing->setChunckSize(1);
-    EXPECT_EQ(Testing::failureOf([&] { failing->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
-              "40000 test");
-    EXPECT_EQ(Testing::readFile(path), "precious");
-    std::filesystem::remove(path);
-    EXPECT_TRUE(directory.isEmpty());
 }
 
 } // namespace

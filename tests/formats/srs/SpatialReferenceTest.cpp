@@ -133,6 +133,25 @@ TEST(SpatialReferenceTest, RefusesControlCharactersInWKT)
     EXPECT_TRUE(isValid(utm(32, "an \xc3\xa4")));
     EXPECT_FALSE(isValid(utm(32, "\x1b[31m")));
     EXPECT_FALSE(isValid(utm(32, "a\nline"))) << "a name of two lines";
+    EXPECT_FALSE(isValid(utm(32, "\x7f")));
+    EXPECT_TRUE(isValid("\n" + utm(32)));
+    EXPECT_FALSE(isValid("\x01" + utm(32)));
+}
+
+// Each translation follows one of other keys, which is kept.
+TEST(SpatialReferenceTest, RestoresGridsFromKeys)
+{
+    for (const std::string& grid : {utm(32), utm(13, "another grid"), wgs84, utm(32)}) {
+        const auto keys = toGeoTIFF(grid.c_str());
+        ASSERT_TRUE(keys) << grid;
+        EXPECT_TRUE(isSame(toWKT(*keys).value_or("").c_str(), grid.c_str())) << toWKT(*keys).value_or("none");
+    }
+    // One key is not valid: another version, a model of two values.
+    using Directory = std::vector<std::uint16_t>;
+    EXPECT_NE(toWKT({{1, 1, 0, 2, 1024, 0, 1, 1, 3072, 0, 1, 32613}, {}, ""}), std::nullopt);
+    for (const Directory& directory : {Directory{2, 1, 0, 2, 1024, 0, 1, 1, 3072, 0, 1, 32613},
+                                       Directory{1, 1, 0, 1, 3072, 0, 2, 32613}, Directory{1, 1, 0}})
+        EXPECT_EQ(toWKT({directory, {}, ""}), std::nullopt) << directory[0];
 }
 
 TEST(SpatialReferenceTest, ComparesSystemsAndNotTheirTexts)

@@ -6,9 +6,10 @@
 #include "support/Layouts.h"
 #include "support/RandomCloud.h"
 #include "support/ReadPoints.h"
-#include "support/TemporaryDirectory.h"
 #include <vxunpack/ProgressDelegate.h>
 
+#include <cmath>
+#include <functional>
 #include <gtest/gtest.h>
 #include <tbb/global_control.h>
 #include <tbb/task_arena.h>
@@ -22,9 +23,16 @@ using Testing::failureOf;
 using Testing::makeRandomCloud;
 using Testing::MemoryPointSource;
 using Testing::openFile;
-using Testing::Points;
 using Testing::Random;
 using Testing::readAll;
+
+// Changes the source after its first block.
+struct Meddler final : ProgressDelegate
+{
+    std::function<void()> act;
+    void reportProgress(double, const char*) override { act(); }
+    bool getCancelled() override { return false; }
+};
 
 struct Query
 {
@@ -66,97 +74,90 @@ EncodeOptions randomOptions(Random& random)
     return options;
 }
 
-std::size_t randomCount(Random& random, std::uint64_t seed)
-{
-    return seed < 40 ? seed : random.below(seed % 4 == 0 ? 5000 : 700);
-}
-
-void expectSameLayout(const PointInfo& a, const PointInfo& b)
-{
-    ASSERT_EQ(a.getNumChannels(), b.getNumChannels());
-    for (std::size_t i = 0; i < a.getNumChannels(); ++i) {
-        EXPECT_STREQ(a.getChannel(i).getName(), b.getChannel(i).getName());
-        EXPECT_EQ(a.getChannel(i).getDataType(), b.getChannel(i).getDataType());
-    }
-}
-
 TEST(VX7PointWriter, RestoresAnyPointsWithAnyOptions)
 {
     for (std::uint64_t seed = 0; seed < 240; ++seed) {
         SCOPED_TRACE("seed=" + std::to_string(seed));
         Random random(seed);
-        const auto source = makeRandomCloud(random, randomCount(random, seed), 6);
+        const std::size_t count = seed < 40 ? seed : random.below(seed % 4 == 0 ? 5000 : 700);
+        const auto source = makeRandomCloud(random, count, 6);
         const EncodeOptions options = seed % 3 == 0 ? EncodeOptions() : randomOptions(random);
         const auto reader = openFile(packWith(*source, options));
-        expectSameLayout(source->getPointInfo(), reader->getPointInfo());
+        const PointInfo expected = source->getPointInfo(), layout = reader->getPointInfo();
+        ASSERT_EQ(layout.getNumChannels(), expected.getNumChannels());
+        for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
+            EXPECT_STREQ(layout.getChannel(i).getName(), expected.getChannel(i).getName());
+            EXPECT_EQ(layout.getChannel(i).getDataType(), expected.getChannel(i).getDataType());
+        }
         ASSERT_EQ(reader->getNumPoints(), source->getNumPoints());
         ASSERT_TRUE(readAll(*source) == readAll(*reader));
     }
 }
 
-TEST(VX7PointWriter, ReturnsAllPointsOfABox)
-{
-    for (std::uint64_t seed = 0; seed < 60; ++seed) {
-        SCOPED_TRACE("seed=" + std::to_string(seed));
-        Random random(seed);
-        const std::size_t count = 1 + random.below(3000);
-        const auto source = makeRandomCloud(random, count, 0);
-        EncodeOptions options;
-        options.pointsPerEntry = static_cast<std::uint32_t>(random.between(1, 60));
-        options.all.subblockSize = 16; // so that ranges are not joined
-        options.versions.index = static_cast<std::uint8_t>(random.between(1, 2));
-        const auto reader = openFile(packWith(*source, options));
-        for (int i = 0; i < 10; ++i) {
-            // A box with points on its faces.
-            Bounds box;
-            for (int corner = 0; corner < 2; ++corner) {
-                const std::size_t p = random.below(count);
-                box.x.grow(static_cast<const double*>(source->column("X").getData())[p]);
-                box.y.grow(static_cast<const double*>(source->column("Y").getData())[p]);
-                box.z.grow(static_cast<const double*>(source->column("Z").getData())[p]);
-            }
-            // Both queries use the reader's layout, whose scale widens the box.
-            const PointInfo& layout = reader->getPointInfo();
-            PointData expected, got;
-            expected.init(layout, count);
-            got.init(layout, count);
-            const Scoped<PointIterator> all(source->createIterator(box, 1.0, layout, nullptr));
-            const Scoped<PointIterator> some(reader->createIterator(box, 1.0, layout, nullptr));
-            const std::size_t wanted = all->getNextPoints(expected);
-            ASSERT_EQ(some->getNextPoints(got), wanted);
-            for (std::size_t p = 0; p < wanted; ++p)
-                ASSERT_EQ(got.getX()[p], expected.getX()[p]);
-        }
-    }
-}
+constexpr double surveyScale[3] = {0.01, 0.01, 0.02};
+constexpr double surveyOffset[3] = {500000, 4100000, -50};
 
 Scoped<MemoryPointSource> makeSurvey(std::size_t count)
 {
     Random random(11);
-    MemoryPointSource::Columns columns(6, std::vector<double>(count));
-    for (std::size_t i = 0; i < count; ++i) {
-        const double t = static_cast<double>(i);
-        columns[0][i] =
-            static_cast<double>(50000000 + static_cast<std::int64_t>(i % 500) * 30 + random.between(-9, 9)) *
-            0.01;
-        columns[1][i] =
-            static_cast<double>(410000000 + static_cast<std::int64_t>(i / 500) * 40 + random.between(-9, 9)) *
-            0.01;
-        columns[2][i] =
-            static_cast<double>(static_cast<std::int64_t>(12000 + t / 50) + random.between(-5, 5)) * 0.01;
-        columns[3][i] = static_cast<double>(100 + random.below(60));
-        columns[4][i] = 2;
-        columns[5][i] = 245379.5 + t * 0.0000152587890625;
+    MemoryPointSource::Columns columns(6);
+    for (std::int64_t i = 0; i < static_cast<std::int64_t>(count); ++i) {
+        const std::int64_t steps[3] = {i % 500 * 30 + random.between(-9, 9),
+                                       i / 500 * 40 + random.between(-9, 9), i / 50 + random.between(-5, 5)};
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            columns[axis].push_back(static_cast<double>(steps[axis]) * surveyScale[axis] +
+                                    surveyOffset[axis]);
+        columns[3].push_back(static_cast<double>(100 + random.below(60)));
+        columns[4].push_back(2);
+        columns[5].push_back(245379.5 + static_cast<double>(i) * 0x1p-16);
     }
     auto source = MemoryPointSource::make(
-        Testing::layoutOf({Testing::channel("X", FLOAT64, 0.01), Testing::channel("Y", FLOAT64, 0.01),
-                           Testing::channel("Z", FLOAT64, 0.01), Testing::channel("Intensity", UINT16),
-                           Testing::channel("ClassId", UINT8), Testing::channel("GPSTime", FLOAT64)}),
+        Testing::layoutXYZ({Testing::channel("Intensity", UINT16), Testing::channel("ClassId", UINT8),
+                            Testing::channel("GPSTime", FLOAT64)}),
         columns);
-    const double scale[3] = {0.01, 0.01, 0.01};
-    const double offset[3] = {0, 0, 0};
-    source->setQuantization(scale, offset);
+    source->setQuantization(surveyScale, surveyOffset);
     return source;
+}
+
+const double* samplesOf(MemoryPointSource& source, const char* channel)
+{
+    return static_cast<const double*>(source.column(channel).getData());
+}
+
+TEST(VX7PointWriter, WritesAnIndexOfAllPointsOfABox)
+{
+    const auto source = makeSurvey(3000);
+    const double* const axes[3] = {samplesOf(*source, "X"), samplesOf(*source, "Y"), samplesOf(*source, "Z")};
+    const double half[3] = {0.005, 0.005, 0.01}; // of the scale
+    for (const std::uint8_t version : {std::uint8_t{1}, std::uint8_t{2}}) {
+        EncodeOptions options;
+        options.pointsPerEntry = 23;
+        options.all.subblockSize = 16; // so that ranges are not joined
+        options.versions.index = version;
+        const auto reader = openFile(packWith(*source, options));
+        Random random(version);
+        for (int query = 0; query < 100; ++query) {
+            Bounds box = Bounds::Huge();
+            Bounds::Range* const ranges[3] = {&box.x, &box.y, &box.z};
+            for (int axis = 0; axis < 3; ++axis) {
+                // The faces of the box are on points and between them.
+                const double a = axes[axis][random.below(3000)];
+                const double b = axes[axis][random.below(3000)] + (random.chance(0.5) ? half[axis] : 0);
+                if (random.chance(0.7))
+                    *ranges[axis] = {std::min(a, b), std::max(a, b)};
+            }
+            std::vector<double> expected; // queries widen the box
+            for (std::size_t i = 0; i < 3000; ++i) {
+                bool inside = true;
+                for (int axis = 0; axis < 3; ++axis)
+                    inside &= axes[axis][i] >= ranges[axis]->min - half[axis] &&
+                              axes[axis][i] <= ranges[axis]->max + half[axis];
+                if (inside)
+                    expected.push_back(samplesOf(*source, "GPSTime")[i]);
+            }
+            ASSERT_EQ(readAll(*reader, box).values<double>(5), expected) << int{version} << " " << query;
+        }
+    }
 }
 
 TEST(VX7PointWriter, IndexesExtremeCoordinates)
@@ -211,44 +212,30 @@ TEST(VX7PointWriter, WritesTheSameBytesOnAnyNumberOfThreads)
 TEST(VX7PointWriter, KeepsTheDescriptionOfTheSource)
 {
     const auto source = makeSurvey(3000);
+    const char* const names[] = {"a", nullptr, ""};
     source->setWKT("LOCAL_CS[\"here\"]");
+    source->setClassIdNames(names, 3);
     source->metadata().add("Key", "of a record", METADATA_STRING, "value", 0);
-    const auto reader = openFile(packWith(*source));
-    EXPECT_STREQ(reader->getWKT(), source->getWKT());
-    ASSERT_NE(reader->getScale(), nullptr);
-    EXPECT_EQ(reader->getScale()[1], 0.01);
-    EXPECT_EQ(reader->getOffset()[1], 0.0);
-    EXPECT_TRUE(reader->getBounds() == source->getBounds());
-    Metadata records;
-    reader->loadMetadata(records, false);
-    EXPECT_TRUE(records.has("Key"));
-    ASSERT_TRUE(records.has("PreCompressionPointCount"));
-    EXPECT_STREQ(static_cast<const char*>(records.getValue(
-                     static_cast<std::size_t>(records.getKeyIndex("PreCompressionPointCount")))),
-                 "3000");
-
     // A part of the points records the number of all points.
-    const auto half = openFile(packWith(*source, {}, {Bounds::Huge(), 0.5}));
-    EXPECT_EQ(half->getNumPoints(), 1500);
-    Metadata halfRecords;
-    half->loadMetadata(halfRecords, false);
-    EXPECT_STREQ(static_cast<const char*>(halfRecords.getValue(
-                     static_cast<std::size_t>(halfRecords.getKeyIndex("PreCompressionPointCount")))),
-                 "3000");
-}
-
-TEST(VX7PointWriter, KeepsMeasuredPointsAtCoarseLevels)
-{
-    const auto source = makeSurvey(5000);
-    EncodeOptions options;
-    options.numLevels = 4;
-    const auto reader = openFile(packWith(*source, options));
-    const Points all = readAll(*source);
-    const Points coarse = readAll(*reader, Bounds::Huge(), 0.125);
-    const std::vector<double> x = all.values<double>(0), coarseX = coarse.values<double>(0);
-    ASSERT_EQ(coarseX.size(), 625u);
-    for (std::size_t i = 0; i < coarseX.size(); ++i)
-        ASSERT_EQ(coarseX[i], x[8 * i]);
+    for (const double fraction : {1.0, 0.5}) {
+        const auto reader = openFile(packWith(*source, {}, {Bounds::Huge(), fraction}));
+        EXPECT_EQ(reader->getNumPoints(), 3000 * fraction);
+        EXPECT_STREQ(reader->getWKT(), source->getWKT());
+        ASSERT_EQ(reader->getNumClassIdNames(), 3u);
+        EXPECT_EQ(reader->getClassIdNames()[1], nullptr);
+        EXPECT_STREQ(reader->getClassIdNames()[2], "");
+        for (int axis = 0; axis < 3; ++axis) {
+            EXPECT_EQ(reader->getScale()[axis], surveyScale[axis]);
+            EXPECT_EQ(reader->getOffset()[axis], surveyOffset[axis]);
+        }
+        EXPECT_TRUE(fraction < 1 || reader->getBounds() == source->getBounds());
+        Metadata records;
+        reader->loadMetadata(records, false);
+        EXPECT_TRUE(records.has("Key"));
+        const int key = records.getKeyIndex("PreCompressionPointCount");
+        ASSERT_GE(key, 0);
+        EXPECT_STREQ(static_cast<const char*>(records.getValue(static_cast<std::size_t>(key))), "3000");
+    }
 }
 
 TEST(VX7PointWriter, ChoosesTheCodingByTheSamples)
@@ -268,26 +255,37 @@ TEST(VX7PointWriter, ChoosesTheCodingByTheSamples)
         EXPECT_FALSE(TransformUtils::hasUpdate(channel.transform)) << channel.name;
 }
 
+// Writes a file with this transform for a channel, and compares what is read. Returns the failure.
+std::string packAs(PointSource& source, const char* channel, int code, const EncodeOptions& others = {})
+{
+    return failureOf([&] {
+        EncodeOptions options = others;
+        options.byChannel[channel].transform = static_cast<TransformType>(code);
+        const auto reader = openFile(packWith(source, options));
+        EXPECT_TRUE(readAll(*reader) == readAll(source)) << channel << " " << code;
+        const auto& records = reader->getDecoderInfo().getChannels();
+        const auto& record = records[*reader->getDecoderInfo().getChannel(channel)];
+        EXPECT_EQ(record.getTransformType(), code);
+    });
+}
+
+Scoped<MemoryPointSource> makeColumn(DataType type, const std::vector<double>& samples)
+{
+    const std::vector<double> zeros(samples.size());
+    return MemoryPointSource::make(Testing::layoutXYZ({Testing::channel("T", type)}),
+                                   {zeros, zeros, zeros, samples});
+}
+
 TEST(VX7PointWriter, UsesGivenTransformsOrRefusesThem)
 {
-    const auto source = makeSurvey(2000);
-    const auto packed = [&](const char* channel, int code) {
-        return failureOf([&] {
-            EncodeOptions options;
-            options.byChannel[channel].transform = static_cast<TransformType>(code);
-            const auto reader = openFile(packWith(*source, options));
-            EXPECT_TRUE(readAll(*reader) == readAll(*source));
-            const auto& records = reader->getDecoderInfo().getChannels();
-            const auto& record = records[*reader->getDecoderInfo().getChannel(channel)];
-            EXPECT_EQ(record.getTransformType(), code);
-        });
-    };
+    const auto survey = makeSurvey(2000);
+    const auto packed = [&](const char* channel, int code) { return packAs(*survey, channel, code); };
     for (const int code : {1, 3, 10, 11, 13, 81, 83, 90, 91, 93})
         EXPECT_EQ(packed("Intensity", code), "no error") << code;
     for (const int code : {61, 70, 71, 73, 1, 13})
         EXPECT_EQ(packed("GPSTime", code), "no error") << code;
     EXPECT_EQ(packed("Intensity", 70), "40007 transform 70 does not suit channel 'Intensity'");
-    EXPECT_EQ(packed("X", 91), "40007 transform 91 does not suit channel 'X'");
+    EXPECT_EQ(packed("GPSTime", 91), "40007 transform 91 does not suit channel 'GPSTime'");
     EXPECT_EQ(packed("X", 71), "40007 transform 71 does not suit channel 'X'"); // hundredths would be rounded
     EXPECT_EQ(packed("X", 12), "-1 bad transform type");
     EXPECT_EQ(packed("Height", 10), "40007 there is no channel 'Height' to choose a coding for");
@@ -295,63 +293,107 @@ TEST(VX7PointWriter, UsesGivenTransformsOrRefusesThem)
     // A transform for all channels is used for those that support it.
     EncodeOptions options;
     options.all.transform = 70;
-    const auto reader = openFile(packWith(*source, options));
-    EXPECT_TRUE(readAll(*reader) == readAll(*source));
+    const auto reader = openFile(packWith(*survey, options));
+    EXPECT_TRUE(readAll(*reader) == readAll(*survey));
     const auto& records = reader->getDecoderInfo().getChannels();
     EXPECT_EQ(records[0].getTransformType(), 70);
     EXPECT_TRUE(TransformUtils::isInteger(records[3].getTransformType()));
 }
 
-class CancelAtBlock final : public ProgressDelegate
+// Floating-point lifting is refused unless it restores the samples, which packAs() compares.
+TEST(VX7PointWriter, LiftsOnlySamplesThatStayExact)
 {
-public:
-    explicit CancelAtBlock(int block) : m_left(block) {}
-    void reportProgress(double fraction, const char*) override { m_last = fraction; }
-    bool getCancelled() override { return m_left-- <= 0; }
-    double last() const { return m_last; }
-
-private:
-    int m_left;
-    double m_last = 0;
-};
-
-TEST(VX7PointWriter, LeavesNoPartialOutput)
-{
-    const Testing::TemporaryDirectory directory;
-    const auto source = makeSurvey(150000);
-    const std::string path = directory / "out.vxl";
-    const auto run = [&](ProgressDelegate* delegate) {
-        const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-        writer->init(source.get(), path.c_str());
-        writer->write(Bounds::Huge(), 1.0, source->getPointInfo(), delegate);
-    };
-    for (int block = 0; block < 6; ++block) {
-        CancelAtBlock delegate(block);
-        EXPECT_EQ(failureOf([&] { run(&delegate); }), "40006 VX7 Write operation cancelled.") << block;
-        EXPECT_TRUE(directory.isEmpty());
+    Random random(6);
+    EncodeOptions twoLevels;
+    twoLevels.numLevels = 2;
+    for (const DataType type : {FLOAT32, FLOAT64}) {
+        const int significand = type == FLOAT32 ? 24 : 53;
+        for (const int code : {61, 63, 71, 73}) {
+            int widest = 0;
+            for (int bits = 1; bits <= significand; ++bits) {
+                std::vector<double> samples(64, 0.25);
+                for (double& sample : samples)
+                    sample *= std::ldexp(1, random.chance(0.5) ? bits : 0) - 1;
+                if (packAs(*makeColumn(type, samples), "T", code, twoLevels) == "no error")
+                    widest = bits;
+            }
+            // A step adds 4 bits, or 7 if of order 3; with updates twice per level.
+            const int added = (code % 10 == 1 ? 4 : 7) * (code < 70 ? 4 : 1);
+            EXPECT_EQ(widest, std::max(significand - added, 0)) << code;
+        }
     }
-    CancelAtBlock patient(1000);
-    run(&patient);
-    EXPECT_NEAR(patient.last(), 2.5 / 4.5, 0.001); // the writer's part; this source reports no progress
-    const std::string complete = Testing::readFile(path);
-
-    // A call that fails before it writes does not change an older output.
-    source->failAt(100000);
-    EXPECT_EQ(failureOf([&] { run(nullptr); }), "40000 test");
-    EXPECT_EQ(Testing::readFile(path), complete);
+    std::vector<double> tenths, offGrid; // of a scale that is no power of two, and with an offset
+    for (const int steps : {0, -1, 9, -6, 2, 0, -3}) {
+        tenths.push_back(steps * 0.1);
+        offGrid.push_back(steps * 0.25 + 0.1);
+    }
+    for (const int code : {61, 71, 73})
+        for (const auto& samples : {tenths, offGrid})
+            EXPECT_EQ(packAs(*makeColumn(FLOAT64, samples), "T", code),
+                      "40007 transform " + std::to_string(code) + " does not suit channel 'T'");
 }
 
-TEST(VX7PointWriter, ReportsAFullOutput)
+// Predictions of the third order exceed the range of samples that alternate.
+TEST(VX7PointWriter, CodesExtremesOfEveryRange)
 {
-    const auto source = makeSurvey(20000);
-    const Scoped<ByteStore> store(ByteStore::create());
-    store->setCapacity(3000);
-    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-    writer->init(source.get(), store.get());
-    EXPECT_EQ(failureOf([&] { writer->write(Bounds::Huge(), 1.0, source->getPointInfo(), nullptr); }),
-              "40002 write error");
-    EXPECT_TRUE(store->unlinked());
-    EXPECT_EQ(store->openCount(), 0);
+    for (const double high : {26213.0, 26214.0, 32000.0, 32767.0, 32768.0}) {
+        Random random(3);
+        std::vector<double> samples(3000);
+        for (double& sample : samples)
+            sample = random.chance(0.5) ? high : 0;
+        for (const double shift : {0.0, -high}) {
+            for (double& sample : samples)
+                sample += shift;
+            const auto source = makeColumn(SINT32, samples);
+            EncodeOptions options;
+            EXPECT_TRUE(readAll(*openFile(packWith(*source, options))) == readAll(*source)) << high << shift;
+            options.all.smooth = true;
+            EXPECT_TRUE(readAll(*openFile(packWith(*source, options))) == readAll(*source)) << high << shift;
+            // The arithmetic coder holds 15 bits, and predictions may add a quarter.
+            EXPECT_EQ(packAs(*source, "T", 93) == "no error", high < 26214.4) << high << shift;
+        }
+    }
+}
+
+// The survey of the first pass must hold for the second one.
+TEST(VX7PointWriter, RefusesASourceThatChanges)
+{
+    struct Change
+    {
+        const char* channel;
+        double sample;
+    };
+    for (const Change& change : {Change{"X", 1e6}, Change{"Intensity", 4000.0}}) {
+        const auto source = makeSurvey(1000);
+        Meddler meddler;
+        meddler.act = [&] {
+            visitDataType(source->column(change.channel).getDataType(), [&](auto zero) {
+                auto* samples = static_cast<decltype(zero)*>(source->column(change.channel).getData());
+                samples[500] = static_cast<decltype(zero)>(change.sample);
+            });
+        };
+        EXPECT_EQ(failureOf([&] {
+                      packWith(*source, {}, {{{0, 9e5}, {0, 9e9}, {-9e9, 9e9}}}, &meddler);
+                  }),
+                  "40007 the source has changed while it was read")
+            << change.channel;
+    }
+}
+
+// As many levels as leave 512 points, and boxes of 64 points or, in larger files, at least 16 boxes.
+TEST(VX7PointWriter, ChoosesLevelsAndBoxesByTheNumberOfPoints)
+{
+    struct Case
+    {
+        std::size_t points;
+        std::uint32_t levels, pointsPerEntry;
+    };
+    for (const Case& c : {Case{1, 1, 64}, Case{1023, 1, 64}, Case{1024, 2, 64}, Case{2047, 2, 64},
+                          Case{2048, 3, 128}, Case{4096, 4, 256}}) {
+        const auto reader = openFile(packWith(*makeSurvey(c.points)));
+        EXPECT_EQ(reader->getDecoderInfo().getNumLevels(), c.levels) << c.points;
+        EXPECT_EQ(reader->getDecoderInfo().getPointsPerEntry(), c.pointsPerEntry) << c.points;
+    }
 }
 
 TEST(VX7PointWriter, RefusesNamesThatItCannotStore)
@@ -374,12 +416,28 @@ TEST(VX7PointWriter, RefusesOptionsOutOfRange)
         change(options);
         return failureOf([&] { Scoped<VX7PointWriter>(VX7PointWriter::create())->setOptions(options); });
     };
+    const ChannelChoice smallest{13, false, false, 16}, largest{93, false, false, 1048576};
+    EXPECT_EQ(failure([&](auto& o) { o = {{1, 1, 1, 1}, smallest, {}, 1, 1, 0}; }), "no error");
+    EXPECT_EQ(failure([&](auto& o) { o = {{4, 2, 2, 3}, largest, {}, 64, INT32_MAX, 64}; }), "no error");
     EXPECT_EQ(failure([](auto& o) { o.versions.file = 5; }), "40007 the file version must be 1 to 4");
+    EXPECT_EQ(failure([](auto& o) { o.versions.header = 3; }),
+              "40007 the version of the wavelet header must be 1 to 2");
+    EXPECT_EQ(failure([](auto& o) { o.versions.index = 0; }),
+              "40007 the version of the index must be 1 to 2");
     EXPECT_EQ(failure([](auto& o) { o.versions.band = 0; }),
               "40007 the version of the subbands must be 1 to 3");
-    EXPECT_EQ(failure([](auto& o) { o.all.subblockSize = 15; }),
-              "40007 the subblock size must be 16 to 1048576");
-    EXPECT_EQ(failure([](auto& o) { o.numLevels = 0; }), "40007 the number of levels must be 1 to 64");
+    for (const std::uint32_t size : {15u, 1048577u})
+        EXPECT_EQ(failure([&](auto& o) { o.all.subblockSize = size; }),
+                  "40007 the subblock size must be 16 to 1048576");
+    for (const std::uint32_t levels : {0u, 65u})
+        EXPECT_EQ(failure([&](auto& o) { o.numLevels = levels; }),
+                  "40007 the number of levels must be 1 to 64");
+    for (const std::uint32_t points : {0u, 1u << 31})
+        EXPECT_EQ(failure([&](auto& o) { o.pointsPerEntry = points; }),
+                  "40007 the number of points per index entry must be 1 to 2147483647");
+    for (const int planes : {-1, 65})
+        EXPECT_EQ(failure([&](auto& o) { o.rawPlanes = planes; }),
+                  "40007 the number of raw planes must be 0 to 64");
     EXPECT_EQ(failure([](auto& o) { o.byChannel["X"].transform = 99; }), "-1 bad transform type");
 }
 

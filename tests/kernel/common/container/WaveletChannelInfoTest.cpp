@@ -4,25 +4,19 @@
 #include "common/container/ChunkHeader.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
+#include "support/Errors.h"
+#include "support/SubblockEncoder.h"
 
+#include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
 
 namespace Quillmoran {
 namespace {
 
+using Testing::Bytes;
 using Testing::ByteStore;
-
-template <class Write>
-Scoped<ByteStore> written(Write write)
-{
-    Scoped<ByteStore> io(ByteStore::create());
-    StreamWriter writer;
-    writer.init(io.get(), true, 64);
-    write(writer);
-    writer.close(true);
-    return io;
-}
+using Testing::fromHex;
 
 // A record of an integer kernel with this range.
 WaveletChannelInfo recordOf(const char* name, DataType type, TransformType transform, std::int64_t low,
@@ -39,17 +33,32 @@ WaveletChannelInfo recordOf(const char* name, DataType type, TransformType trans
     return record;
 }
 
-WaveletChannelInfo reloaded(const WaveletChannelInfo& record, int* size = nullptr)
+Bytes save(const WaveletChannelInfo& record, bool extended = false)
 {
-    int saved = 0;
-    const auto io = written([&](StreamWriter& writer) { saved = record.save(writer, ErrorCode::General); });
-    EXPECT_EQ(io->size(), saved);
-    if (size)
-        *size = saved;
+    const Scoped<ByteStore> io(ByteStore::create());
+    StreamWriter writer;
+    writer.init(io.get(), true, 64);
+    const int size =
+        extended ? record.saveExtended(writer, ErrorCode::General) : record.save(writer, ErrorCode::General);
+    writer.close(true);
+    EXPECT_EQ(io->size(), size);
+    return io->bytes();
+}
+
+void load(WaveletChannelInfo& record, const Bytes& bytes, bool extended = false)
+{
+    const Scoped<ByteStore> io(ByteStore::create(bytes));
     StreamReader reader;
     reader.init(io.get(), true, 16);
+    const int size =
+        extended ? record.loadExtended(reader, ErrorCode::General) : record.load(reader, ErrorCode::General);
+    EXPECT_EQ(size, io->size());
+}
+
+WaveletChannelInfo reloaded(const WaveletChannelInfo& record)
+{
     WaveletChannelInfo loaded;
-    EXPECT_EQ(loaded.load(reader, ErrorCode::General), saved);
+    load(loaded, save(record));
     return loaded;
 }
 
@@ -89,86 +98,64 @@ TEST(WaveletChannelInfo, DerivesTheKernelFromRangeAndHeadroom)
     EXPECT_EQ(reloaded(empty).getKernelDataType(), SINT64);
 }
 
-TEST(WaveletChannelInfo, StoresOffsetAndScaleOnlyForQuantizedChannels)
+// Name, types, transform, subblock size, range, and the offset and scale of quantized channels only.
+TEST(WaveletChannelInfo, StoresItsFields)
 {
-    int size = 0;
-    const WaveletChannelInfo quantized = reloaded(recordOf("X", FLOAT64, 1, -5, 7, 0.25), &size);
-    EXPECT_EQ(size, 55);
-    EXPECT_EQ(quantized.getScale(), 0.25);
-    EXPECT_EQ(quantized.getOffset(), 10.5);
-    EXPECT_EQ(quantized.getMinimum().integer, -5);
-    EXPECT_EQ(quantized.getMaximum().integer, 7);
-    EXPECT_TRUE(quantized.isQuantized());
+    const WaveletChannelInfo quantized = recordOf("X", FLOAT64, 1, -5, 7, 0.25);
+    EXPECT_EQ(save(quantized), fromHex("5800000000000000000000000000000008030100000080"
+                                       "fffffffffffffffb000000000000000740250000000000003fd0000000000000"));
+    EXPECT_EQ(reloaded(quantized).getScale(), 0.25);
+    EXPECT_EQ(reloaded(quantized).getOffset(), 10.5);
+    EXPECT_EQ(reloaded(quantized).getMinimum().integer, -5);
+    EXPECT_EQ(reloaded(quantized).getMaximum().integer, 7);
+    EXPECT_TRUE(reloaded(quantized).isQuantized());
 
-    const WaveletChannelInfo plain = reloaded(recordOf("ClassId", UINT8, 10, 0, 31), &size);
-    EXPECT_EQ(size, 39);
-    EXPECT_EQ(plain.getScale(), 0);
-    EXPECT_FALSE(plain.isQuantized());
+    const WaveletChannelInfo plain = recordOf("SixteenCharacter", UINT8, 10, 0, 31);
+    EXPECT_EQ(save(plain), fromHex("5369787465656e43686172616374657201000a00000080"
+                                   "0000000000000000000000000000001f"));
+    EXPECT_STREQ(reloaded(plain).getName(), "SixteenCharacter");
+    EXPECT_EQ(reloaded(plain).getScale(), 0);
+    EXPECT_FALSE(reloaded(plain).isQuantized());
 
     WaveletChannelInfo deflated;
     deflated.init("T", FLOAT64, 64, 70, 32, 0, 0);
-    const WaveletChannelInfo real = reloaded(deflated, &size);
-    EXPECT_EQ(size, 39);
-    EXPECT_EQ(real.getKernelDataType(), FLOAT64);
-    EXPECT_EQ(real.getMinimum().real, std::numeric_limits<double>::infinity());
+    EXPECT_EQ(reloaded(deflated).getKernelDataType(), FLOAT64);
+    EXPECT_EQ(reloaded(deflated).getMinimum().real, std::numeric_limits<double>::infinity());
+    KernelSamples samples;
+    samples.reserve(FLOAT64, 3);
+    for (const double first : {1.5, -0.0}) { // the range grows, and ignores NaNs
+        const double values[] = {first, std::nan(""), -first - 1};
+        std::copy(std::begin(values), std::end(values), static_cast<double*>(samples.getData()));
+        deflated.updateMinMax(samples, 3);
+    }
+    deflated.updateMinMax(samples, 0);
+    EXPECT_EQ(reloaded(deflated).getMinimum().real, -2.5);
+    EXPECT_EQ(reloaded(deflated).getMaximum().real, 1.5);
 }
 
 TEST(WaveletChannelInfo, KeepsLongNamesInTheExtendedRecord)
 {
-    const char name[] = "AVeryLongChannelNameIndeed";
-    WaveletChannelInfo record = reloaded(recordOf(name, UINT16, 10, 0, 1));
+    const WaveletChannelInfo full = recordOf("AVeryLongChannelNameIndeed", UINT16, 10, 0, 1);
+    WaveletChannelInfo record = reloaded(full);
     EXPECT_STREQ(record.getName(), "AVeryLongChannel");
-    const WaveletChannelInfo full = recordOf(name, UINT16, 10, 0, 1);
-    const auto io =
-        written([&](StreamWriter& writer) { full.saveExtended(writer, static_cast<ErrorCode>(7)); });
-    StreamReader reader;
-    reader.init(io.get(), true, 16);
-    EXPECT_EQ(record.loadExtended(reader, static_cast<ErrorCode>(7)), 28);
-    EXPECT_STREQ(record.getName(), name);
+    load(record, save(full, true), true);
+    EXPECT_STREQ(record.getName(), "AVeryLongChannelNameIndeed");
+    load(record, {0, 4, 'a', 0, 'b', 'c'}, true); // a NUL ends the name
+    EXPECT_EQ(record.getName(), std::string("a"));
+    const std::string longest(65535, 'n');
+    EXPECT_EQ(save(recordOf(longest.c_str(), UINT8, 10, 0, 1), true).size(), 65537u);
+    const WaveletChannelInfo tooLong = recordOf((longest + "n").c_str(), UINT8, 10, 0, 1);
+    EXPECT_EQ(Testing::failureOf([&] { save(tooLong, true); }), "-1 bad write -- channel name length");
 }
 
-TEST(WaveletChannelInfo, ReportsEveryShortRecord)
+TEST(ChunkHeader, LocatesTheWholeChunk)
 {
-    const auto io = written(
-        [&](StreamWriter& writer) { recordOf("X", FLOAT64, 1, 0, 1, 0.1).save(writer, ErrorCode::General); });
-    for (std::size_t length = 0; length < 55; ++length) {
-        const Scoped<ByteStore> cut(
-            ByteStore::create({io->bytes().begin(), io->bytes().begin() + static_cast<int>(length)}));
-        StreamReader reader;
-        reader.init(cut.get(), true, 8);
-        WaveletChannelInfo record;
-        try {
-            record.load(reader, static_cast<ErrorCode>(4711));
-            FAIL() << "length=" << length;
-        } catch (const Error& error) {
-            EXPECT_EQ(error.error(), 4711);
-            EXPECT_STREQ(error.what(), "bad read -- channel info");
-        }
-    }
-}
-
-TEST(ChunkHeader, WritesItsLengthAfterThePayload)
-{
+    const Scoped<ByteStore> io(ByteStore::create());
     ChunkHeader header;
-    const auto io = written([&](StreamWriter& writer) {
-        writer.put_str("before");
-        header.id = CHUNK_WKT;
-        EXPECT_EQ(header.write(writer, false), 12);
-        writer.put_str("payload");
-        header.write(writer, true);
-        writer.put_str("after ");
-    });
-    StreamReader reader;
-    reader.init(io.get(), true, 8);
-    reader.seek(6, Stream::SEEK_FROM_START);
-    ChunkHeader read;
-    read.read(reader);
-    EXPECT_EQ(read.id, CHUNK_WKT);
-    EXPECT_EQ(read.length, 7);
-    EXPECT_EQ(read.offset, 6);
-    EXPECT_EQ(io->size(), 6 + 12 + 7 + 6);
+    header.offset = 6;
+    header.length = 7;
     IO::Location whole;
-    read.save(io.get(), whole);
+    header.save(io.get(), whole);
     EXPECT_EQ(whole.offset(), 6);
     EXPECT_EQ(whole.length(), 19);
 }

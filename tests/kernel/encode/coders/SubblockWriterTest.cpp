@@ -4,6 +4,7 @@
 #include "support/Errors.h"
 #include "support/Kernels.h"
 #include "support/Random.h"
+#include "support/SubblockEncoder.h"
 
 #include <gtest/gtest.h>
 #include <limits>
@@ -97,6 +98,22 @@ TEST(SubblockWriter, StoresNoisyPlanesRawAndOthersCoded)
     for (std::int32_t& sample : noise)
         sample *= 16;
     EXPECT_EQ(planesOf(noise).bottom, 4); // planes without a one-bit need no space
+}
+
+TEST(SubbandWriter, CountsUpTo2048ZeroSubblocksPerHeader)
+{
+    std::vector<std::int32_t> samples(5003 * 16 + 7); // the last subblock is short
+    samples[5000 * 16] = 1;
+    Testing::BandOptions options;
+    options.subblockSize = 16;
+    const Bytes wide = Testing::encodeBand(samples, options, false).headers;
+    EXPECT_EQ(wide.size(), 4 * 2 + 2 + 4u); // zero runs, header and length of the payload
+    EXPECT_EQ(Bytes(wide.begin(), wide.begin() + 6), (Bytes{0x07, 0xFF, 0x07, 0xFF, 0x03, 0x87}));
+    EXPECT_EQ(Bytes(wide.end() - 2, wide.end()), (Bytes{0, 2}));
+    options.transform = 90;
+    const Bytes coded = Testing::encodeBand(samples, options, false).headers;
+    EXPECT_EQ(coded.size(), 4 * 4 + 4u);
+    EXPECT_EQ(Bytes(coded.begin(), coded.begin() + 8), (Bytes{0, 0, 0x07, 0xFF, 0, 0, 0x07, 0xFF}));
 }
 
 TEST(SubblockWriter, RefusesSamplesBeyondItsCoder)

@@ -17,13 +17,9 @@ template <class T>
 std::vector<T> makeSamples(Random& random, std::size_t count)
 {
     std::vector<T> samples(count);
-    for (T& sample : samples) {
-        if constexpr (std::is_floating_point_v<T>)
-            sample = static_cast<T>(random.real() * 1e6 - 5e5);
-        else
-            sample =
-                static_cast<T>(random.next() >> (random.below(4) * 8 * sizeof(T) / 4)); // sometimes wraps
-    }
+    for (T& sample : samples) // integers sometimes wrap
+        sample = std::is_integral_v<T> ? static_cast<T>(random.next() >> random.below(8 * sizeof(T)))
+                                       : static_cast<T>(random.real() * 1e6 - 5e5);
     return samples;
 }
 

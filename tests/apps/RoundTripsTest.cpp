@@ -1,0 +1,229 @@
+// Compressed files decode to the files that they were made from.
+#include "apps/AppTest.h"
+#include "support/ExampleSurvey.h"
+#include "support/LASClouds.h"
+#include "support/SampleCloud.h"
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/LASPointWriter.h>
+
+#include <regex>
+#include <set>
+
+namespace Quillmoran {
+namespace {
+
+using namespace Testing;
+
+class RoundTrips : public AppTest
+{
+protected:
+    RoundTrips() { writeFile(directory / "survey.vxl", buildExampleSurvey()); }
+
+    // Writes a LAS or LAZ file anew, without a compressed cloud in between.
+    void rewrite(const std::string& input, const std::string& output) const
+    {
+        const Scoped<LASPointReader> reader(LASPointReader::create());
+        reader->init((directory / input).c_str(), false);
+        const Scoped<LASPointWriter> writer(LASPointWriter::create());
+        writer->init(reader.get(), (directory / output).c_str(), -1);
+        writer->setWriteLAZ(output.substr(output.size() - 4) == ".laz");
+        writer->write(Bounds::Huge(), 1, reader->getPointInfo(), nullptr);
+    }
+    // The bytes, without the day on which the file was made.
+    std::string bytesOf(const std::string& name) const
+    {
+        constexpr std::size_t creationDate = 90;
+        return readFile(directory / name).replace(creationDate, 4, 4, '\0');
+    }
+};
+
+LASFile surveyLAS(int format)
+{
+    LASFile file = randomLASFile(format, format < 6 ? 2 : 4, 1500, 50u + static_cast<unsigned>(format));
+    file.fileSourceID = 4711;
+    file.guid1 = 0xDEADBEEF, file.guid2 = 0x0102, file.guid3 = 0xABCD;
+    file.guid4 = {1, 2, 3, 4, 5, 6, 7, 8};
+    file.systemID = "a scanner on a mast";
+    file.scale = {0.001, 0.25, 1e-7};
+    file.offset = {674521.920013, -2000, 50};
+    file.describePoints();
+    const LASBytes keys = {1, 0, 1, 0, 0, 0, 2, 0, 0, 4, 0, 0, 1, 0, 1, 0, 0, 12, 0, 0, 1, 0, 0x65, 0x7F};
+    const std::string wkt("LOCAL_CS[\"site\"]\0", 17);
+    if (format < 6)
+        file.records = {{"LASF_Projection", 34735, "keys", keys}};
+    else
+        file.records = {{"LASF_Projection", 2112, "the site", LASBytes(wkt.begin(), wkt.end())}};
+    file.globalEncoding = format < 6 ? 0 : 16;
+    file.records.push_back({"Owner", 9, "of nobody else", {1, 2, 3}});
+    return file;
+}
+
+// The header fields and records of LAS output are those of a rewritten file, which has tests of its own.
+TEST_F(RoundTrips, RestoreLASAndLAZFiles)
+{
+    for (const int format : {0, 1, 2, 3, 6, 7, 8}) {
+        const LASFile original = surveyLAS(format);
+        writeFile(directory / "in.las", original.build());
+        rewrite("in.las", "in.laz");
+        for (const std::string ending : {"las", "laz"}) {
+            SCOPED_TRACE(ending + " of format " + std::to_string(format));
+            const std::string input = "in." + ending, output = "out." + ending;
+            succeed("vxpack -i " + input + " -o out.vxl");
+            succeed("vxunpack -i out.vxl -o " + output);
+            rewrite(input, "twin." + ending);
+            EXPECT_TRUE(bytesOf(output) == bytesOf("twin." + ending));
+            if (ending == "las") {
+                EXPECT_TRUE(LASFile::load(directory / output).points == original.points);
+            }
+            // The compressed file keeps records that LAS writers omit.
+            const json packed = describe("out.vxl -check"), source = describe(input);
+            for (const char* key : {"numPoints", "scale", "offset", "bounds", "wkt"})
+                EXPECT_EQ(packed[key], source[key]) << key;
+            json metadata = source["metadata"];
+            EXPECT_EQ(find(metadata, "Owner"), json());
+            EXPECT_EQ(metadata.dump().find("\"Owner::9\"") != std::string::npos, ending == "las");
+            metadata.push_back({{"key", "PreCompressionPointCount"},
+                                {"description", nullptr},
+                                {"type", "string"},
+                                {"length", 5},
+                                {"value", "1500"}});
+            EXPECT_EQ(packed["metadata"], metadata);
+        }
+    }
+}
+
+TEST_F(RoundTrips, RestoreTextByteForByte)
+{
+    Random random(3);
+    std::string text = "# X Y Z Intensity ReturnNum NumReturns ScanDir EdgeFlightLine ClassId ClassFlags "
+                       "ScannerChannel ScanAngle UserData SourceId GPSTime GPSTime_Adjusted Red Green Blue "
+                       "NearInfrared Amplitude Noise\n";
+    for (int i = 0; i < 3000; ++i) {
+        const auto below = [&](int end) {
+            return static_cast<int>(random.below(static_cast<unsigned>(end)));
+        };
+        char line[500];
+        // Heights from 4.06 to 6152.6 that are no exact multiples of 0.01; Y has its own scale.
+        std::snprintf(line, sizeof line,
+                      "%.3f %.2f %.3f %d %d %d %d 1 %d %d %d %d %d %d %.6f %.9f %d %d %d %d %.3f %.18g\n",
+                      636000 + 0.01 * (i * 7 % 5000), 848900.25 + 0.25 * (i / 9) + 0.5 * (i % 2 == 0),
+                      below(615260) / 100.0, below(65536), below(16), below(16), below(2), below(256),
+                      below(16), below(4), below(65536) - 32768, below(256), below(65536),
+                      245379 + i * 0.000125, below(1000000) / 1e9, below(65536), below(65536), below(65536),
+                      below(65536), (below(2000) - 1000) / 1000.0, random.real());
+        text += line;
+    }
+    writeFile(directory / "in.txt", text);
+    succeed("vxpack -i in.txt -o out.vxl");
+    const json channels = describe("out.vxl -check")["channels"];
+    EXPECT_EQ(find(channels, "X")["quantization"], 0.01);
+    EXPECT_EQ(find(channels, "Z")["type"], "FLOAT64");
+    EXPECT_EQ(find(channels, "ScanAngle")["type"], "SINT16");
+    // Multiples of 0.25 and 0.5 are written without trailing zeros.
+    const auto withoutZeros = [](const std::string& lines) {
+        return std::regex_replace(lines, std::regex("(\\.[0-9]*[1-9])0+ |\\.0+ "), "$1 ");
+    };
+    EXPECT_EQ(withoutZeros(decode("out.vxl")), withoutZeros(text));
+
+    // The same columns by name give the same file, and so does the file itself.
+    std::string table = "made by hand\nno header\n" + text.substr(text.find('\n') + 1);
+    std::replace(table.begin(), table.end(), ' ', ',');
+    writeFile(directory / "in.csv", table);
+    succeed("vxpack -i in.csv -o csv.vxl -skip 2 -parse "
+            "x,y,z,i,r,n,d,e,c,ClassFlags,scannerchannel,a,u,p,t,T,R,G,B,"
+            "NearInfrared,Amplitude:FLOAT64,Noise:FLOAT64");
+    EXPECT_TRUE(readFile(directory / "csv.vxl") == readFile(directory / "out.vxl"));
+    succeed("vxpack -i csv.vxl -o again.vxl");
+    EXPECT_TRUE(readFile(directory / "again.vxl") == readFile(directory / "out.vxl"));
+
+    directory.file("wraps.xyz", "1 2 3 70000 -5 ignored\n");
+    succeed("vxpack -i wraps.xyz -o wraps.vxl -parse xyzic -lenient");
+    EXPECT_EQ(samplesOf("wraps.vxl"), (Rows{{1, 2, 3, 4464, 251}}));
+}
+
+TEST_F(RoundTrips, RestoreCompressedFilesInEveryVersion)
+{
+    const SampleCloud cloud = SampleCloud::make(5000, 8);
+    FilePlan plan = cloud.toFile(); // with an infinity, a zero below 0 and single precision
+    cloud.addIndex(plan, 2, 64);
+    writeFile(directory / "cloud.vxl", buildFile(plan));
+    const std::string cloudText = decode("cloud.vxl"), surveyText = decode("survey.vxl");
+    const json original = describe("survey.vxl -stats");
+    const char* const versions[] = {"", "-fileVersion 3", "-fileVersion 2 -bandVersion 2",
+                                    "-fileVersion 1 -headerVersion 1 -indexVersion 1 -bandVersion 1",
+                                    "-smooth -levels 9"};
+    for (const std::string options : versions) {
+        SCOPED_TRACE(options);
+        succeed("vxpack -i cloud.vxl -o out.vxl " + options);
+        EXPECT_TRUE(decode("out.vxl") == cloudText);
+        succeed("vxpack -i survey.vxl -o out.vxl " + options);
+        EXPECT_TRUE(decode("out.vxl") == surveyText);
+        const json file = describe("out.vxl -check -stats");
+        for (const char* key : {"numPoints", "bounds", "scale", "offset", "wkt", "metadata", "statistics"})
+            EXPECT_EQ(file[key], original[key]) << key;
+        const bool old = options.find("-fileVersion 1") == 0;
+        EXPECT_EQ(file["classNames"], old ? json::array() : original["classNames"]);
+    }
+    for (const json& record : describe("out.vxl")["compression"]["records"])
+        EXPECT_EQ(std::set<int>({10, 11, 13, 90, 91, 93, 70, 71, 73}).count(record["transform"]), 0u)
+            << record << " does not smooth";
+}
+
+TEST_F(RoundTrips, RestoreTheExampleOfTheRepository)
+{
+    const std::string example = readFile(EXAMPLES "/survey.vxl");
+    EXPECT_TRUE(readFile(directory / "survey.vxl") == example) << "make_survey writes other bytes";
+    succeed("vxpack -i survey.vxl -o again.vxl -levels 6 -pe 64 -sb 256 -t GPSTime=11");
+    EXPECT_TRUE(readFile(directory / "again.vxl") == example);
+    const std::string output = succeed("vxunpack -i survey.vxl -o out.txt");
+    EXPECT_EQ(output.substr(output.rfind('\r')), "\r100.00% (writing text file)\n2400 points written\n");
+    const auto lines = linesOf(readFile(directory / "out.txt"));
+    ASSERT_EQ(lines.size(), 2401u);
+    EXPECT_EQ(
+        lines[0],
+        "# X Y Z Intensity ReturnNum NumReturns ScanDir EdgeFlightLine ClassId ScanAngle SourceId GPSTime "
+        "Red Green Blue");
+    EXPECT_EQ(lines[1], "500000.030 4100008.980 124.510 159 1 1 1 1 2 10 101 245380 122 119 87");
+}
+
+TEST_F(RoundTrips, RestoreBPFFilesWhereTheModuleIs)
+{
+    const std::string missing =
+        "Error: this installation cannot read or write BPF files: its PDAL module is not there";
+    directory.file("in.Bpf", "BPF!0003");
+    for (const std::string format : {"", " -of BPF"}) {
+        const Result written = run("vxunpack -i survey.vxl -o in.Bpf" + format);
+        EXPECT_EQ(written.errors, HAS_PDAL ? "" : missing + '\n');
+        expectContains(written.output, {HAS_PDAL ? "(writing BPF file)\n2400 points written\n" : ""});
+        EXPECT_EQ(readFile(directory / "in.Bpf").substr(0, 8), "BPF!0003");
+    }
+    const Result packed = run("vxpack -i in.Bpf -o out.vxl");
+    EXPECT_EQ(packed.errors, HAS_PDAL ? "" : missing + " path = in.Bpf\n");
+    ASSERT_EQ(exists("out.vxl"), bool(HAS_PDAL));
+    if (!HAS_PDAL)
+        return;
+    const json expected = describe("in.Bpf -stats"), file = describe("out.vxl -stats -check");
+    EXPECT_EQ(file["wkt"], expected["wkt"]);
+    ASSERT_EQ(file["statistics"].size(), 15u);
+    for (const json& channel : expected["statistics"])
+        for (const char* key : {"count", "notFinite", "min", "max", "counts"})
+            EXPECT_EQ(find(file["statistics"], channel["name"]).value(key, json()),
+                      channel.value(key, json()))
+                << channel["name"] << ' ' << key;
+}
+
+TEST_F(RoundTrips, MakeTheSameBytesWithAnyNumberOfThreads)
+{
+    writeFile(directory / "in.las", randomLASFile(7, 4, 100000, 9).build());
+    for (const std::string options : {"", " -order hilbert -quantize 1 1 1"}) {
+        succeed("vxpack -i in.las -o one.vxl -j 1" + options);
+        succeed("vxpack -i in.las -o many.vxl -j 4" + options);
+        EXPECT_TRUE(readFile(directory / "many.vxl") == readFile(directory / "one.vxl")) << options;
+    }
+    const std::string expected = decode("survey.vxl -j 1");
+    for (const char* options : {"-j 7 -cs 1", "-cs 999", "-numThreads 0", "-chunckSize 5000000"})
+        EXPECT_TRUE(decode(std::string("survey.vxl ") + options) == expected) << options;
+}
+
+} // namespace
+} // namespace Quillmoran
