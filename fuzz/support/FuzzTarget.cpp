@@ -18,7 +18,7 @@ namespace Quillmoran::Fuzz {
 
 namespace {
 
-// docs/robustness.md promises these limits. Times are in seconds; sanitizers slow the code down about ten times.
+// docs/robustness.md promises these limits. In seconds; sanitizers slow the code down about ten times.
 constexpr double baseBytes = 640 << 20;
 constexpr double bytesPerByte = 64;
 constexpr double baseSeconds = 2;
