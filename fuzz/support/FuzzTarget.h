@@ -1,5 +1,6 @@
-// A fuzz target handles one kind of untrusted input as a program would. libFuzzer calls one of them (FuzzEntry.cpp);
-// the tests call all of them, with stored inputs (replay.cpp) and with damaged files (DamageTest.cpp).
+// A fuzz target handles one kind of untrusted input as a program would. libFuzzer calls one of them
+// (FuzzEntry.cpp); the tests call all of them, with stored inputs (replay.cpp) and with damaged files
+// (DamageTest.cpp).
 #pragma once
 
 #include <cstddef>
@@ -12,8 +13,8 @@ namespace Quillmoran::Fuzz {
 
 using Input = std::span<const std::uint8_t>;
 
-// Runs a target, and returns false if it refuses the input with an Error. Any other exception, a memory fault, and
-// more memory or time than Limits.h allows are faults of the code.
+// Runs a target, and returns false if it refuses the input with an Error. Any other exception, a memory fault,
+// and more memory or time than docs/robustness.md promises are faults of the code.
 bool handlesInput(const std::string& target, Input input);
 
 // An input has shown a fault.

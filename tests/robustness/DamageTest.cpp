@@ -1,8 +1,8 @@
-// Files of every kind, damaged in many ways: reading them gives an Error or points, never a crash, in limited memory
-// and time. If a test crashes, the file that caused it is left in its temporary directory.
+// Files of every kind, damaged in many ways: reading them gives an Error or points, never a crash, in limited
+// memory and time. If a test crashes, the file that caused it is left in its temporary directory.
 //
-// Ordinary runs skip some places of files that are slow to open. VX_DAMAGES skips none, and sets the number of random
-// damages of each file.
+// Ordinary runs skip some places of files that are slow to open. VX_DAMAGES skips none, and sets the number of
+// random changes of each file.
 #include "support/FuzzTarget.h"
 #include "support/Mutator.h"
 #include "support/SampleFiles.h"
@@ -19,6 +19,16 @@
 #include <gtest/gtest.h>
 
 namespace Quillmoran {
+
+namespace Testing {
+
+void PrintTo(const SampleFile& file, std::ostream* out)
+{
+    *out << file.target << ' ' << file.name;
+}
+
+} // namespace Testing
+
 namespace {
 
 using Testing::Bytes;
@@ -119,8 +129,8 @@ TEST_P(Damage, CutAtEveryLength)
 TEST_P(Damage, WrongBytes)
 {
     for (std::size_t at = 0; at < whole.size(); ++at) {
-        // Values that are special for lengths, counts and codes; near the beginning, where headers are, also every
-        // bit.
+        // Values that are special for lengths, counts and codes; near the beginning, where headers are, also
+        // every bit.
         std::vector<std::uint64_t> values = {0, 1, 0x7F, 0x80, 0xFF, random.below(256)};
         values = {values[random.below(values.size())]};
         for (int bit = 0; bit < 8 && at < 100; ++bit)

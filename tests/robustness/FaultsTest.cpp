@@ -5,7 +5,6 @@
 #include "cli/QMCmdLine.h"
 #include "info/Inspector.h"
 #include "pack/Packer.h"
-#include "pdal/PDALFormats.h"
 #include "platform/ByteOrder.h"
 #include "support/LASClouds.h"
 #include "support/SampleCloud.h"
@@ -13,11 +12,6 @@
 #include "tileindex/TileIndexer.h"
 #include "transcode/Transcoder.h"
 #include "utils/program/Program.h"
-#include <vxunpack/FilePointSourceManager.h>
-#include <vxunpack/LASPointWriter.h>
-#include <vxunpack/ProgressDelegate.h>
-#include <vxunpack/TXTPointWriter.h>
-#include <vxunpack/VX7PointWriter.h>
 
 #include <gtest/gtest.h>
 
@@ -28,13 +22,11 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
-#include <type_traits>
 #include <unistd.h>
 #include <vector>
 

@@ -58,7 +58,7 @@ std::string onManyThreads(const std::function<void(std::size_t)>& body)
     return failures;
 }
 
-// Returns the bytes of the points of a random query, some of which end early, then the text of the error, if any.
+// Returns the bytes of the points of a random query, some of which end early, then the text of any error.
 std::string ask(const PointSource& source, std::size_t seed)
 {
     Random random(seed);

@@ -10,7 +10,7 @@ namespace {
 // Fields of the wavelet header chunk: version 1, points 8, last level 2, channels 2, then the records.
 constexpr std::size_t levelField = 9;
 constexpr std::size_t fixedHeaderBytes = 13;
-// Fields of a subband chunk: version 1, channel 2, band 2, and since version 2 the lengths of two byte ranges.
+// Fields of a subband chunk: version 1, channel 2, band 2, and since version 2 two lengths of byte ranges.
 constexpr std::size_t bandField = 3;
 constexpr std::size_t rangesField = 5;
 constexpr std::size_t fixedBandBytes = 21;

@@ -1,6 +1,6 @@
-// Damages files at random. A compressed file mostly remains well-formed: lengths agree, chunks keep their order,
-// every channel has its bands. With only random bytes the container code would reject nearly all files before
-// they reach the coders.
+// Damages files at random. A compressed file mostly remains well-formed: lengths agree, chunks keep their
+// order, every channel has its bands. With only random bytes the container code would reject nearly all files
+// before they reach the coders.
 #pragma once
 
 #include "support/Random.h"
@@ -10,7 +10,8 @@
 
 namespace Quillmoran::Testing {
 
-// Flips a bit, sets bytes, sets a number of any width to one of its limits, or removes, repeats or moves a range.
+// Flips a bit, sets bytes, sets a number of any width to one of its limits, or removes, repeats or moves a
+// range.
 void changeBytes(Bytes& bytes, Random& random);
 
 class Mutator

@@ -13,8 +13,8 @@
 
 namespace Quillmoran::Testing {
 
-// Of integers: a constant, a ramp, steps, small noise. Of floating point: multiples of a step, halves, a smooth
-// curve, noise. Of both: any bit pattern, special values, and rare special values.
+// Of integers: a constant, a ramp, steps, small noise. Of floating point: multiples of a step, halves, a
+// smooth curve, noise. Of both: any bit pattern, special values, and rare special values.
 template <class T>
 void fillRandomly(Random& random, T* samples, std::size_t count, bool isCoordinate)
 {

@@ -23,7 +23,7 @@ Bytes bytesOf(const std::string& text)
     return {text.begin(), text.end()};
 }
 
-// Choices of other writers of this format: every i is another combination of versions, coders, levels and forms.
+// Choices of other writers of this format: each i is another combination of versions, coders and levels.
 template <unsigned i>
 Bytes makeVersion()
 {

@@ -1,5 +1,5 @@
-// Small inputs of every kind and form that the readers support. Fuzzing starts from them, and DamageTest damages
-// them.
+// Small inputs of every kind and form that the readers support. Fuzzing starts from them, and DamageTest
+// damages them.
 #pragma once
 
 #include "support/SubblockEncoder.h"

@@ -1,4 +1,4 @@
-// A compressed file as a list of chunks, to find its fields, and to join changed chunks with lengths that agree.
+// A compressed file as a list of chunks: finds fields, and joins changed chunks with lengths that agree.
 #pragma once
 
 #include "common/container/ChunkHeader.h"
