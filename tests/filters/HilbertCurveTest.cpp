@@ -1,17 +1,8 @@
 #include "filters/HilbertCurve.h"
 
-#include "support/Random.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <limits>
-#include <utility>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::Random;
+namespace Quillmoran::Testing { namespace {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
@@ -90,5 +81,4 @@ TEST(HilbertGrid, HasAKeyForEveryPoint)
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

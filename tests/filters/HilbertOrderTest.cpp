@@ -1,33 +1,13 @@
 #include <vxunpack/HilbertOrder.h>
 
 #include "filters/HilbertCurve.h"
-#include "support/Errors.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
-#include "support/ProgressLog.h"
-#include "support/Random.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <climits>
-#include <cstdlib>
-#include <cstring>
-#include <limits>
-#include <string>
 #include <thread>
-#include <vector>
 
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
-using Testing::channel;
-using Testing::errorOf;
-using Testing::layoutXYZ;
-using Testing::MemoryPointSource;
-using Testing::ProgressLog;
-using Testing::Random;
 using Rows = std::vector<std::string>; // the bytes of points, X and Y first
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
@@ -137,7 +117,7 @@ protected:
                    channel("I", UINT64), channel("J", FLOAT64)});
     // Sorted runs of about a dozen points, merged two at a time.
     const HilbertOrder::Limits small{1000, 1, 1};
-    const Testing::TemporaryDirectory directory;
+    const TemporaryDirectory directory;
     Scoped<MemoryPointSource> source;
     const Scoped<Counter> counter{new Counter};
     const Scoped<HilbertOrder> filter{HilbertOrder::create()};
@@ -280,5 +260,4 @@ TEST_F(HilbertOrderTest, RefusesOtherLayouts)
     EXPECT_EQ(errorOf(40007, [&] { ask(PointInfo()); }), "must have x, y, and z channels");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

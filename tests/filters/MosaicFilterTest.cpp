@@ -1,33 +1,13 @@
 #include <vxunpack/MosaicFilter.h>
 
 #include "index/MemoryRTree.h"
-#include "support/ByteStore.h"
-#include "support/Errors.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
-#include "support/ProgressLog.h"
 #include "support/SetOfSources.h"
+#include "support/Test.h"
 #include <vxunpack/TXTPointReader.h>
 
-#include <gtest/gtest.h>
+namespace Quillmoran::Testing { namespace {
 
-#include <algorithm>
-#include <cmath>
-#include <limits>
-#include <optional>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::channel;
-using Testing::errorOf;
-using Testing::layoutXYZ;
-using Testing::MemoryPointSource;
-using Testing::readRows;
-using Testing::SetOfSources;
-using Numbers = std::vector<double>;
 using Rows = std::vector<Numbers>;
-using Strings = std::vector<std::string>;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
@@ -502,7 +482,7 @@ TEST(MosaicFilter, LosesNoPointsOfSourcesWithoutUsableBounds)
 
 TEST(MosaicFilter, CountsTheTextFilesThatItReadsForTheirBounds)
 {
-    const auto store = Testing::ByteStore::make("1 2 3\n4 5 6\n");
+    const auto store = ByteStore::make("1 2 3\n4 5 6\n");
     const Scoped<TXTPointReader> text(TXTPointReader::create());
     text->init(store.get(), "xyz", 0, false);
     ASSERT_EQ(text->getNumPoints(), PointSource::unknownNumPoints);
@@ -517,7 +497,7 @@ TEST(MosaicFilter, StopsBetweenSources)
 {
     const auto mosaic = Mosaic::of(pointsFrom(0, 2), pointsFrom(10, 2), pointsFrom(20, 2));
     for (int query = 0; query < 4; ++query) {
-        Testing::ProgressLog log(query);
+        ProgressLog log(query);
         const Scoped<PointIterator> iterator(
             mosaic.filter->createIterator(Bounds::Huge(), 1, layoutXYZ(), &log));
         PointData block;
@@ -553,5 +533,4 @@ TEST(MosaicFilter, TakesADescriptionWithoutOpeningItsSources)
     EXPECT_EQ(readRows(*mosaic, layoutXYZ(), fromTo(4, 9)).size(), 6u);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,25 +1,10 @@
 #include <vxunpack/QuantizeFilter.h>
 
-#include "support/Errors.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
-#include "support/Random.h"
 #include "support/SetOfSources.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
+namespace Quillmoran::Testing { namespace {
 
-#include <cmath>
-#include <limits>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::channel;
-using Testing::errorOf;
-using Testing::layoutXYZ;
-using Testing::MemoryPointSource;
-using Testing::readRows;
-using Numbers = std::vector<double>;
 using Rows = std::vector<Numbers>;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
@@ -35,7 +20,7 @@ Scoped<QuantizeFilter> filterOf(PointSource& source, const Numbers& steps)
 // Random points in a square, numbered in the channel "N".
 Scoped<MemoryPointSource> randomSource(std::size_t count)
 {
-    Testing::Random random(4);
+    Random random(4);
     MemoryPointSource::Columns columns(4);
     for (std::size_t i = 0; i < count; ++i) {
         columns[0].push_back(500 + 20 * random.real());
@@ -142,5 +127,4 @@ TEST(QuantizeFilter, RefusesInvalidSteps)
     EXPECT_EQ(readRows(*filter, layoutXYZ()), Rows());
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

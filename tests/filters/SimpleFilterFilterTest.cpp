@@ -1,23 +1,12 @@
 #include <vxunpack/SimpleFilterFilter.h>
 
-#include "support/Errors.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
 #include "support/SetOfSources.h"
+#include "support/Test.h"
 #include <vxunpack/HilbertOrder.h>
 #include <vxunpack/MosaicFilter.h>
 #include <vxunpack/QuantizeFilter.h>
 
-#include <gtest/gtest.h>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::channel;
-using Testing::errorOf;
-using Testing::layoutXYZ;
-using Testing::MemoryPointSource;
-using Numbers = std::vector<double>;
+namespace Quillmoran::Testing { namespace {
 
 // Point i is (i, 0, 0) and has the value i % 100 in the channel "C" of the given type.
 Scoped<MemoryPointSource> countingSource(DataType type, int count)
@@ -43,7 +32,7 @@ Scoped<SimpleFilterFilter> filterOf(PointSource& source, bool include, std::init
 Numbers passing(const PointSource& filter, const PointInfo& layout = layoutXYZ(), std::size_t blockPoints = 7)
 {
     Numbers all;
-    for (const auto& row : Testing::readRows(filter, layout, Bounds::Huge(), 1, blockPoints))
+    for (const auto& row : readRows(filter, layout, Bounds::Huge(), 1, blockPoints))
         all.push_back(row[0]);
     return all;
 }
@@ -97,7 +86,7 @@ TEST(SimpleFilterFilter, PassesBoxAndFractionToTheSource)
 {
     const auto source = countingSource(UINT8, 1000);
     const auto filter = filterOf(*source, false, {0});
-    const auto rows = Testing::readRows(*filter, layoutXYZ(), {{0, 499}, {0, 0}, {0, 0}}, 0.5);
+    const auto rows = readRows(*filter, layoutXYZ(), {{0, 499}, {0, 0}, {0, 0}}, 0.5);
     EXPECT_EQ(rows.size(), 245u); // each second of 500, without 0, 100, ...
     EXPECT_EQ(filter->getNumPoints(), 1000);
 }
@@ -135,16 +124,14 @@ TEST(Filters, RefuseQueriesBeforeInit)
         Scoped<PointSource>(SimpleFilterFilter::create()), Scoped<PointSource>(QuantizeFilter::create()),
         Scoped<PointSource>(HilbertOrder::create()), Scoped<PointSource>(MosaicFilter::create())};
     for (const auto& filter : filters) {
-        const auto codeOf = [&](auto call) { return Testing::failureOf(call).substr(0, 5); };
+        const auto codeOf = [&](auto call) { return failureOf(call).substr(0, 5); };
         Metadata metadata;
         const std::ptrdiff_t index = &filter - filters;
         EXPECT_EQ(codeOf([&] { filter->getTotalWork(Bounds::Huge(), 1); }), "40007") << index;
         EXPECT_EQ(codeOf([&] { filter->loadMetadata(metadata, false); }), "40007") << index;
-        EXPECT_EQ(codeOf([&] { filter->createIterator(Bounds::Huge(), 1, Testing::layoutXYZ(), nullptr); }),
-                  "40007")
+        EXPECT_EQ(codeOf([&] { filter->createIterator(Bounds::Huge(), 1, layoutXYZ(), nullptr); }), "40007")
             << index;
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

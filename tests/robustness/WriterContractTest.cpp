@@ -1,38 +1,17 @@
 // What all writers of point files promise: the output is complete or unchanged, nothing else is left in its
 // directory, progress ends with the work, and a writer can be used again.
 #include "pdal/PDALFormats.h"
-#include "support/ByteStore.h"
-#include "support/Errors.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
-#include "support/ProgressLog.h"
-#include "support/TemporaryDirectory.h"
+
+#include "support/Test.h"
 #include <vxunpack/LASPointWriter.h>
 #include <vxunpack/TXTPointWriter.h>
 #include <vxunpack/VX7PointWriter.h>
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <vector>
 
-namespace Quillmoran {
-namespace {
-
-using Testing::ByteStore;
-using Testing::channel;
-using Testing::failureOf;
-using Testing::MemoryPointSource;
-using Testing::ProgressLog;
-using Testing::readFile;
-using Testing::writeFile;
-using Strings = std::vector<std::string>;
+namespace Quillmoran::Testing { namespace {
 
 // More than one block of every writer.
 constexpr std::size_t numPoints = 70000;
@@ -144,9 +123,9 @@ protected:
 
     static Scoped<MemoryPointSource> makeSource(std::size_t count, double first = 0)
     {
-        const PointInfo layout = Testing::layoutOf(
-            {channel("X", FLOAT64, 0.01), channel("Y", FLOAT64, 0.01), channel("Z", FLOAT64, 0.01),
-             channel("Intensity", UINT16), channel("ReturnNum", UINT8, 0, 3), channel("GPSTime", FLOAT64)});
+        const PointInfo layout = layoutOf({channel("X", FLOAT64, 0.01), channel("Y", FLOAT64, 0.01),
+                                           channel("Z", FLOAT64, 0.01), channel("Intensity", UINT16),
+                                           channel("ReturnNum", UINT8, 0, 3), channel("GPSTime", FLOAT64)});
         MemoryPointSource::Columns columns(layout.getNumChannels(), std::vector<double>(count));
         for (std::size_t i = 0; i < count; ++i) {
             const double t = first + static_cast<double>(i);
@@ -222,7 +201,7 @@ protected:
         expectNoTrace();
     }
 
-    Testing::TemporaryDirectory directory, temporary;
+    TemporaryDirectory directory, temporary;
     std::string path = directory / "out.file";
     const Scoped<MemoryPointSource> source = makeSource(numPoints);
     Bounds box{{500.25, 2000}, {-9000, -3000}, {-1, 1000}}; // 6,000 points
@@ -389,5 +368,4 @@ INSTANTIATE_TEST_SUITE_P(All, StreamContract,
                          testing::Values(formats[0], formats[3]), // which write to streams
                          [](const auto& test) { return std::string(test.param.name); });
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

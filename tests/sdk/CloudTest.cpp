@@ -1,26 +1,14 @@
 // The public interface: opening, reading and writing clouds by name.
 #include "platform/ParallelLoop.h"
-#include "support/Errors.h"
 #include "support/LASFile.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
-#include "support/ProgressLog.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 #include <vxunpack/vxunpack.h>
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <filesystem>
-#include <functional>
-#include <iterator>
 #include <numeric>
-#include <string>
-#include <vector>
-
-using namespace Quillmoran::Testing;
 
 namespace {
+
+using namespace Quillmoran::Testing;
 
 constexpr std::size_t numPoints = 100000; // more than one block
 

@@ -1,17 +1,10 @@
 #include "cli/QMCmdLine.h"
 
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
-#include <functional>
-#include <limits>
 #include <new>
-#include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
 
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr int noExit = -1;
@@ -402,5 +395,4 @@ TEST(QMCmdLine, DumpShowsTheArgumentsAndEveryOption)
     dumped("5\nformal argv:   [0] program\n  [1] -f\n  [2] -u\n  [3] 1\n  [4] 2\n", true, " 1 2");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

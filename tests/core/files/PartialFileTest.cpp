@@ -1,24 +1,14 @@
 #include "files/PartialFile.h"
-#include "support/Errors.h"
-#include "support/TemporaryDirectory.h"
 
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
-#include <cerrno>
-#include <cstring>
 #include <fcntl.h>
-#include <filesystem>
-#include <optional>
-#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
 namespace fs = std::filesystem;
-using Testing::readFile;
-using Testing::writeFile;
 
 class PartialFileTest : public testing::Test
 {
@@ -40,7 +30,7 @@ protected:
         return static_cast<unsigned>(fs::status(file).permissions());
     }
 
-    Testing::TemporaryDirectory directory;
+    TemporaryDirectory directory;
     const std::string path = directory / "out";
 };
 
@@ -50,7 +40,7 @@ TEST_F(PartialFileTest, KeepsTheOldFileUntilTheNewOneIsComplete)
         writeFile(path, std::string("old"));
         std::optional<PartialFile> file(path.c_str());
         write(*file, "new");
-        EXPECT_EQ(Testing::failureOf([&] { file->io()->open(); }), "9 Bad file descriptor path = " + path);
+        EXPECT_EQ(failureOf([&] { file->io()->open(); }), "9 Bad file descriptor path = " + path);
         file->io()->unlink(); // concerns only files that are written directly
         EXPECT_EQ(readFile(path), "old");
         EXPECT_EQ(countFiles(), 2u);
@@ -135,7 +125,7 @@ TEST_F(PartialFileTest, ReplacesTheTargetOfALink)
         EXPECT_TRUE(fs::is_symlink(path) && fs::is_symlink(directory / "link"));
     }
     fs::create_symlink("loop", directory / "loop");
-    EXPECT_EQ(Testing::errorOf(ELOOP, [&] { PartialFile((directory / "loop").c_str()); }),
+    EXPECT_EQ(errorOf(ELOOP, [&] { PartialFile((directory / "loop").c_str()); }),
               std::strerror(ELOOP) + (" path = " + (directory / "loop")));
 }
 
@@ -159,7 +149,7 @@ TEST_F(PartialFileTest, WritesPipesDirectlyAndRejectsDirectories)
     EXPECT_EQ(read(reader, got, sizeof got), 7);
     EXPECT_STREQ(got, "content");
     close(reader);
-    EXPECT_EQ(Testing::failureOf([&] { pipe.requireSeekable("LAS"); }),
+    EXPECT_EQ(failureOf([&] { pipe.requireSeekable("LAS"); }),
               "40610 Unable to create output " + path + ". LAS output needs a seekable file");
     EXPECT_TRUE(fs::is_fifo(path));
     PartialFile((directory / "regular").c_str()).requireSeekable("LAS");
@@ -169,8 +159,7 @@ TEST_F(PartialFileTest, WritesPipesDirectlyAndRejectsDirectories)
         {directory / "none/out", "2 No such file or directory path = " + directory / "none/out"},
         {path + "/out", "20 Not a directory path = " + path + "/out"}};
     for (const auto& [given, error] : errors)
-        EXPECT_EQ(Testing::failureOf([&, given = given] { PartialFile(given.c_str()); }), error);
+        EXPECT_EQ(failureOf([&, given = given] { PartialFile(given.c_str()); }), error);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,9 +1,8 @@
 #include "files/QMFileSpec.h"
 
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
 TEST(QMFileSpec, SplitsPaths)
 {
@@ -46,5 +45,4 @@ TEST(QMFileSpec, JoinsDirectoryAndName)
     EXPECT_STREQ(QMFileSpec("d", "\xFF").c_str(), "d/\xFF") << "any bytes are valid";
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

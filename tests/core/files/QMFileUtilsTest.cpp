@@ -1,21 +1,11 @@
 #include "files/QMFileUtils.h"
 
-#include "support/Errors.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <fcntl.h>
-#include <filesystem>
 #include <sys/stat.h>
 
-namespace Quillmoran {
-namespace {
-
-using Testing::errorOf;
-using Testing::readFile;
-using Testing::TemporaryDirectory;
+namespace Quillmoran::Testing { namespace {
 
 class QMFileUtilsTest : public testing::Test
 {
@@ -93,5 +83,4 @@ TEST_F(QMFileUtilsTest, ResolvesTheNamesOfAFileToOnePath)
     EXPECT_EQ(QMFileUtils::resolve("a"), QMFileSpec(std::filesystem::current_path().c_str(), "a"));
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,23 +1,12 @@
 #include "platform/Stream.h"
-#include "support/ByteStore.h"
-#include "support/Errors.h"
+
+#include "support/Test.h"
 #include <vxunpack/Metadata.h>
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <cstdlib>
-#include <limits>
-#include <string>
 #include <sys/resource.h>
-#include <utility>
 
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
-using Testing::ByteStore;
-using Testing::errorOf;
-using Testing::failureOf;
 using namespace std::string_literals;
 
 std::string dumped(const Metadata& metadata)
@@ -195,5 +184,4 @@ TEST(Metadata, FindsAndRemovesRecordsByKey)
               "metadata value not given");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

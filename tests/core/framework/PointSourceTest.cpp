@@ -1,30 +1,12 @@
-#include "support/ByteStore.h"
-#include "support/Errors.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
-#include "support/ProgressLog.h"
-#include "support/Random.h"
 #include <vxunpack/PointCloudInfo.h>
+
+#include "support/Test.h"
 #include <vxunpack/PointSource.h>
 #include <vxunpack/PointWriter.h>
 #include <vxunpack/TXTPointReader.h>
 #include <vxunpack/TXTPointWriter.h>
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <limits>
-#include <vector>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::errorOf;
-using Testing::layoutXYZ;
-using Testing::MemoryPointSource;
-using Numbers = std::vector<double>;
+namespace Quillmoran::Testing { namespace {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
@@ -78,7 +60,7 @@ TEST(PointSource, NeedsOnlyALayoutAndAnIterator)
     EXPECT_EQ(source->estimatePoints({{0, 1}, {0, 1}, {0, 1}}, 1), 0);
     EXPECT_EQ(source->getTotalWork(Bounds::Huge(), 1), 0);
     const Scoped<TXTPointWriter> writer(TXTPointWriter::create());
-    writer->init(source.get(), Testing::ByteStore::make().get(), "xyz");
+    writer->init(source.get(), ByteStore::make().get(), "xyz");
     EXPECT_EQ(writer->write(Bounds::Huge(), 0.5, layoutXYZ(), nullptr), 5);
     EXPECT_EQ(writer->getScale()[2], 0.001);
     EXPECT_EQ(writer->getOffset()[2], 0);
@@ -123,7 +105,7 @@ TEST(PointIterator, SelectsAnEvenSampleOfTheBox)
     EXPECT_EQ(query(*source, {{0, 3}, {0, 0}, {0, 0}}, 0.75), (Numbers{0, 1, 3}));
     for (const double fraction : {0.0, -0.5, nan, 1.5, infinity})
         EXPECT_EQ(query(*source, Bounds::Huge(), fraction), every(1, fraction > 1 ? 1000 : 0)) << fraction;
-    Testing::Random random(5);
+    Random random(5);
     for (int round = 0; round < 50; ++round) {
         const double fraction = random.real();
         const Numbers selected = query(*source, Bounds::Huge(), fraction);
@@ -207,18 +189,17 @@ TEST(PointSourceRead, FillsTheBufferWithAnEvenSampleOfTheBox)
 TEST(PointSourceRead, CountsWorkAndStopsWhenCancelled)
 {
     const auto source = pointsOnALine(100);
-    Testing::ProgressLog log;
+    ProgressLog log;
     readInto(*source, 25, 25, {{0, 49.5}, {0, 0}, {0, 0}}, &log);
     log.updateCompleted(25, "");
     EXPECT_EQ(log.last(), 0.25) << "of 100, the work of a source that reads all its points";
     source->setNumPoints(PointSource::unknownNumPoints);
     // Asked after the first block and before each of the three that are merged.
     for (const int queries : {0, 1, 3, 4}) {
-        Testing::ProgressLog cancelling(queries);
+        ProgressLog cancelling(queries);
         const auto read = [&] { readInto(*source, 25, 100, Bounds::Huge(), &cancelling); };
         EXPECT_EQ(errorOf(40006, read), queries < 4 ? "operation cancelled." : "nothing thrown") << queries;
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,26 +1,8 @@
-#include "support/Errors.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
-#include "support/ProgressLog.h"
 #include <vxunpack/PointWriter.h>
 
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
-#include <cmath>
-#include <limits>
-#include <string>
-#include <vector>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::channel;
-using Testing::errorOf;
-using Testing::layoutXYZ;
-using Testing::MemoryPointSource;
-using Testing::ProgressLog;
-using Numbers = std::vector<double>;
-using Strings = std::vector<std::string>;
+namespace Quillmoran::Testing { namespace {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
@@ -250,5 +232,4 @@ TEST(NULLPointWriter, ReadsAndCounts)
     EXPECT_EQ(log.last(), 0.5); // only the work of the source
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,16 +1,11 @@
 #include "framework/PercentProgressDelegate.h"
 
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
-#include <cerrno>
 #include <csignal>
-#include <functional>
-#include <memory>
-#include <string>
 #include <unistd.h>
 
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
 constexpr int cancellingSignals[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT};
 
@@ -122,5 +117,4 @@ TEST(PercentProgressDelegateDeathTest, KeepsErrnoOfTheInterruptedCode)
     expectInChild(body, "");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

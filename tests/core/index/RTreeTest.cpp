@@ -2,25 +2,10 @@
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
 #include "platform/Stream.h"
-#include "support/ByteStore.h"
-#include "support/Errors.h"
-#include "support/Random.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
+namespace Quillmoran::Testing { namespace {
 
-#include <algorithm>
-#include <array>
-#include <cstring>
-#include <initializer_list>
-#include <limits>
-#include <vector>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::ByteStore;
-using Testing::failureOf;
-using Testing::Random;
 using Bytes = std::vector<std::uint8_t>;
 using Values = std::vector<std::int64_t>;
 
@@ -472,5 +457,4 @@ TEST(DiskRTree, RejectsInvalidPositionsOfBranches)
     EXPECT_EQ(walk(chain), refused);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,25 +1,8 @@
-#include "support/Errors.h"
-#include "support/Layouts.h"
-#include "support/Random.h"
-#include <vxunpack/Base.h>
 #include <vxunpack/PointData.h>
 
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
-#include <cstring>
-#include <limits>
-#include <string>
-#include <vector>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::channel;
-using Testing::errorOf;
-using Testing::layoutXYZ;
+namespace Quillmoran::Testing { namespace {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
@@ -289,7 +272,7 @@ TEST(PointDataMerge, FillsThenOverwritesAtAnEvenStride)
 
 TEST(PointDataMerge, HoldsAnEvenSampleOfAllBatches)
 {
-    Testing::Random random(11);
+    Random random(11);
     for (int round = 0; round < 300; ++round) {
         constexpr std::size_t capacity = 64;
         Numbers batches(2 + random.below(12));
@@ -321,5 +304,4 @@ TEST(PointDataMerge, StopsAtTheFirstChannelOfAnotherType)
               "number of channels must the same");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

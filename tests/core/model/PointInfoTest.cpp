@@ -1,24 +1,11 @@
 #include "model/ChannelNames.h"
 #include "model/NameIndex.h"
-#include "support/Errors.h"
-#include "support/Layouts.h"
+#include "support/Test.h"
 #include <vxunpack/Bounds.h>
 #include <vxunpack/PointData.h>
 #include <vxunpack/PointInfo.h>
 
-#include <gtest/gtest.h>
-
-#include <limits>
-#include <sstream>
-#include <string>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::channel;
-using Testing::errorOf;
-using Testing::layoutOf;
-using Testing::layoutXYZ;
+namespace Quillmoran::Testing { namespace {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
@@ -199,5 +186,4 @@ TEST(ChannelNames, ResolvesNamesThatUsersType)
     EXPECT_EQ(error.substr(error.size() - 12), "Channel, ...");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

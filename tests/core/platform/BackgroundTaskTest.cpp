@@ -1,13 +1,12 @@
 #include "platform/BackgroundTask.h"
 
 #include "platform/ParallelLoop.h"
+#include "support/Test.h"
 
 #include <atomic>
-#include <gtest/gtest.h>
 #include <stdexcept>
 
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
 TEST(BackgroundTask, IsCompleteAfterWaitAndCanStartAgain)
 {
@@ -38,5 +37,4 @@ TEST(BackgroundTask, ThrowsInWaitAndIsWaitedForWhenDestroyed)
     EXPECT_TRUE(ran);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

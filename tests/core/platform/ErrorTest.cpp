@@ -1,11 +1,4 @@
-#include "support/Errors.h"
-#include <vxunpack/Base.h>
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <cstring>
-#include <string>
 
 // By default the sanitizers terminate the process for sizes that malloc rejects.
 extern "C" __attribute__((visibility("default"), used)) const char* __asan_default_options();
@@ -19,10 +12,9 @@ extern "C" const char* __tsan_default_options()
     return "allocator_may_return_null=1";
 }
 
-namespace Quillmoran {
-namespace {
+#include "support/Test.h"
 
-using Testing::errorOf;
+namespace Quillmoran::Testing { namespace {
 
 TEST(Error, AppendsTextAndTruncatesItAfter1023Bytes)
 {
@@ -75,5 +67,4 @@ TEST(Memory, DuplicatesTextsUpToTheGivenLength)
     EXPECT_STREQ(duplicate(unterminated, sizeof unterminated).get(), "abc");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

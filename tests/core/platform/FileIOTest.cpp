@@ -1,27 +1,15 @@
-#include "support/Errors.h"
-#include "support/TemporaryDirectory.h"
-#include <vxunpack/Base.h>
 #include <vxunpack/FileIO.h>
 
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
-#include <cerrno>
 #include <chrono>
-#include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <string>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
-namespace Quillmoran {
-namespace {
-
-using Testing::errorOf;
+namespace Quillmoran::Testing { namespace {
 
 class FileIOTest : public testing::Test
 {
@@ -42,7 +30,7 @@ protected:
         return std::strerror(code) + (" path = " + path);
     }
 
-    const Testing::TemporaryDirectory directory;
+    const TemporaryDirectory directory;
 };
 
 TEST_F(FileIOTest, OpensAccordingToItsMode)
@@ -143,7 +131,7 @@ TEST_F(FileIOTest, WritesPipesInOrder)
     std::string got;
     std::thread reader([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the writer waits for it
-        got = Testing::readFile(fifo);
+        got = readFile(fifo);
     });
     const std::string text(300000, 'x'); // more than the capacity of a pipe
     const auto file = fileAt(fifo, "w");
@@ -176,5 +164,4 @@ TEST_F(FileIOTest, ReadsNothingBeyondTheLargestPosition)
                   failure(EINVAL, file->path()));
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,11 +1,8 @@
 #include <vxunpack/Object.h>
 
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
-#include <utility>
-
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
 struct Probe final : Object
 {
@@ -33,5 +30,4 @@ TEST(Scoped, OwnsOneCountEachAndDestroysWithTheLast)
     EXPECT_EQ(live, 1);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,14 +1,13 @@
 #include "platform/OutputQueue.h"
 
+#include "support/Test.h"
+
 #include <chrono>
-#include <gtest/gtest.h>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <unistd.h>
 
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
 using Queue = OutputQueue<std::string>;
 
@@ -68,5 +67,4 @@ TEST_F(OutputQueueTest, RethrowsAFailureInEveryCall)
     EXPECT_THROW(finishing.finish(), std::runtime_error);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

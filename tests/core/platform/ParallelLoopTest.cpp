@@ -1,13 +1,11 @@
 #include "platform/ParallelLoop.h"
 
-#include <atomic>
-#include <gtest/gtest.h>
-#include <stdexcept>
-#include <string>
-#include <vector>
+#include "support/Test.h"
 
-namespace Quillmoran {
-namespace {
+#include <atomic>
+#include <stdexcept>
+
+namespace Quillmoran::Testing { namespace {
 
 TEST(ParallelLoop, RunsEveryIterationOnceInNestedLoops)
 {
@@ -39,5 +37,4 @@ TEST(ParallelLoop, RethrowsTheExceptionOfTheLowestIndexAfterAllHaveRun)
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,23 +1,9 @@
 #include "platform/Stream.h"
-#include "support/ByteStore.h"
-#include "support/Errors.h"
-#include "support/Random.h"
+
+#include "support/Test.h"
 #include <vxunpack/FileIO.h>
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <cerrno>
-#include <string>
-#include <vector>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::ByteStore;
-using Testing::errorOf;
-using Testing::Random;
+namespace Quillmoran::Testing { namespace {
 
 std::string pattern(std::int64_t count, std::int64_t first = 0)
 {
@@ -304,5 +290,4 @@ TEST(BoundedIO, EndsWithItsRangeOrWithTheFile)
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,14 +1,9 @@
 #include "platform/Version.h"
-#include "support/ByteStore.h"
-#include "support/Errors.h"
+
+#include "support/Test.h"
 #include <vxunpack/FileIO.h>
 
-#include <gtest/gtest.h>
-
-#include <vector>
-
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
 std::vector<std::uint8_t> preamble(int format, int major, std::size_t length = Version::preambleSize)
 {
@@ -42,12 +37,11 @@ TEST(Version, NeedsSixteenBytesAndAlwaysClosesTheFile)
     int generation;
     bool raster;
     for (const std::size_t length : {0u, 10u, 15u, 16u}) {
-        const Scoped<Testing::ByteStore> bytesIO(Testing::ByteStore::create(preamble(4, 0, length)));
+        const Scoped<ByteStore> bytesIO(ByteStore::create(preamble(4, 0, length)));
         const auto probe = [&] { Version::getVexilFileVersion(bytesIO.get(), generation, raster); };
-        EXPECT_EQ(Testing::errorOf(40003, probe), length < 16 ? "bad read -- file header" : "nothing thrown");
+        EXPECT_EQ(errorOf(40003, probe), length < 16 ? "bad read -- file header" : "nothing thrown");
         EXPECT_EQ(bytesIO->openCount(), 0);
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,21 +1,13 @@
 #include "text/NumberFormat.h"
 
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 #include <cinttypes>
 #include <clocale>
-#include <cmath>
-#include <cstdint>
 #include <cstdio>
-#include <cstring>
-#include <functional>
-#include <limits>
 #include <random>
-#include <string>
-#include <vector>
 
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
 using Limits = std::numeric_limits<double>;
 
@@ -154,5 +146,4 @@ TEST(NumberFormat, IgnoresTheLocale)
     EXPECT_EQ(large, "1000000000000000019884624838656.000");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

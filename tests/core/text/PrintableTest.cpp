@@ -1,11 +1,10 @@
 #include "text/Printable.h"
 
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 #include <cstdio>
 
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
 using namespace std::string_literals;
 
@@ -39,5 +38,4 @@ TEST(Printable, EscapesBytesThatAreNotUTF8)
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

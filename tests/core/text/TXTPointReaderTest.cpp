@@ -1,29 +1,13 @@
 #include <vxunpack/TXTPointReader.h>
 
-#include "support/ByteStore.h"
-#include "support/Errors.h"
-#include "support/Layouts.h"
-#include "support/ProgressLog.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 #include "text/FieldFormat.h"
 #include "text/LineReader.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstdint>
-#include <cstdlib>
 #include <random>
-#include <sstream>
-#include <string>
-#include <vector>
 
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
-using Testing::ByteStore;
-using Testing::channel;
-using Testing::errorOf;
 using Rows = std::vector<std::vector<double>>;
 
 Scoped<TXTPointReader> readerOf(const std::string& text, const char* format, std::size_t skipLines = 0,
@@ -153,7 +137,7 @@ TEST(TXTPointReader, ReadsDecimalTextAsStrtodDoes)
 // Errors are located after the name of the file, as in ":2:7: ".
 std::string strictError(const std::string& format, const std::string& text)
 {
-    const Testing::TemporaryDirectory directory;
+    const TemporaryDirectory directory;
     const std::string path = directory.file("t.txt", "skipped\n" + text + '\n');
     TextOptions options;
     FieldFormat::parseColumns(format.c_str(), options.layout);
@@ -298,7 +282,7 @@ TEST(TXTPointReader, DeliversTheRequestedChannelsInOrder)
               "tring to extract more channels than fields");
     EXPECT_EQ(errorOf(40012, [&] { read(*reader, parsed("xyzR")); }), "requesting channel not in the source");
     EXPECT_EQ(errorOf(40007, [&] { read(*reader, parsed("xyi")); }), "must have x, y, and z channels");
-    EXPECT_EQ(errorOf(40010, [&] { read(*reader, Testing::layoutXYZ({channel("Intensity", UINT8)})); }), "");
+    EXPECT_EQ(errorOf(40010, [&] { read(*reader, layoutXYZ({channel("Intensity", UINT8)})); }), "");
 }
 
 TEST(TXTPointReader, ReadsEveryTypeOfALayout)
@@ -332,11 +316,11 @@ TEST(TXTPointReader, ScansForCountAndBounds)
         query.bounds.z = {0, INFINITY};
         EXPECT_EQ(read(*reader, parsed("xyz"), query).size(), 2u) << "but is in no box";
     }
-    Testing::ProgressLog log(0);
+    ProgressLog log(0);
     TextOptions options;
     options.layout = parsed("xyz");
     options.cancellation = &log;
-    const Testing::TemporaryDirectory directory;
+    const TemporaryDirectory directory;
     const std::string path = directory.file("a.txt", text);
     const Scoped<TXTPointReader> reader(TXTPointReader::create());
     reader->init(path.c_str(), options);
@@ -369,7 +353,7 @@ TEST(TXTPointReader, ReportsEveryThousandLinesAndCanBeCancelled)
     for (int i = 0; i < 2500; ++i)
         text += i % 2 == 0 ? "1 2 3\n" : "#\n";
     const auto reader = readerOf(text, "xyz");
-    Testing::ProgressLog log;
+    ProgressLog log;
     log.setTotal(1);
     Query query;
     query.blockSize = 10000;
@@ -381,7 +365,7 @@ TEST(TXTPointReader, ReportsEveryThousandLinesAndCanBeCancelled)
     // Asked before the buffer is filled and after each thousand lines.
     query.blockSize = 7; // fewer points than lines between two reports
     for (const int queries : {0, 1, 2, 100}) {
-        Testing::ProgressLog cancelling(queries);
+        ProgressLog cancelling(queries);
         cancelling.setTotal(1);
         query.delegate = &cancelling;
         EXPECT_EQ(errorOf(40006, [&] { read(*reader, parsed("xyz"), query); }),
@@ -392,7 +376,7 @@ TEST(TXTPointReader, ReportsEveryThousandLinesAndCanBeCancelled)
 
 TEST(TXTPointReader, FindsTheHeaderAfterSkippedLines)
 {
-    const Testing::TemporaryDirectory directory;
+    const TemporaryDirectory directory;
     const std::string path = directory.file("a.txt", "first\n# X Y Z Red\n1 2 3 4\n");
     EXPECT_FALSE(TXTPointReader::readHeader(path.c_str(), 0));
     EXPECT_EQ(TXTPointReader::readHeader(path.c_str(), 1)->getNumChannels(), 4u);
@@ -516,5 +500,4 @@ TEST(FieldFormat, ParsesQuantizations)
     EXPECT_EQ(layout.getChannel("X")->getQuantization(), 0.01) << "an error changes nothing";
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

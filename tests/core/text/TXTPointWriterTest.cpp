@@ -1,26 +1,9 @@
 #include <vxunpack/TXTPointWriter.h>
 
-#include "support/ByteStore.h"
-#include "support/Errors.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 #include "text/TextDecimals.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <limits>
-#include <string>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::ByteStore;
-using Testing::channel;
-using Testing::errorOf;
-using Testing::layoutOf;
-using Testing::MemoryPointSource;
+namespace Quillmoran::Testing { namespace {
 
 const ChannelInfo x = channel("X", FLOAT64, 0.01), y = channel("Y", FLOAT64, 0.01),
                   z = channel("Z", FLOAT64, 0.01);
@@ -187,24 +170,24 @@ TEST(TXTPointWriter, WritesTheSameTextForEveryBlockSizeAndInFewWrites)
 
 TEST(TXTPointWriter, WritesToSeveralOutputs)
 {
-    const Testing::TemporaryDirectory directory;
+    const TemporaryDirectory directory;
     const std::string path = directory.file("a.txt", "precious");
     const auto source = threePoints();
     const Scoped<TXTPointWriter> writer(TXTPointWriter::create());
     const auto write = [&](const PointInfo& layout) {
-        return Testing::failureOf([&] { writer->write(Bounds::Huge(), 1.0, layout, nullptr); });
+        return failureOf([&] { writer->write(Bounds::Huge(), 1.0, layout, nullptr); });
     };
     const PointInfo untyped = layoutOf({x, y, z, channel("Intensity", INVALID)});
     writer->init(source.get(), path.c_str(), untyped);
     EXPECT_EQ(write(untyped), "40011 ");
-    EXPECT_EQ(Testing::readFile(path), "precious");
+    EXPECT_EQ(readFile(path), "precious");
     const Scoped<ByteStore> io = ByteStore::make();
     for (const char* format : {"xi", "i"}) {
         writer->init(source.get(), path.c_str(), format);
         EXPECT_EQ(write(xyzi), "no error");
         writer->init(source.get(), io.get(), format);
         EXPECT_EQ(write(xyzi), "no error");
-        EXPECT_EQ(Testing::readFile(path), io->text());
+        EXPECT_EQ(readFile(path), io->text());
         io->truncate(0);
         io->setCapacity(3);
         EXPECT_EQ(write(xyzi), "40002 write error");
@@ -212,10 +195,9 @@ TEST(TXTPointWriter, WritesToSeveralOutputs)
         io->setCapacity(SIZE_MAX);
     }
     EXPECT_EQ(io->openCount(), 0);
-    EXPECT_EQ(Testing::readFile(path), "# Intensity\n7\n8\n9\n");
+    EXPECT_EQ(readFile(path), "# Intensity\n7\n8\n9\n");
     writer->init(source.get(), "no/such/directory/out.txt", "x");
     EXPECT_EQ(write(xyz), "2 No such file or directory path = no/such/directory/out.txt");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

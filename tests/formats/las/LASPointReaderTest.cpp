@@ -1,32 +1,18 @@
 #include <vxunpack/LASPointReader.h>
 
 #include "las/laszip/LASzipCoding.h"
-#include "support/Errors.h"
 #include "support/LASClouds.h"
-#include "support/ProgressLog.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 #include <vxunpack/LASPointWriter.h>
 
-#include <algorithm>
-#include <cstring>
-#include <functional>
-#include <gtest/gtest.h>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::LASBytes;
-using Testing::LASFile;
-using Testing::LASFilePoint;
-using Testing::randomLASFile;
-using Testing::readLASPoints;
+namespace Quillmoran::Testing { namespace {
 
 class LASReading : public testing::Test
 {
 protected:
     Scoped<LASPointReader> open(const LASBytes& bytes, bool openFullWaveform = false)
     {
-        Testing::writeFile(path, bytes);
+        writeFile(path, bytes);
         Scoped<LASPointReader> reader(LASPointReader::create());
         reader->init(path.c_str(), openFullWaveform);
         return reader;
@@ -34,7 +20,7 @@ protected:
     // The error of reading the header, the metadata and all points.
     std::string failureOfReading(const LASBytes& bytes)
     {
-        std::string message = Testing::failureOf([&] {
+        std::string message = failureOf([&] {
             const auto reader = open(bytes);
             Metadata metadata;
             reader->loadMetadata(metadata, false);
@@ -51,10 +37,10 @@ protected:
         writer->init(source.get(), compressed.c_str(), 10 * file.versionMajor + file.versionMinor);
         writer->setWriteLAZ(true);
         writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
-        return Testing::readFile(compressed);
+        return readFile(compressed);
     }
 
-    Testing::TemporaryDirectory directory;
+    TemporaryDirectory directory;
     std::string path = directory / "file.las";
 };
 
@@ -129,10 +115,10 @@ TEST_F(LASReading, AnswersQueriesByBoxFractionAndChannel)
 
     PointInfo layout = reader->getPointInfo();
     layout.getChannel(3).init("Temperature", UINT16, 16, 0);
-    EXPECT_EQ(Testing::failureOf([&] { reader->createIterator(box, 1, layout, nullptr)->release(); }),
+    EXPECT_EQ(failureOf([&] { reader->createIterator(box, 1, layout, nullptr)->release(); }),
               "40012 requesting channel not in the source");
     layout.getChannel(3).init("Intensity", UINT8, 8, 0);
-    EXPECT_EQ(Testing::failureOf([&] { reader->createIterator(box, 1, layout, nullptr)->release(); }),
+    EXPECT_EQ(failureOf([&] { reader->createIterator(box, 1, layout, nullptr)->release(); }),
               "40010 channel 'Intensity' has another type in the source");
 }
 
@@ -276,14 +262,14 @@ TEST_F(LASReading, FindsTheCoordinateSystemInEitherNotation)
 TEST_F(LASReading, RefusesWaveformsUnlessTheyAreSkipped)
 {
     for (const int format : {4, 5, 9, 10})
-        EXPECT_EQ(Testing::failureOf([&] { open(randomLASFile(format, 4, 3, 1).build()); }),
+        EXPECT_EQ(failureOf([&] { open(randomLASFile(format, 4, 3, 1).build()); }),
                   "40608 Input LAS/LAZ file contains waveform data.  This is not currently supported.");
 }
 
 TEST_F(LASReading, RefusesMalformedFiles)
 {
     EXPECT_EQ(
-        Testing::failureOf([&] {
+        failureOf([&] {
             const Scoped<LASPointReader> reader(LASPointReader::create());
             reader->init("none.las", false);
         }),
@@ -396,8 +382,7 @@ TEST(LASzipCoding, AcceptsTheItemsOfThePointFormatOnly)
         header.recordLength =
             static_cast<std::uint16_t>(LASFile::recordBytes(format) + static_cast<unsigned>(userBytes));
         std::size_t layers = 0;
-        const std::string error =
-            Testing::failureOf([&] { layers = LASzipCoding::parse(value, header).numLayers; });
+        const std::string error = failureOf([&] { layers = LASzipCoding::parse(value, header).numLayers; });
         return error == "no error" ? std::to_string(layers) : error.substr(34);
     };
     EXPECT_EQ(layersOf(0, 0, 2, {6, 20, 2}), "0");
@@ -485,7 +470,7 @@ TEST_F(LASReading, RefusesCallsBeforeInit)
         [&] { writer->write(Bounds::Huge(), 1, PointInfo(), nullptr); },
     };
     for (const auto& call : calls)
-        EXPECT_EQ(Testing::failureOf(call).substr(0, 5), "40007") << &call - calls;
+        EXPECT_EQ(failureOf(call).substr(0, 5), "40007") << &call - calls;
 }
 
 // LASzip would continue at the next chunk.
@@ -500,26 +485,25 @@ TEST_F(LASReading, ReadsNoPointsAfterMalformedOnes)
         reader->createIterator(Bounds::Huge(), 1, reader->getPointInfo(), nullptr));
     PointData block;
     block.init(reader->getPointInfo(), 10);
-    EXPECT_EQ(Testing::failureOf([&] { iterator->getNextPoints(block); }),
+    EXPECT_EQ(failureOf([&] { iterator->getNextPoints(block); }),
               "40602 bad LAZ chunk: invalid first bytes of its code");
-    EXPECT_EQ(Testing::failureOf([&] { iterator->getNextPoints(block); }),
+    EXPECT_EQ(failureOf([&] { iterator->getNextPoints(block); }),
               "40602 the points after malformed ones cannot be read");
 }
 
 TEST_F(LASReading, ReportsEachSliceAndStopsWhenCancelled)
 {
     const auto reader = open(randomLASFile(0, 2, 40000, 1).build());
-    Testing::ProgressLog whole;
+    ProgressLog whole;
     whole.setTotal(reader->getTotalWork(Bounds::Huge(), 1));
     readLASPoints(*reader, Bounds::Huge(), 1, 1000, &whole);
     EXPECT_EQ(whole.last(), 1);
     for (int query = 0; query < 3; ++query) { // of each slice of 16,384 points
-        Testing::ProgressLog log(query);
-        EXPECT_EQ(Testing::failureOf([&] { readLASPoints(*reader, Bounds::Huge(), 1, 1000, &log); }),
+        ProgressLog log(query);
+        EXPECT_EQ(failureOf([&] { readLASPoints(*reader, Bounds::Huge(), 1, 1000, &log); }),
                   "40006 operation cancelled.");
         EXPECT_EQ(log.fractions.size(), static_cast<std::size_t>(query));
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

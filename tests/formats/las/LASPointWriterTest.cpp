@@ -1,26 +1,13 @@
 #include <vxunpack/LASPointWriter.h>
 
-#include "support/Errors.h"
 #include "support/LASClouds.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
 #include "support/SetOfSources.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 #include <vxunpack/LASPointReader.h>
 
-#include <cmath>
 #include <ctime>
-#include <gtest/gtest.h>
-#include <limits>
 
-namespace Quillmoran {
-namespace {
-
-using Testing::channel;
-using Testing::LASFile;
-using Testing::LASFilePoint;
-using Testing::layoutXYZ;
-using Testing::MemoryPointSource;
+namespace Quillmoran::Testing { namespace {
 
 class LASWriting : public testing::Test
 {
@@ -48,7 +35,7 @@ protected:
         return LASFile::load(path);
     }
 
-    Testing::TemporaryDirectory directory;
+    TemporaryDirectory directory;
     std::string path = directory / "out.las";
 };
 
@@ -103,7 +90,7 @@ TEST_F(LASWriting, WritesTheHeaderByteForByte)
     EXPECT_EQ(file.scale, (std::array<double, 3>{0.25, 0.5, 2}));
     EXPECT_EQ(file.offset, (std::array<double, 3>{100, -7, 3.5}));
     EXPECT_EQ(file.points[1].intensity, 1);
-    EXPECT_EQ(Testing::readFile(path).size(), 227u + 2 * 20);
+    EXPECT_EQ(readFile(path).size(), 227u + 2 * 20);
 
     struct
     {
@@ -232,9 +219,8 @@ TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
         const auto writer = makeWriter(*source);
         const double scale[] = {1, each.scale, 1}, offset[] = {0, each.offset, 0};
         writer->setQuantization(scale, offset);
-        EXPECT_EQ(
-            Testing::failureOf([&] { writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
-            each.error);
+        EXPECT_EQ(failureOf([&] { writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
+                  each.error);
         EXPECT_EQ(std::filesystem::remove(path), each.error == "no error") << each.error;
         EXPECT_TRUE(directory.isEmpty()) << each.error;
     }
@@ -416,9 +402,9 @@ TEST_F(LASWriting, CompressesTheSamePoints)
     } cases[] = {{7, -1, 50001}, {0, 12, 3000}, {1, 12, 3000}, {2, 12, 3000}, {3, 12, 60000},
                  {6, 14, 3000},  {7, 0, 3000},  {7, 12, 3000}, {8, 14, 50001}};
     for (const auto& each : cases) {
-        LASFile original = Testing::randomLASFile(each.format, 4, each.count, 5);
+        LASFile original = randomLASFile(each.format, 4, each.count, 5);
         original.globalEncoding = each.format == 7 ? 1 : 0; // adjusted time
-        Testing::writeFile(path, original.build());
+        writeFile(path, original.build());
         const Scoped<LASPointReader> reader(LASPointReader::create()), back(LASPointReader::create());
         reader->init(path.c_str(), false);
         const Scoped<LASPointWriter> writer(LASPointWriter::create());
@@ -436,12 +422,11 @@ TEST_F(LASWriting, CompressesTheSamePoints)
         back->init(compressed.c_str(), false);
         EXPECT_EQ(back->getFileFormatString(),
                   "LAZ " + std::to_string(header.versionMajor) + '.' + std::to_string(header.versionMinor));
-        EXPECT_TRUE(Testing::readLASPoints(*back) == original.points) << each.format << ' ' << each.version;
+        EXPECT_TRUE(readLASPoints(*back) == original.points) << each.format << ' ' << each.version;
         // One field at a time: layered files skip the others.
         for (std::size_t i = 3; each.format >= 6 && i < back->getNumChannels(); ++i) {
             const PointInfo one = layoutXYZ({back->getChannel(i)});
-            EXPECT_TRUE(Testing::readRows(*back, one) == Testing::readRows(*reader, one))
-                << back->getChannel(i).getName();
+            EXPECT_TRUE(readRows(*back, one) == readRows(*reader, one)) << back->getChannel(i).getName();
         }
     }
 }
@@ -512,5 +497,4 @@ TEST_F(LASWriting, WritesAFileWithoutPoints)
     EXPECT_EQ(empty.max, empty.offset);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,29 +1,11 @@
 #include "formats/pdal/BPFTestFile.h"
 #include "pdal/PDALFormats.h"
-#include "support/Errors.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
-#include "support/ProgressLog.h"
-#include "support/Random.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 #include <vxunpack/PointWriter.h>
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdlib>
 #include <zlib.h>
 
-namespace Quillmoran {
-namespace {
-
-using Testing::BPFTestFile;
-using Testing::channel;
-using Testing::Columns;
-using Testing::failureOf;
-using Testing::layoutXYZ;
-using Testing::MemoryPointSource;
-using Testing::readColumns;
+namespace Quillmoran::Testing { namespace {
 
 const PointInfo layout = layoutXYZ({channel("Intensity", UINT16), channel("ReturnNum", UINT8)});
 
@@ -38,11 +20,11 @@ protected:
     // Points on a grid, whose coordinates are exact in a file. They repeat with the period.
     void writeGrid(std::size_t count, std::size_t period = SIZE_MAX)
     {
-        Testing::Random random(7);
+        Random random(7);
         MemoryPointSource::Columns columns(layout.getNumChannels());
         for (std::size_t i = 0; i < count; ++i) {
             if (i % period == 0)
-                random = Testing::Random(7);
+                random = Random(7);
             const auto step = [&](int bound) { return static_cast<double>(random.between(0, bound)); };
             columns[0].push_back(1000 + step(400) / 4);
             columns[1].push_back(2000 + step(400) / 4);
@@ -60,11 +42,11 @@ protected:
     // The error of reading a file of these bytes.
     std::string readDamaged(const std::string& bytes)
     {
-        Testing::writeFile(path, bytes);
+        writeFile(path, bytes);
         return failureOf([this] { readColumns(*open(path)); });
     }
 
-    Testing::TemporaryDirectory directory;
+    TemporaryDirectory directory;
     std::string path = directory / "in.bpf";
     Scoped<MemoryPointSource> source;
 };
@@ -99,7 +81,7 @@ TEST_F(PDALPointReaderTest, RefusesQueriesThatItCannotAnswer)
     EXPECT_EQ(query(layoutXYZ({channel("Red", UINT16)})), "40012 requesting channel not in the source");
     EXPECT_EQ(query(layoutXYZ({channel("Intensity", UINT8)})),
               "40010 channel 'Intensity' has another type in the source");
-    Testing::ProgressLog delegate(0);
+    ProgressLog delegate(0);
     EXPECT_EQ(query(layout, &delegate), "40006 operation cancelled.");
 }
 
@@ -108,7 +90,7 @@ TEST_F(PDALPointReaderTest, ReportsTheFaultOfAFile)
     const std::string failed = "40609 Failed to create PDALReader for path = '" + path + "': ";
     EXPECT_EQ(failureOf([&] { open(path); }), failed + "No such file or directory path = " + path);
     writeGrid(20);
-    const std::string whole = Testing::readFile(path);
+    const std::string whole = readFile(path);
     for (std::size_t length = 0; length < whole.size(); ++length)
         ASSERT_EQ(readDamaged(whole.substr(0, length)).substr(0, failed.size()), failed) << length;
     EXPECT_EQ(readDamaged(whole + "more"), "no error");
@@ -132,7 +114,7 @@ TEST_F(PDALPointReaderTest, ReportsTheFaultOfAFile)
 TEST_F(PDALPointReaderTest, TypesChannelsByTheRangeInTheHeader)
 {
     writeGrid(20);
-    const std::string whole = Testing::readFile(path);
+    const std::string whole = readFile(path);
     const BPFTestFile file = BPFTestFile::parse(whole);
     const auto intensity = static_cast<std::size_t>(
         std::find(file.labels.begin(), file.labels.end(), "Intensity") - file.labels.begin());
@@ -231,7 +213,7 @@ TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
 {
     constexpr std::size_t pointBytes = 20, period = 400; // the maximum distance of level 1
     writeGrid(5000, period);
-    const std::string plain = Testing::readFile(path);
+    const std::string plain = readFile(path);
     const Columns expected = readColumns(*open(path));
     const auto fastLZOf = [](int level, std::size_t distance) {
         return [=](const std::string& raw) { return fastLZ(raw, level, distance); };
@@ -248,7 +230,7 @@ TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
                  {"FastLZ 2, far and long", compressedBy(2, plain, fastLZOf(2, 2 * pointBytes * period))},
                  {"stored", compressedBy(2, plain, [](const std::string& raw) { return raw; })}};
     for (const auto& each : cases) {
-        Testing::writeFile(path, each.bytes);
+        writeFile(path, each.bytes);
         EXPECT_EQ(readColumns(*open(path)), expected) << each.name;
         std::string other = each.bytes;
         other[14] = '\1';
@@ -300,17 +282,16 @@ void expectEqual(const PointReader& reader, const BPFTestFile& file, const std::
 
 TEST_F(RealBPFFiles, AreReadCompletely)
 {
-    const BPFTestFile twin = BPFTestFile::parse(Testing::readFile(data + chipped + ".bpf"));
+    const BPFTestFile twin = BPFTestFile::parse(readFile(data + chipped + ".bpf"));
     EXPECT_EQ(twin.numPoints, 1065);
     for (const char* name : {".bpf", "-interleaved.bpf", "-fastlz.bpf", "-deflate-segregated.bpf"})
         expectEqual(*open(data + chipped + name), twin, name);
     for (const std::string name : {chipped + "-interleaved.bpf", std::string("autzen-utm.bpf")})
-        expectEqual(*open(data + name), BPFTestFile::parse(Testing::readFile(data + name)), name);
+        expectEqual(*open(data + name), BPFTestFile::parse(readFile(data + name)), name);
     const auto reader = open(data + "autzen-utm.bpf");
     for (const char* name : {"Intensity", "ReturnNum", "NumReturns", "ClassId", "Red", "GPSTime"})
         EXPECT_TRUE(reader->hasChannel(name)) << name;
     EXPECT_EQ(reader->getChannel("ClassId")->getDataType(), UINT8);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

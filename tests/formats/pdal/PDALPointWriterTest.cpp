@@ -1,29 +1,10 @@
 #include "formats/pdal/BPFTestFile.h"
 #include "pdal/PDALFormats.h"
-#include "support/Errors.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
-#include "support/ProgressLog.h"
 #include "support/SampleCloud.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 #include <vxunpack/VX7PointReader.h>
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::BPFTestFile;
-using Testing::channel;
-using Testing::Columns;
-using Testing::failureOf;
-using Testing::layoutXYZ;
-using Testing::MemoryPointSource;
-using Testing::readColumns;
-using Testing::SampleCloud;
-using Numbers = std::vector<double>;
+namespace Quillmoran::Testing { namespace {
 
 class PDALPointWriterTest : public testing::Test
 {
@@ -35,22 +16,22 @@ protected:
         return writer->write(box, 1, layout, &listener);
     }
     std::int64_t write(PointSource& source) { return write(source, source.getPointInfo()); }
-    BPFTestFile parse() const { return BPFTestFile::parse(Testing::readFile(path)); }
+    BPFTestFile parse() const { return BPFTestFile::parse(readFile(path)); }
     Scoped<PointReader> open() const { return Scoped<PointReader>(createPDALPointReader(path.c_str())); }
 
     // 12,000 points in scan lines, whose coordinates need all digits.
     Scoped<VX7PointReader> openSurvey()
     {
         const std::string input = directory / "in.vxl";
-        Testing::writeFile(input, buildFile(SampleCloud::make(12000, 1).toFile()));
+        writeFile(input, buildFile(SampleCloud::make(12000, 1).toFile()));
         Scoped<VX7PointReader> reader(VX7PointReader::create());
         reader->init(input.c_str());
         return reader;
     }
 
-    Testing::TemporaryDirectory directory;
+    TemporaryDirectory directory;
     std::string path = directory / "out.bpf";
-    Testing::ProgressLog listener;
+    ProgressLog listener;
 };
 
 // Equal except for the last digits of a double, or of a float within a range.
@@ -213,5 +194,4 @@ TEST_F(PDALPointWriterTest, RefusesANameThatPDALReadsAsSeveral)
               "-1 the name of a BPF file cannot hold a '#': '" + path + "'");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

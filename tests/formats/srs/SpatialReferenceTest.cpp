@@ -1,12 +1,8 @@
 #include "srs/SpatialReference.h"
 
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <netinet/in.h>
-#include <string>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <unistd.h>

@@ -1,21 +1,11 @@
 // Damaged files: each invalid field has its own error. robustness/DamageTest tests random damage.
 #include "common/container/ChunkHeader.h"
 #include "platform/ByteOrder.h"
-#include "support/Errors.h"
 #include "support/ReadPoints.h"
 #include "support/SampleCloud.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
-#include <map>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::Bytes;
-using Testing::failureOf;
-using Testing::FilePlan;
-using Testing::openFile;
-using Testing::SampleCloud;
+namespace Quillmoran::Testing { namespace {
 
 // Opens the file and decodes everything.
 std::string outcome(const Bytes& bytes)
@@ -25,7 +15,7 @@ std::string outcome(const Bytes& bytes)
         const auto reader = openFile(bytes);
         Metadata metadata;
         reader->loadMetadata(metadata, false);
-        count = Testing::readAll(*reader, Bounds::Huge(), 1, 64).count;
+        count = readAll(*reader, Bounds::Huge(), 1, 64).count;
     });
     return failure == "no error" ? std::to_string(count) + " points" : failure;
 }
@@ -284,8 +274,8 @@ TEST(DamagedFile, RefusesMoreMemoryThanItsSizeJustifies)
         plan.numLevels = 1;
         plan.channels.resize(3);
         for (int i = 0; i < 5; ++i)
-            plan.channels.push_back(Testing::integerChannel("c" + std::to_string(i), SINT64, {}, 10));
-        for (Testing::ChannelPlan& channel : plan.channels) {
+            plan.channels.push_back(integerChannel("c" + std::to_string(i), SINT64, {}, 10));
+        for (ChannelPlan& channel : plan.channels) {
             channel.integers.assign(4, 0);
             channel.subblockSize = 1 << 24;
             if (channel.type == SINT64)
@@ -318,9 +308,8 @@ TEST(DamagedFile, DecodesManyLevelsAndChannels)
     plan.numLevels = 1;
     for (int i = 0; i < 60000; ++i)
         plan.channels.push_back(
-            Testing::integerChannel("c" + std::to_string(i), UINT8, std::vector<std::int64_t>(9), 10));
+            integerChannel("c" + std::to_string(i), UINT8, std::vector<std::int64_t>(9), 10));
     EXPECT_EQ(outcome(buildFile(plan)), "9 points");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

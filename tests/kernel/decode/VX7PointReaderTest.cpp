@@ -1,32 +1,15 @@
 #include <vxunpack/VX7PointReader.h>
 
 #include "decode/container/WaveletDecoderInfo.h"
-#include "support/ByteStore.h"
-#include "support/Errors.h"
-#include "support/ProgressLog.h"
-#include "support/Random.h"
 #include "support/ReadPoints.h"
 #include "support/SampleCloud.h"
+#include "support/Test.h"
 #include <vxunpack/VX7PointWriter.h>
 
-#include <cmath>
-#include <gtest/gtest.h>
 #include <tbb/global_control.h>
 #include <tbb/task_arena.h>
 
-namespace Quillmoran {
-namespace {
-
-using Testing::Bytes;
-using Testing::ByteStore;
-using Testing::failureOf;
-using Testing::FilePlan;
-using Testing::openFile;
-using Testing::Points;
-using Testing::ProgressLog;
-using Testing::Random;
-using Testing::readAll;
-using Testing::SampleCloud;
+namespace Quillmoran::Testing { namespace {
 
 template <class T, class S>
 bool holds(const Points& points, std::size_t channel, const std::vector<S>& values)
@@ -54,7 +37,7 @@ TEST(VX7PointReader, RestoresAllPointsOfEveryKindOfFile)
         Random random(seed);
         const SampleCloud cloud = SampleCloud::make(seed < 20 ? seed : random.below(4000), seed);
         FilePlan plan = cloud.toFile();
-        for (Testing::ChannelPlan& part : Testing::splitChannel("Narrow", FLOAT32, cloud.temperature))
+        for (ChannelPlan& part : splitChannel("Narrow", FLOAT32, cloud.temperature))
             plan.channels.push_back(std::move(part));
         plan.version = static_cast<std::uint8_t>(random.between(1, 4));
         plan.headerVersion = static_cast<std::uint8_t>(random.between(1, 2));
@@ -63,7 +46,7 @@ TEST(VX7PointReader, RestoresAllPointsOfEveryKindOfFile)
         plan.numLevels = static_cast<std::uint32_t>(random.between(1, 14));
         plan.extendedHeader = random.chance(0.3);
         const TransformType lossless[] = {1, 3, 10, 11, 13};
-        for (Testing::ChannelPlan& channel : plan.channels) {
+        for (ChannelPlan& channel : plan.channels) {
             channel.subblockSize = static_cast<std::uint32_t>(random.between(8, 700));
             channel.rawPlanes = static_cast<int>(random.below(4));
             // Lifting would round deflated numbers. Lifted exponents have wider kernels.
@@ -110,7 +93,7 @@ TEST(VX7PointReader, DetectsTheBandLayoutsOfOldWriters)
 
             // No band has two ranges.
             sparse.channels.resize(3);
-            for (Testing::ChannelPlan& channel : sparse.channels)
+            for (ChannelPlan& channel : sparse.channels)
                 channel.integers.assign(129, 0);
             const auto zeros = readAll(*openFile(buildFile(sparse)));
             EXPECT_TRUE(holds<double>(zeros, 1, std::vector<double>(129, SampleCloud::offsets[1])));
@@ -157,7 +140,7 @@ TEST(VX7PointReader, DecodesTheLevelOfTheFraction)
     const SampleCloud cloud = SampleCloud::make(1001, 4);
     FilePlan plan = cloud.toFile();
     plan.numLevels = 4;
-    for (Testing::ChannelPlan& channel : plan.channels)
+    for (ChannelPlan& channel : plan.channels)
         channel.transform =
             channel.transform == 1 ? 11 : channel.transform; // coarse levels have original points
     const auto reader = openFile(buildFile(plan));
@@ -238,9 +221,9 @@ TEST(VX7PointReader, RefusesUnavailableChannels)
     plan.channels.back().name = "@d|Lonely";
     // Parts with other kernels than their names require.
     for (const char* part : {"@d|Deflated", "@e|Deflated", "@s|Deflated"})
-        plan.channels.push_back(Testing::deflatedChannel(part, FLOAT32, cloud.temperature));
-    plan.channels.push_back(Testing::integerChannel("Odd", static_cast<DataType>(0x402), cloud.classId, 10));
-    for (Testing::ChannelPlan& part : Testing::splitChannel("Narrow", FLOAT32, cloud.temperature))
+        plan.channels.push_back(deflatedChannel(part, FLOAT32, cloud.temperature));
+    plan.channels.push_back(integerChannel("Odd", static_cast<DataType>(0x402), cloud.classId, 10));
+    for (ChannelPlan& part : splitChannel("Narrow", FLOAT32, cloud.temperature))
         plan.channels.push_back(part);
     const auto reader = openFile(buildFile(plan));
     const auto ask = [&](const char* name, DataType type) {
@@ -293,7 +276,7 @@ TEST(VX7PointReader, ReportsProgressAndStopsWhenCancelled)
 TEST(WaveletDecoderInfo, HalvesRangesPerLevel)
 {
     FilePlan plan = SampleCloud::make(1000, 6).toFile();
-    for (Testing::ChannelPlan& channel : plan.channels)
+    for (ChannelPlan& channel : plan.channels)
         channel.subblockSize = 60;
     plan.numLevels = 6;
     // Boxes along a line: entry i is at x = i; some are elsewhere, and two have no points.
@@ -337,5 +320,4 @@ TEST(WaveletDecoderInfo, HalvesRangesPerLevel)
     EXPECT_EQ(info.getLevel(7), 0u);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -2,29 +2,15 @@
 
 #include "decode/container/WaveletDecoderInfo.h"
 #include "encode/planning/PlanChooser.h"
-#include "support/Errors.h"
-#include "support/Layouts.h"
 #include "support/RandomCloud.h"
 #include "support/ReadPoints.h"
+#include "support/Test.h"
 #include <vxunpack/ProgressDelegate.h>
 
-#include <cmath>
-#include <functional>
-#include <gtest/gtest.h>
 #include <tbb/global_control.h>
 #include <tbb/task_arena.h>
 
-namespace Quillmoran {
-namespace {
-
-using Testing::Bytes;
-using Testing::ByteStore;
-using Testing::failureOf;
-using Testing::makeRandomCloud;
-using Testing::MemoryPointSource;
-using Testing::openFile;
-using Testing::Random;
-using Testing::readAll;
+namespace Quillmoran::Testing { namespace {
 
 // Changes the source after its first block.
 struct Meddler final : ProgressDelegate
@@ -112,8 +98,7 @@ Scoped<MemoryPointSource> makeSurvey(std::size_t count)
         columns[5].push_back(245379.5 + static_cast<double>(i) * 0x1p-16);
     }
     auto source = MemoryPointSource::make(
-        Testing::layoutXYZ({Testing::channel("Intensity", UINT16), Testing::channel("ClassId", UINT8),
-                            Testing::channel("GPSTime", FLOAT64)}),
+        layoutXYZ({channel("Intensity", UINT16), channel("ClassId", UINT8), channel("GPSTime", FLOAT64)}),
         columns);
     source->setQuantization(surveyScale, surveyOffset);
     return source;
@@ -166,7 +151,7 @@ TEST(VX7PointWriter, IndexesExtremeCoordinates)
     const double largest = std::numeric_limits<double>::max();
     for (const double end : {1e300, largest, infinity}) {
         const auto source =
-            MemoryPointSource::make(Testing::layoutXYZ(), {{-end, 0, end}, {1, 2, 3}, {end, end, end}});
+            MemoryPointSource::make(layoutXYZ(), {{-end, 0, end}, {1, 2, 3}, {end, end, end}});
         EncodeOptions options;
         options.pointsPerEntry = 1;
         const auto reader = openFile(packWith(*source, options));
@@ -181,7 +166,7 @@ TEST(VX7PointWriter, KeepsPointsWithoutCoordinates)
     for (const double finite : {1.0, nan})
         for (const std::uint8_t version : {std::uint8_t{1}, std::uint8_t{2}}) {
             const auto source = MemoryPointSource::make(
-                Testing::layoutXYZ(), {{1, nan, nan}, {finite, finite, finite}, {nan, 2, nan}});
+                layoutXYZ(), {{1, nan, nan}, {finite, finite, finite}, {nan, 2, nan}});
             EncodeOptions options;
             options.pointsPerEntry = 1; // boxes without a coordinate
             options.versions.index = version;
@@ -273,8 +258,7 @@ std::string packAs(PointSource& source, const char* channel, int code, const Enc
 Scoped<MemoryPointSource> makeColumn(DataType type, const std::vector<double>& samples)
 {
     const std::vector<double> zeros(samples.size());
-    return MemoryPointSource::make(Testing::layoutXYZ({Testing::channel("T", type)}),
-                                   {zeros, zeros, zeros, samples});
+    return MemoryPointSource::make(layoutXYZ({channel("T", type)}), {zeros, zeros, zeros, samples});
 }
 
 TEST(VX7PointWriter, UsesGivenTransformsOrRefusesThem)
@@ -310,10 +294,10 @@ TEST(VX7PointWriter, KeepsTheScaleOfCoordinates)
         std::vector<double> samples(count);
         for (std::size_t i = 0; i < count; ++i)
             samples[i] = i < 50 ? static_cast<double>(random.between(0, 1 << 20)) * 0.25 : samples[i - 50];
-        const auto source = MemoryPointSource::make(
-            Testing::layoutOf({Testing::channel("X", FLOAT64, 0.25), Testing::channel("Y", FLOAT64, 0.25),
-                               Testing::channel("Z", FLOAT64, 0.25), Testing::channel("T", FLOAT64, 0.25)}),
-            {samples, samples, samples, samples});
+        const auto source =
+            MemoryPointSource::make(layoutOf({channel("X", FLOAT64, 0.25), channel("Y", FLOAT64, 0.25),
+                                              channel("Z", FLOAT64, 0.25), channel("T", FLOAT64, 0.25)}),
+                                    {samples, samples, samples, samples});
         EncodeOptions options;
         options.byChannel["Z"].subblockSize = 32;
         const auto reader = openFile(packWith(*source, options));
@@ -427,9 +411,8 @@ TEST(VX7PointWriter, ChoosesLevelsAndBoxesByTheNumberOfPoints)
 TEST(VX7PointWriter, RefusesNamesThatItCannotStore)
 {
     const auto failure = [](const char* a, const char* b) {
-        const auto source = MemoryPointSource::make(
-            Testing::layoutXYZ({Testing::channel(a, UINT8), Testing::channel(b, UINT8)}),
-            {{1}, {1}, {1}, {1}, {1}});
+        const auto source = MemoryPointSource::make(layoutXYZ({channel(a, UINT8), channel(b, UINT8)}),
+                                                    {{1}, {1}, {1}, {1}, {1}});
         return failureOf([&] { packWith(*source); });
     };
     EXPECT_EQ(failure("@d|A", "B"), "40007 a channel cannot be called '@d|A'");
@@ -470,5 +453,4 @@ TEST(VX7PointWriter, RefusesOptionsOutOfRange)
     EXPECT_EQ(failure([](auto& o) { o.byChannel["X"].transform = 99; }), "-1 bad transform type");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

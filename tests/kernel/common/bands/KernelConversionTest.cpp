@@ -1,18 +1,13 @@
 #include "common/bands/KernelConversion.h"
 
-#include "support/Layouts.h"
+#include "support/Test.h"
 
-#include <cmath>
-#include <gtest/gtest.h>
-#include <vector>
-
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
 PointData makePoints(std::size_t count)
 {
     PointData points;
-    points.init(Testing::layoutXYZ({Testing::channel("T", FLOAT64)}), count);
+    points.init(layoutXYZ({channel("T", FLOAT64)}), count);
     return points;
 }
 
@@ -52,5 +47,4 @@ TEST(KernelConversion, QuantizesAndDequantizes)
     EXPECT_EQ(std::vector<double>(x, x + 4), (std::vector<double>{102.0, 100.0, 100.25, 99.5}));
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,16 +1,9 @@
 #include "common/coders/ArithmeticCoder.h"
 
-#include "support/Random.h"
+#include "support/Test.h"
 
-#include <cmath>
-#include <gtest/gtest.h>
-#include <memory>
-#include <vector>
+namespace Quillmoran::Testing { namespace {
 
-namespace Quillmoran {
-namespace {
-
-using Testing::Random;
 using Bytes = std::vector<std::uint8_t>;
 
 // A step of a test: a symbol of a model, an adaptive bit or raw bits.
@@ -186,5 +179,4 @@ TEST(ArithmeticCoder, StaysInsideItsTablesWithDamagedData)
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,19 +1,9 @@
 #include "common/coders/MQCoder.h"
 
-#include "support/Random.h"
 #include "support/SubblockEncoder.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
-#include <memory>
-#include <string>
-#include <vector>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::Bytes;
-using Testing::fromHex;
-using Testing::Random;
+namespace Quillmoran::Testing { namespace {
 
 // ISO/IEC 15444-1, table C.2.
 struct PublishedState
@@ -216,5 +206,4 @@ TEST(MQCoder, DecodesAnyBytesLikeThePublishedDecoder)
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -3,20 +3,10 @@
 #include "common/bands/KernelSamples.h"
 #include "common/container/ChunkHeader.h"
 #include "platform/Stream.h"
-#include "support/ByteStore.h"
-#include "support/Errors.h"
 #include "support/SubblockEncoder.h"
+#include "support/Test.h"
 
-#include <cmath>
-#include <gtest/gtest.h>
-#include <limits>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::Bytes;
-using Testing::ByteStore;
-using Testing::fromHex;
+namespace Quillmoran::Testing { namespace {
 
 // A record of an integer kernel with this range.
 WaveletChannelInfo recordOf(const char* name, DataType type, TransformType transform, std::int64_t low,
@@ -146,7 +136,7 @@ TEST(WaveletChannelInfo, KeepsLongNamesInTheExtendedRecord)
     const std::string longest(65535, 'n');
     EXPECT_EQ(save(recordOf(longest.c_str(), UINT8, 10, 0, 1), true).size(), 65537u);
     const WaveletChannelInfo tooLong = recordOf((longest + "n").c_str(), UINT8, 10, 0, 1);
-    EXPECT_EQ(Testing::failureOf([&] { save(tooLong, true); }), "-1 bad write -- channel name length");
+    EXPECT_EQ(failureOf([&] { save(tooLong, true); }), "-1 bad write -- channel name length");
 }
 
 TEST(ChunkHeader, LocatesTheWholeChunk)
@@ -161,5 +151,4 @@ TEST(ChunkHeader, LocatesTheWholeChunk)
     EXPECT_EQ(whole.length(), 19);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

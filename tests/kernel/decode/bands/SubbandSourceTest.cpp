@@ -3,27 +3,12 @@
 #include "decode/MemoryBudget.h"
 #include "decode/bands/SubblockCheckpoints.h"
 #include "decode/coders/SubblockReader.h"
-#include "support/ByteStore.h"
-#include "support/Errors.h"
 #include "support/ForwardWavelet.h"
 #include "support/Kernels.h"
-#include "support/Random.h"
 #include "support/SubblockEncoder.h"
-#include <vxunpack/Base.h>
+#include "support/Test.h"
 
-#include <cstring>
-#include <gtest/gtest.h>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::BandOptions;
-using Testing::Bytes;
-using Testing::ByteStore;
-using Testing::EncodedBand;
-using Testing::kernelOf;
-using Testing::Lifting;
-using Testing::Random;
+namespace Quillmoran::Testing { namespace {
 
 // The bands of a channel in memory, and the chain over them.
 template <class T>
@@ -32,13 +17,13 @@ class Chain
 public:
     Chain(std::vector<T> samples, const BandOptions& options, std::size_t levels, std::size_t blockSize,
           bool interleaved)
-        : m_bands(Testing::decompose(std::move(samples), Lifting::of(options.transform), levels)),
+        : m_bands(decompose(std::move(samples), Lifting::of(options.transform), levels)),
           m_transform(options.transform)
     {
         Bytes all = {0xEE}; // bands do not start at the beginning of a file
         std::vector<EncodedBand> encoded;
         for (const auto& band : m_bands) {
-            encoded.push_back(Testing::encodeBand(band, options, interleaved));
+            encoded.push_back(encodeBand(band, options, interleaved));
             for (const Bytes* range : {&encoded.back().headers, &encoded.back().data})
                 all.insert(all.end(), range->begin(), range->end());
         }
@@ -66,10 +51,7 @@ public:
     SubblockReader& reader() { return *m_reader; }
     const ByteStore& store() const { return *m_store; }
     // The result of the plain inverse: for integers the original samples.
-    std::vector<T> expected() const
-    {
-        return Testing::compose(m_bands, Lifting::of(m_transform), m_bands.size());
-    }
+    std::vector<T> expected() const { return compose(m_bands, Lifting::of(m_transform), m_bands.size()); }
 
     // Every second call decodes the subblocks first, from the last to the first.
     std::vector<T> read(std::size_t count)
@@ -245,7 +227,7 @@ TEST(SubbandSource, NeedsNoMemoryForZeros)
                                   64, true);
         MemoryBudget budget(budgetBytes);
         chain.reader().setBudget(&budget);
-        return Testing::failureOf([&] {
+        return failureOf([&] {
             chain.root().begin(0);
             EXPECT_EQ(chain.read(subblockSize).size(), subblockSize);
             EXPECT_EQ(chain.read(subblockSize).size(), subblockSize);
@@ -260,7 +242,7 @@ TEST(SubbandSource, RefusesAHugeSubblock)
 {
     const auto failureWith = [](std::size_t subblockSize, std::int64_t numSamples) {
         const auto reader = SubblockReader::create({SINT16, 1, subblockSize});
-        return Testing::failureOf([&] { SubbandSource::createSubbandReader(*reader, {}, numSamples); });
+        return failureOf([&] { SubbandSource::createSubbandReader(*reader, {}, numSamples); });
     };
     constexpr std::int64_t most = 1 << 24;
     EXPECT_EQ(failureWith(most, std::int64_t{1} << 40), "no error");
@@ -268,5 +250,4 @@ TEST(SubbandSource, RefusesAHugeSubblock)
     EXPECT_EQ(failureWith(most + 1, most + 1), "40203 bad read -- channel info");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,28 +1,11 @@
 #include "decode/coders/SubblockReader.h"
 
 #include "platform/Stream.h"
-#include "support/ByteStore.h"
-#include "support/Errors.h"
 #include "support/Kernels.h"
-#include "support/Random.h"
 #include "support/SubblockEncoder.h"
+#include "support/Test.h"
 
-#include <cstring>
-#include <gtest/gtest.h>
-#include <memory>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::BandOptions;
-using Testing::Bytes;
-using Testing::ByteStore;
-using Testing::EncodedBand;
-using Testing::failureOf;
-using Testing::fromHex;
-using Testing::kernelOf;
-using Testing::putBigEndian;
-using Testing::Random;
+namespace Quillmoran::Testing { namespace {
 
 // Decodes a subblock of `count` samples.
 Bytes decode(DataType type, TransformType transform, const EncodedBand& band, std::size_t count,
@@ -58,7 +41,7 @@ TEST(MQInteger, RestoresSpecialSamples)
         for (const std::vector<std::int16_t>& samples :
              {std::vector<std::int16_t>{INT16_MIN, INT16_MAX, 0, -1, INT16_MIN}, // all planes
               std::vector<std::int16_t>{-24000, 16, 0, -32}}) {                  // without the lowest planes
-            expectSamples(samples, 1, Testing::encodeBand(samples, options, false));
+            expectSamples(samples, 1, encodeBand(samples, options, false));
         }
     }
     // The length of each plane has 16 bits, so a payload of more than 64 KiB fills several.
@@ -69,7 +52,7 @@ TEST(MQInteger, RestoresSpecialSamples)
     std::vector<std::int32_t> noise(options.subblockSize);
     for (std::int32_t& sample : noise)
         sample = static_cast<std::int32_t>(random.between(-32768, 32767));
-    const EncodedBand band = Testing::encodeBand(noise, options, false);
+    const EncodedBand band = encodeBand(noise, options, false);
     EXPECT_GT(band.data.size(), 65536u);
     expectSamples(noise, 1, band, true);
 }
@@ -102,7 +85,7 @@ TEST(SubblockReader, DecodesKnownBytes)
     };
     for (const Case& c : cases) {
         const BandOptions options{c.transform, 64, c.planeLengths, c.rawPlanes};
-        const EncodedBand band = Testing::encodeBand(samples, options, false);
+        const EncodedBand band = encodeBand(samples, options, false);
         EXPECT_EQ(band.headers, c.headers) << int{c.transform};
         EXPECT_EQ(band.data, c.data) << int{c.transform};
         expectSamples(samples, c.transform, {c.headers, c.data}, c.planeLengths);
@@ -176,7 +159,7 @@ TEST(SubblockReader, ReportsBrokenDeflateStreams)
     BandOptions options;
     options.transform = 70;
     const std::vector<double> four = {1, 2, 3, 4};
-    const EncodedBand good = Testing::encodeBand(four, options, false);
+    const EncodedBand good = encodeBand(four, options, false);
     Bytes cut(good.data.begin(), good.data.end() - 3);
     EXPECT_EQ(loadFailure(FLOAT64, 70, header(static_cast<std::uint32_t>(2048 + cut.size())), cut),
               "40230 inflate(Z_NO_FLUSH): buffer error");
@@ -202,5 +185,4 @@ TEST(SubblockReader, IsCreatedByTransformAndType)
     EXPECT_EQ(create(FLOAT64, 63), "no error");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,13 +1,8 @@
 #include "decode/lifting/InverseWavelet.h"
 
-#include "support/Errors.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
-#include <utility>
-#include <vector>
-
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
 // By hand: floor((left + right + 2) / 4) is subtracted; 9 * 8000 = 72000 is 6464 in 16 bits, and
 // (6464 + 14) >> 4 = 404.
@@ -33,8 +28,7 @@ TEST(InverseWavelet, RefusesOtherTypesAndTransforms)
 {
     LiftingStep predict = nullptr, update = nullptr;
     const auto message = [&](DataType type, TransformType transform) {
-        return Testing::failureOf(
-            [&] { TransformUtils::getInverseWavelet(type, transform, predict, update); });
+        return failureOf([&] { TransformUtils::getInverseWavelet(type, transform, predict, update); });
     };
     EXPECT_EQ(message(UINT16, 1), "40007 unkown datatype");
     EXPECT_EQ(message(SINT16, 14), "40007 unkown wavelet type");
@@ -46,10 +40,9 @@ TEST(InverseWavelet, RefusesOtherTypesAndTransforms)
     EXPECT_EQ(known, (std::vector<int>{1, 3, 10, 11, 13, 61, 63, 70, 71, 73, 81, 83, 90, 91, 93}));
     for (const auto query :
          {TransformUtils::isInteger, TransformUtils::isFloatingPoint, TransformUtils::isWavelet})
-        EXPECT_EQ(Testing::failureOf([&] { query(12); }), "-1 bad transform type");
+        EXPECT_EQ(failureOf([&] { query(12); }), "-1 bad transform type");
     EXPECT_TRUE(TransformUtils::isWavelet(13));
     EXPECT_FALSE(TransformUtils::isWavelet(90));
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

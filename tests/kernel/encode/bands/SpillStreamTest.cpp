@@ -1,14 +1,9 @@
 #include "encode/bands/SpillStream.h"
 
-#include "support/Random.h"
 #include "support/SubblockEncoder.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::Random;
+namespace Quillmoran::Testing { namespace {
 
 TEST(SpillStream, KeepsStreamsSeparate)
 {
@@ -27,9 +22,8 @@ TEST(SpillStream, KeepsStreamsSeparate)
     }
     for (std::size_t s = 0; s < streams.size(); ++s) {
         EXPECT_EQ(streams[s].size(), static_cast<std::int64_t>(expected[s].size()));
-        EXPECT_EQ(Testing::bytesOf(streams[s]), expected[s]) << s;
+        EXPECT_EQ(bytesOf(streams[s]), expected[s]) << s;
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

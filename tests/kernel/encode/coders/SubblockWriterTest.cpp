@@ -1,20 +1,13 @@
 #include "encode/coders/SubblockWriter.h"
 
 #include "common/coders/BitPlanes.h"
-#include "support/Errors.h"
 #include "support/Kernels.h"
-#include "support/Random.h"
 #include "support/SubblockEncoder.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
-#include <limits>
-
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
 using Bytes = SubblockWriter::Bytes;
-using Testing::failureOf;
-using Testing::Random;
 
 TEST(BitPlanes, CodeRestoresEveryTriple)
 {
@@ -36,7 +29,7 @@ TEST(BitPlanes, CodeRestoresEveryTriple)
 template <class T>
 std::size_t payloadOf(SubblockFormat format, const std::vector<T>& samples)
 {
-    format.type = Testing::kernelOf<T>;
+    format.type = kernelOf<T>;
     Bytes headers, data;
     SubblockWriter::create(format)->encode(samples.data(), samples.size(), headers, data);
     return data.size();
@@ -104,14 +97,14 @@ TEST(SubbandWriter, CountsUpTo2048ZeroSubblocksPerHeader)
 {
     std::vector<std::int32_t> samples(5003 * 16 + 7); // the last subblock is short
     samples[5000 * 16] = 1;
-    Testing::BandOptions options;
+    BandOptions options;
     options.subblockSize = 16;
-    const Bytes wide = Testing::encodeBand(samples, options, false).headers;
+    const Bytes wide = encodeBand(samples, options, false).headers;
     EXPECT_EQ(wide.size(), 4 * 2 + 2 + 4u); // zero runs, header and length of the payload
     EXPECT_EQ(Bytes(wide.begin(), wide.begin() + 6), (Bytes{0x07, 0xFF, 0x07, 0xFF, 0x03, 0x87}));
     EXPECT_EQ(Bytes(wide.end() - 2, wide.end()), (Bytes{0, 2}));
     options.transform = 90;
-    const Bytes coded = Testing::encodeBand(samples, options, false).headers;
+    const Bytes coded = encodeBand(samples, options, false).headers;
     EXPECT_EQ(coded.size(), 4 * 4 + 4u);
     EXPECT_EQ(Bytes(coded.begin(), coded.begin() + 8), (Bytes{0, 0, 0x07, 0xFF, 0, 0, 0x07, 0xFF}));
 }
@@ -139,5 +132,4 @@ TEST(SubblockWriter, RefusesSamplesBeyondItsCoder)
     EXPECT_EQ(failureOf([&] { SubblockWriter::create(format); }), "40007 unkown datatype");
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -2,16 +2,9 @@
 
 #include "support/ForwardWavelet.h"
 #include "support/Kernels.h"
-#include "support/Random.h"
+#include "support/Test.h"
 
-#include <cstring>
-#include <gtest/gtest.h>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::Lifting;
-using Testing::Random;
+namespace Quillmoran::Testing { namespace {
 
 template <class T>
 std::vector<T> makeSamples(Random& random, std::size_t count)
@@ -32,9 +25,9 @@ void expectTextbookBands(int code)
         Random random(count + 1);
         const std::vector<T> samples = makeSamples<T>(random, count);
         std::vector<T> low, high, expectedLow, expectedHigh;
-        Testing::forwardLevel(samples, Lifting::of(transform), expectedLow, expectedHigh);
+        forwardLevel(samples, Lifting::of(transform), expectedLow, expectedHigh);
 
-        ForwardPipelineStage<T> stage(Testing::kernelOf<T>, transform);
+        ForwardPipelineStage<T> stage(kernelOf<T>, transform);
         const auto push = [&](std::size_t begin, std::size_t size, bool last) {
             stage.push(samples.data() + begin, size, last);
             low.insert(low.end(), stage.low().begin(), stage.low().end());
@@ -65,5 +58,4 @@ TEST(ForwardPipelineStage, EqualsThePlainTransformForAnyPushes)
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,18 +1,10 @@
 #include "encode/planning/DecimalSurvey.h"
 
-#include "support/Random.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <limits>
-#include <string>
-#include <vector>
 
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
 template <class Float>
 int decimalsOf(const std::vector<Float>& samples)
@@ -54,7 +46,7 @@ TEST(DecimalSurvey, FindsTheDecimalsOfAllSamples)
 
 // The purpose of the number: a sample printed with these decimals is the original text.
 template <class Float>
-void checkText(Testing::Random& random, int mostDecimals, int& numFound)
+void checkText(Random& random, int mostDecimals, int& numFound)
 {
     const int decimals = static_cast<int>(random.between(1, mostDecimals));
     const double magnitude = std::pow(10, random.between(0, 14 - decimals));
@@ -82,7 +74,7 @@ void checkText(Testing::Random& random, int mostDecimals, int& numFound)
 
 TEST(DecimalSurvey, IgnoresDecimalsThatTextCannotShow)
 {
-    Testing::Random random(4);
+    Random random(4);
     int numFound = 0;
     for (int i = 0; i < 2000; ++i) {
         checkText<double>(random, 12, numFound);
@@ -91,5 +83,4 @@ TEST(DecimalSurvey, IgnoresDecimalsThatTextCannotShow)
     EXPECT_GT(numFound, 2000);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

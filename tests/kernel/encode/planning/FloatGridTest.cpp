@@ -1,26 +1,17 @@
 #include "encode/planning/FloatGrid.h"
 
-#include "support/Layouts.h"
-#include "support/Random.h"
+#include "support/Test.h"
 
-#include <cmath>
-#include <cstdlib>
-#include <gtest/gtest.h>
-#include <limits>
-
-namespace Quillmoran {
-namespace {
-
-using Testing::Random;
+namespace Quillmoran::Testing { namespace {
 
 template <class Float>
 std::vector<FloatGrid> findGrids(const std::vector<Float>& values,
                                  const std::vector<FloatGrid>& declared = {}, bool isCoordinate = false)
 {
-    ChannelData channel;
-    channel.init(Testing::channel("T", sizeof(Float) == 4 ? FLOAT32 : FLOAT64), values.size());
-    std::copy(values.begin(), values.end(), static_cast<Float*>(channel.getData()));
-    return FloatGrid::find(channel, values.size(), declared, isCoordinate);
+    ChannelData column;
+    column.init(channel("T", sizeof(Float) == 4 ? FLOAT32 : FLOAT64), values.size());
+    std::copy(values.begin(), values.end(), static_cast<Float*>(column.getData()));
+    return FloatGrid::find(column, values.size(), declared, isCoordinate);
 }
 
 // The number that a decimal with this number of places is parsed as.
@@ -109,18 +100,17 @@ TEST(FloatGrid, IsExactBitForBit)
 
 TEST(FloatGrid, IsRejectedByASampleOffTheGrid)
 {
-    ChannelData channel;
-    channel.init(Testing::channel("T", FLOAT32), 3);
-    float* values = static_cast<float*>(channel.getData());
+    ChannelData column;
+    column.init(channel("T", FLOAT32), 3);
+    float* values = static_cast<float*>(column.getData());
     values[0] = -2.5f;
     values[1] = 7.0f;
     values[2] = 0.25f;
     FloatGrid grid{0.5, 0};
-    EXPECT_TRUE(grid.hold(channel, 2));
+    EXPECT_TRUE(grid.hold(column, 2));
     EXPECT_EQ(grid.low, -5);
     EXPECT_EQ(grid.high, 14);
-    EXPECT_FALSE(grid.hold(channel, 3));
+    EXPECT_FALSE(grid.hold(column, 3));
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing
