@@ -220,8 +220,11 @@ TEST(VX7PointReader, RefusesUnavailableChannels)
     plan.channels.push_back(plan.channels[6]); // a fraction without exponent and sign
     plan.channels.back().name = "@d|Lonely";
     // Parts with other kernels than their names require.
-    for (const char* part : {"@d|Deflated", "@e|Deflated", "@s|Deflated"})
-        plan.channels.push_back(deflatedChannel(part, FLOAT32, cloud.temperature));
+    for (const std::size_t deflated : {0, 1, 2}) {
+        auto parts = splitChannel("Mixed" + std::to_string(deflated), FLOAT64, cloud.gpsTime);
+        parts[deflated] = deflatedChannel(parts[deflated].name, FLOAT32, cloud.temperature);
+        plan.channels.insert(plan.channels.end(), parts.begin(), parts.end());
+    }
     plan.channels.push_back(integerChannel("Odd", static_cast<DataType>(0x402), cloud.classId, 10));
     for (ChannelPlan& part : splitChannel("Narrow", FLOAT32, cloud.temperature))
         plan.channels.push_back(part);
@@ -239,7 +242,8 @@ TEST(VX7PointReader, RefusesUnavailableChannels)
     EXPECT_EQ(ask("Red", UINT16), "-1 could not find channel 'Red'");
     EXPECT_EQ(ask("Lonely", FLOAT64), "-1 could not find channel 'Lonely'");
     EXPECT_EQ(ask("@e|GPSTime", FLOAT64), "-1 could not find channel '@e|GPSTime'");
-    EXPECT_EQ(ask("Deflated", FLOAT64), "-1 unsupported datatype");
+    for (const char* name : {"Mixed0", "Mixed1", "Mixed2"})
+        EXPECT_EQ(ask(name, FLOAT64), "-1 unsupported datatype") << name;
     EXPECT_EQ(ask("Odd", UINT8), "-1 unsupported datatype");
     EXPECT_EQ(ask("Narrow", FLOAT64), "-1 unsupported datatype");
     EXPECT_EQ(ask("Narrow", FLOAT32), "no error");

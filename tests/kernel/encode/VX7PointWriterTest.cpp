@@ -145,6 +145,18 @@ TEST(VX7PointWriter, WritesAnIndexOfAllPointsOfABox)
     }
 }
 
+TEST(VX7PointWriter, ContinuesABoxInTheNextBlock)
+{
+    const auto source = makeSurvey(70000);
+    EncodeOptions options;
+    options.pointsPerEntry = 1000; // a block has 65,536 points
+    const auto reader = openFile(packWith(*source, options));
+    Bounds box = Bounds::Huge();
+    box.x = {samplesOf(*source, "X")[65100], samplesOf(*source, "X")[65100]};
+    box.y = {samplesOf(*source, "Y")[65100], samplesOf(*source, "Y")[65100]};
+    EXPECT_GE(readAll(*reader, box).count, 1u);
+}
+
 TEST(VX7PointWriter, IndexesExtremeCoordinates)
 {
     const double infinity = std::numeric_limits<double>::infinity();
