@@ -72,6 +72,8 @@ TEST_F(Vxindex, AcceptsFilesListsTextAndDirectoriesInAnyOrder)
                      "Warning: 'more/d.txt' has no coordinate system and 'tiles/c.vxl' has one, which is "
                      "used for all\n"),
               "5 files, 81 points (5 files added, 0 refreshed, 0 removed)");
+    expectContains(list(),
+                   {"\nok                    1  1.000 1.000  2.000 2.000  3.000 3.000  more/d.txt\n"});
     EXPECT_EQ(linesOf(list()).back(),
               "ok                   20  0.000 8.820  0.000 8.550  0.000 0.040  tiles/a.vxl");
 }
