@@ -72,12 +72,16 @@ TEST_F(Vxindex, AcceptsFilesListsTextAndDirectoriesInAnyOrder)
                      "Warning: 'more/d.txt' has no coordinate system and 'tiles/c.vxl' has one, which is "
                      "used for all\n"),
               "5 files, 81 points (5 files added, 0 refreshed, 0 removed)");
+    expectContains(list(),
+                   {"\nok                    1  1.000 1.000  2.000 2.000  3.000 3.000  more/d.txt\n"});
     EXPECT_EQ(linesOf(list()).back(),
               "ok                   20  0.000 8.820  0.000 8.550  0.000 0.040  tiles/a.vxl");
 }
 
 TEST_F(Vxindex, FollowsChanges)
 {
+    report("-o t.index tiles -srs same");
+    EXPECT_EQ(list().find("spatial"), std::string::npos);
     report("-o t.index tiles -srs EPSG:4326");
     setAge("t.index", std::chrono::minutes(10));
     std::filesystem::remove(directory / "tiles/a.vxl");
@@ -140,7 +144,10 @@ TEST_F(Vxindex, SetsAndRemovesAnOverview)
     expectContains(list("tiles/t.index"), {"\noverview of a share of 1:\n"});
     std::filesystem::remove(directory / "tiles/d.vxl");
     tile("tiles/overview.vxl", 0, 5);
+    setAge("tiles/overview.vxl", std::chrono::minutes(90));
     expectError("vxindex -o tiles/t.index -check", "2 of 5 files are not as they were indexed");
+    EXPECT_EQ(report("-o tiles/t.index -u", warning),
+              "3 files, 60 points (0 files added, 1 refreshed, 1 removed)");
     report("-o tiles/t.index -u -removeOverview");
     EXPECT_EQ(list("tiles/t.index").find("overview"), std::string::npos);
     EXPECT_TRUE(exists("tiles/overview.vxl"));

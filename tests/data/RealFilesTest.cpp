@@ -191,49 +191,6 @@ TEST_F(RealFiles, AreRestoredFromCompressedFiles)
     }
 }
 
-// Joins files of formats 3, 6 and 1 with different clocks, scan angles and classifications.
-TEST_F(RealFiles, KeepTheMeaningOfTheirFieldsWhenJoined)
-{
-    std::vector<std::string> names = {"4_6_crop", "test1_4", "vegetation_1_3", "mvk-thin"};
-    const auto fieldsOf = [](const std::vector<LASFilePoint>& points) {
-        std::vector<std::array<double, 15>> fields;
-        for (const LASFilePoint& p : points)
-            fields.push_back({p.gpsTime, double(p.intensity), double(p.returnNum), double(p.numReturns),
-                              double(p.scanDir), double(p.edge), double(p.classId), double(p.classFlags),
-                              double(p.scannerChannel), double(p.scanAngle), double(p.userData),
-                              double(p.sourceId), double(p.red), double(p.green), double(p.blue)});
-        std::sort(fields.begin(), fields.end());
-        return fields;
-    };
-    const auto coordinatesOf = [](const LASFile& file, std::vector<double>& x) {
-        for (const LASFilePoint& p : file.points)
-            x.push_back(p.x * file.scale[0] + file.offset[0]);
-        std::sort(x.begin(), x.end());
-    };
-    std::vector<LASFilePoint> expected;
-    std::vector<double> expectedX;
-    for (const std::string& name : names) {
-        const LASFile file = LASFile::load(shared("data/las/" + name + ".las"));
-        for (const LASFilePoint& p : joinedPoints(file, 1500))
-            expected.push_back(p);
-        coordinatesOf(file, expectedX);
-    }
-    for (int order = 0; order < 2; ++order, std::reverse(names.begin(), names.end())) {
-        std::string command = "vxpack -gpsWeek 1500 -o mix.vxl";
-        for (const std::string& name : names)
-            command += " -i " + shared("data/las/" + name + ".las");
-        ASSERT_EQ(run(command).status, 0);
-        ASSERT_EQ(run("vxunpack -sc 0.01 0.01 0.01 -i mix.vxl -o mix.las").status, 0);
-        const LASFile joined = LASFile::load(output("mix.las"));
-        EXPECT_TRUE(fieldsOf(joined.points) == fieldsOf(expected)) << names[0] << " first";
-        std::vector<double> x;
-        coordinatesOf(joined, x);
-        ASSERT_EQ(x.size(), expectedX.size());
-        for (std::size_t i = 0; i < x.size(); ++i)
-            ASSERT_NEAR(x[i], expectedX[i], joined.scale[0] * 0.51);
-    }
-}
-
 // Compares the program's outputs for two real clouds with the files that they were made from.
 TEST_F(RealFiles, AreDecodedFromTheirClouds)
 {
