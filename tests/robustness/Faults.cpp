@@ -15,6 +15,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+// malloc() that never fails for a caller in the program. Sanitizers replace it themselves.
+extern "C" {
+#ifdef VX_SANITIZED
+constexpr auto* systemMalloc = std::malloc;
+#else
+void* __libc_malloc(std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
+constexpr auto* systemMalloc = __libc_malloc;
+#endif
+}
+
 namespace Quillmoran::Testing {
 
 namespace {
@@ -100,7 +111,7 @@ void* allocate(std::size_t size, const void* caller)
 {
     if (armed && !areSpared && !laszip.holds(caller) && fails(Call::Allocate))
         return nullptr;
-    return std::malloc(size != 0 ? size : 1);
+    return systemMalloc(size != 0 ? size : 1);
 }
 
 [[maybe_unused]] bool failsForProgram(const void* caller)
@@ -238,10 +249,7 @@ int unlink(const char* path) noexcept
     return T::concerns(path) && T::fails(Call::Unlink) ? -1 : system(path);
 }
 
-#ifndef VX_SANITIZED // sanitizers replace it themselves
-void* __libc_malloc(std::size_t size);
-void* __libc_realloc(void* block, std::size_t size);
-
+#ifndef VX_SANITIZED
 void* malloc(std::size_t size) noexcept
 {
     const void* const caller = __builtin_return_address(0);

@@ -97,6 +97,10 @@ protected:
     void SetUp() override
     {
         std::signal(SIGABRT, printFault);
+        std::signal(SIGSEGV, [](int number) {
+            printFault(number);
+            std::_Exit(1);
+        });
         std::filesystem::create_directory(directory / "tmp");
         setenv("TMPDIR", (directory / "tmp").c_str(), 1);
         writeFile(directory / "a.vxl", buildFile(Testing::SampleCloud::make(1500, 1).toFile()));
