@@ -137,13 +137,13 @@ TEST_F(TileIndex, CanBeMovedWithTheTilesBelowIt)
     for (const char* name : {"tiles", "tiles2"})
         std::filesystem::create_directory(directory / name);
     const auto writer = makeWriter({tile("tiles/a.vxl", 0, 0), tile("tiles2/b.vxl", 5, 5, 21)});
-    writer->setOverview(tile("tiles/overview.vxl", 0, 0, 4).c_str(), 0.1);
+    writer->setOverview(tile("tiles/small.vxl", 0, 0, 4).c_str(), 0.1);
     writer->write((directory / "tiles/t.index").c_str());
     std::filesystem::rename(directory / "tiles", directory / "there");
     const auto read = openIndex(directory / "there/t.index");
     EXPECT_EQ(read->getTileInfo(0).path, directory / "there/a.vxl");
     EXPECT_EQ(read->getTileInfo(1).path, directory / "tiles2/b.vxl");
-    EXPECT_EQ(read->getOverviewInfo()->path, directory / "there/overview.vxl");
+    EXPECT_EQ(read->getOverviewInfo()->path, directory / "there/small.vxl");
     for (std::size_t i = 0; i < 2; ++i)
         EXPECT_EQ(Scoped<PointSource>(read->createPointSource(i))->getNumPoints(), i == 0 ? 20 : 21);
 }
