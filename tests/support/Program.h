@@ -66,9 +66,10 @@ public:
         const Result result = wait();
         EXPECT_EQ(result.status, 1);
         const std::string begin = "\nInterrupt detected.  Shutting down application...\nError: ";
-        EXPECT_TRUE(result.errors == begin + "operation cancelled.\n" ||
-                    result.errors == begin + "Operation cancelled.\n")
-            << result.errors;
+        ASSERT_EQ(result.errors.rfind(begin, 0), 0u) << result.errors;
+        const std::string message = result.errors.substr(begin.size());
+        EXPECT_NE(message.find("peration cancelled.\n"), std::string::npos) << message;
+        EXPECT_EQ(message.find(':'), std::string::npos) << "not of one file: " << message;
     }
 
     Result wait() const
