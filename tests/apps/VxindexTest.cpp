@@ -33,7 +33,8 @@ protected:
     // Returns the last line of a run.
     std::string report(const std::string& arguments, const std::string& messages = "") const
     {
-        return linesOf(succeed("vxindex " + arguments, messages)).back();
+        const auto lines = linesOf(succeed("vxindex " + arguments, messages));
+        return lines.empty() ? "" : lines.back();
     }
     std::string list(const std::string& index = "t.index") const { return succeed("vxindex -l -o " + index); }
 };

@@ -65,9 +65,11 @@ public:
         signal(number);
         const Result result = wait();
         EXPECT_EQ(result.status, 1);
-        EXPECT_EQ(result.errors.rfind("\nInterrupt detected.  Shutting down application...\nError: ", 0), 0u)
-            << result.errors;
-        EXPECT_NE(result.errors.find("peration cancelled.\n"), std::string::npos) << result.errors;
+        const std::string begin = "\nInterrupt detected.  Shutting down application...\nError: ";
+        ASSERT_EQ(result.errors.rfind(begin, 0), 0u) << result.errors;
+        const std::string message = result.errors.substr(begin.size());
+        EXPECT_NE(message.find("peration cancelled.\n"), std::string::npos) << message;
+        EXPECT_EQ(message.find(':'), std::string::npos) << "not of one file: " << message;
     }
 
     Result wait() const
