@@ -1,18 +1,11 @@
 #include <vxunpack/FilePointSourceManager.h>
 
-#include "support/Errors.h"
 #include "support/ExampleSurvey.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 #include "utils/sets/Formats.h"
 #include <vxunpack/TXTPointReader.h>
 
-#include <algorithm>
-#include <gtest/gtest.h>
-
-namespace Quillmoran {
-namespace {
-
-using namespace Testing;
+namespace Quillmoran::Testing { namespace {
 
 TEST(SimpleFileOpener, ClassifiesNamesByTheirEnding)
 {
@@ -34,7 +27,7 @@ TEST(SimpleFileOpener, ClassifiesNamesByTheirEnding)
 TEST(Formats, AreListedInTheManPages)
 {
     const auto expectListed = [](const std::string& program, const std::string& name) {
-        std::string text = Testing::readFile(EXAMPLES "/../docs/man/" + program + ".1");
+        std::string text = readFile(EXAMPLES "/../docs/man/" + program + ".1");
         std::replace(text.begin(), text.end(), '\n', ' ');
         EXPECT_NE(text.find(' ' + name + ' '), std::string::npos) << program << ' ' << name;
     };
@@ -129,7 +122,7 @@ TEST(FilePointSourceManager, OpensEachSourceOnce)
 {
     const TemporaryDirectory directory;
     const std::string compressed = directory / "a.vxl", text = directory / "b.txt";
-    writeFile(compressed, Testing::buildExampleSurvey());
+    writeFile(compressed, buildExampleSurvey());
     writeFile(text, std::string("# x y z\n1 2 3\n4,5,6\n"));
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     PointInfo layout;
@@ -145,5 +138,4 @@ TEST(FilePointSourceManager, OpensEachSourceOnce)
     EXPECT_EQ(second->getBounds().y.max, 5);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,12 +1,10 @@
 // Several files become one point cloud: which files, what they must agree on, and what is lost.
 #include "apps/AppTest.h"
 #include "support/LASClouds.h"
+#include "support/Test.h"
 #include "support/TileFiles.h"
 
-namespace Quillmoran {
-namespace {
-
-using namespace Testing;
+namespace Quillmoran::Testing { namespace {
 
 class Merging : public AppTest
 {
@@ -264,5 +262,4 @@ TEST_F(Merging, DropsWaveformsOnRequest)
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

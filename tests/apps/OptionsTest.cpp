@@ -1,17 +1,13 @@
 // Options that programs share: the choice of points and channels, runs without points, errors that name a file,
 // the progress line.
 #include "apps/AppTest.h"
-#include "support/Errors.h"
 #include "support/ExampleSurvey.h"
 #include "support/LASClouds.h"
-#include <vxunpack/Base.h>
+#include "support/Test.h"
 
 #include <cstdio>
 
-namespace Quillmoran {
-namespace {
-
-using namespace Testing;
+namespace Quillmoran::Testing { namespace {
 
 class Options : public AppTest
 {
@@ -228,5 +224,4 @@ TEST_F(Options, ProgressEndsAtOneHundredPercent)
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

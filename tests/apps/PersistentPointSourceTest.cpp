@@ -3,26 +3,18 @@
 
 #include "index/BoxGrid.h"
 #include "index/MemoryRTree.h"
-#include "support/Errors.h"
-#include "support/Layouts.h"
-#include "support/Random.h"
 #include "support/SetOfSources.h"
+#include "support/Test.h"
 #include "support/TileFiles.h"
 #include "utils/sets/TileSetFile.h"
 #include <vxunpack/FileIO.h>
 #include <vxunpack/MosaicFilter.h>
 #include <vxunpack/TXTPointReader.h>
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <chrono>
-#include <cmath>
 
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
-using namespace Testing;
 using Names = std::vector<std::string>;
 using Rows = std::vector<std::vector<double>>;
 using Change = PersistentPointSourceWriter::Change;
@@ -338,5 +330,4 @@ TEST(BoxGrid, NeverLosesATileToRounding)
         }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -2,17 +2,14 @@
 #include "apps/AppTest.h"
 #include "support/ExampleSurvey.h"
 #include "support/LASClouds.h"
+#include "support/Test.h"
 #include "support/TileFiles.h"
 
-#include <map>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
-namespace Quillmoran {
-namespace {
-
-using namespace Testing;
+namespace Quillmoran::Testing { namespace {
 
 class Refusals : public AppTest
 {
@@ -120,5 +117,4 @@ TEST_F(Refusals, FilesThatAreNotRegular)
     close(socket);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -3,16 +3,14 @@
 #include "support/ExampleSurvey.h"
 #include "support/LASClouds.h"
 #include "support/SampleCloud.h"
+#include "support/Test.h"
 #include <vxunpack/LASPointReader.h>
 #include <vxunpack/LASPointWriter.h>
 
 #include <regex>
 #include <set>
 
-namespace Quillmoran {
-namespace {
-
-using namespace Testing;
+namespace Quillmoran::Testing { namespace {
 
 class RoundTrips : public AppTest
 {
@@ -225,5 +223,4 @@ TEST_F(RoundTrips, MakeTheSameBytesWithAnyNumberOfThreads)
         EXPECT_TRUE(decode(std::string("survey.vxl ") + options) == expected) << options;
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

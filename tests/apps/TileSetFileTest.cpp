@@ -2,21 +2,9 @@
 
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
-#include "support/ByteStore.h"
-#include "support/Errors.h"
-#include "support/Layouts.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstring>
-#include <string>
-#include <vector>
-
-namespace Quillmoran {
-namespace {
-
-using namespace Testing;
+namespace Quillmoran::Testing { namespace {
 
 // Builds a file field by field.
 struct IndexBytes
@@ -318,5 +306,4 @@ TEST(TileSetFile, RefusesEveryTruncation)
         }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,27 +1,20 @@
 #include "utils/program/Utils.h"
 
 #include "cli/QMCmdLine.h"
-#include "support/Errors.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
 #include "support/SetOfSources.h"
+#include "support/Test.h"
 #include "support/TileFiles.h"
 #include "utils/program/ConsoleProgress.h"
 #include "utils/program/Program.h"
 #include <vxunpack/PersistentPointSourceWriter.h>
 
-#include <algorithm>
 #include <fcntl.h>
-#include <functional>
-#include <gtest/gtest.h>
 #include <tbb/task_arena.h>
 #include <thread>
 #include <unistd.h>
 
-namespace Quillmoran {
-namespace {
+namespace Quillmoran::Testing { namespace {
 
-using namespace Testing;
 using Names = std::vector<std::string>;
 
 class AddFiles : public testing::Test
@@ -246,5 +239,4 @@ TEST(ConsoleProgress, EscapesWarnings)
     EXPECT_NE(text.find("a\\x1b[31m"), std::string::npos) << text;
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -1,13 +1,11 @@
 // Runs of the program.
 #include "apps/AppTest.h"
+#include "support/Test.h"
 #include "support/TileFiles.h"
 
 #include <chrono>
 
-namespace Quillmoran {
-namespace {
-
-using namespace Testing;
+namespace Quillmoran::Testing { namespace {
 
 class Vxindex : public AppTest
 {
@@ -176,5 +174,4 @@ TEST_F(Vxindex, CreatesAnOverviewFromTheTiles)
     expectContains(list(), {"overview of a share of 1:\nok                   40  "});
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

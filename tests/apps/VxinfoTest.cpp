@@ -5,16 +5,12 @@
 #include "support/ExampleSurvey.h"
 #include "support/LASFile.h"
 #include "support/SampleCloud.h"
+#include "support/Test.h"
 #include "support/TileFiles.h"
 
-#include <cmath>
-#include <limits>
 #include <numeric>
 
-namespace Quillmoran {
-namespace {
-
-using namespace Testing;
+namespace Quillmoran::Testing { namespace {
 
 // Where the first record of the wavelet header keeps the largest sample of its channel.
 constexpr std::size_t firstMaximum = 16 + 2 * ChunkHeader::size + 13 + 31;
@@ -347,5 +343,4 @@ TEST_F(Vxinfo, NoProgramPrintsControlCharacters)
     EXPECT_EQ(linesOf(readFile(directory / "out.txt"))[0], "# X Y Z " + escaped);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -3,13 +3,9 @@
 #include "filters/HilbertCurve.h"
 #include "support/ExampleSurvey.h"
 #include "support/LASClouds.h"
+#include "support/Test.h"
 
-#include <cmath>
-
-namespace Quillmoran {
-namespace {
-
-using namespace Testing;
+namespace Quillmoran::Testing { namespace {
 
 class Vxpack : public AppTest
 {
@@ -135,5 +131,4 @@ TEST_F(Vxpack, WarnsOfScalesThatAFileCannotKeep)
     expectWarnings();
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

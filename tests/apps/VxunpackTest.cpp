@@ -3,14 +3,9 @@
 #include "support/ExampleSurvey.h"
 #include "support/LASFile.h"
 #include "support/SampleCloud.h"
+#include "support/Test.h"
 
-#include <array>
-#include <cmath>
-
-namespace Quillmoran {
-namespace {
-
-using namespace Testing;
+namespace Quillmoran::Testing { namespace {
 
 class Vxunpack : public AppTest
 {
@@ -101,5 +96,4 @@ TEST_F(Vxunpack, ComparesThePointCountThatWasPacked)
     EXPECT_EQ(summary(METADATA_BLOB, "F", 1), none);
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

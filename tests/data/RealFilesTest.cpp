@@ -1,19 +1,14 @@
 // Real files, if present: data/las, data/laz and data/broken, and in vectors/files compressed clouds made from
 // two of them.
-#include "support/Errors.h"
 #include "support/LASClouds.h"
 #include "support/Program.h"
+#include "support/Test.h"
 #include <vxunpack/LASPointReader.h>
 #include <vxunpack/LASPointWriter.h>
 
-#include <algorithm>
 #include <laszip/laszip_api.h>
-#include <tuple>
 
-namespace Quillmoran {
-namespace {
-
-using namespace Testing;
+namespace Quillmoran::Testing { namespace {
 
 std::string shared(const std::string& path)
 {
@@ -215,5 +210,4 @@ TEST_F(RealFiles, AreDecodedFromTheirClouds)
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing

@@ -2,16 +2,13 @@
 // streams.
 #include "support/LASClouds.h"
 #include "support/Program.h"
-#include "support/Random.h"
 #include "support/SampleCloud.h"
+#include "support/Test.h"
 
 #include <cstdio>
 #include <sys/stat.h>
 
-namespace Quillmoran {
-namespace {
-
-using namespace Testing;
+namespace Quillmoran::Testing { namespace {
 
 struct Command
 {
@@ -225,5 +222,4 @@ TEST_F(Processes, NoticeThatAReportIsLost)
     }
 }
 
-} // namespace
-} // namespace Quillmoran
+}} // namespace Quillmoran::Testing
