@@ -8,9 +8,6 @@
 
 namespace Quillmoran::Testing { namespace {
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-
 Numbers every(int step, int count)
 {
     Numbers numbers;
@@ -64,36 +61,6 @@ TEST(PointSource, NeedsOnlyALayoutAndAnIterator)
     EXPECT_EQ(writer->write(Bounds::Huge(), 0.5, layoutXYZ(), nullptr), 5);
     EXPECT_EQ(writer->getScale()[2], 0.001);
     EXPECT_EQ(writer->getOffset()[2], 0);
-}
-
-TEST(PointSource, IsRefusedBeforeInit)
-{
-    struct Filter final : PointFilter
-    {};
-    const Scoped<Filter> filter(new Filter);
-    const Scoped<TXTPointReader> reader(TXTPointReader::create());
-    const Scoped<TXTPointWriter> text(TXTPointWriter::create()), noOutput(TXTPointWriter::create());
-    const Scoped<NULLPointWriter> null(NULLPointWriter::create());
-    const auto source = pointsOnALine(10);
-    noOutput->init(source.get(), static_cast<IO*>(nullptr), "xyz");
-    const Bounds& all = Bounds::Huge();
-    const PointInfo xyz = layoutXYZ();
-    const std::pair<const char*, std::function<void()>> cases[] = {
-        {"the filter has no source", [&] { filter->getPointInfo(); }},
-        {"the filter has no source", [&] { filter->createIterator(all, 1, xyz, nullptr); }},
-        {"source is NULL", [&] { filter->init(nullptr); }},
-        {"io is NULL", [&] { reader->createIterator(all, 1, xyz, nullptr); }},
-        {"io is NULL", [&] { reader->getBounds(); }},
-        {"path not given", [&] { reader->init(static_cast<const char*>(nullptr), "xyz", 0, true); }},
-        {"the writer has no source", [&] { text->write(all, 1, xyz, nullptr); }},
-        {"the writer has no source", [&] { text->setQuantization(nullptr, nullptr); }},
-        {"source is NULL", [&] { text->init(nullptr, "file", "xyz"); }},
-        {"path not given", [&] { text->init(source.get(), static_cast<const char*>(nullptr), "xyz"); }},
-        {"io is NULL", [&] { noOutput->write(all, 1, xyz, nullptr); }},
-        {"the writer has no source", [&] { null->write(all, 1, xyz, nullptr); }},
-    };
-    for (const auto& [message, call] : cases)
-        EXPECT_EQ(errorOf(40007, call), message);
 }
 
 TEST(PointIterator, SelectsAnEvenSampleOfTheBox)

@@ -4,8 +4,6 @@
 
 namespace Quillmoran::Testing { namespace {
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-
 // Records the calls that it gets.
 class RecordingWriter final : public SimplePointWriter
 {

@@ -4,9 +4,6 @@
 
 namespace Quillmoran::Testing { namespace {
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-
 template <class T>
 constexpr DataType typeOf = static_cast<DataType>(sizeof(T) << 8 | (std::is_signed_v<T> ? 1 : 0) |
                                                   (std::is_floating_point_v<T> ? 2 : 0));

@@ -7,9 +7,6 @@
 
 namespace Quillmoran::Testing { namespace {
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-
 std::string namesOf(const PointInfo& layout)
 {
     std::string names;
