@@ -35,20 +35,10 @@ TEST(Error, NamesTheFileAfterItsLastSeparator)
     EXPECT_EQ(filename("Base.cpp"), nullptr);
 }
 
-TEST(OSError, HasTheTextOfTheSystemAndThePath)
-{
-    const auto fail = [] {
-        errno = ENOENT;
-        QM_THROW_OS("nodir/out.txt");
-    };
-    EXPECT_EQ(errorOf(ENOENT, fail), "No such file or directory path = nodir/out.txt");
-}
-
 TEST(Memory, ReportsImpossibleSizesAsOutOfMemory)
 {
     const std::string noMemory = std::strerror(ENOMEM);
     const Buffer<char> block(STRDUP("kept"));
-    EXPECT_THROW(XALLOC(SIZE_MAX / 2), OSError);
     EXPECT_EQ(errorOf(ENOMEM, [] { XALLOC(SIZE_MAX / 2); }), noMemory);
     EXPECT_EQ(errorOf(ENOMEM, [&] { XREALLOC(block.get(), SIZE_MAX / 2); }), noMemory);
     EXPECT_STREQ(block.get(), "kept");
@@ -59,9 +49,7 @@ TEST(Memory, ReportsImpossibleSizesAsOutOfMemory)
 TEST(Memory, DuplicatesTextsUpToTheGivenLength)
 {
     const auto duplicate = [](auto... arguments) { return Buffer<char>(STRDUP(arguments...)); };
-    EXPECT_EQ(duplicate(nullptr), nullptr);
     EXPECT_EQ(duplicate(nullptr, std::size_t{5}), nullptr);
-    EXPECT_STREQ(duplicate("abcdef").get(), "abcdef");
     EXPECT_STREQ(duplicate("abcdef", std::size_t{9}).get(), "abcdef");
     const char unterminated[] = {'a', 'b', 'c'};
     EXPECT_STREQ(duplicate(unterminated, sizeof unterminated).get(), "abc");

@@ -24,8 +24,8 @@ TEST(Version, ReportsTheGenerationOfAFile)
     for (const auto& [format, major, expected, isRaster] : cases) {
         file->pwrite(0, preamble(format, major).data(), Version::preambleSize);
         EXPECT_TRUE(Version::getVexilFileVersion(file->path(), generation, raster));
-        EXPECT_EQ(generation, expected) << format << '.' << major;
-        EXPECT_EQ(raster, isRaster != 0) << format << '.' << major;
+        EXPECT_EQ(std::pair(generation, raster), std::pair(expected, isRaster != 0))
+            << format << '.' << major;
     }
     file->pwrite(3, "L", 1); // another magic
     EXPECT_FALSE(Version::getVexilFileVersion(file->path(), generation, raster));
