@@ -1,10 +1,7 @@
 // The public interface: opening, reading and writing clouds by name.
-#include "platform/ParallelLoop.h"
 #include "support/LASFile.h"
 #include "support/Test.h"
 #include <vxunpack/vxunpack.h>
-
-#include <numeric>
 
 namespace Quillmoran::Testing { namespace {
 
@@ -157,12 +154,6 @@ TEST(Cloud, GeneratedPointsAreMadeWhenTheyAreRead)
         return true;
     };
     EXPECT_EQ(vx::write(directory / "made.vxl", cloud, {.progress = report}), numPoints);
-    std::size_t numThreads = 0;
-    const auto count = [&](std::uint64_t, const vx::MutableBlock&) { numThreads = getNumThreads(); };
-    vx::write("null", vx::Cloud::generate(1, channels, count), {.threads = 1});
-#if !defined(__SANITIZE_THREAD__) // its number of threads is fixed
-    EXPECT_EQ(numThreads, 1u);
-#endif
     EXPECT_NEAR(progress.back(), 1, 0.01);
     EXPECT_GT(progress.size(), 10u);
     double sum = 0;
@@ -178,10 +169,8 @@ TEST(Cloud, WritesFormatsByEndingAndOptions)
     const TemporaryDirectory directory;
     const Numbers x = {0.00001, 0.123456}, y = {3, 4}, z = {5, 6};
     const vx::Cloud cloud = vx::Cloud::fromColumns({{"X", x}, {"Y", y}, {"Z", z}});
-    for (const char* name : {"a.txt", "a.CSV", "a.xyz"}) {
-        vx::write(directory / name, cloud);
-        EXPECT_EQ(readFile(directory / name).substr(0, 8), "# X Y Z\n");
-    }
+    vx::write(directory / "a.CSV", cloud);
+    EXPECT_EQ(readFile(directory / "a.CSV").substr(0, 8), "# X Y Z\n");
     Strings warnings;
     const auto warning = [&](const std::string& text) { warnings.push_back(text); };
     const std::string las = directory / "a.las";

@@ -189,26 +189,6 @@ TEST(QMCmdLine, ReportsUsageErrors)
     EXPECT_EQ(Tool().run(longest).err, usageError("extra arguments found (" + longest + " ...)"));
 }
 
-// Mistakes of a program.
-TEST(QMCmdLine, ReportsWrongDeclarationsAndGetters)
-{
-    const std::pair<void (*)(Shapes&), std::string> cases[] = {
-        {[](Shapes& c) { c.addFlag("x", "b", "d"); }, "switch name -b is not unique"},
-        {[](Shapes& c) { c.setExtra("b"); }, "setExtra already declared for option inputs"},
-        {[](Shapes& c) { c.getUndocumented("x"); }, "option x invalid"},
-        {[](Shapes& c) { c.isPresent("parse"); }, "switch name -parse invalid"},
-        {[](Shapes& c) { c.getFlag("b"); }, "wrong type used for getting value of option b"},
-        {[](Shapes& c) { c.getString("files"); }, "got more than one arg from STRING option inputs"},
-        {[](Shapes& c) { c.getFloat("p"); }, "got more than one arg from FLOAT option point"},
-    };
-    for (const auto& [call, message] : cases) {
-        Shapes tool;
-        tool.run("-f -b t -n 1 -n 2 -p 1 2 -u 1 a b");
-        EXPECT_EQ(capture([&, call = call] { call(tool); }).err,
-                  "tool QMCmdLine configuration error: " + message + '\n');
-    }
-}
-
 TEST(QMCmdLineDeathTest, ExitsByDefault)
 {
     EXPECT_EXIT(QMCmdLine(nullptr, "s", "l", true), testing::ExitedWithCode(1),

@@ -74,23 +74,6 @@ TEST(ChannelData, ChecksBothRangesFromTheOffsetOn)
     EXPECT_EQ(dst.values(), (std::vector<std::int32_t>{4, 5, 5}));
 }
 
-TEST(ChannelData, RejectsMixedFamiliesOfTypes)
-{
-    Samples<std::int32_t> whole({1});
-    const Samples<double> real({2});
-    Samples<float> single({3});
-    EXPECT_EQ(errorOf(40007, [&] { ChannelData::convert(whole, 0, real, 0, 1); }),
-              "isFloat(dst) != isFloat(src)");
-    EXPECT_EQ(errorOf(40007, [&] { ChannelData::convert(single, 0, real, 0, 0.0, 1.0, 1); }),
-              "isFloat(dst) == isFloat(src)");
-    ChannelData none;
-    none.init(channel("@Skip", INVALID), 1);
-    ChannelData::convert(whole, 0, none, 0, 1);
-    ChannelData::convert(none, 0, whole, 0, 1);
-    ChannelData::convert(none, 0, real, 0, 0.0, 1.0, 1);
-    EXPECT_EQ(whole.values()[0], 1);
-}
-
 // Extends to 64 bits by sign or zero, then keeps the low bytes.
 TEST(ChannelData, NarrowsIntegersByTheirLowBytesAndExtendsBySign)
 {

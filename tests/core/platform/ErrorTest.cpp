@@ -1,5 +1,3 @@
-
-
 // By default the sanitizers terminate the process for sizes that malloc rejects.
 extern "C" __attribute__((visibility("default"), used)) const char* __asan_default_options();
 extern "C" __attribute__((visibility("default"), used)) const char* __tsan_default_options();
@@ -26,15 +24,6 @@ TEST(Error, AppendsTextAndTruncatesItAfter1023Bytes)
               std::string(1023, '%'));
 }
 
-TEST(Error, NamesTheFileAfterItsLastSeparator)
-{
-    const auto filename = [](const char* path) { return Error(path, "", 0, 0).filename(); };
-    EXPECT_STREQ(filename("src/platform/Base.cpp"), "Base.cpp");
-    EXPECT_STREQ(filename("c:\\src\\Base.cpp"), "Base.cpp");
-    EXPECT_STREQ(filename("src/a\\b.cpp"), "a\\b.cpp"); // with a slash, backslashes are not separators
-    EXPECT_EQ(filename("Base.cpp"), nullptr);
-}
-
 TEST(Memory, ReportsImpossibleSizesAsOutOfMemory)
 {
     const std::string noMemory = std::strerror(ENOMEM);
@@ -44,15 +33,6 @@ TEST(Memory, ReportsImpossibleSizesAsOutOfMemory)
     EXPECT_STREQ(block.get(), "kept");
     // The product of count and size would overflow to a small number.
     EXPECT_EQ(errorOf(ENOMEM, [] { makeBuffer<double>(SIZE_MAX / 8 + 2); }), noMemory);
-}
-
-TEST(Memory, DuplicatesTextsUpToTheGivenLength)
-{
-    const auto duplicate = [](auto... arguments) { return Buffer<char>(STRDUP(arguments...)); };
-    EXPECT_EQ(duplicate(nullptr, std::size_t{5}), nullptr);
-    EXPECT_STREQ(duplicate("abcdef", std::size_t{9}).get(), "abcdef");
-    const char unterminated[] = {'a', 'b', 'c'};
-    EXPECT_STREQ(duplicate(unterminated, sizeof unterminated).get(), "abc");
 }
 
 }} // namespace Quillmoran::Testing

@@ -442,10 +442,9 @@ TEST(FieldFormat, ParsesQuantizations)
 {
     PointInfo layout = parsed("xyzTi");
     TXTPointReader::parseQuantization("xy@0.01,z@+1e-3m,tT@-0.5", layout);
-    const double expected[] = {0.01, 0.01, 0.001, -0.5, 0};
-    for (std::size_t i = 0; i < std::size(expected); ++i)
-        EXPECT_EQ(layout.getChannel(i).getQuantization(), expected[i]) << "i=" << i;
-    EXPECT_EQ(layout.getChannel("X")->getBits(), 32);
+    for (const auto& [name, step] :
+         {std::pair{"X", 0.01}, {"Y", 0.01}, {"Z", 0.001}, {"GPSTime_Adjusted", -0.5}, {"Intensity", 0.}})
+        EXPECT_EQ(layout.getChannel(name)->getQuantization(), step) << name;
     expectErrors([&](const char* text) { TXTPointReader::parseQuantization(text, layout); },
                  {{"x@1,yz", "the quantization value is missing for 'yz'"},
                   {"x@1,", "the quantization value is missing for ''"},
