@@ -80,7 +80,8 @@ TEST(VX7PointReader, RestoresAllPointsOfEveryKindOfFile)
             plan.channels.push_back(std::move(part));
         std::vector<std::int64_t> wide;
         for (std::size_t i = 0; i < count; ++i)
-            wide.push_back(i / 40 % 4 == 3 ? 0 : static_cast<std::int64_t>(random.next() >> random.below(64)));
+            wide.push_back(i / 40 % 4 == 3 ? 0
+                                           : static_cast<std::int64_t>(random.next() >> random.below(64)));
         plan.channels.push_back(integerChannel("Wide", SINT64, wide, 10));
         const TransformType lifted[] = {61, 63, 71, 73}, lossless[] = {1, 3, 10, 11, 13};
         const TransformType code = lifted[seed % 4];
