@@ -1,7 +1,7 @@
 #include <vxunpack/LASPointWriter.h>
 
+#include "support/CoordinateSystems.h"
 #include "support/LASClouds.h"
-#include "support/SetOfSources.h"
 #include "support/Test.h"
 #include <vxunpack/LASPointReader.h>
 
@@ -65,7 +65,8 @@ TEST_F(LASWriting, ChoosesFormatAndVersionByTheChannels)
 
 TEST_F(LASWriting, WritesTheHeaderByteForByte)
 {
-    const auto source = makeSource({channel("Intensity", UINT16)});
+    const Numbers returns = {1, 1, 2, 5, 6, 7, 0, 1}, moreReturns = {1, 15, 15, 6, 5, 0};
+    const auto source = makeSource({channel("ReturnNum", UINT8, 0, 3)}, {returns});
     LASFile expected;
     expected.scale = {0.25, 0.5, 2};
     expected.offset = {100, -7, 3.5};
@@ -97,8 +98,10 @@ TEST_F(LASWriting, WritesTheHeaderByteForByte)
     origin.x = -400;
     origin.y = 14;
     origin.z = -2;
-    origin.intensity = 1;
-    expected.points = {origin, origin};
+    for (const double number : returns) {
+        origin.returnNum = static_cast<std::uint8_t>(number);
+        expected.points.push_back(origin);
+    }
     expected.describePoints();
     for (const int version : {-1, 0, 10, 11, 12, 13, 14}) {
         expected.versionMajor = version != 0;
@@ -112,6 +115,10 @@ TEST_F(LASWriting, WritesTheHeaderByteForByte)
     text("ProjectID", "{DEADBEEF-0102}");
     text("FileSourceID", "none");
     EXPECT_EQ(write(*source).guid1, 0u);
+    const LASFile more = write(*makeSource({channel("ReturnNum", UINT8, 0, 4)}, {moreReturns}));
+    EXPECT_EQ(std::pair(std::uint64_t{more.legacyCount}, more.count), std::pair(6ul, 6ul));
+    EXPECT_EQ(more.legacyByReturn, (std::array<std::uint32_t, 5>{1, 0, 0, 0, 1}));
+    EXPECT_EQ(more.byReturn, (std::array<std::uint64_t, 15>{1, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 2}));
     // An older version is written as requested, with any format.
     const LASFile extended =
         write(*makeSource({channel("ClassFlags", UINT8), channel("GPSTime_Adjusted", FLOAT64)}), 12);
@@ -231,20 +238,6 @@ TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
     }
 }
 
-TEST_F(LASWriting, CountsPointsByReturn)
-{
-    const std::vector<double> numbers = {1, 1, 2, 5, 6, 7, 0, 1};
-    const auto legacy = write(*makeSource({channel("ReturnNum", UINT8, 0, 3)}, {numbers}));
-    EXPECT_EQ(legacy.legacyCount, 8u);
-    EXPECT_EQ(legacy.legacyByReturn, (std::array<std::uint32_t, 5>{3, 1, 0, 0, 1}));
-    const auto extended = write(*makeSource({channel("ReturnNum", UINT8, 0, 4)}, {{1, 15, 15, 6, 5, 0}}));
-    EXPECT_EQ(extended.legacyCount, 6u);
-    EXPECT_EQ(extended.count, 6u);
-    EXPECT_EQ(extended.legacyByReturn, (std::array<std::uint32_t, 5>{1, 0, 0, 0, 1}));
-    EXPECT_EQ(extended.byReturn,
-              (std::array<std::uint64_t, 15>{1, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 2}));
-}
-
 // The numbers of the projection VLRs in a file, with their sizes or without, and the WKT bit.
 std::string projectionOf(const LASFile& file, bool withSizes)
 {
@@ -307,14 +300,7 @@ TEST_F(LASWriting, CopiesProjectionRecords)
 
 TEST_F(LASWriting, TranslatesTheCoordinateSystem)
 {
-    const std::string wgs84 =
-        "GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,298.257223563]],"
-        "PRIMEM[\"Greenwich\",0],UNIT[\"degree\",0.0174532925199433]";
-    const std::string grid =
-        "PROJCS[\"a grid\"," + wgs84 +
-        "],PROJECTION[\"Transverse_Mercator\"],PARAMETER[\"latitude_of_origin\",0],"
-        "PARAMETER[\"central_meridian\",-101],PARAMETER[\"scale_factor\",0.9995],"
-        "PARAMETER[\"false_easting\",1234],PARAMETER[\"false_northing\",0],UNIT[\"metre\",1]]";
+    const std::string grid = transverseMercator(-101, "a grid", "", 0, "0.9995", "1234");
     const std::string largest(65534, 'x'), huge(65535, 'x');
     const char keys[] = "34735 34736 34737 ";
     const struct
@@ -326,7 +312,7 @@ TEST_F(LASWriting, TranslatesTheCoordinateSystem)
         const char* found = ""; // in the text of a reader
     } cases[] = {{"", 11, ""},
                  {"no such thing", 11, "", true},
-                 {wgs84 + ",AUTHORITY[\"EPSG\",\"4326\"]]", 11, keys, false, "GEOGCS[\"WGS 84\""},
+                 {wgs84, 11, keys, false, "GEOGCS[\"WGS 84\""},
                  {grid, 13, keys, false, "PROJCS[\"a grid\""},
                  {grid, 10, keys, false, "\"central_meridian\",-101]"},
                  {grid, 10, keys, false, "\"false_easting\",1234]"},
