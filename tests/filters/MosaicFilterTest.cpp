@@ -14,12 +14,14 @@ constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 // `count` points on a line along x from `begin` on, with a distance of 1.
-Scoped<MemoryPointSource> pointsFrom(double begin, int count)
+Scoped<MemoryPointSource> pointsFrom(double begin, int count, double step = 0)
 {
     Numbers x, zeros(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i)
         x.push_back(begin + i);
-    return MemoryPointSource::make(layoutXYZ(), {x, zeros, zeros});
+    PointInfo layout = layoutXYZ();
+    layout.getChannel("X")->setQuantization(step);
+    return MemoryPointSource::make(layout, {x, zeros, zeros});
 }
 
 // One point at (x, 0, 0) with more channels.
@@ -87,6 +89,12 @@ struct Mosaic
     Scoped<MosaicFilter> filter{MosaicFilter::create()};
 };
 
+template <class... Each>
+Strings warningsOf(const Each&... sources)
+{
+    return Mosaic::of(sources...).filter->getWarnings();
+}
+
 Bounds fromTo(double begin, double end)
 {
     return {{begin, end}, {-1, 1}, {-1, 1}};
@@ -133,11 +141,8 @@ TEST(MosaicFilter, OpensOnlyTheSourcesThatIntersectTheQuery)
 
 TEST(MosaicFilter, FindsPointsThatRoundIntoTheQuery)
 {
-    const PointInfo layout =
-        layoutOf({channel("X", FLOAT64, 0.5), channel("Y", FLOAT64), channel("Z", FLOAT64)});
-    const auto a = MemoryPointSource::make(layout, {{1, 2}, {0, 0}, {0, 0}}),
-               b = MemoryPointSource::make(layout, {{3, 4}, {0, 0}, {0, 0}});
-    EXPECT_EQ(Mosaic::of(a, b).rows(fromTo(2.2, 2.8)), (Rows{{2, 0, 0}, {3, 0, 0}}));
+    EXPECT_EQ(Mosaic::of(pointsFrom(1, 2, 0.5), pointsFrom(3, 2, 0.5)).rows(fromTo(2.2, 2.8)),
+              (Rows{{2, 0, 0}, {3, 0, 0}}));
 }
 
 TEST(MosaicFilter, ReadsTheOverviewForSmallFractions)
@@ -202,17 +207,14 @@ TEST(MosaicFilter, ChoosesATypeThatHoldsBothSources)
 
 TEST(MosaicFilter, KeepsTheStepThatRepresentsAllPoints)
 {
-    const auto source = [](double step) {
-        return MemoryPointSource::make(
-            layoutOf({channel("X", FLOAT64, step), channel("Y", FLOAT64), channel("Z", FLOAT64)}),
-            {{0}, {0}, {0}});
-    };
-    const std::array<double, 3> cases[] = {{0.01, 0.01, 0.01}, {0.01, 0.001, 0.001}, {0.25, 0.01, 0.01},
+    const std::array<double, 3> steps[] = {{0.01, 0.01, 0.01}, {0.01, 0.001, 0.001}, {0.25, 0.01, 0.01},
                                            {0.01, 0.003, 0},   {-0.25, 0.01, 0.01},  {0.01, 0, 0},
                                            {0, 0, 0}};
-    for (const auto& [a, b, both] : cases)
-        for (const Mosaic& mosaic : {Mosaic::of(source(a), source(b)), Mosaic::of(source(b), source(a))})
-            EXPECT_EQ(mosaic.filter->getChannel("X")->getQuantization(), both) << a << ' ' << b;
+    for (const auto& [a, b, both] : steps)
+        for (const auto& [first, second] : {std::pair(a, b), std::pair(b, a)}) {
+            const auto mosaic = Mosaic::of(pointsFrom(0, 1, first), pointsFrom(0, 1, second));
+            EXPECT_EQ(mosaic.filter->getChannel("X")->getQuantization(), both) << first << ' ' << second;
+        }
 }
 
 TEST(MosaicFilter, HasTheScaleThatAllSourcesShare)
@@ -273,27 +275,25 @@ TEST(MosaicFilter, WarnsOfMissingChannelsAndDroppedNames)
                empty = pointsFrom(0, 0), alike = pointsFrom(20, 1);
     const char *const names[] = {"ground", nullptr}, *const others[] = {"ground", "water"};
     with->setClassIdNames(names, 1);
-    EXPECT_EQ(Mosaic::of(with, with, empty).filter->getWarnings(), Strings());
+    EXPECT_EQ(warningsOf(with, with, empty), Strings());
     without->setClassIdNames(others, 2);
-    EXPECT_EQ(Mosaic::of(with, without, without).filter->getWarnings(),
+    EXPECT_EQ(warningsOf(with, without, without),
               (Strings{"'source 1' and 1 other file without Red: the points have 0 there",
                        "the class names of 'source 1' differ from those of 'source 0', which are used"}));
-    EXPECT_EQ(Mosaic::of(without, with, without, without).filter->getWarnings()[0],
+    EXPECT_EQ(warningsOf(without, with, without, without)[0],
               "'source 0' and 2 other files without Red: the points have 0 there");
-    EXPECT_EQ(Mosaic::of(without, with).filter->getWarnings()[0],
-              "'source 0' without Red: the points have 0 there");
+    EXPECT_EQ(warningsOf(without, with)[0], "'source 0' without Red: the points have 0 there");
     alike->setClassIdNames(names, 2);
     without->setClassIdNames(names, 2);
-    EXPECT_EQ(Mosaic::of(alike, without).filter->getWarnings(), Strings());
+    EXPECT_EQ(warningsOf(alike, without), Strings());
     // Older files lack flags and scanner channels; their values are known.
     const auto newer = pointWith(
         1, {{classId, 2}, {classFlags, 1}, {channel("ScannerChannel", UINT8), 3}, {angleSteps, -5}});
     const auto older = pointWith(2, {{classId, 2}, {degrees, 9}});
-    EXPECT_EQ(Mosaic::of(newer, older).filter->getWarnings(), Strings());
+    EXPECT_EQ(warningsOf(newer, older), Strings());
     EXPECT_EQ(
-        Mosaic::of(newer, pointWith(2, {{classId, 65}, {channel("ScanAngle", FLOAT32), 1}}),
-                   pointWith(3, {{classId, 65}}))
-            .filter->getWarnings(),
+        warningsOf(newer, pointWith(2, {{classId, 65}, {channel("ScanAngle", FLOAT32), 1}}),
+                   pointWith(3, {{classId, 65}})),
         (Strings{"'source 2' without ScanAngle: the points have 0 there",
                  "the classes of 'source 2' are read as classification bytes of LAS formats 0 to 5: class in "
                  "the low 5 bits, flags in the others",
@@ -390,25 +390,25 @@ TEST(MosaicFilter, HasTheRecordsThatAllSourcesShare)
 {
     const auto a = pointsFrom(0, 3), b = pointsFrom(10, 3);
     const double box[] = {1, 2}, otherBox[] = {1, 3};
-    for (const auto* source : {&a, &b}) {
-        Metadata& records = (*source)->metadata();
-        records.add("Vendor", nullptr, METADATA_STRING, "a vendor", 0);
-        records.add("PreCompressionPointCount", nullptr, METADATA_STRING, "3", 0);
+    for (const bool isA : {true, false}) {
+        Metadata& records = (isA ? a : b)->metadata();
+        for (const auto& [key, text] :
+             {std::pair("Vendor", "a vendor"), {"PreCompressionPointCount", "3"}, {"Tile", isA ? "1" : "2"}})
+            records.add(key, nullptr, METADATA_STRING, text, 0);
         records.add("LAS_BoundingBox", nullptr, METADATA_FLOAT64_ARRAY, box, 2);
-        records.add("Tile", nullptr, METADATA_STRING, source == &a ? "1" : "2", 0);
-        records.add("Blob", nullptr, source == &a ? METADATA_STRING : METADATA_BLOB, "x", 2);
-        records.add("Shorter", nullptr, METADATA_FLOAT64_ARRAY, box, source == &a ? 2 : 1);
-        records.add("Other", nullptr, METADATA_FLOAT64_ARRAY, source == &a ? box : otherBox, 2);
+        records.add("Blob", nullptr, isA ? METADATA_STRING : METADATA_BLOB, "x", 2);
+        records.add("Shorter", nullptr, METADATA_FLOAT64_ARRAY, box, isA ? 2 : 1);
+        records.add("Other", nullptr, METADATA_FLOAT64_ARRAY, isA ? box : otherBox, 2);
         records.add("Empty", nullptr, METADATA_BLOB, "", 0);
     }
     a->metadata().add("Only", nullptr, METADATA_STRING, "a", 0);
     Metadata shared;
     shared.add("Before", nullptr, METADATA_STRING, "stays", 0);
     Mosaic::of(a, b).filter->loadMetadata(shared, false);
-    ASSERT_EQ(shared.getNumRecords(), 3u);
-    EXPECT_STREQ(shared.getKey(0), "Before");
-    EXPECT_STREQ(shared.getKey(1), "Vendor");
-    EXPECT_STREQ(shared.getKey(2), "Empty");
+    Strings keys;
+    for (std::size_t i = 0; i < shared.getNumRecords(); ++i)
+        keys.push_back(shared.getKey(i));
+    EXPECT_EQ(keys, (Strings{"Before", "Vendor", "Empty"}));
 }
 
 TEST(MosaicFilter, LosesNoPointsOfSourcesWithoutUsableBounds)

@@ -101,13 +101,6 @@ TEST_F(LASReading, DescribesTheFile)
                         "SourceId UINT16 16\nGPSTime_Adjusted FLOAT64 64\nRed UINT16 16\nGreen UINT16 16\n"
                         "Blue UINT16 16\nNearInfrared UINT16 16\n");
     EXPECT_EQ(reader->getChannel("X")->getQuantization(), 0.01);
-
-    const auto older = open(randomLASFile(1, 1, 10, 1).build());
-    EXPECT_EQ(older->getChannel("ReturnNum")->getBits(), 3);
-    EXPECT_EQ(older->getChannel("ScanAngle")->getDataType(), SINT8);
-    EXPECT_TRUE(older->hasChannel("GPSTime"));
-    EXPECT_FALSE(older->hasChannel("ClassFlags"));
-    EXPECT_FALSE(older->hasChannel("Red"));
 }
 
 TEST_F(LASReading, AnswersQueriesByBoxFractionAndChannel)

@@ -377,34 +377,21 @@ TEST_F(LASWriting, CompressesTheSamePoints)
 // LAS records hold one time. The channel that comes later is written.
 TEST_F(LASWriting, ReportsTimesThatItLoses)
 {
-    const std::vector<double> zeros(5), week = {1, 0, 3, 0, 5}, adjusted = {10, 20, 0, 0, 5};
-    const ChannelInfo weekTime = channel("GPSTime", FLOAT64),
-                      adjustedTime = channel("GPSTime_Adjusted", FLOAT64);
-    const struct
-    {
-        bool isWeekLast, prefersNonzero;
-        std::vector<double> times;
-        std::uint64_t lost, fromOther;
-    } cases[] = {{false, false, adjusted, 2, 0},
-                 {false, true, {10, 20, 3, 0, 5}, 1, 1},
-                 {true, false, week, 2, 0},
-                 {true, true, {1, 20, 3, 0, 5}, 1, 1}};
-    for (const auto& each : cases) {
-        const auto source = each.isWeekLast ? MemoryPointSource::make(layoutXYZ({adjustedTime, weekTime}),
-                                                                      {zeros, zeros, zeros, adjusted, week})
-                                            : MemoryPointSource::make(layoutXYZ({weekTime, adjustedTime}),
-                                                                      {zeros, zeros, zeros, week, adjusted});
-        const auto writer = makeWriter(*source);
-        writer->setPrefersNonzeroTime(each.prefersNonzero);
-        std::vector<double> times;
+    const Numbers week = {1, 0, 3, 0, 5}, adjusted = {10, 20, 0, 0, 5};
+    const ChannelInfo weekTime = channel("GPSTime", FLOAT64);
+    const auto source = makeSource({channel("GPSTime_Adjusted", FLOAT64), weekTime}, {adjusted, week});
+    const auto writer = makeWriter(*source);
+    for (const bool prefersNonzero : {false, true}) {
+        writer->setPrefersNonzeroTime(prefersNonzero);
+        Numbers times;
         for (const LASFilePoint& point : write(*writer).points)
             times.push_back(point.gpsTime);
-        EXPECT_EQ(times, each.times);
+        EXPECT_EQ(times, prefersNonzero ? (Numbers{1, 20, 3, 0, 5}) : week);
         ASSERT_TRUE(writer->getTimeConflict());
         const LASPointWriter::TimeConflict conflict = *writer->getTimeConflict();
-        EXPECT_STREQ(conflict.written, each.isWeekLast ? "GPSTime" : "GPSTime_Adjusted");
-        EXPECT_STREQ(conflict.other, each.isWeekLast ? "GPSTime_Adjusted" : "GPSTime");
-        EXPECT_EQ(std::pair(conflict.numLost, conflict.numFromOther), std::pair(each.lost, each.fromOther));
+        EXPECT_EQ(std::string(conflict.written) + ", not " + conflict.other, "GPSTime, not GPSTime_Adjusted");
+        EXPECT_EQ(conflict.numLost, prefersNonzero ? 1u : 2u);
+        EXPECT_EQ(conflict.numFromOther, prefersNonzero ? 1u : 0u);
         writer->write(Bounds::Huge(), 1, layoutXYZ({weekTime}), nullptr);
         EXPECT_FALSE(writer->getTimeConflict());
     }
