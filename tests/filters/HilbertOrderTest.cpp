@@ -242,22 +242,4 @@ TEST_F(HilbertOrderTest, PassesErrors)
     EXPECT_EQ(sorted(), rows); // no file for a single sorted run
 }
 
-TEST_F(HilbertOrderTest, RefusesOtherLayouts)
-{
-    fill(5);
-    PointInfo other = layout;
-    other.getChannel(std::size_t{3}) = channel("A", UINT16);
-    const auto readAs = [&](const PointInfo& wanted) {
-        const Scoped<PointIterator> iterator(filter->createIterator(Bounds::Huge(), 1, layout, nullptr));
-        read(*iterator, wanted);
-    };
-    EXPECT_EQ(errorOf(40007, [&] { readAs(layoutXYZ()); }), "number of channels must the same");
-    EXPECT_EQ(errorOf(40007, [&] { readAs(other); }), "datatype are not the same");
-    const auto ask = [&](const PointInfo& wanted) {
-        const Scoped<PointIterator> iterator(filter->createIterator(Bounds::Huge(), 1, wanted, nullptr));
-    };
-    EXPECT_EQ(errorOf(-1, [&] { ask(layoutXYZ({ChannelInfo()})); }), "unsupported datatype");
-    EXPECT_EQ(errorOf(40007, [&] { ask(PointInfo()); }), "must have x, y, and z channels");
-}
-
 }} // namespace Quillmoran::Testing

@@ -58,9 +58,10 @@ private:
 // All points of a query, one row of samples per point.
 inline std::vector<std::vector<double>> readRows(const PointSource& source, const PointInfo& layout,
                                                  const Bounds& bounds = Bounds::Huge(), double fraction = 1,
-                                                 std::size_t blockPoints = 7)
+                                                 std::size_t blockPoints = 7,
+                                                 ProgressDelegate* delegate = nullptr)
 {
-    const Scoped<PointIterator> iterator(source.createIterator(bounds, fraction, layout, nullptr));
+    const Scoped<PointIterator> iterator(source.createIterator(bounds, fraction, layout, delegate));
     PointData block;
     block.init(layout, blockPoints);
     std::vector<std::vector<double>> rows;

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "platform/ByteOrder.h"
-#include <vxunpack/PointSource.h>
+#include "support/SetOfSources.h"
 
 #include <cmath>
 #include <cstddef>
@@ -75,19 +75,9 @@ inline Columns readColumns(const PointSource& source, const PointInfo& layout,
                            ProgressDelegate* delegate = nullptr)
 {
     Columns columns;
-    PointData block;
-    block.init(layout, 1000);
-    const Scoped<PointIterator> iterator(source.createIterator(box, fraction, layout, delegate));
-    while (const std::size_t count = iterator->getNextPoints(block)) {
-        for (std::size_t c = 0; c < block.getNumChannels(); ++c) {
-            const ChannelData& channel = block.getChannel(c);
-            visitDataType(channel.getDataType(), [&](auto zero) {
-                const auto* const samples = static_cast<const decltype(zero)*>(channel.getData());
-                for (std::size_t i = 0; i < count; ++i)
-                    columns[channel.getName()].push_back(static_cast<double>(samples[i]));
-            });
-        }
-    }
+    for (const auto& row : readRows(source, layout, box, fraction, 1000, delegate))
+        for (std::size_t c = 0; c < row.size(); ++c)
+            columns[layout.getChannel(c).getName()].push_back(row[c]);
     return columns;
 }
 

@@ -69,12 +69,7 @@ TEST_F(PDALPointReaderTest, HonoursBoxFractionAndChannels)
                 << box.x.min << ' ' << fraction;
             EXPECT_EQ(readColumns(*reader, some, box, fraction), readColumns(*source, some, box, fraction));
         }
-}
 
-TEST_F(PDALPointReaderTest, RefusesQueriesThatItCannotAnswer)
-{
-    writeGrid(10);
-    const auto reader = open(path);
     const auto query = [&](const PointInfo& wanted, ProgressDelegate* delegate = nullptr) {
         return failureOf([&] { readColumns(*reader, wanted, Bounds::Huge(), 1, delegate); });
     };
@@ -254,44 +249,31 @@ TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
 }
 
 // Files of other programs, if the environment names their folder.
-class RealBPFFiles : public PDALPointReaderTest
+TEST_F(PDALPointReaderTest, ReadsRealFiles)
 {
-protected:
-    void SetUp() override
-    {
-        const char* const folder = std::getenv("VX_DATA");
-        if (!folder)
-            GTEST_SKIP() << "VX_DATA does not name the folder of real files";
-        data = std::string(folder) + "/bpf/";
+    const char* const folder = std::getenv("VX_DATA");
+    if (!folder)
+        GTEST_SKIP() << "VX_DATA does not name the folder of real files";
+    const std::string chipped = folder + std::string("/bpf/autzen-utm-chipped-25-v3");
+    const std::string interleaved = chipped + "-interleaved.bpf",
+                      large = folder + std::string("/bpf/autzen-utm.bpf");
+    // Uncompressed files, and those of the same points.
+    for (const auto& [twin, name] : {std::pair(chipped + ".bpf", chipped + ".bpf"),
+                                     {chipped + ".bpf", interleaved},
+                                     {chipped + ".bpf", chipped + "-fastlz.bpf"},
+                                     {chipped + ".bpf", chipped + "-deflate-segregated.bpf"},
+                                     {interleaved, interleaved},
+                                     {large, large}}) {
+        const BPFTestFile file = BPFTestFile::parse(readFile(twin));
+        const auto reader = open(name);
+        const Columns columns = readColumns(*reader);
+        ASSERT_EQ(reader->getNumPoints(), file.numPoints) << name;
+        ASSERT_EQ(columns.size(), file.labels.size()) << name;
+        for (std::size_t i = 0; i < file.labels.size(); ++i)
+            EXPECT_EQ(columns.at(reader->getChannel(i).getName()), file.columns.at(file.labels[i])) << name;
+        EXPECT_NE(std::string(reader->getWKT()).find("UTM zone 10N"), std::string::npos) << name;
     }
-    std::string data;
-    const std::string chipped = "autzen-utm-chipped-25-v3";
-};
-
-void expectEqual(const PointReader& reader, const BPFTestFile& file, const std::string& name)
-{
-    const Columns columns = readColumns(reader);
-    ASSERT_EQ(reader.getNumPoints(), file.numPoints) << name;
-    ASSERT_EQ(columns.size(), file.labels.size()) << name;
-    for (std::size_t i = 0; i < file.labels.size(); ++i) {
-        const std::string channel = reader.getChannel(i).getName();
-        EXPECT_EQ(columns.at(channel), file.columns.at(file.labels[i])) << name << ' ' << channel;
-    }
-    EXPECT_NE(std::string(reader.getWKT()).find("UTM zone 10N"), std::string::npos) << name;
-}
-
-TEST_F(RealBPFFiles, AreReadCompletely)
-{
-    const BPFTestFile twin = BPFTestFile::parse(readFile(data + chipped + ".bpf"));
-    EXPECT_EQ(twin.numPoints, 1065);
-    for (const char* name : {".bpf", "-interleaved.bpf", "-fastlz.bpf", "-deflate-segregated.bpf"})
-        expectEqual(*open(data + chipped + name), twin, name);
-    for (const std::string name : {chipped + "-interleaved.bpf", std::string("autzen-utm.bpf")})
-        expectEqual(*open(data + name), BPFTestFile::parse(readFile(data + name)), name);
-    const auto reader = open(data + "autzen-utm.bpf");
-    for (const char* name : {"Intensity", "ReturnNum", "NumReturns", "ClassId", "Red", "GPSTime"})
-        EXPECT_TRUE(reader->hasChannel(name)) << name;
-    EXPECT_EQ(reader->getChannel("ClassId")->getDataType(), UINT8);
+    EXPECT_EQ(open(large)->getChannel("ClassId")->getDataType(), UINT8);
 }
 
 }} // namespace Quillmoran::Testing
