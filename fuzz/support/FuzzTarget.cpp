@@ -1,7 +1,5 @@
 #include "support/FuzzTarget.h"
 
-#include <vxunpack/Base.h>
-
 #include <atomic>
 #include <ctime>
 #include <map>
@@ -58,16 +56,15 @@ void limit(double used, double allowed, const char* unit)
 
 bool handlesInput(const std::string& target, Input input)
 {
-    static const std::map<std::string, std::uint64_t (*)(Input)> targets = {{"commandline", runCommandLine},
-                                                                            {"container", runContainer},
-                                                                            {"las", runLAS},
-                                                                            {"list", runList},
-                                                                            {"metadata", runMetadata},
-                                                                            {"pack", runPack},
-                                                                            {"rtree", runRTree},
-                                                                            {"subblocks", runSubblocks},
-                                                                            {"text", runText},
-                                                                            {"tileset", runTileSet}};
+    static const std::map<std::string, Target*> targets = {{"commandline", runCommandLine},
+                                                           {"container", runContainer},
+                                                           {"las", runLAS},
+                                                           {"list", runList},
+                                                           {"metadata", runMetadata},
+                                                           {"rtree", runRTree},
+                                                           {"subblocks", runSubblocks},
+                                                           {"text", runText},
+                                                           {"tileset", runTileSet}};
     // One thread, so that an input always executes the same code.
     static const tbb::global_control oneThread(tbb::global_control::max_allowed_parallelism, 1);
     [[maybe_unused]] static const bool counts =
@@ -77,12 +74,7 @@ bool handlesInput(const std::string& target, Input input)
     peakBytes = 0;
     const double begin = processorSeconds();
     std::uint64_t samples = 0;
-    bool isGood = true;
-    try {
-        samples = targets.at(target)(input);
-    } catch (const Error&) {
-        isGood = false;
-    }
+    const bool isGood = succeeds([&] { samples = targets.at(target)(input); });
     const auto size = static_cast<double>(input.size());
     limit(static_cast<double>(peakBytes), baseBytes + bytesPerByte * size, "bytes");
     limit(processorSeconds() - begin,

@@ -2,6 +2,7 @@
 // loads, call its versions of open, pread, pwrite and so on, and its operator new.
 #pragma once
 
+#include <atomic>
 #include <string>
 
 namespace Quillmoran::Testing {
@@ -44,16 +45,8 @@ public:
     static long count(Call call);
     // Whether the fault happened.
     static bool happened();
-};
-
-// During its lifetime allocations are not counted and do not fail.
-class SparedAllocations
-{
-public:
-    SparedAllocations();
-    ~SparedAllocations();
-    SparedAllocations(const SparedAllocations&) = delete;
-    SparedAllocations& operator=(const SparedAllocations&) = delete;
+    // While it is true, allocations are not counted and do not fail.
+    static inline std::atomic<bool> sparesAllocations{false};
 };
 
 } // namespace Quillmoran::Testing

@@ -1,14 +1,10 @@
 #include "support/ExampleSurvey.h"
 
 #include "model/ChannelNames.h"
-#include "support/ByteStore.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/Random.h"
-#include <vxunpack/VX7PointWriter.h>
-
-#include <cstdlib>
-#include <iterator>
+#include "support/ReadPoints.h"
 
 namespace Quillmoran::Testing {
 
@@ -16,7 +12,7 @@ namespace {
 
 constexpr int numLines = 4;
 constexpr int pointsPerLine = 600;
-constexpr double scale = 0.01;
+constexpr double steps[3] = {0.01, 0.01, 0.01};
 constexpr double offsets[3] = {500000.0, 4100000.0, 100.0};
 
 // Height of the ground in steps, in integer arithmetic only so that it is the same on every machine.
@@ -30,8 +26,8 @@ PointInfo makeLayout()
 {
     namespace Names = ChannelNames;
     return layoutOf(
-        {channel(Names::x, FLOAT64, scale), channel(Names::y, FLOAT64, scale),
-         channel(Names::z, FLOAT64, scale), channel(Names::intensity, UINT16),
+        {channel(Names::x, FLOAT64, steps[0]), channel(Names::y, FLOAT64, steps[1]),
+         channel(Names::z, FLOAT64, steps[2]), channel(Names::intensity, UINT16),
          channel(Names::returnNum, UINT8), channel(Names::numReturns, UINT8), channel(Names::scanDir, UINT8),
          channel(Names::edgeFlightLine, UINT8), channel(Names::classId, UINT8),
          channel(Names::scanAngle, SINT8), channel(Names::sourceId, UINT16), channel(Names::gpsTime, FLOAT64),
@@ -48,7 +44,7 @@ MemoryPointSource::Columns flySurvey()
             std::size_t next = 0;
             const auto add = [&](auto value) { columns[next++].push_back(static_cast<double>(value)); };
             const auto addCoordinate = [&](std::int64_t step) {
-                add(static_cast<double>(step) * scale + offsets[next]);
+                add(static_cast<double>(step) * steps[next] + offsets[next]);
             };
             const auto addBetween = [&](bool choice, int low, int high, int otherLow, int otherHigh) {
                 add(choice ? random.between(low, high) : random.between(otherLow, otherHigh));
@@ -83,7 +79,6 @@ MemoryPointSource::Columns flySurvey()
 Bytes buildExampleSurvey()
 {
     const Scoped<MemoryPointSource> source = MemoryPointSource::make(makeLayout(), flySurvey());
-    const double steps[3] = {scale, scale, scale};
     source->setQuantization(steps, offsets);
     source->setWKT(
         "PROJCS[\"WGS 84 / UTM zone 13N\",GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,"
@@ -94,9 +89,6 @@ Bytes buildExampleSurvey()
     const char* const names[] = {"Created",        "Unclassified",      "Ground",
                                  "Low vegetation", "Medium vegetation", "High vegetation"};
     source->setClassIdNames(names, std::size(names));
-    const Scoped<ByteStore> store(ByteStore::create());
-    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-    writer->init(source.get(), store.get());
     // By default a file of so few points has few levels, subblocks and boxes; an example should have several.
     EncodeOptions options;
     options.numLevels = 6;
@@ -104,9 +96,7 @@ Bytes buildExampleSurvey()
     options.all.subblockSize = 256;
     // Times must not be deflated: those bytes depend on the version of zlib.
     options.byChannel[ChannelNames::gpsTime].transform = TransformType{11};
-    writer->setOptions(options);
-    writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
-    return store->bytes();
+    return packed(*source, options);
 }
 
 } // namespace Quillmoran::Testing
