@@ -40,11 +40,6 @@ void countFree(const volatile void* block)
         liveBytes -= static_cast<std::int64_t>(__sanitizer_get_allocated_size(block));
 }
 
-double processorSeconds()
-{
-    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
-}
-
 void limit(double used, double allowed, const char* unit)
 {
     if (used > allowed)
@@ -72,12 +67,12 @@ bool handlesInput(const std::string& target, Input input)
         __sanitizer_install_malloc_and_free_hooks(countMalloc, countFree) != 0;
     liveBytes = 0; // memory that is freed later may have been allocated before
     peakBytes = 0;
-    const double begin = processorSeconds();
+    const std::clock_t begin = std::clock();
     std::uint64_t samples = 0;
     const bool isGood = succeeds([&] { samples = targets.at(target)(input); });
     const auto size = static_cast<double>(input.size());
     limit(static_cast<double>(peakBytes), baseBytes + bytesPerByte * size, "bytes");
-    limit(processorSeconds() - begin,
+    limit(static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC,
           baseSeconds + secondsPerByte * size + secondsPerSample * static_cast<double>(samples), "seconds");
     return isGood;
 }

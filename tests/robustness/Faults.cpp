@@ -32,21 +32,19 @@ namespace {
 
 std::atomic<bool> armed{false};
 Fault chosen{Call::Open, 0, 0};
-std::array<std::atomic<long>, numCalls> counts;
-std::atomic<bool> hasHappened{false};
 char directory[4096]; // no std::string: operator new reads it
 
 // Counts a call; true if it must fail.
 bool fails(Call call)
 {
-    const long number = ++counts[static_cast<std::size_t>(call)];
+    const long number = ++Faults::counts[static_cast<std::size_t>(call)];
     // A network file system may report a full disk again when the file is closed.
-    const bool again =
-        chosen.lasts && (call == chosen.call ? number > chosen.at
-                                             : call == Call::Close && chosen.error == ENOSPC && hasHappened);
+    const bool again = chosen.lasts && (call == chosen.call ? number > chosen.at
+                                                            : call == Call::Close && chosen.error == ENOSPC &&
+                                                                  Faults::happened);
     const bool now = chosen.at != 0 && (again || (call == chosen.call && number == chosen.at));
     if (now)
-        hasHappened = true;
+        Faults::happened = true;
     if (now && chosen.error > 0)
         errno = chosen.error;
     return now;
@@ -138,7 +136,7 @@ Faults::Faults(const std::string& below, const Fault& fault)
     chosen = fault;
     for (auto& count : counts)
         count = 0;
-    hasHappened = false;
+    Faults::happened = false;
     dl_iterate_phdr(findLASzip, nullptr);
     armed = true;
 }
@@ -146,16 +144,6 @@ Faults::Faults(const std::string& below, const Fault& fault)
 Faults::~Faults()
 {
     armed = false;
-}
-
-long Faults::count(Call call)
-{
-    return counts[static_cast<std::size_t>(call)];
-}
-
-bool Faults::happened()
-{
-    return hasHappened;
 }
 
 } // namespace Quillmoran::Testing

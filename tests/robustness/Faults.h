@@ -41,10 +41,9 @@ public:
     Faults(const Faults&) = delete;
     Faults& operator=(const Faults&) = delete;
 
-    // Calls since the construction of the last one.
-    static long count(Call call);
-    // Whether the fault happened.
-    static bool happened();
+    // Calls since the construction of the last one, and whether its fault happened.
+    static inline std::atomic<long> counts[numCalls];
+    static inline std::atomic<bool> happened{false};
     // While it is true, allocations are not counted and do not fail.
     static inline std::atomic<bool> sparesAllocations{false};
 };

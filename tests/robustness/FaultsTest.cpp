@@ -109,7 +109,7 @@ protected:
             const Faults faults(directory.path(), fault);
             status = command.program(static_cast<int>(argv.size()), argv.data());
         }
-        m_numFaults += Faults::happened();
+        m_numFaults += Faults::happened;
         std::string output = testing::internal::GetCapturedStdout();
         return {status, std::move(output), testing::internal::GetCapturedStderr()};
     }
@@ -244,9 +244,7 @@ TEST_F(Robustness, EveryCallThatFailsEndsInAnErrorOrIsMadeUpFor)
         clean = run(each.command);
         ASSERT_EQ(clean.status, 0) << clean.errors;
         after = contents();
-        long counts[numCalls];
-        for (int call = 0; call < numCalls; ++call)
-            counts[call] = Faults::count(static_cast<Call>(call));
+        const std::vector<long> counts(std::begin(Faults::counts), std::end(Faults::counts));
         const bool readsText = std::strstr(each.command.arguments, "d.txt");
         for (Fault fault : faults) {
             if (fault.error == endOfFile && readsText)
@@ -255,7 +253,7 @@ TEST_F(Robustness, EveryCallThatFailsEndsInAnErrorOrIsMadeUpFor)
                                : fault.lasts                ? std::min(each.maxAllocations, 12L)
                                                             : each.maxAllocations;
             const bool isMadeUpFor = fault.error == EINTR || fault.error == shortTransfer;
-            for (const long at : sample(counts[static_cast<int>(fault.call)], limit)) {
+            for (const long at : sample(counts[static_cast<std::size_t>(fault.call)], limit)) {
                 fault.at = at;
                 currentFault = std::string(each.command.arguments) + ": call " +
                                std::to_string(static_cast<int>(fault.call)) + " number " +

@@ -43,21 +43,15 @@ MemoryPointSource::Columns flySurvey()
         for (int i = 0; i < pointsPerLine; ++i) {
             std::size_t next = 0;
             const auto add = [&](auto value) { columns[next++].push_back(static_cast<double>(value)); };
-            const auto addCoordinate = [&](std::int64_t step) {
-                add(static_cast<double>(step) * steps[next] + offsets[next]);
-            };
-            const auto addBetween = [&](bool choice, int low, int high, int otherLow, int otherHigh) {
-                add(choice ? random.between(low, high) : random.between(otherLow, otherHigh));
-            };
             const int along = line % 2 ? pointsPerLine - 1 - i : i;
             const int swing = i % 40;
             const std::int64_t x = along * 30 + random.between(-6, 6);
             const std::int64_t y = line * 1000 + std::abs(swing - 20) * 45 + random.between(-6, 6);
             const bool tree = ground(x, y) % 7 == 3 && random.chance(0.6);
-            addCoordinate(x);
-            addCoordinate(y);
-            addCoordinate(ground(x, y) + (tree ? random.between(300, 1500) : random.between(-4, 4)));
-            addBetween(tree, 20, 90, 110, 180);
+            const std::int64_t z = ground(x, y) + random.between(tree ? 300 : -4, tree ? 1500 : 4);
+            for (const std::int64_t step : {x, y, z})
+                add(static_cast<double>(step) * steps[next] + offsets[next]);
+            add(random.between(tree ? 20 : 110, tree ? 90 : 180));
             add(tree ? random.between(1, 3) : 1);
             add(tree ? 3 : 1);
             add(swing < 20);
@@ -66,9 +60,9 @@ MemoryPointSource::Columns flySurvey()
             add(std::abs(swing - 20) - 10);
             add(101 + line);
             add(245380.0 + line * 60 + i * 0x1p-10);
-            addBetween(tree, 40, 70, 120, 140);
-            addBetween(tree, 90, 140, 110, 130);
-            addBetween(tree, 30, 50, 80, 95);
+            add(random.between(tree ? 40 : 120, tree ? 70 : 140));
+            add(random.between(tree ? 90 : 110, tree ? 140 : 130));
+            add(random.between(tree ? 30 : 80, tree ? 50 : 95));
         }
     }
     return columns;
