@@ -26,9 +26,12 @@ public:
         for (std::size_t i = 0; i < columns.size(); ++i)
             source->fill(source->m_channels[i], columns[i]);
         Bounds bounds;
-        source->grow(bounds.x, ChannelNames::x);
-        source->grow(bounds.y, ChannelNames::y);
-        source->grow(bounds.z, ChannelNames::z);
+        Bounds::Range* const ranges[] = {&bounds.x, &bounds.y, &bounds.z};
+        for (int axis = 0; axis < 3; ++axis) {
+            const ChannelData* channel = source->find(axes[axis]);
+            for (std::size_t i = 0; channel && channel->getDataType() == FLOAT64 && i < source->m_count; ++i)
+                ranges[axis]->grow(static_cast<const double*>(channel->getData())[i]);
+        }
         source->setBounds(bounds);
         return source;
     }
@@ -62,9 +65,8 @@ private:
             : m_source(Scoped<const MemoryPointSource>::retained(&source))
         {
             init(bounds, fraction, layout, delegate);
-            const char* const names[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
             for (int axis = 0; axis < 3; ++axis)
-                m_coordinates[axis] = static_cast<const double*>(source.find(names[axis])->getData());
+                m_coordinates[axis] = static_cast<const double*>(source.find(axes[axis])->getData());
             for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
                 const ChannelData* channel = source.find(layout.getChannel(i).getName());
                 if (!channel)
@@ -96,6 +98,8 @@ private:
         std::size_t m_next = 0;
     };
 
+    static constexpr const char* axes[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
+
     MemoryPointSource(const PointInfo& layout, std::size_t count)
         : m_count(count), m_channels(layout.getNumChannels())
     {
@@ -120,15 +124,6 @@ private:
             std::transform(values.begin(), values.end(), static_cast<T*>(channel.getData()),
                            [](double value) { return static_cast<T>(value); });
         });
-    }
-
-    void grow(Bounds::Range& range, const char* name) const
-    {
-        const ChannelData* channel = find(name);
-        if (!channel || channel->getDataType() != FLOAT64)
-            return;
-        for (std::size_t i = 0; i < m_count; ++i)
-            range.grow(static_cast<const double*>(channel->getData())[i]);
     }
 
     std::size_t m_count;

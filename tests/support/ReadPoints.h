@@ -4,6 +4,7 @@
 #include "support/ByteStore.h"
 #include "support/SubblockEncoder.h"
 #include <vxunpack/VX7PointReader.h>
+#include <vxunpack/VX7PointWriter.h>
 
 #include <cstddef>
 #include <cstring>
@@ -17,6 +18,17 @@ inline Scoped<VX7PointReader> openFile(const Bytes& bytes)
     Scoped<VX7PointReader> reader(VX7PointReader::create());
     reader->init(store.get());
     return reader;
+}
+
+// A compressed file of all points of a source.
+inline Bytes packed(PointSource& source, const EncodeOptions& options = {})
+{
+    const auto store = ByteStore::make();
+    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
+    writer->init(&source, store.get());
+    writer->setOptions(options);
+    writer->write(Bounds::Huge(), 1, source.getPointInfo(), nullptr);
+    return store->bytes();
 }
 
 // All points of a query, as the bytes of each channel.
