@@ -5,6 +5,7 @@
 #include "support/ReadPoints.h"
 #include "support/SampleCloud.h"
 #include "support/Test.h"
+#include "support/VX7Chunks.h"
 #include <vxunpack/VX7PointWriter.h>
 
 #include <tbb/global_control.h>
@@ -166,7 +167,9 @@ TEST(VX7PointReader, DescribesItsFile)
     plan.classNames = {std::string("Created"), std::nullopt, std::string("Ground")};
     const double count = 500;
     plan.metadata.add("PreCompressionPointCount", nullptr, METADATA_FLOAT64_ARRAY, &count, 1);
-    const auto reader = openFile(buildFile(plan));
+    VX7Chunks file = VX7Chunks::parse(buildFile(plan));
+    file.find(CHUNK_WKT)->payload.back() = '?'; // instead of the NUL
+    const auto reader = openFile(file.toBytes());
 
     EXPECT_STREQ(reader->getFileFormatString(), "VX7 4.0.0.4");
     EXPECT_STREQ(reader->getWKT(), "LOCAL_CS[\"here\"]");

@@ -174,7 +174,7 @@ TEST(VX7PointWriter, IndexesPointsWithoutUsualCoordinates)
 // Several blocks, bands of more than 128 KiB, and levels that get one sample at a time.
 TEST(VX7PointWriter, WritesTheSameBytesOnAnyNumberOfThreads)
 {
-    Random random(3);
+    Random random(0); // X is noise
     const auto source = makeRandomCloud(random, 150000, 6);
     EncodeOptions options;
     options.numLevels = 18;
