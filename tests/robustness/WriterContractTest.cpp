@@ -2,6 +2,7 @@
 // directory, progress ends with the work, and a writer can be used again.
 #include "pdal/PDALFormats.h"
 
+#include "support/CoordinateSystems.h"
 #include "support/Test.h"
 #include <vxunpack/LASPointWriter.h>
 #include <vxunpack/TXTPointWriter.h>
@@ -121,19 +122,20 @@ protected:
         const PointInfo layout = layoutOf({channel("X", FLOAT64, 0.01), channel("Y", FLOAT64, 0.01),
                                            channel("Z", FLOAT64, 0.01), channel("Intensity", UINT16),
                                            channel("ReturnNum", UINT8, 0, 3), channel("GPSTime", FLOAT64)});
-        MemoryPointSource::Columns columns(layout.getNumChannels(), std::vector<double>(count));
+        MemoryPointSource::Columns columns(layout.getNumChannels());
         for (std::size_t i = 0; i < count; ++i) {
             const double t = first + static_cast<double>(i);
-            columns[0][i] = 500 + t * 0.25;
-            columns[1][i] = -3000 - t * 0.5;
-            columns[2][i] = static_cast<double>((i * 7919 + i * i) % 1024) * 0.125;
-            columns[3][i] = static_cast<double>((i * 104729 + i * i) % 4001);
-            columns[4][i] = static_cast<double>(1 + i % 3);
-            columns[5][i] = 1000 + t * 0.015625;
+            const double values[] = {500 + t * 0.25,
+                                     -3000 - t * 0.5,
+                                     static_cast<double>((i * 7919 + i * i) % 1024) * 0.125,
+                                     static_cast<double>((i * 104729 + i * i) % 4001),
+                                     static_cast<double>(1 + i % 3),
+                                     1000 + t * 0.015625};
+            for (std::size_t c = 0; c < columns.size(); ++c)
+                columns[c].push_back(values[c]);
         }
         auto source = MemoryPointSource::make(layout, columns);
-        source->setWKT("GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,298.257223563]],"
-                       "PRIMEM[\"Greenwich\",0],UNIT[\"degree\",0.0174532925199433]]");
+        source->setWKT(wgs84.c_str());
         const double counts[] = {3, 2, 1, 0, 0};
         source->metadata().add("PointRecordsByReturnCount", nullptr, METADATA_FLOAT64_ARRAY, counts, 5);
         source->metadata().add("SystemID", nullptr, METADATA_STRING, "scanner", 0);
