@@ -204,7 +204,19 @@ std::string compressedBy(char method, const std::string& plain, Pack pack)
     return bytes;
 }
 
-TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
+// The file with its points one dimension after the other.
+std::string byDimension(const std::string& plain)
+{
+    const auto begin = static_cast<std::size_t>(loadLittleEndian<std::int32_t>(&plain[8]));
+    const auto width = static_cast<std::size_t>(plain[12]), count = (plain.size() - begin) / (4 * width);
+    std::string bytes = plain;
+    bytes[13] = 0;
+    for (std::size_t i = 0; i < count * width; ++i)
+        bytes.replace(begin + 4 * (i % width * count + i / width), 4, plain, begin + 4 * i, 4);
+    return bytes;
+}
+
+TEST_F(PDALPointReaderTest, ReadsPointsInEveryArrangement)
 {
     constexpr std::size_t pointBytes = 20, period = 400; // the maximum distance of level 1
     writeGrid(5000, period);
@@ -217,7 +229,8 @@ TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
     {
         const char* name;
         std::string bytes;
-    } cases[] = {{"deflate", compressedBy(3, plain, deflate)},
+    } cases[] = {{"by dimension", byDimension(plain)},
+                 {"deflate", compressedBy(3, plain, deflate)},
                  {"FastLZ 1, short matches", compressedBy(2, plain, fastLZOf(1, pointBytes))},
                  {"FastLZ 1, repeated bytes", compressedBy(2, plain, fastLZOf(1, 1))},
                  {"FastLZ 1, long matches", compressedBy(2, plain, fastLZOf(1, pointBytes * period))},
@@ -246,34 +259,6 @@ TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
               std::string("\x20q\xe0\x01\x07", 5), std::string()})
             EXPECT_EQ(damaged(method, wrong), "40609 the compressed points are malformed") << wrong.size();
     }
-}
-
-// Files of other programs, if the environment names their folder.
-TEST_F(PDALPointReaderTest, ReadsRealFiles)
-{
-    const char* const folder = std::getenv("VX_DATA");
-    if (!folder)
-        GTEST_SKIP() << "VX_DATA does not name the folder of real files";
-    const std::string chipped = folder + std::string("/bpf/autzen-utm-chipped-25-v3");
-    const std::string interleaved = chipped + "-interleaved.bpf",
-                      large = folder + std::string("/bpf/autzen-utm.bpf");
-    // Uncompressed files, and those of the same points.
-    for (const auto& [twin, name] : {std::pair(chipped + ".bpf", chipped + ".bpf"),
-                                     {chipped + ".bpf", interleaved},
-                                     {chipped + ".bpf", chipped + "-fastlz.bpf"},
-                                     {chipped + ".bpf", chipped + "-deflate-segregated.bpf"},
-                                     {interleaved, interleaved},
-                                     {large, large}}) {
-        const BPFTestFile file = BPFTestFile::parse(readFile(twin));
-        const auto reader = open(name);
-        const Columns columns = readColumns(*reader);
-        ASSERT_EQ(reader->getNumPoints(), file.numPoints) << name;
-        ASSERT_EQ(columns.size(), file.labels.size()) << name;
-        for (std::size_t i = 0; i < file.labels.size(); ++i)
-            EXPECT_EQ(columns.at(reader->getChannel(i).getName()), file.columns.at(file.labels[i])) << name;
-        EXPECT_NE(std::string(reader->getWKT()).find("UTM zone 10N"), std::string::npos) << name;
-    }
-    EXPECT_EQ(open(large)->getChannel("ClassId")->getDataType(), UINT8);
 }
 
 }} // namespace Quillmoran::Testing
