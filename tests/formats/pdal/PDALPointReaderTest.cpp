@@ -225,22 +225,19 @@ TEST_F(PDALPointReaderTest, ReadsPointsInEveryArrangement)
     const auto fastLZOf = [](int level, std::size_t distance) {
         return [=](const std::string& raw) { return fastLZ(raw, level, distance); };
     };
-    const struct
-    {
-        const char* name;
-        std::string bytes;
-    } cases[] = {{"by dimension", byDimension(plain)},
-                 {"deflate", compressedBy(3, plain, deflate)},
-                 {"FastLZ 1, short matches", compressedBy(2, plain, fastLZOf(1, pointBytes))},
-                 {"FastLZ 1, repeated bytes", compressedBy(2, plain, fastLZOf(1, 1))},
-                 {"FastLZ 1, long matches", compressedBy(2, plain, fastLZOf(1, pointBytes * period))},
-                 {"FastLZ 2, short matches", compressedBy(2, plain, fastLZOf(2, pointBytes))},
-                 {"FastLZ 2, far and long", compressedBy(2, plain, fastLZOf(2, 2 * pointBytes * period))},
-                 {"stored", compressedBy(2, plain, [](const std::string& raw) { return raw; })}};
-    for (const auto& each : cases) {
-        writeFile(path, each.bytes);
-        EXPECT_EQ(readColumns(*open(path)), expected) << each.name;
-        std::string other = each.bytes;
+    const std::pair<const char*, std::string> cases[] = {
+        {"by dimension", byDimension(plain)},
+        {"deflate", compressedBy(3, plain, deflate)},
+        {"FastLZ 1, short matches", compressedBy(2, plain, fastLZOf(1, pointBytes))},
+        {"FastLZ 1, repeated bytes", compressedBy(2, plain, fastLZOf(1, 1))},
+        {"FastLZ 1, long matches", compressedBy(2, plain, fastLZOf(1, pointBytes * period))},
+        {"FastLZ 2, short matches", compressedBy(2, plain, fastLZOf(2, pointBytes))},
+        {"FastLZ 2, far and long", compressedBy(2, plain, fastLZOf(2, 2 * pointBytes * period))},
+        {"stored", compressedBy(2, plain, [](const std::string& raw) { return raw; })}};
+    for (const auto& [name, bytes] : cases) {
+        writeFile(path, bytes);
+        EXPECT_EQ(readColumns(*open(path)), expected) << name;
+        std::string other = bytes;
         other[14] = '\1';
         EXPECT_EQ(readDamaged(other), "40609 the file is compressed by a method that is not supported");
     }
