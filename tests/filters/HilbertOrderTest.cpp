@@ -32,16 +32,11 @@ public:
 class HilbertOrderTest : public testing::Test
 {
 protected:
-    HilbertOrderTest()
-    {
-        if (const char* variable = std::getenv("TMPDIR"))
-            m_before = variable;
-        setenv("TMPDIR", directory.path().c_str(), 1);
-    }
+    HilbertOrderTest() { setenv("TMPDIR", directory.path().c_str(), 1); }
     ~HilbertOrderTest() override
     {
         EXPECT_TRUE(directory.isEmpty());
-        setenv("TMPDIR", m_before.c_str(), 1);
+        unsetenv("TMPDIR");
     }
 
     // Random samples of all types, some cells with several points.
@@ -89,9 +84,6 @@ protected:
     Scoped<MemoryPointSource> source;
     const Scoped<Counter> counter{new Counter};
     const Scoped<HilbertOrder> filter{HilbertOrder::create()};
-
-private:
-    std::string m_before = "/tmp";
 };
 
 TEST_F(HilbertOrderTest, IsTheSameForAllSizesOfRunsAndMerges)

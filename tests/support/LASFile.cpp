@@ -200,7 +200,6 @@ void LASFile::describePoints()
 {
     count = points.size();
     legacyCount = static_cast<std::uint32_t>(points.size());
-    legacyByReturn = {};
     byReturn = {};
     min.fill(1e300);
     max.fill(-1e300);
@@ -214,8 +213,7 @@ void LASFile::describePoints()
             max[axis] = std::max(max[axis], value);
         }
     }
-    for (std::size_t i = 0; i < 5; ++i)
-        legacyByReturn[i] = static_cast<std::uint32_t>(byReturn[i]);
+    std::copy_n(byReturn.begin(), legacyByReturn.size(), legacyByReturn.begin());
 }
 
 } // namespace Quillmoran::Testing

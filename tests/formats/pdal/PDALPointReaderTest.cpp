@@ -148,44 +148,37 @@ std::string deflate(const std::string& bytes)
 // Finds matches at the given distance only. Level 2 has longer matches and distances.
 std::string fastLZ(const std::string& bytes, int level, std::size_t distance)
 {
-    std::string packed, literals;
-    const auto flush = [&] {
-        for (std::size_t at = 0; at < literals.size(); at += 32) {
-            const std::string run = literals.substr(at, 32);
-            const int levelBits = packed.empty() ? (level - 1) << 5 : 0;
-            packed += static_cast<char>(levelBits | static_cast<int>(run.size() - 1));
-            packed += run;
-        }
-        literals.clear();
-    };
+    std::string packed;
     const std::size_t maxLength = level == 1 ? 264 : 5000;
-    for (std::size_t at = 0; at < bytes.size();) {
+    for (std::size_t at = 0, begin = 0; at < bytes.size();) {
         std::size_t length = 0;
         while (at >= distance && length < maxLength && at + length < bytes.size() &&
                bytes[at + length] == bytes[at + length - distance])
             ++length;
-        if (length < 3) {
-            literals += bytes[at++];
-            continue;
+        if (length < 3)
+            ++at;
+        // Up to 32 bytes as they are, before a match and at the end.
+        if (begin < at && (length >= 3 || at - begin == 32 || at == bytes.size())) {
+            packed += static_cast<char>(at - begin - 1) + bytes.substr(begin, at - begin);
+            begin = at;
         }
-        flush();
+        if (length < 3)
+            continue;
         const bool isFar = distance > 8191; // needs level 2
         const std::size_t near = isFar ? 8191 : distance - 1, code = length - 2;
         packed += static_cast<char>(std::min<std::size_t>(code, 7) << 5 | near >> 8);
         if (code >= 7) {
-            std::size_t more = code - 7;
-            for (; level == 2 && more >= 255; more -= 255)
-                packed += '\xff';
-            packed += static_cast<char>(more);
+            packed.append(level == 2 ? (code - 7) / 255 : 0, '\xff');
+            packed += static_cast<char>(level == 2 ? (code - 7) % 255 : code - 7);
         }
         packed += static_cast<char>(near);
         if (isFar) {
             packed += static_cast<char>((distance - 8192) >> 8);
             packed += static_cast<char>(distance - 8192);
         }
-        at += length;
+        begin = at += length;
     }
-    flush();
+    packed[0] = static_cast<char>(packed[0] | (level - 1) << 5);
     return packed;
 }
 
