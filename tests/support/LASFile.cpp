@@ -11,17 +11,23 @@ namespace Quillmoran::Testing {
 
 namespace {
 
-// The fields of a file are read and written by the same functions. Tests run on little-endian machines.
-class In
+// The fields of a file, which the same functions read or write. Tests run on little-endian machines.
+class Stream
 {
 public:
-    In(const LASBytes& bytes, std::size_t at) : m_bytes(bytes), m_at(at) {}
+    Stream() = default;
+    Stream(const LASBytes& from, std::size_t at) : m_from(&from), m_at(at) {}
 
     void raw(void* value, std::size_t size)
     {
-        if (m_at > m_bytes.size() || size > m_bytes.size() - m_at)
+        auto* const field = static_cast<std::uint8_t*>(value);
+        if (!m_from) {
+            bytes.insert(bytes.end(), field, field + size);
+            return;
+        }
+        if (m_at > m_from->size() || size > m_from->size() - m_at)
             throw std::runtime_error("LAS file too short at " + std::to_string(m_at));
-        std::copy_n(m_bytes.data() + m_at, size, static_cast<std::uint8_t*>(value));
+        std::copy_n(m_from->data() + m_at, size, field);
         m_at += size;
     }
     template <class... T>
@@ -32,47 +38,27 @@ public:
     // Numbers of a few bits each, the lowest first, in one byte.
     void bits(std::initializer_list<std::pair<std::uint8_t*, int>> fields)
     {
-        std::uint8_t byte;
-        raw(&byte, 1);
-        for (const auto& [field, width] : fields) {
-            *field = static_cast<std::uint8_t>(byte % (1 << width));
-            byte = static_cast<std::uint8_t>(byte >> width);
-        }
-    }
-
-private:
-    const LASBytes& m_bytes;
-    std::size_t m_at;
-};
-
-class Out
-{
-public:
-    void raw(const void* value, std::size_t size)
-    {
-        const auto* const begin = static_cast<const std::uint8_t*>(value);
-        bytes.insert(bytes.end(), begin, begin + size);
-    }
-    template <class... T>
-    void operator()(const T&... values)
-    {
-        (raw(&values, sizeof values), ...);
-    }
-    void bits(std::initializer_list<std::pair<std::uint8_t*, int>> fields)
-    {
         int byte = 0, at = 0;
         for (const auto& [field, width] : fields) {
             byte |= *field << at;
             at += width;
         }
         raw(&byte, 1);
+        byte &= 0xFF;
+        for (const auto& [field, width] : fields) {
+            *field = static_cast<std::uint8_t>(byte % (1 << width));
+            byte >>= width;
+        }
     }
 
-    LASBytes bytes;
+    LASBytes bytes; // written
+
+private:
+    const LASBytes* m_from = nullptr;
+    std::size_t m_at = 0;
 };
 
 // Padded with NULs in the file.
-template <class Stream>
 void text(Stream& stream, std::string& value, std::size_t size)
 {
     value.resize(size);
@@ -80,7 +66,6 @@ void text(Stream& stream, std::string& value, std::size_t size)
     value.resize(std::strlen(value.c_str()));
 }
 
-template <class Stream>
 void record(Stream& stream, LASFileRecord& value, bool isExtended)
 {
     stream(value.reserved);
@@ -93,7 +78,6 @@ void record(Stream& stream, LASFileRecord& value, bool isExtended)
     stream.raw(value.value.data(), size);
 }
 
-template <class Stream>
 void point(Stream& stream, LASFilePoint& p, int format)
 {
     stream(p.x, p.y, p.z, p.intensity);
@@ -115,7 +99,6 @@ void point(Stream& stream, LASFilePoint& p, int format)
         stream(p.nearInfrared);
 }
 
-template <class Stream>
 void header(Stream& stream, LASFile& file, std::uint64_t& extendedAt)
 {
     std::string signature = "LASF";
@@ -166,10 +149,10 @@ LASFile LASFile::load(const std::string& path)
 LASFile LASFile::parse(const LASBytes& bytes)
 {
     LASFile file;
-    In in(bytes, 0);
+    Stream in(bytes, 0);
     std::uint64_t extendedAt = 0;
     header(in, file, extendedAt);
-    In records(bytes, file.headerSize), extended(bytes, extendedAt);
+    Stream records(bytes, file.headerSize), extended(bytes, extendedAt);
     for (LASFileRecord& each : file.records)
         record(records, each, false);
     for (LASFileRecord& each : file.extendedRecords)
@@ -180,7 +163,7 @@ LASFile LASFile::parse(const LASBytes& bytes)
     }
     const std::uint64_t count = file.count != 0 ? file.count : file.legacyCount;
     for (std::uint64_t i = 0; i < count && !file.compressed; ++i) {
-        In fields(bytes, file.pointDataOffset + i * file.recordLength);
+        Stream fields(bytes, file.pointDataOffset + i * file.recordLength);
         point(fields, file.points.emplace_back(), file.format);
     }
     return file;
@@ -189,7 +172,7 @@ LASFile LASFile::parse(const LASBytes& bytes)
 LASBytes LASFile::build() const
 {
     LASFile file = *this;
-    Out out, body;
+    Stream out, body;
     for (LASFileRecord& each : file.records)
         record(body, each, false);
     if (headerSize == 0)
@@ -217,7 +200,6 @@ void LASFile::describePoints()
 {
     count = points.size();
     legacyCount = static_cast<std::uint32_t>(points.size());
-    legacyByReturn = {};
     byReturn = {};
     min.fill(1e300);
     max.fill(-1e300);
@@ -231,8 +213,7 @@ void LASFile::describePoints()
             max[axis] = std::max(max[axis], value);
         }
     }
-    for (std::size_t i = 0; i < 5; ++i)
-        legacyByReturn[i] = static_cast<std::uint32_t>(byReturn[i]);
+    std::copy_n(byReturn.begin(), legacyByReturn.size(), legacyByReturn.begin());
 }
 
 } // namespace Quillmoran::Testing

@@ -85,10 +85,8 @@ TEST_F(LASReading, DescribesTheFile)
     file.globalEncoding = 1;
     const auto reader = open(file.build());
     EXPECT_STREQ(reader->getFileFormatString(), "LAS 1.4");
-    EXPECT_EQ(reader->getBounds().x.min, file.min[0]);
-    EXPECT_EQ(reader->getBounds().z.max, file.max[2]);
-    EXPECT_EQ(reader->getScale()[1], 0.01);
-    EXPECT_EQ(reader->getOffset()[1], -2000);
+    EXPECT_EQ(reader->getBounds(),
+              (Bounds{{file.min[0], file.max[0]}, {file.min[1], file.max[1]}, {file.min[2], file.max[2]}}));
     std::string channels;
     for (std::size_t i = 0; i < reader->getNumChannels(); ++i) {
         const ChannelInfo& channel = reader->getChannel(i);
@@ -115,7 +113,6 @@ TEST_F(LASReading, AnswersQueriesByBoxFractionAndChannel)
         if (p.x >= -10000 && p.x <= 10000 && p.y >= 5000 && p.y <= 30000)
             expected.push_back(p);
     ASSERT_GT(expected.size(), 1000u);
-    EXPECT_TRUE(readLASPoints(*reader, box) == expected);
     EXPECT_TRUE(readLASPoints(*reader, box, 1, 7) == expected);
 
     std::vector<LASFilePoint> quarter;
@@ -130,7 +127,7 @@ TEST_F(LASReading, AnswersQueriesByBoxFractionAndChannel)
     layout.getChannel(3).init("Temperature", UINT16, 16, 0);
     EXPECT_EQ(failureOf([&] { reader->createIterator(box, 1, layout, nullptr)->release(); }),
               "40012 requesting channel not in the source");
-    layout.getChannel(3).init("Intensity", UINT8, 8, 0);
+    layout.getChannel(3).init("Intensity", SINT16, 16, 0);
     EXPECT_EQ(failureOf([&] { reader->createIterator(box, 1, layout, nullptr)->release(); }),
               "40010 channel 'Intensity' has another type in the source");
 }
@@ -197,21 +194,16 @@ TEST_F(LASReading, KeepsHeaderFieldsAndRecordsAsMetadata)
 
 TEST_F(LASReading, TakesCountAndBoundsFromTheHeaderIfTheyAreValid)
 {
-    const struct
-    {
-        int minor;
-        std::uint32_t legacyCount;
-        std::uint64_t count;
-        std::int64_t expected;
-    } counts[] = {{4, 0, 10, 10}, {4, 9, 10, 10}, {4, 10, 0, 10},
-                  {4, 0, 0, 0},   {3, 9, 10, 9},  {2, 10, 0, 10}};
-    for (const auto& each : counts) {
-        LASFile file = randomLASFile(1, each.minor, 10, 1);
-        file.legacyCount = each.legacyCount;
-        file.count = each.count;
+    // Versions, both counts of the header, and the one that is taken.
+    const std::tuple<int, std::uint32_t, std::uint64_t, std::int64_t> counts[] = {
+        {4, 0, 10, 10}, {4, 9, 10, 10}, {4, 10, 0, 10}, {4, 0, 0, 0}, {3, 9, 10, 9}, {2, 10, 0, 10}};
+    for (const auto& [minor, legacyCount, count, expected] : counts) {
+        LASFile file = randomLASFile(1, minor, 10, 1);
+        file.legacyCount = legacyCount;
+        file.count = count;
         const auto reader = open(file.build());
-        EXPECT_EQ(reader->getNumPoints(), each.expected);
-        file.points.resize(static_cast<std::size_t>(each.expected));
+        EXPECT_EQ(reader->getNumPoints(), expected);
+        file.points.resize(static_cast<std::size_t>(expected));
         EXPECT_TRUE(readLASPoints(*reader) == file.points);
     }
     LASFile empty = randomLASFile(1, 4, 0, 1); // ends where its points begin

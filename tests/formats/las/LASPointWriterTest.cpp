@@ -136,16 +136,11 @@ double get(const LASFilePoint& point)
 TEST_F(LASWriting, StoresFieldsByTheirWidth)
 {
     using P = LASFilePoint;
-    using Values = std::vector<double>;
     const double nan = std::nan("");
-    const Values few = {0, 7, 8, 9, 15, 16, 255}, legacy = {0, 7, 7, 7, 7, 7, 7},
-                 extended = {0, 7, 8, 9, 15, 0, 15};
-    const struct
-    {
-        ChannelInfo channel;
-        double (*get)(const P&);
-        Values values, legacy, extended; // as stored in formats 0 to 3 and 6 to 8; empty: not tested
-    } cases[] = {
+    const Numbers few = {0, 7, 8, 9, 15, 16, 255}, legacy = {0, 7, 7, 7, 7, 7, 7},
+                  extended = {0, 7, 8, 9, 15, 0, 15};
+    // Values as they are stored in formats 0 to 3 and 6 to 8; empty: not tested.
+    const std::tuple<ChannelInfo, double (*)(const P&), Numbers, Numbers, Numbers> cases[] = {
         {channel("ReturnNum", UINT8, 0, 3), get<&P::returnNum>, few, legacy, extended},
         {channel("NumReturns", UINT8, 0, 3), get<&P::numReturns>, few, legacy, extended},
         {channel("ScanDir", UINT8), get<&P::scanDir>, {1, 2, 255}, {1, 0, 1}, {1, 0, 1}},
@@ -165,16 +160,15 @@ TEST_F(LASWriting, StoresFieldsByTheirWidth)
         {channel("ScanAngle", SINT8), get<&P::scanAngle>, {-128, 127, -1}, {-128, 127, -1}, {-128, 127, -1}},
         {channel("ScanAngle", SINT16, 0, 8), get<&P::scanAngle>, {-30000, 129}, {-48, -127}, {-30000, 129}},
     };
-    for (const auto& each : cases)
+    for (const auto& [info, getField, values, older, newer] : cases)
         for (const bool isExtended : {false, true}) {
-            const Values& expected = isExtended ? each.extended : each.legacy;
-            if (expected.empty())
-                continue;
-            Values stored;
+            const Numbers& expected = isExtended ? newer : older;
+            Numbers stored;
             const ChannelInfo other = channel(isExtended ? "NearInfrared" : "SourceId", UINT16);
-            for (const P& point : write(*makeSource({each.channel, other}, {each.values})).points)
-                stored.push_back(each.get(point));
-            EXPECT_EQ(stored, expected) << each.channel.getName() << ' ' << isExtended;
+            for (const P& point : write(*makeSource({info, other}, {values})).points)
+                stored.push_back(getField(point));
+            EXPECT_TRUE(stored == expected || expected.empty())
+                << info.getName() << ' ' << isExtended << ' ' << testing::PrintToString(stored);
         }
 }
 
@@ -207,11 +201,7 @@ TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
         return "40607 " + path + ": the Y coordinate " + y + " does not fit into 32 bits with the scale " +
                scale + " and the offset 0; use a coarser scale (-sc) or a nearer offset (-ofs)";
     };
-    const struct
-    {
-        double y, scale, offset;
-        std::string error;
-    } cases[] = {
+    const std::tuple<double, double, double, std::string> cases[] = {
         {3e6, 0.001, 0, tooLarge("3000000", "0.001")},
         {3e6, 0.001, 2e6, "no error"},
         {2147483647.25, 1, 0, "no error"},
@@ -227,14 +217,13 @@ TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
         {1, 1e-310, 0, "40007 the scale 1e-310 of Y cannot be used"},
         {1, 1, inf, "40007 the offset inf of Y cannot be used"},
     };
-    for (const auto& each : cases) {
-        const auto source = MemoryPointSource::make(layoutXYZ(), {{0, 1}, {each.y, 2e6}, {0, 1}});
+    for (const auto& [y, scale, offset, error] : cases) {
+        const auto source = MemoryPointSource::make(layoutXYZ(), {{0, 1}, {y, 2e6}, {0, 1}});
         const auto writer = makeWriter(*source);
-        const double scale[] = {1, each.scale, 1}, offset[] = {0, each.offset, 0};
-        writer->setQuantization(scale, offset);
-        EXPECT_EQ(failureOf([&] { write(*writer); }), each.error);
-        EXPECT_EQ(std::filesystem::remove(path), each.error == "no error") << each.error;
-        EXPECT_TRUE(directory.isEmpty()) << each.error;
+        writer->setQuantization(Numbers{1, scale, 1}.data(), Numbers{0, offset, 0}.data());
+        EXPECT_EQ(failureOf([&] { write(*writer); }), error);
+        EXPECT_EQ(std::filesystem::remove(path), error == "no error") << error;
+        EXPECT_TRUE(directory.isEmpty()) << error;
     }
 }
 
@@ -256,24 +245,21 @@ TEST_F(LASWriting, CopiesProjectionRecords)
     // A VLR has at most 65,535 bytes, with the NUL of a text.
     const std::string largest(65534, 'x'), huge(65535, 'x');
     const double numbers[] = {1.5, 2.5};
-    const struct
-    {
-        const char* source; // letters of the records added below
-        bool isExtended, isOverridden;
-        const char* written;
-    } cases[] = {{"kdao", false, false, "34735:8 34736:16 34737:3 "},
-                 {"kdaow", false, false, "34735:8 34736:16 34737:3 2112:4 "},
-                 {"w", false, false, "2112:4 WKT"},
-                 {"kdao", true, false, "2112:19 WKT"}, // formats 6 to 10 cannot have keys
-                 {"kwm", true, false, "2112:4 2111:65535 WKT"},
-                 {"wm", true, true, "2112:19 WKT"},
-                 {"h", true, false, "2112:19 WKT"}};
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.source);
-        const auto source = makeSource({channel(each.isExtended ? "ClassFlags" : "UserData", UINT8)});
+    // Letters of the records added below, whether the format is extended and the records overridden, the result.
+    const std::tuple<std::string, bool, bool, std::string> cases[] = {
+        {"kdao", false, false, "34735:8 34736:16 34737:3 "},
+        {"kdaow", false, false, "34735:8 34736:16 34737:3 2112:4 "},
+        {"w", false, false, "2112:4 WKT"},
+        {"kdao", true, false, "2112:19 WKT"}, // formats 6 to 10 cannot have keys
+        {"kwm", true, false, "2112:4 2111:65535 WKT"},
+        {"wm", true, true, "2112:19 WKT"},
+        {"h", true, false, "2112:19 WKT"}};
+    for (const auto& [letters, isExtended, isOverridden, written] : cases) {
+        SCOPED_TRACE(letters);
+        const auto source = makeSource({channel(isExtended ? "ClassFlags" : "UserData", UINT8)});
         source->setWKT("LOCAL_CS[\"unused\"]");
         Metadata& metadata = source->metadata();
-        for (const char record : std::string(each.source)) {
+        for (const char record : letters) {
             if (record == 'k')
                 metadata.add("LASF_Projection::34735", "keys", METADATA_BLOB, "\1\0\1\0\0\0\0\0", 8);
             else if (record == 'd')
@@ -290,11 +276,11 @@ TEST_F(LASWriting, CopiesProjectionRecords)
                              record == 'w' ? "WKT" : huge.c_str(), 0);
         }
         const auto writer = makeWriter(*source);
-        writer->setOverrideProjectionVLRs(each.isOverridden);
+        writer->setOverrideProjectionVLRs(isOverridden);
         const LASFile file = write(*writer);
-        EXPECT_EQ(projectionOf(file, true), each.written);
+        EXPECT_EQ(projectionOf(file, true), written);
         const std::string description = file.records.empty() ? "" : file.records[0].description;
-        EXPECT_EQ(description, each.written[0] == '3' ? "keys" : "");
+        EXPECT_EQ(description, written[0] == '3' ? "keys" : "");
     }
 }
 
@@ -338,36 +324,34 @@ TEST_F(LASWriting, TranslatesTheCoordinateSystem)
 
 TEST_F(LASWriting, CompressesTheSamePoints)
 {
-    const struct
-    {
-        int format, version;
-        std::size_t count; // the first has more than one of LASzip's chunks
-    } cases[] = {{7, -1, 50001}, {0, 12, 3000}, {1, 12, 3000}, {2, 12, 3000}, {3, 12, 60000},
-                 {6, 14, 3000},  {7, 0, 3000},  {7, 12, 3000}, {8, 14, 50001}};
-    for (const auto& each : cases) {
-        LASFile original = randomLASFile(each.format, 4, each.count, 5);
-        original.globalEncoding = each.format == 7 ? 1 : 0; // adjusted time
+    // Formats, versions and counts: the first has more than one of LASzip's chunks.
+    const std::tuple<int, int, std::size_t> cases[] = {{7, -1, 50001}, {0, 12, 3000},  {1, 12, 3000},
+                                                       {2, 12, 3000},  {3, 12, 60000}, {6, 14, 3000},
+                                                       {7, 0, 3000},   {7, 12, 3000},  {8, 14, 50001}};
+    for (const auto& [format, requested, count] : cases) {
+        LASFile original = randomLASFile(format, 4, count, 5);
+        original.globalEncoding = format == 7 ? 1 : 0; // adjusted time
         writeFile(path, original.build());
         const Scoped<LASPointReader> reader(LASPointReader::create()), back(LASPointReader::create());
         reader->init(path.c_str(), false);
         const Scoped<LASPointWriter> writer(LASPointWriter::create());
         const std::string compressed = directory / "out.laz";
-        writer->init(reader.get(), compressed.c_str(), each.version);
+        writer->init(reader.get(), compressed.c_str(), requested);
         writer->setWriteLAZ(true);
         writer->write(Bounds::Huge(), 1, reader->getPointInfo(), nullptr);
         const LASFile header = LASFile::load(compressed);
         EXPECT_TRUE(header.compressed);
-        EXPECT_EQ(std::pair(header.format, header.count), std::pair(each.format, std::uint64_t{each.count}));
-        const int version = each.version < 0 ? 14 : each.version;
+        EXPECT_EQ(std::pair(header.format, header.count), std::pair(format, std::uint64_t{count}));
+        const int version = requested < 0 ? 14 : requested;
         EXPECT_EQ(header.versionMajor * 10 + header.versionMinor, version);
         ASSERT_EQ(header.records.size(), 1u);
         EXPECT_EQ(header.records[0].userID, "laszip encoded");
         back->init(compressed.c_str(), false);
         EXPECT_EQ(back->getFileFormatString(),
                   "LAZ " + std::to_string(version / 10) + '.' + std::to_string(version % 10));
-        EXPECT_TRUE(readLASPoints(*back) == original.points) << each.format << ' ' << each.version;
+        EXPECT_TRUE(readLASPoints(*back) == original.points) << format << ' ' << requested;
         // One field at a time: layered files skip the others.
-        for (std::size_t i = 3; each.format >= 6 && i < back->getNumChannels(); ++i) {
+        for (std::size_t i = 3; format >= 6 && i < back->getNumChannels(); ++i) {
             const PointInfo one = layoutXYZ({back->getChannel(i)});
             EXPECT_TRUE(readRows(*back, one) == readRows(*reader, one)) << back->getChannel(i).getName();
         }

@@ -132,31 +132,26 @@ TEST_F(PDALPointWriterTest, GivesDimensionsNamesThatPDALAccepts)
 TEST_F(PDALPointWriterTest, KeepsTheCoordinateSystemsOfTheFormat)
 {
     const std::string utm13 = transverseMercator(-105), datum = "North_American_Datum_1983";
-    const struct
-    {
-        std::string wkt;
-        double x;
-        int zone;
-        bool kept;
-        const char* found; // in the WKT of what is read; null for none
-    } cases[] = {{utm13, 500000, 13, true, "UTM zone 13N"},
-                 {transverseMercator(177, "a grid", "", 10000000), 500000, -60, true, "UTM zone 60S"},
-                 {replaced(utm13, "WGS_1984", datum), 500000, 0, false, nullptr},
-                 {transverseMercator(-100), 500000, 0, false, nullptr},
-                 {wgs84, -120, 0, true, "GEOGCS[\"WGS 84\""},
-                 {"nonsense", 500000, 0, false, nullptr},
-                 {"", 500000, 0, true, nullptr}};
-    for (const auto& each : cases) {
-        const auto source = MemoryPointSource::make(layoutXYZ(), {{each.x}, {45}, {0}});
-        source->setWKT(each.wkt.c_str());
+    // Texts, an easting, the zone in the file, whether it is kept, and the text that is read.
+    const std::tuple<std::string, double, int, bool, std::string> cases[] = {
+        {utm13, 500000, 13, true, "UTM zone 13N"},
+        {transverseMercator(177, "a grid", "", 10000000), 500000, -60, true, "UTM zone 60S"},
+        {replaced(utm13, "WGS_1984", datum), 500000, 0, false, ""},
+        {transverseMercator(-100), 500000, 0, false, ""},
+        {wgs84, -120, 0, true, "GEOGCS[\"WGS 84\""},
+        {"nonsense", 500000, 0, false, ""},
+        {"", 500000, 0, true, ""}};
+    for (const auto& [text, x, zone, isKept, found] : cases) {
+        const auto source = MemoryPointSource::make(layoutXYZ(), {{x}, {45}, {0}});
+        source->setWKT(text.c_str());
         listener.warnings.clear();
         write(*source);
-        EXPECT_EQ(listener.warnings.empty(), each.kept) << each.wkt;
-        EXPECT_EQ(parse().zone, each.zone) << each.wkt;
+        EXPECT_EQ(listener.warnings.empty(), isKept) << text;
+        EXPECT_EQ(parse().zone, zone) << text;
         const auto reader = open();
         const std::string wkt = reader->getWKT() ? reader->getWKT() : "";
-        EXPECT_EQ(wkt.empty(), each.found == nullptr) << wkt;
-        EXPECT_NE(wkt.find(each.found ? each.found : ""), std::string::npos) << wkt;
+        EXPECT_EQ(wkt.empty(), found.empty()) << wkt;
+        EXPECT_NE(wkt.find(found), std::string::npos) << wkt;
     }
 }
 
