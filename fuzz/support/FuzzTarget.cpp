@@ -56,6 +56,7 @@ bool handlesInput(const std::string& target, Input input)
                                                            {"las", runLAS},
                                                            {"list", runList},
                                                            {"metadata", runMetadata},
+                                                           {"pack", runPack},
                                                            {"rtree", runRTree},
                                                            {"subblocks", runSubblocks},
                                                            {"text", runText},

@@ -5,20 +5,6 @@
 
 namespace Quillmoran::Fuzz {
 
-namespace {
-
-// The number of samples that one refill of the decoder can decode: whole subblocks of all channels.
-double samplesAtOnce(const WaveletDecoderInfo& info)
-{
-    double samples = 0;
-    for (const WaveletDecoderChannelInfo& channel : info.getChannels())
-        samples += static_cast<double>(std::min<std::int64_t>(
-            std::max<std::int64_t>(channel.getSubblockSize(), 16384), info.getNumPoints()));
-    return samples;
-}
-
-} // namespace
-
 std::uint64_t runContainer(Input input)
 {
     constexpr double maxSamples = 1 << 18;
@@ -26,7 +12,11 @@ std::uint64_t runContainer(Input input)
     reader->init(storeOf(input).get());
     describe(*reader);
     const WaveletDecoderInfo& info = reader->getDecoderInfo();
-    const double atOnce = samplesAtOnce(info);
+    // The number of samples that one refill of the decoder can decode: whole subblocks of all channels.
+    double atOnce = 0;
+    for (const WaveletDecoderChannelInfo& channel : info.getChannels())
+        atOnce += static_cast<double>(std::min<std::int64_t>(
+            std::max<std::int64_t>(channel.getSubblockSize(), 16384), info.getNumPoints()));
     if (atOnce > maxSamples)
         return 0; // correct, but slow
     const PointInfo layout = reader->getPointInfo();

@@ -35,19 +35,6 @@ Scoped<DiskRTree> openDiskForm(Input bytes)
     return tree;
 }
 
-void readMemoryForm(Input bytes, const Bounds& box)
-{
-    InputStream stream(bytes);
-    const Scoped<MemoryRTree> tree(MemoryRTree::create());
-    tree->load(stream, static_cast<std::int64_t>(bytes.size()));
-    require(tree->checkBounds(), "a loaded tree is not well formed");
-    const std::multiset<std::int64_t> values = walk(*tree, box);
-    require(values.size() == tree->getCount(), "a walk misses values");
-    const double scale[3] = {0.01, 0.01, 0.001};
-    const auto saved = writtenBytes([&](StreamWriter& writer) { tree->save(writer, scale); });
-    require(walk(*openDiskForm(saved), box) == values, "the disk form holds other values");
-}
-
 } // namespace
 
 std::uint64_t runRTree(Input input)
@@ -57,10 +44,19 @@ std::uint64_t runRTree(Input input)
     Bounds box;
     for (Bounds::Range* range : {&box.x, &box.y, &box.z})
         *range = {reader.take<float>(), reader.take<float>()};
-    if (isMemoryForm)
-        readMemoryForm(reader.rest(), box);
-    else
+    if (!isMemoryForm) {
         walk(*openDiskForm(reader.rest()), box);
+        return 0;
+    }
+    InputStream stream(reader.rest());
+    const Scoped<MemoryRTree> tree(MemoryRTree::create());
+    tree->load(stream, static_cast<std::int64_t>(reader.rest().size()));
+    require(tree->checkBounds(), "a loaded tree is not well formed");
+    const std::multiset<std::int64_t> values = walk(*tree, box);
+    require(values.size() == tree->getCount(), "a walk misses values");
+    const double scale[3] = {0.01, 0.01, 0.001};
+    const auto saved = writtenBytes([&](StreamWriter& writer) { tree->save(writer, scale); });
+    require(walk(*openDiskForm(saved), box) == values, "the disk form holds other values");
     return 0;
 }
 

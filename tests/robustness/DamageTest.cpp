@@ -61,7 +61,6 @@ protected:
     void SetUp() override { ASSERT_TRUE(attempt(whole, "nothing")); }
     void TearDown() override
     {
-        RecordProperty("files", m_files);
         std::printf("%d files of %zu bytes, %d refused\n", m_files, whole.size(), m_refused);
     }
 

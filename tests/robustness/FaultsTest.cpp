@@ -88,7 +88,6 @@ protected:
     void TearDown() override
     {
         unsetenv("TMPDIR");
-        RecordProperty("faults", std::to_string(m_numFaults));
         std::printf("%ld faults\n", m_numFaults);
     }
 

@@ -175,12 +175,12 @@ TEST(Stress, WritersAtOnce)
 {
     Random random(5);
     const auto cloud = makeRandomCloud(random, 3000, 6);
-    const Bytes once = packed(*cloud);
+    const Bytes once = packWith(*cloud);
     const auto reader = openFile(once);
-    const Bytes twice = packed(*reader);
+    const Bytes twice = packWith(*reader);
     onManyThreads([&](std::size_t thread) {
         for (std::size_t n = (rounds + 5) / 6; n > 0; --n)
-            EXPECT_TRUE(thread % 2 == 0 ? packed(*cloud) == once : packed(*reader) == twice);
+            EXPECT_TRUE(thread % 2 == 0 ? packWith(*cloud) == once : packWith(*reader) == twice);
     });
 }
 

@@ -90,7 +90,7 @@ Bytes buildExampleSurvey()
     options.all.subblockSize = 256;
     // Times must not be deflated: those bytes depend on the version of zlib.
     options.byChannel[ChannelNames::gpsTime].transform = TransformType{11};
-    return packed(*source, options);
+    return packWith(*source, options);
 }
 
 } // namespace Quillmoran::Testing

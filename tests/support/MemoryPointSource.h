@@ -24,7 +24,11 @@ public:
     {
         Scoped<MemoryPointSource> source(new MemoryPointSource(layout, columns.front().size()));
         for (std::size_t i = 0; i < columns.size(); ++i)
-            source->fill(source->m_channels[i], columns[i]);
+            visitDataType(layout.getChannel(i).getDataType(), [&](auto zero) {
+                std::transform(columns[i].begin(), columns[i].end(),
+                               static_cast<decltype(zero)*>(source->m_channels[i].getData()),
+                               [](double value) { return static_cast<decltype(zero)>(value); });
+            });
         Bounds bounds;
         Bounds::Range* const ranges[] = {&bounds.x, &bounds.y, &bounds.z};
         for (int axis = 0; axis < 3; ++axis) {
@@ -37,7 +41,7 @@ public:
     }
 
     // For tests that need values that are no doubles, a scale, an unknown count, metadata.
-    ChannelData& column(const char* name) { return *find(name); }
+    ChannelData& column(const char* name) { return const_cast<ChannelData&>(*find(name)); }
     using PointReader::setBounds;
     using PointReader::setClassIdNames;
     using PointReader::setNumPoints;
@@ -111,19 +115,10 @@ private:
 
     const ChannelData* find(const char* name) const
     {
-        const auto found = std::find_if(m_channels.begin(), m_channels.end(),
-                                        [name](const ChannelData& channel) { return channel.isNamed(name); });
-        return found == m_channels.end() ? nullptr : &*found;
-    }
-    ChannelData* find(const char* name) { return const_cast<ChannelData*>(std::as_const(*this).find(name)); }
-
-    static void fill(ChannelData& channel, const std::vector<double>& values)
-    {
-        visitDataType(channel.getDataType(), [&](auto zero) {
-            using T = decltype(zero);
-            std::transform(values.begin(), values.end(), static_cast<T*>(channel.getData()),
-                           [](double value) { return static_cast<T>(value); });
-        });
+        for (const ChannelData& channel : m_channels)
+            if (channel.isNamed(name))
+                return &channel;
+        return nullptr;
     }
 
     std::size_t m_count;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 
 namespace Quillmoran::Testing {
 
@@ -11,8 +12,16 @@ class Random
 public:
     explicit Random(std::uint64_t seed) : m_state(seed * 2685821657736338717u + 88172645463325252u) {}
 
+    // Bytes that a fuzzer chooses give the first numbers, two bytes each; a byte changes no other number.
+    explicit Random(std::span<const std::uint8_t> choices) : Random(0) { m_choices = choices; }
+
     std::uint64_t next()
     {
+        if (m_choices.size() >= 2) {
+            const std::uint64_t choice = m_choices[0] + 256u * m_choices[1];
+            m_choices = m_choices.subspan(2);
+            return Random(choice).next();
+        }
         m_state ^= m_state >> 12;
         m_state ^= m_state << 25;
         m_state ^= m_state >> 27;
@@ -31,6 +40,7 @@ public:
 
 private:
     std::uint64_t m_state;
+    std::span<const std::uint8_t> m_choices;
 };
 
 } // namespace Quillmoran::Testing

@@ -20,14 +20,21 @@ inline Scoped<VX7PointReader> openFile(const Bytes& bytes)
     return reader;
 }
 
-// A compressed file of all points of a source.
-inline Bytes packed(PointSource& source, const EncodeOptions& options = {})
+struct Query
+{
+    Bounds bounds = Bounds::Huge();
+    double fraction = 1.0;
+};
+
+// A compressed file of the points of a query.
+inline Bytes packWith(PointSource& source, const EncodeOptions& options = {}, const Query& query = {},
+                      ProgressDelegate* delegate = nullptr)
 {
     const auto store = ByteStore::make();
     const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
     writer->init(&source, store.get());
     writer->setOptions(options);
-    writer->write(Bounds::Huge(), 1, source.getPointInfo(), nullptr);
+    writer->write(query.bounds, query.fraction, source.getPointInfo(), delegate);
     return store->bytes();
 }
 

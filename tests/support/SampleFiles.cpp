@@ -52,7 +52,7 @@ Bytes makeVersion()
 Bytes makePacked()
 {
     Random random(11);
-    return packed(*makeRandomCloud(random, 150, 6));
+    return packWith(*makeRandomCloud(random, 150, 6));
 }
 
 template <int format, int minor>

@@ -20,46 +20,6 @@ struct Meddler final : ProgressDelegate
     bool getCancelled() override { return false; }
 };
 
-struct Query
-{
-    Bounds bounds = Bounds::Huge();
-    double fraction = 1.0;
-};
-
-Bytes packWith(PointSource& source, const EncodeOptions& options = {}, const Query& query = {},
-               ProgressDelegate* delegate = nullptr)
-{
-    const Scoped<ByteStore> store(ByteStore::create());
-    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-    writer->init(&source, store.get());
-    writer->setOptions(options);
-    writer->write(query.bounds, query.fraction, source.getPointInfo(), delegate);
-    return store->bytes();
-}
-
-// All options at random; of the transforms only those that all channels support.
-EncodeOptions randomOptions(Random& random)
-{
-    EncodeOptions options;
-    const TransformType codes[] = {1, 3, 10, 11, 13};
-    if (random.chance(0.4))
-        options.all.transform = codes[random.below(std::size(codes))];
-    options.all.smooth = random.chance(0.3);
-    if (random.chance(0.5))
-        options.all.subblockSize = static_cast<std::uint32_t>(random.between(16, 600));
-    if (random.chance(0.5))
-        options.numLevels = static_cast<std::uint32_t>(random.between(1, 14));
-    if (random.chance(0.5))
-        options.pointsPerEntry = static_cast<std::uint32_t>(random.between(1, 500));
-    if (random.chance(0.3))
-        options.rawPlanes = static_cast<int>(random.below(12));
-    options.versions.file = static_cast<std::uint8_t>(random.between(1, 4));
-    options.versions.header = static_cast<std::uint8_t>(random.between(1, 2));
-    options.versions.index = static_cast<std::uint8_t>(random.between(1, 2));
-    options.versions.band = static_cast<std::uint8_t>(random.between(1, 3));
-    return options;
-}
-
 TEST(VX7PointWriter, RestoresAnyPointsWithAnyOptions)
 {
     for (std::uint64_t seed = 0; seed < 240; ++seed) {
