@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
+#include <tuple>
 #include <utility>
 
 namespace Quillmoran::Testing {
@@ -128,6 +129,16 @@ void header(Stream& stream, LASFile& file, std::uint64_t& extendedAt)
 }
 
 } // namespace
+
+bool LASFilePoint::operator==(const LASFilePoint& other) const
+{
+    const auto integers = [](const LASFilePoint& p) {
+        return std::tie(p.x, p.y, p.z, p.intensity, p.returnNum, p.numReturns, p.scanDir, p.edge, p.classId,
+                        p.classFlags, p.scannerChannel, p.scanAngle, p.userData, p.sourceId, p.red, p.green,
+                        p.blue, p.nearInfrared);
+    };
+    return integers(*this) == integers(other) && std::memcmp(&gpsTime, &other.gpsTime, sizeof gpsTime) == 0;
+}
 
 std::size_t LASFile::recordBytes(int format)
 {

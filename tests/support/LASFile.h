@@ -33,7 +33,7 @@ struct LASFilePoint
     double gpsTime = 0;
     std::uint16_t red = 0, green = 0, blue = 0, nearInfrared = 0;
 
-    bool operator==(const LASFilePoint&) const = default;
+    bool operator==(const LASFilePoint& other) const; // of times their bits
 };
 
 struct LASFile
