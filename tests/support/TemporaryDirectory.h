@@ -24,7 +24,9 @@ inline void writeFile(const std::string& path, const std::vector<std::uint8_t>& 
 
 inline std::string readFile(const std::string& path)
 {
-    return (std::ostringstream() << std::ifstream(path, std::ios::binary).rdbuf()).str();
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    return content.str();
 }
 
 class TemporaryDirectory
