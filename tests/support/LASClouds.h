@@ -5,7 +5,8 @@
 #include "model/ChannelNames.h"
 #include "support/LASFile.h"
 #include "support/Random.h"
-#include <vxunpack/PointSource.h>
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/LASPointWriter.h>
 
 #include <cmath>
 #include <cstring>
@@ -82,6 +83,17 @@ inline std::vector<LASFilePoint> joinedPoints(const LASFile& file, int gpsWeek)
             p.gpsTime += gpsWeek * 604800.0 - 1e9;
     }
     return points;
+}
+
+// Writes a LAS or LAZ file anew, without a compressed cloud in between.
+inline void rewriteLAS(const std::string& input, const std::string& output)
+{
+    const Scoped<LASPointReader> reader(LASPointReader::create());
+    reader->init(input.c_str(), true);
+    const Scoped<LASPointWriter> writer(LASPointWriter::create());
+    writer->init(reader.get(), output.c_str(), -1);
+    writer->setWriteLAZ(output.back() == 'z');
+    writer->write(Bounds::Huge(), 1, reader->getPointInfo(), nullptr);
 }
 
 // All points of a source as LAS points. Coordinates are in steps of the source's scale.

@@ -1,6 +1,7 @@
 // Files for tests: a directory that is removed with its object, and whole files at once.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -49,6 +50,11 @@ public:
     std::string operator/(const std::string& name) const { return path(name); }
     bool isEmpty() const { return std::filesystem::is_empty(m_path); }
 
+    // As if a file was last written long ago.
+    void setAge(const std::string& name, std::chrono::minutes age) const
+    {
+        std::filesystem::last_write_time(path(name), std::filesystem::file_time_type::clock::now() - age);
+    }
     // Makes a file and returns its path.
     std::string file(const std::string& name, const std::string& content) const
     {
