@@ -91,7 +91,7 @@ protected:
     void damage(const std::string& name) const
     {
         Bytes bytes = buildExampleSurvey();
-        std::fill_n(bytes.end() - 3000, 2000, std::uint8_t{0xFF});
+        std::fill_n(bytes.begin() + 9300, 64, std::uint8_t{0xFF});
         writeFile(directory / name, bytes);
     }
 };

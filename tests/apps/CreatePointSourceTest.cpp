@@ -43,7 +43,6 @@ TEST(Formats, AreListedInTheManPages)
 TEST(FilePointSourceManager, ReadsListsRelativeToThemselves)
 {
     const TemporaryDirectory directory;
-    std::filesystem::create_directory(directory / "sub");
     directory.file("sub/inner.list", "  b.vxl \r\n");
     directory.file("outer.list", "a.vxl\n/abs/c.vxl\nC:\\d.vxl\n\\e.vxl\nsub/inner.list");
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());

@@ -86,7 +86,6 @@ TEST_F(Options, ExplainWhyNoPointsAreWritten)
 
 TEST_F(Options, NameTheFileOfAnErrorOnce)
 {
-    std::filesystem::create_directory(directory / "tiles");
     for (const char* name : {"tiles/a.vxl", "tiles/b.vxl", "tiles/c.vxl"})
         writeFile(directory / name, buildExampleSurvey());
     directory.file("all.list", "tiles/a.vxl\ntiles/note.txt\n");
@@ -111,7 +110,6 @@ TEST_F(Options, NameTheFileOfAnErrorOnce)
 
 TEST_F(Options, ProgressEndsAtOneHundredPercent)
 {
-    std::filesystem::create_directory(directory / "tiles");
     for (const auto& [name, count] :
          {std::pair("tiles/a.las", 20000u), {"tiles/b.las", 10000u}, {"tiles/c.las", 5u}})
         writeFile(directory / name, randomLASFile(1, 2, count, 5).build());

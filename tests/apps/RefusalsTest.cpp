@@ -14,7 +14,7 @@ class Refusals : public AppTest
 protected:
     Refusals()
     {
-        for (const char* name : {"tiles", "own", "folder.vxl", "folder.las"})
+        for (const char* name : {"folder.vxl", "folder.las"})
             std::filesystem::create_directory(directory / name);
         writeFile(directory / "own/a.vxl", buildExampleSurvey());
         for (const char* name : {"tiles/a.vxl", "tiles/b.vxl", "small.vxl"})

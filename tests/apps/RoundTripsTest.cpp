@@ -7,16 +7,14 @@
 
 namespace Quillmoran::Testing { namespace {
 
-class RoundTrips : public AppTest
+using RoundTrips = AppTest;
+
+// The bytes, without the day on which the file was made.
+std::string bytesOf(const std::string& path)
 {
-protected:
-    // The bytes, without the day on which the file was made.
-    std::string bytesOf(const std::string& name) const
-    {
-        constexpr std::size_t creationDate = 90;
-        return readFile(directory / name).replace(creationDate, 4, 4, '\0');
-    }
-};
+    constexpr std::size_t creationDate = 90;
+    return readFile(path).replace(creationDate, 4, 4, '\0');
+}
 
 LASFile surveyLAS(int format)
 {
@@ -52,7 +50,7 @@ TEST_F(RoundTrips, RestoreLASAndLAZFiles)
             succeed("vxpack -i " + input + " -o out.vxl");
             succeed("vxunpack -i out.vxl -o " + output);
             rewriteLAS(directory / input, directory / "twin." + ending);
-            EXPECT_TRUE(bytesOf(output) == bytesOf("twin." + ending));
+            EXPECT_TRUE(bytesOf(directory / output) == bytesOf(directory / "twin." + ending));
             if (ending == "las") {
                 EXPECT_TRUE(LASFile::load(directory / output).points == original.points);
             }

@@ -27,11 +27,6 @@ protected:
             names.push_back(std::string(manager->getFilename(i)).substr(directory.path().size() + 1));
         return names;
     }
-    void makeDirectory(const std::string& name) const
-    {
-        std::filesystem::create_directories(directory / name);
-    }
-
     TemporaryDirectory directory;
 };
 
@@ -47,8 +42,6 @@ TEST_F(AddFiles, SortsTheFilesOfADirectoryByName)
 
 TEST_F(AddFiles, DescendsToTheGivenDepth)
 {
-    makeDirectory("z/one/two");
-    makeDirectory("z/side");
     const Strings all{"z/f.vxl", "z/one/a.vxl", "z/one/two/b.vxl", "z/side/c.vxl"};
     for (const std::string& name : all)
         directory.file(name, "");
@@ -70,7 +63,6 @@ TEST_F(AddFiles, DescendsToTheGivenDepth)
 
 TEST_F(AddFiles, ReadsListsInTheirPlace)
 {
-    makeDirectory("lists");
     directory.file("lists/inner.list", "x.vxl\n");
     directory.file("b.list", "lists/inner.list\ny.las\nz.index\n");
     directory.file("c.vxl", "");
@@ -91,17 +83,17 @@ struct Remover final : PersistentPointSourceManager::FileOpener
         std::filesystem::remove_all(victim);
         return Scoped<SimpleFileOpener>(SimpleFileOpener::create())->openPointSource(path);
     }
-    std::string victim = "none";
+    std::string victim;
 };
 
 TEST_F(AddFiles, FillsAnIndex)
 {
-    makeDirectory("sub");
     writeFile(directory / "b.vxl", buildTile(0, 0));
     writeFile(directory / "sub/a.vxl", buildTile(10, 0));
     directory.file("c.txt", "");
     directory.file("again.list", "b.vxl\nsub/a.vxl\n");
     const Scoped<Remover> opener(new Remover);
+    opener->victim = directory / "none";
     const Scoped<PersistentPointSourceWriter> writer(PersistentPointSourceWriter::create());
     writer->init(opener.get());
     Utils::addFiles(*writer, directory.path().c_str(), 1);

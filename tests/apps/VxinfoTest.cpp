@@ -241,7 +241,7 @@ TEST_F(Vxinfo, WritesValidJSONForAnyContents)
     plan.classNames = {std::nullopt, std::string("\x80")};
     const json file = report(plan, "-check -stats");
     EXPECT_EQ(file["metadata"], json::parse(R"([
-        {"key": "k\uFFFDy\"\n\u007F", "description": "\uFFFD", "type": "string", "length": 2, "value": "\uFFFD"},
+        {"key": "k\uFFFDy\"\n\u007F", "description": "\uFFFD", "type": "string", "length": 3, "value": "\uFFFD"},
         {"key": "numbers", "description": null, "type": "numbers", "length": 3, "value": [1.5, null, null]},
         {"key": "blob", "description": null, "type": "blob", "length": 3, "value": null}])"));
     EXPECT_EQ(file["classNames"], json({nullptr, "\uFFFD"}));

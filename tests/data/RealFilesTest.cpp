@@ -10,13 +10,13 @@ std::string shared(const std::string& path)
     return VX_SHARED "/" + path;
 }
 
-std::vector<std::string> filesIn(const std::string& folder)
+Strings filesIn(const Strings& folders)
 {
-    std::vector<std::string> files;
-    for (const auto& entry : std::filesystem::directory_iterator(shared(folder)))
-        files.push_back(entry.path().string());
-    std::sort(files.begin(), files.end());
-    EXPECT_FALSE(files.empty()) << folder;
+    Strings files;
+    for (const std::string& folder : folders)
+        for (const auto& entry : std::filesystem::directory_iterator(shared(folder)))
+            files.push_back(entry.path().string());
+    EXPECT_GT(files.size(), 5u);
     return files;
 }
 
@@ -25,12 +25,6 @@ Scoped<LASPointReader> open(const std::string& path)
     Scoped<LASPointReader> reader(LASPointReader::create());
     reader->init(path.c_str(), true);
     return reader;
-}
-
-LASFile rewrite(const std::string& path, const std::string& output)
-{
-    rewriteLAS(path, output);
-    return LASFile::load(output);
 }
 
 void expectSameHeader(const LASFile& written, const LASFile& expected)
@@ -46,35 +40,33 @@ using RealFiles = ProgramTest;
 
 TEST_F(RealFiles, AreReadCompletely)
 {
-    for (const std::string folder : {"data/las", "data/laz"})
-        for (const std::string& path : filesIn(folder)) {
-            SCOPED_TRACE(path);
-            const LASFile file = LASFile::load(path);
-            const auto reader = open(path);
-            EXPECT_EQ(reader->getNumPoints(),
-                      static_cast<std::int64_t>(file.count != 0 ? file.count : file.legacyCount));
-            const Bounds& bounds = reader->getBounds();
-            EXPECT_EQ((std::array<double, 3>{bounds.x.min, bounds.y.min, bounds.z.min}), file.min);
-            EXPECT_EQ((std::array<double, 3>{bounds.x.max, bounds.y.max, bounds.z.max}), file.max);
-            const auto points = readLASPoints(*reader);
-            EXPECT_EQ(std::ssize(points), reader->getNumPoints());
-            const std::string twin =
-                shared("data/las/" + std::filesystem::path(path).stem().string() + ".las");
-            if (std::filesystem::exists(twin)) {
-                EXPECT_TRUE(points == LASFile::load(twin).points);
-            }
-            Metadata metadata;
-            reader->loadMetadata(metadata, false);
-            EXPECT_GE(metadata.getNumRecords(),
-                      file.records.size() + file.extendedRecords.size() - file.compressed);
-            reader->getWKT();
+    for (const std::string& path : filesIn({"data/las", "data/laz"})) {
+        SCOPED_TRACE(path);
+        const LASFile file = LASFile::load(path);
+        const auto reader = open(path);
+        EXPECT_EQ(reader->getNumPoints(),
+                  static_cast<std::int64_t>(file.count != 0 ? file.count : file.legacyCount));
+        const Bounds& bounds = reader->getBounds();
+        EXPECT_EQ((std::array<double, 3>{bounds.x.min, bounds.y.min, bounds.z.min}), file.min);
+        EXPECT_EQ((std::array<double, 3>{bounds.x.max, bounds.y.max, bounds.z.max}), file.max);
+        const auto points = readLASPoints(*reader);
+        EXPECT_EQ(std::ssize(points), reader->getNumPoints());
+        const std::string twin = shared("data/las/" + std::filesystem::path(path).stem().string() + ".las");
+        if (std::filesystem::exists(twin)) {
+            EXPECT_TRUE(points == LASFile::load(twin).points);
         }
+        Metadata metadata;
+        reader->loadMetadata(metadata, false);
+        EXPECT_GE(metadata.getNumRecords(),
+                  file.records.size() + file.extendedRecords.size() - file.compressed);
+        reader->getWKT();
+    }
 }
 
 // From LAS to LAS, plain and compressed: all is kept, except for fields that a writer must set itself.
 TEST_F(RealFiles, SurviveBeingWrittenAgain)
 {
-    for (const std::string& path : filesIn("data/las")) {
+    for (const std::string& path : filesIn({"data/las"})) {
         SCOPED_TRACE(path);
         const LASFile file = LASFile::load(path);
         std::vector<LASBytes> expected;
@@ -84,7 +76,7 @@ TEST_F(RealFiles, SurviveBeingWrittenAgain)
                 if (record.userID == "LASF_Projection" && (file.format < 6 || record.recordID < 34735))
                     expected.push_back(record.value);
         for (const char* name : {"out.las", "out.laz"}) {
-            const LASFile written = rewrite(path, directory / name);
+            const LASFile written = rewriteLAS(path, directory / name);
             EXPECT_TRUE(readLASPoints(*open(directory / name)) == file.points);
             expectSameHeader(written, file);
             std::vector<LASBytes> kept;
@@ -98,7 +90,7 @@ TEST_F(RealFiles, SurviveBeingWrittenAgain)
 
 TEST_F(RealFiles, EndInAnErrorOrInTheirPointsIfBroken)
 {
-    for (const std::string& path : filesIn("data/broken")) {
+    for (const std::string& path : filesIn({"data/broken"})) {
         const std::string outcome = failureOf([&] {
             const auto points = readLASPoints(*open(path));
             EXPECT_TRUE(points == LASFile::load(path).points) << path;
@@ -111,15 +103,12 @@ TEST_F(RealFiles, EndInAnErrorOrInTheirPointsIfBroken)
 // Through a compressed file and back: all fields of the points are restored, the rest as the LAS writer does.
 TEST_F(RealFiles, AreRestoredFromCompressedFiles)
 {
-    std::vector<std::string> paths = filesIn("data/las");
-    for (const std::string& path : filesIn("data/laz"))
-        paths.push_back(path);
-    for (const std::string& path : paths) {
+    for (const std::string& path : filesIn({"data/las", "data/laz"})) {
         SCOPED_TRACE(path);
         ASSERT_EQ(run("vxpack -dropWaveforms -i " + path + " -o packed.vxl").status, 0);
         ASSERT_EQ(run("vxunpack -i packed.vxl -o out.las").status, 0);
         const LASFile original = LASFile::load(path), written = LASFile::load(directory / "out.las");
-        const LASFile expected = rewrite(path, directory / "twin.las");
+        const LASFile expected = rewriteLAS(path, directory / "twin.las");
         EXPECT_TRUE(written.points == (original.compressed ? readLASPoints(*open(path)) : original.points));
         expectSameHeader(written, expected);
         EXPECT_EQ(std::tie(written.scale, written.offset), std::tie(original.scale, original.offset));

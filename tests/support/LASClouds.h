@@ -86,7 +86,7 @@ inline std::vector<LASFilePoint> joinedPoints(const LASFile& file, int gpsWeek)
 }
 
 // Writes a LAS or LAZ file anew, without a compressed cloud in between.
-inline void rewriteLAS(const std::string& input, const std::string& output)
+inline LASFile rewriteLAS(const std::string& input, const std::string& output)
 {
     const Scoped<LASPointReader> reader(LASPointReader::create());
     reader->init(input.c_str(), true);
@@ -94,6 +94,7 @@ inline void rewriteLAS(const std::string& input, const std::string& output)
     writer->init(reader.get(), output.c_str(), -1);
     writer->setWriteLAZ(output.back() == 'z');
     writer->write(Bounds::Huge(), 1, reader->getPointInfo(), nullptr);
+    return LASFile::load(output);
 }
 
 // All points of a source as LAS points. Coordinates are in steps of the source's scale.

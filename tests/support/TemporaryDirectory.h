@@ -13,8 +13,11 @@
 
 namespace Quillmoran::Testing {
 
+// Also makes the directories of the path.
 inline void writeFile(const std::string& path, const std::string& content)
 {
+    std::error_code ignored;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
     std::ofstream(path, std::ios::binary) << content;
 }
 
