@@ -1,16 +1,13 @@
 // Runs stored inputs through a target: replay TARGET PATH ..., of files, folders and .zip archives.
 #include "support/FuzzTarget.h"
 
-#include <cpl_conv.h>
 #include <cpl_string.h>
 #include <cpl_vsi.h>
 #include <cstdio>
-#include <memory>
-#include <vector>
+
+using namespace Quillmoran::Fuzz;
 
 namespace {
-
-using Quillmoran::Fuzz::Finding;
 
 void replay(const char* target, const std::string& path)
 {
@@ -21,21 +18,17 @@ void replay(const char* target, const std::string& path)
     // A copy of the exact size, so that sanitizers detect a read past the end.
     const std::vector<std::uint8_t> bytes(data, data + size);
     VSIFree(data);
-    // Log the name first, in case the input crashes the process.
-    std::fprintf(stderr, "%s\n", CPLGetFilename(path.c_str()));
-    Quillmoran::Fuzz::handlesInput(target, bytes);
+    handlesInput(target, bytes);
 }
 
 std::vector<std::string> filesOf(const std::string& path)
 {
     const std::string root = path.ends_with(".zip") ? "/vsizip/" + path : path;
-    const std::unique_ptr<char*, void (*)(char**)> names(VSIReadDirRecursive(root.c_str()), CSLDestroy);
-    if (!names)
-        return {path};
+    const CPLStringList names(VSIReadDirRecursive(root.c_str()));
     std::vector<std::string> files;
-    for (char** name = names.get(); *name; ++name)
-        files.push_back(root + '/' + *name);
-    return files;
+    for (int i = 0; i < names.size(); ++i)
+        files.push_back(root + '/' + names[i]);
+    return names.List() ? files : std::vector{path};
 }
 
 } // namespace
@@ -45,10 +38,11 @@ int main(int argc, char** argv)
     std::size_t numInputs = 0;
     for (int i = 2; i < argc; ++i) {
         for (const std::string& file : filesOf(argv[i])) {
+            std::fprintf(stderr, "%s\n", file.c_str()); // first, in case the input crashes the process
             try {
                 replay(argv[1], file);
             } catch (const std::exception& error) {
-                std::fprintf(stderr, "ERROR: %s: %s\n", file.c_str(), error.what());
+                std::fprintf(stderr, "ERROR: %s\n", error.what());
                 return 1;
             }
             ++numInputs;

@@ -7,10 +7,10 @@ cd "$(dirname "$0")/.."
 
 mapfile -t targets < <(for source in fuzz/targets/*.cpp; do basename "$source" .cpp; done)
 scripts/dependencies.sh --all
-scripts/build.sh coverage replay make_seeds
+scripts/build.sh coverage replay make_samples
 build=build/coverage
 rm -rf "$build/seeds" "$build"/*.profraw
-LLVM_PROFILE_FILE=/dev/null "$build/make_seeds" "$build/seeds"
+LLVM_PROFILE_FILE=/dev/null "$build/make_samples" "$build/seeds"
 for target in "${targets[@]}"; do
   inputs=("fuzz/corpus/$target.zip")
   for folder in "$build/seeds" fuzz/regressions; do

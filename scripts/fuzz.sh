@@ -24,9 +24,9 @@ all() { for source in fuzz/targets/*.cpp; do basename "$source" .cpp; done; }
 [ ${#targets[@]} -gt 0 ] || mapfile -t targets < <(all)
 
 scripts/dependencies.sh --all
-scripts/build.sh fuzz "${targets[@]/#/fuzz_}" make_seeds
+scripts/build.sh fuzz "${targets[@]/#/fuzz_}" make_samples
 build=build/fuzz
-"$build/make_seeds" "$build/seeds"
+"$build/make_samples" "$build/seeds"
 largest=16384
 # Real files of other writers, if present.
 if [ -d ../shared/vectors/files ]; then

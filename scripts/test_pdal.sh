@@ -45,7 +45,7 @@ make_root() {
 
 inside() {
   chroot "$root" /usr/bin/env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin LANG=C.UTF-8 DEBIAN_FRONTEND=noninteractive \
-    VX_DATA="$([ ! -d ../shared/data ] || echo /shared/data)" bash -euo pipefail -c "$1" </dev/null
+    bash -euo pipefail -c "$1" </dev/null
 }
 
 [ -x "$root/usr/bin/apt-get" ] || make_root
@@ -62,10 +62,9 @@ fi
 [ "${1:-}" != --root ] || exit 0
 
 # The source is mounted read-only, not copied.
-mkdir -p "$root/source" "$root/shared" "$root/build"
+mkdir -p "$root/source" "$root/build"
 mount --bind . "$root/source"
 mount -o remount,bind,ro "$root/source"
-[ ! -d ../shared ] || mount --bind ../shared "$root/shared"
 
 begin=$SECONDS
 inside "cmake -S /source -B /build -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER_LAUNCHER=ccache >/dev/null

@@ -1,7 +1,5 @@
 #include "support/FuzzTarget.h"
 
-#include <vxunpack/Base.h>
-
 #include <atomic>
 #include <ctime>
 #include <map>
@@ -42,11 +40,6 @@ void countFree(const volatile void* block)
         liveBytes -= static_cast<std::int64_t>(__sanitizer_get_allocated_size(block));
 }
 
-double processorSeconds()
-{
-    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
-}
-
 void limit(double used, double allowed, const char* unit)
 {
     if (used > allowed)
@@ -58,16 +51,16 @@ void limit(double used, double allowed, const char* unit)
 
 bool handlesInput(const std::string& target, Input input)
 {
-    static const std::map<std::string, std::uint64_t (*)(Input)> targets = {{"commandline", runCommandLine},
-                                                                            {"container", runContainer},
-                                                                            {"las", runLAS},
-                                                                            {"list", runList},
-                                                                            {"metadata", runMetadata},
-                                                                            {"pack", runPack},
-                                                                            {"rtree", runRTree},
-                                                                            {"subblocks", runSubblocks},
-                                                                            {"text", runText},
-                                                                            {"tileset", runTileSet}};
+    static const std::map<std::string, Target*> targets = {{"commandline", runCommandLine},
+                                                           {"container", runContainer},
+                                                           {"las", runLAS},
+                                                           {"list", runList},
+                                                           {"metadata", runMetadata},
+                                                           {"pack", runPack},
+                                                           {"rtree", runRTree},
+                                                           {"subblocks", runSubblocks},
+                                                           {"text", runText},
+                                                           {"tileset", runTileSet}};
     // One thread, so that an input always executes the same code.
     static const tbb::global_control oneThread(tbb::global_control::max_allowed_parallelism, 1);
     [[maybe_unused]] static const bool counts =
@@ -75,17 +68,12 @@ bool handlesInput(const std::string& target, Input input)
         __sanitizer_install_malloc_and_free_hooks(countMalloc, countFree) != 0;
     liveBytes = 0; // memory that is freed later may have been allocated before
     peakBytes = 0;
-    const double begin = processorSeconds();
+    const std::clock_t begin = std::clock();
     std::uint64_t samples = 0;
-    bool isGood = true;
-    try {
-        samples = targets.at(target)(input);
-    } catch (const Error&) {
-        isGood = false;
-    }
+    const bool isGood = succeeds([&] { samples = targets.at(target)(input); });
     const auto size = static_cast<double>(input.size());
     limit(static_cast<double>(peakBytes), baseBytes + bytesPerByte * size, "bytes");
-    limit(processorSeconds() - begin,
+    limit(static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC,
           baseSeconds + secondsPerByte * size + secondsPerSample * static_cast<double>(samples), "seconds");
     return isGood;
 }

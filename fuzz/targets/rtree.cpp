@@ -2,17 +2,13 @@
 // and queried again.
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
-#include "support/ByteStore.h"
-#include "support/InputReader.h"
-#include <vxunpack/Base.h>
+#include "support/FuzzTarget.h"
 
 #include <set>
 
 namespace Quillmoran::Fuzz {
 
 namespace {
-
-using Testing::ByteStore;
 
 // Walks the tree as a reader does: for a point, all values and a box, each again after a rewind.
 std::multiset<std::int64_t> walk(const RTree& tree, const Bounds& box)
@@ -31,33 +27,12 @@ std::multiset<std::int64_t> walk(const RTree& tree, const Bounds& box)
     return values;
 }
 
-// A tree retains its file and reads from it later.
-Scoped<DiskRTree> openDiskForm(std::vector<std::uint8_t> bytes)
+Scoped<DiskRTree> openDiskForm(Input bytes)
 {
-    const auto length = static_cast<std::int64_t>(bytes.size());
-    const Scoped<ByteStore> store(ByteStore::create(std::move(bytes)));
-    StreamReader stream;
-    stream.init(store.get(), true, 512);
+    InputStream stream(bytes);
     Scoped<DiskRTree> tree(DiskRTree::create());
-    tree->init(stream, length);
+    tree->init(stream, static_cast<std::int64_t>(bytes.size()));
     return tree;
-}
-
-void readMemoryForm(Input bytes, const Bounds& box)
-{
-    const Scoped<ByteStore> store(ByteStore::create({bytes.begin(), bytes.end()}));
-    StreamReader stream;
-    stream.init(store.get(), true, 512);
-    const Scoped<MemoryRTree> tree(MemoryRTree::create());
-    tree->load(stream, static_cast<std::int64_t>(bytes.size()));
-    stream.close();
-    require(tree->checkBounds(), "a loaded tree is not well formed");
-    const std::multiset<std::int64_t> values = walk(*tree, box);
-    require(values.size() == tree->getCount(), "a walk misses values");
-
-    const double scale[3] = {0.01, 0.01, 0.001};
-    const auto saved = Testing::writtenBytes([&](StreamWriter& writer) { tree->save(writer, scale); });
-    require(walk(*openDiskForm(saved), box) == values, "the disk form holds other values");
 }
 
 } // namespace
@@ -65,14 +40,23 @@ void readMemoryForm(Input bytes, const Bounds& box)
 std::uint64_t runRTree(Input input)
 {
     InputReader reader(input);
-    const bool memoryForm = (reader.take<std::uint8_t>() & 1) != 0;
+    const bool isMemoryForm = (reader.take<std::uint8_t>() & 1) != 0;
     Bounds box;
     for (Bounds::Range* range : {&box.x, &box.y, &box.z})
         *range = {reader.take<float>(), reader.take<float>()};
-    if (memoryForm)
-        readMemoryForm(reader.rest(), box);
-    else
-        walk(*openDiskForm({reader.rest().begin(), reader.rest().end()}), box);
+    if (!isMemoryForm) {
+        walk(*openDiskForm(reader.rest()), box);
+        return 0;
+    }
+    InputStream stream(reader.rest());
+    const Scoped<MemoryRTree> tree(MemoryRTree::create());
+    tree->load(stream, static_cast<std::int64_t>(reader.rest().size()));
+    require(tree->checkBounds(), "a loaded tree is not well formed");
+    const std::multiset<std::int64_t> values = walk(*tree, box);
+    require(values.size() == tree->getCount(), "a walk misses values");
+    const double scale[3] = {0.01, 0.01, 0.001};
+    const auto saved = writtenBytes([&](StreamWriter& writer) { tree->save(writer, scale); });
+    require(walk(*openDiskForm(saved), box) == values, "the disk form holds other values");
     return 0;
 }
 

@@ -1,22 +1,15 @@
 // Tables of points as text. The first line of an input is the format, the second the quantization, the third
 // a filter; the other lines are the table.
 #include "cli/QMCmdLine.h"
-#include "support/ByteStore.h"
-#include "support/InputReader.h"
-#include "support/ReadSource.h"
+#include "support/FuzzTarget.h"
 #include "text/FieldFormat.h"
 #include "utils/program/Utils.h"
-#include <vxunpack/Base.h>
 #include <vxunpack/TXTPointReader.h>
 #include <vxunpack/TXTPointWriter.h>
-
-#include <cstring>
 
 namespace Quillmoran::Fuzz {
 
 namespace {
-
-using Testing::ByteStore;
 
 Scoped<PointSource> filtered(const std::string& filter, const Scoped<PointSource>& source)
 {
@@ -54,7 +47,7 @@ std::uint64_t runText(Input input)
     const std::string quantization = reader.takeLine();
     const std::string filter = reader.takeLine();
     const std::size_t skippedLines = reader.rest().size() % 3;
-    const Scoped<ByteStore> store(ByteStore::create({reader.rest().begin(), reader.rest().end()}));
+    const Scoped<ByteStore> store = storeOf(reader.rest());
     std::uint64_t points = readStrictly(format, store);
     PointInfo layout;
     TXTPointReader::parseFormat(format.c_str(), layout);

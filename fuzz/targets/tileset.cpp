@@ -1,10 +1,6 @@
 // The index of a tile set, queried through a mosaic. Its tiles are small clouds in memory, since their paths
 // could name any file.
-#include "support/InputReader.h"
-#include "support/Layouts.h"
-#include "support/MemoryPointSource.h"
-#include "support/ReadSource.h"
-#include <vxunpack/Base.h>
+#include "support/FuzzTarget.h"
 #include <vxunpack/MosaicFilter.h>
 #include <vxunpack/PersistentPointSourceManager.h>
 
@@ -12,18 +8,15 @@ namespace Quillmoran::Fuzz {
 
 namespace {
 
-using Testing::MemoryPointSource;
-
 class TileOpener final : public PersistentPointSourceManager::FileOpener
 {
 public:
     // Every path is a tile of three points, except for those that cannot be opened.
     PointSource* openPointSource(const char* path) const override
     {
-        if (path[0] != '\0' && path[std::strlen(path) - 1] == '!')
+        if (std::string(path).ends_with('!'))
             QM_THROW(ErrorCode::General, "no such tile");
-        return MemoryPointSource::make(Testing::layoutXYZ(), {{0, 50, 100}, {0, 50, 100}, {0, 5, 10}})
-            .detach();
+        return MemoryPointSource::make(layoutXYZ(), {{0, 50, 100}, {0, 50, 100}, {0, 5, 10}}).detach();
     }
 };
 
@@ -40,15 +33,9 @@ std::uint64_t runTileSet(Input input)
     describe(*mosaic);
     const PointInfo layout = mosaic->getPointInfo();
     std::uint64_t points = 0;
-    for (const double fraction : {1.0, 0.1}) {
-        for (const Bounds& bounds : {Bounds::Huge(), partOf(mosaic->getBounds())}) {
-            try {
-                points += readPoints(*mosaic, bounds, fraction, layout);
-            } catch (const Error&) {
-                // other queries read other tiles
-            }
-        }
-    }
+    for (const double fraction : {1.0, 0.1})
+        for (const Bounds& bounds : {Bounds::Huge(), partOf(mosaic->getBounds())})
+            succeeds([&] { points += readPoints(*mosaic, bounds, fraction, layout); });
     return points;
 }
 

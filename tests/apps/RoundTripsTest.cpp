@@ -148,7 +148,7 @@ TEST_F(RoundTrips, RestoreCompressedFilesInEveryVersion)
 TEST_F(RoundTrips, RestoreTheExampleOfTheRepository)
 {
     const std::string example = readFile(EXAMPLES "/survey.vxl");
-    EXPECT_TRUE(readFile(directory / "survey.vxl") == example) << "make_survey writes other bytes";
+    EXPECT_TRUE(readFile(directory / "survey.vxl") == example) << "make_samples writes other bytes";
     succeed("vxpack -i survey.vxl -o again.vxl -levels 6 -pe 64 -sb 256 -t GPSTime=11");
     EXPECT_TRUE(readFile(directory / "again.vxl") == example);
     const std::string output = succeed("vxunpack -i survey.vxl -o out.txt");

@@ -49,12 +49,7 @@ TEST(HilbertGrid, HasAKeyForEveryPoint)
 {
     const Bounds::Range none, any{-infinity, infinity};
     const std::uint32_t half = 1u << 31, quarter = 1u << 30;
-    const struct
-    {
-        Bounds known, box;
-        double x, y;
-        Cell cell;
-    } cases[] = {
+    const std::tuple<Bounds, Bounds, double, double, Cell> cases[] = {
         // The longer side of the bounds; outside coordinates are at the edge.
         {{{0, 4}, {10, 12}, none}, Bounds::Huge(), 1, 11, {quarter, quarter}},
         {{{0, 4}, {10, 12}, none}, Bounds::Huge(), 4, 12, {last, half}},
@@ -74,10 +69,10 @@ TEST(HilbertGrid, HasAKeyForEveryPoint)
         // A single point.
         {{{7, 7}, {8, 8}, none}, Bounds::Huge(), 7, 9, {0, last}},
     };
-    for (const auto& c : cases) {
+    for (const auto& [known, box, x, y, cell] : cases) {
         std::uint64_t key = 0;
-        HilbertGrid(c.known, c.box).getKeys(&key, &c.x, &c.y, 1);
-        EXPECT_EQ(key, getHilbertKey(c.cell.x, c.cell.y)) << &c - cases;
+        HilbertGrid(known, box).getKeys(&key, &x, &y, 1);
+        EXPECT_EQ(key, getHilbertKey(cell.x, cell.y)) << x << ' ' << y;
     }
 }
 

@@ -37,16 +37,17 @@ TEST(QuantizeFilter, RoundsToTheNearestMultiple)
                                                               {5, 6, 7, 7.1, 8.5, 9.49, 1e10 + 0.51},
                                                               {49, infinity, -infinity, 99, 149, 151, -151}});
     const auto counted = MemoryPointSource::make(layoutXYZ(), {{0.3}, {0.6}, {4}});
-    const double scale[] = {0.1, 0.1, 0.1}, origin[] = {0.25, 0.5, 1};
-    counted->setQuantization(scale, origin);
+    counted->setQuantization(Numbers{0.1, 0.1, 0.1}.data(), Numbers{0.25, 0.5, 1}.data());
     EXPECT_EQ(readRows(*filterOf(*counted, {1, 1, 2}), layoutXYZ()), (Rows{{0.25, 0.5, 5}}))
         << "counted from the source's offset";
     const Rows rows = readRows(*filterOf(*source, {0.5, 1, 100}), layoutXYZ());
-    const Numbers x = {0, 0, 0.5, 0.5, 0, 0, -0.5}, y = {5, 6, 7, 7, 9, 9, 1e10 + 1};
-    const Numbers z = {0, infinity, -infinity, 100, 100, 200, -200};
-    ASSERT_EQ(rows.size(), x.size());
-    for (std::size_t i = 0; i < rows.size(); ++i)
-        EXPECT_EQ(rows[i], (Numbers{x[i], y[i], z[i]})) << i;
+    EXPECT_EQ(rows, (Rows{{0, 5, 0},
+                          {0, 6, infinity},
+                          {0.5, 7, -infinity},
+                          {0.5, 7, 100},
+                          {0, 9, 100},
+                          {0, 9, 200},
+                          {-0.5, 1e10 + 1, -200}}));
 }
 
 TEST(QuantizeFilter, MovesNoPointByMoreThanHalfAStep)
@@ -92,15 +93,13 @@ TEST(QuantizeFilter, LosesNoPointOfABox)
         Bounds box = Bounds::Huge();
         box.x = {505 + shift, 509.5 - shift};
         box.y = {-25 - shift, -20 + shift};
-        Rows expected, found;
-        for (const Numbers& row : all)
-            if (box.contains(row[0], row[1], row[2]))
-                expected.push_back(row);
-        for (const Numbers& row : readRows(*filter, layout, box))
-            if (box.contains(row[0], row[1], row[2]))
-                found.push_back(row);
+        const auto inBox = [&box](Rows rows) {
+            std::erase_if(rows, [&](const Numbers& row) { return !box.contains(row[0], row[1], row[2]); });
+            return rows;
+        };
+        const Rows expected = inBox(all);
         EXPECT_GT(expected.size(), 100u);
-        EXPECT_EQ(found, expected) << shift;
+        EXPECT_EQ(inBox(readRows(*filter, layout, box)), expected) << shift;
     }
 }
 
@@ -108,18 +107,11 @@ TEST(QuantizeFilter, RefusesInvalidSteps)
 {
     const auto source = randomSource(3);
     for (const auto& [step, text] :
-         {std::pair(0.0, "0"), std::pair(-0.5, "-0.5"), std::pair(infinity, "inf")})
-        EXPECT_EQ(errorOf(40007,
-                          [&, bad = step] {
-                              filterOf(*source, {1, bad, 1});
-                          }),
-                  std::string("a step must be above 0: ") + text);
-    EXPECT_EQ(errorOf(40007,
-                      [&] {
-                          filterOf(*source, {1, 1, nan});
-                      })
-                  .rfind("a step must be above 0: ", 0),
-              0u);
+         {std::pair(0.0, "0"), std::pair(-0.5, "-0.5"), std::pair(infinity, "inf"), std::pair(nan, "nan")}) {
+        const Numbers steps = {1, step, 1};
+        EXPECT_EQ(failureOf([&] { filterOf(*source, steps); }),
+                  std::string("40007 a step must be above 0: ") + text);
+    }
     // An empty source has no offset.
     const auto empty = MemoryPointSource::make(layoutXYZ(), {{}, {}, {}});
     const auto filter = filterOf(*empty, {1, 1, 1});

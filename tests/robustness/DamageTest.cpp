@@ -6,69 +6,51 @@
 #include "support/FuzzTarget.h"
 #include "support/Mutator.h"
 #include "support/SampleFiles.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 #if HAS_PDAL
 #include "pdal/PDALFormats.h"
 #include "support/ReadPoints.h"
-#include "support/ReadSource.h"
 #include "support/TileFiles.h"
-#include <vxunpack/FilePointSourceManager.h>
 #endif
 
-#include <cstdlib>
-#include <gtest/gtest.h>
-
-namespace Quillmoran {
-
-namespace Testing {
+namespace Quillmoran::Testing {
 
 void PrintTo(const SampleFile& file, std::ostream* out)
 {
     *out << file.target << ' ' << file.name;
 }
 
-} // namespace Testing
-
 namespace {
-
-using Testing::Bytes;
-using Testing::SampleFile;
-
-#if HAS_PDAL
-Bytes makeBPF()
-{
-    const Testing::TemporaryDirectory directory;
-    const auto tile = Testing::openFile(Testing::buildTile(0, 0, 50));
-    const Scoped<PointWriter> writer(createPDALPointWriter(tile.get(), (directory / "made.bpf").c_str()));
-    writer->write(Bounds::Huge(), 1, tile->getPointInfo(), nullptr);
-    const std::string bytes = Testing::readFile(directory / "made.bpf");
-    return {bytes.begin(), bytes.end()};
-}
-
-// It is not fuzzed: PDAL cannot be built with the fuzzers' sanitizers.
-bool handlesBPF(const std::string& path)
-{
-    try {
-        const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
-        files->addFile(path.c_str());
-        const Scoped<PointSource> source(files->createPointSource(0));
-        Fuzz::describe(*source);
-        Fuzz::readPoints(*source, Bounds::Huge(), 1, source->getPointInfo());
-        Fuzz::readPoints(*source, Fuzz::partOf(source->getBounds()), 0.5, source->getPointInfo());
-    } catch (const Error&) {
-        return false;
-    }
-    return true;
-}
-#endif
 
 std::vector<SampleFile> allFiles()
 {
-    std::vector<SampleFile> files(Testing::sampleFiles().begin(), Testing::sampleFiles().end());
+    std::vector<SampleFile> files(sampleFiles().begin(), sampleFiles().end());
 #if HAS_PDAL
+    const auto makeBPF = [] {
+        const TemporaryDirectory directory;
+        const auto tile = openFile(buildTile(0, 0, 50));
+        const Scoped<PointWriter> writer(createPDALPointWriter(tile.get(), (directory / "made.bpf").c_str()));
+        writer->write(Bounds::Huge(), 1, tile->getPointInfo(), nullptr);
+        const std::string bytes = readFile(directory / "made.bpf");
+        return Bytes(bytes.begin(), bytes.end());
+    };
     files.push_back({"bpf", "points", makeBPF});
 #endif
     return files;
+}
+
+bool handles(const std::string& target, [[maybe_unused]] const std::string& path, const Bytes& bytes)
+{
+#if HAS_PDAL
+    if (target == "bpf") // it is not fuzzed: PDAL cannot be built with the fuzzers' sanitizers
+        return Fuzz::succeeds([&] {
+            const Scoped<PointReader> source(createPDALPointReader(path.c_str()));
+            Fuzz::describe(*source);
+            Fuzz::readPoints(*source, Bounds::Huge(), 1, source->getPointInfo());
+            Fuzz::readPoints(*source, Fuzz::partOf(source->getBounds()), 0.5, source->getPointInfo());
+        });
+#endif
+    return Fuzz::handlesInput(target, bytes);
 }
 
 const char* const longRun = std::getenv("VX_DAMAGES");
@@ -79,20 +61,17 @@ protected:
     void SetUp() override { ASSERT_TRUE(attempt(whole, "nothing")); }
     void TearDown() override
     {
-        RecordProperty("files", m_files);
         std::printf("%d files of %zu bytes, %d refused\n", m_files, whole.size(), m_refused);
     }
 
     // Returns whether the file can be read.
     bool attempt(const Bytes& bytes, const std::string& what)
     {
-        const std::string path = directory / (GetParam().name + std::string(".") + GetParam().target);
-        // A new file each time: some file systems write a file that replaces another to disk at once.
-        std::filesystem::remove(path);
-        Testing::writeFile(path, bytes);
+        const std::string path =
+            Fuzz::storeInput(bytes, (GetParam().name + std::string(".") + GetParam().target).c_str());
         ++m_files;
         try {
-            const bool isGood = handles(path, bytes);
+            const bool isGood = handles(GetParam().target, path, bytes);
             m_refused += !isGood;
             return isGood;
         } catch (const std::exception& fault) {
@@ -101,21 +80,11 @@ protected:
         }
     }
 
-    const Testing::TemporaryDirectory directory;
     const Bytes whole = GetParam().make();
-    Testing::Random random{whole.size()};
+    Random random{whole.size()};
     const std::uint64_t stride = longRun ? 1 : static_cast<std::uint64_t>(GetParam().slowness);
 
 private:
-    static bool handles([[maybe_unused]] const std::string& path, const Bytes& bytes)
-    {
-#if HAS_PDAL
-        if (GetParam().target == std::string("bpf"))
-            return handlesBPF(path);
-#endif
-        return Fuzz::handlesInput(GetParam().target, bytes);
-    }
-
     int m_files = 0;
     int m_refused = 0;
 };
@@ -149,7 +118,7 @@ TEST_P(Damage, RandomChanges)
 {
     const std::uint64_t count = longRun ? std::strtoul(longRun, nullptr, 10) : 1500 / stride;
     for (std::uint64_t i = 0; i < count; ++i)
-        attempt(Testing::Mutator(i).mutate(whole), "change " + std::to_string(i));
+        attempt(Mutator(i).mutate(whole), "change " + std::to_string(i));
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Damage, testing::ValuesIn(allFiles()), [](const auto& test) {
@@ -157,4 +126,4 @@ INSTANTIATE_TEST_SUITE_P(Of, Damage, testing::ValuesIn(allFiles()), [](const aut
 });
 
 } // namespace
-} // namespace Quillmoran
+} // namespace Quillmoran::Testing

@@ -5,7 +5,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
@@ -17,6 +16,7 @@
 
 // malloc() that never fails for a caller in the program. Sanitizers replace it themselves.
 extern "C" {
+extern const char __executable_start, etext; // of the program
 #ifdef VX_SANITIZED
 constexpr auto* systemMalloc = std::malloc;
 #else
@@ -30,24 +30,21 @@ namespace Quillmoran::Testing {
 
 namespace {
 
-std::atomic<bool> armed{false}, areSpared{false};
+std::atomic<bool> armed{false};
 Fault chosen{Call::Open, 0, 0};
-std::array<std::atomic<long>, numCalls> counts;
-std::atomic<bool> hasHappened{false};
-char directory[4096];                       // no std::string: operator new reads it
-std::array<std::atomic<bool>, 4096> isOurs; // by descriptor
+char directory[4096]; // no std::string: operator new reads it
 
 // Counts a call; true if it must fail.
 bool fails(Call call)
 {
-    const long number = ++counts[static_cast<std::size_t>(call)];
+    const long number = ++Faults::counts[static_cast<std::size_t>(call)];
     // A network file system may report a full disk again when the file is closed.
-    const bool again =
-        chosen.lasts && (call == chosen.call ? number > chosen.at
-                                             : call == Call::Close && chosen.error == ENOSPC && hasHappened);
+    const bool again = chosen.lasts && (call == chosen.call ? number > chosen.at
+                                                            : call == Call::Close && chosen.error == ENOSPC &&
+                                                                  Faults::happened);
     const bool now = chosen.at != 0 && (again || (call == chosen.call && number == chosen.at));
     if (now)
-        hasHappened = true;
+        Faults::happened = true;
     if (now && chosen.error > 0)
         errno = chosen.error;
     return now;
@@ -58,16 +55,21 @@ bool concerns(const char* path)
     return armed && std::strncmp(path, directory, std::strlen(directory)) == 0;
 }
 
+// Whether a descriptor is of a file in the directory. The last entry is for errors.
+std::atomic<bool>& isOurs(int descriptor)
+{
+    static std::array<std::atomic<bool>, 4096> entries;
+    return entries[std::min(static_cast<std::size_t>(descriptor), entries.size() - 1)];
+}
+
 bool concerns(int descriptor)
 {
-    return armed && descriptor >= 0 && static_cast<std::size_t>(descriptor) < isOurs.size() &&
-           isOurs[static_cast<std::size_t>(descriptor)];
+    return armed && isOurs(descriptor);
 }
 
 int opened(int descriptor)
 {
-    if (descriptor >= 0 && static_cast<std::size_t>(descriptor) < isOurs.size())
-        isOurs[static_cast<std::size_t>(descriptor)] = true;
+    isOurs(descriptor) = descriptor >= 0;
     return descriptor;
 }
 
@@ -77,46 +79,33 @@ Function* systems(const char* name)
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// The address range of a library, or of the program, in memory.
-struct Module
-{
-    const char* name; // a part of it; empty for the program
-    std::uintptr_t begin = 0, end = 0;
+// The addresses of LASzip, which destroys objects that its failed allocations have left incomplete.
+const char *laszipBegin = nullptr, *laszipEnd = nullptr;
 
-    bool holds(const void* caller) const
-    {
-        const auto address = reinterpret_cast<std::uintptr_t>(caller);
-        return address >= begin && address < end;
-    }
-};
-// LASzip destroys objects that its failed allocations have left incomplete, which ends the process.
-Module laszip{"liblaszip"};
-// Its XALLOC calls malloc, which must not fail for other callers: they do not expect it.
-Module program{""};
-
-int findModules(dl_phdr_info* loaded, std::size_t, void*)
+int findLASzip(dl_phdr_info* loaded, std::size_t, void*)
 {
-    for (Module* module : {&laszip, &program}) {
-        if (*module->name ? !std::strstr(loaded->dlpi_name, module->name) : *loaded->dlpi_name)
-            continue;
-        module->begin = loaded->dlpi_addr;
-        for (int i = 0; i < loaded->dlpi_phnum; ++i)
-            module->end = std::max<std::uintptr_t>(
-                module->end, loaded->dlpi_addr + loaded->dlpi_phdr[i].p_vaddr + loaded->dlpi_phdr[i].p_memsz);
-    }
-    return 0;
+    if (!std::strstr(loaded->dlpi_name, "liblaszip"))
+        return 0;
+    laszipBegin = reinterpret_cast<const char*>(loaded->dlpi_addr);
+    for (int i = 0; i < loaded->dlpi_phnum; ++i)
+        laszipEnd =
+            std::max(laszipEnd, laszipBegin + loaded->dlpi_phdr[i].p_vaddr + loaded->dlpi_phdr[i].p_memsz);
+    return 1;
 }
 
 void* allocate(std::size_t size, const void* caller)
 {
-    if (armed && !areSpared && !laszip.holds(caller) && fails(Call::Allocate))
+    if (armed && !Faults::sparesAllocations && !(caller >= laszipBegin && caller < laszipEnd) &&
+        fails(Call::Allocate))
         return nullptr;
     return systemMalloc(size != 0 ? size : 1);
 }
 
+// The program's XALLOC calls malloc, which must not fail for others: they do not expect it.
 [[maybe_unused]] bool failsForProgram(const void* caller)
 {
-    return armed && !areSpared && program.holds(caller) && fails(Call::Allocate);
+    return armed && !Faults::sparesAllocations && caller >= &__executable_start && caller < &etext &&
+           fails(Call::Allocate);
 }
 
 void* allocateOrThrow(std::size_t size, const void* caller)
@@ -147,34 +136,14 @@ Faults::Faults(const std::string& below, const Fault& fault)
     chosen = fault;
     for (auto& count : counts)
         count = 0;
-    hasHappened = false;
-    dl_iterate_phdr(findModules, nullptr);
+    Faults::happened = false;
+    dl_iterate_phdr(findLASzip, nullptr);
     armed = true;
 }
 
 Faults::~Faults()
 {
     armed = false;
-}
-
-long Faults::count(Call call)
-{
-    return counts[static_cast<std::size_t>(call)];
-}
-
-bool Faults::happened()
-{
-    return hasHappened;
-}
-
-SparedAllocations::SparedAllocations()
-{
-    areSpared = true;
-}
-
-SparedAllocations::~SparedAllocations()
-{
-    areSpared = false;
 }
 
 } // namespace Quillmoran::Testing
@@ -188,7 +157,7 @@ extern "C" {
 
 int open64(const char* path, int flags, ...)
 {
-    static auto* const system = T::systems<int(const char*, int, ...)>("open64");
+    static auto* const system = T::systems<decltype(open64)>("open64");
     std::va_list arguments;
     va_start(arguments, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
@@ -200,7 +169,7 @@ int open64(const char* path, int flags, ...)
 
 int mkostemp(char* path, int flags)
 {
-    static auto* const system = T::systems<int(char*, int)>("mkostemp");
+    static auto* const system = T::systems<decltype(mkostemp)>("mkostemp");
     if (!T::concerns(path))
         return system(path, flags);
     return T::fails(Call::Open) ? -1 : T::opened(system(path, flags));
@@ -208,14 +177,14 @@ int mkostemp(char* path, int flags)
 
 ssize_t pread64(int descriptor, void* buffer, std::size_t count, off64_t offset)
 {
-    static auto* const system = T::systems<ssize_t(int, void*, std::size_t, off64_t)>("pread64");
+    static auto* const system = T::systems<decltype(pread64)>("pread64");
     return T::move(Call::Read, descriptor, count,
                    [&](std::size_t allowed) { return system(descriptor, buffer, allowed, offset); });
 }
 
 ssize_t pwrite64(int descriptor, const void* buffer, std::size_t count, off64_t offset)
 {
-    static auto* const system = T::systems<ssize_t(int, const void*, std::size_t, off64_t)>("pwrite64");
+    static auto* const system = T::systems<decltype(pwrite64)>("pwrite64");
     return T::move(Call::Write, descriptor, count,
                    [&](std::size_t allowed) { return system(descriptor, buffer, allowed, offset); });
 }
@@ -223,29 +192,28 @@ ssize_t pwrite64(int descriptor, const void* buffer, std::size_t count, off64_t 
 // As in the system, the file is closed even if this returns an error.
 int close(int descriptor)
 {
-    static auto* const system = T::systems<int(int)>("close");
+    static auto* const system = T::systems<decltype(close)>("close");
     const bool concerned = T::concerns(descriptor);
-    if (descriptor >= 0 && static_cast<std::size_t>(descriptor) < T::isOurs.size())
-        T::isOurs[static_cast<std::size_t>(descriptor)] = false;
+    T::isOurs(descriptor) = false;
     const int result = system(descriptor);
     return concerned && T::fails(Call::Close) ? -1 : result;
 }
 
 int fstat64(int descriptor, struct stat64* status) noexcept
 {
-    static auto* const system = T::systems<int(int, struct stat64*)>("fstat64");
+    static auto* const system = T::systems<decltype(fstat64)>("fstat64");
     return T::concerns(descriptor) && T::fails(Call::Size) ? -1 : system(descriptor, status);
 }
 
 int rename(const char* from, const char* to) noexcept
 {
-    static auto* const system = T::systems<int(const char*, const char*)>("rename");
+    static auto* const system = T::systems<decltype(rename)>("rename");
     return T::concerns(from) && T::fails(Call::Rename) ? -1 : system(from, to);
 }
 
 int unlink(const char* path) noexcept
 {
-    static auto* const system = T::systems<int(const char*)>("unlink");
+    static auto* const system = T::systems<decltype(unlink)>("unlink");
     return T::concerns(path) && T::fails(Call::Unlink) ? -1 : system(path);
 }
 

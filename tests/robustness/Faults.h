@@ -2,6 +2,7 @@
 // loads, call its versions of open, pread, pwrite and so on, and its operator new.
 #pragma once
 
+#include <atomic>
 #include <string>
 
 namespace Quillmoran::Testing {
@@ -40,20 +41,11 @@ public:
     Faults(const Faults&) = delete;
     Faults& operator=(const Faults&) = delete;
 
-    // Calls since the construction of the last one.
-    static long count(Call call);
-    // Whether the fault happened.
-    static bool happened();
-};
-
-// During its lifetime allocations are not counted and do not fail.
-class SparedAllocations
-{
-public:
-    SparedAllocations();
-    ~SparedAllocations();
-    SparedAllocations(const SparedAllocations&) = delete;
-    SparedAllocations& operator=(const SparedAllocations&) = delete;
+    // Calls since the construction of the last one, and whether its fault happened.
+    static inline std::atomic<long> counts[numCalls];
+    static inline std::atomic<bool> happened{false};
+    // While it is true, allocations are not counted and do not fail.
+    static inline std::atomic<bool> sparesAllocations{false};
 };
 
 } // namespace Quillmoran::Testing

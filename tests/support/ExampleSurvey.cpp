@@ -1,14 +1,10 @@
 #include "support/ExampleSurvey.h"
 
 #include "model/ChannelNames.h"
-#include "support/ByteStore.h"
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/Random.h"
-#include <vxunpack/VX7PointWriter.h>
-
-#include <cstdlib>
-#include <iterator>
+#include "support/ReadPoints.h"
 
 namespace Quillmoran::Testing {
 
@@ -16,7 +12,7 @@ namespace {
 
 constexpr int numLines = 4;
 constexpr int pointsPerLine = 600;
-constexpr double scale = 0.01;
+constexpr double steps[3] = {0.01, 0.01, 0.01};
 constexpr double offsets[3] = {500000.0, 4100000.0, 100.0};
 
 // Height of the ground in steps, in integer arithmetic only so that it is the same on every machine.
@@ -30,8 +26,8 @@ PointInfo makeLayout()
 {
     namespace Names = ChannelNames;
     return layoutOf(
-        {channel(Names::x, FLOAT64, scale), channel(Names::y, FLOAT64, scale),
-         channel(Names::z, FLOAT64, scale), channel(Names::intensity, UINT16),
+        {channel(Names::x, FLOAT64, steps[0]), channel(Names::y, FLOAT64, steps[1]),
+         channel(Names::z, FLOAT64, steps[2]), channel(Names::intensity, UINT16),
          channel(Names::returnNum, UINT8), channel(Names::numReturns, UINT8), channel(Names::scanDir, UINT8),
          channel(Names::edgeFlightLine, UINT8), channel(Names::classId, UINT8),
          channel(Names::scanAngle, SINT8), channel(Names::sourceId, UINT16), channel(Names::gpsTime, FLOAT64),
@@ -47,21 +43,15 @@ MemoryPointSource::Columns flySurvey()
         for (int i = 0; i < pointsPerLine; ++i) {
             std::size_t next = 0;
             const auto add = [&](auto value) { columns[next++].push_back(static_cast<double>(value)); };
-            const auto addCoordinate = [&](std::int64_t step) {
-                add(static_cast<double>(step) * scale + offsets[next]);
-            };
-            const auto addBetween = [&](bool choice, int low, int high, int otherLow, int otherHigh) {
-                add(choice ? random.between(low, high) : random.between(otherLow, otherHigh));
-            };
             const int along = line % 2 ? pointsPerLine - 1 - i : i;
             const int swing = i % 40;
             const std::int64_t x = along * 30 + random.between(-6, 6);
             const std::int64_t y = line * 1000 + std::abs(swing - 20) * 45 + random.between(-6, 6);
             const bool tree = ground(x, y) % 7 == 3 && random.chance(0.6);
-            addCoordinate(x);
-            addCoordinate(y);
-            addCoordinate(ground(x, y) + (tree ? random.between(300, 1500) : random.between(-4, 4)));
-            addBetween(tree, 20, 90, 110, 180);
+            const std::int64_t z = ground(x, y) + random.between(tree ? 300 : -4, tree ? 1500 : 4);
+            for (const std::int64_t step : {x, y, z})
+                add(static_cast<double>(step) * steps[next] + offsets[next]);
+            add(random.between(tree ? 20 : 110, tree ? 90 : 180));
             add(tree ? random.between(1, 3) : 1);
             add(tree ? 3 : 1);
             add(swing < 20);
@@ -70,9 +60,9 @@ MemoryPointSource::Columns flySurvey()
             add(std::abs(swing - 20) - 10);
             add(101 + line);
             add(245380.0 + line * 60 + i * 0x1p-10);
-            addBetween(tree, 40, 70, 120, 140);
-            addBetween(tree, 90, 140, 110, 130);
-            addBetween(tree, 30, 50, 80, 95);
+            add(random.between(tree ? 40 : 120, tree ? 70 : 140));
+            add(random.between(tree ? 90 : 110, tree ? 140 : 130));
+            add(random.between(tree ? 30 : 80, tree ? 50 : 95));
         }
     }
     return columns;
@@ -83,7 +73,6 @@ MemoryPointSource::Columns flySurvey()
 Bytes buildExampleSurvey()
 {
     const Scoped<MemoryPointSource> source = MemoryPointSource::make(makeLayout(), flySurvey());
-    const double steps[3] = {scale, scale, scale};
     source->setQuantization(steps, offsets);
     source->setWKT(
         "PROJCS[\"WGS 84 / UTM zone 13N\",GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,"
@@ -94,9 +83,6 @@ Bytes buildExampleSurvey()
     const char* const names[] = {"Created",        "Unclassified",      "Ground",
                                  "Low vegetation", "Medium vegetation", "High vegetation"};
     source->setClassIdNames(names, std::size(names));
-    const Scoped<ByteStore> store(ByteStore::create());
-    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-    writer->init(source.get(), store.get());
     // By default a file of so few points has few levels, subblocks and boxes; an example should have several.
     EncodeOptions options;
     options.numLevels = 6;
@@ -104,9 +90,7 @@ Bytes buildExampleSurvey()
     options.all.subblockSize = 256;
     // Times must not be deflated: those bytes depend on the version of zlib.
     options.byChannel[ChannelNames::gpsTime].transform = TransformType{11};
-    writer->setOptions(options);
-    writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
-    return store->bytes();
+    return packWith(*source, options);
 }
 
 } // namespace Quillmoran::Testing

@@ -118,12 +118,12 @@ std::vector<std::vector<T>> decompose(std::vector<T> samples, Lifting lifting, s
     return bands;
 }
 
-// Reconstructs the samples of the first `count` bands.
+// Reconstructs the samples of all bands.
 template <class T>
-std::vector<T> compose(const std::vector<std::vector<T>>& bands, Lifting lifting, std::size_t count)
+std::vector<T> compose(const std::vector<std::vector<T>>& bands, Lifting lifting)
 {
     std::vector<T> samples = bands[0];
-    for (std::size_t i = 1; i < count; ++i)
+    for (std::size_t i = 1; i < bands.size(); ++i)
         samples = inverseLevel(std::move(samples), bands[i], lifting);
     return samples;
 }

@@ -6,167 +6,126 @@
 #include <cstring>
 #include <stdexcept>
 #include <tuple>
+#include <utility>
 
 namespace Quillmoran::Testing {
 
 namespace {
 
-constexpr std::size_t formatBytes[] = {20, 28, 26, 34, 57, 63, 30, 36, 38, 59, 67};
-
-std::size_t headerBytes(int minor)
-{
-    return minor >= 4 ? 375 : minor == 3 ? 235 : 227;
-}
-
-bool hasTime(int format)
-{
-    return format == 1 || format >= 3;
-}
-
-bool hasColour(int format)
-{
-    return format == 2 || format == 3 || format == 5 || format == 7 || format == 8 || format == 10;
-}
-
-class In
+// The fields of a file, which the same functions read or write. Tests run on little-endian machines.
+class Stream
 {
 public:
-    In(const LASBytes& bytes, std::size_t at) : m_bytes(bytes), m_at(at) {}
+    Stream() = default;
+    Stream(const LASBytes& from, std::size_t at) : m_from(&from), m_at(at) {}
 
-    template <class T>
-    void operator()(T& value)
+    void raw(void* value, std::size_t size)
     {
-        need(sizeof(T));
-        std::memcpy(&value, m_bytes.data() + m_at, sizeof(T)); // tests run on little-endian machines
-        m_at += sizeof(T);
-    }
-    template <class T>
-    T get()
-    {
-        T value;
-        (*this)(value);
-        return value;
-    }
-    std::string text(std::size_t size)
-    {
-        need(size);
+        auto* const field = static_cast<std::uint8_t*>(value);
+        if (!m_from) {
+            bytes.insert(bytes.end(), field, field + size);
+            return;
+        }
+        if (m_at > m_from->size() || size > m_from->size() - m_at)
+            throw std::runtime_error("LAS file too short at " + std::to_string(m_at));
+        std::copy_n(m_from->data() + m_at, size, field);
         m_at += size;
-        return {reinterpret_cast<const char*>(m_bytes.data()) + m_at - size, size};
     }
-    std::size_t at() const { return m_at; }
+    template <class... T>
+    void operator()(T&... values)
+    {
+        (raw(&values, sizeof values), ...);
+    }
+    // Numbers of a few bits each, the lowest first, in one byte.
+    void bits(std::initializer_list<std::pair<std::uint8_t*, int>> fields)
+    {
+        int byte = 0, at = 0;
+        for (const auto& [field, width] : fields) {
+            byte |= *field << at;
+            at += width;
+        }
+        raw(&byte, 1);
+        byte &= 0xFF;
+        for (const auto& [field, width] : fields) {
+            *field = static_cast<std::uint8_t>(byte % (1 << width));
+            byte >>= width;
+        }
+    }
+
+    LASBytes bytes; // written
 
 private:
-    void need(std::size_t size) const
-    {
-        if (m_at > m_bytes.size() || size > m_bytes.size() - m_at)
-            throw std::runtime_error("LAS file too short at " + std::to_string(m_at));
-    }
-
-    const LASBytes& m_bytes;
-    std::size_t m_at;
+    const LASBytes* m_from = nullptr;
+    std::size_t m_at = 0;
 };
 
-class Out
+// Padded with NULs in the file.
+void text(Stream& stream, std::string& value, std::size_t size)
 {
-public:
-    template <class T>
-    void operator()(T value)
-    {
-        std::uint8_t raw[sizeof(T)];
-        std::memcpy(raw, &value, sizeof(T));
-        bytes.insert(bytes.end(), raw, raw + sizeof(T));
-    }
-    void text(const std::string& value, std::size_t size)
-    {
-        std::string padded = value;
-        padded.resize(size);
-        bytes.insert(bytes.end(), padded.begin(), padded.end());
-    }
-
-    LASBytes bytes;
-};
-
-std::string withoutPadding(const std::string& text)
-{
-    return text.substr(0, text.find('\0'));
+    value.resize(size);
+    stream.raw(value.data(), size);
+    value.resize(std::strlen(value.c_str()));
 }
 
-LASFileRecord readRecord(In& in, bool extended)
+void record(Stream& stream, LASFileRecord& value, bool isExtended)
 {
-    LASFileRecord record;
-    in(record.reserved);
-    record.userID = withoutPadding(in.text(16));
-    in(record.recordID);
-    const std::uint64_t length = extended ? in.get<std::uint64_t>() : in.get<std::uint16_t>();
-    record.description = withoutPadding(in.text(32));
-    const std::string value = in.text(length);
-    record.value.assign(value.begin(), value.end());
-    return record;
+    stream(value.reserved);
+    text(stream, value.userID, 16);
+    stream(value.recordID);
+    std::uint64_t size = value.value.size();
+    stream.raw(&size, isExtended ? 8 : 2);
+    text(stream, value.description, 32);
+    value.value.resize(size);
+    stream.raw(value.value.data(), size);
 }
 
-void writeRecord(Out& out, const LASFileRecord& record, bool extended)
+void point(Stream& stream, LASFilePoint& p, int format)
 {
-    out(record.reserved);
-    out.text(record.userID, 16);
-    out(record.recordID);
-    if (extended)
-        out(static_cast<std::uint64_t>(record.value.size()));
-    else
-        out(static_cast<std::uint16_t>(record.value.size()));
-    out.text(record.description, 32);
-    out.bytes.insert(out.bytes.end(), record.value.begin(), record.value.end());
-}
-
-LASFilePoint readPoint(In in, int format)
-{
-    LASFilePoint p;
-    in(p.x), in(p.y), in(p.z), in(p.intensity);
-    const auto returns = in.get<std::uint8_t>();
+    stream(p.x, p.y, p.z, p.intensity);
     if (format < 6) {
-        p.returnNum = returns % 8;
-        p.numReturns = returns / 8 % 8;
-        p.scanDir = returns / 64 % 2;
-        p.edge = returns / 128;
-        in(p.classId);
-        p.scanAngle = in.get<std::int8_t>();
-        in(p.userData), in(p.sourceId);
-        if (hasTime(format))
-            in(p.gpsTime);
+        stream.bits({{&p.returnNum, 3}, {&p.numReturns, 3}, {&p.scanDir, 1}, {&p.edge, 1}});
+        auto degrees = static_cast<std::int8_t>(p.scanAngle);
+        stream(p.classId, degrees, p.userData, p.sourceId);
+        p.scanAngle = degrees;
     } else {
-        p.returnNum = returns % 16;
-        p.numReturns = returns / 16;
-        const auto flags = in.get<std::uint8_t>();
-        p.classFlags = flags % 16;
-        p.scannerChannel = flags / 16 % 4;
-        p.scanDir = flags / 64 % 2;
-        p.edge = flags / 128;
-        in(p.classId), in(p.userData), in(p.scanAngle), in(p.sourceId), in(p.gpsTime);
+        stream.bits({{&p.returnNum, 4}, {&p.numReturns, 4}});
+        stream.bits({{&p.classFlags, 4}, {&p.scannerChannel, 2}, {&p.scanDir, 1}, {&p.edge, 1}});
+        stream(p.classId, p.userData, p.scanAngle, p.sourceId);
     }
-    if (hasColour(format))
-        in(p.red), in(p.green), in(p.blue);
+    if (LASFile::hasTime(format))
+        stream(p.gpsTime);
+    if (format == 2 || format == 3 || format == 5 || format == 7 || format == 8 || format == 10)
+        stream(p.red, p.green, p.blue);
     if (format == 8 || format == 10)
-        in(p.nearInfrared);
-    return p;
+        stream(p.nearInfrared);
 }
 
-void writePoint(Out& out, const LASFilePoint& p, int format)
+void header(Stream& stream, LASFile& file, std::uint64_t& extendedAt)
 {
-    const auto byte = [&out](int value) { out(static_cast<std::uint8_t>(value)); };
-    out(p.x), out(p.y), out(p.z), out(p.intensity);
-    if (format < 6) {
-        byte(p.returnNum + 8 * p.numReturns + 64 * p.scanDir + 128 * p.edge);
-        out(p.classId), byte(p.scanAngle), out(p.userData), out(p.sourceId);
-        if (hasTime(format))
-            out(p.gpsTime);
-    } else {
-        byte(p.returnNum + 16 * p.numReturns);
-        byte(p.classFlags + 16 * p.scannerChannel + 64 * p.scanDir + 128 * p.edge);
-        out(p.classId), out(p.userData), out(p.scanAngle), out(p.sourceId), out(p.gpsTime);
-    }
-    if (hasColour(format))
-        out(p.red), out(p.green), out(p.blue);
-    if (format == 8 || format == 10)
-        out(p.nearInfrared);
+    std::string signature = "LASF";
+    text(stream, signature, 4);
+    if (signature != "LASF")
+        throw std::runtime_error("no LAS file");
+    stream(file.fileSourceID, file.globalEncoding, file.guid1, file.guid2, file.guid3, file.guid4,
+           file.versionMajor, file.versionMinor);
+    text(stream, file.systemID, 32);
+    text(stream, file.software, 32);
+    auto numRecords = static_cast<std::uint32_t>(file.records.size());
+    auto markedFormat = static_cast<std::uint8_t>(file.format + (file.compressed ? 128 : 0));
+    stream(file.day, file.year, file.headerSize, file.pointDataOffset, numRecords, markedFormat,
+           file.recordLength, file.legacyCount, file.legacyByReturn, file.scale, file.offset);
+    file.records.resize(numRecords);
+    file.format = markedFormat % 64;
+    file.compressed = markedFormat >= 128;
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        stream(file.max[axis], file.min[axis]);
+    std::uint64_t waveforms = 0;
+    if (file.versionMinor >= 3)
+        stream(waveforms);
+    auto numExtended = static_cast<std::uint32_t>(file.extendedRecords.size());
+    if (file.versionMinor >= 4)
+        stream(extendedAt, numExtended, file.count, file.byReturn);
+    file.extendedRecords.resize(numExtended);
 }
 
 } // namespace
@@ -183,7 +142,13 @@ bool LASFilePoint::operator==(const LASFilePoint& other) const
 
 std::size_t LASFile::recordBytes(int format)
 {
-    return formatBytes[format];
+    constexpr std::size_t bytes[] = {20, 28, 26, 34, 57, 63, 30, 36, 38, 59, 67};
+    return bytes[format];
+}
+
+bool LASFile::hasTime(int format)
+{
+    return format == 1 || format >= 3;
 }
 
 LASFile LASFile::load(const std::string& path)
@@ -195,84 +160,50 @@ LASFile LASFile::load(const std::string& path)
 LASFile LASFile::parse(const LASBytes& bytes)
 {
     LASFile file;
-    In in(bytes, 0);
-    if (in.text(4) != "LASF")
-        throw std::runtime_error("no LAS file");
-    in(file.fileSourceID), in(file.globalEncoding), in(file.guid1), in(file.guid2), in(file.guid3),
-        in(file.guid4);
-    file.versionMajor = in.get<std::uint8_t>();
-    file.versionMinor = in.get<std::uint8_t>();
-    file.systemID = in.text(32);
-    file.software = in.text(32);
-    file.day = in.get<std::uint16_t>();
-    file.year = in.get<std::uint16_t>();
-    in(file.headerSize), in(file.pointDataOffset);
-    const auto numRecords = in.get<std::uint32_t>();
-    const auto markedFormat = in.get<std::uint8_t>();
-    file.format = markedFormat % 64;
-    file.compressed = markedFormat >= 128;
-    in(file.recordLength), in(file.legacyCount), in(file.legacyByReturn), in(file.scale), in(file.offset);
-    for (std::size_t axis = 0; axis < 3; ++axis)
-        in(file.max[axis]), in(file.min[axis]);
+    Stream in(bytes, 0);
     std::uint64_t extendedAt = 0;
-    std::uint32_t numExtended = 0;
-    if (file.versionMinor >= 3)
-        in.get<std::uint64_t>();
-    if (file.versionMinor >= 4)
-        in(extendedAt), in(numExtended), in(file.count), in(file.byReturn);
-    In records(bytes, file.headerSize);
-    for (std::uint32_t i = 0; i < numRecords; ++i)
-        file.records.push_back(readRecord(records, false));
-    In extended(bytes, extendedAt);
-    for (std::uint32_t i = 0; i < numExtended; ++i)
-        file.extendedRecords.push_back(readRecord(extended, true));
-    const std::uint64_t count = file.count != 0 ? file.count : file.legacyCount;
-    for (std::uint64_t i = 0; i < count && !file.compressed; ++i)
-        file.points.push_back(
-            readPoint(In(bytes, file.pointDataOffset + i * file.recordLength), file.format));
+    header(in, file, extendedAt);
+    Stream records(bytes, file.headerSize), extended(bytes, extendedAt);
+    for (LASFileRecord& each : file.records)
+        record(records, each, false);
+    for (LASFileRecord& each : file.extendedRecords)
+        record(extended, each, true);
     if (file.versionMinor < 4) {
         file.count = file.legacyCount;
         std::copy(file.legacyByReturn.begin(), file.legacyByReturn.end(), file.byReturn.begin());
+    }
+    const std::uint64_t count = file.count != 0 ? file.count : file.legacyCount;
+    for (std::uint64_t i = 0; i < count && !file.compressed; ++i) {
+        Stream fields(bytes, file.pointDataOffset + i * file.recordLength);
+        point(fields, file.points.emplace_back(), file.format);
     }
     return file;
 }
 
 LASBytes LASFile::build() const
 {
-    Out body;
-    for (const LASFileRecord& record : records)
-        writeRecord(body, record, false);
-    const auto size = headerSize != 0 ? headerSize : static_cast<std::uint16_t>(headerBytes(versionMinor));
-    const auto begin =
-        pointDataOffset != 0 ? pointDataOffset : static_cast<std::uint32_t>(size + body.bytes.size());
-    const auto length = recordLength != 0 ? recordLength : static_cast<std::uint16_t>(recordBytes(format));
-    body.bytes.resize(begin - size, 0xEE);
-    for (const LASFilePoint& point : points) {
-        const std::size_t end = body.bytes.size() + length;
-        writePoint(body, point, format);
+    LASFile file = *this;
+    Stream out, body;
+    for (LASFileRecord& each : file.records)
+        record(body, each, false);
+    if (headerSize == 0)
+        file.headerSize = versionMinor >= 4 ? 375 : versionMinor == 3 ? 235 : 227;
+    if (pointDataOffset == 0)
+        file.pointDataOffset = static_cast<std::uint32_t>(file.headerSize + body.bytes.size());
+    if (recordLength == 0)
+        file.recordLength = static_cast<std::uint16_t>(recordBytes(format));
+    body.bytes.resize(file.pointDataOffset - file.headerSize, 0xEE);
+    for (LASFilePoint& each : file.points) {
+        const std::size_t end = body.bytes.size() + file.recordLength;
+        point(body, each, format);
         body.bytes.resize(end, 0xDD); // extra bytes and wave packets
     }
-    const std::uint64_t extendedAt = extendedRecords.empty() ? 0 : size + body.bytes.size();
-    for (const LASFileRecord& record : extendedRecords)
-        writeRecord(body, record, true);
-
-    Out out;
-    out.text("LASF", 4);
-    out(fileSourceID), out(globalEncoding), out(guid1), out(guid2), out(guid3), out(guid4);
-    out(static_cast<std::uint8_t>(versionMajor)), out(static_cast<std::uint8_t>(versionMinor));
-    out.text(systemID, 32), out.text(software, 32);
-    out(static_cast<std::uint16_t>(day)), out(static_cast<std::uint16_t>(year));
-    out(size), out(begin), out(static_cast<std::uint32_t>(records.size()));
-    out(static_cast<std::uint8_t>(format + (compressed ? 128 : 0))), out(length), out(legacyCount);
-    out(legacyByReturn), out(scale), out(offset);
-    for (std::size_t axis = 0; axis < 3; ++axis)
-        out(max[axis]), out(min[axis]);
-    if (versionMinor >= 3)
-        out(std::uint64_t{0});
-    if (versionMinor >= 4)
-        out(extendedAt), out(static_cast<std::uint32_t>(extendedRecords.size())), out(count), out(byReturn);
-    out.bytes.resize(size, 0xCC); // the additional bytes of a longer header
-    out.bytes.insert(out.bytes.end(), body.bytes.begin(), body.bytes.end());
+    std::uint64_t extendedAt = extendedRecords.empty() ? 0 : file.headerSize + body.bytes.size();
+    for (LASFileRecord& each : file.extendedRecords)
+        record(body, each, true);
+    header(out, file, extendedAt);
+    out.bytes.resize(file.headerSize, 0xCC); // the additional bytes of a longer header
+    out.raw(body.bytes.data(), body.bytes.size());
     return out.bytes;
 }
 
@@ -280,24 +211,20 @@ void LASFile::describePoints()
 {
     count = points.size();
     legacyCount = static_cast<std::uint32_t>(points.size());
-    legacyByReturn = {};
     byReturn = {};
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        min[axis] = 1e300;
-        max[axis] = -1e300;
-    }
-    for (const LASFilePoint& point : points) {
-        if (point.returnNum >= 1)
-            ++byReturn[point.returnNum - 1u];
-        const std::int32_t steps[] = {point.x, point.y, point.z};
+    min.fill(1e300);
+    max.fill(-1e300);
+    for (const LASFilePoint& each : points) {
+        if (each.returnNum >= 1)
+            ++byReturn[each.returnNum - 1u];
+        const std::int32_t steps[] = {each.x, each.y, each.z};
         for (std::size_t axis = 0; axis < 3; ++axis) {
             const double value = steps[axis] * scale[axis] + offset[axis];
             min[axis] = std::min(min[axis], value);
             max[axis] = std::max(max[axis], value);
         }
     }
-    for (std::size_t i = 0; i < 5; ++i)
-        legacyByReturn[i] = static_cast<std::uint32_t>(byReturn[i]);
+    std::copy_n(byReturn.begin(), legacyByReturn.size(), legacyByReturn.begin());
 }
 
 } // namespace Quillmoran::Testing

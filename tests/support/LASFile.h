@@ -33,7 +33,7 @@ struct LASFilePoint
     double gpsTime = 0;
     std::uint16_t red = 0, green = 0, blue = 0, nearInfrared = 0;
 
-    bool operator==(const LASFilePoint& other) const;
+    bool operator==(const LASFilePoint& other) const; // of times their bits
 };
 
 struct LASFile
@@ -42,9 +42,9 @@ struct LASFile
     std::uint32_t guid1 = 0;
     std::uint16_t guid2 = 0, guid3 = 0;
     std::array<std::uint8_t, 8> guid4{};
-    int versionMajor = 1, versionMinor = 2;
-    std::string systemID, software; // with the NULs that pad them to 32 bytes
-    int day = 0, year = 0;
+    std::uint8_t versionMajor = 1, versionMinor = 2;
+    std::string systemID, software;
+    std::uint16_t day = 0, year = 0;
     std::uint16_t headerSize = 0;      // 0: the version's own
     std::uint32_t pointDataOffset = 0; // 0: after the VLRs
     int format = 0;
@@ -59,6 +59,7 @@ struct LASFile
     std::vector<LASFilePoint> points; // empty for a compressed file
 
     static std::size_t recordBytes(int format);
+    static bool hasTime(int format);
 
     // Throws std::runtime_error if the file is incomplete.
     static LASFile parse(const LASBytes& bytes);

@@ -24,17 +24,24 @@ public:
     {
         Scoped<MemoryPointSource> source(new MemoryPointSource(layout, columns.front().size()));
         for (std::size_t i = 0; i < columns.size(); ++i)
-            source->fill(source->m_channels[i], columns[i]);
+            visitDataType(layout.getChannel(i).getDataType(), [&](auto zero) {
+                std::transform(columns[i].begin(), columns[i].end(),
+                               static_cast<decltype(zero)*>(source->m_channels[i].getData()),
+                               [](double value) { return static_cast<decltype(zero)>(value); });
+            });
         Bounds bounds;
-        source->grow(bounds.x, ChannelNames::x);
-        source->grow(bounds.y, ChannelNames::y);
-        source->grow(bounds.z, ChannelNames::z);
+        Bounds::Range* const ranges[] = {&bounds.x, &bounds.y, &bounds.z};
+        for (int axis = 0; axis < 3; ++axis) {
+            const ChannelData* channel = source->find(axes[axis]);
+            for (std::size_t i = 0; channel && channel->getDataType() == FLOAT64 && i < source->m_count; ++i)
+                ranges[axis]->grow(static_cast<const double*>(channel->getData())[i]);
+        }
         source->setBounds(bounds);
         return source;
     }
 
     // For tests that need values that are no doubles, a scale, an unknown count, metadata.
-    ChannelData& column(const char* name) { return *find(name); }
+    ChannelData& column(const char* name) { return const_cast<ChannelData&>(*find(name)); }
     using PointReader::setBounds;
     using PointReader::setClassIdNames;
     using PointReader::setNumPoints;
@@ -62,9 +69,8 @@ private:
             : m_source(Scoped<const MemoryPointSource>::retained(&source))
         {
             init(bounds, fraction, layout, delegate);
-            const char* const names[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
             for (int axis = 0; axis < 3; ++axis)
-                m_coordinates[axis] = static_cast<const double*>(source.find(names[axis])->getData());
+                m_coordinates[axis] = static_cast<const double*>(source.find(axes[axis])->getData());
             for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
                 const ChannelData* channel = source.find(layout.getChannel(i).getName());
                 if (!channel)
@@ -96,6 +102,8 @@ private:
         std::size_t m_next = 0;
     };
 
+    static constexpr const char* axes[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
+
     MemoryPointSource(const PointInfo& layout, std::size_t count)
         : m_count(count), m_channels(layout.getNumChannels())
     {
@@ -107,28 +115,10 @@ private:
 
     const ChannelData* find(const char* name) const
     {
-        const auto found = std::find_if(m_channels.begin(), m_channels.end(),
-                                        [name](const ChannelData& channel) { return channel.isNamed(name); });
-        return found == m_channels.end() ? nullptr : &*found;
-    }
-    ChannelData* find(const char* name) { return const_cast<ChannelData*>(std::as_const(*this).find(name)); }
-
-    static void fill(ChannelData& channel, const std::vector<double>& values)
-    {
-        visitDataType(channel.getDataType(), [&](auto zero) {
-            using T = decltype(zero);
-            std::transform(values.begin(), values.end(), static_cast<T*>(channel.getData()),
-                           [](double value) { return static_cast<T>(value); });
-        });
-    }
-
-    void grow(Bounds::Range& range, const char* name) const
-    {
-        const ChannelData* channel = find(name);
-        if (!channel || channel->getDataType() != FLOAT64)
-            return;
-        for (std::size_t i = 0; i < m_count; ++i)
-            range.grow(static_cast<const double*>(channel->getData())[i]);
+        for (const ChannelData& channel : m_channels)
+            if (channel.isNamed(name))
+                return &channel;
+        return nullptr;
     }
 
     std::size_t m_count;

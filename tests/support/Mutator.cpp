@@ -1,7 +1,6 @@
 #include "support/Mutator.h"
 
 #include <cstring>
-#include <map>
 
 namespace Quillmoran::Testing {
 
@@ -15,16 +14,14 @@ constexpr std::size_t bandField = 3;
 constexpr std::size_t rangesField = 5;
 constexpr std::size_t fixedBandBytes = 21;
 
-template <class T>
-void put(Bytes& bytes, std::size_t at, T value)
-{
-    if (at + sizeof(T) <= bytes.size())
-        storeBigEndian(bytes.data() + at, value);
-}
-
 std::ptrdiff_t signedOf(std::size_t value)
 {
     return static_cast<std::ptrdiff_t>(value);
+}
+
+void insert(Bytes& bytes, std::size_t at, const Bytes& range)
+{
+    bytes.insert(bytes.begin() + signedOf(at), range.begin(), range.end());
 }
 
 // Limits of types and of fields, and the codes of transforms.
@@ -69,21 +66,17 @@ void changeBytes(Bytes& bytes, Random& random)
     case 2:
         changeNumber(bytes, anywhere(), random);
         break;
-    default:
-        std::ptrdiff_t cuts[] = {signedOf(anywhere()), signedOf(anywhere()), signedOf(anywhere())};
+    default: // remove, repeat or move a range
+        std::size_t cuts[] = {anywhere(), anywhere(), anywhere()};
         std::sort(std::begin(cuts), std::end(cuts));
-        const auto first = bytes.begin() + cuts[0], middle = bytes.begin() + cuts[1];
-        const Bytes range(first, middle);
-        switch (random.below(3)) {
-        case 0:
+        const auto first = bytes.begin() + signedOf(cuts[0]), middle = bytes.begin() + signedOf(cuts[1]);
+        const std::uint64_t kind = random.below(3);
+        if (kind == 0)
             bytes.erase(first, middle);
-            break;
-        case 1:
-            bytes.insert(bytes.begin() + cuts[2], range.begin(), range.end());
-            break;
-        default:
-            std::rotate(first, middle, bytes.begin() + cuts[2]);
-        }
+        else if (kind == 1)
+            insert(bytes, cuts[2], Bytes(first, middle));
+        else
+            std::rotate(first, middle, bytes.begin() + signedOf(cuts[2]));
     }
 }
 
@@ -99,25 +92,6 @@ Bytes Mutator::mutate(Bytes bytes)
             changeChunks();
     }
     return hasChunks ? m_file.toBytes() : bytes;
-}
-
-Bytes Mutator::mix(const Bytes& bytes, const Bytes& other)
-{
-    m_file = VX7Chunks::parse(bytes);
-    const VX7Chunks theirs = VX7Chunks::parse(other);
-    for (Chunk& chunk : m_file.chunks) {
-        if (theirs.chunks.empty() || !m_random.chance(0.3))
-            continue;
-        const Chunk& another = theirs.chunks[m_random.below(theirs.chunks.size())];
-        if (another.id != chunk.id)
-            continue;
-        Bytes payload = another.payload;
-        // A band keeps its place in the order.
-        if (chunk.id == CHUNK_SUBBAND && std::min(payload.size(), chunk.payload.size()) >= rangesField)
-            std::copy_n(chunk.payload.begin() + 1, rangesField - 1, payload.begin() + 1);
-        chunk.payload = std::move(payload);
-    }
-    return m_file.toBytes();
 }
 
 void Mutator::changeChunks()
@@ -138,8 +112,8 @@ void Mutator::changeChunks()
                          m_random);
         break;
     case 4:
-        if (header)
-            changeLevels(header->payload);
+        if (header && header->payload.size() > fixedHeaderBytes)
+            changeLevels(header->payload.data() + levelField);
         break;
     case 5:
         shuffleChunks();
@@ -149,38 +123,24 @@ void Mutator::changeChunks()
     }
 }
 
-void Mutator::changeRest(Bytes& bytes, std::size_t begin)
-{
-    begin = std::min(begin, bytes.size());
-    Bytes rest(bytes.begin() + signedOf(begin), bytes.end());
-    m_changer(rest, m_random);
-    bytes.resize(begin);
-    bytes.insert(bytes.end(), rest.begin(), rest.end());
-}
-
 // Every channel gets the number of bands that the header announces: copies of its last one, or fewer.
-void Mutator::changeLevels(Bytes& header)
+void Mutator::changeLevels(std::uint8_t* lastLevel)
 {
-    const auto levels = static_cast<std::uint16_t>(1 + m_random.below(m_random.chance(0.1) ? 80 : 8));
-    put(header, levelField, static_cast<std::uint16_t>(levels - 1));
-    const auto isBand = [](const Chunk& chunk) {
-        return chunk.id == CHUNK_SUBBAND && chunk.payload.size() >= rangesField;
-    };
-    std::vector<Chunk>& chunks = m_file.chunks;
-    const auto place = std::find_if(chunks.begin(), chunks.end(), isBand) - chunks.begin();
-    std::map<std::uint16_t, std::vector<Chunk>> channels;
-    for (const Chunk& chunk : chunks)
-        if (isBand(chunk))
-            channels[loadBigEndian<std::uint16_t>(chunk.payload.data() + 1)].push_back(chunk);
-    chunks.erase(std::remove_if(chunks.begin(), chunks.end(), isBand), chunks.end());
-    std::vector<Chunk> regular;
-    for (const auto& [channel, bands] : channels) {
-        for (std::uint16_t level = 0; level < levels; ++level) {
-            regular.push_back(bands[std::min<std::size_t>(level, bands.size() - 1)]);
-            put(regular.back().payload, bandField, level);
+    const auto before = loadBigEndian<std::uint16_t>(lastLevel);
+    const auto after = static_cast<std::uint16_t>(m_random.below(m_random.chance(0.1) ? 80 : 8));
+    storeBigEndian(lastLevel, after);
+    std::vector<Chunk> chunks;
+    for (const Chunk& chunk : m_file.chunks) {
+        const bool isBand = chunk.id == CHUNK_SUBBAND && chunk.payload.size() >= rangesField;
+        const int level = isBand ? loadBigEndian<std::uint16_t>(chunk.payload.data() + bandField) : -1;
+        if (level <= after)
+            chunks.push_back(chunk);
+        for (int next = level + 1; level == before && next <= after; ++next) {
+            chunks.push_back(chunk);
+            storeBigEndian(chunks.back().payload.data() + bandField, static_cast<std::uint16_t>(next));
         }
     }
-    chunks.insert(chunks.begin() + place, regular.begin(), regular.end());
+    m_file.chunks = std::move(chunks);
 }
 
 void Mutator::shuffleChunks()
@@ -199,38 +159,36 @@ void Mutator::shuffleChunks()
     }
 }
 
+// Changes what follows the fields: of bands since version 2, a byte range whose length is then made to agree.
 void Mutator::changeBand(Chunk& chunk)
 {
     Bytes& payload = chunk.payload;
-    if (chunk.id != CHUNK_SUBBAND || payload.size() < fixedBandBytes || payload[0] == 1) {
-        changeRest(payload, chunk.id == CHUNK_SUBBAND ? rangesField : 1);
-        return;
-    }
+    const bool isBand = chunk.id == CHUNK_SUBBAND;
+    const bool hasRanges = isBand && payload.size() >= fixedBandBytes && payload[0] != 1;
+    const std::size_t fixed = hasRanges ? fixedBandBytes : isBand ? rangesField : 1;
+    const auto begin = payload.begin() + signedOf(std::min(fixed, payload.size()));
     // The data come first, then the headers.
-    const auto stored = loadBigEndian<std::uint64_t>(payload.data() + rangesField);
-    const auto begin = payload.begin() + fixedBandBytes;
-    const auto middle = begin + signedOf(std::min<std::uint64_t>(stored, payload.size() - fixedBandBytes));
+    const auto stored = hasRanges ? loadBigEndian<std::uint64_t>(payload.data() + rangesField) : UINT64_MAX;
+    const auto rest = static_cast<std::size_t>(payload.end() - begin);
+    const auto middle = begin + signedOf(std::min<std::uint64_t>(stored, rest));
     Bytes data(begin, middle), headers(middle, payload.end());
-    switch (m_random.below(5)) {
-    case 0:
+    const std::uint64_t kind = hasRanges ? m_random.below(5) : 4;
+    if (kind == 0)
         m_changer(headers, m_random);
-        break;
-    case 1: // a run of zeros
-        if (headers.size() >= 2)
-            put(headers, m_random.below(headers.size() - 1),
-                static_cast<std::uint16_t>(2048 + m_random.below(300)));
-        break;
-    case 2:
+    else if (kind == 1 && headers.size() >= 2) // a run of zeros
+        storeBigEndian(headers.data() + m_random.below(headers.size() - 1),
+                       static_cast<std::uint16_t>(2048 + m_random.below(300)));
+    else if (kind == 2)
         std::swap(headers, data);
-        break;
-    default:
+    else
         m_changer(data, m_random);
+    payload.erase(begin, payload.end());
+    if (hasRanges) {
+        storeBigEndian<std::uint64_t>(payload.data() + rangesField, data.size());
+        storeBigEndian<std::uint64_t>(payload.data() + rangesField + 8, headers.size());
     }
-    payload.resize(fixedBandBytes);
-    put<std::uint64_t>(payload, rangesField, data.size());
-    put<std::uint64_t>(payload, rangesField + 8, headers.size());
-    payload.insert(payload.end(), data.begin(), data.end());
-    payload.insert(payload.end(), headers.begin(), headers.end());
+    insert(payload, payload.size(), data);
+    insert(payload, payload.size(), headers);
 }
 
 } // namespace Quillmoran::Testing

@@ -25,18 +25,14 @@ public:
 
     // Returns the file with one to three changes.
     Bytes mutate(Bytes bytes);
-    // Returns a compressed file with some payloads of another one.
-    Bytes mix(const Bytes& bytes, const Bytes& other);
 
 private:
     using Chunk = VX7Chunks::Chunk;
 
     void changeChunks();
-    void changeLevels(Bytes& header);
+    void changeLevels(std::uint8_t* lastLevel); // the field of the header
     void shuffleChunks();
     void changeBand(Chunk& chunk);
-    // Damages the bytes from `begin` on.
-    void changeRest(Bytes& bytes, std::size_t begin);
     Chunk& pick() { return m_file.chunks[m_random.below(m_file.chunks.size())]; }
 
     VX7Chunks m_file;

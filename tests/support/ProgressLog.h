@@ -20,7 +20,7 @@ struct ProgressLog final : ProgressDelegate
         if (activities.empty() || activities.back() != message)
             activities.emplace_back(message);
     }
-    bool getCancelled() override { return isCancelled || queriesLeft-- <= 0; }
+    bool getCancelled() override { return queriesLeft-- <= 0; }
     void displayWarning(const char* text) override { warnings.emplace_back(text); }
 
     double last() const { return fractions.empty() ? 0 : fractions.back(); }
@@ -29,7 +29,6 @@ struct ProgressLog final : ProgressDelegate
     std::vector<std::string> activities; // each change of the message
     std::vector<std::string> warnings;
     int queriesLeft;
-    bool isCancelled = false; // cancels at the next query
 };
 
 } // namespace Quillmoran::Testing

@@ -5,6 +5,7 @@
 #include "support/Layouts.h"
 #include "support/MemoryPointSource.h"
 #include "support/Random.h"
+#include <vxunpack/VX7PointWriter.h>
 
 #include <cstring>
 #include <limits>
@@ -75,6 +76,29 @@ inline Scoped<MemoryPointSource> makeRandomCloud(Random& random, std::size_t cou
     }
     source->setBounds(bounds);
     return source;
+}
+
+// All options of the writer. A channel that does not support the transform gets another one.
+inline EncodeOptions randomOptions(Random& random)
+{
+    constexpr std::uint8_t transforms[] = {1, 3, 10, 11, 13, 61, 63, 70, 71, 73, 81, 83, 90, 91, 93};
+    EncodeOptions options;
+    options.versions.file = static_cast<std::uint8_t>(random.between(1, 4));
+    options.versions.header = static_cast<std::uint8_t>(random.between(1, 2));
+    options.versions.index = static_cast<std::uint8_t>(random.between(1, 2));
+    options.versions.band = static_cast<std::uint8_t>(random.between(1, 3));
+    if (random.chance(0.5))
+        options.all.transform = transforms[random.below(std::size(transforms))];
+    options.all.smooth = random.chance(0.5);
+    if (random.chance(0.5))
+        options.all.subblockSize = static_cast<std::uint32_t>(random.between(16, 315));
+    if (random.chance(0.5))
+        options.numLevels = static_cast<std::uint32_t>(random.between(1, 12));
+    if (random.chance(0.5))
+        options.pointsPerEntry = static_cast<std::uint32_t>(random.between(1, 200));
+    if (random.chance(0.5))
+        options.rawPlanes = static_cast<int>(random.below(8));
+    return options;
 }
 
 } // namespace Quillmoran::Testing

@@ -4,6 +4,7 @@
 #include "support/ByteStore.h"
 #include "support/SubblockEncoder.h"
 #include <vxunpack/VX7PointReader.h>
+#include <vxunpack/VX7PointWriter.h>
 
 #include <cstddef>
 #include <cstring>
@@ -17,6 +18,24 @@ inline Scoped<VX7PointReader> openFile(const Bytes& bytes)
     Scoped<VX7PointReader> reader(VX7PointReader::create());
     reader->init(store.get());
     return reader;
+}
+
+struct Query
+{
+    Bounds bounds = Bounds::Huge();
+    double fraction = 1.0;
+};
+
+// A compressed file of the points of a query.
+inline Bytes packWith(PointSource& source, const EncodeOptions& options = {}, const Query& query = {},
+                      ProgressDelegate* delegate = nullptr)
+{
+    const auto store = ByteStore::make();
+    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
+    writer->init(&source, store.get());
+    writer->setOptions(options);
+    writer->write(query.bounds, query.fraction, source.getPointInfo(), delegate);
+    return store->bytes();
 }
 
 // All points of a query, as the bytes of each channel.

@@ -55,16 +55,14 @@ private:
     double m_fraction = 0;
 };
 
-// All points of a query, one row of samples per point.
-inline std::vector<std::vector<double>> readRows(const PointSource& source, const PointInfo& layout,
-                                                 const Bounds& bounds = Bounds::Huge(), double fraction = 1,
+// The points that are left, one row of samples per point.
+inline std::vector<std::vector<double>> readRows(PointIterator& iterator, const PointInfo& layout,
                                                  std::size_t blockPoints = 7)
 {
-    const Scoped<PointIterator> iterator(source.createIterator(bounds, fraction, layout, nullptr));
     PointData block;
     block.init(layout, blockPoints);
     std::vector<std::vector<double>> rows;
-    while (const std::size_t count = iterator->getNextPoints(block)) {
+    while (const std::size_t count = iterator.getNextPoints(block)) {
         const std::size_t first = rows.size();
         rows.resize(first + count);
         for (std::size_t c = 0; c < layout.getNumChannels(); ++c) {
@@ -77,6 +75,16 @@ inline std::vector<std::vector<double>> readRows(const PointSource& source, cons
         }
     }
     return rows;
+}
+
+// All points of a query.
+inline std::vector<std::vector<double>> readRows(const PointSource& source, const PointInfo& layout,
+                                                 const Bounds& bounds = Bounds::Huge(), double fraction = 1,
+                                                 std::size_t blockPoints = 7,
+                                                 ProgressDelegate* delegate = nullptr)
+{
+    const Scoped<PointIterator> iterator(source.createIterator(bounds, fraction, layout, delegate));
+    return readRows(*iterator, layout, blockPoints);
 }
 
 } // namespace Quillmoran::Testing

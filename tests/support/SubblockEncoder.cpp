@@ -3,19 +3,8 @@
 #include "encode/bands/SubbandWriter.h"
 #include "platform/Stream.h"
 #include "support/ByteStore.h"
-#include "support/Kernels.h"
 
 namespace Quillmoran::Testing {
-
-Bytes bytesOf(const SpillStream& stream)
-{
-    const Scoped<ByteStore> store(ByteStore::create());
-    StreamWriter out;
-    out.init(store.get(), true, 4096);
-    stream.copyTo(out);
-    out.close(true);
-    return store->bytes();
-}
 
 template <class T>
 EncodedBand encodeBand(const std::vector<T>& samples, const BandOptions& options, bool interleaved)
@@ -30,7 +19,8 @@ EncodedBand encodeBand(const std::vector<T>& samples, const BandOptions& options
     for (std::size_t i = 0; i < band.numPending(); ++i)
         band.getPending(i).encode(*coder);
     band.commit();
-    return {bytesOf(band.headers()), bytesOf(band.data())};
+    return {writtenBytes([&](StreamWriter& out) { band.headers().copyTo(out); }),
+            writtenBytes([&](StreamWriter& out) { band.data().copyTo(out); })};
 }
 
 template EncodedBand encodeBand(const std::vector<std::int16_t>&, const BandOptions&, bool);

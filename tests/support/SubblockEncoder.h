@@ -2,12 +2,12 @@
 #pragma once
 
 #include "common/coders/TransformUtils.h"
-#include "encode/bands/SpillStream.h"
 #include <vxunpack/DataType.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace Quillmoran::Testing {
@@ -29,9 +29,16 @@ struct EncodedBand
     Bytes data;
 };
 
-Bytes bytesOf(const SpillStream& stream);
+// The kernel type of samples.
+template <class T>
+constexpr DataType kernelOf = std::is_same_v<T, std::int16_t>   ? SINT16
+                              : std::is_same_v<T, std::int32_t> ? SINT32
+                              : std::is_same_v<T, std::int64_t> ? SINT64
+                              : std::is_same_v<T, float>        ? FLOAT32
+                              : std::is_same_v<T, double>       ? FLOAT64
+                                                                : INVALID;
 
-// T is a kernel type: int16, int32 or int64 for the integer coders, float or double for deflate.
+// int16, int32 or int64 for the integer coders, float or double for deflate.
 template <class T>
 EncodedBand encodeBand(const std::vector<T>& samples, const BandOptions& options, bool interleaved);
 

@@ -32,6 +32,9 @@
 
 namespace Quillmoran::Testing {
 
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+
 using Numbers = std::vector<double>;
 using Strings = std::vector<std::string>;
 

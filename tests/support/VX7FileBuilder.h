@@ -24,8 +24,8 @@ struct ChannelPlan
     std::uint32_t subblockSize = 64;
     double offset = 0;
     double scale = 0;
-    std::vector<std::int64_t> integers; // kernel samples of an integer transform
-    std::vector<double> reals;          // of a floating-point transform
+    std::vector<std::int64_t> integers = {}; // kernel samples of an integer transform
+    std::vector<double> reals = {};          // of a floating-point transform
     int rawPlanes = 0;
 };
 
@@ -51,12 +51,21 @@ struct FilePlan
 };
 
 // A quantized coordinate, or another floating-point channel stored as integers.
-ChannelPlan quantizedChannel(const std::string& name, std::vector<std::int64_t> steps, double offset,
-                             double scale, TransformType transform = 1);
-ChannelPlan integerChannel(const std::string& name, DataType type, std::vector<std::int64_t> values,
-                           TransformType transform = 1);
-ChannelPlan deflatedChannel(const std::string& name, DataType type, std::vector<double> values,
-                            TransformType transform = 70);
+inline ChannelPlan quantizedChannel(const std::string& name, std::vector<std::int64_t> steps, double offset,
+                                    double scale, TransformType transform = 1)
+{
+    return {name, FLOAT64, transform, 64, offset, scale, std::move(steps)};
+}
+inline ChannelPlan integerChannel(const std::string& name, DataType type, std::vector<std::int64_t> values,
+                                  TransformType transform = 1)
+{
+    return {name, type, transform, 64, 0, 0, std::move(values)};
+}
+inline ChannelPlan deflatedChannel(const std::string& name, DataType type, std::vector<double> values,
+                                   TransformType transform = 70)
+{
+    return {name, type, transform, 64, 0, 0, {}, std::move(values)};
+}
 // The fraction, exponent and sign of a FLOAT64 or FLOAT32 channel.
 std::vector<ChannelPlan> splitChannel(const std::string& name, DataType type,
                                       const std::vector<double>& values, TransformType transform = 10);

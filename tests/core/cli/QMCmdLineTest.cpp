@@ -2,31 +2,9 @@
 
 #include "support/Test.h"
 
-#include <new>
-
 namespace Quillmoran::Testing { namespace {
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr int noExit = -1;
-using Words = std::vector<std::string>;
-
-struct Exit
-{
-    int status;
-};
-
-[[noreturn]] void throwExit(int status)
-{
-    throw Exit{status};
-}
-
-// The statuses of handlers that return.
-std::vector<int> recordedExits;
-
-void recordExit(int status)
-{
-    recordedExits.push_back(status);
-}
 
 struct Outcome
 {
@@ -38,13 +16,12 @@ struct Outcome
 Outcome capture(const std::function<void()>& body)
 {
     Outcome outcome;
-    recordedExits.clear();
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     try {
         body();
-    } catch (const Exit& exit) {
-        outcome.status = exit.status;
+    } catch (int status) {
+        outcome.status = status;
     }
     outcome.out = testing::internal::GetCapturedStdout();
     outcome.err = testing::internal::GetCapturedStderr();
@@ -56,19 +33,14 @@ std::string usageError(const std::string& message)
     return "tool usage error: " + message + "\nUse -h or -help for list of options.\n\n";
 }
 
-std::string configError(const std::string& message)
-{
-    return "tool QMCmdLine configuration error: " + message + "\n";
-}
-
 struct Tool : QMCmdLine
 {
     explicit Tool(bool standardOptions = false) : QMCmdLine("tool", "Short.", "Long.", standardOptions)
     {
-        setExitHandler(throwExit);
+        setExitHandler([](int status) { throw status; });
     }
 
-    Outcome run(const Words& arguments)
+    Outcome run(const Strings& arguments)
     {
         words = arguments;
         argv = {"program"};
@@ -80,10 +52,10 @@ struct Tool : QMCmdLine
     Outcome run(const std::string& line)
     {
         std::istringstream in(line);
-        return run(Words(std::istream_iterator<std::string>(in), {}));
+        return run(Strings(std::istream_iterator<std::string>(in), {}));
     }
 
-    Words words;
+    Strings words;
     std::vector<const char*> argv;
 };
 
@@ -126,13 +98,11 @@ TEST(QMCmdLine, AnswersTheStandardOptions)
         Shapes tool(true);
         tool.setVersionString("seven");
         const Outcome outcome = tool.run(line);
-        EXPECT_EQ(outcome.status, 0);
-        EXPECT_EQ(outcome.err, "");
+        EXPECT_EQ(std::to_string(outcome.status) + outcome.err, "0");
         EXPECT_EQ(outcome.out.substr(0, out.size()), out);
         EXPECT_EQ(outcome.out.size() > out.size(), out.find("Long") != out.npos || out.empty());
     }
     Tool tool(true);
-    EXPECT_EQ(tool.run("-v").out, "(no version info)\n");
     tool.setVersionNumbers(1, 2, 3);
     const std::string out = tool.run("-v").out;
     EXPECT_EQ(out.rfind("Version 1.2.3.4709.", 0), 0u) << out;
@@ -160,14 +130,13 @@ TEST(QMCmdLine, FindsValuesByEitherName)
     EXPECT_EQ(tool.getUint("u"), 12u) << "a later occurrence replaces the value";
     std::size_t count = 0;
     const double* point = tool.getFloatArray("point", count);
-    EXPECT_EQ(std::vector<double>(point, point + count), (std::vector<double>{-infinity, infinity}));
+    EXPECT_EQ(Numbers(point, point + count), (Numbers{-infinity, infinity}));
     const int* numbers = tool.getSintArray("n", count);
     EXPECT_EQ(std::vector<int>(numbers, numbers + count), (std::vector<int>{-7, 8}));
     const char* const* files = tool.getStringArray("files", count);
-    EXPECT_EQ(Words(files, files + count), (Words{"a", "-f", "b"})) << "all arguments from the first on";
-    EXPECT_FALSE(tool.getFlag("f"));
+    EXPECT_EQ(Strings(files, files + count), (Strings{"a", "-f", "b"})) << "all arguments from the first on";
     EXPECT_TRUE(tool.isPresent("b"));
-    EXPECT_FALSE(tool.getBool("b"));
+    EXPECT_FALSE(tool.getBool("b") || tool.getFlag("f"));
 
     // Values are kept until they are replaced; those of repeated options are collected.
     tool.run("-u 3000000000 -flag -n 9 c");
@@ -177,25 +146,19 @@ TEST(QMCmdLine, FindsValuesByEitherName)
     EXPECT_EQ(tool.getSintArray("n", count)[2], 9);
     EXPECT_STREQ(tool.getStringArray("inputs", count)[0], "c");
     EXPECT_EQ(count, 1u);
-}
 
-TEST(QMCmdLine, HasNoValuesOfAbsentOptions)
-{
-    Tool tool;
-    tool.addString("s", nullptr, "d");
-    tool.addFloatArray("x", nullptr, "d", false, 3);
-    tool.addUintArray("n", nullptr, "d", false, -1);
-    tool.addFlag("f", nullptr, "d");
-    tool.setExtra("n");
-    EXPECT_EQ(tool.run("1 -f 2 -s -f").status, noExit);
-    std::size_t count = 9;
-    EXPECT_FALSE(tool.isPresent("x"));
-    EXPECT_EQ(tool.getFloatArray("x", count), nullptr);
-    EXPECT_EQ(count, 0u);
-    EXPECT_EQ(tool.getFloat("x"), 0.0);
-    EXPECT_STREQ(tool.getString("s"), "-f") << "an argument may look like a switch";
-    EXPECT_TRUE(tool.getFlag("f"));
-    EXPECT_EQ(tool.getUintArray("n", count)[1], 2u);
+    Tool other;
+    other.addString("s", nullptr, "d");
+    other.addFloatArray("x", nullptr, "d", false, 3);
+    other.addUintArray("n", nullptr, "d", false, -1);
+    other.addFlag("f", nullptr, "d");
+    other.setExtra("n");
+    EXPECT_EQ(other.run("1 -f 2 -s -f").status, noExit);
+    EXPECT_TRUE(!other.isPresent("x") && other.getFlag("f"));
+    EXPECT_EQ(other.getFloatArray("x", count), nullptr);
+    EXPECT_EQ(static_cast<double>(count) + other.getFloat("x"), 0);
+    EXPECT_STREQ(other.getString("s"), "-f") << "an argument may look like a switch";
+    EXPECT_EQ(other.getUintArray("n", count)[1], 2u);
     EXPECT_EQ(count, 2u);
 }
 
@@ -219,84 +182,20 @@ TEST(QMCmdLine, ReportsUsageErrors)
     };
     for (const auto& [line, message] : cases) {
         const Outcome outcome = Shapes(true).run(line);
-        EXPECT_EQ(outcome.err, usageError(message));
+        EXPECT_EQ(outcome.out + outcome.err, usageError(message));
         EXPECT_EQ(outcome.status, 1) << line;
-        EXPECT_EQ(outcome.out, "");
     }
-    EXPECT_EQ(Tool().run("a b").err, usageError("extra arguments found (a ...)"));
     const std::string longest(3000, 'x');
     EXPECT_EQ(Tool().run(longest).err, usageError("extra arguments found (" + longest + " ...)"));
 }
 
-TEST(QMCmdLine, StaysUsableIfTheExitHandlerReturns)
-{
-    // As a switch and as the extra option: the parser must neither loop nor read past argv.
-    for (const char* line : {"1 2 3 4 5", "-c 1 2 3 4 5"}) {
-        Tool tool;
-        tool.setExitHandler(recordExit);
-        tool.addFloatArray("c", "crop", "d", false, 6);
-        tool.setExtra("c");
-        EXPECT_EQ(tool.run(line).err, usageError("not enough arguments for option -crop"));
-        EXPECT_EQ(recordedExits, std::vector<int>{1});
-        EXPECT_FALSE(tool.isPresent("crop"));
-        EXPECT_EQ(tool.getFloatArray("crop"), nullptr);
-    }
-    Tool tool(true);
-    tool.setExitHandler(recordExit);
-    tool.run("a -h -x");
-    EXPECT_EQ(recordedExits, (std::vector<int>{1, 0, 1}));
-}
-
-// Mistakes of a program: the parser stays usable if the exit handler returns, and getters return nothing.
-TEST(QMCmdLine, ReportsWrongDeclarationsAndGetters)
-{
-    const std::string wrongType = "wrong type used for getting value of option ",
-                      many = "got more than one arg from ";
-    const std::pair<void (*)(Shapes&), std::string> cases[] = {
-        {[](Shapes& c) { c.addFlag(nullptr, "x", "d"); }, "no option name set (Option ctor)"},
-        {[](Shapes& c) { c.addFlag("x", nullptr, nullptr); }, "no description set (Option ctor)"},
-        {[](Shapes& c) { c.addFlag("flag", nullptr, "d"); }, "switch name -flag is not unique"},
-        {[](Shapes& c) { c.addFlag("x", "b", "d"); }, "switch name -b is not unique"},
-        {[](Shapes& c) { c.setExtra("b"); }, "setExtra already declared for option inputs"},
-        {[](Shapes& c) { c.setUndocumented("x"); }, "option x invalid"},
-        {[](Shapes& c) { EXPECT_FALSE(c.getUndocumented("x")); }, "option x invalid"},
-        {[](Shapes& c) { EXPECT_FALSE(c.isPresent("parse")); }, "switch name -parse invalid"},
-        {[](Shapes& c) { EXPECT_FALSE(c.getFlag(nullptr)); }, "switch name - invalid"},
-        {[](Shapes& c) { EXPECT_FALSE(c.getFloatArray("y") != nullptr); }, "switch name -y invalid"},
-        {[](Shapes& c) { EXPECT_FALSE(c.getFlag("b")); }, wrongType + "b"},
-        {[](Shapes& c) { EXPECT_FALSE(c.getBool("f")); }, wrongType + "flag"},
-        {[](Shapes& c) { EXPECT_FALSE(c.getUint("n") != 0); }, wrongType + "n"},
-        {[](Shapes& c) { EXPECT_FALSE(c.getFloatArray("u") != nullptr); }, wrongType + "hidden"},
-        {[](Shapes& c) { EXPECT_FALSE(c.getString("files") != nullptr); }, many + "STRING option inputs"},
-        {[](Shapes& c) { EXPECT_FALSE(c.getSint("n") != 0); }, many + "SIGNED-INT option n"},
-        {[](Shapes& c) { EXPECT_FALSE(c.getFloat("p") != 0); }, many + "FLOAT option point"},
-    };
-    for (const auto& [call, message] : cases) {
-        Shapes tool;
-        tool.run("-f -b t -n 1 -n 2 -p 1 2 -u 1 a b");
-        EXPECT_EQ(capture([&, call = call] { call(tool); }).err, configError(message));
-        tool.setExitHandler(recordExit);
-        capture([&, call = call] { call(tool); });
-        tool.showLongUsageMessage("nothing"); // compares with all names
-        EXPECT_EQ(recordedExits, std::vector<int>{1}) << message;
-    }
-    Tool tool;
-    tool.addFlag("f", "flag", "d");
-    EXPECT_EQ(capture([&] { tool.setExtra("x"); }).err, configError("option x invalid"));
-    EXPECT_EQ(capture([&] { tool.setExtra("f"); }).err,
-              configError("option flag is of type Flag, can't be declared Extra"));
-}
-
 TEST(QMCmdLineDeathTest, ExitsByDefault)
 {
-    const auto exitedWithOne = testing::ExitedWithCode(1);
-    EXPECT_EXIT(QMCmdLine(nullptr, "s", "l", true), exitedWithOne,
+    EXPECT_EXIT(QMCmdLine(nullptr, "s", "l", true), testing::ExitedWithCode(1),
                 "^ QMCmdLine configuration error: app name not set \\(QMCmdLine ctor\\)\n$");
-    EXPECT_EXIT(QMCmdLine("tool", nullptr, "l", true), exitedWithOne, "app short desc not set \\(QMC");
-    EXPECT_EXIT(QMCmdLine("tool", "s", nullptr, true), exitedWithOne, "app long desc not set \\(QMC");
     Tool tool;
     tool.setExitHandler(nullptr);
-    EXPECT_EXIT(tool.usageError("%d", 7), exitedWithOne, "tool usage error: 7\n");
+    EXPECT_EXIT(tool.usageError("%d", 7), testing::ExitedWithCode(1), "tool usage error: 7\n");
 }
 
 TEST(QMCmdLine, ConvertsLeniently)
@@ -314,21 +213,18 @@ TEST(QMCmdLine, ConvertsLeniently)
     EXPECT_EQ(QMCmdLine::toSint("010"), 10);
     EXPECT_EQ(QMCmdLine::toUint("4294967295"), 4294967295u);
     EXPECT_EQ(QMCmdLine::toUint("010"), 10u);
-    for (const auto& [text, value] : {std::pair{"-2.5e1x", -25.0}, {"+1", 1.0}, {"abc", 0.0}})
+    for (const auto& [text, value] :
+         {std::pair{"-2.5e1x", -25.0}, {"+1", 1.0}, {"abc", 0.0}, {"-", -infinity}, {"+", infinity}})
         EXPECT_EQ(QMCmdLine::toFloat(text), value);
-    for (const char* text : {"inf", "+Inf", "+", "i", "IN", "infinity", "information"})
-        EXPECT_EQ(QMCmdLine::toFloat(text), infinity) << text;
-    for (const char* text : {"-inf", "-INF", "-", "-i", "-informal"})
-        EXPECT_EQ(QMCmdLine::toFloat(text), -infinity) << text;
+    for (const std::string text : {"inf", "Inf", "i", "IN", "infinity", "information"}) {
+        EXPECT_EQ(QMCmdLine::toFloat(text.c_str()) + QMCmdLine::toFloat(("+" + text).c_str()), infinity);
+        EXPECT_EQ(QMCmdLine::toFloat(("-" + text).c_str()), -infinity) << text;
+    }
 }
 
 TEST(QMCmdLine, StrictNumbersAreReadCompletely)
 {
-    const struct
-    {
-        std::string option;
-        Words accepted, refused;
-    } cases[] = {
+    const std::tuple<std::string, Strings, Strings> cases[] = {
         {"-i",
          {"0", "-12", "+7", "2147483647", "-2147483648"},
          {"", "-", "+", "+-1", "12abc", "1.5", " 1", "2147483648", "-2147483649"}},
@@ -346,53 +242,11 @@ TEST(QMCmdLine, StrictNumbersAreReadCompletely)
     tool.addFloat("x", nullptr, "d");
     for (const auto& [option, accepted, refused] : cases) {
         for (const std::string& text : accepted)
-            EXPECT_EQ(tool.run(Words{option, text}).err, "");
+            EXPECT_EQ(tool.run(Strings{option, text}).err, "");
         for (const std::string& text : refused)
-            EXPECT_EQ(tool.run(Words{option, text}).err,
+            EXPECT_EQ(tool.run(Strings{option, text}).err,
                       usageError("bad value '" + text + "' of option " + option));
     }
-}
-
-TEST(QMCmdLine, OutOfMemoryIsAUtilExceptionWithCodeEight)
-{
-    Tool tool;
-    tool.setExitHandler([](int) { throw std::bad_alloc(); }); // instead of a failing allocation
-    const auto codeOf = [](const std::function<void()>& body) {
-        int code = 0;
-        capture([&] {
-            try {
-                body();
-            } catch (const QMUtilException& exception) {
-                code = exception.getCode();
-            }
-        });
-        return code;
-    };
-    const char* const argv[] = {"program", "-x"};
-    EXPECT_EQ(codeOf([&] { tool.parse(2, argv); }), 8);
-    EXPECT_EQ(codeOf([&] { tool.addFlag(nullptr, nullptr, "d"); }), 8);
-}
-
-TEST(QMCmdLine, DumpShowsTheArgumentsAndEveryOption)
-{
-    Tool tool;
-    tool.addFlag("f", nullptr, "A flag.");
-    tool.addUintArray("u", "numbers", "Two.", true, 2);
-    const auto dumped = [&tool](const std::string& arguments, bool present, const std::string& values) {
-        const std::string rule = "\n---------------------------------------------\n";
-        const std::string truth = present ? "true" : "false";
-        EXPECT_EQ(capture([&] { tool.dump(); }).out,
-                  "appName: tool\nappDescShort: Short.\nappDescLong: Long.\nnumOptions: 2\n"
-                  "usingStandardOptions: false\nformal argc: " +
-                      arguments + rule +
-                      "shortName: f\nlongName: (none)\ndescription: A flag.\nisRequired: false\nisPresent: " +
-                      truth + "\ntype: FLAG\nvalue: " + truth + '\n' + rule +
-                      "shortName: u\nlongName: numbers\ndescription: Two.\nisRequired: true\nisPresent: " +
-                      truth + "\ntype: UNSIGNED-INT\nnumArgs: 2\nvalues:" + values + '\n');
-    };
-    dumped("-1\nformal argv: ", false, "");
-    tool.run("-f -u 1 2");
-    dumped("5\nformal argv:   [0] program\n  [1] -f\n  [2] -u\n  [3] 1\n  [4] 2\n", true, " 1 2");
 }
 
 }} // namespace Quillmoran::Testing

@@ -13,10 +13,7 @@ namespace fs = std::filesystem;
 class PartialFileTest : public testing::Test
 {
 protected:
-    std::size_t countFiles() const
-    {
-        return static_cast<std::size_t>(std::distance(fs::directory_iterator(directory.path()), {}));
-    }
+    auto countFiles() const { return std::distance(fs::directory_iterator(directory.path()), {}); }
     static void write(PartialFile& file, const std::string& content, bool finishes = false)
     {
         file.io()->open();
@@ -31,7 +28,7 @@ protected:
     }
 
     TemporaryDirectory directory;
-    const std::string path = directory / "out";
+    const std::string path = directory / std::string(255, 'n'); // of the greatest length
 };
 
 TEST_F(PartialFileTest, KeepsTheOldFileUntilTheNewOneIsComplete)
@@ -43,12 +40,12 @@ TEST_F(PartialFileTest, KeepsTheOldFileUntilTheNewOneIsComplete)
         EXPECT_EQ(failureOf([&] { file->io()->open(); }), "9 Bad file descriptor path = " + path);
         file->io()->unlink(); // concerns only files that are written directly
         EXPECT_EQ(readFile(path), "old");
-        EXPECT_EQ(countFiles(), 2u);
+        EXPECT_EQ(countFiles(), 2);
         if (finishes)
             file->finish();
         file.reset();
         EXPECT_EQ(readFile(path), finishes ? "new" : "old");
-        EXPECT_EQ(countFiles(), 1u);
+        EXPECT_EQ(countFiles(), 1);
     }
 }
 
@@ -57,25 +54,19 @@ TEST_F(PartialFileTest, CopiesOwnerAndPermissionsOfTheOldFile)
 {
     const mode_t mask = umask(027);
     EXPECT_EQ(permissionsOf(PartialFile(path.c_str()).path().c_str()), 0640u) << "of a new file";
-    const struct
-    {
-        mode_t permissions;
-        int group; // -1: ours
-    } cases[] = {{0600, -1}, {0664, -1}, {0644, 12345}};
-    for (const auto& each : cases) {
+    for (const mode_t permissions : {0600u, 0664u, 0644u}) {
         writeFile(path, std::string("old"));
-        if (each.group >= 0 && chown(path.c_str(), 4321, static_cast<gid_t>(each.group)) != 0)
+        if (permissions == 0644 && chown(path.c_str(), 4321, 12345) != 0)
             continue; // only root may do so
-        fs::permissions(path, fs::perms(each.permissions));
+        fs::permissions(path, fs::perms(permissions));
         struct stat before, after;
         ASSERT_EQ(stat(path.c_str(), &before), 0);
         PartialFile file(path.c_str());
-        EXPECT_EQ(permissionsOf(file.path().c_str()), each.permissions);
+        EXPECT_EQ(permissionsOf(file.path().c_str()), permissions);
         write(file, "new", true);
         ASSERT_EQ(stat(path.c_str(), &after), 0);
-        EXPECT_EQ(after.st_mode, before.st_mode);
-        EXPECT_EQ(after.st_uid, before.st_uid);
-        EXPECT_EQ(after.st_gid, before.st_gid);
+        EXPECT_EQ(std::tuple(after.st_mode, after.st_uid, after.st_gid),
+                  std::tuple(before.st_mode, before.st_uid, before.st_gid));
     }
     umask(mask);
 }
@@ -97,11 +88,10 @@ TEST_F(PartialFileTest, IsNeverSharedByTwoWriters)
 {
     PartialFile first(path.c_str()), second(path.c_str());
     write(first, "first");
-    write(second, "second");
+    write(second, "second", true);
+    EXPECT_EQ(readFile(path), "second");
     first.finish();
     EXPECT_EQ(readFile(path), "first");
-    second.finish();
-    EXPECT_EQ(readFile(path), "second");
     std::optional<PartialFile> complete(path.c_str());
     write(*complete, "third", true);
     PartialFile next(path.c_str());
@@ -109,7 +99,7 @@ TEST_F(PartialFileTest, IsNeverSharedByTwoWriters)
     complete.reset(); // must not remove the file that has its temporary name now
     write(next, "fourth", true);
     EXPECT_EQ(readFile(path), "fourth");
-    EXPECT_EQ(countFiles(), 1u);
+    EXPECT_EQ(countFiles(), 1);
 }
 
 TEST_F(PartialFileTest, ReplacesTheTargetOfALink)
@@ -129,14 +119,6 @@ TEST_F(PartialFileTest, ReplacesTheTargetOfALink)
               std::strerror(ELOOP) + (" path = " + (directory / "loop")));
 }
 
-TEST_F(PartialFileTest, AcceptsTheLongestNames)
-{
-    const std::string longest = directory / std::string(255, 'n');
-    PartialFile file(longest.c_str());
-    write(file, "content", true);
-    EXPECT_EQ(readFile(longest), "content");
-}
-
 TEST_F(PartialFileTest, WritesPipesDirectlyAndRejectsDirectories)
 {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
@@ -144,7 +126,7 @@ TEST_F(PartialFileTest, WritesPipesDirectlyAndRejectsDirectories)
     PartialFile pipe(path.c_str());
     EXPECT_STREQ(pipe.path().c_str(), path.c_str());
     write(pipe, "content", true);
-    EXPECT_EQ(countFiles(), 1u);
+    EXPECT_EQ(countFiles(), 1);
     char got[8] = {};
     EXPECT_EQ(read(reader, got, sizeof got), 7);
     EXPECT_STREQ(got, "content");
@@ -153,13 +135,10 @@ TEST_F(PartialFileTest, WritesPipesDirectlyAndRejectsDirectories)
               "40610 Unable to create output " + path + ". LAS output needs a seekable file");
     EXPECT_TRUE(fs::is_fifo(path));
     PartialFile((directory / "regular").c_str()).requireSeekable("LAS");
-    const std::pair<std::string, std::string> errors[] = {
-        {"", "40007 path not given"},
-        {directory.path(), "21 Is a directory path = " + directory.path()},
-        {directory / "none/out", "2 No such file or directory path = " + directory / "none/out"},
-        {path + "/out", "20 Not a directory path = " + path + "/out"}};
-    for (const auto& [given, error] : errors)
-        EXPECT_EQ(failureOf([&, given = given] { PartialFile(given.c_str()); }), error);
+    for (const auto& [given, error] : {std::pair{directory.path(), "21 Is a directory path = "},
+                                       {directory / "none/out", "2 No such file or directory path = "},
+                                       {path + "/out", "20 Not a directory path = "}})
+        EXPECT_EQ(failureOf([&, given = given] { PartialFile(given.c_str()); }), error + given);
 }
 
 }} // namespace Quillmoran::Testing

@@ -6,11 +6,7 @@ namespace Quillmoran::Testing { namespace {
 
 TEST(QMFileSpec, SplitsPaths)
 {
-    struct Case
-    {
-        const char *path, *directory, *name, *suffix, *removed, *replaced;
-    };
-    const Case cases[] = {
+    const std::array<const char*, 6> cases[] = {
         {"a.vxl", "", "a.vxl", "vxl", "a", "a.txt"},
         {"d.x/a", "d.x", "a", "", "d.x/a", "d.x/a.txt"},
         {"/a.b.c", "/", "a.b.c", "c", "/a.b", "/a.b.txt"},
@@ -21,22 +17,20 @@ TEST(QMFileSpec, SplitsPaths)
         {"d/", "d", "", "", "d/", "d/.txt"},
         {"", "", "", "", "", ".txt"},
     };
-    for (const Case& c : cases) {
-        const QMFileSpec file(c.path);
-        EXPECT_EQ(file.dirname(), c.directory) << c.path;
-        EXPECT_EQ(file.basename(), c.name) << c.path;
-        EXPECT_EQ(file.getSuffix(), c.suffix) << c.path;
-        EXPECT_STREQ(file.removeSuffix().c_str(), c.removed) << c.path;
-        EXPECT_STREQ(file.replaceSuffix("txt").c_str(), c.replaced) << c.path;
+    for (const auto& [path, directory, name, suffix, removed, replaced] : cases) {
+        const QMFileSpec file(path);
+        EXPECT_EQ((Strings{file.dirname(), file.basename(), file.getSuffix()}),
+                  (Strings{directory, name, suffix}))
+            << path;
+        EXPECT_STREQ(file.removeSuffix().c_str(), removed) << path;
+        EXPECT_STREQ(file.replaceSuffix("txt").c_str(), replaced) << path;
     }
 }
 
 TEST(QMFileSpec, JoinsDirectoryAndName)
 {
-    EXPECT_STREQ(QMFileSpec("d", "a").c_str(), "d/a");
-    EXPECT_STREQ(QMFileSpec("d/", "a").c_str(), "d/a");
-    EXPECT_STREQ(QMFileSpec("/", "a").c_str(), "/a");
-    EXPECT_STREQ(QMFileSpec("", "a").c_str(), "a");
+    for (const auto& [directory, joined] : {std::pair{"d", "d/a"}, {"d/", "d/a"}, {"/", "/a"}, {"", "a"}})
+        EXPECT_STREQ(QMFileSpec(directory, "a").c_str(), joined);
     EXPECT_STREQ(QMFileSpec("d", "/a").c_str(), "/a");
     for (const char* ending : {"", "s", ".LAS", "a.Las"})
         EXPECT_TRUE(QMFileSpec("a.las").endsWith(ending)) << ending;

@@ -7,9 +7,8 @@
 
 namespace Quillmoran::Testing { namespace {
 
-class QMFileUtilsTest : public testing::Test
+struct QMFileUtilsTest : testing::Test
 {
-protected:
     QMFileSpec at(const std::string& name) const { return QMFileSpec((directory / name).c_str()); }
 
     TemporaryDirectory directory;
@@ -22,12 +21,12 @@ TEST_F(QMFileUtilsTest, SeparatesFilesFromDirectories)
     std::filesystem::create_directory(directory / "sub");
     std::filesystem::create_directory_symlink("sub", directory / "link");
     std::filesystem::create_symlink("nowhere", directory / "broken");
-    std::vector<std::string> files, directories;
+    Strings files, directories;
     EXPECT_EQ(QMFileUtils::getContents(directory.path().c_str(), files, directories), 0);
     std::sort(files.begin(), files.end());
     std::sort(directories.begin(), directories.end());
-    EXPECT_EQ(files, (std::vector<std::string>{".a", "b.txt", "broken"}));
-    EXPECT_EQ(directories, (std::vector<std::string>{"link", "sub"}));
+    EXPECT_EQ(files, (Strings{".a", "b.txt", "broken"}));
+    EXPECT_EQ(directories, (Strings{"link", "sub"}));
     EXPECT_EQ(QMFileUtils::getContents(at("none"), files, directories), ENOENT);
     EXPECT_EQ(QMFileUtils::getContents(at("b.txt"), files, directories), ENOTDIR);
 }
@@ -37,38 +36,19 @@ TEST_F(QMFileUtilsTest, ReportsSizeTimeAndType)
     directory.file("a", "12345");
     const timespec times[] = {{1, 0}, {1234567890, 999999999}}; // of the last access and change
     ASSERT_EQ(utimensat(AT_FDCWD, at("a").c_str(), times, 0), 0);
-    EXPECT_EQ(QMFileUtils::getStats(at("a")).size, 5);
     EXPECT_EQ(QMFileUtils::getStats(at("a")).modificationTime, 1234567890);
     EXPECT_EQ(QMFileUtils::getSize(at("a")), 5);
-    EXPECT_TRUE(QMFileUtils::exists(at("a")));
-    EXPECT_FALSE(QMFileUtils::isDirectory(at("a")));
-    EXPECT_FALSE(QMFileUtils::exists(at("b")));
-    EXPECT_TRUE(QMFileUtils::isDirectory(directory.path().c_str()));
+    EXPECT_TRUE(QMFileUtils::exists(at("a")) && QMFileUtils::isDirectory(directory.path().c_str()));
+    EXPECT_FALSE(QMFileUtils::isDirectory(at("a")) || QMFileUtils::exists(at("b")));
     std::filesystem::create_hard_link(directory / "a", directory / "c");
     EXPECT_TRUE(QMFileUtils::isSameFile(at("a"), at("c")));
     EXPECT_FALSE(QMFileUtils::isSameFile(at("a"), at("b")));
     QMFileUtils::requireRegularFile(at("a"));
     QMFileUtils::requireRegularFile(at("b")); // opening it reports the error
-    ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);
-    for (const auto& [name, kind] : {std::pair{"pipe", "a pipe"}, {".", "a directory"}})
-        EXPECT_EQ(errorOf(-1, [&, name = name] { QMFileUtils::requireRegularFile(at(name)); }),
-                  "cannot read '" + directory / name + "': it is " + kind + ", not a regular file");
+    EXPECT_EQ(errorOf(-1, [&] { QMFileUtils::requireRegularFile(at(".")); }),
+              "cannot read '" + directory / "." + "': it is a directory, not a regular file");
     EXPECT_EQ(errorOf(ENOENT, [&] { QMFileUtils::getStats(at("b")); }),
               "No such file or directory path = " + directory / "b");
-}
-
-TEST_F(QMFileUtilsTest, MovesAndDeletes)
-{
-    directory.file("b", "new");
-    directory.file("c", "old");
-    QMFileUtils::moveFile(at("b"), at("c"));
-    EXPECT_EQ(readFile(directory / "c"), "new");
-    EXPECT_FALSE(QMFileUtils::exists(at("b")));
-    EXPECT_EQ(errorOf(ENOENT, [&] { QMFileUtils::moveFile(at("b"), at("c")); }),
-              "No such file or directory path = " + directory / "b");
-    QMFileUtils::deleteFile(at("c"));
-    EXPECT_EQ(errorOf(ENOENT, [&] { QMFileUtils::deleteFile(at("c")); }),
-              "No such file or directory path = " + directory / "c");
 }
 
 TEST_F(QMFileUtilsTest, ResolvesTheNamesOfAFileToOnePath)

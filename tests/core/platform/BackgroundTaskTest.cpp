@@ -24,17 +24,17 @@ TEST(BackgroundTask, IsCompleteAfterWaitAndCanStartAgain)
 
 TEST(BackgroundTask, ThrowsInWaitAndIsWaitedForWhenDestroyed)
 {
-    std::atomic<bool> ran{false};
-    {
-        BackgroundTask task;
-        task.start([] { throw std::runtime_error("bad"); });
-        EXPECT_THROW(task.wait(), std::runtime_error);
-        task.start([&] {
-            ran = true;
-            throw std::runtime_error("lost");
-        });
-    }
-    EXPECT_TRUE(ran);
+    int ran = 0;
+    const auto fail = [&] {
+        ++ran;
+        throw std::runtime_error("bad");
+    };
+    auto task = std::make_unique<BackgroundTask>();
+    task->start(fail);
+    EXPECT_THROW(task->wait(), std::runtime_error);
+    task->start(fail);
+    task.reset();
+    EXPECT_EQ(ran, 2);
 }
 
 }} // namespace Quillmoran::Testing

@@ -1,5 +1,3 @@
-
-
 // By default the sanitizers terminate the process for sizes that malloc rejects.
 extern "C" __attribute__((visibility("default"), used)) const char* __asan_default_options();
 extern "C" __attribute__((visibility("default"), used)) const char* __tsan_default_options();
@@ -26,45 +24,15 @@ TEST(Error, AppendsTextAndTruncatesItAfter1023Bytes)
               std::string(1023, '%'));
 }
 
-TEST(Error, NamesTheFileAfterItsLastSeparator)
-{
-    const auto filename = [](const char* path) { return Error(path, "", 0, 0).filename(); };
-    EXPECT_STREQ(filename("src/platform/Base.cpp"), "Base.cpp");
-    EXPECT_STREQ(filename("c:\\src\\Base.cpp"), "Base.cpp");
-    EXPECT_STREQ(filename("src/a\\b.cpp"), "a\\b.cpp"); // with a slash, backslashes are not separators
-    EXPECT_EQ(filename("Base.cpp"), nullptr);
-}
-
-TEST(OSError, HasTheTextOfTheSystemAndThePath)
-{
-    const auto fail = [] {
-        errno = ENOENT;
-        QM_THROW_OS("nodir/out.txt");
-    };
-    EXPECT_EQ(errorOf(ENOENT, fail), "No such file or directory path = nodir/out.txt");
-}
-
 TEST(Memory, ReportsImpossibleSizesAsOutOfMemory)
 {
     const std::string noMemory = std::strerror(ENOMEM);
     const Buffer<char> block(STRDUP("kept"));
-    EXPECT_THROW(XALLOC(SIZE_MAX / 2), OSError);
     EXPECT_EQ(errorOf(ENOMEM, [] { XALLOC(SIZE_MAX / 2); }), noMemory);
     EXPECT_EQ(errorOf(ENOMEM, [&] { XREALLOC(block.get(), SIZE_MAX / 2); }), noMemory);
     EXPECT_STREQ(block.get(), "kept");
     // The product of count and size would overflow to a small number.
     EXPECT_EQ(errorOf(ENOMEM, [] { makeBuffer<double>(SIZE_MAX / 8 + 2); }), noMemory);
-}
-
-TEST(Memory, DuplicatesTextsUpToTheGivenLength)
-{
-    const auto duplicate = [](auto... arguments) { return Buffer<char>(STRDUP(arguments...)); };
-    EXPECT_EQ(duplicate(nullptr), nullptr);
-    EXPECT_EQ(duplicate(nullptr, std::size_t{5}), nullptr);
-    EXPECT_STREQ(duplicate("abcdef").get(), "abcdef");
-    EXPECT_STREQ(duplicate("abcdef", std::size_t{9}).get(), "abcdef");
-    const char unterminated[] = {'a', 'b', 'c'};
-    EXPECT_STREQ(duplicate(unterminated, sizeof unterminated).get(), "abc");
 }
 
 }} // namespace Quillmoran::Testing

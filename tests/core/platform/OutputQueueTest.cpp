@@ -5,21 +5,12 @@
 #include <chrono>
 #include <stdexcept>
 #include <thread>
-#include <unistd.h>
 
 namespace Quillmoran::Testing { namespace {
 
 using Queue = OutputQueue<std::string>;
 
-// A call that waits forever ends the process.
-class OutputQueueTest : public testing::Test
-{
-protected:
-    OutputQueueTest() { alarm(60); }
-    ~OutputQueueTest() override { alarm(0); }
-};
-
-TEST_F(OutputQueueTest, WritesEverythingInOrderWithFewSlices)
+TEST(OutputQueue, WritesEverythingInOrderWithFewSlices)
 {
     std::string written, expected;
     int numNew = 0;
@@ -36,7 +27,7 @@ TEST_F(OutputQueueTest, WritesEverythingInOrderWithFewSlices)
     EXPECT_LE(numNew, 3);
 }
 
-TEST_F(OutputQueueTest, WaitsForASliceAndDropsThoseThatWaitWhenDestroyed)
+TEST(OutputQueue, WaitsForASliceAndDropsThoseThatWaitWhenDestroyed)
 {
     constexpr std::size_t maxSlices = 10;
     std::size_t numWritten = 0;
@@ -55,7 +46,7 @@ TEST_F(OutputQueueTest, WaitsForASliceAndDropsThoseThatWaitWhenDestroyed)
     EXPECT_LT(numWritten, maxSlices);
 }
 
-TEST_F(OutputQueueTest, RethrowsAFailureInEveryCall)
+TEST(OutputQueue, RethrowsAFailureInEveryCall)
 {
     const auto failing = [](const std::string&) { throw std::runtime_error("disk full"); };
     Queue taking(failing, 1);

@@ -3,7 +3,6 @@
 #include "support/Test.h"
 
 #include <atomic>
-#include <stdexcept>
 
 namespace Quillmoran::Testing { namespace {
 
@@ -22,17 +21,14 @@ TEST(ParallelLoop, RethrowsTheExceptionOfTheLowestIndexAfterAllHaveRun)
 {
     for (int repeat = 0; repeat < 20; ++repeat) {
         std::atomic<int> runs{0};
-        std::string failure;
-        try {
-            parallelLoop(50, [&](std::size_t i) {
-                ++runs;
-                if (i % 10 == 7)
-                    throw std::runtime_error(std::to_string(i));
-            });
-        } catch (const std::runtime_error& error) {
-            failure = error.what();
-        }
-        EXPECT_EQ(failure, "7");
+        EXPECT_EQ(failureOf([&] {
+                      parallelLoop(50, [&](std::size_t i) {
+                          ++runs;
+                          if (i % 10 == 7)
+                              QM_THROW(ErrorCode::General, "%zu", i);
+                      });
+                  }),
+                  "-1 7");
         EXPECT_EQ(runs, 50);
     }
 }

@@ -2,8 +2,6 @@
 
 #include "support/Test.h"
 
-#include <cinttypes>
-#include <clocale>
 #include <cstdio>
 #include <random>
 
@@ -94,9 +92,6 @@ TEST(NumberFormat, MatchesPrintfAtItsLimits)
     for (int exponent = -24; exponent <= 24; ++exponent) // also 0.0001, below which an exponent is written
         for (const double factor : {1.0, 0.5, 0.95, 0.99999999995, 0.9999999999999995, 5.0, 7.0})
             values.push_back(factor * std::pow(10, exponent));
-    for (int exponent = -140; exponent <= 70; ++exponent)
-        for (const double odd : {1.0, 3.0})
-            values.push_back(std::ldexp(odd, exponent));
     for (const double value : values)
         for (const double near : {value, std::nextafter(value, 0), std::nextafter(value, 1e300)}) {
             expectAsPrintf(near);
@@ -104,46 +99,18 @@ TEST(NumberFormat, MatchesPrintfAtItsLimits)
         }
 }
 
-TEST(NumberFormat, CutsFieldsAt63Characters)
-{
-    EXPECT_EQ(written([](char* out) { return formatFixed(out, 1e100, 15); }).size(), 63u);
-    // 59 digits, the point and three decimals.
-    const std::string text = written([](char* out) { return formatFixed(out, 0x1p195, 15); });
-    EXPECT_EQ(text.substr(59), ".000");
-}
-
 TEST(NumberFormat, WritesIntegersOfEveryLength)
 {
-    const auto expectWritten = [](std::uint64_t value) {
-        char expected[32];
-        std::snprintf(expected, sizeof expected, "%" PRIu64, value);
-        EXPECT_EQ(written([&](char* out) { return formatUnsigned(out, value); }), expected);
-        const auto negative = static_cast<std::int64_t>(0 - value);
-        std::snprintf(expected, sizeof expected, "%" PRId64, negative);
-        EXPECT_EQ(written([&](char* out) { return formatSigned(out, negative); }), expected);
-    };
-    std::uint64_t power = 1;
-    for (int digits = 1; digits <= 20; ++digits, power *= 10)
-        for (const std::uint64_t value : {power - 1, power, power + 1, power / 7 * 9})
-            expectWritten(value);
+    std::vector<std::uint64_t> values;
+    for (std::uint64_t power = 1, digits = 1; digits <= 20; ++digits, power *= 10)
+        values.insert(values.end(), {power - 1, power, power + 1, power / 7 * 9});
     for (int bit = 0; bit < 64; ++bit)
-        expectWritten(std::uint64_t{1} << bit);
-    expectWritten(std::numeric_limits<std::uint64_t>::max());
-}
-
-TEST(NumberFormat, IgnoresTheLocale)
-{
-    const std::string before = std::setlocale(LC_ALL, nullptr);
-    bool found = false;
-    for (const char* name : {"de_DE.UTF-8", "fr_FR.UTF-8", "de_DE", "fr_FR"})
-        found = found || std::setlocale(LC_ALL, name);
-    const std::string small = written([](char* out) { return formatGeneral(out, 1.5e-9, 9); });
-    const std::string large = written([](char* out) { return formatFixed(out, 1e30, 3); });
-    std::setlocale(LC_ALL, before.c_str());
-    if (!found)
-        GTEST_SKIP() << "no locale with a decimal comma";
-    EXPECT_EQ(small, "1.5e-09");
-    EXPECT_EQ(large, "1000000000000000019884624838656.000");
+        values.insert(values.end(), {std::uint64_t{1} << bit, UINT64_MAX << bit});
+    for (const std::uint64_t value : values) {
+        EXPECT_EQ(written([&](char* out) { return formatUnsigned(out, value); }), std::to_string(value));
+        const auto negative = static_cast<std::int64_t>(0 - value);
+        EXPECT_EQ(written([&](char* out) { return formatSigned(out, negative); }), std::to_string(negative));
+    }
 }
 
 }} // namespace Quillmoran::Testing

@@ -18,36 +18,23 @@ Scoped<TXTPointReader> readerOf(const std::string& text, const char* format, std
     return reader;
 }
 
-double valueOf(const ChannelData& channel, std::size_t index)
+Rows read(const TXTPointReader& reader, const PointInfo& layout, const Bounds& bounds = Bounds::Huge(),
+          double fraction = 1, std::size_t blockSize = 100, ProgressDelegate* delegate = nullptr)
 {
-    double value = 0;
-    visitDataType(channel.getDataType(), [&](auto zero) {
-        value = static_cast<double>(static_cast<const decltype(zero)*>(channel.getData())[index]);
-    });
-    return value;
-}
-
-struct Query
-{
-    Bounds bounds = Bounds::Huge();
-    double fraction = 1.0;
-    std::size_t blockSize = 100;
-    ProgressDelegate* delegate = nullptr;
-};
-
-Rows read(const TXTPointReader& reader, const PointInfo& layout, const Query& query = {})
-{
-    const Scoped<PointIterator> iterator(
-        reader.createIterator(query.bounds, query.fraction, layout, query.delegate));
+    const Scoped<PointIterator> iterator(reader.createIterator(bounds, fraction, layout, delegate));
     PointData block;
-    block.init(layout, query.blockSize);
+    block.init(layout, blockSize);
     Rows rows;
-    while (const std::size_t count = iterator->getNextPoints(block))
-        for (std::size_t i = 0; i < count; ++i) {
-            rows.emplace_back();
-            for (std::size_t j = 0; j < block.getNumChannels(); ++j)
-                rows.back().push_back(valueOf(block.getChannel(j), i));
-        }
+    while (const std::size_t count = iterator->getNextPoints(block)) {
+        const std::size_t first = rows.size();
+        rows.resize(first + count);
+        for (std::size_t j = 0; j < block.getNumChannels(); ++j)
+            visitDataType(block.getChannel(j).getDataType(), [&](auto zero) {
+                const auto* samples = static_cast<const decltype(zero)*>(block.getChannel(j).getData());
+                for (std::size_t i = 0; i < count; ++i)
+                    rows[first + i].push_back(static_cast<double>(samples[i]));
+            });
+    }
     return rows;
 }
 
@@ -98,19 +85,16 @@ TEST(TXTPointReader, ReadsTablesLeniently)
 
 TEST(TXTPointReader, RejectsTextThatIsNotANumberAndShortLines)
 {
-    const auto readError = [](const std::string& text, const char* format, std::size_t skipLines = 0) {
-        return errorOf(40005, [&] { read(text, format, skipLines); });
-    };
     for (const char* text : {"X Y Z\n", "1 2 z", "1 2 .", "1 2 -", "1 2 +-3", "1 2 e5", "1 2 --1",
-                             "1 2 3\n\xEF\xBB\xBF\x31 2 3"})
-        EXPECT_EQ(readError(text, "xyz"), "bad TXT file format") << text;
-    EXPECT_EQ(readError("1 2 3 12.5 1\n", "xyzir"), "bad TXT file format");
-    EXPECT_EQ(readError("1 2\n", "xyz"), "line 1 has 2 fields but was expecting at least 3.");
-    EXPECT_EQ(readError("skip\nskip\n1 2 3\n\n# x\n1 #2 3\n", "xyz", 2),
-              "line 4 has 1 fields but was expecting at least 3.");
-    EXPECT_EQ(readError(std::string("1 2\0 3\n", 7), "xyz"),
-              "line 1 has 2 fields but was expecting at least 3.")
-        << "a NUL ends the line";
+                             "1 2 3 12.5 1", "1 2 3 4 5\n\xEF\xBB\xBF\x31 2 3"})
+        EXPECT_EQ(errorOf(40005, [&] { read(text, "xyzir"); }), "bad TXT file format") << text;
+    const std::tuple<std::string, std::size_t, std::string> cases[] = {
+        {"1 2\n", 0, "line 1 has 2"},
+        {std::string("1 2\0 3\n", 7), 0, "line 1 has 2"}, // a NUL ends the line
+        {"skip\nskip\n1 2 3\n\n# x\n1 #2 3\n", 2, "line 4 has 1"}};
+    for (const auto& [text, skipLines, fields] : cases)
+        EXPECT_EQ(errorOf(40005, [&, &text = text, skip = skipLines] { read(text, "xyz", skip); }),
+                  fields + " fields but was expecting at least 3.");
 }
 
 TEST(TXTPointReader, ReadsDecimalTextAsStrtodDoes)
@@ -181,21 +165,14 @@ TEST(TXTPointReader, RejectsInStrictModeWhatWouldChange)
 {
     const std::string longest(LineReader::maxLength - 5, ' '), forty(40, 'x'),
         big = " does not fit a (", tail = " does not fit Z (FLOAT64)";
-    const std::pair<const char*, std::string> accepted[] = {
+    const std::string accepted = "nothing thrown";
+    const std::tuple<const char*, std::string, std::string> cases[] = {
         {"x,y,z,a:uint64",
-         "1 2 3 18446744073709551615\n1 2 3 +018446744073709551615\n1 2 3 9007199254740991.0"},
-        {"x,y,z,a:sint64,b:float32",
-         "1 2 3 -9223372036854775808 9007199254740993"}, // a single is never exact
-        {"xyz", "1 2 -inf\n1 9007199254740992 123456789012345680\n1 2 3 # 4\n1, 2 ,3,\n 1 2 3#4\n"},
-        {"xyzs", "# X Y Z\n1 2 3 a\n# X Y Z\n1 2 3 b\n# remark\n"},
-        {"xyz", longest + "1 2 3"}};
-    for (const auto& [format, text] : accepted)
-        EXPECT_EQ(strictError(format, text), "nothing thrown") << text.substr(0, 50);
-    const struct
-    {
-        const char* format;
-        std::string text, error;
-    } refused[] = {
+         "1 2 3 18446744073709551615\n1 2 3 +018446744073709551615\n1 2 3 9007199254740991.0", accepted},
+        {"x,y,z,a:sint64,b:float32", "1 2 3 -9223372036854775808 9007199254740993", accepted}, // not exact
+        {"xyz", "1 2 -inf\n1 9007199254740992 123456789012345680\n1 2 3 # 4\n1, 2 ,3,\n 1 2 3#4\n", accepted},
+        {"xyzs", "# X Y Z\n1 2 3 a\n# X Y Z\n1 2 3 b\n# remark\n", accepted},
+        {"xyz", longest + "1 2 3", accepted},
         {"xyzi", "# 7\n\n1 2 3 -5", ":4:7: -5 does not fit Intensity (0 to 65535)"},
         {"xyzi", "1 2 3 12.5", ":2:7: 12.5 is not an integer (Intensity)"},
         {"xyzi", "1 2 3 nan", ":2:7: nan is not an integer (Intensity)"},
@@ -223,7 +200,7 @@ TEST(TXTPointReader, RejectsInStrictModeWhatWouldChange)
         {"xyz", std::string("1 2 3\0 4", 8), ":2:6: line contains a NUL character"},
         {"xyz", longest + "1 2 34", ":2: line is longer than 1048576 bytes"},
     };
-    for (const auto& [format, text, error] : refused)
+    for (const auto& [format, text, error] : cases)
         EXPECT_EQ(strictError(format, text), error) << format << ' ' << text.substr(0, 50);
 }
 
@@ -260,17 +237,12 @@ TEST(TXTPointReader, SamplesThePointsOfTheBox)
     for (int i = 0; i < 10; ++i)
         text += std::to_string(i) + " 0 0\n5 9 0\n";
     const auto reader = readerOf(text, "xyz");
-    Query query;
-    query.bounds = {{2, 7}, {0, 0}, {-1, 1}};
+    const Bounds box{{2, 7}, {0, 0}, {-1, 1}};
     for (const std::size_t blockSize : {1u, 2u, 100u}) {
-        query.blockSize = blockSize;
-        query.fraction = 1;
-        EXPECT_EQ(read(*reader, parsed("xyz"), query).size(), 6u);
-        query.fraction = 0.5;
-        EXPECT_EQ(read(*reader, parsed("xyz"), query), (Rows{{2, 0, 0}, {4, 0, 0}, {6, 0, 0}}));
+        EXPECT_EQ(read(*reader, parsed("xyz"), box, 1, blockSize).size(), 6u);
+        EXPECT_EQ(read(*reader, parsed("xyz"), box, 0.5, blockSize), (Rows{{2, 0, 0}, {4, 0, 0}, {6, 0, 0}}));
     }
-    query.blockSize = 0;
-    EXPECT_EQ(read(*reader, parsed("xyz"), query), Rows());
+    EXPECT_EQ(read(*reader, parsed("xyz"), box, 1, 0), Rows());
 }
 
 TEST(TXTPointReader, DeliversTheRequestedChannelsInOrder)
@@ -311,35 +283,31 @@ TEST(TXTPointReader, ScansForCountAndBounds)
         EXPECT_EQ(reader->getScale(), nullptr);
         EXPECT_EQ(reader->getBounds(), expected);
         EXPECT_EQ(reader->getNumPoints(), 3) << "a point without a place counts";
-        Query query;
-        EXPECT_EQ(read(*reader, parsed("xyz"), query).size(), 3u);
-        query.bounds.z = {0, INFINITY};
-        EXPECT_EQ(read(*reader, parsed("xyz"), query).size(), 2u) << "but is in no box";
+        EXPECT_EQ(read(*reader, parsed("xyz")).size(), 3u);
+        const Bounds half{Bounds::Huge().x, Bounds::Huge().y, {0, INFINITY}};
+        EXPECT_EQ(read(*reader, parsed("xyz"), half).size(), 2u) << "but is in no box";
     }
     ProgressLog log(0);
     TextOptions options;
     options.layout = parsed("xyz");
     options.cancellation = &log;
     const TemporaryDirectory directory;
-    const std::string path = directory.file("a.txt", text);
     const Scoped<TXTPointReader> reader(TXTPointReader::create());
-    reader->init(path.c_str(), options);
+    reader->init(directory.file("a.txt", text).c_str(), options);
     EXPECT_EQ(errorOf(40006, [&] { reader->getBounds(); }), "operation cancelled.");
 }
 
 TEST(TXTPointReader, IsUnchangedIfInitFails)
 {
     const auto reader = readerOf("1 2 3\n", "xyz", 0, true);
-    EXPECT_EQ(
-        errorOf(40005, [&] { reader->init(ByteStore::make("1 2").get(), "xyz", 0, true); }).substr(0, 6),
-        "line 1");
-    EXPECT_EQ(errorOf(40007, [&] { reader->init(ByteStore::make().get(), "xy", 0, true); }),
-              "must have x, y, and z channels");
-    EXPECT_EQ(errorOf(40007, [&] { reader->init(static_cast<IO*>(nullptr), "xyz", 0, true); }), "io is NULL");
-    EXPECT_EQ(errorOf(40007, [&] { reader->init(ByteStore::make().get(), "", 0, true); }),
-              "format string not given");
-    EXPECT_EQ(errorOf(ENOENT, [&] { reader->init("no/such/file.txt", "xyz", 0, false); }),
-              "No such file or directory path = no/such/file.txt");
+    for (const auto& [format, error] :
+         {std::pair{"xyz", "40005 line 1"}, {"xy", "40007 must have x,"}, {"", "40007 format str"}})
+        EXPECT_EQ(failureOf([&, format = format] {
+                      reader->init(ByteStore::make("1 2").get(), format, 0, true);
+                  }).find(error),
+                  0u);
+    EXPECT_EQ(failureOf([&] { reader->init("no/such/file.txt", "xyz", 0, false); }),
+              "2 No such file or directory path = no/such/file.txt");
     reader->overrideWKT("here");
     EXPECT_EQ(reader->getNumPoints(), 1);
     EXPECT_EQ(read(*reader, reader->getPointInfo()), (Rows{{1, 2, 3}}));
@@ -355,32 +323,18 @@ TEST(TXTPointReader, ReportsEveryThousandLinesAndCanBeCancelled)
     const auto reader = readerOf(text, "xyz");
     ProgressLog log;
     log.setTotal(1);
-    Query query;
-    query.blockSize = 10000;
-    query.delegate = &log;
-    read(*reader, parsed("xyz"), query);
-    EXPECT_EQ(log.fractions, (std::vector<double>{0, 1000, 2000, 2500, 2500, 2500}));
-    EXPECT_EQ(log.activities, std::vector<std::string>{"reading text file"});
+    read(*reader, parsed("xyz"), Bounds::Huge(), 1, 10000, &log);
+    EXPECT_EQ(log.fractions, (Numbers{0, 1000, 2000, 2500, 2500, 2500}));
+    EXPECT_EQ(log.activities, Strings{"reading text file"});
 
-    // Asked before the buffer is filled and after each thousand lines.
-    query.blockSize = 7; // fewer points than lines between two reports
+    // Asked before the buffer is filled and after each thousand lines, here with fewer points between them.
     for (const int queries : {0, 1, 2, 100}) {
         ProgressLog cancelling(queries);
         cancelling.setTotal(1);
-        query.delegate = &cancelling;
-        EXPECT_EQ(errorOf(40006, [&] { read(*reader, parsed("xyz"), query); }),
-                  queries < 100 ? "operation cancelled." : "nothing thrown");
+        EXPECT_EQ(failureOf([&] { read(*reader, parsed("xyz"), Bounds::Huge(), 1, 7, &cancelling); }),
+                  queries < 100 ? "40006 operation cancelled." : "no error");
         EXPECT_NEAR(cancelling.last(), std::min(1000 * queries, 2500), 14) << queries;
     }
-}
-
-TEST(TXTPointReader, FindsTheHeaderAfterSkippedLines)
-{
-    const TemporaryDirectory directory;
-    const std::string path = directory.file("a.txt", "first\n# X Y Z Red\n1 2 3 4\n");
-    EXPECT_FALSE(TXTPointReader::readHeader(path.c_str(), 0));
-    EXPECT_EQ(TXTPointReader::readHeader(path.c_str(), 1)->getNumChannels(), 4u);
-    EXPECT_FALSE(TXTPointReader::readHeader(path.c_str(), 3));
 }
 
 std::string describe(const PointInfo& layout)
@@ -393,6 +347,13 @@ std::string describe(const PointInfo& layout)
         EXPECT_EQ(channel.getQuantization(), 0);
     }
     return described;
+}
+
+void expectErrors(const std::function<void(const char*)>& parse,
+                  const std::vector<std::pair<const char*, const char*>>& cases)
+{
+    for (const auto& [text, error] : cases)
+        EXPECT_EQ(errorOf(40007, [&, text = text] { parse(text); }), error);
 }
 
 const std::string x = "X FLOAT64 32; ", xyz = x + "Y FLOAT64 32; Z FLOAT64 32; ";
@@ -425,18 +386,16 @@ TEST(FieldFormat, ReadsLettersAndListsOfNames)
     FieldFormat::parseColumns("intensity,X", layout, known);
     EXPECT_EQ(describe(layout), "Intensity UINT16 16; " + x);
 
-    const std::pair<const char*, const char*> errors[] = {
-        {"X,Amplitude", "'Amplitude' is not a standard channel; add its type, as in 'Amplitude:FLOAT64'"},
-        {"X,:FLOAT32", "':FLOAT32' is not a standard channel; add its type, as in ':FLOAT32:FLOAT64'"},
-        {"X,a:FLOAT", "'FLOAT' is not a data type"},
-        {"X,,Y", "a name is missing in 'X,,Y'"},
-        {"X,q", "'q' is not a supported format token"},
-        {"Intensity", "'I' is not a supported format token"},
-    };
-    for (const auto& [text, expected] : errors)
-        EXPECT_EQ(errorOf(40007, [&, text = text] { FieldFormat::parseColumns(text, layout); }), expected);
-    EXPECT_EQ(errorOf(40007, [&] { FieldFormat::parseColumns("X,Red", layout, known); }),
-              "the input does not have channel: 'Red', its channels are X, Y, Z, Intensity");
+    expectErrors(
+        [&](const char* text) { FieldFormat::parseColumns(text, layout); },
+        {{"X,Amplitude", "'Amplitude' is not a standard channel; add its type, as in 'Amplitude:FLOAT64'"},
+         {"X,:FLOAT32", "':FLOAT32' is not a standard channel; add its type, as in ':FLOAT32:FLOAT64'"},
+         {"X,a:FLOAT", "'FLOAT' is not a data type"},
+         {"X,,Y", "a name is missing in 'X,,Y'"},
+         {"X,q", "'q' is not a supported format token"},
+         {"Intensity", "'I' is not a supported format token"}});
+    expectErrors([&](const char* text) { FieldFormat::parseColumns(text, layout, known); },
+                 {{"X,Red", "the input does not have channel: 'Red', its channels are X, Y, Z, Intensity"}});
     EXPECT_EQ(layout.getNumChannels(), 2u) << "an error changes nothing";
 }
 
@@ -455,6 +414,10 @@ TEST(FieldFormat, ReadsHeaderLines)
         EXPECT_EQ(FieldFormat::parseHeader(line, layout), !expected.empty()) << line;
         EXPECT_EQ(describe(layout), expected) << line;
     }
+    const TemporaryDirectory directory;
+    const std::string path = directory.file("a.txt", "first\n# X Y Z Red\n1 2 3 4\n");
+    EXPECT_FALSE(TXTPointReader::readHeader(path.c_str(), 0) || TXTPointReader::readHeader(path.c_str(), 3));
+    EXPECT_EQ(TXTPointReader::readHeader(path.c_str(), 1)->getNumChannels(), 4u);
 }
 
 TEST(FieldFormat, CopiesChannelsOfAKnownLayout)
@@ -467,15 +430,11 @@ TEST(FieldFormat, CopiesChannelsOfAKnownLayout)
     ASSERT_EQ(layout.getNumChannels(), 3u);
     EXPECT_TRUE(*layout.getChannel("Intensity") == *known.getChannel("Intensity"));
     EXPECT_TRUE(layout.getChannel(2) == *known.getChannel("X"));
-    const std::pair<const char*, const char*> errors[] = {
-        {"xt", "'GPSTime' is not in the input channel mapping"},
-        {"xs", "'@Skip' is not in the input channel mapping"},
-        {"tX", "'X' is not a supported format token"}, // letters are looked at first
-        {nullptr, "format string not given"}};
-    for (const auto& [format, expected] : errors)
-        EXPECT_EQ(
-            errorOf(40007, [&, format = format] { TXTPointReader::parseFormat(format, layout, known); }),
-            expected);
+    expectErrors([&](const char* text) { TXTPointReader::parseFormat(text, layout, known); },
+                 {{"xt", "'GPSTime' is not in the input channel mapping"},
+                  {"xs", "'@Skip' is not in the input channel mapping"},
+                  {"tX", "'X' is not a supported format token"}, // letters are looked at first
+                  {nullptr, "format string not given"}});
     EXPECT_EQ(layout.getNumChannels(), 3u) << "an error changes nothing";
 }
 
@@ -483,20 +442,16 @@ TEST(FieldFormat, ParsesQuantizations)
 {
     PointInfo layout = parsed("xyzTi");
     TXTPointReader::parseQuantization("xy@0.01,z@+1e-3m,tT@-0.5", layout);
-    const double expected[] = {0.01, 0.01, 0.001, -0.5, 0};
-    for (std::size_t i = 0; i < std::size(expected); ++i)
-        EXPECT_EQ(layout.getChannel(i).getQuantization(), expected[i]) << "i=" << i;
-    EXPECT_EQ(layout.getChannel("X")->getBits(), 32);
-    const std::pair<const char*, const char*> errors[] = {
-        {"x@1,yz", "the quantization value is missing for 'yz'"},
-        {"x@1,", "the quantization value is missing for ''"},
-        {"x@", "could not parse quantization for 'x@'"},
-        {"x@,y@1", "could not parse quantization for 'x@'"},
-        {"x@0.0", "quantization for 'x@0.0' can not be zero"},
-        {"xi@1", "'i' is not a supported format token"}};
-    for (const auto& [text, error] : errors)
-        EXPECT_EQ(errorOf(40007, [&, text = text] { TXTPointReader::parseQuantization(text, layout); }),
-                  error);
+    for (const auto& [name, step] :
+         {std::pair{"X", 0.01}, {"Y", 0.01}, {"Z", 0.001}, {"GPSTime_Adjusted", -0.5}, {"Intensity", 0.}})
+        EXPECT_EQ(layout.getChannel(name)->getQuantization(), step) << name;
+    expectErrors([&](const char* text) { TXTPointReader::parseQuantization(text, layout); },
+                 {{"x@1,yz", "the quantization value is missing for 'yz'"},
+                  {"x@1,", "the quantization value is missing for ''"},
+                  {"x@", "could not parse quantization for 'x@'"},
+                  {"x@,y@1", "could not parse quantization for 'x@'"},
+                  {"x@0.0", "quantization for 'x@0.0' can not be zero"},
+                  {"xi@1", "'i' is not a supported format token"}});
     EXPECT_EQ(layout.getChannel("X")->getQuantization(), 0.01) << "an error changes nothing";
 }
 

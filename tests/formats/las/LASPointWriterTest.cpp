@@ -1,7 +1,7 @@
 #include <vxunpack/LASPointWriter.h>
 
+#include "support/CoordinateSystems.h"
 #include "support/LASClouds.h"
-#include "support/SetOfSources.h"
 #include "support/Test.h"
 #include <vxunpack/LASPointReader.h>
 
@@ -29,22 +29,17 @@ protected:
         writer->init(&source, path.c_str(), version);
         return writer;
     }
-    LASFile write(PointSource& source, int version = -1)
+    // The file of all points of the writer's source.
+    LASFile write(LASPointWriter& writer)
     {
-        makeWriter(source, version)->write(Bounds::Huge(), 1, source.getPointInfo(), nullptr);
+        writer.write(Bounds::Huge(), 1, writer.getSrc()->getPointInfo(), nullptr);
         return LASFile::load(path);
     }
+    LASFile write(PointSource& source, int version = -1) { return write(*makeWriter(source, version)); }
 
     TemporaryDirectory directory;
     std::string path = directory / "out.las";
 };
-
-std::string padded(const std::string& text)
-{
-    std::string whole = text;
-    whole.resize(32);
-    return whole;
-}
 
 TEST_F(LASWriting, ChoosesFormatAndVersionByTheChannels)
 {
@@ -70,47 +65,65 @@ TEST_F(LASWriting, ChoosesFormatAndVersionByTheChannels)
 
 TEST_F(LASWriting, WritesTheHeaderByteForByte)
 {
-    const auto source = makeSource({channel("Intensity", UINT16)});
-    source->setQuantization(std::vector<double>{0.25, 0.5, 2}.data(),
-                            std::vector<double>{100, -7, 3.5}.data());
-    const LASFile file = write(*source);
-    EXPECT_EQ(file.versionMajor * 10 + file.versionMinor, 11);
-    EXPECT_EQ(file.systemID, padded(""));
-    EXPECT_EQ(file.software, padded("Quillmoran 1.1.4.4709"));
+    const Numbers returns = {1, 1, 2, 5, 6, 7, 0, 1}, moreReturns = {1, 15, 15, 6, 5, 0};
+    const auto source = makeSource({channel("ReturnNum", UINT8, 0, 3)}, {returns});
+    LASFile expected;
+    expected.scale = {0.25, 0.5, 2};
+    expected.offset = {100, -7, 3.5};
+    source->setQuantization(expected.scale.data(), expected.offset.data());
+    Metadata& metadata = source->metadata();
+    const auto text = [&](const char* key, const char* value) {
+        metadata.add(key, nullptr, METADATA_STRING, value, 0);
+    };
+    expected.systemID = std::string(32, 'n');
+    text("SystemID", std::string(40, 'n').c_str());
+    text("ProjectID", "{DEADBEEF-0102-ABCD-1122-334455667788}");
+    expected.guid1 = 0xDEADBEEF;
+    expected.guid2 = 0x0102;
+    expected.guid3 = 0xABCD;
+    expected.guid4 = {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88};
+    text("FileSourceID", "513");
+    expected.fileSourceID = 513;
+    // These describe the source's file, not the one that is written.
+    text("FileCreationDate", "1999-001");
+    text("GeneratingSoftware", "other");
+    const double counts[] = {9, 9, 9, 9, 9};
+    metadata.add("PointRecordsByReturnCount", nullptr, METADATA_FLOAT64_ARRAY, counts, 5);
+    text("user::34735", "only projection VLRs are copied");
     const std::time_t now = std::time(nullptr);
-    const std::tm* today = std::gmtime(&now);
-    EXPECT_EQ(file.day, today->tm_yday + 1);
-    EXPECT_EQ(file.year, today->tm_year + 1900);
-    EXPECT_EQ(file.headerSize, 227);
-    EXPECT_EQ(file.pointDataOffset, 227u);
-    EXPECT_EQ(file.format, 0);
-    EXPECT_EQ(file.recordLength, 20);
-    EXPECT_EQ(file.legacyCount, 2u);
-    EXPECT_EQ(file.globalEncoding, 0);
-    EXPECT_EQ(file.scale, (std::array<double, 3>{0.25, 0.5, 2}));
-    EXPECT_EQ(file.offset, (std::array<double, 3>{100, -7, 3.5}));
-    EXPECT_EQ(file.points[1].intensity, 1);
-    EXPECT_EQ(readFile(path).size(), 227u + 2 * 20);
-
-    struct
-    {
-        int version, minor, size;
-    } const versions[] = {{0, 0, 227}, {10, 0, 227}, {11, 1, 227}, {12, 2, 227}, {13, 3, 235}, {14, 4, 375}};
-    for (const auto& v : versions) {
-        const LASFile versioned = write(*source, v.version);
-        EXPECT_EQ(versioned.versionMajor, v.version / 10);
-        EXPECT_EQ(versioned.versionMinor, v.minor);
-        EXPECT_EQ(versioned.headerSize, v.size);
-        EXPECT_EQ(versioned.pointDataOffset, static_cast<unsigned>(v.size));
-        EXPECT_EQ(versioned.count, 2u);
-        EXPECT_EQ(versioned.points.size(), 2u);
+    expected.day = static_cast<std::uint16_t>(std::gmtime(&now)->tm_yday + 1);
+    expected.year = static_cast<std::uint16_t>(std::gmtime(&now)->tm_year + 1900);
+    expected.software = "Quillmoran 1.1.4.4709";
+    LASFilePoint origin;
+    origin.x = -400;
+    origin.y = 14;
+    origin.z = -2;
+    for (const double number : returns) {
+        origin.returnNum = static_cast<std::uint8_t>(number);
+        expected.points.push_back(origin);
     }
+    expected.describePoints();
+    for (const int version : {-1, 0, 10, 11, 12, 13, 14}) {
+        expected.versionMajor = version != 0;
+        expected.versionMinor = static_cast<std::uint8_t>(version < 0 ? 1 : version % 10);
+        write(*source, version);
+        const std::string bytes = readFile(path);
+        EXPECT_EQ(LASBytes(bytes.begin(), bytes.end()), expected.build()) << version;
+    }
+
+    metadata.remove();
+    text("ProjectID", "{DEADBEEF-0102}");
+    text("FileSourceID", "none");
+    EXPECT_EQ(write(*source).guid1, 0u);
+    const LASFile more = write(*makeSource({channel("ReturnNum", UINT8, 0, 4)}, {moreReturns}));
+    EXPECT_EQ(std::pair(std::uint64_t{more.legacyCount}, more.count), std::pair(6ul, 6ul));
+    EXPECT_EQ(more.legacyByReturn, (std::array<std::uint32_t, 5>{1, 0, 0, 0, 1}));
+    EXPECT_EQ(more.byReturn, (std::array<std::uint64_t, 15>{1, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 2}));
     // An older version is written as requested, with any format.
     const LASFile extended =
         write(*makeSource({channel("ClassFlags", UINT8), channel("GPSTime_Adjusted", FLOAT64)}), 12);
-    EXPECT_EQ(extended.format, 6);
-    EXPECT_EQ(extended.headerSize, 227);
-    EXPECT_EQ(extended.globalEncoding, 1);
+    EXPECT_EQ(std::tuple(extended.format, extended.headerSize, extended.globalEncoding),
+              std::tuple(6, 227, 1));
 }
 
 // A field of a point as a number.
@@ -123,16 +136,11 @@ double get(const LASFilePoint& point)
 TEST_F(LASWriting, StoresFieldsByTheirWidth)
 {
     using P = LASFilePoint;
-    using Values = std::vector<double>;
     const double nan = std::nan("");
-    const Values few = {0, 7, 8, 9, 15, 16, 255}, legacy = {0, 7, 7, 7, 7, 7, 7},
-                 extended = {0, 7, 8, 9, 15, 0, 15};
-    const struct
-    {
-        ChannelInfo channel;
-        double (*get)(const P&);
-        Values values, legacy, extended; // as stored in formats 0 to 3 and 6 to 8; empty: not tested
-    } cases[] = {
+    const Numbers few = {0, 7, 8, 9, 15, 16, 255}, legacy = {0, 7, 7, 7, 7, 7, 7},
+                  extended = {0, 7, 8, 9, 15, 0, 15};
+    // Values as they are stored in formats 0 to 3 and 6 to 8; empty: not tested.
+    const std::tuple<ChannelInfo, double (*)(const P&), Numbers, Numbers, Numbers> cases[] = {
         {channel("ReturnNum", UINT8, 0, 3), get<&P::returnNum>, few, legacy, extended},
         {channel("NumReturns", UINT8, 0, 3), get<&P::numReturns>, few, legacy, extended},
         {channel("ScanDir", UINT8), get<&P::scanDir>, {1, 2, 255}, {1, 0, 1}, {1, 0, 1}},
@@ -152,20 +160,15 @@ TEST_F(LASWriting, StoresFieldsByTheirWidth)
         {channel("ScanAngle", SINT8), get<&P::scanAngle>, {-128, 127, -1}, {-128, 127, -1}, {-128, 127, -1}},
         {channel("ScanAngle", SINT16, 0, 8), get<&P::scanAngle>, {-30000, 129}, {-48, -127}, {-30000, 129}},
     };
-    for (const auto& each : cases)
+    for (const auto& [info, getField, values, older, newer] : cases)
         for (const bool isExtended : {false, true}) {
-            const Values& expected = isExtended ? each.extended : each.legacy;
-            if (expected.empty())
-                continue;
-            std::initializer_list<ChannelInfo> both = {each.channel, channel("ClassFlags", UINT8)},
-                                               one = {each.channel};
-            Values stored;
-            for (const P& point :
-                 write(*makeSource(isExtended && !each.channel.isNamed("ClassFlags") ? both : one,
-                                   {each.values}))
-                     .points)
-                stored.push_back(each.get(point));
-            EXPECT_EQ(stored, expected) << each.channel.getName() << ' ' << isExtended;
+            const Numbers& expected = isExtended ? newer : older;
+            Numbers stored;
+            const ChannelInfo other = channel(isExtended ? "NearInfrared" : "SourceId", UINT16);
+            for (const P& point : write(*makeSource({info, other}, {values})).points)
+                stored.push_back(getField(point));
+            EXPECT_TRUE(stored == expected || expected.empty())
+                << info.getName() << ' ' << isExtended << ' ' << testing::PrintToString(stored);
         }
 }
 
@@ -176,8 +179,7 @@ TEST_F(LASWriting, RoundsCoordinatesAwayFromTheOffset)
     const auto writer = makeWriter(*source);
     writer->setQuantization(std::vector<double>{0.5, 0.5, 0.5}.data(),
                             std::vector<double>{10, 10, 10}.data());
-    writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
-    const LASFile file = LASFile::load(path);
+    const LASFile file = write(*writer);
     std::vector<int> steps;
     for (const LASFilePoint& point : file.points)
         steps.push_back(point.x);
@@ -185,6 +187,11 @@ TEST_F(LASWriting, RoundsCoordinatesAwayFromTheOffset)
     // The header's bounds are those of the steps.
     EXPECT_EQ(file.min, (std::array<double, 3>{9, 9, 9}));
     EXPECT_EQ(file.max, (std::array<double, 3>{10.5, 10.5, 10.5}));
+    EXPECT_EQ(writer->write({{100, 200}, {0, 20}, {0, 20}}, 1, source->getPointInfo(), nullptr), 0);
+    const LASFile empty = LASFile::load(path);
+    EXPECT_EQ(empty.count, 0u);
+    EXPECT_EQ(empty.min, empty.offset);
+    EXPECT_EQ(empty.max, empty.offset);
 }
 
 TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
@@ -194,11 +201,7 @@ TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
         return "40607 " + path + ": the Y coordinate " + y + " does not fit into 32 bits with the scale " +
                scale + " and the offset 0; use a coarser scale (-sc) or a nearer offset (-ofs)";
     };
-    const struct
-    {
-        double y, scale, offset;
-        std::string error;
-    } cases[] = {
+    const std::tuple<double, double, double, std::string> cases[] = {
         {3e6, 0.001, 0, tooLarge("3000000", "0.001")},
         {3e6, 0.001, 2e6, "no error"},
         {2147483647.25, 1, 0, "no error"},
@@ -214,82 +217,27 @@ TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
         {1, 1e-310, 0, "40007 the scale 1e-310 of Y cannot be used"},
         {1, 1, inf, "40007 the offset inf of Y cannot be used"},
     };
-    for (const auto& each : cases) {
-        const auto source = MemoryPointSource::make(layoutXYZ(), {{0, 1}, {each.y, 2e6}, {0, 1}});
+    for (const auto& [y, scale, offset, error] : cases) {
+        const auto source = MemoryPointSource::make(layoutXYZ(), {{0, 1}, {y, 2e6}, {0, 1}});
         const auto writer = makeWriter(*source);
-        const double scale[] = {1, each.scale, 1}, offset[] = {0, each.offset, 0};
-        writer->setQuantization(scale, offset);
-        EXPECT_EQ(failureOf([&] { writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr); }),
-                  each.error);
-        EXPECT_EQ(std::filesystem::remove(path), each.error == "no error") << each.error;
-        EXPECT_TRUE(directory.isEmpty()) << each.error;
+        writer->setQuantization(Numbers{1, scale, 1}.data(), Numbers{0, offset, 0}.data());
+        EXPECT_EQ(failureOf([&] { write(*writer); }), error);
+        EXPECT_EQ(std::filesystem::remove(path), error == "no error") << error;
+        EXPECT_TRUE(directory.isEmpty()) << error;
     }
 }
 
-TEST_F(LASWriting, CountsPointsByReturn)
-{
-    const std::vector<double> numbers = {1, 1, 2, 5, 6, 7, 0, 1};
-    const auto legacy = write(*makeSource({channel("ReturnNum", UINT8, 0, 3)}, {numbers}));
-    EXPECT_EQ(legacy.legacyCount, 8u);
-    EXPECT_EQ(legacy.legacyByReturn, (std::array<std::uint32_t, 5>{3, 1, 0, 0, 1}));
-    const auto extended = write(*makeSource({channel("ReturnNum", UINT8, 0, 4)}, {{1, 15, 15, 6, 5, 0}}));
-    EXPECT_EQ(extended.legacyCount, 6u);
-    EXPECT_EQ(extended.count, 6u);
-    EXPECT_EQ(extended.legacyByReturn, (std::array<std::uint32_t, 5>{1, 0, 0, 0, 1}));
-    EXPECT_EQ(extended.byReturn,
-              (std::array<std::uint64_t, 15>{1, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 2}));
-}
-
-TEST_F(LASWriting, KeepsTheIdentityOfItsSource)
-{
-    const auto source = makeSource({});
-    Metadata& metadata = source->metadata();
-    const auto text = [&](const char* key, const char* value) {
-        metadata.add(key, nullptr, METADATA_STRING, value, 0);
-    };
-    const std::string longName(40, 'n');
-    text("SystemID", longName.c_str());
-    text("ProjectID", "{DEADBEEF-0102-ABCD-1122-334455667788}");
-    text("FileSourceID", "513");
-    text("FileCreationDate", "1999-001");
-    text("GeneratingSoftware", "other");
-    const double counts[] = {9, 9, 9, 9, 9};
-    metadata.add("PointRecordsByReturnCount", nullptr, METADATA_FLOAT64_ARRAY, counts, 5);
-    text("user::34735", "only projection VLRs are copied");
-    const LASFile file = write(*source);
-    EXPECT_EQ(file.systemID, std::string(32, 'n'));
-    EXPECT_EQ(file.guid1, 0xDEADBEEFu);
-    EXPECT_EQ(file.guid2, 0x0102);
-    EXPECT_EQ(file.guid3, 0xABCD);
-    EXPECT_EQ(file.guid4, (std::array<std::uint8_t, 8>{0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88}));
-    EXPECT_EQ(file.fileSourceID, 513);
-    EXPECT_EQ(file.software, padded("Quillmoran 1.1.4.4709"));
-    EXPECT_NE(file.year, 1999);
-    EXPECT_EQ(file.legacyByReturn, (std::array<std::uint32_t, 5>{}));
-    EXPECT_TRUE(file.records.empty());
-
-    metadata.remove();
-    text("ProjectID", "{DEADBEEF-0102}");
-    text("FileSourceID", "none");
-    EXPECT_EQ(write(*source).guid1, 0u);
-}
-
-// The numbers of the projection VLRs in a file, and the WKT bit.
-struct Projection
-{
-    std::string records;
-    bool wktBit;
-};
-
-Projection projectionOf(const LASFile& file)
+// The numbers of the projection VLRs in a file, with their sizes or without, and the WKT bit.
+std::string projectionOf(const LASFile& file, bool withSizes)
 {
     std::string records;
     for (const auto& record : file.records) {
         EXPECT_EQ(record.userID, "LASF_Projection");
         EXPECT_EQ(record.reserved, 0xAABB);
-        records += std::to_string(record.recordID) + ' ';
+        records += std::to_string(record.recordID) +
+                   (withSizes ? ':' + std::to_string(record.value.size()) + ' ' : " ");
     }
-    return {records, (file.globalEncoding & 16) != 0};
+    return records + ((file.globalEncoding & 16) != 0 ? "WKT" : "");
 }
 
 TEST_F(LASWriting, CopiesProjectionRecords)
@@ -297,25 +245,21 @@ TEST_F(LASWriting, CopiesProjectionRecords)
     // A VLR has at most 65,535 bytes, with the NUL of a text.
     const std::string largest(65534, 'x'), huge(65535, 'x');
     const double numbers[] = {1.5, 2.5};
-    const struct
-    {
-        const char* source; // letters of the records added below
-        bool isExtended, isOverridden;
-        const char* written; // with their sizes
-        bool wktBit;
-    } cases[] = {{"kdao", false, false, "34735:8 34736:16 34737:3 ", false},
-                 {"kdaow", false, false, "34735:8 34736:16 34737:3 2112:4 ", false},
-                 {"w", false, false, "2112:4 ", true},
-                 {"kdao", true, false, "2112:19 ", true}, // formats 6 to 10 cannot have keys
-                 {"kwm", true, false, "2112:4 2111:65535 ", true},
-                 {"wm", true, true, "2112:19 ", true},
-                 {"h", true, false, "2112:19 ", true}};
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.source);
-        const auto source = makeSource({channel(each.isExtended ? "ClassFlags" : "UserData", UINT8)});
+    // Letters of the records added below, whether the format is extended and the records overridden, the result.
+    const std::tuple<std::string, bool, bool, std::string> cases[] = {
+        {"kdao", false, false, "34735:8 34736:16 34737:3 "},
+        {"kdaow", false, false, "34735:8 34736:16 34737:3 2112:4 "},
+        {"w", false, false, "2112:4 WKT"},
+        {"kdao", true, false, "2112:19 WKT"}, // formats 6 to 10 cannot have keys
+        {"kwm", true, false, "2112:4 2111:65535 WKT"},
+        {"wm", true, true, "2112:19 WKT"},
+        {"h", true, false, "2112:19 WKT"}};
+    for (const auto& [letters, isExtended, isOverridden, written] : cases) {
+        SCOPED_TRACE(letters);
+        const auto source = makeSource({channel(isExtended ? "ClassFlags" : "UserData", UINT8)});
         source->setWKT("LOCAL_CS[\"unused\"]");
         Metadata& metadata = source->metadata();
-        for (const char record : std::string(each.source)) {
+        for (const char record : letters) {
             if (record == 'k')
                 metadata.add("LASF_Projection::34735", "keys", METADATA_BLOB, "\1\0\1\0\0\0\0\0", 8);
             else if (record == 'd')
@@ -332,58 +276,43 @@ TEST_F(LASWriting, CopiesProjectionRecords)
                              record == 'w' ? "WKT" : huge.c_str(), 0);
         }
         const auto writer = makeWriter(*source);
-        writer->setOverrideProjectionVLRs(each.isOverridden);
-        writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
-        const LASFile file = LASFile::load(path);
-        std::string written;
-        for (const auto& record : file.records)
-            written += std::to_string(record.recordID) + ':' + std::to_string(record.value.size()) + ' ';
-        EXPECT_EQ(written, each.written);
-        EXPECT_EQ(projectionOf(file).wktBit, each.wktBit);
+        writer->setOverrideProjectionVLRs(isOverridden);
+        const LASFile file = write(*writer);
+        EXPECT_EQ(projectionOf(file, true), written);
         const std::string description = file.records.empty() ? "" : file.records[0].description;
-        EXPECT_EQ(description, each.written[0] == '3' ? "keys" : "");
+        EXPECT_EQ(description, written[0] == '3' ? "keys" : "");
     }
 }
 
 TEST_F(LASWriting, TranslatesTheCoordinateSystem)
 {
-    const std::string wgs84 =
-        "GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,298.257223563]],"
-        "PRIMEM[\"Greenwich\",0],UNIT[\"degree\",0.0174532925199433]";
-    const std::string grid =
-        "PROJCS[\"a grid\"," + wgs84 +
-        "],PROJECTION[\"Transverse_Mercator\"],PARAMETER[\"latitude_of_origin\",0],"
-        "PARAMETER[\"central_meridian\",-101],PARAMETER[\"scale_factor\",0.9995],"
-        "PARAMETER[\"false_easting\",1234],PARAMETER[\"false_northing\",0],UNIT[\"metre\",1]]";
+    const std::string grid = transverseMercator(-101, "a grid", "", 0, "0.9995", "1234");
     const std::string largest(65534, 'x'), huge(65535, 'x');
+    const char keys[] = "34735 34736 34737 ";
     const struct
     {
         std::string wkt;
         int version;
-        const char* records;
-        bool wktBit, isLost;
+        const char* written;
+        bool isLost = false;
         const char* found = ""; // in the text of a reader
-    } cases[] = {{"", 11, "", false, false},
-                 {"no such thing", 11, "", false, true},
-                 {wgs84 + ",AUTHORITY[\"EPSG\",\"4326\"]]", 11, "34735 34736 34737 ", false, false,
-                  "GEOGCS[\"WGS 84\""},
-                 {grid, 13, "34735 34736 34737 ", false, false, "PROJCS[\"a grid\""},
-                 {grid, 10, "34735 34736 34737 ", false, false, "\"central_meridian\",-101]"},
-                 {grid, 10, "34735 34736 34737 ", false, false, "\"false_easting\",1234]"},
-                 {grid, 14, "2112 ", true, false, "PROJCS[\"a grid\""},
-                 {largest, 14, "2112 ", true, false, "xxxx"},
-                 {huge, 14, "", true, true},
-                 {"", 14, "", false, false}};
+    } cases[] = {{"", 11, ""},
+                 {"no such thing", 11, "", true},
+                 {wgs84, 11, keys, false, "GEOGCS[\"WGS 84\""},
+                 {grid, 13, keys, false, "PROJCS[\"a grid\""},
+                 {grid, 10, keys, false, "\"central_meridian\",-101]"},
+                 {grid, 10, keys, false, "\"false_easting\",1234]"},
+                 {grid, 14, "2112 WKT", false, "PROJCS[\"a grid\""},
+                 {largest, 14, "2112 WKT", false, "xxxx"},
+                 {huge, 14, "WKT", true},
+                 {"", 14, ""}};
     const auto source = makeSource({});
     const Scoped<LASPointWriter> writer(LASPointWriter::create());
     for (const auto& each : cases) {
         SCOPED_TRACE(each.wkt.substr(0, 20) + std::to_string(each.version));
         source->setWKT(each.wkt.c_str());
         writer->init(source.get(), path.c_str(), each.version);
-        writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
-        const Projection projection = projectionOf(LASFile::load(path));
-        EXPECT_EQ(projection.records, each.records);
-        EXPECT_EQ(projection.wktBit, each.wktBit);
+        EXPECT_EQ(projectionOf(write(*writer), false), each.written);
         EXPECT_EQ(writer->losesCoordinateSystem(), each.isLost);
         const Scoped<LASPointReader> reader(LASPointReader::create());
         reader->init(path.c_str(), false);
@@ -395,36 +324,34 @@ TEST_F(LASWriting, TranslatesTheCoordinateSystem)
 
 TEST_F(LASWriting, CompressesTheSamePoints)
 {
-    const struct
-    {
-        int format, version;
-        std::size_t count; // the first has more than one of LASzip's chunks
-    } cases[] = {{7, -1, 50001}, {0, 12, 3000}, {1, 12, 3000}, {2, 12, 3000}, {3, 12, 60000},
-                 {6, 14, 3000},  {7, 0, 3000},  {7, 12, 3000}, {8, 14, 50001}};
-    for (const auto& each : cases) {
-        LASFile original = randomLASFile(each.format, 4, each.count, 5);
-        original.globalEncoding = each.format == 7 ? 1 : 0; // adjusted time
+    // Formats, versions and counts: the first has more than one of LASzip's chunks.
+    const std::tuple<int, int, std::size_t> cases[] = {{7, -1, 50001}, {0, 12, 3000},  {1, 12, 3000},
+                                                       {2, 12, 3000},  {3, 12, 60000}, {6, 14, 3000},
+                                                       {7, 0, 3000},   {7, 12, 3000},  {8, 14, 50001}};
+    for (const auto& [format, requested, count] : cases) {
+        LASFile original = randomLASFile(format, 4, count, 5);
+        original.globalEncoding = format == 7 ? 1 : 0; // adjusted time
         writeFile(path, original.build());
         const Scoped<LASPointReader> reader(LASPointReader::create()), back(LASPointReader::create());
         reader->init(path.c_str(), false);
         const Scoped<LASPointWriter> writer(LASPointWriter::create());
         const std::string compressed = directory / "out.laz";
-        writer->init(reader.get(), compressed.c_str(), each.version);
+        writer->init(reader.get(), compressed.c_str(), requested);
         writer->setWriteLAZ(true);
         writer->write(Bounds::Huge(), 1, reader->getPointInfo(), nullptr);
         const LASFile header = LASFile::load(compressed);
         EXPECT_TRUE(header.compressed);
-        EXPECT_EQ(header.format, each.format);
-        EXPECT_EQ(header.count, each.count);
-        EXPECT_EQ(header.versionMajor * 10 + header.versionMinor, each.version < 0 ? 14 : each.version);
+        EXPECT_EQ(std::pair(header.format, header.count), std::pair(format, std::uint64_t{count}));
+        const int version = requested < 0 ? 14 : requested;
+        EXPECT_EQ(header.versionMajor * 10 + header.versionMinor, version);
         ASSERT_EQ(header.records.size(), 1u);
         EXPECT_EQ(header.records[0].userID, "laszip encoded");
         back->init(compressed.c_str(), false);
         EXPECT_EQ(back->getFileFormatString(),
-                  "LAZ " + std::to_string(header.versionMajor) + '.' + std::to_string(header.versionMinor));
-        EXPECT_TRUE(readLASPoints(*back) == original.points) << each.format << ' ' << each.version;
+                  "LAZ " + std::to_string(version / 10) + '.' + std::to_string(version % 10));
+        EXPECT_TRUE(readLASPoints(*back) == original.points) << format << ' ' << requested;
         // One field at a time: layered files skip the others.
-        for (std::size_t i = 3; each.format >= 6 && i < back->getNumChannels(); ++i) {
+        for (std::size_t i = 3; format >= 6 && i < back->getNumChannels(); ++i) {
             const PointInfo one = layoutXYZ({back->getChannel(i)});
             EXPECT_TRUE(readRows(*back, one) == readRows(*reader, one)) << back->getChannel(i).getName();
         }
@@ -434,35 +361,21 @@ TEST_F(LASWriting, CompressesTheSamePoints)
 // LAS records hold one time. The channel that comes later is written.
 TEST_F(LASWriting, ReportsTimesThatItLoses)
 {
-    const std::vector<double> zeros(5), week = {1, 0, 3, 0, 5}, adjusted = {10, 20, 0, 0, 5};
-    const ChannelInfo weekTime = channel("GPSTime", FLOAT64),
-                      adjustedTime = channel("GPSTime_Adjusted", FLOAT64);
-    const struct
-    {
-        bool isWeekLast, prefersNonzero;
-        std::vector<double> times;
-        unsigned lost, fromOther;
-    } cases[] = {{false, false, adjusted, 2, 0},
-                 {false, true, {10, 20, 3, 0, 5}, 1, 1},
-                 {true, false, week, 2, 0},
-                 {true, true, {1, 20, 3, 0, 5}, 1, 1}};
-    for (const auto& each : cases) {
-        const auto source = each.isWeekLast ? MemoryPointSource::make(layoutXYZ({adjustedTime, weekTime}),
-                                                                      {zeros, zeros, zeros, adjusted, week})
-                                            : MemoryPointSource::make(layoutXYZ({weekTime, adjustedTime}),
-                                                                      {zeros, zeros, zeros, week, adjusted});
-        const auto writer = makeWriter(*source);
-        writer->setPrefersNonzeroTime(each.prefersNonzero);
-        writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
-        std::vector<double> times;
-        for (const LASFilePoint& point : LASFile::load(path).points)
+    const Numbers week = {1, 0, 3, 0, 5}, adjusted = {10, 20, 0, 0, 5};
+    const ChannelInfo weekTime = channel("GPSTime", FLOAT64);
+    const auto source = makeSource({channel("GPSTime_Adjusted", FLOAT64), weekTime}, {adjusted, week});
+    const auto writer = makeWriter(*source);
+    for (const bool prefersNonzero : {false, true}) {
+        writer->setPrefersNonzeroTime(prefersNonzero);
+        Numbers times;
+        for (const LASFilePoint& point : write(*writer).points)
             times.push_back(point.gpsTime);
-        EXPECT_EQ(times, each.times);
+        EXPECT_EQ(times, prefersNonzero ? (Numbers{1, 20, 3, 0, 5}) : week);
         ASSERT_TRUE(writer->getTimeConflict());
-        EXPECT_STREQ(writer->getTimeConflict()->written, each.isWeekLast ? "GPSTime" : "GPSTime_Adjusted");
-        EXPECT_STREQ(writer->getTimeConflict()->other, each.isWeekLast ? "GPSTime_Adjusted" : "GPSTime");
-        EXPECT_EQ(writer->getTimeConflict()->numLost, each.lost);
-        EXPECT_EQ(writer->getTimeConflict()->numFromOther, each.fromOther);
+        const LASPointWriter::TimeConflict conflict = *writer->getTimeConflict();
+        EXPECT_EQ(std::string(conflict.written) + ", not " + conflict.other, "GPSTime, not GPSTime_Adjusted");
+        EXPECT_EQ(conflict.numLost, prefersNonzero ? 1u : 2u);
+        EXPECT_EQ(conflict.numFromOther, prefersNonzero ? 1u : 0u);
         writer->write(Bounds::Huge(), 1, layoutXYZ({weekTime}), nullptr);
         EXPECT_FALSE(writer->getTimeConflict());
     }
@@ -471,30 +384,18 @@ TEST_F(LASWriting, ReportsTimesThatItLoses)
 TEST_F(LASWriting, ReportsScanAnglesInTheUnitOfOtherFormats)
 {
     const Scoped<LASPointWriter> writer(LASPointWriter::create());
-    const auto isForeign = [&](const ChannelInfo& angle, const char* other) {
+    const std::tuple<ChannelInfo, const char*, bool> cases[] = {
+        {channel("ScanAngle", SINT8), "ClassFlags", true},
+        {channel("ScanAngle", SINT8), "UserData", false},
+        {channel("ScanAngle", FLOAT32), "ClassFlags", true},
+        {channel("ScanAngle", SINT16), "ClassFlags", false},
+        {channel("ScanAngle", SINT16, 0, 8), "UserData", true}};
+    for (const auto& [angle, other, isForeign] : cases) {
         const auto source = makeSource({angle, channel(other, UINT8)});
         writer->init(source.get(), path.c_str(), -1);
-        writer->write(Bounds::Huge(), 1, source->getPointInfo(), nullptr);
-        return writer->hasForeignScanAngles();
-    };
-    EXPECT_TRUE(isForeign(channel("ScanAngle", SINT8), "ClassFlags"));
-    EXPECT_FALSE(isForeign(channel("ScanAngle", SINT8), "UserData"));
-    EXPECT_TRUE(isForeign(channel("ScanAngle", FLOAT32), "ClassFlags"));
-    EXPECT_FALSE(isForeign(channel("ScanAngle", SINT16), "ClassFlags"));
-    EXPECT_TRUE(isForeign(channel("ScanAngle", SINT16, 0, 8), "UserData"));
-}
-
-TEST_F(LASWriting, WritesAFileWithoutPoints)
-{
-    const auto source = makeSource({});
-    // A box without points.
-    Bounds outside = Bounds::Huge();
-    outside.x = {100, 200};
-    EXPECT_EQ(makeWriter(*source)->write(outside, 1, source->getPointInfo(), nullptr), 0);
-    const LASFile empty = LASFile::load(path);
-    EXPECT_EQ(empty.count, 0u);
-    EXPECT_EQ(empty.min, empty.offset);
-    EXPECT_EQ(empty.max, empty.offset);
+        write(*writer);
+        EXPECT_EQ(writer->hasForeignScanAngles(), isForeign) << angle.getDataType() << other;
+    }
 }
 
 }} // namespace Quillmoran::Testing

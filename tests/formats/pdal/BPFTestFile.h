@@ -3,7 +3,7 @@
 #pragma once
 
 #include "platform/ByteOrder.h"
-#include <vxunpack/PointSource.h>
+#include "support/SetOfSources.h"
 
 #include <cmath>
 #include <cstddef>
@@ -28,10 +28,9 @@ struct BPFTestFile
         const auto integer = [&](std::size_t at) { return loadLittleEndian<std::int32_t>(&bytes.at(at)); };
         const auto real = [&](std::size_t at) { return loadLittleEndian<double>(&bytes.at(at)); };
         BPFTestFile file;
-        if (bytes.substr(0, 8) != "BPF!0003" || bytes.at(14) != 0)
-            throw std::runtime_error("not an uncompressed BPF file");
+        if (bytes.substr(0, 8) != "BPF!0003" || bytes.at(13) != 1 || bytes[14] != 0)
+            throw std::runtime_error("not an uncompressed BPF file, point by point");
         const auto count = static_cast<std::size_t>(static_cast<unsigned char>(bytes[12]));
-        const bool byPoint = bytes[13] == 1;
         file.numPoints = integer(16);
         file.coordinateKind = integer(20);
         file.zone = integer(24);
@@ -43,8 +42,7 @@ struct BPFTestFile
             file.labels.push_back(bytes.substr(176 + 24 * count + 32 * d, 32).c_str());
             auto& column = file.columns[file.labels.back()];
             for (std::size_t p = 0; p < points; ++p) {
-                const std::size_t index = byPoint ? p * count + d : d * points + p;
-                const std::size_t at = static_cast<std::size_t>(integer(8)) + 4 * index;
+                const std::size_t at = static_cast<std::size_t>(integer(8)) + 4 * (p * count + d);
                 column.push_back(static_cast<double>(loadLittleEndian<float>(&bytes.at(at))) +
                                  file.offsets[d]);
             }
@@ -75,19 +73,9 @@ inline Columns readColumns(const PointSource& source, const PointInfo& layout,
                            ProgressDelegate* delegate = nullptr)
 {
     Columns columns;
-    PointData block;
-    block.init(layout, 1000);
-    const Scoped<PointIterator> iterator(source.createIterator(box, fraction, layout, delegate));
-    while (const std::size_t count = iterator->getNextPoints(block)) {
-        for (std::size_t c = 0; c < block.getNumChannels(); ++c) {
-            const ChannelData& channel = block.getChannel(c);
-            visitDataType(channel.getDataType(), [&](auto zero) {
-                const auto* const samples = static_cast<const decltype(zero)*>(channel.getData());
-                for (std::size_t i = 0; i < count; ++i)
-                    columns[channel.getName()].push_back(static_cast<double>(samples[i]));
-            });
-        }
-    }
+    for (const auto& row : readRows(source, layout, box, fraction, 1000, delegate))
+        for (std::size_t c = 0; c < row.size(); ++c)
+            columns[layout.getChannel(c).getName()].push_back(row[c]);
     return columns;
 }
 

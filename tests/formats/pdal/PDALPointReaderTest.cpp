@@ -69,12 +69,7 @@ TEST_F(PDALPointReaderTest, HonoursBoxFractionAndChannels)
                 << box.x.min << ' ' << fraction;
             EXPECT_EQ(readColumns(*reader, some, box, fraction), readColumns(*source, some, box, fraction));
         }
-}
 
-TEST_F(PDALPointReaderTest, RefusesQueriesThatItCannotAnswer)
-{
-    writeGrid(10);
-    const auto reader = open(path);
     const auto query = [&](const PointInfo& wanted, ProgressDelegate* delegate = nullptr) {
         return failureOf([&] { readColumns(*reader, wanted, Bounds::Huge(), 1, delegate); });
     };
@@ -153,44 +148,37 @@ std::string deflate(const std::string& bytes)
 // Finds matches at the given distance only. Level 2 has longer matches and distances.
 std::string fastLZ(const std::string& bytes, int level, std::size_t distance)
 {
-    std::string packed, literals;
-    const auto flush = [&] {
-        for (std::size_t at = 0; at < literals.size(); at += 32) {
-            const std::string run = literals.substr(at, 32);
-            const int levelBits = packed.empty() ? (level - 1) << 5 : 0;
-            packed += static_cast<char>(levelBits | static_cast<int>(run.size() - 1));
-            packed += run;
-        }
-        literals.clear();
-    };
+    std::string packed;
     const std::size_t maxLength = level == 1 ? 264 : 5000;
-    for (std::size_t at = 0; at < bytes.size();) {
+    for (std::size_t at = 0, begin = 0; at < bytes.size();) {
         std::size_t length = 0;
         while (at >= distance && length < maxLength && at + length < bytes.size() &&
                bytes[at + length] == bytes[at + length - distance])
             ++length;
-        if (length < 3) {
-            literals += bytes[at++];
-            continue;
+        if (length < 3)
+            ++at;
+        // Up to 32 bytes as they are, before a match and at the end.
+        if (begin < at && (length >= 3 || at - begin == 32 || at == bytes.size())) {
+            packed += static_cast<char>(at - begin - 1) + bytes.substr(begin, at - begin);
+            begin = at;
         }
-        flush();
+        if (length < 3)
+            continue;
         const bool isFar = distance > 8191; // needs level 2
         const std::size_t near = isFar ? 8191 : distance - 1, code = length - 2;
         packed += static_cast<char>(std::min<std::size_t>(code, 7) << 5 | near >> 8);
         if (code >= 7) {
-            std::size_t more = code - 7;
-            for (; level == 2 && more >= 255; more -= 255)
-                packed += '\xff';
-            packed += static_cast<char>(more);
+            packed.append(level == 2 ? (code - 7) / 255 : 0, '\xff');
+            packed += static_cast<char>(level == 2 ? (code - 7) % 255 : code - 7);
         }
         packed += static_cast<char>(near);
         if (isFar) {
             packed += static_cast<char>((distance - 8192) >> 8);
             packed += static_cast<char>(distance - 8192);
         }
-        at += length;
+        begin = at += length;
     }
-    flush();
+    packed[0] = static_cast<char>(packed[0] | (level - 1) << 5);
     return packed;
 }
 
@@ -209,7 +197,19 @@ std::string compressedBy(char method, const std::string& plain, Pack pack)
     return bytes;
 }
 
-TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
+// The file with its points one dimension after the other.
+std::string byDimension(const std::string& plain)
+{
+    const auto begin = static_cast<std::size_t>(loadLittleEndian<std::int32_t>(&plain[8]));
+    const auto width = static_cast<std::size_t>(plain[12]), count = (plain.size() - begin) / (4 * width);
+    std::string bytes = plain;
+    bytes[13] = 0;
+    for (std::size_t i = 0; i < count * width; ++i)
+        bytes.replace(begin + 4 * (i % width * count + i / width), 4, plain, begin + 4 * i, 4);
+    return bytes;
+}
+
+TEST_F(PDALPointReaderTest, ReadsPointsInEveryArrangement)
 {
     constexpr std::size_t pointBytes = 20, period = 400; // the maximum distance of level 1
     writeGrid(5000, period);
@@ -218,21 +218,19 @@ TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
     const auto fastLZOf = [](int level, std::size_t distance) {
         return [=](const std::string& raw) { return fastLZ(raw, level, distance); };
     };
-    const struct
-    {
-        const char* name;
-        std::string bytes;
-    } cases[] = {{"deflate", compressedBy(3, plain, deflate)},
-                 {"FastLZ 1, short matches", compressedBy(2, plain, fastLZOf(1, pointBytes))},
-                 {"FastLZ 1, repeated bytes", compressedBy(2, plain, fastLZOf(1, 1))},
-                 {"FastLZ 1, long matches", compressedBy(2, plain, fastLZOf(1, pointBytes * period))},
-                 {"FastLZ 2, short matches", compressedBy(2, plain, fastLZOf(2, pointBytes))},
-                 {"FastLZ 2, far and long", compressedBy(2, plain, fastLZOf(2, 2 * pointBytes * period))},
-                 {"stored", compressedBy(2, plain, [](const std::string& raw) { return raw; })}};
-    for (const auto& each : cases) {
-        writeFile(path, each.bytes);
-        EXPECT_EQ(readColumns(*open(path)), expected) << each.name;
-        std::string other = each.bytes;
+    const std::pair<const char*, std::string> cases[] = {
+        {"by dimension", byDimension(plain)},
+        {"deflate", compressedBy(3, plain, deflate)},
+        {"FastLZ 1, short matches", compressedBy(2, plain, fastLZOf(1, pointBytes))},
+        {"FastLZ 1, repeated bytes", compressedBy(2, plain, fastLZOf(1, 1))},
+        {"FastLZ 1, long matches", compressedBy(2, plain, fastLZOf(1, pointBytes * period))},
+        {"FastLZ 2, short matches", compressedBy(2, plain, fastLZOf(2, pointBytes))},
+        {"FastLZ 2, far and long", compressedBy(2, plain, fastLZOf(2, 2 * pointBytes * period))},
+        {"stored", compressedBy(2, plain, [](const std::string& raw) { return raw; })}};
+    for (const auto& [name, bytes] : cases) {
+        writeFile(path, bytes);
+        EXPECT_EQ(readColumns(*open(path)), expected) << name;
+        std::string other = bytes;
         other[14] = '\1';
         EXPECT_EQ(readDamaged(other), "40609 the file is compressed by a method that is not supported");
     }
@@ -251,47 +249,6 @@ TEST_F(PDALPointReaderTest, UnpacksCompressedPoints)
               std::string("\x20q\xe0\x01\x07", 5), std::string()})
             EXPECT_EQ(damaged(method, wrong), "40609 the compressed points are malformed") << wrong.size();
     }
-}
-
-// Files of other programs, if the environment names their folder.
-class RealBPFFiles : public PDALPointReaderTest
-{
-protected:
-    void SetUp() override
-    {
-        const char* const folder = std::getenv("VX_DATA");
-        if (!folder)
-            GTEST_SKIP() << "VX_DATA does not name the folder of real files";
-        data = std::string(folder) + "/bpf/";
-    }
-    std::string data;
-    const std::string chipped = "autzen-utm-chipped-25-v3";
-};
-
-void expectEqual(const PointReader& reader, const BPFTestFile& file, const std::string& name)
-{
-    const Columns columns = readColumns(reader);
-    ASSERT_EQ(reader.getNumPoints(), file.numPoints) << name;
-    ASSERT_EQ(columns.size(), file.labels.size()) << name;
-    for (std::size_t i = 0; i < file.labels.size(); ++i) {
-        const std::string channel = reader.getChannel(i).getName();
-        EXPECT_EQ(columns.at(channel), file.columns.at(file.labels[i])) << name << ' ' << channel;
-    }
-    EXPECT_NE(std::string(reader.getWKT()).find("UTM zone 10N"), std::string::npos) << name;
-}
-
-TEST_F(RealBPFFiles, AreReadCompletely)
-{
-    const BPFTestFile twin = BPFTestFile::parse(readFile(data + chipped + ".bpf"));
-    EXPECT_EQ(twin.numPoints, 1065);
-    for (const char* name : {".bpf", "-interleaved.bpf", "-fastlz.bpf", "-deflate-segregated.bpf"})
-        expectEqual(*open(data + chipped + name), twin, name);
-    for (const std::string name : {chipped + "-interleaved.bpf", std::string("autzen-utm.bpf")})
-        expectEqual(*open(data + name), BPFTestFile::parse(readFile(data + name)), name);
-    const auto reader = open(data + "autzen-utm.bpf");
-    for (const char* name : {"Intensity", "ReturnNum", "NumReturns", "ClassId", "Red", "GPSTime"})
-        EXPECT_TRUE(reader->hasChannel(name)) << name;
-    EXPECT_EQ(reader->getChannel("ClassId")->getDataType(), UINT8);
 }
 
 }} // namespace Quillmoran::Testing

@@ -1,5 +1,6 @@
 #include "formats/pdal/BPFTestFile.h"
 #include "pdal/PDALFormats.h"
+#include "support/CoordinateSystems.h"
 #include "support/SampleCloud.h"
 #include "support/Test.h"
 #include <vxunpack/VX7PointReader.h>
@@ -52,42 +53,37 @@ TEST_F(PDALPointWriterTest, WritesEveryChannelOfASurvey)
     const Columns expected = readColumns(*survey);
 
     const BPFTestFile file = parse();
-    EXPECT_EQ(file.numPoints, 12000);
-    const std::pair<const char*, const char*> names[] = {{"X", "X"},
-                                                         {"Y", "Y"},
-                                                         {"Z", "Z"},
-                                                         {"Intensity", "Intensity"},
-                                                         {"ClassId", "Classification"},
-                                                         {"ScanAngle", "ScanAngleRank"},
-                                                         {"GPSTime", "GpsTime"},
-                                                         {"Temperature", "Temperature"}};
-    EXPECT_EQ(file.labels.size(), std::size(names));
-    for (const auto& [name, label] : names) {
-        const bool coordinate = *name >= 'X';
-        // Almost all times are within a second; the others have the largest difference.
-        const double tolerance = coordinate ? 1e-9 : label == std::string("GpsTime") ? 1e-7 : 0;
-        ASSERT_TRUE(file.columns.count(label)) << label;
-        expectNear(file.columns.at(label), expected.at(name), tolerance, label);
-    }
-
     const auto reader = open();
     EXPECT_STREQ(reader->getFileFormatString(), "BPF 3");
+    EXPECT_EQ(file.numPoints, 12000);
     EXPECT_EQ(reader->getNumPoints(), 12000);
     const Columns read = readColumns(*reader);
+    const std::map<std::string, std::string> labels = {
+        {"ClassId", "Classification"}, {"ScanAngle", "ScanAngleRank"}, {"GPSTime", "GpsTime"}};
+    EXPECT_EQ(file.labels.size(), expected.size());
     EXPECT_EQ(read.size(), expected.size());
     for (const auto& [name, values] : expected) {
-        const ChannelInfo* found = reader->getChannel(name.c_str());
-        ASSERT_TRUE(found) << name;
-        EXPECT_EQ(found->getDataType(), survey->getChannel(name.c_str())->getDataType()) << name;
-        expectNear(read.at(name), values, name[0] >= 'X' ? 1e-9 : name == "GPSTime" ? 1e-7 : 0, name);
+        const std::string label = labels.count(name) != 0 ? labels.at(name) : name;
+        // Almost all times are within a second; the others have the largest difference.
+        const double tolerance = name[0] >= 'X' ? 1e-9 : name == "GPSTime" ? 1e-7 : 0;
+        expectNear(file.columns.at(label), values, tolerance, label);
+        expectNear(read.at(name), values, tolerance, name);
+        EXPECT_EQ(reader->getChannel(name.c_str())->getDataType(),
+                  survey->getChannel(name.c_str())->getDataType())
+            << name;
     }
-    const auto extent = [&](const char* name) {
+    const Bounds bounds = reader->getBounds();
+    for (const auto& [name, range] :
+         {std::pair("X", bounds.x), std::pair("Y", bounds.y), std::pair("Z", bounds.z)}) {
         const auto [min, max] = std::minmax_element(expected.at(name).begin(), expected.at(name).end());
-        return Bounds::Range{*min, *max};
-    };
-    EXPECT_NEAR(reader->getBounds().x.min, extent("X").min, 1e-9);
-    EXPECT_NEAR(reader->getBounds().y.max, extent("Y").max, 1e-9);
-    EXPECT_NEAR(reader->getBounds().z.max, extent("Z").max, 1e-9);
+        EXPECT_NEAR(range.min, *min, 1e-9) << name;
+        EXPECT_NEAR(range.max, *max, 1e-9) << name;
+    }
+
+    EXPECT_EQ(write(*survey, survey->getPointInfo(), {{0, 1}, {0, 1}, {0, 1}}), 0);
+    EXPECT_EQ(open()->getNumPoints(), 0);
+    EXPECT_EQ(open()->getBounds(), Bounds::Huge());
+    EXPECT_TRUE(readColumns(*open()).empty());
 }
 
 // A float has 24 bits; values that need more are stored as differences.
@@ -123,8 +119,8 @@ TEST_F(PDALPointWriterTest, GivesDimensionsNamesThatPDALAccepts)
     const Numbers n{1}, angle{-2500};
     const auto source = MemoryPointSource::make(layout, {n, n, n, n, n, n, angle, n, angle, n});
     write(*source);
-    EXPECT_EQ(listener.warnings, (std::vector<std::string>{"the output format does not support channel "
-                                                           "'a name of more than 31 characters'"}));
+    EXPECT_EQ(listener.warnings, (Strings{"the output format does not support channel "
+                                          "'a name of more than 31 characters'"}));
     const BPFTestFile file = parse();
     EXPECT_EQ(file.labels.size(), 8u);
     for (const char* label : {"X", "Extra_Byte", "Extra_Byte_", "C_7th", "Infrared"})
@@ -133,56 +129,29 @@ TEST_F(PDALPointWriterTest, GivesDimensionsNamesThatPDALAccepts)
     EXPECT_NEAR(file.columns.at("ScanAngleRank").at(0), -15, 1e-6);
 }
 
-TEST_F(PDALPointWriterTest, WritesAFileOfNoPoints)
-{
-    const auto survey = openSurvey();
-    EXPECT_EQ(write(*survey, survey->getPointInfo(), {{0, 1}, {0, 1}, {0, 1}}), 0);
-    const auto reader = open();
-    EXPECT_EQ(reader->getNumPoints(), 0);
-    EXPECT_EQ(reader->getBounds(), Bounds::Huge());
-    EXPECT_TRUE(readColumns(*reader).empty());
-}
-
 TEST_F(PDALPointWriterTest, KeepsTheCoordinateSystemsOfTheFormat)
 {
-    const auto utm = [](int meridian, int northing, const char* datum) {
-        return "PROJCS[\"test\",GEOGCS[\"WGS 84\",DATUM[\"" + std::string(datum) +
-               "\",SPHEROID[\"WGS 84\",6378137,298.257223563]],PRIMEM[\"Greenwich\",0],UNIT[\"degree\","
-               "0.0174532925199433]],PROJECTION[\"Transverse_Mercator\"],PARAMETER[\"latitude_of_origin\",0],"
-               "PARAMETER[\"central_meridian\"," +
-               std::to_string(meridian) +
-               "],PARAMETER[\"scale_factor\",0.9996],PARAMETER[\"false_easting\",500000],"
-               "PARAMETER[\"false_northing\"," +
-               std::to_string(northing) + "],UNIT[\"metre\",1]]";
-    };
-    const std::string degrees =
-        "GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,298.257223563]"
-        "],PRIMEM[\"Greenwich\",0],UNIT[\"degree\",0.0174532925199433]]";
-    const struct
-    {
-        std::string wkt;
-        double x;
-        int zone;
-        bool kept;
-        const char* found; // in the WKT of what is read; null for none
-    } cases[] = {{utm(-105, 0, "WGS_1984"), 500000, 13, true, "UTM zone 13N"},
-                 {utm(177, 10000000, "WGS_1984"), 500000, -60, true, "UTM zone 60S"},
-                 {utm(-105, 0, "North_American_Datum_1983"), 500000, 0, false, nullptr},
-                 {utm(-100, 0, "WGS_1984"), 500000, 0, false, nullptr},
-                 {degrees, -120, 0, true, "GEOGCS[\"WGS 84\""},
-                 {"nonsense", 500000, 0, false, nullptr},
-                 {"", 500000, 0, true, nullptr}};
-    for (const auto& each : cases) {
-        const auto source = MemoryPointSource::make(layoutXYZ(), {{each.x}, {45}, {0}});
-        source->setWKT(each.wkt.c_str());
+    const std::string utm13 = transverseMercator(-105), datum = "North_American_Datum_1983";
+    // Texts, an easting, the zone in the file, whether it is kept, and the text that is read.
+    const std::tuple<std::string, double, int, bool, std::string> cases[] = {
+        {utm13, 500000, 13, true, "UTM zone 13N"},
+        {transverseMercator(177, "a grid", "", 10000000), 500000, -60, true, "UTM zone 60S"},
+        {replaced(utm13, "WGS_1984", datum), 500000, 0, false, ""},
+        {transverseMercator(-100), 500000, 0, false, ""},
+        {wgs84, -120, 0, true, "GEOGCS[\"WGS 84\""},
+        {"nonsense", 500000, 0, false, ""},
+        {"", 500000, 0, true, ""}};
+    for (const auto& [text, x, zone, isKept, found] : cases) {
+        const auto source = MemoryPointSource::make(layoutXYZ(), {{x}, {45}, {0}});
+        source->setWKT(text.c_str());
         listener.warnings.clear();
         write(*source);
-        EXPECT_EQ(listener.warnings.empty(), each.kept) << each.wkt;
-        EXPECT_EQ(parse().zone, each.zone) << each.wkt;
+        EXPECT_EQ(listener.warnings.empty(), isKept) << text;
+        EXPECT_EQ(parse().zone, zone) << text;
         const auto reader = open();
         const std::string wkt = reader->getWKT() ? reader->getWKT() : "";
-        EXPECT_EQ(wkt.empty(), each.found == nullptr) << wkt;
-        EXPECT_NE(wkt.find(each.found ? each.found : ""), std::string::npos) << wkt;
+        EXPECT_EQ(wkt.empty(), found.empty()) << wkt;
+        EXPECT_NE(wkt.find(found), std::string::npos) << wkt;
     }
 }
 

@@ -1,5 +1,6 @@
 #include "srs/SpatialReference.h"
 
+#include "support/CoordinateSystems.h"
 #include "support/Test.h"
 
 #include <netinet/in.h>
@@ -11,23 +12,16 @@ namespace Quillmoran::SpatialReference {
 
 namespace {
 
-const std::string wgs84 = R"(GEOGCS["WGS 84",DATUM["WGS_1984",SPHEROID["WGS 84",6378137,298.257223563]],)"
-                          R"(PRIMEM["Greenwich",0],UNIT["degree",0.0174532925199433]])";
+using namespace Testing;
 
-std::string utm(int zone, const std::string& name = "a grid", const std::string& extension = "")
+std::string utm(int zone, const std::string& name = "a grid")
 {
-    return "PROJCS[\"" + name + "\"," + wgs84 +
-           R"(,PROJECTION["Transverse_Mercator"],PARAMETER["latitude_of_origin",0],)"
-           R"(PARAMETER["central_meridian",)" +
-           std::to_string(6 * zone - 183) +
-           R"(],PARAMETER["scale_factor",0.9996],PARAMETER["false_easting",500000],)"
-           R"(PARAMETER["false_northing",0],UNIT["metre",1])" +
-           extension + "]";
+    return transverseMercator(6 * zone - 183, name);
 }
 
 std::string withPROJ4(const std::string& projString)
 {
-    return utm(32, "a grid", ",EXTENSION[\"PROJ4\",\"" + projString + "\"]");
+    return transverseMercator(9, "a grid", ",EXTENSION[\"PROJ4\",\"" + projString + "\"]");
 }
 
 // A file and a server that no text may cause a program to open.
@@ -66,7 +60,7 @@ public:
     }
 
 private:
-    Testing::TemporaryDirectory m_directory;
+    TemporaryDirectory m_directory;
 
 public:
     const std::string file = m_directory.file("decoy", wgs84);
@@ -142,7 +136,7 @@ TEST(SpatialReferenceTest, RestoresGridsFromKeys)
     for (const auto& [text, other] :
          {std::pair("WGS_1984", "own"), std::pair("6378137", "6377000"), std::pair("298.257223563", "299.5"),
           std::pair("northing\",0]", "northing\",-5000]")})
-        own.replace(own.find(text), std::string(text).size(), other);
+        own = replaced(own, text, other);
     for (const std::string& grid : {utm(32), own, wgs84, utm(32)}) {
         const auto keys = toGeoTIFF(grid.c_str());
         ASSERT_TRUE(keys) << grid;

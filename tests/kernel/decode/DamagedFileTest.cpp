@@ -1,9 +1,8 @@
 // Damaged files: each invalid field has its own error. robustness/DamageTest tests random damage.
-#include "common/container/ChunkHeader.h"
-#include "platform/ByteOrder.h"
 #include "support/ReadPoints.h"
 #include "support/SampleCloud.h"
 #include "support/Test.h"
+#include "support/VX7Chunks.h"
 
 namespace Quillmoran::Testing { namespace {
 
@@ -62,34 +61,24 @@ public:
         plan.metadata.add("PreCompressionPointCount", "count", METADATA_FLOAT64_ARRAY, &value, 1);
         cloud.addIndex(plan, indexVersion, 10);
         bytes = buildFile(plan);
-        payloads[wholeFile] = 0;
-        for (std::size_t at = 28; at < bytes.size(); at += 12 + get64(at + 4))
-            payloads.emplace(loadBigEndian<std::uint32_t>(&bytes[at]), at + 12);
     }
 
-    std::uint64_t get64(std::size_t at) const { return loadBigEndian<std::uint64_t>(&bytes[at]); }
+    VX7Chunks::Chunk chunk(unsigned id) const { return *VX7Chunks::parse(bytes).find(id); }
 
     Bytes damaged(const Damage& damage) const
     {
-        const std::size_t payload = payloads.at(damage.chunk);
-        const std::size_t at = payload + static_cast<std::size_t>(damage.at);
-        Bytes changed = bytes;
-        if (damage.edit == SET) {
-            set(changed, at, damage.size, damage.value);
-        } else if (damage.edit == CUT) {
-            changed.resize(at);
-        } else {
-            const std::size_t end = payload + get64(payload - 8);
-            const auto position = [&](std::size_t i) {
-                return changed.begin() + static_cast<std::ptrdiff_t>(i);
-            };
-            if (at < end)
-                changed.erase(position(at), position(end));
-            else
-                changed.insert(position(end), at - end, 0);
-            for (const std::size_t length : {std::size_t{8}, std::size_t{20}, payload - 8})
-                set(changed, length, 8, get64(length) - (end - at));
+        VX7Chunks file = VX7Chunks::parse(bytes);
+        VX7Chunks::Chunk* const chunk = file.find(damage.chunk);
+        if (damage.edit == RESIZE) {
+            chunk->payload.resize(static_cast<std::size_t>(damage.at));
+            return file.toBytes();
         }
+        const std::size_t at = (chunk ? chunk->position : 0) + static_cast<std::size_t>(damage.at);
+        Bytes changed = bytes;
+        if (damage.edit == SET)
+            set(changed, at, damage.size, damage.value);
+        else
+            changed.resize(at);
         return changed;
     }
 
@@ -101,7 +90,6 @@ public:
     }
 
     Bytes bytes;
-    std::map<unsigned, std::size_t> payloads;
 };
 
 TEST(DamagedFile, ReportsEachInvalidField)
@@ -109,7 +97,7 @@ TEST(DamagedFile, ReportsEachInvalidField)
     const SmallFile file(2);
     ASSERT_EQ(outcome(file.bytes), "100 points");
     const int firstRecord = 13;
-    const auto bandLength = file.get64(file.payloads.at(CHUNK_SUBBAND) - 8);
+    const auto bandLength = file.chunk(CHUNK_SUBBAND).payload.size();
     file.expectOutcomes({
         {CUT, wholeFile, 7, "40209 bad read -- file header"},
         {CUT, wholeFile, 15, "40209 bad read -- file length"},
@@ -188,7 +176,7 @@ TEST(DamagedFile, ReportsEachInvalidField)
 
     // Newer versions may append fields.
     for (const unsigned chunk : {CHUNK_WAVELET_HEADER, CHUNK_INDEX, CHUNK_SUBBAND}) {
-        const auto length = static_cast<int>(file.get64(file.payloads.at(chunk) - 8));
+        const auto length = static_cast<int>(file.chunk(chunk).payload.size());
         file.expectOutcomes({{RESIZE, chunk, length + 3, "100 points"}});
     }
 
@@ -209,7 +197,7 @@ TEST(DamagedFile, ReportsABadChunkHeader)
         {CHUNK_WAVELET_HEADER, "40203"}, {CHUNK_INDEX, "40205"}, {CHUNK_SUBBAND, "40207"},
         {CHUNK_METADATA, "40212"},       {CHUNK_WKT, "40214"},   {CHUNK_CLASS_NAMES, "40216"}};
     for (const auto& [id, code] : chunks) {
-        const std::size_t left = file.get64(20) + 28 - file.payloads.at(id); // in the group
+        const std::size_t left = file.bytes.size() - file.chunk(id).position; // in the group
         file.expectOutcomes({{SET, id, -12, code + " bad chunk order", 4, 99},
                              {SET, id, -8, code + " chunk length error", 8, minusOne},
                              {SET, id, -8, code + " chunk length error", 8, left + 1},
@@ -262,14 +250,14 @@ TEST(DamagedFile, ReportsAbsurdLengths)
     SmallFile file(2);
     set(file.bytes, 8, 8, minusOne);
     set(file.bytes, 20, 8, INT64_MAX);
-    set(file.bytes, file.payloads.at(CHUNK_WAVELET_HEADER) - 8, 8, INT64_MAX - 12);
+    set(file.bytes, file.chunk(CHUNK_WAVELET_HEADER).position - 8, 8, INT64_MAX - 12);
     EXPECT_EQ(outcome(file.bytes), "40201 bad read -- chunk id");
 }
 
 // Eight channels whose few bytes announce one subblock of 2^24 wide samples.
 TEST(DamagedFile, RefusesMoreMemoryThanItsSizeJustifies)
 {
-    const auto decodeBlock = [](std::int64_t sample) {
+    const auto decodeBlock = [](std::int64_t sample, std::uint32_t size) {
         FilePlan plan = SampleCloud::make(4, 7).toFile();
         plan.numLevels = 1;
         plan.channels.resize(3);
@@ -277,13 +265,12 @@ TEST(DamagedFile, RefusesMoreMemoryThanItsSizeJustifies)
             plan.channels.push_back(integerChannel("c" + std::to_string(i), SINT64, {}, 10));
         for (ChannelPlan& channel : plan.channels) {
             channel.integers.assign(4, 0);
-            channel.subblockSize = 1 << 24;
+            channel.subblockSize = size;
             if (channel.type == SINT64)
                 channel.integers[3] = sample;
         }
         Bytes bytes = buildFile(plan);
-        constexpr std::size_t numPoints = 16 + 12 + 12 + 1; // after preamble, chunk headers and version
-        set(bytes, numPoints, 8, 1 << 24);
+        set(bytes, VX7Chunks::parse(bytes).find(CHUNK_WAVELET_HEADER)->position + 1, 8, size); // points
         return failureOf([&] {
             const auto reader = openFile(bytes);
             const PointInfo& layout = reader->getPointInfo();
@@ -293,8 +280,9 @@ TEST(DamagedFile, RefusesMoreMemoryThanItsSizeJustifies)
             EXPECT_EQ(points->getNextPoints(block), 1000u);
         });
     };
-    EXPECT_EQ(decodeBlock(std::int64_t{1} << 40), "40203 bad read -- channel info");
-    EXPECT_EQ(decodeBlock(0), "no error"); // zeros need no memory
+    EXPECT_EQ(decodeBlock(std::int64_t{1} << 40, 1 << 24), "40203 bad read -- channel info");
+    EXPECT_EQ(decodeBlock(0, 1 << 24), "no error"); // zeros need no memory
+    EXPECT_EQ(decodeBlock(0, (1 << 24) + 1), "40203 bad read -- channel info");
 }
 
 // Thousands of levels with one sample each. Tens of thousands of channels: with blocks of 16,384 points the

@@ -20,46 +20,6 @@ struct Meddler final : ProgressDelegate
     bool getCancelled() override { return false; }
 };
 
-struct Query
-{
-    Bounds bounds = Bounds::Huge();
-    double fraction = 1.0;
-};
-
-Bytes packWith(PointSource& source, const EncodeOptions& options = {}, const Query& query = {},
-               ProgressDelegate* delegate = nullptr)
-{
-    const Scoped<ByteStore> store(ByteStore::create());
-    const Scoped<VX7PointWriter> writer(VX7PointWriter::create());
-    writer->init(&source, store.get());
-    writer->setOptions(options);
-    writer->write(query.bounds, query.fraction, source.getPointInfo(), delegate);
-    return store->bytes();
-}
-
-// All options at random; of the transforms only those that all channels support.
-EncodeOptions randomOptions(Random& random)
-{
-    EncodeOptions options;
-    const TransformType codes[] = {1, 3, 10, 11, 13};
-    if (random.chance(0.4))
-        options.all.transform = codes[random.below(std::size(codes))];
-    options.all.smooth = random.chance(0.3);
-    if (random.chance(0.5))
-        options.all.subblockSize = static_cast<std::uint32_t>(random.between(16, 600));
-    if (random.chance(0.5))
-        options.numLevels = static_cast<std::uint32_t>(random.between(1, 14));
-    if (random.chance(0.5))
-        options.pointsPerEntry = static_cast<std::uint32_t>(random.between(1, 500));
-    if (random.chance(0.3))
-        options.rawPlanes = static_cast<int>(random.below(12));
-    options.versions.file = static_cast<std::uint8_t>(random.between(1, 4));
-    options.versions.header = static_cast<std::uint8_t>(random.between(1, 2));
-    options.versions.index = static_cast<std::uint8_t>(random.between(1, 2));
-    options.versions.band = static_cast<std::uint8_t>(random.between(1, 3));
-    return options;
-}
-
 TEST(VX7PointWriter, RestoresAnyPointsWithAnyOptions)
 {
     for (std::uint64_t seed = 0; seed < 240; ++seed) {
@@ -111,7 +71,8 @@ const double* samplesOf(MemoryPointSource& source, const char* channel)
 
 TEST(VX7PointWriter, WritesAnIndexOfAllPointsOfABox)
 {
-    const auto source = makeSurvey(3000);
+    constexpr std::size_t count = 66000; // entries that cross the end of a block of 65,536 points
+    const auto source = makeSurvey(count);
     const double* const axes[3] = {samplesOf(*source, "X"), samplesOf(*source, "Y"), samplesOf(*source, "Z")};
     const double half[3] = {0.005, 0.005, 0.01}; // of the scale
     for (const std::uint8_t version : {std::uint8_t{1}, std::uint8_t{2}}) {
@@ -121,84 +82,70 @@ TEST(VX7PointWriter, WritesAnIndexOfAllPointsOfABox)
         options.versions.index = version;
         const auto reader = openFile(packWith(*source, options));
         Random random(version);
-        for (int query = 0; query < 100; ++query) {
+        for (int query = 0; query < 60; ++query) {
             Bounds box = Bounds::Huge();
             Bounds::Range* const ranges[3] = {&box.x, &box.y, &box.z};
+            const std::size_t i = query == 0 ? 65530 : random.below(count);
+            const std::size_t j = query == 0 ? i : std::min(count - 1, i + random.below(3000));
             for (int axis = 0; axis < 3; ++axis) {
                 // The faces of the box are on points and between them.
-                const double a = axes[axis][random.below(3000)];
-                const double b = axes[axis][random.below(3000)] + (random.chance(0.5) ? half[axis] : 0);
+                const double a = axes[axis][i], b = axes[axis][j] + (random.chance(0.5) ? half[axis] : 0);
                 if (random.chance(0.7))
                     *ranges[axis] = {std::min(a, b), std::max(a, b)};
             }
-            std::vector<double> expected; // queries widen the box
-            for (std::size_t i = 0; i < 3000; ++i) {
+            Numbers expected; // queries widen the box
+            for (std::size_t point = 0; point < count; ++point) {
                 bool inside = true;
                 for (int axis = 0; axis < 3; ++axis)
-                    inside &= axes[axis][i] >= ranges[axis]->min - half[axis] &&
-                              axes[axis][i] <= ranges[axis]->max + half[axis];
+                    inside &= axes[axis][point] >= ranges[axis]->min - half[axis] &&
+                              axes[axis][point] <= ranges[axis]->max + half[axis];
                 if (inside)
-                    expected.push_back(samplesOf(*source, "GPSTime")[i]);
+                    expected.push_back(samplesOf(*source, "GPSTime")[point]);
             }
             ASSERT_EQ(readAll(*reader, box).values<double>(5), expected) << int{version} << " " << query;
         }
     }
 }
 
-TEST(VX7PointWriter, ContinuesABoxInTheNextBlock)
-{
-    const auto source = makeSurvey(70000);
-    EncodeOptions options;
-    options.pointsPerEntry = 1000; // a block has 65,536 points
-    const auto reader = openFile(packWith(*source, options));
-    Bounds box = Bounds::Huge();
-    box.x = {samplesOf(*source, "X")[65100], samplesOf(*source, "X")[65100]};
-    box.y = {samplesOf(*source, "Y")[65100], samplesOf(*source, "Y")[65100]};
-    EXPECT_GE(readAll(*reader, box).count, 1u);
-}
-
-TEST(VX7PointWriter, IndexesExtremeCoordinates)
+TEST(VX7PointWriter, IndexesPointsWithoutUsualCoordinates)
 {
     const double infinity = std::numeric_limits<double>::infinity();
     const double largest = std::numeric_limits<double>::max();
-    for (const double end : {1e300, largest, infinity}) {
-        const auto source =
-            MemoryPointSource::make(layoutXYZ(), {{-end, 0, end}, {1, 2, 3}, {end, end, end}});
-        EncodeOptions options;
-        options.pointsPerEntry = 1;
-        const auto reader = openFile(packWith(*source, options));
-        EXPECT_TRUE(readAll(*reader) == readAll(*source)) << end;
-        EXPECT_EQ(readAll(*reader, {{1, infinity}, {0, 9}, {0, infinity}}).count, 1u) << end;
-    }
-}
-
-TEST(VX7PointWriter, KeepsPointsWithoutCoordinates)
-{
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    for (const double finite : {1.0, nan})
+    std::vector<std::pair<MemoryPointSource::Columns, std::size_t>> clouds;
+    for (const double end : {1e300, largest, infinity})
+        clouds.push_back({{{-end, 0, end}, {1, 2, 3}, {end, end, end}}, 1});
+    for (const double finite : {1.0, nan}) // these are in no box
+        clouds.push_back({{{1, nan, nan}, {finite, finite, finite}, {nan, 2, nan}}, 0});
+    for (const auto& [columns, numInside] : clouds)
         for (const std::uint8_t version : {std::uint8_t{1}, std::uint8_t{2}}) {
-            const auto source = MemoryPointSource::make(
-                layoutXYZ(), {{1, nan, nan}, {finite, finite, finite}, {nan, 2, nan}});
+            const auto source = MemoryPointSource::make(layoutXYZ(), columns);
             EncodeOptions options;
-            options.pointsPerEntry = 1; // boxes without a coordinate
+            options.pointsPerEntry = 1;
             options.versions.index = version;
             const auto reader = openFile(packWith(*source, options));
-            EXPECT_TRUE(readAll(*reader) == readAll(*source));
-            EXPECT_EQ(readAll(*reader).count, 3u);
-            EXPECT_EQ(readAll(*reader, {{0, 9}, {0, 9}, {0, 9}}).count, 0u) << "they are in no box";
+            const Points points = readAll(*reader);
+            EXPECT_EQ(points.count, 3u);
+            EXPECT_TRUE(points == readAll(*source));
+            EXPECT_EQ(readAll(*reader, {{1, infinity}, {0, 9}, {0, infinity}}).count, numInside);
         }
 }
 
+// Several blocks, bands of more than 128 KiB, and levels that get one sample at a time.
 TEST(VX7PointWriter, WritesTheSameBytesOnAnyNumberOfThreads)
 {
-    const auto source = makeSurvey(150000); // several blocks
+    Random random(0); // X is noise
+    const auto source = makeRandomCloud(random, 150000, 6);
+    EncodeOptions options;
+    options.numLevels = 18;
+    options.all.smooth = true;
     Bytes first;
     for (const int threads : {1, 2, 5}) {
         const tbb::global_control limit(tbb::global_control::max_allowed_parallelism,
                                         static_cast<std::size_t>(threads));
         tbb::task_arena arena(threads);
         Bytes bytes;
-        arena.execute([&] { bytes = packWith(*source); });
+        arena.execute([&] { bytes = packWith(*source, options); });
         if (first.empty())
             first = bytes;
         EXPECT_TRUE(bytes == first) << threads;
@@ -381,41 +328,30 @@ TEST(VX7PointWriter, CodesExtremesOfEveryRange)
 // The survey of the first pass must hold for the second one.
 TEST(VX7PointWriter, RefusesASourceThatChanges)
 {
-    struct Change
-    {
-        const char* channel;
-        double sample;
-    };
-    for (const Change& change : {Change{"X", 1e6}, Change{"Intensity", 4000.0}}) {
+    for (const bool moved : {false, true}) {
         const auto source = makeSurvey(1000);
         Meddler meddler;
         meddler.act = [&] {
-            visitDataType(source->column(change.channel).getDataType(), [&](auto zero) {
-                auto* samples = static_cast<decltype(zero)*>(source->column(change.channel).getData());
-                samples[500] = static_cast<decltype(zero)>(change.sample);
-            });
+            if (moved) // out of the box
+                static_cast<double*>(source->column("X").getData())[500] = 1e6;
+            else
+                static_cast<std::uint16_t*>(source->column("Intensity").getData())[500] = 4000;
         };
-        EXPECT_EQ(failureOf([&] {
-                      packWith(*source, {}, {{{0, 9e5}, {0, 9e9}, {-9e9, 9e9}}}, &meddler);
-                  }),
-                  "40007 the source has changed while it was read")
-            << change.channel;
+        const Query query = {{{0, 9e5}, {0, 9e9}, {-9e9, 9e9}}};
+        EXPECT_EQ(failureOf([&] { packWith(*source, {}, query, &meddler); }),
+                  "40007 the source has changed while it was read");
     }
 }
 
 // As many levels as leave 512 points, and boxes of 64 points or, in larger files, at least 16 boxes.
 TEST(VX7PointWriter, ChoosesLevelsAndBoxesByTheNumberOfPoints)
 {
-    struct Case
-    {
-        std::size_t points;
-        std::uint32_t levels, pointsPerEntry;
-    };
-    for (const Case& c : {Case{1, 1, 64}, Case{1023, 1, 64}, Case{1024, 2, 64}, Case{2047, 2, 64},
-                          Case{2048, 3, 128}, Case{4096, 4, 256}}) {
-        const auto reader = openFile(packWith(*makeSurvey(c.points)));
-        EXPECT_EQ(reader->getDecoderInfo().getNumLevels(), c.levels) << c.points;
-        EXPECT_EQ(reader->getDecoderInfo().getPointsPerEntry(), c.pointsPerEntry) << c.points;
+    const std::tuple<std::size_t, std::uint32_t, std::uint32_t> cases[] = {
+        {1, 1, 64}, {1023, 1, 64}, {1024, 2, 64}, {2047, 2, 64}, {2048, 3, 128}, {4096, 4, 256}};
+    for (const auto& [count, levels, pointsPerEntry] : cases) {
+        const auto reader = openFile(packWith(*makeSurvey(count)));
+        EXPECT_EQ(reader->getDecoderInfo().getNumLevels(), levels) << count;
+        EXPECT_EQ(reader->getDecoderInfo().getPointsPerEntry(), pointsPerEntry) << count;
         EXPECT_EQ(reader->getWKT(), nullptr);
     }
 }
@@ -440,28 +376,29 @@ TEST(VX7PointWriter, RefusesOptionsOutOfRange)
         change(options);
         return failureOf([&] { Scoped<VX7PointWriter>(VX7PointWriter::create())->setOptions(options); });
     };
+    const auto limits = [](const std::string& what, const std::string& range) {
+        return "40007 the " + what + " must be " + range;
+    };
     const ChannelChoice smallest{13, false, false, 16}, largest{93, false, false, 1048576};
     EXPECT_EQ(failure([&](auto& o) { o = {{1, 1, 1, 1}, smallest, {}, 1, 1, 0}; }), "no error");
     EXPECT_EQ(failure([&](auto& o) { o = {{4, 2, 2, 3}, largest, {}, 64, INT32_MAX, 64}; }), "no error");
-    EXPECT_EQ(failure([](auto& o) { o.versions.file = 5; }), "40007 the file version must be 1 to 4");
-    EXPECT_EQ(failure([](auto& o) { o.versions.header = 3; }),
-              "40007 the version of the wavelet header must be 1 to 2");
-    EXPECT_EQ(failure([](auto& o) { o.versions.index = 0; }),
-              "40007 the version of the index must be 1 to 2");
-    EXPECT_EQ(failure([](auto& o) { o.versions.band = 0; }),
-              "40007 the version of the subbands must be 1 to 3");
-    for (const std::uint32_t size : {15u, 1048577u})
-        EXPECT_EQ(failure([&](auto& o) { o.all.subblockSize = size; }),
-                  "40007 the subblock size must be 16 to 1048576");
-    for (const std::uint32_t levels : {0u, 65u})
-        EXPECT_EQ(failure([&](auto& o) { o.numLevels = levels; }),
-                  "40007 the number of levels must be 1 to 64");
-    for (const std::uint32_t points : {0u, 1u << 31})
-        EXPECT_EQ(failure([&](auto& o) { o.pointsPerEntry = points; }),
-                  "40007 the number of points per index entry must be 1 to 2147483647");
-    for (const int planes : {-1, 65})
-        EXPECT_EQ(failure([&](auto& o) { o.rawPlanes = planes; }),
-                  "40007 the number of raw planes must be 0 to 64");
+    EXPECT_EQ(failure([](auto& o) { o.versions.file = 5; }), limits("file version", "1 to 4"));
+    const std::string version = "version of the ";
+    EXPECT_EQ(failure([](auto& o) { o.versions.header = 3; }), limits(version + "wavelet header", "1 to 2"));
+    EXPECT_EQ(failure([](auto& o) { o.versions.index = 0; }), limits(version + "index", "1 to 2"));
+    EXPECT_EQ(failure([](auto& o) { o.versions.band = 0; }), limits(version + "subbands", "1 to 3"));
+    const std::string subblock = limits("subblock size", "16 to 1048576");
+    EXPECT_EQ(failure([](auto& o) { o.all.subblockSize = 15; }), subblock);
+    EXPECT_EQ(failure([](auto& o) { o.all.subblockSize = 1048577; }), subblock);
+    const std::string levels = limits("number of levels", "1 to 64");
+    EXPECT_EQ(failure([](auto& o) { o.numLevels = 0; }), levels);
+    EXPECT_EQ(failure([](auto& o) { o.numLevels = 65; }), levels);
+    const std::string points = limits("number of points per index entry", "1 to 2147483647");
+    EXPECT_EQ(failure([](auto& o) { o.pointsPerEntry = 0; }), points);
+    EXPECT_EQ(failure([](auto& o) { o.pointsPerEntry = 1u << 31; }), points);
+    const std::string planes = limits("number of raw planes", "0 to 64");
+    EXPECT_EQ(failure([](auto& o) { o.rawPlanes = -1; }), planes);
+    EXPECT_EQ(failure([](auto& o) { o.rawPlanes = 65; }), planes);
     EXPECT_EQ(failure([](auto& o) { o.byChannel["X"].transform = 99; }), "-1 bad transform type");
 }
 

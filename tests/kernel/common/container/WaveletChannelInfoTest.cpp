@@ -1,7 +1,6 @@
 #include "common/container/WaveletChannelInfo.h"
 
 #include "common/bands/KernelSamples.h"
-#include "common/container/ChunkHeader.h"
 #include "platform/Stream.h"
 #include "support/SubblockEncoder.h"
 #include "support/Test.h"
@@ -25,14 +24,13 @@ WaveletChannelInfo recordOf(const char* name, DataType type, TransformType trans
 
 Bytes save(const WaveletChannelInfo& record, bool extended = false)
 {
-    const Scoped<ByteStore> io(ByteStore::create());
-    StreamWriter writer;
-    writer.init(io.get(), true, 64);
-    const int size =
-        extended ? record.saveExtended(writer, ErrorCode::General) : record.save(writer, ErrorCode::General);
-    writer.close(true);
-    EXPECT_EQ(io->size(), size);
-    return io->bytes();
+    int size = 0;
+    const Bytes bytes = writtenBytes([&](StreamWriter& stream) {
+        size = extended ? record.saveExtended(stream, ErrorCode::General)
+                        : record.save(stream, ErrorCode::General);
+    });
+    EXPECT_EQ(bytes.size(), static_cast<std::size_t>(size));
+    return bytes;
 }
 
 void load(WaveletChannelInfo& record, const Bytes& bytes, bool extended = false)
@@ -54,15 +52,7 @@ WaveletChannelInfo reloaded(const WaveletChannelInfo& record)
 
 TEST(WaveletChannelInfo, DerivesTheKernelFromRangeAndHeadroom)
 {
-    struct Case
-    {
-        const char* name;
-        TransformType transform;
-        std::int64_t low, high;
-        int bits;
-        DataType kernel;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, TransformType, std::int64_t, std::int64_t, int, DataType> cases[] = {
         {"X", 1, -(1 << 20), 1 << 20, 22, SINT32},
         {"I", 10, 0, 0, 0, SINT16},
         {"I", 1, 0, 4095, 12, SINT16},
@@ -79,10 +69,10 @@ TEST(WaveletChannelInfo, DerivesTheKernelFromRangeAndHeadroom)
         {"@f|T", 1, 0, 7, 3, SINT32},
         {"@e|T", 10, 1000, 1040, 11, SINT16},
     };
-    for (const Case& c : cases) {
-        const WaveletChannelInfo record = reloaded(recordOf(c.name, UINT16, c.transform, c.low, c.high));
-        EXPECT_EQ(record.getBits(), c.bits) << c.name << " " << int{c.transform} << " " << c.high;
-        EXPECT_EQ(record.getKernelDataType(), c.kernel) << c.name << " " << int{c.transform} << " " << c.high;
+    for (const auto& [name, transform, low, high, bits, kernel] : cases) {
+        const WaveletChannelInfo record = reloaded(recordOf(name, UINT16, transform, low, high));
+        EXPECT_EQ(record.getBits(), bits) << name << " " << int{transform} << " " << high;
+        EXPECT_EQ(record.getKernelDataType(), kernel) << name << " " << int{transform} << " " << high;
     }
     WaveletChannelInfo empty;
     empty.init("E", UINT8, 8, 10, 64, 0, 0);
@@ -137,18 +127,6 @@ TEST(WaveletChannelInfo, KeepsLongNamesInTheExtendedRecord)
     EXPECT_EQ(save(recordOf(longest.c_str(), UINT8, 10, 0, 1), true).size(), 65537u);
     const WaveletChannelInfo tooLong = recordOf((longest + "n").c_str(), UINT8, 10, 0, 1);
     EXPECT_EQ(failureOf([&] { save(tooLong, true); }), "-1 bad write -- channel name length");
-}
-
-TEST(ChunkHeader, LocatesTheWholeChunk)
-{
-    const Scoped<ByteStore> io(ByteStore::create());
-    ChunkHeader header;
-    header.offset = 6;
-    header.length = 7;
-    IO::Location whole;
-    header.save(io.get(), whole);
-    EXPECT_EQ(whole.offset(), 6);
-    EXPECT_EQ(whole.length(), 19);
 }
 
 }} // namespace Quillmoran::Testing
