@@ -1,19 +1,17 @@
 // Runs of the programs whose outputs are examined: points as text or as numbers, descriptions as JSON.
 #pragma once
 
+#include "support/ExampleSurvey.h"
 #include "support/Program.h"
 #include "support/SetOfSources.h"
 #include <vxunpack/VX7PointReader.h>
 
-#include <algorithm>
 #include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
 
 namespace Quillmoran::Testing {
 
 using nlohmann::json;
-using Rows = std::vector<std::vector<double>>;
+using Rows = std::vector<Numbers>;
 
 // The object of a list with this name; null if there is none.
 inline json find(const json& list, const std::string& name)
@@ -23,16 +21,16 @@ inline json find(const json& list, const std::string& name)
     return found == list.end() ? json() : *found;
 }
 
-inline void expectContains(const std::string& text, const std::vector<std::string>& parts)
+inline void expectContains(const std::string& text, const Strings& parts)
 {
     for (const std::string& part : parts)
         EXPECT_NE(text.find(part), std::string::npos) << part << "\nis not in\n" << text;
 }
 
-inline std::vector<std::string> linesOf(const std::string& text)
+inline Strings linesOf(const std::string& text)
 {
     std::istringstream stream(text);
-    std::vector<std::string> lines;
+    Strings lines;
     for (std::string line; std::getline(stream, line);)
         lines.push_back(line);
     return lines;
@@ -41,42 +39,30 @@ inline std::vector<std::string> linesOf(const std::string& text)
 class AppTest : public ProgramTest
 {
 protected:
-    struct Row
-    {
-        std::string command;
-        std::vector<std::string> messages;
-    };
+    AppTest() { writeFile(directory / "survey.vxl", buildExampleSurvey()); }
+
     // The section of a table that is named after the test. Rows: a command and its messages, separated by " | ".
-    static std::vector<Row> tableOf(const std::string& file)
+    static std::vector<Strings> tableOf(const std::string& file)
     {
-        std::vector<Row> rows;
-        std::string section;
-        for (const std::string& line : linesOf(readFile(EXPECTED "/" + file)))
-            if (line[0] == '[') {
-                section = line;
-            } else if (section ==
-                           '[' + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()) +
-                               ']' &&
-                       !line.empty()) {
-                std::size_t end = std::min(line.find(" | "), line.size());
-                rows.push_back({line.substr(0, end), {}});
-                while (end < line.size()) {
-                    const std::size_t begin = end + 3;
-                    end = std::min(line.find(" | ", begin), line.size());
-                    rows.back().messages.push_back(line.substr(begin, end - begin));
-                }
-            }
-        EXPECT_FALSE(rows.empty()) << file;
+        const std::string text = readFile(EXPECTED "/" + file),
+                          title = testing::UnitTest::GetInstance()->current_test_info()->name();
+        const std::size_t begin = text.find("\n[" + title + "]\n") + title.size() + 4;
+        EXPECT_GT(begin, title.size() + 4) << "no section " << title;
+        const std::regex separator(" \\| ");
+        std::vector<Strings> rows;
+        for (const std::string& line : linesOf(text.substr(begin, text.find("\n\n", begin) - begin)))
+            rows.emplace_back(std::sregex_token_iterator(line.begin(), line.end(), separator, -1),
+                              std::sregex_token_iterator());
         return rows;
     }
     // Runs that succeed with the warnings of a table, in the order of its rows.
     void expectWarnings() const
     {
-        for (const auto& [command, messages] : tableOf("warnings.txt")) {
+        for (const Strings& row : tableOf("warnings.txt")) {
             std::string errors;
-            for (const std::string& message : messages)
-                errors += "Warning: " + message + '\n';
-            succeed(command, errors);
+            for (std::size_t i = 1; i < row.size(); ++i)
+                errors += "Warning: " + row[i] + '\n';
+            succeed(row[0], errors);
         }
     }
     // Text of compressed files.
@@ -100,6 +86,13 @@ protected:
     json describe(const std::string& arguments) const
     {
         return json::parse(succeed("vxinfo -json " + arguments))[0];
+    }
+    // A survey that can be opened, but not decoded.
+    void damage(const std::string& name) const
+    {
+        Bytes bytes = buildExampleSurvey();
+        std::fill_n(bytes.begin() + 9300, 64, std::uint8_t{0xFF});
+        writeFile(directory / name, bytes);
     }
 };
 

@@ -1,39 +1,20 @@
 // Compressed files decode to the files that they were made from.
 #include "apps/AppTest.h"
-#include "support/ExampleSurvey.h"
 #include "support/LASClouds.h"
 #include "support/SampleCloud.h"
-#include "support/Test.h"
-#include <vxunpack/LASPointReader.h>
-#include <vxunpack/LASPointWriter.h>
 
-#include <regex>
 #include <set>
 
 namespace Quillmoran::Testing { namespace {
 
-class RoundTrips : public AppTest
-{
-protected:
-    RoundTrips() { writeFile(directory / "survey.vxl", buildExampleSurvey()); }
+using RoundTrips = AppTest;
 
-    // Writes a LAS or LAZ file anew, without a compressed cloud in between.
-    void rewrite(const std::string& input, const std::string& output) const
-    {
-        const Scoped<LASPointReader> reader(LASPointReader::create());
-        reader->init((directory / input).c_str(), false);
-        const Scoped<LASPointWriter> writer(LASPointWriter::create());
-        writer->init(reader.get(), (directory / output).c_str(), -1);
-        writer->setWriteLAZ(output.substr(output.size() - 4) == ".laz");
-        writer->write(Bounds::Huge(), 1, reader->getPointInfo(), nullptr);
-    }
-    // The bytes, without the day on which the file was made.
-    std::string bytesOf(const std::string& name) const
-    {
-        constexpr std::size_t creationDate = 90;
-        return readFile(directory / name).replace(creationDate, 4, 4, '\0');
-    }
-};
+// The bytes, without the day on which the file was made.
+std::string bytesOf(const std::string& path)
+{
+    constexpr std::size_t creationDate = 90;
+    return readFile(path).replace(creationDate, 4, 4, '\0');
+}
 
 LASFile surveyLAS(int format)
 {
@@ -62,14 +43,14 @@ TEST_F(RoundTrips, RestoreLASAndLAZFiles)
     for (const int format : {0, 1, 2, 3, 6, 7, 8}) {
         const LASFile original = surveyLAS(format);
         writeFile(directory / "in.las", original.build());
-        rewrite("in.las", "in.laz");
+        rewriteLAS(directory / "in.las", directory / "in.laz");
         for (const std::string ending : {"las", "laz"}) {
             SCOPED_TRACE(ending + " of format " + std::to_string(format));
             const std::string input = "in." + ending, output = "out." + ending;
             succeed("vxpack -i " + input + " -o out.vxl");
             succeed("vxunpack -i out.vxl -o " + output);
-            rewrite(input, "twin." + ending);
-            EXPECT_TRUE(bytesOf(output) == bytesOf("twin." + ending));
+            rewriteLAS(directory / input, directory / "twin." + ending);
+            EXPECT_TRUE(bytesOf(directory / output) == bytesOf(directory / "twin." + ending));
             if (ending == "las") {
                 EXPECT_TRUE(LASFile::load(directory / output).points == original.points);
             }
@@ -94,10 +75,8 @@ TEST_F(RoundTrips, RestoreTextByteForByte)
     std::string text = "# X Y Z Intensity ReturnNum NumReturns ScanDir EdgeFlightLine ClassId ClassFlags "
                        "ScannerChannel ScanAngle UserData SourceId GPSTime GPSTime_Adjusted Red Green Blue "
                        "NearInfrared Amplitude Noise\n";
+    const auto below = [&](int end) { return static_cast<int>(random.between(0, end - 1)); };
     for (int i = 0; i < 3000; ++i) {
-        const auto below = [&](int end) {
-            return static_cast<int>(random.below(static_cast<unsigned>(end)));
-        };
         char line[500];
         // Heights from 4.06 to 6152.6 that are no exact multiples of 0.01; Y has its own scale.
         std::snprintf(line, sizeof line,
@@ -122,12 +101,11 @@ TEST_F(RoundTrips, RestoreTextByteForByte)
     EXPECT_EQ(withoutZeros(decode("out.vxl")), withoutZeros(text));
 
     // The same columns by name give the same file, and so does the file itself.
-    std::string table = "made by hand\nno header\n" + text.substr(text.find('\n') + 1);
-    std::replace(table.begin(), table.end(), ' ', ',');
-    writeFile(directory / "in.csv", table);
-    succeed("vxpack -i in.csv -o csv.vxl -skip 2 -parse "
-            "x,y,z,i,r,n,d,e,c,ClassFlags,scannerchannel,a,u,p,t,T,R,G,B,"
-            "NearInfrared,Amplitude:FLOAT64,Noise:FLOAT64");
+    std::replace(text.begin(), text.end(), ' ', ',');
+    directory.file("in.csv", "made by hand\n" + text);
+    succeed(
+        "vxpack -i in.csv -o csv.vxl -skip 2 -parse x,y,z,i,r,n,d,e,c,ClassFlags,scannerchannel,a,u,p,t,T,"
+        "R,G,B,NearInfrared,Amplitude:FLOAT64,Noise:FLOAT64");
     EXPECT_TRUE(readFile(directory / "csv.vxl") == readFile(directory / "out.vxl"));
     succeed("vxpack -i csv.vxl -o again.vxl");
     EXPECT_TRUE(readFile(directory / "again.vxl") == readFile(directory / "out.vxl"));
@@ -177,10 +155,8 @@ TEST_F(RoundTrips, RestoreTheExampleOfTheRepository)
     EXPECT_EQ(output.substr(output.rfind('\r')), "\r100.00% (writing text file)\n2400 points written\n");
     const auto lines = linesOf(readFile(directory / "out.txt"));
     ASSERT_EQ(lines.size(), 2401u);
-    EXPECT_EQ(
-        lines[0],
-        "# X Y Z Intensity ReturnNum NumReturns ScanDir EdgeFlightLine ClassId ScanAngle SourceId GPSTime "
-        "Red Green Blue");
+    EXPECT_EQ(lines[0], "# X Y Z Intensity ReturnNum NumReturns ScanDir EdgeFlightLine ClassId ScanAngle "
+                        "SourceId GPSTime Red Green Blue");
     EXPECT_EQ(lines[1], "500000.030 4100008.980 124.510 159 1 1 1 1 2 10 101 245380 122 119 87");
 }
 
@@ -204,10 +180,7 @@ TEST_F(RoundTrips, RestoreBPFFilesWhereTheModuleIs)
     EXPECT_EQ(file["wkt"], expected["wkt"]);
     ASSERT_EQ(file["statistics"].size(), 15u);
     for (const json& channel : expected["statistics"])
-        for (const char* key : {"count", "notFinite", "min", "max", "counts"})
-            EXPECT_EQ(find(file["statistics"], channel["name"]).value(key, json()),
-                      channel.value(key, json()))
-                << channel["name"] << ' ' << key;
+        EXPECT_EQ(find(file["statistics"], channel["name"]), channel);
 }
 
 TEST_F(RoundTrips, MakeTheSameBytesWithAnyNumberOfThreads)

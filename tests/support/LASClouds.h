@@ -6,6 +6,8 @@
 #include "support/LASFile.h"
 #include "support/Random.h"
 #include "support/SetOfSources.h"
+#include <vxunpack/LASPointReader.h>
+#include <vxunpack/LASPointWriter.h>
 
 #include <algorithm>
 #include <cmath>
@@ -55,6 +57,18 @@ inline std::vector<LASFilePoint> joinedPoints(const LASFile& file, int gpsWeek)
             p.gpsTime += gpsWeek * 604800.0 - 1e9;
     }
     return points;
+}
+
+// Writes a LAS or LAZ file anew, without a compressed cloud in between.
+inline LASFile rewriteLAS(const std::string& input, const std::string& output)
+{
+    const Scoped<LASPointReader> reader(LASPointReader::create());
+    reader->init(input.c_str(), true);
+    const Scoped<LASPointWriter> writer(LASPointWriter::create());
+    writer->init(reader.get(), output.c_str(), -1);
+    writer->setWriteLAZ(output.back() == 'z');
+    writer->write(Bounds::Huge(), 1, reader->getPointInfo(), nullptr);
+    return LASFile::load(output);
 }
 
 // All points of a source as LAS points. Coordinates are in steps of the source's scale.

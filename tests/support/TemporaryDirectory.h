@@ -1,6 +1,7 @@
 // Files for tests: a directory that is removed with its object, and whole files at once.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -12,8 +13,11 @@
 
 namespace Quillmoran::Testing {
 
+// Also makes the directories of the path.
 inline void writeFile(const std::string& path, const std::string& content)
 {
+    std::error_code ignored;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
     std::ofstream(path, std::ios::binary) << content;
 }
 
@@ -50,6 +54,11 @@ public:
     std::string operator/(const std::string& name) const { return path(name); }
     bool isEmpty() const { return std::filesystem::is_empty(m_path); }
 
+    // As if a file was last written long ago.
+    void setAge(const std::string& name, std::chrono::minutes age) const
+    {
+        std::filesystem::last_write_time(path(name), std::filesystem::file_time_type::clock::now() - age);
+    }
     // Makes a file and returns its path.
     std::string file(const std::string& name, const std::string& content) const
     {
