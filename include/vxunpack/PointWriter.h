@@ -34,10 +34,7 @@ public:
     PointSource* getSrc() const;
 
     // Removes the records that do not apply to the points of this query.
-    void groomMetadata(const Bounds& bounds, double fraction)
-    {
-        m_metadata = getGroomedMetadata(bounds, fraction);
-    }
+    void groomMetadata(const Bounds& bounds, double fraction);
     void setMetadata(const Metadata& metadata) { m_metadata = metadata; }
     const Metadata& getMetadata() const { return m_metadata; }
 

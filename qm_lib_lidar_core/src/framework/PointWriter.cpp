@@ -70,6 +70,11 @@ PointInfo PointWriter::getSupported(const PointInfo& layout, ProgressDelegate* d
     return supported;
 }
 
+void PointWriter::groomMetadata(const Bounds& bounds, double fraction)
+{
+    m_metadata = getGroomedMetadata(bounds, fraction);
+}
+
 Metadata PointWriter::getGroomedMetadata(const Bounds& bounds, double fraction) const
 {
     Metadata groomed = m_metadata;
