@@ -17,7 +17,7 @@ using Rows = std::vector<Numbers>;
 inline json find(const json& list, const std::string& name)
 {
     const auto found =
-        std::find_if(list.begin(), list.end(), [&](const auto& each) { return each["name"] == name; });
+        std::find_if(list.begin(), list.end(), [&](const auto& each) { return each.at("name") == name; });
     return found == list.end() ? json() : *found;
 }
 
