@@ -6,6 +6,14 @@ namespace Quillmoran::Testing { namespace {
 
 constexpr int noExit = -1;
 
+// The statuses of handlers that return.
+std::vector<int> recordedExits;
+
+void recordExit(int status)
+{
+    recordedExits.push_back(status);
+}
+
 struct Outcome
 {
     int status = noExit; // of the exit handler, which threw
@@ -16,6 +24,7 @@ struct Outcome
 Outcome capture(const std::function<void()>& body)
 {
     Outcome outcome;
+    recordedExits.clear();
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     try {
@@ -31,6 +40,11 @@ Outcome capture(const std::function<void()>& body)
 std::string usageError(const std::string& message)
 {
     return "tool usage error: " + message + "\nUse -h or -help for list of options.\n\n";
+}
+
+std::string configError(const std::string& message)
+{
+    return "tool QMCmdLine configuration error: " + message + "\n";
 }
 
 struct Tool : QMCmdLine
@@ -189,6 +203,64 @@ TEST(QMCmdLine, ReportsUsageErrors)
     EXPECT_EQ(Tool().run(longest).err, usageError("extra arguments found (" + longest + " ...)"));
 }
 
+TEST(QMCmdLine, StaysUsableIfTheExitHandlerReturns)
+{
+    // As a switch and as the extra option: the parser must neither loop nor read past argv.
+    for (const char* line : {"1 2 3 4 5", "-c 1 2 3 4 5"}) {
+        Tool tool;
+        tool.setExitHandler(recordExit);
+        tool.addFloatArray("c", "crop", "d", false, 6);
+        tool.setExtra("c");
+        EXPECT_EQ(tool.run(line).err, usageError("not enough arguments for option -crop"));
+        EXPECT_EQ(recordedExits, std::vector<int>{1});
+        EXPECT_FALSE(tool.isPresent("crop"));
+        EXPECT_EQ(tool.getFloatArray("crop"), nullptr);
+    }
+    Tool tool(true);
+    tool.setExitHandler(recordExit);
+    tool.run("a -h -x");
+    EXPECT_EQ(recordedExits, (std::vector<int>{1, 0, 1}));
+}
+
+TEST(QMCmdLine, ReportsWrongDeclarationsAndGetters)
+{
+    const std::string wrongType = "wrong type used for getting value of option ",
+                      many = "got more than one arg from ";
+    const std::pair<void (*)(Shapes&), std::string> cases[] = {
+        {[](Shapes& c) { c.addFlag(nullptr, "x", "d"); }, "no option name set (Option ctor)"},
+        {[](Shapes& c) { c.addFlag("x", nullptr, nullptr); }, "no description set (Option ctor)"},
+        {[](Shapes& c) { c.addFlag("flag", nullptr, "d"); }, "switch name -flag is not unique"},
+        {[](Shapes& c) { c.addFlag("x", "b", "d"); }, "switch name -b is not unique"},
+        {[](Shapes& c) { c.setExtra("b"); }, "setExtra already declared for option inputs"},
+        {[](Shapes& c) { c.setUndocumented("x"); }, "option x invalid"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getUndocumented("x")); }, "option x invalid"},
+        {[](Shapes& c) { EXPECT_FALSE(c.isPresent("parse")); }, "switch name -parse invalid"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getFlag(nullptr)); }, "switch name - invalid"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getFloatArray("y") != nullptr); }, "switch name -y invalid"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getFlag("b")); }, wrongType + "b"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getBool("f")); }, wrongType + "flag"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getUint("n") != 0); }, wrongType + "n"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getFloatArray("u") != nullptr); }, wrongType + "hidden"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getString("files") != nullptr); }, many + "STRING option inputs"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getSint("n") != 0); }, many + "SIGNED-INT option n"},
+        {[](Shapes& c) { EXPECT_FALSE(c.getFloat("p") != 0); }, many + "FLOAT option point"},
+    };
+    for (const auto& [call, message] : cases) {
+        Shapes tool;
+        tool.run("-f -b t -n 1 -n 2 -p 1 2 -u 1 a b");
+        EXPECT_EQ(capture([&, call = call] { call(tool); }).err, configError(message));
+        tool.setExitHandler(recordExit);
+        capture([&, call = call] { call(tool); });
+        tool.showLongUsageMessage("nothing"); // compares with all names
+        EXPECT_EQ(recordedExits, std::vector<int>{1}) << message;
+    }
+    Tool tool;
+    tool.addFlag("f", "flag", "d");
+    EXPECT_EQ(capture([&] { tool.setExtra("x"); }).err, configError("option x invalid"));
+    EXPECT_EQ(capture([&] { tool.setExtra("f"); }).err,
+              configError("option flag is of type Flag, can't be declared Extra"));
+}
+
 TEST(QMCmdLineDeathTest, ExitsByDefault)
 {
     EXPECT_EXIT(QMCmdLine(nullptr, "s", "l", true), testing::ExitedWithCode(1),
@@ -247,6 +319,28 @@ TEST(QMCmdLine, StrictNumbersAreReadCompletely)
             EXPECT_EQ(tool.run(Strings{option, text}).err,
                       usageError("bad value '" + text + "' of option " + option));
     }
+}
+
+TEST(QMCmdLine, DumpShowsTheArgumentsAndEveryOption)
+{
+    Tool tool;
+    tool.addFlag("f", nullptr, "A flag.");
+    tool.addUintArray("u", "numbers", "Two.", true, 2);
+    const auto dumped = [&tool](const std::string& arguments, bool present, const std::string& values) {
+        const std::string rule = "\n---------------------------------------------\n";
+        const std::string truth = present ? "true" : "false";
+        EXPECT_EQ(capture([&] { tool.dump(); }).out,
+                  "appName: tool\nappDescShort: Short.\nappDescLong: Long.\nnumOptions: 2\n"
+                  "usingStandardOptions: false\nformal argc: " +
+                      arguments + rule +
+                      "shortName: f\nlongName: (none)\ndescription: A flag.\nisRequired: false\nisPresent: " +
+                      truth + "\ntype: FLAG\nvalue: " + truth + '\n' + rule +
+                      "shortName: u\nlongName: numbers\ndescription: Two.\nisRequired: true\nisPresent: " +
+                      truth + "\ntype: UNSIGNED-INT\nnumArgs: 2\nvalues:" + values + '\n');
+    };
+    dumped("-1\nformal argv: ", false, "");
+    tool.run("-f -u 1 2");
+    dumped("5\nformal argv:   [0] program\n  [1] -f\n  [2] -u\n  [3] 1\n  [4] 2\n", true, " 1 2");
 }
 
 }} // namespace Quillmoran::Testing
