@@ -17,11 +17,18 @@ if command -v ccache >/dev/null; then
   export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$(dirname "$PWD")} CCACHE_NOHASHDIR=yes
 fi
 
-cmake --preset "$preset" "${options[@]}" >/dev/null
-quiet=(-- --quiet)
-[ ! -t 1 ] || quiet=()
+directory=build/${preset/bench/release}
+if cmake --list-presets >/dev/null 2>&1; then
+  cmake --preset "$preset" "${options[@]}" >/dev/null
+else # before CMake 3.20
+  [ "$preset" = release ] || [ "$preset" = debug ] || { echo "build.sh: $preset needs CMake 3.20" >&2; exit 1; }
+  cmake -S . -B "$directory" -G Ninja -DCMAKE_BUILD_TYPE="${preset^}" "${options[@]}" >/dev/null
+fi
 targets=()
 [ $# -eq 0 ] || targets=(--target "$@")
+# Ninja before 1.11 cannot be quiet.
+quiet=()
+if [ ! -t 1 ] && ninja --help 2>&1 | grep -q -e --quiet; then quiet=(-- --quiet); fi
 begin=$SECONDS
-cmake --build --preset "$preset" "${targets[@]}" "${quiet[@]}"
+cmake --build "$directory" "${targets[@]}" "${quiet[@]}"
 echo "built ${*:-everything} ($preset, $((SECONDS - begin)) s)"

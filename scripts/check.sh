@@ -20,7 +20,7 @@ tests_of() {
     qm_app_lidar_sdkApps/src/sdk* | tests/sdk*) echo sdk_test ;;
     qm_app_lidar_sdkApps* | tests/apps*) echo apps_test programs_test sdk_test ;;
     include*) echo core_test sdk_test ;;
-    tests/robustness*) echo damage_test faults_test programs_test stress_test ;;
+    tests/robustness*) echo damage_test faults_test programs_test stress_test writers_test ;;
     tests/data*) echo data_test ;;
     tests/support*) echo core_test kernel_test formats_test filters_test ;;
   esac
@@ -30,5 +30,4 @@ mapfile -t tests < <(for path in "${paths[@]}"; do tests_of "${path#./}"; done |
 scripts/lint.sh --quick
 [ ${#tests[@]} -gt 0 ] || { echo "no tests concern: ${paths[*]}"; exit; }
 scripts/build.sh release "${tests[@]}"
-ctest --test-dir build/release -L "^($(IFS='|' && echo "${tests[*]}"))\$" --output-on-failure -j "$(nproc)" |
-  grep -vE '^ +Start +[0-9]+: | Passed +[0-9.]+ sec$|^Internal ctest|^Test project|^$' || [ "${PIPESTATUS[0]}" -eq 0 ]
+scripts/run_tests.sh build/release -L "^($(IFS='|' && echo "${tests[*]}"))\$"

@@ -32,9 +32,4 @@ if [ -e "$vectors/check.py" ] && command -v python3 >/dev/null; then
   python3 "$vectors/check.py" "build/$preset/vxunpack" "$vectors" "${skip[@]}"
 fi
 
-run() { ctest --test-dir "build/$preset" --output-on-failure -j "$(nproc)" "$@"; }
-if [ -t 1 ]; then
-  run --progress "$@"
-else
-  run "$@" | grep -vE '^ +Start +[0-9]+: | Passed +[0-9.]+ sec$|^Internal ctest|^Test project|^$' || [ "${PIPESTATUS[0]}" -eq 0 ]
-fi
+scripts/run_tests.sh "build/$preset" "$@"

@@ -11,7 +11,7 @@ using Options = AppTest;
 
 TEST_F(Options, ChooseABoxAFractionAndChannels)
 {
-    const double inf = std::numeric_limits<double>::infinity();
+    const double inf = infinity;
     const Rows all = samplesOf("survey.vxl");
     const std::tuple<std::string, Bounds, std::size_t> cases[] = {
         // the last: 0 for all in the box

@@ -203,7 +203,6 @@ TEST_F(TileIndex, RefusesATreeThatNamesNoTile)
 // Coordinates in parts have no bounds of their own, and there is no index.
 TEST_F(TileIndex, MeasuresTilesWithoutBounds)
 {
-    const double infinity = std::numeric_limits<double>::infinity();
     for (const double last : {infinity, 2.0}) {
         FilePlan plan;
         for (const auto& [name, samples] :

@@ -8,8 +8,6 @@
 
 namespace Quillmoran::Testing { namespace {
 
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-
 class Vxinfo : public AppTest
 {
 protected:
@@ -231,7 +229,7 @@ TEST_F(Vxinfo, ReportsDamageThatOnlyDecodingFinds)
 
 TEST_F(Vxinfo, WritesValidJSONForAnyContents)
 {
-    const double numbers[] = {1.5, std::numeric_limits<double>::infinity(), nan};
+    const double numbers[] = {1.5, infinity, nan};
     FilePlan plan;
     for (const char* name : {"X", "Y", "Z"})
         plan.channels.push_back(quantizedChannel(name, {}, -0.0, 0.01));

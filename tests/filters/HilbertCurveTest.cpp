@@ -4,8 +4,6 @@
 
 namespace Quillmoran::Testing { namespace {
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr std::uint32_t last = UINT32_MAX;
 
 struct Cell

@@ -11,9 +11,6 @@ namespace Quillmoran::Testing { namespace {
 
 using Rows = std::vector<Numbers>;
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-
 // Counts the queries to its source.
 class Counter final : public PointFilter
 {

@@ -10,9 +10,6 @@ namespace Quillmoran::Testing { namespace {
 using Rows = std::vector<Numbers>;
 using Sources = std::vector<Scoped<PointSource>>;
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-
 // `count` points on a line along x from `begin` on, with a distance of 1.
 Scoped<MemoryPointSource> pointsFrom(double begin, int count, double step = 0)
 {

@@ -7,9 +7,6 @@ namespace Quillmoran::Testing { namespace {
 
 using Rows = std::vector<Numbers>;
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-
 Scoped<QuantizeFilter> filterOf(PointSource& source, const Numbers& steps)
 {
     Scoped<QuantizeFilter> filter(QuantizeFilter::create());

@@ -56,7 +56,7 @@ std::string block(const std::string& bytes)
 // The same records of all types as calls, as a file and as text.
 Metadata everyType()
 {
-    constexpr double reals[] = {1.0, -2.5, std::numeric_limits<double>::infinity()};
+    constexpr double reals[] = {1.0, -2.5, infinity};
     Metadata metadata;
     metadata.add("text", "a description", METADATA_STRING, "value", 1); // the length of a string is ignored
     metadata.add("empty", "", METADATA_STRING, "", 99);

@@ -94,8 +94,7 @@ TEST(TXTPointWriter, ChoosesDecimalsByQuantization)
         {{1e-15}, "1.062500000000000"},
         // Repeated division by ten gives other doubles, and such small steps must be equal.
         {{1e-13, 1e-14, 1e-16, sixteenth, 1e-17, 1e-30, 0, -0.01, 0.25, 0.5, 1.00101, 0.99899, 1.5, 0.0101,
-          0.01 * (1 + 1e-4), 0.01 * (1 - 2e-5), std::numeric_limits<double>::quiet_NaN(),
-          std::numeric_limits<double>::infinity()},
+          0.01 * (1 + 1e-4), 0.01 * (1 - 2e-5), nan, infinity},
          "1.0625"}};
     for (const auto& [steps, text] : doubles)
         for (const double step : steps)

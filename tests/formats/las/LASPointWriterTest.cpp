@@ -196,7 +196,7 @@ TEST_F(LASWriting, RoundsCoordinatesAwayFromTheOffset)
 
 TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
 {
-    const double inf = std::numeric_limits<double>::infinity(), nan = std::nan("");
+    const double inf = infinity;
     const auto tooLarge = [&](const std::string& y, const std::string& scale) {
         return "40607 " + path + ": the Y coordinate " + y + " does not fit into 32 bits with the scale " +
                scale + " and the offset 0; use a coarser scale (-sc) or a nearer offset (-ofs)";

@@ -109,9 +109,7 @@ TEST(VX7PointWriter, WritesAnIndexOfAllPointsOfABox)
 
 TEST(VX7PointWriter, IndexesPointsWithoutUsualCoordinates)
 {
-    const double infinity = std::numeric_limits<double>::infinity();
     const double largest = std::numeric_limits<double>::max();
-    const double nan = std::numeric_limits<double>::quiet_NaN();
     std::vector<std::pair<MemoryPointSource::Columns, std::size_t>> clouds;
     for (const double end : {1e300, largest, infinity})
         clouds.push_back({{{-end, 0, end}, {1, 2, 3}, {end, end, end}}, 1});

@@ -101,7 +101,7 @@ TEST(WaveletChannelInfo, StoresItsFields)
     WaveletChannelInfo deflated;
     deflated.init("T", FLOAT64, 64, 70, 32, 0, 0);
     EXPECT_EQ(reloaded(deflated).getKernelDataType(), FLOAT64);
-    EXPECT_EQ(reloaded(deflated).getMinimum().real, std::numeric_limits<double>::infinity());
+    EXPECT_EQ(reloaded(deflated).getMinimum().real, infinity);
     KernelSamples samples;
     samples.reserve(FLOAT64, 3);
     for (const double first : {1.5, -0.0}) { // the range grows, and ignores NaNs

@@ -24,8 +24,6 @@ int decimalsOf(const std::vector<Float>& samples)
 
 TEST(DecimalSurvey, FindsTheDecimalsOfAllSamples)
 {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    const double infinity = std::numeric_limits<double>::infinity();
     EXPECT_EQ(decimalsOf<double>({5, 411.19, -0.0, nan, 615.3, infinity}), 2);
     EXPECT_EQ(decimalsOf<double>({411.19, std::nextafter(411.19, 412)}), 0) << "the nearest double only";
     EXPECT_EQ(decimalsOf<double>({1.0 / 3, 0.5}), 0);

@@ -30,7 +30,6 @@ TEST(FloatGrid, FindsTheScaleOfDecimalsFarFromZero)
     ASSERT_FALSE(grids.empty());
     EXPECT_EQ(grids[0].scale, 0.01);
     EXPECT_EQ(findGrids(values, {}, true)[0].scale, 0.01);
-    const double nan = std::numeric_limits<double>::quiet_NaN();
     EXPECT_EQ(findGrids(values, {{0.01, nan}}).back().offset, std::floor(values[0]));
 }
 
@@ -88,8 +87,6 @@ TEST(FloatGrid, AvoidsScalesThatMisleadReaders)
 
 TEST(FloatGrid, IsExactBitForBit)
 {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    const double infinity = std::numeric_limits<double>::infinity();
     EXPECT_TRUE(findGrids(std::vector<double>{1.5, 0.1 + 1e-13, -1e-9}).empty());
     for (const double odd : {nan, infinity, -infinity, -0.0, 1e300}) {
         EXPECT_TRUE(findGrids(std::vector<double>{1.5, 2.5, odd, -1e-9}).empty()) << odd;
