@@ -150,10 +150,11 @@ TEST(MosaicFilter, ReadsTheOverviewForSmallFractions)
     mosaic.set->setOverview(Scoped<PointSource>::retained(overview.get()), 0.1);
     mosaic.filter->init(mosaic.set.get());
     EXPECT_EQ(mosaic.rows(Bounds::Huge(), 0.11).size(), 110u);
+    EXPECT_EQ(mosaic.filter->getTotalWork(Bounds::Huge(), 0.25), 250);
     mosaic.set->takeRequests();
     EXPECT_EQ(mosaic.rows(Bounds::Huge(), 0.1).size(), 100u);
     EXPECT_EQ(mosaic.rows(Bounds::Huge(), 0.05), readRows(*overview, layoutXYZ(), Bounds::Huge(), 0.5));
-    EXPECT_EQ(mosaic.filter->getTotalWork(Bounds::Huge(), 0.05), 100);
+    EXPECT_EQ(mosaic.filter->getTotalWork(Bounds::Huge(), 0.05), 50);
     EXPECT_EQ(mosaic.rows(Bounds::Huge(), -1).size(), 0u);
     EXPECT_EQ(mosaic.set->takeRequests(), std::vector<int>(1));
 }

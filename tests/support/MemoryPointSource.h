@@ -53,7 +53,11 @@ public:
 
     const char* getFileFormatString() const override { return "Memory"; }
     void loadMetadata(Metadata& into, bool) const override { into.add(m_metadata); }
-    double getTotalWork(const Bounds&, double) const override { return static_cast<double>(m_count); }
+    // Proportional to the fraction, and the same in any box.
+    double getTotalWork(const Bounds&, double fraction) const override
+    {
+        return static_cast<double>(m_count) * std::clamp(fraction, 0.0, 1.0);
+    }
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override
     {

@@ -123,7 +123,7 @@ TEST(PointSourceRead, CountsWorkAndStopsWhenCancelled)
     ProgressLog log;
     readInto(*source, 25, 25, {{0, 49.5}, {0, 0}, {0, 0}}, &log);
     log.updateCompleted(25, "");
-    EXPECT_EQ(log.last(), 0.25) << "of 100, the work of a source that reads all its points";
+    EXPECT_EQ(log.last(), 25 / 50.0) << "of 50, half of the points";
     source->setNumPoints(PointSource::unknownNumPoints);
     // Asked after the first block and before each of the three that are merged.
     for (const int queries : {0, 1, 3, 4}) {

@@ -102,14 +102,14 @@ TEST(SimplePointWriter, AbortsWhatItBegan)
 
 TEST(SimplePointWriter, AddsItsWorkToThatOfTheSource)
 {
-    const auto source = tenPoints(); // whose work is 10 for any query
+    const auto source = tenPoints(); // whose work is 10 for any box
     const auto progressOf = [&](const Bounds& bounds, double fraction) {
         ProgressLog log;
         RecordingWriter::make(*source)->write(bounds, fraction, layout, &log);
         return log.last();
     };
     EXPECT_EQ(progressOf({{-1, 4.5}, {-1, 10}, {-1, 10}}, 1), 5 / (10 + 5.0));
-    EXPECT_EQ(progressOf(Bounds::Huge(), 0.5), 5 / (10 + 5.0));
+    EXPECT_EQ(progressOf(Bounds::Huge(), 0.5), 5 / (5 + 5.0));
     source->setNumPoints(PointSource::unknownNumPoints);
     EXPECT_EQ(progressOf(Bounds::Huge(), 1), 10 / (10 + 10.0));
 }
