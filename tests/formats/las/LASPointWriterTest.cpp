@@ -361,21 +361,29 @@ TEST_F(LASWriting, CompressesTheSamePoints)
 // LAS records hold one time. The channel that comes later is written.
 TEST_F(LASWriting, ReportsTimesThatItLoses)
 {
-    const Numbers week = {1, 0, 3, 0, 5}, adjusted = {10, 20, 0, 0, 5};
+    constexpr unsigned count = 4000; // a block of more points than are packed at once
+    const auto repeated = [](const Numbers& times) {
+        Numbers all;
+        for (unsigned i = 0; i < count; ++i)
+            all.insert(all.end(), times.begin(), times.end());
+        return all;
+    };
+    const Numbers week = repeated({1, 0, 3, 0, 5}), adjusted = repeated({10, 20, 0, 0, 5});
     const ChannelInfo weekTime = channel("GPSTime", FLOAT64);
-    const auto source = makeSource({channel("GPSTime_Adjusted", FLOAT64), weekTime}, {adjusted, week});
+    const auto source = makeSource({channel("GPSTime_Adjusted", FLOAT32), weekTime}, {adjusted, week});
     const auto writer = makeWriter(*source);
+    writer->setChunckSize(week.size());
     for (const bool prefersNonzero : {false, true}) {
         writer->setPrefersNonzeroTime(prefersNonzero);
         Numbers times;
         for (const LASFilePoint& point : write(*writer).points)
             times.push_back(point.gpsTime);
-        EXPECT_EQ(times, prefersNonzero ? (Numbers{1, 20, 3, 0, 5}) : week);
+        EXPECT_EQ(times, prefersNonzero ? repeated({1, 20, 3, 0, 5}) : week);
         ASSERT_TRUE(writer->getTimeConflict());
         const LASPointWriter::TimeConflict conflict = *writer->getTimeConflict();
         EXPECT_EQ(std::string(conflict.written) + ", not " + conflict.other, "GPSTime, not GPSTime_Adjusted");
-        EXPECT_EQ(conflict.numLost, prefersNonzero ? 1u : 2u);
-        EXPECT_EQ(conflict.numFromOther, prefersNonzero ? 1u : 0u);
+        EXPECT_EQ(conflict.numLost, prefersNonzero ? count : 2 * count);
+        EXPECT_EQ(conflict.numFromOther, prefersNonzero ? count : 0);
         writer->write(Bounds::Huge(), 1, layoutXYZ({weekTime}), nullptr);
         EXPECT_FALSE(writer->getTimeConflict());
     }

@@ -135,12 +135,17 @@ TEST(SpatialReferenceTest, RestoresGridsFromKeys)
     std::string own = utm(13, "another grid");
     for (const auto& [text, other] :
          {std::pair("WGS_1984", "own"), std::pair("6378137", "6377000"), std::pair("298.257223563", "299.5"),
-          std::pair("northing\",0]", "northing\",-5000]")})
+          std::pair("Greenwich\",0]", "own\",2.5]"), std::pair("northing\",0]", "northing\",-5000]")})
         own = replaced(own, text, other);
-    for (const std::string& grid : {utm(32), own, wgs84, utm(32)}) {
+    // Keys that differ from the last ones only in numbers, and only in a name.
+    const std::string moved = replaced(own, "-5000", "-4000"),
+                      renamed = replaced(moved, "another", "changed");
+    for (const std::string& grid : {utm(32), own, moved, renamed, wgs84, utm(32)}) {
         const auto keys = toGeoTIFF(grid.c_str());
         ASSERT_TRUE(keys) << grid;
-        EXPECT_TRUE(isSame(toWKT(*keys).value_or("").c_str(), grid.c_str())) << toWKT(*keys).value_or("none");
+        const std::string wkt = toWKT(*keys).value_or("none");
+        EXPECT_TRUE(isSame(wkt.c_str(), grid.c_str())) << wkt;
+        EXPECT_EQ(wkt.find("changed grid") != std::string::npos, grid == renamed) << wkt;
     }
     // One key is not valid: another version, a model of two values.
     using Directory = std::vector<std::uint16_t>;
