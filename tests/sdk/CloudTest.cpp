@@ -337,7 +337,11 @@ TEST(PublicClasses, RefuseCallsBeforeInitAndNull)
     expectInvalid<SimpleFileOpener>([](auto& it) { it.openPointSource(nullptr); });
     expectInvalid<PersistentPointSourceManager>([&](auto& it) { it.init(path, opener.get()); });
     expectInvalid<PersistentPointSourceManager>([](auto& it) { it.init("", nullptr); });
+    expectInvalid<FileIO::Imp>([](auto& file) { file.adopt(-1, nullptr, file.SEQUENTIAL); });
     expectInvalid<PersistentPointSourceWriter>([](auto& it) { it.add(""); });
+    expectInvalid<PersistentPointSourceWriter>([&](auto& it) { it.init(opener.get()), it.add(path); });
+    expectInvalid<PersistentPointSourceWriter>(
+        [&](auto& it) { it.init(opener.get()), it.setOverview(path, 1); });
 }
 
 }} // namespace Quillmoran::Testing
