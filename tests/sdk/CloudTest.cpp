@@ -305,11 +305,11 @@ TEST(Cloud, MistakesAreErrors)
     EXPECT_TRUE(directory.isEmpty());
 }
 
-template <class... Types, class Call>
-void expectInvalid(const Call& call)
+template <class... T, class Call>
+void expectInvalid(const Call& call, int line = __builtin_LINE())
 {
     const auto failure = [&](auto made) { return failureOf([&] { call(*made); }).substr(0, 6); };
-    EXPECT_EQ((Strings{failure(Scoped<Types>(Types::create()))...}), Strings(sizeof...(Types), "40007 "));
+    EXPECT_EQ((Strings{failure(Scoped<T>(T::create()))...}), Strings(sizeof...(T), "40007 ")) << line;
 }
 
 TEST(PublicClasses, RefuseCallsBeforeInitAndNull)
