@@ -58,7 +58,7 @@ TEST_F(AddFiles, DescendsToTheGivenDepth)
     std::filesystem::create_directory_symlink(directory / "z", directory / "z/one/two/up");
     EXPECT_EQ(sorted(1000), all);
     std::filesystem::create_directory_symlink(directory / "z/one/two", directory / "z/side/across");
-    EXPECT_EQ(sorted(1000).size(), 5u);
+    EXPECT_EQ(sorted(9).size(), 5u);
 }
 
 TEST_F(AddFiles, ReadsListsInTheirPlace)

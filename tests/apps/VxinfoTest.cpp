@@ -273,7 +273,7 @@ TEST_F(Vxinfo, ReadsTextWithItsColumnsGiven)
 // Names of channels, classes, records and coordinate systems come from files.
 TEST_F(Vxinfo, NoProgramPrintsControlCharacters)
 {
-    const std::string evil = "e\x1b]0;\x07\nEVIL\xff", escaped = "e\\x1b]0;\\x07\\nEVIL\\xff";
+    const std::string evil = "e\x1b]0;\x07\x7f\nEVIL\xff", escaped = "e\\x1b]0;\\x07\\x7f\\nEVIL\\xff";
     const std::string file = "\x1b[31m.vxl";
     FilePlan plan;
     for (const std::string& channel : {std::string("X"), std::string("Y"), std::string("Z"), evil})
@@ -286,7 +286,7 @@ TEST_F(Vxinfo, NoProgramPrintsControlCharacters)
     const std::tuple<std::string, std::size_t, std::string> cases[] = {
         // summary: channel, coordinate system; channel, class, record (3), coding, statistics
         {"vxinfo -stats a.vxl", 9, ""},
-        {"vxinfo -json a.vxl", 0, "e\\u001b]0;\\u0007\\nEVIL\\ufffd"},
+        {"vxinfo -json a.vxl", 0, "e\\u001b]0;\\u0007\\u007f\\nEVIL\\ufffd"},
         {"vxpack -V -i a.vxl -o out.vxl", 3, ""},
         {"vxunpack -i a.vxl -o out.txt", 0, ""},
         {"vxunpack -i a.vxl -o out.las", 1, ""},

@@ -290,12 +290,12 @@ TEST_F(Robustness, TheCommandLineReportsEveryAllocationThatFails)
         } catch (int status) {
             return "exit " + std::to_string(status);
         } catch (const QMUtilException& error) {
-            return error.what();
+            return std::to_string(error.getCode()) + ' ' + error.what();
         }
     };
     long at = 0;
     for (std::string result; result != "parsed"; result = parse(++at))
-        EXPECT_TRUE(at == 0 || result == "exit 1" || result == "out of memory") << result;
+        EXPECT_TRUE(at == 0 || result == "exit 1" || result == "8 out of memory") << result;
     EXPECT_GT(at, 6);
     m_numFaults += at - 1;
 }

@@ -3,6 +3,8 @@
 #include "support/Test.h"
 #include <vxunpack/vxunpack.h>
 
+#include <tbb/global_control.h>
+
 namespace Quillmoran::Testing { namespace {
 
 constexpr std::size_t numPoints = 100000; // more than one block
@@ -61,7 +63,16 @@ TEST(Cloud, ColumnsSurviveFilesOfEveryKind)
     const TemporaryDirectory directory;
     const Row row;
     const std::string packed = directory / "row.vxl";
-    ASSERT_EQ(vx::write(packed, row.cloud(), {.threads = 2}), numPoints);
+    const auto limit = tbb::global_control::max_allowed_parallelism;
+    std::map<std::string, int> files; // by their bytes
+    for (const unsigned threads : {1, 2, 5}) {
+        const auto hasLimit = [&](double) { return tbb::global_control::active_value(limit) == threads; };
+        ASSERT_EQ(vx::write(packed, row.cloud(), {.threads = threads, .progress = hasLimit}), numPoints);
+        ++files[readFile(packed)];
+    }
+    EXPECT_EQ(files.size(), 1u);
+    const vx::ThreadLimit three(3);
+    EXPECT_EQ(tbb::global_control::active_value(limit), 3u);
     const vx::Cloud cloud = vx::open(packed);
     EXPECT_EQ(cloud.numPoints(), numPoints);
     EXPECT_EQ(cloud.channels().size(), 7u);
@@ -77,7 +88,8 @@ TEST(Cloud, ColumnsSurviveFilesOfEveryKind)
     Strings warnings;
     const auto warning = [&](const std::string& text) { warnings.push_back(text); };
     vx::write(directory / "row.las", cloud, {.warning = warning});
-    EXPECT_EQ(warnings.size(), 3u); // Id, Amplitude, and the unit of the scan angles
+    EXPECT_EQ(warnings.size(), 3u); // a -0 in Z has no multiple of a scale; Id and Amplitude
+    EXPECT_EQ(warnings.back(), "the output format does not support channel 'Amplitude'");
     expectColumn(vx::open(directory / "row.las"), "X", row.x);
     vx::write(directory / "row.dat", cloud, {.query = {.channels = {"ClassId"}}, .format = "laz"});
     std::filesystem::rename(directory / "row.dat", directory / "row.laz");
@@ -137,7 +149,10 @@ TEST(Cloud, GeneratedPointsAreMadeWhenTheyAreRead)
     const TemporaryDirectory directory;
     const std::vector<vx::Channel> channels = {
         {"X"}, {"Y"}, {"Z"}, {"Intensity", UINT16}, {"Unfilled", SINT64}};
-    const auto fill = [](std::uint64_t first, const vx::MutableBlock& block) {
+    std::uint64_t last = numPoints;
+    const auto fill = [&last](std::uint64_t first, const vx::MutableBlock& block) {
+        if (first > last)
+            throw first;
         EXPECT_GT(block.size(), 0u);
         EXPECT_EQ(block.samples("intensity"), block.column<std::uint16_t>("Intensity").data());
         for (std::size_t i = 0; i < block.size(); ++i) {
@@ -162,6 +177,12 @@ TEST(Cloud, GeneratedPointsAreMadeWhenTheyAreRead)
             sum += block.x()[i] - block.column<std::uint16_t>("Intensity")[i] +
                    1e9 * static_cast<double>(block.column<std::int64_t>("Unfilled")[i]);
     EXPECT_EQ(sum, 65536.0 * (numPoints - 65536)); // what 16 bits cannot hold
+
+    last = numPoints / 4;
+    vx::Reader reader = cloud.read();
+    vx::Reader::iterator block = reader.begin();
+    EXPECT_THROW(++block, std::uint64_t);
+    EXPECT_TRUE(block == reader.end());
 }
 
 TEST(Cloud, WritesFormatsByEndingAndOptions)
@@ -179,8 +200,9 @@ TEST(Cloud, WritesFormatsByEndingAndOptions)
     const vx::Cloud written = vx::open(las);
     EXPECT_EQ(written.source().getScale()[2], 0.125);
     EXPECT_EQ(written.source().getOffset()[1], 20);
-    vx::write(las, cloud, {.warning = warning});
+    vx::write(las, cloud, {.offset = {{10, 20, 30}}, .warning = warning});
     EXPECT_EQ(warnings.size(), 1u) << "of rounding";
+    EXPECT_EQ(vx::open(las).source().getOffset()[2], 30);
 }
 
 TEST(Cloud, OpensFilesWithOptions)
@@ -238,6 +260,7 @@ TEST(Cloud, MistakesAreErrors)
         {reading({.channels = {"Colour"}}), "40007 the point source does not have channel: 'Colour'"},
         {reading({.box = {1, 0}}), "40007 the box is empty on one axis: 1 to 0"},
         {reading({.box = {.yMax = nan}}), "40007 the box is empty on one axis: -inf to nan"},
+        {reading({.box = {.zMin = 1, .zMax = -1}}), "40007 the box is empty on one axis: 1 to -1"},
         {reading({.fraction = 0}), "40007 the fraction is 0, it must be above 0 and at most 1"},
         {reading({.fraction = 1.001}), "40007 the fraction is 1.001"},
         {writing(out, {.query = {.fraction = nan}}), "40007 the fraction is nan"},
@@ -247,7 +270,6 @@ TEST(Cloud, MistakesAreErrors)
          },
          "40010 the samples of channel 'ClassId' are UINT8, not FLOAT32"},
         {withColumn({"Z", four}), "40007 channel 'Z' has 4 samples and 'X' has 3"},
-        {withColumn({"Z", std::span(classes).first(2)}), "40007 channel 'Z' has 2 samples"},
         {withColumn({"Z", classes}), "40007 must have x, y, and z channels"},
         {withColumn({"Y", three}), "40007 there are two channels 'Y'"},
         {withColumn({"Z", three, -1}), "40007 the scale of channel 'Z' is -1"},
@@ -281,6 +303,45 @@ TEST(Cloud, MistakesAreErrors)
     for (const auto& [call, error] : cases)
         EXPECT_EQ(failureOf(call).substr(0, error.size()), error);
     EXPECT_TRUE(directory.isEmpty());
+}
+
+template <class... T, class Call>
+void expectInvalid(const Call& call, int line = __builtin_LINE())
+{
+    const auto failure = [&](auto made) { return failureOf([&] { call(*made); }).substr(0, 6); };
+    EXPECT_EQ((Strings{failure(Scoped<T>(T::create()))...}), Strings(sizeof...(T), "40007 ")) << line;
+}
+
+TEST(PublicClasses, RefuseCallsBeforeInitAndNull)
+{
+    const PointInfo xyz = layoutXYZ();
+    const auto points = MemoryPointSource::make(xyz, {{1}, {2}, {3}});
+    const Scoped<SimpleFileOpener> opener(SimpleFileOpener::create());
+    const char* const path = nullptr;
+    IO* const io = nullptr;
+    expectInvalid<LASPointReader, TXTPointReader, MosaicFilter, SimpleFilterFilter, HilbertOrder>(
+        [&](auto& source) { source.createIterator({}, 1, xyz, nullptr); });
+    expectInvalid<LASPointReader, MosaicFilter, HilbertOrder>([](auto& it) { it.getTotalWork({}, 1); });
+    expectInvalid<TXTPointReader, QuantizeFilter>([](auto& source) { source.getBounds(); });
+    expectInvalid<LASPointWriter, VX7PointWriter>([&](auto& it) { it.write({}, 1, xyz, nullptr); });
+    expectInvalid<HilbertOrder, MosaicFilter, NULLPointWriter>([](auto& it) { it.init(nullptr); });
+    expectInvalid<SimpleFilterFilter>([](auto& filter) { filter.init(nullptr, "X", true); });
+    expectInvalid<QuantizeFilter>([&](auto& filter) { filter.init(points.get(), nullptr); });
+    expectInvalid<VX7PointReader>([&](auto& reader) { reader.init(io); });
+    expectInvalid<LASPointReader>([&](auto& reader) { reader.init(path, false); });
+    expectInvalid<TXTPointReader>([&](auto& reader) { reader.init(io, xyz, 0, false); });
+    expectInvalid<VX7PointWriter>([&](auto& writer) { writer.init(points.get(), io); });
+    expectInvalid<VX7PointWriter>([&](auto& writer) { writer.init(points.get(), path); });
+    expectInvalid<LASPointWriter>([&](auto& writer) { writer.init(points.get(), path, -1); });
+    expectInvalid<TXTPointWriter>([&](auto& writer) { writer.init(points.get(), path, xyz); });
+    expectInvalid<SimpleFileOpener>([](auto& it) { it.openPointSource(nullptr); });
+    expectInvalid<PersistentPointSourceManager>([&](auto& it) { it.init(path, opener.get()); });
+    expectInvalid<PersistentPointSourceManager>([](auto& it) { it.init("", nullptr); });
+    expectInvalid<FileIO::Imp>([](auto& file) { file.adopt(-1, nullptr, file.SEQUENTIAL); });
+    expectInvalid<PersistentPointSourceWriter>([](auto& it) { it.add(""); });
+    expectInvalid<PersistentPointSourceWriter>([&](auto& it) { it.init(opener.get()), it.add(path); });
+    expectInvalid<PersistentPointSourceWriter>(
+        [&](auto& it) { it.init(opener.get()), it.setOverview(path, 1); });
 }
 
 }} // namespace Quillmoran::Testing

@@ -200,11 +200,8 @@ std::string toJSON(const FileReport& report)
         json["check"] = {{"numPoints", report.check->numPoints}, {"numQueries", report.check->numQueries}};
     for (const ChannelStatistics& channel : report.statistics)
         json["statistics"].push_back(describeStatistics(channel));
-    // ASCII only, so that no control character reaches a terminal. The library does not escape DEL.
-    std::string text = json.dump(2, ' ', true, JSON::error_handler_t::replace);
-    for (std::size_t at = 0; (at = text.find('\x7F', at)) != std::string::npos;)
-        text.replace(at, 1, "\\u007f");
-    return text;
+    // ASCII only, so that no control character reaches a terminal.
+    return json.dump(2, ' ', true, JSON::error_handler_t::replace);
 }
 
 } // namespace Quillmoran

@@ -117,6 +117,8 @@ void FileIO::Imp::init(const char* directory)
 
 void FileIO::Imp::adopt(int descriptor, const char* name, Access access)
 {
+    if (!name)
+        QM_THROW(ErrorCode::InvalidArgument, "name not given");
     m_path = name;
     m_name = name;
     m_descriptor = descriptor;

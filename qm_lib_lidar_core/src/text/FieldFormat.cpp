@@ -276,6 +276,8 @@ bool parseHeader(std::string_view line, PointInfo& out)
 
 void parseQuantization(const char* text, PointInfo& layout)
 {
+    if (!text)
+        QM_THROW(ErrorCode::InvalidArgument, "quantizations not given");
     PointInfo quantized = layout;
     for (const char* group = text;; ++group) {
         const std::size_t length = std::strcspn(group, ",");

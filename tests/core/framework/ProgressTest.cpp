@@ -63,23 +63,24 @@ TEST(PercentProgressDelegateDeathTest, SignalsCancelAllDelegatesAndPrintOneNotic
 
 TEST(PercentProgressDelegateDeathTest, RestoresTheActionsWithTheLastDelegate)
 {
-    const auto ignoresAll = [] {
-        for (const int number : cancellingSignals)
-            raise(number);
-        return !PercentProgressDelegate().getCancelled();
-    };
-    const auto body = [&] {
+    const auto body = [] {
         for (const int number : cancellingSignals)
             std::signal(number, SIG_IGN);
         auto first = std::make_unique<PercentProgressDelegate>(),
              second = std::make_unique<PercentProgressDelegate>();
         first.reset();
         second.reset();
-        const bool given = ignoresAll();
+        bool isRestored = true;
+        for (const int number : cancellingSignals)
+            isRestored &= std::signal(number, SIG_IGN) == SIG_IGN;
+        for (const int number : {SIGUSR1, SIGPWR, SIGRTMIN, SIGRTMAX})
+            isRestored &= std::signal(number, SIG_DFL) == SIG_DFL;
         first = std::make_unique<PercentProgressDelegate>();
         second = std::make_unique<PercentProgressDelegate>();
         first.reset();
-        return given && !ignoresAll();
+        for (const int number : cancellingSignals)
+            raise(number);
+        return isRestored && second->getCancelled();
     };
     expectInChild(body, "^" NOTICE NOTICE NOTICE NOTICE "$");
 }

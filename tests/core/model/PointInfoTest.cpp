@@ -124,10 +124,10 @@ TEST(PointInfo, FindsTheFirstChannelWithANameAlsoByItsIndexOfNames)
 
 TEST(ChannelNames, ResolvesNamesThatUsersType)
 {
-    const PointInfo layout =
-        layoutOf({channel("ClassId", UINT8), channel("GPSTime_Adjusted", FLOAT64),
-                  channel("scan_angle", SINT16), channel("ScanAngle", SINT8), channel("nir", UINT16),
-                  channel("Red", UINT16), channel("RED", UINT16), channel("ScanDir", UINT8)});
+    const PointInfo layout = layoutOf(
+        {channel("ClassId", UINT8), channel("GPSTime_Adjusted", FLOAT64), channel("scan_angle", SINT16),
+         channel("ScanAngle", SINT8), channel("nir", UINT16), channel("Red", UINT16), channel("RED", UINT16),
+         channel("ScanDir", UINT8), channel("mood", UINT8), channel("MOOD", UINT8)});
     std::istringstream pairs(
         "ClassId ClassId  classid ClassId  Classification ClassId  class ClassId  GpsTime GPSTime_Adjusted  "
         "gps_time GPSTime_Adjusted  scan_angle scan_angle  SCANANGLE ScanAngle  Scan-Angle-Rank ScanAngle  "

@@ -448,10 +448,10 @@ TEST(FieldFormat, ParsesQuantizations)
     expectErrors([&](const char* text) { TXTPointReader::parseQuantization(text, layout); },
                  {{"x@1,yz", "the quantization value is missing for 'yz'"},
                   {"x@1,", "the quantization value is missing for ''"},
-                  {"x@", "could not parse quantization for 'x@'"},
                   {"x@,y@1", "could not parse quantization for 'x@'"},
                   {"x@0.0", "quantization for 'x@0.0' can not be zero"},
-                  {"xi@1", "'i' is not a supported format token"}});
+                  {"xi@1", "'i' is not a supported format token"},
+                  {nullptr, "quantizations not given"}});
     EXPECT_EQ(layout.getChannel("X")->getQuantization(), 0.01) << "an error changes nothing";
 }
 

@@ -159,9 +159,11 @@ TEST(VX7PointWriter, KeepsTheDescriptionOfTheSource)
     source->setWKT("LOCAL_CS[\"here\"]");
     source->setClassIdNames(names, 3);
     source->metadata().add("Key", "of a record", METADATA_STRING, "value", 0);
-    // A part of the points records the number of all points.
+    // A part of the points records the number of all points. Averages have other decimals than samples.
     for (const double fraction : {1.0, 0.5}) {
-        const auto reader = openFile(packWith(*source, {}, {Bounds::Huge(), fraction}));
+        EncodeOptions options;
+        options.all.smooth = fraction < 1;
+        const auto reader = openFile(packWith(*source, options, {Bounds::Huge(), fraction}));
         EXPECT_EQ(reader->getNumPoints(), 3000 * fraction);
         EXPECT_STREQ(reader->getWKT(), source->getWKT());
         ASSERT_EQ(reader->getNumClassIdNames(), 3u);
@@ -175,6 +177,7 @@ TEST(VX7PointWriter, KeepsTheDescriptionOfTheSource)
         Metadata records;
         reader->loadMetadata(records, false);
         EXPECT_TRUE(records.has("Key"));
+        EXPECT_EQ(records.has("TextDecimals"), fraction == 1);
         const int key = records.getKeyIndex("PreCompressionPointCount");
         ASSERT_GE(key, 0);
         EXPECT_STREQ(static_cast<const char*>(records.getValue(static_cast<std::size_t>(key))), "3000");

@@ -68,6 +68,8 @@ struct PersistentPointSourceWriter::Imp
 TileInfo PersistentPointSourceWriter::Imp::describe(const char* file, PointCloudInfo& description)
 {
     requireInit();
+    if (!file)
+        QM_THROW(ErrorCode::InvalidArgument, "path not given");
     const Scoped<PointSource> source = openTile(*opener, file);
     const auto* las = dynamic_cast<const LASPointReader*>(&NamedSource::unwrap(*source));
     if (las && las->hasUnknownCoordinateSystem())
