@@ -28,7 +28,7 @@ targets=()
 [ $# -eq 0 ] || targets=(--target "$@")
 # Ninja before 1.11 cannot be quiet.
 quiet=()
-if [ ! -t 1 ] && ninja --help 2>&1 | grep -q -e --quiet; then quiet=(-- --quiet); fi
+if [ ! -t 1 ] && [[ $(ninja --help 2>&1) == *--quiet* ]]; then quiet=(-- --quiet); fi
 begin=$SECONDS
 cmake --build "$directory" "${targets[@]}" "${quiet[@]}"
 echo "built ${*:-everything} ($preset, $((SECONDS - begin)) s)"

@@ -14,8 +14,8 @@ cd "$(dirname "$0")/.."
 root=${VX_BULLSEYE_ROOT:-${XDG_CACHE_HOME:-$HOME/.cache}/vxunpack/bullseye}
 packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libdeflate-dev libgdal-dev libgeotiff-dev liblaszip-dev nlohmann-json3-dev
   libgtest-dev libpdal-dev pdal ccache)
-# LAS, BPF, coordinate systems, programs and threads use libraries of the system; the other tests do not.
-tests=(formats_test formats_pdal_test apps_test programs_test stress_test)
+# LAS, BPF, coordinate systems, reports and threads use libraries of the system; the other tests do not.
+tests=(formats_test formats_pdal_test apps_test stress_test)
 
 fail() { echo "test_pdal: $*" >&2; exit 1; }
 [ "$(id -u)" -eq 0 ] || fail "needs root, for debootstrap and chroot"

@@ -1,8 +1,8 @@
 // Files of every kind, damaged in many ways: reading them gives an Error or points, never a crash, in limited
 // memory and time. If a test crashes, the file that caused it is left in its temporary directory.
 //
-// Ordinary runs skip some places of files that are slow to open. VX_DAMAGES skips none, and sets the number of
-// random changes of each file.
+// Ordinary runs skip some places of files that are slow to open, and sanitizers, being slow themselves, two of
+// three. VX_DAMAGES skips none, and sets the number of random changes of each file.
 #include "support/FuzzTarget.h"
 #include "support/Mutator.h"
 #include "support/SampleFiles.h"
@@ -53,6 +53,12 @@ bool handles(const std::string& target, [[maybe_unused]] const std::string& path
     return Fuzz::handlesInput(target, bytes);
 }
 
+#ifdef VX_SANITIZED
+constexpr int slowdown = 3;
+#else
+constexpr int slowdown = 1;
+#endif
+
 const char* const longRun = std::getenv("VX_DAMAGES");
 
 class Damage : public testing::TestWithParam<SampleFile>
@@ -82,7 +88,7 @@ protected:
 
     const Bytes whole = GetParam().make();
     Random random{whole.size()};
-    const std::uint64_t stride = longRun ? 1 : static_cast<std::uint64_t>(GetParam().slowness);
+    const std::uint64_t stride = longRun ? 1 : static_cast<std::uint64_t>(GetParam().slowness * slowdown);
 
 private:
     int m_files = 0;
