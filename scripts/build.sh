@@ -13,8 +13,9 @@ shift || true
 options=()
 if command -v ccache >/dev/null; then
   options+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-  # Checkouts in other directories, and the build directories of this one, share their objects.
-  export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$(dirname "$PWD")} CCACHE_NOHASHDIR=yes
+  # Checkouts in other directories, and the build directories of this one, share their objects. Sources that are not in
+  # the cache are not preprocessed twice.
+  export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$(dirname "$PWD")} CCACHE_NOHASHDIR=yes CCACHE_DEPEND=yes
 fi
 
 directory=build/${preset/bench/release}

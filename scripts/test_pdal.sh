@@ -45,6 +45,7 @@ make_root() {
 
 inside() {
   chroot "$root" /usr/bin/env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin LANG=C.UTF-8 DEBIAN_FRONTEND=noninteractive \
+    CCACHE_DEPEND=yes \
     bash -euo pipefail -c "$1" </dev/null
 }
 

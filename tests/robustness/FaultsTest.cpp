@@ -51,9 +51,16 @@ struct Command
 
 using Contents = std::map<std::string, std::string>; // by the path below the directory
 
-// All numbers up to a count, or the first, the last and some others.
+#ifdef VX_SANITIZED
+constexpr long slowdown = 2;
+#else
+constexpr long slowdown = 1;
+#endif
+
+// All numbers up to a count, or the first, the last and some others; with sanitizers half as many.
 std::vector<long> sample(long count, long maxCount)
 {
+    maxCount /= slowdown;
     std::vector<long> numbers;
     for (long n = 1; n <= count && maxCount > 0; ++n)
         if (count <= maxCount || n <= maxCount / 3 || n > count - maxCount / 3 ||
