@@ -68,8 +68,8 @@ TEST_F(LASReading, ReadsEveryFieldOfEveryFormat)
 {
     for (int format = 0; format <= 10; ++format) {
         LASFile file = randomLASFile(format, format >= 6 ? 4 : 3, 3000, 7);
+        file.scale = {0.01, 0.5, 0.125};
         const auto reader = open(file.build(), true);
-        EXPECT_EQ(reader->getNumPoints(), 3000);
         EXPECT_TRUE(readLASPoints(*reader) == file.points) << "format " << format;
         // Longer records and headers, and a gap before the points.
         file.recordLength = static_cast<std::uint16_t>(LASFile::recordBytes(format) + 5);
@@ -83,6 +83,7 @@ TEST_F(LASReading, DescribesTheFile)
 {
     LASFile file = randomLASFile(8, 4, 10, 1);
     file.globalEncoding = 1;
+    file.scale[2] = 0.5;
     const auto reader = open(file.build());
     EXPECT_STREQ(reader->getFileFormatString(), "LAS 1.4");
     EXPECT_EQ(reader->getBounds(),
@@ -98,7 +99,7 @@ TEST_F(LASReading, DescribesTheFile)
                         "ClassFlags UINT8 4\nScannerChannel UINT8 2\nScanAngle SINT16 16\nUserData UINT8 8\n"
                         "SourceId UINT16 16\nGPSTime_Adjusted FLOAT64 64\nRed UINT16 16\nGreen UINT16 16\n"
                         "Blue UINT16 16\nNearInfrared UINT16 16\n");
-    EXPECT_EQ(reader->getChannel("X")->getQuantization(), 0.01);
+    EXPECT_EQ(reader->getChannel("Z")->getQuantization(), 0.5);
 }
 
 TEST_F(LASReading, AnswersQueriesByBoxFractionAndChannel)
@@ -108,9 +109,10 @@ TEST_F(LASReading, AnswersQueriesByBoxFractionAndChannel)
     Bounds box = Bounds::Huge();
     box.x = {900, 1100};
     box.y = {-1950, -1700.005}; // Y counts up from -2000 in steps of 0.01; half a step is added
+    box.z.min = 50;
     std::vector<LASFilePoint> expected;
     for (const LASFilePoint& p : file.points)
-        if (p.x >= -10000 && p.x <= 10000 && p.y >= 5000 && p.y <= 30000)
+        if (p.x >= -10000 && p.x <= 10000 && p.y >= 5000 && p.y <= 30000 && p.z >= 0)
             expected.push_back(p);
     ASSERT_GT(expected.size(), 1000u);
     EXPECT_TRUE(readLASPoints(*reader, box, 1, 7) == expected);
@@ -139,12 +141,16 @@ TEST_F(LASReading, KeepsHeaderFieldsAndRecordsAsMetadata)
     file.software = "Tool 32 bytes long .............";
     file.fileSourceID = 77;
     file.guid1 = 0xDEADBEEF;
+    file.guid2 = 0xAB;
     file.guid3 = 0x12;
-    file.guid4[7] = 9;
+    file.guid4 = {1, 2, 3, 4, 5, 6, 7, 8};
     file.year = 2024;
     file.day = 45;
-    file.records = {
-        {"LASF_Spec", 0, "lookup", {1, 2, 3}}, {"laszip encoded", 22204, "", {0}}, {"", 7, "", {}}};
+    file.records = {{"LASF_Spec", 0, "lookup", {1, 2, 3}},
+                    {"laszip encoded", 22204, "", {0}},
+                    {"laszip encoded", 1, "", {0}},
+                    {"sixteen letters.", 22204, std::string(32, 'd'), {0}},
+                    {"", 7, "", {}}};
     constexpr std::size_t limit = 1 << 20; // bytes of a value in the metadata
     file.extendedRecords = {{"far", 65535, "after the points", LASBytes(limit, 5)},
                             {"far", 1, "", LASBytes(limit + 1)}};
@@ -176,13 +182,15 @@ TEST_F(LASReading, KeepsHeaderFieldsAndRecordsAsMetadata)
         {"SystemID", "LIDAR"},
         {"GeneratingSoftware", file.software},
         {"FileSourceID", "77"},
-        {"ProjectID", "{DEADBEEF-0000-0012-0000-000000000009}"},
+        {"ProjectID", "{DEADBEEF-00AB-0012-0102-030405060708}"},
         {"FileCreationDate", "2024-045"},
         {"PointRecordsByReturnCount", joined(counts)},
         {"LAS_BoundingBox", joined(box)},
         {"LASF_Spec::0", "lookup: 3"},
         {"::7", ": 0"},
         {"laszip encoded::22204", "none"},
+        {"laszip encoded::1", ": 1"},
+        {"sixteen letters.::22204", std::string(32, 'd') + ": 1"},
         {"far::65535", "after the points: 1048576"},
         {"far::1", "none"}};
     for (const auto& [key, expected] : records)
@@ -230,17 +238,17 @@ TEST_F(LASReading, FindsTheCoordinateSystemInEitherNotation)
     // Model projected, code 32613.
     const LASBytes keys = {1, 0, 1, 0, 0, 0, 2, 0, 0, 4, 0, 0, 1, 0, 1, 0, 0, 12, 0, 0, 1, 0, 0x65, 0x7F};
     const std::string utm = "PROJCS[\"WGS 84 / UTM zone 13N\"";
-    file.records = {{"LASF_Projection", 34735, "", keys}};
-    EXPECT_EQ(systemOf(file), utm);
     const std::string text = "LOCAL_CS[\"a\"]"; // without a NUL
     file.extendedRecords = {{"LASF_Projection", 2112, "", {text.begin(), text.end()}}};
+    EXPECT_EQ(systemOf(file), text) << "without the bit, but without keys";
+    file.records = {{"user", 34735, "", {1}}, {"LASF_Projection", 34735, "", keys}};
     EXPECT_EQ(systemOf(file), utm) << "the keys are valid without the bit";
     file.globalEncoding = 16;
     EXPECT_EQ(systemOf(file), text);
+    EXPECT_TRUE(open(file.build())->getPointInfo().hasChannel("GPSTime")) << "another bit";
 
     file.records.push_back({"LASF_Projection", 34736, "", LASBytes(8)});
     file.records.push_back({"LASF_Projection", 34737, "", {'a'}});
-    file.records.push_back({"user", 34737, "", {'a'}});
     Metadata all, sanitized;
     open(file.build())->loadMetadata(all, false);
     open(file.build())->loadMetadata(sanitized, true);
@@ -258,12 +266,13 @@ TEST_F(LASReading, FindsTheCoordinateSystemInEitherNotation)
     file.extendedRecords.clear();
     const std::pair<LASBytes, const char*> directories[] = {
         {{1}, ""},
+        {{1, 0, 1, 0, 0, 0}, "unknown"},
         {{1, 0, 1, 0, 0, 0, 0, 0}, ""},
         {{1, 0, 1, 0, 0, 0, 255, 255}, "unknown"},
         {{1, 0, 1, 0, 0, 0, 1, 0, 0, 4, 0xB0, 0x87, 255, 0, 255, 255}, "unknown"},
         {{1, 0, 1, 0, 0, 0, 1, 0, 0, 4, 0xB1, 0x87, 255, 255, 0, 0}, "unknown"}};
     for (const auto& [value, system] : directories) {
-        file.records[0].value = value;
+        file.records[1].value = value;
         EXPECT_EQ(systemOf(file), system) << value.size();
     }
 }
@@ -298,6 +307,7 @@ TEST_F(LASReading, RefusesMalformedFiles)
     EXPECT_EQ(refusal(100, {3, 0, 0, 0}), "VLR 3 of 3 is cut off");
     EXPECT_EQ(refusal(100, huge4), "VLR 3 of 4294967295 is cut off");
     EXPECT_EQ(refusal(104, {11}), "bad LAS header: unknown point format 11");
+    EXPECT_EQ(refusal(104, {0x41}), "no error");
     EXPECT_EQ(refusal(105, {27, 0}),
               "bad LAS header: the point record length is too small for the point format");
     const LASBytes nan = {0, 0, 0, 0, 0, 0, 0xF8, 0x7F}, infinity = {0, 0, 0, 0, 0, 0, 0xF0, 0x7F};
@@ -315,6 +325,7 @@ TEST_F(LASReading, RefusesMalformedFiles)
     for (const unsigned excess : {1u, 59u, 60u, 61u})
         EXPECT_EQ(refusal(extendedLength, {static_cast<std::uint8_t>(100 + excess)}),
                   "EVLR 1 of 1 is too long");
+    EXPECT_EQ(refusal(extendedLength + 4, {1}), "EVLR 1 of 1 is too long");
     EXPECT_EQ(refusal(235, {0x77, 1, 0, 0, 0, 0, 0, 0}), "the EVLRs are outside the file");
     EXPECT_EQ(refusal(235, huge), "the EVLRs are outside the file");
     EXPECT_EQ(refusal(243, huge4), "EVLR 2 of 4294967295 is cut off");
@@ -337,6 +348,8 @@ TEST_F(LASReading, RefusesMalformedCompressedFiles)
         for (std::size_t length = table; length < whole.size(); ++length)
             failureOfReading(cut(whole, length));
         EXPECT_EQ(failureOfReading(with(whole, table, {1})), "bad LAZ chunk table: unknown version");
+        const LASBytes empty = with(with(whole, 107, LASBytes(4)), 247, LASBytes(8)); // no points, no table
+        EXPECT_EQ(failureOfReading(cut(empty, points)), "no error");
         // More chunks than bytes: LASzip would allocate memory for all of them, or read after the file's end.
         const std::string message = failureOfReading(with(whole, table + 4, LASBytes(4, 0xFE)));
         EXPECT_EQ(message.rfind("bad LAZ chunk table: 4278124286 chunks", 0), 0u);
@@ -371,12 +384,13 @@ TEST(LASzipCoding, AcceptsTheItemsOfThePointFormatOnly)
         const std::string error = failureOf([&] { layers = LASzipCoding::parse(value, header).numLayers; });
         return error == "no error" ? std::to_string(layers) : error.substr(34);
     };
-    EXPECT_EQ(layersOf(0, 0, 2, {6, 20, 2}), "0");
     EXPECT_EQ(layersOf(3, 5, 2, {6, 20, 1, 7, 8, 2, 8, 6, 2, 0, 5, 2}), "0");
+    EXPECT_EQ(layersOf(5, 2, 2, {6, 20, 2, 7, 8, 1, 8, 6, 1, 9, 29, 1, 0, 2, 1}), "0");
     EXPECT_EQ(layersOf(6, 0, 3, {10, 30, 3}), "9");
-    EXPECT_EQ(layersOf(7, 0, 3, {10, 30, 4, 11, 6, 3}), "10");
+    EXPECT_EQ(layersOf(7, 0, 3, {10, 30, 4, 11, 6, 4}), "10");
     EXPECT_EQ(layersOf(8, 4, 3, {10, 30, 3, 12, 8, 3, 14, 4, 3}), "15");
     EXPECT_EQ(layersOf(10, 0, 3, {10, 30, 3, 12, 8, 3, 13, 29, 3}), "12");
+    EXPECT_EQ(layersOf(10, 2, 3, {10, 30, 4, 12, 8, 4, 13, 29, 4, 14, 2, 4}), "14");
     EXPECT_EQ(layersOf(0, 0, 0, {6, 20, 2}), "unknown compressor 0");
     EXPECT_EQ(layersOf(0, 0, 4, {6, 20, 2}), "unknown compressor 4");
     EXPECT_EQ(layersOf(0, 0, 2, {6, 20, 2}, 1), "unknown coder 1");

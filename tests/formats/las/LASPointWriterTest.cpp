@@ -87,7 +87,7 @@ TEST_F(LASWriting, WritesTheHeaderByteForByte)
     // These describe the source's file, not the one that is written.
     text("FileCreationDate", "1999-001");
     text("GeneratingSoftware", "other");
-    const double counts[] = {9, 9, 9, 9, 9};
+    const double counts[] = {9.1, 9.1, 9.1, 9.1, 9.1};
     metadata.add("PointRecordsByReturnCount", nullptr, METADATA_FLOAT64_ARRAY, counts, 5);
     text("user::34735", "only projection VLRs are copied");
     const std::time_t now = std::time(nullptr);
@@ -114,16 +114,19 @@ TEST_F(LASWriting, WritesTheHeaderByteForByte)
     metadata.remove();
     text("ProjectID", "{DEADBEEF-0102}");
     text("FileSourceID", "none");
-    EXPECT_EQ(write(*source).guid1, 0u);
+    metadata.add("SystemID", nullptr, METADATA_FLOAT64_ARRAY, counts, 5);
+    const LASFile plain = write(*source);
+    EXPECT_EQ(std::pair(std::size_t{plain.guid1}, plain.systemID.size()), std::pair(0ul, 0ul));
     const LASFile more = write(*makeSource({channel("ReturnNum", UINT8, 0, 4)}, {moreReturns}));
     EXPECT_EQ(std::pair(std::uint64_t{more.legacyCount}, more.count), std::pair(6ul, 6ul));
     EXPECT_EQ(more.legacyByReturn, (std::array<std::uint32_t, 5>{1, 0, 0, 0, 1}));
     EXPECT_EQ(more.byReturn, (std::array<std::uint64_t, 15>{1, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 2}));
     // An older version is written as requested, with any format.
-    const LASFile extended =
-        write(*makeSource({channel("ClassFlags", UINT8), channel("GPSTime_Adjusted", FLOAT64)}), 12);
+    const auto flags = makeSource({channel("ClassFlags", UINT8), channel("GPSTime_Adjusted", FLOAT64)});
+    flags->setWKT("a system");
+    const LASFile extended = write(*flags, 12);
     EXPECT_EQ(std::tuple(extended.format, extended.headerSize, extended.globalEncoding),
-              std::tuple(6, 227, 1));
+              std::tuple(6, 227, 1 + 16));
 }
 
 // A field of a point as a number.
@@ -174,19 +177,23 @@ TEST_F(LASWriting, StoresFieldsByTheirWidth)
 
 TEST_F(LASWriting, RoundsCoordinatesAwayFromTheOffset)
 {
-    const std::vector<double> x = {10, 10.25, 10.5, 9.75, 9.5, 9.24, 10.24};
-    const auto source = MemoryPointSource::make(layoutXYZ(), {x, x, x});
+    const Numbers x = {10, 10.25, 10.5, 9.75, 9.5, 9.24, 10.24};
+    Numbers y, z;
+    for (const double value : x) {
+        y.push_back(2 * value);
+        z.push_back(-value);
+    }
+    const auto source = MemoryPointSource::make(layoutXYZ(), {x, y, z});
     const auto writer = makeWriter(*source);
-    writer->setQuantization(std::vector<double>{0.5, 0.5, 0.5}.data(),
-                            std::vector<double>{10, 10, 10}.data());
+    writer->setQuantization(Numbers{0.5, 1, 0.5}.data(), Numbers{10, 20, -10}.data());
     const LASFile file = write(*writer);
     std::vector<int> steps;
     for (const LASFilePoint& point : file.points)
         steps.push_back(point.x);
     EXPECT_EQ(steps, (std::vector<int>{0, 1, 1, -1, -1, -2, 0}));
     // The header's bounds are those of the steps.
-    EXPECT_EQ(file.min, (std::array<double, 3>{9, 9, 9}));
-    EXPECT_EQ(file.max, (std::array<double, 3>{10.5, 10.5, 10.5}));
+    EXPECT_EQ(file.min, (std::array<double, 3>{9, 18, -10.5}));
+    EXPECT_EQ(file.max, (std::array<double, 3>{10.5, 21, -9}));
     EXPECT_EQ(writer->write({{100, 200}, {0, 20}, {0, 20}}, 1, source->getPointInfo(), nullptr), 0);
     const LASFile empty = LASFile::load(path);
     EXPECT_EQ(empty.count, 0u);
@@ -218,8 +225,11 @@ TEST_F(LASWriting, RefusesCoordinatesThatItCannotHold)
         {1, 1, inf, "40007 the offset inf of Y cannot be used"},
     };
     for (const auto& [y, scale, offset, error] : cases) {
-        const auto source = MemoryPointSource::make(layoutXYZ(), {{0, 1}, {y, 2e6}, {0, 1}});
+        Numbers others(20000), ys(others.size(), 2e6); // of a block, more than are packed at once
+        ys[1] = y;
+        const auto source = MemoryPointSource::make(layoutXYZ(), {others, ys, others});
         const auto writer = makeWriter(*source);
+        writer->setChunckSize(others.size());
         writer->setQuantization(Numbers{1, scale, 1}.data(), Numbers{0, offset, 0}.data());
         EXPECT_EQ(failureOf([&] { write(*writer); }), error);
         EXPECT_EQ(std::filesystem::remove(path), error == "no error") << error;
@@ -267,7 +277,8 @@ TEST_F(LASWriting, CopiesProjectionRecords)
             else if (record == 'a')
                 metadata.add("LASF_Projection::34737", nullptr, METADATA_STRING, "a|", 0);
             else if (record == 'o')
-                for (const char* key : {"LASF_Projection::34734", "LASF_Projection::34738", "user::34735"})
+                for (const char* key : {"LASF_Projection::34734", "LASF_Projection::34738", "user::34735",
+                                        "LASF_Projection::67648", "LASF_Projection::-63424"})
                     metadata.add(key, nullptr, METADATA_STRING, "other", 0);
             else if (record == 'm')
                 metadata.add("LASF_Projection::2111", nullptr, METADATA_STRING, largest.c_str(), 0);

@@ -121,11 +121,16 @@ TEST(SpatialReferenceTest, RefusesControlCharactersInWKT)
     EXPECT_TRUE(isValid(google));
     EXPECT_NE(pretty(google.c_str()).find("+nadgrids=@null"), std::string::npos);
     EXPECT_TRUE(isValid(utm(32, "an \xc3\xa4")));
-    EXPECT_FALSE(isValid(utm(32, "\x1b[31m")));
+    EXPECT_FALSE(isValid(utm(32, "\x1f[31m")));
     EXPECT_FALSE(isValid(utm(32, "a\nline"))) << "a name of two lines";
     EXPECT_FALSE(isValid(utm(32, "\x7f")));
-    EXPECT_TRUE(isValid("\n" + utm(32)));
+    EXPECT_TRUE(isValid("\r\n\t" + utm(32)));
     EXPECT_FALSE(isValid("\x01" + utm(32)));
+    // Names that could be references to files.
+    EXPECT_TRUE(isValid(utm(32, "grids=@null+ of @null")));
+    for (const char* name : {"init=a", "grids=a", "grids=@null,a", "grids=@null grids=a", "file=a", "model=a",
+                             "catalog=a", "PARAMETERFILE (", "ParameterFile["})
+        EXPECT_FALSE(isValid(utm(32, name))) << name;
 }
 
 // Each translation follows one of other keys, which is kept.
@@ -147,9 +152,18 @@ TEST(SpatialReferenceTest, RestoresGridsFromKeys)
         EXPECT_TRUE(isSame(wkt.c_str(), grid.c_str())) << wkt;
         EXPECT_EQ(wkt.find("changed grid") != std::string::npos, grid == renamed) << wkt;
     }
-    // One key is not valid: another version, a model of two values.
     using Directory = std::vector<std::uint16_t>;
-    EXPECT_NE(toWKT({{1, 1, 0, 2, 1024, 0, 1, 1, 3072, 0, 1, 32613}, {}, ""}), std::nullopt);
+    const auto expected = toWKT({{1, 1, 0, 2, 1024, 0, 1, 1, 3072, 0, 1, 32613}, {}, ""});
+    EXPECT_NE(expected, std::nullopt);
+    // Ignored: values that are not there, and rows that are not counted or not there.
+    for (const Directory& more :
+         {Directory{3, 1026, 34737, 1, 9}, Directory{3, 2057, 34736, 1, 1}, Directory{3, 2057, 34736, 2, 0},
+          Directory{2, 2048, 0, 1, 4267}, Directory{3}}) {
+        Directory keys{1, 1, 0, more[0], 1024, 0, 1, 1, 3072, 0, 1, 32613};
+        keys.insert(keys.end(), more.begin() + 1, more.end());
+        EXPECT_EQ(toWKT({keys, {6370000}, "abc|"}), expected) << testing::PrintToString(more);
+    }
+    // One key is not valid: another version, a model of two values.
     for (const Directory& directory : {Directory{2, 1, 0, 2, 1024, 0, 1, 1, 3072, 0, 1, 32613},
                                        Directory{1, 1, 0, 1, 3072, 0, 2, 32613}, Directory{1, 1, 0}})
         EXPECT_EQ(toWKT({directory, {}, ""}), std::nullopt) << directory[0];
