@@ -286,6 +286,9 @@ struct WriteOptions
     // output ignores it.
     std::optional<std::array<double, 3>> scale = {};
     std::optional<std::array<double, 3>> offset = {};
+    // LAS and LAZ output gives back the LAS file that the cloud was read from or packed from: see
+    // LASPointWriter::setRestores(). InvalidArgument for other formats.
+    bool restores = false;
     // Called with the fraction done, 0 to 1. If it returns false, write() throws Cancelled. Exceptions of
     // both functions are passed on.
     std::function<bool(double)> progress = {};

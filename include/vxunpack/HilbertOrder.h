@@ -33,6 +33,8 @@ public:
 
     // The source's work, and the number of sorted points.
     double getTotalWork(const Bounds& bounds, double fraction) const override;
+    // Without indexes of the points by their positions.
+    void loadMetadata(Metadata& into, bool sanitize) const override;
     // Reads the whole source and sorts, unless the query is that of the last call. Throws the source's
     // errors, those of the temporary file, Cancelled "operation cancelled.", General "unsupported datatype",
     // and InvalidArgument before init(). May be called from any thread; one sort runs at a time. Iterators

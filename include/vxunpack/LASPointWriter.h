@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Quillmoran {
 
@@ -35,6 +36,12 @@ public:
     void setWriteLAZ(bool laz) { m_writeLAZ = laz; }
     // Takes the coordinate system from the source's WKT, not from the projection VLRs in its metadata.
     void setOverrideProjectionVLRs(bool override) { m_overrideProjection = override; }
+    // Gives back the LAS file that the points came from, as far as its metadata is in the source and the points
+    // of the query are its own: version, point format, header fields, VLRs, EVLRs, scale and offset, extra
+    // bytes. If they are all points of the file, in their order, an uncompressed file is the same, byte for
+    // byte. Otherwise counts and bounds are computed. Channels without a field in LAS become extra bytes. A
+    // version of 0 or less is then that of the file.
+    void setRestores(bool restores) { m_restores = restores; }
     // If a layout has both GPSTime and GPSTime_Adjusted, the channel that comes later is written. With
     // `nonzero`, a time of 0 is replaced by the other time.
     void setPrefersNonzeroTime(bool nonzero) { m_prefersNonzeroTime = nonzero; }
@@ -46,16 +53,15 @@ public:
     // was left out.
     static bool lasSupportedChannels(const PointInfo& wanted, PointInfo& supported);
 
-    bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override
-    {
-        return lasSupportedChannels(wanted, supported);
-    }
+    bool supportedChannels(const PointInfo& wanted, PointInfo& supported) const override;
 
     // The functions below describe the file that was written last.
 
     // Whether the coordinate system of the source was left out: GeoTIFF keys cannot express it, or it is too
     // long for a VLR.
     bool losesCoordinateSystem() const noexcept { return m_losesCoordinateSystem; }
+    // The keys ("user ID::number") of metadata records that are VLRs and were left out.
+    const std::vector<std::string>& getLeftOutRecords() const noexcept { return m_leftOut; }
     // Empty if the layout had at most one time channel.
     const std::optional<TimeConflict>& getTimeConflict() const noexcept { return m_timeConflict; }
     // Whether scan angles were written unchanged although the point format has another unit: degrees to
@@ -86,10 +92,12 @@ private:
     bool m_writeLAZ = false;
     bool m_overrideProjection = false;
     bool m_prefersNonzeroTime = false;
+    bool m_restores = false;
 
     // About the file that was written last.
     bool m_losesCoordinateSystem = false;
     bool m_hasForeignScanAngles = false;
+    std::vector<std::string> m_leftOut;
     std::optional<TimeConflict> m_timeConflict;
 
     std::unique_ptr<Impl> m_impl; // null unless a file is being written

@@ -21,6 +21,8 @@ public:
     // Queries the source at the first call, which makes some sources read all points. Must not be called by
     // several threads at a time.
     const Bounds& getBounds() const override;
+    // Without the bounds of the points before rounding, and the counts that belong to them.
+    void loadMetadata(Metadata& into, bool sanitize) const override;
     const double* getScale() const override { return m_scale; }
     const double* getOffset() const override { return m_offset; }
     // The box applies to rounded coordinates if the layout has this filter's steps as quantization, as

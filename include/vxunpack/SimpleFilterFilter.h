@@ -18,6 +18,8 @@ public:
     // Retains the source. `include` keeps the points that have one of the values; false keeps the others.
     // Throws InvalidArgument "the point source does not have channel: '%s'".
     void init(PointSource* source, const char* channelName, bool include);
+    // Without the counts and bounds of all points.
+    void loadMetadata(Metadata& into, bool sanitize) const override;
     // A value that the channel's type cannot hold is converted to that type: 300 matches 44 in a UINT8
     // channel. Existing iterators keep the values they were made with.
     void addValue(int value) { m_values.insert(value); }

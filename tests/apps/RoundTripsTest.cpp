@@ -48,18 +48,24 @@ TEST_F(RoundTrips, RestoreLASAndLAZFiles)
             SCOPED_TRACE(ending + " of format " + std::to_string(format));
             const std::string input = "in." + ending, output = "out." + ending;
             succeed("vxpack -i " + input + " -o out.vxl");
-            succeed("vxunpack -i out.vxl -o " + output);
+            const bool hasRecord = ending == "las"; // rewriteLAS() does not write it
+            succeed("vxunpack -i out.vxl -o " + output,
+                    hasRecord ? "Warning: '" + output +
+                                    "': this file leaves out the record Owner::9; -restore keeps them\n"
+                              : "");
             rewriteLAS(directory / input, directory / "twin." + ending);
             EXPECT_TRUE(bytesOf(directory / output) == bytesOf(directory / "twin." + ending));
             if (ending == "las") {
                 EXPECT_TRUE(LASFile::load(directory / output).points == original.points);
             }
+            succeed("vxunpack -i out.vxl -restore -o " + output);
+            EXPECT_TRUE(bytesOf(directory / output) == bytesOf(directory / input));
             // The compressed file keeps records that LAS writers omit.
             const json packed = describe("out.vxl -check"), source = describe(input);
             for (const char* key : {"numPoints", "scale", "offset", "bounds", "wkt"})
                 EXPECT_EQ(packed[key], source[key]) << key;
             json metadata = source["metadata"];
-            EXPECT_EQ(metadata.dump().find("\"Owner::9\"") != std::string::npos, ending == "las");
+            EXPECT_EQ(metadata.dump().find("\"Owner::9\"") != std::string::npos, hasRecord);
             metadata.push_back(
                 json::parse(R"({"key": "PreCompressionPointCount", "description": null, "type": "string",
                                           "length": 5, "value": "1500"})"));

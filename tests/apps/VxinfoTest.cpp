@@ -289,7 +289,7 @@ TEST_F(Vxinfo, NoProgramPrintsControlCharacters)
         {"vxinfo -json a.vxl", 0, "e\\u001b]0;\\u0007\\u007f\\nEVIL\\ufffd"},
         {"vxpack -V -i a.vxl -o out.vxl", 3, ""},
         {"vxunpack -i a.vxl -o out.txt", 0, ""},
-        {"vxunpack -i a.vxl -o out.las", 1, ""},
+        {"vxunpack -i a.vxl -o out.las", 2, ""}, // twice as a channel that is left out
         {"vxindex -o t.index -srs \x1b[32m " + file, 0, ""},
         {"vxindex -o t.index -l", 0, "\\x1b[31m.vxl\n"},
         {"vxinfo " + file + "x.vxl", 0, "\\x1b[31m.vxlx.vxl"},

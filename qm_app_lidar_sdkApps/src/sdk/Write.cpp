@@ -72,6 +72,12 @@ std::uint64_t write(const std::string& path, const Cloud& cloud, const WriteOpti
     const PointInfo layout = chooseChannels(source.getPointInfo(), options.query.channels);
     const OutputChoice output(nameForFormat(path, options.format).c_str(), nullptr);
     const Scoped<PointWriter> writer = output.createWriter(source, path, layout);
+    auto* const las = dynamic_cast<LASPointWriter*>(writer.get());
+    if (options.restores) {
+        if (!las)
+            QM_THROW(ErrorCode::InvalidArgument, "only LAS and LAZ files can be restored");
+        las->setRestores(true);
+    }
     if (options.scale || options.offset)
         writer->setQuantization(options.scale ? options.scale->data() : nullptr,
                                 options.offset ? options.offset->data() : nullptr);
@@ -82,8 +88,8 @@ std::uint64_t write(const std::string& path, const Cloud& cloud, const WriteOpti
     std::int64_t count = 0;
     Quillmoran::ThreadLimit limit(options.threads);
     limit.execute([&] { count = writer->write(bounds, options.query.fraction, layout, &callbacks); });
-    if (const auto* las = dynamic_cast<const LASPointWriter*>(writer.get()))
-        Utils::warnOfLASOutput(*las, path, warn);
+    if (las)
+        Utils::warnOfLASOutput(*las, layout, path, "", warn);
     return static_cast<std::uint64_t>(count);
 }
 

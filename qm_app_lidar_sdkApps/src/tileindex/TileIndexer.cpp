@@ -238,7 +238,8 @@ void TileIndexer::createOverview(PersistentPointSourceWriter& writer, ProgressDe
     const Scoped<PointWriter> points =
         OutputChoice(file, nullptr).createWriter(*tiles, file, tiles->getPointInfo());
     points->write(Bounds::Huge(), fraction, tiles->getPointInfo(), &delegate);
-    Utils::warnOfLASOutput(dynamic_cast<const LASPointWriter&>(*points), file, Utils::warn);
+    Utils::warnOfLASOutput(dynamic_cast<const LASPointWriter&>(*points), tiles->getPointInfo(), file, "",
+                           Utils::warn);
     writer.setOverview(file, fraction);
 }
 

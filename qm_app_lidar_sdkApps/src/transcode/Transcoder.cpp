@@ -47,7 +47,10 @@ Transcoder::Transcoder() : Program("vxunpack", description)
     m_cmdLine.addString("gps", nullptr,
                         "which GPS time LAS output holds: week, adjusted, or nonzero (the one that is not 0)",
                         false);
-    m_cmdLine.setUndocumented("gps"); // the usage text is fixed; the man page documents it
+    m_cmdLine.addFlag("restore", nullptr,
+                      "write the LAS file that was packed: its header, records and extra bytes");
+    for (const char* option : {"gps", "restore"}) // the usage text is fixed; the man page documents them
+        m_cmdLine.setUndocumented(option);
 }
 
 bool Transcoder::work()
@@ -75,6 +78,14 @@ bool Transcoder::work()
     const Scoped<PointWriter> writer =
         m_output->createWriter(*source, m_outputFile, layout, m_standardOutput.get());
     auto* const las = dynamic_cast<LASPointWriter*>(writer.get());
+    if (m_cmdLine.getFlag("restore")) {
+        if (!las)
+            QM_THROW(ErrorCode::General, "-restore is for LAS and LAZ output");
+        if (m_cmdLine.isPresent("scale") || m_cmdLine.isPresent("offset"))
+            QM_THROW(ErrorCode::General, "-restore writes the scale and offset of the file that was packed; "
+                                         "-sc and -ofs cannot change them");
+        las->setRestores(true);
+    }
     if (las && m_cmdLine.isPresent("gps"))
         las->setPrefersNonzeroTime(equalsIgnoringCase(m_cmdLine.getString("gps"), "nonzero"));
     configure(*writer);
@@ -85,7 +96,8 @@ bool Transcoder::work()
     progress.finish();
     std::printf("%lld points written\n", count);
     if (las)
-        Utils::warnOfLASOutput(*las, m_cmdLine.getString("outputFile"), Utils::warn);
+        Utils::warnOfLASOutput(*las, layout, m_cmdLine.getString("outputFile"),
+                               m_cmdLine.getFlag("restore") ? "" : "; -restore keeps them", Utils::warn);
     // This program does not declare "parse", so in verbose runs this lookup is a configuration error that
     // ends the run with status 1. The output is already complete.
     return !verbose || m_cmdLine.isPresent("parse");

@@ -1,5 +1,6 @@
 #include <vxunpack/PointWriter.h>
 
+#include "framework/MetadataKeys.h"
 #include "model/ChannelNames.h"
 #include "model/NameIndex.h"
 #include <vxunpack/Base.h>
@@ -82,8 +83,8 @@ Metadata PointWriter::getGroomedMetadata(const Bounds& bounds, double fraction) 
     if (whole && fraction >= 1)
         return groomed;
     if (!whole)
-        groomed.remove("LAS_BoundingBox");
-    groomed.remove("PointRecordsByReturnCount");
+        groomed.remove(MetadataKeys::boundingBox);
+    groomed.remove(MetadataKeys::countsByReturn);
     return groomed;
 }
 

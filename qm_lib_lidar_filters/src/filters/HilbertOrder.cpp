@@ -3,6 +3,7 @@
 #include "filters/HilbertCurve.h"
 #include "filters/PointRows.h"
 #include "filters/RowSorter.h"
+#include "framework/MetadataKeys.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/ProgressDelegate.h>
 
@@ -134,6 +135,14 @@ Scoped<const SortedRows> HilbertOrder::Impl::sort(const PointSource& source, con
     }
     points.reset(); // releases its file and its buffers before runs are merged
     return sorter.finish([delegate] { checkCancelled(delegate); });
+}
+
+void HilbertOrder::loadMetadata(Metadata& into, bool sanitize) const
+{
+    Metadata records;
+    getSrc()->loadMetadata(records, sanitize);
+    MetadataKeys::removePointIndexes(records);
+    into.add(records);
 }
 
 PointIterator* HilbertOrder::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,

@@ -3,6 +3,7 @@
 #include "filters/LayoutAdapter.h"
 #include "filters/MergeRules.h"
 #include "filters/PointCloudUnion.h"
+#include "framework/MetadataKeys.h"
 #include "index/MemoryRTree.h"
 #include "model/NameIndex.h"
 #include <vxunpack/Base.h>
@@ -59,13 +60,6 @@ void keepShared(Metadata& shared, const Metadata& other)
     for (std::size_t i = shared.getNumRecords(); i-- > 0;)
         if (!contains(other, shared, i))
             shared.remove(i);
-}
-
-// Removes the records about the points of one file: counts and boxes.
-void removeCounts(Metadata& records)
-{
-    for (const char* key : {"PointRecordsByReturnCount", "LAS_BoundingBox", "PreCompressionPointCount"})
-        records.removeAll(key);
 }
 
 } // namespace
@@ -210,8 +204,11 @@ void MosaicFilter::loadMetadata(Metadata& into, bool sanitize) const
         if (i != 0)
             keepShared(shared, own);
     }
-    if (manager.getNumSources() > 1)
-        removeCounts(shared);
+    if (manager.getNumSources() > 1) {
+        MetadataKeys::removeCounts(shared);
+        MetadataKeys::removePointIndexes(shared);
+        shared.removeAll("PreCompressionPointCount");
+    }
     into.add(shared);
 }
 

@@ -1,5 +1,6 @@
 #include <vxunpack/QuantizeFilter.h>
 
+#include "framework/MetadataKeys.h"
 #include "model/ChannelNames.h"
 #include <vxunpack/Base.h>
 
@@ -77,6 +78,14 @@ const Bounds& QuantizeFilter::getBounds() const
             if (std::isfinite(*end))
                 *end = nearest(*end, m_offset[axis], m_scale[axis]);
     return *m_bounds;
+}
+
+void QuantizeFilter::loadMetadata(Metadata& into, bool sanitize) const
+{
+    Metadata records;
+    getSrc()->loadMetadata(records, sanitize);
+    MetadataKeys::removeCounts(records);
+    into.add(records);
 }
 
 PointIterator* QuantizeFilter::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,

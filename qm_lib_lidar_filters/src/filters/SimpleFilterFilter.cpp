@@ -1,5 +1,6 @@
 #include <vxunpack/SimpleFilterFilter.h>
 
+#include "framework/MetadataKeys.h"
 #include <vxunpack/Base.h>
 
 #include <algorithm>
@@ -84,6 +85,14 @@ void SimpleFilterFilter::init(PointSource* source, const char* channelName, bool
     PointFilter::init(source);
     m_channelName = channelName;
     m_include = include;
+}
+
+void SimpleFilterFilter::loadMetadata(Metadata& into, bool sanitize) const
+{
+    Metadata records;
+    getSrc()->loadMetadata(records, sanitize);
+    MetadataKeys::removeCounts(records);
+    into.add(records);
 }
 
 PointIterator* SimpleFilterFilter::createIterator(const Bounds& bounds, double fraction,

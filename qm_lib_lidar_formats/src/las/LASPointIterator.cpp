@@ -1,6 +1,7 @@
 #include "las/LASPointIterator.h"
 
 #include "model/ChannelNames.h"
+#include "model/NameIndex.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/ProgressDelegate.h>
 
@@ -15,25 +16,17 @@ constexpr std::size_t maxSliceBytes = 1 << 20; // for long records
 
 } // namespace
 
-LASPointIterator::LASPointIterator(IO* io, const LASHeader& header, const LASzipChunks& chunks,
-                                   const PointInfo& channels, const Bounds& bounds, double fraction,
+LASPointIterator::LASPointIterator(const File& file, const Bounds& bounds, double fraction,
                                    const PointInfo& layout, ProgressDelegate* delegate)
 {
     init(bounds, fraction, layout, delegate);
-    for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
-        const ChannelInfo& wanted = layout.getChannel(i);
-        const auto field = LASFields::find(header.pointFormat, wanted.getName());
-        if (!field || !channels.hasChannel(wanted.getName()))
-            QM_THROW(ErrorCode::NoSuchChannel, "requesting channel not in the source");
-        if (wanted.getDataType() != field->type)
-            QM_THROW(ErrorCode::ChannelType, "channel '%s' has another type in the source", wanted.getName());
-        m_fields.push_back(*field);
-    }
+    chooseColumns(file, layout);
+    const LASHeader& header = file.header;
     for (std::size_t axis = 0; axis < 3; ++axis)
         m_axes[axis] = {header.scale[axis], header.offset[axis]};
     if (getFraction() == 0)
         return;
-    m_reader = LASRecordReader::create(io, header, chunks, layout);
+    m_reader = LASRecordReader::create(file.io, header, file.chunks, layout);
     m_remaining = static_cast<std::int64_t>(header.getPointCount());
     m_sliceSize = std::clamp<std::size_t>(maxSliceBytes / m_reader->stride(), 1, maxSlicePoints);
     m_sliceSize =
@@ -41,6 +34,26 @@ LASPointIterator::LASPointIterator(IO* io, const LASHeader& header, const LASzip
     m_records.resize(m_sliceSize * m_reader->stride());
     for (auto& coordinates : m_coordinates)
         coordinates.resize(m_sliceSize);
+}
+
+void LASPointIterator::chooseColumns(const File& file, const PointInfo& layout)
+{
+    const NameIndex known(file.channels);
+    // The channels of the extra bytes are the last ones of the file.
+    const std::size_t firstExtra = file.channels.getNumChannels() - file.extraFields.size();
+    for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
+        const ChannelInfo& wanted = layout.getChannel(i);
+        const auto index = known.find(wanted.getName());
+        if (!index)
+            QM_THROW(ErrorCode::NoSuchChannel, "requesting channel not in the source");
+        if (wanted.getDataType() != file.channels.getChannel(*index).getDataType())
+            QM_THROW(ErrorCode::ChannelType, "channel '%s' has another type in the source", wanted.getName());
+        Column& column = m_columns.emplace_back();
+        if (*index >= firstExtra)
+            column.extra = file.extraFields[*index - firstExtra];
+        else
+            column.field = *LASFields::find(file.header.pointFormat, wanted.getName());
+    }
 }
 
 bool LASPointIterator::refill()
@@ -70,12 +83,14 @@ void LASPointIterator::copyRun(PointData& buffer, std::size_t filled, std::size_
 {
     const std::size_t stride = m_reader->stride();
     const unsigned char* const records = m_records.data() + first * stride;
-    for (std::size_t i = 0; i < m_fields.size(); ++i) {
-        const LASField& field = m_fields[i];
+    for (std::size_t i = 0; i < m_columns.size(); ++i) {
+        const LASField& field = m_columns[i].field;
         ChannelData& channel = buffer.getChannel(i);
-        const std::size_t size = DataTypeUtils::getSize(field.type);
+        const std::size_t size = DataTypeUtils::getSize(channel.getDataType());
         auto* const samples = static_cast<unsigned char*>(channel.getData()) + filled * size;
-        if (field.isCoordinate())
+        if (m_columns[i].extra)
+            m_columns[i].extra->unpack(samples, records, stride, count);
+        else if (field.isCoordinate())
             std::copy_n(m_coordinates[field.axis()].data() + first, count,
                         reinterpret_cast<double*>(samples));
         else

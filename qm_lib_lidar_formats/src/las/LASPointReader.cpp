@@ -3,7 +3,7 @@
 #include "las/LASPointIterator.h"
 #include "las/header/LASMetadata.h"
 #include "las/laszip/LASzipCoding.h"
-#include "las/points/LASFields.h"
+#include "las/points/LASExtraBytes.h"
 #include "platform/ByteOrder.h"
 #include "platform/OpenIO.h"
 #include "srs/SpatialReference.h"
@@ -36,13 +36,20 @@ struct LASPointReader::Impl
     void checkSize() const;
     void openCompressed();
     void readCoordinateSystem();
-    std::vector<unsigned char> readProjection(std::uint16_t recordID) const;
+    std::vector<unsigned char> readValue(const char* userID, std::uint16_t recordID) const;
+    std::vector<unsigned char> readProjection(std::uint16_t recordID) const
+    {
+        return readValue(LASVariableRecord::projectionUserID, recordID);
+    }
+    PointInfo getChannels() const;
     Bounds getBounds() const;
 
     Scoped<IO> io;
     LASHeader header;
     LASzipChunks chunks;
     std::vector<LASVariableRecord> records;
+    std::vector<unsigned char> descriptors; // of the extra bytes
+    std::vector<LASExtraField> extraFields;
     std::string fileFormat;
     std::string wkt;  // the text of the file
     GeoTIFFKeys keys; // the coordinate system when `wkt` is empty
@@ -76,8 +83,7 @@ void LASPointReader::init(const char* path, bool openFullWaveform)
         QM_THROW(ErrorCode::LASOpen, "Failed to create LASReader for path = '%s': %s", path, error.what());
     }
     const LASHeader& header = impl->header;
-    const bool adjusted = (header.globalEncoding & LASHeader::ADJUSTED_TIME) != 0;
-    setPointInfo(LASFields::channelsOf(header.pointFormat, adjusted, header.scale));
+    setPointInfo(impl->getChannels());
     setNumPoints(static_cast<std::int64_t>(header.getPointCount()));
     setQuantization(header.scale.data(), header.offset.data());
     setBounds(impl->getBounds());
@@ -98,6 +104,8 @@ void LASPointReader::Impl::open(bool openFullWaveform)
                  '.' + std::to_string(header.versionMinor);
     records = readLASVariableRecords(*opened, header);
     readCoordinateSystem();
+    descriptors = readValue(LASVariableRecord::specUserID, LASVariableRecord::extraBytesRecordID);
+    extraFields = LASExtraBytes::describe(header.pointFormat, header.recordLength, descriptors);
     if (header.compressed)
         openCompressed();
 }
@@ -138,12 +146,12 @@ void LASPointReader::Impl::openCompressed()
 }
 
 // Empty without such a record, or with a long one.
-std::vector<unsigned char> LASPointReader::Impl::readProjection(std::uint16_t recordID) const
+std::vector<unsigned char> LASPointReader::Impl::readValue(const char* userID, std::uint16_t recordID) const
 {
     constexpr std::uint64_t maxLength = 1 << 20; // bytes
-    const auto found =
-        std::find_if(records.begin(), records.end(),
-                     [recordID](const LASVariableRecord& record) { return record.isProjection(recordID); });
+    const auto found = std::find_if(records.begin(), records.end(), [=](const LASVariableRecord& record) {
+        return record.is(userID, recordID);
+    });
     if (found == records.end() || found->length > maxLength)
         return {};
     return readLASRecordValue(*io, *found);
@@ -162,6 +170,15 @@ void LASPointReader::Impl::readCoordinateSystem()
     const auto ascii = readProjection(LASVariableRecord::GEO_ASCII_PARAMS);
     keys = {directory, toNumbers<double>(readProjection(LASVariableRecord::GEO_DOUBLE_PARAMS)),
             std::string(ascii.begin(), ascii.end())};
+}
+
+PointInfo LASPointReader::Impl::getChannels() const
+{
+    const bool adjusted = (header.globalEncoding & LASHeader::ADJUSTED_TIME) != 0;
+    PointInfo channels = LASFields::channelsOf(header.pointFormat, adjusted, header.scale);
+    for (const LASExtraField& field : extraFields)
+        channels.append(field.toChannel());
+    return channels;
 }
 
 Bounds LASPointReader::Impl::getBounds() const
@@ -206,13 +223,8 @@ bool LASPointReader::hasUnknownCoordinateSystem() const
 void LASPointReader::loadMetadata(Metadata& into, bool sanitize) const
 {
     const Impl& impl = opened();
-    std::vector<LASVariableRecord> records = impl.records;
-    if (sanitize)
-        std::erase_if(records, [](const LASVariableRecord& record) {
-            return record.userID == LASVariableRecord::projectionUserID;
-        });
     const OpenIO io(impl.io.get());
-    LASMetadata::read(into, *io, impl.header, records);
+    LASMetadata::read(into, *io, impl.header, impl.records, sanitize);
 }
 
 double LASPointReader::getTotalWork(const Bounds&, double fraction) const
@@ -225,8 +237,9 @@ PointIterator* LASPointReader::createIterator(const Bounds& bounds, double fract
                                               ProgressDelegate* delegate) const
 {
     const Impl& impl = opened();
-    return new LASPointIterator(impl.io.get(), impl.header, impl.chunks, getPointInfo(), bounds, fraction,
-                                layout, delegate);
+    const LASPointIterator::File file{impl.io.get(), impl.header, impl.chunks, getPointInfo(),
+                                      impl.extraFields};
+    return new LASPointIterator(file, bounds, fraction, layout, delegate);
 }
 
 } // namespace Quillmoran

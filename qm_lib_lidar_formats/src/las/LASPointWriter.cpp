@@ -48,7 +48,7 @@ bool isScanAngleStep(DataType type)
 // The file being written.
 struct LASPointWriter::Impl
 {
-    Impl(const char* path, const LASFileHead& head, const PointInfo& layout);
+    Impl(const char* path, const LASFileHead& made, const PointInfo& layout);
 
     using Slice = OutputFile::Slice; // of records
 
@@ -58,10 +58,11 @@ struct LASPointWriter::Impl
         std::size_t channel; // in the layout
         DataType type;       // of its samples
         LASField field;
+        const LASExtraField* extra = nullptr; // in the extra bytes; null: `field`
     };
 
     void chooseColumns(const PointInfo& layout);
-    void openOutput(const std::vector<unsigned char>& records);
+    void openOutput();
     std::size_t countRecords(const Slice& slice) const { return slice.size / header.recordLength; }
     LASFields::Axis axisOf(const LASField& field) const
     {
@@ -73,13 +74,15 @@ struct LASPointWriter::Impl
     // For a block with a coordinate that does not fit: reports the first one.
     [[noreturn]] void throwOutOfRange(const PointData& block, std::size_t count) const;
     void completeHeader();
-    void writeHeader() { writeBytes(0, header.write()); }
+    void writeTail();
+    void writeHeader() { writeBytes(0, head.writeHeader(header)); }
     void writeBytes(std::int64_t position, const std::vector<unsigned char>& bytes)
     {
         writeFully(output.io(), position, bytes.data(), bytes.size());
     }
 
-    LASHeader header;
+    LASFileHead head;
+    LASHeader header; // that of `head`, completed at the end
     std::vector<Column> columns;
     // The values of the header that depend on all points.
     LASFields::Extent extents[3]; // in steps
@@ -87,6 +90,7 @@ struct LASPointWriter::Impl
     std::uint64_t total = 0; // points
     bool hasForeignScanAngles = false;
     bool prefersNonzeroTime = false;
+    bool isRestored = false;
     std::optional<std::size_t> otherTime; // channel of the layout: the time that has no column
     std::optional<TimeConflict> timeConflict;
     std::vector<unsigned char> otherTimes; // of a slice
@@ -128,6 +132,18 @@ bool LASPointWriter::lasSupportedChannels(const PointInfo& wanted, PointInfo& su
     return supported.getNumChannels() != wanted.getNumChannels();
 }
 
+bool LASPointWriter::supportedChannels(const PointInfo& wanted, PointInfo& supported) const
+{
+    if (!m_restores)
+        return lasSupportedChannels(wanted, supported);
+    PointInfo kept;
+    for (std::size_t i = 0; i < wanted.getNumChannels(); ++i)
+        if (DataTypeUtils::isKnown(wanted.getChannel(i).getDataType()))
+            kept.append(wanted.getChannel(i));
+    supported = std::move(kept);
+    return supported.getNumChannels() != wanted.getNumChannels();
+}
+
 void LASPointWriter::writeBegin(const PointInfo& layout)
 {
     checkQuantization();
@@ -138,20 +154,23 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
     request.scale = getScale();
     request.offset = getOffset();
     request.wkt = getSrc()->getWKT();
+    request.restores = m_restores;
     const LASFileHead head = LASFileHead::make(layout, getMetadata(), request);
     m_impl = std::make_unique<Impl>(m_path.c_str(), head, layout);
     m_impl->prefersNonzeroTime = m_prefersNonzeroTime;
+    m_impl->isRestored = m_restores;
     m_losesCoordinateSystem = head.losesCoordinateSystem;
+    m_leftOut = head.leftOut;
     m_hasForeignScanAngles = m_impl->hasForeignScanAngles;
     m_timeConflict.reset();
 }
 
-LASPointWriter::Impl::Impl(const char* path, const LASFileHead& head, const PointInfo& layout)
-    : header(head.header)
+LASPointWriter::Impl::Impl(const char* path, const LASFileHead& made, const PointInfo& layout)
+    : head(made), header(made.header)
 {
     chooseColumns(layout);
     output.init(path);
-    openOutput(head.records);
+    openOutput();
     writer = LASRecordWriter::create(output.io(), header);
     output.startQueue([this, records = writer](
                           const Slice& slice) { records->write(slice.bytes.get(), countRecords(slice)); },
@@ -162,13 +181,20 @@ void LASPointWriter::Impl::chooseColumns(const PointInfo& layout)
 {
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const ChannelInfo& channel = layout.getChannel(i);
-        if (!LASFields::isKnown(channel.getName()))
-            QM_THROW(ErrorCode::NotRepresentable, "invalid LAS field: %s", channel.getName());
+        if (!LASFields::isKnown(channel.getName())) {
+            const auto extra = std::find_if(
+                head.extraFields.begin(), head.extraFields.end(),
+                [&](const LASExtraField& field) { return channel.isNamed(field.channel.c_str()); });
+            if (extra == head.extraFields.end())
+                QM_THROW(ErrorCode::NotRepresentable, "invalid LAS field: %s", channel.getName());
+            columns.push_back({i, channel.getDataType(), {}, &*extra});
+            continue;
+        }
         const auto field = LASFields::find(header.pointFormat, channel.getName());
         if (!field)
             continue;
         const auto earlier = std::find_if(columns.begin(), columns.end(), [&](const Column& column) {
-            return isTime(column.field) && isTime(*field);
+            return !column.extra && isTime(column.field) && isTime(*field);
         });
         if (earlier != columns.end()) {
             if (std::string_view(field->channel) != earlier->field.channel) {
@@ -183,12 +209,12 @@ void LASPointWriter::Impl::chooseColumns(const PointInfo& layout)
     }
 }
 
-void LASPointWriter::Impl::openOutput(const std::vector<unsigned char>& records)
+void LASPointWriter::Impl::openOutput()
 {
     try {
         output.open();
         writeHeader();
-        writeBytes(header.headerSize, records);
+        writeBytes(header.headerSize, head.records);
     } catch (const Error& error) {
         if (error.code() == ErrorCode::OutputCreate)
             throw;
@@ -224,7 +250,7 @@ void LASPointWriter::writePoints(const PointData& block, std::size_t count, Prog
 void LASPointWriter::Impl::throwOutOfRange(const PointData& block, std::size_t count) const
 {
     for (const Column& column : columns) {
-        if (!column.field.isCoordinate())
+        if (column.extra || !column.field.isCoordinate())
             continue;
         const LASFields::Axis axis = axisOf(column.field);
         const auto* const samples = static_cast<const double*>(block.getChannel(column.channel).getData());
@@ -257,7 +283,12 @@ bool LASPointWriter::Impl::packSlice(Slice& slice, const PointData& block, std::
         const auto* const samples =
             static_cast<const unsigned char*>(block.getChannel(column.channel).getData()) +
             first * DataTypeUtils::getSize(column.type);
-        if (column.field.isCoordinate()) {
+        if (column.extra) {
+            if (!column.extra->pack(records, stride, samples, count))
+                QM_THROW(ErrorCode::NotRepresentable,
+                         "a value of channel '%s' is not a multiple of the scale of its extra bytes",
+                         column.extra->channel.c_str());
+        } else if (column.field.isCoordinate()) {
             fits &= LASFields::packCoordinate(records, stride, column.field, axisOf(column.field),
                                               reinterpret_cast<const double*>(samples), count,
                                               extents[column.field.axis()]);
@@ -315,9 +346,10 @@ void LASPointWriter::writeEnd(std::int64_t, const Bounds&)
     } catch (const Error& error) {
         QM_THROW(ErrorCode::PointWrite, "Unable to write point: %s", error.what());
     }
-    impl.writer.reset();
     impl.completeHeader();
     try {
+        impl.writeTail();
+        impl.writer.reset();
         impl.writeHeader();
         impl.output.commit();
     } catch (const Error& error) {
@@ -327,8 +359,21 @@ void LASPointWriter::writeEnd(std::int64_t, const Bounds&)
     m_impl.reset();
 }
 
+// The bytes after the points of a restored file.
+void LASPointWriter::Impl::writeTail()
+{
+    const std::int64_t begin = writer->end();
+    const auto gap = static_cast<std::int64_t>(head.gap.size());
+    writeBytes(begin, head.gap);
+    writeBytes(begin + gap, head.extended);
+    if (header.numEVLRs != 0 && !head.extended.empty())
+        header.firstEVLR = static_cast<std::uint64_t>(begin + gap);
+}
+
 void LASPointWriter::Impl::completeHeader()
 {
+    if (head.keepsCounts && total == header.getPointCount())
+        return;
     header.legacyPointCount = legacyCount(total);
     header.pointCount = total;
     for (std::size_t i = 0; i < LASHeader::maxReturns; ++i) {
@@ -336,6 +381,11 @@ void LASPointWriter::Impl::completeHeader()
         header.pointsByReturn[i] = points;
         if (i < LASHeader::legacyReturns)
             header.legacyPointsByReturn[i] = legacyCount(points);
+    }
+    if (isRestored && header.pointFormat.isExtended()) {
+        // LAS 1.4 requires this of the newer point formats.
+        header.legacyPointCount = 0;
+        header.legacyPointsByReturn = {};
     }
     for (std::size_t axis = 0; axis < 3; ++axis) {
         // Without points minimum and maximum are step 0.

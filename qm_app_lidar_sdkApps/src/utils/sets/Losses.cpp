@@ -43,6 +43,39 @@ void warnOfTimeConflict(const LASPointWriter::TimeConflict& conflict, const std:
     warn(text);
 }
 
+// A list for a message, of limited length.
+std::string listOf(const char* what, const std::vector<std::string>& names)
+{
+    constexpr std::size_t maxNames = 6;
+    std::string text = std::string(what) + (names.size() == 1 ? " " : "s ");
+    for (std::size_t i = 0; i < std::min(names.size(), maxNames); ++i)
+        text += (i == 0 ? "" : ", ") + names[i];
+    if (names.size() > maxNames)
+        text += " and " + std::to_string(names.size() - maxNames) + " more";
+    return text;
+}
+
+// Channels that no LAS point format has, and VLRs.
+void warnOfLeftOut(const LASPointWriter& writer, const PointInfo& layout, const std::string& output,
+                   const char* advice, const Warn& warn)
+{
+    PointInfo kept;
+    writer.supportedChannels(layout, kept);
+    std::vector<std::string> channels;
+    for (std::size_t i = 0; i < layout.getNumChannels(); ++i)
+        if (const char* const name = layout.getChannel(i).getName(); !kept.hasChannel(name))
+            channels.emplace_back(name);
+    const std::vector<std::string>& records = writer.getLeftOutRecords();
+    if (channels.empty() && records.empty())
+        return;
+    std::string text = output + "this file leaves out the ";
+    if (!channels.empty())
+        text += listOf("channel", channels);
+    if (!records.empty())
+        text += (channels.empty() ? "" : " and the ") + listOf("record", records);
+    warn(text + advice);
+}
+
 } // namespace
 
 void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems, const MergeOptions& options,
@@ -69,7 +102,8 @@ void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems,
                ", which is used for all");
 }
 
-void warnOfLASOutput(const LASPointWriter& writer, const std::string& output, const Warn& warn)
+void warnOfLASOutput(const LASPointWriter& writer, const PointInfo& layout, const std::string& output,
+                     const char* advice, const Warn& warn)
 {
     const std::string name = '\'' + output + "': ";
     if (writer.getTimeConflict())
@@ -80,6 +114,7 @@ void warnOfLASOutput(const LASPointWriter& writer, const std::string& output, co
         warn(name +
              "the scan angles are written as they are, but their unit is not that of the LAS point format "
              "(degrees, or steps of 0.006 degrees)");
+    warnOfLeftOut(writer, layout, name, advice, warn);
 }
 
 void warnOfUnknownCoordinateSystems(const std::vector<std::string>& files, const char* consequence,

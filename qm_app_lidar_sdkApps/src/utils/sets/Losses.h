@@ -42,8 +42,9 @@ void warnOfUnknownCoordinateSystems(FilePointSourceManager& files, const Warn& w
 void warnOfRounding(const PointSource& source, const PointInfo& layout, const std::string& output,
                     const char* advice, const Warn& warn);
 // Warns of data that a finished LAS file does not hold: the second of two clocks, its coordinate system, scan
-// angles in its own unit.
-void warnOfLASOutput(const LASPointWriter& writer, const std::string& output, const Warn& warn);
+// angles in its own unit, records, channels of `layout`. `advice` ends the message about records and channels.
+void warnOfLASOutput(const LASPointWriter& writer, const PointInfo& layout, const std::string& output,
+                     const char* advice, const Warn& warn);
 
 } // namespace Utils
 

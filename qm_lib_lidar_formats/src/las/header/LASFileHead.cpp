@@ -1,6 +1,7 @@
 #include "las/header/LASFileHead.h"
 
 #include "las/header/LASMetadata.h"
+#include "las/header/LASRestoredHead.h"
 #include "las/header/LASVariableRecord.h"
 #include "las/points/LASRecordWriter.h"
 #include "model/ChannelNames.h"
@@ -51,6 +52,8 @@ int LASFileHead::chooseVersion(const PointInfo& layout)
 
 LASFileHead LASFileHead::make(const PointInfo& layout, const Metadata& metadata, const Request& request)
 {
+    if (request.restores)
+        return makeRestoredHead(layout, metadata, request);
     LASFileHead head;
     LASHeader& header = head.header;
     header.pointFormat = chooseFormat(layout);
@@ -65,6 +68,7 @@ LASFileHead LASFileHead::make(const PointInfo& layout, const Metadata& metadata,
         head.addCoordinateSystem(request.wkt);
     if (request.compressed)
         head.appendRecord(LASRecordWriter::compressionRecord(header));
+    head.listOthers(metadata);
     return head;
 }
 
@@ -108,6 +112,15 @@ bool LASFileHead::copyProjection(const Metadata& metadata)
     if (copiedKeys)
         setEncoding(LASHeader::WKT, false);
     return copiedKeys || copiedWKT;
+}
+
+void LASFileHead::listOthers(const Metadata& metadata)
+{
+    for (std::size_t i = 0; i < metadata.getNumRecords(); ++i) {
+        const auto key = LASMetadata::parseRecordKey(metadata.getKey(i));
+        if (key && key->isCanonical && key->userID != LASVariableRecord::projectionUserID)
+            leftOut.emplace_back(metadata.getKey(i));
+    }
 }
 
 void LASFileHead::addCoordinateSystem(const char* wkt)

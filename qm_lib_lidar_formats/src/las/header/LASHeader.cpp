@@ -17,6 +17,7 @@ constexpr std::size_t maxHeaderBytes = 375;
 // The upper bits of the point format mark a compressed file.
 constexpr std::uint8_t compressedMark = 0x80;
 constexpr std::uint8_t formatMask = 0x3F;
+constexpr std::size_t formatAt = 104;
 
 // Reader and Writer visit the fields of a block of known size; reading and writing share the lists of fields
 // below.
@@ -48,11 +49,13 @@ struct Writer
     }
     void text(const std::string& value)
     {
-        std::memcpy(next, value.data(), std::min(value.size(), LASHeader::textBytes));
+        if (writesText)
+            std::memcpy(next, value.data(), std::min(value.size(), LASHeader::textBytes));
         next += LASHeader::textBytes;
     }
 
     unsigned char* next;
+    bool writesText;
 };
 
 template <class Field, class Header>
@@ -142,6 +145,16 @@ void check(const LASHeader& header, std::size_t bytesRead)
     }
 }
 
+void store(const LASHeader& header, std::vector<unsigned char>& block, bool writesText)
+{
+    Writer field{block.data() + 4, writesText};
+    const auto format = header.pointFormat.number;
+    const auto markedFormat = static_cast<std::uint8_t>(header.compressed ? format | compressedMark : format);
+    visitIdentification(field, header);
+    visitPoints(field, header, markedFormat);
+    visitLaterVersions(field, header);
+}
+
 } // namespace
 
 std::uint16_t LASHeader::sizeOfVersion(std::uint8_t minor) noexcept
@@ -151,9 +164,15 @@ std::uint16_t LASHeader::sizeOfVersion(std::uint8_t minor) noexcept
 
 void LASHeader::read(const IO& io)
 {
-    // Bytes after the end of the file are zeros; check() gets the number that was read.
+    std::array<unsigned char, maxHeaderBytes> bytes;
+    parse({bytes.data(), readFully(io, 0, bytes.data(), bytes.size())});
+}
+
+void LASHeader::parse(std::span<const unsigned char> file)
+{
+    // Bytes after the end of the file are zeros; check() gets the number that exists.
     std::array<unsigned char, maxHeaderBytes> bytes{};
-    const std::size_t got = readFully(io, 0, bytes.data(), bytes.size());
+    std::copy_n(file.begin(), std::min(file.size(), bytes.size()), bytes.begin());
     if (std::memcmp(bytes.data(), signature, 4) != 0)
         throwBad("no \"LASF\" at the beginning");
     Reader field{bytes.data() + 4};
@@ -163,20 +182,24 @@ void LASHeader::read(const IO& io)
     pointFormat.number = markedFormat & formatMask;
     compressed = (markedFormat & compressedMark) != 0;
     visitLaterVersions(field, *this);
-    check(*this, got);
+    check(*this, file.size());
 }
 
 std::vector<unsigned char> LASHeader::write() const
 {
     std::vector<unsigned char> bytes(headerSize);
     std::memcpy(bytes.data(), signature, 4);
-    Writer field{bytes.data() + 4};
-    const auto markedFormat =
-        static_cast<std::uint8_t>(compressed ? pointFormat.number | compressedMark : pointFormat.number);
-    visitIdentification(field, *this);
-    visitPoints(field, *this, markedFormat);
-    visitLaterVersions(field, *this);
+    store(*this, bytes, true);
     return bytes;
+}
+
+std::vector<unsigned char> LASHeader::writeOver(std::vector<unsigned char> block) const
+{
+    const unsigned char spareBit = block[formatAt] & ~(compressedMark | formatMask);
+    block.resize(headerSize);
+    store(*this, block, false);
+    block[formatAt] |= spareBit;
+    return block;
 }
 
 std::uint64_t LASHeader::getPointCount() const noexcept

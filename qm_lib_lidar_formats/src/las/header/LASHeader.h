@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -65,8 +66,12 @@ struct LASHeader
     // header and record sizes that hold their fields, points that begin after the header. Throws LASRead "bad
     // LAS header: " and the reason otherwise.
     void read(const IO& io);
+    // The same for the first bytes of a file.
+    void parse(std::span<const unsigned char> bytes);
     // The block as it is in a file, headerSize bytes.
     std::vector<unsigned char> write() const;
+    // The block of another file with the fields of this header but for the two names: keeps all other bytes.
+    std::vector<unsigned char> writeOver(std::vector<unsigned char> block) const;
 
     // The number of points, from the field that is valid for the file's version.
     std::uint64_t getPointCount() const noexcept;

@@ -1,10 +1,14 @@
 #include "las/header/LASMetadata.h"
 
+#include "framework/MetadataKeys.h"
+#include "las/header/LASRestore.h"
+
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 namespace Quillmoran::LASMetadata {
 
@@ -15,8 +19,10 @@ constexpr char generatingSoftware[] = "GeneratingSoftware";
 constexpr char projectID[] = "ProjectID";
 constexpr char fileSourceID[] = "FileSourceID";
 constexpr char fileCreationDate[] = "FileCreationDate";
-constexpr char countsByReturn[] = "PointRecordsByReturnCount";
-constexpr char boundingBox[] = "LAS_BoundingBox";
+constexpr char formatKey[] = "LAS_Format";
+using MetadataKeys::boundingBox;
+using MetadataKeys::countsByReturn;
+constexpr char formatText[] = "version %u.%u, point format %u, global encoding %u"; // to print and scan
 constexpr char separator[] = "::";
 
 constexpr std::uint64_t maxValueBytes = 1 << 20; // far more than any description of a cloud
@@ -81,8 +87,13 @@ void applyProjectID(const char* text, LASHeader::ProjectID& id)
 
 } // namespace
 
+bool keepsValue(const LASVariableRecord& record)
+{
+    return record.length <= maxValueBytes && !record.isCompression();
+}
+
 void read(Metadata& into, const IO& io, const LASHeader& header,
-          const std::vector<LASVariableRecord>& records)
+          const std::vector<LASVariableRecord>& records, bool sanitize)
 {
     addText(into, systemID, header.systemIdentifier);
     addText(into, generatingSoftware, header.generatingSoftware);
@@ -91,17 +102,47 @@ void read(Metadata& into, const IO& io, const LASHeader& header,
     char date[16];
     std::snprintf(date, sizeof date, "%04d-%03d", header.creationYear, header.creationDay);
     addText(into, fileCreationDate, date);
+    char format[80];
+    std::snprintf(format, sizeof format, formatText, unsigned{header.versionMajor},
+                  unsigned{header.versionMinor}, unsigned{header.pointFormat.number},
+                  unsigned{header.globalEncoding});
+    addText(into, formatKey, format);
     addCountsByReturn(into, header);
     addBoundingBox(into, header);
     for (const LASVariableRecord& record : records) {
-        if (record.length > maxValueBytes || record.isCompression())
+        const bool isProjection = record.userID == LASVariableRecord::projectionUserID;
+        if (!keepsValue(record) || (sanitize && isProjection))
             continue;
         const auto value = readLASRecordValue(io, record);
-        const std::string key = record.userID + separator + std::to_string(record.recordID);
+        const std::string key = makeRecordKey(record.userID, record.recordID);
         // Metadata::add() requires an address, also for no bytes.
         into.add(key.c_str(), record.description.c_str(), METADATA_BLOB,
                  value.empty() ? "" : static_cast<const void*>(value.data()), value.size());
     }
+    if (const auto restore = LASRestore::read(io, header, records)) {
+        const auto packed = restore->pack();
+        into.add(LASRestore::key, nullptr, METADATA_BLOB, packed.data(), packed.size());
+    }
+}
+
+std::optional<Format> findFormat(const Metadata& metadata)
+{
+    const char* const text = findText(metadata, formatKey);
+    unsigned major = 0;
+    unsigned minor = 0;
+    unsigned format = 0;
+    unsigned encoding = 0;
+    if (!text || std::sscanf(text, formatText, &major, &minor, &format, &encoding) != 4 || major > 1 ||
+        minor > 4 || format > LASPointFormat::last)
+        return std::nullopt;
+    return Format{static_cast<int>(10 * major + minor),
+                  {static_cast<std::uint8_t>(format)},
+                  static_cast<std::uint16_t>(encoding)};
+}
+
+bool hasCounts(const Metadata& metadata)
+{
+    return metadata.has(countsByReturn) && metadata.has(boundingBox);
 }
 
 void apply(const Metadata& metadata, LASHeader& header)
@@ -117,16 +158,23 @@ void apply(const Metadata& metadata, LASHeader& header)
     }
 }
 
+std::string makeRecordKey(const std::string& userID, std::uint16_t recordID)
+{
+    return userID + separator + std::to_string(recordID);
+}
+
 std::optional<RecordKey> parseRecordKey(const char* key)
 {
-    const char* const end = std::strstr(key, separator);
-    if (!end)
+    const std::string_view text = key;
+    const std::size_t end = text.rfind(separator); // a user ID can have it, too
+    if (end == std::string_view::npos)
         return std::nullopt;
-    const auto length = std::min(static_cast<std::size_t>(end - key), LASVariableRecord::userIDBytes);
-    const long number = std::strtol(end + std::strlen(separator), nullptr, 10);
+    const long number = std::strtol(key + end + std::strlen(separator), nullptr, 10);
     if (number < 0 || number > UINT16_MAX)
         return std::nullopt;
-    return RecordKey{std::string(key, length), static_cast<std::uint16_t>(number)};
+    const std::string userID(text.substr(0, std::min(end, LASVariableRecord::userIDBytes)));
+    const auto recordID = static_cast<std::uint16_t>(number);
+    return RecordKey{userID, recordID, makeRecordKey(userID, recordID) == key};
 }
 
 } // namespace Quillmoran::LASMetadata

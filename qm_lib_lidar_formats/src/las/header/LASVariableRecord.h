@@ -21,6 +21,9 @@ struct LASVariableRecord
 
     static constexpr char compressionUserID[] = "laszip encoded";
     static constexpr std::uint16_t compressionRecordID = 22204;
+    static constexpr char specUserID[] = "LASF_Spec";
+    static constexpr std::uint16_t extraBytesRecordID = 4;
+    static constexpr std::uint16_t waveformPackets = 65535;
     static constexpr char projectionUserID[] = "LASF_Projection";
     enum Projection : std::uint16_t
     {
@@ -43,7 +46,8 @@ struct LASVariableRecord
     }
     // Whether it is LASzip's VLR, which describes the coding of a compressed file.
     bool isCompression() const noexcept { return is(compressionUserID, compressionRecordID); }
-    bool isProjection(std::uint16_t record) const noexcept { return is(projectionUserID, record); }
+    // Whether it is the EVLR that holds the waveform packets of a file.
+    bool isWaveformPackets() const noexcept { return is(specUserID, waveformPackets); }
 };
 
 // All VLRs of a file, then its EVLRs. Throws LASRead if a record does not end before the points or the end of

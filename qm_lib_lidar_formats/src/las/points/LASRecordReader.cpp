@@ -2,10 +2,13 @@
 
 #include "las/laszip/IOStreamBuffer.h"
 #include "las/laszip/LASzip.h"
+#include "las/points/LASFields.h"
 #include "model/ChannelNames.h"
 #include "platform/OpenIO.h"
 #include <vxunpack/Base.h>
 
+#include <algorithm>
+#include <cstring>
 #include <istream>
 
 namespace Quillmoran {
@@ -31,6 +34,14 @@ private:
     OpenIO m_io;
     std::int64_t m_position;
 };
+
+bool wantsExtraBytes(const PointInfo& wanted)
+{
+    for (std::size_t i = 0; i < wanted.getNumChannels(); ++i)
+        if (!LASFields::isKnown(wanted.getChannel(i).getName()))
+            return true;
+    return false;
+}
 
 // Files of formats 6 to 10 compress each field separately; those that are not wanted are skipped.
 laszip_U32 selectFields(const PointInfo& wanted)
@@ -61,16 +72,17 @@ laszip_U32 selectFields(const PointInfo& wanted)
     for (const auto& selection : selections)
         if (wanted.hasChannel(selection.channel))
             fields |= selection.fields;
-    return fields;
+    return wantsExtraBytes(wanted) ? fields | laszip_DECOMPRESS_SELECTIVE_EXTRA_BYTES : fields;
 }
 
 class CompressedReader final : public LASRecordReader
 {
 public:
     CompressedReader(IO* io, const LASHeader& header, const LASzipChunks& chunks, const PointInfo& wanted)
-        : LASRecordReader(header.pointFormat.recordLength()),
+        : LASRecordReader(wantsExtraBytes(wanted) ? header.recordLength : header.pointFormat.recordLength()),
           m_io(io),
           m_format(header.pointFormat),
+          m_extraBytes(stride() - m_format.recordLength()),
           m_buffer(*m_io, chunks),
           m_stream(&m_buffer)
     {
@@ -80,6 +92,8 @@ public:
         if (status == 0)
             m_opened.reset(m_laszip.get());
         check(status);
+        if (m_extraBytes > static_cast<std::size_t>(std::max(m_laszip.point().num_extra_bytes, 0)))
+            QM_THROW(ErrorCode::LASRead, "LASzip does not read the extra bytes of the points");
     }
 
     void read(unsigned char* records, std::size_t count) override
@@ -91,6 +105,8 @@ public:
         for (std::size_t i = 0; i < count; ++i, records += stride()) {
             check(laszip_read_point(m_laszip.get()));
             toRecord(records, m_laszip.point(), m_format);
+            if (m_extraBytes != 0)
+                std::memcpy(records + m_format.recordLength(), m_laszip.point().extra_bytes, m_extraBytes);
         }
         m_failed = false;
     }
@@ -104,6 +120,7 @@ private:
 
     OpenIO m_io;
     LASPointFormat m_format;
+    std::size_t m_extraBytes; // of each record that are read
     IOStreamBuffer m_buffer;
     std::istream m_stream;
     LASzip m_laszip;

@@ -16,7 +16,8 @@ class LASRecordReader
 {
 public:
     // The reader for a file with this header; it keeps `io` open. Fields of channels that are not wanted have
-    // unspecified values. Throws LASRead if LASzip refuses the file.
+    // unspecified values; extra bytes are read if a wanted channel is not one of the point format. Throws
+    // LASRead if LASzip refuses the file.
     static std::unique_ptr<LASRecordReader> create(IO* io, const LASHeader& header,
                                                    const LASzipChunks& chunks, const PointInfo& wanted);
 

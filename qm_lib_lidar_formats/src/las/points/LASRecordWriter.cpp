@@ -4,6 +4,7 @@
 #include "las/laszip/LASzip.h"
 #include <vxunpack/Base.h>
 
+#include <cstring>
 #include <ostream>
 
 namespace Quillmoran {
@@ -24,6 +25,7 @@ public:
         m_position += static_cast<std::int64_t>(size);
     }
     void finish() override {}
+    std::int64_t end() const override { return m_position; }
 
 private:
     IO& m_io;
@@ -43,7 +45,10 @@ class CompressedWriter final : public LASRecordWriter
 {
 public:
     CompressedWriter(IO& io, const LASHeader& header)
-        : m_header(header), m_buffer(io, header.pointDataOffset), m_stream(&m_buffer)
+        : m_header(header),
+          m_extraBytes(header.recordLength - header.pointFormat.recordLength()),
+          m_buffer(io, header.pointDataOffset),
+          m_stream(&m_buffer)
     {
         describe(m_laszip, header);
         // LASPointWriter writes the header; LASzip appends the points.
@@ -60,6 +65,9 @@ public:
     {
         for (std::size_t i = 0; i < count; ++i, records += m_header.recordLength) {
             fromRecord(m_laszip.point(), records, m_header.pointFormat);
+            if (m_extraBytes != 0)
+                std::memcpy(m_laszip.point().extra_bytes, records + m_header.pointFormat.recordLength(),
+                            m_extraBytes);
             m_laszip.check(laszip_write_point(m_laszip.get()));
         }
         throwIfBad();
@@ -71,7 +79,10 @@ public:
         m_laszip.check(laszip_close_writer(m_laszip.get()));
         m_stream.flush();
         throwIfBad();
+        m_end = m_stream.tellp();
     }
+
+    std::int64_t end() const override { return m_end; }
 
 private:
     // LASzip does not check whether its writes succeed.
@@ -83,10 +94,12 @@ private:
     }
 
     LASHeader m_header;
+    std::size_t m_extraBytes; // of each record
     IOStreamBuffer m_buffer;
     std::ostream m_stream;
     LASzip m_laszip;
     bool m_isOpen = false;
+    std::int64_t m_end = 0;
 };
 
 } // namespace

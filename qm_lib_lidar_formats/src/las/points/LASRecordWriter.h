@@ -6,6 +6,7 @@
 #include <vxunpack/IO.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -27,6 +28,8 @@ public:
     virtual void write(const unsigned char* records, std::size_t count) = 0;
     // Completes the point data; throws as write() does.
     virtual void finish() = 0;
+    // The position in the file after the complete point data.
+    virtual std::int64_t end() const = 0;
 
 protected:
     LASRecordWriter() = default;
