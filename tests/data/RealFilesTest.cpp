@@ -112,6 +112,10 @@ TEST_F(RealFiles, AreRestoredFromCompressedFiles)
         EXPECT_TRUE(written.points == (original.compressed ? readLASPoints(*open(path)) : original.points));
         expectSameHeader(written, expected);
         EXPECT_EQ(std::tie(written.scale, written.offset), std::tie(original.scale, original.offset));
+        // On request all bytes, but for waveforms.
+        const std::string again = std::string("again.") + (original.compressed ? "laz" : "las");
+        ASSERT_EQ(run("vxunpack -i packed.vxl -restore -o " + again).status, 0);
+        EXPECT_EQ(readFile(directory / again) == readFile(path), !open(path)->hasWaveforms());
         const auto fieldsOf = [](const LASFile& f) {
             return std::tie(f.versionMinor, f.min, f.max, f.count, f.byReturn, f.legacyByReturn,
                             f.globalEncoding);

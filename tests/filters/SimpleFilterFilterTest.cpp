@@ -2,6 +2,8 @@
 
 #include "support/SetOfSources.h"
 #include "support/Test.h"
+#include <vxunpack/HilbertOrder.h>
+#include <vxunpack/QuantizeFilter.h>
 
 namespace Quillmoran::Testing { namespace {
 
@@ -32,6 +34,32 @@ Numbers passing(const PointSource& filter, const PointInfo& layout = layoutXYZ()
     for (const auto& row : readRows(filter, layout, Bounds::Huge(), 1, blockPoints))
         all.push_back(row[0]);
     return all;
+}
+
+// Records that hold for the points of one file only are not passed on with others.
+TEST(Filters, DropRecordsThatNoLongerHold)
+{
+    const auto source = countingSource(UINT8, 3);
+    const char* const keys[] = {"LAS_BoundingBox", "PointRecordsByReturnCount", "copc::1", "copc::1000",
+                                "LAStools::30", "Owner::9"};
+    for (const char* key : keys)
+        source->metadata().add(key, nullptr, METADATA_STRING, "value", 0);
+    const auto kept = [](const PointSource& filter) {
+        Metadata records;
+        filter.loadMetadata(records, false);
+        std::string text;
+        for (std::size_t i = 0; i < records.getNumRecords(); ++i)
+            text += records.getKey(i) + std::string(" ");
+        return text;
+    };
+    EXPECT_EQ(kept(*filterOf(*source, true, {1})), "copc::1 copc::1000 LAStools::30 Owner::9 ");
+    const Numbers steps = {1, 1, 1};
+    const Scoped<QuantizeFilter> rounded(QuantizeFilter::create());
+    rounded->init(source.get(), steps.data());
+    EXPECT_EQ(kept(*rounded), "copc::1 copc::1000 LAStools::30 Owner::9 ");
+    const Scoped<HilbertOrder> ordered(HilbertOrder::create());
+    ordered->init(source.get());
+    EXPECT_EQ(kept(*ordered), "LAS_BoundingBox PointRecordsByReturnCount Owner::9 ");
 }
 
 TEST(SimpleFilterFilter, KeepsOrDropsTheValuesOfEveryIntegerType)

@@ -91,6 +91,8 @@ TEST(Cloud, ColumnsSurviveFilesOfEveryKind)
     EXPECT_EQ(warnings.size(), 3u); // a -0 in Z has no multiple of a scale; Id and Amplitude
     EXPECT_EQ(warnings.back(), "the output format does not support channel 'Amplitude'");
     expectColumn(vx::open(directory / "row.las"), "X", row.x);
+    vx::write(directory / "whole.las", cloud, {.restores = true});
+    expectColumn(vx::open(directory / "whole.las"), "Id", row.id);
     vx::write(directory / "row.dat", cloud, {.query = {.channels = {"ClassId"}}, .format = "laz"});
     std::filesystem::rename(directory / "row.dat", directory / "row.laz");
     expectColumn(vx::open(directory / "row.laz"), "ClassId", row.classId);
@@ -272,6 +274,7 @@ TEST(Cloud, MistakesAreErrors)
         {reading({.fraction = 0}), "40007 the fraction is 0, it must be above 0 and at most 1"},
         {reading({.fraction = 1.001}), "40007 the fraction is 1.001"},
         {writing(out, {.query = {.fraction = nan}}), "40007 the fraction is nan"},
+        {writing(out, {.restores = true}), "40007 only LAS and LAZ files can be restored"},
         {[&] {
              for (const vx::Block& block : cloud.read())
                  block.column<float>("ClassId");

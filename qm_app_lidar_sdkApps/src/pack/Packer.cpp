@@ -2,14 +2,17 @@
 
 #include "common/coders/TransformUtils.h"
 #include "files/QMFileUtils.h"
+#include "las/header/LASRestore.h"
 #include "model/ChannelNames.h"
 #include "pack/PackOptions.h"
 #include "text/Printable.h"
 #include "utils/program/ConsoleProgress.h"
 #include "utils/program/Utils.h"
 #include "utils/sets/Make.h"
+#include "utils/sets/NamedSource.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/HilbertOrder.h>
+#include <vxunpack/LASPointReader.h>
 #include <vxunpack/QuantizeFilter.h>
 
 #include <algorithm>
@@ -136,6 +139,7 @@ bool Packer::work()
         QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
     PackOptions::resolveChannels(options, layout);
     const auto writer = make<VX7PointWriter>(source.get(), output);
+    warnOfUnrestorable(*files, writer->getMetadata());
     if (m_cmdLine.getFlag("dropWaveforms"))
         writer->setMetadata(withoutWaveformRecords(writer->getMetadata()));
     writer->setOptions(options);
@@ -162,6 +166,18 @@ void Packer::addInputs(FilePointSourceManager& files, ProgressDelegate& delegate
     if (files.getNumSources() == 0)
         QM_THROW(ErrorCode::General, "there are no files to read");
     Utils::refuseInputs(files, m_cmdLine.getString("outputFile"));
+}
+
+void Packer::warnOfUnrestorable(FilePointSourceManager& files, const Metadata& metadata) const
+{
+    if (files.getNumSources() != 1 || metadata.has(LASRestore::key))
+        return;
+    const Scoped<PointSource> source(files.createPointSource(0));
+    if (dynamic_cast<const LASPointReader*>(&NamedSource::unwrap(*source)))
+        Utils::warn(
+            std::string("'") + files.getFilename(0) +
+            "': vxunpack -restore will not give back this file byte for byte, since it has more than 64 "
+            "MiB besides its points, or offsets that are too large for its scale");
 }
 
 Scoped<PointSource> Packer::applyFilters(Scoped<PointSource> source) const

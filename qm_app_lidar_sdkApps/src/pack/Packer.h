@@ -17,6 +17,8 @@ private:
     bool work() override;
 
     void addInputs(FilePointSourceManager& files, ProgressDelegate& delegate) const;
+    // Warns of a LAS file with too many bytes, or unusual coordinates, to be restored from the output.
+    void warnOfUnrestorable(FilePointSourceManager& files, const Metadata& metadata) const;
     Scoped<PointSource> applyFilters(Scoped<PointSource> source) const;
     void printResult(const VX7PointWriter& writer, std::int64_t numPoints) const;
 };

@@ -89,7 +89,7 @@ std::uint64_t write(const std::string& path, const Cloud& cloud, const WriteOpti
     Quillmoran::ThreadLimit limit(options.threads);
     limit.execute([&] { count = writer->write(bounds, options.query.fraction, layout, &callbacks); });
     if (las)
-        Utils::warnOfLASOutput(*las, layout, path, "", warn);
+        Utils::warnOfLASOutput(*las, PointInfo(), path, "", warn); // the writer has named the channels
     return static_cast<std::uint64_t>(count);
 }
 

@@ -1,5 +1,6 @@
 #include "transcode/Transcoder.h"
 
+#include "las/header/LASRestore.h"
 #include "model/ChannelNames.h"
 #include "utils/program/ConsoleProgress.h"
 #include "utils/program/Summary.h"
@@ -85,6 +86,9 @@ bool Transcoder::work()
             QM_THROW(ErrorCode::General, "-restore writes the scale and offset of the file that was packed; "
                                          "-sc and -ofs cannot change them");
         las->setRestores(true);
+        if (!las->getMetadata().has(LASRestore::key))
+            Utils::warn(std::string("'") + input +
+                        "' has no record of a LAS file that was packed; the header of the output is new");
     }
     if (las && m_cmdLine.isPresent("gps"))
         las->setPrefersNonzeroTime(equalsIgnoringCase(m_cmdLine.getString("gps"), "nonzero"));

@@ -1,6 +1,7 @@
 #include "las/header/LASRestore.h"
 
 #include "las/header/LASMetadata.h"
+#include "las/points/LASFields.h"
 #include "platform/ByteOrder.h"
 #include <vxunpack/Base.h>
 
@@ -139,11 +140,9 @@ public:
             isExtended ? LASVariableRecord::extendedHeaderBytes : LASVariableRecord::headerBytes;
         const auto position = static_cast<std::uint64_t>(record.position);
         LASRestore::Record copied{copy(position - headerBytes, position), std::nullopt};
-        // A LAZ writer makes its own compression record. Waveform packets are not kept.
-        if (header.compressed && record.isCompression())
-            copied.value.emplace();
-        else if (!LASMetadata::keepsValue(record) &&
-                 !(header.pointFormat.hasWaveform() && record.isWaveformPackets()))
+        // Waveform packets are not kept.
+        if (!LASMetadata::keepsValue(record) &&
+            !(header.pointFormat.hasWaveform() && record.isWaveformPackets()))
             copied.value = copy(position, position + record.length);
         return copied;
     }
@@ -192,6 +191,9 @@ std::optional<LASRestore> LASRestore::read(const IO& io, const LASHeader& header
     const std::uint64_t pointsEnd = header.pointDataOffset + points;
     // EVLRs in the place of the points are damage. The points of a LAZ file end before them.
     const bool hasEVLRs = header.numEVLRs != 0 && header.firstEVLR >= pointsEnd;
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        if (!LASFields::isExact({header.scale[axis], header.offset[axis]}))
+            return std::nullopt;
     Copier file(io);
     LASRestore result;
     result.header = file.copy(0, header.headerSize);

@@ -49,7 +49,8 @@ struct LASRestore
     std::vector<Record> extendedRecords;
     Bytes rest; // after the EVLRs
 
-    // Reads these bytes from a file, which is open. Nothing if they are more than maxBytes.
+    // Reads these bytes from a file, which is open. Nothing if they are more than maxBytes, or if coordinates
+    // are too many steps from zero to be restored.
     static std::optional<LASRestore> read(const IO& io, const LASHeader& header,
                                           const std::vector<LASVariableRecord>& records);
 

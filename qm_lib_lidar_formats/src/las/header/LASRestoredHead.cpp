@@ -3,6 +3,7 @@
 #include "framework/MetadataKeys.h"
 #include "las/header/LASMetadata.h"
 #include "las/header/LASRestore.h"
+#include "las/laszip/LASzipCoding.h"
 #include "las/points/LASRecordWriter.h"
 #include "model/ChannelNames.h"
 #include "model/NameIndex.h"
@@ -291,7 +292,10 @@ private:
             if (!m_request.compressed)
                 return;
             const Bytes made = LASRecordWriter::compressionRecord(header());
-            append(record, std::span(made).subspan(LASVariableRecord::headerBytes));
+            const auto value = std::span(made).subspan(LASVariableRecord::headerBytes);
+            const bool isSame =
+                m_head.keepsCounts && record.value && LASzipCoding::isSame(*record.value, value);
+            append(record, isSame ? *record.value : value);
             m_hasCompressionRecord = true;
             return;
         }

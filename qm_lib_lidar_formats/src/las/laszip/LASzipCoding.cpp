@@ -130,6 +130,15 @@ LASzipCoding LASzipCoding::parse(const std::vector<unsigned char>& value, const 
     return coding;
 }
 
+bool LASzipCoding::isSame(std::span<const unsigned char> a, std::span<const unsigned char> b)
+{
+    constexpr std::size_t versionAt = 4;
+    constexpr std::size_t versionEnd = 8;
+    return a.size() == b.size() && a.size() >= fixedBytes &&
+           std::equal(a.begin(), a.begin() + versionAt, b.begin()) &&
+           std::equal(a.begin() + versionEnd, a.end(), b.begin() + versionEnd);
+}
+
 std::vector<unsigned char> makeLASzipHead(LASHeader header, const std::vector<unsigned char>& value)
 {
     if (header.versionMajor == 0) {

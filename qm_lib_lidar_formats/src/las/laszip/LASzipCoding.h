@@ -5,6 +5,7 @@
 #include "las/header/LASHeader.h"
 
 #include <cstddef>
+#include <span>
 #include <vector>
 
 namespace Quillmoran {
@@ -17,6 +18,8 @@ struct LASzipCoding
     // Parses the value of the VLR. Throws LASRead unless it is complete, its codings are known and it
     // describes points of the header's format and record length.
     static LASzipCoding parse(const std::vector<unsigned char>& value, const LASHeader& header);
+    // Whether two values stand for the same code: they differ at most in the version of the software.
+    static bool isSame(std::span<const unsigned char> a, std::span<const unsigned char> b);
 };
 
 // What LASzip reads in place of the header and the VLRs: the header and one VLR with the value. With more

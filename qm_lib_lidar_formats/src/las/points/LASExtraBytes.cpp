@@ -37,17 +37,6 @@ constexpr DataType scalars[] = {UINT8,  SINT8,  UINT16, SINT16,  UINT32,
 constexpr unsigned numScalars = std::size(scalars);
 constexpr unsigned maxElements = 3;
 
-// Whether rounding gives every stored number back. The products and sums err by a few units in the last place
-// of the largest values.
-bool isExact(DataType stored, const LASFields::Axis& axis)
-{
-    constexpr double largestOffset = 1125899906842624.0; // 2^50 steps
-    constexpr double largestNumber = 4294967296.0;
-    return !DataTypeUtils::isFloat(stored) && DataTypeUtils::getSize(stored) <= 4 && axis.scale > 0 &&
-           std::isnormal(axis.scale) && std::isfinite(axis.scale * largestNumber) &&
-           std::isfinite(axis.offset) && std::fabs(axis.offset) / axis.scale <= largestOffset;
-}
-
 // Whether readers can take the name for that of a standard channel.
 bool isTaken(const std::string& name)
 {
@@ -164,7 +153,9 @@ private:
             axis.scale = loadLittleEndian<double>(descriptor + scaleAt + 8 * element);
         if ((options & HAS_OFFSET) != 0)
             axis.offset = loadLittleEndian<double>(descriptor + offsetAt + 8 * element);
-        if (isExact(m_fields.back().stored, axis))
+        const DataType stored = m_fields.back().stored;
+        if (!DataTypeUtils::isFloat(stored) && DataTypeUtils::getSize(stored) <= 4 &&
+            LASFields::isExact(axis))
             m_fields.back().axis = axis;
     }
 

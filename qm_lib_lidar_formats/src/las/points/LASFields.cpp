@@ -4,6 +4,7 @@
 #include "model/SampleConversion.h"
 #include "platform/ByteOrder.h"
 
+#include <cmath>
 #include <cstring>
 #include <span>
 #include <type_traits>
@@ -157,6 +158,15 @@ std::optional<LASField> find(LASPointFormat format, const char* channel) noexcep
                     return found.has_value();
                 });
     return found;
+}
+
+bool isExact(const Axis& axis) noexcept
+{
+    // Products and sums err by a few units in the last place of the largest values.
+    constexpr double maxSteps = 1125899906842624.0; // 2^50
+    constexpr double largestNumber = 4294967296.0;
+    return axis.scale > 0 && std::isnormal(axis.scale) && std::isfinite(axis.scale * largestNumber) &&
+           std::isfinite(axis.offset) && std::fabs(axis.offset) / axis.scale <= maxSteps;
 }
 
 PointInfo channelsOf(LASPointFormat format, bool adjustedTime, const std::array<double, 3>& scale)

@@ -52,6 +52,9 @@ struct Axis
     double offset;
 };
 
+// Whether every number of up to 32 bits is restored from its product and sum, by rounding.
+bool isExact(const Axis& axis) noexcept;
+
 // The range of the steps of an axis, empty at first.
 struct Extent
 {
