@@ -40,8 +40,8 @@ Numbers passing(const PointSource& filter, const PointInfo& layout = layoutXYZ()
 TEST(Filters, DropRecordsThatNoLongerHold)
 {
     const auto source = countingSource(UINT8, 3);
-    const char* const keys[] = {"LAS_BoundingBox", "PointRecordsByReturnCount", "copc::1", "copc::1000",
-                                "LAStools::30", "Owner::9"};
+    const char* const keys[] = {
+        "LAS_BoundingBox", "PointRecordsByReturnCount", "copc::1", "copc::1000", "LAStools::30", "Owner::9"};
     for (const char* key : keys)
         source->metadata().add(key, nullptr, METADATA_STRING, "value", 0);
     const auto kept = [](const PointSource& filter) {
