@@ -3,6 +3,9 @@
 #include "support/LASClouds.h"
 #include "support/SampleCloud.h"
 
+#include <functional>
+#include <map>
+#include <regex>
 #include <set>
 
 namespace Quillmoran::Testing { namespace {
@@ -72,6 +75,145 @@ TEST_F(RoundTrips, RestoreLASAndLAZFiles)
             EXPECT_EQ(packed["metadata"], metadata);
         }
     }
+}
+
+// The rows of a table in README.md or a man page: field, by default, with -restore.
+std::map<std::string, std::pair<std::string, std::string>> keptFields(const std::string& file,
+                                                                      const std::regex& row)
+{
+    std::map<std::string, std::pair<std::string, std::string>> table;
+    std::smatch match;
+    for (const std::string& line : linesOf(readFile(file)))
+        if (std::regex_match(line, match, row))
+            table[match[1]] = {match[2], match[3]};
+    return table;
+}
+
+TEST_F(RoundTrips, KeepTheFieldsThatTheDocumentsName)
+{
+    struct Case
+    {
+        const LASFile& original;
+        const LASFile& written;
+    };
+    const auto valuesOf = [](const LASFile& file, bool isProjection) {
+        std::vector<LASBytes> values;
+        for (const LASFileRecord& record : file.records)
+            if ((record.userID == "LASF_Projection") == isProjection)
+                values.push_back(record.value);
+        return values;
+    };
+    const auto orderOf = [](const LASFile& file) {
+        std::string order;
+        for (const LASFileRecord& record : file.records)
+            order +=
+                record.userID + std::to_string(record.recordID) + ' ' + std::to_string(record.reserved) + ' ';
+        return order;
+    };
+    // The bytes between VLRs and points, or before the EVLRs.
+    const auto gapsOf = [](const LASFile& file) {
+        std::size_t vlrs = file.headerSize;
+        for (const LASFileRecord& record : file.records)
+            vlrs += 54 + record.value.size();
+        return file.pointDataOffset - vlrs;
+    };
+    const std::map<std::string, std::function<bool(const Case&)>> fields = {
+        {"coordinates, scale and offset",
+         [](const Case& c) {
+             return std::equal(c.original.points.begin(), c.original.points.end(), c.written.points.begin(),
+                               [](const LASFilePoint& a, const LASFilePoint& b) {
+                                   return std::tie(a.x, a.y, a.z) == std::tie(b.x, b.y, b.z);
+                               }) &&
+                    c.original.scale == c.written.scale && c.original.offset == c.written.offset;
+         }},
+        {"all fields of the point format",
+         [](const Case& c) { return c.original.points == c.written.points; }},
+        {"point format", [](const Case& c) { return c.original.format == c.written.format; }},
+        {"extra bytes, record length",
+         [](const Case& c) { return c.original.recordLength == c.written.recordLength; }},
+        {"version", [](const Case& c) { return c.original.versionMinor == c.written.versionMinor; }},
+        {"system identifier, project ID, file source ID",
+         [](const Case& c) {
+             const auto of = [](const LASFile& f) {
+                 return std::tie(f.systemID, f.guid1, f.guid2, f.guid3, f.guid4, f.fileSourceID);
+             };
+             return of(c.original) == of(c.written);
+         }},
+        {"generating software, creation date",
+         [](const Case& c) {
+             const auto of = [](const LASFile& f) { return std::tie(f.software, f.day, f.year); };
+             return of(c.original) == of(c.written);
+         }},
+        {"type of GPS time",
+         [](const Case& c) { return ((c.original.globalEncoding ^ c.written.globalEncoding) & 1) == 0; }},
+        {"other bits of the global encoding",
+         [](const Case& c) { return c.original.globalEncoding == c.written.globalEncoding; }},
+        {"bounds, counts, counts by return",
+         [](const Case& c) {
+             const auto of = [](const LASFile& f) {
+                 return std::tie(f.min, f.max, f.legacyCount, f.legacyByReturn, f.count, f.byReturn);
+             };
+             return of(c.original) == of(c.written);
+         }},
+        {"bytes after the fields of the header",
+         [](const Case& c) { return c.original.headerSize == c.written.headerSize; }},
+        {"values of the VLRs of the coordinate system",
+         [&](const Case& c) { return valuesOf(c.original, true) == valuesOf(c.written, true); }},
+        {"other VLRs",
+         [&](const Case& c) { return valuesOf(c.original, false) == valuesOf(c.written, false); }},
+        {"EVLRs",
+         [](const Case& c) { return c.original.extendedRecords.size() == c.written.extendedRecords.size(); }},
+        {"reserved fields and order of VLRs",
+         [&](const Case& c) { return orderOf(c.original) == orderOf(c.written); }},
+        {"gaps between VLRs, points and EVLRs; bytes after them",
+         [&](const Case& c) { return gapsOf(c.original) == gapsOf(c.written); }}};
+
+    // Whether each field survives in all files; the counts also in files that have the right ones.
+    std::map<std::string, std::pair<std::string, std::string>> found;
+    for (const auto& [name, isKept] : fields)
+        found[name] = {"yes", "yes"};
+    bool areCountsComputed = true;
+    for (const int format : {0, 1, 2, 3, 6, 7, 8}) {
+        for (const bool hasRightCounts : {true, false}) {
+            LASFile file = surveyLAS(format);
+            file.versionMinor = format < 6 ? 3 : 4;
+            file.globalEncoding |= static_cast<std::uint16_t>(8 | (LASFile::hasTime(format) ? 1 : 0));
+            file.headerSize = format < 6 ? 245 : 385;
+            file.recordLength = static_cast<std::uint16_t>(LASFile::recordBytes(format) + 3);
+            if (format >= 6)
+                file.extendedRecords = {{"Owner", 10, "", {4, 5}}};
+            file.records.front().reserved = 0;
+            file.pointDataOffset = 5000;
+            if (hasRightCounts)
+                file.describePoints();
+            else
+                file.legacyByReturn[2] = 12345;
+            writeFile(directory / "in.las", file.build());
+            succeed("vxpack -i in.las -o out.vxl");
+            ASSERT_EQ(run("vxunpack -i out.vxl -o default.las").status, 0);
+            succeed("vxunpack -i out.vxl -o restored.las -restore");
+            const LASFile original = LASFile::load(directory / "in.las"),
+                          plain = LASFile::load(directory / "default.las"),
+                          restored = LASFile::load(directory / "restored.las");
+            for (const auto& [name, isKept] : fields) {
+                const bool isCounts = name == "bounds, counts, counts by return";
+                if (isCounts)
+                    areCountsComputed = areCountsComputed && isKept({original, plain}) == hasRightCounts;
+                else if (!isKept({original, plain}))
+                    found[name].first = "no";
+                if (!isKept({original, restored}))
+                    found[name].second = "no";
+            }
+        }
+    }
+    if (areCountsComputed)
+        found["bounds, counts, counts by return"].first = "computed";
+    const std::string cell = "(yes|no|computed)";
+    const std::string root = EXAMPLES "/..";
+    EXPECT_EQ(keptFields(root + "/README.md", std::regex("\\| (.+) \\| " + cell + " \\| " + cell + " \\|")),
+              found);
+    EXPECT_EQ(keptFields(root + "/docs/man/vxunpack.1", std::regex("\\.It (.+) Ta " + cell + " Ta " + cell)),
+              found);
 }
 
 TEST_F(RoundTrips, RestoreTextByteForByte)
