@@ -8,8 +8,10 @@
 #include <vxunpack/Base.h>
 #include <vxunpack/LASPointWriter.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <string_view>
 #include <strings.h>
 
 namespace Quillmoran {
@@ -24,6 +26,19 @@ constexpr unsigned defaultChunckSize = 1048576;
 bool equalsIgnoringCase(const char* a, const char* b)
 {
     return strcasecmp(a, b) == 0;
+}
+
+// Whether the fields are channel names separated by commas. One letter per field is the documented form, in
+// which a comma is an error.
+bool hasNames(const char* fields)
+{
+    const std::string_view text = fields ? fields : "";
+    std::size_t longest = 0;
+    for (std::size_t begin = 0, end = 0; end != std::string_view::npos; begin = end + 1) {
+        end = text.find(',', begin);
+        longest = std::max(longest, std::min(end, text.size()) - begin);
+    }
+    return longest > 1 && text.find(',') != std::string_view::npos;
 }
 
 } // namespace
@@ -75,7 +90,8 @@ bool Transcoder::work()
     const double fraction = Utils::getFraction(m_cmdLine);
     if (m_output->type() != POINT_SOURCE_NULL)
         Utils::refuseSameFile(input, m_outputFile.c_str());
-    const PointInfo layout = chooseTime(Utils::getOutFields(m_cmdLine, *source));
+    const PointInfo layout =
+        chooseTime(Utils::getOutFields(m_cmdLine, *source, hasNames(m_cmdLine.getString("outFields"))));
     const Scoped<PointWriter> writer =
         m_output->createWriter(*source, m_outputFile, layout, m_standardOutput.get());
     auto* const las = dynamic_cast<LASPointWriter*>(writer.get());
