@@ -1,4 +1,6 @@
-// The serialised metadata. Records that can be read are written and read again.
+// The serialised metadata. Records that can be read are written and read again, and make the head of a restored
+// LAS file.
+#include "las/header/LASFileHead.h"
 #include "support/FuzzTarget.h"
 #include <vxunpack/Metadata.h>
 
@@ -30,6 +32,11 @@ std::uint64_t runMetadata(Input input)
     const std::vector<std::uint8_t> written = write(metadata);
     require(write(read(written)) == written, "records do not come back");
     metadata.sort();
+    const double scale[] = {1, 1, 1};
+    LASFileHead::Request request;
+    request.scale = request.offset = scale;
+    request.restores = true;
+    succeeds([&] { LASFileHead::make(layoutXYZ(), metadata, request); });
     return 0;
 }
 
