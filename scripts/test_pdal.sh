@@ -68,7 +68,7 @@ mount --bind . "$root/source"
 mount -o remount,bind,ro "$root/source"
 
 begin=$SECONDS
-inside "cmake -S /source -B /build -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER_LAUNCHER=ccache >/dev/null
+inside "cmake -S /source -B /build -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_UNITY_BUILD=ON -DCMAKE_CXX_COMPILER_LAUNCHER=ccache >/dev/null
   cmake --build /build --target vxinfo vxindex vxpack vxunpack libvxunpack qm_formats_pdal ${tests[*]} |
     grep -vE '^\[[0-9]+/[0-9]+\] |^ninja: no work' || [ \${PIPESTATUS[0]} -eq 0 ]"
 echo "built the programs and ${tests[*]} (Debian 11, $((SECONDS - begin)) s)"

@@ -126,10 +126,10 @@ TEST_F(FileIOTest, WritesPipesInOrder)
         EXPECT_EQ(file->pwrite(3, text + 3, 1), 1u);
         file->close();
         char got[9] = {};
-        EXPECT_EQ(read(reader, got, 8), 4);
+        EXPECT_EQ(::read(reader, got, 8), 4);
         EXPECT_STREQ(got, text);
     }
-    close(reader);
+    ::close(reader);
 }
 
 // Offsets and lengths may be those of a malformed file.
