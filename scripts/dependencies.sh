@@ -5,8 +5,8 @@
 #   scripts/dependencies.sh --all    and those for checks and benchmarks
 set -euo pipefail
 
-packages=(g++ cmake ninja-build ccache libtbb-dev zlib1g-dev libdeflate-dev libgdal-dev libgeotiff-dev nlohmann-json3-dev
-  libgtest-dev)
+packages=(g++ cmake ninja-build ccache libtbb-dev zlib1g-dev libdeflate-dev libxxhash-dev libgdal-dev libgeotiff-dev
+  nlohmann-json3-dev libgtest-dev)
 laszip=(liblaszip8 liblaszip-api8 liblaszip-dev)
 if [ "${1:-}" = --all ]; then
   packages+=(libbenchmark-dev clang-format-14 clang-tidy-14 clang-14 libclang-rt-14-dev llvm-14

@@ -12,8 +12,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 root=${VX_BULLSEYE_ROOT:-${XDG_CACHE_HOME:-$HOME/.cache}/vxunpack/bullseye}
-packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libdeflate-dev libgdal-dev libgeotiff-dev liblaszip-dev nlohmann-json3-dev
-  libgtest-dev libpdal-dev pdal ccache)
+packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libdeflate-dev libxxhash-dev libgdal-dev libgeotiff-dev liblaszip-dev
+  nlohmann-json3-dev libgtest-dev libpdal-dev pdal ccache)
 # LAS, BPF, coordinate systems, reports and threads use libraries of the system; the other tests do not.
 tests=(formats_test formats_pdal_test apps_test stress_test)
 

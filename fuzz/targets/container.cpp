@@ -1,4 +1,5 @@
-// A compressed file: opening, metadata, all points, a box, a coarse level, coordinates of a thinned box.
+// A compressed file: opening, metadata, all points, a box, a coarse level, coordinates of a thinned box, and
+// all points compared with their digests.
 #include "decode/container/WaveletDecoderInfo.h"
 #include "support/FuzzTarget.h"
 #include <vxunpack/VX7PointReader.h>
@@ -10,6 +11,7 @@ std::uint64_t runContainer(Input input)
     constexpr double maxSamples = 1 << 18;
     const Scoped<VX7PointReader> reader(VX7PointReader::create());
     reader->init(storeOf(input).get());
+    reader->setVerifiesDigests(false); // digests would refuse nearly all changes of a file
     describe(*reader);
     const WaveletDecoderInfo& info = reader->getDecoderInfo();
     // The number of samples that one refill of the decoder can decode: whole subblocks of all channels.
@@ -37,7 +39,9 @@ std::uint64_t runContainer(Input input)
         samples += static_cast<std::uint64_t>(2 * atOnce + std::min(work, maxSamples)) *
                    std::max<std::size_t>(info.getChannels().size(), 1);
     }
-    return samples;
+    reader->setVerifiesDigests(true);
+    succeeds([&] { readPoints(*reader, Bounds::Huge(), 1, layout); });
+    return 2 * samples;
 }
 
 } // namespace Quillmoran::Fuzz

@@ -262,8 +262,11 @@ struct OpenOptions
     // Text files: a letter or a name per column ("xyzi", "X,Y,Z,Intensity"); empty: given by the first
     // line.
     std::string textFormat = {};
-    std::size_t skipLines = 0;       // at the beginning of text files
-    bool dropWaveforms = false;      // reads LAS files without their waveforms, which otherwise are an Error
+    std::size_t skipLines = 0;  // at the beginning of text files
+    bool dropWaveforms = false; // reads LAS files without their waveforms, which otherwise are an Error
+    // Compares what is read from .vxl files with their digests, if they have any. Otherwise damage that still
+    // decodes gives wrong points.
+    bool verifiesDigests = true;
     std::optional<int> gpsWeek = {}; // converts week time to adjusted standard time in joined files
     // Called with a message for differences between joined files, and for data that is not read. Empty:
     // no warnings.

@@ -40,6 +40,7 @@ enum class ErrorCode : int
     ExtendedRecordRead = 40219,  // malformed extended header chunk
     ExtendedHeaderRead = 40220,  // the version of the extended header is missing
     Inflate = 40230,             // zlib cannot inflate a subblock
+    DigestDiffers = 40231,       // points, or other parts of a file, differ from their stored digest
 
     // Exchange formats
     PointWrite = 40601,       // a record of the output cannot be written

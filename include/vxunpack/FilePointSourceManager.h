@@ -48,6 +48,8 @@ public:
     // refused, which is the default.
     bool willOpenFullWaveformFiles() const noexcept { return m_options.opensWaveforms; }
     void setOpenFullWaveformFiles(bool open) noexcept { m_options.opensWaveforms = open; }
+    // Whether readers of .vxl files compare what they read with the digests of the file; the default.
+    void setVerifiesDigests(bool verifies) noexcept { m_options.verifiesDigests = verifies; }
     // Opens LAS files with waveforms, and calls `warn` with a message once per file.
     void dropWaveforms(std::function<void(const std::string&)> warn);
 
@@ -55,6 +57,7 @@ public:
     {
         std::optional<TextOptions> text;
         bool opensWaveforms = false;
+        bool verifiesDigests = true;
         std::function<void(const std::string&)> warn; // of dropped waveforms; may be empty
     };
 

@@ -29,6 +29,10 @@ public:
     void init(const char* path);
     void init(IO* io);
 
+    // Whether iterators compare what they read with the digests of the file, if it has any; the default.
+    // Otherwise damage that still decodes gives wrong points. Set it before creating iterators.
+    void setVerifiesDigests(bool verifies) noexcept { m_verifiesDigests = verifies; }
+
     const char* getFileFormatString() const override
     {
         return m_fileFormat;
@@ -39,8 +43,13 @@ public:
     double getTotalWork(const Bounds& bounds, double fraction) const override;
     // Returns an iterator with a count of 1. Throws General "could not find channel '%s'" or "unsupported
     // datatype" for a layout that the file cannot provide; InvalidArgument for one without X, Y and Z;
-    // WaveletHeaderRead if decoding needs an unreasonable amount of memory. getNextPoints() of the iterator
-    // throws SubbandRead or Inflate for damaged data, and Cancelled if the delegate asks to stop.
+    // WaveletHeaderRead if decoding needs an unreasonable amount of memory; DigestDiffers for a damaged
+    // header, metadata or, for a box, index. getNextPoints() of the iterator throws SubbandRead, Inflate or
+    // DigestDiffers for damaged data, and Cancelled if the delegate asks to stop.
+    //
+    // Digests belong to blocks of 2^20 points at full resolution. A block that the iterator decodes
+    // completely is compared before its last points are delivered: all blocks of a query of all points, none
+    // at coarser levels.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
 
@@ -57,6 +66,7 @@ private:
 
     Scoped<WaveletDecoderInfo> m_info; // null until init() succeeds
     IO::Location m_metadata;
+    bool m_verifiesDigests = true;
     char m_fileFormat[32] = "";
 };
 

@@ -2,6 +2,7 @@
 #include "apps/AppTest.h"
 #include "support/LASFile.h"
 #include "support/SampleCloud.h"
+#include "support/VX7Chunks.h"
 
 namespace Quillmoran::Testing { namespace {
 
@@ -55,6 +56,34 @@ TEST_F(Vxunpack, EndsAVerboseRunWithTheOutputComplete)
     EXPECT_EQ(readFile(directory / "out.txt"), expected);
     expectContains(result.output,
                    {"Basic LiDAR Info:\n   Filename:          survey.vxl\n", "\n2400 points written\n"});
+}
+
+TEST_F(Vxunpack, FailsOnDamagedPointsUnlessToldOtherwise)
+{
+    Bytes bytes = buildExampleSurvey();
+    const VX7Chunks chunks = VX7Chunks::parse(bytes);
+    constexpr std::size_t channel = 3, finest = 5, levels = 6;
+    bytes[VX7Chunks(chunks).find(CHUNK_SUBBAND, channel * levels + finest)->position + 100] ^= 1;
+    writeFile(directory / "damaged.vxl", bytes);
+    const std::string error = "channel Intensity, points 0 to 2399: digest differs path = damaged.vxl";
+    for (const char* output : {"out.txt", "out.las", "null"})
+        expectError(std::string("vxunpack -i damaged.vxl -o ") + output,
+                    error + "  -noVerify ignores the digests.");
+    EXPECT_FALSE(exists("out.txt") || exists("out.las"));
+    EXPECT_NE(decode("damaged.vxl -noVerify"), decode("survey.vxl"));
+    // All programs that read the file, also as one of several.
+    expectError("vxpack -i damaged.vxl -o out.vxl", error);
+    succeed("vxindex -o all.index survey.vxl damaged.vxl");
+    expectError("vxpack -i all.index -o out.vxl", error);
+    EXPECT_FALSE(exists("out.vxl"));
+    // Digests are computed from the points that are written, never copied.
+    for (const char* options :
+         {"-i survey.vxl -c 500000 500100 -inf +inf -inf +inf", "-i survey.vxl -i survey.vxl",
+          "-i survey.vxl -filter ClassId,2,include -ofld xyzc"}) {
+        succeed(std::string("vxpack -o part.vxl ") + options);
+        EXPECT_GT(describe("-check part.vxl")["check"]["numDigests"], 2) << options;
+        decode("part.vxl");
+    }
 }
 
 TEST_F(Vxunpack, ComparesThePointCountThatWasPacked)

@@ -24,6 +24,7 @@ Cloud open(const std::vector<std::string>& paths, const OpenOptions& options)
     text.strict = true;
     const auto warn = options.warning ? options.warning : [](const std::string&) {};
     files->getOpener().setTextOptions(text);
+    files->getOpener().setVerifiesDigests(options.verifiesDigests);
     if (options.dropWaveforms)
         files->getOpener().dropWaveforms(warn);
     for (const std::string& path : paths)

@@ -41,6 +41,20 @@ bool hasNames(const char* fields)
     return longest > 1 && text.find(',') != std::string_view::npos;
 }
 
+// Does the work. Errors of digests name the file and the option that ignores them. The texts of other errors
+// are fixed.
+template <class Work>
+auto explaining(const char* input, Work work)
+{
+    try {
+        return work();
+    } catch (Error& error) {
+        if (error.code() == ErrorCode::DigestDiffers)
+            error(" path = %s  -noVerify ignores the digests.", input);
+        throw;
+    }
+}
+
 } // namespace
 
 Transcoder::Transcoder() : Program("vxunpack", description)
@@ -65,7 +79,9 @@ Transcoder::Transcoder() : Program("vxunpack", description)
                         false);
     m_cmdLine.addFlag("restore", nullptr,
                       "write the LAS file that was packed: its header, records and extra bytes");
-    for (const char* option : {"gps", "restore"}) // the usage text is fixed; the man page documents them
+    m_cmdLine.addFlag("noVerify", nullptr, "do not compare the points with the digests of the input.");
+    for (const char* option :
+         {"gps", "restore", "noVerify"}) // the usage text is fixed; the man page documents them
         m_cmdLine.setUndocumented(option);
 }
 
@@ -77,6 +93,7 @@ bool Transcoder::work()
     if (Utils::getPointSourceType(input) != POINT_SOURCE_VX7)
         QM_THROW(ErrorCode::General, "unsupported input file format '%s'", input);
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
+    manager->getOpener().setVerifiesDigests(!m_cmdLine.getFlag("noVerify"));
     manager->addFile(input);
     m_outputFile = m_cmdLine.getString("outputFile");
     m_output.emplace(m_outputFile.c_str(), m_cmdLine.getString("outputFormat"));
@@ -112,7 +129,8 @@ bool Transcoder::work()
     warnOfRounding(*source, layout);
 
     Utils::ConsoleProgress progress;
-    const long long count = writer->write(cropBox, fraction, layout, &progress);
+    const long long count =
+        explaining(input, [&] { return writer->write(cropBox, fraction, layout, &progress); });
     progress.finish();
     std::printf("%lld points written\n", count);
     if (las)

@@ -57,6 +57,7 @@ Scoped<WaveletDecoderInfo> VX7PointReader::readChunks(ChunkReader& chunks)
 
     ChunkHeader chunk;
     chunks.readChunkHeader(chunk, remaining, CHUNK_METADATA, ErrorCode::MetadataChunkRead);
+    const std::int64_t afterBands = chunk.offset;
     chunks.readMetadata(chunk.length, m_metadata);
     chunks.readChunkHeader(chunk, remaining, CHUNK_WKT, ErrorCode::WKTChunkRead);
     if (const auto wkt = chunks.readWKT(chunk.length))
@@ -70,9 +71,20 @@ Scoped<WaveletDecoderInfo> VX7PointReader::readChunks(ChunkReader& chunks)
             pointers.push_back(name ? name->c_str() : nullptr);
         setClassIdNames(pointers.data(), pointers.size());
     }
-    if (remaining > 0 &&
-        chunks.readChunkHeader(chunk, remaining, ErrorCode::ExtendedRecordRead) == CHUNK_EXTENDED_HEADER)
-        chunks.readExtendedHeader(chunk.length, info->getChannels());
+    bool hasDigests = false;
+    if (remaining > 0) {
+        const std::uint32_t id = chunks.readChunkHeader(chunk, remaining, ErrorCode::ExtendedRecordRead);
+        hasDigests = id == CHUNK_DIGESTS;
+        if (id == CHUNK_EXTENDED_HEADER) {
+            const std::int64_t next = chunks.stream().tell() + chunk.length;
+            chunks.readExtendedHeader(chunk.length, info->getChannels());
+            chunks.stream().seek(next, Stream::SEEK_FROM_START);
+            hasDigests = chunks.readDigestsHeader(chunk, remaining);
+        }
+    }
+    if (hasDigests)
+        info->getDigests().setDigests(afterBands,
+                                      {info->getFile(), chunk.offset + ChunkHeader::size, chunk.length});
     return info;
 }
 
@@ -123,7 +135,7 @@ PointIterator* VX7PointReader::createIterator(const Bounds& bounds, double fract
                                               ProgressDelegate* delegate) const
 {
     Scoped<WaveletDecoder> decoder(WaveletDecoder::create());
-    decoder->init(getDecoderInfo(), bounds, fraction, layout, delegate);
+    decoder->init(getDecoderInfo(), bounds, fraction, layout, m_verifiesDigests, delegate);
     return decoder.detach();
 }
 

@@ -40,18 +40,23 @@ WaveletDecoder* WaveletDecoder::create()
 WaveletDecoder::~WaveletDecoder() = default;
 
 void WaveletDecoder::init(const WaveletDecoderInfo& info, const Bounds& bounds, double fraction,
-                          const PointInfo& layout, ProgressDelegate* delegate)
+                          const PointInfo& layout, bool verifies, ProgressDelegate* delegate)
 {
     m_info = Scoped<const WaveletDecoderInfo>::retained(&info);
     const bool isEmpty = !(fraction > 0);
     m_level = isEmpty ? 0 : info.getLevel(fraction);
     // The level reduces the points by a power of two; the sampling does the rest.
     PointIterator::init(bounds, std::ldexp(fraction, static_cast<int>(m_level)), layout, delegate);
+    m_file.emplace(info.getFile());
+    if (verifies && !isEmpty)
+        verifyDescription();
     selectChannels(layout);
     if (!isEmpty)
         m_ranges = info.getPointRanges(m_level, getBounds());
     for (Block& block : m_blocks)
         block.points.init(layout, getBlockPoints(layout));
+    if (m_digests)
+        addVerifiers();
     begin(m_ranges.empty() ? 0 : m_ranges.front().start);
 }
 
@@ -96,6 +101,7 @@ void WaveletDecoder::addChannel(std::size_t fileChannel, std::size_t pointChanne
 {
     Channel& added = m_channels.emplace_back();
     added.record = &m_info->getChannel(fileChannel);
+    added.pointChannel = pointChannel;
     added.conversion.setupConvert(*added.record, pointChannel);
 }
 
@@ -142,7 +148,6 @@ void WaveletDecoder::begin(std::int64_t position)
 {
     if (m_channels.empty())
         return;
-    m_file.emplace(m_info->getFile());
     constexpr auto largestFile = static_cast<std::int64_t>(UINT64_MAX / memoryPerFileByte / 2);
     const auto fileBytes =
         static_cast<std::uint64_t>(std::clamp<std::int64_t>((*m_file)->size(), 0, largestFile));
@@ -151,6 +156,66 @@ void WaveletDecoder::begin(std::int64_t position)
         buildPipeline(channel);
         channel.root->begin(position);
     }
+    if (!m_ranges.empty())
+        seekVerifiers();
+}
+
+void WaveletDecoder::verifyDescription()
+{
+    const StoredDigests& digests = m_info->getDigests();
+    digests.verifyDescription();
+    if (m_info->needsIndex(getBounds()))
+        digests.verifyIndex();
+    if (m_level == 0)
+        m_digests = digests.getSamples(m_info->getNumPoints(), m_info->getNumPointChannels());
+}
+
+void WaveletDecoder::addVerifiers()
+{
+    const PointInfo stored = m_info->getPointInfo();
+    const PointData& points = m_blocks[0].points;
+    for (Channel& channel : m_channels) {
+        const ChannelPart part = channel.record->getPart();
+        if (part == ChannelPart::Exponent || part == ChannelPart::Sign)
+            continue;
+        const auto record = static_cast<std::size_t>(channel.record - m_info->getChannels().data());
+        const std::size_t fileChannel = m_info->getPointChannel(record);
+        channel.verifier = std::make_unique<Verifier>(m_digests->blockBits, fileChannel);
+        const ChannelInfo& info = stored.getChannel(fileChannel);
+        if (points.getChannel(channel.pointChannel).getDataType() != info.getDataType())
+            channel.verifier->converted.init(info, points.getNumSamples());
+    }
+}
+
+void WaveletDecoder::seekVerifiers()
+{
+    for (Channel& channel : m_channels)
+        if (channel.verifier)
+            channel.verifier->current.seek(m_ranges[m_range].start);
+}
+
+void WaveletDecoder::verifySamples(Channel& channel, const Block& block) const
+{
+    Verifier& verifier = *channel.verifier;
+    const ChannelData* samples = &block.points.getChannel(channel.pointChannel);
+    if (verifier.converted.getNumSamples() != 0) {
+        channel.conversion.convertFromKernel(channel.samples, verifier.converted, block.fill);
+        samples = &verifier.converted;
+    }
+    const auto compare = [&](std::int64_t index, std::uint64_t digest) {
+        if (verifier.differing < 0 && digest != m_digests->get(verifier.channel, index))
+            verifier.differing = index;
+    };
+    verifier.current.add(*samples, block.fill, compare);
+    if (block.end == m_info->getNumPoints())
+        verifier.current.finish(compare);
+}
+
+void WaveletDecoder::throwIfDiffering(const Channel& channel) const
+{
+    if (channel.verifier && channel.verifier->differing >= 0)
+        QM_THROW(ErrorCode::DigestDiffers, "%s",
+                 m_digests->describe(channel.record->getPointName(), channel.verifier->differing).c_str());
 }
 
 void WaveletDecoder::decodeSubblocks(const Channel& channel)
@@ -167,7 +232,7 @@ void WaveletDecoder::decodeSubblocks(const Channel& channel)
     });
 }
 
-void WaveletDecoder::decodeChannel(Channel& channel, Block& block)
+void WaveletDecoder::decodeChannel(Channel& channel, Block& block) const
 {
     channel.work.clear();
     channel.root->prepare(block.fill, channel.work);
@@ -177,6 +242,8 @@ void WaveletDecoder::decodeChannel(Channel& channel, Block& block)
     if (got != block.fill)
         QM_THROW(ErrorCode::SubbandRead, "bad read -- subblock data");
     channel.conversion.convertFromKernel(channel.samples, block.points, block.fill);
+    if (channel.verifier && channel.record->getPart() == ChannelPart::Whole)
+        verifySamples(channel, block);
 }
 
 void WaveletDecoder::decode(Block& block)
@@ -192,20 +259,27 @@ void WaveletDecoder::decode(Block& block)
         throw;
     }
     for (std::size_t i = 0; i < m_channels.size(); ++i) {
-        const Channel& first = m_channels[i];
+        Channel& first = m_channels[i];
         if (first.record->getPart() != ChannelPart::Whole) {
             first.conversion.mergeFromKernel(first.samples, m_channels[i + 1].samples,
                                              m_channels[i + 2].samples, block.points, block.fill);
+            if (first.verifier)
+                verifySamples(first, block);
             i += 2;
         }
     }
+    // Now that all channels are compared: of those that differ in a block, the first one is reported.
+    for (const Channel& channel : m_channels)
+        throwIfDiffering(channel);
 }
 
 bool WaveletDecoder::startNext()
 {
-    if (m_range < m_ranges.size() && m_ranges[m_range].length == 0 && ++m_range < m_ranges.size())
+    if (m_range < m_ranges.size() && m_ranges[m_range].length == 0 && ++m_range < m_ranges.size()) {
         for (Channel& channel : m_channels)
             channel.root->seek(m_ranges[m_range].start);
+        seekVerifiers();
+    }
     if (m_range == m_ranges.size())
         return false;
     WaveletDecoderInfo::PointRange& range = m_ranges[m_range];
@@ -214,6 +288,7 @@ bool WaveletDecoder::startNext()
         std::min<std::uint64_t>(static_cast<std::uint64_t>(range.length), block.points.getNumSamples()));
     range.start += static_cast<std::int64_t>(block.fill);
     range.length -= static_cast<std::int64_t>(block.fill);
+    block.end = range.start;
     m_decoding.start([this, &block] { decode(block); });
     return true;
 }

@@ -1,9 +1,11 @@
 // The iterator over the points of a compressed file. It decodes the ranges of points that can match a query,
 // the subblocks of all channels in parallel, and returns the points that are in the box and selected by the
-// sampling. While the caller takes the points of one block, the next block is decoded.
+// sampling. While the caller takes the points of one block, the next block is decoded. Samples are compared
+// with their digests in the tasks that decode them.
 #pragma once
 
 #include "common/bands/KernelConversion.h"
+#include "common/container/Digest.h"
 #include "decode/MemoryBudget.h"
 #include "decode/bands/SubbandSource.h"
 #include "decode/coders/SubblockReader.h"
@@ -28,28 +30,42 @@ public:
     // Retains `info`. General: "could not find channel '%s'", "unsupported datatype". Throws InvalidArgument
     // "must have x, y, and z channels". Throws WaveletHeaderRead "bad read -- channel info", here or while
     // decoding, if the chains need more memory than a file of this size justifies. Also the errors of the
-    // coders.
+    // coders and, if `verifies` is set, of the digests.
     void init(const WaveletDecoderInfo& info, const Bounds& bounds, double fraction, const PointInfo& layout,
-              ProgressDelegate* delegate);
+              bool verifies, ProgressDelegate* delegate);
 
-    // SubbandRead or Inflate for a damaged band, after which there are no more points; Cancelled "operation
+    // SubbandRead or Inflate for a damaged band, DigestDiffers "channel %s, points %d to %d: digest differs"
+    // for samples that differ from their digest, after which there are no more points; Cancelled "operation
     // cancelled." if the delegate is cancelled.
     std::size_t getNextPoints(PointData& buffer) override;
 
 private:
+    // Compares the samples of a point channel with their digests.
+    struct Verifier
+    {
+        Verifier(unsigned blockBits, std::size_t fileChannel) : current(blockBits), channel(fileChannel) {}
+
+        BlockDigest current;
+        std::size_t channel;         // in the layout of the file
+        ChannelData converted;       // the samples in the type of the file, if the query has another one
+        std::int64_t differing = -1; // the first block that differs
+    };
     struct Channel
     {
         const WaveletDecoderChannelInfo* record; // of m_info
+        std::size_t pointChannel;                // in the layout of the query
         KernelConversion conversion;
         KernelSamples samples;
         std::unique_ptr<SubblockReader> reader;
         std::unique_ptr<SubbandSource> root;
-        std::vector<CodedSubblock> work; // the subblocks of the block that is being decoded
+        std::vector<CodedSubblock> work;    // the subblocks of the block that is being decoded
+        std::unique_ptr<Verifier> verifier; // of whole channels and fractions, if samples are compared
     };
     struct Block
     {
         PointData points;
         std::size_t fill = 0; // number of points
+        std::int64_t end = 0; // index, at the level of the query, of the point after the last one
     };
 
     WaveletDecoder() = default;
@@ -63,9 +79,17 @@ private:
     void begin(std::int64_t position);
     void buildPipeline(Channel& channel);
 
+    // Compares all that a query needs but the samples, and finds the digests of these.
+    void verifyDescription();
+    void addVerifiers();
+    // The next samples are those of the current range.
+    void seekVerifiers();
+    void verifySamples(Channel& channel, const Block& block) const;
+    void throwIfDiffering(const Channel& channel) const;
+
     // Decodes a block that is not the current one.
     void decode(Block& block);
-    void decodeChannel(Channel& channel, Block& block);
+    void decodeChannel(Channel& channel, Block& block) const;
     static void decodeSubblocks(const Channel& channel);
     // Starts to decode the next block; false if there are no more ranges.
     bool startNext();
@@ -77,6 +101,7 @@ private:
     MemoryBudget m_budget;
     std::uint32_t m_level = 0;
     std::deque<Channel> m_channels; // the parts of a split channel are consecutive: fraction, exponent, sign
+    const StoredDigests::Samples* m_digests = nullptr; // of m_info; null unless samples are compared
     std::vector<WaveletDecoderInfo::PointRange> m_ranges;
     std::size_t m_range = 0; // the current range; its start moves as it is decoded
 

@@ -9,7 +9,7 @@ namespace Quillmoran {
 
 PointEncoder::PointEncoder(const std::vector<ChannelPlan>& plans, const BandFormat& format,
                            std::uint32_t pointsPerEntry)
-    : m_index(pointsPerEntry)
+    : m_index(pointsPerEntry), m_digests(plans.size())
 {
     for (std::size_t i = 0; i < plans.size(); ++i)
         for (const KernelPlan& plan : plans[i])
@@ -20,17 +20,23 @@ void PointEncoder::encode(BlockReader& reader, const std::function<void(std::siz
 {
     reader.forEach([&](const PointData& points, std::size_t count) {
         m_numPoints += static_cast<std::int64_t>(count);
-        parallelLoop(m_channels.size() + 1, [&](std::size_t job) {
+        // The index first, then the kernel channels, then the digests of the channels of the points.
+        const std::size_t firstDigest = 1 + m_channels.size();
+        parallelLoop(firstDigest + m_digests.size(), [&](std::size_t job) {
             if (job == 0)
                 m_index.add(points, count);
-            else
+            else if (job < firstDigest)
                 m_channels[job - 1]->put(points, count);
+            else
+                m_digests[job - firstDigest].add(points.getChannel(job - firstDigest), count);
         });
         encodePending([&reader] { reader.readNext(); });
         onBlock(count);
     });
     parallelLoop(m_channels.size(), [this](std::size_t channel) { m_channels[channel]->finish(); });
     encodePending([] {});
+    for (ChannelDigests& digests : m_digests)
+        digests.finish();
 }
 
 bool PointEncoder::isWithinPlans() const

@@ -1,8 +1,10 @@
 // The second of two passes over the source of a file: encodes the points, channels and subblocks in parallel,
-// and collects the boxes of the index. The bytes do not depend on the number of threads: the order of the
-// points determines the samples of each subblock, and each subblock is encoded independently.
+// and collects the boxes of the index and the digests of the samples. The bytes do not depend on the number of
+// threads: the order of the points determines the samples of each subblock, and each subblock is encoded
+// independently.
 #pragma once
 
+#include "common/container/Digest.h"
 #include "encode/BlockReader.h"
 #include "encode/bands/ChannelEncoder.h"
 #include "encode/container/IndexWriter.h"
@@ -30,6 +32,8 @@ public:
     // The kernel channels in the order of their records.
     const std::vector<std::unique_ptr<ChannelEncoder>>& getChannels() const noexcept { return m_channels; }
     const IndexWriter& getIndex() const noexcept { return m_index; }
+    // Of the channels of the points, in their order.
+    const std::vector<ChannelDigests>& getDigests() const noexcept { return m_digests; }
 
 private:
     // Encodes the pending subblocks, runs `meanwhile` in parallel, then commits them.
@@ -38,6 +42,7 @@ private:
     SpillFile m_file;
     std::vector<std::unique_ptr<ChannelEncoder>> m_channels;
     IndexWriter m_index;
+    std::vector<ChannelDigests> m_digests;
     std::int64_t m_numPoints = 0;
 };
 

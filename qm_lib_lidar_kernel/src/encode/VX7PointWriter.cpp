@@ -280,6 +280,7 @@ void VX7PointWriter::Encoding::writeChunks(IO* io, const Metadata& metadata) con
     contents.numLevels = chooseLevels();
     contents.channels = &m_encoder->getChannels();
     contents.index = &m_encoder->getIndex();
+    contents.digests = &m_encoder->getDigests();
     contents.metadata = &metadata;
     contents.wkt = m_source.getWKT();
     contents.classNames = m_source.getClassIdNames();

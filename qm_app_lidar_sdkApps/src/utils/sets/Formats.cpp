@@ -48,9 +48,11 @@ PointSource* openLAS(const char* path, const SimpleFileOpener::Options& options)
     return reader.detach();
 }
 
-PointSource* openVX7(const char* path, const SimpleFileOpener::Options&)
+PointSource* openVX7(const char* path, const SimpleFileOpener::Options& options)
 {
-    return make<VX7PointReader>(path).detach();
+    auto reader = make<VX7PointReader>(path);
+    reader->setVerifiesDigests(options.verifiesDigests);
+    return reader.detach();
 }
 
 PointSource* openBPF(const char* path, const SimpleFileOpener::Options&)

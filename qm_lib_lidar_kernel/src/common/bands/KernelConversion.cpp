@@ -120,9 +120,13 @@ void KernelConversion::convertToKernel(const PointData& points, KernelSamples& k
 void KernelConversion::convertFromKernel(const KernelSamples& kernel, PointData& points,
                                          std::size_t count) const
 {
-    if (m_record->getPart() != ChannelPart::Whole)
-        return;
-    ChannelData& channel = points.getChannel(m_channelIndex);
+    if (m_record->getPart() == ChannelPart::Whole)
+        convertFromKernel(kernel, points.getChannel(m_channelIndex), count);
+}
+
+void KernelConversion::convertFromKernel(const KernelSamples& kernel, ChannelData& channel,
+                                         std::size_t count) const
+{
     if (m_record->isQuantized())
         ChannelData::convert(channel, 0, kernel, 0, m_record->getOffset(), m_record->getScale(), count);
     else

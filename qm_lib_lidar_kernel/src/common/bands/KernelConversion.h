@@ -22,6 +22,8 @@ public:
     void convertToKernel(const PointData& points, KernelSamples& kernel, std::size_t count) const;
     // Kernel samples to point samples; nothing for a part of a split channel.
     void convertFromKernel(const KernelSamples& kernel, PointData& points, std::size_t count) const;
+    // The same for a channel of any type of its kind, integer or floating point.
+    void convertFromKernel(const KernelSamples& kernel, ChannelData& channel, std::size_t count) const;
     // Called for the fraction: rebuilds floating-point samples from three decoded parts. Each part is
     // truncated to its width, since coarse levels of a part can have larger values.
     void mergeFromKernel(const KernelSamples& fraction, const KernelSamples& exponent,

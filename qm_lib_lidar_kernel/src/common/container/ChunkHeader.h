@@ -20,7 +20,8 @@ enum ChunkId : std::uint32_t
     CHUNK_METADATA = 5,
     CHUNK_WKT = 6,
     CHUNK_CLASS_NAMES = 7,
-    CHUNK_EXTENDED_HEADER = 8
+    CHUNK_EXTENDED_HEADER = 8,
+    CHUNK_DIGESTS = 9
 };
 
 // The versions of the index chunk.

@@ -61,6 +61,8 @@ std::int64_t BaseChunkReader::readGroupHeader(std::uint64_t fileLength)
 std::uint32_t BaseChunkReader::readChunkHeader(ChunkHeader& header, std::int64_t& remaining, ErrorCode code)
 {
     remaining -= header.read(m_stream);
+    if (header.id == CHUNK_DIGESTS)
+        header.length = std::clamp<std::int64_t>(header.length, 0, std::max<std::int64_t>(remaining, 0));
     if (header.length < 0 || remaining < header.length)
         QM_THROW(code, "chunk length error");
     remaining -= header.length;
@@ -72,6 +74,17 @@ void BaseChunkReader::readChunkHeader(ChunkHeader& header, std::int64_t& remaini
 {
     if (readChunkHeader(header, remaining, code) != expectedId)
         QM_THROW(code, "bad chunk order");
+}
+
+bool BaseChunkReader::readDigestsHeader(ChunkHeader& header, std::int64_t& remaining)
+{
+    std::uint32_t id = 0;
+    if (remaining < ChunkHeader::size || m_stream.remaining() < ChunkHeader::size || !m_stream.get_be(id) ||
+        id != CHUNK_DIGESTS)
+        return false;
+    m_stream.seek(-static_cast<std::int64_t>(sizeof id), Stream::SEEK_FROM_CURRENT);
+    readChunkHeader(header, remaining, ErrorCode::ChunkHeaderRead);
+    return true;
 }
 
 void BaseChunkReader::readMetadata(std::int64_t length, IO::Location& location)

@@ -1,7 +1,7 @@
 // Reads the chunk sequence of a compressed file:
 //
 //   preamble | group header | wavelet header | index | subband ... | metadata | WKT | [class names] |
-//   [extended header]
+//   [extended header] | [digests]
 //
 // BaseChunkReader reads the container and the small chunks; ChunkReader adds the three wavelet chunks. All
 // lengths are checked against the containing chunk or file before they are used. VX7PointReader calls both.
@@ -40,7 +40,8 @@ public:
     // Reads the group header and returns the length of its payload.
     std::int64_t readGroupHeader(std::uint64_t fileLength);
     // Reads a chunk's header and subtracts the sizes of header and payload from `remaining`. `code` "chunk
-    // length error" if the chunk is too long, "bad chunk order" if its id is not the expected one.
+    // length error" if the chunk is too long, "bad chunk order" if its id is not the expected one. A chunk of
+    // digests is shortened instead, since the file can be read without them.
     std::uint32_t readChunkHeader(ChunkHeader& header, std::int64_t& remaining, ErrorCode code);
     void readChunkHeader(ChunkHeader& header, std::int64_t& remaining, std::uint32_t expectedId,
                          ErrorCode code);
@@ -56,6 +57,8 @@ public:
     // A missing name is an element without a value.
     std::vector<std::optional<std::string>> readClassNames(std::int64_t length);
     void readExtendedHeader(std::int64_t length, std::vector<WaveletDecoderChannelInfo>& channels);
+    // Whether there is another chunk and it has digests; then reads its header, as above.
+    bool readDigestsHeader(ChunkHeader& header, std::int64_t& remaining);
 
 protected:
     // A view of the stream that ends where the payload of a chunk ends.

@@ -26,6 +26,9 @@ void WaveletDecoderInfo::load(ChunkReader& reader, std::int64_t& remaining)
     m_file = Scoped<IO>::retained(reader.stream().getIO());
     ChunkHeader chunk;
     reader.readChunkHeader(chunk, remaining, CHUNK_WAVELET_HEADER, ErrorCode::WaveletHeaderRead);
+    IO::Location location;
+    chunk.save(m_file.get(), location);
+    m_digests.setWaveletHeader(location);
     ChunkReader::WaveletHeader header = reader.readWaveletHeader(chunk.length);
     m_numPoints = header.numPoints;
     m_numLevels = header.numLevels;
@@ -34,6 +37,8 @@ void WaveletDecoderInfo::load(ChunkReader& reader, std::int64_t& remaining)
         m_largestSubblock = std::max(m_largestSubblock, channel.getSubblockSize());
 
     reader.readChunkHeader(chunk, remaining, CHUNK_INDEX, ErrorCode::IndexChunkRead);
+    chunk.save(m_file.get(), location);
+    m_digests.setIndex(location);
     m_pointsPerEntry = reader.readIndex(chunk.length, m_index);
     m_indexLength = chunk.length;
     readBands(reader, remaining);
@@ -64,9 +69,13 @@ void WaveletDecoderInfo::finish()
 void WaveletDecoderInfo::indexNames()
 {
     m_wholes = m_fractions = m_exponents = m_signs = NameIndex();
+    m_pointChannels.clear();
+    m_numPointChannels = 0;
     for (std::size_t i = 0; i < m_channels.size(); ++i) {
         const WaveletChannelInfo& channel = m_channels[i];
         const ChannelPart part = channel.getPart();
+        const bool isFirst = part != ChannelPart::Exponent && part != ChannelPart::Sign;
+        m_pointChannels.push_back(isFirst ? m_numPointChannels++ : m_numPointChannels);
         NameIndex& index = part == ChannelPart::Whole      ? m_wholes
                            : part == ChannelPart::Exponent ? m_exponents
                            : part == ChannelPart::Sign     ? m_signs
@@ -153,14 +162,18 @@ std::uint32_t WaveletDecoderInfo::getLevel(double fraction) const noexcept
     return static_cast<std::uint32_t>(std::min(level, static_cast<double>(m_numLevels - 1)));
 }
 
+bool WaveletDecoderInfo::needsIndex(const Bounds& bounds) const noexcept
+{
+    return m_numPoints != 0 && !bounds.contains(m_bounds) && m_index->getCount() != 0;
+}
+
 std::vector<WaveletDecoderInfo::PointRange> WaveletDecoderInfo::getPointRanges(std::uint32_t level,
                                                                                const Bounds& bounds) const
 {
     if (m_numPoints == 0)
         return {};
     const PointRange everything{0, getNumSamples(level)};
-    const std::uint64_t numEntries = m_index->getCount();
-    if (bounds.contains(m_bounds) || numEntries == 0)
+    if (!needsIndex(bounds))
         return {everything};
 
     std::vector<PointRange> ranges;
@@ -184,7 +197,7 @@ std::vector<WaveletDecoderInfo::PointRange> WaveletDecoderInfo::getPointRanges(s
             joinAt = std::max(joinAt, 2 * ranges.size());
         }
     }
-    if (matches == numEntries)
+    if (matches == m_index->getCount())
         return {everything};
 
     merge(ranges);

@@ -6,6 +6,7 @@
 #include "common/coders/SubblockFormat.h"
 #include "common/container/WaveletChannelInfo.h"
 #include "decode/container/BandLayout.h"
+#include "decode/container/StoredDigests.h"
 #include "index/RTree.h"
 #include "model/NameIndex.h"
 #include <vxunpack/Bounds.h>
@@ -69,6 +70,8 @@ public:
     const RTree& getIndex() const noexcept { return *m_index; }
     std::uint32_t getPointsPerEntry() const noexcept { return m_pointsPerEntry; }
     std::int64_t getIndexLength() const noexcept { return m_indexLength; } // bytes
+    StoredDigests& getDigests() noexcept { return m_digests; }
+    const StoredDigests& getDigests() const noexcept { return m_digests; }
 
     // The layout of the points. The parts of a split channel are one channel.
     PointInfo getPointInfo() const;
@@ -80,11 +83,18 @@ public:
     std::optional<std::size_t> getChannel(const char* name) const;
     std::optional<SplitChannel> getSplitChannel(const char* name) const;
 
+    // The index of the channel in the layout of the points to which a record belongs. Available after
+    // finish().
+    std::size_t getPointChannel(std::size_t record) const { return m_pointChannels[record]; }
+    std::size_t getNumPointChannels() const noexcept { return m_numPointChannels; }
+
     // Samples of a level of the decomposition: 0 is the full resolution, each further level has half the
     // samples.
     std::int64_t getNumSamples(std::uint32_t level) const noexcept;
     // The level at which a query with this fraction is decoded.
     std::uint32_t getLevel(double fraction) const noexcept;
+    // Whether the ranges of the points in a box come from the index.
+    bool needsIndex(const Bounds& bounds) const noexcept;
     // The ranges of points, at that level, that can be in a box: sorted, disjoint and not empty. Nearby
     // ranges are joined, since whole subblocks are decoded.
     std::vector<PointRange> getPointRanges(std::uint32_t level, const Bounds& bounds) const;
@@ -117,9 +127,12 @@ private:
     std::vector<WaveletDecoderChannelInfo> m_channels;
     // Whole channels, and the parts of split channels under the names of their point channels.
     NameIndex m_wholes, m_fractions, m_exponents, m_signs;
+    std::vector<std::size_t> m_pointChannels; // by record
+    std::size_t m_numPointChannels = 0;
     std::uint32_t m_pointsPerEntry = 0;
     std::int64_t m_indexLength = 0;
     BandLayout m_bandLayout;
+    StoredDigests m_digests;
 };
 
 } // namespace Quillmoran

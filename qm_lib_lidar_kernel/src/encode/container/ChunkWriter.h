@@ -2,6 +2,7 @@
 // ChunkReader.h.
 #pragma once
 
+#include "common/container/Digest.h"
 #include "encode/bands/ChannelEncoder.h"
 #include "encode/container/IndexWriter.h"
 #include "platform/Stream.h"
@@ -22,6 +23,7 @@ struct FileContents
     std::uint32_t numLevels = 1;
     const std::vector<std::unique_ptr<ChannelEncoder>>* channels = nullptr;
     const IndexWriter* index = nullptr;
+    const std::vector<ChannelDigests>* digests = nullptr; // one per channel of the points
     const Metadata* metadata = nullptr;
     const char* wkt = nullptr; // or null
     const char* const* classNames = nullptr;
@@ -38,14 +40,20 @@ public:
 private:
     template <class Payload>
     void writeChunk(std::uint32_t id, Payload payload);
+    // Writes a chunk with payload(stream), and adds its bytes to the digest.
+    template <class Payload>
+    void writeChunk(std::uint32_t id, Digest& digest, Payload payload);
     void writeGroup(const FileContents& contents);
-    void writeHeader(const FileContents& contents);
+    void writeHeader(StreamWriter& out, const FileContents& contents) const;
     void writeBand(std::size_t channel, std::size_t level, const SubbandWriter& band);
-    void writeClassNames(const FileContents& contents);
-    void writeText(const char* text); // length, bytes, NUL; null is written as length 0
+    static void writeClassNames(StreamWriter& out, const FileContents& contents);
+    static void writeText(StreamWriter& out, const char* text); // length, bytes, NUL; null is length 0
+    void writeDigests(const FileContents& contents);
 
     FileVersions m_versions;
     StreamWriter m_out;
+    Digest m_index;
+    Digest m_description; // of the version and all chunks but the index and the bands
 };
 
 } // namespace Quillmoran
