@@ -1,5 +1,6 @@
 // Runs of the program, and its JSON as programs read it.
 #include "apps/AppTest.h"
+#include "support/DigestChunk.h"
 #include "support/LASFile.h"
 #include "support/SampleCloud.h"
 #include "support/TileFiles.h"
@@ -125,7 +126,7 @@ TEST_F(Vxinfo, ChecksTheIndexAtFivePlaces)
     for (const int version : {1, 2}) {
         plan.indexVersion = static_cast<std::uint8_t>(version);
         const json sound = report(plan, "-check");
-        EXPECT_EQ(sound["check"], json::parse(R"({"numPoints": 384, "numQueries": 5})"));
+        EXPECT_EQ(sound["check"], json::parse(R"({"numPoints": 384, "numQueries": 5, "numDigests": 0})"));
         EXPECT_EQ(sound["compression"]["index"]["kind"], version == 1 ? "list" : "tree");
         for (std::size_t i = 0; i < 5; ++i) {
             FilePlan damaged = plan;
@@ -142,7 +143,8 @@ TEST_F(Vxinfo, ChecksTheIndexAtFivePlaces)
     for (const char* name : {"X", "Y", "Z"})
         lost.channels.push_back(deflatedChannel(name, FLOAT64, {1, 2, 3, 4, 5}));
     lost.channels[1].reals[3] = nan;
-    EXPECT_EQ(report(lost, "-check")["check"], json({{"numPoints", 5}, {"numQueries", 5}}));
+    EXPECT_EQ(report(lost, "-check")["check"],
+              json({{"numPoints", 5}, {"numQueries", 5}, {"numDigests", 0}}));
 }
 
 TEST_F(Vxinfo, ChecksThatPointsLieWithinTheBounds)
@@ -227,6 +229,48 @@ TEST_F(Vxinfo, ReportsDamageThatOnlyDecodingFinds)
     expectContains(run("vxinfo damaged.vxl -stats").output, {"\nBasic LiDAR Info:\n"});
 }
 
+TEST_F(Vxinfo, LocatesDamageByDigests)
+{
+    const SampleCloud cloud = SampleCloud::make(2000, 9);
+    FilePlan plan = cloud.toFile();
+    cloud.addIndex(plan, 2, 50);
+    const Bytes plain = buildFile(plan);
+    writeFile(directory / "plain.vxl", plain);
+    expectContains(succeed("vxinfo -check plain.vxl"),
+                   {"\n   2000 points and 5 boxes looked at, 0 problems\n   no digests: structure only\n"});
+    constexpr std::size_t numBlocks = 32;
+    const DigestChunk sound = DigestChunk::of(plain, 6);
+    const auto check = [&](const DigestChunk& digests, const Strings& problems) {
+        writeFile(directory / "changed.vxl", digests.addTo(plain));
+        return report("-check changed.vxl", problems)["check"]["numDigests"];
+    };
+    EXPECT_EQ(check(sound, {}), 8 * numBlocks + 2);
+    DigestChunk changed = sound;
+    Strings problems = {"headers and metadata: digest differs", "the index: digest differs"};
+    changed.description ^= 1;
+    changed.index ^= 1;
+    for (std::size_t block = numBlocks - 18; block < numBlocks; ++block) {
+        const std::size_t first = 64 * block, last = std::min<std::size_t>(first + 63, 1999);
+        changed.samples[2 * numBlocks + block] ^= 1;
+        problems.push_back("channel Z, points " + std::to_string(first) + " to " + std::to_string(last) +
+                           ": digest differs");
+    }
+    for (const std::size_t block : {0, 1, 2, 3, 4})
+        changed.samples[6 * numBlocks + block] ^= 1;
+    problems.push_back("channel GPSTime, points 0 to 63: digest differs");
+    problems.push_back("channel GPSTime, points 64 to 127: digest differs");
+    problems.push_back("and 3 more blocks");
+    EXPECT_EQ(check(changed, problems), 8 * numBlocks + 2);
+    changed = sound;
+    ++changed.numPoints;
+    check(changed, {"the digests are damaged"});
+    // With -stats alone, the reader compares.
+    changed = sound;
+    changed.samples[0] ^= 1;
+    check(changed, {"channel X, points 0 to 63: digest differs"});
+    report("-stats changed.vxl", {"channel X, points 0 to 63: digest differs"});
+}
+
 TEST_F(Vxinfo, WritesValidJSONForAnyContents)
 {
     const double numbers[] = {1.5, infinity, nan};
@@ -266,7 +310,8 @@ TEST_F(Vxinfo, ReadsTextWithItsColumnsGiven)
     const json file = report("a.xyz -parse xyzc -skip 1 -check -stats");
     EXPECT_EQ(json({file["type"], file["bounds"]["max"], file["scale"], file["statistics"][3]["counts"]}),
               json({"Text LiDAR File", {5, 6, 7}, nullptr, {{"4", 1}, {"8", 1}}}));
-    EXPECT_EQ(file["check"], json({{"numPoints", 2}, {"numQueries", 0}})) << "no index to compare with";
+    EXPECT_EQ(file["check"], json({{"numPoints", 2}, {"numQueries", 0}, {"numDigests", 0}}))
+        << "no index to compare with";
     EXPECT_FALSE(file.contains("compression"));
 }
 

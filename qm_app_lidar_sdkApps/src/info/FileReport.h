@@ -56,8 +56,9 @@ struct FileReport
 {
     struct Check
     {
-        long long numPoints;    // decoded
-        std::size_t numQueries; // compared boxes
+        long long numPoints;      // decoded
+        std::size_t numQueries;   // compared boxes
+        std::uint64_t numDigests; // compared; 0 if the file has none
     };
 
     std::string fileName;

@@ -1,5 +1,6 @@
 #include "info/Inspector.h"
 
+#include "info/DigestCheck.h"
 #include "info/JSONReport.h"
 #include "info/PointCheck.h"
 #include "info/TextReport.h"
@@ -8,6 +9,7 @@
 #include "utils/program/Utils.h"
 #include "utils/sets/PointScan.h"
 #include <vxunpack/LASPointReader.h>
+#include <vxunpack/VX7PointReader.h>
 
 #include <cstdio>
 #include <utility>
@@ -69,6 +71,10 @@ FileReport Inspector::inspect(const std::string& fileName) const
         const auto* las = dynamic_cast<const LASPointReader*>(source.get());
         if (las && las->hasUnknownCoordinateSystem())
             Utils::warnOfUnknownCoordinateSystems({fileName}, "", Utils::warn);
+        // A check compares the digests itself, to report all differences.
+        auto* const compressed = dynamic_cast<VX7PointReader*>(source.get());
+        if (compressed && m_cmdLine.getFlag("check"))
+            compressed->setVerifiesDigests(false);
         report.description.emplace(std::move(source), fileName);
         if (m_cmdLine.getFlag("check") || m_cmdLine.getFlag("stats"))
             decode(report);
@@ -95,8 +101,12 @@ void Inspector::scan(FileReport& report, ProgressDelegate* progress) const
 {
     const PointSource& source = *report.description->source;
     std::optional<PointCheck> check;
-    if (m_cmdLine.getFlag("check"))
+    std::optional<DigestCheck> digests;
+    if (m_cmdLine.getFlag("check")) {
         check.emplace(source);
+        if (report.description->compression)
+            digests.emplace(*report.description->compression);
+    }
     if (progress)
         progress->setTotal(source.getTotalWork(Bounds::Huge(), 1.0) + (check ? check->getWork() : 0));
     std::vector<ChannelStatistics> statistics;
@@ -108,6 +118,8 @@ void Inspector::scan(FileReport& report, ProgressDelegate* progress) const
                [&](const PointData& block, std::size_t count) {
                    if (check)
                        check->add(block, count);
+                   if (digests)
+                       digests->add(block, count);
                    for (std::size_t i = 0; i < statistics.size(); ++i)
                        statistics[i].add(block.getChannel(i), count);
                });
@@ -115,8 +127,14 @@ void Inspector::scan(FileReport& report, ProgressDelegate* progress) const
     report.statistics = std::move(statistics);
     if (check) {
         check->finish(progress);
-        report.check = {check->getNumPoints(), check->getNumQueries()};
+        report.check = {check->getNumPoints(), check->getNumQueries(), 0};
         report.problems = check->getProblems();
+    }
+    if (digests) {
+        digests->finish();
+        report.check->numDigests = digests->getNumDigests();
+        report.problems.insert(report.problems.begin(), digests->getProblems().begin(),
+                               digests->getProblems().end());
     }
 }
 

@@ -197,7 +197,9 @@ std::string toJSON(const FileReport& report)
     if (report.description)
         addDescription(json, *report.description);
     if (report.check)
-        json["check"] = {{"numPoints", report.check->numPoints}, {"numQueries", report.check->numQueries}};
+        json["check"] = {{"numPoints", report.check->numPoints},
+                         {"numQueries", report.check->numQueries},
+                         {"numDigests", report.check->numDigests}};
     for (const ChannelStatistics& channel : report.statistics)
         json["statistics"].push_back(describeStatistics(channel));
     // ASCII only, so that no control character reaches a terminal.

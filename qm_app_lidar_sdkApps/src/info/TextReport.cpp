@@ -111,6 +111,16 @@ void writeStatistics(const std::vector<ChannelStatistics>& statistics)
     }
 }
 
+void writeCheck(const FileReport& report)
+{
+    std::printf("Check:\n   %lld points and %zu boxes looked at, %zu problems\n", report.check->numPoints,
+                report.check->numQueries, report.problems.size());
+    if (report.check->numDigests != 0)
+        std::printf("   %" PRIu64 " digests compared\n", report.check->numDigests);
+    else if (report.description->compression)
+        std::printf("   no digests: structure only\n");
+}
+
 const char* classNameOf(const PointSource& source, std::size_t code)
 {
     const char* name = code < source.getNumClassIdNames() ? source.getClassIdNames()[code] : nullptr;
@@ -141,8 +151,7 @@ void writeText(const FileReport& report)
         return;
     writeDescription(*report.description, report.fileName);
     if (report.check)
-        std::printf("Check:\n   %lld points and %zu boxes looked at, %zu problems\n", report.check->numPoints,
-                    report.check->numQueries, report.problems.size());
+        writeCheck(report);
     if (!report.statistics.empty()) {
         writeStatistics(report.statistics);
         writeHistograms(report.statistics, *report.description->source);
