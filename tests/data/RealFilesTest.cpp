@@ -1,5 +1,6 @@
 // Real files, if present: data/las, data/laz and data/broken, and in vectors/files compressed clouds made from
 // two of them.
+#include "support/BitFlips.h"
 #include "support/LASClouds.h"
 #include "support/Program.h"
 
@@ -98,6 +99,20 @@ TEST_F(RealFiles, EndInAnErrorOrInTheirPointsIfBroken)
         const std::string refusal = "40606 Failed to create LASReader for path = '" + path + "': ";
         EXPECT_TRUE(outcome == "no error" || outcome.rfind(refusal, 0) == 0) << outcome;
     }
+}
+
+TEST_F(RealFiles, HaveDigestsThatReportChangedBits)
+{
+    const Bytes file = packWith(*open(shared("data/las/1.2-with-color.las")));
+    Random random(1);
+#ifdef VX_SANITIZED
+    std::vector<std::size_t> bits(500);
+#else
+    std::vector<std::size_t> bits(10000);
+#endif
+    for (std::size_t& bit : bits)
+        bit = random.below(8 * file.size());
+    EXPECT_GT(flipBits(file, bits), bits.size() / 10);
 }
 
 // Through a compressed file and back: all fields of the points are restored, the rest as the LAS writer does.

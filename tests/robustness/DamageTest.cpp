@@ -3,8 +3,10 @@
 //
 // Ordinary runs skip some places of files that are slow to open, and sanitizers, being slow themselves, two of
 // three. VX_DAMAGES skips none, and sets the number of random changes of each file.
+#include "support/BitFlips.h"
 #include "support/FuzzTarget.h"
 #include "support/Mutator.h"
+#include "support/RandomCloud.h"
 #include "support/SampleFiles.h"
 #include "support/Test.h"
 #if HAS_PDAL
@@ -125,6 +127,19 @@ TEST_P(Damage, RandomChanges)
     const std::uint64_t count = longRun ? std::strtoul(longRun, nullptr, 10) : 1500 / stride;
     for (std::uint64_t i = 0; i < count; ++i)
         attempt(Mutator(i).mutate(whole), "change " + std::to_string(i));
+}
+
+// The clouds have channels of all types, coded in all ways.
+TEST(Digests, ReportEveryBitThatChangesAPoint)
+{
+    for (const std::uint64_t seed : {1, 2, 3}) {
+        Random random(seed);
+        const Bytes file = packWith(*makeRandomCloud(random, 60, 5), randomOptions(random));
+        std::vector<std::size_t> bits;
+        for (std::size_t bit = 0; bit < 8 * file.size(); bit += slowdown)
+            bits.push_back(bit);
+        EXPECT_GT(flipBits(file, bits), bits.size() / 10);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Damage, testing::ValuesIn(allFiles()), [](const auto& test) {
