@@ -243,6 +243,13 @@ TEST(Cloud, OpensFilesWithOptions)
     EXPECT_EQ(failureOf([&] { vx::open(paths); }).substr(0, 6), "40007 ");
     expectColumn(vx::open(paths, {.gpsWeek = 2000}), "GPSTime_Adjusted",
                  std::vector{2000 * 604800.0 - 1e9 + 1, 2.0});
+
+    std::string damaged = readFile(paths[0]);
+    damaged.back() ^= 1;
+    writeFile(paths[0], damaged);
+    EXPECT_EQ(failureOf([&] { vx::open(paths[0]).read(); }),
+              "40231 the digests are damaged path = " + paths[0]);
+    EXPECT_EQ(countPoints(vx::open(paths[0], {.verifiesDigests = false}).read()), 1u);
 }
 
 TEST(Cloud, MistakesAreErrors)

@@ -5,6 +5,8 @@
 #include "support/ReadPoints.h"
 #include "support/VX7Chunks.h"
 
+#include <tuple>
+#include <utility>
 #include <xxhash.h>
 
 namespace Quillmoran::Testing {
@@ -41,17 +43,34 @@ struct DigestChunk
                 chunk.samples.push_back(
                     XXH3_64bits(channel.data() + at, std::min(blockBytes, channel.size() - at)));
         }
-        Bytes described(file.begin(), file.begin() + 8);
-        for (const VX7Chunks::Chunk& each : VX7Chunks::parse(file).chunks) {
-            const auto begin = file.begin() + static_cast<std::ptrdiff_t>(each.position) - ChunkHeader::size;
-            const Bytes bytes(begin, begin + ChunkHeader::size + std::ssize(each.payload));
-            if (each.id == CHUNK_INDEX)
-                chunk.index = digestOf(bytes);
-            else if (each.id != CHUNK_SUBBAND && each.id != id)
-                described.insert(described.end(), bytes.begin(), bytes.end());
-        }
-        chunk.description = digestOf(described);
+        std::tie(chunk.index, chunk.description) = ofChunks(file);
         return chunk;
+    }
+
+    // The digests of the index and of the description.
+    static std::pair<std::uint64_t, std::uint64_t> ofChunks(const Bytes& file)
+    {
+        Bytes index, described(file.begin(), file.begin() + 8);
+        for (const VX7Chunks::Chunk& each : VX7Chunks::parse(file).chunks) {
+            if (each.id == CHUNK_SUBBAND || each.id == id)
+                continue;
+            const auto begin = file.begin() + static_cast<std::ptrdiff_t>(each.position);
+            Bytes& part = each.id == CHUNK_INDEX ? index : described;
+            part.insert(part.end(), begin - ChunkHeader::size, begin + std::ssize(each.payload));
+        }
+        return {digestOf(index), digestOf(described)};
+    }
+
+    // Makes the payload consistent with the other chunks of a file.
+    static void renew(Bytes& payload, const Bytes& file)
+    {
+        if (payload.size() < 24)
+            return;
+        std::uint8_t* const end = payload.data() + payload.size();
+        const auto [index, description] = ofChunks(file);
+        storeBigEndian(end - 24, index);
+        storeBigEndian(end - 16, description);
+        storeBigEndian<std::uint64_t>(end - 8, XXH3_64bits(payload.data(), payload.size() - 8));
     }
 
     Bytes payload() const

@@ -1,5 +1,7 @@
 #include "support/Mutator.h"
 
+#include "support/DigestChunk.h"
+
 #include <cstring>
 
 namespace Quillmoran::Testing {
@@ -91,6 +93,10 @@ Bytes Mutator::mutate(Bytes bytes)
         else
             changeChunks();
     }
+    // Otherwise most changes of a file with digests would be refused before a point is decoded.
+    Chunk* const digests = m_file.find(CHUNK_DIGESTS);
+    if (digests && m_random.chance(0.5))
+        DigestChunk::renew(digests->payload, m_file.toBytes());
     return hasChunks ? m_file.toBytes() : bytes;
 }
 

@@ -80,8 +80,8 @@ Transcoder::Transcoder() : Program("vxunpack", description)
     m_cmdLine.addFlag("restore", nullptr,
                       "write the LAS file that was packed: its header, records and extra bytes");
     m_cmdLine.addFlag("noVerify", nullptr, "do not compare the points with the digests of the input.");
-    for (const char* option :
-         {"gps", "restore", "noVerify"}) // the usage text is fixed; the man page documents them
+    // The usage text is fixed; the man page documents these.
+    for (const char* option : {"gps", "restore", "noVerify"})
         m_cmdLine.setUndocumented(option);
 }
 

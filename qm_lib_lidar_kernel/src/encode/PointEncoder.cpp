@@ -11,24 +11,26 @@ PointEncoder::PointEncoder(const std::vector<ChannelPlan>& plans, const BandForm
                            std::uint32_t pointsPerEntry)
     : m_index(pointsPerEntry), m_digests(plans.size())
 {
-    for (std::size_t i = 0; i < plans.size(); ++i)
+    for (std::size_t i = 0; i < plans.size(); ++i) {
         for (const KernelPlan& plan : plans[i])
             m_channels.push_back(std::make_unique<ChannelEncoder>(plan, i, format, m_file));
+        m_digested.resize(m_channels.size());
+        m_digested.back() = i;
+    }
 }
 
 void PointEncoder::encode(BlockReader& reader, const std::function<void(std::size_t)>& onBlock)
 {
     reader.forEach([&](const PointData& points, std::size_t count) {
         m_numPoints += static_cast<std::int64_t>(count);
-        // The index first, then the kernel channels, then the digests of the channels of the points.
-        const std::size_t firstDigest = 1 + m_channels.size();
-        parallelLoop(firstDigest + m_digests.size(), [&](std::size_t job) {
-            if (job == 0)
+        parallelLoop(m_channels.size() + 1, [&](std::size_t job) {
+            if (job == 0) {
                 m_index.add(points, count);
-            else if (job < firstDigest)
-                m_channels[job - 1]->put(points, count);
-            else
-                m_digests[job - firstDigest].add(points.getChannel(job - firstDigest), count);
+                return;
+            }
+            if (const auto channel = m_digested[job - 1]) // before put(), which reads the same samples
+                m_digests[*channel].add(points.getChannel(*channel), count);
+            m_channels[job - 1]->put(points, count);
         });
         encodePending([&reader] { reader.readNext(); });
         onBlock(count);

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace Quillmoran {
@@ -43,6 +44,9 @@ private:
     std::vector<std::unique_ptr<ChannelEncoder>> m_channels;
     IndexWriter m_index;
     std::vector<ChannelDigests> m_digests;
+    // By kernel channel: the point channel whose digests its tasks compute. One of the parts of a split channel
+    // has one.
+    std::vector<std::optional<std::size_t>> m_digested;
     std::int64_t m_numPoints = 0;
 };
 
