@@ -20,8 +20,10 @@ TEST(Digests, AreThoseOfTheSamplesAndChunks)
     // Blocks of 2^20 points, which the writer gets in parts.
     constexpr std::size_t count = (std::size_t{2} << 20) + 5;
     MemoryPointSource::Columns columns(4, std::vector<double>(count));
-    for (std::size_t i = 0; i < count; ++i)
-        columns[0][i] = columns[3][i] = static_cast<double>(i / 1000);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t line = i / 1000;
+        columns[0][i] = columns[3][i] = static_cast<double>(line);
+    }
     const auto source = MemoryPointSource::make(layoutXYZ({channel("Line", UINT16)}), columns);
     const Bytes file = packWith(*source);
     const DigestChunk expected = DigestChunk::of(file);
@@ -86,8 +88,9 @@ TEST_F(VerifiedFile, ReportsTheFirstBlockAndChannelThatDiffer)
         {{{7, 9}, {6, 9}, {4, 9}}, "40231 channel ClassId, points 4608 to 4999: digest differs"},
     };
     const tbb::global_control allowThreads(tbb::global_control::max_allowed_parallelism, 4);
-    for (const auto& [blocks, error] : cases) {
-        const Bytes file = differing(blocks);
+    for (const auto& each : cases) {
+        const Bytes file = differing(each.first);
+        const std::string error = each.second;
         for (const int threads : {1, 4})
             tbb::task_arena(threads).execute([&] { EXPECT_EQ(outcome(file), error) << threads; });
         const auto reader = openFile(file);
