@@ -10,7 +10,7 @@ namespace Quillmoran {
 namespace {
 
 // Records that the writers of compressed files add for themselves.
-constexpr const char* ownRecords[] = {"PreCompressionPointCount", "TextDecimals", "LAS_Restore"};
+constexpr const char* ownRecords[] = {"PreCompressionPointCount", "TextDecimals"};
 
 } // namespace
 

@@ -16,7 +16,7 @@ struct ComparedCloud
     std::string name;
     Scoped<FilePointSourceManager> files;
     Scoped<PointSource> source;
-    Metadata metadata; // without the records that describe how a file is written
+    Metadata metadata; // without the records that writers add for themselves
 
     // Opens an input with the options "parse", "skip", "lenient", "dropWaveforms" and "depth". The delegate
     // must outlive the source; it can cancel the scan of a text file. Throws General "there are no files to

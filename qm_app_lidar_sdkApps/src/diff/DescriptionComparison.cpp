@@ -1,6 +1,8 @@
 #include "diff/DescriptionComparison.h"
 
 #include "diff/ComparedCloud.h"
+#include "framework/MetadataKeys.h"
+#include "las/header/LASRestore.h"
 #include "model/ChannelNames.h"
 #include "model/NameIndex.h"
 #include "srs/SpatialReference.h"
@@ -17,8 +19,9 @@ namespace {
 
 // These describe a file, not its cloud: other values of them are only noted. Bounds and counts follow from
 // the points, which are compared themselves.
-constexpr std::string_view fileRecords[] = {"GeneratingSoftware", "FileCreationDate", "LAS_BoundingBox",
-                                            "PointRecordsByReturnCount"};
+constexpr std::string_view fileRecords[] = {
+    "GeneratingSoftware", "FileCreationDate",        "LAS_Format",
+    LASRestore::key,      MetadataKeys::boundingBox, MetadataKeys::countsByReturn};
 // VLRs of the coordinate system.
 constexpr std::string_view projectionRecords = "LASF_Projection::";
 
@@ -152,7 +155,10 @@ bool isSameRecord(const Metadata& a, std::size_t i, const Metadata& b, std::size
 
 void addRecord(const std::string& key, bool isInA, bool isInB, DiffReport& report)
 {
-    if (std::find(std::begin(fileRecords), std::end(fileRecords), key) == std::end(fileRecords))
+    const bool isOfFile =
+        std::find(std::begin(fileRecords), std::end(fileRecords), key) != std::end(fileRecords) ||
+        MetadataKeys::isPointIndex(key);
+    if (!isOfFile)
         report.metadata.push_back({key, isInA, isInB});
     else
         report.notes.push_back(key + (isInA && isInB ? " differs"

@@ -90,7 +90,7 @@ void Differ::checkOptions() const
 {
     const std::size_t numInputs = Utils::getStrings(m_cmdLine, "inputFile").size();
     if (numInputs != 2)
-        m_cmdLine.usageError("two inputs are compared, %zu given", numInputs);
+        m_cmdLine.usageError("two inputs are required, %zu given", numInputs);
     const double* const tolerance = m_cmdLine.getFloatArray("tolerance");
     if (!tolerance)
         return;

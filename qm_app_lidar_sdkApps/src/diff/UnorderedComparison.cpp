@@ -55,8 +55,9 @@ public:
         : m_reader(rows),
           m_format(format),
           m_progress(progress),
-          m_rows(makeBuffer<unsigned char>(maxRows * format.getRowSize())),
-          m_keys(makeBuffer<std::uint64_t>(maxRows))
+          m_capacity(std::clamp<std::size_t>(bufferBytes / format.getRowSize(), 1, maxRows)),
+          m_rows(makeBuffer<unsigned char>(m_capacity * format.getRowSize())),
+          m_keys(makeBuffer<std::uint64_t>(m_capacity))
     {
         load();
     }
@@ -77,13 +78,14 @@ public:
     }
 
 private:
+    static constexpr std::size_t bufferBytes = 1 << 17;
     static constexpr std::size_t maxRows = 1024;
 
     void load()
     {
         if (m_progress.getCancelled())
             QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
-        m_count = m_reader.read(m_rows.get(), maxRows);
+        m_count = m_reader.read(m_rows.get(), m_capacity);
         m_next = 0;
         m_format.getKeys(m_keys.get(), m_rows.get(), m_count);
         m_progress.updateCompleted(static_cast<double>(m_count), merging);
@@ -92,6 +94,7 @@ private:
     SortedRows::Reader m_reader;
     const PointRowFormat& m_format;
     ProgressDelegate& m_progress;
+    const std::size_t m_capacity; // rows
     Buffer<unsigned char> m_rows;
     Buffer<std::uint64_t> m_keys;
     std::size_t m_next = 0;
