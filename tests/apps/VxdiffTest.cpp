@@ -48,7 +48,7 @@ TEST_F(Vxdiff, FindsTheSameCloudInEveryForm)
     directory.file("table.xyz", "1 2 3 4 0.5\n5 6 7 8 nan\n");
     for (const char* command :
          {"vxpack -i old.las -o old.vxl", "vxpack -i new.las -o curve.vxl -order hilbert",
-          "vxpack -i old.las -o coarse.vxl -quantize 0.5 0.5 0.5", "vxpack -i table.txt -o table.vxl",
+          "vxpack -i old.las -o coarse.vxl -quantize 0.02 0.02 0.02", "vxpack -i table.txt -o table.vxl",
           "vxindex -o tiles.index tiles", "vxpack -i tiles -o tiles.vxl -quantize 0.01 0.01 0.01"})
         EXPECT_EQ(run(command).status, 0) << command;
     const std::pair<const char*, const char*> cases[] = {
@@ -56,8 +56,8 @@ TEST_F(Vxdiff, FindsTheSameCloudInEveryForm)
         {"old.vxl old.las -unordered -j 1", "20000 points, 16 channels"},
         {"plain.las -i plain.laz", "20000 points, 16 channels"},
         {"-i curve.vxl -i new.las -unordered", "20000 points, 18 channels"},
-        {"old.las coarse.vxl -tolerance 0.25 0.25 0.25", "20000 points, 16 channels"},
-        {"old.las coarse.vxl -channels Classification,z -tolerance 0 0 0.25", "20000 points, 2 channels"},
+        {"old.las coarse.vxl -tolerance 0.01 0.01 0.01", "20000 points, 16 channels"},
+        {"old.las coarse.vxl -channels Classification,z -tolerance 0 0 0.01", "20000 points, 2 channels"},
         {"tiles all.list", "111 points, 3 channels"},
         {"tiles.index all.list", "111 points, 3 channels"},
         {"tiles.vxl tiles -tolerance 1e-9 1e-9 1e-9 -j 3", "111 points, 3 channels"},
@@ -71,6 +71,14 @@ TEST_F(Vxdiff, FindsTheSameCloudInEveryForm)
         EXPECT_EQ(result.output, std::string("equal: ") + counts + '\n') << arguments;
         EXPECT_EQ(result.status, 0) << arguments << result.errors;
     }
+    // Blocks end with tiles.
+    directory.file("other.list", "tiles/a.vxl\ntiles/c.vxl\ntiles/b.vxl\n");
+    EXPECT_EQ(differences("tiles all.list -channels x"), json::object());
+    const json samples = differences("tiles other.list -channels x")["samples"];
+    EXPECT_EQ(json({samples[0]["numDifferent"], samples[0]["first"][0]["point"]}), json({74, 37}));
+    EXPECT_EQ(
+        differences("tiles.vxl other.list -channels x -tolerance 1e-9 0 0")["samples"][0]["numDifferent"],
+        74);
 }
 
 TEST_F(Vxdiff, ReportsEveryKindOfDifference)

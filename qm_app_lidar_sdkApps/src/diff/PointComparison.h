@@ -9,9 +9,9 @@ namespace Quillmoran {
 class PointSource;
 class ProgressDelegate;
 
-// Adds the numbers of points, their bounds and the differences of their samples to the report. `tolerance` has
-// three values, for X, Y and Z, or is null. If one cloud has more points, the surplus only counts. Throws what
-// reading throws; if both clouds cannot be read, the error of the first one.
+// Adds the numbers of points, their bounds and the differences of their samples to the report. `tolerance`
+// has three values, for X, Y and Z, or is null. If one cloud has more points, its last points are only
+// counted. Throws what reading throws; if both clouds cannot be read, the error of the first one.
 void comparePoints(const PointSource& a, const PointSource& b, const ComparedChannels& channels,
                    const double* tolerance, ProgressDelegate& progress, DiffReport& report);
 

@@ -78,8 +78,11 @@ bool isWithin(double a, double b, double tolerance) noexcept
 {
     if (tolerance == 0)
         return areEqual(a, b);
+    // Coordinates are rounded, and so were the numbers that they are made of: a product of a scale, and an
+    // offset that can be larger than the result.
+    constexpr double millionth = 1e-6;
     const double rounding = std::numeric_limits<double>::epsilon() * std::max(std::fabs(a), std::fabs(b));
-    return areEqual(a, b) | (std::fabs(a - b) <= tolerance + rounding);
+    return areEqual(a, b) | (std::fabs(a - b) <= tolerance + tolerance * millionth + rounding);
 }
 
 SampleComparison::SampleComparison(const ChannelInfo& a, const ChannelInfo& b, double tolerance)

@@ -12,8 +12,8 @@
 
 namespace Quillmoran {
 
-// Whether two coordinates differ by more than a tolerance, which is not negative. Decimals are rounded to
-// binary numbers; this rounding is never a difference, so that 500000.02 and 500000.03 are within 0.01.
+// Whether two coordinates differ by at most a tolerance, which is not negative. The binary rounding of
+// decimals and a millionth of the tolerance do not count, so that 500000.02 and 500000.03 are within 0.01.
 bool isWithin(double a, double b, double tolerance) noexcept;
 
 class SampleComparison

@@ -1,6 +1,6 @@
-// Compares the points of two clouds regardless of their order: as multisets, so that a point that occurs twice
-// in one cloud must occur twice in the other. Both clouds are sorted on disk (RowSorter) and merged. Memory
-// does not grow with the number of points.
+// Compares the points of two clouds regardless of their order: as multisets, so that a point that occurs
+// twice in one cloud must occur twice in the other. Both clouds are sorted on disk (RowSorter) and merged.
+// Memory does not grow with the number of points.
 #pragma once
 
 #include "diff/DescriptionComparison.h"

@@ -110,8 +110,8 @@ public:
     const double* getFloatArray(const char* name) const;
     const double* getFloatArray(const char* name, std::size_t& count) const;
 
-    // Prints a usage error to standard error and calls the exit handler with the error status. Programs call it
-    // for invalid arguments.
+    // Prints a usage error to standard error and calls the exit handler with the error status. Programs call
+    // it for invalid arguments.
     void usageError(const char* format, ...) const __attribute__((format(printf, 2, 3)));
 
     // These print to standard output.

@@ -1,8 +1,9 @@
 // Sorts any number of rows by a 64-bit key in bounded memory; rows with equal keys keep their order, or are
-// ordered by their first bytes, so that equal rows are adjacent. This is the external merge sort of "The Art of Computer Programming, Volume 3: Sorting and Searching", 1973: rows
-// are collected in memory, sorted when it is full, and written to a temporary file as a sorted run. Each time
-// the result is read, the sorted runs are merged. If there are more than can be read at once, they are first
-// merged into fewer. Rows that fit into one sorted run stay in memory.
+// ordered by their first bytes, so that equal rows are adjacent. This is the external merge sort of "The Art
+// of Computer Programming, Volume 3: Sorting and Searching", 1973: rows are collected in memory, sorted when
+// it is full, and written to a temporary file as a sorted run. Each time the result is read, the sorted runs
+// are merged. If there are more than can be read at once, they are first merged into fewer. Rows that fit
+// into one sorted run stay in memory.
 #pragma once
 
 #include "filters/RunMerge.h"

@@ -13,8 +13,8 @@ namespace Quillmoran {
 class Program
 {
 public:
-    // The exit status of errors. A program whose status 1 is a result hides this constant by one of its own and
-    // passes it to the constructor.
+    // The exit status of errors. A program whose status 1 is a result hides this constant by one of its own
+    // and passes it to the constructor.
     static constexpr int errorStatus = 1;
 
     virtual ~Program() = default;
