@@ -69,7 +69,7 @@ mount -o remount,bind,ro "$root/source"
 
 begin=$SECONDS
 inside "cmake -S /source -B /build -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_UNITY_BUILD=ON -DCMAKE_CXX_COMPILER_LAUNCHER=ccache >/dev/null
-  cmake --build /build --target vxinfo vxindex vxpack vxunpack libvxunpack qm_formats_pdal ${tests[*]} |
+  cmake --build /build --target vxdiff vxinfo vxindex vxpack vxunpack libvxunpack qm_formats_pdal ${tests[*]} |
     grep -vE '^\[[0-9]+/[0-9]+\] |^ninja: no work' || [ \${PIPESTATUS[0]} -eq 0 ]"
 echo "built the programs and ${tests[*]} (Debian 11, $((SECONDS - begin)) s)"
 for test in "${tests[@]}"; do inside "cd /build && timeout 900 ./$test --gtest_brief=1"; done

@@ -121,6 +121,7 @@ TEST_F(RealFiles, AreRestoredFromCompressedFiles)
     for (const std::string& path : filesIn({"data/las", "data/laz"})) {
         SCOPED_TRACE(path);
         ASSERT_EQ(run("vxpack -dropWaveforms -i " + path + " -o packed.vxl").status, 0);
+        EXPECT_EQ(run("vxdiff -dropWaveforms packed.vxl " + path).status, 0);
         ASSERT_EQ(run("vxunpack -i packed.vxl -o out.las").status, 0);
         const LASFile original = LASFile::load(path), written = LASFile::load(directory / "out.las");
         const LASFile expected = rewriteLAS(path, directory / "twin.las");

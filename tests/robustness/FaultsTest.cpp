@@ -3,6 +3,7 @@
 #include "robustness/Faults.h"
 
 #include "cli/QMCmdLine.h"
+#include "diff/Differ.h"
 #include "info/Inspector.h"
 #include "pack/Packer.h"
 #include "platform/ByteOrder.h"
@@ -34,7 +35,7 @@ int mainOf(int argc, const char* const* argv)
 }
 
 constexpr Main vxunpack = mainOf<Transcoder>, vxpack = mainOf<Packer>, vxindex = mainOf<TileIndexer>,
-               vxinfo = mainOf<Inspector>;
+               vxinfo = mainOf<Inspector>, vxdiff = mainOf<Differ>;
 
 struct Outcome
 {
@@ -222,6 +223,8 @@ TEST_F(Robustness, EveryCallThatFailsEndsInAnErrorOrIsMadeUpFor)
          15,
          "-o t.index a.vxl c.laz -j 1"},
         {{vxinfo, "a.vxl b.las c.laz d.txt -p xyzi -check -stats -j 1"}},
+        {{vxdiff, "a.vxl a.vxl -j 1"}},
+        {{vxdiff, "b.las b.las -unordered -j 2"}},
         // The JSON library ends the process when memory runs out.
         {{vxinfo, "a.vxl b.las c.laz d.txt -p xyzi -check -stats -json -j 1"}, "", 0},
     };

@@ -105,6 +105,18 @@ TEST_F(Processes, StopAtASignalWithoutATrace)
         EXPECT_EQ(readFile(directory / command.output), "precious");
         std::filesystem::remove(directory / command.output);
     }
+    // A comparison prints only its report.
+    Result result{-SIGTERM, "", ""};
+    for (int delay = 20; result.status == -SIGTERM && delay < 10000; delay *= 2) { // until it handles signals
+        const Program comparing = start("vxdiff -unordered in.las in.txt -p xyz -j 1");
+        std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+        comparing.signal(SIGTERM);
+        result = comparing.wait();
+    }
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(result.errors.ends_with("\nError: operation cancelled.\n")) << result.errors;
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(countOthers(""), 0);
 }
 
 TEST_F(Processes, NeverMixTheirOutputs)
@@ -202,10 +214,11 @@ TEST_F(Processes, NoticeThatAReportIsLost)
 {
     make(commands.back());
     // The report of the file is longer than its limit of 1 KiB at most.
-    for (const std::string lost : {"vxindex -o t.index -l >&-", "vxinfo in.vxl >&-",
-                                   "trap '' XFSZ; ulimit -f 1; vxinfo in.vxl >report"}) {
+    for (const std::string lost :
+         {"vxindex -o t.index -l >&-", "vxinfo in.vxl >&-",
+          "trap '' XFSZ; ulimit -f 1; vxinfo in.vxl >report", "vxdiff in.vxl in.vxl >&-"}) {
         const Result result = shell(lost);
-        EXPECT_EQ(result.status, 1) << lost;
+        EXPECT_EQ(result.status, lost.find("vxdiff") == 0 ? 2 : 1) << lost;
         EXPECT_EQ(result.errors, "Error: cannot write the report\n");
     }
 }

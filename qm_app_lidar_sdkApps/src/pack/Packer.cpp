@@ -26,19 +26,6 @@ namespace {
 
 constexpr char description[] = "Encodes LiDAR files as VX7 files";
 
-// Records that describe or hold waveform packets are useless without the packets.
-Metadata withoutWaveformRecords(Metadata metadata)
-{
-    constexpr int firstDescriptor = 100;
-    constexpr int lastDescriptor = 354;
-    constexpr int packets = 65535;
-    const std::string user = "LASF_Spec::";
-    for (int recordID = firstDescriptor; recordID <= lastDescriptor; ++recordID)
-        metadata.removeAll((user + std::to_string(recordID)).c_str());
-    metadata.removeAll((user + std::to_string(packets)).c_str());
-    return metadata;
-}
-
 // A line for each kernel channel with its coding and its size.
 void printPackReport(const VX7PointWriter& writer, std::int64_t numPoints)
 {
@@ -141,7 +128,7 @@ bool Packer::work()
     const auto writer = make<VX7PointWriter>(source.get(), output);
     warnOfUnrestorable(*files, writer->getMetadata());
     if (m_cmdLine.getFlag("dropWaveforms"))
-        writer->setMetadata(withoutWaveformRecords(writer->getMetadata()));
+        writer->setMetadata(Utils::withoutWaveformRecords(writer->getMetadata()));
     writer->setOptions(options);
     const std::int64_t count =
         writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine), layout, &progress);

@@ -317,7 +317,7 @@ void QMCmdLine::usageError(const char* format, ...) const
     printError("usage error", format, args);
     va_end(args);
     std::fprintf(stderr, "Use -h or -help for list of options.\n\n");
-    m_exitHandler(1);
+    m_exitHandler(m_errorStatus);
 }
 
 void QMCmdLine::configError(const char* format, ...) const

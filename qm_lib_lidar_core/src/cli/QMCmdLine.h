@@ -87,6 +87,8 @@ public:
     // Makes parse() report arguments that are not numbers of the option's type as usage errors: text before
     // or after the number, values out of range, NaN. Infinities are "inf", "+inf" and "-inf".
     void setStrictNumbers() { m_strictNumbers = true; }
+    // The exit status of usage errors, 1 by default.
+    void setErrorStatus(int status) { m_errorStatus = status; }
 
     // argv[0] is the program name. Values of an earlier parse() are kept until they are replaced.
     void parse(int argc, const char* const* argv);
@@ -108,8 +110,8 @@ public:
     const double* getFloatArray(const char* name) const;
     const double* getFloatArray(const char* name, std::size_t& count) const;
 
-    // Prints a usage error to standard error and calls the exit handler with status 1. Programs call it for
-    // invalid arguments.
+    // Prints a usage error to standard error and calls the exit handler with the error status. Programs call
+    // it for invalid arguments.
     void usageError(const char* format, ...) const __attribute__((format(printf, 2, 3)));
 
     // These print to standard output.
@@ -157,6 +159,7 @@ private:
     int m_argc = -1; // -1: not parsed yet
     bool m_usingStandardOptions;
     bool m_strictNumbers = false;
+    int m_errorStatus = 1;
     Option* m_extra = nullptr; // one of m_options, or null
     ExitHandler m_exitHandler;
 };

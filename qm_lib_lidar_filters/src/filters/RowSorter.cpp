@@ -15,8 +15,9 @@ constexpr std::uint64_t checkInterval = 1 << 14; // records
 SortedRows::Reader::Reader(const SortedRows& sorted) : m_sorted(Scoped<const SortedRows>::retained(&sorted))
 {
     if (sorted.m_file)
-        m_merge = std::make_unique<RunMerge>(sorted.m_file.get(), sorted.m_runs.data(), sorted.m_runs.size(),
-                                             sorted.recordSize(), sorted.m_mergeBytes);
+        m_merge =
+            std::make_unique<RunMerge>(sorted.m_file.get(), sorted.m_runs.data(), sorted.m_runs.size(),
+                                       sorted.recordSize(), sorted.m_comparedBytes, sorted.m_mergeBytes);
 }
 
 std::size_t SortedRows::Reader::read(unsigned char* rows, std::size_t count)
@@ -40,12 +41,13 @@ std::size_t SortedRows::Reader::read(unsigned char* rows, std::size_t count)
     return count;
 }
 
-RowSorter::RowSorter(std::size_t rowSize, const Limits& limits)
+RowSorter::RowSorter(std::size_t rowSize, const Limits& limits, std::size_t comparedBytes)
     : m_limits(limits),
       m_capacity(std::max<std::size_t>(limits.run / (rowSize + sizeof(SortEntry)), 1)),
       m_sorted(new SortedRows)
 {
     m_sorted->m_rowSize = rowSize;
+    m_sorted->m_comparedBytes = comparedBytes;
     m_sorted->m_mergeBytes = limits.merge;
     m_sorted->m_rows = makeBuffer<unsigned char>(m_capacity * rowSize);
     m_sorted->m_entries = makeBuffer<SortEntry>(m_capacity);
@@ -80,7 +82,20 @@ Scoped<const SortedRows> RowSorter::finish(const std::function<void()>& checkpoi
 
 void RowSorter::sortRun()
 {
-    std::sort(m_sorted->m_entries.get(), m_sorted->m_entries.get() + m_sorted->m_count);
+    SortEntry* const entries = m_sorted->m_entries.get();
+    const unsigned char* const rows = m_sorted->m_rows.get();
+    const std::size_t rowSize = m_sorted->m_rowSize;
+    const std::size_t comparedBytes = m_sorted->m_comparedBytes;
+    if (comparedBytes == 0) {
+        std::sort(entries, entries + m_sorted->m_count);
+        return;
+    }
+    std::sort(entries, entries + m_sorted->m_count, [=](const SortEntry& a, const SortEntry& b) {
+        const int order =
+            a.key != b.key ? 0
+                           : std::memcmp(rows + a.index * rowSize, rows + b.index * rowSize, comparedBytes);
+        return order != 0 ? order < 0 : a < b;
+    });
 }
 
 void RowSorter::writeRun()
@@ -133,7 +148,7 @@ void RowSorter::mergeRuns(std::size_t first, std::size_t count, const std::funct
     m_writer.flush();
     RecordRun merged{m_writer.tell(), 0};
     RunMerge merge(m_sorted->m_file.get(), runs.data() + first, count, m_sorted->recordSize(),
-                   m_limits.merge);
+                   m_sorted->m_comparedBytes, m_limits.merge);
     while (const unsigned char* record = merge.next()) {
         put(record, m_sorted->recordSize());
         if (++merged.count % checkInterval == 0)

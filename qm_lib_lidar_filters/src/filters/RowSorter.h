@@ -1,8 +1,9 @@
-// Sorts any number of rows by a 64-bit key in bounded memory; rows with equal keys keep their order. This is
-// the external merge sort of "The Art of Computer Programming, Volume 3: Sorting and Searching", 1973: rows
-// are collected in memory, sorted when it is full, and written to a temporary file as a sorted run. Each time
-// the result is read, the sorted runs are merged. If there are more than can be read at once, they are first
-// merged into fewer. Rows that fit into one sorted run stay in memory.
+// Sorts any number of rows by a 64-bit key in bounded memory; rows with equal keys keep their order, or are
+// ordered by their first bytes, so that equal rows are adjacent. This is the external merge sort of "The Art
+// of Computer Programming, Volume 3: Sorting and Searching", 1973: rows are collected in memory, sorted when
+// it is full, and written to a temporary file as a sorted run. Each time the result is read, the sorted runs
+// are merged. If there are more than can be read at once, they are first merged into fewer. Rows that fit
+// into one sorted run stay in memory.
 #pragma once
 
 #include "filters/RunMerge.h"
@@ -33,6 +34,7 @@ private:
     std::size_t recordSize() const noexcept { return sizeof(std::uint64_t) + m_rowSize; }
 
     std::size_t m_rowSize = 0;
+    std::size_t m_comparedBytes = 0;
     std::size_t m_mergeBytes = 0;
     // The rows in memory: all of them, or those that are being collected.
     Buffer<unsigned char> m_rows;
@@ -61,7 +63,8 @@ class RowSorter
 public:
     using Limits = HilbertOrder::Limits;
 
-    RowSorter(std::size_t rowSize, const Limits& limits);
+    // The first `comparedBytes` bytes of a row, as unsigned numbers, order rows with equal keys.
+    RowSorter(std::size_t rowSize, const Limits& limits, std::size_t comparedBytes = 0);
 
     // Takes the keys of the next `count` rows, at least one, and returns where the caller puts the rows
     // before the next call. Reduces `count` when memory is full; the caller then calls again for the rest.

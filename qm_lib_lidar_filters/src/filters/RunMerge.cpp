@@ -12,8 +12,11 @@ constexpr std::size_t maxBufferBytes = 1 << 20;
 } // namespace
 
 RunMerge::RunMerge(IO* io, const RecordRun* runs, std::size_t numRuns, std::size_t recordSize,
-                   std::size_t bufferBytes)
-    : m_recordSize(recordSize), m_runs(numRuns), m_records(makeBuffer<unsigned char>(numRuns * recordSize))
+                   std::size_t comparedBytes, std::size_t bufferBytes)
+    : m_recordSize(recordSize),
+      m_comparedBytes(comparedBytes),
+      m_runs(numRuns),
+      m_records(makeBuffer<unsigned char>(numRuns * recordSize))
 {
     const std::size_t bufferSize =
         std::max(recordSize, std::min(bufferBytes / std::max<std::size_t>(numRuns, 1), maxBufferBytes));
@@ -42,13 +45,22 @@ bool RunMerge::load(SortEntry& head)
     return true;
 }
 
+bool RunMerge::isBefore(const SortEntry& a, const SortEntry& b) const noexcept
+{
+    if (a.key != b.key || m_comparedBytes == 0)
+        return a < b;
+    const int order =
+        std::memcmp(recordOf(a.index) + sizeof a.key, recordOf(b.index) + sizeof b.key, m_comparedBytes);
+    return order != 0 ? order < 0 : a.index < b.index;
+}
+
 void RunMerge::sift(std::size_t at) noexcept
 {
     const SortEntry head = m_heap[at];
     for (std::size_t child = 2 * at + 1; child < m_heap.size(); child = 2 * at + 1) {
-        if (child + 1 < m_heap.size() && m_heap[child + 1] < m_heap[child])
+        if (child + 1 < m_heap.size() && isBefore(m_heap[child + 1], m_heap[child]))
             ++child;
-        if (!(m_heap[child] < head))
+        if (!isBefore(m_heap[child], head))
             break;
         m_heap[at] = m_heap[child];
         at = child;

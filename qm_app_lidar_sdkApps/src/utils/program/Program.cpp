@@ -17,8 +17,10 @@
 
 namespace Quillmoran {
 
-Program::Program(const char* name, const char* description) : m_cmdLine(name, description, description, true)
+Program::Program(const char* name, const char* description, int status)
+    : m_cmdLine(name, description, description, true)
 {
+    m_cmdLine.setErrorStatus(status);
     Utils::setVersion(m_cmdLine);
     Utils::addCommonOptions(m_cmdLine);
 }
@@ -74,7 +76,7 @@ void printError(const char* text)
 
 } // namespace
 
-int runProgram(const std::function<bool()>& run)
+int runProgram(const std::function<bool()>& run, int errorStatus)
 {
     occupyStandardStreams();
     try {
@@ -86,7 +88,7 @@ int runProgram(const std::function<bool()>& run)
         endProgressLine();
         std::fprintf(stderr, "unknown exception\n");
     }
-    return 1;
+    return errorStatus;
 }
 
 void warn(const std::string& text)

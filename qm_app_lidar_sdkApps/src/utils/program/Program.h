@@ -13,6 +13,10 @@ namespace Quillmoran {
 class Program
 {
 public:
+    // The exit status of errors. A program whose status 1 is a result hides this constant by one of its own
+    // and passes it to the constructor.
+    static constexpr int errorStatus = 1;
+
     virtual ~Program() = default;
 
     // Ends the process on usage errors and after help or version texts.
@@ -23,7 +27,7 @@ public:
 
 protected:
     // Sets the version and declares the options that every program has.
-    Program(const char* name, const char* description);
+    Program(const char* name, const char* description, int status = errorStatus);
 
     // Usage errors that the parser cannot find.
     virtual void checkOptions() const {}
@@ -34,19 +38,22 @@ protected:
 
 namespace Utils {
 
-// Runs a program and returns its exit status: 0 if `run` returned true. Prints exceptions as "Error: ..." on
-// standard error; no other code catches an exception that ends the run.
-int runProgram(const std::function<bool()>& run);
+// Runs a program and returns its exit status: 0 if `run` returned true, 1 if it returned false. Prints
+// exceptions as "Error: ..." on standard error and returns `errorStatus`; no other code catches an exception
+// that ends the run.
+int runProgram(const std::function<bool()>& run, int errorStatus = Program::errorStatus);
 
 // The main() of a program.
 template <class SomeProgram>
 int runProgram(int argc, const char* const* argv)
 {
-    return runProgram([argc, argv] {
-        SomeProgram program;
-        program.parse(argc, argv);
-        return program.run();
-    });
+    return runProgram(
+        [argc, argv] {
+            SomeProgram program;
+            program.parse(argc, argv);
+            return program.run();
+        },
+        SomeProgram::errorStatus);
 }
 
 // Prints "Warning: ..." on standard error, control characters escaped. The text names the file concerned.

@@ -148,12 +148,16 @@ void addDepthOption(QMCmdLine& cmdLine)
                     false);
 }
 
-void addNamed(FilePointSourceManager& files, const QMCmdLine& cmdLine)
+int getDepth(const QMCmdLine& cmdLine)
 {
     constexpr unsigned maxDepth = 1000; // beyond the limits of file systems
-    const int depth = static_cast<int>(std::min(cmdLine.getUint("depth"), maxDepth));
+    return static_cast<int>(std::min(cmdLine.getUint("depth"), maxDepth));
+}
+
+void addNamed(FilePointSourceManager& files, const QMCmdLine& cmdLine)
+{
     for (const std::string& name : getStrings(cmdLine, "inputFile"))
-        addInput(files, name.c_str(), depth);
+        addInput(files, name.c_str(), getDepth(cmdLine));
 }
 
 void refuseNamed(const QMCmdLine& cmdLine, const char* output)

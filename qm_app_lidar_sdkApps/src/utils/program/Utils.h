@@ -60,6 +60,7 @@ void warnOfEmptyOutput(const QMCmdLine& cmdLine, const PointSource& source,
 
 // "d"/"depth", the levels of directories that addNamed() descends.
 void addDepthOption(QMCmdLine& cmdLine);
+int getDepth(const QMCmdLine& cmdLine);
 // addInput() for all values of "inputFile".
 void addNamed(FilePointSourceManager& files, const QMCmdLine& cmdLine);
 // refuseSameFile() for all values of "inputFile", which include lists and directories.

@@ -160,4 +160,16 @@ void warnOfRounding(const PointSource& source, const PointInfo& layout, const st
              ") are rounded to 0.001, since the input has no scale for them" + advice);
 }
 
+Metadata withoutWaveformRecords(Metadata metadata)
+{
+    constexpr int firstDescriptor = 100;
+    constexpr int lastDescriptor = 354;
+    constexpr int packets = 65535;
+    const std::string user = "LASF_Spec::";
+    for (int recordID = firstDescriptor; recordID <= lastDescriptor; ++recordID)
+        metadata.removeAll((user + std::to_string(recordID)).c_str());
+    metadata.removeAll((user + std::to_string(packets)).c_str());
+    return metadata;
+}
+
 } // namespace Quillmoran::Utils

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "filters/PointCloudUnion.h"
+#include <vxunpack/Metadata.h>
 
 #include <functional>
 #include <optional>
@@ -45,6 +46,10 @@ void warnOfRounding(const PointSource& source, const PointInfo& layout, const st
 // angles in its own unit, records, channels of `layout`. `advice` ends the message about records and channels.
 void warnOfLASOutput(const LASPointWriter& writer, const PointInfo& layout, const std::string& output,
                      const char* advice, const Warn& warn);
+
+// The metadata of a LAS file without the records that describe or hold waveform packets, which are useless
+// without the packets.
+Metadata withoutWaveformRecords(Metadata metadata);
 
 } // namespace Utils
 
