@@ -209,8 +209,11 @@ template <class T, class U>
 bool areEqual(T x, U y)
 {
     const auto wideX = static_cast<long double>(x), wideY = static_cast<long double>(y); // exact: 64 bits
+    std::uint64_t bitsX, bitsY;
     const auto realX = static_cast<double>(x), realY = static_cast<double>(y);
-    return wideX == wideY || (std::isnan(realX) && std::memcmp(&realX, &realY, sizeof realX) == 0);
+    std::memcpy(&bitsX, &realX, sizeof bitsX);
+    std::memcpy(&bitsY, &realY, sizeof bitsY);
+    return wideX == wideY || (std::isnan(realX) && bitsX == bitsY);
 }
 
 ComparedChannels allChannels(const Pairs& pairs)

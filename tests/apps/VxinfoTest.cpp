@@ -338,7 +338,7 @@ TEST_F(Vxinfo, NoProgramPrintsControlCharacters)
         {"vxindex -o t.index -srs \x1b[32m " + file, 0, ""},
         {"vxindex -o t.index -l", 0, "\\x1b[31m.vxl\n"},
         // file; channel only here, class, record
-        {"vxdiff survey.vxl " + file, 3, "   B: \\x1b[31m.vxl\n"},
+        {"vxdiff -V survey.vxl " + file, 3, "   B: \\x1b[31m.vxl\n"},
         {"vxdiff -json survey.vxl " + file, 0, "\"key\": \"e\\u001b]0;\\u0007\\u007f\\nEVIL\\ufffd\""},
         {"vxinfo " + file + "x.vxl", 0, "\\x1b[31m.vxlx.vxl"},
     };
