@@ -16,7 +16,7 @@ JSON toNumber(const Sample& sample)
 }
 
 // Null without points; no -0.
-JSON describeRange(const Bounds::Range& range)
+JSON rangeToJSON(const Bounds::Range& range)
 {
     return range.min > range.max ? JSON() : JSON::array({range.min + 0.0, range.max + 0.0});
 }
@@ -40,18 +40,18 @@ const char* nameOf(DiffReport::Systems systems)
                                            : "onlyB";
 }
 
-JSON describeCloud(const DiffReport::Cloud& cloud)
+JSON cloudToJSON(const DiffReport::Cloud& cloud)
 {
     return {{"file", cloud.name},
             {"numPoints", cloud.numPoints},
             {"bounds",
-             {{"x", describeRange(cloud.bounds.x)},
-              {"y", describeRange(cloud.bounds.y)},
-              {"z", describeRange(cloud.bounds.z)}}}};
+             {{"x", rangeToJSON(cloud.bounds.x)},
+              {"y", rangeToJSON(cloud.bounds.y)},
+              {"z", rangeToJSON(cloud.bounds.z)}}}};
 }
 
 template <class Elements, class Describe>
-JSON describeAll(const Elements& elements, Describe describe)
+JSON listToJSON(const Elements& elements, Describe describe)
 {
     JSON list = JSON::array();
     for (const auto& element : elements)
@@ -59,21 +59,21 @@ JSON describeAll(const Elements& elements, Describe describe)
     return list;
 }
 
-JSON describeSamples(const DiffReport::Samples& samples)
+JSON samplesToJSON(const DiffReport::Samples& samples)
 {
     return {{"name", samples.name},
             {"numDifferent", samples.numDifferent},
             {"largestDifference", toNumber(samples.largest)},
-            {"first", describeAll(samples.first, [](const DiffReport::Samples::Pair& pair) {
+            {"first", listToJSON(samples.first, [](const DiffReport::Samples::Pair& pair) {
                  return JSON{{"point", pair.point}, {"a", toNumber(pair.a)}, {"b", toNumber(pair.b)}};
              })}};
 }
 
-JSON describeSurplus(const DiffReport::Surplus& surplus)
+JSON surplusToJSON(const DiffReport::Surplus& surplus)
 {
     return {{"numPoints", surplus.numPoints},
-            {"first", describeAll(surplus.first, [](const DiffReport::Surplus::Point& point) {
-                 return JSON{{"point", point.index}, {"samples", describeAll(point.samples, toNumber)}};
+            {"first", listToJSON(surplus.first, [](const DiffReport::Surplus::Point& point) {
+                 return JSON{{"point", point.index}, {"samples", listToJSON(point.samples, toNumber)}};
              })}};
 }
 
@@ -82,26 +82,26 @@ JSON describeSurplus(const DiffReport::Surplus& surplus)
 std::string toJSON(const DiffReport& report)
 {
     JSON json = {{"equal", report.isEqual()},
-                 {"a", describeCloud(report.a)},
-                 {"b", describeCloud(report.b)},
+                 {"a", cloudToJSON(report.a)},
+                 {"b", cloudToJSON(report.b)},
                  {"channels", report.channels}};
-    json["layout"] = describeAll(report.layout, [](const DiffReport::Channel& channel) {
+    json["layout"] = listToJSON(report.layout, [](const DiffReport::Channel& channel) {
         return JSON{{"name", channel.name}, {"a", typeOrNull(channel.a)}, {"b", typeOrNull(channel.b)}};
     });
-    json["bounds"] = describeAll(report.bounds, [](const DiffReport::Axis& axis) { return JSON(axis.name); });
+    json["bounds"] = listToJSON(report.bounds, [](const DiffReport::Axis& axis) { return JSON(axis.name); });
     json["coordinateSystem"] = nameOf(report.coordinateSystems);
-    json["classNames"] = describeAll(report.classNames, [](const DiffReport::ClassName& name) {
+    json["classNames"] = listToJSON(report.classNames, [](const DiffReport::ClassName& name) {
         return JSON{{"class", name.code}, {"a", textOrNull(name.a)}, {"b", textOrNull(name.b)}};
     });
-    json["metadata"] = describeAll(report.metadata, [](const DiffReport::Record& record) {
+    json["metadata"] = listToJSON(report.metadata, [](const DiffReport::Record& record) {
         return JSON{{"key", record.key}, {"a", record.isInA}, {"b", record.isInB}};
     });
     if (report.isUnordered) {
-        json["onlyA"] = describeSurplus(report.onlyA);
-        json["onlyB"] = describeSurplus(report.onlyB);
+        json["onlyA"] = surplusToJSON(report.onlyA);
+        json["onlyB"] = surplusToJSON(report.onlyB);
     } else {
         json["numCompared"] = std::min(report.a.numPoints, report.b.numPoints);
-        json["samples"] = describeAll(report.samples, describeSamples);
+        json["samples"] = listToJSON(report.samples, samplesToJSON);
     }
     json["notes"] = report.notes;
     // ASCII only, so that no control character reaches a terminal.

@@ -12,7 +12,7 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr std::size_t maxBlockPoints =
+constexpr std::size_t largestBlock =
     4096; // rows and the columns that they are packed from stay in the caches
 constexpr const char* sorting = "sorting points";
 constexpr const char* merging = "comparing points";
@@ -21,7 +21,7 @@ Scoped<const SortedRows> sortRows(const PointSource& source, const PointInfo& la
                                   const PointRowFormat& format, const HilbertOrder::Limits& limits,
                                   SharedProgress& progress, DiffReport::Cloud& description)
 {
-    const std::size_t blockPoints = layout.getBlockPoints(maxBlockPoints);
+    const std::size_t blockPoints = layout.getBlockPoints(largestBlock);
     const std::size_t rowSize = format.getRowSize();
     const auto rows = makeBuffer<unsigned char>(blockPoints * rowSize);
     const auto keys = makeBuffer<std::uint64_t>(blockPoints);
