@@ -1,13 +1,11 @@
 # With CMAKE_UNITY_BUILD, the sources of a target are compiled in groups of CMAKE_UNITY_BUILD_BATCH_SIZE. Most of the
 # compiler's time is for headers and templates, and a group reads them once. The presets fuzz and tsan and the build on
-# Debian 11 do this. All other builds compile each source alone, and so find missing includes.
+# Debian 11 do this, and all builds do it for tests and fuzz targets. Otherwise each source is compiled alone, so that
+# missing includes are found.
 #
 # The sources of a group share their unnamed namespaces. If two of them define the same name, only these builds fail,
 # with a redefinition or an ambiguous call. Then rename one of the two, or add its source to this list: its sources are
 # compiled alone, as are those with options of their own (HOT).
-if(NOT CMAKE_UNITY_BUILD)
-  return()
-endif()
 set(VX_UNGROUPED
   qm_lib_lidar_core/src/files/PartialFile.cpp
   qm_lib_lidar_core/src/framework/Metadata.cpp
@@ -30,4 +28,6 @@ endforeach()
 
 # In a group, a local name can be that of another source's constant, and types in unnamed namespaces are not in the main
 # file. The other builds have these warnings.
-target_compile_options(vx_options INTERFACE -Wno-shadow $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+target_compile_options(vx_options INTERFACE
+  $<$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>:-Wno-shadow>
+  $<$<AND:$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>,$<CXX_COMPILER_ID:GNU>>:-Wno-subobject-linkage>)

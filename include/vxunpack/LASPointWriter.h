@@ -62,6 +62,8 @@ public:
     bool losesCoordinateSystem() const noexcept { return m_losesCoordinateSystem; }
     // The keys ("user ID::number") of metadata records that are VLRs and were left out.
     const std::vector<std::string>& getLeftOutRecords() const noexcept { return m_leftOut; }
+    // Whether a restored LAZ file has the index of a cloud-optimised file (COPC), which describes other chunks.
+    bool hasForeignChunkIndex() const noexcept { return m_hasForeignChunkIndex; }
     // Empty if the layout had at most one time channel.
     const std::optional<TimeConflict>& getTimeConflict() const noexcept { return m_timeConflict; }
     // Whether scan angles were written unchanged although the point format has another unit: degrees to
@@ -98,6 +100,7 @@ private:
     bool m_losesCoordinateSystem = false;
     bool m_hasForeignScanAngles = false;
     std::vector<std::string> m_leftOut;
+    bool m_hasForeignChunkIndex = false;
     std::optional<TimeConflict> m_timeConflict;
 
     std::unique_ptr<Impl> m_impl; // null unless a file is being written

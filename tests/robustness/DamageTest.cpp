@@ -124,7 +124,7 @@ TEST_P(Damage, WrongBytes)
 
 TEST_P(Damage, RandomChanges)
 {
-    const std::uint64_t count = longRun ? std::strtoul(longRun, nullptr, 10) : 1500 / stride;
+    const std::uint64_t count = longRun ? std::strtoul(longRun, nullptr, 10) : 1000 / stride;
     for (std::uint64_t i = 0; i < count; ++i)
         attempt(Mutator(i).mutate(whole), "change " + std::to_string(i));
 }

@@ -13,7 +13,7 @@ namespace Quillmoran::Testing {
 
 struct DigestChunk
 {
-    static constexpr std::uint32_t id = 9;
+    static constexpr std::uint32_t id = 0x44494753;
 
     std::uint8_t version = 1;
     std::uint8_t blockBits = 20;

@@ -161,6 +161,7 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
     m_impl->isRestored = m_restores;
     m_losesCoordinateSystem = head.losesCoordinateSystem;
     m_leftOut = head.leftOut;
+    m_hasForeignChunkIndex = head.hasForeignChunkIndex;
     m_hasForeignScanAngles = m_impl->hasForeignScanAngles;
     m_timeConflict.reset();
 }

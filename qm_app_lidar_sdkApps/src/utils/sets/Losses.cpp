@@ -114,6 +114,10 @@ void warnOfLASOutput(const LASPointWriter& writer, const PointInfo& layout, cons
         warn(name +
              "the scan angles are written as they are, but their unit is not that of the LAS point format "
              "(degrees, or steps of 0.006 degrees)");
+    if (writer.hasForeignChunkIndex())
+        warn(name +
+             "the COPC records are those of the file that was packed, and do not describe the chunks of this "
+             "file; programs that read it as COPC will fail");
     warnOfLeftOut(writer, layout, name, advice, warn);
 }
 

@@ -35,6 +35,7 @@ struct LASFileHead
     // Only of restored files.
     std::vector<LASExtraField> extraFields; // of the channels that are not in the point format
     std::vector<unsigned char> block;       // of a header that `header` replaces in part; empty: in whole
+    bool hasForeignChunkIndex = false;      // a kept VLR describes the chunks of another compressed file
     bool keepsCounts = false;               // the counts and bounds of the header hold for all points
     std::vector<unsigned char> gap;         // between the points and the EVLRs
     std::vector<unsigned char> extended;    // the EVLRs, and bytes after them

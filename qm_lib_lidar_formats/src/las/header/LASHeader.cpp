@@ -195,10 +195,10 @@ std::vector<unsigned char> LASHeader::write() const
 
 std::vector<unsigned char> LASHeader::writeOver(std::vector<unsigned char> block) const
 {
-    const unsigned char spareBit = block[formatAt] & ~(compressedMark | formatMask);
+    const auto spareBit = static_cast<std::uint8_t>(block[formatAt] & ~(compressedMark | formatMask));
     block.resize(headerSize);
     store(*this, block, false);
-    block[formatAt] |= spareBit;
+    block[formatAt] = static_cast<std::uint8_t>(block[formatAt] | spareBit);
     return block;
 }
 

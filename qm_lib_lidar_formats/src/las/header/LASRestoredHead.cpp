@@ -307,6 +307,7 @@ private:
             m_head.leftOut.push_back(key);
             return;
         }
+        m_head.hasForeignChunkIndex |= m_request.compressed && record.userID() == "copc";
         append(record, *value);
     }
 

@@ -21,7 +21,7 @@ enum ChunkId : std::uint32_t
     CHUNK_WKT = 6,
     CHUNK_CLASS_NAMES = 7,
     CHUNK_EXTENDED_HEADER = 8,
-    CHUNK_DIGESTS = 9
+    CHUNK_DIGESTS = 0x44494753 // "DIGS"; files of others can have chunks with the next small numbers
 };
 
 // The versions of the index chunk.
