@@ -63,6 +63,7 @@ fi
 [ "${1:-}" != --root ] || exit 0
 
 # The source is mounted read-only, not copied.
+rm -rf "$root/build" # of another checkout perhaps, whose files are newer
 mkdir -p "$root/source" "$root/build"
 mount --bind . "$root/source"
 mount -o remount,bind,ro "$root/source"
