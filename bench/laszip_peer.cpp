@@ -86,7 +86,7 @@ std::uint64_t readWindow(const std::string& path, double minX, double maxX, doub
     return count;
 }
 
-// Keeps header and points, but not what .vxl files do not hold either: VLRs, wave packets, extra bytes.
+// Keeps header and points, without VLRs, wave packets and extra bytes.
 void encode(const std::string& input, const std::string& output, bool isIndexed)
 {
     // By record format. Formats with wave packets become those with the same fields and no packets.
