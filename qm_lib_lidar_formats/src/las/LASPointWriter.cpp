@@ -5,6 +5,7 @@
 #include "las/points/LASFields.h"
 #include "las/points/LASRecordWriter.h"
 #include "model/ChannelNames.h"
+#include "model/NameIndex.h"
 #include "platform/ByteOrder.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/ProgressDelegate.h>
@@ -14,6 +15,7 @@
 #include <cmath>
 #include <cstring>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Quillmoran {
@@ -48,7 +50,7 @@ bool isScanAngleStep(DataType type)
 // The file being written.
 struct LASPointWriter::Impl
 {
-    Impl(const char* path, const LASFileHead& made, const PointInfo& layout);
+    Impl(const char* path, LASFileHead made, const PointInfo& layout);
 
     using Slice = OutputFile::Slice; // of records
 
@@ -155,8 +157,9 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
     request.offset = getOffset();
     request.wkt = getSrc()->getWKT();
     request.restores = m_restores;
-    const LASFileHead head = LASFileHead::make(layout, getMetadata(), request);
-    m_impl = std::make_unique<Impl>(m_path.c_str(), head, layout);
+    m_impl =
+        std::make_unique<Impl>(m_path.c_str(), LASFileHead::make(layout, getMetadata(), request), layout);
+    const LASFileHead& head = m_impl->head;
     m_impl->prefersNonzeroTime = m_prefersNonzeroTime;
     m_impl->isRestored = m_restores;
     m_losesCoordinateSystem = head.losesCoordinateSystem;
@@ -166,8 +169,8 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
     m_timeConflict.reset();
 }
 
-LASPointWriter::Impl::Impl(const char* path, const LASFileHead& made, const PointInfo& layout)
-    : head(made), header(made.header)
+LASPointWriter::Impl::Impl(const char* path, LASFileHead made, const PointInfo& layout)
+    : head(std::move(made)), header(head.header)
 {
     chooseColumns(layout);
     output.init(path);
@@ -180,15 +183,17 @@ LASPointWriter::Impl::Impl(const char* path, const LASFileHead& made, const Poin
 
 void LASPointWriter::Impl::chooseColumns(const PointInfo& layout)
 {
+    NameIndex extraFields;
+    for (std::size_t i = 0; i < head.extraFields.size(); ++i)
+        extraFields.add(head.extraFields[i].channel.c_str(), i);
+    extraFields.finish();
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const ChannelInfo& channel = layout.getChannel(i);
         if (!LASFields::isKnown(channel.getName())) {
-            const auto extra = std::find_if(
-                head.extraFields.begin(), head.extraFields.end(),
-                [&](const LASExtraField& field) { return channel.isNamed(field.channel.c_str()); });
-            if (extra == head.extraFields.end())
+            const auto extra = extraFields.find(channel.getName());
+            if (!extra)
                 QM_THROW(ErrorCode::NotRepresentable, "invalid LAS field: %s", channel.getName());
-            columns.push_back({i, channel.getDataType(), {}, &*extra});
+            columns.push_back({i, channel.getDataType(), {}, &head.extraFields[*extra]});
             continue;
         }
         const auto field = LASFields::find(header.pointFormat, channel.getName());

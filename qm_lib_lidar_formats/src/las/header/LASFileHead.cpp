@@ -99,12 +99,10 @@ bool LASFileHead::copyProjection(const Metadata& metadata)
                             !header.pointFormat.isExtended();
         const bool isWKT = key->recordID == LASVariableRecord::WKT_MATH_TRANSFORM ||
                            key->recordID == LASVariableRecord::WKT_COORDINATE_SYSTEM;
-        const bool isArray = metadata.getDataType(i) == METADATA_FLOAT64_ARRAY;
-        const std::size_t length = metadata.getValueLength(i) * (isArray ? sizeof(double) : 1);
-        if ((!isKeys && !isWKT) || length > maxValueBytes)
+        const auto value = LASMetadata::valueAt(metadata, i);
+        if ((!isKeys && !isWKT) || value.size() > maxValueBytes)
             continue;
-        addRecord(key->userID.c_str(), key->recordID, metadata.getDescription(i), metadata.getValue(i),
-                  length);
+        addRecord(key->userID.c_str(), key->recordID, metadata.getDescription(i), value.data(), value.size());
         (isKeys ? copiedKeys : copiedWKT) = true;
     }
     if (copiedWKT)

@@ -158,6 +158,13 @@ void apply(const Metadata& metadata, LASHeader& header)
     }
 }
 
+std::span<const unsigned char> valueAt(const Metadata& metadata, std::size_t index)
+{
+    const bool isArray = metadata.getDataType(index) == METADATA_FLOAT64_ARRAY;
+    const std::size_t length = metadata.getValueLength(index) * (isArray ? sizeof(double) : 1);
+    return {static_cast<const unsigned char*>(metadata.getValue(index)), length};
+}
+
 std::string makeRecordKey(const std::string& userID, std::uint16_t recordID)
 {
     return userID + separator + std::to_string(recordID);

@@ -17,6 +17,7 @@
 #include <vxunpack/Metadata.h>
 
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -51,6 +52,8 @@ struct RecordKey
     std::uint16_t recordID;
     bool isCanonical; // the key is that of makeRecordKey(); others end with text that is not a number
 };
+// The bytes of a record's value.
+std::span<const unsigned char> valueAt(const Metadata& metadata, std::size_t index);
 std::string makeRecordKey(const std::string& userID, std::uint16_t recordID);
 // Empty for any other key.
 std::optional<RecordKey> parseRecordKey(const char* key);

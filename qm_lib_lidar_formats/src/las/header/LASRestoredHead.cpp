@@ -393,9 +393,7 @@ private:
 
     std::span<const unsigned char> valueAt(std::size_t index) const
     {
-        const bool isArray = m_metadata.getDataType(index) == METADATA_FLOAT64_ARRAY;
-        const std::size_t length = m_metadata.getValueLength(index) * (isArray ? sizeof(double) : 1);
-        return {static_cast<const unsigned char*>(m_metadata.getValue(index)), length};
+        return LASMetadata::valueAt(m_metadata, index);
     }
 
     std::span<const unsigned char> findValue(const char* key) const
