@@ -26,6 +26,7 @@ public:
     void updateCompleted(double delta, const char* message);
     // NaN if the total is 0 and no work was done.
     double getProgress() const { return m_completed / m_total; }
+    double getCompleted() const { return m_completed; }
     void warning(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 private:

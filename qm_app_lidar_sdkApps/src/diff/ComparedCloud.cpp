@@ -1,6 +1,7 @@
 #include "diff/ComparedCloud.h"
 
 #include "cli/QMCmdLine.h"
+#include "files/QMFileUtils.h"
 #include "utils/program/Program.h"
 #include "utils/program/Utils.h"
 #include <vxunpack/Base.h>
@@ -32,6 +33,14 @@ ComparedCloud::ComparedCloud(const std::string& input, const QMCmdLine& options,
         metadata.removeAll(key);
     if (options.getFlag("dropWaveforms"))
         metadata = Utils::withoutWaveformRecords(metadata);
+}
+
+std::int64_t ComparedCloud::getSize() const
+{
+    std::int64_t size = 0;
+    for (std::size_t i = 0; i < files->getNumSources(); ++i)
+        size += QMFileUtils::getSize(files->getFilename(i));
+    return size;
 }
 
 } // namespace Quillmoran

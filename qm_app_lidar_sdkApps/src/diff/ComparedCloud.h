@@ -4,6 +4,7 @@
 #include <vxunpack/FilePointSourceManager.h>
 #include <vxunpack/Metadata.h>
 
+#include <cstdint>
 #include <string>
 
 namespace Quillmoran {
@@ -22,6 +23,9 @@ struct ComparedCloud
     // must outlive the source; it can cancel the scan of a text file. Throws General "there are no files to
     // read in '%s'" and what opening throws.
     ComparedCloud(const std::string& input, const QMCmdLine& options, ProgressDelegate& cancellation);
+
+    // Of the files, in bytes.
+    std::int64_t getSize() const;
 };
 
 } // namespace Quillmoran

@@ -21,6 +21,7 @@ struct DiffReport
     {
         std::string name;
         std::uint64_t numPoints = 0; // that were read
+        std::int64_t numBytes = 0;   // of the files
         Bounds bounds;               // of these points
     };
 

@@ -14,20 +14,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <unistd.h>
 
 namespace Quillmoran {
 
 namespace {
 
 constexpr char description[] = "Compares two LiDAR point clouds";
-
-// Only cancels, so that the report is not mixed with a progress line.
-class SilentProgress final : public PercentProgressDelegate
-{
-public:
-    void reportProgress(double, const char*) override {}
-};
 
 std::vector<std::string> splitNames(const std::string& text)
 {
@@ -66,9 +58,12 @@ void compareBounds(const double* tolerance, DiffReport& report)
 
 } // namespace
 
-Differ::Differ() : Program("vxdiff", description, errorStatus)
+Differ::Differ() : Program("vxdiff", description, Syntax::Extended, errorStatus)
 {
-    m_cmdLine.setStrictNumbers();
+    m_cmdLine.setExamples("INPUT INPUT [OPTION...]",
+                          {{"vxdiff survey.laz survey.vxl", "compares points in order, and metadata"},
+                           {"vxdiff -unordered tiles/ all.vxl", "compares points in any order"},
+                           {"vxdiff -tolerance 0.01 0.01 0.01 a.las b.las", "accepts rounded coordinates"}});
     // One file per occurrence, so that options may follow the names.
     static const std::string inputHelp =
         "file (" + Formats::listInputs() + "), list of files, index or directory.  Given twice";
@@ -108,16 +103,17 @@ bool Differ::work()
     Utils::ignoreWriteSignals(); // of temporary files
     const bool json = m_cmdLine.getFlag("json");
     DiffReport report;
-    if (!json && ::isatty(STDOUT_FILENO)) {
-        Utils::ConsoleProgress progress;
-        report = compare(progress);
-        progress.finish();
-    } else {
-        SilentProgress progress;
+    {
+        Utils::ProgressLine progress;
         report = compare(progress);
     }
+    if (!json && Utils::isQuiet())
+        return report.isEqual();
     const std::string text = json ? toJSON(report) : toText(report, m_cmdLine.getFlag("verbose"));
     std::fwrite(text.data(), 1, text.size(), stdout);
+    if (!json)
+        printRun(stdout, static_cast<std::int64_t>(report.a.numPoints + report.b.numPoints),
+                 report.a.numBytes + report.b.numBytes);
     Utils::finishReport();
     return report.isEqual();
 }
@@ -134,6 +130,8 @@ DiffReport Differ::compare(ProgressDelegate& progress) const
     DiffReport report;
     report.a.name = a.name;
     report.b.name = b.name;
+    report.a.numBytes = a.getSize();
+    report.b.numBytes = b.getSize();
     const ComparedChannels compared = compareDescriptions(a, b, channels, report);
     const double* const tolerance = m_cmdLine.getFloatArray("tolerance");
     if (m_cmdLine.getFlag("unordered"))

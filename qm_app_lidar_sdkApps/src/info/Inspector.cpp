@@ -1,10 +1,10 @@
 #include "info/Inspector.h"
 
+#include "files/QMFileUtils.h"
 #include "info/DigestCheck.h"
 #include "info/JSONReport.h"
 #include "info/PointCheck.h"
 #include "info/TextReport.h"
-#include "text/Printable.h"
 #include "utils/program/ConsoleProgress.h"
 #include "utils/program/Utils.h"
 #include "utils/sets/PointScan.h"
@@ -24,15 +24,19 @@ constexpr char description[] = "Describes LiDAR files and checks them for damage
 
 Inspector::Inspector() : Program("vxinfo", description)
 {
-    m_cmdLine.setStrictNumbers();
+    m_cmdLine.setExamples("INPUT... [OPTION...]",
+                          {{"vxinfo survey.vxl", "describes a file"},
+                           {"vxinfo -check tiles/", "decodes all files of a directory and finds damage"},
+                           {"vxinfo -json -stats *.vxl", "writes an array with an object for each file"}});
     Utils::addTXTPointReaderOptions(m_cmdLine);
     m_cmdLine.addFlag("json", nullptr, "write a JSON array with an object for each file.");
     m_cmdLine.addFlag("check", nullptr,
                       "decode all points and compare them with the description in the file.");
     m_cmdLine.addFlag("stats", nullptr, "decode all points for the range and the mean of each channel.");
     // One file per occurrence, so that options may follow the names.
-    m_cmdLine.addStringArray("i", "inputFile", "name of an input file, or of a list of files.", true, -1);
+    m_cmdLine.addStringArray("i", "inputFile", "file, list of files or directory.", true, -1);
     m_cmdLine.setExtra("i");
+    Utils::addDepthOption(m_cmdLine);
 }
 
 bool Inspector::work()
@@ -44,6 +48,8 @@ bool Inspector::work()
         inspectArgument(argument);
     if (json)
         std::printf("\n]\n");
+    else if (!Utils::isQuiet() && m_numBytes != 0)
+        printRun(stdout, m_numPoints, m_numBytes);
     Utils::finishReport();
     return m_allSound;
 }
@@ -60,12 +66,13 @@ void Inspector::inspectArgument(const std::string& argument)
         write(inspect(fileName));
 }
 
-FileReport Inspector::inspect(const std::string& fileName) const
+FileReport Inspector::inspect(const std::string& fileName)
 {
     FileReport report;
     report.fileName = fileName;
     attempt(report, [&] {
-        const auto manager = createManager(fileName);
+        const auto manager = createManager();
+        manager->addFile(fileName.c_str());
         Scoped<PointSource> source(manager->createPointSource(0));
         source->getWKT(); // may fail to load a module
         const auto* las = dynamic_cast<const LASPointReader*>(source.get());
@@ -82,22 +89,14 @@ FileReport Inspector::inspect(const std::string& fileName) const
     return report;
 }
 
-// Shows progress except in JSON output. Also ends the progress line after an error, before the next report.
-void Inspector::decode(FileReport& report) const
+void Inspector::decode(FileReport& report)
 {
-    if (m_cmdLine.getFlag("json"))
-        return scan(report, nullptr);
-    Utils::ConsoleProgress progress;
-    try {
-        scan(report, &progress);
-    } catch (...) {
-        std::putchar('\n');
-        throw;
-    }
-    progress.finish();
+    Utils::ProgressLine progress;
+    scan(report, progress);
+    m_numBytes += QMFileUtils::getSize(report.fileName.c_str());
 }
 
-void Inspector::scan(FileReport& report, ProgressDelegate* progress) const
+void Inspector::scan(FileReport& report, ProgressDelegate& progress)
 {
     const PointSource& source = *report.description->source;
     std::optional<PointCheck> check;
@@ -107,26 +106,26 @@ void Inspector::scan(FileReport& report, ProgressDelegate* progress) const
         if (report.description->compression)
             digests.emplace(*report.description->compression);
     }
-    if (progress)
-        progress->setTotal(source.getTotalWork(Bounds::Huge(), 1.0) + (check ? check->getWork() : 0));
+    progress.setTotal(source.getTotalWork(Bounds::Huge(), 1.0) + (check ? check->getWork() : 0));
     std::vector<ChannelStatistics> statistics;
     if (m_cmdLine.getFlag("stats"))
         for (std::size_t i = 0; i < source.getNumChannels(); ++i)
             statistics.emplace_back(source.getChannel(i));
 
-    scanPoints(source, Bounds::Huge(), source.getPointInfo(), progress,
+    scanPoints(source, Bounds::Huge(), source.getPointInfo(), &progress,
                [&](const PointData& block, std::size_t count) {
                    if (check)
                        check->add(block, count);
                    if (digests)
                        digests->add(block, count);
+                   m_numPoints += static_cast<std::int64_t>(count);
                    for (std::size_t i = 0; i < statistics.size(); ++i)
                        statistics[i].add(block.getChannel(i), count);
                });
 
     report.statistics = std::move(statistics);
     if (check) {
-        check->finish(progress);
+        check->finish(&progress);
         report.check = {check->getNumPoints(), check->getNumQueries(), 0};
         report.problems = check->getProblems();
     }
@@ -143,7 +142,7 @@ void Inspector::write(const FileReport& report)
     const bool json = m_cmdLine.getFlag("json");
     if (json)
         std::printf("%s\n%s", m_isFirst ? "" : ",", toJSON(report).c_str());
-    else
+    else if (!Utils::isQuiet())
         writeText(report);
     m_isFirst = false;
     if (report.problems.empty())
@@ -154,7 +153,7 @@ void Inspector::write(const FileReport& report)
         // Errors of text files begin with the name and the line.
         const bool isLocated = problem.rfind(report.fileName + ':', 0) == 0;
         const std::string line = isLocated ? problem : report.fileName + ": " + problem;
-        std::fprintf(stderr, "Error: %s\n", printable(line).c_str());
+        Utils::printError(line.c_str());
     }
 }
 
@@ -180,18 +179,18 @@ std::string Inspector::explain(const Error& error) const
            (error.filename() ? error.filename() : "?") + ":" + std::to_string(error.line()) + ")";
 }
 
-Scoped<FilePointSourceManager> Inspector::createManager(const std::string& argument) const
+Scoped<FilePointSourceManager> Inspector::createManager() const
 {
     Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     Utils::setTextOptions(manager->getOpener(), true, m_cmdLine);
     manager->getOpener().setOpenFullWaveformFiles(true);
-    manager->addFile(argument.c_str());
     return manager;
 }
 
 std::vector<std::string> Inspector::expand(const std::string& argument) const
 {
-    const auto manager = createManager(argument);
+    const auto manager = createManager();
+    Utils::addInput(*manager, argument.c_str(), Utils::getDepth(m_cmdLine));
     std::vector<std::string> fileNames;
     for (std::size_t i = 0; i < manager->getNumSources(); ++i)
         fileNames.emplace_back(manager->getFilename(i));

@@ -6,6 +6,7 @@
 #include <vxunpack/Base.h>
 #include <vxunpack/FilePointSourceManager.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -21,21 +22,23 @@ private:
     // the program continues with the next file; only cancellation is thrown.
     bool work() override;
     void inspectArgument(const std::string& argument);
-    FileReport inspect(const std::string& fileName) const;
-    void decode(FileReport& report) const;
-    void scan(FileReport& report, ProgressDelegate* progress) const;
+    FileReport inspect(const std::string& fileName);
+    void decode(FileReport& report);
+    void scan(FileReport& report, ProgressDelegate& progress);
     void write(const FileReport& report);
 
     // Does the work; if it fails, adds the error to the problems of the file.
     template <class Work>
     void attempt(FileReport& report, Work work) const;
     std::string explain(const Error& error) const;
-    // The files of a list; for other arguments the file itself.
+    // The files of a list or a directory; for other arguments the file itself.
     std::vector<std::string> expand(const std::string& argument) const;
-    Scoped<FilePointSourceManager> createManager(const std::string& argument) const;
+    Scoped<FilePointSourceManager> createManager() const;
 
     bool m_allSound = true;
-    bool m_isFirst = true; // no report has been written
+    bool m_isFirst = true;        // no report has been written
+    std::int64_t m_numPoints = 0; // decoded
+    std::int64_t m_numBytes = 0;  // of the files that were decoded
 };
 
 } // namespace Quillmoran

@@ -66,9 +66,9 @@ void add(QMCmdLine& cmdLine)
         "  By default each channel gets the one of 10, 11, 13, 90, 91, 93, 70, 71 and 73 that "
         "is best for it",
         false, -1);
-    cmdLine.addFlag(
-        "smooth", nullptr,
-        "choose among the transforms that smooth: coarse levels hold averages, not points of the input");
+    cmdLine.addFlag("smooth", nullptr,
+                    "choose among the transforms that smooth.  Coarse levels then hold averages, not points "
+                    "of the input");
     cmdLine.addStringArray(
         "sb", "subblockSize",
         "samples per subblock, for all channels or as <channel>=<samples>.  May be repeated", false, -1);

@@ -6,6 +6,7 @@
 #include "model/ChannelNames.h"
 #include "pack/PackOptions.h"
 #include "text/Printable.h"
+#include "utils/program/Batch.h"
 #include "utils/program/ConsoleProgress.h"
 #include "utils/program/Utils.h"
 #include "utils/sets/Make.h"
@@ -19,6 +20,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 namespace Quillmoran {
 
@@ -66,12 +68,20 @@ void warnOfLostScales(const VX7PointWriter& writer, const PointInfo& layout, con
 
 Packer::Packer() : Program("vxpack", description)
 {
-    m_cmdLine.setStrictNumbers();
+    m_cmdLine.setExamples("INPUT... [-o OUTPUT.vxl | -od DIRECTORY] [OPTION...]",
+                          {{"vxpack survey.laz", "writes survey.vxl"},
+                           {"vxpack *.laz -o all.vxl", "joins files into one"},
+                           {"vxpack tiles/ -od out/", "converts each file of a directory tree"}});
     static const std::string inputHelp =
         "file (" + Formats::listInputs() +
         "), list of files, index or directory.  May be repeated; several files become one cloud";
     m_cmdLine.addStringArray("i", "inputFile", inputHelp.c_str(), true, -1);
-    m_cmdLine.addString("o", "outputFile", "name of output file, ending in .vxl", true);
+    m_cmdLine.setExtra("i");
+    m_cmdLine.addString("o", "outputFile",
+                        "name of output file, ending in .vxl.  By default the name of the only input with "
+                        "this ending",
+                        false);
+    Utils::addBatchOptions(m_cmdLine, "convert each file by itself to a .vxl file in this directory");
     Utils::addDepthOption(m_cmdLine);
     Utils::addTXTPointReaderOptions(m_cmdLine);
     Utils::addGPSWeekOption(m_cmdLine);
@@ -89,15 +99,25 @@ Packer::Packer() : Program("vxpack", description)
         "round coordinates to these steps (x, y, z).  The only option that changes values", false, 3);
     m_cmdLine.addString(
         "order", nullptr,
-        "order of the points: 'input' as they come (default), or 'hilbert' along a curve that keeps "
-        "neighbours together, so that boxes are read faster",
+        "order of the points: input (default) or hilbert.\n"
+        "  'input' keeps the order, 'hilbert' sorts along a curve that keeps neighbours together, so that\n"
+        "  boxes are read faster",
         false);
+    m_cmdLine.setChoices("order", {"input", "hilbert"});
+    m_cmdLine.setChoices("srs", {"same"});
     PackOptions::add(m_cmdLine);
 }
 
 void Packer::checkOptions() const
 {
     Utils::checkQueryOptions(m_cmdLine);
+    const std::vector<std::string> inputs = Utils::getStrings(m_cmdLine, "inputFile");
+    const bool isEach = m_cmdLine.isPresent("outputDirectory");
+    if (isEach && m_cmdLine.isPresent("outputFile"))
+        m_cmdLine.usageError("-outputFile and -outputDirectory exclude each other");
+    if (!isEach && !m_cmdLine.isPresent("outputFile") &&
+        (inputs.size() != 1 || QMFileUtils::isDirectory(inputs[0].c_str())))
+        m_cmdLine.usageError("-outputFile or -outputDirectory is required for several inputs");
     if (const double* steps = m_cmdLine.getFloatArray("quantize"))
         if (std::any_of(steps, steps + 3, [](double step) { return !(step > 0) || std::isinf(step); }))
             m_cmdLine.usageError("the steps of -quantize must be numbers above 0");
@@ -106,53 +126,93 @@ void Packer::checkOptions() const
 bool Packer::work()
 {
     Utils::ignoreWriteSignals();
-    const char* output = m_cmdLine.getString("outputFile");
-    if (Utils::getPointSourceType(output) != POINT_SOURCE_VX7)
-        QM_THROW(ErrorCode::General, "the name of the output must end in '.vxl': '%s'", output);
-    EncodeOptions options = PackOptions::get(m_cmdLine);
+    if (m_cmdLine.isPresent("outputDirectory"))
+        return packEach();
+    Task task;
+    task.inputs = Utils::getStrings(m_cmdLine, "inputFile");
+    task.output = chooseOutput(task.inputs);
+    {
+        Utils::ProgressLine progress;
+        pack(task, progress, m_cmdLine.getFlag("verbose") && !Utils::isQuiet());
+    }
+    printResult(task);
+    return true;
+}
 
-    Utils::ConsoleProgress progress;
+std::string Packer::chooseOutput(const std::vector<std::string>& inputs) const
+{
+    if (m_cmdLine.isPresent("outputFile")) {
+        const char* const output = m_cmdLine.getString("outputFile");
+        if (Utils::getPointSourceType(output) != POINT_SOURCE_VX7)
+            QM_THROW(ErrorCode::General, "the name of the output must end in '.vxl': '%s'", output);
+        return output;
+    }
+    const std::string output = std::filesystem::path(inputs[0]).replace_extension(".vxl");
+    Utils::refuseSameFile(inputs[0].c_str(), output.c_str());
+    if (QMFileUtils::exists(output.c_str()) && !m_cmdLine.getFlag("force"))
+        QM_THROW(ErrorCode::General, "the output '%s' exists; -f replaces it", output.c_str());
+    return output;
+}
+
+void Packer::pack(Task& task, ProgressDelegate& progress, bool verbose) const
+{
+    EncodeOptions options = PackOptions::get(m_cmdLine);
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     files->setNamesErrors();
     Utils::handleWaveformOption(m_cmdLine, files->getOpener());
-    addInputs(*files, progress);
-    if (m_cmdLine.isPresent("srs") && std::strcmp(m_cmdLine.getString("srs"), "same") != 0)
-        QM_THROW(ErrorCode::General, "unknown value '%s' of -srs, it is 'same'", m_cmdLine.getString("srs"));
-    const Scoped<PointSource> source = applyFilters(
-        Utils::openInputs(*files, m_cmdLine.getFlag("verbose"), Utils::getMergeOptions(m_cmdLine)));
+    addInputs(*files, task, progress);
+    const Scoped<PointSource> source =
+        applyFilters(Utils::openInputs(*files, verbose, Utils::getMergeOptions(m_cmdLine)));
 
     const PointInfo layout = Utils::getOutFields(m_cmdLine, *source, true);
     if (!layout.hasValidXYZ()) // otherwise the readers would report it as a fault of the file
         QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
     PackOptions::resolveChannels(options, layout);
-    const auto writer = make<VX7PointWriter>(source.get(), output);
-    warnOfUnrestorable(*files, writer->getMetadata());
+    task.writer = make<VX7PointWriter>(source.get(), task.output.c_str());
+    VX7PointWriter& writer = *task.writer;
+    warnOfUnrestorable(*files, writer.getMetadata());
     if (m_cmdLine.getFlag("dropWaveforms"))
-        writer->setMetadata(Utils::withoutWaveformRecords(writer->getMetadata()));
-    writer->setOptions(options);
-    const std::int64_t count =
-        writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine), layout, &progress);
-    progress.finish();
-    printResult(*writer, count);
-    warnOfLostScales(*writer, layout, output);
-    if (count == 0)
-        Utils::warnOfEmptyOutput(m_cmdLine, *source, Utils::getStrings(m_cmdLine, "filter"));
-    return true;
+        writer.setMetadata(Utils::withoutWaveformRecords(writer.getMetadata()));
+    writer.setOptions(options);
+    task.numPoints =
+        writer.write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine), layout, &progress);
+    task.size = QMFileUtils::getSize(task.output.c_str());
+    warnOfLostScales(writer, layout, task.output.c_str());
+    if (task.numPoints == 0)
+        Utils::warnOfEmptyOutput(m_cmdLine, *source, task.output, Utils::getStrings(m_cmdLine, "filter"));
 }
 
-void Packer::addInputs(FilePointSourceManager& files, ProgressDelegate& delegate) const
+bool Packer::packEach() const
 {
-    const std::vector<std::string> names = Utils::getStrings(m_cmdLine, "inputFile");
+    const auto conversions = Utils::planConversions(
+        Utils::getStrings(m_cmdLine, "inputFile"), Utils::getBatchDepth(m_cmdLine),
+        m_cmdLine.getString("outputDirectory"), ".vxl", [](const char*) { return true; });
+    const auto convert = [this](const Utils::Conversion& conversion, ProgressDelegate& progress) {
+        Task task;
+        task.inputs = {conversion.input};
+        task.output = conversion.output;
+        pack(task, progress, false);
+        return Utils::Converted{task.numPoints, task.size};
+    };
+    const Utils::BatchResult result =
+        Utils::convertAll(conversions, getNumThreads(), m_cmdLine.getFlag("force"), convert);
+    return Utils::reportBatch(result, describeSpeed(result.sum.numPoints));
+}
+
+void Packer::addInputs(FilePointSourceManager& files, const Task& task, ProgressDelegate& delegate) const
+{
     // A mosaic needs the bounds of its files, so text is scanned when it is opened. A single text file is
     // not: the writer reads it twice anyway.
     const bool isMosaic =
-        names.size() > 1 || Utils::getPointSourceType(names[0].c_str()) != POINT_SOURCE_TEXT;
+        task.inputs.size() > 1 || Utils::getPointSourceType(task.inputs[0].c_str()) != POINT_SOURCE_TEXT;
     Utils::setTextOptions(files.getOpener(), isMosaic, m_cmdLine, &delegate);
-    Utils::refuseNamed(m_cmdLine, m_cmdLine.getString("outputFile"));
-    Utils::addNamed(files, m_cmdLine);
+    for (const std::string& name : task.inputs) {
+        Utils::refuseSameFile(name.c_str(), task.output.c_str());
+        Utils::addInput(files, name.c_str(), Utils::getDepth(m_cmdLine));
+    }
     if (files.getNumSources() == 0)
         QM_THROW(ErrorCode::General, "there are no files to read");
-    Utils::refuseInputs(files, m_cmdLine.getString("outputFile"));
+    Utils::refuseInputs(files, task.output.c_str());
 }
 
 void Packer::warnOfUnrestorable(FilePointSourceManager& files, const Metadata& metadata) const
@@ -174,29 +234,27 @@ Scoped<PointSource> Packer::applyFilters(Scoped<PointSource> source) const
         source = make<QuantizeFilter, PointSource>(source.get(), m_cmdLine.getFloatArray("quantize"));
     if (!m_cmdLine.isPresent("order"))
         return source;
-    const char* order = m_cmdLine.getString("order");
-    if (std::strcmp(order, "hilbert") == 0)
+    if (std::strcmp(m_cmdLine.getString("order"), "hilbert") == 0)
         return make<HilbertOrder, PointSource>(source.get());
-    if (std::strcmp(order, "input") != 0)
-        QM_THROW(ErrorCode::General, "unknown order '%s', it is 'input' or 'hilbert'", order);
     return source;
 }
 
-void Packer::printResult(const VX7PointWriter& writer, std::int64_t numPoints) const
+void Packer::printResult(const Task& task) const
 {
-    const std::int64_t size = QMFileUtils::getSize(m_cmdLine.getString("outputFile"));
-    std::printf("%lld points written, %lld bytes", static_cast<long long>(numPoints),
-                static_cast<long long>(size));
-    if (numPoints > 0)
-        std::printf(", %.3f a point", static_cast<double>(size) / static_cast<double>(numPoints));
-    std::putchar('\n');
+    if (Utils::isQuiet())
+        return;
+    std::printf("%lld points written, %lld bytes", static_cast<long long>(task.numPoints),
+                static_cast<long long>(task.size));
+    if (task.numPoints > 0)
+        std::printf(", %.3f a point", static_cast<double>(task.size) / static_cast<double>(task.numPoints));
+    std::printf(", %s\n", describeSpeed(task.numPoints).c_str());
     if (m_cmdLine.isPresent("quantize")) {
         const double* steps = m_cmdLine.getFloatArray("quantize");
         std::printf("coordinates were rounded to steps of %g, %g and %g: this file is not lossless\n",
                     steps[0], steps[1], steps[2]);
     }
     if (m_cmdLine.getFlag("verbose"))
-        printPackReport(writer, numPoints);
+        printPackReport(*task.writer, task.numPoints);
 }
 
 } // namespace Quillmoran

@@ -5,6 +5,10 @@
 #include <vxunpack/FilePointSourceManager.h>
 #include <vxunpack/VX7PointWriter.h>
 
+#include <cstdint>
+#include <string>
+#include <vector>
+
 namespace Quillmoran {
 
 class Packer final : public Program
@@ -16,11 +20,25 @@ private:
     void checkOptions() const override;
     bool work() override;
 
-    void addInputs(FilePointSourceManager& files, ProgressDelegate& delegate) const;
+    // The inputs of one output file, and the file after it was written.
+    struct Task
+    {
+        std::vector<std::string> inputs;
+        std::string output;
+        Scoped<VX7PointWriter> writer;
+        std::int64_t numPoints = 0;
+        std::int64_t size = 0; // bytes
+    };
+
+    // The name of the output, by default that of the only input with another ending.
+    std::string chooseOutput(const std::vector<std::string>& inputs) const;
+    void pack(Task& task, ProgressDelegate& progress, bool verbose) const;
+    bool packEach() const;
+    void addInputs(FilePointSourceManager& files, const Task& task, ProgressDelegate& delegate) const;
     // Warns of a LAS file with too many bytes, or unusual coordinates, to be restored from the output.
     void warnOfUnrestorable(FilePointSourceManager& files, const Metadata& metadata) const;
     Scoped<PointSource> applyFilters(Scoped<PointSource> source) const;
-    void printResult(const VX7PointWriter& writer, std::int64_t numPoints) const;
+    void printResult(const Task& task) const;
 };
 
 } // namespace Quillmoran

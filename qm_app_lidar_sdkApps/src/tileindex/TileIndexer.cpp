@@ -31,7 +31,10 @@ std::string resolved(const std::string& path)
 
 TileIndexer::TileIndexer() : Program("vxindex", description)
 {
-    m_cmdLine.setStrictNumbers();
+    m_cmdLine.setExamples("-o TILES.index INPUT... [OPTION...]",
+                          {{"vxindex -o tiles.index tiles/", "indexes the files of a directory"},
+                           {"vxindex -o tiles.index -u", "updates the index after files have changed"},
+                           {"vxindex -o tiles.index -check", "lists the files and compares each of them"}});
     m_cmdLine.addString("o", "index", "name of the index file, ending in .index", true);
     m_cmdLine.addStringArray("i", "inputFile", "file, list of files or directory to index; may be repeated",
                              false, -1);
@@ -53,6 +56,7 @@ TileIndexer::TileIndexer() : Program("vxindex", description)
     m_cmdLine.addFlag(
         "createOverview", nullptr,
         "write the file of -overview, LAS or LAZ, from the indexed files.  Its fraction is 1/16 by default");
+    m_cmdLine.setChoices("srs", {"same"}, false);
     m_cmdLine.addFlag("removeOverview", nullptr, "remove the overview from the index, but not its file");
     Utils::addTXTPointReaderOptions(m_cmdLine);
     Utils::addWaveformOption(m_cmdLine);
@@ -106,7 +110,7 @@ void TileIndexer::build() const
         writer->setGPSWeek(*merge.gpsWeek);
 
     const std::vector<std::string> inputs = collectInputs(); // until here an interrupt ends the program
-    Utils::ConsoleProgress delegate;
+    Utils::ProgressLine delegate("files");
     Utils::setTextOptions(*m_opener, true, m_cmdLine, &delegate);
     const Changes changes = updateTiles(*writer, inputs, delegate);
     Utils::compareCoordinateSystems(writer->getCoordinateSystems(), merge, Utils::warn);
@@ -119,16 +123,18 @@ void TileIndexer::build() const
             std::string("the overview of '") + index + "' does not cover files that were added or " +
             "changed; queries of small fractions read only the overview. -createOverview makes a new one");
     writer->write(index);
-    delegate.finish();
+    Utils::endProgressLine();
     for (const std::string& warning : writer->getWarnings())
         Utils::warn(warning);
     Utils::warnOfUnknownCoordinateSystems(writer->getUnknownCoordinateSystems(),
                                           "; the index does not keep them", Utils::warn);
     if (writer->getNumPoints() == 0)
         Utils::warn(std::string("'") + index + "': none of the files has points");
-    std::printf("%zu files, %lld points (%zu files added, %zu refreshed, %zu removed)\n",
-                writer->getNumTiles(), static_cast<long long>(writer->getNumPoints()), changes.added,
-                changes.refreshed, changes.removed);
+    if (!Utils::isQuiet())
+        std::printf("%zu files, %lld points (%zu files added, %zu refreshed, %zu removed), %lld bytes, %s\n",
+                    writer->getNumTiles(), static_cast<long long>(writer->getNumPoints()), changes.added,
+                    changes.refreshed, changes.removed, static_cast<long long>(QMFileUtils::getSize(index)),
+                    describeSpeed(writer->getNumPoints()).c_str());
     Utils::setTextOptions(*m_opener, true, m_cmdLine); // the delegate is destroyed on return
 }
 

@@ -1,7 +1,9 @@
 #include "transcode/Transcoder.h"
 
+#include "files/QMFileUtils.h"
 #include "las/header/LASRestore.h"
 #include "model/ChannelNames.h"
+#include "utils/program/Batch.h"
 #include "utils/program/ConsoleProgress.h"
 #include "utils/program/Summary.h"
 #include "utils/program/Utils.h"
@@ -57,7 +59,7 @@ auto explaining(const char* input, Work work)
 
 } // namespace
 
-Transcoder::Transcoder() : Program("vxunpack", description)
+Transcoder::Transcoder() : Program("vxunpack", description, Syntax::Basic)
 {
     Utils::addOutFieldsOption(m_cmdLine);
     m_cmdLine.addString("i", "inputFile", "name of input VX7 file.", true);
@@ -80,94 +82,153 @@ Transcoder::Transcoder() : Program("vxunpack", description)
     m_cmdLine.addFlag("restore", nullptr,
                       "write the LAS file that was packed: its header, records and extra bytes");
     m_cmdLine.addFlag("noVerify", nullptr, "do not compare the points with the digests of the input.");
+    Utils::addBatchOptions(m_cmdLine, "decode each file of the input, a directory or a list, to a file in "
+                                      "this directory");
+    m_cmdLine.setAlternative("outputFile", "outputDirectory");
+    Utils::addDepthOption(m_cmdLine);
+    m_cmdLine.addFlag("timing", nullptr, "print the time and the speed on standard error");
     // The usage text is fixed; the man page documents these.
-    for (const char* option : {"gps", "restore", "noVerify"})
+    for (const char* option : {"gps", "restore", "noVerify", "outputDirectory", "force", "depth", "timing"})
         m_cmdLine.setUndocumented(option);
+}
+
+void Transcoder::checkOptions() const
+{
+    if (m_cmdLine.isPresent("outputDirectory") && m_cmdLine.isPresent("outputFile"))
+        m_cmdLine.usageError("-outputFile and -outputDirectory exclude each other");
 }
 
 bool Transcoder::work()
 {
     Utils::ignoreWriteSignals();
-    const char* input = m_cmdLine.getString("inputFile");
-    const bool verbose = m_cmdLine.getFlag("verbose");
+    if (m_cmdLine.isPresent("outputDirectory"))
+        return unpackEach();
+    const char* const input = m_cmdLine.getString("inputFile");
     if (Utils::getPointSourceType(input) != POINT_SOURCE_VX7)
-        QM_THROW(ErrorCode::General, "unsupported input file format '%s'", input);
-    const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
-    manager->getOpener().setVerifiesDigests(!m_cmdLine.getFlag("noVerify"));
-    manager->addFile(input);
-    m_outputFile = m_cmdLine.getString("outputFile");
-    m_output.emplace(m_outputFile.c_str(), m_cmdLine.getString("outputFormat"));
-    if (m_output->type() == POINT_SOURCE_VX7) // this program decodes
+        Formats::throwUnsupported(input);
+    const char* const output = m_cmdLine.getString("outputFile");
+    Task task = {input, output, OutputChoice(output, m_cmdLine.getString("outputFormat")), {}};
+    if (task.output.type() == POINT_SOURCE_VX7) // this program decodes
         QM_THROW(ErrorCode::General, "unknown output format");
-    if (m_output->type() != POINT_SOURCE_NULL)
-        separateOutputs();
-    const Scoped<PointSource> source = Utils::openInputs(*manager, verbose);
-
-    const Bounds cropBox = Utils::getCropBox(m_cmdLine);
-    const double fraction = Utils::getFraction(m_cmdLine);
-    if (m_output->type() != POINT_SOURCE_NULL)
-        Utils::refuseSameFile(input, m_outputFile.c_str());
-    const PointInfo layout =
-        chooseTime(Utils::getOutFields(m_cmdLine, *source, hasNames(m_cmdLine.getString("outFields"))));
-    const Scoped<PointWriter> writer =
-        m_output->createWriter(*source, m_outputFile, layout, m_standardOutput.get());
-    auto* const las = dynamic_cast<LASPointWriter*>(writer.get());
-    if (m_cmdLine.getFlag("restore")) {
-        if (!las)
-            QM_THROW(ErrorCode::General, "-restore is for LAS and LAZ output");
-        if (m_cmdLine.isPresent("scale") || m_cmdLine.isPresent("offset"))
-            QM_THROW(ErrorCode::General, "-restore writes the scale and offset of the file that was packed; "
-                                         "-sc and -ofs cannot change them");
-        las->setRestores(true);
-        if (!las->getMetadata().has(LASRestore::key))
-            Utils::warn(std::string("'") + input +
-                        "' has no record of a LAS file that was packed; the header of the output is new");
-    }
-    if (las && m_cmdLine.isPresent("gps"))
-        las->setPrefersNonzeroTime(equalsIgnoringCase(m_cmdLine.getString("gps"), "nonzero"));
-    configure(*writer);
-    warnOfRounding(*source, layout);
-
+    if (task.output.type() != POINT_SOURCE_NULL)
+        separateOutputs(task);
+    const bool verbose = m_cmdLine.getFlag("verbose");
     Utils::ConsoleProgress progress;
-    const long long count =
-        explaining(input, [&] { return writer->write(cropBox, fraction, layout, &progress); });
-    progress.finish();
-    std::printf("%lld points written\n", count);
-    if (las)
-        Utils::warnOfLASOutput(*las, layout, m_cmdLine.getString("outputFile"),
-                               m_cmdLine.getFlag("restore") ? "" : "; -restore keeps them", Utils::warn);
+    unpack(task, verbose, progress);
+    if (m_cmdLine.getFlag("timing"))
+        printRun(stderr, task.numPoints, task.size);
     // This program does not declare "parse", so in verbose runs this lookup is a configuration error that
     // ends the run with status 1. The output is already complete.
     return !verbose || m_cmdLine.isPresent("parse");
 }
 
-// Keeps messages apart from points that are written to standard output.
-void Transcoder::separateOutputs()
+void Transcoder::unpack(Task& task, bool verbose, ProgressDelegate& progress) const
 {
-    if (m_outputFile.empty())
+    const char* const input = task.input.c_str();
+    const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
+    manager->getOpener().setVerifiesDigests(!m_cmdLine.getFlag("noVerify"));
+    manager->addFile(input);
+    const Scoped<PointSource> source = Utils::openInputs(*manager, verbose);
+
+    const Bounds cropBox = Utils::getCropBox(m_cmdLine);
+    const double fraction = Utils::getFraction(m_cmdLine);
+    if (task.output.type() != POINT_SOURCE_NULL)
+        Utils::refuseSameFile(input, task.outputFile.c_str());
+    const PointInfo layout =
+        chooseTime(task, Utils::getOutFields(m_cmdLine, *source, hasNames(m_cmdLine.getString("outFields"))));
+    const Scoped<PointWriter> writer =
+        task.output.createWriter(*source, task.outputFile, layout, task.standardOutput.get());
+    auto* const las = dynamic_cast<LASPointWriter*>(writer.get());
+    if (m_cmdLine.getFlag("restore"))
+        restore(task, las);
+    if (las && m_cmdLine.isPresent("gps"))
+        las->setPrefersNonzeroTime(equalsIgnoringCase(m_cmdLine.getString("gps"), "nonzero"));
+    configure(*writer);
+    warnOfRounding(task, *source, layout);
+
+    task.numPoints = explaining(input, [&] { return writer->write(cropBox, fraction, layout, &progress); });
+    if (task.output.type() != POINT_SOURCE_NULL && !task.standardOutput)
+        task.size = QMFileUtils::getSize(task.outputFile.c_str());
+    if (auto* const console = dynamic_cast<Utils::ConsoleProgress*>(&progress)) {
+        console->finish();
+        if (!Utils::isQuiet())
+            std::printf("%lld points written\n", task.numPoints);
+    }
+    if (las)
+        Utils::warnOfLASOutput(*las, layout, task.outputFile.c_str(),
+                               m_cmdLine.getFlag("restore") ? "" : "; -restore keeps them", Utils::warn);
+}
+
+bool Transcoder::unpackEach() const
+{
+    const char* const format = m_cmdLine.getString("outputFormat");
+    if (!format)
+        QM_THROW(ErrorCode::General, "-od needs the format of the outputs: -of txt, las, laz or bpf");
+    // "las" and "laz" are chosen by the endings of the names, so that the version is the writer's default.
+    const bool byEnding = equalsIgnoringCase(format, "las") || equalsIgnoringCase(format, "laz");
+    const std::string ending = byEnding ? equalsIgnoringCase(format, "las") ? ".las" : ".laz"
+                                        : Formats::endingOf(OutputChoice("", format).type());
+    const auto conversions =
+        Utils::planConversions({m_cmdLine.getString("inputFile")}, Utils::getBatchDepth(m_cmdLine),
+                               m_cmdLine.getString("outputDirectory"), ending.c_str(), [](const char* name) {
+                                   return Utils::getPointSourceType(name) == POINT_SOURCE_VX7;
+                               });
+    const auto convert = [&](const Utils::Conversion& conversion, ProgressDelegate& progress) {
+        if (Utils::getPointSourceType(conversion.input.c_str()) != POINT_SOURCE_VX7)
+            Formats::throwUnsupported(conversion.input.c_str());
+        Task task = {conversion.input,
+                     conversion.output,
+                     OutputChoice(conversion.output.c_str(), byEnding ? nullptr : format),
+                     {}};
+        unpack(task, false, progress);
+        return Utils::Converted{task.numPoints, task.size};
+    };
+    const Utils::BatchResult result =
+        Utils::convertAll(conversions, getNumThreads(), m_cmdLine.getFlag("force"), convert);
+    return Utils::reportBatch(result, describeSpeed(result.sum.numPoints));
+}
+
+// Keeps messages apart from points that are written to standard output.
+void Transcoder::separateOutputs(Task& task)
+{
+    if (task.outputFile.empty())
         QM_THROW(ErrorCode::General, "the name of the output file is empty");
-    if (!Utils::isStandardOutput(m_outputFile.c_str()))
+    if (!Utils::isStandardOutput(task.outputFile.c_str()))
         return;
-    if (m_output->type() == POINT_SOURCE_TEXT) {
-        m_standardOutput = Utils::divertStandardOutput(m_outputFile.c_str());
+    if (task.output.type() == POINT_SOURCE_TEXT) {
+        task.standardOutput = Utils::divertStandardOutput(task.outputFile.c_str());
         return;
     }
     // Other formats are written to a temporary file that then takes the name of the output. After the
     // diversion "/dev/stdout" would name standard error, so the name of the file is found before.
     std::error_code error;
-    const std::filesystem::path path = std::filesystem::canonical(m_outputFile, error);
+    const std::filesystem::path path = std::filesystem::canonical(task.outputFile, error);
     if (!error && std::filesystem::is_regular_file(path, error)) {
-        m_outputFile = path;
-        Utils::divertStandardOutput(m_outputFile.c_str());
+        task.outputFile = path;
+        Utils::divertStandardOutput(task.outputFile.c_str());
     }
 }
 
+// Configures the writer to give back the file that was packed.
+void Transcoder::restore(const Task& task, LASPointWriter* writer) const
+{
+    if (!writer)
+        QM_THROW(ErrorCode::General, "-restore is for LAS and LAZ output");
+    if (m_cmdLine.isPresent("scale") || m_cmdLine.isPresent("offset"))
+        QM_THROW(ErrorCode::General, "-restore writes the scale and offset of the file that was packed; "
+                                     "-sc and -ofs cannot change them");
+    writer->setRestores(true);
+    if (!writer->getMetadata().has(LASRestore::key))
+        Utils::warn('\'' + task.input +
+                    "' has no record of a LAS file that was packed; the header of the output is new");
+}
+
 // Removes the time that "gps" does not choose.
-PointInfo Transcoder::chooseTime(const PointInfo& layout) const
+PointInfo Transcoder::chooseTime(const Task& task, const PointInfo& layout) const
 {
     if (!m_cmdLine.isPresent("gps"))
         return layout;
-    if (!m_output->isLAS())
+    if (!task.output.isLAS())
         QM_THROW(ErrorCode::General, "-gps is for LAS and LAZ output");
     const char* const choice = m_cmdLine.getString("gps");
     const bool week = equalsIgnoringCase(choice, "week");
@@ -180,7 +241,7 @@ PointInfo Transcoder::chooseTime(const PointInfo& layout) const
     const char* const kept = week ? ChannelNames::gpsTime : ChannelNames::gpsTimeAdjusted;
     const char* const dropped = week ? ChannelNames::gpsTimeAdjusted : ChannelNames::gpsTime;
     if (!layout.hasChannel(kept))
-        QM_THROW(ErrorCode::General, "'%s' has no channel '%s'", m_cmdLine.getString("inputFile"), kept);
+        QM_THROW(ErrorCode::General, "'%s' has no channel '%s'", task.input.c_str(), kept);
     PointInfo chosen;
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i)
         if (!layout.getChannel(i).isNamed(dropped))
@@ -199,10 +260,10 @@ void Transcoder::configure(PointWriter& writer) const
 }
 
 // LAS rounds coordinates that are not multiples of its scale.
-void Transcoder::warnOfRounding(const PointSource& source, const PointInfo& layout) const
+void Transcoder::warnOfRounding(const Task& task, const PointSource& source, const PointInfo& layout) const
 {
-    if (m_output->isLAS() && !m_cmdLine.isPresent("scale"))
-        Utils::warnOfRounding(source, layout, m_outputFile, "; -sc chooses another", Utils::warn);
+    if (task.output.isLAS() && !m_cmdLine.isPresent("scale"))
+        Utils::warnOfRounding(source, layout, task.outputFile, "; -sc chooses another", Utils::warn);
 }
 
 } // namespace Quillmoran

@@ -4,10 +4,12 @@
 #include "utils/program/Program.h"
 #include "utils/sets/Formats.h"
 
-#include <optional>
+#include <cstdint>
 #include <string>
 
 namespace Quillmoran {
+
+class LASPointWriter;
 
 class Transcoder final : public Program
 {
@@ -15,16 +17,27 @@ public:
     Transcoder();
 
 private:
+    // One input and its output.
+    struct Task
+    {
+        std::string input;
+        std::string outputFile;
+        OutputChoice output;
+        Scoped<IO> standardOutput; // of text that is written to it
+        long long numPoints = 0;
+        std::int64_t size = 0; // of the output in bytes, if it is a file
+    };
+
+    void checkOptions() const override;
     bool work() override;
 
-    void separateOutputs();
-    PointInfo chooseTime(const PointInfo& layout) const;
+    void unpack(Task& task, bool verbose, ProgressDelegate& progress) const;
+    bool unpackEach() const;
+    static void separateOutputs(Task& task);
+    PointInfo chooseTime(const Task& task, const PointInfo& layout) const;
+    void restore(const Task& task, LASPointWriter* writer) const;
     void configure(PointWriter& writer) const;
-    void warnOfRounding(const PointSource& source, const PointInfo& layout) const;
-
-    std::optional<OutputChoice> m_output;
-    std::string m_outputFile;
-    Scoped<IO> m_standardOutput; // of text that is written to it
+    void warnOfRounding(const Task& task, const PointSource& source, const PointInfo& layout) const;
 };
 
 } // namespace Quillmoran

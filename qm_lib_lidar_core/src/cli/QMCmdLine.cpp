@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string>
 #include <utility>
@@ -164,11 +165,9 @@ void QMCmdLine::setExtra(const char* name)
         configError("setExtra already declared for option %s", m_extra->getMessageName());
         return;
     }
-    Option* option = findOption(name);
-    if (option == nullptr) {
-        configError("option %s invalid", orEmpty(name));
+    Option* option = requireOption(name);
+    if (option == nullptr)
         return;
-    }
     if (dynamic_cast<OptionFlag*>(option) != nullptr) {
         configError("option %s is of type Flag, can't be declared Extra", option->getMessageName());
         return;
@@ -178,18 +177,14 @@ void QMCmdLine::setExtra(const char* name)
 
 void QMCmdLine::setUndocumented(const char* name)
 {
-    if (Option* option = findOption(name))
+    if (Option* option = requireOption(name))
         option->isUndocumented = true;
-    else
-        configError("option %s invalid", orEmpty(name));
 }
 
 bool QMCmdLine::getUndocumented(const char* name) const
 {
-    if (const Option* option = findOption(name))
-        return option->isUndocumented;
-    configError("option %s invalid", orEmpty(name));
-    return false;
+    const Option* option = requireOption(name);
+    return option != nullptr && option->isUndocumented;
 }
 
 void QMCmdLine::parse(int argc, const char* const* argv)
@@ -201,7 +196,7 @@ void QMCmdLine::parse(int argc, const char* const* argv)
         if (m_usingStandardOptions)
             runStandardOptions();
         if (unknownSwitch != nullptr)
-            usageError("unrecognized switch -%s", unknownSwitch);
+            reportUnknown(unknownSwitch);
         checkRequired();
     });
 }
@@ -210,14 +205,15 @@ void QMCmdLine::parse(int argc, const char* const* argv)
 const char* QMCmdLine::readArguments()
 {
     const char* unknownSwitch = nullptr;
+    bool optionsEnd = false;
     int index = 1;
     while (index < m_argc) {
         const char* text = m_argv[index];
-        if (text[0] == '-') {
+        if (m_extendedSyntax && !optionsEnd && std::strcmp(text, "--") == 0) {
+            optionsEnd = true;
             ++index;
-            if (Option* option = findOption(text + 1))
-                option->setArg(index, m_argc, m_argv);
-            else if (unknownSwitch == nullptr)
+        } else if (text[0] == '-' && !optionsEnd && !(m_extendedSyntax && text[1] == '\0')) {
+            if (!readSwitch(index) && unknownSwitch == nullptr)
                 unknownSwitch = text + 1;
         } else if (m_extra != nullptr) {
             m_extra->setArg(index, m_argc, m_argv);
@@ -227,6 +223,15 @@ const char* QMCmdLine::readArguments()
         }
     }
     return unknownSwitch;
+}
+
+void QMCmdLine::reportUnknown(const char* unknownSwitch) const
+{
+    const std::string suggestion = m_extendedSyntax ? suggest(unknownSwitch) : "";
+    if (suggestion.empty())
+        usageError("unrecognized switch -%s", unknownSwitch);
+    else
+        usageError("unrecognized switch -%s; did you mean -%s?", unknownSwitch, suggestion.c_str());
 }
 
 void QMCmdLine::runStandardOptions() const
@@ -245,7 +250,8 @@ void QMCmdLine::runStandardOptions() const
 void QMCmdLine::checkRequired() const
 {
     for (const auto& option : m_options) {
-        if (!option->isRequired || option->isPresent)
+        if (!option->isRequired || option->isPresent ||
+            (option->alternative != nullptr && option->alternative->isPresent))
             continue;
         usageError(option->isExtra() ? "required %s argument(s) not present"
                                      : "required switch -%s not present",
@@ -263,8 +269,24 @@ QMCmdLine::Option* QMCmdLine::findOption(const char* name) const
     return nullptr;
 }
 
+QMCmdLine::Option* QMCmdLine::requireOption(const char* name) const
+{
+    Option* option = findOption(name);
+    if (option == nullptr)
+        configError("option %s invalid", orEmpty(name));
+    return option;
+}
+
 void QMCmdLine::showShortUsageMessage() const
 {
+    if (m_synopsis != nullptr) {
+        showExamples();
+        std::printf("\n%s.  Options:\n\n", m_appDescShort);
+        for (const auto& option : m_options)
+            if (!option->isUndocumented)
+                option->showLine();
+        return;
+    }
     std::printf("Usage: %s ", m_appName);
     for (const auto& option : m_options) {
         if (option->isUndocumented)
@@ -273,7 +295,7 @@ void QMCmdLine::showShortUsageMessage() const
             std::printf("[");
         if (!option->isExtra())
             std::printf("-%s", option->shortName);
-        option->showArgMessage();
+        std::printf("%s", option->getArgumentText().c_str());
         std::printf(option->isRequired ? " " : "] ");
     }
     std::printf("\n%s\n", m_appDescShort);
@@ -282,6 +304,10 @@ void QMCmdLine::showShortUsageMessage() const
 void QMCmdLine::showLongUsageMessage() const
 {
     std::printf("%s: %s\n%s\n", m_appName, m_versionText.c_str(), m_appDescLong);
+    if (m_synopsis != nullptr) {
+        std::printf("\n");
+        showExamples();
+    }
     for (const auto& option : m_options)
         if (!option->isUndocumented)
             option->showLongUsage();

@@ -87,12 +87,34 @@ public:
     // Makes parse() report arguments that are not numbers of the option's type as usage errors: text before
     // or after the number, values out of range, NaN. Infinities are "inf", "+inf" and "-inf".
     void setStrictNumbers() { m_strictNumbers = true; }
+    // Makes parse() accept the syntax that users of other programs expect. "--" ends the options, and "-" is
+    // a positional argument. "--crop", "--gpsWeek", "--gps-week" and "--gpsWeek=2000" are options, in which
+    // case and hyphens do not matter. An unknown option suggests the nearest name.
+    void setExtendedSyntax() { m_extendedSyntax = true; }
+
+    // The usage texts begin with these instead of a list of all options. `synopsis` is the command line
+    // without the name of the program; an example is a command and what it does.
+    struct Example
+    {
+        const char* command;
+        const char* effect;
+    };
+    void setExamples(const char* synopsis, std::vector<Example> examples);
+    // What the values of an option are, as in "FILE": a word of the usage texts in place of the type.
+    void setArgumentName(const char* name, const char* argumentName);
+    // The values of an option. parse() ignores their case and replaces a value by the one of this list. Other
+    // values are usage errors if the numbers are strict and the list is closed; the getters return them.
+    void setChoices(const char* name, std::vector<const char*> choices, bool isClosed = true);
+    // Allows a required option to be absent if the other one is present.
+    void setAlternative(const char* name, const char* other);
+
     // The exit status of usage errors, 1 by default.
     void setErrorStatus(int status) { m_errorStatus = status; }
 
     // argv[0] is the program name. Values of an earlier parse() are kept until they are replaced.
     void parse(int argc, const char* const* argv);
 
+    bool hasOption(const char* name) const { return findOption(name) != nullptr; }
     bool isPresent(const char* name) const;
     bool getFlag(const char* name) const;
     bool getBool(const char* name) const;
@@ -134,7 +156,8 @@ private:
     void addOption(const Declaration& declaration);
     void checkUniqueName(const char* name) const;
 
-    Option* findOption(const char* name) const; // null if there is none
+    Option* findOption(const char* name) const;    // null if there is none
+    Option* requireOption(const char* name) const; // null after a configuration error
     template <class OptionKind>
     const OptionKind* findOfKind(const char* name) const;
     template <class OptionKind>
@@ -143,6 +166,12 @@ private:
     auto getArray(const char* name, std::size_t& count) const;
 
     const char* readArguments(); // returns the name of the first unknown switch, or null
+    // Reads the switch argv[index] with its arguments and advances index. Returns false for an unknown name.
+    bool readSwitch(int& index);
+    Option* findExtended(const std::string& name) const;
+    void reportUnknown(const char* unknownSwitch) const;
+    std::string suggest(const char* unknownSwitch) const; // empty if no name is near
+    void showExamples() const;
     void runStandardOptions() const;
     void checkRequired() const;
 
@@ -159,6 +188,9 @@ private:
     int m_argc = -1; // -1: not parsed yet
     bool m_usingStandardOptions;
     bool m_strictNumbers = false;
+    bool m_extendedSyntax = false;
+    const char* m_synopsis = nullptr;
+    std::vector<Example> m_examples;
     int m_errorStatus = 1;
     Option* m_extra = nullptr; // one of m_options, or null
     ExitHandler m_exitHandler;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
+#include <string>
 #include <strings.h>
 #include <type_traits>
 
@@ -93,8 +94,7 @@ void QMCmdLine::Option::showLongUsage() const
     std::printf("\n  %s%s", dash, shortName);
     if (longName != nullptr)
         std::printf(" or %s%s", dash, longName);
-    showArgMessage();
-    std::printf("\n%s  %s\n", isRequired ? "  [required]\n" : "", description);
+    std::printf("%s\n%s  %s\n", getArgumentText().c_str(), isRequired ? "  [required]\n" : "", description);
 }
 
 void QMCmdLine::Option::dump() const
@@ -142,7 +142,10 @@ void QMCmdLine::OptionArray<T>::setArg(int& index, int argc, const char* const* 
     for (const int end = index + wanted; index < end; ++index) {
         if (parser.m_strictNumbers && !isNumber<T>(argv[index]))
             parser.usageError("bad value '%s' of option -%s", argv[index], getMessageName());
-        values.push_back(convert<T>(parser, argv[index]));
+        if constexpr (std::is_same_v<T, const char*>)
+            values.push_back(findChoice(argv[index]));
+        else
+            values.push_back(convert<T>(parser, argv[index]));
     }
     isPresent = true;
 }
@@ -157,15 +160,15 @@ void QMCmdLine::OptionArray<T>::dumpDerived() const
 }
 
 template <class T>
-void QMCmdLine::OptionArray<T>::showArgMessage() const
+std::string QMCmdLine::OptionArray<T>::getArgumentText() const
 {
-    if (numArgs < 2) {
-        const char* const ending = numArgs < 0 ? "*" : numArgs == 0 ? "s..." : "";
-        std::printf(" %s%s", getTypeWord(), ending);
-        return;
-    }
-    for (int i = 0; i < numArgs; ++i)
-        std::printf(" %s%d", getTypeWord(), i);
+    const std::string word = std::string(" ") + (argumentName != nullptr ? argumentName : getTypeWord());
+    if (numArgs < 2)
+        return word + (numArgs == 0 ? "s..." : numArgs < 0 && argumentName == nullptr ? "*" : "");
+    std::string text = argumentName != nullptr ? word : "";
+    for (int i = 0; i < numArgs && argumentName == nullptr; ++i)
+        text += word + std::to_string(i);
+    return text;
 }
 
 template struct QMCmdLine::OptionArray<bool>;

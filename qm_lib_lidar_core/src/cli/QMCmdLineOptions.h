@@ -28,18 +28,28 @@ struct QMCmdLine::Option : Declaration
     // too few, skips them, reports a usage error and keeps the old values.
     virtual void setArg(int& index, int argc, const char* const* argv) = 0;
     virtual void dumpDerived() const = 0;
-    virtual void showArgMessage() const = 0;
+    // The arguments in usage texts, as in " FLOAT0 FLOAT1".
+    virtual std::string getArgumentText() const = 0;
 
     bool hasName(const char* name) const;
     // The name in messages: the long name, if there is one, since it is more descriptive.
     const char* getMessageName() const { return longName != nullptr ? longName : shortName; }
     bool isExtra() const { return parser.m_extra == this; }
+    // The choice that equals the argument, ignoring case, or the argument. Usage errors are those of
+    // setChoices().
+    const char* findChoice(const char* argument) const;
+    // One line: names, arguments and the beginning of the description.
+    void showLine() const;
     void showLongUsage() const;
     void dump() const;
 
     const QMCmdLine& parser;
     bool isPresent = false;
     bool isUndocumented = false;
+    const char* argumentName = nullptr;
+    std::vector<const char*> choices;
+    bool hasOtherValues = false;         // besides the choices
+    const Option* alternative = nullptr; // which makes this one optional
 };
 
 struct QMCmdLine::OptionFlag final : QMCmdLine::Option
@@ -48,7 +58,7 @@ struct QMCmdLine::OptionFlag final : QMCmdLine::Option
 
     void setArg(int&, int, const char* const*) override { isPresent = true; }
     void dumpDerived() const override;
-    void showArgMessage() const override {}
+    std::string getArgumentText() const override { return {}; }
 };
 
 // Options with values of type T.
@@ -60,7 +70,7 @@ struct QMCmdLine::OptionArray final : QMCmdLine::Option
 
     void setArg(int& index, int argc, const char* const* argv) override;
     void dumpDerived() const override;
-    void showArgMessage() const override;
+    std::string getArgumentText() const override;
 
     static const char* getTypeWord();
 

@@ -1,29 +1,158 @@
 #include "utils/program/ConsoleProgress.h"
 
 #include "text/Printable.h"
+#include "utils/program/Program.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <mutex>
+#include <sys/ioctl.h>
+#include <unistd.h>
+#include <utility>
 
 namespace Quillmoran::Utils {
+
+namespace {
+
+std::mutex statusMutex; // of the two variables
+std::chrono::steady_clock::time_point nextStatus;
+bool isStatusShown = false;
+
+bool isFrameShown = false; // of ConsoleProgress; used by the main thread
+
+// A longer line would wrap, and could not be erased.
+std::size_t getTerminalWidth()
+{
+    constexpr std::size_t usual = 80;
+    struct winsize size = {};
+    return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : usual;
+}
+
+} // namespace
+
+ConsoleProgress::ConsoleProgress() : m_isTerminal(::isatty(STDOUT_FILENO) == 1)
+{}
 
 void ConsoleProgress::reportProgress(double fraction, const char* message)
 {
     constexpr double almostDone = 0.9999; // rounding must not show 100 %
     m_message = message;
-    if (!(fraction > almostDone))
-        PercentProgressDelegate::reportProgress(fraction, message);
+    if (!m_isTerminal || isQuiet() || fraction > almostDone)
+        return;
+    isFrameShown = true;
+    PercentProgressDelegate::reportProgress(fraction, message);
 }
 
 void ConsoleProgress::finish()
 {
+    if (isQuiet())
+        return;
     if (m_message)
         PercentProgressDelegate::reportProgress(1, m_message);
     std::putchar('\n');
+    isFrameShown = false;
 }
 
 void ConsoleProgress::displayWarning(const char* text)
 {
-    PercentProgressDelegate::displayWarning(printable(text).c_str());
+    if (!isQuiet())
+        PercentProgressDelegate::displayWarning(printable(text).c_str());
+}
+
+ProgressLine::~ProgressLine()
+{
+    StatusLine::erase();
+}
+
+void ProgressLine::reportProgress(double fraction, const char* message)
+{
+    const Clock::time_point now = Clock::now();
+    if (std::exchange(m_message, message) != message || getCompleted() < m_activityCompleted) {
+        m_activityBegin = now;
+        m_activityCompleted = getCompleted();
+    }
+    if (!StatusLine::isDue())
+        return;
+    const auto secondsSince = [now](Clock::time_point begin) {
+        return std::chrono::duration<double>(now - begin).count();
+    };
+    constexpr double settled = 0.5; // seconds after which a rate says something
+    fraction = std::isfinite(fraction) ? std::clamp(fraction, 0.0, 0.999) : 0;
+    char percentage[16];
+    std::snprintf(percentage, sizeof percentage, "%5.1f%%  ", fraction * 100);
+    std::string line = percentage + std::string(message);
+    if (const double seconds = secondsSince(m_activityBegin); seconds > settled)
+        line += "  " + StatusLine::formatCount((getCompleted() - m_activityCompleted) / seconds) + ' ' +
+                m_unit + "/s";
+    if (const double seconds = secondsSince(m_begin); seconds > settled && fraction > 0)
+        line += "  " + StatusLine::formatDuration(seconds * (1 - fraction) / fraction) + " left";
+    StatusLine::draw(line);
+}
+
+void ProgressLine::displayWarning(const char* text)
+{
+    warn(text);
+}
+
+bool StatusLine::isDue()
+{
+    static const bool isTerminal = ::isatty(STDERR_FILENO) == 1;
+    constexpr std::chrono::milliseconds interval(100);
+    if (!isTerminal || isQuiet())
+        return false;
+    const std::lock_guard<std::mutex> lock(statusMutex);
+    const auto now = std::chrono::steady_clock::now();
+    if (now < nextStatus)
+        return false;
+    nextStatus = now + interval;
+    return true;
+}
+
+void StatusLine::draw(const std::string& text)
+{
+    const std::lock_guard<std::mutex> lock(statusMutex);
+    std::fprintf(stderr, "\r%s\033[K", text.substr(0, getTerminalWidth() - 1).c_str());
+    std::fflush(stderr);
+    isStatusShown = true;
+}
+
+void StatusLine::erase()
+{
+    const std::lock_guard<std::mutex> lock(statusMutex);
+    if (std::exchange(isStatusShown, false))
+        std::fputs("\r\033[K", stderr);
+}
+
+std::string StatusLine::formatDuration(double seconds)
+{
+    constexpr double longest = 359999; // 99 hours
+    const long whole = std::lround(std::clamp(seconds, 0.0, longest));
+    char text[32];
+    if (whole < 3600)
+        std::snprintf(text, sizeof text, "%ld:%02ld", whole / 60, whole % 60);
+    else
+        std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", whole / 3600, whole / 60 % 60, whole % 60);
+    return text;
+}
+
+std::string StatusLine::formatCount(double count)
+{
+    static constexpr const char* prefixes[] = {"", " k", " M", " G", " T"};
+    const char* const* prefix = prefixes;
+    for (; count >= 999.5 && prefix + 1 != std::end(prefixes); ++prefix)
+        count /= 1000;
+    char text[32];
+    std::snprintf(text, sizeof text, "%.3g%s", count, *prefix);
+    return text;
+}
+
+void endProgressLine()
+{
+    StatusLine::erase();
+    if (std::exchange(isFrameShown, false))
+        std::putchar('\n');
+    std::fflush(stdout);
 }
 
 } // namespace Quillmoran::Utils

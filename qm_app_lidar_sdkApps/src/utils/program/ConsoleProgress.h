@@ -1,15 +1,23 @@
-// The progress line of all programs.
+// The progress that programs show on a terminal. Logs and pipes get none of it.
 #pragma once
 
 #include "framework/PercentProgressDelegate.h"
 
+#include <chrono>
+#include <string>
+
 namespace Quillmoran::Utils {
 
-// Parts of the total work are estimates, such as the lines of a text file or the points in a box. The line
-// shows at most 99.99 % before finish(), so 100 % means that the run succeeded.
+// Frames of vxunpack on standard output: a percentage that overwrites itself. Without a terminal there is only
+// the last frame.
+//
+// Parts of the total work are estimates, such as the lines of a text file or the points in a box. The frames
+// show at most 99.99 % before finish(), so 100 % means that the run succeeded.
 class ConsoleProgress final : public PercentProgressDelegate
 {
 public:
+    ConsoleProgress();
+
     void reportProgress(double fraction, const char* message) override;
     // Escapes control characters of names from files.
     void displayWarning(const char* text) override;
@@ -17,7 +25,48 @@ public:
     void finish();
 
 private:
+    const bool m_isTerminal;
     const char* m_message = nullptr;
 };
+
+// The line of the other programs, on standard error: activity, percentage, rate and time left.
+class ProgressLine final : public PercentProgressDelegate
+{
+public:
+    // `unit`, a literal, is what the operation counts.
+    explicit ProgressLine(const char* unit = "points") : m_unit(unit) {}
+    ~ProgressLine() override;
+
+    void reportProgress(double fraction, const char* message) override;
+    void displayWarning(const char* text) override;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    const char* const m_unit;
+    const Clock::time_point m_begin = Clock::now();
+    const char* m_message = nullptr; // the current activity, with its beginning:
+    Clock::time_point m_activityBegin;
+    double m_activityCompleted = 0;
+};
+
+// The last line of a terminal, drawn on standard error and erased before anything else is printed. Several
+// threads may use it at the same time.
+namespace StatusLine {
+
+// Whether a line should be drawn now: on a terminal, unless the run is quiet, ten times a second.
+bool isDue();
+void draw(const std::string& text);
+void erase();
+
+// "0:07", "1:02:03"
+std::string formatDuration(double seconds);
+// "950", "12.3 k", "4.56 M"
+std::string formatCount(double count);
+
+} // namespace StatusLine
+
+// Erases the line of progress, or ends the line of a frame, so that a message can be printed.
+void endProgressLine();
 
 } // namespace Quillmoran::Utils

@@ -1,6 +1,7 @@
 #include "utils/program/Program.h"
 
 #include "text/Printable.h"
+#include "utils/program/ConsoleProgress.h"
 #include "utils/program/Utils.h"
 #include "utils/sets/ThreadLimit.h"
 #include <vxunpack/Base.h>
@@ -17,18 +18,54 @@
 
 namespace Quillmoran {
 
-Program::Program(const char* name, const char* description, int status)
-    : m_cmdLine(name, description, description, true)
+namespace {
+
+bool isQuietRun = false;
+
+} // namespace
+
+Program::Program(const char* name, const char* description, Syntax syntax, int status)
+    : m_cmdLine(name, description, description, true), m_syntax(syntax)
 {
     m_cmdLine.setErrorStatus(status);
     Utils::setVersion(m_cmdLine);
     Utils::addCommonOptions(m_cmdLine);
+    m_cmdLine.addFlag("q", "quiet", "print nothing but errors");
+    if (syntax == Syntax::Basic) {
+        m_cmdLine.setUndocumented("quiet"); // the usage text is fixed
+        return;
+    }
+    m_cmdLine.setStrictNumbers();
+    m_cmdLine.setExtendedSyntax();
 }
 
 void Program::parse(int argc, const char* const* argv)
 {
+    if (m_syntax == Syntax::Extended)
+        Utils::nameArguments(m_cmdLine);
     m_cmdLine.parse(argc, argv);
+    isQuietRun = m_cmdLine.getFlag("quiet");
     checkOptions();
+}
+
+unsigned Program::getNumThreads() const
+{
+    return ThreadLimit::resolve(m_cmdLine.getUint("numThreads"));
+}
+
+std::string Program::describeSpeed(std::int64_t numPoints) const
+{
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_begin).count();
+    char text[80];
+    std::snprintf(text, sizeof text, "%.3f s, %.0f points/s", seconds,
+                  static_cast<double>(numPoints) / seconds);
+    return text;
+}
+
+void Program::printRun(std::FILE* stream, std::int64_t numPoints, std::int64_t numBytes) const
+{
+    std::fprintf(stream, "%lld points, %lld bytes, %s\n", static_cast<long long>(numPoints),
+                 static_cast<long long>(numBytes), describeSpeed(numPoints).c_str());
 }
 
 bool Program::run()
@@ -53,17 +90,17 @@ void occupyStandardStreams()
                    stream == STDIN_FILENO ? O_WRONLY : O_RDONLY); // gets the lowest free descriptor
 }
 
-// On a terminal, begins a new line after an unfinished progress line.
-void endProgressLine()
+} // namespace
+
+bool isQuiet() noexcept
 {
-    if (isatty(STDOUT_FILENO))
-        std::putchar('\n');
-    std::fflush(stdout);
+    return isQuietRun;
 }
 
 // Also works if there is no memory left to escape the text.
 void printError(const char* text)
 {
+    endProgressLine();
     try {
         std::fprintf(stderr, "Error: %s\n", printable(text).c_str());
     } catch (const std::bad_alloc&) {
@@ -74,15 +111,12 @@ void printError(const char* text)
     }
 }
 
-} // namespace
-
 int runProgram(const std::function<bool()>& run, int errorStatus)
 {
     occupyStandardStreams();
     try {
         return run() ? 0 : 1;
     } catch (const std::exception& error) {
-        endProgressLine();
         printError(error.what());
     } catch (...) {
         endProgressLine();
@@ -93,6 +127,8 @@ int runProgram(const std::function<bool()>& run, int errorStatus)
 
 void warn(const std::string& text)
 {
+    if (isQuiet())
+        return;
     endProgressLine();
     std::fprintf(stderr, "Warning: %s\n", printable(text).c_str());
 }

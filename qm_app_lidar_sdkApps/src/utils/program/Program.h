@@ -4,6 +4,9 @@
 #include "cli/QMCmdLine.h"
 #include <vxunpack/IO.h>
 
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <string>
 
@@ -13,6 +16,12 @@ namespace Quillmoran {
 class Program
 {
 public:
+    enum class Syntax
+    {
+        Basic,   // as vxunpack always had it
+        Extended // plain arguments, double dashes, suggestions, strict numbers
+    };
+
     // The exit status of errors. A program whose status 1 is a result hides this constant by one of its own
     // and passes it to the constructor.
     static constexpr int errorStatus = 1;
@@ -21,19 +30,32 @@ public:
 
     // Ends the process on usage errors and after help or version texts.
     void parse(int argc, const char* const* argv);
+    const QMCmdLine& getCmdLine() const noexcept { return m_cmdLine; }
     // Works with the number of threads that the options ask for, and returns whether all went well. Failures
     // are thrown.
     bool run();
 
 protected:
     // Sets the version and declares the options that every program has.
-    Program(const char* name, const char* description, int status = errorStatus);
+    Program(const char* name, const char* description, Syntax syntax = Syntax::Extended,
+            int status = errorStatus);
 
     // Usage errors that the parser cannot find.
     virtual void checkOptions() const {}
     virtual bool work() = 0;
 
+    // The number of threads that the options ask for.
+    unsigned getNumThreads() const;
+    // The end of the line that ends a run: "SECONDS s, RATE points/s".
+    std::string describeSpeed(std::int64_t numPoints) const;
+    // Prints this line, for runs that read: "POINTS points, BYTES bytes, SECONDS s, RATE points/s".
+    void printRun(std::FILE* stream, std::int64_t numPoints, std::int64_t numBytes) const;
+
     QMCmdLine m_cmdLine;
+
+private:
+    const Syntax m_syntax;
+    const std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
 };
 
 namespace Utils {
@@ -56,8 +78,13 @@ int runProgram(int argc, const char* const* argv)
         SomeProgram::errorStatus);
 }
 
-// Prints "Warning: ..." on standard error, control characters escaped. The text names the file concerned.
+// Whether the run prints nothing but errors: the option "q"/"quiet".
+bool isQuiet() noexcept;
+
+// These print "Warning: ..." and "Error: ..." on standard error, control characters escaped. The text names the
+// file concerned. Several threads may call them at the same time.
 void warn(const std::string& text);
+void printError(const char* text);
 
 // For programs that write files: makes writing to a closed pipe, or beyond the size limit of files, an error
 // instead of a signal that ends the process.

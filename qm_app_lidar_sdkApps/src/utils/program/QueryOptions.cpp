@@ -24,6 +24,8 @@ const char* describeOutFields()
     return text.c_str();
 }
 
+constexpr unsigned maxDepth = 1000; // of directories, beyond the limits of file systems
+
 struct Axis
 {
     const char* name;
@@ -135,11 +137,10 @@ void checkQueryOptions(const QMCmdLine& cmdLine)
                                (box.*range).min, name, (box.*range).max);
 }
 
-void warnOfEmptyOutput(const QMCmdLine& cmdLine, const PointSource& source,
+void warnOfEmptyOutput(const QMCmdLine& cmdLine, const PointSource& source, const std::string& output,
                        const std::vector<std::string>& filters)
 {
-    warn("no points were written to '" + std::string(cmdLine.getString("outputFile")) +
-         "': " + explainEmptyOutput(cmdLine, source, filters));
+    warn("no points were written to '" + output + "': " + explainEmptyOutput(cmdLine, source, filters));
 }
 
 void addDepthOption(QMCmdLine& cmdLine)
@@ -150,8 +151,18 @@ void addDepthOption(QMCmdLine& cmdLine)
 
 int getDepth(const QMCmdLine& cmdLine)
 {
-    constexpr unsigned maxDepth = 1000; // beyond the limits of file systems
     return static_cast<int>(std::min(cmdLine.getUint("depth"), maxDepth));
+}
+
+int getBatchDepth(const QMCmdLine& cmdLine)
+{
+    return cmdLine.isPresent("depth") ? getDepth(cmdLine) : static_cast<int>(maxDepth);
+}
+
+void addBatchOptions(QMCmdLine& cmdLine, const char* description)
+{
+    cmdLine.addString("od", "outputDirectory", description, false);
+    cmdLine.addFlag("f", "force", "replace files that exist, and convert files that are up to date");
 }
 
 void addNamed(FilePointSourceManager& files, const QMCmdLine& cmdLine)

@@ -48,6 +48,41 @@ void setVersion(QMCmdLine& cmdLine)
                               Version::getSDKVersionAge());
 }
 
+void nameArguments(QMCmdLine& cmdLine)
+{
+    static constexpr const char* names[][2] = {{"numThreads", "N"},
+                                               {"inputFile", "FILE"},
+                                               {"outputFile", "FILE"},
+                                               {"outputDirectory", "DIRECTORY"},
+                                               {"index", "FILE"},
+                                               {"depth", "N"},
+                                               {"parse", "COLUMNS"},
+                                               {"skipHeader", "N"},
+                                               {"gpsWeek", "WEEK"},
+                                               {"srs", "SRS"},
+                                               {"outFields", "CHANNELS"},
+                                               {"channels", "CHANNELS"},
+                                               {"filter", "CHANNEL,VALUE,MODE"},
+                                               {"subsample", "N"},
+                                               {"crop", "XMIN XMAX YMIN YMAX ZMIN ZMAX"},
+                                               {"quantize", "X Y Z"},
+                                               {"tolerance", "X Y Z"},
+                                               {"order", "ORDER"},
+                                               {"transform", "[CHANNEL=]CODE"},
+                                               {"subblockSize", "[CHANNEL=]N"},
+                                               {"levels", "N"},
+                                               {"pointsPerEntry", "N"},
+                                               {"overview", "FILE"},
+                                               {"overviewFraction", "FRACTION"},
+                                               {"fileVersion", "N"},
+                                               {"headerVersion", "N"},
+                                               {"indexVersion", "N"},
+                                               {"bandVersion", "N"}};
+    for (const auto& [option, name] : names)
+        if (cmdLine.hasOption(option))
+            cmdLine.setArgumentName(option, name);
+}
+
 void addTXTPointReaderOptions(QMCmdLine& cmdLine)
 {
     static const std::string parseDescription =
@@ -59,8 +94,8 @@ void addTXTPointReaderOptions(QMCmdLine& cmdLine)
     cmdLine.addString("p", "parse", parseDescription.c_str(), false);
     cmdLine.addUint("skip", "skipHeader", "Skip the first N line of Text input files.", false);
     cmdLine.addFlag("lenient", nullptr,
-                    "accept Text input whose values do not fit their fields (they wrap) and lines with more\n"
-                    "  fields than the format");
+                    "accept Text input that does not fit.\n"
+                    "  Values beyond their fields wrap, and surplus fields are ignored");
 }
 
 void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine,
@@ -92,7 +127,7 @@ void handleWaveformOption(const QMCmdLine& cmdLine, SimpleFileOpener& opener)
 void addGPSWeekOption(QMCmdLine& cmdLine)
 {
     cmdLine.addUint("gpsWeek", nullptr,
-                    "GPS week (0 began on 1980-01-06) in which all week times were taken.  Converts them to "
+                    "GPS week of all week times.  0 began on 1980-01-06.  Converts them to "
                     "adjusted standard time, which files with both kinds need",
                     false);
 }

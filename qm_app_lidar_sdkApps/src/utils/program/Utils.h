@@ -16,6 +16,8 @@ namespace Utils {
 // "V"/"verbose" and "j"/"numThreads", the options of every program.
 void addCommonOptions(QMCmdLine& cmdLine);
 void setVersion(QMCmdLine& cmdLine);
+// Names the arguments of all options that a program has, for its usage texts.
+void nameArguments(QMCmdLine& cmdLine);
 // A line of help for each field letter that names a channel.
 extern const char fieldLetters[];
 
@@ -53,14 +55,18 @@ double getFraction(const QMCmdLine& cmdLine);
 Bounds getCropBox(const QMCmdLine& cmdLine);
 // Usage errors for a subsample that is not above 0 and for an inverted box.
 void checkQueryOptions(const QMCmdLine& cmdLine);
-// Warns that "outputFile" has no points and says why: the box, the filters (texts of "filter", if the program
-// has that option), the sampling or the source.
-void warnOfEmptyOutput(const QMCmdLine& cmdLine, const PointSource& source,
+// Warns that an output has no points and says why: the box, the filters (texts of "filter", if the program has
+// that option), the sampling or the source.
+void warnOfEmptyOutput(const QMCmdLine& cmdLine, const PointSource& source, const std::string& output,
                        const std::vector<std::string>& filters = {});
 
 // "d"/"depth", the levels of directories that addNamed() descends.
 void addDepthOption(QMCmdLine& cmdLine);
 int getDepth(const QMCmdLine& cmdLine);
+// "od"/"outputDirectory" and "f"/"force".
+void addBatchOptions(QMCmdLine& cmdLine, const char* description);
+// The same as getDepth(), but all levels unless the option is present.
+int getBatchDepth(const QMCmdLine& cmdLine);
 // addInput() for all values of "inputFile".
 void addNamed(FilePointSourceManager& files, const QMCmdLine& cmdLine);
 // refuseSameFile() for all values of "inputFile", which include lists and directories.

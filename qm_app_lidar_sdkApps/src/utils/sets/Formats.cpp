@@ -126,6 +126,12 @@ const Format* Formats::ofType(PointSourceType type) noexcept
     return row == table.end() ? nullptr : row;
 }
 
+std::string Formats::endingOf(PointSourceType type)
+{
+    const Format* const format = ofType(type);
+    return format && *format->pattern == '.' ? format->pattern : ".txt";
+}
+
 std::string Formats::listInputs()
 {
     std::string names;

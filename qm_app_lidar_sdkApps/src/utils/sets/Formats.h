@@ -51,6 +51,9 @@ const Format& ofName(const char* fileName);
 // Null for an unknown type.
 const Format* ofType(PointSourceType type) noexcept;
 
+// The ending of the names of files: ".las", ".txt".
+std::string endingOf(PointSourceType type);
+
 // The names of the formats of points that can be opened: "VX7, LAS, ...".
 std::string listInputs();
 

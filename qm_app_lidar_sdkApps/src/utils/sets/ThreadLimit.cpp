@@ -17,11 +17,13 @@ struct ThreadLimit::Imp
     tbb::task_arena arena;
 };
 
-ThreadLimit::ThreadLimit(unsigned numThreads)
+ThreadLimit::ThreadLimit(unsigned numThreads) : m_imp(std::make_unique<Imp>(resolve(numThreads)))
+{}
+
+unsigned ThreadLimit::resolve(unsigned numThreads)
 {
     constexpr unsigned maxThreads = 1024; // larger numbers are mistakes
-    m_imp = std::make_unique<Imp>(
-        std::clamp(numThreads != 0 ? numThreads : std::thread::hardware_concurrency(), 1u, maxThreads));
+    return std::clamp(numThreads != 0 ? numThreads : std::thread::hardware_concurrency(), 1u, maxThreads);
 }
 
 ThreadLimit::~ThreadLimit() = default;
@@ -29,6 +31,11 @@ ThreadLimit::~ThreadLimit() = default;
 void ThreadLimit::execute(const std::function<void()>& work)
 {
     m_imp->arena.execute(work);
+}
+
+void ThreadLimit::executeOn(unsigned numThreads, const std::function<void()>& work)
+{
+    tbb::task_arena(static_cast<int>(std::max(numThreads, 1u))).execute(work);
 }
 
 } // namespace Quillmoran
