@@ -1,5 +1,4 @@
-// Options that programs share: the choice of points and channels, runs without points, errors that name a file,
-// the progress line.
+// Options that programs share: the choice of points and channels, runs without points, errors that name a file.
 #include "apps/AppTest.h"
 #include "support/LASClouds.h"
 
@@ -40,7 +39,7 @@ TEST_F(Options, ChooseABoxAFractionAndChannels)
             ASSERT_NE(at, inside.end()) << "not in the box, or in another order";
         }
         const std::string count = std::to_string(chosen.size());
-        expectContains(output, {'\n' + count + " points written, "});
+        expectContains(output, {count + " points written, "});
         const std::string text = decode("survey.vxl " + options);
         EXPECT_EQ(linesOf(text).size(), chosen.size() + 1);
         EXPECT_EQ(decode("out.vxl"), text);
@@ -79,7 +78,7 @@ TEST_F(Options, ExplainWhyNoPointsAreWritten)
     directory.file("one.txt", "1 2 3\n");
     expectWarnings();
     const std::string output = run("vxpack -V -i empty.las -o out.vxl").output;
-    expectContains(output, {"\n0 points written, " +
+    expectContains(output, {"0 points written, " +
                             std::to_string(std::filesystem::file_size(directory / "out.vxl")) + " bytes\n"});
     EXPECT_EQ(output.find("nan", output.find(" points written")), std::string::npos) << output;
 }
@@ -106,67 +105,6 @@ TEST_F(Options, NameTheFileOfAnErrorOnce)
         EXPECT_NE(result.status, 0) << command;
         const std::regex once("Error: ((?! path = ).)* path = ((?! path = ).)*" + end + '\n');
         EXPECT_TRUE(std::regex_match(result.errors, once)) << command << '\n' << result.errors;
-    }
-}
-
-TEST_F(Options, ProgressEndsAtOneHundredPercent)
-{
-    for (const auto& [name, count] :
-         {std::pair("tiles/a.las", 20000u), {"tiles/b.las", 10000u}, {"tiles/c.las", 5u}})
-        writeFile(directory / name, randomLASFile(1, 2, count, 5).build());
-    // Most points are in a corner of the bounds, so that estimates of points in a box are bad.
-    LASFile corner = randomLASFile(1, 2, 30000, 8);
-    for (std::size_t i = 0; i < corner.points.size(); ++i) {
-        corner.points[i].x = static_cast<std::int32_t>(i % 1000 == 0 ? i : i / 100);
-        corner.points[i].y = corner.points[i].x;
-    }
-    corner.describePoints();
-    writeFile(directory / "corner.las", corner.build());
-    // The first lines are longer or shorter than the others, so that estimates of their number are bad.
-    for (const bool startsLong : {true, false}) {
-        std::string text;
-        for (int i = 0; i < 40000; ++i)
-            text += ((i < 100) == startsLong ? "100000.123456 200000.123456 " : "1 2 ") + std::to_string(i) +
-                    '\n';
-        directory.file(startsLong ? "long.xyz" : "short.xyz", text);
-    }
-    directory.file("bad.xyz", readFile(directory / "long.xyz") + "x y z\n");
-    succeed("vxpack -i corner.las -o corner.vxl -pe 1000");
-    succeed("vxindex -o tiles.index tiles");
-
-    const std::string box = " -c 995 1010 -2100 -1990 -inf +inf";
-    const std::string cases[] = {
-        "vxunpack -i corner.vxl -o out.txt",
-        "vxunpack -i corner.vxl -o out.laz -s 3" + box,
-        "vxunpack -i corner.vxl -o null" + box,
-        "vxpack -i corner.las -o out.vxl" + box,
-        "vxpack -i corner.vxl -o out.vxl -order hilbert" + box,
-        "vxpack -i tiles -o out.vxl -s 3" + box,
-        "vxpack -i tiles.index -o out.vxl -order hilbert -s 2",
-        "vxpack -i corner.vxl -o out.vxl -filter ReturnNum,3,include",
-        "vxpack -i short.xyz -o out.vxl -p xyz",
-        "vxpack -i long.xyz -i short.xyz -o out.vxl -p xyz -order hilbert",
-        "vxinfo -check -stats corner.vxl",
-        "vxinfo -stats short.xyz -p xyz",
-        "vxinfo -check tiles.index",
-        "vxindex -o again.index tiles long.xyz short.xyz -p xyz",
-        "vxpack -i bad.xyz -o out.vxl -p xyz", // never shows it
-    };
-    for (const std::string& command : cases) {
-        const Result result = run(command);
-        EXPECT_EQ(result.status, command.find("bad.xyz") != std::string::npos) << result.errors;
-        const std::string& output = result.output;
-        const std::regex frame("\r *([0-9.]+)% \\([^)]*\\)\n?");
-        std::string last;
-        Numbers shown;
-        for (std::sregex_iterator at(output.begin(), output.end(), frame), end; at != end; ++at) {
-            last = at->str();
-            shown.push_back(std::stod((*at)[1]));
-        }
-        EXPECT_EQ(std::ssize(shown), std::count(output.begin(), output.end(), '%')) << output;
-        EXPECT_TRUE(std::is_sorted(shown.begin(), shown.end())) << command;
-        EXPECT_EQ(std::count(shown.begin(), shown.end(), 100.0), result.status == 0) << command;
-        EXPECT_EQ(last.find("100.00%") == 1 && last.back() == '\n', result.status == 0) << command << last;
     }
 }
 

@@ -71,10 +71,10 @@ TEST_F(Refusals, BadValuesOfOptions)
     // The parser of vxunpack is part of its interface and stays lenient.
     succeed("vxunpack -i survey.vxl -o null -j 2x -c 7 5 0 1x 0 1");
     for (const auto& [command, line] :
-         {std::pair("vxpack -help", "\n  -o or -outputFile STRING\n"),
+         {std::pair("vxpack -help", "\n  -o or -outputFile FILE\n"),
           {"vxunpack -help", "  -s or -subsample FLOAT\n"},
-          {"vxindex -help", "  -d or -depth UNSIGNED-INT\n"},
-          {"vxinfo -help", "  -skip or -skipHeader UNSIGNED-INT\n"},
+          {"vxindex -help", "  -d or -depth N\n"},
+          {"vxinfo -help", "  -skip or -skipHeader N\n"},
           {"vxunpack -version", "Version 1.1.4.4709."},
           {"vxunpack -version", "\nBuilt Dec 21 2017 14:39:27 (release, 64 bits)\n"}})
         expectContains(succeed(command), {line});

@@ -23,7 +23,7 @@ protected:
     std::string report(const std::string& arguments, const std::string& messages = "") const
     {
         const auto lines = linesOf(succeed("vxindex " + arguments, messages));
-        return lines.empty() ? "" : lines.back();
+        return lines.empty() ? "" : std::regex_replace(lines.back(), std::regex(", \\d+ bytes$"), "");
     }
     std::string list(const std::string& index = "t.index") const { return succeed("vxindex -l -o " + index); }
 };

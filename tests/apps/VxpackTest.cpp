@@ -83,7 +83,7 @@ TEST_F(Vxpack, ReportsSizes)
     const std::string output = succeed("vxpack -i survey.vxl -o out.vxl -V -sb X=512 -t GPSTime=71");
     const auto size = std::filesystem::file_size(directory / "out.vxl");
     char total[100];
-    std::snprintf(total, sizeof total, "\n2400 points written, %zu bytes, %.3f a point\n", size_t(size),
+    std::snprintf(total, sizeof total, "2400 points written, %zu bytes, %.3f a point\n", size_t(size),
                   double(size) / 2400);
     expectContains(output, {"Basic LiDAR Info:\n   Filename:          survey.vxl\n", total,
                             "\n   Record                      Bytes  a Point  Subblock        Scale          "

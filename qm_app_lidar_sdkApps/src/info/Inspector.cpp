@@ -190,7 +190,10 @@ Scoped<FilePointSourceManager> Inspector::createManager() const
 std::vector<std::string> Inspector::expand(const std::string& argument) const
 {
     const auto manager = createManager();
-    Utils::addInput(*manager, argument.c_str(), Utils::getDepth(m_cmdLine));
+    if (QMFileUtils::isDirectory(argument.c_str()))
+        Utils::addFiles(*manager, argument.c_str(), Utils::getDepth(m_cmdLine));
+    else
+        manager->addFile(argument.c_str());
     std::vector<std::string> fileNames;
     for (std::size_t i = 0; i < manager->getNumSources(); ++i)
         fileNames.emplace_back(manager->getFilename(i));
