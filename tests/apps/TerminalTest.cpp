@@ -51,7 +51,7 @@ TEST_F(Terminal, ShowsWhatTheSessionsSay)
         actual += line + '\n';
         int status = 0;
         if (isShown) {
-            const TerminalRun run = runOnTerminal(command, directory);
+            const TerminalRun run = TerminalProgram(command, directory).wait();
             actual += marked(run.screen);
             status = run.status;
         } else {
@@ -112,7 +112,7 @@ TEST_F(Terminal, ProgressRisesAndIsErased)
         const bool fails = command.find("bad.xyz") != std::string::npos;
         const bool isDecoder = command.rfind("vxunpack", 0) == 0;
         const auto begin = std::chrono::steady_clock::now();
-        const TerminalRun run = runOnTerminal(command, directory);
+        const TerminalRun run = TerminalProgram(command, directory).wait();
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
         EXPECT_EQ(run.status, fails) << run.screen;

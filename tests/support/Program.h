@@ -8,7 +8,6 @@
 #include <regex>
 #include <spawn.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace Quillmoran::Testing {
@@ -63,21 +62,6 @@ public:
     {
         if (m_process > 0)
             ::kill(m_process, number);
-    }
-
-    // Sends a signal as soon as the program has printed a text, and expects the error of an interrupted run.
-    void interrupt(const std::string& text, int number) const
-    {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (readFile(m_output).find(text) == std::string::npos &&
-               std::chrono::steady_clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        signal(number);
-        const Result result = wait();
-        EXPECT_EQ(result.status, 1);
-        const std::regex expected("\nInterrupt detected.  Shutting down application...\n"
-                                  "Error: [^:]*peration cancelled.\n[^:]*"); // not of one file
-        EXPECT_TRUE(std::regex_match(result.errors, expected)) << result.errors;
     }
 
     Result wait() const

@@ -42,50 +42,75 @@ inline std::string screenOf(const std::string& bytes)
     return screen;
 }
 
-// Standard input, output and error are one terminal, as wide as `columns`.
-inline TerminalRun runOnTerminal(const std::string& shellCommand, const TemporaryDirectory& directory,
-                                 unsigned short columns = 100)
+// A command of the shell whose standard input, output and error are one terminal.
+class TerminalProgram
 {
-    const int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (master < 0 || ::grantpt(master) != 0 || ::unlockpt(master) != 0) {
-        ADD_FAILURE() << "no pseudo-terminal";
-        return {-1, "", ""};
+public:
+    TerminalProgram(const std::string& command, const TemporaryDirectory& directory,
+                    unsigned short columns = 100)
+        : m_master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
+    {
+        if (m_master < 0 || ::grantpt(m_master) != 0 || ::unlockpt(m_master) != 0) {
+            ADD_FAILURE() << "no pseudo-terminal";
+            return;
+        }
+        struct winsize size = {};
+        size.ws_row = 24;
+        size.ws_col = columns;
+        ::ioctl(m_master, TIOCSWINSZ, &size);
+
+        posix_spawnattr_t attributes;
+        posix_spawnattr_init(&attributes);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addchdir_np(&actions, directory.path().c_str());
+        for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+            posix_spawn_file_actions_addopen(&actions, stream, ::ptsname(m_master), O_RDWR, 0);
+        std::string script = "PATH=" PROGRAMS ":$PATH; " + command;
+        char shell[] = "/bin/sh", option[] = "-c";
+        char* const argv[] = {shell, option, script.data(), nullptr};
+        EXPECT_EQ(posix_spawn(&m_process, shell, &actions, &attributes, argv, environ), 0);
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attributes);
     }
-    struct winsize size = {};
-    size.ws_row = 24;
-    size.ws_col = columns;
-    ::ioctl(master, TIOCSWINSZ, &size);
-    const std::string terminal = ::ptsname(master);
+    ~TerminalProgram() { ::close(m_master); }
+    TerminalProgram(const TerminalProgram&) = delete;
+    TerminalProgram& operator=(const TerminalProgram&) = delete;
 
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addchdir_np(&actions, directory.path().c_str());
-    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        posix_spawn_file_actions_addopen(&actions, stream, terminal.c_str(), O_RDWR, 0);
-    std::string script = "PATH=" PROGRAMS ":$PATH; " + shellCommand;
-    char shell[] = "/bin/sh", option[] = "-c";
-    char* const argv[] = {shell, option, script.data(), nullptr};
-    pid_t process = 0;
-    EXPECT_EQ(posix_spawn(&process, shell, &actions, &attributes, argv, environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
+    // Sends a signal as soon as the program has shown a text. The command is one program, begun with "exec".
+    void interrupt(const std::string& text, int number)
+    {
+        while (m_bytes.find(text) == std::string::npos && readSome()) {
+        }
+        if (m_process > 0) // never signals a group of processes
+            ::kill(m_process, number);
+    }
 
-    TerminalRun run = {};
-    if (process > 0) {
-        char block[4096];
-        // Reading fails with EIO when all processes have closed the terminal.
-        for (ssize_t length = 0; (length = ::read(master, block, sizeof block)) > 0;)
-            run.bytes.append(block, static_cast<std::size_t>(length));
+    TerminalRun wait()
+    {
+        if (m_process <= 0)
+            return {-1, "", ""};
+        while (readSome()) {
+        }
         int status = 0;
-        waitpid(process, &status, 0);
-        run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+        waitpid(m_process, &status, 0);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), m_bytes, screenOf(m_bytes)};
     }
-    ::close(master);
-    run.screen = screenOf(run.bytes);
-    return run;
-}
+
+private:
+    // Fails when all processes have closed the terminal.
+    bool readSome()
+    {
+        char block[4096];
+        const ssize_t length = ::read(m_master, block, sizeof block);
+        m_bytes.append(block, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+        return length > 0;
+    }
+
+    int m_master;
+    pid_t m_process = 0;
+    std::string m_bytes;
+};
 
 } // namespace Quillmoran::Testing

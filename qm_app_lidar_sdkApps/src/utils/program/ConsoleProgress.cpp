@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <mutex>
+#include <string_view>
 #include <sys/ioctl.h>
 #include <unistd.h>
 #include <utility>
@@ -67,26 +68,26 @@ ProgressLine::~ProgressLine()
 
 void ProgressLine::reportProgress(double fraction, const char* message)
 {
+    // A reader and the operation that asks it report in turn. The line names the operation.
+    constexpr std::string_view ofReader = "reading ";
+    if (!m_activity || std::string_view(message).substr(0, ofReader.size()) != ofReader)
+        m_activity = message;
     const Clock::time_point now = Clock::now();
-    if (std::exchange(m_message, message) != message || getCompleted() < m_activityCompleted) {
-        m_activityBegin = now;
-        m_activityCompleted = getCompleted();
-    }
+    if (getCompleted() < m_completed)
+        m_begin = now; // of another operation
+    m_completed = getCompleted();
     if (!StatusLine::isDue())
         return;
-    const auto secondsSince = [now](Clock::time_point begin) {
-        return std::chrono::duration<double>(now - begin).count();
-    };
     constexpr double settled = 0.5; // seconds after which a rate says something
     fraction = std::isfinite(fraction) ? std::clamp(fraction, 0.0, 0.999) : 0;
     char percentage[16];
     std::snprintf(percentage, sizeof percentage, "%5.1f%%  ", fraction * 100);
-    std::string line = percentage + std::string(message);
-    if (const double seconds = secondsSince(m_activityBegin); seconds > settled)
-        line += "  " + StatusLine::formatCount((getCompleted() - m_activityCompleted) / seconds) + ' ' +
-                m_unit + "/s";
-    if (const double seconds = secondsSince(m_begin); seconds > settled && fraction > 0)
+    std::string line = percentage + std::string(std::exchange(m_activity, nullptr));
+    const double seconds = std::chrono::duration<double>(now - m_begin).count();
+    if (seconds > settled && fraction > 0) {
+        line += "  " + StatusLine::formatCount(m_completed / seconds) + ' ' + m_unit + "/s";
         line += "  " + StatusLine::formatDuration(seconds * (1 - fraction) / fraction) + " left";
+    }
     StatusLine::draw(line);
 }
 

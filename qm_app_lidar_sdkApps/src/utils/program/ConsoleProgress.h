@@ -44,10 +44,9 @@ private:
     using Clock = std::chrono::steady_clock;
 
     const char* const m_unit;
-    const Clock::time_point m_begin = Clock::now();
-    const char* m_message = nullptr; // the current activity, with its beginning:
-    Clock::time_point m_activityBegin;
-    double m_activityCompleted = 0;
+    Clock::time_point m_begin = Clock::now();
+    double m_completed = 0;
+    const char* m_activity = nullptr; // since the last frame
 };
 
 // The last line of a terminal, drawn on standard error and erased before anything else is printed. Several
