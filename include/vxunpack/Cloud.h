@@ -315,7 +315,7 @@ public:
     ThreadLimit& operator=(const ThreadLimit&) = delete;
 
 private:
-    struct Impl;
+    struct QM_HIDDEN Impl;
     std::unique_ptr<Impl> m_impl;
 };
 

@@ -100,7 +100,7 @@ public:
     PointSource* createPointSource(std::size_t index) override;
 
 private:
-    struct Imp;
+    struct QM_HIDDEN Imp;
 
     FilePointSourceManager();
     ~FilePointSourceManager() override;

@@ -44,7 +44,7 @@ public:
                                   ProgressDelegate* delegate) const override;
 
 private:
-    struct Impl;
+    struct QM_HIDDEN Impl;
 
     LASPointReader();
     ~LASPointReader() override;

@@ -84,7 +84,7 @@ protected:
     void writeAborted() noexcept override;
 
 private:
-    struct Impl;
+    struct QM_HIDDEN Impl;
 
     LASPointWriter();
     ~LASPointWriter() override;

@@ -76,8 +76,8 @@ public:
                                   ProgressDelegate* delegate) const override;
 
 private:
-    class Iterator;
-    struct Impl;
+    class QM_HIDDEN Iterator;
+    struct QM_HIDDEN Impl;
 
     MosaicFilter();
 

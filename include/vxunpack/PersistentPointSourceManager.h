@@ -69,7 +69,7 @@ public:
 
 private:
     friend class PersistentPointSourceWriter;
-    struct Imp;
+    struct QM_HIDDEN Imp;
 
     PersistentPointSourceManager();
     ~PersistentPointSourceManager() override;

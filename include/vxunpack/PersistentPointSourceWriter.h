@@ -76,7 +76,7 @@ public:
     void write(const char* index) const;
 
 private:
-    struct Imp;
+    struct QM_HIDDEN Imp;
 
     PersistentPointSourceWriter();
     ~PersistentPointSourceWriter() override;

@@ -31,7 +31,7 @@ public:
                                   ProgressDelegate* delegate) const override;
 
 private:
-    class Iterator;
+    class QM_HIDDEN Iterator;
 
     QuantizeFilter() = default;
 

@@ -31,7 +31,7 @@ public:
 
 private:
     template <class T>
-    class Iterator;
+    class QM_HIDDEN Iterator;
 
     SimpleFilterFilter() = default;
 

@@ -45,7 +45,7 @@ protected:
     void writeAborted() noexcept override;
 
 private:
-    struct Private;
+    struct QM_HIDDEN Private;
 
     TXTPointWriter();
     ~TXTPointWriter() override;

@@ -66,7 +66,7 @@ public:
     const std::vector<ChannelSummary>& getSummary() const noexcept { return m_summary; }
 
 private:
-    class Encoding;
+    class QM_HIDDEN Encoding;
 
     VX7PointWriter() = default;
 

@@ -65,6 +65,7 @@ Transcoder::Transcoder() : Program("vxunpack", description, Syntax::Basic)
     m_cmdLine.addString("i", "inputFile", "name of input VX7 file.", true);
     m_cmdLine.addString("o", "outputFile", "name of output file", true);
     m_cmdLine.addString("of", "outputFormat", "Output format: TXT, LAS10, LAS11, LAS12.", false);
+    m_cmdLine.setChoices("outputFormat", Formats::getOutputNames());
     Utils::addSubsampleOption(m_cmdLine);
     Utils::addCropOption(m_cmdLine);
     m_cmdLine.addFloatArray(
@@ -79,6 +80,7 @@ Transcoder::Transcoder() : Program("vxunpack", description, Syntax::Basic)
     m_cmdLine.addString("gps", nullptr,
                         "which GPS time LAS output holds: week, adjusted, or nonzero (the one that is not 0)",
                         false);
+    m_cmdLine.setChoices("gps", {"week", "adjusted", "nonzero"});
     m_cmdLine.addFlag("restore", nullptr,
                       "write the LAS file that was packed: its header, records and extra bytes");
     m_cmdLine.addFlag("noVerify", nullptr, "do not compare the points with the digests of the input.");

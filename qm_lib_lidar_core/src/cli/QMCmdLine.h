@@ -108,6 +108,23 @@ public:
     // Allows a required option to be absent if the other one is present.
     void setAlternative(const char* name, const char* other);
 
+    // What a program accepts, for completion scripts.
+    struct OptionDescription
+    {
+        const char* shortName;
+        const char* longName; // may be null
+        std::string summary;
+        bool isFlag;
+        bool isText;              // the values are not numbers
+        int numArgs;              // as in addStringArray()
+        const char* argumentName; // null if setArgumentName() was not called
+        std::vector<const char*> choices;
+    };
+    // In the order of their declaration, with those that the usage texts hide.
+    std::vector<OptionDescription> describeOptions() const;
+    bool hasExtraArguments() const { return m_extra != nullptr; }
+    bool hasExtendedSyntax() const { return m_extendedSyntax; }
+
     // The exit status of usage errors, 1 by default.
     void setErrorStatus(int status) { m_errorStatus = status; }
 

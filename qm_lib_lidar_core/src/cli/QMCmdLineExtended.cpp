@@ -72,6 +72,17 @@ void QMCmdLine::setAlternative(const char* name, const char* other)
         option->alternative = alternative;
 }
 
+std::vector<QMCmdLine::OptionDescription> QMCmdLine::describeOptions() const
+{
+    std::vector<OptionDescription> descriptions;
+    for (const auto& option : m_options)
+        descriptions.push_back({option->shortName, option->longName, option->getSummary(),
+                                dynamic_cast<const OptionFlag*>(option.get()) != nullptr,
+                                dynamic_cast<const OptionStringArray*>(option.get()) != nullptr,
+                                option->numArgs, option->argumentName, option->choices});
+    return descriptions;
+}
+
 bool QMCmdLine::readSwitch(int& index)
 {
     const char* const text = m_argv[index++] + 1;
@@ -168,12 +179,16 @@ void QMCmdLine::Option::showLine() const
         names += '\n' + std::string(descriptionColumn, ' ');
     else
         names.resize(descriptionColumn, ' ');
-    // The first sentence, as far as it is on the first line.
+    std::printf("%s%s\n", names.c_str(), getSummary().c_str());
+}
+
+std::string QMCmdLine::Option::getSummary() const
+{
     std::string text(description, std::strcspn(description, "\n"));
     text = text.substr(0, text.find(".  "));
     while (!text.empty() && (text.back() == '.' || text.back() == ':'))
         text.pop_back();
-    std::printf("%s%s\n", names.c_str(), text.c_str());
+    return text;
 }
 
 } // namespace Quillmoran

@@ -38,7 +38,9 @@ struct QMCmdLine::Option : Declaration
     // The choice that equals the argument, ignoring case, or the argument. Usage errors are those of
     // setChoices().
     const char* findChoice(const char* argument) const;
-    // One line: names, arguments and the beginning of the description.
+    // The first sentence of the description, as far as it is on the first line.
+    std::string getSummary() const;
+    // One line: names, arguments and the summary.
     void showLine() const;
     void showLongUsage() const;
     void dump() const;

@@ -31,7 +31,9 @@ void* find(const char* file, const char* function)
 {
     std::error_code ignored;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
-    for (const auto& folder : {libraryFolder(), program, program / VX_MODULE_FOLDER}) {
+    const auto own = libraryFolder(), installed = program / VX_LIBRARY_FOLDER;
+    for (const auto& folder :
+         {own, own / VX_MODULE_FOLDER, program, installed, installed / VX_MODULE_FOLDER}) {
         const std::filesystem::path path = folder / file;
         if (!std::filesystem::exists(path, ignored))
             continue;

@@ -5,9 +5,9 @@
 namespace Quillmoran::LoadableModule {
 
 // Returns a function of the module with this file name; null if the module is not installed. Searches the
-// directory of this library, that of the program and the installed library directory. Throws General "cannot
-// load the module '%s': %s" if the module exists but cannot be loaded or does not have the function. A module
-// is never unloaded. May be called from any thread.
+// directory of this library, that of the program, the installed library directory, and the module directories
+// in the first and the last of them. Throws General "cannot load the module '%s': %s" if the module exists but
+// cannot be loaded or does not have the function. A module is never unloaded. May be called from any thread.
 void* find(const char* file, const char* function);
 
 template <class Function>

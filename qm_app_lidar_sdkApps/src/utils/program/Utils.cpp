@@ -48,37 +48,50 @@ void setVersion(QMCmdLine& cmdLine)
                               Version::getSDKVersionAge());
 }
 
+namespace {
+
+constexpr const char* argumentNames[][2] = {{"numThreads", "N"},
+                                            {"inputFile", "FILE"},
+                                            {"outputFile", "FILE"},
+                                            {"outputDirectory", "DIRECTORY"},
+                                            {"index", "FILE"},
+                                            {"depth", "N"},
+                                            {"parse", "COLUMNS"},
+                                            {"skipHeader", "N"},
+                                            {"gpsWeek", "WEEK"},
+                                            {"srs", "SRS"},
+                                            {"outFields", "CHANNELS"},
+                                            {"channels", "CHANNELS"},
+                                            {"filter", "CHANNEL,VALUE,MODE"},
+                                            {"subsample", "N"},
+                                            {"crop", "XMIN XMAX YMIN YMAX ZMIN ZMAX"},
+                                            {"quantize", "X Y Z"},
+                                            {"tolerance", "X Y Z"},
+                                            {"order", "ORDER"},
+                                            {"transform", "[CHANNEL=]CODE"},
+                                            {"subblockSize", "[CHANNEL=]N"},
+                                            {"levels", "N"},
+                                            {"pointsPerEntry", "N"},
+                                            {"overview", "FILE"},
+                                            {"overviewFraction", "FRACTION"},
+                                            {"fileVersion", "N"},
+                                            {"headerVersion", "N"},
+                                            {"indexVersion", "N"},
+                                            {"bandVersion", "N"}};
+
+} // namespace
+
+const char* getArgumentName(const char* option)
+{
+    for (const auto& [other, name] : argumentNames)
+        if (std::strcmp(option, other) == 0)
+            return name;
+    return nullptr;
+}
+
 void nameArguments(QMCmdLine& cmdLine)
 {
-    static constexpr const char* names[][2] = {{"numThreads", "N"},
-                                               {"inputFile", "FILE"},
-                                               {"outputFile", "FILE"},
-                                               {"outputDirectory", "DIRECTORY"},
-                                               {"index", "FILE"},
-                                               {"depth", "N"},
-                                               {"parse", "COLUMNS"},
-                                               {"skipHeader", "N"},
-                                               {"gpsWeek", "WEEK"},
-                                               {"srs", "SRS"},
-                                               {"outFields", "CHANNELS"},
-                                               {"channels", "CHANNELS"},
-                                               {"filter", "CHANNEL,VALUE,MODE"},
-                                               {"subsample", "N"},
-                                               {"crop", "XMIN XMAX YMIN YMAX ZMIN ZMAX"},
-                                               {"quantize", "X Y Z"},
-                                               {"tolerance", "X Y Z"},
-                                               {"order", "ORDER"},
-                                               {"transform", "[CHANNEL=]CODE"},
-                                               {"subblockSize", "[CHANNEL=]N"},
-                                               {"levels", "N"},
-                                               {"pointsPerEntry", "N"},
-                                               {"overview", "FILE"},
-                                               {"overviewFraction", "FRACTION"},
-                                               {"fileVersion", "N"},
-                                               {"headerVersion", "N"},
-                                               {"indexVersion", "N"},
-                                               {"bandVersion", "N"}};
-    for (const auto& [option, name] : names)
+    for (const auto& [option, name] : argumentNames)
         if (cmdLine.hasOption(option))
             cmdLine.setArgumentName(option, name);
 }

@@ -18,6 +18,8 @@ void addCommonOptions(QMCmdLine& cmdLine);
 void setVersion(QMCmdLine& cmdLine);
 // Names the arguments of all options that a program has, for its usage texts.
 void nameArguments(QMCmdLine& cmdLine);
+// The name of the arguments of an option, given by its longer name; null if they have none.
+const char* getArgumentName(const char* option);
 // A line of help for each field letter that names a channel.
 extern const char fieldLetters[];
 

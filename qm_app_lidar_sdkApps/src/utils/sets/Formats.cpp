@@ -104,6 +104,16 @@ const std::array<Format, 8> Formats::table = {{
 }};
 // clang-format on
 
+std::vector<const char*> Formats::getOutputNames()
+{
+    std::vector<const char*> names;
+    for (const Format& format : table)
+        for (const char* name : format.outputNames)
+            if (name)
+                names.push_back(name);
+    return names;
+}
+
 bool Format::matches(const char* fileName) const
 {
     if (*pattern == '.')

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <string>
+#include <vector>
 
 namespace Quillmoran {
 
@@ -56,6 +57,8 @@ std::string endingOf(PointSourceType type);
 
 // The names of the formats of points that can be opened: "VX7, LAS, ...".
 std::string listInputs();
+// The values of the option -outputFormat.
+std::vector<const char*> getOutputNames();
 
 [[noreturn]] void throwUnsupported(const char* fileName);
 [[noreturn]] void throwNeedsColumns(const char* fileName);
