@@ -8,6 +8,7 @@
 
 #include <vxunpack/IO.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -62,6 +63,10 @@ public:
 
     const char* path() const noexcept { return m_path.c_str(); }
     int descriptor() const noexcept { return m_descriptor; } // -1 while closed
+    // Whether the file can only be written in order; of a file with a path, known while it is open.
+    bool isSequential() const noexcept { return m_isSequential; }
+    // Whether a write has failed because the reader of the pipe has closed it.
+    bool isBrokenPipe() const noexcept { return m_isBrokenPipe; }
 
 private:
     friend class FileIO;
@@ -78,6 +83,7 @@ private:
     bool m_unlink = false;
     bool m_isAdopted = false;
     bool m_isSequential = false;
+    mutable std::atomic<bool> m_isBrokenPipe = false;
     mutable std::int64_t m_next = 0; // of a sequential file: the position of the next write
     std::string m_path;
     std::string m_name; // in errors

@@ -3,12 +3,15 @@
 // thread writes the records while the next block of points is read.
 #pragma once
 
+#include <vxunpack/IO.h>
 #include <vxunpack/PointWriter.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Quillmoran {
@@ -27,11 +30,27 @@ public:
         std::uint64_t numFromOther = 0; // points whose other time is written
     };
 
+    // What a header states about the points.
+    struct Totals
+    {
+        std::uint64_t numPoints = 0;
+        Bounds bounds;
+        // Points by the value of ReturnNum; empty if that channel is not written.
+        std::vector<std::uint64_t> countsByReturn;
+    };
+
     static LASPointWriter* create() { return new LASPointWriter; }
 
     // Retains the source. write() creates the file under a temporary name and renames it when it is complete.
     // Any version other than -1 is written as given: 0 sets both version fields to 0.
     void init(PointSource* source, const char* path, FileVersion version);
+    // The same for an IO, which is retained; `name` is for messages.
+    void init(PointSource* source, IO* io, const char* name, FileVersion version);
+    // A pipe gets the file after its last point, from a temporary file. With these totals of the points of the
+    // next query, header and points go to the pipe at once. The function is only called for a pipe; it may be
+    // empty or return nothing. LAZ files that are restored are not written in this way, and other LAZ files
+    // have the position of the chunk table at their end.
+    void setTotals(std::function<std::optional<Totals>()> totals) { m_getTotals = std::move(totals); }
     // Writes LAZ instead of LAS.
     void setWriteLAZ(bool laz) { m_writeLAZ = laz; }
     // Takes the coordinate system from the source's WKT, not from the projection VLRs in its metadata.
@@ -69,17 +88,20 @@ public:
     // Whether scan angles were written unchanged although the point format has another unit: degrees to
     // formats 6 and above, which have steps of 0.006 degrees, or the reverse.
     bool hasForeignScanAngles() const noexcept { return m_hasForeignScanAngles; }
+    // Whether the header, written before the points, has bounds that are larger than those of the points.
+    bool hasLargerBounds() const noexcept { return m_hasLargerBounds; }
 
 protected:
     // Throws InvalidArgument for an unusable scale or offset, NotRepresentable "invalid LAS field: %s" for a
     // channel that LAS does not have, and OutputCreate "Unable to create output %s. " followed by the reason
-    // if the file cannot be created or cannot seek.
+    // if the file cannot be created.
     void writeBegin(const PointInfo& layout) override;
     // Checks the delegate once per block, and throws Cancelled "LAS Write operation cancelled." if it asks to
     // stop. Throws NotRepresentable if the version cannot count the points or a coordinate does not fit into
     // 32 bits, and PointWrite "Unable to write point: " followed by the reason if a record cannot be written.
     void writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate) override;
-    // Completes the header and renames the file; throws PointWrite if that fails.
+    // Completes the header and renames the file; throws PointWrite if that fails, or if a header that was
+    // written before the points does not apply to them.
     void writeEnd(std::int64_t count, const Bounds& bounds) override;
     void writeAborted() noexcept override;
 
@@ -89,8 +111,10 @@ private:
     LASPointWriter();
     ~LASPointWriter() override;
 
-    std::string m_path;
+    std::string m_path; // or the name of the IO
+    Scoped<IO> m_io;    // null for a path
     FileVersion m_version = -1;
+    std::function<std::optional<Totals>()> m_getTotals;
     bool m_writeLAZ = false;
     bool m_overrideProjection = false;
     bool m_prefersNonzeroTime = false;
@@ -99,6 +123,7 @@ private:
     // About the file that was written last.
     bool m_losesCoordinateSystem = false;
     bool m_hasForeignScanAngles = false;
+    bool m_hasLargerBounds = false;
     std::vector<std::string> m_leftOut;
     bool m_hasForeignChunkIndex = false;
     std::optional<TimeConflict> m_timeConflict;

@@ -5,6 +5,9 @@
 #include <vxunpack/IO.h>
 #include <vxunpack/PointSource.h>
 
+#include <cstdint>
+#include <vector>
+
 namespace Quillmoran {
 
 class ChunkReader;
@@ -52,6 +55,10 @@ public:
     // at coarser levels.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
+
+    // The number of points with each value of a channel of type UINT8, 256 numbers. Decodes only this channel.
+    // Throws NoSuchChannel or ChannelType for another channel, and the errors of the iterators.
+    std::vector<std::uint64_t> countValues(const char* channel, ProgressDelegate* delegate) const;
 
     // The internal description of the file, for this project's own programs. Valid as long as the reader
     // exists.

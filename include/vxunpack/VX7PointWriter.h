@@ -64,6 +64,8 @@ public:
     };
     // In the order of the records. Valid until the next write().
     const std::vector<ChannelSummary>& getSummary() const noexcept { return m_summary; }
+    // The size in bytes of the file that was written last.
+    std::int64_t getFileSize() const noexcept { return m_fileSize; }
 
 private:
     class QM_HIDDEN Encoding;
@@ -80,6 +82,7 @@ private:
     double m_scale[3] = {0, 0, 0};
     double m_offset[3] = {0, 0, 0};
     std::vector<ChannelSummary> m_summary;
+    std::int64_t m_fileSize = 0;
 };
 
 } // namespace Quillmoran

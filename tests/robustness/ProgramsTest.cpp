@@ -153,32 +153,6 @@ TEST_F(Processes, ReportAFileThatBecomesTooLarge)
     }
 }
 
-// A link of the test's own names standard output: a program that removes or replaces its output removes the link.
-TEST_F(Processes, WriteTextToPipes)
-{
-    const std::string complete = make(commands.front());
-    std::filesystem::create_symlink("/proc/self/fd/1", directory / "link");
-    const std::string line = "vxunpack -i in.vxl -o ";
-    for (const std::string& command :
-         {line + "link | cat >got", line + "link >got", line + "./link 2>stderr | cat >got",
-          "mkfifo pipe; cat pipe >got & " + line + "pipe >&2; wait $!"}) {
-        const Result result = shell(command);
-        EXPECT_TRUE(readFile(directory / "got") == complete) << command;
-        EXPECT_EQ(result.output, "");
-        EXPECT_NE(result.errors.find("\n40000 points written\n"), std::string::npos) << result.errors;
-        EXPECT_TRUE(std::filesystem::is_symlink(directory / "link")) << command;
-    }
-    EXPECT_NE(shell(line + "link -of las12 -ofld xyz >got.las").errors.find("\n40000 points written\n"),
-              std::string::npos);
-    EXPECT_EQ(LASFile::load(directory / "got.las").legacyCount, 40000u);
-    EXPECT_NE(shell("(" + line + "link; echo $? >status) | head -n 1 >got")
-                  .errors.find("Error: Broken pipe path = link\n"),
-              std::string::npos);
-    EXPECT_EQ(readFile(directory / "status"), "1\n");
-    EXPECT_EQ(shell(line + "pipe -of laz").errors,
-              "Error: Unable to create output pipe. LAS output needs a seekable file\n");
-}
-
 TEST_F(Processes, StopAtASignalWhereAPipeKeepsThemWaiting)
 {
     const std::string pipe = directory / "pipe", line = "vxunpack -i in.vxl -o pipe";

@@ -11,6 +11,7 @@
 #include <csignal>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <thread>
 
 namespace Quillmoran::Testing { namespace {
 
@@ -281,17 +282,25 @@ TEST_P(WriterContract, WritesFilesLikeANewWriter)
 
 TEST_P(WriterContract, RefusesOutputsThatItCannotWrite)
 {
-    const std::string here = path;
     path = directory / "none/out.file";
     EXPECT_EQ(failure(*makeWriter(*source)), systemError(GetParam().errors[0], "No such file or directory"));
     expectNoTrace();
-    path = here;
-    if (GetParam().prepare == text)
-        return; // pipes are allowed
-    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
-    EXPECT_EQ(failure(*makeWriter(*source)), "40610 Unable to create output " + path + ". " +
-                                                 GetParam().messageName + " output needs a seekable file");
-    EXPECT_TRUE(std::filesystem::is_fifo(path));
+}
+
+// Formats that are not written in order need a temporary file.
+TEST_P(WriterContract, WritesTheSameFileToAPipe)
+{
+    const std::string expected = reference(*source), pipe = path;
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    std::string got;
+    std::thread reader([&] { got = readFile(pipe); });
+    EXPECT_EQ(write(*makeWriter(*source)), std::int64_t{numPoints});
+    reader.join();
+    EXPECT_TRUE(temporary.isEmpty());
+    EXPECT_TRUE(std::filesystem::is_fifo(pipe));
+    std::filesystem::remove(pipe);
+    writeFile(path, got);
+    EXPECT_TRUE(takeOutput() == expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, WriterContract, testing::ValuesIn(formats),

@@ -64,6 +64,13 @@ void warnOfLostScales(const VX7PointWriter& writer, const PointInfo& layout, con
                     "them to 0.001 unless -sc is given");
 }
 
+// The names of pipes need no ending.
+bool isPipe(const char* name)
+{
+    std::error_code ignored;
+    return std::strcmp(name, "-") == 0 || std::filesystem::is_fifo(name, ignored);
+}
+
 } // namespace
 
 Packer::Packer() : Program("vxpack", description)
@@ -130,7 +137,9 @@ bool Packer::work()
         return packEach();
     Task task;
     task.inputs = Utils::getStrings(m_cmdLine, "inputFile");
-    task.output = chooseOutput(task.inputs);
+    const Utils::DataOutput output = Utils::openOutput(chooseOutput(task.inputs), false);
+    task.output = output.name;
+    task.stream = output.stream;
     {
         Utils::ProgressLine progress;
         pack(task, progress, m_cmdLine.getFlag("verbose") && !Utils::isQuiet());
@@ -143,7 +152,7 @@ std::string Packer::chooseOutput(const std::vector<std::string>& inputs) const
 {
     if (m_cmdLine.isPresent("outputFile")) {
         const char* const output = m_cmdLine.getString("outputFile");
-        if (Utils::getPointSourceType(output) != POINT_SOURCE_VX7)
+        if (Utils::getPointSourceType(output) != POINT_SOURCE_VX7 && !isPipe(output))
             QM_THROW(ErrorCode::General, "the name of the output must end in '.vxl': '%s'", output);
         return output;
     }
@@ -168,7 +177,8 @@ void Packer::pack(Task& task, ProgressDelegate& progress, bool verbose) const
     if (!layout.hasValidXYZ()) // otherwise the readers would report it as a fault of the file
         QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
     PackOptions::resolveChannels(options, layout);
-    task.writer = make<VX7PointWriter>(source.get(), task.output.c_str());
+    task.writer = task.stream ? make<VX7PointWriter>(source.get(), task.stream.get())
+                              : make<VX7PointWriter>(source.get(), task.output.c_str());
     VX7PointWriter& writer = *task.writer;
     warnOfUnrestorable(*files, writer.getMetadata());
     if (m_cmdLine.getFlag("dropWaveforms"))
@@ -176,7 +186,7 @@ void Packer::pack(Task& task, ProgressDelegate& progress, bool verbose) const
     writer.setOptions(options);
     task.numPoints =
         writer.write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine), layout, &progress);
-    task.size = QMFileUtils::getSize(task.output.c_str());
+    task.size = writer.getFileSize();
     warnOfLostScales(writer, layout, task.output.c_str());
     if (task.numPoints == 0)
         Utils::warnOfEmptyOutput(m_cmdLine, *source, task.output, Utils::getStrings(m_cmdLine, "filter"));

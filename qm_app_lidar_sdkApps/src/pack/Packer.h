@@ -25,6 +25,7 @@ private:
     {
         std::vector<std::string> inputs;
         std::string output;
+        Scoped<IO> stream; // if the output is standard output
         Scoped<VX7PointWriter> writer;
         std::int64_t numPoints = 0;
         std::int64_t size = 0; // bytes

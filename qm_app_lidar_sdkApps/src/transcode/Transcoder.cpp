@@ -7,12 +7,12 @@
 #include "utils/program/ConsoleProgress.h"
 #include "utils/program/Summary.h"
 #include "utils/program/Utils.h"
+#include "utils/sets/LASTotals.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/LASPointWriter.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <string_view>
 #include <strings.h>
 
@@ -112,8 +112,14 @@ bool Transcoder::work()
     Task task = {input, output, OutputChoice(output, m_cmdLine.getString("outputFormat")), {}};
     if (task.output.type() == POINT_SOURCE_VX7) // this program decodes
         QM_THROW(ErrorCode::General, "unknown output format");
-    if (task.output.type() != POINT_SOURCE_NULL)
-        separateOutputs(task);
+    if (task.output.type() != POINT_SOURCE_NULL) {
+        if (task.outputFile.empty())
+            QM_THROW(ErrorCode::General, "the name of the output file is empty");
+        const Utils::DataOutput opened =
+            Utils::openOutput(task.outputFile, task.output.type() == POINT_SOURCE_TEXT);
+        task.outputFile = opened.name;
+        task.standardOutput = opened.stream;
+    }
     const bool verbose = m_cmdLine.getFlag("verbose");
     Utils::ConsoleProgress progress;
     unpack(task, verbose, progress);
@@ -143,6 +149,8 @@ void Transcoder::unpack(Task& task, bool verbose, ProgressDelegate& progress) co
     auto* const las = dynamic_cast<LASPointWriter*>(writer.get());
     if (m_cmdLine.getFlag("restore"))
         restore(task, las);
+    if (las && !m_cmdLine.isPresent("crop") && fraction >= 1)
+        las->setTotals([&] { return Utils::findTotals(*source, layout, progress); });
     if (las && m_cmdLine.isPresent("gps"))
         las->setPrefersNonzeroTime(equalsIgnoringCase(m_cmdLine.getString("gps"), "nonzero"));
     configure(*writer);
@@ -188,27 +196,6 @@ bool Transcoder::unpackEach() const
     const Utils::BatchResult result =
         Utils::convertAll(conversions, getNumThreads(), m_cmdLine.getFlag("force"), convert);
     return Utils::reportBatch(result, describeSpeed(result.sum.numPoints));
-}
-
-// Keeps messages apart from points that are written to standard output.
-void Transcoder::separateOutputs(Task& task)
-{
-    if (task.outputFile.empty())
-        QM_THROW(ErrorCode::General, "the name of the output file is empty");
-    if (!Utils::isStandardOutput(task.outputFile.c_str()))
-        return;
-    if (task.output.type() == POINT_SOURCE_TEXT) {
-        task.standardOutput = Utils::divertStandardOutput(task.outputFile.c_str());
-        return;
-    }
-    // Other formats are written to a temporary file that then takes the name of the output. After the
-    // diversion "/dev/stdout" would name standard error, so the name of the file is found before.
-    std::error_code error;
-    const std::filesystem::path path = std::filesystem::canonical(task.outputFile, error);
-    if (!error && std::filesystem::is_regular_file(path, error)) {
-        task.outputFile = path;
-        Utils::divertStandardOutput(task.outputFile.c_str());
-    }
 }
 
 // Configures the writer to give back the file that was packed.

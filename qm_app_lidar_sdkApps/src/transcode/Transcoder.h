@@ -23,7 +23,7 @@ private:
         std::string input;
         std::string outputFile;
         OutputChoice output;
-        Scoped<IO> standardOutput; // of text that is written to it
+        Scoped<IO> standardOutput; // if the points are written to it
         long long numPoints = 0;
         std::int64_t size = 0; // of the output in bytes, if it is a file
     };
@@ -33,7 +33,6 @@ private:
 
     void unpack(Task& task, bool verbose, ProgressDelegate& progress) const;
     bool unpackEach() const;
-    static void separateOutputs(Task& task);
     PointInfo chooseTime(const Task& task, const PointInfo& layout) const;
     void restore(const Task& task, LASPointWriter* writer) const;
     void configure(PointWriter& writer) const;

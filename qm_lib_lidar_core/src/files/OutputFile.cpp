@@ -1,5 +1,6 @@
 #include "files/OutputFile.h"
 
+#include "files/Spool.h"
 #include <vxunpack/ProgressDelegate.h>
 
 #include <utility>
@@ -23,10 +24,11 @@ void OutputFile::init(const char* path)
     m_path = path;
 }
 
-void OutputFile::init(IO* io)
+void OutputFile::init(IO* io, const char* name)
 {
     abort();
     m_path.reset();
+    m_name = name;
     m_io = Scoped<IO>::retained(io);
 }
 
@@ -36,8 +38,14 @@ void OutputFile::create()
         return;
     m_partial.emplace(m_path->c_str(), m_mode);
     m_io = Scoped<IO>::retained(m_partial->io());
-    if (m_access == SEEKABLE)
-        m_partial->requireSeekable(m_format);
+}
+
+bool OutputFile::isPipe() const
+{
+    if (m_partial)
+        return !m_partial->canSeek();
+    const auto* const file = dynamic_cast<const FileIO::Imp*>(m_io.get());
+    return file && file->isSequential();
 }
 
 IO& OutputFile::open()
@@ -45,9 +53,11 @@ IO& OutputFile::open()
     create();
     if (!m_io)
         QM_THROW(ErrorCode::InvalidArgument, "io is NULL");
+    if (m_access == SEEKABLE && isPipe())
+        m_spool = Spool::create();
     m_io->open();
     m_isBegun = m_isOpen = true;
-    return *m_io;
+    return io();
 }
 
 void OutputFile::checkCancelled(ProgressDelegate* delegate, const char* activity) const
@@ -72,6 +82,8 @@ void OutputFile::finishQueue()
 
 void OutputFile::commit()
 {
+    if (m_spool)
+        Spool::copy(*m_spool, *m_io);
     m_isOpen = false; // also if closing fails
     m_io->close();
     if (m_partial)
@@ -99,6 +111,7 @@ void OutputFile::release() noexcept
     if (m_path)
         m_io.reset();
     m_partial.reset();
+    m_spool.reset();
 }
 
 } // namespace Quillmoran

@@ -3,6 +3,9 @@
 //
 //   init() --> create() --> open() --> write: queue() or io() --> finishQueue() --> commit()
 //
+// A pipe cannot seek. A format that is not written in order is written to a spool file first, which commit()
+// copies to the pipe.
+//
 // abort() undoes every state: the temporary file is removed, a file that was there before is kept, and an
 // output that was opened for direct writing is unlinked. Used by one thread at a time.
 #pragma once
@@ -52,19 +55,27 @@ public:
     // Names the output and aborts an earlier one; no file is touched. Throws InvalidArgument "path not given"
     // for a null path.
     void init(const char* path);
-    void init(IO* io);
-    // Empty for an IO.
-    const char* path() const noexcept { return m_path ? m_path->c_str() : ""; }
+    // `name` is for messages.
+    void init(IO* io, const char* name = "");
+    // The path of the file or the name of the IO.
+    const char* path() const noexcept { return m_path ? m_path->c_str() : m_name.c_str(); }
 
-    // Creates the temporary file. Errors are those of PartialFile, and OutputCreate "Unable to create output
-    // %s. %s output needs a seekable file" for a SEEKABLE output. Calling it again has no effect.
+    // Creates the temporary file. Errors are those of PartialFile. Calling it again has no effect.
     void create();
+    // Whether the created output can only be written in order.
+    bool isPipe() const;
+    // For an output that is about to be written in order after all.
+    void setAccess(Access access) noexcept { m_access = access; }
     // Creates the output, if that was not done, and opens it. Throws InvalidArgument without a path or an IO.
     IO& open();
-    // The open output.
-    IO& io() const noexcept { return *m_io; }
-    // The file of a path, from create() to commit() or abort(); null for an IO.
-    FileIO::Imp* file() const noexcept { return m_partial ? m_partial->io() : nullptr; }
+    // The open output, or the spool file.
+    IO& io() const noexcept { return m_spool ? *m_spool : *m_io; }
+    // The file of a path, from create() to commit() or abort(), or the spool file, from open() on; null for an
+    // IO that is written directly.
+    FileIO::Imp* file() const noexcept
+    {
+        return m_spool ? m_spool.get() : m_partial ? m_partial->io() : nullptr;
+    }
 
     // Reports the activity and asks whether to stop: Cancelled "%s Write operation cancelled." with the
     // format's name. The delegate may be null.
@@ -76,7 +87,7 @@ public:
     // Waits for the slices and ends the thread; throws what `write` threw.
     void finishQueue();
 
-    // Closes the complete output; a file gets its name.
+    // Closes the complete output; a file gets its name, a pipe the contents of the spool file.
     void commit();
     // Ends the queue's thread first. What uses the output may be destroyed afterwards.
     void abort() noexcept;
@@ -88,9 +99,11 @@ private:
     Access m_access;
     const char* m_mode;
     std::optional<std::string> m_path;
+    std::string m_name;                   // of an IO
     std::optional<PartialFile> m_partial; // of a path, from create() on
     Scoped<IO> m_io;                      // of a path from create() on, the caller's from init() on
-    bool m_isBegun = false;               // opened and not complete
+    Scoped<FileIO::Imp> m_spool;
+    bool m_isBegun = false; // opened and not complete
     bool m_isOpen = false;
     std::optional<Queue> m_queue;
 };

@@ -65,21 +65,6 @@ void copyPermissions(int descriptor, const struct stat64& replaced)
     ::fchmod(descriptor, permissions);
 }
 
-// Seeking on a device has no side effect. A pipe is not opened, which could block.
-bool canSeek(const char* path)
-{
-    struct stat64 status;
-    if (stat64(path, &status) != 0 || S_ISREG(status.st_mode))
-        return true;
-    if (!S_ISCHR(status.st_mode))
-        return S_ISBLK(status.st_mode);
-    const int descriptor = ::open64(path, O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    const bool cannot = descriptor >= 0 && ::lseek64(descriptor, 0, SEEK_CUR) < 0 && errno == ESPIPE;
-    if (descriptor >= 0)
-        ::close(descriptor);
-    return !cannot;
-}
-
 } // namespace
 
 PartialFile::PartialFile(const QMFileSpec& final, const char* mode)
@@ -147,11 +132,19 @@ PartialFile::~PartialFile()
         ::unlink(m_path.c_str());
 }
 
-void PartialFile::requireSeekable(const char* format) const
+// Seeking on a device has no side effect. A pipe is not opened, which could block.
+bool PartialFile::canSeek() const
 {
-    if (m_isDirect && !canSeek(m_path.c_str()))
-        QM_THROW(ErrorCode::OutputCreate, "Unable to create output %s. %s output needs a seekable file",
-                 m_given.c_str(), format);
+    struct stat64 status;
+    if (!m_isDirect || stat64(m_path.c_str(), &status) != 0 || S_ISREG(status.st_mode))
+        return true;
+    if (!S_ISCHR(status.st_mode))
+        return S_ISBLK(status.st_mode);
+    const int descriptor = ::open64(m_path.c_str(), O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    const bool cannot = descriptor >= 0 && ::lseek64(descriptor, 0, SEEK_CUR) < 0 && errno == ESPIPE;
+    if (descriptor >= 0)
+        ::close(descriptor);
+    return !cannot;
 }
 
 // Another file or a link with the temporary name must not become the output.

@@ -30,8 +30,8 @@ public:
     PartialFile(const PartialFile&) = delete;
     PartialFile& operator=(const PartialFile&) = delete;
 
-    // For formats that are not written in order: OutputCreate if the file cannot seek.
-    void requireSeekable(const char* format) const;
+    // False for a pipe or a terminal. Does not open a pipe.
+    bool canSeek() const;
 
     // The file to open, write and close. Its errors name the path that the constructor was given.
     FileIO::Imp* io() const noexcept { return m_io.get(); }

@@ -233,8 +233,10 @@ std::size_t FileIO::Imp::writeNext(std::int64_t offset, const void* buffer, std:
         waitUntilWritable();
         moved = ::write(m_descriptor, buffer, std::min(count, maxSequentialWrite));
     } while (moved < 0 && (errno == EINTR || errno == EAGAIN));
-    if (moved < 0)
+    if (moved < 0) {
+        m_isBrokenPipe = m_isBrokenPipe || errno == EPIPE;
         QM_THROW_OS(m_name.c_str());
+    }
     m_next += moved;
     return static_cast<std::size_t>(moved);
 }

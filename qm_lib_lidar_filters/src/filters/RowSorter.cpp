@@ -1,5 +1,7 @@
 #include "filters/RowSorter.h"
 
+#include "files/Spool.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -102,12 +104,8 @@ void RowSorter::writeRun()
 {
     SortedRows& sorted = *m_sorted;
     if (!sorted.m_file) {
-        const Scoped<FileIO::Imp> file(FileIO::create());
-        file->init(nullptr);
-        // An unlinked file is reachable only through its descriptor, and is removed when the process is killed.
-        FileIO::deleteFile(file->path());
-        m_writer.init(file.get(), true, writeBufferSize);
-        sorted.m_file = file;
+        sorted.m_file = Spool::create();
+        m_writer.init(sorted.m_file.get(), true, writeBufferSize);
     }
     sortRun();
     sorted.m_runs.push_back({m_writer.tell(), sorted.m_count});

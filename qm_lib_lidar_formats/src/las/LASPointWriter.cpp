@@ -50,7 +50,7 @@ bool isScanAngleStep(DataType type)
 // The file being written.
 struct LASPointWriter::Impl
 {
-    Impl(const char* path, LASFileHead made, const PointInfo& layout);
+    Impl(LASFileHead made, const PointInfo& layout);
 
     using Slice = OutputFile::Slice; // of records
 
@@ -63,8 +63,39 @@ struct LASPointWriter::Impl
         const LASExtraField* extra = nullptr; // in the extra bytes; null: `field`
     };
 
+    // The values of the header that depend on all points.
+    struct Summary
+    {
+        std::uint64_t total = 0;        // points
+        LASFields::Extent extents[3]{}; // in steps
+        std::array<std::uint64_t, LASHeader::maxReturns + 1> byReturn{};
+    };
+
     void chooseColumns(const PointInfo& layout);
-    void openOutput();
+    // Writes the header with these totals before the points if it can be complete by then.
+    void stateTotals(const Totals& totals);
+    bool hasStatedTotals() const { return stated.has_value(); }
+    // Whether the stated bounds are larger than those of the points. Throws PointWrite if the points are not
+    // those of the stated totals.
+    bool checkStatedTotals() const;
+    // Creates the output, then opens it and writes the head.
+    void create();
+    void begin();
+    // Errors name the output.
+    template <class Work>
+    void creating(Work work) const
+    {
+        try {
+            work();
+        } catch (const Error& error) {
+            QM_THROW(ErrorCode::OutputCreate, "Unable to create output %s. %s", output.path(), error.what());
+        }
+    }
+    // Whether the header of a restored file is kept.
+    bool keepsHeader(const Summary& points) const
+    {
+        return head.keepsCounts && points.total == head.header.getPointCount();
+    }
     std::size_t countRecords(const Slice& slice) const { return slice.size / header.recordLength; }
     LASFields::Axis axisOf(const LASField& field) const
     {
@@ -72,10 +103,15 @@ struct LASPointWriter::Impl
     }
     bool packSlice(Slice& slice, const PointData& block, std::size_t first);
     void resolveTimes(Slice& slice, const PointData& block, std::size_t first);
+    unsigned returnOf(const unsigned char* record) const
+    {
+        constexpr std::size_t returnsOffset = 14; // in the records of all formats
+        return record[returnsOffset] & (header.pointFormat.isExtended() ? 15u : 7u);
+    }
     void countReturns(const Slice& slice);
     // For a block with a coordinate that does not fit: reports the first one.
     [[noreturn]] void throwOutOfRange(const PointData& block, std::size_t count) const;
-    void completeHeader();
+    void completeHeader(const Summary& points);
     void writeTail();
     void writeHeader() { writeBytes(0, head.writeHeader(header)); }
     void writeBytes(std::int64_t position, const std::vector<unsigned char>& bytes)
@@ -86,10 +122,8 @@ struct LASPointWriter::Impl
     LASFileHead head;
     LASHeader header; // that of `head`, completed at the end
     std::vector<Column> columns;
-    // The values of the header that depend on all points.
-    LASFields::Extent extents[3]; // in steps
-    std::array<std::uint64_t, LASHeader::maxReturns + 1> byReturn{};
-    std::uint64_t total = 0; // points
+    Summary actual;                // of the points up to now
+    std::optional<Summary> stated; // in the header, before the points are written
     bool hasForeignScanAngles = false;
     bool prefersNonzeroTime = false;
     bool isRestored = false;
@@ -111,7 +145,16 @@ void LASPointWriter::init(PointSource* source, const char* path, FileVersion ver
         QM_THROW(ErrorCode::InvalidArgument, "path not given");
     PointWriter::init(source);
     m_path = path;
+    m_io.reset();
     m_version = version;
+}
+
+void LASPointWriter::init(PointSource* source, IO* io, const char* name, FileVersion version)
+{
+    if (!io)
+        QM_THROW(ErrorCode::InvalidArgument, "io is NULL");
+    init(source, name, version);
+    m_io = Scoped<IO>::retained(io);
 }
 
 int LASPointWriter::getRecordFormat(const PointInfo& layout)
@@ -157,11 +200,21 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
     request.offset = getOffset();
     request.wkt = getSrc()->getWKT();
     request.restores = m_restores;
-    m_impl =
-        std::make_unique<Impl>(m_path.c_str(), LASFileHead::make(layout, getMetadata(), request), layout);
-    const LASFileHead& head = m_impl->head;
+    m_impl = std::make_unique<Impl>(LASFileHead::make(layout, getMetadata(), request), layout);
     m_impl->prefersNonzeroTime = m_prefersNonzeroTime;
     m_impl->isRestored = m_restores;
+    if (m_io)
+        m_impl->output.init(m_io.get(), m_path.c_str());
+    else
+        m_impl->output.init(m_path.c_str());
+    m_impl->create();
+    // A restored file is the same in a pipe, so it cannot have the position of its chunk table at the end.
+    if (m_getTotals && m_impl->output.isPipe() && !(m_restores && m_writeLAZ))
+        if (const std::optional<Totals> totals = m_getTotals())
+            m_impl->stateTotals(*totals);
+    m_impl->begin();
+    const LASFileHead& head = m_impl->head;
+    m_hasLargerBounds = false;
     m_losesCoordinateSystem = head.losesCoordinateSystem;
     m_leftOut = head.leftOut;
     m_hasForeignChunkIndex = head.hasForeignChunkIndex;
@@ -169,13 +222,25 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
     m_timeConflict.reset();
 }
 
-LASPointWriter::Impl::Impl(const char* path, LASFileHead made, const PointInfo& layout)
+LASPointWriter::Impl::Impl(LASFileHead made, const PointInfo& layout)
     : head(std::move(made)), header(head.header)
 {
     chooseColumns(layout);
-    output.init(path);
-    openOutput();
-    writer = LASRecordWriter::create(output.io(), header);
+}
+
+void LASPointWriter::Impl::create()
+{
+    creating([this] { output.create(); });
+}
+
+void LASPointWriter::Impl::begin()
+{
+    creating([this] {
+        output.open();
+        writeHeader();
+        writeBytes(header.headerSize, head.records);
+    });
+    writer = LASRecordWriter::create(output.io(), header, hasStatedTotals());
     output.startQueue([this, records = writer](
                           const Slice& slice) { records->write(slice.bytes.get(), countRecords(slice)); },
                       maxSlices);
@@ -215,25 +280,64 @@ void LASPointWriter::Impl::chooseColumns(const PointInfo& layout)
     }
 }
 
-void LASPointWriter::Impl::openOutput()
+void LASPointWriter::Impl::stateTotals(const Totals& totals)
 {
-    try {
-        output.open();
-        writeHeader();
-        writeBytes(header.headerSize, head.records);
-    } catch (const Error& error) {
-        if (error.code() == ErrorCode::OutputCreate)
-            throw;
-        QM_THROW(ErrorCode::OutputCreate, "Unable to create output %s. %s", output.path(), error.what());
+    Summary summary;
+    summary.total = totals.numPoints;
+    // Packs the values as those of points are packed.
+    std::vector<unsigned char> record(header.pointFormat.recordLength());
+    const Bounds::Range ranges[] = {totals.bounds.x, totals.bounds.y, totals.bounds.z};
+    constexpr const char* names[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
+    for (std::size_t axis = 0; axis < 3 && totals.numPoints != 0; ++axis)
+        for (const double value : {ranges[axis].min, ranges[axis].max}) {
+            const LASField field = *LASFields::find(header.pointFormat, names[axis]);
+            if (!LASFields::packCoordinate(record.data(), record.size(), field, axisOf(field), &value, 1,
+                                           summary.extents[axis]))
+                return;
+        }
+    const LASField field = *LASFields::find(header.pointFormat, ChannelNames::returnNum);
+    for (std::size_t i = 0; i < totals.countsByReturn.size(); ++i) {
+        const auto value = static_cast<std::uint64_t>(i);
+        record.assign(record.size(), 0);
+        LASFields::pack(record.data(), record.size(), field, &value, UINT64, 1);
+        summary.byReturn[returnOf(record.data())] += totals.countsByReturn[i];
     }
+    if (totals.countsByReturn.empty())
+        summary.byReturn[0] = totals.numPoints;
+    stated = summary;
+    output.setAccess(OutputFile::SEQUENTIAL);
+    completeHeader(*stated);
+    if (header.numEVLRs != 0 && !head.extended.empty())
+        header.firstEVLR = header.pointDataOffset + stated->total * header.recordLength + head.gap.size();
+}
+
+bool LASPointWriter::Impl::checkStatedTotals() const
+{
+    if (!stated)
+        return false;
+    const bool isKept = keepsHeader(*stated); // with the bounds and counts of the restored file
+    bool isSame = actual.total == stated->total && (isKept || actual.byReturn == stated->byReturn);
+    bool isLarger = false;
+    for (std::size_t axis = 0; axis < 3 && !isKept && actual.total != 0; ++axis) {
+        const LASFields::Extent& points = actual.extents[axis];
+        const LASFields::Extent& bounds = stated->extents[axis];
+        isSame = isSame && points.min >= bounds.min && points.max <= bounds.max;
+        isLarger = isLarger || points.min > bounds.min || points.max < bounds.max;
+    }
+    if (!isSame)
+        QM_THROW(ErrorCode::PointWrite,
+                 "%s: the points are not those that the header describes, which is already written; write "
+                 "to a file instead",
+                 output.path());
+    return isLarger;
 }
 
 void LASPointWriter::writePoints(const PointData& block, std::size_t count, ProgressDelegate* delegate)
 {
     Impl& impl = *m_impl;
     impl.output.checkCancelled(delegate, activity);
-    impl.total += count;
-    if (impl.total > maxLegacyCount && impl.header.versionMinor <= 3)
+    impl.actual.total += count;
+    if (impl.actual.total > maxLegacyCount && impl.header.versionMinor <= 3)
         QM_THROW(ErrorCode::NotRepresentable, "Attempt to write 2 ^ 32 or more points to a LAS file.");
     bool fits = true;
     try {
@@ -297,7 +401,7 @@ bool LASPointWriter::Impl::packSlice(Slice& slice, const PointData& block, std::
         } else if (column.field.isCoordinate()) {
             fits &= LASFields::packCoordinate(records, stride, column.field, axisOf(column.field),
                                               reinterpret_cast<const double*>(samples), count,
-                                              extents[column.field.axis()]);
+                                              actual.extents[column.field.axis()]);
         } else {
             LASFields::pack(records, stride, column.field, samples, column.type, count);
         }
@@ -337,10 +441,8 @@ void LASPointWriter::Impl::resolveTimes(Slice& slice, const PointData& block, st
 void LASPointWriter::Impl::countReturns(const Slice& slice)
 {
     const std::size_t stride = header.recordLength;
-    const unsigned mask = header.pointFormat.isExtended() ? 15 : 7;
-    constexpr std::size_t returnsOffset = 14; // in the records of all formats
-    for (std::size_t at = returnsOffset; at < slice.size; at += stride)
-        ++byReturn[slice.bytes[at] & mask];
+    for (std::size_t at = 0; at < slice.size; at += stride)
+        ++actual.byReturn[returnOf(slice.bytes.get() + at)];
 }
 
 void LASPointWriter::writeEnd(std::int64_t, const Bounds&)
@@ -352,11 +454,14 @@ void LASPointWriter::writeEnd(std::int64_t, const Bounds&)
     } catch (const Error& error) {
         QM_THROW(ErrorCode::PointWrite, "Unable to write point: %s", error.what());
     }
-    impl.completeHeader();
+    m_hasLargerBounds = impl.checkStatedTotals();
+    if (!impl.hasStatedTotals())
+        impl.completeHeader(impl.actual);
     try {
         impl.writeTail();
         impl.writer.reset();
-        impl.writeHeader();
+        if (!impl.hasStatedTotals())
+            impl.writeHeader();
         impl.output.commit();
     } catch (const Error& error) {
         QM_THROW(ErrorCode::PointWrite, "Unable to update header: %s", error.what());
@@ -376,17 +481,17 @@ void LASPointWriter::Impl::writeTail()
         header.firstEVLR = static_cast<std::uint64_t>(begin + gap);
 }
 
-void LASPointWriter::Impl::completeHeader()
+void LASPointWriter::Impl::completeHeader(const Summary& points)
 {
-    if (head.keepsCounts && total == header.getPointCount())
+    if (keepsHeader(points))
         return;
-    header.legacyPointCount = legacyCount(total);
-    header.pointCount = total;
+    header.legacyPointCount = legacyCount(points.total);
+    header.pointCount = points.total;
     for (std::size_t i = 0; i < LASHeader::maxReturns; ++i) {
-        const std::uint64_t points = byReturn[i + 1];
-        header.pointsByReturn[i] = points;
+        const std::uint64_t count = points.byReturn[i + 1];
+        header.pointsByReturn[i] = count;
         if (i < LASHeader::legacyReturns)
-            header.legacyPointsByReturn[i] = legacyCount(points);
+            header.legacyPointsByReturn[i] = legacyCount(count);
     }
     if (isRestored && header.pointFormat.isExtended()) {
         // LAS 1.4 requires this of the newer point formats.
@@ -395,7 +500,7 @@ void LASPointWriter::Impl::completeHeader()
     }
     for (std::size_t axis = 0; axis < 3; ++axis) {
         // Without points minimum and maximum are step 0.
-        const LASFields::Extent extent = total == 0 ? LASFields::Extent{0, 0} : extents[axis];
+        const LASFields::Extent extent = points.total == 0 ? LASFields::Extent{0, 0} : points.extents[axis];
         header.min[axis] = extent.min * header.scale[axis] + header.offset[axis];
         header.max[axis] = extent.max * header.scale[axis] + header.offset[axis];
     }

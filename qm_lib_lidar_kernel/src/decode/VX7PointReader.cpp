@@ -131,6 +131,36 @@ double VX7PointReader::getTotalWork(const Bounds& bounds, double fraction) const
     return points;
 }
 
+std::vector<std::uint64_t> VX7PointReader::countValues(const char* channel, ProgressDelegate* delegate) const
+{
+    constexpr std::size_t blockPoints = 16384;
+    const WaveletDecoderInfo& info = getDecoderInfo();
+    const ChannelInfo* const counted = getChannel(channel);
+    if (!counted)
+        QM_THROW(ErrorCode::NoSuchChannel, "requesting channel not in the source");
+    if (counted->getDataType() != UINT8)
+        QM_THROW(ErrorCode::ChannelType, "channel '%s' has another type in the source", channel);
+    // Blocks of points have coordinates, but without a box nothing reads them.
+    Scoped<WaveletDecoder> decoder(WaveletDecoder::create());
+    PointInfo layout;
+    for (const char* name : {ChannelNames::x, ChannelNames::y, ChannelNames::z}) {
+        ChannelInfo coordinate;
+        coordinate.init(name, FLOAT64, 0, 0);
+        layout.append(coordinate);
+        decoder->skipChannel(name);
+    }
+    layout.append(*counted);
+    decoder->init(info, Bounds::Huge(), 1.0, layout, m_verifiesDigests, delegate);
+    PointData block;
+    block.init(layout, blockPoints);
+    const auto* const values = static_cast<const std::uint8_t*>(block.getChannel(channel)->getData());
+    std::vector<std::uint64_t> counts(UINT8_MAX + 1);
+    while (const std::size_t count = decoder->getNextPoints(block))
+        for (std::size_t i = 0; i < count; ++i)
+            ++counts[values[i]];
+    return counts;
+}
+
 PointIterator* VX7PointReader::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                               ProgressDelegate* delegate) const
 {

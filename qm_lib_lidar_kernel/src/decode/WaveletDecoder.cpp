@@ -66,6 +66,8 @@ void WaveletDecoder::selectChannels(const PointInfo& layout)
         const ChannelInfo& wanted = layout.getChannel(i);
         const char* name = wanted.getName() ? wanted.getName() : "";
         const DataType type = wanted.getDataType();
+        if (std::find(m_skipped.begin(), m_skipped.end(), name) != m_skipped.end())
+            continue;
         if (const auto whole = m_info->getChannel(name)) {
             const DataType stored = m_info->getChannel(*whole).getDataType();
             if (!DataTypeUtils::isKnown(type) || !DataTypeUtils::isKnown(stored) ||

@@ -18,6 +18,7 @@
 #include <deque>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace Quillmoran {
@@ -33,6 +34,9 @@ public:
     // coders and, if `verifies` is set, of the digests.
     void init(const WaveletDecoderInfo& info, const Bounds& bounds, double fraction, const PointInfo& layout,
               bool verifies, ProgressDelegate* delegate);
+
+    // Leaves the values of the channel unspecified instead of decoding them. Call it before init().
+    void skipChannel(const char* name) { m_skipped.emplace_back(name); }
 
     // SubbandRead or Inflate for a damaged band, DigestDiffers "channel %s, points %d to %d: digest differs"
     // for samples that differ from their digest, after which there are no more points; Cancelled "operation
@@ -100,6 +104,7 @@ private:
     std::optional<OpenIO> m_file; // kept open, since the chains open and close it
     MemoryBudget m_budget;
     std::uint32_t m_level = 0;
+    std::vector<std::string> m_skipped; // channels that are not decoded
     std::deque<Channel> m_channels; // the parts of a split channel are consecutive: fraction, exponent, sign
     const StoredDigests::Samples* m_digests = nullptr; // of m_info; null unless samples are compared
     std::vector<WaveletDecoderInfo::PointRange> m_ranges;

@@ -325,6 +325,7 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
     addDecimals(metadata, encoding.getDecimals());
     encoding.writeChunks(&output.open(), metadata);
     m_summary = encoding.getSummary();
+    m_fileSize = output.io().size();
     output.commit();
     return encoding.getNumPoints();
 }

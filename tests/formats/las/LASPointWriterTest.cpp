@@ -3,9 +3,11 @@
 #include "support/CoordinateSystems.h"
 #include "support/LASClouds.h"
 #include "support/Test.h"
+#include <vxunpack/FileIO.h>
 #include <vxunpack/LASPointReader.h>
 
 #include <ctime>
+#include <fcntl.h>
 
 namespace Quillmoran::Testing { namespace {
 
@@ -415,6 +417,49 @@ TEST_F(LASWriting, ReportsScanAnglesInTheUnitOfOtherFormats)
         write(*writer);
         EXPECT_EQ(writer->hasForeignScanAngles(), isForeign) << angle.getDataType() << other;
     }
+}
+
+// An IO that is written in order stands for a pipe.
+TEST_F(LASWriting, ChecksTotalsThatItHasWrittenBeforeThePoints)
+{
+    const auto source = makeSource({channel("ReturnNum", UINT8, 0, 3)}, {{1, 1, 2, 5, 9}});
+    const LASFile expected = write(*source);
+    LASPointWriter::Totals totals{5, source->getBounds(), std::vector<std::uint64_t>(256)};
+    for (const std::size_t value : {1, 1, 2, 5, 9})
+        ++totals.countsByReturn[value];
+    const auto stream = [&](const std::optional<LASPointWriter::Totals>& stated) {
+        const Scoped<FileIO::Imp> file(FileIO::create());
+        file->adopt(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600), "pipe", FileIO::Imp::SEQUENTIAL);
+        const auto writer = makeWriter(*source);
+        writer->init(source.get(), file.get(), "pipe", -1);
+        writer->setTotals([&] { return stated; });
+        const std::string failure = failureOf([&] { write(*writer); });
+        return failure + (writer->hasLargerBounds() ? ", larger" : "");
+    };
+    const std::string whole = readFile(path);
+    for (const auto& stated : {std::optional(totals), std::optional<LASPointWriter::Totals>()}) {
+        EXPECT_EQ(stream(stated), "no error");
+        EXPECT_TRUE(readFile(path) == whole);
+    }
+    EXPECT_EQ(expected.legacyByReturn, (std::array<std::uint32_t, 5>{2, 1, 0, 0, 1}));
+
+    const std::string error = "40601 pipe: the points are not those that the header describes, which is "
+                              "already written; write to a file instead";
+    auto wrong = totals;
+    wrong.numPoints = 4;
+    EXPECT_EQ(stream(wrong), error);
+    wrong = totals;
+    std::swap(wrong.countsByReturn[2], wrong.countsByReturn[3]);
+    EXPECT_EQ(stream(wrong), error);
+    wrong = totals;
+    wrong.bounds.z.min = wrong.bounds.z.max = 1;
+    EXPECT_EQ(stream(wrong), error);
+    wrong = totals;
+    wrong.bounds.y.max += 1;
+    EXPECT_EQ(stream(wrong), "no error, larger");
+    wrong.bounds.y.max = infinity; // not in a header
+    EXPECT_EQ(stream(wrong), "no error");
+    EXPECT_TRUE(readFile(path) == whole);
 }
 
 }} // namespace Quillmoran::Testing

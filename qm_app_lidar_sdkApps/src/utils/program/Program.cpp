@@ -12,7 +12,9 @@
 #include <cstdio>
 #include <exception>
 #include <fcntl.h>
+#include <filesystem>
 #include <new>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -90,6 +92,65 @@ void occupyStandardStreams()
                    stream == STDIN_FILENO ? O_WRONLY : O_RDONLY); // gets the lowest free descriptor
 }
 
+// The former standard output, once divertStandardOutput() was called.
+Scoped<FileIO::Imp>& divertedOutput()
+{
+    static Scoped<FileIO::Imp> output;
+    return output;
+}
+
+// Whether nobody reads a report that was printed.
+bool isReportUnread()
+{
+    pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+    return std::ferror(stdout) && ::poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
+}
+
+// Whether the run failed because the reader of standard output, such as "head", has seen enough.
+bool isReaderGone()
+{
+    return divertedOutput() ? divertedOutput()->isBrokenPipe() : isReportUnread();
+}
+
+// Ends the process as the signal would have ended it, but after everything was cleaned up. Returns the status
+// of shells for it if the signal is blocked.
+int endByBrokenPipe()
+{
+    constexpr int signalStatus = 128;
+    endProgressLine();
+    std::signal(SIGPIPE, SIG_DFL);
+    std::raise(SIGPIPE);
+    return signalStatus + SIGPIPE;
+}
+
+constexpr char standardOutputName[] = "standard output";
+
+// Whether the path names the file that is standard output, as /dev/stdout does.
+bool isStandardOutput(const char* path)
+{
+    struct stat64 file, output;
+    const int flags = ::fcntl(STDOUT_FILENO, F_GETFL);
+    return flags >= 0 && (flags & O_ACCMODE) != O_RDONLY && stat64(path, &file) == 0 &&
+           fstat64(STDOUT_FILENO, &output) == 0 && file.st_dev == output.st_dev &&
+           file.st_ino == output.st_ino;
+}
+
+// Redirects what the program prints to standard error. Returns a sequential IO that writes to the former
+// standard output.
+Scoped<IO> divertStandardOutput(const char* name)
+{
+    std::fflush(stdout);
+    Scoped<FileIO::Imp> io(FileIO::create());
+    const int descriptor = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (descriptor < 0)
+        QM_THROW_OS(name);
+    io->adopt(descriptor, name, FileIO::Imp::SEQUENTIAL);
+    if (::dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
+        QM_THROW_OS(name);
+    divertedOutput() = io;
+    return Scoped<IO>::retained(io.get());
+}
+
 } // namespace
 
 bool isQuiet() noexcept
@@ -117,6 +178,8 @@ int runProgram(const std::function<bool()>& run, int errorStatus)
     try {
         return run() ? 0 : 1;
     } catch (const std::exception& error) {
+        if (isReaderGone())
+            return endByBrokenPipe();
         printError(error.what());
     } catch (...) {
         endProgressLine();
@@ -139,26 +202,22 @@ void ignoreWriteSignals()
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
-bool isStandardOutput(const char* path)
+DataOutput openOutput(const std::string& name, bool inOrder)
 {
-    struct stat64 file, output;
-    const int flags = ::fcntl(STDOUT_FILENO, F_GETFL);
-    return flags >= 0 && (flags & O_ACCMODE) != O_RDONLY && stat64(path, &file) == 0 &&
-           fstat64(STDOUT_FILENO, &output) == 0 && file.st_dev == output.st_dev &&
-           file.st_ino == output.st_ino;
-}
-
-Scoped<IO> divertStandardOutput(const char* name)
-{
-    std::fflush(stdout);
-    Scoped<FileIO::Imp> io(FileIO::create());
-    const int descriptor = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (descriptor < 0)
-        QM_THROW_OS(name);
-    io->adopt(descriptor, name, FileIO::Imp::SEQUENTIAL);
-    if (::dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
-        QM_THROW_OS(name);
-    return Scoped<IO>(io.detach());
+    if (name == "-")
+        return {standardOutputName, divertStandardOutput(standardOutputName)};
+    if (!isStandardOutput(name.c_str()))
+        return {name, {}};
+    // Formats that are not written in order are written to a temporary file that then takes the name of the
+    // output. After the diversion "/dev/stdout" would name standard error, so the name of the file is found
+    // before.
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::canonical(name, error);
+    const bool isFile = !error && std::filesystem::is_regular_file(path, error);
+    Scoped<IO> stream = divertStandardOutput(name.c_str());
+    if (isFile && !inOrder)
+        return {path, {}};
+    return {name, stream};
 }
 
 void finishReport()

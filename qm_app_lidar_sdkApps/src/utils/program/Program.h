@@ -90,11 +90,16 @@ void printError(const char* text);
 // instead of a signal that ends the process.
 void ignoreWriteSignals();
 
-// Whether the path names the file that is standard output, as /dev/stdout does.
-bool isStandardOutput(const char* path);
-// Redirects what the program prints to standard error, so that it does not mix with data. Returns a
-// sequential IO that writes to the former standard output.
-Scoped<IO> divertStandardOutput(const char* name);
+// An output for data: a path, or a stream with a name for messages.
+struct DataOutput
+{
+    std::string name;
+    Scoped<IO> stream; // sequential; null for a path
+};
+// Opens the output with a name that a user gave. "-" is standard output, as is the name of the same file, such
+// as /dev/stdout. What the program prints then goes to standard error, so that it does not mix with data. If
+// standard output is a file with a name, and its format is not `inOrder`, that name is returned.
+DataOutput openOutput(const std::string& name, bool inOrder);
 
 // Ends a report on standard output. Throws General "cannot write the report" if any of it was lost.
 void finishReport();

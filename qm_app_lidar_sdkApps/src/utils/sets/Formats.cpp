@@ -69,18 +69,27 @@ PointWriter* createTextWriter(const OutputTarget& target)
 
 PointWriter* createLASWriter(const OutputTarget& target)
 {
-    auto writer = make<LASPointWriter>(target.source, target.path, target.lasVersion);
+    Scoped<LASPointWriter> writer(LASPointWriter::create());
+    if (target.stream)
+        writer->init(target.source, target.stream, target.path, target.lasVersion);
+    else
+        writer->init(target.source, target.path, target.lasVersion);
     writer->setWriteLAZ(target.compressed);
     return writer.detach();
 }
 
 PointWriter* createVX7Writer(const OutputTarget& target)
 {
+    if (target.stream)
+        return make<VX7PointWriter>(target.source, target.stream).detach();
     return make<VX7PointWriter>(target.source, target.path).detach();
 }
 
 PointWriter* createBPFWriter(const OutputTarget& target)
 {
+    if (target.stream) // PDAL opens files by name
+        QM_THROW(ErrorCode::OutputCreate, "Unable to create output %s. BPF output needs a seekable file",
+                 target.path);
     return createPDALPointWriter(target.source, target.path);
 }
 

@@ -18,9 +18,9 @@ class IO;
 struct OutputTarget
 {
     PointSource* source;
-    const char* path;
+    const char* path;        // or the name of the stream in messages
     const PointInfo& layout; // the columns of text
-    IO* stream;              // null, or of text: written in place of the path
+    IO* stream;              // null, or written in place of the path
     int lasVersion;          // see LASPointWriter
     bool compressed;         // LAZ in place of LAS
 };

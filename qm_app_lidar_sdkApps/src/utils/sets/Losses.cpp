@@ -118,6 +118,9 @@ void warnOfLASOutput(const LASPointWriter& writer, const PointInfo& layout, cons
         warn(name +
              "the COPC records are those of the file that was packed, and do not describe the chunks of this "
              "file; programs that read it as COPC will fail");
+    if (writer.hasLargerBounds())
+        warn(name + "the bounds in the header, which was written before the points, are larger than those of "
+                    "the points");
     warnOfLeftOut(writer, layout, name, advice, warn);
 }
 

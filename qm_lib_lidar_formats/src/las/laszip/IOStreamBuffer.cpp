@@ -11,8 +11,15 @@ IOStreamBuffer::IOStreamBuffer(IO& io, const LASzipChunks& chunks)
     setg(m_buffer.get(), m_buffer.get(), m_buffer.get());
 }
 
-IOStreamBuffer::IOStreamBuffer(IO& io, std::int64_t position)
-    : m_io(io), m_walk(io, {}), m_buffer(makeBuffer<char>(bufferSize)), m_position(position), m_writing(true)
+// LASzip asks for the position of the first byte, where it will later write the position of the table, and takes
+// -1 for a stream that cannot seek. It needs all later positions for the sizes of the chunks.
+IOStreamBuffer::IOStreamBuffer(IO& io, std::int64_t position, Access access)
+    : m_io(io),
+      m_walk(io, {}),
+      m_buffer(makeBuffer<char>(bufferSize)),
+      m_position(position),
+      m_writing(true),
+      m_concealed(access == SEQUENTIAL ? position : -1)
 {
     setp(m_buffer.get(), m_buffer.get() + bufferSize);
 }
@@ -111,7 +118,7 @@ IOStreamBuffer::pos_type IOStreamBuffer::seekoff(off_type offset, std::ios_base:
     if (from == std::ios_base::beg)
         return seekpos(offset, {});
     if (from == std::ios_base::cur && offset == 0)
-        return tell();
+        return m_writing && tell() == m_concealed ? pos_type(off_type(-1)) : pos_type(tell());
     if (m_writing)
         flush();
     const std::int64_t base = from == std::ios_base::cur ? tell() : m_io.size();

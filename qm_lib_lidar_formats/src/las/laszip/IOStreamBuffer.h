@@ -20,8 +20,13 @@ public:
     // the end, gives zeros from then on: LASzip can crash when a stream fails or ends, but not on zeros. So
     // call throwFailure() after every call of LASzip.
     IOStreamBuffer(IO& io, const LASzipChunks& chunks);
+    enum Access
+    {
+        SEEKABLE,
+        SEQUENTIAL // LASzip writes the position of the chunk table after the table
+    };
     // Writes from the position on.
-    IOStreamBuffer(IO& io, std::int64_t position);
+    IOStreamBuffer(IO& io, std::int64_t position, Access access);
 
     // Writes the buffered bytes. After an error they and all later ones are dropped without failing the
     // stream: LASzip leaks memory when it closes a failed stream.
@@ -50,6 +55,7 @@ private:
     Buffer<char> m_buffer;
     std::int64_t m_position = 0; // reading: end of the buffered bytes; writing: their beginning
     bool m_writing;
+    std::int64_t m_concealed = -1; // the position that seekoff() does not report
     std::exception_ptr m_failure;
 };
 

@@ -44,10 +44,11 @@ void describe(const LASzip& laszip, const LASHeader& header)
 class CompressedWriter final : public LASRecordWriter
 {
 public:
-    CompressedWriter(IO& io, const LASHeader& header)
+    CompressedWriter(IO& io, const LASHeader& header, bool inOrder)
         : m_header(header),
           m_extraBytes(header.recordLength - header.pointFormat.recordLength()),
-          m_buffer(io, header.pointDataOffset),
+          m_buffer(io, header.pointDataOffset,
+                   inOrder ? IOStreamBuffer::SEQUENTIAL : IOStreamBuffer::SEEKABLE),
           m_stream(&m_buffer)
     {
         describe(m_laszip, header);
@@ -104,10 +105,10 @@ private:
 
 } // namespace
 
-std::unique_ptr<LASRecordWriter> LASRecordWriter::create(IO& io, const LASHeader& header)
+std::unique_ptr<LASRecordWriter> LASRecordWriter::create(IO& io, const LASHeader& header, bool inOrder)
 {
     if (header.compressed)
-        return std::make_unique<CompressedWriter>(io, header);
+        return std::make_unique<CompressedWriter>(io, header, inOrder);
     return std::make_unique<PlainWriter>(io, header);
 }
 

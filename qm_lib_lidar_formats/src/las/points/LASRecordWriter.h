@@ -15,8 +15,9 @@ namespace Quillmoran {
 class LASRecordWriter
 {
 public:
-    // Writes from header.pointDataOffset on. `io` must be open until the writer is destroyed.
-    static std::unique_ptr<LASRecordWriter> create(IO& io, const LASHeader& header);
+    // Writes from header.pointDataOffset on. `io` must be open until the writer is destroyed. With `inOrder`,
+    // each byte is written after those before it.
+    static std::unique_ptr<LASRecordWriter> create(IO& io, const LASHeader& header, bool inOrder);
     // The VLR that a compressed file with this header needs, with its VLR header.
     static std::vector<unsigned char> compressionRecord(const LASHeader& header);
 

@@ -1,5 +1,6 @@
 #include "encode/bands/SpillStream.h"
 
+#include "files/Spool.h"
 #include "platform/Stream.h"
 
 #include <algorithm>
@@ -17,12 +18,8 @@ constexpr std::int64_t firstRange = 128 * 1024;
 std::int64_t SpillFile::reserve(std::int64_t length)
 {
     const std::lock_guard<Mutex> lock(m_mutex);
-    if (!m_io) {
-        Scoped<FileIO::Imp> io(FileIO::create());
-        io->init(nullptr);
-        FileIO::deleteFile(io->path()); // the open file stays usable, and a killed program leaves no file
-        m_io.reset(io.detach());
-    }
+    if (!m_io)
+        m_io = Spool::create();
     const std::int64_t offset = m_end;
     m_end += length;
     return offset;
