@@ -11,11 +11,13 @@
 #include <vxunpack/MosaicFilter.h>
 #include <vxunpack/PersistentPointSourceManager.h>
 #include <vxunpack/PersistentPointSourceWriter.h>
+#include <vxunpack/PointOrder.h>
 #include <vxunpack/PointWriter.h>
 #include <vxunpack/ProgressDelegate.h>
 #include <vxunpack/QuantizeFilter.h>
 #include <vxunpack/SimpleFilterFilter.h>
 #include <vxunpack/TXTPointReader.h>
 #include <vxunpack/TXTPointWriter.h>
+#include <vxunpack/TimeOrder.h>
 #include <vxunpack/VX7PointReader.h>
 #include <vxunpack/VX7PointWriter.h>

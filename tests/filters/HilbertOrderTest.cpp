@@ -76,7 +76,7 @@ protected:
                    channel("E", SINT16), channel("F", FLOAT32), channel("G", UINT32), channel("H", SINT32),
                    channel("I", UINT64), channel("J", FLOAT64)});
     // Sorted runs of about a dozen points, merged two at a time.
-    const HilbertOrder::Limits small{1000, 1, 1};
+    const PointOrder::Limits small{1000, 1, 1};
     const TemporaryDirectory directory;
     Scoped<MemoryPointSource> source;
     const Scoped<Counter> counter{new Counter};
@@ -117,7 +117,7 @@ TEST_F(HilbertOrderTest, PassesBoxAndFractionToTheSource)
 TEST_F(HilbertOrderTest, ReadsTheSourceOncePerQuery)
 {
     fill(500);
-    for (const HilbertOrder::Limits& limits : {small, HilbertOrder::Limits()}) {
+    for (const PointOrder::Limits& limits : {small, HilbertOrder::Limits()}) {
         counter->count = 0;
         filter->init(counter.get());
         filter->setLimits(limits);
@@ -143,7 +143,7 @@ TEST_F(HilbertOrderTest, ReadsTheSourceOncePerQuery)
 TEST_F(HilbertOrderTest, ReportsTheSortedPointsAndStopsWhenCancelled)
 {
     fill(40'000);
-    const auto queriesOf = [this](const HilbertOrder::Limits& limits) {
+    const auto queriesOf = [this](const PointOrder::Limits& limits) {
         filter->init(counter.get());
         filter->setLimits(limits);
         ProgressLog log;

@@ -337,12 +337,12 @@ TEST(PublicClasses, RefuseCallsBeforeInitAndNull)
     const Scoped<SimpleFileOpener> opener(SimpleFileOpener::create());
     const char* const path = nullptr;
     IO* const io = nullptr;
-    expectInvalid<LASPointReader, TXTPointReader, MosaicFilter, SimpleFilterFilter, HilbertOrder>(
+    expectInvalid<LASPointReader, TXTPointReader, MosaicFilter, SimpleFilterFilter, HilbertOrder, TimeOrder>(
         [&](auto& source) { source.createIterator({}, 1, xyz, nullptr); });
     expectInvalid<LASPointReader, MosaicFilter, HilbertOrder>([](auto& it) { it.getTotalWork({}, 1); });
     expectInvalid<TXTPointReader, QuantizeFilter>([](auto& source) { source.getBounds(); });
     expectInvalid<LASPointWriter, VX7PointWriter>([&](auto& it) { it.write({}, 1, xyz, nullptr); });
-    expectInvalid<HilbertOrder, MosaicFilter, NULLPointWriter>([](auto& it) { it.init(nullptr); });
+    expectInvalid<HilbertOrder, TimeOrder, MosaicFilter, NULLPointWriter>([](auto& it) { it.init(nullptr); });
     expectInvalid<SimpleFilterFilter>([](auto& filter) { filter.init(nullptr, "X", true); });
     expectInvalid<QuantizeFilter>([&](auto& filter) { filter.init(points.get(), nullptr); });
     expectInvalid<VX7PointReader>([&](auto& reader) { reader.init(io); });

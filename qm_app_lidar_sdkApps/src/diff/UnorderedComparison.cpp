@@ -18,7 +18,7 @@ constexpr const char* sorting = "sorting points";
 constexpr const char* merging = "comparing points";
 
 Scoped<const SortedRows> sortRows(const PointSource& source, const PointInfo& layout,
-                                  const PointRowFormat& format, const HilbertOrder::Limits& limits,
+                                  const PointRowFormat& format, const PointOrder::Limits& limits,
                                   SharedProgress& progress, DiffReport::Cloud& description)
 {
     const std::size_t blockPoints = layout.getBlockPoints(largestBlock);
@@ -120,7 +120,7 @@ void addSurplus(DiffReport::Surplus& surplus, const RowCursor& cursor, const Poi
 } // namespace
 
 void compareUnordered(const PointSource& a, const PointSource& b, const ComparedChannels& channels,
-                      ProgressDelegate& progress, DiffReport& report, const HilbertOrder::Limits& limits)
+                      ProgressDelegate& progress, DiffReport& report, const PointOrder::Limits& limits)
 {
     const PointRowFormat format(channels);
     std::mutex mutex;

@@ -4,14 +4,13 @@
 #pragma once
 
 #include "diff/DescriptionComparison.h"
-#include <vxunpack/HilbertOrder.h>
+#include <vxunpack/PointOrder.h>
 
 namespace Quillmoran {
 
 // Adds the numbers of points, their bounds and the surplus points of each cloud to the report. Throws what
 // reading throws, the errors of the temporary files, and Cancelled.
 void compareUnordered(const PointSource& a, const PointSource& b, const ComparedChannels& channels,
-                      ProgressDelegate& progress, DiffReport& report,
-                      const HilbertOrder::Limits& limits = {});
+                      ProgressDelegate& progress, DiffReport& report, const PointOrder::Limits& limits = {});
 
 } // namespace Quillmoran

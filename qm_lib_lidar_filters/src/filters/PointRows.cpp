@@ -37,7 +37,7 @@ PointRows::PointRows(const PointInfo& layout)
 
 void PointRows::checkLayout(const PointData& block) const
 {
-    if (block.getNumChannels() != m_types.size())
+    if (block.getNumChannels() < m_types.size())
         QM_THROW(ErrorCode::InvalidArgument, "number of channels must the same");
     for (std::size_t i = 0; i < m_types.size(); ++i)
         if (block.getChannel(i).getDataType() != m_types[i])

@@ -18,8 +18,8 @@ public:
     std::size_t getRowSize() const noexcept { return m_rowSize; }
 
     // Copy `count` points between rows and a block, from index `first` of the block on. The block must be
-    // large enough and have the layout: InvalidArgument "number of channels must the same", "datatype are not
-    // the same".
+    // large enough and begin with the channels of the layout: InvalidArgument "number of channels must the
+    // same", "datatype are not the same".
     void pack(unsigned char* rows, const PointData& block, std::size_t first, std::size_t count) const;
     void unpack(PointData& block, std::size_t first, const unsigned char* rows, std::size_t count) const;
 

@@ -9,8 +9,8 @@
 #include "filters/RunMerge.h"
 #include "platform/Stream.h"
 #include <vxunpack/FileIO.h>
-#include <vxunpack/HilbertOrder.h>
 #include <vxunpack/Object.h>
+#include <vxunpack/PointOrder.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -61,7 +61,7 @@ private:
 class RowSorter
 {
 public:
-    using Limits = HilbertOrder::Limits;
+    using Limits = PointOrder::Limits;
 
     // The first `comparedBytes` bytes of a row, as unsigned numbers, order rows with equal keys.
     RowSorter(std::size_t rowSize, const Limits& limits, std::size_t comparedBytes = 0);
