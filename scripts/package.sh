@@ -47,7 +47,7 @@ begin=$SECONDS
 rm -rf source
 echo "built $(ls ./*.deb | grep -vc dbgsym) packages of vxunpack $version-1 ($((SECONDS - begin)) s)"
 if command -v lintian >/dev/null; then
-  # Its exit status does not tell overridden tags from others.
+  # Its exit status does not distinguish overridden tags from others.
   lintian --allow-root --display-level '>=warning' --show-overrides ./*.changes >lintian.log 2>&1 || true
   sed 's/^/  /' lintian.log
   if grep -qv '^[NO]:' lintian.log; then exit 1; fi

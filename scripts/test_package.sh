@@ -27,7 +27,11 @@ clean() {
 }
 trap clean EXIT
 
-# fresh_root NAME: a bare system whose files are those of the base until they are changed.
+scripts/release.sh --archive "$layers"
+archive=$(echo "$layers"/*.tar.gz)
+
+# fresh_root NAME: a bare system whose files are those of the base until they are changed, and the source archive in
+# /source.
 fresh_root() {
   local layer=$layers/$1
   root=$layer/root
@@ -35,8 +39,7 @@ fresh_root() {
   mount -t overlay overlay -o "lowerdir=$base,upperdir=$layer/changes,workdir=$layer/work" "$root"
   mount_root "$root"
   mkdir -p "$root/source" "$root/packages" "$root/ccache"
-  mount --bind . "$root/source"
-  mount -o remount,bind,ro "$root/source"
+  tar -xf "$archive" -C "$root/source" --strip-components=1
   mount --bind build/packages "$root/packages"
   mount --bind "$base-archives" "$root/var/cache/apt/archives"
   mount --bind "$base-ccache" "$root/ccache"
@@ -51,22 +54,17 @@ quietly() {
 }
 apt="apt-get -y -qq --no-install-recommends"
 
-archives=$layers/archives
-scripts/release.sh --archive "$archives"
-archive=$(basename "$archives"/*.tar.gz)
-
 fresh_root build
 step "installing the build dependencies: LASzip from Debian 13, the others by debian/control"
-cp "$archives/$archive" "$root/tmp/"
 quietly "installing the build dependencies" "
   /source/scripts/dependencies.sh --laszip
-  mkdir /tmp/source && tar -xf /tmp/$archive -C /tmp/source --strip-components=1
-  $apt build-dep /tmp/source
+  $apt build-dep /source
   $apt install lintian ccache"
-step "building $archive"
+step "building $(basename "$archive")"
+cp "$archive" "$root/tmp/"
 find build/packages -mindepth 1 -delete
 inside "$root" "export CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_DIR=/ccache CCACHE_DEPEND=yes
-  /source/scripts/package.sh --archive /tmp/$archive /tmp/packages
+  /source/scripts/package.sh --archive /tmp/vxunpack-*.tar.gz /tmp/packages
   cp /tmp/packages/*.* /packages/"
 
 fresh_root use
@@ -80,7 +78,7 @@ quietly "installing the dependencies" "
 echo "        installed: $(inside "$root" "dpkg-query -W" | wc -l) packages"
 quietly "installing the tools of the tests" "$apt install autopkgtest cmake g++ make pkg-config binutils"
 files() {
-  inside "$root" "find / -xdev \( -path /tmp -o -path /var/log -o -path /var/lib/apt -o -path /var/lib/dpkg \
+  inside "$root" "find / -xdev \( -path /tmp -o -path /var/tmp -o -path /var/log -o -path /var/lib/apt -o -path /var/lib/dpkg \
     -o -path /var/cache -o -path /source -o -path /packages -o -path /ccache \) -prune -o -print" | LC_ALL=C sort
 }
 files >"$layers/before"
@@ -89,11 +87,13 @@ quietly "installing the packages" "cd /packages && $apt install ${packages[*]}"
 files >"$layers/installed"
 echo "        $(comm -13 "$layers/before" "$layers/installed" | wc -l) files and folders"
 inside "$root" "for file in \$(dpkg -L vxunpack-tools libvxunpack1 | grep -E '/bin/|\.so'); do
-    ! readelf -d \$file | grep -E 'R(UN)?PATH'
+    if readelf -d \$file | grep -E 'R(UN)?PATH'; then
+      echo \"in \$file\"
+      exit 1
+    fi
   done"
 step "running the tests of the packages"
-quietly "running the tests" "mkdir /tmp/tests && tar -xf /source/build/packages/vxunpack_*.orig.tar.gz -C /tmp/tests --strip-components=1
-  autopkgtest --no-built-binaries /tmp/tests -- null"
+quietly "running the tests" "autopkgtest --no-built-binaries /source -- null"
 grep -E ' (PASS|FAIL)' "$layers/log" | sort -u
 step "removing the packages"
 quietly "removing the packages" "$apt purge vxunpack-tools libvxunpack1 libvxunpack-dev"
