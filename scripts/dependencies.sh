@@ -3,20 +3,29 @@
 #
 #   scripts/dependencies.sh          packages for a build and its tests
 #   scripts/dependencies.sh --all    and those for checks and benchmarks
+#   scripts/dependencies.sh --laszip          LASzip only, for building packages
+#   scripts/dependencies.sh --laszip-library  the library of LASzip only, for installing packages
 set -euo pipefail
 
 packages=(g++ cmake ninja-build ccache libtbb-dev zlib1g-dev libdeflate-dev libxxhash-dev libgdal-dev libgeotiff-dev
   nlohmann-json3-dev libgtest-dev)
 laszip=(liblaszip8 liblaszip-api8 liblaszip-dev)
-if [ "${1:-}" = --all ]; then
-  packages+=(libbenchmark-dev clang-format-14 clang-tidy-14 clang-14 libclang-rt-14-dev llvm-14
-    pkg-config python3 debootstrap)
-fi
+case ${1:-} in
+  --all)
+    packages+=(libbenchmark-dev clang-format-14 clang-tidy-14 clang-14 libclang-rt-14-dev llvm-14
+      pkg-config python3 debootstrap)
+    ;;
+  --laszip) packages=() ;;
+  --laszip-library)
+    packages=()
+    laszip=(liblaszip8)
+    ;;
+esac
 
 is_installed() { dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null | grep -qx installed; }
 missing=()
 for package in "${packages[@]}"; do is_installed "$package" || missing+=("$package"); done
-if [ ${#missing[@]} -eq 0 ] && is_installed liblaszip-dev; then exit 0; fi
+if [ ${#missing[@]} -eq 0 ] && is_installed "${laszip[-1]}"; then exit 0; fi
 
 run=()
 [ "$(id -u)" -eq 0 ] || run=(sudo)
@@ -49,10 +58,10 @@ if [ ${#missing[@]} -gt 0 ]; then
   echo "installing: ${missing[*]}"
   install "${missing[@]}"
 fi
-if ! is_installed liblaszip-dev; then
-  if apt-cache show liblaszip-dev >/dev/null 2>&1; then
-    echo "installing: liblaszip-dev"
-    install liblaszip-dev
+if ! is_installed "${laszip[-1]}"; then
+  if apt-cache show "${laszip[-1]}" >/dev/null 2>&1; then
+    echo "installing: ${laszip[-1]}"
+    install "${laszip[-1]}"
   else
     echo "installing: ${laszip[*]} from Debian 13, since Debian 12 has no LASzip"
     install_laszip_of_next_release

@@ -3,7 +3,7 @@
 # pkg-config. The exported symbols and the installed headers must be those that the repository lists.
 #
 #   scripts/test_install.sh             checks
-#   scripts/test_install.sh --update    replaces the list of symbols, for an intended change
+#   scripts/test_install.sh --update    replaces the lists of symbols, for an intended change
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -22,8 +22,24 @@ library=$(find "$prefix/usr" -name libvxunpack.so)
 # Functions, data, vtables and type descriptions; "W" are instances of templates, which vary with the compiler.
 symbols=cmake/libvxunpack.symbols
 nm -DC --defined-only "$library" | cut -d' ' -f2- | grep -v '^W' | LC_ALL=C sort -u >"$prefix/symbols"
-if [ "${1:-}" = --update ]; then cp "$prefix/symbols" "$symbols"; fi
-diff "$symbols" "$prefix/symbols" || fail "the exported symbols changed; if that is intended: scripts/test_install.sh --update"
+# The same for the Debian package, each with the first version of the library that has it.
+debian_symbols=debian/libvxunpack1.symbols
+version=$(sed -n 's/^project(vxunpack VERSION \([0-9.]*\) .*/\1/p' CMakeLists.txt)
+{
+  sed -n '/^ (c++|arch-bits=64)/!p' "$debian_symbols"
+  awk -v version="$version" '
+    NR == FNR { if (split($0, parts, "\"") == 3) first[parts[2]] = parts[3]; next }
+    { symbol = substr($0, 3) "@Base"
+      print " (c++|arch-bits=64)\"" symbol "\"" (symbol in first ? first[symbol] : " " version) }' \
+    "$debian_symbols" "$prefix/symbols"
+} >"$prefix/debian_symbols"
+if [ "${1:-}" = --update ]; then
+  cp "$prefix/symbols" "$symbols"
+  cp "$prefix/debian_symbols" "$debian_symbols"
+fi
+changed="the exported symbols changed; if that is intended: scripts/test_install.sh --update"
+diff "$symbols" "$prefix/symbols" || fail "$changed"
+diff "$debian_symbols" "$prefix/debian_symbols" || fail "$changed"
 
 # Nothing but the public headers, which include only each other and the standard library.
 (cd "$prefix/usr/include" && find . -type f) | LC_ALL=C sort >"$prefix/headers"

@@ -189,8 +189,9 @@ std::string CompletionScripts::forFish(const QMCmdLine& program)
         script += "complete -c " + name + " -f\n";
     for (const Option& option : program.describeOptions()) {
         script += "complete -c " + name;
+        // Not as a short option (-s): "-or" would be -o with the value "r".
         for (const std::string& optionName : namesOf(option))
-            script += (optionName.size() == 1 ? " -s " : " -o ") + optionName;
+            script += " -o " + optionName;
         script += " -d '" + replaced(replaced(option.summary, '\\', "\\\\"), '\'', "\\'") + '\'';
         if (!option.isFlag)
             switch (valuesOf(option)) {
