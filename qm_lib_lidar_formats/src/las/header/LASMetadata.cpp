@@ -145,6 +145,24 @@ bool hasCounts(const Metadata& metadata)
     return metadata.has(countsByReturn) && metadata.has(boundingBox);
 }
 
+void removeCoordinateSystem(Metadata& metadata)
+{
+    for (std::size_t i = metadata.getNumRecords(); i-- > 0;)
+        if (const auto key = parseRecordKey(metadata.getKey(i));
+            key && key->userID == LASVariableRecord::projectionUserID)
+            metadata.remove(i);
+    auto restore = LASRestore::find(metadata);
+    if (!restore)
+        return;
+    for (auto* records : {&restore->records, &restore->extendedRecords})
+        std::erase_if(*records, [](const LASRestore::Record& record) {
+            return record.userID() == LASVariableRecord::projectionUserID;
+        });
+    const auto packed = restore->pack();
+    metadata.remove(LASRestore::key);
+    metadata.add(LASRestore::key, nullptr, METADATA_BLOB, packed.data(), packed.size());
+}
+
 void apply(const Metadata& metadata, LASHeader& header)
 {
     if (const char* text = findText(metadata, systemID))
