@@ -50,12 +50,13 @@ std::uint8_t readVersion(const IO& file, std::int64_t position)
 class VX7Rewriter::Copy : private BaseChunkWriter
 {
 public:
-    Copy(IO* io, const VX7Rewriter& rewriter, ProgressDelegate* delegate)
+    Copy(IO* io, const VX7Rewriter& rewriter, double pointsPerByte, ProgressDelegate* delegate)
         : BaseChunkWriter(
               io, static_cast<std::uint8_t>(rewriter.m_source->getDecoderInfo().getFileVersion() & 0xFF)),
           m_rewriter(rewriter),
           m_info(rewriter.m_source->getDecoderInfo()),
           m_file(m_info.getFile()),
+          m_pointsPerByte(pointsPerByte),
           m_delegate(delegate)
     {}
 
@@ -75,6 +76,7 @@ private:
     const VX7Rewriter& m_rewriter;
     const WaveletDecoderInfo& m_info;
     OpenIO m_file;
+    double m_pointsPerByte; // of the bands
     ProgressDelegate* m_delegate;
 };
 
@@ -144,7 +146,7 @@ void VX7Rewriter::Copy::writeBand(std::size_t channel, std::size_t level, const 
         copyRange(m_out, at, count);
         at += count;
         if (m_delegate)
-            m_delegate->updateCompleted(static_cast<double>(count), copying);
+            m_delegate->updateCompleted(static_cast<double>(count) * m_pointsPerByte, copying);
     }
 }
 
@@ -161,8 +163,8 @@ void VX7Rewriter::Copy::copyRange(StreamWriter& out, std::int64_t offset, std::i
         QM_THROW(ErrorCode::ContainerRead, "unexpected end of file");
 }
 
-VX7Rewriter::VX7Rewriter(VX7PointReader& source, RewriteOptions options)
-    : m_source(Scoped<VX7PointReader>::retained(&source)), m_options(std::move(options))
+VX7Rewriter::VX7Rewriter(const VX7PointReader& source, RewriteOptions options)
+    : m_source(Scoped<const VX7PointReader>::retained(&source)), m_options(std::move(options))
 {
     const PointInfo& layout = m_options.channels ? *m_options.channels : source.getPointInfo();
     if (!layout.hasValidXYZ() || !source.getPointInfo().hasValidXYZ())
@@ -199,34 +201,37 @@ void VX7Rewriter::chooseMetadata()
         m_options.metadata = std::move(metadata);
 }
 
-void VX7Rewriter::write(const char* path, ProgressDelegate* delegate)
+std::int64_t VX7Rewriter::write(const char* path, ProgressDelegate* delegate)
 {
     OutputFile output("VX7", OutputFile::SEEKABLE);
     output.init(path);
-    write(output, delegate);
+    return write(output, delegate);
 }
 
-void VX7Rewriter::write(IO* io, ProgressDelegate* delegate)
+std::int64_t VX7Rewriter::write(IO* io, ProgressDelegate* delegate)
 {
     OutputFile output("VX7", OutputFile::SEEKABLE);
     output.init(io);
-    write(output, delegate);
+    return write(output, delegate);
 }
 
-void VX7Rewriter::write(OutputFile& output, ProgressDelegate* delegate)
+std::int64_t VX7Rewriter::write(OutputFile& output, ProgressDelegate* delegate)
 {
     const WaveletDecoderInfo& info = m_source->getDecoderInfo();
-    double total = 0;
-    for (const std::size_t record : m_records)
-        total += static_cast<double>(sizeOf(info.getChannels()[record]));
+    const auto numPoints = static_cast<double>(info.getNumPoints());
     if (delegate)
-        delegate->setTotal(total);
+        delegate->setTotal(numPoints);
+    double numBytes = 0;
+    for (const std::size_t record : m_records)
+        numBytes += static_cast<double>(sizeOf(info.getChannels()[record]));
     output.create();
     const std::optional<Digests> digests = keepDigests();
     if (delegate && info.getDigests().exist() && !digests)
         delegate->warning("the digests have an unknown version and are not kept");
-    Copy(&output.open(), *this, delegate).write(digests);
+    Copy(&output.open(), *this, numBytes == 0 ? 0 : numPoints / numBytes, delegate).write(digests);
+    const std::int64_t size = output.io().size();
     output.commit();
+    return size;
 }
 
 std::optional<VX7Rewriter::Digests> VX7Rewriter::keepDigests() const

@@ -31,16 +31,16 @@ class VX7Rewriter
 {
 public:
     // The source must be open. Throws InvalidArgument "must have x, y, and z channels".
-    VX7Rewriter(VX7PointReader& source, RewriteOptions options);
+    VX7Rewriter(const VX7PointReader& source, RewriteOptions options);
 
-    // Writes the file. As with VX7PointWriter, it is complete or absent. The description, the index and the
+    // Writes the file and returns its size in bytes. As with VX7PointWriter, it is complete or absent. The description, the index and the
     // digests of the source are checked; damaged bands are copied, and found by the readers of the copy.
     //
     // DigestDiffers, IndexRead, MetadataRead: the source is damaged. ContainerRead "unexpected end of file":
     // the source has become shorter. IndexWrite: see DiskRTree::copyTo(). Cancelled "VX7 Write operation
     // cancelled.". OutputCreate, Write, OSError: the output cannot be written.
-    void write(const char* path, ProgressDelegate* delegate);
-    void write(IO* io, ProgressDelegate* delegate);
+    std::int64_t write(const char* path, ProgressDelegate* delegate);
+    std::int64_t write(IO* io, ProgressDelegate* delegate);
 
     // The records that are kept; the sizes are those of their bands.
     std::vector<VX7PointWriter::ChannelSummary> getSummary() const;
@@ -53,13 +53,13 @@ private:
         std::vector<std::uint64_t> samples; // by channel and block
     };
 
-    void write(OutputFile& output, ProgressDelegate* delegate);
+    std::int64_t write(OutputFile& output, ProgressDelegate* delegate);
     void chooseRecords();
     void chooseMetadata();
     // Nothing if the source has no digests, or those of a newer version.
     std::optional<Digests> keepDigests() const;
 
-    Scoped<VX7PointReader> m_source;
+    Scoped<const VX7PointReader> m_source;
     RewriteOptions m_options;
     std::vector<std::size_t> m_records;       // that are kept, as indices of the source's records
     std::vector<std::size_t> m_pointChannels; // likewise, of the layout of the points

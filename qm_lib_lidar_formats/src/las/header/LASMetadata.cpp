@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 namespace Quillmoran::LASMetadata {
 
@@ -154,10 +155,18 @@ void removeCoordinateSystem(Metadata& metadata)
     auto restore = LASRestore::find(metadata);
     if (!restore)
         return;
+    const bool hadEVLRs = !restore->extendedRecords.empty();
     for (auto* records : {&restore->records, &restore->extendedRecords})
         std::erase_if(*records, [](const LASRestore::Record& record) {
             return record.userID() == LASVariableRecord::projectionUserID;
         });
+    if (hadEVLRs && restore->extendedRecords.empty()) { // otherwise the header would announce them
+        LASHeader header;
+        header.parse(restore->header);
+        header.numEVLRs = 0;
+        header.firstEVLR = 0;
+        restore->header = header.writeOver(std::move(restore->header));
+    }
     const auto packed = restore->pack();
     metadata.remove(LASRestore::key);
     metadata.add(LASRestore::key, nullptr, METADATA_BLOB, packed.data(), packed.size());
