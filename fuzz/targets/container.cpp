@@ -1,6 +1,7 @@
-// A compressed file: opening, metadata, all points, a box, a coarse level, coordinates of a thinned box, and
-// all points compared with their digests.
+// A compressed file: opening, metadata, a copy of its coordinates, all points, a box, a coarse level, coordinates
+// of a thinned box, and all points compared with their digests.
 #include "decode/container/WaveletDecoderInfo.h"
+#include "rewrite/VX7Rewriter.h"
 #include "support/FuzzTarget.h"
 #include <vxunpack/VX7PointReader.h>
 
@@ -13,6 +14,10 @@ std::uint64_t runContainer(Input input)
     reader->init(storeOf(input).get());
     reader->setVerifiesDigests(false); // digests would refuse nearly all changes of a file
     describe(*reader);
+    const Scoped<ByteStore> copy = ByteStore::make();
+    if (succeeds([&] { VX7Rewriter(*reader, {layoutXYZ(), {}, {}}).write(copy.get(), nullptr); }))
+        require(succeeds([&] { Scoped<VX7PointReader>(VX7PointReader::create())->init(copy.get()); }),
+                "the copy of a file cannot be opened");
     const WaveletDecoderInfo& info = reader->getDecoderInfo();
     // The number of samples that one refill of the decoder can decode: whole subblocks of all channels.
     double atOnce = 0;

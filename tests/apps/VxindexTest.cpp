@@ -149,7 +149,7 @@ TEST_F(Vxindex, CreatesAnOverviewFromTheTiles)
             "3 files, 60 points (3 files added, 0 refreshed, 0 removed)");
         expectContains(list("tiles/t.index"), {"overview of a share of 0.1:\nok                    6  "});
     }
-    report("-o tiles/t.index -u -overview tiles/p.las -createOverview");
+    report("-o tiles/t.index -u -overview tiles/p.vxl -createOverview");
     expectContains(list("tiles/t.index"), {"overview of a share of 0.0625:\nok                    6  "});
     // The present overview is replaced, also where a directory names it.
     EXPECT_EQ(run("vxindex -o t.index tiles/a.vxl tiles/b.vxl -overview tiles/o.las -createOverview").status,

@@ -1,5 +1,7 @@
 // Runs of the program: how its files are coded, ordered and rounded, and what it reports.
 #include "apps/AppTest.h"
+#include "srs/SpatialReference.h"
+#include "support/CoordinateSystems.h"
 #include "support/LASClouds.h"
 
 namespace Quillmoran::Testing { namespace {
@@ -76,6 +78,70 @@ TEST_F(Vxpack, CodesAsTheOptionsSay)
     succeed("vxpack -i survey.vxl -o new.vxl -fileVersion 3 -indexVersion 1 -bandVersion 1");
     succeed("vxpack -i survey.vxl -o old.vxl -fileVersion 3 -indexVersion 1 -bandVersion 1 -headerVersion 1");
     EXPECT_NE(readFile(directory / "new.vxl"), readFile(directory / "old.vxl"));
+}
+
+TEST_F(Vxpack, CopiesBandsIfOnlyTheDescriptionChanges)
+{
+    LASFile las = randomLASFile(3, 2, 2000, 4);
+    las.records.push_back({"Owner", 9, "of nobody else", {1, 2, 3}});
+    writeFile(directory / "in.las", las.build());
+    succeed("vxpack -i in.las -o in.vxl");
+    for (const std::string options :
+         {"-drop Red,green,BLUE,gpstime", "-keep classification", "-srs EPSG:25832 -meta SystemID=a=b",
+          "-meta LAS_BoundingBox= -meta Owner=me -drop Intensity"}) {
+        SCOPED_TRACE(options);
+        EXPECT_NE(succeed("vxpack -i in.vxl -o copy.vxl " + options).find("bands copied"), std::string::npos);
+        // Any other option reads the points; the result is the same.
+        for (const std::string more : {" -levels 5", " -s 1"})
+            EXPECT_EQ(succeed("vxpack -i in.vxl -o coded.vxl " + options + more).find("bands copied"),
+                      std::string::npos);
+        succeed("vxdiff copy.vxl coded.vxl");
+        succeed("vxinfo -check copy.vxl");
+        EXPECT_EQ(run("vxdiff in.vxl copy.vxl").status, 1);
+        // The LAS file that was packed is restored as far as it is still there.
+        succeed("vxunpack -i copy.vxl -o out.las -restore");
+        const LASFile restored = LASFile::load(directory / "out.las");
+        EXPECT_EQ(restored.format, 3);
+        EXPECT_EQ(restored.points.size(), 2000u);
+        EXPECT_TRUE(std::any_of(restored.records.begin(), restored.records.end(),
+                                [](const LASFileRecord& record) { return record.userID == "Owner"; }));
+        EXPECT_EQ(restored.points[7].red,
+                  options.find("-s") == 0 || options.find("-me") == 0 ? las.points[7].red : 0);
+    }
+    expectError(
+        "vxpack -i in.vxl -o copy.vxl -meta LAS_BoundingBox=0",
+        "the record 'LAS_BoundingBox' is not text and cannot be set; '-meta LAS_BoundingBox=' removes "
+        "it path = in.vxl");
+}
+
+// The coordinate system that the user states replaces all traces of the old one.
+TEST_F(Vxpack, SetsTheCoordinateSystem)
+{
+    for (const int format : {1, 6}) {
+        LASFile las = randomLASFile(format, format == 1 ? 2 : 4, 50, 4);
+        const std::string wkt = transverseMercator(15) + '\0';
+        if (format == 1)
+            las.records = {
+                {"LASF_Projection", 34735, "", {1, 0, 1, 0, 0, 0, 1, 0, 0, 12, 0, 0, 1, 0, 0x79, 0x7F}}};
+        else
+            las.extendedRecords = {{"LASF_Projection", 2112, "", LASBytes(wkt.begin(), wkt.end())}};
+        las.globalEncoding = format == 1 ? 0 : 16;
+        writeFile(directory / "in.las", las.build());
+        succeed("vxpack -i in.las -o old.vxl");
+        for (const std::string input : {"old.vxl", "in.las"}) {
+            succeed("vxpack -i " + input + " -o new.vxl -srs EPSG:32632");
+            for (const std::string option : {"", " -restore"}) {
+                SCOPED_TRACE(input + option);
+                succeed("vxunpack -i new.vxl -o out.las" + option);
+                for (const char* file : {"new.vxl", "out.las"}) {
+                    const std::string found = describe(file)["wkt"];
+                    EXPECT_TRUE(SpatialReference::isSame(found.c_str(), transverseMercator(9).c_str()))
+                        << found;
+                }
+                EXPECT_TRUE(LASFile::load(directory / "out.las").points == las.points);
+            }
+        }
+    }
 }
 
 TEST_F(Vxpack, ReportsSizes)

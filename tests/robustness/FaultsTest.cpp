@@ -216,6 +216,7 @@ TEST_F(Robustness, EveryCallThatFailsEndsInAnErrorOrIsMadeUpFor)
         {{vxpack, "-i b.las -o out.vxl -order hilbert -j 1"}, "out.vxl"},
         {{vxpack, "-i big.las -o out.vxl -j 2"}, "out.vxl", 12, 8}, // through a temporary file
         {{vxpack, "-i c.laz -i a.vxl -i d.txt -p xyzi -o out.vxl -j 2"}, "out.vxl"},
+        {{vxpack, "-i a.vxl -o out.vxl -drop Intensity -meta Owner=me -j 1"}, "out.vxl"}, // copied
         {{vxindex, "-o t.index a.vxl b.las c.laz d.txt -p xyzi -j 1"}, "t.index"},
         {{vxindex, "-o t.index a.vxl c.laz -overview o.las -createOverview -j 1"},
          "t.index",

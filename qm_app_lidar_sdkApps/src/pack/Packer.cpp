@@ -4,7 +4,9 @@
 #include "files/QMFileUtils.h"
 #include "las/header/LASRestore.h"
 #include "model/ChannelNames.h"
+#include "pack/DescriptionOptions.h"
 #include "pack/PackOptions.h"
+#include "rewrite/VX7Rewriter.h"
 #include "text/Printable.h"
 #include "utils/program/Batch.h"
 #include "utils/program/ConsoleProgress.h"
@@ -21,6 +23,8 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
+#include <utility>
 
 namespace Quillmoran {
 
@@ -29,11 +33,11 @@ namespace {
 constexpr char description[] = "Encodes LiDAR files as VX7 files";
 
 // A line for each kernel channel with its coding and its size.
-void printPackReport(const VX7PointWriter& writer, std::int64_t numPoints)
+void printPackReport(const std::vector<VX7PointWriter::ChannelSummary>& records, std::int64_t numPoints)
 {
     std::printf("   %-20s %12s %8s %9s %12s %16s  %s\n", "Record", "Bytes", "a Point", "Subblock", "Scale",
                 "Offset", "Transform");
-    for (const VX7PointWriter::ChannelSummary& channel : writer.getSummary()) {
+    for (const VX7PointWriter::ChannelSummary& channel : records) {
         const double perPoint =
             numPoints == 0 ? 0 : static_cast<double>(channel.size) / static_cast<double>(numPoints);
         std::printf("   %-20s %12lld %8.3f %9u %12g %16.10g  %d (%s)\n", printable(channel.name).c_str(),
@@ -44,9 +48,9 @@ void printPackReport(const VX7PointWriter& writer, std::int64_t numPoints)
 }
 
 // Warns if the file does not keep the scale of a coordinate.
-void warnOfLostScales(const VX7PointWriter& writer, const PointInfo& layout, const char* output)
+void warnOfLostScales(const std::vector<VX7PointWriter::ChannelSummary>& records, const PointInfo& layout,
+                      const char* output)
 {
-    const std::vector<VX7PointWriter::ChannelSummary>& records = writer.getSummary();
     std::string names;
     for (const char* name : {ChannelNames::x, ChannelNames::y, ChannelNames::z}) {
         const ChannelInfo* channel = layout.getChannel(name);
@@ -92,11 +96,8 @@ Packer::Packer() : Program("vxpack", description)
     Utils::addDepthOption(m_cmdLine);
     Utils::addTXTPointReaderOptions(m_cmdLine);
     Utils::addGPSWeekOption(m_cmdLine);
-    m_cmdLine.addString("srs", nullptr,
-                        "'same' refuses inputs with different coordinate systems.  By default there is a "
-                        "warning, and the first one is used",
-                        false);
     Utils::addOutFieldsOption(m_cmdLine);
+    DescriptionOptions::add(m_cmdLine);
     Utils::addWaveformOption(m_cmdLine);
     Utils::addFilterOptions(m_cmdLine);
     Utils::addSubsampleOption(m_cmdLine);
@@ -111,13 +112,13 @@ Packer::Packer() : Program("vxpack", description)
         "  boxes are read faster",
         false);
     m_cmdLine.setChoices("order", {"input", "hilbert"});
-    m_cmdLine.setChoices("srs", {"same"});
     PackOptions::add(m_cmdLine);
 }
 
 void Packer::checkOptions() const
 {
     Utils::checkQueryOptions(m_cmdLine);
+    DescriptionOptions::check(m_cmdLine);
     const std::vector<std::string> inputs = Utils::getStrings(m_cmdLine, "inputFile");
     const bool isEach = m_cmdLine.isPresent("outputDirectory");
     if (isEach && m_cmdLine.isPresent("outputFile"))
@@ -170,26 +171,79 @@ void Packer::pack(Task& task, ProgressDelegate& progress, bool verbose) const
     files->setNamesErrors();
     Utils::handleWaveformOption(m_cmdLine, files->getOpener());
     addInputs(*files, task, progress);
-    const Scoped<PointSource> source =
-        applyFilters(Utils::openInputs(*files, verbose, Utils::getMergeOptions(m_cmdLine)));
+    const DescriptionOptions description(m_cmdLine);
+    Utils::MergeOptions merge = Utils::getMergeOptions(m_cmdLine);
+    merge.givesCoordinateSystem = description.getWKT().has_value();
+    const Scoped<PointSource> opened = Utils::openInputs(*files, verbose, merge);
+    const auto* const file = dynamic_cast<const VX7PointReader*>(&NamedSource::unwrap(*opened));
+    if (file && description.isPresent() && !changesPoints()) {
+        copy(*file, description, task, progress);
+        return;
+    }
+    const Scoped<PointSource> source = applyFilters(description.apply(opened));
 
-    const PointInfo layout = Utils::getOutFields(m_cmdLine, *source, true);
+    const PointInfo layout = description.choose(Utils::getOutFields(m_cmdLine, *source, true));
     if (!layout.hasValidXYZ()) // otherwise the readers would report it as a fault of the file
         QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
     PackOptions::resolveChannels(options, layout);
-    task.writer = task.stream ? make<VX7PointWriter>(source.get(), task.stream.get())
-                              : make<VX7PointWriter>(source.get(), task.output.c_str());
-    VX7PointWriter& writer = *task.writer;
-    warnOfUnrestorable(*files, writer.getMetadata());
-    if (m_cmdLine.getFlag("dropWaveforms"))
-        writer.setMetadata(Utils::withoutWaveformRecords(writer.getMetadata()));
-    writer.setOptions(options);
+    const auto writer = task.stream ? make<VX7PointWriter>(source.get(), task.stream.get())
+                                    : make<VX7PointWriter>(source.get(), task.output.c_str());
+    warnOfUnrestorable(*files, writer->getMetadata());
+    writer->setMetadata(describe(writer->getMetadata(), description));
+    writer->setOptions(options);
     task.numPoints =
-        writer.write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine), layout, &progress);
-    task.size = writer.getFileSize();
-    warnOfLostScales(writer, layout, task.output.c_str());
+        writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine), layout, &progress);
+    task.size = writer->getFileSize();
+    task.records = writer->getSummary();
+    warnOfLostScales(task.records, layout, task.output.c_str());
     if (task.numPoints == 0)
         Utils::warnOfEmptyOutput(m_cmdLine, *source, task.output, Utils::getStrings(m_cmdLine, "filter"));
+}
+
+// Whether any option asks for other points, another order or another coding.
+bool Packer::changesPoints() const
+{
+    constexpr const char* options[] = {"outFields",      "crop",         "subsample",    "filter",
+                                       "quantize",       "gpsWeek",      "transform",    "smooth",
+                                       "levels",         "subblockSize", "fileVersion",  "bandVersion",
+                                       "pointsPerEntry", "indexVersion", "headerVersion"};
+    return std::any_of(std::begin(options), std::end(options),
+                       [this](const char* option) { return m_cmdLine.isPresent(option); }) ||
+           (m_cmdLine.isPresent("order") && std::strcmp(m_cmdLine.getString("order"), "input") != 0);
+}
+
+// The metadata of the output.
+Metadata Packer::describe(Metadata metadata, const DescriptionOptions& description) const
+{
+    if (m_cmdLine.getFlag("dropWaveforms"))
+        metadata = Utils::withoutWaveformRecords(std::move(metadata));
+    description.apply(metadata);
+    return metadata;
+}
+
+void Packer::copy(const VX7PointReader& file, const DescriptionOptions& description, Task& task,
+                  ProgressDelegate& progress) const
+{
+    const std::string& name = task.inputs[0];
+    RewriteOptions options;
+    if (description.choosesChannels())
+        options.channels = description.choose(file.getPointInfo());
+    if (description.changesMetadata() || m_cmdLine.getFlag("dropWaveforms")) {
+        options.metadata = naming(name, [&] {
+            Metadata metadata;
+            file.loadMetadata(metadata, false);
+            return describe(std::move(metadata), description);
+        });
+    }
+    options.wkt = description.getWKT();
+    naming(name, [&] {
+        VX7Rewriter rewriter(file, std::move(options));
+        task.size = task.stream ? rewriter.write(task.stream.get(), &progress)
+                                : rewriter.write(task.output.c_str(), &progress);
+        task.records = rewriter.getSummary();
+    });
+    task.isCopy = true;
+    task.numPoints = file.getNumPoints();
 }
 
 bool Packer::packEach() const
@@ -257,14 +311,14 @@ void Packer::printResult(const Task& task) const
                 static_cast<long long>(task.size));
     if (task.numPoints > 0)
         std::printf(", %.3f a point", static_cast<double>(task.size) / static_cast<double>(task.numPoints));
-    std::printf(", %s\n", describeSpeed(task.numPoints).c_str());
+    std::printf("%s, %s\n", task.isCopy ? ", bands copied" : "", describeSpeed(task.numPoints).c_str());
     if (m_cmdLine.isPresent("quantize")) {
         const double* steps = m_cmdLine.getFloatArray("quantize");
         std::printf("coordinates were rounded to steps of %g, %g and %g: this file is not lossless\n",
                     steps[0], steps[1], steps[2]);
     }
     if (m_cmdLine.getFlag("verbose"))
-        printPackReport(*task.writer, task.numPoints);
+        printPackReport(task.records, task.numPoints);
 }
 
 } // namespace Quillmoran

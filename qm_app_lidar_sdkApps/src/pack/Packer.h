@@ -11,6 +11,9 @@
 
 namespace Quillmoran {
 
+class DescriptionOptions;
+class VX7PointReader;
+
 class Packer final : public Program
 {
 public:
@@ -26,7 +29,8 @@ private:
         std::vector<std::string> inputs;
         std::string output;
         Scoped<IO> stream; // if the output is standard output
-        Scoped<VX7PointWriter> writer;
+        std::vector<VX7PointWriter::ChannelSummary> records;
+        bool isCopy = false; // of coded bands
         std::int64_t numPoints = 0;
         std::int64_t size = 0; // bytes
     };
@@ -34,6 +38,11 @@ private:
     // The name of the output, by default that of the only input with another ending.
     std::string chooseOutput(const std::vector<std::string>& inputs) const;
     void pack(Task& task, ProgressDelegate& progress, bool verbose) const;
+    bool changesPoints() const;
+    Metadata describe(Metadata metadata, const DescriptionOptions& description) const;
+    // Writes the points of a file without decoding them.
+    void copy(const VX7PointReader& file, const DescriptionOptions& description, Task& task,
+              ProgressDelegate& progress) const;
     bool packEach() const;
     void addInputs(FilePointSourceManager& files, const Task& task, ProgressDelegate& delegate) const;
     // Warns of a LAS file with too many bytes, or unusual coordinates, to be restored from the output.

@@ -53,9 +53,9 @@ TileIndexer::TileIndexer() : Program("vxindex", description)
                        "fraction of the points in that file, above 0 and at most 1.  By default it is "
                        "computed from the numbers of points",
                        false);
-    m_cmdLine.addFlag(
-        "createOverview", nullptr,
-        "write the file of -overview, LAS or LAZ, from the indexed files.  Its fraction is 1/16 by default");
+    m_cmdLine.addFlag("createOverview", nullptr,
+                      "write the file of -overview, VX7, LAS or LAZ, from the indexed files.  Its fraction "
+                      "is 1/16 by default");
     m_cmdLine.setChoices("srs", {"same"}, false);
     m_cmdLine.addFlag("removeOverview", nullptr, "remove the overview from the index, but not its file");
     Utils::addTXTPointReaderOptions(m_cmdLine);
@@ -234,8 +234,8 @@ void TileIndexer::createOverview(PersistentPointSourceWriter& writer, ProgressDe
     constexpr double defaultFraction = 1.0 / 16;
     const char* file = m_cmdLine.isPresent("overview") ? m_cmdLine.getString("overview") : "";
     if (const PointSourceType type = Utils::getPointSourceType(file);
-        type != POINT_SOURCE_LAS && type != POINT_SOURCE_LAZ)
-        QM_THROW(ErrorCode::General, "an overview is created as a LAS or LAZ file: '%s'", file);
+        type != POINT_SOURCE_VX7 && type != POINT_SOURCE_LAS && type != POINT_SOURCE_LAZ)
+        QM_THROW(ErrorCode::General, "an overview is created as a VX7, LAS or LAZ file: '%s'", file);
     const double fraction =
         m_cmdLine.isPresent("overviewFraction") ? m_cmdLine.getFloat("overviewFraction") : defaultFraction;
 
@@ -244,8 +244,8 @@ void TileIndexer::createOverview(PersistentPointSourceWriter& writer, ProgressDe
     const Scoped<PointWriter> points =
         OutputChoice(file, nullptr).createWriter(*tiles, file, tiles->getPointInfo());
     points->write(Bounds::Huge(), fraction, tiles->getPointInfo(), &delegate);
-    Utils::warnOfLASOutput(dynamic_cast<const LASPointWriter&>(*points), tiles->getPointInfo(), file, "",
-                           Utils::warn);
+    if (const auto* las = dynamic_cast<const LASPointWriter*>(points.get()))
+        Utils::warnOfLASOutput(*las, tiles->getPointInfo(), file, "", Utils::warn);
     writer.setOverview(file, fraction);
 }
 

@@ -1,8 +1,10 @@
 #include "index/DiskRTree.h"
 
+#include "platform/OpenIO.h"
 #include "platform/Stream.h"
 #include <vxunpack/Base.h>
 
+#include <map>
 #include <vector>
 
 namespace Quillmoran {
@@ -134,6 +136,46 @@ Bounds DiskRTree::getBounds() const
 RTree::Iterator* DiskRTree::createIterator() const
 {
     return new DiskIterator(this);
+}
+
+void DiskRTree::copyTo(StreamWriter& writer) const
+{
+    const OpenIO file(m_range.get());
+    std::int64_t at = m_root.position - std::int64_t{preambleBytes};
+    const std::int64_t shift = writer.tell() - at;
+    const auto copyUpTo = [&](std::int64_t end) {
+        if (!writer.copy(m_range.get(), at, end - at))
+            QM_THROW(readError, "bad read -- node bounds");
+        at = end;
+    };
+    // The levels of branches with children, by position. Only children that are still to come wait here.
+    std::map<std::int64_t, unsigned> parents;
+    if (m_preamble.level != 0 && shift != 0)
+        parents.emplace(m_root.position, m_preamble.level);
+    while (!parents.empty()) {
+        const auto [position, level] = *parents.begin();
+        parents.erase(parents.begin());
+        if (position < at)
+            QM_THROW(readError, "bad read -- node count");
+        copyUpTo(position);
+        unsigned char bytes[recordBytes];
+        const std::size_t got = readFully(*file, position, bytes, sizeof bytes);
+        const std::size_t size = got == 0 ? 1 : 1 + bytes[0] * nodeBytes; // without padding
+        if (size > got)
+            QM_THROW(readError, "bad read -- node count");
+        for (std::size_t payload = nodeBytes - 3; payload < size; payload += nodeBytes) {
+            const auto child = loadBigEndian<std::uint32_t>(bytes + payload);
+            const std::int64_t moved = child + shift;
+            if (moved < 0 || moved > UINT32_MAX)
+                QM_THROW(ErrorCode::IndexWrite, "the index is too far from the beginning of the file");
+            storeBigEndian(bytes + payload, static_cast<std::uint32_t>(moved));
+            if (level > 1 && !parents.emplace(child, level - 1).second)
+                QM_THROW(readError, "bad read -- node count"); // two parents
+        }
+        writer.write(bytes, size);
+        at += static_cast<std::int64_t>(size);
+    }
+    copyUpTo(m_range->size());
 }
 
 } // namespace Quillmoran

@@ -26,6 +26,11 @@ public:
     Bounds getBounds() const override;
     Iterator* createIterator() const override;
 
+    // Copies the tree to the position of a writer in another file, with the positions of the branches there.
+    // Throws IndexRead as a query does, and for branches that are not after their parents or overlap;
+    // IndexWrite "the index is too far from the beginning of the file" for a position of more than 32 bits.
+    void copyTo(StreamWriter& writer) const;
+
 private:
     struct Branch : Record
     {

@@ -245,6 +245,11 @@ void parseColumns(const char* text, PointInfo& out, const PointInfo& known)
 {
     if (!isList(text))
         return parse(text, out, known);
+    parseNames(text, out, known);
+}
+
+void parseNames(const char* text, PointInfo& out, const PointInfo& known)
+{
     PointInfo layout;
     forEachName(text, [&](std::string_view name) {
         layout.append(ChannelNames::require(std::string(name), known, "the input"));

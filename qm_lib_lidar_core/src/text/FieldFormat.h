@@ -31,6 +31,10 @@ void parseColumns(const char* text, PointInfo& out);
 // Letters, or a list of names of channels in `known`. The errors of parse() and of ChannelNames::require().
 void parseColumns(const char* text, PointInfo& out, const PointInfo& known);
 
+// A list of one or more names of channels in `known`. InvalidArgument: "a name is missing in '%s'", and the error
+// of ChannelNames::require().
+void parseNames(const char* text, PointInfo& out, const PointInfo& known);
+
 // Columns from a header line "# X Y Z Intensity ...": true if it starts with "#" and names X, Y and Z among
 // its blank-separated words. A channel that is not standard is FLOAT64; a repeated name is "@Skip".
 bool parseHeader(std::string_view line, PointInfo& out);

@@ -40,4 +40,15 @@ void remove(Metadata& metadata)
     metadata.removeAll(recordKey);
 }
 
+bool removeOthers(Metadata& metadata, const PointInfo& layout)
+{
+    const std::size_t before = metadata.getNumRecords();
+    for (std::size_t i = before; i-- > 0;) {
+        const char* const channel = metadata.getDescription(i);
+        if (channel && std::strcmp(metadata.getKey(i), recordKey) == 0 && !layout.hasChannel(channel))
+            metadata.remove(i);
+    }
+    return metadata.getNumRecords() != before;
+}
+
 } // namespace Quillmoran::TextDecimals

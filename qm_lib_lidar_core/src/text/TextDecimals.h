@@ -5,6 +5,7 @@
 #pragma once
 
 #include <vxunpack/Metadata.h>
+#include <vxunpack/PointInfo.h>
 
 #include <map>
 #include <string>
@@ -18,5 +19,7 @@ void add(Metadata& metadata, const char* channel, int decimals);
 // The numbers by channel, each 1 to `most`; records with other values are ignored.
 std::map<std::string, int> read(const Metadata& metadata);
 void remove(Metadata& metadata);
+// Removes the records of channels that the layout does not have. Returns whether there were any.
+bool removeOthers(Metadata& metadata, const PointInfo& layout);
 
 } // namespace Quillmoran::TextDecimals

@@ -90,6 +90,13 @@ std::string pretty(const char* wkt)
     return indent(wkt, text) ? text : wkt;
 }
 
+std::optional<std::string> fromUserInput(const char* text)
+{
+    std::string wkt;
+    const auto convert = findInModule<decltype(qmUserInputToWKT)>("qmUserInputToWKT");
+    return convert(text, wkt) ? std::optional(wkt) : std::nullopt;
+}
+
 bool isSame(const char* a, const char* b)
 {
     if (std::strcmp(a, b) == 0)

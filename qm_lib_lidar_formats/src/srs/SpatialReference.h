@@ -4,7 +4,8 @@
 // thread.
 //
 // Text and keys may come from any file: they are limited to 1 MiB, parsed only as WKT or keys, and cannot
-// cause a program to open a file or a connection that they name.
+// cause a program to open a file or a connection that they name. Only fromUserInput() is for text of a user,
+// which may name a file.
 #pragma once
 
 #include <cstdint>
@@ -32,6 +33,10 @@ std::optional<std::string> toWKT(const GeoTIFFKeys& keys);
 
 // Indented WKT; the unchanged text if it is invalid.
 std::string pretty(const char* wkt);
+
+// The WKT of a text in any notation that GDAL knows: "EPSG:25832", a PROJ string, WKT, or a file with one of
+// them. Opens no connections. Empty if the text is not understood.
+std::optional<std::string> fromUserInput(const char* text);
 
 // Whether two texts, not null, describe the same coordinate system. Ignores names and the order of axes of a
 // geographic system. An invalid text is the same only as an identical text.

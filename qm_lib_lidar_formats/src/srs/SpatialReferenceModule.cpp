@@ -11,6 +11,7 @@
 #include <memory>
 #include <ogr_spatialref.h>
 #include <ogr_srs_api.h>
+#include <string_view>
 
 // GDAL exports these two without declaring them in a header.
 extern "C" {
@@ -64,6 +65,19 @@ void setTag(const SimpleTags& tags, int tag, int type, const T* values, std::siz
 {
     if (count != 0) // the library copies the values
         ST_SetKey(tags.get(), tag, static_cast<int>(count), type, const_cast<T*>(values));
+}
+
+// GDAL would fetch the text of a URL, also of one in its own file systems. Those of the OGC are names.
+bool namesConnection(std::string_view text)
+{
+    const auto startsWith = [&](std::string_view prefix) {
+        return text.size() >= prefix.size() && EQUALN(text.data(), prefix.data(), prefix.size());
+    };
+    for (const char* name : {"http://opengis.net/def/crs", "https://opengis.net/def/crs",
+                             "http://www.opengis.net/def/crs", "https://www.opengis.net/def/crs"})
+        if (startsWith(name))
+            return false;
+    return startsWith("http:") || startsWith("https:") || startsWith("/vsi");
 }
 
 } // namespace
@@ -120,6 +134,21 @@ bool qmPrettyWKT(const char* wkt, std::string& pretty)
     if (understood)
         pretty = text;
     return understood;
+}
+
+bool qmUserInputToWKT(const char* input, std::string& wkt)
+{
+    const QuietLibraries quiet;
+    OGRSpatialReference reference, again;
+    char* text = nullptr;
+    const bool understood = !namesConnection(input) && reference.SetFromUserInput(input) == OGRERR_NONE &&
+                            reference.exportToWkt(&text) == OGRERR_NONE;
+    const CPLText owned(text, VSIFree);
+    // What readers of the text would refuse, names of files for example, is not understood.
+    if (!understood || !Quillmoran::parseWKT(text, again))
+        return false;
+    wkt = text;
+    return true;
 }
 
 bool qmSameWKT(const char* a, const char* b)

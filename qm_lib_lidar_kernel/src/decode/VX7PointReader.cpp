@@ -58,12 +58,16 @@ Scoped<WaveletDecoderInfo> VX7PointReader::readChunks(ChunkReader& chunks)
     ChunkHeader chunk;
     chunks.readChunkHeader(chunk, remaining, CHUNK_METADATA, ErrorCode::MetadataChunkRead);
     const std::int64_t afterBands = chunk.offset;
+    IO* const file = info->getFile();
+    chunk.save(file, info->getChunks().metadata);
     chunks.readMetadata(chunk.length, m_metadata);
     chunks.readChunkHeader(chunk, remaining, CHUNK_WKT, ErrorCode::WKTChunkRead);
+    chunk.save(file, info->getChunks().wkt);
     if (const auto wkt = chunks.readWKT(chunk.length))
         setWKT(wkt->c_str());
     if (packedVersion >= classNamesVersion) {
         chunks.readChunkHeader(chunk, remaining, CHUNK_CLASS_NAMES, ErrorCode::ClassNamesChunkRead);
+        chunk.save(file, info->getChunks().classNames);
         const auto names = chunks.readClassNames(chunk.length);
         std::vector<const char*> pointers;
         pointers.reserve(names.size());
@@ -83,8 +87,7 @@ Scoped<WaveletDecoderInfo> VX7PointReader::readChunks(ChunkReader& chunks)
         }
     }
     if (hasDigests)
-        info->getDigests().setDigests(afterBands,
-                                      {info->getFile(), chunk.offset + ChunkHeader::size, chunk.length});
+        info->getDigests().setDigests(afterBands, {file, chunk.offset + ChunkHeader::size, chunk.length});
     return info;
 }
 

@@ -114,6 +114,28 @@ TEST(SpatialReferenceTest, OpensNoFileOrURLInAText)
     EXPECT_EQ(toWKT(keysWithWKT(wgs84)).value_or("").substr(0, 15), "GEOGCS[\"WGS 84\"");
 }
 
+TEST(SpatialReferenceTest, UnderstandsWhatUsersType)
+{
+    const Decoy decoy;
+    const auto isUTM32 = [](const std::string& text) {
+        const auto wkt = fromUserInput(text.c_str());
+        return wkt && isSame(wkt->c_str(), utm(32).c_str());
+    };
+    for (const char* text : {"EPSG:32632", "epsg:32632", "+proj=utm +zone=32 +datum=WGS84",
+                             "http://www.opengis.net/def/crs/EPSG/0/32632"})
+        EXPECT_TRUE(isUTM32(text)) << text;
+    EXPECT_TRUE(isUTM32(utm(32)));
+    const auto ofFile = fromUserInput(decoy.file.c_str());
+    EXPECT_TRUE(ofFile && isSame(ofFile->c_str(), wgs84.c_str()));
+    EXPECT_TRUE(decoy.wasOpened());
+    for (const std::string& text :
+         {std::string("EPSG:0"), std::string("nowhere"), std::string(), decoy.url, "/vsicurl/" + decoy.url,
+          withPROJ4("+proj=longlat +ellps=bessel +nadgrids=" + decoy.file)}) {
+        EXPECT_EQ(fromUserInput(text.c_str()), std::nullopt) << text;
+        EXPECT_FALSE(decoy.wasOpened()) << text;
+    }
+}
+
 TEST(SpatialReferenceTest, RefusesControlCharactersInWKT)
 {
     const auto isValid = [](const std::string& text) { return pretty(text.c_str()) != text; };

@@ -92,7 +92,8 @@ void addInput(FilePointSourceManager& files, const char* name, int depth)
 Scoped<PointSource> joinFiles(FilePointSourceManager& files, const MergeOptions& options, const Warn& warn)
 {
     files.setGPSWeek(options.gpsWeek);
-    warnOfUnknownCoordinateSystems(files, warn);
+    if (!options.givesCoordinateSystem)
+        warnOfUnknownCoordinateSystems(files, warn);
     if (files.getNumSources() == 1 && !options.gpsWeek)
         return Scoped<PointSource>(
             files.createPointSource(0)); // an index compared its files when it was made

@@ -83,7 +83,7 @@ void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems,
 {
     const auto hasText = [](const NamedCoordinateSystem& system) { return !system.wkt.empty(); };
     const auto first = std::find_if(systems.begin(), systems.end(), hasText);
-    if (first == systems.end())
+    if (first == systems.end() || options.givesCoordinateSystem)
         return;
     const auto report = [&](const std::string& problem, const std::string& consequence) {
         if (options.requiresSameCoordinateSystem)

@@ -26,6 +26,7 @@ struct MergeOptions
 {
     std::optional<int> gpsWeek;                // converts week time to adjusted standard time
     bool requiresSameCoordinateSystem = false; // by default different ones give a warning
+    bool givesCoordinateSystem = false; // the cloud gets its own, so that those of the files do not matter
 };
 
 // Compares the coordinate systems of files that become one cloud. Warns if they differ or a file has none;

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 namespace Quillmoran::LASMetadata {
 
@@ -143,6 +144,32 @@ std::optional<Format> findFormat(const Metadata& metadata)
 bool hasCounts(const Metadata& metadata)
 {
     return metadata.has(countsByReturn) && metadata.has(boundingBox);
+}
+
+void removeCoordinateSystem(Metadata& metadata)
+{
+    for (std::size_t i = metadata.getNumRecords(); i-- > 0;)
+        if (const auto key = parseRecordKey(metadata.getKey(i));
+            key && key->userID == LASVariableRecord::projectionUserID)
+            metadata.remove(i);
+    auto restore = LASRestore::find(metadata);
+    if (!restore)
+        return;
+    const bool hadEVLRs = !restore->extendedRecords.empty();
+    for (auto* records : {&restore->records, &restore->extendedRecords})
+        std::erase_if(*records, [](const LASRestore::Record& record) {
+            return record.userID() == LASVariableRecord::projectionUserID;
+        });
+    if (hadEVLRs && restore->extendedRecords.empty()) { // otherwise the header would announce them
+        LASHeader header;
+        header.parse(restore->header);
+        header.numEVLRs = 0;
+        header.firstEVLR = 0;
+        restore->header = header.writeOver(std::move(restore->header));
+    }
+    const auto packed = restore->pack();
+    metadata.remove(LASRestore::key);
+    metadata.add(LASRestore::key, nullptr, METADATA_BLOB, packed.data(), packed.size());
 }
 
 void apply(const Metadata& metadata, LASHeader& header)

@@ -42,6 +42,10 @@ std::optional<Format> findFormat(const Metadata& metadata);
 // filters remove them.
 bool hasCounts(const Metadata& metadata);
 
+// Removes the VLRs and EVLRs of the coordinate system, also from LAS_Restore, when the points get another one.
+// Throws LASRead for a damaged LAS_Restore.
+void removeCoordinateSystem(Metadata& metadata);
+
 // Copies system ID, project ID and file source ID to the header of a file to be written.
 void apply(const Metadata& metadata, LASHeader& header);
 

@@ -264,12 +264,15 @@ private:
         }
     }
 
-    // LAS 1.4 requires WKT for the point formats from 6 on.
+    // LAS 1.4 requires WKT for the point formats from 6 on. Points that got another coordinate system later
+    // have no kept records of one.
     void addProjection()
     {
         const bool needsWKT = header().pointFormat.isExtended();
-        if (!m_kept ? !m_head.copyProjection(m_metadata)
-                    : !m_head.keepsCounts && needsWKT && !keeps(wktKey, true))
+        const bool hasWKT = m_request.wkt && *m_request.wkt != '\0';
+        if (!m_kept
+                ? !m_head.copyProjection(m_metadata)
+                : (hasWKT && !keepsProjection()) || (!m_head.keepsCounts && needsWKT && !keeps(wktKey, true)))
             m_head.addCoordinateSystem(m_request.wkt);
         if (!m_head.keepsCounts && needsWKT)
             m_head.setEncoding(LASHeader::WKT, true);
@@ -282,6 +285,14 @@ private:
         return m_kept && ((hasEVLRs() && std::any_of(m_kept->extendedRecords.begin(),
                                                      m_kept->extendedRecords.end(), hasKey)) ||
                           (orVLR && std::any_of(m_kept->records.begin(), m_kept->records.end(), hasKey)));
+    }
+    bool keepsProjection() const
+    {
+        const auto isProjection = [](const LASRestore::Record& record) {
+            return record.userID() == LASVariableRecord::projectionUserID;
+        };
+        return std::any_of(m_kept->records.begin(), m_kept->records.end(), isProjection) ||
+               std::any_of(m_kept->extendedRecords.begin(), m_kept->extendedRecords.end(), isProjection);
     }
     bool hasEVLRs() const noexcept { return m_head.header.versionMinor >= 4; }
 

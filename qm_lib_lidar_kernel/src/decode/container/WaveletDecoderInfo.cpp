@@ -26,9 +26,8 @@ void WaveletDecoderInfo::load(ChunkReader& reader, std::int64_t& remaining)
     m_file = Scoped<IO>::retained(reader.stream().getIO());
     ChunkHeader chunk;
     reader.readChunkHeader(chunk, remaining, CHUNK_WAVELET_HEADER, ErrorCode::WaveletHeaderRead);
-    IO::Location location;
-    chunk.save(m_file.get(), location);
-    m_digests.setWaveletHeader(location);
+    chunk.save(m_file.get(), m_chunks.header);
+    m_digests.setWaveletHeader(m_chunks.header);
     ChunkReader::WaveletHeader header = reader.readWaveletHeader(chunk.length);
     m_numPoints = header.numPoints;
     m_numLevels = header.numLevels;
@@ -37,8 +36,8 @@ void WaveletDecoderInfo::load(ChunkReader& reader, std::int64_t& remaining)
         m_largestSubblock = std::max(m_largestSubblock, channel.getSubblockSize());
 
     reader.readChunkHeader(chunk, remaining, CHUNK_INDEX, ErrorCode::IndexChunkRead);
-    chunk.save(m_file.get(), location);
-    m_digests.setIndex(location);
+    chunk.save(m_file.get(), m_chunks.index);
+    m_digests.setIndex(m_chunks.index);
     m_pointsPerEntry = reader.readIndex(chunk.length, m_index);
     m_indexLength = chunk.length;
     readBands(reader, remaining);

@@ -54,6 +54,16 @@ public:
         std::size_t sign;
     };
 
+    // The byte ranges of chunks with their headers.
+    struct Chunks
+    {
+        IO::Location header;
+        IO::Location index;
+        IO::Location metadata;
+        IO::Location wkt;
+        IO::Location classNames; // without an IO if the version of the file has none
+    };
+
     static WaveletDecoderInfo* create(std::uint32_t fileVersion);
 
     // Reads the wavelet header, the index and the subband directory. Subtracts the bytes read from
@@ -70,6 +80,8 @@ public:
     const RTree& getIndex() const noexcept { return *m_index; }
     std::uint32_t getPointsPerEntry() const noexcept { return m_pointsPerEntry; }
     std::int64_t getIndexLength() const noexcept { return m_indexLength; } // bytes
+    Chunks& getChunks() noexcept { return m_chunks; }
+    const Chunks& getChunks() const noexcept { return m_chunks; }
     StoredDigests& getDigests() noexcept { return m_digests; }
     const StoredDigests& getDigests() const noexcept { return m_digests; }
 
@@ -132,6 +144,7 @@ private:
     std::uint32_t m_pointsPerEntry = 0;
     std::int64_t m_indexLength = 0;
     BandLayout m_bandLayout;
+    Chunks m_chunks;
     StoredDigests m_digests;
 };
 
