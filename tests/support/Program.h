@@ -1,11 +1,11 @@
 // Runs programs as processes in a directory of the test, as their users do.
 #pragma once
 
+#include "support/RunTimes.h"
 #include "support/Test.h"
 
 #include <csignal>
 #include <fcntl.h>
-#include <regex>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,22 +18,6 @@ struct Result
     std::string output;
     std::string errors;
 };
-
-// The output without the times of runs: without ", 0.024 s, 101532 points/s", and without the lines of programs that
-// only read, which consist of numbers.
-inline std::string withoutTimes(const std::string& output)
-{
-    static const std::regex times(R"(, \d+\.\d{3} s, \d+ points/s)"), numbers(R"(\d+ points, \d+ bytes)");
-    std::string result;
-    for (std::size_t begin = 0, end = 0; begin < output.size(); begin = end) {
-        end = std::min(output.find('\n', begin), output.size() - 1) + 1;
-        const std::string line = output.substr(begin, end - begin),
-                          rest = std::regex_replace(line, times, "");
-        if (rest == line || !std::regex_match(rest.begin(), rest.end() - 1, numbers))
-            result += rest;
-    }
-    return result;
-}
 
 // A program that runs in a directory; standard output and standard error go to files there.
 class Program
