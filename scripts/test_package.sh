@@ -36,13 +36,16 @@ fresh_root() {
   local layer=$layers/$1
   root=$layer/root
   mkdir -p "$layer/changes" "$layer/work" "$root"
-  mount -t overlay overlay -o "lowerdir=$base,upperdir=$layer/changes,workdir=$layer/work" "$root"
+  # Nothing needs to survive a power failure: writing to disk is left to the system.
+  local options=lowerdir=$base,upperdir=$layer/changes,workdir=$layer/work
+  mount -t overlay overlay -o "$options,volatile" "$root" 2>/dev/null || mount -t overlay overlay -o "$options" "$root"
   mount_root "$root"
   mkdir -p "$root/source" "$root/packages" "$root/ccache"
   tar -xf "$archive" -C "$root/source" --strip-components=1
   mount --bind build/packages "$root/packages"
   mount --bind "$base-archives" "$root/var/cache/apt/archives"
   mount --bind "$base-ccache" "$root/ccache"
+  echo force-unsafe-io >"$root/etc/dpkg/dpkg.cfg.d/unsafe-io"
   inside "$root" "apt-get update -qq"
 }
 # quietly NAME COMMANDS: prints the output of the commands only if they fail.
