@@ -14,6 +14,13 @@
 
 namespace Quillmoran {
 
+enum class Order
+{
+    Input,   // that of the source
+    Time,    // TimeOrder
+    Hilbert, // HilbertOrder
+};
+
 class QM_API PointOrder : public PointFilter
 {
 public:
@@ -24,6 +31,9 @@ public:
         std::size_t merge = 16 << 20;  // all buffers of a merge
         std::size_t buffer = 16 << 10; // one buffer of a merge, at least; limits the number of merged runs
     };
+
+    // The source in this order; the source itself for Order::Input. Throws what init() of the order throws.
+    static Scoped<PointSource> sort(PointSource* source, Order order);
 
     // Retains the source. Throws InvalidArgument for null.
     void init(PointSource* source);
