@@ -162,6 +162,8 @@ void PointOrder::loadMetadata(Metadata& into, bool sanitize) const
     Metadata records;
     getSrc()->loadMetadata(records, sanitize);
     MetadataKeys::removePointIndexes(records);
+    records.removeAll(MetadataKeys::pointOrder);
+    records.add(MetadataKeys::pointOrder, nullptr, METADATA_STRING, getOrderName(), 0);
     into.add(records);
 }
 
