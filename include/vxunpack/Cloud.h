@@ -22,6 +22,7 @@
 #include <vxunpack/Metadata.h>
 #include <vxunpack/Object.h>
 #include <vxunpack/PointData.h>
+#include <vxunpack/PointOrder.h>
 #include <vxunpack/PointSource.h>
 
 #include <array>
@@ -43,6 +44,7 @@ namespace vx {
 using Quillmoran::DataType;
 using Quillmoran::Error;
 using Quillmoran::ErrorCode;
+using Quillmoran::Order;
 
 // The types of samples.
 using Quillmoran::FLOAT32;
@@ -289,6 +291,8 @@ struct WriteOptions
     // output ignores it.
     std::optional<std::array<double, 3>> scale = {};
     std::optional<std::array<double, 3>> offset = {};
+    // Sorts the points, on disk if they are many. Order::Time needs GPS times: NoSuchChannel without them.
+    Order order = Order::Input;
     // LAS and LAZ output gives back the LAS file that the cloud was read from or packed from: see
     // LASPointWriter::setRestores(). InvalidArgument for other formats.
     bool restores = false;

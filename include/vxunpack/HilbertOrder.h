@@ -17,6 +17,7 @@ private:
     ~HilbertOrder() override;
 
     Keys makeKeys(const Bounds& bounds, PointInfo& layout) const override;
+    const char* getOrderName() const override { return "hilbert"; }
 };
 
 } // namespace Quillmoran

@@ -83,6 +83,8 @@ public:
     const std::vector<std::string>& getLeftOutRecords() const noexcept { return m_leftOut; }
     // Whether a restored LAZ file has the index of a cloud-optimised file (COPC), which describes other chunks.
     bool hasForeignChunkIndex() const noexcept { return m_hasForeignChunkIndex; }
+    // Whether the points of a restored file were sorted, so that their order may not be that of the original.
+    bool isReordered() const noexcept { return m_isReordered; }
     // Empty if the layout had at most one time channel.
     const std::optional<TimeConflict>& getTimeConflict() const noexcept { return m_timeConflict; }
     // Whether scan angles were written unchanged although the point format has another unit: degrees to
@@ -126,6 +128,7 @@ private:
     bool m_hasLargerBounds = false;
     std::vector<std::string> m_leftOut;
     bool m_hasForeignChunkIndex = false;
+    bool m_isReordered = false;
     std::optional<TimeConflict> m_timeConflict;
 
     std::unique_ptr<Impl> m_impl; // null unless a file is being written

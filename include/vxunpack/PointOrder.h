@@ -14,6 +14,13 @@
 
 namespace Quillmoran {
 
+enum class Order
+{
+    Input,   // that of the source
+    Time,    // TimeOrder
+    Hilbert, // HilbertOrder
+};
+
 class QM_API PointOrder : public PointFilter
 {
 public:
@@ -25,6 +32,9 @@ public:
         std::size_t buffer = 16 << 10; // one buffer of a merge, at least; limits the number of merged runs
     };
 
+    // The source in this order; the source itself for Order::Input. Throws what init() of the order throws.
+    static Scoped<PointSource> sort(PointSource* source, Order order);
+
     // Retains the source. Throws InvalidArgument for null.
     void init(PointSource* source);
     // Applies to later queries; the order of the points does not depend on it.
@@ -32,7 +42,7 @@ public:
 
     // The source's work, and the number of sorted points.
     double getTotalWork(const Bounds& bounds, double fraction) const override;
-    // Without indexes of the points by their positions.
+    // Without indexes of the points by their positions, and with a record "PointOrder", the name of the order.
     void loadMetadata(Metadata& into, bool sanitize) const override;
     // Reads the whole source and sorts, unless the query is that of the last call. Throws the source's
     // errors, those of the temporary file, Cancelled "operation cancelled.", General "unsupported datatype",
@@ -51,6 +61,8 @@ protected:
     // Called once per sort. `layout` is that of the query and then that of the blocks: channels that only the
     // keys need may be appended. The source outlives the result.
     virtual Keys makeKeys(const Bounds& bounds, PointInfo& layout) const = 0;
+    // As in "hilbert".
+    virtual const char* getOrderName() const = 0;
 
 private:
     class QM_HIDDEN Iterator;

@@ -25,6 +25,7 @@ private:
     ~TimeOrder() override;
 
     Keys makeKeys(const Bounds& bounds, PointInfo& layout) const override;
+    const char* getOrderName() const override { return "time"; }
 };
 
 } // namespace Quillmoran

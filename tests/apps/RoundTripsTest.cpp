@@ -77,6 +77,24 @@ TEST_F(RoundTrips, RestoreLASAndLAZFiles)
     }
 }
 
+TEST_F(RoundTrips, RestoredFilesOfSortedPointsHaveAnotherOrder)
+{
+    const LASFile original = surveyLAS(3);
+    writeFile(directory / "in.las", original.build());
+    const std::string warning =
+        "Warning: 'out.las': the points were sorted when they were packed, so their order "
+        "may differ from that of the file that was packed\n";
+    for (const std::string order : {"time", "hilbert"}) {
+        succeed("vxpack -i in.las -o out.vxl -order " + order);
+        succeed("vxpack -f -i out.vxl -o again.vxl"); // keeps the record
+        succeed("vxunpack -i again.vxl -restore -o out.las", warning);
+        EXPECT_TRUE(bytesOf(directory / "out.las") != bytesOf(directory / "in.las"));
+        succeed("vxdiff -unordered in.las out.las");
+        succeed("vxdiff -unordered in.las out.vxl");
+        succeed("vxdiff out.las out.vxl");
+    }
+}
+
 // The rows of a table in README.md or a man page: field, by default, with -restore.
 std::map<std::string, std::pair<std::string, std::string>> keptFields(const std::string& file,
                                                                       const std::regex& row)

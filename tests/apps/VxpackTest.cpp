@@ -32,16 +32,21 @@ TEST_F(Vxpack, RoundsCoordinatesWhenAsked)
     EXPECT_EQ(std::strtod(lines[1].c_str() + 23, nullptr), samplesOf("fine.vxl")[0][2]) << lines[1];
 }
 
-TEST_F(Vxpack, OrdersPointsAlongACurve)
+TEST_F(Vxpack, OrdersPoints)
 {
     LASFile file = randomLASFile(1, 2, 60000, 5);
     Random random(6);
-    for (LASFilePoint& point : file.points)
+    for (LASFilePoint& point : file.points) {
         point.y = static_cast<std::int32_t>(random.between(-100000, 100000));
+        point.gpsTime = static_cast<double>(random.below(1000));
+    }
     file.describePoints();
     writeFile(directory / "in.las", file.build());
     succeed("vxpack -i in.las -o input.vxl -order input");
-    succeed("vxpack -i in.las -o curve.vxl -order hilbert");
+    const std::string chosen = succeed("vxpack -i in.las -o auto.vxl -order auto");
+    succeed("vxpack -i in.las -o curve.vxl -order Hilbert");
+    succeed("vxpack -i in.las -o time.vxl -order TIME");
+    succeed("vxpack -i in.las -o xyz.vxl -order time -ofld xyz");
     succeed("vxdiff -unordered input.vxl curve.vxl");
     EXPECT_EQ(run("vxdiff input.vxl curve.vxl").status, 1);
 
@@ -51,6 +56,25 @@ TEST_F(Vxpack, OrdersPointsAlongACurve)
     box.y = {-2100, -1900};
     EXPECT_EQ(openCompressed("input.vxl")->getTotalWork(box, 1), 60000);
     EXPECT_LT(openCompressed("curve.vxl")->getTotalWork(box, 1), 60000 / 4);
+
+    Rows expected = samplesOf("input.vxl");
+    const auto time =
+        static_cast<std::size_t>(openCompressed("input.vxl")->getPointInfo().getChannelIndex("GPSTime"));
+    std::stable_sort(expected.begin(), expected.end(),
+                     [time](const Numbers& a, const Numbers& b) { return a[time] < b[time]; });
+    EXPECT_TRUE(samplesOf("time.vxl") == expected);
+    for (Numbers& row : expected)
+        row.resize(3);
+    EXPECT_TRUE(samplesOf("xyz.vxl") == expected);
+
+    EXPECT_EQ(readFile(directory / "auto.vxl"), readFile(directory / "curve.vxl"));
+    const auto kilobytes = [this](const char* name) {
+        std::string digits =
+            std::to_string(std::lround(static_cast<double>(readFile(directory / name).size()) / 1000));
+        return digits.size() > 3 ? digits.insert(digits.size() - 3, ",") : digits;
+    };
+    EXPECT_EQ(linesOf(chosen)[0], "order: hilbert (estimated " + kilobytes("curve.vxl") + " kB; input " +
+                                      kilobytes("input.vxl") + " kB, time " + kilobytes("time.vxl") + " kB)");
 }
 
 TEST_F(Vxpack, CodesAsTheOptionsSay)

@@ -41,7 +41,8 @@ TEST(Filters, DropRecordsThatNoLongerHold)
 {
     const auto source = countingSource(UINT8, 3);
     const char* const keys[] = {
-        "LAS_BoundingBox", "PointRecordsByReturnCount", "copc::1", "copc::1000", "LAStools::30", "Owner::9"};
+        "LAS_BoundingBox", "PointRecordsByReturnCount", "copc::1", "copc::1000", "LAStools::30", "Owner::9",
+        "PointOrder"};
     for (const char* key : keys)
         source->metadata().add(key, nullptr, METADATA_STRING, "value", 0);
     const auto kept = [](const PointSource& filter) {
@@ -52,14 +53,14 @@ TEST(Filters, DropRecordsThatNoLongerHold)
             text += records.getKey(i) + std::string(" ");
         return text;
     };
-    EXPECT_EQ(kept(*filterOf(*source, true, {1})), "copc::1 copc::1000 LAStools::30 Owner::9 ");
+    EXPECT_EQ(kept(*filterOf(*source, true, {1})), "copc::1 copc::1000 LAStools::30 Owner::9 PointOrder ");
     const Numbers steps = {1, 1, 1};
     const Scoped<QuantizeFilter> rounded(QuantizeFilter::create());
     rounded->init(source.get(), steps.data());
-    EXPECT_EQ(kept(*rounded), "copc::1 copc::1000 LAStools::30 Owner::9 ");
+    EXPECT_EQ(kept(*rounded), "copc::1 copc::1000 LAStools::30 Owner::9 PointOrder ");
     const Scoped<HilbertOrder> ordered(HilbertOrder::create());
     ordered->init(source.get());
-    EXPECT_EQ(kept(*ordered), "LAS_BoundingBox PointRecordsByReturnCount Owner::9 ");
+    EXPECT_EQ(kept(*ordered), "LAS_BoundingBox PointRecordsByReturnCount Owner::9 PointOrder ");
 }
 
 TEST(SimpleFilterFilter, KeepsOrDropsTheValuesOfEveryIntegerType)

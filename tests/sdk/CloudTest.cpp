@@ -243,6 +243,9 @@ TEST(Cloud, OpensFilesWithOptions)
     EXPECT_EQ(failureOf([&] { vx::open(paths); }).substr(0, 6), "40007 ");
     expectColumn(vx::open(paths, {.gpsWeek = 2000}), "GPSTime_Adjusted",
                  std::vector{2000 * 604800.0 - 1e9 + 1, 2.0});
+    const std::string sorted = directory / "sorted.laz";
+    vx::write(sorted, vx::open(paths, {.gpsWeek = 2000}), {.order = vx::Order::Time});
+    expectColumn(vx::open(sorted), "X", Numbers{2, 1});
 
     std::string damaged = readFile(paths[0]);
     damaged.back() ^= 1;
@@ -281,6 +284,7 @@ TEST(Cloud, MistakesAreErrors)
         {reading({.fraction = 0}), "40007 the fraction is 0, it must be above 0 and at most 1"},
         {reading({.fraction = 1.001}), "40007 the fraction is 1.001"},
         {writing(out, {.query = {.fraction = nan}}), "40007 the fraction is nan"},
+        {writing(out, {.order = vx::Order::Time}), "40012 sorting by time needs a channel GPSTime or "},
         {writing(out, {.restores = true}), "40007 only LAS and LAZ files can be restored"},
         {[&] {
              for (const vx::Block& block : cloud.read())

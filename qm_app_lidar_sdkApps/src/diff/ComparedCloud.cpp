@@ -1,6 +1,7 @@
 #include "diff/ComparedCloud.h"
 
 #include "cli/QMCmdLine.h"
+#include "framework/MetadataKeys.h"
 #include "utils/program/Program.h"
 #include "utils/program/Utils.h"
 #include <vxunpack/Base.h>
@@ -9,8 +10,8 @@ namespace Quillmoran {
 
 namespace {
 
-// Records that the writers of compressed files add for themselves.
-constexpr const char* ownRecords[] = {"PreCompressionPointCount", "TextDecimals"};
+// Records that the programs add for themselves.
+constexpr const char* ownRecords[] = {"PreCompressionPointCount", "TextDecimals", MetadataKeys::pointOrder};
 
 } // namespace
 

@@ -5,6 +5,7 @@
 #include "las/header/LASRestore.h"
 #include "model/ChannelNames.h"
 #include "pack/DescriptionOptions.h"
+#include "pack/OrderChooser.h"
 #include "pack/PackOptions.h"
 #include "rewrite/VX7Rewriter.h"
 #include "text/Printable.h"
@@ -14,9 +15,9 @@
 #include "utils/sets/Make.h"
 #include "utils/sets/NamedSource.h"
 #include <vxunpack/Base.h>
-#include <vxunpack/HilbertOrder.h>
 #include <vxunpack/LASPointReader.h>
 #include <vxunpack/QuantizeFilter.h>
+#include <vxunpack/TimeOrder.h>
 
 #include <algorithm>
 #include <cmath>
@@ -45,6 +46,13 @@ void printPackReport(const std::vector<VX7PointWriter::ChannelSummary>& records,
                     channel.offset + 0.0, static_cast<int>(channel.transform),
                     TransformUtils::toString(channel.transform).c_str());
     }
+}
+
+// "'a.las'", "'a.las' and 3 others"
+std::string describeInputs(const std::vector<std::string>& names)
+{
+    const std::string first = '\'' + names[0] + '\'';
+    return names.size() == 1 ? first : first + " and " + std::to_string(names.size() - 1) + " others";
 }
 
 // Warns if the file does not keep the scale of a coordinate.
@@ -108,11 +116,12 @@ Packer::Packer() : Program("vxpack", description)
         "round coordinates to these steps (x, y, z).  The only option that changes values", false, 3);
     m_cmdLine.addString(
         "order", nullptr,
-        "order of the points: input (default) or hilbert.\n"
-        "  'input' keeps the order, 'hilbert' sorts along a curve that keeps neighbours together, so that\n"
-        "  boxes are read faster",
+        "order of the points: input (default), time, hilbert or auto.\n"
+        "  'input' keeps the order, 'time' sorts by GPS time, which makes tiled surveys smaller, 'hilbert'\n"
+        "  sorts along a curve that keeps neighbours together, so that boxes are read faster, and 'auto'\n"
+        "  tries the three on samples and uses the one of the smallest file",
         false);
-    m_cmdLine.setChoices("order", {"input", "hilbert"});
+    m_cmdLine.setChoices("order", {"input", "time", "hilbert", "auto"});
     PackOptions::add(m_cmdLine);
 }
 
@@ -184,12 +193,13 @@ void Packer::pack(Task& task, ProgressDelegate& progress, bool verbose) const
         copy(*file, description, task, progress);
         return;
     }
-    const Scoped<PointSource> source = applyFilters(description.apply(opened));
+    const Scoped<PointSource> unsorted = applyFilters(description.apply(opened));
 
-    const PointInfo layout = description.choose(Utils::getOutFields(m_cmdLine, *source, true));
+    const PointInfo layout = description.choose(Utils::getOutFields(m_cmdLine, *unsorted, true));
     if (!layout.hasValidXYZ()) // otherwise the readers would report it as a fault of the file
         QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
     PackOptions::resolveChannels(options, layout);
+    const Scoped<PointSource> source = applyOrder(*unsorted, task, layout, options, progress);
     const auto writer = task.stream ? make<VX7PointWriter>(source.get(), task.stream.get())
                                     : make<VX7PointWriter>(source.get(), task.output.c_str());
     warnOfUnrestorable(*files, writer->getMetadata());
@@ -302,11 +312,29 @@ Scoped<PointSource> Packer::applyFilters(Scoped<PointSource> source) const
     source = Utils::handleFilterOptions(m_cmdLine, source);
     if (m_cmdLine.isPresent("quantize"))
         source = make<QuantizeFilter, PointSource>(source.get(), m_cmdLine.getFloatArray("quantize"));
-    if (!m_cmdLine.isPresent("order"))
-        return source;
-    if (std::strcmp(m_cmdLine.getString("order"), "hilbert") == 0)
-        return make<HilbertOrder, PointSource>(source.get());
     return source;
+}
+
+Scoped<PointSource> Packer::applyOrder(PointSource& source, const Task& task, const PointInfo& layout,
+                                       const EncodeOptions& options, ProgressDelegate& progress) const
+{
+    const std::string name = m_cmdLine.isPresent("order") ? m_cmdLine.getString("order") : "input";
+    if (name == "time" && !TimeOrder::findTime(source.getPointInfo()))
+        QM_THROW(ErrorCode::NoSuchChannel, "cannot sort %s by time: no channel GPSTime or GPSTime_Adjusted",
+                 describeInputs(task.inputs).c_str());
+    for (const auto& [order, orderName] : OrderChooser::names)
+        if (name == orderName)
+            return PointOrder::sort(&source, order);
+    OrderChooser chooser(source, {Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine), layout},
+                         options);
+    const Order order = chooser.choose(&progress);
+    if (!Utils::isQuiet()) {
+        Utils::endProgressLine();
+        const bool isEach = m_cmdLine.isPresent("outputDirectory");
+        std::printf("%s%s\n", isEach ? (printable(task.output.c_str()) + ": ").c_str() : "",
+                    chooser.describe().c_str());
+    }
+    return PointOrder::sort(&source, order);
 }
 
 void Packer::printResult(const Task& task) const

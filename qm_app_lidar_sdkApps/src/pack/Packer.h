@@ -48,6 +48,8 @@ private:
     // Warns of a LAS file with too many bytes, or unusual coordinates, to be restored from the output.
     void warnOfUnrestorable(FilePointSourceManager& files, const Metadata& metadata) const;
     Scoped<PointSource> applyFilters(Scoped<PointSource> source) const;
+    Scoped<PointSource> applyOrder(PointSource& source, const Task& task, const PointInfo& layout,
+                                   const EncodeOptions& options, ProgressDelegate& progress) const;
     void printResult(const Task& task) const;
 };
 

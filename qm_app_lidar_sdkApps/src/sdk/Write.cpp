@@ -66,9 +66,10 @@ std::uint64_t write(const std::string& path, const Cloud& cloud, const WriteOpti
 {
     checkFraction(options.query.fraction);
     const Bounds bounds = toBounds(options.query.box);
-    PointSource& source = cloud.source();
     if (cloud.files())
         Utils::refuseInputs(*cloud.files(), path.c_str());
+    const Scoped<PointSource> sorted = PointOrder::sort(&cloud.source(), options.order);
+    PointSource& source = *sorted;
     const PointInfo layout = chooseChannels(source.getPointInfo(), options.query.channels);
     const OutputChoice output(nameForFormat(path, options.format).c_str(), nullptr);
     const Scoped<PointWriter> writer = output.createWriter(source, path, layout);

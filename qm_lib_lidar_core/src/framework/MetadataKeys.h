@@ -12,6 +12,8 @@ namespace MetadataKeys {
 
 inline constexpr char boundingBox[] = "LAS_BoundingBox";
 inline constexpr char countsByReturn[] = "PointRecordsByReturnCount";
+// The order in which the points were sorted, which need not be that of the file they come from.
+inline constexpr char pointOrder[] = "PointOrder";
 
 // For another set of points, or other coordinates.
 void removeCounts(Metadata& records);

@@ -4,7 +4,9 @@
 #include "filters/RowSorter.h"
 #include "framework/MetadataKeys.h"
 #include <vxunpack/Base.h>
+#include <vxunpack/HilbertOrder.h>
 #include <vxunpack/ProgressDelegate.h>
+#include <vxunpack/TimeOrder.h>
 
 #include <algorithm>
 #include <mutex>
@@ -93,6 +95,24 @@ PointOrder::PointOrder() : m_impl(std::make_unique<Impl>())
 
 PointOrder::~PointOrder() = default;
 
+Scoped<PointSource> PointOrder::sort(PointSource* source, Order order)
+{
+    const auto sorted = [source](auto* made) {
+        Scoped<PointSource> filter(made);
+        made->init(source);
+        return filter;
+    };
+    switch (order) {
+    case Order::Time:
+        return sorted(TimeOrder::create());
+    case Order::Hilbert:
+        return sorted(HilbertOrder::create());
+    case Order::Input:
+        break;
+    }
+    return Scoped<PointSource>::retained(source);
+}
+
 void PointOrder::init(PointSource* source)
 {
     PointFilter::init(source);
@@ -142,6 +162,8 @@ void PointOrder::loadMetadata(Metadata& into, bool sanitize) const
     Metadata records;
     getSrc()->loadMetadata(records, sanitize);
     MetadataKeys::removePointIndexes(records);
+    records.removeAll(MetadataKeys::pointOrder);
+    records.add(MetadataKeys::pointOrder, nullptr, METADATA_STRING, getOrderName(), 0);
     into.add(records);
 }
 

@@ -1,6 +1,7 @@
 #include <vxunpack/LASPointWriter.h>
 
 #include "files/OutputFile.h"
+#include "framework/MetadataKeys.h"
 #include "las/header/LASFileHead.h"
 #include "las/points/LASFields.h"
 #include "las/points/LASRecordWriter.h"
@@ -218,6 +219,7 @@ void LASPointWriter::writeBegin(const PointInfo& layout)
     m_losesCoordinateSystem = head.losesCoordinateSystem;
     m_leftOut = head.leftOut;
     m_hasForeignChunkIndex = head.hasForeignChunkIndex;
+    m_isReordered = m_restores && getMetadata().has(MetadataKeys::pointOrder);
     m_hasForeignScanAngles = m_impl->hasForeignScanAngles;
     m_timeConflict.reset();
 }

@@ -121,6 +121,10 @@ void warnOfLASOutput(const LASPointWriter& writer, const PointInfo& layout, cons
     if (writer.hasLargerBounds())
         warn(name + "the bounds in the header, which was written before the points, are larger than those of "
                     "the points");
+    if (writer.isReordered())
+        warn(name +
+             "the points were sorted when they were packed, so their order may differ from that of the "
+             "file that was packed");
     warnOfLeftOut(writer, layout, name, advice, warn);
 }
 
