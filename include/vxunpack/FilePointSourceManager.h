@@ -2,9 +2,11 @@
 // matching reader; FilePointSourceManager is an ordered set of input files, opened on first use.
 #pragma once
 
+#include <vxunpack/IO.h>
 #include <vxunpack/PersistentPointSourceManager.h>
 #include <vxunpack/TXTPointReader.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -64,6 +66,9 @@ public:
     // Returns a source with a count of 1. Throws General "TXT file requires a format parse string '-parse':
     // '%s'" or "unsupported input file format '%s'", and the errors of the reader.
     PointSource* openPointSource(const char* path) const override;
+    // The same for a file of a type that its name need not imply. `io`, which may be null, is read in place of
+    // the file of that name.
+    PointSource* openPointSource(const char* name, PointSourceType type, IO* io) const;
 
 private:
     SimpleFileOpener() = default;
@@ -79,6 +84,10 @@ public:
     // Throws General "unsupported input file format '%s'", or "TXT file requires a format parse string
     // '-parse': '%s'" unless the opener has text options.
     void addFile(const char* name);
+    // The same for a file of a type that its name need not imply. `io`, which may be null, is retained and
+    // read in place of the file of that name; names in such a list are relative to the current directory. It
+    // must be open and stay open. Throws General "cannot read '%s': an index must be a file" for an index.
+    void addFile(const char* name, PointSourceType type, IO* io);
     // One name per line, each added as a file. Relative names are relative to the directory of the list.
     // Comments and empty lines are not supported. A list with an error adds nothing.
     void addListFile(const char* name);
@@ -95,6 +104,9 @@ public:
 
     // Null for an index past the end.
     const char* getFilename(std::size_t index) const noexcept;
+    // Both throw General for an index past the end.
+    PointSourceType getFileType(std::size_t index) const;
+    std::int64_t getFileSize(std::size_t index) const; // bytes
     std::string getSourceName(std::size_t index) const override;
     // The source of a tile-set index is the mosaic of its tiles.
     PointSource* createPointSource(std::size_t index) override;

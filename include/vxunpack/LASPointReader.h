@@ -3,6 +3,7 @@
 // from any thread. Each iterator may be used on its own thread, even after the reader has been released.
 #pragma once
 
+#include <vxunpack/IO.h>
 #include <vxunpack/PointSource.h>
 
 #include <memory>
@@ -20,6 +21,8 @@ public:
     // fault, such as a file that is shorter than its header says. After an error the reader can only be
     // released.
     void init(const char* path, bool openFullWaveform);
+    // The same for an IO, which is retained; `name` is the path in messages.
+    void init(IO* io, const char* name, bool openFullWaveform);
 
     // All functions below throw InvalidArgument before init().
 

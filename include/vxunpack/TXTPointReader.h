@@ -51,6 +51,7 @@ public:
     // The columns that a header line names, such as TXTPointWriter writes: "# X Y Z Intensity". Reads the
     // line after `skipLines` lines; returns nothing if it is not a header line.
     static std::optional<PointInfo> readHeader(const char* path, std::size_t skipLines);
+    static std::optional<PointInfo> readHeader(IO* io, const std::string& name, std::size_t skipLines);
 
     // The layout that field letters describe; the second form takes the channels from `known`. Throws
     // InvalidArgument for an unknown letter, a null text or a channel that `known` does not have; `out` is

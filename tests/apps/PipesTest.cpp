@@ -87,6 +87,76 @@ TEST_F(Pipes, GetLAZFilesThatReadersAccept)
     }
 }
 
+TEST_F(Pipes, GiveTheSamePointsAsFiles)
+{
+    succeed("vxunpack -q -i old.vxl -o old.laz");
+    succeed("vxunpack -q -i old.vxl -o old.txt");
+    for (const char* name : {"old.las", "new.las", "old.laz", "old.txt", "old.vxl"}) {
+        SCOPED_TRACE(name);
+        const std::string input = name, report = succeed("vxinfo -json " + input);
+        succeed("vxpack -q " + input + " -o file.vxl");
+        for (const std::string& command :
+             {"cat " + input + " | vxpack -q - -o pipe.vxl", "vxpack -q -i - -o pipe.vxl <" + input,
+              "mkfifo fifo; cat " + input + " >fifo & vxpack -q fifo -o pipe.vxl; wait; rm fifo",
+              "cp " + input + " x; vxpack -q x --Input-Format " + input.substr(4) + " -o pipe.vxl"}) {
+            EXPECT_EQ(shell(command).errors, "") << command;
+            expectSame("pipe.vxl", "file.vxl", command);
+        }
+        EXPECT_EQ(std::regex_replace(shell("cat " + input + " | vxinfo --json -").output,
+                                     std::regex("standard input"), input),
+                  report);
+        EXPECT_EQ(shell("(echo; cat " + input + ") >x; (read line; vxdiff " + input + " -) <x").status, 0);
+    }
+    shell("cat old.las | vxpack -q - -o again.vxl; vxunpack -i again.vxl -o again.las -restore");
+    expectSame("again.las", "old.las", "-restore");
+    succeed("vxunpack -q -i old.vxl -o xyzi.txt -ofld xyzi");
+    shell("grep -v '#' xyzi.txt | vxpack -q - -parse xyzi -o xyzi.vxl");
+    EXPECT_EQ(run("vxdiff xyzi.txt xyzi.vxl").status, 0);
+    EXPECT_EQ(shell("cat old.vxl | vxunpack -i - -if vxl -o again.txt").status, 0);
+    expectSame("again.txt", "old.txt", "vxunpack");
+    EXPECT_EQ(shell("ls old.las | vxinfo -json -if LIST -").output, succeed("vxinfo -json old.las"));
+    succeed("vxindex -q -o file.index old.las");
+    shell("ls old.las | vxindex -q -o pipe.index -");
+    expectSame("pipe.index", "file.index", "vxindex");
+    EXPECT_TRUE(std::filesystem::is_empty(directory / "tmp"));
+}
+
+TEST_F(Pipes, GiveTheErrorsOfFiles)
+{
+    succeed("vxunpack -q -i old.vxl -o old.laz");
+    for (const char* name : {"old.las", "old.laz", "old.vxl"})
+        for (const char* size : {"3", "200", "100000"}) {
+            const std::string input = name, cut = std::string("head -c ") + size + ' ' + name,
+                              format = " -if " + input.substr(4);
+            EXPECT_EQ(shell(cut + " >cut; vxinfo -check cut" + format).status, 1);
+            const std::string expected = shell("vxinfo -check cut" + format).errors;
+            EXPECT_EQ(std::regex_replace(shell(cut + " | vxinfo -check -" + format).errors,
+                                         std::regex("standard input"), "cut"),
+                      expected);
+        }
+    for (const auto& [command, error] :
+         {std::pair(
+              "TMPDIR=none vxpack - -o a.vxl",
+              "Error: cannot copy 'standard input' to a temporary file: No such file or directory path = "
+              "none\n"),
+          {"ulimit -f 100; vxpack - -o a.vxl",
+           "Error: cannot copy 'standard input' to a temporary file: File too large path = $/tmp\n"},
+          {"vxpack - -if index -o a.vxl", "Error: cannot read 'standard input': an index must be a file\n"},
+          {"vxunpack -i - -o null", "Error: unsupported input file format '-'\n"},
+          {"vxunpack -i - -if las -o null", "Error: unsupported input file format '-'\n"},
+          {"vxpack -", "vxpack usage error: -outputFile is required for points from a pipe\n$"},
+          {"vxdiff - -", "vxdiff usage error: standard input ('-') can be given only once\n$"}}) {
+        std::string expected = error;
+        const std::string errors = shell(std::string("cat old.las | (") + command + ")").errors;
+        if (expected.back() == '$')
+            expected = expected.substr(0, expected.size() - 1) + "Use -h or -help for list of options.\n\n";
+        expected = std::regex_replace(expected, std::regex("\\$"), directory.path());
+        EXPECT_EQ(errors, expected) << command;
+        EXPECT_TRUE(std::filesystem::is_empty(directory / "tmp"));
+        EXPECT_FALSE(exists("a.vxl"));
+    }
+}
+
 TEST_F(Pipes, EndQuietlyWhenTheirReaderHasSeenEnough)
 {
     succeed("vxindex -q -o t.index old.vxl new.vxl");

@@ -19,7 +19,7 @@ struct ComparedCloud
     Scoped<PointSource> source;
     Metadata metadata; // without the records that writers add for themselves
 
-    // Opens an input with the options "parse", "skip", "lenient", "dropWaveforms" and "depth". The delegate
+    // Opens an input with the options "inputFormat", "parse", "skip", "lenient", "dropWaveforms" and "depth". The delegate
     // must outlive the source; it can cancel the scan of a text file. Throws General "there are no files to
     // read in '%s'" and what opening throws.
     ComparedCloud(const std::string& input, const QMCmdLine& options, ProgressDelegate& cancellation);

@@ -76,6 +76,7 @@ Differ::Differ() : Program("vxdiff", description, Syntax::Extended, errorStatus)
     m_cmdLine.addString("channels", nullptr,
                         "compare only these channels: names, separated by commas.  By default all", false);
     m_cmdLine.addFlag("json", nullptr, "write a JSON object");
+    Utils::addInputFormatOption(m_cmdLine);
     Utils::addDepthOption(m_cmdLine);
     Utils::addTXTPointReaderOptions(m_cmdLine);
     Utils::addWaveformOption(m_cmdLine);
@@ -86,6 +87,7 @@ void Differ::checkOptions() const
     const std::size_t numInputs = Utils::getStrings(m_cmdLine, "inputFile").size();
     if (numInputs != 2)
         m_cmdLine.usageError("two inputs are required, %zu given", numInputs);
+    Utils::checkInputs(m_cmdLine);
     const double* const tolerance = m_cmdLine.getFloatArray("tolerance");
     if (!tolerance)
         return;

@@ -1,6 +1,5 @@
 #include "info/FileReport.h"
 
-#include "utils/sets/Formats.h"
 #include <vxunpack/LASPointReader.h>
 #include <vxunpack/VX7PointReader.h>
 
@@ -29,12 +28,13 @@ CompressedSize CompressedSize::of(const WaveletDecoderInfo& info)
     return size;
 }
 
-SourceDescription::SourceDescription(const Scoped<PointSource>& opened, const std::string& fileName)
-    : source(opened), typeName(Formats::ofName(fileName.c_str()).description)
+SourceDescription::SourceDescription(const Scoped<PointSource>& opened, const Utils::Input& input)
+    : source(opened), typeName(SimpleFileOpener::getPointSourceTypeName(input.type))
 {
     source->loadMetadata(metadata, false);
     std::error_code failure;
-    const std::uintmax_t size = std::filesystem::file_size(fileName, failure);
+    const std::uintmax_t size = input.io ? static_cast<std::uintmax_t>(input.io->size())
+                                         : std::filesystem::file_size(input.name, failure);
     if (!failure)
         fileBytes = size;
     if (const auto* reader = dynamic_cast<const PointReader*>(source.get()))

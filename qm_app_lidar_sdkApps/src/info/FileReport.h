@@ -3,6 +3,7 @@
 
 #include "decode/container/WaveletDecoderInfo.h"
 #include "info/ChannelStatistics.h"
+#include "utils/sets/Inputs.h"
 #include <vxunpack/Metadata.h>
 #include <vxunpack/PointSource.h>
 
@@ -49,7 +50,7 @@ struct SourceDescription
     CompressedSize compressedSize;
 
     // Throws the errors of metadata that cannot be read.
-    SourceDescription(const Scoped<PointSource>& opened, const std::string& fileName);
+    SourceDescription(const Scoped<PointSource>& opened, const Utils::Input& input);
 };
 
 struct FileReport

@@ -36,7 +36,13 @@ Inspector::Inspector() : Program("vxinfo", description)
     // One file per occurrence, so that options may follow the names.
     m_cmdLine.addStringArray("i", "inputFile", "file, list of files or directory.", true, -1);
     m_cmdLine.setExtra("i");
+    Utils::addInputFormatOption(m_cmdLine);
     Utils::addDepthOption(m_cmdLine);
+}
+
+void Inspector::checkOptions() const
+{
+    Utils::checkInputs(m_cmdLine);
 }
 
 bool Inspector::work()
@@ -58,31 +64,31 @@ void Inspector::inspectArgument(const std::string& argument)
 {
     FileReport unreadable;
     unreadable.fileName = argument;
-    std::vector<std::string> fileNames;
-    attempt(unreadable, [&] { fileNames = expand(argument); });
+    std::vector<Utils::Input> inputs;
+    attempt(unreadable, [&] { inputs = expand(argument); });
     if (!unreadable.problems.empty())
         write(unreadable);
-    for (const std::string& fileName : fileNames)
-        write(inspect(fileName));
+    for (const Utils::Input& input : inputs)
+        write(inspect(input));
 }
 
-FileReport Inspector::inspect(const std::string& fileName)
+FileReport Inspector::inspect(const Utils::Input& input)
 {
     FileReport report;
-    report.fileName = fileName;
+    report.fileName = input.name;
     attempt(report, [&] {
         const auto manager = createManager();
-        manager->addFile(fileName.c_str());
+        manager->addFile(input.name.c_str(), input.type, input.io.get());
         Scoped<PointSource> source(manager->createPointSource(0));
         source->getWKT(); // may fail to load a module
         const auto* las = dynamic_cast<const LASPointReader*>(source.get());
         if (las && las->hasUnknownCoordinateSystem())
-            Utils::warnOfUnknownCoordinateSystems({fileName}, "", Utils::warn);
+            Utils::warnOfUnknownCoordinateSystems({input.name}, "", Utils::warn);
         // A check compares the digests itself, to report all differences.
         auto* const compressed = dynamic_cast<VX7PointReader*>(source.get());
         if (compressed && m_cmdLine.getFlag("check"))
             compressed->setVerifiesDigests(false);
-        report.description.emplace(std::move(source), fileName);
+        report.description.emplace(std::move(source), input);
         if (m_cmdLine.getFlag("check") || m_cmdLine.getFlag("stats"))
             decode(report);
     });
@@ -93,7 +99,7 @@ void Inspector::decode(FileReport& report)
 {
     Utils::ProgressLine progress;
     scan(report, progress);
-    m_numBytes += QMFileUtils::getSize(report.fileName.c_str());
+    m_numBytes += static_cast<std::int64_t>(report.description->fileBytes.value_or(0));
 }
 
 void Inspector::scan(FileReport& report, ProgressDelegate& progress)
@@ -187,17 +193,20 @@ Scoped<FilePointSourceManager> Inspector::createManager() const
     return manager;
 }
 
-std::vector<std::string> Inspector::expand(const std::string& argument) const
+std::vector<Utils::Input> Inspector::expand(const std::string& argument) const
 {
+    const Utils::Input input = Utils::openInput(m_cmdLine, argument);
     const auto manager = createManager();
-    if (QMFileUtils::isDirectory(argument.c_str()))
+    if (!input.io && QMFileUtils::isDirectory(argument.c_str()))
         Utils::addFiles(*manager, argument.c_str(), Utils::getDepth(m_cmdLine));
+    else if (input.type == POINT_SOURCE_LIST)
+        manager->addFile(input.name.c_str(), input.type, input.io.get());
     else
-        manager->addFile(argument.c_str());
-    std::vector<std::string> fileNames;
+        return {input};
+    std::vector<Utils::Input> inputs;
     for (std::size_t i = 0; i < manager->getNumSources(); ++i)
-        fileNames.emplace_back(manager->getFilename(i));
-    return fileNames;
+        inputs.push_back({manager->getFilename(i), manager->getFileType(i), {}});
+    return inputs;
 }
 
 } // namespace Quillmoran

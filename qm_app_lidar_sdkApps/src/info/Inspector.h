@@ -3,6 +3,7 @@
 
 #include "info/FileReport.h"
 #include "utils/program/Program.h"
+#include "utils/sets/Inputs.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/FilePointSourceManager.h>
 
@@ -18,11 +19,12 @@ public:
     Inspector();
 
 private:
+    void checkOptions() const override;
     // Returns true if no file has a problem. An error in a file is added to the problems in its report, and
     // the program continues with the next file; only cancellation is thrown.
     bool work() override;
     void inspectArgument(const std::string& argument);
-    FileReport inspect(const std::string& fileName);
+    FileReport inspect(const Utils::Input& input);
     void decode(FileReport& report);
     void scan(FileReport& report, ProgressDelegate& progress);
     void write(const FileReport& report);
@@ -32,7 +34,7 @@ private:
     void attempt(FileReport& report, Work work) const;
     std::string explain(const Error& error) const;
     // The files of a list or a directory; for other arguments the file itself.
-    std::vector<std::string> expand(const std::string& argument) const;
+    std::vector<Utils::Input> expand(const std::string& argument) const;
     Scoped<FilePointSourceManager> createManager() const;
 
     bool m_allSound = true;

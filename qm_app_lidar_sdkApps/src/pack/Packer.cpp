@@ -92,6 +92,7 @@ Packer::Packer() : Program("vxpack", description)
                         "name of output file, ending in .vxl.  By default the name of the only input with "
                         "this ending",
                         false);
+    Utils::addInputFormatOption(m_cmdLine);
     Utils::addBatchOptions(m_cmdLine, "convert each file by itself to a .vxl file in this directory");
     Utils::addDepthOption(m_cmdLine);
     Utils::addTXTPointReaderOptions(m_cmdLine);
@@ -119,6 +120,7 @@ void Packer::checkOptions() const
 {
     Utils::checkQueryOptions(m_cmdLine);
     DescriptionOptions::check(m_cmdLine);
+    Utils::checkInputs(m_cmdLine);
     const std::vector<std::string> inputs = Utils::getStrings(m_cmdLine, "inputFile");
     const bool isEach = m_cmdLine.isPresent("outputDirectory");
     if (isEach && m_cmdLine.isPresent("outputFile"))
@@ -126,6 +128,8 @@ void Packer::checkOptions() const
     if (!isEach && !m_cmdLine.isPresent("outputFile") &&
         (inputs.size() != 1 || QMFileUtils::isDirectory(inputs[0].c_str())))
         m_cmdLine.usageError("-outputFile or -outputDirectory is required for several inputs");
+    if (!isEach && !m_cmdLine.isPresent("outputFile") && isPipe(inputs[0].c_str()))
+        m_cmdLine.usageError("-outputFile is required for points from a pipe");
     if (const double* steps = m_cmdLine.getFloatArray("quantize"))
         if (std::any_of(steps, steps + 3, [](double step) { return !(step > 0) || std::isinf(step); }))
             m_cmdLine.usageError("the steps of -quantize must be numbers above 0");
@@ -267,13 +271,15 @@ void Packer::addInputs(FilePointSourceManager& files, const Task& task, Progress
 {
     // A mosaic needs the bounds of its files, so text is scanned when it is opened. A single text file is
     // not: the writer reads it twice anyway.
-    const bool isMosaic =
-        task.inputs.size() > 1 || Utils::getPointSourceType(task.inputs[0].c_str()) != POINT_SOURCE_TEXT;
-    Utils::setTextOptions(files.getOpener(), isMosaic, m_cmdLine, &delegate);
+    std::vector<Utils::Input> inputs;
     for (const std::string& name : task.inputs) {
         Utils::refuseSameFile(name.c_str(), task.output.c_str());
-        Utils::addInput(files, name.c_str(), Utils::getDepth(m_cmdLine));
+        inputs.push_back(Utils::openInput(m_cmdLine, name));
     }
+    const bool isMosaic = inputs.size() > 1 || inputs[0].type != POINT_SOURCE_TEXT;
+    Utils::setTextOptions(files.getOpener(), isMosaic, m_cmdLine, &delegate);
+    for (const Utils::Input& input : inputs)
+        Utils::addInput(files, input, Utils::getDepth(m_cmdLine));
     if (files.getNumSources() == 0)
         QM_THROW(ErrorCode::General, "there are no files to read");
     Utils::refuseInputs(files, task.output.c_str());

@@ -64,6 +64,7 @@ TileIndexer::TileIndexer() : Program("vxindex", description)
 
 void TileIndexer::checkOptions() const
 {
+    Utils::checkInputs(m_cmdLine);
     if (m_cmdLine.isPresent("overviewFraction") &&
         !isOverviewFraction(m_cmdLine.getFloat("overviewFraction")))
         m_cmdLine.usageError("the value of -overviewFraction must be above 0 and at most 1");

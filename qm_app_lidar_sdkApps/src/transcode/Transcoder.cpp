@@ -88,9 +88,11 @@ Transcoder::Transcoder() : Program("vxunpack", description, Syntax::Basic)
                                       "this directory");
     m_cmdLine.setAlternative("outputFile", "outputDirectory");
     Utils::addDepthOption(m_cmdLine);
+    Utils::addInputFormatOption(m_cmdLine);
     m_cmdLine.addFlag("timing", nullptr, "print the time and the speed on standard error");
     // The usage text is fixed; the man page documents these.
-    for (const char* option : {"gps", "restore", "noVerify", "outputDirectory", "force", "depth", "timing"})
+    for (const char* option :
+         {"gps", "restore", "noVerify", "outputDirectory", "force", "depth", "inputFormat", "timing"})
         m_cmdLine.setUndocumented(option);
 }
 
@@ -106,10 +108,14 @@ bool Transcoder::work()
     if (m_cmdLine.isPresent("outputDirectory"))
         return unpackEach();
     const char* const input = m_cmdLine.getString("inputFile");
-    if (Utils::getPointSourceType(input) != POINT_SOURCE_VX7)
+    // Pipes are read only on request: these names are errors otherwise.
+    const Utils::Input source = m_cmdLine.isPresent("if")
+                                    ? Utils::openInput(m_cmdLine, input)
+                                    : Utils::Input{input, Utils::getPointSourceType(input), {}};
+    if (source.type != POINT_SOURCE_VX7)
         Formats::throwUnsupported(input);
     const char* const output = m_cmdLine.getString("outputFile");
-    Task task = {input, output, OutputChoice(output, m_cmdLine.getString("outputFormat")), {}};
+    Task task = {source, output, OutputChoice(output, m_cmdLine.getString("outputFormat")), {}};
     if (task.output.type() == POINT_SOURCE_VX7) // this program decodes
         QM_THROW(ErrorCode::General, "unknown output format");
     if (task.output.type() != POINT_SOURCE_NULL) {
@@ -132,10 +138,10 @@ bool Transcoder::work()
 
 void Transcoder::unpack(Task& task, bool verbose, ProgressDelegate& progress) const
 {
-    const char* const input = task.input.c_str();
+    const char* const input = task.input.name.c_str();
     const Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     manager->getOpener().setVerifiesDigests(!m_cmdLine.getFlag("noVerify"));
-    manager->addFile(input);
+    manager->addFile(input, task.input.type, task.input.io.get());
     const Scoped<PointSource> source = Utils::openInputs(*manager, verbose);
 
     const Bounds cropBox = Utils::getCropBox(m_cmdLine);
@@ -186,7 +192,7 @@ bool Transcoder::unpackEach() const
     const auto convert = [&](const Utils::Conversion& conversion, ProgressDelegate& progress) {
         if (Utils::getPointSourceType(conversion.input.c_str()) != POINT_SOURCE_VX7)
             Formats::throwUnsupported(conversion.input.c_str());
-        Task task = {conversion.input,
+        Task task = {{conversion.input, POINT_SOURCE_VX7, {}},
                      conversion.output,
                      OutputChoice(conversion.output.c_str(), byEnding ? nullptr : format),
                      {}};
@@ -208,7 +214,7 @@ void Transcoder::restore(const Task& task, LASPointWriter* writer) const
                                      "-sc and -ofs cannot change them");
     writer->setRestores(true);
     if (!writer->getMetadata().has(LASRestore::key))
-        Utils::warn('\'' + task.input +
+        Utils::warn('\'' + task.input.name +
                     "' has no record of a LAS file that was packed; the header of the output is new");
 }
 
@@ -230,7 +236,7 @@ PointInfo Transcoder::chooseTime(const Task& task, const PointInfo& layout) cons
     const char* const kept = week ? ChannelNames::gpsTime : ChannelNames::gpsTimeAdjusted;
     const char* const dropped = week ? ChannelNames::gpsTimeAdjusted : ChannelNames::gpsTime;
     if (!layout.hasChannel(kept))
-        QM_THROW(ErrorCode::General, "'%s' has no channel '%s'", task.input.c_str(), kept);
+        QM_THROW(ErrorCode::General, "'%s' has no channel '%s'", task.input.name.c_str(), kept);
     PointInfo chosen;
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i)
         if (!layout.getChannel(i).isNamed(dropped))

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "utils/program/Program.h"
-#include "utils/sets/Formats.h"
+#include "utils/sets/Inputs.h"
 
 #include <cstdint>
 #include <string>
@@ -20,7 +20,7 @@ private:
     // One input and its output.
     struct Task
     {
-        std::string input;
+        Utils::Input input;
         std::string outputFile;
         OutputChoice output;
         Scoped<IO> standardOutput; // if the points are written to it

@@ -111,8 +111,13 @@ std::optional<PointInfo> TXTPointReader::readHeader(const char* path, std::size_
 {
     const Scoped<FileIO::Imp> io(FileIO::create());
     io->init(path, "r");
+    return readHeader(io.get(), path, skipLines);
+}
+
+std::optional<PointInfo> TXTPointReader::readHeader(IO* io, const std::string& name, std::size_t skipLines)
+{
     LineReader lines;
-    lines.init(io.get(), path, nullptr);
+    lines.init(io, name, nullptr);
     for (std::size_t i = 0; i <= skipLines; ++i)
         if (!lines.next())
             return std::nullopt;

@@ -73,14 +73,21 @@ void LASPointReader::init(const char* path, bool openFullWaveform)
 {
     const Scoped<FileIO::Imp> file(FileIO::create());
     file->init(path, "r");
+    init(file.get(), path, openFullWaveform);
+}
+
+void LASPointReader::init(IO* io, const char* name, bool openFullWaveform)
+{
+    if (!io || !name)
+        QM_THROW(ErrorCode::InvalidArgument, io ? "name not given" : "io is NULL");
     auto impl = std::make_unique<Impl>();
-    impl->io = Scoped<IO>::retained(file.get());
+    impl->io = Scoped<IO>::retained(io);
     try {
         impl->open(openFullWaveform);
     } catch (const Error& error) {
         if (error.code() == ErrorCode::Waveforms)
             throw;
-        QM_THROW(ErrorCode::LASOpen, "Failed to create LASReader for path = '%s': %s", path, error.what());
+        QM_THROW(ErrorCode::LASOpen, "Failed to create LASReader for path = '%s': %s", name, error.what());
     }
     const LASHeader& header = impl->header;
     setPointInfo(impl->getChannels());

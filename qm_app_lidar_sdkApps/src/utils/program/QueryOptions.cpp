@@ -143,6 +143,27 @@ void warnOfEmptyOutput(const QMCmdLine& cmdLine, const PointSource& source, cons
     warn("no points were written to '" + output + "': " + explainEmptyOutput(cmdLine, source, filters));
 }
 
+void addInputFormatOption(QMCmdLine& cmdLine)
+{
+    cmdLine.addString("if", "inputFormat",
+                      "format of the inputs: vxl, las, laz, bpf, list, index or txt.  By default files are "
+                      "recognised by\n  their names, and pipes by their contents",
+                      false);
+    cmdLine.setChoices("if", {"vxl", "las", "laz", "bpf", "list", "index", "txt"});
+}
+
+void checkInputs(const QMCmdLine& cmdLine)
+{
+    const std::vector<std::string> names = getStrings(cmdLine, "inputFile");
+    if (std::count(names.begin(), names.end(), "-") > 1)
+        cmdLine.usageError("standard input ('-') can be given only once");
+}
+
+Input openInput(const QMCmdLine& cmdLine, const std::string& name)
+{
+    return openInput(name.c_str(), cmdLine.isPresent("if") ? cmdLine.getString("if") : nullptr);
+}
+
 void addDepthOption(QMCmdLine& cmdLine)
 {
     cmdLine.addUint("d", "depth", "levels of directories below a given one to look into.  Default is 0",
@@ -168,7 +189,10 @@ void addBatchOptions(QMCmdLine& cmdLine, const char* description)
 void addNamed(FilePointSourceManager& files, const QMCmdLine& cmdLine)
 {
     for (const std::string& name : getStrings(cmdLine, "inputFile"))
-        addInput(files, name.c_str(), getDepth(cmdLine));
+        if (name == "-")
+            addInput(files, openInput("-", "list"), 0);
+        else
+            addInput(files, name.c_str(), getDepth(cmdLine));
 }
 
 void refuseNamed(const QMCmdLine& cmdLine, const char* output)

@@ -62,6 +62,13 @@ void checkQueryOptions(const QMCmdLine& cmdLine);
 void warnOfEmptyOutput(const QMCmdLine& cmdLine, const PointSource& source, const std::string& output,
                        const std::vector<std::string>& filters = {});
 
+// "if"/"inputFormat", the format of the files and pipes of "inputFile".
+void addInputFormatOption(QMCmdLine& cmdLine);
+// Usage errors for an unknown format, and for standard input that is given twice.
+void checkInputs(const QMCmdLine& cmdLine);
+// openInput() with this option.
+Input openInput(const QMCmdLine& cmdLine, const std::string& name);
+
 // "d"/"depth", the levels of directories that addNamed() descends.
 void addDepthOption(QMCmdLine& cmdLine);
 int getDepth(const QMCmdLine& cmdLine);
@@ -69,7 +76,7 @@ int getDepth(const QMCmdLine& cmdLine);
 void addBatchOptions(QMCmdLine& cmdLine, const char* description);
 // The same as getDepth(), but all levels unless the option is present.
 int getBatchDepth(const QMCmdLine& cmdLine);
-// addInput() for all values of "inputFile".
+// addInput() for all values of "inputFile"; "-" is a list on standard input.
 void addNamed(FilePointSourceManager& files, const QMCmdLine& cmdLine);
 // refuseSameFile() for all values of "inputFile", which include lists and directories.
 void refuseNamed(const QMCmdLine& cmdLine, const char* output);

@@ -88,11 +88,17 @@ void SimpleFileOpener::dropWaveforms(std::function<void(const std::string&)> war
 
 PointSource* SimpleFileOpener::openPointSource(const char* path) const
 {
-    const Format& format = Formats::ofName(path);
-    QMFileUtils::requireRegularFile(path);
-    if (!format.open)
-        Formats::throwUnsupported(path);
-    return format.open(path, m_options);
+    return openPointSource(path, getPointSourceType(path), nullptr);
+}
+
+PointSource* SimpleFileOpener::openPointSource(const char* name, PointSourceType type, IO* io) const
+{
+    const Format* const format = Formats::ofType(type);
+    if (!io)
+        QMFileUtils::requireRegularFile(name);
+    if (!format || !format->open)
+        Formats::throwUnsupported(name);
+    return format->open({name, io, m_options});
 }
 
 struct FilePointSourceManager::Imp
@@ -100,6 +106,8 @@ struct FilePointSourceManager::Imp
     struct File
     {
         std::string name;
+        PointSourceType type;
+        Scoped<IO> io;              // null for the file of that name
         Scoped<PointSource> source; // from first use on
     };
 
@@ -110,9 +118,15 @@ struct FilePointSourceManager::Imp
     }
 
     // Adds a file, or the files of a list; `depth` is the number of lists that contain the name.
-    void add(const std::string& name, int depth);
-    void addList(const char* name, int depth);
-    Scoped<PointSource> open(const std::string& name) const;
+    void add(const std::string& name, PointSourceType type, IO* io, int depth);
+    void addList(const char* name, IO* io, int depth);
+    Scoped<PointSource> open(const File& file) const;
+    const File& get(std::size_t index) const
+    {
+        if (index >= files.size())
+            QM_THROW(ErrorCode::General);
+        return files[index];
+    }
 
     std::vector<File> files;
     std::optional<int> gpsWeek;
@@ -121,25 +135,27 @@ struct FilePointSourceManager::Imp
     std::int64_t nestedBytes = 0; // of all nested lists
 };
 
-void FilePointSourceManager::Imp::add(const std::string& name, int depth)
+void FilePointSourceManager::Imp::add(const std::string& name, PointSourceType type, IO* io, int depth)
 {
     named(name, [&] {
-        const PointSourceType type = SimpleFileOpener::getPointSourceType(name.c_str());
         if (type == POINT_SOURCE_LIST)
-            return addList(name.c_str(), depth + 1);
+            return addList(name.c_str(), io, depth + 1);
         if (type == POINT_SOURCE_NULL)
             Formats::throwUnsupported(name.c_str());
         if (type == POINT_SOURCE_TEXT && !opener->hasTextOptions())
             Formats::throwNeedsColumns(name.c_str());
-        files.push_back({name, {}});
+        if (type == POINT_SOURCE_INDEX && io)
+            QM_THROW(ErrorCode::General, "cannot read '%s': an index must be a file", name.c_str());
+        files.push_back({name, type, Scoped<IO>::retained(io), {}});
     });
 }
 
-void FilePointSourceManager::Imp::addList(const char* name, int depth)
+void FilePointSourceManager::Imp::addList(const char* name, IO* io, int depth)
 {
-    QMFileUtils::requireRegularFile(name);
-    const std::string prefix = directoryPrefix(name);
-    const auto file = make<FileIO::Imp>(name, "r");
+    if (!io)
+        QMFileUtils::requireRegularFile(name);
+    const std::string prefix = io ? std::string() : directoryPrefix(name);
+    const Scoped<IO> file = io ? Scoped<IO>::retained(io) : make<FileIO::Imp, IO>(name, "r");
 
     // A list can name lists, itself among them.
     if (depth > maxListDepth)
@@ -155,17 +171,19 @@ void FilePointSourceManager::Imp::addList(const char* name, int depth)
     while (lines.next()) {
         const std::string_view entry = trimmed(lines.line());
         std::string path = isRooted(entry) ? std::string() : prefix;
-        add(path.append(entry), depth);
+        path.append(entry);
+        add(path, SimpleFileOpener::getPointSourceType(path.c_str()), nullptr, depth);
     }
 }
 
-Scoped<PointSource> FilePointSourceManager::Imp::open(const std::string& name) const
+Scoped<PointSource> FilePointSourceManager::Imp::open(const File& file) const
 {
+    const char* const name = file.name.c_str();
     const Scoped<PointSource> source =
-        SimpleFileOpener::getPointSourceType(name.c_str()) == POINT_SOURCE_INDEX
-            ? openMosaic(*make<PersistentPointSourceManager>(name.c_str(), opener.get()), gpsWeek)
-            : Scoped<PointSource>(opener->openPointSource(name.c_str()));
-    return namesErrors ? NamedSource::wrap(source.get(), name) : source;
+        file.type == POINT_SOURCE_INDEX
+            ? openMosaic(*make<PersistentPointSourceManager>(name, opener.get()), gpsWeek)
+            : Scoped<PointSource>(opener->openPointSource(name, file.type, file.io.get()));
+    return namesErrors ? NamedSource::wrap(source.get(), file.name) : source;
 }
 
 FilePointSourceManager::FilePointSourceManager() : m_imp(new Imp)
@@ -175,15 +193,21 @@ FilePointSourceManager::~FilePointSourceManager() = default;
 
 void FilePointSourceManager::addFile(const char* name)
 {
+    const char* const given = name ? name : "";
+    addFile(given, SimpleFileOpener::getPointSourceType(given), nullptr);
+}
+
+void FilePointSourceManager::addFile(const char* name, PointSourceType type, IO* io)
+{
     m_imp->files.resize(getNumSources()); // drops files of a list with an error
-    m_imp->add(name ? name : "", 0);
+    m_imp->add(name ? name : "", type, io, 0);
     setNumSources(m_imp->files.size());
 }
 
 void FilePointSourceManager::addListFile(const char* name)
 {
     m_imp->files.resize(getNumSources());
-    m_imp->addList(name ? name : "", 1);
+    m_imp->addList(name ? name : "", nullptr, 1);
     setNumSources(m_imp->files.size());
 }
 
@@ -207,6 +231,17 @@ const char* FilePointSourceManager::getFilename(std::size_t index) const noexcep
     return index < m_imp->files.size() ? m_imp->files[index].name.c_str() : nullptr;
 }
 
+PointSourceType FilePointSourceManager::getFileType(std::size_t index) const
+{
+    return m_imp->get(index).type;
+}
+
+std::int64_t FilePointSourceManager::getFileSize(std::size_t index) const
+{
+    const Imp::File& file = m_imp->get(index);
+    return file.io ? file.io->size() : QMFileUtils::getSize(file.name.c_str());
+}
+
 std::string FilePointSourceManager::getSourceName(std::size_t index) const
 {
     const char* const name = getFilename(index);
@@ -215,14 +250,13 @@ std::string FilePointSourceManager::getSourceName(std::size_t index) const
 
 PointSource* FilePointSourceManager::createPointSource(std::size_t index)
 {
-    if (index >= m_imp->files.size())
-        QM_THROW(ErrorCode::General);
+    m_imp->get(index);
     // Opening thousands of files takes long, and no operation has yet asked its progress delegate.
     if (isInterrupted())
         QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
     Imp::File& file = m_imp->files[index];
     if (!file.source)
-        file.source = m_imp->named(file.name, [&] { return m_imp->open(file.name); });
+        file.source = m_imp->named(file.name, [&] { return m_imp->open(file); });
     return Scoped<PointSource>(file.source).detach();
 }
 

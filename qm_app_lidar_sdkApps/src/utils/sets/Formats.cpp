@@ -4,6 +4,7 @@
 #include "pdal/PDALFormats.h"
 #include "utils/sets/Make.h"
 #include <vxunpack/Base.h>
+#include <vxunpack/FileIO.h>
 #include <vxunpack/LASPointReader.h>
 #include <vxunpack/LASPointWriter.h>
 #include <vxunpack/TXTPointReader.h>
@@ -13,51 +14,67 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <strings.h>
 
 namespace Quillmoran {
 
 namespace {
 
-PointSource* openText(const char* path, const SimpleFileOpener::Options& options)
+PointSource* openText(const InputTarget& target)
 {
+    const SimpleFileOpener::Options& options = target.options;
     if (!options.text)
-        Formats::throwNeedsColumns(path);
+        Formats::throwNeedsColumns(target.name);
     TextOptions text = *options.text;
     if (text.layout.getNumChannels() == 0) {
-        const std::optional<PointInfo> columns = TXTPointReader::readHeader(path, text.skipLines);
+        const std::optional<PointInfo> columns =
+            target.io ? TXTPointReader::readHeader(target.io, target.name, text.skipLines)
+                      : TXTPointReader::readHeader(target.name, text.skipLines);
         if (!columns)
-            Formats::throwNeedsColumns(path);
+            Formats::throwNeedsColumns(target.name);
         text.layout = *columns;
     }
-    return make<TXTPointReader>(path, text).detach();
+    if (target.io)
+        return make<TXTPointReader>(target.io, std::string(target.name), text).detach();
+    return make<TXTPointReader>(target.name, text).detach();
 }
 
-PointSource* openLAS(const char* path, const SimpleFileOpener::Options& options)
+PointSource* openLAS(const InputTarget& target)
 {
+    const SimpleFileOpener::Options& options = target.options;
     Scoped<LASPointReader> reader(LASPointReader::create());
     try {
-        reader->init(path, options.opensWaveforms);
+        if (target.io)
+            reader->init(target.io, target.name, options.opensWaveforms);
+        else
+            reader->init(target.name, options.opensWaveforms);
     } catch (Error& error) {
         if (error.code() == ErrorCode::Waveforms)
             error("  -dropWaveforms reads its points without them.");
         throw;
     }
     if (options.warn && reader->hasWaveforms())
-        options.warn(std::string("the waveform packets of '") + path + "' are dropped");
+        options.warn(std::string("the waveform packets of '") + target.name + "' are dropped");
     return reader.detach();
 }
 
-PointSource* openVX7(const char* path, const SimpleFileOpener::Options& options)
+PointSource* openVX7(const InputTarget& target)
 {
-    auto reader = make<VX7PointReader>(path);
-    reader->setVerifiesDigests(options.verifiesDigests);
+    auto reader = target.io ? make<VX7PointReader>(target.io) : make<VX7PointReader>(target.name);
+    reader->setVerifiesDigests(target.options.verifiesDigests);
     return reader.detach();
 }
 
-PointSource* openBPF(const char* path, const SimpleFileOpener::Options&)
+// PDAL opens files by name. A descriptor has one, which is valid as long as the file is open.
+PointSource* openBPF(const InputTarget& target)
 {
-    return createPDALPointReader(path);
+    if (!target.io)
+        return createPDALPointReader(target.name);
+    const auto* const file = dynamic_cast<const FileIO::Imp*>(target.io);
+    if (!file || file->descriptor() < 0)
+        QM_THROW(ErrorCode::General, "cannot read '%s': BPF input needs a file", target.name);
+    return createPDALPointReader(("/proc/self/fd/" + std::to_string(file->descriptor())).c_str());
 }
 
 PointWriter* createTextWriter(const OutputTarget& target)
@@ -149,6 +166,38 @@ std::string Formats::endingOf(PointSourceType type)
 {
     const Format* const format = ofType(type);
     return format && *format->pattern == '.' ? format->pattern : ".txt";
+}
+
+PointSourceType Formats::typeOfInput(const char* name)
+{
+    std::string names;
+    for (const Format& format : table) {
+        const bool isText = format.type == POINT_SOURCE_TEXT;
+        if (*format.pattern != '.' && !isText)
+            continue;
+        const char* const known = isText ? format.outputNames[0] : format.pattern + 1;
+        if (strcasecmp(name, known) == 0)
+            return format.type;
+        names += (names.empty() ? "" : isText ? " or " : ", ") + std::string(known);
+    }
+    QM_THROW(ErrorCode::General, "unknown input format '%s', it is %s", name, names.c_str());
+}
+
+PointSourceType Formats::typeOfContents(const IO& io)
+{
+    constexpr std::size_t lasFormatAt = 104; // the number of the point format
+    constexpr unsigned lasCompressed = 0x80;
+    unsigned char bytes[lasFormatAt + 1] = {};
+    readFully(io, 0, bytes, sizeof bytes);
+    const auto beginsWith = [&bytes](const char* magic) {
+        return std::memcmp(bytes, magic, std::strlen(magic)) == 0;
+    };
+    if (beginsWith("LASF"))
+        return (bytes[lasFormatAt] & lasCompressed) != 0 ? POINT_SOURCE_LAZ : POINT_SOURCE_LAS;
+    return beginsWith("vxil")   ? POINT_SOURCE_VX7
+           : beginsWith("BPF!") ? POINT_SOURCE_BPF
+           : beginsWith("rtre") ? POINT_SOURCE_INDEX
+                                : POINT_SOURCE_TEXT;
 }
 
 std::string Formats::listInputs()

@@ -14,6 +14,14 @@ namespace Quillmoran {
 
 class IO;
 
+// What is read, and how.
+struct InputTarget
+{
+    const char* name; // the path of the file, or the name of `io` in messages
+    IO* io;           // null: the file of that path
+    const SimpleFileOpener::Options& options;
+};
+
 // What is written, and where.
 struct OutputTarget
 {
@@ -35,7 +43,7 @@ struct Format
     // Files of this format need no options, so they are taken from directories and lists of a walk.
     bool isSelfDescribing;
     // New counts. Null if the format cannot be opened or written.
-    PointSource* (*open)(const char* path, const SimpleFileOpener::Options& options);
+    PointSource* (*open)(const InputTarget& target);
     PointWriter* (*createWriter)(const OutputTarget& target);
     // The values of the option -outputFormat that select this format; null after the last.
     std::array<const char*, 4> outputNames;
@@ -54,6 +62,12 @@ const Format* ofType(PointSourceType type) noexcept;
 
 // The ending of the names of files: ".las", ".txt".
 std::string endingOf(PointSourceType type);
+
+// The format with a name that a user gave: an ending without its dot, or "txt". Throws General "unknown input
+// format '%s', it is ...".
+PointSourceType typeOfInput(const char* name);
+// The format by the first bytes of an open file; text unless they are those of another format.
+PointSourceType typeOfContents(const IO& io);
 
 // The names of the formats of points that can be opened: "VX7, LAS, ...".
 std::string listInputs();

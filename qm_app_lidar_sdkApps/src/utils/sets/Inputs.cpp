@@ -1,6 +1,7 @@
 #include "utils/sets/Inputs.h"
 
 #include "files/QMFileUtils.h"
+#include "files/Spool.h"
 #include "utils/sets/Make.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/MosaicFilter.h>
@@ -8,6 +9,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <filesystem>
 #include <functional>
 #include <strings.h>
 #include <vector>
@@ -89,6 +92,32 @@ void addInput(FilePointSourceManager& files, const char* name, int depth)
     files.addFile(name);
 }
 
+Input openInput(const char* name, const char* format)
+{
+    Input input{name, format ? Formats::typeOfInput(format) : SimpleFileOpener::getPointSourceType(name), {}};
+    const bool isStandardInput = std::strcmp(name, "-") == 0;
+    std::error_code ignored;
+    const bool isPipe = isStandardInput || std::filesystem::is_fifo(name, ignored);
+    const bool mayBePoints = input.type != POINT_SOURCE_LIST && input.type != POINT_SOURCE_INDEX;
+    if (!isPipe || !(format || mayBePoints))
+        return input;
+    if (isStandardInput)
+        input.name = "standard input";
+    input.io.reset(Spool::read(name, input.name.c_str()).detach());
+    if (!format)
+        input.type = Formats::typeOfContents(*input.io);
+    return input;
+}
+
+void addInput(FilePointSourceManager& files, const Input& input, int depth)
+{
+    const char* const name = input.name.c_str();
+    if (input.io || (QMFileUtils::exists(name) && !QMFileUtils::isDirectory(name)))
+        files.addFile(name, input.type, input.io.get());
+    else
+        addInput(files, name, depth);
+}
+
 Scoped<PointSource> joinFiles(FilePointSourceManager& files, const MergeOptions& options, const Warn& warn)
 {
     files.setGPSWeek(options.gpsWeek);
@@ -115,7 +144,7 @@ void refuseInputs(const FilePointSourceManager& files, const char* output)
     for (std::size_t i = 0; i < files.getNumSources(); ++i) {
         const char* const name = files.getFilename(i);
         refuseSameFile(name, output);
-        if (SimpleFileOpener::getPointSourceType(name) != POINT_SOURCE_INDEX)
+        if (files.getFileType(i) != POINT_SOURCE_INDEX)
             continue;
         const Scoped<SimpleFileOpener> opener(SimpleFileOpener::create());
         const auto index = make<PersistentPointSourceManager>(name, opener.get());

@@ -21,6 +21,22 @@ void addFiles(PersistentPointSourceWriter& writer, const char* path, int depth);
 // The same for a name that must exist, where a single file may be of any format.
 void addInput(FilePointSourceManager& files, const char* name, int depth);
 
+// A file or a directory that a user named, or a pipe.
+struct Input
+{
+    std::string name; // in messages
+    PointSourceType type;
+    Scoped<IO> io; // of a pipe: a temporary file with its contents
+};
+
+// Opens pipes: "-" is standard input, which is called "standard input"; other names may be those of named pipes.
+// A pipe is read to its end; see Spool::read(). `format`, which may be null, is the name of the format of the
+// file or pipe. By default files are recognised by their names, and pipes by their first bytes, but not if
+// their names are those of lists and indexes: these are refused when they are read.
+Input openInput(const char* name, const char* format);
+// addInput() for an opened input. The files of a directory are recognised by their names.
+void addInput(FilePointSourceManager& files, const Input& input, int depth);
+
 // The file, or the mosaic of several; with a GPS week always a mosaic. Warns of differences between the
 // files.
 Scoped<PointSource> joinFiles(FilePointSourceManager& files, const MergeOptions& options, const Warn& warn);
