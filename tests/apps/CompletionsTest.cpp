@@ -38,7 +38,7 @@ TEST_F(Completions, OfferOptionsAndTheirValues)
     } cases[] = {
         {"vxpack", "-ord", "-order"},
         {"vxpack", "a.laz -or", "-order"},
-        {"vxpack", "--drop", "--dropWaveforms"},
+        {"vxpack", "--dropW", "--dropWaveforms"},
         {"vxpack", "-order hil", "hilbert"},
         {"vxpack", "--order = hil", "hilbert"}, // bash splits words at "="
         {"vxpack", "-srs ''", "same"},
