@@ -225,8 +225,10 @@ std::vector<OrderChooser::Sample> OrderChooser::readSamples(ProgressDelegate* de
         queries.push_back(intersection(m_query.bounds, sample.getSquare()));
         work += m_source.getTotalWork(queries.back(), m_query.fraction);
     }
-    if (work >= m_source.getTotalWork(m_query.bounds, m_query.fraction))
+    if (const double whole = m_source.getTotalWork(m_query.bounds, m_query.fraction); work >= whole) {
         queries = {m_query.bounds};
+        work = whole;
+    }
     PointData block;
     block.init(layout, layout.getBlockPoints(blockPoints));
     Step step(delegate, m_numPoints);
