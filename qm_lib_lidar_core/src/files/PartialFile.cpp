@@ -93,7 +93,8 @@ PartialFile::PartialFile(const QMFileSpec& final, const char* mode)
         QM_THROW_OS(final.c_str()); // users know the final name
     m_isDirect = true;
     m_path = final;
-    m_io->init(final.c_str(), mode);
+    const bool isPipe = exists && S_ISFIFO(status.st_mode); // "+" would not wait for its reader
+    m_io->init(final.c_str(), isPipe ? "w" : mode);
 }
 
 bool PartialFile::createTemporary(const struct stat64* replaced)
