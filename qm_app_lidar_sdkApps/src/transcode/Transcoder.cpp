@@ -152,6 +152,7 @@ void Transcoder::unpack(Task& task, bool verbose, ProgressDelegate& progress) co
         chooseTime(task, Utils::getOutFields(m_cmdLine, *source, hasNames(m_cmdLine.getString("outFields"))));
     const Scoped<PointWriter> writer =
         task.output.createWriter(*source, task.outputFile, layout, task.standardOutput.get());
+    configure(*writer);
     auto* const las = dynamic_cast<LASPointWriter*>(writer.get());
     if (m_cmdLine.getFlag("restore"))
         restore(task, las);
@@ -159,7 +160,6 @@ void Transcoder::unpack(Task& task, bool verbose, ProgressDelegate& progress) co
         las->setTotals([&] { return Utils::findTotals(*source, layout, progress); });
     if (las && m_cmdLine.isPresent("gps"))
         las->setPrefersNonzeroTime(equalsIgnoringCase(m_cmdLine.getString("gps"), "nonzero"));
-    configure(*writer);
     warnOfRounding(task, *source, layout);
 
     task.numPoints = explaining(input, [&] { return writer->write(cropBox, fraction, layout, &progress); });
@@ -171,7 +171,7 @@ void Transcoder::unpack(Task& task, bool verbose, ProgressDelegate& progress) co
             std::printf("%lld points written\n", task.numPoints);
     }
     if (las)
-        Utils::warnOfLASOutput(*las, layout, task.outputFile.c_str(),
+        Utils::warnOfLASOutput(*las, layout, task.outputFile,
                                m_cmdLine.getFlag("restore") ? "" : "; -restore keeps them", Utils::warn);
 }
 
