@@ -82,7 +82,7 @@ quietly "installing the dependencies" "
   /source/scripts/dependencies.sh --laszip-library
   $apt satisfy '$depends'"
 echo "        installed: $(inside "$root" "dpkg-query -W" | wc -l) packages"
-quietly "installing the tools of the tests" "$apt install autopkgtest cmake g++ make pkg-config binutils"
+quietly "installing the tools of the tests" "$apt install autopkgtest binutils cmake dpkg-dev g++ make pkg-config"
 files() {
   inside "$root" "find / -xdev \( -path /tmp -o -path /var/tmp -o -path /var/log -o -path /var/lib/apt -o -path /var/lib/dpkg \
     -o -path /var/cache -o -path /source -o -path /packages -o -path /ccache \) -prune -o -print" | LC_ALL=C sort
@@ -99,7 +99,7 @@ inside "$root" "for file in \$(dpkg -L vxunpack-tools libvxunpack1 | grep -E '/b
     fi
   done"
 step "running the tests of the packages"
-quietly "running the tests" "autopkgtest --no-built-binaries /source -- null"
+quietly "running the tests" "PYTHONDONTWRITEBYTECODE=1 autopkgtest --no-built-binaries /packages/vxunpack_*.dsc -- null"
 grep -E ' (PASS|FAIL)' "$layers/log" | sort -u
 step "removing the packages"
 quietly "removing the packages" "$apt purge vxunpack-tools libvxunpack1 libvxunpack-dev"
