@@ -3,6 +3,7 @@
 # another one, runs their tests (debian/tests), and removes them again, which must leave no files.
 #
 #   scripts/test_package.sh
+#   scripts/test_package.sh --built    installs, tests and removes the packages in build/packages, without building them
 #
 # The bare system, the downloaded packages and a compiler cache are kept in the user's cache (vxunpack/bookworm*, 1 GB);
 # what a run installs is not. The packages remain in build/packages. Needs root, for chroot and mounts.
@@ -57,18 +58,20 @@ quietly() {
 }
 apt="apt-get -y -qq --no-install-recommends"
 
-fresh_root build
-step "installing the build dependencies: LASzip from Debian 13, the others by debian/control"
-quietly "installing the build dependencies" "
-  /source/scripts/dependencies.sh --laszip
-  $apt build-dep /source
-  $apt install lintian ccache"
-step "building $(basename "$archive")"
-cp "$archive" "$root/tmp/"
-find build/packages -mindepth 1 -delete
-inside "$root" "export CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_DIR=/ccache CCACHE_DEPEND=yes
-  /source/scripts/package.sh --archive /tmp/vxunpack-*.tar.gz /tmp/packages
-  cp /tmp/packages/*.* /packages/"
+if [ "${1:-}" != --built ]; then
+  fresh_root build
+  step "installing the build dependencies: LASzip from Debian 13, the others by debian/control"
+  quietly "installing the build dependencies" "
+    /source/scripts/dependencies.sh --laszip
+    $apt build-dep /source
+    $apt install lintian ccache"
+  step "building $(basename "$archive")"
+  cp "$archive" "$root/tmp/"
+  find build/packages -mindepth 1 -delete
+  inside "$root" "export CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_DIR=/ccache CCACHE_DEPEND=yes
+    /source/scripts/package.sh --archive /tmp/vxunpack-*.tar.gz /tmp/packages
+    cp /tmp/packages/*.* /packages/"
+fi
 
 fresh_root use
 step "installing the dependencies of the packages on another bare system"
@@ -79,7 +82,7 @@ quietly "installing the dependencies" "
   /source/scripts/dependencies.sh --laszip-library
   $apt satisfy '$depends'"
 echo "        installed: $(inside "$root" "dpkg-query -W" | wc -l) packages"
-quietly "installing the tools of the tests" "$apt install autopkgtest cmake g++ make pkg-config binutils"
+quietly "installing the tools of the tests" "$apt install autopkgtest binutils cmake dpkg-dev g++ make pkg-config"
 files() {
   inside "$root" "find / -xdev \( -path /tmp -o -path /var/tmp -o -path /var/log -o -path /var/lib/apt -o -path /var/lib/dpkg \
     -o -path /var/cache -o -path /source -o -path /packages -o -path /ccache \) -prune -o -print" | LC_ALL=C sort
@@ -96,7 +99,7 @@ inside "$root" "for file in \$(dpkg -L vxunpack-tools libvxunpack1 | grep -E '/b
     fi
   done"
 step "running the tests of the packages"
-quietly "running the tests" "autopkgtest --no-built-binaries /source -- null"
+quietly "running the tests" "PYTHONDONTWRITEBYTECODE=1 autopkgtest --no-built-binaries /packages/vxunpack_*.dsc -- null"
 grep -E ' (PASS|FAIL)' "$layers/log" | sort -u
 step "removing the packages"
 quietly "removing the packages" "$apt purge vxunpack-tools libvxunpack1 libvxunpack-dev"
