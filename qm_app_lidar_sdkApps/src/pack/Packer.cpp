@@ -170,7 +170,7 @@ std::string Packer::chooseOutput(const std::vector<std::string>& inputs) const
             QM_THROW(ErrorCode::General, "the name of the output must end in '.vxl': '%s'", output);
         return output;
     }
-    const std::string output = std::filesystem::path(inputs[0]).replace_extension(".vxl");
+    std::string output = std::filesystem::path(inputs[0]).replace_extension(".vxl");
     Utils::refuseSameFile(inputs[0].c_str(), output.c_str());
     if (QMFileUtils::exists(output.c_str()) && !m_cmdLine.getFlag("force"))
         QM_THROW(ErrorCode::General, "the output '%s' exists; -f replaces it", output.c_str());
