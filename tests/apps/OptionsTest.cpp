@@ -60,7 +60,7 @@ TEST_F(Options, AcceptOtherNamesOfChannels)
                    expected.end());
     ASSERT_EQ(expected.size(), 120u);
     for (const char* filters : {"-filter ClassId,5,include -filter ReturnNum,1,exclude",
-                                "-filter return_number,1,exclude -filter CLASSIFICATION,5,include"}) {
+                                "-filter return_number,1,EXCLUDE -filter CLASSIFICATION,5,Include"}) {
         succeed(std::string("vxpack -i survey.vxl -o out.vxl ") + filters);
         EXPECT_EQ(samplesOf("out.vxl"), expected) << filters;
     }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <strings.h>
 #include <type_traits>
 
 namespace Quillmoran::Utils {
@@ -29,7 +30,7 @@ ValueFilter parseFilter(const std::string& text)
     const std::size_t modeComma = text.rfind(',');
     const std::size_t valueComma = text.rfind(',', modeComma - 1);
     const std::string mode = text.substr(modeComma + 1);
-    filter.include = mode == "include";
+    filter.include = strcasecmp(mode.c_str(), "include") == 0;
     filter.channel = text.substr(0, valueComma);
     bool isNumber = false;
     if (modeComma != std::string::npos && valueComma < modeComma && valueComma != 0) {
@@ -37,7 +38,7 @@ ValueFilter parseFilter(const std::string& text)
         const auto [rest, error] = std::from_chars(text.data() + valueComma + 1, end, filter.value);
         isNumber = error == std::errc() && rest == end;
     }
-    if (!isNumber || (!filter.include && mode != "exclude"))
+    if (!isNumber || (!filter.include && strcasecmp(mode.c_str(), "exclude") != 0))
         QM_THROW(ErrorCode::General,
                  "bad filter '%s', the format is <channel name>,<integer value>,include|exclude",
                  text.c_str());
