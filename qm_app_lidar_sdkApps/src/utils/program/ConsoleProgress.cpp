@@ -4,6 +4,7 @@
 #include "utils/program/Program.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <mutex>
@@ -20,7 +21,7 @@ std::mutex statusMutex; // of the two variables
 std::chrono::steady_clock::time_point nextStatus;
 bool isStatusShown = false;
 
-bool isFrameShown = false; // of ConsoleProgress; used by the main thread
+std::atomic<bool> isFrameShown = false; // of ConsoleProgress
 
 // A longer line would wrap, and could not be erased.
 std::size_t getTerminalWidth()
@@ -151,7 +152,7 @@ std::string StatusLine::formatCount(double count)
 void endProgressLine()
 {
     StatusLine::erase();
-    if (std::exchange(isFrameShown, false))
+    if (isFrameShown.exchange(false))
         std::putchar('\n');
     std::fflush(stdout);
 }
