@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <sys/ioctl.h>
+#include <sys/mount.h>
 
 namespace Quillmoran::Testing {
 
@@ -42,15 +43,35 @@ inline std::string screenOf(const std::string& bytes)
     return screen;
 }
 
+// A new pseudo-terminal: the side of its user. In a root directory without /dev/pts, as of a plain chroot, root mounts
+// one for a moment.
+inline int openTerminal()
+{
+    int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (master < 0) {
+        const TemporaryDirectory terminals;
+        const char* const path = terminals.path().c_str();
+        if (::mount("devpts", path, "devpts", MS_NOSUID | MS_NOEXEC, "newinstance,ptmxmode=0600") == 0) {
+            master = ::open((terminals / "ptmx").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+            ::umount2(path, MNT_DETACH);
+        }
+    }
+    const int unlocked = 0;
+    if (master >= 0)
+        ::ioctl(master, TIOCSPTLCK, &unlocked);
+    return master;
+}
+
 // A command of the shell whose standard input, output and error are one terminal.
 class TerminalProgram
 {
 public:
     TerminalProgram(const std::string& command, const TemporaryDirectory& directory,
                     unsigned short columns = 100)
-        : m_master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
+        : m_master(openTerminal())
     {
-        if (m_master < 0 || ::grantpt(m_master) != 0 || ::unlockpt(m_master) != 0) {
+        const int terminal = ::ioctl(m_master, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC);
+        if (terminal < 0) {
             ADD_FAILURE() << "no pseudo-terminal";
             return;
         }
@@ -66,13 +87,14 @@ public:
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addchdir_np(&actions, directory.path().c_str());
         for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-            posix_spawn_file_actions_addopen(&actions, stream, ::ptsname(m_master), O_RDWR, 0);
+            posix_spawn_file_actions_adddup2(&actions, terminal, stream);
         std::string script = "PATH=" PROGRAMS ":$PATH; " + command;
         char shell[] = "/bin/sh", option[] = "-c";
         char* const argv[] = {shell, option, script.data(), nullptr};
         EXPECT_EQ(posix_spawn(&m_process, shell, &actions, &attributes, argv, environ), 0);
         posix_spawn_file_actions_destroy(&actions);
         posix_spawnattr_destroy(&attributes);
+        ::close(terminal);
     }
     ~TerminalProgram() { ::close(m_master); }
     TerminalProgram(const TerminalProgram&) = delete;
