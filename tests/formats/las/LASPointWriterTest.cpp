@@ -419,7 +419,7 @@ TEST_F(LASWriting, ReportsScanAnglesInTheUnitOfOtherFormats)
     }
 }
 
-// An IO that is written in order stands for a pipe.
+// An IO that is written in order takes the place of a pipe.
 TEST_F(LASWriting, ChecksTotalsThatItHasWrittenBeforeThePoints)
 {
     const auto source = makeSource({channel("ReturnNum", UINT8, 0, 3)}, {{1, 1, 2, 5, 9}});

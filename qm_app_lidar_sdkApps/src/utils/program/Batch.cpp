@@ -98,7 +98,6 @@ private:
             m_batch.advance(done - m_done);
             m_done = done;
         }
-        bool getCancelled() override { return PercentProgressDelegate::getCancelled(); }
         void displayWarning(const char* text) override { warn(text); }
 
     private:
@@ -162,17 +161,13 @@ private:
         m_doneSize += size;
         if (!StatusLine::isDue())
             return;
-        constexpr double settled = 0.5; // seconds after which the time left says something
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - m_begin).count();
-        const double fraction = m_totalSize > 0 ? std::clamp(m_doneSize / m_totalSize, 0.0, 0.999) : 0;
-        char text[120];
-        std::snprintf(text, sizeof text, "%5.1f%%  %zu of %zu files", fraction * 100,
-                      m_result.numConverted + m_result.failed.size(), m_conversions.size());
-        std::string line = text;
-        if (seconds > settled && fraction > 0)
-            line += "  " + StatusLine::formatDuration(seconds * (1 - fraction) / fraction) + " left";
-        StatusLine::draw(line);
+        const double fraction = m_doneSize / m_totalSize;
+        const std::size_t numDone = m_result.numConverted + m_result.failed.size();
+        StatusLine::draw(StatusLine::formatPercentage(fraction) + std::to_string(numDone) + " of " +
+                         std::to_string(m_conversions.size()) + " files" +
+                         StatusLine::formatTimeLeft(fraction, seconds));
     }
 
     const std::vector<Conversion>& m_conversions;

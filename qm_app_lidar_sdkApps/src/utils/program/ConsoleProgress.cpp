@@ -31,6 +31,31 @@ std::size_t getTerminalWidth()
     return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : usual;
 }
 
+// "0:07", "1:02:03"
+std::string formatDuration(double seconds)
+{
+    constexpr double longest = 359999; // 99 hours
+    const long whole = std::lround(std::clamp(seconds, 0.0, longest));
+    char text[32];
+    if (whole < 3600)
+        std::snprintf(text, sizeof text, "%ld:%02ld", whole / 60, whole % 60);
+    else
+        std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", whole / 3600, whole / 60 % 60, whole % 60);
+    return text;
+}
+
+// "950", "12.3 k", "4.56 M"
+std::string formatCount(double count)
+{
+    static constexpr const char* prefixes[] = {"", " k", " M", " G", " T"};
+    const char* const* prefix = prefixes;
+    for (; count >= 999.5 && prefix + 1 != std::end(prefixes); ++prefix)
+        count /= 1000;
+    char text[32];
+    std::snprintf(text, sizeof text, "%.3g%s", count, *prefix);
+    return text;
+}
+
 } // namespace
 
 ConsoleProgress::ConsoleProgress() : m_isTerminal(::isatty(STDOUT_FILENO) == 1)
@@ -79,17 +104,9 @@ void ProgressLine::reportProgress(double fraction, const char* message)
     m_completed = getCompleted();
     if (!StatusLine::isDue())
         return;
-    constexpr double settled = 0.5; // seconds after which a rate says something
-    fraction = std::isfinite(fraction) ? std::clamp(fraction, 0.0, 0.999) : 0;
-    char percentage[16];
-    std::snprintf(percentage, sizeof percentage, "%5.1f%%  ", fraction * 100);
-    std::string line = percentage + std::string(std::exchange(m_activity, nullptr));
     const double seconds = std::chrono::duration<double>(now - m_begin).count();
-    if (seconds > settled && fraction > 0) {
-        line += "  " + StatusLine::formatCount(m_completed / seconds) + ' ' + m_unit + "/s";
-        line += "  " + StatusLine::formatDuration(seconds * (1 - fraction) / fraction) + " left";
-    }
-    StatusLine::draw(line);
+    StatusLine::draw(StatusLine::formatPercentage(fraction) + std::exchange(m_activity, nullptr) +
+                     StatusLine::formatTimeLeft(fraction, seconds, m_completed, m_unit));
 }
 
 void ProgressLine::displayWarning(const char* text)
@@ -126,27 +143,21 @@ void StatusLine::erase()
         std::fputs("\r\033[K", stderr);
 }
 
-std::string StatusLine::formatDuration(double seconds)
+std::string StatusLine::formatPercentage(double fraction)
 {
-    constexpr double longest = 359999; // 99 hours
-    const long whole = std::lround(std::clamp(seconds, 0.0, longest));
-    char text[32];
-    if (whole < 3600)
-        std::snprintf(text, sizeof text, "%ld:%02ld", whole / 60, whole % 60);
-    else
-        std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", whole / 3600, whole / 60 % 60, whole % 60);
+    fraction = std::isfinite(fraction) ? std::clamp(fraction, 0.0, 0.999) : 0;
+    char text[16];
+    std::snprintf(text, sizeof text, "%5.1f%%  ", fraction * 100);
     return text;
 }
 
-std::string StatusLine::formatCount(double count)
+std::string StatusLine::formatTimeLeft(double fraction, double seconds, double completed, const char* unit)
 {
-    static constexpr const char* prefixes[] = {"", " k", " M", " G", " T"};
-    const char* const* prefix = prefixes;
-    for (; count >= 999.5 && prefix + 1 != std::end(prefixes); ++prefix)
-        count /= 1000;
-    char text[32];
-    std::snprintf(text, sizeof text, "%.3g%s", count, *prefix);
-    return text;
+    constexpr double settled = 0.5; // seconds
+    if (!(seconds > settled) || !std::isfinite(fraction) || !(fraction > 0))
+        return {};
+    const std::string rate = unit ? "  " + formatCount(completed / seconds) + ' ' + unit + "/s" : "";
+    return rate + "  " + formatDuration(seconds * (1 - std::min(fraction, 1.0)) / fraction) + " left";
 }
 
 void endProgressLine()

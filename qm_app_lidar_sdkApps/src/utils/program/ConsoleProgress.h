@@ -58,10 +58,11 @@ bool isDue();
 void draw(const std::string& text);
 void erase();
 
-// "0:07", "1:02:03"
-std::string formatDuration(double seconds);
-// "950", "12.3 k", "4.56 M"
-std::string formatCount(double count);
+// The beginning of a line, " 12.3%  ". Less than 100 %, and 0 for what is not a number.
+std::string formatPercentage(double fraction);
+// The end of a line: "  RATE UNIT/s  0:07 left" after `seconds`, without the rate if there is no unit. Empty while
+// the rate says nothing yet.
+std::string formatTimeLeft(double fraction, double seconds, double completed = 0, const char* unit = nullptr);
 
 } // namespace StatusLine
 
