@@ -1,45 +1,15 @@
 #include "platform/BackgroundTask.h"
 
+#include "platform/TaskGroup.h"
+
 #include <exception>
 #include <utility>
 
-#if defined(__SANITIZE_THREAD__)
-#include <thread>
-#else
-#define TBB_PREVIEW_ISOLATED_TASK_GROUP 1
-#include <tbb/task_group.h>
-#endif
-
 namespace Quillmoran {
-
-namespace {
-
-#if defined(__SANITIZE_THREAD__)
-
-// A plain thread, for the same reason as in ParallelLoop.
-class Group
-{
-public:
-    template <class Function>
-    void run(const Function& function)
-    {
-        m_thread = std::thread(function);
-    }
-    void wait() { m_thread.join(); }
-
-private:
-    std::thread m_thread;
-};
-
-#else
-using Group = tbb::isolated_task_group;
-#endif
-
-} // namespace
 
 struct BackgroundTask::Private
 {
-    Group group;
+    TaskGroup group;
     std::function<void()> function;
     std::exception_ptr failure;
     bool isStarted = false;

@@ -1,7 +1,5 @@
 #include "las/LASPointIterator.h"
 
-#include "model/ChannelNames.h"
-#include "model/NameIndex.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/ProgressDelegate.h>
 
@@ -18,84 +16,94 @@ constexpr std::size_t maxSliceBytes = 1 << 20; // for long records
 
 LASPointIterator::LASPointIterator(const File& file, const Bounds& bounds, double fraction,
                                    const PointInfo& layout, ProgressDelegate* delegate)
+    : m_io(file.io),
+      m_header(file.header),
+      m_chunks(file.chunks),
+      m_layout(layout),
+      m_unpacker(file.header, file.channels, file.extraFields, layout)
 {
     init(bounds, fraction, layout, delegate);
-    chooseColumns(file, layout);
-    const LASHeader& header = file.header;
-    for (std::size_t axis = 0; axis < 3; ++axis)
-        m_axes[axis] = {header.scale[axis], header.offset[axis]};
     if (getFraction() == 0)
         return;
-    m_reader = LASRecordReader::create(file.io, header, file.chunks, layout);
-    m_remaining = static_cast<std::int64_t>(header.getPointCount());
-    m_sliceSize = std::clamp<std::size_t>(maxSliceBytes / m_reader->stride(), 1, maxSlicePoints);
-    m_sliceSize =
-        static_cast<std::size_t>(std::min<std::int64_t>(m_remaining, static_cast<std::int64_t>(m_sliceSize)));
-    m_records.resize(m_sliceSize * m_reader->stride());
-    for (auto& coordinates : m_coordinates)
-        coordinates.resize(m_sliceSize);
+    m_numPoints = m_header.getPointCount();
+    m_sliceSize = std::clamp<std::size_t>(maxSliceBytes / m_header.recordLength, 1, maxSlicePoints);
+    m_sliceSize = static_cast<std::size_t>(std::min<std::uint64_t>(m_numPoints, m_sliceSize));
+    if (LASReadAhead::suits(m_header, m_chunks, m_layout))
+        m_ahead =
+            std::make_unique<LASReadAhead>(file.io, m_header, m_chunks, m_layout, m_unpacker, getBounds());
+    else
+        openReader();
 }
 
-void LASPointIterator::chooseColumns(const File& file, const PointInfo& layout)
+void LASPointIterator::openReader()
 {
-    const NameIndex known(file.channels);
-    // The channels of the extra bytes are the last ones of the file.
-    const std::size_t firstExtra = file.channels.getNumChannels() - file.extraFields.size();
-    for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
-        const ChannelInfo& wanted = layout.getChannel(i);
-        const auto index = known.find(wanted.getName());
-        if (!index)
-            QM_THROW(ErrorCode::NoSuchChannel, "requesting channel not in the source");
-        if (wanted.getDataType() != file.channels.getChannel(*index).getDataType())
-            QM_THROW(ErrorCode::ChannelType, "channel '%s' has another type in the source", wanted.getName());
-        Column& column = m_columns.emplace_back();
-        if (*index >= firstExtra)
-            column.extra = file.extraFields[*index - firstExtra];
-        else
-            column.field = *LASFields::find(file.header.pointFormat, wanted.getName());
+    m_reader = LASRecordReader::create(&*m_io, m_header, m_chunks, m_layout);
+    m_records.resize(m_sliceSize * m_reader->stride());
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        m_ownCoordinates[axis].resize(m_sliceSize);
+        m_coordinates[axis] = m_ownCoordinates[axis].data();
     }
 }
 
 bool LASPointIterator::refill()
 {
     m_cursor = m_fill = 0;
-    if (m_remaining == 0)
+    if (m_next == m_numPoints)
         return false;
-    if (getDelegate() && getDelegate()->getCancelled())
-        QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
-    const auto count =
-        static_cast<std::size_t>(std::min<std::int64_t>(m_remaining, static_cast<std::int64_t>(m_sliceSize)));
-    m_reader->read(m_records.data(), count);
-    const LASPointFormat anyFormat{0}; // all formats have the coordinates at the same offsets
-    const char* const names[] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
-    for (std::size_t axis = 0; axis < 3; ++axis)
-        LASFields::unpackCoordinate(m_coordinates[axis].data(), m_records.data(), m_reader->stride(),
-                                    *LASFields::find(anyFormat, names[axis]), m_axes[axis], count);
-    m_remaining -= static_cast<std::int64_t>(count);
-    m_fill = count;
-    if (getDelegate())
-        getDelegate()->updateCompleted(static_cast<double>(count), "reading LAS file");
+    if (m_sliceLeft == 0) {
+        if (getDelegate() && getDelegate()->getCancelled())
+            QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
+        const auto count =
+            static_cast<std::size_t>(std::min<std::uint64_t>(m_numPoints - m_next, m_sliceSize));
+        if (m_ahead && !m_ahead->decode(m_next + count)) {
+            m_ahead.reset();
+            openReader();
+            m_reader->seek(m_next);
+        }
+        if (m_ahead)
+            m_sliceLeft = count;
+        else
+            readSlice(count);
+        if (getDelegate())
+            getDelegate()->updateCompleted(static_cast<double>(count), "reading LAS file");
+    }
+    if (m_ahead)
+        takeAhead();
+    m_next += m_fill - m_cursor;
     return true;
+}
+
+void LASPointIterator::readSlice(std::size_t count)
+{
+    m_reader->read(m_records.data(), count);
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        m_unpacker.unpackCoordinate(m_ownCoordinates[axis].data(), axis, m_records.data(), m_reader->stride(),
+                                    count);
+    m_fill = count;
+}
+
+void LASPointIterator::takeAhead()
+{
+    m_run = m_ahead->take(m_sliceLeft);
+    m_sliceLeft -= m_run.count;
+    m_coordinates[0] = m_run.points->getX();
+    m_coordinates[1] = m_run.points->getY();
+    m_coordinates[2] = m_run.points->getZ();
+    m_cursor = m_run.first;
+    m_fill = m_run.first + m_run.count;
 }
 
 void LASPointIterator::copyRun(PointData& buffer, std::size_t filled, std::size_t first,
                                std::size_t count) const
 {
-    const std::size_t stride = m_reader->stride();
-    const unsigned char* const records = m_records.data() + first * stride;
-    for (std::size_t i = 0; i < m_columns.size(); ++i) {
-        const LASField& field = m_columns[i].field;
-        ChannelData& channel = buffer.getChannel(i);
-        const std::size_t size = DataTypeUtils::getSize(channel.getDataType());
-        auto* const samples = static_cast<unsigned char*>(channel.getData()) + filled * size;
-        if (m_columns[i].extra)
-            m_columns[i].extra->unpack(samples, records, stride, count);
-        else if (field.isCoordinate())
-            std::copy_n(m_coordinates[field.axis()].data() + first, count,
-                        reinterpret_cast<double*>(samples));
-        else
-            LASFields::unpack(samples, records, stride, field, count);
+    if (m_ahead) {
+        PointData::copy(buffer, filled, *m_run.points, first, count);
+        return;
     }
+    const std::size_t stride = m_reader->stride();
+    const double* const coordinates[] = {m_coordinates[0] + first, m_coordinates[1] + first,
+                                         m_coordinates[2] + first};
+    m_unpacker.unpack(buffer, filled, m_records.data() + first * stride, stride, count, coordinates);
 }
 
 std::size_t LASPointIterator::getNextPoints(PointData& buffer)
@@ -104,10 +112,10 @@ std::size_t LASPointIterator::getNextPoints(PointData& buffer)
     while (filled < buffer.getNumSamples()) {
         if (m_cursor == m_fill && !refill())
             break;
-        filled = takeKept(
-            m_coordinates[0].data(), m_coordinates[1].data(), m_coordinates[2].data(), m_cursor, m_fill,
-            filled, buffer.getNumSamples(),
-            [&](std::size_t to, std::size_t first, std::size_t count) { copyRun(buffer, to, first, count); });
+        filled = takeKept(m_coordinates[0], m_coordinates[1], m_coordinates[2], m_cursor, m_fill, filled,
+                          buffer.getNumSamples(), [&](std::size_t to, std::size_t first, std::size_t count) {
+                              copyRun(buffer, to, first, count);
+                          });
     }
     return filled;
 }

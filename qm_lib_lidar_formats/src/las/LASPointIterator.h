@@ -1,14 +1,17 @@
 // Delivers the points of one query of a LAS or LAZ file: reads its records in order, a slice at a time, and
-// unpacks the wanted channels of the points that the box and the sampling keep.
+// unpacks the wanted channels of the points that the box and the sampling keep. With several threads the chunks
+// of a LAZ file are decoded ahead.
 #pragma once
 
+#include "las/LASReadAhead.h"
 #include "las/points/LASExtraBytes.h"
 #include "las/points/LASRecordReader.h"
+#include "las/points/LASUnpacker.h"
+#include "platform/OpenIO.h"
 #include <vxunpack/PointIterator.h>
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <vector>
 
 namespace Quillmoran {
@@ -34,28 +37,34 @@ public:
     std::size_t getNextPoints(PointData& buffer) override;
 
 private:
-    // A requested channel: a field of the point format, or one of the extra bytes.
-    struct Column
-    {
-        LASField field;
-        std::optional<LASExtraField> extra;
-    };
-
-    void chooseColumns(const File& file, const PointInfo& layout);
     bool refill();
+    void openReader();
+    void readSlice(std::size_t count);
+    void takeAhead();
     void copyRun(PointData& buffer, std::size_t filled, std::size_t first, std::size_t count) const;
 
-    std::unique_ptr<LASRecordReader> m_reader;
-    std::vector<Column> m_columns; // in the order of the requested channels
-    LASFields::Axis m_axes[3];
-    std::int64_t m_remaining = 0; // points to read
+    const OpenIO m_io;
+    const LASHeader m_header;
+    const LASzipChunks m_chunks;
+    const PointInfo m_layout;
+    const LASUnpacker m_unpacker;
+    std::uint64_t m_numPoints = 0;
+    std::uint64_t m_next = 0; // point to read
 
-    // The current slice.
+    // The current slice, or what was taken of it.
     std::size_t m_sliceSize = 0; // points
-    std::vector<unsigned char> m_records;
-    std::vector<double> m_coordinates[3];
+    std::size_t m_sliceLeft = 0; // points that are decoded ahead and not taken
+    const double* m_coordinates[3] = {};
     std::size_t m_cursor = 0;
     std::size_t m_fill = 0;
+
+    // Read here,
+    std::unique_ptr<LASRecordReader> m_reader;
+    std::vector<unsigned char> m_records;
+    std::vector<double> m_ownCoordinates[3];
+    // or ahead; null when it is not suitable or has failed.
+    std::unique_ptr<LASReadAhead> m_ahead;
+    LASReadAhead::Run m_run{};
 };
 
 } // namespace Quillmoran

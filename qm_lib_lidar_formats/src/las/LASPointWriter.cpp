@@ -8,6 +8,7 @@
 #include "model/ChannelNames.h"
 #include "model/NameIndex.h"
 #include "platform/ByteOrder.h"
+#include "platform/ParallelLoop.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/ProgressDelegate.h>
 
@@ -25,8 +26,7 @@ namespace {
 
 constexpr const char* activity = "writing LAS file";
 constexpr std::size_t slicePoints = 16384;
-// Enough slices to decode the next block of points while those of one block are written.
-constexpr std::size_t maxSlices = 6;
+constexpr std::size_t minSlices = 3; // that are packed at the same time
 constexpr std::uint64_t maxLegacyCount = UINT32_MAX;
 
 std::uint32_t legacyCount(std::uint64_t count)
@@ -70,6 +70,19 @@ struct LASPointWriter::Impl
         std::uint64_t total = 0;        // points
         LASFields::Extent extents[3]{}; // in steps
         std::array<std::uint64_t, LASHeader::maxReturns + 1> byReturn{};
+
+        void add(const Summary& other);
+    };
+
+    // Points of a block that one thread packs.
+    struct Part
+    {
+        Slice slice;
+        std::size_t first = 0; // in the block
+        Summary summary;
+        TimeConflict times;
+        bool fits = true;
+        std::vector<unsigned char> otherTimes;
     };
 
     void chooseColumns(const PointInfo& layout);
@@ -102,14 +115,16 @@ struct LASPointWriter::Impl
     {
         return {header.scale[field.axis()], header.offset[field.axis()]};
     }
-    bool packSlice(Slice& slice, const PointData& block, std::size_t first);
-    void resolveTimes(Slice& slice, const PointData& block, std::size_t first);
+    // Packs points of a block on all threads and hands them on. False if a coordinate does not fit.
+    bool writeParts(const PointData& block, std::size_t first, std::size_t count);
+    void pack(Part& part, const PointData& block) const;
+    void resolveTimes(Part& part, const PointData& block) const;
     unsigned returnOf(const unsigned char* record) const
     {
         constexpr std::size_t returnsOffset = 14; // in the records of all formats
         return record[returnsOffset] & (header.pointFormat.isExtended() ? 15u : 7u);
     }
-    void countReturns(const Slice& slice);
+    void countReturns(Part& part) const;
     // For a block with a coordinate that does not fit: reports the first one.
     [[noreturn]] void throwOutOfRange(const PointData& block, std::size_t count) const;
     void completeHeader(const Summary& points);
@@ -130,7 +145,7 @@ struct LASPointWriter::Impl
     bool isRestored = false;
     std::optional<std::size_t> otherTime; // channel of the layout: the time that has no column
     std::optional<TimeConflict> timeConflict;
-    std::vector<unsigned char> otherTimes; // of a slice
+    std::vector<Part> parts{std::max(getNumThreads(), minSlices)};
     OutputFile output{"LAS", OutputFile::SEEKABLE};
     // Shared with the queue of the output, which destroys it before the file when the output is aborted.
     std::shared_ptr<LASRecordWriter> writer;
@@ -243,9 +258,12 @@ void LASPointWriter::Impl::begin()
         writeBytes(header.headerSize, head.records);
     });
     writer = LASRecordWriter::create(output.io(), header, hasStatedTotals());
+    if (writer->hasTasks())
+        return;
+    // While some slices are written, others are packed.
     output.startQueue([this, records = writer](
                           const Slice& slice) { records->write(slice.bytes.get(), countRecords(slice)); },
-                      maxSlices);
+                      2 * parts.size());
 }
 
 void LASPointWriter::Impl::chooseColumns(const PointInfo& layout)
@@ -338,18 +356,13 @@ void LASPointWriter::writePoints(const PointData& block, std::size_t count, Prog
 {
     Impl& impl = *m_impl;
     impl.output.checkCancelled(delegate, activity);
-    impl.actual.total += count;
-    if (impl.actual.total > maxLegacyCount && impl.header.versionMinor <= 3)
+    if (impl.actual.total + count > maxLegacyCount && impl.header.versionMinor <= 3)
         QM_THROW(ErrorCode::NotRepresentable, "Attempt to write 2 ^ 32 or more points to a LAS file.");
     bool fits = true;
     try {
-        for (std::size_t first = 0; first < count; first += slicePoints) {
-            Impl::Slice slice = impl.output.queue().take();
-            slice.size = std::min(slicePoints, count - first) * impl.header.recordLength;
-            fits &= impl.packSlice(slice, block, first);
-            impl.countReturns(slice);
-            impl.output.queue().put(std::move(slice));
-        }
+        const std::size_t step = impl.parts.size() * slicePoints;
+        for (std::size_t first = 0; first < count; first += step)
+            fits &= impl.writeParts(block, first, std::min(step, count - first));
     } catch (const Error& error) {
         QM_THROW(ErrorCode::PointWrite, "Unable to write point: %s", error.what());
     }
@@ -357,6 +370,46 @@ void LASPointWriter::writePoints(const PointData& block, std::size_t count, Prog
         impl.throwOutOfRange(block, count);
     if (delegate)
         delegate->updateCompleted(static_cast<double>(count), activity);
+}
+
+void LASPointWriter::Impl::Summary::add(const Summary& other)
+{
+    total += other.total;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        extents[axis].min = std::min(extents[axis].min, other.extents[axis].min);
+        extents[axis].max = std::max(extents[axis].max, other.extents[axis].max);
+    }
+    for (std::size_t i = 0; i < byReturn.size(); ++i)
+        byReturn[i] += other.byReturn[i];
+}
+
+bool LASPointWriter::Impl::writeParts(const PointData& block, std::size_t first, std::size_t count)
+{
+    const std::size_t numParts = (count + slicePoints - 1) / slicePoints;
+    const bool isQueued = !writer->hasTasks();
+    for (std::size_t i = 0; i < numParts; ++i) {
+        Part& part = parts[i];
+        if (isQueued)
+            part.slice = output.queue().take();
+        part.first = first + i * slicePoints;
+        part.slice.size = std::min(slicePoints, first + count - part.first) * header.recordLength;
+    }
+    parallelLoop(numParts, [&](std::size_t i) { pack(parts[i], block); });
+    bool fits = true;
+    for (std::size_t i = 0; i < numParts; ++i) {
+        Part& part = parts[i];
+        actual.add(part.summary);
+        fits &= part.fits;
+        if (timeConflict) {
+            timeConflict->numLost += part.times.numLost;
+            timeConflict->numFromOther += part.times.numFromOther;
+        }
+        if (isQueued)
+            output.queue().put(std::move(part.slice));
+        else
+            writer->write(part.slice.bytes.get(), countRecords(part.slice));
+    }
+    return fits;
 }
 
 void LASPointWriter::Impl::throwOutOfRange(const PointData& block, std::size_t count) const
@@ -383,49 +436,54 @@ void LASPointWriter::Impl::throwOutOfRange(const PointData& block, std::size_t c
     QM_THROW(ErrorCode::NotRepresentable, "%s: a coordinate does not fit into 32 bits", output.path());
 }
 
-bool LASPointWriter::Impl::packSlice(Slice& slice, const PointData& block, std::size_t first)
+void LASPointWriter::Impl::pack(Part& part, const PointData& block) const
 {
+    Slice& slice = part.slice;
     const std::size_t stride = header.recordLength;
     const std::size_t count = countRecords(slice);
     slice.reserve(slice.size);
     unsigned char* const records = slice.bytes.get();
     std::memset(records, 0, slice.size);
-    bool fits = true;
+    part.summary = {};
+    part.summary.total = count;
+    part.times = {};
+    part.fits = true;
     for (const Column& column : columns) {
         const auto* const samples =
             static_cast<const unsigned char*>(block.getChannel(column.channel).getData()) +
-            first * DataTypeUtils::getSize(column.type);
+            part.first * DataTypeUtils::getSize(column.type);
         if (column.extra) {
             if (!column.extra->pack(records, stride, samples, count))
                 QM_THROW(ErrorCode::NotRepresentable,
                          "a value of channel '%s' is not a multiple of the scale of its extra bytes",
                          column.extra->channel.c_str());
         } else if (column.field.isCoordinate()) {
-            fits &= LASFields::packCoordinate(records, stride, column.field, axisOf(column.field),
-                                              reinterpret_cast<const double*>(samples), count,
-                                              actual.extents[column.field.axis()]);
+            part.fits &= LASFields::packCoordinate(records, stride, column.field, axisOf(column.field),
+                                                   reinterpret_cast<const double*>(samples), count,
+                                                   part.summary.extents[column.field.axis()]);
         } else {
             LASFields::pack(records, stride, column.field, samples, column.type, count);
         }
     }
     if (otherTime)
-        resolveTimes(slice, block, first);
-    return fits;
+        resolveTimes(part, block);
+    countReturns(part);
 }
 
 // Compares the packed times with those of the other clock.
-void LASPointWriter::Impl::resolveTimes(Slice& slice, const PointData& block, std::size_t first)
+void LASPointWriter::Impl::resolveTimes(Part& part, const PointData& block) const
 {
     const std::size_t stride = header.recordLength;
     const ChannelData& channel = block.getChannel(*otherTime);
-    const std::size_t count = countRecords(slice);
+    const std::size_t count = countRecords(part.slice);
+    std::vector<unsigned char>& otherTimes = part.otherTimes;
     otherTimes.assign(count * sizeof(double), 0);
     const LASField dense{channel.getName(), FLOAT64, 64, 0};
     const auto* const samples = static_cast<const unsigned char*>(channel.getData());
     LASFields::pack(otherTimes.data(), sizeof(double), dense,
-                    samples + first * DataTypeUtils::getSize(channel.getDataType()), channel.getDataType(),
-                    count);
-    unsigned char* at = slice.bytes.get() + header.pointFormat.timeOffset();
+                    samples + part.first * DataTypeUtils::getSize(channel.getDataType()),
+                    channel.getDataType(), count);
+    unsigned char* at = part.slice.bytes.get() + header.pointFormat.timeOffset();
     for (std::size_t i = 0; i < count; ++i, at += stride) {
         const auto other = loadLittleEndian<double>(otherTimes.data() + i * sizeof(double));
         const auto written = loadLittleEndian<double>(at);
@@ -433,25 +491,26 @@ void LASPointWriter::Impl::resolveTimes(Slice& slice, const PointData& block, st
             continue;
         if (prefersNonzeroTime && written == 0) {
             storeLittleEndian(at, other);
-            ++timeConflict->numFromOther;
+            ++part.times.numFromOther;
         } else {
-            ++timeConflict->numLost;
+            ++part.times.numLost;
         }
     }
 }
 
-void LASPointWriter::Impl::countReturns(const Slice& slice)
+void LASPointWriter::Impl::countReturns(Part& part) const
 {
     const std::size_t stride = header.recordLength;
-    for (std::size_t at = 0; at < slice.size; at += stride)
-        ++actual.byReturn[returnOf(slice.bytes.get() + at)];
+    for (std::size_t at = 0; at < part.slice.size; at += stride)
+        ++part.summary.byReturn[returnOf(part.slice.bytes.get() + at)];
 }
 
 void LASPointWriter::writeEnd(std::int64_t, const Bounds&)
 {
     Impl& impl = *m_impl;
     try {
-        impl.output.finishQueue();
+        if (!impl.writer->hasTasks())
+            impl.output.finishQueue();
         impl.writer->finish();
     } catch (const Error& error) {
         QM_THROW(ErrorCode::PointWrite, "Unable to write point: %s", error.what());

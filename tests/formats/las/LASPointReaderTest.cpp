@@ -1,10 +1,14 @@
 #include <vxunpack/LASPointReader.h>
 
 #include "las/laszip/LASzipCoding.h"
+#include "las/laszip/LASzipTableCode.h"
 #include "platform/ByteOrder.h"
 #include "support/LASClouds.h"
 #include "support/Test.h"
 #include <vxunpack/LASPointWriter.h>
+
+#include <tbb/global_control.h>
+#include <tbb/task_arena.h>
 
 namespace Quillmoran::Testing { namespace {
 
@@ -58,6 +62,39 @@ protected:
         const std::size_t points = LASFile::load(compressed).pointDataOffset;
         const auto table = loadLittleEndian<std::uint64_t>(&bytes[points]);
         return {{bytes.begin(), bytes.end()}, points, table, points + 8 + LASFile::recordBytes(file.format)};
+    }
+
+    // The points in chunks of these sizes, which LASzip's interface does not write.
+    LASBytes withVariableChunks(LASFile file, const std::vector<std::size_t>& sizes)
+    {
+        const std::vector<LASFilePoint> points = std::exchange(file.points, {});
+        LASFile none = file;
+        none.describePoints();
+        const LASBytes whole = compress(none).bytes;
+        const std::size_t begin = LASFile::parse(whole).pointDataOffset;
+        LASBytes bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(begin) + 8);
+        std::vector<LASzipTableEntry> table;
+        for (auto first = points.begin(); const std::size_t size : sizes) {
+            LASFile part = file;
+            part.points.assign(first, first + static_cast<std::ptrdiff_t>(size));
+            part.describePoints();
+            const Compressed chunk = compress(part);
+            bytes.insert(bytes.end(), chunk.bytes.begin() + static_cast<std::ptrdiff_t>(chunk.points + 8),
+                         chunk.bytes.begin() + static_cast<std::ptrdiff_t>(chunk.table));
+            table.push_back({static_cast<std::uint32_t>(size),
+                             static_cast<std::uint32_t>(chunk.table - chunk.points - 8)});
+            first += static_cast<std::ptrdiff_t>(size);
+        }
+        storeLittleEndian(&bytes[begin], static_cast<std::uint64_t>(bytes.size()));
+        bytes.insert(bytes.end(), 8, 0);
+        storeLittleEndian(&bytes[bytes.size() - 4], static_cast<std::uint32_t>(table.size()));
+        const LASBytes code = LASzipTableCode::encode(table, true);
+        bytes.insert(bytes.end(), code.begin(), code.end());
+        const std::size_t record = LASFile::parse(whole).headerSize; // the only one
+        storeLittleEndian(&bytes[record + 54 + 12], LASzipCoding::variableChunks);
+        constexpr std::size_t countAt = 247;
+        storeLittleEndian(&bytes[countAt], static_cast<std::uint64_t>(points.size()));
+        return bytes;
     }
 
     TemporaryDirectory directory;
@@ -405,6 +442,62 @@ TEST(LASzipCoding, AcceptsTheItemsOfThePointFormatOnly)
     EXPECT_EQ(layersOf(1, 0, 2, {6, 20, 2, 6, 20, 2}), other + "format than the header's");
     EXPECT_EQ(layersOf(8, 0, 3, {10, 30, 3, 11, 6, 3}), other + "format than the header's");
     EXPECT_EQ(layersOf(0, 5, 2, {6, 20, 2, 0, 4, 2}), other + "size than the header's");
+}
+
+// Chunks are decoded ahead by several threads; the points, also those before an error, and the errors are those of
+// one thread. Chunks of the usual size, and of different sizes, one of them very small.
+TEST_F(LASReading, ReadsTheSameWithAnyNumberOfThreads)
+{
+    const tbb::global_control allowThreads(tbb::global_control::max_allowed_parallelism, 4);
+    struct Outcome
+    {
+        std::vector<std::uint8_t> x;
+        std::string error;
+        bool operator==(const Outcome&) const = default;
+    };
+    const auto outcome = [&](const LASBytes& bytes, int threads, const Bounds& box = Bounds::Huge()) {
+        Outcome result;
+        tbb::task_arena(threads).execute([&] {
+            result.error = failureOf([&] {
+                const auto reader = open(bytes);
+                const PointInfo& layout = reader->getPointInfo();
+                const Scoped<PointIterator> iterator(reader->createIterator(box, 1, layout, nullptr));
+                PointData block;
+                block.init(layout, 1000);
+                while (const std::size_t count = iterator->getNextPoints(block))
+                    for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
+                        const ChannelData& channel = block.getChannel(i);
+                        const auto* const samples = static_cast<const std::uint8_t*>(channel.getData());
+                        result.x.insert(result.x.end(), samples,
+                                        samples + count * DataTypeUtils::getSize(channel.getDataType()));
+                    }
+            });
+        });
+        return result;
+    };
+    for (const int format : {3, 7}) {
+        const LASFile file = randomLASFile(format, 4, 60001, 9);
+        const Compressed usual = compress(file);
+        const LASBytes variable = withVariableChunks(file, {30000, 1, 25000, 5000});
+        Bounds box = Bounds::Huge();
+        box.y = {-1700, -1100};
+        for (const LASBytes& whole : {usual.bytes, variable}) {
+            const Outcome expected = outcome(whole, 1);
+            EXPECT_EQ(expected.error, "no error");
+            EXPECT_TRUE(outcome(whole, 4) == expected) << format;
+            EXPECT_TRUE(outcome(whole, 4, box) == outcome(whole, 1, box)) << format;
+            Random random(1);
+            const std::size_t size = whole.size();
+            for (int i = 0; i < 4; ++i) {
+                // Anywhere, and in the table.
+                const std::size_t at = i % 3 != 0 ? usual.points + random.below(size - usual.points)
+                                                  : size - 1 - random.below(20);
+                const LASBytes damaged =
+                    with(whole, at, {static_cast<std::uint8_t>(whole[at] ^ 1 << random.below(8))});
+                EXPECT_TRUE(outcome(damaged, 4) == outcome(damaged, 1)) << format << ' ' << at;
+            }
+        }
+    }
 }
 
 // LASzip allocates the declared sizes of layers, adds them up in 32 bits, and reads outside its tables when a

@@ -28,6 +28,11 @@ public:
     // Writes from the position on.
     IOStreamBuffer(IO& io, std::int64_t position, Access access);
 
+    // LASzip is about to seek to the beginning of a chunk of the table.
+    void seekChunk(std::size_t chunk) noexcept { m_walk.seek(chunk); }
+    // The position after the bytes that LASzip has read or written.
+    std::int64_t tell() const noexcept;
+
     // Writes the buffered bytes. After an error they and all later ones are dropped without failing the
     // stream: LASzip leaks memory when it closes a failed stream.
     void flush();
@@ -45,7 +50,6 @@ protected:
 private:
     static constexpr std::size_t bufferSize = 64 * 1024;
 
-    std::int64_t tell() const noexcept;
     std::size_t fill();
     // Keeps the exception that is being handled; later reads give zeros.
     void failWithZeros();

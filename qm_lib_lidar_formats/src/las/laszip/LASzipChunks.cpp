@@ -1,5 +1,6 @@
 #include "las/laszip/LASzipChunks.h"
 
+#include "las/laszip/LASzipTableCode.h"
 #include "platform/ByteOrder.h"
 #include <vxunpack/Base.h>
 
@@ -20,7 +21,50 @@ void checkCode(const IO& io, std::int64_t position)
         QM_THROW(ErrorCode::LASRead, "bad LAZ chunk: invalid first bytes of its code");
 }
 
+// The table of the file whose code is at a position, if it is consistent.
+std::shared_ptr<const LASzipChunkTable> readTable(const IO& io, std::int64_t position,
+                                                  const LASzipChunks& chunks, std::uint64_t numPoints,
+                                                  std::uint32_t chunkSize)
+{
+    constexpr std::uint64_t maxEntryBytes = 16; // of the code
+    constexpr std::uint64_t minCodeBytes = 16;
+    const bool isVariable = chunkSize == LASzipCoding::variableChunks;
+    if (chunks.count == 0 || chunkSize == 0)
+        return nullptr;
+    std::vector<unsigned char> code(static_cast<std::size_t>(std::min(
+        static_cast<std::uint64_t>(io.size() - position), chunks.count * maxEntryBytes + minCodeBytes)));
+    code.resize(readFully(io, position, code.data(), code.size()));
+    const auto entries = LASzipTableCode::decode(code, chunks.count, isVariable,
+                                                 static_cast<std::uint64_t>(chunks.end - chunks.begin));
+    if (!entries)
+        return nullptr;
+    auto table = std::make_shared<LASzipChunkTable>();
+    table->points.reserve(entries->size() + 1);
+    table->positions.reserve(entries->size() + 1);
+    std::uint64_t point = 0;
+    std::int64_t begin = chunks.begin;
+    for (const LASzipTableEntry& entry : *entries) {
+        if (point >= numPoints)
+            return nullptr;
+        table->points.push_back(point);
+        table->positions.push_back(begin);
+        point += isVariable ? entry.numPoints : std::min<std::uint64_t>(chunkSize, numPoints - point);
+        begin += entry.numBytes;
+    }
+    if (point != numPoints)
+        return nullptr;
+    table->points.push_back(point);
+    table->positions.push_back(begin);
+    return table;
+}
+
 } // namespace
+
+std::size_t LASzipChunkTable::find(std::uint64_t point) const noexcept
+{
+    const auto above = std::upper_bound(points.begin(), points.end() - 1, point);
+    return static_cast<std::size_t>(above - points.begin()) - 1;
+}
 
 LASzipChunks LASzipChunks::find(const IO& io, const LASHeader& header, const LASzipCoding& coding)
 {
@@ -55,12 +99,21 @@ LASzipChunks LASzipChunks::find(const IO& io, const LASHeader& header, const LAS
         QM_THROW(ErrorCode::LASRead, "bad LAZ chunk table: it is before the points");
     chunks.end = table;
     chunks.numLayers = coding.numLayers;
+    chunks.table =
+        readTable(io, table + std::int64_t{sizeof bytes}, chunks, header.getPointCount(), coding.chunkSize);
     return chunks;
 }
 
 LASzipChunkWalk::LASzipChunkWalk(const IO& io, const LASzipChunks& chunks)
     : m_io(io), m_chunks(chunks), m_next(chunks.begin), m_unchecked(chunks.count)
 {}
+
+void LASzipChunkWalk::seek(std::size_t chunk) noexcept
+{
+    m_next = m_chunks.table->positions[chunk];
+    m_unchecked = m_chunks.count - static_cast<std::uint32_t>(chunk);
+    m_readBegin = m_readEnd = -1;
+}
 
 std::size_t LASzipChunkWalk::allow(std::int64_t position, std::size_t count)
 {

@@ -108,6 +108,7 @@ LASzipCoding LASzipCoding::parse(const std::vector<unsigned char>& value, const 
         throwBad("the items are longer than the record");
     LASzipCoding coding;
     coding.chunked = compressor != POINTWISE;
+    coding.chunkSize = loadLittleEndian<std::uint32_t>(value.data() + 12);
     std::vector<unsigned> types;
     std::size_t pointSize = 0;
     for (std::size_t i = 0; i < numItems; ++i) {

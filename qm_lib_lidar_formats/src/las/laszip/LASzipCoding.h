@@ -5,6 +5,7 @@
 #include "las/header/LASHeader.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <vector>
 
@@ -12,8 +13,11 @@ namespace Quillmoran {
 
 struct LASzipCoding
 {
-    bool chunked = false;      // the points are in chunks, each coded independently
-    std::size_t numLayers = 0; // of a chunk that codes each field separately; 0 for other chunks
+    static constexpr std::uint32_t variableChunks = UINT32_MAX;
+
+    bool chunked = false;        // the points are in chunks, each coded independently
+    std::uint32_t chunkSize = 0; // points of a chunk, or variableChunks
+    std::size_t numLayers = 0;   // of a chunk that codes each field separately; 0 for other chunks
 
     // Parses the value of the VLR. Throws LASRead unless it is complete, its codings are known and it
     // describes points of the header's format and record length.

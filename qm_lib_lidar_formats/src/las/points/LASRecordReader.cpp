@@ -19,7 +19,7 @@ class PlainReader final : public LASRecordReader
 {
 public:
     PlainReader(IO* io, const LASHeader& header)
-        : LASRecordReader(header.recordLength), m_io(io), m_position(header.pointDataOffset)
+        : LASRecordReader(header.recordLength), m_io(io), m_begin(header.pointDataOffset), m_position(m_begin)
     {}
 
     void read(unsigned char* records, std::size_t count) override
@@ -29,9 +29,14 @@ public:
             QM_THROW(ErrorCode::LASRead, "the file ends within its points");
         m_position += static_cast<std::int64_t>(wanted);
     }
+    void seek(std::uint64_t point) override
+    {
+        m_position = m_begin + static_cast<std::int64_t>(point * stride());
+    }
 
 private:
     OpenIO m_io;
+    std::int64_t m_begin;
     std::int64_t m_position;
 };
 
@@ -83,6 +88,7 @@ public:
           m_io(io),
           m_format(header.pointFormat),
           m_extraBytes(stride() - m_format.recordLength()),
+          m_table(chunks.table),
           m_buffer(*m_io, chunks),
           m_stream(&m_buffer)
     {
@@ -95,6 +101,13 @@ public:
         if (m_extraBytes > static_cast<std::size_t>(std::max(m_laszip.point().num_extra_bytes, 0)))
             QM_THROW(ErrorCode::LASRead, "LASzip does not read the extra bytes of the points");
     }
+
+    void seek(std::uint64_t point) override
+    {
+        m_buffer.seekChunk(m_table->find(point));
+        check(laszip_seek_point(m_laszip.get(), static_cast<laszip_I64>(point)));
+    }
+    bool isAtChunk(std::size_t chunk) const override { return m_buffer.tell() == m_table->positions[chunk]; }
 
     void read(unsigned char* records, std::size_t count) override
     {
@@ -121,6 +134,7 @@ private:
     OpenIO m_io;
     LASPointFormat m_format;
     std::size_t m_extraBytes; // of each record that are read
+    std::shared_ptr<const LASzipChunkTable> m_table;
     IOStreamBuffer m_buffer;
     std::istream m_stream;
     LASzip m_laszip;

@@ -8,6 +8,7 @@
 #include <vxunpack/PointInfo.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 
 namespace Quillmoran {
@@ -30,6 +31,10 @@ public:
     // The next `count` records. Throws LASRead if the file ends before them or is malformed; later calls
     // throw, too.
     virtual void read(unsigned char* records, std::size_t count) = 0;
+    // The next read() begins with this point. Compressed points need a chunk table; throws LASRead as read() does.
+    virtual void seek(std::uint64_t point) = 0;
+    // After the last record of a chunk: whether the code of the next chunk begins where the table says.
+    virtual bool isAtChunk(std::size_t) const { return true; }
 
 protected:
     explicit LASRecordReader(std::size_t stride) : m_stride(stride) {}

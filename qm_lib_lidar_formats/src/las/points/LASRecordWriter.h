@@ -1,5 +1,5 @@
-// Writes point records in order after a LAS header: unchanged, or compressed by LASzip. Used by one thread at
-// a time.
+// Writes point records in order after a LAS header: unchanged, or compressed by LASzip, with several threads on
+// all of them. The bytes are the same. Used by one thread at a time.
 #pragma once
 
 #include "las/header/LASHeader.h"
@@ -31,6 +31,8 @@ public:
     virtual void finish() = 0;
     // The position in the file after the complete point data.
     virtual std::int64_t end() const = 0;
+    // Whether write() passes the work to other threads. Otherwise the caller may do so.
+    virtual bool hasTasks() const { return false; }
 
 protected:
     LASRecordWriter() = default;
