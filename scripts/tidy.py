@@ -1,12 +1,11 @@
 #!/usr/bin/env python3
 """Runs clang-tidy over the sources of a build: scripts/tidy.py BUILD [FILE ...]
 
-clang-tidy spends nearly all of its time on the headers of the standard library. So sources with the same compile options
-are concatenated and checked together. If a group has a finding, its sources are checked one by one, and that result
-counts. A group that passed is not checked again until one of its sources, any header, .clang-tidy or an option changes:
-the user's cache directory keeps its hash.
+clang-tidy spends nearly all of its time on the headers of the standard library. So sources are concatenated and checked
+together, with the options of all of them. If a group has a finding, its sources are checked one by one, each with its own
+options, and that result counts. A group that passed is not checked again until one of its sources, any header, .clang-tidy
+or an option changes: the user's cache directory keeps its hash.
 """
-import collections
 import concurrent.futures
 import hashlib
 import json
@@ -18,7 +17,7 @@ import shutil
 import subprocess
 import sys
 
-MAX_SOURCES = 12  # a group's memory and time stay bounded, and there are groups for all processors
+MAX_SOURCES = 16  # a group's memory and time stay bounded, and there are groups for all processors
 # What a file defines at the beginning of a line: a name that two sources of a group must not share.
 DEFINITION = re.compile(r"^(?!using|namespace|return|#)(?:[\w:<>,*&\[\]]+ )+[*&]*([A-Za-z_]\w*)(?=[(\[{;]| =|$)", re.M)
 
@@ -37,18 +36,18 @@ def options_of(entry):
 
 
 def groups_of(sources):
-    """Splits {source: options} into lists of sources that can be compiled as one."""
-    groups = collections.defaultdict(list)  # options: [(sources, names)]
-    for source, options in sorted(sources.items()):
+    """Splits sources into lists of sources that can be compiled as one."""
+    groups = []  # (sources, names)
+    for source in sorted(sources):
         names = set(DEFINITION.findall(pathlib.Path(source).read_text()))
-        for members, taken in groups[options]:
+        for members, taken in groups:
             if len(members) < MAX_SOURCES and not names & taken:
                 members.append(source)
                 taken |= names
                 break
         else:
-            groups[options].append(([source], names))
-    return [members for each in groups.values() for members, _ in each]
+            groups.append(([source], names))
+    return [members for members, _ in groups]
 
 
 def headers_and_settings():
@@ -59,9 +58,10 @@ def headers_and_settings():
     return digest
 
 
-def check(members, options, common, build, cache):
-    """The findings in a group of sources: empty text if there are none."""
+def check(members, sources, common, build, cache):
+    """The findings in a group of {source: options}: empty text if there are none."""
     digest = common.copy()
+    options = list(dict.fromkeys(option for source in members for option in sources[source]))
     text = "".join(f'#line 1 "{source}"\n{pathlib.Path(source).read_text()}\n' for source in members)
     digest.update(repr((options, text)).encode())
     passed = cache / digest.hexdigest()
@@ -75,7 +75,7 @@ def check(members, options, common, build, cache):
         if subprocess.run(COMMON + [group, "--", *options], capture_output=True).returncode == 0:
             members = []
     for source in members:
-        run = subprocess.run(COMMON + [source, "--", *options], capture_output=True, text=True)
+        run = subprocess.run(COMMON + [source, "--", *sources[source]], capture_output=True, text=True)
         if run.returncode != 0:
             findings += run.stdout + (run.stderr if not run.stdout else "")
     if not findings:
@@ -98,7 +98,7 @@ def main():
     common = headers_and_settings()
     groups = sorted(groups_of(sources), key=len, reverse=True)
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        findings = list(pool.map(lambda members: check(members, sources[members[0]], common, build, cache), groups))
+        findings = list(pool.map(lambda members: check(members, sources, common, build, cache), groups))
     print("".join(findings), end="")
     return 1 if any(findings) else 0
 

@@ -1,8 +1,8 @@
 // Files of every kind, damaged in many ways: reading them gives an Error or points, never a crash, in limited
 // memory and time. If a test crashes, the file that caused it is left in its temporary directory.
 //
-// Ordinary runs skip some places of files that are slow to open, and sanitizers, being slow themselves, two of
-// three. VX_DAMAGES skips none, and sets the number of random changes of each file.
+// Ordinary runs skip some places of files that are slow to open, and sanitizers, being slow themselves, five
+// of six. VX_DAMAGES skips none, and sets the number of random changes of each file.
 #include "support/BitFlips.h"
 #include "support/FuzzTarget.h"
 #include "support/Mutator.h"
@@ -56,7 +56,7 @@ bool handles(const std::string& target, [[maybe_unused]] const std::string& path
 }
 
 #ifdef VX_SANITIZED
-constexpr int slowdown = 3;
+constexpr int slowdown = 6;
 #else
 constexpr int slowdown = 1;
 #endif
