@@ -4,21 +4,24 @@
 #include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace Quillmoran {
 
 namespace {
 
+constexpr const char* activity = "reading LAS file";
 constexpr std::size_t maxSlicePoints = 16384;
 constexpr std::size_t maxSliceBytes = 1 << 20; // for long records
 
 } // namespace
 
-LASPointIterator::LASPointIterator(const File& file, const Bounds& bounds, double fraction,
-                                   const PointInfo& layout, ProgressDelegate* delegate)
+LASPointIterator::LASPointIterator(File file, const Bounds& bounds, double fraction, const PointInfo& layout,
+                                   ProgressDelegate* delegate)
     : m_io(file.io),
       m_header(file.header),
       m_chunks(file.chunks),
+      m_wantedChunks(std::move(file.wantedChunks)),
       m_layout(layout),
       m_unpacker(file.header, file.channels, file.extraFields, layout)
 {
@@ -29,8 +32,8 @@ LASPointIterator::LASPointIterator(const File& file, const Bounds& bounds, doubl
     m_sliceSize = std::clamp<std::size_t>(maxSliceBytes / m_header.recordLength, 1, maxSlicePoints);
     m_sliceSize = static_cast<std::size_t>(std::min<std::uint64_t>(m_numPoints, m_sliceSize));
     if (LASReadAhead::suits(m_header, m_chunks, m_layout))
-        m_ahead =
-            std::make_unique<LASReadAhead>(file.io, m_header, m_chunks, m_layout, m_unpacker, getBounds());
+        m_ahead = std::make_unique<LASReadAhead>(file.io, m_header, m_chunks, m_wantedChunks, m_layout,
+                                                 m_unpacker, getBounds());
     else
         openReader();
 }
@@ -45,31 +48,57 @@ void LASPointIterator::openReader()
     }
 }
 
+std::uint64_t LASPointIterator::skipUnwanted()
+{
+    if (m_wantedChunks.empty())
+        return m_numPoints;
+    const std::vector<std::uint64_t>& points = m_chunks.table->points;
+    const auto current = m_wantedChunks.begin() + static_cast<std::ptrdiff_t>(m_chunks.table->find(m_next));
+    const auto wanted = std::find(current, m_wantedChunks.end(), true);
+    const auto end = std::find(wanted, m_wantedChunks.end(), false);
+    if (wanted != current) {
+        const std::uint64_t first = points[static_cast<std::size_t>(wanted - m_wantedChunks.begin())];
+        if (getDelegate())
+            getDelegate()->updateCompleted(static_cast<double>(first - m_next), activity);
+        m_next = first;
+        if (m_reader && m_next != m_numPoints)
+            m_reader->seek(m_next);
+    }
+    return points[static_cast<std::size_t>(end - m_wantedChunks.begin())];
+}
+
 bool LASPointIterator::refill()
 {
     m_cursor = m_fill = 0;
     if (m_next == m_numPoints)
         return false;
-    if (m_sliceLeft == 0) {
-        if (getDelegate() && getDelegate()->getCancelled())
-            QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
-        const auto count =
-            static_cast<std::size_t>(std::min<std::uint64_t>(m_numPoints - m_next, m_sliceSize));
-        if (m_ahead && !m_ahead->decode(m_next + count)) {
-            m_ahead.reset();
-            openReader();
-            m_reader->seek(m_next);
-        }
-        if (m_ahead)
-            m_sliceLeft = count;
-        else
-            readSlice(count);
-        if (getDelegate())
-            getDelegate()->updateCompleted(static_cast<double>(count), "reading LAS file");
-    }
+    if (m_sliceLeft == 0 && !nextSlice())
+        return false;
     if (m_ahead)
         takeAhead();
     m_next += m_fill - m_cursor;
+    return true;
+}
+
+bool LASPointIterator::nextSlice()
+{
+    const std::uint64_t end = skipUnwanted();
+    if (m_next == m_numPoints)
+        return false;
+    if (getDelegate() && getDelegate()->getCancelled())
+        QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
+    const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(end - m_next, m_sliceSize));
+    if (m_ahead && !m_ahead->decode(m_next + count)) {
+        m_ahead.reset();
+        openReader();
+        m_reader->seek(m_next);
+    }
+    if (m_ahead)
+        m_sliceLeft = count;
+    else
+        readSlice(count);
+    if (getDelegate())
+        getDelegate()->updateCompleted(static_cast<double>(count), activity);
     return true;
 }
 

@@ -27,10 +27,11 @@ public:
         const LASzipChunks& chunks;
         const PointInfo& channels;
         const std::vector<LASExtraField>& extraFields;
+        std::vector<bool> wantedChunks; // of the table; empty: all
     };
 
     // See LASPointReader::createIterator for the errors.
-    LASPointIterator(const File& file, const Bounds& bounds, double fraction, const PointInfo& layout,
+    LASPointIterator(File file, const Bounds& bounds, double fraction, const PointInfo& layout,
                      ProgressDelegate* delegate);
 
     // Checks the delegate once per slice, and throws Cancelled "operation cancelled." if it asks to stop.
@@ -38,7 +39,10 @@ public:
 
 private:
     bool refill();
+    bool nextSlice();
     void openReader();
+    // Continues at the next chunk that is wanted; returns the end of the wanted chunks from there on.
+    std::uint64_t skipUnwanted();
     void readSlice(std::size_t count);
     void takeAhead();
     void copyRun(PointData& buffer, std::size_t filled, std::size_t first, std::size_t count) const;
@@ -46,6 +50,7 @@ private:
     const OpenIO m_io;
     const LASHeader m_header;
     const LASzipChunks m_chunks;
+    const std::vector<bool> m_wantedChunks;
     const PointInfo m_layout;
     const LASUnpacker m_unpacker;
     std::uint64_t m_numPoints = 0;

@@ -2,6 +2,7 @@
 
 #include "las/LASPointIterator.h"
 #include "las/header/LASMetadata.h"
+#include "las/header/LASSpatialIndex.h"
 #include "las/laszip/LASzipCoding.h"
 #include "las/points/LASExtraBytes.h"
 #include "platform/ByteOrder.h"
@@ -9,8 +10,10 @@
 #include "srs/SpatialReference.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/FileIO.h>
+#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <mutex>
 #include <optional>
 
@@ -28,6 +31,8 @@ std::vector<T> toNumbers(const std::vector<unsigned char>& bytes)
     return numbers;
 }
 
+constexpr std::int64_t maxSpecialRecords = 100;
+
 } // namespace
 
 struct LASPointReader::Impl
@@ -43,6 +48,9 @@ struct LASPointReader::Impl
     }
     PointInfo getChannels() const;
     Bounds getBounds() const;
+    // Whether the chunks have points in the box, as far as a spatial index says; empty without one.
+    std::vector<bool> findChunks(const Bounds& box, ProgressDelegate* delegate) const;
+    void readSpatialIndex() const;
 
     Scoped<IO> io;
     LASHeader header;
@@ -53,6 +61,13 @@ struct LASPointReader::Impl
     std::string fileFormat;
     std::string wkt;  // the text of the file
     GeoTIFFKeys keys; // the coordinate system when `wkt` is empty
+
+    std::string path;                   // empty for an IO
+    std::int64_t numSpecialRecords = 0; // see LASzipCoding
+    std::int64_t specialRecords = 0;
+    mutable std::once_flag indexOnce;
+    mutable std::optional<LASSpatialIndex> index;
+    mutable std::string indexProblem; // why there is none
 
     mutable std::once_flag translateOnce;
     mutable std::optional<std::string> translated; // the keys as WKT
@@ -74,6 +89,7 @@ void LASPointReader::init(const char* path, bool openFullWaveform)
     const Scoped<FileIO::Imp> file(FileIO::create());
     file->init(path, "r");
     init(file.get(), path, openFullWaveform);
+    m_impl->path = path;
 }
 
 void LASPointReader::init(IO* io, const char* name, bool openFullWaveform)
@@ -146,7 +162,10 @@ void LASPointReader::Impl::openCompressed()
     if (compression.size() > 1)
         QM_THROW(ErrorCode::LASRead, "the file has more than one VLR with the LASzip coding of its points");
     const std::vector<unsigned char> value = readLASRecordValue(*io, compression.front());
-    chunks = LASzipChunks::find(*io, header, LASzipCoding::parse(value, header));
+    const LASzipCoding coding = LASzipCoding::parse(value, header);
+    chunks = LASzipChunks::find(*io, header, coding);
+    numSpecialRecords = coding.numSpecialRecords;
+    specialRecords = coding.specialRecords;
     chunks.head = makeLASzipHead(header, value);
     // LASzip accepts or refuses the file when it begins to read.
     LASRecordReader::create(io.get(), header, chunks, PointInfo());
@@ -198,6 +217,60 @@ Bounds LASPointReader::Impl::getBounds() const
     return bounds;
 }
 
+// The index is in a record of the file or in a file beside it.
+void LASPointReader::Impl::readSpatialIndex() const
+{
+    const auto parse = [this](const IO& from, std::int64_t position, std::uint64_t size,
+                              const std::string& name) {
+        if (size > LASSpatialIndex::maxBytes)
+            QM_THROW(ErrorCode::LASRead, "%s is too large", name.c_str());
+        std::vector<unsigned char> bytes(size);
+        bytes.resize(readFully(from, position, bytes.data(), bytes.size()));
+        index = LASSpatialIndex::parse(bytes, header.getPointCount());
+        if (!index)
+            QM_THROW(ErrorCode::LASRead, "%s does not describe all points of the file", name.c_str());
+    };
+    const OpenIO whole(io.get());
+    std::vector<LASVariableRecord> all = records;
+    if (numSpecialRecords > 0 && numSpecialRecords <= maxSpecialRecords && specialRecords > 0) {
+        const auto special =
+            readLASExtendedRecords(*whole, specialRecords, static_cast<std::uint32_t>(numSpecialRecords));
+        all.insert(all.end(), special.begin(), special.end());
+    }
+    for (const LASVariableRecord& record : all)
+        if (record.is(LASVariableRecord::indexUserID, LASVariableRecord::indexRecordID))
+            return parse(*whole, record.position, record.length, "that in the file");
+    if (path.empty())
+        return;
+    const auto beside = std::filesystem::path(path).replace_extension(".lax");
+    std::error_code missing;
+    const auto written = std::filesystem::last_write_time(beside, missing);
+    if (missing)
+        return;
+    if (written < std::filesystem::last_write_time(path))
+        QM_THROW(ErrorCode::LASRead, "%s is older than the file", beside.c_str());
+    const Scoped<FileIO::Imp> file(FileIO::create());
+    file->init(beside.c_str(), "r");
+    const OpenIO opened(file.get());
+    parse(*opened, 0, static_cast<std::uint64_t>(opened->size()), beside);
+}
+
+std::vector<bool> LASPointReader::Impl::findChunks(const Bounds& box, ProgressDelegate* delegate) const
+{
+    if (!chunks.table || box == Bounds::Huge())
+        return {};
+    std::call_once(indexOnce, [this] {
+        try {
+            readSpatialIndex();
+        } catch (const std::exception& error) {
+            indexProblem = error.what();
+        }
+    });
+    if (!indexProblem.empty() && delegate)
+        delegate->warning("the spatial index is not used: %s", indexProblem.c_str());
+    return index ? index->find(box, chunks.table->points) : std::vector<bool>();
+}
+
 const char* LASPointReader::getFileFormatString() const
 {
     return opened().fileFormat.c_str();
@@ -244,8 +317,9 @@ PointIterator* LASPointReader::createIterator(const Bounds& bounds, double fract
                                               ProgressDelegate* delegate) const
 {
     const Impl& impl = opened();
-    const LASPointIterator::File file{impl.io.get(), impl.header, impl.chunks, getPointInfo(),
-                                      impl.extraFields};
+    const LASPointIterator::File file{
+        impl.io.get(),  impl.header,      impl.chunks,
+        getPointInfo(), impl.extraFields, impl.findChunks(PointIterator::widened(bounds, layout), delegate)};
     return new LASPointIterator(file, bounds, fraction, layout, delegate);
 }
 

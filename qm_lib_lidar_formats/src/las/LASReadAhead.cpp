@@ -38,11 +38,13 @@ bool LASReadAhead::suits(const LASHeader& header, const LASzipChunks& chunks, co
 }
 
 LASReadAhead::LASReadAhead(IO* io, const LASHeader& header, const LASzipChunks& chunks,
-                           const PointInfo& layout, const LASUnpacker& unpacker, const Bounds& bounds)
+                           const std::vector<bool>& wantedChunks, const PointInfo& layout,
+                           const LASUnpacker& unpacker, const Bounds& bounds)
     : m_io(io),
       m_header(header),
       m_chunks(chunks),
       m_table(*chunks.table),
+      m_wantedChunks(wantedChunks),
       m_layout(layout),
       m_unpacker(unpacker),
       m_bounds(bounds),
@@ -56,12 +58,15 @@ LASReadAhead::LASReadAhead(IO* io, const LASHeader& header, const LASzipChunks& 
 void LASReadAhead::startNext()
 {
     const std::vector<std::uint64_t>& points = m_table.points;
+    while (m_nextChunk < m_table.count() && !isWanted(m_nextChunk))
+        ++m_nextChunk;
     if (m_nextChunk == m_table.count())
         return;
     Slot& slot = m_slots[m_ring.nextSlot()];
     slot.firstChunk = m_nextChunk;
     const std::uint64_t first = points[m_nextChunk];
-    while (m_nextChunk < m_table.count() && points[m_nextChunk] - first < minTaskPoints)
+    while (m_nextChunk < m_table.count() && isWanted(m_nextChunk) &&
+           points[m_nextChunk] - first < minTaskPoints)
         ++m_nextChunk;
     slot.endChunk = m_nextChunk;
     slot.count = static_cast<std::size_t>(points[m_nextChunk] - first);

@@ -31,10 +31,12 @@ public:
     static bool suits(const LASHeader& header, const LASzipChunks& chunks, const PointInfo& layout);
 
     // Everything is kept, and must outlive this object, but the IO is retained. `bounds` is the box of the query.
-    LASReadAhead(IO* io, const LASHeader& header, const LASzipChunks& chunks, const PointInfo& layout,
-                 const LASUnpacker& unpacker, const Bounds& bounds);
+    // Chunks that are not wanted are left out; none are if `wantedChunks` is empty.
+    LASReadAhead(IO* io, const LASHeader& header, const LASzipChunks& chunks,
+                 const std::vector<bool>& wantedChunks, const PointInfo& layout, const LASUnpacker& unpacker,
+                 const Bounds& bounds);
 
-    // Waits until the points up to `end` are decoded. False if they cannot be; the sequential reader says why.
+    // Waits until the points of wanted chunks up to `end` are decoded. False if they cannot be; the sequential reader says why.
     bool decode(std::uint64_t end);
     // Up to `count` of the points that are decoded, after those of the last call. Valid until the next call.
     Run take(std::size_t count);
@@ -55,6 +57,7 @@ private:
         std::vector<unsigned char> records;
     };
 
+    bool isWanted(std::size_t chunk) const { return m_wantedChunks.empty() || m_wantedChunks[chunk]; }
     void startNext();
     void decodeSlot(Slot& slot);
     void decodePoints(Decoder& decoder, Slot& slot, std::size_t& filled, std::size_t count);
@@ -64,6 +67,7 @@ private:
     const LASHeader& m_header;
     const LASzipChunks& m_chunks;
     const LASzipChunkTable& m_table;
+    const std::vector<bool>& m_wantedChunks;
     const PointInfo& m_layout;
     const LASUnpacker& m_unpacker;
     const Bounds m_bounds;

@@ -4,9 +4,11 @@
 #include "las/laszip/LASzipTableCode.h"
 #include "platform/ByteOrder.h"
 #include "support/LASClouds.h"
+#include "support/ProgressLog.h"
 #include "support/Test.h"
 #include <vxunpack/LASPointWriter.h>
 
+#include <filesystem>
 #include <tbb/global_control.h>
 #include <tbb/task_arena.h>
 
@@ -95,6 +97,39 @@ protected:
         constexpr std::size_t countAt = 247;
         storeLittleEndian(&bytes[countAt], static_cast<std::uint64_t>(points.size()));
         return bytes;
+    }
+
+    // What a query of a file delivers: the samples of each block, and the error.
+    struct Outcome
+    {
+        LASBytes samples;
+        std::string error;
+        bool operator==(const Outcome&) const = default;
+    };
+    Outcome query(const LASBytes& bytes, int threads, const Bounds& box = Bounds::Huge(),
+                  ProgressDelegate* delegate = nullptr)
+    {
+        Outcome result;
+        writeFile(path, bytes);
+        tbb::task_arena(threads).execute([&] {
+            result.error = failureOf([&] {
+                const Scoped<LASPointReader> reader(LASPointReader::create());
+                reader->init(path.c_str(), false);
+                const PointInfo& layout = reader->getPointInfo();
+                const Scoped<PointIterator> iterator(reader->createIterator(box, 1, layout, delegate));
+                PointData block;
+                block.init(layout, 1000);
+                while (const std::size_t count = iterator->getNextPoints(block))
+                    for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
+                        const ChannelData& channel = block.getChannel(i);
+                        const auto* const samples = static_cast<const std::uint8_t*>(channel.getData());
+                        result.samples.insert(result.samples.end(), samples,
+                                              samples +
+                                                  count * DataTypeUtils::getSize(channel.getDataType()));
+                    }
+            });
+        });
+        return result;
     }
 
     TemporaryDirectory directory;
@@ -449,32 +484,6 @@ TEST(LASzipCoding, AcceptsTheItemsOfThePointFormatOnly)
 TEST_F(LASReading, ReadsTheSameWithAnyNumberOfThreads)
 {
     const tbb::global_control allowThreads(tbb::global_control::max_allowed_parallelism, 4);
-    struct Outcome
-    {
-        std::vector<std::uint8_t> x;
-        std::string error;
-        bool operator==(const Outcome&) const = default;
-    };
-    const auto outcome = [&](const LASBytes& bytes, int threads, const Bounds& box = Bounds::Huge()) {
-        Outcome result;
-        tbb::task_arena(threads).execute([&] {
-            result.error = failureOf([&] {
-                const auto reader = open(bytes);
-                const PointInfo& layout = reader->getPointInfo();
-                const Scoped<PointIterator> iterator(reader->createIterator(box, 1, layout, nullptr));
-                PointData block;
-                block.init(layout, 1000);
-                while (const std::size_t count = iterator->getNextPoints(block))
-                    for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
-                        const ChannelData& channel = block.getChannel(i);
-                        const auto* const samples = static_cast<const std::uint8_t*>(channel.getData());
-                        result.x.insert(result.x.end(), samples,
-                                        samples + count * DataTypeUtils::getSize(channel.getDataType()));
-                    }
-            });
-        });
-        return result;
-    };
     for (const int format : {3, 7}) {
         const LASFile file = randomLASFile(format, 4, 60001, 9);
         const Compressed usual = compress(file);
@@ -482,10 +491,10 @@ TEST_F(LASReading, ReadsTheSameWithAnyNumberOfThreads)
         Bounds box = Bounds::Huge();
         box.y = {-1700, -1100};
         for (const LASBytes& whole : {usual.bytes, variable}) {
-            const Outcome expected = outcome(whole, 1);
+            const Outcome expected = query(whole, 1);
             EXPECT_EQ(expected.error, "no error");
-            EXPECT_TRUE(outcome(whole, 4) == expected) << format;
-            EXPECT_TRUE(outcome(whole, 4, box) == outcome(whole, 1, box)) << format;
+            EXPECT_TRUE(query(whole, 4) == expected) << format;
+            EXPECT_TRUE(query(whole, 4, box) == query(whole, 1, box)) << format;
             Random random(1);
             const std::size_t size = whole.size();
             for (int i = 0; i < 4; ++i) {
@@ -494,9 +503,103 @@ TEST_F(LASReading, ReadsTheSameWithAnyNumberOfThreads)
                                                   : size - 1 - random.below(20);
                 const LASBytes damaged =
                     with(whole, at, {static_cast<std::uint8_t>(whole[at] ^ 1 << random.below(8))});
-                EXPECT_TRUE(outcome(damaged, 4) == outcome(damaged, 1)) << format << ' ' << at;
+                EXPECT_TRUE(query(damaged, 4) == query(damaged, 1)) << format << ' ' << at;
             }
         }
+    }
+}
+
+// Without an index, the damage in another chunk is found, as it is with an index that does not apply.
+TEST_F(LASReading, SkipsChunksThatASpatialIndexExcludes)
+{
+    const tbb::global_control allowThreads(tbb::global_control::max_allowed_parallelism, 4);
+    const LASFile file = randomLASFile(1, 4, 8000, 3);
+    const LASBytes whole = withVariableChunks(file, {2000, 2000, 2000, 2000});
+    const auto table = static_cast<std::size_t>(
+        loadLittleEndian<std::uint64_t>(&whole[LASFile::parse(whole).pointDataOffset]));
+    const LASBytes damaged = with(whole, table - 30000, LASBytes(1000, 0x55));
+    Bounds box = Bounds::Huge();
+    box.y = {-1990, -1961};
+    const Outcome expected = query(whole, 1, box);
+    EXPECT_EQ(expected.error, "no error");
+    const Outcome failed = query(damaged, 1, box);
+    EXPECT_NE(failed.error, "no error");
+
+    // One level, whose cells divide the points in the middle of Y. The upper ones end with `last`.
+    const auto makeIndex = [](std::uint32_t last) {
+        LASBytes bytes;
+        const auto put = [&bytes](auto value) {
+            bytes.resize(bytes.size() + sizeof value);
+            storeLittleEndian(&bytes[bytes.size() - sizeof value], value);
+        };
+        const auto sign = [&](const char* text) {
+            bytes.insert(bytes.end(), text, text + 4);
+            put(std::uint32_t{0});
+        };
+        sign("LASX");
+        sign("LASS");
+        sign("LASQ");
+        for (const std::uint32_t number : {1u, 0u, 0u}) // levels
+            put(number);
+        for (const float edge : {0.0F, 2000.0F, -2000.0F, -1920.0F})
+            put(edge);
+        sign("LASV");
+        put(std::uint32_t{4});
+        for (std::uint32_t cell = 0; cell < 4; ++cell) {
+            const std::uint32_t first = cell < 2 ? 0 : 4000;
+            for (const std::uint32_t number : {1 + cell, 1u, 2000u, first, cell < 2 ? 3999 : last})
+                put(number);
+        }
+        return bytes;
+    };
+    const LASBytes index = makeIndex(7999);
+    const std::string beside = directory / "file.lax";
+    ProgressLog log;
+    const auto warning = [&] {
+        const std::string text = log.warnings.empty() ? "" : log.warnings.back();
+        log.warnings.clear();
+        return text;
+    };
+    for (const int threads : {1, 4}) {
+        std::filesystem::remove(beside);
+        EXPECT_TRUE(query(damaged, threads, box, &log) == failed);
+        writeFile(beside, index);
+        std::filesystem::last_write_time(beside, std::filesystem::file_time_type::clock::now() +
+                                                     std::chrono::hours(1));
+        EXPECT_TRUE(query(damaged, threads, box, &log) == expected);
+        EXPECT_EQ(warning(), "");
+        std::filesystem::last_write_time(beside, std::filesystem::file_time_type::clock::now() -
+                                                     std::chrono::hours(1));
+        EXPECT_TRUE(query(damaged, threads, box, &log) == failed);
+        EXPECT_EQ(warning(), "the spatial index is not used: " + beside + " is older than the file");
+        // Not all points, more points than there are, and part of it.
+        for (const LASBytes& bad : {makeIndex(7998), makeIndex(8000), cut(index, 100)}) {
+            writeFile(beside, bad);
+            std::filesystem::last_write_time(beside, std::filesystem::file_time_type::clock::now() +
+                                                         std::chrono::hours(1));
+            EXPECT_TRUE(query(damaged, threads, box, &log) == failed);
+            EXPECT_EQ(warning(), "the spatial index is not used: " + beside +
+                                     " does not describe all points of the file");
+        }
+    }
+    // In the file, in a record of the header or in one that only LASzip's VLR counts.
+    std::filesystem::remove(beside);
+    LASBytes inside = damaged;
+    inside.resize(inside.size() + 60);
+    std::copy_n("LAStools", 8, &inside[damaged.size() + 2]);
+    inside[damaged.size() + 18] = 30;
+    storeLittleEndian(&inside[damaged.size() + 20], static_cast<std::uint64_t>(index.size()));
+    inside.insert(inside.end(), index.begin(), index.end());
+    const std::size_t value = LASFile::parse(whole).headerSize + 54;
+    for (const auto& [count, position, size] :
+         {std::tuple{243, 235, 4},
+          std::tuple{static_cast<int>(value) + 16, static_cast<int>(value) + 24, 8}}) {
+        LASBytes bytes =
+            with(inside, static_cast<std::size_t>(count), LASBytes(static_cast<std::size_t>(size), 0));
+        bytes[static_cast<std::size_t>(count)] = 1;
+        storeLittleEndian(&bytes[static_cast<std::size_t>(position)],
+                          static_cast<std::uint64_t>(damaged.size()));
+        EXPECT_TRUE(query(bytes, 4, box) == expected) << count;
     }
 }
 

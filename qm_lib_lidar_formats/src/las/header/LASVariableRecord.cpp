@@ -76,6 +76,14 @@ std::vector<LASVariableRecord> readLASVariableRecords(const IO& io, const LASHea
     return records;
 }
 
+std::vector<LASVariableRecord> readLASExtendedRecords(const IO& io, std::int64_t position,
+                                                      std::uint32_t count)
+{
+    std::vector<LASVariableRecord> records;
+    readRange(io, {true, position, io.size(), count}, records);
+    return records;
+}
+
 std::vector<unsigned char> readLASRecordValue(const IO& io, const LASVariableRecord& record)
 {
     std::vector<unsigned char> value(record.length);

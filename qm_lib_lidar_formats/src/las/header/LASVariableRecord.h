@@ -24,6 +24,8 @@ struct LASVariableRecord
     static constexpr char specUserID[] = "LASF_Spec";
     static constexpr std::uint16_t extraBytesRecordID = 4;
     static constexpr std::uint16_t waveformPackets = 65535;
+    static constexpr char indexUserID[] = "LAStools";
+    static constexpr std::uint16_t indexRecordID = 30;
     static constexpr char projectionUserID[] = "LASF_Projection";
     enum Projection : std::uint16_t
     {
@@ -53,6 +55,9 @@ struct LASVariableRecord
 // All VLRs of a file, then its EVLRs. Throws LASRead if a record does not end before the points or the end of
 // the file. `io` is open.
 std::vector<LASVariableRecord> readLASVariableRecords(const IO& io, const LASHeader& header);
+// EVLRs from a position on; throws the same error.
+std::vector<LASVariableRecord> readLASExtendedRecords(const IO& io, std::int64_t position,
+                                                      std::uint32_t count);
 // A record's value. Throws LASRead if the file has become shorter.
 std::vector<unsigned char> readLASRecordValue(const IO& io, const LASVariableRecord& record);
 

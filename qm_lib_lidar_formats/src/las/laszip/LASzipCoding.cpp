@@ -13,7 +13,7 @@ namespace Quillmoran {
 
 namespace {
 
-//   | compressor 2 | coder 2 | version 4 | options 4 | chunk size 4 | two unused numbers 16 | items 2 |   34
+//   | compressor 2 | coder 2 | version 4 | options 4 | chunk size 4 | special EVLRs 8 | position 8 | items 2 |   34
 //   per item | type 2 | size 2 | version 2 |                                                              6
 constexpr std::size_t fixedBytes = 34;
 constexpr std::size_t itemBytes = 6;
@@ -109,6 +109,8 @@ LASzipCoding LASzipCoding::parse(const std::vector<unsigned char>& value, const 
     LASzipCoding coding;
     coding.chunked = compressor != POINTWISE;
     coding.chunkSize = loadLittleEndian<std::uint32_t>(value.data() + 12);
+    coding.numSpecialRecords = loadLittleEndian<std::int64_t>(value.data() + 16);
+    coding.specialRecords = loadLittleEndian<std::int64_t>(value.data() + 24);
     std::vector<unsigned> types;
     std::size_t pointSize = 0;
     for (std::size_t i = 0; i < numItems; ++i) {

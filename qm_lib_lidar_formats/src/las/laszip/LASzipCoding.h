@@ -17,7 +17,10 @@ struct LASzipCoding
 
     bool chunked = false;        // the points are in chunks, each coded independently
     std::uint32_t chunkSize = 0; // points of a chunk, or variableChunks
-    std::size_t numLayers = 0;   // of a chunk that codes each field separately; 0 for other chunks
+    // EVLRs that the header of the file does not count. Not checked.
+    std::int64_t numSpecialRecords = 0;
+    std::int64_t specialRecords = 0; // position
+    std::size_t numLayers = 0;       // of a chunk that codes each field separately; 0 for other chunks
 
     // Parses the value of the VLR. Throws LASRead unless it is complete, its codings are known and it
     // describes points of the header's format and record length.
