@@ -16,6 +16,7 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -77,7 +78,10 @@ struct LASPointWriter::Impl
     // Points of a block that one thread packs.
     struct Part
     {
-        Slice slice;
+        std::size_t count(const LASHeader& head) const { return records.size() / head.recordLength; }
+
+        std::span<unsigned char> records;
+        Slice slice;           // that holds them, unless the writer does
         std::size_t first = 0; // in the block
         Summary summary;
         TimeConflict times;
@@ -115,8 +119,9 @@ struct LASPointWriter::Impl
     {
         return {header.scale[field.axis()], header.offset[field.axis()]};
     }
-    // Packs points of a block on all threads and hands them on. False if a coordinate does not fit.
-    bool writeParts(const PointData& block, std::size_t first, std::size_t count);
+    // Packs some of these points of a block on all threads, hands them on, and returns their number. Clears `fits`
+    // if a coordinate does not fit.
+    std::size_t writeParts(const PointData& block, std::size_t first, std::size_t count, bool& fits);
     void pack(Part& part, const PointData& block) const;
     void resolveTimes(Part& part, const PointData& block) const;
     unsigned returnOf(const unsigned char* record) const
@@ -360,9 +365,8 @@ void LASPointWriter::writePoints(const PointData& block, std::size_t count, Prog
         QM_THROW(ErrorCode::NotRepresentable, "Attempt to write 2 ^ 32 or more points to a LAS file.");
     bool fits = true;
     try {
-        const std::size_t step = impl.parts.size() * slicePoints;
-        for (std::size_t first = 0; first < count; first += step)
-            fits &= impl.writeParts(block, first, std::min(step, count - first));
+        for (std::size_t first = 0; first < count;)
+            first += impl.writeParts(block, first, count - first, fits);
     } catch (const Error& error) {
         QM_THROW(ErrorCode::PointWrite, "Unable to write point: %s", error.what());
     }
@@ -383,19 +387,29 @@ void LASPointWriter::Impl::Summary::add(const Summary& other)
         byReturn[i] += other.byReturn[i];
 }
 
-bool LASPointWriter::Impl::writeParts(const PointData& block, std::size_t first, std::size_t count)
+std::size_t LASPointWriter::Impl::writeParts(const PointData& block, std::size_t first, std::size_t count,
+                                             bool& fits)
 {
-    const std::size_t numParts = (count + slicePoints - 1) / slicePoints;
     const bool isQueued = !writer->hasTasks();
-    for (std::size_t i = 0; i < numParts; ++i) {
-        Part& part = parts[i];
-        if (isQueued)
+    std::size_t numParts = 0;
+    std::size_t at = first;
+    for (; numParts < parts.size() && at < first + count; ++numParts) {
+        Part& part = parts[numParts];
+        const std::size_t wanted = std::min(slicePoints, first + count - at);
+        if (isQueued) {
             part.slice = output.queue().take();
-        part.first = first + i * slicePoints;
-        part.slice.size = std::min(slicePoints, first + count - part.first) * header.recordLength;
+            part.slice.size = wanted * header.recordLength;
+            part.slice.reserve(part.slice.size);
+            part.records = {part.slice.bytes.get(), part.slice.size};
+        } else {
+            part.records = writer->reserve(wanted);
+        }
+        if (part.records.empty())
+            break;
+        part.first = at;
+        at += part.count(header);
     }
     parallelLoop(numParts, [&](std::size_t i) { pack(parts[i], block); });
-    bool fits = true;
     for (std::size_t i = 0; i < numParts; ++i) {
         Part& part = parts[i];
         actual.add(part.summary);
@@ -406,10 +420,10 @@ bool LASPointWriter::Impl::writeParts(const PointData& block, std::size_t first,
         }
         if (isQueued)
             output.queue().put(std::move(part.slice));
-        else
-            writer->write(part.slice.bytes.get(), countRecords(part.slice));
     }
-    return fits;
+    if (!isQueued)
+        writer->commit();
+    return at - first;
 }
 
 void LASPointWriter::Impl::throwOutOfRange(const PointData& block, std::size_t count) const
@@ -438,12 +452,10 @@ void LASPointWriter::Impl::throwOutOfRange(const PointData& block, std::size_t c
 
 void LASPointWriter::Impl::pack(Part& part, const PointData& block) const
 {
-    Slice& slice = part.slice;
     const std::size_t stride = header.recordLength;
-    const std::size_t count = countRecords(slice);
-    slice.reserve(slice.size);
-    unsigned char* const records = slice.bytes.get();
-    std::memset(records, 0, slice.size);
+    const std::size_t count = part.count(header);
+    unsigned char* const records = part.records.data();
+    std::memset(records, 0, part.records.size());
     part.summary = {};
     part.summary.total = count;
     part.times = {};
@@ -475,7 +487,7 @@ void LASPointWriter::Impl::resolveTimes(Part& part, const PointData& block) cons
 {
     const std::size_t stride = header.recordLength;
     const ChannelData& channel = block.getChannel(*otherTime);
-    const std::size_t count = countRecords(part.slice);
+    const std::size_t count = part.count(header);
     std::vector<unsigned char>& otherTimes = part.otherTimes;
     otherTimes.assign(count * sizeof(double), 0);
     const LASField dense{channel.getName(), FLOAT64, 64, 0};
@@ -483,7 +495,7 @@ void LASPointWriter::Impl::resolveTimes(Part& part, const PointData& block) cons
     LASFields::pack(otherTimes.data(), sizeof(double), dense,
                     samples + part.first * DataTypeUtils::getSize(channel.getDataType()),
                     channel.getDataType(), count);
-    unsigned char* at = part.slice.bytes.get() + header.pointFormat.timeOffset();
+    unsigned char* at = part.records.data() + header.pointFormat.timeOffset();
     for (std::size_t i = 0; i < count; ++i, at += stride) {
         const auto other = loadLittleEndian<double>(otherTimes.data() + i * sizeof(double));
         const auto written = loadLittleEndian<double>(at);
@@ -501,8 +513,8 @@ void LASPointWriter::Impl::resolveTimes(Part& part, const PointData& block) cons
 void LASPointWriter::Impl::countReturns(Part& part) const
 {
     const std::size_t stride = header.recordLength;
-    for (std::size_t at = 0; at < part.slice.size; at += stride)
-        ++part.summary.byReturn[returnOf(part.slice.bytes.get() + at)];
+    for (std::size_t at = 0; at < part.records.size(); at += stride)
+        ++part.summary.byReturn[returnOf(part.records.data() + at)];
 }
 
 void LASPointWriter::writeEnd(std::int64_t, const Bounds&)

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 namespace Quillmoran {
@@ -33,6 +34,11 @@ public:
     virtual std::int64_t end() const = 0;
     // Whether write() passes the work to other threads. Otherwise the caller may do so.
     virtual bool hasTasks() const { return false; }
+
+    // Instead of write(), when hasTasks(): space for up to `count` records, which any threads may fill before
+    // commit(); empty when commit() must be called first.
+    virtual std::span<unsigned char> reserve(std::size_t) { return {}; }
+    virtual void commit() {}
 
 protected:
     LASRecordWriter() = default;

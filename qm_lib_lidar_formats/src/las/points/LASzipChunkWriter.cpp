@@ -45,7 +45,7 @@ LASzipChunkWriter::LASzipChunkWriter(IO& io, const LASHeader& header, bool inOrd
       m_header(header),
       m_inOrder(inOrder),
       m_position(header.pointDataOffset),
-      m_slots(getNumThreads() + 1), // all threads compress while one slot is filled
+      m_slots(getNumThreads() + 2), // all threads compress while others are filled
       m_ring(m_slots.size(), [this](std::size_t slot) { compress(m_slots[slot]); })
 {
     const std::vector<unsigned char> unknown(positionBytes, 0xFF);
@@ -58,21 +58,43 @@ void LASzipChunkWriter::append(const void* bytes, std::size_t count)
     m_position += static_cast<std::int64_t>(count);
 }
 
-void LASzipChunkWriter::write(const unsigned char* records, std::size_t count)
+// The one that is being filled.
+LASzipChunkWriter::Slot& LASzipChunkWriter::getOpenSlot()
+{
+    while (m_ring.numStarted() + m_numReserved == m_slots.size())
+        writeOldest();
+    return m_slots[(m_ring.nextSlot() + m_numReserved) % m_slots.size()];
+}
+
+std::span<unsigned char> LASzipChunkWriter::reserve(std::size_t count)
 {
     const std::size_t stride = m_header.recordLength;
+    if (m_numReserved + 1 == m_slots.size())
+        return {};
+    Slot& slot = getOpenSlot();
+    slot.records.resize(LASzipEncoder::chunkPoints * stride);
+    const std::size_t taken = std::min(count, LASzipEncoder::chunkPoints - slot.count);
+    const std::span<unsigned char> records(slot.records.data() + slot.count * stride, taken * stride);
+    slot.count += taken;
+    if (slot.count == LASzipEncoder::chunkPoints)
+        ++m_numReserved;
+    return records;
+}
+
+void LASzipChunkWriter::commit()
+{
+    for (; m_numReserved != 0; --m_numReserved)
+        m_ring.start();
+}
+
+void LASzipChunkWriter::write(const unsigned char* records, std::size_t count)
+{
     while (count != 0) {
-        if (m_ring.numStarted() == m_slots.size())
-            writeOldest();
-        Slot& slot = m_slots[m_ring.nextSlot()];
-        slot.records.resize(LASzipEncoder::chunkPoints * stride);
-        const std::size_t taken = std::min(count, LASzipEncoder::chunkPoints - slot.count);
-        std::memcpy(slot.records.data() + slot.count * stride, records, taken * stride);
-        slot.count += taken;
-        records += taken * stride;
-        count -= taken;
-        if (slot.count == LASzipEncoder::chunkPoints)
-            m_ring.start();
+        const std::span<unsigned char> space = reserve(count);
+        std::memcpy(space.data(), records, space.size());
+        commit();
+        records += space.size();
+        count -= space.size() / m_header.recordLength;
     }
 }
 
@@ -94,16 +116,13 @@ void LASzipChunkWriter::writeOldest()
 {
     Slot& slot = m_slots[m_ring.finish()];
     append(slot.file.data() + positionBytes, slot.chunkBytes);
-    m_table.push_back(
-        {static_cast<std::uint32_t>(slot.count), static_cast<std::uint32_t>(slot.chunkBytes)});
+    m_table.push_back({static_cast<std::uint32_t>(slot.count), static_cast<std::uint32_t>(slot.chunkBytes)});
     slot.count = 0;
 }
 
 void LASzipChunkWriter::finish()
 {
-    if (m_ring.numStarted() == m_slots.size())
-        writeOldest();
-    if (m_slots[m_ring.nextSlot()].count != 0)
+    if (getOpenSlot().count != 0)
         m_ring.start();
     while (m_ring.numStarted() != 0)
         writeOldest();

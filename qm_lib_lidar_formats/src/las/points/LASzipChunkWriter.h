@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace Quillmoran {
@@ -21,6 +22,8 @@ public:
     void finish() override;
     std::int64_t end() const override { return m_position; }
     bool hasTasks() const override { return true; }
+    std::span<unsigned char> reserve(std::size_t count) override;
+    void commit() override;
 
 private:
     struct Slot
@@ -31,6 +34,7 @@ private:
         std::size_t chunkBytes = 0;
     };
 
+    Slot& getOpenSlot();
     void append(const void* bytes, std::size_t count);
     void compress(Slot& slot) const;
     void writeOldest();
@@ -41,7 +45,8 @@ private:
     std::int64_t m_position; // in the file
     std::vector<LASzipTableEntry> m_table;
     std::vector<Slot> m_slots;
-    TaskRing m_ring; // last: its tasks use the others
+    std::size_t m_numReserved = 0; // slots that are full, but not committed
+    TaskRing m_ring;               // last: its tasks use the others
 };
 
 } // namespace Quillmoran
