@@ -10,7 +10,7 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr const char* activity = "reading LAS file";
+constexpr const char* reading = "reading LAS file";
 constexpr std::size_t maxSlicePoints = 16384;
 constexpr std::size_t maxSliceBytes = 1 << 20; // for long records
 
@@ -59,7 +59,7 @@ std::uint64_t LASPointIterator::skipUnwanted()
     if (wanted != current) {
         const std::uint64_t first = points[static_cast<std::size_t>(wanted - m_wantedChunks.begin())];
         if (getDelegate())
-            getDelegate()->updateCompleted(static_cast<double>(first - m_next), activity);
+            getDelegate()->updateCompleted(static_cast<double>(first - m_next), reading);
         m_next = first;
         if (m_reader && m_next != m_numPoints)
             m_reader->seek(m_next);
@@ -98,7 +98,7 @@ bool LASPointIterator::nextSlice()
     else
         readSlice(count);
     if (getDelegate())
-        getDelegate()->updateCompleted(static_cast<double>(count), activity);
+        getDelegate()->updateCompleted(static_cast<double>(count), reading);
     return true;
 }
 
