@@ -31,12 +31,18 @@ constexpr int zeroContext = 3 * INSIGNIFICANT + INSIGNIFICANT;
 constexpr std::uint8_t zeroDecision = 2 * zeroContext;
 constexpr std::uint8_t becomesSignificant = 0x80; // flag of a sign decision
 
-// One bit per byte, in the lowest: whether the byte is not 0. The bytes are less than 128.
+constexpr std::uint64_t everyByte = 0x0101010101010101;
+
+// The lowest bits of eight bytes, of which the others are 0.
+inline std::uint64_t gatherBits(std::uint64_t bytes)
+{
+    return bytes * 0x0102040810204080 >> 56;
+}
+
+// One bit per byte: whether the byte is not 0. The bytes are less than 128.
 inline std::uint64_t nonzeroBytes(std::uint64_t bytes)
 {
-    constexpr std::uint64_t lowBits = 0x0101010101010101;
-    const std::uint64_t flags = ((bytes + 127 * lowBits) >> 7) & lowBits;
-    return flags * 0x0102040810204080 >> 56;
+    return gatherBits(((bytes + 127 * everyByte) >> 7) & everyByte);
 }
 
 // The total entropy, in bits, of `all` decisions of which `ones` are 1.
@@ -176,8 +182,7 @@ private:
         MQEncoder encoder;
         encoder.begin(m_segment.data(), m_segment.size());
         for (int plane = planes.top; plane > planes.rawTop; --plane) {
-            if (plane == planes.top || plane % 8 == 7)
-                loadDigits(plane / 8, count);
+            loadDigits(plane, plane == planes.top, count);
             makeDecisions(plane, count);
             encoder.encode(zeroContext, {m_steps.data(), listSteps(count)});
         }
@@ -194,13 +199,16 @@ private:
         encodeRawPlanes(planes, count);
     }
 
-    // Eight planes of the magnitudes as bytes, since loops over bytes are the fastest.
-    void loadDigits(int group, std::size_t count)
+    // Provides eight planes of the magnitudes as bytes, since loops over bytes are the fastest. `first`: none
+    // are loaded yet.
+    void loadDigits(int plane, bool first, std::size_t count)
     {
+        if (!first && plane % 8 != 7)
+            return;
         const U* const __restrict magnitudes = m_magnitudes.data();
         std::uint8_t* const __restrict digits = m_digits.data();
         for (std::size_t i = 0; i < count; ++i)
-            digits[i] = static_cast<std::uint8_t>(magnitudes[i] >> (8 * group));
+            digits[i] = static_cast<std::uint8_t>(magnitudes[i] >> (plane / 8 * 8));
     }
 
     // The decisions of all coefficients in a plane, and the signs of those that become significant. Contexts
@@ -225,13 +233,14 @@ private:
             const Byte own = states[i + 1];
             const Byte right = states[i + 2];
             const Byte bit = (digits[i] & digit) != 0 ? 1 : 0;
-            const auto neighbours = static_cast<Byte>(3 * left + right);
-            const auto refinement =
-                static_cast<Byte>(refinementContexts + 6 * left + right + (own == NEGATIVE ? 3 : 0));
+            const auto left3 = static_cast<Byte>(left + left + left);
+            const auto neighbours = static_cast<Byte>(left3 + right);
+            const auto refinement = static_cast<Byte>(
+                neighbours + left3 + (own == NEGATIVE ? refinementContexts + 3 : refinementContexts));
             const Byte context = own == INSIGNIFICANT ? neighbours : refinement;
-            decisions[i] = static_cast<Byte>(2 * context + bit);
+            decisions[i] = static_cast<Byte>(context + context + bit);
             const Byte flag = own == INSIGNIFICANT && bit != 0 ? becomesSignificant : Byte{0};
-            signs[i] = static_cast<Byte>((2 * (signContexts + neighbours) + negative[i]) | flag);
+            signs[i] = static_cast<Byte>((neighbours + neighbours + 2 * signContexts + negative[i]) | flag);
         }
         std::fill_n(decisions + count, decisionGroup, zeroDecision);
     }
@@ -240,7 +249,7 @@ private:
     // on whether a sign follows. Returns the number of steps.
     std::size_t listSteps(std::size_t count)
     {
-        constexpr std::uint64_t zeros = zeroDecision * 0x0101010101010101;
+        constexpr std::uint64_t zeros = zeroDecision * everyByte;
         MQEncoder::Step* step = m_steps.data();
         std::size_t listed = 0; // decisions
         const auto skipTo = [&](std::size_t end) {
@@ -274,10 +283,24 @@ private:
         m_payload.resize(begin + count * (numPlanes + 1) / 8 + 1 + RawBitWriter::slack);
         RawBitWriter raw(m_payload.data() + begin);
         for (int plane = planes.rawTop; plane >= planes.bottom; --plane) {
-            for (std::size_t i = 0; i < count; ++i) {
-                const auto bit = static_cast<unsigned>((m_magnitudes[i] >> plane) & 1);
-                const unsigned becoming = m_widths[i] == plane + 1 ? 1 : 0;
-                raw.put(bit | (m_negative[i] & becoming) << 1, 1 + becoming);
+            loadDigits(plane, plane == planes.rawTop, count);
+            const auto becomingWidth = static_cast<unsigned>(plane + 1);
+            const std::uint8_t* const digits = m_digits.data();
+            const std::uint8_t* const widths = m_widths.data();
+            for (std::size_t i = 0; i < count;) {
+                // Few coefficients become significant in the lowest planes.
+                if (count - i >= 8 && nonzeroBytes(loadLittleEndian<std::uint64_t>(widths + i) ^
+                                                   becomingWidth * everyByte) == 0xFF) {
+                    const auto group = loadLittleEndian<std::uint64_t>(digits + i);
+                    raw.put(gatherBits(group >> (plane % 8) & everyByte), 8);
+                    i += 8;
+                    continue;
+                }
+                for (const std::size_t end = std::min(i + 8, count); i < end; ++i) {
+                    const unsigned bit = (unsigned{digits[i]} >> (plane % 8)) & 1;
+                    const unsigned becoming = widths[i] == becomingWidth ? 1 : 0;
+                    raw.put(bit | (m_negative[i] & becoming) << 1, 1 + becoming);
+                }
             }
         }
         m_payload.resize(static_cast<std::size_t>(raw.finish() - m_payload.data()));
