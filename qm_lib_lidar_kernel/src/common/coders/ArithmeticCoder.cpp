@@ -91,35 +91,6 @@ void ACBase::DataModel::updateTable() noexcept
         decoder_table[++slot] = static_cast<std::uint16_t>(last_symbol);
 }
 
-void ACEncoder::begin(void* buffer, std::size_t) noexcept
-{
-    m_base = 0;
-    m_length = maxLength;
-    m_start = m_current = static_cast<std::uint8_t*>(buffer);
-}
-
-void ACEncoder::carry() noexcept
-{
-    std::uint8_t* byte = m_current;
-    while (*--byte == 0xFF)
-        *byte = 0;
-    ++*byte;
-}
-
-std::size_t ACEncoder::end() noexcept
-{
-    // The fewest bytes that are inside the interval for all possible following bytes.
-    if (m_length > 2 * minLength) {
-        addToBase(minLength);
-        m_length = minLength >> 1;
-    } else {
-        addToBase(minLength >> 1);
-        m_length = minLength >> 9;
-    }
-    renormalise();
-    return static_cast<std::size_t>(m_current - m_start);
-}
-
 void ACDecoder::begin(const void* data, std::size_t length) noexcept
 {
     m_current = static_cast<const std::uint8_t*>(data);

@@ -108,11 +108,20 @@ private:
     std::uint32_t table_shift = 0;
 };
 
+// Everything that codes data symbols is inline, so that a local encoder stays in machine registers.
 class ACEncoder : public ACBase
 {
 public:
-    // The buffer must be large enough for the coded bytes; the size is not checked.
-    void begin(void* buffer, std::size_t capacity) noexcept;
+    // The number of bytes after the coded ones that may be overwritten.
+    static constexpr std::size_t slack = 4;
+
+    // The buffer must be large enough for the coded bytes and the slack; the size is not checked.
+    void begin(void* buffer, std::size_t) noexcept
+    {
+        m_base = 0;
+        m_length = maxLength;
+        m_start = m_current = static_cast<std::uint8_t*>(buffer);
+    }
     void putBit(int bit) noexcept;
     void putBits(std::uint32_t value, int bits) noexcept; // up to 16 bits at a time
     void encode(int bit, BitModel& model) noexcept;
@@ -125,17 +134,23 @@ private:
     void addToBase(std::uint32_t value) noexcept
     {
         m_base += value;
-        if (m_base < value)
-            carry();
+        if (__builtin_expect(m_base < value, 0))
+            carry(m_current);
     }
-    void carry() noexcept;
+    static void carry(std::uint8_t* byte) noexcept
+    {
+        while (*--byte == 0xFF)
+            *byte = 0;
+        ++*byte;
+    }
+    // Outputs whole bytes until the length has at least 25 bits, without a branch. The length is never 0.
     void renormalise() noexcept
     {
-        while (m_length < minLength) {
-            *m_current++ = static_cast<std::uint8_t>(m_base >> 24);
-            m_base <<= 8;
-            m_length <<= 8;
-        }
+        const auto shift = static_cast<std::uint32_t>(__builtin_clz(m_length)) & 24;
+        storeBigEndian(m_current, m_base);
+        m_current += shift / 8;
+        m_base <<= shift;
+        m_length <<= shift;
     }
 
     std::uint32_t m_base = 0;
@@ -203,15 +218,29 @@ inline void ACEncoder::putBits(std::uint32_t value, int bits) noexcept
 
 inline void ACEncoder::encode(std::uint32_t symbol, DataModel& model) noexcept
 {
-    std::uint32_t upper = m_length;
-    m_length >>= dataModelShift;
-    const std::uint32_t lower = model.distribution[symbol] * m_length;
-    if (symbol != model.last_symbol)
-        upper = model.distribution[symbol + 1] * m_length;
+    const std::uint32_t unit = m_length >> dataModelShift;
+    const std::uint32_t lower = model.distribution[symbol] * unit;
+    const std::uint32_t next = model.distribution[symbol + 1] * unit;
+    const std::uint32_t isLast = 0 - std::uint32_t{symbol == model.last_symbol}; // all ones
+    const std::uint32_t upper = next ^ ((next ^ m_length) & isLast);
     addToBase(lower);
     m_length = upper - lower;
     renormalise();
     model.countSymbol(symbol, true);
+}
+
+inline std::size_t ACEncoder::end() noexcept
+{
+    // The fewest bytes that are inside the interval for all possible following bytes.
+    if (m_length > 2 * minLength) {
+        addToBase(minLength);
+        m_length = minLength >> 1;
+    } else {
+        addToBase(minLength >> 1);
+        m_length = minLength >> 9;
+    }
+    renormalise();
+    return static_cast<std::size_t>(m_current - m_start);
 }
 
 inline std::uint32_t ACDecoder::getBits(int bits) noexcept

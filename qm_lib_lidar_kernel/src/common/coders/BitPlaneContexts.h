@@ -15,7 +15,8 @@ enum CoefficientState : std::uint8_t
     NEGATIVE = 2
 };
 
-inline constexpr int signContexts = 9; // 3 * left + right
+inline constexpr int signContexts = 9;        // 3 * left + right
+inline constexpr int refinementContexts = 18; // 6 * left + 3 if negative + right
 
 // The context of a coefficient's first decision in a plane. Index: 9 * state of the left neighbour + 3 * own
 // state + state of the right neighbour. 0 to 8: whether the coefficient becomes significant; 18 to 35: the
@@ -26,7 +27,7 @@ inline constexpr auto firstContexts = [] {
         for (int own = 0; own < 3; ++own) {
             for (int right = 0; right < 3; ++right) {
                 const int significance = 3 * left + right;
-                const int refinement = 18 + 6 * left + (own == NEGATIVE ? 3 : 0) + right;
+                const int refinement = refinementContexts + 6 * left + (own == NEGATIVE ? 3 : 0) + right;
                 contexts[static_cast<std::size_t>(9 * left + 3 * own + right)] =
                     static_cast<std::uint8_t>(own == INSIGNIFICANT ? significance : refinement);
             }

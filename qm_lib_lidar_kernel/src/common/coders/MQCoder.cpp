@@ -96,7 +96,7 @@ constexpr bool isStuffed(std::uint32_t before, std::uint32_t byte)
 
 constinit const MQBase::StateTable MQBase::table = buildTable();
 
-constexpr MQDecoder::TransitionTable MQDecoder::buildTransitions()
+constexpr MQBase::TransitionTable MQBase::buildTransitions()
 {
     const auto contextOf = [](std::uint32_t s, std::uint32_t mps) -> Context {
         return std::uint32_t{states[s].Qe} << 16 | (2 * s + mps) << 2 | mps;
@@ -114,55 +114,124 @@ constexpr MQDecoder::TransitionTable MQDecoder::buildTransitions()
     return built;
 }
 
-constinit const MQDecoder::TransitionTable MQDecoder::transitions = MQDecoder::buildTransitions();
+constinit const MQBase::TransitionTable MQBase::transitions = MQBase::buildTransitions();
 
 void MQEncoder::begin(void* buffer, std::size_t) noexcept
 {
-    C = 0;
-    A = 0x8000;
-    CT = 12;
-    B = nothingPending;
+    m_start = static_cast<std::uint8_t*>(buffer);
+    m_registers = {0x8000, 0, 12, nothingPending, 12, m_start};
+    m_contexts.fill(transitions.next[0]);
     m_shifts = 0;
-    m_start = m_current = static_cast<std::uint8_t*>(buffer);
-    m_contexts.fill(table.entries);
 }
 
 // One byte is pending in B, so that a carry out of C can still change it.
-void MQEncoder::byteOut() noexcept
+inline void MQEncoder::byteOut(Registers& registers) noexcept
 {
+    auto& [A, C, CT, B, capacity, current] = registers;
     if (B != 0xFF && (C & 0x8000000)) {
         ++B;
         if (B == 0xFF)
             C &= 0x7FFFFFF;
     }
     if (B == 0xFF) {
-        *m_current++ = 0xFF;
+        *current++ = 0xFF;
         B = static_cast<std::int32_t>((C >> 20) & 0xFF);
         C &= 0xFFFFF;
         CT = 7; // a bit is stuffed after an 0xFF
-        return;
+    } else {
+        if (B != nothingPending)
+            *current++ = static_cast<std::uint8_t>(B);
+        B = static_cast<std::int32_t>((C >> 19) & 0xFF);
+        C &= 0x7FFFF;
+        CT = 8;
     }
-    if (B != nothingPending)
-        *m_current++ = static_cast<std::uint8_t>(B);
-    B = static_cast<std::int32_t>((C >> 19) & 0xFF);
-    C &= 0x7FFFF;
-    CT = 8;
+    capacity += CT;
+}
+
+// The only branch is that of byteOut(). Others would depend on the decision or on the interval, and a branch
+// that is predicted wrongly takes longer than a decision.
+inline void MQEncoder::encode(Registers& registers, std::size_t index, std::uint32_t bit) noexcept
+{
+    auto& [A, C, CT, B, capacity, current] = registers;
+    const Context context = m_contexts[index];
+    const std::uint32_t isLPS = (context ^ bit) & 1;
+    const Context next = transitions.next[(context & entryMask) + 1 + 2 * isLPS];
+    const std::uint32_t Qe = context >> 16;
+    const std::uint32_t rest = A - Qe;
+    // All ones for the part of the interval of length Qe: that of the less probable symbol, unless the parts
+    // are exchanged.
+    const std::uint32_t lower = 0 - (isLPS ^ std::uint32_t{rest < Qe});
+    const std::uint32_t part = rest ^ ((rest ^ Qe) & lower);
+    C += Qe & ~lower;
+    const std::uint32_t isLong = 0 - (part >> 15); // all ones without renormalisation
+    m_contexts[index] = next ^ ((next ^ context) & isLong);
+    // The interval is never 0, and its top bit becomes bit 15. All shifts up to the next byte are made at once.
+    auto shift = static_cast<std::uint32_t>(__builtin_clz(part)) ^ 16;
+    A = part << shift;
+    while (shift >= CT) {
+        C <<= CT;
+        shift -= CT;
+        byteOut(registers);
+    }
+    C <<= shift;
+    CT -= shift;
+}
+
+// Several more probable symbols can be coded at once until the interval has shrunk to half.
+inline void MQEncoder::encodeZeros(Registers& registers, std::size_t index, std::uint32_t count) noexcept
+{
+    for (; count != 0; --count) {
+        const Context context = m_contexts[index];
+        if ((context & 1) == 0) {
+            const std::uint32_t Qe = context >> 16;
+            const std::uint32_t steps = std::min(count, (registers.A - 0x8000) / Qe);
+            registers.A -= steps * Qe;
+            registers.C += steps * Qe;
+            count -= steps;
+            if (count == 0)
+                return;
+        }
+        encode(registers, index, 0);
+    }
+}
+
+void MQEncoder::encode(int runContext, std::span<const Step> steps) noexcept
+{
+    Registers registers = m_registers;
+    const auto runIndex = static_cast<std::size_t>(runContext);
+    for (const Step step : steps) {
+        if (const std::uint32_t run = step >> 8) {
+            const Context context = m_contexts[runIndex];
+            const std::uint32_t sum = run * (context >> 16);
+            // Most runs are short: no renormalisation, and no division.
+            if (registers.A - 0x8000 >= sum && (context & 1) == 0) {
+                registers.A -= sum;
+                registers.C += sum;
+            } else {
+                encodeZeros(registers, runIndex, run);
+            }
+        }
+        encode(registers, (step >> 1) & (numContexts - 1), step & 1);
+    }
+    m_registers = registers;
 }
 
 std::size_t MQEncoder::end() noexcept
 {
-    const std::uint32_t limit = C + A;
-    C |= 0xFFFF;
-    if (C >= limit)
-        C -= 0x8000;
-    C <<= CT;
-    byteOut();
-    C <<= CT;
-    byteOut();
-    if (B < 0xFF)
-        *m_current++ =
-            static_cast<std::uint8_t>(B); // a final 0xFF is omitted: the decoder continues with ones
-    return static_cast<std::size_t>(m_current - m_start);
+    Registers registers = m_registers;
+    m_shifts = registers.capacity - registers.CT;
+    const std::uint32_t limit = registers.C + registers.A;
+    registers.C |= 0xFFFF;
+    if (registers.C >= limit)
+        registers.C -= 0x8000;
+    for (int i = 0; i < 2; ++i) {
+        registers.C <<= registers.CT;
+        byteOut(registers);
+    }
+    if (registers.B < 0xFF) // a final 0xFF is omitted: the decoder continues with ones
+        *registers.current++ = static_cast<std::uint8_t>(registers.B);
+    m_registers = registers;
+    return static_cast<std::size_t>(registers.current - m_start);
 }
 
 // The decoder begins with two bytes, one bit of which is not needed yet (none if the second byte is a stuffed
@@ -170,7 +239,7 @@ std::size_t MQEncoder::end() noexcept
 std::size_t MQEncoder::decoderPosition() const noexcept
 {
     const auto byteAt = [this](std::size_t index) -> std::uint32_t {
-        return m_start + index < m_current ? m_start[index] : 0xFF;
+        return m_start + index < m_registers.current ? m_start[index] : 0xFF;
     };
     std::size_t position = 2;
     std::uint32_t last = byteAt(1);

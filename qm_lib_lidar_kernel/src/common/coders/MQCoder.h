@@ -2,10 +2,9 @@
 // integer coefficients, bit plane by bit plane.
 //
 // A decision is coded in one of 64 contexts. The state of a context is an entry of one shared table, which
-// has two entries per probability state, one for each value of the more probable symbol. The encoder's
-// contexts point to their entries; the decoder's contexts are words with the fields that a decision needs.
-// Neither side allocates or fails: a damaged segment decodes to arbitrary decisions. An object is used by one
-// thread at a time.
+// has two entries per probability state, one for each value of the more probable symbol. A context is a word
+// with the fields of its entry that a decision needs. Neither side allocates or fails: a damaged segment
+// decodes to arbitrary decisions. An object is used by one thread at a time.
 //
 // This coder differs from the published one in two places: the flush writes no end marker, and a byte after
 // an 0xFF that is not a stuffed byte is consumed and not treated as a marker.
@@ -14,6 +13,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 namespace Quillmoran {
 
@@ -39,19 +39,40 @@ public:
 
 protected:
     MQBase() = default;
+
+    // Qe << 16 | entry << 2 | more probable symbol.
+    using Context = std::uint32_t;
+    static constexpr std::uint32_t entryMask = 0x1FC;
+    // The next context. Index: entry of the current context * 4, plus 0 if the interval is not renormalised,
+    // 1 after the more probable symbol, 3 after the less probable one.
+    struct TransitionTable
+    {
+        std::array<Context, 4 * numStates> next;
+    };
+    static const TransitionTable transitions;
+    static constexpr TransitionTable buildTransitions();
 };
 
 class MQEncoder : public MQBase
 {
 public:
+    // A run of zeros in one context, followed by a decision in any context: run << 8 | context << 1 | bit.
+    using Step = std::uint32_t;
+    static constexpr std::size_t maxRun = 0xFFFF;
+    static constexpr Step makeStep(std::size_t run, int context, int bit) noexcept
+    {
+        return static_cast<Step>(run << 8) | static_cast<Step>(2 * context + bit);
+    }
+
     // The buffer must be large enough for the coded bytes; the size is not checked.
     void begin(void* buffer, std::size_t capacity) noexcept;
+    // The runs are in `runContext`.
+    void encode(int runContext, std::span<const Step> steps) noexcept;
     void encode(int context, int bit) noexcept
     {
-        encode(m_contexts[static_cast<std::size_t>(context)], static_cast<std::uint32_t>(bit));
+        const Step step = makeStep(0, context, bit);
+        encode(context, {&step, 1});
     }
-    // Codes the same decision `count` times.
-    void encodeRun(int context, int bit, std::size_t count) noexcept;
     // Flushes and returns the bytes written since begin().
     std::size_t end() noexcept;
 
@@ -60,18 +81,25 @@ public:
     std::size_t decoderPosition() const noexcept;
 
 private:
-    inline void encode(const State*& context, std::uint32_t bit) noexcept;
-    inline void renormalise() noexcept;
-    void byteOut() noexcept;
+    // What decisions change. Loops copy it to a local variable, so that it stays in machine registers.
+    struct Registers
+    {
+        std::uint32_t A = 0;        // interval, in [0x8000, 0xFFFF] between decisions
+        std::uint32_t C = 0;        // code register
+        std::uint32_t CT = 0;       // remaining shifts before the next byte is output
+        std::int32_t B = 0;         // the pending byte, -1 for none
+        std::uint64_t capacity = 0; // shifts up to the next byte that is output, since begin()
+        std::uint8_t* current = nullptr;
+    };
 
-    std::uint32_t C = 0;  // code register
-    std::uint32_t A = 0;  // interval, in [0x8000, 0xFFFF] between decisions
-    std::uint32_t CT = 0; // remaining shifts before the next byte is output
-    std::int32_t B = 0;   // the pending byte, -1 for none
-    std::array<const State*, numContexts> m_contexts{};
+    static inline void byteOut(Registers& registers) noexcept;
+    inline void encode(Registers& registers, std::size_t context, std::uint32_t bit) noexcept;
+    inline void encodeZeros(Registers& registers, std::size_t context, std::uint32_t count) noexcept;
+
+    Registers m_registers;
+    std::array<Context, numContexts> m_contexts{};
     std::uint64_t m_shifts = 0; // of all renormalisations; the decoder makes the same number
     std::uint8_t* m_start = nullptr;
-    std::uint8_t* m_current = nullptr;
 };
 
 class MQDecoder : public MQBase
@@ -109,18 +137,7 @@ public:
     std::size_t position() const noexcept;
 
 private:
-    // Qe << 16 | entry << 2 | more probable symbol: the fields of a state that a decision needs.
-    using Context = std::uint32_t;
-    static constexpr std::uint32_t entryMask = 0x1FC;
     static constexpr int registerShift = 48; // position of the 16 bits that the published registers compare
-    // The next context. Index: entry of the current context * 4, plus 0 if the interval is not renormalised,
-    // 1 after the more probable symbol, 3 after the less probable one.
-    struct TransitionTable
-    {
-        std::array<Context, 4 * numStates> next;
-    };
-    static const TransitionTable transitions;
-    static constexpr TransitionTable buildTransitions();
 
     // Shifts by more bits than were read ahead, and reads more.
     Registers refill(Registers registers, std::uint32_t shift) noexcept;
@@ -133,65 +150,6 @@ private:
     const std::uint8_t* m_end = nullptr;
     std::uint32_t m_padding = 0; // bytes of ones that were read after the end
 };
-
-inline void MQEncoder::encode(const State*& context, std::uint32_t bit) noexcept
-{
-    const State& state = *context;
-    const std::uint32_t Qe = state.Qe;
-    A -= Qe;
-    if (bit == state.MPS) {
-        if (A & 0x8000) {
-            C += Qe;
-            return;
-        }
-        if (A < Qe)
-            A = Qe;
-        else
-            C += Qe;
-        context = state.nextMPS;
-    } else {
-        if (A < Qe)
-            C += Qe;
-        else
-            A = Qe;
-        context = state.nextLPS;
-    }
-    renormalise();
-}
-
-// Several more probable symbols can be coded at once until the interval has shrunk to half.
-inline void MQEncoder::encodeRun(int context, int bit, std::size_t count) noexcept
-{
-    const State*& entry = m_contexts[static_cast<std::size_t>(context)];
-    while (count != 0) {
-        if (static_cast<std::uint32_t>(bit) == entry->MPS) {
-            const std::uint32_t limit = (A - 0x8000) / entry->Qe;
-            const auto steps = static_cast<std::uint32_t>(count < limit ? count : limit);
-            A -= steps * entry->Qe;
-            C += steps * entry->Qe;
-            count -= steps;
-            if (count == 0)
-                return;
-        }
-        encode(entry, static_cast<std::uint32_t>(bit));
-        --count;
-    }
-}
-
-// Makes all shifts up to the next byte at once. A is never 0, and its top bit becomes bit 15.
-inline void MQEncoder::renormalise() noexcept
-{
-    auto shift = static_cast<std::uint32_t>(__builtin_clz(A)) - 16;
-    m_shifts += shift;
-    A <<= shift;
-    while (shift >= CT) {
-        C <<= CT;
-        shift -= CT;
-        byteOut();
-    }
-    C <<= shift;
-    CT -= shift;
-}
 
 inline std::uint32_t MQDecoder::decode(Registers& registers, int index) noexcept
 {

@@ -25,36 +25,24 @@ constexpr double rawTolerance = 0.02;
 // A decision moves at most 15 bits out of the coder; a byte after an 0xFF holds only 7 bits.
 constexpr std::size_t maxBytesPerDecision = 3;
 constexpr std::size_t flushBytes = 16;
-// A plane is sparse if fewer than 1 in this number of coefficients have a digit in it or above. Runs of zeros
-// of sparse planes are coded at once.
-constexpr std::size_t sparsePart = 3;
+// The context of most decisions, and that decision as a byte (context << 1 | bit): the coefficient and both
+// neighbours stay insignificant.
+constexpr int zeroContext = 3 * INSIGNIFICANT + INSIGNIFICANT;
+constexpr std::uint8_t zeroDecision = 2 * zeroContext;
+constexpr std::uint8_t becomesSignificant = 0x80; // flag of a sign decision
 
-// The first coefficient at or after `i` with more than `plane` digits. A word of zeros follows the array.
-inline std::size_t findWider(const std::uint8_t* widths, std::size_t i, std::size_t count, int plane)
+constexpr std::uint64_t everyByte = 0x0101010101010101;
+
+// The lowest bits of eight bytes, of which the others are 0.
+inline std::uint64_t gatherBits(std::uint64_t bytes)
 {
-    constexpr std::uint64_t everyByte = 0x0101010101010101;
-    // Widths are at most 64, so after the addition a byte's top bit says whether its width is above the
-    // plane.
-    const std::uint64_t bias = everyByte * static_cast<std::uint64_t>(127 - plane);
-    for (; i < count; i += sizeof bias) {
-        std::uint64_t word;
-        std::memcpy(&word, widths + i, sizeof word);
-        const std::uint64_t wider = (word + bias) & (everyByte << 7);
-        if (wider != 0)
-            return i + static_cast<std::size_t>(__builtin_ctzll(wider)) / 8;
-    }
-    return count;
+    return bytes * 0x0102040810204080 >> 56;
 }
 
-// `count` insignificant coefficients in a row, at least 1, with the states of the neighbours on both sides.
-inline void encodeZeros(MQEncoder& encoder, std::size_t count, unsigned left, unsigned right)
+// One bit per byte: whether the byte is not 0. The bytes are less than 128.
+inline std::uint64_t nonzeroBytes(std::uint64_t bytes)
 {
-    const auto significance = [](unsigned a, unsigned b) { return static_cast<int>(3 * a + b); };
-    if (count == 1)
-        return encoder.encode(significance(left, right), 0);
-    encoder.encode(significance(left, INSIGNIFICANT), 0);
-    encoder.encodeRun(significance(INSIGNIFICANT, INSIGNIFICANT), 0, count - 2);
-    encoder.encode(significance(INSIGNIFICANT, right), 0);
+    return gatherBits(((bytes + 127 * everyByte) >> 7) & everyByte);
 }
 
 // The total entropy, in bits, of `all` decisions of which `ones` are 1.
@@ -123,12 +111,13 @@ public:
 
 private:
     using U = UnsignedOf<T>; // magnitudes
+    static constexpr std::size_t decisionGroup = 64;
 
     void loadSamples(const T* samples, std::size_t count)
     {
         m_magnitudes.resize(count);
         m_negative.resize(count);
-        m_widths.assign(count + sizeof(std::uint64_t), 0);
+        m_widths.resize(count);
         for (std::size_t i = 0; i < count; ++i) {
             const U value = static_cast<U>(samples[i]);
             const U sign = static_cast<U>(samples[i] < 0 ? ~U{0} : U{0});
@@ -183,18 +172,19 @@ private:
     void encodePayload(const BitPlanes& planes, std::size_t count)
     {
         const auto codedPlanes = static_cast<std::size_t>(planes.top - planes.rawTop);
-        m_states.assign(count + 2, INSIGNIFICANT);
         m_segment.resize(
             std::max(m_segment.size(), (codedPlanes + 1) * count * maxBytesPerDecision + flushBytes));
+        m_states.assign(count + 2, INSIGNIFICANT);
+        m_digits.resize(count);
+        m_decisions.resize(count + decisionGroup);
+        m_signs.resize(count);
+        m_steps.resize(2 * count + 1);
         MQEncoder encoder;
         encoder.begin(m_segment.data(), m_segment.size());
-        std::size_t wider = 0;
         for (int plane = planes.top; plane > planes.rawTop; --plane) {
-            wider += m_widthCounts[static_cast<std::size_t>(plane) + 1];
-            if (wider < count / sparsePart)
-                encodePlane<true>(encoder, count, plane);
-            else
-                encodePlane<false>(encoder, count, plane);
+            loadDigits(plane, plane == planes.top, count);
+            makeDecisions(plane, count);
+            encoder.encode(zeroContext, {m_steps.data(), listSteps(count)});
         }
         const std::size_t length = encoder.end();
 
@@ -209,39 +199,81 @@ private:
         encodeRawPlanes(planes, count);
     }
 
-    template <bool sparse>
-    void encodePlane(MQEncoder& shared, std::size_t count, int plane)
+    // Provides eight planes of the magnitudes as bytes, since loops over bytes are the fastest. `first`: none
+    // are loaded yet.
+    void loadDigits(int plane, bool first, std::size_t count)
     {
-        // A local encoder stays in registers. The counterpart is Coefficients::decodePlane() in
-        // MQInteger.cpp.
-        MQEncoder encoder = shared;
-        std::uint8_t* const states = m_states.data();
-        const U* const magnitudes = m_magnitudes.data();
-        unsigned left = INSIGNIFICANT;
+        if (!first && plane % 8 != 7)
+            return;
+        const U* const __restrict magnitudes = m_magnitudes.data();
+        std::uint8_t* const __restrict digits = m_digits.data();
+        for (std::size_t i = 0; i < count; ++i)
+            digits[i] = static_cast<std::uint8_t>(magnitudes[i] >> (plane / 8 * 8));
+    }
+
+    // The decisions of all coefficients in a plane, and the signs of those that become significant. Contexts
+    // are made of the states before the plane, so that no coefficient depends on another.
+    void makeDecisions(int plane, std::size_t count)
+    {
+        using Byte = std::uint8_t;
+        const Byte* const __restrict widths = m_widths.data();
+        const Byte* const __restrict negative = m_negative.data();
+        const Byte* const __restrict digits = m_digits.data();
+        Byte* const __restrict states = m_states.data();
+        Byte* const __restrict decisions = m_decisions.data();
+        Byte* const __restrict signs = m_signs.data();
+        const auto insignificantWidth = static_cast<Byte>(plane + 1);
         for (std::size_t i = 0; i < count; ++i) {
-            if constexpr (sparse) {
-                const std::size_t next = findWider(m_widths.data(), i, count, plane);
-                if (next != i) {
-                    // All coefficients before `next` stay insignificant; only the outermost have other
-                    // neighbours.
-                    encodeZeros(encoder, next - i, left, states[next + 1]);
-                    left = INSIGNIFICANT;
-                    i = next;
-                }
-                if (i == count)
-                    break;
-            }
-            const unsigned own = states[i + 1];
-            const unsigned right = states[i + 2];
-            const int bit = static_cast<int>((magnitudes[i] >> plane) & 1);
-            encoder.encode(firstContexts[9 * left + 3 * own + right], bit);
-            if (bit && own == INSIGNIFICANT) {
-                encoder.encode(signContexts + static_cast<int>(3 * left + right), m_negative[i]);
-                states[i + 1] = m_negative[i] ? NEGATIVE : POSITIVE;
-            }
-            left = own;
+            const auto state = static_cast<Byte>(negative[i] ? NEGATIVE : POSITIVE);
+            states[i + 1] = widths[i] > insignificantWidth ? state : Byte{INSIGNIFICANT};
         }
-        shared = encoder;
+        const auto digit = static_cast<Byte>(1u << (plane % 8));
+        for (std::size_t i = 0; i < count; ++i) {
+            const Byte left = states[i];
+            const Byte own = states[i + 1];
+            const Byte right = states[i + 2];
+            const Byte bit = (digits[i] & digit) != 0 ? 1 : 0;
+            const auto left3 = static_cast<Byte>(left + left + left);
+            const auto neighbours = static_cast<Byte>(left3 + right);
+            const auto refinement = static_cast<Byte>(
+                neighbours + left3 + (own == NEGATIVE ? refinementContexts + 3 : refinementContexts));
+            const Byte context = own == INSIGNIFICANT ? neighbours : refinement;
+            decisions[i] = static_cast<Byte>(context + context + bit);
+            const Byte flag = own == INSIGNIFICANT && bit != 0 ? becomesSignificant : Byte{0};
+            signs[i] = static_cast<Byte>((neighbours + neighbours + 2 * signContexts + negative[i]) | flag);
+        }
+        std::fill_n(decisions + count, decisionGroup, zeroDecision);
+    }
+
+    // Lists the decisions for the encoder. Runs of zeros are found 64 decisions at a time, and no branch depends
+    // on whether a sign follows. Returns the number of steps.
+    std::size_t listSteps(std::size_t count)
+    {
+        constexpr std::uint64_t zeros = zeroDecision * everyByte;
+        MQEncoder::Step* step = m_steps.data();
+        std::size_t listed = 0; // decisions
+        const auto skipTo = [&](std::size_t end) {
+            for (; end - listed > MQEncoder::maxRun; listed += MQEncoder::maxRun + 1)
+                *step++ = MQEncoder::makeStep(MQEncoder::maxRun, zeroContext, 0);
+            return static_cast<MQEncoder::Step>(end - listed) << 8;
+        };
+        for (std::size_t i = 0; i < count; i += decisionGroup) {
+            std::uint64_t others = 0;
+            for (unsigned part = 0; part < decisionGroup; part += 8)
+                others |= nonzeroBytes(loadLittleEndian<std::uint64_t>(m_decisions.data() + i + part) ^ zeros)
+                          << part;
+            for (; others != 0; others &= others - 1) {
+                const std::size_t next = i + static_cast<std::size_t>(__builtin_ctzll(others));
+                const std::uint32_t sign = m_signs[next];
+                *step++ = skipTo(next) | m_decisions[next];
+                *step = sign & ~std::uint32_t{becomesSignificant};
+                step += sign / becomesSignificant;
+                listed = next + 1;
+            }
+        }
+        if (listed != count)
+            *step++ = skipTo(count - 1) | zeroDecision;
+        return static_cast<std::size_t>(step - m_steps.data());
     }
 
     void encodeRawPlanes(const BitPlanes& planes, std::size_t count)
@@ -251,13 +283,24 @@ private:
         m_payload.resize(begin + count * (numPlanes + 1) / 8 + 1 + RawBitWriter::slack);
         RawBitWriter raw(m_payload.data() + begin);
         for (int plane = planes.rawTop; plane >= planes.bottom; --plane) {
-            for (std::size_t i = 0; i < count; ++i) {
-                const auto bit = static_cast<unsigned>((m_magnitudes[i] >> plane) & 1);
-                const unsigned becoming = bit & static_cast<unsigned>(m_states[i + 1] == INSIGNIFICANT);
-                const unsigned sign = m_negative[i];
-                raw.put(bit | (sign & becoming) << 1, 1 + becoming);
-                if (becoming)
-                    m_states[i + 1] = sign ? NEGATIVE : POSITIVE;
+            loadDigits(plane, plane == planes.rawTop, count);
+            const auto becomingWidth = static_cast<unsigned>(plane + 1);
+            const std::uint8_t* const digits = m_digits.data();
+            const std::uint8_t* const widths = m_widths.data();
+            for (std::size_t i = 0; i < count;) {
+                // Few coefficients become significant in the lowest planes.
+                if (count - i >= 8 && nonzeroBytes(loadLittleEndian<std::uint64_t>(widths + i) ^
+                                                   becomingWidth * everyByte) == 0xFF) {
+                    const auto group = loadLittleEndian<std::uint64_t>(digits + i);
+                    raw.put(gatherBits(group >> (plane % 8) & everyByte), 8);
+                    i += 8;
+                    continue;
+                }
+                for (const std::size_t end = std::min(i + 8, count); i < end; ++i) {
+                    const unsigned bit = (unsigned{digits[i]} >> (plane % 8)) & 1;
+                    const unsigned becoming = widths[i] == becomingWidth ? 1 : 0;
+                    raw.put(bit | (m_negative[i] & becoming) << 1, 1 + becoming);
+                }
             }
         }
         m_payload.resize(static_cast<std::size_t>(raw.finish() - m_payload.data()));
@@ -285,12 +328,16 @@ private:
     }
 
     std::vector<U> m_magnitudes;
-    std::vector<std::uint8_t> m_negative;        // 1 for samples below 0
-    std::vector<std::uint8_t> m_widths;          // digits of the magnitudes
+    Bytes m_negative;                            // 1 for samples below 0
+    Bytes m_widths;                              // digits of the magnitudes
     std::array<std::size_t, 65> m_widthCounts{}; // coefficients by their digits
     // State of coefficient i at i + 1; the two ends are neighbours that never become significant.
-    std::vector<std::uint8_t> m_states;
-    Bytes m_segment; // scratch of the MQ coder
+    Bytes m_states;
+    Bytes m_digits;
+    Bytes m_decisions; // and a group of zero decisions
+    Bytes m_signs;
+    std::vector<MQEncoder::Step> m_steps; // of a plane
+    Bytes m_segment;                      // scratch of the MQ coder
     Bytes m_payload;
 };
 

@@ -80,6 +80,10 @@ TEST(SubblockReader, RestoresAnySamples)
     for (std::int32_t& sample : noise)
         sample = static_cast<std::int32_t>(random.between(-32768, 32767));
     expectRestored({SINT32, 1, 0, true, 0}, noise);
+    // Runs of zeros that are longer than a step of the MQ coder.
+    std::vector<std::int16_t> sparse(400001);
+    sparse[70000] = sparse[399999] = -1;
+    expectRestored({SINT16, 1, 0, false, 0}, sparse);
 }
 
 // The bytes were decoded to these samples by plain implementations of the two published coders.
