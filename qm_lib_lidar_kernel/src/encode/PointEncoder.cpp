@@ -56,6 +56,16 @@ bool PointEncoder::finish()
     return encodePending([] {});
 }
 
+bool PointEncoder::isWithinPlans() const
+{
+    return std::all_of(m_channels.begin(), m_channels.end(), [](const auto& channel) {
+        const WaveletChannelInfo& record = channel->getRecord();
+        return !TransformUtils::isInteger(record.getTransformType()) ||
+               WaveletChannelInfo::countBits(record.getMinimum().integer, record.getMaximum().integer) <=
+                   record.getBits();
+    });
+}
+
 bool PointEncoder::isReadable() const
 {
     return std::all_of(m_channels.begin(), m_channels.end(),

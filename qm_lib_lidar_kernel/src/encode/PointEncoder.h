@@ -35,8 +35,9 @@ public:
     const std::exception_ptr& getRefusal() const noexcept { return m_refusal; }
 
     std::int64_t getNumPoints() const noexcept { return m_numPoints; }
-    // After finish(): whether readers decode the file. They do not if samples were outside the ranges of their
-    // plans.
+    // Whether all samples were in the ranges of their plans.
+    bool isWithinPlans() const;
+    // After finish(): whether readers decode the file; see ChannelEncoder.
     bool isReadable() const;
     // The kernel channels in the order of their records.
     const std::vector<std::unique_ptr<ChannelEncoder>>& getChannels() const noexcept { return m_channels; }

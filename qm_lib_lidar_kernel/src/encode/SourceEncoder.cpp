@@ -69,7 +69,6 @@ double SourceEncoder::getReadingWork() const
 
 void SourceEncoder::encode()
 {
-    report(0, surveying);
     planFromSamples();
     const bool readsOnce = m_encoder || m_estimate <= static_cast<double>(blockPoints);
     m_total = (readsOnce ? 1 : 2) * getReadingWork() + m_estimate * (surveyWork + encodeWork);
@@ -202,7 +201,7 @@ void SourceEncoder::encodeAgain(BlockReader& reader, const SourceSurvey& survey)
     });
     if (!m_encoder->finish())
         std::rethrow_exception(m_encoder->getRefusal());
-    if (m_encoder->getNumPoints() != numPoints || !m_encoder->isReadable())
+    if (m_encoder->getNumPoints() != numPoints || !m_encoder->isWithinPlans() || !m_encoder->isReadable())
         QM_THROW(ErrorCode::InvalidArgument, "the source has changed while it was read");
 }
 

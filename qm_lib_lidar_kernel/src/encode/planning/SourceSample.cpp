@@ -1,12 +1,14 @@
 #include "encode/planning/SourceSample.h"
 
+#include "common/coders/Coder.h"
 #include "common/container/WaveletChannelInfo.h"
 #include "model/ChannelNames.h"
+#include <vxunpack/Base.h>
 #include <vxunpack/PointSource.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
+#include <vector>
 
 namespace Quillmoran::SourceSample {
 
@@ -32,6 +34,32 @@ std::size_t readRun(PointIterator& iterator, const PointInfo& layout, PointData&
         filled += count;
     }
     return filled;
+}
+
+// Reads runs that are spread over the source, one after the other, into `points`. Returns the number of points
+// of each; none if the source cannot be sampled.
+std::vector<std::size_t> readRuns(const PointSource& source, const PointInfo& layout, double numPoints,
+                                  std::size_t numRuns, PointData& points,
+                                  const std::function<void()>& beforeRun)
+{
+    // The first run is at the start, where the grids of times begin; the last one is at the end.
+    const double last = 1 - static_cast<double>(SourceSurvey::runPoints) / numPoints;
+    std::vector<std::size_t> runs;
+    std::size_t total = 0;
+    for (std::size_t i = 0; i < numRuns; ++i) {
+        const Scoped<PointIterator> iterator(source.createSampleIterator(
+            last * static_cast<double>(i) / static_cast<double>(numRuns - 1), layout));
+        if (!iterator)
+            return {};
+        beforeRun();
+        if (i == 0)
+            points.init(layout, numRuns * SourceSurvey::runPoints);
+        const std::size_t count = readRun(*iterator, layout, points, total);
+        if (count != 0)
+            runs.push_back(count);
+        total += count;
+    }
+    return runs;
 }
 
 void addMargins(SourceSurvey& survey, const PointSource& source, const PointInfo& layout)
@@ -64,25 +92,16 @@ std::unique_ptr<SourceSurvey> read(const PointSource& source, const PointInfo& l
                                   SourceSurvey::getMaxRuns(layout));
     if (numRuns < static_cast<std::size_t>(minRuns))
         return nullptr;
-    // The first run is at the start, where the grids of times begin; the last one is at the end.
-    const double last = 1 - static_cast<double>(SourceSurvey::runPoints) / estimate;
-    PointData points;
     std::vector<std::size_t> runs;
-    std::size_t total = 0;
-    for (std::size_t i = 0; i < numRuns; ++i) {
-        beforeRun();
-        const Scoped<PointIterator> iterator(source.createSampleIterator(
-            last * static_cast<double>(i) / static_cast<double>(numRuns - 1), layout));
-        if (!iterator)
-            return nullptr;
-        if (i == 0)
-            points.init(layout, numRuns * SourceSurvey::runPoints);
-        const std::size_t count = readRun(*iterator, layout, points, total);
-        if (count != 0)
-            runs.push_back(count);
-        total += count;
+    PointData points;
+    try {
+        runs = readRuns(source, layout, estimate, numRuns, points, beforeRun);
+    } catch (const Error& error) {
+        // Reading all points in their order reports it.
+        if (error.code() == ErrorCode::Cancelled)
+            throw;
     }
-    if (total == 0)
+    if (runs.empty())
         return nullptr;
     auto survey = std::make_unique<SourceSurvey>(layout, grid);
     survey->addSamples(points, runs, numPoints);
@@ -95,9 +114,13 @@ bool generalize(ChannelPlan& plan)
     for (KernelPlan& part : plan) {
         if (TransformUtils::hasUpdate(part.transform))
             return false;
-        const std::size_t size = DataTypeUtils::getSize(part.dataType);
-        if (!DataTypeUtils::isFloat(part.dataType) && size <= sizeof(std::int16_t))
-            part.bits = static_cast<int>(8 * size);
+        // A coder for all integers of the type codes them all. The other coder refuses most of those that the
+        // samples do not have, so that its kernel does not have to be wider than theirs.
+        const int bits = static_cast<int>(8 * DataTypeUtils::getSize(part.dataType));
+        constexpr int widest = 16; // wider integers often have a small part of their range
+        if (!DataTypeUtils::isFloat(part.dataType) && bits <= widest &&
+            TransformUtils::getCoder(part.transform).magnitudeBits > widest)
+            part.bits = bits;
     }
     return true;
 }

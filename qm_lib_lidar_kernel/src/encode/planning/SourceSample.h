@@ -17,7 +17,7 @@ namespace SourceSample {
 
 // A survey of runs of points that are spread over the source, with margins for the points between them. Null
 // if the source cannot be sampled, or has so few points that it is as fast to survey all of them.
-// `beforeRun` is called before each run is read.
+// `beforeRun` is called before a run is read.
 std::unique_ptr<SourceSurvey> read(const PointSource& source, const PointInfo& layout,
                                    const SourceSurvey::CoordinateGrid& grid,
                                    const std::function<void()>& beforeRun);
