@@ -45,6 +45,8 @@ public:
     // The iterator throws LASRead when it reaches malformed points.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
+    // At the beginning of a chunk of a LAZ file; null for a LAZ file without a usable chunk table.
+    PointIterator* createSampleIterator(double position, const PointInfo& layout) const override;
 
 private:
     struct QM_HIDDEN Impl;

@@ -74,6 +74,8 @@ public:
     // InvalidArgument before init(). May be called from any thread if the functions of the manager may be.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
+    // Null if the source at the position cannot be sampled.
+    PointIterator* createSampleIterator(double position, const PointInfo& layout) const override;
 
 private:
     class QM_HIDDEN Iterator;
@@ -82,6 +84,8 @@ private:
     MosaicFilter();
 
     const Impl& sources() const;
+    void init(const PointCloudInfo* info, const RTree* tree, PointSourceManager* manager,
+              const std::optional<int>& gpsWeek, std::vector<double> sizes);
 
     Scoped<PointCloudInfo> m_info;
     bool m_sharesMetadata = false;

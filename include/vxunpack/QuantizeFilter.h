@@ -29,6 +29,7 @@ public:
     // getPointInfo() does. Throws InvalidArgument before init().
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
+    PointIterator* createSampleIterator(double position, const PointInfo& layout) const override;
 
 private:
     class QM_HIDDEN Iterator;

@@ -73,6 +73,8 @@ public:
     // not have, ChannelType for a channel of another type.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
+    // At the beginning of a line.
+    PointIterator* createSampleIterator(double position, const PointInfo& layout) const override;
     const char* getFileFormatString() const override { return "TXT 1.0"; }
 
 private:

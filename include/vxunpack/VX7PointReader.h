@@ -55,6 +55,7 @@ public:
     // at coarser levels.
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
+    PointIterator* createSampleIterator(double position, const PointInfo& layout) const override;
 
     // The number of points with each value of a channel of type UINT8, 256 numbers. Decodes only this channel.
     // Throws NoSuchChannel or ChannelType for another channel, and the errors of the iterators.

@@ -2,8 +2,10 @@
 // sample is restored exactly and in the original order, with scale and offset, coordinate system, class names
 // and metadata.
 //
-// The source is read twice: the first pass surveys the channels, the second encodes them. The bands are
-// collected in a temporary file. Memory does not grow with the number of points, unless the points per index
+// A source that can be sampled (PointSource::createSampleIterator) is read once if all of its points are
+// written: the coding is chosen from samples. If the points turn out to differ from them, or if there are no
+// samples, the source is read twice: the first pass surveys the channels, the second encodes them. The bands
+// are collected in a temporary file. Memory does not grow with the number of points, unless the points per index
 // entry are given: by default an index has at most 65,536 entries, which use up to 150 bytes each while the
 // index is written.
 #pragma once
@@ -66,10 +68,10 @@ public:
     const std::vector<ChannelSummary>& getSummary() const noexcept { return m_summary; }
     // The size in bytes of the file that was written last.
     std::int64_t getFileSize() const noexcept { return m_fileSize; }
+    // Why the last write() had to start over and read the source again, human-readable; empty if it did not.
+    const std::string& getRestart() const noexcept { return m_restart; }
 
 private:
-    class QM_HIDDEN Encoding;
-
     VX7PointWriter() = default;
 
     void addPointCount(Metadata& metadata, std::int64_t numPoints) const;
@@ -83,6 +85,7 @@ private:
     double m_offset[3] = {0, 0, 0};
     std::vector<ChannelSummary> m_summary;
     std::int64_t m_fileSize = 0;
+    std::string m_restart;
 };
 
 } // namespace Quillmoran

@@ -48,6 +48,10 @@ public:
     using PointReader::setQuantization;
     using PointReader::setWKT;
     Metadata& metadata() { return m_metadata; }
+    // Lets the source be sampled.
+    void setSampled(bool isSampled) { m_isSampled = isSampled; }
+    // How often all points were asked for.
+    int numQueries() const { return m_numQueries; }
     // Iterators throw 40000 "test" instead of delivering the point with this index.
     void failAt(std::size_t point) { m_failingPoint = point; }
 
@@ -61,7 +65,16 @@ public:
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override
     {
+        ++m_numQueries;
         return new Iterator(*this, bounds, fraction, layout, delegate);
+    }
+    PointIterator* createSampleIterator(double position, const PointInfo& layout) const override
+    {
+        if (!m_isSampled)
+            return nullptr;
+        auto* const iterator = new Iterator(*this, Bounds::Huge(), 1, layout, nullptr);
+        iterator->skip(static_cast<std::size_t>(position * static_cast<double>(m_count)));
+        return iterator;
     }
 
 private:
@@ -83,6 +96,7 @@ private:
             }
         }
 
+        void skip(std::size_t count) { m_next = count; }
         std::size_t getNextPoints(PointData& buffer) override
         {
             std::size_t count = 0;
@@ -126,6 +140,8 @@ private:
     }
 
     std::size_t m_count;
+    bool m_isSampled = false;
+    mutable int m_numQueries = 0;
     std::size_t m_failingPoint = static_cast<std::size_t>(-1);
     std::vector<ChannelData> m_channels;
     Metadata m_metadata;

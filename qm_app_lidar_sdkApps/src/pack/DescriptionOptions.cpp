@@ -25,6 +25,10 @@ public:
         m_wkt = wkt;
     }
     const char* getWKT() const override { return m_wkt.c_str(); }
+    PointIterator* createSampleIterator(double position, const PointInfo& layout) const override
+    {
+        return getSrc()->createSampleIterator(position, layout);
+    }
 
 private:
     std::string m_wkt;

@@ -187,6 +187,7 @@ void Packer::pack(Task& task, ProgressDelegate& progress, bool verbose) const
     const DescriptionOptions description(m_cmdLine);
     Utils::MergeOptions merge = Utils::getMergeOptions(m_cmdLine);
     merge.givesCoordinateSystem = description.getWKT().has_value();
+    merge.examinesOnlyFile = false; // the writer translates its coordinate system while it encodes the points
     const Scoped<PointSource> opened = Utils::openInputs(*files, verbose, merge);
     const auto* const file = dynamic_cast<const VX7PointReader*>(&NamedSource::unwrap(*opened));
     if (file && description.isPresent() && !changesPoints()) {
@@ -209,6 +210,9 @@ void Packer::pack(Task& task, ProgressDelegate& progress, bool verbose) const
         writer->write(Utils::getCropBox(m_cmdLine), Utils::getFraction(m_cmdLine), layout, &progress);
     task.size = writer->getFileSize();
     task.records = writer->getSummary();
+    task.restart = writer->getRestart();
+    if (files->getNumSources() == 1 && !merge.givesCoordinateSystem)
+        Utils::warnOfUnknownCoordinateSystem(*opened, files->getFilename(0), Utils::warn);
     warnOfLostScales(task.records, layout, task.output.c_str());
     if (task.numPoints == 0)
         Utils::warnOfEmptyOutput(m_cmdLine, *source, task.output, Utils::getStrings(m_cmdLine, "filter"));
@@ -280,7 +284,7 @@ bool Packer::packEach() const
 void Packer::addInputs(FilePointSourceManager& files, const Task& task, ProgressDelegate& delegate) const
 {
     // A mosaic needs the bounds of its files, so text is scanned when it is opened. A single text file is
-    // not: the writer reads it twice anyway.
+    // not: the writer needs only samples of it.
     std::vector<Utils::Input> inputs;
     for (const std::string& name : task.inputs) {
         Utils::refuseSameFile(name.c_str(), task.output.c_str());
@@ -351,6 +355,8 @@ void Packer::printResult(const Task& task) const
         std::printf("coordinates were rounded to steps of %g, %g and %g: this file is not lossless\n",
                     steps[0], steps[1], steps[2]);
     }
+    if (m_cmdLine.getFlag("verbose") && !task.restart.empty())
+        std::printf("the points were read twice: %s\n", printable(task.restart).c_str());
     if (m_cmdLine.getFlag("verbose"))
         printPackReport(task.records, task.numPoints);
 }

@@ -30,6 +30,7 @@ private:
         std::string output;
         Scoped<IO> stream; // if the output is standard output
         std::vector<VX7PointWriter::ChannelSummary> records;
+        std::string restart; // why the points were read again; empty if they were not
         bool isCopy = false; // of coded bands
         std::int64_t numPoints = 0;
         std::int64_t size = 0; // bytes

@@ -13,6 +13,11 @@ double PointSource::getTotalWork(const Bounds& bounds, double fraction) const
     return getNumPoints() == unknownNumPoints ? 0 : estimatePoints(bounds, fraction);
 }
 
+PointIterator* PointSource::createSampleIterator(double, const PointInfo&) const
+{
+    return nullptr;
+}
+
 double PointSource::estimatePoints(const Bounds& bounds, double fraction) const
 {
     const double points = getNumPoints() == unknownNumPoints ? getTotalWork(Bounds::Huge(), 1.0)

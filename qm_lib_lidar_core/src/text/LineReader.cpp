@@ -23,6 +23,15 @@ void LineReader::init(IO* io, const std::string& name, ProgressDelegate* delegat
     m_stream.init(io, true, streamBufferSize);
 }
 
+void LineReader::seek(std::int64_t position)
+{
+    if (position <= 0)
+        return;
+    m_begin = m_end = 0;
+    m_stream.seek(position - 1, Stream::SEEK_FROM_START);
+    next();
+}
+
 bool LineReader::fill()
 {
     if (isInterrupted() || (m_delegate && m_delegate->getCancelled()))

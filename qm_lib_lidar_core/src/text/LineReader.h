@@ -22,6 +22,10 @@ public:
     // checked each time the buffer is filled.
     void init(IO* io, const std::string& name, ProgressDelegate* delegate);
 
+    // Continues with the first line that begins at this byte or after it. Lines are then counted from that
+    // byte.
+    void seek(std::int64_t position);
+
     // Reads the next line; false at the end. TextRead "line is longer than 1048576 bytes", with the location
     // of the line; Cancelled "operation cancelled.".
     bool next();

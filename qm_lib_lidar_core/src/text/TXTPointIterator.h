@@ -24,6 +24,9 @@ public:
     void init(IO* io, const std::string& name, const TextOptions& options, const Bounds& bounds,
               double fraction, const PointInfo& requested, ProgressDelegate* delegate);
 
+    // Continues with the first line that begins at this byte of the file or after it.
+    void seek(std::int64_t position) { m_lines.seek(position); }
+
     // TextRead "line %lu has %lu fields but was expecting at least %lu." (lines are counted from 1 after the
     // skipped ones) and "bad TXT file format", Cancelled "operation cancelled.". Lines without fields are
     // skipped, and so is the rest of a line after the last field, unless the options are strict.

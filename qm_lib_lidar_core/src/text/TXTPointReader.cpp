@@ -215,4 +215,12 @@ PointIterator* TXTPointReader::createIterator(const Bounds& bounds, double fract
     return iterator.detach();
 }
 
+PointIterator* TXTPointReader::createSampleIterator(double position, const PointInfo& layout) const
+{
+    Scoped<TXTPointIterator> iterator(
+        static_cast<TXTPointIterator*>(createIterator(Bounds::Huge(), 1.0, layout, nullptr)));
+    iterator->seek(static_cast<std::int64_t>(position * static_cast<double>(m_io->size())));
+    return iterator.detach();
+}
+
 } // namespace Quillmoran

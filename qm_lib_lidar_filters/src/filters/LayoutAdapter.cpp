@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <optional>
 #include <vector>
@@ -15,6 +16,8 @@ using MergeRules::Rule;
 
 constexpr std::size_t maxBlockPoints = 16384;
 
+// Creates an iterator of the source for a layout.
+using CreateIterator = std::function<PointIterator*(const PointInfo&)>;
 using Origins = std::vector<std::optional<Origin>>; // of each wanted channel; none: zeros
 
 Origins findOrigins(const PointInfo& source, const MergeRules::Target& target, const PointInfo& layout)
@@ -30,8 +33,7 @@ class AdaptingIterator final : public PointIterator
 {
 public:
     AdaptingIterator(const PointSource& source, Origins origins, const std::optional<int>& gpsWeek,
-                     const Bounds& bounds, double fraction, const PointInfo& layout,
-                     ProgressDelegate* delegate)
+                     const PointInfo& layout, const CreateIterator& create)
         : m_origins(std::move(origins)), m_gpsWeek(gpsWeek)
     {
         PointInfo present;
@@ -55,8 +57,10 @@ public:
         }
         m_block.init(present, 0);
         m_maxPoints = present.getBlockPoints(maxBlockPoints);
-        m_source.reset(source.createIterator(bounds, fraction, present, delegate));
+        m_source.reset(create(present));
     }
+
+    bool hasPoints() const { return m_source.get() != nullptr; }
 
     std::size_t getNextPoints(PointData& out) override
     {
@@ -98,17 +102,33 @@ bool isOwnLayout(const PointSource& source, const Origins& origins, const PointI
     return true;
 }
 
+PointIterator* adapt(const PointSource& source, const MergeRules::Target& target, const PointInfo& layout,
+                     const CreateIterator& create)
+{
+    Origins origins = findOrigins(source.getPointInfo(), target, layout);
+    if (isOwnLayout(source, origins, layout))
+        return create(layout);
+    Scoped<AdaptingIterator> iterator(
+        new AdaptingIterator(source, std::move(origins), target.getGPSWeek(), layout, create));
+    return iterator->hasPoints() ? iterator.detach() : nullptr;
+}
+
 } // namespace
 
 PointIterator* createAdaptedIterator(const PointSource& source, const MergeRules::Target& target,
                                      const Bounds& bounds, double fraction, const PointInfo& layout,
                                      ProgressDelegate* delegate)
 {
-    Origins origins = findOrigins(source.getPointInfo(), target, layout);
-    if (isOwnLayout(source, origins, layout))
-        return source.createIterator(bounds, fraction, layout, delegate);
-    return new AdaptingIterator(source, std::move(origins), target.getGPSWeek(), bounds, fraction, layout,
-                                delegate);
+    return adapt(source, target, layout, [&](const PointInfo& own) {
+        return source.createIterator(bounds, fraction, own, delegate);
+    });
+}
+
+PointIterator* createAdaptedSampleIterator(const PointSource& source, const MergeRules::Target& target,
+                                           double position, const PointInfo& layout)
+{
+    return adapt(source, target, layout,
+                 [&](const PointInfo& own) { return source.createSampleIterator(position, own); });
 }
 
 } // namespace Quillmoran

@@ -14,5 +14,8 @@ namespace Quillmoran {
 PointIterator* createAdaptedIterator(const PointSource& source, const MergeRules::Target& target,
                                      const Bounds& bounds, double fraction, const PointInfo& layout,
                                      ProgressDelegate* delegate);
+// The same for the points of a sample iterator. Null if the source cannot be sampled.
+PointIterator* createAdaptedSampleIterator(const PointSource& source, const MergeRules::Target& target,
+                                           double position, const PointInfo& layout);
 
 } // namespace Quillmoran

@@ -10,6 +10,7 @@
 #include <vxunpack/ProgressDelegate.h>
 
 #include <cstring>
+#include <utility>
 
 namespace Quillmoran {
 
@@ -67,10 +68,11 @@ void keepShared(Metadata& shared, const Metadata& other)
 struct MosaicFilter::Impl
 {
     Impl(const PointInfo& layout, const RTree* boxes, PointSourceManager* sources,
-         const std::optional<int>& gpsWeek)
+         const std::optional<int>& gpsWeek, std::vector<double> numPoints)
         : tree(Scoped<const RTree>::retained(boxes)),
           manager(Scoped<PointSourceManager>::retained(sources)),
-          target(layout, gpsWeek)
+          target(layout, gpsWeek),
+          sizes(std::move(numPoints))
     {}
 
     bool readsTiles(double fraction) const { return fraction > overviewThreshold; }
@@ -78,6 +80,7 @@ struct MosaicFilter::Impl
     const Scoped<const RTree> tree; // the sources' boxes
     const Scoped<PointSourceManager> manager;
     const MergeRules::Target target;
+    const std::vector<double> sizes; // of the sources, in points; empty if they are not known
     const double overviewThreshold = manager->getOverviewFraction(); // fractions up to this read the overview
 };
 
@@ -97,6 +100,37 @@ public:
         m_queryFraction /= m_sources->overviewThreshold;
         if (PointSource* overview = m_sources->manager->createOverviewPointSource())
             read(overview);
+    }
+
+    // Continues at a relative position of all points instead of the first one. False if the source there cannot
+    // be sampled.
+    bool seek(double position)
+    {
+        const auto sizeOf = [this](std::int64_t source) {
+            return m_sources->sizes.empty() ? 1 : m_sources->sizes[static_cast<std::size_t>(source)];
+        };
+        double before = 0; // points
+        std::int64_t index = 0;
+        const Scoped<RTree::Iterator> all(m_sources->tree->createIterator());
+        while (all->next(getBounds(), index))
+            before += sizeOf(index);
+        before *= position;
+        if (!m_walk)
+            return false;
+        double inside = 1; // relative position in the source
+        index = -1;
+        while (m_walk->next(getBounds(), index)) {
+            if (before < sizeOf(index)) {
+                inside = before / sizeOf(index);
+                break;
+            }
+            before -= sizeOf(index);
+        }
+        if (index < 0)
+            return true; // there are no points
+        m_source.reset(m_sources->manager->createPointSource(static_cast<std::size_t>(index)));
+        m_points.reset(createAdaptedSampleIterator(*m_source, m_sources->target, inside, m_layout));
+        return m_points.get() != nullptr;
     }
 
     std::size_t getNextPoints(PointData& buffer) override
@@ -164,6 +198,7 @@ void MosaicFilter::init(PointSourceManager* manager, const std::optional<int>& g
     if (!manager)
         QM_THROW(ErrorCode::InvalidArgument, "manager not given");
     PointCloudUnion all(gpsWeek);
+    std::vector<double> sizes;
     const Scoped<MemoryRTree> tree(MemoryRTree::create());
     for (std::size_t i = 0; i < manager->getNumSources(); ++i) {
         const Scoped<PointSource> source(manager->createPointSource(i));
@@ -172,10 +207,11 @@ void MosaicFilter::init(PointSourceManager* manager, const std::optional<int>& g
         const Scoped<PointCloudInfo> info(PointCloudInfo::create());
         info->init(*source);
         all.add(*info, manager->getSourceName(i));
+        sizes.push_back(static_cast<double>(info->getNumPoints()));
         if (info->getNumPoints() != 0)
             tree->insert(box, static_cast<std::int64_t>(i));
     }
-    init(&all.getInfo(), tree.get(), manager, gpsWeek);
+    init(&all.getInfo(), tree.get(), manager, gpsWeek, std::move(sizes));
     m_sharesMetadata = true;
     m_warnings = all.getWarnings();
     m_coordinateSystems = all.getCoordinateSystems();
@@ -184,7 +220,13 @@ void MosaicFilter::init(PointSourceManager* manager, const std::optional<int>& g
 void MosaicFilter::init(const PointCloudInfo* info, const RTree* tree, PointSourceManager* manager,
                         const std::optional<int>& gpsWeek)
 {
-    m_impl = std::make_shared<const Impl>(info->getPointInfo(), tree, manager, gpsWeek);
+    init(info, tree, manager, gpsWeek, {});
+}
+
+void MosaicFilter::init(const PointCloudInfo* info, const RTree* tree, PointSourceManager* manager,
+                        const std::optional<int>& gpsWeek, std::vector<double> sizes)
+{
+    m_impl = std::make_shared<const Impl>(info->getPointInfo(), tree, manager, gpsWeek, std::move(sizes));
     m_info->init(*info);
     m_sharesMetadata = false;
     m_warnings.clear();
@@ -234,6 +276,14 @@ PointIterator* MosaicFilter::createIterator(const Bounds& bounds, double fractio
     sources();
     checkChannels(getPointInfo(), layout);
     return new Iterator(m_impl, bounds, fraction, layout, delegate);
+}
+
+PointIterator* MosaicFilter::createSampleIterator(double position, const PointInfo& layout) const
+{
+    sources();
+    checkChannels(getPointInfo(), layout);
+    Scoped<Iterator> iterator(new Iterator(m_impl, Bounds::Huge(), 1.0, layout, nullptr));
+    return iterator->seek(position) ? iterator.detach() : nullptr;
 }
 
 } // namespace Quillmoran

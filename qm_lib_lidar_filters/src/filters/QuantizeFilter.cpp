@@ -95,4 +95,10 @@ PointIterator* QuantizeFilter::createIterator(const Bounds& bounds, double fract
                         Scoped<PointIterator>(getSrc()->createIterator(bounds, fraction, layout, delegate)));
 }
 
+PointIterator* QuantizeFilter::createSampleIterator(double position, const PointInfo& layout) const
+{
+    Scoped<PointIterator> points(getSrc()->createSampleIterator(position, layout));
+    return points ? new Iterator(*this, std::move(points)) : nullptr;
+}
+
 } // namespace Quillmoran

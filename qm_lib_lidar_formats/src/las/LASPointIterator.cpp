@@ -12,30 +12,52 @@ namespace {
 
 constexpr const char* reading = "reading LAS file";
 constexpr std::size_t maxSlicePoints = 16384;
-constexpr std::size_t maxSliceBytes = 1 << 20; // for long records
+constexpr std::size_t maxSampleSlicePoints = 4096; // a sample has a few thousand points
+constexpr std::size_t maxSliceBytes = 1 << 20;     // for long records
 
 } // namespace
 
-LASPointIterator::LASPointIterator(File file, const Bounds& bounds, double fraction, const PointInfo& layout,
-                                   ProgressDelegate* delegate)
+LASPointIterator::LASPointIterator(File&& file, const PointInfo& layout)
     : m_io(file.io),
       m_header(file.header),
       m_chunks(file.chunks),
       m_wantedChunks(std::move(file.wantedChunks)),
       m_layout(layout),
       m_unpacker(file.header, file.channels, file.extraFields, layout)
+{}
+
+LASPointIterator::LASPointIterator(File file, const Bounds& bounds, double fraction, const PointInfo& layout,
+                                   ProgressDelegate* delegate)
+    : LASPointIterator(std::move(file), layout)
 {
     init(bounds, fraction, layout, delegate);
     if (getFraction() == 0)
         return;
-    m_numPoints = m_header.getPointCount();
-    m_sliceSize = std::clamp<std::size_t>(maxSliceBytes / m_header.recordLength, 1, maxSlicePoints);
-    m_sliceSize = static_cast<std::size_t>(std::min<std::uint64_t>(m_numPoints, m_sliceSize));
+    chooseSlice(maxSlicePoints);
     if (LASReadAhead::suits(m_header, m_chunks, m_layout))
-        m_ahead = std::make_unique<LASReadAhead>(file.io, m_header, m_chunks, m_wantedChunks, m_layout,
+        m_ahead = std::make_unique<LASReadAhead>(&*m_io, m_header, m_chunks, m_wantedChunks, m_layout,
                                                  m_unpacker, getBounds());
     else
         openReader();
+}
+
+LASPointIterator::LASPointIterator(File file, std::uint64_t first, const PointInfo& layout)
+    : LASPointIterator(std::move(file), layout)
+{
+    init(Bounds::Huge(), 1.0, layout, nullptr);
+    chooseSlice(maxSampleSlicePoints);
+    m_next = first;
+    if (m_next == m_numPoints)
+        return;
+    openReader();
+    m_reader->seek(m_next);
+}
+
+void LASPointIterator::chooseSlice(std::size_t maxPoints)
+{
+    m_numPoints = m_header.getPointCount();
+    m_sliceSize = std::clamp<std::size_t>(maxSliceBytes / m_header.recordLength, 1, maxPoints);
+    m_sliceSize = static_cast<std::size_t>(std::min<std::uint64_t>(m_numPoints, m_sliceSize));
 }
 
 void LASPointIterator::openReader()

@@ -33,11 +33,16 @@ public:
     // See LASPointReader::createIterator for the errors.
     LASPointIterator(File file, const Bounds& bounds, double fraction, const PointInfo& layout,
                      ProgressDelegate* delegate);
+    // A sample of the points from the one with this index on. Compressed points need a chunk table.
+    LASPointIterator(File file, std::uint64_t first, const PointInfo& layout);
 
     // Checks the delegate once per slice, and throws Cancelled "operation cancelled." if it asks to stop.
     std::size_t getNextPoints(PointData& buffer) override;
 
 private:
+    LASPointIterator(File&& file, const PointInfo& layout);
+
+    void chooseSlice(std::size_t maxPoints);
     bool refill();
     bool nextSlice();
     void openReader();

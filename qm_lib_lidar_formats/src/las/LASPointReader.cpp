@@ -323,4 +323,20 @@ PointIterator* LASPointReader::createIterator(const Bounds& bounds, double fract
     return new LASPointIterator(file, bounds, fraction, layout, delegate);
 }
 
+PointIterator* LASPointReader::createSampleIterator(double position, const PointInfo& layout) const
+{
+    const Impl& impl = opened();
+    const std::uint64_t count = impl.header.getPointCount();
+    const LASzipChunkTable* const table = impl.chunks.table.get();
+    if (impl.header.compressed && !table && count != 0)
+        return nullptr;
+    auto first = static_cast<std::uint64_t>(std::clamp(position, 0.0, 1.0) * static_cast<double>(count));
+    first = std::min(first, count);
+    if (impl.header.compressed && count != 0) // to decode no points before it
+        first = table->points[table->find(first)];
+    const LASPointIterator::File file{impl.io.get(), impl.header, impl.chunks, getPointInfo(),
+                                      impl.extraFields, {}};
+    return new LASPointIterator(file, first, layout);
+}
+
 } // namespace Quillmoran

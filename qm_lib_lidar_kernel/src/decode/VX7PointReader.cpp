@@ -5,6 +5,7 @@
 #include "model/ChannelNames.h"
 #include <vxunpack/FileIO.h>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace Quillmoran {
@@ -169,6 +170,16 @@ PointIterator* VX7PointReader::createIterator(const Bounds& bounds, double fract
 {
     Scoped<WaveletDecoder> decoder(WaveletDecoder::create());
     decoder->init(getDecoderInfo(), bounds, fraction, layout, m_verifiesDigests, delegate);
+    return decoder.detach();
+}
+
+PointIterator* VX7PointReader::createSampleIterator(double position, const PointInfo& layout) const
+{
+    const std::int64_t count = getDecoderInfo().getNumPoints();
+    const auto first = static_cast<std::int64_t>(position * static_cast<double>(count));
+    Scoped<WaveletDecoder> decoder(WaveletDecoder::create());
+    decoder->skipTo(std::clamp<std::int64_t>(first, 0, std::max<std::int64_t>(count - 1, 0)));
+    decoder->init(getDecoderInfo(), Bounds::Huge(), 1.0, layout, m_verifiesDigests, nullptr);
     return decoder.detach();
 }
 

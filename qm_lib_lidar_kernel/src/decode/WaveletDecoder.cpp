@@ -53,6 +53,10 @@ void WaveletDecoder::init(const WaveletDecoderInfo& info, const Bounds& bounds, 
     selectChannels(layout);
     if (!isEmpty)
         m_ranges = info.getPointRanges(m_level, getBounds());
+    for (WaveletDecoderInfo::PointRange& range : m_ranges) { // there is one if all points are wanted
+        range.start += m_first;
+        range.length -= m_first;
+    }
     for (Block& block : m_blocks)
         block.points.init(layout, getBlockPoints(layout));
     if (m_digests)

@@ -38,6 +38,9 @@ public:
     // Leaves the values of the channel unspecified instead of decoding them. Call it before init().
     void skipChannel(const char* name) { m_skipped.emplace_back(name); }
 
+    // Begins with this point instead of the first one of a query for all points. Call it before init().
+    void skipTo(std::int64_t point) { m_first = point; }
+
     // SubbandRead or Inflate for a damaged band, DigestDiffers "channel %s, points %d to %d: digest differs"
     // for samples that differ from their digest, after which there are no more points; Cancelled "operation
     // cancelled." if the delegate is cancelled.
@@ -104,6 +107,7 @@ private:
     std::optional<OpenIO> m_file; // kept open, since the chains open and close it
     MemoryBudget m_budget;
     std::uint32_t m_level = 0;
+    std::int64_t m_first = 0;           // point
     std::vector<std::string> m_skipped; // channels that are not decoded
     std::deque<Channel> m_channels; // the parts of a split channel are consecutive: fraction, exponent, sign
     const StoredDigests::Samples* m_digests = nullptr; // of m_info; null unless samples are compared

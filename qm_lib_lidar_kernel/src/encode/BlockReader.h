@@ -24,7 +24,8 @@ public:
     template <class Visit>
     void forEach(Visit visit)
     {
-        readNext();
+        if (!std::exchange(m_isRewound, false))
+            readNext();
         for (m_current = 1 - m_current; m_blocks[m_current].count != 0; m_current = 1 - m_current)
             visit(std::as_const(m_blocks[m_current].points), m_blocks[m_current].count);
     }
@@ -33,8 +34,13 @@ public:
     void readNext()
     {
         Block& next = m_blocks[1 - m_current];
-        next.count = m_iterator->getNextPoints(next.points);
+        next.count = m_isEnded ? 0 : m_iterator->getNextPoints(next.points);
+        m_isEnded = next.count == 0;
+        m_numBlocks += m_isEnded ? 0 : 1;
     }
+
+    // After forEach(): whether all points are in one block. The next forEach() then visits this block again.
+    bool rewind() noexcept { return m_isRewound = m_numBlocks == 1; }
 
 private:
     struct Block
@@ -46,6 +52,9 @@ private:
     Scoped<PointIterator> m_iterator;
     Block m_blocks[2];
     std::size_t m_current = 0;
+    std::size_t m_numBlocks = 0;
+    bool m_isEnded = false;
+    bool m_isRewound = false;
 };
 
 } // namespace Quillmoran

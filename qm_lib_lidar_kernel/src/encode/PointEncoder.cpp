@@ -1,8 +1,10 @@
 #include "encode/PointEncoder.h"
 
 #include "platform/ParallelLoop.h"
+#include <vxunpack/Base.h>
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
 
 namespace Quillmoran {
@@ -12,33 +14,46 @@ PointEncoder::PointEncoder(const std::vector<ChannelPlan>& plans, const BandForm
     : m_index(pointsPerEntry), m_digests(plans.size())
 {
     for (std::size_t i = 0; i < plans.size(); ++i) {
+        m_firstParts.push_back(m_channels.size());
         for (const KernelPlan& plan : plans[i])
             m_channels.push_back(std::make_unique<ChannelEncoder>(plan, i, format, m_file));
-        m_digested.resize(m_channels.size());
-        m_digested.back() = i;
     }
+    m_firstParts.push_back(m_channels.size());
 }
 
-void PointEncoder::encode(BlockReader& reader, const std::function<void(std::size_t)>& onBlock)
+bool PointEncoder::encode(const PointData& points, std::size_t count,
+                          const std::function<bool(std::size_t)>& examine,
+                          const std::function<void()>& meanwhile)
 {
-    reader.forEach([&](const PointData& points, std::size_t count) {
-        m_numPoints += static_cast<std::int64_t>(count);
-        parallelLoop(m_channels.size() + 1, [&](std::size_t job) {
-            if (job == 0) {
-                m_index.add(points, count);
-                return;
-            }
-            if (const auto channel = m_digested[job - 1]) // before put(), which reads the same samples
-                m_digests[*channel].add(points.getChannel(*channel), count);
-            m_channels[job - 1]->put(points, count);
-        });
-        encodePending([&reader] { reader.readNext(); });
-        onBlock(count);
+    m_numPoints += static_cast<std::int64_t>(count);
+    std::atomic<bool> isSuitable = true;
+    parallelLoop(m_digests.size() + 1, [&](std::size_t job) {
+        if (job == 0)
+            m_index.add(points, count);
+        else if (examine(job - 1))
+            put(job - 1, points, count);
+        else
+            isSuitable = false;
     });
+    if (isSuitable)
+        return encodePending(meanwhile);
+    meanwhile();
+    return false;
+}
+
+void PointEncoder::put(std::size_t channel, const PointData& points, std::size_t count)
+{
+    m_digests[channel].add(points.getChannel(channel), count);
+    for (std::size_t part = m_firstParts[channel]; part < m_firstParts[channel + 1]; ++part)
+        m_channels[part]->put(points, count);
+}
+
+bool PointEncoder::finish()
+{
     parallelLoop(m_channels.size(), [this](std::size_t channel) { m_channels[channel]->finish(); });
-    encodePending([] {});
     for (ChannelDigests& digests : m_digests)
         digests.finish();
+    return encodePending([] {});
 }
 
 bool PointEncoder::isWithinPlans() const
@@ -51,19 +66,38 @@ bool PointEncoder::isWithinPlans() const
     });
 }
 
-void PointEncoder::encodePending(const std::function<void()>& meanwhile)
+bool PointEncoder::isReadable() const
+{
+    return std::all_of(m_channels.begin(), m_channels.end(),
+                       [](const auto& channel) { return channel->isReadable(); });
+}
+
+bool PointEncoder::encodePending(const std::function<void()>& meanwhile)
 {
     std::vector<std::pair<ChannelEncoder*, std::size_t>> jobs;
     for (const auto& channel : m_channels)
         for (std::size_t i = 0; i < channel->numPending(); ++i)
             jobs.emplace_back(channel.get(), i);
+    std::vector<std::exception_ptr> refusals(jobs.size());
     parallelLoop(jobs.size() + 1, [&](std::size_t job) {
         if (job == 0)
-            meanwhile();
-        else
+            return meanwhile();
+        try {
             jobs[job - 1].first->encodePending(jobs[job - 1].second);
+        } catch (const Error& error) {
+            if (error.code() != ErrorCode::InvalidArgument)
+                throw;
+            refusals[job - 1] = std::current_exception();
+        }
     });
+    const auto refusal = std::find_if(refusals.begin(), refusals.end(),
+                                      [](const std::exception_ptr& each) { return each != nullptr; });
+    if (refusal != refusals.end()) {
+        m_refusal = *refusal;
+        return false;
+    }
     parallelLoop(m_channels.size(), [this](std::size_t channel) { m_channels[channel]->commit(); });
+    return true;
 }
 
 } // namespace Quillmoran

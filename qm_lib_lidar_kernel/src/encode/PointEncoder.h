@@ -1,18 +1,18 @@
-// The second of two passes over the source of a file: encodes the points, channels and subblocks in parallel,
-// and collects the boxes of the index and the digests of the samples. The bytes do not depend on the number of
-// threads: the order of the points determines the samples of each subblock, and each subblock is encoded
-// independently.
+// Encodes blocks of points, channels and subblocks in parallel, and collects the boxes of the index and the
+// digests of the samples. The bytes do not depend on the number of threads: the order of the points determines
+// the samples of each subblock, and each subblock is encoded independently.
 #pragma once
 
 #include "common/container/Digest.h"
-#include "encode/BlockReader.h"
 #include "encode/bands/ChannelEncoder.h"
 #include "encode/container/IndexWriter.h"
+#include <vxunpack/PointData.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <vector>
 
 namespace Quillmoran {
@@ -24,12 +24,21 @@ public:
     PointEncoder(const std::vector<ChannelPlan>& plans, const BandFormat& format,
                  std::uint32_t pointsPerEntry);
 
-    // Encodes all blocks of the reader. `onBlock` is called with the number of points of each block.
-    void encode(BlockReader& reader, const std::function<void(std::size_t)>& onBlock);
+    // Encodes a block and runs `meanwhile` in parallel, also if it returns false. `examine` is called first for
+    // each channel, on the thread that encodes it. Returns false if it returned false for a channel, or if a
+    // coder refused the samples; the encoder can then only be destroyed.
+    bool encode(const PointData& points, std::size_t count, const std::function<bool(std::size_t)>& examine,
+                const std::function<void()>& meanwhile);
+    // Encodes the remaining samples. Returns false if a coder refused them.
+    bool finish();
+    // The error of the coder that refused samples; null if there is none.
+    const std::exception_ptr& getRefusal() const noexcept { return m_refusal; }
 
     std::int64_t getNumPoints() const noexcept { return m_numPoints; }
-    // Whether all samples were in the ranges of their plans. Otherwise readers cannot decode the file.
+    // Whether all samples were in the ranges of their plans.
     bool isWithinPlans() const;
+    // After finish(): whether readers decode the file; see ChannelEncoder.
+    bool isReadable() const;
     // The kernel channels in the order of their records.
     const std::vector<std::unique_ptr<ChannelEncoder>>& getChannels() const noexcept { return m_channels; }
     const IndexWriter& getIndex() const noexcept { return m_index; }
@@ -37,16 +46,18 @@ public:
     const std::vector<ChannelDigests>& getDigests() const noexcept { return m_digests; }
 
 private:
-    // Encodes the pending subblocks, runs `meanwhile` in parallel, then commits them.
-    void encodePending(const std::function<void()>& meanwhile);
+    // Digests a channel of the points and divides it into subblocks.
+    void put(std::size_t channel, const PointData& points, std::size_t count);
+    // Encodes the pending subblocks, runs `meanwhile` in parallel, then commits them. Returns false if a coder
+    // refused one.
+    bool encodePending(const std::function<void()>& meanwhile);
 
     SpillFile m_file;
     std::vector<std::unique_ptr<ChannelEncoder>> m_channels;
     IndexWriter m_index;
     std::vector<ChannelDigests> m_digests;
-    // By kernel channel: the point channel whose digests its tasks compute. One of the parts of a split channel
-    // has one.
-    std::vector<std::optional<std::size_t>> m_digested;
+    std::vector<std::size_t> m_firstParts; // by point channel: its first kernel channel, and the end
+    std::exception_ptr m_refusal;
     std::int64_t m_numPoints = 0;
 };
 

@@ -1,15 +1,10 @@
 #include <vxunpack/VX7PointWriter.h>
 
-#include "encode/BlockReader.h"
-#include "encode/PointEncoder.h"
+#include "encode/SourceEncoder.h"
 #include "encode/container/ChunkWriter.h"
-#include "encode/planning/SourceSurvey.h"
 #include "files/OutputFile.h"
-#include "platform/ParallelLoop.h"
 #include "text/TextDecimals.h"
-#include <vxunpack/ProgressDelegate.h>
 
-#include <algorithm>
 #include <set>
 #include <utility>
 
@@ -17,32 +12,7 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr std::size_t blockPoints = 65536;
-constexpr std::size_t minBlockPoints = 64; // for points with very many channels
-constexpr std::size_t maxBlockBytes = 16 << 20;
-// Minimum of the coarsest level: previews need no fewer points, and each chunk costs bytes.
-constexpr std::int64_t coarsestPoints = 512;
-constexpr std::uint32_t maxLevels = 24;
-constexpr std::int64_t maxIndexEntries = 65536;
-constexpr std::int64_t smallFileEntries = 16; // minimum for a small file
-constexpr std::uint32_t smallestEntry = 64;   // points
 constexpr char pointCountKey[] = "PreCompressionPointCount";
-constexpr const char* surveying = "surveying points";
-constexpr const char* writing = "writing VX7 file";
-
-// The work on a point, relative to reading it from the source.
-constexpr double surveyWork = 0.5;
-constexpr double encodeWork = 2;
-
-// Reports the work done and throws if the operation is cancelled.
-void report(ProgressDelegate* delegate, double work, const char* activity)
-{
-    if (!delegate)
-        return;
-    if (delegate->getCancelled())
-        QM_THROW(ErrorCode::Cancelled, "VX7 Write operation cancelled.");
-    delegate->updateCompleted(work, activity);
-}
 
 void checkNames(const PointInfo& layout)
 {
@@ -109,195 +79,37 @@ bool VX7PointWriter::supportedChannels(const PointInfo& wanted, PointInfo& suppo
     return supported.getNumChannels() != wanted.getNumChannels();
 }
 
-// One call of write(): surveys and encodes the points of a query, then writes the chunks.
-class VX7PointWriter::Encoding
+namespace {
+
+void writeChunks(IO* io, const SourceEncoder& encoder, const PointSource& source, const Metadata& metadata,
+                 const FileVersions& versions)
 {
-public:
-    Encoding(const VX7PointWriter& writer, const Bounds& bounds, double fraction, const PointInfo& layout,
-             ProgressDelegate* delegate)
-        : m_writer(writer),
-          m_options(writer.m_options),
-          m_source(*writer.getSrc()),
-          m_bounds(bounds),
-          m_fraction(fraction),
-          m_layout(layout),
-          m_delegate(delegate)
-    {}
-
-    double getTotalWork() const
-    {
-        return 2 * m_source.getTotalWork(m_bounds, m_fraction) +
-               m_source.estimatePoints(m_bounds, m_fraction) * (surveyWork + encodeWork);
-    }
-    // Both passes over the source.
-    void encode();
-    void writeChunks(IO* io, const Metadata& metadata) const;
-
-    std::int64_t getNumPoints() const { return m_encoder->getNumPoints(); }
-    // The decimals of channels for which text output cannot derive them from the plan.
-    const std::vector<std::pair<std::string, int>>& getDecimals() const { return m_decimals; }
-    std::vector<ChannelSummary> getSummary() const;
-
-private:
-    void survey();
-    BlockReader openReader() const;
-    std::vector<ChannelPlan> choosePlans(const SourceSurvey& survey, const BandFormat& format) const;
-    ChannelChoice getChoice(const ChannelInfo& channel) const;
-    std::uint32_t chooseLevels() const;
-    std::uint32_t choosePointsPerEntry(const std::vector<ChannelPlan>& plans) const;
-    void noteDecimals(const SourceSurvey& survey, const std::vector<ChannelPlan>& plans);
-
-    const VX7PointWriter& m_writer;
-    const EncodeOptions& m_options;
-    PointSource& m_source;
-    const Bounds& m_bounds;
-    double m_fraction;
-    const PointInfo& m_layout;
-    ProgressDelegate* m_delegate;
-    std::int64_t m_numPoints = 0; // of the survey
-    std::unique_ptr<PointEncoder> m_encoder;
-    std::vector<std::pair<std::string, int>> m_decimals; // by channel
-};
-
-void VX7PointWriter::Encoding::encode()
-{
-    survey();
-    // The number of points is now known. They share the estimated work.
-    const double pointWork = m_numPoints == 0 ? 0
-                                              : encodeWork * m_source.estimatePoints(m_bounds, m_fraction) /
-                                                    static_cast<double>(m_numPoints);
-    BlockReader reader = openReader();
-    m_encoder->encode(reader, [&](std::size_t count) {
-        report(m_delegate, static_cast<double>(count) * pointWork, writing);
-    });
-    if (m_encoder->getNumPoints() != m_numPoints || !m_encoder->isWithinPlans())
-        QM_THROW(ErrorCode::InvalidArgument, "the source has changed while it was read");
-}
-
-void VX7PointWriter::Encoding::survey()
-{
-    BlockReader reader = openReader();
-    const SourceSurvey survey(
-        m_layout, {m_writer.getScale(), m_writer.getOffset()}, reader,
-        [&](std::size_t count) { report(m_delegate, static_cast<double>(count) * surveyWork, surveying); });
-    m_numPoints = survey.getNumPoints();
-    const BandFormat format{chooseLevels(), m_options.versions.band == 1,
-                            m_options.versions.file < FileVersions::withSingleLengths, m_options.rawPlanes};
-    const std::vector<ChannelPlan> plans = choosePlans(survey, format);
-    noteDecimals(survey, plans);
-    m_encoder = std::make_unique<PointEncoder>(plans, format, choosePointsPerEntry(plans));
-}
-
-BlockReader VX7PointWriter::Encoding::openReader() const
-{
-    Scoped<PointIterator> iterator(m_source.createIterator(m_bounds, m_fraction, m_layout, m_delegate));
-    const std::size_t fitting =
-        std::max<std::size_t>(maxBlockBytes / (m_layout.getPointSize() + 1), minBlockPoints);
-    return BlockReader(std::move(iterator), m_layout, std::min(fitting, blockPoints));
-}
-
-std::vector<ChannelPlan> VX7PointWriter::Encoding::choosePlans(const SourceSurvey& survey,
-                                                               const BandFormat& format) const
-{
-    const std::vector<const PlanChooser::Run*> runs = survey.getRuns();
-    const PlanChooser chooser(runs, format);
-    std::vector<ChannelPlan> plans(m_layout.getNumChannels());
-    parallelLoop(plans.size() + 1, [&](std::size_t job) {
-        if (job == 0) {
-            // Some sources have to translate their WKT, which is slow. No other thread reads the source now.
-            m_source.getWKT();
-            return;
-        }
-        const std::size_t i = job - 1;
-        const ChannelInfo& channel = m_layout.getChannel(i);
-        plans[i] = chooser.choose(channel, i, survey.getChannel(i), getChoice(channel));
-    });
-    return plans;
-}
-
-ChannelChoice VX7PointWriter::Encoding::getChoice(const ChannelInfo& channel) const
-{
-    ChannelChoice choice = m_options.all;
-    const auto found = m_options.byChannel.find(channel.getName());
-    if (found == m_options.byChannel.end())
-        return choice;
-    const ChannelChoice& own = found->second;
-    if (own.transform) {
-        choice.transform = own.transform;
-        choice.isRequired = true;
-    }
-    choice.smooth |= own.smooth;
-    if (own.subblockSize)
-        choice.subblockSize = own.subblockSize;
-    return choice;
-}
-
-std::uint32_t VX7PointWriter::Encoding::chooseLevels() const
-{
-    if (m_options.numLevels)
-        return *m_options.numLevels;
-    std::uint32_t levels = 1;
-    while (levels < maxLevels && m_numPoints >> levels >= coarsestPoints)
-        ++levels;
-    return levels;
-}
-
-// Readers join ranges of points with a gap of at most the largest subblock, so boxes with fewer points are of
-// little use.
-std::uint32_t VX7PointWriter::Encoding::choosePointsPerEntry(const std::vector<ChannelPlan>& plans) const
-{
-    if (m_options.pointsPerEntry)
-        return *m_options.pointsPerEntry;
-    std::uint32_t largest = smallestEntry;
-    for (const ChannelPlan& plan : plans)
-        for (const KernelPlan& part : plan)
-            largest = std::max(largest, part.subblockSize);
-    std::int64_t points = largest;
-    while (points > smallestEntry && m_numPoints / points < smallFileEntries)
-        points /= 2;
-    while (m_numPoints / points >= maxIndexEntries)
-        points *= 2;
-    return static_cast<std::uint32_t>(std::min<std::int64_t>(points, INT32_MAX));
-}
-
-// Transforms that smooth are excluded: their coarse levels hold averages, which have other decimals.
-void VX7PointWriter::Encoding::noteDecimals(const SourceSurvey& survey, const std::vector<ChannelPlan>& plans)
-{
-    for (std::size_t i = 0; i < plans.size(); ++i) {
-        const ChannelInfo& channel = m_layout.getChannel(i);
-        const KernelPlan& plan = plans[i].front();
-        if (!DataTypeUtils::isFloat(channel.getDataType()) || TransformUtils::hasUpdate(plan.transform))
-            continue;
-        if (const int decimals = survey.getChannel(i).getHiddenDecimals(plan.scale))
-            m_decimals.emplace_back(channel.getName(), decimals);
-    }
-}
-
-void VX7PointWriter::Encoding::writeChunks(IO* io, const Metadata& metadata) const
-{
+    const PointEncoder& points = encoder.getPoints();
     FileContents contents;
-    contents.numPoints = m_encoder->getNumPoints();
-    contents.numLevels = chooseLevels();
-    contents.channels = &m_encoder->getChannels();
-    contents.index = &m_encoder->getIndex();
-    contents.digests = &m_encoder->getDigests();
+    contents.numPoints = points.getNumPoints();
+    contents.numLevels = encoder.getNumLevels();
+    contents.channels = &points.getChannels();
+    contents.index = &points.getIndex();
+    contents.digests = &points.getDigests();
     contents.metadata = &metadata;
-    contents.wkt = m_source.getWKT();
-    contents.classNames = m_source.getClassIdNames();
-    contents.numClassNames = m_source.getNumClassIdNames();
-    ChunkWriter(io, m_options.versions).write(contents);
+    contents.wkt = source.getWKT();
+    contents.classNames = source.getClassIdNames();
+    contents.numClassNames = source.getNumClassIdNames();
+    ChunkWriter(io, versions).write(contents);
 }
 
-std::vector<VX7PointWriter::ChannelSummary> VX7PointWriter::Encoding::getSummary() const
+std::vector<VX7PointWriter::ChannelSummary> summarize(const PointEncoder& points)
 {
-    std::vector<ChannelSummary> summary;
-    for (const auto& channel : m_encoder->getChannels()) {
+    std::vector<VX7PointWriter::ChannelSummary> summary;
+    for (const auto& channel : points.getChannels()) {
         const WaveletChannelInfo& record = channel->getRecord();
         summary.push_back({record.getName(), record.getTransformType(), record.getSubblockSize(),
                            record.getScale(), record.getOffset(), channel->getSize()});
     }
     return summary;
 }
+
+} // namespace
 
 std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const PointInfo& wanted,
                                    ProgressDelegate* delegate)
@@ -309,9 +121,6 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
         if (!layout.hasChannel(name.c_str()))
             QM_THROW(ErrorCode::InvalidArgument, "there is no channel '%s' to choose a coding for",
                      name.c_str());
-    Encoding encoding(*this, bounds, fraction, layout, delegate);
-    if (delegate)
-        delegate->setTotal(encoding.getTotalWork());
     Metadata metadata = getGroomedMetadata(bounds, fraction); // for this file only
 
     OutputFile output("VX7", OutputFile::SEEKABLE);
@@ -320,14 +129,18 @@ std::int64_t VX7PointWriter::write(const Bounds& bounds, double fraction, const 
     else
         output.init(m_io.get());
     output.create(); // before the work, so that an invalid output fails early
-    encoding.encode();
-    addPointCount(metadata, encoding.getNumPoints());
-    addDecimals(metadata, encoding.getDecimals());
-    encoding.writeChunks(&output.open(), metadata);
-    m_summary = encoding.getSummary();
+    const SourceEncoder::Query query{bounds, fraction, layout};
+    SourceEncoder encoder(*getSrc(), query, {getScale(), getOffset()}, m_options, delegate);
+    encoder.encode();
+    const std::int64_t numPoints = encoder.getPoints().getNumPoints();
+    addPointCount(metadata, numPoints);
+    addDecimals(metadata, encoder.getDecimals());
+    writeChunks(&output.open(), encoder, *getSrc(), metadata, m_options.versions);
+    m_summary = summarize(encoder.getPoints());
+    m_restart = encoder.getRestart();
     m_fileSize = output.io().size();
     output.commit();
-    return encoding.getNumPoints();
+    return numPoints;
 }
 
 void VX7PointWriter::addPointCount(Metadata& metadata, std::int64_t numPoints) const

@@ -330,7 +330,7 @@ TEST(VX7PointWriter, CodesExtremesOfEveryRange)
 TEST(VX7PointWriter, RefusesASourceThatChanges)
 {
     for (const bool moved : {false, true}) {
-        const auto source = makeSurvey(1000);
+        const auto source = makeSurvey(66000); // more than a block, which is read once
         Meddler meddler;
         meddler.act = [&] {
             if (moved) // out of the box

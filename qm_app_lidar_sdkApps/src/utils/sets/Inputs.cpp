@@ -121,7 +121,7 @@ void addInput(FilePointSourceManager& files, const Input& input, int depth)
 Scoped<PointSource> joinFiles(FilePointSourceManager& files, const MergeOptions& options, const Warn& warn)
 {
     files.setGPSWeek(options.gpsWeek);
-    if (!options.givesCoordinateSystem)
+    if (!options.givesCoordinateSystem && (options.examinesOnlyFile || files.getNumSources() > 1))
         warnOfUnknownCoordinateSystems(files, warn);
     if (files.getNumSources() == 1 && !options.gpsWeek)
         return Scoped<PointSource>(

@@ -15,6 +15,12 @@ namespace Quillmoran::Utils {
 
 namespace {
 
+bool hasUnknownCoordinateSystem(const PointSource& source)
+{
+    const auto* las = dynamic_cast<const LASPointReader*>(&NamedSource::unwrap(source));
+    return las && las->hasUnknownCoordinateSystem();
+}
+
 std::string quoted(const NamedCoordinateSystem& system)
 {
     return '\'' + system.file + '\'';
@@ -139,20 +145,26 @@ void warnOfUnknownCoordinateSystems(const std::vector<std::string>& files, const
     warn(text + ": the GeoTIFF keys of the coordinate system are not understood" + consequence);
 }
 
+void warnOfUnknownCoordinateSystem(const PointSource& source, const std::string& file, const Warn& warn)
+{
+    if (hasUnknownCoordinateSystem(source))
+        warnOfUnknownCoordinateSystems({file}, "; they are kept in the metadata only", warn);
+}
+
 void warnOfUnknownCoordinateSystems(FilePointSourceManager& files, const Warn& warn)
 {
+    if (files.getNumSources() == 1) {
+        const Scoped<PointSource> source(files.createPointSource(0));
+        warnOfUnknownCoordinateSystem(*source, files.getFilename(0), warn);
+        return;
+    }
     std::vector<std::string> unknown;
     for (std::size_t i = 0; i < files.getNumSources(); ++i) {
         const Scoped<PointSource> source(files.createPointSource(i));
-        const auto* las = dynamic_cast<const LASPointReader*>(&NamedSource::unwrap(*source));
-        if (las && las->hasUnknownCoordinateSystem())
+        if (hasUnknownCoordinateSystem(*source))
             unknown.emplace_back(files.getFilename(i));
     }
-    warnOfUnknownCoordinateSystems(unknown,
-                                   files.getNumSources() == 1
-                                       ? "; they are kept in the metadata only"
-                                       : "; they are kept in the metadata only, if all files agree",
-                                   warn);
+    warnOfUnknownCoordinateSystems(unknown, "; they are kept in the metadata only, if all files agree", warn);
 }
 
 void warnOfRounding(const PointSource& source, const PointInfo& layout, const std::string& output,

@@ -26,6 +26,9 @@ struct MergeOptions
 {
     std::optional<int> gpsWeek;                // converts week time to adjusted standard time
     bool requiresSameCoordinateSystem = false; // by default different ones give a warning
+    // Whether to warn of a file, if it is the only one, whose coordinate system is not understood. To know this
+    // takes a tenth of a second.
+    bool examinesOnlyFile = true;
     bool givesCoordinateSystem = false; // the cloud gets its own, so that those of the files do not matter
 };
 
@@ -37,6 +40,8 @@ void compareCoordinateSystems(const std::vector<NamedCoordinateSystem>& systems,
 // Warns once of files whose coordinate systems are not understood; `consequence` ends the message.
 void warnOfUnknownCoordinateSystems(const std::vector<std::string>& files, const char* consequence,
                                     const Warn& warn);
+// The same for the only file of a cloud.
+void warnOfUnknownCoordinateSystem(const PointSource& source, const std::string& file, const Warn& warn);
 // The same for the LAS files of a set. Opens all files.
 void warnOfUnknownCoordinateSystems(FilePointSourceManager& files, const Warn& warn);
 

@@ -57,4 +57,12 @@ PointIterator* NamedSource::createIterator(const Bounds& bounds, double fraction
     });
 }
 
+PointIterator* NamedSource::createSampleIterator(double position, const PointInfo& layout) const
+{
+    return naming(m_file, [&]() -> PointIterator* {
+        PointIterator* const points = getSrc()->createSampleIterator(position, layout);
+        return points ? new Iterator(points, m_file) : nullptr;
+    });
+}
+
 } // namespace Quillmoran

@@ -36,6 +36,7 @@ public:
     const Bounds& getBounds() const override;
     PointIterator* createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                   ProgressDelegate* delegate) const override;
+    PointIterator* createSampleIterator(double position, const PointInfo& layout) const override;
 
 private:
     class Iterator;

@@ -1,5 +1,6 @@
 #include "encode/bands/ChannelEncoder.h"
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 #include <utility>
@@ -71,6 +72,29 @@ void ChannelEncoder::commit()
     for (SubbandWriter& band : m_bands)
         band.commit();
     m_pending.clear();
+}
+
+bool ChannelEncoder::isReadable() const
+{
+    if (!TransformUtils::isInteger(m_record.getTransformType()) ||
+        m_record.getPart() == ChannelPart::Fraction32 || m_record.getPart() == ChannelPart::Fraction64)
+        return true;
+    WaveletChannelInfo read;
+    read.init(m_record.getName(), m_record.getDataType(),
+              WaveletChannelInfo::countBits(m_record.getMinimum().integer, m_record.getMaximum().integer),
+              m_record.getTransformType(), m_record.getSubblockSize(), m_record.getOffset(),
+              m_record.getScale());
+    const std::size_t size = DataTypeUtils::getSize(read.getKernelDataType());
+    const std::size_t own = DataTypeUtils::getSize(m_format.type);
+    // Without an update step no sum needs more than the headroom, so the narrower type has the same
+    // coefficients. Smoothed samples can grow with each level.
+    if (size >= own || TransformUtils::hasUpdate(m_record.getTransformType()))
+        return size == own;
+    SubblockFormat format = m_format;
+    format.type = read.getKernelDataType();
+    return std::all_of(m_bands.begin(), m_bands.end(), [&](const SubbandWriter& band) {
+        return band.getLargestPayload() <= SubblockWriter::getCapacity(format);
+    });
 }
 
 std::int64_t ChannelEncoder::getSize() const noexcept

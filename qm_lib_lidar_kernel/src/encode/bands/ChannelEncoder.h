@@ -37,6 +37,9 @@ public:
     void encodePending(std::size_t index);
     void commit();
 
+    // After finish(): whether readers decode the bands. They derive the kernel type from the range of the
+    // samples, and it can be narrower than that of the plan.
+    bool isReadable() const;
     // The channel record for the file. Complete after finish().
     const WaveletChannelInfo& getRecord() const noexcept { return m_record; }
     const std::vector<SubbandWriter>& getBands() const noexcept { return m_bands; }

@@ -53,6 +53,7 @@ void SubbandWriter::commit()
                 storeZeros();
         } else {
             storeZeros();
+            m_largestPayload = std::max(m_largestPayload, subblock.data.size());
             m_headers.append(subblock.headers);
             (m_interleaved ? m_headers : m_data).append(subblock.data);
         }

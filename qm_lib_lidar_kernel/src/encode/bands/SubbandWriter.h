@@ -42,6 +42,7 @@ public:
     const SpillStream& headers() const noexcept { return m_headers; }
     const SpillStream& data() const noexcept { return m_data; }
     bool isInterleaved() const noexcept { return m_interleaved; }
+    std::size_t getLargestPayload() const noexcept { return m_largestPayload; } // bytes
 
 private:
     void storeZeros();
@@ -52,6 +53,7 @@ private:
     std::vector<Subblock> m_subblocks; // the pending ones, then the incomplete one
     std::size_t m_pending = 0;
     std::size_t m_zeros = 0; // zero subblocks that are not yet stored
+    std::size_t m_largestPayload = 0;
     SpillStream m_headers;
     SpillStream m_data;
 };

@@ -43,15 +43,16 @@ public:
     virtual void encode(const void* samples, std::size_t count, Bytes& headers, Bytes& data) = 0;
 
     const SubblockFormat& getFormat() const noexcept { return m_format; }
+    // Readers refuse larger payloads of integers: one and a half times the raw size of a full subblock.
+    static std::size_t getCapacity(const SubblockFormat& format) noexcept
+    {
+        return format.subblockSize * DataTypeUtils::getSize(format.type) * 3 / 2;
+    }
 
 protected:
     static constexpr std::uint32_t firstPayloadHeader = 2048;
 
-    // Readers refuse larger payloads of integers: one and a half times the raw size of a full subblock.
-    std::size_t getCapacity() const noexcept
-    {
-        return m_format.subblockSize * DataTypeUtils::getSize(m_format.type) * 3 / 2;
-    }
+    std::size_t getCapacity() const noexcept { return getCapacity(m_format); }
     // The header of coders that store only a length.
     static void putPayloadHeader(std::size_t length, Bytes& headers);
 

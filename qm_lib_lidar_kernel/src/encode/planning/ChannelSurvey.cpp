@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <limits>
 #include <type_traits>
 
 namespace Quillmoran {
@@ -53,6 +54,16 @@ void growByParts(Range& exponents, Range& signs, const void* samples, std::size_
     signs.grow(static_cast<std::int64_t>(anySign >> (width - 1)));
 }
 
+// Extends a range on both sides by its own length, within limits.
+void widen(std::int64_t& low, std::int64_t& high, std::int64_t lowest, std::int64_t highest)
+{
+    const auto length = static_cast<std::uint64_t>(high) - static_cast<std::uint64_t>(low);
+    const auto below = static_cast<std::uint64_t>(low) - static_cast<std::uint64_t>(lowest);
+    const auto above = static_cast<std::uint64_t>(highest) - static_cast<std::uint64_t>(high);
+    low = length < below ? static_cast<std::int64_t>(static_cast<std::uint64_t>(low) - length) : lowest;
+    high = length < above ? static_cast<std::int64_t>(static_cast<std::uint64_t>(high) + length) : highest;
+}
+
 // Whether text with the decimals of this scale shows its multiples exactly.
 bool isPowerOfTenth(double scale)
 {
@@ -95,6 +106,7 @@ void ChannelSurvey::addReals(const ChannelData& channel, std::size_t count)
     m_grids.erase(std::remove_if(m_grids.begin(), m_grids.end(),
                                  [&](FloatGrid& grid) { return !grid.hold(channel, count); }),
                   m_grids.end());
+    followExpected(channel, count);
     // If the source declares a decimal scale, text output derives the decimals from it.
     if (std::none_of(m_declared.begin(), m_declared.end(),
                      [](const FloatGrid& grid) { return isPowerOfTenth(grid.scale); }))
@@ -103,6 +115,43 @@ void ChannelSurvey::addReals(const ChannelData& channel, std::size_t count)
         growByParts<std::uint32_t>(m_exponents, m_signs, channel.getData(), count);
     else
         growByParts<std::uint64_t>(m_exponents, m_signs, channel.getData(), count);
+}
+
+void ChannelSurvey::followExpected(const ChannelData& channel, std::size_t count)
+{
+    if (!m_expected)
+        return;
+    const auto found = std::find_if(m_grids.begin(), m_grids.end(),
+                                    [this](const FloatGrid& grid) { return grid.isSame(*m_expected); });
+    if (found != m_grids.end())
+        *m_expected = *found;
+    else if (!m_expected->hold(channel, count))
+        m_expected.reset();
+}
+
+void ChannelSurvey::addMargin(DataType type, const Bounds::Range& extent)
+{
+    if (!DataTypeUtils::isFloat(type)) {
+        visitDataType(type, [this](auto zero) {
+            using T = decltype(zero);
+            using Limits = std::numeric_limits<T>;
+            if constexpr (std::is_integral_v<T> && sizeof(T) < 8)
+                widen(m_range.low, m_range.high, std::int64_t{Limits::min()}, std::int64_t{Limits::max()});
+            else if constexpr (std::is_integral_v<T>)
+                widen(m_range.low, m_range.high, INT64_MIN, INT64_MAX);
+        });
+        return;
+    }
+    for (FloatGrid& grid : m_grids) {
+        FloatGrid whole = {grid.scale, grid.offset};
+        whole.include(extent.min);
+        whole.include(extent.max);
+        const bool isInside = whole.low <= grid.low && whole.high >= grid.high;
+        grid.low = std::min(grid.low, whole.low);
+        grid.high = std::max(grid.high, whole.high);
+        if (!isInside)
+            widen(grid.low, grid.high, INT64_MIN, INT64_MAX);
+    }
 }
 
 } // namespace Quillmoran

@@ -1,11 +1,13 @@
-// The survey of one channel by the first pass over the points: the range of an integer channel; the grids
-// that represent a floating-point channel, and the range of its exponents.
+// The survey of one channel: the range of an integer channel; the grids that represent a floating-point
+// channel, and the range of its exponents. The points are all points of a source, or samples of them.
 #pragma once
 
 #include "encode/planning/DecimalSurvey.h"
 #include "encode/planning/FloatGrid.h"
+#include <vxunpack/Bounds.h>
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace Quillmoran {
@@ -30,8 +32,15 @@ public:
     // Whether the channel is X, Y or Z, which queries compare with a box.
     void setCoordinate(bool isCoordinate) { m_isCoordinate = isCoordinate; }
     bool isCoordinate() const noexcept { return m_isCoordinate; }
+    // A grid to follow in addition to those that the survey finds, which stay the same.
+    void expect(const FloatGrid& grid) { m_expected = grid; }
+    // The expected grid with the range of its integers; null as soon as it does not represent all samples.
+    const FloatGrid* getExpected() const noexcept { return m_expected ? &*m_expected : nullptr; }
 
     void add(const ChannelData& channel, std::size_t count);
+    // Of samples: extends the ranges, so that all samples of the source are probably in them. `extent` is the
+    // known extent of the channel, empty if it is unknown.
+    void addMargin(DataType type, const Bounds::Range& extent);
 
     // The range of an integer channel, converted to signed 64-bit integers.
     const Range& getRange() const noexcept { return m_range; }
@@ -47,11 +56,13 @@ public:
 private:
     void addIntegers(const ChannelData& channel, std::size_t count);
     void addReals(const ChannelData& channel, std::size_t count);
+    void followExpected(const ChannelData& channel, std::size_t count);
 
     bool m_begun = false;
     bool m_isCoordinate = false;
     std::vector<FloatGrid> m_declared;
     std::vector<FloatGrid> m_grids;
+    std::optional<FloatGrid> m_expected;
     DecimalSurvey m_decimals;
     Range m_range;
     Range m_exponents;

@@ -123,6 +123,15 @@ bool FloatGrid::hold(const ChannelData& channel, std::size_t count) noexcept
     return holdSamples(*this, static_cast<const double*>(channel.getData()), count);
 }
 
+void FloatGrid::include(double value) noexcept
+{
+    const double steps = std::floor((value - offset) / scale + 0.5);
+    if (!(std::fabs(steps) < largestInteger))
+        return;
+    low = std::min(low, static_cast<std::int64_t>(steps));
+    high = std::max(high, static_cast<std::int64_t>(steps));
+}
+
 std::vector<FloatGrid> FloatGrid::find(const ChannelData& channel, std::size_t count,
                                        const std::vector<FloatGrid>& declared, bool isCoordinate)
 {

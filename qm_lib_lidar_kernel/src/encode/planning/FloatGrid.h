@@ -28,6 +28,14 @@ struct FloatGrid
     // the integers.
     bool hold(const ChannelData& channel, std::size_t count) noexcept;
 
+    bool isSame(const FloatGrid& other) const noexcept
+    {
+        return scale == other.scale && offset == other.offset && decimals == other.decimals;
+    }
+    FloatGrid withoutRange() const noexcept { return {scale, offset, decimals}; }
+    // Extends the range by the integer nearest to a value. Ignores values that have none.
+    void include(double value) noexcept;
+
     // The grids that represent the first samples of a channel, best first: the first suitable one of
     // `declared`, where an offset of NaN means zero or a whole number near the data; or else the coarsest one
     // and two finer ones, in case later samples need them.

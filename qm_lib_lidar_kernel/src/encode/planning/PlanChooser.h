@@ -33,6 +33,8 @@ public:
     // does not support a required transform.
     ChannelPlan choose(const ChannelInfo& channel, std::size_t channelIndex, const ChannelSurvey& survey,
                        ChannelChoice choice) const;
+    // Whether the transform restores all samples of the channel.
+    bool supports(TransformType transform, const ChannelInfo& channel, const ChannelSurvey& survey) const;
 
 private:
     struct Trial;
@@ -41,7 +43,6 @@ private:
     // The possible plans of the channel, each with the transforms to try for its parts.
     std::vector<Candidate> makeCandidates(const ChannelInfo& channel, const ChannelSurvey& survey,
                                           const ChannelChoice& choice) const;
-    bool supports(TransformType transform, const ChannelInfo& channel, const ChannelSurvey& survey) const;
     // The coded size of a run in bytes.
     std::int64_t measure(const KernelPlan& plan, std::size_t channelIndex, std::size_t run) const;
     Trial chooseTransform(KernelPlan& plan, std::size_t channelIndex,

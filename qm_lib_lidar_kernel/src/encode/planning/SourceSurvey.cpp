@@ -10,7 +10,6 @@ namespace Quillmoran {
 
 namespace {
 
-constexpr std::size_t runPoints = 8192;
 constexpr std::size_t maxRuns = 16; // kept
 constexpr std::size_t maxRunBytes = 32 << 20;
 constexpr std::int64_t maxRunsUsed = 8;
@@ -18,31 +17,25 @@ constexpr std::int64_t pointsPerRun = 524288; // points of the source per run th
 
 } // namespace
 
-SourceSurvey::SourceSurvey(const PointInfo& layout, const CoordinateGrid& grid, BlockReader& reader,
-                           const std::function<void(std::size_t)>& onBlock)
-    : m_channels(layout.getNumChannels()),
-      m_maxRuns(std::clamp<std::size_t>(maxRunBytes / (runPoints * layout.getPointSize() + 1), 1, maxRuns))
+std::size_t SourceSurvey::getMaxRuns(const PointInfo& layout)
 {
-    declareGrids(layout, grid);
-    reader.forEach([&](const PointData& points, std::size_t count) {
-        m_numPoints += static_cast<std::int64_t>(count);
-        keepRun(layout, points, count);
-        parallelLoop(m_channels.size() + 1, [&](std::size_t job) {
-            if (job == 0)
-                reader.readNext();
-            else
-                m_channels[job - 1].add(points.getChannel(job - 1), count);
-        });
-        onBlock(count);
-    });
+    return std::min(maxRunBytes / (runPoints * layout.getPointSize() + 1), maxRuns);
+}
+
+SourceSurvey::SourceSurvey(const PointInfo& layout, const CoordinateGrid& grid)
+    : m_layout(layout),
+      m_channels(layout.getNumChannels()),
+      m_maxRuns(std::max<std::size_t>(getMaxRuns(layout), 1))
+{
+    declareGrids(grid);
 }
 
 // The source's scale and offset for coordinates, and the quantization of other channels.
-void SourceSurvey::declareGrids(const PointInfo& layout, const CoordinateGrid& grid)
+void SourceSurvey::declareGrids(const CoordinateGrid& grid)
 {
     const char* const names[3] = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
     for (std::size_t i = 0; i < m_channels.size(); ++i) {
-        const ChannelInfo& channel = layout.getChannel(i);
+        const ChannelInfo& channel = m_layout.getChannel(i);
         if (!DataTypeUtils::isFloat(channel.getDataType()))
             continue;
         const auto axis =
@@ -57,8 +50,9 @@ void SourceSurvey::declareGrids(const PointInfo& layout, const CoordinateGrid& g
     }
 }
 
-void SourceSurvey::keepRun(const PointInfo& layout, const PointData& points, std::size_t count)
+void SourceSurvey::begin(const PointData& points, std::size_t count)
 {
+    m_numPoints += static_cast<std::int64_t>(count);
     if (m_block++ % m_stride != 0)
         return;
     if (m_runs.size() == m_maxRuns) {
@@ -70,10 +64,28 @@ void SourceSurvey::keepRun(const PointInfo& layout, const PointData& points, std
         if (kept == m_maxRuns)
             return;
     }
+    const std::size_t taken = std::min(count, runPoints);
+    keepRun(points, (count - taken) / 2, taken);
+}
+
+void SourceSurvey::addSamples(const PointData& points, const std::vector<std::size_t>& runs,
+                              std::int64_t numPoints)
+{
+    m_numPoints = numPoints;
+    std::size_t first = 0;
+    for (const std::size_t count : runs) {
+        keepRun(points, first, count);
+        first += count;
+    }
+    parallelLoop(m_channels.size(), [&](std::size_t i) { survey(i, points, first); });
+}
+
+void SourceSurvey::keepRun(const PointData& points, std::size_t first, std::size_t count)
+{
     auto run = std::make_unique<PlanChooser::Run>();
-    run->count = std::min(count, runPoints);
-    run->points.init(layout, run->count);
-    PointData::copy(run->points, 0, points, (count - run->count) / 2, run->count);
+    run->count = count;
+    run->points.init(m_layout, count);
+    PointData::copy(run->points, 0, points, first, count);
     m_runs.push_back(std::move(run));
 }
 
