@@ -32,6 +32,7 @@ struct RecordedTask
     // tasks of the same group meanwhile.
     std::uint64_t group = 0;
     std::uint64_t first = 0; // of the tasks that became ready with it
+    bool isInOrder = false;  // the tasks of its group begin in their order
 };
 
 struct RecordedRun

@@ -54,11 +54,13 @@ RecordedRun Recorder::record(const std::function<void()>& run)
 
 void Recorder::add(RecordedTask* parent, Kind kind, std::uint64_t id, std::uint64_t count)
 {
-    const std::uint64_t group = kind == ADD_ISOLATED ? id : parent->group;
+    const std::uint64_t group = kind == ADD ? parent->group : kind == ADD_ISOLATED ? id : count - m_firstId;
+    count = kind == ADD_NEXT ? 1 : count;
     m_run.tasks.resize(std::max<std::size_t>(m_run.tasks.size(), id + count));
     for (std::uint64_t task = id; task < id + count; ++task) {
         m_run.tasks[task].group = group;
         m_run.tasks[task].first = id;
+        m_run.tasks[task].isInOrder = kind == ADD_NEXT;
     }
     parent->steps.push_back({RecordedStep::ADD, id, count});
 }
@@ -75,6 +77,7 @@ void Recorder::note(Kind kind, std::uint64_t id, std::uint64_t count)
     switch (kind) {
     case ADD:
     case ADD_ISOLATED:
+    case ADD_NEXT:
         add(frame->task, kind, id, count);
         break;
     case WAIT:

@@ -149,11 +149,11 @@ private:
             return true;
         }
         const auto isOfGroup = [&](const Range& range) { return group == 0 || groupOf(range) == group; };
-        const auto own = std::find_if(thread.ready.rbegin(), thread.ready.rend(), isOfGroup);
-        if (own != thread.ready.rend()) {
-            thread.frames.push_back({&m_run.tasks[own->begin++]});
-            if (own->begin == own->end)
-                remove(thread, std::next(own).base());
+        const auto last = std::find_if(thread.ready.rbegin(), thread.ready.rend(), isOfGroup);
+        if (last != thread.ready.rend() && !m_run.tasks[last->first].isInOrder) {
+            thread.frames.push_back({&m_run.tasks[last->begin++]});
+            if (last->begin == last->end)
+                remove(thread, std::next(last).base());
             return true;
         }
         Thread* victim = nullptr;

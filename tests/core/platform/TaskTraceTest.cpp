@@ -3,6 +3,7 @@
 #include "platform/BackgroundTask.h"
 #include "platform/OutputQueue.h"
 #include "platform/ParallelLoop.h"
+#include "platform/TaskRing.h"
 #include "support/Test.h"
 
 #include <map>
@@ -23,9 +24,10 @@ public:
         ++numNotes[kind];
         if (kind == LANE_WAIT)
             laneWaits.push_back(count);
-        if (kind == ADD || kind == ADD_ISOLATED || kind == BEGIN || kind == WAIT)
-            for (std::uint64_t task = id; task < id + count; ++task)
-                ++tasks[task][kind == ADD ? ADD_ISOLATED : kind];
+        const bool adds = kind == ADD || kind == ADD_ISOLATED || kind == ADD_NEXT;
+        if (adds || kind == BEGIN || kind == WAIT)
+            for (std::uint64_t task = id; task < id + (kind == ADD_NEXT ? 1 : count); ++task)
+                ++tasks[task][adds ? ADD : kind];
     }
 
     std::map<std::uint64_t, std::map<Kind, int>> tasks;
@@ -43,13 +45,18 @@ TEST(TaskTrace, HasEveryTaskOnceAndTheWaitsForIt)
     task.start([] { nestedParallelLoop(5, [](std::size_t) {}); });
     parallelLoop(3, [](std::size_t) { nestedParallelLoop(1, [](std::size_t) {}); });
     task.wait();
-    EXPECT_EQ(trace.tasks.size(), 9u);
+    TaskRing ring(2, [](std::size_t) {});
+    for (int i = 0; i < 3; ++i) {
+        ring.start();
+        ring.finish();
+    }
+    EXPECT_EQ(trace.tasks.size(), 12u);
     for (const auto& [id, notes] : trace.tasks)
         EXPECT_EQ(notes, (std::map<TaskTrace::Kind, int>{
-                             {TaskTrace::ADD_ISOLATED, 1}, {TaskTrace::WAIT, 1}, {TaskTrace::BEGIN, 1}}));
+                             {TaskTrace::ADD, 1}, {TaskTrace::WAIT, 1}, {TaskTrace::BEGIN, 1}}));
     EXPECT_EQ(trace.numNotes[TaskTrace::ADD], 1) << "the nested loop";
-    EXPECT_EQ(trace.numNotes[TaskTrace::END], 9);
-    EXPECT_EQ(trace.numNotes[TaskTrace::RESUME], 3);
+    EXPECT_EQ(trace.numNotes[TaskTrace::END], 12);
+    EXPECT_EQ(trace.numNotes[TaskTrace::RESUME], 6);
 }
 
 TEST(TaskTrace, HasTheLimitOfAQueue)
