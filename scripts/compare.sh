@@ -2,8 +2,10 @@
 # Compares vxunpack and vxpack with LASzip and PDAL as whole programs:
 #
 #   scripts/compare.sh [--millions "1 10"] [--rounds 5]    speed and peak memory, with goals
+#   scripts/compare.sh --rows REGEX [...]                  only the rows whose names match, and those of their goals
 #   scripts/compare.sh --check                             floors instead of goals; exit status 1 below one
-#   scripts/compare.sh --sizes [FILE ...]                  sizes of .vxl and LAZ files, of LAS and LAZ files
+#   scripts/compare.sh --sizes [FILE ...] [--prefer size]  sizes of .vxl and LAZ files, of LAS and LAZ files
+#   scripts/compare.sh --scaling [JOB ...]                 how long runs would take on 1 to 64 cores (bench/scaling)
 #   scripts/compare.sh --memory [MILLIONS ...]             peak memory of vxpack and vxunpack (default: 1 10 100)
 #   scripts/compare.sh --smoke                             all of it with a few points: only shows that it works
 #
@@ -14,5 +16,5 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/dependencies.sh --all
-scripts/build.sh bench vxpack vxunpack vxinfo laszip_peer
+scripts/build.sh bench vxpack vxunpack vxinfo laszip_peer scaling
 python3 scripts/compare.py "$@"

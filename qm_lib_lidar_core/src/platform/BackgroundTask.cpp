@@ -1,6 +1,7 @@
 #include "platform/BackgroundTask.h"
 
 #include "platform/TaskGroup.h"
+#include "platform/TaskTrace.h"
 
 #include <exception>
 #include <utility>
@@ -13,9 +14,12 @@ struct BackgroundTask::Private
     std::function<void()> function;
     std::exception_ptr failure;
     bool isStarted = false;
+    TaskTrace* trace = nullptr;
+    std::uint64_t task = 0; // of the trace
 
     void run() noexcept
     {
+        const TaskTrace::Running running(trace, TaskTrace::BEGIN, task);
         try {
             function();
         } catch (...) {
@@ -38,6 +42,11 @@ void BackgroundTask::start(std::function<void()> function)
     Private& state = *m_private;
     state.function = std::move(function);
     state.failure = nullptr;
+    state.trace = TaskTrace::get();
+    if (state.trace) {
+        state.task = TaskTrace::makeIds(1);
+        state.trace->note(TaskTrace::ADD_ISOLATED, state.task, 1);
+    }
     state.group.run([&state] { state.run(); });
     state.isStarted = true;
 }
@@ -50,7 +59,10 @@ bool BackgroundTask::isStarted() const noexcept
 void BackgroundTask::wait()
 {
     Private& state = *m_private;
-    state.group.wait();
+    {
+        const TaskTrace::Waiting waiting(state.trace, TaskTrace::WAIT, state.task, 1);
+        state.group.wait();
+    }
     state.isStarted = false;
     if (state.failure)
         std::rethrow_exception(std::exchange(state.failure, nullptr));

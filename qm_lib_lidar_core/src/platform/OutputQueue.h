@@ -2,8 +2,11 @@
 // number of slices is limited, so that the faster side waits. Used by one thread at a time.
 #pragma once
 
+#include "platform/TaskTrace.h"
+
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <exception>
 #include <functional>
@@ -40,6 +43,9 @@ public:
     // them. All three functions throw what `write` threw.
     Slice take()
     {
+        const std::uint64_t numTaken = m_numTaken++;
+        const TaskTrace::Waiting waiting(numTaken < m_maxSlices ? nullptr : m_trace, TaskTrace::LANE_WAIT,
+                                         m_lane, numTaken - m_maxSlices + 1);
         std::unique_lock<std::mutex> lock(m_mutex);
         m_changed.wait(lock, [this] { return m_failure || !m_free.empty() || m_numSlices < m_maxSlices; });
         if (m_failure)
@@ -55,6 +61,8 @@ public:
 
     void put(Slice slice)
     {
+        if (m_trace)
+            m_trace->note(TaskTrace::LANE_ADD, m_lane, ++m_numPut);
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
             if (m_failure)
@@ -72,7 +80,10 @@ public:
             m_ends = true;
         }
         m_changed.notify_all();
-        m_thread.join();
+        {
+            const TaskTrace::Waiting waiting(m_trace, TaskTrace::LANE_WAIT, m_lane, m_numPut);
+            m_thread.join();
+        }
         if (m_failure)
             std::rethrow_exception(m_failure);
     }
@@ -100,7 +111,10 @@ private:
             Slice slice = std::move(m_waiting.front());
             m_waiting.pop_front();
             lock.unlock();
-            m_write(slice);
+            {
+                const TaskTrace::Running running(m_trace, TaskTrace::LANE_BEGIN, m_lane);
+                m_write(slice);
+            }
             lock.lock();
             m_free.push_back(std::move(slice));
             m_changed.notify_all();
@@ -109,6 +123,11 @@ private:
 
     const std::function<void(const Slice&)> m_write;
     const std::size_t m_maxSlices;
+
+    TaskTrace* const m_trace = TaskTrace::get();
+    const std::uint64_t m_lane = m_trace ? TaskTrace::makeIds(1) : 0;
+    std::uint64_t m_numTaken = 0; // slices, by all calls of take()
+    std::uint64_t m_numPut = 0;   // slices, if there is a trace
 
     std::mutex m_mutex; // of everything below
     std::condition_variable m_changed;

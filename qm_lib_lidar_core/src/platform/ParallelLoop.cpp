@@ -1,5 +1,7 @@
 #include "platform/ParallelLoop.h"
 
+#include "platform/TaskTrace.h"
+
 #include <exception>
 #include <vector>
 
@@ -78,30 +80,45 @@ std::size_t countThreads()
 
 #endif
 
-} // namespace
-
-void nestedParallelLoop(std::size_t count, const std::function<void(std::size_t)>& body)
+// `kind` is that of the trace.
+void runLoop(std::size_t count, const std::function<void(std::size_t)>& body, TaskTrace::Kind kind)
 {
-    if (count == 1) {
-        body(0);
+    if (count <= 1) {
+        if (count == 1)
+            body(0);
         return;
     }
+    TaskTrace* const trace = TaskTrace::get();
+    const std::uint64_t firstTask = trace ? TaskTrace::makeIds(count) : 0;
+    if (trace)
+        trace->note(kind, firstTask, count);
     std::vector<std::exception_ptr> failures(count);
-    runAll(count, [&](std::size_t index) {
-        try {
-            body(index);
-        } catch (...) {
-            failures[index] = std::current_exception();
-        }
-    });
+    {
+        const TaskTrace::Waiting waiting(trace, TaskTrace::WAIT, firstTask, count);
+        runAll(count, [&](std::size_t index) {
+            const TaskTrace::Running running(trace, TaskTrace::BEGIN, firstTask + index);
+            try {
+                body(index);
+            } catch (...) {
+                failures[index] = std::current_exception();
+            }
+        });
+    }
     for (const std::exception_ptr& failure : failures)
         if (failure)
             std::rethrow_exception(failure);
 }
 
+} // namespace
+
+void nestedParallelLoop(std::size_t count, const std::function<void(std::size_t)>& body)
+{
+    runLoop(count, body, TaskTrace::ADD);
+}
+
 void parallelLoop(std::size_t count, const std::function<void(std::size_t)>& body)
 {
-    runIsolated([&] { nestedParallelLoop(count, body); });
+    runIsolated([&] { runLoop(count, body, TaskTrace::ADD_ISOLATED); });
 }
 
 std::size_t getNumThreads()

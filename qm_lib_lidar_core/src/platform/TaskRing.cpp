@@ -2,6 +2,7 @@
 
 #include "platform/ParallelLoop.h"
 #include "platform/TaskGroup.h"
+#include "platform/TaskTrace.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -19,6 +20,7 @@ struct TaskRing::Private
     {
         bool hasReturned = false;
         std::exception_ptr failure;
+        std::uint64_t task = 0; // of the trace
     };
 
     Private(std::size_t numSlots, std::function<void(std::size_t)> function)
@@ -31,6 +33,8 @@ struct TaskRing::Private
 
     const std::function<void(std::size_t)> run;
     const std::size_t maxRunners;
+    TaskTrace* const trace = TaskTrace::get();
+    const std::uint64_t group = trace ? TaskTrace::makeIds(1) : 0; // of the trace
 
     // Written by the owner only, with the mutex.
     std::uint64_t started = 0; // tasks so far
@@ -51,10 +55,13 @@ void TaskRing::Private::runNext(std::unique_lock<std::mutex>& lock)
     const auto index = static_cast<std::size_t>(claimed++ % slots.size());
     Slot& slot = slots[index];
     lock.unlock();
-    try {
-        run(index);
-    } catch (...) {
-        slot.failure = std::current_exception();
+    {
+        const TaskTrace::Running running(trace, TaskTrace::BEGIN, slot.task);
+        try {
+            run(index);
+        } catch (...) {
+            slot.failure = std::current_exception();
+        }
     }
     lock.lock();
     slot.hasReturned = true;
@@ -98,7 +105,12 @@ void TaskRing::start()
     Private& state = *m_private;
     {
         const std::lock_guard<std::mutex> lock(state.mutex);
-        state.slots[nextSlot()] = {};
+        Private::Slot& slot = state.slots[nextSlot()];
+        slot = {};
+        if (state.trace) {
+            slot.task = TaskTrace::makeIds(1);
+            state.trace->note(TaskTrace::ADD_NEXT, slot.task, state.group);
+        }
         ++state.started;
         if (state.numRunners == state.maxRunners)
             return;
@@ -113,11 +125,14 @@ std::size_t TaskRing::finish()
     std::unique_lock<std::mutex> lock(state.mutex);
     const auto index = static_cast<std::size_t>(state.finished % state.slots.size());
     Private::Slot& slot = state.slots[index];
-    while (!slot.hasReturned) {
-        if (state.hasUnclaimed())
-            state.runNext(lock);
-        else
-            state.returned.wait(lock);
+    {
+        const TaskTrace::Waiting waiting(state.trace, TaskTrace::WAIT, slot.task, 1);
+        while (!slot.hasReturned) {
+            if (state.hasUnclaimed())
+                state.runNext(lock);
+            else
+                state.returned.wait(lock);
+        }
     }
     ++state.finished;
     if (slot.failure)
