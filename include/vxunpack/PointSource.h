@@ -58,8 +58,8 @@ public:
     // A new iterator with a count of 1 over the points from a relative position on, 0 (exactly the first point)
     // to 1 (the end, about), in the order of createIterator() for all points. It does not read the points
     // before them. Null, the default, if the source can only be read from its start; filters must override it
-    // to be sampled. While the iterators of a source that can be sampled are created and read, another thread
-    // may call getWKT(). Throws the errors of createIterator().
+    // to be sampled. A source that can be sampled allows one thread to call getWKT() while another one calls
+    // its other functions. Throws the errors of createIterator().
     virtual PointIterator* createSampleIterator(double position, const PointInfo& layout) const;
 
     // As PointInfo.

@@ -90,11 +90,13 @@ void SourceEncoder::planFromSamples()
 {
     if (m_query.bounds != Bounds::Huge() || m_query.fraction < 1)
         return;
-    const auto sample =
-        SourceSample::read(m_source, m_query.layout, m_grid, [this] { report(0, surveying); });
+    const auto sample = SourceSample::read(m_source, m_query.layout, m_grid, [this] {
+        report(0, surveying);
+        if (!m_translation.isStarted())
+            m_translation.start([this] { m_source.getWKT(); });
+    });
     if (!sample)
         return;
-    m_translation.start([this] { m_source.getWKT(); });
     try {
         choosePlans(*sample);
     } catch (const Error& error) {
