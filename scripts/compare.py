@@ -14,6 +14,7 @@ import struct
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 from pathlib import Path
 
@@ -154,9 +155,9 @@ class Programs:
         else:
             run([self.peer, 'same', las, other])
 
-    def make_las(self, source, target, millions):
+    def make_las(self, source, target, millions, *num_files):
         # In a process of its own, which keeps this one small: a child's peak memory includes its parent's.
-        run([sys.executable, ROOT / 'scripts/tile_las.py', source, target, millions])
+        run([sys.executable, ROOT / 'scripts/tile_las.py', source, target, millions, *num_files])
 
 
 def find_window(las):
@@ -458,6 +459,68 @@ def print_memory(programs, source, directory, sizes):
         print(f'{size:10g}' + ''.join(f'{usage.peak:13.1f}{usage.wall:11.1f}' for usage in usages), flush=True)
 
 
+def box_of(las):
+    """The bounds of a LAS file, larger by a part of a step."""
+    with open(las, 'rb') as file:
+        header = file.read(227)
+    scales, (max_x, min_x, max_y, min_y) = struct.unpack_from('<2d', header, 131), struct.unpack_from('<4d', header, 179)
+    x, y = (scale / 4 for scale in scales)
+    return [f'{end:.6f}' for end in (min_x - x, max_x + x, min_y - y, max_y + y)]
+
+
+def deleted_bytes(process):
+    """What the files take that only this process has."""
+    total = 0
+    for link in Path(f'/proc/{process}/fd').glob('*'):
+        try:
+            if os.readlink(link).endswith('(deleted)'):
+                total += os.stat(link).st_blocks * 512
+        except OSError:
+            pass  # closed meanwhile
+    return total
+
+
+def print_large(programs, source, directory, millions):
+    """Packs many tiles of 10 million points into one file and reads it."""
+    tiles = directory / 'tiles.list'
+    num_tiles = max(round(millions / 10), 4)
+    programs.make_las(source, tiles, millions, num_tiles)
+    middle = f'{tiles}{num_tiles // 2}.las'
+    points, box = count_of([programs.peer, 'decode', middle]), box_of(middle)
+    vxl = directory / 'large.vxl'
+    total = points * num_tiles
+    print(f'\n{total} points, a list of {num_tiles} LAS files. temporary: MiB of unnamed files, at most.')
+    print(f"{'':16} {'seconds':>9} {'CPU s':>9} {'Mpts/s':>7} {'MiB':>7} {'temporary':>10} {'points':>12}")
+    commands = {
+        'pack': ([programs.vxpack, '-i', tiles, '-o', vxl], None),
+        'check': ([programs.vxinfo, '-q', '-check', vxl], None),
+        'null': ([programs.vxunpack, '-i', vxl, '-o', 'null'], total),
+        'window': ([programs.vxunpack, '-i', vxl, '-o', 'null', '-c', *box, '-inf', '+inf'], points),
+        'preview, 1:1024': ([programs.vxunpack, '-i', vxl, '-o', 'null', '-s', 1024], -(-total // 1024)),
+    }
+    for name, (words, expected) in commands.items():
+        temporary = [0]
+        watcher = threading.Thread(target=watch_temporary, args=(temporary,), daemon=True)
+        watcher.start()
+        usage, output = run(words)
+        temporary.append(None)  # the end
+        watcher.join()
+        found = int(re.findall(r'(\d+) points written', output)[-1]) if expected else total
+        print(f'{name:16} {usage.wall:9.1f} {usage.cpu:9.1f} {found / usage.wall / 1e6:7.2f} {usage.peak:7.1f} '
+              f'{temporary[0] / MIB:10.1f} {found:12}', flush=True)
+        if expected and found != expected:
+            sys.exit(f'{name}: {expected} points expected')
+    print(f'{os.path.getsize(vxl)} bytes, {os.path.getsize(vxl) / total:.3f} a point')
+
+
+def watch_temporary(most):
+    """Keeps the largest size of the unnamed files of the child in most[0], until most has a second entry."""
+    while len(most) == 1:
+        children = Path(f'/proc/{os.getpid()}/task/{os.getpid()}/children').read_text().split()
+        most[0] = max([most[0], *map(deleted_bytes, children)])
+        time.sleep(0.2)
+
+
 def print_scaling(programs, source, directory, options):
     print(f'\n{processor()}, {CORES} cores. Tasks of runs on one thread, scheduled on 1 to 64 cores. measured: whole runs\n'
           f'on so many cores of this machine, the fastest of {options.rounds}.')
@@ -473,6 +536,7 @@ def parse_options():
     kind.add_argument('--check', dest='mode', action='store_const', const='check', default='goals')
     kind.add_argument('--smoke', dest='mode', action='store_const', const='smoke')
     kind.add_argument('--sizes', nargs='*', type=Path, metavar='FILE')
+    kind.add_argument('--large', nargs='?', type=float, const=1000, metavar='MILLIONS')
     kind.add_argument('--scaling', nargs='*', metavar='JOB')
     kind.add_argument('--memory', nargs='*', type=float, metavar='MILLIONS')
     parser.add_argument('--millions', type=lambda words: [float(word) for word in words.split()])
@@ -502,6 +566,8 @@ def main():
             files = [source]
         if options.sizes is not None:
             print_sizes(programs, options.sizes or files, directory, options.prefer)
+        elif options.large is not None:
+            print_large(programs, source, directory, options.large)
         elif options.scaling is not None:
             print_scaling(programs, source, directory, options)
         elif options.memory is not None:
@@ -511,6 +577,7 @@ def main():
             if options.mode == 'smoke':
                 print_sizes(programs, files, directory)
                 print_memory(programs, source, directory, options.millions)
+                print_large(programs, source, directory, 4 * options.millions[-1])
                 print_scaling(programs, source, directory, options)
             sys.exit(0 if is_passed else 1)
 

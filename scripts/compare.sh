@@ -5,6 +5,7 @@
 #   scripts/compare.sh --rows REGEX [...]                  only the rows whose names match, and those of their goals
 #   scripts/compare.sh --check                             floors instead of goals; exit status 1 below one
 #   scripts/compare.sh --sizes [FILE ...] [--prefer size]  sizes of .vxl and LAZ files, of LAS and LAZ files
+#   scripts/compare.sh --large [MILLIONS]                  one file of many tiles (default: 1000, which needs 50 GB)
 #   scripts/compare.sh --scaling [JOB ...]                 how long runs would take on 1 to 64 cores (bench/scaling)
 #   scripts/compare.sh --memory [MILLIONS ...]             peak memory of vxpack and vxunpack (default: 1 10 100)
 #   scripts/compare.sh --smoke                             all of it with a few points: only shows that it works

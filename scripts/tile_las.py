@@ -1,7 +1,8 @@
-"""Makes large LAS files from a small one: tile_las.py SOURCE TARGET MILLIONS
+"""Makes large LAS files from a small one: tile_las.py SOURCE TARGET MILLIONS [FILES]
 
 The target is a square of copies of the source (LAS 1.0 to 1.3, record formats 0 to 3). Each copy is later in time than
 the one before, and has noise of -2 to 2 in its intensity. Equal arguments give equal files.
+With FILES, the target is the list of so many such files, side by side, each with a part of the points.
 """
 import math
 import operator
@@ -70,5 +71,37 @@ def tile(source, target, num_points):
             file.write(records)
 
 
+def move(records, length, at, column, steps):
+    set_column(records, length, at, array('i', [value + steps for value in column]))
+
+
+def tile_files(source, target, num_points, num_files):
+    names = [f'{target}{i}.las' for i in range(num_files)]
+    tile(source, names[0], num_points / num_files)
+    with open(names[0], 'rb') as file:
+        content = bytearray(file.read())
+    start, = struct.unpack_from('<I', content, 96)
+    length, = struct.unpack_from('<H', content, 105)
+    records = content[start:]
+    scales, ends = struct.unpack_from('<2d', content, 131), struct.unpack_from('<4d', content, 179)
+    xs, ys = (get_column(records, length, at, 'i') for at in (0, 4))
+    width, height = max(xs) - min(xs) + 1, max(ys) - min(ys) + 1
+    columns = min(max(round(math.sqrt(num_files * height / width)), 1), num_files)
+    for i, name in enumerate(names[1:], 1):
+        row, column = divmod(i, columns)
+        move(records, length, 0, xs, column * width)
+        move(records, length, 4, ys, row * height)
+        right, up = column * width * scales[0], row * height * scales[1]
+        struct.pack_into('<4d', content, 179, ends[0] + right, ends[1] + right, ends[2] + up, ends[3] + up)
+        with open(name, 'wb') as file:
+            file.write(content[:start])
+            file.write(records)
+    with open(target, 'w') as file:
+        file.writelines(name + '\n' for name in names)
+
+
 if __name__ == '__main__':
-    tile(sys.argv[1], sys.argv[2], float(sys.argv[3]) * 1e6)
+    if len(sys.argv) > 4:
+        tile_files(sys.argv[1], sys.argv[2], float(sys.argv[3]) * 1e6, int(sys.argv[4]))
+    else:
+        tile(sys.argv[1], sys.argv[2], float(sys.argv[3]) * 1e6)

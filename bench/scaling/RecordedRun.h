@@ -31,7 +31,7 @@ struct RecordedTask
     // Of the loop or background task that it belongs to, 0 for none: a thread that waits for a task only runs
     // tasks of the same group meanwhile.
     std::uint64_t group = 0;
-    std::uint64_t first = 0; // of the tasks that became ready with it
+    std::uint64_t first = 0; // of those that are waited for with it
     bool isInOrder = false;  // the tasks of its group begin in their order
 };
 

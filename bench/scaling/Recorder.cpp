@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ctime>
 #include <stdexcept>
+#include <utility>
 
 namespace Quillmoran {
 
@@ -54,12 +55,13 @@ RecordedRun Recorder::record(const std::function<void()>& run)
 
 void Recorder::add(RecordedTask* parent, Kind kind, std::uint64_t id, std::uint64_t count)
 {
-    const std::uint64_t group = kind == ADD ? parent->group : kind == ADD_ISOLATED ? id : count - m_firstId;
-    count = kind == ADD_NEXT ? 1 : count;
+    std::uint64_t group = kind == ADD ? parent->group : id;
+    if (kind == ADD_TO || kind == ADD_NEXT)
+        group = std::exchange(count, 1) - m_firstId;
     m_run.tasks.resize(std::max<std::size_t>(m_run.tasks.size(), id + count));
     for (std::uint64_t task = id; task < id + count; ++task) {
         m_run.tasks[task].group = group;
-        m_run.tasks[task].first = id;
+        m_run.tasks[task].first = kind == ADD_TO ? group : id;
         m_run.tasks[task].isInOrder = kind == ADD_NEXT;
     }
     parent->steps.push_back({RecordedStep::ADD, id, count});
@@ -77,6 +79,7 @@ void Recorder::note(Kind kind, std::uint64_t id, std::uint64_t count)
     switch (kind) {
     case ADD:
     case ADD_ISOLATED:
+    case ADD_TO:
     case ADD_NEXT:
         add(frame->task, kind, id, count);
         break;

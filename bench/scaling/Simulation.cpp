@@ -44,6 +44,8 @@ public:
     Simulation(const RecordedRun& run, unsigned cores)
         : m_run(run), m_cores(cores), m_numLeft(run.tasks.size())
     {
+        for (const RecordedTask& task : run.tasks)
+            ++m_numLeft[task.first];
         m_threads.resize(cores);
         m_threads[0].frames = {{&run.tasks[0]}};
         for (const auto& [id, tasks] : run.lanes) {
@@ -118,7 +120,6 @@ private:
             thread.remaining = static_cast<double>(step.count);
             break;
         case RecordedStep::ADD:
-            m_numLeft[step.id] = step.count;
             thread.ready.push_back({step.id, step.id, step.id + step.count});
             m_owners.insert(&thread);
             break;

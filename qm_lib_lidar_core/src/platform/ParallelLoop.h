@@ -13,8 +13,8 @@ namespace Quillmoran {
 // it holds.
 void parallelLoop(std::size_t count, const std::function<void(std::size_t)>& body);
 
-// The same inside the body of another loop or of a BackgroundTask: while it waits, the caller may run other
-// tasks of that loop.
+// The same inside the body of another loop or of a BackgroundTask, or a step of TaskLanes: while it waits, the
+// caller may run other tasks of that loop.
 void nestedParallelLoop(std::size_t count, const std::function<void(std::size_t)>& body);
 
 // The maximum number of threads of a loop.

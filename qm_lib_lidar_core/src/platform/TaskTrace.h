@@ -14,6 +14,7 @@ public:
     {
         ADD, // tasks `id` to `id` + `count` - 1 can be run; who waits for them runs what its group runs
         ADD_ISOLATED, // the same; who waits for them runs no other tasks
+        ADD_TO,       // the task `id`, one of those that are waited for as `count`, can be run
         ADD_NEXT,     // the task `id` can be run, after those of the group `count` that were added before
         WAIT,         // the thread waits for the tasks `id` to `id` + `count` - 1
         RESUME,       // it no longer waits

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace Quillmoran {
 
@@ -16,6 +17,10 @@ namespace {
 constexpr std::size_t usualBlockPoints = 16384;
 constexpr std::size_t threadsPerBlock = 4;
 constexpr std::size_t maxBlocks = 16;
+// The block that the caller takes and those that are being decoded. A second one keeps threads busy that have
+// completed their part of the first one; few threads do not need it.
+constexpr std::size_t fewBlocksAtATime = 2;
+constexpr std::size_t blocksAtATime = 3;
 // The memory of a block's points and kernel samples; only points with hundreds of channels reach it.
 constexpr std::size_t blockBytes = std::size_t{16} << 20;
 // Coarser stages have fewer samples, and smaller windows down to this size.
@@ -57,10 +62,12 @@ void WaveletDecoder::init(const WaveletDecoderInfo& info, const Bounds& bounds, 
         range.start += m_first;
         range.length -= m_first;
     }
+    m_blocks = std::vector<Block>(getNumThreads() < threadsPerBlock ? fewBlocksAtATime : blocksAtATime);
     for (Block& block : m_blocks)
         block.points.init(layout, getBlockPoints(layout));
     if (m_digests)
         addVerifiers();
+    addLanes();
     begin(m_ranges.empty() ? 0 : m_ranges.front().start);
 }
 
@@ -162,8 +169,6 @@ void WaveletDecoder::begin(std::int64_t position)
         buildPipeline(channel);
         channel.root->begin(position);
     }
-    if (!m_ranges.empty())
-        seekVerifiers();
 }
 
 void WaveletDecoder::verifyDescription()
@@ -193,13 +198,6 @@ void WaveletDecoder::addVerifiers()
     }
 }
 
-void WaveletDecoder::seekVerifiers()
-{
-    for (Channel& channel : m_channels)
-        if (channel.verifier)
-            channel.verifier->current.seek(m_ranges[m_range].start);
-}
-
 void WaveletDecoder::verifySamples(Channel& channel, const Block& block) const
 {
     Verifier& verifier = *channel.verifier;
@@ -213,15 +211,28 @@ void WaveletDecoder::verifySamples(Channel& channel, const Block& block) const
             verifier.differing = index;
     };
     verifier.current.add(*samples, block.fill, compare);
-    if (block.end == m_info->getNumPoints())
+    if (block.end() == m_info->getNumPoints())
         verifier.current.finish(compare);
 }
 
-void WaveletDecoder::throwIfDiffering(const Channel& channel) const
+void WaveletDecoder::throwIfDiffering(const Block& block) const
 {
-    if (channel.verifier && channel.verifier->differing >= 0)
-        QM_THROW(ErrorCode::DigestDiffers, "%s",
-                 m_digests->describe(channel.record->getPointName(), channel.verifier->differing).c_str());
+    for (std::size_t i = 0; i < m_lanes.size(); ++i)
+        if (block.differing[i] >= 0)
+            QM_THROW(
+                ErrorCode::DigestDiffers, "%s",
+                m_digests->describe(m_channels[m_lanes[i].first].record->getPointName(), block.differing[i])
+                    .c_str());
+}
+
+void WaveletDecoder::addLanes()
+{
+    for (std::size_t i = 0; i < m_channels.size(); i += m_lanes.back().count)
+        m_lanes.push_back({i, m_channels[i].record->getPart() == ChannelPart::Whole ? std::size_t{1} : 3});
+    for (Block& block : m_blocks)
+        block.differing.assign(m_lanes.size(), -1);
+    m_decoding.emplace(m_lanes.size(), m_blocks.size(),
+                       [this](std::size_t slot, std::size_t lane) { decode(lane, m_blocks[slot]); });
 }
 
 void WaveletDecoder::decodeSubblocks(const Channel& channel)
@@ -248,73 +259,80 @@ void WaveletDecoder::decodeChannel(Channel& channel, Block& block) const
     if (got != block.fill)
         QM_THROW(ErrorCode::SubbandRead, "bad read -- subblock data");
     channel.conversion.convertFromKernel(channel.samples, block.points, block.fill);
-    if (channel.verifier && channel.record->getPart() == ChannelPart::Whole)
-        verifySamples(channel, block);
 }
 
-void WaveletDecoder::decode(Block& block)
+void WaveletDecoder::decode(std::size_t lane, Block& block)
 {
     // Each task writes one channel of the block and has its own streams.
+    const auto [firstChannel, count] = m_lanes[lane];
+    Channel& first = m_channels[firstChannel];
+    if (block.isSeparate) {
+        for (std::size_t i = 0; i < count; ++i)
+            m_channels[firstChannel + i].root->seek(block.begin);
+        if (first.verifier)
+            first.verifier->current.seek(block.begin);
+    }
+    nestedParallelLoop(count, [&](std::size_t i) { decodeChannel(m_channels[firstChannel + i], block); });
+    if (count != 1)
+        first.conversion.mergeFromKernel(first.samples, m_channels[firstChannel + 1].samples,
+                                         m_channels[firstChannel + 2].samples, block.points, block.fill);
+    if (first.verifier) {
+        verifySamples(first, block);
+        block.differing[lane] = first.verifier->differing;
+    }
+}
+
+bool WaveletDecoder::startNext()
+{
+    if (m_range < m_ranges.size() && m_ranges[m_range].length == 0) {
+        ++m_range;
+        m_isNewRange = true;
+    }
+    if (m_range == m_ranges.size())
+        return false;
+    WaveletDecoderInfo::PointRange& range = m_ranges[m_range];
+    Block& block = m_blocks[m_decoding->nextSlot()];
+    block.fill = static_cast<std::size_t>(
+        std::min<std::uint64_t>(static_cast<std::uint64_t>(range.length), block.points.getNumSamples()));
+    block.begin = range.start;
+    block.isSeparate = std::exchange(m_isNewRange, false);
+    range.start += static_cast<std::int64_t>(block.fill);
+    range.length -= static_cast<std::int64_t>(block.fill);
+    m_decoding->start();
+    return true;
+}
+
+void WaveletDecoder::finishNext()
+{
     try {
-        nestedParallelLoop(m_channels.size(),
-                           [this, &block](std::size_t i) { decodeChannel(m_channels[i], block); });
+        m_current = m_decoding->finish();
+        throwIfDiffering(m_blocks[m_current]);
     } catch (const Error&) {
         // Whether the budget is exceeded does not depend on the threads, but which channel exceeds it does.
         if (m_budget.isExceeded())
             MemoryBudget::throwExceeded();
         throw;
     }
-    for (std::size_t i = 0; i < m_channels.size(); ++i) {
-        Channel& first = m_channels[i];
-        if (first.record->getPart() != ChannelPart::Whole) {
-            first.conversion.mergeFromKernel(first.samples, m_channels[i + 1].samples,
-                                             m_channels[i + 2].samples, block.points, block.fill);
-            if (first.verifier)
-                verifySamples(first, block);
-            i += 2;
-        }
-    }
-    // Now that all channels are compared: of those that differ in a block, the first one is reported.
-    for (const Channel& channel : m_channels)
-        throwIfDiffering(channel);
-}
-
-bool WaveletDecoder::startNext()
-{
-    if (m_range < m_ranges.size() && m_ranges[m_range].length == 0 && ++m_range < m_ranges.size()) {
-        for (Channel& channel : m_channels)
-            channel.root->seek(m_ranges[m_range].start);
-        seekVerifiers();
-    }
-    if (m_range == m_ranges.size())
-        return false;
-    WaveletDecoderInfo::PointRange& range = m_ranges[m_range];
-    Block& block = m_blocks[1 - m_current];
-    block.fill = static_cast<std::size_t>(
-        std::min<std::uint64_t>(static_cast<std::uint64_t>(range.length), block.points.getNumSamples()));
-    range.start += static_cast<std::int64_t>(block.fill);
-    range.length -= static_cast<std::int64_t>(block.fill);
-    block.end = range.start;
-    m_decoding.start([this, &block] { decode(block); });
-    return true;
 }
 
 bool WaveletDecoder::refill()
 {
     m_cursor = 0;
     m_blocks[m_current].fill = 0;
-    if (!m_decoding.isStarted() && !startNext())
+    if (!m_decoding || (m_decoding->numStarted() == 0 && !startNext()))
         return false;
     if (getDelegate() && getDelegate()->getCancelled())
         QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
     try {
-        m_decoding.wait();
+        finishNext();
     } catch (...) {
-        m_range = m_ranges.size(); // the chains are in an undefined state
+        m_decoding.reset(); // the chains are in an undefined state
+        m_blocks[m_current].fill = 0;
         throw;
     }
-    m_current = 1 - m_current;
-    startNext();
+    // The caller takes one block.
+    while (m_decoding->numStarted() + 1 < m_blocks.size() && startNext()) {
+    }
     if (getDelegate())
         getDelegate()->updateCompleted(static_cast<double>(m_blocks[m_current].fill), "reading VX7 file");
     return true;

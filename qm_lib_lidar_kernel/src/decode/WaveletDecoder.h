@@ -1,7 +1,8 @@
 // The iterator over the points of a compressed file. It decodes the ranges of points that can match a query,
 // the subblocks of all channels in parallel, and returns the points that are in the box and selected by the
-// sampling. While the caller takes the points of one block, the next block is decoded. Samples are compared
-// with their digests in the tasks that decode them.
+// sampling. While the caller takes the points of one block, the next blocks are decoded, by each channel as
+// soon as it has decoded the block before. Samples are compared with their digests in the tasks that decode
+// them.
 #pragma once
 
 #include "common/bands/KernelConversion.h"
@@ -10,8 +11,8 @@
 #include "decode/bands/SubbandSource.h"
 #include "decode/coders/SubblockReader.h"
 #include "decode/container/WaveletDecoderInfo.h"
-#include "platform/BackgroundTask.h"
 #include "platform/OpenIO.h"
+#include "platform/TaskLanes.h"
 #include <vxunpack/PointData.h>
 #include <vxunpack/PointIterator.h>
 
@@ -71,8 +72,18 @@ private:
     struct Block
     {
         PointData points;
-        std::size_t fill = 0; // number of points
-        std::int64_t end = 0; // index, at the level of the query, of the point after the last one
+        std::size_t fill = 0;                // number of points
+        std::int64_t begin = 0;              // index, at the level of the query, of the first point
+        bool isSeparate = false;             // it does not continue the block before
+        std::vector<std::int64_t> differing; // by lane: the first block of samples that differs, or -1
+
+        std::int64_t end() const { return begin + static_cast<std::int64_t>(fill); }
+    };
+    // The channels that are decoded to one point channel: the parts of a split channel, or a whole one.
+    struct Lane
+    {
+        std::size_t first; // index in m_channels
+        std::size_t count;
     };
 
     WaveletDecoder() = default;
@@ -89,17 +100,18 @@ private:
     // Compares all that a query needs but the samples, and finds the digests of these.
     void verifyDescription();
     void addVerifiers();
-    // The next samples are those of the current range.
-    void seekVerifiers();
     void verifySamples(Channel& channel, const Block& block) const;
-    void throwIfDiffering(const Channel& channel) const;
+    void throwIfDiffering(const Block& block) const;
 
-    // Decodes a block that is not the current one.
-    void decode(Block& block);
+    void addLanes();
+    // Decodes the channels of a lane. Blocks of a lane are decoded in their order.
+    void decode(std::size_t lane, Block& block);
     void decodeChannel(Channel& channel, Block& block) const;
     static void decodeSubblocks(const Channel& channel);
     // Starts to decode the next block; false if there are no more ranges.
     bool startNext();
+    // The next block is decoded when this returns. Throws the error of the lowest channel that failed.
+    void finishNext();
     // Makes the next block current; false if there are no more points.
     bool refill();
 
@@ -112,12 +124,14 @@ private:
     std::deque<Channel> m_channels; // the parts of a split channel are consecutive: fraction, exponent, sign
     const StoredDigests::Samples* m_digests = nullptr; // of m_info; null unless samples are compared
     std::vector<WaveletDecoderInfo::PointRange> m_ranges;
-    std::size_t m_range = 0; // the current range; its start moves as it is decoded
+    std::size_t m_range = 0;  // the current range; its start moves as it is decoded
+    bool m_isNewRange = true; // of the current range, no block is started
 
-    Block m_blocks[2];
-    std::size_t m_current = 0; // index of the current block; the other one is being decoded
-    std::size_t m_cursor = 0;  // next point of the current block
-    BackgroundTask m_decoding; // last, since it uses the other members
+    std::vector<Lane> m_lanes;
+    std::vector<Block> m_blocks;
+    std::size_t m_current = 0;           // index of the current block; the others are being decoded, or free
+    std::size_t m_cursor = 0;            // next point of the current block
+    std::optional<TaskLanes> m_decoding; // a slot per block; last, since it uses the other members
 };
 
 } // namespace Quillmoran

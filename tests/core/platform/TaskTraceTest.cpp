@@ -1,8 +1,8 @@
 #include "platform/TaskTrace.h"
 
-#include "platform/BackgroundTask.h"
 #include "platform/OutputQueue.h"
 #include "platform/ParallelLoop.h"
+#include "platform/TaskLanes.h"
 #include "platform/TaskRing.h"
 #include "support/Test.h"
 
@@ -24,9 +24,10 @@ public:
         ++numNotes[kind];
         if (kind == LANE_WAIT)
             laneWaits.push_back(count);
-        const bool adds = kind == ADD || kind == ADD_ISOLATED || kind == ADD_NEXT;
+        const bool adds = kind == ADD || kind == ADD_ISOLATED || kind == ADD_TO || kind == ADD_NEXT;
         if (adds || kind == BEGIN || kind == WAIT)
-            for (std::uint64_t task = id; task < id + (kind == ADD_NEXT ? 1 : count); ++task)
+            for (std::uint64_t task = id; task < id + (kind == ADD_TO || kind == ADD_NEXT ? 1 : count);
+                 ++task)
                 ++tasks[task][adds ? ADD : kind];
     }
 
@@ -41,22 +42,24 @@ private:
 TEST(TaskTrace, HasEveryTaskOnceAndTheWaitsForIt)
 {
     CountingTrace trace;
-    BackgroundTask task;
-    task.start([] { nestedParallelLoop(5, [](std::size_t) {}); });
+    TaskLanes lanes(2, 2, [](std::size_t, std::size_t) { nestedParallelLoop(5, [](std::size_t) {}); });
+    lanes.start();
+    lanes.start();
     parallelLoop(3, [](std::size_t) { nestedParallelLoop(1, [](std::size_t) {}); });
-    task.wait();
+    lanes.finish();
+    lanes.finish();
     TaskRing ring(2, [](std::size_t) {});
     for (int i = 0; i < 3; ++i) {
         ring.start();
         ring.finish();
     }
-    EXPECT_EQ(trace.tasks.size(), 12u);
+    EXPECT_EQ(trace.tasks.size(), 30u);
     for (const auto& [id, notes] : trace.tasks)
         EXPECT_EQ(notes, (std::map<TaskTrace::Kind, int>{
                              {TaskTrace::ADD, 1}, {TaskTrace::WAIT, 1}, {TaskTrace::BEGIN, 1}}));
-    EXPECT_EQ(trace.numNotes[TaskTrace::ADD], 1) << "the nested loop";
-    EXPECT_EQ(trace.numNotes[TaskTrace::END], 12);
-    EXPECT_EQ(trace.numNotes[TaskTrace::RESUME], 6);
+    EXPECT_EQ(trace.numNotes[TaskTrace::ADD], 4) << "the nested loops";
+    EXPECT_EQ(trace.numNotes[TaskTrace::END], 30);
+    EXPECT_EQ(trace.numNotes[TaskTrace::RESUME], 10);
 }
 
 TEST(TaskTrace, HasTheLimitOfAQueue)
