@@ -37,6 +37,14 @@ struct ChannelChoice
     std::optional<std::uint32_t> subblockSize; // samples, 16 to 1048576
 };
 
+// What the choice of codings prefers.
+enum class Preference : std::uint8_t
+{
+    Balanced, // files that are small and fast to decode
+    Size,     // the smallest files. Encoding takes several times as long, and reads the source twice
+    Speed     // files that are decoded faster, and are a few per cent larger
+};
+
 struct QM_API EncodeOptions
 {
     FileVersions versions;
@@ -46,6 +54,7 @@ struct QM_API EncodeOptions
     std::optional<std::uint32_t> pointsPerEntry;    // of the index
     // MQ coding: the number of lowest bit planes that are stored raw, 0 to 64.
     std::optional<int> rawPlanes;
+    Preference prefer = Preference::Balanced;
 
     // Throws InvalidArgument for a value out of its range and General "bad transform type" for an unknown
     // transform.

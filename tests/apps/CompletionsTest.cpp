@@ -40,6 +40,7 @@ TEST_F(Completions, OfferOptionsAndTheirValues)
         {"vxpack", "a.laz -or", "-order"},
         {"vxpack", "--drop", "--drop --dropWaveforms"},
         {"vxpack", "-order hil", "hilbert"},
+        {"vxpack", "-prefer s", "size speed"},
         {"vxpack", "--order = hil", "hilbert"}, // bash splits words at "="
         {"vxpack", "-srs ''", "same"},
         {"vxpack", "-i ''", "files"},

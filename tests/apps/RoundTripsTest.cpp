@@ -287,8 +287,12 @@ TEST_F(RoundTrips, RestoreCompressedFilesInEveryVersion)
     FilePlan plan = cloud.toFile(); // with an infinity, a zero below 0 and single precision
     cloud.addIndex(plan, 2, 64);
     writeFile(directory / "cloud.vxl", buildFile(plan));
-    const char* const versions[] = {"", "-fileVersion 3", "-fileVersion 2 -bandVersion 2",
+    const char* const versions[] = {"",
+                                    "-fileVersion 3",
+                                    "-fileVersion 2 -bandVersion 2",
                                     "-fileVersion 1 -headerVersion 1 -indexVersion 1 -bandVersion 1",
+                                    "-prefer size",
+                                    "-prefer speed -levels 3",
                                     "-smooth -levels 9"};
     for (const std::string options : versions) {
         SCOPED_TRACE(options);

@@ -98,6 +98,7 @@ inline EncodeOptions randomOptions(Random& random)
         options.pointsPerEntry = static_cast<std::uint32_t>(random.between(1, 200));
     if (random.chance(0.5))
         options.rawPlanes = static_cast<int>(random.below(8));
+    options.prefer = static_cast<Preference>(random.below(3));
     return options;
 }
 

@@ -60,6 +60,13 @@ std::uint8_t getVersion(const QMCmdLine& cmdLine, const char* option, std::uint8
 
 void add(QMCmdLine& cmdLine)
 {
+    cmdLine.addString("prefer", nullptr,
+                      "what to prefer in the choice of codings: size, balanced (default) or speed.\n"
+                      "  'size' tries more codings on all points, which takes several times as long, 'speed' "
+                      "writes files\n"
+                      "  that are a few per cent larger and decoded faster",
+                      false);
+    cmdLine.setChoices("prefer", {"size", "balanced", "speed"});
     cmdLine.addStringArray(
         "t", "transform",
         "transform code, for all channels that support it or as <channel>=<code>.  May be repeated.\n"
@@ -85,6 +92,12 @@ EncodeOptions get(const QMCmdLine& cmdLine)
 {
     EncodeOptions options;
     options.all.smooth = cmdLine.getFlag("smooth");
+    if (cmdLine.isPresent("prefer")) {
+        const std::string preference = cmdLine.getString("prefer");
+        options.prefer = preference == "size"    ? Preference::Size
+                         : preference == "speed" ? Preference::Speed
+                                                 : Preference::Balanced;
+    }
     parseChoices(cmdLine, "transform", options, [](ChannelChoice& choice, std::uint32_t value) {
         choice.transform = narrow<TransformType>(value, "transform");
         try {

@@ -221,10 +221,10 @@ void Packer::pack(Task& task, ProgressDelegate& progress, bool verbose) const
 // Whether any option asks for other points, another order or another coding.
 bool Packer::changesPoints() const
 {
-    constexpr const char* options[] = {"outFields",      "crop",         "subsample",    "filter",
-                                       "quantize",       "gpsWeek",      "transform",    "smooth",
-                                       "levels",         "subblockSize", "fileVersion",  "bandVersion",
-                                       "pointsPerEntry", "indexVersion", "headerVersion"};
+    constexpr const char* options[] = {"outFields",      "crop",         "subsample",     "filter",
+                                       "quantize",       "gpsWeek",      "transform",     "smooth",
+                                       "levels",         "subblockSize", "fileVersion",   "bandVersion",
+                                       "pointsPerEntry", "indexVersion", "headerVersion", "prefer"};
     return std::any_of(std::begin(options), std::end(options),
                        [this](const char* option) { return m_cmdLine.isPresent(option); }) ||
            (m_cmdLine.isPresent("order") && std::strcmp(m_cmdLine.getString("order"), "input") != 0);

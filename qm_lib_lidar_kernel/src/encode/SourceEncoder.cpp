@@ -22,6 +22,7 @@ constexpr std::int64_t coarsestPoints = 512;
 constexpr std::uint32_t maxLevels = 24;
 constexpr std::int64_t maxIndexEntries = 65536;
 constexpr std::int64_t smallFileEntries = 16; // minimum for a small file
+constexpr std::int64_t fewestEntries = 4;     // likewise, if the smallest file is preferred
 constexpr std::uint32_t smallestEntry = 64;   // points
 constexpr const char* surveying = "surveying points";
 constexpr const char* writing = "writing VX7 file";
@@ -85,10 +86,10 @@ void SourceEncoder::encode()
         m_translation.wait();
 }
 
-// Samples are those of all points. A query for a part of them has two passes.
+// Samples are those of all points. A query for a part of them has two passes, and so have the smallest files.
 void SourceEncoder::planFromSamples()
 {
-    if (m_query.bounds != Bounds::Huge() || m_query.fraction < 1)
+    if (m_query.bounds != Bounds::Huge() || m_query.fraction < 1 || m_options.prefer == Preference::Size)
         return;
     const auto sample = SourceSample::read(m_source, m_query.layout, m_grid, [this] {
         report(0, surveying);
@@ -219,7 +220,7 @@ BlockReader SourceEncoder::openReader() const
 BandFormat SourceEncoder::getFormat() const
 {
     return {m_numLevels, m_options.versions.band == 1,
-            m_options.versions.file < FileVersions::withSingleLengths, m_options.rawPlanes};
+            m_options.versions.file < FileVersions::withSingleLengths, m_options.rawPlanes, m_options.prefer};
 }
 
 void SourceEncoder::choosePlans(const SourceSurvey& survey)
@@ -285,7 +286,8 @@ std::uint32_t SourceEncoder::choosePointsPerEntry(std::int64_t numPoints) const
         for (const KernelPlan& part : plan)
             largest = std::max(largest, part.subblockSize);
     std::int64_t points = largest;
-    while (points > smallestEntry && numPoints / points < smallFileEntries)
+    const std::int64_t fewest = m_options.prefer == Preference::Size ? fewestEntries : smallFileEntries;
+    while (points > smallestEntry && numPoints / points < fewest)
         points /= 2;
     while (numPoints / points >= maxIndexEntries)
         points *= 2;

@@ -199,6 +199,17 @@ TEST(VX7PointWriter, ChoosesTheCodingByTheSamples)
     EXPECT_LT(store->size(), 20000 * 5);
     for (const auto& channel : summary)
         EXPECT_FALSE(TransformUtils::hasUpdate(channel.transform)) << channel.name;
+
+    // No channel is larger if size is preferred; most are smaller than in any one coding of the trials.
+    EncodeOptions options;
+    options.prefer = Preference::Size;
+    writer->setOptions(options);
+    const auto balanced = summary;
+    writer->write(Bounds::Huge(), 1.0, source->getPointInfo(), nullptr);
+    for (std::size_t i = 0; i < balanced.size(); ++i)
+        EXPECT_LE(summary[i].size, balanced[i].size) << i;
+    EXPECT_GT(summary[0].subblockSize, 4096u);
+    EXPECT_TRUE(readAll(*openFile(packWith(*source, options))) == readAll(*source));
 }
 
 // Writes a file with this transform for a channel, and compares what is read. Returns the failure.

@@ -23,6 +23,7 @@ struct Coder
     int magnitudeBits;        // of the largest integer that it codes
     // Weight of the bytes when coders are compared for a channel: above 1 for a coder that is slower.
     double sizeWeight;
+    double speedWeight; // likewise, if decoding speed is preferred
     // Both throw InvalidArgument "unkown datatype" for samples that the coder does not support.
     std::unique_ptr<SubblockReader> (*createReader)(const SubblockFormat& format);
     std::unique_ptr<SubblockWriter> (*createWriter)(const SubblockFormat& format);

@@ -219,7 +219,7 @@ void MQEncoder::encode(int runContext, std::span<const Step> steps) noexcept
 std::size_t MQEncoder::end() noexcept
 {
     Registers registers = m_registers;
-    m_shifts = registers.capacity - registers.CT;
+    m_shifts = codedBits();
     const std::uint32_t limit = registers.C + registers.A;
     registers.C |= 0xFFFF;
     if (registers.C >= limit)

@@ -66,6 +66,13 @@ public:
 
     // The buffer must be large enough for the coded bytes; the size is not checked.
     void begin(void* buffer, std::size_t capacity) noexcept;
+    // The bytes written so far, and another buffer to which they were copied.
+    std::size_t size() const noexcept { return static_cast<std::size_t>(m_registers.current - m_start); }
+    void moveTo(void* buffer) noexcept
+    {
+        m_registers.current = static_cast<std::uint8_t*>(buffer) + size();
+        m_start = static_cast<std::uint8_t*>(buffer);
+    }
     // The runs are in `runContext`.
     void encode(int runContext, std::span<const Step> steps) noexcept;
     void encode(int context, int bit) noexcept
@@ -76,6 +83,8 @@ public:
     // Flushes and returns the bytes written since begin().
     std::size_t end() noexcept;
 
+    // The number of bits of all decisions so far.
+    std::uint64_t codedBits() const noexcept { return m_registers.capacity - m_registers.CT; }
     // The number of bytes that a decoder has read after the last decision, if bytes of 0xFF follow the
     // segment. It can be larger than the result of end(). Called after end().
     std::size_t decoderPosition() const noexcept;

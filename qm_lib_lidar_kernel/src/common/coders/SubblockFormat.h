@@ -3,6 +3,7 @@
 
 #include "common/coders/TransformUtils.h"
 #include <vxunpack/DataType.h>
+#include <vxunpack/EncodeOptions.h>
 
 #include <cstddef>
 #include <optional>
@@ -20,6 +21,7 @@ struct SubblockFormat
     // MQ coding: the number of lowest planes that are written raw; without a value the writer chooses it for
     // each subblock.
     std::optional<int> rawPlanes = std::nullopt;
+    Preference prefer = Preference::Balanced; // of the writer
 };
 
 } // namespace Quillmoran

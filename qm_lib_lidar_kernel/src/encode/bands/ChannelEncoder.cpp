@@ -7,28 +7,62 @@
 
 namespace Quillmoran {
 
-ChannelEncoder::ChannelEncoder(const KernelPlan& plan, std::size_t channelIndex, const BandFormat& format,
-                               SpillFile& file)
+// The channel with one transform and subblock size. Thread safety as that of ChannelEncoder.
+class ChannelEncoder::Coding
 {
-    m_record.init(plan.name.c_str(), plan.dataType, plan.bits, plan.transform, plan.subblockSize, plan.offset,
+public:
+    Coding(const KernelPlan& plan, const KernelPlan::Coding& coding, std::size_t channelIndex,
+           const BandFormat& format, SpillFile& file);
+
+    void put(const PointData& points, std::size_t count);
+    void finish();
+    void encode(SubbandWriter::Subblock& subblock);
+    void commit();
+
+    bool isReadable() const;
+    const WaveletChannelInfo& getRecord() const noexcept { return m_record; }
+    std::vector<SubbandWriter>& getBands() noexcept { return m_bands; }
+    const std::vector<SubbandWriter>& getBands() const noexcept { return m_bands; }
+    std::int64_t getSize() const noexcept;
+
+private:
+    WaveletChannelInfo m_record;
+    KernelConversion m_conversion;
+    KernelSamples m_samples;
+    bool m_hasSamples = false;
+    SubblockFormat m_format;
+    std::vector<SubbandWriter> m_bands;
+    std::unique_ptr<Decomposition> m_decomposition;
+    Mutex m_mutex;
+    std::vector<std::unique_ptr<SubblockWriter>> m_writers; // not in use by a thread; guarded by m_mutex
+};
+
+ChannelEncoder::Coding::Coding(const KernelPlan& plan, const KernelPlan::Coding& coding,
+                               std::size_t channelIndex, const BandFormat& format, SpillFile& file)
+{
+    const auto [transform, subblockSize] = coding;
+    m_record.init(plan.name.c_str(), plan.dataType, plan.bits, transform, subblockSize, plan.offset,
                   plan.scale);
     m_conversion.setupConvert(m_record, channelIndex);
-    m_format = {m_record.getKernelDataType(), plan.transform, plan.subblockSize,
-                format.planeLengths && TransformUtils::isWavelet(plan.transform), format.rawPlanes};
+    m_format = {m_record.getKernelDataType(),
+                transform,
+                subblockSize,
+                format.planeLengths && TransformUtils::isWavelet(transform),
+                format.rawPlanes,
+                format.prefer};
     m_bands.assign(format.numLevels, SubbandWriter(m_format, format.interleaved, file));
-    m_decomposition = Decomposition::create(m_format.type, plan.transform, format.numLevels);
+    m_decomposition = Decomposition::create(m_format.type, transform, format.numLevels);
 }
 
-void ChannelEncoder::put(const PointData& points, std::size_t count)
+void ChannelEncoder::Coding::put(const PointData& points, std::size_t count)
 {
     m_conversion.convertToKernel(points, m_samples, count);
     m_record.updateMinMax(m_samples, count);
     m_hasSamples |= count != 0;
     m_decomposition->put(m_samples.getData(), count, false, m_bands);
-    collectPending();
 }
 
-void ChannelEncoder::finish()
+void ChannelEncoder::Coding::finish()
 {
     if (!m_hasSamples) {
         // Readers would take an empty range for the widest one.
@@ -39,18 +73,9 @@ void ChannelEncoder::finish()
     m_decomposition->put(nullptr, 0, true, m_bands);
     for (SubbandWriter& band : m_bands)
         band.finish();
-    collectPending();
 }
 
-void ChannelEncoder::collectPending()
-{
-    m_pending.clear();
-    for (SubbandWriter& band : m_bands)
-        for (std::size_t i = 0; i < band.numPending(); ++i)
-            m_pending.push_back(&band.getPending(i));
-}
-
-void ChannelEncoder::encodePending(std::size_t index)
+void ChannelEncoder::Coding::encode(SubbandWriter::Subblock& subblock)
 {
     std::unique_ptr<SubblockWriter> writer;
     {
@@ -62,19 +87,18 @@ void ChannelEncoder::encodePending(std::size_t index)
     }
     if (!writer)
         writer = SubblockWriter::create(m_format);
-    m_pending[index]->encode(*writer);
+    subblock.encode(*writer);
     const std::lock_guard<Mutex> lock(m_mutex);
     m_writers.push_back(std::move(writer));
 }
 
-void ChannelEncoder::commit()
+void ChannelEncoder::Coding::commit()
 {
     for (SubbandWriter& band : m_bands)
         band.commit();
-    m_pending.clear();
 }
 
-bool ChannelEncoder::isReadable() const
+bool ChannelEncoder::Coding::isReadable() const
 {
     if (!TransformUtils::isInteger(m_record.getTransformType()) ||
         m_record.getPart() == ChannelPart::Fraction32 || m_record.getPart() == ChannelPart::Fraction64)
@@ -97,12 +121,86 @@ bool ChannelEncoder::isReadable() const
     });
 }
 
-std::int64_t ChannelEncoder::getSize() const noexcept
+std::int64_t ChannelEncoder::Coding::getSize() const noexcept
 {
     std::int64_t size = 0;
     for (const SubbandWriter& band : m_bands)
         size += band.headers().size() + band.data().size();
     return size;
+}
+
+ChannelEncoder::ChannelEncoder(const KernelPlan& plan, std::size_t channelIndex, const BandFormat& format,
+                               SpillFile& file)
+{
+    const auto add = [&](const KernelPlan::Coding& coding) {
+        m_codings.push_back(std::make_unique<Coding>(plan, coding, channelIndex, format, file));
+    };
+    add({plan.transform, plan.subblockSize});
+    std::for_each(plan.others.begin(), plan.others.end(), add);
+}
+
+ChannelEncoder::~ChannelEncoder() = default;
+
+void ChannelEncoder::put(const PointData& points, std::size_t count)
+{
+    for (const auto& coding : m_codings)
+        coding->put(points, count);
+    collectPending();
+}
+
+void ChannelEncoder::finish()
+{
+    for (const auto& coding : m_codings)
+        coding->finish();
+    collectPending();
+}
+
+void ChannelEncoder::collectPending()
+{
+    m_pending.clear();
+    for (const auto& coding : m_codings)
+        for (SubbandWriter& band : coding->getBands())
+            for (std::size_t i = 0; i < band.numPending(); ++i)
+                m_pending.emplace_back(coding.get(), &band.getPending(i));
+}
+
+void ChannelEncoder::encodePending(std::size_t index)
+{
+    const auto [coding, subblock] = m_pending[index];
+    coding->encode(*subblock);
+}
+
+void ChannelEncoder::commit()
+{
+    for (const auto& coding : m_codings)
+        coding->commit();
+    m_pending.clear();
+}
+
+const ChannelEncoder::Coding& ChannelEncoder::getSmallest() const noexcept
+{
+    return **std::min_element(m_codings.begin(), m_codings.end(),
+                              [](const auto& a, const auto& b) { return a->getSize() < b->getSize(); });
+}
+
+bool ChannelEncoder::isReadable() const
+{
+    return getSmallest().isReadable();
+}
+
+const WaveletChannelInfo& ChannelEncoder::getRecord() const noexcept
+{
+    return getSmallest().getRecord();
+}
+
+const std::vector<SubbandWriter>& ChannelEncoder::getBands() const noexcept
+{
+    return getSmallest().getBands();
+}
+
+std::int64_t ChannelEncoder::getSize() const noexcept
+{
+    return getSmallest().getSize();
 }
 
 } // namespace Quillmoran

@@ -1,4 +1,5 @@
-// Encodes one kernel channel: from point samples to kernel samples, bands, subblocks and finally bytes. put()
+// Encodes one kernel channel: from point samples to kernel samples, bands, subblocks and finally bytes. A plan
+// can ask for several codings; the smallest is kept. put()
 // and commit() are called by one thread at a time, in the order of the points. Between these calls, any
 // number of threads may call encodePending().
 #pragma once
@@ -8,6 +9,7 @@
 #include "encode/planning/ChannelPlan.h"
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace Quillmoran {
@@ -19,6 +21,7 @@ struct BandFormat
     bool interleaved = false;
     bool planeLengths = false;                   // one length per bit plane for lifted MQ-coded channels
     std::optional<int> rawPlanes = std::nullopt; // see SubblockFormat
+    Preference prefer = Preference::Balanced;
 };
 
 class ChannelEncoder
@@ -27,6 +30,7 @@ public:
     // `channelIndex` is the index of the channel in the points. The bands are stored in `file`.
     ChannelEncoder(const KernelPlan& plan, std::size_t channelIndex, const BandFormat& format,
                    SpillFile& file);
+    ~ChannelEncoder();
 
     void put(const PointData& points, std::size_t count);
     // Ends the bands. The caller then encodes and commits the remaining subblocks.
@@ -37,27 +41,22 @@ public:
     void encodePending(std::size_t index);
     void commit();
 
-    // After finish(): whether readers decode the bands. They derive the kernel type from the range of the
+    // After finish() and the last commit(), also for the functions below: whether readers decode the bands. They derive the kernel type from the range of the
     // samples, and it can be narrower than that of the plan.
     bool isReadable() const;
-    // The channel record for the file. Complete after finish().
-    const WaveletChannelInfo& getRecord() const noexcept { return m_record; }
-    const std::vector<SubbandWriter>& getBands() const noexcept { return m_bands; }
+    // The channel record for the file.
+    const WaveletChannelInfo& getRecord() const noexcept;
+    const std::vector<SubbandWriter>& getBands() const noexcept;
     std::int64_t getSize() const noexcept; // bytes of all bands
 
 private:
-    void collectPending();
+    class Coding;
 
-    WaveletChannelInfo m_record;
-    KernelConversion m_conversion;
-    KernelSamples m_samples;
-    bool m_hasSamples = false;
-    SubblockFormat m_format;
-    std::vector<SubbandWriter> m_bands;
-    std::unique_ptr<Decomposition> m_decomposition;
-    std::vector<SubbandWriter::Subblock*> m_pending;
-    Mutex m_mutex;
-    std::vector<std::unique_ptr<SubblockWriter>> m_writers; // not in use by a thread; guarded by m_mutex
+    void collectPending();
+    const Coding& getSmallest() const noexcept;
+
+    std::vector<std::unique_ptr<Coding>> m_codings; // at least one
+    std::vector<std::pair<Coding*, SubbandWriter::Subblock*>> m_pending;
 };
 
 } // namespace Quillmoran

@@ -19,6 +19,13 @@ struct KernelPlan
     int bits = 0;                   // significant bits of integer kernel samples
     double offset = 0;
     double scale = 0; // 0 unless quantized
+    // The samples are also encoded in these codings, and the smallest is written.
+    struct Coding
+    {
+        TransformType transform;
+        std::uint32_t subblockSize;
+    };
+    std::vector<Coding> others = {};
 };
 
 using ChannelPlan = std::vector<KernelPlan>;

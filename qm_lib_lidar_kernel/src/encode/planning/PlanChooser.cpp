@@ -19,6 +19,10 @@ constexpr double hopeless = 1.1;
 constexpr double smallerSubblock = 1.01;
 constexpr std::uint32_t subblockSizes[] = {1024, 2048, 4096};
 constexpr std::size_t subblockRuns = 2;
+// If the smallest file is preferred: the codings that are used for whole channels, in samples and by their cost
+// relative to the best one. In a survey of 16 channels they are as small as four sizes with all transforms.
+constexpr std::uint32_t triedSubblocks[] = {4096, 65536};
+constexpr double promising = 1.05;
 
 // The transforms to try by default: without lifting, and lifted with the update step if `smooth`, without it
 // otherwise.
@@ -109,7 +113,7 @@ struct PlanChooser::Candidate
 struct PlanChooser::Trial
 {
     TransformType transform = 0;
-    double cost = 0; // bytes, weighted with Coder::sizeWeight
+    double cost = 0; // weighted bytes
 };
 
 std::int64_t PlanChooser::measure(const KernelPlan& plan, std::size_t channelIndex, std::size_t run) const
@@ -128,6 +132,27 @@ std::int64_t PlanChooser::measure(const KernelPlan& plan, std::size_t channelInd
     return encoder.getSize();
 }
 
+double PlanChooser::getWeight(TransformType transform) const
+{
+    const Coder& coder = TransformUtils::getCoder(transform);
+    return m_format.prefer == Preference::Size    ? 1
+           : m_format.prefer == Preference::Speed ? coder.speedWeight
+                                                  : coder.sizeWeight;
+}
+
+void PlanChooser::chooseOthers(KernelPlan& plan, const Trial& best, const std::vector<Trial>& trials,
+                               const ChannelChoice& choice) const
+{
+    plan.others.clear();
+    if (m_format.prefer != Preference::Size)
+        return;
+    for (const Trial& trial : trials)
+        for (const std::uint32_t size : triedSubblocks)
+            if (trial.cost <= promising * best.cost && size == choice.subblockSize.value_or(size) &&
+                (trial.transform != plan.transform || size != plan.subblockSize))
+                plan.others.push_back({trial.transform, size});
+}
+
 PlanChooser::Trial PlanChooser::chooseTransform(KernelPlan& plan, std::size_t channelIndex,
                                                 const std::vector<TransformType>& transforms,
                                                 const ChannelChoice& choice) const
@@ -141,8 +166,7 @@ PlanChooser::Trial PlanChooser::chooseTransform(KernelPlan& plan, std::size_t ch
     for (std::size_t run = 0; run < m_runs.size(); ++run) {
         for (Trial& trial : trials) {
             plan.transform = trial.transform;
-            trial.cost += static_cast<double>(measure(plan, channelIndex, run)) *
-                          TransformUtils::getCoder(trial.transform).sizeWeight;
+            trial.cost += static_cast<double>(measure(plan, channelIndex, run)) * getWeight(trial.transform);
         }
         const double best = std::min_element(trials.begin(), trials.end(), cheaper)->cost;
         trials.erase(std::remove_if(trials.begin(), trials.end(),
@@ -151,13 +175,14 @@ PlanChooser::Trial PlanChooser::chooseTransform(KernelPlan& plan, std::size_t ch
     }
     const Trial best = *std::min_element(trials.begin(), trials.end(), cheaper);
     plan.transform = best.transform;
+    chooseOthers(plan, best, trials, choice);
     return best;
 }
 
 void PlanChooser::chooseSubblock(KernelPlan& plan, std::size_t channelIndex,
                                  const ChannelChoice& choice) const
 {
-    if (choice.subblockSize)
+    if (choice.subblockSize || m_format.prefer == Preference::Size)
         return;
     double sizes[std::size(subblockSizes)] = {};
     const std::size_t runs = std::min(m_runs.size(), subblockRuns);
@@ -167,8 +192,9 @@ void PlanChooser::chooseSubblock(KernelPlan& plan, std::size_t channelIndex,
             sizes[i] += static_cast<double>(measure(plan, channelIndex, run));
     }
     const double best = *std::min_element(std::begin(sizes), std::end(sizes));
+    const double tolerance = m_format.prefer == Preference::Speed ? 1 : smallerSubblock;
     const auto* chosen = std::find_if(std::begin(sizes), std::end(sizes),
-                                      [best](double size) { return size <= smallerSubblock * best; });
+                                      [&](double size) { return size <= tolerance * best; });
     plan.subblockSize = runs == 0 ? defaultSubblock : subblockSizes[chosen - sizes];
 }
 

@@ -1,7 +1,8 @@
 // Chooses the coding of a channel by trying it: every coding that supports the channel is tried on the first
 // run of points, the promising ones on more runs. Sizes within a few per cent count as equal; then the coding
 // that decodes faster wins: the arithmetic coder decodes a symbol where the MQ coder decodes a decision per
-// bit plane, and deflate is faster than both.
+// bit plane, and deflate is faster than both. If the smallest file is preferred, the promising codings are all
+// used for the whole channel, also with larger subblocks, which runs are too short to compare.
 #pragma once
 
 #include "encode/bands/ChannelEncoder.h"
@@ -45,6 +46,10 @@ private:
                                           const ChannelChoice& choice) const;
     // The coded size of a run in bytes.
     std::int64_t measure(const KernelPlan& plan, std::size_t channelIndex, std::size_t run) const;
+    double getWeight(TransformType transform) const; // of bytes
+    // Sets the other codings of the plan from the trials of transforms.
+    void chooseOthers(KernelPlan& plan, const Trial& best, const std::vector<Trial>& trials,
+                      const ChannelChoice& choice) const;
     Trial chooseTransform(KernelPlan& plan, std::size_t channelIndex,
                           const std::vector<TransformType>& transforms, const ChannelChoice& choice) const;
     void chooseSubblock(KernelPlan& plan, std::size_t channelIndex, const ChannelChoice& choice) const;

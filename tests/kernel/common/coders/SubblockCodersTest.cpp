@@ -167,6 +167,38 @@ TEST(SubblockWriter, StoresNoisyPlanesRawAndOthersCoded)
     EXPECT_EQ(planesOf(quiet).rawTop, -1);
 }
 
+// The smallest payload is that of the best number of raw planes. For speed, each raw plane costs less than half a
+// bit per sample.
+TEST(SubblockWriter, PrefersSizeOrSpeed)
+{
+    Random random(5);
+    for (int round = 0; round < 12; ++round) {
+        std::vector<std::int32_t> samples(2000);
+        for (std::int32_t& sample : samples) {
+            const int width = static_cast<int>(random.between(0, random.chance(0.1) ? 20 : round));
+            sample = static_cast<std::int32_t>(random.between(-1, 1) << width) + (round % 2 == 0 ? 0 : 77);
+        }
+        const auto encoded = [&](std::optional<int> rawPlanes, Preference preference) {
+            return encode({SINT32, 11, samples.size(), false, rawPlanes, preference}, samples);
+        };
+        const auto planesOf = [](const EncodedBand& band) {
+            return BitPlanes::fromCode(static_cast<std::uint32_t>(band.headers[0] << 8 | band.headers[1]) -
+                                       2049);
+        };
+        std::size_t smallest = SIZE_MAX;
+        for (int rawPlanes = 0; rawPlanes < 20; ++rawPlanes)
+            smallest = std::min(smallest, encoded(rawPlanes, Preference::Balanced).data.size());
+        const EncodedBand size = encoded({}, Preference::Size), speed = encoded({}, Preference::Speed);
+        EXPECT_LE(size.data.size(), smallest + 2) << round; // whole bytes
+        const int more = planesOf(speed).rawTop - planesOf(size).rawTop;
+        EXPECT_GE(more, 0) << round;
+        EXPECT_LE(speed.data.size(),
+                  size.data.size() + samples.size() * static_cast<std::size_t>(more) / 16 + 2);
+        expectRestored<std::int32_t>({SINT32, 11, 0, false, {}, Preference::Size}, samples);
+        expectRestored<std::int32_t>({SINT32, 11, 0, false, {}, Preference::Speed}, samples);
+    }
+}
+
 TEST(SubbandWriter, CountsUpTo2048ZeroSubblocksPerHeader)
 {
     std::vector<std::int32_t> samples(5003 * 16 + 7); // the last subblock is short
