@@ -84,8 +84,8 @@ private:
     MosaicFilter();
 
     const Impl& sources() const;
-    void init(const PointCloudInfo* info, const RTree* tree, PointSourceManager* manager,
-              const std::optional<int>& gpsWeek, std::vector<double> sizes);
+    QM_HIDDEN void init(const PointCloudInfo* info, const RTree* tree, PointSourceManager* manager,
+                        const std::optional<int>& gpsWeek, std::vector<double> sizes);
 
     Scoped<PointCloudInfo> m_info;
     bool m_sharesMetadata = false;

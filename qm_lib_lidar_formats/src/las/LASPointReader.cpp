@@ -334,8 +334,8 @@ PointIterator* LASPointReader::createSampleIterator(double position, const Point
     first = std::min(first, count);
     if (impl.header.compressed && count != 0) // to decode no points before it
         first = table->points[table->find(first)];
-    const LASPointIterator::File file{impl.io.get(), impl.header, impl.chunks, getPointInfo(),
-                                      impl.extraFields, {}};
+    const LASPointIterator::File file{impl.io.get(),  impl.header,      impl.chunks,
+                                      getPointInfo(), impl.extraFields, {}};
     return new LASPointIterator(file, first, layout);
 }
 

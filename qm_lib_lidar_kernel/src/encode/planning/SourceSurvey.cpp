@@ -15,6 +15,17 @@ constexpr std::size_t maxRunBytes = 32 << 20;
 constexpr std::int64_t maxRunsUsed = 8;
 constexpr std::int64_t pointsPerRun = 524288; // points of the source per run that is used
 
+// The runs that are used of those that were read.
+std::vector<std::size_t> chooseRuns(std::size_t count, std::int64_t numPoints)
+{
+    const auto wanted = static_cast<std::size_t>(std::min(numPoints / pointsPerRun + 1, maxRunsUsed));
+    const std::size_t used = std::min(wanted, count);
+    std::vector<std::size_t> chosen;
+    for (std::size_t i = 0; i < used; ++i)
+        chosen.push_back((2 * i + 1) * count / (2 * used));
+    return chosen;
+}
+
 } // namespace
 
 std::size_t SourceSurvey::getMaxRuns(const PointInfo& layout)
@@ -72,10 +83,12 @@ void SourceSurvey::addSamples(const PointData& points, const std::vector<std::si
                               std::int64_t numPoints)
 {
     m_numPoints = numPoints;
+    const std::vector<std::size_t> used = chooseRuns(runs.size(), numPoints);
     std::size_t first = 0;
-    for (const std::size_t count : runs) {
-        keepRun(points, first, count);
-        first += count;
+    for (std::size_t i = 0; i < runs.size(); ++i) {
+        if (std::find(used.begin(), used.end(), i) != used.end())
+            keepRun(points, first, runs[i]);
+        first += runs[i];
     }
     parallelLoop(m_channels.size(), [&](std::size_t i) { survey(i, points, first); });
 }
@@ -92,10 +105,8 @@ void SourceSurvey::keepRun(const PointData& points, std::size_t first, std::size
 std::vector<const PlanChooser::Run*> SourceSurvey::getRuns() const
 {
     std::vector<const PlanChooser::Run*> chosen;
-    const auto wanted = static_cast<std::size_t>(std::min(m_numPoints / pointsPerRun + 1, maxRunsUsed));
-    const std::size_t used = std::min(wanted, m_runs.size());
-    for (std::size_t i = 0; i < used; ++i)
-        chosen.push_back(m_runs[(2 * i + 1) * m_runs.size() / (2 * used)].get());
+    for (const std::size_t run : chooseRuns(m_runs.size(), m_numPoints))
+        chosen.push_back(m_runs[run].get());
     return chosen;
 }
 
