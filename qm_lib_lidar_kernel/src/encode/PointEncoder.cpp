@@ -9,6 +9,16 @@
 
 namespace Quillmoran {
 
+namespace {
+
+auto findRefusal(const std::vector<std::exception_ptr>& refusals)
+{
+    return std::find_if(refusals.begin(), refusals.end(),
+                        [](const std::exception_ptr& each) { return each != nullptr; });
+}
+
+} // namespace
+
 PointEncoder::PointEncoder(const std::vector<ChannelPlan>& plans, const BandFormat& format,
                            std::uint32_t pointsPerEntry)
     : m_index(pointsPerEntry), m_digests(plans.size())
@@ -27,33 +37,41 @@ bool PointEncoder::encode(const PointData& points, std::size_t count,
 {
     m_numPoints += static_cast<std::int64_t>(count);
     std::atomic<bool> isSuitable = true;
-    parallelLoop(m_digests.size() + 1, [&](std::size_t job) {
+    std::vector<std::exception_ptr> refusals(m_channels.size());
+    parallelLoop(m_digests.size() + 2, [&](std::size_t job) {
         if (job == 0)
+            meanwhile();
+        else if (job == 1)
             m_index.add(points, count);
-        else if (examine(job - 1))
-            put(job - 1, points, count);
-        else
+        else if (!examine(job - 2))
             isSuitable = false;
+        else if (isSuitable)
+            encodeChannel(job - 2, points, count, refusals);
     });
-    if (isSuitable)
-        return encodePending(meanwhile);
-    meanwhile();
-    return false;
+    return isSuitable && noteRefusal(refusals);
 }
 
-void PointEncoder::put(std::size_t channel, const PointData& points, std::size_t count)
+void PointEncoder::encodeChannel(std::size_t channel, const PointData& points, std::size_t count,
+                                 std::vector<std::exception_ptr>& refusals)
 {
     m_digests[channel].add(points.getChannel(channel), count);
-    for (std::size_t part = m_firstParts[channel]; part < m_firstParts[channel + 1]; ++part)
-        m_channels[part]->put(points, count);
+    const std::size_t first = m_firstParts[channel];
+    nestedParallelLoop(m_firstParts[channel + 1] - first, [&](std::size_t i) {
+        m_channels[first + i]->put(points, count);
+        refusals[first + i] = encodePending(*m_channels[first + i]);
+    });
 }
 
 bool PointEncoder::finish()
 {
-    parallelLoop(m_channels.size(), [this](std::size_t channel) { m_channels[channel]->finish(); });
     for (ChannelDigests& digests : m_digests)
         digests.finish();
-    return encodePending([] {});
+    std::vector<std::exception_ptr> refusals(m_channels.size());
+    parallelLoop(m_channels.size(), [&](std::size_t channel) {
+        m_channels[channel]->finish();
+        refusals[channel] = encodePending(*m_channels[channel]);
+    });
+    return noteRefusal(refusals);
 }
 
 bool PointEncoder::isWithinPlans() const
@@ -72,32 +90,32 @@ bool PointEncoder::isReadable() const
                        [](const auto& channel) { return channel->isReadable(); });
 }
 
-bool PointEncoder::encodePending(const std::function<void()>& meanwhile)
+std::exception_ptr PointEncoder::encodePending(ChannelEncoder& channel)
 {
-    std::vector<std::pair<ChannelEncoder*, std::size_t>> jobs;
-    for (const auto& channel : m_channels)
-        for (std::size_t i = 0; i < channel->numPending(); ++i)
-            jobs.emplace_back(channel.get(), i);
-    std::vector<std::exception_ptr> refusals(jobs.size());
-    parallelLoop(jobs.size() + 1, [&](std::size_t job) {
-        if (job == 0)
-            return meanwhile();
+    std::vector<std::exception_ptr> refusals(channel.numPending());
+    nestedParallelLoop(refusals.size(), [&](std::size_t i) {
         try {
-            jobs[job - 1].first->encodePending(jobs[job - 1].second);
+            channel.encodePending(i);
         } catch (const Error& error) {
             if (error.code() != ErrorCode::InvalidArgument)
                 throw;
-            refusals[job - 1] = std::current_exception();
+            refusals[i] = std::current_exception();
         }
     });
-    const auto refusal = std::find_if(refusals.begin(), refusals.end(),
-                                      [](const std::exception_ptr& each) { return each != nullptr; });
-    if (refusal != refusals.end()) {
-        m_refusal = *refusal;
-        return false;
-    }
-    parallelLoop(m_channels.size(), [this](std::size_t channel) { m_channels[channel]->commit(); });
-    return true;
+    const auto refusal = findRefusal(refusals);
+    if (refusal != refusals.end())
+        return *refusal;
+    channel.commit();
+    return nullptr;
+}
+
+bool PointEncoder::noteRefusal(const std::vector<std::exception_ptr>& refusals)
+{
+    const auto refusal = findRefusal(refusals);
+    if (refusal == refusals.end())
+        return true;
+    m_refusal = *refusal;
+    return false;
 }
 
 } // namespace Quillmoran

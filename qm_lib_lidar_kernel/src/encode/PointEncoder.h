@@ -46,11 +46,13 @@ public:
     const std::vector<ChannelDigests>& getDigests() const noexcept { return m_digests; }
 
 private:
-    // Digests a channel of the points and divides it into subblocks.
-    void put(std::size_t channel, const PointData& points, std::size_t count);
-    // Encodes the pending subblocks, runs `meanwhile` in parallel, then commits them. Returns false if a coder
-    // refused one.
-    bool encodePending(const std::function<void()>& meanwhile);
+    // Digests a channel of the points, divides its parts into subblocks and encodes those that are complete.
+    void encodeChannel(std::size_t channel, const PointData& points, std::size_t count,
+                       std::vector<std::exception_ptr>& refusals);
+    // Encodes and commits the pending subblocks. Returns the error of a coder that refused one, if any.
+    static std::exception_ptr encodePending(ChannelEncoder& channel);
+    // By kernel channel. Returns whether there are none.
+    bool noteRefusal(const std::vector<std::exception_ptr>& refusals);
 
     SpillFile m_file;
     std::vector<std::unique_ptr<ChannelEncoder>> m_channels;
