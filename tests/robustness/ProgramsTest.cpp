@@ -104,7 +104,7 @@ TEST_F(Processes, StopAtASignalWithoutATrace)
         lines += "1234567.89 1234567.89 1.5\n";
     directory.file("in.txt", lines);
     const std::tuple<Command, const char*, int> cases[] = {
-        {{"vxpack -i in.las -o out.vxl -j 1", "out.vxl"}, "surveying", SIGINT},
+        {{"vxpack -i in.las -o out.vxl -s 1.5 -j 1", "out.vxl"}, "surveying", SIGINT},
         {{"vxpack -i in.las -o out.vxl -j 1", "out.vxl"}, "writing", SIGTERM},
         {{"vxunpack -i in.vxl -o out.txt -cs 200 -j 1", "out.txt"}, "writing", SIGINT},
         {{"vxunpack -i in.vxl -o out.las -cs 200 -j 1", "out.las"}, "writing", SIGTERM},
