@@ -79,8 +79,13 @@ TaskLanes::TaskLanes(std::size_t numLanes, std::size_t numSlots,
 TaskLanes::~TaskLanes()
 {
     Private& state = *m_private;
-    for (; state.finished != state.started; ++state.finished)
-        state.slotOf(state.finished).steps.wait();
+    for (; state.finished != state.started; ++state.finished) {
+        try {
+            state.slotOf(state.finished).steps.wait();
+        } catch (...) {
+            // There was no memory for a step, which has not run.
+        }
+    }
 }
 
 std::size_t TaskLanes::numStarted() const noexcept

@@ -319,19 +319,21 @@ bool WaveletDecoder::refill()
 {
     m_cursor = 0;
     m_blocks[m_current].fill = 0;
-    if (!m_decoding || (m_decoding->numStarted() == 0 && !startNext()))
+    if (!m_decoding)
         return false;
-    if (getDelegate() && getDelegate()->getCancelled())
-        QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
     try {
+        if (m_decoding->numStarted() == 0 && !startNext())
+            return false;
+        if (getDelegate() && getDelegate()->getCancelled())
+            QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
         finishNext();
+        // The caller takes one block.
+        while (m_decoding->numStarted() + 1 < m_blocks.size() && startNext()) {
+        }
     } catch (...) {
         m_decoding.reset(); // the chains are in an undefined state
         m_blocks[m_current].fill = 0;
         throw;
-    }
-    // The caller takes one block.
-    while (m_decoding->numStarted() + 1 < m_blocks.size() && startNext()) {
     }
     if (getDelegate())
         getDelegate()->updateCompleted(static_cast<double>(m_blocks[m_current].fill), "reading VX7 file");
