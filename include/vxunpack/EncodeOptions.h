@@ -42,7 +42,7 @@ enum class Preference : std::uint8_t
 {
     Balanced, // files that are small and fast to decode
     Size,     // the smallest files. Encoding takes several times as long, and reads the source twice
-    Speed     // files that are decoded faster, and are a few per cent larger
+    Speed // files that are decoded faster, and are a few per cent larger. Encoding takes nearly twice as long
 };
 
 struct QM_API EncodeOptions

@@ -48,6 +48,12 @@ inline std::uint64_t nonzeroBytes(std::uint64_t bytes)
     return gatherBits(((bytes + 127 * everyByte) >> 7) & everyByte);
 }
 
+// The position of a plane in the byte of digits that holds it.
+inline unsigned digitOf(int plane)
+{
+    return static_cast<unsigned>(plane) % 8;
+}
+
 // The total entropy, in bits, of `all` decisions of which `ones` are 1.
 double entropyBits(double ones, double all)
 {
@@ -243,7 +249,7 @@ private:
     // are loaded yet.
     void loadDigits(int plane, bool first, std::size_t count)
     {
-        if (!first && plane % 8 != 7)
+        if (!first && digitOf(plane) != 7)
             return;
         const U* const __restrict magnitudes = m_magnitudes.data();
         std::uint8_t* const __restrict digits = m_digits.data();
@@ -267,7 +273,7 @@ private:
             const auto state = static_cast<Byte>(negative[i] ? NEGATIVE : POSITIVE);
             states[i + 1] = widths[i] > insignificantWidth ? state : Byte{INSIGNIFICANT};
         }
-        const auto digit = static_cast<Byte>(1u << (plane % 8));
+        const auto digit = static_cast<Byte>(1u << digitOf(plane));
         for (std::size_t i = 0; i < count; ++i) {
             const Byte left = states[i];
             const Byte own = states[i + 1];
@@ -332,12 +338,12 @@ private:
                 if (count - i >= 8 && nonzeroBytes(loadLittleEndian<std::uint64_t>(widths + i) ^
                                                    becomingWidth * everyByte) == 0xFF) {
                     const auto group = loadLittleEndian<std::uint64_t>(digits + i);
-                    raw.put(gatherBits(group >> (plane % 8) & everyByte), 8);
+                    raw.put(gatherBits(group >> digitOf(plane) & everyByte), 8);
                     i += 8;
                     continue;
                 }
                 for (const std::size_t end = std::min(i + 8, count); i < end; ++i) {
-                    const unsigned bit = (unsigned{digits[i]} >> (plane % 8)) & 1;
+                    const unsigned bit = (unsigned{digits[i]} >> digitOf(plane)) & 1;
                     const unsigned becoming = widths[i] == becomingWidth ? 1 : 0;
                     raw.put(bit | (m_negative[i] & becoming) << 1, 1 + becoming);
                 }
