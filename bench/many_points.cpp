@@ -184,7 +184,8 @@ void run(const std::string& directory, std::uint64_t numPoints)
     {
         const Clock clock;
         require("points that are high", count(cloud, {.box = {.zMin = 1}}), numHighPoints);
-        require("one point in 2^20", count(cloud, {.fraction = 1.0 / (1 << 20)}), ((numPoints - 1) >> 20) + 1);
+        require("one point in 2^20", count(cloud, {.fraction = 1.0 / (1 << 20)}),
+                ((numPoints - 1) >> 20) + 1);
     }
     {
         const Clock clock;

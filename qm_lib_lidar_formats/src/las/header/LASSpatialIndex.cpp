@@ -156,10 +156,11 @@ std::vector<bool> LASSpatialIndex::find(const Bounds& box, std::span<const std::
         if (!overlap(cell.x, box.x) || !overlap(cell.y, box.y))
             continue;
         for (std::size_t i = cell.firstInterval; i < cell.endInterval; ++i) {
-            const auto begin = std::upper_bound(firsts.begin(), firsts.end() - 1, m_intervals[i].first);
-            for (auto range = begin - firsts.begin() - 1;
-                 range < static_cast<std::ptrdiff_t>(found.size()) && firsts[static_cast<std::size_t>(range)] <= m_intervals[i].last; ++range)
-                found[static_cast<std::size_t>(range)] = true;
+            const Interval& interval = m_intervals[i];
+            const auto after = std::upper_bound(firsts.begin(), firsts.end() - 1, interval.first);
+            auto range = static_cast<std::size_t>(after - firsts.begin()) - 1;
+            for (; range < found.size() && firsts[range] <= interval.last; ++range)
+                found[range] = true;
         }
     }
     return found;

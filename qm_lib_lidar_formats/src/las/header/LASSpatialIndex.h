@@ -20,7 +20,8 @@ public:
     static constexpr std::uint64_t maxBytes = 64 << 20; // larger ones are not read
 
     // Empty unless the index is complete and has each of the points in a cell.
-    static std::optional<LASSpatialIndex> parse(std::span<const unsigned char> bytes, std::uint64_t numPoints);
+    static std::optional<LASSpatialIndex> parse(std::span<const unsigned char> bytes,
+                                                std::uint64_t numPoints);
 
     // For each range of points, whether it has points of cells that overlap the box. Range i begins with firsts[i]
     // and ends before firsts[i + 1]; the last number is an end.
