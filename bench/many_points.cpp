@@ -35,7 +35,8 @@ void require(const char* what, std::uint64_t actual, std::uint64_t expected)
 
 double groupX(std::uint64_t point)
 {
-    return static_cast<double>(point / groupPoints) * step;
+    const std::uint64_t group = point / groupPoints;
+    return static_cast<double>(group) * step;
 }
 
 vx::Cloud generate(std::uint64_t numPoints)

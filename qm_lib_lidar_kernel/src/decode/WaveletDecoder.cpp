@@ -264,7 +264,8 @@ void WaveletDecoder::decodeChannel(Channel& channel, Block& block) const
 void WaveletDecoder::decode(std::size_t lane, Block& block)
 {
     // Each task writes one channel of the block and has its own streams.
-    const auto [firstChannel, count] = m_lanes[lane];
+    const std::size_t firstChannel = m_lanes[lane].first;
+    const std::size_t count = m_lanes[lane].count;
     Channel& first = m_channels[firstChannel];
     if (block.isSeparate) {
         for (std::size_t i = 0; i < count; ++i)
