@@ -165,7 +165,8 @@ inline void MQEncoder::encode(Registers& registers, std::size_t index, std::uint
     C += Qe & ~lower;
     const std::uint32_t isLong = 0 - (part >> 15); // all ones without renormalisation
     m_contexts[index] = next ^ ((next ^ context) & isLong);
-    // The interval is never 0, and its top bit becomes bit 15. All shifts up to the next byte are made at once.
+    // The interval is never 0, and its top bit becomes bit 15. All shifts up to the next byte are made at
+    // once.
     auto shift = static_cast<std::uint32_t>(__builtin_clz(part)) ^ 16;
     A = part << shift;
     while (shift >= CT) {

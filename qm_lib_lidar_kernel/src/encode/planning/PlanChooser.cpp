@@ -19,8 +19,9 @@ constexpr double hopeless = 1.1;
 constexpr double smallerSubblock = 1.01;
 constexpr std::uint32_t subblockSizes[] = {1024, 2048, 4096};
 constexpr std::size_t subblockRuns = 2;
-// If the smallest file is preferred: the codings that are used for whole channels, in samples and by their cost
-// relative to the best one. In a survey of 16 channels they are as small as four sizes with all transforms.
+// If the smallest file is preferred: the codings that are used for whole channels, in samples and by their
+// cost relative to the best one. In a survey of 16 channels they are as small as four sizes with all
+// transforms.
 constexpr std::uint32_t triedSubblocks[] = {4096, 65536};
 constexpr double promising = 1.05;
 
