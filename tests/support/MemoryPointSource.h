@@ -7,6 +7,7 @@
 #include <vxunpack/PointSource.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -141,7 +142,7 @@ private:
 
     std::size_t m_count;
     bool m_isSampled = false;
-    mutable int m_numQueries = 0;
+    mutable std::atomic<int> m_numQueries{0}; // several threads may query
     std::size_t m_failingPoint = static_cast<std::size_t>(-1);
     std::vector<ChannelData> m_channels;
     Metadata m_metadata;
