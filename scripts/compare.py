@@ -523,7 +523,7 @@ def watch_temporary(most):
 
 def print_scaling(programs, source, directory, options):
     print(f'\n{processor()}, {CORES} cores. Tasks of runs on one thread, scheduled on 1 to 64 cores. measured: whole runs\n'
-          f'on so many cores of this machine, the fastest of {options.rounds}.')
+          f'on that number of cores of this machine, the fastest of {options.rounds}.')
     las = directory / 'scaling.las'
     programs.make_las(source, las, options.millions[-1])
     command = [Path(programs.peer).with_name('scaling'), las, directory, options.rounds, *(options.scaling or [])]

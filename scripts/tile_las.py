@@ -2,7 +2,7 @@
 
 The target is a square of copies of the source (LAS 1.0 to 1.3, record formats 0 to 3). Each copy is later in time than
 the one before, and has noise of -2 to 2 in its intensity. Equal arguments give equal files.
-With FILES, the target is the list of so many such files, side by side, each with a part of the points.
+With FILES, the target is a list of FILES such files, side by side, each with a part of the points.
 """
 import math
 import operator

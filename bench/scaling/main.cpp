@@ -3,7 +3,7 @@
 //   scaling FILE.las DIRECTORY [ROUNDS [JOB ...]]
 //
 // Writes FILE.las to the directory in the other formats first. With ROUNDS, the runs are also timed on the cores
-// that there are: the fastest of so many rounds. Without a JOB, all.
+// that there are: the fastest of ROUNDS runs. Without a JOB, all.
 #include "scaling/Recorder.h"
 #include "scaling/Simulation.h"
 #include <vxunpack/Cloud.h>

@@ -54,6 +54,7 @@ struct LASPointReader::Impl
 
     Scoped<IO> io;
     LASHeader header;
+    LASzipCoding coding; // of a compressed file
     LASzipChunks chunks;
     std::vector<LASVariableRecord> records;
     std::vector<unsigned char> descriptors; // of the extra bytes
@@ -62,9 +63,7 @@ struct LASPointReader::Impl
     std::string wkt;  // the text of the file
     GeoTIFFKeys keys; // the coordinate system when `wkt` is empty
 
-    std::string path;                   // empty for an IO
-    std::int64_t numSpecialRecords = 0; // see LASzipCoding
-    std::int64_t specialRecords = 0;
+    std::string path; // empty for an IO
     mutable std::once_flag indexOnce;
     mutable std::optional<LASSpatialIndex> index;
     mutable std::string indexProblem; // why there is none
@@ -162,10 +161,8 @@ void LASPointReader::Impl::openCompressed()
     if (compression.size() > 1)
         QM_THROW(ErrorCode::LASRead, "the file has more than one VLR with the LASzip coding of its points");
     const std::vector<unsigned char> value = readLASRecordValue(*io, compression.front());
-    const LASzipCoding coding = LASzipCoding::parse(value, header);
+    coding = LASzipCoding::parse(value, header);
     chunks = LASzipChunks::find(*io, header, coding);
-    numSpecialRecords = coding.numSpecialRecords;
-    specialRecords = coding.specialRecords;
     chunks.head = makeLASzipHead(header, value);
     // LASzip accepts or refuses the file when it begins to read.
     LASRecordReader::create(io.get(), header, chunks, PointInfo());
@@ -232,9 +229,10 @@ void LASPointReader::Impl::readSpatialIndex() const
     };
     const OpenIO whole(io.get());
     std::vector<LASVariableRecord> all = records;
-    if (numSpecialRecords > 0 && numSpecialRecords <= maxSpecialRecords && specialRecords > 0) {
+    const std::int64_t count = coding.numSpecialRecords;
+    if (count > 0 && count <= maxSpecialRecords && coding.specialRecords > 0) {
         const auto special =
-            readLASExtendedRecords(*whole, specialRecords, static_cast<std::uint32_t>(numSpecialRecords));
+            readLASExtendedRecords(*whole, coding.specialRecords, static_cast<std::uint32_t>(count));
         all.insert(all.end(), special.begin(), special.end());
     }
     for (const LASVariableRecord& record : all)

@@ -36,7 +36,8 @@ public:
                  const std::vector<bool>& wantedChunks, const PointInfo& layout, const LASUnpacker& unpacker,
                  const Bounds& bounds);
 
-    // Waits until the points of wanted chunks up to `end` are decoded. False if they cannot be; the sequential reader says why.
+    // Waits until the points of wanted chunks up to `end` are decoded. False if they cannot be; the sequential
+    // reader says why.
     bool decode(std::uint64_t end);
     // Up to `count` of the points that are decoded, after those of the last call. Valid until the next call.
     Run take(std::size_t count);

@@ -1,7 +1,6 @@
 // Encodes one kernel channel: from point samples to kernel samples, bands, subblocks and finally bytes. A plan
-// can ask for several codings; the smallest is kept. put()
-// and commit() are called by one thread at a time, in the order of the points. Between these calls, any
-// number of threads may call encodePending().
+// can ask for several codings; the smallest is kept. put() and commit() are called by one thread at a time, in
+// the order of the points. Between these calls, any number of threads may call encodePending().
 #pragma once
 
 #include "encode/bands/Decomposition.h"
@@ -41,8 +40,9 @@ public:
     void encodePending(std::size_t index);
     void commit();
 
-    // After finish() and the last commit(), also for the functions below: whether readers decode the bands. They derive the kernel type from the range of the
-    // samples, and it can be narrower than that of the plan.
+    // This and the functions below are for after finish() and the last commit(). Whether readers decode the
+    // bands: they derive the kernel type from the range of the samples, and it can be narrower than that of the
+    // plan.
     bool isReadable() const;
     // The channel record for the file.
     const WaveletChannelInfo& getRecord() const noexcept;
