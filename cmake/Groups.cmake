@@ -1,6 +1,6 @@
 # With CMAKE_UNITY_BUILD, the sources of a target are compiled in groups of CMAKE_UNITY_BUILD_BATCH_SIZE. Most of the
-# compiler's time is for headers and templates, and a group reads them once. The presets fuzz and tsan and the build on
-# Debian 11 do this, and all builds do it for tests and fuzz targets. Otherwise each source is compiled alone, so that
+# compiler's time is for headers and templates, and a group reads them once. The presets asan, fuzz and tsan and the build
+# on Debian 11 do this, and all builds do it for tests and fuzz targets. Otherwise each source is compiled alone, so that
 # missing includes are found.
 #
 # The sources of a group share their unnamed namespaces. If two of them define the same name, only these builds fail,

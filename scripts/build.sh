@@ -17,7 +17,7 @@ if command -v ccache >/dev/null; then
   export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$(dirname "$PWD")} CCACHE_NOHASHDIR=yes
   # Sources that are not in the cache are not preprocessed twice. Groups of sources (cmake/Groups.cmake) are: they include
   # by absolute paths, so that only their preprocessed text is the same in other directories.
-  case $preset in fuzz | tsan) ;; *) export CCACHE_DEPEND=yes ;; esac
+  case $preset in asan | fuzz | tsan) ;; *) export CCACHE_DEPEND=yes ;; esac
 fi
 
 directory=build/${preset/bench/release}

@@ -2,6 +2,7 @@
 # Builds the fuzzers and runs them, one per processor at a time.
 #
 #   scripts/fuzz.sh [--seconds N] [TARGET ...]    N seconds (default 60) for each target, or for those named
+#   scripts/fuzz.sh --quick [TARGET ...]          4 seconds for each, in the build of scripts/test.sh asan
 #   scripts/fuzz.sh --keep [TARGET ...]           writes the inputs that reach most of the code into fuzz/corpus
 #
 # New inputs remain in build/fuzz/corpus for the next run. Findings are written to build/fuzz/findings; once fixed, an
@@ -10,11 +11,13 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 seconds=60
+preset=fuzz
 keep=false
 targets=()
 while [ $# -gt 0 ]; do
   case $1 in
     --seconds) seconds=$2; shift ;;
+    --quick) seconds=4 preset=asan ;;
     --keep) keep=true ;;
     *) targets+=("$1") ;;
   esac
@@ -24,8 +27,8 @@ all() { for source in fuzz/targets/*.cpp; do basename "$source" .cpp; done; }
 [ ${#targets[@]} -gt 0 ] || mapfile -t targets < <(all)
 
 scripts/dependencies.sh --all
-scripts/build.sh fuzz "${targets[@]/#/fuzz_}" make_samples
-build=build/fuzz
+scripts/build.sh "$preset" "${targets[@]/#/fuzz_}" make_samples
+build=build/$preset
 "$build/make_samples" "$build/seeds"
 largest=16384
 # Real files of other writers, if present.

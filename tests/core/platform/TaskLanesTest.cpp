@@ -41,7 +41,7 @@ TEST(TaskLanes, RunsTheStepsOfEachLaneInOrderAndFinishesSlotsWithAllLanes)
 {
     const tbb::global_control allowThreads(tbb::global_control::max_allowed_parallelism, 4);
     for (const int threads : {1, 4})
-        tbb::task_arena(threads).execute([] { runLanes(1000); });
+        tbb::task_arena(threads).execute([] { runLanes(300); });
 }
 
 TEST(TaskLanes, RethrowsTheFailureOfTheLowestLaneAndEndsLanesThatFail)

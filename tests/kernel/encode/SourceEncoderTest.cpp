@@ -72,52 +72,56 @@ void setSample(MemoryPointSource& source, const char* channel, T value,
     static_cast<T*>(source.column(channel).getData())[point] = value;
 }
 
-// Points that the samples do not have: the file is that of two passes. A range with a margin needs no other plan.
-TEST(SourceEncoder, StartsOverWhenTheLastPointsContradictThePlan)
+// A change of the points that are not sampled.
+struct Contradiction
 {
-    struct Case
-    {
-        const char* name;
-        void (*change)(MemoryPointSource& source);
-        const char* restart; // its beginning
-    };
-    const char* const otherValues = "channel '";
-    const Case cases[] = {
-        {"none", [](MemoryPointSource&) {}, ""},
-        {"margin", [](MemoryPointSource& s) { setSample<std::uint16_t>(s, "Noise", 300); }, ""},
-        {"grid", [](MemoryPointSource& s) { setSample(s, "X", 500000.001); }, otherValues},
-        {"grid of times", [](MemoryPointSource& s) { setSample(s, "Time", 1e5 + 0x1p-12); }, otherValues},
-        {"sign of zero", [](MemoryPointSource& s) { setSample(s, "Z", -0.0); }, otherValues},
-        {"no number", [](MemoryPointSource& s) { setSample(s, "Z", nan); }, otherValues},
-        {"kernel of a grid", [](MemoryPointSource& s) { setSample(s, "Z", 1e9); }, otherValues},
-        {"kernel of integers", [](MemoryPointSource& s) { setSample(s, "Index", INT32_MAX); }, otherValues},
-        {"coder", [](MemoryPointSource& s) { setSample<std::uint16_t>(s, "Noise", 40000); }, otherValues},
-        {"sampled last point", [](MemoryPointSource& s) { setSample(s, "X", 1e300, numSampledPoints - 1); },
-         ""},
-        {"count", [](MemoryPointSource& s) { s.setNumPoints(4 * numSampledPoints); }, "their number"},
-    };
-    for (const Case& each : cases) {
-        SCOPED_TRACE(each.name);
-        const auto source = makeSampledCloud();
-        each.change(*source);
-        ProgressLog log;
-        const Scoped<Effortless> effortless(new Effortless);
-        effortless->init(source.get());
-        const Packed once = pack(*effortless, &log);
-        const std::string restart = each.restart;
-        EXPECT_EQ(once.restart.substr(0, restart.size()), restart);
-        EXPECT_EQ(once.restart.empty(), restart.empty()) << once.restart;
-        EXPECT_EQ(source->numQueries(), restart.empty() ? 1 : 2);
-        EXPECT_TRUE(readAll(*openFile(once.bytes)) == readAll(*source));
-        EXPECT_TRUE(source->getNumPoints() != numSampledPoints || std::fabs(log.last() - 1) < 1e-9)
-            << log.last();
-        source->setSampled(false);
-        const Packed twice = pack(*source);
-        EXPECT_TRUE(restart.empty() || once.bytes == twice.bytes);
-        EXPECT_NEAR(static_cast<double>(once.bytes.size()), static_cast<double>(twice.bytes.size()),
-                    static_cast<double>(twice.bytes.size()) / 50);
-    }
+    const char* name;
+    void (*change)(MemoryPointSource& source);
+    const char* restart; // the beginning of its reason; empty: a range with a margin needs no other plan
+};
+
+constexpr const char* otherValues = "channel '";
+const Contradiction contradictions[] = {
+    {"None", [](MemoryPointSource&) {}, ""},
+    {"Margin", [](MemoryPointSource& s) { setSample<std::uint16_t>(s, "Noise", 300); }, ""},
+    {"Grid", [](MemoryPointSource& s) { setSample(s, "X", 500000.001); }, otherValues},
+    {"GridOfTimes", [](MemoryPointSource& s) { setSample(s, "Time", 1e5 + 0x1p-12); }, otherValues},
+    {"SignOfZero", [](MemoryPointSource& s) { setSample(s, "Z", -0.0); }, otherValues},
+    {"NoNumber", [](MemoryPointSource& s) { setSample(s, "Z", nan); }, otherValues},
+    {"KernelOfAGrid", [](MemoryPointSource& s) { setSample(s, "Z", 1e9); }, otherValues},
+    {"KernelOfIntegers", [](MemoryPointSource& s) { setSample(s, "Index", INT32_MAX); }, otherValues},
+    {"Coder", [](MemoryPointSource& s) { setSample<std::uint16_t>(s, "Noise", 40000); }, otherValues},
+    {"SampledLastPoint", [](MemoryPointSource& s) { setSample(s, "X", 1e300, numSampledPoints - 1); }, ""},
+    {"Count", [](MemoryPointSource& s) { s.setNumPoints(4 * numSampledPoints); }, "their number"},
+};
+
+class SourceEncoderPlan : public ::testing::TestWithParam<Contradiction>
+{};
+
+// After a contradiction the file is that of two passes.
+TEST_P(SourceEncoderPlan, IsMadeAgainWhenTheLastPointsContradictIt)
+{
+    const auto source = makeSampledCloud();
+    GetParam().change(*source);
+    ProgressLog log;
+    const Scoped<Effortless> effortless(new Effortless);
+    effortless->init(source.get());
+    const Packed once = pack(*effortless, &log);
+    const std::string restart = GetParam().restart;
+    EXPECT_EQ(once.restart.substr(0, restart.size()), restart);
+    EXPECT_EQ(once.restart.empty(), restart.empty()) << once.restart;
+    EXPECT_EQ(source->numQueries(), restart.empty() ? 1 : 2);
+    EXPECT_TRUE(readAll(*openFile(once.bytes)) == readAll(*source));
+    EXPECT_TRUE(source->getNumPoints() != numSampledPoints || std::fabs(log.last() - 1) < 1e-9) << log.last();
+    source->setSampled(false);
+    const Packed twice = pack(*source);
+    EXPECT_TRUE(restart.empty() || once.bytes == twice.bytes);
+    EXPECT_NEAR(static_cast<double>(once.bytes.size()), static_cast<double>(twice.bytes.size()),
+                static_cast<double>(twice.bytes.size()) / 50);
 }
+
+INSTANTIATE_TEST_SUITE_P(Of, SourceEncoderPlan, ::testing::ValuesIn(contradictions),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST(SourceEncoder, NeedsSamplesOfAllPointsForOnePass)
 {
