@@ -14,7 +14,8 @@ struct RecordedStep
     enum Kind
     {
         RUN,       // `count` nanoseconds of CPU time
-        ADD,       // the tasks `id` to `id` + `count` - 1 become ready
+        ADD,       // the tasks `id` to `id` + `count` - 1 become ready, gated ones when their group is open
+        OPEN,      // the group `id`
         WAIT,      // until these tasks are complete
         LANE_ADD,  // the next task of the lane `id` becomes ready
         LANE_WAIT, // until the lane `id` has run `count` tasks
@@ -33,6 +34,7 @@ struct RecordedTask
     std::uint64_t group = 0;
     std::uint64_t first = 0; // of those that are waited for with it
     bool isInOrder = false;  // the tasks of its group begin in their order
+    bool isGated = false;    // it is not ready before its group is open
 };
 
 struct RecordedRun

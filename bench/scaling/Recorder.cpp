@@ -63,6 +63,7 @@ void Recorder::add(RecordedTask* parent, Kind kind, std::uint64_t id, std::uint6
         m_run.tasks[task].group = group;
         m_run.tasks[task].first = kind == ADD_TO ? group : id;
         m_run.tasks[task].isInOrder = kind == ADD_NEXT;
+        m_run.tasks[task].isGated = kind == ADD_TO;
     }
     parent->steps.push_back({RecordedStep::ADD, id, count});
 }
@@ -82,6 +83,9 @@ void Recorder::note(Kind kind, std::uint64_t id, std::uint64_t count)
     case ADD_TO:
     case ADD_NEXT:
         add(frame->task, kind, id, count);
+        break;
+    case OPEN:
+        frame->task->steps.push_back({RecordedStep::OPEN, id, 1});
         break;
     case WAIT:
     case LANE_WAIT:

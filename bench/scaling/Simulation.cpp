@@ -5,6 +5,7 @@
 #include <numeric>
 #include <set>
 #include <stdexcept>
+#include <utility>
 
 namespace Quillmoran {
 
@@ -120,8 +121,12 @@ private:
             thread.remaining = static_cast<double>(step.count);
             break;
         case RecordedStep::ADD:
-            thread.ready.push_back({step.id, step.id, step.id + step.count});
-            m_owners.insert(&thread);
+            add(thread, {step.id, step.id, step.id + step.count});
+            break;
+        case RecordedStep::OPEN:
+            m_open.insert(step.id);
+            for (const auto& [owner, range] : std::exchange(m_closed[step.id], {}))
+                add(*owner, range);
             break;
         case RecordedStep::WAIT:
             if (m_numLeft[step.id] != 0)
@@ -137,6 +142,16 @@ private:
         }
         ++frame.step;
         return true;
+    }
+
+    void add(Thread& thread, const Range& range)
+    {
+        if (m_run.tasks[range.first].isGated && m_open.count(groupOf(range)) == 0) {
+            m_closed[groupOf(range)].emplace_back(&thread, range);
+            return;
+        }
+        thread.ready.push_back(range);
+        m_owners.insert(&thread);
     }
 
     // Begins a ready task of the group, or of any if it is 0: the next one of the range that the thread has
@@ -198,7 +213,9 @@ private:
     std::vector<std::uint64_t> m_numLeft; // by first task: those that became ready together and are not done
     std::map<std::uint64_t, Lane> m_lanes;
     std::vector<Thread> m_threads;
-    std::set<Thread*> m_owners; // of ready tasks
+    std::set<Thread*> m_owners;                                               // of ready tasks
+    std::set<std::uint64_t> m_open;                                           // groups
+    std::map<std::uint64_t, std::vector<std::pair<Thread*, Range>>> m_closed; // added tasks, by their group
     bool m_hasChanged = false;
 };
 

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,7 @@ public:
     std::size_t pread(std::int64_t offset, void* buffer, std::size_t count) const override
     {
         ++m_reads;
+        const std::lock_guard<std::mutex> lock(m_mutex);
         const auto length = static_cast<std::int64_t>(m_bytes.size());
         if (offset < 0 || offset >= length)
             return 0;
@@ -38,6 +40,7 @@ public:
     std::size_t pwrite(std::int64_t offset, const void* buffer, std::size_t count) const override
     {
         ++m_writes;
+        const std::lock_guard<std::mutex> lock(m_mutex);
         const auto at = static_cast<std::size_t>(offset);
         const std::size_t taken = std::min({count, m_capacity - std::min(at, m_capacity), m_maxMoved});
         m_bytes.resize(std::max(m_bytes.size(), at + taken));
@@ -63,6 +66,7 @@ public:
 private:
     explicit ByteStore(std::vector<std::uint8_t> bytes) : m_bytes(std::move(bytes)) {}
 
+    mutable std::mutex m_mutex; // of the bytes while they are read and written
     mutable std::vector<std::uint8_t> m_bytes;
     std::atomic<int> m_openCount{0};
     mutable std::atomic<int> m_reads{0};

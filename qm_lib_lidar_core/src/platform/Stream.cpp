@@ -2,8 +2,10 @@
 
 #include "platform/CheckedMath.h"
 #include "platform/OpenIO.h"
+#include "platform/ParallelLoop.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 namespace Quillmoran {
@@ -278,6 +280,38 @@ bool StreamWriter::copy(IO* io, std::int64_t offset, std::int64_t length)
         offset += static_cast<std::int64_t>(got);
         return got;
     });
+}
+
+bool StreamWriter::copyInParallel(IO* io, const std::vector<Range>& ranges)
+{
+    constexpr std::int64_t pieceLength = 256 * 1024;
+    const OpenIO opened(io);
+    struct Piece
+    {
+        Range from;
+        std::int64_t to;
+    };
+    std::vector<Piece> pieces;
+    std::int64_t end = tell();
+    for (const Range& range : ranges)
+        for (std::int64_t done = 0; done < range.length; done += pieceLength) {
+            const std::int64_t length = std::min(pieceLength, range.length - done);
+            pieces.push_back({{range.offset + done, length}, end});
+            end += length;
+        }
+    flush();
+    std::atomic<bool> isComplete = true;
+    parallelLoop(pieces.size(), [&](std::size_t i) {
+        const auto [from, to] = pieces[i];
+        const auto count = static_cast<std::size_t>(from.length);
+        const auto bytes = makeBuffer<unsigned char>(count);
+        if (readFully(*io, from.offset, bytes.get(), count) == count)
+            writeFully(*m_io, to, bytes.get(), count);
+        else
+            isComplete = false;
+    });
+    m_position = end;
+    return isComplete;
 }
 
 bool StreamWriter::copy(StreamReader& reader, std::int64_t length)

@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace Quillmoran {
 
@@ -116,6 +117,13 @@ public:
     bool copy(IO* io, std::int64_t offset, std::int64_t length);
     bool copy(const IO::Location& from) { return copy(from.io(), from.offset(), from.length()); }
     bool copy(StreamReader& reader, std::int64_t length);
+    // Copies byte ranges one after the other to an output that can seek, on all threads.
+    struct Range
+    {
+        std::int64_t offset;
+        std::int64_t length;
+    };
+    bool copyInParallel(IO* io, const std::vector<Range>& ranges);
 
 private:
     template <class Read>

@@ -104,8 +104,10 @@ void TaskLanes::start()
     const std::lock_guard<std::mutex> lock(state.mutex);
     Private::Slot& slot = state.slotOf(state.started);
     slot.failures.assign(state.lanes.size(), nullptr);
-    if (state.trace)
+    if (state.trace) {
         slot.firstTask = TaskTrace::makeIds(state.lanes.size());
+        state.trace->note(TaskTrace::OPEN, slot.firstTask, 1);
+    }
     const std::uint64_t step = state.started++;
     for (std::size_t lane = 0; lane < state.lanes.size(); ++lane)
         if (state.lanes[lane].numReturned == step)

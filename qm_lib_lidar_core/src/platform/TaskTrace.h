@@ -14,12 +14,13 @@ public:
     {
         ADD, // tasks `id` to `id` + `count` - 1 can be run; who waits for them runs what its group runs
         ADD_ISOLATED, // the same; who waits for them runs no other tasks
-        ADD_TO,       // the task `id`, one of those that are waited for as `count`, can be run
-        ADD_NEXT,     // the task `id` can be run, after those of the group `count` that were added before
-        WAIT,         // the thread waits for the tasks `id` to `id` + `count` - 1
-        RESUME,       // it no longer waits
-        BEGIN,        // the thread runs the task `id`
-        END,          // the task that the thread began last is complete
+        ADD_TO, // the task `id`, one of those that are waited for as `count`, can be run when they are opened
+        OPEN,   // tasks that are waited for as `id` can be run when they are added
+        ADD_NEXT, // the task `id` can be run, after those of the group `count` that were added before
+        WAIT,     // the thread waits for the tasks `id` to `id` + `count` - 1
+        RESUME,   // it no longer waits
+        BEGIN,    // the thread runs the task `id`
+        END,      // the task that the thread began last is complete
 
         // A lane is a thread that runs its own tasks in order.
         LANE_ADD,   // the lane `id` has another task

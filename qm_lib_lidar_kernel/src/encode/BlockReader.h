@@ -1,59 +1,89 @@
-// Reads the blocks of an iterator into two alternating buffers, so that the next block can be read while
-// other threads work on the current one.
+// Reads the blocks of an iterator ahead of the threads that work on them. Each lane of the work takes the blocks in
+// order and by itself, so that no lane waits for another one: see TaskLanes.
 #pragma once
 
+#include "platform/ParallelLoop.h"
+#include "platform/TaskLanes.h"
 #include <vxunpack/Object.h>
 #include <vxunpack/PointIterator.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <utility>
+#include <vector>
 
 namespace Quillmoran {
 
 class BlockReader
 {
 public:
-    BlockReader(Scoped<PointIterator> iterator, const PointInfo& layout, std::size_t blockPoints)
-        : m_iterator(std::move(iterator))
-    {
-        for (Block& block : m_blocks)
-            block.points.init(layout, blockPoints);
-    }
-
-    // Calls visit(points, count) for each block. `visit` must call readNext() once.
-    template <class Visit>
-    void forEach(Visit visit)
-    {
-        if (!std::exchange(m_isRewound, false))
-            readNext();
-        for (m_current = 1 - m_current; m_blocks[m_current].count != 0; m_current = 1 - m_current)
-            visit(std::as_const(m_blocks[m_current].points), m_blocks[m_current].count);
-    }
-
-    // May be called from any thread.
-    void readNext()
-    {
-        Block& next = m_blocks[1 - m_current];
-        next.count = m_isEnded ? 0 : m_iterator->getNextPoints(next.points);
-        m_isEnded = next.count == 0;
-        m_numBlocks += m_isEnded ? 0 : 1;
-    }
-
-    // After forEach(): whether all points are in one block. The next forEach() then visits this block again.
-    bool rewind() noexcept { return m_isRewound = m_numBlocks == 1; }
-
-private:
     struct Block
     {
         PointData points;
         std::size_t count = 0;
+        std::size_t slot = 0; // less than getNumSlots(), and of this block alone until its end
     };
 
+    BlockReader(Scoped<PointIterator> iterator, const PointInfo& layout, std::size_t blockPoints)
+        : m_iterator(std::move(iterator)), m_blocks(getNumSlots())
+    {
+        for (std::size_t slot = 0; slot < m_blocks.size(); ++slot) {
+            m_blocks[slot].points.init(layout, blockPoints);
+            m_blocks[slot].slot = slot;
+        }
+    }
+
+    // The longest lane has more threads while others wait for it: with few slots, they wait too often.
+    static std::size_t getNumSlots() { return std::min<std::size_t>(getNumThreads() / 2 + 2, 8); }
+
+    // For each block in order: begin(block), then work(block, lane) for each lane on any thread, then end(block).
+    // begin() and end() run on this thread. If end() returns false, the blocks that have begun are worked on and
+    // ended, and the next call continues after them. Exceptions of all three end the loop.
+    template <class Begin, class Work, class End>
+    void forEach(std::size_t numLanes, Begin begin, Work work, End end)
+    {
+        TaskLanes lanes(numLanes, m_blocks.size(), [&](std::size_t slot, std::size_t lane) {
+            work(std::as_const(m_blocks[slot]), lane);
+        });
+        bool goesOn = true;
+        for (;;) {
+            while (goesOn && lanes.numStarted() < m_blocks.size()) {
+                Block& block = m_blocks[lanes.nextSlot()];
+                goesOn = read(block);
+                if (!goesOn)
+                    break;
+                begin(std::as_const(block));
+                lanes.start();
+            }
+            if (lanes.numStarted() == 0)
+                return;
+            goesOn &= end(std::as_const(m_blocks[lanes.finish()]));
+        }
+    }
+
+    // After forEach(): whether all points are in one block. The next forEach() then visits this block again.
+    bool rewind() noexcept { return m_isRewound = m_keepsFirst && m_numBlocks == 1; }
+
+private:
+    // Returns false at the end.
+    bool read(Block& block)
+    {
+        if (std::exchange(m_isRewound, false))
+            return true;
+        if (m_isEnded)
+            return false;
+        m_keepsFirst = m_numBlocks == 0 || (m_keepsFirst && block.slot != 0);
+        block.count = m_iterator->getNextPoints(block.points);
+        m_isEnded = block.count == 0;
+        m_numBlocks += m_isEnded ? 0 : 1;
+        return !m_isEnded;
+    }
+
     Scoped<PointIterator> m_iterator;
-    Block m_blocks[2];
-    std::size_t m_current = 0;
+    std::vector<Block> m_blocks;
     std::size_t m_numBlocks = 0;
     bool m_isEnded = false;
+    bool m_keepsFirst = false; // the first slot has the first block
     bool m_isRewound = false;
 };
 

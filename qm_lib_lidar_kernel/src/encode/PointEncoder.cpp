@@ -4,17 +4,16 @@
 #include <vxunpack/Base.h>
 
 #include <algorithm>
-#include <atomic>
-#include <utility>
 
 namespace Quillmoran {
 
 namespace {
 
-auto findRefusal(const std::vector<std::exception_ptr>& refusals)
+std::exception_ptr firstOf(const std::vector<std::exception_ptr>& refusals)
 {
-    return std::find_if(refusals.begin(), refusals.end(),
-                        [](const std::exception_ptr& each) { return each != nullptr; });
+    const auto refusal = std::find_if(refusals.begin(), refusals.end(),
+                                      [](const std::exception_ptr& each) { return each != nullptr; });
+    return refusal == refusals.end() ? nullptr : *refusal;
 }
 
 } // namespace
@@ -31,38 +30,25 @@ PointEncoder::PointEncoder(const std::vector<ChannelPlan>& plans, const BandForm
     m_firstParts.push_back(m_channels.size());
 }
 
-bool PointEncoder::encode(const PointData& points, std::size_t count,
-                          const std::function<bool(std::size_t)>& examine,
-                          const std::function<void()>& meanwhile)
-{
-    m_numPoints += static_cast<std::int64_t>(count);
-    std::atomic<bool> isSuitable = true;
-    std::vector<std::exception_ptr> refusals(m_channels.size());
-    parallelLoop(m_digests.size() + 2, [&](std::size_t job) {
-        if (job == 0)
-            meanwhile();
-        else if (job == 1)
-            m_index.add(points, count);
-        else if (!examine(job - 2))
-            isSuitable = false;
-        else if (isSuitable)
-            encodeChannel(job - 2, points, count, refusals);
-    });
-    return isSuitable && noteRefusal(refusals);
-}
-
-void PointEncoder::encodeChannel(std::size_t channel, const PointData& points, std::size_t count,
-                                 std::vector<std::exception_ptr>& refusals)
+std::exception_ptr PointEncoder::encode(std::size_t channel, const PointData& points, std::size_t count)
 {
     m_digests[channel].add(points.getChannel(channel), count);
     const std::size_t first = m_firstParts[channel];
-    nestedParallelLoop(m_firstParts[channel + 1] - first, [&](std::size_t i) {
+    std::vector<std::exception_ptr> refusals(m_firstParts[channel + 1] - first);
+    nestedParallelLoop(refusals.size(), [&](std::size_t i) {
         m_channels[first + i]->put(points, count);
-        refusals[first + i] = encodePending(*m_channels[first + i]);
+        refusals[i] = encodePending(*m_channels[first + i]);
     });
+    return firstOf(refusals);
 }
 
-bool PointEncoder::finish()
+void PointEncoder::addToIndex(const PointData& points, std::size_t count)
+{
+    m_numPoints += static_cast<std::int64_t>(count);
+    m_index.add(points, count);
+}
+
+std::exception_ptr PointEncoder::finish()
 {
     for (ChannelDigests& digests : m_digests)
         digests.finish();
@@ -71,7 +57,7 @@ bool PointEncoder::finish()
         m_channels[channel]->finish();
         refusals[channel] = encodePending(*m_channels[channel]);
     });
-    return noteRefusal(refusals);
+    return firstOf(refusals);
 }
 
 bool PointEncoder::isWithinPlans() const
@@ -102,20 +88,10 @@ std::exception_ptr PointEncoder::encodePending(ChannelEncoder& channel)
             refusals[i] = std::current_exception();
         }
     });
-    const auto refusal = findRefusal(refusals);
-    if (refusal != refusals.end())
-        return *refusal;
+    if (const std::exception_ptr refusal = firstOf(refusals))
+        return refusal;
     channel.commit();
     return nullptr;
-}
-
-bool PointEncoder::noteRefusal(const std::vector<std::exception_ptr>& refusals)
-{
-    const auto refusal = findRefusal(refusals);
-    if (refusal == refusals.end())
-        return true;
-    m_refusal = *refusal;
-    return false;
 }
 
 } // namespace Quillmoran

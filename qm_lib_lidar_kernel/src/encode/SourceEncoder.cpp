@@ -121,65 +121,117 @@ void SourceEncoder::readFirst(BlockReader& reader, SourceSurvey& survey)
     for (std::size_t i = 0; i < m_expected.size(); ++i)
         if (m_expected[i].scale != 0)
             survey.getChannel(i).expect(m_expected[i]);
-    const auto readNext = [&reader] { reader.readNext(); };
-    reader.forEach([&](const PointData& points, std::size_t count) {
-        survey.begin(points, count);
-        if (m_encoder) {
-            encodeBlock(points, count, survey, readNext);
-            report(static_cast<double>(count) * (surveyWork + encodeWork), writing);
-            return;
-        }
-        parallelLoop(m_query.layout.getNumChannels() + 1, [&](std::size_t job) {
-            if (job == 0)
-                readNext();
-            else
-                survey.survey(job - 1, points, count);
-        });
-        report(static_cast<double>(count) * surveyWork, surveying);
-    });
+    if (m_encoder)
+        surveyAndEncode(reader, survey);
+    if (m_encoder && m_restart.empty())
+        finishFirst(survey);
+    if (!m_restart.empty())
+        m_encoder.reset();
     if (!m_encoder)
-        return;
-    if (!m_encoder->finish())
-        restart(describe(m_encoder->getRefusal()));
-    else if (!suitsCount(survey.getNumPoints()))
-        restart("their number differs from the estimate");
-    else if (!m_encoder->isReadable())
-        restart("their range differs from that of the samples");
+        surveyOnly(reader, survey);
 }
 
-void SourceEncoder::encodeBlock(const PointData& points, std::size_t count, SourceSurvey& survey,
-                                const std::function<void()>& readNext)
+void SourceEncoder::surveyAndEncode(BlockReader& reader, SourceSurvey& survey)
 {
-    const std::vector<const PlanChooser::Run*> noRuns;
-    const PlanChooser chooser(noRuns, getFormat());
-    std::vector<char> suits(m_plans.size(), 1);
-    const auto examine = [&](std::size_t i) {
-        survey.survey(i, points, count);
-        const ChannelSurvey& channel = survey.getChannel(i);
-        const bool isExact =
-            chooser.supports(m_plans[i].front().transform, m_query.layout.getChannel(i), channel);
-        suits[i] = SourceSample::isSuitable(m_plans[i], channel, isExact);
-        return suits[i] != 0;
+    const std::size_t numChannels = m_plans.size();
+    std::vector<Trial> trials(BlockReader::getNumSlots());
+    std::size_t numBlocks = 0;
+    std::atomic<std::size_t> end = SIZE_MAX; // no block after this one needs to be encoded
+    const auto begin = [&](const BlockReader::Block& block) {
+        trials[block.slot] = {numBlocks++, std::vector<char>(numChannels),
+                              std::vector<std::exception_ptr>(numChannels)};
+        survey.begin(block.points, block.count);
     };
-    if (m_encoder->encode(points, count, examine, readNext))
-        return;
-    const auto channel = static_cast<std::size_t>(std::find(suits.begin(), suits.end(), 0) - suits.begin());
-    restart(channel == suits.size()
-                ? describe(m_encoder->getRefusal())
-                : "channel '" + std::string(m_query.layout.getChannel(channel).getName()) +
-                      "' has other values than the samples");
+    const auto work = [&](const BlockReader::Block& block, std::size_t lane) {
+        if (lane == numChannels)
+            m_encoder->addToIndex(block.points, block.count);
+        else
+            tryChannel(lane, block, survey, trials[block.slot], end);
+    };
+    reader.forEach(numChannels + 1, begin, work, [&](const BlockReader::Block& block) {
+        const auto count = static_cast<double>(block.count);
+        if (!m_restart.empty()) { // an earlier block
+            report(count * surveyWork, surveying);
+            return false;
+        }
+        m_numEncoded += static_cast<std::int64_t>(block.count);
+        m_restart = describeContradiction(trials[block.slot]);
+        if (!m_restart.empty())
+            restart();
+        report(count * (surveyWork + encodeWork), writing);
+        return m_restart.empty();
+    });
 }
 
-void SourceEncoder::restart(const std::string& reason)
+// The survey goes on after a contradiction. All channels of a block are encoded if none before it was contradicted, so
+// that the reason of a restart does not depend on the threads.
+void SourceEncoder::tryChannel(std::size_t channel, const BlockReader::Block& block, SourceSurvey& survey,
+                               Trial& trial, std::atomic<std::size_t>& end)
 {
-    m_restart = reason;
-    m_total += getReadingWork() + static_cast<double>(m_encoder->getNumPoints()) * encodeWork;
+    survey.survey(channel, block.points, block.count);
+    const ChannelSurvey& surveyed = survey.getChannel(channel);
+    const std::vector<const PlanChooser::Run*> noRuns;
+    const bool isExact =
+        PlanChooser(noRuns, getFormat())
+            .supports(m_plans[channel].front().transform, m_query.layout.getChannel(channel), surveyed);
+    trial.suits[channel] = SourceSample::isSuitable(m_plans[channel], surveyed, isExact);
+    if (trial.suits[channel] && trial.number <= end)
+        trial.refusals[channel] = m_encoder->encode(channel, block.points, block.count);
+    if (trial.suits[channel] && !trial.refusals[channel])
+        return;
+    std::size_t earliest = end;
+    while (trial.number < earliest && !end.compare_exchange_weak(earliest, trial.number)) {
+    }
+}
+
+std::string SourceEncoder::describeContradiction(const Trial& trial) const
+{
+    const auto unsuitable = std::find(trial.suits.begin(), trial.suits.end(), 0);
+    if (unsuitable != trial.suits.end()) {
+        const auto channel = static_cast<std::size_t>(unsuitable - trial.suits.begin());
+        return "channel '" + std::string(m_query.layout.getChannel(channel).getName()) +
+               "' has other values than the samples";
+    }
+    const auto refusal = std::find_if(trial.refusals.begin(), trial.refusals.end(),
+                                      [](const std::exception_ptr& each) { return each != nullptr; });
+    return refusal == trial.refusals.end() ? std::string() : describe(*refusal);
+}
+
+void SourceEncoder::finishFirst(const SourceSurvey& survey)
+{
+    if (const std::exception_ptr refusal = m_encoder->finish())
+        m_restart = describe(refusal);
+    else if (!suitsCount(survey.getNumPoints()))
+        m_restart = "their number differs from the estimate";
+    else if (!m_encoder->isReadable())
+        m_restart = "their range differs from that of the samples";
+    if (!m_restart.empty())
+        restart();
+}
+
+void SourceEncoder::surveyOnly(BlockReader& reader, SourceSurvey& survey)
+{
+    reader.forEach(
+        m_query.layout.getNumChannels(),
+        [&](const BlockReader::Block& block) { survey.begin(block.points, block.count); },
+        [&](const BlockReader::Block& block, std::size_t lane) {
+            survey.survey(lane, block.points, block.count);
+        },
+        [&](const BlockReader::Block& block) {
+            report(static_cast<double>(block.count) * surveyWork, surveying);
+            return true;
+        });
+}
+
+// Adds the work of a second pass.
+void SourceEncoder::restart()
+{
+    m_total += getReadingWork() + static_cast<double>(m_numEncoded) * encodeWork;
     if (m_delegate) {
         const double completed = m_delegate->getCompleted();
         m_delegate->setTotal(m_total);
         m_delegate->updateCompleted(completed, surveying);
     }
-    m_encoder.reset();
 }
 
 // Encodes the points with plans for all of them.
@@ -194,16 +246,21 @@ void SourceEncoder::encodeAgain(BlockReader& reader, const SourceSurvey& survey)
     if (!reader.rewind())
         second.emplace(openReader());
     BlockReader& blocks = second ? *second : reader;
-    bool isEncoded = true;
-    blocks.forEach([&](const PointData& points, std::size_t count) {
-        isEncoded = m_encoder->encode(
-            points, count, [](std::size_t) { return true; }, [&] { blocks.readNext(); });
-        if (!isEncoded)
-            std::rethrow_exception(m_encoder->getRefusal());
-        report(static_cast<double>(count) * pointWork, writing);
-    });
-    if (!m_encoder->finish())
-        std::rethrow_exception(m_encoder->getRefusal());
+    const std::size_t numChannels = m_plans.size();
+    blocks.forEach(
+        numChannels + 1, [](const BlockReader::Block&) {},
+        [&](const BlockReader::Block& block, std::size_t lane) {
+            if (lane == numChannels)
+                m_encoder->addToIndex(block.points, block.count);
+            else if (const std::exception_ptr refusal = m_encoder->encode(lane, block.points, block.count))
+                std::rethrow_exception(refusal);
+        },
+        [&](const BlockReader::Block& block) {
+            report(static_cast<double>(block.count) * pointWork, writing);
+            return true;
+        });
+    if (const std::exception_ptr refusal = m_encoder->finish())
+        std::rethrow_exception(refusal);
     if (m_encoder->getNumPoints() != numPoints || !m_encoder->isWithinPlans() || !m_encoder->isReadable())
         QM_THROW(ErrorCode::InvalidArgument, "the source has changed while it was read");
 }

@@ -14,9 +14,10 @@
 #include <vxunpack/EncodeOptions.h>
 #include <vxunpack/PointSource.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <exception>
 #include <memory>
 #include <string>
 #include <utility>
@@ -50,11 +51,24 @@ public:
     const std::string& getRestart() const noexcept { return m_restart; }
 
 private:
+    // A block that is encoded while it is surveyed.
+    struct Trial
+    {
+        std::size_t number = 0;
+        std::vector<char> suits;                  // by channel: whether the plan suits the samples
+        std::vector<std::exception_ptr> refusals; // by channel: the error of its coder
+    };
+
     void planFromSamples();
     void readFirst(BlockReader& reader, SourceSurvey& survey);
-    void encodeBlock(const PointData& points, std::size_t count, SourceSurvey& survey,
-                     const std::function<void()>& readNext);
-    void restart(const std::string& reason);
+    // Both note in m_restart how the points contradict the plans.
+    void surveyAndEncode(BlockReader& reader, SourceSurvey& survey);
+    void finishFirst(const SourceSurvey& survey);
+    void tryChannel(std::size_t channel, const BlockReader::Block& block, SourceSurvey& survey, Trial& trial,
+                    std::atomic<std::size_t>& end);
+    void surveyOnly(BlockReader& reader, SourceSurvey& survey);
+    std::string describeContradiction(const Trial& trial) const;
+    void restart();
     void encodeAgain(BlockReader& reader, const SourceSurvey& survey);
 
     BlockReader openReader() const;
@@ -79,6 +93,7 @@ private:
     ProgressDelegate* m_delegate;
     double m_estimate; // points
     double m_total = 0;
+    std::int64_t m_numEncoded = 0; // points whose encoding was reported
 
     std::vector<ChannelPlan> m_plans;  // by channel
     std::vector<FloatGrid> m_expected; // by channel: the grid of a plan from samples; scale 0: none

@@ -1,7 +1,6 @@
 #include "encode/bands/SpillStream.h"
 
 #include "files/Spool.h"
-#include "platform/Stream.h"
 
 #include <algorithm>
 #include <mutex>
@@ -41,7 +40,7 @@ void SpillStream::spill()
             m_ranges.push_back({m_file->reserve(m_free), m_free});
         }
         const std::int64_t count = std::min(m_free, static_cast<std::int64_t>(m_buffer.size() - done));
-        const Range& last = m_ranges.back();
+        const StreamWriter::Range& last = m_ranges.back();
         writeFully(m_file->io(), last.offset + last.length - m_free, m_buffer.data() + done,
                    static_cast<std::size_t>(count));
         done += static_cast<std::size_t>(count);
@@ -53,12 +52,11 @@ void SpillStream::spill()
 
 void SpillStream::copyTo(StreamWriter& out) const
 {
-    std::int64_t left = m_spilled;
-    for (const Range& range : m_ranges) {
-        const std::int64_t count = std::min(left, range.length);
-        if (!out.copy(&m_file->io(), range.offset, count))
+    if (m_spilled != 0) {
+        std::vector<StreamWriter::Range> ranges = m_ranges;
+        ranges.back().length -= m_free;
+        if (!out.copyInParallel(&m_file->io(), ranges))
             QM_THROW(ErrorCode::TemporaryFileRead, "read error -- temporary file");
-        left -= count;
     }
     out.write(m_buffer.data(), m_buffer.size());
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "platform/Mutex.h"
+#include "platform/Stream.h"
 #include <vxunpack/FileIO.h>
 
 #include <cstddef>
@@ -11,8 +12,6 @@
 #include <vector>
 
 namespace Quillmoran {
-
-class StreamWriter;
 
 // The shared file. It is created when the first stream needs it. Thread-safe.
 class SpillFile
@@ -35,22 +34,17 @@ public:
 
     void append(const std::vector<std::uint8_t>& bytes);
     std::int64_t size() const noexcept { return m_spilled + static_cast<std::int64_t>(m_buffer.size()); }
+    // The output can seek.
     void copyTo(StreamWriter& out) const;
 
 private:
-    struct Range
-    {
-        std::int64_t offset;
-        std::int64_t length;
-    };
-
     void spill();
 
     SpillFile* m_file;
     std::vector<std::uint8_t> m_buffer;
-    std::vector<Range> m_ranges; // all full except the last
-    std::int64_t m_spilled = 0;  // bytes in the file
-    std::int64_t m_free = 0;     // bytes not yet used of the last range
+    std::vector<StreamWriter::Range> m_ranges; // all full except the last
+    std::int64_t m_spilled = 0;                // bytes in the file
+    std::int64_t m_free = 0;                   // bytes not yet used of the last range
 };
 
 } // namespace Quillmoran

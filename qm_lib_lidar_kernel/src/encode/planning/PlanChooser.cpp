@@ -2,6 +2,7 @@
 
 #include "common/coders/Coder.h"
 #include "common/lifting/LiftingScheme.h"
+#include "platform/ParallelLoop.h"
 #include <vxunpack/Base.h>
 
 #include <algorithm>
@@ -113,8 +114,18 @@ struct PlanChooser::Candidate
 
 struct PlanChooser::Trial
 {
-    TransformType transform = 0;
+    KernelPlan plan;
     double cost = 0; // weighted bytes
+
+    // Trials of all these transforms.
+    static void add(std::vector<Trial>& trials, const KernelPlan& plan,
+                    const std::vector<TransformType>& transforms)
+    {
+        for (const TransformType transform : transforms) {
+            trials.push_back({plan, 0});
+            trials.back().plan.transform = transform;
+        }
+    }
 };
 
 std::int64_t PlanChooser::measure(const KernelPlan& plan, std::size_t channelIndex, std::size_t run) const
@@ -141,42 +152,41 @@ double PlanChooser::getWeight(TransformType transform) const
                                                   : coder.sizeWeight;
 }
 
-void PlanChooser::chooseOthers(KernelPlan& plan, const Trial& best, const std::vector<Trial>& trials,
+void PlanChooser::chooseOthers(Trial& best, const std::vector<Trial>& trials,
                                const ChannelChoice& choice) const
 {
+    KernelPlan& plan = best.plan;
     plan.others.clear();
     if (m_format.prefer != Preference::Size)
         return;
+    const bool isReal = TransformUtils::isFloatingPoint(plan.transform);
     for (const Trial& trial : trials)
         for (const std::uint32_t size : triedSubblocks)
-            if (trial.cost <= promising * best.cost && size == choice.subblockSize.value_or(size) &&
-                (trial.transform != plan.transform || size != plan.subblockSize))
-                plan.others.push_back({trial.transform, size});
+            if (TransformUtils::isFloatingPoint(trial.plan.transform) == isReal &&
+                trial.cost <= promising * best.cost && size == choice.subblockSize.value_or(size) &&
+                (trial.plan.transform != plan.transform || size != plan.subblockSize))
+                plan.others.push_back({trial.plan.transform, size});
 }
 
-PlanChooser::Trial PlanChooser::chooseTransform(KernelPlan& plan, std::size_t channelIndex,
-                                                const std::vector<TransformType>& transforms,
-                                                const ChannelChoice& choice) const
+PlanChooser::Trial PlanChooser::chooseTransform(std::vector<Trial> trials, std::size_t channelIndex,
+                                                const ChannelChoice& choice, bool needsCost) const
 {
-    plan.subblockSize = choice.subblockSize.value_or(defaultSubblock);
-    std::vector<Trial> trials;
-    trials.reserve(transforms.size());
-    for (const TransformType transform : transforms)
-        trials.push_back({transform, 0});
+    for (Trial& trial : trials)
+        trial.plan.subblockSize = choice.subblockSize.value_or(defaultSubblock);
     const auto cheaper = [](const Trial& a, const Trial& b) { return a.cost < b.cost; };
-    for (std::size_t run = 0; run < m_runs.size(); ++run) {
-        for (Trial& trial : trials) {
-            plan.transform = trial.transform;
-            trial.cost += static_cast<double>(measure(plan, channelIndex, run)) * getWeight(trial.transform);
-        }
+    for (std::size_t run = 0; run < m_runs.size() && (trials.size() > 1 || needsCost); ++run) {
+        nestedParallelLoop(trials.size(), [&](std::size_t i) {
+            Trial& trial = trials[i];
+            trial.cost +=
+                static_cast<double>(measure(trial.plan, channelIndex, run)) * getWeight(trial.plan.transform);
+        });
         const double best = std::min_element(trials.begin(), trials.end(), cheaper)->cost;
         trials.erase(std::remove_if(trials.begin(), trials.end(),
                                     [best](const Trial& trial) { return trial.cost > hopeless * best; }),
                      trials.end());
     }
-    const Trial best = *std::min_element(trials.begin(), trials.end(), cheaper);
-    plan.transform = best.transform;
-    chooseOthers(plan, best, trials, choice);
+    Trial best = *std::min_element(trials.begin(), trials.end(), cheaper);
+    chooseOthers(best, trials, choice);
     return best;
 }
 
@@ -187,11 +197,12 @@ void PlanChooser::chooseSubblock(KernelPlan& plan, std::size_t channelIndex,
         return;
     double sizes[std::size(subblockSizes)] = {};
     const std::size_t runs = std::min(m_runs.size(), subblockRuns);
-    for (std::size_t i = 0; i < std::size(subblockSizes); ++i) {
-        plan.subblockSize = subblockSizes[i];
+    nestedParallelLoop(std::size(subblockSizes), [&](std::size_t i) {
+        KernelPlan tried = plan;
+        tried.subblockSize = subblockSizes[i];
         for (std::size_t run = 0; run < runs; ++run)
-            sizes[i] += static_cast<double>(measure(plan, channelIndex, run));
-    }
+            sizes[i] += static_cast<double>(measure(tried, channelIndex, run));
+    });
     const double best = *std::min_element(std::begin(sizes), std::end(sizes));
     const double tolerance = m_format.prefer == Preference::Speed ? 1 : smallerSubblock;
     const auto* chosen = std::find_if(std::begin(sizes), std::end(sizes),
@@ -248,6 +259,30 @@ bool PlanChooser::supports(TransformType transform, const ChannelInfo& channel,
     return !integers || holdsRange(transform, *integers);
 }
 
+// The cheapest candidate, by the costs of all of its parts.
+ChannelPlan PlanChooser::chooseCandidate(const std::vector<Candidate>& candidates, std::size_t channelIndex,
+                                         const ChannelChoice& choice) const
+{
+    ChannelPlan best;
+    double leastCost = std::numeric_limits<double>::infinity();
+    for (const Candidate& candidate : candidates) {
+        ChannelPlan plan;
+        double cost = 0;
+        for (std::size_t part = 0; part < candidate.plan.size(); ++part) {
+            std::vector<Trial> trials;
+            Trial::add(trials, candidate.plan[part], candidate.transforms[part]);
+            Trial chosen = chooseTransform(std::move(trials), channelIndex, choice, candidates.size() > 1);
+            plan.push_back(std::move(chosen.plan));
+            cost += chosen.cost;
+        }
+        if (cost < leastCost) {
+            leastCost = cost;
+            best = std::move(plan);
+        }
+    }
+    return best;
+}
+
 ChannelPlan PlanChooser::choose(const ChannelInfo& channel, std::size_t channelIndex,
                                 const ChannelSurvey& survey, ChannelChoice choice) const
 {
@@ -257,17 +292,17 @@ ChannelPlan PlanChooser::choose(const ChannelInfo& channel, std::size_t channelI
                      static_cast<int>(*choice.transform), channel.getName());
         choice.transform.reset();
     }
+    const std::vector<Candidate> candidates = makeCandidates(channel, survey, choice);
+    const bool isDivided = std::any_of(candidates.begin(), candidates.end(),
+                                       [](const Candidate& candidate) { return candidate.plan.size() > 1; });
     ChannelPlan best;
-    double leastCost = std::numeric_limits<double>::infinity();
-    for (Candidate& candidate : makeCandidates(channel, survey, choice)) {
-        double cost = 0;
-        for (std::size_t part = 0; part < candidate.plan.size(); ++part)
-            cost +=
-                chooseTransform(candidate.plan[part], channelIndex, candidate.transforms[part], choice).cost;
-        if (cost < leastCost) {
-            leastCost = cost;
-            best = std::move(candidate.plan);
-        }
+    if (isDivided) {
+        best = chooseCandidate(candidates, channelIndex, choice);
+    } else {
+        std::vector<Trial> trials;
+        for (const Candidate& candidate : candidates)
+            Trial::add(trials, candidate.plan.front(), candidate.transforms.front());
+        best = {chooseTransform(std::move(trials), channelIndex, choice, false).plan};
     }
     for (KernelPlan& part : best)
         chooseSubblock(part, channelIndex, choice);

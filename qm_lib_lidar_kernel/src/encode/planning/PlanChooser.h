@@ -47,11 +47,13 @@ private:
     // The coded size of a run in bytes.
     std::int64_t measure(const KernelPlan& plan, std::size_t channelIndex, std::size_t run) const;
     double getWeight(TransformType transform) const; // of bytes
-    // Sets the other codings of the plan from the trials of transforms.
-    void chooseOthers(KernelPlan& plan, const Trial& best, const std::vector<Trial>& trials,
-                      const ChannelChoice& choice) const;
-    Trial chooseTransform(KernelPlan& plan, std::size_t channelIndex,
-                          const std::vector<TransformType>& transforms, const ChannelChoice& choice) const;
+    // Sets the other codings of the best plan from the trials.
+    void chooseOthers(Trial& best, const std::vector<Trial>& trials, const ChannelChoice& choice) const;
+    // The best trial. Its cost is that of all runs if `needsCost`; otherwise trials end when one is left.
+    Trial chooseTransform(std::vector<Trial> trials, std::size_t channelIndex, const ChannelChoice& choice,
+                          bool needsCost) const;
+    ChannelPlan chooseCandidate(const std::vector<Candidate>& candidates, std::size_t channelIndex,
+                                const ChannelChoice& choice) const;
     void chooseSubblock(KernelPlan& plan, std::size_t channelIndex, const ChannelChoice& choice) const;
 
     const std::vector<const Run*>& m_runs;
