@@ -122,6 +122,40 @@ TEST(Cloud, QueriesChooseBoxFractionAndChannels)
     EXPECT_EQ(vx::open(directory.path()).numPoints(), numPoints + 5);
 }
 
+TEST(Cloud, FillsArraysAndReportsProgress)
+{
+    const TemporaryDirectory directory;
+    const Row row;
+    vx::write(directory / "a.vxl", row.cloud());
+    Numbers x(numPoints), y(numPoints), z(numPoints), progress;
+    std::vector<std::uint8_t> classes(numPoints);
+    const auto report = [&](double fraction) {
+        progress.push_back(fraction);
+        return progress.size() < 3;
+    };
+    for (const vx::Cloud& cloud : {row.cloud(), vx::open(directory / "a.vxl")}) {
+        vx::Reader reader = cloud.read({.channels = {"Class"}});
+        EXPECT_EQ(vx::findChannel(reader.channels(), "classification")->type, UINT8);
+        EXPECT_EQ(vx::findChannel(reader.channels(), "colour"), nullptr);
+        std::size_t count = 0;
+        const auto fill = [&](std::size_t max) {
+            return reader.fill(std::vector<void*>{&x[count], &y[count], &z[count], &classes[count]}, max);
+        };
+        while (const std::size_t added = count < numPoints ? fill(std::min(numPoints - count, 30001ul)) : 0)
+            count += added;
+        EXPECT_EQ(count, numPoints);
+        EXPECT_EQ(x, row.x);
+        EXPECT_EQ(classes, row.classId);
+        EXPECT_EQ(failureOf([&] { reader.fill({}, 1); }), "40007 0 arrays for 4 channels");
+
+        progress.clear();
+        EXPECT_EQ(failureOf([&] { countPoints(cloud.read({}, report)); }), "40006 operation cancelled.");
+        EXPECT_EQ(progress.size(), 3u);
+        EXPECT_GT(progress.back(), progress.front());
+        EXPECT_LT(progress.back(), 0.9);
+    }
+}
+
 TEST(Cloud, DescribesItself)
 {
     const Numbers x = {1, 2}, y = {-3, 4}, z = {7, 5};
@@ -145,6 +179,11 @@ TEST(Cloud, DescribesItself)
     const auto warning = [&](const std::string& text) { warnings.push_back(text); };
     vx::write(TemporaryDirectory() / "a.las", own, {.scale = {{1, 1, 1}}, .warning = warning});
     EXPECT_EQ(warnings.size(), 1u) << "the format cannot hold the system 'here'";
+    const vx::Cloud utm = own.withCoordinateSystem("EPSG:25832");
+    EXPECT_NE(utm.coordinateSystem().find("25832"), std::string::npos);
+    EXPECT_EQ(utm.metadata().getKey(0), std::string("key"));
+    EXPECT_EQ(failureOf([&] { own.withCoordinateSystem("?"); }),
+              "40007 the coordinate system '?' is not understood");
     source->setNumPoints(PointSource::unknownNumPoints);
     source->setWKT(nullptr);
     EXPECT_FALSE(own.numPoints());
