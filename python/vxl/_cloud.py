@@ -157,20 +157,20 @@ def check_progress(progress: Progress | None) -> Progress | None:
 class Cloud:
     """A point cloud that was opened with `open`.
 
-    Several threads can use one cloud at the same time. A cloud can be pickled: its files are opened again when
-    it is loaded.
+    Several threads can use one cloud at the same time. A cloud can be pickled: its files are opened again
+    when it is loaded.
     """
 
     def __init__(self, paths: list[str], options: dict[str, Any]) -> None:
         self._paths = paths
+        # Another process, and this one later, may have another current folder.
+        self._absolute = [path if "://" in path else os.path.abspath(path) for path in paths]
         self._options = options
         self._opened: Any = _vxl.Cloud.open(paths, *options.values())
         self._warn(depth=5)
 
     def __reduce__(self) -> tuple[Any, ...]:
-        # Another process may have another current folder.
-        paths = [path if "://" in path else os.path.abspath(path) for path in self._paths]
-        return _reopen, (paths, self._options)
+        return _reopen, (self._absolute, self._options)
 
     def __enter__(self) -> Cloud:
         return self

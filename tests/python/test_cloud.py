@@ -1,10 +1,13 @@
 """Opening, describing and reading clouds."""
 
+import ctypes
+import multiprocessing
 import os
 import pickle
 import signal
 import threading
 import time
+import weakref
 from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
@@ -84,7 +87,7 @@ def test_several_files_are_one_cloud(cloud_path, survey):
     np.testing.assert_array_equal(text.read()["y"], [2, 5])
 
 
-def test_statistics_are_those_of_the_array(cloud_path, arrays):
+def test_statistics_are_those_of_the_array(cloud_path, arrays, folder):
     cloud = vxl.open(cloud_path)
     for name in ("Z", "ScanAngle", "Amplitude"):
         stats, values = cloud.stats(name), arrays[name].astype(np.float64)
@@ -93,14 +96,26 @@ def test_statistics_are_those_of_the_array(cloud_path, arrays):
     assert cloud.stats("Z", box=(500_000, 500_000, None, None)).count == 300
     assert np.isnan(cloud.stats("Z", box=(0, 1, 0, 1)).mean)
     x = np.arange(3_000_000) * 1.0
-    vxl.write(cloud_path.with_name("large.vxl"), {"X": x, "Y": x, "Z": np.where(x % 2 == 0, np.nan, x)})
-    sample = vxl.open(cloud_path.with_name("large.vxl")).stats("X", exact=False)
+    vxl.write(folder / "large.vxl", {"X": x, "Y": x, "Z": np.where(x % 2 == 0, np.nan, x)})
+    cloud = vxl.open("large.vxl")
+    assert cloud.stats("Z").count == cloud.num_points // 2
+    sample = cloud.stats("X", exact=False)
     assert 900_000 < sample.num_seen < 1_100_000 and sample.num_points == 3_000_000
     assert abs(sample.mean - 1_500_000) < 1000
 
 
-def test_threads_and_processes_share_clouds(cloud_path, arrays):
-    cloud = pickle.loads(pickle.dumps(vxl.open(cloud_path, verify=False)))
+def count_points(cloud):
+    return cloud.read(channels=["Id"], threads=2).num_points
+
+
+def test_threads_and_processes_share_clouds(cloud_path, arrays, monkeypatch):
+    monkeypatch.chdir(cloud_path.parent)
+    cloud = vxl.open("cloud.vxl", verify=False)
+    cloud.read()  # starts threads, which a forked process does not have
+    with multiprocessing.get_context("fork").Pool(2) as pool:
+        assert pool.map_async(count_points, [cloud] * 4).get(60) == [NUM_POINTS] * 4
+    monkeypatch.chdir("/")
+    cloud = pickle.loads(pickle.dumps(cloud))
     assert cloud.paths == [str(cloud_path)]
     with ThreadPoolExecutor(4) as pool:
         boxes = [(500_000 + i, 500_000.75 + i, None, None) for i in range(8)]
@@ -115,7 +130,7 @@ def test_threads_and_processes_share_clouds(cloud_path, arrays):
 
 
 @pytest.mark.parametrize("call, error, message", [
-    (lambda cloud: cloud.read(channels=["Colour"]), vxl.ChannelError, "'Colour'; its channels are X, Y, Z, Int"),
+    (lambda cloud: cloud.read(channels=["Colour"]), vxl.ChannelError, "'Colour'; its channels are X, Y,"),
     (lambda cloud: cloud.read(channels="Z"), TypeError, "list of names: .'Z'."),
     (lambda cloud: cloud.read()["Colour"], KeyError, "the table has no channel"),
     (lambda cloud: cloud.stats("Colour"), KeyError, "its channels are"),
@@ -166,3 +181,61 @@ def test_ctrl_c_stops_reading(cloud_path):
         cloud.read(box=(None, None, None, None, 0.001, 0.009))
     assert time.process_time() - begin < 1.5
     thread.join()
+
+
+class ArrowSchema(ctypes.Structure):
+    pass
+
+
+class ArrowArray(ctypes.Structure):
+    pass
+
+
+class ArrowStream(ctypes.Structure):
+    pass
+
+
+def function(*arguments):
+    return ctypes.CFUNCTYPE(ctypes.c_int, *map(ctypes.POINTER, arguments))
+
+
+def release(kind, struct):
+    ctypes.CFUNCTYPE(None, ctypes.POINTER(kind))(struct.release)(struct)
+
+
+TAIL = [("release", ctypes.c_void_p), ("private_data", ctypes.c_void_p)]
+ArrowSchema._fields_ = [
+    ("format", ctypes.c_char_p), ("name", ctypes.c_char_p), ("metadata", ctypes.c_char_p),
+    ("flags", ctypes.c_int64), ("n_children", ctypes.c_int64),
+    ("children", ctypes.POINTER(ctypes.POINTER(ArrowSchema))), ("dictionary", ctypes.c_void_p), *TAIL]
+ArrowArray._fields_ = [
+    *((name, ctypes.c_int64) for name in ("length", "null_count", "offset", "n_buffers", "n_children")),
+    ("buffers", ctypes.POINTER(ctypes.c_void_p)), ("children", ctypes.POINTER(ctypes.POINTER(ArrowArray))),
+    ("dictionary", ctypes.c_void_p), *TAIL]
+ArrowStream._fields_ = [
+    ("get_schema", function(ArrowStream, ArrowSchema)), ("get_next", function(ArrowStream, ArrowArray)),
+    ("get_last_error", ctypes.c_void_p), *TAIL]
+
+
+def test_arrow_shares_the_arrays(cloud_path, arrays):
+    table = vxl.open(cloud_path).read()
+    capsule = table.__arrow_c_stream__()
+    get_pointer = ctypes.pythonapi.PyCapsule_GetPointer
+    get_pointer.restype, get_pointer.argtypes = ctypes.c_void_p, [ctypes.py_object, ctypes.c_char_p]
+    stream = ArrowStream.from_address(get_pointer(capsule, b"arrow_array_stream"))
+    schema, batch, end = ArrowSchema(), ArrowArray(), ArrowArray()
+    assert stream.get_schema(stream, schema) == 0
+    assert stream.get_next(stream, batch) == stream.get_next(stream, end) == 0
+    assert schema.format == b"+s" and batch.length == NUM_POINTS and not end.release
+    fields = {schema.children[i].contents.name.decode(): i for i in range(schema.n_children)}
+    assert list(fields) == list(arrays)
+    assert b"".join(schema.children[i].contents.format for i in fields.values()) == b"gggSCslf"
+    columns = [batch.children[i].contents for i in fields.values()]
+    assert [column.buffers[1] for column in columns] == [array.ctypes.data for array in table.values()]
+    # The arrays live until the consumer releases the batch.
+    alive = weakref.ref(table["Z"])
+    del table, capsule
+    release(ArrowSchema, schema)
+    assert alive() is not None
+    release(ArrowArray, batch)
+    assert alive() is None and not batch.release
