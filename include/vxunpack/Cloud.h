@@ -96,6 +96,9 @@ struct Channel
     DataType type = Quillmoran::FLOAT64;
     // The step of which all values are multiples, 0 for none. Text and LAS output round other values.
     double scale = 0;
+    // The significant bits of integers, 0 for all. LAS output needs a newer point format if ReturnNum or
+    // NumReturns have more than 3.
+    int bits = 0;
 };
 
 // The channel that a user means by `name`: its own name, or its LAS or PDAL name ("Classification",
@@ -239,8 +242,8 @@ public:
     // The same, for a source that reads these files: write() refuses to replace one of them.
     Cloud(Quillmoran::Scoped<Quillmoran::PointSource> source,
           Quillmoran::Scoped<Quillmoran::FilePointSourceManager> files);
-    // The caller's columns, all of the same length; X, Y and Z are required and must be doubles. Errors:
-    // InvalidArgument.
+    // The caller's columns, all of the same length; X, Y and Z are required and must be doubles. The bits of
+    // ReturnNum and NumReturns are those of their largest samples, at least 3. Errors: InvalidArgument.
     static Cloud fromColumns(std::vector<Column> columns);
     // Points that `fill` generates: fill(first, block) fills all channels of the block with points first,
     // first + 1, ... Each reading of the cloud calls it for consecutive blocks from 0 on, including points

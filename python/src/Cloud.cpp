@@ -97,7 +97,7 @@ Channel toChannel(const ChannelTuple& channel)
     const auto& [name, type, scale] = channel;
     for (const auto& each : typeNames)
         if (type == each.name)
-            return {name, each.type, scale};
+            return {.name = name, .type = each.type, .scale = scale};
     QM_THROW(ErrorCode::InvalidArgument, "channel '%s' has no valid type", name.c_str());
 }
 
@@ -109,7 +109,7 @@ void bindCloud(py::module_& module)
     module.def("find_channel", [](const std::vector<std::string>& names, const std::string& name) {
         std::vector<Channel> channels;
         for (const std::string& each : names)
-            channels.push_back({each});
+            channels.push_back({.name = each});
         const Channel* const found = findChannel(channels, name);
         return found ? found - channels.data() : -1;
     });

@@ -2,6 +2,8 @@
 
 #include <vxunpack/Bounds.h>
 
+#include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstdlib>
 #include <unistd.h>
@@ -54,7 +56,9 @@ struct Spool::Files
 };
 
 Spool::Spool(std::string folder, std::vector<Channel> channels)
-    : m_channels(std::move(channels)), m_files(std::make_shared<Files>(std::move(folder)))
+    : m_channels(std::move(channels)),
+      m_usedBits(m_channels.size()),
+      m_files(std::make_shared<Files>(std::move(folder)))
 {
     for (std::size_t i = 0; i < m_channels.size(); ++i)
         m_files->create();
@@ -66,6 +70,9 @@ void Spool::append(const std::vector<const void*>& arrays, std::size_t count)
         const std::size_t size = DataTypeUtils::getSize(m_channels[i].type);
         m_files->transferAll(::pwrite, i, static_cast<const unsigned char*>(arrays[i]), count * size,
                              m_numPoints * size);
+        if (m_channels[i].type == UINT8)
+            for (const std::uint8_t value : std::span(static_cast<const std::uint8_t*>(arrays[i]), count))
+                m_usedBits[i] |= value;
         const std::string& name = m_channels[i].name;
         Bounds::Range* const range = name == "X"   ? &m_bounds.x
                                      : name == "Y" ? &m_bounds.y
@@ -88,12 +95,18 @@ Cloud Spool::cloud() const
                                block.size() * size, first * size);
         }
     };
+    // As Cloud::fromColumns() does.
+    std::vector<Channel> described = m_channels;
+    for (std::size_t i = 0; i < described.size(); ++i)
+        if (described[i].type == UINT8 &&
+            (described[i].name == "ReturnNum" || described[i].name == "NumReturns"))
+            described[i].bits = std::max(static_cast<int>(std::bit_width(m_usedBits[i])), 3);
     Box box;
     if (m_bounds.x.min <= m_bounds.x.max && m_bounds.y.min <= m_bounds.y.max &&
         m_bounds.z.min <= m_bounds.z.max)
         box = {m_bounds.x.min, m_bounds.x.max, m_bounds.y.min,
                m_bounds.y.max, m_bounds.z.min, m_bounds.z.max};
-    return Cloud::generate(m_numPoints, m_channels, fill, box, true);
+    return Cloud::generate(m_numPoints, described, fill, box, true);
 }
 
 } // namespace vx::python

@@ -25,6 +25,7 @@ private:
     struct Files;
 
     std::vector<Channel> m_channels;
+    std::vector<unsigned> m_usedBits; // of each channel of type UINT8
     std::shared_ptr<Files> m_files;
     std::uint64_t m_numPoints = 0;
     Quillmoran::Bounds m_bounds;

@@ -56,7 +56,8 @@ def write(
         Channels are named as in files (``"ClassId"``) or as in LAS and PDAL (``"classification"``). X, Y and
         Z are required, integers or floats of any type. Other channels keep their types: integers of 1 to 8
         bytes, float32 or float64. bool becomes uint8, and int64, NumPy's default, the type that LAS has for
-        the channel. A value that the type does not hold is a ValueError.
+        the channel. A value that the type does not hold is a ValueError. As in LAS, a ScanAngle of type int8
+        is in degrees, one of type int16 in steps of 0.006 degrees.
 
         Arrays are not copied if they are contiguous, and must not change meanwhile. An iterator is read once,
         to temporary files in the folder of the output, as large as the arrays, since writers read some points

@@ -96,6 +96,18 @@ TEST(Cloud, ColumnsSurviveFilesOfEveryKind)
     vx::write(directory / "row.dat", cloud, {.query = {.channels = {"ClassId"}}, .format = "laz"});
     std::filesystem::rename(directory / "row.dat", directory / "row.laz");
     expectColumn(vx::open(directory / "row.laz"), "ClassId", row.classId);
+    // Angles in degrees and up to 7 returns need no newer point format, in which angles have another unit.
+    const Numbers two(2);
+    for (const std::uint8_t last : std::vector<std::uint8_t>{7, 8}) {
+        const std::vector<std::uint8_t> returns = {1, last};
+        const std::vector<std::int8_t> angles(2);
+        const vx::Cloud flight = vx::Cloud::fromColumns(
+            {{"X", two}, {"Y", two}, {"Z", two}, {"ReturnNum", returns}, {"ScanAngle", angles}});
+        vx::write(directory / "flight.las", flight);
+        const vx::Channel angle =
+            *vx::findChannel(vx::open(directory / "flight.las").channels(), "ScanAngle");
+        EXPECT_EQ(angle.type, last == 7 ? SINT8 : SINT16);
+    }
     vx::write(directory / "row.txt", cloud, {.query = {.channels = {"Amplitude"}}});
     EXPECT_EQ(vx::write("null", vx::open(directory / "row.txt",
                                          {.textFormat = "X,Y,Z,Amplitude:FLOAT32", .skipLines = 1})),
@@ -335,6 +347,8 @@ TEST(Cloud, MistakesAreErrors)
         {withColumn({"Y", three}), "40007 there are two channels 'Y'"},
         {withColumn({"Z", three, -1}), "40007 the scale of channel 'Z' is -1"},
         {withColumn({"Z", three, infinity}), "40007 the scale of channel 'Z' is inf"},
+        {[] { vx::Cloud::generate(1, {{.name = "X", .bits = 65}}, [](auto, const auto&) {}); },
+         "40007 channel 'X' has 65 bits"},
         {generating(1, INVALID, [](auto, const auto&) {}), "40007 channel 'A' has no valid type"},
         {generating(INT64_MAX, UINT8, [](auto, const auto&) {}), "40007 too many points"},
         {[&] {

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <utility>
@@ -31,11 +32,28 @@ PointInfo layoutOf(const std::vector<Channel>& channels)
         if (!(std::isfinite(channel.scale) && channel.scale >= 0))
             QM_THROW(ErrorCode::InvalidArgument, "the scale of channel '%s' is %g", channel.name.c_str(),
                      channel.scale);
+        if (channel.bits < 0 || channel.bits > 8 * static_cast<int>(DataTypeUtils::getSize(channel.type)))
+            QM_THROW(ErrorCode::InvalidArgument, "channel '%s' has %d bits", channel.name.c_str(),
+                     channel.bits);
         ChannelInfo info;
-        info.init(channel.name.c_str(), channel.type, 0, channel.scale);
+        info.init(channel.name.c_str(), channel.type, channel.bits, channel.scale);
         layout.append(info);
     }
     return layout;
+}
+
+// The bits of a column of return numbers; 0 for other columns.
+int bitsOf(const Column& column)
+{
+    const bool isReturn =
+        column.channel.name == ChannelNames::returnNum || column.channel.name == ChannelNames::numReturns;
+    if (!isReturn || column.channel.type != UINT8)
+        return 0;
+    constexpr int oldFormatBits = 3;
+    unsigned all = 0;
+    for (const std::uint8_t value : std::span(static_cast<const std::uint8_t*>(column.data), column.size))
+        all |= value;
+    return std::max(static_cast<int>(std::bit_width(all)), oldFormatBits);
 }
 
 Bounds::Range rangeOf(const Column& column)
@@ -51,7 +69,8 @@ std::vector<Channel> channelsOf(const PointInfo& layout)
     std::vector<Channel> channels;
     for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
         const ChannelInfo& channel = layout.getChannel(i);
-        channels.push_back({channel.getName(), channel.getDataType(), channel.getQuantization()});
+        channels.push_back(
+            {channel.getName(), channel.getDataType(), channel.getQuantization(), channel.getBits()});
     }
     return channels;
 }
@@ -209,6 +228,8 @@ Cloud Cloud::fromColumns(std::vector<Column> columns)
     Bounds bounds;
     for (const Column& column : columns) {
         channels.push_back(column.channel);
+        if (column.channel.bits == 0)
+            channels.back().bits = bitsOf(column);
         if (column.size != columns.front().size)
             QM_THROW(ErrorCode::InvalidArgument, "channel '%s' has %zu samples and '%s' has %zu",
                      column.channel.name.c_str(), column.size, columns.front().channel.name.c_str(),
