@@ -175,17 +175,12 @@ int guarded(const Export& exportTo)
 
 py::capsule toStream(const std::vector<std::string>& names, const std::vector<py::array>& arrays)
 {
-    auto columns = std::make_unique<Columns>();
-    columns->names = names;
-    columns->arrays = arrays;
+    Columns columns{names, {}, arrays};
     for (const py::array& array : arrays) {
-        columns->formats.push_back(formatOf(array));
-        columns->numPoints = array.size();
+        columns.formats.push_back(formatOf(array));
+        columns.numPoints = array.size();
     }
-    const Shared shared(columns.release(), [](const Columns* owned) {
-        const py::gil_scoped_acquire acquired;
-        delete owned;
-    });
+    const Shared shared = shareUnlocked(std::move(columns));
     auto stream = std::make_unique<ArrowArrayStream>();
     stream->get_schema = [](ArrowArrayStream* self, ArrowSchema* out) {
         return guarded([&] { exportSchema(static_cast<Stream*>(self->private_data)->columns, out); });

@@ -28,6 +28,35 @@ void bindReader(py::module_& module);
 void bindWriter(py::module_& module);
 void bindArrow(py::module_& module);
 
+// Whether the interpreter ends and the calling thread can therefore not have its lock any more: Python ends such
+// a thread in a way that C++ does not survive.
+bool isAbandoned() noexcept;
+
+// Releases the interpreter lock for its lifetime. A thread that is abandoned meanwhile never returns.
+class Released
+{
+public:
+    Released() : m_state(PyEval_SaveThread()) {}
+    ~Released();
+    Released(const Released&) = delete;
+    Released& operator=(const Released&) = delete;
+
+private:
+    PyThreadState* m_state;
+};
+
+// A holder of Python objects that any thread may drop.
+template <class Objects>
+std::shared_ptr<const Objects> shareUnlocked(Objects objects)
+{
+    return {new Objects(std::move(objects)), [](const Objects* owned) {
+                if (isAbandoned())
+                    return; // leaked, as the process ends
+                const py::gil_scoped_acquire acquired;
+                delete owned;
+            }};
+}
+
 // xmin, xmax, ymin, ymax, zmin, zmax
 using BoxTuple = std::tuple<double, double, double, double, double, double>;
 // name, NumPy's name of the type such as "u2", scale

@@ -36,7 +36,7 @@ py::list metadataOf(const PythonCloud& self)
 {
     Metadata metadata;
     {
-        const py::gil_scoped_release released;
+        const Released released;
         metadata = self.cloud.metadata();
     }
     py::list records;
@@ -103,7 +103,7 @@ Channel toChannel(const ChannelTuple& channel)
 
 void bindCloud(py::module_& module)
 {
-    using Released = py::call_guard<py::gil_scoped_release>;
+    using Unlocked = py::call_guard<Released>;
 
     // The index of the channel that a name means; -1 if there is none.
     module.def("find_channel", [](const std::vector<std::string>& names, const std::string& name) {
@@ -129,28 +129,28 @@ void bindCloud(py::module_& module)
                 options.warning = [warnings](const std::string& message) { warnings->add(message); };
                 return PythonCloud{{}, vx::open(paths, options), warnings};
             },
-            Released())
+            Unlocked())
         .def("take_warnings", [](const PythonCloud& self) { return self.warnings->take(); })
         .def(
-            "num_points", [](const PythonCloud& self) { return self.cloud.numPoints(); }, Released())
+            "num_points", [](const PythonCloud& self) { return self.cloud.numPoints(); }, Unlocked())
         .def(
             "bounds",
             [](const PythonCloud& self) {
                 const Box box = self.cloud.bounds();
                 return BoxTuple(box.xMin, box.xMax, box.yMin, box.yMax, box.zMin, box.zMax);
             },
-            Released())
+            Unlocked())
         .def("crs",
              [](const PythonCloud& self) {
                  std::string wkt;
                  {
-                     const py::gil_scoped_release released;
+                     const Released released;
                      wkt = self.cloud.coordinateSystem();
                  }
                  return toText(wkt);
              })
         .def(
-            "channels", [](const PythonCloud& self) { return toTuples(self.cloud.channels()); }, Released())
+            "channels", [](const PythonCloud& self) { return toTuples(self.cloud.channels()); }, Unlocked())
         .def("metadata", metadataOf)
         .def("scale", [](const PythonCloud& self) { return toTriple(self.cloud.source().getScale()); })
         .def("offset", [](const PythonCloud& self) { return toTriple(self.cloud.source().getOffset()); })
@@ -180,13 +180,13 @@ void bindCloud(py::module_& module)
                     box;
                 return self.cloud.source().estimatePoints(bounds, fraction);
             },
-            Released())
+            Unlocked())
         .def(
             "with_crs",
             [](const PythonCloud& self, const std::string& system) {
                 return self.with(self.cloud.withCoordinateSystem(system));
             },
-            Released())
+            Unlocked())
         // The same with rounded coordinates.
         .def(
             "quantized",
@@ -198,7 +198,7 @@ void bindCloud(py::module_& module)
                     const_cast<FilePointSourceManager*>(self.cloud.files()));
                 return self.with(vx::Cloud(std::move(source), std::move(files)));
             },
-            Released());
+            Unlocked());
 }
 
 } // namespace vx::python

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <thread>
 #include <utility>
 
 namespace vx::python {
@@ -11,6 +12,7 @@ using namespace Quillmoran;
 
 void bindErrors(py::module_& module)
 {
+    isAbandoned(); // finds the main thread
     py::register_local_exception_translator([](std::exception_ptr exception) {
         try {
             std::rethrow_exception(exception);
@@ -31,6 +33,28 @@ void bindErrors(py::module_& module)
         if (threads != 0)
             limit = std::make_unique<ThreadLimit>(threads);
     });
+}
+
+bool isAbandoned() noexcept
+{
+    // The module is imported before other threads can use it, but not always by the main thread.
+    static const unsigned long mainThread = [] {
+        const py::gil_scoped_acquire acquired;
+        return py::module_::import("threading").attr("main_thread")().attr("ident").cast<unsigned long>();
+    }();
+#if PY_VERSION_HEX >= 0x030D0000
+    const bool isFinalizing = Py_IsFinalizing() != 0;
+#else
+    const bool isFinalizing = _Py_IsFinalizing() != 0;
+#endif
+    return isFinalizing && PyThread_get_thread_ident() != mainThread;
+}
+
+Released::~Released()
+{
+    while (isAbandoned())
+        std::this_thread::sleep_for(std::chrono::hours(1));
+    PyEval_RestoreThread(m_state);
 }
 
 void Warnings::add(const std::string& message)
@@ -59,6 +83,8 @@ bool Progress::operator()(double fraction)
     const auto now = Clock::now();
     if (now < m_next)
         return true;
+    if (isAbandoned())
+        return false;
     const py::gil_scoped_acquire acquired;
     try {
         if (PyErr_CheckSignals() != 0)

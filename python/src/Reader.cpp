@@ -77,7 +77,7 @@ public:
                 const std::vector<std::string>& channels, unsigned threads, py::object progress)
         : m_cloud(cloud), m_progress(std::move(progress))
     {
-        const py::gil_scoped_release released;
+        const Released released;
         if (threads != 0)
             m_limit = std::make_unique<ThreadLimit>(threads);
         m_reader.emplace(cloud.cloud.read({toBox(box), fraction, channels},
@@ -93,7 +93,7 @@ public:
     // Ends decoding, also of blocks that are decoded ahead.
     void close()
     {
-        const py::gil_scoped_release released;
+        const Released released;
         m_reader.reset();
         m_limit.reset();
     }
@@ -104,7 +104,7 @@ public:
     {
         std::size_t added = 0;
         try {
-            const py::gil_scoped_release released;
+            const Released released;
             added = fillColumns(count, expected);
         } catch (const Error&) {
             m_progress.rethrow();

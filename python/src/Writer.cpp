@@ -28,12 +28,8 @@ PythonCloud fromColumns(Columns columns)
             all.emplace_back(channel.name, samples, channel.scale);
         });
     }
-    // The last copy of the cloud may be destroyed by any thread.
-    const std::shared_ptr<Columns> arrays(new Columns(std::move(columns)), [](const Columns* owned) {
-        const py::gil_scoped_acquire acquired;
-        delete owned;
-    });
-    const py::gil_scoped_release released;
+    const auto arrays = shareUnlocked(std::move(columns));
+    const Released released;
     return {arrays, vx::Cloud::fromColumns(std::move(all))};
 }
 
@@ -43,7 +39,7 @@ void append(Spool& spool, const std::vector<py::array>& columns)
     for (const py::array& column : columns)
         arrays.push_back(column.data());
     const auto count = static_cast<std::size_t>(columns.empty() ? 0 : columns.front().size());
-    const py::gil_scoped_release released;
+    const Released released;
     spool.append(arrays, count);
 }
 
@@ -76,7 +72,7 @@ std::uint64_t writeCloud(const PythonCloud& cloud, const Output& output, const B
     options.warning = [&](const std::string& message) { cloud.warnings->add(message); };
     std::uint64_t count = 0;
     try {
-        const py::gil_scoped_release released;
+        const Released released;
         count = vx::write(output.path, cloud.cloud, options);
     } catch (const Error&) {
         progress.rethrow();

@@ -2,20 +2,20 @@
 
 from __future__ import annotations
 
+import concurrent.futures
 import contextlib
 import math
 import operator
 import os
 import threading
 from collections.abc import Callable, Iterable, Iterator, Mapping, Sequence
-from concurrent.futures import ThreadPoolExecutor
 from typing import Any, NamedTuple, Optional, Union
 
 import numpy as np
 
 from . import _vxl
 from ._channels import ByChannel, Channel, require
-from ._errors import FileNotFound, warn
+from ._errors import Error, FileNotFound, warn
 from ._table import Table
 from ._threads import check_threads
 
@@ -166,7 +166,11 @@ class Cloud:
         # Another process, and this one later, may have another current folder.
         self._absolute = [path if "://" in path else os.path.abspath(path) for path in paths]
         self._options = options
-        self._opened: Any = _vxl.Cloud.open(paths, *options.values())
+        try:
+            self._opened: Any = _vxl.Cloud.open(paths, *options.values())
+        except Error as error:  # which names an option of the programs
+            message = error.message.replace("a format parse string '-parse'", "the argument columns")
+            raise type(error)(message, error.code) from None
         self._warn(depth=5)
 
     def __reduce__(self) -> tuple[Any, ...]:
@@ -332,16 +336,17 @@ class Cloud:
         def report(done: float) -> bool:
             return not cancelled.is_set() and (progress is None or progress(done) is not False)
 
-        with ThreadPoolExecutor(1, "vxl.chunks") as pool:
+        with concurrent.futures.ThreadPoolExecutor(1, "vxl.chunks") as pool:
             reading = _Reading(self, query, threads, report)
+            following = pool.submit(reading.table, size)
             try:
-                following = pool.submit(reading.table, size)
                 while (table := following.result()).num_points != 0:
                     following = pool.submit(reading.table, size)
                     yield table
             finally:
                 cancelled.set()  # a reading that nobody waits for ends soon
-                pool.submit(reading.close)
+                concurrent.futures.wait([following])
+                reading.close()
 
     def stats(
         self,

@@ -5,6 +5,8 @@ import multiprocessing
 import os
 import pickle
 import signal
+import subprocess
+import sys
 import threading
 import time
 import weakref
@@ -82,6 +84,8 @@ def test_several_files_are_one_cloud(cloud_path, survey):
     assert cloud.files == [str(cloud_path), str(survey)]
     assert vxl.open(survey.parent).num_points == 2400
     (survey.parent / "text.txt").write_text("title\n1 2 3\n4 5 6\n")
+    with pytest.raises(vxl.Error, match="requires the argument columns: 'text.txt'"):
+        vxl.open("text.txt").read()
     text = vxl.open("text.txt", columns="xyz", skip_lines=1)
     assert text.num_points is None
     np.testing.assert_array_equal(text.read()["y"], [2, 5])
@@ -193,6 +197,16 @@ class ArrowArray(ctypes.Structure):
 
 class ArrowStream(ctypes.Structure):
     pass
+
+
+@pytest.mark.parametrize("reading", [
+    "chunks = cloud.chunks(1000); next(chunks)",
+    "threading.Thread(target=cloud.read, daemon=True).start(); time.sleep(0.2)",
+])
+def test_a_process_ends_while_it_reads(cloud_path, reading):
+    script = f"import sys, threading, time, vxl\ncloud = vxl.open([sys.argv[1]] * 200)\n{reading}"
+    done = subprocess.run([sys.executable, "-c", script, cloud_path], stderr=subprocess.PIPE, timeout=60)
+    assert (done.returncode, done.stderr) == (0, b"")
 
 
 def function(*arguments):
