@@ -92,7 +92,7 @@ step "installing ${packages[*]}"
 quietly "installing the packages" "cd /packages && $apt install ${packages[*]}"
 files >"$layers/installed"
 echo "        $(comm -13 "$layers/before" "$layers/installed" | wc -l) files and folders"
-inside "$root" "for file in \$(dpkg -L vxunpack-tools libvxunpack1 | grep -E '/bin/|\.so'); do
+inside "$root" "for file in \$(dpkg -L vxunpack-tools libvxunpack1 python3-vxl | grep -E '/bin/|\.so'); do
     if readelf -d \$file | grep -E 'R(UN)?PATH'; then
       echo \"in \$file\"
       exit 1
@@ -102,7 +102,7 @@ step "running the tests of the packages"
 quietly "running the tests" "PYTHONDONTWRITEBYTECODE=1 autopkgtest --no-built-binaries /packages/vxunpack_*.dsc -- null"
 grep -E ' (PASS|FAIL)' "$layers/log" | sort -u
 step "removing the packages"
-quietly "removing the packages" "$apt purge vxunpack-tools libvxunpack1 libvxunpack-dev"
+quietly "removing the packages" "$apt purge vxunpack-tools libvxunpack1 libvxunpack-dev python3-vxl"
 files >"$layers/after"
 diff "$layers/before" "$layers/after" || fail "the packages leave files or remove others'"
 step "done: ${#packages[@]} packages were installed, tested and removed on Debian 12, and left no files"

@@ -96,7 +96,14 @@ struct Channel
     DataType type = Quillmoran::FLOAT64;
     // The step of which all values are multiples, 0 for none. Text and LAS output round other values.
     double scale = 0;
+    // The significant bits of integers, 0 for all. LAS output needs a newer point format if ReturnNum or
+    // NumReturns have more than 3.
+    int bits = 0;
 };
+
+// The channel that a user means by `name`: its own name, or its LAS or PDAL name ("Classification",
+// "return_number"), ignoring case. Null if there is none.
+QM_API const Channel* findChannel(const std::vector<Channel>& channels, const std::string& name);
 
 // Consecutive points, column by column. A view: valid until its Reader advances or is destroyed.
 class QM_API Block
@@ -185,6 +192,13 @@ public:
     }
     std::default_sentinel_t end() const noexcept { return {}; }
 
+    // The channels of the query, in the order of the columns.
+    std::vector<Channel> channels() const;
+    // Reads the next points into the caller's arrays instead of a block: up to `count` samples per channel.
+    // `arrays` has one pointer per channel. Returns the number of points; 0 at the end. Errors:
+    // InvalidArgument for another number of arrays; those in the data.
+    std::size_t fill(std::span<void* const> arrays, std::size_t count);
+
 private:
     friend class Cloud;
 
@@ -228,8 +242,8 @@ public:
     // The same, for a source that reads these files: write() refuses to replace one of them.
     Cloud(Quillmoran::Scoped<Quillmoran::PointSource> source,
           Quillmoran::Scoped<Quillmoran::FilePointSourceManager> files);
-    // The caller's columns, all of the same length; X, Y and Z are required and must be doubles. Errors:
-    // InvalidArgument.
+    // The caller's columns, all of the same length; X, Y and Z are required and must be doubles. The bits of
+    // ReturnNum and NumReturns are those of their largest samples, at least 3. Errors: InvalidArgument.
     static Cloud fromColumns(std::vector<Column> columns);
     // Points that `fill` generates: fill(first, block) fills all channels of the block with points first,
     // first + 1, ... Each reading of the cloud calls it for consecutive blocks from 0 on, including points
@@ -239,6 +253,11 @@ public:
     static Cloud generate(std::uint64_t numPoints, const std::vector<Channel>& channels,
                           std::function<void(std::uint64_t first, const MutableBlock& block)> fill,
                           const Box& bounds = {});
+    // The same. With `inAnyOrder`, `fill` can be called for any consecutive points, in any order. Writers of
+    // .vxl files then sample the points, and read them once instead of twice.
+    static Cloud generate(std::uint64_t numPoints, const std::vector<Channel>& channels,
+                          std::function<void(std::uint64_t first, const MutableBlock& block)> fill,
+                          const Box& bounds, bool inAnyOrder);
 
     std::optional<std::uint64_t> numPoints() const; // none if unknown: text that has not been read yet
     Box bounds() const;
@@ -248,6 +267,13 @@ public:
 
     // Errors: InvalidArgument for an unknown channel; those of the source.
     Reader read(const Query& query = {}) const;
+    // The same. `progress` is called with the fraction done, 0 to 1, while blocks are read; if it returns
+    // false, reading throws Cancelled. NaN if the source cannot estimate its work.
+    Reader read(const Query& query, std::function<bool(double)> progress) const;
+
+    // The same points with another coordinate system, in any notation that GDAL knows: "EPSG:25832", WKT.
+    // Points are not transformed. Errors: InvalidArgument if the text is not understood.
+    Cloud withCoordinateSystem(const std::string& system) const;
 
     // The underlying source; valid as long as any copy of this cloud exists.
     Quillmoran::PointSource& source() const noexcept { return *m_source; }

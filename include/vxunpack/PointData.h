@@ -23,6 +23,8 @@ public:
 
     // Copies the description and allocates `count` samples. Throws OSError (ENOMEM).
     void init(const ChannelInfo& info, std::size_t count);
+    // Copies the description and refers to `count` samples of the caller, which must outlive the channel.
+    void wrap(const ChannelInfo& info, void* data, std::size_t count);
     // Replaces the samples by `count` samples with unspecified contents and sets the offset to 0.
     void resize(std::size_t count);
     // Replaces the array by one with the same count and type. With `owns`, the channel frees it with
@@ -71,6 +73,8 @@ public:
     // Allocates `count` points with unspecified contents. Throws InvalidArgument "must have x, y, and z
     // channels" unless the layout has them as FLOAT64; the block is then empty.
     void init(const PointInfo& info, std::size_t count);
+    // The same with the caller's arrays, one per channel, which must outlive the block.
+    void wrap(const PointInfo& info, void* const* arrays, std::size_t count);
     // As ChannelData, for all channels.
     void resize(std::size_t count);
     void setOffset(std::size_t offset);
@@ -101,6 +105,7 @@ public:
     static void merge(PointData& dst, std::size_t seen, const PointData& src, std::size_t count);
 
 private:
+    void reset(const PointInfo& info);
     void cacheCoordinates() noexcept;
 
     std::vector<ChannelData> m_channels;

@@ -96,6 +96,18 @@ TEST(Cloud, ColumnsSurviveFilesOfEveryKind)
     vx::write(directory / "row.dat", cloud, {.query = {.channels = {"ClassId"}}, .format = "laz"});
     std::filesystem::rename(directory / "row.dat", directory / "row.laz");
     expectColumn(vx::open(directory / "row.laz"), "ClassId", row.classId);
+    // Angles in degrees and up to 7 returns need no newer point format, in which angles have another unit.
+    const Numbers two(2);
+    for (const std::uint8_t last : std::vector<std::uint8_t>{7, 8}) {
+        const std::vector<std::uint8_t> returns = {1, last};
+        const std::vector<std::int8_t> angles(2);
+        const vx::Cloud flight = vx::Cloud::fromColumns(
+            {{"X", two}, {"Y", two}, {"Z", two}, {"ReturnNum", returns}, {"ScanAngle", angles}});
+        vx::write(directory / "flight.las", flight);
+        const vx::Channel angle =
+            *vx::findChannel(vx::open(directory / "flight.las").channels(), "ScanAngle");
+        EXPECT_EQ(angle.type, last == 7 ? SINT8 : SINT16);
+    }
     vx::write(directory / "row.txt", cloud, {.query = {.channels = {"Amplitude"}}});
     EXPECT_EQ(vx::write("null", vx::open(directory / "row.txt",
                                          {.textFormat = "X,Y,Z,Amplitude:FLOAT32", .skipLines = 1})),
@@ -122,6 +134,40 @@ TEST(Cloud, QueriesChooseBoxFractionAndChannels)
     EXPECT_EQ(vx::open(directory.path()).numPoints(), numPoints + 5);
 }
 
+TEST(Cloud, FillsArraysAndReportsProgress)
+{
+    const TemporaryDirectory directory;
+    const Row row;
+    vx::write(directory / "a.vxl", row.cloud());
+    Numbers x(numPoints), y(numPoints), z(numPoints), progress;
+    std::vector<std::uint8_t> classes(numPoints);
+    const auto report = [&](double fraction) {
+        progress.push_back(fraction);
+        return progress.size() < 3;
+    };
+    for (const vx::Cloud& cloud : {row.cloud(), vx::open(directory / "a.vxl")}) {
+        vx::Reader reader = cloud.read({.channels = {"Class"}});
+        EXPECT_EQ(vx::findChannel(reader.channels(), "classification")->type, UINT8);
+        EXPECT_EQ(vx::findChannel(reader.channels(), "colour"), nullptr);
+        std::size_t count = 0;
+        const auto fill = [&](std::size_t max) {
+            return reader.fill(std::vector<void*>{&x[count], &y[count], &z[count], &classes[count]}, max);
+        };
+        while (const std::size_t added = count < numPoints ? fill(std::min(numPoints - count, 30001ul)) : 0)
+            count += added;
+        EXPECT_EQ(count, numPoints);
+        EXPECT_EQ(x, row.x);
+        EXPECT_EQ(classes, row.classId);
+        EXPECT_EQ(failureOf([&] { reader.fill({}, 1); }), "40007 0 arrays for 4 channels");
+
+        progress.clear();
+        EXPECT_EQ(failureOf([&] { countPoints(cloud.read({}, report)); }), "40006 operation cancelled.");
+        EXPECT_EQ(progress.size(), 3u);
+        EXPECT_GT(progress.back(), progress.front());
+        EXPECT_LT(progress.back(), 0.9);
+    }
+}
+
 TEST(Cloud, DescribesItself)
 {
     const Numbers x = {1, 2}, y = {-3, 4}, z = {7, 5};
@@ -145,6 +191,11 @@ TEST(Cloud, DescribesItself)
     const auto warning = [&](const std::string& text) { warnings.push_back(text); };
     vx::write(TemporaryDirectory() / "a.las", own, {.scale = {{1, 1, 1}}, .warning = warning});
     EXPECT_EQ(warnings.size(), 1u) << "the format cannot hold the system 'here'";
+    const vx::Cloud utm = own.withCoordinateSystem("EPSG:25832");
+    EXPECT_NE(utm.coordinateSystem().find("25832"), std::string::npos);
+    EXPECT_EQ(utm.metadata().getKey(0), std::string("key"));
+    EXPECT_EQ(failureOf([&] { own.withCoordinateSystem("?"); }),
+              "40007 the coordinate system '?' is not understood");
     source->setNumPoints(PointSource::unknownNumPoints);
     source->setWKT(nullptr);
     EXPECT_FALSE(own.numPoints());
@@ -296,6 +347,8 @@ TEST(Cloud, MistakesAreErrors)
         {withColumn({"Y", three}), "40007 there are two channels 'Y'"},
         {withColumn({"Z", three, -1}), "40007 the scale of channel 'Z' is -1"},
         {withColumn({"Z", three, infinity}), "40007 the scale of channel 'Z' is inf"},
+        {[] { vx::Cloud::generate(1, {{.name = "X", .bits = 65}}, [](auto, const auto&) {}); },
+         "40007 channel 'X' has 65 bits"},
         {generating(1, INVALID, [](auto, const auto&) {}), "40007 channel 'A' has no valid type"},
         {generating(INT64_MAX, UINT8, [](auto, const auto&) {}), "40007 too many points"},
         {[&] {

@@ -5,6 +5,7 @@
 #include "srs/SpatialReference.h"
 #include "text/FieldFormat.h"
 #include "utils/program/Utils.h"
+#include "utils/sets/CoordinateSystemFilter.h"
 #include "utils/sets/Make.h"
 #include <vxunpack/Base.h>
 
@@ -13,26 +14,6 @@
 namespace Quillmoran {
 
 namespace {
-
-class WithCoordinateSystem final : public PointFilter
-{
-public:
-    static WithCoordinateSystem* create() { return new WithCoordinateSystem; }
-
-    void init(PointSource* source, const std::string& wkt)
-    {
-        PointFilter::init(source);
-        m_wkt = wkt;
-    }
-    const char* getWKT() const override { return m_wkt.c_str(); }
-    PointIterator* createSampleIterator(double position, const PointInfo& layout) const override
-    {
-        return getSrc()->createSampleIterator(position, layout);
-    }
-
-private:
-    std::string m_wkt;
-};
 
 std::optional<std::string> getText(const QMCmdLine& cmdLine, const char* option)
 {
@@ -126,7 +107,7 @@ Scoped<PointSource> DescriptionOptions::apply(Scoped<PointSource> source) const
 {
     if (!m_wkt)
         return source;
-    return make<WithCoordinateSystem, PointSource>(source.get(), *m_wkt);
+    return make<CoordinateSystemFilter, PointSource>(source.get(), *m_wkt);
 }
 
 } // namespace Quillmoran

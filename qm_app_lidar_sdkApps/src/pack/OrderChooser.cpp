@@ -132,7 +132,7 @@ public:
                             block.size() * size);
             }
         };
-        return Scoped<PointSource>(GeneratedSource::create(m_layout, m_count, m_square, fill));
+        return Scoped<PointSource>(GeneratedSource::create(m_layout, m_count, m_square, fill, false));
     }
 
 private:

@@ -3,8 +3,14 @@
 #include "model/ChannelNames.h"
 #include "sdk/GeneratedSource.h"
 #include "sdk/Queries.h"
+#include "srs/SpatialReference.h"
+#include "utils/sets/CoordinateSystemFilter.h"
+#include "utils/sets/Make.h"
+#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
+#include <atomic>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <utility>
@@ -26,11 +32,28 @@ PointInfo layoutOf(const std::vector<Channel>& channels)
         if (!(std::isfinite(channel.scale) && channel.scale >= 0))
             QM_THROW(ErrorCode::InvalidArgument, "the scale of channel '%s' is %g", channel.name.c_str(),
                      channel.scale);
+        if (channel.bits < 0 || channel.bits > 8 * static_cast<int>(DataTypeUtils::getSize(channel.type)))
+            QM_THROW(ErrorCode::InvalidArgument, "channel '%s' has %d bits", channel.name.c_str(),
+                     channel.bits);
         ChannelInfo info;
-        info.init(channel.name.c_str(), channel.type, 0, channel.scale);
+        info.init(channel.name.c_str(), channel.type, channel.bits, channel.scale);
         layout.append(info);
     }
     return layout;
+}
+
+// The bits of a column of return numbers; 0 for other columns.
+int bitsOf(const Column& column)
+{
+    const bool isReturn =
+        column.channel.name == ChannelNames::returnNum || column.channel.name == ChannelNames::numReturns;
+    if (!isReturn || column.channel.type != UINT8)
+        return 0;
+    constexpr int oldFormatBits = 3;
+    unsigned all = 0;
+    for (const std::uint8_t value : std::span(static_cast<const std::uint8_t*>(column.data), column.size))
+        all |= value;
+    return std::max(static_cast<int>(std::bit_width(all)), oldFormatBits);
 }
 
 Bounds::Range rangeOf(const Column& column)
@@ -40,6 +63,51 @@ Bounds::Range rangeOf(const Column& column)
         range.grow(value);
     return range;
 }
+
+std::vector<Channel> channelsOf(const PointInfo& layout)
+{
+    std::vector<Channel> channels;
+    for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
+        const ChannelInfo& channel = layout.getChannel(i);
+        channels.push_back(
+            {channel.getName(), channel.getDataType(), channel.getQuantization(), channel.getBits()});
+    }
+    return channels;
+}
+
+// An iterator of a source, with a delegate that calls a function.
+class ReportingIterator final : public PointIterator
+{
+public:
+    ReportingIterator(const PointSource& source, const Bounds& bounds, double fraction,
+                      const PointInfo& layout, std::function<bool(double)> progress)
+        : m_delegate(std::move(progress))
+    {
+        m_delegate.setTotal(source.getTotalWork(bounds, fraction));
+        m_points.reset(source.createIterator(bounds, fraction, layout, &m_delegate));
+    }
+    std::size_t getNextPoints(PointData& buffer) override { return m_points->getNextPoints(buffer); }
+
+private:
+    class Delegate final : public ProgressDelegate
+    {
+    public:
+        explicit Delegate(std::function<bool(double)> progress) : m_progress(std::move(progress)) {}
+        void reportProgress(double fraction, const char*) override
+        {
+            if (!m_progress(fraction))
+                m_isCancelled = true;
+        }
+        bool getCancelled() override { return m_isCancelled; }
+
+    private:
+        const std::function<bool(double)> m_progress;
+        std::atomic<bool> m_isCancelled = false;
+    };
+
+    Delegate m_delegate;
+    Scoped<PointIterator> m_points;
+};
 
 } // namespace
 
@@ -78,6 +146,18 @@ PointInfo chooseChannels(const PointInfo& all, const std::vector<std::string>& n
     return layout;
 }
 
+const Channel* findChannel(const std::vector<Channel>& channels, const std::string& name)
+{
+    PointInfo layout;
+    for (const Channel& channel : channels) {
+        ChannelInfo info;
+        info.init(channel.name.c_str(), channel.type, 0, channel.scale);
+        layout.append(info);
+    }
+    const ChannelInfo* const found = ChannelNames::resolve(name, layout);
+    return found ? &channels[static_cast<std::size_t>(layout.getChannelIndex(found->getName()))] : nullptr;
+}
+
 const void* Block::find(const std::string& channel, DataType type) const
 {
     const ChannelInfo& info = ChannelNames::require(channel, *m_layout, "the block");
@@ -114,6 +194,23 @@ void Reader::advance()
     m_block.m_size = m_points->getNextPoints(*m_data);
 }
 
+std::vector<Channel> Reader::channels() const
+{
+    return channelsOf(*m_layout);
+}
+
+std::size_t Reader::fill(std::span<void* const> arrays, std::size_t count)
+{
+    if (arrays.size() != m_layout->getNumChannels())
+        QM_THROW(ErrorCode::InvalidArgument, "%zu arrays for %zu channels", arrays.size(),
+                 m_layout->getNumChannels());
+    if (count == 0)
+        return 0;
+    PointData block;
+    block.wrap(*m_layout, arrays.data(), count);
+    return m_points->getNextPoints(block);
+}
+
 Cloud::Cloud(Scoped<PointSource> source) : m_source(std::move(source))
 {
     if (!m_source)
@@ -131,6 +228,8 @@ Cloud Cloud::fromColumns(std::vector<Column> columns)
     Bounds bounds;
     for (const Column& column : columns) {
         channels.push_back(column.channel);
+        if (column.channel.bits == 0)
+            channels.back().bits = bitsOf(column);
         if (column.size != columns.front().size)
             QM_THROW(ErrorCode::InvalidArgument, "channel '%s' has %zu samples and '%s' has %zu",
                      column.channel.name.c_str(), column.size, columns.front().channel.name.c_str(),
@@ -153,16 +252,24 @@ Cloud Cloud::fromColumns(std::vector<Column> columns)
                         block.size() * sampleSize);
         }
     };
-    return Cloud(Scoped<PointSource>(GeneratedSource::create(layoutOf(channels), numPoints, bounds, fill)));
+    return Cloud(
+        Scoped<PointSource>(GeneratedSource::create(layoutOf(channels), numPoints, bounds, fill, true)));
 }
 
 Cloud Cloud::generate(std::uint64_t numPoints, const std::vector<Channel>& channels,
                       std::function<void(std::uint64_t, const MutableBlock&)> fill, const Box& bounds)
 {
+    return generate(numPoints, channels, std::move(fill), bounds, false);
+}
+
+Cloud Cloud::generate(std::uint64_t numPoints, const std::vector<Channel>& channels,
+                      std::function<void(std::uint64_t, const MutableBlock&)> fill, const Box& bounds,
+                      bool inAnyOrder)
+{
     if (!fill)
         QM_THROW(ErrorCode::InvalidArgument, "the function that makes the points is empty");
-    return Cloud(Scoped<PointSource>(
-        GeneratedSource::create(layoutOf(channels), numPoints, toBounds(bounds), std::move(fill))));
+    return Cloud(Scoped<PointSource>(GeneratedSource::create(layoutOf(channels), numPoints, toBounds(bounds),
+                                                             std::move(fill), inAnyOrder)));
 }
 
 std::optional<std::uint64_t> Cloud::numPoints() const
@@ -181,13 +288,7 @@ Box Cloud::bounds() const
 
 std::vector<Channel> Cloud::channels() const
 {
-    std::vector<Channel> channels;
-    const PointInfo& layout = m_source->getPointInfo();
-    for (std::size_t i = 0; i < layout.getNumChannels(); ++i) {
-        const ChannelInfo& channel = layout.getChannel(i);
-        channels.push_back({channel.getName(), channel.getDataType(), channel.getQuantization()});
-    }
-    return channels;
+    return channelsOf(m_source->getPointInfo());
 }
 
 std::string Cloud::coordinateSystem() const
@@ -205,11 +306,29 @@ Metadata Cloud::metadata() const
 
 Reader Cloud::read(const Query& query) const
 {
+    return read(query, {});
+}
+
+Reader Cloud::read(const Query& query, std::function<bool(double)> progress) const
+{
     checkFraction(query.fraction);
     auto layout = std::make_unique<PointInfo>(chooseChannels(m_source->getPointInfo(), query.channels));
+    const Bounds bounds = toBounds(query.box);
     Scoped<PointIterator> points(
-        m_source->createIterator(toBounds(query.box), query.fraction, *layout, nullptr));
+        progress ? new ReportingIterator(*m_source, bounds, query.fraction, *layout, std::move(progress))
+                 : m_source->createIterator(bounds, query.fraction, *layout, nullptr));
     return Reader(std::move(points), std::move(layout));
+}
+
+Cloud Cloud::withCoordinateSystem(const std::string& system) const
+{
+    const std::optional<std::string> wkt = SpatialReference::fromUserInput(system.c_str());
+    if (!wkt)
+        QM_THROW(ErrorCode::InvalidArgument, "the coordinate system '%.200s' is not understood",
+                 system.c_str());
+    Cloud cloud(make<CoordinateSystemFilter, PointSource>(m_source.get(), *wkt));
+    cloud.m_files = m_files;
+    return cloud;
 }
 
 } // namespace vx

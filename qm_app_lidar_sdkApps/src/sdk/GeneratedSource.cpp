@@ -12,10 +12,11 @@ namespace Quillmoran {
 class GeneratedSource::Iterator final : public PointIterator
 {
 public:
-    Iterator(const GeneratedSource& source, const Bounds& bounds, double fraction, const PointInfo& layout,
-             ProgressDelegate* delegate)
+    Iterator(const GeneratedSource& source, std::uint64_t first, const Bounds& bounds, double fraction,
+             const PointInfo& layout, ProgressDelegate* delegate)
         : m_source(Scoped<const GeneratedSource>::retained(&source)),
-          m_numPoints(static_cast<std::uint64_t>(source.getNumPoints()))
+          m_numPoints(static_cast<std::uint64_t>(source.getNumPoints())),
+          m_first(first)
     {
         init(bounds, fraction, layout, delegate);
         const PointInfo& all = source.getPointInfo();
@@ -75,19 +76,19 @@ private:
     const std::uint64_t m_numPoints;
     std::vector<std::size_t> m_origins; // of the source, one per requested channel
     PointData m_block;
-    std::uint64_t m_first = 0; // index of the first point in the block
-    std::size_t m_size = 0;    // points in the block
+    std::uint64_t m_first;  // index of the first point in the block
+    std::size_t m_size = 0; // points in the block
     std::size_t m_cursor = 0;
 };
 
 GeneratedSource* GeneratedSource::create(const PointInfo& layout, std::uint64_t numPoints,
-                                         const Bounds& bounds, Fill fill)
+                                         const Bounds& bounds, Fill fill, bool inAnyOrder)
 {
     if (!layout.hasValidXYZ())
         QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
     if (numPoints >= static_cast<std::uint64_t>(unknownNumPoints))
         QM_THROW(ErrorCode::InvalidArgument, "too many points");
-    Scoped<GeneratedSource> source(new GeneratedSource(std::move(fill)));
+    Scoped<GeneratedSource> source(new GeneratedSource(std::move(fill), inAnyOrder));
     source->setPointInfo(layout);
     source->setNumPoints(static_cast<std::int64_t>(numPoints));
     source->setBounds(bounds);
@@ -106,7 +107,17 @@ double GeneratedSource::getTotalWork(const Bounds&, double) const
 PointIterator* GeneratedSource::createIterator(const Bounds& bounds, double fraction, const PointInfo& layout,
                                                ProgressDelegate* delegate) const
 {
-    return new Iterator(*this, bounds, fraction, layout, delegate);
+    return new Iterator(*this, 0, bounds, fraction, layout, delegate);
+}
+
+PointIterator* GeneratedSource::createSampleIterator(double position, const PointInfo& layout) const
+{
+    if (!m_inAnyOrder)
+        return nullptr;
+    const auto count = static_cast<std::uint64_t>(getNumPoints());
+    const auto first =
+        static_cast<std::uint64_t>(std::clamp(position, 0.0, 1.0) * static_cast<double>(count));
+    return new Iterator(*this, std::min(first, count), Bounds::Huge(), 1, layout, nullptr);
 }
 
 } // namespace Quillmoran

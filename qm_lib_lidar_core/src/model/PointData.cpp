@@ -59,6 +59,14 @@ void ChannelData::init(const ChannelInfo& info, std::size_t count)
     resize(count);
 }
 
+void ChannelData::wrap(const ChannelInfo& info, void* data, std::size_t count)
+{
+    ChannelInfo::init(info);
+    setData(data, false);
+    m_numSamples = count;
+    m_offset = 0;
+}
+
 void ChannelData::resize(std::size_t count)
 {
     freeData();
@@ -133,17 +141,32 @@ void ChannelData::convert(ChannelData& dst, std::size_t dstIndex, const ChannelD
                    scale, count);
 }
 
-void PointData::init(const PointInfo& info, std::size_t count)
+void PointData::reset(const PointInfo& info)
 {
     m_channels.clear();
     m_numSamples = m_offset = 0;
     m_x = m_y = m_z = nullptr;
     if (!info.hasValidXYZ())
         QM_THROW(ErrorCode::InvalidArgument, "must have x, y, and z channels");
+}
+
+void PointData::init(const PointInfo& info, std::size_t count)
+{
+    reset(info);
     std::vector<ChannelData> channels(info.getNumChannels());
     for (std::size_t i = 0; i < channels.size(); ++i)
         channels[i].init(info.getChannel(i), count);
     m_channels = std::move(channels);
+    m_numSamples = count;
+    cacheCoordinates();
+}
+
+void PointData::wrap(const PointInfo& info, void* const* arrays, std::size_t count)
+{
+    reset(info);
+    m_channels = std::vector<ChannelData>(info.getNumChannels());
+    for (std::size_t i = 0; i < m_channels.size(); ++i)
+        m_channels[i].wrap(info.getChannel(i), arrays[i], count);
     m_numSamples = count;
     cacheCoordinates();
 }

@@ -1,0 +1,11 @@
+#include "Bindings.h"
+
+PYBIND11_MODULE(_vxl, module)
+{
+    using namespace vx::python;
+    bindErrors(module);
+    bindCloud(module);
+    bindReader(module);
+    bindWriter(module);
+    bindArrow(module);
+}
