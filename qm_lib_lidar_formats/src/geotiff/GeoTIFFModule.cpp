@@ -3,7 +3,9 @@
 #include "srs/ParseWKT.h"
 #include "srs/QuietLibraries.h"
 
+#include <algorithm>
 #include <cpl_string.h>
+#include <cstdint>
 #include <gdal_frmts.h>
 #include <gdal_priv.h>
 #include <limits>
@@ -21,6 +23,21 @@ struct Closer
     void operator()(GDALDataset* dataset) const { GDALClose(dataset); }
 };
 using Dataset = std::unique_ptr<GDALDataset, Closer>;
+
+// GDAL keeps blocks of all images in up to a twentieth of the memory.
+class CacheLimit
+{
+public:
+    CacheLimit() { GDALSetCacheMax64(std::min<std::int64_t>(m_before, maxBytes)); }
+    ~CacheLimit() { GDALSetCacheMax64(m_before); }
+    CacheLimit(const CacheLimit&) = delete;
+    CacheLimit& operator=(const CacheLimit&) = delete;
+
+private:
+    static constexpr std::int64_t maxBytes = 64 << 20;
+
+    const std::int64_t m_before = GDALGetCacheMax64();
+};
 
 std::string lastError()
 {
@@ -56,8 +73,7 @@ public:
     {
         const QuietLibraries quiet;
         const CPLStringList options(
-            CSLParseCommandLine("TILED=YES COMPRESS=DEFLATE ZLEVEL=1 BIGTIFF=IF_SAFER INTERLEAVE=BAND"),
-            true);
+            CSLParseCommandLine("TILED=YES SPARSE_OK=TRUE BIGTIFF=IF_SAFER INTERLEAVE=BAND"), true);
         CPLStringList all = options;
         all.SetNameValue("BLOCKXSIZE", std::to_string(blockSize).c_str());
         all.SetNameValue("BLOCKYSIZE", std::to_string(blockSize).c_str());
@@ -93,6 +109,7 @@ public:
                const double* values) override
     {
         const QuietLibraries quiet;
+        const CacheLimit limit;
         const auto width = static_cast<int>(columns), height = static_cast<int>(rows);
         GDALRasterBand& target = *m_image->GetRasterBand(static_cast<int>(band) + 1);
         return target.RasterIO(GF_Write, static_cast<int>(column), static_cast<int>(row), width, height,
@@ -105,6 +122,7 @@ public:
                 void* context) override
     {
         const QuietLibraries quiet;
+        const CacheLimit limit;
         CPLErrorReset();
         m_image->FlushCache();
         if (CPLGetLastErrorType() == CE_Failure)
