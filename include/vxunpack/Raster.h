@@ -18,7 +18,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <optional>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -88,5 +88,47 @@ QM_API RasterGrid rasterize(const Cloud& cloud, const RasterOptions& options,
 // absent: after an error, an existing file at the path is unchanged. Errors: those of rasterize(); General
 // for an input of the cloud; those of writing.
 QM_API RasterGrid writeRaster(const std::string& path, const Cloud& cloud, const RasterOptions& options);
+
+// How to write a GeoTIFF.
+struct RasterFileOptions
+{
+    enum class Samples
+    {
+        UInt32, // counts only; there is no no-data value
+        Float32,
+        Float64
+    };
+
+    std::vector<std::string> bands = {}; // their names
+    Samples samples = Samples::Float32;
+    std::string coordinateSystem = {};         // WKT; empty: none
+    unsigned threads = 0;                      // the maximum; 0: one per core
+    std::function<bool(double)> progress = {}; // of commit(), as in RasterOptions
+    std::function<void(const std::string&)> warning = {};
+};
+
+// Writes a GeoTIFF as writeRaster() does, from parts that were made before, such as those of several
+// processes. Cells that no part has are no-data. Used by one thread at a time.
+class QM_API RasterWriter
+{
+public:
+    // Errors: InvalidArgument without bands; those of creating a file.
+    RasterWriter(const std::string& path, const RasterGrid& grid, const RasterFileOptions& options);
+    // Without commit(), no file is left and an existing one is unchanged.
+    ~RasterWriter();
+    RasterWriter(const RasterWriter&) = delete;
+    RasterWriter& operator=(const RasterWriter&) = delete;
+
+    // The place of the part follows from its grid. Replaces its cells. Errors: InvalidArgument for a part
+    // that is not inside of the raster, or has another resolution or another number of bands; those of
+    // writing.
+    void write(const RasterPart& part);
+    // Completes the file. Then both functions are InvalidArgument.
+    void commit();
+
+private:
+    struct QM_HIDDEN Impl;
+    std::unique_ptr<Impl> m_impl;
+};
 
 } // namespace vx

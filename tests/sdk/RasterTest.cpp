@@ -318,6 +318,39 @@ TEST(Raster, IsWrittenAsCloudOptimizedGeoTIFF)
         }
     }
 
+    // The same from parts that were made before, in any order.
+    vx::RasterFileOptions parts = {.bands = {"count", "max:Z"}, .coordinateSystem = transverseMercator(9)};
+    vx::RasterWriter writer(directory / "parts.tif", grid, parts);
+    for (const auto& [left, right, bottom, top] :
+         {std::array{17, 302, -301, 301}, std::array{-301, 17, -100, 301},
+          std::array{-301, 17, -301, -100}}) {
+        const vx::Box box = {1.0 * left, std::min(1.0 * right, grid.xMax()),
+                             std::max(1.0 * bottom, grid.yMin()), 1.0 * top};
+        const vx::Raster made = vx::rasterize(survey.cloud(), optionsOf(1, {"count", "max:Z"}, box));
+        writer.write({0, 0, made.grid, {made.bands[0].cells, made.bands[1].cells}});
+    }
+    const Numbers cell(1);
+    for (const RasterGrid& outside :
+         {RasterGrid{1, grid.west - 1, 0, 1, 1}, RasterGrid{1, 0, grid.north + 1, 1, 1},
+          RasterGrid{1, grid.west + 700, 0, 1, 1}, RasterGrid{2, 0, 0, 1, 1}})
+        EXPECT_EQ(failureOf([&] {
+                      writer.write({0, 0, outside, {cell, cell}});
+                  }),
+                  "40007 a part of 1 x 1 cells is not inside of the raster");
+    EXPECT_EQ(failureOf([&] {
+                  writer.write({0, 0, RasterGrid{1, 0, 0, 1, 1}, {cell}});
+              }),
+              "40007 a part has other bands than the raster");
+    writer.commit();
+    EXPECT_EQ(failureOf([&] { writer.commit(); }), "40007 the raster is complete");
+    EXPECT_TRUE(readFile(directory / "parts.tif") == readFile(path));
+    vx::RasterWriter(directory / "parts.tif", grid, parts)
+        .write({0, 0, RasterGrid{1, 0, 0, 1, 1}, {cell, cell}});
+    EXPECT_TRUE(readFile(directory / "parts.tif") == readFile(path)) << "it was not completed";
+    parts.progress = [](double) -> bool { throw 7; };
+    EXPECT_THROW(vx::RasterWriter(directory / "parts.tif", grid, parts).commit(), int);
+    std::filesystem::remove(directory / "parts.tif");
+
     // The samples are as wide as the layers need. A failed run leaves what was there, and nothing else.
     const std::pair<std::string, GDALDataType> types[] = {
         {"count@first", GDT_UInt32}, {"min:Intensity", GDT_Float32}, {"mean:X", GDT_Float64}};

@@ -19,6 +19,7 @@ using namespace Quillmoran;
 namespace {
 
 using Visit = std::function<void(const RasterPart&)>;
+using Samples = RasterFileOptions::Samples;
 
 // Parts are multiples of a block of the file, so that each block is written once.
 constexpr std::size_t blockSize = GeoTIFFWriter::blockSize;
@@ -72,7 +73,6 @@ public:
     }
 
     const std::vector<RasterLayer>& layers() const { return m_layers; }
-    ProgressDelegate& delegate() { return m_callbacks; }
 
     std::string nameOf(const RasterLayer& layer) const
     {
@@ -300,33 +300,110 @@ RasterGrid writeRaster(const std::string& path, const Cloud& cloud, const Raster
 {
     if (cloud.files())
         Utils::refuseInputs(*cloud.files(), path.c_str());
+    // Making the cells, and compressing them.
+    const auto reportHalf = [&](double begin) {
+        return [&options, begin](double done) {
+            return !options.progress || options.progress(begin + done / 2);
+        };
+    };
+    RasterOptions making = options;
+    making.progress = reportHalf(0);
     return withThreads(options.threads, [&] {
-        Rasterizer rasterizer(cloud, options);
+        Rasterizer rasterizer(cloud, making);
         const RasterGrid grid = rasterizer.findGrid();
-        GeoTIFFLayout layout{grid.columns,
-                             grid.rows,
-                             grid.xMin(),
-                             grid.yMax(),
-                             grid.resolution,
-                             GeoTIFFLayout::Counts,
-                             {},
-                             cloud.coordinateSystem()};
+        RasterFileOptions file;
+        file.samples = Samples::UInt32;
+        file.coordinateSystem = cloud.coordinateSystem();
+        file.threads = options.threads;
+        file.warning = options.warning;
+        file.progress = reportHalf(0.5);
         for (const RasterLayer& layer : rasterizer.layers()) {
-            layout.bands.push_back(rasterizer.nameOf(layer));
+            file.bands.push_back(rasterizer.nameOf(layer));
             if (needsDouble(layer, cloud.source().getPointInfo()))
-                layout.type = GeoTIFFLayout::Double;
-            else if (layer.statistic != RasterLayer::Statistic::Count && layout.type == GeoTIFFLayout::Counts)
-                layout.type = GeoTIFFLayout::Single;
+                file.samples = Samples::Float64;
+            else if (layer.statistic != RasterLayer::Statistic::Count && file.samples == Samples::UInt32)
+                file.samples = Samples::Float32;
         }
-        GeoTIFFWriter writer(path, layout, &rasterizer.delegate());
-        rasterizer.run(grid, options.maxBytes, [&](const RasterPart& part) {
-            for (std::size_t band = 0; band < part.bands.size(); ++band)
-                writer.write(band, part.column, part.row, part.grid.columns, part.grid.rows,
-                             part.bands[band].data());
-        });
-        writer.commit(Quillmoran::ThreadLimit::resolve(options.threads));
+        RasterWriter writer(path, grid, file);
+        rasterizer.run(grid, options.maxBytes, [&](const RasterPart& part) { writer.write(part); });
+        writer.commit();
         return grid;
     });
+}
+
+struct RasterWriter::Impl
+{
+    Impl(const std::string& path, const RasterGrid& raster, const RasterFileOptions& given)
+        : grid(raster),
+          options(given),
+          callbacks(options.progress, options.warning),
+          file(path, layoutOf(raster, given), &callbacks)
+    {}
+
+    static GeoTIFFLayout layoutOf(const RasterGrid& grid, const RasterFileOptions& options)
+    {
+        if (options.bands.empty() || grid.numCells() == 0)
+            QM_THROW(ErrorCode::InvalidArgument, "a raster has at least one band and one cell");
+        GeoTIFFLayout layout;
+        layout.columns = grid.columns;
+        layout.rows = grid.rows;
+        layout.xMin = grid.xMin();
+        layout.yMax = grid.yMax();
+        layout.cellSize = grid.resolution;
+        layout.type = options.samples == Samples::UInt32    ? GeoTIFFLayout::Counts
+                      : options.samples == Samples::Float32 ? GeoTIFFLayout::Single
+                                                            : GeoTIFFLayout::Double;
+        layout.bands = options.bands;
+        layout.wkt = options.coordinateSystem;
+        return layout;
+    }
+
+    void begin() const
+    {
+        if (isDone)
+            QM_THROW(ErrorCode::InvalidArgument, "the raster is complete");
+    }
+
+    bool isDone = false; // or commit() has failed
+    const RasterGrid grid;
+    const RasterFileOptions options;
+    Callbacks callbacks;
+    GeoTIFFWriter file;
+};
+
+RasterWriter::RasterWriter(const std::string& path, const RasterGrid& grid, const RasterFileOptions& options)
+    : m_impl(new Impl(path, grid, options))
+{}
+
+RasterWriter::~RasterWriter() = default;
+
+void RasterWriter::write(const RasterPart& part)
+{
+    m_impl->begin();
+    const RasterGrid& whole = m_impl->grid;
+    const RasterGrid& grid = part.grid;
+    // Of the cells before the part; below 0 if the part begins outside of the raster.
+    const std::int64_t column = grid.west - whole.west, row = whole.north - grid.north;
+    const auto fits = [](std::int64_t begin, std::size_t length, std::size_t end) {
+        return begin >= 0 && length <= end && static_cast<std::size_t>(begin) <= end - length;
+    };
+    if (grid.resolution != whole.resolution || !fits(column, grid.columns, whole.columns) ||
+        !fits(row, grid.rows, whole.rows))
+        QM_THROW(ErrorCode::InvalidArgument, "a part of %zu x %zu cells is not inside of the raster",
+                 grid.columns, grid.rows);
+    const auto hasCells = [&](std::span<const double> band) { return band.size() == grid.numCells(); };
+    if (part.bands.size() != m_impl->options.bands.size() || !std::ranges::all_of(part.bands, hasCells))
+        QM_THROW(ErrorCode::InvalidArgument, "a part has other bands than the raster");
+    for (std::size_t band = 0; band < part.bands.size(); ++band)
+        m_impl->file.write(band, static_cast<std::size_t>(column), static_cast<std::size_t>(row),
+                           grid.columns, grid.rows, part.bands[band].data());
+}
+
+void RasterWriter::commit()
+{
+    m_impl->begin();
+    m_impl->isDone = true;
+    m_impl->file.commit(Quillmoran::ThreadLimit::resolve(m_impl->options.threads));
 }
 
 } // namespace vx

@@ -9,7 +9,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
+#include <optional>
 
 namespace Quillmoran {
 
@@ -59,6 +61,27 @@ GeoTIFFFile* createFile(const std::string& path, const std::string& output, cons
     return file;
 }
 
+// Passed through GDAL, which exceptions must not leave.
+struct Progress
+{
+    static bool isWanted(double fraction, void* context) noexcept
+    {
+        auto* const self = static_cast<Progress*>(context);
+        if (!self->delegate)
+            return true;
+        try {
+            self->delegate->reportProgress(fraction, "writing GeoTIFF file");
+            return !self->delegate->getCancelled();
+        } catch (...) {
+            self->exception = std::current_exception();
+            return false;
+        }
+    }
+
+    ProgressDelegate* delegate;
+    std::exception_ptr exception;
+};
+
 } // namespace
 
 struct GeoTIFFWriter::Private
@@ -68,7 +91,7 @@ struct GeoTIFFWriter::Private
           delegate(progress),
           type(layout.type),
           directory(path),
-          file(createFile(directory / "cells.tif", path, layout))
+          file(createFile(*directory / "cells.tif", path, layout))
     {
         output.init(path.c_str());
         if (delegate && file->lacksCoordinateSystem())
@@ -84,8 +107,8 @@ struct GeoTIFFWriter::Private
     OutputFile output;
     ProgressDelegate* const delegate;
     const GeoTIFFLayout::SampleType type;
-    const WorkDirectory directory;
-    const std::unique_ptr<GeoTIFFFile> file;
+    std::optional<WorkDirectory> directory; // until commit(), as the file
+    std::unique_ptr<GeoTIFFFile> file;
 };
 
 GeoTIFFWriter::GeoTIFFWriter(const std::string& path, const GeoTIFFLayout& layout, ProgressDelegate* delegate)
@@ -107,18 +130,20 @@ void GeoTIFFWriter::write(std::size_t band, std::size_t column, std::size_t row,
 
 void GeoTIFFWriter::commit(unsigned numThreads)
 {
-    const std::string optimized = m_private->directory / "optimized.tif";
-    const auto isWanted = [](double, void* delegate) {
-        return !delegate || !static_cast<ProgressDelegate*>(delegate)->getCancelled();
-    };
-    if (!m_private->file->copyTo(optimized.c_str(), numThreads, isWanted, m_private->delegate)) {
+    const std::string optimized = *m_private->directory / "optimized.tif";
+    Progress progress{m_private->delegate, nullptr};
+    if (!m_private->file->copyTo(optimized.c_str(), numThreads, Progress::isWanted, &progress)) {
+        if (progress.exception)
+            std::rethrow_exception(progress.exception);
         m_private->output.checkCancelled(m_private->delegate, "writing GeoTIFF file");
         m_private->throwFailed();
     }
+    m_private->file.reset();
     const Scoped<FileIO::Imp> copy(FileIO::create());
     copy->init(optimized.c_str(), "r");
     const OpenIO opened(copy.get());
     Spool::copy(*copy, m_private->output.open());
+    m_private->directory.reset();
     m_private->output.commit();
 }
 

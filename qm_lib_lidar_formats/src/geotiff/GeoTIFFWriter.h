@@ -31,7 +31,7 @@ public:
     // count of more than 32 bits.
     void write(std::size_t band, std::size_t column, std::size_t row, std::size_t columns, std::size_t rows,
                const double* values);
-    // Throws Write, Cancelled if the delegate asks to stop, and the errors of OutputFile.
+    // The last call. Throws Write, Cancelled if the delegate asks to stop, and the errors of OutputFile.
     void commit(unsigned numThreads);
 
 private:
