@@ -3,7 +3,8 @@
 // tiles of a query in the index's R-tree.
 //
 // A tile that changed after it was indexed is still read, but queries select it by the bounds in the index.
-// The index file stays open for as long as its R-tree is in use.
+// The index file stays open, and descriptions of tiles are read from it when they are needed: the memory for
+// a million tiles is a few megabytes.
 #pragma once
 
 #include <vxunpack/Bounds.h>
@@ -56,8 +57,9 @@ public:
     const RTree* getRTree() const noexcept;
     // The week that converts the week times of tiles to adjusted standard time, if any.
     const std::optional<int>& getGPSWeek() const noexcept;
-    // Throws General "bad tile index" for an index past the end.
-    const TileInfo& getTileInfo(std::size_t index) const;
+    // Reads the index file, and may be called from any thread. Throws General "bad tile index" for an index
+    // past the end.
+    TileInfo getTileInfo(std::size_t index) const;
     // Null without an overview.
     const TileInfo* getOverviewInfo() const noexcept;
 

@@ -15,6 +15,7 @@
 #include <vxunpack/PointWriter.h>
 #include <vxunpack/ProgressDelegate.h>
 #include <vxunpack/QuantizeFilter.h>
+#include <vxunpack/Raster.h>
 #include <vxunpack/SimpleFilterFilter.h>
 #include <vxunpack/TXTPointReader.h>
 #include <vxunpack/TXTPointWriter.h>

@@ -95,6 +95,35 @@ TEST_F(TileIndex, DescribesItsTilesAndOpensThoseInABox)
     EXPECT_EQ(writer->getOverviewInfo(), nullptr);
 }
 
+// Tiles are read from the file that was opened, in any order, without opening their files.
+TEST_F(TileIndex, DescribesManyTilesFromTheFile)
+{
+    const auto writer = makeWriter({tile("a.vxl", 0, 0)});
+    const auto added = [&](int i) {
+        const double x = 10.0 * i;
+        return TileInfo{directory / (std::string(static_cast<std::size_t>(i), 'n') + ".vxl"),
+                        i,
+                        {{x, x + 9}, {0, 9}, {0, 9}},
+                        i};
+    };
+    constexpr int numTiles = 70;
+    for (int i = 1; i < numTiles; ++i)
+        writer->insert(added(i));
+    writer->write(index.c_str());
+    opener->takeOpened();
+    const auto read = openIndex(index);
+    makeWriter({tile("b.vxl", 0, 0)})->write(index.c_str());
+    opener->takeOpened();
+    EXPECT_EQ(read->getNumSources(), std::size_t{numTiles});
+    for (int i = 1; i < numTiles; ++i) {
+        EXPECT_EQ(read->getTileInfo(static_cast<std::size_t>(numTiles - i)), added(numTiles - i)) << i;
+        EXPECT_EQ(read->getTileInfo(static_cast<std::size_t>(i)), added(i)) << i;
+    }
+    EXPECT_EQ(errorOf(2, [&] { read->createPointSource(5); }),
+              "No such file or directory path = " + added(5).path);
+    EXPECT_EQ(opener->takeOpened(), Strings{"nnnnn.vxl"});
+}
+
 TEST_F(TileIndex, LooksForALostOverviewInItsDirectory)
 {
     const TemporaryDirectory elsewhere;

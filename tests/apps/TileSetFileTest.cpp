@@ -120,7 +120,12 @@ std::string fileOf(Packets all = {})
 
 struct Read
 {
-    explicit Read(const std::string& bytes) { TileSetFile::read(ByteStore::make(bytes).get(), set, *tree); }
+    explicit Read(const std::string& bytes)
+    {
+        const auto tiles = TileSetFile::read(ByteStore::make(bytes).get(), set, *tree);
+        for (std::size_t i = 0; i < tiles->size(); ++i)
+            set.tiles.push_back(tiles->get(i));
+    }
 
     // The values of all boxes that contain a point.
     std::vector<std::int64_t> valuesAt(double at) const

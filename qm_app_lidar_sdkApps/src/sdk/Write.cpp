@@ -1,43 +1,19 @@
 #include <vxunpack/Cloud.h>
 
 #include "files/QMFileSpec.h"
+#include "sdk/Callbacks.h"
 #include "sdk/Queries.h"
 #include "utils/sets/Formats.h"
 #include "utils/sets/Inputs.h"
 #include "utils/sets/Losses.h"
 #include "utils/sets/ThreadLimit.h"
 #include <vxunpack/LASPointWriter.h>
-#include <vxunpack/ProgressDelegate.h>
-
-#include <atomic>
 
 namespace vx {
 
 using namespace Quillmoran;
 
 namespace {
-
-class Callbacks final : public ProgressDelegate
-{
-public:
-    explicit Callbacks(const WriteOptions& options) : m_options(options) {}
-
-    void reportProgress(double fraction, const char*) override
-    {
-        if (m_options.progress && !m_options.progress(fraction))
-            m_isCancelled = true;
-    }
-    bool getCancelled() override { return m_isCancelled; }
-    void displayWarning(const char* text) override
-    {
-        if (m_options.warning)
-            m_options.warning(text);
-    }
-
-private:
-    const WriteOptions& m_options;
-    std::atomic<bool> m_isCancelled = false;
-};
 
 // A file name that the table of formats recognises as the format to write. Unlike the programs, which write
 // text to any other name, this takes text only by its own endings, so that a mistyped name is an error.
@@ -85,7 +61,7 @@ std::uint64_t write(const std::string& path, const Cloud& cloud, const WriteOpti
     const auto warn = options.warning ? options.warning : [](const std::string&) {};
     if (output.isLAS() && !options.scale)
         Utils::warnOfRounding(source, layout, path, "", warn);
-    Callbacks callbacks(options);
+    Callbacks callbacks(options.progress, options.warning);
     std::int64_t count = 0;
     Quillmoran::ThreadLimit limit(options.threads);
     limit.execute([&] { count = writer->write(bounds, options.query.fraction, layout, &callbacks); });

@@ -1,16 +1,14 @@
 #include "srs/SpatialReferenceModule.h"
 
 #include "srs/ParseWKT.h"
+#include "srs/QuietLibraries.h"
 
 #include <cpl_conv.h>
-#include <cpl_error.h>
-#include <gdal_version.h>
 #include <geo_normalize.h>
 #include <geo_simpletags.h>
 #include <geotiff.h>
 #include <memory>
 #include <ogr_spatialref.h>
-#include <ogr_srs_api.h>
 #include <string_view>
 
 // GDAL exports these two without declaring them in a header.
@@ -22,29 +20,11 @@ int GTIFSetFromOGISDefn(GTIF* keys, const char* wkt);
 namespace {
 
 using Quillmoran::GeoTIFFKeys;
+using Quillmoran::QuietLibraries;
 
 constexpr int directoryTag = 34735;
 constexpr int doublesTag = 34736;
 constexpr int asciiTag = 34737;
-
-// Suppresses the libraries' messages, and PROJ's network access even if the environment enables it.
-class QuietLibraries
-{
-public:
-    QuietLibraries()
-    {
-        CPLPushErrorHandler(CPLQuietErrorHandler);
-#if GDAL_VERSION_NUM >= GDAL_COMPUTE_VERSION(3, 4, 0)
-        OSRSetPROJEnableNetwork(0);
-#endif
-    }
-    ~QuietLibraries()
-    {
-        CPLPopErrorHandler();
-    }
-    QuietLibraries(const QuietLibraries&) = delete;
-    QuietLibraries& operator=(const QuietLibraries&) = delete;
-};
 
 using CPLText = std::unique_ptr<char, decltype(&VSIFree)>;
 using SimpleTags = std::unique_ptr<ST_TIFF, decltype(&ST_Destroy)>;

@@ -141,6 +141,8 @@ void refuseSameFile(const char* input, const char* output)
 
 void refuseInputs(const FilePointSourceManager& files, const char* output)
 {
+    if (!QMFileUtils::exists(output)) // an index can have millions of tiles to compare it with
+        return;
     for (std::size_t i = 0; i < files.getNumSources(); ++i) {
         const char* const name = files.getFilename(i);
         refuseSameFile(name, output);

@@ -41,7 +41,11 @@ Scoped<PointSource> openMosaic(PersistentPointSourceManager& tiles, const std::o
 
 struct PersistentPointSourceManager::Imp
 {
-    TileSet set; // with the paths as they are opened
+    QMFileSpec absolute(const std::string& path) const { return {directory, path.c_str()}; }
+
+    TileSet set;                            // with the paths as they are opened
+    std::unique_ptr<const TileTable> table; // the tiles of a file; null if they are in the set
+    QMFileSpec directory;                   // of relative paths in the table
     Scoped<const RTree> tree{MemoryRTree::create()};
     Scoped<FileOpener> opener;
 };
@@ -57,24 +61,24 @@ void PersistentPointSourceManager::init(const char* index, FileOpener* opener)
         QM_THROW(ErrorCode::InvalidArgument, "%s not given", index ? "opener" : "path");
     QMFileUtils::requireRegularFile(index);
     const auto file = make<FileIO::Imp>(index, "r");
-    TileSet set;
+    Imp read;
     const Scoped<DiskRTree> tree(DiskRTree::create());
-    TileSetFile::read(file.get(), set, *tree);
-
-    const QMFileSpec directory(QMFileSpec(index).dirname().c_str());
-    const auto absolute = [&](const std::string& path) { return QMFileSpec(directory, path.c_str()); };
-    for (TileInfo& tile : set.tiles)
-        tile.path = absolute(tile.path).c_str();
-    if (set.overview) {
-        std::string& path = set.overview->tile.path;
-        path = findOverview(directory, absolute(path));
+    read.table = TileSetFile::read(file.get(), read.set, *tree);
+    read.directory = QMFileSpec(index).dirname().c_str();
+    if (read.set.overview) {
+        std::string& path = read.set.overview->tile.path;
+        path = findOverview(read.directory, read.absolute(path));
     }
-    init(std::move(set), tree.get(), opener);
+    read.tree = Scoped<const RTree>::retained(tree.get());
+    read.opener = Scoped<FileOpener>::retained(opener);
+    *m_imp = std::move(read);
+    setNumSources(m_imp->table->size());
 }
 
 void PersistentPointSourceManager::init(TileSet set, const RTree* tree, FileOpener* opener)
 {
     m_imp->set = std::move(set);
+    m_imp->table.reset();
     m_imp->tree = Scoped<const RTree>::retained(tree);
     m_imp->opener = Scoped<FileOpener>::retained(opener);
     setNumSources(m_imp->set.tiles.size());
@@ -100,8 +104,13 @@ const std::optional<int>& PersistentPointSourceManager::getGPSWeek() const noexc
     return m_imp->set.gpsWeek;
 }
 
-const TileInfo& PersistentPointSourceManager::getTileInfo(std::size_t index) const
+TileInfo PersistentPointSourceManager::getTileInfo(std::size_t index) const
 {
+    if (m_imp->table) {
+        TileInfo tile = m_imp->table->get(index);
+        tile.path = m_imp->absolute(tile.path).c_str();
+        return tile;
+    }
     if (index >= m_imp->set.tiles.size())
         QM_THROW(ErrorCode::General, "bad tile index");
     return m_imp->set.tiles[index];

@@ -22,8 +22,8 @@ struct TileSet
 {
     std::string srs;
     Scoped<PointCloudInfo> info{PointCloudInfo::create()};
-    std::optional<int> gpsWeek; // converts week time to adjusted standard time
-    std::vector<TileInfo> tiles;
+    std::optional<int> gpsWeek;  // converts week time to adjusted standard time
+    std::vector<TileInfo> tiles; // empty if they are in a TileTable
     std::optional<Overview> overview;
 };
 

@@ -3,11 +3,11 @@
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
 #include "platform/Stream.h"
+#include "utils/sets/Packet.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/DataType.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <initializer_list>
 
@@ -18,97 +18,8 @@ namespace {
 constexpr std::size_t streamBytes = 4096;
 constexpr std::uint32_t newestVersion = 2;
 
-// Minimum sizes, with empty texts.
-constexpr std::size_t textBytes = 2;
-constexpr std::size_t channelBytes = textBytes + 2 + 2 + 8;
-constexpr std::size_t tileBytes = textBytes + 8 + 6 * 8 + 8;
-
-// The system reports no error at the end of a file.
-[[noreturn]] void throwCut(const std::string& field)
-{
-    errno = EIO;
-    OSError error(__FILE__, "read", __LINE__);
-    error(": failed reading: %s", field.c_str());
-    throw error;
-}
-
-[[noreturn]] void throwImpossible(const char* field)
-{
-    QM_THROW(ErrorCode::General, "failed reading: %s", field);
-}
-
-// The payload of one packet: a stream that ends with the packet, so that a truncated field is a short read.
-class Packet
-{
-public:
-    Packet(IO* io, std::int64_t position, std::int64_t length)
-        : m_range(BoundedIO::create(IO::Location(io, position, length)))
-    {
-        m_stream.init(m_range.get(), true, streamBytes);
-        m_stream.seek(position, Stream::SEEK_FROM_START);
-    }
-
-    template <class T>
-    T readNumber(const char* field)
-    {
-        T value;
-        if (!m_stream.get_be(value))
-            throwCut(field);
-        return value;
-    }
-
-    // The number of items that follow, each of at least `size` bytes.
-    template <class T>
-    T readCount(const char* field, std::size_t size)
-    {
-        const T count = readNumber<T>(field);
-        if (count > m_stream.remaining() / size)
-            throwImpossible(field);
-        return count;
-    }
-
-    std::int64_t readNumPoints()
-    {
-        const auto count = readNumber<std::int64_t>("number of points");
-        if (count < 0)
-            throwImpossible("number of points");
-        return count;
-    }
-
-    std::string readText(const char* field)
-    {
-        const auto length = readNumber<std::uint16_t>(field);
-        std::string text(length, '\0');
-        if (m_stream.read(text.data(), length) != length)
-            throwCut(field);
-        return text;
-    }
-
-    Bounds readBounds()
-    {
-        Bounds bounds;
-        for (Bounds::Range* range : {&bounds.x, &bounds.y, &bounds.z}) {
-            range->min = readNumber<double>("bounds");
-            range->max = readNumber<double>("bounds");
-        }
-        return bounds;
-    }
-
-    TileInfo readTile()
-    {
-        TileInfo tile;
-        const std::string path = readText("path");
-        tile.path = path.substr(0, path.find('\0'));
-        tile.timestamp = readNumber<std::int64_t>("timestamp");
-        tile.bounds = readBounds();
-        tile.numPoints = readNumPoints();
-        return tile;
-    }
-
-private:
-    Scoped<IO> m_range;
-    StreamReader m_stream;
-};
+constexpr std::size_t textBytes = Packet::textBytes;
+constexpr std::size_t channelBytes = textBytes + 2 + 2 + 8; // without a name
 
 class PacketSequence
 {
@@ -123,7 +34,7 @@ public:
             QM_THROW(ErrorCode::General, "bad magic");
         std::uint32_t version = 0;
         if (!m_stream.get_be(version))
-            throwCut("version");
+            Packet::throwCut("version");
         if (version > newestVersion)
             QM_THROW(ErrorCode::General, "unsupported version");
     }
@@ -145,6 +56,10 @@ public:
     }
 
     Packet open() { return {m_stream.getIO(), m_stream.tell(), m_end - m_stream.tell()}; }
+    std::unique_ptr<TileTable> openTiles()
+    {
+        return std::make_unique<TileTable>(m_stream.getIO(), m_stream.tell(), m_end - m_stream.tell());
+    }
     void read(DiskRTree& tree) { tree.init(m_stream, m_end - m_stream.tell()); }
 
 private:
@@ -158,12 +73,12 @@ private:
         const auto fieldOf = [expected](const char* field) { return '\'' + (expected + std::string(field)); };
         std::string name(4, '\0');
         if (m_stream.read(name.data(), name.size()) != name.size())
-            throwCut(fieldOf("' packet name"));
+            Packet::throwCut(fieldOf("' packet name"));
         std::uint32_t length = 0;
         if (!m_stream.get_be(length))
-            throwCut(fieldOf("' packet length"));
+            Packet::throwCut(fieldOf("' packet length"));
         if (length > m_stream.remaining())
-            throwImpossible(fieldOf("' packet length").c_str());
+            Packet::throwImpossible(fieldOf("' packet length").c_str());
         m_end = m_stream.tell() + length;
         return name;
     }
@@ -179,7 +94,7 @@ ChannelInfo readChannel(Packet& packet)
     const auto bits = packet.readNumber<std::uint16_t>("bits");
     const auto quantization = packet.readNumber<double>("quantization");
     if (!DataTypeUtils::isKnown(type))
-        throwImpossible("data type");
+        Packet::throwImpossible("data type");
     ChannelInfo channel;
     channel.init(name.c_str(), type, bits, quantization);
     return channel;
@@ -227,7 +142,7 @@ void readGPSWeek(Packet packet, TileSet& set)
 {
     const auto week = packet.readNumber<std::uint32_t>("GPS week");
     if (week > INT32_MAX)
-        throwImpossible("GPS week");
+        Packet::throwImpossible("GPS week");
     set.gpsWeek = static_cast<int>(week);
 }
 
@@ -237,15 +152,8 @@ void readOverview(Packet packet, TileSet& set)
     overview.tile = packet.readTile();
     overview.fraction = packet.readNumber<double>("overview fraction");
     if (!isOverviewFraction(overview.fraction))
-        throwImpossible("overview fraction");
+        Packet::throwImpossible("overview fraction");
     set.overview = overview;
-}
-
-void readTiles(Packet packet, TileSet& set)
-{
-    set.tiles.resize(packet.readCount<std::uint32_t>("number of files", tileBytes));
-    for (TileInfo& tile : set.tiles)
-        tile = packet.readTile();
 }
 
 constexpr std::uint32_t openLength = 0xFFFFFFFF; // until the payload is written
@@ -363,7 +271,7 @@ void writeInfo(FieldWriter& writer, const TileSet& set)
 
 } // namespace
 
-void TileSetFile::read(IO* io, TileSet& set, DiskRTree& tree)
+std::unique_ptr<TileTable> TileSetFile::read(IO* io, TileSet& set, DiskRTree& tree)
 {
     PacketSequence packets(io);
     packets.readHeader();
@@ -379,9 +287,10 @@ void TileSetFile::read(IO* io, TileSet& set, DiskRTree& tree)
         readOverview(packets.open(), set);
         packets.next({"path"});
     }
-    readTiles(packets.open(), set);
+    std::unique_ptr<TileTable> tiles = packets.openTiles();
     packets.next({"tree"});
     packets.read(tree);
+    return tiles;
 }
 
 void TileSetFile::write(IO* io, const TileSet& set, const MemoryRTree& tree, const double scale[3])
