@@ -88,7 +88,7 @@ std::exception_ptr PointEncoder::encodePending(ChannelEncoder& channel)
             refusals[i] = std::current_exception();
         }
     });
-    if (const std::exception_ptr refusal = firstOf(refusals))
+    if (std::exception_ptr refusal = firstOf(refusals))
         return refusal;
     channel.commit();
     return nullptr;
