@@ -92,7 +92,7 @@ def test_coordinates_of_any_number_type(folder, dtype):
     ({**XYZ, "A": np.zeros(3, complex)}, {}, TypeError, "complex128; a channel is one of uint8"),
     ({**XYZ, "A": ["a", "b", "c"]}, {}, TypeError, "one of uint8"),
     ({**XYZ, "X": np.zeros(3, bool)}, {}, TypeError, "coordinates are integers or floats"),
-    ({**XYZ, "A": np.zeros(4)}, {}, ValueError, "'A' has 4 samples and 'X' has 3"),
+    ([{**XYZ, "A": np.zeros(4)}], {}, ValueError, "'A' has 4 samples and 'X' has 3"),
     ({**XYZ, "A": np.zeros((3, 1))}, {}, ValueError, "2 dimensions"),
     ({**XYZ, "class": [1, 2, 3], "ClassId": [1, 2, 3]}, {}, ValueError, "two channels 'ClassId'"),
     ({**XYZ, "class": [1, 2, 300]}, {}, ValueError, "does not hold all values from 1 to 300"),
