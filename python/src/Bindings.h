@@ -26,6 +26,7 @@ void bindErrors(py::module_& module);
 void bindCloud(py::module_& module);
 void bindReader(py::module_& module);
 void bindWriter(py::module_& module);
+void bindRaster(py::module_& module);
 void bindArrow(py::module_& module);
 
 // Whether the interpreter ends and the calling thread can therefore not have its lock any more: Python ends such

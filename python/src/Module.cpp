@@ -7,5 +7,6 @@ PYBIND11_MODULE(_vxl, module)
     bindCloud(module);
     bindReader(module);
     bindWriter(module);
+    bindRaster(module);
     bindArrow(module);
 }

@@ -15,12 +15,13 @@ cloud's coordinate system.
 
 from ._cloud import Bounds, Box, Cloud, Channel, Channels, CRS, Metadata, Stats, open
 from ._errors import ArgumentError, Cancelled, ChannelError, Error, FileError, FileNotFound, VxlWarning
+from ._raster import Raster, RasterGrid, RasterWriter, raster
 from ._table import Table
 from ._threads import set_threads
 from ._write import write
 
 __all__ = [
     "ArgumentError", "Bounds", "Box", "CRS", "Cancelled", "Channel", "ChannelError", "Channels", "Cloud",
-    "Error", "FileError", "FileNotFound", "Metadata", "Stats", "Table", "VxlWarning", "open", "set_threads",
-    "write",
+    "Error", "FileError", "FileNotFound", "Metadata", "Raster", "RasterGrid", "RasterWriter", "Stats", "Table",
+    "VxlWarning", "open", "raster", "set_threads", "write",
 ]

@@ -6,6 +6,7 @@ import numpy as np
 
 _Box = tuple[float, ...]
 _Triple = tuple[float, float, float]
+_Grid = tuple[float, float, float, int, int]  # xmin, ymax, resolution, columns, rows
 _ChannelTuple = tuple[str, str, float]  # name, type as in "u2", scale
 
 class Cloud:
@@ -67,5 +68,36 @@ def write(
     channels: list[str],
     progress: Callable[[float], bool | None] | None,
 ) -> int: ...
+class RasterWriter:
+    def __init__(
+        self, path: str, grid: _Grid, bands: list[str], type: str, coordinate_system: str, threads: int
+    ) -> None: ...
+    def write(self, grid: _Grid, bands: list[np.ndarray]) -> None: ...
+    def commit(self, progress: Callable[[float], bool | None] | None) -> None: ...
+    def close(self) -> None: ...
+    def take_warnings(self) -> list[str]: ...
+
+def raster_channels(layer: str) -> list[str]: ...
+def raster(
+    cloud: Cloud,
+    resolution: float,
+    layers: list[str],
+    box: _Box,
+    fraction: float,
+    max_bytes: int,
+    threads: int,
+    progress: Callable[[float], bool | None] | None,
+) -> tuple[_Grid, list[tuple[str, np.ndarray]]]: ...
+def write_raster(
+    cloud: Cloud,
+    path: str,
+    resolution: float,
+    layers: list[str],
+    box: _Box,
+    fraction: float,
+    max_bytes: int,
+    threads: int,
+    progress: Callable[[float], bool | None] | None,
+) -> _Grid: ...
 def arrow_stream(names: list[str], arrays: list[np.ndarray]) -> object: ...
 def set_threads(threads: int) -> None: ...
