@@ -17,10 +17,11 @@ from ._cloud import Bounds, Box, Cloud, Channel, Channels, CRS, Metadata, Stats,
 from ._errors import ArgumentError, Cancelled, ChannelError, Error, FileError, FileNotFound, VxlWarning
 from ._table import Table
 from ._threads import set_threads
+from ._vxl import version as __version__
 from ._write import write
 
 __all__ = [
     "ArgumentError", "Bounds", "Box", "CRS", "Cancelled", "Channel", "ChannelError", "Channels", "Cloud",
-    "Error", "FileError", "FileNotFound", "Metadata", "Stats", "Table", "VxlWarning", "open", "set_threads",
-    "write",
+    "Error", "FileError", "FileNotFound", "Metadata", "Stats", "Table", "VxlWarning", "__version__", "open",
+    "set_threads", "write",
 ]
