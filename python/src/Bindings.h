@@ -28,6 +28,7 @@ void bindReader(py::module_& module);
 void bindWriter(py::module_& module);
 void bindRaster(py::module_& module);
 void bindArrow(py::module_& module);
+void bindIndex(py::module_& module);
 
 // Whether the interpreter ends and the calling thread can therefore not have its lock any more: Python ends such
 // a thread in a way that C++ does not survive.

@@ -18,10 +18,11 @@ from ._errors import ArgumentError, Cancelled, ChannelError, Error, FileError, F
 from ._raster import Raster, RasterGrid, RasterWriter, raster
 from ._table import Table
 from ._threads import set_threads
+from ._vxl import version as __version__
 from ._write import write
 
 __all__ = [
     "ArgumentError", "Bounds", "Box", "CRS", "Cancelled", "Channel", "ChannelError", "Channels", "Cloud",
     "Error", "FileError", "FileNotFound", "Metadata", "Raster", "RasterGrid", "RasterWriter", "Stats", "Table",
-    "VxlWarning", "open", "raster", "set_threads", "write",
+    "VxlWarning", "__version__", "open", "raster", "set_threads", "write",
 ]
