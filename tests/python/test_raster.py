@@ -75,7 +75,7 @@ def test_files_are_complete_or_absent(cloud_path, folder):
     with pytest.raises(vxl.Cancelled):
         vxl.raster(cloud_path, 2.5, out="out.tif", progress=lambda done: seen.append(done))
         vxl.raster(cloud_path, 1, out="out.tif", progress=lambda done: False)
-    assert seen[-1] <= 1 and len(seen) > 1
+    assert seen and 0 <= min(seen) <= max(seen) <= 1
     vxl.raster(cloud_path, 2.5, ["count", "mean"], out="again.tif", threads=1)
     assert pathlib.Path("again.tif").read_bytes() == before
     assert sorted(os.listdir()) == ["again.tif", "out.tif"]
