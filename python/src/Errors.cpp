@@ -15,7 +15,7 @@ void bindErrors(py::module_& module)
     isAbandoned(); // finds the main thread
     py::register_local_exception_translator([](std::exception_ptr exception) {
         try {
-            std::rethrow_exception(exception);
+            std::rethrow_exception(std::move(exception));
         } catch (const Error& error) {
             const py::object make = py::module_::import("vxl._errors").attr("make");
             // Messages have text of files, in any encoding.

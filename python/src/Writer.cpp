@@ -20,8 +20,9 @@ using Columns = std::vector<std::pair<ChannelTuple, py::array>>;
 PythonCloud fromColumns(Columns columns)
 {
     std::vector<Column> all;
-    for (const auto& [tuple, array] : columns) {
-        const Channel channel = toChannel(tuple);
+    for (const auto& column : columns) {
+        const Channel channel = toChannel(column.first);
+        const py::array& array = column.second;
         visitDataType(channel.type, [&](auto sample) {
             const std::span samples(static_cast<const decltype(sample)*>(array.data()),
                                     static_cast<std::size_t>(array.size()));
