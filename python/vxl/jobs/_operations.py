@@ -550,7 +550,7 @@ def program(name: str) -> str:
     beside = os.path.join(os.path.dirname(os.path.abspath(_vxl.__file__)), os.pardir, os.pardir, name)
     found = beside if os.access(beside, os.X_OK) else shutil.which(name)
     if found is None:
-        raise FileNotFoundError(f"the program {name} is not found; it is in the package vxunpack")
+        raise FileNotFoundError(f"the program {name} is not found; it is in the package vxunpack-tools")
     return os.path.normpath(found)
 
 
