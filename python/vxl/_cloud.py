@@ -16,6 +16,7 @@ import numpy as np
 from . import _vxl
 from ._channels import ByChannel, Channel, require
 from ._errors import Error, FileNotFound, warn
+from ._moments import Moments
 from ._table import Table
 from ._threads import check_threads
 
@@ -380,26 +381,16 @@ class Cloud:
         if not exact:
             estimate = self._cloud.estimate(corners, 1.0)
             fraction = min(1.0, 1_000_000 / estimate) if estimate > 0 else 1.0
-        count, mean, moment = 0, 0.0, 0.0
-        low, high = math.inf, -math.inf
+        moments = Moments()
         num_seen = 0
         for chunk in self.chunks(1 << 18, box=box, fraction=fraction, channels=[name], threads=threads,
                                  progress=progress):
             num_seen += chunk.num_points
-            values = chunk[name].astype(np.float64, copy=False)
-            values = values[~np.isnan(values)]
-            if len(values) == 0:
-                continue
-            low, high = min(low, float(values.min())), max(high, float(values.max()))
-            # Combines means and sums of squared deviations, without the cancellation of a sum of squares.
-            added, chunk_mean = len(values), float(values.mean())
-            delta, share = chunk_mean - mean, added / (count + added)
-            moment += float(np.square(values - chunk_mean).sum()) + delta * delta * count * share
-            mean += delta * share
-            count += added
-        if count == 0:
+            moments.add(chunk[name])
+        if moments.count == 0:
             return Stats(0, math.nan, math.nan, math.nan, math.nan, num_seen, self.num_points)
-        return Stats(count, low, high, mean, math.sqrt(moment / count), num_seen, self.num_points)
+        return Stats(moments.count, float(moments.low), float(moments.high), moments.mean, moments.std, num_seen,
+                     self.num_points)
 
     def _query(self, box: Box | None, fraction: float, channels: Iterable[str] | None) -> _Query:
         return _Query(check_box(box), check_fraction(fraction), self._choose(channels))

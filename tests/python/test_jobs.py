@@ -142,6 +142,28 @@ def test_each_point_is_in_one_tile_of_a_grid(tiles, size, buffer, fmt):
         assert vxl.open(report.merged["index"]).crs.epsg == 25832
 
 
+def test_a_raster_of_parts_is_that_of_the_whole(tiles):
+    what = ["count", "mean", "max:ClassId"]
+    plan = jobs.plan(tiles, "raster", "out", resolution=0.5, what=what, cells=7)
+    assert jobs.run_all(plan, processes=1, progress=False).is_complete
+    whole = vxl.raster(tiles, 0.5, what)
+    left, top = whole.extent[0], whole.extent[3]
+    joined = {name: np.full(whole.shape, 0 if name == "count" else np.nan) for name in what}
+    total = 0
+    for unit in plan:
+        for name, part in zip(what, np.load(unit.path)):
+            total += part.sum() if name == "count" else 0
+            row, column = round((top - unit.box[3]) / 0.5), round((unit.box[0] - left) / 0.5)
+            rows = slice(max(row, 0), min(row + 7, whole.shape[0]))
+            columns = slice(max(column, 0), min(column + 7, whole.shape[1]))
+            joined[name][rows, columns] = part[rows.start - row:rows.stop - row,
+                                               columns.start - column:columns.stop - column]
+    assert total == vxl.open(tiles).num_points
+    for name in what:
+        assert np.array_equal(joined[name], whole[name], equal_nan=True)
+    assert os.path.getsize(jobs.finish(plan).merged["raster"]) > 0
+
+
 def test_statistics_of_files_are_joined_to_those_of_the_set(tiles):
     plan = jobs.plan(tiles, "stats", "out")
     assert jobs.run_all(plan, processes=1, progress=False).is_complete

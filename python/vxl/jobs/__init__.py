@@ -48,7 +48,7 @@ def plan(source: _sources.Source, operation: str, out: Path, *, path: Path | Non
     source : path or list of paths
         Files, directories, lists and indexes. Directories and lists are fast to plan if only the names of
         the files are needed (convert, stats, check); for large sets to retile, make an index first.
-    operation : {"convert", "retile", "query", "stats", "check"} or "module:Class"
+    operation : {"convert", "retile", "query", "raster", "stats", "check"} or "module:Class"
         ======== ======================================= ==================================================
         name     unit                                    options
         ======== ======================================= ==================================================
@@ -57,6 +57,8 @@ def plan(source: _sources.Source, operation: str, out: Path, *, path: Path | Non
         retile   a square tile with the points of all    tile_size (required), buffer, box; format,
                  files there                             channels, order, crs, scale, quantize
         query    the whole source, to one file           name; the same as convert
+        raster   a square of cells, from all files there resolution (required), what, box, fraction: as for
+                                                         `vxl.raster`; cells (of an edge), dtype
         stats    a file: statistics of its channels      channels, box, fraction
         check    a file: a complete check by vxinfo
         ======== ======================================= ==================================================
@@ -168,6 +170,7 @@ def finish(plan: Plan | Path, *, verify: bool = False, overview: bool | float = 
     convert  ``tiles.index`` in the folder `out`, with an overview
     retile   the same
     query    nothing: there is one file
+    raster   ``raster.tif``: a cloud-optimized GeoTIFF
     stats    ``statistics.json``: count, minimum, maximum, mean and deviation of each channel
     check    ``check.json``: the files that are not sound, with their problems
     ======== ======================================================================================

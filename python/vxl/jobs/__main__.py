@@ -36,7 +36,7 @@ def _parser() -> argparse.ArgumentParser:
         return added
 
     planned = command("plan", "Write a plan.")
-    planned.add_argument("operation", help="convert, retile, query, stats, check, or module:Class")
+    planned.add_argument("operation", help="convert, retile, query, raster, stats, check, or module:Class")
     planned.add_argument("source", nargs="+", help="files, directories, lists and indexes")
     planned.add_argument("-o", "--out", required=True, help="the folder of the outputs")
     planned.add_argument("--path", help="the file of the plan; by default OUT/plan.jsonl")

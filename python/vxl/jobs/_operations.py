@@ -18,8 +18,9 @@ import numpy as np
 
 from .. import _vxl
 from .._channels import Channel, require
-from .._cloud import check_box, check_fraction, open as open_cloud
+from .._cloud import CRS, check_box, check_fraction, open as open_cloud
 from .._moments import Moments
+from .._raster import LAYERS, SAMPLES, Raster, RasterGrid, RasterWriter, raster
 from .._table import Table
 from .._write import FORMATS, ORDERS, write
 from . import _sources
@@ -391,6 +392,85 @@ def _positive(name: str, value: Any) -> None:
         raise ValueError(f"{name} is a number above 0, not {value!r}")
 
 
+class Rasters(Operation):
+    """Statistics of the points in each cell of a grid, in square parts that are joined to one GeoTIFF.
+
+    A part is a .npy file with an array of layers, rows and columns.
+    """
+
+    options = {"resolution": None, "what": list(LAYERS), "box": None, "fraction": 1.0, "cells": 1024,
+               "dtype": None}
+    required = ("resolution",)
+
+    def check(self, options: dict[str, Any]) -> None:
+        _positive("resolution", options["resolution"])
+        check_fraction(options["fraction"])
+        check_box(options["box"])
+        if isinstance(options["what"], str):
+            options["what"] = [options["what"]]
+        if not isinstance(options["cells"], int) or not 0 < options["cells"] <= 32768:
+            raise ValueError(f"cells is 1 to 32768, the edge of a part, not {options['cells']!r}")
+        if options["dtype"] is None:
+            are_counts = all(name.startswith("count") for name in options["what"])
+            options["dtype"] = "uint32" if are_counts else "float32"
+        if options["dtype"] not in SAMPLES:
+            raise ValueError(f"dtype is one of {', '.join(SAMPLES)}, not {options['dtype']!r}")
+
+    def prepare(self, job: Job) -> None:
+        with open_cloud(job.source) as cloud:
+            for layer in job.options["what"]:
+                for name in _vxl.raster_channels(layer):
+                    require(cloud.channels, name)
+            job.options["crs"] = str(cloud.crs)
+
+    def units(self, job: Job) -> Iterator[dict[str, Any]]:
+        count = job.options["cells"]
+        size = job.options["resolution"] * count
+        for column, row, inputs in cells(job, size, 0.0):
+            yield {"output": f"{column}_{row}.npy", "inputs": inputs,
+                   "box": [column * size, (column + 1) * size, row * size, (row + 1) * size]}
+
+    def _grid(self, unit: Unit) -> RasterGrid:
+        assert unit.box is not None
+        options = unit.job.options
+        west, east, south, north = unit.box
+        return RasterGrid((west, east, south, north), options["resolution"], (options["cells"],) * 2)
+
+    def run(self, unit: Unit, path: str, threads: int | None) -> Outcome:
+        options = unit.job.options
+        limits = check_box(options["box"])
+        size = options["resolution"]
+        extent = self._grid(unit).extent
+        # The middles of the outer cells: the raster has whole cells, and these ones regardless of rounding.
+        inner = [extent[0] + size / 2, extent[1] - size / 2, extent[2] + size / 2, extent[3] - size / 2]
+        low, high = limits[::2], limits[1::2]
+        box = [min(max(side, low[axis]), high[axis]) for side, axis in zip(inner, (0, 0, 1, 1))]
+        made = raster(unit.paths, size, options["what"], box=(*box, *limits[4:]),
+                      fraction=options["fraction"], threads=threads)
+        assert isinstance(made, Raster)
+        top = round((extent[3] - made.extent[3]) / size)
+        left = round((made.extent[0] - extent[0]) / size)
+        stack = np.full((len(options["what"]), options["cells"], options["cells"]), np.nan)
+        for layer, name in enumerate(options["what"]):
+            if name.startswith("count"):
+                stack[layer] = 0
+            stack[layer, top:top + made.shape[0], left:left + made.shape[1]] = made[name]
+        np.save(path, stack)
+        counts = [layer.sum() for name, layer in zip(options["what"], stack) if name == "count"]
+        return Outcome(True, int(counts[0]) if counts else 0)
+
+    def merge(self, plan: Plan, receipts: Iterable[tuple[Unit, Receipt]],
+              overview: float | bool) -> dict[str, Any]:
+        options = plan.job.options
+        whole = RasterGrid.union(self._grid(unit) for unit in plan)
+        path = os.path.join(plan.job.out, "raster.tif")
+        with RasterWriter(path, whole, options["what"], crs=options["crs"], dtype=options["dtype"]) as writer:
+            for unit, _ in receipts:
+                stack = np.load(unit.path)
+                writer.write(Raster(self._grid(unit), dict(zip(options["what"], stack)), CRS(options["crs"])))
+        return {"raster": path}
+
+
 class Stats(_PerFile):
     """Statistics of the channels of each file, joined to those of the set."""
 
@@ -461,7 +541,7 @@ class Check(_PerFile):
 
 
 OPERATIONS: dict[str, type[Operation]] = {
-    "convert": Convert, "retile": Retile, "query": Query, "stats": Stats, "check": Check,
+    "convert": Convert, "retile": Retile, "query": Query, "raster": Rasters, "stats": Stats, "check": Check,
 }
 
 
@@ -470,7 +550,7 @@ def program(name: str) -> str:
     beside = os.path.join(os.path.dirname(os.path.abspath(_vxl.__file__)), os.pardir, os.pardir, name)
     found = beside if os.access(beside, os.X_OK) else shutil.which(name)
     if found is None:
-        raise FileNotFoundError(f"the program {name} is not found; it is in the package vxunpack")
+        raise FileNotFoundError(f"the program {name} is not found; it is in the package vxunpack-tools")
     return os.path.normpath(found)
 
 
