@@ -6,7 +6,7 @@
 
 extern "C" {
 
-// Declared by the interface's specification; each side declares them.
+// The structures of Arrow's C stream interface; each side declares them.
 struct ArrowSchema
 {
     const char* format;
