@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the wheel of the Python module, installs it in a virtual environment, and runs the tests of the module with it.
+# Builds the wheel of the Python module, installs it in a virtual environment, and runs the tests of the module with it
+# and the programs of the release build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -19,5 +20,5 @@ if grep -rlF "$PWD" "$package"; then
   echo "installed files name the build directory" >&2
   exit 1
 fi
-"$python" -m pytest -q -p no:cacheprovider tests/python
+PATH=$PWD/build/release:$PATH "$python" -m pytest -q -p no:cacheprovider tests/python
 echo "python: the wheel has $(du -skL "$package" | cut -f1) kB"

@@ -2,6 +2,7 @@
 
 import pathlib
 import shutil
+import signal
 
 import numpy as np
 import pytest
@@ -10,6 +11,9 @@ import vxl
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 NUM_POINTS = 300_000  # several blocks
+
+# Shells let background jobs ignore Ctrl-C, and the processes of tests would inherit that.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 @pytest.fixture(scope="session")
