@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the wheel of the Python module, installs it in a virtual environment, and runs the tests of the module with it
-# and the programs of the release build.
+# Builds the wheel of the Python module, installs it in a virtual environment, and runs the tests that need all of its
+# modules: those of the documents and of rasters. Uses the programs of the release build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -20,5 +20,5 @@ if grep -rlF "$PWD" "$package"; then
   echo "installed files name the build directory" >&2
   exit 1
 fi
-PATH=$PWD/build/release:$PATH "$python" -m pytest -q -p no:cacheprovider tests/python
+PATH=$PWD/build/release:$PATH "$python" -m pytest -q -p no:cacheprovider tests/python/test_{docs,raster}.py
 echo "python: the wheel has $(du -skL "$package" | cut -f1) kB"
