@@ -2,7 +2,7 @@
 # Builds the fuzzers and runs them, one per processor at a time.
 #
 #   scripts/fuzz.sh [--seconds N] [TARGET ...]    N seconds (default 60) for each target, or for those named
-#   scripts/fuzz.sh --quick [TARGET ...]          4 seconds for each, in the build of scripts/test.sh asan
+#   scripts/fuzz.sh --quick [TARGET ...]          3 seconds for each, in the build of scripts/test.sh asan
 #   scripts/fuzz.sh --keep [TARGET ...]           writes the inputs that reach most of the code into fuzz/corpus
 #
 # New inputs remain in build/fuzz/corpus for the next run. Findings are written to build/fuzz/findings; once fixed, an
@@ -17,7 +17,7 @@ targets=()
 while [ $# -gt 0 ]; do
   case $1 in
     --seconds) seconds=$2; shift ;;
-    --quick) seconds=4 preset=asan ;;
+    --quick) seconds=3 preset=asan ;;
     --keep) keep=true ;;
     *) targets+=("$1") ;;
   esac

@@ -44,8 +44,9 @@ inside "$root" "export CCACHE_DEPEND=yes
     grep -vE '^\[[0-9]+/[0-9]+\] |^ninja: no work' || [ \${PIPESTATUS[0]} -eq 0 ]"
 echo "built the programs and ${tests[*]} (Debian 11, $((SECONDS - begin)) s)"
 # apps_test takes longer than all others, which run beside it.
-run_test() { inside "$root" "cd /build && timeout 900 ./$1 --gtest_brief=1"; }
-run_test apps_test >"$root/apps_test.log" 2>&1 &
+run_test() { inside "$root" "cd /build && timeout 900 ./$1 --gtest_brief=1 --gtest_filter='${2:-*}'"; }
+# What takes longest there does not depend on the release.
+run_test apps_test '-*Pipes.*:*AnyNumberOfThreads:*OrdersPoints:*FindsTheSameOrder*' >"$root/apps_test.log" 2>&1 &
 broken=0
 for test in "${tests[@]}"; do
   [ "$test" = apps_test ] || run_test "$test" || broken=1

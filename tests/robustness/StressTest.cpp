@@ -17,7 +17,7 @@ namespace Quillmoran::Testing { namespace {
 
 const char* const longRun = std::getenv("VX_STRESS");
 #ifdef __SANITIZE_THREAD__
-constexpr std::size_t fewRounds = 4; // the sanitizer sees a race even if it does no harm
+constexpr std::size_t fewRounds = 3; // the sanitizer sees a race even if it does no harm
 #else
 constexpr std::size_t fewRounds = 12;
 #endif

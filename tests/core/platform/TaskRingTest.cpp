@@ -16,7 +16,7 @@ TEST(TaskRing, FinishesTasksInOrderAndRethrowsTheirErrors)
     const tbb::global_control allowThreads(tbb::global_control::max_allowed_parallelism, 4);
     for (const int threads : {1, 2, 4})
         tbb::task_arena(threads).execute([&] {
-            constexpr std::size_t numSlots = 3, numTasks = 2000, bad = 1000;
+            constexpr std::size_t numSlots = 3, numTasks = 600, bad = 300;
             std::size_t slots[numSlots] = {}, finished = 0;
             TaskRing ring(numSlots, [&](std::size_t slot) {
                 if (slots[slot] == bad)
