@@ -13,7 +13,7 @@ cd "$(dirname "$0")/.."
 . scripts/debian_root.sh
 
 root=${VX_SLURM_ROOT:-$root_cache/slurm}
-packages=(slurmctld slurmd slurm-client munge python3-numpy libtbb12 libdeflate0 libxxhash0)
+packages=(slurmctld slurmd slurm-client munge python3-numpy libtbb12 libdeflate0 libxxhash0 libgdal32 libgeotiff5)
 
 require_root "$@"
 make_root bookworm "$root"
