@@ -2,8 +2,8 @@
 //
 //   many_tiles DIRECTORY [TILES]         default: 1000000, whose index has 170 MB
 //
-// The tiles are cells of a square grid. Only the file of the one in the middle exists; a query opens no other tile
-// unless its box meets that tile.
+// The tiles are cells of a square grid. Only the file of the one in the middle exists; a query opens no other
+// tile unless its box meets that tile.
 #include <vxunpack/Cloud.h>
 #include <vxunpack/PersistentPointSourceWriter.h>
 

@@ -1,5 +1,5 @@
-// Reads the blocks of an iterator ahead of the threads that work on them. Each lane of the work takes the blocks in
-// order and by itself, so that no lane waits for another one: see TaskLanes.
+// Reads the blocks of an iterator ahead of the threads that work on them. Each lane of the work takes the
+// blocks in order and by itself, so that no lane waits for another one: see TaskLanes.
 #pragma once
 
 #include "platform/ParallelLoop.h"
@@ -36,9 +36,9 @@ public:
     // The longest lane has more threads while others wait for it: with few slots, they wait too often.
     static std::size_t getNumSlots() { return std::min<std::size_t>(getNumThreads() / 2 + 2, 8); }
 
-    // For each block in order: begin(block), then work(block, lane) for each lane on any thread, then end(block).
-    // begin() and end() run on this thread. If end() returns false, the blocks that have begun are worked on and
-    // ended, and the next call continues after them. Exceptions of all three end the loop.
+    // For each block in order: begin(block), then work(block, lane) for each lane on any thread, then
+    // end(block). begin() and end() run on this thread. If end() returns false, the blocks that have begun
+    // are worked on and ended, and the next call continues after them. Exceptions of all three end the loop.
     template <class Begin, class Work, class End>
     void forEach(std::size_t numLanes, Begin begin, Work work, End end)
     {

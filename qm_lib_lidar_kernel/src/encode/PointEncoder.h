@@ -1,6 +1,7 @@
-// Encodes blocks of points, and collects the boxes of the index and the digests of the samples. Channels and the
-// index take the blocks in order, but not at the same time. The bytes do not depend on the number of threads: the
-// order of the points determines the samples of each subblock, and each subblock is encoded independently.
+// Encodes blocks of points, and collects the boxes of the index and the digests of the samples. Channels and
+// the index take the blocks in order, but not at the same time. The bytes do not depend on the number of
+// threads: the order of the points determines the samples of each subblock, and each subblock is encoded
+// independently.
 #pragma once
 
 #include "common/container/Digest.h"
@@ -23,8 +24,9 @@ public:
     PointEncoder(const std::vector<ChannelPlan>& plans, const BandFormat& format,
                  std::uint32_t pointsPerEntry);
 
-    // Encodes a channel of the next block. Different threads may encode different channels, and add blocks to the
-    // index. Returns the error of a coder that refused the samples, if any; the encoder can then only be destroyed.
+    // Encodes a channel of the next block. Different threads may encode different channels, and add blocks to
+    // the index. Returns the error of a coder that refused the samples, if any; the encoder can then only be
+    // destroyed.
     std::exception_ptr encode(std::size_t channel, const PointData& points, std::size_t count);
     void addToIndex(const PointData& points, std::size_t count);
     // Encodes the remaining samples. Returns the error of a coder that refused them, if any.

@@ -163,8 +163,8 @@ void SourceEncoder::surveyAndEncode(BlockReader& reader, SourceSurvey& survey)
     });
 }
 
-// The survey goes on after a contradiction. All channels of a block are encoded if none before it was contradicted, so
-// that the reason of a restart does not depend on the threads.
+// The survey goes on after a contradiction. All channels of a block are encoded if none before it was
+// contradicted, so that the reason of a restart does not depend on the threads.
 void SourceEncoder::tryChannel(std::size_t channel, const BlockReader::Block& block, SourceSurvey& survey,
                                Trial& trial, std::atomic<std::size_t>& end)
 {

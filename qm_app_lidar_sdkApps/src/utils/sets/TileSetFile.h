@@ -31,10 +31,11 @@ class MemoryRTree;
 
 namespace TileSetFile {
 
-// Returns the tiles, and replaces the other fields of the set, and the tree; both are undefined after an error.
-// Paths are returned as stored. Throws the system's error "failed reading: ..." for a truncated file, and General
-// with the same text for an impossible value. Other errors are General "bad magic", "unsupported version" and
-// "unknown chunk name '%s' was expecting '%s'". The tiles and the tree keep reading from the file.
+// Returns the tiles, and replaces the other fields of the set, and the tree; both are undefined after an
+// error. Paths are returned as stored. Throws the system's error "failed reading: ..." for a truncated file,
+// and General with the same text for an impossible value. Other errors are General "bad magic", "unsupported
+// version" and "unknown chunk name '%s' was expecting '%s'". The tiles and the tree keep reading from the
+// file.
 std::unique_ptr<TileTable> read(IO* io, TileSet& set, DiskRTree& tree);
 
 // Stores the tree on a grid with the given scale. Throws General "failed writing: ..." for values beyond the
