@@ -5,6 +5,7 @@
 #   make_root SUITE DIRECTORY      makes a minimal root directory, unless there is one
 #   mount_root DIRECTORY           gives it /proc, /dev and the network settings of this machine
 #   inside DIRECTORY COMMANDS      runs bash commands in it
+#   install_packages DIRECTORY PACKAGE...   installs them in it, unless all are installed
 
 root_cache=${XDG_CACHE_HOME:-$HOME/.cache}/vxunpack
 
@@ -51,4 +52,13 @@ mount_root() {
 inside() {
   chroot "$1" /usr/bin/env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin LANG=C.UTF-8 DEBIAN_FRONTEND=noninteractive \
     bash -euo pipefail -c "$2" </dev/null
+}
+
+install_packages() {
+  local root=$1
+  shift
+  if inside "$root" "dpkg-query -W $*" >/dev/null 2>&1; then return 0; fi
+  echo "installing: $*"
+  inside "$root" "apt-get update -qq && apt-get install -y -qq --no-install-recommends $* >/dev/null" ||
+    fail "the packages could not be installed"
 }

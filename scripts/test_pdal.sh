@@ -22,11 +22,7 @@ tests=(formats_test formats_pdal_test apps_test stress_test)
 require_root "$@"
 make_root bullseye "$root"
 mount_root "$root"
-if ! inside "$root" "dpkg-query -W ${packages[*]}" >/dev/null 2>&1; then
-  echo "installing: ${packages[*]}"
-  inside "$root" "apt-get update -qq && apt-get install -y -qq --no-install-recommends ${packages[*]} >/dev/null" ||
-    fail "the packages could not be installed"
-fi
+install_packages "$root" "${packages[@]}"
 
 [ "${1:-}" != --root ] || exit 0
 

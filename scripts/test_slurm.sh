@@ -18,11 +18,7 @@ packages=(slurmctld slurmd slurm-client munge python3-numpy libtbb12 libdeflate0
 require_root "$@"
 make_root bookworm "$root"
 mount_root "$root"
-if ! inside "$root" "dpkg-query -W ${packages[*]}" >/dev/null 2>&1; then
-  echo "installing: ${packages[*]}"
-  inside "$root" "apt-get update -qq && apt-get install -y -qq --no-install-recommends ${packages[*]} >/dev/null" ||
-    fail "the packages could not be installed"
-fi
+install_packages "$root" "${packages[@]}"
 [ "${1:-}" != --root ] || exit 0
 [ -d build/release/python/vxl ] || fail "there is no Python module in build/release"
 

@@ -34,11 +34,15 @@ void bindIndex(py::module_& module);
 // a thread in a way that C++ does not survive.
 bool isAbandoned() noexcept;
 
-// Releases the interpreter lock for its lifetime. A thread that is abandoned meanwhile never returns.
+// Whether the calling thread should return to Python soon, since the interpreter waits for it to end.
+bool isAskedToReturn() noexcept;
+
+// Releases the interpreter lock for its lifetime. When the interpreter ends, it first waits for the threads
+// that have such an object, a few seconds at most. A thread that comes too late never returns.
 class Released
 {
 public:
-    Released() : m_state(PyEval_SaveThread()) {}
+    Released();
     ~Released();
     Released(const Released&) = delete;
     Released& operator=(const Released&) = delete;

@@ -2,17 +2,73 @@
 #include "Bindings.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 
 namespace vx::python {
 
 using namespace Quillmoran;
 
+namespace {
+
+// Atomic, so that a fork finds it usable at any time.
+struct NativeCalls
+{
+    std::atomic<bool> isEnding = false;
+    std::atomic<int> count = 0; // objects of the class Released, in the process `process`
+    std::atomic<pid_t> process = getpid();
+
+    void enter() noexcept
+    {
+        const pid_t current = getpid();
+        if (process.exchange(current) != current)
+            count = 0; // those threads are in the parent
+        ++count;
+    }
+};
+
+NativeCalls& nativeCalls() noexcept
+{
+    static NativeCalls calls;
+    return calls;
+}
+
+[[noreturn]] void waitForEnd() noexcept
+{
+    for (;;)
+        std::this_thread::sleep_for(std::chrono::hours(1));
+}
+
+// The interpreter ends any other thread that asks for its lock, and the destructors of the process would destroy
+// what the thread uses.
+void endNativeCalls()
+{
+    constexpr int maxWaits = 5000;
+    nativeCalls().isEnding = true;
+    const py::gil_scoped_release released;
+    for (int i = 0; i < maxWaits && nativeCalls().process == getpid() && nativeCalls().count > 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+bool isMainThread() noexcept
+{
+    // The module is imported before other threads can use it, but not always by the main thread.
+    static const unsigned long mainThread = [] {
+        const py::gil_scoped_acquire acquired;
+        return py::module_::import("threading").attr("main_thread")().attr("ident").cast<unsigned long>();
+    }();
+    return PyThread_get_thread_ident() == mainThread;
+}
+
+} // namespace
+
 void bindErrors(py::module_& module)
 {
-    isAbandoned(); // finds the main thread
+    isMainThread(); // finds it
+    py::module_::import("atexit").attr("register")(py::cpp_function(&endNativeCalls));
     py::register_local_exception_translator([](std::exception_ptr exception) {
         try {
             std::rethrow_exception(std::move(exception));
@@ -37,24 +93,34 @@ void bindErrors(py::module_& module)
 
 bool isAbandoned() noexcept
 {
-    // The module is imported before other threads can use it, but not always by the main thread.
-    static const unsigned long mainThread = [] {
-        const py::gil_scoped_acquire acquired;
-        return py::module_::import("threading").attr("main_thread")().attr("ident").cast<unsigned long>();
-    }();
 #if PY_VERSION_HEX >= 0x030D0000
     const bool isFinalizing = Py_IsFinalizing() != 0;
 #else
     const bool isFinalizing = _Py_IsFinalizing() != 0;
 #endif
-    return isFinalizing && PyThread_get_thread_ident() != mainThread;
+    return isFinalizing && !isMainThread();
+}
+
+bool isAskedToReturn() noexcept
+{
+    return nativeCalls().isEnding && !isMainThread();
+}
+
+Released::Released() : m_state(PyEval_SaveThread())
+{
+    nativeCalls().enter();
+    if (isAskedToReturn()) {
+        --nativeCalls().count;
+        waitForEnd();
+    }
 }
 
 Released::~Released()
 {
-    while (isAbandoned())
-        std::this_thread::sleep_for(std::chrono::hours(1));
+    if (isAbandoned())
+        waitForEnd();
     PyEval_RestoreThread(m_state);
+    --nativeCalls().count;
 }
 
 void Warnings::add(const std::string& message)
@@ -78,13 +144,11 @@ Progress::~Progress()
 
 bool Progress::operator()(double fraction)
 {
-    if (m_isStopped)
+    if (m_isStopped || isAskedToReturn())
         return false;
     const auto now = Clock::now();
     if (now < m_next)
         return true;
-    if (isAbandoned())
-        return false;
     const py::gil_scoped_acquire acquired;
     try {
         if (PyErr_CheckSignals() != 0)

@@ -57,7 +57,7 @@ private:
 void bindIndex(py::module_& module)
 {
     py::class_<Index>(module, "Index")
-        .def(py::init<const std::string&>(), py::call_guard<py::gil_scoped_release>())
+        .def(py::init<const std::string&>(), py::call_guard<Released>())
         .def("__len__", &Index::size)
         .def("tiles", &Index::tiles);
 }

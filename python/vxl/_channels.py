@@ -55,6 +55,14 @@ def require(names: Iterable[str], name: object, owner: str = "the cloud") -> str
     return found
 
 
+def require_all(names: Iterable[str], wanted: Iterable[str], parameter: str = "channels") -> list[str]:
+    """The channels that a list of names means; TypeError for one name in place of a list."""
+    if isinstance(wanted, str):
+        raise TypeError(f"{parameter} is a list of names: [{wanted!r}]")
+    known = list(names)
+    return [require(known, name) for name in wanted]
+
+
 class ByChannel(Mapping[str, Value]):
     """A mapping whose keys are channels, found by any of their names."""
 

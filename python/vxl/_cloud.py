@@ -14,7 +14,7 @@ from typing import Any, NamedTuple, Optional, Union
 import numpy as np
 
 from . import _vxl
-from ._channels import ByChannel, Channel, require
+from ._channels import ByChannel, Channel, require, require_all
 from ._errors import Error, FileNotFound, warn
 from ._moments import Moments
 from ._table import Table
@@ -124,6 +124,11 @@ class Metadata(Mapping[str, Any]):
         return repr(dict(self))
 
 
+def absolute(path: str) -> str:
+    """The absolute path; URLs are kept."""
+    return path if "://" in path else os.path.abspath(path)
+
+
 def check_box(box: Box | None) -> tuple[float, ...]:
     """Six numbers."""
     if box is None:
@@ -165,7 +170,7 @@ class Cloud:
     def __init__(self, paths: list[str], options: dict[str, Any]) -> None:
         self._paths = paths
         # Another process, and this one later, may have another current folder.
-        self._absolute = [path if "://" in path else os.path.abspath(path) for path in paths]
+        self._absolute = [absolute(path) for path in paths]
         self._options = options
         try:
             self._opened: Any = _vxl.Cloud.open(paths, *options.values())
@@ -398,10 +403,7 @@ class Cloud:
     def _choose(self, channels: Iterable[str] | None) -> list[str]:
         if channels is None:
             return []
-        if isinstance(channels, str):
-            raise TypeError(f"channels is a list of names: [{channels!r}]")
-        known = self.channels
-        return ["X", *(require(known, name) for name in channels)]  # an empty list is not "all"
+        return ["X", *require_all(self.channels, channels)]  # an empty list is not "all"
 
 
 class _Query(NamedTuple):

@@ -12,7 +12,7 @@ import numpy as np
 
 from . import _vxl
 from ._cloud import Box, Cloud, Path, Progress, check_box, check_fraction, check_progress
-from ._channels import require
+from ._channels import require_all
 from ._columns import Layout, arrange, columns_of, names_of
 from ._errors import warn
 from ._table import Table
@@ -121,9 +121,7 @@ def write(
         cloud, known = _gather(data, wanted, scales, for_las, _spool_folder(name, format))
     names: list[str] = []
     if channels is not None:
-        if isinstance(channels, str):
-            raise TypeError(f"channels is a list of names: [{channels!r}]")
-        names = ["X", *(require(known, each) for each in channels)]
+        names = ["X", *require_all(known, channels)]
     if crs is not None:
         cloud = cloud.with_crs(f"EPSG:{crs}" if isinstance(crs, int) else str(crs))
     if steps is not None:

@@ -17,8 +17,8 @@ from typing import Any, NamedTuple
 
 import numpy as np
 
-from ._channels import require
-from ._cloud import Box, Cloud, check_box, check_fraction, open as open_cloud
+from ._channels import require_all
+from ._cloud import Box, Cloud, absolute, check_box, check_fraction, open as open_cloud
 from ._threads import check_threads
 from .jobs import _sources
 
@@ -115,13 +115,11 @@ def read(
     paths = _sources.as_paths(source)
     with open_cloud(paths) as cloud:
         known = cloud.channels
-        if isinstance(columns, str):
-            raise TypeError(f"columns is a list of names: [{columns!r}]")
-        names = list(known) if columns is None else [require(known, name) for name in columns]
+        names = list(known) if columns is None else require_all(known, columns, "columns")
         dtypes = {name: channel.dtype.str for name, channel in known.items()}
         files = cloud.files
         is_file = len(files) == 1 and not files[0].endswith(".index")
-        parts = _split(cloud, _sources.absolute(files[0]), corners, part, npartitions) if is_file else None
+        parts = _split(cloud, absolute(files[0]), corners, part, npartitions) if is_file else None
     if parts is None:
         if npartitions is not None:
             raise ValueError("npartitions is for one file; the partitions of a set are its files")

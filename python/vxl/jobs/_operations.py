@@ -17,7 +17,7 @@ from typing import Any
 import numpy as np
 
 from .. import _vxl
-from .._channels import Channel, require
+from .._channels import Channel, require, require_all
 from .._cloud import CRS, check_box, check_fraction, open as open_cloud
 from .._moments import Moments
 from .._raster import LAYERS, SAMPLES, Raster, RasterGrid, RasterWriter, raster
@@ -229,7 +229,7 @@ class Retile(_WritesClouds):
             known = cloud.channels
             wanted = list(known)
             if job.options["channels"] is not None:
-                chosen = {"X", "Y", "Z", *(require(known, name) for name in job.options["channels"])}
+                chosen = {"X", "Y", "Z", *require_all(known, job.options["channels"])}
                 wanted = [name for name in known if name in chosen]
             job.options["layout"] = {
                 name: [known[name].dtype.str.lstrip("<>|="), known[name].scale] for name in wanted

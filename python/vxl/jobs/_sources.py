@@ -9,7 +9,7 @@ from typing import NamedTuple, Union
 import numpy as np
 
 from .. import _vxl
-from .._cloud import Path, check_box, open as open_cloud
+from .._cloud import Path, absolute, check_box, open as open_cloud
 
 ENDINGS = (".vxl", ".las", ".laz", ".bpf", ".list")  # that are taken from a directory
 _BATCH = 4096
@@ -42,11 +42,6 @@ def as_paths(source: Source) -> list[str]:
     if not given:
         raise ValueError("source names at least one file")
     return [absolute(os.fsdecode(each)) for each in given]
-
-
-def absolute(path: str) -> str:
-    """The absolute path; URLs are kept."""
-    return path if "://" in path else os.path.abspath(path)
 
 
 def names(paths: Iterable[str]) -> Iterator[str]:

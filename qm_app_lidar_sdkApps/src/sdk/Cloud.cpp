@@ -1,15 +1,14 @@
 #include <vxunpack/Cloud.h>
 
 #include "model/ChannelNames.h"
+#include "sdk/Callbacks.h"
 #include "sdk/GeneratedSource.h"
 #include "sdk/Queries.h"
 #include "srs/SpatialReference.h"
 #include "utils/sets/CoordinateSystemFilter.h"
 #include "utils/sets/Make.h"
-#include <vxunpack/ProgressDelegate.h>
 
 #include <algorithm>
-#include <atomic>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -81,7 +80,7 @@ class ReportingIterator final : public PointIterator
 public:
     ReportingIterator(const PointSource& source, const Bounds& bounds, double fraction,
                       const PointInfo& layout, std::function<bool(double)> progress)
-        : m_delegate(std::move(progress))
+        : m_progress(std::move(progress))
     {
         m_delegate.setTotal(source.getTotalWork(bounds, fraction));
         m_points.reset(source.createIterator(bounds, fraction, layout, &m_delegate));
@@ -89,23 +88,9 @@ public:
     std::size_t getNextPoints(PointData& buffer) override { return m_points->getNextPoints(buffer); }
 
 private:
-    class Delegate final : public ProgressDelegate
-    {
-    public:
-        explicit Delegate(std::function<bool(double)> progress) : m_progress(std::move(progress)) {}
-        void reportProgress(double fraction, const char*) override
-        {
-            if (!m_progress(fraction))
-                m_isCancelled = true;
-        }
-        bool getCancelled() override { return m_isCancelled; }
-
-    private:
-        const std::function<bool(double)> m_progress;
-        std::atomic<bool> m_isCancelled = false;
-    };
-
-    Delegate m_delegate;
+    const std::function<bool(double)> m_progress;
+    const std::function<void(const std::string&)> m_noWarning;
+    Callbacks m_delegate{m_progress, m_noWarning};
     Scoped<PointIterator> m_points;
 };
 

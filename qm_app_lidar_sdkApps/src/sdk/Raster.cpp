@@ -74,11 +74,6 @@ public:
 
     const std::vector<RasterLayer>& layers() const { return m_layers; }
 
-    std::string nameOf(const RasterLayer& layer) const
-    {
-        return layer.name.empty() ? layer.toString() : layer.name;
-    }
-
     RasterGrid findGrid() const
     {
         if (isFinite(m_box))
@@ -280,7 +275,7 @@ Raster rasterize(const Cloud& cloud, const RasterOptions& options)
                      "to a file",
                      columns, raster.grid.rows, options.maxBytes);
         for (const RasterLayer& layer : rasterizer.layers())
-            raster.bands.push_back({rasterizer.nameOf(layer), columns,
+            raster.bands.push_back({RasterAccumulator::nameOf(layer), columns,
                                     std::vector<double>(static_cast<std::size_t>(raster.grid.numCells()))});
         const auto copy = [&](const RasterPart& part) {
             for (std::size_t band = 0; band < part.bands.size(); ++band)
@@ -318,7 +313,7 @@ RasterGrid writeRaster(const std::string& path, const Cloud& cloud, const Raster
         file.warning = options.warning;
         file.progress = reportHalf(0.5);
         for (const RasterLayer& layer : rasterizer.layers()) {
-            file.bands.push_back(rasterizer.nameOf(layer));
+            file.bands.push_back(RasterAccumulator::nameOf(layer));
             if (needsDouble(layer, cloud.source().getPointInfo()))
                 file.samples = Samples::Float64;
             else if (layer.statistic != RasterLayer::Statistic::Count && file.samples == Samples::UInt32)

@@ -285,32 +285,29 @@ bool StreamWriter::copy(IO* io, std::int64_t offset, std::int64_t length)
 bool StreamWriter::copyInParallel(IO* io, const std::vector<Range>& ranges)
 {
     constexpr std::int64_t pieceLength = 256 * 1024;
-    const OpenIO opened(io);
-    struct Piece
-    {
-        Range from;
-        std::int64_t to;
-    };
-    std::vector<Piece> pieces;
-    std::int64_t end = tell();
-    for (const Range& range : ranges)
-        for (std::int64_t done = 0; done < range.length; done += pieceLength) {
-            const std::int64_t length = std::min(pieceLength, range.length - done);
-            pieces.push_back({{range.offset + done, length}, end});
-            end += length;
-        }
     flush();
+    const OpenIO opened(io);
+    std::int64_t length = 0;
+    for (const Range& range : ranges)
+        length += range.length;
     std::atomic<bool> isComplete = true;
-    parallelLoop(pieces.size(), [&](std::size_t i) {
-        const auto [from, to] = pieces[i];
-        const auto count = static_cast<std::size_t>(from.length);
-        const auto bytes = makeBuffer<unsigned char>(count);
-        if (readFully(*io, from.offset, bytes.get(), count) == count)
-            writeFully(*m_io, to, bytes.get(), count);
-        else
-            isComplete = false;
+    parallelLoop(static_cast<std::size_t>((length + pieceLength - 1) / pieceLength), [&](std::size_t i) {
+        const std::int64_t begin = static_cast<std::int64_t>(i) * pieceLength;
+        const std::int64_t end = std::min(begin + pieceLength, length);
+        const auto piece = makeBuffer<unsigned char>(static_cast<std::size_t>(end - begin));
+        std::int64_t first = 0; // of the range, in the copy
+        for (const Range& range : ranges) {
+            const std::int64_t from = std::max(begin, first), to = std::min(end, first + range.length);
+            const auto count = static_cast<std::size_t>(std::max<std::int64_t>(to - from, 0));
+            if (count != 0 &&
+                readFully(*io, range.offset + from - first, piece.get() + (from - begin), count) != count)
+                isComplete = false;
+            first += range.length;
+        }
+        if (isComplete)
+            writeFully(*m_io, m_position + begin, piece.get(), static_cast<std::size_t>(end - begin));
     });
-    m_position = end;
+    m_position += length;
     return isComplete;
 }
 

@@ -17,11 +17,6 @@ using RasterKernels::Hits;
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
-std::string nameOf(const RasterLayer& layer)
-{
-    return layer.name.empty() ? layer.toString() : layer.name;
-}
-
 void append(PointInfo& layout, const ChannelInfo& channel)
 {
     if (!layout.hasChannel(channel.getName()))
@@ -39,6 +34,11 @@ std::size_t cellBytes(Statistic statistic)
 }
 
 } // namespace
+
+std::string RasterAccumulator::nameOf(const RasterLayer& layer)
+{
+    return layer.name.empty() ? layer.toString() : layer.name;
+}
 
 PointInfo RasterAccumulator::chooseChannels(const std::vector<RasterLayer>& layers, const PointInfo& all)
 {

@@ -30,6 +30,8 @@ class RasterAccumulator
 public:
     static constexpr std::uint64_t maxCells = std::numeric_limits<std::uint32_t>::max();
 
+    // The name that was given, or else the text of the layer.
+    static std::string nameOf(const RasterLayer& layer);
     // The channels that the layers need, with X, Y and Z. Throws InvalidArgument for a channel that does not
     // exist, for a class that does not fit into a byte, and for two layers with the same name.
     static PointInfo chooseChannels(const std::vector<RasterLayer>& layers, const PointInfo& all);

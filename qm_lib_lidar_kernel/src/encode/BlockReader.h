@@ -25,7 +25,7 @@ public:
     };
 
     BlockReader(Scoped<PointIterator> iterator, const PointInfo& layout, std::size_t blockPoints)
-        : m_iterator(std::move(iterator)), m_blocks(getNumSlots())
+        : m_iterator(std::move(iterator)), m_blocks(chooseSlots())
     {
         for (std::size_t slot = 0; slot < m_blocks.size(); ++slot) {
             m_blocks[slot].points.init(layout, blockPoints);
@@ -33,8 +33,7 @@ public:
         }
     }
 
-    // The longest lane has more threads while others wait for it: with few slots, they wait too often.
-    static std::size_t getNumSlots() { return std::min<std::size_t>(getNumThreads() / 2 + 2, 8); }
+    std::size_t getNumSlots() const noexcept { return m_blocks.size(); }
 
     // For each block in order: begin(block), then work(block, lane) for each lane on any thread, then
     // end(block). begin() and end() run on this thread. If end() returns false, the blocks that have begun
@@ -65,6 +64,9 @@ public:
     bool rewind() noexcept { return m_isRewound = m_keepsFirst && m_numBlocks == 1; }
 
 private:
+    // The longest lane has more threads while others wait for it: with few slots, they wait too often.
+    static std::size_t chooseSlots() { return std::min<std::size_t>(getNumThreads() / 2 + 2, 8); }
+
     // Returns false at the end.
     bool read(Block& block)
     {

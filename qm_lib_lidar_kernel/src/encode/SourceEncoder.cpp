@@ -134,7 +134,7 @@ void SourceEncoder::readFirst(BlockReader& reader, SourceSurvey& survey)
 void SourceEncoder::surveyAndEncode(BlockReader& reader, SourceSurvey& survey)
 {
     const std::size_t numChannels = m_plans.size();
-    std::vector<Trial> trials(BlockReader::getNumSlots());
+    std::vector<Trial> trials(reader.getNumSlots());
     std::size_t numBlocks = 0;
     std::atomic<std::size_t> end = SIZE_MAX; // no block after this one needs to be encoded
     const auto begin = [&](const BlockReader::Block& block) {
