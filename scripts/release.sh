@@ -56,7 +56,7 @@ git -C "$again/clone" checkout -q --detach "$(git rev-parse HEAD)"
 (umask 077; TZ=Asia/Kathmandu LC_ALL=C write_archive "$again/clone" "$again/archive")
 cmp "$archive" "$again/archive" || fail "two builds of the archive differ"
 
-scripts/build.sh release vxunpack vxpack vxinfo vxdiff vxindex libvxunpack qm_formats_srs >/dev/null
+scripts/build.sh release vxunpack vxpack vxinfo vxdiff vxindex vxview libvxunpack qm_formats_srs >/dev/null
 python3 scripts/spdx.py "$version" build/release >"$output/vxunpack-$version.spdx.json"
 (cd "$output" && sha256sum "vxunpack-$version.tar.gz" "vxunpack-$version.spdx.json" >SHA256SUMS)
 echo "release: vxunpack $version in $output: the archive has $(stat -c %s "$archive") bytes, the same twice"

@@ -15,7 +15,7 @@ cd "$(dirname "$0")/.."
 
 root=${VX_BULLSEYE_ROOT:-$root_cache/bullseye}
 packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libdeflate-dev libxxhash-dev libgdal-dev libgeotiff-dev liblaszip-dev
-  nlohmann-json3-dev libgtest-dev libpdal-dev pdal ccache)
+  libpng-dev nlohmann-json3-dev libgtest-dev libpdal-dev pdal ccache)
 # LAS, BPF, coordinate systems, reports and threads use libraries of the system; the other tests do not.
 tests=(formats_test formats_pdal_test apps_test stress_test)
 
@@ -36,7 +36,7 @@ begin=$SECONDS
 inside "$root" "export CCACHE_DEPEND=yes
   cmake -S /source -B /build -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_CXX_FLAGS_RELEASE='-O1 -DNDEBUG' -DCMAKE_UNITY_BUILD=ON -DCMAKE_CXX_COMPILER_LAUNCHER=ccache >/dev/null
-  cmake --build /build --target vxdiff vxinfo vxindex vxpack vxunpack libvxunpack qm_formats_pdal ${tests[*]} |
+  cmake --build /build --target vxdiff vxinfo vxindex vxpack vxunpack vxview libvxunpack qm_formats_pdal ${tests[*]} |
     grep -vE '^\[[0-9]+/[0-9]+\] |^ninja: no work' || [ \${PIPESTATUS[0]} -eq 0 ]"
 echo "built the programs and ${tests[*]} (Debian 11, $((SECONDS - begin)) s)"
 # apps_test takes longer than all others, which run beside it.

@@ -7,6 +7,7 @@
 #include "pack/Packer.h"
 #include "tileindex/TileIndexer.h"
 #include "transcode/Transcoder.h"
+#include "view/Viewer.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -27,6 +28,7 @@ int main(int argc, char** argv)
     programs.push_back(std::make_unique<Inspector>());
     programs.push_back(std::make_unique<Differ>());
     programs.push_back(std::make_unique<TileIndexer>());
+    programs.push_back(std::make_unique<Viewer>());
 
     bool succeeded = true;
     const auto write = [&](const std::filesystem::path& path, const std::string& text) {

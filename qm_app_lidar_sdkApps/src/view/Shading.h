@@ -1,0 +1,33 @@
+// From the values of cells to the colours of pixels.
+#pragma once
+
+#include "view/CellReader.h"
+#include "view/ColorRamp.h"
+#include "view/Image.h"
+
+#include <vector>
+
+namespace Quillmoran {
+
+// The colours of a picture, and what its legend says about them.
+struct Shading
+{
+    Quantity::Kind kind = Quantity::Elevation;
+    ColorRamp ramp = ColorRamp::terrain();
+    Bounds::Range range;           // of the values at the ends of the ramp
+    std::vector<unsigned> numbers; // that occur, in order, of nominal quantities
+    unsigned bits = 16;            // of the samples of colours
+    bool isConstant = false;       // all colours are the same, as in files that do not use them
+};
+
+// The ends of a ramp are the values that 2 % of the cells are below and above. Call it before gaps are filled.
+Shading chooseShading(const Quantity& quantity, const Cells& cells);
+
+// Replaces the values by points per square unit. Where there are few points in each cell, neighbouring cells share
+// theirs. `fraction` is that of the points that were read. Call it after gaps were filled.
+void computeDensity(Cells& cells, const Projection& projection, double fraction);
+
+// The pixels of all cells; those without a value have the background. Uses all threads.
+Image drawCells(const Cells& cells, const Projection& projection, const Shading& shading, Color background);
+
+} // namespace Quillmoran
