@@ -94,7 +94,7 @@ ColorRamp ColorRamp::spectral()
 ColorRamp ColorRamp::terrain()
 {
     static constexpr Stop stops[] = {{0, 0.50, 0.09, 160},   {0.25, 0.68, 0.11, 135}, {0.5, 0.85, 0.10, 100},
-                                     {0.75, 0.66, 0.10, 62}, {0.9, 0.72, 0.04, 50},   {1, 0.97, 0.00, 50}};
+                                     {0.75, 0.66, 0.10, 62}, {0.9, 0.72, 0.04, 50},   {1, 0.93, 0.015, 50}};
     ColorRamp ramp;
     ramp.m_colors = interpolate(stops, numColors);
     return ramp;

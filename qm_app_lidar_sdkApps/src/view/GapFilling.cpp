@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <functional>
+#include <numbers>
 
 namespace Quillmoran {
 
@@ -14,14 +16,26 @@ constexpr std::size_t wordBits = 64;
 constexpr std::size_t largestRadius = 6; // cells
 constexpr std::size_t rowsPerTask = 64;
 
-// Adds what is `shift` bits to the right, and to the left, of each bit of a row. A shift is less than a word.
+// Adds what is `shift` bits, less than a word, to the left and to the right of each bit of a row.
 void spread(const std::uint64_t* from, std::uint64_t* to, std::size_t words, std::size_t shift)
 {
     for (std::size_t i = 0; i < words; ++i) {
-        const std::uint64_t before = i == 0 ? 0 : from[i - 1], after = i + 1 == words ? 0 : from[i + 1];
-        to[i] |=
-            from[i] << shift | before >> (wordBits - shift) | from[i] >> shift | after << (wordBits - shift);
+        to[i] |= from[i] << shift | from[i] >> shift;
+        if (shift != 0 && i != 0)
+            to[i] |= from[i - 1] >> (wordBits - shift);
+        if (shift != 0 && i + 1 != words)
+            to[i] |= from[i + 1] << (wordBits - shift);
     }
+}
+
+// Columns on each side of the centre that are in a circle, by the distance of the row.
+std::vector<std::size_t> widthsOf(std::size_t radius)
+{
+    const double reach = static_cast<double>(radius) + 0.5; // rounder than circles of whole numbers
+    std::vector<std::size_t> widths;
+    for (std::size_t row = 0; row <= radius; ++row)
+        widths.push_back(static_cast<std::size_t>(std::sqrt(reach * reach - static_cast<double>(row * row))));
+    return widths;
 }
 
 void forRows(std::size_t rows, const std::function<void(std::size_t begin, std::size_t end)>& work)
@@ -34,15 +48,15 @@ void forRows(std::size_t rows, const std::function<void(std::size_t begin, std::
 // Points per cell where there are points, from the area that remains when wide gaps are closed.
 std::size_t chooseRadius(const CellMask& points)
 {
-    // A square of this many points on average is empty in 1 of 400 places.
-    constexpr double enough = 6;
+    // A circle of this many points on average is empty in 1 of 50 places.
+    constexpr double enough = 4;
     const auto numPoints = static_cast<double>(points.count());
     const auto area = static_cast<double>(points.closed(largestRadius).count());
     if (numPoints == 0)
         return 0;
-    const double side = std::sqrt(enough * area / numPoints);
+    const double reach = std::sqrt(enough * area / numPoints / std::numbers::pi);
     return static_cast<std::size_t>(
-        std::clamp(std::ceil((side - 1) / 2), 1.0, static_cast<double>(largestRadius)));
+        std::clamp(std::ceil(reach - 0.5), 1.0, static_cast<double>(largestRadius)));
 }
 
 struct Offset
@@ -124,6 +138,15 @@ void fillRow(Cells& cells, const CellMask& points, const CellMask& area, const S
     }
 }
 
+void fillArea(Cells& cells, const CellMask& points, const CellMask& area, std::size_t radius, Filling filling)
+{
+    const Surroundings around(cells, points, radius);
+    forRows(cells.rows, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t row = begin; row < end; ++row)
+            fillRow(cells, points, area, around, row, filling);
+    });
+}
+
 } // namespace
 
 CellMask CellMask::ofPoints(const Cells& cells)
@@ -148,18 +171,28 @@ std::size_t CellMask::count() const
 
 CellMask CellMask::dilated(std::size_t radius) const
 {
-    CellMask wide = *this;
-    for (std::size_t row = 0; row < m_rows; ++row)
-        for (std::size_t shift = 1; shift <= radius; ++shift)
-            spread(m_bits.data() + row * m_words, wide.m_bits.data() + row * m_words, m_words, shift);
-    CellMask result = wide;
-    for (std::size_t row = 0; row < m_rows; ++row) {
-        const std::size_t first = row - std::min(row, radius), last = std::min(row + radius, m_rows - 1);
-        std::uint64_t* const to = result.m_bits.data() + row * m_words;
-        for (std::size_t other = first; other <= last; ++other)
-            for (std::size_t i = 0; i < m_words; ++i)
-                to[i] |= wide.m_bits[other * m_words + i];
-    }
+    const std::vector<std::size_t> widths = widthsOf(radius);
+    CellMask result(m_columns, m_rows);
+    forRows(m_rows, [&](std::size_t begin, std::size_t end) {
+        std::vector<std::uint64_t> line(m_words);
+        // Each row of the mask reaches the rows of its circle; only those from `begin` to `end` are changed.
+        for (std::size_t from = begin - std::min(begin, radius); from < std::min(end + radius, m_rows);
+             ++from) {
+            const std::uint64_t* const source = m_bits.data() + from * m_words;
+            if (std::all_of(source, source + m_words, [](std::uint64_t word) { return word == 0; }))
+                continue;
+            std::fill(line.begin(), line.end(), 0);
+            std::size_t width = 0;
+            spread(source, line.data(), m_words, 0);
+            for (std::size_t row = radius + 1; row-- > 0;) { // the narrowest first
+                for (; width < widths[row]; ++width)
+                    spread(source, line.data(), m_words, width + 1);
+                for (const std::size_t to : {from - row, from + row}) // below 0 it wraps
+                    for (std::size_t i = 0; to >= begin && to < end && i < m_words; ++i)
+                        result.m_bits[to * m_words + i] |= line[i];
+            }
+        }
+    });
     const std::size_t used = m_columns % wordBits;
     for (std::size_t row = 0; used != 0 && row < m_rows; ++row)
         result.m_bits[(row + 1) * m_words - 1] &= (std::uint64_t{1} << used) - 1;
@@ -187,14 +220,14 @@ void fillGaps(Cells& cells, Filling filling)
 {
     const CellMask points = CellMask::ofPoints(cells);
     const std::size_t radius = chooseRadius(points);
-    if (radius == 0)
-        return;
-    const CellMask area = points.closed(radius);
-    const Surroundings around(cells, points, radius);
-    forRows(cells.rows, [&](std::size_t begin, std::size_t end) {
-        for (std::size_t row = begin; row < end; ++row)
-            fillRow(cells, points, area, around, row, filling);
-    });
+    if (radius != 0)
+        fillArea(cells, points, points.closed(radius), radius, filling);
+}
+
+void growPoints(Cells& cells, std::size_t radius)
+{
+    const CellMask points = CellMask::ofPoints(cells);
+    fillArea(cells, points, points.dilated(radius), radius, Filling::Nearest);
 }
 
 } // namespace Quillmoran

@@ -25,11 +25,11 @@ public:
         return (m_bits[row * m_words + column / 64] >> column % 64 & 1) != 0;
     }
     std::size_t count() const;
-    // All cells from which a cell of the mask is at most `radius` columns and rows away.
+    // All cells in circles of this radius, less than 64, around those of the mask.
     CellMask dilated(std::size_t radius) const;
-    // The cells whose surroundings of this radius are in the mask, as is everything outside the picture.
+    // The cells whose circles are in the mask, as is everything outside the picture.
     CellMask eroded(std::size_t radius) const;
-    // Without gaps of up to 2 * radius cells. The border of a large empty area stays where it is.
+    // Without gaps in which no circle has room. The border of a large empty area stays where it is.
     CellMask closed(std::size_t radius) const { return dilated(radius).eroded(radius); }
 
 private:
@@ -49,5 +49,9 @@ enum class Filling
 // Gives the cells in gaps a value and a depth. The width of a gap follows from the density of the points where
 // there are any. Uses all threads; the result does not depend on their number.
 void fillGaps(Cells& cells, Filling filling);
+
+// Draws each point as a dot: gives the empty cells of a circle around it its value. Of several points, a cell takes the
+// nearest. Uses threads in the same way.
+void growPoints(Cells& cells, std::size_t radius);
 
 } // namespace Quillmoran

@@ -24,6 +24,15 @@ double lengthOf(const Bounds::Range& range)
     return range.max - range.min;
 }
 
+// In pixels. The more points there are, the smaller are the dots of a section.
+std::size_t chooseDotRadius(const CellPoints& points)
+{
+    constexpr double crowded = 1.0 / 16; // points per cell
+    const auto numCells = static_cast<double>(points.cells.size());
+    const auto scale = static_cast<std::size_t>(std::sqrt(numCells) / 1000) + 1;
+    return static_cast<double>(points.numShown) < numCells * crowded ? scale : scale - 1;
+}
+
 class Painter
 {
 public:
@@ -109,7 +118,8 @@ void Painter::project()
             Corridor{m_bounds.x.min, m_bounds.y.min, std::max(m_bounds.x.max, m_bounds.x.min + 1e-9),
                      m_bounds.y.min, infinity});
         projection.across = {0, m_options.profile ? projection.corridor.length() : lengthOf(m_bounds.x)};
-        projection.up = m_bounds.z;
+        const double margin = lengthOf(m_bounds.z) * 0.03;
+        projection.up = {m_bounds.z.min - margin, m_bounds.z.max + margin};
     }
     m_picture.projection = projection;
     divide(m_picture.projection, m_options.size, countPoints(), m_points.name);
@@ -191,7 +201,10 @@ Picture Painter::paint()
         m_picture.numOutside = found.numRead - found.numShown;
 
     const bool isExact = m_picture.quantity.kind == Quantity::Colors || m_picture.quantity.isNominal();
-    fillGaps(found.cells, isExact ? Filling::Nearest : Filling::Mean);
+    if (m_options.view == View::Section)
+        growPoints(found.cells, chooseDotRadius(found));
+    else
+        fillGaps(found.cells, isExact ? Filling::Nearest : Filling::Mean);
     if (m_picture.quantity.kind == Quantity::Density) {
         computeDensity(found.cells, m_picture.projection, m_picture.fraction);
         m_picture.shading = chooseShading(m_picture.quantity, found.cells);

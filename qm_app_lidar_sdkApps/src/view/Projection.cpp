@@ -52,16 +52,20 @@ void divide(Projection& projection, std::size_t size, double numPoints, const st
     const double side = std::max({lengthOf(across), lengthOf(up) * exaggeration, smallest});
     widen(across, side * narrowest);
     widen(up, side * narrowest / exaggeration);
+    // Bounds in a header can differ from those of the points in their last digit.
+    constexpr double lastDigit = 1e-9;
+    widen(across, lengthOf(across) + side * lastDigit);
+    widen(up, lengthOf(up) + side / exaggeration * lastDigit);
 
     const double pixel = side / static_cast<double>(size);
     const auto countOf = [](double length, double cell) {
-        return std::max<std::size_t>(1, static_cast<std::size_t>(std::ceil(length / cell - 1e-6)));
+        return std::max<std::size_t>(1, static_cast<std::size_t>(std::ceil(length / cell - 1e-3)));
     };
     const double numPixels = lengthOf(across) / pixel * (lengthOf(up) * exaggeration / pixel);
     constexpr double pointsPerCell = 0.5;
     constexpr std::size_t largestCell = 12; // pixels
     const double sparse = std::sqrt(numPixels * pointsPerCell / std::max(numPoints, 1.0));
-    const auto most = std::clamp<std::size_t>(size / 32, 1, isSection ? 3 : largestCell);
+    const auto most = isSection ? 1 : std::clamp<std::size_t>(size / 32, 1, largestCell);
     projection.pixelsPerCell =
         static_cast<std::size_t>(std::clamp(std::round(sparse), 1.0, static_cast<double>(most)));
 
@@ -69,10 +73,6 @@ void divide(Projection& projection, std::size_t size, double numPoints, const st
     projection.cellHeight = projection.cellWidth / exaggeration;
     projection.columns = countOf(lengthOf(across), projection.cellWidth);
     projection.rows = countOf(lengthOf(up), projection.cellHeight);
-    // The last column and row are complete cells.
-    across.max =
-        std::max(across.max, across.min + projection.cellWidth * static_cast<double>(projection.columns));
-    up.min = std::min(up.min, up.max - projection.cellHeight * static_cast<double>(projection.rows));
 }
 
 } // namespace Quillmoran

@@ -194,7 +194,7 @@ Shading chooseShading(const Quantity& quantity, const Cells& cells)
 
 void computeDensity(Cells& cells, const Projection& projection, double fraction)
 {
-    constexpr double enough = 16; // points in a block of cells
+    constexpr double enough = 24; // points around a cell
     double numPoints = 0, numFilled = 0;
     for (std::size_t i = 0; i < cells.size(); ++i) {
         numPoints += cells.counts[i];
@@ -202,25 +202,45 @@ void computeDensity(Cells& cells, const Projection& projection, double fraction)
     }
     if (numPoints == 0)
         return;
-    const auto block = static_cast<std::size_t>(std::ceil(std::sqrt(enough * numFilled / numPoints)));
+    const auto radius = static_cast<std::size_t>(std::ceil(std::sqrt(enough * numFilled / numPoints) / 2));
     const double cellArea = projection.cellWidth * projection.cellHeight;
-    for (std::size_t top = 0; top < cells.rows; top += block)
-        for (std::size_t left = 0; left < cells.columns; left += block) {
-            const std::size_t bottom = std::min(top + block, cells.rows),
-                              right = std::min(left + block, cells.columns);
-            double points = 0, filled = 0;
-            const auto forEach = [&](auto visit) {
-                for (std::size_t row = top; row < bottom; ++row)
-                    for (std::size_t column = left; column < right; ++column)
-                        visit(row * cells.columns + column);
-            };
-            forEach([&](std::size_t cell) {
-                points += cells.counts[cell];
-                filled += !cells.isEmpty(cell);
-            });
-            const double density = filled == 0 ? 0 : points / (filled * cellArea * fraction);
-            forEach([&](std::size_t cell) { cells.values[cell] = density; });
+    // Sums of columns over a window of rows, which moves down.
+    struct Sum
+    {
+        double points = 0, filled = 0;
+    };
+    std::vector<Sum> columns(cells.columns);
+    const auto add = [&](std::size_t row, double sign) {
+        for (std::size_t column = 0; column < cells.columns; ++column) {
+            const std::size_t cell = row * cells.columns + column;
+            columns[column].points += sign * cells.counts[cell];
+            columns[column].filled += sign * !cells.isEmpty(cell);
         }
+    };
+    for (std::size_t row = 0; row < std::min(radius, cells.rows); ++row)
+        add(row, 1);
+    for (std::size_t row = 0; row < cells.rows; ++row) {
+        if (row + radius < cells.rows)
+            add(row + radius, 1);
+        if (row > radius)
+            add(row - radius - 1, -1);
+        Sum window;
+        const auto slide = [&](std::size_t column, double sign) {
+            window.points += sign * columns[column].points;
+            window.filled += sign * columns[column].filled;
+        };
+        for (std::size_t column = 0; column < std::min(radius, cells.columns); ++column)
+            slide(column, 1);
+        for (std::size_t column = 0; column < cells.columns; ++column) {
+            if (column + radius < cells.columns)
+                slide(column + radius, 1);
+            if (column > radius)
+                slide(column - radius - 1, -1);
+            if (window.filled > 0)
+                cells.values[row * cells.columns + column] =
+                    window.points / (window.filled * cellArea * fraction);
+        }
+    }
 }
 
 Image drawCells(const Cells& cells, const Projection& projection, const Shading& shading, Color background)

@@ -23,8 +23,8 @@ struct Shading
 // The ends of a ramp are the values that 2 % of the cells are below and above. Call it before gaps are filled.
 Shading chooseShading(const Quantity& quantity, const Cells& cells);
 
-// Replaces the values by points per square unit. Where there are few points in each cell, neighbouring cells share
-// theirs. `fraction` is that of the points that were read. Call it after gaps were filled.
+// Replaces the values by points per square unit, in a square around each cell that has enough points on average.
+// `fraction` is that of the points that were read. Call it after gaps were filled.
 void computeDensity(Cells& cells, const Projection& projection, double fraction);
 
 // The pixels of all cells; those without a value have the background. Uses all threads.

@@ -6,6 +6,7 @@
 #include "utils/program/Utils.h"
 #include "utils/sets/Make.h"
 #include "utils/sets/NamedSource.h"
+#include "view/Legend.h"
 #include "view/PNGWriter.h"
 #include "view/ViewOptions.h"
 #include <vxunpack/Base.h>
@@ -147,13 +148,17 @@ ViewedPoints Viewer::open(FilePointSourceManager& files, Scoped<PointSource>& so
 void Viewer::write(const Picture& picture, const ViewedPoints& points, Output& output,
                    ProgressDelegate& progress) const
 {
-    (void)points;
     OutputFile file("PNG", OutputFile::SEQUENTIAL);
     if (output.stream)
         file.init(output.stream.get(), output.name.c_str());
     else
         file.init(output.name.c_str());
-    const std::vector<std::uint8_t> bytes = encodePNG(picture.image);
+    const ViewOptions options = ViewOptions::get(m_cmdLine);
+    const std::string title = std::filesystem::path(points.name).filename();
+    const std::vector<std::uint8_t> bytes =
+        options.hasLegend
+            ? encodePNG(addLegend(picture, LegendText::describe(*points.source, title), options.background))
+            : encodePNG(picture.image);
     file.checkCancelled(&progress, "writing PNG file");
     writeFully(file.open(), 0, bytes.data(), bytes.size());
     file.commit();

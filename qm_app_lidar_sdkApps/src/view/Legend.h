@@ -1,0 +1,29 @@
+// The legend beside a picture: what its colours mean, its scale and its extent.
+#pragma once
+
+#include "view/CoordinateSystemName.h"
+#include "view/Picture.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Quillmoran {
+
+struct LegendText
+{
+    std::string title;
+    CoordinateSystemName system;
+    std::optional<std::uint64_t> numPoints; // of the source
+    std::vector<std::string> classNames;    // of the file, by number; empty where it has none
+
+    // What a source says of itself. Reads no points.
+    static LegendText describe(const PointSource& source, const std::string& title);
+};
+
+// The picture with a legend on its right, and with axes if it is a section. `background` is that of the picture; text is
+// dark on light backgrounds and light on dark ones.
+Image addLegend(const Picture& picture, const LegendText& text, Color background);
+
+} // namespace Quillmoran
