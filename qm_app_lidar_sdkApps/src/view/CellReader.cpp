@@ -38,34 +38,37 @@ void toDoubles(const ChannelData& channel, std::size_t count, double* values)
     });
 }
 
-// Samples of other types are converted to the 16 bits of LAS.
-void packColors(const PointData& block, const Quantity& quantity, std::size_t count, double* values)
+// Other types are converted to the 16 bits that LAS has.
+std::vector<std::uint16_t> toColorSamples(const ChannelData& channel, std::size_t count)
 {
-    const ChannelData* bands[3];
-    bool isUsual = true;
-    for (std::size_t i = 0; i < 3; ++i) {
-        bands[i] = block.getChannel(quantity.channels[i].c_str());
-        isUsual = isUsual && bands[i]->getDataType() == UINT16;
+    constexpr double largest = 65535;
+    std::vector<std::uint16_t> samples(count);
+    visitDataType(channel.getDataType(), [&](auto sample) {
+        const auto* const from = static_cast<const decltype(sample)*>(channel.getData());
+        for (std::size_t i = 0; i < count; ++i) {
+            const auto value = static_cast<double>(from[i]);
+            samples[i] = static_cast<std::uint16_t>(value > 0 ? std::min(value, largest) : 0);
+        }
+    });
+    return samples;
+}
+
+// Packs colours, and adds to what is known of all.
+void packColors(const std::uint16_t* red, const std::uint16_t* green, const std::uint16_t* blue,
+                std::size_t count, double* values, CellPoints& points)
+{
+    std::uint16_t all = 0, different = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        values[i] = packColor(red[i], green[i], blue[i]);
+        all = static_cast<std::uint16_t>(all | red[i] | green[i] | blue[i]);
+        different = static_cast<std::uint16_t>(different | (red[i] ^ red[0]) | (green[i] ^ green[0]) |
+                                               (blue[i] ^ blue[0]));
     }
-    if (isUsual) {
-        const auto* const red = static_cast<const std::uint16_t*>(bands[0]->getData());
-        const auto* const green = static_cast<const std::uint16_t*>(bands[1]->getData());
-        const auto* const blue = static_cast<const std::uint16_t*>(bands[2]->getData());
-        for (std::size_t i = 0; i < count; ++i)
-            values[i] = packColor(red[i], green[i], blue[i]);
-        return;
-    }
-    std::vector<double> parts[3];
-    for (std::size_t i = 0; i < 3; ++i) {
-        parts[i].resize(count);
-        toDoubles(*bands[i], count, parts[i].data());
-    }
-    const auto clip = [](double value) {
-        constexpr double largest = 65535;
-        return static_cast<std::uint16_t>(value > 0 ? std::min(value, largest) : 0);
-    };
-    for (std::size_t i = 0; i < count; ++i)
-        values[i] = packColor(clip(parts[0][i]), clip(parts[1][i]), clip(parts[2][i]));
+    points.allColors |= all;
+    const bool isFirst = points.numRead == count;
+    if (isFirst)
+        points.firstColor = values[0];
+    points.hasOneColor = points.hasOneColor && different == 0 && values[0] == points.firstColor;
 }
 
 // Disjoint boxes give a box without points.
@@ -119,7 +122,7 @@ public:
         : m_projection(projection),
           m_quantity(quantity),
           m_layout(chooseLayout(source.getPointInfo(), quantity)),
-          m_points{Cells(projection.columns, projection.rows), 0, 0, 0, {}, {}}
+          m_points(projection)
     {
         constexpr std::size_t maxBlockPoints = 65536;
         m_block.init(m_layout, m_layout.getBlockPoints(maxBlockPoints));
@@ -177,7 +180,17 @@ private:
     const double* findValues(std::size_t count)
     {
         if (m_quantity.kind == Quantity::Colors) {
-            packColors(m_block, m_quantity, count, m_values.data());
+            const std::uint16_t* bands[3];
+            std::vector<std::uint16_t> converted[3];
+            for (std::size_t i = 0; i < 3; ++i) {
+                const ChannelData& channel = *m_block.getChannel(m_quantity.channels[i].c_str());
+                if (channel.getDataType() != UINT16)
+                    converted[i] = toColorSamples(channel, count);
+                bands[i] = channel.getDataType() == UINT16
+                               ? static_cast<const std::uint16_t*>(channel.getData())
+                               : converted[i].data();
+            }
+            packColors(bands[0], bands[1], bands[2], count, m_values.data(), m_points);
             return m_values.data();
         }
         if (m_quantity.channels.empty())

@@ -20,11 +20,16 @@ struct CellQuery
 
 struct CellPoints
 {
+    explicit CellPoints(const Projection& projection) : cells(projection.columns, projection.rows) {}
+
     Cells cells;
     std::uint64_t numRead = 0;  // of the query
     std::uint64_t numShown = 0; // in the picture
     std::uint64_t numWithoutValue = 0;
-    Bounds::Range across, up; // of the points that were read; of a section, `up` of those in the picture
+    std::uint16_t allColors = 0; // the bits that any sample of a colour has
+    double firstColor = 0;       // packed
+    bool hasOneColor = true;     // that all points share, as in files that do not use colours
+    Bounds::Range across, up;    // of the points that were read; of a section, `up` of those in the picture
 };
 
 // The points on all threads, the cells on the calling one. Throws the errors of the source, and Cancelled if the

@@ -144,7 +144,7 @@ LegendDrawing::LegendDrawing(const Picture& picture, const LegendText& text, Col
     const int brightness = 2 * background.red + 5 * background.green + background.blue;
     constexpr int middle = 8 * 120;
     m_ink = background.alpha == 0 || brightness > middle ? Color{30, 30, 30} : Color{235, 235, 235};
-    const auto side = static_cast<double>(std::max(picture.image.width(), picture.image.height()));
+    const auto side = static_cast<double>(std::max(picture.width(), picture.height()));
     constexpr double least = 13, largest = 64, share = 1.0 / 64;
     m_height = std::round(std::clamp(side * share, least, largest));
     m_columns = std::round(m_height * 15);
@@ -361,8 +361,8 @@ void LegendDrawing::addPoints()
 void LegendDrawing::drawAxes(Image& image, double left, double top) const
 {
     const Projection& projection = m_picture.projection;
-    const auto width = static_cast<double>(m_picture.image.width()),
-               height = static_cast<double>(m_picture.image.height());
+    const auto width = static_cast<double>(m_picture.width()),
+               height = static_cast<double>(m_picture.height());
     const double bottom = top + height, tick = m_height * 0.35;
     drawLine(image, left - 0.5, top, left - 0.5, bottom + 0.5, 1.2, m_ink);
     drawLine(image, left - 0.5, bottom + 0.5, left + width, bottom + 0.5, 1.2, m_ink);
@@ -407,8 +407,8 @@ Image LegendDrawing::draw()
         addWrapped(printable(m_text.system.name));
     addPoints();
 
-    const auto width = static_cast<double>(m_picture.image.width()),
-               height = static_cast<double>(m_picture.image.height());
+    const auto width = static_cast<double>(m_picture.width()),
+               height = static_cast<double>(m_picture.height());
     const double margin = m_height;
     const double left = isSection() ? m_height * 6 : 0, top = isSection() ? m_height * 2 : 0;
     const double below = isSection() ? m_height * 3.2 : 0;
@@ -417,11 +417,8 @@ Image LegendDrawing::draw()
         needed += part.height;
     Image image(static_cast<std::size_t>(left + width + m_columns + 2 * margin),
                 static_cast<std::size_t>(std::max(top + height + below, needed)), m_background);
-    for (std::size_t row = 0; row < m_picture.image.height(); ++row) {
-        const std::span<const Color> from = m_picture.image.row(row);
-        std::copy(from.begin(), from.end(),
-                  image.row(row + static_cast<std::size_t>(top)).begin() + static_cast<std::ptrdiff_t>(left));
-    }
+    drawCells(m_picture.cells, m_picture.projection, m_picture.shading, image, static_cast<std::size_t>(left),
+              static_cast<std::size_t>(top));
     if (isSection())
         drawAxes(image, left, top);
     double y = margin;
@@ -448,9 +445,16 @@ LegendText LegendText::describe(const PointSource& source, const std::string& ti
     return text;
 }
 
-Image addLegend(const Picture& picture, const LegendText& text, Color background)
+Image drawPicture(const Picture& picture, Color background)
 {
-    return LegendDrawing(picture, text, background).draw();
+    Image image(picture.width(), picture.height(), background);
+    drawCells(picture.cells, picture.projection, picture.shading, image, 0, 0);
+    return image;
+}
+
+Image drawPicture(const Picture& picture, Color background, const LegendText& legend)
+{
+    return LegendDrawing(picture, legend, background).draw();
 }
 
 } // namespace Quillmoran

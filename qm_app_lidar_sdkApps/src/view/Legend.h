@@ -22,8 +22,10 @@ struct LegendText
     static LegendText describe(const PointSource& source, const std::string& title);
 };
 
-// The picture with a legend on its right, and with axes if it is a section. `background` is that of the picture; text is
-// dark on light backgrounds and light on dark ones.
-Image addLegend(const Picture& picture, const LegendText& text, Color background);
+// Draws the points of a picture.
+Image drawPicture(const Picture& picture, Color background);
+// The same with a legend on the right, and with axes if it is a section. Text is dark on light backgrounds and light on
+// dark ones.
+Image drawPicture(const Picture& picture, Color background, const LegendText& legend);
 
 } // namespace Quillmoran

@@ -33,14 +33,14 @@ std::size_t chooseDotRadius(const CellPoints& points)
     return static_cast<double>(points.numShown) < numCells * crowded ? scale : scale - 1;
 }
 
-class Painter
+class PictureMaker
 {
 public:
-    Painter(const ViewedPoints& points, const ViewOptions& options, ProgressDelegate* delegate)
+    PictureMaker(const ViewedPoints& points, const ViewOptions& options, ProgressDelegate* delegate)
         : m_points(points), m_source(*points.source), m_options(options), m_delegate(delegate)
     {}
 
-    Picture paint();
+    Picture make();
 
 private:
     void setBounds();
@@ -59,7 +59,7 @@ private:
     Picture m_picture;
 };
 
-void Painter::setBounds()
+void PictureMaker::setBounds()
 {
     m_bounds = m_source.getBounds();
     if (m_source.getNumPoints() == 0)
@@ -89,7 +89,7 @@ void Painter::setBounds()
 }
 
 // The number of points in the picture if all are read.
-double Painter::countPoints() const
+double PictureMaker::countPoints() const
 {
     Bounds box = m_options.box;
     const Projection& projection = m_picture.projection;
@@ -105,7 +105,7 @@ double Painter::countPoints() const
     return m_source.estimatePoints(box, share);
 }
 
-void Painter::project()
+void PictureMaker::project()
 {
     Projection projection;
     projection.view = m_options.view;
@@ -126,7 +126,7 @@ void Painter::project()
 }
 
 // Powers of two are the levels of a file, and of an overview.
-double Painter::chooseFraction() const
+double PictureMaker::chooseFraction() const
 {
     if (m_options.fraction)
         return std::min(*m_options.fraction, 1.0);
@@ -140,7 +140,7 @@ double Painter::chooseFraction() const
     return m_points.hasLevels ? level(1) : 1;
 }
 
-CellPoints Painter::read()
+CellPoints PictureMaker::read()
 {
     m_picture.fraction = chooseFraction();
     CellQuery query;
@@ -153,7 +153,7 @@ CellPoints Painter::read()
 
 // Whether the points need much less space than was expected: the header of a file can be wrong, and a corridor can
 // have only a part of the heights. The bounds are then those of the points.
-bool Painter::shrink(const CellPoints& found)
+bool PictureMaker::shrink(const CellPoints& found)
 {
     constexpr double much = 0.6;
     bool isSmaller = false;
@@ -176,7 +176,7 @@ bool Painter::shrink(const CellPoints& found)
     return isSmaller;
 }
 
-Picture Painter::paint()
+Picture PictureMaker::make()
 {
     m_picture.quantity = m_options.by ? Quantity::parse(*m_options.by, m_source.getPointInfo(), m_points.name)
                                       : Quantity::choose(m_source.getPointInfo());
@@ -187,11 +187,11 @@ Picture Painter::paint()
         project();
         found = read();
     }
-    m_picture.shading = chooseShading(m_picture.quantity, found.cells);
-    if (!m_options.by && m_picture.shading.isConstant && m_picture.quantity.kind == Quantity::Colors) {
+    m_picture.shading = chooseShading(m_picture.quantity, found);
+    if (!m_options.by && found.hasOneColor && m_picture.quantity.kind == Quantity::Colors) {
         m_picture.quantity = {};
         found = read();
-        m_picture.shading = chooseShading(m_picture.quantity, found.cells);
+        m_picture.shading = chooseShading(m_picture.quantity, found);
     }
     if (found.numShown == 0)
         QM_THROW(ErrorCode::General, "no points of '%s' are in the picture", m_points.name.c_str());
@@ -207,17 +207,17 @@ Picture Painter::paint()
         fillGaps(found.cells, isExact ? Filling::Nearest : Filling::Mean);
     if (m_picture.quantity.kind == Quantity::Density) {
         computeDensity(found.cells, m_picture.projection, m_picture.fraction);
-        m_picture.shading = chooseShading(m_picture.quantity, found.cells);
+        m_picture.shading = chooseShading(m_picture.quantity, found);
     }
-    m_picture.image = drawCells(found.cells, m_picture.projection, m_picture.shading, m_options.background);
+    m_picture.cells = std::move(found.cells);
     return std::move(m_picture);
 }
 
 } // namespace
 
-Picture drawPicture(const ViewedPoints& points, const ViewOptions& options, ProgressDelegate* delegate)
+Picture makePicture(const ViewedPoints& points, const ViewOptions& options, ProgressDelegate* delegate)
 {
-    return Painter(points, options, delegate).paint();
+    return PictureMaker(points, options, delegate).make();
 }
 
 } // namespace Quillmoran

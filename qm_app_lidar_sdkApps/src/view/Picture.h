@@ -28,11 +28,15 @@ struct Picture
     std::uint64_t numShown = 0;   // points
     std::uint64_t numOutside = 0; // points outside of the bounds that the source claims
     std::uint64_t numWithoutValue = 0;
-    Image image{0, 0, {}}; // without a legend
+    Cells cells{0, 0}; // gaps are filled
+
+    // Of the points, without a legend.
+    std::size_t width() const { return projection.columns * projection.pixelsPerCell; }
+    std::size_t height() const { return projection.rows * projection.pixelsPerCell; }
 };
 
-// Draws the coarsest level that fills the picture. Throws General if there are no points to draw, or if their extent
+// Reads the coarsest level that fills the picture. Throws General if there are no points to draw, or if their extent
 // cannot be drawn, InvalidArgument for an unknown channel, and the errors of the source. The delegate may be null.
-Picture drawPicture(const ViewedPoints& points, const ViewOptions& options, ProgressDelegate* delegate);
+Picture makePicture(const ViewedPoints& points, const ViewOptions& options, ProgressDelegate* delegate);
 
 } // namespace Quillmoran

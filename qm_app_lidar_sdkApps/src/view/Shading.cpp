@@ -57,24 +57,13 @@ Bounds::Range findRange(std::vector<double> values)
     return {*least, *largest};
 }
 
-void examineColors(const Cells& cells, Shading& shading)
+// Many files have 8 of 16 bits, some 10 or 12.
+unsigned countBits(std::uint16_t allColors)
 {
-    double largest = 0, first = -1;
-    shading.isConstant = true;
-    std::uint64_t all = 0;
-    for (std::size_t i = 0; i < cells.size(); ++i) {
-        if (cells.isEmpty(i))
-            continue;
-        if (first < 0)
-            first = cells.values[i];
-        shading.isConstant = shading.isConstant && cells.values[i] == first;
-        all |= toInteger(cells.values[i]);
-    }
-    largest = static_cast<double>((all | all >> 16 | all >> 32) & 0xFFFF);
-    // Many files have 8 of 16 bits, some 10 or 12.
-    for (const unsigned bits : {12u, 10u, 8u})
-        if (largest < std::ldexp(1, static_cast<int>(bits)))
-            shading.bits = bits;
+    for (const unsigned bits : {8u, 10u, 12u})
+        if (allColors < 1u << bits)
+            return bits;
+    return 16;
 }
 
 // The elevation of a cell and of its neighbours; the slopes are those of Horn, "Hill shading and the reflectance
@@ -158,13 +147,14 @@ Color toColor(double packed, unsigned bits)
 
 } // namespace
 
-Shading chooseShading(const Quantity& quantity, const Cells& cells)
+Shading chooseShading(const Quantity& quantity, const CellPoints& points)
 {
+    const Cells& cells = points.cells;
     Shading shading;
     shading.kind = quantity.kind;
     switch (quantity.kind) {
     case Quantity::Colors:
-        examineColors(cells, shading);
+        shading.bits = countBits(points.allColors);
         break;
     case Quantity::Class:
     case Quantity::Return: {
@@ -243,10 +233,10 @@ void computeDensity(Cells& cells, const Projection& projection, double fraction)
     }
 }
 
-Image drawCells(const Cells& cells, const Projection& projection, const Shading& shading, Color background)
+void drawCells(const Cells& cells, const Projection& projection, const Shading& shading, Image& image,
+               std::size_t left, std::size_t top)
 {
     const std::size_t scale = projection.pixelsPerCell;
-    Image image(cells.columns * scale, cells.rows * scale, background);
     std::vector<Color> numbered;
     for (unsigned number = 0; number <= maxNumber; ++number)
         numbered.push_back(shading.kind == Quantity::Class ? colorOfClass(number) : colorOfNumber(number));
@@ -274,16 +264,18 @@ Image drawCells(const Cells& cells, const Projection& projection, const Shading&
     parallelLoop((cells.rows + rowsPerTask - 1) / rowsPerTask, [&](std::size_t task) {
         const std::size_t end = std::min(cells.rows, (task + 1) * rowsPerTask);
         for (std::size_t row = task * rowsPerTask; row < end; ++row) {
-            const std::span<Color> first = image.row(row * scale);
+            const auto pixelsOf = [&](std::size_t line) {
+                return image.row(top + row * scale + line).subspan(left, cells.columns * scale);
+            };
+            const std::span<Color> first = pixelsOf(0);
             for (std::size_t column = 0; column < cells.columns; ++column)
                 if (!cells.isEmpty(row * cells.columns + column))
                     std::fill_n(first.begin() + static_cast<std::ptrdiff_t>(column * scale), scale,
                                 colorAt(column, row));
-            for (std::size_t i = 1; i < scale; ++i)
-                std::copy(first.begin(), first.end(), image.row(row * scale + i).begin());
+            for (std::size_t line = 1; line < scale; ++line)
+                std::copy(first.begin(), first.end(), pixelsOf(line).begin());
         }
     });
-    return image;
 }
 
 } // namespace Quillmoran

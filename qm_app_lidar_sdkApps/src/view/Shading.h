@@ -17,17 +17,18 @@ struct Shading
     Bounds::Range range;           // of the values at the ends of the ramp
     std::vector<unsigned> numbers; // that occur, in order, of nominal quantities
     unsigned bits = 16;            // of the samples of colours
-    bool isConstant = false;       // all colours are the same, as in files that do not use them
 };
 
 // The ends of a ramp are the values that 2 % of the cells are below and above. Call it before gaps are filled.
-Shading chooseShading(const Quantity& quantity, const Cells& cells);
+Shading chooseShading(const Quantity& quantity, const CellPoints& points);
 
 // Replaces the values by points per square unit, in a square around each cell that has enough points on average.
 // `fraction` is that of the points that were read. Call it after gaps were filled.
 void computeDensity(Cells& cells, const Projection& projection, double fraction);
 
-// The pixels of all cells; those without a value have the background. Uses all threads.
-Image drawCells(const Cells& cells, const Projection& projection, const Shading& shading, Color background);
+// Draws all cells that have a value, with the corner of the first one at a pixel of the image, which has room for all.
+// Uses all threads.
+void drawCells(const Cells& cells, const Projection& projection, const Shading& shading, Image& image,
+               std::size_t left, std::size_t top);
 
 } // namespace Quillmoran

@@ -86,7 +86,7 @@ bool Viewer::work()
     Utils::ProgressLine progress;
     const ViewedPoints points = open(*files, source, progress);
     Utils::refuseInputs(*files, output.name.c_str());
-    const Picture picture = drawPicture(points, ViewOptions::get(m_cmdLine), &progress);
+    const Picture picture = makePicture(points, ViewOptions::get(m_cmdLine), &progress);
     write(picture, points, output, progress);
     Utils::endProgressLine();
     printResult(picture, points, output);
@@ -156,9 +156,9 @@ void Viewer::write(const Picture& picture, const ViewedPoints& points, Output& o
     const ViewOptions options = ViewOptions::get(m_cmdLine);
     const std::string title = std::filesystem::path(points.name).filename();
     const std::vector<std::uint8_t> bytes =
-        options.hasLegend
-            ? encodePNG(addLegend(picture, LegendText::describe(*points.source, title), options.background))
-            : encodePNG(picture.image);
+        encodePNG(options.hasLegend
+                      ? drawPicture(picture, options.background, LegendText::describe(*points.source, title))
+                      : drawPicture(picture, options.background));
     file.checkCancelled(&progress, "writing PNG file");
     writeFully(file.open(), 0, bytes.data(), bytes.size());
     file.commit();
@@ -175,9 +175,9 @@ void Viewer::printResult(const Picture& picture, const ViewedPoints& points, con
                     "' are not drawn: their values are not numbers");
     if (Utils::isQuiet())
         return;
-    std::printf("%s: %zu x %zu pixels, %llu points, %lld bytes, %s\n", output.name.c_str(),
-                picture.image.width(), picture.image.height(),
-                static_cast<unsigned long long>(picture.numShown), static_cast<long long>(output.size),
+    std::printf("%s: %zu x %zu pixels, %llu points, %lld bytes, %s\n", output.name.c_str(), picture.width(),
+                picture.height(), static_cast<unsigned long long>(picture.numShown),
+                static_cast<long long>(output.size),
                 describeSpeed(static_cast<std::int64_t>(picture.numShown)).c_str());
 }
 
