@@ -3,10 +3,11 @@
 
 #include "utils/program/Program.h"
 #include "view/Picture.h"
+#include "view/TerminalPicture.h"
 #include <vxunpack/FilePointSourceManager.h>
 
+#include <cstdint>
 #include <string>
-#include <vector>
 
 namespace Quillmoran {
 
@@ -16,12 +17,19 @@ public:
     Viewer();
 
 private:
-    // An output and what is written to it.
+    // Where the picture goes.
     struct Output
     {
+        enum Kind
+        {
+            PNG,
+            GeoTIFF,
+            Terminal
+        };
+
+        Kind kind = PNG;
         std::string name;
-        Scoped<IO> stream; // standard output; null for a file
-        bool isGeoTIFF = false;
+        Scoped<IO> stream;     // standard output; null for a file
         std::int64_t size = 0; // bytes
     };
 
@@ -29,11 +37,18 @@ private:
     bool work() override;
 
     Output chooseOutput() const;
-    ViewedPoints open(FilePointSourceManager& files, Scoped<PointSource>& source,
+    ViewedPoints openPoints(FilePointSourceManager& files, Scoped<PointSource>& source,
+                            ProgressDelegate& progress) const;
+    void writePNG(const Image& image, Output& output, ProgressDelegate& progress) const;
+    void writeGeoTIFF(const Picture& picture, const PointSource& source, Output& output,
                       ProgressDelegate& progress) const;
+    void show(const Image& image, Output& output) const;
     void write(const Picture& picture, const ViewedPoints& points, Output& output,
                ProgressDelegate& progress) const;
+    ViewOptions getOptions(const Output& output) const;
     void printResult(const Picture& picture, const ViewedPoints& points, const Output& output) const;
+
+    TerminalGraphics m_graphics = TerminalGraphics::Blocks;
 };
 
 } // namespace Quillmoran

@@ -78,6 +78,7 @@ public:
         all.SetNameValue("BLOCKXSIZE", std::to_string(blockSize).c_str());
         all.SetNameValue("BLOCKYSIZE", std::to_string(blockSize).c_str());
         const GDALDataType type = layout.type == GeoTIFFLayout::Counts   ? GDT_UInt32
+                                  : layout.type == GeoTIFFLayout::Colors ? GDT_Byte
                                   : layout.type == GeoTIFFLayout::Single ? GDT_Float32
                                                                          : GDT_Float64;
         GDALDriver* const driver = findDriver("GTiff");
@@ -92,7 +93,10 @@ public:
         for (int band = 1; band <= m_image->GetRasterCount(); ++band) {
             GDALRasterBand& made = *m_image->GetRasterBand(band);
             made.SetDescription(layout.bands[static_cast<std::size_t>(band - 1)].c_str());
-            if (layout.type != GeoTIFFLayout::Counts)
+            if (layout.type == GeoTIFFLayout::Colors)
+                succeeds = succeeds && made.SetColorInterpretation(static_cast<GDALColorInterp>(
+                                           GCI_RedBand + band - 1)) == CE_None; // they follow one another
+            else if (layout.type != GeoTIFFLayout::Counts)
                 succeeds =
                     succeeds && made.SetNoDataValue(std::numeric_limits<double>::quiet_NaN()) == CE_None;
         }

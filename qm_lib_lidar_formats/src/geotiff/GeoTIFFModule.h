@@ -15,7 +15,8 @@ struct GeoTIFFLayout
     {
         Counts, // 32 bits, unsigned
         Single, // floating point
-        Double
+        Double,
+        Colors // bytes; the bands are red, green, blue and alpha
     };
 
     std::size_t columns = 0, rows = 0;       // up to 2^31 - 1
