@@ -48,8 +48,8 @@ struct ClassStyle
 };
 
 // Indexed by the number of the class.
-constexpr ClassStyle classes[] = {{"Never classified", {170, 170, 170}},
-                                  {"Unclassified", {200, 200, 200}},
+constexpr ClassStyle classes[] = {{"Never classified", {120, 120, 120}},
+                                  {"Unclassified", {160, 160, 160}},
                                   {"Ground", {165, 115, 65}},
                                   {"Low vegetation", {165, 215, 100}},
                                   {"Medium vegetation", {85, 175, 70}},
@@ -59,7 +59,7 @@ constexpr ClassStyle classes[] = {{"Never classified", {170, 170, 170}},
                                   {"Model key-point", {245, 200, 60}},
                                   {"Water", {55, 130, 215}},
                                   {"Rail", {110, 75, 125}},
-                                  {"Road surface", {105, 105, 110}},
+                                  {"Road surface", {80, 80, 90}},
                                   {"Overlap", {225, 205, 175}},
                                   {"Wire - guard", {250, 225, 110}},
                                   {"Wire - conductor", {250, 175, 40}},
@@ -123,7 +123,7 @@ const char* nameOfClass(unsigned number) noexcept
 Color colorOfNumber(unsigned number) noexcept
 {
     constexpr double goldenAngle = 137.50776405; // no two hues of a few numbers are near each other
-    return fromLightnessChromaHue(number % 2 == 0 ? 0.72 : 0.58, 0.14, 250 + number * goldenAngle);
+    return fromLightnessChromaHue(number % 2 == 0 ? 0.72 : 0.58, 0.14, 112.5 + number * goldenAngle);
 }
 
 } // namespace Quillmoran

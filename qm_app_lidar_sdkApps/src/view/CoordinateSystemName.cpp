@@ -101,7 +101,7 @@ std::string abbreviated(std::string_view unit)
     if (isOneOf(unit, {"foot", "feet", "ft", "international foot"}))
         return "ft";
     if (isOneOf(unit, {"us survey foot", "foot_us", "u.s. foot", "us foot", "us-ft", "foot us"}))
-        return "ft (US)";
+        return "ftUS";
     return std::string(unit);
 }
 
@@ -131,7 +131,8 @@ CoordinateSystemName CoordinateSystemName::parse(const char* wkt)
                          "GEODETICCRS", "GEOCCS", "LOCAL_CS", "ENGCRS"});
     if (!horizontal)
         return result;
-    result.name = horizontal->text;
+    if (!isOneOf(horizontal->text, {"unnamed", "unknown"}))
+        result.name = horizontal->text;
     result.unit = unitOf(*horizontal);
     result.isGeographic =
         isOneOf(horizontal->keyword, {"GEOGCS", "GEOGCRS", "GEOGRAPHICCRS", "GEODCRS", "GEODETICCRS"});

@@ -48,15 +48,15 @@ void forRows(std::size_t rows, const std::function<void(std::size_t begin, std::
 // Points per cell where there are points, from the area that remains when wide gaps are closed.
 std::size_t chooseRadius(const CellMask& points)
 {
-    // A circle of this many points on average is empty in 1 of 50 places.
-    constexpr double enough = 4;
+    // A circle of this many points on average is empty in 1 of 400 places.
+    constexpr double enough = 6;
     const auto numPoints = static_cast<double>(points.count());
     const auto area = static_cast<double>(points.closed(largestRadius).count());
     if (numPoints == 0)
         return 0;
     const double reach = std::sqrt(enough * area / numPoints / std::numbers::pi);
     return static_cast<std::size_t>(
-        std::clamp(std::ceil(reach - 0.5), 1.0, static_cast<double>(largestRadius)));
+        std::clamp(std::ceil(reach), 1.0, static_cast<double>(largestRadius)));
 }
 
 struct Offset

@@ -70,7 +70,7 @@ std::vector<Tick> chooseTicks(const Bounds::Range& range, double most)
 {
     const double length = range.max - range.min;
     if (!(length > 0) || !std::isfinite(length))
-        return {{range.min, formatNumber(range.min, 2)}};
+        return {{range.min, formatNumber(range.min, range.min == std::round(range.min) ? 0 : 2)}};
     const double step = roundUp(length / std::max(most, 1.0));
     std::vector<Tick> ticks;
     constexpr double inside = 1e-6; // of a step
@@ -250,7 +250,7 @@ void LegendDrawing::addColors()
     const auto ramp = [&](const std::string& title) { addRamp(title, chooseTicks(shading.range, 6)); };
     switch (shading.kind) {
     case Quantity::Colors:
-        addText("Colors of the points");
+        addText("Colours of the points");
         break;
     case Quantity::Hillshade:
         addText("Hillshade, light from the NW");
@@ -345,8 +345,8 @@ void LegendDrawing::addExtent()
 void LegendDrawing::addPoints()
 {
     const std::uint64_t shown = m_picture.numShown;
-    if (!m_text.numPoints || *m_text.numPoints < shown) {
-        addText(formatCount(shown) + " points");
+    if (!m_text.numPoints || *m_text.numPoints < shown || shown == 1) {
+        addText(formatCount(shown) + (shown == 1 ? " point" : " points"));
     } else if (*m_text.numPoints == shown) {
         addText("all " + formatCount(shown) + " points");
     } else {

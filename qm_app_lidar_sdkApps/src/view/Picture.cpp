@@ -122,7 +122,7 @@ void PictureMaker::project()
         projection.up = {m_bounds.z.min - margin, m_bounds.z.max + margin};
     }
     m_picture.projection = projection;
-    divide(m_picture.projection, m_options.size, countPoints(), m_points.name);
+    divide(m_picture.projection, m_options.size, countPoints(), m_points.isGeographic, m_points.name);
 }
 
 // Powers of two are the levels of a file, and of an overview.

@@ -16,6 +16,7 @@ struct ViewedPoints
     const PointSource* source;   // that is drawn
     std::string name;            // in messages
     bool hasLevels = false;      // whether a part of the points is read in a part of the time
+    bool isGeographic = false;   // x and y are angles
     double overviewFraction = 0; // of the overview of a tile set; 0 if there is none
 };
 

@@ -3,6 +3,7 @@
 #include <vxunpack/Base.h>
 
 #include <algorithm>
+#include <numbers>
 
 namespace Quillmoran {
 
@@ -34,43 +35,48 @@ double chooseExaggeration(double width, double height)
 
 } // namespace
 
-void divide(Projection& projection, std::size_t size, double numPoints, const std::string& name)
+void divide(Projection& projection, std::size_t size, double numPoints, bool isGeographic,
+            const std::string& name)
 {
     Bounds::Range &across = projection.across, &up = projection.up;
     const bool isSection = projection.view == View::Section;
     const double width = lengthOf(across), height = lengthOf(up);
-    // Far from the origin, the cells of a small range would be smaller than the steps between numbers.
     const double largest =
         std::max({std::abs(across.min), std::abs(across.max), std::abs(up.min), std::abs(up.max)});
-    constexpr double steps = 1e-12;
-    if (!(width >= 0) || !(height >= 0) || !std::isfinite(largest) || largest > 1e100)
+    constexpr double mostDistant = 1e100; // squares of distances are finite
+    if (!(width >= 0) || !(height >= 0) || !(largest < mostDistant))
         QM_THROW(ErrorCode::General, "the extent of '%s' cannot be drawn", name.c_str());
-    const double smallest = std::max(largest * steps, 1e-9) * static_cast<double>(size);
     if (width == 0 && height == 0)
-        widen(across, std::max(1.0, smallest));
-    const double exaggeration = isSection && height > 0 ? chooseExaggeration(lengthOf(across), height) : 1;
-    const double side = std::max({lengthOf(across), lengthOf(up) * exaggeration, smallest});
+        widen(across, 1);
+    double exaggeration = 1;
+    if (isSection && height > 0)
+        exaggeration = chooseExaggeration(lengthOf(across), height);
+    else if (!isSection && isGeographic)
+        exaggeration = 1 / std::max(std::cos((up.min + up.max) / 2 * std::numbers::pi / 180), 0.05);
+    const double side = std::max(lengthOf(across), lengthOf(up) * exaggeration);
     widen(across, side * narrowest);
     widen(up, side * narrowest / exaggeration);
-    // Bounds in a header can differ from those of the points in their last digit.
-    constexpr double lastDigit = 1e-9;
-    widen(across, lengthOf(across) + side * lastDigit);
-    widen(up, lengthOf(up) + side / exaggeration * lastDigit);
 
-    const double pixel = side / static_cast<double>(size);
-    const auto countOf = [](double length, double cell) {
-        return std::max<std::size_t>(1, static_cast<std::size_t>(std::ceil(length / cell - 1e-3)));
-    };
-    const double numPixels = lengthOf(across) / pixel * (lengthOf(up) * exaggeration / pixel);
+    const double numPixels = static_cast<double>(size) * static_cast<double>(size) *
+                             (lengthOf(across) / side) * (lengthOf(up) * exaggeration / side);
     constexpr double pointsPerCell = 0.5;
     constexpr std::size_t largestCell = 12; // pixels
-    const double sparse = std::sqrt(numPixels * pointsPerCell / std::max(numPoints, 1.0));
-    const auto most = isSection ? 1 : std::clamp<std::size_t>(size / 32, 1, largestCell);
-    projection.pixelsPerCell =
-        static_cast<std::size_t>(std::clamp(std::round(sparse), 1.0, static_cast<double>(most)));
+    const double sparse = std::round(std::sqrt(numPixels * pointsPerCell / std::max(numPoints, 1.0)));
+    const std::size_t most = isSection ? 1 : std::clamp<std::size_t>(size / 32, 1, largestCell);
+    projection.pixelsPerCell = static_cast<std::size_t>(std::clamp(sparse, 1.0, static_cast<double>(most)));
 
-    projection.cellWidth = pixel * static_cast<double>(projection.pixelsPerCell);
+    const std::size_t numCells = size / projection.pixelsPerCell;
+    projection.cellWidth = side / static_cast<double>(numCells);
     projection.cellHeight = projection.cellWidth / exaggeration;
+    // Far from the origin, cells can be smaller than the steps between numbers.
+    constexpr double precision = 1e-14;
+    if (projection.cellHeight < largest * precision || !(projection.cellHeight > 0))
+        QM_THROW(ErrorCode::General, "the extent of '%s' cannot be drawn", name.c_str());
+    const auto countOf = [numCells](double length, double cell) {
+        constexpr double rounding = 1e-3;
+        return std::clamp<std::size_t>(static_cast<std::size_t>(std::ceil(length / cell - rounding)), 1,
+                                       numCells);
+    };
     projection.columns = countOf(lengthOf(across), projection.cellWidth);
     projection.rows = countOf(lengthOf(up), projection.cellHeight);
 }

@@ -37,14 +37,18 @@ struct Projection
     std::size_t pixelsPerCell = 1;
 
     std::size_t numCells() const { return columns * rows; }
-    // How many times heights are larger than lengths.
+    // How many times lengths upwards are larger than those across.
     double exaggeration() const { return cellWidth / cellHeight; }
+    // Points this far outside are drawn at the border: bounds in headers are rounded.
+    double tolerance() const { return cellWidth * 1e-3; }
 };
 
-// Divides the ranges into cells so that the longer side of the picture has about `size` pixels. Where there are
-// fewer points than pixels, cells are larger than pixels. Cells from above are square; a section that would be
-// very flat is exaggerated by 2, 5, 10 and so on. Flat ranges are widened. Throws General "the extent of '%s'
-// cannot be drawn" for ranges that are not finite or too small for their values.
-void divide(Projection& projection, std::size_t size, double numPoints, const std::string& name);
+// Divides the ranges into cells so that the longer side of the picture has at most `size` pixels. Where there are fewer
+// points than pixels, cells are larger than pixels. Cells from above are square, or as high as a degree of latitude is
+// long if x and y are angles; a section that would be very flat is exaggerated by 2, 5, 10 and so on. Flat ranges are
+// widened. Throws General "the extent of '%s' cannot be drawn" for ranges that are not finite, or too small for the
+// precision of their values.
+void divide(Projection& projection, std::size_t size, double numPoints, bool isGeographic,
+            const std::string& name);
 
 } // namespace Quillmoran

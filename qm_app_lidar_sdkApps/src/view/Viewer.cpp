@@ -163,6 +163,7 @@ ViewedPoints Viewer::openPoints(FilePointSourceManager& files, Scoped<PointSourc
                                       ->getOverviewFraction();
     source = Utils::handleFilterOptions(m_cmdLine, source);
     points.source = source.get();
+    points.isGeographic = CoordinateSystemName::parse(source->getWKT()).isGeographic;
     return points;
 }
 
@@ -228,6 +229,7 @@ void Viewer::writeGeoTIFF(const Picture& picture, const PointSource& source, Out
     layout.xMin = picture.projection.across.min;
     layout.yMax = picture.projection.up.max;
     layout.cellSize = picture.projection.cellWidth;
+    layout.cellHeight = picture.projection.cellHeight;
     layout.type = GeoTIFFLayout::Colors;
     layout.bands = {"Red", "Green", "Blue", "Alpha"};
     if (const char* const wkt = source.getWKT())

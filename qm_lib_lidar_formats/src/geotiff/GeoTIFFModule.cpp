@@ -88,7 +88,8 @@ public:
                                          type, all.List()));
         if (!m_image)
             return fail();
-        double transform[6] = {layout.xMin, layout.cellSize, 0, layout.yMax, 0, -layout.cellSize};
+        const double cellHeight = layout.cellHeight > 0 ? layout.cellHeight : layout.cellSize;
+        double transform[6] = {layout.xMin, layout.cellSize, 0, layout.yMax, 0, -cellHeight};
         bool succeeds = m_image->SetGeoTransform(transform) == CE_None;
         for (int band = 1; band <= m_image->GetRasterCount(); ++band) {
             GDALRasterBand& made = *m_image->GetRasterBand(band);

@@ -21,6 +21,7 @@ struct GeoTIFFLayout
 
     std::size_t columns = 0, rows = 0;       // up to 2^31 - 1
     double xMin = 0, yMax = 0, cellSize = 1; // the corner of the first cell; rows go from north to south
+    double cellHeight = 0;                   // 0: as cellSize
     SampleType type = Single;                // Single and Double have NaN as no-data value
     std::vector<std::string> bands;          // descriptions
     std::string wkt;                         // empty: none
