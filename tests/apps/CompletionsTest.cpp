@@ -64,7 +64,7 @@ TEST_F(Completions, OfferOptionsAndTheirValues)
 TEST_F(Completions, OfferTheOptionsOfTheManPages)
 {
     const std::regex option("\\\\-([A-Za-z]+)");
-    for (const std::string program : {"vxdiff", "vxindex", "vxinfo", "vxpack", "vxunpack"}) {
+    for (const std::string program : {"vxdiff", "vxindex", "vxinfo", "vxpack", "vxunpack", "vxview"}) {
         std::set<std::string> documented, offered;
         const Strings lines = linesOf(readFile(EXAMPLES "/../docs/man/" + program + ".1"));
         for (std::size_t i = 1; i < lines.size(); ++i)
@@ -80,7 +80,7 @@ TEST_F(Completions, OfferTheOptionsOfTheManPages)
 
 TEST_F(Completions, AreScriptsOfTheirShells)
 {
-    for (const std::string program : {"vxdiff", "vxindex", "vxinfo", "vxpack", "vxunpack"})
+    for (const std::string program : {"vxdiff", "vxindex", "vxinfo", "vxpack", "vxunpack", "vxview"})
         for (const std::string& check :
              {"bash -n " PROGRAMS "/completions/bash/" + program,
               "! command -v zsh || zsh -n " PROGRAMS "/completions/zsh/_" + program,

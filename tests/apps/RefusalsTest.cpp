@@ -25,7 +25,8 @@ protected:
                                             {"old.index", "rtre"},
                                             {"a.xyz", "1 2 3\n"},
                                             {"wrong.txt", "1 2 3 4\n1 2 3 65536\n"},
-                                            {"all.list", "survey.vxl\n"}})
+                                            {"all.list", "survey.vxl\n"},
+                                            {"survey.png", "precious"}})
             directory.file(name, content);
         for (const char* link : {"link.vxl", "link.index", "link.txt"})
             std::filesystem::create_symlink("survey.vxl", directory / link);
@@ -33,7 +34,8 @@ protected:
         for (const auto& [file, link] : {std::pair("survey.vxl", "hard.vxl"),
                                          {"survey.vxl", "hard.index"},
                                          {"tile.las", "hard.las"},
-                                         {"all.list", "list.index"}})
+                                         {"all.list", "list.index"},
+                                         {"tiles/b.vxl", "shot.png"}})
             std::filesystem::create_hard_link(directory / file, directory / link);
     }
 

@@ -14,6 +14,7 @@
 #include "tileindex/TileIndexer.h"
 #include "transcode/Transcoder.h"
 #include "utils/program/Program.h"
+#include "view/Viewer.h"
 
 #include <csignal>
 #include <sys/stat.h>
@@ -36,7 +37,8 @@ int mainOf(int argc, const char* const* argv)
 }
 
 constexpr Main vxunpack = mainOf<Transcoder>, vxpack = mainOf<Packer>, vxindex = mainOf<TileIndexer>,
-               vxinfo = mainOf<Inspector>, vxdiff = mainOf<Differ>;
+               vxinfo = mainOf<Inspector>, vxdiff = mainOf<Differ>,
+               vxview = mainOf<Viewer>;
 
 struct Outcome
 {
@@ -225,6 +227,7 @@ TEST_F(Robustness, EveryCallThatFailsEndsInAnErrorOrIsMadeUpFor)
          15,
          "-o t.index a.vxl c.laz -j 1"},
         {{vxinfo, "a.vxl b.las c.laz d.txt -p xyzi -check -stats -j 1"}},
+        {{vxview, "a.vxl -o out.png -size 64 -j 2"}, "out.png"},
         {{vxdiff, "a.vxl a.vxl -j 1"}},
         {{vxdiff, "b.las b.las -unordered -j 2"}},
         // The JSON library ends the process when memory runs out.
