@@ -3,10 +3,12 @@
 #include "platform/ParallelLoop.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <functional>
 #include <numbers>
+#include <span>
 
 namespace Quillmoran {
 
@@ -55,8 +57,7 @@ std::size_t chooseRadius(const CellMask& points)
     if (numPoints == 0)
         return 0;
     const double reach = std::sqrt(enough * area / numPoints / std::numbers::pi);
-    return static_cast<std::size_t>(
-        std::clamp(std::ceil(reach), 1.0, static_cast<double>(largestRadius)));
+    return static_cast<std::size_t>(std::clamp(std::ceil(reach), 1.0, static_cast<double>(largestRadius)));
 }
 
 struct Offset
@@ -79,73 +80,113 @@ std::vector<Offset> listNeighbours(std::size_t radius)
     return offsets;
 }
 
-// The cells with points, while others are filled.
-class Surroundings
+// Calls visit(column) for the cells of a row of the area that have no point.
+template <class Visit>
+void forGaps(const CellMask& points, const CellMask& area, std::size_t row, Visit visit)
+{
+    const std::span<const std::uint64_t> filled = points.row(row), wanted = area.row(row);
+    for (std::size_t word = 0; word < wanted.size(); ++word)
+        for (std::uint64_t left = wanted[word] & ~filled[word]; left != 0; left &= left - 1)
+            visit(word * wordBits + static_cast<std::size_t>(std::countr_zero(left)));
+}
+
+void fillWithNearest(Cells& cells, const CellMask& points, const CellMask& area, std::size_t radius)
+{
+    const std::vector<Offset> neighbours = listNeighbours(radius);
+    forRows(cells.rows, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t row = begin; row < end; ++row)
+            forGaps(points, area, row, [&](std::size_t column) {
+                for (const Offset& offset : neighbours) {
+                    const std::size_t x = column + static_cast<std::size_t>(offset.column),
+                                      y = row + static_cast<std::size_t>(offset.row);
+                    if (x >= cells.columns || y >= cells.rows || !points.contains(x, y))
+                        continue; // negative numbers have wrapped
+                    const std::size_t from = y * cells.columns + x, to = row * cells.columns + column;
+                    cells.depths[to] = cells.depths[from];
+                    cells.values[to] = cells.values[from];
+                    break;
+                }
+            });
+    });
+}
+
+// Weighted sums around points. Adding a row of weights to the cells around each point takes a fraction of the time that
+// looking for points around each cell takes.
+class WeightedSums
 {
 public:
-    Surroundings(const Cells& cells, const CellMask& points, std::size_t radius)
-        : m_cells(cells), m_points(points), m_neighbours(listNeighbours(radius))
-    {}
+    static constexpr std::size_t width = 16; // of a row of weights; more than twice the largest radius
 
-    // The first `wanted` neighbours of a cell that have points.
-    template <class Visit>
-    void visit(std::size_t column, std::size_t row, std::size_t wanted, Visit visit) const
+    WeightedSums(const Cells& cells, const CellMask& points, std::size_t radius)
+        : m_cells(cells), m_points(points), m_radius(radius), m_stride(cells.columns + width)
     {
-        for (const Offset& offset : m_neighbours) {
-            const std::size_t x = column + static_cast<std::size_t>(offset.column),
-                              y = row + static_cast<std::size_t>(offset.row);
-            if (x >= m_cells.columns || y >= m_cells.rows || !m_points.contains(x, y))
-                continue; // negative numbers have wrapped
-            visit(y * m_cells.columns + x, offset);
-            if (--wanted == 0)
-                return;
+        for (std::size_t row = 0; row <= 2 * radius; ++row) {
+            auto& weights = m_weights.emplace_back();
+            for (std::size_t column = 0; column <= 2 * radius; ++column) {
+                const double x = static_cast<double>(column) - static_cast<double>(radius),
+                             y = static_cast<double>(row) - static_cast<double>(radius);
+                const double distance = std::max(x * x + y * y, 1.0); // squared
+                weights[column] = static_cast<float>(1 / (distance * distance));
+            }
         }
+        for (std::size_t cell = 0; cell < cells.size() && m_origin == 0; ++cell)
+            if (!cells.isEmpty(cell) && std::isfinite(cells.values[cell]))
+                m_origin = cells.values[cell];
+    }
+
+    // The mean around the cells of the rows that are gaps.
+    void fill(Cells& cells, const CellMask& area, std::size_t begin, std::size_t end) const
+    {
+        std::vector<float> sums((end - begin) * m_stride), weights(sums.size());
+        for (std::size_t row = begin - std::min(begin, m_radius); row < std::min(end + m_radius, cells.rows);
+             ++row)
+            forPoints(row, [&](std::size_t column, float value) {
+                for (std::size_t i = 0; i <= 2 * m_radius; ++i) {
+                    const std::size_t to = row + i - m_radius; // below 0 it wraps
+                    if (to < begin || to >= end)
+                        continue;
+                    const std::size_t at = (to - begin) * m_stride + column;
+                    add(m_weights[i].data(), value, sums.data() + at, weights.data() + at);
+                }
+            });
+        for (std::size_t row = begin; row < end; ++row)
+            forGaps(m_points, area, row, [&](std::size_t column) {
+                const std::size_t at = (row - begin) * m_stride + column + m_radius;
+                if (!(weights[at] > 0))
+                    return;
+                cells.values[row * cells.columns + column] =
+                    m_origin + static_cast<double>(sums[at] / weights[at]);
+                cells.depths[row * cells.columns + column] = 0;
+            });
     }
 
 private:
+    // The cells of a row with a point. A column of the sums is that of the first weight.
+    template <class Visit>
+    void forPoints(std::size_t row, Visit visit) const
+    {
+        const std::span<const std::uint64_t> words = m_points.row(row);
+        for (std::size_t word = 0; word < words.size(); ++word)
+            for (std::uint64_t left = words[word]; left != 0; left &= left - 1) {
+                const std::size_t column = word * wordBits + static_cast<std::size_t>(std::countr_zero(left));
+                visit(column, static_cast<float>(m_cells.values[row * m_cells.columns + column] - m_origin));
+            }
+    }
+    static void add(const float* weights, float value, float* sums, float* sumsOfWeights)
+    {
+        for (std::size_t i = 0; i < width; ++i) {
+            sums[i] += weights[i] * value;
+            sumsOfWeights[i] += weights[i];
+        }
+    }
+
     const Cells& m_cells;
     const CellMask& m_points;
-    const std::vector<Offset> m_neighbours;
+    const std::size_t m_radius;
+    const std::size_t m_stride;
+    double m_origin = 0; // of values, so that single precision is enough
+    std::vector<std::array<float, width>> m_weights;
 };
-
-void fillRow(Cells& cells, const CellMask& points, const CellMask& area, const Surroundings& around,
-             std::size_t row, Filling filling)
-{
-    constexpr std::size_t meanOf = 4; // points
-    for (std::size_t column = 0; column < cells.columns; ++column) {
-        if (points.contains(column, row) || !area.contains(column, row))
-            continue;
-        const std::size_t cell = row * cells.columns + column;
-        double sum = 0, weights = 0;
-        const auto add = [&](std::size_t from, const Offset& offset) {
-            if (weights == 0)
-                cells.depths[cell] = cells.depths[from];
-            const double weight = 1.0 / (offset.column * offset.column + offset.row * offset.row);
-            sum += weight * cells.values[from];
-            weights += weight;
-        };
-        const auto copy = [&](std::size_t from, const Offset&) {
-            cells.depths[cell] = cells.depths[from];
-            cells.values[cell] = cells.values[from];
-        };
-        if (filling == Filling::Nearest) {
-            around.visit(column, row, 1, copy);
-            continue;
-        }
-        around.visit(column, row, meanOf, add);
-        if (weights != 0)
-            cells.values[cell] = sum / weights;
-    }
-}
-
-void fillArea(Cells& cells, const CellMask& points, const CellMask& area, std::size_t radius, Filling filling)
-{
-    const Surroundings around(cells, points, radius);
-    forRows(cells.rows, [&](std::size_t begin, std::size_t end) {
-        for (std::size_t row = begin; row < end; ++row)
-            fillRow(cells, points, area, around, row, filling);
-    });
-}
 
 } // namespace
 
@@ -220,14 +261,19 @@ void fillGaps(Cells& cells, Filling filling)
 {
     const CellMask points = CellMask::ofPoints(cells);
     const std::size_t radius = chooseRadius(points);
-    if (radius != 0)
-        fillArea(cells, points, points.closed(radius), radius, filling);
+    if (radius == 0)
+        return;
+    const CellMask area = points.closed(radius);
+    if (filling == Filling::Nearest)
+        return fillWithNearest(cells, points, area, radius);
+    const WeightedSums sums(cells, points, radius);
+    forRows(cells.rows, [&](std::size_t begin, std::size_t end) { sums.fill(cells, area, begin, end); });
 }
 
 void growPoints(Cells& cells, std::size_t radius)
 {
     const CellMask points = CellMask::ofPoints(cells);
-    fillArea(cells, points, points.dilated(radius), radius, Filling::Nearest);
+    fillWithNearest(cells, points, points.dilated(radius), radius);
 }
 
 } // namespace Quillmoran

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace Quillmoran {
@@ -23,6 +24,11 @@ public:
     bool contains(std::size_t column, std::size_t row) const
     {
         return (m_bits[row * m_words + column / 64] >> column % 64 & 1) != 0;
+    }
+    // 64 cells in each number, the first one in its lowest bit.
+    std::span<const std::uint64_t> row(std::size_t row) const
+    {
+        return std::span(m_bits).subspan(row * m_words, m_words);
     }
     std::size_t count() const;
     // All cells in circles of this radius, less than 64, around those of the mask.
@@ -43,7 +49,7 @@ private:
 enum class Filling
 {
     Nearest, // the value of the nearest point, for colours and classes
-    Mean     // the mean of the points around, for quantities
+    Mean     // the mean of the points around, mostly of the nearest, for quantities
 };
 
 // Gives the cells in gaps a value and a depth. The width of a gap follows from the density of the points where

@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <limits>
+#include <optional>
+#include <span>
 
 namespace Quillmoran {
 
@@ -22,18 +25,16 @@ unsigned toNumber(double value)
     return static_cast<unsigned>(std::clamp(value, 0.0, static_cast<double>(maxNumber)));
 }
 
-// At most about 2^16 values of cells that have one, evenly taken.
+// Of all cells, or of about 2^17 if there are more.
 std::vector<double> sampleValues(const Cells& cells)
 {
-    constexpr std::size_t most = 65536;
-    std::size_t numFilled = 0;
-    for (std::size_t i = 0; i < cells.size(); ++i)
-        numFilled += !cells.isEmpty(i);
-    const std::size_t step = numFilled / most + 1;
+    constexpr std::size_t most = 131072;
+    std::size_t step = cells.size() / most + 1;
+    while (step != 1 && cells.columns % step == 0)
+        ++step; // not always the same columns
     std::vector<double> values;
-    std::size_t index = 0;
-    for (std::size_t i = 0; i < cells.size(); ++i)
-        if (!cells.isEmpty(i) && index++ % step == 0)
+    for (std::size_t i = 0; i < cells.size(); i += step)
+        if (!cells.isEmpty(i))
             values.push_back(cells.values[i]);
     return values;
 }
@@ -66,71 +67,116 @@ unsigned countBits(std::uint16_t allColors)
     return 16;
 }
 
-// The elevation of a cell and of its neighbours; the slopes are those of Horn, "Hill shading and the reflectance
-// map", 1981.
-class Slopes
+// How bright each cell is in light from the north-west, at half of a right angle: 0 to 1. Slopes are those of Horn,
+// "Hill shading and the reflectance map", 1981, in single precision.
+class Hillshade
 {
 public:
-    Slopes(const Cells& cells, const Projection& projection)
-        : m_cells(cells), m_width(projection.cellWidth), m_height(projection.cellHeight)
-    {}
-
-    struct Slope
+    Hillshade(const Cells& cells, const Projection& projection, double origin)
+        : m_cells(cells),
+          m_origin(origin),
+          m_perColumn(static_cast<float>(1 / (8 * projection.cellWidth))),
+          m_perRow(static_cast<float>(1 / (8 * projection.cellHeight)))
     {
-        double east, north;
-    };
-    Slope at(std::size_t column, std::size_t row) const
-    {
-        const double center = m_cells.values[row * m_cells.columns + column];
-        double z[3][3];
-        for (std::size_t i = 0; i < 3; ++i)
-            for (std::size_t j = 0; j < 3; ++j) {
-                const std::size_t x = column + j - 1, y = row + i - 1;
-                z[i][j] = x < m_cells.columns && y < m_cells.rows && !m_cells.isEmpty(y * m_cells.columns + x)
-                              ? m_cells.values[y * m_cells.columns + x]
-                              : center;
-            }
-        constexpr double weights = 8;
-        const double right = z[0][2] + 2 * z[1][2] + z[2][2], left = z[0][0] + 2 * z[1][0] + z[2][0];
-        const double above = z[0][0] + 2 * z[0][1] + z[0][2], below = z[2][0] + 2 * z[2][1] + z[2][2];
-        return {(right - left) / (weights * m_width), (above - below) / (weights * m_height)};
+        // Plains and mountains get the same contrast.
+        constexpr double usualSlope = 0.35, least = 1e-9, strongest = 50;
+        const auto factor =
+            static_cast<float>(std::min(strongest, usualSlope / std::max(findMeanSlope(), least)));
+        m_perColumn *= factor;
+        m_perRow *= factor;
     }
-    // Of a sample of the cells.
-    double mean() const
+
+    // A row of the picture.
+    std::vector<float> at(std::size_t row) const
     {
-        constexpr std::size_t step = 7;
-        double sum = 0;
-        std::size_t count = 0;
-        for (std::size_t row = step / 2; row < m_cells.rows; row += step)
-            for (std::size_t column = step / 2; column < m_cells.columns; column += step)
-                if (!m_cells.isEmpty(row * m_cells.columns + column)) {
-                    const Slope slope = at(column, row);
-                    sum += std::hypot(slope.east, slope.north);
-                    ++count;
-                }
-        return count == 0 ? 0 : sum / static_cast<double>(count);
+        std::vector<float> brightness(m_cells.columns);
+        const Rows rows(*this, row);
+        for (std::size_t i = 0; i < m_cells.columns; ++i) {
+            const auto [east, north] = rows.slopeAt(i);
+            const float light = (east - north) * 0.5f + 0.70710678f;
+            const float shade = light / std::sqrt(1 + east * east + north * north);
+            brightness[i] = shade > 0 ? shade : 0;
+        }
+        return brightness;
     }
 
 private:
+    struct Slope
+    {
+        float east, north;
+    };
+
+    // Elevations of a row and of its neighbours, with a cell more on both sides. Those of cells without a point, or
+    // outside, are those of the cell in the middle.
+    class Rows
+    {
+    public:
+        Rows(const Hillshade& shade, std::size_t row) : m_shade(shade)
+        {
+            const std::size_t columns = shade.m_cells.columns, numRows = shade.m_cells.rows;
+            for (std::size_t i = 0; i < 3; ++i) {
+                m_rows[i].resize(columns + 2, std::numeric_limits<float>::quiet_NaN());
+                const std::size_t y = row + i - 1; // below 0 it wraps
+                if (y >= numRows)
+                    continue;
+                const double* const values = shade.m_cells.values.data() + y * columns;
+                const float* const depths = shade.m_cells.depths.data() + y * columns;
+                for (std::size_t x = 0; x < columns; ++x)
+                    m_rows[i][x + 1] = depths[x] == Cells::empty
+                                           ? std::numeric_limits<float>::quiet_NaN()
+                                           : static_cast<float>(values[x] - shade.m_origin);
+            }
+        }
+
+        Slope slopeAt(std::size_t column) const
+        {
+            const float* const above = m_rows[0].data() + column;
+            const float* const level = m_rows[1].data() + column;
+            const float* const below = m_rows[2].data() + column;
+            const float center = level[1];
+            const auto z = [center](float value) { return std::isnan(value) ? center : value; };
+            const float northWest = z(above[0]), northEast = z(above[2]), southWest = z(below[0]),
+                        southEast = z(below[2]);
+            const float east = northEast + 2 * z(level[2]) + southEast,
+                        west = northWest + 2 * z(level[0]) + southWest;
+            const float north = northWest + 2 * z(above[1]) + northEast,
+                        south = southWest + 2 * z(below[1]) + southEast;
+            return {(east - west) * m_shade.m_perColumn, (north - south) * m_shade.m_perRow};
+        }
+
+    private:
+        const Hillshade& m_shade;
+        std::vector<float> m_rows[3];
+    };
+
+    // Of some of the rows.
+    double findMeanSlope() const
+    {
+        constexpr std::size_t step = 17;
+        double sum = 0, count = 0;
+        for (std::size_t row = std::min(step / 2, m_cells.rows / 2); row < m_cells.rows; row += step) {
+            const Rows rows(*this, row);
+            for (std::size_t column = 0; column < m_cells.columns; ++column)
+                if (!m_cells.isEmpty(row * m_cells.columns + column)) {
+                    const auto [east, north] = rows.slopeAt(column);
+                    sum += std::sqrt(static_cast<double>(east * east + north * north));
+                    ++count;
+                }
+        }
+        return count == 0 ? 0 : sum / count;
+    }
+
     const Cells& m_cells;
-    const double m_width, m_height;
+    const double m_origin;       // of elevations
+    float m_perColumn, m_perRow; // from sums of differences to slopes
 };
 
-// 0 to 1 for light from the north-west, at half of a right angle. Slopes are multiplied by `factor`, so that plains
-// and mountains have the same contrast.
-double brightnessOf(const Slopes::Slope& slope, double factor)
+Color shaded(Color color, float brightness)
 {
-    const double east = slope.east * factor, north = slope.north * factor;
-    const double light = (east * 0.5 - north * 0.5 + 0.70710678) / std::sqrt(1 + east * east + north * north);
-    return light > 0 ? light : 0;
-}
-
-Color shaded(Color color, double brightness)
-{
-    constexpr double ambient = 0.35, direct = 0.92; // flat ground keeps its colour
-    const double factor = ambient + direct * brightness;
+    constexpr float ambient = 0.35f, direct = 0.92f; // flat ground keeps its colour
+    const float factor = ambient + direct * brightness;
     const auto scale = [factor](std::uint8_t part) {
-        return static_cast<std::uint8_t>(std::min(part * factor + 0.5, 255.0));
+        return static_cast<std::uint8_t>(std::min(static_cast<float>(part) * factor + 0.5f, 255.0f));
     };
     return {scale(color.red), scale(color.green), scale(color.blue), color.alpha};
 }
@@ -242,9 +288,9 @@ void drawCells(const Cells& cells, const Projection& projection, const Shading& 
         numbered.push_back(shading.kind == Quantity::Class ? colorOfClass(number) : colorOfNumber(number));
     const bool isShaded = projection.view == View::Top &&
                           (shading.kind == Quantity::Elevation || shading.kind == Quantity::Hillshade);
-    const Slopes slopes(cells, projection);
-    constexpr double usualSlope = 0.35, strongest = 50;
-    const double slopeFactor = isShaded ? std::min(strongest, usualSlope / std::max(slopes.mean(), 1e-9)) : 0;
+    std::optional<Hillshade> hillshade;
+    if (isShaded)
+        hillshade.emplace(cells, projection, shading.range.min);
     const double low = shading.range.min, width = shading.range.max - shading.range.min;
     const double perUnit = width > 0 ? 1 / width : 0;
 
@@ -255,10 +301,9 @@ void drawCells(const Cells& cells, const Projection& projection, const Shading& 
         if (shading.kind == Quantity::Class || shading.kind == Quantity::Return)
             return numbered[toNumber(value)];
         constexpr Color paper = {205, 205, 205};
-        const Color color = shading.kind == Quantity::Hillshade ? paper
-                            : perUnit > 0                       ? shading.ramp.at((value - low) * perUnit)
-                                                                : shading.ramp.at(0.5);
-        return isShaded ? shaded(color, brightnessOf(slopes.at(column, row), slopeFactor)) : color;
+        if (shading.kind == Quantity::Hillshade)
+            return paper;
+        return shading.ramp.at(perUnit > 0 ? (value - low) * perUnit : 0.5);
     };
     constexpr std::size_t rowsPerTask = 32;
     parallelLoop((cells.rows + rowsPerTask - 1) / rowsPerTask, [&](std::size_t task) {
@@ -268,10 +313,14 @@ void drawCells(const Cells& cells, const Projection& projection, const Shading& 
                 return image.row(top + row * scale + line).subspan(left, cells.columns * scale);
             };
             const std::span<Color> first = pixelsOf(0);
-            for (std::size_t column = 0; column < cells.columns; ++column)
-                if (!cells.isEmpty(row * cells.columns + column))
-                    std::fill_n(first.begin() + static_cast<std::ptrdiff_t>(column * scale), scale,
-                                colorAt(column, row));
+            const std::vector<float> brightness = hillshade ? hillshade->at(row) : std::vector<float>();
+            for (std::size_t column = 0; column < cells.columns; ++column) {
+                if (cells.isEmpty(row * cells.columns + column))
+                    continue;
+                const Color color = colorAt(column, row);
+                std::fill_n(first.begin() + static_cast<std::ptrdiff_t>(column * scale), scale,
+                            hillshade ? shaded(color, brightness[column]) : color);
+            }
             for (std::size_t line = 1; line < scale; ++line)
                 std::copy(first.begin(), first.end(), pixelsOf(line).begin());
         }
