@@ -37,8 +37,7 @@ int mainOf(int argc, const char* const* argv)
 }
 
 constexpr Main vxunpack = mainOf<Transcoder>, vxpack = mainOf<Packer>, vxindex = mainOf<TileIndexer>,
-               vxinfo = mainOf<Inspector>, vxdiff = mainOf<Differ>,
-               vxview = mainOf<Viewer>;
+               vxinfo = mainOf<Inspector>, vxdiff = mainOf<Differ>, vxview = mainOf<Viewer>;
 
 struct Outcome
 {

@@ -97,6 +97,15 @@ std::string formatTime(double seconds, const char* format)
     return text;
 }
 
+// A box whose corner is a whole pixel of the image.
+void fillRows(Image& image, double left, double top, double width, double height, Color color)
+{
+    for (std::size_t row = 0; row < static_cast<std::size_t>(height); ++row)
+        std::ranges::fill(image.row(static_cast<std::size_t>(top) + row)
+                              .subspan(static_cast<std::size_t>(left), static_cast<std::size_t>(width)),
+                          color);
+}
+
 class LegendDrawing
 {
 public:
@@ -197,9 +206,10 @@ void LegendDrawing::addRamp(const std::string& title, const std::vector<Tick>& t
     m_parts.push_back({length + m_height, [this, ticks, length](Image& image, double x, double y) {
                            const double width = m_height * 1.4;
                            const Bounds::Range& range = m_picture.shading.range;
-                           for (double line = 0; line < length; ++line)
-                               drawLine(image, x + 1, y + line + 0.5, x + width, y + line + 0.5, 1.1,
-                                        m_picture.shading.ramp.at(1 - line / (length - 1)));
+                           for (std::size_t line = 0; line < static_cast<std::size_t>(length); ++line)
+                               fillRows(
+                                   image, x, y + static_cast<double>(line), width, 1,
+                                   m_picture.shading.ramp.at(1 - static_cast<double>(line) / (length - 1)));
                            for (const Tick& tick : ticks) {
                                const double span = range.max - range.min;
                                const double position = span > 0 ? (range.max - tick.value) / span : 0.5;
@@ -216,9 +226,7 @@ void LegendDrawing::addSwatch(Color color, const std::string& label)
     const std::string fitting = fit(label, m_columns - m_height * 1.8);
     m_parts.push_back({m_height * 1.3, [this, color, fitting](Image& image, double x, double y) {
                            const double side = m_height * 0.9;
-                           for (double line = 0; line < side; ++line)
-                               drawLine(image, x + 1, y + line + 0.5, x + side * 1.3, y + line + 0.5, 1.1,
-                                        color);
+                           fillRows(image, x, y, side * 1.3, std::round(side), color);
                            drawText(image, x + m_height * 1.8, y + baseline(), fitting, m_height, m_ink);
                        }});
 }
