@@ -114,7 +114,8 @@ std::vector<std::uint8_t> decodeKitty(const std::string& text, std::size_t& widt
 
 TEST(TerminalPicture, TerminalsDecodeThePixels)
 {
-    // At most 256 colours are kept, but for the rounding of sixel; of thousands, the mean difference is small.
+    // At most 256 colours are kept, but for the rounding of sixel; of thousands, the mean difference is
+    // small.
     for (const auto& [image, allowed] : {std::pair(makePicture(16, 15), 3), {makePicture(217, 95), 10}}) {
         const Image sixel = decodeSixel(encodeForTerminal(image, TerminalGraphics::Sixel, 1));
         ASSERT_EQ(std::pair(sixel.width(), sixel.height()), std::pair(image.width(), image.height()));
