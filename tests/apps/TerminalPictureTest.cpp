@@ -72,8 +72,13 @@ Image decodeSixel(const std::string& text)
         }
         for (; count > 0; --count, ++x)
             for (std::size_t row = 0; row < 6; ++row)
-                if ((sixel - '?') >> row & 1)
+                if ((sixel - '?') >> row & 1) {
+                    if (x >= width || top + row >= height) {
+                        ADD_FAILURE() << "a pixel outside of the image";
+                        return image;
+                    }
                     image.row(top + row)[x] = color;
+                }
     }
     EXPECT_LE(palette.size(), 256u);
     EXPECT_EQ(text.substr(text.size() - 2), "\033\\");
