@@ -131,6 +131,7 @@ bool Transcoder::work()
     unpack(task, verbose, progress);
     if (m_cmdLine.getFlag("timing"))
         printRun(stderr, task.numPoints, task.size);
+    printTraffic();
     // This program does not declare "parse", so in verbose runs this lookup is a configuration error that
     // ends the run with status 1. The output is already complete.
     return !verbose || m_cmdLine.isPresent("parse");

@@ -1,6 +1,7 @@
 #include <vxunpack/FilePointSourceManager.h>
 
 #include "files/QMFileUtils.h"
+#include "files/RemoteName.h"
 #include "platform/Interrupt.h"
 #include "platform/OpenIO.h"
 #include "servers/RemoteFile.h"
@@ -39,14 +40,14 @@ bool isSeparator(char c)
 
 void refuseRemote(const char* name)
 {
-    if (RemoteFile::isRemote(name))
+    if (RemoteName::isRemote(name))
         QM_THROW(ErrorCode::RemoteForbidden,
                  "'%s' is a remote file that another file names; -allowRemote reads such files", name);
 }
 
 bool isRooted(std::string_view name)
 {
-    if (RemoteFile::isRemote(name))
+    if (RemoteName::isRemote(name))
         return true;
     if (!name.empty() && isSeparator(name[0]))
         return true;
@@ -109,8 +110,8 @@ PointSource* SimpleFileOpener::openPointSource(const char* name, PointSourceType
     const Format* const format = Formats::ofType(type);
     if (!format || !format->open)
         Formats::throwUnsupported(name);
-    if (!io && RemoteFile::isRemote(name)) {
-        const OpenIO remote(RemoteFile::make(name).get());
+    if (!io && RemoteName::isRemote(name)) {
+        const OpenIO remote(makeRemoteFile(name).get());
         return format->open({name, &*remote, m_options});
     }
     if (!io)
@@ -155,7 +156,7 @@ struct FilePointSourceManager::Imp
 void FilePointSourceManager::Imp::add(const std::string& name, PointSourceType type, IO* io, int depth)
 {
     named(name, [&] {
-        if (type == POINT_SOURCE_LIST && !io && RemoteFile::isRemote(name))
+        if (type == POINT_SOURCE_LIST && !io && RemoteName::isRemote(name))
             QM_THROW(ErrorCode::General, "cannot read '%s': a list must be a file", name.c_str());
         if (type == POINT_SOURCE_LIST)
             return addList(name.c_str(), io, depth + 1);
@@ -165,7 +166,7 @@ void FilePointSourceManager::Imp::add(const std::string& name, PointSourceType t
             Formats::throwUnsupported(name.c_str());
         if (type == POINT_SOURCE_TEXT && !opener->hasTextOptions())
             Formats::throwNeedsColumns(name.c_str());
-        if (type == POINT_SOURCE_INDEX && (io || RemoteFile::isRemote(name)))
+        if (type == POINT_SOURCE_INDEX && (io || RemoteName::isRemote(name)))
             QM_THROW(ErrorCode::General, "cannot read '%s': an index must be a file", name.c_str());
         files.push_back({name, type, Scoped<IO>::retained(io), {}});
     });
@@ -262,8 +263,8 @@ std::int64_t FilePointSourceManager::getFileSize(std::size_t index) const
     const Imp::File& file = m_imp->get(index);
     if (file.io)
         return file.io->size();
-    if (RemoteFile::isRemote(file.name))
-        return OpenIO(RemoteFile::make(file.name.c_str()).get())->size();
+    if (RemoteName::isRemote(file.name))
+        return OpenIO(makeRemoteFile(file.name.c_str()).get())->size();
     return QMFileUtils::getSize(file.name.c_str());
 }
 

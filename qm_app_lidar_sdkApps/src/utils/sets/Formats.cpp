@@ -1,8 +1,8 @@
 #include "utils/sets/Formats.h"
 
 #include "files/QMFileSpec.h"
+#include "files/RemoteName.h"
 #include "pdal/PDALFormats.h"
-#include "servers/RemoteFile.h"
 #include "utils/sets/Make.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/FileIO.h>
@@ -144,7 +144,7 @@ std::vector<const char*> Formats::getOutputNames()
 bool Format::matches(const char* fileName) const
 {
     if (*pattern == '.')
-        return QMFileSpec(std::string(RemoteFile::withoutQuery(fileName)).c_str()).endsWith(pattern);
+        return QMFileSpec(std::string(RemoteName::withoutQuery(fileName)).c_str()).endsWith(pattern);
     return *pattern == '\0' || strcasecmp(fileName, pattern) == 0;
 }
 

@@ -1,8 +1,8 @@
 #include "utils/sets/Inputs.h"
 
 #include "files/QMFileUtils.h"
+#include "files/RemoteName.h"
 #include "files/Spool.h"
-#include "servers/RemoteFile.h"
 #include "utils/sets/Make.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/MosaicFilter.h>
@@ -85,7 +85,7 @@ void addInput(FilePointSourceManager& files, const char* name, int depth)
 {
     if (QMFileUtils::isDirectory(name))
         return addFiles(files, name, depth);
-    if (RemoteFile::isRemote(name))
+    if (RemoteName::isRemote(name))
         return files.addFile(name);
     // A missing file without a known ending would otherwise be reported as text that needs a format.
     if (!QMFileUtils::exists(name)) {
@@ -116,7 +116,7 @@ void addInput(FilePointSourceManager& files, const Input& input, int depth)
 {
     const char* const name = input.name.c_str();
     const bool isFile = QMFileUtils::exists(name) && !QMFileUtils::isDirectory(name);
-    if (input.io || isFile || RemoteFile::isRemote(name))
+    if (input.io || isFile || RemoteName::isRemote(name))
         files.addFile(name, input.type, input.io.get());
     else
         addInput(files, name, depth);
