@@ -274,7 +274,8 @@ bool Packer::packEach() const
 {
     const auto conversions = Utils::planConversions(
         Utils::getStrings(m_cmdLine, "inputFile"), Utils::getBatchDepth(m_cmdLine),
-        m_cmdLine.getString("outputDirectory"), ".vxl", [](const char*) { return true; });
+        m_cmdLine.getString("outputDirectory"), ".vxl", [](const char*) { return true; },
+        m_cmdLine.getFlag("allowRemote"));
     const auto convert = [this](const Utils::Conversion& conversion, ProgressDelegate& progress) {
         Task task;
         task.inputs = {conversion.input};
