@@ -66,7 +66,7 @@ void ReadPlan::addBand(const SubblockReader& reader, std::size_t band, std::int6
     ranges.planned = &added.positions;
 }
 
-void ReadPlan::start(PointRanges ranges, std::int64_t maxPoints)
+void ReadPlan::start(PointRanges ranges, std::int64_t samplePoints)
 {
     m_ranges = std::move(ranges);
     std::int64_t bytes = 0;
@@ -78,10 +78,11 @@ void ReadPlan::start(PointRanges ranges, std::int64_t maxPoints)
         return static_cast<std::int64_t>(static_cast<double>(size) / m_bytesPerPoint) + 1;
     };
     m_maxStepPoints = pointsOf(stepBytes);
-    m_stepPoints = std::min(pointsOf(firstStepBytes), maxPoints);
+    m_readsAhead = samplePoints == 0;
+    m_stepPoints = m_readsAhead ? pointsOf(firstStepBytes) : samplePoints;
     const bool isWhole = m_ranges.size() == 1 && m_ranges[0].start == 0 && m_ranges[0].length == numSamples;
     m_isComplete = m_ranges.empty();
-    if (isWhole && maxPoints >= numSamples && bytes <= stepBytes) {
+    if (isWhole && m_readsAhead && bytes <= stepBytes) {
         announceWhole();
         m_isComplete = true;
     }
@@ -241,9 +242,13 @@ void ReadPlan::require(std::int64_t numPoints)
     while (!m_isComplete && m_received < numPoints) {
         if (!m_receiving.valid())
             startNext();
+        if (m_isComplete)
+            return;
         m_receiving.get();
         m_received = m_planned;
-        startNext();
+        if (m_readsAhead)
+            startNext();
+        m_readsAhead = true;
     }
 }
 

@@ -42,8 +42,9 @@ public:
     // Adds a band of a channel, before start(). The reader must outlive the plan. Sets `ranges.planned`.
     void addBand(const SubblockReader& reader, std::size_t band, std::int64_t numSamples, BandRanges& ranges,
                  MemoryBudget& budget);
-    // `ranges` are those of the query at its level. Only the first `maxPoints` points are certain to be read.
-    void start(PointRanges ranges, std::int64_t maxPoints);
+    // `ranges` are those of the query at its level. If only `samplePoints` points will probably be read, which is
+    // not 0 then, they are the first step, and the next one waits until it is needed.
+    void start(PointRanges ranges, std::int64_t samplePoints);
     // Returns when all is received that the first `numPoints` points of the ranges need. Throws the errors of
     // the file.
     void require(std::int64_t numPoints);
@@ -92,6 +93,7 @@ private:
     std::int64_t m_planned = 0;  // points of all steps
     std::int64_t m_received = 0; // of those that are complete
     bool m_isComplete = false;   // there are no more steps
+    bool m_readsAhead = true;    // the next step is received before it is needed
     std::future<void> m_receiving; // last, since it uses the other members
 };
 

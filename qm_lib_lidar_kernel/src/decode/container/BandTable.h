@@ -17,11 +17,15 @@ struct BandTable
     {
         std::int64_t data;    // bytes
         std::int64_t headers; // bytes
+
+        bool operator==(const Sizes& other) const = default;
     };
 
     std::size_t numChannels = 0; // records
     std::size_t numBands = 0;    // of each
     std::vector<Sizes> bands;    // by channel and band; not negative
+
+    bool operator==(const BandTable& other) const = default;
 
     // Reads the table of an open file. No value if the file has none, or if it is damaged.
     static std::optional<BandTable> read(const IO& io);

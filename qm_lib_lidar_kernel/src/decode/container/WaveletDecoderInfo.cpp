@@ -4,6 +4,7 @@
 #include "decode/container/BandTable.h"
 #include "decode/container/ChunkReader.h"
 #include "model/ChannelNames.h"
+#include "platform/OpenIO.h"
 #include <vxunpack/Base.h>
 
 #include <algorithm>
@@ -86,6 +87,17 @@ bool WaveletDecoderInfo::placeBands(ChunkReader& reader, std::int64_t& remaining
     remaining -= available - left;
     reader.stream().seek(at, Stream::SEEK_FROM_START);
     return true;
+}
+
+bool WaveletDecoderInfo::hasGoodBandTable() const
+{
+    const OpenIO file(m_file.get());
+    const std::optional<BandTable> table = BandTable::read(*file);
+    BandTable actual{m_channels.size(), m_numLevels, {}};
+    for (const WaveletDecoderChannelInfo& channel : m_channels)
+        for (const WaveletDecoderChannelInfo::Band& band : channel.getBands())
+            actual.bands.push_back({band.second.length(), band.first.length()});
+    return !table || *table == actual;
 }
 
 void WaveletDecoderInfo::finish()

@@ -85,6 +85,9 @@ public:
     StoredDigests& getDigests() noexcept { return m_digests; }
     const StoredDigests& getDigests() const noexcept { return m_digests; }
 
+    // False if the file has a table of the sizes of its bands, and they are not those of its bands.
+    bool hasGoodBandTable() const;
+
     // The layout of the points. The parts of a split channel are one channel.
     PointInfo getPointInfo() const;
 
