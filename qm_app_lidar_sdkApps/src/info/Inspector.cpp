@@ -228,6 +228,7 @@ Scoped<FilePointSourceManager> Inspector::createManager() const
 {
     Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     Utils::setTextOptions(manager->getOpener(), true, m_cmdLine);
+    Utils::handleRemoteOption(m_cmdLine, manager->getOpener());
     manager->getOpener().setOpenFullWaveformFiles(true);
     return manager;
 }
