@@ -8,7 +8,7 @@
 set -euo pipefail
 
 packages=(g++ cmake ninja-build ccache libtbb-dev zlib1g-dev libdeflate-dev libxxhash-dev libgdal-dev libgeotiff-dev
-  libpng-dev nlohmann-json3-dev libgtest-dev)
+  libcurl4-openssl-dev libpng-dev nlohmann-json3-dev libgtest-dev)
 laszip=(liblaszip8 liblaszip-api8 liblaszip-dev)
 case ${1:-} in
   --all)

@@ -15,7 +15,8 @@ import subprocess
 import sys
 import uuid
 
-BINARIES = ("vxunpack", "vxpack", "vxinfo", "vxdiff", "vxindex", "vxview", "libvxunpack.so", "libqm_formats_srs.so")
+BINARIES = ("vxunpack", "vxpack", "vxinfo", "vxdiff", "vxindex", "vxview", "libvxunpack.so", "libqm_formats_http.so",
+            "libqm_formats_srs.so")
 HEADERS_ONLY = ("nlohmann-json3-dev",)
 
 

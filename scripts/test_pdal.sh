@@ -15,7 +15,7 @@ cd "$(dirname "$0")/.."
 
 root=${VX_BULLSEYE_ROOT:-$root_cache/bullseye}
 packages=(g++ cmake ninja-build libtbb-dev zlib1g-dev libdeflate-dev libxxhash-dev libgdal-dev libgeotiff-dev liblaszip-dev
-  libpng-dev nlohmann-json3-dev libgtest-dev libpdal-dev pdal ccache)
+  libcurl4-openssl-dev libpng-dev nlohmann-json3-dev libgtest-dev libpdal-dev pdal ccache)
 # LAS, BPF, coordinate systems, reports and threads use libraries of the system; the other tests do not.
 tests=(formats_test formats_pdal_test apps_test stress_test)
 

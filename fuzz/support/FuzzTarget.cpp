@@ -53,6 +53,7 @@ bool handlesInput(const std::string& target, Input input)
 {
     static const std::map<std::string, Target*> targets = {{"commandline", runCommandLine},
                                                            {"container", runContainer},
+                                                           {"http", runHTTP},
                                                            {"las", runLAS},
                                                            {"list", runList},
                                                            {"metadata", runMetadata},

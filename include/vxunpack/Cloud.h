@@ -295,6 +295,7 @@ struct OpenOptions
     // Compares what is read from .vxl files with their digests, if they have any. Otherwise damage that still
     // decodes gives wrong points.
     bool verifiesDigests = true;
+    bool allowsRemote = false; // reads remote files that a list or an index names
     std::optional<int> gpsWeek = {}; // converts week time to adjusted standard time in joined files
     // Called with a message for differences between joined files, and for data that is not read. Empty:
     // no warnings.
@@ -302,7 +303,8 @@ struct OpenOptions
 };
 
 // Opens .vxl, .las, .laz, .bpf, text, .list (a file per line) and .index files by their endings, or the
-// files of a directory. Several files become one cloud. Points are read only when they are requested.
+// files of a directory. Files of points can be remote: "https://...", "s3://...", or a path of a virtual file
+// system of GDAL ("/vsicurl/..."). Several files become one cloud. Points are read only when they are requested.
 QM_API Cloud open(const std::string& path, const OpenOptions& options = {});
 QM_API Cloud open(const std::vector<std::string>& paths, const OpenOptions& options = {});
 

@@ -49,7 +49,12 @@ enum class ErrorCode : int
     NotRepresentable = 40607, // the output format cannot represent a channel, a value or the number of points
     Waveforms = 40608,        // a LAS file has waveforms, which are not supported
     BPFRead = 40609,          // a BPF file cannot be opened or is malformed
-    OutputCreate = 40610      // an output cannot be created
+    OutputCreate = 40610,     // an output cannot be created
+
+    // Remote files
+    RemoteRead = 40801,      // a server cannot be reached, or refuses or lacks the file
+    RemoteChanged = 40802,   // a file has changed on its server while it was read
+    RemoteForbidden = 40803 // a file names a remote file, and this was not allowed
 };
 
 } // namespace Quillmoran

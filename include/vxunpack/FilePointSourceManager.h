@@ -1,5 +1,6 @@
 // Turns file names into point sources: SimpleFileOpener classifies a name by its ending and opens the
-// matching reader; FilePointSourceManager is an ordered set of input files, opened on first use.
+// matching reader; FilePointSourceManager is an ordered set of input files, opened on first use. A name can be
+// that of a remote file: a URL (http, https, s3, gs, az) or a path of a virtual file system of GDAL.
 #pragma once
 
 #include <vxunpack/IO.h>
@@ -52,6 +53,10 @@ public:
     void setOpenFullWaveformFiles(bool open) noexcept { m_options.opensWaveforms = open; }
     // Whether readers of .vxl files compare what they read with the digests of the file; the default.
     void setVerifiesDigests(bool verifies) noexcept { m_options.verifiesDigests = verifies; }
+    // Whether files that are named by a list or an index may be remote; by default only files that the caller
+    // names are.
+    void setAllowsRemote(bool allows) noexcept { m_options.allowsRemote = allows; }
+    bool allowsRemote() const noexcept { return m_options.allowsRemote; }
     // Opens LAS files with waveforms, and calls `warn` with a message once per file.
     void dropWaveforms(std::function<void(const std::string&)> warn);
 
@@ -60,14 +65,17 @@ public:
         std::optional<TextOptions> text;
         bool opensWaveforms = false;
         bool verifiesDigests = true;
+        bool allowsRemote = false;
         std::function<void(const std::string&)> warn; // of dropped waveforms; may be empty
     };
 
-    // Returns a source with a count of 1. Throws General "TXT file requires a format parse string '-parse':
-    // '%s'" or "unsupported input file format '%s'", and the errors of the reader.
+    // The file of a name that a list or an index has. Returns a source with a count of 1. Throws General "TXT
+    // file requires a format parse string '-parse': '%s'" or "unsupported input file format '%s'", RemoteForbidden
+    // "'%s' is a remote file that another file names; -allowRemote reads such files", and the errors of the
+    // reader.
     PointSource* openPointSource(const char* path) const override;
-    // The same for a file of a type that its name need not imply. `io`, which may be null, is read in place of
-    // the file of that name.
+    // The same for a name that the caller has, and a type that the name need not imply. `io`, which may be null,
+    // is read in place of the file of that name.
     PointSource* openPointSource(const char* name, PointSourceType type, IO* io) const;
 
 private:

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 namespace Quillmoran {
 
@@ -26,6 +27,17 @@ public:
     virtual void truncate(std::int64_t length) = 0;
     // Requests that the file be removed when this object is destroyed.
     virtual void unlink() = 0;
+
+    struct Range
+    {
+        std::int64_t offset; // of the first byte
+        std::int64_t length; // bytes
+    };
+    // Whether each read waits for a server, so that callers should announce reads together.
+    virtual bool isRemote() const noexcept { return false; }
+    // Announces that these ranges, in any order, will be read soon. A remote file is asked for all of them
+    // together, and this returns when it has answered; other files do nothing. Failures throw Error.
+    virtual void willRead(std::span<const Range> /*ranges*/) const {}
 };
 
 // Reads `count` bytes; returns less only at the end of the file.

@@ -118,7 +118,7 @@ void bindCloud(py::module_& module)
         .def_static(
             "open",
             [](const std::vector<std::string>& paths, const std::string& columns, std::size_t skipLines,
-               bool dropWaveforms, bool verify, std::optional<int> gpsWeek) {
+               bool dropWaveforms, bool verify, std::optional<int> gpsWeek, bool allowRemote) {
                 const auto warnings = std::make_shared<Warnings>();
                 OpenOptions options;
                 options.textFormat = columns;
@@ -126,6 +126,7 @@ void bindCloud(py::module_& module)
                 options.dropWaveforms = dropWaveforms;
                 options.verifiesDigests = verify;
                 options.gpsWeek = gpsWeek;
+                options.allowsRemote = allowRemote;
                 options.warning = [warnings](const std::string& message) { warnings->add(message); };
                 return PythonCloud{{}, vx::open(paths, options), warnings};
             },

@@ -124,9 +124,14 @@ class Metadata(Mapping[str, Any]):
         return repr(dict(self))
 
 
+def is_remote(name: str) -> bool:
+    """Whether a name is a URL or a path of a virtual file system of GDAL."""
+    return "://" in name or name.startswith("/vsi")
+
+
 def absolute(path: str) -> str:
-    """The absolute path; URLs are kept."""
-    return path if "://" in path else os.path.abspath(path)
+    """The absolute path; names of remote files are kept."""
+    return path if is_remote(path) else os.path.abspath(path)
 
 
 def check_box(box: Box | None) -> tuple[float, ...]:
@@ -459,6 +464,7 @@ def open(
     drop_waveforms: bool = False,
     verify: bool = True,
     gps_week: int | None = None,
+    allow_remote: bool = False,
 ) -> Cloud:
     """Open a point cloud. Points are read only when they are requested.
 
@@ -466,7 +472,8 @@ def open(
     ----------
     path : str, path or list of them
         .vxl, .las, .laz, .bpf, text, .list (a file per line) and .index files by their endings, or the files
-        of a directory. Several files become one cloud.
+        of a directory. Several files become one cloud. Files of points can be remote: ``"https://..."``,
+        ``"s3://..."`` or a path of a virtual file system of GDAL (``"/vsicurl/..."``).
     columns : str
         Of text files: a letter or a name per column (``"xyzi"``, ``"X,Y,Z,Intensity"``). By default the first
         line names them.
@@ -478,6 +485,8 @@ def open(
         Compare what is read from .vxl files with their digests.
     gps_week : int, optional
         Converts week time to adjusted standard time in joined files.
+    allow_remote : bool
+        Read remote files that a list or an index names. By default only `path` may be remote.
 
     Raises
     ------
@@ -495,7 +504,7 @@ def open(
     if not paths:
         raise ValueError("there is no file to open")
     for name in paths:
-        if "://" not in name and not os.path.exists(name):
+        if not is_remote(name) and not os.path.exists(name):
             raise FileNotFound(f"No such file or directory: '{name}'", 2)
     options = {
         "columns": columns,
@@ -503,5 +512,6 @@ def open(
         "drop_waveforms": bool(drop_waveforms),
         "verify": bool(verify),
         "gps_week": gps_week,
+        "allow_remote": bool(allow_remote),
     }
     return Cloud(paths, options)

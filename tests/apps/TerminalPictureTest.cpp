@@ -72,8 +72,13 @@ Image decodeSixel(const std::string& text)
         }
         for (; count > 0; --count, ++x)
             for (std::size_t row = 0; row < 6; ++row)
-                if ((sixel - '?') >> row & 1)
+                if ((sixel - '?') >> row & 1) {
+                    if (x >= width || top + row >= height) {
+                        ADD_FAILURE() << "a pixel outside of the image";
+                        return image;
+                    }
                     image.row(top + row)[x] = color;
+                }
     }
     EXPECT_LE(palette.size(), 256u);
     EXPECT_EQ(text.substr(text.size() - 2), "\033\\");
@@ -114,7 +119,8 @@ std::vector<std::uint8_t> decodeKitty(const std::string& text, std::size_t& widt
 
 TEST(TerminalPicture, TerminalsDecodeThePixels)
 {
-    // At most 256 colours are kept, but for the rounding of sixel; of thousands, the mean difference is small.
+    // At most 256 colours are kept, but for the rounding of sixel; of thousands, the mean difference is
+    // small.
     for (const auto& [image, allowed] : {std::pair(makePicture(16, 15), 3), {makePicture(217, 95), 10}}) {
         const Image sixel = decodeSixel(encodeForTerminal(image, TerminalGraphics::Sixel, 1));
         ASSERT_EQ(std::pair(sixel.width(), sixel.height()), std::pair(image.width(), image.height()));

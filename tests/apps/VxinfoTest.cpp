@@ -1,8 +1,10 @@
 // Runs of the program, and its JSON as programs read it.
 #include "apps/AppTest.h"
 #include "support/DigestChunk.h"
+#include "support/LASClouds.h"
 #include "support/LASFile.h"
 #include "support/SampleCloud.h"
+#include "support/Terminal.h"
 #include "support/TileFiles.h"
 
 #include <numeric>
@@ -85,6 +87,18 @@ TEST_F(Vxinfo, ComputesStatisticsOfEveryChannel)
             std::accumulate(samples.begin(), samples.end(), 0.0) / static_cast<double>(samples.size());
         EXPECT_NEAR(channel["mean"], mean, std::abs(mean) * 1e-12) << name;
         EXPECT_FALSE(channel.contains("counts")) << name;
+        const json& histogram = channel["histogram"];
+        const Numbers edges = histogram["edges"];
+        ASSERT_GE(edges.size(), 2u) << name;
+        std::vector<std::size_t> counts(edges.size() - 1);
+        for (const auto sample : samples)
+            ++counts.at(static_cast<std::size_t>(
+                std::upper_bound(edges.begin(), edges.end(), static_cast<double>(sample)) - edges.begin() -
+                1));
+        EXPECT_EQ(histogram["counts"], json(counts)) << name;
+        EXPECT_TRUE(counts.front() != 0 && counts.back() != 0) << name;
+        const bool isFine = edges[1] - edges[0] <= 1; // as the samples of all channels but two
+        EXPECT_TRUE(edges.size() <= 65 && (edges.size() > 32 || isFine)) << name << ' ' << edges.size();
     };
     expectPlain("Y", cloud.coordinates[1]);
     expectPlain("Intensity", cloud.intensity);
@@ -95,13 +109,60 @@ TEST_F(Vxinfo, ComputesStatisticsOfEveryChannel)
     std::vector<double> finite = cloud.gpsTime;
     finite.erase(finite.begin() + 2); // the infinity among them
     expectPlain("GPSTime", finite);
-    EXPECT_EQ(find(statistics, "Nothing"), json::parse(R"({"name": "Nothing", "count": 0, "notFinite": 5000,
-                                                           "min": null, "max": null, "mean": null})"));
+    EXPECT_EQ(find(statistics, "Nothing"),
+              json::parse(R"({"name": "Nothing", "count": 0, "notFinite": 5000, "min": null, "max": null,
+                              "mean": null, "exactRange": true, "histogram": {"edges": [], "counts": []}})"));
     EXPECT_EQ(find(statistics, "ClassId")["counts"],
               json({{"2", std::count(cloud.classId.begin(), cloud.classId.end(), 2)},
                     {"5", std::count(cloud.classId.begin(), cloud.classId.end(), 5)}}));
     expectContains(succeed("vxinfo -stats built.vxl"),
-                   {"\n   Nothing                           0       5000\n", "\n     5           2500  \n"});
+                   {"\n   Nothing          0        5000\n", "\n     5           2500  50.00 %\n"});
+}
+
+// Of 0, 2, 7 and, nine times, 5.
+TEST_F(Vxinfo, DrawsHistogramsAsTheOutputAllows)
+{
+    std::string text = "# X Y Z\n0 0 0\n0 0 2\n0 0 7\n";
+    for (int i = 0; i < 9; ++i)
+        text += "0 0 5\n";
+    directory.file("a.txt", text);
+    const std::string command = "vxinfo -stats a.txt";
+    const auto onTerminal = [&](const std::string& locale) {
+        return TerminalProgram("LC_ALL=" + locale + ' ' + command, directory).wait().screen;
+    };
+    expectContains(onTerminal("C.UTF-8"), {"\n   Y        12           0        0        0     0  |\u2588|\n",
+                                           "|\u2581       \u2581           \u2588       \u2581|\n"});
+    for (const std::string& plain : {onTerminal("C"), run(command).output})
+        expectContains(plain, {"  |@|\n", "|.       .           @       .|\n"});
+}
+
+TEST_F(Vxinfo, EstimatesStatisticsFromCoarseLevels)
+{
+    writeFile(directory / "large.las", randomLASFile(1, 2, 205000, 5).build());
+    succeed("vxpack large.las");
+    succeed("vxindex -o t.index large.vxl");
+    const json all = report("large.vxl -stats"), part = report("large.vxl -stats -fast");
+    EXPECT_EQ(json({all["estimated"], all["fraction"]}), json({false, 1.0}));
+    EXPECT_EQ(json({part["estimated"], part["fraction"]}), json({true, 0.5}));
+    for (std::size_t i = 0; i < all["statistics"].size(); ++i) {
+        const json &whole = all["statistics"][i], &sample = part["statistics"][i];
+        EXPECT_EQ(sample["count"], 102500);
+        // Records of floating-point numbers in parts do not state a range.
+        EXPECT_EQ(sample["exactRange"], sample["name"] != "GPSTime");
+        if (sample["name"] == "GPSTime")
+            continue;
+        for (const char* same : {"name", "min", "max"})
+            EXPECT_EQ(sample[same], whole[same]);
+        EXPECT_EQ(sample["histogram"]["edges"], whole["histogram"]["edges"]);
+        const double range = double(whole["max"]) - double(whole["min"]);
+        EXPECT_NEAR(sample["mean"], whole["mean"], 0.01 * range) << sample["name"];
+    }
+    // Tiles are sampled, too, but an index does not have the ranges of channels.
+    const json tiles = report("t.index -stats -fast")["statistics"];
+    EXPECT_EQ(json({tiles[0]["count"], tiles[0]["exactRange"]}), json({102500, false}));
+    expectContains(succeed("vxinfo -stats -fast t.index"),
+                   {"Statistics, estimated from 1 of 2 points (~ marks estimates):\n", " ~"});
+    expectContains(succeed("vxinfo -stats -fast large.las"), {"Statistics (all points are read):\n"});
 }
 
 // Five groups of points in the centre and towards the corners, each with an entry of the index of its own.

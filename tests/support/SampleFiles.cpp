@@ -196,6 +196,28 @@ Bytes makeMetadata()
     return writtenBytes([&](StreamWriter& stream) { metadata.write(stream); });
 }
 
+// The answer to a request for some ranges of a file of 4096 bytes.
+template <bool hasMany>
+Bytes makeHTTPAnswer()
+{
+    std::string text = "HTTP/1.1 206 Partial Content\r\nETag: \"a\"\r\n";
+    const auto addPart = [&](std::size_t first, std::size_t length) {
+        text += "Content-Range: bytes " + std::to_string(first) + '-' + std::to_string(first + length - 1) +
+                "/4096\r\n\r\n" + std::string(length, 'x');
+    };
+    if (hasMany) {
+        text += "Content-Type: multipart/byteranges; boundary=bound\r\n\r\n";
+        for (const std::size_t first : {0, 1000}) {
+            text += "\r\n--bound\r\nContent-Type: text/plain\r\n";
+            addPart(first, 150);
+        }
+        text += "\r\n--bound--\r\n";
+    } else {
+        addPart(0, 150);
+    }
+    return {text.begin(), text.end()};
+}
+
 constexpr SampleFile files[] = {
     {"container", "version0", makeVersion<0>},
     {"container", "version4", makeVersion<4>},
@@ -204,6 +226,8 @@ constexpr SampleFile files[] = {
     {"container", "version11", makeVersion<11>},
     {"container", "version19", makeVersion<19>},
     {"container", "packed", makePacked},
+    {"http", "one", makeHTTPAnswer<false>},
+    {"http", "many", makeHTTPAnswer<true>},
     {"las", "format0", makeLAS<0, 2>},
     {"las", "format5", makeLAS<5, 3>},
     {"las", "format10", makeLAS<10, 4>},

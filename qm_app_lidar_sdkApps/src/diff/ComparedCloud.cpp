@@ -25,6 +25,7 @@ ComparedCloud::ComparedCloud(const std::string& input, const QMCmdLine& options,
     const bool isMosaic = opened.type != POINT_SOURCE_TEXT;
     Utils::setTextOptions(files->getOpener(), isMosaic, options, &cancellation);
     Utils::handleWaveformOption(options, files->getOpener());
+    Utils::handleRemoteOption(options, files->getOpener());
     files->setNamesErrors();
     Utils::addInput(*files, opened, Utils::getDepth(options));
     if (files->getNumSources() == 0)

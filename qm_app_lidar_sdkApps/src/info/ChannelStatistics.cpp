@@ -27,15 +27,30 @@ bool holdsCodes(const ChannelInfo& channel)
 
 } // namespace
 
-ChannelStatistics::ChannelStatistics(const ChannelInfo& channel) : m_name(channel.getName())
+ChannelStatistics::ChannelStatistics(const ChannelInfo& channel, double offset) : m_name(channel.getName())
 {
     if (holdsCodes(channel))
-        m_histogram.resize(numCodes);
-    visitDataType(channel.getDataType(), [this](auto zero) {
-        using Limits = std::numeric_limits<Wide<decltype(zero)>>;
-        m_minimum = Limits::max();
-        m_maximum = Limits::lowest();
+        m_codeCounts.resize(numCodes);
+    visitDataType(channel.getDataType(), [&](auto zero) {
+        using Sum = Wide<decltype(zero)>;
+        m_range = {std::numeric_limits<Sum>::max(), std::numeric_limits<Sum>::lowest()};
+        if constexpr (std::is_floating_point_v<Sum>)
+            m_histogram = Histogram<double>(channel.getQuantization(), offset);
+        else
+            m_histogram = Histogram<Sum>();
     });
+}
+
+void ChannelStatistics::setKnownRange(const Range& range)
+{
+    std::visit(
+        [&](auto& histogram) {
+            using Sum = typename std::decay_t<decltype(histogram)>::PositionType;
+            histogram.cover(std::get<Sum>(range.min), std::get<Sum>(range.max));
+        },
+        m_histogram);
+    m_range = range;
+    m_isRangeKnown = true;
 }
 
 void ChannelStatistics::add(const ChannelData& samples, std::size_t count)
@@ -43,18 +58,19 @@ void ChannelStatistics::add(const ChannelData& samples, std::size_t count)
     visitDataType(samples.getDataType(), [&](auto zero) {
         addSamples(static_cast<const decltype(zero)*>(samples.getData()), count);
     });
-    if (!m_histogram.empty()) {
+    if (!m_codeCounts.empty()) {
         const auto* codes = static_cast<const std::uint8_t*>(samples.getData());
         for (std::size_t i = 0; i < count; ++i)
-            ++m_histogram[codes[i]];
+            ++m_codeCounts[codes[i]];
     }
 }
 
 template <class T>
 void ChannelStatistics::addSamples(const T* samples, std::size_t count)
 {
-    auto low = std::get<Wide<T>>(m_minimum);
-    auto high = std::get<Wide<T>>(m_maximum);
+    using Sum = Wide<T>;
+    T low = std::numeric_limits<T>::max();
+    T high = std::numeric_limits<T>::lowest();
     double sum = 0; // of the block: short sums are more precise
     std::size_t finite = count;
     for (std::size_t i = 0; i < count; ++i) {
@@ -65,15 +81,29 @@ void ChannelStatistics::addSamples(const T* samples, std::size_t count)
                 continue;
             }
         }
-        low = std::min<Wide<T>>(low, sample);
-        high = std::max<Wide<T>>(high, sample);
+        low = std::min(low, sample);
+        high = std::max(high, sample);
         sum += static_cast<double>(sample);
     }
-    m_minimum = low;
-    m_maximum = high;
     m_sum += sum;
     m_count += finite;
     m_numNotFinite += count - finite;
+    if (finite == 0)
+        return;
+    const Sum min = std::min<Sum>(low, std::get<Sum>(m_range.min));
+    const Sum max = std::max<Sum>(high, std::get<Sum>(m_range.max));
+    m_isRangeKnown = m_isRangeKnown && m_range.min == Sample(min) && m_range.max == Sample(max);
+    m_range = {min, max};
+    auto& histogram = std::get<Histogram<Sum>>(m_histogram);
+    histogram.cover(low, high);
+    histogram.add(samples, count);
+}
+
+HistogramBins ChannelStatistics::getBins(std::size_t limit) const
+{
+    if (m_count == 0)
+        return {};
+    return std::visit([limit](const auto& histogram) { return histogram.getBins(limit); }, m_histogram);
 }
 
 } // namespace Quillmoran

@@ -12,10 +12,12 @@ constexpr std::uint64_t maxReported = 20; // blocks
 
 DigestCheck::DigestCheck(const WaveletDecoderInfo& file) : m_file(file)
 {
+    if (!file.hasGoodBandTable())
+        m_problems.emplace_back("the table of the bands: sizes differ");
     const StoredDigests& digests = file.getDigests();
     const std::size_t numChannels = file.getNumPointChannels();
     compare([&] { m_stored = digests.getSamples(file.getNumPoints(), numChannels); });
-    if (!m_stored && m_problems.empty())
+    if (!m_stored && !digests.exist())
         return;
     m_numDigests = 2;
     compare([&] { digests.verifyDescription(); });

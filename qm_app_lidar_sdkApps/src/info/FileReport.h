@@ -51,6 +51,10 @@ struct SourceDescription
 
     // Throws the errors of metadata that cannot be read.
     SourceDescription(const Scoped<PointSource>& opened, const Utils::Input& input);
+
+    // Statistics of all channels, without samples. With `isSampled`, only a part of the points will be added,
+    // and the range is taken from the file if it is there.
+    std::vector<ChannelStatistics> startStatistics(bool isSampled) const;
 };
 
 struct FileReport
@@ -66,6 +70,8 @@ struct FileReport
     std::optional<SourceDescription> description; // none if the file cannot be opened
     std::optional<Check> check;                   // only if -check completed
     std::vector<ChannelStatistics> statistics;    // only if -stats completed
+    bool isFast = false;                          // statistics could be estimates
+    std::uint64_t samplingInterval = 1;           // one point in so many was read for them
     std::vector<std::string> problems;            // empty for a sound file
 };
 

@@ -9,6 +9,7 @@
 #include "utils/program/Utils.h"
 #include "utils/sets/PointScan.h"
 #include <vxunpack/LASPointReader.h>
+#include <vxunpack/MosaicFilter.h>
 #include <vxunpack/VX7PointReader.h>
 
 #include <cstdio>
@@ -19,6 +20,19 @@ namespace Quillmoran {
 namespace {
 
 constexpr char description[] = "Describes LiDAR files and checks them for damage";
+
+// The bytes that are read for one point in `interval`.
+std::int64_t countBytes(const SourceDescription& source, std::uint64_t interval)
+{
+    auto bytes = static_cast<std::int64_t>(source.fileBytes.value_or(0));
+    for (const std::int64_t level : source.compressedSize.levelBytes) {
+        if (interval == 1)
+            break;
+        bytes -= level; // finer than those that are read
+        interval /= 2;
+    }
+    return bytes;
+}
 
 } // namespace
 
@@ -32,7 +46,10 @@ Inspector::Inspector() : Program("vxinfo", description)
     m_cmdLine.addFlag("json", nullptr, "write a JSON array with an object for each file.");
     m_cmdLine.addFlag("check", nullptr,
                       "decode all points and compare them with the description in the file.");
-    m_cmdLine.addFlag("stats", nullptr, "decode all points for the range and the mean of each channel.");
+    m_cmdLine.addFlag("stats", nullptr,
+                      "decode all points for the range, the mean and the histogram of each channel.");
+    m_cmdLine.addFlag("fast", nullptr,
+                      "estimate -stats from about 100000 points, if the format has coarser levels.");
     // One file per occurrence, so that options may follow the names.
     m_cmdLine.addStringArray("i", "inputFile", "file, list of files or directory.", true, -1);
     m_cmdLine.setExtra("i");
@@ -43,6 +60,10 @@ Inspector::Inspector() : Program("vxinfo", description)
 void Inspector::checkOptions() const
 {
     Utils::checkInputs(m_cmdLine);
+    if (m_cmdLine.getFlag("fast") && !m_cmdLine.getFlag("stats"))
+        m_cmdLine.usageError("-fast needs -stats");
+    if (m_cmdLine.getFlag("fast") && m_cmdLine.getFlag("check"))
+        m_cmdLine.usageError("-fast and -check exclude each other");
 }
 
 bool Inspector::work()
@@ -99,7 +120,7 @@ void Inspector::decode(FileReport& report)
 {
     Utils::ProgressLine progress;
     scan(report, progress);
-    m_numBytes += static_cast<std::int64_t>(report.description->fileBytes.value_or(0));
+    m_numBytes += countBytes(*report.description, report.samplingInterval);
 }
 
 void Inspector::scan(FileReport& report, ProgressDelegate& progress)
@@ -112,13 +133,14 @@ void Inspector::scan(FileReport& report, ProgressDelegate& progress)
         if (report.description->compression)
             digests.emplace(*report.description->compression);
     }
-    progress.setTotal(source.getTotalWork(Bounds::Huge(), 1.0) + (check ? check->getWork() : 0));
+    const std::uint64_t interval = getSamplingInterval(*report.description);
+    const double fraction = 1 / static_cast<double>(interval);
+    progress.setTotal(source.getTotalWork(Bounds::Huge(), fraction) + (check ? check->getWork() : 0));
     std::vector<ChannelStatistics> statistics;
     if (m_cmdLine.getFlag("stats"))
-        for (std::size_t i = 0; i < source.getNumChannels(); ++i)
-            statistics.emplace_back(source.getChannel(i));
+        statistics = report.description->startStatistics(interval > 1);
 
-    scanPoints(source, Bounds::Huge(), source.getPointInfo(), &progress,
+    scanSample(source, Bounds::Huge(), fraction, source.getPointInfo(), &progress,
                [&](const PointData& block, std::size_t count) {
                    if (check)
                        check->add(block, count);
@@ -130,6 +152,8 @@ void Inspector::scan(FileReport& report, ProgressDelegate& progress)
                });
 
     report.statistics = std::move(statistics);
+    report.isFast = m_cmdLine.getFlag("fast");
+    report.samplingInterval = interval;
     if (check) {
         check->finish(&progress);
         report.check = {check->getNumPoints(), check->getNumQueries(), 0};
@@ -141,6 +165,21 @@ void Inspector::scan(FileReport& report, ProgressDelegate& progress)
         report.problems.insert(report.problems.begin(), digests->getProblems().begin(),
                                digests->getProblems().end());
     }
+}
+
+// Tiles of other formats than .vxl are read completely, but give a sample as well.
+std::uint64_t Inspector::getSamplingInterval(const SourceDescription& description) const
+{
+    constexpr std::int64_t enough = 100000; // points
+    const PointSource& source = *description.source;
+    const std::int64_t numPoints = source.getNumPoints();
+    const bool hasLevels = description.compression || dynamic_cast<const MosaicFilter*>(&source);
+    std::uint64_t interval = 1;
+    if (!m_cmdLine.getFlag("fast") || !hasLevels || numPoints == PointSource::unknownNumPoints)
+        return interval;
+    for (std::int64_t left = numPoints / 2; left >= enough; left /= 2)
+        interval *= 2;
+    return interval;
 }
 
 void Inspector::write(const FileReport& report)
@@ -189,6 +228,7 @@ Scoped<FilePointSourceManager> Inspector::createManager() const
 {
     Scoped<FilePointSourceManager> manager(FilePointSourceManager::create());
     Utils::setTextOptions(manager->getOpener(), true, m_cmdLine);
+    Utils::handleRemoteOption(m_cmdLine, manager->getOpener());
     manager->getOpener().setOpenFullWaveformFiles(true);
     return manager;
 }

@@ -27,6 +27,8 @@ private:
     FileReport inspect(const Utils::Input& input);
     void decode(FileReport& report);
     void scan(FileReport& report, ProgressDelegate& progress);
+    // One point in so many is read: a power of two.
+    std::uint64_t getSamplingInterval(const SourceDescription& description) const;
     void write(const FileReport& report);
 
     // Does the work; if it fails, adds the error to the problems of the file.

@@ -2,6 +2,7 @@
 
 #include "index/DiskRTree.h"
 
+#include <cmath>
 #include <cstring>
 #include <nlohmann/json.hpp>
 
@@ -162,7 +163,22 @@ void addDescription(JSON& json, const SourceDescription& description)
         json["compression"] = describeCompression(*description.compression, description.compressedSize);
 }
 
-JSON describeStatistics(const ChannelStatistics& channel)
+// Edges of integers are written as integers, as far as numbers hold them exactly.
+JSON describeHistogram(const ChannelStatistics& channel)
+{
+    const HistogramBins bins = channel.getBins();
+    constexpr double exact = 9007199254740992; // 2^53
+    JSON edges = JSON::array();
+    for (const double edge : bins.edges) {
+        if (channel.hasIntegers() && std::abs(edge) <= exact)
+            edges.push_back(static_cast<std::int64_t>(edge));
+        else
+            edges.push_back(edge);
+    }
+    return {{"edges", std::move(edges)}, {"counts", bins.counts}};
+}
+
+JSON describeStatistics(const ChannelStatistics& channel, bool isSampled)
 {
     const auto toNumber = [](auto number) { return JSON(number); };
     const bool hasRange = channel.getCount() != 0;
@@ -171,14 +187,16 @@ JSON describeStatistics(const ChannelStatistics& channel)
                  {"notFinite", channel.getNumNotFinite()},
                  {"min", hasRange ? std::visit(toNumber, channel.getMinimum()) : JSON()},
                  {"max", hasRange ? std::visit(toNumber, channel.getMaximum()) : JSON()},
-                 {"mean", hasRange ? JSON(channel.getMean()) : JSON()}};
-    const std::vector<std::uint64_t>& histogram = channel.getHistogram();
-    if (histogram.empty())
+                 {"mean", hasRange ? JSON(channel.getMean()) : JSON()},
+                 {"exactRange", !isSampled || channel.isRangeKnown()},
+                 {"histogram", describeHistogram(channel)}};
+    const std::vector<std::uint64_t>& codes = channel.getCodeCounts();
+    if (codes.empty())
         return json;
     JSON counts = JSON::object();
-    for (std::size_t code = 0; code < histogram.size(); ++code)
-        if (histogram[code] != 0)
-            counts[std::to_string(code)] = histogram[code];
+    for (std::size_t code = 0; code < codes.size(); ++code)
+        if (codes[code] != 0)
+            counts[std::to_string(code)] = codes[code];
     json["counts"] = std::move(counts);
     return json;
 }
@@ -200,8 +218,13 @@ std::string toJSON(const FileReport& report)
         json["check"] = {{"numPoints", report.check->numPoints},
                          {"numQueries", report.check->numQueries},
                          {"numDigests", report.check->numDigests}};
+    const bool isSampled = report.samplingInterval > 1;
+    if (!report.statistics.empty()) {
+        json["estimated"] = isSampled;
+        json["fraction"] = 1 / static_cast<double>(report.samplingInterval);
+    }
     for (const ChannelStatistics& channel : report.statistics)
-        json["statistics"].push_back(describeStatistics(channel));
+        json["statistics"].push_back(describeStatistics(channel, isSampled));
     // ASCII only, so that no control character reaches a terminal.
     return json.dump(2, ' ', true, JSON::error_handler_t::replace);
 }

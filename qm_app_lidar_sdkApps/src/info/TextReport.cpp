@@ -3,10 +3,19 @@
 #include "index/DiskRTree.h"
 #include "model/ChannelNames.h"
 #include "text/Printable.h"
+#include "utils/program/ClassNames.h"
 #include "utils/program/Summary.h"
 
+#include <algorithm>
+#include <array>
 #include <cinttypes>
+#include <clocale>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <langinfo.h>
+#include <unistd.h>
 
 namespace Quillmoran {
 
@@ -97,17 +106,82 @@ std::string toText(const ChannelStatistics::Sample& sample)
     return natural ? std::to_string(*natural) : std::to_string(std::get<std::int64_t>(sample));
 }
 
-void writeStatistics(const std::vector<ChannelStatistics>& statistics)
+// How bars are drawn: in the characters of the output, from low to high.
+struct BarStyle
 {
-    std::printf("Statistics:\n   %-20s %14s %10s %20s %20s %20s\n", "Name", "Count", "Not Finite", "Minimum",
-                "Maximum", "Mean");
-    for (const ChannelStatistics& channel : statistics) {
-        std::printf("   %-20s %14" PRIu64 " %10" PRIu64, printable(channel.getName()).c_str(),
-                    channel.getCount(), channel.getNumNotFinite());
-        if (channel.getCount() != 0)
-            std::printf(" %20s %20s %20.10g", toText(channel.getMinimum()).c_str(),
-                        toText(channel.getMaximum()).c_str(), channel.getMean());
-        std::putchar('\n');
+    const char* levels[8];
+
+    static const BarStyle& ofStandardOutput();
+};
+
+// Blocks on terminals that show them; files and other programs get plain characters.
+const BarStyle& BarStyle::ofStandardOutput()
+{
+    static constexpr BarStyle plain = {{".", ":", "-", "=", "+", "*", "#", "@"}};
+    static constexpr BarStyle blocks = {
+        {"\u2581", "\u2582", "\u2583", "\u2584", "\u2585", "\u2586", "\u2587", "\u2588"}};
+    if (::isatty(STDOUT_FILENO) != 1)
+        return plain;
+    const locale_t locale = ::newlocale(LC_CTYPE_MASK, "", nullptr);
+    if (!locale)
+        return plain;
+    const bool isUTF8 = std::strcmp(::nl_langinfo_l(CODESET, locale), "UTF-8") == 0;
+    ::freelocale(locale);
+    return isUTF8 ? blocks : plain;
+}
+
+// A character per bin, a space for an empty one, between the ends of the range.
+std::string drawHistogram(const std::vector<std::uint64_t>& counts, const BarStyle& style)
+{
+    const double highest =
+        counts.empty() ? 0 : static_cast<double>(*std::max_element(counts.begin(), counts.end()));
+    constexpr auto numLevels = static_cast<double>(std::size(BarStyle().levels));
+    std::string text = "|";
+    for (const std::uint64_t count : counts)
+        text += count == 0 ? " "
+                           : style.levels[static_cast<std::size_t>(
+                                 std::ceil(static_cast<double>(count) / highest * numLevels) - 1)];
+    return text + '|';
+}
+
+std::string toText(double number)
+{
+    return toText(ChannelStatistics::Sample(number));
+}
+
+void writeStatistics(const FileReport& report)
+{
+    constexpr std::size_t numColumns = 7, widestHistogram = 32;
+    using Row = std::array<std::string, numColumns>;
+    const bool isSampled = report.samplingInterval > 1;
+    const BarStyle& style = BarStyle::ofStandardOutput();
+    std::vector<Row> rows = {{"Name", "Count", "Not Finite", "Minimum", "Maximum", "Mean", "Histogram"}};
+    for (const ChannelStatistics& channel : report.statistics) {
+        Row& row = rows.emplace_back(Row{printable(channel.getName()), std::to_string(channel.getCount()),
+                                         std::to_string(channel.getNumNotFinite())});
+        if (channel.getCount() == 0)
+            continue;
+        const std::string rangeMark = isSampled && !channel.isRangeKnown() ? "~" : "";
+        row[3] = rangeMark + toText(channel.getMinimum());
+        row[4] = rangeMark + toText(channel.getMaximum());
+        row[5] = (isSampled ? "~" : "") + toText(channel.getMean());
+        row[6] = drawHistogram(channel.getBins(widestHistogram).counts, style);
+    }
+    std::array<int, numColumns> widths = {};
+    for (const Row& row : rows)
+        for (std::size_t i = 0; i < numColumns; ++i)
+            widths[i] = std::max(widths[i], static_cast<int>(row[i].size()));
+
+    if (isSampled)
+        std::printf("Statistics, estimated from 1 of %" PRIu64 " points (~ marks estimates):\n",
+                    report.samplingInterval);
+    else
+        std::printf("Statistics%s:\n", report.isFast ? " (all points are read)" : "");
+    for (const Row& row : rows) {
+        std::printf("   %-*s", widths[0], row[0].c_str());
+        for (std::size_t i = 1; i + 1 < numColumns && !row[i].empty(); ++i)
+            std::printf("  %*s", widths[i], row[i].c_str());
+        std::printf("%s%s\n", row.back().empty() ? "" : "  ", row.back().c_str());
     }
 }
 
@@ -121,25 +195,23 @@ void writeCheck(const FileReport& report)
         std::printf("   no digests: structure only\n");
 }
 
-const char* classNameOf(const PointSource& source, std::size_t code)
-{
-    const char* name = code < source.getNumClassIdNames() ? source.getClassIdNames()[code] : nullptr;
-    return name ? name : "";
-}
-
-// The number of points with each code.
-void writeHistograms(const std::vector<ChannelStatistics>& statistics, const PointSource& source)
+// The number of points with each code, and their share.
+void writeCodeCounts(const std::vector<ChannelStatistics>& statistics, const PointSource& source)
 {
     for (const ChannelStatistics& channel : statistics) {
-        const std::vector<std::uint64_t>& histogram = channel.getHistogram();
-        if (histogram.empty())
+        const std::vector<std::uint64_t>& counts = channel.getCodeCounts();
+        if (counts.empty())
             continue;
         const bool areClasses = channel.getName() == ChannelNames::classId;
         std::printf("Points by %s:\n", printable(channel.getName()).c_str());
-        for (std::size_t code = 0; code < histogram.size(); ++code)
-            if (histogram[code] != 0)
-                std::printf("   %3zu %14" PRIu64 "  %s\n", code, histogram[code],
-                            areClasses ? printable(classNameOf(source, code)).c_str() : "");
+        for (std::size_t code = 0; code < counts.size(); ++code) {
+            if (counts[code] == 0)
+                continue;
+            const double share = static_cast<double>(counts[code]) / static_cast<double>(channel.getCount());
+            std::printf("   %3zu %14" PRIu64 " %6.2f %%", code, counts[code], 100 * share);
+            const std::string name = areClasses ? printable(Utils::classNameOf(source, code)) : "";
+            std::printf("%s%s\n", name.empty() ? "" : "  ", name.c_str());
+        }
     }
 }
 
@@ -153,8 +225,8 @@ void writeText(const FileReport& report)
     if (report.check)
         writeCheck(report);
     if (!report.statistics.empty()) {
-        writeStatistics(report.statistics);
-        writeHistograms(report.statistics, *report.description->source);
+        writeStatistics(report);
+        writeCodeCounts(report.statistics, *report.description->source);
     }
 }
 

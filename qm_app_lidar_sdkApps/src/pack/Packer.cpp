@@ -2,6 +2,7 @@
 
 #include "common/coders/TransformUtils.h"
 #include "files/QMFileUtils.h"
+#include "files/RemoteName.h"
 #include "las/header/LASRestore.h"
 #include "model/ChannelNames.h"
 #include "pack/DescriptionOptions.h"
@@ -170,7 +171,11 @@ std::string Packer::chooseOutput(const std::vector<std::string>& inputs) const
             QM_THROW(ErrorCode::General, "the name of the output must end in '.vxl': '%s'", output);
         return output;
     }
-    std::string output = std::filesystem::path(inputs[0]).replace_extension(".vxl");
+    // A remote file is packed to the current directory.
+    std::filesystem::path path = RemoteName::withoutQuery(inputs[0]);
+    if (RemoteName::isRemote(inputs[0]))
+        path = path.filename();
+    std::string output = path.replace_extension(".vxl");
     Utils::refuseSameFile(inputs[0].c_str(), output.c_str());
     if (QMFileUtils::exists(output.c_str()) && !m_cmdLine.getFlag("force"))
         QM_THROW(ErrorCode::General, "the output '%s' exists; -f replaces it", output.c_str());
@@ -183,6 +188,7 @@ void Packer::pack(Task& task, ProgressDelegate& progress, bool verbose) const
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     files->setNamesErrors();
     Utils::handleWaveformOption(m_cmdLine, files->getOpener());
+    Utils::handleRemoteOption(m_cmdLine, files->getOpener());
     addInputs(*files, task, progress);
     const DescriptionOptions description(m_cmdLine);
     Utils::MergeOptions merge = Utils::getMergeOptions(m_cmdLine);
@@ -268,7 +274,8 @@ bool Packer::packEach() const
 {
     const auto conversions = Utils::planConversions(
         Utils::getStrings(m_cmdLine, "inputFile"), Utils::getBatchDepth(m_cmdLine),
-        m_cmdLine.getString("outputDirectory"), ".vxl", [](const char*) { return true; });
+        m_cmdLine.getString("outputDirectory"), ".vxl", [](const char*) { return true; },
+        m_cmdLine.getFlag("allowRemote"));
     const auto convert = [this](const Utils::Conversion& conversion, ProgressDelegate& progress) {
         Task task;
         task.inputs = {conversion.input};

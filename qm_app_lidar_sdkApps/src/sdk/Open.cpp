@@ -25,6 +25,7 @@ Cloud open(const std::vector<std::string>& paths, const OpenOptions& options)
     const auto warn = options.warning ? options.warning : [](const std::string&) {};
     files->getOpener().setTextOptions(text);
     files->getOpener().setVerifiesDigests(options.verifiesDigests);
+    files->getOpener().setAllowsRemote(options.allowsRemote);
     if (options.dropWaveforms)
         files->getOpener().dropWaveforms(warn);
     for (const std::string& path : paths)

@@ -74,6 +74,10 @@ bool TileIndexer::work()
 {
     Utils::setTextOptions(*m_opener, true, m_cmdLine);
     Utils::handleWaveformOption(m_cmdLine, *m_opener);
+    // The files of a new index are named by the user, or by a list that is read with an opener of its own.
+    const bool readsIndex =
+        m_cmdLine.getFlag("list") || m_cmdLine.getFlag("check") || m_cmdLine.getFlag("update");
+    m_opener->setAllowsRemote(!readsIndex || m_cmdLine.getFlag("allowRemote"));
     // Other names would not be opened as an index, and might belong to a tile.
     if (Utils::getPointSourceType(m_cmdLine.getString("index")) != POINT_SOURCE_INDEX)
         QM_THROW(ErrorCode::General, "the name of an index must end in '.index': '%s'",
@@ -143,6 +147,7 @@ std::vector<std::string> TileIndexer::collectInputs() const
 {
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     Utils::setTextOptions(files->getOpener(), false, m_cmdLine);
+    Utils::handleRemoteOption(m_cmdLine, files->getOpener());
     files->setNamesErrors();
     Utils::addNamed(*files, m_cmdLine);
     // The index must not replace an input.

@@ -131,6 +131,7 @@ bool Transcoder::work()
     unpack(task, verbose, progress);
     if (m_cmdLine.getFlag("timing"))
         printRun(stderr, task.numPoints, task.size);
+    printTraffic();
     // This program does not declare "parse", so in verbose runs this lookup is a configuration error that
     // ends the run with status 1. The output is already complete.
     return !verbose || m_cmdLine.isPresent("parse");
@@ -185,10 +186,11 @@ bool Transcoder::unpackEach() const
     const std::string ending = byEnding ? equalsIgnoringCase(format, "las") ? ".las" : ".laz"
                                         : Formats::endingOf(OutputChoice("", format).type());
     const auto conversions =
-        Utils::planConversions({m_cmdLine.getString("inputFile")}, Utils::getBatchDepth(m_cmdLine),
-                               m_cmdLine.getString("outputDirectory"), ending.c_str(), [](const char* name) {
-                                   return Utils::getPointSourceType(name) == POINT_SOURCE_VX7;
-                               });
+        Utils::planConversions(
+            {m_cmdLine.getString("inputFile")}, Utils::getBatchDepth(m_cmdLine),
+            m_cmdLine.getString("outputDirectory"), ending.c_str(),
+            [](const char* name) { return Utils::getPointSourceType(name) == POINT_SOURCE_VX7; },
+            m_cmdLine.getFlag("allowRemote"));
     const auto convert = [&](const Utils::Conversion& conversion, ProgressDelegate& progress) {
         if (Utils::getPointSourceType(conversion.input.c_str()) != POINT_SOURCE_VX7)
             Formats::throwUnsupported(conversion.input.c_str());

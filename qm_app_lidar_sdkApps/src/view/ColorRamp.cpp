@@ -41,32 +41,28 @@ std::vector<Color> interpolate(const Stop (&stops)[numStops], std::size_t numCol
     return colors;
 }
 
-struct ClassStyle
-{
-    const char* name;
-    Color color;
+// Indexed by the code of the class.
+constexpr Color classColors[] = {
+    {120, 120, 120}, // never classified
+    {160, 160, 160}, // unclassified
+    {165, 115, 65},  // ground
+    {165, 215, 100}, // low vegetation
+    {85, 175, 70},   // medium vegetation
+    {20, 115, 45},   // high vegetation
+    {225, 85, 45},   // building
+    {215, 40, 160},  // low noise
+    {245, 200, 60},  // model key-point
+    {55, 130, 215},  // water
+    {110, 75, 125},  // rail
+    {80, 80, 90},    // road surface
+    {225, 205, 175}, // overlap
+    {250, 225, 110}, // wire - guard
+    {250, 175, 40},  // wire - conductor
+    {150, 60, 30},   // transmission tower
+    {205, 140, 20},  // wire - connector
+    {150, 140, 175}, // bridge deck
+    {240, 70, 200},  // high noise
 };
-
-// Indexed by the number of the class.
-constexpr ClassStyle classes[] = {{"Never classified", {120, 120, 120}},
-                                  {"Unclassified", {160, 160, 160}},
-                                  {"Ground", {165, 115, 65}},
-                                  {"Low vegetation", {165, 215, 100}},
-                                  {"Medium vegetation", {85, 175, 70}},
-                                  {"High vegetation", {20, 115, 45}},
-                                  {"Building", {225, 85, 45}},
-                                  {"Low noise", {215, 40, 160}},
-                                  {"Model key-point", {245, 200, 60}},
-                                  {"Water", {55, 130, 215}},
-                                  {"Rail", {110, 75, 125}},
-                                  {"Road surface", {80, 80, 90}},
-                                  {"Overlap", {225, 205, 175}},
-                                  {"Wire - guard", {250, 225, 110}},
-                                  {"Wire - conductor", {250, 175, 40}},
-                                  {"Transmission tower", {150, 60, 30}},
-                                  {"Wire - connector", {205, 140, 20}},
-                                  {"Bridge deck", {150, 140, 175}},
-                                  {"High noise", {240, 70, 200}}};
 
 } // namespace
 
@@ -110,14 +106,9 @@ ColorRamp ColorRamp::gray()
     return ramp;
 }
 
-Color colorOfClass(unsigned number) noexcept
+Color colorOfClass(unsigned code) noexcept
 {
-    return number < std::size(classes) ? classes[number].color : colorOfNumber(number);
-}
-
-const char* nameOfClass(unsigned number) noexcept
-{
-    return number < std::size(classes) ? classes[number].name : nullptr;
+    return code < std::size(classColors) ? classColors[code] : colorOfNumber(code);
 }
 
 Color colorOfNumber(unsigned number) noexcept

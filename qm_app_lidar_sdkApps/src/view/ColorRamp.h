@@ -39,9 +39,7 @@ Color fromLightnessChromaHue(double lightness, double chroma, double hue) noexce
 
 // Ground is brown, vegetation green, buildings red, water blue and so on. Classes without a usual colour get one that
 // differs from those of the numbers next to them.
-Color colorOfClass(unsigned number) noexcept;
-// The usual name of a class; null for others.
-const char* nameOfClass(unsigned number) noexcept;
+Color colorOfClass(unsigned code) noexcept;
 // For small numbers, as those of returns.
 Color colorOfNumber(unsigned number) noexcept;
 

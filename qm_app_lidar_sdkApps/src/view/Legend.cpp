@@ -2,6 +2,7 @@
 
 #include "model/ChannelNames.h"
 #include "text/Printable.h"
+#include "utils/program/ClassNames.h"
 #include "view/StrokeFont.h"
 
 #include <algorithm>
@@ -283,12 +284,8 @@ void LegendDrawing::addColors()
                 break;
             }
             std::string label = std::to_string(number);
-            const char* const usual = nameOfClass(number);
-            if (shading.kind == Quantity::Class && number < m_text.classNames.size() &&
-                !m_text.classNames[number].empty())
+            if (shading.kind == Quantity::Class && number < m_text.classNames.size())
                 label += ' ' + m_text.classNames[number];
-            else if (shading.kind == Quantity::Class && usual)
-                label += std::string(" ") + usual;
             addSwatch(shading.kind == Quantity::Class ? colorOfClass(number) : colorOfNumber(number), label);
         }
         break;
@@ -447,9 +444,9 @@ LegendText LegendText::describe(const PointSource& source, const std::string& ti
     text.system = CoordinateSystemName::parse(source.getWKT());
     if (source.getNumPoints() != PointSource::unknownNumPoints)
         text.numPoints = static_cast<std::uint64_t>(source.getNumPoints());
-    const char* const* const names = source.getClassIdNames();
-    for (std::size_t i = 0; names && i < source.getNumClassIdNames(); ++i)
-        text.classNames.emplace_back(names[i] ? printable(names[i]) : "");
+    constexpr std::size_t numCodes = 256;
+    for (std::size_t code = 0; code < numCodes; ++code)
+        text.classNames.push_back(printable(Utils::classNameOf(source, code)));
     return text;
 }
 

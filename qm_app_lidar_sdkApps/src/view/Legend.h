@@ -16,7 +16,7 @@ struct LegendText
     std::string title;
     CoordinateSystemName system;
     std::optional<std::uint64_t> numPoints; // of the source
-    std::vector<std::string> classNames;    // of the file, by number; empty where it has none
+    std::vector<std::string> classNames;    // by code
 
     // What a source says of itself. Reads no points.
     static LegendText describe(const PointSource& source, const std::string& title);

@@ -14,8 +14,9 @@ namespace Quillmoran {
 
 namespace {
 
-// A glyph is a list of strokes, which are lists of points: a letter for x, from A, and a hexadecimal digit for y, upwards.
-// Small letters are control points of quadratic curves, with a point of the curve in the middle between two of them.
+// A glyph is a list of strokes, which are lists of points: a letter for x, from A, and a hexadecimal digit
+// for y, upwards. Small letters are control points of quadratic curves, with a point of the curve in the
+// middle between two of them.
 constexpr double lineUnits = 16; // the height of a line
 constexpr double baselineY = 4, lowerCaseY = 12, capitalY = 15;
 constexpr double gapUnits = 3;

@@ -32,8 +32,9 @@ bool contains(std::string_view text, std::string_view part)
     return text.find(part) != std::string_view::npos;
 }
 
-// A terminal without echo and lines until the end of the scope. Signals of this thread wait meanwhile: one that stops or
-// ends the process would leave the terminal so, and a terminal stops processes of the background that change it.
+// A terminal without echo and lines until the end of the scope. Signals of this thread wait meanwhile: one
+// that stops or ends the process would leave the terminal so, and a terminal stops processes of the
+// background that change it.
 class RawTerminal
 {
 public:

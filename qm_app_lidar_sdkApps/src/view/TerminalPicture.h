@@ -15,14 +15,14 @@ enum class TerminalGraphics
     Blocks, // two pixels per character, on every terminal with UTF-8
 };
 
-// What the terminal can show, by the environment and, at most half a second long, by its own answer. Blocks if the
-// descriptor is not a terminal of the foreground. What was typed before the answer is lost. Call it before other
-// threads use the terminal.
+// What the terminal can show, by the environment and, at most half a second long, by its own answer. Blocks
+// if the descriptor is not a terminal of the foreground. What was typed before the answer is lost. Call it
+// before other threads use the terminal.
 TerminalGraphics detectTerminalGraphics(int descriptor);
 
-// What to write to the terminal; empty for an image without pixels. Kitty shows the image `columns` wide, Blocks at
-// most so, with the colours that the environment (COLORTERM) promises. Sixel shows it pixel by pixel; there, pixels of
-// an alpha below 128 are transparent and others opaque, as in Blocks.
+// What to write to the terminal; empty for an image without pixels. Kitty shows the image `columns` wide,
+// Blocks at most so, with the colours that the environment (COLORTERM) promises. Sixel shows it pixel by
+// pixel; there, pixels of an alpha below 128 are transparent and others opaque, as in Blocks.
 std::string encodeForTerminal(const Image& image, TerminalGraphics graphics, std::size_t columns);
 
 } // namespace Quillmoran

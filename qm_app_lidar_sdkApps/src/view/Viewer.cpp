@@ -2,6 +2,7 @@
 
 #include "files/OutputFile.h"
 #include "files/QMFileUtils.h"
+#include "files/RemoteName.h"
 #include "geotiff/GeoTIFFWriter.h"
 #include "text/Printable.h"
 #include "utils/program/ConsoleProgress.h"
@@ -118,7 +119,11 @@ Viewer::Output Viewer::chooseOutput() const
         return output;
     }
     if (!m_cmdLine.isPresent("outputFile")) {
-        output.name = std::filesystem::path(inputs[0]).replace_extension(".png");
+        // A picture of a remote file is written to the current directory.
+        std::filesystem::path path = RemoteName::withoutQuery(inputs[0]);
+        if (RemoteName::isRemote(inputs[0]))
+            path = path.filename();
+        output.name = path.replace_extension(".png");
         if (QMFileUtils::exists(output.name.c_str()) && !m_cmdLine.getFlag("force"))
             QM_THROW(ErrorCode::General, "the output '%s' exists; -f replaces it", output.name.c_str());
         return output;
@@ -142,6 +147,7 @@ ViewedPoints Viewer::openPoints(FilePointSourceManager& files, Scoped<PointSourc
 {
     files.setNamesErrors();
     files.getOpener().setOpenFullWaveformFiles(true); // their waveforms are not drawn
+    Utils::handleRemoteOption(m_cmdLine, files.getOpener());
     Utils::setTextOptions(files.getOpener(), false, m_cmdLine, &progress);
     const std::vector<std::string> names = Utils::getStrings(m_cmdLine, "inputFile");
     for (const std::string& name : names)

@@ -1,5 +1,6 @@
 #include "files/QMFileUtils.h"
 
+#include "files/RemoteName.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/FileIO.h>
 
@@ -25,7 +26,7 @@ void throwOn(const std::error_code& error, const QMFileSpec& file)
 
 bool exists(const QMFileSpec& file)
 {
-    return FileIO::fileExists(file.c_str());
+    return RemoteName::isRemote(file.c_str()) || FileIO::fileExists(file.c_str());
 }
 
 bool isDirectory(const QMFileSpec& file)
@@ -47,6 +48,8 @@ std::int64_t getSize(const QMFileSpec& file)
 
 Stats getStats(const QMFileSpec& file)
 {
+    if (RemoteName::isRemote(file.c_str()))
+        return {};
     struct stat64 status;
     if (stat64(file.c_str(), &status) != 0)
         QM_THROW_OS(file.c_str());
@@ -103,6 +106,8 @@ void moveFile(const QMFileSpec& from, const QMFileSpec& to)
 
 QMFileSpec resolve(const QMFileSpec& file)
 {
+    if (RemoteName::isRemote(file.c_str()))
+        return file;
     std::error_code error;
     const fs::path path = fs::absolute(file.c_str(), error);
     throwOn(error, file);

@@ -1,5 +1,6 @@
 // Operations on files by name. Failures of the system are OSError with the path, as in "No such file or
-// directory path = a.vxl".
+// directory path = a.vxl". Remote files (files/RemoteName.h) are taken to exist; they have no size and time here, and
+// their names are resolved.
 #pragma once
 
 #include "files/QMFileSpec.h"

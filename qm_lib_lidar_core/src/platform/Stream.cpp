@@ -116,7 +116,7 @@ std::size_t StreamReader::read(void* buffer, std::size_t count)
         return 0; // also for a null buffer
     auto* out = static_cast<unsigned char*>(buffer);
     const auto buffered = static_cast<std::size_t>(m_limit - m_current);
-    if (buffered > count) {
+    if (buffered >= count) {
         std::memcpy(out, m_current, count);
         m_current += count;
         return count;

@@ -53,6 +53,10 @@ void WaveletDecoder::init(const WaveletDecoderInfo& info, const Bounds& bounds, 
     // The level reduces the points by a power of two; the sampling does the rest.
     PointIterator::init(bounds, std::ldexp(fraction, static_cast<int>(m_level)), layout, delegate);
     m_file.emplace(info.getFile());
+    if ((*m_file)->isRemote() && !isEmpty) {
+        m_plan = std::make_unique<ReadPlan>(info, m_level);
+        ReadPlan::announceDescription(info, getBounds(), verifies);
+    }
     if (verifies && !isEmpty)
         verifyDescription();
     selectChannels(layout);
@@ -69,6 +73,8 @@ void WaveletDecoder::init(const WaveletDecoderInfo& info, const Bounds& bounds, 
         addVerifiers();
     addLanes();
     begin(m_ranges.empty() ? 0 : m_ranges.front().start);
+    if (m_plan)
+        m_plan->start(m_ranges, m_isSample ? static_cast<std::int64_t>(m_blocks.size() * getBlockPoints(layout)) : 0);
 }
 
 void WaveletDecoder::selectChannels(const PointInfo& layout)
@@ -139,15 +145,16 @@ void WaveletDecoder::buildPipeline(Channel& channel)
     channel.reader->init();
 
     const std::uint32_t coarsest = m_info->getNumLevels() - 1;
-    channel.root = SubbandSource::createSubbandReader(*channel.reader, m_info->getBandRanges(record, 0),
-                                                      m_info->getNumSamples(coarsest));
+    const std::int64_t lowSamples = m_info->getNumSamples(coarsest);
+    channel.root =
+        SubbandSource::createSubbandReader(*channel.reader, planBand(channel, 0, lowSamples), lowSamples);
     for (std::uint32_t band = 1; band + m_level <= coarsest; ++band) {
         const std::uint32_t level = coarsest - band; // of the samples that the stage delivers
         const std::int64_t highSamples = m_info->getNumSamples(level) / 2;
         // A level of one sample needs no stage. Damaged files can have thousands of such levels.
         if (highSamples == 0)
             continue;
-        auto high = SubbandSource::createSubbandReader(*channel.reader, m_info->getBandRanges(record, band),
+        auto high = SubbandSource::createSubbandReader(*channel.reader, planBand(channel, band, highSamples),
                                                        highSamples);
         const std::size_t largest = std::max<std::size_t>(m_blocks[0].points.getNumSamples() / 2, 1);
         const std::size_t block =
@@ -155,6 +162,14 @@ void WaveletDecoder::buildPipeline(Channel& channel)
         m_budget.take(levelBytes + 2 * block * DataTypeUtils::getSize(record.getKernelDataType()));
         channel.root = SubbandSource::createPipeStage(block, std::move(channel.root), std::move(high));
     }
+}
+
+BandRanges WaveletDecoder::planBand(const Channel& channel, std::size_t band, std::int64_t numSamples)
+{
+    BandRanges ranges = m_info->getBandRanges(*channel.record, band);
+    if (m_plan)
+        m_plan->addBand(*channel.reader, band, numSamples, ranges, m_budget);
+    return ranges;
 }
 
 void WaveletDecoder::begin(std::int64_t position)
@@ -299,6 +314,9 @@ bool WaveletDecoder::startNext()
     block.isSeparate = std::exchange(m_isNewRange, false);
     range.start += static_cast<std::int64_t>(block.fill);
     range.length -= static_cast<std::int64_t>(block.fill);
+    m_numStarted += static_cast<std::int64_t>(block.fill);
+    if (m_plan)
+        m_plan->require(m_numStarted);
     m_decoding->start();
     return true;
 }

@@ -8,6 +8,7 @@
 #include "common/bands/KernelConversion.h"
 #include "common/container/Digest.h"
 #include "decode/MemoryBudget.h"
+#include "decode/ReadPlan.h"
 #include "decode/bands/SubbandSource.h"
 #include "decode/coders/SubblockReader.h"
 #include "decode/container/WaveletDecoderInfo.h"
@@ -39,8 +40,13 @@ public:
     // Leaves the values of the channel unspecified instead of decoding them. Call it before init().
     void skipChannel(const char* name) { m_skipped.emplace_back(name); }
 
-    // Begins with this point instead of the first one of a query for all points. Call it before init().
-    void skipTo(std::int64_t point) { m_first = point; }
+    // Begins with this point instead of the first one of a query for all points, of which only a few will be
+    // taken. Call it before init().
+    void skipTo(std::int64_t point)
+    {
+        m_first = point;
+        m_isSample = true;
+    }
 
     // SubbandRead or Inflate for a damaged band, DigestDiffers "channel %s, points %d to %d: digest differs"
     // for samples that differ from their digest, after which there are no more points; Cancelled "operation
@@ -96,6 +102,8 @@ private:
     std::size_t getBlockPoints(const PointInfo& layout) const;
     void begin(std::int64_t position);
     void buildPipeline(Channel& channel);
+    // The byte ranges of a band, which the plan knows from here on.
+    BandRanges planBand(const Channel& channel, std::size_t band, std::int64_t numSamples);
 
     // Compares all that a query needs but the samples, and finds the digests of these.
     void verifyDescription();
@@ -120,12 +128,16 @@ private:
     MemoryBudget m_budget;
     std::uint32_t m_level = 0;
     std::int64_t m_first = 0;           // point
+    bool m_isSample = false;
     std::vector<std::string> m_skipped; // channels that are not decoded
     std::deque<Channel> m_channels; // the parts of a split channel are consecutive: fraction, exponent, sign
     const StoredDigests::Samples* m_digests = nullptr; // of m_info; null unless samples are compared
     std::vector<WaveletDecoderInfo::PointRange> m_ranges;
     std::size_t m_range = 0;  // the current range; its start moves as it is decoded
     bool m_isNewRange = true; // of the current range, no block is started
+
+    std::unique_ptr<ReadPlan> m_plan; // of a remote file; uses the readers of the channels
+    std::int64_t m_numStarted = 0;    // points
 
     std::vector<Lane> m_lanes;
     std::vector<Block> m_blocks;

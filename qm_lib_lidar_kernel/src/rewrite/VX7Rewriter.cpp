@@ -108,6 +108,7 @@ void VX7Rewriter::Copy::writeGroup(const std::optional<Digests>& digests)
     if (digests)
         writeDigests(digests->blockBits, m_info.getNumPoints(), m_rewriter.m_pointChannels.size(),
                      digests->samples);
+    writeBandTable(records.size(), m_info.getNumLevels());
 }
 
 // A tree holds positions, which change if the header becomes shorter.
@@ -135,6 +136,7 @@ void VX7Rewriter::Copy::writeBand(std::size_t channel, std::size_t level, const 
     m_out.put_be(static_cast<std::uint16_t>(channel));
     m_out.put_be(static_cast<std::uint16_t>(level));
     if (hasLengths) {
+        addBand(band.second.length(), band.first.length());
         m_out.put_be(band.second.length());
         m_out.put_be(band.first.length());
     }

@@ -1,6 +1,7 @@
 #include "utils/program/Batch.h"
 
 #include "files/QMFileUtils.h"
+#include "files/RemoteName.h"
 #include "text/Printable.h"
 #include "utils/program/Program.h"
 #include "utils/sets/Inputs.h"
@@ -23,10 +24,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<std::string> expand(const std::string& argument, int depth)
+std::vector<std::string> expand(const std::string& argument, int depth, bool allowsRemote)
 {
     const Scoped<FilePointSourceManager> files(FilePointSourceManager::create());
     files->getOpener().setTextOptions({}); // accepts the names of text files
+    files->getOpener().setAllowsRemote(allowsRemote);
     addInput(*files, argument.c_str(), depth);
     std::vector<std::string> names;
     for (std::size_t i = 0; i < files->getNumSources(); ++i)
@@ -188,7 +190,8 @@ private:
 
 std::vector<Conversion> planConversions(const std::vector<std::string>& arguments, int depth,
                                         const std::string& outputDirectory, const char* ending,
-                                        const std::function<bool(const char* name)>& accepts)
+                                        const std::function<bool(const char* name)>& accepts,
+                                        bool allowsRemote)
 {
     std::vector<Conversion> conversions;
     std::map<std::string, std::string> inputOf; // by the output
@@ -196,11 +199,11 @@ std::vector<Conversion> planConversions(const std::vector<std::string>& argument
     for (const std::string& argument : arguments) {
         const bool isDirectory = QMFileUtils::isDirectory(argument.c_str());
         const bool isOutside = isDirectory && !isBelow(canonical(argument), canonicalOutput);
-        for (const std::string& input : expand(argument, depth)) {
+        for (const std::string& input : expand(argument, depth, allowsRemote)) {
             if (isDirectory && !accepts(input.c_str()))
                 continue;
-            fs::path relative =
-                isDirectory ? fs::path(input).lexically_relative(argument) : fs::path(input).filename();
+            fs::path relative = isDirectory ? fs::path(input).lexically_relative(argument)
+                                            : fs::path(RemoteName::withoutQuery(input)).filename();
             const std::string output = fs::path(outputDirectory) / relative.replace_extension(ending);
             if (QMFileUtils::isSameFile(input.c_str(), output.c_str()) ||
                 (isOutside && isBelow(canonical(input), canonicalOutput)))

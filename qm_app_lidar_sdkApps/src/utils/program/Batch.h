@@ -19,12 +19,13 @@ struct Conversion
 
 // Plans a conversion for each file that the arguments name: files, lists, and directories with the files of
 // `depth` levels of directories below them. An output has the name of its input, relative to the directory
-// that was given, with another ending. Inputs for which `accepts` is false are skipped if a directory has
+// that was given, with another ending. With `allowsRemote` a list may name remote files. Inputs for which `accepts` is false are skipped if a directory has
 // them. Inputs that are their own outputs and files in the output directory are skipped. Throws General if two
 // inputs have the same output, and what opening lists and directories throws.
 std::vector<Conversion> planConversions(const std::vector<std::string>& arguments, int depth,
                                         const std::string& outputDirectory, const char* ending,
-                                        const std::function<bool(const char* name)>& accepts);
+                                        const std::function<bool(const char* name)>& accepts,
+                                        bool allowsRemote = false);
 
 struct Converted
 {

@@ -1,5 +1,6 @@
 #include "utils/program/Program.h"
 
+#include "remote/Traffic.h"
 #include "text/Printable.h"
 #include "utils/program/ConsoleProgress.h"
 #include "utils/program/Utils.h"
@@ -33,8 +34,10 @@ Program::Program(const char* name, const char* description, Syntax syntax, int s
     Utils::setVersion(m_cmdLine);
     Utils::addCommonOptions(m_cmdLine);
     m_cmdLine.addFlag("q", "quiet", "print nothing but errors");
+    m_cmdLine.addFlag("allowRemote", nullptr, "read remote files that a list or an index names");
     if (syntax == Syntax::Basic) {
-        m_cmdLine.setUndocumented("quiet"); // the usage text is fixed
+        for (const char* option : {"quiet", "allowRemote"}) // the usage text is fixed
+            m_cmdLine.setUndocumented(option);
         return;
     }
     m_cmdLine.setStrictNumbers();
@@ -70,10 +73,22 @@ void Program::printRun(std::FILE* stream, std::int64_t numPoints, std::int64_t n
                  static_cast<long long>(numBytes), describeSpeed(numPoints).c_str());
 }
 
+void Program::printTraffic()
+{
+    const Traffic traffic = Traffic::total();
+    if (m_hasPrintedTraffic || traffic.requests == 0 || !m_cmdLine.getFlag("verbose"))
+        return;
+    m_hasPrintedTraffic = true;
+    Utils::endProgressLine();
+    std::fprintf(stderr, "remote: %lld requests, %lld bytes\n", static_cast<long long>(traffic.requests),
+                 static_cast<long long>(traffic.bytes));
+}
+
 bool Program::run()
 {
     bool succeeded = false;
     ThreadLimit(m_cmdLine.getUint("numThreads")).execute([&] { succeeded = work(); });
+    printTraffic();
     return succeeded;
 }
 

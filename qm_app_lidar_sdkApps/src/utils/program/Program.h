@@ -48,6 +48,8 @@ protected:
     unsigned getNumThreads() const;
     // The end of the line that ends a run: "SECONDS s, RATE points/s".
     std::string describeSpeed(std::int64_t numPoints) const;
+    // Prints how much remote files were read, once, if there was one and the run is verbose.
+    void printTraffic();
     // Prints this line, for runs that read: "POINTS points, BYTES bytes, SECONDS s, RATE points/s".
     void printRun(std::FILE* stream, std::int64_t numPoints, std::int64_t numBytes) const;
 
@@ -55,6 +57,7 @@ protected:
 
 private:
     const Syntax m_syntax;
+    bool m_hasPrintedTraffic = false;
     const std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
 };
 

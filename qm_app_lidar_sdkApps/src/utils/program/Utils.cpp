@@ -128,6 +128,11 @@ void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmd
     opener.setTextOptions(options);
 }
 
+void handleRemoteOption(const QMCmdLine& cmdLine, SimpleFileOpener& opener)
+{
+    opener.setAllowsRemote(cmdLine.getFlag("allowRemote"));
+}
+
 void addWaveformOption(QMCmdLine& cmdLine)
 {
     cmdLine.addFlag("dropWaveforms", nullptr,

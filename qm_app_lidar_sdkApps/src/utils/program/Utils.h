@@ -36,6 +36,9 @@ void addTXTPointReaderOptions(QMCmdLine& cmdLine);
 void setTextOptions(SimpleFileOpener& opener, bool scanNow, const QMCmdLine& cmdLine,
                     ProgressDelegate* cancellation = nullptr);
 
+// "allowRemote", an option of every program: opens remote files that lists and indexes name.
+void handleRemoteOption(const QMCmdLine& cmdLine, SimpleFileOpener& opener);
+
 // "dropWaveforms": opens LAS files with waveforms, with a warning for each.
 void addWaveformOption(QMCmdLine& cmdLine);
 void handleWaveformOption(const QMCmdLine& cmdLine, SimpleFileOpener& opener);

@@ -1,7 +1,10 @@
 #include <vxunpack/FilePointSourceManager.h>
 
 #include "files/QMFileUtils.h"
+#include "files/RemoteName.h"
 #include "platform/Interrupt.h"
+#include "platform/OpenIO.h"
+#include "servers/RemoteFile.h"
 #include "text/LineReader.h"
 #include "utils/sets/Formats.h"
 #include "utils/sets/Make.h"
@@ -35,8 +38,17 @@ bool isSeparator(char c)
     return c == '/' || c == '\\';
 }
 
+void refuseRemote(const char* name)
+{
+    if (RemoteName::isRemote(name))
+        QM_THROW(ErrorCode::RemoteForbidden,
+                 "'%s' is a remote file that another file names; -allowRemote reads such files", name);
+}
+
 bool isRooted(std::string_view name)
 {
+    if (RemoteName::isRemote(name))
+        return true;
     if (!name.empty() && isSeparator(name[0]))
         return true;
     return name.size() >= 3 && std::isalpha(static_cast<unsigned char>(name[0])) && name[1] == ':' &&
@@ -88,16 +100,22 @@ void SimpleFileOpener::dropWaveforms(std::function<void(const std::string&)> war
 
 PointSource* SimpleFileOpener::openPointSource(const char* path) const
 {
+    if (!m_options.allowsRemote)
+        refuseRemote(path);
     return openPointSource(path, getPointSourceType(path), nullptr);
 }
 
 PointSource* SimpleFileOpener::openPointSource(const char* name, PointSourceType type, IO* io) const
 {
     const Format* const format = Formats::ofType(type);
-    if (!io)
-        QMFileUtils::requireRegularFile(name);
     if (!format || !format->open)
         Formats::throwUnsupported(name);
+    if (!io && RemoteName::isRemote(name)) {
+        const OpenIO remote(makeRemoteFile(name).get());
+        return format->open({name, &*remote, m_options});
+    }
+    if (!io)
+        QMFileUtils::requireRegularFile(name);
     return format->open({name, io, m_options});
 }
 
@@ -138,13 +156,17 @@ struct FilePointSourceManager::Imp
 void FilePointSourceManager::Imp::add(const std::string& name, PointSourceType type, IO* io, int depth)
 {
     named(name, [&] {
+        if (type == POINT_SOURCE_LIST && !io && RemoteName::isRemote(name))
+            QM_THROW(ErrorCode::General, "cannot read '%s': a list must be a file", name.c_str());
         if (type == POINT_SOURCE_LIST)
             return addList(name.c_str(), io, depth + 1);
+        if (depth != 0 && !opener->allowsRemote())
+            refuseRemote(name.c_str());
         if (type == POINT_SOURCE_NULL)
             Formats::throwUnsupported(name.c_str());
         if (type == POINT_SOURCE_TEXT && !opener->hasTextOptions())
             Formats::throwNeedsColumns(name.c_str());
-        if (type == POINT_SOURCE_INDEX && io)
+        if (type == POINT_SOURCE_INDEX && (io || RemoteName::isRemote(name)))
             QM_THROW(ErrorCode::General, "cannot read '%s': an index must be a file", name.c_str());
         files.push_back({name, type, Scoped<IO>::retained(io), {}});
     });
@@ -239,7 +261,11 @@ PointSourceType FilePointSourceManager::getFileType(std::size_t index) const
 std::int64_t FilePointSourceManager::getFileSize(std::size_t index) const
 {
     const Imp::File& file = m_imp->get(index);
-    return file.io ? file.io->size() : QMFileUtils::getSize(file.name.c_str());
+    if (file.io)
+        return file.io->size();
+    if (RemoteName::isRemote(file.name))
+        return OpenIO(makeRemoteFile(file.name.c_str()).get())->size();
+    return QMFileUtils::getSize(file.name.c_str());
 }
 
 std::string FilePointSourceManager::getSourceName(std::size_t index) const

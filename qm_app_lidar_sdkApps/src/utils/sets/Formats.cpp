@@ -1,6 +1,7 @@
 #include "utils/sets/Formats.h"
 
 #include "files/QMFileSpec.h"
+#include "files/RemoteName.h"
 #include "pdal/PDALFormats.h"
 #include "utils/sets/Make.h"
 #include <vxunpack/Base.h>
@@ -143,7 +144,7 @@ std::vector<const char*> Formats::getOutputNames()
 bool Format::matches(const char* fileName) const
 {
     if (*pattern == '.')
-        return QMFileSpec(fileName).endsWith(pattern);
+        return QMFileSpec(std::string(RemoteName::withoutQuery(fileName)).c_str()).endsWith(pattern);
     return *pattern == '\0' || strcasecmp(fileName, pattern) == 0;
 }
 

@@ -1,6 +1,7 @@
 #include "utils/sets/Inputs.h"
 
 #include "files/QMFileUtils.h"
+#include "files/RemoteName.h"
 #include "files/Spool.h"
 #include "utils/sets/Make.h"
 #include <vxunpack/Base.h>
@@ -84,6 +85,8 @@ void addInput(FilePointSourceManager& files, const char* name, int depth)
 {
     if (QMFileUtils::isDirectory(name))
         return addFiles(files, name, depth);
+    if (RemoteName::isRemote(name))
+        return files.addFile(name);
     // A missing file without a known ending would otherwise be reported as text that needs a format.
     if (!QMFileUtils::exists(name)) {
         errno = ENOENT;
@@ -112,7 +115,8 @@ Input openInput(const char* name, const char* format)
 void addInput(FilePointSourceManager& files, const Input& input, int depth)
 {
     const char* const name = input.name.c_str();
-    if (input.io || (QMFileUtils::exists(name) && !QMFileUtils::isDirectory(name)))
+    const bool isFile = QMFileUtils::exists(name) && !QMFileUtils::isDirectory(name);
+    if (input.io || isFile || RemoteName::isRemote(name))
         files.addFile(name, input.type, input.io.get());
     else
         addInput(files, name, depth);

@@ -1,6 +1,7 @@
 #include <vxunpack/PersistentPointSourceManager.h>
 
 #include "files/QMFileUtils.h"
+#include "files/RemoteName.h"
 #include "filters/MergeRules.h"
 #include "index/DiskRTree.h"
 #include "index/MemoryRTree.h"
@@ -41,7 +42,10 @@ Scoped<PointSource> openMosaic(PersistentPointSourceManager& tiles, const std::o
 
 struct PersistentPointSourceManager::Imp
 {
-    QMFileSpec absolute(const std::string& path) const { return {directory, path.c_str()}; }
+    QMFileSpec absolute(const std::string& path) const
+    {
+        return RemoteName::isRemote(path) ? QMFileSpec(path.c_str()) : QMFileSpec(directory, path.c_str());
+    }
 
     TileSet set;                            // with the paths as they are opened
     std::unique_ptr<const TileTable> table; // the tiles of a file; null if they are in the set

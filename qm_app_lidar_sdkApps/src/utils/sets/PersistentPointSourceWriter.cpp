@@ -2,6 +2,7 @@
 
 #include "files/OutputFile.h"
 #include "files/QMFileUtils.h"
+#include "files/RemoteName.h"
 #include "filters/PointCloudUnion.h"
 #include "index/BoxGrid.h"
 #include "index/MemoryRTree.h"
@@ -83,6 +84,8 @@ TileInfo PersistentPointSourceWriter::Imp::describe(const char* file, PointCloud
 // changed after it was described and still have the same time.
 bool PersistentPointSourceWriter::Imp::isUnchanged(const TileInfo& tile) const
 {
+    if (RemoteName::isRemote(tile.path))
+        return false; // it has no time
     const std::int64_t time = QMFileUtils::getStats(tile.path.c_str()).modificationTime;
     return time == tile.timestamp && indexTime && time < *indexTime;
 }

@@ -21,7 +21,9 @@ enum ChunkId : std::uint32_t
     CHUNK_WKT = 6,
     CHUNK_CLASS_NAMES = 7,
     CHUNK_EXTENDED_HEADER = 8,
-    CHUNK_DIGESTS = 0x44494753 // "DIGS"; files of others can have chunks with the next small numbers
+    // Files of others can have chunks with the next small numbers.
+    CHUNK_DIGESTS = 0x44494753,   // "DIGS"
+    CHUNK_BAND_TABLE = 0x424E4453 // "BNDS"
 };
 
 // The versions of the index chunk.

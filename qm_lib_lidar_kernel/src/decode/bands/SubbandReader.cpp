@@ -165,7 +165,9 @@ private:
 
     void walkTo(std::uint64_t subblock)
     {
-        const auto& checkpoint = m_checkpoints.before(subblock);
+        SubblockCheckpoints::Checkpoint checkpoint = m_checkpoints.before(subblock);
+        if (m_ranges.planned)
+            m_ranges.planned->improve(subblock, checkpoint);
         // A checkpoint helps to go back, and to skip headers that were read before.
         if (subblock < m_next || checkpoint.subblock > m_next) {
             m_headers.seek(checkpoint.headers, Stream::SEEK_FROM_START);

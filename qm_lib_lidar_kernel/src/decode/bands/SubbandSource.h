@@ -25,6 +25,7 @@
 
 namespace Quillmoran {
 
+class PlannedPositions;
 class SubblockReader;
 struct CodedSubblock;
 
@@ -34,6 +35,8 @@ struct BandRanges
     IO::Location headers;
     IO::Location data;
     bool interleaved = false; // both ranges are the same, and each payload follows its header
+    // Where reading can resume, besides the positions that the reader has passed; or null. Outlives the reader.
+    const PlannedPositions* planned = nullptr;
 };
 
 class SubbandSource

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <mutex>
 
 namespace Quillmoran {
 
@@ -40,6 +41,24 @@ const SubblockCheckpoints::Checkpoint& SubblockCheckpoints::before(std::uint64_t
         if (checkpoint.subblock <= subblock && checkpoint.subblock > best->subblock)
             best = &checkpoint;
     return *best;
+}
+
+void PlannedPositions::add(const Checkpoint& checkpoint)
+{
+    const std::lock_guard<Mutex> lock(m_mutex);
+    if (m_checkpoints.size() == capacity)
+        m_checkpoints.erase(m_checkpoints.begin(), m_checkpoints.begin() + capacity / 2);
+    m_checkpoints.push_back(checkpoint);
+}
+
+void PlannedPositions::improve(std::uint64_t subblock, Checkpoint& checkpoint) const
+{
+    const std::lock_guard<Mutex> lock(m_mutex);
+    const auto after =
+        std::upper_bound(m_checkpoints.begin(), m_checkpoints.end(), subblock,
+                         [](std::uint64_t wanted, const Checkpoint& added) { return wanted < added.subblock; });
+    if (after != m_checkpoints.begin() && std::prev(after)->subblock > checkpoint.subblock)
+        checkpoint = *std::prev(after);
 }
 
 } // namespace Quillmoran

@@ -2,6 +2,8 @@
 // start of the band.
 #pragma once
 
+#include "platform/Mutex.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -40,6 +42,24 @@ private:
     std::vector<Checkpoint> m_spread;
     std::vector<Checkpoint> m_latest; // a ring
     std::size_t m_oldest = 0;
+};
+
+// Positions in a band that a plan of its reads has passed, the most recent ones. May be used from any thread.
+class PlannedPositions
+{
+public:
+    using Checkpoint = SubblockCheckpoints::Checkpoint;
+
+    // In ascending order.
+    void add(const Checkpoint& checkpoint);
+    // Replaces a checkpoint by a later one at or before a subblock, if there is one.
+    void improve(std::uint64_t subblock, Checkpoint& checkpoint) const;
+
+private:
+    static constexpr std::size_t capacity = 4096;
+
+    mutable Mutex m_mutex;
+    std::vector<Checkpoint> m_checkpoints;
 };
 
 } // namespace Quillmoran

@@ -41,6 +41,7 @@ public:
     void setDigests(std::int64_t afterBands, const IO::Location& payload);
 
     bool exist() const noexcept { return m_payload.io() != nullptr; }
+    const IO::Location& getPayload() const noexcept { return m_payload; }
 
     // The following functions read the digests when they are first called. Without digests, or with those of
     // a newer version, the first returns null, and the others do nothing. All throw DigestDiffers: "the

@@ -1,8 +1,10 @@
 #include "decode/container/WaveletDecoderInfo.h"
 
 #include "common/container/ChunkHeader.h"
+#include "decode/container/BandTable.h"
 #include "decode/container/ChunkReader.h"
 #include "model/ChannelNames.h"
+#include "platform/OpenIO.h"
 #include <vxunpack/Base.h>
 
 #include <algorithm>
@@ -45,6 +47,9 @@ void WaveletDecoderInfo::load(ChunkReader& reader, std::int64_t& remaining)
 
 void WaveletDecoderInfo::readBands(ChunkReader& reader, std::int64_t& remaining)
 {
+    m_hasPlacedBands = m_file->isRemote() && placeBands(reader, remaining);
+    if (m_hasPlacedBands)
+        return;
     // Bands are added as they are read: the counts of the header alone allocate nothing.
     for (std::size_t c = 0; c < m_channels.size(); ++c) {
         for (std::uint32_t level = 0; level < m_numLevels; ++level) {
@@ -56,13 +61,54 @@ void WaveletDecoderInfo::readBands(ChunkReader& reader, std::int64_t& remaining)
     }
 }
 
+bool WaveletDecoderInfo::placeBands(ChunkReader& reader, std::int64_t& remaining)
+{
+    constexpr std::int64_t headBytes = ChunkHeader::size + 21; // before the bytes of a band
+    const std::optional<BandTable> table = BandTable::read(*m_file);
+    if (!table || table->numChannels != m_channels.size() || table->numBands != m_numLevels)
+        return false;
+    std::int64_t at = reader.stream().tell();
+    const std::int64_t available = std::min(remaining, m_file->size() - at);
+    std::int64_t left = available;
+    for (const BandTable::Sizes& sizes : table->bands) {
+        for (const std::int64_t size : {headBytes, sizes.data, sizes.headers}) {
+            if (size > left)
+                return false;
+            left -= size;
+        }
+    }
+    for (std::size_t i = 0; i < table->bands.size(); ++i) {
+        const BandTable::Sizes& sizes = table->bands[i];
+        WaveletDecoderChannelInfo::Band& band = m_channels[i / m_numLevels].getBands().emplace_back();
+        band.second.set(m_file.get(), at + headBytes, sizes.data);
+        band.first.set(m_file.get(), at + headBytes + sizes.data, sizes.headers);
+        at += headBytes + sizes.data + sizes.headers;
+    }
+    remaining -= available - left;
+    reader.stream().seek(at, Stream::SEEK_FROM_START);
+    return true;
+}
+
+bool WaveletDecoderInfo::hasGoodBandTable() const
+{
+    const OpenIO file(m_file.get());
+    const std::optional<BandTable> table = BandTable::read(*file);
+    BandTable actual{m_channels.size(), m_numLevels, {}};
+    for (const WaveletDecoderChannelInfo& channel : m_channels)
+        for (const WaveletDecoderChannelInfo::Band& band : channel.getBands())
+            actual.bands.push_back({band.second.length(), band.first.length()});
+    return !table || *table == actual;
+}
+
 void WaveletDecoderInfo::finish()
 {
     indexNames();
     m_bounds.x = getAxisBounds(ChannelNames::x, &Bounds::x);
     m_bounds.y = getAxisBounds(ChannelNames::y, &Bounds::y);
     m_bounds.z = getAxisBounds(ChannelNames::z, &Bounds::z);
-    m_bandLayout = BandLayout::detect(*this);
+    // The writers of tables do not swap the ranges of a band.
+    if (!m_hasPlacedBands || isBeforeSingleLengths())
+        m_bandLayout = BandLayout::detect(*this);
 }
 
 void WaveletDecoderInfo::indexNames()

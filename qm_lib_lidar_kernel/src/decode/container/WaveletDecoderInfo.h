@@ -85,6 +85,9 @@ public:
     StoredDigests& getDigests() noexcept { return m_digests; }
     const StoredDigests& getDigests() const noexcept { return m_digests; }
 
+    // False if the file has a table of the sizes of its bands, and they are not those of its bands.
+    bool hasGoodBandTable() const;
+
     // The layout of the points. The parts of a split channel are one channel.
     PointInfo getPointInfo() const;
 
@@ -124,6 +127,9 @@ private:
 
     void indexNames();
     void readBands(ChunkReader& reader, std::int64_t& remaining);
+    // Places the bands by their sizes, from the reader's position on. Returns false if the file has no table of
+    // the sizes, or one that is not of these channels.
+    bool placeBands(ChunkReader& reader, std::int64_t& remaining);
     Bounds getIndexBounds() const;
     Bounds::Range getAxisBounds(const char* name, Bounds::Range Bounds::*axis) const;
     // Sorts the ranges and joins those with a gap of at most a subblock.
@@ -144,6 +150,7 @@ private:
     std::uint32_t m_pointsPerEntry = 0;
     std::int64_t m_indexLength = 0;
     BandLayout m_bandLayout;
+    bool m_hasPlacedBands = false;
     Chunks m_chunks;
     StoredDigests m_digests;
 };

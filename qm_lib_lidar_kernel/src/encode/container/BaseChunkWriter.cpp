@@ -1,5 +1,7 @@
 #include "encode/container/BaseChunkWriter.h"
 
+#include "common/container/BandTableFormat.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -9,6 +11,7 @@ namespace {
 
 constexpr std::int64_t fileLengthOffset = 8;
 constexpr std::int64_t preambleSize = 16;
+constexpr std::int64_t minSizeWithTable = 256 << 10;
 constexpr ErrorCode headerError = ErrorCode::WaveletHeaderWrite;
 constexpr ErrorCode extendedError = ErrorCode::ExtendedRecordRead;
 
@@ -89,6 +92,33 @@ void BaseChunkWriter::writeDigests(unsigned blockBits, std::int64_t numPoints, s
         put(m_index.get());
         put(m_description.get());
         put(own.get());
+    });
+}
+
+void BaseChunkWriter::writeBandTable(std::size_t numChannels, std::uint32_t numLevels)
+{
+    using namespace BandTableFormat;
+    if (m_out.tell() < minSizeWithTable || m_bandSizes.size() != numChannels * numLevels)
+        return;
+    writeChunk(CHUNK_BAND_TABLE, [&] {
+        const std::int64_t begin = m_out.tell();
+        Digest own;
+        const auto put = [&](auto number) {
+            unsigned char bytes[sizeof number];
+            storeBigEndian(bytes, number);
+            own.add(bytes, sizeof bytes);
+            m_out.write(bytes, sizeof bytes);
+        };
+        put(version);
+        put(static_cast<std::uint16_t>(numChannels));
+        put(static_cast<std::uint16_t>(numLevels - 1));
+        for (const BandSizes& band : m_bandSizes) {
+            put(band.data);
+            put(band.headers);
+        }
+        put(own.get());
+        put(m_out.tell() - begin + static_cast<std::int64_t>(endBytes));
+        put(std::uint32_t{CHUNK_BAND_TABLE});
     });
 }
 

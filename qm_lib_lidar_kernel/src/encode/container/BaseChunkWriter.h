@@ -72,6 +72,12 @@ protected:
     void writeDigests(unsigned blockBits, std::int64_t numPoints, std::size_t numChannels,
                       const std::vector<std::uint64_t>& samples);
 
+    // Notes the sizes of a band, in the order of the file. A band of one range has none.
+    void addBand(std::int64_t dataSize, std::int64_t headerSize) { m_bandSizes.push_back({dataSize, headerSize}); }
+    // The last chunk, for readers of remote files. Small files, which these read whole, and files with bands of
+    // one range have none.
+    void writeBandTable(std::size_t numChannels, std::uint32_t numLevels);
+
     static void writeText(StreamWriter& out, const char* text); // length, bytes, NUL; null is length 0
 
     static constexpr std::uint8_t smallChunkVersion = 1; // of WKT, class names, extended header and digests
@@ -86,7 +92,14 @@ private:
     void writePreamble();
     void finishPreamble();
 
+    struct BandSizes
+    {
+        std::int64_t data;
+        std::int64_t headers;
+    };
+
     std::uint8_t m_fileVersion;
+    std::vector<BandSizes> m_bandSizes;
 };
 
 } // namespace Quillmoran

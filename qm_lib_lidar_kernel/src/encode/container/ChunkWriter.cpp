@@ -36,6 +36,7 @@ void ChunkWriter::writeGroup(const FileContents& contents)
     for (const ChannelDigests& channel : *contents.digests)
         digests.insert(digests.end(), channel.getBlocks().begin(), channel.getBlocks().end());
     writeDigests(BlockDigest::usualBlockBits, contents.numPoints, contents.digests->size(), digests);
+    writeBandTable(records.size(), contents.numLevels);
 }
 
 void ChunkWriter::writeBand(std::size_t channel, std::size_t level, const SubbandWriter& band)
@@ -47,6 +48,7 @@ void ChunkWriter::writeBand(std::size_t channel, std::size_t level, const Subban
         band.headers().copyTo(m_out);
         return;
     }
+    addBand(band.data().size(), band.headers().size());
     m_out.put_be(band.data().size());
     m_out.put_be(band.headers().size());
     band.data().copyTo(m_out);
