@@ -176,10 +176,10 @@ TEST_F(Vxview, ReadsTheOverviewOfATileSet)
 {
     for (const char* name : {"tiles/a.vxl", "tiles/b.vxl"})
         writeFile(directory / name, buildExampleSurvey());
-    succeed("vxindex -q -o t.index tiles -overview o.vxl -createOverview -overviewFraction 0.015");
+    succeed("vxindex -q -o t.index tiles -overview o.vxl -createOverview -overviewFraction 0.0075");
     std::filesystem::remove_all(directory / "tiles");
     const std::string output = succeed("vxview t.index -o out.png -size 32");
-    expectContains(output, {", 72 points, "}); // of 4800
+    expectContains(output, {", 36 points, "}); // of 4800
     EXPECT_EQ(run("vxview t.index -o fine.png -size 512").status, 1) << "needs the tiles";
     EXPECT_FALSE(exists("fine.png"));
 }
