@@ -18,7 +18,7 @@ BACKGROUND = (1, 2, 3)  # no shade of grey
 
 
 def load_png(path: pathlib.Path) -> np.ndarray:
-    """Rows, columns and RGB of an 8-bit file whose rows have the filter 'Sub'."""
+    """Rows, columns and RGB of an 8-bit file whose rows have no filter."""
     data, at, packed = path.read_bytes(), 8, b""
     while at < len(data):
         size, = struct.unpack_from(">I", data, at)
@@ -30,8 +30,8 @@ def load_png(path: pathlib.Path) -> np.ndarray:
         packed += content if kind == b"IDAT" else b""
         at += 12 + size
     rows = np.frombuffer(zlib.decompress(packed), np.uint8).reshape(height, 1 + width * 3)
-    assert (rows[:, 0] == 1).all()
-    return np.cumsum(rows[:, 1:].reshape(height, width, 3), axis=1, dtype=np.uint8)
+    assert (rows[:, 0] == 0).all()
+    return rows[:, 1:].reshape(height, width, 3)
 
 
 def paint(points, size: int) -> np.ndarray:

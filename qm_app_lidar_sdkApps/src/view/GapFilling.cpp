@@ -194,10 +194,16 @@ CellMask CellMask::ofPoints(const Cells& cells)
 {
     CellMask mask(cells.columns, cells.rows);
     forRows(cells.rows, [&](std::size_t begin, std::size_t end) {
-        for (std::size_t row = begin; row < end; ++row)
-            for (std::size_t column = 0; column < cells.columns; ++column)
-                mask.m_bits[row * mask.m_words + column / wordBits] |=
-                    std::uint64_t{!cells.isEmpty(row * cells.columns + column)} << column % wordBits;
+        for (std::size_t row = begin; row < end; ++row) {
+            const float* const depths = cells.depths.data() + row * cells.columns;
+            for (std::size_t word = 0; word < mask.m_words; ++word) {
+                const std::size_t first = word * wordBits, count = std::min(wordBits, cells.columns - first);
+                std::uint64_t bits = 0;
+                for (std::size_t i = 0; i < count; ++i)
+                    bits |= std::uint64_t{depths[first + i] != Cells::empty} << i;
+                mask.m_bits[row * mask.m_words + word] = bits;
+            }
+        }
     });
     return mask;
 }

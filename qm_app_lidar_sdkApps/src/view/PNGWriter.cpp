@@ -24,27 +24,26 @@ constexpr std::size_t rowsPerStrip = 64;
     QM_THROW(ErrorCode::General, "cannot encode PNG: %s", reason);
 }
 
-// Each pixel less the one on its left, which is the filter "Sub". The first byte is the number of the filter.
+// The first byte is the number of the filter of the row: none. Cells in gaps have the colours of their neighbours, and
+// differences between pixels hide that from the compression: it takes as long or longer, and finds less.
 template <std::size_t numSamples>
-void filterRow(std::span<const Color> row, std::uint8_t* out)
+void packRow(std::span<const Color> row, std::uint8_t* out)
 {
-    *out++ = PNG_FILTER_VALUE_SUB;
-    Color before = {0, 0, 0, 0};
+    *out++ = PNG_FILTER_VALUE_NONE;
     for (const Color& pixel : row) {
-        out[0] = static_cast<std::uint8_t>(pixel.red - before.red);
-        out[1] = static_cast<std::uint8_t>(pixel.green - before.green);
-        out[2] = static_cast<std::uint8_t>(pixel.blue - before.blue);
+        out[0] = pixel.red;
+        out[1] = pixel.green;
+        out[2] = pixel.blue;
         if constexpr (numSamples == 4)
-            out[3] = static_cast<std::uint8_t>(pixel.alpha - before.alpha);
+            out[3] = pixel.alpha;
         out += numSamples;
-        before = pixel;
     }
 }
 
 struct Strip
 {
     Bytes compressed;
-    uLong checksum = 0; // Adler-32 of the filtered rows
+    uLong checksum = 0; // Adler-32 of the rows
     std::size_t size = 0;
 };
 
@@ -57,7 +56,7 @@ Strip compressStrip(const Image& image, std::size_t begin, std::size_t end)
     strip.size = (end - begin) * rowSize;
     const std::unique_ptr<std::uint8_t[]> rows(new std::uint8_t[strip.size]); // not set to 0 first
     for (std::size_t y = begin; y < end; ++y)
-        filterRow<numSamples>(image.row(y), rows.get() + (y - begin) * rowSize);
+        packRow<numSamples>(image.row(y), rows.get() + (y - begin) * rowSize);
     strip.checksum = adler32(1, rows.get(), static_cast<uInt>(strip.size));
 
     // Higher levels take three times as long for a twentieth of the size.
