@@ -62,8 +62,8 @@ protected:
         {"vxunpack -i in.vxl -o out.las -cs 500 -j 2", "out.las"},
         {"vxunpack -i in.vxl -o out.laz -cs 500 -j 1", "out.laz"},
         {"vxpack -i in.las -o out.vxl -j 2", "out.vxl"},
-        {"vxindex -o t.index in.vxl in.las", "t.index"},
         {"vxview in.las -o out.png -j 2", "out.png"},
+        {"vxindex -o t.index in.vxl in.las", "t.index"},
     };
 };
 
@@ -112,7 +112,7 @@ TEST_F(Processes, StopAtASignalWithoutATrace)
         {{"vxunpack -i in.vxl -o out.laz -cs 200 -j 1", "out.laz"}, "writing", SIGHUP},
         {{"vxindex -o t.index -p xyz in.vxl in.txt in.las", "t.index"}, "indexing", SIGINT},
         {{"vxinfo -check in.vxl", "none"}, "reading", SIGINT},
-        {{"vxview in.las -o out.png -j 1", "out.png"}, "drawing", SIGINT},
+        {{"vxview in.las -o out.png -j 1 -size 9000", "out.png"}, "drawing", SIGINT},
         {{"vxdiff -unordered in.las in.txt -p xyz -j 1", "none"}, "sorting", SIGTERM},
     };
     for (const auto& [command, activity, number] : cases) {

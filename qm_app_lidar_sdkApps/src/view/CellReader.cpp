@@ -243,6 +243,7 @@ CellPoints readCells(const PointSource& source, const Projection& projection, co
         for (const Bounds& box : boxes)
             work += source.getTotalWork(box, query.fraction);
         delegate->setTotal(work);
+        delegate->updateCompleted(0, query.activity); // before readers name theirs
     }
     for (std::size_t i = 0; i < boxes.size(); ++i) {
         const double length = projection.corridor.length() / static_cast<double>(boxes.size());

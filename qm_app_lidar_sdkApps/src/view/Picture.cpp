@@ -19,11 +19,6 @@ bool isFinite(const Bounds::Range& range)
     return std::isfinite(range.min) && std::isfinite(range.max);
 }
 
-double lengthOf(const Bounds::Range& range)
-{
-    return range.max - range.min;
-}
-
 // In pixels. The more points there are, the smaller are the dots of a section.
 std::size_t chooseDotRadius(const CellPoints& points)
 {

@@ -11,11 +11,6 @@ namespace {
 
 constexpr double narrowest = 1.0 / 8; // the shorter side of a picture, relative to the longer one
 
-double lengthOf(const Bounds::Range& range)
-{
-    return range.max - range.min;
-}
-
 void widen(Bounds::Range& range, double length)
 {
     const double missing = length - lengthOf(range);

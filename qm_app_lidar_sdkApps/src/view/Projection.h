@@ -15,6 +15,11 @@ enum class View
     Section // the distance along a line to the right, z up; the point on the right of the line is in front
 };
 
+inline double lengthOf(const Bounds::Range& range)
+{
+    return range.max - range.min;
+}
+
 // A corridor around a line on the ground, for sections.
 struct Corridor
 {
