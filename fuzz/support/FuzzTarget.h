@@ -17,8 +17,8 @@ using Input = std::span<const std::uint8_t>;
 
 // Each returns the number of samples decoded, for which the limits allow additional time.
 using Target = std::uint64_t(Input);
-Target runCommandLine, runContainer, runHTTP, runLAS, runList, runMetadata, runPack, runRTree, runSubblocks, runText,
-    runTileSet;
+Target runCommandLine, runContainer, runHTTP, runLAS, runList, runMetadata, runPack, runRTree, runSubblocks,
+    runText, runTileSet;
 
 // Runs a target, and returns false if it refuses the input with an Error. Any other exception, a memory fault,
 // and more memory or time than docs/robustness.md promises are faults of the code.

@@ -1,6 +1,8 @@
 """Opening, describing and reading clouds."""
 
 import ctypes
+import functools
+import http.server
 import multiprocessing
 import os
 import pickle
@@ -45,6 +47,26 @@ def test_describes_files_without_reading_points(cloud_path, arrays, survey):
     assert vxl.open(survey).class_names[2] == "Ground"
     assert vxl.CRS('COMPD_CS["a",PROJCS["[",AUTHORITY["EPSG","1"]],AUTHORITY["EPSG","7415"]]').epsg == 7415
     assert vxl.CRS('PROJCRS["x",BASEGEOGCRS["y",ID["EPSG",4326]]]').epsg is None
+
+
+class QuietHandler(http.server.SimpleHTTPRequestHandler):
+    def log_message(self, *_):
+        pass
+
+
+def test_reads_from_a_server(survey):
+    handler = functools.partial(QuietHandler, directory=survey.parent)
+    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler) as server:
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        url = f"http://127.0.0.1:{server.server_port}/survey.vxl"
+        assert_same(pickle.loads(pickle.dumps(vxl.open(url))).read(), vxl.open(survey).read())
+        (survey.parent / "far.list").write_text(url + "\n")
+        assert vxl.open("far.list", allow_remote=True).num_points == 2400
+        with pytest.raises(vxl.Error, match="remote file that another file names"):
+            vxl.open("far.list")
+        with pytest.raises(vxl.Error, match="404"):
+            vxl.open(url.replace("survey", "none"))
+        server.shutdown()
 
 
 def test_reads_points_of_a_query(cloud_path, arrays):

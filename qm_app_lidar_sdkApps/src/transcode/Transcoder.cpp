@@ -185,12 +185,11 @@ bool Transcoder::unpackEach() const
     const bool byEnding = equalsIgnoringCase(format, "las") || equalsIgnoringCase(format, "laz");
     const std::string ending = byEnding ? equalsIgnoringCase(format, "las") ? ".las" : ".laz"
                                         : Formats::endingOf(OutputChoice("", format).type());
-    const auto conversions =
-        Utils::planConversions(
-            {m_cmdLine.getString("inputFile")}, Utils::getBatchDepth(m_cmdLine),
-            m_cmdLine.getString("outputDirectory"), ending.c_str(),
-            [](const char* name) { return Utils::getPointSourceType(name) == POINT_SOURCE_VX7; },
-            m_cmdLine.getFlag("allowRemote"));
+    const auto conversions = Utils::planConversions(
+        {m_cmdLine.getString("inputFile")}, Utils::getBatchDepth(m_cmdLine),
+        m_cmdLine.getString("outputDirectory"), ending.c_str(),
+        [](const char* name) { return Utils::getPointSourceType(name) == POINT_SOURCE_VX7; },
+        m_cmdLine.getFlag("allowRemote"));
     const auto convert = [&](const Utils::Conversion& conversion, ProgressDelegate& progress) {
         if (Utils::getPointSourceType(conversion.input.c_str()) != POINT_SOURCE_VX7)
             Formats::throwUnsupported(conversion.input.c_str());

@@ -19,6 +19,8 @@ public:
     std::int64_t size() const override { return m_end; }
     void truncate(std::int64_t length) override; // throws
     void unlink() override {}
+    bool isRemote() const noexcept override { return m_range.io()->isRemote(); }
+    void willRead(std::span<const Range> ranges) const override { m_range.io()->willRead(ranges); }
 
 private:
     BoundedIO(const Location& range, std::int64_t end) : m_range(range), m_end(end) {}

@@ -116,7 +116,8 @@ std::size_t StreamReader::read(void* buffer, std::size_t count)
         return 0; // also for a null buffer
     auto* out = static_cast<unsigned char*>(buffer);
     const auto buffered = static_cast<std::size_t>(m_limit - m_current);
-    if (buffered >= count) {
+    // A remote file is not asked for bytes that may not be needed.
+    if (buffered > count || (buffered == count && m_io->isRemote())) {
         std::memcpy(out, m_current, count);
         m_current += count;
         return count;

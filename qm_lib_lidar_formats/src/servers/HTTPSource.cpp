@@ -45,16 +45,24 @@ constexpr long rangeNotSatisfiable = 416;
 const char* describe(long status)
 {
     switch (status) {
-    case 401: return " (it asks for a password or a token)";
-    case 403: return " (access is denied)";
-    case 404: return " (there is no such file)";
-    case 410: return " (the file is gone)";
-    case 429: return " (too many requests)";
-    case 500: return " (internal error)";
+    case 401:
+        return " (it asks for a password or a token)";
+    case 403:
+        return " (access is denied)";
+    case 404:
+        return " (there is no such file)";
+    case 410:
+        return " (the file is gone)";
+    case 429:
+        return " (too many requests)";
+    case 500:
+        return " (internal error)";
     case 502:
     case 503:
-    case 504: return " (it is not available now)";
-    default: return "";
+    case 504:
+        return " (it is not available now)";
+    default:
+        return "";
     }
 }
 
@@ -75,8 +83,10 @@ bool isTemporary(CURLcode code)
     case CURLE_PARTIAL_FILE:
     case CURLE_HTTP2:
     case CURLE_HTTP2_STREAM:
-    case CURLE_SSL_CONNECT_ERROR: return true;
-    default: return false;
+    case CURLE_SSL_CONNECT_ERROR:
+        return true;
+    default:
+        return false;
     }
 }
 
@@ -386,8 +396,8 @@ Result HTTPSource::open(std::int64_t& size, std::vector<unsigned char>& head)
             head = std::move(transfer.answer.body);
             return {};
         }
-        const bool mayRetry = isTemporary(transfer.code) ||
-                              (transfer.code == CURLE_OK && isTemporary(transfer.answer.status));
+        const bool mayRetry =
+            isTemporary(transfer.code) || (transfer.code == CURLE_OK && isTemporary(transfer.answer.status));
         if (!mayRetry || attempt == m_retries)
             return {Result::Failed, describeFailure(transfer)};
         if (!pause(attempt))
@@ -450,9 +460,11 @@ Result HTTPSource::examine(const Transfer& transfer, std::vector<const Read*>& m
         return {};
     }
     missing.insert(missing.end(), transfer.reads.begin(), transfer.reads.end());
-    if (transfer.code == CURLE_OK && (answer.status == preconditionFailed || answer.status == rangeNotSatisfiable))
+    if (transfer.code == CURLE_OK &&
+        (answer.status == preconditionFailed || answer.status == rangeNotSatisfiable))
         return {Result::Changed, {}};
-    isTemporaryFailure = isTemporary(transfer.code) || (transfer.code == CURLE_OK && isTemporary(answer.status));
+    isTemporaryFailure =
+        isTemporary(transfer.code) || (transfer.code == CURLE_OK && isTemporary(answer.status));
     return failure;
 }
 

@@ -74,7 +74,8 @@ void WaveletDecoder::init(const WaveletDecoderInfo& info, const Bounds& bounds, 
     addLanes();
     begin(m_ranges.empty() ? 0 : m_ranges.front().start);
     if (m_plan)
-        m_plan->start(m_ranges, m_isSample ? static_cast<std::int64_t>(m_blocks.size() * getBlockPoints(layout)) : 0);
+        m_plan->start(m_ranges,
+                      m_isSample ? static_cast<std::int64_t>(m_blocks.size() * getBlockPoints(layout)) : 0);
 }
 
 void WaveletDecoder::selectChannels(const PointInfo& layout)

@@ -93,11 +93,14 @@ TEST(RangeIO, GivesTheBytesOfTheFileOnAnyNumberOfThreads)
         file->open();
         const auto work = [&](unsigned seed) {
             std::mt19937_64 random(seed);
-            const auto anywhere = [&] { return static_cast<std::int64_t>(random() % (server.bytes.size() + 9)); };
+            const auto anywhere = [&] {
+                return static_cast<std::int64_t>(random() % (server.bytes.size() + 9));
+            };
             for (int i = 0; i < 30; ++i) {
                 std::vector<IO::Range> ranges;
                 for (std::size_t j = random() % 40; j > 0; --j)
-                    ranges.push_back({anywhere(), static_cast<std::int64_t>(random() % (1u << (random() % 20)))});
+                    ranges.push_back(
+                        {anywhere(), static_cast<std::int64_t>(random() % (1u << (random() % 20)))});
                 file->willRead(ranges);
                 for (const IO::Range& range : ranges)
                     expectBytes(*file, server, range.offset, static_cast<std::size_t>(range.length));
@@ -127,8 +130,8 @@ TEST(RangeIO, ReceivesWhatWasAnnouncedOnce)
         expectBytes(*file, server, 0, 60000);
         EXPECT_EQ(server.numCalls, 0) << "the first bytes come with the answer to open()";
         // Out of order, overlapping, with a small gap, with a gap of 40,000, and beyond the end.
-        const IO::Range ranges[] = {
-            {5000000, 1000}, {1000000, 2000}, {1001000, 2000}, {1003100, 100}, {1043200, 10}, {10 << 20, 50}};
+        const IO::Range ranges[] = {{5000000, 1000}, {1000000, 2000}, {1001000, 2000},
+                                    {1003100, 100},  {1043200, 10},   {10 << 20, 50}};
         file->willRead(ranges);
         EXPECT_EQ(server.numCalls, 1);
         EXPECT_EQ(server.numRanges, takesMany ? 3 : 2);

@@ -83,7 +83,8 @@ Bytes makeSurvey(EncodeOptions options)
         columns[3].push_back(static_cast<double>(random.below(4000)));
         columns[4].push_back(static_cast<double>(i / 5000)); // zeros and runs of them
     }
-    const auto source = MemoryPointSource::make(layoutXYZ({channel("I", UINT16), channel("C", UINT8)}), columns);
+    const auto source =
+        MemoryPointSource::make(layoutXYZ({channel("I", UINT16), channel("C", UINT8)}), columns);
     return packWith(*source, options);
 }
 
@@ -141,7 +142,8 @@ TEST(ReadPlan, ChangesNoPointsOfFilesOfAnyKind)
         const auto local = openFile(file);
         Bounds part = local->getBounds();
         part.x.max = (part.x.min + part.x.max) / 2;
-        for (const auto& [box, fraction] : {std::pair(Bounds::Huge(), 1.0), {Bounds::Huge(), 0.1}, {part, 1.0}}) {
+        for (const auto& [box, fraction] :
+             {std::pair(Bounds::Huge(), 1.0), {Bounds::Huge(), 0.1}, {part, 1.0}}) {
             const RemoteFile remote(file);
             EXPECT_EQ(readAll(*remote.reader, box, fraction), readAll(*local, box, fraction)) << seed;
         }
@@ -168,7 +170,8 @@ TEST(ReadPlan, DoesNotDependOnASoundTable)
     Bytes other = file;
     std::swap_ranges(other.begin() + static_cast<std::ptrdiff_t>(table + headBytes),
                      other.begin() + static_cast<std::ptrdiff_t>(table + headBytes + sizesBytes),
-                     other.begin() + static_cast<std::ptrdiff_t>(table + headBytes + 2 * numBands * sizesBytes));
+                     other.begin() +
+                         static_cast<std::ptrdiff_t>(table + headBytes + 2 * numBands * sizesBytes));
     ASSERT_NE(other, file);
     Digest digest;
     digest.add(&other[table], tableSize - endBytes - digestBytes);
