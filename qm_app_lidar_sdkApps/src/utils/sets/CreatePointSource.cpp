@@ -100,9 +100,10 @@ void SimpleFileOpener::dropWaveforms(std::function<void(const std::string&)> war
 
 PointSource* SimpleFileOpener::openPointSource(const char* path) const
 {
+    const PointSourceType type = getPointSourceType(path);
     if (!m_options.allowsRemote)
         refuseRemote(path);
-    return openPointSource(path, getPointSourceType(path), nullptr);
+    return openPointSource(path, type, nullptr);
 }
 
 PointSource* SimpleFileOpener::openPointSource(const char* name, PointSourceType type, IO* io) const
@@ -110,7 +111,7 @@ PointSource* SimpleFileOpener::openPointSource(const char* name, PointSourceType
     const Format* const format = Formats::ofType(type);
     if (!format || !format->open)
         Formats::throwUnsupported(name);
-    if (!io && RemoteName::isRemote(name)) {
+    if (!io && name && RemoteName::isRemote(name)) {
         const OpenIO remote(makeRemoteFile(name).get());
         return format->open({name, &*remote, m_options});
     }
