@@ -11,8 +11,8 @@ namespace Quillmoran {
 
 namespace {
 
-// More points are hardly visible at this distance of less than three cells, and take twice the time to decode.
-constexpr double pointsPerCell = 0.125;
+// More points are hardly visible: the distance of these is about three cells. They would take twice the time to decode.
+constexpr double pointsPerCell = 0.09;
 
 bool isFinite(const Bounds::Range& range)
 {
