@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 
 namespace Quillmoran {
 
@@ -38,11 +39,14 @@ RangeIO::RangeIO(std::unique_ptr<RangeSource> source, std::string name)
 void RangeIO::throwFailure(const RangeSource::Result& result) const
 {
     switch (result.status) {
-    case RangeSource::Result::Good: return;
-    case RangeSource::Result::Cancelled: QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
+    case RangeSource::Result::Good:
+        return;
+    case RangeSource::Result::Cancelled:
+        QM_THROW(ErrorCode::Cancelled, "operation cancelled.");
     case RangeSource::Result::Changed:
         QM_THROW(ErrorCode::RemoteChanged, "'%s' has changed while it was read", m_name.c_str());
-    case RangeSource::Result::Failed: break;
+    case RangeSource::Result::Failed:
+        break;
     }
     QM_THROW(ErrorCode::RemoteRead, "cannot read '%s': %s", m_name.c_str(), result.message.c_str());
 }
@@ -196,8 +200,9 @@ void RangeIO::willRead(std::span<const Range> ranges) const
               [](const Range& a, const Range& b) { return a.offset < b.offset; });
     join(missing);
     std::int64_t bytes = 0;
-    const auto tooMuch = std::find_if(missing.begin(), missing.end(),
-                                      [&](const Range& range) { return (bytes += range.length) > maxBytes / 2; });
+    const auto tooMuch = std::find_if(missing.begin(), missing.end(), [&](const Range& range) {
+        return (bytes += range.length) > maxBytes / 2;
+    });
     missing.erase(tooMuch, missing.end());
     if (!missing.empty())
         fetch(lock, missing);
@@ -220,7 +225,13 @@ void RangeIO::fetch(Lock& lock, std::span<const Range> ranges) const
     }
     m_extents.merge(added);
     lock.unlock();
-    const RangeSource::Result result = m_source->read(reads);
+    RangeSource::Result result{RangeSource::Result::Failed, {}};
+    std::exception_ptr exception;
+    try {
+        result = m_source->read(reads);
+    } catch (...) { // other threads must not wait for these extents for ever
+        exception = std::current_exception();
+    }
     lock.lock();
     for (const Range& range : ranges) {
         const auto extent = m_extents.find(range.offset);
@@ -232,6 +243,8 @@ void RangeIO::fetch(Lock& lock, std::span<const Range> ranges) const
         }
     }
     m_received.notify_all();
+    if (exception)
+        std::rethrow_exception(exception);
     throwFailure(result);
     if (m_bytes > maxBytes)
         dropOld();
@@ -243,9 +256,8 @@ void RangeIO::dropOld() const
     for (auto extent = m_extents.begin(); extent != m_extents.end(); ++extent)
         if (extent->second.isReady && !extent->second.isKept)
             old.push_back(extent);
-    std::sort(old.begin(), old.end(), [](Extents::iterator a, Extents::iterator b) {
-        return a->second.lastUse < b->second.lastUse;
-    });
+    std::sort(old.begin(), old.end(),
+              [](Extents::iterator a, Extents::iterator b) { return a->second.lastUse < b->second.lastUse; });
     for (const Extents::iterator extent : old) {
         if (m_bytes <= maxBytes * 3 / 4)
             return;
