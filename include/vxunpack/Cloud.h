@@ -295,7 +295,7 @@ struct OpenOptions
     // Compares what is read from .vxl files with their digests, if they have any. Otherwise damage that still
     // decodes gives wrong points.
     bool verifiesDigests = true;
-    bool allowsRemote = false; // reads remote files that a list or an index names
+    bool allowsRemote = false;       // reads remote files that a list or an index names
     std::optional<int> gpsWeek = {}; // converts week time to adjusted standard time in joined files
     // Called with a message for differences between joined files, and for data that is not read. Empty:
     // no warnings.

@@ -52,8 +52,8 @@ enum class ErrorCode : int
     OutputCreate = 40610,     // an output cannot be created
 
     // Remote files
-    RemoteRead = 40801,      // a server cannot be reached, or refuses or lacks the file
-    RemoteChanged = 40802,   // a file has changed on its server while it was read
+    RemoteRead = 40801,     // a server cannot be reached, or refuses or lacks the file
+    RemoteChanged = 40802,  // a file has changed on its server while it was read
     RemoteForbidden = 40803 // a file names a remote file, and this was not allowed
 };
 

@@ -29,7 +29,7 @@ public:
     std::size_t pread(std::int64_t offset, void* buffer, std::size_t count) const override;
     std::size_t pwrite(std::int64_t offset, const void* buffer, std::size_t count) const override; // throws
     std::int64_t size() const override { return m_size; } // known while it is open
-    void truncate(std::int64_t length) override;           // throws
+    void truncate(std::int64_t length) override;          // throws
     void unlink() override {}
     bool isRemote() const noexcept override { return true; }
     void willRead(std::span<const Range> ranges) const override;

@@ -69,7 +69,7 @@ private:
         StreamReader headers;
         std::uint64_t next = 0; // subblock
         std::size_t pendingZeros = 0;
-        std::int64_t data = 0; // the position of the next payload
+        std::int64_t data = 0;  // the position of the next payload
         bool isDamaged = false; // the decoder will report it
         PlannedPositions positions;
     };
@@ -90,10 +90,10 @@ private:
     std::size_t m_range = 0;
     std::int64_t m_stepPoints = 0;
     std::int64_t m_maxStepPoints = 0;
-    std::int64_t m_planned = 0;  // points of all steps
-    std::int64_t m_received = 0; // of those that are complete
-    bool m_isComplete = false;   // there are no more steps
-    bool m_readsAhead = true;    // the next step is received before it is needed
+    std::int64_t m_planned = 0;    // points of all steps
+    std::int64_t m_received = 0;   // of those that are complete
+    bool m_isComplete = false;     // there are no more steps
+    bool m_readsAhead = true;      // the next step is received before it is needed
     std::future<void> m_receiving; // last, since it uses the other members
 };
 

@@ -127,7 +127,7 @@ private:
     std::optional<OpenIO> m_file; // kept open, since the chains open and close it
     MemoryBudget m_budget;
     std::uint32_t m_level = 0;
-    std::int64_t m_first = 0;           // point
+    std::int64_t m_first = 0; // point
     bool m_isSample = false;
     std::vector<std::string> m_skipped; // channels that are not decoded
     std::deque<Channel> m_channels; // the parts of a split channel are consecutive: fraction, exponent, sign

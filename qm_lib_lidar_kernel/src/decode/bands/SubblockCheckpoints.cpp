@@ -54,9 +54,9 @@ void PlannedPositions::add(const Checkpoint& checkpoint)
 void PlannedPositions::improve(std::uint64_t subblock, Checkpoint& checkpoint) const
 {
     const std::lock_guard<Mutex> lock(m_mutex);
-    const auto after =
-        std::upper_bound(m_checkpoints.begin(), m_checkpoints.end(), subblock,
-                         [](std::uint64_t wanted, const Checkpoint& added) { return wanted < added.subblock; });
+    const auto after = std::upper_bound(
+        m_checkpoints.begin(), m_checkpoints.end(), subblock,
+        [](std::uint64_t wanted, const Checkpoint& added) { return wanted < added.subblock; });
     if (after != m_checkpoints.begin() && std::prev(after)->subblock > checkpoint.subblock)
         checkpoint = *std::prev(after);
 }

@@ -73,7 +73,10 @@ protected:
                       const std::vector<std::uint64_t>& samples);
 
     // Notes the sizes of a band, in the order of the file. A band of one range has none.
-    void addBand(std::int64_t dataSize, std::int64_t headerSize) { m_bandSizes.push_back({dataSize, headerSize}); }
+    void addBand(std::int64_t dataSize, std::int64_t headerSize)
+    {
+        m_bandSizes.push_back({dataSize, headerSize});
+    }
     // The last chunk, for readers of remote files. Small files, which these read whole, and files with bands of
     // one range have none.
     void writeBandTable(std::size_t numChannels, std::uint32_t numLevels);
