@@ -6,6 +6,7 @@
 #include "platform/BoundedIO.h"
 
 #include <algorithm>
+#include <system_error>
 #include <utility>
 
 namespace Quillmoran {
@@ -231,10 +232,14 @@ void ReadPlan::receiveStep()
 
 void ReadPlan::startNext()
 {
-    if (m_range == m_ranges.size())
-        m_isComplete = true;
-    else
+    m_isComplete = m_range == m_ranges.size();
+    if (m_isComplete)
+        return;
+    try {
         m_receiving = std::async(std::launch::async, [this] { receiveStep(); });
+    } catch (const std::system_error&) {
+        m_isComplete = true; // the system has no thread left, and the decoder does without the plan
+    }
 }
 
 void ReadPlan::require(std::int64_t numPoints)
