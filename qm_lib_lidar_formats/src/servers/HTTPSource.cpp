@@ -493,7 +493,7 @@ Result HTTPSource::examine(const Transfer& transfer, std::vector<const Read*>& m
         missing.insert(missing.end(), transfer.reads.begin(), transfer.reads.end());
         return {};
     }
-    const Result failure = {Result::Failed, describeFailure(transfer)};
+    Result failure = {Result::Failed, describeFailure(transfer)};
     if (transfer.code == CURLE_OK && answer.status == partialContent && !transfer.isTooLong) {
         if (!isSameFile(answer))
             return {Result::Changed, {}};
