@@ -19,6 +19,7 @@ http {{
   server {{
     listen 127.0.0.1:{port}; root {www};
     location /one/ {{ alias {www}/; max_ranges 1; }}
+    location /few/ {{ alias {www}/; max_ranges 200; }}
     location /none/ {{ alias {www}/; max_ranges 0; }}
     location /301/ {{ rewrite ^/301/(.*) /302/$1 permanent; }}
     location /302/ {{ rewrite ^/302/(.*) /$1 redirect; }}
