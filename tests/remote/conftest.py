@@ -48,7 +48,8 @@ def unpack(source, output, *options, **variables):
 @pytest.fixture(scope="session")
 def www(tmp_path_factory) -> pathlib.Path:
     """A folder with small.vxl (smaller than the first request), medium.vxl (larger than a file without a table of its
-    bands), big.vxl (larger than a step of a query), and LAS and LAZ files."""
+    bands), old.vxl (whose layout is found by reading its bands), big.vxl (larger than a step of a query), and LAS and LAZ
+    files."""
     folder = tmp_path_factory.mktemp("www")
     folder.joinpath("small.vxl").write_bytes((ROOT / "examples/survey.vxl").read_bytes())
     folder.joinpath("empty.vxl").touch()
@@ -58,6 +59,7 @@ def www(tmp_path_factory) -> pathlib.Path:
                        check=True)
         assert run("vxpack", f"{name}.las", cwd=folder)[0] == 0
     assert run("vxunpack", "-i", "medium.vxl", "-o", "medium.laz", cwd=folder)[0] == 0
+    assert run("vxpack", "medium.las", "-o", "old.vxl", "-fileVersion", "1", cwd=folder)[0] == 0
     assert folder.joinpath("medium.vxl").stat().st_size > 256 << 10
     assert folder.joinpath("big.vxl").stat().st_size > 8 << 20
     return folder

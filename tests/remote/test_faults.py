@@ -88,11 +88,12 @@ CASES = {
     "no-range": (change(describe=lambda first, last: "bytes"), "malformed"),
     "impossible-range": (change(describe=lambda first, last: f"bytes 0-{2**63 - 1}/{2**63}"), "malformed"),
     "longer-first": (lengthen, "longer than it should be"),
-    "endless-headers": (change(forever=b"X-Filler: 0123456789\r\n"), "cannot read"),
+    "endless-headers": (change(forever=b"X-Filler: 0123456789\r\n"), "longer than it should be"),
     "endless-line": (change(forever=b"0123456789"), "cannot read"),
-    "endless-body": (change(forever=b"\r\n0123456789"), "cannot read"),
+    "endless-body": (change(forever=b"\r\n0123456789"), "longer than it should be"),
     "silent": (change(delay=20), "has not answered for 1 seconds"),
     "empty": (empty, ""),
+    "503-for-layout": (when(lambda answer: answer.number == 2, change(status=503)), "503"),
 }
 
 
@@ -102,7 +103,7 @@ def expected(www, tmp_path_factory):
 
 
 def name_file(faulty, fault):
-    path = f"/{fault}/{next(runs)}/medium.vxl"
+    path = f"/{fault}/{next(runs)}/{'old' if 'layout' in fault else 'medium'}.vxl"
     faulty.faults[path] = CASES[fault][0]
     return path
 
