@@ -13,7 +13,7 @@ laszip=(liblaszip8 liblaszip-api8 liblaszip-dev)
 case ${1:-} in
   --all)
     packages+=(libbenchmark-dev clang-format-14 clang-tidy-14 clang-14 libclang-rt-14-dev llvm-14
-      pkg-config python3 debootstrap python3-dev pybind11-dev
+      pkg-config python3 debootstrap nginx-light python3-dev pybind11-dev
       python3-numpy python3-pandas python3-dask python3-distributed python3-pytest python3-setuptools python3-venv
       python3-wheel)
     ;;

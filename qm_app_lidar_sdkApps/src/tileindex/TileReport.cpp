@@ -28,7 +28,10 @@ const char* findState(const TileInfo& tile, const FileOpener* opener)
         TileInfo now = describeTile(path, *openTile(*opener, path));
         now.path = tile.path;
         return now == tile ? same : "changed";
-    } catch (const Error&) {
+    } catch (const Error& error) {
+        // These say nothing about the tile.
+        if (error.code() == ErrorCode::RemoteForbidden || error.code() == ErrorCode::Cancelled)
+            throw;
         return "unreadable";
     }
 }

@@ -5,7 +5,9 @@
 #include <thread>
 #include <vector>
 #else
+#ifndef TBB_PREVIEW_ISOLATED_TASK_GROUP // the build of this library defines it
 #define TBB_PREVIEW_ISOLATED_TASK_GROUP 1
+#endif
 #include <tbb/task_group.h>
 #endif
 

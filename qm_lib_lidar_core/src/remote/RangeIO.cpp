@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 
 namespace Quillmoran {
 
@@ -224,7 +225,13 @@ void RangeIO::fetch(Lock& lock, std::span<const Range> ranges) const
     }
     m_extents.merge(added);
     lock.unlock();
-    const RangeSource::Result result = m_source->read(reads);
+    RangeSource::Result result{RangeSource::Result::Failed, {}};
+    std::exception_ptr exception;
+    try {
+        result = m_source->read(reads);
+    } catch (...) { // other threads must not wait for these extents for ever
+        exception = std::current_exception();
+    }
     lock.lock();
     for (const Range& range : ranges) {
         const auto extent = m_extents.find(range.offset);
@@ -236,6 +243,8 @@ void RangeIO::fetch(Lock& lock, std::span<const Range> ranges) const
         }
     }
     m_received.notify_all();
+    if (exception)
+        std::rethrow_exception(exception);
     throwFailure(result);
     if (m_bytes > maxBytes)
         dropOld();

@@ -7,6 +7,7 @@
 #include "las/points/LASExtraBytes.h"
 #include "platform/ByteOrder.h"
 #include "platform/OpenIO.h"
+#include "remote/RemoteError.h"
 #include "srs/SpatialReference.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/FileIO.h>
@@ -100,7 +101,7 @@ void LASPointReader::init(IO* io, const char* name, bool openFullWaveform)
     try {
         impl->open(openFullWaveform);
     } catch (const Error& error) {
-        if (error.code() == ErrorCode::Waveforms)
+        if (error.code() == ErrorCode::Waveforms || isRemoteError(error))
             throw;
         QM_THROW(ErrorCode::LASOpen, "Failed to create LASReader for path = '%s': %s", name, error.what());
     }

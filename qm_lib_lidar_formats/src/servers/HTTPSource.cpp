@@ -6,12 +6,16 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <curl/curl.h>
+#include <exception>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -36,6 +40,8 @@ constexpr std::size_t maxRangeText = 7000;
 constexpr std::size_t maxRequestBytes = 8 << 20;
 constexpr std::size_t partBytes = 1024; // the description of a part of an answer, at most
 constexpr std::size_t maxErrorBytes = 1 << 20;
+constexpr std::size_t maxHeaderBytes = 256 << 10; // with all redirections
+constexpr std::size_t fewRanges = 100;            // some servers refuse more than 200 in a request
 
 constexpr long partialContent = 206;
 constexpr long ok = 200;
@@ -101,6 +107,13 @@ unsigned getSetting(const char* name, unsigned otherwise)
     return *end == '\0' && number <= maxSetting ? static_cast<unsigned>(number) : otherwise;
 }
 
+// Other failures than a lack of memory would be errors of this program.
+void requireDone(CURLMcode code)
+{
+    if (code != CURLM_OK)
+        throw std::bad_alloc();
+}
+
 // One request and its answer.
 struct Transfer
 {
@@ -111,30 +124,56 @@ struct Transfer
 
     HTTPAnswer answer;
     CURLcode code = CURLE_OK;
+    std::size_t headerBytes = 0;
     bool isWhole = false; // the server sends the whole file
     bool isTooLong = false;
+    std::exception_ptr exception; // of a callback
 
-    static std::size_t takeHeader(char* data, std::size_t, std::size_t count, void* self)
+    // Both return whether the transfer goes on.
+    bool addHeader(std::string_view line)
     {
-        static_cast<Transfer*>(self)->answer.addHeaderLine({data, count});
-        return count;
+        headerBytes += line.size();
+        isTooLong = headerBytes > maxHeaderBytes;
+        if (!isTooLong)
+            answer.addHeaderLine(line);
+        return !isTooLong;
     }
 
-    static std::size_t takeBody(char* data, std::size_t, std::size_t count, void* self)
+    bool addBody(const char* data, std::size_t count)
+    {
+        isWhole = answer.status == ok;
+        if (isWhole && !takesWhole)
+            return false;
+        const std::size_t limit = isWhole || answer.status == partialContent ? maxBody : maxErrorBytes;
+        isTooLong = answer.body.size() + count > limit;
+        if (!isTooLong)
+            answer.body.insert(answer.body.end(), data, data + count);
+        return !isTooLong;
+    }
+
+    // What libcurl calls. It is C, which exceptions must not pass through.
+    static std::size_t takeHeader(char* data, std::size_t, std::size_t count, void* self) noexcept
     {
         auto& transfer = *static_cast<Transfer*>(self);
-        HTTPAnswer& answer = transfer.answer;
-        const bool isPartial = answer.status == partialContent;
-        transfer.isWhole = answer.status == ok;
-        if (transfer.isWhole && !transfer.takesWhole)
-            return 0; // ends the transfer
-        const std::size_t limit = isPartial || transfer.isWhole ? transfer.maxBody : maxErrorBytes;
-        if (count > limit - answer.body.size()) {
-            transfer.isTooLong = true;
-            return 0;
+        return transfer.guarded([&] { return transfer.addHeader({data, count}); }) ? count : 0;
+    }
+
+    static std::size_t takeBody(char* data, std::size_t, std::size_t count, void* self) noexcept
+    {
+        auto& transfer = *static_cast<Transfer*>(self);
+        return transfer.guarded([&] { return transfer.addBody(data, count); }) ? count : 0;
+    }
+
+private:
+    template <class Function>
+    bool guarded(const Function& function) noexcept
+    {
+        try {
+            return function();
+        } catch (...) {
+            exception = std::current_exception();
+            return false;
         }
-        answer.body.insert(answer.body.end(), data, data + count);
-        return count;
     }
 };
 
@@ -176,7 +215,7 @@ public:
 
     Result open(std::int64_t& size, std::vector<unsigned char>& head) override;
     Result read(std::span<const Read> reads) override;
-    bool takesManyRanges() const noexcept override { return m_takesMany; }
+    bool takesManyRanges() const noexcept override { return m_maxRanges > 1; }
 
 private:
     std::unique_ptr<Session> takeSession();
@@ -193,6 +232,8 @@ private:
     // Waits before an attempt; false if it was interrupted.
     bool pause(unsigned attempt) const;
     std::string describeFailure(const Transfer& transfer) const;
+    // After a bad answer to a request for so many ranges.
+    void askForFewer(std::size_t numRanges);
 
     const std::string m_url;
     const Environment m_environment;
@@ -201,7 +242,7 @@ private:
     std::string m_header; // of the user
     std::int64_t m_size = 0;
     std::string m_entityTag, m_lastModified;
-    std::atomic<bool> m_takesMany = true; // until an answer shows the contrary
+    std::atomic<std::size_t> m_maxRanges = SIZE_MAX; // of a request; written with the mutex
 
     std::mutex m_mutex; // guards the following
     std::vector<std::unique_ptr<Session>> m_idle;
@@ -308,12 +349,14 @@ bool HTTPSource::run(std::vector<std::unique_ptr<Transfer>>& transfers)
                 handle = std::move(session->idle.back());
                 session->idle.pop_back();
             }
+            if (!handle)
+                throw std::bad_alloc();
             setUp(handle.get(), *transfers[next], headers);
-            curl_multi_add_handle(multi, handle.get());
             active.push_back(std::move(handle));
+            requireDone(curl_multi_add_handle(multi, active.back().get()));
         }
         int numRunning = 0;
-        curl_multi_perform(multi, &numRunning);
+        requireDone(curl_multi_perform(multi, &numRunning));
         int left = 0;
         bool isOneDone = false;
         while (const CURLMsg* const message = curl_multi_info_read(multi, &left)) {
@@ -322,11 +365,13 @@ bool HTTPSource::run(std::vector<std::unique_ptr<Transfer>>& transfers)
             Transfer* transfer = nullptr;
             curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
             transfer->code = message->data.result;
+            if (transfer->exception)
+                std::rethrow_exception(transfer->exception);
             finish(message->easy_handle);
             isOneDone = true;
         }
         if (!isOneDone && !active.empty())
-            curl_multi_wait(multi, nullptr, 0, pollInterval, nullptr);
+            curl_multi_poll(multi, nullptr, 0, pollInterval, nullptr);
         isWanted = !m_environment.isInterrupted();
     }
     while (!active.empty())
@@ -351,11 +396,11 @@ std::string HTTPSource::describeFailure(const Transfer& transfer) const
     const long status = transfer.answer.status;
     if (transfer.isWhole && (transfer.isTooLong || !transfer.takesWhole))
         return "its server does not support requests for ranges";
-    if (transfer.isTooLong)
+    if (transfer.isTooLong && (status == partialContent || transfer.headerBytes > maxHeaderBytes))
         return "the answer of its server is longer than it should be";
     if (transfer.code == CURLE_OPERATION_TIMEDOUT)
         return "its server has not answered for " + std::to_string(m_timeout) + " seconds";
-    if (transfer.code != CURLE_OK)
+    if (transfer.code != CURLE_OK && !transfer.isTooLong)
         return curl_easy_strerror(transfer.code);
     if (status == partialContent || status == ok)
         return "the answer of its server is malformed or incomplete";
@@ -377,7 +422,6 @@ Result HTTPSource::open(std::int64_t& size, std::vector<unsigned char>& head)
         bool isGood = transfer.code == CURLE_OK;
         if (isGood && answer.status == ok) { // a small file
             m_size = static_cast<std::int64_t>(answer.body.size());
-            m_takesMany = false;
         } else if (isGood && answer.status == partialContent) {
             isGood = ContentRange::parse(answer.contentRange, range) && range.first == 0 && range.size >= 0 &&
                      range.end == static_cast<std::int64_t>(answer.body.size());
@@ -411,7 +455,7 @@ std::vector<std::unique_ptr<Transfer>> HTTPSource::divide(const std::vector<cons
     for (const Read* read : reads) {
         const std::int64_t last = read->offset + static_cast<std::int64_t>(read->into.size()) - 1;
         const std::string text = std::to_string(read->offset) + '-' + std::to_string(last);
-        if (transfers.empty() || !m_takesMany ||
+        if (transfers.empty() || transfers.back()->reads.size() >= m_maxRanges ||
             transfers.back()->ranges.size() + text.size() >= maxRangeText ||
             transfers.back()->maxBody + read->into.size() > maxRequestBytes)
             transfers.push_back(std::make_unique<Transfer>());
@@ -423,11 +467,17 @@ std::vector<std::unique_ptr<Transfer>> HTTPSource::divide(const std::vector<cons
     return transfers;
 }
 
+void HTTPSource::askForFewer(std::size_t numRanges)
+{
+    const std::lock_guard lock(m_mutex);
+    m_maxRanges = std::min<std::size_t>(m_maxRanges, numRanges > fewRanges ? fewRanges : 1);
+}
+
 bool HTTPSource::isSameFile(const HTTPAnswer& answer) const
 {
     const auto isWeak = [](const std::string& tag) { return tag.rfind("W/", 0) == 0; };
-    if (!m_entityTag.empty() && !isWeak(m_entityTag))
-        return answer.entityTag.empty() || answer.entityTag == m_entityTag;
+    if (!m_entityTag.empty() && !isWeak(m_entityTag) && !answer.entityTag.empty())
+        return answer.entityTag == m_entityTag;
     return m_lastModified.empty() || answer.lastModified.empty() || answer.lastModified == m_lastModified;
 }
 
@@ -437,12 +487,13 @@ Result HTTPSource::examine(const Transfer& transfer, std::vector<const Read*>& m
     const HTTPAnswer& answer = transfer.answer;
     const bool hasMany = transfer.reads.size() > 1;
     isTemporaryFailure = true;
-    if (transfer.isWhole && hasMany) { // servers can ignore what they do not support
-        m_takesMany = false;
+    // Servers can ignore what they do not support, or send what is between the ranges.
+    if (hasMany && (transfer.isWhole || (transfer.isTooLong && answer.status == partialContent))) {
+        askForFewer(transfer.reads.size());
         missing.insert(missing.end(), transfer.reads.begin(), transfer.reads.end());
         return {};
     }
-    const Result failure = {Result::Failed, describeFailure(transfer)};
+    Result failure = {Result::Failed, describeFailure(transfer)};
     if (transfer.code == CURLE_OK && answer.status == partialContent && !transfer.isTooLong) {
         if (!isSameFile(answer))
             return {Result::Changed, {}};
@@ -453,9 +504,9 @@ Result HTTPSource::examine(const Transfer& transfer, std::vector<const Read*>& m
         const std::vector<const Read*> lacking = parts.missing();
         missing.insert(missing.end(), lacking.begin(), lacking.end());
         if (!isGood || !lacking.empty()) {
-            m_takesMany = m_takesMany && !hasMany;
             if (!hasMany)
                 return failure;
+            askForFewer(transfer.reads.size());
         }
         return {};
     }

@@ -6,6 +6,9 @@
 #include <cpl_vsi.h>
 #include <cpl_vsi_error.h>
 
+#include <array>
+#include <cstddef>
+#include <iterator>
 #include <memory>
 #include <mutex>
 
@@ -25,14 +28,17 @@ class Settings
 public:
     Settings()
     {
-        for (const auto& [name, value] : all)
-            if (!CPLGetConfigOption(name, nullptr))
-                CPLSetThreadLocalConfigOption(name, value);
+        for (std::size_t i = 0; i < std::size(all); ++i) {
+            m_isSet[i] = !CPLGetConfigOption(all[i].name, nullptr);
+            if (m_isSet[i])
+                CPLSetThreadLocalConfigOption(all[i].name, all[i].value);
+        }
     }
     ~Settings()
     {
-        for (const auto& [name, value] : all)
-            CPLSetThreadLocalConfigOption(name, nullptr);
+        for (std::size_t i = 0; i < std::size(all); ++i)
+            if (m_isSet[i])
+                CPLSetThreadLocalConfigOption(all[i].name, nullptr);
     }
     Settings(const Settings&) = delete;
     Settings& operator=(const Settings&) = delete;
@@ -49,6 +55,8 @@ private:
                                       {"GDAL_HTTP_CONNECTTIMEOUT", "10"},
                                       {"GDAL_HTTP_LOW_SPEED_LIMIT", "1"},
                                       {"GDAL_HTTP_LOW_SPEED_TIME", "30"}};
+
+    std::array<bool, std::size(all)> m_isSet{};
 };
 
 class VSISource final : public RangeSource
@@ -66,6 +74,8 @@ public:
         if (!m_file || VSIFSeekL(m_file.get(), 0, SEEK_END) != 0)
             return fail("there is no such file, or it cannot be opened");
         size = static_cast<std::int64_t>(VSIFTellL(m_file.get()));
+        if (size < 0)
+            return {Result::Failed, "its size is not known"};
         if (size < static_cast<std::int64_t>(head.size()))
             head.resize(static_cast<std::size_t>(size));
         if (head.empty())

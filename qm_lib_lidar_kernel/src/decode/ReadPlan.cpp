@@ -6,6 +6,7 @@
 #include "platform/BoundedIO.h"
 
 #include <algorithm>
+#include <system_error>
 #include <utility>
 
 namespace Quillmoran {
@@ -154,6 +155,27 @@ IO::Range ReadPlan::estimateHeaders(const Band& band)
     return {at, std::min(left, estimate)};
 }
 
+void ReadPlan::walkTo(Band& band, std::uint64_t subblock)
+{
+    const std::int64_t dataEnd = band.ranges.data.offset() + band.ranges.data.length();
+    while (band.next < subblock) {
+        if (band.pendingZeros == 0) {
+            SubblockHeader header;
+            band.pendingZeros = band.reader->readHeader(band.headers, header);
+            if (band.pendingZeros == 0) {
+                if (header.payloadLength > static_cast<std::uint64_t>(dataEnd - band.data))
+                    throw Error(__FILE__, __func__, __LINE__, ErrorCode::SubbandRead);
+                band.data += static_cast<std::int64_t>(header.payloadLength);
+                ++band.next;
+            }
+        } else {
+            const std::uint64_t skipped = std::min<std::uint64_t>(band.pendingZeros, subblock - band.next);
+            band.pendingZeros -= static_cast<std::size_t>(skipped);
+            band.next += skipped;
+        }
+    }
+}
+
 void ReadPlan::walk(Band& band, std::vector<IO::Range>& reads)
 {
     if (!band.headerRange) {
@@ -162,32 +184,12 @@ void ReadPlan::walk(Band& band, std::vector<IO::Range>& reads)
         band.headers.seek(band.ranges.headers.offset(), Stream::SEEK_FROM_START);
         band.data = band.ranges.data.offset();
     }
-    const std::int64_t dataEnd = band.ranges.data.offset() + band.ranges.data.length();
-    const auto walkTo = [&](std::uint64_t subblock) {
-        while (band.next < subblock) {
-            if (band.pendingZeros == 0) {
-                SubblockHeader header;
-                band.pendingZeros = band.reader->readHeader(band.headers, header);
-                if (band.pendingZeros == 0) {
-                    if (header.payloadLength > static_cast<std::uint64_t>(dataEnd - band.data))
-                        throw Error(__FILE__, __func__, __LINE__, ErrorCode::SubbandRead);
-                    band.data += static_cast<std::int64_t>(header.payloadLength);
-                    ++band.next;
-                }
-            } else {
-                const std::uint64_t skipped =
-                    std::min<std::uint64_t>(band.pendingZeros, subblock - band.next);
-                band.pendingZeros -= static_cast<std::size_t>(skipped);
-                band.next += skipped;
-            }
-        }
-    };
     for (const Interval& interval : band.wanted) {
-        walkTo(interval.begin);
+        walkTo(band, interval.begin);
         const std::int64_t headers = band.headers.tell();
         const std::int64_t data = band.data;
         band.positions.add({band.next, headers, data, band.pendingZeros});
-        walkTo(interval.end);
+        walkTo(band, interval.end);
         reads.push_back({headers, band.headers.tell() - headers});
         reads.push_back({data, band.data - data});
     }
@@ -231,10 +233,14 @@ void ReadPlan::receiveStep()
 
 void ReadPlan::startNext()
 {
-    if (m_range == m_ranges.size())
-        m_isComplete = true;
-    else
+    m_isComplete = m_range == m_ranges.size();
+    if (m_isComplete)
+        return;
+    try {
         m_receiving = std::async(std::launch::async, [this] { receiveStep(); });
+    } catch (const std::system_error&) {
+        m_isComplete = true; // the system has no thread left, and the decoder does without the plan
+    }
 }
 
 void ReadPlan::require(std::int64_t numPoints)

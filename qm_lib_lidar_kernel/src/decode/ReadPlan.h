@@ -79,6 +79,8 @@ private:
     PointRanges takePoints(std::int64_t count);
     static void findWanted(Band& band, const PointRanges& points);
     static IO::Range estimateHeaders(const Band& band);
+    // Reads headers up to a subblock. Throws SubbandRead for damaged ones.
+    static void walkTo(Band& band, std::uint64_t subblock);
     static void walk(Band& band, std::vector<IO::Range>& reads);
     void startNext();
 

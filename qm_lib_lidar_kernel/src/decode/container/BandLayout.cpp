@@ -3,6 +3,7 @@
 #include "decode/coders/SubblockReader.h"
 #include "decode/container/WaveletDecoderInfo.h"
 #include "platform/Stream.h"
+#include "remote/RemoteError.h"
 
 #include <algorithm>
 
@@ -78,7 +79,9 @@ bool fits(const WaveletDecoderInfo& info, const Candidate& candidate, bool swapp
         }
         return stream.tell() == headers.offset() + headers.length() &&
                payloads == static_cast<std::uint64_t>(data.length());
-    } catch (const Error&) {
+    } catch (const Error& error) {
+        if (isRemoteError(error))
+            throw;
         return false; // decoding the band reports the error
     }
 }

@@ -5,6 +5,7 @@
 #include "decode/container/ChunkReader.h"
 #include "model/ChannelNames.h"
 #include "platform/OpenIO.h"
+#include "remote/RemoteError.h"
 #include <vxunpack/Base.h>
 
 #include <algorithm>
@@ -135,7 +136,9 @@ Bounds WaveletDecoderInfo::getIndexBounds() const
 {
     try {
         return m_index->getBounds();
-    } catch (const Error&) {
+    } catch (const Error& error) {
+        if (isRemoteError(error))
+            throw;
         return Bounds::Huge(); // an index without boxes
     }
 }

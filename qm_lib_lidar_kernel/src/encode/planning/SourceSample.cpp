@@ -3,6 +3,7 @@
 #include "common/coders/Coder.h"
 #include "common/container/WaveletChannelInfo.h"
 #include "model/ChannelNames.h"
+#include "remote/RemoteError.h"
 #include <vxunpack/Base.h>
 #include <vxunpack/PointSource.h>
 
@@ -98,7 +99,7 @@ std::unique_ptr<SourceSurvey> read(const PointSource& source, const PointInfo& l
         runs = readRuns(source, layout, estimate, numRuns, points, beforeRun);
     } catch (const Error& error) {
         // Reading all points in their order reports it.
-        if (error.code() == ErrorCode::Cancelled)
+        if (isRemoteError(error))
             throw;
     }
     if (runs.empty())
