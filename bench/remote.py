@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Compares queries of a file on a server with those of the same local file: bench/remote.py FILE.vxl
 
-The server is nginx (package nginx-light) on the loopback address, behind a proxy that delays each request by 50 ms. The
+The server is nginx (scripts/dependencies.sh --all) on the loopback address, behind a proxy that delays each request by 50 ms. The
 programs are those of build/release, or of the folder VX_PROGRAMS. For each query, prints the seconds of both, the bytes
 that the local run reads, the bytes that the server sends, and the requests.
 """
@@ -10,6 +10,7 @@ import asyncio
 import os
 import pathlib
 import re
+import shutil
 import socket
 import subprocess
 import sys
@@ -19,6 +20,11 @@ import time
 
 DELAY = 0.05  # seconds
 PROGRAMS = pathlib.Path(os.environ.get("VX_PROGRAMS", "build/release"))
+
+
+def find_nginx():
+    cache = os.environ.get("XDG_CACHE_HOME", os.path.expanduser("~/.cache"))
+    return shutil.which("nginx", path=f"{cache}/vxunpack/nginx/usr/sbin:/usr/sbin:{os.environ['PATH']}")
 
 
 def free_port():
@@ -32,8 +38,9 @@ def serve(folder, port):
     config.write_text(f"""
         daemon off; pid {folder}/pid; error_log {folder}/error.log; worker_processes 1;
         events {{ worker_connections 256; }}
-        http {{ access_log off; server {{ listen 127.0.0.1:{port}; root {folder}; }} }}""")
-    return subprocess.Popen(["nginx", "-c", config, "-p", folder], stderr=subprocess.DEVNULL)
+        http {{ access_log off; client_body_temp_path t; proxy_temp_path t; fastcgi_temp_path t; uwsgi_temp_path t;
+               scgi_temp_path t; server {{ listen 127.0.0.1:{port}; root {folder}; }} }}""")
+    return subprocess.Popen([find_nginx(), "-e", folder / "error.log", "-c", config, "-p", folder])
 
 
 async def delay(listen, target):

@@ -2,8 +2,10 @@
 
 import http.client
 import http.server
+import os
 import pathlib
 import re
+import shutil
 import socket
 import subprocess
 import threading
@@ -30,6 +32,14 @@ http {{
 """
 
 
+def find_nginx() -> str:
+    """Installed, or unpacked by scripts/dependencies.sh --all."""
+    cache = os.environ.get("XDG_CACHE_HOME", os.path.expanduser("~/.cache"))
+    found = shutil.which("nginx", path=f"{cache}/vxunpack/nginx/usr/sbin:/usr/sbin:{os.environ['PATH']}")
+    assert found, "scripts/dependencies.sh --all provides nginx"
+    return found
+
+
 class Nginx:
     def __init__(self, www, folder):
         with socket.socket() as free:
@@ -41,7 +51,7 @@ class Nginx:
         self.lines = 0
 
     def __enter__(self):
-        self.process = subprocess.Popen(["/usr/sbin/nginx", "-e", "error.log", "-p", f"{self.folder}/", "-c",
+        self.process = subprocess.Popen([find_nginx(), "-e", "error.log", "-p", f"{self.folder}/", "-c",
                                          "nginx.conf"])
         for _ in range(200):
             with socket.socket() as probe:

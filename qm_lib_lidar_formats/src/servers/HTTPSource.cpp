@@ -127,6 +127,7 @@ struct Transfer
     std::size_t headerBytes = 0;
     bool isWhole = false; // the server sends the whole file
     bool isTooLong = false;
+    bool isConnected = false;
     std::exception_ptr exception; // of a callback
 
     // Both return whether the transfer goes on.
@@ -332,6 +333,11 @@ bool HTTPSource::run(std::vector<std::unique_ptr<Transfer>>& transfers)
         curl_off_t received = 0;
         curl_easy_getinfo(handle, CURLINFO_REDIRECT_COUNT, &redirects);
         curl_easy_getinfo(handle, CURLINFO_SIZE_DOWNLOAD_T, &received);
+        curl_off_t connectTime = 0;
+        curl_easy_getinfo(handle, CURLINFO_CONNECT_TIME_T, &connectTime);
+        Transfer* transfer = nullptr;
+        curl_easy_getinfo(handle, CURLINFO_PRIVATE, &transfer);
+        transfer->isConnected = connectTime != 0;
         m_environment.count(1 + redirects, received);
         const auto found = std::find_if(active.begin(), active.end(),
                                         [&](const Easy& easy) { return easy.get() == handle; });
@@ -398,6 +404,8 @@ std::string HTTPSource::describeFailure(const Transfer& transfer) const
         return "its server does not support requests for ranges";
     if (transfer.isTooLong && (status == partialContent || transfer.headerBytes > maxHeaderBytes))
         return "the answer of its server is longer than it should be";
+    if (transfer.code == CURLE_OPERATION_TIMEDOUT && !transfer.isConnected)
+        return "its server cannot be reached within " + std::to_string(connectTimeout) + " seconds";
     if (transfer.code == CURLE_OPERATION_TIMEDOUT)
         return "its server has not answered for " + std::to_string(m_timeout) + " seconds";
     if (transfer.code != CURLE_OK && !transfer.isTooLong)

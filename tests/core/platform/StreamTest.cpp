@@ -26,7 +26,7 @@ TEST(StreamReader, ReadsWhatItsBufferHoldsFromThere)
     StreamReader reader;
     reader.init(file.get(), true, 8);
     // Exactly the buffered bytes, then a full buffer.
-    for (const auto& [count, reads] : {std::pair{3u, 1}, {5, 1}, {7, 2}, {1, 2}, {8, 3}}) {
+    for (const auto& [count, reads] : {std::pair{3u, 1}, {5, 2}, {7, 2}, {1, 3}, {8, 4}}) {
         readBytes(reader, count);
         EXPECT_EQ(file->reads(), reads) << count;
     }
