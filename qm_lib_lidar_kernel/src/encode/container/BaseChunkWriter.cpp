@@ -15,6 +15,27 @@ constexpr std::int64_t minSizeWithTable = 256 << 10;
 constexpr ErrorCode headerError = ErrorCode::WaveletHeaderWrite;
 constexpr ErrorCode extendedError = ErrorCode::ExtendedRecordRead;
 
+// Writes numbers and digests their bytes.
+class DigestedNumbers
+{
+public:
+    explicit DigestedNumbers(StreamWriter& out) : m_out(out) {}
+
+    template <class T>
+    void operator()(T number)
+    {
+        unsigned char bytes[sizeof number];
+        storeBigEndian(bytes, number);
+        m_digest.add(bytes, sizeof bytes);
+        m_out.write(bytes, sizeof bytes);
+    }
+    std::uint64_t digest() const noexcept { return m_digest.get(); }
+
+private:
+    StreamWriter& m_out;
+    Digest m_digest;
+};
+
 } // namespace
 
 BaseChunkWriter::BaseChunkWriter(IO* io, std::uint8_t fileVersion) : m_fileVersion(fileVersion)
@@ -76,13 +97,7 @@ void BaseChunkWriter::writeDigests(unsigned blockBits, std::int64_t numPoints, s
                                    const std::vector<std::uint64_t>& samples)
 {
     writeChunk(CHUNK_DIGESTS, [&] {
-        Digest own;
-        const auto put = [&](auto number) {
-            unsigned char bytes[sizeof number];
-            storeBigEndian(bytes, number);
-            own.add(bytes, sizeof bytes);
-            m_out.write(bytes, sizeof bytes);
-        };
+        DigestedNumbers put(m_out);
         put(smallChunkVersion);
         put(static_cast<std::uint8_t>(blockBits));
         put(numPoints);
@@ -91,7 +106,7 @@ void BaseChunkWriter::writeDigests(unsigned blockBits, std::int64_t numPoints, s
             put(digest);
         put(m_index.get());
         put(m_description.get());
-        put(own.get());
+        put(put.digest());
     });
 }
 
@@ -102,13 +117,7 @@ void BaseChunkWriter::writeBandTable(std::size_t numChannels, std::uint32_t numL
         return;
     writeChunk(CHUNK_BAND_TABLE, [&] {
         const std::int64_t begin = m_out.tell();
-        Digest own;
-        const auto put = [&](auto number) {
-            unsigned char bytes[sizeof number];
-            storeBigEndian(bytes, number);
-            own.add(bytes, sizeof bytes);
-            m_out.write(bytes, sizeof bytes);
-        };
+        DigestedNumbers put(m_out);
         put(version);
         put(static_cast<std::uint16_t>(numChannels));
         put(static_cast<std::uint16_t>(numLevels - 1));
@@ -116,7 +125,7 @@ void BaseChunkWriter::writeBandTable(std::size_t numChannels, std::uint32_t numL
             put(band.data);
             put(band.headers);
         }
-        put(own.get());
+        put(put.digest());
         put(m_out.tell() - begin + static_cast<std::int64_t>(endBytes));
         put(std::uint32_t{CHUNK_BAND_TABLE});
     });
