@@ -69,6 +69,7 @@ if needs_nginx "$@"; then
     trap 'rm -rf "$directory"' EXIT
     cd "$directory"
     apt-get download -qq -o APT::Sandbox::User=root nginx >/dev/null
+    mkdir -p "$nginx"
     dpkg-deb --extract nginx_*.deb "$nginx"
   )
 fi

@@ -113,7 +113,8 @@ TEST_F(Vxview, SectionsShowTheNearestPointsOfTheirCorridor)
     // Points of classes 3 and 9 are south and north of the line.
     EXPECT_EQ(colorsOf(view(options + "0 3 16 3 1.1")),
               (std::set<Pixel>{toPixel(lowVegetation), toPixel(white)}));
-    EXPECT_EQ(colorsOf(view(options + "16 3 0 3 1.1")), (std::set<Pixel>{toPixel(water), toPixel(white)}));
+    EXPECT_EQ(colorsOf(view("-view profile 16 3 0 3 1.1 a.txt -size 32 -noLegend -by class")),
+              (std::set<Pixel>{toPixel(water), toPixel(white)}));
     EXPECT_EQ(colorsOf(view(options + "0 3.5 16 3.5 1.9")),
               (std::set<Pixel>{toPixel(water), toPixel(white)}));
     // Slanted corridors are read as several boxes.

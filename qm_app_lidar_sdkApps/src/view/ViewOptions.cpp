@@ -57,7 +57,8 @@ void ViewOptions::add(QMCmdLine& cmdLine)
                       "  the elevation",
                       false);
     cmdLine.setChoices("by", Quantity::listNames(), false);
-    cmdLine.addString("view", nullptr, "top (default), or side: from the south", false);
+    cmdLine.addString("view", nullptr,
+                      "top (default), side: from the south, or profile with the numbers of -profile", false);
     cmdLine.setChoices("view", {"top", "side"});
     cmdLine.addFloatArray(
         "profile", nullptr,

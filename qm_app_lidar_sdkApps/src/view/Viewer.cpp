@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <iterator>
 #include <span>
@@ -45,6 +46,19 @@ bool isPipe(const std::string& name)
 }
 
 } // namespace
+
+void Viewer::parse(int argc, const char* const* argv)
+{
+    const auto isWord = [&](int index, const char* word) {
+        return index < argc && std::strcmp(argv[index], word) == 0;
+    };
+    for (int i = 0; i < argc; ++i) {
+        const bool isProfile = (isWord(i, "-view") || isWord(i, "--view")) && isWord(i + 1, "profile");
+        m_arguments.push_back(isProfile ? "-profile" : argv[i]);
+        i += isProfile;
+    }
+    Program::parse(static_cast<int>(m_arguments.size()), m_arguments.data());
+}
 
 Viewer::Viewer() : Program("vxview", description)
 {

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace Quillmoran {
 
@@ -15,6 +16,9 @@ class Viewer final : public Program
 {
 public:
     Viewer();
+
+    // "-view profile X0 Y0 X1 Y1 WIDTH" is the option -profile, since the arguments of an option have a fixed number.
+    void parse(int argc, const char* const* argv);
 
 private:
     // Where the picture goes.
@@ -48,6 +52,7 @@ private:
     ViewOptions getOptions(const Output& output) const;
     void printResult(const Picture& picture, const ViewedPoints& points, const Output& output) const;
 
+    std::vector<const char*> m_arguments; // as they are parsed
     TerminalGraphics m_graphics = TerminalGraphics::Blocks;
 };
 
