@@ -348,8 +348,12 @@ TEST_F(RoundTrips, RestoreBPFFilesWhereTheModuleIs)
     const json expected = describe("in.Bpf -stats"), file = describe("out.vxl -stats -check");
     EXPECT_EQ(file["wkt"], expected["wkt"]);
     ASSERT_EQ(file["statistics"].size(), 15u);
-    for (const json& channel : expected["statistics"])
-        EXPECT_EQ(find(file["statistics"], channel["name"]), channel);
+    for (json channel : expected["statistics"]) {
+        json packedChannel = find(file["statistics"], channel["name"]);
+        for (json* each : {&channel, &packedChannel})
+            each->erase("histogram"); // the edges depend on the quantization, which BPF does not have
+        EXPECT_EQ(packedChannel, channel);
+    }
 }
 
 TEST_F(RoundTrips, MakeTheSameBytesWithAnyNumberOfThreads)

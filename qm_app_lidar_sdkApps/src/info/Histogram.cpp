@@ -20,8 +20,8 @@ typename Histogram<Position>::Scale Histogram<Position>::scaleOf(int exponent) n
 
 // Real numbers have indices that are exact: at most 53 bits.
 template <class Position>
-typename Histogram<Position>::Scale Histogram<Position>::finestScale(Position low,
-                                                                     Position high) const noexcept
+typename Histogram<Position>::Scale
+Histogram<Position>::finestScale([[maybe_unused]] Position low, [[maybe_unused]] Position high) const noexcept
 {
     int exponent = m_finest;
     if constexpr (isReal) {

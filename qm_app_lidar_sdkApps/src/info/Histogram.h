@@ -102,7 +102,7 @@ private:
         }
     }
     static Scale scaleOf(int exponent) noexcept;
-    Scale finestScale(Position low, Position high) const noexcept;
+    Scale finestScale([[maybe_unused]] Position low, [[maybe_unused]] Position high) const noexcept;
     std::uint64_t numBins(Scale scale, Position low, Position high) const noexcept;
     void coverPositions(Position low, Position high);
     // Moves the counts to bins of at least the width.
