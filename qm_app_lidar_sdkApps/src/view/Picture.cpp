@@ -13,6 +13,8 @@ namespace {
 
 // More points are hardly visible: the distance of these is about three cells. They would take twice the time to decode.
 constexpr double pointsPerCell = 0.09;
+// It does not pay to leave out some of so few points.
+constexpr double fewPoints = 65536;
 
 bool isFinite(const Bounds::Range& range)
 {
@@ -127,7 +129,7 @@ double PictureMaker::chooseFraction() const
         return std::min(*m_options.fraction, 1.0);
     const double wanted = static_cast<double>(m_picture.projection.numCells()) * pointsPerCell;
     const auto level = [&](double finest) {
-        const double spare = countPoints() * finest / wanted;
+        const double spare = countPoints() * finest / std::max(wanted, fewPoints);
         return spare > 1 ? std::ldexp(finest, -static_cast<int>(std::log2(spare))) : finest;
     };
     if (m_points.overviewFraction > 0 && countPoints() * m_points.overviewFraction >= wanted)
