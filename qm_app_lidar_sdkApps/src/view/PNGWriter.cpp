@@ -40,6 +40,23 @@ void packRow(std::span<const Color> row, std::uint8_t* out)
     }
 }
 
+// A raw deflate stream.
+struct Deflater
+{
+    z_stream stream = {};
+
+    Deflater()
+    {
+        // Higher levels take three times as long for a twentieth of the size.
+        constexpr int level = 1, rawWindow = -15, memoryLevel = 9;
+        if (deflateInit2(&stream, level, Z_DEFLATED, rawWindow, memoryLevel, Z_DEFAULT_STRATEGY) != Z_OK)
+            throwFailed("out of memory");
+    }
+    ~Deflater() { deflateEnd(&stream); }
+    Deflater(const Deflater&) = delete;
+    Deflater& operator=(const Deflater&) = delete;
+};
+
 struct Strip
 {
     Bytes compressed;
@@ -59,11 +76,8 @@ Strip compressStrip(const Image& image, std::size_t begin, std::size_t end)
         packRow<numSamples>(image.row(y), rows.get() + (y - begin) * rowSize);
     strip.checksum = adler32(1, rows.get(), static_cast<uInt>(strip.size));
 
-    // Higher levels take three times as long for a twentieth of the size.
-    constexpr int level = 1, rawWindow = -15, memoryLevel = 9;
-    z_stream stream = {};
-    if (deflateInit2(&stream, level, Z_DEFLATED, rawWindow, memoryLevel, Z_DEFAULT_STRATEGY) != Z_OK)
-        throwFailed("out of memory");
+    Deflater deflater;
+    z_stream& stream = deflater.stream;
     constexpr std::size_t ofFlush = 16;
     const std::size_t bound = deflateBound(&stream, static_cast<uLong>(strip.size)) + ofFlush;
     const std::unique_ptr<std::uint8_t[]> compressed(new std::uint8_t[bound]);
@@ -74,7 +88,6 @@ Strip compressStrip(const Image& image, std::size_t begin, std::size_t end)
     const bool isLast = end == image.height();
     const int status = deflate(&stream, isLast ? Z_FINISH : Z_SYNC_FLUSH);
     const bool isDone = status == (isLast ? Z_STREAM_END : Z_OK) && stream.avail_in == 0;
-    deflateEnd(&stream);
     if (!isDone)
         throwFailed("the rows cannot be compressed");
     strip.compressed.assign(compressed.get(), stream.next_out);
