@@ -42,7 +42,7 @@ echo "built the programs and ${tests[*]} (Debian 11, $((SECONDS - begin)) s)"
 # apps_test takes longer than all others, which run beside it.
 run_test() { inside "$root" "cd /build && timeout 900 ./$1 --gtest_brief=1 --gtest_filter='${2:-*}'"; }
 # What takes longest there does not depend on the release.
-run_test apps_test '-*Pipes.*:*AnyNumberOfThreads:*OrdersPoints:*FindsTheSameOrder*' >"$root/apps_test.log" 2>&1 &
+run_test apps_test '-*Pipes.*:*AnyNumberOfThreads:*OrdersPoints:*FindsTheSameOrder*:*LimitsLists*:TerminalPicture.*:Vxdiff.*' >"$root/apps_test.log" 2>&1 &
 broken=0
 for test in "${tests[@]}"; do
   [ "$test" = apps_test ] || run_test "$test" || broken=1
