@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Compares queries of a file on a server with those of the same local file: bench/remote.py FILE.vxl
 
-The server is nginx (scripts/dependencies.sh --all) on the loopback address, behind a proxy that delays each request by 50 ms. The
+The server is nginx (scripts/dependencies.sh --all) on the loopback address. A proxy delays each request by 50 ms. The
 programs are those of build/release, or of the folder VX_PROGRAMS. For each query, prints the seconds of both, the bytes
 that the local run reads, the bytes that the server sends, and the requests.
 """

@@ -132,7 +132,7 @@ TEST_F(Vxview, SectionsShowTheNearestPointsOfTheirCorridor)
     ASSERT_FALSE(buildings.empty());
     EXPECT_LE(buildings.back(), 4u) << "its distance along the line is 3.2 of 32";
     const Image side = view("a.txt -view side -size 64 -noLegend -by class");
-    EXPECT_EQ(colorsOf(side).count(toPixel(water)), 1u) << "what is in front is low";
+    EXPECT_EQ(colorsOf(side).count(toPixel(water)), 1u) << "the nearest point is low";
 }
 
 TEST_F(Vxview, LegendsListWhatThePictureShows)

@@ -66,7 +66,7 @@ def test_virtual_file_systems(www, nginx, tmp_path):
 
 
 def test_sets_of_remote_files_need_permission(www, nginx, tmp_path):
-    """Whoever names a list or an index does not know what it makes the program request."""
+    """The author of a list or an index could otherwise choose what the program requests."""
     urls = [f"{nginx.url}/{name}" for name in ("medium.vxl", "small.vxl", "medium.laz")]
     locals_ = [str(www / url.rsplit("/", 1)[1]) for url in urls]
     for kind, names in ("remote", urls), ("local", locals_):

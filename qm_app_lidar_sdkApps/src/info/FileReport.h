@@ -71,7 +71,7 @@ struct FileReport
     std::optional<Check> check;                   // only if -check completed
     std::vector<ChannelStatistics> statistics;    // only if -stats completed
     bool isFast = false;                          // statistics could be estimates
-    std::uint64_t samplingInterval = 1;           // one point in so many was read for them
+    std::uint64_t samplingInterval = 1;           // points, of which one was read for them
     std::vector<std::string> problems;            // empty for a sound file
 };
 

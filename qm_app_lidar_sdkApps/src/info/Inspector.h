@@ -27,7 +27,7 @@ private:
     FileReport inspect(const Utils::Input& input);
     void decode(FileReport& report);
     void scan(FileReport& report, ProgressDelegate& progress);
-    // One point in so many is read: a power of two.
+    // The number of points of which one is read: a power of two.
     std::uint64_t getSamplingInterval(const SourceDescription& description) const;
     void write(const FileReport& report);
 

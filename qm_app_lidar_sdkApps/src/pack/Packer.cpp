@@ -2,7 +2,6 @@
 
 #include "common/coders/TransformUtils.h"
 #include "files/QMFileUtils.h"
-#include "files/RemoteName.h"
 #include "las/header/LASRestore.h"
 #include "model/ChannelNames.h"
 #include "pack/DescriptionOptions.h"
@@ -78,12 +77,6 @@ void warnOfLostScales(const std::vector<VX7PointWriter::ChannelSummary>& records
 }
 
 // The names of pipes need no ending.
-bool isPipe(const char* name)
-{
-    std::error_code ignored;
-    return std::strcmp(name, "-") == 0 || std::filesystem::is_fifo(name, ignored);
-}
-
 } // namespace
 
 Packer::Packer() : Program("vxpack", description)
@@ -138,7 +131,7 @@ void Packer::checkOptions() const
     if (!isEach && !m_cmdLine.isPresent("outputFile") &&
         (inputs.size() != 1 || QMFileUtils::isDirectory(inputs[0].c_str())))
         m_cmdLine.usageError("-outputFile or -outputDirectory is required for several inputs");
-    if (!isEach && !m_cmdLine.isPresent("outputFile") && isPipe(inputs[0].c_str()))
+    if (!isEach && !m_cmdLine.isPresent("outputFile") && Utils::isPipe(inputs[0].c_str()))
         m_cmdLine.usageError("-outputFile is required for points from a pipe");
     if (const double* steps = m_cmdLine.getFloatArray("quantize"))
         if (std::any_of(steps, steps + 3, [](double step) { return !(step > 0) || std::isinf(step); }))
@@ -167,19 +160,11 @@ std::string Packer::chooseOutput(const std::vector<std::string>& inputs) const
 {
     if (m_cmdLine.isPresent("outputFile")) {
         const char* const output = m_cmdLine.getString("outputFile");
-        if (Utils::getPointSourceType(output) != POINT_SOURCE_VX7 && !isPipe(output))
+        if (Utils::getPointSourceType(output) != POINT_SOURCE_VX7 && !Utils::isPipe(output))
             QM_THROW(ErrorCode::General, "the name of the output must end in '.vxl': '%s'", output);
         return output;
     }
-    // A remote file is packed to the current directory.
-    std::filesystem::path path = RemoteName::withoutQuery(inputs[0]);
-    if (RemoteName::isRemote(inputs[0]))
-        path = path.filename();
-    std::string output = path.replace_extension(".vxl");
-    Utils::refuseSameFile(inputs[0].c_str(), output.c_str());
-    if (QMFileUtils::exists(output.c_str()) && !m_cmdLine.getFlag("force"))
-        QM_THROW(ErrorCode::General, "the output '%s' exists; -f replaces it", output.c_str());
-    return output;
+    return Utils::nameOutput(m_cmdLine, inputs[0], ".vxl");
 }
 
 void Packer::pack(Task& task, ProgressDelegate& progress, bool verbose) const

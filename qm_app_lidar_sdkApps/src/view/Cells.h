@@ -10,7 +10,7 @@
 
 namespace Quillmoran {
 
-// The point in front of each cell. Of points at the same depth it is the first, so that cells depend on the order
+// The visible point of each cell. Of points at the same depth it is the first, so that cells depend on the order
 // of the points only. Used by one thread at a time.
 struct Cells
 {
@@ -27,7 +27,7 @@ struct Cells
     bool isEmpty(std::size_t cell) const { return depths[cell] == empty; }
 
     std::size_t columns, rows;
-    std::vector<float> depths;         // larger in front; by row, from the top
+    std::vector<float> depths;         // larger is nearer; by row, from the top
     std::vector<double> values;        // of the quantity that is drawn
     std::vector<std::uint32_t> counts; // of points; empty if they are not needed
 };
@@ -52,7 +52,7 @@ std::size_t findInSection(const Projection& projection, const Bounds::Range& alo
                           const double* y, const double* z, std::size_t count, std::uint32_t* cells,
                           float* depths);
 
-// Points whose value is NaN are left out. Returns the number of those that were in front.
+// Points whose value is NaN are left out. Returns the number of those that would be visible.
 std::size_t keepFront(const std::uint32_t* found, const float* depths, const double* values,
                       std::size_t count, Cells& cells);
 void countPoints(const std::uint32_t* found, std::size_t count, Cells& cells);

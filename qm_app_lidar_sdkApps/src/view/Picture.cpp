@@ -128,11 +128,12 @@ double PictureMaker::chooseFraction() const
     if (m_options.fraction)
         return std::min(*m_options.fraction, 1.0);
     const double wanted = static_cast<double>(m_picture.projection.numCells()) * pointsPerCell;
+    const double numPoints = countPoints();
     const auto level = [&](double finest) {
-        const double spare = countPoints() * finest / std::max(wanted, fewPoints);
+        const double spare = numPoints * finest / std::max(wanted, fewPoints);
         return spare > 1 ? std::ldexp(finest, -static_cast<int>(std::log2(spare))) : finest;
     };
-    if (m_points.overviewFraction > 0 && countPoints() * m_points.overviewFraction >= wanted)
+    if (m_points.overviewFraction > 0 && numPoints * m_points.overviewFraction >= wanted)
         return level(m_points.overviewFraction);
     return m_points.hasLevels ? level(1) : 1;
 }
@@ -184,11 +185,9 @@ Picture PictureMaker::make()
         project();
         found = read();
     }
-    m_picture.shading = chooseShading(m_picture.quantity, found);
     if (!m_options.by && found.hasOneColor && m_picture.quantity.kind == Quantity::Colors) {
         m_picture.quantity = {};
         found = read();
-        m_picture.shading = chooseShading(m_picture.quantity, found);
     }
     if (found.numShown == 0)
         QM_THROW(ErrorCode::General, "no points of '%s' are in the picture", m_points.name.c_str());
@@ -197,12 +196,15 @@ Picture PictureMaker::make()
     if (m_options.view == View::Top && m_options.box == Bounds::Huge())
         m_picture.numOutside = found.numRead - found.numShown;
 
+    const bool isDensity = m_picture.quantity.kind == Quantity::Density;
+    if (!isDensity) // of the points, without the cells between them
+        m_picture.shading = chooseShading(m_picture.quantity, found);
     const bool isExact = m_picture.quantity.kind == Quantity::Colors || m_picture.quantity.isNominal();
     if (m_options.view == View::Section)
         growPoints(found.cells, chooseDotRadius(found));
     else
         fillGaps(found.cells, isExact ? Filling::Nearest : Filling::Mean);
-    if (m_picture.quantity.kind == Quantity::Density) {
+    if (isDensity) {
         computeDensity(found.cells, m_picture.projection, m_picture.fraction);
         m_picture.shading = chooseShading(m_picture.quantity, found);
     }

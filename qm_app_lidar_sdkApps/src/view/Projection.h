@@ -11,8 +11,8 @@ namespace Quillmoran {
 
 enum class View
 {
-    Top,    // x to the right, y up; the highest point is in front
-    Section // the distance along a line to the right, z up; the point on the right of the line is in front
+    Top, // x to the right, y up; the highest point is visible
+    Section // the distance along a line to the right, z up; the point farthest to the right of the line is visible
 };
 
 inline double lengthOf(const Bounds::Range& range)

@@ -14,7 +14,7 @@ namespace Quillmoran {
 // line, from the descenders to the ascenders, and at most 16384.
 std::size_t textWidth(std::string_view utf8, double height);
 
-// Draws a text that begins at `x` and stands on `baseline`, the lower edge of its letters, rounded to whole
+// Draws a text that begins at `x` above `baseline`, the lower edge of its letters, rounded to whole
 // pixels. A quarter of the height is below the baseline.
 void drawText(Image& image, double x, double baseline, std::string_view utf8, double height, Color color);
 

@@ -1,8 +1,8 @@
 #include "view/Viewer.h"
 
 #include "files/OutputFile.h"
+#include "files/QMFileSpec.h"
 #include "files/QMFileUtils.h"
-#include "files/RemoteName.h"
 #include "geotiff/GeoTIFFWriter.h"
 #include "text/Printable.h"
 #include "utils/program/ConsoleProgress.h"
@@ -22,7 +22,6 @@
 #include <filesystem>
 #include <iterator>
 #include <span>
-#include <strings.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 #include <vector>
@@ -32,18 +31,6 @@ namespace Quillmoran {
 namespace {
 
 constexpr char description[] = "Draws LiDAR files as pictures";
-
-bool endsWith(const std::string& name, const char* ending)
-{
-    const std::size_t length = std::char_traits<char>::length(ending);
-    return name.size() >= length && strcasecmp(name.c_str() + name.size() - length, ending) == 0;
-}
-
-bool isPipe(const std::string& name)
-{
-    std::error_code ignored;
-    return name == "-" || std::filesystem::is_fifo(name, ignored);
-}
 
 } // namespace
 
@@ -101,7 +88,7 @@ void Viewer::checkOptions() const
         return;
     if (inputs.size() != 1 || QMFileUtils::isDirectory(inputs[0].c_str()))
         m_cmdLine.usageError("-outputFile is required for several inputs");
-    if (isPipe(inputs[0]))
+    if (Utils::isPipe(inputs[0].c_str()))
         m_cmdLine.usageError("-outputFile is required for points from a pipe");
 }
 
@@ -133,21 +120,16 @@ Viewer::Output Viewer::chooseOutput() const
         return output;
     }
     if (!m_cmdLine.isPresent("outputFile")) {
-        // A picture of a remote file is written to the current directory.
-        std::filesystem::path path = RemoteName::withoutQuery(inputs[0]);
-        if (RemoteName::isRemote(inputs[0]))
-            path = path.filename();
-        output.name = path.replace_extension(".png");
-        if (QMFileUtils::exists(output.name.c_str()) && !m_cmdLine.getFlag("force"))
-            QM_THROW(ErrorCode::General, "the output '%s' exists; -f replaces it", output.name.c_str());
+        output.name = Utils::nameOutput(m_cmdLine, inputs[0], ".png");
         return output;
     }
     output.name = m_cmdLine.getString("outputFile");
-    const bool isGeoTIFF = endsWith(output.name, ".tif") || endsWith(output.name, ".tiff");
+    const QMFileSpec file(output.name.c_str());
+    const bool isGeoTIFF = file.endsWith(".tif") || file.endsWith(".tiff");
     output.kind = isGeoTIFF ? Output::GeoTIFF : Output::PNG;
     if (isGeoTIFF && ViewOptions::get(m_cmdLine).view == View::Section)
         QM_THROW(ErrorCode::General, "a GeoTIFF shows the points from above: '%s'", output.name.c_str());
-    if (!isGeoTIFF && !endsWith(output.name, ".png") && !isPipe(output.name))
+    if (!isGeoTIFF && !file.endsWith(".png") && !Utils::isPipe(output.name.c_str()))
         QM_THROW(ErrorCode::General, "the name of the output must end in '.png', '.tif' or '.tiff': '%s'",
                  output.name.c_str());
     const Utils::DataOutput opened = Utils::openOutput(output.name, !isGeoTIFF);
@@ -228,7 +210,7 @@ void Viewer::writePNG(const Image& image, Output& output, ProgressDelegate& prog
         file.init(output.stream.get(), output.name.c_str());
     else
         file.init(output.name.c_str());
-    file.create(); // a directory that does not exist is found before the work
+    file.create();
     const std::vector<std::uint8_t> bytes = encodePNG(image);
     file.checkCancelled(&progress, "writing PNG file");
     writeFully(file.open(), 0, bytes.data(), bytes.size());

@@ -1,5 +1,5 @@
-// Errors of reading a remote file. They say nothing about its contents, so whoever takes other errors for a property of
-// a file must pass them on.
+// Errors of reading a remote file. They say nothing about its contents: code that takes other errors for a property of a
+// file must pass them on.
 #pragma once
 
 #include <vxunpack/Base.h>

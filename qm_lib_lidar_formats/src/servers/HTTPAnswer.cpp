@@ -91,7 +91,6 @@ void HTTPAnswer::addHeaderLine(std::string_view line)
         return;
     const std::pair<std::string_view, std::string*> fields[] = {{"content-type", &contentType},
                                                                 {"content-range", &contentRange},
-                                                                {"content-length", &contentLength},
                                                                 {"etag", &entityTag},
                                                                 {"last-modified", &lastModified}};
     for (const auto& [name, value] : fields)

@@ -16,7 +16,6 @@ struct HTTPAnswer
     long status = 0;
     std::string contentType;
     std::string contentRange;
-    std::string contentLength;
     std::string entityTag;
     std::string lastModified;
     std::vector<unsigned char> body;

@@ -198,9 +198,7 @@ using List = std::unique_ptr<curl_slist, ListCleanup>;
 struct Session
 {
     Multi multi{curl_multi_init()};
-    std::vector<Easy> idle;
-
-    ~Session() { idle.clear(); }
+    std::vector<Easy> idle; // destroyed first
 };
 
 class HTTPSource final : public RangeSource
@@ -233,7 +231,7 @@ private:
     // Waits before an attempt; false if it was interrupted.
     bool pause(unsigned attempt) const;
     std::string describeFailure(const Transfer& transfer) const;
-    // After a bad answer to a request for so many ranges.
+    // After a bad answer to a request for this number of ranges.
     void askForFewer(std::size_t numRanges);
 
     const std::string m_url;

@@ -74,9 +74,9 @@ void ReadPlan::start(PointRanges ranges, std::int64_t samplePoints)
     for (const Band& band : m_bands)
         bytes += std::min(sizeOf(band.ranges), m_info.getFile()->size());
     const std::int64_t numSamples = m_info.getNumSamples(m_level);
-    m_bytesPerPoint = std::max(static_cast<double>(bytes) / static_cast<double>(numSamples), 1e-3);
-    const auto pointsOf = [this](std::int64_t size) {
-        return static_cast<std::int64_t>(static_cast<double>(size) / m_bytesPerPoint) + 1;
+    const double bytesPerPoint = std::max(static_cast<double>(bytes) / static_cast<double>(numSamples), 1e-3);
+    const auto pointsOf = [bytesPerPoint](std::int64_t size) {
+        return static_cast<std::int64_t>(static_cast<double>(size) / bytesPerPoint) + 1;
     };
     m_maxStepPoints = pointsOf(stepBytes);
     m_readsAhead = samplePoints == 0;

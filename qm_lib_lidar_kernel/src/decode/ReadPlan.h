@@ -87,7 +87,6 @@ private:
     const WaveletDecoderInfo& m_info;
     const std::uint32_t m_level;
     std::deque<Band> m_bands;
-    double m_bytesPerPoint = 0;
     PointRanges m_ranges; // that no step has yet
     std::size_t m_range = 0;
     std::int64_t m_stepPoints = 0;

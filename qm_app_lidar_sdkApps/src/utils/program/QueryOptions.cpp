@@ -1,4 +1,6 @@
 #include "cli/QMCmdLine.h"
+#include "files/QMFileUtils.h"
+#include "files/RemoteName.h"
 #include "text/FieldFormat.h"
 #include "utils/program/Program.h"
 #include "utils/program/Utils.h"
@@ -7,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -157,6 +160,18 @@ void checkInputs(const QMCmdLine& cmdLine)
     const std::vector<std::string> names = getStrings(cmdLine, "inputFile");
     if (std::count(names.begin(), names.end(), "-") > 1)
         cmdLine.usageError("standard input ('-') can be given only once");
+}
+
+std::string nameOutput(const QMCmdLine& cmdLine, const std::string& input, const char* ending)
+{
+    std::filesystem::path path = RemoteName::withoutQuery(input);
+    if (RemoteName::isRemote(input))
+        path = path.filename();
+    std::string output = path.replace_extension(ending);
+    refuseSameFile(input.c_str(), output.c_str());
+    if (QMFileUtils::exists(output.c_str()) && !cmdLine.getFlag("force"))
+        QM_THROW(ErrorCode::General, "the output '%s' exists; -f replaces it", output.c_str());
+    return output;
 }
 
 Input openInput(const QMCmdLine& cmdLine, const std::string& name)

@@ -72,6 +72,11 @@ void checkInputs(const QMCmdLine& cmdLine);
 // openInput() with this option.
 Input openInput(const QMCmdLine& cmdLine, const std::string& name);
 
+// The name of an output that has none: that of the only input with another ending, of a remote input in the
+// current directory. Throws General "the output '%s' exists; -f replaces it" unless "force" is given, and what
+// refuseSameFile() throws.
+std::string nameOutput(const QMCmdLine& cmdLine, const std::string& input, const char* ending);
+
 // "d"/"depth", the levels of directories that addNamed() descends.
 void addDepthOption(QMCmdLine& cmdLine);
 int getDepth(const QMCmdLine& cmdLine);

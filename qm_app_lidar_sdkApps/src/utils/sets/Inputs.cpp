@@ -95,16 +95,19 @@ void addInput(FilePointSourceManager& files, const char* name, int depth)
     files.addFile(name);
 }
 
+bool isPipe(const char* name)
+{
+    std::error_code ignored;
+    return std::strcmp(name, "-") == 0 || std::filesystem::is_fifo(name, ignored);
+}
+
 Input openInput(const char* name, const char* format)
 {
     Input input{name, format ? Formats::typeOfInput(format) : SimpleFileOpener::getPointSourceType(name), {}};
-    const bool isStandardInput = std::strcmp(name, "-") == 0;
-    std::error_code ignored;
-    const bool isPipe = isStandardInput || std::filesystem::is_fifo(name, ignored);
     const bool mayBePoints = input.type != POINT_SOURCE_LIST && input.type != POINT_SOURCE_INDEX;
-    if (!isPipe || !(format || mayBePoints))
+    if (!isPipe(name) || !(format || mayBePoints))
         return input;
-    if (isStandardInput)
+    if (std::strcmp(name, "-") == 0)
         input.name = "standard input";
     input.io.reset(Spool::read(name, input.name.c_str()).detach());
     if (!format)

@@ -21,6 +21,9 @@ void addFiles(PersistentPointSourceWriter& writer, const char* path, int depth);
 // The same for a name that must exist, where a single file may be of any format.
 void addInput(FilePointSourceManager& files, const char* name, int depth);
 
+// Whether a name is "-" or that of a named pipe.
+bool isPipe(const char* name);
+
 // A file or a directory that a user named, or a pipe.
 struct Input
 {
