@@ -20,4 +20,7 @@ void nestedParallelLoop(std::size_t count, const std::function<void(std::size_t)
 // The maximum number of threads of a loop.
 std::size_t getNumThreads();
 
+// Whether this build can start threads.
+bool hasThreads() noexcept;
+
 } // namespace Quillmoran

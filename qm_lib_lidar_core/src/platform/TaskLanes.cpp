@@ -1,7 +1,7 @@
 #include "platform/TaskLanes.h"
 
-#include "platform/TaskGroup.h"
 #include "platform/TaskTrace.h"
+#include "platform/scheduler/Scheduler.h"
 
 #include <cstdint>
 #include <exception>

@@ -1,8 +1,8 @@
 #include "platform/TaskRing.h"
 
 #include "platform/ParallelLoop.h"
-#include "platform/TaskGroup.h"
 #include "platform/TaskTrace.h"
+#include "platform/scheduler/Scheduler.h"
 
 #include <algorithm>
 #include <condition_variable>

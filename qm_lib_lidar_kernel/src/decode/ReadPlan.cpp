@@ -4,6 +4,7 @@
 #include "decode/MemoryBudget.h"
 #include "decode/coders/SubblockReader.h"
 #include "platform/BoundedIO.h"
+#include "platform/ParallelLoop.h"
 
 #include <algorithm>
 #include <system_error>
@@ -37,7 +38,8 @@ IO::Range toRange(const IO::Location& location)
 
 ReadPlan::~ReadPlan()
 {
-    if (m_receiving.valid())
+    // Without threads, a step that nobody has waited for has not begun.
+    if (m_receiving.valid() && hasThreads())
         m_receiving.wait();
 }
 
@@ -237,7 +239,8 @@ void ReadPlan::startNext()
     if (m_isComplete)
         return;
     try {
-        m_receiving = std::async(std::launch::async, [this] { receiveStep(); });
+        const std::launch policy = hasThreads() ? std::launch::async : std::launch::deferred;
+        m_receiving = std::async(policy, [this] { receiveStep(); });
     } catch (const std::system_error&) {
         m_isComplete = true; // the system has no thread left, and the decoder does without the plan
     }

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <utility>
 
 namespace Quillmoran {
@@ -48,19 +49,22 @@ void WaveletDecoder::init(const WaveletDecoderInfo& info, const Bounds& bounds, 
                           const PointInfo& layout, bool verifies, ProgressDelegate* delegate)
 {
     m_info = Scoped<const WaveletDecoderInfo>::retained(&info);
-    const bool isEmpty = !(fraction > 0);
-    m_level = isEmpty ? 0 : info.getLevel(fraction);
+    const bool isEmpty = !m_chosen && !(fraction > 0);
+    m_level = m_chosen ? m_chosen->level : isEmpty ? 0 : info.getLevel(fraction);
     // The level reduces the points by a power of two; the sampling does the rest.
-    PointIterator::init(bounds, std::ldexp(fraction, static_cast<int>(m_level)), layout, delegate);
+    const double sampling = m_chosen ? 1 : std::ldexp(fraction, static_cast<int>(m_level));
+    PointIterator::init(bounds, sampling, layout, delegate);
     m_file.emplace(info.getFile());
     if ((*m_file)->isRemote() && !isEmpty) {
         m_plan = std::make_unique<ReadPlan>(info, m_level);
-        ReadPlan::announceDescription(info, getBounds(), verifies);
+        ReadPlan::announceDescription(info, m_chosen ? Bounds::Huge() : getBounds(), verifies);
     }
     if (verifies && !isEmpty)
         verifyDescription();
     selectChannels(layout);
-    if (!isEmpty)
+    if (m_chosen)
+        m_ranges = m_chosen->ranges;
+    else if (!isEmpty)
         m_ranges = info.getPointRanges(m_level, getBounds());
     for (WaveletDecoderInfo::PointRange& range : m_ranges) { // there is one if all points are wanted
         range.start += m_first;
@@ -74,8 +78,15 @@ void WaveletDecoder::init(const WaveletDecoderInfo& info, const Bounds& bounds, 
     addLanes();
     begin(m_ranges.empty() ? 0 : m_ranges.front().start);
     if (m_plan)
-        m_plan->start(m_ranges,
-                      m_isSample ? static_cast<std::int64_t>(m_blocks.size() * getBlockPoints(layout)) : 0);
+        m_plan->start(m_ranges, getSamplePoints(layout));
+}
+
+std::int64_t WaveletDecoder::getSamplePoints(const PointInfo& layout) const
+{
+    if (m_chosen)
+        return std::accumulate(m_ranges.begin(), m_ranges.end(), std::int64_t{0},
+                               [](std::int64_t sum, const auto& range) { return sum + range.length; });
+    return m_isSample ? static_cast<std::int64_t>(m_blocks.size() * getBlockPoints(layout)) : 0;
 }
 
 void WaveletDecoder::selectChannels(const PointInfo& layout)
@@ -191,7 +202,7 @@ void WaveletDecoder::verifyDescription()
 {
     const StoredDigests& digests = m_info->getDigests();
     digests.verifyDescription();
-    if (m_info->needsIndex(getBounds()))
+    if (!m_chosen && m_info->needsIndex(getBounds()))
         digests.verifyIndex();
     if (m_level == 0)
         m_digests = digests.getSamples(m_info->getNumPoints(), m_info->getNumPointChannels());

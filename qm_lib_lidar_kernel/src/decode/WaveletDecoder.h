@@ -21,6 +21,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Quillmoran {
@@ -46,6 +47,14 @@ public:
     {
         m_first = point;
         m_isSample = true;
+    }
+
+    // Decodes these ranges of points of a level instead of those that the fraction and the index select, and
+    // announces all of them to a remote file in one step. Those that are not in the box are dropped. Call it
+    // before init(), with ranges that getPointRanges() of the file returns, or parts of them.
+    void takeOnly(std::uint32_t level, std::vector<WaveletDecoderInfo::PointRange> ranges)
+    {
+        m_chosen = {level, std::move(ranges)};
     }
 
     // SubbandRead or Inflate for a damaged band, DigestDiffers "channel %s, points %d to %d: digest differs"
@@ -95,6 +104,8 @@ private:
     WaveletDecoder() = default;
     ~WaveletDecoder() override;
 
+    // The number of points that will be taken, if that is known to be few; otherwise 0.
+    std::int64_t getSamplePoints(const PointInfo& layout) const;
     void selectChannels(const PointInfo& layout);
     bool isMergeable(const WaveletDecoderInfo::SplitChannel& split, DataType wanted) const;
     void addChannel(std::size_t fileChannel, std::size_t pointChannel);
@@ -123,12 +134,19 @@ private:
     // Makes the next block current; false if there are no more points.
     bool refill();
 
+    struct ChosenPoints
+    {
+        std::uint32_t level;
+        std::vector<WaveletDecoderInfo::PointRange> ranges;
+    };
+
     Scoped<const WaveletDecoderInfo> m_info;
     std::optional<OpenIO> m_file; // kept open, since the chains open and close it
     MemoryBudget m_budget;
     std::uint32_t m_level = 0;
     std::int64_t m_first = 0; // point
     bool m_isSample = false;
+    std::optional<ChosenPoints> m_chosen;
     std::vector<std::string> m_skipped; // channels that are not decoded
     std::deque<Channel> m_channels; // the parts of a split channel are consecutive: fraction, exponent, sign
     const StoredDigests::Samples* m_digests = nullptr; // of m_info; null unless samples are compared

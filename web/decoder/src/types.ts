@@ -11,6 +11,8 @@ export interface ByteSource {
    * a time. Rejects with a CloudError, or any other error, if the bytes cannot be read, or when `signal` is aborted.
    */
   read(begin: number, end: number, signal?: AbortSignal): Promise<Uint8Array>;
+  /** Called when the cloud is closed. */
+  close?(): void;
 }
 
 export type SampleType =
@@ -155,6 +157,6 @@ export interface Cloud {
    * with their digests, if the file has them.
    */
   read(query?: BoxQuery): AsyncGenerator<Points, void, void>;
-  /** Stops the workers. Queries that run are rejected. */
+  /** Stops the workers and closes the source. Queries that run are rejected. */
   close(): void;
 }

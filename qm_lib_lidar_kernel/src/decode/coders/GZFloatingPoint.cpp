@@ -2,90 +2,15 @@
 //
 // The counterpart is encode/coders/GZFloatingPointWriter.cpp.
 #include "common/coders/KernelTypes.h"
+#include "decode/coders/Inflate.h"
 #include "decode/coders/SubblockReader.h"
 #include "platform/ByteOrder.h"
-#include <vxunpack/Base.h>
 
 #include <memory>
-#include <zlib.h>
-#ifdef VX_HAS_LIBDEFLATE
-#include <libdeflate.h>
-#endif
 
 namespace Quillmoran {
 
 namespace {
-
-constexpr ErrorCode zlibError = ErrorCode::Inflate;
-constexpr int rawDeflate = -15; // window bits; negative means no zlib wrapper
-
-const char* message(const char* text)
-{
-    return text ? text : "buffer error";
-}
-
-// One inflater per thread, shared by its readers: an inflater uses about 40 kB with its window, and there can
-// be thousands of readers.
-struct Inflater
-{
-    z_stream stream = {};
-
-    Inflater()
-    {
-        if (inflateInit2(&stream, rawDeflate) != Z_OK)
-            QM_THROW(zlibError, "inflateInit(): %s", message(stream.msg));
-    }
-    ~Inflater() { inflateEnd(&stream); }
-    Inflater(const Inflater&) = delete;
-    Inflater& operator=(const Inflater&) = delete;
-};
-
-z_stream& getInflater()
-{
-    thread_local Inflater inflater;
-    return inflater.stream;
-}
-
-#ifdef VX_HAS_LIBDEFLATE
-struct DecompressorDeleter
-{
-    void operator()(libdeflate_decompressor* decompressor) const
-    {
-        libdeflate_free_decompressor(decompressor);
-    }
-};
-
-// Needs a half to a quarter of zlib's time. Returns false on any error; zlib then supplies the message.
-bool inflateFast(const std::uint8_t* payload, std::size_t length, void* out, std::size_t size)
-{
-    thread_local const std::unique_ptr<libdeflate_decompressor, DecompressorDeleter> decompressor(
-        libdeflate_alloc_decompressor());
-    std::size_t taken = 0;
-    std::size_t made = 0;
-    return decompressor &&
-           libdeflate_deflate_decompress_ex(decompressor.get(), payload, length, out, size, &taken, &made) ==
-               LIBDEFLATE_SUCCESS &&
-           made == size;
-}
-#else
-bool inflateFast(const std::uint8_t*, std::size_t, void*, std::size_t)
-{
-    return false;
-}
-#endif
-
-void inflateExactly(const std::uint8_t* payload, std::size_t length, void* out, std::size_t size)
-{
-    z_stream& stream = getInflater();
-    if (inflateReset(&stream) != Z_OK)
-        QM_THROW(zlibError, "inflateReset(): %s", message(stream.msg));
-    stream.next_in = const_cast<Bytef*>(payload);
-    stream.avail_in = static_cast<uInt>(length);
-    stream.next_out = static_cast<Bytef*>(out);
-    stream.avail_out = static_cast<uInt>(size);
-    if (inflate(&stream, Z_NO_FLUSH) != Z_STREAM_END || stream.avail_out != 0)
-        QM_THROW(zlibError, "inflate(Z_NO_FLUSH): %s", message(stream.msg));
-}
 
 template <class T>
 class GZFloatingPoint final : public SubblockReader
@@ -95,17 +20,13 @@ public:
 
     void init() override
     {
-        SubblockReader::init(deflateBound(nullptr, static_cast<uLong>(getFormat().subblockSize * sizeof(T))));
+        SubblockReader::init(getMaxDeflatedSize(std::uint64_t{getFormat().subblockSize} * sizeof(T)));
     }
 
-    // Inflate with the library's message: "inflateInit(): %s", "inflateReset(): %s" and "inflate(Z_NO_FLUSH):
-    // %s", the last one also for a stream that does not end with the last sample.
     void decode(const CodedSubblock& subblock) const override
     {
-        const auto length = static_cast<std::size_t>(subblock.header.payloadLength);
-        const std::size_t size = subblock.count * sizeof(T);
-        if (!inflateFast(subblock.payload, length, subblock.samples, size))
-            inflateExactly(subblock.payload, length, subblock.samples, size);
+        inflateRaw(subblock.payload, static_cast<std::size_t>(subblock.header.payloadLength),
+                   subblock.samples, subblock.count * sizeof(T));
 
         auto* const samples = static_cast<T*>(subblock.samples);
         const auto* const bytes = static_cast<const std::uint8_t*>(subblock.samples);

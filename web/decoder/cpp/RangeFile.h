@@ -1,0 +1,59 @@
+// A file of which only some byte ranges are in memory. A read of other bytes throws BytesMissing; the caller then gets
+// these bytes, adds them, and starts again.
+#pragma once
+
+#include <vxunpack/IO.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <span>
+#include <vector>
+
+namespace Quillmoran {
+
+// Not an Error, so that nobody takes it for damage of the file.
+struct BytesMissing
+{
+    std::vector<IO::Range> ranges;
+};
+
+class RangeFile final : public IO
+{
+public:
+    static RangeFile* create(std::int64_t size) { return new RangeFile(size); }
+
+    // Memory for the bytes of a range that are to be added; the caller fills it before the next read. Throws
+    // InvalidArgument for a range that is not in the file.
+    std::span<std::uint8_t> add(std::int64_t offset, std::size_t length);
+    // Drops the ranges that were added after the last call of keep().
+    void drop();
+    void keep() noexcept;
+
+    void open() override {}
+    void close() override {}
+    std::size_t pread(std::int64_t offset, void* buffer, std::size_t count) const override;
+    std::size_t pwrite(std::int64_t offset, const void* buffer, std::size_t count) const override; // throws
+    std::int64_t size() const override { return m_size; }
+    void truncate(std::int64_t length) override; // throws
+    void unlink() override {}
+    bool isRemote() const noexcept override { return true; }
+    void willRead(std::span<const Range> ranges) const override;
+
+private:
+    struct Extent
+    {
+        std::vector<std::uint8_t> bytes;
+        bool isKept = false;
+    };
+
+    explicit RangeFile(std::int64_t size) : m_size(size) {}
+
+    // The number of bytes in memory from an offset on; they are copied unless `buffer` is null.
+    std::size_t copy(std::int64_t offset, std::uint8_t* buffer, std::size_t count) const;
+
+    const std::int64_t m_size;
+    std::map<std::int64_t, Extent> m_extents; // by offset; they may overlap
+};
+
+} // namespace Quillmoran

@@ -1,0 +1,204 @@
+import type { Decoder } from './decoders.js';
+import { RangeCache, abortable } from './rangecache.js';
+import { outOfMemory, type Answer, type FileBytes, type Job } from './session.js';
+import {
+  CloudError, type Box, type BoxQuery, type ByteSource, type Channel, type Cloud, type Description, type Points,
+  type RangeQuery, type SampleType, type Traffic,
+} from './types.js';
+
+/** Blocks of digests have this number of points. */
+const blockPoints = 2 ** 20;
+// Of the library.
+const invalidArgument = 40007;
+const noSuchChannel = 40012;
+const unsupported = 40211;
+
+type Kind = 'opened' | 'ranges' | 'points';
+type Result<K extends Kind> = Extract<Answer, { kind: K }>['value'];
+
+interface OpenDecoder {
+  readonly decoder: Decoder;
+  hasOpened: boolean;
+}
+
+/** A file with decoders that share the bytes received. */
+export class DecodedCloud implements Cloud {
+  description!: Description; // set by open()
+  private readonly idle: OpenDecoder[] = [];
+  private readonly all: OpenDecoder[] = [];
+  private readonly waiting: ((decoder: OpenDecoder) => void)[] = [];
+  private readonly closing = new AbortController();
+
+  private constructor(
+    private readonly source: ByteSource,
+    private readonly cache: RangeCache,
+    readonly concurrency: number,
+    private readonly createDecoder: () => Decoder,
+  ) {}
+
+  static async open(
+    source: ByteSource, cache: RangeCache, concurrency: number, createDecoder: () => Decoder, signal?: AbortSignal,
+  ): Promise<DecodedCloud> {
+    const cloud = new DecodedCloud(source, cache, concurrency, createDecoder);
+    try {
+      const native = await cloud.withDecoder(signal, (opened) => cloud.work(opened, { kind: 'open' }, 'opened', signal));
+      const channels = native.channels.map((channel) => ({ ...channel, type: channel.type as SampleType }));
+      cloud.description = { ...native, channels, name: source.name, size: source.size };
+    } catch (error) {
+      cloud.close();
+      throw error;
+    }
+    return cloud;
+  }
+
+  get traffic(): Traffic {
+    return this.cache.traffic;
+  }
+
+  numPoints(level: number): number {
+    this.checkLevel(level);
+    const { numPoints } = this.description;
+    return numPoints === 0 ? 0 : Math.floor((numPoints - 1) / 2 ** level) + 1;
+  }
+
+  async readRange({ level, first, count, channels, box, signal }: RangeQuery): Promise<Points> {
+    const total = this.numPoints(level);
+    if (!Number.isSafeInteger(first) || !Number.isSafeInteger(count) || first < 0 || count < 1 || first + count > total)
+      throw new CloudError('argument', `Level ${level} of ${this.source.name} has ${total} points.`);
+    return this.decode(level, [first, count], box ?? null, this.choose(channels), false, signal);
+  }
+
+  async *read({ box, level = 0, channels, signal }: BoxQuery = {}): AsyncGenerator<Points, void, void> {
+    const total = this.numPoints(level);
+    const names = this.choose(channels);
+    const ranges = box
+      ? await this.run({ kind: 'ranges', level, box: checkBox(box) }, 'ranges', signal)
+      : total === 0 ? [] : [0, total];
+    for (const block of divide(ranges, box ? blockPoints / 8 : blockPoints))
+      yield await this.decode(level, block, box ?? null, names, level === 0 && !box, signal);
+  }
+
+  close(): void {
+    this.closing.abort();
+    for (const { decoder } of this.all) decoder.close();
+    this.source.close?.();
+  }
+
+  private checkLevel(level: number): void {
+    if (!Number.isInteger(level) || level < 0 || level >= this.description.numLevels)
+      throw new CloudError('argument', `${this.source.name} has levels 0 to ${this.description.numLevels - 1}.`);
+  }
+
+  private choose(channels: readonly string[] | undefined): string[] {
+    const isCoordinate = (name: string) => name === 'X' || name === 'Y' || name === 'Z';
+    const known = new Map(this.description.channels.map((channel: Channel) => [channel.name, channel]));
+    const wanted = channels ?? [...known.keys()];
+    const unknown = wanted.find((name) => !known.has(name));
+    if (unknown !== undefined)
+      throw new CloudError('argument', `${this.source.name} has no channel "${unknown}".`);
+    return [...new Set(wanted)].filter((name) => !isCoordinate(name));
+  }
+
+  private async decode(
+    level: number, ranges: number[], box: Box | null, channels: string[], verifies: boolean, signal?: AbortSignal,
+  ): Promise<Points> {
+    const job: Job = { kind: 'points', level, ranges, box: box && checkBox(box), channels, verifies };
+    const { count, channels: samples } = await this.run(job, 'points', signal);
+    return { level, first: ranges[0] ?? 0, count, channels: samples };
+  }
+
+  private run<K extends Kind>(job: Job, kind: K, signal?: AbortSignal): Promise<Result<K>> {
+    return this.withDecoder(signal, async (opened) => {
+      if (!opened.hasOpened) await this.work(opened, { kind: 'open' }, 'opened', signal);
+      return this.work(opened, job, kind, signal);
+    });
+  }
+
+  private async withDecoder<T>(signal: AbortSignal | undefined, use: (decoder: OpenDecoder) => Promise<T>): Promise<T> {
+    this.throwIfStopped(signal);
+    let opened = this.idle.pop();
+    if (!opened && this.all.length < this.concurrency) {
+      opened = { decoder: this.createDecoder(), hasOpened: false };
+      this.all.push(opened);
+    }
+    opened ??= await new Promise<OpenDecoder>((resolve) => this.waiting.push(resolve));
+    try {
+      this.throwIfStopped(signal);
+      return await use(opened);
+    } finally {
+      const next = this.waiting.shift();
+      if (next) next(opened);
+      else this.idle.push(opened);
+    }
+  }
+
+  /** Repeats a job until it has the bytes that it needs. */
+  private async work<K extends Kind>(
+    opened: OpenDecoder, job: Job, kind: K, signal?: AbortSignal,
+  ): Promise<Result<K>> {
+    const { decoder } = opened;
+    let added: FileBytes[] = [];
+    try {
+      for (;;) {
+        const answer = await decoder.step(job, added);
+        this.throwIfStopped(signal);
+        if (answer.kind === 'error') throw this.toError(opened, answer.code, answer.message);
+        if (answer.kind !== 'missing') {
+          if (answer.kind !== kind) throw new Error('the decoder answered another question');
+          if (kind === 'opened') opened.hasOpened = true;
+          return answer.value as Result<K>;
+        }
+        const { ranges } = answer;
+        const bytes = await abortable(this.cache.read(ranges, signal), this.closing.signal);
+        added = bytes.map((part, i) => ({ begin: ranges[2 * i]!, bytes: part }));
+      }
+    } finally {
+      decoder.end();
+    }
+  }
+
+  private throwIfStopped(signal?: AbortSignal): void {
+    if (this.closing.signal.aborted) throw new CloudError('aborted', `${this.source.name} was closed.`);
+    if (signal?.aborted) throw new CloudError('aborted', 'The query was cancelled.');
+  }
+
+  private toError(opened: OpenDecoder, code: number, message: string): CloudError {
+    const { name } = this.source;
+    if (code === outOfMemory) {
+      opened.hasOpened = false; // the memory may have been lost with the instance
+      return new CloudError('memory', `There is not enough memory to decode ${name}.`);
+    }
+    if (code === unsupported) return new CloudError('unsupported', `${name} cannot be read: ${message}.`);
+    if (code === invalidArgument || code === noSuchChannel) return new CloudError('argument', `${name}: ${message}.`);
+    if (code < 0) opened.hasOpened = false;
+    return new CloudError('damaged', `${name} is damaged: ${message}.`);
+  }
+}
+
+function checkBox(box: Box): Box {
+  const isGood = (corner: readonly number[]) => corner.length === 3 && corner.every((value) => typeof value === 'number' && !Number.isNaN(value));
+  if (!isGood(box.min) || !isGood(box.max))
+    throw new CloudError('argument', 'A box has two corners of three numbers.');
+  return { min: [...box.min], max: [...box.max] };
+}
+
+/** Divides ranges, as first point and number of points, at multiples of `size`. */
+function* divide(ranges: readonly number[], size: number): Generator<number[], void, void> {
+  let block: number[] = [];
+  let blockIndex = -1;
+  for (let i = 0; i + 1 < ranges.length; i += 2) {
+    const end = ranges[i]! + ranges[i + 1]!;
+    for (let first = ranges[i]!; first < end; ) {
+      const index = Math.floor(first / size);
+      if (index !== blockIndex && block.length !== 0) {
+        yield block;
+        block = [];
+      }
+      blockIndex = index;
+      const next = Math.min((index + 1) * size, end);
+      block.push(first, next - first);
+      first = next;
+    }
+  }
+  if (block.length !== 0) yield block;
+}

@@ -1,0 +1,39 @@
+import { DecodedCloud } from './cloud.js';
+import { LocalDecoder, WorkerDecoder } from './decoders.js';
+import { RangeCache } from './rangecache.js';
+import { BlobSource, HTTPSource } from './sources.js';
+import { CloudError, type ByteSource, type Cloud, type OpenOptions } from './types.js';
+
+const defaultCacheBytes = 64 * 2 ** 20;
+const defaultMaxMemory = 2 ** 30;
+
+/** What browsers and Node.js do differently. */
+export interface Platform {
+  loadModule(): Promise<WebAssembly.Module>;
+  readonly defaultWorkers: number;
+  readonly workerURL?: URL;
+  /** The source of a name that is not an http or https URL. */
+  openNamed(name: string): Promise<ByteSource>;
+}
+
+export async function openWith(
+  platform: Platform, source: string | URL | Blob | ByteSource, options: OpenOptions = {},
+): Promise<Cloud> {
+  const { signal, workers = platform.defaultWorkers } = options;
+  if (workers > 0 && !platform.workerURL) throw new CloudError('argument', 'There are no Web Workers here.');
+  const [module, opened] = await Promise.all([platform.loadModule(), openSource(platform, source, signal)]);
+  const head = opened instanceof HTTPSource ? opened.head : undefined;
+  const cache = new RangeCache(opened, options.cacheBytes ?? defaultCacheBytes, head);
+  const session = { module, fileSize: opened.size, maxMemory: options.maxMemory ?? defaultMaxMemory };
+  const createDecoder = () => (workers > 0 ? new WorkerDecoder(platform.workerURL!, session) : new LocalDecoder(session));
+  return DecodedCloud.open(opened, cache, Math.max(workers, 1), createDecoder, signal);
+}
+
+async function openSource(
+  platform: Platform, source: string | URL | Blob | ByteSource, signal?: AbortSignal,
+): Promise<ByteSource> {
+  if (source instanceof Blob) return new BlobSource(source);
+  if (typeof source === 'string' && !/^https?:/i.test(source)) return platform.openNamed(source);
+  if (typeof source === 'string' || source instanceof URL) return HTTPSource.open(new URL(source), signal);
+  return source;
+}

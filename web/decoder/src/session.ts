@@ -1,0 +1,109 @@
+import createModule, { type NativeAnswer, type NativeDescription, type NativeSession } from '../build/decoder.mjs';
+import { inflateRaw } from './inflate.js';
+import type { Box, Samples } from './types.js';
+
+/** Bytes of the file. */
+export interface FileBytes {
+  readonly begin: number;
+  readonly bytes: Uint8Array;
+}
+
+/** What a decoder is asked for. `ranges` are first point and number of points of each range. */
+export type Job =
+  | { kind: 'open' }
+  | { kind: 'ranges'; level: number; box: Box }
+  | { kind: 'points'; level: number; ranges: number[]; box: Box | null; channels: string[]; verifies: boolean };
+
+export interface DecodedPoints {
+  count: number;
+  channels: Record<string, Samples>;
+}
+
+/** The result of a job, or the byte ranges that it needs, as begin, end, begin, end and so on. */
+export type Answer =
+  | { kind: 'opened'; value: NativeDescription }
+  | { kind: 'ranges'; value: number[] }
+  | { kind: 'points'; value: DecodedPoints }
+  | { kind: 'missing'; ranges: number[] }
+  | { kind: 'error'; code: number; message: string };
+
+/** The code of errors that end a decoder, besides those of the library. */
+export const crashed = -1000;
+export const outOfMemory = 48; // ENOMEM of WebAssembly's C library
+
+const pageBytes = 65536;
+const initialPages = 256; // as linked
+
+export interface SessionOptions {
+  readonly module: WebAssembly.Module;
+  readonly fileSize: number;
+  readonly maxMemory: number;
+}
+
+/**
+ * An instance of the decoder, for one file. Its memory does not shrink, but is bounded. After a crash, as by a stack
+ * overflow, it starts again with an empty memory, and the file must be opened again.
+ */
+export class Session {
+  private native: NativeSession | undefined;
+
+  constructor(private readonly options: SessionOptions) {}
+
+  /** Adds bytes and does a job as far as it can. Call it again with the bytes that are missing. */
+  async step(job: Job, added: readonly FileBytes[]): Promise<Answer> {
+    try {
+      this.native ??= await this.start();
+      const session = this.native;
+      for (const { begin, bytes } of added) {
+        const memory = session.add(begin, bytes.length);
+        if (!(memory instanceof Uint8Array)) return toAnswer(memory, () => this.lost());
+        memory.set(bytes);
+      }
+      switch (job.kind) {
+        case 'open':
+          return toAnswer(session.open(), (value) => ({ kind: 'opened', value }));
+        case 'ranges':
+          return toAnswer(session.findRanges(job.level, job.box), (value) => ({ kind: 'ranges', value }));
+        case 'points':
+          return toAnswer(
+            session.decode(job.level, job.ranges, job.box, job.channels, job.verifies),
+            (value) => ({ kind: 'points', value: value as DecodedPoints }),
+          );
+      }
+    } catch (error) {
+      this.native = undefined; // in an unknown state
+      const isMemory = error instanceof RangeError && /memory/i.test(error.message);
+      return { kind: 'error', code: isMemory ? outOfMemory : crashed, message: String(error) };
+    }
+  }
+
+  /** Ends a job: drops the bytes that were added for it. */
+  end(): void {
+    this.native?.drop();
+  }
+
+  private lost(): Answer {
+    return { kind: 'error', code: crashed, message: 'the decoder is in an unknown state' };
+  }
+
+  private async start(): Promise<NativeSession> {
+    const { module, fileSize, maxMemory } = this.options;
+    const maximum = Math.min(Math.max(Math.floor(maxMemory / pageBytes), initialPages), 32768);
+    const native = await createModule({
+      wasmMemory: new WebAssembly.Memory({ initial: initialPages, maximum }),
+      instantiateWasm(imports, done) {
+        WebAssembly.instantiate(module, imports).then((instance) => done(instance, module));
+        return {};
+      },
+      inflateRaw,
+    });
+    return new native.Session(fileSize);
+  }
+}
+
+function toAnswer<T>(result: NativeAnswer<T>, wrap: (value: T) => Answer): Answer {
+  const object = result as { error?: { code: number; message: string }; missing?: number[] };
+  if (object.error) return { kind: 'error', ...object.error };
+  if (object.missing) return { kind: 'missing', ranges: object.missing };
+  return wrap(result as T);
+}
