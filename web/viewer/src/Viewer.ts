@@ -61,8 +61,7 @@ export class Viewer {
       this.events.contextRestored();
       this.requestFrame();
     });
-    new ResizeObserver(() => this.resize()).observe(canvas);
-    this.resize();
+    new ResizeObserver(() => this.resize()).observe(canvas); // also called for the first size
   }
 
   get isFramePending(): boolean {
