@@ -51,7 +51,7 @@ export const spectralRamp: readonly Color[] = interpolate([
 
 /** 256 greys. Black would be lost on the background. */
 export const grayRamp: readonly Color[] = interpolate([
-  { position: 0, lightness: 0.25, chroma: 0, hue: 0 },
+  { position: 0, lightness: 0.35, chroma: 0, hue: 0 },
   { position: 1, lightness: 1, chroma: 0, hue: 0 },
 ]);
 

@@ -359,6 +359,7 @@ export class Page {
     else if (scene && cloud) {
       const { none, waiting } = scene.pending;
       text = `${formatCount(scene.numDrawnPoints)} of ${formatCount(cloud.description.numPoints)} points`;
+      if (scene.clip || scene.hiddenClasses.size > 0) text += ' (before hiding some)';
       if (waiting > 0) text += ' · trying again after an error';
       else if (none > 0) text += ' · loading';
       this.info.showTraffic(cloud.traffic, cloud.description.size);

@@ -45,8 +45,8 @@ void main() {
     gl_PointSize = 1.;
     return;
   }
-  // A little larger than the spacing, since points are not on a grid.
-  gl_PointSize = clamp(1.25 * sizeFactor * spacing * pixelsPerUnit / gl_Position.w, sizeRange.x, sizeRange.y);
+  // Larger than the spacing, since points are not on a grid.
+  gl_PointSize = clamp(1.6 * sizeFactor * spacing * pixelsPerUnit / gl_Position.w, sizeRange.x, sizeRange.y);
   pointSize = gl_PointSize;
   if (mode == 1)
     pointColor = fromRamp(spectral, elevationRange, world.z);
