@@ -4,7 +4,7 @@ import * as THREE from 'three';
 import { availableModes, neededChannels, type ColorMode } from './ColorModes.js';
 import { axisScales, parseCoordinateSystem, type CoordinateSystem } from './CoordinateSystem.js';
 import { centerOf, GrowingBox, isProper, type Box, type Vector } from './Geometry.js';
-import { NodeLoader, type Job } from './NodeLoader.js';
+import { NodeLoader, type Failure, type Job } from './NodeLoader.js';
 import {
   convertPositions, convertSamples, countColorBits, haveDifferentColors, type NodePoints, type NodeSamples,
 } from './NodePoints.js';
@@ -111,7 +111,7 @@ export class CloudScene {
   }
 
   /** Nodes of the picture that are not drawn yet, or not with all samples, by their failures. */
-  get pending(): Readonly<Record<'none' | 'waiting' | 'final', number>> {
+  get pending(): Readonly<Record<Failure, number>> {
     const counts = { none: 0, waiting: 0, final: 0 };
     for (const { node } of this.jobs()) ++counts[this.loader.failureOf(node)];
     return counts;

@@ -45,8 +45,9 @@ export class InfoPanel {
   }
 
   showTraffic(traffic: Traffic, size: number): void {
-    const share = size > 0 ? ` (${(100 * traffic.bytes / size).toFixed(1)} % of the file)` : '';
-    const text = `${formatBytes(traffic.bytes)} in ${formatCount(traffic.requests)} requests${share}`;
+    const share = size > 0 ? ` (${(100 * traffic.bytes / size).toFixed(1)}\u00a0% of the file)` : '';
+    const requests = traffic.requests === 1 ? '1 request' : `${formatCount(traffic.requests)} requests`;
+    const text = `${formatBytes(traffic.bytes)} in ${requests}${share}`;
     if (this.traffic.textContent !== text) this.traffic.textContent = text;
   }
 

@@ -12,22 +12,36 @@ export interface LoaderEvents {
   loaded(job: Job, points: Points): void;
   /** A query has failed. `isFinal` is true if it is not tried again before `retry`. */
   failed(job: Job, error: CloudError, isFinal: boolean): void;
-  /** A query that failed can be tried again: time for `update`. */
+  /** Something may be loaded now that could not be loaded before: time for `update`. */
   wake(): void;
 }
 
-const pauses = [1000, 3000, 8000]; // milliseconds after each failure
+/** What has become of a node that is not loaded. */
+export type Failure = 'none' | 'waiting' | 'final';
 
-interface Failure {
-  count: number;
-  /** Of the clock; Infinity if only `retry` helps. */
-  nextTry: number;
+const pauses = [1000, 3000, 8000]; // milliseconds after each failure
+const lostAfter = 3; // nodes in a row that could not be read
+
+// Counts failures, and says when the next try is.
+class Backoff {
+  private count = 0;
+  /** Of the clock; Infinity if only the user can decide. */
+  nextTry = 0;
+
+  fail(now: number, mayPass: boolean): void {
+    const pause = mayPass ? pauses[this.count] : undefined;
+    ++this.count;
+    this.nextTry = pause === undefined ? Infinity : now + pause;
+  }
 }
 
 /** Loads what `update` asks for. */
 export class NodeLoader {
-  private readonly running = new Map<TreeNode, { readonly job: Job; readonly controller: AbortController }>();
-  private readonly failures = new Map<TreeNode, Failure>();
+  private readonly running = new Map<TreeNode, AbortController>();
+  private readonly failures = new Map<TreeNode, Backoff>();
+  // If nothing can be read, it is of no use to try each node.
+  private connection = new Backoff();
+  private failedInRow = 0;
   private timer: ReturnType<typeof setTimeout> | undefined;
   private isClosed = false;
 
@@ -42,24 +56,24 @@ export class NodeLoader {
     return this.running.size;
   }
 
-  /** How a node is, whose last query has failed. */
-  failureOf(node: TreeNode): 'none' | 'waiting' | 'final' {
-    const failure = this.failures.get(node);
-    return !failure ? 'none' : failure.nextTry === Infinity ? 'final' : 'waiting';
+  failureOf(node: TreeNode): Failure {
+    const nextTry = Math.max(this.connection.nextTry, this.failures.get(node)?.nextTry ?? 0);
+    return nextTry === 0 ? 'none' : nextTry === Infinity ? 'final' : 'waiting';
   }
 
   /** Aborts queries that are not among `jobs`, and starts the first ones that there is room for. */
   update(jobs: readonly Job[]): void {
     if (this.isClosed) return;
     const wanted = new Set(jobs.map((job) => job.node));
-    for (const [node, { controller }] of this.running)
-      if (!wanted.has(node)) controller.abort();
+    for (const [node, controller] of this.running) if (!wanted.has(node)) controller.abort();
     clearTimeout(this.timer);
+    // One query shows whether the connection is back.
+    const room = this.failedInRow >= lostAfter ? 1 : Math.max(1, this.cloud.concurrency);
     let wakeTime = Infinity;
     for (const job of jobs) {
-      if (this.running.size >= Math.max(1, this.cloud.concurrency)) break;
+      if (this.running.size >= room) break;
       if (this.running.has(job.node)) continue;
-      const nextTry = this.failures.get(job.node)?.nextTry ?? 0;
+      const nextTry = Math.max(this.connection.nextTry, this.failures.get(job.node)?.nextTry ?? 0);
       if (nextTry <= this.now()) void this.run(job);
       else wakeTime = Math.min(wakeTime, nextTry);
     }
@@ -69,46 +83,50 @@ export class NodeLoader {
   /** Forgets failures. */
   retry(): void {
     this.failures.clear();
+    this.connection = new Backoff();
+    this.failedInRow = 0;
   }
 
   /** Aborts everything; there are no events afterwards. */
   close(): void {
     this.isClosed = true;
     clearTimeout(this.timer);
-    for (const { controller } of this.running.values()) controller.abort();
+    for (const controller of this.running.values()) controller.abort();
     this.running.clear();
   }
 
   private async run(job: Job): Promise<void> {
     const { node, channels } = job;
     const controller = new AbortController();
-    this.running.set(node, { job, controller });
+    this.running.set(node, controller);
     try {
       const points = await this.cloud.readRange({
         level: node.level, first: node.first, count: node.count, channels, signal: controller.signal,
       });
       this.running.delete(node);
       this.failures.delete(node);
+      this.connection = new Backoff();
+      this.failedInRow = 0;
       // Even if it is not wanted any more: it will soon be wanted again.
       if (!this.isClosed) this.events.loaded(job, points);
     } catch (error) {
       this.running.delete(node);
-      if (!this.isClosed) this.fail(job, error as CloudError, controller.signal.aborted);
+      if (this.isClosed) return;
+      if (controller.signal.aborted) this.events.wake(); // there is room for another query
+      else this.fail(job, error as CloudError);
     }
   }
 
-  private fail(job: Job, error: CloudError, isAborted: boolean): void {
-    if (isAborted || error.code === 'aborted') {
-      this.events.wake(); // there is room for another query
-      return;
+  private fail(job: Job, error: CloudError): void {
+    const isLost = error.code === 'network' || error.code === 'changed';
+    if (isLost && ++this.failedInRow >= lostAfter) {
+      this.connection.fail(this.now(), error.code === 'network');
+    } else {
+      // Damage stays, but memory is freed.
+      const failure = this.failures.get(job.node) ?? new Backoff();
+      failure.fail(this.now(), error.code === 'network' || error.code === 'memory');
+      this.failures.set(job.node, failure);
     }
-    const failure = this.failures.get(job.node) ?? { count: 0, nextTry: 0 };
-    // Damage stays, but connections come back, and memory is freed.
-    const isPassing = error.code === 'network' || error.code === 'memory';
-    const pause = isPassing ? pauses[failure.count] : undefined;
-    failure.count += 1;
-    failure.nextTry = pause === undefined ? Infinity : this.now() + pause;
-    this.failures.set(job.node, failure);
-    this.events.failed(job, error, pause === undefined);
+    this.events.failed(job, error, this.failureOf(job.node) === 'final');
   }
 }

@@ -30,6 +30,8 @@ export interface NodePoints {
   readonly halves: Halves;
 }
 
+const colorChannels = ['Red', 'Green', 'Blue'];
+
 /** Converts coordinates. The channels X, Y and Z must be there. */
 export function convertPositions(points: Points, space: SceneSpace): NodePoints {
   const { count } = points;
@@ -66,7 +68,7 @@ export function convertSamples(points: Points, colorBits: number): NodeSamples {
     return samples && toNumbers(samples);
   };
   const result: NodeSamples = {};
-  const red = column('Red'), green = column('Green'), blue = column('Blue');
+  const [red, green, blue] = colorChannels.map(column);
   if (red && green && blue) {
     const colors = new Uint8Array(4 * count);
     const factor = 255 / (2 ** colorBits - 1);
@@ -87,23 +89,27 @@ export function convertSamples(points: Points, colorBits: number): NodeSamples {
   return result;
 }
 
-/** Files have colours of 8, 10, 12 or 16 bits, whatever the type of the channels is. */
+/**
+ * Files have colours of 8, 10, 12 or 16 bits, whatever the type of the channels is. A few larger values are errors of
+ * the file.
+ */
 export function countColorBits(points: Points): number {
-  let largest = 0;
-  for (const name of ['Red', 'Green', 'Blue']) {
+  const usual = [8, 10, 12];
+  const tooLarge = usual.map(() => 0);
+  for (const name of colorChannels) {
     const samples = points.channels[name];
-    if (samples) for (const value of toNumbers(samples) as Iterable<number>) if (value > largest) largest = value;
+    if (!samples) continue;
+    for (const value of toNumbers(samples) as Iterable<number>)
+      for (let i = 0; i < usual.length && value >= 2 ** (usual[i] as number); ++i) ++(tooLarge[i] as number);
   }
-  return [8, 10, 12].find((bits) => largest < 2 ** bits) ?? 16;
+  return usual.find((_, i) => (tooLarge[i] as number) <= points.count / 500) ?? 16;
 }
 
 /** True if the points have colours, and not all have the same. */
 export function haveDifferentColors(points: Points): boolean {
-  return ['Red', 'Green', 'Blue'].every((name) => points.channels[name]) &&
-    ['Red', 'Green', 'Blue'].some((name) => {
-      const samples = points.channels[name] as Samples;
-      return [...toNumbers(samples) as Iterable<number>].some((value, _, all) => value !== all[0]);
-    });
+  const channels = colorChannels.map((name) => points.channels[name]);
+  return channels.every((samples) => samples !== undefined) &&
+    channels.some((samples) => (toNumbers(samples) as Float64Array).some((value, _, all) => value !== all[0]));
 }
 
 /** Samples as numbers; 64-bit integers are rounded. */

@@ -69,12 +69,14 @@ export class Page {
   private readonly pointCard = byId('point-card');
 
   private cloud: Cloud | null = null;
+  private source: string | File | null = null;
   private opening: AbortController | null = null;
   private openTime = 0;
   private firstPictureMs: number | null = null;
   private pendingView: ViewState = {};
   private isMeasuring = false;
   private lastMemoryError = -Infinity;
+  private hasLoadError = false; // is shown
   private linkTimer: ReturnType<typeof setTimeout> | undefined;
   private ownHash = '';
   private pickNumber = 0;
@@ -139,6 +141,8 @@ export class Page {
     this.opening?.abort();
     this.closeCloud();
     this.errorBox.hide();
+    this.hasLoadError = false;
+    this.source = source;
     byId('welcome').hidden = true;
     const view = this.pendingView;
     const opening = this.opening = new AbortController();
@@ -221,6 +225,10 @@ export class Page {
   private onDrawn(): void {
     if (this.firstPictureMs === null && this.viewer.scene && this.viewer.scene.numDrawnPoints > 0)
       this.firstPictureMs = performance.now() - this.openTime;
+    if (this.hasLoadError && this.viewer.scene?.pending.final === 0) {
+      this.hasLoadError = false;
+      this.errorBox.hide();
+    }
     this.updateCounts();
   }
 
@@ -232,7 +240,12 @@ export class Page {
       this.applySettings();
       this.errorBox.show(`${messageOf(error)} At most ${formatCount(this.settings.budget)} points are shown now.`);
     } else if (isFinal && error.code !== 'memory') {
-      this.errorBox.show(messageOf(error), () => this.viewer.retry());
+      this.hasLoadError = true;
+      const { source } = this;
+      // Points of two versions of a file do not fit together.
+      if (error.code === 'changed' && source)
+        this.errorBox.show(messageOf(error), () => void this.open(source));
+      else this.errorBox.show(messageOf(error), () => this.viewer.retry());
     }
     this.viewer.requestFrame();
   }
@@ -448,7 +461,8 @@ export class Page {
   }
 
   private makeOverlay(): OverlayItems {
-    const clip = this.viewer.scene?.clip;
+    const { scene } = this.viewer;
+    const clip = scene?.isReady ? scene.clip : null;
     const corners = clip ? cornersOf(clip) : [];
     const { segments, vertices } = this.measurement;
     return {

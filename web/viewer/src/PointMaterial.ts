@@ -46,7 +46,7 @@ void main() {
     return;
   }
   // Larger than the spacing, since points are not on a grid.
-  gl_PointSize = clamp(1.6 * sizeFactor * spacing * pixelsPerUnit / gl_Position.w, sizeRange.x, sizeRange.y);
+  gl_PointSize = clamp(1.4 * sizeFactor * spacing * pixelsPerUnit / gl_Position.w, sizeRange.x, sizeRange.y);
   pointSize = gl_PointSize;
   if (mode == 1)
     pointColor = fromRamp(spectral, elevationRange, world.z);

@@ -46,6 +46,7 @@ export class Viewer {
     this.renderer.autoClear = false;
     this.renderer.setClearColor(0, 0);
     this.camera.up.set(0, 0, 1);
+    this.camera.position.set(0, -1, 1);
     this.controls = new OrbitControls(this.camera, canvas);
     this.controls.zoomToCursor = true;
     this.controls.screenSpacePanning = true;
@@ -167,13 +168,21 @@ export class Viewer {
     const right = new THREE.Vector3(0, 0, 1).cross(toCamera).normalize();
     const up = toCamera.clone().cross(right);
     const margin = 1.06;
-    const tanY = Math.tan(fieldOfView / 2 * Math.PI / 180), tanX = tanY * this.camera.aspect;
-    const distance = Math.max(...cornersOf(box).map((corner) => {
-      const offset = new THREE.Vector3(...corner).sub(center);
-      const across = Math.max(Math.abs(offset.dot(right)) / tanX, Math.abs(offset.dot(up)) / tanY);
-      return offset.dot(toCamera) + margin * across;
-    }), 1e-3);
-    this.setView(center.clone().addScaledVector(toCamera, distance).toArray(), center.toArray());
+    const tanY = Math.tan(fieldOfView / 2 * Math.PI / 180) / margin, tanX = tanY * this.camera.aspect;
+    const corners = cornersOf(box).map((corner) => new THREE.Vector3(...corner).sub(center));
+    // A corner is on the screen if |across - position| <= tan * (distance - along).
+    const fitAxis = (axis: THREE.Vector3, tan: number) => {
+      const highest = Math.max(...corners.map((corner) => corner.dot(axis) + tan * corner.dot(toCamera)));
+      const lowest = Math.min(...corners.map((corner) => corner.dot(axis) - tan * corner.dot(toCamera)));
+      return { distance: (highest - lowest) / (2 * tan), position: (highest + lowest) / 2 };
+    };
+    const x = fitAxis(right, tanX), y = fitAxis(up, tanY);
+    const distance = Math.max(x.distance, y.distance, 1e-3);
+    const target = center.clone().addScaledVector(right, x.position).addScaledVector(up, y.position);
+    const eye = target.clone().addScaledVector(toCamera, distance);
+    // The camera turns around a point as high as the centre.
+    target.addScaledVector(toCamera, (center.z - target.z) / toCamera.z);
+    this.setView(eye.toArray(), target.toArray());
   }
 
   /** Pixels, or a part of the screen for the zoom. */
