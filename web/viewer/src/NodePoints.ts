@@ -102,7 +102,7 @@ export function countColorBits(points: Points): number {
     for (const value of toNumbers(samples) as Iterable<number>)
       for (let i = 0; i < usual.length && value >= 2 ** (usual[i] as number); ++i) ++(tooLarge[i] as number);
   }
-  return usual.find((_, i) => (tooLarge[i] as number) <= points.count / 500) ?? 16;
+  return usual.find((_, i) => (tooLarge[i] as number) <= 3 * points.count / 500) ?? 16;
 }
 
 /** True if the points have colours, and not all have the same. */

@@ -32,27 +32,35 @@ export function findRobustBounds(positions: Float32Array, origin: readonly [numb
  */
 export function estimateSpacing(positions: Float32Array, begin: number, end: number, bounds: Box): number {
   const count = end - begin;
-  const size = ([0, 1, 2] as const).map((axis) => bounds.max[axis] - bounds.min[axis]);
-  const longest = Math.max(...size);
+  const longest = Math.max(...([0, 1, 2] as const).map((axis) => bounds.max[axis] - bounds.min[axis]));
   if (count < 2 || !(longest > 0)) return 0;
-  // About 16 points in each voxel of a surface. Fewer would count gaps between points as gaps in the surface.
-  const cells = Math.min(64, Math.max(2, Math.floor(Math.sqrt(count) / 4)));
-  const cell = longest / cells;
-  const numCells = size.map((length) => Math.min(cells, Math.floor(length / cell) + 1));
-  const [columns, rows, layers] = numCells as [number, number, number];
-  const isOccupied = new Uint8Array(columns * rows * layers);
-  let occupied = 0;
-  for (let i = begin; i < end; ++i) {
-    const x = Math.min(columns - 1, Math.floor(((positions[3 * i] as number) - bounds.min[0]) / cell));
-    const y = Math.min(rows - 1, Math.floor(((positions[3 * i + 1] as number) - bounds.min[1]) / cell));
-    const z = Math.min(layers - 1, Math.floor(((positions[3 * i + 2] as number) - bounds.min[2]) / cell));
-    const at = x + columns * (y + rows * z);
-    if (isOccupied[at] === 0) {
-      isOccupied[at] = 1;
-      ++occupied;
-    }
+  // Fewer points in a voxel would count gaps between points as gaps in the surface.
+  const perVoxel = 16;
+  const side = (voxels: number) => Math.min(256, Math.max(2, Math.floor(Math.sqrt(voxels / perVoxel))));
+  let cells = side(Math.min(count, perVoxel * 64 ** 2));
+  let occupied = countVoxels(positions, begin, end, bounds, longest / cells);
+  // Points in a part of the box allow smaller voxels, which fit to it better.
+  const finer = side(cells ** 2 * count / occupied);
+  if (finer >= 1.5 * cells) {
+    cells = finer;
+    occupied = countVoxels(positions, begin, end, bounds, longest / cells);
   }
-  return cell * Math.sqrt(Math.max(1, occupied) / count);
+  return longest / cells * Math.sqrt(occupied / count);
+}
+
+// How many cubes with this side have points.
+function countVoxels(positions: Float32Array, begin: number, end: number, bounds: Box, side: number): number {
+  const { min, max } = bounds;
+  const lengths = ([0, 1, 2] as const).map((axis) => Math.floor((max[axis] - min[axis]) / side) + 1);
+  const [columns, rows] = lengths as [number, number];
+  const isOccupied = new Set<number>();
+  for (let i = begin; i < end; ++i) {
+    const x = Math.floor(((positions[3 * i] as number) - min[0]) / side);
+    const y = Math.floor(((positions[3 * i + 1] as number) - min[1]) / side);
+    const z = Math.floor(((positions[3 * i + 2] as number) - min[2]) / side);
+    isOccupied.add(x + columns * (y + rows * z));
+  }
+  return Math.max(1, isOccupied.size);
 }
 
 /** The box of the points [begin, end), without those whose coordinates are not finite. */

@@ -32,7 +32,7 @@ export function decimalsOf(step: number): number {
   if (!(step > 0) || !Number.isFinite(step)) return 3;
   for (let decimals = 0; decimals <= most; ++decimals) {
     const scaled = step * 10 ** decimals;
-    if (scaled > 0.5 && Math.abs(scaled - Math.round(scaled)) < 1e-6 * scaled) return decimals;
+    if (scaled > 0.5 && Math.abs(scaled - Math.round(scaled)) < 1e-9 * scaled) return decimals;
   }
   // Steps that are no decimal fractions, as a third of a millimetre.
   return Math.min(most, Math.max(0, Math.ceil(-Math.log10(step))));
