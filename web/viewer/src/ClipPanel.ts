@@ -1,6 +1,6 @@
 // Six numbers and sliders of the clipping box.
 import { button, element } from './Dom.js';
-import type { Box } from './Geometry.js';
+import { map, type Box } from './Geometry.js';
 
 /** Edits a box in coordinates of the file. */
 export class ClipPanel {
@@ -23,7 +23,7 @@ export class ClipPanel {
       element('div', { class: 'buttons' },
         button('Clip to view', () => {
           const seen = boundsOnScreen();
-          if (seen) this.set(seen, true);
+          if (seen) this.set(this.roundedUp(seen), true);
         }),
         button('Reset', () => this.set(null, true))));
   }
@@ -63,6 +63,17 @@ export class ClipPanel {
   toggle(): void {
     this.isOn.checked = !this.isOn.checked;
     this.notify();
+  }
+
+  // Coordinates of the scene are less exact than those of the file: no point at the sides must be lost.
+  private roundedUp({ min, max }: Box): Box {
+    const round = (axis: 0 | 1 | 2, to: (value: number) => number, value: number) => {
+      const factor = 10 ** (this.decimals[axis] ?? 3);
+      return to(value * factor) / factor;
+    };
+    return {
+      min: map((axis) => round(axis, Math.floor, min[axis])), max: map((axis) => round(axis, Math.ceil, max[axis])),
+    };
   }
 
   private makeRow(axis: string, end: string, i: number): HTMLElement {

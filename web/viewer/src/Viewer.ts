@@ -21,6 +21,8 @@ export interface ViewerEvents extends Omit<CloudSceneEvents, 'changed'> {
 
 const fieldOfView = 50; // degrees
 const maxPixelRatio = 2;
+const anchorRadius = 24; // pixels
+const anchorPause = 120; // milliseconds; wheels turn faster
 
 /** Shows a cloud on a canvas. Frames are drawn only if something has changed. */
 export class Viewer {
@@ -39,6 +41,7 @@ export class Viewer {
   private readonly lighting = new EyeDomeLighting();
   private frameRequest = 0;
   private pointSize = 1;
+  private lastAnchor = -Infinity;
 
   /** Throws if the browser has no WebGL 2. */
   constructor(readonly canvas: HTMLCanvasElement, private readonly events: ViewerEvents) {
@@ -54,6 +57,9 @@ export class Viewer {
       this.events.moved();
       this.requestFrame();
     });
+    // Before the controls see the events.
+    canvas.addEventListener('pointerdown', (event) => this.anchor(event.offsetX, event.offsetY), { capture: true });
+    canvas.addEventListener('wheel', (event) => this.anchor(event.offsetX, event.offsetY), { capture: true, passive: true });
     this.controls.addEventListener('start', () => {
       if (this.scene && this.scene.pending.final > 0) this.retry();
     });
@@ -185,14 +191,14 @@ export class Viewer {
     this.setView(eye.toArray(), target.toArray());
   }
 
-  /** Pixels, or a part of the screen for the zoom. */
+  /** Pixels, radians, or a factor. */
   moveBy(action: 'pan' | 'rotate' | 'zoom', x: number, y = 0): void {
+    this.anchor(this.canvas.clientWidth / 2, this.canvas.clientHeight / 2);
     if (action === 'pan') this.controls.pan(x, y);
     else if (action === 'rotate') {
       this.controls.rotateLeft(x);
       this.controls.rotateUp(y);
-    } else if (x > 1) this.controls.dollyIn(x);
-    else this.controls.dollyOut(1 / x);
+    } else this.controls.dollyIn(1 / x);
     this.controls.update();
   }
 
@@ -214,6 +220,19 @@ export class Viewer {
   boundsOnScreen(): Box | null {
     this.camera.updateMatrixWorld();
     return this.scene?.boundsOnScreen(this.camera) ?? null;
+  }
+
+  // Moves the point that the camera turns around to the depth of what the user points at, so that points follow the
+  // pointer, and the zoom does not stop before them. The picture stays the same.
+  private anchor(x: number, y: number): void {
+    if (performance.now() - this.lastAnchor < anchorPause) return;
+    this.lastAnchor = performance.now();
+    const { clientWidth: width, clientHeight: height } = this.canvas;
+    const found = this.pick(x, y, anchorRadius) ?? this.pick(width / 2, height / 2, anchorRadius);
+    if (!found) return;
+    const forward = this.camera.getWorldDirection(new THREE.Vector3());
+    const depth = new THREE.Vector3(...found.position).sub(this.camera.position).dot(forward);
+    if (depth > 0) this.controls.target.copy(this.camera.position).addScaledVector(forward, depth);
   }
 
   private resize(): void {
