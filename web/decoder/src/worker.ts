@@ -19,7 +19,7 @@ scope.onmessage = async ({ data }) => {
     session = new Session(data);
   } else if (session) {
     const answer = await session.step(data.job, data.added);
-    const arrays = answer.kind === 'points' ? Object.values(answer.value.channels) : [];
+    const arrays = answer.kind === 'points' ? answer.value.samples : [];
     scope.postMessage(answer, arrays.map((array) => array.buffer as ArrayBuffer));
   }
 };
