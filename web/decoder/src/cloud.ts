@@ -1,6 +1,6 @@
 import type { Decoder } from './decoders.js';
 import { RangeCache, abortable } from './rangecache.js';
-import { outOfMemory, type Answer, type FileBytes, type Job } from './session.js';
+import { outOfMemory, type Answer, type FileBytes, type Job } from './protocol.js';
 import {
   CloudError, type Box, type BoxQuery, type ByteSource, type Cloud, type Description, type Points, type RangeQuery,
   type SampleType, type Samples, type Traffic,
