@@ -62,6 +62,8 @@ export interface Description {
   /** The names of classes 0, 1 and so on; null for a class without a name. */
   readonly classNames: readonly (string | null)[];
   readonly metadata: readonly MetadataRecord[];
+  /** Why the metadata is empty or incomplete, if it is damaged; otherwise null. The points can be read. */
+  readonly metadataFailure: string | null;
 }
 
 /**
