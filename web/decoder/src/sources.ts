@@ -140,7 +140,7 @@ function sizeOf(answer: Response): number | undefined {
 }
 
 async function askSize(url: URL, name: string, attempt: Attempt): Promise<number> {
-  const answer = await fetch(url, { method: 'HEAD', signal: attempt.signal });
+  const answer = await fetch(url, { method: 'HEAD', cache: 'no-store', signal: attempt.signal });
   const size = Number(answer.headers.get('Content-Length') ?? NaN);
   if (!answer.ok || !Number.isSafeInteger(size))
     throw new CloudError('no-ranges', `The server does not say how large ${name} is. It must expose the header Content-Range.`);
@@ -152,7 +152,8 @@ async function request(
 ): Promise<Response> {
   const wanted = ranges.map(({ begin, end }) => `${begin}-${end - 1}`).join(',');
   try {
-    return await fetch(url, { headers: { Range: `bytes=${wanted}` }, signal: attempt.signal });
+    // A browser's cache would show the headers of the file that it has stored with the bytes of a newer one.
+    return await fetch(url, { headers: { Range: `bytes=${wanted}` }, cache: 'no-store', signal: attempt.signal });
   } catch {
     throw new CloudError('network', `${name} cannot be read: the server cannot be reached, or does not allow this page to read it.`);
   }
