@@ -6,6 +6,7 @@ import { fileURLToPath } from 'node:url';
 import { CloudError } from '../decoder/dist/node.js';
 
 export const root = fileURLToPath(new URL('../../', import.meta.url));
+export const pythonEnvironment = { ...process.env, PYTHONPATH: `${root}build/release/python` };
 
 /** All sample files; without them, that of the repository. */
 export function sampleFiles() {
@@ -17,9 +18,8 @@ export function sampleFiles() {
 /** As web/tests/native.py prints it. */
 export function decodeNatively(files, levels = 4) {
   const script = fileURLToPath(new URL('native.py', import.meta.url));
-  const environment = { ...process.env, PYTHONPATH: `${root}build/release/python` };
   const text = execFileSync('/usr/bin/python3', [script, '--levels', levels, ...files],
-    { env: environment, maxBuffer: 1 << 28 });
+    { env: pythonEnvironment, maxBuffer: 1 << 28 });
   return JSON.parse(text);
 }
 
