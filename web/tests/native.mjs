@@ -6,7 +6,6 @@ import { fileURLToPath } from 'node:url';
 import { CloudError } from '../decoder/dist/node.js';
 
 export const root = fileURLToPath(new URL('../../', import.meta.url));
-export const pythonEnvironment = { ...process.env, PYTHONPATH: `${root}build/release/python` };
 
 /** All sample files; without them, that of the repository. */
 export function sampleFiles() {
@@ -15,15 +14,24 @@ export function sampleFiles() {
   return [...files.map((name) => `${vectors}/${name}`), `${root}examples/survey.vxl`];
 }
 
-/** As web/tests/native.py prints it. */
-export function decodeNatively(files, levels = 4) {
-  const script = fileURLToPath(new URL('native.py', import.meta.url));
-  const text = execFileSync('/usr/bin/python3', [script, '--levels', levels, ...files],
-    { env: pythonEnvironment, maxBuffer: 1 << 28 });
-  return JSON.parse(text);
+/** Runs a Python program of this folder with the native library. */
+function runPython(name, ...options) {
+  const script = fileURLToPath(new URL(name, import.meta.url));
+  const environment = { ...process.env, PYTHONPATH: `${root}build/release/python` };
+  return execFileSync('/usr/bin/python3', [script, ...options], { env: environment, maxBuffer: 1 << 28 });
 }
 
-/** The digests of the points of a query, as web/tests/native.py has them. */
+/** As native.py prints it. */
+export function decodeNatively(files, levels = 4) {
+  return JSON.parse(runPython('native.py', '--levels', levels, ...files));
+}
+
+/** Writes a file with hills, houses and trees. */
+export function makeCloud(numPoints, path) {
+  runPython('make_cloud.py', numPoints, path);
+}
+
+/** The digests of the points of a query, as native.py has them. */
 export async function digestPoints(cloud, query) {
   let count = 0;
   const hashes = {};

@@ -1,8 +1,7 @@
 // Chromium with software WebGL, and pages that read from nginx.
-import { execFileSync } from 'node:child_process';
 import puppeteer from 'puppeteer-core';
 import { startNginx } from '../../serve.mjs';
-import { pythonEnvironment, root } from '../native.mjs';
+import { root } from '../native.mjs';
 
 const flags = ['--no-sandbox', '--disable-quic', '--no-first-run', '--disable-background-networking',
   '--disable-component-update', '--disable-sync', '--use-angle=swiftshader', '--enable-unsafe-swiftshader'];
@@ -39,9 +38,4 @@ export async function startBrowser(folders) {
       await nginx.stop();
     },
   };
-}
-
-/** As make_cloud.py does. */
-export function makeCloud(numPoints, path) {
-  execFileSync('/usr/bin/python3', [`${root}web/tests/make_cloud.py`, numPoints, path], { env: pythonEnvironment });
 }
