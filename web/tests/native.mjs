@@ -15,20 +15,20 @@ export function sampleFiles() {
 }
 
 /** Runs a Python program of this folder with the native library. */
-function runPython(name, ...options) {
+function runPython(name, options, input = '') {
   const script = fileURLToPath(new URL(name, import.meta.url));
   const environment = { ...process.env, PYTHONPATH: `${root}build/release/python` };
-  return execFileSync('/usr/bin/python3', [script, ...options], { env: environment, maxBuffer: 1 << 28 });
+  return execFileSync('/usr/bin/python3', [script, ...options], { env: environment, input, maxBuffer: 1 << 28 });
 }
 
 /** As native.py prints it. */
 export function decodeNatively(files, levels = 4) {
-  return JSON.parse(runPython('native.py', '--levels', levels, ...files));
+  return JSON.parse(runPython('native.py', ['--levels', levels], files.join('\n')));
 }
 
 /** Writes a file with hills, houses and trees. */
 export function makeCloud(numPoints, path) {
-  runPython('make_cloud.py', numPoints, path);
+  runPython('make_cloud.py', [numPoints, path]);
 }
 
 /** The digests of the points of a query, as native.py has them. */

@@ -1,6 +1,6 @@
 """Prints digests of what the native library decodes of .vxl files, as JSON.
 
-    native.py [--levels N] FILE ...
+    native.py [--levels N] <NAMES      NAMES has a file name per line
 
 For each file: {"numPoints", "levels": {"0": DECODED, ...}, "box": [XMIN, XMAX, YMIN, YMAX], "boxed": DECODED}, where
 DECODED is {"count", "channels": {NAME: SHA-256 of the samples}} or {"error": TEXT}, or {"error": TEXT} for a file that
@@ -10,6 +10,7 @@ cannot be opened. The box is the middle ninth of the cloud.
 import argparse
 import hashlib
 import json
+import sys
 
 import numpy as np
 import vxl
@@ -37,19 +38,17 @@ def describe(path, levels):
     result["levels"] = {level: decode(cloud, fraction=2.0**-level) for level in range(levels)
                         if cloud.num_points >> level}
     width, height = bounds.xmax - bounds.xmin, bounds.ymax - bounds.ymin
-    result["box"] = [bounds.xmin + width / 3, bounds.xmax - width / 3, bounds.ymin + height / 3,
-                     bounds.ymax - height / 3]
-    if np.isfinite(result["box"]).all():
-        result["boxed"] = decode(cloud, box=tuple(result["box"]))
+    box = (bounds.xmin + width / 3, bounds.xmax - width / 3, bounds.ymin + height / 3, bounds.ymax - height / 3)
+    if np.isfinite(box).all():
+        result["box"], result["boxed"] = box, decode(cloud, box=box)
     return result
 
 
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--levels", type=int, default=4)
-    parser.add_argument("files", nargs="+")
-    options = parser.parse_args()
-    print(json.dumps({path: describe(path, options.levels) for path in options.files}, allow_nan=False))
+    levels = parser.parse_args().levels
+    print(json.dumps({path: describe(path, levels) for path in sys.stdin.read().splitlines()}, allow_nan=False))
 
 
 main()

@@ -1,6 +1,6 @@
 import type { Decoder } from './decoders.js';
 import { RangeCache, abortable } from './rangecache.js';
-import { outOfMemory, type Answer, type FileBytes, type Job } from './protocol.js';
+import { crashed, notStarted, outOfMemory, type Answer, type FileBytes, type Job } from './protocol.js';
 import {
   CloudError, type Box, type BoxQuery, type ByteSource, type Cloud, type Description, type Points, type RangeQuery,
   type SampleType, type Samples, type Traffic,
@@ -168,15 +168,20 @@ export class DecodedCloud implements Cloud {
     if (signal?.aborted) throw new CloudError('aborted', 'The query was cancelled.');
   }
 
-  private toError(opened: OpenDecoder, code: number, message: string): CloudError {
+  private toError(opened: OpenDecoder, code: number, text: string): CloudError {
     const { name } = this.source;
+    const message = text.replace(/[\p{Cc}\p{Cf}]/gu, '?'); // may have names of the file
     if (code === outOfMemory) {
       opened.hasOpened = false; // the memory may have been lost with the instance
       return new CloudError('memory', `There is not enough memory to decode ${name}.`);
     }
     if (code === unsupported) return new CloudError('unsupported', `${name} cannot be read: ${message}.`);
     if (code === invalidArgument || code === noSuchChannel) return new CloudError('argument', `${name}: ${message}.`);
-    if (code < 0) opened.hasOpened = false;
+    if (code === notStarted) return new CloudError('network', `The decoder (worker.js) cannot be started: ${message}.`);
+    if (code === crashed) {
+      opened.hasOpened = false;
+      return new CloudError('damaged', `${name} cannot be decoded: ${message}.`);
+    }
     return new CloudError('damaged', `${name} is damaged: ${message}.`);
   }
 }

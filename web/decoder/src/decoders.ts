@@ -1,4 +1,4 @@
-import { crashed, type Answer, type FileBytes, type Job } from './protocol.js';
+import { notStarted, type Answer, type FileBytes, type Job } from './protocol.js';
 import type { Session, SessionOptions } from './session.js';
 
 /** A decoder in this thread or in a worker. It does one job at a time. */
@@ -60,7 +60,7 @@ export class WorkerDecoder implements Decoder {
   }
 
   private fail(message: string): void {
-    this.failure = { kind: 'error', code: crashed, message };
+    this.failure = { kind: 'error', code: notStarted, message };
     this.answer(this.failure);
   }
 }

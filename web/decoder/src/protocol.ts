@@ -31,6 +31,7 @@ export type Answer =
   | { kind: 'missing'; ranges: number[] }
   | { kind: 'error'; code: number; message: string };
 
-/** The code of errors that end a decoder, besides those of the library. */
+/** Codes of errors besides those of the library: the decoder has failed, or its worker cannot be loaded. */
 export const crashed = -1000;
+export const notStarted = -1001;
 export const outOfMemory = 48; // ENOMEM of WebAssembly's C library
