@@ -17,6 +17,7 @@ scripts/web.sh --build
 cd web
 npm run --silent check
 status=0
+shopt -s nullglob
 node --test --test-reporter=spec --test-reporter-destination=stdout --test-reporter=tap --test-reporter-destination="$log" \
   decoder/test/*.test.mjs viewer/test/*.test.mjs tests/*.test.mjs || status=$?
 count() { awk -v name="$1" '$1 == "#" && name ~ $2 { n += $3 } END { print n + 0 }' "$log"; }

@@ -4,7 +4,7 @@
 import { spawn } from 'node:child_process';
 import { existsSync, realpathSync } from 'node:fs';
 import { mkdir, mkdtemp, readFile, rm, symlink, writeFile } from 'node:fs/promises';
-import { connect, createServer } from 'node:net';
+import { createServer } from 'node:net';
 import { homedir, tmpdir } from 'node:os';
 import { basename, join, resolve } from 'node:path';
 import { setTimeout as pause } from 'node:timers/promises';
@@ -46,14 +46,6 @@ async function findPort() {
   return port;
 }
 
-async function accepts(port) {
-  return new Promise((done) => {
-    const socket = connect(port, '127.0.0.1', () => done(true));
-    socket.once('error', () => done(false)).once('close', () => done(false));
-    socket.once('connect', () => socket.destroy());
-  });
-}
-
 /** Serves folders, each at a path that begins and ends with a slash, on a free port or the one given. */
 export async function startNginx(folders, port = undefined) {
   port ??= await findPort();
@@ -62,16 +54,15 @@ export async function startNginx(folders, port = undefined) {
   const child = spawn(findNginx(), ['-e', 'error.log', '-p', `${home}/`, '-c', 'nginx.conf'], { stdio: 'ignore' });
   const ended = new Promise((done) => child.once('exit', done).once('error', done));
   const hasEnded = () => child.exitCode !== null || child.signalCode !== null || child.pid === undefined;
-  while (!hasEnded() && !(await accepts(port))) await pause(20);
+  while (!hasEnded() && !existsSync(join(home, 'nginx.pid'))) await pause(20); // which it writes when it listens
   if (hasEnded()) {
     const log = await readFile(join(home, 'error.log'), 'utf8').catch(() => '');
     await rm(home, { recursive: true });
-    throw new Error(`nginx does not start: ${log.trim() || child.spawnfile}`);
+    throw new Error(`nginx does not start: ${log.split('\n')[0] || child.spawnfile}`);
   }
   let lines = 0;
   return {
     url: `http://127.0.0.1:${port}`,
-    ended,
     async stop() {
       child.kill();
       await ended;
@@ -106,8 +97,7 @@ async function main() {
     }
     const nginx = await startNginx({ '/': join(web, 'viewer/dist'), '/data/': links }, values.port);
     for (const file of files) console.log(`${nginx.url}/?src=data/${encodeURIComponent(basename(file))}`);
-    const interrupted = new Promise((done) => ['SIGINT', 'SIGTERM', 'SIGHUP'].forEach((name) => process.once(name, done)));
-    await Promise.race([interrupted, nginx.ended]);
+    await new Promise((done) => ['SIGINT', 'SIGTERM', 'SIGHUP'].forEach((name) => process.once(name, done)));
     await nginx.stop();
   } finally {
     await rm(links, { recursive: true });

@@ -42,7 +42,7 @@ def main():
     num_points, path = int(sys.argv[1]), sys.argv[2]
     width, block = int(num_points**0.5) + 1, 1_000_000
     blocks = (make_points(first, min(block, num_points - first), width) for first in range(0, num_points, block))
-    vxl.write(path, blocks, scale=(0.01, 0.01, 0.01), crs="EPSG:32613")
+    vxl.write(path, blocks, quantize=(0.01, 0.01, 0.01), crs="EPSG:32613")
 
 
 main()
