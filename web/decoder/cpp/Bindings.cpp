@@ -71,7 +71,7 @@ val describe(const Bounds& bounds)
     return box;
 }
 
-// A copy of the samples, which JavaScript owns.
+// A copy of values, which JavaScript owns.
 template <class T>
 val copyArray(const void* data, std::size_t count)
 {
@@ -171,6 +171,8 @@ val open(Session& session)
         result.set("wkt", toText(reader.getWKT()));
         result.set("classNames", classNames);
         result.set("metadata", describeMetadata(session.getMetadata()));
+        const std::string& failure = session.getMetadataFailure();
+        result.set("metadataFailure", failure.empty() ? val::null() : val(failure));
         return result;
     });
 }
@@ -202,7 +204,7 @@ val findRanges(const Session& session, unsigned level, const val& box)
     });
 }
 
-val decode(Session& session, unsigned level, const val& ranges, const val& box, const val& names,
+val decode(Session& session, unsigned level, const val& ranges, const val& box, const val& indices,
            bool verifies)
 {
     return answer([&] {
@@ -211,16 +213,19 @@ val decode(Session& session, unsigned level, const val& ranges, const val& box, 
         for (std::size_t i = 0; i + 1 < numbers.size(); i += 2)
             chosen.push_back(
                 {static_cast<std::int64_t>(numbers[i]), static_cast<std::int64_t>(numbers[i + 1])});
-        const std::size_t count = session.decode(level, chosen, toBounds(box),
-                                                 emscripten::vecFromJSArray<std::string>(names), verifies);
+        const std::size_t count =
+            session.decode(level, chosen, toBounds(box),
+                           emscripten::convertJSArrayToNumberVector<std::size_t>(indices), verifies);
         const PointData& points = session.getPoints();
-        val channels = val::object();
+        val channels = val::array();
         for (std::size_t i = 0; i < points.getNumChannels(); ++i) {
             const ChannelData& channel = points.getChannel(i);
-            visitDataType(channel.getDataType(), [&](auto sample) {
-                channels.set(toText(channel.getName()),
-                             copyArray<decltype(sample)>(channel.getData(), count));
-            });
+            // There are no memory views of 64-bit integers, so the loader gives the bytes their type.
+            const std::size_t bytes = count * DataTypeUtils::getSize(channel.getDataType());
+            val samples = val::object();
+            samples.set("type", toText(nameOf(channel.getDataType())));
+            samples.set("bytes", copyArray<std::uint8_t>(channel.getData(), bytes));
+            channels.call<void>("push", samples);
         }
         val result = val::object();
         result.set("count", static_cast<double>(count));

@@ -17,9 +17,15 @@ void Session::open()
     reader->init(m_file.get());
     reader->getDecoderInfo().getDigests().verifyDescription();
     Metadata metadata;
-    reader->loadMetadata(metadata, false);
+    std::string failure;
+    try {
+        reader->loadMetadata(metadata, false);
+    } catch (const Error& error) {
+        failure = error.what(); // the points can be read
+    }
     m_file->keep();
     m_metadata = std::move(metadata);
+    m_metadataFailure = std::move(failure);
     m_reader = std::move(reader);
 }
 
@@ -39,24 +45,36 @@ std::vector<Session::PointRange> Session::findRanges(std::uint32_t level, const 
     checkLevel(level);
     const WaveletDecoderInfo& info = m_reader->getDecoderInfo();
     const Bounds widened = PointIterator::widened(box, m_reader->getPointInfo());
+    if (info.needsIndex(widened)) {
+        // All of it: a search would start again for each node that is missing.
+        const IO::Location& index = info.getChunks().index;
+        const IO::Range range{index.offset(), index.length()};
+        m_file->willRead({&range, 1});
+        info.getDigests().verifyIndex();
+    }
     std::vector<PointRange> ranges;
     for (const WaveletDecoderInfo::PointRange& range : info.getPointRanges(level, widened))
         ranges.push_back({range.start, range.length});
     return ranges;
 }
 
-PointInfo Session::chooseLayout(const std::vector<std::string>& channels) const
+PointInfo Session::chooseLayout(const std::vector<std::size_t>& channels) const
 {
-    std::vector<const char*> names = {ChannelNames::x, ChannelNames::y, ChannelNames::z};
-    for (const std::string& channel : channels)
-        names.push_back(channel.c_str());
+    const PointInfo& all = m_reader->getPointInfo();
+    // An argument of a query would be wrong otherwise; here it is the file.
+    if (!all.hasValidXYZ())
+        QM_THROW(ErrorCode::WaveletHeaderRead, "must have x, y, and z channels");
+    std::vector<std::size_t> indices;
+    for (const char* name : {ChannelNames::x, ChannelNames::y, ChannelNames::z})
+        indices.push_back(static_cast<std::size_t>(all.getChannelIndex(name)));
+    indices.insert(indices.end(), channels.begin(), channels.end());
     PointInfo layout;
-    layout.init(m_reader->getPointInfo(), names.data(), names.size());
+    layout.init(all, indices.data(), indices.size());
     return layout;
 }
 
 std::size_t Session::decode(std::uint32_t level, const std::vector<PointRange>& ranges, const Bounds& box,
-                            const std::vector<std::string>& channels, bool verifies)
+                            const std::vector<std::size_t>& channels, bool verifies)
 {
     checkLevel(level);
     const std::int64_t levelPoints =

@@ -33,6 +33,8 @@ public:
     void open();
     const VX7PointReader& getReader() const noexcept { return *m_reader; }
     const Metadata& getMetadata() const noexcept { return m_metadata; }
+    // The error of reading the metadata, which is then empty or incomplete; otherwise empty.
+    const std::string& getMetadataFailure() const noexcept { return m_metadataFailure; }
     std::uint32_t getNumLevels() const;
 
     // The ranges of points of a level that can be in a box. Throws InvalidArgument for an unknown level, and the errors
@@ -40,21 +42,22 @@ public:
     std::vector<PointRange> findRanges(std::uint32_t level, const Bounds& box) const;
 
     // Decodes these ranges, which are sorted and disjoint, drops the points outside the box, and returns the number of
-    // points. `channels` are decoded besides X, Y and Z. With `verifies`, blocks of level 0 that are decoded completely
+    // points. X, Y and Z are decoded, and after them the channels with these indices. With `verifies`, blocks of level 0 that are decoded completely
     // are compared with their digests. Throws InvalidArgument for ranges outside the level, NoSuchChannel, and the
     // errors of the reader.
     std::size_t decode(std::uint32_t level, const std::vector<PointRange>& ranges, const Bounds& box,
-                       const std::vector<std::string>& channels, bool verifies);
+                       const std::vector<std::size_t>& channels, bool verifies);
     // The points that were decoded last.
     const PointData& getPoints() const noexcept { return m_points; }
 
 private:
     void checkLevel(std::uint32_t level) const;
-    PointInfo chooseLayout(const std::vector<std::string>& channels) const;
+    PointInfo chooseLayout(const std::vector<std::size_t>& channels) const;
 
     const Scoped<RangeFile> m_file;
     Scoped<VX7PointReader> m_reader; // null until open() succeeds
     Metadata m_metadata;
+    std::string m_metadataFailure;
     PointData m_points;
 };
 

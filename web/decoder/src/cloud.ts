@@ -1,9 +1,9 @@
 import type { Decoder } from './decoders.js';
 import { RangeCache, abortable } from './rangecache.js';
-import { outOfMemory, type Answer, type FileBytes, type Job } from './session.js';
+import { crashed, notStarted, outOfMemory, type Answer, type FileBytes, type Job } from './protocol.js';
 import {
-  CloudError, type Box, type BoxQuery, type ByteSource, type Channel, type Cloud, type Description, type Points,
-  type RangeQuery, type SampleType, type Traffic,
+  CloudError, type Box, type BoxQuery, type ByteSource, type Cloud, type Description, type Points, type RangeQuery,
+  type SampleType, type Samples, type Traffic,
 } from './types.js';
 
 /** Blocks of digests have this number of points. */
@@ -89,22 +89,28 @@ export class DecodedCloud implements Cloud {
       throw new CloudError('argument', `${this.source.name} has levels 0 to ${this.description.numLevels - 1}.`);
   }
 
-  private choose(channels: readonly string[] | undefined): string[] {
+  /** The indices of the channels of a query, without the coordinates, which every query has. */
+  private choose(names: readonly string[] | undefined): number[] {
+    const { channels } = this.description;
     const isCoordinate = (name: string) => name === 'X' || name === 'Y' || name === 'Z';
-    const known = new Map(this.description.channels.map((channel: Channel) => [channel.name, channel]));
-    const wanted = channels ?? [...known.keys()];
-    const unknown = wanted.find((name) => !known.has(name));
-    if (unknown !== undefined)
-      throw new CloudError('argument', `${this.source.name} has no channel "${unknown}".`);
-    return [...new Set(wanted)].filter((name) => !isCoordinate(name));
+    if (!names) return [...channels.keys()].filter((index) => !isCoordinate(channels[index]!.name));
+    const wanted = [...new Set(names)].filter((name) => !isCoordinate(name));
+    return wanted.map((name) => {
+      const index = channels.findIndex((channel) => channel.name === name);
+      if (index < 0) throw new CloudError('argument', `${this.source.name} has no channel "${name}".`);
+      return index;
+    });
   }
 
   private async decode(
-    level: number, ranges: number[], box: Box | null, channels: string[], verifies: boolean, signal?: AbortSignal,
+    level: number, ranges: number[], box: Box | null, channels: number[], verifies: boolean, signal?: AbortSignal,
   ): Promise<Points> {
     const job: Job = { kind: 'points', level, ranges, box: box && checkBox(box), channels, verifies };
-    const { count, channels: samples } = await this.run(job, 'points', signal);
-    return { level, first: ranges[0] ?? 0, count, channels: samples };
+    const { count, samples } = await this.run(job, 'points', signal);
+    const names = ['X', 'Y', 'Z', ...channels.map((index) => this.description.channels[index]!.name)];
+    const byName: Record<string, Samples> = Object.create(null); // a channel may be named "__proto__"
+    names.forEach((name, i) => (byName[name] = samples[i]!));
+    return { level, first: ranges[0] ?? 0, count, channels: byName };
   }
 
   private run<K extends Kind>(job: Job, kind: K, signal?: AbortSignal): Promise<Result<K>> {
@@ -162,15 +168,20 @@ export class DecodedCloud implements Cloud {
     if (signal?.aborted) throw new CloudError('aborted', 'The query was cancelled.');
   }
 
-  private toError(opened: OpenDecoder, code: number, message: string): CloudError {
+  private toError(opened: OpenDecoder, code: number, text: string): CloudError {
     const { name } = this.source;
+    const message = text.replace(/[\p{Cc}\p{Cf}]/gu, '?'); // may have names of the file
     if (code === outOfMemory) {
       opened.hasOpened = false; // the memory may have been lost with the instance
       return new CloudError('memory', `There is not enough memory to decode ${name}.`);
     }
     if (code === unsupported) return new CloudError('unsupported', `${name} cannot be read: ${message}.`);
     if (code === invalidArgument || code === noSuchChannel) return new CloudError('argument', `${name}: ${message}.`);
-    if (code < 0) opened.hasOpened = false;
+    if (code === notStarted) return new CloudError('network', `The decoder (worker.js) cannot be started: ${message}.`);
+    if (code === crashed) {
+      opened.hasOpened = false;
+      return new CloudError('damaged', `${name} cannot be decoded: ${message}.`);
+    }
     return new CloudError('damaged', `${name} is damaged: ${message}.`);
   }
 }

@@ -1,4 +1,5 @@
-import { Session, crashed, type Answer, type FileBytes, type Job, type SessionOptions } from './session.js';
+import { notStarted, type Answer, type FileBytes, type Job } from './protocol.js';
+import type { Session, SessionOptions } from './session.js';
 
 /** A decoder in this thread or in a worker. It does one job at a time. */
 export interface Decoder {
@@ -10,11 +11,7 @@ export interface Decoder {
 }
 
 export class LocalDecoder implements Decoder {
-  private readonly session: Session;
-
-  constructor(options: SessionOptions) {
-    this.session = new Session(options);
-  }
+  constructor(private readonly session: Session) {}
 
   step(job: Job, added: FileBytes[]): Promise<Answer> {
     return this.session.step(job, added);
@@ -63,7 +60,7 @@ export class WorkerDecoder implements Decoder {
   }
 
   private fail(message: string): void {
-    this.failure = { kind: 'error', code: crashed, message };
+    this.failure = { kind: 'error', code: notStarted, message };
     this.answer(this.failure);
   }
 }

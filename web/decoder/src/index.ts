@@ -9,12 +9,14 @@
  * ```
  */
 import { openWith, type Platform } from './open.js';
+import type { Session } from './session.js';
 import { HTTPSource } from './sources.js';
 import { CloudError, type ByteSource, type Cloud, type OpenOptions } from './types.js';
 
 export * from './types.js';
 export { HTTPSource, BlobSource } from './sources.js';
 
+const workerURL = new URL('./worker.js', import.meta.url);
 const wasmURL = new URL('./decoder.wasm', import.meta.url);
 let compiled: Promise<WebAssembly.Module> | undefined;
 
@@ -34,7 +36,11 @@ const browser: Platform = {
     return compiled;
   },
   defaultWorkers: Math.min(Math.max((globalThis.navigator?.hardwareConcurrency ?? 2) - 1, 1), 8),
-  workerURL: new URL('./worker.js', import.meta.url),
+  workerURL,
+  async loadSession() {
+    const worker: { Session: typeof Session } = await import(workerURL.href);
+    return worker.Session;
+  },
   openNamed: (name) => HTTPSource.open(new URL(name, globalThis.location?.href)),
 };
 

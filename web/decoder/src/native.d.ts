@@ -18,14 +18,16 @@ declare module '*/build/decoder.mjs' {
     wkt: string | null;
     classNames: (string | null)[];
     metadata: { name: string; description: string; value: string | number[] | Uint8Array }[];
+    metadataFailure: string | null;
   }
   export interface NativeSession {
     open(): NativeAnswer<NativeDescription>;
     add(offset: number, length: number): NativeAnswer<Uint8Array>;
     drop(): void;
     findRanges(level: number, box: unknown): NativeAnswer<number[]>;
-    decode(level: number, ranges: number[], box: unknown, channels: string[], verifies: boolean):
-      NativeAnswer<{ count: number; channels: Record<string, unknown> }>;
+    /** Returns X, Y and Z, then the channels with these indices. */
+    decode(level: number, ranges: number[], box: unknown, channels: number[], verifies: boolean):
+      NativeAnswer<{ count: number; channels: { type: string; bytes: Uint8Array<ArrayBuffer> }[] }>;
     delete(): void;
   }
   export interface NativeModule {

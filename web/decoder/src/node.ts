@@ -2,6 +2,7 @@
 import { open, readFile, type FileHandle } from 'node:fs/promises';
 import { basename } from 'node:path';
 import { openWith, type Platform } from './open.js';
+import { Session } from './session.js';
 import { CloudError, type ByteSource, type Cloud, type OpenOptions } from './types.js';
 
 export * from './types.js';
@@ -45,6 +46,7 @@ async function compile(): Promise<WebAssembly.Module> {
 const node: Platform = {
   loadModule: () => (compiled ??= compile()),
   defaultWorkers: 0,
+  loadSession: async () => Session,
   openNamed: (name) => FileSource.open(name),
 };
 

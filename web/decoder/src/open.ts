@@ -1,6 +1,7 @@
 import { DecodedCloud } from './cloud.js';
 import { LocalDecoder, WorkerDecoder } from './decoders.js';
 import { RangeCache } from './rangecache.js';
+import type { Session } from './session.js';
 import { BlobSource, HTTPSource } from './sources.js';
 import { CloudError, type ByteSource, type Cloud, type OpenOptions } from './types.js';
 
@@ -12,6 +13,8 @@ export interface Platform {
   loadModule(): Promise<WebAssembly.Module>;
   readonly defaultWorkers: number;
   readonly workerURL?: URL;
+  /** For decoding in the calling thread. */
+  loadSession(): Promise<typeof Session>;
   /** The source of a name that is not an http or https URL. */
   openNamed(name: string): Promise<ByteSource>;
 }
@@ -25,7 +28,10 @@ export async function openWith(
   const head = opened instanceof HTTPSource ? opened.head : undefined;
   const cache = new RangeCache(opened, options.cacheBytes ?? defaultCacheBytes, head);
   const session = { module, fileSize: opened.size, maxMemory: options.maxMemory ?? defaultMaxMemory };
-  const createDecoder = () => (workers > 0 ? new WorkerDecoder(platform.workerURL!, session) : new LocalDecoder(session));
+  const LocalSession = workers > 0 ? undefined : await platform.loadSession();
+  const createDecoder = () => LocalSession
+    ? new LocalDecoder(new LocalSession(session))
+    : new WorkerDecoder(platform.workerURL!, session);
   return DecodedCloud.open(opened, cache, Math.max(workers, 1), createDecoder, signal);
 }
 

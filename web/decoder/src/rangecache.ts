@@ -1,17 +1,23 @@
-import { CloudError, type ByteSource, type Traffic } from './types.js';
+import { CloudError, type ByteRange, type ByteSource, type Traffic } from './types.js';
 
 const pageBytes = 4096;
 // A gap of this size is read rather than asked around.
 const maxGapPages = 8;
-const maxRequestPages = 1024;
+const maxRunPages = 1024;
 const maxRequests = 6; // at a time; browsers open no more connections to a server
 
-interface Request {
-  readonly first: number; // page
+type Pages = Map<number, Uint8Array>;
+
+/** Consecutive pages. */
+interface Run {
+  readonly first: number;
   readonly end: number;
+}
+
+interface Request {
   readonly abort: AbortController;
   waiters: number;
-  readonly done: Promise<Uint8Array>;
+  readonly done: Promise<Pages>;
 }
 
 /**
@@ -19,7 +25,7 @@ interface Request {
  * the pages that were used last.
  */
 export class RangeCache {
-  private readonly pages = new Map<number, Uint8Array>(); // the page that was used last is the last one
+  private readonly pages: Pages = new Map(); // the page that was used last is the last one
   private readonly requests = new Map<number, Request>(); // by each page that is being received
   private readonly maxPages: number;
   private running = 0;
@@ -32,11 +38,10 @@ export class RangeCache {
     this.maxPages = Math.max(1, Math.floor(maxBytes / pageBytes));
     this.numRequests = head.length === 0 ? 0 : 1;
     this.numBytes = head.length;
-    for (let begin = 0; begin + pageBytes <= head.length || (begin < head.length && head.length === source.size); ) {
-      const bytes = head.slice(begin, begin + pageBytes);
-      this.pages.set(begin / pageBytes, bytes);
-      begin += pageBytes;
-    }
+    const isWhole = head.length === source.size;
+    const end = isWhole ? Math.ceil(head.length / pageBytes) : Math.floor(head.length / pageBytes);
+    for (let page = 0; page < end; ++page)
+      this.pages.set(page, head.slice(page * pageBytes, (page + 1) * pageBytes));
   }
 
   get traffic(): Traffic {
@@ -46,17 +51,17 @@ export class RangeCache {
   /** Returns the bytes of ranges of the file, which are begin, end, begin, end and so on. */
   async read(ranges: readonly number[], signal?: AbortSignal): Promise<Uint8Array[]> {
     // Pages are held here, so that it does not matter which ones the cache drops meanwhile.
-    const held = new Map<number, Uint8Array>();
-    const wanted: number[] = [];
+    const held: Pages = new Map();
+    const missing = new Set<number>();
     for (let i = 0; i + 1 < ranges.length; i += 2) {
       const end = Math.ceil(ranges[i + 1]! / pageBytes);
       for (let page = Math.floor(ranges[i]! / pageBytes); page < end; ++page) {
         const bytes = this.use(page);
         if (bytes) held.set(page, bytes);
-        else wanted.push(page);
+        else missing.add(page);
       }
     }
-    await this.receive([...new Set(wanted)].sort((a, b) => a - b), held, signal);
+    await this.receive([...missing].sort((a, b) => a - b), held, signal);
     const results: Uint8Array[] = [];
     for (let i = 0; i + 1 < ranges.length; i += 2) results.push(join(held, ranges[i]!, ranges[i + 1]!));
     return results;
@@ -71,64 +76,57 @@ export class RangeCache {
     return bytes;
   }
 
-  private async receive(wanted: number[], held: Map<number, Uint8Array>, signal?: AbortSignal): Promise<void> {
-    const sources = new Map<number, Request>();
-    for (let i = 0; i < wanted.length; ) {
-      const first = wanted[i]!;
-      let end = first + 1;
-      let request = this.requests.get(first);
-      ++i;
-      if (!request) {
-        for (; i < wanted.length; ++i) {
-          const page = wanted[i]!;
-          if (page - end > maxGapPages || page - first >= maxRequestPages || this.requests.has(page)) break;
-          end = page + 1;
-        }
-        request = this.start(first, end);
-      }
-      for (let page = first; page < end; ++page) sources.set(page, request);
-    }
-    const requests = [...new Set(sources.values())];
+  private async receive(missing: number[], held: Pages, signal?: AbortSignal): Promise<void> {
+    const started = missing.filter((page) => this.requests.has(page)).map((page) => this.requests.get(page)!);
+    const runs = joinPages(missing.filter((page) => !this.requests.has(page)));
+    const requests = [...new Set(started), ...this.start(runs)];
     for (const request of requests) ++request.waiters;
     try {
-      await abortable(Promise.all(requests.map((request) => request.done)), signal);
+      const received = await abortable(Promise.all(requests.map((request) => request.done)), signal);
+      for (const pages of received) for (const page of missing) if (pages.has(page)) held.set(page, pages.get(page)!);
     } finally {
       for (const request of requests) if (--request.waiters === 0) request.abort.abort();
     }
-    for (const page of wanted) {
-      const request = sources.get(page)!;
-      held.set(page, pageOf(await request.done, page - request.first));
+    for (const page of this.pages.keys()) {
+      if (this.pages.size <= this.maxPages) break;
+      this.pages.delete(page);
     }
-    this.trim();
   }
 
-  private start(first: number, end: number): Request {
-    const abort = new AbortController();
-    const request: Request = { first, end, abort, waiters: 0, done: this.run(first, end, abort.signal) };
-    request.done.catch(() => undefined); // its readers report it
-    for (let page = first; page < end; ++page) if (!this.requests.has(page)) this.requests.set(page, request);
-    const forget = () => {
-      for (let page = first; page < end; ++page) if (this.requests.get(page) === request) this.requests.delete(page);
-    };
-    request.done.then(forget, forget);
-    return request;
+  /** With one request, if the source can, otherwise with one per run. */
+  private start(runs: Run[]): Request[] {
+    if (runs.length === 0) return [];
+    const groups = this.source.readMany && runs.length > 1 ? [runs] : runs.map((run) => [run]);
+    return groups.map((group) => {
+      const abort = new AbortController();
+      const request: Request = { abort, waiters: 0, done: this.run(group, abort.signal) };
+      const pages = group.flatMap(({ first, end }) => Array.from({ length: end - first }, (_, i) => first + i));
+      for (const page of pages) if (!this.requests.has(page)) this.requests.set(page, request);
+      const forget = () => {
+        for (const page of pages) if (this.requests.get(page) === request) this.requests.delete(page);
+      };
+      request.done.then(forget, forget); // its readers report an error
+      return request;
+    });
   }
 
-  private async run(first: number, end: number, signal: AbortSignal): Promise<Uint8Array> {
+  private async run(runs: readonly Run[], signal: AbortSignal): Promise<Pages> {
     if (this.running === maxRequests) await new Promise<void>((resolve) => this.queue.push(resolve));
     else ++this.running;
     try {
       if (signal.aborted) throw new CloudError('aborted', 'The query was cancelled.');
-      const begin = first * pageBytes;
-      const length = Math.min(end * pageBytes, this.source.size) - begin;
-      ++this.numRequests;
-      const bytes = await this.source.read(begin, begin + length, signal);
-      if (bytes.length !== length)
-        throw new CloudError('network', `${this.source.name}: the answer has ${bytes.length} bytes instead of ${length}.`);
-      this.numBytes += length;
-      // Copies, so that a page does not keep the bytes around it in memory.
-      for (let page = first; page < end; ++page) this.pages.set(page, pageOf(bytes, page - first).slice());
-      return bytes;
+      const ranges = runs.map(({ first, end }) => ({
+        begin: first * pageBytes, end: Math.min(end * pageBytes, this.source.size),
+      }));
+      const received = await this.readRanges(ranges, signal);
+      const pages: Pages = new Map();
+      runs.forEach(({ first, end }, i) => {
+        // Copies, so that a page does not keep the bytes around it in memory.
+        for (let page = first; page < end; ++page)
+          pages.set(page, received[i]!.slice((page - first) * pageBytes, (page - first + 1) * pageBytes));
+      });
+      for (const [page, bytes] of pages) this.pages.set(page, bytes);
+      return pages;
     } finally {
       const next = this.queue.shift();
       if (next) next();
@@ -136,25 +134,43 @@ export class RangeCache {
     }
   }
 
-  private trim(): void {
-    for (const page of this.pages.keys()) {
-      if (this.pages.size <= this.maxPages) break;
-      this.pages.delete(page);
-    }
+  private async readRanges(ranges: readonly ByteRange[], signal: AbortSignal): Promise<Uint8Array[]> {
+    const count = (bytes: number) => {
+      ++this.numRequests;
+      this.numBytes += bytes;
+    };
+    const { source } = this;
+    const received = ranges.length > 1
+      ? await source.readMany!(ranges, count, signal)
+      : await Promise.all(ranges.map(async ({ begin, end }) => {
+          const bytes = await source.read(begin, end, signal);
+          count(bytes.length);
+          return bytes;
+        }));
+    ranges.forEach(({ begin, end }, i) => {
+      if (received[i]?.length !== end - begin)
+        throw new CloudError('network', `${source.name} cannot be read: an answer has another length.`);
+    });
+    return received;
   }
 }
 
-function pageOf(bytes: Uint8Array, index: number): Uint8Array {
-  return bytes.subarray(index * pageBytes, (index + 1) * pageBytes);
+/** Joins sorted pages to runs. */
+function joinPages(pages: readonly number[]): Run[] {
+  const runs: { first: number; end: number }[] = [];
+  for (const page of pages) {
+    const last = runs.at(-1);
+    if (last && page - last.end <= maxGapPages && page - last.first < maxRunPages) last.end = page + 1;
+    else runs.push({ first: page, end: page + 1 });
+  }
+  return runs;
 }
 
-function join(pages: Map<number, Uint8Array>, begin: number, end: number): Uint8Array {
+function join(pages: Pages, begin: number, end: number): Uint8Array {
   const result = new Uint8Array(Math.max(end - begin, 0));
   for (let page = Math.floor(begin / pageBytes); page * pageBytes < end; ++page) {
-    const bytes = pages.get(page);
-    if (!bytes) throw new Error('a page was not received'); // cannot happen
     const from = Math.max(begin - page * pageBytes, 0);
-    const part = bytes.subarray(from, end - page * pageBytes);
+    const part = pages.get(page)!.subarray(from, end - page * pageBytes);
     result.set(part, page * pageBytes + from - begin);
   }
   return result;
@@ -165,7 +181,10 @@ export function abortable<T>(work: Promise<T>, signal?: AbortSignal): Promise<T>
   if (!signal) return work;
   return new Promise<T>((resolve, reject) => {
     const stop = () => reject(new CloudError('aborted', 'The query was cancelled.'));
-    if (signal.aborted) return stop();
+    if (signal.aborted) {
+      work.catch(() => undefined);
+      return stop();
+    }
     signal.addEventListener('abort', stop, { once: true });
     work.then(resolve, reject).finally(() => signal.removeEventListener('abort', stop));
   });

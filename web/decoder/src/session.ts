@@ -1,35 +1,7 @@
-import createModule, { type NativeAnswer, type NativeDescription, type NativeSession } from '../build/decoder.mjs';
+import createModule, { type NativeAnswer, type NativeSession } from '../build/decoder.mjs';
 import { inflateRaw } from './inflate.js';
-import type { Box, Samples } from './types.js';
-
-/** Bytes of the file. */
-export interface FileBytes {
-  readonly begin: number;
-  readonly bytes: Uint8Array;
-}
-
-/** What a decoder is asked for. `ranges` are first point and number of points of each range. */
-export type Job =
-  | { kind: 'open' }
-  | { kind: 'ranges'; level: number; box: Box }
-  | { kind: 'points'; level: number; ranges: number[]; box: Box | null; channels: string[]; verifies: boolean };
-
-export interface DecodedPoints {
-  count: number;
-  channels: Record<string, Samples>;
-}
-
-/** The result of a job, or the byte ranges that it needs, as begin, end, begin, end and so on. */
-export type Answer =
-  | { kind: 'opened'; value: NativeDescription }
-  | { kind: 'ranges'; value: number[] }
-  | { kind: 'points'; value: DecodedPoints }
-  | { kind: 'missing'; ranges: number[] }
-  | { kind: 'error'; code: number; message: string };
-
-/** The code of errors that end a decoder, besides those of the library. */
-export const crashed = -1000;
-export const outOfMemory = 48; // ENOMEM of WebAssembly's C library
+import { crashed, outOfMemory, type Answer, type FileBytes, type Job } from './protocol.js';
+import type { SampleType, Samples } from './types.js';
 
 const pageBytes = 65536;
 const initialPages = 256; // as linked
@@ -67,7 +39,7 @@ export class Session {
         case 'points':
           return toAnswer(
             session.decode(job.level, job.ranges, job.box, job.channels, job.verifies),
-            (value) => ({ kind: 'points', value: value as DecodedPoints }),
+            ({ count, channels }) => ({ kind: 'points', value: { count, samples: channels.map(toSamples) } }),
           );
       }
     } catch (error) {
@@ -106,4 +78,13 @@ function toAnswer<T>(result: NativeAnswer<T>, wrap: (value: T) => Answer): Answe
   if (object.error) return { kind: 'error', ...object.error };
   if (object.missing) return { kind: 'missing', ranges: object.missing };
   return wrap(result as T);
+}
+
+const arrayTypes = {
+  uint8: Uint8Array, int8: Int8Array, uint16: Uint16Array, int16: Int16Array, uint32: Uint32Array, int32: Int32Array,
+  uint64: BigUint64Array, int64: BigInt64Array, float32: Float32Array, float64: Float64Array,
+};
+
+function toSamples({ type, bytes }: { type: string; bytes: Uint8Array<ArrayBuffer> }): Samples {
+  return new arrayTypes[type as SampleType](bytes.buffer);
 }

@@ -1,8 +1,11 @@
-import { CloudError, type ByteSource } from './types.js';
+import { takeRanges } from './multipart.js';
+import { CloudError, type ByteRange, type ByteSource } from './types.js';
 
 const headBytes = 65536;
-const answerTimeout = 30_000; // ms
+const maxRanges = 100; // of a request; some servers refuse more
+const idleTimeout = 30_000; // ms, without any byte
 const maxAttempts = 3;
+const maxConnections = 6; // of a browser to a server
 const firstPause = 500; // ms
 
 /** The name of a file in messages. */
@@ -17,6 +20,9 @@ export function nameOf(url: URL): string {
 
 /** A file on an HTTP server that answers requests for byte ranges. */
 export class HTTPSource implements ByteSource {
+  /** Absent if the server does not answer requests for several ranges. */
+  readMany?: NonNullable<ByteSource['readMany']>;
+
   private constructor(
     readonly url: URL,
     readonly name: string,
@@ -24,34 +30,78 @@ export class HTTPSource implements ByteSource {
     /** The first bytes of the file. */
     readonly head: Uint8Array,
     private readonly version: string | null,
-  ) {}
+  ) {
+    // Other origins would have to allow such requests first.
+    if (!globalThis.location || globalThis.location.origin === url.origin)
+      this.readMany = (ranges, count, signal) => this.readTogether(ranges, count, signal);
+  }
 
   /** Asks the server for the first bytes and the size. */
   static async open(url: URL, signal?: AbortSignal): Promise<HTTPSource> {
     const name = nameOf(url);
     return retry(name, signal, async (attempt) => {
-      const answer = await request(url, name, 0, headBytes, attempt);
+      const answer = await request(url, name, [{ begin: 0, end: headBytes }], attempt);
       if (answer.status === 416) throw new CloudError('unsupported', `${name} is empty.`);
       checkStatus(answer, name);
-      const head = await readBody(answer, name);
+      const head = await readBody(answer, name, attempt);
       const size = sizeOf(answer) ?? (await askSize(url, name, attempt));
       if (head.length !== Math.min(size, headBytes))
-        throw new CloudError('network', `${name}: the connection was lost.`);
+        throw new CloudError('network', `${name} cannot be read: the connection was lost.`);
       return new HTTPSource(url, name, size, head, versionOf(answer));
     });
   }
 
   async read(begin: number, end: number, signal?: AbortSignal): Promise<Uint8Array> {
     return retry(this.name, signal, async (attempt) => {
-      const answer = await request(this.url, this.name, begin, end, attempt);
-      if (answer.status === 416) throw this.changed();
-      checkStatus(answer, this.name);
-      const size = sizeOf(answer);
-      if (versionOf(answer) !== this.version || (size !== undefined && size !== this.size)) throw this.changed();
-      const bytes = await readBody(answer, this.name);
-      if (bytes.length !== end - begin) throw new CloudError('network', `${this.name}: the connection was lost.`);
+      const answer = await request(this.url, this.name, [{ begin, end }], attempt);
+      this.check(answer);
+      const bytes = await readBody(answer, this.name, attempt);
+      if (bytes.length !== end - begin) throw new CloudError('network', `${this.name} cannot be read: the connection was lost.`);
       return bytes;
     });
+  }
+
+  private async readTogether(
+    ranges: readonly ByteRange[], count: (bytes: number) => void, signal?: AbortSignal,
+  ): Promise<Uint8Array[]> {
+    const received: Uint8Array[] = [];
+    while (this.readMany && received.length < ranges.length) {
+      const group = ranges.slice(received.length, received.length + maxRanges);
+      const taken = await retry(this.name, signal, (attempt) => this.readGroup(group, count, attempt));
+      if (taken) received.push(...taken);
+      else delete this.readMany;
+    }
+    const rest = ranges.slice(received.length);
+    const single = await mapLimited(rest, maxConnections, async ({ begin, end }) => {
+      const bytes = await this.read(begin, end, signal);
+      count(bytes.length);
+      return bytes;
+    });
+    return [...received, ...single];
+  }
+
+  /** With one request. Returns null if the server does not answer such requests. */
+  private async readGroup(
+    ranges: readonly ByteRange[], count: (bytes: number) => void, attempt: Attempt,
+  ): Promise<Uint8Array[] | null> {
+    const answer = await request(this.url, this.name, ranges, attempt);
+    const type = answer.headers.get('Content-Type') ?? '';
+    const isOne = answer.status === 206 && !type.toLowerCase().startsWith('multipart/');
+    if (isOne || answer.status === 200 || answer.status === 400 || answer.status === 416) {
+      void answer.body?.cancel();
+      return null; // single requests find out whether it is an error
+    }
+    this.check(answer);
+    const body = await readBody(answer, this.name, attempt);
+    count(body.length);
+    return takeRanges(type, body, ranges);
+  }
+
+  private check(answer: Response): void {
+    if (answer.status === 416) throw this.changed();
+    checkStatus(answer, this.name);
+    const size = sizeOf(answer);
+    if (versionOf(answer) !== this.version || (size !== undefined && size !== this.size)) throw this.changed();
   }
 
   private changed(): CloudError {
@@ -65,7 +115,7 @@ export class BlobSource implements ByteSource {
   readonly size: number;
 
   constructor(private readonly blob: Blob) {
-    this.name = blob instanceof File ? blob.name : 'the file';
+    this.name = 'name' in blob && typeof blob.name === 'string' ? blob.name : 'the file';
     this.size = blob.size;
   }
 
@@ -89,17 +139,21 @@ function sizeOf(answer: Response): number | undefined {
   return Number.isSafeInteger(size) ? size : undefined;
 }
 
-async function askSize(url: URL, name: string, signal: AbortSignal): Promise<number> {
-  const answer = await fetch(url, { method: 'HEAD', signal });
+async function askSize(url: URL, name: string, attempt: Attempt): Promise<number> {
+  const answer = await fetch(url, { method: 'HEAD', cache: 'no-store', signal: attempt.signal });
   const size = Number(answer.headers.get('Content-Length') ?? NaN);
   if (!answer.ok || !Number.isSafeInteger(size))
     throw new CloudError('no-ranges', `The server does not say how large ${name} is. It must expose the header Content-Range.`);
   return size;
 }
 
-async function request(url: URL, name: string, begin: number, end: number, signal: AbortSignal): Promise<Response> {
+async function request(
+  url: URL, name: string, ranges: readonly ByteRange[], attempt: Attempt,
+): Promise<Response> {
+  const wanted = ranges.map(({ begin, end }) => `${begin}-${end - 1}`).join(',');
   try {
-    return await fetch(url, { headers: { Range: `bytes=${begin}-${end - 1}` }, signal });
+    // A browser's cache would show the headers of the file that it has stored with the bytes of a newer one.
+    return await fetch(url, { headers: { Range: `bytes=${wanted}` }, cache: 'no-store', signal: attempt.signal });
   } catch {
     throw new CloudError('network', `${name} cannot be read: the server cannot be reached, or does not allow this page to read it.`);
   }
@@ -118,24 +172,51 @@ function checkStatus(answer: Response, name: string): void {
   throw new CloudError('not-found', `${name} cannot be read: the server refused it (${status}).`);
 }
 
-async function readBody(answer: Response, name: string): Promise<Uint8Array> {
+async function readBody(answer: Response, name: string, attempt: Attempt): Promise<Uint8Array> {
+  const parts: Uint8Array[] = [];
+  let length = 0;
   try {
-    return new Uint8Array(await answer.arrayBuffer());
+    const reader = answer.body!.getReader();
+    for (let part = await reader.read(); !part.done; part = await reader.read()) {
+      attempt.progressed();
+      parts.push(part.value);
+      length += part.value.length;
+    }
   } catch {
     throw new CloudError('network', `${name} cannot be read: the connection was lost.`);
   }
+  const bytes = new Uint8Array(length);
+  let at = 0;
+  for (const part of parts) {
+    bytes.set(part, at);
+    at += part.length;
+  }
+  return bytes;
+}
+
+/** One of several attempts to get an answer. */
+interface Attempt {
+  readonly signal: AbortSignal;
+  /** Bytes have arrived, so that it may take longer. */
+  progressed(): void;
 }
 
 /** Tries again after errors of the network, with a pause. */
-async function retry<T>(name: string, signal: AbortSignal | undefined, work: (attempt: AbortSignal) => Promise<T>): Promise<T> {
+async function retry<T>(
+  name: string, signal: AbortSignal | undefined, work: (attempt: Attempt) => Promise<T>,
+): Promise<T> {
   for (let attempt = 1; ; ++attempt) {
     const controller = new AbortController();
     const stop = () => controller.abort();
     if (signal?.aborted) stop();
     signal?.addEventListener('abort', stop);
-    const timer = setTimeout(stop, answerTimeout);
+    let timer = setTimeout(stop, idleTimeout);
+    const progressed = () => {
+      clearTimeout(timer);
+      timer = setTimeout(stop, idleTimeout);
+    };
     try {
-      return await work(controller.signal);
+      return await work({ signal: controller.signal, progressed });
     } catch (error) {
       if (signal?.aborted) throw new CloudError('aborted', 'The query was cancelled.');
       const isNetwork = !(error instanceof CloudError) || error.code === 'network';
@@ -149,6 +230,20 @@ async function retry<T>(name: string, signal: AbortSignal | undefined, work: (at
     }
     await pause(firstPause * attempt, signal);
   }
+}
+
+/** The results of all values, of which `limit` are worked on at a time. */
+async function mapLimited<T, R>(values: readonly T[], limit: number, work: (value: T) => Promise<R>): Promise<R[]> {
+  const results: R[] = [];
+  let next = 0;
+  const runner = async () => {
+    while (next < values.length) {
+      const index = next++;
+      results[index] = await work(values[index]!);
+    }
+  };
+  await Promise.all(Array.from({ length: Math.min(limit, values.length) }, runner));
+  return results;
 }
 
 function pause(ms: number, signal?: AbortSignal): Promise<void> {

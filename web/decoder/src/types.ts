@@ -1,5 +1,11 @@
 // The types of the public interface.
 
+/** The bytes from `begin` up to `end`, which is not included. */
+export interface ByteRange {
+  readonly begin: number;
+  readonly end: number;
+}
+
 /** A file that is read by byte ranges. Implement it to read files from other places, or with authentication. */
 export interface ByteSource {
   /** Used in messages. */
@@ -11,6 +17,13 @@ export interface ByteSource {
    * a time. Rejects with a CloudError, or any other error, if the bytes cannot be read, or when `signal` is aborted.
    */
   read(begin: number, end: number, signal?: AbortSignal): Promise<Uint8Array>;
+  /**
+   * Optional: reads several ranges, which are sorted and disjoint, with fewer requests than ranges. Calls `count` with
+   * the bytes of each request.
+   */
+  readMany?(
+    ranges: readonly ByteRange[], count: (bytes: number) => void, signal?: AbortSignal,
+  ): Promise<Uint8Array[]>;
   /** Called when the cloud is closed. */
   close?(): void;
 }
@@ -62,6 +75,8 @@ export interface Description {
   /** The names of classes 0, 1 and so on; null for a class without a name. */
   readonly classNames: readonly (string | null)[];
   readonly metadata: readonly MetadataRecord[];
+  /** Why the metadata is empty or incomplete, if it is damaged; otherwise null. The points can be read. */
+  readonly metadataFailure: string | null;
 }
 
 /**
