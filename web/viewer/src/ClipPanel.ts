@@ -15,7 +15,8 @@ export class ClipPanel {
   constructor(
     box: HTMLElement, private readonly onChange: (clip: Box | null) => void, boundsOnScreen: () => Box | null,
   ) {
-    const rows = ['X', 'Y', 'Z'].flatMap((axis, i) => ['min', 'max'].map((end, j) => this.makeRow(axis, end, 2 * i + j)));
+    const rows = ['X', 'Y', 'Z'].flatMap((axis, i) =>
+      ['min', 'max'].map((end, j) => this.makeRow(axis, end, 2 * i + j)));
     this.isOn.addEventListener('change', () => this.notify());
     box.append(
       element('label', { class: 'switch' }, this.isOn, 'Show only points in a box'),

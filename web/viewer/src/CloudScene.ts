@@ -231,8 +231,10 @@ export class CloudScene {
     object.frustumCulled = false; // the tree does this
     object.visible = false;
     const loaded: LoadedNode = { points, samples: {}, queried: new Set(), object, spacing: 0 };
-    object.onBeforeRender = () =>
-      this.material.setNode(loaded.spacing, hasSamplesOf(loaded.samples, this.mode), loaded.samples.classes !== undefined);
+    object.onBeforeRender = () => {
+      const { spacing, samples: ofNode } = loaded;
+      this.material.setNode(spacing, hasSamplesOf(ofNode, this.mode), ofNode.classes !== undefined);
+    };
     this.nodes.set(node, loaded);
     this.group.add(object);
     this.extent.addBox(points.bounds);

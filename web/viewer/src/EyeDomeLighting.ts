@@ -108,7 +108,9 @@ export class EyeDomeLighting {
   }
 
   /** `pixelsPerUnit` is at distance 1. */
-  render(renderer: THREE.WebGLRenderer, scene: THREE.Scene, camera: THREE.PerspectiveCamera, pixelsPerUnit: number): void {
+  render(
+    renderer: THREE.WebGLRenderer, scene: THREE.Scene, camera: THREE.PerspectiveCamera, pixelsPerUnit: number,
+  ): void {
     this.uniform<THREE.Vector2>('pixel').value.set(1 / this.target.width, 1 / this.target.height);
     this.uniform<number>('near').value = camera.near;
     this.uniform<number>('far').value = camera.far;

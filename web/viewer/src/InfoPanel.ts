@@ -30,8 +30,10 @@ export class InfoPanel {
     ]);
     list.append(element('dt', {}, 'Read'), this.traffic);
     const parts: HTMLElement[] = [list];
-    if (description.wkt)
-      parts.push(details('Coordinate system (WKT)', element('pre', { tabindex: 0 }, printable(description.wkt, 20000))));
+    if (description.wkt) {
+      const text = element('pre', { tabindex: 0 }, printable(description.wkt, 20000));
+      parts.push(details('Coordinate system (WKT)', text));
+    }
     parts.push(details(`Channels (${channels.length})`, table(['Name', 'Type', 'Bits', 'Step'],
       channels.slice(0, mostRecords).map((channel) => [
         printable(channel.name, 80), channel.type, String(channel.bits), channel.quantization === 0 ? '' :
@@ -39,6 +41,8 @@ export class InfoPanel {
     const named = description.classNames.flatMap((name, code) => (name ? [[String(code), printable(name, 80)]] : []));
     if (named.length > 0)
       parts.push(details(`Class names (${named.length})`, table(['Class', 'Name'], named.slice(0, 256))));
+    if (description.metadataFailure !== null)
+      parts.push(element('p', { class: 'quiet' }, printable(description.metadataFailure, 300)));
     if (description.metadata.length > 0)
       parts.push(details(`Metadata (${description.metadata.length})`, ...makeRecords(description.metadata)));
     this.box.replaceChildren(...parts);

@@ -47,7 +47,8 @@ export class Legend {
     if (mode === 'class' && content.classes.length > 0)
       parts.push(title('Classes'), this.makeClasses(content));
     else if (hiddenClasses.size > 0)
-      parts.push(element('p', {}, hiddenClasses.size === 1 ? '1 class is hidden' : `${hiddenClasses.size} classes are hidden`),
+      parts.push(
+        element('p', {}, hiddenClasses.size === 1 ? '1 class is hidden' : `${hiddenClasses.size} classes are hidden`),
         button('Show all', () => this.onHide(new Set()), { 'data-key': 'all' }));
     return parts;
   }

@@ -1,8 +1,8 @@
 // Which points are drawn, and which are needed.
 //
-// Level l of a file has ((N - 1) >> l) + 1 points, and point j of it is about point j * 2^l of the file. Node (l, i) has
-// the points [i * C, (i + 1) * C) of level l. Its children (l - 1, 2 i) and (l - 1, 2 i + 1) have twice as many points
-// for its two halves, and replace them.
+// Level l of a file has ((N - 1) >> l) + 1 points, and point j of it is about point j * 2^l of the file. Node (l, i)
+// has the points [i * C, (i + 1) * C) of level l. Its children (l - 1, 2 i) and (l - 1, 2 i + 1) have twice as many
+// points for its two halves, and replace them.
 import { enlarged, isProper, type Box } from './Geometry.js';
 
 /** The most points of a node. */

@@ -678,7 +678,8 @@ export class Page {
     const pending = scene?.pending ?? { none: 0, waiting: 0, final: 0 };
     const isBusy = scene !== null &&
       (pending.none + pending.waiting > 0 || scene.numRunning > 0 || this.viewer.isFramePending);
-    const status = this.opening ? 'opening' : isBusy ? 'refining' : message !== null ? 'error' : scene ? 'idle' : 'empty';
+    const atRest = message !== null ? 'error' : scene ? 'idle' : 'empty';
+    const status = this.opening ? 'opening' : isBusy ? 'refining' : atRest;
     return {
       status,
       shownPoints: scene?.numDrawnPoints ?? 0,

@@ -75,7 +75,7 @@ type Matrix = readonly [
   number, number, number, number, number, number, number, number,
 ];
 
-/** True if a ray from `origin` along the unit vector `direction` passes a sphere, or a cone of `slope` around the ray. */
+/** True if a sphere meets the cone of `slope` around the ray from `origin` along the unit vector `direction`. */
 export function isNearRay(origin: Vector, direction: Vector, slope: number, center: Vector, radius: number): boolean {
   const to = [center[0] - origin[0], center[1] - origin[1], center[2] - origin[2]] as const;
   const along = to[0] * direction[0] + to[1] * direction[1] + to[2] * direction[2];

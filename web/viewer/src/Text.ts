@@ -1,7 +1,10 @@
 // Text from files, and numbers as text.
 
 // Control characters, and those that change the direction of text or cannot be seen.
-const unprintable = /[\u0000-\u0008\u000b-\u001f\u007f-\u009f\u061c\u200b-\u200f\u2028-\u202e\u2060-\u206f\ufeff\ufff9-\ufffb]/g;
+const unprintable = new RegExp(`[${[
+  '\\0-\\x08', '\\x0b-\\x1f', '\\x7f-\\x9f', '\\u061c', '\\u200b-\\u200f', '\\u2028-\\u202e', '\\u2060-\\u206f',
+  '\\ufeff', '\\ufff9-\\ufffb',
+].join('')}]`, 'g');
 
 /** Text of a file for display: without control characters, and cut if it is longer than `limit`. */
 export function printable(text: string, limit = 2000): string {

@@ -11,7 +11,10 @@ const tools = {
   measure: { text: 'Measure', title: 'Measure (m)', path: 'M3 17L17 3l4 4L7 21zM7 13l2 2M10 10l3 3M13 7l2 2' },
   clip: { text: 'Clip', title: 'Clip (c)', path: 'M12 3l8 4.5v9L12 21l-8-4.5v-9zM4 7.5l8 4.5 8-4.5M12 12v9' },
   help: { text: 'Help', title: 'Help (?)', path: 'M9 9a3 3 0 1 1 4 3c-1 .5-1 1-1 2M12 18v.01' },
-  panel: { text: 'Panel', title: 'Settings and file', path: 'M4 7h10M18 7h2M4 12h2M10 12h10M4 17h8M16 17h4M16 5v4M8 10v4M14 15v4' },
+  panel: {
+    text: 'Panel', title: 'Settings and file',
+    path: 'M4 7h10M18 7h2M4 12h2M10 12h10M4 17h8M16 17h4M16 5v4M8 10v4M14 15v4',
+  },
 } as const;
 
 export type Tool = keyof typeof tools;

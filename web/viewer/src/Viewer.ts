@@ -58,8 +58,9 @@ export class Viewer {
       this.requestFrame();
     });
     // Before the controls see the events.
-    canvas.addEventListener('pointerdown', (event) => this.anchor(event.offsetX, event.offsetY), { capture: true });
-    canvas.addEventListener('wheel', (event) => this.anchor(event.offsetX, event.offsetY), { capture: true, passive: true });
+    const anchor = (event: MouseEvent) => this.anchor(event.offsetX, event.offsetY);
+    canvas.addEventListener('pointerdown', anchor, { capture: true });
+    canvas.addEventListener('wheel', anchor, { capture: true, passive: true });
     this.controls.addEventListener('start', () => {
       if (this.scene && this.scene.pending.final > 0) this.retry();
     });

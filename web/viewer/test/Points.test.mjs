@@ -44,7 +44,8 @@ test('colours of 8 and 16 bits, and samples of any type', () => {
   assert.equal(haveDifferentColors(points({ Red: faulty })), false);
   assert.deepEqual([...convertSamples(color(Uint16Array.of(0, 32768, 65535)), 16).colors],
                    [0, 0, 0, 0, 128, 128, 128, 0, 255, 255, 255, 0]);
-  const odd = convertSamples(points({ ClassId: BigInt64Array.of(-1n, 3n, 999n), Intensity: Float64Array.of(1, 2, 3) }), 8);
+  const odd = convertSamples(
+    points({ ClassId: BigInt64Array.of(-1n, 3n, 999n), Intensity: Float64Array.of(1, 2, 3) }), 8);
   assert.deepEqual([...odd.classes], [0, 3, 255]);
   assert.deepEqual([...odd.intensities], [1, 2, 3]);
 });
