@@ -2,7 +2,9 @@
 import { build } from 'esbuild';
 import { copyFile, mkdir, readFile, writeFile } from 'node:fs/promises';
 
-const common = { bundle: true, format: 'esm', minify: true, target: 'es2022', legalComments: 'none', logLevel: 'warning' };
+const common = {
+  bundle: true, format: 'esm', minify: true, target: 'es2022', legalComments: 'none', logLevel: 'warning',
+};
 const notices = {
   vxunpack: '../../LICENSE',
   pako: '../node_modules/pako/LICENSE',
@@ -12,7 +14,8 @@ const notices = {
 
 /** What the licenses of the parts ask for. */
 async function writeNotices() {
-  const texts = Object.entries(notices).map(async ([name, path]) => `=== ${name} ===\n\n${await readFile(path, 'utf8')}`);
+  const texts = Object.entries(notices).map(async ([name, path]) =>
+    `=== ${name} ===\n\n${await readFile(path, 'utf8')}`);
   await writeFile('dist/LICENSES.txt', (await Promise.all(texts)).join('\n'));
 }
 

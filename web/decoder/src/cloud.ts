@@ -41,7 +41,8 @@ export class DecodedCloud implements Cloud {
   ): Promise<DecodedCloud> {
     const cloud = new DecodedCloud(source, cache, concurrency, createDecoder);
     try {
-      const native = await cloud.withDecoder(signal, (opened) => cloud.work(opened, { kind: 'open' }, 'opened', signal));
+      const native = await cloud.withDecoder(signal, false, (opened) =>
+        cloud.work(opened, { kind: 'open' }, 'opened', signal));
       const channels = native.channels.map((channel) => ({ ...channel, type: channel.type as SampleType }));
       cloud.description = { ...native, channels, name: source.name, size: source.size };
     } catch (error) {
@@ -61,11 +62,11 @@ export class DecodedCloud implements Cloud {
     return numPoints === 0 ? 0 : Math.floor((numPoints - 1) / 2 ** level) + 1;
   }
 
-  async readRange({ level, first, count, channels, box, signal }: RangeQuery): Promise<Points> {
+  async readRange({ level, first, count, channels, box, isUrgent = false, signal }: RangeQuery): Promise<Points> {
     const total = this.numPoints(level);
     if (!Number.isSafeInteger(first) || !Number.isSafeInteger(count) || first < 0 || count < 1 || first + count > total)
       throw new CloudError('argument', `Level ${level} of ${this.source.name} has ${total} points.`);
-    return this.decode(level, [first, count], box ?? null, this.choose(channels), false, signal);
+    return this.decode(level, [first, count], box ?? null, this.choose(channels), false, isUrgent, signal);
   }
 
   async *read({ box, level = 0, channels, signal }: BoxQuery = {}): AsyncGenerator<Points, void, void> {
@@ -75,7 +76,7 @@ export class DecodedCloud implements Cloud {
       ? await this.run({ kind: 'ranges', level, box: checkBox(box) }, 'ranges', signal)
       : total === 0 ? [] : [0, total];
     for (const block of divide(ranges, box ? blockPoints / 8 : blockPoints))
-      yield await this.decode(level, block, box ?? null, names, level === 0 && !box, signal);
+      yield await this.decode(level, block, box ?? null, names, level === 0 && !box, false, signal);
   }
 
   close(): void {
@@ -103,31 +104,35 @@ export class DecodedCloud implements Cloud {
   }
 
   private async decode(
-    level: number, ranges: number[], box: Box | null, channels: number[], verifies: boolean, signal?: AbortSignal,
+    level: number, ranges: number[], box: Box | null, channels: number[], verifies: boolean, isUrgent: boolean,
+    signal?: AbortSignal,
   ): Promise<Points> {
     const job: Job = { kind: 'points', level, ranges, box: box && checkBox(box), channels, verifies };
-    const { count, samples } = await this.run(job, 'points', signal);
+    const { count, samples } = await this.run(job, 'points', signal, isUrgent);
     const names = ['X', 'Y', 'Z', ...channels.map((index) => this.description.channels[index]!.name)];
     const byName: Record<string, Samples> = Object.create(null); // a channel may be named "__proto__"
     names.forEach((name, i) => (byName[name] = samples[i]!));
     return { level, first: ranges[0] ?? 0, count, channels: byName };
   }
 
-  private run<K extends Kind>(job: Job, kind: K, signal?: AbortSignal): Promise<Result<K>> {
-    return this.withDecoder(signal, async (opened) => {
+  private run<K extends Kind>(job: Job, kind: K, signal?: AbortSignal, isUrgent = false): Promise<Result<K>> {
+    return this.withDecoder(signal, isUrgent, async (opened) => {
       if (!opened.hasOpened) await this.work(opened, { kind: 'open' }, 'opened', signal);
       return this.work(opened, job, kind, signal);
     });
   }
 
-  private async withDecoder<T>(signal: AbortSignal | undefined, use: (decoder: OpenDecoder) => Promise<T>): Promise<T> {
+  private async withDecoder<T>(
+    signal: AbortSignal | undefined, isUrgent: boolean, use: (decoder: OpenDecoder) => Promise<T>,
+  ): Promise<T> {
     this.throwIfStopped(signal);
     let opened = this.idle.pop();
     if (!opened && this.all.length < this.concurrency) {
       opened = { decoder: this.createDecoder(), hasOpened: false };
       this.all.push(opened);
     }
-    opened ??= await new Promise<OpenDecoder>((resolve) => this.waiting.push(resolve));
+    opened ??= await new Promise<OpenDecoder>((resolve) =>
+      isUrgent ? this.waiting.unshift(resolve) : this.waiting.push(resolve));
     try {
       this.throwIfStopped(signal);
       return await use(opened);
@@ -187,7 +192,8 @@ export class DecodedCloud implements Cloud {
 }
 
 function checkBox(box: Box): Box {
-  const isGood = (corner: readonly number[]) => corner.length === 3 && corner.every((value) => typeof value === 'number' && !Number.isNaN(value));
+  const isGood = (corner: readonly unknown[]) =>
+    corner.length === 3 && corner.every((value) => typeof value === 'number' && !Number.isNaN(value));
   if (!isGood(box.min) || !isGood(box.max))
     throw new CloudError('argument', 'A box has two corners of three numbers.');
   return { min: [...box.min], max: [...box.max] };

@@ -9,8 +9,8 @@ export interface FileBytes {
 }
 
 /**
- * What a decoder is asked for. `ranges` are first point and number of points of each range; `channels` are indices, since
- * the names of damaged files may not be text.
+ * What a decoder is asked for. `ranges` are first point and number of points of each range; `channels` are indices,
+ * since the names of damaged files may not be text.
  */
 export type Job =
   | { kind: 'open' }

@@ -21,8 +21,8 @@ interface Request {
 }
 
 /**
- * Reads byte ranges of a file by pages: joins those that are near each other, shares requests between readers, and keeps
- * the pages that were used last.
+ * Reads byte ranges of a file by pages: joins those that are near each other, shares requests between readers, and
+ * keeps the pages that were used last.
  */
 export class RangeCache {
   private readonly pages: Pages = new Map(); // the page that was used last is the last one

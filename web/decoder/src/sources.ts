@@ -45,8 +45,7 @@ export class HTTPSource implements ByteSource {
       checkStatus(answer, name);
       const head = await readBody(answer, name, attempt);
       const size = sizeOf(answer) ?? (await askSize(url, name, attempt));
-      if (head.length !== Math.min(size, headBytes))
-        throw new CloudError('network', `${name} cannot be read: the connection was lost.`);
+      if (head.length !== Math.min(size, headBytes)) throw connectionLost(name);
       return new HTTPSource(url, name, size, head, versionOf(answer));
     });
   }
@@ -56,7 +55,7 @@ export class HTTPSource implements ByteSource {
       const answer = await request(this.url, this.name, [{ begin, end }], attempt);
       this.check(answer);
       const bytes = await readBody(answer, this.name, attempt);
-      if (bytes.length !== end - begin) throw new CloudError('network', `${this.name} cannot be read: the connection was lost.`);
+      if (bytes.length !== end - begin) throw connectionLost(this.name);
       return bytes;
     });
   }
@@ -128,6 +127,10 @@ export class BlobSource implements ByteSource {
   }
 }
 
+function connectionLost(name: string): CloudError {
+  return new CloudError('network', `${name} cannot be read: the connection was lost.`);
+}
+
 function versionOf(answer: Response): string | null {
   return answer.headers.get('ETag') ?? answer.headers.get('Last-Modified');
 }
@@ -143,7 +146,8 @@ async function askSize(url: URL, name: string, attempt: Attempt): Promise<number
   const answer = await fetch(url, { method: 'HEAD', cache: 'no-store', signal: attempt.signal });
   const size = Number(answer.headers.get('Content-Length') ?? NaN);
   if (!answer.ok || !Number.isSafeInteger(size))
-    throw new CloudError('no-ranges', `The server does not say how large ${name} is. It must expose the header Content-Range.`);
+    throw new CloudError(
+      'no-ranges', `The server does not say how large ${name} is. It must expose the header Content-Range.`);
   return size;
 }
 
@@ -155,7 +159,8 @@ async function request(
     // A browser's cache would show the headers of the file that it has stored with the bytes of a newer one.
     return await fetch(url, { headers: { Range: `bytes=${wanted}` }, cache: 'no-store', signal: attempt.signal });
   } catch {
-    throw new CloudError('network', `${name} cannot be read: the server cannot be reached, or does not allow this page to read it.`);
+    const reason = 'the server cannot be reached, or does not allow this page to read it';
+    throw new CloudError('network', `${name} cannot be read: ${reason}.`);
   }
 }
 
@@ -183,7 +188,7 @@ async function readBody(answer: Response, name: string, attempt: Attempt): Promi
       length += part.value.length;
     }
   } catch {
-    throw new CloudError('network', `${name} cannot be read: the connection was lost.`);
+    throw connectionLost(name);
   }
   const bytes = new Uint8Array(length);
   let at = 0;
@@ -221,8 +226,8 @@ async function retry<T>(
       if (signal?.aborted) throw new CloudError('aborted', 'The query was cancelled.');
       const isNetwork = !(error instanceof CloudError) || error.code === 'network';
       if (!isNetwork || attempt === maxAttempts) {
-        if (controller.signal.aborted) throw new CloudError('network', `${name} cannot be read: the server does not answer.`);
-        throw error;
+        if (!controller.signal.aborted) throw error;
+        throw new CloudError('network', `${name} cannot be read: the server does not answer.`);
       }
     } finally {
       clearTimeout(timer);

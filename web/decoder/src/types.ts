@@ -99,6 +99,8 @@ export interface RangeQuery {
   readonly channels?: readonly string[];
   /** Only points in this box are returned. */
   readonly box?: Box;
+  /** Goes before the queries that wait for a decoder, as for a point that the user has chosen. */
+  readonly isUrgent?: boolean;
   readonly signal?: AbortSignal;
 }
 

@@ -89,7 +89,9 @@ test('any correct answer, and a few failures, give the same points', async () =>
   const cloud = await openCloud(path);
   const expected = await digestPoints(cloud, query);
   cloud.close();
-  const good = ['good', 'reversed', 'joined', 'quoted', 'lacking', 'garbled', 'long', 'single', 'whole-for-many', 'busy', 'cut'];
+  const good = [
+    'good', 'reversed', 'joined', 'quoted', 'lacking', 'garbled', 'long', 'single', 'whole-for-many', 'busy', 'cut',
+  ];
   await Promise.all(good.map(async (name) => {
     const remote = await openCloud(`${address}/${name}`);
     assert.deepEqual(await digestPoints(remote, query), expected, name);
@@ -100,7 +102,8 @@ test('any correct answer, and a few failures, give the same points', async () =>
 
 test('errors of servers have codes and the name of the file', async () => {
   const errors = {
-    lost: 'network', changed: 'changed', shorter: 'changed', whole: 'no-ranges', missing: 'not-found', refused: 'not-found',
+    lost: 'network', changed: 'changed', shorter: 'changed', whole: 'no-ranges', missing: 'not-found',
+    refused: 'not-found',
   };
   await Promise.all(Object.entries(errors).map(async ([name, code]) => {
     const read = async () => {
@@ -110,7 +113,8 @@ test('errors of servers have codes and the name of the file', async () => {
     await assert.rejects(read, (error) => error.code === code && error.message.startsWith(`${name} `), name);
     assert.ok(happened.has(name), name);
   }));
-  await assert.rejects(openCloud('http://127.0.0.1:9/none.vxl'), { code: 'network', message: /^none\.vxl cannot be read/ });
+  const refused = openCloud('http://127.0.0.1:9/none.vxl');
+  await assert.rejects(refused, { code: 'network', message: /^none\.vxl cannot be read/ });
 });
 
 /** A source of its own that notes what is read. */
@@ -138,7 +142,8 @@ class NotingSource {
 test('queries share what they read, and can be cancelled', async () => {
   const source = new NotingSource();
   const cloud = await openCloud(source);
-  const ranges = Array.from({ length: 10 }, (_, i) => ({ level: 0, first: (numPoints / 10) * i, count: numPoints / 10 }));
+  const count = numPoints / 10;
+  const ranges = Array.from({ length: 10 }, (_, i) => ({ level: 0, first: count * i, count }));
   const parts = await Promise.all(ranges.map((query) => cloud.readRange(query)));
   assert.ok(source.repeated < source.seen.size / 20, `${source.repeated} of ${source.seen.size}`); // in gaps
   assert.ok(source.most <= 6);
@@ -161,11 +166,12 @@ test('queries share what they read, and can be cancelled', async () => {
 test('queries are checked', async () => {
   const cloud = await openCloud(path);
   const { numLevels } = cloud.description;
-  for (const query of [{ level: numLevels, first: 0, count: 1 }, { level: 0, first: numPoints, count: 1 }, { level: 0, first: -1, count: 1 },
-    { level: 0.5, first: 0, count: 1 }, { level: 0, first: 0, count: 1, channels: ['Pink'] },
+  for (const query of [{ level: numLevels, first: 0, count: 1 }, { level: 0, first: numPoints, count: 1 },
+    { level: 0, first: -1, count: 1 }, { level: 0.5, first: 0, count: 1 }, { level: 0, first: 0, count: 1, channels: ['Pink'] },
     { level: 0, first: 0, count: 1, box: { min: [0, 0], max: [1, 1, 1] } }])
     await assert.rejects(cloud.readRange(query), { code: 'argument' }, JSON.stringify(query));
-  const none = await cloud.readRange({ level: 0, first: 0, count: 9, channels: [], box: { min: [0, 0, 0], max: [1, 1, 1] } });
+  const box = { min: [0, 0, 0], max: [1, 1, 1] };
+  const none = await cloud.readRange({ level: 0, first: 0, count: 9, channels: [], box });
   assert.deepEqual([none.count, Object.keys(none.channels)], [0, ['X', 'Y', 'Z']]);
   cloud.close();
   const small = await openCloud(path, { maxMemory: 0 }); // the least is 16 MiB

@@ -80,6 +80,7 @@ export class Page {
   private linkTimer: ReturnType<typeof setTimeout> | undefined;
   private ownHash = '';
   private pickNumber = 0;
+  private pickedPosition: Vector | null = null; // of the point whose card is open
 
   constructor() {
     this.viewer = new Viewer(this.canvas, {
@@ -396,7 +397,9 @@ export class Page {
       return;
     }
     const { cloud } = this;
-    const exact = cloud.readRange({ level: 0, first: picked.fileIndex, count: 1 });
+    const exact = cloud.readRange({
+      level: 0, first: picked.fileIndex, count: 1, isUrgent: true, ...this.isMeasuring ? { channels: [] } : {},
+    });
     if (this.isMeasuring) {
       const replace = this.measurement.add(picked.position);
       this.updateMeasurement();
@@ -409,6 +412,8 @@ export class Page {
       return;
     }
     const number = ++this.pickNumber;
+    this.pickedPosition = picked.position;
+    this.viewer.requestFrame();
     this.showPoint(`Point ${formatCount(picked.fileIndex)}`, [['', 'Reading …']]);
     exact.then(({ channels }) => {
       if (number === this.pickNumber)
@@ -432,7 +437,9 @@ export class Page {
 
   private closePointCard(): void {
     ++this.pickNumber;
+    this.pickedPosition = null;
     this.pointCard.hidden = true;
+    this.viewer.requestFrame();
   }
 
   private coordinatesOf(position: Vector): string[] {
@@ -471,7 +478,7 @@ export class Page {
           ({ from: corners[a] as Vector, to: corners[b] as Vector, kind: 'clip' as const })) : [],
         ...segments.map(({ from, to }) => ({ from, to, kind: 'measure' as const })),
       ],
-      dots: vertices,
+      dots: this.pickedPosition ? [...vertices, this.pickedPosition] : vertices,
       labels: segments.map(({ from, to, length }) => ({
         at: map((axis) => (from[axis] + to[axis]) / 2), text: withUnit(length, this.lengthUnit),
       })),
