@@ -167,7 +167,8 @@ test('queries are checked', async () => {
   const cloud = await openCloud(path);
   const { numLevels } = cloud.description;
   for (const query of [{ level: numLevels, first: 0, count: 1 }, { level: 0, first: numPoints, count: 1 },
-    { level: 0, first: -1, count: 1 }, { level: 0.5, first: 0, count: 1 }, { level: 0, first: 0, count: 1, channels: ['Pink'] },
+    { level: 0, first: -1, count: 1 }, { level: 0.5, first: 0, count: 1 },
+    { level: 0, first: 0, count: 1, channels: ['Pink'] },
     { level: 0, first: 0, count: 1, box: { min: [0, 0], max: [1, 1, 1] } }])
     await assert.rejects(cloud.readRange(query), { code: 'argument' }, JSON.stringify(query));
   const box = { min: [0, 0, 0], max: [1, 1, 1] };
