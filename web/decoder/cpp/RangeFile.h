@@ -12,7 +12,7 @@
 
 namespace Quillmoran {
 
-// Not an Error, so that nobody takes it for damage of the file.
+// Not an Error, so that it is not taken for damage of the file.
 struct BytesMissing
 {
     std::vector<IO::Range> ranges;

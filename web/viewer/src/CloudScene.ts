@@ -131,7 +131,7 @@ export class CloudScene {
   update(view: NodeView, budget: number): void {
     const { selection } = this;
     this.selection = this.tree.select(this.isReady ? view : anywhere, budget);
-    // Room for the points that are drawn, as many in coarser nodes, and as many in nodes that were drawn before.
+    // Keeps the points that are drawn, the same number in coarser nodes, and in nodes that were drawn before.
     for (const node of this.tree.evict(3 * budget)) this.remove(node);
     const jobs = this.jobs();
     this.loader.update(this.isReady ? jobs : jobs.slice(0, 1));

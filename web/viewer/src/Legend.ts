@@ -19,7 +19,7 @@ export interface LegendContent {
 
 const mostReturns = 16;
 
-/** Shows the legend in an element, and tells which classes the user hides. */
+/** Shows the legend in an element, and reports which classes the user hides. */
 export class Legend {
   constructor(private readonly box: HTMLElement, private readonly onHide: (codes: ReadonlySet<number>) => void) {}
 

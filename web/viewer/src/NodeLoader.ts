@@ -61,17 +61,17 @@ export class NodeLoader {
     return nextTry === 0 ? 'none' : nextTry === Infinity ? 'final' : 'waiting';
   }
 
-  /** Aborts queries that are not among `jobs`, and starts the first ones that there is room for. */
+  /** Aborts queries that are not among `jobs`, and starts the first ones, up to the concurrency of the cloud. */
   update(jobs: readonly Job[]): void {
     if (this.isClosed) return;
     const wanted = new Set(jobs.map((job) => job.node));
     for (const [node, controller] of this.running) if (!wanted.has(node)) controller.abort();
     clearTimeout(this.timer);
     // One query shows whether the connection is back.
-    const room = this.failedInRow >= lostAfter ? 1 : Math.max(1, this.cloud.concurrency);
+    const maxRunning = this.failedInRow >= lostAfter ? 1 : Math.max(1, this.cloud.concurrency);
     let wakeTime = Infinity;
     for (const job of jobs) {
-      if (this.running.size >= room) break;
+      if (this.running.size >= maxRunning) break;
       if (this.running.has(job.node)) continue;
       const nextTry = Math.max(this.connection.nextTry, this.failures.get(job.node)?.nextTry ?? 0);
       if (nextTry <= this.now()) void this.run(job);
@@ -112,7 +112,7 @@ export class NodeLoader {
     } catch (error) {
       this.running.delete(node);
       if (this.isClosed) return;
-      if (controller.signal.aborted) this.events.wake(); // there is room for another query
+      if (controller.signal.aborted) this.events.wake(); // another query can start
       else this.fail(job, error as CloudError);
     }
   }

@@ -8,7 +8,7 @@ import { enlarged, isProper, type Box } from './Geometry.js';
 /** The most points of a node. */
 export const nodeCapacity = 65536;
 
-// Of files with few levels. No budget has room for more.
+// Of files with few levels; more would exceed any budget.
 const maxRoots = 4096;
 
 /** Spacing of points on the screen that needs no more points, in pixels. */
@@ -78,7 +78,7 @@ export function countFirstHalf(count: number): number {
   return Math.min(count, nodeCapacity / 2);
 }
 
-/** The nodes of a file. Loaded nodes are told with `setLoaded`. */
+/** The nodes of a file. The owner reports loaded nodes by `setLoaded`. */
 export class NodeTree {
   readonly roots: readonly TreeNode[];
   private selections = 0;
@@ -208,7 +208,6 @@ export function spreadOut(count: number): number[] {
   }
   return order;
 }
-
 
 /** A binary heap. */
 class PriorityQueue<T> {

@@ -66,7 +66,7 @@ export class Overlay {
   }
 }
 
-// The part of a line in front of the camera, in view coordinates; null if there is none.
+// The part of a line before the camera's near plane is cut off, in view coordinates; null if nothing is left.
 function clipToNear(a: THREE.Vector3, b: THREE.Vector3, near: number): [THREE.Vector3, THREE.Vector3] | null {
   const limit = -near;
   if (a.z > limit && b.z > limit) return null;

@@ -32,8 +32,8 @@ export interface Pick {
 }
 
 /**
- * The point near the cursor that is in front of others: a point that is a little farther from the cursor wins if the
- * others are far behind it. Null if there is no point.
+ * The point near the cursor that is nearest to the camera: a point that is a little farther from the cursor wins if the
+ * others are much farther from the camera. Null if there is no point.
  */
 export function pickPoint(ranges: readonly PickRange[], cursor: Cursor): Pick | null {
   const { width, height, radius, pixelsPerUnit } = cursor;
@@ -54,8 +54,8 @@ export function pickPoint(ranges: readonly PickRange[], cursor: Cursor): Pick | 
       if (!(distance < radius)) continue;
       // Depths in pixels, so that the choice does not depend on the distance of the camera.
       if (best) {
-        const behind = (w - bestDepth) * pixelsPerUnit / Math.min(w, bestDepth);
-        if (behind + depthPerPixel * (distance - bestX) >= 0) continue;
+        const farther = (w - bestDepth) * pixelsPerUnit / Math.min(w, bestDepth);
+        if (farther + depthPerPixel * (distance - bestX) >= 0) continue;
       }
       if (isVisible && !isVisible(i)) continue;
       best = { range, index: i };
