@@ -1,8 +1,9 @@
 // Shades that make shapes visible without normals.
 //
-// A pixel is darker the farther it is from the camera compared with its neighbours: Boucheny, "Visualisation scientifique de grands volumes de
-// données : pour une approche perceptive", 2009. Differences of depth are divided by the size of a pixel at this depth,
-// so that they are slopes of the surface, and shades do not change with the distance of the camera.
+// A pixel is darker the farther it is from the camera compared with its neighbours: Boucheny, "Visualisation
+// scientifique de grands volumes de données : pour une approche perceptive", 2009. Differences of depth are divided by
+// the size of a pixel at this depth, so that they are slopes of the surface, and shades do not change with the distance
+// of the camera.
 import * as THREE from 'three';
 
 const vertexShader = /* glsl */ `
