@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 log=$(mktemp)
-trap 'rm -f "$log"' EXIT
+trap 'rm -f "$log" "$log".*' EXIT
 if ! scripts/dependencies.sh --web >"$log" 2>&1; then
   echo "web: skipped, since Emscripten or Chromium cannot be installed: $(grep . "$log" | tail -n 1)"
   exit 0
@@ -16,10 +16,16 @@ scripts/web.sh --build
 
 cd web
 npm run --silent check
+run() { # NAME TEST...
+  node --test --test-reporter=spec --test-reporter-destination=stdout \
+    --test-reporter=tap --test-reporter-destination="$log.$1" "${@:2}"
+}
+# Those in Chromium often wait.
+run node decoder/test/*.test.mjs viewer/test/*.test.mjs >"$log.output" 2>&1 &
 status=0
-shopt -s nullglob
-node --test --test-reporter=spec --test-reporter-destination=stdout --test-reporter=tap --test-reporter-destination="$log" \
-  decoder/test/*.test.mjs viewer/test/*.test.mjs tests/*.test.mjs || status=$?
-count() { awk -v name="$1" '$1 == "#" && name ~ $2 { n += $3 } END { print n + 0 }' "$log"; }
-echo "$(count 'pass') passed, $(count 'fail|cancelled') failed"
+run browser tests/*.test.mjs || status=$?
+wait $! || status=$?
+cat "$log.output"
+count() { awk -v name="$1" '$1 == "#" && $2 ~ name { n += $3 } END { print n + 0 }' "$log".*; }
+echo "$(count '^pass$') passed, $(count '^(fail|cancelled)$') failed"
 exit "$status"

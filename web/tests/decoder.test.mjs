@@ -41,6 +41,6 @@ for (const [where, options] of [['Workers decode', { workers: 3 }], ['A page dec
       numPoints += found.results.length && found.numPoints;
     }
     assert.ok(numPoints >= 2400, `${numPoints} points`);
-    assert.deepEqual(page.failures, []);
+    assert.deepEqual(browser.failures, []);
     await page.close();
   });
