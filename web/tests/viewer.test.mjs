@@ -258,11 +258,13 @@ test('errors are shown in words, and lost connections can be tried again', { tim
   isLost = true;
   await page.evaluate((place) => window.vxviewer.setView(place), { position: view.eye, target: view.target });
   assert.match(await alertOf(page), /^hills\.vxl cannot be read: the connection was lost/);
-  assert.ok((await page.evaluate(() => window.vxviewer.state())).shownPoints > 0);
+  const lost = await settle(page);
+  assert.ok(lost.shownPoints > 0);
   isLost = false;
   await page.$$eval('[role=alert] button', (buttons) => buttons.find(({ textContent }) => textContent === 'Try again').click());
-  const { status, error } = await settle(page);
+  const { status, error, shownPoints } = await settle(page);
   assert.deepEqual({ status, error }, { status: 'idle', error: null });
+  assert.ok(shownPoints > lost.shownPoints);
 });
 
 test('no script of a page has failed', () => assert.deepEqual(browser.failures, []));
