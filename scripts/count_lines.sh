@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Counts the code lines (neither blank nor comment) of C++, Python and JavaScript by folder, and the share of tests and fuzz targets.
+# Counts the code lines (neither blank nor comment) of C++, Python and JavaScript by folder, and the share of tests and
+# fuzz targets.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -1,5 +1,5 @@
-// What JavaScript calls. Functions of the class Session return an object: { missing: [begin, end, ...] } if bytes must be
-// added first, { error: { code, message } }, or the result.
+// What JavaScript calls. Functions of the class Session return an object: { missing: [begin, end, ...] } if
+// bytes must be added first, { error: { code, message } }, or the result.
 #include "Session.h"
 
 #include <vxunpack/Base.h>

@@ -32,8 +32,8 @@ void RangeFile::keep() noexcept
 std::size_t RangeFile::copy(std::int64_t offset, std::uint8_t* buffer, std::size_t count) const
 {
     std::size_t copied = 0;
-    // An extent that begins before the offset may end before it, and an earlier one may not: extents are ranges that
-    // were missing, so this is rare, and those bytes are then asked for again.
+    // An extent that begins before the offset may end before it, and an earlier one may not: extents are
+    // ranges that were missing, so this is rare, and those bytes are then asked for again.
     auto next = m_extents.upper_bound(offset);
     if (next != m_extents.begin())
         --next;

@@ -1,5 +1,5 @@
-// A file of which only some byte ranges are in memory. A read of other bytes throws BytesMissing; the caller then gets
-// these bytes, adds them, and starts again.
+// A file of which only some byte ranges are in memory. A read of other bytes throws BytesMissing; the caller
+// then gets these bytes, adds them, and starts again.
 #pragma once
 
 #include <vxunpack/IO.h>
@@ -56,8 +56,8 @@ private:
     static constexpr std::int64_t firstAhead = 16 << 10;
 
     const std::int64_t m_size;
-    // Of reads that were not announced: where the last one that was missing ended, and the bytes that the next one of a
-    // sequence asks for, which doubles, since each of them starts the query again.
+    // Of reads that were not announced: where the last one that was missing ended, and the bytes that the
+    // next one of a sequence asks for, which doubles, since each of them starts the query again.
     mutable std::int64_t m_sequenceEnd = 0;
     mutable std::int64_t m_ahead = firstAhead;
     std::map<std::int64_t, Extent> m_extents; // by offset; they may overlap

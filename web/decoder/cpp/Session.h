@@ -1,6 +1,7 @@
 // An open .vxl file of which JavaScript adds the bytes.
 //
-// Every function may throw BytesMissing: it has then done nothing, and is called again when these bytes are added.
+// Every function may throw BytesMissing: it has then done nothing, and is called again when these bytes are
+// added.
 #pragma once
 
 #include "RangeFile.h"
@@ -28,8 +29,8 @@ public:
 
     RangeFile& getFile() noexcept { return *m_file; }
 
-    // Called before the following functions. Also reads the metadata and compares all descriptions with their digest.
-    // The bytes that it reads stay in memory. Throws the errors of the reader.
+    // Called before the following functions. Also reads the metadata and compares all descriptions with their
+    // digest. The bytes that it reads stay in memory. Throws the errors of the reader.
     void open();
     const VX7PointReader& getReader() const noexcept { return *m_reader; }
     const Metadata& getMetadata() const noexcept { return m_metadata; }
@@ -37,14 +38,14 @@ public:
     const std::string& getMetadataFailure() const noexcept { return m_metadataFailure; }
     std::uint32_t getNumLevels() const;
 
-    // The ranges of points of a level that can be in a box. Throws InvalidArgument for an unknown level, and the errors
-    // of the index.
+    // The ranges of points of a level that can be in a box. Throws InvalidArgument for an unknown level, and
+    // the errors of the index.
     std::vector<PointRange> findRanges(std::uint32_t level, const Bounds& box) const;
 
-    // Decodes these ranges, which are sorted and disjoint, drops the points outside the box, and returns the number of
-    // points. X, Y and Z are decoded, and after them the channels with these indices. With `verifies`, blocks of level 0 that are decoded completely
-    // are compared with their digests. Throws InvalidArgument for ranges outside the level, NoSuchChannel, and the
-    // errors of the reader.
+    // Decodes these ranges, which are sorted and disjoint, drops the points outside the box, and returns the
+    // number of points. X, Y and Z are decoded, and after them the channels with these indices. With
+    // `verifies`, blocks of level 0 that are decoded completely are compared with their digests. Throws
+    // InvalidArgument for ranges outside the level, NoSuchChannel, and the errors of the reader.
     std::size_t decode(std::uint32_t level, const std::vector<PointRange>& ranges, const Bounds& box,
                        const std::vector<std::size_t>& channels, bool verifies);
     // The points that were decoded last.

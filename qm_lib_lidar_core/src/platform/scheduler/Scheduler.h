@@ -1,5 +1,5 @@
-// The scheduler of loops and tasks, which the build chooses: the class TaskGroup, a group of tasks whose owner waits
-// for all of them, and the functions of the namespace Scheduler.
+// The scheduler of loops and tasks, which the build chooses: the class TaskGroup, a group of tasks whose
+// owner waits for all of them, and the functions of the namespace Scheduler.
 #pragma once
 
 #if defined(VX_SERIAL)
