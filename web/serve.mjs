@@ -78,7 +78,8 @@ export async function startNginx(folders, port = undefined) {
       const all = log.trim().split('\n').map((line) => line.split('|'));
       const added = all.slice(lines).filter(([path]) => path !== marker);
       lines = all.length;
-      return added.map(([path, status, bytes, range]) => ({ path, status: Number(status), bytes: Number(bytes), range }));
+      return added.map(([path, status, bytes, range]) =>
+        ({ path, status: Number(status), bytes: Number(bytes), range }));
     },
   };
 }
