@@ -31,7 +31,7 @@ std::vector<unsigned char> readBlock(StreamReader& reader, const char* name)
     std::uint32_t length = 0;
     if (!reader.get_be(length))
         QM_THROW(readError, "bad read -- %s length", name);
-    if (length > reader.remaining())
+    if (length > reader.remaining() || length == SIZE_MAX) // the latter on machines of 32 bits
         QM_THROW(readError, "bad read -- %s data", name);
     std::vector<unsigned char> block(std::size_t{length} + 1);
     if (reader.read(block.data(), length) != length)

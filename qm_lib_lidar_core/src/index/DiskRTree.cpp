@@ -111,7 +111,7 @@ void DiskRTree::init(StreamReader& reader, std::int64_t length)
 
     m_range.reset(BoundedIO::create(IO::Location(reader.getIO(), start, length)));
     // One more than whole records, since the padding of the last record may be missing.
-    m_maxBranches = static_cast<std::size_t>(m_range->size() - start) / recordBytes + 1;
+    m_maxBranches = static_cast<std::size_t>((m_range->size() - start) / recordBytes) + 1;
     StreamReader rootReader;
     rootReader.init(m_range.get(), true, recordBytes);
     Branch root;

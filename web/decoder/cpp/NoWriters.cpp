@@ -1,4 +1,4 @@
-// The table of coders names the writers, which a decoder has not.
+// The table of coders names the writers, which a decoder does not have.
 #include "encode/coders/SubblockWriter.h"
 
 namespace Quillmoran {

@@ -19,6 +19,7 @@ std::span<std::uint8_t> RangeFile::add(std::int64_t offset, std::size_t length)
 
 void RangeFile::drop()
 {
+    m_sequenceEnd = 0;
     std::erase_if(m_extents, [](const auto& entry) { return !entry.second.isKept; });
 }
 
@@ -61,8 +62,17 @@ std::size_t RangeFile::pread(std::int64_t offset, void* buffer, std::size_t coun
         static_cast<std::size_t>(std::min<std::uint64_t>(count, static_cast<std::uint64_t>(m_size - offset)));
     const std::size_t copied = copy(offset, static_cast<std::uint8_t*>(buffer), count);
     if (copied == 0 && count != 0)
-        throw BytesMissing{{{offset, static_cast<std::int64_t>(count)}}};
+        throwMissing(offset, static_cast<std::int64_t>(count));
     return copied;
+}
+
+void RangeFile::throwMissing(std::int64_t offset, std::int64_t count) const
+{
+    constexpr std::int64_t maxAhead = 8 << 20;
+    m_ahead = offset == m_sequenceEnd ? std::min(2 * m_ahead, maxAhead) : firstAhead;
+    const std::int64_t length = std::min(std::max(count, m_ahead), m_size - offset);
+    m_sequenceEnd = offset + length;
+    throw BytesMissing{{{offset, length}}};
 }
 
 void RangeFile::willRead(std::span<const Range> ranges) const

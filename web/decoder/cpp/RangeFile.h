@@ -26,7 +26,7 @@ public:
     // Memory for the bytes of a range that are to be added; the caller fills it before the next read. Throws
     // InvalidArgument for a range that is not in the file.
     std::span<std::uint8_t> add(std::int64_t offset, std::size_t length);
-    // Drops the ranges that were added after the last call of keep().
+    // Drops the ranges that were added after the last call of keep(). The end of a query.
     void drop();
     void keep() noexcept;
 
@@ -49,10 +49,17 @@ private:
 
     explicit RangeFile(std::int64_t size) : m_size(size) {}
 
+    [[noreturn]] void throwMissing(std::int64_t offset, std::int64_t count) const;
     // The number of bytes in memory from an offset on; they are copied unless `buffer` is null.
     std::size_t copy(std::int64_t offset, std::uint8_t* buffer, std::size_t count) const;
 
+    static constexpr std::int64_t firstAhead = 16 << 10;
+
     const std::int64_t m_size;
+    // Of reads that were not announced: where the last one that was missing ended, and the bytes that the next one of a
+    // sequence asks for, which doubles, since each of them starts the query again.
+    mutable std::int64_t m_sequenceEnd = 0;
+    mutable std::int64_t m_ahead = firstAhead;
     std::map<std::int64_t, Extent> m_extents; // by offset; they may overlap
 };
 

@@ -1,5 +1,6 @@
 import type { Decoder } from './decoders.js';
-import { RangeCache, abortable } from './rangecache.js';
+import { abortable } from './limits.js';
+import type { RangeCache } from './rangecache.js';
 import { crashed, notStarted, outOfMemory, type Answer, type FileBytes, type Job } from './protocol.js';
 import {
   CloudError, type Box, type BoxQuery, type ByteSource, type Cloud, type Description, type Points, type RangeQuery,
@@ -19,6 +20,8 @@ type Result<K extends Kind> = Extract<Answer, { kind: K }>['value'];
 interface OpenDecoder {
   readonly decoder: Decoder;
   hasOpened: boolean;
+  /** Its worker could not be started. */
+  isBroken: boolean;
 }
 
 /** A file with decoders that share the bytes received. */
@@ -126,21 +129,47 @@ export class DecodedCloud implements Cloud {
     signal: AbortSignal | undefined, isUrgent: boolean, use: (decoder: OpenDecoder) => Promise<T>,
   ): Promise<T> {
     this.throwIfStopped(signal);
-    let opened = this.idle.pop();
-    if (!opened && this.all.length < this.concurrency) {
-      opened = { decoder: this.createDecoder(), hasOpened: false };
-      this.all.push(opened);
-    }
-    opened ??= await new Promise<OpenDecoder>((resolve) =>
-      isUrgent ? this.waiting.unshift(resolve) : this.waiting.push(resolve));
+    const opened = this.idle.pop() ?? this.addDecoder() ?? await this.waitForDecoder(signal, isUrgent);
     try {
       this.throwIfStopped(signal);
       return await use(opened);
     } finally {
-      const next = this.waiting.shift();
-      if (next) next(opened);
-      else this.idle.push(opened);
+      this.release(opened);
     }
+  }
+
+  private addDecoder(): OpenDecoder | undefined {
+    if (this.all.length === this.concurrency) return undefined;
+    const opened = { decoder: this.createDecoder(), hasOpened: false, isBroken: false };
+    this.all.push(opened);
+    return opened;
+  }
+
+  private async waitForDecoder(signal: AbortSignal | undefined, isUrgent: boolean): Promise<OpenDecoder> {
+    let take!: (opened: OpenDecoder) => void;
+    const taken = new Promise<OpenDecoder>((resolve) => (take = resolve));
+    if (isUrgent) this.waiting.unshift(take);
+    else this.waiting.push(take);
+    try {
+      return await abortable(taken, signal);
+    } catch (error) {
+      const index = this.waiting.indexOf(take);
+      if (index >= 0) this.waiting.splice(index, 1);
+      else this.release(await taken);
+      throw error;
+    }
+  }
+
+  /** Passes a decoder on. */
+  private release(opened: OpenDecoder): void {
+    if (opened.isBroken) {
+      this.all.splice(this.all.indexOf(opened), 1);
+      opened.decoder.close();
+    }
+    const next = this.waiting.shift();
+    const free = opened.isBroken ? next && this.addDecoder() : opened;
+    if (next && free) next(free);
+    else if (free) this.idle.push(free);
   }
 
   /** Repeats a job until it has the bytes that it needs. */
@@ -160,7 +189,10 @@ export class DecodedCloud implements Cloud {
           return answer.value as Result<K>;
         }
         const { ranges } = answer;
-        const bytes = await abortable(this.cache.read(ranges, signal), this.closing.signal);
+        const bytes = await abortable(this.cache.read(ranges, signal), this.closing.signal).catch((error: unknown) => {
+          this.throwIfStopped(signal); // says why
+          throw error;
+        });
         added = bytes.map((part, i) => ({ begin: ranges[2 * i]!, bytes: part }));
       }
     } finally {
@@ -182,6 +214,7 @@ export class DecodedCloud implements Cloud {
     }
     if (code === unsupported) return new CloudError('unsupported', `${name} cannot be read: ${message}.`);
     if (code === invalidArgument || code === noSuchChannel) return new CloudError('argument', `${name}: ${message}.`);
+    opened.isBroken = code === notStarted;
     if (code === notStarted) return new CloudError('network', `The decoder (worker.js) cannot be started: ${message}.`);
     if (code === crashed) {
       opened.hasOpened = false;
@@ -192,9 +225,9 @@ export class DecodedCloud implements Cloud {
 }
 
 function checkBox(box: Box): Box {
-  const isGood = (corner: readonly unknown[]) =>
-    corner.length === 3 && corner.every((value) => typeof value === 'number' && !Number.isNaN(value));
-  if (!isGood(box.min) || !isGood(box.max))
+  const isGood = (corner: unknown) =>
+    Array.isArray(corner) && corner.length === 3 && corner.every((value) => typeof value === 'number' && !Number.isNaN(value));
+  if (!isGood(box?.min) || !isGood(box?.max))
     throw new CloudError('argument', 'A box has two corners of three numbers.');
   return { min: [...box.min], max: [...box.max] };
 }

@@ -8,7 +8,7 @@
  * }
  * ```
  */
-import { openWith, type Platform } from './open.js';
+import { openWith, toURL, type Platform } from './open.js';
 import type { Session } from './session.js';
 import { HTTPSource } from './sources.js';
 import { CloudError, type ByteSource, type Cloud, type OpenOptions } from './types.js';
@@ -41,7 +41,7 @@ const browser: Platform = {
     const worker: { Session: typeof Session } = await import(workerURL.href);
     return worker.Session;
   },
-  openNamed: (name) => HTTPSource.open(new URL(name, globalThis.location?.href)),
+  openNamed: async (name, signal) => HTTPSource.open(toURL(name, globalThis.location?.href), signal),
 };
 
 /** Opens a file by its URL, which may be relative to the page, a File of the user, or another source of bytes. */

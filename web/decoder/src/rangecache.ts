@@ -1,7 +1,8 @@
+import { abortable, cancelled, mapLimited } from './limits.js';
 import { CloudError, type ByteRange, type ByteSource, type Traffic } from './types.js';
 
 const pageBytes = 4096;
-// A gap of this size is read rather than asked around.
+// A gap of this size is read rather than skipped.
 const maxGapPages = 8;
 const maxRunPages = 1024;
 const maxRequests = 6; // at a time; browsers open no more connections to a server
@@ -18,6 +19,8 @@ interface Request {
   readonly abort: AbortController;
   waiters: number;
   readonly done: Promise<Pages>;
+  /** Lets queries that come later start a request of their own. */
+  readonly forget: () => void;
 }
 
 /**
@@ -85,7 +88,11 @@ export class RangeCache {
       const received = await abortable(Promise.all(requests.map((request) => request.done)), signal);
       for (const pages of received) for (const page of missing) if (pages.has(page)) held.set(page, pages.get(page)!);
     } finally {
-      for (const request of requests) if (--request.waiters === 0) request.abort.abort();
+      for (const request of requests) {
+        if (--request.waiters > 0) continue;
+        request.forget();
+        request.abort.abort();
+      }
     }
     for (const page of this.pages.keys()) {
       if (this.pages.size <= this.maxPages) break;
@@ -99,12 +106,12 @@ export class RangeCache {
     const groups = this.source.readMany && runs.length > 1 ? [runs] : runs.map((run) => [run]);
     return groups.map((group) => {
       const abort = new AbortController();
-      const request: Request = { abort, waiters: 0, done: this.run(group, abort.signal) };
       const pages = group.flatMap(({ first, end }) => Array.from({ length: end - first }, (_, i) => first + i));
-      for (const page of pages) if (!this.requests.has(page)) this.requests.set(page, request);
       const forget = () => {
         for (const page of pages) if (this.requests.get(page) === request) this.requests.delete(page);
       };
+      const request: Request = { abort, waiters: 0, done: this.run(group, abort.signal), forget };
+      for (const page of pages) if (!this.requests.has(page)) this.requests.set(page, request);
       request.done.then(forget, forget); // its readers report an error
       return request;
     });
@@ -114,7 +121,7 @@ export class RangeCache {
     if (this.running === maxRequests) await new Promise<void>((resolve) => this.queue.push(resolve));
     else ++this.running;
     try {
-      if (signal.aborted) throw new CloudError('aborted', 'The query was cancelled.');
+      if (signal.aborted) throw cancelled();
       const ranges = runs.map(({ first, end }) => ({
         begin: first * pageBytes, end: Math.min(end * pageBytes, this.source.size),
       }));
@@ -140,16 +147,17 @@ export class RangeCache {
       this.numBytes += bytes;
     };
     const { source } = this;
-    const received = ranges.length > 1
-      ? await source.readMany!(ranges, count, signal)
-      : await Promise.all(ranges.map(async ({ begin, end }) => {
+    // The source may have found out meanwhile that it cannot read several ranges.
+    const received = ranges.length > 1 && source.readMany
+      ? await source.readMany(ranges, count, signal)
+      : await mapLimited(ranges, maxRequests, async ({ begin, end }) => {
           const bytes = await source.read(begin, end, signal);
           count(bytes.length);
           return bytes;
-        }));
+        });
     ranges.forEach(({ begin, end }, i) => {
       if (received[i]?.length !== end - begin)
-        throw new CloudError('network', `${source.name} cannot be read: an answer has another length.`);
+        throw new CloudError('network', `${source.name} cannot be read: a response has the wrong length.`);
     });
     return received;
   }
@@ -174,18 +182,4 @@ function join(pages: Pages, begin: number, end: number): Uint8Array {
     result.set(part, page * pageBytes + from - begin);
   }
   return result;
-}
-
-/** Rejects as soon as the signal is aborted, though the work may go on. */
-export function abortable<T>(work: Promise<T>, signal?: AbortSignal): Promise<T> {
-  if (!signal) return work;
-  return new Promise<T>((resolve, reject) => {
-    const stop = () => reject(new CloudError('aborted', 'The query was cancelled.'));
-    if (signal.aborted) {
-      work.catch(() => undefined);
-      return stop();
-    }
-    signal.addEventListener('abort', stop, { once: true });
-    work.then(resolve, reject).finally(() => signal.removeEventListener('abort', stop));
-  });
 }

@@ -1,4 +1,4 @@
-import createModule, { type NativeAnswer, type NativeSession } from '../build/decoder.mjs';
+import createModule, { type NativeAnswer, type NativeModule, type NativeSession } from '../build/decoder.mjs';
 import { inflateRaw } from './inflate.js';
 import { crashed, outOfMemory, type Answer, type FileBytes, type Job } from './protocol.js';
 import type { SampleType, Samples } from './types.js';
@@ -61,13 +61,15 @@ export class Session {
   private async start(): Promise<NativeSession> {
     const { module, fileSize, maxMemory } = this.options;
     const maximum = Math.min(Math.max(Math.floor(maxMemory / pageBytes), initialPages), 32768);
-    const native = await createModule({
-      wasmMemory: new WebAssembly.Memory({ initial: initialPages, maximum }),
-      instantiateWasm(imports, done) {
-        WebAssembly.instantiate(module, imports).then((instance) => done(instance, module));
-        return {};
-      },
-      inflateRaw,
+    const native = await new Promise<NativeModule>((resolve, reject) => {
+      createModule({
+        wasmMemory: new WebAssembly.Memory({ initial: initialPages, maximum }),
+        instantiateWasm(imports, done) {
+          WebAssembly.instantiate(module, imports).then((instance) => done(instance, module)).catch(reject);
+          return {};
+        },
+        inflateRaw,
+      }).then(resolve, reject);
     });
     return new native.Session(fileSize);
   }

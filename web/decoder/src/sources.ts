@@ -1,3 +1,4 @@
+import { cancelled, mapLimited } from './limits.js';
 import { takeRanges } from './multipart.js';
 import { CloudError, type ByteRange, type ByteSource } from './types.js';
 
@@ -30,9 +31,10 @@ export class HTTPSource implements ByteSource {
     /** The first bytes of the file. */
     readonly head: Uint8Array,
     private readonly version: string | null,
+    origin: string,
   ) {
     // Other origins would have to allow such requests first.
-    if (!globalThis.location || globalThis.location.origin === url.origin)
+    if (!globalThis.location || globalThis.location.origin === origin)
       this.readMany = (ranges, count, signal) => this.readTogether(ranges, count, signal);
   }
 
@@ -44,9 +46,11 @@ export class HTTPSource implements ByteSource {
       if (answer.status === 416) throw new CloudError('unsupported', `${name} is empty.`);
       checkStatus(answer, name);
       const head = await readBody(answer, name, attempt);
+      checkRange(answer, name, 0, head.length);
       const size = sizeOf(answer) ?? (await askSize(url, name, attempt));
       if (head.length !== Math.min(size, headBytes)) throw connectionLost(name);
-      return new HTTPSource(url, name, size, head, versionOf(answer));
+      // A redirection may lead to another origin.
+      return new HTTPSource(url, name, size, head, versionOf(answer), new URL(answer.url).origin);
     });
   }
 
@@ -55,6 +59,7 @@ export class HTTPSource implements ByteSource {
       const answer = await request(this.url, this.name, [{ begin, end }], attempt);
       this.check(answer);
       const bytes = await readBody(answer, this.name, attempt);
+      checkRange(answer, this.name, begin, bytes.length);
       if (bytes.length !== end - begin) throw connectionLost(this.name);
       return bytes;
     });
@@ -142,8 +147,16 @@ function sizeOf(answer: Response): number | undefined {
   return Number.isSafeInteger(size) ? size : undefined;
 }
 
+/** The answer must be the range that was asked for, if its header can be seen. */
+function checkRange(answer: Response, name: string, begin: number, length: number): void {
+  const match = /^bytes\s+(\d+)-(\d+)\//i.exec(answer.headers.get('Content-Range') ?? '');
+  if (match && (Number(match[1]) !== begin || (length > 0 && Number(match[2]) < begin + length - 1)))
+    throw new CloudError('network', `${name} cannot be read: the server answered with another range of bytes.`);
+}
+
 async function askSize(url: URL, name: string, attempt: Attempt): Promise<number> {
-  const answer = await fetch(url, { method: 'HEAD', cache: 'no-store', signal: attempt.signal });
+  const answer = await fetch(url, { method: 'HEAD', cache: 'no-store', signal: attempt.signal })
+    .catch(() => { throw connectionLost(name); });
   const size = Number(answer.headers.get('Content-Length') ?? NaN);
   if (!answer.ok || !Number.isSafeInteger(size))
     throw new CloudError(
@@ -223,7 +236,7 @@ async function retry<T>(
     try {
       return await work({ signal: controller.signal, progressed });
     } catch (error) {
-      if (signal?.aborted) throw new CloudError('aborted', 'The query was cancelled.');
+      if (signal?.aborted) throw cancelled();
       const isNetwork = !(error instanceof CloudError) || error.code === 'network';
       if (!isNetwork || attempt === maxAttempts) {
         if (!controller.signal.aborted) throw error;
@@ -237,27 +250,13 @@ async function retry<T>(
   }
 }
 
-/** The results of all values, of which `limit` are worked on at a time. */
-async function mapLimited<T, R>(values: readonly T[], limit: number, work: (value: T) => Promise<R>): Promise<R[]> {
-  const results: R[] = [];
-  let next = 0;
-  const runner = async () => {
-    while (next < values.length) {
-      const index = next++;
-      results[index] = await work(values[index]!);
-    }
-  };
-  await Promise.all(Array.from({ length: Math.min(limit, values.length) }, runner));
-  return results;
-}
-
 function pause(ms: number, signal?: AbortSignal): Promise<void> {
   return new Promise((resolve, reject) => {
     const timer = setTimeout(done, ms);
     function done(): void {
       clearTimeout(timer);
       signal?.removeEventListener('abort', done);
-      if (signal?.aborted) reject(new CloudError('aborted', 'The query was cancelled.'));
+      if (signal?.aborted) reject(cancelled());
       else resolve();
     }
     signal?.addEventListener('abort', done);

@@ -115,8 +115,8 @@ export interface BoxQuery {
 }
 
 export interface OpenOptions {
-  /** Web Workers that decode; 0 decodes in the calling thread. By default one per processor but one, at most 8, and 0
-      in Node.js. */
+  /** Web Workers that decode; 0 decodes in the calling thread. By default one fewer than the number of processors, at
+      most 8, and 0 in Node.js. */
   readonly workers?: number;
   /** Bytes of the file that are kept; by default 64 MiB. */
   readonly cacheBytes?: number;
@@ -140,7 +140,7 @@ export type ErrorCode =
   | 'no-ranges'
   /** The file has changed since it was opened. */
   | 'changed'
-  /** This is no .vxl file, or one of an unsupported version. */
+  /** This is not a .vxl file, or one of an unsupported version. */
   | 'unsupported'
   /** The file is damaged. */
   | 'damaged'

@@ -1,5 +1,5 @@
 // The points of an open cloud in the scene.
-import type { Cloud, CloudError, Points } from '@vxunpack/decoder';
+import { CloudError, type Cloud, type Points } from '@vxunpack/decoder';
 import * as THREE from 'three';
 import { availableModes, neededChannels, type ColorMode } from './ColorModes.js';
 import { axisScales, parseCoordinateSystem, type CoordinateSystem } from './CoordinateSystem.js';
@@ -60,7 +60,7 @@ export class CloudScene {
   private readonly nodes = new Map<TreeNode, LoadedNode>();
   private readonly extent = new GrowingBox();
   private readonly channelNames: ReadonlySet<string>;
-  private colorBits = 8;
+  private colorBits: number | null = null; // until there are colours
 
   /** `mode` is shown if the file has it. Without it, colours are shown if there are any, or elevations. */
   constructor(
@@ -152,6 +152,11 @@ export class CloudScene {
     this.loader.retry();
   }
 
+  /** The same for failures that may have passed. */
+  retryLost(): void {
+    this.loader.retryLost();
+  }
+
   /** The drawn point near a cursor, or null. */
   pick(cursor: Cursor, camera: THREE.PerspectiveCamera): PickedPoint | null {
     const pointer = new THREE.Vector2(cursor.x / cursor.width * 2 - 1, 1 - cursor.y / cursor.height * 2);
@@ -212,8 +217,8 @@ export class CloudScene {
   }
 
   private addPoints(job: Job, points: Points): void {
-    if (!this.isReady) this.learn(points);
-    const samples = convertSamples(points, this.colorBits);
+    this.learn(points);
+    const samples = convertSamples(points, this.colorBits ?? 8);
     const known = this.nodes.get(job.node);
     if (known) this.addSamples(known, samples, job.channels);
     else this.addNode(job.node, convertPositions(points, this.space), samples, job.channels);
@@ -266,9 +271,9 @@ export class CloudScene {
 
   // What must be known before samples can be converted.
   private learn(points: Points): void {
-    if (!points.channels['Red']) return;
+    if (this.colorBits !== null || !points.channels['Red']) return;
     this.colorBits = countColorBits(points);
-    if (this.currentMode === null && !haveDifferentColors(points)) this.mode = 'elevation';
+    if (!this.isReady && this.currentMode === null && !haveDifferentColors(points)) this.mode = 'elevation';
   }
 
   private finishFirst(node: TreeNode): void {
@@ -277,8 +282,11 @@ export class CloudScene {
     for (let i = 0; i < points.count; ++i) heights[i] = (points.positions[3 * i + 2] as number) + points.origin[2];
     this.elevationRange = findRange(heights, tail) ?? { min: 0, max: 1 };
     this.material.setElevationRange(this.elevationRange);
-    this.robustBounds = findRobustBounds(points.positions, points.origin) ?? { min: [0, 0, 0], max: [0, 0, 0] };
+    const bounds = findRobustBounds(points.positions, points.origin);
+    this.robustBounds = bounds ?? { min: [0, 0, 0], max: [0, 0, 0] };
     this.events.ready();
+    const { name } = this.cloud.description;
+    if (!bounds) this.events.failed(new CloudError('damaged', `The points of ${name} have no coordinates.`), true);
   }
 
   private *visibleRanges(camera: THREE.PerspectiveCamera): Generator<PickRange & { node: TreeNode }> {

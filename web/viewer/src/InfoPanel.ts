@@ -64,7 +64,8 @@ export class InfoPanel {
 export function describePoint(
   description: Description, sampleOf: (channel: string) => number | bigint | undefined,
 ): [string, string][] {
-  return description.channels.flatMap(({ name, type, quantization }) => {
+  const maxRows = 100; // files can have 65,535 channels
+  return description.channels.slice(0, maxRows).flatMap(({ name, type, quantization }) => {
     const value = sampleOf(name);
     if (value === undefined) return [];
     let text = String(value);

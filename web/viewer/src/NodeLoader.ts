@@ -25,10 +25,12 @@ const lostAfter = 3; // nodes in a row that could not be read
 // Counts failures, and says when the next try is.
 class Backoff {
   private count = 0;
+  mayPass = true;
   /** Of the clock; Infinity if only the user can decide. */
   nextTry = 0;
 
   fail(now: number, mayPass: boolean): void {
+    this.mayPass = mayPass;
     const pause = mayPass ? pauses[this.count] : undefined;
     ++this.count;
     this.nextTry = pause === undefined ? Infinity : now + pause;
@@ -83,6 +85,14 @@ export class NodeLoader {
   /** Forgets failures. */
   retry(): void {
     this.failures.clear();
+    this.connection = new Backoff();
+    this.failedInRow = 0;
+  }
+
+  /** Forgets failures that may have passed: those of the network and of memory. */
+  retryLost(): void {
+    for (const [node, failure] of this.failures) if (failure.mayPass) this.failures.delete(node);
+    if (!this.connection.mayPass) return;
     this.connection = new Backoff();
     this.failedInRow = 0;
   }

@@ -1,9 +1,9 @@
 // The points of a node as arrays for drawing and picking.
 import type { Points, Samples } from '@vxunpack/decoder';
-import { centerOf, isProper, type Box, type Vector } from './Geometry.js';
+import { type Box, type Vector } from './Geometry.js';
 import { countFirstHalf, type Halves } from './NodeTree.js';
 import { SceneSpace } from './SceneSpace.js';
-import { boundsOf, estimateSpacing } from './Statistics.js';
+import { boundsOf, estimateSpacing, findMedian } from './Statistics.js';
 
 /** Samples by what they are drawn as; missing until they are queried. */
 export interface NodeSamples {
@@ -36,8 +36,10 @@ const colorChannels = ['Red', 'Green', 'Blue'];
 export function convertPositions(points: Points, space: SceneSpace): NodePoints {
   const { count } = points;
   const axes = ['X', 'Y', 'Z'].map((name) => points.channels[name] as Float64Array);
-  const fileBox = boxOfColumns(axes, count);
-  const origin = isProper(fileBox) ? space.toScene(centerOf(fileBox)) : [0, 0, 0] as const;
+  // Among most of the points, even if a few are far away.
+  const [x, y, z] = axes.map((column) => findMedian(column, count));
+  const origin: Vector =
+    x === undefined || y === undefined || z === undefined ? [0, 0, 0] : space.toScene([x, y, z]);
   const positions = new Float32Array(3 * count);
   for (const axis of [0, 1, 2] as const) {
     const column = axes[axis] as Float64Array;
@@ -49,7 +51,7 @@ export function convertPositions(points: Points, space: SceneSpace): NodePoints 
   }
   const half = (begin: number, end: number) => {
     const box = boundsOf(positions, begin, end);
-    const spacing = box.isEmpty ? 0 : estimateSpacing(positions, begin, end, box);
+    const spacing = estimateSpacing(positions, begin, end);
     return { count: end - begin, spacing, bounds: moved(box, origin) };
   };
   const middle = countFirstHalf(count);
@@ -116,21 +118,6 @@ export function haveDifferentColors(points: Points): boolean {
 export function toNumbers(samples: Samples): Exclude<Samples, BigUint64Array | BigInt64Array> {
   return samples instanceof BigUint64Array || samples instanceof BigInt64Array ? Float64Array.from(samples, Number)
                                                                                : samples;
-}
-
-function boxOfColumns(axes: readonly Float64Array[], count: number): Box {
-  const min: [number, number, number] = [Infinity, Infinity, Infinity];
-  const max: [number, number, number] = [-Infinity, -Infinity, -Infinity];
-  for (const axis of [0, 1, 2] as const) {
-    const column = axes[axis] as Float64Array;
-    for (let i = 0; i < count; ++i) {
-      const value = column[i] as number;
-      if (!Number.isFinite(value)) continue;
-      if (value < min[axis]) min[axis] = value;
-      if (value > max[axis]) max[axis] = value;
-    }
-  }
-  return { min, max };
 }
 
 function moved(box: Box, by: Vector): Box {

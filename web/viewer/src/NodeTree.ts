@@ -169,7 +169,7 @@ export class NodeTree {
     if (this.loadedPoints <= maxPoints) return [];
     // A node is never older than its children, but may be as old: finer levels go first.
     const candidates = [...this.loaded]
-      .filter((node) => node.lastWanted < this.selections && node.parent)
+      .filter((node) => node.lastWanted < this.selections && node !== this.roots[0])
       .sort((a, b) => a.lastWanted - b.lastWanted || a.level - b.level);
     const evicted: TreeNode[] = [];
     for (const node of candidates) {

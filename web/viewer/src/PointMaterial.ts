@@ -31,7 +31,7 @@ out vec3 pointColor;
 out float pointSize;
 
 vec3 fromRamp(sampler2D ramp, vec2 range, float value) {
-  float position = (value - range.x) / max(range.y - range.x, 1e-30);
+  float position = range.y > range.x ? (value - range.x) / (range.y - range.x) : .5;
   return texture(ramp, vec2((clamp(position, 0., 1.) * 255. + .5) / 256., .5)).rgb;
 }
 
@@ -46,7 +46,9 @@ void main() {
     return;
   }
   // Larger than the spacing, since points are not on a grid.
-  gl_PointSize = clamp(1.4 * sizeFactor * spacing * pixelsPerUnit / gl_Position.w, sizeRange.x, sizeRange.y);
+  float size = 1.4 * sizeFactor * spacing * pixelsPerUnit / gl_Position.w;
+  // A single place has no spacing, and must be seen.
+  gl_PointSize = clamp(spacing > 0. ? size : 8. * sizeFactor, sizeRange.x, sizeRange.y);
   pointSize = gl_PointSize;
   if (mode == 1)
     pointColor = fromRamp(spectral, elevationRange, world.z);

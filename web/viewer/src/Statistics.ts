@@ -26,11 +26,40 @@ export function findRobustBounds(positions: Float32Array, origin: readonly [numb
   return x && y && z ? { min: [x.min, y.min, z.min], max: [x.max, y.max, z.max] } : null;
 }
 
+/** About the middle one of the first `count` values; undefined if none is finite. */
+export function findMedian(values: Float64Array, count: number): number | undefined {
+  const sample = takeSample(values, 0, count, 1, 0);
+  return sample[sample.length >> 1];
+}
+
+/** The box of most of the points [begin, end), without the outermost ones; null if there are none. */
+function findUsualBounds(positions: Float32Array, begin: number, end: number): Box | null {
+  const ranges = ([0, 1, 2] as const).map((axis) => findRange(takeSample(positions, begin, end, 3, axis), 0.01));
+  const [x, y, z] = ranges;
+  return x && y && z ? { min: [x.min, y.min, z.min], max: [x.max, y.max, z.max] } : null;
+}
+
+// Sorted finite values at begin, begin + 1 and so on, at most about a thousand.
+function takeSample(
+  values: Float32Array | Float64Array, begin: number, end: number, stride: number, offset: number,
+): Float64Array {
+  const step = Math.max(1, Math.floor((end - begin) / 1024));
+  const sample: number[] = [];
+  for (let i = begin; i < end; i += step) {
+    const value = values[stride * i + offset] as number;
+    if (Number.isFinite(value)) sample.push(value);
+  }
+  return Float64Array.from(sample).sort();
+}
+
 /**
  * The distance between neighbouring points on the surfaces that the points [begin, end) sample: the square root of the
  * area of a point. The area is the number of voxels that have points, since boxes of flight lines are mostly empty.
+ * Single points far from all others do not matter.
  */
-export function estimateSpacing(positions: Float32Array, begin: number, end: number, bounds: Box): number {
+export function estimateSpacing(positions: Float32Array, begin: number, end: number): number {
+  const bounds = findUsualBounds(positions, begin, end);
+  if (!bounds) return 0;
   const count = end - begin;
   const longest = Math.max(...([0, 1, 2] as const).map((axis) => bounds.max[axis] - bounds.min[axis]));
   if (count < 2 || !(longest > 0)) return 0;
@@ -38,29 +67,34 @@ export function estimateSpacing(positions: Float32Array, begin: number, end: num
   const perVoxel = 16;
   const side = (voxels: number) => Math.min(256, Math.max(2, Math.floor(Math.sqrt(voxels / perVoxel))));
   let cells = side(Math.min(count, perVoxel * 64 ** 2));
-  let occupied = countVoxels(positions, begin, end, bounds, longest / cells);
-  // Points in a part of the box allow smaller voxels, which fit to it better.
-  const finer = side(cells ** 2 * count / occupied);
+  let counts = countVoxels(positions, begin, end, bounds, longest / cells);
+  // Points in a part of the box allow smaller voxels, which fit it better.
+  const finer = side(cells ** 2 * counts.points / counts.voxels);
   if (finer >= 1.5 * cells) {
     cells = finer;
-    occupied = countVoxels(positions, begin, end, bounds, longest / cells);
+    counts = countVoxels(positions, begin, end, bounds, longest / cells);
   }
-  return longest / cells * Math.sqrt(occupied / count);
+  return longest / cells * Math.sqrt(counts.voxels / counts.points);
 }
 
-// How many cubes with this side have points.
-function countVoxels(positions: Float32Array, begin: number, end: number, bounds: Box, side: number): number {
+// How many cubes with this side have points, and how many points they have. At least one.
+function countVoxels(
+  positions: Float32Array, begin: number, end: number, bounds: Box, side: number,
+): { voxels: number; points: number } {
   const { min, max } = bounds;
   const lengths = ([0, 1, 2] as const).map((axis) => Math.floor((max[axis] - min[axis]) / side) + 1);
-  const [columns, rows] = lengths as [number, number];
+  const [columns, rows, layers] = lengths as [number, number, number];
+  let points = 0;
   const isOccupied = new Set<number>();
   for (let i = begin; i < end; ++i) {
     const x = Math.floor(((positions[3 * i] as number) - min[0]) / side);
     const y = Math.floor(((positions[3 * i + 1] as number) - min[1]) / side);
     const z = Math.floor(((positions[3 * i + 2] as number) - min[2]) / side);
+    if (!(x >= 0 && x < columns && y >= 0 && y < rows && z >= 0 && z < layers)) continue;
+    ++points;
     isOccupied.add(x + columns * (y + rows * z));
   }
-  return Math.max(1, isOccupied.size);
+  return { voxels: Math.max(1, isOccupied.size), points: Math.max(1, points) };
 }
 
 /** The box of the points [begin, end), without those whose coordinates are not finite. */

@@ -37,7 +37,7 @@ export function decimalsOf(step: number): number {
     const scaled = step * 10 ** decimals;
     if (scaled > 0.5 && Math.abs(scaled - Math.round(scaled)) < 1e-9 * scaled) return decimals;
   }
-  // Steps that are no decimal fractions, as a third of a millimetre.
+  // Steps that are not decimal fractions, such as a third of a millimetre.
   return Math.min(most, Math.max(0, Math.ceil(-Math.log10(step))));
 }
 

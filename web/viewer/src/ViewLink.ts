@@ -21,7 +21,7 @@ export const backgrounds: Readonly<Record<string, string>> = {
   dark: '#14181d', black: '#000000', gray: '#6b7075', light: '#eef0f2',
 };
 export const pointSizes = { min: 0.25, max: 4 } as const;
-export const budgets = { min: 100_000, max: 20_000_000 } as const;
+export const budgets = { min: 100_000, max: 10_000_000 } as const;
 
 const farthest = 1e12;
 const longest = 4000; // characters

@@ -47,6 +47,7 @@ export class Viewer {
   constructor(readonly canvas: HTMLCanvasElement, private readonly events: ViewerEvents) {
     this.renderer = new THREE.WebGLRenderer({ canvas, antialias: false, powerPreference: 'high-performance' });
     this.renderer.autoClear = false;
+    this.renderer.sortObjects = false; // points are opaque
     this.renderer.setClearColor(0, 0);
     this.camera.up.set(0, 0, 1);
     this.camera.position.set(0, -1, 1);
@@ -62,7 +63,9 @@ export class Viewer {
     canvas.addEventListener('pointerdown', anchor, { capture: true });
     canvas.addEventListener('wheel', anchor, { capture: true, passive: true });
     this.controls.addEventListener('start', () => {
-      if (this.scene && this.scene.pending.final > 0) this.retry();
+      if (!this.scene || this.scene.pending.final === 0) return;
+      this.scene.retryLost();
+      this.requestFrame();
     });
     canvas.addEventListener('webglcontextlost', () => this.events.contextLost());
     canvas.addEventListener('webglcontextrestored', () => {

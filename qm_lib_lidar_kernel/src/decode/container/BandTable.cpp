@@ -43,8 +43,9 @@ std::optional<BandTable> BandTable::read(const IO& io)
     BandTable table;
     table.numChannels = loadBigEndian<std::uint16_t>(&payload[1]);
     table.numBands = std::size_t{loadBigEndian<std::uint16_t>(&payload[3])} + 1;
+    const std::uint64_t expected = headBytes + std::uint64_t{table.numChannels} * table.numBands * sizesBytes;
     if (payload[0] != version || digest.get() != loadBigEndian<std::uint64_t>(&payload[digested]) ||
-        digested != headBytes + table.numChannels * table.numBands * sizesBytes)
+        digested != expected)
         return std::nullopt;
     for (std::size_t at = headBytes; at < digested; at += sizesBytes) {
         const Sizes sizes{loadBigEndian<std::int64_t>(&payload[at]),
