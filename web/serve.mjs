@@ -51,7 +51,9 @@ export async function startNginx(folders, port = undefined) {
   port ??= await findPort();
   const home = await mkdtemp(join(tmpdir(), 'vxunpack-web-'));
   await writeFile(join(home, 'nginx.conf'), configure(port, Object.entries(folders)));
-  const child = spawn(findNginx(), ['-e', 'error.log', '-p', `${home}/`, '-c', 'nginx.conf'], { stdio: 'ignore' });
+  // It ends with this process, even if that is killed.
+  const command = ['--pdeathsig', 'TERM', findNginx(), '-e', 'error.log', '-p', `${home}/`, '-c', 'nginx.conf'];
+  const child = spawn('setpriv', command, { stdio: 'ignore' });
   const ended = new Promise((done) => child.once('exit', done).once('error', done));
   const hasEnded = () => child.exitCode !== null || child.signalCode !== null || child.pid === undefined;
   while (!hasEnded() && !existsSync(join(home, 'nginx.pid'))) await pause(20); // which it writes when it listens
@@ -78,7 +80,8 @@ export async function startNginx(folders, port = undefined) {
       const all = log.trim().split('\n').map((line) => line.split('|'));
       const added = all.slice(lines).filter(([path]) => path !== marker);
       lines = all.length;
-      return added.map(([path, status, bytes, range]) => ({ path, status: Number(status), bytes: Number(bytes), range }));
+      return added.map(([path, status, bytes, range]) =>
+        ({ path, status: Number(status), bytes: Number(bytes), range }));
     },
   };
 }

@@ -34,10 +34,13 @@ const damaged = () => {
 
 // What is wrong, how, the code and the message, and the number of requests, if it matters.
 const cases = [
-  ['the file is absent', (answer) => { answer.status = 404; }, 'not-found', /^hills\.vxl was not found on the server \(404/, 1],
+  ['the file is absent', (answer) => { answer.status = 404; }, 'not-found',
+    /^hills\.vxl was not found on the server \(404/, 1],
   ['the server fails', (answer) => { answer.status = 500; }, 'network', /^hills\.vxl .*"500/, 3],
-  ['there are no ranges', (answer) => { answer.status = 200; }, 'no-ranges', /^hills\.vxl .*does not support range requests/, 1],
-  ['other pages are not permitted', (answer) => { answer.sharing = {}; }, 'network', /^hills\.vxl .*does not allow this page/],
+  ['there are no ranges', (answer) => { answer.status = 200; }, 'no-ranges',
+    /^hills\.vxl .*does not support range requests/, 1],
+  ['other pages are not permitted', (answer) => { answer.sharing = {}; }, 'network',
+    /^hills\.vxl .*does not allow this page/],
   ['the file is empty', (answer) => { answer.content = Buffer.alloc(0); }, 'unsupported', /^hills\.vxl is empty/, 1],
   ['the file is a page', (answer) => { answer.content = Buffer.from('<!doctype html>'.repeat(9)); }, 'unsupported',
     /^hills\.vxl .*not a/],
@@ -102,7 +105,8 @@ test('queries end at once when they are cancelled, and when the cloud is closed'
   isSilent = true;
   const [codes, ms] = await page.evaluate(async () => {
     const { cloud } = window;
-    const read = (signal) => cloud.readRange({ level: 0, first: 100_000, count: 1000, signal }).catch(({ code }) => code);
+    const query = { level: 0, first: 100_000, count: 1000 };
+    const read = (signal) => cloud.readRange({ ...query, signal }).catch(({ code }) => code);
     const controller = new AbortController();
     const begin = performance.now();
     const queries = [read(controller.signal), read()];

@@ -6,7 +6,9 @@ import { after, before, test } from 'node:test';
 import { makeCloud } from './native.mjs';
 import { startBrowser } from './support/browser.mjs';
 import { startFaultyServer } from './support/faults.mjs';
-import { correlate, distance, encodeView, findUncovered, readPoints, readView, settle, takePicture } from './support/viewer.mjs';
+import {
+  correlate, distance, encodeView, findUncovered, readPoints, readView, settle, takePicture,
+} from './support/viewer.mjs';
 
 const timeout = 30_000;
 const folder = mkdtempSync(join(tmpdir(), 'viewer-'));
@@ -42,7 +44,7 @@ async function open(path, haste = 1, viewport = { width: 1280, height: 800 }) {
 
 /** The points of the canvas that are certainly seen. */
 async function findVisible(page, isDifferent) {
-  const size = await page.$eval('#canvas', ({ clientWidth, clientHeight }) => ({ width: clientWidth, height: clientHeight }));
+  const size = await page.$eval('#canvas', (canvas) => ({ width: canvas.clientWidth, height: canvas.clientHeight }));
   return findUncovered(points, view, size, frame, isDifferent);
 }
 
@@ -81,7 +83,8 @@ test('the first picture of 10 million points needs little', { timeout }, async (
 const isNear = (color, expected) => color.every((value, i) => Math.abs(value - expected[i]) <= 2);
 const shareOf = (list, isGood) => list.filter(isGood).length / list.length;
 /** The share of points that the picture shows in a colour. */
-const shareShown = (picture, list, colorOf) => shareOf(list, (point) => isNear(picture.pixel(point.pixel), colorOf(point)));
+const shareShown = (picture, list, colorOf) =>
+  shareOf(list, (point) => isNear(picture.pixel(point.pixel), colorOf(point)));
 const colorOfClass = ({ ClassId }) => classColors[ClassId];
 const areOfDifferentClasses = (a, b) => a.ClassId !== b.ClassId;
 
@@ -96,12 +99,13 @@ test('pictures show the points where they are, in their colours', { timeout }, a
     await page.keyboard.press(key);
     return takePicture(page);
   };
-  const byColor = shareShown(await draw('1'), single, ({ Red, Green, Blue }) => [Red, Green, Blue].map((value) => value >> 8));
+  const colorOf = ({ Red, Green, Blue }) => [Red, Green, Blue].map((value) => value >> 8);
+  const byColor = shareShown(await draw('1'), single, colorOf);
   const lightness = (picture) => single.map(({ pixel }) => picture.pixel(pixel).reduce((sum, value) => sum + value, 0));
   const byElevation = correlate(lightness(await draw('2')), single.map(({ Z }) => Z));
   const byIntensity = correlate(lightness(await draw('3')), single.map(({ Intensity }) => Intensity));
   const returns = await draw('5');
-  const colors = [1, 2].map((number) => single.find(({ ReturnNum }) => ReturnNum === number)).map(({ pixel }) => returns.pixel(pixel));
+  const colors = [1, 2].map((number) => returns.pixel(single.find(({ ReturnNum }) => ReturnNum === number).pixel));
   const byReturn = shareShown(returns, single, ({ ReturnNum }) => colors[ReturnNum - 1]);
   for (const share of [byClass, byColor, byReturn, byElevation, byIntensity]) assert.ok(share > 0.95, share);
   assert.notDeepEqual(colors[0], colors[1]);
@@ -130,6 +134,8 @@ test('classes and the clipping box hide points', { timeout }, async () => {
 });
 
 const click = (page, { pixel }) => page.mouse.click(pixel.x, pixel.y);
+const waitForText = (page, selector, text) => page.waitForFunction(
+  (...expected) => document.querySelector(expected[0])?.textContent.includes(expected[1]), {}, selector, text);
 const readCard = (page) => page.$eval('#point-card dl', (list) =>
   Object.fromEntries([...list.querySelectorAll('dt')].map((term) => [term.textContent, term.nextSibling.textContent])));
 
@@ -141,11 +147,12 @@ test('clicks show the exact attributes of points, and measure', { timeout }, asy
   const last = visible.findLast(({ ClassId }) => ClassId === 5);
   for (const point of [first, last]) {
     await click(page, point);
-    await page.waitForFunction((x) => document.querySelector('#point-card dl')?.textContent.includes(x), {}, point.X.toFixed(2));
+    await waitForText(page, '#point-card dl', point.X.toFixed(2));
     const card = await readCard(page);
     for (const name of ['X', 'Y', 'Z']) assert.equal(card[name], point[name].toFixed(2));
     assert.equal(card.ClassId, point.ClassId === 6 ? '6 Building' : '5 High vegetation');
-    for (const name of ['Intensity', 'ReturnNum', 'Red', 'Green', 'Blue']) assert.equal(card[name], String(point[name]));
+    for (const name of ['Intensity', 'ReturnNum', 'Red', 'Green', 'Blue'])
+      assert.equal(card[name], String(point[name]));
     assert.ok(Math.abs(card.GPSTime - point.GPSTime) < 1e-6);
   }
 
@@ -154,8 +161,9 @@ test('clicks show the exact attributes of points, and measure', { timeout }, asy
   await click(page, last);
   const [dx, dy, dz] = ['X', 'Y', 'Z'].map((name) => last[name] - first[name]);
   const expected = [Math.hypot(dx, dy, dz), Math.hypot(dx, dy), dz].map((length) => `${length.toFixed(3)} m`);
-  await page.waitForFunction((text) => document.querySelector('#measure-card tbody')?.textContent.includes(text), {}, expected[0]);
-  assert.deepEqual(await page.$$eval('#measure-card tbody td', (cells) => cells.map((cell) => cell.textContent)), ['1', ...expected]);
+  await waitForText(page, '#measure-card tbody', expected[0]);
+  const cells = await page.$$eval('#measure-card tbody td', (found) => found.map((cell) => cell.textContent));
+  assert.deepEqual(cells, ['1', ...expected]);
   await page.keyboard.press('Escape');
   assert.ok(await page.$eval('#measure-card', (card) => card.hidden));
 });
@@ -175,7 +183,8 @@ test('a link restores the view', { timeout }, async () => {
   const before = await takePicture(page);
   const after = await takePicture(await open(page.url().slice(browser.url.length)));
   const rows = Array.from({ length: frame.bottom - frame.top }, (_, i) => frame.top + i);
-  const pixels = rows.flatMap((y) => Array.from({ length: frame.right - frame.left }, (_, i) => ({ x: frame.left + i, y })));
+  const columns = Array.from({ length: frame.right - frame.left }, (_, i) => frame.left + i);
+  const pixels = rows.flatMap((y) => columns.map((x) => ({ x, y })));
   const same = shareOf(pixels, (place) => isNear(before.pixel(place), after.pixel(place)));
   assert.ok(same > 0.995, same);
 });
@@ -241,13 +250,19 @@ test('a file that is dropped on the page is shown', { timeout }, async () => {
   await page.waitForFunction(() => window.vxviewer?.state().status === 'empty');
   const data = { items: [], files: [join(folder, 'small.vxl')], dragOperationsMask: 1 };
   const session = await page.createCDPSession();
-  for (const type of ['dragEnter', 'dragOver', 'drop']) await session.send('Input.dispatchDragEvent', { type, x: 300, y: 300, data });
+  for (const type of ['dragEnter', 'dragOver', 'drop'])
+    await session.send('Input.dispatchDragEvent', { type, x: 300, y: 300, data });
   await page.waitForFunction(() => window.vxviewer.state().shownPoints > 0);
   assert.equal(await page.title(), 'small.vxl – Point cloud viewer');
 });
 
 test('errors are shown in words, and lost connections can be tried again', { timeout }, async () => {
-  const alertOf = async (page) => (await page.waitForSelector('[role=alert] p', { visible: true })).evaluate((p) => p.textContent);
+  const alertOf = async (page) => {
+    const text = await page.waitForSelector('[role=alert] p', { visible: true });
+    return text.evaluate((p) => p.textContent);
+  };
+  const tryAgain = (page) => page.$$eval('[role=alert] button', (buttons) =>
+    buttons.find(({ textContent }) => textContent === 'Try again').click());
   assert.match(await alertOf(await open('/viewer/?src=/files/none.vxl')), /^none\.vxl was not found on the server/);
   assert.match(await alertOf(await open('/viewer/?src=/pages/index.html')), /^index\.html cannot be read: not a/);
 
@@ -261,7 +276,7 @@ test('errors are shown in words, and lost connections can be tried again', { tim
   const lost = await settle(page);
   assert.ok(lost.shownPoints > 0);
   isLost = false;
-  await page.$$eval('[role=alert] button', (buttons) => buttons.find(({ textContent }) => textContent === 'Try again').click());
+  await tryAgain(page);
   const { status, error, shownPoints } = await settle(page);
   assert.deepEqual({ status, error }, { status: 'idle', error: null });
   assert.ok(shownPoints > lost.shownPoints);

@@ -27,8 +27,8 @@ async function digest(cloud, query) {
 }
 
 /**
- * Opens a file, or the one that was chosen in the page, and answers queries at the same time, except those of levels that
- * it does not have.
+ * Opens a file, or the one that was chosen in the page, and answers queries at the same time, except those of levels
+ * that it does not have.
  */
 async function decode(source, queries = [{}], options = {}) {
   let cloud;

@@ -23,8 +23,8 @@ export async function readPoints(path, min, max) {
 }
 
 /**
- * Adds to each point where it is on a canvas, as `pixel`, and returns those in a frame of the canvas that no point nearer to
- * the camera, and different, can cover.
+ * Adds to each point where it is on a canvas, as `pixel`, and returns those in a frame of the canvas that no point
+ * nearer to the camera, and different, can cover.
  */
 export function findUncovered(points, { eye, target }, { width, height }, frame, isDifferent = () => true) {
   const forward = unit(subtract(target, eye));
@@ -67,7 +67,7 @@ export async function takePicture(page) {
   };
 }
 
-/** The camera, of the link in the address, which follows the view after a pause, of a page that is five times as fast. */
+/** The camera, of the link in the address, which follows the view after a pause. The page is five times as fast. */
 export async function readView(page) {
   await settle(page);
   await new Promise((done) => setTimeout(done, 150));
