@@ -31,9 +31,10 @@ std::vector<unsigned char> readBlock(StreamReader& reader, const char* name)
     std::uint32_t length = 0;
     if (!reader.get_be(length))
         QM_THROW(readError, "bad read -- %s length", name);
-    if (length > reader.remaining() || length == SIZE_MAX) // the latter on machines of 32 bits
+    std::vector<unsigned char> block;
+    if (length > reader.remaining() || length >= block.max_size())
         QM_THROW(readError, "bad read -- %s data", name);
-    std::vector<unsigned char> block(std::size_t{length} + 1);
+    block.resize(std::size_t{length} + 1);
     if (reader.read(block.data(), length) != length)
         QM_THROW(readError, "bad read -- %s data", name);
     return block;
