@@ -47,3 +47,8 @@ export class ErrorBox {
     this.text = '';
   }
 }
+
+/** What an exception says. */
+export function messageOf(error: unknown): string {
+  return error instanceof Error ? error.message : String(error);
+}

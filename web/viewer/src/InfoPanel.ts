@@ -2,6 +2,7 @@
 import type { Description, MetadataRecord, Traffic } from '@vxunpack/decoder';
 import { nameOfClass } from './Colors.js';
 import type { CoordinateSystem } from './CoordinateSystem.js';
+import { decimalsOfAxes } from './Coordinates.js';
 import { definitions, element } from './Dom.js';
 import { decimalsOf, formatBytes, formatCount, printable } from './Text.js';
 
@@ -15,8 +16,7 @@ export class InfoPanel {
 
   show(description: Description, system: CoordinateSystem): void {
     const { bounds, channels } = description;
-    const decimals = ['X', 'Y', 'Z'].map((name) =>
-      decimalsOf(channels.find((channel) => channel.name === name)?.quantization ?? 0));
+    const decimals = decimalsOfAxes(description);
     const list = definitions([
       ['Name', printable(description.name, 300)],
       ['Format', printable(description.format, 60)],

@@ -1,9 +1,15 @@
 // Lines, dots and labels over the canvas.
 import * as THREE from 'three';
-import type { Vector } from './Geometry.js';
+import { boxEdges, cornersOf, type Box, type Vector } from './Geometry.js';
+
+export interface OverlayLine {
+  readonly from: Vector;
+  readonly to: Vector;
+  readonly kind: 'clip' | 'measure';
+}
 
 export interface OverlayItems {
-  readonly lines: readonly { readonly from: Vector; readonly to: Vector; readonly kind: 'clip' | 'measure' }[];
+  readonly lines: readonly OverlayLine[];
   readonly dots: readonly Vector[];
   readonly labels: readonly { readonly at: Vector; readonly text: string }[];
 }
@@ -64,6 +70,12 @@ export class Overlay {
   private get isEmpty(): boolean {
     return this.svg.childElementCount === 0;
   }
+}
+
+/** The edges of a clipping box. */
+export function clipLines(box: Box): OverlayLine[] {
+  const corners = cornersOf(box);
+  return boxEdges.map(([a, b]) => ({ from: corners[a] as Vector, to: corners[b] as Vector, kind: 'clip' }));
 }
 
 // The part of a line before the camera's near plane is cut off, in view coordinates; null if nothing is left.

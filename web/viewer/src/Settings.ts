@@ -1,7 +1,8 @@
 // How points are drawn, as the user wants it.
-import { backgrounds, budgets, pointSizes } from './ViewLink.js';
 import { element, labeled } from './Dom.js';
 import { formatCount } from './Text.js';
+import type { Viewer } from './Viewer.js';
+import { backgrounds, budgets, pointSizes } from './ViewLink.js';
 
 export interface Settings {
   pointSize: number;
@@ -10,8 +11,8 @@ export interface Settings {
   background: string;
 }
 
-/** Small screens and fingers are of small devices. */
-export function defaultSettings(isSmall: boolean): Settings {
+// Small screens and fingers are of small devices.
+function defaultSettings(isSmall: boolean): Settings {
   return { pointSize: 1, budget: isSmall ? 600_000 : 2_000_000, shading: true, background: 'dark' };
 }
 
@@ -20,8 +21,9 @@ function slider(range: { min: number; max: number }, steps: number): HTMLInputEl
   return element('input', { type: 'range', min: Math.log2(range.min), max: Math.log2(range.max), step: 1 / steps });
 }
 
-/** The inputs of the settings. */
+/** The settings of a viewer, and their inputs. */
 export class SettingsPanel {
+  private readonly settings: Settings;
   private readonly size = slider(pointSizes, 8);
   private readonly sizeText = element('output');
   private readonly budget = slider({ min: budgets.min, max: 10_000_000 }, 8);
@@ -30,9 +32,13 @@ export class SettingsPanel {
   private readonly background = element('select', {}, ...Object.keys(backgrounds).map((name) =>
     element('option', { value: name }, name[0]!.toUpperCase() + name.slice(1))));
 
-  constructor(box: HTMLElement, private readonly settings: Settings, onChange: () => void) {
-    const listen = (input: HTMLElement, apply: () => void) => input.addEventListener('input', () => {
-      apply();
+  /** Calls `onChange` when the user changes a setting. */
+  constructor(
+    box: HTMLElement, private readonly viewer: Viewer, private readonly isSmall: boolean, onChange: () => void,
+  ) {
+    const settings = this.settings = defaultSettings(isSmall);
+    const listen = (input: HTMLElement, read: () => void) => input.addEventListener('input', () => {
+      read();
       this.update();
       onChange();
     });
@@ -51,8 +57,33 @@ export class SettingsPanel {
     this.update();
   }
 
-  /** Shows settings that were changed elsewhere. */
-  update(): void {
+  get values(): Readonly<Settings> {
+    return this.settings;
+  }
+
+  /** The settings that are not the usual ones of this device. */
+  get changes(): Partial<Settings> {
+    const { pointSize, budget, shading, background } = this.settings;
+    const usual = defaultSettings(this.isSmall);
+    return {
+      ...(pointSize !== usual.pointSize && { pointSize }),
+      ...(budget !== usual.budget && { budget }),
+      ...(shading !== usual.shading && { shading }),
+      ...(background !== usual.background && { background }),
+    };
+  }
+
+  /** Changes some settings. */
+  set({ pointSize, budget, shading, background }: Partial<Settings>): void {
+    const { settings } = this;
+    settings.pointSize = pointSize ?? settings.pointSize;
+    settings.budget = budget ?? settings.budget;
+    settings.shading = shading ?? settings.shading;
+    settings.background = background ?? settings.background;
+    this.update();
+  }
+
+  private update(): void {
     const { pointSize, budget, shading, background } = this.settings;
     this.size.value = String(Math.log2(pointSize));
     this.sizeText.textContent = `× ${pointSize.toFixed(2)}`;
@@ -60,5 +91,9 @@ export class SettingsPanel {
     this.budgetText.textContent = formatCount(budget);
     this.shading.checked = shading;
     this.background.value = background;
+    this.viewer.budget = budget;
+    this.viewer.setPointSize(pointSize);
+    this.viewer.setShading(shading);
+    this.viewer.setBackground(backgrounds[background] ?? backgrounds['dark'] as string);
   }
 }
