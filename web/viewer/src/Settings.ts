@@ -26,7 +26,7 @@ export class SettingsPanel {
   private readonly settings: Settings;
   private readonly size = slider(pointSizes, 8);
   private readonly sizeText = element('output');
-  private readonly budget = slider({ min: budgets.min, max: 10_000_000 }, 8);
+  private readonly budget = slider(budgets, 8);
   private readonly budgetText = element('output');
   private readonly shading = element('input', { type: 'checkbox' });
   private readonly background = element('select', {}, ...Object.keys(backgrounds).map((name) =>
@@ -50,9 +50,9 @@ export class SettingsPanel {
     listen(this.shading, () => settings.shading = this.shading.checked);
     listen(this.background, () => settings.background = this.background.value);
     box.append(
-      element('label', { class: 'switch' }, this.shading, 'Shade shapes'),
+      element('label', { class: 'switch' }, this.shading, 'Shading'),
       labeled('Point size', this.size, this.sizeText),
-      labeled('Most points', this.budget, this.budgetText),
+      labeled('Maximum points', this.budget, this.budgetText),
       labeled('Background', this.background));
     this.update();
   }
