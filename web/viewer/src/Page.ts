@@ -27,6 +27,8 @@ import { Toolbar } from './Toolbar.js';
 import { Viewer } from './Viewer.js';
 import { budgets, type ViewState } from './ViewLink.js';
 
+const contextLost = 'The graphics processor was reset. Waiting until it is ready again.';
+
 /** Everything that the user sees. */
 export class Page {
   readonly remote: Remote;
@@ -61,8 +63,10 @@ export class Page {
       failed: (error, isFinal) => this.loadErrors.report(error, isFinal),
       drawn: () => this.onDrawn(),
       moved: () => this.link.schedule(),
-      contextLost: () => this.errorBox.show('The graphics processor was reset. Waiting until it is ready again.'),
-      contextRestored: () => this.errorBox.hide(),
+      contextLost: () => this.errorBox.show(contextLost),
+      contextRestored: () => {
+        if (this.errorBox.message === contextLost) this.errorBox.hide();
+      },
     });
     this.canvas.after(viewer.overlay.element);
     viewer.overlayItems = () => this.makeOverlay();
@@ -147,6 +151,7 @@ export class Page {
     this.pointCard.close();
     this.info.clear();
     this.toolbar.setEnabled(false);
+    this.toolbar.setPressed('clip', false);
     this.colors.updateModes();
     this.colors.updateLegend();
     this.setTitle('');
@@ -282,14 +287,18 @@ export class Page {
       state: () => stateOf(viewer, {
         isOpening: this.opener.isOpening, firstPictureMs: this.firstPictureMs, error: this.errorBox.message,
       }),
-      open: (source) => this.open(source, {}),
+      open: (source) => {
+        this.link.setSource(typeof source === 'string' ? source : null);
+        return this.open(source, {});
+      },
       setView: ({ position, target }) => this.view.setCamera({ eye: position, target }),
       setColor: (mode) => {
         if (isColorMode(mode)) this.colors.setMode(mode);
       },
       setClip: (box) => this.clipPanel.set(box && isProper(box) ? box : null, true),
-      setBudget: (points) =>
-        this.settings.set({ budget: Math.min(budgets.max, Math.max(budgets.min, points)) }),
+      setBudget: (points) => {
+        if (points > 0) this.settings.set({ budget: Math.min(budgets.max, Math.max(budgets.min, points)) });
+      },
       pick: (x, y) => {
         const picked = viewer.pick(x, y, clickRadius.mouse);
         return picked && viewer.scene
