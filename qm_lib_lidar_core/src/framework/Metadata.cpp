@@ -32,9 +32,10 @@ std::vector<unsigned char> readBlock(StreamReader& reader, const char* name)
     if (!reader.get_be(length))
         QM_THROW(readError, "bad read -- %s length", name);
     std::vector<unsigned char> block;
-    if (length > reader.remaining() || length >= block.max_size())
+    const std::uint64_t size = std::uint64_t{length} + 1;
+    if (length > reader.remaining() || size > block.max_size())
         QM_THROW(readError, "bad read -- %s data", name);
-    block.resize(std::size_t{length} + 1);
+    block.resize(static_cast<std::size_t>(size));
     if (reader.read(block.data(), length) != length)
         QM_THROW(readError, "bad read -- %s data", name);
     return block;
