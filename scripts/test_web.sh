@@ -16,16 +16,13 @@ scripts/web.sh --build
 
 cd web
 npm run --silent check
-run() { # NAME TEST...
-  node --test --test-reporter=spec --test-reporter-destination=stdout \
-    --test-reporter=tap --test-reporter-destination="$log.$1" "${@:2}"
-}
+run() { node --test --test-reporter=tap "${@:2}" >"$log.$1" 2>&1; } # NAME TEST...
 # Those in Chromium often wait.
-run node decoder/test/*.test.mjs viewer/test/*.test.mjs >"$log.output" 2>&1 &
+run node decoder/test/*.test.mjs viewer/test/*.test.mjs &
 status=0
 run browser tests/*.test.mjs || status=$?
 wait $! || status=$?
-cat "$log.output"
+cat "$log".*
 count() { awk -v name="$1" '$1 == "#" && $2 ~ name { n += $3 } END { print n + 0 }' "$log".*; }
 echo "$(count '^pass$') passed, $(count '^(fail|cancelled)$') failed"
 exit "$status"

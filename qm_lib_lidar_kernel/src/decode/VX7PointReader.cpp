@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 namespace Quillmoran {
 
@@ -177,8 +178,13 @@ PointIterator* VX7PointReader::createSampleIterator(double position, const Point
 {
     const std::int64_t count = getDecoderInfo().getNumPoints();
     const auto first = static_cast<std::int64_t>(position * static_cast<double>(count));
+    std::vector<WaveletDecoderInfo::PointRange> rest;
+    if (count != 0) {
+        const std::int64_t start = std::clamp<std::int64_t>(first, 0, count - 1);
+        rest.push_back({start, count - start});
+    }
     Scoped<WaveletDecoder> decoder(WaveletDecoder::create());
-    decoder->skipTo(std::clamp<std::int64_t>(first, 0, std::max<std::int64_t>(count - 1, 0)));
+    decoder->takeOnly(0, std::move(rest), true);
     decoder->init(getDecoderInfo(), Bounds::Huge(), 1.0, layout, m_verifiesDigests, nullptr);
     return decoder.detach();
 }

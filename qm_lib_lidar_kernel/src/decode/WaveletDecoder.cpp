@@ -66,10 +66,6 @@ void WaveletDecoder::init(const WaveletDecoderInfo& info, const Bounds& bounds, 
         m_ranges = m_chosen->ranges;
     else if (!isEmpty)
         m_ranges = info.getPointRanges(m_level, getBounds());
-    for (WaveletDecoderInfo::PointRange& range : m_ranges) { // there is one if all points are wanted
-        range.start += m_first;
-        range.length -= m_first;
-    }
     m_blocks = std::vector<Block>(getNumThreads() < threadsPerBlock ? fewBlocksAtATime : blocksAtATime);
     for (Block& block : m_blocks)
         block.points.init(layout, getBlockPoints(layout));
@@ -83,10 +79,12 @@ void WaveletDecoder::init(const WaveletDecoderInfo& info, const Bounds& bounds, 
 
 std::int64_t WaveletDecoder::getSamplePoints(const PointInfo& layout) const
 {
-    if (m_chosen)
-        return std::accumulate(m_ranges.begin(), m_ranges.end(), std::int64_t{0},
-                               [](std::int64_t sum, const auto& range) { return sum + range.length; });
-    return m_isSample ? static_cast<std::int64_t>(m_blocks.size() * getBlockPoints(layout)) : 0;
+    if (!m_chosen)
+        return 0;
+    if (m_chosen->isSample)
+        return static_cast<std::int64_t>(m_blocks.size() * getBlockPoints(layout));
+    return std::accumulate(m_ranges.begin(), m_ranges.end(), std::int64_t{0},
+                           [](std::int64_t sum, const auto& range) { return sum + range.length; });
 }
 
 void WaveletDecoder::selectChannels(const PointInfo& layout)

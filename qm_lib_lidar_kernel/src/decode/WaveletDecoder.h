@@ -41,20 +41,13 @@ public:
     // Leaves the values of the channel unspecified instead of decoding them. Call it before init().
     void skipChannel(const char* name) { m_skipped.emplace_back(name); }
 
-    // Begins with this point instead of the first one of a query for all points, of which only a few will be
-    // taken. Call it before init().
-    void skipTo(std::int64_t point)
-    {
-        m_first = point;
-        m_isSample = true;
-    }
-
     // Decodes these ranges of points of a level instead of those that the fraction and the index select, and
-    // announces all of them to a remote file in one step. Those that are not in the box are dropped. Call it
-    // before init(), with ranges that getPointRanges() of the file returns, or parts of them.
-    void takeOnly(std::uint32_t level, std::vector<WaveletDecoderInfo::PointRange> ranges)
+    // drops those that are not in the box. A remote file is asked for all of them in one step or, if `isSample`
+    // is set, since only a few will be taken, for the first ones. Call it before init(), with ranges that
+    // getPointRanges() of the file returns, or parts of them.
+    void takeOnly(std::uint32_t level, std::vector<WaveletDecoderInfo::PointRange> ranges, bool isSample)
     {
-        m_chosen = {level, std::move(ranges)};
+        m_chosen = {level, std::move(ranges), isSample};
     }
 
     // SubbandRead or Inflate for a damaged band, DigestDiffers "channel %s, points %d to %d: digest differs"
@@ -138,14 +131,13 @@ private:
     {
         std::uint32_t level;
         std::vector<WaveletDecoderInfo::PointRange> ranges;
+        bool isSample;
     };
 
     Scoped<const WaveletDecoderInfo> m_info;
     std::optional<OpenIO> m_file; // kept open, since the chains open and close it
     MemoryBudget m_budget;
     std::uint32_t m_level = 0;
-    std::int64_t m_first = 0; // point
-    bool m_isSample = false;
     std::optional<ChosenPoints> m_chosen;
     std::vector<std::string> m_skipped; // channels that are not decoded
     std::deque<Channel> m_channels; // the parts of a split channel are consecutive: fraction, exponent, sign

@@ -95,7 +95,7 @@ std::size_t Session::decode(std::uint32_t level, const std::vector<PointRange>& 
 
     const PointInfo layout = chooseLayout(channels);
     const Scoped<WaveletDecoder> decoder(WaveletDecoder::create());
-    decoder->takeOnly(level, std::move(chosen));
+    decoder->takeOnly(level, std::move(chosen), false);
     decoder->init(m_reader->getDecoderInfo(), box, 1, layout, verifies, nullptr);
     m_points.init(layout, static_cast<std::size_t>(numPoints));
     return numPoints == 0 ? 0 : decoder->getNextPoints(m_points);

@@ -1,5 +1,5 @@
 import type { Decoder } from './decoders.js';
-import { abortable } from './limits.js';
+import { abortable, cancelled } from './limits.js';
 import type { RangeCache } from './rangecache.js';
 import { crashed, notStarted, outOfMemory, type Answer, type FileBytes, type Job } from './protocol.js';
 import {
@@ -202,7 +202,7 @@ export class DecodedCloud implements Cloud {
 
   private throwIfStopped(signal?: AbortSignal): void {
     if (this.closing.signal.aborted) throw new CloudError('aborted', `${this.source.name} was closed.`);
-    if (signal?.aborted) throw new CloudError('aborted', 'The query was cancelled.');
+    if (signal?.aborted) throw cancelled();
   }
 
   private toError(opened: OpenDecoder, code: number, text: string): CloudError {

@@ -1,19 +1,25 @@
-import { CloudError } from './types.js';
+import { CloudError, type ByteRange, type ByteSource } from './types.js';
 
-/** The results of all values, of which `limit` are worked on at a time. */
-export async function mapLimited<T, R>(
-  values: readonly T[], limit: number, work: (value: T) => Promise<R>,
-): Promise<R[]> {
-  const results: R[] = [];
+/** Requests at a time; browsers open no more connections to a server. */
+export const maxRequests = 6;
+
+/** As ByteSource.readMany(), with a request for each range. */
+export async function readEach(
+  source: ByteSource, ranges: readonly ByteRange[], count: (bytes: number) => void, signal?: AbortSignal,
+): Promise<Uint8Array[]> {
+  const received: Uint8Array[] = [];
   let next = 0;
   const runner = async () => {
-    while (next < values.length) {
+    while (next < ranges.length) {
       const index = next++;
-      results[index] = await work(values[index]!);
+      const { begin, end } = ranges[index]!;
+      const bytes = await source.read(begin, end, signal);
+      count(bytes.length);
+      received[index] = bytes;
     }
   };
-  await Promise.all(Array.from({ length: Math.min(limit, values.length) }, runner));
-  return results;
+  await Promise.all(Array.from({ length: Math.min(maxRequests, ranges.length) }, runner));
+  return received;
 }
 
 export function cancelled(): CloudError {

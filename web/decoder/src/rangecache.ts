@@ -1,11 +1,10 @@
-import { abortable, cancelled, mapLimited } from './limits.js';
+import { abortable, cancelled, maxRequests, readEach } from './limits.js';
 import { CloudError, type ByteRange, type ByteSource, type Traffic } from './types.js';
 
 const pageBytes = 4096;
 // A gap of this size is read rather than skipped.
 const maxGapPages = 8;
 const maxRunPages = 1024;
-const maxRequests = 6; // at a time; browsers open no more connections to a server
 
 type Pages = Map<number, Uint8Array>;
 
@@ -150,11 +149,7 @@ export class RangeCache {
     // The source may have found out meanwhile that it cannot read several ranges.
     const received = ranges.length > 1 && source.readMany
       ? await source.readMany(ranges, count, signal)
-      : await mapLimited(ranges, maxRequests, async ({ begin, end }) => {
-          const bytes = await source.read(begin, end, signal);
-          count(bytes.length);
-          return bytes;
-        });
+      : await readEach(source, ranges, count, signal);
     ranges.forEach(({ begin, end }, i) => {
       if (received[i]?.length !== end - begin)
         throw new CloudError('network', `${source.name} cannot be read: a response has the wrong length.`);

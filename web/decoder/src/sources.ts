@@ -1,4 +1,4 @@
-import { cancelled, mapLimited } from './limits.js';
+import { cancelled, readEach } from './limits.js';
 import { takeRanges } from './multipart.js';
 import { CloudError, type ByteRange, type ByteSource } from './types.js';
 
@@ -6,7 +6,6 @@ const headBytes = 65536;
 const maxRanges = 100; // of a request; some servers refuse more
 const idleTimeout = 30_000; // ms, without any byte
 const maxAttempts = 3;
-const maxConnections = 6; // of a browser to a server
 const firstPause = 500; // ms
 
 /** The name of a file in messages. */
@@ -75,13 +74,7 @@ export class HTTPSource implements ByteSource {
       if (taken) received.push(...taken);
       else delete this.readMany;
     }
-    const rest = ranges.slice(received.length);
-    const single = await mapLimited(rest, maxConnections, async ({ begin, end }) => {
-      const bytes = await this.read(begin, end, signal);
-      count(bytes.length);
-      return bytes;
-    });
-    return [...received, ...single];
+    return [...received, ...await readEach(this, ranges.slice(received.length), count, signal)];
   }
 
   /** With one request. Returns null if the server does not answer such requests. */
